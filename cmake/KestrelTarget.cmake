@@ -1,0 +1,15 @@
+# Warnings that every target of the project is built with; never passed on to users.
+function(kestrel_warnings target)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef
+        $<$<BOOL:${KESTREL_WERROR}>:-Werror>)
+endfunction()
+
+# An object library for one layer of the system, built on the layers named after it. An object
+# library passes on only its own objects, so whoever links a layer names the layers below as well.
+function(kestrel_layer target)
+    add_library(${target} OBJECT)
+    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${target} PUBLIC Threads::Threads)
+    kestrel_warnings(${target})
+endfunction()

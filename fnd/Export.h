@@ -1,0 +1,6 @@
+#pragma once
+
+/// Marks a class or function of the public interface: visible outside libkestrel.so, which is built
+/// with hidden visibility. Goes on every class that a host or an extension derives from, names in a
+/// `dynamic_cast` or calls.
+#define KESTREL_API __attribute__((visibility("default")))

@@ -1,0 +1,3 @@
+#include "fnd/String.h"
+
+const FND::String FND_NULL_STRING;

@@ -1,0 +1,1 @@
+#include "fnd/String.h"

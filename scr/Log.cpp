@@ -1,0 +1,9 @@
+#include "scr/Log.h"
+
+namespace SCR {
+
+Log::~Log() = default;
+
+void Log::log(const FND::String& /*message*/, FND::Status::Severity /*severity*/) {}
+
+}  // namespace SCR

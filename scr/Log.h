@@ -1,0 +1,23 @@
+#pragma once
+
+#include "fnd/Export.h"
+#include "fnd/Status.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+/// The host's sink for compile errors, warnings and run-time errors. Hosts derive from it and
+/// override `log`. An interpreter never owns its log, which must outlive it, and calls it only on
+/// the thread that uses the interpreter; a log shared by interpreters of several threads must lock.
+class KESTREL_API Log {
+public:
+    Log() = default;
+    Log(const Log&) = delete;
+    Log& operator=(const Log&) = delete;
+    virtual ~Log();
+
+    /// Takes one message, without a line end. The base implementation drops it.
+    virtual void log(const FND::String& message, FND::Status::Severity severity);
+};
+
+}  // namespace SCR
