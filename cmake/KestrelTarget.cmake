@@ -1,8 +1,14 @@
-# Warnings that every target of the project is built with; never passed on to users.
+# Warnings that every target of the project is built with, and the sanitizers asked for; never
+# passed on to users.
 function(kestrel_warnings target)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wundef
         $<$<BOOL:${KESTREL_WERROR}>:-Werror>)
+    if(KESTREL_SANITIZE)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=${KESTREL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${KESTREL_SANITIZE})
+    endif()
 endfunction()
 
 # An object library for one layer of the system, built on the layers named after it. An object

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <functional>
+#include <string>
+
+namespace Cli {
+
+/// How the program ends. The values are the same for every command; callers rely on them.
+enum class ExitStatus : int {
+    Success = 0,       ///< Compiled and ran.
+    Rejected = 1,      ///< Ran, but declared itself unusable or left records rejected.
+    Usage = 2,         ///< Bad command line, or a script file that cannot be read.
+    NotCompiled = 3,   ///< A script does not compile.
+    Stopped = 4,       ///< A limit or an interruption stopped the script.
+    InputOutput = 74,  ///< Reading or writing failed underway.
+};
+
+/// What the command that the user named does, once the whole command line is known to be good.
+using Action = std::function<ExitStatus()>;
+
+/// Adds a command to `app`. When the user names it, the command leaves its work in `action`, which
+/// must live until the command line is parsed.
+using AddCommand = void (*)(CLI::App& app, Action& action);
+
+void addCheckCommand(CLI::App& app, Action& action);
+void addRunCommand(CLI::App& app, Action& action);
+
+/// Writes "kestrel: `message`" and a line end to standard error.
+void report(const std::string& message);
+
+}  // namespace Cli

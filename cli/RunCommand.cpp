@@ -1,0 +1,59 @@
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "cli/Command.h"
+#include "cli/ScriptFile.h"
+#include "cli/ScriptOptions.h"
+#include "cli/StderrLog.h"
+#include "scr/Interpreter.h"
+
+namespace Cli {
+namespace {
+
+struct RunOptions {
+    ScriptOptions script;
+    std::uint64_t repeat = 1;
+    std::string file;
+    std::optional<std::string> text;
+};
+
+ExitStatus run(const RunOptions& options) {
+    const std::optional<std::string> text = options.text ? options.text : readScript(options.file);
+    if (!text) return ExitStatus::Usage;
+    StderrLog log;
+    SCR::Interpreter interpreter(&log);
+    if (!options.script.apply(interpreter)) return ExitStatus::Usage;
+    if (!interpreter.compile(*text)) return ExitStatus::NotCompiled;
+    for (std::uint64_t turn = 0; turn < options.repeat; ++turn) {
+        if (!interpreter.execute()) return ExitStatus::Stopped;
+    }
+    return interpreter.isValid() ? ExitStatus::Success : ExitStatus::Rejected;
+}
+
+}  // namespace
+
+void addRunCommand(CLI::App& app, Action& action) {
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* command = app.add_subcommand("run", "Compile a script and execute it");
+    options->script.declare(*command);
+    command->add_option("--repeat", options->repeat, "Execute the script N times (default 1)")
+        ->type_name("N");
+    CLI::Option* file =
+        command->add_option("FILE", options->file, "The script; - is standard input")
+            ->type_name("");
+    command->add_option("-e", options->text, "The script's text itself, in place of FILE")
+        ->type_name("TEXT")
+        ->excludes(file);
+    command->footer(
+        "Examples:\n"
+        "  kestrel run -D customer=4711 rate.ks\n"
+        "  kestrel run -e 'logStdout(\"hello\\n\");'");
+    command->callback([options, file, &action] {
+        if (!options->text && file->count() == 0) throw CLI::RequiredError("FILE or -e TEXT");
+        action = [options] { return run(*options); };
+    });
+}
+
+}  // namespace Cli

@@ -1,0 +1,33 @@
+#include "cli/ScriptFile.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "cli/Command.h"
+
+namespace Cli {
+
+std::optional<std::string> readScript(const std::string& path) {
+    const bool isStandardInput = path == "-";
+    std::FILE* const stream = isStandardInput ? stdin : std::fopen(path.c_str(), "rbe");
+    std::string text;
+    if (stream != nullptr) {
+        const auto close = [&](std::FILE* file) {
+            if (!isStandardInput) std::fclose(file);
+        };
+        const std::unique_ptr<std::FILE, decltype(close)> closer(stream, close);
+        std::array<char, 65536> block;
+        std::size_t length = 0;
+        while ((length = std::fread(block.data(), 1, block.size(), stream)) > 0) {
+            text.append(block.data(), length);
+        }
+        if (std::ferror(stream) == 0) return text;
+    }
+    report((isStandardInput ? "standard input" : path) + ": " + std::strerror(errno));
+    return std::nullopt;
+}
+
+}  // namespace Cli

@@ -1,0 +1,58 @@
+#include "cli/ScriptOptions.h"
+
+#include <algorithm>
+
+#include "cli/Command.h"
+#include "scr/Interpreter.h"
+
+namespace Cli {
+namespace {
+
+bool isIdentifier(const std::string& name) {
+    const auto isLetter = [](char byte) {
+        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || byte == '_';
+    };
+    return !name.empty() && isLetter(name.front()) &&
+           std::all_of(name.begin(), name.end(), [&](char byte) {
+               return isLetter(byte) || (byte >= '0' && byte <= '9') || byte == '.';
+           });
+}
+
+}  // namespace
+
+void ScriptOptions::declare(CLI::App& command) {
+    command
+        .add_option("-I", includePath_,
+                    "Look for include files in DIR, before the directories of KESTREL_INCLUDE; "
+                    "may be repeated")
+        ->type_name("DIR")
+        ->allow_extra_args(false);
+    command
+        .add_option_function<std::vector<std::string>>(
+            "-D",
+            [this](const std::vector<std::string>& definitions) {
+                for (const std::string& definition : definitions) {
+                    const auto equals = definition.find('=');
+                    std::string name = definition.substr(0, equals);
+                    if (equals == std::string::npos || !isIdentifier(name)) {
+                        throw CLI::ValidationError("-D", "'" + definition + "' is not NAME=VALUE");
+                    }
+                    constants_.emplace_back(std::move(name), definition.substr(equals + 1));
+                }
+            },
+            "Give scripts the String constant NAME; may be repeated")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+}
+
+bool ScriptOptions::apply(SCR::Interpreter& interpreter) const {
+    interpreter.includePath(includePath_);
+    for (const auto& [name, value] : constants_) {
+        if (interpreter.addGlobalConstant(name, value)) continue;
+        report("-D: the constant " + name + " is given twice");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace Cli

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "scr/Log.h"
+
+namespace Cli {
+
+/// The log of every command: each message is one line on standard error, exactly its text.
+class StderrLog final : public SCR::Log {
+public:
+    void log(const FND::String& message, FND::Status::Severity severity) override;
+};
+
+}  // namespace Cli
