@@ -1,0 +1,135 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string_view>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
+namespace FND {
+
+/// An instant: whole seconds since 1970-01-01 00:00:00 UTC (leap seconds are not counted), in the
+/// years 0001 to 9999 of the proleptic Gregorian calendar, or the one invalid value. Eight bytes,
+/// trivially copyable, free of allocation but where a text grows. Any argument is safe: what does
+/// not fit gives the invalid value or false.
+///
+/// Directives of the patterns of `parse` and `format`. Names are English whatever the locale is;
+/// numbers have leading zeros to the width in parentheses.
+///
+///     %Y year (4)         %C century (2)        %y year of the century (2)
+///     %m month (2)        %B %b %h its name, in full or three letters
+///     %d day (2)          %e the same with a leading blank     %j day of the year (3)
+///     %A %a weekday's name  %u weekday, Monday is 1  %w weekday, Sunday is 0
+///     %G %V year (4) and week (2) by ISO 8601   %g the ISO year of the century (2)
+///     %U %W week of the year, from its first Sunday or Monday (2)
+///     %H hour (2)         %I hour of the half day, 01 to 12    %p %P "AM" or "PM", "am" or "pm"
+///     %k %l as %H and %I with a leading blank   %M minute (2)  %S second (2)
+///     %s seconds since 1970-01-01 UTC
+///     %z offset from UTC, "+hhmm" ("+hh:mm:ss" if it has seconds)  %Z the zone's name
+///     %F %Y-%m-%d         %T %H:%M:%S           %R %H:%M       %D %m/%d/%y   %x as %D
+///     %r %I:%M:%S %p      %c %a %b %e %H:%M:%S %Y              %X as %T
+///     %n line end         %t tabulator          %% percent sign
+///
+/// Any other character after a "%", and a "%" at the end, stands for itself together with the "%".
+///
+/// The local zone is that of the process: the C library reads TZ when it is first needed, and again
+/// when the host calls `tzset`. All functions may be called from any thread on values that no other
+/// thread writes.
+class KESTREL_API DateTime {
+public:
+    /// What `secs` gives for the invalid value: above every valid one, and small enough that its
+    /// difference from any other fits.
+    static constexpr std::int64_t invalidSecsCM = std::int64_t{1} << 62;
+
+    /// The zone whose clock a text shows.
+    enum class Zone { Utc, Local };
+
+    /// The invalid value.
+    constexpr DateTime() noexcept = default;
+    /// The instant `secs` seconds after 1970-01-01 00:00:00 UTC (before it when negative); the
+    /// invalid value when that is outside the years 0001 to 9999.
+    explicit constexpr DateTime(std::int64_t secs) noexcept
+        : secs_(secs >= minSecsCM && secs <= maxSecsCM ? secs : invalidSecsCM) {}
+
+    /// 0001-01-01 00:00:00 UTC.
+    static constexpr DateTime min() noexcept { return DateTime(minSecsCM); }
+    /// 9999-12-31 23:59:59 UTC.
+    static constexpr DateTime max() noexcept { return DateTime(maxSecsCM); }
+    /// The current instant, cut to whole seconds.
+    static DateTime now() noexcept;
+
+    /// Seconds since 1970-01-01 00:00:00 UTC; `invalidSecsCM` for the invalid value.
+    constexpr std::int64_t secs() const noexcept { return secs_; }
+    constexpr bool isValid() const noexcept { return secs_ < invalidSecsCM; }
+
+    /// Orders by instant. The invalid value equals itself and comes after every other.
+    friend constexpr auto operator<=>(const DateTime&, const DateTime&) noexcept = default;
+
+    /// Move the date by `years`, `months` or `days` of the UTC calendar, keeping the time of day. A
+    /// day that the month reached does not have becomes its last: 31 January and one month is the
+    /// last of February. False, with nothing changed, for the invalid value and when the result
+    /// would be outside the years 0001 to 9999.
+    bool addYears(std::int64_t years) noexcept;
+    bool addMonths(std::int64_t months) noexcept;
+    bool addDays(std::int64_t days) noexcept;
+
+    /// Moves the clock of the local zone by the given amounts, as `fromLocalSecs` of `toLocalSecs`
+    /// and the sum would; where that local time occurs twice, the one with the present offset from
+    /// UTC is taken, so that moving by nothing changes nothing. False, with nothing changed, for
+    /// the invalid value and when the result would be outside the years 0001 to 9999.
+    bool addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds) noexcept;
+
+    /// The clock of the local zone as if it were UTC: `secs` plus the zone's offset at this instant
+    /// (up to a day outside the range of `secs`). `invalidSecsCM` for the invalid value.
+    std::int64_t toLocalSecs() const noexcept;
+    /// The instant at which the clock of the local zone shows `localSecs`, counted as by
+    /// `toLocalSecs`. A time that occurs twice, as clocks are set back, is the first of the two; a
+    /// time that is left out, as clocks are set forward, is moved on by what is left out (02:30
+    /// becomes 03:30). The invalid value when the instant is out of range.
+    static DateTime fromLocalSecs(std::int64_t localSecs) noexcept;
+
+    /// The instant that `text` names in one of the forms "YYYY-MM-DD HH:MM:SS", "YYYY-MM-DD",
+    /// "YYYYMMDD", "YYYYMMDDHHMMSS", all in UTC, or "YYYY-MM-DDTHH:MM:SS" followed by nothing or
+    /// "Z" for UTC or by an offset from UTC: "+hh:mm", "+hhmm" or "+hh", "-" likewise. The invalid
+    /// value for any other text, be it by a single blank, and for dates that do not exist.
+    static DateTime parse(std::string_view text) noexcept;
+
+    /// The instant that `text` names by the directives in `pattern` (see the class); the inverse of
+    /// `format` with the same pattern if that holds enough to tell the instant.
+    ///
+    /// White space in `pattern` fits any run of white space, also none. Numbers may have fewer
+    /// digits than their width. Names may be in full or short, in any case of letters. %z also
+    /// takes "Z", "+hh:mm" and "+hh". %Z takes "UTC", "GMT", "Z" and the names of the local zone;
+    /// without a %z or %Z the text is in UTC. Parts of the date that `pattern` leaves out are those
+    /// of 1970-01-01 00:00:00; a %y is of 1969 to 2068 if there is no %C.
+    ///
+    /// The invalid value when `text` does not fit, wholly and to its end, when the date does not
+    /// exist or is out of range, when parts contradict each other (a wrong weekday), and when
+    /// `pattern` has no directive that tells anything of the date.
+    static DateTime parse(std::string_view text, std::string_view pattern) noexcept;
+
+    /// Replaces `out` by "YYYY-MM-DD HH:MM:SS" in UTC; by "INVALID" for the invalid value.
+    /// Allocates only when the capacity of `out` does not do.
+    void format(String& out) const;
+
+    /// Replaces `out` by `pattern` with its directives (see the class) filled in by the clock of
+    /// `zone`; by "INVALID" for the invalid value. `out` must not be what `pattern` views. At most
+    /// 13 bytes for each of `pattern`, besides names of zones; allocates only when the capacity of
+    /// `out` does not do.
+    void format(String& out, std::string_view pattern, Zone zone) const;
+
+private:
+    static constexpr std::int64_t minSecsCM = -62135596800;
+    static constexpr std::int64_t maxSecsCM = 253402300799;
+
+    std::int64_t secs_ = invalidSecsCM;
+};
+
+/// The invalid date.
+inline constexpr DateTime INVALID_DATETIME;
+
+}  // namespace FND
+
+/// The invalid value of the Date type.
+inline constexpr FND::DateTime FND_INVALID_DATETIME;
