@@ -1,0 +1,208 @@
+// Runs the language cases of cases/*.cases: texts that hold scripts and what they have to print.
+//
+//     === the title of a case, unique in its file
+//     logStdout("a script, on as many lines as it takes\n");
+//     ---
+//     a script, on as many lines as it takes
+//     --- log
+//     the messages it logs, a line each
+//
+// A "===" line starts a case and its script, a "---" line the expected output, "--- log" the
+// expected messages. Both may be left out, which expects nothing. "--- error" in place of "--- log"
+// gives the messages of a script that does not compile. "--- stopped" gives those of a script that
+// compiles and is stopped while it runs. Text before the first case is a comment.
+//
+// A last line end may be missing in the output. Control bytes and those above 127 may be written as
+// \xHH in the expected texts. @TMP@ stands, everywhere, for an empty folder of the case's own.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Script.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Case {
+    std::string file;
+    int line = 0;  // of the title
+    std::string title;
+    std::string script;
+    std::string output;
+    std::string log;
+    bool compiles = true;
+    bool stopped = false;
+    std::string fault;  // of the case's own text; such a case fails
+};
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to) {
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+std::string printable(const std::string& text) {
+    std::string shown;
+    for (const char byte : text) {
+        const auto code = static_cast<unsigned char>(byte);
+        if ((code < 32 && byte != '\n' && byte != '\t') || code >= 127) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned>(code));
+            shown += escape;
+        } else {
+            shown += byte;
+        }
+    }
+    return shown;
+}
+
+std::string withLineEnd(std::string text) {
+    if (!text.empty() && text.back() != '\n') text += '\n';
+    return text;
+}
+
+std::vector<std::string> lines(const std::string& text) {
+    std::vector<std::string> result;
+    std::string line;
+    for (const char byte : text) {
+        if (byte != '\n') {
+            line += byte;
+            continue;
+        }
+        result.push_back(std::exchange(line, {}));
+    }
+    if (!line.empty()) result.push_back(line);
+    return result;
+}
+
+/// The two texts line by line, the differing part marked with - (expected) and + (actual).
+std::string difference(const std::string& expected, const std::string& actual) {
+    const std::vector<std::string> left = lines(expected);
+    const std::vector<std::string> right = lines(actual);
+    const auto head = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+    auto leftEnd = left.end();
+    auto rightEnd = right.end();
+    while (leftEnd != head.first && rightEnd != head.second && leftEnd[-1] == rightEnd[-1]) {
+        --leftEnd;
+        --rightEnd;
+    }
+    std::string text;
+    for (auto line = left.begin(); line != head.first; ++line) text += "  " + *line + '\n';
+    for (auto line = head.first; line != leftEnd; ++line) text += "- " + *line + '\n';
+    for (auto line = head.second; line != rightEnd; ++line) text += "+ " + *line + '\n';
+    for (auto line = leftEnd; line != left.end(); ++line) text += "  " + *line + '\n';
+    return text;
+}
+
+std::vector<Case> readCases(const fs::path& path) {
+    std::vector<Case> cases;
+    std::set<std::string> titles;
+    std::string* section = nullptr;
+    std::ifstream stream(path, std::ios::binary);
+    std::string line;
+    for (int number = 1; std::getline(stream, line); ++number) {
+        if (line.starts_with("===")) {
+            Case& next = cases.emplace_back();
+            next.file = path.string();
+            next.line = number;
+            next.title = line.size() > 4 ? line.substr(4) : "";
+            if (next.title.empty()) next.fault = "the case has no title";
+            if (!titles.insert(next.title).second) next.fault = "the title is taken";
+            section = &next.script;
+        } else if (cases.empty()) {
+            continue;
+        } else if (line == "---") {
+            section = &cases.back().output;
+        } else if (line == "--- log" || line == "--- error" || line == "--- stopped") {
+            cases.back().compiles = line != "--- error";
+            cases.back().stopped = line == "--- stopped";
+            section = &cases.back().log;
+        } else if (line.starts_with("---")) {
+            cases.back().fault = "line " + std::to_string(number) + ": unknown '" + line + "'";
+        } else {
+            *section += line + '\n';
+        }
+    }
+    return cases;
+}
+
+class CaseTest : public testing::Test {
+public:
+    explicit CaseTest(Case testCase) : case_(std::move(testCase)) {}
+
+    void TestBody() override {
+        if (!case_.fault.empty()) {
+            ADD_FAILURE_AT(case_.file.c_str(), case_.line) << case_.fault;
+            return;
+        }
+        std::string folder = (fs::temp_directory_path() / "kestrel-case-XXXXXX").string();
+        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+        for (std::string* text : {&case_.script, &case_.output, &case_.log}) {
+            replaceAll(*text, "@TMP@", folder);
+        }
+        const Test::ScriptRun result = Test::run(case_.script);
+        fs::remove_all(folder);
+
+        if (result.compiled != case_.compiles) {
+            fail(case_.compiles ? "does not compile" : "compiles", case_.log, result.log);
+        } else if (result.compiled && result.ok == case_.stopped) {
+            fail(case_.stopped ? "is not stopped" : "is stopped", case_.log, result.log);
+        }
+        compare("output", case_.output, withLineEnd(result.output));
+        compare("log", case_.log, result.log);
+    }
+
+private:
+    void compare(const char* what, const std::string& expected, const std::string& actual) const {
+        if (printable(expected) != printable(actual)) {
+            fail(std::string(what) + " differs", expected, actual);
+        }
+    }
+
+    void fail(const std::string& what, const std::string& expected,
+              const std::string& actual) const {
+        ADD_FAILURE_AT(case_.file.c_str(), case_.line)
+            << case_.title << ": " << what << "\n"
+            << difference(printable(expected), printable(actual));
+    }
+
+    Case case_;
+};
+
+void registerCases(const fs::path& path) {
+    for (const Case& testCase : readCases(path)) {
+        std::string name = testCase.title;
+        for (char& byte : name) {
+            if (std::isalnum(static_cast<unsigned char>(byte)) == 0) byte = '_';
+        }
+        // Titles that differ in their signs only would give one name.
+        name += "_" + std::to_string(testCase.line);
+        testing::RegisterTest(path.stem().string().c_str(), name.c_str(), nullptr, nullptr,
+                              path.string().c_str(), testCase.line,
+                              [testCase]() -> testing::Test* { return new CaseTest(testCase); });
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(fs::path(KESTREL_TEST_DATA) / "cases")) {
+        if (entry.path().extension() == ".cases") files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    for (const fs::path& file : files) registerCases(file);
+    return RUN_ALL_TESTS();
+}
