@@ -1,0 +1,328 @@
+#include "scr/parser/Preprocessor.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "scr/Log.h"
+#include "scr/parser/Crypt.h"
+
+namespace SCR {
+namespace {
+
+constexpr std::string_view keywordS = "include";
+
+bool isBlank(char c) { return c == ' ' || c == '\t'; }
+
+std::size_t skipBlanks(std::string_view line, std::size_t position) {
+    while (position < line.size() && isBlank(line[position])) ++position;
+    return position;
+}
+
+/// True when `line` is an include line, the name of which is then shown in `name`. The pattern asks
+/// for some double quote with a ";" after it; the name goes to the last double quote even so.
+bool matchIncludeLine(std::string_view line, std::string_view& name) {
+    std::size_t position = skipBlanks(line, 0);
+    if (!line.substr(position).starts_with(keywordS)) return false;
+    position = skipBlanks(line, position + keywordS.size());
+    if (position == line.size() || line[position] != '"') return false;
+    const std::size_t begin = position + 1;
+    for (std::size_t quote = line.find('"', begin); quote != std::string_view::npos;
+         quote = line.find('"', quote + 1)) {
+        const std::size_t next = skipBlanks(line, quote + 1);
+        if (next < line.size() && line[next] == ';') {
+            name = line.substr(begin, line.rfind('"') - begin);
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<FND::String> split(std::string_view text, char separator) {
+    std::vector<FND::String> pieces;
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        pieces.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) return pieces;
+        text.remove_prefix(end + 1);
+    }
+}
+
+/// An open file, closed at the end of the block.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(const FND::String& path) {
+        // Nothing that the path may have become since it was looked at makes the calls wait.
+        do {
+            number_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+        } while (number_ < 0 && errno == EINTR);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() {
+        if (number_ >= 0) ::close(number_);
+    }
+
+    bool isRegularFile(std::size_t& size) const {
+        struct stat status;
+        if (number_ < 0 || ::fstat(number_, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+        size = static_cast<std::size_t>(status.st_size);
+        return true;
+    }
+
+    /// The number of bytes read, 0 at the end of the file, -1 on failure.
+    ssize_t read(char* to, std::size_t size) const {
+        ssize_t got;
+        do {
+            got = ::read(number_, to, size);
+        } while (got < 0 && errno == EINTR);
+        return got;
+    }
+
+private:
+    int number_;
+};
+
+enum class Reading { Absent, Failed, TooLarge, Done };
+
+/// Reads the regular file at `path`, to its end whatever size it is said to have, into `content`.
+/// All else that exists at `path` is a failure, and is not opened.
+Reading readFile(const FND::String& path, std::size_t maxBytes, FND::String& content) {
+    if (path.find('\0') != FND::String::npos) return Reading::Absent;
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0) return Reading::Absent;
+    if (!S_ISREG(status.st_mode)) return Reading::Failed;
+    const FileDescriptor file(path);
+    std::size_t expected;
+    if (!file.isRegularFile(expected)) return Reading::Failed;
+    if (expected > maxBytes) return Reading::TooLarge;
+
+    // One byte more than expected, so that the end is seen without growing. What is said to be huge
+    // must prove it.
+    constexpr std::size_t firstReadS = std::size_t{16} << 20;
+    content.resize(std::min(expected, firstReadS) + 1);
+    std::size_t size = 0;
+    for (;;) {
+        if (size == content.size()) content.resize(2 * size);
+        const ssize_t got = file.read(content.data() + size, content.size() - size);
+        if (got < 0) return Reading::Failed;
+        if (got == 0) break;
+        size += static_cast<std::size_t>(got);
+        if (size > maxBytes) return Reading::TooLarge;
+    }
+    content.resize(size);
+    return Reading::Done;
+}
+
+/// Replaces `path` by its form without symbolic links. False when it does not exist or lies in none
+/// of `directories`.
+bool resolveBelow(const std::vector<FND::String>& directories, FND::String& path) {
+    std::error_code error;
+    path = std::filesystem::canonical(path, error).string();
+    if (error) return false;
+    for (const FND::String& directory : directories) {
+        FND::String prefix = std::filesystem::canonical(directory, error).string();
+        if (error) continue;
+        if (prefix.back() != '/') prefix += '/';
+        if (path.starts_with(prefix)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+PreProFileData::PreProFileData(FND::String name, FND::String content) : name_(std::move(name)) {
+    if (!Crypt::decrypt(content, text_)) text_ = std::move(content);
+}
+
+unsigned PreProFileData::lineIndex() {
+    if (counted_ < next_) {
+        const std::string_view passed =
+            std::string_view(text_).substr(counted_, next_ - counted_);  // without the end
+        lineIndex_ += static_cast<unsigned>(std::count(passed.begin(), passed.end(), '\n'));
+        if (next_ > text_.size()) ++lineIndex_;
+        counted_ = next_;
+    }
+    return lineIndex_;
+}
+
+bool PreProFileData::nextLine(FND::String& line) {
+    if (next_ > text_.size()) return false;
+    const std::size_t end = std::min(text_.find('\n', next_), text_.size());
+    line.assign(text_, next_, end - next_);
+    next_ = end + 1;
+    return true;
+}
+
+bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
+    if (next_ > text_.size()) return false;
+    const std::string_view text = text_;
+    std::size_t from = next_;
+    while (const void* const found =
+               ::memmem(text.data() + from, text.size() - from, keywordS.data(), keywordS.size())) {
+        const std::size_t hit = static_cast<const char*>(found) - text.data();
+        std::size_t begin = hit;
+        while (begin > next_ && isBlank(text[begin - 1])) --begin;
+        if (begin > next_ && text[begin - 1] != '\n') {
+            from = hit + keywordS.size();
+            continue;
+        }
+        const std::size_t end = std::min(text.find('\n', hit), text.size());
+        std::string_view name;
+        if (matchIncludeLine(text.substr(begin, end - begin), name)) {
+            if (begin == next_) return false;
+            lines = text.substr(next_, begin - 1 - next_);
+            next_ = begin;
+            return true;
+        }
+        from = end;
+    }
+    lines = text.substr(next_);
+    next_ = text.size() + 1;
+    return true;
+}
+
+Preprocessor::Preprocessor(Log* log) : Preprocessor(log, PreprocessorOptions()) {}
+
+Preprocessor::Preprocessor(Log* log, PreprocessorOptions options)
+    : log_(log), options_(std::move(options)) {
+    const char* const directories = std::getenv("KESTREL_INCLUDE");
+    for (FND::String& directory : split(directories ? directories : ".", ';')) {
+        options_.searchPath.push_back(std::move(directory));
+    }
+}
+
+bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
+    includedNames_.clear();
+    fileStack_.clear();
+    chargedBytes_ = 0;
+    limitExceeded_ = false;
+
+    FND::String expanded;
+    if (!push(FND::String(), text)) return false;
+    expanded.reserve(fileStack_.back().size() + 64);
+    while (!fileStack_.empty()) {
+        PreProFileData& file = fileStack_.back();
+        if (!appendLineMark(expanded, file.lineIndex() + 1, file.name())) return false;
+        std::string_view lines;
+        if (file.nextOrdinaryLines(lines)) {
+            expanded += lines;
+            expanded += '\n';
+        }
+        FND::String line;
+        FND::String name;
+        if (!file.nextLine(line)) {
+            fileStack_.pop_back();
+        } else if (isIncludeLine(line, name)) {
+            chargedBytes_ -= line.size() + 1;
+            if (!appendLineMark(expanded, 1, name) || !include(name)) return false;
+        }
+    }
+    output = std::move(expanded);
+    return true;
+}
+
+bool Preprocessor::isIncludeLine(std::string_view line, FND::String& name) const {
+    std::string_view found;
+    if (!matchIncludeLine(line, found)) return false;
+    name = found;
+    return true;
+}
+
+bool Preprocessor::include(const FND::String& name) {
+    if (!options_.includesAllowed) return fail("include of `" + name + "' is not allowed");
+    if (includedNames_.contains(name)) {
+        report("`" + name + "' included more than once", FND::Status::Warning);
+        return true;
+    }
+    if (options_.maxDepth != 0 && fileStack_.size() > options_.maxDepth) {
+        limitExceeded_ = true;
+        return fail("include file `" + name + "' exceeds the limit of " +
+                    std::to_string(options_.maxDepth) + " nested includes");
+    }
+
+    // The scrambled form of what there is still room for.
+    std::size_t maxFileBytes = std::numeric_limits<std::size_t>::max();
+    if (options_.maxBytes != 0) {
+        const std::size_t room = options_.maxBytes - chargedBytes_;
+        maxFileBytes = room < maxFileBytes / 4 ? 2 * room + room / 20 + 1024 : maxFileBytes;
+    }
+    const bool isRestricted = !options_.allowedDirectories.empty();
+    const auto read = [&](FND::String path, FND::String& content) {
+        if (isRestricted && !resolveBelow(options_.allowedDirectories, path)) {
+            return Reading::Absent;
+        }
+        return readFile(path, maxFileBytes, content);
+    };
+    FND::String content;
+    Reading reading = Reading::Absent;
+    if (name.starts_with('/')) {
+        reading = read(name, content);
+    } else {
+        for (const FND::String& directory : options_.searchPath) {
+            reading = read(directory + '/' + name, content);
+            if (reading != Reading::Absent) break;
+        }
+    }
+    switch (reading) {
+        case Reading::Absent:
+            return fail("failed to open include file `" + name + "'" +
+                        (isRestricted ? " in the directories allowed for includes" : ""));
+        case Reading::Failed:
+            return fail("error while reading `" + name + "'");
+        case Reading::TooLarge:
+            return failForSize();
+        case Reading::Done:
+            break;
+    }
+    includedNames_.insert(name);
+    return push(name, std::move(content));
+}
+
+bool Preprocessor::push(FND::String name, FND::String content) {
+    PreProFileData file(std::move(name), std::move(content));
+    if (!charge(file.size() + 1)) return false;
+    fileStack_.push_back(std::move(file));
+    return true;
+}
+
+bool Preprocessor::appendLineMark(FND::String& output, unsigned line, const FND::String& name) {
+    const FND::String number = std::to_string(line);
+    constexpr std::string_view directive = "#line ";
+    if (!charge(directive.size() + number.size() + name.size() + 4)) return false;
+    output.append(directive).append(number).append(" \"").append(name).append("\"\n");
+    return true;
+}
+
+bool Preprocessor::charge(std::size_t bytes) {
+    if (options_.maxBytes != 0 && bytes > options_.maxBytes - chargedBytes_) return failForSize();
+    chargedBytes_ += bytes;
+    return true;
+}
+
+bool Preprocessor::failForSize() {
+    limitExceeded_ = true;
+    return fail("the script and its includes exceed the source limit of " +
+                std::to_string(options_.maxBytes) + " bytes");
+}
+
+bool Preprocessor::fail(const FND::String& message) {
+    report(message, FND::Status::Error);
+    return false;
+}
+
+void Preprocessor::report(const FND::String& message, FND::Status::Severity severity) {
+    if (log_) log_->log(message, severity);
+}
+
+}  // namespace SCR

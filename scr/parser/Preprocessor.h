@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/Status.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+class Log;
+
+/// One file on its way through the preprocessor, handed out line by line. Lines are what stands
+/// between line feeds: a text with n line feeds has n + 1 lines, so that one that ends in a line
+/// feed has an empty last line, as has the empty text.
+class KESTREL_API PreProFileData {
+public:
+    /// `name` is the include name as written, empty for the main text. A `content` in the scrambled
+    /// form is turned into its plain text first; any other is taken as it is.
+    PreProFileData(FND::String name, FND::String content);
+
+    /// The name given to the constructor.
+    const FND::String& name() const { return name_; }
+
+    /// The number of bytes of the plain text.
+    std::size_t size() const { return text_.size(); }
+
+    /// The number of lines that have been handed out: the 0-based index of the next one.
+    unsigned lineIndex();
+
+    /// Stores the next line, without its line feed, in `line`. False, with `line` unchanged, when
+    /// no line is left.
+    bool nextLine(FND::String& line);
+
+    /// Hands out all lines before the next include line, or before the end, at once: `lines` shows
+    /// them in this object's text, with the line feeds between them but without the one after the
+    /// last. False when there are none.
+    bool nextOrdinaryLines(std::string_view& lines);
+
+private:
+    FND::String name_;
+    FND::String text_;
+    std::size_t next_ = 0;     // where the next line begins; past text_.size() when none is left
+    std::size_t counted_ = 0;  // lines before this place are counted in lineIndex_
+    unsigned lineIndex_ = 0;
+};
+
+/// What a host grants to the include lines of a script.
+struct PreprocessorOptions {
+    /// Directories that are searched before those of KESTREL_INCLUDE, in this order.
+    std::vector<FND::String> searchPath;
+    /// The most bytes that the expanded text may have, 0 for no limit. Checked before memory is
+    /// taken: the text of a file counts from the moment it is included. A scrambled file may take
+    /// twice as much while it is read.
+    std::size_t maxBytes = std::size_t{256} << 20;
+    /// The most includes that may be open within each other, 0 for no limit.
+    unsigned maxDepth = 200;
+    /// The directories at or below which included files must lie after all symbolic links are
+    /// followed; empty for any. Files elsewhere are treated as if they did not exist.
+    std::vector<FND::String> allowedDirectories;
+    /// False refuses every include line.
+    bool includesAllowed = true;
+};
+
+/// Expands the include lines of a script into one text with "#line" lines, from which the lexer
+/// knows the file and the line of what it reads. An include line matches
+/// `^[ \t]*include[ \t]*".*"[ \t]*;[ \t\r]*`; it is recognised wherever it stands, in a comment as
+/// well, and replaced whole.
+///
+/// Every failure is one message in the log with severity 4 and without a line prefix. Thread rule:
+/// one thread at a time. The environment is read by the constructors only. Throws nothing but
+/// `std::bad_alloc`, and leaves no file open then.
+class KESTREL_API Preprocessor {
+public:
+    /// `log` receives the messages; it is not owned and must outlive the preprocessor. Include
+    /// names are looked up in the directories of the environment variable KESTREL_INCLUDE, which
+    /// are separated by ";" (an empty piece stands for the root directory); "." when it is not set.
+    explicit Preprocessor(Log* log);
+
+    /// As above, with `options`.
+    Preprocessor(Log* log, PreprocessorOptions options);
+
+    /// Stores `text` with its include lines expanded in `output`. `text` and every included file
+    /// may be in the scrambled form. Each file is preceded by a line `#line 1 "name"` (the main
+    /// text has an empty name), as is the rest of a file after each include line, with the number
+    /// of its first line; every line ends in a line feed then, those included that had none at the
+    /// end of their file. False, with `output` unchanged, when an include failed or a limit was
+    /// passed; the log says why. `text` and `output` may be the same object.
+    bool preprocess(const FND::String& text, FND::String& output);
+
+    /// True when `line` (without line feed) is an include line; `name` is then what stands between
+    /// its first and its last double quote.
+    bool isIncludeLine(std::string_view line, FND::String& name) const;
+
+    /// Opens the file of an include line and makes it the innermost file. A `name` that begins with
+    /// "/" is a path; any other is looked up in the search path, where the first entry that holds
+    /// it wins. A name that was included before in this run (compared as written) is a warning and
+    /// nothing more. False, with a message, when the file does not exist, is not a regular file,
+    /// cannot be read, is not allowed or passes a limit.
+    bool include(const FND::String& name);
+
+    /// True when the last `preprocess` failed for a limit of the options.
+    bool limitExceeded() const { return limitExceeded_; }
+
+private:
+    bool push(FND::String name, FND::String content);
+    bool appendLineMark(FND::String& output, unsigned line, const FND::String& name);
+    bool charge(std::size_t bytes);
+    bool failForSize();
+    bool fail(const FND::String& message);
+    void report(const FND::String& message, FND::Status::Severity severity);
+
+    Log* log_;  // not owned
+    PreprocessorOptions options_;
+    std::unordered_set<FND::String> includedNames_;
+    std::vector<PreProFileData> fileStack_;  // the innermost file last
+    std::size_t chargedBytes_ = 0;           // what is written and what waits in the file stack
+    bool limitExceeded_ = false;
+};
+
+}  // namespace SCR

@@ -1,0 +1,368 @@
+#include "scr/parser/Preprocessor.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "scr/Log.h"
+#include "scr/parser/Crypt.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// How the next reads of any file go: as the system does them, interrupted every other time and a
+/// few bytes each, or not at all.
+enum class Reads { Normal, Short, Broken };
+Reads readsS = Reads::Normal;
+
+}  // namespace
+
+extern "C" ssize_t read(int file, void* to, size_t size) {
+    static bool isInterrupted = false;
+    if (readsS == Reads::Broken) {
+        errno = EIO;
+        return -1;
+    }
+    if (readsS == Reads::Short) {
+        isInterrupted = !isInterrupted;
+        if (isInterrupted) {
+            errno = EINTR;
+            return -1;
+        }
+        size = std::min<size_t>(size, 3);
+    }
+    return ::syscall(SYS_read, file, to, size);
+}
+
+namespace {
+
+class TestLog final : public SCR::Log {
+public:
+    void log(const FND::String& message, FND::Status::Severity severity) override {
+        text += std::to_string(severity) + " " + message + "\n";
+    }
+    std::string text;
+};
+
+class PreprocessorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ::unsetenv("KESTREL_INCLUDE");
+        std::string name = fs::path(testing::TempDir()) / "preprocessorXXXXXX";
+        ASSERT_NE(::mkdtemp(name.data()), nullptr);
+        directory_ = fs::canonical(name);
+        options_.searchPath = {directory_};
+    }
+    void TearDown() override {
+        ::unsetenv("KESTREL_INCLUDE");
+        readsS = Reads::Normal;
+        fs::current_path("/");
+        fs::remove_all(directory_);
+    }
+
+    void write(const std::string& name, const std::string& content) {
+        fs::create_directories((directory_ / name).parent_path());
+        std::ofstream(directory_ / name, std::ios::binary) << content;
+    }
+
+    /// The expanded text, or "failed", and the log below it.
+    std::string expand(const std::string& text) {
+        TestLog log;
+        std::string output = "failed";
+        SCR::Preprocessor preprocessor(&log, options_);
+        const bool isExpanded = preprocessor.preprocess(text, output);
+        EXPECT_EQ(isExpanded, output != "failed");
+        isLimit_ = preprocessor.limitExceeded();
+        return output + (log.text.empty() ? "" : "--\n" + log.text);
+    }
+
+    fs::path directory_;
+    SCR::PreprocessorOptions options_;
+    bool isLimit_ = false;
+};
+
+TEST_F(PreprocessorTest, ExpandsTexts) {
+    using namespace std::string_literals;
+    write("one", "in one");
+    write("two", "in two\n");
+    write("empty", "");
+    write("nested", "a\n\ninclude \"one\";\nb");
+    write("self", "a\n include \"self\";\nb");
+    write("ping", "include \"pong\";");
+    write("pong", "include \"ping\";");
+    write("a\" ; \"b", "odd name");
+    std::string scrambled;
+    SCR::Crypt::encrypt("x\ninclude \"one\";\ny\0z"s, scrambled);
+    write("scrambled", scrambled);
+    write("notScrambled", scrambled + "!");
+
+    const struct {
+        std::string text;
+        std::string expected;
+    } cases[] = {
+        {"", "#line 1 \"\"\n\n"},
+        {"a", "#line 1 \"\"\na\n"},
+        {"a\n", "#line 1 \"\"\na\n\n"},
+        {"\n\r\n\0\xFF\nx include \"one\";"s, "#line 1 \"\"\n\n\r\n\0\xFF\nx include \"one\";\n"s},
+        {"include \"one\";",
+         "#line 1 \"\"\n#line 1 \"one\"\n#line 1 \"one\"\nin one\n#line 2 \"\"\n"},
+        {"\n\t include\t\"two\" ; // says \\\r\nz",
+         "#line 1 \"\"\n\n#line 1 \"two\"\n#line 1 \"two\"\nin two\n\n#line 3 \"\"\nz\n"},
+        {"x\ninclude \"nested\";\ny\ninclude\"empty\";\n\n",
+         "#line 1 \"\"\nx\n#line 1 \"nested\"\n#line 1 \"nested\"\na\n\n#line 1 \"one\"\n"
+         "#line 1 \"one\"\nin one\n#line 4 \"nested\"\nb\n#line 3 \"\"\ny\n#line 1 \"empty\"\n"
+         "#line 1 \"empty\"\n\n#line 5 \"\"\n\n\n"},
+        {"include \"one\"; include \"one\"\ninclude \"one\";\ninclude \"one\";",
+         "failed--\n4 failed to open include file `one\"; include \"one'\n"},
+        {"include \"one\";\ninclude \"one\";\ninclude \"./one\";",
+         "#line 1 \"\"\n#line 1 \"one\"\n#line 1 \"one\"\nin one\n#line 2 \"\"\n#line 1 \"one\"\n"
+         "#line 3 \"\"\n#line 1 \"./one\"\n#line 1 \"./one\"\nin one\n#line 4 \"\"\n"
+         "--\n2 `one' included more than once\n"},
+        {"include \"self\";",
+         "#line 1 \"\"\n#line 1 \"self\"\n#line 1 \"self\"\na\n#line 1 \"self\"\n#line 3 "
+         "\"self\"\nb\n"
+         "#line 2 \"\"\n--\n2 `self' included more than once\n"},
+        {"include \"ping\";",
+         "#line 1 \"\"\n#line 1 \"ping\"\n#line 1 \"ping\"\n#line 1 \"pong\"\n#line 1 \"pong\"\n"
+         "#line 1 \"ping\"\n#line 2 \"pong\"\n#line 2 \"ping\"\n#line 2 \"\"\n"
+         "--\n2 `ping' included more than once\n"},
+        {"include \"a\" ; \"b\";",
+         "#line 1 \"\"\n#line 1 \"a\" ; \"b\"\n#line 1 \"a\" ; \"b\"\nodd name\n#line 2 \"\"\n"},
+        {"include \"scrambled\";",
+         "#line 1 \"\"\n#line 1 \"scrambled\"\n#line 1 \"scrambled\"\nx\n#line 1 \"one\"\n"
+         "#line 1 \"one\"\nin one\n#line 3 \"scrambled\"\ny\0z\n#line 2 \"\"\n"s},
+        {scrambled,
+         "#line 1 \"\"\nx\n#line 1 \"one\"\n#line 1 \"one\"\nin one\n#line 3 \"\"\ny\0z\n"s},
+        {"include \"notScrambled\";",
+         "#line 1 \"\"\n#line 1 \"notScrambled\"\n#line 1 "
+         "\"notScrambled\"\n" +
+             scrambled + "!\n#line 2 \"\"\n"},
+        {"include \"one\0\";"s, "failed--\n4 failed to open include file `one\0'\n"s},
+    };
+    for (const auto& c : cases) EXPECT_EQ(expand(c.text), c.expected) << c.text;
+
+    // The object is used again, with the output in the place of the text.
+    SCR::Preprocessor preprocessor(nullptr, options_);
+    std::string text = "include \"one\";";
+    EXPECT_TRUE(preprocessor.preprocess(text, text));
+    EXPECT_TRUE(preprocessor.preprocess("include \"one\";", text));
+    EXPECT_EQ(text, cases[4].expected);
+}
+
+/// Every row of up to six of these words, against the regular expression.
+TEST_F(PreprocessorTest, RecognisesIncludeLines) {
+    const std::vector<std::string> words = {" ", "\t", "\r", "\"", ";", "x", "include"};
+    const std::regex expression("^[ \t]*include[ \t]*\".*\"[ \t]*;[ \t\r]*", std::regex::extended);
+    const SCR::Preprocessor preprocessor(nullptr);
+    std::vector<std::string> lines = {""};
+    std::size_t begin = 0;
+    for (int length = 1; length <= 5; ++length) {
+        const std::size_t end = lines.size();
+        for (std::size_t i = begin; i < end; ++i) {
+            for (const std::string& word : words) lines.push_back(lines[i] + word);
+        }
+        begin = end;
+    }
+    std::size_t includes = 0;
+    for (const std::string& line : lines) {
+        for (const char* const prefix : {"", "include\"", " include \"\""}) {
+            const std::string whole = prefix + line;
+            const bool isExpected = std::regex_search(whole, expression);
+            std::string name;
+            ASSERT_EQ(preprocessor.isIncludeLine(whole, name), isExpected) << whole;
+            if (!isExpected) continue;
+            ++includes;
+            const std::size_t first = whole.find('"') + 1;
+            ASSERT_EQ(name, whole.substr(first, whole.rfind('"') - first)) << whole;
+        }
+    }
+    EXPECT_GT(includes, 1000u);
+}
+
+TEST_F(PreprocessorTest, HandsOutLinesEitherWay) {
+    const std::string text = "a\n\ninclude\ninclude \"x\";\n  include \"y\";\n\ninclude include\n";
+    SCR::PreProFileData single("name", text);
+    SCR::PreProFileData runs("name", text);
+    std::string expected;
+    std::string line;
+    while (single.nextLine(line)) expected += line + "\n";
+    EXPECT_EQ(expected, text + "\n");
+    EXPECT_EQ(single.lineIndex(), 8u);
+
+    std::vector<unsigned> indexes;
+    std::string joined;
+    for (bool isGoing = true; isGoing;) {
+        std::string_view lines;
+        if (runs.nextOrdinaryLines(lines)) joined.append(lines).append("\n");
+        indexes.push_back(runs.lineIndex());
+        isGoing = runs.nextLine(line);
+        if (isGoing) joined += line + "\n";
+    }
+    EXPECT_EQ(joined, expected);
+    EXPECT_EQ(indexes, (std::vector<unsigned>{3, 4, 8}));
+    EXPECT_EQ(runs.name(), "name");
+}
+
+TEST_F(PreprocessorTest, SearchesDirectoriesInOrder) {
+    write("1/both", "in 1");
+    write("2/both", "in 2");
+    write("2/second", "in 2");
+    write("here", "here");
+    const auto includes = [&](const std::string& name) {
+        const std::string output = expand("include \"" + name + "\";");
+        return output.find("\nin 1\n") != std::string::npos   ? 1
+               : output.find("\nin 2\n") != std::string::npos ? 2
+               : output.find("\nhere\n") != std::string::npos ? 3
+                                                              : 0;
+    };
+    fs::current_path(directory_);
+    options_.searchPath.clear();
+    EXPECT_EQ(includes("here"), 3);
+    EXPECT_EQ(includes("2/both"), 2);
+    ::setenv("KESTREL_INCLUDE", "nowhere;1;2", 1);
+    EXPECT_EQ(includes("both"), 1);
+    EXPECT_EQ(includes("second"), 2);
+    EXPECT_EQ(includes("here"), 0);
+    EXPECT_EQ(includes(directory_ / "here"), 3);
+    options_.searchPath = {"2"};
+    EXPECT_EQ(includes("both"), 2);
+    options_.searchPath.clear();
+    // An empty piece is the root directory.
+    ::setenv("KESTREL_INCLUDE", ";1", 1);
+    EXPECT_EQ(includes((directory_ / "here").string().substr(1)), 3);
+    ::setenv("KESTREL_INCLUDE", "", 1);
+    EXPECT_EQ(includes("here"), 0);
+}
+
+TEST_F(PreprocessorTest, RefusesWhatIsNoReadableFile) {
+    write("first/x", "found too late");
+    fs::create_directory(directory_ / "x");
+    ASSERT_EQ(::mkfifo((directory_ / "fifo").c_str(), 0600), 0);
+    fs::create_symlink("loop", directory_ / "loop");
+    fs::create_symlink("/dev/zero", directory_ / "device");
+    options_.searchPath.push_back(directory_ / "first");
+    const struct {
+        std::string name;
+        std::string message;
+    } cases[] = {
+        {"x", "error while reading `x'"},
+        {"", "error while reading `'"},
+        {"fifo", "error while reading `fifo'"},
+        {"device", "error while reading `device'"},
+        {"/dev/stdin/", "failed to open include file `/dev/stdin/'"},
+        {"loop", "failed to open include file `loop'"},
+        {"first/x/y", "failed to open include file `first/x/y'"},
+        {std::string(5000, 'n'), "failed to open include file `" + std::string(5000, 'n') + "'"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(expand("include \"" + c.name + "\";"), "failed--\n4 " + c.message + "\n");
+        EXPECT_FALSE(isLimit_);
+    }
+}
+
+TEST_F(PreprocessorTest, ReadsFilesAsTheyCome) {
+    const std::string content(1000, 'f');
+    write("file", content);
+    const std::string expected =
+        "#line 1 \"\"\n#line 1 \"file\"\n#line 1 \"file\"\n" + content + "\n#line 2 \"\"\n";
+    readsS = Reads::Short;
+    EXPECT_EQ(expand("include \"file\";"), expected);
+    // A file that is longer than it is said to be.
+    EXPECT_NE(expand("include \"/proc/self/limits\";").find("Max open files"), std::string::npos);
+    readsS = Reads::Broken;
+    EXPECT_EQ(expand("include \"file\";"), "failed--\n4 error while reading `file'\n");
+    readsS = Reads::Normal;
+
+    // Permissions mean nothing to root.
+    const uid_t user = ::geteuid();
+    fs::permissions(directory_ / "file", fs::perms::none);
+    fs::permissions(directory_, fs::perms::all);
+    ASSERT_TRUE(user != 0 || ::seteuid(65534) == 0);
+    const std::string output = expand("include \"file\";");
+    ASSERT_EQ(::seteuid(user), 0);
+    EXPECT_EQ(output, "failed--\n4 error while reading `file'\n");
+}
+
+TEST_F(PreprocessorTest, StopsAtTheDepthLimit) {
+    for (int i = 1; i <= 201; ++i) {
+        const std::string next = std::to_string(i + 1);
+        write(std::to_string(i), i == 201 ? "" : "include \"" + next + "\";");
+    }
+    EXPECT_EQ(expand("include \"2\";").find("failed"), std::string::npos);
+    EXPECT_EQ(expand("include \"1\";"),
+              "failed--\n4 include file `201' exceeds the limit of 200 nested includes\n");
+    EXPECT_TRUE(isLimit_);
+    options_.maxDepth = 0;
+    EXPECT_EQ(expand("include \"1\";").find("failed"), std::string::npos);
+}
+
+TEST_F(PreprocessorTest, StopsAtTheSizeLimit) {
+    write("file", "12345\ninclude \"more\";\n");
+    write("more", "67890");
+    std::ofstream(directory_ / "huge").close();
+    fs::resize_file(directory_ / "huge", std::uintmax_t{1} << 40);
+    const std::string text = "a\ninclude \"file\";\nb";
+    const std::size_t size = expand(text).size();
+    for (options_.maxBytes = 1; options_.maxBytes <= size + 2; ++options_.maxBytes) {
+        const bool isEnough = options_.maxBytes >= size;
+        ASSERT_EQ(
+            expand(text) == "failed--\n4 the script and its includes exceed the source limit of " +
+                                std::to_string(options_.maxBytes) + " bytes\n",
+            !isEnough)
+            << options_.maxBytes;
+        ASSERT_EQ(isLimit_, !isEnough);
+    }
+    options_.maxBytes = 1000;
+    expand("include \"huge\";");
+    EXPECT_TRUE(isLimit_);
+    expand(std::string(1001, 'x'));
+    EXPECT_TRUE(isLimit_);
+    // A scrambled file may be longer than the limit.
+    std::string scrambled;
+    SCR::Crypt::encrypt(std::string(900, 'x'), scrambled);
+    write("scrambled", scrambled);
+    expand("include \"scrambled\";");
+    EXPECT_FALSE(isLimit_);
+}
+
+TEST_F(PreprocessorTest, KeepsToTheDirectoriesAllowed) {
+    write("in/file", "text");
+    write("inside/file", "text");
+    write("outside", "text");
+    fs::create_symlink("../outside", directory_ / "in/link");
+    fs::create_symlink("in", directory_ / "alias");
+    options_.allowedDirectories = {directory_ / "nowhere", directory_ / "alias"};
+    const struct {
+        std::string name;
+        bool isAllowed;
+    } cases[] = {{"in/file", true},          {"alias/file", true},  {directory_ / "in/file", true},
+                 {"in/../in/file", true},    {"in/link", false},    {"in/../outside", false},
+                 {"inside/file", false},     {"outside", false},    {"in/missing", false},
+                 {"/proc/self/stat", false}, {"/etc/passwd", false}};
+    for (const auto& c : cases) {
+        const std::string output = expand("include \"" + c.name + "\";");
+        EXPECT_EQ(output == "failed--\n4 failed to open include file `" + c.name +
+                                "' in the directories allowed for includes\n",
+                  !c.isAllowed)
+            << output;
+    }
+    options_.allowedDirectories = {"/"};
+    EXPECT_NE(expand("include \"outside\";").find("\ntext\n"), std::string::npos);
+    options_.includesAllowed = false;
+    EXPECT_EQ(expand("a\ninclude \"outside\";"),
+              "failed--\n4 include of `outside' is not allowed\n");
+    EXPECT_EQ(expand("a"), "#line 1 \"\"\na\n");
+}
+
+}  // namespace
