@@ -1,0 +1,195 @@
+// Runs the kestrel command itself and holds its output, messages and exit status against tables.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+    int status = -1;  // 128 + the signal's number when one ended the program
+    std::string output;
+    std::string messages;
+};
+
+std::string contents(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// A folder of its own that the command runs in, removed at the end.
+class CliTest : public testing::Test {
+protected:
+    CliTest() : folder_((fs::temp_directory_path() / "kestrel-cli-XXXXXX").string()) {
+        if (mkdtemp(folder_.data()) == nullptr) std::abort();
+    }
+    ~CliTest() override { fs::remove_all(folder_); }
+
+    void write(const std::string& name, const std::string& text) const {
+        fs::create_directories(fs::path(folder_ + "/" + name).parent_path());
+        std::ofstream(folder_ + "/" + name, std::ios::binary) << text;
+    }
+
+    Result kestrel(std::vector<std::string> arguments, const std::string& input = "",
+                   const std::string& output = "") const {
+        write(".stdin", input);
+        const std::string outputPath = output.empty() ? folder_ + "/.stdout" : output;
+        arguments.insert(arguments.begin(), KESTREL_COMMAND);
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+
+        const pid_t child = fork();
+        if (child == 0) {
+            const auto redirect = [](int descriptor, const std::string& path, int flags) {
+                const int file = open(path.c_str(), flags, 0600);
+                return file >= 0 && dup2(file, descriptor) >= 0 && close(file) == 0;
+            };
+            const int writing = O_WRONLY | O_CREAT | O_TRUNC;
+            if (chdir(folder_.c_str()) == 0 && unsetenv("KESTREL_INCLUDE") == 0 &&
+                redirect(STDIN_FILENO, ".stdin", O_RDONLY) &&
+                redirect(STDOUT_FILENO, outputPath, writing) &&
+                redirect(STDERR_FILENO, ".stderr", writing)) {
+                execv(argv[0], argv.data());
+            }
+            _exit(127);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        Result result;
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        if (output.empty()) result.output = contents(outputPath);
+        result.messages = contents(folder_ + "/.stderr");
+        return result;
+    }
+
+    std::string folder_;
+};
+
+TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
+    write("hello.ks", "logStdout(\"hello\\n\");");
+    write("wrong.ks", "logStdout(\"hello\\n\");\nlogStdout(;\n");
+    write("lib/part.ks", "logStdout(\"lib\");");
+    write("other/part.ks", "logStdout(\"other\");");
+    write("includes.ks", "include \"part.ks\";\n");
+    const std::string parseError = "ERROR: line 2: parse error\n";
+    struct Row {
+        std::vector<std::string> arguments;
+        std::string input;
+        int status;
+        std::string output;
+        std::string messages;
+    };
+    const std::string nul("logStdout(\"a\0b\");", 17);
+    const Row rows[] = {
+        {{"run", "hello.ks"}, "", 0, "hello\n", ""},
+        {{"run", "-"}, "logStdout(\"from stdin\");", 0, "from stdin", ""},
+        {{"run", "-"}, nul, 0, std::string("a\0b", 3), ""},
+        {{"run", "-"}, "", 0, "", ""},
+        {{"run", "-e", "logStdout(\"text\");"}, "", 0, "text", ""},
+        {{"run", "-e", "logStdout(\"x\");", "--repeat", "3"}, "", 0, "xxx", ""},
+        {{"run", "--repeat", "0", "hello.ks"}, "", 0, "", ""},
+        {{"run", "-D", "a=1", "-D", "b=x=y", "-e", "logStdout(a + b);"}, "", 0, "1x=y", ""},
+        {{"run", "-D", "a=", "-e", "logStdout(longToStr(strLength(a)));"}, "", 0, "0", ""},
+        {{"run", "-I", "lib", "-I", "other", "includes.ks"}, "", 0, "lib", ""},
+        {{"run", "-I", "other", "includes.ks", "-I", "lib"}, "", 0, "other", ""},
+        {{"run", "wrong.ks"}, "", 3, "", parseError},
+        {{"run", "-e", "logStdout(\"a\"); scriptUsable(false);"}, "", 1, "a", ""},
+        {{"check", "hello.ks"}, "", 0, "", ""},
+        {{"check", "-"}, "1 +;", 3, "", "ERROR: line 1: parse error\n"},
+        {{"check", "-I", "lib", "includes.ks", "hello.ks"}, "", 0, "", ""},
+        {{"check", "wrong.ks", "hello.ks"}, "", 3, "wrong.ks: does not compile\n", parseError},
+        {{"check", "wrong.ks", "none.ks"},
+         "",
+         3,
+         "wrong.ks: does not compile\n",
+         parseError + "kestrel: none.ks: No such file or directory\n"},
+        {{"--version"}, "", 0, "kestrel " KESTREL_VERSION "\n", ""},
+    };
+    for (const Row& row : rows) {
+        std::string line;
+        for (const std::string& argument : row.arguments) line += " " + argument;
+        SCOPED_TRACE("kestrel" + line);
+        const Result result = kestrel(row.arguments, row.input);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.output, row.output);
+        EXPECT_EQ(result.messages, row.messages);
+    }
+}
+
+TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
+    write("hello.ks", "logStdout(\"hello\\n\");");
+    struct Row {
+        std::vector<std::string> arguments;
+        std::string message;
+    };
+    const Row rows[] = {
+        {{}, "subcommand"},
+        {{"walk"}, "walk"},
+        {{"run"}, "FILE"},
+        {{"run", "hello.ks", "more.ks"}, "more.ks"},
+        {{"run", "hello.ks", "-e", ";"}, "-e"},
+        {{"run", "none.ks"}, "none.ks: No such file or directory"},
+        {{"run", "."}, "Is a directory"},
+        {{"run", "--repeat", "many", "hello.ks"}, "many"},
+        {{"run", "--repeat", "-1", "hello.ks"}, "-1"},
+        {{"run", "--unknown", "hello.ks"}, "--unknown"},
+        {{"run", "-D", "novalue", "hello.ks"}, "'novalue' is not NAME=VALUE"},
+        {{"run", "-D", "=value", "hello.ks"}, "is not NAME=VALUE"},
+        {{"run", "-D", "1st=value", "hello.ks"}, "is not NAME=VALUE"},
+        {{"run", "-D", "a=1", "-D", "a=2", "hello.ks"}, "a is given twice"},
+        {{"check"}, "FILE"},
+    };
+    for (const Row& row : rows) {
+        std::string line;
+        for (const std::string& argument : row.arguments) line += " " + argument;
+        SCOPED_TRACE("kestrel" + line);
+        const Result result = kestrel(row.arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.output, "");
+        EXPECT_NE(result.messages.find(row.message), std::string::npos) << result.messages;
+    }
+}
+
+TEST_F(CliTest, CheckRunsNothingOfTheScript) {
+    const std::string script =
+        "function BEGIN { logStdout(\"begin\"); }\n"
+        "function END { logStdout(\"end\"); }\n"
+        "logStdout(\"main\");\n";
+    EXPECT_EQ(kestrel({"run", "-"}, script).output, "beginmainend");
+    EXPECT_EQ(kestrel({"check", "-"}, script).output, "");
+}
+
+TEST_F(CliTest, EveryHelpGivesAnExample) {
+    for (const char* command : {"", "run", "check"}) {
+        std::vector<std::string> arguments = {"--help"};
+        if (*command != 0) arguments.insert(arguments.begin(), command);
+        const Result result = kestrel(arguments);
+        EXPECT_EQ(result.status, 0) << command;
+        EXPECT_NE(result.output.find("Example"), std::string::npos) << command;
+        EXPECT_NE(result.output.find(std::string("  kestrel ") + command), std::string::npos);
+    }
+}
+
+TEST_F(CliTest, AFailedWriteIsNoSuccess) {
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"run", "-e", "logStdout(\"x\");"},
+             {"run", "--repeat", "100000", "-e", "logStdout(\"xxxxxxxxxxxxxxx\\n\");"},
+             {"--help"}}) {
+        const Result result = kestrel(arguments, "", "/dev/full");
+        EXPECT_EQ(result.status, 74) << arguments.back();
+        EXPECT_NE(result.messages.find("kestrel: standard output: "), std::string::npos);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,42 @@
+# Tests of what users get: headers that stand alone, the library's symbols, the installed package.
+
+# Each public header compiles by itself, as part of the build.
+add_custom_target(kestrel_headers ALL)
+add_dependencies(kestrel_headers kestrel_verify_interface_header_sets)
+
+add_test(NAME package.symbols COMMAND ${CMAKE_COMMAND}
+    -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:kestrel>
+    -P ${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols.cmake)
+
+if(NOT KESTREL_INSTALL)
+    return()
+endif()
+
+# A host program is built against a fresh installation, with the flags that the library needs.
+set(work ${CMAKE_CURRENT_BINARY_DIR}/install)
+set(flags "${CMAKE_CXX_FLAGS}")
+if(KESTREL_SANITIZE)
+    string(APPEND flags " -fsanitize=${KESTREL_SANITIZE}")
+endif()
+add_test(NAME package.clear COMMAND ${CMAKE_COMMAND} -E rm -rf ${work})
+add_test(NAME package.install COMMAND ${CMAKE_COMMAND}
+    --install ${PROJECT_BINARY_DIR} --prefix ${work}/prefix)
+add_test(NAME package.cmake COMMAND ${CMAKE_CTEST_COMMAND}
+    --build-and-test ${CMAKE_CURRENT_SOURCE_DIR}/install ${work}/cmake
+    --build-generator ${CMAKE_GENERATOR}
+    --build-options -DCMAKE_PREFIX_PATH=${work}/prefix
+        -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER} -DCMAKE_CXX_FLAGS=${flags}
+    --test-command ${work}/cmake/host)
+add_test(NAME package.pkgconfig COMMAND make
+    -C ${CMAKE_CURRENT_SOURCE_DIR}/install BUILD=${work} CXX=${CMAKE_CXX_COMPILER}
+    CXXFLAGS=${flags} run)
+add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kestrel
+    run -e "if (strLength(\"installed\") > 3) { logStdout(\"runs\"); }")
+set_tests_properties(package.clear PROPERTIES FIXTURES_SETUP package_clear)
+set_tests_properties(package.install PROPERTIES
+    FIXTURES_REQUIRED package_clear FIXTURES_SETUP package_install)
+set_tests_properties(package.cmake package.pkgconfig package.command PROPERTIES
+    FIXTURES_REQUIRED package_install)
+set_tests_properties(package.pkgconfig PROPERTIES
+    ENVIRONMENT PKG_CONFIG_PATH=${work}/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set_tests_properties(package.command PROPERTIES PASS_REGULAR_EXPRESSION "^runs$")
