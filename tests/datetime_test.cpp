@@ -1,0 +1,529 @@
+#include "fnd/DateTime.h"
+
+#include <cstdlib>
+#include <limits>
+#include <ostream>
+#include <random>
+#include <string>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+#include <time.h>
+
+namespace FND {
+
+static void PrintTo(const DateTime& date, std::ostream* out) {
+    String text;
+    date.format(text);
+    *out << text << " (" << date.secs() << ")";
+}
+
+namespace {
+
+using Zone = DateTime::Zone;
+
+constexpr std::int64_t leastS = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t greatestS = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t secsPerDayS = 86400;
+
+static_assert(sizeof(DateTime) == 8 && std::is_trivially_copyable_v<DateTime>);
+static_assert(!FND_INVALID_DATETIME.isValid() && INVALID_DATETIME == DateTime());
+
+// Zones by rule, so that the tests need no zone files. In the first, clocks change at 01:00 UTC.
+constexpr const char* centralEuropeS = "CET-1CEST,M3.5.0,M10.5.0/3";
+constexpr const char* newYorkS = "EST5EDT,M3.2.0,M11.1.0";
+constexpr const char* lordHoweS = "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0";
+constexpr const char* oddOffsetS = "LMT-0:19:32";
+constexpr const char* zonesS[] = {centralEuropeS, newYorkS, lordHoweS, oddOffsetS, "UTC0"};
+
+/// The process's zone, for as long as this lives.
+class ZoneScope {
+public:
+    explicit ZoneScope(const char* zone) {
+        if (const char* old = std::getenv("TZ")) {
+            old_ = old;
+            hadOld_ = true;
+        }
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneScope() {
+        if (hadOld_)
+            setenv("TZ", old_.c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+
+private:
+    std::string old_;
+    bool hadOld_ = false;
+};
+
+std::string text(DateTime date) {
+    String out;
+    date.format(out);
+    return out;
+}
+
+std::string text(DateTime date, std::string_view pattern, Zone zone = Zone::Utc) {
+    String out;
+    date.format(out, pattern, zone);
+    return out;
+}
+
+class Random {
+public:
+    std::int64_t between(std::int64_t low, std::int64_t high) {
+        return std::uniform_int_distribution<std::int64_t>(low, high)(engine_);
+    }
+    DateTime date() { return DateTime(between(DateTime::min().secs(), DateTime::max().secs())); }
+    DateTime dateSince(const char* text) {
+        return DateTime(between(DateTime::parse(text).secs(), DateTime::max().secs()));
+    }
+
+private:
+    std::mt19937_64 engine_{20240229};
+};
+
+TEST(DateTime, KnowsItsRange) {
+    const struct {
+        std::int64_t secs;
+        const char* text;
+    } cases[] = {
+        {0, "1970-01-01 00:00:00"},
+        {-1, "1969-12-31 23:59:59"},
+        {-62135596800, "0001-01-01 00:00:00"},
+        {-62135596801, "INVALID"},
+        {253402300799, "9999-12-31 23:59:59"},
+        {253402300800, "INVALID"},
+        {DateTime::invalidSecsCM, "INVALID"},
+        {leastS, "INVALID"},
+        {greatestS, "INVALID"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(text(DateTime(c.secs)), c.text) << c.secs;
+        EXPECT_EQ(DateTime(c.secs).isValid(), std::string(c.text) != "INVALID") << c.secs;
+        EXPECT_LE(DateTime(c.secs).secs(), DateTime::invalidSecsCM) << c.secs;
+    }
+    EXPECT_LT(DateTime::max(), DateTime());
+    EXPECT_LT(DateTime::min(), DateTime::max());
+    EXPECT_EQ(DateTime(leastS), DateTime(greatestS));
+    EXPECT_LE(std::abs(DateTime::now().secs() - time(nullptr)), 1);
+}
+
+TEST(DateTime, AddsByTheCalendar) {
+    const struct {
+        const char* from;
+        bool (DateTime::*add)(std::int64_t) noexcept;
+        std::int64_t amount;
+        const char* to;  // null: refused
+    } cases[] = {
+        {"2023-01-31 10:11:12", &DateTime::addMonths, 1, "2023-02-28 10:11:12"},
+        {"2024-01-31", &DateTime::addMonths, 1, "2024-02-29 00:00:00"},
+        {"2024-03-31", &DateTime::addMonths, -1, "2024-02-29 00:00:00"},
+        {"2024-02-29", &DateTime::addMonths, 1, "2024-03-29 00:00:00"},
+        {"2024-12-31", &DateTime::addMonths, 2, "2025-02-28 00:00:00"},
+        {"2024-01-15", &DateTime::addMonths, -13, "2022-12-15 00:00:00"},
+        {"2024-02-29", &DateTime::addYears, 1, "2025-02-28 00:00:00"},
+        {"2024-02-29", &DateTime::addYears, 4, "2028-02-29 00:00:00"},
+        {"2024-02-29", &DateTime::addYears, -124, "1900-02-28 00:00:00"},
+        {"2024-02-28", &DateTime::addDays, 2, "2024-03-01 00:00:00"},
+        {"1969-12-31 23:59:59", &DateTime::addDays, -1, "1969-12-30 23:59:59"},
+        {"0001-01-01", &DateTime::addYears, 9998, "9999-01-01 00:00:00"},
+        {"0001-01-01", &DateTime::addMonths, 9999 * 12 - 1, "9999-12-01 00:00:00"},
+        {"0001-01-01", &DateTime::addDays, 3652058, "9999-12-31 00:00:00"},
+        {"0001-01-01", &DateTime::addDays, 3652059, nullptr},
+        {"0001-01-01", &DateTime::addMonths, 9999 * 12, nullptr},
+        {"0001-01-31", &DateTime::addMonths, -1, nullptr},
+        {"9999-12-31", &DateTime::addMonths, 1, nullptr},
+        {"9999-12-31", &DateTime::addYears, 1, nullptr},
+        {"2024-01-01", &DateTime::addYears, greatestS, nullptr},
+        {"2024-01-01", &DateTime::addYears, greatestS / 12 + 1, nullptr},
+        {"2024-01-01", &DateTime::addMonths, leastS, nullptr},
+        {"2024-01-01", &DateTime::addMonths, std::int64_t{1} << 32, nullptr},
+        {"2024-01-01", &DateTime::addDays, greatestS / secsPerDayS + 1, nullptr},
+        {"INVALID", &DateTime::addYears, 0, nullptr},
+        {"INVALID", &DateTime::addMonths, 0, nullptr},
+        {"INVALID", &DateTime::addDays, 0, nullptr},
+    };
+    for (const auto& c : cases) {
+        const DateTime from = DateTime::parse(c.from);
+        DateTime date = from;
+        EXPECT_EQ((date.*c.add)(c.amount), c.to != nullptr) << c.from << " + " << c.amount;
+        EXPECT_EQ(text(date), c.to ? c.to : text(from)) << c.from << " + " << c.amount;
+    }
+}
+
+TEST(DateTime, AddsMonthsAsTheCLibraryDoes) {
+    Random random;
+    for (int i = 0; i < 20000; ++i) {
+        const DateTime from = random.date();
+        const std::int64_t months = random.between(-3000, 3000);
+        const time_t secs = from.secs();
+        tm fields{};
+        gmtime_r(&secs, &fields);
+        const int day = fields.tm_mday;
+        fields.tm_mon += static_cast<int>(months);
+        time_t expected = timegm(&fields);
+        if (fields.tm_mday != day) expected -= fields.tm_mday * secsPerDayS;  // ran over the end
+        DateTime to = from;
+        const bool fits = DateTime(expected).isValid();
+        ASSERT_EQ(to.addMonths(months), fits) << from.secs() << " + " << months;
+        ASSERT_EQ(to, fits ? DateTime(expected) : from) << from.secs() << " + " << months;
+    }
+}
+
+TEST(DateTime, ReadsTheDefaultForms) {
+    const struct {
+        const char* text;
+        const char* date;  // empty: invalid
+    } cases[] = {
+        {"2024-02-29 23:59:58", "2024-02-29 23:59:58"},
+        {"2024-02-29", "2024-02-29 00:00:00"},
+        {"20240229", "2024-02-29 00:00:00"},
+        {"20240229235958", "2024-02-29 23:59:58"},
+        {"2024-02-29T23:59:58", "2024-02-29 23:59:58"},
+        {"2024-02-29T23:59:58Z", "2024-02-29 23:59:58"},
+        {"2024-02-29T23:59:58+01:30", "2024-02-29 22:29:58"},
+        {"2024-02-29T23:59:58-0130", "2024-03-01 01:29:58"},
+        {"2024-02-29T23:59:58+02", "2024-02-29 21:59:58"},
+        {"0001-01-01T00:00:00-00:01", "0001-01-01 00:01:00"},
+        {"0001-01-01", "0001-01-01 00:00:00"},
+        {"99991231235959", "9999-12-31 23:59:59"},
+        {"0001-01-01T00:00:00+00:01", ""},
+        {"9999-12-31T23:59:59-00:01", ""},
+        {"0000-12-31", ""},
+        {"2023-02-29", ""},
+        {"1900-02-29", ""},
+        {"2024-06-31", ""},
+        {"2024-13-01", ""},
+        {"2024-00-01", ""},
+        {"2024-01-00", ""},
+        {"2024-01-01 24:00:00", ""},
+        {"2024-01-01 00:60:00", ""},
+        {"2024-01-01 00:00:60", ""},
+        {"", ""},
+        {"2024", ""},
+        {"202401011", ""},
+        {"2024010112", ""},
+        {"2024-1-01", ""},
+        {"2024/01/01", ""},
+        {" 2024-01-01", ""},
+        {"2024-01-01 ", ""},
+        {"2024-01-01 00:00", ""},
+        {"2024-01-01 00:00:00 ", ""},
+        {"2024-01-01 00:00:00Z", ""},
+        {"2024-01-01T00:00:00z", ""},
+        {"2024-01-01T00:00:00Z0", ""},
+        {"2024-01-01T00:00:00+", ""},
+        {"2024-01-01T00:00:00+1", ""},
+        {"2024-01-01T00:00:00+24", ""},
+        {"2024-01-01T00:00:00+0160", ""},
+        {"2024-01-01T00:00:00+01:", ""},
+        {"2024-01-01T00:00:00+01:0", ""},
+        {"2024-01-01x00:00:00", ""},
+        {"2024-01-01 00.00.00", ""},
+        {"+202-01-01", ""},
+        {"-024-01-01", ""},
+        {"2024-01-0\xb1", ""},
+        {"INVALID", ""},
+    };
+    for (const auto& c : cases) {
+        const DateTime date = DateTime::parse(c.text);
+        EXPECT_EQ(date.isValid() ? text(date) : "", c.date) << c.text;
+    }
+    EXPECT_FALSE(DateTime::parse(std::string_view("2024-01-01\0", 11)).isValid());
+}
+
+TEST(DateTime, ReadsByPattern) {
+    const struct {
+        const char* text;
+        const char* pattern;
+        const char* date;  // empty: invalid
+    } cases[] = {
+        {"5.3.2024 7:08", "%d.%m.%Y %H:%M", "2024-03-05 07:08:00"},
+        {"20240305", "%Y%m%d", "2024-03-05 00:00:00"},
+        {"2024-03-05  \n10", "%F %H", "2024-03-05 10:00:00"},
+        {"2024-03-0510", "%F %H", "2024-03-05 10:00:00"},
+        {"tUESDAY, 5 march 2024", "%a, %d %b %Y", "2024-03-05 00:00:00"},
+        {"Tue 05 Mar 2024", "%A %d %B %Y", "2024-03-05 00:00:00"},
+        {"68", "%y", "2068-01-01 00:00:00"},
+        {"69", "%y", "1969-01-01 00:00:00"},
+        {"1868", "%C%y", "1868-01-01 00:00:00"},
+        {"12:30 AM", "%I:%M %p", "1970-01-01 00:30:00"},
+        {"12:30 pm", "%I:%M %p", "1970-01-01 12:30:00"},
+        {"11pm", "%I%P", "1970-01-01 23:00:00"},
+        {"2024-060", "%Y-%j", "2024-02-29 00:00:00"},
+        {"2020-W53-7", "%G-W%V-%u", "2021-01-03 00:00:00"},
+        {"2024 00 6", "%Y %U %w", "2024-01-06 00:00:00"},
+        {"2024 01 Mon", "%Y %W %a", "2024-01-01 00:00:00"},
+        {"-1", "%s", "1969-12-31 23:59:59"},
+        {"2024-03-05 10 +0230", "%F %H %z", "2024-03-05 07:30:00"},
+        {"2024-03-05 10Z", "%F %H%z", "2024-03-05 10:00:00"},
+        {"2024-03-05 10 GMT", "%F %H %Z", "2024-03-05 10:00:00"},
+        {"100%", "%j%%", "1970-04-10 00:00:00"},
+        {"1970%Q%", "%Y%Q%", "1970-01-01 00:00:00"},
+        {"2024-03-05x", "%F", ""},
+        {"2024-03-0", "%F", ""},
+        {"2024-03", "%F", ""},
+        {"2023-02-29", "%F", ""},
+        {"2024-06-31", "%F", ""},
+        {"29.02.", "%d.%m.", ""},
+        {"2023-366", "%Y-%j", ""},
+        {"2024-W53-1", "%G-W%V-%u", ""},
+        {"Wed 05 Mar 2024", "%a %d %b %Y", ""},
+        {"2024 2025", "%Y %Y", ""},
+        {"2024 25", "%Y %y", ""},
+        {"13:00 AM", "%H:%M %p", ""},
+        {"24", "%H", ""},
+        {"13", "%I", ""},
+        {"60", "%S", ""},
+        {"0000", "%Y", ""},
+        {"0", "%d", ""},
+        {"54", "%U", ""},
+        {"+5", "%d", ""},
+        {"Ma 2024", "%b %Y", ""},
+        {"253402300800", "%s", ""},
+        {"999999999999999999999999", "%s", ""},
+        {"2024-03-05 10 XST", "%F %H %Z", ""},
+        {"UTC", "%Z", ""},
+        {"", "", ""},
+        {"text", "text", ""},
+        {"", "%Y", ""},
+        {"2024", "%Y%", ""},
+    };
+    for (const auto& c : cases) {
+        const DateTime date = DateTime::parse(c.text, c.pattern);
+        EXPECT_EQ(date.isValid() ? text(date) : "", c.date) << c.text << " by " << c.pattern;
+    }
+}
+
+TEST(DateTime, PrintsAsTheCLibraryDoes) {
+    // Below the year 1000 the C library leaves out leading zeros of the year.
+    Random random;
+    const std::string pattern =
+        "%Y|%C|%y|%m|%B|%b|%h|%d|%e|%j|%A|%a|%u|%w|%G|%V|%g|%U|%W|%H|%I|%k|%l|%p|%P|%M|%S|%s|%F|%T|"
+        "%R|%D|%r|%c|%X|%x|%n|%t|%%|text";
+    const ZoneScope utc("UTC0");
+    for (int i = 0; i < 20000; ++i) {
+        const DateTime date = random.dateSince("1000-01-01");
+        const time_t secs = date.secs();
+        tm fields{};
+        gmtime_r(&secs, &fields);
+        char expected[512];
+        strftime(expected, sizeof expected, pattern.c_str(), &fields);
+        ASSERT_EQ(text(date, pattern), expected) << secs;
+        strftime(expected, sizeof expected, "%Y-%m-%d %H:%M:%S", &fields);
+        ASSERT_EQ(text(date), expected) << secs;
+    }
+    EXPECT_EQ(text(DateTime::min(), "%Y %G %C %y %e %k %l"), "0001 0001 00 01  1  0 12");
+    EXPECT_EQ(text(DateTime(0), "%Q%L%\xff%E%"), "%Q%L%\xff%E%");
+    EXPECT_EQ(text(DateTime(), "%Y"), "INVALID");
+}
+
+TEST(DateTime, ReadsWhatThePrintsOfTheCLibraryMean) {
+    Random random;
+    for (int i = 0; i < 50000; ++i) {
+        tm fields{};
+        fields.tm_year = static_cast<int>(random.between(0, 9999)) - 1900;
+        fields.tm_mon = static_cast<int>(random.between(-1, 12));
+        fields.tm_mday = static_cast<int>(random.between(0, 32));
+        fields.tm_hour = static_cast<int>(random.between(0, 24));
+        fields.tm_min = static_cast<int>(random.between(0, 60));
+        fields.tm_sec = static_cast<int>(random.between(0, 60));
+        char written[64];
+        snprintf(written, sizeof written, "%04d-%02d-%02d %02d:%02d:%02d", fields.tm_year + 1900,
+                 (fields.tm_mon + 1) % 100, fields.tm_mday, fields.tm_hour, fields.tm_min,
+                 fields.tm_sec);
+        tm normal = fields;
+        const DateTime instant(timegm(&normal));
+        const bool exists = normal.tm_year == fields.tm_year && normal.tm_mon == fields.tm_mon &&
+                            normal.tm_mday == fields.tm_mday && normal.tm_hour == fields.tm_hour &&
+                            normal.tm_min == fields.tm_min && normal.tm_sec == fields.tm_sec;
+        const DateTime expected = exists ? instant : DateTime();
+        ASSERT_EQ(DateTime::parse(written), expected) << written;
+        ASSERT_EQ(DateTime::parse(written, "%Y-%m-%d %H:%M:%S"), expected) << written;
+    }
+}
+
+TEST(DateTime, ReadsWhatItPrints) {
+    const char* const utcPatterns[] = {
+        "%Y-%m-%d %H:%M:%S",
+        "%c",
+        "%F %r",
+        "%Y%m%d%H%M%S",
+        "%G-W%V-%u %T",
+        "%Y/%j %X",
+        "%C%y %U %a %T",
+        "%A %W %Y %R:%S",
+        "%e%b%Y %k %M %S",
+        "%B %d %Y %T",
+        "%d.%m.%Y %l%P%M%S",
+        "%s",
+    };
+    const char* const zonedPatterns[] = {"%F %T %z", "%F %T%Z", "%z%Y%m%d%H%M%S", "%Z %s %c",
+                                         "%a %j %Y %I%p %M:%S %z (%Z)"};
+    Random random;
+    for (const char* const zone : zonesS) {
+        const ZoneScope scope(zone);
+        for (int i = 0; i < 2000; ++i) {
+            const DateTime date = random.date();
+            for (const char* pattern : utcPatterns)
+                ASSERT_EQ(DateTime::parse(text(date, pattern), pattern), date) << pattern;
+            ASSERT_EQ(DateTime::parse(text(date)), date);
+            // A day from either end even the local year has four digits.
+            if (std::abs(date.secs()) > DateTime::max().secs() - secsPerDayS) continue;
+            for (const char* pattern : zonedPatterns)
+                ASSERT_EQ(DateTime::parse(text(date, pattern, Zone::Local), pattern), date)
+                    << pattern << " in " << zone;
+        }
+    }
+}
+
+TEST(DateTime, FollowsTheLocalZone) {
+    const struct {
+        const char* zone;
+        const char* local;
+        const char* utc;
+        const char* text;  // the instant's local clock
+    } cases[] = {
+        {centralEuropeS, "2024-03-31 01:59:59", "2024-03-31 00:59:59",
+         "2024-03-31 01:59:59 CET +0100"},
+        {centralEuropeS, "2024-03-31 02:00:00", "2024-03-31 01:00:00",
+         "2024-03-31 03:00:00 CEST +0200"},
+        {centralEuropeS, "2024-03-31 02:30:00", "2024-03-31 01:30:00",
+         "2024-03-31 03:30:00 CEST +0200"},
+        {centralEuropeS, "2024-03-31 03:00:00", "2024-03-31 01:00:00",
+         "2024-03-31 03:00:00 CEST +0200"},
+        {centralEuropeS, "2024-10-27 01:59:59", "2024-10-26 23:59:59",
+         "2024-10-27 01:59:59 CEST +0200"},
+        {centralEuropeS, "2024-10-27 02:30:00", "2024-10-27 00:30:00",
+         "2024-10-27 02:30:00 CEST +0200"},
+        {centralEuropeS, "2024-10-27 03:00:00", "2024-10-27 02:00:00",
+         "2024-10-27 03:00:00 CET +0100"},
+        {newYorkS, "2024-03-10 02:30:00", "2024-03-10 07:30:00", "2024-03-10 03:30:00 EDT -0400"},
+        {newYorkS, "2024-11-03 01:30:00", "2024-11-03 05:30:00", "2024-11-03 01:30:00 EDT -0400"},
+        {lordHoweS, "2024-10-06 02:15:00", "2024-10-05 15:45:00", "2024-10-06 02:45:00 +11 +1100"},
+        {lordHoweS, "2024-04-07 01:45:00", "2024-04-06 14:45:00", "2024-04-07 01:45:00 +11 +1100"},
+        {oddOffsetS, "2024-01-01 00:00:00", "2023-12-31 23:40:28",
+         "2024-01-01 00:00:00 LMT +00:19:32"},
+        {"UTC0", "2024-01-01 00:00:00", "2024-01-01 00:00:00", "2024-01-01 00:00:00 UTC +0000"},
+    };
+    for (const auto& c : cases) {
+        const ZoneScope scope(c.zone);
+        const DateTime date = DateTime::fromLocalSecs(DateTime::parse(c.local).secs());
+        EXPECT_EQ(text(date), c.utc) << c.local << " in " << c.zone;
+        EXPECT_EQ(text(date, "%F %T %Z %z", Zone::Local), c.text) << c.local << " in " << c.zone;
+    }
+    const ZoneScope scope(centralEuropeS);
+    EXPECT_EQ(DateTime().toLocalSecs(), DateTime::invalidSecsCM);
+    for (const std::int64_t secs : {leastS, greatestS, DateTime::invalidSecsCM})
+        EXPECT_FALSE(DateTime::fromLocalSecs(secs).isValid()) << secs;
+    EXPECT_EQ(DateTime::fromLocalSecs(DateTime::max().toLocalSecs()), DateTime::max());
+    EXPECT_EQ(DateTime::fromLocalSecs(DateTime::min().toLocalSecs()), DateTime::min());
+    // The zone's name tells the two apart; no clock has shown the third.
+    EXPECT_EQ(text(DateTime::parse("2024-10-27 02:30 CET", "%F %R %Z")), "2024-10-27 01:30:00");
+    EXPECT_EQ(text(DateTime::parse("2024-10-27 02:30 CEST", "%F %R %Z")), "2024-10-27 00:30:00");
+    EXPECT_FALSE(DateTime::parse("2024-03-31 02:30 CET", "%F %R %Z").isValid());
+    EXPECT_FALSE(DateTime::parse("2024-01-01 02:30 CEST", "%F %R %Z").isValid());
+}
+
+TEST(DateTime, ConvertsToLocalTimeAndBack) {
+    Random random;
+    for (const char* const zone : zonesS) {
+        const ZoneScope scope(zone);
+        for (int i = 0; i < 5000; ++i) {
+            const DateTime date = random.date();
+            const time_t secs = date.secs();
+            tm fields{};
+            localtime_r(&secs, &fields);
+            const std::int64_t local = date.toLocalSecs();
+            ASSERT_EQ(local, timegm(&fields)) << secs << " in " << zone;
+            const DateTime back = DateTime::fromLocalSecs(local);
+            ASSERT_LE(back, date) << zone;  // earlier only where the local time occurs twice
+            ASSERT_EQ(back.toLocalSecs(), local) << secs << " in " << zone;
+        }
+    }
+}
+
+TEST(DateTime, AddsLocalTime) {
+    const ZoneScope scope(centralEuropeS);
+    const struct {
+        const char* from;
+        std::int64_t hours;
+        std::int64_t minutes;
+        std::int64_t seconds;
+        const char* to;  // null: refused
+    } cases[] = {
+        {"2024-06-01 12:00:00", 1, -30, 15, "2024-06-01 12:30:15"},
+        {"2024-03-30 12:00:00", 24, 0, 0, "2024-03-31 11:00:00"},
+        {"2024-03-31 00:30:00", 1, 0, 0, "2024-03-31 01:30:00"},
+        {"2024-03-31 00:30:00", 2, 0, 0, "2024-03-31 01:30:00"},
+        {"2024-10-26 22:30:00", 2, 0, 0, "2024-10-27 00:30:00"},
+        {"2024-10-26 22:30:00", 3, 0, 0, "2024-10-27 02:30:00"},
+        {"2024-10-27 01:30:00", 0, 0, 0, "2024-10-27 01:30:00"},
+        {"2024-10-27 01:30:00", 0, 10, 0, "2024-10-27 01:40:00"},
+        {"0001-01-01 00:00:00", 0, 0, -1, nullptr},
+        {"9999-12-31 23:59:59", 0, 0, 1, nullptr},
+        {"2024-06-01 00:00:00", greatestS, 0, 0, nullptr},
+        {"2024-06-01 00:00:00", greatestS, greatestS, greatestS, nullptr},
+        {"2024-06-01 00:00:00", leastS, leastS, leastS, nullptr},
+        {"2024-06-01 00:00:00", 1LL << 52, -60 * (1LL << 52), 5, "2024-06-01 00:00:05"},
+        {"INVALID", 0, 0, 0, nullptr},
+    };
+    for (const auto& c : cases) {
+        const DateTime from = DateTime::parse(c.from);
+        DateTime date = from;
+        EXPECT_EQ(date.addLocalTime(c.hours, c.minutes, c.seconds), c.to != nullptr) << c.from;
+        EXPECT_EQ(text(date), c.to ? c.to : text(from)) << c.from << " + " << c.hours << "h";
+    }
+}
+
+TEST(DateTime, TakesAnyTextAndPattern) {
+    Random random;
+    const std::string_view bytes = "%%%%%%%%YCymBbdejAawuGgVUWHkIlpPMSszZFTXRDrxcnt0123456789+-: T";
+    const auto randomText = [&](std::int64_t most) {
+        std::string text;
+        for (std::int64_t length = random.between(0, most); length > 0; --length)
+            text += random.between(0, 20) == 0
+                        ? static_cast<char>(random.between(-128, 127))
+                        : bytes[static_cast<std::size_t>(
+                              random.between(0, static_cast<std::int64_t>(bytes.size()) - 1))];
+        return text;
+    };
+    const ZoneScope scope(centralEuropeS);
+    for (int i = 0; i < 100000; ++i) {
+        const std::string pattern = randomText(12);
+        const DateTime date = random.date();
+        const Zone zone = i % 2 == 0 ? Zone::Utc : Zone::Local;
+        const std::string printed = text(date, pattern, zone);
+        ASSERT_LE(printed.size(), pattern.size() * 13) << pattern;
+        // A pattern that can be read back gives a date that prints alike.
+        const DateTime back = DateTime::parse(printed, pattern);
+        if (back.isValid() && zone == Zone::Utc) {
+            ASSERT_EQ(text(back, pattern), printed) << pattern;
+        }
+        DateTime::parse(randomText(12), pattern);
+        const DateTime guess = DateTime::parse(randomText(20));
+        ASSERT_TRUE(!guess.isValid() || DateTime::parse(text(guess)) == guess);
+    }
+}
+
+TEST(DateTime, PrintsIntoTheRoomOfTheText) {
+    std::string pattern;
+    for (int i = 0; i < 100; ++i) pattern += "literal %c ";
+    std::string out;
+    DateTime(0).format(out, pattern, Zone::Utc);
+    EXPECT_EQ(out.size(), 100 * (sizeof "literal Thu Jan  1 00:00:00 1970 " - 1));
+    const char* const data = out.data();
+    DateTime::max().format(out, pattern, Zone::Utc);
+    DateTime(0).format(out, std::string(3000, 'x'), Zone::Utc);
+    EXPECT_EQ(out, std::string(3000, 'x'));
+    DateTime(0).format(out);
+    EXPECT_EQ(out, "1970-01-01 00:00:00");
+    EXPECT_EQ(out.data(), data);
+}
+
+}  // namespace
+}  // namespace FND
