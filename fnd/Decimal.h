@@ -113,7 +113,7 @@ public:
 
     constexpr Decimal operator-() const noexcept;
 
-    friend Decimal operator+(Decimal left, Decimal right) noexcept {
+    friend constexpr Decimal operator+(Decimal left, Decimal right) noexcept {
         if (left.high_ == right.high_ && left.isSmall()) [[likely]] {
             // Two coefficients of 18 digits cannot overflow 64 bits.
             const std::int64_t sum = left.low_ + right.low_;
@@ -123,7 +123,7 @@ public:
         return add(left, right);
     }
 
-    friend Decimal operator-(Decimal left, Decimal right) noexcept {
+    friend constexpr Decimal operator-(Decimal left, Decimal right) noexcept {
         if (left.high_ == right.high_ && left.isSmall()) [[likely]] {
             const std::int64_t difference = left.low_ - right.low_;
             if (isSmallCoefficient(difference)) [[likely]]
@@ -132,7 +132,7 @@ public:
         return add(left, -right);
     }
 
-    friend Decimal operator*(Decimal left, Decimal right) noexcept {
+    friend constexpr Decimal operator*(Decimal left, Decimal right) noexcept {
         if (areSmall(left, right)) [[likely]] {
             const std::uint64_t scale = left.high_ + right.high_;
             std::int64_t product = 0;
@@ -149,13 +149,13 @@ public:
     friend Decimal operator/(Decimal left, Decimal right) noexcept { return divide(left, right); }
 
     /// Numeric equality and order; see `compare`.
-    friend bool operator==(Decimal left, Decimal right) noexcept {
+    friend constexpr bool operator==(Decimal left, Decimal right) noexcept {
         if (left.high_ == right.high_) [[likely]]
             return left.low_ == right.low_;
         return left.compare(right) == 0;
     }
 
-    friend std::weak_ordering operator<=>(Decimal left, Decimal right) noexcept {
+    friend constexpr std::weak_ordering operator<=>(Decimal left, Decimal right) noexcept {
         if (left.high_ == right.high_ && left.isSmall()) [[likely]]
             return left.low_ <=> right.low_;
         return left.compare(right) <=> 0;
