@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <string_view>
+#include <vector>
 
 using SCR::Crypt;
 
@@ -133,7 +135,8 @@ TEST(Crypt, TellsScrambledTextsFromOthers) {
         {"a key of length 0",
          "0A42"
          "AB00000000000000"
-         "AB",
+         "AB"
+         "AB00AB00",
          false},
         {"a key longer than the text",
          "0A42"
@@ -154,7 +157,6 @@ TEST(Crypt, ReadsWhatIsLeftOfACutText) {
     const std::string good = scrambledNaively(allBytes(8), "abcdefg", expected);
     const std::string header = scrambledNaively(allBytes(8), "abcdefg", "");
     for (std::size_t size = 0; size < good.size(); ++size) {
-        // A block of its own size, so that reading beyond its end is noticed.
         const std::string cut(good.data(), size);
         std::string plain;
         const bool isWhole = (cut.size() - std::count(cut.begin(), cut.end(), '\n')) % 2 == 0;
@@ -164,15 +166,22 @@ TEST(Crypt, ReadsWhatIsLeftOfACutText) {
 }
 
 TEST(Crypt, ReadsOneByteAtTheCursor) {
-    std::string_view cursor = "fF\n\nA";
-    unsigned char byte = 1;
+    // A block of its own, so that reading beyond its end is noticed.
+    const std::vector<char> text = {'a', 'B', '\n', '\n', 'f', 'F'};
+    std::string_view cursor(text.data(), text.size());
+    unsigned char byte = 0;
     EXPECT_TRUE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(byte, 255);
+    EXPECT_EQ(byte, 0xAB);
     EXPECT_FALSE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(cursor, "\nA");
+    EXPECT_EQ(cursor, "\nfF");
     cursor.remove_prefix(1);
+    EXPECT_TRUE(Crypt::charFromHex(cursor, byte));
+    EXPECT_EQ(byte, 0xFF);
     EXPECT_FALSE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(byte, 255);
+    cursor = std::string_view(text.data() + 5, 1);
+    EXPECT_FALSE(Crypt::charFromHex(cursor, byte));
+    EXPECT_EQ(cursor.size(), 1u);
+    EXPECT_EQ(byte, 0xFF);
     EXPECT_EQ(Crypt::hexString(0), "00");
     EXPECT_EQ(Crypt::hexString(0xAF), "AF");
 }

@@ -330,8 +330,12 @@ TEST_F(PreprocessorTest, StopsAtTheSizeLimit) {
     options_.maxBytes = 1000;
     expand("include \"huge\";");
     EXPECT_TRUE(isLimit_);
-    expand(std::string(1001, 'x'));
-    EXPECT_TRUE(isLimit_);
+    SCR::Preprocessor preprocessor(nullptr, options_);
+    std::string output;
+    EXPECT_FALSE(preprocessor.preprocess(std::string(1001, 'x'), output));
+    EXPECT_TRUE(preprocessor.limitExceeded());
+    EXPECT_TRUE(preprocessor.preprocess("x", output));
+    EXPECT_FALSE(preprocessor.limitExceeded());
     // A scrambled file may be longer than the limit.
     std::string scrambled;
     SCR::Crypt::encrypt(std::string(900, 'x'), scrambled);

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <string>
@@ -165,30 +164,21 @@ bool PreProFileData::nextLine(FND::String& line) {
 }
 
 bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
-    if (next_ > text_.size()) return false;
     const std::string_view text = text_;
-    std::size_t from = next_;
-    while (const void* const found =
-               ::memmem(text.data() + from, text.size() - from, keywordS.data(), keywordS.size())) {
-        const std::size_t hit = static_cast<const char*>(found) - text.data();
-        std::size_t begin = hit;
-        while (begin > next_ && isBlank(text[begin - 1])) --begin;
-        if (begin > next_ && text[begin - 1] != '\n') {
-            from = hit + keywordS.size();
-            continue;
-        }
-        const std::size_t end = std::min(text.find('\n', hit), text.size());
+    const std::size_t begin = next_;
+    while (next_ <= text.size()) {
+        const std::size_t first = skipBlanks(text, next_);
+        const bool isEmpty = first < text.size() && text[first] == '\n';
+        const std::size_t end = isEmpty ? first : std::min(text.find('\n', first), text.size());
         std::string_view name;
-        if (matchIncludeLine(text.substr(begin, end - begin), name)) {
-            if (begin == next_) return false;
-            lines = text.substr(next_, begin - 1 - next_);
-            next_ = begin;
-            return true;
+        if (first < end && text[first] == keywordS[0] &&
+            matchIncludeLine(text.substr(first, end - first), name)) {
+            break;
         }
-        from = end;
+        next_ = end + 1;
     }
-    lines = text.substr(next_);
-    next_ = text.size() + 1;
+    if (next_ == begin) return false;
+    lines = text.substr(begin, next_ - 1 - begin);
     return true;
 }
 
