@@ -68,13 +68,13 @@ bool DateTime::addLocalTime(std::int64_t hours, std::int64_t minutes,
     const Wide span = Wide{hours} * secsPerHourS + Wide{minutes} * secsPerMinuteS + seconds;
     if (!isValid() || span < -maxSpanS || span > maxSpanS) return false;
     const auto moved = static_cast<std::int64_t>(span);
-    const std::int64_t offset = localOffsetAt(secs_).secs;
-    if (localOffsetAt(secs_ + moved).secs == offset) return moveTo(*this, secs_ + moved);
+    const std::int64_t offset = localOffsetAt(secs_);
+    if (localOffsetAt(secs_ + moved) == offset) return moveTo(*this, secs_ + moved);
     return moveTo(*this, fromLocalSecs(secs_ + offset + moved).secs_);
 }
 
 std::int64_t DateTime::toLocalSecs() const noexcept {
-    return isValid() ? secs_ + localOffsetAt(secs_).secs : invalidSecsCM;
+    return isValid() ? secs_ + localOffsetAt(secs_) : invalidSecsCM;
 }
 
 DateTime DateTime::fromLocalSecs(std::int64_t localSecs) noexcept {
@@ -83,5 +83,7 @@ DateTime DateTime::fromLocalSecs(std::int64_t localSecs) noexcept {
     return DateTime(instants.beforeIsReal || !instants.afterIsReal ? instants.before
                                                                    : instants.after);
 }
+
+void DateTime::rereadLocalZone() noexcept { FND::rereadLocalZone(); }
 
 }  // namespace FND

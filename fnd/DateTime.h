@@ -33,9 +33,9 @@ namespace FND {
 ///
 /// Any other character after a "%", and a "%" at the end, stands for itself together with the "%".
 ///
-/// The local zone is that of the process: the C library reads TZ when it is first needed, and again
-/// when the host calls `tzset`. All functions may be called from any thread on values that no other
-/// thread writes.
+/// The local zone is that of the process: TZ is read when it is first needed, and not again before
+/// `rereadLocalZone`. All functions may be called from any thread on values that no other thread
+/// writes.
 class KESTREL_API DateTime {
 public:
     /// What `secs` gives for the invalid value: above every valid one, and small enough that its
@@ -88,6 +88,8 @@ public:
     /// time that is left out, as clocks are set forward, is moved on by what is left out (02:30
     /// becomes 03:30). The invalid value when the instant is out of range.
     static DateTime fromLocalSecs(std::int64_t localSecs) noexcept;
+    /// Follows a change of TZ, in place of `tzset`. No other thread may use dates meanwhile.
+    static void rereadLocalZone() noexcept;
 
     /// The instant that `text` names in one of the forms "YYYY-MM-DD HH:MM:SS", "YYYY-MM-DD",
     /// "YYYYMMDD", "YYYYMMDDHHMMSS", all in UTC, or "YYYY-MM-DDTHH:MM:SS" followed by nothing or

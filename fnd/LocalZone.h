@@ -5,18 +5,16 @@
 
 namespace FND {
 
-/// The local zone at one instant.
-struct LocalOffset {
-    /// What the local clock is ahead of UTC, in seconds; less than a day either way.
-    std::int64_t secs;
-    /// The zone's name at the instant, such as "CET"; of the C library, holds until the zone
-    /// changes.
-    std::string_view name;
-};
+// The local zone of the process, from the C library. Instants are seconds since 1970-01-01 UTC in
+// the years 0001 to 9999 and some days around them. Any thread may call these functions; that of
+// offsets takes no lock for an instant within days of one that was asked for before.
 
-/// The offset of the process's local zone at `secs` seconds since 1970-01-01 UTC. Exact for the
-/// years 0001 to 9999 and some days around them. Any thread may call it.
-LocalOffset localOffsetAt(std::int64_t secs) noexcept;
+/// What the local clock is ahead of UTC at the instant `secs`, in seconds; less than a day.
+std::int64_t localOffsetAt(std::int64_t secs) noexcept;
+
+/// The zone's name at the instant `secs`, such as "CET"; of the C library, holds until the zone
+/// changes.
+std::string_view localZoneNameAt(std::int64_t secs) noexcept;
 
 /// The two instants at which a local clock may show one time: by the offset that holds before and
 /// by the one that holds after the change of offset next to it, the same where there is none. Each
@@ -29,8 +27,10 @@ struct LocalInstants {
     bool afterIsReal;
 };
 
-/// The instants for a local clock of `localSecs`, counted as if it were UTC; same range and thread
-/// rule as `localOffsetAt`.
+/// The instants for a local clock of `localSecs`, counted as if it were UTC.
 LocalInstants localInstants(std::int64_t localSecs) noexcept;
+
+/// Reads TZ anew; no other thread may use the local zone meanwhile.
+void rereadLocalZone() noexcept;
 
 }  // namespace FND

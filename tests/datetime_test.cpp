@@ -45,14 +45,14 @@ public:
             hadOld_ = true;
         }
         setenv("TZ", zone, 1);
-        tzset();
+        DateTime::rereadLocalZone();
     }
     ~ZoneScope() {
         if (hadOld_)
             setenv("TZ", old_.c_str(), 1);
         else
             unsetenv("TZ");
-        tzset();
+        DateTime::rereadLocalZone();
     }
 
 private:

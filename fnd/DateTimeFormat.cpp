@@ -1,0 +1,203 @@
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <limits>
+
+#include "fnd/Calendar.h"
+#include "fnd/DateDirectives.h"
+#include "fnd/DateTime.h"
+#include "fnd/LocalZone.h"
+
+namespace FND {
+namespace {
+
+constexpr std::string_view invalidTextS = "INVALID";
+
+/// "000102...99"
+constexpr auto digitPairsS = [] {
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}();
+
+/// Writes `value`, of at most two digits, in two.
+char* writePair(char* at, int value) {
+    std::memcpy(at, &digitPairsS[2 * static_cast<std::size_t>(value)], 2);
+    return at + 2;
+}
+
+/// Writes `value`, of at most four digits, in four.
+char* writeYear(char* at, int value) { return writePair(writePair(at, value / 100), value % 100); }
+
+/// Fills a pattern in. Collects pieces before they are appended to the text.
+class Printer {
+public:
+    Printer(String& out, std::int64_t secs, DateTime::Zone zone)
+        : out_(out),
+          secs_(secs),
+          zone_(zone),
+          offset_(zone == DateTime::Zone::Utc ? 0 : localOffsetAt(secs)),
+          calendar_(secs + offset_) {}
+
+    void print(std::string_view pattern) {
+        DateDirectives::forEachPiece(
+            pattern,
+            [this](char c) {
+                makeRoom();
+                buffer_[used_++] = c;
+                return true;
+            },
+            [this](const DateDirective& directive) {
+                print(directive);
+                return true;
+            });
+    }
+
+    void flush() {
+        out_.append(buffer_, used_);
+        used_ = 0;
+    }
+
+private:
+    void print(const DateDirective& directive) {
+        switch (directive.kind) {
+            case DateDirective::Number:
+                putNumber(calendar_[directive.field], directive.width, directive.fill);
+                break;
+            case DateDirective::Name: {
+                const auto& name = directive.names[calendar_[directive.field] - directive.low];
+                put(directive.width > 0 ? name.substr(0, directive.width) : name);
+                break;
+            }
+            case DateDirective::Pattern:
+                print(directive.pattern);
+                break;
+            case DateDirective::Text:
+                put(directive.pattern);
+                break;
+            case DateDirective::EpochSecs:
+                putNumber(secs_);
+                break;
+            case DateDirective::ZoneOffset:
+                putOffset();
+                break;
+            case DateDirective::ZoneName:
+                put(zone_ == DateTime::Zone::Utc ? "UTC" : localZoneNameAt(secs_));
+                break;
+        }
+    }
+
+    /// Makes room for a piece of up to `maxPieceCM` bytes.
+    void makeRoom() {
+        if (used_ > sizeof buffer_ - maxPieceCM) flush();
+    }
+
+    void put(std::string_view text) {
+        makeRoom();
+        if (text.size() > maxPieceCM) {
+            flush();
+            out_.append(text);
+            return;
+        }
+        std::memcpy(buffer_ + used_, text.data(), text.size());
+        used_ += text.size();
+    }
+
+    void putNumber(std::int64_t value) {
+        makeRoom();
+        char* const at = buffer_ + used_;
+        used_ += static_cast<std::size_t>(std::to_chars(at, at + maxPieceCM, value).ptr - at);
+    }
+
+    /// The numbers of the calendar; `fill` goes in front of a single digit.
+    void putNumber(int value, int width, char fill) {
+        makeRoom();
+        char* at = buffer_ + used_;
+        if (value > 9999) {
+            putNumber(value);
+            return;
+        }
+        switch (width) {
+            case 1:
+                *at++ = static_cast<char>('0' + value);
+                break;
+            case 2:
+                writePair(at, value);
+                if (value < 10) *at = fill;
+                at += 2;
+                break;
+            case 3:
+                *at++ = static_cast<char>('0' + value / 100);
+                at = writePair(at, value % 100);
+                break;
+            default:
+                at = writeYear(at, value);
+        }
+        used_ = static_cast<std::size_t>(at - buffer_);
+    }
+
+    void putOffset() {
+        const auto offset = static_cast<int>(offset_ < 0 ? -offset_ : offset_);
+        const bool hasSeconds = offset % 60 != 0;
+        char text[sizeof "+hh:mm:ss"];
+        char* at = text;
+        *at++ = offset_ < 0 ? '-' : '+';
+        at = writePair(at, offset / 3600);
+        if (hasSeconds) *at++ = ':';
+        at = writePair(at, offset / 60 % 60);
+        if (hasSeconds) {
+            *at++ = ':';
+            at = writePair(at, offset % 60);
+        }
+        put({text, static_cast<std::size_t>(at - text)});
+    }
+
+    static constexpr std::size_t maxPieceCM = 32;
+
+    String& out_;
+    const std::int64_t secs_;
+    const DateTime::Zone zone_;
+    const std::int64_t offset_;
+    const Calendar calendar_;
+    std::size_t used_ = 0;
+    char buffer_[8 * maxPieceCM];
+};
+
+}  // namespace
+
+void DateTime::format(String& out) const {
+    if (!isValid()) {
+        out.assign(invalidTextS);
+        return;
+    }
+    const Calendar calendar(secs_);
+    char text[sizeof "YYYY-MM-DD HH:MM:SS" - 1];
+    char* at = writeYear(text, calendar[Field::Year]);
+    *at++ = '-';
+    at = writePair(at, calendar[Field::Month]);
+    *at++ = '-';
+    at = writePair(at, calendar[Field::Day]);
+    *at++ = ' ';
+    at = writePair(at, calendar[Field::Hour]);
+    *at++ = ':';
+    at = writePair(at, calendar[Field::Minute]);
+    *at++ = ':';
+    writePair(at, calendar[Field::Second]);
+    out.assign(text, sizeof text);
+}
+
+void DateTime::format(String& out, std::string_view pattern, Zone zone) const {
+    if (!isValid()) {
+        out.assign(invalidTextS);
+        return;
+    }
+    out.clear();
+    Printer printer(out, secs_, zone);
+    printer.print(pattern);
+    printer.flush();
+}
+
+}  // namespace FND

@@ -1,0 +1,353 @@
+#include <cstddef>
+#include <limits>
+
+#include "fnd/Calendar.h"
+#include "fnd/DateDirectives.h"
+#include "fnd/DateTime.h"
+#include "fnd/LocalZone.h"
+
+namespace FND {
+namespace {
+
+constexpr std::int64_t secsPerMinuteS = 60;
+constexpr std::int64_t secsPerHourS = 3600;
+constexpr std::int64_t secsPerDayS = 86400;
+constexpr int daysPerWeekS = 7;
+
+// The functions that skip and read take what fits from the front of the text.
+
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+constexpr bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+constexpr char toUpper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+bool skip(std::string_view& text, char c) {
+    if (!text.starts_with(c)) return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+void skipBlanks(std::string_view& text) {
+    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+}
+
+/// White space fits any run of white space, also none; any other byte itself.
+bool skipLike(std::string_view& text, char c) {
+    if (!isBlank(c)) return skip(text, c);
+    skipBlanks(text);
+    return true;
+}
+
+/// Takes `name` in any case of letters; nothing when the text does not begin with it.
+bool skipName(std::string_view& text, std::string_view name) {
+    if (text.size() < name.size()) return false;
+    for (std::size_t i = 0; i < name.size(); ++i)
+        if (toUpper(text[i]) != toUpper(name[i])) return false;
+    text.remove_prefix(name.size());
+    return true;
+}
+
+/// Reads a number of 1 to `most` digits; false when there is none.
+template <class Int>
+bool readNumber(std::string_view& text, std::size_t most, Int& value) {
+    std::size_t length = 0;
+    value = 0;
+    for (; length < most && length < text.size() && isDigit(text[length]); ++length)
+        value = value * 10 + (text[length] - '0');
+    text.remove_prefix(length);
+    return length > 0;
+}
+
+/// Reads two digits that are at most `high`, behind a ":" if `colon`; takes nothing otherwise.
+bool readPair(std::string_view& text, bool colon, int high, int& value) {
+    std::string_view rest = text;
+    if (colon && !skip(rest, ':')) return false;
+    if (rest.size() < 2 || !isDigit(rest[0]) || !isDigit(rest[1])) return false;
+    const int pair = (rest[0] - '0') * 10 + (rest[1] - '0');
+    if (pair > high) return false;
+    rest.remove_prefix(2);
+    text = rest;
+    value = pair;
+    return true;
+}
+
+/// Reads an offset from UTC in seconds: "Z", "+hh", "+hhmm", "+hh:mm" or "+hh:mm:ss".
+bool readOffset(std::string_view& text, std::int64_t& offset) {
+    offset = 0;
+    if (skip(text, 'Z')) return true;
+    const bool negative = skip(text, '-');
+    if (!negative && !skip(text, '+')) return false;
+    int hours = 0;
+    int minutes = 0;
+    int seconds = 0;
+    if (!readPair(text, false, 23, hours)) return false;
+    const bool colon = text.starts_with(':');
+    if (readPair(text, colon, 59, minutes) && colon) readPair(text, colon, 59, seconds);
+    offset = hours * secsPerHourS + minutes * secsPerMinuteS + seconds;
+    if (negative) offset = -offset;
+    return true;
+}
+
+/// Reads a zone's name: letters, or a sign and digits.
+bool readZoneName(std::string_view& text, std::string_view& name) {
+    const bool isNumber = text.starts_with('+') || text.starts_with('-');
+    std::size_t length = isNumber ? 1 : 0;
+    while (length < text.size() && (isNumber ? isDigit(text[length]) : isLetter(text[length])))
+        ++length;
+    name = text.substr(0, length);
+    text.remove_prefix(length);
+    return length > 0;
+}
+
+bool isUtcName(std::string_view name) { return name == "UTC" || name == "GMT" || name == "Z"; }
+
+/// A set of fields is a word with their bits.
+constexpr std::uint32_t maskOf(Field field) {
+    return std::uint32_t{1} << static_cast<unsigned>(field);
+}
+
+// These alone decide on their part of the date whenever they are given.
+constexpr std::uint32_t decidingS = maskOf(Field::Year) | maskOf(Field::Month) |
+                                    maskOf(Field::Day) | maskOf(Field::Hour) |
+                                    maskOf(Field::Minute) | maskOf(Field::Second);
+
+/// Reads a text by a pattern, from its start on, and collects what the directives tell.
+class Reader {
+public:
+    explicit Reader(std::string_view text) : text_(text) {}
+
+    /// Takes what fits `pattern`; false when the text does not fit.
+    bool read(std::string_view pattern) {
+        return DateDirectives::forEachPiece(
+            pattern, [this](char c) { return skipLike(text_, c); },
+            [this](const DateDirective& directive) { return read(directive); });
+    }
+
+    bool atEnd() const { return text_.empty(); }
+
+    /// The instant that the directives read so far tell of; invalid when they tell of none.
+    DateTime instant() const {
+        if (seen_ == 0 && !hasEpochSecs_) return {};
+        std::int64_t clock = 0;
+        std::int64_t secs = 0;
+        if (!(hasEpochSecs_ ? findClock(secs, clock) : findInstant(secs, clock))) return {};
+        // What has not led to the instant must agree with it.
+        const std::uint32_t unchecked = hasEpochSecs_ ? seen_ : seen_ & ~decidingS;
+        if (unchecked != 0) {
+            const Calendar calendar(clock);
+            for (unsigned i = 0; i < FieldCount; ++i)
+                if ((unchecked >> i & 1) != 0 && values_[i] != calendar[static_cast<Field>(i)])
+                    return {};
+        }
+        return DateTime(secs);
+    }
+
+private:
+    bool has(Field field) const { return (seen_ & maskOf(field)) != 0; }
+    int get(Field field, int otherwise) const {
+        return has(field) ? values_[static_cast<std::size_t>(field)] : otherwise;
+    }
+    bool set(Field field, int value) {
+        if (get(field, value) != value) return false;
+        values_[static_cast<std::size_t>(field)] = static_cast<std::int16_t>(value);
+        seen_ |= maskOf(field);
+        return true;
+    }
+
+    bool read(const DateDirective& directive) {
+        switch (directive.kind) {
+            case DateDirective::Number: {
+                if (directive.fill == ' ') skipBlanks(text_);
+                int value = 0;
+                return readNumber(text_, directive.width, value) && value >= directive.low &&
+                       value <= directive.high && set(directive.field, value);
+            }
+            case DateDirective::Name:
+                for (int value = directive.low; value <= directive.high; ++value) {
+                    const std::string_view name = directive.names[value - directive.low];
+                    if (skipName(text_, name) ||
+                        skipName(text_, name.substr(0, DateDirectives::Short)))
+                        return set(directive.field, value);
+                }
+                return false;
+            case DateDirective::Pattern:
+                return read(directive.pattern);
+            case DateDirective::Text:
+                return read(directive.pattern);
+            case DateDirective::EpochSecs: {
+                const bool negative = skip(text_, '-');
+                constexpr std::size_t most = std::numeric_limits<std::int64_t>::digits10;
+                hasEpochSecs_ = readNumber(text_, most, epochSecs_);
+                if (negative) epochSecs_ = -epochSecs_;
+                return hasEpochSecs_;
+            }
+            case DateDirective::ZoneOffset:
+                return hasOffset_ = readOffset(text_, offset_);
+            case DateDirective::ZoneName:
+                return readZoneName(text_, zoneName_);
+        }
+        return false;
+    }
+
+    /// The time of day in seconds.
+    int timeOfDay() const {
+        const int hour =
+            get(Field::Hour, get(Field::Hour12, 12) % 12 + 12 * get(Field::HalfDay, 0));
+        return (hour * 60 + get(Field::Minute, 0)) * 60 + get(Field::Second, 0);
+    }
+
+    int year() const {
+        if (has(Field::Year)) return get(Field::Year, 0);
+        if (has(Field::Century)) return get(Field::Century, 0) * 100 + get(Field::YearOfCentury, 0);
+        if (has(Field::YearOfCentury)) return yearByPivot(get(Field::YearOfCentury, 0));
+        return isoYear(1970);
+    }
+
+    int isoYear(int otherwise) const {
+        if (has(Field::IsoYear)) return get(Field::IsoYear, 0);
+        if (has(Field::IsoYearOfCentury)) return yearByPivot(get(Field::IsoYearOfCentury, 0));
+        return otherwise;
+    }
+
+    static int yearByPivot(int yearOfCentury) {
+        return yearOfCentury + (yearOfCentury < 69 ? 2000 : 1900);
+    }
+
+    /// The day, by the first of month and day, day of the year, and the kinds of week that is
+    /// given. False for a day that its month does not have; days that their year does not have are
+    /// found out by `instant`, as they come back as others.
+    bool findDay(std::int64_t& day) const {
+        if (has(Field::Month) || has(Field::Day)) {
+            const int month = get(Field::Month, 1);
+            day = dayNumberOf(year(), month, get(Field::Day, 1));
+            return dateExists(year(), month, get(Field::Day, 1));
+        }
+        const std::int64_t yearStart = dayNumberOf(year(), 1, 1);
+        const int mondayWeekday =
+            get(Field::MondayWeekday, (get(Field::SundayWeekday, 1) + 6) % daysPerWeekS + 1) - 1;
+        const int sundayWeekday =
+            get(Field::SundayWeekday, get(Field::MondayWeekday, 0) % daysPerWeekS);
+        if (has(Field::DayOfYear)) {
+            day = yearStart + get(Field::DayOfYear, 1) - 1;
+        } else if (has(Field::IsoWeek)) {
+            day = isoYearStart(isoYear(year())) + (get(Field::IsoWeek, 1) - 1) * daysPerWeekS +
+                  mondayWeekday;
+        } else if (has(Field::SundayWeek)) {
+            const std::int64_t weekOne =
+                yearStart + (daysPerWeekS - weekdayOf(yearStart)) % daysPerWeekS;
+            day = weekOne + (get(Field::SundayWeek, 0) - 1) * daysPerWeekS + sundayWeekday;
+        } else if (has(Field::MondayWeek)) {
+            const std::int64_t weekOne =
+                yearStart + (daysPerWeekS + 1 - weekdayOf(yearStart)) % daysPerWeekS;
+            day = weekOne + (get(Field::MondayWeek, 0) - 1) * daysPerWeekS + mondayWeekday;
+        } else {
+            day = yearStart;
+        }
+        return true;
+    }
+
+    /// By %s: the instant, and what the clock of the zone that the text names shows then.
+    bool findClock(std::int64_t& secs, std::int64_t& clock) const {
+        secs = epochSecs_;
+        if (!DateTime(secs).isValid()) return false;
+        clock = secs;
+        if (hasOffset_) {
+            clock += offset_;
+        } else if (!zoneName_.empty() && !isUtcName(zoneName_)) {
+            clock += localOffsetAt(secs);
+            return localZoneNameAt(secs) == zoneName_;
+        }
+        return true;
+    }
+
+    /// Without %s: the instant at which the clock of the zone that the text names shows the date.
+    bool findInstant(std::int64_t& secs, std::int64_t& clock) const {
+        std::int64_t day = 0;
+        if (!findDay(day)) return false;
+        clock = day * secsPerDayS + timeOfDay();
+        secs = clock;
+        if (hasOffset_) {
+            secs -= offset_;
+        } else if (!zoneName_.empty() && !isUtcName(zoneName_)) {
+            const LocalInstants local = localInstants(clock);
+            if (local.beforeIsReal && localZoneNameAt(local.before) == zoneName_)
+                secs = local.before;
+            else if (local.afterIsReal && localZoneNameAt(local.after) == zoneName_)
+                secs = local.after;
+            else
+                return false;
+        }
+        return true;
+    }
+
+    std::string_view text_;
+    std::string_view zoneName_;  // empty when the text has none
+    std::int64_t epochSecs_ = 0;
+    std::int64_t offset_ = 0;
+    bool hasEpochSecs_ = false;
+    bool hasOffset_ = false;
+    std::uint32_t seen_ = 0;  // by `maskOf`
+    std::int16_t values_[FieldCount] = {};
+};
+
+/// Reads as many digits as `count` says from `at`; what is none makes `bad` true.
+int digitsAt(const char* at, int count, bool& bad) {
+    int value = 0;
+    for (int i = 0; i < count; ++i) {
+        bad |= !isDigit(at[i]);
+        value = value * 10 + (at[i] - '0');
+    }
+    return value;
+}
+
+}  // namespace
+
+DateTime DateTime::parse(std::string_view text) noexcept {
+    constexpr std::string_view separated = "YYYY-MM-DD HH:MM:SS";
+    constexpr std::size_t separatedDateLength = 10;
+    constexpr std::size_t joinedDateLength = 8;
+    constexpr std::size_t joinedLength = 14;
+    const char* const at = text.data();
+    const bool joined = text.size() == joinedDateLength || text.size() == joinedLength;
+    const bool dateOnly = text.size() == (joined ? joinedDateLength : separatedDateLength);
+    if (!joined && !dateOnly && text.size() < separated.size()) return {};
+
+    bool bad = false;
+    const int year = digitsAt(at, 4, bad);
+    const int month = digitsAt(at + (joined ? 4 : 5), 2, bad);
+    const int day = digitsAt(at + (joined ? 6 : 8), 2, bad);
+    if (!joined) bad |= at[4] != '-' || at[7] != '-';
+    std::int64_t offset = 0;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    if (!dateOnly) {
+        hour = digitsAt(at + (joined ? 8 : 11), 2, bad);
+        minute = digitsAt(at + (joined ? 10 : 14), 2, bad);
+        second = digitsAt(at + (joined ? 12 : 17), 2, bad);
+        if (!joined) {
+            bad |= at[13] != ':' || at[16] != ':';
+            std::string_view rest = text.substr(separated.size());
+            if (at[10] == 'T')
+                bad |= !rest.empty() && (!readOffset(rest, offset) || !rest.empty());
+            else
+                bad |= at[10] != ' ' || !rest.empty();
+        }
+    }
+    if (bad || year < 1 || hour > 23 || minute > 59 || second > 59 || !dateExists(year, month, day))
+        return {};
+    return DateTime(dayNumberOf(year, month, day) * secsPerDayS + hour * secsPerHourS +
+                    minute * secsPerMinuteS + second - offset);
+}
+
+DateTime DateTime::parse(std::string_view text, std::string_view pattern) noexcept {
+    Reader reader(text);
+    return reader.read(pattern) && reader.atEnd() ? reader.instant() : DateTime();
+}
+
+}  // namespace FND
