@@ -1,0 +1,168 @@
+#include <cstdint>
+#include <optional>
+
+#include "fnd/Portable.h"
+#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/BuiltInNode.h"
+
+namespace SCR {
+
+namespace {
+
+using FND::DateTime;
+
+/// A script asks for local time by "%L" in a format, which shows the name of the zone.
+class DateFormat {
+public:
+    /// The format that the library's directives express, in storage of this object or `format`
+    /// itself; `zone` tells whose clock it is for.
+    const FND::String& directives(const FND::String& format, DateTime::Zone& zone) {
+        const std::size_t at = format.find("%L");
+        zone = at == FND::String::npos ? DateTime::Zone::Utc : DateTime::Zone::Local;
+        if (at == FND::String::npos) return format;
+        local_ = format;
+        local_[at + 1] = 'Z';
+        return local_;
+    }
+
+private:
+    FND::String local_;
+};
+
+class DateToStr final : public BuiltInNode<DateToStr, StringType(DateType, Optional<StringType>)> {
+public:
+    void value(Interpreter& /*interpreter*/, FND::String& result, const DateTime& date,
+               const FND::String* format) {
+        if (format == nullptr) return date.format(result);
+        DateTime::Zone zone{};
+        const FND::String& directives = format_.directives(*format, zone);
+        date.format(result, directives, zone);
+    }
+
+private:
+    DateFormat format_;
+};
+
+class StrToDate final : public BuiltInNode<StrToDate, DateType(StringType, Optional<StringType>)> {
+public:
+    DateTime value(Interpreter& /*interpreter*/, const FND::String& text,
+                   const FND::String* format) {
+        if (format == nullptr) return DateTime::parse(text);
+        DateTime::Zone zone{};
+        return DateTime::parse(text, format_.directives(*format, zone));
+    }
+
+private:
+    DateFormat format_;
+};
+
+struct Sysdate final : BuiltInNode<Sysdate, DateType()> {
+    static DateTime value(Interpreter& /*interpreter*/) { return DateTime::now(); }
+};
+
+struct CurrentTimeInMillis final : BuiltInNode<CurrentTimeInMillis, LongType()> {
+    static long value(Interpreter& /*interpreter*/) { return FND::currentMillis(); }
+};
+
+struct DateIsValid final : BuiltInNode<DateIsValid, BoolType(DateType)> {
+    static bool value(Interpreter& /*interpreter*/, const DateTime& date) { return date.isValid(); }
+};
+
+struct DateDiff final : BuiltInNode<DateDiff, LongType(DateType, DateType)> {
+    static long value(Interpreter& /*interpreter*/, const DateTime& a, const DateTime& b) {
+        return a.toLocalSecs() - b.toLocalSecs();
+    }
+};
+
+using Amount = Optional<LongType>;
+
+struct DateAdd final
+    : BuiltInNode<DateAdd, DateType(DateType, Amount, Amount, Amount, Amount, Amount, Amount)> {
+    static DateTime value(Interpreter& /*interpreter*/, const DateTime& date,
+                          std::optional<long> years, std::optional<long> months,
+                          std::optional<long> days, std::optional<long> hours,
+                          std::optional<long> minutes, std::optional<long> seconds) {
+        DateTime moved = date;
+        const bool isMoved =
+            moved.addYears(years.value_or(0)) && moved.addMonths(months.value_or(0)) &&
+            moved.addDays(days.value_or(0)) &&
+            moved.addLocalTime(hours.value_or(0), minutes.value_or(0), seconds.value_or(0));
+        return isMoved ? moved : FND::INVALID_DATETIME;
+    }
+};
+
+constexpr BuiltIn dateBuiltInsS[] = {
+    {.number = 48,
+     .signature = "String dateToStr(Date date, [String format])",
+     .factory = DateToStr::factory,
+     .manual =
+         "`date` as text: \"YYYY-MM-DD HH:MM:SS\" in UTC, or `format` with its directives filled "
+         "in; \"INVALID\" for the invalid date. Without \"%L\" in `format` the clock is that of "
+         "UTC; with it, that of the local zone, whose name takes the place of the first \"%L\". "
+         "Directives are those of C's strftime in English: \"%Y\" year, \"%m\" month, \"%d\" day, "
+         "\"%H\" hour, \"%M\" minute, \"%S\" second, \"%y\" year of the century, \"%C\" century, "
+         "\"%B\" and \"%b\" month's name, \"%A\" and \"%a\" weekday's name, \"%u\" and \"%w\" "
+         "weekday's number, \"%j\" day of the year, \"%G\", \"%g\" and \"%V\" year and week of "
+         "ISO 8601, \"%U\" and \"%W\" week of the year, \"%I\" and \"%p\" hour of the half day, "
+         "\"%e\", \"%k\" and \"%l\" day and hours with a leading blank, \"%s\" seconds since "
+         "1970, \"%z\" and \"%Z\" offset and name of the zone, \"%F\", \"%T\", \"%R\", \"%D\", "
+         "\"%r\", \"%c\", \"%x\" and \"%X\" combinations of these, \"%n\" line end, \"%t\" "
+         "tabulator, \"%%\" percent sign. Any other \"%\" stands for itself.",
+     .example = R"(dateToStr(strToDate("2024-02-29"), "%d.%m.%Y %H:%M") == "29.02.2024 00:00")"},
+    {.number = 85,
+     .signature = "Long currentTimeInMillis()",
+     .factory = CurrentTimeInMillis::factory,
+     .effects = Effect::Clock,
+     .manual = "The milliseconds since 1970-01-01 00:00:00 UTC. The clock jumps when the system's "
+               "time is set.",
+     .example = "currentTimeInMillis() > 1500000000000"},
+    {.number = 91,
+     .signature = "Date sysdate()",
+     .factory = Sysdate::factory,
+     .effects = Effect::Clock,
+     .manual = "The current point in time, cut to whole seconds.",
+     .example = R"(sysdate() > strToDate("2020-01-01"))"},
+    {.number = 92,
+     .signature = "Date strToDate(String text, [String format])",
+     .factory = StrToDate::factory,
+     .manual =
+         "The date that `text` names, wholly and to its end; otherwise the invalid date, also when "
+         "a day does not exist (31 June) or a field is out of its range. Without `format` the text "
+         "is \"YYYY-MM-DD HH:MM:SS\", \"YYYY-MM-DD\", \"YYYYMMDD\" or \"YYYYMMDDHHMMSS\" in UTC, "
+         "or \"YYYY-MM-DDTHH:MM:SS\" followed by nothing or \"Z\" for UTC, or by an offset such as "
+         "\"+02:00\". With `format`, `text` is read by the directives of `dateToStr`: in UTC "
+         "unless the format has \"%z\", \"%Z\" or \"%L\". What the format leaves out is that of "
+         "1970-01-01 00:00:00; a \"%y\" without \"%C\" is of 1969 to 2068.",
+     .example = R"(strToDate("29/02/24", "%d/%m/%y") == strToDate("2024-02-29"))"},
+    {.number = 93,
+     .signature = "Bool dateIsValid(Date date)",
+     .factory = DateIsValid::factory,
+     .manual = "Whether `date` is a real date. A Date variable starts with the invalid one.",
+     .example = R"(dateIsValid(strToDate("2024-02-30")) == false)"},
+    {.number = 94,
+     .signature = "Long dateDiff(Date a, Date b)",
+     .factory = DateDiff::factory,
+     .manual =
+         "The seconds from `b` to `a` by the clock of the local zone: positive when `a` is later. "
+         "Between summer and winter time it differs by the change of the clock from the time that "
+         "passes. The invalid date is not refused: it counts as second 4611686018427387904.",
+     .example = R"(dateDiff(strToDate("2024-01-02"), strToDate("2024-01-01")) == 86400)"},
+    {.number = 95,
+     .signature = "Date dateAdd(Date date, [Long years, Long months, Long days, Long hours, "
+                  "Long minutes, Long seconds])",
+     .factory = DateAdd::factory,
+     .manual =
+         "`date` moved by the amounts given, forwards or, when negative, backwards. Years, months "
+         "and days are added one after the other by the calendar of UTC; a day that the month "
+         "reached does not have becomes its last. Hours, minutes and seconds are then added to the "
+         "clock of the local zone; a time that is left out as clocks are set forward is moved on "
+         "by what is left out. The invalid date when `date` is, and when the result or a step "
+         "towards it is outside the years 1 to 9999.",
+     .example = R"(dateAdd(strToDate("2024-01-31"), 0, 1) == strToDate("2024-02-29"))"},
+};
+
+}  // namespace
+
+std::span<const BuiltIn> dateBuiltIns() { return dateBuiltInsS; }
+
+}  // namespace SCR
