@@ -26,6 +26,8 @@ using Action = std::function<ExitStatus()>;
 using AddCommand = void (*)(CLI::App& app, Action& action);
 
 void addCheckCommand(CLI::App& app, Action& action);
+void addDecryptCommand(CLI::App& app, Action& action);
+void addEncryptCommand(CLI::App& app, Action& action);
 void addRunCommand(CLI::App& app, Action& action);
 
 /// Writes "kestrel: `message`" and a line end to standard error.

@@ -17,7 +17,8 @@ void report(const std::string& message) {
 
 namespace {
 
-constexpr AddCommand commandsS[] = {addRunCommand, addCheckCommand};
+constexpr AddCommand commandsS[] = {addRunCommand, addCheckCommand, addEncryptCommand,
+                                    addDecryptCommand};
 
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");

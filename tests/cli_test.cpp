@@ -114,6 +114,7 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
          3,
          "wrong.ks: does not compile\n",
          parseError + "kestrel: none.ks: No such file or directory\n"},
+        {{"decrypt"}, "0A42000000000000000006000000000000410a\n", 0, "A\n", ""},
         {{"--version"}, "", 0, "kestrel " KESTREL_VERSION "\n", ""},
     };
     for (const Row& row : rows) {
@@ -149,6 +150,10 @@ TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
         {{"run", "-D", "1st=value", "hello.ks"}, "is not NAME=VALUE"},
         {{"run", "-D", "a=1", "-D", "a=2", "hello.ks"}, "a is given twice"},
         {{"check"}, "FILE"},
+        {{"encrypt", "none.ks"}, "none.ks: No such file or directory"},
+        {{"encrypt", "hello.ks", "more.ks"}, "more.ks"},
+        {{"decrypt", "hello.ks"}, "kestrel: hello.ks: not a scrambled text"},
+        {{"decrypt"}, "kestrel: standard input: not a scrambled text"},
     };
     for (const Row& row : rows) {
         std::string line;
@@ -170,8 +175,19 @@ TEST_F(CliTest, CheckRunsNothingOfTheScript) {
     EXPECT_EQ(kestrel({"check", "-"}, script).output, "");
 }
 
+TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
+    const std::string script("logStdout(\"a\0\xFF\");\r\n// end", 25);
+    write("plain.ks", script);
+    write("scrambled.ks", kestrel({"encrypt", "plain.ks"}).output);
+    EXPECT_EQ(contents(folder_ + "/scrambled.ks").find("logStdout"), std::string::npos);
+    EXPECT_EQ(kestrel({"decrypt", "scrambled.ks"}).output, script);
+    EXPECT_EQ(kestrel({"decrypt", "-"}, kestrel({"encrypt"}, script).output).output, script);
+    EXPECT_EQ(kestrel({"run", "scrambled.ks"}).output, std::string("a\0\xFF", 3));
+    EXPECT_NE(kestrel({"encrypt", "--help"}).output.find("no protection"), std::string::npos);
+}
+
 TEST_F(CliTest, EveryHelpGivesAnExample) {
-    for (const char* command : {"", "run", "check"}) {
+    for (const char* command : {"", "run", "check", "encrypt", "decrypt"}) {
         std::vector<std::string> arguments = {"--help"};
         if (*command != 0) arguments.insert(arguments.begin(), command);
         const Result result = kestrel(arguments);
@@ -185,6 +201,7 @@ TEST_F(CliTest, AFailedWriteIsNoSuccess) {
     for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
              {"run", "-e", "logStdout(\"x\");"},
              {"run", "--repeat", "100000", "-e", "logStdout(\"xxxxxxxxxxxxxxx\\n\");"},
+             {"encrypt"},
              {"--help"}}) {
         const Result result = kestrel(arguments, "", "/dev/full");
         EXPECT_EQ(result.status, 74) << arguments.back();
