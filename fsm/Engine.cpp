@@ -1,1 +1,140 @@
-#include "fnd/String.h"
+#include "fsm/Engine.h"
+
+#include <algorithm>
+#include <map>
+#include <new>
+#include <ostream>
+#include <set>
+
+#include "fsm/PatternList.h"
+#include "fsm/Table.h"
+
+namespace FSM {
+
+namespace {
+
+// Non-deterministic states that the patterns may have for each deterministic one allowed.
+constexpr std::size_t patternStatesPerStateS = 16;
+// Path numbers listed by all states together, for each state allowed.
+constexpr std::size_t listedPerStateS = 128;
+
+}  // namespace
+
+Engine::Engine(unsigned int expectedCount)
+    : expectedCount_(expectedCount), patterns_(std::make_unique<PatternList>()) {}
+
+Engine::~Engine() = default;
+
+bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
+    if (isSetUp_) {
+        error_ = "no pattern may be inserted after finalSetup";
+        return false;
+    }
+    if (!patterns_->insert(pattern, pathNumber, stateLimit_ * patternStatesPerStateS)) {
+        error_ = patterns_->error();
+        return false;
+    }
+    ++patternCount_;
+    return true;
+}
+
+bool Engine::finalSetup() {
+    if (isSetUp_) return table_ != nullptr || patternCount_ == 0;
+    if (patterns_->patterns().empty()) return true;
+    isSetUp_ = true;
+    bool isBuilt = false;
+    try {
+        isBuilt = build();
+    } catch (const std::bad_alloc&) {
+        error_ = "no memory available for the automaton";
+    }
+    if (!isBuilt) table_.reset();
+    cleanup();
+    return isBuilt;
+}
+
+bool Engine::build() {
+    const std::vector<Pattern>& patterns = patterns_->patterns();
+    RawAutomaton raw;
+    if (!determinise(patterns.data(), patterns.size(), stateLimit_, raw)) {
+        const Pattern& guilty =
+            patterns[patternsThatFit(patterns.data(), patterns.size(), stateLimit_)];
+        guiltyPath_ = guilty.path;
+        error_ = "limit of " + std::to_string(stateLimit_) + " states passed at pattern " +
+                 std::to_string(guilty.path) + ": " + guilty.text;
+        return false;
+    }
+    table_ = std::make_unique<Table>();
+    if (!table_->build(std::move(raw), PatternList::negatedPaths(patterns.data(), patterns.size()),
+                       false, stateLimit_ * listedPerStateS)) {
+        error_ = "limit of " + std::to_string(stateLimit_) +
+                 " states passed: too many path numbers to list";
+        return false;
+    }
+    return true;
+}
+
+const State* Engine::process(const char* text) const {
+    if (table_ == nullptr) return nullptr;
+    return table_->state(table_->walk(text));
+}
+
+const State* Engine::process(std::string_view text) const {
+    if (table_ == nullptr) return nullptr;
+    return table_->state(table_->walk(text.data(), text.size()));
+}
+
+std::int32_t Engine::firstPath(const char* text, std::size_t length) const {
+    if (table_ == nullptr) return -1;
+    return table_->firstPath(table_->walk(text, length));
+}
+
+const FND::String& Engine::error() const { return error_; }
+
+std::size_t Engine::stateCount() const { return table_ == nullptr ? 0 : table_->stateCount(); }
+
+std::size_t Engine::memory() const { return table_ == nullptr ? 0 : table_->memory(); }
+
+const State* Engine::startState() const { return table_ == nullptr ? nullptr : table_->start(); }
+
+FND::String Engine::pathString() const {
+    std::set<std::int32_t> paths;
+    for (const Pattern& pattern : patterns_->patterns()) paths.insert(pattern.path);
+    for (std::size_t i = 1; i <= stateCount(); ++i) {
+        const auto& listed = table_->states()[i].pathNumbers();
+        paths.insert(listed.begin(), listed.end());
+    }
+    FND::String text;
+    for (std::int32_t path : paths) {
+        if (!text.empty()) text += ' ';
+        text += std::to_string(path);
+    }
+    return text;
+}
+
+void Engine::cleanup() { patterns_->clear(); }
+
+void Engine::clear() {
+    cleanup();
+    table_.reset();
+    error_.clear();
+    patternCount_ = 0;
+    guiltyPath_ = -1;
+    isSetUp_ = false;
+}
+
+std::ostream& operator<<(std::ostream& out, const Engine& engine) {
+    std::map<const State*, int> numbers;
+    out << "engine with " << engine.patternCount() << " patterns, " << engine.stateCount()
+        << " states";
+    if (engine.table_ == nullptr) return out << '\n';
+    const DetState* states = engine.table_->states();
+    for (std::size_t i = 1; i <= engine.stateCount(); ++i) {
+        numbers[&states[i]] = static_cast<int>(i);
+    }
+    out << ", start " << numbers[engine.startState()] << '\n';
+    for (std::size_t i = 1; i <= engine.stateCount(); ++i) states[i].print(numbers, out, 0);
+    return out;
+}
+
+}  // namespace FSM

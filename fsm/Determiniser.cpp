@@ -1,0 +1,424 @@
+#include "fsm/Determiniser.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "fsm/ByteClasses.h"
+
+namespace FSM {
+
+namespace {
+
+using StateIndex = std::uint32_t;
+
+/// Lists of numbers, stored one behind the other.
+class Lists {
+public:
+    void append(StateIndex value) { values_.push_back(value); }
+    void endList() { ends_.push_back(values_.size()); }
+
+    const StateIndex* begin(std::size_t list) const {
+        return values_.data() + (list == 0 ? 0 : ends_[list - 1]);
+    }
+    const StateIndex* end(std::size_t list) const { return values_.data() + ends_[list]; }
+    std::size_t count() const { return ends_.size(); }
+    std::size_t totalSize() const { return values_.size(); }
+
+private:
+    std::vector<StateIndex> values_;
+    std::vector<std::size_t> ends_;
+};
+
+/// The non-deterministic automaton of some patterns, flat: states are numbers, and the bytes of a
+/// transition are one of a list of distinct sets.
+class FlatNfa {
+public:
+    struct Edge {
+        std::uint32_t set;
+        StateIndex target;
+    };
+    static constexpr std::uint32_t noPatternCM = ~std::uint32_t{0};
+
+    FlatNfa(const Pattern* first, std::size_t count) {
+        singles_.fill(noSetS);
+        std::vector<const NonDetState*> states;
+        for (std::size_t i = 0; i < count; ++i) {
+            const EnginePart& part = *first[i].part;
+            add(states, part.start());
+            starts_.push_back(part.start()->mark());
+            for (const State* state : part.interior().members()) {
+                add(states, static_cast<const NonDetState*>(state));
+            }
+            add(states, part.end());
+            patternOf_.resize(states.size(), noPatternCM);
+            patternOf_.back() = static_cast<std::uint32_t>(i);
+        }
+        edgeEnds_.reserve(states.size());
+        for (const NonDetState* state : states) flatten(*state);
+    }
+
+    std::size_t stateCount() const { return edgeEnds_.size(); }
+    const std::vector<StateIndex>& starts() const { return starts_; }
+    const std::vector<ByteSet>& sets() const { return sets_; }
+    const Edge* edgesBegin(StateIndex state) const {
+        return edges_.data() + (state == 0 ? 0 : edgeEnds_[state - 1]);
+    }
+    const Edge* edgesEnd(StateIndex state) const { return edges_.data() + edgeEnds_[state]; }
+    const Lists& epsilons() const { return epsilons_; }
+    bool hasEpsilons(StateIndex state) const {
+        return epsilons_.begin(state) != epsilons_.end(state);
+    }
+    /// The pattern that `state` is the end of, or noPatternCM.
+    std::uint32_t patternOf(StateIndex state) const { return patternOf_[state]; }
+    /// Neither an end nor left on any byte: it does not matter for matching.
+    bool isTransit(StateIndex state) const {
+        return edgesBegin(state) == edgesEnd(state) && patternOf_[state] == noPatternCM;
+    }
+
+private:
+    static constexpr std::uint32_t noSetS = ~std::uint32_t{0};
+
+    static void add(std::vector<const NonDetState*>& states, const NonDetState* state) {
+        state->mark(static_cast<StateIndex>(states.size()));
+        states.push_back(state);
+    }
+
+    static StateIndex indexOf(const State* state) {
+        return static_cast<const NonDetState*>(state)->mark();
+    }
+
+    void flatten(const NonDetState& state) {
+        const auto& transitions = state.transitions();
+        if (transitions.size() == 1 && transitions[0].first == transitions[0].last &&
+            state.wildCardState() == nullptr) {
+            std::uint32_t& single = singles_[transitions[0].first];
+            if (single == noSetS) single = setIndex(ByteSet().set(transitions[0].first));
+            edges_.push_back({single, indexOf(transitions[0].target)});
+        } else if (!transitions.empty() || state.wildCardState() != nullptr) {
+            flattenSets(state);
+        }
+        edgeEnds_.push_back(edges_.size());
+        for (const State* target : state.epsilonSuccStates()) epsilons_.append(indexOf(target));
+        epsilons_.endList();
+    }
+
+    void flattenSets(const NonDetState& state) {
+        std::vector<std::pair<const State*, ByteSet>> byTarget;
+        ByteSet explicitBytes;
+        for (const NonDetState::Transition& transition : state.transitions()) {
+            auto found = std::find_if(byTarget.begin(), byTarget.end(), [&](const auto& entry) {
+                return entry.first == transition.target;
+            });
+            if (found == byTarget.end()) {
+                found = byTarget.insert(found, {transition.target, ByteSet()});
+            }
+            for (unsigned byte = transition.first; byte <= transition.last; ++byte) {
+                found->second.set(byte);
+                explicitBytes.set(byte);
+            }
+        }
+        if (state.wildCardState() != nullptr) {
+            byTarget.emplace_back(state.wildCardState(), ~explicitBytes.set('\n'));
+        }
+        for (const auto& [target, bytes] : byTarget) {
+            if (bytes.any()) edges_.push_back({setIndex(bytes), indexOf(target)});
+        }
+    }
+
+    std::uint32_t setIndex(const ByteSet& bytes) {
+        auto [found, isNew] =
+            setIndex_.try_emplace(bytes, static_cast<std::uint32_t>(sets_.size()));
+        if (isNew) sets_.push_back(bytes);
+        return found->second;
+    }
+
+    std::vector<StateIndex> starts_;
+    std::vector<Edge> edges_;
+    std::vector<std::size_t> edgeEnds_;
+    Lists epsilons_;
+    std::vector<std::uint32_t> patternOf_;
+    std::vector<ByteSet> sets_;
+    std::unordered_map<ByteSet, std::uint32_t> setIndex_;
+    std::array<std::uint32_t, 256> singles_;
+};
+
+std::uint64_t hashOf(const StateIndex* begin, const StateIndex* end) {
+    std::uint64_t hash = 0x9e3779b97f4a7c15u;
+    for (; begin != end; ++begin) {
+        hash = (hash ^ *begin) * 0xff51afd7ed558ccdu;
+        hash ^= hash >> 32;
+    }
+    return hash;
+}
+
+/// Numbers distinct lists in the order of their coming.
+class ListIndex {
+public:
+    ListIndex() : slots_(1024, noneS) {}
+
+    const Lists& lists() const { return lists_; }
+
+    /// The number of the list that holds `values`; a new one if none does.
+    std::uint32_t find(const std::vector<StateIndex>& values) {
+        const StateIndex* begin = values.data();
+        const StateIndex* end = begin + values.size();
+        std::uint64_t hash = hashOf(begin, end);
+        std::size_t slot = hash & (slots_.size() - 1);
+        for (; slots_[slot] != noneS; slot = (slot + 1) & (slots_.size() - 1)) {
+            std::uint32_t list = slots_[slot];
+            if (hashes_[list] == hash &&
+                std::equal(begin, end, lists_.begin(list), lists_.end(list))) {
+                return list;
+            }
+        }
+        auto added = static_cast<std::uint32_t>(lists_.count());
+        for (const StateIndex* value = begin; value != end; ++value) lists_.append(*value);
+        lists_.endList();
+        hashes_.push_back(hash);
+        slots_[slot] = added;
+        if (hashes_.size() * 2 > slots_.size()) grow();
+        return added;
+    }
+
+private:
+    static constexpr std::uint32_t noneS = ~std::uint32_t{0};
+
+    void grow() {
+        slots_.assign(slots_.size() * 2, noneS);
+        for (std::uint32_t list = 0; list < hashes_.size(); ++list) {
+            std::size_t slot = hashes_[list] & (slots_.size() - 1);
+            while (slots_[slot] != noneS) slot = (slot + 1) & (slots_.size() - 1);
+            slots_[slot] = list;
+        }
+    }
+
+    Lists lists_;
+    std::vector<std::uint64_t> hashes_;
+    std::vector<std::uint32_t> slots_;  // a power of two
+};
+
+class Determiniser {
+public:
+    Determiniser(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw)
+        : patterns_(first),
+          stateLimit_(stateLimit),
+          nfa_(first, count),
+          classes_(nfa_.sets()),
+          raw_(raw),
+          memberLimit_(std::max<std::size_t>(stateLimit, 4096) * membersPerStateS),
+          stepLimit_(std::max<std::size_t>(stateLimit, 4096) * stepsPerStateS),
+          stamps_(nfa_.stateCount()),
+          closureOf_(nfa_.stateCount(), unknownS),
+          stateOfTarget_(nfa_.stateCount(), unknownS),
+          targets_(classes_.count()) {
+        for (const ByteSet& set : nfa_.sets()) classesOfSet_.push_back(classes_.classesOf(set));
+    }
+
+    bool run() {
+        raw_ = RawAutomaton();
+        raw_.classOf = classes_.map();
+        raw_.classCount = classes_.count();
+        raw_.lists.emplace_back();
+        stateOf(nfa_.starts());
+        for (std::uint32_t state = 0; state < raw_.stateCount(); ++state) {
+            if (isPastLimit()) {
+                raw_ = RawAutomaton();
+                return false;
+            }
+            expand(state);
+        }
+        return !isPastLimit();
+    }
+
+private:
+    static constexpr std::uint32_t unknownS = ~std::uint32_t{0};
+    static constexpr std::size_t membersPerStateS = 128;
+    static constexpr std::size_t stepsPerStateS = 2048;
+    static constexpr std::size_t cachedMembersS = std::size_t{1} << 22;
+
+    bool isPastLimit() const {
+        return raw_.stateCount() > stateLimit_ || sets_.lists().totalSize() > memberLimit_ ||
+               steps_ > stepLimit_;
+    }
+
+    // Finds the successors of a state for all classes. Classes with the same targets, most of them
+    // where a wild card is met, are looked up once.
+    void expand(std::uint32_t state) {
+        for (auto& targets : targets_) targets.clear();
+        const StateIndex* end = sets_.lists().end(state);
+        for (const StateIndex* member = sets_.lists().begin(state); member != end; ++member) {
+            const FlatNfa::Edge* edgesEnd = nfa_.edgesEnd(*member);
+            for (const FlatNfa::Edge* edge = nfa_.edgesBegin(*member); edge != edgesEnd; ++edge) {
+                const auto& classes = classesOfSet_[edge->set];
+                steps_ += classes.size();
+                for (std::uint8_t c : classes) targets_[c].push_back(edge->target);
+            }
+        }
+        distinct_.clear();
+        std::size_t row = raw_.next.size();
+        raw_.next.resize(row + classes_.count(), RawAutomaton::noStateCM);
+        for (unsigned c = 0; c < classes_.count(); ++c) {
+            if (targets_[c].empty()) continue;
+            auto same = std::find_if(distinct_.begin(), distinct_.end(),
+                                     [&](unsigned d) { return targets_[c] == targets_[d]; });
+            if (same != distinct_.end()) {
+                raw_.next[row + c] = raw_.next[row + *same];
+                continue;
+            }
+            distinct_.push_back(c);
+            raw_.next[row + c] = stateOf(targets_[c]);
+            if (isPastLimit()) return;
+        }
+    }
+
+    // The deterministic state of what is reached by going to all of `targets`.
+    std::uint32_t stateOf(const std::vector<StateIndex>& targets) {
+        if (targets.size() == 1) {
+            std::uint32_t& known = stateOfTarget_[targets[0]];
+            if (known == unknownS) known = stateOfUnion(targets);
+            return known;
+        }
+        return stateOfUnion(targets);
+    }
+
+    std::uint32_t stateOfUnion(const std::vector<StateIndex>& targets) {
+        set_.clear();
+        ++stamp_;
+        for (StateIndex target : targets) addClosure(target);
+        std::sort(set_.begin(), set_.end());
+        std::uint32_t state = sets_.find(set_);
+        if (state == raw_.stateCount()) raw_.acceptedLists.push_back(acceptedList());
+        return state;
+    }
+
+    // Adds to set_ the states of the epsilon closure of `target` that matter.
+    void addClosure(StateIndex target) {
+        if (!nfa_.hasEpsilons(target)) {
+            if (!nfa_.isTransit(target)) addMember(target);
+            return;
+        }
+        std::uint32_t& cached = closureOf_[target];
+        if (cached == unknownS && closures_.totalSize() <= cachedMembersS) {
+            cached = static_cast<std::uint32_t>(closures_.count());
+            findClosure(target);
+            for (StateIndex state : closure_) closures_.append(state);
+            closures_.endList();
+        }
+        if (cached == unknownS) {
+            findClosure(target);
+            for (StateIndex state : closure_) addMember(state);
+            return;
+        }
+        const StateIndex* end = closures_.end(cached);
+        for (const StateIndex* state = closures_.begin(cached); state != end; ++state) {
+            addMember(*state);
+        }
+    }
+
+    void addMember(StateIndex state) {
+        ++steps_;
+        if (stamps_[state].member == stamp_) return;
+        stamps_[state].member = stamp_;
+        set_.push_back(state);
+    }
+
+    // Leaves in closure_ the states of the epsilon closure that matter. None may: a text that ends
+    // in such a dead end is still inside the automaton, in the deterministic state of no members.
+    void findClosure(StateIndex target) {
+        ++visit_;
+        closure_.clear();
+        open_.assign(1, target);
+        stamps_[target].visit = visit_;
+        while (!open_.empty()) {
+            StateIndex state = open_.back();
+            open_.pop_back();
+            if (!nfa_.isTransit(state)) closure_.push_back(state);
+            const StateIndex* end = nfa_.epsilons().end(state);
+            for (const StateIndex* next = nfa_.epsilons().begin(state); next != end; ++next) {
+                ++steps_;
+                if (stamps_[*next].visit == visit_) continue;
+                stamps_[*next].visit = visit_;
+                open_.push_back(*next);
+            }
+        }
+    }
+
+    // The list of the path numbers that the states in set_ accept, interned.
+    std::uint32_t acceptedList() {
+        paths_.clear();
+        for (StateIndex state : set_) {
+            std::uint32_t pattern = nfa_.patternOf(state);
+            if (pattern != FlatNfa::noPatternCM) paths_.push_back(patterns_[pattern].path);
+        }
+        if (paths_.empty()) return 0;
+        std::sort(paths_.begin(), paths_.end());
+        paths_.erase(std::unique(paths_.begin(), paths_.end()), paths_.end());
+        auto [found, isNew] =
+            listOf_.try_emplace(paths_, static_cast<std::uint32_t>(raw_.lists.size()));
+        if (isNew) raw_.lists.push_back(paths_);
+        return found->second;
+    }
+
+    struct PathsHash {
+        std::size_t operator()(const std::vector<std::int32_t>& paths) const {
+            auto begin = reinterpret_cast<const StateIndex*>(paths.data());
+            return hashOf(begin, begin + paths.size());
+        }
+    };
+    struct Stamps {
+        std::uint32_t member = 0;
+        std::uint32_t visit = 0;
+    };
+
+    const Pattern* patterns_;
+    std::size_t stateLimit_;
+    FlatNfa nfa_;
+    ByteClasses classes_;
+    std::vector<std::vector<std::uint8_t>> classesOfSet_;
+    RawAutomaton& raw_;
+    ListIndex sets_;  // the deterministic states: sets of states that matter, sorted
+    std::size_t memberLimit_;
+    std::size_t stepLimit_;
+    std::size_t steps_ = 0;
+
+    std::vector<Stamps> stamps_;
+    std::uint32_t stamp_ = 0;
+    std::uint32_t visit_ = 0;
+    std::vector<std::uint32_t> closureOf_;
+    Lists closures_;
+    std::vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
+    std::unordered_map<std::vector<std::int32_t>, std::uint32_t, PathsHash> listOf_;
+
+    // Used again and again, to spare allocations.
+    std::vector<std::vector<StateIndex>> targets_;
+    std::vector<unsigned> distinct_;
+    std::vector<StateIndex> set_;
+    std::vector<StateIndex> closure_;
+    std::vector<StateIndex> open_;
+    std::vector<std::int32_t> paths_;
+};
+
+}  // namespace
+
+bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit,
+                 RawAutomaton& raw) {
+    return Determiniser(first, count, stateLimit, raw).run();
+}
+
+std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit) {
+    // Few patterns are tried first: those automata are small, and often the only ones that fit.
+    RawAutomaton raw;
+    std::size_t fit = 0;
+    std::size_t tooMany = 1;
+    while (tooMany < count && determinise(first, tooMany, stateLimit, raw)) {
+        fit = tooMany;
+        tooMany = std::min(count, tooMany * 2);
+    }
+    while (tooMany - fit > 1) {
+        std::size_t middle = fit + (tooMany - fit) / 2;
+        (determinise(first, middle, stateLimit, raw) ? fit : tooMany) = middle;
+    }
+    return fit;
+}
+
+}  // namespace FSM

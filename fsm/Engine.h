@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <string_view>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "fsm/State.h"
+
+namespace FSM {
+
+class PatternList;
+class Table;
+
+/// One deterministic automaton for a list of patterns, which tells in one pass over a text which of
+/// the patterns match the whole of it.
+///
+/// Insert the patterns, call `finalSetup` once, then match as often as you like. Until `finalSetup`
+/// returns, an engine is used by one thread; from then on any number of threads may match at once.
+/// Nothing is thrown: a failure gives false and a text in `error`.
+class KESTREL_API Engine {
+public:
+    /// Path number that stands for the number of patterns inserted before.
+    static constexpr unsigned long nextPathCM = ~0UL;
+    /// States that an automaton may have unless `stateLimit` says otherwise.
+    static constexpr std::size_t defaultStateLimitCM = 131072;
+
+    /// `expectedCount` is the number of patterns to come, all ones for unknown; matching does not
+    /// depend on it.
+    explicit Engine(unsigned int expectedCount = ~0U);
+    ~Engine();
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    /// Adds a pattern that is reported as `pathNumber` (0 to 2147483647). Patterns that share a
+    /// number are reported as one. False if the pattern does not parse, when two lines on standard
+    /// output tell so, if the number is out of range, if the patterns grow out of all proportion to
+    /// the state limit, or after `finalSetup`; the engine is unchanged then but for its error text.
+    bool insertPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
+
+    /// Builds the automaton and frees the patterns. True when it was built, now or before, or when
+    /// there is nothing to build. False when it would pass the state limit or memory ran out: all
+    /// memory is given back and `process` returns null; only `clear` makes the engine usable again.
+    bool finalSetup();
+
+    /// The state in which the whole text up to its terminating NUL ends; its `pathNumbers` are
+    /// those of the patterns that match. When the text leaves the automaton, so that no pattern
+    /// goes on, the start state. Null before `finalSetup` or without patterns. Owned by the engine.
+    const State* process(const char* text) const;
+    /// The same for a text of known length; it ends at the first NUL if it holds one.
+    const State* process(std::string_view text) const;
+
+    /// The lowest path number that `process` reports for the text, or -1. Takes no memory or lock.
+    std::int32_t firstPath(const char* text, std::size_t length) const;
+    std::int32_t firstPath(std::string_view text) const {
+        return firstPath(text.data(), text.size());
+    }
+
+    /// The text of the last failure; empty if there was none.
+    const FND::String& error() const;
+    /// After `finalSetup` has failed at the state limit: the path number of the pattern at which it
+    /// was passed. Otherwise -1.
+    std::int32_t guiltyPath() const { return guiltyPath_; }
+
+    std::size_t stateLimit() const { return stateLimit_; }
+    /// Sets the number of states that `finalSetup` may make, at least 1.
+    void stateLimit(std::size_t states) { stateLimit_ = states == 0 ? 1 : states; }
+
+    /// Number of patterns inserted.
+    std::int32_t patternCount() const { return patternCount_; }
+    /// Number of deterministic states; 0 before `finalSetup`.
+    std::size_t stateCount() const;
+    /// Bytes of memory that the finished automaton takes; 0 before `finalSetup`.
+    std::size_t memory() const;
+    /// The start state, which takes all there is to look at; null before `finalSetup`.
+    const State* startState() const;
+    /// The path numbers inserted, in decimal, ascending, separated by one blank each. After
+    /// `finalSetup` those that some text is reported with.
+    FND::String pathString() const;
+
+    /// Frees the patterns; the finished automaton stays.
+    void cleanup();
+    /// Back to the state after construction. The state limit stays.
+    void clear();
+
+    /// Prints all states, for diagnosis.
+    friend KESTREL_API std::ostream& operator<<(std::ostream& out, const Engine& engine);
+
+private:
+    friend class Analyser;
+
+    bool build();
+
+    unsigned int expectedCount_;
+    std::size_t stateLimit_ = defaultStateLimitCM;
+    std::int32_t patternCount_ = 0;
+    std::int32_t guiltyPath_ = -1;
+    bool isSetUp_ = false;
+    FND::String error_;
+    std::unique_ptr<PatternList> patterns_;
+    std::unique_ptr<Table> table_;
+};
+
+}  // namespace FSM

@@ -1,0 +1,205 @@
+#include "fsm/EnginePart.h"
+
+#include "fsm/Pool.h"
+
+namespace FSM {
+
+namespace {
+
+// Never destroyed: engines may outlive the other statics of the process.
+Pool<EnginePart>& enginePartPool() {
+    static auto& pool = *new Pool<EnginePart>;
+    return pool;
+}
+
+NonDetState* nonDet(State* state) { return static_cast<NonDetState*>(state); }
+
+}  // namespace
+
+std::vector<std::unique_ptr<EnginePart>> EnginePart::stackCM;
+FND::String EnginePart::errorTextCM;
+
+EnginePart::EnginePart(bool negatedSet) : negatedSet_(negatedSet) {
+    start_ = end_ = new NonDetState;
+}
+
+EnginePart::EnginePart(unsigned char c, unsigned char last) : EnginePart(false) {
+    addCharacters(c, last == 0 ? c : last);
+}
+
+EnginePart::EnginePart(int) : EnginePart(false) {
+    checkEndState();
+    start_->wildCardState(end_);
+}
+
+EnginePart::EnginePart(const char* text) : EnginePart(false) {
+    checkEndState();
+    if (*text == '\0') {
+        start_->epsilonSuccState(end_);
+        return;
+    }
+    NonDetState* last = start_;
+    for (; *text != '\0'; ++text) {
+        NonDetState* next = end_;
+        if (text[1] != '\0') {
+            next = new NonDetState;
+            interior_.insert(next);
+        }
+        last->succState(static_cast<unsigned char>(*text), next);
+        last = next;
+    }
+}
+
+EnginePart::EnginePart(const EnginePart& other)
+    : negated_(other.negated_), negatedSet_(other.negatedSet_) {
+    copy(other);
+}
+
+EnginePart::~EnginePart() {
+    interior_.destroyEntries();
+    if (end_ != start_) delete end_;
+    delete start_;
+}
+
+void* EnginePart::operator new(std::size_t) { return enginePartPool().take(); }
+
+void EnginePart::operator delete(void* memory) { enginePartPool().give(memory); }
+
+void EnginePart::freeMemoryPool() { enginePartPool().freeMemory(); }
+
+bool EnginePart::checkEndState() {
+    if (start_ != end_) return false;
+    end_ = new NonDetState;
+    return true;
+}
+
+void EnginePart::addCharacters(unsigned char first, unsigned char last) {
+    bool isFirstMember = checkEndState();
+    if (negatedSet_ && isFirstMember) start_->succStates(0, 255, end_);
+    start_->succStates(first, last, negatedSet_ ? nullptr : end_);
+}
+
+void EnginePart::closeEnds() {
+    if (checkEndState()) start_->epsilonSuccState(end_);
+}
+
+void EnginePart::makeEnds() {
+    interior_.insert(start_);
+    interior_.insert(end_);
+    start_ = new NonDetState;
+    end_ = new NonDetState;
+}
+
+void EnginePart::makeZeroOrOne() {
+    checkEndState();
+    start_->epsilonSuccState(end_);
+}
+
+void EnginePart::makeOneOrMore() {
+    closeEnds();
+    NonDetState* first = start_;
+    NonDetState* last = end_;
+    makeEnds();
+    start_->epsilonSuccState(first);
+    last->epsilonSuccState(first);
+    last->epsilonSuccState(end_);
+}
+
+void EnginePart::makeZeroOrMore() {
+    makeOneOrMore();
+    start_->epsilonSuccState(end_);
+}
+
+void EnginePart::concatenate(EnginePart& other) {
+    closeEnds();
+    other.closeEnds();
+    // `other` start is entered by nothing, so its moves can go out from this end instead.
+    for (const NonDetState::Transition& transition : other.start_->transitions()) {
+        end_->succStates(transition.first, transition.last, transition.target);
+    }
+    if (other.start_->wildCardState() != nullptr) {
+        end_->wildCardState(other.start_->wildCardState());
+    }
+    for (State* target : other.start_->epsilonSuccStates()) end_->epsilonSuccState(target);
+    delete other.start_;
+    interior_.insert(end_);
+    end_ = other.end_;
+    interior_.takeAll(other.interior_);
+    other.start_ = other.end_ = nullptr;
+}
+
+void EnginePart::alternative(EnginePart& other) {
+    closeEnds();
+    other.closeEnds();
+    start_->epsilonSuccState(other.start_);
+    other.end_->epsilonSuccState(end_);
+    interior_.takeAll(other.interior_);
+    interior_.insert(other.start_);
+    interior_.insert(other.end_);
+    other.start_ = other.end_ = nullptr;
+}
+
+bool EnginePart::multiply(unsigned minimum, unsigned maximum) {
+    std::size_t total = maximum != 0 ? maximum : minimum;
+    if (total > maxStatesCM || stateCount() * total > maxStatesCM) {
+        errorTextCM = "repetition needs more than " + std::to_string(maxStatesCM) + " states";
+        return false;
+    }
+    if (total == 0) {
+        EnginePart empty(false);
+        empty.closeEnds();
+        std::swap(start_, empty.start_);
+        std::swap(end_, empty.end_);
+        interior_.clearAndDestroy();
+        return true;
+    }
+    closeEnds();
+    if (total == 1) {
+        if (minimum == 0) makeZeroOrOne();
+        return true;
+    }
+    std::vector<std::unique_ptr<EnginePart>> copies;
+    for (std::size_t i = 1; i < total; ++i) copies.push_back(std::make_unique<EnginePart>(*this));
+    NonDetState* finalEnd = copies.back()->end_;
+    for (std::size_t i = 0; i < copies.size(); ++i) {
+        if (minimum == 0 || i + 1 >= minimum) end_->epsilonSuccState(finalEnd);
+        concatenate(*copies[i]);
+    }
+    if (minimum == 0) start_->epsilonSuccState(finalEnd);
+    return true;
+}
+
+void EnginePart::copy(const EnginePart& other) {
+    std::vector<const NonDetState*> originals{other.start_, other.end_};
+    for (State* state : other.interior_.members()) originals.push_back(nonDet(state));
+    std::vector<NonDetState*> copies;
+    for (const NonDetState* original : originals) {
+        original->mark(static_cast<std::uint32_t>(copies.size()));
+        copies.push_back(new NonDetState);
+    }
+    auto copyOf = [&](State* original) { return copies[nonDet(original)->mark()]; };
+    for (std::size_t i = 0; i < originals.size(); ++i) {
+        for (const NonDetState::Transition& transition : originals[i]->transitions()) {
+            copies[i]->succStates(transition.first, transition.last, copyOf(transition.target));
+        }
+        if (originals[i]->wildCardState() != nullptr) {
+            copies[i]->wildCardState(copyOf(originals[i]->wildCardState()));
+        }
+        for (State* target : originals[i]->epsilonSuccStates()) {
+            copies[i]->epsilonSuccState(copyOf(target));
+        }
+    }
+    start_ = copies[0];
+    end_ = copies[1];
+    for (std::size_t i = 2; i < copies.size(); ++i) interior_.insert(copies[i]);
+}
+
+std::unique_ptr<EnginePart> EnginePart::enginePart() {
+    if (stackCM.size() != 1) return nullptr;
+    std::unique_ptr<EnginePart> part = std::move(stackCM.back());
+    stackCM.clear();
+    part->closeEnds();
+    return part;
+}
+
+}  // namespace FSM

@@ -1,0 +1,122 @@
+#include "fsm/FlexLexer.h"
+
+#include <istream>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+#include "PatternGrammar.h"
+
+namespace {
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+}  // namespace
+
+FSM_FlexLexer::FSM_FlexLexer(std::istream* in, std::ostream*)
+    : FSM_FlexLexer(std::string(std::istreambuf_iterator<char>(*in), {})) {}
+
+FSM_FlexLexer::FSM_FlexLexer(std::string pattern) : pattern_(std::move(pattern)) {
+    pattern_.resize(std::char_traits<char>::length(pattern_.c_str()));
+}
+
+int FSM_FlexLexer::yylex(int& value) {
+    value = 0;
+    int token = scan(value);
+    lastValue_ = value;
+    atLineStart_ = position_ > 0 && pattern_[position_ - 1] == '\n';
+    return token;
+}
+
+char FSM_FlexLexer::look(std::size_t distance) const {
+    return position_ + distance < pattern_.size() ? pattern_[position_ + distance] : '\0';
+}
+
+int FSM_FlexLexer::scan(int& value) {
+    char c = look(0);
+    if (c == '\0') return 0;
+    if (c == '\\' && look(1) != '\0' && look(1) != '\n') return scanEscape(value);
+    if (condition_ == Condition::Count && isDigit(c)) return scanNumber(value);
+    ++position_;
+    value = static_cast<signed char>(c);
+
+    if (condition_ == Condition::Set) {
+        switch (c) {
+            case ']':
+                condition_ = Condition::Initial;
+                return SET_END;
+            case '-':
+                return HYPHEN;
+            case '*':
+            case '+':
+            case '?':
+                return FSM_CHAR;
+            default:
+                break;
+        }
+    } else if (condition_ == Condition::Count) {
+        switch (c) {
+            case '}':
+                condition_ = Condition::Initial;
+                return COUNT_END;
+            case ',':
+                return COMMA;
+            default:
+                break;
+        }
+    }
+
+    switch (c) {
+        case '[':
+            condition_ = Condition::Set;
+            if (look(0) != '^') return SET_START;
+            ++position_;
+            return SET_START_NEG;
+        case '{':
+            condition_ = Condition::Count;
+            return COUNT_START;
+        case '(':
+            return OPEN_PARENTHESIS;
+        case ')':
+            return CLOSE_PARENTHESIS;
+        case '?':
+            return ZERO_OR_ONE;
+        case '+':
+            return ONE_OR_MORE;
+        case '*':
+            return ZERO_OR_MORE;
+        case '|':
+            return FSM_OR;
+        case '.':
+            return FSM_POINT;
+        case '!':
+            return atLineStart_ ? NEGATION : FSM_CHAR;
+        default:
+            return FSM_CHAR;
+    }
+}
+
+// A backslash and three digits is the byte of that decimal code, with any other byte that byte.
+int FSM_FlexLexer::scanEscape(int& value) {
+    if (isDigit(look(1)) && isDigit(look(2)) && isDigit(look(3))) {
+        value = (look(1) - '0') * 100 + (look(2) - '0') * 10 + (look(3) - '0');
+        position_ += 4;
+        return value > 255 ? FSM_ERROR : FSM_CHAR;
+    }
+    char c = look(1);
+    position_ += 2;
+    if (c == 'n') c = '\n';
+    if (c == 't') c = '\t';
+    value = static_cast<signed char>(c);
+    return FSM_CHAR;
+}
+
+int FSM_FlexLexer::scanNumber(int& value) {
+    constexpr long long maxNumber = std::numeric_limits<int>::max();
+    long long number = 0;
+    for (; isDigit(look(0)); ++position_) {
+        if (number <= maxNumber) number = number * 10 + (look(0) - '0');
+    }
+    value = static_cast<int>(number <= maxNumber ? number : maxNumber);
+    return number <= maxNumber ? NUMBER : FSM_ERROR;
+}

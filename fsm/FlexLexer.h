@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <iosfwd>
+#include <string>
+
+/// The scanner of patterns: gives the tokens of one pattern, one after the other. The token codes
+/// are those of the grammar, 257 to 274. Used by one thread at a time.
+class FSM_FlexLexer {
+public:
+    /// Reads `in` to its end; the pattern ends at the first NUL, if there is one. `out` is not
+    /// used: every byte of a pattern belongs to a token. Neither is kept.
+    explicit FSM_FlexLexer(std::istream* in, std::ostream* out = nullptr);
+    explicit FSM_FlexLexer(std::string pattern);
+
+    /// The code of the next token, with its value in `value`: the byte for a token of one byte,
+    /// signed; the number for NUMBER, at most 2147483647. 0, with value 0, at the end.
+    int yylex(int& value);
+
+    /// The value of the token read last; 0 before the first.
+    int lastValue() const { return lastValue_; }
+
+private:
+    enum class Condition { Initial, Set, Count };
+
+    int scan(int& value);
+    int scanEscape(int& value);
+    int scanNumber(int& value);
+    char look(std::size_t distance) const;
+
+    std::string pattern_;
+    std::size_t position_ = 0;
+    Condition condition_ = Condition::Initial;
+    bool atLineStart_ = true;
+    int lastValue_ = 0;
+};

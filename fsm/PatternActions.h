@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+
+#include "fsm/EnginePart.h"
+#include "fsm/FlexLexer.h"
+
+/// What the generated parser calls. All of it works on the stack of parts, under the parser lock.
+namespace FSM {
+
+inline EnginePart& topPart() { return *EnginePart::stackCM.back(); }
+
+/// Pushes a new part; the arguments are those of a constructor of EnginePart.
+template <class... Arguments>
+void pushPart(Arguments... arguments) {
+    EnginePart::stackCM.push_back(std::make_unique<EnginePart>(arguments...));
+}
+
+/// Pushes the part of one byte, the low 8 bits of `value`.
+void pushByte(int value);
+/// Adds the bytes from `first` to `last`, the low 8 bits of each, to the set on top.
+void addBytes(int first, int last);
+/// Takes the two parts on top and pushes the first followed by the second.
+void concatenateParts();
+/// Takes the two parts on top and pushes the one that is either.
+void alternateParts();
+/// Repeats the part on top; false, with the error text set, if that is too large.
+bool repeatPart(int minimum, int maximum);
+
+}  // namespace FSM
+
+int fsm_lex(int* value, FSM_FlexLexer& scanner);
+void fsm_error(FSM_FlexLexer& scanner, const char* message);

@@ -1,0 +1,70 @@
+#include "fsm/PatternList.h"
+
+#include <algorithm>
+#include <iostream>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "fsm/PatternParser.h"
+
+namespace FSM {
+
+std::unique_ptr<EnginePart> PatternList::parse(const FND::String& pattern,
+                                               unsigned long pathNumber) {
+    std::lock_guard<std::mutex> guard(parserLockG);
+    FSM_FlexLexer scanner(pattern);
+    if (FSM_parse(scanner) != 0) {
+        error_ = EnginePart::errorTextCM;
+        std::cout << "FSM:Engine:insertPattern error=" << error_
+                  << "\nFSM:Engine:insertPattern pattern=" << pattern
+                  << ", pathNumber=" << pathNumber << std::endl;
+        return nullptr;
+    }
+    std::unique_ptr<EnginePart> part = EnginePart::enginePart();
+    if (part == nullptr) error_ = "FSM::EnginePart::enginePart() returned NULL";
+    return part;
+}
+
+bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
+                         std::size_t maxStates) {
+    unsigned long path = pathNumber == nextPathCM ? patterns_.size() : pathNumber;
+    if (path > static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max())) {
+        error_ = "path number " + std::to_string(path) + " is above 2147483647";
+        return false;
+    }
+    try {
+        std::unique_ptr<EnginePart> part = parse(pattern, pathNumber);
+        if (part == nullptr) return false;
+        if (part->stateCount() > maxStates - std::min(maxStates, stateCount_)) {
+            error_ = "patterns need more than " + std::to_string(maxStates) +
+                     " states at pattern " + std::to_string(path);
+            return false;
+        }
+        stateCount_ += part->stateCount();
+        patterns_.push_back({std::move(part), static_cast<std::int32_t>(path), pattern});
+    } catch (const std::bad_alloc&) {
+        error_ = "FSM::EnginePart::operator new():no memory available";
+        return false;
+    }
+    return true;
+}
+
+std::vector<std::int32_t> PatternList::negatedPaths(const Pattern* first, std::size_t count) {
+    std::vector<std::int32_t> paths;
+    for (const Pattern* pattern = first; pattern != first + count; ++pattern) {
+        if (pattern->part->isNegated()) paths.push_back(pattern->path);
+    }
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    return paths;
+}
+
+void PatternList::clear() {
+    patterns_.clear();
+    patterns_.shrink_to_fit();
+    stateCount_ = 0;
+}
+
+}  // namespace FSM

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "fnd/String.h"
+#include "fsm/EnginePart.h"
+
+namespace FSM {
+
+/// A pattern read, with the number it is reported under.
+struct Pattern {
+    std::unique_ptr<EnginePart> part;
+    std::int32_t path;
+    FND::String text;
+};
+
+/// The patterns given to an engine or a group, until its automata are built. Used by one thread at
+/// a time, but any number of lists at once.
+class PatternList {
+public:
+    /// The path number that stands for the number of patterns inserted before.
+    static constexpr unsigned long nextPathCM = ~0UL;
+
+    /// Parses `pattern` and appends it. False if it is refused: the list is unchanged but for
+    /// `error`. When it does not parse, two lines on standard output tell so. `maxStates` is the
+    /// number of non-deterministic states that all patterns together may have.
+    bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t maxStates);
+
+    const std::vector<Pattern>& patterns() const { return patterns_; }
+    const FND::String& error() const { return error_; }
+
+    /// Sorted numbers of the patterns that are negated, each once.
+    static std::vector<std::int32_t> negatedPaths(const Pattern* first, std::size_t count);
+
+    /// Frees all patterns; the error text stays.
+    void clear();
+
+private:
+    std::unique_ptr<EnginePart> parse(const FND::String& pattern, unsigned long pathNumber);
+
+    std::vector<Pattern> patterns_;
+    std::size_t stateCount_ = 0;
+    FND::String error_;
+};
+
+}  // namespace FSM

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
+
+namespace FSM {
+
+/// A free list of memory slots for objects of one class, taken from the heap in blocks of 64 slots.
+/// When the last slot in use comes back, all blocks but a few return to the heap, so one big
+/// automaton does not hold its memory for the rest of the process. Safe from any thread.
+template <class Object>
+class Pool {
+public:
+    /// Memory for one object; throws std::bad_alloc when there is none.
+    void* take() {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (free_ == nullptr) addBlock();
+        Slot* slot = free_;
+        free_ = slot->next;
+        ++used_;
+        return slot;
+    }
+
+    /// Takes back memory that `take` gave; null is ignored.
+    void give(void* memory) {
+        if (memory == nullptr) return;
+        std::lock_guard<std::mutex> guard(lock_);
+        Slot* slot = static_cast<Slot*>(memory);
+        slot->next = free_;
+        free_ = slot;
+        if (--used_ == 0 && blocks_.size() > blocksKeptS) keepBlocks(blocksKeptS);
+    }
+
+    /// Returns all memory to the heap, unless a slot is still in use.
+    void freeMemory() {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (used_ == 0) keepBlocks(0);
+    }
+
+private:
+    static constexpr std::size_t slotsInBlockS = 64;
+    static constexpr std::size_t blocksKeptS = 16;
+
+    union Slot {
+        Slot* next;
+        alignas(Object) std::byte object[sizeof(Object)];
+    };
+
+    void addBlock() {
+        blocks_.push_back(std::make_unique<Slot[]>(slotsInBlockS));
+        link(blocks_.back().get());
+    }
+
+    void link(Slot* block) {
+        for (std::size_t i = slotsInBlockS; i-- > 0;) {
+            block[i].next = free_;
+            free_ = &block[i];
+        }
+    }
+
+    void keepBlocks(std::size_t count) {
+        blocks_.resize(std::min(count, blocks_.size()));
+        blocks_.shrink_to_fit();
+        free_ = nullptr;
+        for (auto& block : blocks_) link(block.get());
+    }
+
+    std::mutex lock_;
+    Slot* free_ = nullptr;
+    std::size_t used_ = 0;
+    std::vector<std::unique_ptr<Slot[]>> blocks_;
+};
+
+}  // namespace FSM

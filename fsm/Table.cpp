@@ -1,0 +1,202 @@
+#include "fsm/Table.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <utility>
+
+namespace FSM {
+
+namespace {
+
+constexpr std::uint32_t noStateS = RawAutomaton::noStateCM;
+
+// Removes transitions into states from which no pattern's end can be reached.
+void dropDeadEnds(RawAutomaton& raw) {
+    std::size_t stateCount = raw.stateCount();
+    std::vector<std::uint32_t> sourceEnds(stateCount + 1);
+    for (std::uint32_t target : raw.next) {
+        if (target != noStateS) ++sourceEnds[target + 1];
+    }
+    std::partial_sum(sourceEnds.begin(), sourceEnds.end(), sourceEnds.begin());
+    std::vector<std::uint32_t> sources(sourceEnds.back());
+    std::vector<std::uint32_t> filled(sourceEnds.begin(), sourceEnds.end() - 1);
+    for (std::size_t i = 0; i < raw.next.size(); ++i) {
+        if (raw.next[i] == noStateS) continue;
+        sources[filled[raw.next[i]]++] = static_cast<std::uint32_t>(i / raw.classCount);
+    }
+    std::vector<bool> isLive(stateCount);
+    std::vector<std::uint32_t> open;
+    for (std::uint32_t state = 0; state < stateCount; ++state) {
+        if (raw.acceptedLists[state] == 0) continue;
+        isLive[state] = true;
+        open.push_back(state);
+    }
+    while (!open.empty()) {
+        std::uint32_t state = open.back();
+        open.pop_back();
+        for (std::uint32_t i = sourceEnds[state]; i < sourceEnds[state + 1]; ++i) {
+            if (isLive[sources[i]]) continue;
+            isLive[sources[i]] = true;
+            open.push_back(sources[i]);
+        }
+    }
+    for (std::uint32_t& target : raw.next) {
+        if (target != noStateS && !isLive[target]) target = noStateS;
+    }
+}
+
+// Makes one class of those that lead to the same target from every state.
+void mergeClasses(RawAutomaton& raw) {
+    unsigned oldCount = raw.classCount;
+    std::size_t stateCount = raw.stateCount();
+    std::vector<std::uint64_t> hashes(oldCount, 1);
+    for (std::size_t i = 0; i < raw.next.size(); ++i) {
+        std::uint64_t& hash = hashes[i % oldCount];
+        hash = (hash ^ raw.next[i]) * 0xff51afd7ed558ccdu;
+        hash ^= hash >> 32;
+    }
+    std::vector<unsigned> kept;
+    std::vector<std::uint8_t> renamed(oldCount);
+    for (unsigned c = 0; c < oldCount; ++c) {
+        auto same = std::find_if(kept.begin(), kept.end(), [&](unsigned k) {
+            if (hashes[k] != hashes[c]) return false;
+            for (std::size_t row = 0; row < raw.next.size(); row += oldCount) {
+                if (raw.next[row + k] != raw.next[row + c]) return false;
+            }
+            return true;
+        });
+        renamed[c] = static_cast<std::uint8_t>(same - kept.begin());
+        if (same == kept.end()) kept.push_back(c);
+    }
+    if (kept.size() == oldCount) return;
+    std::vector<std::uint32_t> next;
+    next.reserve(stateCount * kept.size());
+    for (std::size_t row = 0; row < raw.next.size(); row += oldCount) {
+        for (unsigned c : kept) next.push_back(raw.next[row + c]);
+    }
+    raw.next = std::move(next);
+    raw.classCount = static_cast<unsigned>(kept.size());
+    for (std::uint8_t& c : raw.classOf) c = renamed[c];
+}
+
+// How a state is left: not at all, only by newline, or else. NUL ends a text before it is looked
+// at, so it does not count.
+enum class Exits { None, Newline, Others };
+constexpr std::size_t exitKindsS = 3;
+
+std::vector<Exits> exitsOf(const RawAutomaton& raw) {
+    // 0: only NUL, 1: newline and perhaps NUL, 2: others.
+    std::vector<int> kindOfClass(raw.classCount, 0);
+    for (unsigned byte = 1; byte < 256; ++byte) {
+        int& kind = kindOfClass[raw.classOf[byte]];
+        kind = std::max(kind, byte == '\n' ? 1 : 2);
+    }
+    std::vector<Exits> exits(raw.stateCount(), Exits::None);
+    for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
+        const std::uint32_t* row = &raw.next[std::size_t{state} * raw.classCount];
+        int widest = 0;
+        for (unsigned c = 0; c < raw.classCount; ++c) {
+            if (row[c] != state) widest = std::max(widest, kindOfClass[c]);
+        }
+        exits[state] = static_cast<Exits>(widest);
+    }
+    return exits;
+}
+
+}  // namespace
+
+bool Table::build(RawAutomaton raw, const Paths& negated, bool isPartOfGroup,
+                  std::size_t maxListed) {
+    // Where nothing matches "", what has left the automaton and what is in a dead end report the
+    // same.
+    if (!isPartOfGroup && raw.acceptedLists[0] == 0) dropDeadEnds(raw);
+    mergeClasses(raw);
+
+    // Rows: 0, then the states sorted by their exits and reached from the start, in raw order.
+    std::vector<Exits> exits = exitsOf(raw);
+    std::vector<bool> isReached(raw.stateCount());
+    std::vector<std::uint32_t> open{0};
+    isReached[0] = true;
+    while (!open.empty()) {
+        std::size_t row = std::size_t{open.back()} * raw.classCount;
+        open.pop_back();
+        for (unsigned c = 0; c < raw.classCount; ++c) {
+            std::uint32_t target = raw.next[row + c];
+            if (target == noStateS || isReached[target]) continue;
+            isReached[target] = true;
+            open.push_back(target);
+        }
+    }
+    std::vector<std::uint32_t> order;
+    std::size_t countUpTo[exitKindsS];
+    for (std::size_t kind = 0; kind < exitKindsS; ++kind) {
+        for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
+            if (isReached[state] && exits[state] == static_cast<Exits>(kind)) {
+                order.push_back(state);
+            }
+        }
+        countUpTo[kind] = order.size();
+    }
+
+    stride_ = raw.classCount;
+    classOf_ = raw.classOf;
+    if ((order.size() + 1) * stride_ > std::numeric_limits<Row>::max()) return false;
+    reciprocal_ = (std::uint64_t{1} << 32) / stride_ + 1;
+    lastTrap_ = static_cast<Row>(countUpTo[0] * stride_);
+    lastLineLoop_ = static_cast<Row>(countUpTo[1] * stride_);
+    std::vector<Row> rowOf(raw.stateCount());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        rowOf[order[i]] = static_cast<Row>((i + 1) * stride_);
+    }
+    start_ = rowOf[0];
+    startIndex_ = start_ / stride_;
+    rows_.reserve((order.size() + 1) * stride_);
+    rows_.resize(stride_);
+    for (std::uint32_t state : order) {
+        for (unsigned c = 0; c < stride_; ++c) {
+            std::uint32_t target = raw.next[std::size_t{state} * stride_ + c];
+            rows_.push_back(target == noStateS ? 0 : rowOf[target]);
+        }
+    }
+
+    negated_ = negated;
+    lists_ = std::move(raw.lists);
+    if (!negated.empty()) {
+        std::size_t listed = 0;
+        for (Paths& list : lists_) {
+            Paths reported;
+            std::set_symmetric_difference(list.begin(), list.end(), negated.begin(), negated.end(),
+                                          std::back_inserter(reported));
+            listed += reported.size();
+            if (listed > maxListed) return false;
+            list = std::move(reported);
+        }
+    }
+    states_ = std::make_unique<DetState[]>(order.size() + 1);
+    firstPaths_.resize(order.size() + 1);
+    for (std::size_t i = 0; i <= order.size(); ++i) {
+        const Paths& list = lists_[raw.acceptedLists[i == 0 ? 0 : order[i - 1]]];
+        states_[i].paths_ = &list;
+        states_[i].table_ = this;
+        firstPaths_[i] = list.empty() ? -1 : list.front();
+    }
+    return true;
+}
+
+State* Table::successor(const DetState& state, unsigned char c) const {
+    std::size_t stateIndex = &state - states_.get();
+    Row row = rows_[stateIndex * stride_ + classOf_[c]];
+    return row == 0 ? nullptr : &states_[index(row)];
+}
+
+std::size_t Table::memory() const {
+    std::size_t bytes =
+        sizeof *this + rows_.capacity() * sizeof(Row) + (stateCount() + 1) * sizeof(DetState) +
+        firstPaths_.capacity() * sizeof(std::int32_t) + lists_.capacity() * sizeof(Paths) +
+        negated_.capacity() * sizeof(std::int32_t);
+    for (const Paths& list : lists_) bytes += list.capacity() * sizeof(std::int32_t);
+    return bytes;
+}
+
+}  // namespace FSM

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "fsm/Determiniser.h"
+#include "fsm/LineEnd.h"
+#include "fsm/State.h"
+
+namespace FSM {
+
+/// A finished deterministic automaton in the form that is fastest to walk. Bytes are mapped to
+/// classes; the state is the offset of its row in one flat array of target rows, so a byte costs
+/// one load that depends on the byte before. Row 0 is that of texts that have left the automaton.
+/// It is followed by the states that no byte leaves and then by those that only newline leaves: one
+/// comparison finds out that nothing more, or only the next newline, is of interest.
+///
+/// Never changed after `build`; reading is safe from any number of threads.
+class Table {
+public:
+    using Row = std::uint32_t;
+    using Paths = std::vector<std::int32_t>;
+
+    Table() = default;
+    Table(const Table&) = delete;
+    Table& operator=(const Table&) = delete;
+
+    /// Takes over `raw`. `negated` holds the numbers of the negated patterns, ascending. As
+    /// `isPartOfGroup` the table keeps apart the texts that have left the automaton and those
+    /// inside it from which nothing can match any more. False if the lists of path numbers would
+    /// take together more than `maxListed` numbers.
+    bool build(RawAutomaton raw, const Paths& negated, bool isPartOfGroup, std::size_t maxListed);
+
+    /// The row after the whole text, which ends at its first NUL; 0 when the text has left the
+    /// automaton.
+    Row walk(const char* text) const {
+        return walkBytes<false>(reinterpret_cast<const unsigned char*>(text), nullptr);
+    }
+    /// The same for a text that ends at `text + length`, if no NUL comes before.
+    Row walk(const char* text, std::size_t length) const {
+        auto begin = reinterpret_cast<const unsigned char*>(text);
+        return walkBytes<true>(begin, begin + length);
+    }
+
+    /// The state of a row; the start state for row 0.
+    const DetState* state(Row row) const { return &states_[row == 0 ? startIndex_ : index(row)]; }
+    /// The lowest path number reported in a row, -1 for none.
+    std::int32_t firstPath(Row row) const { return firstPaths_[index(row)]; }
+    /// The numbers of the negated patterns.
+    const Paths& negatedPaths() const { return negated_; }
+
+    DetState* start() const { return &states_[startIndex_]; }
+    State* successor(const DetState& state, unsigned char c) const;
+    /// The states in the order of their rows; entry 0 is not a state.
+    DetState* states() const { return states_.get(); }
+    std::size_t stateCount() const { return rows_.size() / stride_ - 1; }
+    const std::array<std::uint8_t, 256>& classOf() const { return classOf_; }
+    unsigned classCount() const { return stride_; }
+
+    // What a walk over several tables at once needs.
+    const Row* rows() const { return rows_.data(); }
+    Row startRow() const { return start_; }
+    /// The last row of a state that no byte but newline leaves.
+    Row lastLineLoop() const { return lastLineLoop_; }
+    /// The last row of a state that no byte leaves, row 0 included.
+    Row lastTrap() const { return lastTrap_; }
+
+    /// All bytes of memory that this table holds.
+    std::size_t memory() const;
+
+private:
+    std::size_t index(Row row) const { return (std::uint64_t{row} * reciprocal_) >> 32; }
+
+    template <bool isBounded>
+    Row walkBytes(const unsigned char* text, const unsigned char* end) const {
+        const Row* rows = rows_.data();
+        Row row = start_;
+        Row lastLineLoop = lastLineLoop_;
+        for (;;) {
+            while (row > lastLineLoop) {
+                if ((isBounded && text == end) || *text == 0) return row;
+                row = (rows + classOf_[*text++])[row];
+            }
+            if (row <= lastTrap_) return row;
+            text = isBounded ? lineEnd(text, end) : lineEnd(text);
+            if ((isBounded && text == end) || *text == 0) return row;
+            row = (rows + classOf_[*text++])[row];
+        }
+    }
+
+    std::array<std::uint8_t, 256> classOf_{};
+    std::vector<Row> rows_;
+    Row start_ = 0;
+    Row lastTrap_ = 0;
+    Row lastLineLoop_ = 0;
+    unsigned stride_ = 1;
+    std::uint64_t reciprocal_ = 0;  // of the stride, times 2^32
+    std::size_t startIndex_ = 0;
+    std::unique_ptr<DetState[]> states_;
+    std::vector<std::int32_t> firstPaths_;
+    std::vector<Paths> lists_;
+    Paths negated_;
+};
+
+}  // namespace FSM

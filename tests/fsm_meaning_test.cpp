@@ -1,0 +1,199 @@
+// The engine against the textbook meaning of patterns. A part of all cases is run by default; the
+// environment variable KESTREL_FSM_FULL makes it all of them, which takes some minutes.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <random>
+#include <sstream>
+
+#include "fsm/Engine.h"
+#include "fsm_reference.h"
+
+namespace {
+
+bool isFull() { return std::getenv("KESTREL_FSM_FULL") != nullptr; }
+
+/// Keeps the two lines that a refused pattern prints off the test log.
+class QuietOutput {
+public:
+    QuietOutput() : old_(std::cout.rdbuf(sink_.rdbuf())) {}
+    ~QuietOutput() { std::cout.rdbuf(old_); }
+
+private:
+    std::ostringstream sink_;
+    std::streambuf* old_;
+};
+
+std::vector<std::string> textsOf(const std::string& bytes, std::size_t length) {
+    std::vector<std::string> texts{""};
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        if (texts[i].size() == length) break;
+        for (char byte : bytes) texts.push_back(texts[i] + byte);
+    }
+    return texts;
+}
+
+std::string shown(const std::string& text) {
+    std::string result = "\"";
+    for (char c : text) result += c == '\n' ? std::string("\\n") : std::string(1, c);
+    return result + '"';
+}
+
+// One set of patterns; what the engine makes of it must be what the reference makes of it.
+class Comparison {
+public:
+    explicit Comparison(const std::vector<std::string>& texts) : texts_(texts) {}
+
+    /// False after the first difference, which is reported.
+    bool compare(const std::vector<std::string>& patterns) {
+        FSM::Engine engine;
+        std::vector<reference::Pattern> accepted;
+        std::string all;
+        for (const std::string& pattern : patterns) {
+            all += shown(pattern) + ' ';
+            std::optional<reference::Pattern> parsed = reference::Parser::parse(pattern);
+            bool isInserted = engine.insertPattern(pattern);
+            if (isInserted != parsed.has_value()) {
+                ADD_FAILURE() << "pattern " << shown(pattern)
+                              << (isInserted ? " is accepted" : " is refused");
+                return false;
+            }
+            if (parsed) accepted.push_back(std::move(*parsed));
+        }
+        if (accepted.empty()) return true;
+        ++engines;
+        if (!engine.finalSetup()) {
+            ++tooLarge;
+            return true;
+        }
+        for (const std::string& text : texts_) {
+            ++matches;
+            std::vector<std::int32_t> expected = reference::report(accepted, text);
+            const FSM::State* state = engine.process(text.c_str());
+            std::int32_t first = expected.empty() ? -1 : expected[0];
+            if (state->pathNumbers() != expected || engine.process(text) != state ||
+                engine.firstPath(text) != first) {
+                ADD_FAILURE() << all << "and text " << shown(text) << ": paths "
+                              << testing::PrintToString(state->pathNumbers()) << ", expected "
+                              << testing::PrintToString(expected);
+                return false;
+            }
+        }
+        return true;
+    }
+
+    std::size_t engines = 0;
+    std::size_t tooLarge = 0;
+    std::size_t matches = 0;
+
+private:
+    const std::vector<std::string>& texts_;
+};
+
+TEST(FsmMeaning, AllSmallPatterns) {
+    struct Alphabet {
+        const char* what;
+        std::vector<std::string> symbols;
+        std::size_t length;
+        std::size_t fullLength;
+    };
+    const Alphabet alphabets[] = {
+        {"operators", {"a", "b", ".", "|", "*", "+", "?", "(", ")"}, 4, 6},
+        {"counts, sets and negation",
+         {"a", "|", "*", "(", ")", "!", "[^a]", "[b-a]", "[ab]", "{0}", "{2}", "{0,1}", "{1,2}",
+          "{2,1}"},
+         3,
+         5},
+        {"bytes of sets and counts",
+         {"a", "b", "[", "]", "^", "-", "{", "}", "0", "2", ",", "\\", "\n", "!"},
+         4,
+         6},
+    };
+    QuietOutput quiet;
+    const std::vector<std::string> texts = textsOf("ab\n", 4);
+    for (const Alphabet& alphabet : alphabets) {
+        Comparison comparison(texts);
+        std::size_t length = isFull() ? alphabet.fullLength : alphabet.length;
+        std::vector<std::size_t> digits(length, 0);  // 0 is no symbol
+        std::size_t patterns = 0;
+        for (bool isDone = false; !isDone;) {
+            std::string pattern;
+            for (std::size_t digit : digits) {
+                if (digit > 0) pattern += alphabet.symbols[digit - 1];
+            }
+            ++patterns;
+            if (!comparison.compare({pattern})) return;
+            // The next combination; no symbol is followed by none only, so each comes once.
+            std::size_t i = 0;
+            while (i < length && ++digits[i] > alphabet.symbols.size()) digits[i++] = 1;
+            isDone = i == length;
+        }
+        EXPECT_EQ(comparison.tooLarge, 0u);
+        std::cerr << alphabet.what << ": " << patterns << " patterns, " << comparison.engines
+                  << " accepted, " << comparison.matches << " matches compared\n";
+    }
+}
+
+class RandomPatterns {
+public:
+    explicit RandomPatterns(unsigned seed) : random_(seed) {}
+
+    std::size_t below(std::size_t limit) { return random_() % limit; }
+
+    std::string pattern() {
+        std::string result(below(6) == 0 ? "!" : "");
+        return result.append(choice(3));
+    }
+
+private:
+    std::string choice(int depth) {
+        std::string result = sequence(depth);
+        while (below(4) == 0) result.append("|").append(below(6) == 0 ? "" : sequence(depth));
+        return result;
+    }
+
+    std::string sequence(int depth) {
+        std::string result;
+        for (std::size_t i = below(4) + 1; i > 0; --i) result += repetition(depth);
+        return result;
+    }
+
+    std::string repetition(int depth) {
+        static const char* const suffixesS[] = {"?",   "+",   "*",     "*",     "{0}",
+                                                "{1}", "{3}", "{0,2}", "{2,3}", "{3,1}"};
+        std::string result = atom();
+        if (depth > 0 && below(4) == 0) {
+            result = choice(depth - 1);
+            result.insert(result.begin(), '(');
+            result.push_back(')');
+        }
+        if (below(3) == 0) result += suffixesS[below(std::size(suffixesS))];
+        return result;
+    }
+
+    std::string atom() {
+        static const char* const atomsS[] = {"a",     "b",     "c",   ".",     "[ab]",  "[^a]",
+                                             "[^ab]", "[a-c]", "\\n", "[b-a]", "\\098", "[^b-a]"};
+        return atomsS[below(std::size(atomsS))];
+    }
+
+    std::mt19937 random_;
+};
+
+TEST(FsmMeaning, RandomPatterns) {
+    QuietOutput quiet;
+    RandomPatterns random(20260101);
+    const std::vector<std::string> texts = textsOf("abc\n", 4);
+    Comparison comparison(texts);
+    for (int i = isFull() ? 100000 : 2000; i > 0; --i) {
+        std::vector<std::string> patterns;
+        for (std::size_t n = random.below(4) + 1; n > 0; --n) patterns.push_back(random.pattern());
+        if (!comparison.compare(patterns)) return;
+    }
+    EXPECT_LT(comparison.tooLarge * 100, comparison.engines);
+    std::cerr << comparison.engines << " engines, " << comparison.tooLarge << " too large, "
+              << comparison.matches << " matches compared\n";
+}
+
+}  // namespace
