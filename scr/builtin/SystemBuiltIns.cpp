@@ -1,5 +1,14 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <optional>
 
+#include "fnd/Portable.h"
+#include "scr/MainExtension.h"
+#include "scr/Operand.h"
+#include "scr/ShellCommand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 
@@ -17,6 +26,89 @@ struct LogStdout final : BuiltInNode<LogStdout, VoidType(StringType)> {
     }
 };
 
+// How often a built-in that waits asks whether the script has to stop.
+constexpr std::chrono::milliseconds askIntervalS(100);
+
+class System final : public BuiltInNode<System, LongType(StringType, Optional<Out<StringType>>)> {
+public:
+    long value(Interpreter& interpreter, const FND::String& command, StringDataNode* out) {
+        ShellCommand shell(command);
+        if (!shell.isStarted()) return -1;
+        RunControl& control = interpreter.runControl();
+        takeOutput(shell, control, out);
+        std::optional<int> status;
+        while (!(status = shell.wait(askIntervalS))) control.ask(this);
+        if (*status < 0) return -1;
+        return (*status >> 8) & 255;
+    }
+
+private:
+    // A named variable takes the output as it comes; an element of a container at the end.
+    void takeOutput(ShellCommand& shell, RunControl& control, StringDataNode* out) {
+        StringVariable* const variable = out != nullptr ? variableOf<StringType>(*out) : nullptr;
+        FND::String collected;
+        FND::String& output = variable != nullptr ? variable->value() : collected;
+        char piece[8192];
+        for (;;) {
+            const std::optional<std::size_t> length = shell.read(piece, sizeof piece, askIntervalS);
+            if (length && *length == 0) break;
+            if (length && out != nullptr) output.append(piece, *length);
+            control.ask(this);
+        }
+        if (out == nullptr || collected.empty()) return;
+        collected.insert(0, out->result());
+        out->set(collected);
+    }
+};
+
+struct SysGetEnv final : BuiltInNode<SysGetEnv, StringType(StringType)> {
+    static void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& name) {
+        // The C library would look for a value that begins with what follows the sign.
+        const bool isName = name.find('=') == FND::String::npos;
+        const char* const found = isName ? std::getenv(name.c_str()) : nullptr;
+        result = found != nullptr ? found : "";
+    }
+};
+
+struct Sleep final : BuiltInNode<Sleep, VoidType(LongType)> {
+    void value(Interpreter& interpreter, long seconds) {
+        using Clock = std::chrono::steady_clock;
+        // Three years; the clock could not count to the largest Long.
+        constexpr long longest = 100'000'000;
+        const auto end = Clock::now() + std::chrono::seconds(std::clamp(seconds, 0L, longest));
+        while (Clock::now() < end) {
+            interpreter.runControl().ask(this);
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+            FND::sleepMillis(std::min(left, askIntervalS).count());
+        }
+    }
+};
+
+struct MutexCreate final : BuiltInNode<MutexCreate, LongType()> {
+    static long value(Interpreter& interpreter) {
+        return interpreter.mainExtension().mutexCreate();
+    }
+};
+
+struct MutexDestroy final : BuiltInNode<MutexDestroy, BoolType(LongType)> {
+    static bool value(Interpreter& interpreter, long handle) {
+        return interpreter.mainExtension().mutexDestroy(handle);
+    }
+};
+
+struct MutexAcquire final : BuiltInNode<MutexAcquire, BoolType(LongType)> {
+    bool value(Interpreter& interpreter, long handle) {
+        return interpreter.mainExtension().mutexAcquire(
+            handle, [this, &interpreter] { interpreter.runControl().ask(this); });
+    }
+};
+
+struct MutexRelease final : BuiltInNode<MutexRelease, BoolType(LongType)> {
+    static bool value(Interpreter& interpreter, long handle) {
+        return interpreter.mainExtension().mutexRelease(handle);
+    }
+};
+
 constexpr BuiltIn systemBuiltInsS[] = {
     {.number = 19,
      .signature = "Void scriptUsable(Bool usable)",
@@ -31,6 +123,59 @@ constexpr BuiltIn systemBuiltInsS[] = {
      .manual = "Writes the bytes of `text` to standard output as they are, without a line end of "
                "its own. The output is buffered as the host's is, and a failure is not reported.",
      .example = R"(logStdout(""); true)"},
+    {.number = 121,
+     .signature = "Long system(String command, [out String output])",
+     .factory = System::factory,
+     .effects = Effect::Shell,
+     .manual =
+         "Runs `command`, up to its first NUL, by the shell `/bin/sh`, waits for it and gives "
+         "its exit status, from 0 to 255. What it writes to standard output is added to the "
+         "end of `output`, or dropped when that is left out; standard input and standard "
+         "error are those of the host. Gives -1 when the shell cannot be started or its "
+         "status is not to be had, and 0 when a signal ended the shell. The call lasts until "
+         "the output is closed, by processes in the background as well.",
+     .example = R"(String out = "x"; system("echo a; exit 3", out) == 3 and out == "xa\n")"},
+    {.number = 122,
+     .signature = "String sysGetEnv(String name)",
+     .factory = SysGetEnv::factory,
+     .effects = Effect::Environment,
+     .manual = "The value of the environment variable `name`, \"\" when there is none.",
+     .example = R"(sysGetEnv("NO SUCH VARIABLE") == "")"},
+    {.number = 123,
+     .signature = "Long mutexCreate()",
+     .factory = MutexCreate::factory,
+     .effects = Effect::Mutex,
+     .manual = "A new mutex, not locked, for scripts of which several threads run parts. It is "
+               "known by its handle: the lowest number from 0 that is not in use in this "
+               "interpreter. A mutex must be created before several threads use it.",
+     .example = "Long m = mutexCreate(); mutexDestroy(m)"},
+    {.number = 124,
+     .signature = "Bool mutexDestroy(Long mutex)",
+     .factory = MutexDestroy::factory,
+     .effects = Effect::Mutex,
+     .manual = "Unlocks the mutex, whoever holds it, and frees its handle for the next "
+               "`mutexCreate`. False when there is no such mutex.",
+     .example = "mutexDestroy(-1) == false"},
+    {.number = 125,
+     .signature = "Bool mutexAcquire(Long mutex)",
+     .factory = MutexAcquire::factory,
+     .effects = Effect::Mutex,
+     .manual = "Waits until the mutex is free and locks it; a thread that locks it twice waits for "
+               "itself. False, at once, when there is no such mutex.",
+     .example = "Long m = mutexCreate(); mutexAcquire(m) and mutexRelease(m)"},
+    {.number = 126,
+     .signature = "Bool mutexRelease(Long mutex)",
+     .factory = MutexRelease::factory,
+     .effects = Effect::Mutex,
+     .manual = "Unlocks the mutex, whoever holds it; one that is free stays so. False when there "
+               "is no such mutex.",
+     .example = "Long m = mutexCreate(); mutexRelease(m)"},
+    {.number = 127,
+     .signature = "Void sleep(Long seconds)",
+     .factory = Sleep::factory,
+     .effects = Effect::Sleep,
+     .manual = "Pauses the script for `seconds`; not at all when that is 0 or negative.",
+     .example = "sleep(0); true"},
 };
 
 }  // namespace

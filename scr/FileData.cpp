@@ -1,0 +1,71 @@
+#include "scr/FileData.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "scr/PipeGuard.h"
+#include "scr/Variable.h"
+
+namespace SCR {
+
+bool FileData::open(const FND::String& name, const FND::String& mode) {
+    return variable_->open(name, mode);
+}
+
+void FileData::close() { variable_->close(); }
+
+bool FileData::isOpen() const { return variable_->stream() != nullptr; }
+
+bool FileData::writeString(const FND::String& text) {
+    if (!isOpen()) return false;
+    const PipeGuard guard(variable_->isPipe());
+    return std::fwrite(text.data(), text.size(), 1, variable_->stream()) == 1;
+}
+
+bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
+    constexpr std::size_t pieceLength = 4096;
+    constexpr std::size_t keptLength = 64 * 1024;
+    if (!isOpen()) return false;
+    line_.clear();
+    char piece[pieceLength + 1];
+    bool isRead = false;
+    bool isCut = false;  // by a NUL: what follows it in the line is read and dropped
+    bool goesOn = true;
+    while (goesOn && maxLength > 0) {
+        const std::size_t wanted = std::min<unsigned long>(maxLength, pieceLength);
+        // Overwritten only by the NUL that ends a full piece, whatever bytes the piece holds.
+        piece[wanted] = '?';
+        if (std::fgets(piece, static_cast<int>(wanted + 1), variable_->stream()) == nullptr) break;
+        isRead = true;
+        goesOn = piece[wanted] == '\0' && piece[wanted - 1] != '\n';
+        maxLength -= wanted;
+        if (!isCut) {
+            const std::size_t length = strnlen(piece, wanted);
+            line_.append(piece, length);
+            isCut = goesOn && length < wanted;
+        }
+    }
+    if (!isRead) return false;
+    target->set(line_);
+    if (line_.capacity() > keptLength) FND::String().swap(line_);
+    return true;
+}
+
+bool FileData::eof() const { return !isOpen() || std::feof(variable_->stream()) != 0; }
+
+bool FileData::flush() {
+    if (!isOpen()) return false;
+    const PipeGuard guard(variable_->isPipe());
+    return std::fflush(variable_->stream()) == 0;
+}
+
+std::int64_t FileData::tell() const { return isOpen() ? ftello(variable_->stream()) : -1; }
+
+bool FileData::seek(long offset) {
+    if (offset < 0 || !isOpen()) return false;
+    const PipeGuard guard(variable_->isPipe());
+    return fseeko(variable_->stream(), offset, SEEK_SET) == 0;
+}
+
+}  // namespace SCR

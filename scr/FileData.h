@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+
+#include "fnd/Export.h"
+#include "scr/Node.h"
+
+namespace SCR {
+
+class FileVariable;
+
+/// Links a file function to the File variable that it works on; the variable is not owned. It has
+/// no value and is never executed.
+class KESTREL_API FileData final : public Node {
+public:
+    explicit FileData(FileVariable* variable) : variable_(variable) {}
+
+    /// Closes the stream held, then opens `name` with the C stream mode `mode`, which is checked as
+    /// `FileVariable::open` says. True when a stream is open now. errno is cleared before and tells
+    /// the cause after a failure.
+    bool open(const FND::String& name, const FND::String& mode);
+    /// Closes the stream if one is open.
+    void close();
+    bool isOpen() const;
+    /// Writes the bytes of `text` as one block; true only if the whole block was written, so false
+    /// for an empty text and without a stream.
+    bool writeString(const FND::String& text);
+    /// Reads at most `maxLength` bytes up to and including a line end into `target`, up to the
+    /// first NUL. False, with `target` unchanged, without a stream, when nothing can be read
+    /// because of the end of the file or an error, and when `maxLength` is 0. Memory is taken as
+    /// the line grows, whatever `maxLength` is, and not at all for lines as long as those before.
+    bool readLine(StringDataNode* target, unsigned long maxLength);
+    /// True when no stream is held or its end-of-file indicator is set.
+    bool eof() const;
+    /// True when the stream was flushed; false without one.
+    bool flush();
+    /// The position in bytes from the start; -1 without a stream.
+    std::int64_t tell() const;
+    /// Moves to `offset` bytes from the start. False, without moving, when `offset` is negative,
+    /// without a stream and on failure.
+    bool seek(long offset);
+
+private:
+    FileVariable* const variable_;
+    FND::String line_;  // the line read last, kept for its room
+};
+
+}  // namespace SCR

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+
+#include "fnd/Export.h"
+
+namespace SCR {
+
+/// The mutexes that the scripts of one interpreter create and use by number. Handles count from 0
+/// and are reused lowest first. Creating and destroying may be done by several threads at once; a
+/// mutex must be created before other threads use it.
+class KESTREL_API ScriptMutexes {
+public:
+    ScriptMutexes() = default;
+    ScriptMutexes(const ScriptMutexes&) = delete;
+    ScriptMutexes& operator=(const ScriptMutexes&) = delete;
+
+    /// A new, or reused, live handle.
+    long create();
+    /// Unlocks the mutex, whoever holds it, and frees its handle; false for a handle not live.
+    bool destroy(long handle);
+    /// Locks, waiting as long as it takes, and not recursively; false for a handle not live. While
+    /// it waits it calls `ask` several times a second, holding nothing: that may throw to give up.
+    bool acquire(long handle, const std::function<void()>& ask = {});
+    /// Unlocks; harmless on a free mutex; false for a handle not live.
+    bool release(long handle);
+
+private:
+    // A flag with a condition instead of a bare mutex, since any thread may unlock it.
+    struct Entry {
+        std::atomic<bool> isUsed = true;
+        bool isLocked = false;
+        std::mutex guard;  // of isLocked
+        std::condition_variable unlocked;
+    };
+
+    static void unlock(Entry& entry);
+
+    Entry* find(long handle);
+
+    std::deque<Entry> entries_;    // entries never move
+    std::size_t firstUnused_ = 0;  // no entry before it is unused
+    std::mutex instanceMutex_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+
+#include <sys/types.h>
+
+#include "fnd/String.h"
+
+namespace SCR {
+
+/// A command that the system's shell runs, with its standard output piped to this process. It
+/// shares standard input, standard error, environment and signal settings with this process and
+/// inherits no other open file. Used by one thread.
+class ShellCommand {
+public:
+    using Duration = std::chrono::milliseconds;
+
+    /// Starts the shell on `command` up to its first NUL.
+    explicit ShellCommand(const FND::String& command);
+    ShellCommand(const ShellCommand&) = delete;
+    ShellCommand& operator=(const ShellCommand&) = delete;
+    /// Ends a command that still runs, with the processes that it started: asks them to end, and
+    /// does not ask any longer if the shell still runs a tenth of a second later.
+    ~ShellCommand();
+
+    /// Whether the shell was started.
+    bool isStarted() const { return process_ > 0; }
+
+    /// Reads at most `size` bytes of output into `buffer`, waiting for at most `duration`. Gives
+    /// how many; 0 at the end of the output; nothing when there was none yet.
+    std::optional<std::size_t> read(char* buffer, std::size_t size, Duration duration);
+
+    /// Waits for the end of the shell, at most `duration`. Gives its status, as the C library
+    /// encodes it, or -1 when that is not to be had; nothing when it still runs.
+    std::optional<int> wait(Duration duration);
+
+private:
+    void closeOutput();
+
+    int output_ = -1;
+    pid_t process_ = -1;
+    bool isEnded_ = false;
+};
+
+}  // namespace SCR

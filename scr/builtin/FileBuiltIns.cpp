@@ -1,0 +1,247 @@
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <optional>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "scr/FileCopy.h"
+#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/BuiltInNode.h"
+
+namespace SCR {
+
+namespace {
+
+struct FileOpen final : BuiltInNode<FileOpen, BoolType(FileType, StringType, StringType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file, const FND::String& name,
+                      const FND::String& mode) {
+        return file.open(name, mode);
+    }
+};
+
+struct FileClose final : BuiltInNode<FileClose, VoidType(FileType)> {
+    static void value(Interpreter& /*interpreter*/, FileData& file) { file.close(); }
+};
+
+struct FileWriteString final : BuiltInNode<FileWriteString, BoolType(FileType, StringType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file, const FND::String& text) {
+        return file.writeString(text);
+    }
+};
+
+class FileWriteLong final
+    : public BuiltInNode<FileWriteLong, BoolType(FileType, LongType, Optional<LongType>,
+                                                 Optional<BoolType>, Optional<StringType>)> {
+public:
+    bool value(Interpreter& interpreter, FileData& file, long number, std::optional<long> width,
+               std::optional<bool> left, const FND::String* fill) {
+        char bytes[24];
+        const std::string_view digits(
+            bytes, static_cast<std::size_t>(std::to_chars(bytes, bytes + sizeof bytes, number).ptr -
+                                            bytes));
+        const long rest = std::max(width.value_or(0), 0L) - static_cast<long>(digits.size());
+        const bool isFilled = left && fill != nullptr && !fill->empty();
+        const char filling = isFilled ? fill->front() : ' ';
+        const bool isLeft = left.value_or(false);
+        if (rest > longestPaddingCM) {
+            return isLeft ? write(file, digits) && pad(interpreter, file, filling, rest)
+                          : pad(interpreter, file, filling, rest) && write(file, digits);
+        }
+        text_ = digits;
+        if (rest > 0) {
+            text_.insert(isLeft ? text_.size() : 0, static_cast<std::size_t>(rest), filling);
+        }
+        return file.writeString(text_);
+    }
+
+private:
+    static constexpr long longestPaddingCM = 4096;
+
+    bool write(FileData& file, std::string_view text) {
+        text_ = text;
+        return file.writeString(text_);
+    }
+
+    // In pieces: `count` may be any number.
+    bool pad(Interpreter& interpreter, FileData& file, char filling, long count) {
+        while (count > 0) {
+            const long length = std::min(count, longestPaddingCM);
+            text_.assign(static_cast<std::size_t>(length), filling);
+            if (!file.writeString(text_)) return false;
+            count -= length;
+            interpreter.runControl().ask(this);
+        }
+        return true;
+    }
+
+    FND::String text_;  // written last, kept for its room
+};
+
+struct FileReadLine final
+    : BuiltInNode<FileReadLine, BoolType(FileType, Out<StringType>, LongType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file, StringDataNode& out,
+                      long maxLength) {
+        return maxLength > 0 && file.readLine(&out, static_cast<unsigned long>(maxLength));
+    }
+};
+
+struct FileEof final : BuiltInNode<FileEof, BoolType(FileType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file) {
+        return file.isOpen() && file.eof();
+    }
+};
+
+struct FileIsOpen final : BuiltInNode<FileIsOpen, BoolType(FileType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file) { return file.isOpen(); }
+};
+
+struct FileDelete final : BuiltInNode<FileDelete, BoolType(StringType)> {
+    static bool value(Interpreter& /*interpreter*/, const FND::String& name) {
+        return unlink(name.c_str()) == 0;
+    }
+};
+
+struct FileFlush final : BuiltInNode<FileFlush, BoolType(FileType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file) { return file.flush(); }
+};
+
+struct FileRename final : BuiltInNode<FileRename, BoolType(StringType, StringType)> {
+    static bool value(Interpreter& /*interpreter*/, const FND::String& from,
+                      const FND::String& to) {
+        return std::rename(from.c_str(), to.c_str()) == 0;
+    }
+};
+
+struct FileCopy final : BuiltInNode<FileCopy, BoolType(StringType, StringType)> {
+    bool value(Interpreter& interpreter, const FND::String& source, const FND::String& target) {
+        return copyFile(source, target,
+                        [this, &interpreter] { interpreter.runControl().ask(this); });
+    }
+};
+
+struct FileTell final : BuiltInNode<FileTell, LongType(FileType)> {
+    static long value(Interpreter& /*interpreter*/, FileData& file) { return file.tell(); }
+};
+
+struct FileSeek final : BuiltInNode<FileSeek, BoolType(FileType, LongType)> {
+    static bool value(Interpreter& /*interpreter*/, FileData& file, long position) {
+        return file.seek(position);
+    }
+};
+
+constexpr BuiltIn fileBuiltInsS[] = {
+    {.number = 96,
+     .signature = "Bool fileOpen(File file, String name, String mode)",
+     .factory = FileOpen::factory,
+     .effects = Effect::ReadsFiles | Effect::WritesFiles,
+     .manual =
+         "Closes `file` if it is open, then opens the file `name`; true when that succeeds. `mode` "
+         "is \"r\" to read, \"w\" to write a new or emptied file, \"a\" to append, \"r+\" to read "
+         "and write, or any other mode of C's fopen: one of these letters and at most five of "
+         "\"+\", \"b\", \"t\", \"x\", \"c\" and \"e\". A file stays open until it is closed or "
+         "the script's variable goes. Both texts end at their first NUL. A named pipe is waited "
+         "for until its other end is opened.",
+     .example = R"(File f; fileOpen(f, "lines.txt", "w") and fileWriteStr(f, "one\n"))"},
+    {.number = 97,
+     .signature = "Void fileClose(File file)",
+     .factory = FileClose::factory,
+     .effects = Effect::WritesFiles,
+     .manual = "Writes out what is buffered and closes `file`; nothing when it is not open.",
+     .example = "File f; fileClose(f); fileIsOpen(f) == false"},
+    {.number = 98,
+     .signature = "Bool fileWriteStr(File file, String text)",
+     .factory = FileWriteString::factory,
+     .effects = Effect::WritesFiles,
+     .manual = "Writes the bytes of `text`. True when they were taken; a failure may also show "
+               "later, at a further write or at `fileFlush`. False when `text` is empty and when "
+               "`file` is not open for writing.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w"); fileWriteStr(f, "") == false)"},
+    {.number = 99,
+     .signature =
+         "Bool fileWriteLong(File file, Long number, [Long width, Bool left, String fill])",
+     .factory = FileWriteLong::factory,
+     .effects = Effect::WritesFiles,
+     .manual =
+         "Writes `number` in decimal, as `fileWriteStr` does. Filled up to `width` bytes: with "
+         "blanks before it, or when `left` is given with the first byte of `fill` (a blank when "
+         "`fill` is empty or left out), after the number if `left` is true and before it if it is "
+         "false. A number that is longer than `width` is written as it is.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w+"); fileWriteLong(f, 42, 5, false, "0");
+fileSeek(f, 0); String s; fileReadLine(f, s, 80) and s == "00042")"},
+    {.number = 100,
+     .signature = "Bool fileReadLine(File file, out String line, Long max)",
+     .factory = FileReadLine::factory,
+     .effects = Effect::ReadsFiles,
+     .manual =
+         "Reads up to and including a line end, but at most `max` bytes, into `line`: a longer "
+         "line comes in pieces, by one call each. The line end stays in `line`; what follows a NUL "
+         "in the line is dropped. False, with `line` as it was, at the end of the file, on an "
+         "error, when `max` is 0 or negative and when `file` is not open.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w+"); fileWriteStr(f, "abcdef\n"); fileSeek(f, 0);
+String s; fileReadLine(f, s, 3); fileReadLine(f, s, 80) and s == "def\n")"},
+    {.number = 101,
+     .signature = "Bool fileEof(File file)",
+     .factory = FileEof::factory,
+     .effects = Effect::ReadsFiles,
+     .manual = "Whether a read has met the end of `file`; before that it is false even if nothing "
+               "is left to read. False when `file` is not open.",
+     .example = "File f; fileEof(f) == false"},
+    {.number = 102,
+     .signature = "Bool fileIsOpen(File file)",
+     .factory = FileIsOpen::factory,
+     .effects = Effect::ReadsFiles,
+     .manual = "Whether `file` is open.",
+     .example = "File f; fileIsOpen(f) == false"},
+    {.number = 103,
+     .signature = "Bool fileDelete(String name)",
+     .factory = FileDelete::factory,
+     .effects = Effect::WritesFiles,
+     .manual = "Deletes the file `name`; true when that succeeds. A directory is not deleted.",
+     .example = R"(fileDelete("no such file") == false)"},
+    {.number = 104,
+     .signature = "Bool fileFlush(File file)",
+     .factory = FileFlush::factory,
+     .effects = Effect::WritesFiles,
+     .manual = "Writes out what is buffered; true when that succeeds, false also when `file` is "
+               "not open.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w"); fileFlush(f))"},
+    {.number = 105,
+     .signature = "Bool fileRename(String from, String to)",
+     .factory = FileRename::factory,
+     .effects = Effect::WritesFiles,
+     .manual = "Renames the file `from` to `to`, replacing a file of that name; true when that "
+               "succeeds. Both must be on one file system.",
+     .example = R"(fileRename("no such file", "a.txt") == false)"},
+    {.number = 106,
+     .signature = "Bool fileCopy(String source, String target)",
+     .factory = FileCopy::factory,
+     .effects = Effect::ReadsFiles | Effect::WritesFiles,
+     .manual =
+         "Copies the bytes of the file `source` to the file `target`, which is made, or emptied if "
+         "it exists. False when `source` cannot be read, when `target` cannot be written wholly "
+         "(what was written by then stays), and when both are one file, which is left alone.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w"); fileClose(f); fileCopy("a.txt", "b.txt"))"},
+    {.number = 107,
+     .signature = "Long fileTell(File file)",
+     .factory = FileTell::factory,
+     .effects = Effect::ReadsFiles,
+     .manual = "The position in `file` in bytes from its start; -1 when it is not open or has no "
+               "position, as a pipe.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w"); fileWriteStr(f, "abc"); fileTell(f) == 3)"},
+    {.number = 108,
+     .signature = "Bool fileSeek(File file, Long position)",
+     .factory = FileSeek::factory,
+     .effects = Effect::ReadsFiles | Effect::WritesFiles,
+     .manual =
+         "Moves to `position` bytes from the start of `file`; true when that succeeds. False, "
+         "without moving, when `position` is negative and when `file` is not open.",
+     .example = R"(File f; fileOpen(f, "a.txt", "w"); fileSeek(f, 10) and fileTell(f) == 10)"},
+};
+
+}  // namespace
+
+std::span<const BuiltIn> fileBuiltIns() { return fileBuiltInsS; }
+
+}  // namespace SCR
