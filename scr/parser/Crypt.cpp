@@ -35,6 +35,19 @@ constexpr std::array<std::uint8_t, 256> digitValuesS = [] {
 
 std::uint8_t digitValue(char c) { return digitValuesS[static_cast<unsigned char>(c)]; }
 
+/// The work of `Crypt::charFromHex`, here for the compiler to take into loops: what the library
+/// shows may be replaced by a program, so that calls of it stay calls.
+inline bool readUnit(const char*& position, const char* end, unsigned char& byte) {
+    if (end - position < 2) return false;
+    const std::uint8_t high = digitValue(position[0]);
+    const std::uint8_t low = digitValue(position[1]);
+    if ((high | low) == noDigitS) return false;
+    byte = static_cast<unsigned char>(high << 4 | low);
+    position += 2;
+    if (position != end && *position == '\n') ++position;
+    return true;
+}
+
 /// Fills `bytes` with random bytes: the system's if it has them at once, the clock's otherwise.
 template <std::size_t Size>
 void drawRandom(std::array<unsigned char, Size>& bytes) {
@@ -121,30 +134,30 @@ bool Crypt::encrypt(const FND::String& plain, FND::String& scrambled) {
 }
 
 bool Crypt::decrypt(const FND::String& scrambled, FND::String& plain) {
-    std::string_view cursor = scrambled;
-    if (!cursor.starts_with(magicS)) return false;
-    cursor.remove_prefix(magicS.size());
+    if (!scrambled.starts_with(magicS)) return false;
+    const char* position = scrambled.data() + magicS.size();
+    const char* const end = scrambled.data() + scrambled.size();
 
     unsigned char mask[maskLengthS];
     for (unsigned char& byte : mask) {
-        if (!charFromHex(cursor, byte)) return false;
+        if (!readUnit(position, end, byte)) return false;
     }
     unsigned char keyLength;
-    if (!charFromHex(cursor, keyLength)) return false;
+    if (!readUnit(position, end, keyLength)) return false;
     keyLength ^= mask[0];
     if (keyLength == 0) return false;
     unsigned char key[maxReadKeyLengthS];
     for (std::size_t i = 0; i < keyLength; ++i) {
-        if (!charFromHex(cursor, key[i])) return false;
+        if (!readUnit(position, end, key[i])) return false;
         key[i] ^= mask[i % maskLengthS];
     }
 
-    FND::String text(cursor.size() / 2, '\0');
+    FND::String text((end - position) / 2, '\0');
     char* out = text.data();
     Pad pad(mask, key, keyLength);
-    while (!cursor.empty()) {
+    while (position != end) {
         unsigned char byte;
-        if (!charFromHex(cursor, byte)) return false;
+        if (!readUnit(position, end, byte)) return false;
         *out++ = static_cast<char>(byte ^ pad.next());
     }
     text.resize(out - text.data());
@@ -157,12 +170,9 @@ FND::String Crypt::hexString(unsigned char byte) {
 }
 
 bool Crypt::charFromHex(std::string_view& cursor, unsigned char& byte) {
-    if (cursor.size() < 2) return false;
-    const std::uint8_t high = digitValue(cursor[0]);
-    const std::uint8_t low = digitValue(cursor[1]);
-    if ((high | low) == noDigitS) return false;
-    byte = static_cast<unsigned char>(high << 4 | low);
-    cursor.remove_prefix(cursor.size() > 2 && cursor[2] == '\n' ? 3 : 2);
+    const char* position = cursor.data();
+    if (!readUnit(position, cursor.data() + cursor.size(), byte)) return false;
+    cursor.remove_prefix(position - cursor.data());
     return true;
 }
 
