@@ -15,8 +15,7 @@ struct DateDirective {
     enum Kind : std::uint8_t {
         Number,     // `field` in `width` digits, filled up with `fill`
         Name,       // the name of `field`, from `names`; only its beginning if `width` is not 0
-        Pattern,    // short for the directives in `pattern`
-        Text,       // `pattern` as it stands
+        Pattern,    // stands for `pattern`
         EpochSecs,  // seconds since 1970-01-01 UTC
         ZoneOffset,
         ZoneName
@@ -74,12 +73,7 @@ constexpr DateDirective pattern(char letter, std::string_view pattern) {
     return {.letter = letter, .kind = DateDirective::Pattern, .pattern = pattern};
 }
 
-constexpr DateDirective text(char letter, std::string_view text) {
-    return {.letter = letter, .kind = DateDirective::Text, .pattern = text};
-}
-
-/// All directives: both printing and reading go by this table. Patterns in it hold only directives
-/// that are no patterns.
+/// All directives: both printing and reading go by this table. Patterns hold no further patterns.
 inline constexpr DateDirective All[] = {
     number('Y', Field::Year, 4, 1, 9999),
     number('C', Field::Century, 2, 0, 99),
@@ -119,9 +113,9 @@ inline constexpr DateDirective All[] = {
     pattern('x', "%m/%d/%y"),
     pattern('r', "%I:%M:%S %p"),
     pattern('c', "%a %b %e %H:%M:%S %Y"),
-    text('n', "\n"),
-    text('t', "\t"),
-    text('%', "%"),
+    pattern('n', "\n"),
+    pattern('t', "\t"),
+    pattern('%', "%"),
 };
 
 /// The directive of each letter; null for bytes that are none.

@@ -75,9 +75,6 @@ private:
             case DateDirective::Pattern:
                 print(directive.pattern);
                 break;
-            case DateDirective::Text:
-                put(directive.pattern);
-                break;
             case DateDirective::EpochSecs:
                 putNumber(secs_);
                 break;

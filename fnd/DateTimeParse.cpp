@@ -177,8 +177,6 @@ private:
                 return false;
             case DateDirective::Pattern:
                 return read(directive.pattern);
-            case DateDirective::Text:
-                return read(directive.pattern);
             case DateDirective::EpochSecs: {
                 const bool negative = skip(text_, '-');
                 constexpr std::size_t most = std::numeric_limits<std::int64_t>::digits10;
