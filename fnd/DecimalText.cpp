@@ -108,7 +108,7 @@ Decimal Decimal::fromString(std::string_view text) noexcept {
     }
 
     const int precision = decimalPrecision();
-    const UInt128 limit = powersOf10S[static_cast<std::size_t>(precision - 1)];
+    const UInt128 limit = powerOf10(precision - 1);
     UInt128 magnitude = 0;
     int scale = 0;
     bool isFraction = false;
@@ -165,7 +165,7 @@ Decimal Decimal::fromDouble(double number) noexcept {
     scale -= exponent + 1;
     if (scale >= 0) return Parts::fit(number < 0, {magnitude}, scale);
     if (digitCount(magnitude) - scale > decimalPrecision()) return invalid();
-    return Parts::join(number < 0, magnitude * powersOf10S[static_cast<std::size_t>(-scale)], 0);
+    return Parts::join(number < 0, magnitude * powerOf10(-scale), 0);
 }
 
 double Decimal::toDouble() const noexcept {
@@ -245,7 +245,7 @@ void Decimal::formatHex(String& out, char separator, int places) const {
     }
     places = clampPlaces(places);
     const Parts parts(*this);
-    const UInt128 unit = powersOf10S[static_cast<std::size_t>(parts.scale)];
+    const UInt128 unit = powerOf10(parts.scale);
     UInt128 whole = parts.magnitude / unit;
     UInt128 rest = parts.magnitude % unit;
     UInt128 fraction = 0;
@@ -282,7 +282,7 @@ Decimal Decimal::fromHexString(std::string_view text, char separator, int places
     if (wholeText.empty() || point + 1 == text.size()) return invalid();
 
     const int precision = decimalPrecision();
-    const UInt128 limit = powersOf10S[static_cast<std::size_t>(precision)];
+    const UInt128 limit = powerOf10(precision);
     UInt128 magnitude = 0;
     for (const char byte : wholeText) {
         const int digit = hexDigit(byte);
