@@ -14,7 +14,7 @@ namespace {
 
 struct RunOptions {
     ScriptOptions script;
-    std::uint64_t repeat = 1;
+    std::int64_t repeat = 1;
     std::string file;
     std::optional<std::string> text;
 };
@@ -26,7 +26,7 @@ ExitStatus run(const RunOptions& options) {
     SCR::Interpreter interpreter(&log);
     if (!options.script.apply(interpreter)) return ExitStatus::Usage;
     if (!interpreter.compile(*text)) return ExitStatus::NotCompiled;
-    for (std::uint64_t turn = 0; turn < options.repeat; ++turn) {
+    for (std::int64_t turn = 0; turn < options.repeat; ++turn) {
         if (!interpreter.execute()) return ExitStatus::Stopped;
     }
     return interpreter.isValid() ? ExitStatus::Success : ExitStatus::Rejected;
@@ -39,7 +39,10 @@ void addRunCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("run", "Compile a script and execute it");
     options->script.declare(*command);
     command->add_option("--repeat", options->repeat, "Execute the script N times (default 1)")
-        ->type_name("N");
+        ->type_name("N")
+        ->check([](const std::string& count) {
+            return count.starts_with('-') ? count + " is negative" : std::string();
+        });
     CLI::Option* file =
         command->add_option("FILE", options->file, "The script; - is standard input")
             ->type_name("");

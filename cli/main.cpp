@@ -23,7 +23,12 @@ constexpr AddCommand commandsS[] = {addRunCommand, addCheckCommand, addEncryptCo
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");
     app.set_version_flag("--version", "kestrel " KESTREL_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.get_formatter()->label("Subcommands", "Commands");
+    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+        return std::string("kestrel: ") + error.what() + "\nRun with --help for more.\n";
+    });
     app.footer(
         "Examples:\n"
         "  kestrel run rate.ks\n"
@@ -46,7 +51,9 @@ ExitStatus perform(int argc, char** argv) {
         // Help and version end the parsing by an "error" of status 0.
         return app.exit(error) == 0 ? ExitStatus::Success : ExitStatus::Usage;
     }
-    return action();
+    if (action) return action();
+    report("no command given\nRun with --help for more.");
+    return ExitStatus::Usage;
 }
 
 /// Writes out what standard output still holds. False when that, or any write before, failed.

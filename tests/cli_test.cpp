@@ -60,6 +60,7 @@ protected:
                 redirect(STDIN_FILENO, ".stdin", O_RDONLY) &&
                 redirect(STDOUT_FILENO, outputPath, writing) &&
                 redirect(STDERR_FILENO, ".stderr", writing)) {
+                alarm(60);  // survives the exec; no row may hang the tests
                 execv(argv[0], argv.data());
             }
             _exit(127);
@@ -135,7 +136,7 @@ TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
         std::string message;
     };
     const Row rows[] = {
-        {{}, "subcommand"},
+        {{}, "command"},
         {{"walk"}, "walk"},
         {{"run"}, "FILE"},
         {{"run", "hello.ks", "more.ks"}, "more.ks"},
