@@ -194,30 +194,6 @@ TEST_F(PreprocessorTest, RecognisesIncludeLines) {
     EXPECT_GT(includes, 1000u);
 }
 
-TEST_F(PreprocessorTest, HandsOutLinesEitherWay) {
-    const std::string text = "a\n\ninclude\ninclude \"x\";\n  include \"y\";\n\ninclude include\n";
-    SCR::PreProFileData single("name", text);
-    SCR::PreProFileData runs("name", text);
-    std::string expected;
-    std::string line;
-    while (single.nextLine(line)) expected += line + "\n";
-    EXPECT_EQ(expected, text + "\n");
-    EXPECT_EQ(single.lineIndex(), 8u);
-
-    std::vector<unsigned> indexes;
-    std::string joined;
-    for (bool isGoing = true; isGoing;) {
-        std::string_view lines;
-        if (runs.nextOrdinaryLines(lines)) joined.append(lines).append("\n");
-        indexes.push_back(runs.lineIndex());
-        isGoing = runs.nextLine(line);
-        if (isGoing) joined += line + "\n";
-    }
-    EXPECT_EQ(joined, expected);
-    EXPECT_EQ(indexes, (std::vector<unsigned>{3, 4, 8}));
-    EXPECT_EQ(runs.name(), "name");
-}
-
 TEST_F(PreprocessorTest, SearchesDirectoriesInOrder) {
     write("1/both", "in 1");
     write("2/both", "in 2");
