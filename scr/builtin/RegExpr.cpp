@@ -1,0 +1,47 @@
+#include "scr/builtin/RegExpr.h"
+
+#include <re2/re2.h>
+
+namespace SCR {
+
+namespace {
+
+/// Bytes that one expression may take, with the states that it keeps from search to search.
+constexpr std::int64_t memoryLimitS = std::int64_t{8} << 20;
+
+re2::RE2::Options options() {
+    re2::RE2::Options options;
+    options.set_posix_syntax(true);
+    options.set_perl_classes(true);
+    options.set_word_boundary(true);
+    options.set_one_line(true);
+    options.set_dot_nl(true);
+    options.set_longest_match(true);
+    options.set_never_capture(true);
+    options.set_encoding(re2::RE2::Options::EncodingLatin1);
+    options.set_log_errors(false);
+    options.set_max_mem(memoryLimitS);
+    return options;
+}
+
+}  // namespace
+
+RegExpr::RegExpr(std::string_view pattern)
+    : expression_(std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()),
+                                             options())) {}
+
+RegExpr::~RegExpr() = default;
+
+bool RegExpr::isValid() const { return expression_->ok(); }
+
+std::optional<std::string_view> RegExpr::search(std::string_view text, std::size_t start) const {
+    if (start > text.size() || !isValid()) return std::nullopt;
+    re2::StringPiece match;
+    if (!expression_->Match(re2::StringPiece(text.data(), text.size()), start, text.size(),
+                            re2::RE2::UNANCHORED, &match, 1)) {
+        return std::nullopt;
+    }
+    return std::string_view(match.data(), match.size());
+}
+
+}  // namespace SCR

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+namespace re2 {
+class RE2;
+}
+
+namespace SCR {
+
+/// A compiled regular expression in POSIX extended syntax over bytes, for the regular-expression
+/// functions; the only place that knows the library behind it. Time is linear in the text and
+/// memory bounded, whatever the pattern.
+///
+/// Of the matches that start first, the longest counts. Case matters. "." and "[^...]" match every
+/// byte, line ends and NUL included; "^" and "$" match at the ends of the text only. Beyond POSIX,
+/// the classes \d \s \w \D \S \W, the word boundaries \b and \B and the escapes of C (\n, \t, \x41)
+/// are known, inside brackets too, where a backslash itself is written "\\". Back references and
+/// repetitions of more than 1000 times are not.
+///
+/// Immutable; any number of threads may search at once.
+class RegExpr {
+public:
+    explicit RegExpr(std::string_view pattern);
+    RegExpr(const RegExpr&) = delete;
+    RegExpr& operator=(const RegExpr&) = delete;
+    ~RegExpr();
+
+    /// Whether the pattern is well-formed and not too large. An invalid one matches nothing.
+    bool isValid() const;
+
+    /// The first match in `text` that starts at byte `start` or after, as a view into `text`. What
+    /// lies before `start` counts for "^" and for word boundaries. Nothing when there is no match
+    /// or `start` is beyond the end.
+    std::optional<std::string_view> search(std::string_view text, std::size_t start) const;
+
+private:
+    std::unique_ptr<re2::RE2> expression_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,203 @@
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include "scr/ElementAccess.h"
+#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/RegExpr.h"
+#include "scr/builtin/StringResult.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+
+namespace SCR {
+
+namespace {
+
+/// Whether a search in `text` may begin at `start`: at one of its bytes.
+bool isPosition(const FND::String& text, long start) {
+    return start >= 0 && static_cast<std::size_t>(start) < text.size();
+}
+
+struct StrSearch final
+    : BuiltInNode<StrSearch, LongType(StringType, StringType, Optional<LongType>)> {
+    static long value(Interpreter& /*interpreter*/, const FND::String& text,
+                      const FND::String& part, std::optional<long> start) {
+        const long first = start.value_or(0);
+        if (!isPosition(text, first)) return -1;
+        const std::size_t left = text.size() - static_cast<std::size_t>(first);
+        if (part.size() > left) return -1;
+        // Linear in the lengths of both, also where they repeat themselves.
+        const void* const found = memmem(text.data() + first, left, part.data(), part.size());
+        return found != nullptr ? static_cast<const char*>(found) - text.data() : -1;
+    }
+};
+
+/// A function of a text, a constant regular expression, which is compiled with the call, and a
+/// start.
+template <class Derived, class Result>
+class RegExprFunction
+    : public BuiltInNode<Derived, Result(StringType, StringType, Optional<LongType>)> {
+public:
+    static Node* factory(Interpreter& interpreter, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        auto node = RegExprFunction::build(interpreter, stack);
+        const FND::String& pattern = node->template operand<1>().result();
+        node->expression_.emplace(pattern);
+        if (!node->expression_->isValid()) {
+            SCR_YaccError(Messages::invalidRegularExpression(pattern));
+            return nullptr;
+        }
+        return node.release();
+    }
+
+protected:
+    std::optional<std::string_view> search(const FND::String& text, std::optional<long> start) {
+        const long first = start.value_or(0);
+        if (!isPosition(text, first)) return std::nullopt;
+        return expression_->search(text, static_cast<std::size_t>(first));
+    }
+
+private:
+    std::optional<RegExpr> expression_;
+};
+
+struct StrSearchRegExpr final : RegExprFunction<StrSearchRegExpr, LongType> {
+    long value(Interpreter& /*interpreter*/, const FND::String& text,
+               const FND::String& /*pattern*/, std::optional<long> start) {
+        const std::optional<std::string_view> match = search(text, start);
+        return match ? match->data() - text.data() : -1;
+    }
+};
+
+struct StrMatch final : RegExprFunction<StrMatch, StringType> {
+    void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+               const FND::String& /*pattern*/, std::optional<long> start) {
+        const std::string_view match = search(text, start).value_or("");
+        if (reserveResult(interpreter, result, match.size())) result.assign(match);
+    }
+};
+
+/// Evaluates the array last, so that no script code runs between finding it and filling it.
+class StrSplit final : public LongNode {
+public:
+    explicit StrSplit(Interpreter& interpreter) : elements_(interpreter) {}
+
+    static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
+        auto node = std::make_unique<StrSplit>(interpreter);
+        node->holdsText_ = stack.traits(0).isActive || stack.traits(2).isActive;
+        node->separator_ = stack.pop<StringNode>();
+        node->text_ = stack.pop<StringNode>();
+        node->array_ = stack.pop<ArrayNode>();
+        if (Node::baseType(node->array_->containerType()) != TypeCode::String) {
+            SCR_YaccError(Messages::expectedStringArray(1, descriptor.name()));
+            return nullptr;
+        }
+        return node.release();
+    }
+
+    long result() override {
+        if (holdsText_) [[unlikely]] {
+            const FND::String text = text_->result();
+            return split(text);
+        }
+        return split(text_->result());
+    }
+
+private:
+    long split(const FND::String& text) {
+        const FND::String& separators = separator_->result();
+        const char separator = separators.empty() ? ',' : separators.front();
+        Array* const array = array_->result();
+        return array != nullptr ? fill(*array, text, separator) : -1;
+    }
+
+    // Fields are written over the elements that are there, to reuse their memory.
+    long fill(Array& array, const FND::String& text, char separator) {
+        FND::String held;  // the text, when an element that held it is written
+        const FND::String* source = &text;
+        unsigned long count = 0;
+        for (std::size_t start = 0; start < source->size(); ++count) {
+            FND::String* const field = element(array, count);
+            if (field == nullptr) break;
+            if (field == source) {
+                held.swap(*field);
+                source = &held;
+            }
+            const std::size_t end = std::min(source->find(separator, start), source->size());
+            field->assign(*source, start, end - start);
+            start = end + 1;
+        }
+        array.truncate(count);
+        return static_cast<long>(count);
+    }
+
+    // The string of an element; null when it can not be had.
+    FND::String* element(Array& array, unsigned long index) {
+        auto* variable = array.existing<StringVariable>(index);
+        if (variable == nullptr) {
+            variable = static_cast<StringVariable*>(elements_.make(array, index));
+        }
+        return variable != nullptr ? &variable->value() : nullptr;
+    }
+
+    ElementSource elements_;
+    std::unique_ptr<ArrayNode> array_;
+    std::unique_ptr<StringNode> text_;
+    std::unique_ptr<StringNode> separator_;
+    bool holdsText_ = false;  // what is evaluated after the text may run script code
+};
+
+constexpr BuiltIn searchBuiltInsS[] = {
+    {.number = 52,
+     .signature = "Long strSearch(String text, String part, [Long start])",
+     .factory = StrSearch::factory,
+     .manual = "The position of the first occurrence of `part` in `text` that begins at `start` "
+               "(default 0) or after; -1 when there is none. An empty `part` is found at `start`. "
+               "-1 also when `start` is negative or not less than the length of `text`, so nothing "
+               "is ever found in an empty text.",
+     .example = R"(strSearch("banana", "an") == 1 and strSearch("banana", "an", 2) == 3)"},
+    {.number = 53,
+     .signature = "String strMatch(String text, constant String pattern, [Long start])",
+     .factory = StrMatch::factory,
+     .manual =
+         "The text of the first match of the regular expression `pattern` in `text` that begins at "
+         "`start` (default 0) or after; \"\" when there is none, or when `start` is negative or "
+         "not "
+         "less than the length of `text`. The syntax is that of POSIX extended regular expressions "
+         "with the additions `\\d \\s \\w \\D \\S \\W \\b \\B`; backslashes are doubled in a "
+         "string "
+         "literal. Of several matches at one place the longest counts; case matters; `.` matches "
+         "every byte, line ends too; `^` and `$` match only at the ends of `text`, also when "
+         "`start` is greater than 0. An invalid pattern does not compile.",
+     .example = R"(strMatch("tel. 555-1234", "[0-9]+-[[:digit:]]+") == "555-1234")"},
+    {.number = 54,
+     .signature = "Long strSearchRegExpr(String text, constant String pattern, [Long start])",
+     .factory = StrSearchRegExpr::factory,
+     .manual = "The position of the first match of the regular expression `pattern` in `text` that "
+               "begins at `start` (default 0) or after; -1 when there is none, or when `start` is "
+               "negative or not less than the length of `text`. Expressions are those of "
+               "`strMatch`.",
+     .example = R"(strSearchRegExpr("id 42", "\\d+") == 3)"},
+    {.number = 57,
+     .signature = "Long strSplit(Array fields, String text, String separator)",
+     .factory = StrSplit::factory,
+     .changesContainer = true,
+     .manual =
+         "Splits `text` at every byte that is the first one of `separator` (a comma when that is "
+         "empty) and makes the fields the elements of `fields`, an array of Strings, in place of "
+         "all that it held. Gives the number of fields. Separators in a row make empty fields; a "
+         "separator at the very end makes no field after it; an empty `text` has no fields. -1 "
+         "when "
+         "there is no array, as for an element of another container under a negative index. "
+         "`fields` is evaluated last; `text` may be one of its elements. Fields beyond the largest "
+         "number of elements are dropped, after an error.",
+     .example = R"(String f[]; strSplit(f, "a,,b,", ",") == 3 and f[1] == "" and f[2] == "b")"},
+};
+
+}  // namespace
+
+std::span<const BuiltIn> searchBuiltIns() { return searchBuiltInsS; }
+
+}  // namespace SCR

@@ -1,0 +1,321 @@
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/NumberText.h"
+#include "scr/builtin/StringResult.h"
+
+namespace SCR {
+
+namespace {
+
+struct Length final : BuiltInNode<Length, LongType(StringType)> {
+    static long value(Interpreter& /*interpreter*/, const FND::String& text) {
+        return static_cast<long>(text.size());
+    }
+};
+
+/// Changes the case of the 26 letters from `firstLetter` on. Without a branch, so that the compiler
+/// maps many bytes at once.
+template <char firstLetter>
+struct MapCase final : BuiltInNode<MapCase<firstLetter>, StringType(StringType)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text) {
+        if (!reserveResult(interpreter, result, text.size())) return;
+        result.resize(text.size());
+        std::transform(text.begin(), text.end(), result.begin(), [](char byte) {
+            const auto place = static_cast<unsigned char>(byte - firstLetter);
+            return static_cast<char>(byte ^ (place < 26 ? 'a' - 'A' : 0));
+        });
+    }
+};
+
+using ToLower = MapCase<'A'>;
+using ToUpper = MapCase<'a'>;
+
+/// Whether `length` bytes at `position` lie within `text`.
+bool isRange(const FND::String& text, long position, long length) {
+    const long size = static_cast<long>(text.size());
+    return position >= 0 && length >= 0 && position <= size && length <= size - position;
+}
+
+struct Substr final : BuiltInNode<Substr, StringType(StringType, LongType, LongType)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+                      long position, long length) {
+        if (!isRange(text, position, length)) {
+            result.clear();
+        } else if (reserveResult(interpreter, result, static_cast<std::size_t>(length))) {
+            result.assign(text, static_cast<std::size_t>(position),
+                          static_cast<std::size_t>(length));
+        }
+    }
+};
+
+struct Replace final
+    : BuiltInNode<Replace, StringType(StringType, LongType, LongType, StringType)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+                      long position, long length, const FND::String& replacement) {
+        result.clear();
+        if (!isRange(text, position, length)) return;
+        const auto start = static_cast<std::size_t>(position);
+        const auto count = static_cast<std::size_t>(length);
+        if (!reserveResult(interpreter, result, text.size() - count + replacement.size())) return;
+        result.append(text, 0, start).append(replacement).append(text, start + count);
+    }
+};
+
+struct StrStartsWith final : BuiltInNode<StrStartsWith, BoolType(StringType, StringType)> {
+    static bool value(Interpreter& /*interpreter*/, const FND::String& text,
+                      const FND::String& prefix) {
+        return std::strncmp(text.c_str(), prefix.c_str(), prefix.size()) == 0;
+    }
+};
+
+struct StrEndsWith final : BuiltInNode<StrEndsWith, BoolType(StringType, StringType)> {
+    static bool value(Interpreter& /*interpreter*/, const FND::String& text,
+                      const FND::String& suffix) {
+        if (suffix.size() > text.size()) return false;
+        return std::strcmp(text.c_str() + (text.size() - suffix.size()), suffix.c_str()) == 0;
+    }
+};
+
+/// What "strStrip" strips, as the constants STRIP_LEADING, STRIP_TRAILING and STRIP_BOTH.
+enum StripMode : long { Leading = 1, Trailing = 2, Both = 3 };
+
+struct StrStrip final
+    : BuiltInNode<StrStrip, StringType(StringType, Optional<LongType>, Optional<StringType>)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+                      std::optional<long> mode, const FND::String* character) {
+        const char stripped = character == nullptr || character->empty() ? ' ' : character->front();
+        const long ends = mode.value_or(Trailing);
+        std::string_view rest = text;
+        if (ends == Leading || ends == Both) {
+            rest.remove_prefix(std::min(rest.find_first_not_of(stripped), rest.size()));
+        }
+        if (ends != Leading) {
+            // One behind the last byte to keep: 0, by overflow, when there is none.
+            rest = rest.substr(0, rest.find_last_not_of(stripped) + 1);
+        }
+        if (reserveResult(interpreter, result, rest.size())) result.assign(rest);
+    }
+};
+
+struct StrPad final : BuiltInNode<StrPad, StringType(StringType, StringType, LongType, BoolType)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+                      const FND::String& fill, long length, bool atEnd) {
+        result.clear();
+        if (length < 0) {
+            interpreter.logError("strPad: length is negative '" + std::to_string(length) + "'");
+            return;
+        }
+        const auto size = static_cast<std::size_t>(length);
+        if (!reserveResult(interpreter, result, size)) return;
+        const std::size_t padding = size - std::min(size, text.size());
+        const char filler = fill.empty() ? ' ' : fill.front();
+        if (!atEnd) result.append(padding, filler);
+        result.append(text, 0, size);
+        if (atEnd) result.append(padding, filler);
+    }
+};
+
+struct StrByteValue final : BuiltInNode<StrByteValue, LongType(StringType)> {
+    static long value(Interpreter& /*interpreter*/, const FND::String& text) {
+        return text.empty() ? 0 : static_cast<unsigned char>(text.front());
+    }
+};
+
+/// Room for a result of the hexadecimal functions; false after their own message when there is
+/// none.
+bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size) {
+    if (tryReserveResult(result, size)) return true;
+    interpreter.logError("ERROR: Out of memory!  Returning...");
+    return false;
+}
+
+struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& bytes) {
+        if (!reserveHex(interpreter, result, 2 * bytes.size())) return;
+        result.resize(2 * bytes.size());
+        char* out = result.data();
+        for (const char byte : bytes) {
+            const auto code = static_cast<unsigned char>(byte);
+            *out++ = "0123456789ABCDEF"[code >> 4];
+            *out++ = "0123456789ABCDEF"[code & 15];
+        }
+    }
+};
+
+/// The value of each byte as a hexadecimal digit; -1 for those that are none.
+constexpr std::array<std::int8_t, 256> digitValuesS = [] {
+    std::array<std::int8_t, 256> values{};
+    values.fill(-1);
+    for (int i = 0; i < 10; ++i) values['0' + i] = static_cast<std::int8_t>(i);
+    for (int i = 10; i < 16; ++i) {
+        values['A' + i - 10] = values['a' + i - 10] = static_cast<std::int8_t>(i);
+    }
+    return values;
+}();
+
+struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text) {
+        result.clear();
+        if (text.size() % 2 != 0) {
+            interpreter.logError("ERROR: input string " + text + " is invalid, returning...");
+            return;
+        }
+        if (!reserveHex(interpreter, result, text.size() / 2)) return;
+        result.resize(text.size() / 2);
+        for (std::size_t i = 0; i < result.size(); ++i) {
+            if (!decode(text.data() + 2 * i, result[i])) {
+                interpreter.logError(
+                    "ERROR: conversion of hexadecimal string failed, returning...");
+                result.clear();
+                return;
+            }
+        }
+    }
+
+private:
+    /// Reads the two characters at `pair`, which mostly are two digits. False when they hold none.
+    static bool decode(const char* pair, char& byte) {
+        const int high = digitValuesS[static_cast<unsigned char>(pair[0])];
+        const int low = digitValuesS[static_cast<unsigned char>(pair[1])];
+        if ((high | low) >= 0) [[likely]] {
+            byte = static_cast<char>(high * 16 + low);
+            return true;
+        }
+        const std::optional<unsigned long> value = readHex({pair, 2});
+        byte = static_cast<char>(value.value_or(0));
+        return value.has_value();
+    }
+};
+
+constexpr std::string_view lengthS = "The number of bytes of `text`.";
+constexpr std::string_view toLowerS =
+    "`text` with each of the letters A to Z in lower case; all other bytes stay, those above 127 "
+    "too.";
+constexpr std::string_view toUpperS =
+    "`text` with each of the letters a to z in upper case; all other bytes stay, those above 127 "
+    "too.";
+constexpr std::string_view substrS =
+    "The `length` bytes of `text` from `position` on, the first byte being 0. \"\" unless all of "
+    "them lie within `text`: nothing is clipped.";
+constexpr std::string_view replaceS =
+    "`text` with the `length` bytes from `position` on replaced by `replacement`. \"\" unless all "
+    "of them lie within `text`. A length of 0 inserts.";
+
+constexpr BuiltIn stringBuiltInsS[] = {
+    {.number = 22,
+     .signature = "Long length(String text)",
+     .factory = Length::factory,
+     .manual = lengthS,
+     .example = R"(length("four") == 4)"},
+    {.number = 23,
+     .signature = "Long strLength(String text)",
+     .factory = Length::factory,
+     .manual = lengthS,
+     .example = R"(strLength("") == 0)"},
+    {.number = 37,
+     .signature = "String toLower(String text)",
+     .factory = ToLower::factory,
+     .manual = toLowerS,
+     .example = R"(toLower("Room 12B") == "room 12b")"},
+    {.number = 38,
+     .signature = "String strToLower(String text)",
+     .factory = ToLower::factory,
+     .manual = toLowerS,
+     .example = R"(strToLower("ABC") == "abc")"},
+    {.number = 39,
+     .signature = "String toUpper(String text)",
+     .factory = ToUpper::factory,
+     .manual = toUpperS,
+     .example = R"(toUpper("Room 12b") == "ROOM 12B")"},
+    {.number = 40,
+     .signature = "String strToUpper(String text)",
+     .factory = ToUpper::factory,
+     .manual = toUpperS,
+     .example = R"(strToUpper("abc") == "ABC")"},
+    {.number = 41,
+     .signature = "String substr(String text, Long position, Long length)",
+     .factory = Substr::factory,
+     .manual = substrS,
+     .example = R"(substr("abcdef", 2, 3) == "cde" and substr("abc", 1, 5) == "")"},
+    {.number = 42,
+     .signature = "String strSubstr(String text, Long position, Long length)",
+     .factory = Substr::factory,
+     .manual = substrS,
+     .example = R"(strSubstr("abc", 0, 3) == "abc")"},
+    {.number = 43,
+     .signature = "String replace(String text, Long position, Long length, String replacement)",
+     .factory = Replace::factory,
+     .manual = replaceS,
+     .example = R"(replace("abcdef", 2, 2, "XY") == "abXYef")"},
+    {.number = 44,
+     .signature = "String strReplace(String text, Long position, Long length, String replacement)",
+     .factory = Replace::factory,
+     .manual = replaceS,
+     .example = R"(strReplace("ac", 1, 0, "b") == "abc" and strReplace("abc", 2, 5, "X") == "")"},
+    {.number = 50,
+     .signature = "Bool strStartsWith(String text, String prefix)",
+     .factory = StrStartsWith::factory,
+     .manual = "Whether `text` begins with `prefix`; true for an empty one. Bytes are compared up "
+               "to the length of `prefix` and no further than a NUL byte, the end of `text` "
+               "counting as one: what comes behind a NUL byte that both have makes no difference.",
+     .example = R"(strStartsWith("kernel", "ker") == true)"},
+    {.number = 51,
+     .signature = "Bool strEndsWith(String text, String suffix)",
+     .factory = StrEndsWith::factory,
+     .manual = "Whether `text` ends with `suffix`; true for an empty one, false for one that is "
+               "longer than `text`. Of the last bytes of `text`, as many as `suffix` has, those "
+               "behind a NUL byte that both have make no difference.",
+     .example = R"(strEndsWith("kernel", "nel") == true)"},
+    {.number = 55,
+     .signature = "String strStrip(String text, [Long mode, String character])",
+     .factory = StrStrip::factory,
+     .manual =
+         "`text` without the run of one character at its ends: at its beginning for "
+         "STRIP_LEADING, at both ends for STRIP_BOTH, and at its end for STRIP_TRAILING, every "
+         "other value and when `mode` is left out. The character is the first byte of "
+         "`character`, a blank when that is empty or left out.",
+     .example = R"(strStrip("  a  ") == "  a" and strStrip("xxaxx", STRIP_LEADING, "x") == "axx")"},
+    {.number = 56,
+     .signature = "Long strByteValue(String text)",
+     .factory = StrByteValue::factory,
+     .manual = "The first byte of `text` as a number from 0 to 255; 0 when `text` is empty.",
+     .example = R"(strByteValue("A") == 65)"},
+    {.number = 58,
+     .signature = "String strPad(String text, String fill, Long length, Bool atEnd)",
+     .factory = StrPad::factory,
+     .manual =
+         "`text` made `length` bytes long: a longer one is cut at its end, a shorter one gets "
+         "the first byte of `fill` (a blank when that is empty) as often as needed, behind it "
+         "when `atEnd` is true and before it when it is false. Logs an error and gives \"\" "
+         "when `length` is negative or more than a string may have.",
+     .example =
+         R"(strPad("7", "0", 3, false) == "007" and strPad("12345", "0", 3, true) == "123")"},
+    {.number = 128,
+     .signature = "String strStrToHexStr(String bytes)",
+     .factory = StrToHexStr::factory,
+     .manual = "Each byte of `bytes` as two upper-case hexadecimal digits. Logs an error and gives "
+               "\"\" when that is more than a string may have.",
+     .example = R"(strStrToHexStr("Az") == "417A")"},
+    {.number = 129,
+     .signature = "String strHexStrToStr(String text)",
+     .factory = HexStrToStr::factory,
+     .manual =
+         "The bytes that `text` gives in hexadecimal digits of either case, two characters a "
+         "byte. Logs an error and gives \"\" when the number of characters is odd, or when "
+         "two characters hold no number as the C library's conversion \"%x\" reads one: white "
+         "space or a sign in place of the first digit and anything in place of the second are "
+         "allowed (\" 7\" and \"7z\" are the byte 7, \"-1\" is the byte 255).",
+     .example = R"(strHexStrToStr("417a") == "Az")"},
+};
+
+}  // namespace
+
+std::span<const BuiltIn> stringBuiltIns() { return stringBuiltInsS; }
+
+}  // namespace SCR

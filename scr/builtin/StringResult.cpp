@@ -1,0 +1,30 @@
+#include "scr/builtin/StringResult.h"
+
+#include <new>
+#include <string>
+
+#include "scr/Interpreter.h"
+
+namespace SCR {
+
+bool tryReserveResult(FND::String& result, std::size_t size) {
+    if (size <= result.capacity()) [[likely]]
+        return true;
+    result.clear();
+    if (size > maxStringSize) return false;
+    try {
+        result.reserve(size);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+bool reserveResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
+    if (tryReserveResult(result, size)) [[likely]]
+        return true;
+    interpreter.logError("String result is too long '" + std::to_string(size) + "'");
+    return false;
+}
+
+}  // namespace SCR
