@@ -1,0 +1,116 @@
+#include "scr/Array.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+
+#include "scr/ElementClass.h"
+
+namespace SCR {
+
+Array::Array(Variable* prototype)
+    : Variable(TypeCode::Array),
+      ownsPrototype_(true),
+      prototype_(prototype),
+      elementClass_(&ElementClass::of(*prototype)) {}
+
+Array::Array(const Array& source, Variable* sharedPrototype)
+    : Variable(source.dataType()),
+      ownsPrototype_(false),
+      prototype_(sharedPrototype),
+      elementClass_(source.elementClass_) {
+    try {
+        copyElements(source);
+    } catch (...) {
+        freeElements();
+        throw;
+    }
+}
+
+Array::~Array() {
+    freeElements();
+    if (ownsPrototype_) delete prototype_;
+}
+
+Variable* Array::clone() const {
+    std::unique_ptr<Variable> prototype(prototype_->clone());
+    auto copy = std::make_unique<Array>(prototype.get());
+    prototype.release();
+    copy->dataType(dataType());
+    copy->copyElements(*this);
+    return copy.release();
+}
+
+Variable* Array::at(unsigned long index, unsigned long limit) {
+    if (index >= size_ && index >= limit) return nullptr;
+    const std::size_t chunk = SlotStore::chunkOf(index);
+    try {
+        if (chunk >= store_.numChunks() || store_.chunk(chunk) == nullptr) makeChunk(chunk);
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+    size_ = std::max(size_, index + 1);
+    return elementClass_->element(store_.find(index, elementClass_->size));
+}
+
+void Array::truncate(unsigned long count) {
+    if (count >= size_) return;
+    constexpr unsigned long kept = 64;
+    const unsigned long firstToFree = std::max(kept, 2 * count);
+    std::size_t chunk = SlotStore::chunkOf(size_ - 1) + 1;
+    while (chunk-- > SlotStore::chunkOf(count)) {
+        const std::size_t first = SlotStore::firstOf(chunk);
+        if (first >= firstToFree) {
+            freeChunk(chunk);
+        } else if (std::byte* const slots = store_.chunk(chunk)) {
+            const std::size_t end = std::min<std::size_t>(size_ - first, SlotStore::slotsOf(chunk));
+            for (std::size_t i = std::max(first, count) - first; i < end; ++i) {
+                elementClass_->copy(slots + i * elementClass_->size, *prototype_);
+            }
+        }
+    }
+    size_ = count;
+    store_.trim(count > 0 ? SlotStore::chunkOf(count - 1) + 1 : 0);
+}
+
+void Array::makeChunk(std::size_t chunk) {
+    std::byte* const slots = store_.allocate(chunk, elementClass_->size);
+    try {
+        elementClass_->construct(slots, SlotStore::slotsOf(chunk), *prototype_);
+    } catch (...) {
+        store_.release(chunk);
+        throw;
+    }
+}
+
+void Array::freeChunk(std::size_t chunk) noexcept {
+    std::byte* const slots = store_.chunk(chunk);
+    if (slots == nullptr) return;
+    elementClass_->destroy(slots, SlotStore::slotsOf(chunk));
+    store_.release(chunk);
+}
+
+void Array::freeElements() noexcept {
+    for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) freeChunk(chunk);
+    size_ = 0;
+    store_.trim(0);
+}
+
+void Array::copyElements(const Array& source) {
+    if (source.size_ == 0) return;
+    store_.extend(source.store_.numChunks());
+    for (std::size_t chunk = 0; chunk <= SlotStore::chunkOf(source.size_ - 1); ++chunk) {
+        std::byte* const from = source.store_.chunk(chunk);
+        if (from == nullptr) continue;
+        makeChunk(chunk);
+        std::byte* const to = store_.chunk(chunk);
+        const std::size_t count = std::min<std::size_t>(source.size_ - SlotStore::firstOf(chunk),
+                                                        SlotStore::slotsOf(chunk));
+        for (std::size_t i = 0; i < count * elementClass_->size; i += elementClass_->size) {
+            elementClass_->copy(to + i, *elementClass_->element(from + i));
+        }
+    }
+    size_ = source.size_;
+}
+
+}  // namespace SCR

@@ -1,0 +1,7 @@
+#include "scr/CompareInterface.h"
+
+namespace SCR {
+
+CompareInterface::~CompareInterface() = default;
+
+}  // namespace SCR

@@ -1,0 +1,136 @@
+#include "scr/ContainerAccess.h"
+
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+
+#include "scr/ElementAccess.h"
+#include "scr/ElementClass.h"
+#include "scr/Interpreter.h"
+
+namespace SCR {
+
+Variable* ElementSource::make(Array& array, unsigned long index) {
+    Variable* const element = array.at(index, interpreter_.elementLimit());
+    if (element == nullptr) report("array: no room for element '" + std::to_string(index) + "'");
+    return element;
+}
+
+Variable* ElementSource::make(Hash& hash, const FND::String& key) {
+    Variable* const element = hash.find(key, interpreter_.elementLimit());
+    if (element == nullptr) {
+        report("hash: no room beside '" + std::to_string(hash.size()) + "' keys");
+    }
+    return element;
+}
+
+void ElementSource::report(const FND::String& message) {
+    const std::uint64_t run = interpreter_.runControl().runs();
+    if (run == reportedRun_) return;
+    reportedRun_ = run;
+    interpreter_.logError(message);
+}
+
+namespace {
+
+// Calls `make` with the container operand of the kind that fits `node` and gives what it gives.
+template <class Container, class Access, class ContainerNode, class Make>
+auto withContainer(std::unique_ptr<ContainerNode> node, Make&& make) {
+    if constexpr (specialisesNodes) {
+        if (typeid(*node) == typeid(Access)) {
+            return make(NamedContainer<Container>(node->result()));
+        }
+    }
+    return make(AnyContainer<ContainerNode>(std::move(node)));
+}
+
+template <class... Operands, class... Arguments>
+std::unique_ptr<Node> makeArrayAccess(const Variable* prototype, Arguments&&... arguments) {
+    const auto make = [&](auto access) -> std::unique_ptr<Node> {
+        return std::make_unique<typename decltype(access)::type>(
+            prototype, std::forward<Arguments>(arguments)...);
+    };
+    switch (Node::baseType(prototype->dataType())) {
+        case TypeCode::Long:
+            return make(std::type_identity<LongArrayAccess<Operands...>>());
+        case TypeCode::Decimal:
+            return make(std::type_identity<DecimalArrayAccess<Operands...>>());
+        case TypeCode::String:
+            return make(std::type_identity<StringArrayAccess<Operands...>>());
+        case TypeCode::Date:
+            return make(std::type_identity<DateArrayAccess<Operands...>>());
+        case TypeCode::Bool:
+            return make(std::type_identity<BoolArrayAccess<Operands...>>());
+        case TypeCode::Nexid:
+            return make(std::type_identity<NexidArrayAccess<Operands...>>());
+        case TypeCode::Adt:
+            return make(std::type_identity<AdtArrayAccess<Operands...>>());
+        case TypeCode::Array:
+            return make(std::type_identity<ArrayArrayAccess<Operands...>>());
+        case TypeCode::Hash:
+            return make(std::type_identity<HashArrayAccess<Operands...>>());
+        default:
+            return nullptr;
+    }
+}
+
+template <class... Operands, class... Arguments>
+std::unique_ptr<Node> makeHashAccess(const Variable* prototype, Arguments&&... arguments) {
+    const auto make = [&](auto access) -> std::unique_ptr<Node> {
+        return std::make_unique<typename decltype(access)::type>(
+            prototype, std::forward<Arguments>(arguments)...);
+    };
+    switch (Node::baseType(prototype->dataType())) {
+        case TypeCode::Long:
+            return make(std::type_identity<LongHashAccess<Operands...>>());
+        case TypeCode::Decimal:
+            return make(std::type_identity<DecimalHashAccess<Operands...>>());
+        case TypeCode::String:
+            return make(std::type_identity<StringHashAccess<Operands...>>());
+        case TypeCode::Date:
+            return make(std::type_identity<DateHashAccess<Operands...>>());
+        case TypeCode::Bool:
+            return make(std::type_identity<BoolHashAccess<Operands...>>());
+        case TypeCode::Nexid:
+            return make(std::type_identity<NexidHashAccess<Operands...>>());
+        case TypeCode::Adt:
+            return make(std::type_identity<AdtHashAccess<Operands...>>());
+        case TypeCode::Array:
+            return make(std::type_identity<ArrayHashAccess<Operands...>>());
+        case TypeCode::Hash:
+            return make(std::type_identity<HashHashAccess<Operands...>>());
+        default:
+            return nullptr;
+    }
+}
+
+// A host's own class may have the code of one of ours, but is no such variable.
+bool isAccessible(const Variable& prototype) { return !ElementClass::of(prototype).isBoxed; }
+
+}  // namespace
+
+std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<ArrayNode> container,
+                                  std::unique_ptr<LongNode> index) {
+    const Variable* const prototype = container->defaultValue();
+    if (!isAccessible(*prototype)) return nullptr;
+    return withContainer<Array, ArrayVariableAccess>(std::move(container), [&](auto array) {
+        return withOperand<LongType>(std::move(index), [&](auto place) {
+            return makeArrayAccess<decltype(array), decltype(place)>(
+                prototype, interpreter, std::move(array), std::move(place));
+        });
+    });
+}
+
+std::unique_ptr<Node> hashAccess(Interpreter& interpreter, std::unique_ptr<HashNode> container,
+                                 std::unique_ptr<StringNode> key, bool containerIsActive) {
+    const Variable* const prototype = container->defaultValue();
+    if (!isAccessible(*prototype)) return nullptr;
+    return withContainer<Hash, HashVariableAccess>(std::move(container), [&](auto hash) {
+        return withOperand<StringType>(std::move(key), [&](auto name) {
+            return makeHashAccess<decltype(hash), decltype(name)>(
+                prototype, interpreter, std::move(hash), std::move(name), containerIsActive);
+        });
+    });
+}
+
+}  // namespace SCR

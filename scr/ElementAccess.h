@@ -1,0 +1,248 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "scr/Array.h"
+#include "scr/Hash.h"
+#include "scr/KeyHash.h"
+#include "scr/Operand.h"
+
+namespace SCR {
+
+class Interpreter;
+
+// How an element access holds its container.
+
+/// A container variable, which it does not own.
+template <class Container>
+class NamedContainer {
+public:
+    explicit NamedContainer(Container* container) : container_(container) {}
+    Container* value() const { return container_; }
+
+private:
+    Container* container_;
+};
+
+/// Any expression that gives a container or null.
+template <class ContainerNode>
+class AnyContainer {
+public:
+    explicit AnyContainer(std::unique_ptr<ContainerNode> node) : node_(std::move(node)) {}
+    auto* value() const { return node_->result(); }
+
+private:
+    std::unique_ptr<ContainerNode> node_;
+};
+
+/// Makes the elements that are not there yet. When one can not be had it says so, once in an
+/// execution, and gives null.
+class ElementSource {
+public:
+    explicit ElementSource(Interpreter& interpreter) : interpreter_(interpreter) {}
+
+    Variable* make(Array& array, unsigned long index);
+    Variable* make(Hash& hash, const FND::String& key);
+
+private:
+    void report(const FND::String& message);
+
+    Interpreter& interpreter_;
+    std::uint64_t reportedRun_ = std::numeric_limits<std::uint64_t>::max();
+};
+
+/// Finds the element of an array: the index is evaluated first, then the container. Null for a
+/// negative index, without a container, and for an element that can not be had.
+template <class V, class Container, class Index>
+class ArrayElement {
+public:
+    ArrayElement(Interpreter& interpreter, Container container, Index index)
+        : container_(std::move(container)), index_(std::move(index)), source_(interpreter) {}
+
+    V* find() {
+        const long index = index_.value();
+        if (index < 0) [[unlikely]]
+            return nullptr;
+        Array* const array = container_.value();
+        if (array == nullptr) [[unlikely]]
+            return nullptr;
+        const auto place = static_cast<unsigned long>(index);
+        if (V* const element = array->template existing<V>(place)) [[likely]]
+            return element;
+        return static_cast<V*>(source_.make(*array, place));
+    }
+
+private:
+    Container container_;
+    Index index_;
+    ElementSource source_;
+};
+
+/// The hash of what a key operand gives; that of a constant is worked out beforehand.
+template <class Key>
+class KeyHasher {
+public:
+    explicit KeyHasher(const Key& /*operand*/) {}
+    std::uint32_t hash(const FND::String& key) const { return keyHash(key); }
+};
+
+template <>
+class KeyHasher<ConstantOperand<StringType>> {
+public:
+    explicit KeyHasher(const ConstantOperand<StringType>& operand)
+        : hash_(keyHash(operand.value())) {}
+    std::uint32_t hash(const FND::String& /*key*/) const { return hash_; }
+
+private:
+    std::uint32_t hash_;
+};
+
+/// Finds the element of a hash: the key is evaluated first, then the container. Null without a
+/// container and for an element that can not be had.
+template <class V, class Container, class Key>
+class HashElement {
+public:
+    /// `copiesKey`: evaluating the container may change what the key refers to.
+    HashElement(Interpreter& interpreter, Container container, Key key, bool copiesKey)
+        : container_(std::move(container)),
+          key_(std::move(key)),
+          hasher_(key_),
+          source_(interpreter),
+          copiesKey_(copiesKey) {}
+
+    V* find() {
+        if (copiesKey_) [[unlikely]]
+            return findByCopy();
+        const FND::String& key = key_.value();
+        return find(container_.value(), key);
+    }
+
+private:
+    [[gnu::noinline]] V* findByCopy() {
+        const FND::String key = key_.value();
+        return find(container_.value(), key);
+    }
+
+    V* find(Hash* hash, const FND::String& key) {
+        if (hash == nullptr) [[unlikely]]
+            return nullptr;
+        if (V* const element = hash->template existing<V>(key, hasher_.hash(key))) [[likely]] {
+            return element;
+        }
+        return static_cast<V*>(source_.make(*hash, key));
+    }
+
+    Container container_;
+    Key key_;
+    [[no_unique_address]] KeyHasher<Key> hasher_;
+    ElementSource source_;
+    const bool copiesKey_;
+};
+
+// The accesses. Each is built from the container's prototype, which it does not own, and what its
+// `Element` is built from.
+
+/// An element that holds a value of the type `Type`.
+template <class Type, class Element>
+class ElementAccess : public Type::DataNode {
+public:
+    template <class... Arguments>
+    explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
+        : element_(std::forward<Arguments>(arguments)...) {}
+
+    typename Type::Argument result() override {
+        if (const auto* const found = element_.find()) [[likely]]
+            return found->value();
+        return emptyCM;
+    }
+    bool set(typename Type::Argument value) override {
+        auto* const found = element_.find();
+        if (found == nullptr) [[unlikely]]
+            return false;
+        found->value() = value;
+        return true;
+    }
+
+private:
+    inline static const typename Type::Value emptyCM{};
+
+    Element element_;
+};
+
+/// A handle; all elements of a container share the name of the abstract data type.
+template <class Element>
+class AdtElementAccess final : public ElementAccess<AdtType, Element> {
+public:
+    template <class... Arguments>
+    explicit AdtElementAccess(const Variable* prototype, Arguments&&... arguments)
+        : ElementAccess<AdtType, Element>(prototype, std::forward<Arguments>(arguments)...),
+          prototype_(static_cast<const AdtVariable*>(prototype)) {}
+
+    const FND::String& subType() const override { return prototype_->subType(); }
+
+private:
+    const AdtVariable* const prototype_;  // the container's
+};
+
+/// An element that is a container itself; null when there is none.
+template <class Base, class Container, class Element>
+class ContainerElementAccess final : public Base {
+public:
+    template <class... Arguments>
+    explicit ContainerElementAccess(const Variable* prototype, Arguments&&... arguments)
+        : element_(std::forward<Arguments>(arguments)...),
+          prototype_(static_cast<const Container*>(prototype)) {}
+
+    Container* result() override { return element_.find(); }
+    int containerType() const override { return prototype_->containerType(); }
+    Variable* defaultValue() const override { return prototype_->defaultValue(); }
+
+private:
+    Element element_;
+    const Container* const prototype_;  // the outer container's
+};
+
+// The accesses by name, for a kind of container and a kind of index or key.
+
+template <class... Operands>
+using LongArrayAccess = ElementAccess<LongType, ArrayElement<LongVariable, Operands...>>;
+template <class... Operands>
+using DecimalArrayAccess = ElementAccess<DecimalType, ArrayElement<DecimalVariable, Operands...>>;
+template <class... Operands>
+using StringArrayAccess = ElementAccess<StringType, ArrayElement<StringVariable, Operands...>>;
+template <class... Operands>
+using DateArrayAccess = ElementAccess<DateType, ArrayElement<DateVariable, Operands...>>;
+template <class... Operands>
+using BoolArrayAccess = ElementAccess<BoolType, ArrayElement<BoolVariable, Operands...>>;
+template <class... Operands>
+using NexidArrayAccess = ElementAccess<NexidType, ArrayElement<NexidVariable, Operands...>>;
+template <class... Operands>
+using AdtArrayAccess = AdtElementAccess<ArrayElement<AdtVariable, Operands...>>;
+template <class... Operands>
+using ArrayArrayAccess = ContainerElementAccess<ArrayNode, Array, ArrayElement<Array, Operands...>>;
+template <class... Operands>
+using HashArrayAccess = ContainerElementAccess<HashNode, Hash, ArrayElement<Hash, Operands...>>;
+
+template <class... Operands>
+using LongHashAccess = ElementAccess<LongType, HashElement<LongVariable, Operands...>>;
+template <class... Operands>
+using DecimalHashAccess = ElementAccess<DecimalType, HashElement<DecimalVariable, Operands...>>;
+template <class... Operands>
+using StringHashAccess = ElementAccess<StringType, HashElement<StringVariable, Operands...>>;
+template <class... Operands>
+using DateHashAccess = ElementAccess<DateType, HashElement<DateVariable, Operands...>>;
+template <class... Operands>
+using BoolHashAccess = ElementAccess<BoolType, HashElement<BoolVariable, Operands...>>;
+template <class... Operands>
+using NexidHashAccess = ElementAccess<NexidType, HashElement<NexidVariable, Operands...>>;
+template <class... Operands>
+using AdtHashAccess = AdtElementAccess<HashElement<AdtVariable, Operands...>>;
+template <class... Operands>
+using ArrayHashAccess = ContainerElementAccess<ArrayNode, Array, HashElement<Array, Operands...>>;
+template <class... Operands>
+using HashHashAccess = ContainerElementAccess<HashNode, Hash, HashElement<Hash, Operands...>>;
+
+}  // namespace SCR

@@ -1,0 +1,171 @@
+#include "scr/ElementClass.h"
+
+#include <memory>
+#include <new>
+#include <typeinfo>
+#include <utility>
+
+#include "scr/Array.h"
+#include "scr/Hash.h"
+
+namespace SCR {
+
+namespace {
+
+template <class Value>
+void assign(Value& target, const Value& source) {
+    target = source;
+}
+
+// A string that was long gives its room back when it is made short.
+void assign(FND::String& target, const FND::String& source) {
+    constexpr std::size_t kept = 256;
+    if (target.capacity() > kept && source.size() <= kept) {
+        target = FND::String(source);
+    } else {
+        target = source;
+    }
+}
+
+}  // namespace
+
+/// Makes and copies the elements of the class `V`.
+template <class V>
+struct ElementMaker {
+    static void construct(std::byte* slot, const V& prototype) {
+        auto* made = new (slot) V(prototype.value());
+        made->dataType(prototype.dataType());
+    }
+    static void copy(V& element, const V& source) {
+        assign(element.value(), source.value());
+        element.dataType(source.dataType());
+    }
+};
+
+template <>
+struct ElementMaker<AdtVariable> {
+    static void construct(std::byte* slot, const AdtVariable& prototype) {
+        auto made =
+            std::unique_ptr<AdtVariable, Destroy>(new (slot) AdtVariable(prototype.value()));
+        copy(*made, prototype);
+        made.release();
+    }
+    static void copy(AdtVariable& element, const AdtVariable& source) {
+        element.subType(source.subType());
+        element.value() = source.value();
+        element.dataType(source.dataType());
+    }
+
+private:
+    struct Destroy {
+        void operator()(AdtVariable* element) const { element->~AdtVariable(); }
+    };
+};
+
+template <>
+struct ElementMaker<FileVariable> {
+    static void construct(std::byte* slot, const FileVariable& /*prototype*/) {
+        new (slot) FileVariable;
+    }
+    static void copy(FileVariable& element, const FileVariable& /*source*/) {
+        element.close();
+    }
+};
+
+// Containers in containers. Few prototypes hold elements, so making one is cheap at any depth.
+template <class Container>
+struct NestedMaker {
+    static void construct(std::byte* slot, const Container& prototype) {
+        new (slot) Container(prototype, prototype.prototype_);
+    }
+    static void copy(Container& element, const Container& source) {
+        element.freeElements();
+        element.copyElements(source);
+    }
+};
+
+template <>
+struct ElementMaker<Array> : NestedMaker<Array> {};
+template <>
+struct ElementMaker<Hash> : NestedMaker<Hash> {};
+
+namespace {
+
+// The elements of the class `V`, which lie in the slots.
+template <class V>
+struct InPlace {
+    static_assert(alignof(V) <= 8 && sizeof(V) % 8 == 0);
+
+    static V* at(std::byte* slots, std::size_t index) {
+        return std::launder(reinterpret_cast<V*>(slots + index * sizeof(V)));
+    }
+    static void construct(std::byte* slots, std::size_t count, const Variable& prototype) {
+        std::size_t made = 0;
+        try {
+            for (; made < count; ++made) {
+                ElementMaker<V>::construct(slots + made * sizeof(V),
+                                           static_cast<const V&>(prototype));
+            }
+        } catch (...) {
+            destroy(slots, made);
+            throw;
+        }
+    }
+    static void destroy(std::byte* slots, std::size_t count) noexcept {
+        for (std::size_t i = 0; i < count; ++i) at(slots, i)->~V();
+    }
+    static void copy(std::byte* slot, const Variable& source) {
+        ElementMaker<V>::copy(*at(slot, 0), static_cast<const V&>(source));
+    }
+
+    static constexpr ElementClass classCM{sizeof(V), false, construct, destroy, copy};
+};
+
+// The elements of any other class, each an object of its own.
+struct Boxed {
+    static Variable*& at(std::byte* slots, std::size_t index) {
+        return *reinterpret_cast<Variable**>(slots + index * sizeof(Variable*));
+    }
+    static void construct(std::byte* slots, std::size_t count, const Variable& prototype) {
+        std::size_t made = 0;
+        try {
+            for (; made < count; ++made) {
+                new (slots + made * sizeof(Variable*)) Variable*(prototype.clone());
+            }
+        } catch (...) {
+            destroy(slots, made);
+            throw;
+        }
+    }
+    static void destroy(std::byte* slots, std::size_t count) noexcept {
+        for (std::size_t i = 0; i < count; ++i) delete at(slots, i);
+    }
+    static void copy(std::byte* slot, const Variable& source) {
+        delete std::exchange(at(slot, 0), source.clone());
+    }
+
+    static constexpr ElementClass classCM{sizeof(Variable*), true, construct, destroy, copy};
+};
+
+template <class V>
+bool isA(const Variable& variable) {
+    return typeid(variable) == typeid(V);
+}
+
+}  // namespace
+
+const ElementClass& ElementClass::of(const Variable& prototype) {
+    if (isA<LongVariable>(prototype)) return InPlace<LongVariable>::classCM;
+    if (isA<StringVariable>(prototype)) return InPlace<StringVariable>::classCM;
+    if (isA<DecimalVariable>(prototype)) return InPlace<DecimalVariable>::classCM;
+    if (isA<BoolVariable>(prototype)) return InPlace<BoolVariable>::classCM;
+    if (isA<DateVariable>(prototype)) return InPlace<DateVariable>::classCM;
+    if (isA<NexidVariable>(prototype)) return InPlace<NexidVariable>::classCM;
+    if (isA<AdtVariable>(prototype)) return InPlace<AdtVariable>::classCM;
+    if (isA<FileVariable>(prototype)) return InPlace<FileVariable>::classCM;
+    if (isA<Array>(prototype)) return InPlace<Array>::classCM;
+    if (isA<Hash>(prototype)) return InPlace<Hash>::classCM;
+    return Boxed::classCM;
+}
+
+}  // namespace SCR

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+
+#include "scr/Variable.h"
+
+namespace SCR {
+
+/// How a container makes, fills and destroys its elements, whose class is that of its prototype.
+/// Elements of the classes of this library lie in the container's slots themselves; those of any
+/// other class are objects of their own and the slots hold pointers to them.
+struct ElementClass {
+    /// Bytes of one element's slot, a multiple of 8. No slot needs more than that alignment.
+    std::size_t size;
+    bool isBoxed;
+    /// Makes `count` elements like `prototype` in adjacent slots. Containers made so refer to the
+    /// prototype's own prototype, which has to outlive them. Throws std::bad_alloc, with nothing
+    /// made.
+    void (*construct)(std::byte* slots, std::size_t count, const Variable& prototype);
+    void (*destroy)(std::byte* slots, std::size_t count) noexcept;
+    /// Makes the element in `slot` equal to `source`, which is of its class. Throws std::bad_alloc.
+    void (*copy)(std::byte* slot, const Variable& source);
+
+    /// The class for elements like `prototype`.
+    static const ElementClass& of(const Variable& prototype);
+
+    /// The element in a slot; the slot holds one.
+    Variable* element(std::byte* slot) const {
+        if (isBoxed) [[unlikely]]
+            return *reinterpret_cast<Variable**>(slot);
+        return reinterpret_cast<Variable*>(slot);
+    }
+};
+
+}  // namespace SCR

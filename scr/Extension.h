@@ -1,0 +1,29 @@
+#pragma once
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+class Variable;
+
+/// A library of functions and variables that interpreters consult when they resolve a name. Hosts
+/// and extension libraries derive from it. An interpreter owns the extensions inserted into it;
+/// each interpreter has its own, so an extension is used by one thread at a time.
+class KESTREL_API Extension {
+public:
+    Extension() = default;
+    Extension(const Extension&) = delete;
+    Extension& operator=(const Extension&) = delete;
+    virtual ~Extension();
+
+    /// The module name, by which scripts qualify the extension's names and which an interpreter
+    /// accepts only once.
+    virtual FND::String extensionName() const = 0;
+
+    /// What the extension supplies under `name`, a variable or a function's descriptor, or null. It
+    /// stays the extension's and must live as long as the extension does. The base has nothing.
+    virtual Variable* variable(const FND::String& name);
+};
+
+}  // namespace SCR

@@ -1,0 +1,126 @@
+#include "scr/FctDescr.h"
+
+#include <algorithm>
+
+#include "scr/Interpreter.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+FctDescr::FctDescr(const FND::String& name, int returnType, int minimum, int maximum,
+                   Factory nodeFactory, int argType1, int argType2, int argType3, int argType4,
+                   int argType5, int argType6, int argType7, int argType8, int argType9)
+    : Variable(TypeCode::Function),
+      name_(name),
+      returnType_(returnType),
+      minimum_(minimum),
+      maximum_(maximum),
+      argTypes_{argType1, argType2, argType3, argType4, argType5,
+                argType6, argType7, argType8, argType9},
+      factory_(nodeFactory) {
+    // The slots beyond the declared ones are 0 and make room for `addArg` at once.
+    while (!argTypes_.empty() && argTypes_.back() == 0) argTypes_.pop_back();
+}
+
+Variable* FctDescr::clone() const {
+    auto* copy = new FctDescr(name_, returnType_, minimum_, maximum_, factory_);
+    copy->dataType(dataType());
+    copy->argTypes_ = argTypes_;
+    copy->isActive_ = isActive_;
+    return copy;
+}
+
+void FctDescr::addArg(int typeWord) {
+    argTypes_.push_back(typeWord);
+    ++minimum_;
+    ++maximum_;
+}
+
+int FctDescr::argType(int index) const {
+    const auto i = static_cast<std::size_t>(index);
+    return index >= 0 && i < argTypes_.size() ? argTypes_[i] : 0;
+}
+
+FND::String FctDescr::signature() const {
+    FND::String text = Node::datatypeAsString(returnType_) + " " + name_ + "(";
+    const auto addTypes = [&](int first, int end) {
+        for (int i = first; i < end; ++i) {
+            if (i > first) text += ",";
+            text += Node::datatypeAsString(argType(i));
+        }
+    };
+    addTypes(0, minimum_);
+    if (maximum_ == anyNumber) {
+        text += minimum_ > 0 ? ",..." : "...";
+    } else if (maximum_ != minimum_) {
+        text += minimum_ > 0 ? ",[" : "[";
+        addTypes(minimum_, maximum_);
+        text += "]";
+    }
+    return text + ")";
+}
+
+bool FctDescr::checkType(int expected, int actual) const {
+    if (Node::baseType(expected) != Node::baseType(actual)) {
+        return SCR_YaccError(Messages::expectedType(expected, actual));
+    }
+    if (Node::isLeft(expected) && !Node::isLeft(actual)) {
+        return SCR_YaccError(Messages::expectedLeftValue);
+    }
+    if (Node::isConst(expected) && !Node::isConst(actual)) {
+        return SCR_YaccError(Messages::expectedConstValue);
+    }
+    return true;
+}
+
+bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
+    const int count = stack.topNumParams();
+    if (minimum_ > count) return SCR_YaccError(Messages::missingParameter(signature()));
+    if (maximum_ != anyNumber) {
+        if (maximum_ < count) return SCR_YaccError(Messages::toManyArguments(signature()));
+        if (!convertArguments(stack, count)) return false;
+    }
+    OperandTraits traits{isActive_, 0};
+    for (int i = 0; i < count; ++i) {
+        const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
+        traits.isActive = traits.isActive || argument.isActive;
+        traits.depth = std::max(traits.depth, argument.depth);
+    }
+    if (++traits.depth > interpreter.nestingLimit()) {
+        return SCR_YaccError(Messages::nestedTooDeep);
+    }
+    Node* const node = factory_(interpreter, stack, *this);
+    if (node == nullptr) return false;
+    stack.pushData(node, returnType_, traits);
+    return true;
+}
+
+bool FctDescr::convertArguments(ParserStack& stack, int count) const {
+    for (int i = count - 1; i >= 0; --i) {
+        const int expected = argType(i);
+        const int actual = stack.popType();
+        if (Node::baseType(actual) != Node::baseType(expected)) {
+            const int common = Node::SuperType(Node::baseType(actual), Node::baseType(expected));
+            if (common == 0 || common != Node::baseType(expected)) {
+                return SCR_YaccError(Messages::wrongArgument(expected, actual, i + 1, signature()));
+            }
+            const auto fromTop = static_cast<std::size_t>(count - 1 - i);
+            Node* const converted = stack.data(fromTop)->promote(Node::baseType(expected));
+            if (converted == nullptr) {
+                return SCR_YaccError(Messages::conversionFailed(actual, expected, signature()));
+            }
+            stack.replaceData(fromTop, std::unique_ptr<Node>(converted));
+        }
+        if (Node::isLeft(expected) && !Node::isLeft(actual)) {
+            return SCR_YaccError(Messages::argumentNotLeft(i + 1, signature()));
+        }
+        if (Node::isConst(expected) && !Node::isConst(actual)) {
+            return SCR_YaccError(Messages::argumentNotConst(i + 1, signature()));
+        }
+    }
+    return true;
+}
+
+}  // namespace SCR

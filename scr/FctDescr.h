@@ -1,0 +1,75 @@
+#pragma once
+
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/Variable.h"
+
+namespace SCR {
+
+class Interpreter;
+class ParserStack;
+
+/// Describes one callable function: name, result type, argument counts and types, and the factory
+/// that builds the node of a call. A descriptor is found by name like a variable. Immutable once it
+/// is in use; may then be read by any number of threads.
+class KESTREL_API FctDescr final : public Variable {
+public:
+    /// Pops its arguments, last first, from the parser stack (already converted to the declared
+    /// types) and gives the call's node, which the caller owns; null after a report on failure.
+    using Factory = Node* (*)(Interpreter&, ParserStack&, const FctDescr&);
+
+    /// The maximum count of a function that takes any number of arguments.
+    static constexpr int anyNumber = -1;
+
+    /// Argument types are type codes, with `TypeCode::LeftFlag` where the argument must be an
+    /// assignable variable and `TypeCode::ConstFlag` where it must be a constant.
+    FctDescr(const FND::String& name, int returnType, int minimum, int maximum, Factory nodeFactory,
+             int argType1 = 0, int argType2 = 0, int argType3 = 0, int argType4 = 0,
+             int argType5 = 0, int argType6 = 0, int argType7 = 0, int argType8 = 0,
+             int argType9 = 0);
+
+    Variable* clone() const override;
+
+    /// Declares one argument more, which every call must give.
+    void addArg(int typeWord);
+
+    const FND::String& name() const { return name_; }
+    int returnType() const { return returnType_; }
+    int minimum() const { return minimum_; }
+    int maximum() const { return maximum_; }
+    Factory factory() const { return factory_; }
+    /// The type word of argument `index`, 0-based; 0 when none is declared there.
+    int argType(int index) const;
+
+    /// Whether a call may run script code or change variables or containers, whatever its arguments
+    /// are. True unless said otherwise: what a host's function does is not known.
+    bool isActive() const { return isActive_; }
+    void isActive(bool active) { isActive_ = active; }
+
+    /// "Type name(Type,Type,[Type])", as messages show it.
+    FND::String signature() const;
+
+    /// Whether an operand of type word `actual` is what `expected` asks for, without conversion;
+    /// otherwise reports why not.
+    bool checkType(int expected, int actual) const;
+
+    /// Binds a call: checks the arguments that lie on `stack`, as many as its top count says,
+    /// converts them, and replaces them by the call's node and type. False after a report, with the
+    /// arguments destroyed.
+    bool create(Interpreter& interpreter, ParserStack& stack) const;
+
+private:
+    bool convertArguments(ParserStack& stack, int count) const;
+
+    FND::String name_;
+    int returnType_;
+    int minimum_;
+    int maximum_;
+    std::vector<int> argTypes_;
+    Factory factory_;
+    bool isActive_ = true;
+};
+
+}  // namespace SCR

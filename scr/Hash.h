@@ -1,0 +1,133 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/ElementLimit.h"
+#include "scr/KeyHash.h"
+#include "scr/SlotStore.h"
+#include "scr/Variable.h"
+
+namespace SCR {
+
+struct ElementClass;
+template <class Container>
+struct NestedMaker;
+
+/// A container indexed by text. All elements are alike: each starts as a clone of the prototype.
+/// Entries lie in chunks, key beside element, and are found through a table of their hashes (open
+/// addressing, linear probing); a look-up compares at most the keys whose 32-bit hashes are equal.
+/// Thread rule of a variable.
+class KESTREL_API Hash final : public Variable {
+public:
+    /// Takes the prototype over.
+    explicit Hash(Variable* prototype);
+    ~Hash() override;
+
+    /// A new hash, owned by the caller, with clones of the prototype and of every element. Throws
+    /// std::bad_alloc.
+    Variable* clone() const override;
+
+    /// The type word of the elements.
+    int containerType() const { return prototype_->dataType(); }
+    /// The prototype; it stays the hash's.
+    Variable* defaultValue() const { return prototype_; }
+
+    /// The number of entries.
+    unsigned long size() const { return size_; }
+
+    /// The element under `key`, which the hash owns; it stays valid until it is removed. A missing
+    /// one is made under a copy of the key. Null when the element can not be had: there are `limit`
+    /// entries, or there is no memory. Nothing changed then.
+    Variable* find(const FND::String& key, unsigned long limit = defaultElementLimit);
+
+    /// The element under `key`, whose `keyHash` is `hash`; null when it is missing. `V` must be the
+    /// class of the prototype, one of this library's.
+    template <class V>
+    V* existing(const FND::String& key, std::uint32_t hash) const {
+        std::byte* const slot = look(key, hash, elementOffsetCM + sizeof(V)).slot;
+        if (slot == nullptr) return nullptr;
+        return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
+    }
+
+    bool contains(const FND::String& key) const;
+    /// Removes the entry of `key`; false when there is none. `key` may be part of that entry.
+    bool remove(const FND::String& key);
+    /// Removes all entries. The memory of some 64 of them is kept for entries to come.
+    void clear() noexcept;
+
+    /// All keys, ascending by byte. They are the hash's; one stays valid until its entry is
+    /// removed. Throws std::bad_alloc.
+    std::vector<const FND::String*> keys() const;
+
+private:
+    friend struct NestedMaker<Hash>;
+
+    // A slot holds a mark, the key and the element; of a free one there is the mark only.
+    struct Mark {
+        std::uint32_t next;  // of a free slot: the number of the next free one
+        bool isLive;
+    };
+    static constexpr std::size_t keyOffsetCM = sizeof(Mark);
+    static constexpr std::size_t elementOffsetCM = keyOffsetCM + sizeof(FND::String);
+
+    // What the table knows of an entry: its hash and its slot's number plus 1, 0 for none.
+    struct Place {
+        std::uint32_t hash = 0;
+        std::uint32_t entry = 0;
+    };
+
+    // A hash like `source` with a prototype that belongs to somebody else.
+    Hash(const Hash& source, Variable* sharedPrototype);
+
+    static FND::String& keyIn(std::byte* slot) {
+        return *std::launder(reinterpret_cast<FND::String*>(slot + keyOffsetCM));
+    }
+    static Mark& markOf(std::byte* slot) { return *std::launder(reinterpret_cast<Mark*>(slot)); }
+
+    struct Found {
+        Place* place;     // null when there is no entry
+        std::byte* slot;  // the same
+    };
+    Found look(const FND::String& key, std::uint32_t hash, std::size_t slotSize) const {
+        if (places_ == nullptr) [[unlikely]]
+            return {};
+        for (std::uint32_t at = hash;; ++at) {
+            Place& place = places_[at & mask_];
+            if (place.entry == 0) return {};
+            if (place.hash != hash) continue;
+            std::byte* const slot = store_.find(place.entry - 1, slotSize);
+            if (keyIn(slot) == key) [[likely]]
+                return {&place, slot};
+        }
+    }
+
+    std::size_t slotSize() const;
+    Variable* insert(const FND::String& key, std::uint32_t hash);
+    void destroyEntry(std::byte* slot) noexcept;
+    void resizeTable(std::size_t numPlaces);
+    void erase(const Found& found) noexcept;
+    void freeElements() noexcept;
+    // Makes the entries those of `source`; there must be none.
+    void copyElements(const Hash& source);
+    // Calls `visit` with the slot of every entry.
+    template <class Visit>
+    void forEachSlot(Visit&& visit) const;
+
+    const bool ownsPrototype_;
+    std::uint32_t mask_ = 0;  // the number of places, a power of 2, minus 1
+    Variable* const prototype_;
+    const ElementClass* const elementClass_;
+    std::unique_ptr<Place[]> places_;
+    std::uint32_t size_ = 0;
+    std::uint32_t usedSlots_ = 0;  // slots that hold an entry or held one; others hold nothing
+    std::uint32_t freeSlot_ = 0;   // the first of the chain of free slots among them
+    SlotStore store_;
+};
+
+}  // namespace SCR

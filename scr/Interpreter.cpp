@@ -1,0 +1,217 @@
+#include "scr/Interpreter.h"
+
+#include <exception>
+#include <new>
+
+#include "scr/CompareInterface.h"
+#include "scr/Extension.h"
+#include "scr/Function.h"
+#include "scr/MainExtension.h"
+#include "scr/Variable.h"
+#include "scr/parser/Parser.h"
+#include "scr/parser/Preprocessor.h"
+
+namespace SCR {
+
+namespace {
+
+constexpr const char* beginFunctionS = "BEGIN";
+constexpr const char* endFunctionS = "END";
+
+// Calls `action` and turns whatever it throws into a logged error and false.
+template <class Action>
+bool contain(Interpreter& interpreter, Action action) {
+    try {
+        return action();
+    } catch (const ScriptStopped&) {
+        // Logged where the script was stopped.
+    } catch (const std::bad_alloc&) {
+        interpreter.logError("ERROR: out of memory");
+    } catch (const std::exception& error) {
+        interpreter.logError(FND::String("ERROR: ") + error.what());
+    } catch (...) {
+        interpreter.logError("ERROR: unknown exception");
+    }
+    return false;
+}
+
+}  // namespace
+
+Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
+    auto mainExtension = std::make_unique<MainExtension>();
+    mainExtension_ = mainExtension.get();
+    isValid_ = insertExtension(mainExtension.get());
+    if (isValid_) mainExtension.release();
+}
+
+Interpreter::~Interpreter() {
+    if (runsEnd_) runFunction(endFunctionS);
+    query_.reset();
+    mainFunction_.reset();
+    functions_.clear();
+    globalIdentifiers_.clear();
+    // In the order of insertion; a container's own order of destruction is not fixed.
+    for (std::unique_ptr<Extension>& extension : extensions_) extension.reset();
+}
+
+bool Interpreter::compile(const FND::String& text) {
+    if (!compileScript(text)) return false;
+    runsEnd_ = true;
+    runFunction(beginFunctionS);
+    return true;
+}
+
+bool Interpreter::check(const FND::String& text) { return compileScript(text); }
+
+bool Interpreter::compileScript(const FND::String& text) {
+    return contain(*this, [&] {
+        discardScript();
+        mainFunction_ = std::make_unique<Function>();
+        statementStack_.push_back(mainFunction_.get());
+        FND::String expanded;
+        if (!expand(text, expanded)) return false;
+        if (!SCR_parseScript(*this, expanded)) return false;
+        isCompiled_ = true;
+        return true;
+    });
+}
+
+void Interpreter::discardScript() {
+    statementStack_.clear();
+    functions_.clear();
+    mainFunction_.reset();
+    places_.clear();
+    compiledLines_ = 0;
+    isCompiled_ = false;
+    runsEnd_ = false;
+}
+
+bool Interpreter::expand(const FND::String& text, FND::String& expanded) {
+    PreprocessorOptions options;
+    options.searchPath = includePath_;
+    Preprocessor preprocessor(log_, options);
+    return preprocessor.preprocess(text, expanded);
+}
+
+bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
+    return contain(*this, [&] {
+        FND::String expanded;
+        return expand(text, expanded) && SCR_parseCondition(*this, target, expanded);
+    });
+}
+
+bool Interpreter::compileQuery(const FND::String& text) {
+    query_.reset();
+    return contain(*this, [&] { return SCR_parseQuery(*this, text, query_); });
+}
+
+bool Interpreter::execute() {
+    if (!isCompiled_) return false;
+    return contain(*this, [&] {
+        const RunScope scope(runControl_);
+        return mainFunction_->execute() == Node::goOn;
+    });
+}
+
+bool Interpreter::evaluateQuery(bool& value) {
+    if (!query_) return false;
+    return contain(*this, [&] {
+        const RunScope scope(runControl_);
+        value = query_->result();
+        return true;
+    });
+}
+
+bool Interpreter::runFunction(const FND::String& name) {
+    Function* const function = getFunction(name);
+    if (function == nullptr) return false;
+    return contain(*this, [&] {
+        const RunScope scope(runControl_);
+        function->execute();
+        return true;
+    });
+}
+
+bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {
+    return contain(*this, [&] {
+        auto& identifier = globalIdentifiers_[name];
+        if (identifier) return false;
+        identifier = std::make_unique<StringVariable>(value, true);
+        return true;
+    });
+}
+
+Extension* Interpreter::extension(const FND::String& name) {
+    for (const std::unique_ptr<Extension>& extension : extensions_) {
+        if (extension->extensionName() == name) return extension.get();
+    }
+    return nullptr;
+}
+
+bool Interpreter::insertExtension(Extension* extension) {
+    if (this->extension(extension->extensionName()) != nullptr) return false;
+    extensions_.emplace_back(extension);
+    return true;
+}
+
+void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
+
+void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
+    if (log_ != nullptr) log_->log(message, severity);
+}
+
+bool Interpreter::pushStatement(Node* block) {
+    if (!addStatement(block)) return false;
+    statementStack_.push_back(block);
+    return true;
+}
+
+bool Interpreter::popStatement() {
+    if (statementStack_.size() < 2) return false;
+    statementStack_.pop_back();
+    return true;
+}
+
+Node* Interpreter::topStatement() const {
+    return statementStack_.empty() ? nullptr : statementStack_.back();
+}
+
+bool Interpreter::addStatement(Node* statement) {
+    Node* const block = topStatement();
+    return block != nullptr && block->addStatement(statement);
+}
+
+bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
+    Node* const block = topStatement();
+    return block != nullptr && block->addIdentifier(name, variable);
+}
+
+Variable* Interpreter::getVariable(const FND::String& module, const FND::String& name) {
+    if (module.empty()) {
+        for (auto block = statementStack_.rbegin(); block != statementStack_.rend(); ++block) {
+            if (Variable* const variable = (*block)->getIdentifier(name)) return variable;
+        }
+        const auto global = globalIdentifiers_.find(name);
+        if (global != globalIdentifiers_.end()) return global->second.get();
+    }
+    for (const std::unique_ptr<Extension>& extension : extensions_) {
+        if (!module.empty() && extension->extensionName() != module) continue;
+        if (Variable* const variable = extension->variable(name)) return variable;
+    }
+    return nullptr;
+}
+
+Function* Interpreter::getFunction(const FND::String& name) {
+    const auto found = functions_.find(name);
+    return found != functions_.end() ? found->second.get() : nullptr;
+}
+
+bool Interpreter::pushFunction(const FND::String& name, Function* function) {
+    const auto [entry, isNew] = functions_.try_emplace(name);
+    if (!isNew) return false;
+    entry->second.reset(function);
+    statementStack_.push_back(function);
+    return true;
+}
+
+}  // namespace SCR

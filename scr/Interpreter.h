@@ -1,0 +1,153 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/ElementLimit.h"
+#include "scr/Log.h"
+#include "scr/PlaceTable.h"
+#include "scr/RunControl.h"
+
+namespace SCR {
+
+class BoolNode;
+class CompareInterface;
+class Extension;
+class Function;
+class MainExtension;
+class Node;
+class Variable;
+
+/// Compiles and executes scripts: the one object that a host program deals with. A compiled script
+/// is executed as often as needed; its variables keep their values from one execution to the next.
+/// During a compile it is the symbol table and the stack of open blocks that the parser works on.
+///
+/// An interpreter is used by one thread at a time, but for `interrupt()`. Different interpreters
+/// may run in parallel; their compiles exclude one another. Nothing is thrown.
+class KESTREL_API Interpreter {
+public:
+    /// `log` receives all messages; not owned, must outlive the interpreter.
+    explicit Interpreter(Log* log);
+    Interpreter(const Interpreter&) = delete;
+    Interpreter& operator=(const Interpreter&) = delete;
+    /// Runs the script's function "END", if a compiled script defines one, then frees everything.
+    ~Interpreter();
+
+    /// Discards the script compiled before and compiles `text`. On success runs the script's
+    /// function "BEGIN", if it defines one, and gives true. On failure one message is logged.
+    bool compile(const FND::String& text);
+    /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end.
+    bool check(const FND::String& text);
+    /// Compiles a list of conditions, each ended by ";", and hands them to `target` one by one.
+    /// False, after a message, when one does not compile; those before it were handed over.
+    bool compileConditions(const FND::String& text, CompareInterface& target);
+    /// Compiles one expression of type Bool, without includes, and keeps it for `evaluateQuery`.
+    /// False after a message, and no query is kept then.
+    bool compileQuery(const FND::String& text);
+
+    /// Executes the compiled script once. True when it ran to its end; false when a top-level
+    /// statement gave another code, the script was stopped, or no script is compiled.
+    bool execute();
+    /// Evaluates the query compiled last into `value`. False, with `value` unchanged, when there is
+    /// none or the evaluation was stopped.
+    bool evaluateQuery(bool& value);
+
+    /// Stops the running script, or the next one to run: `execute` gives false then, and the
+    /// interpreter stays usable. May be called by any thread.
+    void interrupt() { runControl_.interrupt(); }
+
+    /// Predefines a String constant for every script compiled afterwards; false when the name is
+    /// taken.
+    bool addGlobalConstant(const FND::String& name, const FND::String& value);
+
+    /// The extension named `name`, or null; the interpreter owns it.
+    Extension* extension(const FND::String& name);
+    /// True: the interpreter owns `extension` now. False: one of its name is present and the caller
+    /// still owns it.
+    bool insertExtension(Extension* extension);
+
+    /// Whether the host may use the script: true until a script says otherwise.
+    bool isValid() const { return isValid_; }
+    void isValid(bool valid) { isValid_ = valid; }
+
+    /// Directories in which include files are looked for, before those of the environment.
+    void includePath(const std::vector<FND::String>& directories) { includePath_ = directories; }
+
+    /// How many levels blocks, and how many levels expressions, may be nested. Deeper ones do not
+    /// compile.
+    int nestingLimit() const { return nestingLimit_; }
+    void nestingLimit(int levels) { nestingLimit_ = levels; }
+
+    /// How many elements one container may hold. One beyond them can not be had: it reads as the
+    /// type's empty value and refuses to be set, and an error is logged once in an execution.
+    unsigned long elementLimit() const { return elementLimit_; }
+    void elementLimit(unsigned long elements) { elementLimit_ = elements; }
+
+    /// Logs `message` as an error.
+    void logError(const FND::String& message);
+    /// Logs `message` with the given severity.
+    void log(const FND::String& message, FND::Status::Severity severity);
+
+    /// Adds `block` to the innermost open block and opens it. False: refused, and the caller still
+    /// owns it.
+    bool pushStatement(Node* block);
+    /// Closes the innermost open block; false when only the main function is open.
+    bool popStatement();
+    /// The innermost open block, or null.
+    Node* topStatement() const;
+    /// The number of open blocks, the main function included.
+    int statementDepth() const { return static_cast<int>(statementStack_.size()); }
+    /// Adds a statement to the innermost open block. False: refused, the caller still owns it.
+    bool addStatement(Node* statement);
+    /// Declares a variable in the innermost open block. False: refused, the caller still owns it.
+    bool addIdentifier(const FND::String& name, Variable* variable);
+    /// What `name` stands for, or null: the open blocks from the innermost outwards, the host's
+    /// constants, then the extensions in the order of insertion. A module restricts the search to
+    /// the extension of that name.
+    Variable* getVariable(const FND::String& module, const FND::String& name);
+    /// The user function `name`, or null.
+    Function* getFunction(const FND::String& name);
+    /// Registers a user function and opens it as a block. True: the interpreter owns it now. False:
+    /// the name is taken and the caller still owns it.
+    bool pushFunction(const FND::String& name, Function* function);
+
+    /// The number of lines of the text compiled last; 0 when it did not compile.
+    std::int64_t compiledLines() const { return compiledLines_; }
+    void compiledLines(std::int64_t lines) { compiledLines_ = lines; }
+    /// Where the compiled statements and calls stand in the text.
+    PlaceTable& places() { return places_; }
+    RunControl& runControl() { return runControl_; }
+    /// The built-in library.
+    MainExtension& mainExtension() { return *mainExtension_; }
+
+private:
+    bool compileScript(const FND::String& text);
+    bool expand(const FND::String& text, FND::String& expanded);
+    void discardScript();
+    bool runFunction(const FND::String& name);
+
+    Log* const log_;
+    std::vector<Node*> statementStack_;
+    std::map<FND::String, std::unique_ptr<Variable>> globalIdentifiers_;
+    std::unique_ptr<Function> mainFunction_;
+    std::unordered_map<FND::String, std::unique_ptr<Function>> functions_;
+    std::vector<std::unique_ptr<Extension>> extensions_;
+    std::int64_t compiledLines_ = 0;
+    bool isCompiled_ = false;
+    bool isValid_ = false;
+    bool runsEnd_ = false;
+    int nestingLimit_ = 500;
+    unsigned long elementLimit_ = defaultElementLimit;
+    MainExtension* mainExtension_ = nullptr;  // owned by extensions_
+    std::unique_ptr<BoolNode> query_;
+    std::vector<FND::String> includePath_;
+    PlaceTable places_;
+    RunControl runControl_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,87 @@
+#include "scr/KeyHash.h"
+
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <random>
+
+namespace SCR {
+
+namespace {
+
+struct Seed {
+    std::uint64_t first;
+    std::uint64_t second;
+};
+
+std::uint64_t randomWord() {
+    try {
+        std::random_device device;
+        return static_cast<std::uint64_t>(device()) << 32 | device();
+    } catch (const std::exception&) {
+        // Better guessed at than fixed.
+        static int placeS;
+        return static_cast<std::uint64_t>(
+                   std::chrono::high_resolution_clock::now().time_since_epoch().count()) *
+                   0x9E3779B97F4A7C15U ^
+               reinterpret_cast<std::uintptr_t>(&placeS);
+    }
+}
+
+const Seed& seed() {
+    // The first word is odd so that it is not 0, which would end all mixing.
+    static const Seed seedS{randomWord() | 1, randomWord()};
+    return seedS;
+}
+
+std::uint64_t load8(const char* bytes) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+std::uint64_t load4(const char* bytes) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
+    __extension__ using Wide = unsigned __int128;
+    const Wide product = static_cast<Wide>(a) * b;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
+
+}  // namespace
+
+std::uint32_t keyHash(std::string_view key) noexcept {
+    const Seed& secret = seed();
+    const char* bytes = key.data();
+    const std::size_t length = key.size();
+    std::uint64_t state = secret.second;
+    std::uint64_t a = 0;
+    std::uint64_t b = 0;
+    if (length > 16) {
+        std::size_t left = length;
+        for (; left > 16; left -= 16, bytes += 16) {
+            state = mix(load8(bytes) ^ secret.first, load8(bytes + 8) ^ state);
+        }
+        a = load8(bytes + left - 16);
+        b = load8(bytes + left - 8);
+    } else if (length >= 8) {
+        a = load8(bytes);
+        b = load8(bytes + length - 8);
+    } else if (length >= 4) {
+        a = load4(bytes);
+        b = load4(bytes + length - 4);
+    } else if (length > 0) {
+        const auto byte = [&](std::size_t i) {
+            return static_cast<std::uint64_t>(static_cast<unsigned char>(bytes[i]));
+        };
+        a = byte(0) << 16 | byte(length / 2) << 8 | byte(length - 1);
+    }
+    const std::uint64_t folded = mix(secret.first ^ length, mix(a ^ secret.first, b ^ state));
+    return static_cast<std::uint32_t>(folded ^ (folded >> 32));
+}
+
+}  // namespace SCR

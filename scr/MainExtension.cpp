@@ -1,0 +1,60 @@
+#include "scr/MainExtension.h"
+
+#include "scr/Variable.h"
+#include "scr/builtin/BuiltIn.h"
+
+namespace SCR {
+
+MainExtension::Constants MainExtension::constantsCM;
+int MainExtension::instancesCM = 0;
+std::mutex MainExtension::mutexCM;
+
+MainExtension::MainExtension() {
+    const std::lock_guard lock(mutexCM);
+    if (++instancesCM == 1) fillTable();
+}
+
+MainExtension::~MainExtension() {
+    const std::lock_guard lock(mutexCM);
+    if (--instancesCM == 0) Constants().swap(constantsCM);
+}
+
+FND::String MainExtension::extensionName() const {
+    static const FND::String name = "main";
+    return name;
+}
+
+Variable* MainExtension::variable(const FND::String& name) {
+    const auto found = constantsCM.find(name);
+    return found != constantsCM.end() ? found->second.get() : nullptr;
+}
+
+std::size_t MainExtension::tableSize() {
+    const std::lock_guard lock(mutexCM);
+    return constantsCM.size();
+}
+
+void MainExtension::fillTable() {
+    for (const BuiltIn* row : builtIns()) {
+        std::unique_ptr<FctDescr> descriptor = describe(*row);
+        constantsCM.try_emplace(descriptor->name(), std::move(descriptor));
+    }
+    const auto addConstant = [](const char* name, auto* variable) {
+        constantsCM.try_emplace(name, variable);
+    };
+    addConstant("KESTREL_VERSION", new StringVariable("7.5.0 10032", true));
+    addConstant("MAX_DATE", new DateVariable(FND::DateTime::max(), true));
+    addConstant("MIN_DATE", new DateVariable(FND::DateTime::min(), true));
+    addConstant("STRIP_LEADING", new LongVariable(1, true));
+    addConstant("STRIP_TRAILING", new LongVariable(2, true));
+    addConstant("STRIP_BOTH", new LongVariable(3, true));
+    addConstant("ROUND_PLAIN", new LongVariable(0, true));
+    addConstant("ROUND_UP", new LongVariable(1, true));
+    addConstant("ROUND_DOWN", new LongVariable(2, true));
+    addConstant("ROUND_BANKERS", new LongVariable(3, true));
+    addConstant("NULL_NEXID", new NexidVariable(FND::NULL_IDENTIFIER, true));
+    addConstant("INVALID_NEXID", new NexidVariable(FND::INVALID_IDENTIFIER, true));
+    addConstant("INVALID_DECIMAL", new DecimalVariable(FND::INVALID_DECIMAL, true));
+}
+
+}  // namespace SCR

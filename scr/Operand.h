@@ -1,0 +1,121 @@
+#pragma once
+
+#include <memory>
+#include <typeinfo>
+#include <utility>
+
+#include "scr/Constant.h"
+#include "scr/Types.h"
+#include "scr/VariableAccess.h"
+
+namespace SCR {
+
+/// Whether nodes are specialised by the kinds of their operands. Off only in the build that checks
+/// the specialised nodes against the general ones.
+inline constexpr bool specialisesNodes = KESTREL_SPECIALISE != 0;
+
+/// The classes of the nodes that read a variable or a constant of a type.
+template <class Type>
+struct LeafNodes;
+template <>
+struct LeafNodes<LongType> {
+    using Access = LongVariableAccess;
+    using Constant = LongConstant;
+};
+template <>
+struct LeafNodes<DecimalType> {
+    using Access = DecimalVariableAccess;
+    using Constant = DecimalConstant;
+};
+template <>
+struct LeafNodes<StringType> {
+    using Access = StringVariableAccess;
+    using Constant = StringConstant;
+};
+template <>
+struct LeafNodes<DateType> {
+    using Access = DateVariableAccess;
+    using Constant = DateConstant;
+};
+template <>
+struct LeafNodes<BoolType> {
+    using Access = BoolVariableAccess;
+    using Constant = BoolConstant;
+};
+template <>
+struct LeafNodes<NexidType> {
+    using Access = NexidVariableAccess;
+    using Constant = NexidConstant;
+};
+
+// The kinds of operands that a specialised node can hold. Each gives the operand's value; the node
+// that holds it neither knows nor cares how.
+
+/// Any expression: a call of its node.
+template <class Type>
+class AnyOperand {
+public:
+    explicit AnyOperand(std::unique_ptr<Node> node)
+        : node_(static_cast<typename Type::Node*>(node.release())) {}
+    typename Type::Argument value() const { return node_->result(); }
+
+private:
+    std::unique_ptr<typename Type::Node> node_;
+};
+
+/// A named variable: a load. The variable is not owned.
+template <class Type>
+class VariableOperand {
+public:
+    explicit VariableOperand(const typename Type::Value* value) : value_(value) {}
+    typename Type::Argument value() const { return *value_; }
+
+private:
+    const typename Type::Value* value_;
+};
+
+/// A constant.
+template <class Type>
+class ConstantOperand {
+public:
+    explicit ConstantOperand(typename Type::Argument value) : value_(value) {}
+    typename Type::Argument value() const { return value_; }
+
+private:
+    typename Type::Value value_;
+};
+
+/// The variable that `node` reads, when it is an access to a variable of the type; otherwise null.
+template <class Type>
+typename Type::Variable* variableOf(const Node& node) {
+    using Access = typename LeafNodes<Type>::Access;
+    if (typeid(node) != typeid(Access)) return nullptr;
+    return static_cast<const Access&>(node).variable();
+}
+
+/// Calls `make` with the operand of the kind that fits `node` and gives what it gives.
+template <class Type, class Make>
+auto withOperand(std::unique_ptr<Node> node, Make&& make) {
+    if constexpr (specialisesNodes) {
+        using Constant = typename LeafNodes<Type>::Constant;
+        if (const auto* variable = variableOf<Type>(*node)) {
+            return make(VariableOperand<Type>(&variable->value()));
+        }
+        if (typeid(*node) == typeid(Constant)) {
+            return make(ConstantOperand<Type>(static_cast<Constant&>(*node).result()));
+        }
+    }
+    return make(AnyOperand<Type>(std::move(node)));
+}
+
+/// The same for a left and a right operand.
+template <class Type, class Make>
+auto withOperands(std::unique_ptr<Node> left, std::unique_ptr<Node> right, Make&& make) {
+    return withOperand<Type>(std::move(left), [&](auto leftOperand) {
+        return withOperand<Type>(std::move(right), [&](auto rightOperand) {
+            return make(std::move(leftOperand), std::move(rightOperand));
+        });
+    });
+}
+
+}  // namespace SCR

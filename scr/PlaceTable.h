@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "fnd/String.h"
+
+namespace SCR {
+
+class Node;
+
+/// Where in the script's text the statements, calls and loops of a compiled tree stand. It lies
+/// beside the tree, so that nodes carry nothing for it and a run pays nothing. Filled during a
+/// compile and only read after it.
+class PlaceTable {
+public:
+    struct Place {
+        const Node* node;
+        std::uint32_t file;  // index of the file's name
+        std::int32_t line;   // 1-based
+    };
+
+    /// Records that `node` stands in line `line` of `file` (empty for the main text).
+    void add(const Node* node, const FND::String& file, int line);
+    void clear();
+
+    /// The place of `node`, or null when it is not recorded.
+    const Place* find(const Node* node) const;
+    /// The name of a place's file; empty for the main text.
+    const FND::String& fileName(const Place& place) const { return files_[place.file]; }
+    /// "line N: " or "FILE: line N: " for a recorded node, empty for any other and for null.
+    FND::String prefix(const Node* node) const;
+
+private:
+    mutable std::vector<Place> places_;  // sorted by node at the first look-up
+    mutable bool isSorted_ = true;
+    std::vector<FND::String> files_;
+    std::uint32_t actFile_ = 0;
+};
+
+}  // namespace SCR

@@ -1,0 +1,119 @@
+#include "scr/Statement.h"
+
+#include <algorithm>
+
+#include "scr/RunControl.h"
+
+namespace SCR {
+
+namespace {
+
+void countTurn(RunControl* control, const Node* loop) {
+    if (control != nullptr) control->turn(loop);
+}
+
+// Takes `statement` into the first empty slot of `slots`; false when all are taken.
+bool fillSlot(std::initializer_list<std::unique_ptr<Node>*> slots, Node* statement) {
+    for (std::unique_ptr<Node>* slot : slots) {
+        if (!*slot) {
+            slot->reset(statement);
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+StatementList::~StatementList() = default;
+
+std::int32_t StatementList::execute() {
+    for (const std::unique_ptr<Node>& statement : statements_) {
+        if (const std::int32_t code = statement->execute(); code != goOn) return code;
+    }
+    return goOn;
+}
+
+bool StatementList::addStatement(Node* statement) {
+    statements_.emplace_back(statement);
+    return true;
+}
+
+bool StatementList::addIdentifier(const FND::String& name, Variable* variable) {
+    if (!identifiers_) identifiers_ = std::make_unique<Identifiers>();
+    const auto [entry, isNew] = identifiers_->try_emplace(name);
+    if (isNew) entry->second.reset(variable);
+    return isNew;
+}
+
+Variable* StatementList::getIdentifier(const FND::String& name) {
+    if (!identifiers_) return nullptr;
+    const auto found = identifiers_->find(name);
+    return found != identifiers_->end() ? found->second.get() : nullptr;
+}
+
+bool StatementList::returnsResult() const {
+    return std::any_of(statements_.begin(), statements_.end(),
+                       [](const auto& statement) { return statement->returnsResult(); });
+}
+
+std::int32_t IfStatement::execute() {
+    Node* const branch = condition_->result() ? thenBranch_.get() : elseBranch_.get();
+    return branch != nullptr ? branch->execute() : goOn;
+}
+
+bool IfStatement::addStatement(Node* statement) {
+    return fillSlot({&thenBranch_, &elseBranch_}, statement);
+}
+
+bool IfStatement::returnsResult() const {
+    return thenBranch_ && elseBranch_ && thenBranch_->returnsResult() &&
+           elseBranch_->returnsResult();
+}
+
+std::int32_t WhileStatement::execute() {
+    while (condition_->result()) {
+        countTurn(control_, this);
+        if (body_) {
+            if (const std::int32_t code = body_->execute(); code != goOn) return code;
+        }
+    }
+    return goOn;
+}
+
+bool WhileStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
+
+std::int32_t DoStatement::execute() {
+    do {
+        countTurn(control_, this);
+        if (body_) {
+            if (const std::int32_t code = body_->execute(); code != goOn) return code;
+        }
+    } while (condition_->result());
+    return goOn;
+}
+
+bool DoStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
+
+bool DoStatement::returnsResult() const { return body_ && body_->returnsResult(); }
+
+std::int32_t ForLoop::execute() {
+    if (const std::int32_t code = init_->execute(); code != goOn) return code;
+    while (condition_->result()) {
+        countTurn(control_, this);
+        if (const std::int32_t code = body_->execute(); code != goOn) return code;
+        if (const std::int32_t code = update_->execute(); code != goOn) return code;
+    }
+    return goOn;
+}
+
+bool ForLoop::addStatement(Node* statement) {
+    return fillSlot({&update_, &init_, &body_}, statement);
+}
+
+std::int32_t ReturnStatement::execute() {
+    if (value_) value_->execute();
+    return returned;
+}
+
+}  // namespace SCR

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/Node.h"
+#include "scr/Variable.h"
+
+namespace SCR {
+
+class RunControl;
+
+/// A block: statements in order, and the identifiers declared in it. It owns both.
+class KESTREL_API StatementList : public Node {
+public:
+    StatementList() = default;
+    ~StatementList() override;
+
+    /// Executes the statements in order up to the first that gives a code other than `goOn`.
+    std::int32_t execute() override;
+    /// Appends and takes over `statement`; always true.
+    bool addStatement(Node* statement) override;
+    bool addIdentifier(const FND::String& name, Variable* variable) override;
+    Variable* getIdentifier(const FND::String& name) override;
+    /// True if any statement of the list returns a result.
+    bool returnsResult() const override;
+
+    const std::vector<std::unique_ptr<Node>>& statements() const { return statements_; }
+
+private:
+    using Identifiers = std::unordered_map<FND::String, std::unique_ptr<Variable>>;
+
+    std::vector<std::unique_ptr<Node>> statements_;
+    std::unique_ptr<Identifiers> identifiers_;  // none for the many blocks that declare nothing
+};
+
+/// Runs the first branch added when its condition holds, otherwise the second, if there is one.
+class KESTREL_API IfStatement final : public Node {
+public:
+    /// Takes over `condition`.
+    explicit IfStatement(BoolNode* condition) : condition_(condition) {}
+
+    std::int32_t execute() override;
+    /// Takes the then-branch, then the else-branch; refuses any further statement.
+    bool addStatement(Node* statement) override;
+    /// True only if both branches exist and return a result.
+    bool returnsResult() const override;
+
+private:
+    const std::unique_ptr<BoolNode> condition_;
+    std::unique_ptr<Node> thenBranch_;
+    std::unique_ptr<Node> elseBranch_;
+};
+
+/// Repeats its body as long as its condition holds.
+class KESTREL_API WhileStatement final : public Node {
+public:
+    /// Takes over `condition`; reports every turn to `control`, if there is one.
+    explicit WhileStatement(BoolNode* condition, RunControl* control = nullptr)
+        : condition_(condition), control_(control) {}
+
+    std::int32_t execute() override;
+    /// Takes the body; refuses any further statement.
+    bool addStatement(Node* statement) override;
+
+private:
+    const std::unique_ptr<BoolNode> condition_;
+    std::unique_ptr<Node> body_;
+    RunControl* const control_;
+};
+
+/// Runs its body, and again as long as its condition holds.
+class KESTREL_API DoStatement final : public Node {
+public:
+    /// Reports every turn to `control`, if there is one.
+    explicit DoStatement(RunControl* control = nullptr) : control_(control) {}
+
+    /// Takes over the condition, which is parsed after the body.
+    void condition(BoolNode* condition) { condition_.reset(condition); }
+
+    std::int32_t execute() override;
+    /// Takes the body; refuses any further statement.
+    bool addStatement(Node* statement) override;
+    /// True if the body returns a result.
+    bool returnsResult() const override;
+
+private:
+    std::unique_ptr<BoolNode> condition_;
+    std::unique_ptr<Node> body_;
+    RunControl* const control_;
+};
+
+/// Runs its init, then body and update as long as its condition holds.
+class KESTREL_API ForLoop final : public Node {
+public:
+    /// Reports every turn to `control`, if there is one.
+    explicit ForLoop(RunControl* control = nullptr) : control_(control) {}
+
+    /// Takes over the condition.
+    void condition(BoolNode* condition) { condition_.reset(condition); }
+
+    /// All of init, condition, update and body must be present.
+    std::int32_t execute() override;
+    /// Takes the update, then the init, then the body, the order in which the parser has them;
+    /// refuses any further statement.
+    bool addStatement(Node* statement) override;
+
+private:
+    std::unique_ptr<Node> init_;
+    std::unique_ptr<BoolNode> condition_;
+    std::unique_ptr<Node> update_;
+    std::unique_ptr<Node> body_;
+    RunControl* const control_;
+};
+
+/// Stores the return value, if there is one, and ends the function.
+class KESTREL_API ReturnStatement final : public Node {
+public:
+    /// Takes over the assignment to the function's return variable; null returns no value.
+    explicit ReturnStatement(Node* value) : value_(value) {}
+
+    std::int32_t execute() override;
+    bool returnsResult() const override { return true; }
+
+private:
+    const std::unique_ptr<Node> value_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,129 @@
+#include "scr/SwitchCase.h"
+
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+namespace {
+
+// Pops a label that must be a constant of the type `expected`; null after a report.
+std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
+    const int type = stack.popType();
+    auto label = stack.pop<Node>();
+    if (Node::baseType(type) != expected) {
+        SCR_YaccError(Messages::caseLabelType(expected, type));
+        return nullptr;
+    }
+    if (!Node::isConst(type)) {
+        SCR_YaccError(Messages::caseNotConst);
+        return nullptr;
+    }
+    return label;
+}
+
+}  // namespace
+
+std::int32_t SwitchCase::execute() {
+    Body body = select();
+    if (body == noBody) body = default_;
+    if (body == noBody) return goOn;
+    // Falling through is a loop, so that no number of labels nests calls.
+    while (true) {
+        const Entry& entry = bodies_[body];
+        const std::int32_t code = entry.statements->StatementList::execute();
+        if (code != goOn || !entry.fallsThrough) return code;
+        ++body;
+    }
+}
+
+bool SwitchCase::addStatement(Node* statement) {
+    state_ = State::Filled;
+    return bodies_.back().statements->addStatement(statement);
+}
+
+bool SwitchCase::addBreak() {
+    state_ = State::Closed;
+    return true;
+}
+
+bool SwitchCase::addDefault() {
+    if (default_ != noBody) return SCR_YaccError(Messages::secondDefault);
+    default_ = openBody();
+    return true;
+}
+
+bool SwitchCase::finalSetup() { return true; }
+
+SwitchCase::Body SwitchCase::openBody() {
+    if (state_ != State::Labelled) {
+        if (state_ == State::Filled) bodies_.back().fallsThrough = true;
+        bodies_.push_back({std::make_unique<StatementList>()});
+        state_ = State::Labelled;
+    }
+    return static_cast<Body>(bodies_.size() - 1);
+}
+
+bool SwitchCase::returnsResult() const {
+    if (default_ == noBody) return false;
+    // From the last body to the first: a body returns a result if it does itself or falls through
+    // into one that does.
+    bool isNextReturning = false;
+    for (auto body = bodies_.rbegin(); body != bodies_.rend(); ++body) {
+        isNextReturning =
+            body->statements->returnsResult() || (body->fallsThrough && isNextReturning);
+        if (!isNextReturning) return false;
+    }
+    return true;
+}
+
+bool LongSwitchCase::nextCase(ParserStack& stack) {
+    const std::unique_ptr<Node> label = popLabel(stack, TypeCode::Long);
+    if (!label) return false;
+    const long value = static_cast<LongNode&>(*label).result();
+    if (labels_.contains(value)) return SCR_YaccError(Messages::caseDefined(value));
+    labels_.emplace(value, openBody());
+    return true;
+}
+
+SwitchCase::Body LongSwitchCase::select() {
+    const auto found = labels_.find(selector_->result());
+    return found != labels_.end() ? found->second : noBody;
+}
+
+bool StringSwitchCase::nextCase(ParserStack& stack) {
+    const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
+    if (!label) return false;
+    const FND::String& value = static_cast<StringNode&>(*label).result();
+    if (labels_.contains(value)) return SCR_YaccError(Messages::caseDefined(value));
+    labels_.emplace(value, openBody());
+    return true;
+}
+
+SwitchCase::Body StringSwitchCase::select() {
+    const auto found = labels_.find(selector_->result());
+    return found != labels_.end() ? found->second : noBody;
+}
+
+bool RegExprSwitchCase::nextCase(ParserStack& stack) {
+    const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
+    if (!label) return false;
+    const FND::String& pattern = static_cast<StringNode&>(*label).result();
+    if (!engine_.insertPattern(pattern)) {
+        return SCR_YaccError(Messages::illegalRegularExpression(pattern));
+    }
+    bodies_.push_back(openBody());
+    return true;
+}
+
+bool RegExprSwitchCase::finalSetup() {
+    return engine_.finalSetup() || SCR_YaccError(engine_.error());
+}
+
+SwitchCase::Body RegExprSwitchCase::select() {
+    const std::int32_t pattern = engine_.firstPath(selector_->result());
+    return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
+}
+
+}  // namespace SCR

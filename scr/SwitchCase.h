@@ -1,0 +1,107 @@
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fsm/Engine.h"
+#include "scr/Statement.h"
+
+namespace SCR {
+
+class ParserStack;
+
+/// Selects one of several bodies by the value of a selector. Labels, `default` and `break` are
+/// resolved while it is built; at run time it looks up one body and executes it, and those after it
+/// that the body falls through into.
+class KESTREL_API SwitchCase : public Node {
+public:
+    std::int32_t execute() override;
+    /// Adds to the body of the labels last seen; always true.
+    bool addStatement(Node* statement) override;
+    /// True only if there is a default body and all bodies, with what they fall through into,
+    /// return a result.
+    bool returnsResult() const override;
+
+    /// Takes one label, type word and node, from the parser stack. False after a report.
+    virtual bool nextCase(ParserStack& stack) = 0;
+    /// Ends the current body, so that it does not fall through into the next.
+    bool addBreak();
+    /// Makes the body that follows, or is open, the default one. False after a report.
+    bool addDefault();
+    /// Called once all labels are known. False after a report.
+    virtual bool finalSetup();
+
+protected:
+    /// The number of a body, in the order of the text.
+    using Body = std::uint32_t;
+    static constexpr Body noBody = ~Body{0};
+
+    /// The body of the next label: a new one, or the one open and still empty. Opens it.
+    Body openBody();
+
+private:
+    /// The body for the selector's value, or `noBody` for the default one.
+    virtual Body select() = 0;
+
+    struct Entry {
+        std::unique_ptr<StatementList> statements;
+        bool fallsThrough = false;  // into the next body
+    };
+
+    enum class State { Closed, Labelled, Filled };
+
+    State state_ = State::Closed;
+    std::vector<Entry> bodies_;
+    Body default_ = noBody;
+};
+
+/// Long labels.
+class KESTREL_API LongSwitchCase final : public SwitchCase {
+public:
+    /// Takes over the selector.
+    explicit LongSwitchCase(LongNode* selector) : selector_(selector) {}
+    bool nextCase(ParserStack& stack) override;
+
+private:
+    Body select() override;
+
+    const std::unique_ptr<LongNode> selector_;
+    std::unordered_map<long, Body> labels_;
+};
+
+/// String labels, compared exactly.
+class KESTREL_API StringSwitchCase final : public SwitchCase {
+public:
+    /// Takes over the selector.
+    explicit StringSwitchCase(StringNode* selector) : selector_(selector) {}
+    bool nextCase(ParserStack& stack) override;
+
+private:
+    Body select() override;
+
+    const std::unique_ptr<StringNode> selector_;
+    std::unordered_map<FND::String, Body> labels_;
+};
+
+/// Labels that are patterns: the body of the first pattern that matches the whole text runs.
+class KESTREL_API RegExprSwitchCase final : public SwitchCase {
+public:
+    /// Takes over the selector.
+    explicit RegExprSwitchCase(StringNode* selector) : selector_(selector) {}
+    bool nextCase(ParserStack& stack) override;
+    /// Builds the automaton of all patterns.
+    bool finalSetup() override;
+
+private:
+    Body select() override;
+
+    const std::unique_ptr<StringNode> selector_;
+    FSM::Engine engine_{unknownCountCM};
+    std::vector<Body> bodies_;  // by pattern
+
+    static constexpr unsigned int unknownCountCM = ~0U;
+};
+
+}  // namespace SCR

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+
+#include "fnd/DateTime.h"
+#include "fnd/Decimal.h"
+#include "fnd/Export.h"
+#include "fnd/Identifier.h"
+#include "fnd/String.h"
+#include "scr/Node.h"
+
+namespace SCR {
+
+/// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
+/// function, interpreter, extension) or by the container that cloned it. Its value persists from
+/// one execution to the next. One thread at a time; constants may be read by any number.
+class KESTREL_API Variable {
+public:
+    explicit Variable(int typeWord) : dataType_(typeWord) {}
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+    virtual ~Variable();
+
+    /// A new variable of the same class with a copy of type word and value, owned by the caller.
+    virtual Variable* clone() const = 0;
+
+    int dataType() const { return dataType_; }
+    void dataType(int typeWord) { dataType_ = typeWord; }
+
+private:
+    int dataType_;
+};
+
+/// A variable that holds one value of the type `Value` under the base code `code`. The seven scalar
+/// variables below are instances.
+template <class Derived, class Value, int code>
+class ScalarVariable : public Variable {
+public:
+    /// An assignable variable with the type's empty value.
+    ScalarVariable() : Variable(code | TypeCode::LeftFlag) {}
+    /// A variable with a value; a constant can be read but not be assigned by a script.
+    explicit ScalarVariable(const Value& value, bool isConstant = false)
+        : Variable(code | (isConstant ? TypeCode::ConstFlag : TypeCode::LeftFlag)), value_(value) {}
+
+    Variable* clone() const override {
+        auto* copy = new Derived(value_);
+        copy->dataType(dataType());
+        return copy;
+    }
+
+    const Value& value() const { return value_; }
+    Value& value() { return value_; }
+    void value(const Value& value) { value_ = value; }
+
+private:
+    Value value_{};
+};
+
+class KESTREL_API LongVariable final : public ScalarVariable<LongVariable, long, TypeCode::Long> {
+public:
+    using ScalarVariable::ScalarVariable;
+};
+
+class KESTREL_API DecimalVariable final
+    : public ScalarVariable<DecimalVariable, FND::Decimal, TypeCode::Decimal> {
+public:
+    using ScalarVariable::ScalarVariable;
+};
+
+class KESTREL_API StringVariable final
+    : public ScalarVariable<StringVariable, FND::String, TypeCode::String> {
+public:
+    using ScalarVariable::ScalarVariable;
+};
+
+/// Starts as the invalid date.
+class KESTREL_API DateVariable final
+    : public ScalarVariable<DateVariable, FND::DateTime, TypeCode::Date> {
+public:
+    using ScalarVariable::ScalarVariable;
+};
+
+class KESTREL_API BoolVariable final : public ScalarVariable<BoolVariable, bool, TypeCode::Bool> {
+public:
+    using ScalarVariable::ScalarVariable;
+};
+
+/// Starts as the null identifier.
+class KESTREL_API NexidVariable final
+    : public ScalarVariable<NexidVariable, FND::Identifier, TypeCode::Nexid> {
+public:
+    using ScalarVariable::ScalarVariable;
+};
+
+/// A handle that means something to a host's extension, with the name of its abstract data type.
+class KESTREL_API AdtVariable final : public ScalarVariable<AdtVariable, long, TypeCode::Adt> {
+public:
+    using ScalarVariable::ScalarVariable;
+
+    Variable* clone() const override;
+
+    const FND::String& subType() const { return subType_; }
+    void subType(const FND::String& name) { subType_ = name; }
+
+private:
+    FND::String subType_;
+};
+
+/// Holds an open C stream, or none. Destroying it closes the stream; a clone is closed.
+class KESTREL_API FileVariable final : public Variable {
+public:
+    FileVariable() : Variable(TypeCode::File) {}
+    ~FileVariable() override;
+
+    Variable* clone() const override;
+
+    /// The stream, or null when closed.
+    std::FILE* stream() const { return stream_; }
+    /// Replaces the handle without closing the one held before.
+    void stream(std::FILE* stream);
+
+    /// Opens the file `name` with the C stream mode `mode`, in place of the stream held, which is
+    /// closed. False, with errno set, when that fails, and for a mode that is not made of one of
+    /// "r", "w" and "a" and at most five of "+", "b", "t", "x", "c" and "e". Programs that the
+    /// process starts do not inherit the file.
+    bool open(const FND::String& name, const FND::String& mode);
+    /// Writes out what is buffered and closes the stream, if one is held.
+    void close();
+
+    /// Whether the stream is a pipe or socket, which may lack a reader; known of those that `open`
+    /// opened.
+    bool isPipe() const { return isPipe_; }
+
+private:
+    std::FILE* stream_ = nullptr;
+    bool isPipe_ = false;
+    std::unique_ptr<char[]> buffer_;  // of the stream, if it is that of a regular file
+};
+
+}  // namespace SCR

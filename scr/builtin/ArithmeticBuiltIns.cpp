@@ -1,0 +1,339 @@
+#include <limits>
+
+#include "scr/Operand.h"
+#include "scr/builtin/BuiltIn.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+namespace {
+
+using Unsigned = unsigned long;
+
+class LongArithmetic : public LongNode {};
+
+class DecimalArithmetic : public DecimalNode {};
+
+// Long arithmetic wraps around.
+struct LongAddition {
+    static long apply(long left, long right) {
+        return static_cast<long>(static_cast<Unsigned>(left) + static_cast<Unsigned>(right));
+    }
+};
+
+struct LongSubtraction {
+    static long apply(long left, long right) {
+        return static_cast<long>(static_cast<Unsigned>(left) - static_cast<Unsigned>(right));
+    }
+};
+
+struct LongMultiplication {
+    static long apply(long left, long right) {
+        return static_cast<long>(static_cast<Unsigned>(left) * static_cast<Unsigned>(right));
+    }
+};
+
+// Only called with a divisor other than 0.
+struct LongQuotient {
+    static long apply(long left, long right) {
+        // The smallest value has no positive counterpart: it wraps to itself.
+        if (right == -1) return LongSubtraction::apply(0, left);
+        return left / right;
+    }
+};
+
+struct LongRemainder {
+    static long apply(long left, long right) { return right == -1 ? 0 : left % right; }
+};
+
+template <class Operation, class Left, class Right>
+class LongBinary final : public LongArithmetic {
+public:
+    LongBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+
+    long result() override {
+        const long left = left_.value();
+        return Operation::apply(left, right_.value());
+    }
+
+private:
+    Left left_;
+    Right right_;
+};
+
+// Division and remainder evaluate the divisor first, and nothing else when it is 0.
+template <class Operation, class Left, class Right>
+class LongDivision final : public LongArithmetic {
+public:
+    LongDivision(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+
+    long result() override {
+        const long right = right_.value();
+        return right != 0 ? Operation::apply(left_.value(), right) : 0;
+    }
+
+private:
+    Left left_;
+    Right right_;
+};
+
+struct DecimalAddition {
+    static FND::Decimal apply(const FND::Decimal& left, const FND::Decimal& right) {
+        return left + right;
+    }
+};
+
+struct DecimalSubtraction {
+    static FND::Decimal apply(const FND::Decimal& left, const FND::Decimal& right) {
+        return left - right;
+    }
+};
+
+struct DecimalMultiplication {
+    static FND::Decimal apply(const FND::Decimal& left, const FND::Decimal& right) {
+        return left * right;
+    }
+};
+
+template <class Operation, class Left, class Right>
+class DecimalBinary final : public DecimalArithmetic {
+public:
+    DecimalBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+
+    const FND::Decimal& result() override {
+        const FND::Decimal left = left_.value();
+        result_ = Operation::apply(left, right_.value());
+        return result_;
+    }
+
+private:
+    Left left_;
+    Right right_;
+    FND::Decimal result_;
+};
+
+// Evaluates the divisor first, and nothing else when it is zero: then the quotient is 0.0.
+template <class Left, class Right>
+class DecimalQuotient final : public DecimalArithmetic {
+public:
+    DecimalQuotient(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+
+    const FND::Decimal& result() override {
+        const FND::Decimal right = right_.value();
+        result_ = right == FND_DECIMAL_NULL ? zeroS : left_.value() / right;
+        return result_;
+    }
+
+private:
+    static inline const FND::Decimal zeroS = FND::Decimal::fromString("0.0");
+
+    Left left_;
+    Right right_;
+    FND::Decimal result_;
+};
+
+class StringArithmetic : public StringNode {};
+
+template <class Left, class Right>
+class StringConcatenation final : public StringArithmetic {
+public:
+    StringConcatenation(Left left, Right right)
+        : left_(std::move(left)), right_(std::move(right)) {}
+
+    const FND::String& result() override {
+        const FND::String& left = left_.value();
+        const FND::String& right = right_.value();
+        result_.reserve(left.size() + right.size());
+        result_.assign(left);
+        result_.append(right);
+        return result_;
+    }
+
+private:
+    Left left_;
+    Right right_;
+    FND::String result_;
+};
+
+// For a right operand that may run script code, and with it change the left one's variable or this
+// very node's result.
+class HeldConcatenation final : public StringArithmetic {
+public:
+    HeldConcatenation(std::unique_ptr<Node> left, std::unique_ptr<Node> right)
+        : left_(std::move(left)), right_(std::move(right)) {}
+
+    const FND::String& result() override {
+        FND::String sum = left_.value();
+        sum += right_.value();
+        result_.swap(sum);
+        return result_;
+    }
+
+private:
+    AnyOperand<StringType> left_;
+    AnyOperand<StringType> right_;
+    FND::String result_;
+};
+
+// A factory that pops two operands and builds the instance of `NodeTemplate` for their kinds.
+template <class Type, template <class, class> class NodeTemplate>
+struct BinaryFactory {
+    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        auto right = stack.pop<Node>();
+        auto left = stack.pop<Node>();
+        return withOperands<Type>(
+            std::move(left), std::move(right), [](auto leftOperand, auto rightOperand) -> Node* {
+                return new NodeTemplate<decltype(leftOperand), decltype(rightOperand)>(
+                    std::move(leftOperand), std::move(rightOperand));
+            });
+    }
+};
+
+template <class Left, class Right>
+using LongSum = LongBinary<LongAddition, Left, Right>;
+template <class Left, class Right>
+using LongDifference = LongBinary<LongSubtraction, Left, Right>;
+template <class Left, class Right>
+using LongProduct = LongBinary<LongMultiplication, Left, Right>;
+template <class Left, class Right>
+using LongQuotientNode = LongDivision<LongQuotient, Left, Right>;
+template <class Left, class Right>
+using LongRemainderNode = LongDivision<LongRemainder, Left, Right>;
+template <class Left, class Right>
+using DecimalSum = DecimalBinary<DecimalAddition, Left, Right>;
+template <class Left, class Right>
+using DecimalDifference = DecimalBinary<DecimalSubtraction, Left, Right>;
+template <class Left, class Right>
+using DecimalProduct = DecimalBinary<DecimalMultiplication, Left, Right>;
+
+using LongAdd = BinaryFactory<LongType, LongSum>;
+using LongSub = BinaryFactory<LongType, LongDifference>;
+using LongMul = BinaryFactory<LongType, LongProduct>;
+using LongDiv = BinaryFactory<LongType, LongQuotientNode>;
+using LongMod = BinaryFactory<LongType, LongRemainderNode>;
+using DecimalAdd = BinaryFactory<DecimalType, DecimalSum>;
+using DecimalSub = BinaryFactory<DecimalType, DecimalDifference>;
+using DecimalMul = BinaryFactory<DecimalType, DecimalProduct>;
+using DecimalDiv = BinaryFactory<DecimalType, DecimalQuotient>;
+
+struct StringAdd {
+    static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
+        if (!stack.traits().isActive) {
+            return BinaryFactory<StringType, StringConcatenation>::factory(interpreter, stack,
+                                                                           descriptor);
+        }
+        auto right = stack.pop<Node>();
+        auto left = stack.pop<Node>();
+        return new HeldConcatenation(std::move(left), std::move(right));
+    }
+};
+
+class LongNegation final : public LongNode {
+public:
+    explicit LongNegation(std::unique_ptr<LongNode> operand) : operand_(std::move(operand)) {}
+
+    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        return new LongNegation(stack.pop<LongNode>());
+    }
+
+    long result() override { return LongSubtraction::apply(0, operand_->result()); }
+
+private:
+    const std::unique_ptr<LongNode> operand_;
+};
+
+class DecimalNegation final : public DecimalNode {
+public:
+    explicit DecimalNegation(std::unique_ptr<DecimalNode> operand) : operand_(std::move(operand)) {}
+
+    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        return new DecimalNegation(stack.pop<DecimalNode>());
+    }
+
+    const FND::Decimal& result() override {
+        result_ = -operand_->result();
+        return result_;
+    }
+
+private:
+    const std::unique_ptr<DecimalNode> operand_;
+    FND::Decimal result_;
+};
+
+constexpr BuiltIn arithmeticBuiltInsS[] = {
+    {.number = 7,
+     .signature = "Long Long+(Long left, Long right)",
+     .factory = LongAdd::factory,
+     .manual = "The sum. It wraps around when it does not fit in 64 bits.",
+     .example = "2 + 3 == 5"},
+    {.number = 8,
+     .signature = "Long Long*(Long left, Long right)",
+     .factory = LongMul::factory,
+     .manual = "The product. It wraps around when it does not fit in 64 bits.",
+     .example = "2 * 3 == 6"},
+    {.number = 9,
+     .signature = "Long Long-(Long left, Long right)",
+     .factory = LongSub::factory,
+     .manual = "The difference. It wraps around when it does not fit in 64 bits.",
+     .example = "2 - 3 == -1"},
+    {.number = 10,
+     .signature = "Long Long/(Long left, Long right)",
+     .factory = LongDiv::factory,
+     .manual = "The quotient, truncated toward zero. A divisor of 0 gives 0, and `left` is not "
+               "evaluated then.",
+     .example = "-7 / 2 == -3"},
+    {.number = 11,
+     .signature = "Long Long%(Long left, Long right)",
+     .factory = LongMod::factory,
+     .manual = "The remainder of the division, with the sign of `left`. A divisor of 0 gives 0, "
+               "and `left` is not evaluated then.",
+     .example = "-7 % 2 == -1"},
+    {.number = 12,
+     .signature = "Long LongNegation(Long operand)",
+     .factory = LongNegation::factory,
+     .manual = "Unary minus. The smallest Long stays itself.",
+     .example = "Long n = 3; -n == -3"},
+    {.number = 13,
+     .signature = "Decimal Decimal+(Decimal left, Decimal right)",
+     .factory = DecimalAdd::factory,
+     .manual = "The sum, exact when it fits in the digits of a Decimal, otherwise rounded half to "
+               "even.",
+     .example = "0.1 + 0.2 == 0.3"},
+    {.number = 14,
+     .signature = "Decimal Decimal*(Decimal left, Decimal right)",
+     .factory = DecimalMul::factory,
+     .manual = "The product, exact when it fits in the digits of a Decimal, otherwise rounded "
+               "half to even.",
+     .example = "1.5 * 1.5 == 2.25"},
+    {.number = 15,
+     .signature = "Decimal Decimal-(Decimal left, Decimal right)",
+     .factory = DecimalSub::factory,
+     .manual = "The difference, exact when it fits in the digits of a Decimal, otherwise rounded "
+               "half to even.",
+     .example = "0.3 - 0.1 == 0.2"},
+    {.number = 16,
+     .signature = "Decimal Decimal/(Decimal left, Decimal right)",
+     .factory = DecimalDiv::factory,
+     .manual = "The quotient, rounded half to even to the digits of a Decimal. A divisor of zero "
+               "gives 0.0, and `left` is not evaluated then.",
+     .example = "1.0 / 8 == 0.125"},
+    {.number = 17,
+     .signature = "Decimal DecimalNegation(Decimal operand)",
+     .factory = DecimalNegation::factory,
+     .manual = "Unary minus.",
+     .example = "Decimal d = 2.5; -d == -2.5"},
+    {.number = 18,
+     .signature = "String String+(String left, String right)",
+     .factory = StringAdd::factory,
+     .manual = "`left` followed by `right`.",
+     .example = R"("ab" + "c" == "abc")"},
+};
+
+}  // namespace
+
+std::span<const BuiltIn> arithmeticBuiltIns() { return arithmeticBuiltInsS; }
+
+}  // namespace SCR

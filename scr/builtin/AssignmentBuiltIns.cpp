@@ -1,0 +1,167 @@
+#include "scr/Operand.h"
+#include "scr/builtin/BuiltIn.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+namespace {
+
+// The store into a named variable. What it gives is what the variable holds after the store.
+template <class Type, class Operand>
+class VariableAssignment final : public Type::Node {
+public:
+    VariableAssignment(typename Type::Variable* target, Operand value)
+        : target_(&target->value()), value_(std::move(value)) {}
+
+    std::int32_t execute() override {
+        *target_ = value_.value();
+        return Node::goOn;
+    }
+
+    typename Type::Argument result() override {
+        *target_ = value_.value();
+        return *target_;
+    }
+
+private:
+    typename Type::Value* const target_;  // the variable's
+    Operand value_;
+};
+
+// The store into any other target. `Held` is how the value is kept while the target finds its
+// storage; `rereads` says whether reading the target again can be observed.
+template <class Type, class Held, bool rereads>
+class TargetAssignment final : public Type::Node {
+public:
+    TargetAssignment(std::unique_ptr<Node> target, std::unique_ptr<Node> value)
+        : target_(static_cast<typename Type::DataNode*>(target.release())),
+          value_(static_cast<typename Type::Node*>(value.release())) {}
+
+    std::int32_t execute() override {
+        if constexpr (rereads) {
+            result();
+        } else {
+            store();
+        }
+        return Node::goOn;
+    }
+
+    typename Type::Argument result() override {
+        if constexpr (std::is_same_v<Type, LongType>) {
+            return store();
+        } else {
+            store();
+            return target_->result();
+        }
+    }
+
+private:
+    // Gives the value stored; a reference only to what outlives the call.
+    std::conditional_t<Type::byReference, void, typename Type::Value> store() {
+        const Held value = value_->result();
+        target_->set(value);
+        if constexpr (!Type::byReference) return value;
+    }
+
+    const std::unique_ptr<typename Type::DataNode> target_;
+    const std::unique_ptr<typename Type::Node> value_;
+};
+
+template <class Type>
+class Assignment {
+public:
+    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        const bool isTargetActive = stack.traits(1).isActive;
+        auto value = stack.pop<Node>();
+        auto target = stack.pop<Node>();
+        if (auto* const variable = variableOf<Type>(*target)) {
+            return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
+                return new VariableAssignment<Type, decltype(operand)>(variable,
+                                                                       std::move(operand));
+            });
+        }
+        // A target that may run script code is evaluated again after the store, as its value is
+        // asked for, and may change what a reference to the value refers to.
+        if (isTargetActive) {
+            return new TargetAssignment<Type, typename Type::Value, true>(std::move(target),
+                                                                          std::move(value));
+        }
+        return new TargetAssignment<Type, typename Type::Argument, false>(std::move(target),
+                                                                          std::move(value));
+    }
+};
+
+// Gives the handle just stored; the sub-type stays the target's.
+class AdtAssignment final : public AdtNode {
+public:
+    AdtAssignment(std::unique_ptr<AdtDataNode> target, std::unique_ptr<AdtNode> value)
+        : target_(std::move(target)), value_(std::move(value)) {}
+
+    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        auto value = stack.pop<AdtNode>();
+        auto target = stack.pop<AdtDataNode>();
+        return new AdtAssignment(std::move(target), std::move(value));
+    }
+
+    long result() override {
+        const long value = value_->result();
+        target_->set(value);
+        return value;
+    }
+
+    const FND::String& subType() const override { return target_->subType(); }
+
+private:
+    const std::unique_ptr<AdtDataNode> target_;
+    const std::unique_ptr<AdtNode> value_;
+};
+
+constexpr std::string_view assignmentS =
+    "Assigns `value` to `target` and gives what `target` holds then.";
+
+constexpr BuiltIn assignmentBuiltInsS[] = {
+    {.number = 1,
+     .signature = "Long Long=(out Long target, Long value)",
+     .factory = Assignment<LongType>::factory,
+     .manual = "Assigns `value` to `target` and gives `value`.",
+     .example = "Long n; (n = 5) == 5"},
+    {.number = 2,
+     .signature = "Adt Adt=(out Adt target, Adt value)",
+     .factory = AdtAssignment::factory,
+     .manual = "Assigns a handle of an extension's data type and gives it; the name of the data "
+               "type stays that of `target`.",
+     .example = "Ebuf a; Ebuf b; a = b; true"},
+    {.number = 3,
+     .signature = "String String=(out String target, String value)",
+     .factory = Assignment<StringType>::factory,
+     .manual = assignmentS,
+     .example = R"(String s; (s = "x") == "x")"},
+    {.number = 4,
+     .signature = "Decimal Decimal=(out Decimal target, Decimal value)",
+     .factory = Assignment<DecimalType>::factory,
+     .manual = assignmentS,
+     .example = "Decimal d; (d = 1.5) == 1.5"},
+    {.number = 5,
+     .signature = "Date Date=(out Date target, Date value)",
+     .factory = Assignment<DateType>::factory,
+     .manual = assignmentS,
+     .example = "Date d; (d = MAX_DATE) == MAX_DATE"},
+    {.number = 6,
+     .signature = "Nexid Nexid=(out Nexid target, Nexid value)",
+     .factory = Assignment<NexidType>::factory,
+     .manual = assignmentS,
+     .example = "Nexid n; (n = INVALID_NEXID) == INVALID_NEXID"},
+    {.number = 90,
+     .signature = "Bool Bool=(out Bool target, Bool value)",
+     .factory = Assignment<BoolType>::factory,
+     .manual = assignmentS,
+     .example = "Bool b; (b = true) == true"},
+};
+
+}  // namespace
+
+std::span<const BuiltIn> assignmentBuiltIns() { return assignmentBuiltInsS; }
+
+}  // namespace SCR

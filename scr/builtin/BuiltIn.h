@@ -1,0 +1,72 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "scr/FctDescr.h"
+
+namespace SCR {
+
+/// What a built-in does to the world outside the script. Sandboxes, the manual and the checks of
+/// scripts read it from the table of built-ins. Values combine with `|`.
+enum class Effect : unsigned {
+    None = 0,
+    ReadsFiles = 1,
+    WritesFiles = 2,
+    Shell = 4,
+    Environment = 8,
+    Clock = 16,
+    Sleep = 32,
+    StandardOutput = 64,
+    Mutex = 128,
+};
+
+constexpr Effect operator|(Effect a, Effect b) {
+    return static_cast<Effect>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
+}
+
+/// Whether `effects` holds `effect`, or any of several.
+constexpr bool has(Effect effects, Effect effect) {
+    return (static_cast<unsigned>(effects) & static_cast<unsigned>(effect)) != 0;
+}
+
+/// One row of the table of built-ins: a function or an operator, with its manual.
+struct BuiltIn {
+    /// The place in the joined table, from 1; it never changes.
+    int number = 0;
+    /// "Type name(Type name, out Type name, constant Type name, [Type name, ...])": `out` marks an
+    /// assignable variable, `constant` a constant expression, brackets what may be left out, and a
+    /// final "..." any number of further arguments. An operator's name ends in its sign.
+    std::string_view signature;
+    FctDescr::Factory factory = nullptr;
+    Effect effects = Effect::None;
+    /// Whether it changes a container that is passed to it.
+    bool changesContainer = false;
+    /// What it does, for the manual: sentences in Markdown.
+    std::string_view manual;
+    /// A condition that holds, or statements, run by the tests.
+    std::string_view example;
+};
+
+/// The name, types and counts that a signature declares, as a descriptor.
+std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn);
+
+/// The families; each is defined in the file of its name.
+std::span<const BuiltIn> assignmentBuiltIns();
+std::span<const BuiltIn> arithmeticBuiltIns();
+std::span<const BuiltIn> comparisonBuiltIns();
+std::span<const BuiltIn> containerBuiltIns();
+std::span<const BuiltIn> stringBuiltIns();
+std::span<const BuiltIn> searchBuiltIns();
+std::span<const BuiltIn> decodeBuiltIns();
+std::span<const BuiltIn> numberBuiltIns();
+std::span<const BuiltIn> dateBuiltIns();
+std::span<const BuiltIn> fileBuiltIns();
+std::span<const BuiltIn> systemBuiltIns();
+std::span<const BuiltIn> identifierBuiltIns();
+
+/// All rows of all families in the order of their numbers. Built once; any thread.
+std::span<const BuiltIn* const> builtIns();
+
+}  // namespace SCR

@@ -1,0 +1,253 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "scr/FctDescr.h"
+#include "scr/FileData.h"
+#include "scr/Interpreter.h"
+#include "scr/Types.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+// Operand types of a built-in beside the value types of the language and the containers
+// `SCR::Array` and `SCR::Hash`.
+
+/// An argument that may be left out.
+template <class Type>
+struct Optional {};
+
+/// A variable that the built-in writes.
+template <class Type>
+struct Out {};
+
+/// A File variable.
+struct FileType {};
+
+/// The result type of a built-in without a value.
+struct VoidType {
+    using Node = VoidNode;
+};
+
+/// How a built-in node holds one operand. `Argument` is what `value` receives; `Held` keeps it over
+/// the evaluation of later operands that may change what a reference refers to.
+template <class Type>
+struct OperandSlot {
+    using Node = typename Type::Node;
+    using Argument = typename Type::Argument;
+    using Held = typename Type::Value;
+
+    Argument evaluate() { return node->result(); }
+    static Argument argument(Held& held) { return held; }
+
+    std::unique_ptr<Node> node;
+};
+
+/// An argument left out is an empty optional, or for types passed by reference a null pointer.
+template <class Type>
+struct OperandSlot<Optional<Type>> {
+    using Node = typename Type::Node;
+    using Value = typename Type::Value;
+    using Argument = std::conditional_t<Type::byReference, const Value*, std::optional<Value>>;
+    using Held = std::optional<Value>;
+
+    Argument evaluate() {
+        if constexpr (Type::byReference) {
+            return node ? &node->result() : nullptr;
+        } else {
+            return node ? Argument(node->result()) : std::nullopt;
+        }
+    }
+    Held hold() { return node ? Held(node->result()) : std::nullopt; }
+    static Argument argument(Held& held) {
+        if constexpr (Type::byReference) {
+            return held ? &*held : nullptr;
+        } else {
+            return held;
+        }
+    }
+
+    std::unique_ptr<Node> node;
+};
+
+template <class Type>
+struct OperandSlot<Out<Type>> {
+    using Node = typename Type::DataNode;
+    using Argument = Node&;
+    using Held = Node*;
+
+    Argument evaluate() { return *node; }
+    Held hold() { return node.get(); }
+    static Argument argument(Held& held) { return *held; }
+
+    std::unique_ptr<Node> node;
+};
+
+/// A null pointer when the argument is left out.
+template <class Type>
+struct OperandSlot<Optional<Out<Type>>> {
+    using Node = typename Type::DataNode;
+    using Argument = Node*;
+    using Held = Node*;
+
+    Argument evaluate() { return node.get(); }
+    Held hold() { return node.get(); }
+    static Argument argument(Held& held) { return held; }
+
+    std::unique_ptr<Node> node;
+};
+
+template <>
+struct OperandSlot<FileType> {
+    using Node = FileData;
+    using Argument = FileData&;
+    using Held = FileData*;
+
+    Argument evaluate() { return *node; }
+    Held hold() { return node.get(); }
+    static Argument argument(Held& held) { return *held; }
+
+    std::unique_ptr<Node> node;
+};
+
+/// Null when there is no container, as for an element under a negative index.
+template <class Container, class ContainerNode>
+struct ContainerSlot {
+    using Node = ContainerNode;
+    using Argument = Container*;
+    using Held = Container*;
+
+    Argument evaluate() { return node->result(); }
+    static Argument argument(Held& held) { return held; }
+
+    std::unique_ptr<Node> node;
+};
+
+template <>
+struct OperandSlot<Array> : ContainerSlot<Array, ArrayNode> {};
+
+template <>
+struct OperandSlot<Hash> : ContainerSlot<Hash, HashNode> {};
+
+template <class Derived, class Signature>
+class BuiltInNode;
+
+/// The node of a built-in: holds the operands, evaluates them left to right and calls
+/// `Derived::value(interpreter, arguments...)`, a static function or a member. One that gives a
+/// String is called with the string to fill as well, `value(interpreter, result, arguments...)`,
+/// which holds the node's last result: it is to be replaced, and reusing its room spares
+/// allocations. No argument refers to it.
+///
+/// An argument passed by reference stays what it was when it was evaluated, even if a later operand
+/// runs script code that assigns to its variable.
+template <class Derived, class Result, class... Operands>
+class BuiltInNode<Derived, Result(Operands...)> : public Result::Node {
+public:
+    /// The factory for descriptors.
+    static Node* factory(Interpreter& interpreter, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        return build(interpreter, stack).release();
+    }
+
+    decltype(std::declval<typename Result::Node>().result()) result() final {
+        if (holdsOperands_) [[unlikely]]
+            return resultOfHeld();
+        return std::apply(
+            [this](auto&... slots) -> decltype(auto) {
+                const std::tuple<typename OperandSlot<Operands>::Argument...> arguments{
+                    slots.evaluate()...};  // braces: left to right
+                return std::apply(
+                    [this](auto&&... argument) -> decltype(auto) {
+                        return this->finish(std::forward<decltype(argument)>(argument)...);
+                    },
+                    arguments);
+            },
+            slots_);
+    }
+
+protected:
+    /// A node with its operands popped from the stack; for factories of the derived class's own.
+    static std::unique_ptr<Derived> build(Interpreter& interpreter, ParserStack& stack) {
+        auto node = std::make_unique<Derived>();
+        node->interpreter_ = &interpreter;
+        node->popOperands(stack, std::index_sequence_for<Operands...>());
+        return node;
+    }
+
+    Interpreter& interpreter() const { return *interpreter_; }
+
+    /// The node of operand `index`.
+    template <std::size_t index>
+    auto& operand() {
+        return *std::get<index>(slots_).node;
+    }
+
+private:
+    using Value = std::remove_cvref_t<decltype(std::declval<typename Result::Node>().result())>;
+    static constexpr bool isReference =
+        std::is_reference_v<decltype(std::declval<typename Result::Node>().result())>;
+    struct NoValue {};
+    using Stored = std::conditional_t<isReference, Value, NoValue>;
+
+    template <class... Arguments>
+    decltype(auto) finish(Arguments&&... arguments) {
+        if constexpr (!isReference) {
+            return static_cast<Derived*>(this)->value(*interpreter_, arguments...);
+        } else if constexpr (std::is_same_v<Value, FND::String>) {
+            static_cast<Derived*>(this)->value(*interpreter_, result_, arguments...);
+            return static_cast<const Value&>(result_);
+        } else {
+            result_ = static_cast<Derived*>(this)->value(*interpreter_, arguments...);
+            return static_cast<const Value&>(result_);
+        }
+    }
+
+    template <class Slot>
+    static typename Slot::Held hold(Slot& slot) {
+        if constexpr (requires { slot.hold(); }) {
+            return slot.hold();
+        } else {
+            return slot.evaluate();
+        }
+    }
+
+    [[gnu::noinline]] decltype(auto) resultOfHeld() {
+        return std::apply(
+            [this](auto&... slots) -> decltype(auto) {
+                std::tuple<typename OperandSlot<Operands>::Held...> held{hold(slots)...};
+                return std::apply(
+                    [this](auto&... value) -> decltype(auto) {
+                        return this->finish(OperandSlot<Operands>::argument(value)...);
+                    },
+                    held);
+            },
+            slots_);
+    }
+
+    template <std::size_t... indices>
+    void popOperands(ParserStack& stack, std::index_sequence<indices...> /*indices*/) {
+        [[maybe_unused]] const auto given = static_cast<std::size_t>(stack.topNumParams());
+        constexpr std::size_t count = sizeof...(indices);
+        // Last operand first.
+        (popOperand<count - 1 - indices>(stack, given), ...);
+    }
+
+    template <std::size_t index>
+    void popOperand(ParserStack& stack, std::size_t given) {
+        if (index >= given) return;
+        auto& slot = std::get<index>(slots_);
+        if (index > 0 && stack.traits().isActive) holdsOperands_ = true;
+        slot.node = stack.pop<typename std::remove_reference_t<decltype(slot)>::Node>();
+    }
+
+    Interpreter* interpreter_ = nullptr;  // not owned; outlives the node
+    std::tuple<OperandSlot<Operands>...> slots_;
+    [[no_unique_address]] Stored result_{};
+    bool holdsOperands_ = false;  // a later operand may run script code
+};
+
+}  // namespace SCR

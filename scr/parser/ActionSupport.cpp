@@ -1,0 +1,116 @@
+#include "scr/parser/ActionSupport.h"
+
+#include "scr/ContainerAccess.h"
+#include "scr/FctDescr.h"
+#include "scr/FileData.h"
+#include "scr/FunctionCall.h"
+#include "scr/Interpreter.h"
+#include "scr/Statement.h"
+#include "scr/VariableAccess.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/CustomLexer.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+namespace SCR {
+
+void recordPlace(const Node* node) {
+    const CustomLexer& lexer = *parseContextG->lexer;
+    actInterpreterG->places().add(node, lexer.fileName(), lexer.line());
+}
+
+bool openBlock(std::unique_ptr<Node> block, const FND::String& failure) {
+    if (actInterpreterG->statementDepth() > actInterpreterG->nestingLimit()) {
+        return SCR_YaccError(Messages::nestedTooDeep);
+    }
+    recordPlace(block.get());
+    if (!actInterpreterG->pushStatement(block.get())) return SCR_YaccError(failure);
+    block.release();
+    return true;
+}
+
+bool appendStatement(std::unique_ptr<Node> statement) {
+    recordPlace(statement.get());
+    if (!actInterpreterG->addStatement(statement.get())) {
+        return SCR_YaccError(Messages::statementNotAdded);
+    }
+    statement.release();
+    return true;
+}
+
+std::unique_ptr<Node> popExpressionStatement() {
+    const int type = stackG->popType();
+    auto node = stackG->pop<Node>();
+    if (Node::baseType(type) == TypeCode::File) return std::make_unique<StatementList>();
+    return node;
+}
+
+std::unique_ptr<BoolNode> popCondition(const FND::String& place) {
+    const int type = stackG->popType();
+    auto node = stackG->pop<Node>();
+    if (Node::baseType(type) != TypeCode::Bool) {
+        SCR_YaccError(Messages::conditionType(type, place));
+        return nullptr;
+    }
+    return std::unique_ptr<BoolNode>(static_cast<BoolNode*>(node.release()));
+}
+
+bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits) {
+    if (++traits.depth > actInterpreterG->nestingLimit()) {
+        return SCR_YaccError(Messages::nestedTooDeep);
+    }
+    stackG->pushData(node.release(), typeWord, traits);
+    return true;
+}
+
+bool bindOperator(const FND::String& name, int count, const std::function<FND::String()>& missing) {
+    Variable* const found = actInterpreterG->getVariable(mainModuleG, name);
+    if (found == nullptr) return SCR_YaccError(missing());
+    if (Node::baseType(found->dataType()) != TypeCode::Function) {
+        return SCR_YaccError(Messages::operatorNotCallable(name));
+    }
+    const auto* descriptor = static_cast<const FctDescr*>(found);
+    stackG->pushFunction(descriptor);
+    stackG->pushNumParams(count);
+    const bool isBound = descriptor->create(*actInterpreterG, *stackG);
+    stackG->popFunction();
+    stackG->popNumParams();
+    return isBound;
+}
+
+std::unique_ptr<Node> accessNode(Variable* variable) {
+    switch (Node::baseType(variable->dataType())) {
+        case TypeCode::Long:
+            return std::make_unique<LongVariableAccess>(static_cast<LongVariable*>(variable));
+        case TypeCode::Decimal:
+            return std::make_unique<DecimalVariableAccess>(static_cast<DecimalVariable*>(variable));
+        case TypeCode::String:
+            return std::make_unique<StringVariableAccess>(static_cast<StringVariable*>(variable));
+        case TypeCode::Date:
+            return std::make_unique<DateVariableAccess>(static_cast<DateVariable*>(variable));
+        case TypeCode::Bool:
+            return std::make_unique<BoolVariableAccess>(static_cast<BoolVariable*>(variable));
+        case TypeCode::Nexid:
+            return std::make_unique<NexidVariableAccess>(static_cast<NexidVariable*>(variable));
+        case TypeCode::Adt:
+            return std::make_unique<AdtVariableAccess>(static_cast<AdtVariable*>(variable));
+        case TypeCode::Array:
+            return std::make_unique<ArrayVariableAccess>(static_cast<Array*>(variable));
+        case TypeCode::Hash:
+            return std::make_unique<HashVariableAccess>(static_cast<Hash*>(variable));
+        case TypeCode::File:
+            return std::make_unique<FileData>(static_cast<FileVariable*>(variable));
+        case TypeCode::Function:
+            return std::make_unique<FctCallNode>(static_cast<const FctDescr*>(variable));
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace SCR
+
+void SCR_parserError(SCR::CustomLexer& lexer, std::string_view message) {
+    const bool isSyntax = message == "syntax error";
+    SCR::YaccError(isSyntax ? SCR::Messages::parseError : SCR::Messages::nestedTooDeep, &lexer);
+}

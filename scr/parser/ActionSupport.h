@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+
+#include "scr/Node.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+class Variable;
+
+/// What the parser actions share.
+
+/// Records the place of `node` as the one that the lexer has reached.
+void recordPlace(const Node* node);
+
+/// Adds `block` to the innermost open block and opens it, or reports `failure` and destroys it.
+/// Refuses blocks nested too deep.
+bool openBlock(std::unique_ptr<Node> block, const FND::String& failure);
+
+/// Adds a statement to the innermost open block, or reports and destroys it.
+bool appendStatement(std::unique_ptr<Node> statement);
+
+/// Pops an expression that is to be executed for its effect; never null. What has no effect and no
+/// `execute` of its own, a File variable, gives an empty statement.
+std::unique_ptr<Node> popExpressionStatement();
+
+/// Pops the condition of the construct that `place` names; null after a report when it is no Bool.
+std::unique_ptr<BoolNode> popCondition(const FND::String& place);
+
+/// Pushes a node with a type word; the traits are those of a node of its own height on top of its
+/// operands'. Refuses trees nested too deep.
+bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits);
+
+/// Binds the descriptor named `name` to the `count` topmost operands. When there is none, reports
+/// what `missing` gives.
+bool bindOperator(const FND::String& name, int count, const std::function<FND::String()>& missing);
+
+/// An access node for `variable`, or null when its type has none.
+std::unique_ptr<Node> accessNode(Variable* variable);
+
+}  // namespace SCR

@@ -1,0 +1,122 @@
+#include <vector>
+
+#include "scr/FctDescr.h"
+#include "scr/FunctionCall.h"
+#include "scr/Interpreter.h"
+#include "scr/parser/ActionSupport.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+namespace SCR {
+
+namespace {
+
+using Bindings = FunctionCall::Bindings;
+
+template <class Call>
+std::unique_ptr<Node> makeCall(Bindings bindings, RunControl& control, Function* function) {
+    auto call = std::make_unique<Call>(std::move(bindings), &control);
+    call->function(function);
+    return call;
+}
+
+using MakeCall = std::unique_ptr<Node> (*)(Bindings, RunControl&, Function*);
+
+// How a call of a function of the given return type is made, or null.
+MakeCall callMaker(int returnType) {
+    switch (returnType) {
+        case TypeCode::Void:
+            return makeCall<VoidFunctionCall>;
+        case TypeCode::String:
+            return makeCall<StringFunctionCall>;
+        case TypeCode::Long:
+            return makeCall<LongFunctionCall>;
+        case TypeCode::Adt:
+            return makeCall<AdtFunctionCall>;
+        case TypeCode::Decimal:
+            return makeCall<DecimalFunctionCall>;
+        case TypeCode::Date:
+            return makeCall<DateFunctionCall>;
+        case TypeCode::Bool:
+            return makeCall<BoolFunctionCall>;
+        case TypeCode::Nexid:
+            return makeCall<NexidFunctionCall>;
+        default:
+            return nullptr;
+    }
+}
+
+// An argument on its way from the parser stack into the assignment to its parameter.
+struct Argument {
+    std::unique_ptr<Node> node;
+    OperandTraits traits;
+};
+
+// The assignment of `argument` to the parameter `variable`; null after a report.
+std::unique_ptr<Node> bindArgument(ParserStack& stack, Variable* variable, Argument argument) {
+    const int type = variable->dataType();
+    std::unique_ptr<Node> access = accessNode(variable);
+    stack.pushData(access.release(), type);
+    stack.pushData(argument.node.release(), Node::baseType(type), argument.traits);
+    if (!SCR_expression("=")) return nullptr;
+    stack.popType();
+    return stack.pop<Node>();
+}
+
+}  // namespace
+
+}  // namespace SCR
+
+using namespace SCR;
+
+bool SCR_functionCall() {
+    const int type = stackG->popType();
+    const auto callee = stackG->pop<Node>();
+    if (Node::baseType(type) != TypeCode::Function)
+        return SCR_YaccError(Messages::notCallable(type));
+    const FctDescr* const descriptor = static_cast<const FctCallNode&>(*callee).descriptor();
+    if (descriptor == nullptr) return SCR_YaccError(Messages::noDescription);
+    stackG->pushFunction(descriptor);
+    stackG->pushNumParams(0);
+    return true;
+}
+
+void SCR_countParameter() { stackG->incTopNumParams(); }
+
+bool SCR_endFunctionCall() {
+    if (!stackG->topFunction()->create(*actInterpreterG, *stackG)) return false;
+    stackG->popFunction();
+    stackG->popNumParams();
+    recordPlace(stackG->data());
+    return true;
+}
+
+Node* SCR_functionCallFactory(Interpreter& interpreter, ParserStack& stack,
+                              const FctDescr& descriptor) {
+    Function* const function = interpreter.getFunction(descriptor.name());
+    if (function == nullptr) {
+        SCR_YaccError(Messages::unknownFunction(descriptor.signature()));
+        return nullptr;
+    }
+    const std::vector<FND::String>& names = function->parameterNames();
+    std::vector<Argument> arguments(names.size());
+    for (auto argument = arguments.rbegin(); argument != arguments.rend(); ++argument) {
+        argument->traits = stack.traits();
+        argument->node = stack.pop<Node>();
+    }
+    Bindings bindings;
+    bindings.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        Variable* const parameter = function->getIdentifier(names[i]);
+        bindings.push_back(bindArgument(stack, parameter, std::move(arguments[i])));
+        if (!bindings.back()) return nullptr;
+    }
+    const MakeCall makeCall = callMaker(descriptor.returnType());
+    if (makeCall == nullptr) {
+        SCR_YaccError(Messages::unsupportedReturnType(descriptor.returnType()));
+        return nullptr;
+    }
+    return makeCall(std::move(bindings), interpreter.runControl(), function).release();
+}

@@ -1,0 +1,178 @@
+#include "scr/Array.h"
+#include "scr/FctDescr.h"
+#include "scr/Function.h"
+#include "scr/Hash.h"
+#include "scr/Interpreter.h"
+#include "scr/Types.h"
+#include "scr/parser/ActionSupport.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/CustomLexer.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+namespace SCR {
+
+namespace {
+
+// A variable of the declarable type `name`, or null.
+std::unique_ptr<Variable> makeVariable(std::string_view name) {
+    if (name == "Long") return std::make_unique<LongVariable>();
+    if (name == "String") return std::make_unique<StringVariable>();
+    if (name == "Decimal") return std::make_unique<DecimalVariable>();
+    if (name == "Bool") return std::make_unique<BoolVariable>();
+    if (name == "Date") return std::make_unique<DateVariable>();
+    if (name == "File") return std::make_unique<FileVariable>();
+    if (name == "Nexid") return std::make_unique<NexidVariable>();
+    if (name == "Nxid" || name == "Ebuf" || name == "Flist" || name == "Iterator") {
+        auto variable = std::make_unique<AdtVariable>();
+        variable->subType(FND::String(name));
+        return variable;
+    }
+    return nullptr;
+}
+
+// Declares `variable` in the innermost block, or reports `taken` and destroys it.
+bool declare(const FND::String& name, std::unique_ptr<Variable> variable,
+             const FND::String& taken) {
+    if (!actInterpreterG->addIdentifier(name, variable.get())) return SCR_YaccError(taken);
+    variable.release();
+    return true;
+}
+
+// A constant variable of the value that `node` gives.
+template <class Type>
+std::unique_ptr<Variable> constantOf(Node& node) {
+    return std::make_unique<typename Type::Variable>(
+        static_cast<typename Type::Node&>(node).result(), true);
+}
+
+using MakeConstant = std::unique_ptr<Variable> (*)(Node&);
+
+// How a constant of the type `code` is made; null when constants of it can not be declared.
+MakeConstant constantMaker(int code) {
+    switch (code) {
+        case TypeCode::String:
+            return constantOf<StringType>;
+        case TypeCode::Decimal:
+            return constantOf<DecimalType>;
+        case TypeCode::Bool:
+            return constantOf<BoolType>;
+        case TypeCode::Long:
+            return constantOf<LongType>;
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
+
+}  // namespace SCR
+
+using namespace SCR;
+
+void SCR_startModifiers() { parseContextG->modifiers.clear(); }
+
+bool SCR_addModifier(char modifier) {
+    FND::String& modifiers = parseContextG->modifiers;
+    if (static_cast<int>(modifiers.size()) >= actInterpreterG->nestingLimit()) {
+        return SCR_YaccError(Messages::nestedTooDeep);
+    }
+    modifiers += modifier;
+    return true;
+}
+
+bool SCR_declareVariable(std::string_view typeName, std::string_view identifier) {
+    return SCR_variableDeclaration(typeName, identifier, parseContextG->modifiers);
+}
+
+bool SCR_variableDeclaration(std::string_view typeName, std::string_view identifier,
+                             std::string_view modifiers) {
+    std::unique_ptr<Variable> variable = makeVariable(typeName);
+    if (!variable) return SCR_YaccError(Messages::unknownDatatype(FND::String(typeName)));
+    for (auto modifier = modifiers.rbegin(); modifier != modifiers.rend(); ++modifier) {
+        if (*modifier == 'A') {
+            variable = std::make_unique<Array>(variable.release());
+        } else if (*modifier == 'H') {
+            variable = std::make_unique<Hash>(variable.release());
+        } else {
+            return SCR_YaccError(Messages::unknownModifier);
+        }
+    }
+    const FND::String name(identifier);
+    if (!actInterpreterG->addIdentifier(name, variable.get())) {
+        return SCR_YaccError(Messages::identifierDefined(name));
+    }
+    variable.release();
+    return true;
+}
+
+bool SCR_initialise() { return SCR_expression("=") && SCR_createVoidCallStatement(); }
+
+bool SCR_constDeclaration(std::string_view typeName, std::string_view identifier) {
+    const FND::String declared(typeName);
+    const FND::String name(identifier);
+    const MakeConstant makeConstant = constantMaker(Node::typeIdForName(declared));
+    if (makeConstant == nullptr) return SCR_YaccError(Messages::constTypeNotSupported(declared));
+    const int type = stackG->popType();
+    const auto value = stackG->pop<Node>();
+    if (!Node::isConst(type)) return SCR_YaccError(Messages::expectedConstant(name));
+    if (Node::baseType(type) != Node::typeIdForName(declared)) {
+        return SCR_YaccError(Messages::wrongConstant(declared, type));
+    }
+    return declare(name, makeConstant(*value), Messages::constIdentifierDefined(name));
+}
+
+bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view name) {
+    if (actInterpreterG->statementDepth() > 1) return SCR_YaccError(Messages::nestedFunction);
+    const FND::String functionName(name);
+    const int type = Node::typeIdForName(FND::String(returnType));
+    auto descriptor = std::make_unique<FctDescr>(functionName, type, 0, 0, SCR_functionCallFactory);
+    FctDescr* const declared = descriptor.get();
+    if (!declare(functionName, std::move(descriptor), Messages::functionDefined(functionName))) {
+        return false;
+    }
+    stackG->pushFunction(declared);
+    stackG->pushNumParams(0);
+    auto function = std::make_unique<Function>();
+    if (!actInterpreterG->pushFunction(functionName, function.get())) {
+        return SCR_YaccError(Messages::functionDefined(functionName));
+    }
+    parseContextG->function = function.release();
+    parseContextG->functionDescriptor = declared;
+    ++parseContextG->declaredFunctions;
+    if (type == TypeCode::Void) {
+        parseContextG->function->startParameters();
+        return true;
+    }
+    return SCR_variableDeclaration(returnType, Function::retValNameCM, "");
+}
+
+bool SCR_functionAddParameters() {
+    Function& function = *parseContextG->function;
+    const FND::String& name = parseContextG->functionDescriptor->name();
+    Variable* const found = actInterpreterG->getVariable("", name);
+    if (found == nullptr || found->dataType() != TypeCode::Function) {
+        return SCR_YaccError(Messages::unknownFunction(name));
+    }
+    auto* descriptor = static_cast<FctDescr*>(found);
+    for (const FND::String& parameter : function.parameterNames()) {
+        descriptor->addArg(Node::baseType(function.getIdentifier(parameter)->dataType()));
+    }
+    function.closeParameters();
+    return true;
+}
+
+bool SCR_endFunctionDeclaration() {
+    const Function& function = *parseContextG->function;
+    if (!actInterpreterG->popStatement()) return SCR_YaccError(Messages::blockNotPopped);
+    const FctDescr* const descriptor = stackG->popFunction();
+    stackG->popNumParams();
+    --parseContextG->declaredFunctions;
+    parseContextG->function = nullptr;
+    parseContextG->functionDescriptor = nullptr;
+    if (descriptor->returnType() != TypeCode::Void && !function.returnsResult()) {
+        SCR_YaccError(Messages::possibleMissingReturn(descriptor->signature()));
+    }
+    return true;
+}

@@ -1,0 +1,206 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "scr/Constant.h"
+#include "scr/ContainerAccess.h"
+#include "scr/FctDescr.h"
+#include "scr/Interpreter.h"
+#include "scr/parser/ActionSupport.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/CustomLexer.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+namespace SCR {
+
+namespace {
+
+// The functions, supplied by hosts, whose first argument is the name of a field when it is an
+// identifier.
+constexpr std::array<std::string_view, 19> fieldFunctionsS{"edrString",
+                                                           "edrLong",
+                                                           "edrDate",
+                                                           "edrDecimal",
+                                                           "edrNew",
+                                                           "edrAddDatablock",
+                                                           "edrNumDatablocks",
+                                                           "edrDatablockIsValid",
+                                                           "edrConnectToken",
+                                                           "edrFieldConnectInfo",
+                                                           "edrFieldTokenBytePos",
+                                                           "edrDeleteField",
+                                                           "edrDeleteDatablock",
+                                                           "edrMissingInput",
+                                                           "edrEmptyInput",
+                                                           "edrInputState",
+                                                           "edrInternalState",
+                                                           "edrNexid",
+                                                           "edrArrayIndex"};
+
+// Whether an identifier read now is the first argument of an open call of a field function.
+bool isFieldAlias() {
+    if (stackG->numFunctions() <= parseContextG->declaredFunctions) return false;
+    if (stackG->topNumParams() != 0) return false;
+    const FND::String& name = stackG->topFunction()->name();
+    if (!name.starts_with("edr")) return false;
+    return std::find(fieldFunctionsS.begin(), fieldFunctionsS.end(), name) != fieldFunctionsS.end();
+}
+
+void pushConstant(std::unique_ptr<Node> constant, int typeCode) {
+    stackG->pushData(constant.release(), typeCode | TypeCode::ConstFlag);
+}
+
+// Reports an operand that is no `expected`; true when it is one.
+bool checkOperand(int expected, int actual) {
+    if (Node::baseType(actual) == expected) return true;
+    return SCR_YaccError(Messages::expectedType(expected, actual));
+}
+
+// Replaces a container and the index or key above it by an access to the element.
+template <class Container, class Index, class Access>
+bool accessElement(int containerCode, int indexCode, Access access) {
+    const int indexType = stackG->popType();
+    const int containerType = stackG->popType();
+    if (!checkOperand(containerCode, containerType) || !checkOperand(indexCode, indexType)) {
+        return false;
+    }
+    OperandTraits traits = stackG->traits(0);
+    traits.isActive = traits.isActive || stackG->traits(1).isActive;
+    traits.depth = std::max(traits.depth, stackG->traits(1).depth);
+    auto index = stackG->pop<Index>();
+    auto container = stackG->pop<Container>();
+    const int elementType = container->containerType();
+    std::unique_ptr<Node> element =
+        access(*actInterpreterG, std::move(container), std::move(index));
+    if (!element) return SCR_YaccError(Messages::noElementAccess(elementType));
+    return pushNested(std::move(element), elementType, traits);
+}
+
+}  // namespace
+
+}  // namespace SCR
+
+using namespace SCR;
+
+void SCR_splitModuleIdentifier(std::string_view text, FND::String& module, FND::String& name) {
+    const std::size_t separator = text.find("::");
+    if (separator == std::string_view::npos) {
+        module.clear();
+        name.assign(text);
+    } else {
+        module.assign(text.substr(0, separator));
+        name.assign(text.substr(separator + 2));
+    }
+}
+
+bool SCR_identifier(std::string_view text) {
+    SCR_splitModuleIdentifier(text, parseContextG->module, parseContextG->name);
+    return SCR_identifier(parseContextG->module, parseContextG->name);
+}
+
+bool SCR_identifier(const FND::String& module, const FND::String& name) {
+    if (isFieldAlias()) {
+        const FND::String field = module.empty() ? name : module + "::" + name;
+        stackG->pushData(new StringConstant(field), TypeCode::EdrAlias);
+        return true;
+    }
+    Variable* const variable = actInterpreterG->getVariable(module, name);
+    if (variable == nullptr) return SCR_YaccError(Messages::unknownIdentifier(module, name));
+    std::unique_ptr<Node> access = accessNode(variable);
+    if (!access) return SCR_YaccError(Messages::unknownIdentifierType(name));
+    stackG->pushData(access.release(), variable->dataType());
+    return true;
+}
+
+bool SCR_longConstant(std::string_view text) {
+    long value = 0;
+    if (std::from_chars(text.data(), text.data() + text.size(), value).ec != std::errc()) {
+        return SCR_YaccError(Messages::illegalLong(FND::String(text)));
+    }
+    pushConstant(std::make_unique<LongConstant>(value), TypeCode::Long);
+    return true;
+}
+
+bool SCR_decimalConstant(std::string_view text) {
+    const FND::Decimal value = FND::Decimal::fromString(text);
+    if (!value.isValid()) return SCR_YaccError(Messages::illegalDecimal(FND::String(text)));
+    pushConstant(std::make_unique<DecimalConstant>(value), TypeCode::Decimal);
+    return true;
+}
+
+bool SCR_boolConstant(std::string_view text) {
+    pushConstant(std::make_unique<BoolConstant>(text == "true"), TypeCode::Bool);
+    return true;
+}
+
+void SCR_startLiteral(std::string_view literal) {
+    parseContextG->literal.clear();
+    convertEscapeChars(literal, parseContextG->literal);
+}
+
+void SCR_addLiteral(std::string_view literal) {
+    convertEscapeChars(literal, parseContextG->literal);
+}
+
+bool SCR_stringConstant() {
+    pushConstant(std::make_unique<StringConstant>(parseContextG->literal), TypeCode::String);
+    return true;
+}
+
+bool SCR_expression(std::string_view sign) {
+    FND::String& name = parseContextG->name;
+    const FND::String type = Node::datatypeAsString(stackG->operandsType());
+    name = type;
+    name += sign;
+    return bindOperator(name, 2, [&] { return Messages::noOperator(FND::String(sign), type); });
+}
+
+bool SCR_boolExpression(std::string_view sign) {
+    return SCR_expression(sign == "and" || sign == "AND" ? "AND" : "OR");
+}
+
+bool SCR_negation() {
+    const int type = stackG->topType();
+    if (Node::isConst(type)) return SCR_constNegation();
+    FND::String& name = parseContextG->name;
+    name = Node::datatypeAsString(type);
+    name += "Negation";
+    return bindOperator(name, 1, [&] { return Messages::noNegation(type); });
+}
+
+bool SCR_constNegation() {
+    const int type = stackG->popType();
+    const auto operand = stackG->pop<Node>();
+    switch (Node::baseType(type)) {
+        case TypeCode::Long: {
+            const long value = static_cast<LongNode&>(*operand).result();
+            const long negated = static_cast<long>(0UL - static_cast<unsigned long>(value));
+            pushConstant(std::make_unique<LongConstant>(negated), TypeCode::Long);
+            return true;
+        }
+        case TypeCode::Decimal:
+            pushConstant(
+                std::make_unique<DecimalConstant>(-static_cast<DecimalNode&>(*operand).result()),
+                TypeCode::Decimal);
+            return true;
+        default:
+            return SCR_YaccError(Messages::cannotNegate(type));
+    }
+}
+
+bool SCR_arrayAccess() {
+    return accessElement<ArrayNode, LongNode>(TypeCode::Array, TypeCode::Long, arrayAccess);
+}
+
+bool SCR_hashAccess() {
+    const bool containerIsActive = stackG->traits(1).isActive;
+    return accessElement<HashNode, StringNode>(
+        TypeCode::Hash, TypeCode::String,
+        [&](Interpreter& interpreter, std::unique_ptr<HashNode> container,
+            std::unique_ptr<StringNode> key) {
+            return hashAccess(interpreter, std::move(container), std::move(key),
+                              containerIsActive);
+        });
+}

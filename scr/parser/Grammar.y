@@ -1,0 +1,282 @@
+/* The grammar of the script language. A rule's action is one call of a parser action; operands
+   travel on the parser stack, and the value of a symbol is the text of its first token. */
+%code requires {
+#include <string_view>
+
+namespace SCR {
+class CustomLexer;
+}
+}
+
+%code {
+#include "scr/parser/Actions.h"
+#include "scr/parser/CustomLexer.h"
+
+// The depth at which a text is refused; each level of parentheses takes two.
+#define YYMAXDEPTH 10000
+
+namespace {
+
+int SCR_lex(std::string_view* text, SCR::CustomLexer& lexer) { return lexer.next(*text); }
+
+void SCR_error(SCR::CustomLexer& lexer, const char* message) { SCR_parserError(lexer, message); }
+
+}  // namespace
+}
+
+%define api.prefix {SCR_}
+%define api.pure full
+%define api.token.prefix {SCR_}
+%define api.value.type {std::string_view}
+%param {SCR::CustomLexer& lexer}
+%expect 0
+
+%token RESULTS CONDITIONS QUERY MAPPING USE MODULE_IDENTIFIER SEMICOLON COLON OPEN_BRACE CLOSE_BRACE
+%token OPEN_PARENTHESIS CLOSE_PARENTHESIS OPEN_BRACKET CLOSE_BRACKET PATTERN_COMPARE STRING
+%token IDENTIFIER LONG_NUMBER DECIMAL_NUMBER BOOL_CONSTANT CONST_CONSTANT VAR_DECLARATION
+%token FCT_DECLARATION DO WHILE IF FOR SWITCH REGEXPR_SWITCH CASE BREAK RETURN DEFAULT
+
+%right '='
+%left BOOL_OPERATOR
+%left COMPARE_OPERATOR
+%left '+' '-'
+%left '*' '/' '%'
+%precedence UMINUS
+%precedence LOWER_THAN_ELSE
+%precedence ELSE
+
+%start start
+
+%%
+
+start:
+    RESULTS statement_list
+  | CONDITIONS condition_list
+  | QUERY query
+  ;
+
+query:
+    expression
+  ;
+
+condition_list:
+    condition_list condition
+  | %empty
+  ;
+
+condition:
+    expression compare_pattern              { if (!SCR_ruleCondition()) YYABORT; }
+  ;
+
+compare_pattern:
+    SEMICOLON
+  | PATTERN_COMPARE expression SEMICOLON    { if (!SCR_comparePattern()) YYABORT; }
+  ;
+
+statement_list:
+    statement_list statement
+  | %empty
+  ;
+
+statement:
+    use_statement SEMICOLON
+  | declaration
+  | instruction
+  ;
+
+declaration:
+    variable_declaration optional_assignment SEMICOLON
+  | const_declaration SEMICOLON
+  | function_declaration
+  ;
+
+instruction:
+    void_statement SEMICOLON
+  | if_statement
+  | while_statement
+  | do_statement SEMICOLON
+  | for_loop
+  | switch_case
+  | statement_block
+  | return_statement SEMICOLON
+  ;
+
+use_statement:
+    USE IDENTIFIER                          { if (!SCR_useExtension($2)) YYABORT; }
+  ;
+
+return_statement:
+    RETURN expression                       { if (!SCR_returnStatement(true)) YYABORT; }
+  | RETURN                                  { if (!SCR_returnStatement(false)) YYABORT; }
+  ;
+
+statement_block:
+    OPEN_BRACE                              { if (!SCR_startBlock()) YYABORT; }
+    statement_list CLOSE_BRACE              { if (!SCR_endBlock()) YYABORT; }
+  ;
+
+function_declaration:
+    FCT_DECLARATION return_value IDENTIFIER { if (!SCR_startFunctionDeclaration($2, $3)) YYABORT; }
+    optional_parameter_list                 { if (!SCR_functionAddParameters()) YYABORT; }
+    OPEN_BRACE statement_list CLOSE_BRACE   { if (!SCR_endFunctionDeclaration()) YYABORT; }
+  ;
+
+return_value:
+    VAR_DECLARATION
+  | %empty                                  { $$ = "Void"; }
+  ;
+
+optional_parameter_list:
+    OPEN_PARENTHESIS parameter_dec_list CLOSE_PARENTHESIS
+  | %empty
+  ;
+
+parameter_dec_list:
+    parameter_dec_list ',' variable_declaration
+  | variable_declaration
+  ;
+
+variable_declaration:
+    VAR_DECLARATION IDENTIFIER              { SCR_startModifiers(); }
+    variable_modifier                       { if (!SCR_declareVariable($1, $2)) YYABORT; $$ = $2; }
+  ;
+
+variable_modifier:
+    OPEN_BRACKET CLOSE_BRACKET              { if (!SCR_addModifier('A')) YYABORT; }
+    variable_modifier
+  | OPEN_BRACE CLOSE_BRACE                  { if (!SCR_addModifier('H')) YYABORT; }
+    variable_modifier
+  | %empty
+  ;
+
+optional_assignment:
+    '='                                     { if (!SCR_identifier($0)) YYABORT; }
+    expression                              { if (!SCR_initialise()) YYABORT; }
+  | %empty
+  ;
+
+const_declaration:
+    CONST_CONSTANT VAR_DECLARATION IDENTIFIER '=' expression
+                                            { if (!SCR_constDeclaration($2, $3)) YYABORT; }
+  ;
+
+void_statement:
+    expression                              { if (!SCR_createVoidCallStatement()) YYABORT; }
+  ;
+
+switch_case:
+    SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_switchStatement()) YYABORT; }
+    OPEN_BRACE case_list CLOSE_BRACE        { if (!SCR_endSwitch()) YYABORT; }
+  | REGEXPR_SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_regExprSwitchStatement()) YYABORT; }
+    OPEN_BRACE case_list CLOSE_BRACE        { if (!SCR_regExprFinalSetup()) YYABORT; }
+  ;
+
+case_list:
+    case_list single_case
+  | single_case
+  ;
+
+single_case:
+    CASE case_expression_list COLON case_body
+  | DEFAULT COLON                           { if (!SCR_switchDefault()) YYABORT; }
+    case_body
+  ;
+
+case_expression_list:
+    case_expression_list ',' expression     { if (!SCR_caseStatement()) YYABORT; }
+  | expression                              { if (!SCR_caseStatement()) YYABORT; }
+  ;
+
+case_body:
+    instruction optional_break
+  | optional_break
+  ;
+
+optional_break:
+    BREAK SEMICOLON                         { if (!SCR_switchBreak()) YYABORT; }
+  | %empty
+  ;
+
+do_statement:
+    DO                                      { if (!SCR_doStatement()) YYABORT; }
+    instruction WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_doCondition()) YYABORT; }
+  ;
+
+while_statement:
+    WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_whileStatement()) YYABORT; }
+    instruction                             { if (!SCR_endBlock()) YYABORT; }
+  ;
+
+if_statement:
+    IF OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_ifStatement()) YYABORT; }
+    instruction else_case                   { if (!SCR_endBlock()) YYABORT; }
+  ;
+
+else_case:
+    ELSE instruction
+  | %empty                                  %prec LOWER_THAN_ELSE
+  ;
+
+for_loop:
+    FOR OPEN_PARENTHESIS expression SEMICOLON expression SEMICOLON expression CLOSE_PARENTHESIS
+                                            { if (!SCR_forLoop()) YYABORT; }
+    instruction                             { if (!SCR_endBlock()) YYABORT; }
+  ;
+
+expression:
+    expression '=' expression               { if (!SCR_expression("=")) YYABORT; }
+  | expression COMPARE_OPERATOR expression  { if (!SCR_expression($2)) YYABORT; }
+  | expression BOOL_OPERATOR expression     { if (!SCR_boolExpression($2)) YYABORT; }
+  | expression '+' expression               { if (!SCR_expression("+")) YYABORT; }
+  | expression '-' expression               { if (!SCR_expression("-")) YYABORT; }
+  | expression '*' expression               { if (!SCR_expression("*")) YYABORT; }
+  | expression '/' expression               { if (!SCR_expression("/")) YYABORT; }
+  | expression '%' expression               { if (!SCR_expression("%")) YYABORT; }
+  | '-' expression %prec UMINUS             { if (!SCR_negation()) YYABORT; }
+  | OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+  | module_identifier                       { if (!SCR_identifier($1)) YYABORT; }
+    identifier_params
+  | LONG_NUMBER                             { if (!SCR_longConstant($1)) YYABORT; }
+  | DECIMAL_NUMBER                          { if (!SCR_decimalConstant($1)) YYABORT; }
+  | BOOL_CONSTANT                           { if (!SCR_boolConstant($1)) YYABORT; }
+  | string_constant                         { if (!SCR_stringConstant()) YYABORT; }
+  ;
+
+string_constant:
+    string_constant STRING                  { SCR_addLiteral($2); }
+  | STRING                                  { SCR_startLiteral($1); }
+  ;
+
+module_identifier:
+    IDENTIFIER
+  | MODULE_IDENTIFIER
+  ;
+
+identifier_params:
+    OPEN_PARENTHESIS                        { if (!SCR_functionCall()) YYABORT; }
+    call_parameter_list CLOSE_PARENTHESIS   { if (!SCR_endFunctionCall()) YYABORT; }
+    identifier_params
+  | OPEN_BRACKET expression CLOSE_BRACKET   { if (!SCR_arrayAccess()) YYABORT; }
+    identifier_params
+  | OPEN_BRACE expression CLOSE_BRACE       { if (!SCR_hashAccess()) YYABORT; }
+    identifier_params
+  | %empty
+  ;
+
+call_parameter_list:
+    expression                              { SCR_countParameter(); }
+    more_parameters
+  | %empty
+  ;
+
+more_parameters:
+    more_parameters ',' expression          { SCR_countParameter(); }
+  | %empty
+  ;
+
+%%

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <vector>
+
+#include "fnd/String.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+class BoolNode;
+class CompareInterface;
+class CustomLexer;
+class FctDescr;
+class Function;
+class Interpreter;
+
+/// What the parser actions of one parse share beside the parser stack.
+struct ParseContext {
+    CustomLexer* lexer = nullptr;
+    /// The function being declared, or null, and its descriptor.
+    Function* function = nullptr;
+    const FctDescr* functionDescriptor = nullptr;
+    /// How many entries of the function stack belong to functions being declared, not to calls.
+    int declaredFunctions = 0;
+    /// The modifiers of the variable being declared: "A" for "[]" and "H" for "{}".
+    FND::String modifiers;
+    /// The string constant being read, from its adjacent literals.
+    FND::String literal;
+    /// Room for the names being looked up, so that none is allocated for each.
+    FND::String module;
+    FND::String name;
+};
+
+// The process-wide parse state, guarded by parserLockG and valid during a parse. The lock is
+// recursive and the entry points put back what they found, so that an extension's generator
+// function, which runs within a parse, may compile scripts itself.
+extern std::recursive_mutex parserLockG;
+extern Interpreter* actInterpreterG;
+extern CompareInterface* actCompareInterfaceG;
+extern ParserStack* stackG;
+extern ParseContext* parseContextG;
+/// The name of the module in which operators are looked up.
+extern const FND::String mainModuleG;
+
+}  // namespace SCR

@@ -1,0 +1,115 @@
+#include "scr/parser/Parser.h"
+
+#include <string_view>
+
+#include "Grammar.h"
+#include "scr/Interpreter.h"
+#include "scr/Node.h"
+#include "scr/parser/CustomLexer.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+namespace SCR {
+
+std::recursive_mutex parserLockG;
+Interpreter* actInterpreterG = nullptr;
+CompareInterface* actCompareInterfaceG = nullptr;
+ParserStack* stackG = nullptr;
+ParseContext* parseContextG = nullptr;
+const FND::String mainModuleG = "main";
+
+}  // namespace SCR
+
+using namespace SCR;
+
+namespace {
+
+// Sets the process-wide parse state for one parse and puts it back.
+class ParseScope {
+public:
+    ParseScope(SCR::Interpreter& interpreter, SCR::CompareInterface* target)
+        : lock_(parserLockG),
+          interpreter_(actInterpreterG),
+          target_(actCompareInterfaceG),
+          stack_(stackG),
+          context_(parseContextG) {
+        actInterpreterG = &interpreter;
+        actCompareInterfaceG = target;
+        stackG = &ownStack_;
+        parseContextG = &ownContext_;
+    }
+    ParseScope(const ParseScope&) = delete;
+    ParseScope& operator=(const ParseScope&) = delete;
+    ~ParseScope() {
+        ownStack_.clear();
+        actInterpreterG = interpreter_;
+        actCompareInterfaceG = target_;
+        stackG = stack_;
+        parseContextG = context_;
+    }
+
+    // Parses `text` in the mode that `modeWord` chooses.
+    bool parse(std::string_view modeWord, const FND::String& text) {
+        SCR::CustomLexer lexer(modeWord, text);
+        ownContext_.lexer = &lexer;
+        const bool isParsed = SCR_parse(lexer) == 0;
+        actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
+        ownContext_.lexer = nullptr;
+        return isParsed;
+    }
+
+private:
+    const std::lock_guard<std::recursive_mutex> lock_;
+    SCR::Interpreter* const interpreter_;
+    SCR::CompareInterface* const target_;
+    SCR::ParserStack* const stack_;
+    SCR::ParseContext* const context_;
+    SCR::ParserStack ownStack_;
+    SCR::ParseContext ownContext_;
+};
+
+}  // namespace
+
+bool SCR_parseScript(SCR::Interpreter& interpreter, const FND::String& text) {
+    ParseScope scope(interpreter, nullptr);
+    return scope.parse("RESULTS: ", text);
+}
+
+bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& target,
+                        const FND::String& text) {
+    ParseScope scope(interpreter, &target);
+    return scope.parse("CONDITIONS: ", text);
+}
+
+bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,
+                    std::unique_ptr<SCR::BoolNode>& query) {
+    ParseScope scope(interpreter, nullptr);
+    if (!scope.parse("QUERY: ", text)) return false;
+    const int type = stackG->popType();
+    if (SCR::Node::baseType(type) != SCR::TypeCode::Bool) {
+        interpreter.logError(SCR::Messages::whereClause(type));
+        return false;
+    }
+    query = stackG->pop<SCR::BoolNode>();
+    return true;
+}
+
+bool SCR_parseMapping(SCR::Interpreter& /*interpreter*/, const FND::String& /*text*/) {
+    return false;
+}
+
+void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
+    if (actInterpreterG == nullptr) return;
+    FND::String text = "ERROR: ";
+    if (lexer != nullptr) {
+        if (!lexer->fileName().empty()) text += lexer->fileName() + ": ";
+        text += "line " + std::to_string(lexer->line()) + ": ";
+    }
+    actInterpreterG->logError(text + message);
+}
+
+bool SCR_YaccError(const FND::String& message) {
+    SCR::YaccError(message, parseContextG != nullptr ? parseContextG->lexer : nullptr);
+    return false;
+}

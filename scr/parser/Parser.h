@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+#include "fnd/String.h"
+
+namespace SCR {
+
+class BoolNode;
+class CompareInterface;
+class Interpreter;
+
+}  // namespace SCR
+
+// The entry points of the parser. Each holds the process-wide parse lock for the whole of a parse,
+// reports errors through the interpreter and gives false after one. They may throw what the library
+// or an extension throws; the parse state is put back then too.
+
+/// Compiles a script, already preprocessed, into the interpreter's open main function.
+bool SCR_parseScript(SCR::Interpreter& interpreter, const FND::String& text);
+
+/// Compiles conditions and hands them to `target`.
+bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& target,
+                        const FND::String& text);
+
+/// Compiles one expression of type Bool into `query`.
+bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,
+                    std::unique_ptr<SCR::BoolNode>& query);
+
+/// Reserved: always false, without parsing.
+bool SCR_parseMapping(SCR::Interpreter& interpreter, const FND::String& text);

@@ -1,0 +1,117 @@
+#pragma once
+
+#include <cstddef>
+#include <iosfwd>
+#include <memory>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "scr/Node.h"
+
+namespace SCR {
+
+class FctDescr;
+
+/// What is known of an operand beside its type, so that factories can build the node that fits.
+struct OperandTraits {
+    /// Evaluating it may run script code or change variables or containers, so that a reference
+    /// taken from another operand before may see another value after.
+    bool isActive = false;
+    /// Height of the operand's tree, in nodes.
+    int depth = 1;
+};
+
+/// The working store of the parser actions: four independent stacks, of operand nodes, of their
+/// type words, of the descriptors of the calls being parsed, and of their argument counts. It owns
+/// the nodes until they are popped and never the descriptors. Part of the parse state: used under
+/// the parse lock only.
+class KESTREL_API ParserStack {
+public:
+    ParserStack() = default;
+    ParserStack(const ParserStack&) = delete;
+    ParserStack& operator=(const ParserStack&) = delete;
+    ~ParserStack();
+
+    /// Pushes a node, which the stack owns from now on, and its type word.
+    void pushData(Node* node, int typeWord) { pushData(node, typeWord, {}); }
+    void pushData(Node* node, int typeWord, OperandTraits traits);
+    /// Pushes a node without a type word.
+    void pushNode(std::unique_ptr<Node> node, OperandTraits traits);
+
+    /// Pops the top node, which the caller owns now; its type stays and is popped with `popType`.
+    /// On an empty stack says so on standard error and gives null.
+    Node* popData();
+    /// Pops the top type word; 0 after a message on standard error when there is none.
+    int popType();
+    int topType() const;
+    /// The common type of the whole type stack; 0 when it is empty, the raw top entry when there is
+    /// no common type.
+    int superType() const;
+    /// The common type of the two topmost entries only, by the same rule.
+    int operandsType() const;
+
+    /// The number of nodes on the data stack.
+    std::size_t dataSize() const { return data_.size(); }
+    /// What is known of the node `fromTop` places below the top of the data stack.
+    const OperandTraits& traits(std::size_t fromTop = 0) const {
+        return data_[data_.size() - 1 - fromTop].traits;
+    }
+
+    /// The node `fromTop` places below the top of the data stack, which keeps it.
+    Node* data(std::size_t fromTop = 0) const {
+        return data_[data_.size() - 1 - fromTop].node.get();
+    }
+    /// Puts `node` in the place of that one, which is destroyed.
+    void replaceData(std::size_t fromTop, std::unique_ptr<Node> node) {
+        data_[data_.size() - 1 - fromTop].node = std::move(node);
+    }
+
+    void pushFunction(const FctDescr* descriptor) { functions_.push_back(descriptor); }
+    /// Null after a message on standard error when there is none.
+    const FctDescr* popFunction();
+    const FctDescr* topFunction() const;
+    int numFunctions() const { return static_cast<int>(functions_.size()); }
+
+    void pushNumParams(int count) { numParams_.push_back(count); }
+    /// 0 after a message on standard error when there is none; also the next two.
+    int popNumParams();
+    int topNumParams() const;
+    /// Counts one argument more and gives the new count.
+    int incTopNumParams();
+
+    /// Moves every node of `nodes`, first to last, onto the data stack, without types.
+    void appendDataStack(std::vector<std::unique_ptr<Node>>& nodes);
+
+    /// Destroys the nodes held and empties all four stacks.
+    void clear();
+
+    /// Whether all four stacks are empty.
+    bool isEmpty() const {
+        return data_.empty() && types_.empty() && functions_.empty() && numParams_.empty();
+    }
+
+    /// Writes the functions and types held, for diagnosis.
+    void print(std::ostream& stream) const;
+
+    /// Pops the top node as a node of class `NodeClass`, which the descriptor's types guarantee.
+    template <class NodeClass>
+    std::unique_ptr<NodeClass> pop() {
+        return std::unique_ptr<NodeClass>(static_cast<NodeClass*>(popData()));
+    }
+
+private:
+    struct Operand {
+        std::unique_ptr<Node> node;
+        OperandTraits traits;
+    };
+
+    std::vector<Operand> data_;
+    std::vector<int> types_;
+    std::vector<const FctDescr*> functions_;
+    std::vector<int> numParams_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,97 @@
+#include "scr/FctDescr.h"
+#include "scr/Function.h"
+#include "scr/Interpreter.h"
+#include "scr/Statement.h"
+#include "scr/parser/ActionSupport.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+using namespace SCR;
+
+bool SCR_startBlock() {
+    return openBlock(std::make_unique<StatementList>(), Messages::blockNotPushed);
+}
+
+bool SCR_endBlock() {
+    return actInterpreterG->popStatement() || SCR_YaccError(Messages::blockNotPopped);
+}
+
+bool SCR_createVoidCallStatement() { return appendStatement(popExpressionStatement()); }
+
+bool SCR_ifStatement() {
+    std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
+    if (!condition) return false;
+    return openBlock(std::make_unique<IfStatement>(condition.release()), Messages::ifNotPushed);
+}
+
+bool SCR_whileStatement() {
+    std::unique_ptr<BoolNode> condition = popCondition(Messages::whileCondition);
+    if (!condition) return false;
+    return openBlock(
+        std::make_unique<WhileStatement>(condition.release(), &actInterpreterG->runControl()),
+        Messages::whileNotPushed);
+}
+
+bool SCR_doStatement() {
+    return openBlock(std::make_unique<DoStatement>(&actInterpreterG->runControl()),
+                     Messages::doNotPushed);
+}
+
+bool SCR_doCondition() {
+    std::unique_ptr<BoolNode> condition = popCondition(Messages::doCondition);
+    if (!condition) return false;
+    auto* const statement = dynamic_cast<DoStatement*>(actInterpreterG->topStatement());
+    if (statement == nullptr) return SCR_YaccError(Messages::doNotOnStack);
+    statement->condition(condition.release());
+    return actInterpreterG->popStatement() || SCR_YaccError(Messages::doNotPopped);
+}
+
+bool SCR_forLoop() {
+    auto loop = std::make_unique<ForLoop>(&actInterpreterG->runControl());
+    loop->addStatement(popExpressionStatement().release());
+    std::unique_ptr<BoolNode> condition = popCondition(Messages::forLoop);
+    if (!condition) return false;
+    loop->condition(condition.release());
+    loop->addStatement(popExpressionStatement().release());
+    return openBlock(std::move(loop), Messages::forNotPushed);
+}
+
+namespace {
+
+// The assignment of the value on the stack to the function's return variable; null after a report.
+std::unique_ptr<Node> bindReturnValue() {
+    Variable* const target = parseContextG->function->returnVariable();
+    if (target == nullptr) {
+        SCR_YaccError(Messages::noReturnValue);
+        return nullptr;
+    }
+    const OperandTraits traits = stackG->traits();
+    const int type = stackG->popType();
+    auto value = stackG->pop<Node>();
+    if (Node::baseType(type) != Node::baseType(target->dataType())) {
+        SCR_YaccError(Messages::wrongReturnType(target->dataType(), type));
+        return nullptr;
+    }
+    std::unique_ptr<Node> access = accessNode(target);
+    stackG->pushData(access.release(), target->dataType());
+    stackG->pushData(value.release(), type, traits);
+    if (!SCR_expression("=")) return nullptr;
+    stackG->popType();
+    return stackG->pop<Node>();
+}
+
+}  // namespace
+
+bool SCR_returnStatement(bool withValue) {
+    if (parseContextG->function == nullptr) return SCR_YaccError(Messages::illegalReturn);
+    std::unique_ptr<Node> value;
+    if (withValue) {
+        value = bindReturnValue();
+        if (!value) return false;
+    } else if (parseContextG->functionDescriptor->returnType() != TypeCode::Void) {
+        return SCR_YaccError(Messages::missingReturnValue);
+    }
+    return appendStatement(std::make_unique<ReturnStatement>(value.release()));
+}

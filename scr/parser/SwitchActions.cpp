@@ -1,0 +1,72 @@
+#include "scr/Interpreter.h"
+#include "scr/SwitchCase.h"
+#include "scr/parser/ActionSupport.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+
+namespace {
+
+// The innermost open switch; null after a report.
+SCR::SwitchCase* openSwitch() {
+    auto* const open = dynamic_cast<SCR::SwitchCase*>(SCR::actInterpreterG->topStatement());
+    if (open == nullptr) SCR_YaccError(SCR::Messages::noSwitch);
+    return open;
+}
+
+}  // namespace
+
+using namespace SCR;
+
+bool SCR_switchStatement() {
+    const int type = stackG->popType();
+    auto selector = stackG->pop<Node>();
+    std::unique_ptr<SwitchCase> statement;
+    switch (Node::baseType(type)) {
+        case TypeCode::Long:
+            statement =
+                std::make_unique<LongSwitchCase>(static_cast<LongNode*>(selector.release()));
+            break;
+        case TypeCode::String:
+            statement =
+                std::make_unique<StringSwitchCase>(static_cast<StringNode*>(selector.release()));
+            break;
+        default:
+            return SCR_YaccError(Messages::switchType(type));
+    }
+    return openBlock(std::move(statement), Messages::switchNotPushed);
+}
+
+bool SCR_regExprSwitchStatement() {
+    const int type = stackG->popType();
+    auto selector = stackG->pop<Node>();
+    if (Node::baseType(type) != TypeCode::String) {
+        return SCR_YaccError(Messages::regExprSwitchType(type));
+    }
+    return openBlock(
+        std::make_unique<RegExprSwitchCase>(static_cast<StringNode*>(selector.release())),
+        Messages::switchNotPushed);
+}
+
+bool SCR_caseStatement() {
+    SwitchCase* const open = openSwitch();
+    return open != nullptr && open->nextCase(*stackG);
+}
+
+bool SCR_switchBreak() {
+    SwitchCase* const open = openSwitch();
+    return open != nullptr && open->addBreak();
+}
+
+bool SCR_switchDefault() {
+    SwitchCase* const open = openSwitch();
+    return open != nullptr && open->addDefault();
+}
+
+bool SCR_endSwitch() {
+    SwitchCase* const open = openSwitch();
+    return open != nullptr && open->finalSetup() && SCR_endBlock();
+}
+
+bool SCR_regExprFinalSetup() { return SCR_endSwitch(); }
