@@ -207,7 +207,8 @@ public:
           raw_(raw),
           memberLimit_(std::max<std::size_t>(stateLimit, 4096) * membersPerStateS),
           stepLimit_(std::max<std::size_t>(stateLimit, 4096) * stepsPerStateS),
-          stamps_(nfa_.stateCount()),
+          memberStamps_(nfa_.stateCount()),
+          visitStamps_(nfa_.stateCount()),
           closureOf_(nfa_.stateCount(), unknownS),
           stateOfTarget_(nfa_.stateCount(), unknownS),
           targets_(classes_.count()) {
@@ -232,9 +233,11 @@ public:
 
 private:
     static constexpr std::uint32_t unknownS = ~std::uint32_t{0};
+    static constexpr std::uint32_t largeS = unknownS - 1;
     static constexpr std::size_t membersPerStateS = 128;
     static constexpr std::size_t stepsPerStateS = 2048;
-    static constexpr std::size_t cachedMembersS = std::size_t{1} << 22;
+    // Epsilon closures of up to this many states are kept.
+    static constexpr std::size_t smallClosureS = 24;
 
     bool isPastLimit() const {
         return raw_.stateCount() > stateLimit_ || sets_.lists().totalSize() > memberLimit_ ||
@@ -291,55 +294,61 @@ private:
         return state;
     }
 
-    // Adds to set_ the states of the epsilon closure of `target` that matter.
+    // Adds to set_ the states of the epsilon closure of `target` that matter. None may: a text that
+    // ends in such a dead end is still inside the automaton, in the state of no members.
     void addClosure(StateIndex target) {
         if (!nfa_.hasEpsilons(target)) {
             if (!nfa_.isTransit(target)) addMember(target);
             return;
         }
-        std::uint32_t& cached = closureOf_[target];
-        if (cached == unknownS && closures_.totalSize() <= cachedMembersS) {
-            cached = static_cast<std::uint32_t>(closures_.count());
-            findClosure(target);
-            for (StateIndex state : closure_) closures_.append(state);
-            closures_.endList();
-        }
-        if (cached == unknownS) {
-            findClosure(target);
-            for (StateIndex state : closure_) addMember(state);
+        std::uint32_t& closure = closureOf_[target];
+        if (closure == unknownS) closure = findSmallClosure(target);
+        if (closure == largeS) {
+            addLargeClosure(target);
             return;
         }
-        const StateIndex* end = closures_.end(cached);
-        for (const StateIndex* state = closures_.begin(cached); state != end; ++state) {
+        const StateIndex* end = closures_.end(closure);
+        for (const StateIndex* state = closures_.begin(closure); state != end; ++state) {
             addMember(*state);
         }
     }
 
     void addMember(StateIndex state) {
         ++steps_;
-        if (stamps_[state].member == stamp_) return;
-        stamps_[state].member = stamp_;
+        if (memberStamps_[state] == stamp_) return;
+        memberStamps_[state] = stamp_;
         set_.push_back(state);
     }
 
-    // Leaves in closure_ the states of the epsilon closure that matter. None may: a text that ends
-    // in such a dead end is still inside the automaton, in the deterministic state of no members.
-    void findClosure(StateIndex target) {
-        ++visit_;
-        closure_.clear();
+    // The list of the closure in closures_, or largeS.
+    std::uint32_t findSmallClosure(StateIndex target) {
         open_.assign(1, target);
-        stamps_[target].visit = visit_;
+        for (std::size_t i = 0; i < open_.size(); ++i) {
+            const StateIndex* end = nfa_.epsilons().end(open_[i]);
+            for (const StateIndex* next = nfa_.epsilons().begin(open_[i]); next != end; ++next) {
+                if (std::find(open_.begin(), open_.end(), *next) != open_.end()) continue;
+                if (open_.size() == smallClosureS) return largeS;
+                open_.push_back(*next);
+            }
+        }
+        for (StateIndex state : open_) {
+            if (!nfa_.isTransit(state)) closures_.append(state);
+        }
+        closures_.endList();
+        return static_cast<std::uint32_t>(closures_.count() - 1);
+    }
+
+    // Walks the epsilon moves, but not again from where the same union has been.
+    void addLargeClosure(StateIndex target) {
+        open_.assign(1, target);
         while (!open_.empty()) {
             StateIndex state = open_.back();
             open_.pop_back();
-            if (!nfa_.isTransit(state)) closure_.push_back(state);
-            const StateIndex* end = nfa_.epsilons().end(state);
-            for (const StateIndex* next = nfa_.epsilons().begin(state); next != end; ++next) {
-                ++steps_;
-                if (stamps_[*next].visit == visit_) continue;
-                stamps_[*next].visit = visit_;
-                open_.push_back(*next);
-            }
+            ++steps_;
+            if (visitStamps_[state] == stamp_) continue;
+            visitStamps_[state] = stamp_;
+            if (!nfa_.isTransit(state)) addMember(state);
+            open_.insert(open_.end(), nfa_.epsilons().begin(state), nfa_.epsilons().end(state));
         }
     }
 
@@ -365,10 +374,6 @@ private:
             return hashOf(begin, begin + paths.size());
         }
     };
-    struct Stamps {
-        std::uint32_t member = 0;
-        std::uint32_t visit = 0;
-    };
 
     const Pattern* patterns_;
     std::size_t stateLimit_;
@@ -381,9 +386,9 @@ private:
     std::size_t stepLimit_;
     std::size_t steps_ = 0;
 
-    std::vector<Stamps> stamps_;
-    std::uint32_t stamp_ = 0;
-    std::uint32_t visit_ = 0;
+    std::uint32_t stamp_ = 0;                  // of the union being made
+    std::vector<std::uint32_t> memberStamps_;  // the last union that a state came into
+    std::vector<std::uint32_t> visitStamps_;   // the last union that passed through a state
     std::vector<std::uint32_t> closureOf_;
     Lists closures_;
     std::vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
@@ -393,7 +398,6 @@ private:
     std::vector<std::vector<StateIndex>> targets_;
     std::vector<unsigned> distinct_;
     std::vector<StateIndex> set_;
-    std::vector<StateIndex> closure_;
     std::vector<StateIndex> open_;
     std::vector<std::int32_t> paths_;
 };

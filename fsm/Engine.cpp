@@ -14,9 +14,12 @@ namespace FSM {
 namespace {
 
 // Non-deterministic states that the patterns may have for each deterministic one allowed.
-constexpr std::size_t patternStatesPerStateS = 16;
+constexpr std::size_t patternStatesPerStateS = 8;
 // Path numbers listed by all states together, for each state allowed.
 constexpr std::size_t listedPerStateS = 128;
+
+// Bytes of a pattern that an error text shows.
+constexpr std::size_t patternShownS = 200;
 
 }  // namespace
 
@@ -61,7 +64,7 @@ bool Engine::build() {
             patterns[patternsThatFit(patterns.data(), patterns.size(), stateLimit_)];
         guiltyPath_ = guilty.path;
         error_ = "limit of " + std::to_string(stateLimit_) + " states passed at pattern " +
-                 std::to_string(guilty.path) + ": " + guilty.text;
+                 std::to_string(guilty.path) + ": " + guilty.text.substr(0, patternShownS);
         return false;
     }
     table_ = std::make_unique<Table>();

@@ -1,0 +1,248 @@
+// The engine's interface: what it reports, its limits and its failures.
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <sstream>
+#include <thread>
+
+#include "fsm/Engine.h"
+
+namespace {
+
+using FSM::Engine;
+using Paths = std::vector<std::int32_t>;
+
+std::unique_ptr<Engine> engineOf(const std::vector<std::string>& patterns) {
+    auto engine = std::make_unique<Engine>(static_cast<unsigned>(patterns.size()));
+    for (const std::string& pattern : patterns) {
+        EXPECT_TRUE(engine->insertPattern(pattern)) << pattern << ": " << engine->error();
+    }
+    EXPECT_TRUE(engine->finalSetup()) << engine->error();
+    return engine;
+}
+
+TEST(FsmEngine, Reports) {
+    struct Case {
+        std::vector<std::string> patterns;
+        std::string text;
+        Paths paths;
+        bool isStart;  // process returns the start state
+    };
+    const std::string longText = std::string("a").append(100, 'c').append("\n").append(77, 'c');
+    const Case cases[] = {
+        {{"a.*", "ab"}, "ab", {0, 1}, false},
+        {{"a.*", "ab"}, "ax", {0}, false},
+        {{"a.*", "ab"}, "b", {}, true},
+        {{"a.*", "ab"}, "a\n", {}, true},
+        {{".", "[^a]"}, "\n", {1}, false},
+        {{"x", "!x"}, "x", {0}, false},
+        {{"x", "!x"}, "y", {1}, true},
+        {{"x", "!x"}, "", {1}, true},
+        {{"a*"}, "b", {0}, true},
+        {{"!a*"}, "b", {}, true},
+        {{"a[c-a]"}, "a", {}, false},
+        {{"a[c-a]", ""}, "a", {}, false},
+        {{"a[c-a]", ""}, "b", {1}, true},
+        {{"a[c-a]", "!b"}, "a", {1}, false},
+        {{"\\000|a", "[^b]*"}, "a", {0, 1}, false},
+        {{"[\xe0-\xff]+\\200"}, "\xff\xe0\xc8", {0}, false},
+        {{"a[^b]*"}, longText, {0}, false},
+        {{"a.*"}, longText, {}, true},
+        {{"a.*\n.*b"}, longText + "b", {0}, false},
+    };
+    for (const Case& c : cases) {
+        auto engine = engineOf(c.patterns);
+        const FSM::State* state = engine->process(c.text.c_str());
+        EXPECT_EQ(state->pathNumbers(), c.paths) << c.patterns[0] << " and " << c.text;
+        if (c.isStart) {
+            EXPECT_EQ(state, engine->startState()) << c.text;
+        }
+        EXPECT_EQ(engine->process(c.text), state);
+        // A text ends at its first NUL, wherever its memory ends.
+        std::string longer = c.text + '\0' + "abc";
+        EXPECT_EQ(engine->process(longer), state);
+        EXPECT_EQ(engine->firstPath(longer), c.paths.empty() ? -1 : c.paths[0]);
+    }
+}
+
+TEST(FsmEngine, LineLoopsAtAllAlignments) {
+    auto engine = engineOf({"a.*", "a[^x]*b", ".*\n.*c"});
+    for (std::size_t start = 0; start < 32; ++start) {
+        for (std::size_t length = 0; length < 70; ++length) {
+            std::string text = std::string(start, '\n').append("a").append(length, 'd');
+            for (std::string tail : {"", "b", "\n", "\nc", "d\nb"}) {
+                std::string whole = text + tail;
+                const char* view = whole.c_str() + start;
+                bool hasNewline = tail.find('\n') != std::string::npos;
+                Paths expected;
+                if (!hasNewline) expected.push_back(0);
+                if (!tail.empty() && tail.back() == 'b') expected.push_back(1);
+                if (tail == "\nc") expected.push_back(2);
+                ASSERT_EQ(engine->process(view)->pathNumbers(), expected) << view;
+                ASSERT_EQ(engine->process(std::string_view(view))->pathNumbers(), expected) << view;
+            }
+        }
+    }
+}
+
+TEST(FsmEngine, PathNumbers) {
+    Engine engine;
+    EXPECT_EQ(engine.process("a"), nullptr);
+    EXPECT_TRUE(engine.finalSetup());
+    EXPECT_EQ(engine.process("a"), nullptr);
+    EXPECT_EQ(engine.firstPath("a"), -1);
+    EXPECT_TRUE(engine.insertPattern("a", 2147483647));
+    EXPECT_EQ(engine.process("a"), nullptr);
+    EXPECT_TRUE(engine.insertPattern("a"));
+    EXPECT_TRUE(engine.insertPattern("a|b", 7));
+    EXPECT_TRUE(engine.insertPattern("b", 7));
+    EXPECT_TRUE(engine.insertPattern("!c", 5));
+    EXPECT_FALSE(engine.insertPattern("a", 2147483648));
+    EXPECT_EQ(engine.error(), "path number 2147483648 is above 2147483647");
+    EXPECT_EQ(engine.patternCount(), 5);
+    EXPECT_EQ(engine.pathString(), "1 5 7 2147483647");
+    ASSERT_TRUE(engine.finalSetup());
+    EXPECT_EQ(engine.process("a")->pathNumbers(), (Paths{1, 5, 7, 2147483647}));
+    EXPECT_EQ(engine.process("a")->pathString(), "1 5 7 2147483647");
+    EXPECT_EQ(engine.firstPath("b"), 5);
+    EXPECT_EQ(engine.process("c")->pathNumbers(), Paths{});
+    std::vector<bool> bits(3, true);
+    engine.process("b")->pathNumbers(bits);
+    EXPECT_EQ(bits, (std::vector<bool>{false, false, false, false, false, true, false, true}));
+
+    EXPECT_FALSE(engine.insertPattern("a"));
+    EXPECT_EQ(engine.error(), "no pattern may be inserted after finalSetup");
+    EXPECT_TRUE(engine.finalSetup());
+    engine.clear();
+    EXPECT_EQ(engine.error(), "");
+    EXPECT_EQ(engine.process("a"), nullptr);
+    EXPECT_TRUE(engine.insertPattern("z"));
+    EXPECT_TRUE(engine.finalSetup());
+    EXPECT_EQ(engine.firstPath("z"), 0);
+}
+
+TEST(FsmEngine, RefusedPattern) {
+    Engine engine;
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(engine.insertPattern("a(b|(c"));
+    EXPECT_FALSE(engine.insertPattern("[a.]", 3));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "FSM:Engine:insertPattern error=unexpected end of pattern\n"
+              "FSM:Engine:insertPattern pattern=a(b|(c, pathNumber=18446744073709551615\n"
+              "FSM:Engine:insertPattern error=parse error near .\n"
+              "FSM:Engine:insertPattern pattern=[a.], pathNumber=3\n");
+    EXPECT_EQ(engine.error(), "parse error near .");
+    EXPECT_TRUE(engine.insertPattern("ab"));
+    EXPECT_TRUE(engine.finalSetup());
+    EXPECT_EQ(engine.process("ab")->pathNumbers(), Paths{0});
+}
+
+TEST(FsmEngine, StateLimit) {
+    std::vector<std::string> patterns;
+    for (char c = 'a'; c <= 'l'; ++c) patterns.push_back(std::string(".*").append(1, c) + "x.*");
+    patterns[2] = "!.*.*c";
+    Engine engine;
+    engine.stateLimit(1000);
+    for (const std::string& pattern : patterns) ASSERT_TRUE(engine.insertPattern(pattern));
+    EXPECT_FALSE(engine.finalSetup());
+    std::int32_t guilty = engine.guiltyPath();
+    ASSERT_GT(guilty, 5);
+    EXPECT_EQ(engine.error(), "limit of 1000 states passed at pattern " + std::to_string(guilty) +
+                                  ": " + patterns[guilty]);
+    EXPECT_EQ(engine.process("ax"), nullptr);
+    EXPECT_FALSE(engine.finalSetup());
+    EXPECT_EQ(engine.memory(), 0u);
+
+    // The patterns before the guilty one fit, and with it they do not.
+    for (int more = 0; more < 2; ++more) {
+        engine.clear();
+        EXPECT_EQ(engine.guiltyPath(), -1);
+        for (std::int32_t i = 0; i < guilty + more; ++i) engine.insertPattern(patterns[i]);
+        EXPECT_EQ(engine.finalSetup(), more == 0);
+    }
+}
+
+// Patterns whose automata would be out of all proportion are refused in time and memory.
+TEST(FsmEngine, Hostile) {
+    std::string options;
+    std::string nested;
+    for (int i = 0; i < 20000; ++i) options += "a?";
+    for (int i = 0; i < 500; ++i) nested += "(a*b";
+    for (int i = 0; i < 500; ++i) nested += ")*";
+    struct Case {
+        std::string pattern;
+        bool isBuilt;
+    };
+    const Case cases[] = {
+        {"(a|b)*a(a|b){40}", false}, {".*a.{3000}", false}, {options, false}, {nested, true}};
+    for (const Case& c : cases) {
+        Engine engine;
+        ASSERT_TRUE(engine.insertPattern(c.pattern));
+        EXPECT_EQ(engine.finalSetup(), c.isBuilt) << c.pattern.substr(0, 30);
+        EXPECT_EQ(engine.guiltyPath(), c.isBuilt ? -1 : 0);
+    }
+    Engine engine;
+    testing::internal::CaptureStdout();
+    while (engine.patternCount() < 100 && engine.insertPattern("a{100000}")) continue;
+    testing::internal::GetCapturedStdout();
+    EXPECT_LT(engine.patternCount(), 20);
+    EXPECT_EQ(engine.error(), "patterns need more than 1048576 states at pattern 10");
+}
+
+void* runOnSmallStack(void* result) {
+    Engine engine;
+    std::string pattern;
+    while (pattern.size() < 100000) pattern += "abcdefghi.";
+    *static_cast<bool*>(result) = engine.insertPattern(pattern) && engine.finalSetup() &&
+                                  engine.process(pattern)->pathNumbers() == Paths{0};
+    return nullptr;
+}
+
+TEST(FsmEngine, LongPatternOnSmallStack) {
+    bool result = false;
+    pthread_attr_t attributes;
+    pthread_t thread;
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
+    ASSERT_EQ(pthread_create(&thread, &attributes, runOnSmallStack, &result), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    EXPECT_TRUE(result);
+}
+
+TEST(FsmEngine, Threads) {
+    auto shared = engineOf({"a.*", "[0-9]+", "!b.*"});
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&shared, i] {
+            for (int round = 0; round < 200; ++round) {
+                std::string text = std::string(i % 2, 'a').append(std::to_string(round));
+                EXPECT_EQ(shared->process(text)->pathNumbers(), (Paths{i % 2 ? 0 : 1, 2}));
+                EXPECT_EQ(shared->process(text.c_str())->pathNumbers().size(), 2u);
+                auto own = engineOf({std::string("(").append(text).append("){1,3}")});
+                EXPECT_EQ(own->firstPath(text + text), 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST(FsmEngine, Successors) {
+    auto engine = engineOf({"ab|[^a]\n"});
+    const FSM::State* start = engine->startState();
+    const FSM::State* state = start->succState('a');
+    ASSERT_NE(state, nullptr);
+    EXPECT_EQ(state->succState('a'), nullptr);
+    EXPECT_EQ(state->succState('b'), engine->process("ab"));
+    EXPECT_EQ(start->succState('\n')->succState('\n'), engine->process("\n\n"));
+    EXPECT_NE(start->succState(0), nullptr);
+    EXPECT_EQ(state->id(), -1);
+    std::ostringstream out;
+    out << *engineOf({"ab"});
+    EXPECT_EQ(out.str(),
+              "engine with 1 patterns, 3 states, start 1\n"
+              "state 1\n  a -> 2\nstate 2\n  b -> 3\nstate 3 paths 0\n");
+}
+
+}  // namespace
