@@ -14,80 +14,71 @@ namespace {
 
 /// Whether dropping `remainder` of `unit` from a number rounds it up, half to even. `more`: the
 /// remainder is a little greater than said. Without branches, as they would be taken at random.
-constexpr bool roundsUp(UInt128 remainder, UInt128 unit, bool isOdd, bool more = false) noexcept {
-    const UInt128 rest = unit - remainder;
+template <class Number>
+constexpr bool roundsUp(Number remainder, Number unit, bool isOdd, bool more = false) noexcept {
+    const Number rest = unit - remainder;
     return (remainder > rest) | ((remainder == rest) & (isOdd | more));
 }
 
 }  // namespace
 
-Decimal Decimal::Parts::joinRounded(bool negative, UInt128 magnitude, int scale, bool up,
-                                    int precision) noexcept {
-    magnitude += up ? 1 : 0;
-    if (magnitude == powerOf10(precision)) [[unlikely]] {
-        if (scale == 0) return invalid();
-        magnitude /= 10;
-        --scale;
-    }
-    return join(negative, magnitude, scale);
-}
-
-Decimal Decimal::Parts::fit(bool negative, UInt192 magnitude, int scale, bool more) noexcept {
+Decimal Decimal::Parts::fit(bool negative, UInt128 magnitude, int scale, bool more,
+                            std::uint64_t upper) noexcept {
     const int precision = decimalPrecision();
-    const int digits = digitCount(magnitude);
+    UInt192 number{magnitude, upper};
+    const int digits = digitCount(number);
     int drop = std::max(digits - precision, scale - maxScaleCM);
-    if (drop <= 0) return join(negative, magnitude.low, scale);
+    if (drop <= 0) return join(negative, magnitude, scale);
     if (drop > scale) return invalid();
     if (drop > digits) return {0, maxScaleCM};
     scale -= drop;
     if (drop > 37) [[unlikely]] {
         constexpr int first = 20;
-        const auto part = divideByPowerOf10(magnitude, first);
-        magnitude = {part.quotient};
+        const auto part = divideByPowerOf10(number, first);
+        number = {part.quotient};
         more |= part.remainder != 0;
         drop -= first;
     }
-    const auto [kept, remainder] = divideByPowerOf10(magnitude, drop);
+    const auto [kept, remainder] = divideByPowerOf10(number, drop);
     const bool up = roundsUp(remainder, powerOf10(drop), (kept & 1) != 0, more);
     return joinRounded(negative, kept, scale, up, precision);
 }
 
 Decimal Decimal::add(Decimal left, Decimal right) noexcept {
-    if (areSmall(left, right)) [[likely]] {
-        // Bring the operand with fewer digits after the point to the scale of the other.
-        const bool leftIsFiner = left.high_ > right.high_;
-        const Decimal& finer = leftIsFiner ? left : right;
-        const Decimal& coarser = leftIsFiner ? right : left;
-        const std::uint64_t shift = finer.high_ - coarser.high_;
+    // Bring the operand with fewer digits after the point to the scale of the other.
+    const bool leftIsFiner = left.scale() > right.scale();
+    const Decimal fine = leftIsFiner ? left : right;
+    const Decimal coarse = leftIsFiner ? right : left;
+    const int shift = fine.scale() - coarse.scale();
+    if (areSmall(left, right) && shift <= 18) [[likely]] {
+        const auto power =
+            static_cast<std::int64_t>(smallPowersOf10S[static_cast<std::size_t>(shift)]);
         std::int64_t sum = 0;
-        if (shift <= 18 &&
-            !__builtin_mul_overflow(coarser.low_,
-                                    static_cast<std::int64_t>(smallPowersOf10S[shift]), &sum) &&
-            !__builtin_add_overflow(sum, finer.low_, &sum) && isSmallCoefficient(sum)) [[likely]] {
-            return {sum, finer.high_};
+        if (!__builtin_mul_overflow(coarse.low_, power, &sum) &&
+            !__builtin_add_overflow(sum, fine.low_, &sum) && isSmallCoefficient(sum)) [[likely]] {
+            return {sum, fine.high_};
         }
     }
     if (!left.isValid() || !right.isValid()) return invalid();
 
-    Parts finer(left);
-    Parts coarser(right);
-    if (finer.scale < coarser.scale) std::swap(finer, coarser);
     // Signs differ at random: negate, add and take the magnitude again without a branch.
+    const Parts finer(fine);
+    const Parts coarser(coarse);
     const bool signsDiffer = finer.negative != coarser.negative;
-    UInt192 total = sum(
-        {finer.magnitude},
-        negated(product(coarser.magnitude, powerOf10(finer.scale - coarser.scale)), signsDiffer));
+    UInt192 total =
+        sum({finer.magnitude}, negated(product(coarser.magnitude, powerOf10(shift)), signsDiffer));
     const bool changesSign = signsDiffer & isNegative(total);
     total = negated(total, changesSign);
-    return Parts::fit(finer.negative != changesSign, total, finer.scale);
+    return Parts::fit(finer.negative != changesSign, total.low, finer.scale, false, total.high);
 }
 
 Decimal Decimal::multiply(Decimal left, Decimal right) noexcept {
     if (!left.isValid() || !right.isValid()) return invalid();
     const Parts first(left);
     const Parts second(right);
-    return Parts::fit(first.negative != second.negative, product(first.magnitude, second.magnitude),
-                      first.scale + second.scale);
+    const UInt192 exact = product(first.magnitude, second.magnitude);
+    return Parts::fit(first.negative != second.negative, exact.low, first.scale + second.scale,
+                      false, exact.high);
 }
 
 namespace {
@@ -115,104 +106,99 @@ int dropZeros(Number& number, int most) noexcept {
     return dropped;
 }
 
-struct Quotient {
-    UInt128 magnitude;
-    UInt128 remainder;
-    int scale;
-};
+}  // namespace
 
-/// The digits of a quotient of two numbers of at most 18 digits, neither 0, whose scale as it
-/// stands is `scale`: until it is exact or has all digits that fit. Trailing zeros beyond scale
-/// `ideal` are left away when it is exact.
-Quotient divideSmall(std::uint64_t dividend, std::uint64_t divisor, int scale, int ideal,
-                     int precision) noexcept {
+/// The quotient of `magnitude` and `scale` when that is all of it (`isExact`) or all the digits
+/// that fit, to be increased by one if `up`; trailing zeros are left away down to scale `ideal`.
+Decimal Decimal::Parts::fromQuotient(bool negative, UInt128 magnitude, int scale, int ideal,
+                                     bool isExact, bool up) noexcept {
+    const int precision = decimalPrecision();
+    const UInt128 limit = powerOf10(precision);
+    if (scale < 0) [[unlikely]] {
+        if (!isExact || digitCount(magnitude) - scale > precision) return invalid();
+        return join(negative, magnitude * powerOf10(-scale), 0);
+    }
+    // Operands made in the other width can leave more digits than there should be.
+    if (magnitude >= limit) [[unlikely]]
+        return fit(negative, magnitude, scale, !isExact);
+    magnitude += up ? 1 : 0;
+    if (magnitude == 0) [[unlikely]]
+        return {0, static_cast<std::uint64_t>(ideal)};
+    if (magnitude == limit && scale == ideal) [[unlikely]] {
+        return joinRounded(negative, magnitude, scale, false, precision);
+    }
+    // 2^64 is 1 modulo 5, so the sum of the words tells whether the last digit is 0.
+    const std::uint64_t modulo5 = (highWord(magnitude) % 5 + lowWord(magnitude) % 5) % 5;
+    if ((modulo5 | (lowWord(magnitude) & 1)) == 0 && scale > ideal) [[unlikely]] {
+        scale -= dropZeros(magnitude, scale - ideal);
+    }
+    return join(negative, magnitude, scale);
+}
+
+/// Numbers of at most 18 digits, the divisor not 0.
+Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
+    const bool negative = (left.low_ ^ right.low_) < 0;
+    const auto dividend = static_cast<std::uint64_t>(left.low_ < 0 ? -left.low_ : left.low_);
+    const auto divisor = static_cast<std::uint64_t>(right.low_ < 0 ? -right.low_ : right.low_);
+    const int precision = decimalPrecision();
+    int scale = left.scale() - right.scale();
+    const int ideal = std::max(scale, 0);
+
     // One machine division gives as many digits as a word holds, or one less.
     const int shift =
         std::min(std::min(18, precision - 1) - digitCount(dividend) + digitCount(divisor),
-                 Decimal::maxScaleCM - scale);
+                 maxScaleCM - scale);
     const UInt128 number = dividend * powerOf10(shift);
     auto [digits, remainder] = divideWords(highWord(number), lowWord(number), divisor);
     scale += shift;
     if (remainder == 0) {
-        scale -= dropZeros(digits, scale - ideal);
-        return {digits, 0, scale};
+        if (digits != 0) scale -= dropZeros(digits, scale - ideal);
+        return Parts::fromQuotient(negative, digits, scale, ideal, true, false);
     }
-    // The second gives the others.
-    int count = std::min(precision - digitCount(digits), Decimal::maxScaleCM - scale);
-    if (count <= 0) return {digits, remainder, scale};
-    const UInt128 rest =
-        static_cast<UInt128>(remainder) * smallPowersOf10S[static_cast<std::size_t>(count)];
-    auto second = divideWords(highWord(rest), lowWord(rest), divisor);
-    if (second.remainder == 0) {
-        count -= dropZeros(second.quotient, std::min(count, scale + count - ideal));
+    // A second one gives the others.
+    int count = std::min(precision - digitCount(digits), maxScaleCM - scale);
+    UInt128 magnitude = digits;
+    if (count > 0) [[likely]] {
+        const UInt128 rest =
+            static_cast<UInt128>(remainder) * smallPowersOf10S[static_cast<std::size_t>(count)];
+        auto second = divideWords(highWord(rest), lowWord(rest), divisor);
+        remainder = second.remainder;
+        if (remainder == 0) {
+            count -= dropZeros(second.quotient, std::min(count, scale + count - ideal));
+        }
+        magnitude = magnitude * smallPowersOf10S[static_cast<std::size_t>(count)] + second.quotient;
+        scale += count;
     }
-    return {static_cast<UInt128>(digits) * smallPowersOf10S[static_cast<std::size_t>(count)] +
-                second.quotient,
-            second.remainder, scale + count};
+    const bool up = roundsUp(remainder, divisor, (magnitude & 1) != 0);
+    return Parts::fromQuotient(negative, magnitude, scale, ideal, remainder == 0, up);
 }
-
-/// The same for numbers of up to 28 digits, zeros not left away. The quotient has too many digits
-/// when even its integer part does.
-Quotient divideWide(UInt128 dividend, UInt128 divisor, int scale, int precision) noexcept {
-    // How many digits the quotient has before the point: the difference in length, or one more when
-    // the first digits of the dividend are not less than those of the divisor.
-    const int lengthen = digitCount(dividend) - digitCount(divisor);
-    const bool isLonger =
-        dividend * powerOf10(std::max(-lengthen, 0)) >= divisor * powerOf10(std::max(lengthen, 0));
-    const int digits = lengthen + (isLonger ? 1 : 0);
-    const int shift = std::max(0, std::min(precision - digits, Decimal::maxScaleCM - scale));
-    // The shifted dividend has at most 56 digits, but the shift alone can have more than 38.
-    const int first = std::max(shift - 28, 0);
-    const auto [quotient, remainder] =
-        divide(product(dividend * powerOf10(first), powerOf10(shift - first)), divisor);
-    return {quotient, remainder, scale + shift};
-}
-
-}  // namespace
 
 Decimal Decimal::divide(Decimal left, Decimal right) noexcept {
-    if (!left.isValid() || !right.isValid() || right.isZero()) return invalid();
+    if (right.isZero()) return invalid();
+    if (areSmall(left, right)) [[likely]]
+        return divideSmall(left, right);
+    if (!left.isValid() || !right.isValid()) return invalid();
     const Parts dividend(left);
     const Parts divisor(right);
-    const bool negative = dividend.negative != divisor.negative;
-    const int precision = decimalPrecision();
-    const int difference = dividend.scale - divisor.scale;
-    const int ideal = std::max(difference, 0);
-    if (dividend.magnitude == 0) return {0, static_cast<std::uint64_t>(ideal)};
+    int scale = dividend.scale - divisor.scale;
+    const int ideal = std::max(scale, 0);
 
-    Quotient quotient{};
-    if (areSmall(left, right)) [[likely]] {
-        quotient = divideSmall(lowWord(dividend.magnitude), lowWord(divisor.magnitude), difference,
-                               ideal, precision);
-    } else {
-        quotient = divideWide(dividend.magnitude, divisor.magnitude, difference, precision);
-        if (quotient.remainder == 0) {
-            quotient.scale -= dropZeros(quotient.magnitude, quotient.scale - ideal);
-        }
-    }
-    auto [magnitude, remainder, scale] = quotient;
-    if (scale < 0) [[unlikely]] {
-        if (remainder != 0 || digitCount(magnitude) - scale > precision) return invalid();
-        return Parts::join(negative, magnitude * powerOf10(-scale), 0);
-    }
-    // Operands made in the other width can leave more digits than there should be.
-    const UInt128 limit = powerOf10(precision);
-    if (magnitude >= limit) [[unlikely]] {
-        return Parts::fit(negative, {magnitude}, scale, remainder != 0);
-    }
-    if (remainder == 0) return Parts::join(negative, magnitude, scale);
-
-    magnitude += roundsUp(remainder, divisor.magnitude, (magnitude & 1) != 0) ? 1 : 0;
-    if (magnitude == 0) return {0, static_cast<std::uint64_t>(ideal)};
-    if (magnitude == limit && scale == ideal) [[unlikely]] {
-        return Parts::joinRounded(negative, magnitude, scale, false, precision);
-    }
-    // 2^64 is 1 modulo 5, so the sum of the words tells whether the last digit is 0.
-    const std::uint64_t modulo5 = (highWord(magnitude) % 5 + lowWord(magnitude) % 5) % 5;
-    if ((modulo5 | (lowWord(magnitude) & 1)) == 0) {
-        scale -= dropZeros(magnitude, scale - ideal);
-    }
-    return Parts::join(negative, magnitude, scale);
+    // How many digits the quotient has before the point as it stands: the difference in length, or
+    // one more when the first digits of the dividend are not less than those of the divisor.
+    const int lengthen = digitCount(dividend.magnitude) - digitCount(divisor.magnitude);
+    const bool isLonger = dividend.magnitude * powerOf10(std::max(-lengthen, 0)) >=
+                          divisor.magnitude * powerOf10(std::max(lengthen, 0));
+    const int digits = lengthen + (isLonger ? 1 : 0);
+    const int shift = std::max(0, std::min(decimalPrecision() - digits, maxScaleCM - scale));
+    scale += shift;
+    // The shifted dividend has at most 56 digits, but the shift alone can have more than 38.
+    const int first = std::max(shift - maxScaleCM, 0);
+    const auto [magnitude, remainder] =
+        FND::divide(product(dividend.magnitude * powerOf10(first), powerOf10(shift - first)),
+                    divisor.magnitude);
+    const bool up = roundsUp(remainder, divisor.magnitude, (magnitude & 1) != 0);
+    return Parts::fromQuotient(dividend.negative != divisor.negative, magnitude, scale, ideal,
+                               remainder == 0, up);
 }
 
 int Decimal::compare(Decimal other) const noexcept {

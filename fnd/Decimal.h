@@ -162,7 +162,7 @@ public:
     }
 
 private:
-    struct Parts;
+    struct [[gnu::visibility("hidden")]] Parts;
 
     // Two forms. Small, a coefficient of up to 18 digits: `low_` is the signed coefficient and
     // `high_` the scale alone. Wide, 19 to 28 digits: `low_` holds the low 64 bits of the
@@ -190,6 +190,7 @@ private:
     static Decimal add(Decimal left, Decimal right) noexcept;
     static Decimal multiply(Decimal left, Decimal right) noexcept;
     static Decimal divide(Decimal left, Decimal right) noexcept;
+    static Decimal divideSmall(Decimal left, Decimal right) noexcept;
 
     std::int64_t low_ = 0;
     std::uint64_t high_ = 0;

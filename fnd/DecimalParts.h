@@ -40,13 +40,25 @@ struct Decimal::Parts {
     /// As `join`, for a magnitude of at most `precision` digits to which 1 is added when `up` says
     /// so. The invalid value when that makes a digit too many and none can be given up.
     static Decimal joinRounded(bool negative, UInt128 magnitude, int scale, bool up,
-                               int precision) noexcept;
+                               int precision) noexcept {
+        magnitude += up ? 1 : 0;
+        if (magnitude == powerOf10(precision)) [[unlikely]] {
+            if (scale == 0) return invalid();
+            magnitude /= 10;
+            --scale;
+        }
+        return join(negative, magnitude, scale);
+    }
 
-    /// The number of any magnitude and scale (negative scales excepted), rounded half to even to
-    /// the digits available and a scale of 28. Invalid when the integer part has too many digits.
-    /// `more` says that the true magnitude is greater than `magnitude`, by less than 1; then
-    /// `magnitude` has to have too many digits.
-    static Decimal fit(bool negative, UInt192 magnitude, int scale, bool more = false) noexcept;
+    /// The number of any magnitude (192 bits: `upper` holds the highest 64) and any scale that is
+    /// not negative, rounded half to even to the digits available and a scale of 28. Invalid when
+    /// the integer part has too many digits. `more` says that the true magnitude is greater, by
+    /// less than 1; then it has to have too many digits. Takes words, as those travel in registers.
+    static Decimal fit(bool negative, UInt128 magnitude, int scale, bool more = false,
+                       std::uint64_t upper = 0) noexcept;
+
+    static Decimal fromQuotient(bool negative, UInt128 magnitude, int scale, int ideal,
+                                bool isExact, bool up) noexcept;
 };
 
 /// Significant digits that results have at present.

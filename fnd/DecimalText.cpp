@@ -163,7 +163,7 @@ Decimal Decimal::fromDouble(double number) noexcept {
     int exponent = 0;
     std::from_chars(next, end, exponent);
     scale -= exponent + 1;
-    if (scale >= 0) return Parts::fit(number < 0, {magnitude}, scale);
+    if (scale >= 0) return Parts::fit(number < 0, magnitude, scale);
     if (digitCount(magnitude) - scale > decimalPrecision()) return invalid();
     return Parts::join(number < 0, magnitude * powerOf10(-scale), 0);
 }
