@@ -16,14 +16,17 @@ bool cutSign(std::string_view& text) {
     return isNegative;
 }
 
-/// The digits of `base` at the front of `text`; the largest value when there are too many, nothing
-/// when there are none.
-std::optional<unsigned long> readDigits(std::string_view text, int base) {
-    unsigned long value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    if (error == std::errc::result_out_of_range) return std::numeric_limits<unsigned long>::max();
-    if (error != std::errc()) return std::nullopt;
-    return value;
+enum class Digits { None, Some, TooMany };
+
+/// Reads the digits of `base` at the front of `text` into `value`, which is 0 without any and the
+/// largest when there are too many.
+Digits readDigits(std::string_view text, int base, unsigned long& value) {
+    value = 0;
+    const auto error = std::from_chars(text.data(), text.data() + text.size(), value, base).ec;
+    if (error == std::errc()) return Digits::Some;
+    if (error != std::errc::result_out_of_range) return Digits::None;
+    value = std::numeric_limits<unsigned long>::max();
+    return Digits::TooMany;
 }
 
 }  // namespace
@@ -31,7 +34,8 @@ std::optional<unsigned long> readDigits(std::string_view text, int base) {
 long readLong(std::string_view text) {
     constexpr unsigned long largest = std::numeric_limits<long>::max();
     const bool isNegative = cutSign(text);
-    const unsigned long magnitude = readDigits(text, 10).value_or(0);
+    unsigned long magnitude = 0;
+    readDigits(text, 10, magnitude);
     if (isNegative) return static_cast<long>(0 - std::min(magnitude, largest + 1));
     return static_cast<long>(std::min(magnitude, largest));
 }
@@ -39,9 +43,10 @@ long readLong(std::string_view text) {
 std::optional<unsigned long> readHex(std::string_view text) {
     const bool isNegative = cutSign(text);
     if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
-    const std::optional<unsigned long> value = readDigits(text, 16);
-    if (!isNegative || !value || *value == std::numeric_limits<unsigned long>::max()) return value;
-    return 0 - *value;
+    unsigned long value = 0;
+    const Digits digits = readDigits(text, 16, value);
+    if (digits == Digits::None) return std::nullopt;
+    return isNegative && digits == Digits::Some ? 0 - value : value;
 }
 
 }  // namespace SCR
