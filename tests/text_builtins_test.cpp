@@ -1,0 +1,221 @@
+// What the string and numeric functions are made of: number texts against the C library, regular
+// expressions, and the memory that results take.
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "Script.h"
+#include "scr/builtin/NumberText.h"
+#include "scr/builtin/RegExpr.h"
+#include "scr/builtin/StringResult.h"
+
+namespace {
+
+// Every allocation of this program is counted; larger ones than the limit fail.
+long allocationsS = 0;
+std::size_t allocationLimitS = std::size_t{0} - 1;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    ++allocationsS;
+    void* const memory = size <= allocationLimitS ? std::malloc(size) : nullptr;
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+
+namespace {
+
+using std::string;
+
+// The C library reads a prefix without digits as 0; the C standard and this system read nothing.
+bool isBarePrefix(const string& text) {
+    const std::size_t x = text.find_first_of("xX");
+    return x != string::npos && x > 0 && text[x - 1] == '0' &&
+           text.find_first_not_of(" \t\n\v\f\r+-") == x - 1 &&
+           (x + 1 == text.size() || std::isxdigit(static_cast<unsigned char>(text[x + 1])) == 0);
+}
+
+void expectAsInC(const string& text) {
+    EXPECT_EQ(SCR::readLong(text), std::strtol(text.c_str(), nullptr, 10)) << '"' << text << '"';
+    if (isBarePrefix(text)) {
+        EXPECT_FALSE(SCR::readHex(text)) << '"' << text << '"';
+        return;
+    }
+    unsigned long expected = 0;
+    const bool isNumber = std::sscanf(text.c_str(), "%lx", &expected) == 1;
+    const std::optional<unsigned long> value = SCR::readHex(text);
+    EXPECT_EQ(value.has_value(), isNumber) << '"' << text << '"';
+    EXPECT_EQ(value.value_or(0), expected) << '"' << text << '"';
+}
+
+TEST(NumberText, ReadsAllShortTextsAsTheCLibrary) {
+    const string alphabet(" \t+-017fFgxX\xE4\0", 14);
+    string text;
+    const auto extend = [&](const auto& self, int left) -> void {
+        expectAsInC(text);
+        if (left == 0) return;
+        for (const char byte : alphabet) {
+            text.push_back(byte);
+            self(self, left - 1);
+            text.pop_back();
+        }
+    };
+    extend(extend, 4);
+}
+
+TEST(NumberText, ReadsAllPairsOfBytesAsTheCLibrary) {
+    for (int pair = 0; pair < 65536; ++pair) {
+        expectAsInC({static_cast<char>(pair >> 8), static_cast<char>(pair & 255)});
+    }
+}
+
+TEST(NumberText, ReadsLimitsAsTheCLibrary) {
+    for (const string sign : {"", "+", "-"}) {
+        for (const string digits :
+             {"9223372036854775806", "9223372036854775807", "9223372036854775808",
+              "9223372036854775809", "18446744073709551615", "18446744073709551616",
+              "7fffffffffffffff", "8000000000000000", "fffffffffffffffe", "ffffffffffffffff",
+              "0xffffffffffffffff", "10000000000000000", "ffffffffffffffffffffffffffff"}) {
+            expectAsInC(sign + digits);
+            expectAsInC("  " + sign + "0000000000000000000000000" + digits + " 1");
+        }
+    }
+}
+
+TEST(RegExpr, KnowsValidPatterns) {
+    const struct {
+        string pattern;
+        bool isValid;
+    } cases[] = {
+        {"", true},          {"()", true},         {"|a", true},      {"a{2,3}", true},
+        {"a{,3}", true},     {"[]a]", true},       {"[^]a]", true},   {"[[:alnum:]_-]", true},
+        {"\\.\\/\\-", true}, {"\\d\\S\\b", true},  {"a$b", true},     {"\xE4+", true},
+        {"{", true},         {string(1, 0), true}, {"[a\\]b]", true}, {"a**", true},
+        {"*a", false},       {"a|*", false},       {"(", false},      {")", false},
+        {"[a", false},       {"[z-a]", false},     {"a{2,1}", false}, {"a\\", false},
+        {"(a)\\1", false},   {"(?:a)", false},     {"(?i)a", false},  {"[[:none:]]", false},
+        {"a{1001}", false},  {"\\Q", false},       {"\\pN", false},   {"((a{99}){99}){99}", false},
+    };
+    for (const auto& [pattern, isValid] : cases) {
+        EXPECT_EQ(SCR::RegExpr(pattern).isValid(), isValid) << pattern;
+    }
+}
+
+TEST(RegExpr, FindsTheLeftmostLongestMatch) {
+    const struct {
+        string pattern;
+        string text;
+        std::size_t start;
+        int position;  // -1: none
+        int length;
+    } cases[] = {
+        {"a|ab|abc", "xabcd", 0, 1, 3},
+        {"a*?", "aaa", 0, 0, 3},
+        {"(a|ab)(c|bcd)", "abcd", 0, 0, 4},
+        {"", "abc", 2, 2, 0},
+        {"x*", "abc", 3, 3, 0},
+        {"a", "abc", 4, -1, 0},
+        {"^b", "abc", 1, -1, 0},
+        {"\\Bb", "abc", 1, 1, 1},
+        {"b$", "ab\n", 0, -1, 0},
+        {".*", "a\nb", 0, 0, 3},
+        {string("\0+", 2), string("a\0\0b", 4), 0, 1, 2},
+        {"[\x80-\xFF]+", "a\xC3\xA4z", 0, 1, 2},
+        {"A", "a", 0, -1, 0},
+    };
+    for (const auto& [pattern, text, start, position, length] : cases) {
+        const std::optional<std::string_view> match = SCR::RegExpr(pattern).search(text, start);
+        EXPECT_EQ(match ? match->data() - text.data() : -1, position) << pattern << " in " << text;
+        EXPECT_EQ(match ? match->size() : 0, length) << pattern << " in " << text;
+    }
+}
+
+TEST(RegExpr, TakesHostilePatternsAndTextsInItsStride) {
+    const string deep = string(50000, '(') + 'a' + string(50000, ')');
+    SCR::RegExpr(deep).search("aa", 0);
+    // Many more states than may be kept.
+    const SCR::RegExpr wide("a[ab]{300}b[ab]{200}c");
+    EXPECT_TRUE(wide.isValid());
+    string text;
+    std::minstd_rand random(1);
+    for (int i = 0; i < 20000; ++i) text += "ab"[random() >> 16 & 1];
+    EXPECT_FALSE(wide.search(text, 0));
+    EXPECT_FALSE(SCR::RegExpr("(((a+)+)+)+$").search(string(200000, 'a') + 'b', 0));
+}
+
+TEST(StringResult, HasALimit) {
+    string result = "abc";
+    EXPECT_TRUE(SCR::tryReserveResult(result, 1000));
+    EXPECT_GE(result.capacity(), 1000U);
+    for (const std::size_t size : {SCR::maxStringSize + 1, std::size_t{0} - 1}) {
+        result = "abc";
+        EXPECT_FALSE(SCR::tryReserveResult(result, size));
+        EXPECT_EQ(result, "");
+    }
+}
+
+TEST(StringResult, MemoryThatCanNotBeHadIsAnErrorOfTheScript) {
+    allocationLimitS = 1 << 20;
+    const Harness::ScriptRun run = Harness::run(R"(
+        String text = strPad("", "x", 1000000, true);
+        logStdout("[" + strStrToHexStr(text) + replace(text, 0, 0, text) + "]");
+        logStdout(longToStr(length(text)));)");
+    allocationLimitS = std::size_t{0} - 1;
+    EXPECT_TRUE(run.ok);
+    EXPECT_EQ(run.output, "[]1000000");
+    EXPECT_EQ(run.log,
+              "ERROR: Out of memory!  Returning...\nString result is too long '2000000'\n");
+}
+
+TEST(TextBuiltIns, DoNotAllocateOnceTheirRoomIsThere) {
+    const char* const statements[] = {
+        R"(r = toUpper(t);)",
+        R"(r = toLower(t);)",
+        R"(r = substr(t, 3, 40);)",
+        R"(r = replace(t, 3, 2, t);)",
+        R"(r = strStrip(t, STRIP_BOTH, "a");)",
+        R"(r = strPad(t, "-", 90, false);)",
+        R"(r = strStrToHexStr(t);)",
+        R"(r = strHexStrToStr(h);)",
+        R"(r = strMatch(t, "[0-9][a-z0-9, ]+");)",
+        R"(r = strDecode(t, "a", "1", "b", "2", "neither this nor that nor anything else");)",
+        R"(r = longToStr(-9223372036854775807);)",
+        R"(r = longToHexStr(-9223372036854775807);)",
+        R"(r = decimalToStr(12345678.9, 20);)",
+        R"(r = decimalToStrHex(12345678.9, ".", 20);)",
+        R"(d = strToDecimal("123.456"); d = round(d, 2); d = sqrt(d); d = strHexToDecimal("ff.8");)",
+        R"(n = strSearch(t, "z9") + strSearchRegExpr(t, "z9+") + strToLong(t) + strHexToLong(t);)",
+        R"(b = strStartsWith(t, "abc"); b = strEndsWith(t, "z9");)",
+        R"(n = strSplit(f, t, ","); n = strSplit(f, t, " ");)",
+    };
+    for (const string statement : statements) {
+        Harness::MemoryLog log;
+        SCR::Interpreter interpreter(&log);
+        ASSERT_TRUE(interpreter.compile(R"(
+            String t = "abc, defghijklm 0123, nopqrstuvwxyz, and so on and on, z9";
+            String h = strStrToHexStr(t);
+            String r; String f[]; Long n; Bool b; Decimal d;)" +
+                                        statement))
+            << statement << log.text;
+        // The first runs make room, and the regular expressions find their states.
+        for (int turn = 0; turn < 3; ++turn) ASSERT_TRUE(interpreter.execute());
+        const long before = allocationsS;
+        ASSERT_TRUE(interpreter.execute());
+        EXPECT_EQ(allocationsS - before, 0) << statement;
+        EXPECT_EQ(log.text, "") << statement;
+    }
+}
+
+}  // namespace
