@@ -42,7 +42,7 @@ Variable* Array::clone() const {
 }
 
 Variable* Array::at(unsigned long index, unsigned long limit) {
-    if (index >= size_ && index >= limit) return nullptr;
+    if (index >= size_ && index >= std::min(limit, maxSizeCM)) return nullptr;
     const std::size_t chunk = SlotStore::chunkOf(index);
     try {
         if (chunk >= store_.numChunks() || store_.chunk(chunk) == nullptr) makeChunk(chunk);

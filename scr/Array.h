@@ -20,6 +20,9 @@ struct NestedMaker;
 /// variable.
 class KESTREL_API Array final : public Variable {
 public:
+    /// The most elements that an array can have.
+    static constexpr unsigned long maxSizeCM = 1UL << 32;
+
     /// Takes the prototype over.
     explicit Array(Variable* prototype);
     ~Array() override;
@@ -38,8 +41,8 @@ public:
 
     /// The element `index`, which the array owns; it stays valid until it is removed. An array that
     /// is too small grows so that `index` becomes its last element. Null when the element can not
-    /// be had: the array would grow beyond `limit` elements, or there is no memory. Nothing changed
-    /// then.
+    /// be had: the array would grow beyond `limit` elements or `maxSizeCM`, or there is no memory.
+    /// Nothing changed then.
     Variable* at(unsigned long index, unsigned long limit = defaultElementLimit);
 
     /// The element `index` if it is there and was used before; otherwise null, and `at` gives it.

@@ -37,8 +37,9 @@ namespace {
 template <class Container, class Access, class ContainerNode, class Make>
 auto withContainer(std::unique_ptr<ContainerNode> node, Make&& make) {
     if constexpr (specialisesNodes) {
-        if (typeid(*node) == typeid(Access)) {
-            return make(NamedContainer<Container>(node->result()));
+        ContainerNode& operand = *node;
+        if (typeid(operand) == typeid(Access)) {
+            return make(NamedContainer<Container>(operand.result()));
         }
     }
     return make(AnyContainer<ContainerNode>(std::move(node)));

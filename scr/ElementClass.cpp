@@ -21,7 +21,7 @@ void assign(Value& target, const Value& source) {
 void assign(FND::String& target, const FND::String& source) {
     constexpr std::size_t kept = 256;
     if (target.capacity() > kept && source.size() <= kept) {
-        target = FND::String(source);
+        FND::String(source).swap(target);
     } else {
         target = source;
     }
@@ -67,9 +67,7 @@ struct ElementMaker<FileVariable> {
     static void construct(std::byte* slot, const FileVariable& /*prototype*/) {
         new (slot) FileVariable;
     }
-    static void copy(FileVariable& element, const FileVariable& /*source*/) {
-        element.close();
-    }
+    static void copy(FileVariable& element, const FileVariable& /*source*/) { element.close(); }
 };
 
 // Containers in containers. Few prototypes hold elements, so making one is cheap at any depth.

@@ -15,7 +15,6 @@ namespace SCR {
 namespace {
 
 constexpr std::uint32_t noSlotS = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint32_t maxEntriesS = 1U << 31;
 constexpr std::size_t fewestPlacesS = 8;
 // What is kept of a cleared hash.
 constexpr std::size_t keptSlotsS = 64;
@@ -75,7 +74,7 @@ Variable* Hash::find(const FND::String& key, unsigned long limit) {
     if (std::byte* const slot = look(key, hash, slotSize()).slot) {
         return elementClass_->element(slot + elementOffsetCM);
     }
-    if (size_ >= limit || size_ >= maxEntriesS) return nullptr;
+    if (size_ >= std::min(limit, maxSizeCM)) return nullptr;
     try {
         return insert(key, hash);
     } catch (const std::exception&) {

@@ -25,6 +25,9 @@ struct NestedMaker;
 /// Thread rule of a variable.
 class KESTREL_API Hash final : public Variable {
 public:
+    /// The most entries that a hash can have.
+    static constexpr unsigned long maxSizeCM = 1UL << 31;
+
     /// Takes the prototype over.
     explicit Hash(Variable* prototype);
     ~Hash() override;
@@ -43,7 +46,7 @@ public:
 
     /// The element under `key`, which the hash owns; it stays valid until it is removed. A missing
     /// one is made under a copy of the key. Null when the element can not be had: there are `limit`
-    /// entries, or there is no memory. Nothing changed then.
+    /// entries or `maxSizeCM`, or there is no memory. Nothing changed then.
     Variable* find(const FND::String& key, unsigned long limit = defaultElementLimit);
 
     /// The element under `key`, whose `keyHash` is `hash`; null when it is missing. `V` must be the

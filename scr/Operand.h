@@ -101,8 +101,9 @@ auto withOperand(std::unique_ptr<Node> node, Make&& make) {
         if (const auto* variable = variableOf<Type>(*node)) {
             return make(VariableOperand<Type>(&variable->value()));
         }
-        if (typeid(*node) == typeid(Constant)) {
-            return make(ConstantOperand<Type>(static_cast<Constant&>(*node).result()));
+        Node& operand = *node;
+        if (typeid(operand) == typeid(Constant)) {
+            return make(ConstantOperand<Type>(static_cast<Constant&>(operand).result()));
         }
     }
     return make(AnyOperand<Type>(std::move(node)));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <new>
@@ -24,9 +25,8 @@ public:
 
     /// The chunk that slot `number` lies in.
     static constexpr std::size_t chunkOf(std::size_t number) {
-        return number < pageSlotsCM
-                   ? static_cast<std::size_t>(std::bit_width(number / firstSlotsCM))
-                   : number / pageSlotsCM + lastSmallChunkCM;
+        return number < pageSlotsCM ? smallChunksCM[number / firstSlotsCM]
+                                    : number / pageSlotsCM + lastSmallChunkCM;
     }
     /// The number of the first slot of a chunk.
     static constexpr std::size_t firstOf(std::size_t chunk) {
@@ -91,6 +91,16 @@ private:
     static constexpr std::size_t lastSmallChunkCM =
         std::bit_width((pageSlotsCM - 1) / firstSlotsCM);
     static constexpr std::align_val_t lineCM{64};
+
+    // The chunk of each group of slots in front of the pages. Looking it up is faster than finding
+    // the highest bit of the slot's number.
+    static constexpr auto smallChunksCM = [] {
+        std::array<unsigned char, pageSlotsCM / firstSlotsCM> chunks{};
+        for (std::size_t group = 0; group < chunks.size(); ++group) {
+            chunks[group] = static_cast<unsigned char>(std::bit_width(group));
+        }
+        return chunks;
+    }();
 
     // Chunks of some size start on a cache line, which slots of 64 bytes then never straddle.
     static constexpr bool isAligned(std::size_t chunk) { return slotsOf(chunk) >= 32; }

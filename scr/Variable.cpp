@@ -33,10 +33,10 @@ bool makeMode(const FND::String& mode, FND::String& checked) {
 Variable::~Variable() = default;
 
 Variable* AdtVariable::clone() const {
-    auto* copy = new AdtVariable(value());
+    auto copy = std::make_unique<AdtVariable>(value());
     copy->dataType(dataType());
     copy->subType_ = subType_;
-    return copy;
+    return copy.release();
 }
 
 FileVariable::~FileVariable() { close(); }

@@ -1,0 +1,560 @@
+// Arrays and hashes as host programs see them, and what they cost in memory. What scripts do with
+// them is tested by cases/containers.cases.
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <new>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Script.h"
+#include "scr/Array.h"
+#include "scr/Hash.h"
+#include "scr/KeyHash.h"
+
+namespace {
+
+// Every allocation of this program is counted, and may be made to fail.
+std::size_t bytesHeldG = 0;
+std::size_t allocationsG = 0;
+std::size_t allocationsLeftG = std::numeric_limits<std::size_t>::max();
+
+void* allocate(std::size_t bytes, std::size_t alignment) {
+    if (allocationsLeftG == 0) throw std::bad_alloc();
+    --allocationsLeftG;
+    void* const memory = std::aligned_alloc(alignment, (bytes + alignment - 1) & ~(alignment - 1));
+    if (memory == nullptr) throw std::bad_alloc();
+    ++allocationsG;
+    bytesHeldG += malloc_usable_size(memory);
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    bytesHeldG -= malloc_usable_size(memory);
+    std::free(memory);
+}
+
+}  // namespace
+
+void* operator new(std::size_t bytes) { return allocate(bytes, 16); }
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+    return allocate(bytes, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* memory) noexcept { release(memory); }
+void operator delete(void* memory, std::size_t /*bytes*/) noexcept { release(memory); }
+void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { release(memory); }
+void operator delete(void* memory, std::size_t /*bytes*/, std::align_val_t /*alignment*/) noexcept {
+    release(memory);
+}
+
+namespace {
+
+using SCR::Array;
+using SCR::Hash;
+using SCR::LongVariable;
+using SCR::StringVariable;
+using SCR::Variable;
+
+long& longAt(Array& array, unsigned long index) {
+    return static_cast<LongVariable*>(array.at(index))->value();
+}
+
+long& longAt(Hash& hash, const std::string& key) {
+    return static_cast<LongVariable*>(hash.find(key))->value();
+}
+
+std::string& stringAt(Array& array, unsigned long index) {
+    return static_cast<StringVariable*>(array.at(index))->value();
+}
+
+std::vector<std::string> keysOf(const Hash& hash) {
+    std::vector<std::string> keys;
+    for (const std::string* key : hash.keys()) keys.push_back(*key);
+    return keys;
+}
+
+// A host's own class of variables, whose instances are counted.
+class HostVariable final : public Variable {
+public:
+    explicit HostVariable(int value) : Variable(1000), value_(value) { ++instancesCM; }
+    ~HostVariable() override { --instancesCM; }
+    Variable* clone() const override { return new HostVariable(value_); }
+    int value() const { return value_; }
+
+    static int instancesCM;
+
+private:
+    int value_;
+};
+int HostVariable::instancesCM = 0;
+
+template <class V, class Value>
+std::unique_ptr<Variable> holding(const Value& value) {
+    return std::make_unique<V>(value);
+}
+
+template <class V>
+auto valueOf(const Variable& variable) {
+    return static_cast<const V&>(variable).value();
+}
+
+template <class V>
+bool equal(const Variable& a, const Variable& b) {
+    return valueOf<V>(a) == valueOf<V>(b);
+}
+
+// A class of elements: a prototype, and whether two elements hold the same.
+struct ElementKind {
+    const char* name;
+    std::function<std::unique_ptr<Variable>()> prototype;
+    std::function<bool(const Variable&, const Variable&)> same;
+};
+
+const std::string longTextS(100, 'x');
+
+std::vector<ElementKind> elementKinds() {
+    return {
+        {"Long", [] { return holding<LongVariable>(7L); }, equal<LongVariable>},
+        {"Decimal", [] { return holding<SCR::DecimalVariable>(FND::Decimal(5)); },
+         equal<SCR::DecimalVariable>},
+        {"String", [] { return holding<StringVariable>(longTextS); }, equal<StringVariable>},
+        {"Date", [] { return holding<SCR::DateVariable>(FND::DateTime::max()); },
+         equal<SCR::DateVariable>},
+        {"Bool", [] { return holding<SCR::BoolVariable>(true); }, equal<SCR::BoolVariable>},
+        {"Nexid", [] { return holding<SCR::NexidVariable>(FND::Identifier(1, "/a", 2, 3)); },
+         equal<SCR::NexidVariable>},
+        {"Adt",
+         [] {
+             auto variable = std::make_unique<SCR::AdtVariable>(9L);
+             variable->subType(longTextS);
+             return variable;
+         },
+         [](const Variable& a, const Variable& b) {
+             return equal<SCR::AdtVariable>(a, b) &&
+                    static_cast<const SCR::AdtVariable&>(a).subType() ==
+                        static_cast<const SCR::AdtVariable&>(b).subType();
+         }},
+        {"File", [] { return std::make_unique<SCR::FileVariable>(); },
+         [](const Variable& a, const Variable& b) {
+             return static_cast<const SCR::FileVariable&>(a).stream() == nullptr &&
+                    static_cast<const SCR::FileVariable&>(b).stream() == nullptr;
+         }},
+        // Prototypes that hold elements already.
+        {"Array",
+         [] {
+             auto array = std::make_unique<Array>(new StringVariable(longTextS));
+             stringAt(*array, 5) = "five";
+             return array;
+         },
+         [](const Variable& a, const Variable& b) {
+             auto& first = const_cast<Array&>(static_cast<const Array&>(a));
+             auto& second = const_cast<Array&>(static_cast<const Array&>(b));
+             return first.size() == second.size() && first.size() == 6 &&
+                    stringAt(first, 5) == stringAt(second, 5) &&
+                    stringAt(first, 0) == stringAt(second, 0);
+         }},
+        {"Hash",
+         [] {
+             auto hash = std::make_unique<Hash>(new LongVariable(3));
+             longAt(*hash, "k") = 4;
+             return hash;
+         },
+         [](const Variable& a, const Variable& b) {
+             auto& first = const_cast<Hash&>(static_cast<const Hash&>(a));
+             auto& second = const_cast<Hash&>(static_cast<const Hash&>(b));
+             return keysOf(first) == keysOf(second) && longAt(first, "k") == longAt(second, "k");
+         }},
+        {"host's", [] { return std::make_unique<HostVariable>(11); },
+         [](const Variable& a, const Variable& b) {
+             return static_cast<const HostVariable&>(a).value() ==
+                    static_cast<const HostVariable&>(b).value();
+         }},
+    };
+}
+
+TEST(Container, ElementsOfEveryKindAreClonesOfThePrototype) {
+    for (const ElementKind& kind : elementKinds()) {
+        SCOPED_TRACE(kind.name);
+        const auto model = kind.prototype();
+        {
+            Array array(kind.prototype().release());
+            Hash hash(kind.prototype().release());
+            EXPECT_EQ(array.containerType(), model->dataType());
+            EXPECT_EQ(hash.containerType(), model->dataType());
+            for (int round = 0; round < 2; ++round) {
+                for (const unsigned long index : {0UL, 20UL, 5000UL}) {
+                    Variable* const element = array.at(index);
+                    EXPECT_EQ(element->dataType(), model->dataType());
+                    EXPECT_TRUE(kind.same(*element, *model));
+                    EXPECT_EQ(array.at(index), element);
+                    Variable* const entry = hash.find(std::to_string(index));
+                    EXPECT_TRUE(kind.same(*entry, *model));
+                    EXPECT_EQ(hash.find(std::to_string(index)), entry);
+                }
+                EXPECT_EQ(array.size(), 5001U);
+                EXPECT_EQ(hash.size(), 3U);
+
+                const std::unique_ptr<Variable> arrayCopy(array.clone());
+                const std::unique_ptr<Variable> hashCopy(hash.clone());
+                array.clear();
+                hash.clear();
+                EXPECT_EQ(array.size() + hash.size(), 0U);
+                auto& copy = static_cast<Array&>(*arrayCopy);
+                EXPECT_EQ(copy.size(), 5001U);
+                EXPECT_TRUE(kind.same(*copy.at(5000), *model));
+                EXPECT_TRUE(kind.same(*copy.at(6000), *model));
+                EXPECT_EQ(keysOf(static_cast<Hash&>(*hashCopy)),
+                          (std::vector<std::string>{"0", "20", "5000"}));
+            }
+        }
+    }
+    EXPECT_EQ(HostVariable::instancesCM, 0);
+}
+
+TEST(Array, GrowsWithoutMovingElements) {
+    Array array(new LongVariable);
+    std::vector<Variable*> elements;
+    for (long i = 0; i < 20000; ++i) {
+        longAt(array, static_cast<unsigned long>(i)) = i;
+        elements.push_back(array.at(static_cast<unsigned long>(i)));
+    }
+    for (long i = 0; i < 20000; ++i) {
+        const auto index = static_cast<unsigned long>(i);
+        ASSERT_EQ(array.at(index), elements[index]);
+        ASSERT_EQ(array.existing<LongVariable>(index), elements[index]);
+        ASSERT_EQ(longAt(array, index), i);
+    }
+    EXPECT_EQ(array.size(), 20000U);
+    EXPECT_EQ(array.existing<LongVariable>(20000), nullptr);
+}
+
+TEST(Array, TakesMemoryForWhatIsUsed) {
+    const std::size_t before = bytesHeldG;
+    Array array(new LongVariable(8));
+    longAt(array, SCR::defaultElementLimit - 1) = 1;
+    EXPECT_EQ(array.size(), SCR::defaultElementLimit);
+    EXPECT_EQ(longAt(array, 12345678), 8);
+    EXPECT_LT(bytesHeldG - before, 3U << 20);
+    array.clear();
+    EXPECT_LT(bytesHeldG - before, 8192U);
+}
+
+TEST(Array, TruncatedElementsComeBackAsClones) {
+    for (const unsigned long size : {3UL, 8UL, 64UL, 200UL, 5000UL, 20000UL}) {
+        for (const unsigned long left : {0UL, 1UL, 4UL, 60UL, 4096UL, 30000UL}) {
+            SCOPED_TRACE(testing::Message() << size << " cut to " << left);
+            Array array(new StringVariable("p"));
+            for (unsigned long i = 0; i < size; ++i) stringAt(array, i) = std::to_string(i);
+            array.truncate(left);
+            const unsigned long kept = std::min(left, size);
+            ASSERT_EQ(array.size(), kept);
+            for (unsigned long i = 0; i < size + 10; ++i) {
+                ASSERT_EQ(stringAt(array, i), i < kept ? std::to_string(i) : "p") << i;
+            }
+        }
+    }
+}
+
+TEST(Array, RefillsWithoutAllocating) {
+    Array array(new StringVariable);
+    std::size_t last = 0;
+    for (int round = 0; round < 3; ++round) {
+        last = allocationsG;
+        for (unsigned long i = 0; i < 50; ++i) stringAt(array, i).assign(30, 'f');
+        array.truncate(20);
+        for (unsigned long i = 20; i < 50; ++i) stringAt(array, i).assign(30, 'g');
+        array.clear();
+    }
+    EXPECT_EQ(allocationsG, last);
+    // Long texts are not kept for ever.
+    stringAt(array, 0).assign(1 << 20, 'x');
+    const std::size_t full = bytesHeldG;
+    array.clear();
+    EXPECT_LT(bytesHeldG, full - (1U << 20));
+}
+
+TEST(Container, HoldsNoMoreThanTheLimit) {
+    Array array(new LongVariable);
+    EXPECT_NE(array.at(9, 10), nullptr);
+    EXPECT_EQ(array.at(10, 10), nullptr);
+    EXPECT_EQ(array.at(SCR::defaultElementLimit), nullptr);
+    const unsigned long huge = std::numeric_limits<unsigned long>::max();
+    for (const unsigned long index : {Array::maxSizeCM, huge - 1, huge}) {
+        EXPECT_EQ(array.at(index, huge), nullptr);
+    }
+    EXPECT_EQ(array.size(), 10U);
+    EXPECT_NE(array.at(5, 3), nullptr) << "what is there stays";
+
+    Hash hash(new LongVariable);
+    EXPECT_NE(hash.find("a", 1), nullptr);
+    EXPECT_EQ(hash.find("b", 1), nullptr);
+    EXPECT_NE(hash.find("a", 0), nullptr);
+    EXPECT_EQ(keysOf(hash), std::vector<std::string>{"a"});
+}
+
+TEST(Hash, KeysAscendByByte) {
+    const std::vector<std::vector<std::string>> sets{
+        {},
+        {""},
+        {"", std::string(1, '\0'), std::string(2, '\0'), "\x01", "a", "\x7f", "\x80", "\xff"},
+        {"abc", "abcd", "abcdefgh", std::string("abcdefgh\0", 9), "abcdefgh\x01", "abcdefghi",
+         "abd"},
+        {"common/prefix/1", "common/prefix/10", "common/prefix/2", "common/prefiy"},
+        {"same 8 bytes, then A", "same 8 bytes, then B", "same 8 bytes, then BA"},
+    };
+    std::mt19937 random(1);
+    for (std::vector<std::string> keys : sets) {
+        const std::vector<std::string> ascending = keys;
+        std::shuffle(keys.begin(), keys.end(), random);
+        Hash hash(new LongVariable);
+        for (const std::string& key : keys) hash.find(key);
+        EXPECT_EQ(keysOf(hash), ascending);
+    }
+}
+
+TEST(Hash, DoesWhatAMapDoes) {
+    std::mt19937 random(2);
+    for (const unsigned numKeys : {3U, 40U, 3000U}) {
+        Hash hash(new LongVariable);
+        std::map<std::string, Variable*> map;
+        for (int step = 0; step < 60000; ++step) {
+            const unsigned number = random() % numKeys;
+            const std::string key = std::to_string(number) + std::string(number % 23, 'k');
+            const auto known = map.find(key);
+            ASSERT_EQ(hash.contains(key), known != map.end());
+            Variable* const there = hash.existing<LongVariable>(key, SCR::keyHash(key));
+            ASSERT_EQ(there, known != map.end() ? known->second : nullptr);
+            switch (random() % 16) {
+                default:
+                    longAt(hash, key) = number;
+                    if (known != map.end()) {
+                        ASSERT_EQ(hash.find(key), known->second);
+                    } else {
+                        map[key] = hash.find(key);
+                    }
+                    break;
+                case 0:
+                case 1:
+                case 2:
+                case 3:
+                case 4:
+                    ASSERT_EQ(hash.remove(key), map.erase(key) > 0);
+                    break;
+                case 5:
+                    if (random() % 500 != 0) break;
+                    hash.clear();
+                    map.clear();
+                    break;
+            }
+            ASSERT_EQ(hash.size(), map.size());
+        }
+        std::vector<std::string> keys;
+        for (const auto& [key, element] : map) {
+            keys.push_back(key);
+            EXPECT_EQ(longAt(hash, key), std::stol(key));
+        }
+        EXPECT_EQ(keysOf(hash), keys);
+    }
+}
+
+TEST(Hash, RemovesByAKeyOfItsOwn) {
+    Hash hash(new StringVariable);
+    static_cast<StringVariable*>(hash.find(longTextS))->value() = longTextS;
+    EXPECT_TRUE(hash.remove(static_cast<StringVariable*>(hash.find(longTextS))->value()));
+    hash.find(longTextS);
+    EXPECT_TRUE(hash.remove(*hash.keys().front()));
+    EXPECT_EQ(hash.size(), 0U);
+}
+
+// 4096 keys that differ in few bits fall evenly into 256 classes by any 8 bits of their hashes.
+TEST(KeyHash, SpreadsSimilarKeys) {
+    const std::vector<std::function<std::string(unsigned)>> families{
+        [](unsigned i) { return "key" + std::to_string(i); },
+        [](unsigned i) { return std::to_string(1000000000UL + i); },
+        [](unsigned i) { return std::string(i, 'a'); },
+        [](unsigned i) { return std::string(reinterpret_cast<const char*>(&i), sizeof i); },
+        [](unsigned i) { return std::to_string(i << 4) + " and a tail beyond sixteen bytes"; },
+        [](unsigned i) { return "a head beyond sixteen bytes, and " + std::to_string(i << 8); },
+    };
+    for (std::size_t family = 0; family < families.size(); ++family) {
+        for (int shift = 0; shift <= 24; shift += 8) {
+            std::array<int, 256> counts{};
+            for (unsigned i = 0; i < 4096; ++i) {
+                ++counts[SCR::keyHash(families[family](i)) >> shift & 0xFF];
+            }
+            // The mean is 16, the deviation 4.
+            EXPECT_LT(*std::max_element(counts.begin(), counts.end()), 56) << family;
+        }
+    }
+}
+
+TEST(Container, TakesLittleMemoryPerElement) {
+    {
+        constexpr unsigned long count = 10'000'000;
+        const std::size_t before = bytesHeldG;
+        Array array(new LongVariable);
+        for (unsigned long i = 0; i < count; ++i) longAt(array, i) = 1;
+        EXPECT_LT(bytesHeldG - before, 32 * count);
+    }
+    constexpr unsigned long count = 1'000'000;
+    const std::size_t before = bytesHeldG;
+    Hash hash(new LongVariable);
+    for (unsigned long i = 0; i < count; ++i) longAt(hash, std::to_string(1'000'000'000 + i)) = 1;
+    EXPECT_LT(bytesHeldG - before, 120 * count);
+
+    const std::size_t allocations = allocationsG;
+    for (unsigned long i = 0; i < count; i += 10) {
+        const std::string key = std::to_string(1'000'000'000 + i);
+        ASSERT_NE(hash.find(key), nullptr);
+        ASSERT_TRUE(hash.contains(key));
+    }
+    EXPECT_EQ(allocationsG, allocations) << "reading what is there allocates nothing";
+}
+
+TEST(Container, FewElementsTakeLittle) {
+    const std::size_t before = bytesHeldG;
+    Array array(new Array(new LongVariable));
+    for (unsigned long i = 0; i < 1000; ++i) longAt(static_cast<Array&>(*array.at(i)), 0) = 1;
+    EXPECT_LT((bytesHeldG - before) / 1000, 240U);
+    Hash hash(new Hash(new LongVariable));
+    const std::size_t between = bytesHeldG;
+    for (unsigned long i = 0; i < 1000; ++i) {
+        longAt(static_cast<Hash&>(*hash.find(std::to_string(i))), "k") = 1;
+    }
+    EXPECT_LT((bytesHeldG - between) / 1000, 640U);
+}
+
+// Makes one allocation after the other fail until `act` succeeds; `check` is called after every
+// failure.
+void failEachAllocation(const std::function<bool()>& act, const std::function<void()>& check) {
+    for (std::size_t allowed = 0; allowed < 1000; ++allowed) {
+        allocationsLeftG = allowed;
+        bool isDone = false;
+        try {
+            isDone = act();
+        } catch (const std::bad_alloc&) {
+        }
+        allocationsLeftG = std::numeric_limits<std::size_t>::max();
+        if (isDone) return;
+        check();
+    }
+    FAIL() << "never succeeded";
+}
+
+void endMemory(const ElementKind& kind) {
+    Array array(kind.prototype().release());
+    failEachAllocation([&] { return array.at(100) != nullptr; },
+                       [&] { EXPECT_EQ(array.size(), 0U); });
+    EXPECT_TRUE(kind.same(*array.at(100), *array.defaultValue()));
+
+    Hash hash(kind.prototype().release());
+    for (unsigned long i = 0; i < 50; ++i) {
+        const std::string key = longTextS + std::to_string(i);
+        failEachAllocation([&] { return hash.find(key) != nullptr; },
+                           [&] {
+                               EXPECT_FALSE(hash.contains(key));
+                               EXPECT_EQ(hash.keys().size(), i);
+                           });
+        if (i % 5 == 4) {
+            hash.remove(key);
+            failEachAllocation([&] { return hash.find(key) != nullptr; }, [] {});
+        }
+    }
+    std::unique_ptr<Variable> copy;
+    const auto clone = [&](const Variable& container) {
+        copy.reset(container.clone());
+        return true;
+    };
+    failEachAllocation([&] { return clone(array); }, [] {});
+    failEachAllocation([&] { return clone(hash); }, [] {});
+    EXPECT_EQ(keysOf(static_cast<Hash&>(*copy)), keysOf(hash));
+}
+
+TEST(Container, SurvivesTheEndOfMemory) {
+    for (const ElementKind& kind : elementKinds()) {
+        SCOPED_TRACE(kind.name);
+        const std::size_t before = bytesHeldG;
+        endMemory(kind);
+        EXPECT_EQ(bytesHeldG, before);
+    }
+    EXPECT_EQ(HostVariable::instancesCM, 0);
+}
+
+TEST(ElementLimit, IsReportedOnceInAnExecution) {
+    const auto result = Harness::run(
+        R"(Long a[]; Long h{}; Long i = 0;
+           while (i < 6) {
+               a[i] = i;
+               h{longToStr(i)} = i;
+               i = i + 1;
+           }
+           logStdout(longToStr(arraySize(a)) + longToStr(a[9]) + longToStr(h{"2"}) + longToStr(h{"3"}));)",
+        {2, [](SCR::Interpreter& interpreter) { interpreter.elementLimit(3); }});
+    EXPECT_TRUE(result.ok);
+    EXPECT_EQ(result.output, "30203020");
+    const std::string once =
+        "array: no room for element '3'\nhash: no room beside '3' keys\n"
+        "array: no room for element '9'\nhash: no room beside '3' keys\n";
+    EXPECT_EQ(result.log, once + once);
+}
+
+// AddressSanitizer makes frames many times as large.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr std::size_t stackSizeS = 8 << 20;
+#elif defined(__has_feature)
+constexpr std::size_t stackSizeS = __has_feature(address_sanitizer) ? 8 << 20 : 512 << 10;
+#else
+constexpr std::size_t stackSizeS = 512 << 10;
+#endif
+
+// Containers of containers, 500 deep, kinds taking turns.
+void* nestDeeply(void* /*unused*/) {
+    std::unique_ptr<Variable> outer = std::make_unique<LongVariable>(1);
+    for (int level = 0; level < 500; ++level) {
+        if (level % 2 == 0) {
+            outer = std::make_unique<Array>(outer.release());
+        } else {
+            outer = std::make_unique<Hash>(outer.release());
+        }
+    }
+    Variable* inner = outer.get();
+    for (int level = 499; level >= 0; --level) {
+        inner = level % 2 == 0 ? static_cast<Array*>(inner)->at(1)
+                               : static_cast<Hash*>(inner)->find("key");
+    }
+    static_cast<LongVariable*>(inner)->value() = 5;
+
+    const std::unique_ptr<Variable> copy(outer->clone());
+    outer.reset();
+    inner = copy.get();
+    for (int level = 499; level >= 0; --level) {
+        inner = level % 2 == 0 ? static_cast<Array*>(inner)->at(1)
+                               : static_cast<Hash*>(inner)->find("key");
+    }
+    EXPECT_EQ(static_cast<LongVariable*>(inner)->value(), 5);
+    static_cast<Hash&>(*copy).clear();
+    return nullptr;
+}
+
+TEST(Container, NestsDeeplyOnASmallStack) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackSizeS);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, nestDeeply, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+}  // namespace
