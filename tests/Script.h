@@ -8,7 +8,7 @@
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 
-namespace Test {
+namespace Harness {
 
 /// A log that keeps what it is told.
 class MemoryLog final : public SCR::Log {
@@ -59,4 +59,4 @@ inline ScriptRun run(const std::string& text, const ScriptSetup& setup = {}) {
     return result;
 }
 
-}  // namespace Test
+}  // namespace Harness

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <string>
 
-namespace Test {
+namespace Harness {
 
 /// Collects what the process, its child processes included, writes to file descriptor 1 while the
 /// object lives. One at a time in a process.
@@ -45,4 +45,4 @@ private:
     int saved_;
 };
 
-}  // namespace Test
+}  // namespace Harness

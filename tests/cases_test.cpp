@@ -12,8 +12,9 @@
 // gives the messages of a script that does not compile. "--- stopped" gives those of a script that
 // compiles and is stopped while it runs. Text before the first case is a comment.
 //
-// A last line end may be missing in the output. Control bytes and those above 127 may be written as
-// \xHH in the expected texts. @TMP@ stands, everywhere, for an empty folder of the case's own.
+// A blank line in front of the next case belongs to neither. A last line end may be missing in the
+// output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
+// stands, everywhere, for an empty folder of the case's own. The local zone is UTC.
 
 #include <gtest/gtest.h>
 
@@ -98,10 +99,13 @@ std::string difference(const std::string& expected, const std::string& actual) {
         --rightEnd;
     }
     std::string text;
-    for (auto line = left.begin(); line != head.first; ++line) text += "  " + *line + '\n';
-    for (auto line = head.first; line != leftEnd; ++line) text += "- " + *line + '\n';
-    for (auto line = head.second; line != rightEnd; ++line) text += "+ " + *line + '\n';
-    for (auto line = leftEnd; line != left.end(); ++line) text += "  " + *line + '\n';
+    const auto show = [&](const char* mark, auto from, auto to) {
+        for (; from != to; ++from) text.append(mark).append(*from).append("\n");
+    };
+    show("  ", left.begin(), head.first);
+    show("- ", head.first, leftEnd);
+    show("+ ", head.second, rightEnd);
+    show("  ", leftEnd, left.end());
     return text;
 }
 
@@ -113,6 +117,9 @@ std::vector<Case> readCases(const fs::path& path) {
     std::string line;
     for (int number = 1; std::getline(stream, line); ++number) {
         if (line.starts_with("===")) {
+            if (section != nullptr && (*section == "\n" || section->ends_with("\n\n"))) {
+                section->pop_back();
+            }
             Case& next = cases.emplace_back();
             next.file = path.string();
             next.line = number;
@@ -151,7 +158,7 @@ public:
         for (std::string* text : {&case_.script, &case_.output, &case_.log}) {
             replaceAll(*text, "@TMP@", folder);
         }
-        const Test::ScriptRun result = Test::run(case_.script);
+        const Harness::ScriptRun result = Harness::run(case_.script);
         fs::remove_all(folder);
 
         if (result.compiled != case_.compiles) {
@@ -198,6 +205,7 @@ void registerCases(const fs::path& path) {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    setenv("TZ", "UTC0", 1);
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(fs::path(KESTREL_TEST_DATA) / "cases")) {
         if (entry.path().extension() == ".cases") files.push_back(entry.path());
