@@ -413,10 +413,14 @@ std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t
     // Few patterns are tried first: those automata are small, and often the only ones that fit.
     RawAutomaton raw;
     std::size_t fit = 0;
-    std::size_t tooMany = 1;
-    while (tooMany < count && determinise(first, tooMany, stateLimit, raw)) {
-        fit = tooMany;
-        tooMany = std::min(count, tooMany * 2);
+    std::size_t tooMany = count + 1;
+    for (std::size_t tried = std::min<std::size_t>(1, count); fit < tried;) {
+        if (!determinise(first, tried, stateLimit, raw)) {
+            tooMany = tried;
+            break;
+        }
+        fit = tried;
+        tried = std::min(count, tried * 2);
     }
     while (tooMany - fit > 1) {
         std::size_t middle = fit + (tooMany - fit) / 2;

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <vector>
 
 #include "fsm/PatternList.h"
@@ -21,6 +20,8 @@ struct RawAutomaton {
     std::vector<std::vector<std::int32_t>> lists;  // path numbers, ascending; the first is empty
 
     std::size_t stateCount() const { return acceptedLists.size(); }
+    /// Whether a pattern, its negation left out, matches "".
+    bool acceptsEmpty() const { return acceptedLists[0] != 0; }
 };
 
 /// Builds the deterministic automaton of `count` patterns from `first` on; negation is left to the
@@ -31,7 +32,7 @@ bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit
                  RawAutomaton& raw);
 
 /// How many of the `count` patterns from `first` on, taken in order, fit into one automaton of at
-/// most `stateLimit` states, given that they do not all fit.
+/// most `stateLimit` states.
 std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit);
 
 }  // namespace FSM

@@ -11,17 +11,7 @@
 
 namespace FSM {
 
-namespace {
-
-// Non-deterministic states that the patterns may have for each deterministic one allowed.
-constexpr std::size_t patternStatesPerStateS = 8;
-// Path numbers listed by all states together, for each state allowed.
-constexpr std::size_t listedPerStateS = 128;
-
-// Bytes of a pattern that an error text shows.
-constexpr std::size_t patternShownS = 200;
-
-}  // namespace
+namespace {}  // namespace
 
 Engine::Engine(unsigned int expectedCount)
     : expectedCount_(expectedCount), patterns_(std::make_unique<PatternList>()) {}
@@ -33,7 +23,7 @@ bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber)
         error_ = "no pattern may be inserted after finalSetup";
         return false;
     }
-    if (!patterns_->insert(pattern, pathNumber, stateLimit_ * patternStatesPerStateS)) {
+    if (!patterns_->insert(pattern, pathNumber, stateLimit_ * PatternList::statesPerLimitCM)) {
         error_ = patterns_->error();
         return false;
     }
@@ -61,15 +51,15 @@ bool Engine::build() {
     RawAutomaton raw;
     if (!determinise(patterns.data(), patterns.size(), stateLimit_, raw)) {
         const Pattern& guilty =
-            patterns[patternsThatFit(patterns.data(), patterns.size(), stateLimit_)];
+            patterns[patternsThatFit(patterns.data(), patterns.size() - 1, stateLimit_)];
         guiltyPath_ = guilty.path;
-        error_ = "limit of " + std::to_string(stateLimit_) + " states passed at pattern " +
-                 std::to_string(guilty.path) + ": " + guilty.text.substr(0, patternShownS);
+        error_ = PatternList::limitError(guilty, stateLimit_);
         return false;
     }
     table_ = std::make_unique<Table>();
+    bool keepsDeadEnds = raw.acceptsEmpty();
     if (!table_->build(std::move(raw), PatternList::negatedPaths(patterns.data(), patterns.size()),
-                       false, stateLimit_ * listedPerStateS)) {
+                       keepsDeadEnds, stateLimit_ * Table::listedPerStateCM)) {
         error_ = "limit of " + std::to_string(stateLimit_) +
                  " states passed: too many path numbers to list";
         return false;

@@ -61,6 +61,17 @@ std::vector<std::int32_t> PatternList::negatedPaths(const Pattern* first, std::s
     return paths;
 }
 
+FND::String PatternList::limitError(const Pattern& guilty, std::size_t stateLimit) {
+    constexpr std::size_t bytesShown = 200;
+    return "limit of " + std::to_string(stateLimit) + " states passed at pattern " +
+           std::to_string(guilty.path) + ": " + guilty.text.substr(0, bytesShown);
+}
+
+std::vector<Pattern> PatternList::take() {
+    stateCount_ = 0;
+    return std::exchange(patterns_, {});
+}
+
 void PatternList::clear() {
     patterns_.clear();
     patterns_.shrink_to_fit();

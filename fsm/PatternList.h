@@ -24,17 +24,28 @@ public:
     /// The path number that stands for the number of patterns inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
 
+    /// What all patterns together may have of non-deterministic states, for each deterministic one
+    /// that their automata may have.
+    static constexpr std::size_t statesPerLimitCM = 8;
+
     /// Parses `pattern` and appends it. False if it is refused: the list is unchanged but for
     /// `error`. When it does not parse, two lines on standard output tell so. `maxStates` is the
     /// number of non-deterministic states that all patterns together may have.
     bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t maxStates);
 
     const std::vector<Pattern>& patterns() const { return patterns_; }
+    /// Non-deterministic states of all patterns together.
+    std::size_t stateCount() const { return stateCount_; }
     const FND::String& error() const { return error_; }
 
     /// Sorted numbers of the patterns that are negated, each once.
     static std::vector<std::int32_t> negatedPaths(const Pattern* first, std::size_t count);
 
+    /// The error text for an automaton that passes `stateLimit` at the pattern `guilty`.
+    static FND::String limitError(const Pattern& guilty, std::size_t stateLimit);
+
+    /// Gives all patterns away.
+    std::vector<Pattern> take();
     /// Frees all patterns; the error text stays.
     void clear();
 

@@ -106,11 +106,9 @@ std::vector<Exits> exitsOf(const RawAutomaton& raw) {
 
 }  // namespace
 
-bool Table::build(RawAutomaton raw, const Paths& negated, bool isPartOfGroup,
+bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
                   std::size_t maxListed) {
-    // Where nothing matches "", what has left the automaton and what is in a dead end report the
-    // same.
-    if (!isPartOfGroup && raw.acceptedLists[0] == 0) dropDeadEnds(raw);
+    if (!keepsDeadEnds) dropDeadEnds(raw);
     mergeClasses(raw);
 
     // Rows: 0, then the states sorted by their exits and reached from the start, in raw order.

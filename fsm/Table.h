@@ -24,15 +24,18 @@ public:
     using Row = std::uint32_t;
     using Paths = std::vector<std::int32_t>;
 
+    /// Path numbers that all lists together may have, for each state that is allowed.
+    static constexpr std::size_t listedPerStateCM = 128;
+
     Table() = default;
     Table(const Table&) = delete;
     Table& operator=(const Table&) = delete;
 
-    /// Takes over `raw`. `negated` holds the numbers of the negated patterns, ascending. As
-    /// `isPartOfGroup` the table keeps apart the texts that have left the automaton and those
-    /// inside it from which nothing can match any more. False if the lists of path numbers would
-    /// take together more than `maxListed` numbers.
-    bool build(RawAutomaton raw, const Paths& negated, bool isPartOfGroup, std::size_t maxListed);
+    /// Takes over `raw`. `negated` holds the numbers of the negated patterns, ascending. With
+    /// `keepsDeadEnds` the table keeps apart the texts that have left the automaton and those
+    /// inside it from which nothing can match any more; there is no need to if no pattern matches
+    /// "". False if the lists of path numbers would take together more than `maxListed` numbers.
+    bool build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds, std::size_t maxListed);
 
     /// The row after the whole text, which ends at its first NUL; 0 when the text has left the
     /// automaton.

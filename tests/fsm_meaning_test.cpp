@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
 #include "fsm_reference.h"
 
 namespace {
@@ -48,13 +49,17 @@ public:
     /// False after the first difference, which is reported.
     bool compare(const std::vector<std::string>& patterns) {
         FSM::Engine engine;
+        // Four groups, so that lists of up to four patterns come in one part, in several, and in as
+        // many as there are patterns.
+        FSM::EngineGroup group;
+        group.partLimit(engines % 4 == 0 ? 1 : 4 * (engines % 4));
         std::vector<reference::Pattern> accepted;
         std::string all;
         for (const std::string& pattern : patterns) {
             all += shown(pattern) + ' ';
             std::optional<reference::Pattern> parsed = reference::Parser::parse(pattern);
             bool isInserted = engine.insertPattern(pattern);
-            if (isInserted != parsed.has_value()) {
+            if (isInserted != parsed.has_value() || group.insertPattern(pattern) != isInserted) {
                 ADD_FAILURE() << "pattern " << shown(pattern)
                               << (isInserted ? " is accepted" : " is refused");
                 return false;
@@ -67,15 +72,21 @@ public:
             ++tooLarge;
             return true;
         }
+        EXPECT_TRUE(group.finalSetup());
+        parts += group.partCount();
+        std::vector<std::int32_t> paths;
         for (const std::string& text : texts_) {
             ++matches;
             std::vector<std::int32_t> expected = reference::report(accepted, text);
             const FSM::State* state = engine.process(text.c_str());
             std::int32_t first = expected.empty() ? -1 : expected[0];
+            group.process(text, paths);
             if (state->pathNumbers() != expected || engine.process(text) != state ||
-                engine.firstPath(text) != first) {
-                ADD_FAILURE() << all << "and text " << shown(text) << ": paths "
-                              << testing::PrintToString(state->pathNumbers()) << ", expected "
+                engine.firstPath(text) != first || paths != expected ||
+                group.firstPath(text) != first) {
+                ADD_FAILURE() << all << "and text " << shown(text) << ": engine "
+                              << testing::PrintToString(state->pathNumbers()) << ", group "
+                              << testing::PrintToString(paths) << ", expected "
                               << testing::PrintToString(expected);
                 return false;
             }
@@ -85,6 +96,7 @@ public:
 
     std::size_t engines = 0;
     std::size_t tooLarge = 0;
+    std::size_t parts = 0;
     std::size_t matches = 0;
 
 private:
@@ -192,8 +204,10 @@ TEST(FsmMeaning, RandomPatterns) {
         if (!comparison.compare(patterns)) return;
     }
     EXPECT_LT(comparison.tooLarge * 100, comparison.engines);
-    std::cerr << comparison.engines << " engines, " << comparison.tooLarge << " too large, "
-              << comparison.matches << " matches compared\n";
+    EXPECT_GT(comparison.parts, comparison.engines * 3 / 2);
+    std::cerr << comparison.engines << " engines, " << comparison.parts << " parts of groups, "
+              << comparison.tooLarge << " too large, " << comparison.matches
+              << " matches compared\n";
 }
 
 }  // namespace

@@ -1,0 +1,288 @@
+#include "fsm/EngineGroup.h"
+
+#include <algorithm>
+#include <map>
+#include <new>
+#include <utility>
+
+#include "fsm/Engine.h"
+#include "fsm/PatternList.h"
+#include "fsm/Table.h"
+
+namespace FSM {
+
+namespace {
+
+// States that all parts together may have, for each one that a single automaton may.
+constexpr std::size_t groupFactorS = 16;
+// A joint automaton that has more states than this times those of the patterns is taken for one
+// that grows with the product of its patterns, and is not finished.
+constexpr std::size_t jointFactorS = 2;
+
+// Walks `count` tables, each from its start, over the text at once: the loads of one do not wait
+// for those of another. Leaves in `rows` the rows in which the text ends.
+template <std::size_t count>
+void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::size_t length,
+                  Table::Row* rows) {
+    const Table::Row* tableRows[count];
+    const std::uint8_t* classOf[count];
+    Table::Row row[count];
+    for (std::size_t i = 0; i < count; ++i) {
+        tableRows[i] = tables[i]->rows();
+        classOf[i] = tables[i]->classOf().data();
+        row[i] = tables[i]->startRow();
+    }
+    auto next = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* end = next + length;
+    while (next != end && *next != 0) {
+        // A few bytes at a time, as most checks find that there is something to do.
+        const unsigned char* stop = end - next > 8 ? next + 8 : end;
+        for (; next != stop && *next != 0; ++next) {
+            for (std::size_t i = 0; i < count; ++i) {
+                row[i] = (tableRows[i] + classOf[i][*next])[row[i]];
+            }
+        }
+        bool isBusy = false;
+        bool isTrapped = true;
+        for (std::size_t i = 0; i < count; ++i) {
+            isBusy = isBusy || row[i] > tables[i]->lastLineLoop();
+            isTrapped = isTrapped && row[i] <= tables[i]->lastTrap();
+        }
+        if (isBusy) continue;
+        if (isTrapped) break;
+        next = lineEnd(next, end);
+    }
+    std::copy(row, row + count, rows);
+}
+
+// Joins what a split must not part: patterns that share a number of which one is negated. They
+// become neighbours; gives, for each pattern, whether it may be the first of a part.
+std::vector<bool> joinNegated(std::vector<Pattern>& patterns) {
+    std::map<std::int32_t, std::size_t> firstOfPath;
+    std::map<std::int32_t, bool> isNegated;
+    std::vector<std::size_t> keys;
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        isNegated[patterns[i].path] |= patterns[i].part->isNegated();
+        keys.push_back(firstOfPath.try_emplace(patterns[i].path, i).first->second);
+    }
+    std::vector<std::size_t> order(patterns.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
+        if (!isNegated[patterns[i].path]) keys[i] = i;
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+    std::vector<Pattern> sorted;
+    std::vector<bool> mayStart;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        sorted.push_back(std::move(patterns[order[i]]));
+        mayStart.push_back(i == 0 || keys[order[i]] != keys[order[i - 1]]);
+    }
+    patterns = std::move(sorted);
+    return mayStart;
+}
+
+}  // namespace
+
+MultiEngineIf::~MultiEngineIf() = default;
+
+EngineGroup::EngineGroup()
+    : stateLimit_(Engine::defaultStateLimitCM), patterns_(std::make_unique<PatternList>()) {}
+
+EngineGroup::~EngineGroup() = default;
+
+bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
+    if (isSetUp_) {
+        error_ = "no pattern may be inserted after finalSetup";
+        return false;
+    }
+    if (!patterns_->insert(pattern, pathNumber,
+                           stateLimit_ * groupFactorS * PatternList::statesPerLimitCM)) {
+        error_ = patterns_->error();
+        return false;
+    }
+    ++patternCount_;
+    return true;
+}
+
+bool EngineGroup::insertPatterns(const std::vector<FND::String>& patterns,
+                                 unsigned long pathNumber) {
+    if (patterns.size() == 1) return insertPattern(patterns[0], pathNumber);
+    error_ = "a row of an engine group has one pattern, not " + std::to_string(patterns.size());
+    return false;
+}
+
+bool EngineGroup::finalSetup() {
+    if (isSetUp_) return !parts_.empty();
+    if (patterns_->patterns().empty()) return true;
+    isSetUp_ = true;
+    bool isBuilt = false;
+    try {
+        isBuilt = build();
+    } catch (const std::bad_alloc&) {
+        error_ = "no memory available for the automata";
+    }
+    if (!isBuilt) parts_.clear();
+    patterns_->clear();
+    return isBuilt;
+}
+
+bool EngineGroup::build() {
+    std::size_t partLimit =
+        std::min(stateLimit_, partLimit_ != 0 ? partLimit_ : defaultPartLimitCM);
+    std::size_t jointLimit = partLimit;
+    if (partLimit_ == 0) {
+        jointLimit =
+            std::min(stateLimit_, std::max(partLimit, patterns_->stateCount() * jointFactorS));
+    }
+    std::vector<Pattern> patterns = patterns_->take();
+    std::vector<bool> mayStart = joinNegated(patterns);
+
+    std::vector<RawAutomaton> raws(1);
+    std::vector<std::size_t> starts{0};
+    if (!determinise(patterns.data(), patterns.size(), jointLimit, raws[0])) {
+        raws.clear();
+        starts.clear();
+        std::size_t stateCount = 0;
+        for (std::size_t first = 0; first < patterns.size();) {
+            const Pattern* rest = &patterns[first];
+            std::size_t left = patterns.size() - first;
+            std::size_t atLeast = 1;
+            while (atLeast < left && !mayStart[first + atLeast]) ++atLeast;
+            std::size_t fit = patternsThatFit(rest, left, partLimit);
+            while (fit > atLeast && fit < left && !mayStart[first + fit]) --fit;
+            std::size_t limit = fit < atLeast ? stateLimit_ : partLimit;
+            fit = std::max(fit, atLeast);
+            RawAutomaton raw;
+            bool isBuilt = determinise(rest, fit, limit, raw);
+            stateCount += raw.stateCount();
+            if (!isBuilt || stateCount > stateLimit_ * groupFactorS) {
+                const Pattern& guilty =
+                    isBuilt ? rest[0] : rest[patternsThatFit(rest, fit - 1, limit)];
+                guiltyPath_ = guilty.path;
+                error_ = PatternList::limitError(
+                    guilty, isBuilt ? stateLimit_ * groupFactorS : stateLimit_);
+                return false;
+            }
+            raws.push_back(std::move(raw));
+            starts.push_back(first);
+            first += fit;
+        }
+    }
+
+    bool keepsDeadEnds = std::any_of(raws.begin(), raws.end(),
+                                     [](const RawAutomaton& raw) { return raw.acceptsEmpty(); });
+    starts.push_back(patterns.size());
+    for (std::size_t i = 0; i < raws.size(); ++i) {
+        parts_.push_back(std::make_unique<Table>());
+        std::vector<std::int32_t> negated =
+            PatternList::negatedPaths(&patterns[starts[i]], starts[i + 1] - starts[i]);
+        if (!parts_.back()->build(std::move(raws[i]), negated, keepsDeadEnds,
+                                  stateLimit_ * Table::listedPerStateCM)) {
+            error_ = "limit of " + std::to_string(stateLimit_) +
+                     " states passed: too many path numbers to list";
+            return false;
+        }
+        const auto& paths = parts_.back()->start()->pathNumbers();
+        pathsOutside_.insert(pathsOutside_.end(), paths.begin(), paths.end());
+    }
+    std::sort(pathsOutside_.begin(), pathsOutside_.end());
+    pathsOutside_.erase(std::unique(pathsOutside_.begin(), pathsOutside_.end()),
+                        pathsOutside_.end());
+    return true;
+}
+
+// Calls visit(table, row) for each part; false if the text has left all of them.
+template <class Visitor>
+bool EngineGroup::walk(const char* text, std::size_t length, Visitor visit) const {
+    constexpr std::size_t atOnce = 4;
+    Table::Row rows[atOnce];
+    bool isInside = false;
+    for (std::size_t first = 0; first < parts_.size(); first += atOnce) {
+        const std::unique_ptr<Table>* tables = &parts_[first];
+        std::size_t count = std::min(atOnce, parts_.size() - first);
+        switch (count) {
+            case 1:
+                rows[0] = tables[0]->walk(text, length);
+                break;
+            case 2:
+                walkTogether<2>(tables, text, length, rows);
+                break;
+            case 3:
+                walkTogether<3>(tables, text, length, rows);
+                break;
+            default:
+                walkTogether<4>(tables, text, length, rows);
+                break;
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            isInside = isInside || rows[i] != 0;
+            visit(*tables[i], rows[i]);
+        }
+    }
+    return isInside;
+}
+
+void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
+    paths.clear();
+    std::size_t lists = 0;
+    bool isInside = walk(text.data(), text.size(), [&](const Table& table, Table::Row row) {
+        const auto& list = row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers();
+        if (list.empty()) return;
+        ++lists;
+        paths.insert(paths.end(), list.begin(), list.end());
+    });
+    if (!isInside) {
+        paths.assign(pathsOutside_.begin(), pathsOutside_.end());
+    } else if (lists > 1) {
+        std::sort(paths.begin(), paths.end());
+        paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    }
+}
+
+void EngineGroup::process(std::span<const std::string_view> words,
+                          std::vector<std::int32_t>& paths) const {
+    paths.clear();
+    if (words.size() == 1) process(words[0], paths);
+}
+
+std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const {
+    if (parts_.size() == 1) return parts_[0]->firstPath(parts_[0]->walk(text, length));
+    std::int32_t first = -1;
+    bool isInside = walk(text, length, [&](const Table& table, Table::Row row) {
+        std::int32_t path = row != 0                       ? table.firstPath(row)
+                            : table.negatedPaths().empty() ? -1
+                                                           : table.negatedPaths().front();
+        if (path >= 0 && (first < 0 || path < first)) first = path;
+    });
+    if (isInside) return first;
+    return pathsOutside_.empty() ? -1 : pathsOutside_.front();
+}
+
+std::int32_t EngineGroup::firstPath(std::span<const std::string_view> words) const {
+    return words.size() == 1 ? firstPath(words[0]) : -1;
+}
+
+std::size_t EngineGroup::stateCount() const {
+    std::size_t count = 0;
+    for (const auto& part : parts_) count += part->stateCount();
+    return count;
+}
+
+std::size_t EngineGroup::memory() const {
+    std::size_t bytes = 0;
+    for (const auto& part : parts_) bytes += part->memory();
+    return bytes;
+}
+
+void EngineGroup::clear() {
+    patterns_->clear();
+    parts_.clear();
+    pathsOutside_.clear();
+    error_.clear();
+    patternCount_ = 0;
+    guiltyPath_ = -1;
+    isSetUp_ = false;
+}
+
+}  // namespace FSM

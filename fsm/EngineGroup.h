@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "fsm/MultiEngineIf.h"
+
+namespace FSM {
+
+struct Pattern;
+class PatternList;
+class Table;
+
+/// A list of patterns whose one automaton may be too large: it is split over several, which are
+/// walked side by side. What is reported is exactly what an `Engine` with all the patterns would
+/// report; in particular a text has left the automaton only when it has left all parts.
+///
+/// A list that fits into one automaton, without growing out of proportion to the patterns, is not
+/// split, and matches as fast as with an `Engine`. Threads and failures: see `MultiEngineIf`.
+class KESTREL_API EngineGroup : public MultiEngineIf {
+public:
+    /// States that a part may have when the group decides by itself to split the list.
+    static constexpr std::size_t defaultPartLimitCM = 4096;
+
+    EngineGroup();
+    ~EngineGroup() override;
+    EngineGroup(const EngineGroup&) = delete;
+    EngineGroup& operator=(const EngineGroup&) = delete;
+
+    /// Adds a pattern that is reported as `pathNumber`, under the conditions of
+    /// `Engine::insertPattern`.
+    bool insertPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
+    /// The same for a row, which must be of one pattern.
+    bool insertPatterns(const std::vector<FND::String>& patterns,
+                        unsigned long pathNumber = nextPathCM) override;
+
+    /// Fails only when a pattern needs by itself more states than the state limit allows, or all
+    /// parts together more than 16 times that number.
+    bool finalSetup() override;
+
+    /// Puts into `paths` the numbers of the patterns that match the whole text, ascending and each
+    /// once. The text ends at its first NUL if it holds one. `paths` keeps its memory from call to
+    /// call, and none else is taken.
+    void process(std::string_view text, std::vector<std::int32_t>& paths) const;
+    /// The same for a row of words; nothing matches unless there is exactly one.
+    void process(std::span<const std::string_view> words,
+                 std::vector<std::int32_t>& paths) const override;
+
+    /// The lowest path number that `process` reports for the text, or -1. Takes no memory or lock.
+    std::int32_t firstPath(const char* text, std::size_t length) const;
+    std::int32_t firstPath(std::string_view text) const {
+        return firstPath(text.data(), text.size());
+    }
+    std::int32_t firstPath(std::span<const std::string_view> words) const override;
+
+    const FND::String& error() const override { return error_; }
+    std::int32_t guiltyPath() const override { return guiltyPath_; }
+    std::size_t stateCount() const override;
+    std::size_t memory() const override;
+
+    std::size_t stateLimit() const { return stateLimit_; }
+    /// Sets the number of states that any automaton may have, at least 1.
+    void stateLimit(std::size_t states) { stateLimit_ = states == 0 ? 1 : states; }
+    std::size_t partLimit() const { return partLimit_; }
+    /// Sets the number of states that a part may have; only a pattern that needs more by itself
+    /// gets a larger one. 0, the default, leaves it to the group: it tries one automaton for all,
+    /// and if that grows out of proportion to the patterns, parts of up to `defaultPartLimitCM`.
+    void partLimit(std::size_t states) { partLimit_ = states; }
+
+    /// Number of patterns inserted.
+    std::int32_t patternCount() const { return patternCount_; }
+    /// Number of automata that the list was split into; 0 before `finalSetup`.
+    std::size_t partCount() const { return parts_.size(); }
+
+    /// Back to the state after construction. The limits stay.
+    void clear();
+
+private:
+    bool build();
+    template <class Visitor>
+    bool walk(const char* text, std::size_t length, Visitor visit) const;
+
+    std::size_t stateLimit_;
+    std::size_t partLimit_ = 0;
+    std::int32_t patternCount_ = 0;
+    std::int32_t guiltyPath_ = -1;
+    bool isSetUp_ = false;
+    FND::String error_;
+    std::unique_ptr<PatternList> patterns_;
+    std::vector<std::unique_ptr<Table>> parts_;
+    std::vector<std::int32_t> pathsOutside_;  // of a text that has left all parts
+};
+
+}  // namespace FSM
