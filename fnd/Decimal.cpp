@@ -106,6 +106,9 @@ int dropZeros(Number& number, int most) noexcept {
     return dropped;
 }
 
+/// The length in bits of a number, 1 for 0.
+inline int bitLength(std::uint64_t number) noexcept { return 64 - __builtin_clzll(number | 1); }
+
 }  // namespace
 
 /// The quotient of `magnitude` and `scale` when that is all of it (`isExact`) or all the digits
@@ -144,10 +147,11 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
     int scale = left.scale() - right.scale();
     const int ideal = std::max(scale, 0);
 
-    // One machine division gives as many digits as a word holds, or one less.
+    // One machine division gives as many digits as a word holds, or one or two less. The lengths in
+    // bits are near enough to tell how far the dividend can be shifted to the left.
+    const int room = (precision > 18 ? 63 : 58) + bitLength(divisor) - bitLength(dividend);
     const int shift =
-        std::min(std::min(18, precision - 1) - digitCount(dividend) + digitCount(divisor),
-                 maxScaleCM - scale);
+        std::min(static_cast<int>(leastDigitCount(std::max(room, 0))), maxScaleCM - scale);
     const UInt128 number = dividend * powerOf10(shift);
     auto [digits, remainder] = divideWords(highWord(number), lowWord(number), divisor);
     scale += shift;
@@ -156,7 +160,10 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
         return Parts::fromQuotient(negative, digits, scale, ideal, true, false);
     }
     // A second one gives the others.
-    int count = std::min(precision - digitCount(digits), maxScaleCM - scale);
+    const int length = 17 + (digits >= smallPowersOf10S[17] ? 1 : 0) +
+                       (digits >= smallPowersOf10S[18] ? 1 : 0) +
+                       (digits >= smallPowersOf10S[19] ? 1 : 0);
+    int count = std::min(precision - length, maxScaleCM - scale);
     UInt128 magnitude = digits;
     if (count > 0) [[likely]] {
         const UInt128 rest =

@@ -146,7 +146,11 @@ public:
 
     /// The quotient without trailing zeros beyond the difference of the operands' scales. Division
     /// by zero is invalid.
-    friend Decimal operator/(Decimal left, Decimal right) noexcept { return divide(left, right); }
+    friend Decimal operator/(Decimal left, Decimal right) noexcept {
+        if (areSmall(left, right) && right.low_ != 0) [[likely]]
+            return divideSmall(left, right);
+        return divide(left, right);
+    }
 
     /// Numeric equality and order; see `compare`.
     friend constexpr bool operator==(Decimal left, Decimal right) noexcept {
@@ -186,7 +190,8 @@ private:
                static_cast<std::uint64_t>(2 * smallLimitCM - 1);
     }
 
-    // The operations for all operands, out of line.
+    // The operations out of line: for all operands, but `divide` not for two small ones unless the
+    // divisor is 0, and `divideSmall` for two small ones, the divisor not 0.
     static Decimal add(Decimal left, Decimal right) noexcept;
     static Decimal multiply(Decimal left, Decimal right) noexcept;
     static Decimal divide(Decimal left, Decimal right) noexcept;
