@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -32,6 +33,9 @@ void assign(FND::String& target, const FND::String& source) {
 /// Makes and copies the elements of the class `V`.
 template <class V>
 struct ElementMaker {
+    static constexpr bool needsDestructorCM = !std::is_trivially_destructible_v<
+        std::remove_cvref_t<decltype(std::declval<V&>().value())>>;
+
     static void construct(std::byte* slot, const V& prototype) {
         auto* made = new (slot) V(prototype.value());
         made->dataType(prototype.dataType());
@@ -44,6 +48,8 @@ struct ElementMaker {
 
 template <>
 struct ElementMaker<AdtVariable> {
+    static constexpr bool needsDestructorCM = true;
+
     static void construct(std::byte* slot, const AdtVariable& prototype) {
         auto made =
             std::unique_ptr<AdtVariable, Destroy>(new (slot) AdtVariable(prototype.value()));
@@ -64,6 +70,8 @@ private:
 
 template <>
 struct ElementMaker<FileVariable> {
+    static constexpr bool needsDestructorCM = true;
+
     static void construct(std::byte* slot, const FileVariable& /*prototype*/) {
         new (slot) FileVariable;
     }
@@ -73,6 +81,8 @@ struct ElementMaker<FileVariable> {
 // Containers in containers. Few prototypes hold elements, so making one is cheap at any depth.
 template <class Container>
 struct NestedMaker {
+    static constexpr bool needsDestructorCM = true;
+
     static void construct(std::byte* slot, const Container& prototype) {
         new (slot) Container(prototype, prototype.prototype_);
     }
@@ -109,8 +119,12 @@ struct InPlace {
             throw;
         }
     }
-    static void destroy(std::byte* slots, std::size_t count) noexcept {
-        for (std::size_t i = 0; i < count; ++i) at(slots, i)->~V();
+    static void destroy([[maybe_unused]] std::byte* slots,
+                        [[maybe_unused]] std::size_t count) noexcept {
+        // Destroying plain values has no effect; one by one it would cost as much as making them.
+        if constexpr (ElementMaker<V>::needsDestructorCM) {
+            for (std::size_t i = 0; i < count; ++i) at(slots, i)->~V();
+        }
     }
     static void copy(std::byte* slot, const Variable& source) {
         ElementMaker<V>::copy(*at(slot, 0), static_cast<const V&>(source));
