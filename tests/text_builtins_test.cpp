@@ -25,15 +25,19 @@ std::size_t allocationLimitS = std::size_t{0} - 1;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: the compiler would miss one half of a pair.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     ++allocationsS;
-    void* const memory = size <= allocationLimitS ? std::malloc(size) : nullptr;
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
+    return size <= allocationLimitS ? std::malloc(size) : nullptr;
 }
-
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (void* const memory = operator new(size, std::nothrow)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
