@@ -1,10 +1,9 @@
 #include "fsm/Engine.h"
 
-#include <algorithm>
 #include <map>
 #include <new>
 #include <ostream>
-#include <set>
+#include <utility>
 
 #include "fsm/PatternList.h"
 #include "fsm/Table.h"
@@ -27,6 +26,7 @@ bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber)
         error_ = patterns_->error();
         return false;
     }
+    paths_.push_back(patterns_->patterns().back().path);
     ++patternCount_;
     return true;
 }
@@ -35,6 +35,7 @@ bool Engine::finalSetup() {
     if (isSetUp_) return table_ != nullptr || patternCount_ == 0;
     if (patterns_->patterns().empty()) return true;
     isSetUp_ = true;
+    paths_ = sortedOnce(std::move(paths_));
     bool isBuilt = false;
     try {
         isBuilt = build();
@@ -91,14 +92,8 @@ std::size_t Engine::memory() const { return table_ == nullptr ? 0 : table_->memo
 const State* Engine::startState() const { return table_ == nullptr ? nullptr : table_->start(); }
 
 FND::String Engine::pathString() const {
-    std::set<std::int32_t> paths;
-    for (const Pattern& pattern : patterns_->patterns()) paths.insert(pattern.path);
-    for (std::size_t i = 1; i <= stateCount(); ++i) {
-        const auto& listed = table_->states()[i].pathNumbers();
-        paths.insert(listed.begin(), listed.end());
-    }
     FND::String text;
-    for (std::int32_t path : paths) {
+    for (std::int32_t path : sortedOnce(paths_)) {
         if (!text.empty()) text += ' ';
         text += std::to_string(path);
     }
@@ -111,6 +106,7 @@ void Engine::clear() {
     cleanup();
     table_.reset();
     error_.clear();
+    paths_.clear();
     patternCount_ = 0;
     guiltyPath_ = -1;
     isSetUp_ = false;

@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string_view>
+#include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
@@ -12,6 +14,7 @@
 
 namespace FSM {
 
+struct Analysis;
 class PatternList;
 class Table;
 
@@ -77,8 +80,7 @@ public:
     std::size_t memory() const;
     /// The start state, which takes all there is to look at; null before `finalSetup`.
     const State* startState() const;
-    /// The path numbers inserted, in decimal, ascending, separated by one blank each. After
-    /// `finalSetup` those that some text is reported with.
+    /// The path numbers inserted, in decimal, ascending, separated by one blank each.
     FND::String pathString() const;
 
     /// Frees the patterns; the finished automaton stays.
@@ -90,7 +92,8 @@ public:
     friend KESTREL_API std::ostream& operator<<(std::ostream& out, const Engine& engine);
 
 private:
-    friend class Analyser;
+    friend KESTREL_API std::optional<Analysis> analyse(const Engine& engine,
+                                                       std::size_t maxOverlaps);
 
     bool build();
 
@@ -100,6 +103,7 @@ private:
     std::int32_t guiltyPath_ = -1;
     bool isSetUp_ = false;
     FND::String error_;
+    std::vector<std::int32_t> paths_;  // inserted; ascending from finalSetup on
     std::unique_ptr<PatternList> patterns_;
     std::unique_ptr<Table> table_;
 };

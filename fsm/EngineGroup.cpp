@@ -101,6 +101,7 @@ bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNu
         error_ = patterns_->error();
         return false;
     }
+    paths_.push_back(patterns_->patterns().back().path);
     ++patternCount_;
     return true;
 }
@@ -116,6 +117,7 @@ bool EngineGroup::finalSetup() {
     if (isSetUp_) return !parts_.empty();
     if (patterns_->patterns().empty()) return true;
     isSetUp_ = true;
+    paths_ = sortedOnce(std::move(paths_));
     bool isBuilt = false;
     try {
         isBuilt = build();
@@ -186,9 +188,7 @@ bool EngineGroup::build() {
         const auto& paths = parts_.back()->start()->pathNumbers();
         pathsOutside_.insert(pathsOutside_.end(), paths.begin(), paths.end());
     }
-    std::sort(pathsOutside_.begin(), pathsOutside_.end());
-    pathsOutside_.erase(std::unique(pathsOutside_.begin(), pathsOutside_.end()),
-                        pathsOutside_.end());
+    pathsOutside_ = sortedOnce(std::move(pathsOutside_));
     return true;
 }
 
@@ -280,6 +280,7 @@ void EngineGroup::clear() {
     parts_.clear();
     pathsOutside_.clear();
     error_.clear();
+    paths_.clear();
     patternCount_ = 0;
     guiltyPath_ = -1;
     isSetUp_ = false;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -13,7 +14,7 @@
 
 namespace FSM {
 
-struct Pattern;
+struct Analysis;
 class PatternList;
 class Table;
 
@@ -82,6 +83,9 @@ public:
     void clear();
 
 private:
+    friend KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
+                                                       std::size_t maxOverlaps);
+
     bool build();
     template <class Visitor>
     bool walk(const char* text, std::size_t length, Visitor visit) const;
@@ -92,6 +96,7 @@ private:
     std::int32_t guiltyPath_ = -1;
     bool isSetUp_ = false;
     FND::String error_;
+    std::vector<std::int32_t> paths_;  // inserted; ascending from finalSetup on
     std::unique_ptr<PatternList> patterns_;
     std::vector<std::unique_ptr<Table>> parts_;
     std::vector<std::int32_t> pathsOutside_;  // of a text that has left all parts

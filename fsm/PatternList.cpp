@@ -11,6 +11,12 @@
 
 namespace FSM {
 
+std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths) {
+    std::sort(paths.begin(), paths.end());
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    return paths;
+}
+
 std::unique_ptr<EnginePart> PatternList::parse(const FND::String& pattern,
                                                unsigned long pathNumber) {
     std::lock_guard<std::mutex> guard(parserLockG);
@@ -56,9 +62,7 @@ std::vector<std::int32_t> PatternList::negatedPaths(const Pattern* first, std::s
     for (const Pattern* pattern = first; pattern != first + count; ++pattern) {
         if (pattern->part->isNegated()) paths.push_back(pattern->path);
     }
-    std::sort(paths.begin(), paths.end());
-    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-    return paths;
+    return sortedOnce(std::move(paths));
 }
 
 FND::String PatternList::limitError(const Pattern& guilty, std::size_t stateLimit) {

@@ -17,6 +17,9 @@ struct Pattern {
     FND::String text;
 };
 
+/// `paths` in ascending order, each once.
+std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths);
+
 /// The patterns given to an engine or a group, until its automata are built. Used by one thread at
 /// a time, but any number of lists at once.
 class PatternList {

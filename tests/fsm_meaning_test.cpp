@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <random>
 #include <sstream>
 
 #include "fsm/Engine.h"
@@ -26,15 +25,6 @@ private:
     std::streambuf* old_;
 };
 
-std::vector<std::string> textsOf(const std::string& bytes, std::size_t length) {
-    std::vector<std::string> texts{""};
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        if (texts[i].size() == length) break;
-        for (char byte : bytes) texts.push_back(texts[i] + byte);
-    }
-    return texts;
-}
-
 std::string shown(const std::string& text) {
     std::string result = "\"";
     for (char c : text) result += c == '\n' ? std::string("\\n") : std::string(1, c);
@@ -49,8 +39,7 @@ public:
     /// False after the first difference, which is reported.
     bool compare(const std::vector<std::string>& patterns) {
         FSM::Engine engine;
-        // Four groups, so that lists of up to four patterns come in one part, in several, and in as
-        // many as there are patterns.
+        // Limits of 1, 4, 8 and 12 states: some lists stay whole, others end in a part a pattern.
         FSM::EngineGroup group;
         group.partLimit(engines % 4 == 0 ? 1 : 4 * (engines % 4));
         std::vector<reference::Pattern> accepted;
@@ -123,7 +112,7 @@ TEST(FsmMeaning, AllSmallPatterns) {
          6},
     };
     QuietOutput quiet;
-    const std::vector<std::string> texts = textsOf("ab\n", 4);
+    const std::vector<std::string> texts = reference::textsOf("ab\n", 4);
     for (const Alphabet& alphabet : alphabets) {
         Comparison comparison(texts);
         std::size_t length = isFull() ? alphabet.fullLength : alphabet.length;
@@ -147,56 +136,10 @@ TEST(FsmMeaning, AllSmallPatterns) {
     }
 }
 
-class RandomPatterns {
-public:
-    explicit RandomPatterns(unsigned seed) : random_(seed) {}
-
-    std::size_t below(std::size_t limit) { return random_() % limit; }
-
-    std::string pattern() {
-        std::string result(below(6) == 0 ? "!" : "");
-        return result.append(choice(3));
-    }
-
-private:
-    std::string choice(int depth) {
-        std::string result = sequence(depth);
-        while (below(4) == 0) result.append("|").append(below(6) == 0 ? "" : sequence(depth));
-        return result;
-    }
-
-    std::string sequence(int depth) {
-        std::string result;
-        for (std::size_t i = below(4) + 1; i > 0; --i) result += repetition(depth);
-        return result;
-    }
-
-    std::string repetition(int depth) {
-        static const char* const suffixesS[] = {"?",   "+",   "*",     "*",     "{0}",
-                                                "{1}", "{3}", "{0,2}", "{2,3}", "{3,1}"};
-        std::string result = atom();
-        if (depth > 0 && below(4) == 0) {
-            result = choice(depth - 1);
-            result.insert(result.begin(), '(');
-            result.push_back(')');
-        }
-        if (below(3) == 0) result += suffixesS[below(std::size(suffixesS))];
-        return result;
-    }
-
-    std::string atom() {
-        static const char* const atomsS[] = {"a",     "b",     "c",   ".",     "[ab]",  "[^a]",
-                                             "[^ab]", "[a-c]", "\\n", "[b-a]", "\\098", "[^b-a]"};
-        return atomsS[below(std::size(atomsS))];
-    }
-
-    std::mt19937 random_;
-};
-
 TEST(FsmMeaning, RandomPatterns) {
     QuietOutput quiet;
-    RandomPatterns random(20260101);
-    const std::vector<std::string> texts = textsOf("abc\n", 4);
+    reference::RandomPatterns random(20260101);
+    const std::vector<std::string> texts = reference::textsOf("abc\n", 4);
     Comparison comparison(texts);
     for (int i = isFull() ? 100000 : 2000; i > 0; --i) {
         std::vector<std::string> patterns;

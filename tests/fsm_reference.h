@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -257,5 +258,62 @@ inline std::vector<std::int32_t> report(const std::vector<Pattern>& patterns,
     }
     return isInside || text.empty() ? paths : report(patterns, "");
 }
+
+/// All texts over `bytes` of up to `length` bytes, the short ones first.
+inline std::vector<std::string> textsOf(const std::string& bytes, std::size_t length) {
+    std::vector<std::string> texts{""};
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        if (texts[i].size() == length) break;
+        for (char byte : bytes) texts.push_back(texts[i] + byte);
+    }
+    return texts;
+}
+
+/// Makes patterns over the bytes a, b, c and newline.
+class RandomPatterns {
+public:
+    explicit RandomPatterns(unsigned seed) : random_(seed) {}
+
+    std::size_t below(std::size_t limit) { return random_() % limit; }
+
+    std::string pattern() {
+        std::string result(below(6) == 0 ? "!" : "");
+        return result.append(choice(3));
+    }
+
+private:
+    std::string choice(int depth) {
+        std::string result = sequence(depth);
+        while (below(4) == 0) result.append("|").append(below(6) == 0 ? "" : sequence(depth));
+        return result;
+    }
+
+    std::string sequence(int depth) {
+        std::string result;
+        for (std::size_t i = below(4) + 1; i > 0; --i) result += repetition(depth);
+        return result;
+    }
+
+    std::string repetition(int depth) {
+        static const char* const suffixesS[] = {"?",   "+",   "*",     "*",     "{0}",
+                                                "{1}", "{3}", "{0,2}", "{2,3}", "{3,1}"};
+        std::string result = atom();
+        if (depth > 0 && below(4) == 0) {
+            result = choice(depth - 1);
+            result.insert(result.begin(), '(');
+            result.push_back(')');
+        }
+        if (below(3) == 0) result += suffixesS[below(std::size(suffixesS))];
+        return result;
+    }
+
+    std::string atom() {
+        static const char* const atomsS[] = {"a",     "b",     "c",   ".",     "[ab]",  "[^a]",
+                                             "[^ab]", "[a-c]", "\\n", "[b-a]", "\\098", "[^b-a]"};
+        return atomsS[below(std::size(atomsS))];
+    }
+
+    std::mt19937 random_;
+};
 
 }  // namespace reference

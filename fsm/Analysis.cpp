@@ -1,0 +1,222 @@
+#include "fsm/Analysis.h"
+
+#include <algorithm>
+#include <array>
+#include <new>
+#include <utility>
+
+#include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
+#include "fsm/Table.h"
+
+namespace FSM {
+
+namespace {
+
+using Paths = std::vector<std::int32_t>;
+
+// How well a byte reads in a text, the best first.
+int rank(unsigned char byte) {
+    if (byte >= 'a' && byte <= 'z') return 0;
+    if (byte >= '0' && byte <= '9') return 1;
+    if (byte > ' ' && byte < 127) return 2;
+    return byte == ' ' ? 3 : byte == '\n' ? 4 : 5;
+}
+
+/// The states of an automaton in the order of their shortest texts.
+class ShortestTexts {
+public:
+    explicit ShortestTexts(const Table& table) : previous_(table.stateCount() + 1) {
+        std::vector<unsigned char> bytes = readableBytes(table);
+        auto start = static_cast<std::uint32_t>(table.start() - table.states());
+        previous_[start].isReached = true;
+        order_.push_back(start);
+        for (std::size_t i = 0; i < order_.size(); ++i) {
+            for (unsigned char byte : bytes) {
+                const State* target = table.successor(table.states()[order_[i]], byte);
+                if (target == nullptr) continue;
+                auto index = static_cast<std::uint32_t>(static_cast<const DetState*>(target) -
+                                                        table.states());
+                if (previous_[index].isReached) continue;
+                previous_[index] = {order_[i], byte, true};
+                order_.push_back(index);
+            }
+        }
+    }
+
+    /// The numbers of all states that a text without NUL reaches.
+    const std::vector<std::uint32_t>& order() const { return order_; }
+
+    FND::String text(std::uint32_t state) const {
+        FND::String result;
+        for (; state != order_[0]; state = previous_[state].state) {
+            result += static_cast<char>(previous_[state].byte);
+        }
+        std::reverse(result.begin(), result.end());
+        return result;
+    }
+
+private:
+    struct Step {
+        std::uint32_t state = 0;
+        unsigned char byte = 0;
+        bool isReached = false;
+    };
+
+    // One byte of each class but that of NUL alone, the readable ones first.
+    static std::vector<unsigned char> readableBytes(const Table& table) {
+        std::array<int, 256> best{};
+        for (int byte = 255; byte > 0; --byte) {
+            int& kept = best[table.classOf()[byte]];
+            if (kept == 0 || rank(byte) <= rank(kept)) kept = byte;
+        }
+        std::vector<unsigned char> bytes;
+        for (int byte : best) {
+            if (byte != 0) bytes.push_back(static_cast<unsigned char>(byte));
+        }
+        std::sort(bytes.begin(), bytes.end(), [](unsigned char a, unsigned char b) {
+            return std::pair(rank(a), a) < std::pair(rank(b), b);
+        });
+        return bytes;
+    }
+
+    std::vector<std::uint32_t> order_;
+    std::vector<Step> previous_;
+};
+
+/// Looks at each distinct list of path numbers once, with the shortest text that is reported with
+/// it.
+class Analyser {
+public:
+    Analyser(const Table& table, const Paths& paths, std::size_t maxOverlaps)
+        : texts_(table), paths_(paths), maxOverlaps_(maxOverlaps), listsOf_(paths.size()) {
+        std::vector<const Paths*> seen;
+        for (std::uint32_t state : texts_.order()) {
+            const Paths& list = table.states()[state].pathNumbers();
+            if (!list.empty()) seen.push_back(&list);
+        }
+        std::sort(seen.begin(), seen.end());
+        seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+        std::vector<bool> isTaken(seen.size());
+        for (std::uint32_t state : texts_.order()) {
+            const Paths& list = table.states()[state].pathNumbers();
+            if (list.empty()) continue;
+            std::size_t known = std::lower_bound(seen.begin(), seen.end(), &list) - seen.begin();
+            if (isTaken[known]) continue;
+            isTaken[known] = true;
+            for (std::int32_t path : list) {
+                listsOf_[indexOf(path)].push_back(static_cast<std::uint32_t>(lists_.size()));
+            }
+            lists_.push_back({&list, state});
+        }
+    }
+
+    Analysis run() {
+        Analysis result;
+        for (std::size_t i = 0; i < paths_.size(); ++i) {
+            if (listsOf_[i].empty()) {
+                result.empty.push_back(paths_[i]);
+            } else if (!isEverFirst(i)) {
+                const List& shortest = lists_[listsOf_[i].front()];
+                result.shadowed.push_back({paths_[i], shadowsOf(i), texts_.text(shortest.state)});
+            }
+        }
+        findOverlaps(result);
+        return result;
+    }
+
+private:
+    struct List {
+        const Paths* paths;
+        std::uint32_t state;
+    };
+
+    std::size_t indexOf(std::int32_t path) const {
+        return std::lower_bound(paths_.begin(), paths_.end(), path) - paths_.begin();
+    }
+
+    bool isEverFirst(std::size_t index) const {
+        return std::any_of(listsOf_[index].begin(), listsOf_[index].end(), [&](std::uint32_t list) {
+            return lists_[list].paths->front() == paths_[index];
+        });
+    }
+
+    Paths shadowsOf(std::size_t index) const {
+        Paths always;
+        Paths firsts;
+        for (std::uint32_t list : listsOf_[index]) {
+            const Paths& paths = *lists_[list].paths;
+            auto own = std::lower_bound(paths.begin(), paths.end(), paths_[index]);
+            if (firsts.empty()) {
+                always.assign(paths.begin(), own);
+            } else {
+                Paths both;
+                std::set_intersection(always.begin(), always.end(), paths.begin(), own,
+                                      std::back_inserter(both));
+                always = std::move(both);
+            }
+            firsts.push_back(paths.front());
+        }
+        if (!always.empty()) return {always.front()};
+        std::sort(firsts.begin(), firsts.end());
+        firsts.erase(std::unique(firsts.begin(), firsts.end()), firsts.end());
+        return firsts;
+    }
+
+    void findOverlaps(Analysis& result) {
+        // A bit for each pair found; most patterns overlap with none and have no bits.
+        std::vector<std::vector<bool>> isFound(paths_.size());
+        for (const List& list : lists_) {
+            for (std::size_t i = 0; i + 1 < list.paths->size(); ++i) {
+                std::vector<bool>& found = isFound[indexOf((*list.paths)[i])];
+                found.resize(paths_.size());
+                for (std::size_t j = i + 1; j < list.paths->size(); ++j) {
+                    auto isKnown = found[indexOf((*list.paths)[j])];
+                    if (isKnown) continue;
+                    if (result.overlaps.size() == maxOverlaps_) {
+                        result.hasAllOverlaps = false;
+                        break;
+                    }
+                    isKnown = true;
+                    result.overlaps.push_back(
+                        {(*list.paths)[i], (*list.paths)[j], texts_.text(list.state)});
+                }
+                if (!result.hasAllOverlaps) break;
+            }
+            if (!result.hasAllOverlaps) break;
+        }
+        std::sort(result.overlaps.begin(), result.overlaps.end(),
+                  [](const Analysis::Overlap& a, const Analysis::Overlap& b) {
+                      return std::pair(a.first, a.second) < std::pair(b.first, b.second);
+                  });
+    }
+
+    ShortestTexts texts_;
+    const Paths& paths_;  // of all patterns, ascending
+    std::size_t maxOverlaps_;
+    std::vector<List> lists_;                          // by length of text
+    std::vector<std::vector<std::uint32_t>> listsOf_;  // of each pattern
+};
+
+std::optional<Analysis> analyseTable(const Table* table, const Paths& paths,
+                                     std::size_t maxOverlaps) {
+    if (table == nullptr) return std::nullopt;
+    try {
+        return Analyser(*table, paths, maxOverlaps).run();
+    } catch (const std::bad_alloc&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+std::optional<Analysis> analyse(const Engine& engine, std::size_t maxOverlaps) {
+    return analyseTable(engine.table_.get(), engine.paths_, maxOverlaps);
+}
+
+std::optional<Analysis> analyse(const EngineGroup& group, std::size_t maxOverlaps) {
+    const Table* table = group.parts_.size() == 1 ? group.parts_[0].get() : nullptr;
+    return analyseTable(table, group.paths_, maxOverlaps);
+}
+
+}  // namespace FSM

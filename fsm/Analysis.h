@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
+namespace FSM {
+
+class Engine;
+class EngineGroup;
+
+/// What is odd about a list of patterns, where the one with the lowest number is to win. Found in
+/// the finished automaton, so it is exact: nothing is missing and nothing is guessed. Texts are
+/// without NUL, as those that can be matched, and the shortest of their kind.
+struct KESTREL_API Analysis {
+    /// A pattern that matches texts, but never as the one with the lowest number.
+    struct Shadowed {
+        std::int32_t path;
+        /// The lower number that is reported for all texts of `path`. If no single one is, those
+        /// that together come before it, ascending.
+        std::vector<std::int32_t> by;
+        /// A text that the pattern matches.
+        FND::String text;
+    };
+    /// Two patterns that both match a text; `first` is the lower number.
+    struct Overlap {
+        std::int32_t first;
+        std::int32_t second;
+        FND::String text;
+    };
+
+    /// Numbers of the patterns that match no text at all, ascending.
+    std::vector<std::int32_t> empty;
+    /// Ascending by number.
+    std::vector<Shadowed> shadowed;
+    /// Ascending by numbers.
+    std::vector<Overlap> overlaps;
+    /// Whether `overlaps` holds all that there are, and was not cut off at the number asked for.
+    bool hasAllOverlaps = true;
+};
+
+/// Analyses the patterns of a finished engine, with up to `maxOverlaps` overlaps. Nothing before
+/// `finalSetup`, without patterns, or if memory runs out. Takes time in proportion to the states
+/// and the path numbers they list; may run in any number of threads.
+KESTREL_API std::optional<Analysis> analyse(const Engine& engine, std::size_t maxOverlaps = 10000);
+
+/// The same for a finished group. Nothing also if the group was split: its automata do not tell how
+/// patterns of different parts relate.
+KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
+                                            std::size_t maxOverlaps = 10000);
+
+}  // namespace FSM

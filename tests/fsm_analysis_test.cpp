@@ -1,0 +1,132 @@
+// The analysis of pattern lists.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "fsm/Analysis.h"
+#include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
+#include "fsm_reference.h"
+
+namespace {
+
+using FSM::Analysis;
+using FSM::Engine;
+
+// "empty 1; 2 behind 0 1 text; 0 with 2 text", newlines as ~.
+std::string shown(const Analysis& analysis) {
+    std::string result;
+    auto separate = [&] { result += result.empty() ? "" : "; "; };
+    for (std::int32_t path : analysis.empty) {
+        separate();
+        result.append("empty ").append(std::to_string(path));
+    }
+    for (const Analysis::Shadowed& shadowed : analysis.shadowed) {
+        separate();
+        result.append(std::to_string(shadowed.path)).append(" behind");
+        for (std::int32_t path : shadowed.by) result.append(" ").append(std::to_string(path));
+        result.append(": ").append(shadowed.text);
+    }
+    for (const Analysis::Overlap& overlap : analysis.overlaps) {
+        separate();
+        result.append(std::to_string(overlap.first)).append(" with ");
+        result.append(std::to_string(overlap.second)).append(": ").append(overlap.text);
+    }
+    if (!analysis.hasAllOverlaps) result += "; more";
+    std::replace(result.begin(), result.end(), '\n', '~');
+    return result;
+}
+
+TEST(FsmAnalysis, Findings) {
+    struct Case {
+        std::vector<std::string> patterns;
+        std::size_t maxOverlaps;
+        std::string findings;
+    };
+    const Case cases[] = {
+        {{"a", "b"}, 9, ""},
+        {{"a.*", "ab", "b"}, 9, "1 behind 0: ab; 0 with 1: ab"},
+        {{"ab", "a.*"}, 9, "0 with 1: ab"},
+        {{"[0-4]x", "[5-9]x", "[0-9]x"}, 9, "2 behind 0 1: 0x; 0 with 2: 0x; 1 with 2: 5x"},
+        {{"x", "[0-9]*", "[0-9][0-9]", "\\050*"},
+         9,
+         "2 behind 1: 00; 3 behind 1: ; 1 with 2: 00; 1 with 3: ; 2 with 3: 22"},
+        {{"a[c-a]", "\\000", "!(.|\n)*", "b"}, 9, "empty 0; empty 1; empty 2"},
+        {{".", "!.", "[^a]"}, 9, "2 behind 0 1: b; 0 with 2: b; 1 with 2: ~"},
+        {{"a*", "a+", "aa+"}, 2, "1 behind 0: a; 2 behind 0: aa; 0 with 1: a; 0 with 2: aa; more"},
+    };
+    for (const Case& c : cases) {
+        Engine engine;
+        FSM::EngineGroup group;
+        EXPECT_FALSE(FSM::analyse(engine).has_value());
+        for (const std::string& pattern : c.patterns) {
+            EXPECT_TRUE(engine.insertPattern(pattern) && group.insertPattern(pattern)) << pattern;
+        }
+        EXPECT_FALSE(FSM::analyse(engine).has_value());
+        ASSERT_TRUE(engine.finalSetup() && group.finalSetup());
+        EXPECT_EQ(shown(FSM::analyse(engine, c.maxOverlaps).value()), c.findings);
+        EXPECT_EQ(shown(FSM::analyse(group, c.maxOverlaps).value()), c.findings);
+    }
+    FSM::EngineGroup split;
+    split.partLimit(2);
+    EXPECT_TRUE(split.insertPattern("a") && split.insertPattern("b") && split.finalSetup());
+    EXPECT_FALSE(FSM::analyse(split).has_value());
+}
+
+// What the analysis says must hold for all short texts, and its own texts must prove it.
+TEST(FsmAnalysis, RandomPatterns) {
+    const std::vector<std::string> texts = reference::textsOf("abc\n", 4);
+    reference::RandomPatterns random(7);
+    for (int round = 0; round < 300; ++round) {
+        Engine engine;
+        engine.stateLimit(2000);
+        std::string all;
+        for (std::size_t n = random.below(4) + 2; n > 0; --n) {
+            std::string pattern = random.pattern();
+            ASSERT_TRUE(engine.insertPattern(pattern)) << pattern;
+            all.append(pattern).append("  ");
+        }
+        if (!engine.finalSetup()) continue;
+        Analysis analysis = FSM::analyse(engine).value();
+        SCOPED_TRACE(all + shown(analysis));
+
+        std::set<std::int32_t> empty(analysis.empty.begin(), analysis.empty.end());
+        std::set<std::int32_t> shadowed;
+        std::set<std::pair<std::int32_t, std::int32_t>> overlaps;
+        auto reported = [&](const std::string& text, std::int32_t path) {
+            const auto& paths = engine.process(text)->pathNumbers();
+            return std::binary_search(paths.begin(), paths.end(), path);
+        };
+        for (const Analysis::Shadowed& entry : analysis.shadowed) {
+            shadowed.insert(entry.path);
+            EXPECT_TRUE(reported(entry.text, entry.path));
+            EXPECT_LT(engine.firstPath(entry.text), entry.path);
+        }
+        for (const Analysis::Overlap& entry : analysis.overlaps) {
+            EXPECT_LT(entry.first, entry.second);
+            EXPECT_TRUE(overlaps.emplace(entry.first, entry.second).second);
+            EXPECT_TRUE(reported(entry.text, entry.first) && reported(entry.text, entry.second));
+        }
+        for (const std::string& text : texts) {
+            const auto& paths = engine.process(text)->pathNumbers();
+            for (std::size_t i = 0; i < paths.size(); ++i) {
+                EXPECT_EQ(empty.count(paths[i]), 0u);
+                EXPECT_TRUE(i > 0 || shadowed.count(paths[0]) == 0);
+                for (std::size_t j = i + 1; j < paths.size(); ++j) {
+                    EXPECT_EQ(overlaps.count({paths[i], paths[j]}), 1u);
+                }
+            }
+            for (const Analysis::Shadowed& entry : analysis.shadowed) {
+                if (!reported(text, entry.path)) continue;
+                EXPECT_GE(text.size(), entry.text.size());
+                EXPECT_TRUE(std::any_of(entry.by.begin(), entry.by.end(), [&](std::int32_t path) {
+                    return reported(text, path);
+                })) << text;
+            }
+        }
+        if (testing::Test::HasFailure()) return;
+    }
+}
+
+}  // namespace
