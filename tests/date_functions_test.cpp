@@ -1,0 +1,80 @@
+// Date functions where the local zone is not UTC.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "Script.h"
+#include "fnd/DateTime.h"
+
+namespace {
+
+class LocalZone {
+public:
+    explicit LocalZone(const char* zone) { set(zone); }
+    LocalZone(const LocalZone&) = delete;
+    LocalZone& operator=(const LocalZone&) = delete;
+    ~LocalZone() { set("UTC0"); }
+
+private:
+    static void set(const char* zone) {
+        setenv("TZ", zone, 1);
+        FND::DateTime::rereadLocalZone();
+    }
+};
+
+std::string outputOf(const std::string& expression) {
+    const Harness::ScriptRun result = Harness::run("logStdout(" + expression + ");");
+    EXPECT_EQ(result.log, "") << expression;
+    return result.output;
+}
+
+TEST(DateFunctions, LocalTimeIsUsedWhereItIsAskedFor) {
+    // One hour ahead of UTC, from 31 March to 27 October 2024 two hours.
+    const LocalZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    const struct {
+        const char* expression;
+        const char* output;
+    } rows[] = {
+        {R"(dateToStr(strToDate("2024-07-01 22:30:00")))", "2024-07-01 22:30:00"},
+        {R"(dateToStr(strToDate("2024-07-01 22:30:00"), "%d %H %Z"))", "01 22 UTC"},
+        {R"(dateToStr(strToDate("2024-07-01 22:30:00"), "%d %H %L"))", "02 00 CEST"},
+        {R"(dateToStr(strToDate("2024-12-31 23:30:00"), "%L %Y %z"))", "CET 2025 +0100"},
+        {R"(dateToStr(strToDate("2024-07-01 22:30:00"), "%L %L %%L"))", "CEST %L %L"},
+        {R"(dateToStr(strToDate("2024-07-01 22:30:00"), "%%L %H"))", "%Z 00"},
+        {R"(dateToStr(strToDate("2024-07-02 00:30 CEST", "%Y-%m-%d %H:%M %L")))",
+         "2024-07-01 22:30:00"},
+        {R"(dateToStr(strToDate("2024-07-02 00:30", "%Y-%m-%d %H:%M")))", "2024-07-02 00:30:00"},
+        {R"(dateToStr(strToDate("2024-10-27 02:30 CET", "%Y-%m-%d %H:%M %L")))",
+         "2024-10-27 01:30:00"},
+        // By the local clock 01:30 and an hour: 02:30 is left out and becomes 03:30.
+        {R"(dateToStr(dateAdd(strToDate("2024-03-31 00:30:00"), 0, 0, 0, 1)))",
+         "2024-03-31 01:30:00"},
+        // 13:00 the next day, an hour sooner.
+        {R"(dateToStr(dateAdd(strToDate("2024-03-30 12:00:00"), 0, 0, 0, 24)))",
+         "2024-03-31 11:00:00"},
+        {R"(dateToStr(dateAdd(strToDate("2024-03-30 12:00:00"), 0, 0, 1)))", "2024-03-31 12:00:00"},
+        // 02:30 the first time, and an hour.
+        {R"(dateToStr(dateAdd(strToDate("2024-10-27 00:30:00"), 0, 0, 0, 1)))",
+         "2024-10-27 02:30:00"},
+        // 02:30 the second time stays what it is.
+        {R"(dateToStr(dateAdd(strToDate("2024-10-27 01:30:00"), 0, 0, 0, 0)))",
+         "2024-10-27 01:30:00"},
+        {R"(longToStr(dateDiff(strToDate("2024-03-31 12:00:00"), strToDate("2024-03-30 12:00:00"))))",
+         "90000"},
+        {R"(longToStr(dateDiff(strToDate("2024-10-26 12:00:00"), strToDate("2024-10-27 12:00:00"))))",
+         "-82800"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(outputOf(row.expression), row.output) << row.expression;
+}
+
+TEST(DateFunctions, TheCurrentDateIsThatOfUtcInEveryZone) {
+    const LocalZone zone("XYZ+11");
+    const Harness::ScriptRun result = Harness::run(
+        R"(Long seconds = strToLong(dateToStr(sysdate(), "%s")) - currentTimeInMillis() / 1000;
+           if (seconds > -10 and seconds < 10) logStdout("near");)");
+    EXPECT_EQ(result.output, "near");
+}
+
+}  // namespace

@@ -1,0 +1,177 @@
+// Functions that wait, and what makes them stop waiting.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Script.h"
+#include "scr/MainExtension.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// Whether there is a process whose command line holds `mark`.
+bool isRunning(const std::string& mark) {
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        std::ifstream stream(entry.path() / "cmdline", std::ios::binary);
+        const std::string line((std::istreambuf_iterator<char>(stream)), {});
+        if (line.find(mark) != std::string::npos) return true;
+    }
+    return false;
+}
+
+std::size_t openFiles() {
+    const fs::directory_iterator handles("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
+}
+
+/// The name of a file of this process's own.
+std::string temporaryFile() {
+    return (fs::temp_directory_path() / ("kestrel-waiting-" + std::to_string(getpid()))).string();
+}
+
+TEST(Waiting, AnInterruptionEndsEveryWait) {
+    const std::string shellMark = "31415.9" + std::to_string(getpid());
+    const std::string scripts[] = {
+        "sleep(1000000);",
+        "sleep(9223372036854775807);",
+        "system(\"sleep " + shellMark + "\");",
+        "system(\"sleep " + shellMark + "; echo after\");",
+        "system(\"exec >&-; trap '' TERM; while true; do sleep " + shellMark + "; done\");",
+        "String out; system(\"yes\", out);",
+        "Long m = mutexCreate(); mutexAcquire(m); mutexAcquire(m);",
+        "fileCopy(\"/dev/zero\", \"/dev/null\");",
+        "File f; fileOpen(f, \"/dev/null\", \"w\"); fileWriteLong(f, 1, 9223372036854775807);",
+    };
+    const std::size_t filesBefore = openFiles();
+    for (const std::string& script : scripts) {
+        Harness::MemoryLog log;
+        SCR::Interpreter interpreter(&log);
+        ASSERT_TRUE(
+            interpreter.compile("Long turn; turn = turn + 1; if (turn == 1) {" + script + "}"));
+        std::thread other([&interpreter] {
+            std::this_thread::sleep_for(50ms);
+            interpreter.interrupt();
+        });
+        const auto before = Clock::now();
+        EXPECT_FALSE(interpreter.execute()) << script;
+        EXPECT_LT(Clock::now() - before, 1050ms) << script;
+        other.join();
+        EXPECT_NE(log.text.find("interrupted"), std::string::npos) << script << log.text;
+        EXPECT_TRUE(interpreter.execute()) << script;
+    }
+    for (int turn = 0; turn < 100 && isRunning(shellMark); ++turn) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_FALSE(isRunning(shellMark));
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
+    EXPECT_EQ(openFiles(), filesBefore);
+}
+
+TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
+    SCR::MainExtension extension;
+    for (const bool isDestroyed : {false, true}) {
+        const long mutex = extension.mutexCreate();
+        ASSERT_TRUE(extension.mutexAcquire(mutex));
+        std::atomic<bool> isFree = false;
+        bool wasFree = false;
+        std::thread other([&] {
+            extension.mutexAcquire(mutex);
+            wasFree = isFree;
+        });
+        std::this_thread::sleep_for(20ms);
+        isFree = true;
+        EXPECT_TRUE(isDestroyed ? extension.mutexDestroy(mutex) : extension.mutexRelease(mutex));
+        other.join();
+        EXPECT_TRUE(wasFree);
+    }
+}
+
+TEST(Waiting, AMutexExcludesThreads) {
+    SCR::MainExtension extension;
+    const long mutex = extension.mutexCreate();
+    long count = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int turn = 0; turn < 5000; ++turn) {
+                extension.mutexAcquire(mutex);
+                ++count;
+                extension.mutexRelease(mutex);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(count, 20000);
+}
+
+/// Sends this thread a signal that does nothing but interrupt system calls, over and over.
+class SignalStorm {
+public:
+    SignalStorm() : target_(pthread_self()) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, &before_);
+        sender_ = std::thread([this] {
+            while (!isOver_) {
+                pthread_kill(target_, SIGUSR1);
+                std::this_thread::sleep_for(100us);
+            }
+        });
+    }
+    SignalStorm(const SignalStorm&) = delete;
+    SignalStorm& operator=(const SignalStorm&) = delete;
+    ~SignalStorm() {
+        isOver_ = true;
+        sender_.join();
+        sigaction(SIGUSR1, &before_, nullptr);
+    }
+
+private:
+    pthread_t target_;
+    struct sigaction before_ {};
+    std::atomic<bool> isOver_ = false;
+    std::thread sender_;
+};
+
+TEST(Waiting, SignalsDisturbNothing) {
+    const std::string file = temporaryFile();
+    const SignalStorm storm;
+    const Harness::ScriptRun result = Harness::run(
+        R"(String out;
+           Long status = system("for i in 1 2 3; do echo $i; sleep 0.05; done; exit 5", out);
+           logStdout(longToStr(status) + out);
+           system("head -c 3000000 /dev/zero > )" +
+        file + R"(");
+           if (fileCopy(")" +
+        file + R"(", "/dev/null")) logStdout("copied");)");
+    EXPECT_EQ(result.output, "51\n2\n3\ncopied");
+    fs::remove(file);
+}
+
+TEST(Waiting, ACommandWhoseStatusAnotherTookHasNone) {
+    struct sigaction ignore {};
+    struct sigaction before {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &before);
+    const Harness::ScriptRun result =
+        Harness::run(R"(String out; logStdout(longToStr(system("echo text", out)) + out);)");
+    sigaction(SIGCHLD, &before, nullptr);
+    EXPECT_EQ(result.output, "-1text\n");
+}
+
+}  // namespace
