@@ -1,6 +1,7 @@
 #include "cli/ScriptOptions.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "cli/Command.h"
 #include "scr/Interpreter.h"
@@ -43,9 +44,37 @@ void ScriptOptions::declare(CLI::App& command) {
             "Give scripts the String constant NAME; may be repeated")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--limit",
+            [this](const std::vector<std::string>& limits) {
+                for (const std::string& limit : limits) setLimit(limit);
+            },
+            "Stop a script that passes a limit: steps, depth, time (in milliseconds), string (in "
+            "bytes), elements, nesting, source (in bytes) or states; none lifts one; may be "
+            "repeated")
+        ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+}
+
+void ScriptOptions::setLimit(const std::string& text) {
+    const auto equals = std::min(text.find('='), text.size());
+    std::int64_t SCR::Limits::*const limit = SCR::limitOfName(text.substr(0, equals));
+    if (limit == nullptr || equals == text.size()) {
+        throw CLI::ValidationError("--limit", "'" + text + "' names no limit");
+    }
+    const std::string value = text.substr(equals + 1);
+    std::int64_t number = SCR::Limits::none;
+    const char* const end = value.data() + value.size();
+    const auto read = std::from_chars(value.data(), end, number);
+    if (value != "none" && (read.ec != std::errc() || read.ptr != end || number < 0)) {
+        throw CLI::ValidationError("--limit", "'" + value + "' is no number of 0 or more");
+    }
+    limits_.*limit = number;
 }
 
 bool ScriptOptions::apply(SCR::Interpreter& interpreter) const {
+    interpreter.limits(limits_);
     interpreter.includePath(includePath_);
     for (const auto& [name, value] : constants_) {
         if (interpreter.addGlobalConstant(name, value)) continue;

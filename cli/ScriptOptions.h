@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "scr/Limits.h"
+
 namespace SCR {
 class Interpreter;
 }
@@ -21,6 +23,10 @@ public:
     bool apply(SCR::Interpreter& interpreter) const;
 
 private:
+    // Takes "NAME=VALUE"; throws CLI::ValidationError.
+    void setLimit(const std::string& text);
+
+    SCR::Limits limits_;
     std::vector<std::string> includePath_;
     std::vector<std::pair<std::string, std::string>> constants_;
 };

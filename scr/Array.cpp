@@ -34,8 +34,7 @@ Array::~Array() {
 
 Variable* Array::clone() const {
     std::unique_ptr<Variable> prototype(prototype_->clone());
-    auto copy = std::make_unique<Array>(prototype.get());
-    prototype.release();
+    std::unique_ptr<Array> copy(new Array(prototype.release()));
     copy->dataType(dataType());
     copy->copyElements(*this);
     return copy.release();

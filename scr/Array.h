@@ -4,7 +4,6 @@
 #include <new>
 
 #include "fnd/Export.h"
-#include "scr/ElementLimit.h"
 #include "scr/SlotStore.h"
 #include "scr/Variable.h"
 
@@ -43,7 +42,7 @@ public:
     /// is too small grows so that `index` becomes its last element. Null when the element can not
     /// be had: the array would grow beyond `limit` elements or `maxSizeCM`, or there is no memory.
     /// Nothing changed then.
-    Variable* at(unsigned long index, unsigned long limit = defaultElementLimit);
+    Variable* at(unsigned long index, unsigned long limit = maxSizeCM);
 
     /// The element `index` if it is there and was used before; otherwise null, and `at` gives it.
     /// `V` must be the class of the prototype, one of this library's.

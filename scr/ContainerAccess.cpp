@@ -11,13 +11,15 @@
 namespace SCR {
 
 Variable* ElementSource::make(Array& array, unsigned long index) {
-    Variable* const element = array.at(index, interpreter_.elementLimit());
+    Variable* const element =
+        array.at(index, static_cast<unsigned long>(interpreter_.limits().elements));
     if (element == nullptr) report("array: no room for element '" + std::to_string(index) + "'");
     return element;
 }
 
 Variable* ElementSource::make(Hash& hash, const FND::String& key) {
-    Variable* const element = hash.find(key, interpreter_.elementLimit());
+    Variable* const element =
+        hash.find(key, static_cast<unsigned long>(interpreter_.limits().elements));
     if (element == nullptr) {
         report("hash: no room beside '" + std::to_string(hash.size()) + "' keys");
     }

@@ -1,6 +1,5 @@
 #include "scr/ElementClass.h"
 
-#include <memory>
 #include <new>
 #include <type_traits>
 #include <typeinfo>
@@ -51,21 +50,19 @@ struct ElementMaker<AdtVariable> {
     static constexpr bool needsDestructorCM = true;
 
     static void construct(std::byte* slot, const AdtVariable& prototype) {
-        auto made =
-            std::unique_ptr<AdtVariable, Destroy>(new (slot) AdtVariable(prototype.value()));
-        copy(*made, prototype);
-        made.release();
+        auto* made = new (slot) AdtVariable(prototype.value());
+        try {
+            copy(*made, prototype);
+        } catch (...) {
+            made->~AdtVariable();
+            throw;
+        }
     }
     static void copy(AdtVariable& element, const AdtVariable& source) {
         element.subType(source.subType());
         element.value() = source.value();
         element.dataType(source.dataType());
     }
-
-private:
-    struct Destroy {
-        void operator()(AdtVariable* element) const { element->~AdtVariable(); }
-    };
 };
 
 template <>
@@ -135,14 +132,16 @@ struct InPlace {
 
 // The elements of any other class, each an object of its own.
 struct Boxed {
+    static constexpr std::size_t sizeCM = sizeof(void*);
+
     static Variable*& at(std::byte* slots, std::size_t index) {
-        return *reinterpret_cast<Variable**>(slots + index * sizeof(Variable*));
+        return *reinterpret_cast<Variable**>(slots + index * sizeCM);
     }
     static void construct(std::byte* slots, std::size_t count, const Variable& prototype) {
         std::size_t made = 0;
         try {
             for (; made < count; ++made) {
-                new (slots + made * sizeof(Variable*)) Variable*(prototype.clone());
+                new (slots + made * sizeCM) Variable*(prototype.clone());
             }
         } catch (...) {
             destroy(slots, made);
@@ -156,7 +155,7 @@ struct Boxed {
         delete std::exchange(at(slot, 0), source.clone());
     }
 
-    static constexpr ElementClass classCM{sizeof(Variable*), true, construct, destroy, copy};
+    static constexpr ElementClass classCM{sizeCM, true, construct, destroy, copy};
 };
 
 template <class V>

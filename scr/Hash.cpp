@@ -62,8 +62,7 @@ Hash::~Hash() {
 
 Variable* Hash::clone() const {
     std::unique_ptr<Variable> prototype(prototype_->clone());
-    auto copy = std::make_unique<Hash>(prototype.get());
-    prototype.release();
+    std::unique_ptr<Hash> copy(new Hash(prototype.release()));
     copy->dataType(dataType());
     copy->copyElements(*this);
     return copy.release();

@@ -8,7 +8,6 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/ElementLimit.h"
 #include "scr/KeyHash.h"
 #include "scr/SlotStore.h"
 #include "scr/Variable.h"
@@ -47,7 +46,7 @@ public:
     /// The element under `key`, which the hash owns; it stays valid until it is removed. A missing
     /// one is made under a copy of the key. Null when the element can not be had: there are `limit`
     /// entries or `maxSizeCM`, or there is no memory. Nothing changed then.
-    Variable* find(const FND::String& key, unsigned long limit = defaultElementLimit);
+    Variable* find(const FND::String& key, unsigned long limit = maxSizeCM);
 
     /// The element under `key`, whose `keyHash` is `hash`; null when it is missing. `V` must be the
     /// class of the prototype, one of this library's.

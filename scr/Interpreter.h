@@ -8,7 +8,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/ElementLimit.h"
+#include "scr/Limits.h"
 #include "scr/Log.h"
 #include "scr/PlaceTable.h"
 #include "scr/RunControl.h"
@@ -78,15 +78,11 @@ public:
     /// Directories in which include files are looked for, before those of the environment.
     void includePath(const std::vector<FND::String>& directories) { includePath_ = directories; }
 
-    /// How many levels blocks, and how many levels expressions, may be nested. Deeper ones do not
-    /// compile.
-    int nestingLimit() const { return nestingLimit_; }
-    void nestingLimit(int levels) { nestingLimit_ = levels; }
-
-    /// How many elements one container may hold. One beyond them can not be had: it reads as the
-    /// type's empty value and refuses to be set, and an error is logged once in an execution.
-    unsigned long elementLimit() const { return elementLimit_; }
-    void elementLimit(unsigned long elements) { elementLimit_ = elements; }
+    /// What scripts may take; see `Limits`. Set for the compiles and executions that follow.
+    const Limits& limits() const { return runControl_.limits(); }
+    void limits(const Limits& limits) { runControl_.limits(limits); }
+    /// Whether the execution begun last was stopped by a limit or an interruption.
+    bool wasStopped() const { return runControl_.wasStopped(); }
 
     /// Logs `message` as an error.
     void logError(const FND::String& message);
@@ -141,8 +137,6 @@ private:
     bool isCompiled_ = false;
     bool isValid_ = false;
     bool runsEnd_ = false;
-    int nestingLimit_ = 500;
-    unsigned long elementLimit_ = defaultElementLimit;
     MainExtension* mainExtension_ = nullptr;  // owned by extensions_
     std::unique_ptr<BoolNode> query_;
     std::vector<FND::String> includePath_;

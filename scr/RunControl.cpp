@@ -33,27 +33,48 @@ char* stackEndOfThread() {
 void RunControl::enter() {
     if (depth_++ > 0) return;
     ++runs_;
+    wasStopped_ = false;
     stackEnd_ = stackEndOfThread();
-    untilLook_ = lookIntervalCM;
+    stepsLeft_ = limits_.steps;
+    startInterval();
+    if (limits_.time != Limits::none) {
+        deadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits_.time);
+    }
 }
 
 void RunControl::leave() { --depth_; }
 
+void RunControl::startInterval() {
+    untilLook_ = std::min(lookIntervalCM, stepsLeft_);
+    if (stepsLeft_ != Limits::none) stepsLeft_ -= untilLook_;
+}
+
 void RunControl::look(const Node* place) {
-    untilLook_ = lookIntervalCM;
+    if (stepsLeft_ == 0) stopAtLimit(place, "steps", limits_.steps);
+    startInterval();
+    --untilLook_;
+    ask(place);
+}
+
+void RunControl::ask(const Node* place) {
     if (interrupted_.exchange(false, std::memory_order_relaxed)) stop(place, "interrupted");
+    if (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_) {
+        stopAtLimit(place, "time", limits_.time);
+    }
 }
 
 void RunControl::stopAtStackEnd(const Node* place) {
     stop(place, "calls are nested too deep for the stack");
 }
 
-void RunControl::stop(const Node* place, const char* message) {
-    FND::String text = "ERROR: ";
-    text += interpreter_.places().prefix(place);
-    text += "script stopped: ";
-    text += message;
-    interpreter_.logError(text);
+void RunControl::stopAtLimit(const Node* place, const char* name, std::int64_t limit) {
+    stop(place, FND::String("limit `") + name + "' of " + std::to_string(limit) + " passed");
+}
+
+void RunControl::stop(const Node* place, const FND::String& message) {
+    wasStopped_ = true;
+    interpreter_.logError("ERROR: " + interpreter_.places().prefix(place) +
+                          "script stopped: " + message);
     throw ScriptStopped();
 }
 

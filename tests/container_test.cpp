@@ -242,8 +242,8 @@ TEST(Array, GrowsWithoutMovingElements) {
 TEST(Array, TakesMemoryForWhatIsUsed) {
     const std::size_t before = bytesHeldG;
     Array array(new LongVariable(8));
-    longAt(array, SCR::defaultElementLimit - 1) = 1;
-    EXPECT_EQ(array.size(), SCR::defaultElementLimit);
+    longAt(array, (1UL << 28) - 1) = 1;
+    EXPECT_EQ(array.size(), 1UL << 28);
     EXPECT_EQ(longAt(array, 12345678), 8);
     EXPECT_LT(bytesHeldG - before, 3U << 20);
     array.clear();
@@ -288,7 +288,7 @@ TEST(Container, HoldsNoMoreThanTheLimit) {
     Array array(new LongVariable);
     EXPECT_NE(array.at(9, 10), nullptr);
     EXPECT_EQ(array.at(10, 10), nullptr);
-    EXPECT_EQ(array.at(SCR::defaultElementLimit), nullptr);
+    EXPECT_EQ(array.at(Array::maxSizeCM), nullptr);
     const unsigned long huge = std::numeric_limits<unsigned long>::max();
     for (const unsigned long index : {Array::maxSizeCM, huge - 1, huge}) {
         EXPECT_EQ(array.at(index, huge), nullptr);
@@ -500,7 +500,11 @@ TEST(ElementLimit, IsReportedOnceInAnExecution) {
                i = i + 1;
            }
            logStdout(longToStr(arraySize(a)) + longToStr(a[9]) + longToStr(h{"2"}) + longToStr(h{"3"}));)",
-        {2, [](SCR::Interpreter& interpreter) { interpreter.elementLimit(3); }});
+        {2, [](SCR::Interpreter& interpreter) {
+             SCR::Limits limits;
+             limits.elements = 3;
+             interpreter.limits(limits);
+         }});
     EXPECT_TRUE(result.ok);
     EXPECT_EQ(result.output, "30203020");
     const std::string once =

@@ -1,5 +1,6 @@
 #include <limits>
 
+#include "scr/Interpreter.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/parser/ParserStack.h"
@@ -137,12 +138,13 @@ class StringArithmetic : public StringNode {};
 template <class Left, class Right>
 class StringConcatenation final : public StringArithmetic {
 public:
-    StringConcatenation(Left left, Right right)
-        : left_(std::move(left)), right_(std::move(right)) {}
+    StringConcatenation(RunControl& control, Left left, Right right)
+        : control_(control), left_(std::move(left)), right_(std::move(right)) {}
 
     const FND::String& result() override {
         const FND::String& left = left_.value();
         const FND::String& right = right_.value();
+        control_.checkString(this, left.size() + right.size());
         result_.reserve(left.size() + right.size());
         result_.assign(left);
         result_.append(right);
@@ -150,6 +152,7 @@ public:
     }
 
 private:
+    RunControl& control_;
     Left left_;
     Right right_;
     FND::String result_;
@@ -159,17 +162,20 @@ private:
 // very node's result.
 class HeldConcatenation final : public StringArithmetic {
 public:
-    HeldConcatenation(std::unique_ptr<Node> left, std::unique_ptr<Node> right)
-        : left_(std::move(left)), right_(std::move(right)) {}
+    HeldConcatenation(RunControl& control, std::unique_ptr<Node> left, std::unique_ptr<Node> right)
+        : control_(control), left_(std::move(left)), right_(std::move(right)) {}
 
     const FND::String& result() override {
         FND::String sum = left_.value();
-        sum += right_.value();
+        const FND::String& right = right_.value();
+        control_.checkString(this, sum.size() + right.size());
+        sum += right;
         result_.swap(sum);
         return result_;
     }
 
 private:
+    RunControl& control_;
     AnyOperand<StringType> left_;
     AnyOperand<StringType> right_;
     FND::String result_;
@@ -218,14 +224,18 @@ using DecimalMul = BinaryFactory<DecimalType, DecimalProduct>;
 using DecimalDiv = BinaryFactory<DecimalType, DecimalQuotient>;
 
 struct StringAdd {
-    static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
-        if (!stack.traits().isActive) {
-            return BinaryFactory<StringType, StringConcatenation>::factory(interpreter, stack,
-                                                                           descriptor);
-        }
+    static Node* factory(Interpreter& interpreter, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        RunControl& control = interpreter.runControl();
+        const bool isRightActive = stack.traits().isActive;
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
-        return new HeldConcatenation(std::move(left), std::move(right));
+        if (isRightActive) return new HeldConcatenation(control, std::move(left), std::move(right));
+        return withOperands<StringType>(
+            std::move(left), std::move(right), [&](auto leftOperand, auto rightOperand) -> Node* {
+                return new StringConcatenation<decltype(leftOperand), decltype(rightOperand)>(
+                    control, std::move(leftOperand), std::move(rightOperand));
+            });
     }
 };
 

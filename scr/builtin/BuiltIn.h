@@ -4,6 +4,7 @@
 #include <span>
 #include <string_view>
 
+#include "fnd/Export.h"
 #include "scr/FctDescr.h"
 
 namespace SCR {
@@ -67,6 +68,6 @@ std::span<const BuiltIn> systemBuiltIns();
 std::span<const BuiltIn> identifierBuiltIns();
 
 /// All rows of all families in the order of their numbers. Built once; any thread.
-std::span<const BuiltIn* const> builtIns();
+KESTREL_API std::span<const BuiltIn* const> builtIns();
 
 }  // namespace SCR

@@ -124,6 +124,7 @@ private:
         Array* const array = array_->result();
         if (hash == nullptr || array == nullptr) return -1;
         std::vector<const FND::String*> keys;
+        keys.reserve(copies.size());
         for (const FND::String& copy : copies) keys.push_back(&copy);
         return store(*array, keys);
     }

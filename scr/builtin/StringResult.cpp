@@ -21,8 +21,10 @@ bool tryReserveResult(FND::String& result, std::size_t size) {
 }
 
 bool reserveResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
-    if (tryReserveResult(result, size)) [[likely]]
+    const auto limit = static_cast<std::size_t>(interpreter.limits().string);
+    if (size <= limit && tryReserveResult(result, size)) [[likely]]
         return true;
+    result.clear();
     interpreter.logError("String result is too long '" + std::to_string(size) + "'");
     return false;
 }

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+/// What a host grants to the scripts of one interpreter. A script that passes one of the first
+/// three is stopped: one error names the limit and the line, `execute` gives false, and the
+/// interpreter stays usable. The defaults are generous; every limit can be lifted. Independently of
+/// all of these no recursion reaches the end of the thread's stack.
+struct Limits {
+    /// In place of a limit: none.
+    static constexpr std::int64_t none = INT64_MAX;
+
+    /// Turns of loops and calls of user functions in one execution.
+    std::int64_t steps = none;
+    /// Calls of user functions that may be open within each other.
+    std::int64_t depth = 10'000;
+    /// Milliseconds of wall time that one execution may take.
+    std::int64_t time = none;
+    /// Bytes of one string that a script makes. A concatenation that would pass it stops the
+    /// script; a built-in function logs an error and gives an empty string.
+    std::int64_t string = std::int64_t{1} << 30;
+    /// Elements of one array or hash. An element beyond it is refused like one under a negative
+    /// index, with one error an execution.
+    std::int64_t elements = std::int64_t{1} << 28;
+    /// Levels of blocks, and levels of an expression, that may be nested in a script's text. A text
+    /// that nests deeper does not compile.
+    std::int64_t nesting = 500;
+    /// Bytes of a script with all its includes. A larger one does not compile.
+    std::int64_t source = std::int64_t{256} << 20;
+    /// States of the automaton of one regular-expression switch. A switch that needs more is split
+    /// over several, of that many states together; one that needs more still does not compile.
+    std::int64_t states = 131'072;
+};
+
+/// The limit called `name` ("steps", "depth", ...), or null: for hosts that read limits from a
+/// text.
+KESTREL_API std::int64_t Limits::*limitOfName(const FND::String& name);
+
+}  // namespace SCR
