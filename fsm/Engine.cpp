@@ -15,7 +15,26 @@ namespace {}  // namespace
 Engine::Engine(unsigned int expectedCount)
     : expectedCount_(expectedCount), patterns_(std::make_unique<PatternList>()) {}
 
+Engine::Engine(std::unique_ptr<Table> table) : Engine() {
+    table_ = std::move(table);
+    isSetUp_ = true;
+}
+
 Engine::~Engine() = default;
+
+void Engine::chain(Engine* next) {
+    for (std::size_t i = 1; i <= table_->stateCount(); ++i) {
+        DetState& state = table_->states()[i];
+        if (!state.pathNumbers().empty()) state.setNextWordFSM(next);
+    }
+}
+
+const State* Engine::stateInside(std::string_view text) const {
+    Table::Row row = table_->walk(text.data(), text.size());
+    return row == 0 ? nullptr : table_->state(row);
+}
+
+const std::vector<std::int32_t>& Engine::pathsOutside() const { return table_->negatedPaths(); }
 
 bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
     if (isSetUp_) {

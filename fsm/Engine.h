@@ -95,6 +95,17 @@ private:
     friend KESTREL_API std::optional<Analysis> analyse(const Engine& engine,
                                                        std::size_t maxOverlaps);
 
+    friend class MultiEngine;
+
+    // What a multi-engine needs: an engine on a finished table; a leading of all states that report
+    // something on to the engine of the next word; the state in which a text ends, null if it has
+    // left the automaton, and the path numbers that are reported then, taking patterns at their
+    // word.
+    explicit Engine(std::unique_ptr<Table> table);
+    void chain(Engine* next);
+    const State* stateInside(std::string_view text) const;
+    const std::vector<std::int32_t>& pathsOutside() const;
+
     bool build();
 
     unsigned int expectedCount_;

@@ -86,8 +86,16 @@ std::vector<bool> joinNegated(std::vector<Pattern>& patterns) {
 
 MultiEngineIf::~MultiEngineIf() = default;
 
+// Non-deterministic states that all patterns together may have, for each state of the limit.
+const std::size_t EngineGroup::statesPerLimitCM = groupFactorS * PatternList::statesPerLimitCM;
+
 EngineGroup::EngineGroup()
     : stateLimit_(Engine::defaultStateLimitCM), patterns_(std::make_unique<PatternList>()) {}
+
+EngineGroup::EngineGroup(std::unique_ptr<PatternList> patterns) : EngineGroup() {
+    patterns_ = std::move(patterns);
+    patternCount_ = static_cast<std::int32_t>(patterns_->patterns().size());
+}
 
 EngineGroup::~EngineGroup() = default;
 
@@ -96,8 +104,7 @@ bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNu
         error_ = "no pattern may be inserted after finalSetup";
         return false;
     }
-    if (!patterns_->insert(pattern, pathNumber,
-                           stateLimit_ * groupFactorS * PatternList::statesPerLimitCM)) {
+    if (!patterns_->insert(pattern, pathNumber, stateLimit_ * statesPerLimitCM)) {
         error_ = patterns_->error();
         return false;
     }
@@ -223,8 +230,10 @@ bool EngineGroup::walk(const char* text, std::size_t length, Visitor visit) cons
     return isInside;
 }
 
-void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
-    paths.clear();
+// Appends the path numbers that all parts report, ascending and each once, as if the text had not
+// left all of them; false if it has.
+bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
+    std::size_t before = paths.size();
     std::size_t lists = 0;
     bool isInside = walk(text.data(), text.size(), [&](const Table& table, Table::Row row) {
         const auto& list = row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers();
@@ -232,12 +241,16 @@ void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& path
         ++lists;
         paths.insert(paths.end(), list.begin(), list.end());
     });
-    if (!isInside) {
-        paths.assign(pathsOutside_.begin(), pathsOutside_.end());
-    } else if (lists > 1) {
-        std::sort(paths.begin(), paths.end());
-        paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    if (lists > 1) {
+        std::sort(paths.begin() + before, paths.end());
+        paths.erase(std::unique(paths.begin() + before, paths.end()), paths.end());
     }
+    return isInside;
+}
+
+void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
+    paths.clear();
+    if (!appendPaths(text, paths)) paths.assign(pathsOutside_.begin(), pathsOutside_.end());
 }
 
 void EngineGroup::process(std::span<const std::string_view> words,
@@ -262,6 +275,8 @@ std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const 
 std::int32_t EngineGroup::firstPath(std::span<const std::string_view> words) const {
     return words.size() == 1 ? firstPath(words[0]) : -1;
 }
+
+std::unique_ptr<Table> EngineGroup::takeTable() { return std::move(parts_[0]); }
 
 std::size_t EngineGroup::stateCount() const {
     std::size_t count = 0;

@@ -86,6 +86,15 @@ private:
     friend KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
                                                        std::size_t maxOverlaps);
 
+    friend class MultiEngine;
+
+    // What a multi-engine needs: a group with the patterns of a list; its only table.
+    explicit EngineGroup(std::unique_ptr<PatternList> patterns);
+    std::unique_ptr<Table> takeTable();
+    bool appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const;
+
+    static const std::size_t statesPerLimitCM;
+
     bool build();
     template <class Visitor>
     bool walk(const char* text, std::size_t length, Visitor visit) const;

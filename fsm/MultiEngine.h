@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "fsm/MultiEngineIf.h"
+
+namespace FSM {
+
+class RowTree;
+
+/// Matches sequences of words against rows of patterns, as in a rating table: a row matches if it
+/// has as many patterns as there are words and each matches its word.
+///
+/// A pattern is taken at its word here: one that matches "" is not reported for other words, as it
+/// is by an `Engine` for texts that leave the automaton.
+///
+/// All patterns of one place, each once however many rows have it, make one automaton, whose states
+/// lead to the engine of the next place; so a sequence costs one pass over each word, and then a
+/// look at the rows whose patterns have matched. Where one automaton would be too large, a group
+/// takes its place. Time to build and memory are in proportion to the different patterns of each
+/// place, and 12 to 20 bytes a row. Threads and failures: see `MultiEngineIf`.
+class KESTREL_API MultiEngine : public MultiEngineIf {
+public:
+    /// Patterns that a row may have.
+    static constexpr std::size_t maxWordsCM = 32;
+
+    MultiEngine();
+    ~MultiEngine() override;
+    MultiEngine(const MultiEngine&) = delete;
+    MultiEngine& operator=(const MultiEngine&) = delete;
+
+    /// Rows may differ in length, from 1 to `maxWordsCM`.
+    bool insertPatterns(const std::vector<FND::String>& patterns,
+                        unsigned long pathNumber = nextPathCM) override;
+    bool finalSetup() override;
+    void process(std::span<const std::string_view> words,
+                 std::vector<std::int32_t>& paths) const override;
+    std::int32_t firstPath(std::span<const std::string_view> words) const override;
+
+    const FND::String& error() const override { return error_; }
+    std::int32_t guiltyPath() const override { return guiltyPath_; }
+    std::size_t stateCount() const override;
+    std::size_t memory() const override;
+
+    std::size_t stateLimit() const { return stateLimit_; }
+    /// Sets the number of states that any automaton may have, at least 1.
+    void stateLimit(std::size_t states) { stateLimit_ = states == 0 ? 1 : states; }
+
+    /// Number of rows inserted.
+    std::int32_t rowCount() const { return rowCount_; }
+
+    /// Back to the state after construction. The state limit stays.
+    void clear();
+
+private:
+    struct Place;
+
+    bool insertRow(const std::vector<FND::String>& patterns, std::int32_t path);
+    bool build();
+    template <class Visitor>
+    void match(std::span<const std::string_view> words, Visitor visit) const;
+
+    std::size_t stateLimit_;
+    std::int32_t rowCount_ = 0;
+    std::int32_t guiltyPath_ = -1;
+    bool isSetUp_ = false;
+    bool isBuilt_ = false;
+    FND::String error_;
+    std::vector<Place> places_;
+    std::unique_ptr<RowTree> rows_;
+};
+
+}  // namespace FSM

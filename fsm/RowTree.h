@@ -1,0 +1,81 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace FSM {
+
+/// Rows of pattern numbers, each under a path number, as a tree in which rows that begin alike
+/// share a branch. Finds the rows whose numbers are, place by place, among given ones; it looks
+/// only at branches that hold such rows up to the place it has come to. Not changed after `build`.
+class RowTree {
+public:
+    using Numbers = std::span<const std::int32_t>;
+
+    /// Adds a row of at least one number.
+    void insert(Numbers numbers, std::int32_t path);
+    /// Builds the tree of the rows inserted.
+    void build();
+    std::size_t memory() const;
+
+    /// Calls visit(path) for every row of `places.size()` numbers of which each is in the list for
+    /// its place; the lists are ascending. In no order, and a path as often as it has such rows.
+    template <class Visitor>
+    void find(std::span<const Numbers> places, Visitor visit) const {
+        if (!firstChild_.empty()) findBelow(0, places, visit);
+    }
+
+private:
+    using Node = std::uint32_t;
+    struct Row {
+        std::size_t begin;
+        std::size_t length;
+        std::int32_t path;
+    };
+
+    template <class Visitor>
+    void findBelow(Node node, std::span<const Numbers> places, Visitor& visit) const {
+        if (places.empty()) {
+            for (std::uint32_t i = firstPath_[node]; i < firstPath_[node + 1]; ++i) {
+                visit(paths_[i]);
+            }
+            return;
+        }
+        // Children and list are both ascending: the shorter is gone through, the longer searched.
+        Numbers list = places.front();
+        auto begin = number_.begin() + firstChild_[node];
+        auto end = number_.begin() + firstChild_[node + 1];
+        if (list.size() < static_cast<std::size_t>(end - begin)) {
+            for (std::int32_t number : list) {
+                begin = std::lower_bound(begin, end, number);
+                if (begin == end) return;
+                if (*begin == number) {
+                    findBelow(static_cast<Node>(begin - number_.begin()), places.subspan(1), visit);
+                }
+            }
+        } else {
+            for (; begin != end; ++begin) {
+                if (std::binary_search(list.begin(), list.end(), *begin)) {
+                    findBelow(static_cast<Node>(begin - number_.begin()), places.subspan(1), visit);
+                }
+            }
+        }
+    }
+
+    Numbers numbersOf(const Row& row) const { return {&numbers_[row.begin], row.length}; }
+
+    std::vector<Row> rows_;
+    std::vector<std::int32_t> numbers_;
+
+    // The nodes are numbered by depth, so the children of one lie together. The first two arrays
+    // have one entry more than there are nodes, as the end of the last one.
+    std::vector<Node> firstChild_;
+    std::vector<std::uint32_t> firstPath_;
+    std::vector<std::int32_t> number_;
+    std::vector<std::int32_t> paths_;  // of the rows that end in each node
+};
+
+}  // namespace FSM

@@ -1,0 +1,248 @@
+// Pattern lists split over several automata, and rows of patterns matched with word sequences.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
+#include "fsm/MultiEngine.h"
+#include "fsm_reference.h"
+
+namespace {
+
+using FSM::EngineGroup;
+using FSM::MultiEngine;
+using Paths = std::vector<std::int32_t>;
+using Words = std::vector<std::string_view>;
+
+template <class MultiEngineClass, class Input>
+Paths processed(const MultiEngineClass& engine, const Input& input) {
+    Paths paths{-7};
+    engine.process(input, paths);
+    EXPECT_EQ(engine.firstPath(input), paths.empty() ? -1 : paths[0]);
+    return paths;
+}
+
+// One automaton for all would have more than 2^40 states.
+TEST(FsmGroup, InfixesOfLongTexts) {
+    const char* const words[] = {"alpha", "bravo", "char", "delta", "echo",  "fox",  "golf",
+                                 "hotel", "india", "july", "kilo",  "limax", "mike", "nova",
+                                 "oscar", "papa",  "queb", "romeo", "sierra"};
+    EngineGroup group;
+    std::int32_t path = 0;
+    for (const char* word : words) {
+        for (const char* end : {".*", ".*!", "[^?]*"}) {
+            EXPECT_TRUE(group.insertPattern(std::string(".*").append(word).append(end), path += 2));
+        }
+    }
+    ASSERT_TRUE(group.insertPattern("!.*golf.*", 3));
+    ASSERT_TRUE(group.finalSetup()) << group.error();
+    EXPECT_GT(group.partCount(), 2u);
+    EXPECT_LE(group.stateCount(), group.partCount() * EngineGroup::defaultPartLimitCM);
+
+    std::string text(5000, 'x');
+    text.replace(100, 4, "golf").replace(2000, 5, "delta").replace(4990, 4, "echo");
+    EXPECT_EQ(processed(group, text), (Paths{20, 24, 26, 30, 38, 42}));
+    EXPECT_EQ(processed(group, text + "!"), (Paths{20, 22, 24, 26, 28, 30, 38, 40, 42}));
+    EXPECT_EQ(processed(group, text + "?"), (Paths{20, 26, 38}));
+    EXPECT_EQ(processed(group, text + "\n"), (Paths{3, 24, 30, 42}));
+    EXPECT_EQ(processed(group, std::string("x")), Paths{3});
+}
+
+TEST(FsmGroup, LeavesOnlyWhenAllPartsAreLeft) {
+    // Parts of one pattern each; what "a*" reports for a text outside depends on the others.
+    struct Case {
+        std::vector<std::string> patterns;
+        std::string text;
+        Paths paths;
+    };
+    const Case cases[] = {
+        {{"a*", "bc"}, "x", {0}},        {{"a*", "bc"}, "b", {}},  {{"a*", "bc", "!d*"}, "x", {0}},
+        {{"a*", "bc", "!d*"}, "b", {2}}, {{"bc", "!d"}, "x", {1}}, {{"b[c-a]", "a*"}, "b", {}},
+        {{"b[c-a]", "a*"}, "bb", {1}},
+    };
+    for (const Case& c : cases) {
+        FSM::Engine engine;
+        EngineGroup group;
+        group.partLimit(1);
+        for (const std::string& pattern : c.patterns) {
+            EXPECT_TRUE(engine.insertPattern(pattern) && group.insertPattern(pattern));
+        }
+        ASSERT_TRUE(engine.finalSetup() && group.finalSetup());
+        EXPECT_EQ(group.partCount(), c.patterns.size());
+        EXPECT_EQ(processed(group, c.text), c.paths) << c.patterns[0] << " and " << c.text;
+        EXPECT_EQ(engine.process(c.text)->pathNumbers(), c.paths);
+    }
+}
+
+TEST(FsmGroup, SharedNumbersStayTogether) {
+    FSM::Engine engine;
+    EngineGroup group;
+    group.partLimit(1);
+    const std::pair<const char*, unsigned> patterns[] = {{"ab.*", 4}, {"c", 1}, {"!b", 4},
+                                                         {"d", 1},    {"e", 9}, {"ef?", 4}};
+    for (auto [pattern, path] : patterns) {
+        EXPECT_TRUE(engine.insertPattern(pattern, path) && group.insertPattern(pattern, path));
+    }
+    ASSERT_TRUE(engine.finalSetup() && group.finalSetup());
+    EXPECT_EQ(group.partCount(), 4u);
+    for (const std::string& text : reference::textsOf("abcdef\n", 4)) {
+        ASSERT_EQ(processed(group, text), engine.process(text)->pathNumbers()) << text;
+    }
+}
+
+TEST(FsmGroup, Failures) {
+    EngineGroup group;
+    EXPECT_EQ(processed(group, std::string("a")), Paths{});
+    EXPECT_TRUE(group.finalSetup());
+    EXPECT_FALSE(group.insertPatterns({"a", "b"}));
+    EXPECT_EQ(group.error(), "a row of an engine group has one pattern, not 2");
+    EXPECT_TRUE(group.insertPatterns({"a"}, 5));
+    group.stateLimit(1000);
+    EXPECT_TRUE(group.insertPattern("(a|b)*a(a|b){20}", 8));
+    EXPECT_FALSE(group.finalSetup());
+    EXPECT_EQ(group.guiltyPath(), 8);
+    EXPECT_EQ(group.error(), "limit of 1000 states passed at pattern 8: (a|b)*a(a|b){20}");
+    EXPECT_EQ(processed(group, std::string("a")), Paths{});
+    EXPECT_FALSE(group.insertPattern("a"));
+    group.clear();
+    EXPECT_TRUE(group.insertPattern("a"));
+    EXPECT_TRUE(group.finalSetup());
+    EXPECT_EQ(processed(group, Words{"a"}), Paths{0});
+    EXPECT_EQ(processed(group, Words{"a", "a"}), Paths{});
+}
+
+TEST(FsmMultiEngine, Rows) {
+    MultiEngine engine;
+    EXPECT_TRUE(engine.insertPatterns({"a*", "b", "c"}));
+    EXPECT_TRUE(engine.insertPatterns({"a", "!b"}));
+    EXPECT_TRUE(engine.insertPatterns({"a", "b"}));
+    EXPECT_TRUE(engine.insertPatterns({"a", "b"}, 1));
+    EXPECT_TRUE(engine.insertPatterns({"!a"}, 70));
+    EXPECT_TRUE(engine.insertPatterns({".", ".", "."}, 7));
+    EXPECT_FALSE(engine.insertPatterns({}));
+    EXPECT_EQ(engine.error(), "a row has 1 to 32 patterns, not 0");
+    EXPECT_FALSE(engine.insertPatterns(std::vector<std::string>(33, "a")));
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(engine.insertPatterns({"new", "(", "c"}));
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(engine.error(), "unexpected end of pattern");
+    EXPECT_EQ(processed(engine, Words{"a"}), Paths{});
+    ASSERT_TRUE(engine.finalSetup()) << engine.error();
+    EXPECT_FALSE(engine.insertPatterns({"a"}));
+    struct Case {
+        Words words;
+        Paths paths;
+    };
+    const Case cases[] = {{{}, {}},
+                          {{"a"}, {}},
+                          {{"b"}, {70}},
+                          {{""}, {70}},
+                          {{"a", "b"}, {1, 2}},
+                          {{"a", "c"}, {1}},
+                          {{"a", "b", "c"}, {0, 7}},
+                          {{"", "b", "c"}, {0}},
+                          {{"x", "b", "c"}, {7}},
+                          {{"xx", "b", "c"}, {}},
+                          {{"a", "b", "c", "d"}, {}}};
+    for (const Case& c : cases) {
+        EXPECT_EQ(processed(engine, c.words), c.paths) << testing::PrintToString(c.words);
+    }
+}
+
+TEST(FsmMultiEngine, GuiltyRow) {
+    MultiEngine engine;
+    engine.stateLimit(1000);
+    EXPECT_TRUE(engine.insertPatterns({"a", "b"}, 3));
+    EXPECT_TRUE(engine.insertPatterns({"a", "(a|b)*a(a|b){20}"}, 5));
+    EXPECT_TRUE(engine.insertPatterns({"b", "(a|b)*a(a|b){20}"}, 6));
+    EXPECT_FALSE(engine.finalSetup());
+    EXPECT_EQ(engine.guiltyPath(), 5);
+    EXPECT_EQ(engine.error(), "word 2: limit of 1000 states passed at pattern 1: (a|b)*a(a|b){20}");
+    EXPECT_EQ(processed(engine, Words{"a", "b"}), Paths{});
+    engine.clear();
+    EXPECT_TRUE(engine.insertPatterns({"a"}));
+    EXPECT_TRUE(engine.finalSetup());
+    EXPECT_EQ(processed(engine, Words{"a"}), Paths{0});
+}
+
+// Rows whose second word makes an automaton that is split, against matching each pattern by itself.
+TEST(FsmMultiEngine, RandomRows) {
+    reference::RandomPatterns random(11);
+    const std::vector<std::string> texts = reference::textsOf("abc\n", 3);
+    for (int round = 0; round < 20; ++round) {
+        MultiEngine engine;
+        std::vector<std::vector<reference::Pattern>> rows;
+        for (int i = 0; i < 40; ++i) {
+            std::vector<std::string> patterns;
+            for (std::size_t n = random.below(3) + 1; n > 0; --n) {
+                std::string pattern = random.pattern();
+                if (pattern.size() > 12) pattern = "[ab]*";
+                if (patterns.size() == 1)
+                    pattern.append("|.*").append(1 + i % 5, 'a').append(".*c");
+                patterns.push_back(pattern);
+            }
+            ASSERT_TRUE(engine.insertPatterns(patterns));
+            rows.emplace_back();
+            for (const std::string& pattern : patterns) {
+                rows.back().push_back(std::move(*reference::Parser::parse(pattern)));
+            }
+        }
+        ASSERT_TRUE(engine.finalSetup()) << engine.error();
+        for (int i = 0; i < 300; ++i) {
+            Words words;
+            for (std::size_t n = random.below(3) + 1; n > 0; --n) {
+                words.push_back(texts[random.below(texts.size())]);
+            }
+            Paths expected;
+            for (std::size_t row = 0; row < rows.size(); ++row) {
+                bool matches = rows[row].size() == words.size();
+                for (std::size_t w = 0; matches && w < words.size(); ++w) {
+                    const reference::Pattern& pattern = rows[row][w];
+                    matches = reference::Matcher::match(*pattern.root, words[w]).matches !=
+                              pattern.isNegated;
+                }
+                if (matches) expected.push_back(static_cast<std::int32_t>(row));
+            }
+            ASSERT_EQ(processed(engine, words), expected) << testing::PrintToString(words);
+        }
+    }
+}
+
+// A rating table: zone of the caller, prefix of the number called, kind of day.
+TEST(FsmMultiEngine, RatingTable) {
+    const char* const days[] = {"workday (0[89]|1[0-7])", "workday .*", "weekend .*", ".*"};
+    MultiEngine engine;
+    auto zone = [](int i) { return std::string("49").append(std::to_string(100 + i)); };
+    auto prefix = [](int i) { return std::string("00").append(std::to_string(10 + i % 990)); };
+    for (int i = 0; i < 50000; ++i) {
+        ASSERT_TRUE(
+            engine.insertPatterns({zone(i / 500).append("[0-9]*"),
+                                   prefix(i / 4 % 125 * 7).append("[0-9]{3,12}"), days[i % 4]}));
+    }
+    ASSERT_TRUE(engine.finalSetup()) << engine.error();
+    EXPECT_LT(engine.memory(), 3000000u);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = t; i < 50000; i += 2) {
+                std::string caller = zone(i / 500).append("5551");
+                std::string called = prefix(i / 4 % 125 * 7).append("123456");
+                Paths paths;
+                Words words{caller, called, i % 4 == 2 ? "weekend 12" : "workday 12"};
+                engine.process(words, paths);
+                std::int32_t first = i / 4 * 4;
+                Paths expected =
+                    i % 4 == 2 ? Paths{first + 2, first + 3} : Paths{first, first + 1, first + 3};
+                // Shorter prefixes may match as well.
+                EXPECT_TRUE(
+                    std::includes(paths.begin(), paths.end(), expected.begin(), expected.end()));
+                EXPECT_EQ(paths.size() % expected.size(), 0u);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
