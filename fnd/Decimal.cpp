@@ -25,10 +25,12 @@ constexpr bool roundsUp(Number remainder, Number unit, bool isOdd, bool more = f
 Decimal Decimal::Parts::fit(bool negative, UInt128 magnitude, int scale, bool more,
                             std::uint64_t upper) noexcept {
     const int precision = decimalPrecision();
+    if (upper == 0 && magnitude < powerOf10(precision) && scale <= maxScaleCM) {
+        return join(negative, magnitude, scale);
+    }
     UInt192 number{magnitude, upper};
     const int digits = digitCount(number);
     int drop = std::max(digits - precision, scale - maxScaleCM);
-    if (drop <= 0) return join(negative, magnitude, scale);
     if (drop > scale) return invalid();
     if (drop > digits) return {0, maxScaleCM};
     scale -= drop;
@@ -51,8 +53,7 @@ Decimal Decimal::add(Decimal left, Decimal right) noexcept {
     const Decimal coarse = leftIsFiner ? right : left;
     const int shift = fine.scale() - coarse.scale();
     if (areSmall(left, right) && shift <= 18) [[likely]] {
-        const auto power =
-            static_cast<std::int64_t>(smallPowersOf10S[static_cast<std::size_t>(shift)]);
+        const auto power = static_cast<std::int64_t>(smallPowerOf10(shift));
         std::int64_t sum = 0;
         if (!__builtin_mul_overflow(coarse.low_, power, &sum) &&
             !__builtin_add_overflow(sum, fine.low_, &sum) && isSmallCoefficient(sum)) [[likely]] {
@@ -65,11 +66,18 @@ Decimal Decimal::add(Decimal left, Decimal right) noexcept {
     const Parts finer(fine);
     const Parts coarser(coarse);
     const bool signsDiffer = finer.negative != coarser.negative;
-    UInt192 total =
+    if (coarser.magnitude < powerOf10(38 - shift)) [[likely]] {
+        const UInt128 sum =
+            finer.magnitude + negated(coarser.magnitude * powerOf10(shift), signsDiffer);
+        const bool changesSign = signsDiffer & isNegative(sum);
+        return Parts::fit(finer.negative != changesSign, negated(sum, changesSign), finer.scale);
+    }
+    const UInt192 total =
         sum({finer.magnitude}, negated(product(coarser.magnitude, powerOf10(shift)), signsDiffer));
     const bool changesSign = signsDiffer & isNegative(total);
-    total = negated(total, changesSign);
-    return Parts::fit(finer.negative != changesSign, total.low, finer.scale, false, total.high);
+    const UInt192 magnitude = negated(total, changesSign);
+    return Parts::fit(finer.negative != changesSign, magnitude.low, finer.scale, false,
+                      magnitude.high);
 }
 
 Decimal Decimal::multiply(Decimal left, Decimal right) noexcept {
@@ -106,15 +114,13 @@ int dropZeros(Number& number, int most) noexcept {
     return dropped;
 }
 
-/// The length in bits of a number, 1 for 0.
-inline int bitLength(std::uint64_t number) noexcept { return 64 - __builtin_clzll(number | 1); }
-
 }  // namespace
 
 /// The quotient of `magnitude` and `scale` when that is all of it (`isExact`) or all the digits
 /// that fit, to be increased by one if `up`; trailing zeros are left away down to scale `ideal`.
-Decimal Decimal::Parts::fromQuotient(bool negative, UInt128 magnitude, int scale, int ideal,
-                                     bool isExact, bool up) noexcept {
+[[gnu::always_inline]] inline Decimal Decimal::Parts::fromQuotient(bool negative, UInt128 magnitude,
+                                                                   int scale, int ideal,
+                                                                   bool isExact, bool up) noexcept {
     const int precision = decimalPrecision();
     const UInt128 limit = powerOf10(precision);
     if (scale < 0) [[unlikely]] {
@@ -150,8 +156,7 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
     // One machine division gives as many digits as a word holds, or one or two less. The lengths in
     // bits are near enough to tell how far the dividend can be shifted to the left.
     const int room = (precision > 18 ? 63 : 58) + bitLength(divisor) - bitLength(dividend);
-    const int shift =
-        std::min(static_cast<int>(leastDigitCount(std::max(room, 0))), maxScaleCM - scale);
+    const int shift = std::min(leastDigitCount(std::max(room, 0)), maxScaleCM - scale);
     const UInt128 number = dividend * powerOf10(shift);
     auto [digits, remainder] = divideWords(highWord(number), lowWord(number), divisor);
     scale += shift;
@@ -166,14 +171,13 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
     int count = std::min(precision - length, maxScaleCM - scale);
     UInt128 magnitude = digits;
     if (count > 0) [[likely]] {
-        const UInt128 rest =
-            static_cast<UInt128>(remainder) * smallPowersOf10S[static_cast<std::size_t>(count)];
+        const UInt128 rest = static_cast<UInt128>(remainder) * smallPowerOf10(count);
         auto second = divideWords(highWord(rest), lowWord(rest), divisor);
         remainder = second.remainder;
         if (remainder == 0) {
             count -= dropZeros(second.quotient, std::min(count, scale + count - ideal));
         }
-        magnitude = magnitude * smallPowersOf10S[static_cast<std::size_t>(count)] + second.quotient;
+        magnitude = static_cast<UInt128>(digits) * smallPowerOf10(count) + second.quotient;
         scale += count;
     }
     const bool up = roundsUp(remainder, divisor, (magnitude & 1) != 0);

@@ -38,12 +38,19 @@ constexpr UInt192 sum(const UInt192& left, const UInt192& right) noexcept {
 }
 
 /// Minus `number` (two's complement) if `negate` says so, else `number`.
-constexpr UInt192 negated(const UInt192& number, bool negate) noexcept {
+constexpr UInt128 negated(UInt128 number, bool negate) noexcept {
     const UInt128 mask = negate ? ~UInt128{0} : 0;
-    const UInt128 low = (number.low ^ mask) - mask;
-    return {low, (number.high ^ lowWord(mask)) + (low == 0 ? lowWord(mask) & 1 : 0)};
+    return (number ^ mask) - mask;
 }
 
+/// The same of 192 bits.
+constexpr UInt192 negated(const UInt192& number, bool negate) noexcept {
+    const UInt128 low = negated(number.low, negate);
+    const std::uint64_t mask = negate ? ~std::uint64_t{0} : 0;
+    return {low, (number.high ^ mask) + (low == 0 ? mask & 1 : 0)};
+}
+
+constexpr bool isNegative(UInt128 number) noexcept { return number >> 127 != 0; }
 constexpr bool isNegative(const UInt192& number) noexcept { return number.high >> 63 != 0; }
 
 /// `left` - `right`, which must not be greater.
@@ -115,6 +122,10 @@ constexpr UInt128 powerOf10(int exponent) noexcept {
     return powersOf10S[static_cast<std::size_t>(exponent)];
 }
 
+constexpr std::uint64_t smallPowerOf10(int exponent) noexcept {
+    return smallPowersOf10S[static_cast<std::size_t>(exponent)];
+}
+
 /// The powers of ten from 10^38 that 192 bits hold.
 inline constexpr auto widePowersOf10S = [] {
     std::array<UInt192, 20> powers{};
@@ -124,30 +135,27 @@ inline constexpr auto widePowersOf10S = [] {
     return powers;
 }();
 
+/// The length of a number in bits, 1 for 0.
+constexpr int bitLength(std::uint64_t number) noexcept { return 64 - std::countl_zero(number | 1); }
+constexpr int bitLength(UInt128 number) noexcept {
+    const std::uint64_t high = highWord(number);
+    return high != 0 ? 64 + bitLength(high) : bitLength(lowWord(number));
+}
+
 /// What the digit counts start from: 1233 / 4096 is log10(2), near enough for 192 bits, and the
 /// number of digits is this or one more.
-constexpr std::size_t leastDigitCount(int bits) noexcept {
-    return static_cast<std::size_t>(bits) * 1233 >> 12;
-}
+constexpr int leastDigitCount(int bits) noexcept { return bits * 1233 >> 12; }
 
 /// Decimal digits of a number; 0 for 0.
-inline int digitCount(std::uint64_t number) noexcept {
-    const std::size_t least = leastDigitCount(static_cast<int>(std::bit_width(number)));
-    return static_cast<int>(least) + (number >= smallPowersOf10S[least] ? 1 : 0);
-}
-
 inline int digitCount(UInt128 number) noexcept {
-    const std::uint64_t high = highWord(number);
-    const std::size_t least = leastDigitCount(
-        static_cast<int>(high != 0 ? 64 + std::bit_width(high) : std::bit_width(lowWord(number))));
-    return static_cast<int>(least) + (number >= powersOf10S[least] ? 1 : 0);
+    const int least = leastDigitCount(bitLength(number));
+    return least + (number >= powerOf10(least) ? 1 : 0);
 }
 
 inline int digitCount(const UInt192& number) noexcept {
     if (isLess(number, widePowersOf10S[0])) return digitCount(number.low);
-    const auto bits = number.high != 0 ? 128 + std::bit_width(number.high) : 128;
-    const std::size_t least = leastDigitCount(static_cast<int>(bits));
-    return static_cast<int>(least) + (isLess(number, widePowersOf10S[least - 38]) ? 0 : 1);
+    const int least = leastDigitCount(number.high != 0 ? 128 + bitLength(number.high) : 128);
+    return least + (isLess(number, widePowersOf10S[static_cast<std::size_t>(least - 38)]) ? 0 : 1);
 }
 
 /// For each power of ten from 10^1 to 10^38, what division by it takes: the power itself, the
@@ -202,7 +210,7 @@ inline WideQuotientRemainder divideByPowerOf10(const UInt192& number, int expone
     const PowerReciprocal& entry = powerReciprocalsS[static_cast<std::size_t>(exponent)];
     // The quotient of the upper 128 bits is at most two short. The remainder has no more bits than
     // the lower words hold, wherever those wrap.
-    const auto dropped = static_cast<int>(std::bit_width(number.high));
+    const int dropped = bitLength(number.high);
     const UInt128 upper =
         static_cast<UInt128>(number.high) << (128 - dropped) | number.low >> dropped;
     UInt128 quotient = productHigh(upper, entry.reciprocal) >> (entry.shift - dropped);
