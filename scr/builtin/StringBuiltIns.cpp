@@ -135,19 +135,23 @@ bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size)
     return false;
 }
 
+/// The two digits of each byte.
+constexpr std::array<std::array<char, 2>, 256> hexDigitsS = [] {
+    std::array<std::array<char, 2>, 256> digits{};
+    for (std::size_t i = 0; i < 256; ++i) {
+        digits[i] = {"0123456789ABCDEF"[i >> 4], "0123456789ABCDEF"[i & 15]};
+    }
+    return digits;
+}();
+
 struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
     static void value(Interpreter& interpreter, FND::String& result, const FND::String& bytes) {
         if (!reserveHex(interpreter, result, 2 * bytes.size())) return;
         result.resize(2 * bytes.size());
-        // By arithmetic, not by table, so that the compiler converts many bytes at once.
-        const auto digit = [](unsigned char value) {
-            return static_cast<char>('0' + value + (value > 9 ? 'A' - '9' - 1 : 0));
-        };
-        char* const out = result.data();
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            const auto code = static_cast<unsigned char>(bytes[i]);
-            out[2 * i] = digit(code >> 4);
-            out[2 * i + 1] = digit(code & 15);
+        char* out = result.data();
+        for (const char byte : bytes) {
+            const auto& digits = hexDigitsS[static_cast<unsigned char>(byte)];
+            out = std::copy(digits.begin(), digits.end(), out);
         }
     }
 };
