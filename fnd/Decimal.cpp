@@ -205,8 +205,8 @@ Decimal Decimal::divide(Decimal left, Decimal right) noexcept {
     // The shifted dividend has at most 56 digits, but the shift alone can have more than 38.
     const int first = std::max(shift - maxScaleCM, 0);
     const auto [magnitude, remainder] =
-        FND::divide(product(dividend.magnitude * powerOf10(first), powerOf10(shift - first)),
-                    divisor.magnitude);
+        divideWide(product(dividend.magnitude * powerOf10(first), powerOf10(shift - first)),
+                   divisor.magnitude);
     const bool up = roundsUp(remainder, divisor.magnitude, (magnitude & 1) != 0);
     return Parts::fromQuotient(dividend.negative != divisor.negative, magnitude, scale, ideal,
                                remainder == 0, up);

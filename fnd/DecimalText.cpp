@@ -42,14 +42,13 @@ public:
 
     /// The decimal digits of `number`, at least one.
     void appendDecimal(UInt128 number) noexcept {
-        constexpr std::uint64_t half = smallPowersOf10S[18];
-        if (number >= half) {
-            appendWord(static_cast<std::uint64_t>(number / half));
-            const auto lower = static_cast<std::uint64_t>(number % half);
+        if (number >= powerOf10(18)) {
+            const auto [upper, lower] = divideByPowerOf10(number, 18);
+            appendWord(lowWord(upper));
             appendZeros(18 - std::max(digitCount(lower), 1));
-            appendWord(lower);
+            appendWord(lowWord(lower));
         } else {
-            appendWord(static_cast<std::uint64_t>(number));
+            appendWord(lowWord(number));
         }
     }
 
@@ -108,8 +107,10 @@ Decimal Decimal::fromString(std::string_view text) noexcept {
     }
 
     const int precision = decimalPrecision();
-    const UInt128 limit = powerOf10(precision - 1);
-    UInt128 magnitude = 0;
+    // The digits kept, without leading zeros: the first 18 of them and the others.
+    int length = 0;
+    std::uint64_t first = 0;
+    std::uint64_t others = 0;
     int scale = 0;
     bool isFraction = false;
     // The digits dropped: the first of them, and whether another one is not 0.
@@ -121,17 +122,21 @@ Decimal Decimal::fromString(std::string_view text) noexcept {
             isFraction = true;
         } else if (digit < 0 || digit > 9) {
             return invalid();
-        } else if (firstDropped >= 0) {
-            more |= digit != 0;
-        } else if (magnitude < limit && scale < maxScaleCM) {
-            magnitude = magnitude * 10 + static_cast<unsigned>(digit);
+        } else if (length < precision && scale < maxScaleCM) {
+            std::uint64_t& word = length < 18 ? first : others;
+            word = word * 10 + static_cast<unsigned>(digit);
+            length += length != 0 || digit != 0 ? 1 : 0;
             scale += isFraction ? 1 : 0;
-        } else if (isFraction) {
+        } else if (!isFraction) {
+            return invalid();
+        } else if (firstDropped < 0) {
             firstDropped = digit;
         } else {
-            return invalid();
+            more |= digit != 0;
         }
     }
+    const UInt128 magnitude =
+        static_cast<UInt128>(first) * smallPowerOf10(std::max(length - 18, 0)) + others;
     const bool up = firstDropped > 5 || (firstDropped == 5 && (more || (magnitude & 1) != 0));
     return Parts::joinRounded(negative, magnitude, scale, up, precision);
 }
@@ -178,16 +183,14 @@ double Decimal::toDouble() const noexcept {
         return static_cast<double>(low_) / powersS[high_];
     }
     if (!isValid()) return std::numeric_limits<double>::quiet_NaN();
+    // More bits of the quotient than a double has, the last one standing for all that follow: the
+    // conversion then rounds as if it saw them, and the scaling by a power of two is exact.
     const Parts parts(*this);
-    NumberText text;
-    if (parts.negative) text.append('-');
-    text.appendDecimal(parts.magnitude);
-    text.append('e');
-    text.append('-');
-    text.appendDecimal(static_cast<unsigned>(parts.scale));
-    double number = 0;
-    std::from_chars(text.data(), text.data() + text.length(), number);
-    return number;
+    const UInt128 unit = powerOf10(parts.scale);
+    const int shift = std::max(66 - bitLength(parts.magnitude) + bitLength(unit), 0);
+    const auto [quotient, remainder] = divideWide(shiftedLeft(parts.magnitude, shift), unit);
+    const auto number = static_cast<double>(quotient | (remainder != 0 ? 1 : 0));
+    return std::ldexp(parts.negative ? -number : number, -shift);
 }
 
 std::int64_t Decimal::toLong() const noexcept {

@@ -58,6 +58,12 @@ constexpr UInt192 difference(const UInt192& left, const UInt192& right) noexcept
     return {left.low - right.low, left.high - right.high - (left.low < right.low ? 1 : 0)};
 }
 
+/// `number` shifted to the left by 0 to 191 bits, none of which may be lost.
+constexpr UInt192 shiftedLeft(UInt128 number, int bits) noexcept {
+    if (bits >= 128) return {0, lowWord(number) << (bits - 128)};
+    return {number << bits, bits == 0 ? 0 : lowWord(number >> (128 - bits))};
+}
+
 /// The product of two numbers of less than 96 bits each, or of any that fits 192 bits when one of
 /// them is a single word.
 constexpr UInt192 product(UInt128 left, UInt128 right) noexcept {
@@ -223,7 +229,7 @@ inline WideQuotientRemainder divideByPowerOf10(const UInt192& number, int expone
 }
 
 /// Divides by any number the 192 bits `number`; the quotient must fit 128 bits.
-inline WideQuotientRemainder divide(const UInt192& number, UInt128 divisor) noexcept {
+inline WideQuotientRemainder divideWide(const UInt192& number, UInt128 divisor) noexcept {
     if (highWord(divisor) == 0) {
         const auto upper = divideWords(number.high, highWord(number.low), lowWord(divisor));
         const auto lower = divideWords(upper.remainder, lowWord(number.low), lowWord(divisor));
