@@ -2,7 +2,7 @@
 MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 
-.PHONY: run test bench format lint check clean
+.PHONY: run test bench docs format lint check clean
 
 run: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
@@ -12,6 +12,10 @@ run: build/build.ninja
 test: build/build.ninja
 	@cmake --build build --parallel $(JOBS)
 	@ctest --preset release --parallel $(JOBS)
+
+docs: build/build.ninja
+	@cmake --build build --parallel $(JOBS) --target kestrel_cli
+	@build/bin/kestrel functions --markdown > docs/builtins.md
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

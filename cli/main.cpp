@@ -17,8 +17,8 @@ void report(const std::string& message) {
 
 namespace {
 
-constexpr AddCommand commandsS[] = {addRunCommand, addCheckCommand, addEncryptCommand,
-                                    addDecryptCommand};
+constexpr AddCommand commandsS[] = {addRunCommand, addCheckCommand, addFunctionsCommand,
+                                    addEncryptCommand, addDecryptCommand};
 
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");

@@ -116,6 +116,12 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
          "wrong.ks: does not compile\n",
          parseError + "kestrel: none.ks: No such file or directory\n"},
         {{"decrypt"}, "0A42000000000000000006000000000000410a\n", 0, "A\n", ""},
+        {{"functions", "fileIsOpen"},
+         "",
+         0,
+         "Bool fileIsOpen(File file)\n    Whether `file` is open.\n    Effects: reads files.\n"
+         "    Example:\n        File f; fileIsOpen(f) == false\n",
+         ""},
         {{"--version"}, "", 0, "kestrel " KESTREL_VERSION "\n", ""},
     };
     for (const Row& row : rows) {
@@ -151,6 +157,8 @@ TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
         {{"run", "-D", "1st=value", "hello.ks"}, "is not NAME=VALUE"},
         {{"run", "-D", "a=1", "-D", "a=2", "hello.ks"}, "a is given twice"},
         {{"check"}, "FILE"},
+        {{"functions", "strlength"}, "'strlength'"},
+        {{"functions", "--markdown", "size"}, "--markdown"},
         {{"encrypt", "none.ks"}, "none.ks: No such file or directory"},
         {{"encrypt", "hello.ks", "more.ks"}, "more.ks"},
         {{"decrypt", "hello.ks"}, "kestrel: hello.ks: not a scrambled text"},
@@ -187,8 +195,36 @@ TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
     EXPECT_NE(kestrel({"encrypt", "--help"}).output.find("no protection"), std::string::npos);
 }
 
+TEST_F(CliTest, OperatorsAreFoundByTheirSigns) {
+    const struct {
+        const char* name;
+        std::vector<std::string> signatures;
+    } rows[] = {
+        {"==",
+         {"Long left == Long right -> Bool", "Bool left == Bool right -> Bool",
+          "String left == String right -> Bool", "Decimal left == Decimal right -> Bool",
+          "Date left == Date right -> Bool", "Nexid left == Nexid right -> Bool"}},
+        {"OR", {"Bool left or Bool right -> Bool"}},
+        {"Long=", {"Long target = Long value -> Long"}},
+        {"LongNegation", {"-Long operand -> Long"}},
+    };
+    for (const auto& row : rows) {
+        const std::string output = kestrel({"functions", row.name}).output;
+        std::size_t found = 0;
+        for (const std::string& signature : row.signatures) {
+            if (output.find(signature + "\n    ") != std::string::npos) ++found;
+        }
+        EXPECT_EQ(found, row.signatures.size()) << output;
+        std::size_t examples = 0;
+        for (std::size_t at = 0; (at = output.find("Example:", at)) != std::string::npos; ++at) {
+            ++examples;
+        }
+        EXPECT_EQ(examples, row.signatures.size()) << output;
+    }
+}
+
 TEST_F(CliTest, EveryHelpGivesAnExample) {
-    for (const char* command : {"", "run", "check", "encrypt", "decrypt"}) {
+    for (const char* command : {"", "run", "check", "functions", "encrypt", "decrypt"}) {
         std::vector<std::string> arguments = {"--help"};
         if (*command != 0) arguments.insert(arguments.begin(), command);
         const Result result = kestrel(arguments);

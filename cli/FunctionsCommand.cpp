@@ -1,0 +1,217 @@
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/Command.h"
+#include "scr/builtin/BuiltIn.h"
+
+namespace Cli {
+namespace {
+
+using SCR::BuiltIn;
+using SCR::Effect;
+
+/// A row as a script's author sees it: a function to be called, or an operator.
+class Entry {
+public:
+    explicit Entry(const BuiltIn& row) : row_(&row) {
+        const std::string_view text = row.signature;
+        const std::size_t space = text.find(' ');
+        const std::size_t parenthesis = text.find('(', space);
+        name_ = text.substr(space + 1, parenthesis - space - 1);
+        result_ = text.substr(0, space);
+        arguments_ = text.substr(parenthesis + 1, text.size() - parenthesis - 2);
+        sign_ = signOf(name_);
+    }
+
+    const BuiltIn& row() const { return *row_; }
+    std::string_view name() const { return name_; }
+    bool isOperator() const { return !sign_.empty(); }
+    /// The operator as scripts write it; empty for a function.
+    std::string_view sign() const { return sign_; }
+
+    /// "Type name(Type name, [Type name])", or for an operator "Type name + Type name -> Type".
+    std::string signature() const {
+        if (!isOperator()) return std::string(row_->signature);
+        std::string text;
+        const std::size_t comma = arguments_.find(", ");
+        if (comma != std::string_view::npos) {
+            std::string_view left = arguments_.substr(0, comma);
+            if (left.starts_with("out ")) left.remove_prefix(4);
+            text.append(left).append(" ");
+        }
+        text.append(sign_);
+        if (comma != std::string_view::npos) text.append(" ");
+        text.append(comma == std::string_view::npos ? arguments_ : arguments_.substr(comma + 2));
+        return text.append(" -> ").append(result_);
+    }
+
+    /// What it does to the world, such as "reads files, writes files"; empty for nothing.
+    std::string effects() const {
+        constexpr struct {
+            Effect effect;
+            const char* text;
+        } texts[] = {{Effect::ReadsFiles, "reads files"},
+                     {Effect::WritesFiles, "writes files"},
+                     {Effect::Shell, "runs a shell"},
+                     {Effect::Environment, "reads the environment"},
+                     {Effect::Clock, "reads the clock"},
+                     {Effect::Sleep, "pauses"},
+                     {Effect::StandardOutput, "writes to standard output"},
+                     {Effect::Mutex, "uses mutexes"}};
+        std::string joined;
+        for (const auto& [effect, text] : texts) {
+            if (!has(row_->effects, effect)) continue;
+            joined.append(joined.empty() ? "" : ", ").append(text);
+        }
+        return joined;
+    }
+
+private:
+    static std::string_view signOf(std::string_view name) {
+        if (name == "BoolAND") return "and";
+        if (name == "BoolOR") return "or";
+        if (name.ends_with("Negation")) return "-";
+        const std::size_t sign = name.find_first_of("=+-*/%<>!");
+        return sign == std::string_view::npos ? std::string_view() : name.substr(sign);
+    }
+
+    const BuiltIn* row_;  // the library's
+    std::string_view name_;
+    std::string_view result_;
+    std::string_view arguments_;
+    std::string_view sign_;
+};
+
+/// Functions by name, whatever its case, and after them the operators in the table's order.
+std::vector<Entry> entries() {
+    std::vector<Entry> all;
+    for (const BuiltIn* row : SCR::builtIns()) all.emplace_back(*row);
+    const auto isLess = [](const Entry& a, const Entry& b) {
+        if (a.isOperator() || b.isOperator()) return a.isOperator() < b.isOperator();
+        const auto lower = [](char byte) { return byte >= 'A' && byte <= 'Z' ? byte + 32 : byte; };
+        return std::ranges::lexicographical_compare(a.name(), b.name(), {}, lower, lower);
+    };
+    std::stable_sort(all.begin(), all.end(), isLess);
+    return all;
+}
+
+void write(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+/// Writes `text` in lines of at most 80 columns, each behind `indent`.
+void writeWrapped(std::string_view text, std::string_view indent) {
+    constexpr std::size_t columns = 80;
+    std::size_t column = 0;
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(word.size() + 1, text.size()));
+        if (column > 0 && column + 1 + word.size() > columns) {
+            write("\n");
+            column = 0;
+        }
+        const std::string_view gap = column > 0 ? " " : indent;
+        write(gap);
+        write(word);
+        column += gap.size() + word.size();
+    }
+    write("\n");
+}
+
+void writePlain(const Entry& entry) {
+    write(entry.signature() + "\n");
+    writeWrapped(entry.row().manual, "    ");
+    if (!entry.effects().empty()) writeWrapped("Effects: " + entry.effects() + ".", "    ");
+    std::string example = "    Example:\n        ";
+    for (const char byte : entry.row().example) {
+        example += byte;
+        if (byte == '\n') example += "        ";
+    }
+    write(example + "\n");
+}
+
+void writeMarkdown(const Entry& entry) {
+    if (!entry.isOperator()) write("### " + std::string(entry.name()) + "\n\n");
+    write("```\n" + entry.signature() + "\n```\n\n");
+    writeWrapped(entry.row().manual, "");
+    if (!entry.effects().empty()) write("\nEffects: " + entry.effects() + ".\n");
+    write("\nExample:\n\n```\n" + std::string(entry.row().example) + "\n```\n\n");
+}
+
+void writeManual(const std::vector<Entry>& all) {
+    write(
+        "<!-- Made by `kestrel functions --markdown` from the table of built-ins; do not edit. "
+        "-->\n\n"
+        "# Built-in functions and operators\n\n"
+        "An argument after `out` must be a variable, or an element of a container, that can be\n"
+        "assigned; one after `constant` must be a constant. Arguments in brackets may be left out\n"
+        "from the end; `...` stands for any number of further ones. A Long is taken where a\n"
+        "Decimal is asked for. An example ends in a condition that holds.\n\n"
+        "## Functions\n\n");
+    bool isInOperators = false;
+    for (const Entry& entry : all) {
+        if (entry.isOperator() && !isInOperators) {
+            write(
+                "## Operators\n\n"
+                "What an operator does with operands of which types, and the type of its "
+                "value.\n\n");
+            isInOperators = true;
+        }
+        writeMarkdown(entry);
+    }
+}
+
+ExitStatus showFunctions(const std::string& name, bool isMarkdown) {
+    std::vector<Entry> shown = entries();
+    if (!name.empty()) {
+        std::erase_if(shown, [&](const Entry& entry) {
+            const bool isNamed = entry.name() == name || entry.sign() == name ||
+                                 (name == "AND" && entry.sign() == "and") ||
+                                 (name == "OR" && entry.sign() == "or");
+            return !isNamed;
+        });
+    }
+    if (shown.empty()) {
+        report("no built-in function or operator '" + name +
+               "'\nkestrel functions lists all of them.");
+        return ExitStatus::Usage;
+    }
+    if (isMarkdown) {
+        writeManual(shown);
+        return ExitStatus::Success;
+    }
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        if (i > 0) write("\n");
+        writePlain(shown[i]);
+    }
+    return ExitStatus::Success;
+}
+
+}  // namespace
+
+void addFunctionsCommand(CLI::App& app, Action& action) {
+    struct Options {
+        std::string name;
+        bool isMarkdown = false;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        app.add_subcommand("functions", "Describe the built-in functions and operators");
+    CLI::Option* name =
+        command
+            ->add_option("NAME", options->name, "A function, or an operator such as +; default all")
+            ->type_name("");
+    command->add_flag("--markdown", options->isMarkdown, "Write all of them as a Markdown document")
+        ->excludes(name);
+    command->footer(
+        "Examples:\n"
+        "  kestrel functions strSubstr\n"
+        "  kestrel functions '=='");
+    command->callback([options, &action] {
+        action = [options] { return showFunctions(options->name, options->isMarkdown); };
+    });
+}
+
+}  // namespace Cli
