@@ -74,6 +74,8 @@ bool bindOperator(const FND::String& name, int count, const std::function<FND::S
     stackG->pushFunction(descriptor);
     stackG->pushNumParams(count);
     const bool isBound = descriptor->create(*actInterpreterG, *stackG);
+    // A concatenation may be stopped, and then names its line.
+    if (isBound && descriptor->returnType() == TypeCode::String) recordPlace(stackG->data());
     stackG->popFunction();
     stackG->popNumParams();
     return isBound;

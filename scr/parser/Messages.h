@@ -104,6 +104,7 @@ inline Text unknownIdentifierType(const Text& name) {
 inline Text noElementAccess(int type) {
     return "elements of type " + quoted(typeName(type)) + " can not be accessed";
 }
+inline Text unknownField(const Text& name) { return "unknown field " + quoted(name); }
 inline Text illegalLong(const Text& text) { return "illegal long constant " + quoted(text); }
 inline Text illegalDecimal(const Text& text) { return "illegal decimal constant " + quoted(text); }
 

@@ -1,0 +1,299 @@
+#include "scr/Interpreter.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Script.h"
+#include "scr/Extension.h"
+#include "scr/FctDescr.h"
+#include "scr/Function.h"
+#include "scr/MainExtension.h"
+#include "scr/Variable.h"
+#include "scr/parser/Parser.h"
+
+namespace {
+
+using Harness::MemoryLog;
+
+// An extension with one variable, one constant and a destructor that tells.
+class Counters final : public SCR::Extension {
+public:
+    explicit Counters(FND::String name, int* destroyed = nullptr)
+        : name_(std::move(name)), destroyed_(destroyed) {}
+    ~Counters() override {
+        if (destroyed_ != nullptr) ++*destroyed_;
+    }
+
+    FND::String extensionName() const override { return name_; }
+    SCR::Variable* variable(const FND::String& name) override {
+        if (name == "counter") return &counter;
+        if (name == "fixed") return &fixed_;
+        return nullptr;
+    }
+
+    SCR::LongVariable counter;
+
+private:
+    SCR::LongVariable fixed_{7, true};
+    const FND::String name_;
+    int* const destroyed_;
+};
+
+class InterpreterTest : public testing::Test {
+protected:
+    MemoryLog log_;
+    SCR::Interpreter interpreter_{&log_};
+};
+
+TEST_F(InterpreterTest, AFreshOneIsValidAndHasItsLibrary) {
+    EXPECT_TRUE(interpreter_.isValid());
+    EXPECT_NE(interpreter_.extension("main"), nullptr);
+    EXPECT_EQ(interpreter_.extension("mai"), nullptr);
+    EXPECT_FALSE(interpreter_.execute());
+    EXPECT_FALSE(interpreter_.popStatement());
+    EXPECT_EQ(interpreter_.topStatement(), nullptr);
+    EXPECT_FALSE(interpreter_.addStatement(nullptr));
+}
+
+TEST_F(InterpreterTest, EachCompileReplacesTheScript) {
+    EXPECT_TRUE(interpreter_.addGlobalConstant("host", "h"));
+    EXPECT_FALSE(interpreter_.addGlobalConstant("host", "again"));
+    EXPECT_TRUE(interpreter_.compile("function f {} Long x; String s = host;"));
+    EXPECT_EQ(interpreter_.compiledLines(), 2);
+    EXPECT_TRUE(interpreter_.execute());
+    EXPECT_FALSE(interpreter_.compile("f();"));
+    EXPECT_EQ(interpreter_.compiledLines(), 0);
+    EXPECT_FALSE(interpreter_.execute());
+    EXPECT_FALSE(interpreter_.compile("x = 1;"));
+    EXPECT_TRUE(interpreter_.compile("String s = host;"));
+    EXPECT_TRUE(interpreter_.execute());
+    EXPECT_EQ(log_.text,
+              "ERROR: line 1: unknown identifier `f'\nERROR: line 1: unknown identifier `x'\n");
+}
+
+TEST_F(InterpreterTest, NamesResolveFromTheInnermostOutwards) {
+    auto extension = std::make_unique<Counters>("ext");
+    auto* const counters = extension.get();
+    ASSERT_TRUE(interpreter_.insertExtension(extension.release()));
+    const auto second = std::make_unique<Counters>("ext");
+    EXPECT_FALSE(interpreter_.insertExtension(second.get()));
+
+    EXPECT_TRUE(interpreter_.compile("counter = 5; ext::counter = counter + fixed;"));
+    EXPECT_TRUE(interpreter_.execute());
+    EXPECT_EQ(counters->counter.value(), 12);
+    EXPECT_EQ(interpreter_.getVariable("ext", "counter"), &counters->counter);
+    EXPECT_EQ(interpreter_.getVariable("other", "counter"), nullptr);
+
+    EXPECT_TRUE(interpreter_.addGlobalConstant("counter", "c"));
+    EXPECT_TRUE(interpreter_.compile("String s = counter; { Long counter = 1; counter = 2; }"));
+    EXPECT_FALSE(interpreter_.compile("fixed = 1;"));
+    EXPECT_TRUE(interpreter_.execute() == false && counters->counter.value() == 12);
+}
+
+TEST(InterpreterLifeTest, EndRunsOnlyAfterASuccessfulCompile) {
+    const FND::String script = "function END { logStdout(\"end\"); }";
+    const struct {
+        std::function<void(SCR::Interpreter&)> use;
+        const char* output;
+    } rows[] = {
+        {[&](auto& interpreter) { interpreter.compile(script); }, "end"},
+        {[&](auto& interpreter) { interpreter.compile(script + " }"); }, ""},
+        {[&](auto& interpreter) { interpreter.check(script); }, ""},
+        {[&](auto& interpreter) { interpreter.compile(script), interpreter.compile(""); }, ""},
+    };
+    for (const auto& row : rows) {
+        const Harness::StdoutCapture capture;
+        {
+            SCR::Interpreter interpreter(nullptr);
+            row.use(interpreter);
+        }
+        EXPECT_EQ(capture.text(), row.output) << &row - rows;
+    }
+}
+
+TEST(InterpreterLifeTest, TheTableIsSharedFromTheFirstToTheLast) {
+    ASSERT_EQ(SCR::MainExtension::tableSize(), 0U);
+    int destroyed = 0;
+    auto first = std::make_unique<SCR::Interpreter>(nullptr);
+    first->insertExtension(new Counters("a", &destroyed));
+    const std::size_t size = SCR::MainExtension::tableSize();
+    SCR::Variable* const descriptor = first->getVariable("", "strLength");
+    ASSERT_NE(descriptor, nullptr);
+    EXPECT_EQ(first->getVariable("", "strlength"), nullptr);
+    EXPECT_EQ(first->getVariable("", "main"), nullptr);
+    auto second = std::make_unique<SCR::Interpreter>(nullptr);
+    EXPECT_EQ(second->getVariable("", "strLength"), descriptor);
+    first.reset();
+    EXPECT_EQ(destroyed, 1);
+    EXPECT_EQ(SCR::MainExtension::tableSize(), size);
+    EXPECT_EQ(second->getVariable("", "strLength"), descriptor);
+    second.reset();
+    EXPECT_EQ(SCR::MainExtension::tableSize(), 0U);
+}
+
+TEST_F(InterpreterTest, MappingIsReserved) { EXPECT_FALSE(SCR_parseMapping(interpreter_, "")); }
+
+TEST_F(InterpreterTest, ALimitStopsAndLeavesTheInterpreterUsable) {
+    const struct {
+        std::int64_t SCR::Limits::*limit;
+        std::int64_t value;
+        const char* script;
+        const char* log;
+    } rows[] = {
+        {&SCR::Limits::steps, 10, "Long i;\nfor (i = 0; i < 11; i = i + 1) {}",
+         "ERROR: line 2: script stopped: limit `steps' of 10 passed\n"},
+        {&SCR::Limits::steps, 11, "Long i;\nfor (i = 0; i < 11; i = i + 1) {}", ""},
+        {&SCR::Limits::steps, 2, "function f {}\nf(); f();\nf();",
+         "ERROR: line 3: script stopped: limit `steps' of 2 passed\n"},
+        {&SCR::Limits::time, 10, "\nwhile (true) {}",
+         "ERROR: line 2: script stopped: limit `time' of 10 passed\n"},
+        {&SCR::Limits::depth, 3, "function f(Long n) { if (n > 0) f(n - 1); }\nf(2); f(2); f(3);",
+         "ERROR: line 1: script stopped: limit `depth' of 3 passed\n"},
+        {&SCR::Limits::string, 8, "String s = \"x\";\nwhile (true)\ns = s + s;",
+         "ERROR: line 3: script stopped: limit `string' of 8 passed\n"},
+    };
+    for (const auto& row : rows) {
+        SCR::Limits limits;
+        limits.*row.limit = row.value;
+        interpreter_.limits(limits);
+        log_.text.clear();
+        const bool isStopped = *row.log != '\0';
+        EXPECT_TRUE(interpreter_.compile(row.script)) << row.script;
+        for (int turn = 0; turn < 2; ++turn) {
+            EXPECT_EQ(interpreter_.execute(), !isStopped) << row.script;
+            EXPECT_EQ(interpreter_.wasStopped(), isStopped) << row.script;
+            EXPECT_EQ(log_.text, row.log) << row.script;
+            log_.text.clear();
+        }
+    }
+    interpreter_.limits(SCR::Limits());
+    EXPECT_TRUE(interpreter_.compile("Long i; while (i < 5000) i = i + 1;"));
+    EXPECT_TRUE(interpreter_.execute());
+}
+
+TEST_F(InterpreterTest, AnotherThreadMayInterrupt) {
+    ASSERT_TRUE(interpreter_.compile("while (true) {}"));
+    std::thread interrupter([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        interpreter_.interrupt();
+    });
+    EXPECT_FALSE(interpreter_.execute());
+    interrupter.join();
+    EXPECT_EQ(log_.text, "ERROR: line 1: script stopped: interrupted\n");
+}
+
+// Runs `action` on a thread with a stack of `bytes`.
+void onSmallStack(std::size_t bytes, std::function<void()> action) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, bytes);
+    pthread_t thread{};
+    const auto start = [](void* argument) -> void* {
+        (*static_cast<std::function<void()>*>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, start, &action), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+FND::String repeat(const FND::String& text, int count) {
+    FND::String copies;
+    for (int i = 0; i < count; ++i) copies += text;
+    return copies;
+}
+
+TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
+    const struct {
+        const char* name;
+        std::function<FND::String(int)> script;  // of the given depth
+        bool nests;  // great depths are refused; otherwise all are handled
+    } rows[] = {
+        {"blocks", [](int n) { return repeat("{", n) + repeat("}", n); }, true},
+        {"parentheses",
+         [](int n) { return "Long a = " + repeat("(", n) + "1" + repeat(")", n) + ";"; }, true},
+        {"sums", [](int n) { return "Long b; Long a = b" + repeat(" + 1", n) + ";"; }, true},
+        {"strings", [](int n) { return "String b; String a = b" + repeat(" + b", n) + ";"; }, true},
+        {"minus", [](int n) { return "Long b; Long a = " + repeat("-", n) + "b;"; }, true},
+        {"assignments", [](int n) { return "Long a; " + repeat("a = ", n) + "1;"; }, true},
+        {"else-if", [](int n) { return repeat("if (false) {} else ", n) + "{}"; }, true},
+        {"loops", [](int n) { return repeat("while (false) ", n) + "{}"; }, true},
+        {"calls",
+         [](int n) { return "Long a = " + repeat("longAbs(", n) + "1" + repeat(")", n) + ";"; },
+         true},
+        {"modifiers", [](int n) { return "Long a" + repeat("[]", n) + ";"; }, true},
+        {"elements",
+         [](int n) { return "Long a[]; Long b = " + repeat("a[", n) + "0" + repeat("]", n) + ";"; },
+         true},
+        {"recursion",
+         [](int n) {
+             return "function f(Long n) { if (n > 0) f(n - 1); } f(" + std::to_string(n) + ");";
+         },
+         false},
+        {"case labels",
+         [](int n) {
+             FND::String text = "Long a; switch (0) {";
+             for (int i = 0; i < n; ++i) text += "case " + std::to_string(i) + ": a = a + 1; ";
+             return text + "}";
+         },
+         false},
+        {"literals", [](int n) { return "String s = " + repeat("\"x\"", n) + ";"; }, false},
+    };
+    for (const auto& row : rows) {
+        for (const int depth : {300, 100000}) {
+            onSmallStack(std::size_t{512} << 10, [&] {
+                MemoryLog log;
+                SCR::Interpreter interpreter(&log);
+                SCR::Limits limits;
+                limits.depth = SCR::Limits::none;
+                interpreter.limits(limits);
+                const bool isCompiled = interpreter.compile(row.script(depth));
+                EXPECT_EQ(isCompiled, depth == 300 || !row.nests) << row.name << " " << log.text;
+                if (!isCompiled) {
+                    EXPECT_NE(log.text.find("parser stack overflow"), std::string::npos)
+                        << log.text;
+                } else if (!interpreter.execute()) {
+                    EXPECT_EQ(log.text,
+                              "ERROR: line 1: script stopped: calls are nested too deep for the "
+                              "stack\n")
+                        << row.name;
+                }
+                EXPECT_TRUE(interpreter.compile("Long a = 1;")) << row.name;
+                EXPECT_TRUE(interpreter.execute()) << row.name;
+            });
+        }
+    }
+}
+
+TEST(ThreadTest, InterpretersRunBesideEachOther) {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([thread] {
+            for (int round = 0; round < 20; ++round) {
+                MemoryLog log;
+                SCR::Interpreter interpreter(&log);
+                auto extension = std::make_unique<Counters>("ext");
+                auto* const counters = extension.get();
+                interpreter.insertExtension(extension.release());
+                ASSERT_TRUE(interpreter.compile(
+                    "function Long twice(Long n) { return 2 * n; } Long i; String h{};"
+                    "for (i = 0; i < 100; i = i + 1) { counter = counter + twice(" +
+                    std::to_string(thread) +
+                    "); h{longToStr(i)} = strPad(\"\", \"x\", i, true); }"))
+                    << log.text;
+                ASSERT_TRUE(interpreter.execute());
+                ASSERT_EQ(counters->counter.value(), 200 * thread);
+                ASSERT_FALSE(interpreter.compile("broken"));
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
