@@ -1,0 +1,367 @@
+// Measures the pattern engine beside the libraries that do the same, and a rating table. All
+// matchers see the same patterns and texts, and the matches that they find are compared.
+//
+// usage: fsm_bench [number of short texts, 1000000]
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <random>
+
+#include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
+#include "fsm/MultiEngine.h"
+#include "fsm_matcher.h"
+
+namespace {
+
+double seconds() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+std::mt19937 randomS(42);
+
+std::size_t below(std::size_t limit) { return randomS() % limit; }
+
+std::string randomText(const char* bytes, std::size_t length) {
+    std::string_view all(bytes);
+    std::string text;
+    while (text.size() < length) text += all[below(all.size())];
+    return text;
+}
+
+template <class Element>
+const Element& oneOf(const std::vector<Element>& elements) {
+    return elements[below(elements.size())];
+}
+
+constexpr const char* digitsS = "0123456789";
+constexpr const char* lettersS = "abcdefghijklmnopqrstuvwxyz";
+constexpr const char* wordBytesS = "abcdefghijklmnopqrstuvwxyz0123456789-_/.";
+
+/// Patterns and a source of texts; many of the texts match a pattern or come close to it.
+struct PatternSet {
+    const char* name;
+    std::vector<std::string> patterns;
+    bool isSplit;    // matched by a group
+    bool isNegated;  // the patterns are without the "!", which the others do not have
+    std::function<std::string(std::size_t length)> text;
+};
+
+PatternSet telephoneNumbers() {
+    PatternSet set{"a: 20 telephone prefixes", {}, false, false, {}};
+    std::vector<std::string> prefixes;
+    for (int i = 0; i < 20; ++i) {
+        std::string prefix(i % 3 == 0 ? "00" : "0");
+        prefix += randomText("123456789", 1 + below(4));
+        prefixes.push_back(prefix);
+        const char* const tails[] = {"[0-9]*", "[0-9]{6,60}", "[1-9][0-9]+", ".*"};
+        set.patterns.push_back(prefix + tails[i % 4]);
+    }
+    set.text = [prefixes](std::size_t length) {
+        std::string text = below(5) == 0 ? randomText(digitsS, 3) : oneOf(prefixes);
+        return text + randomText(digitsS, length - text.size());
+    };
+    return set;
+}
+
+PatternSet productsAndAddresses() {
+    PatternSet set{"b: 200 product codes and URLs", {}, false, false, {}};
+    std::vector<std::string> heads;
+    for (int i = 0; i < 100; ++i) {
+        std::string code = randomText("ABCDEFGHJKLMNPQRSTUVWXYZ", 2 + below(2));
+        set.patterns.push_back(code + "[0-9]{3,5}-[A-Z]+(/.*)?");
+        heads.push_back(code + randomText(digitsS, 4) + "-XY/");
+        std::string host = randomText(lettersS, 4 + below(6));
+        set.patterns.push_back("https?://(www\\.)?" + host + "\\.(com|org|net)(/[^?]*)?(\\?.*)?");
+        heads.push_back("https://www." + host + ".com/");
+        heads.push_back("http://" + host + ".org/");
+    }
+    set.text = [heads](std::size_t length) {
+        std::string text = oneOf(heads).substr(0, length);
+        if (below(5) == 0) text[below(text.size())] = 'x';
+        return text + randomText(wordBytesS, length - text.size());
+    };
+    return set;
+}
+
+PatternSet literals() {
+    PatternSet set{"c: 2000 literals with wild-card tails", {}, false, false, {}};
+    std::vector<std::string> heads;
+    for (int i = 0; i < 2000; ++i) {
+        heads.push_back(randomText(wordBytesS, 6 + below(8)));
+        std::replace(heads.back().begin(), heads.back().end(), '.', ':');
+        set.patterns.push_back(heads.back() + ".*");
+    }
+    set.text = [heads](std::size_t length) {
+        std::string text = oneOf(heads).substr(0, length);
+        if (below(4) == 0) text[below(text.size())] = '=';
+        return text + randomText(wordBytesS, length - text.size());
+    };
+    return set;
+}
+
+PatternSet infixes() {
+    PatternSet set{"d: 50 infixes between wild cards", {}, true, false, {}};
+    std::vector<std::string> words;
+    for (int i = 0; i < 50; ++i) {
+        words.push_back(randomText(lettersS, 3 + below(5)));
+        set.patterns.push_back(".*" + words.back() + ".*");
+    }
+    set.text = [words](std::size_t length) {
+        std::string text = randomText(wordBytesS, length);
+        for (std::size_t i = below(1 + length / 40) + below(2); i > 0; --i) {
+            const std::string& word = oneOf(words);
+            text.replace(below(length - word.size()), word.size(), word);
+        }
+        return text;
+    };
+    return set;
+}
+
+PatternSet negations() {
+    PatternSet set{"e: 20 negated", {}, false, true, {}};
+    std::vector<std::string> heads;
+    for (int i = 0; i < 20; ++i) {
+        std::string word = randomText(lettersS, 3 + below(4));
+        heads.push_back(word);
+        const char* const tails[] = {".*", "[a-z]*[0-9]+", "[^/]*/.*", "(-[a-z0-9]+)*"};
+        set.patterns.push_back(word + tails[i % 4]);
+    }
+    set.text = [heads](std::size_t length) {
+        std::string text = below(3) == 0 ? "" : oneOf(heads);
+        return text + randomText(wordBytesS, length - text.size());
+    };
+    return set;
+}
+
+std::string thousands(std::size_t number) {
+    std::string text = std::to_string(number);
+    for (std::size_t i = text.size(); i > 3;) text.insert(i -= 3, ",");
+    return text;
+}
+
+class EngineMatcher : public Matcher {
+public:
+    const char* name() const override { return "Engine"; }
+
+    bool build(const std::vector<std::string>& patterns) override {
+        for (const std::string& pattern : patterns) {
+            if (!engine_.insertPattern(pattern)) return false;
+        }
+        return engine_.finalSetup();
+    }
+
+    std::size_t matchAll(const std::vector<std::string_view>& texts) override {
+        std::size_t count = 0;
+        for (std::string_view text : texts) {
+            count += engine_.process(text.data())->pathNumbers().size();
+        }
+        return count;
+    }
+
+    std::vector<std::int32_t> match(std::string_view text) override {
+        return engine_.process(text)->pathNumbers();
+    }
+
+    std::string facts() const override {
+        return thousands(engine_.stateCount()) + " states, " + thousands(engine_.memory()) +
+               " bytes";
+    }
+
+private:
+    FSM::Engine engine_;
+};
+
+class GroupMatcher : public Matcher {
+public:
+    const char* name() const override { return "EngineGroup"; }
+
+    bool build(const std::vector<std::string>& patterns) override {
+        for (const std::string& pattern : patterns) {
+            if (!group_.insertPattern(pattern)) return false;
+        }
+        return group_.finalSetup();
+    }
+
+    std::size_t matchAll(const std::vector<std::string_view>& texts) override {
+        std::size_t count = 0;
+        for (std::string_view text : texts) {
+            group_.process(text, paths_);
+            count += paths_.size();
+        }
+        return count;
+    }
+
+    std::vector<std::int32_t> match(std::string_view text) override {
+        group_.process(text, paths_);
+        return paths_;
+    }
+
+    std::string facts() const override {
+        return std::to_string(group_.partCount()) + " parts, " + thousands(group_.stateCount()) +
+               " states, " + thousands(group_.memory()) + " bytes";
+    }
+
+private:
+    FSM::EngineGroup group_;
+    std::vector<std::int32_t> paths_;
+};
+
+/// Texts one behind the other, a NUL after each.
+struct Texts {
+    Texts(const PatternSet& set, std::size_t count, std::size_t shortest, std::size_t longest) {
+        std::vector<std::size_t> begins;
+        for (std::size_t i = 0; i < count; ++i) {
+            begins.push_back(bytes.size());
+            bytes += set.text(shortest + below(longest - shortest + 1)) + '\0';
+        }
+        begins.push_back(bytes.size());
+        for (std::size_t i = 0; i < count; ++i) {
+            views.emplace_back(&bytes[begins[i]], begins[i + 1] - begins[i] - 1);
+        }
+    }
+
+    std::string bytes;
+    std::vector<std::string_view> views;
+};
+
+// The median of three rounds after one to warm up, in ns for each text.
+double nanoseconds(Matcher& matcher, const Texts& texts, std::size_t& matches) {
+    std::vector<double> rounds;
+    for (int i = 0; i < 4; ++i) {
+        double start = seconds();
+        matches = matcher.matchAll(texts.views);
+        if (i > 0) rounds.push_back((seconds() - start) / texts.views.size() * 1e9);
+    }
+    std::sort(rounds.begin(), rounds.end());
+    return rounds[1];
+}
+
+// False if the matchers do not agree.
+bool measure(const PatternSet& set, std::size_t shortTexts) {
+    Texts shorts(set, shortTexts, 10, 60);
+    Texts longs(set, 1000, 4096, 4096);
+
+    std::vector<std::unique_ptr<Matcher>> matchers;
+    if (set.isSplit) {
+        matchers.push_back(std::make_unique<GroupMatcher>());
+    } else {
+        matchers.push_back(std::make_unique<EngineMatcher>());
+    }
+    for (MatcherFactory factory : otherMatchers()) matchers.push_back(factory());
+
+    std::printf("%s\n", set.name);
+    bool agrees = true;
+    double ownShort = 0;
+    double ownLong = 0;
+    double ownBuild = 0;
+    for (auto& matcher : matchers) {
+        bool isOwn = matcher == matchers[0];
+        std::vector<std::string> patterns = set.patterns;
+        if (isOwn && set.isNegated) {
+            for (std::string& pattern : patterns) pattern.insert(0, "!");
+        }
+        double start = seconds();
+        if (!matcher->build(patterns)) {
+            std::printf("  %-12s cannot build\n", matcher->name());
+            continue;
+        }
+        double build = (seconds() - start) * 1e3;
+        std::size_t shortMatches = 0;
+        std::size_t longMatches = 0;
+        double shortTime = nanoseconds(*matcher, shorts, shortMatches);
+        double longTime = nanoseconds(*matcher, longs, longMatches);
+        if (isOwn) {
+            ownShort = shortTime;
+            ownLong = longTime;
+            ownBuild = build;
+            std::printf(
+                "  %-12s build %8.2f ms         short %6.0f ns        4 KiB %8.0f ns"
+                "         %s\n",
+                matcher->name(), build, shortTime, longTime, matcher->facts().c_str());
+        } else {
+            std::printf(
+                "  %-12s build %8.2f ms (%5.1fx) short %6.0f ns (%4.1fx) 4 KiB %8.0f ns "
+                "(%5.1fx)\n",
+                matcher->name(), build, build / ownBuild, shortTime, shortTime / ownShort, longTime,
+                longTime / ownLong);
+            // All texts of which all matchers are asked, one by one.
+            for (const Texts* texts : {&shorts, &longs}) {
+                std::size_t step = std::max<std::size_t>(1, texts->views.size() / 20000);
+                for (std::size_t i = 0; i < texts->views.size() && agrees; i += step) {
+                    std::vector<std::int32_t> own = matchers[0]->match(texts->views[i]);
+                    std::vector<std::int32_t> other = matcher->match(texts->views[i]);
+                    if (set.isNegated) {
+                        std::vector<std::int32_t> rest;
+                        for (int path = 0; path < static_cast<int>(patterns.size()); ++path) {
+                            if (!std::binary_search(other.begin(), other.end(), path)) {
+                                rest.push_back(path);
+                            }
+                        }
+                        other = rest;
+                    }
+                    if (own == other) continue;
+                    agrees = false;
+                    std::printf("  DIFFERENT from %s on: %s\n", matcher->name(),
+                                std::string(texts->views[i]).c_str());
+                }
+            }
+        }
+    }
+    return agrees;
+}
+
+void measureRatingTable() {
+    FSM::MultiEngine engine;
+    auto caller = [](std::size_t i) { return "49" + std::to_string(100 + i / 500); };
+    auto called = [](std::size_t i) { return "00" + std::to_string(1000 + i / 4 % 125 * 71); };
+    const char* const days[] = {"workday (0[89]|1[0-7])", "workday .*", "weekend .*", ".*"};
+    constexpr std::size_t rows = 50000;
+    double start = seconds();
+    for (std::size_t i = 0; i < rows; ++i) {
+        engine.insertPatterns({caller(i) + "[0-9]*", called(i) + "[0-9]{3,12}", days[i % 4]});
+    }
+    double inserted = seconds();
+    bool isBuilt = engine.finalSetup();
+    double built = seconds();
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < rows; ++i) {
+        std::size_t row = below(rows);
+        words.push_back(caller(row) + randomText(digitsS, 6));
+        words.push_back(called(row) + randomText(digitsS, 6));
+        words.push_back(row % 2 ? "workday 12" : "weekend 20");
+    }
+    std::vector<std::string_view> views(words.begin(), words.end());
+    std::vector<std::int32_t> paths;
+    std::size_t matches = 0;
+    double matchStart = seconds();
+    for (int round = 0; round < 10; ++round) {
+        for (std::size_t i = 0; i < views.size(); i += 3) {
+            engine.process({&views[i], 3}, paths);
+            matches += paths.size();
+        }
+    }
+    double matched = seconds();
+    std::printf(
+        "rating table of 50,000 rows of 3 patterns%s\n"
+        "  MultiEngine  insert %.1f ms, build %.1f ms, %s states, %s bytes; "
+        "%.0f ns and %.1f matches a sequence\n",
+        isBuilt ? "" : ": NOT BUILT", (inserted - start) * 1e3, (built - inserted) * 1e3,
+        thousands(engine.stateCount()).c_str(), thousands(engine.memory()).c_str(),
+        (matched - matchStart) / 10 / rows * 1e9, matches / 10.0 / rows);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::size_t shortTexts = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1000000;
+    bool agrees = true;
+    for (auto makeSet : {telephoneNumbers, productsAndAddresses, literals, infixes, negations}) {
+        agrees = measure(makeSet(), shortTexts) && agrees;
+    }
+    measureRatingTable();
+    return agrees ? 0 : 1;
+}
