@@ -24,10 +24,16 @@ bool FileData::writeString(const FND::String& text) {
 }
 
 bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
+    const FND::String* const line = nextLine(maxLength);
+    return line != nullptr && target->set(*line);
+}
+
+const FND::String* FileData::nextLine(unsigned long maxLength) {
     constexpr std::size_t pieceLength = 4096;
     constexpr std::size_t keptLength = 64 * 1024;
-    if (!isOpen()) return false;
+    if (!isOpen()) return nullptr;
     line_.clear();
+    if (line_.capacity() > keptLength) FND::String().swap(line_);
     char piece[pieceLength + 1];
     bool isRead = false;
     bool isCut = false;  // by a NUL: what follows it in the line is read and dropped
@@ -46,10 +52,7 @@ bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
             isCut = goesOn && length < wanted;
         }
     }
-    if (!isRead) return false;
-    target->set(line_);
-    if (line_.capacity() > keptLength) FND::String().swap(line_);
-    return true;
+    return isRead ? &line_ : nullptr;
 }
 
 bool FileData::eof() const { return !isOpen() || std::feof(variable_->stream()) != 0; }

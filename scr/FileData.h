@@ -30,6 +30,8 @@ public:
     /// because of the end of the file or an error, and when `maxLength` is 0. Memory is taken as
     /// the line grows, whatever `maxLength` is, and not at all for lines as long as those before.
     bool readLine(StringDataNode* target, unsigned long maxLength);
+    /// As `readLine`, but gives the line, which holds until the next one is read; null for false.
+    const FND::String* nextLine(unsigned long maxLength);
     /// True when no stream is held or its end-of-file indicator is set.
     bool eof() const;
     /// True when the stream was flushed; false without one.

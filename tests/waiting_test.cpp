@@ -82,6 +82,59 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
     EXPECT_EQ(openFiles(), filesBefore);
 }
 
+TEST(Waiting, TheTimeLimitHoldsInEveryWait) {
+    for (const std::string script :
+         {"sleep(10);", "system(\"sleep 10\");", "String out; system(\"yes\", out);",
+          "Long m = mutexCreate(); mutexAcquire(m); mutexAcquire(m);"}) {
+        Harness::ScriptSetup setup;
+        setup.prepare = [](SCR::Interpreter& interpreter) {
+            SCR::Limits limits;
+            limits.time = 50;
+            interpreter.limits(limits);
+        };
+        const auto before = Clock::now();
+        const Harness::ScriptRun result = Harness::run(script, setup);
+        EXPECT_LT(Clock::now() - before, 1050ms) << script;
+        EXPECT_FALSE(result.ok) << script;
+        EXPECT_NE(result.log.find("limit `time'"), std::string::npos) << script << result.log;
+    }
+}
+
+TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
+    const std::string file = temporaryFile();
+    const struct {
+        std::string script;
+        bool ok;
+    } rows[] = {
+        {"String out; system(\"head -c 100000 /dev/zero\", out);", true},
+        {"String out; system(\"head -c 100001 /dev/zero\", out);", false},
+        {"String out; system(\"yes\", out);", false},
+        {"String a[]; a[0] = \"x\"; system(\"head -c 100000 /dev/zero\", a[0]);", false},
+        {"String a[]; system(\"yes\", a[0]);", false},
+        {"system(\"head -c 200000 /dev/zero\");", true},
+        {"File f; fileOpen(f, \"" + file +
+             "\", \"w+\"); fileWriteLong(f, 1, 100000);"
+             "fileSeek(f, 0); String s; fileReadLine(f, s, 9223372036854775807);",
+         true},
+        {"File f; fileOpen(f, \"" + file +
+             "\", \"w+\"); fileWriteLong(f, 1, 100001);"
+             "fileSeek(f, 0); String s; fileReadLine(f, s, 9223372036854775807);",
+         false},
+    };
+    for (const auto& row : rows) {
+        Harness::ScriptSetup setup;
+        setup.prepare = [](SCR::Interpreter& interpreter) {
+            SCR::Limits limits;
+            limits.string = 100'000;
+            interpreter.limits(limits);
+        };
+        const Harness::ScriptRun result = Harness::run(row.script, setup);
+        EXPECT_EQ(result.ok, row.ok) << row.script << result.log;
+        EXPECT_EQ(result.log.find("limit `string'") == std::string::npos, row.ok) << result.log;
+    }
+    fs::remove(file);
+}
+
 TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
     SCR::MainExtension extension;
     for (const bool isDestroyed : {false, true}) {

@@ -81,9 +81,15 @@ private:
 
 struct FileReadLine final
     : BuiltInNode<FileReadLine, BoolType(FileType, Out<StringType>, LongType)> {
-    static bool value(Interpreter& /*interpreter*/, FileData& file, StringDataNode& out,
-                      long maxLength) {
-        return maxLength > 0 && file.readLine(&out, static_cast<unsigned long>(maxLength));
+    bool value(Interpreter& interpreter, FileData& file, StringDataNode& out, long maxLength) {
+        if (maxLength <= 0) return false;
+        // A byte more than is granted tells that a line is too long.
+        const long granted = interpreter.limits().string;
+        if (maxLength > granted) maxLength = granted + 1;
+        const FND::String* const line = file.nextLine(static_cast<unsigned long>(maxLength));
+        if (line == nullptr) return false;
+        interpreter.runControl().checkString(this, line->size());
+        return out.set(*line);
     }
 };
 

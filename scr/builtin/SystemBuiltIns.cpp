@@ -52,10 +52,14 @@ private:
         for (;;) {
             const std::optional<std::size_t> length = shell.read(piece, sizeof piece, askIntervalS);
             if (length && *length == 0) break;
-            if (length && out != nullptr) output.append(piece, *length);
+            if (length && out != nullptr) {
+                control.checkString(this, output.size() + *length);
+                output.append(piece, *length);
+            }
             control.ask(this);
         }
         if (out == nullptr || collected.empty()) return;
+        control.checkString(this, out->result().size() + collected.size());
         collected.insert(0, out->result());
         out->set(collected);
     }
