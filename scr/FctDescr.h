@@ -13,8 +13,9 @@ class ParserStack;
 
 /// Describes one callable function: name, result type, argument counts and types, and the factory
 /// that builds the node of a call. A descriptor is found by name like a variable. Immutable once it
-/// is in use; may then be read by any number of threads.
-class KESTREL_API FctDescr final : public Variable {
+/// is in use; may then be read by any number of threads. One that carries more for its factory
+/// derives from it and overrides `clone`.
+class KESTREL_API FctDescr : public Variable {
 public:
     /// Pops its arguments, last first, from the parser stack (already converted to the declared
     /// types) and gives the call's node, which the caller owns; null after a report on failure.

@@ -1,0 +1,53 @@
+#include "scr/HostExtension.h"
+
+#include <exception>
+#include <stdexcept>
+
+#include "scr/RunControl.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+
+namespace SCR {
+
+HostExtension::HostExtension(FND::String name) : name_(std::move(name)) {}
+
+HostExtension::~HostExtension() = default;
+
+HostExtension* HostExtension::insert(Interpreter& interpreter, const FND::String& name) {
+    auto extension = std::make_unique<HostExtension>(name);
+    if (!interpreter.insertExtension(extension.get())) return nullptr;
+    return extension.release();
+}
+
+Variable* HostExtension::variable(const FND::String& name) {
+    const auto found = variables_.find(name);
+    return found != variables_.end() ? found->second.get() : nullptr;
+}
+
+bool HostExtension::insert(const FND::String& name, std::unique_ptr<Variable> variable) {
+    return variables_.try_emplace(name, std::move(variable)).second;
+}
+
+bool Host::resolveField(const FieldIds& ids, const FND::String& name, long& id) {
+    if (!ids) return true;
+    id = ids(name);
+    return id >= 0 || SCR_YaccError(Messages::unknownField(name));
+}
+
+void Host::logException(Interpreter& interpreter, const FND::String& name) {
+    try {
+        throw;
+    } catch (const ScriptStopped&) {
+        throw;
+    } catch (const std::exception& error) {
+        interpreter.logError(name + ": " + error.what());
+    } catch (...) {
+        interpreter.logError(name + ": unknown exception");
+    }
+}
+
+void Host::throwOutOfRange(long value) {
+    throw std::out_of_range("value out of range '" + std::to_string(value) + "'");
+}
+
+}  // namespace SCR

@@ -1,0 +1,228 @@
+#pragma once
+
+#include <memory>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "scr/Extension.h"
+#include "scr/HostFunction.h"
+#include "scr/HostTypes.h"
+
+namespace SCR {
+
+/// A variable that a host shares with scripts: reads and writes go straight to the storage that the
+/// script uses. Stands for that variable like a reference; owned by the extension that made it and
+/// valid as long as that is. Not to be written while a callable that was given a reference into it
+/// still reads that.
+template <class T>
+class HostVariable {
+public:
+    explicit HostVariable(T& value) : value_(&value) {}
+    HostVariable(const HostVariable&) = default;
+    HostVariable& operator=(const HostVariable& other) {
+        *value_ = *other.value_;
+        return *this;
+    }
+    HostVariable& operator=(const T& value) {
+        *value_ = value;
+        return *this;
+    }
+    const T& value() const { return *value_; }
+    void value(const T& value) { *value_ = value; }
+    operator const T&() const { return *value_; }
+
+private:
+    T* value_;  // in a variable of the extension
+};
+
+/// An extension that a host fills with functions, variables and constants of its own, without
+/// writing a class:
+///
+///     SCR::HostExtension* host = SCR::HostExtension::insert(interpreter, "host");
+///     host->function("area", [](long width, long height) { return width * height; });
+///     auto total = host->variable<long>("total");
+///
+/// Add names before the scripts that use them are compiled. A name is given once: for one that is
+/// taken, nothing changes and the result tells so. Scripts call the functions on the thread that
+/// runs the interpreter, which is the only one to use the extension and its variables.
+class KESTREL_API HostExtension final : public Extension {
+public:
+    /// `name` is the module name, which scripts may put before the extension's names.
+    explicit HostExtension(FND::String name);
+    ~HostExtension() override;
+
+    /// Inserts a new extension, which `interpreter` owns. Null when it has one of this name.
+    static HostExtension* insert(Interpreter& interpreter, const FND::String& name);
+
+    /// Makes `callable`, a function pointer, lambda or functor, the function `name` of scripts. The
+    /// extension keeps a copy. What the script passes follows from the parameters' types:
+    ///   any integer type                       Long; one that does not fit is an error
+    ///   `bool`                                 Bool
+    ///   `std::string_view`, `const FND::String&`  String
+    ///   `FND::Decimal`, `FND::DateTime`, `FND::Identifier`  Decimal, Date, Nexid
+    ///   `long&`, `bool&`, `FND::String&`, ...  a variable that the callable reads and writes
+    ///   `std::optional` of a value, at the end an argument that may be left out
+    ///   `SCR::FieldAlias`                      the name of a field (of the field functions only)
+    /// and what it gets follows from the result's type, one of the values above or void. A first
+    /// parameter `SCR::Interpreter&` is the interpreter that runs the script. References and views
+    /// are valid during the call; a result of type `const FND::String&` must stay what it is until
+    /// the next call. At most nine arguments.
+    ///
+    /// What the callable throws is logged as "name: what", variables keep their values, and the
+    /// script gets the null value of the type.
+    ///
+    /// Gives the descriptor, owned by the extension, or null when the name is taken. A function
+    /// that neither runs script code nor changes variables may say so by `isActive(false)`: scripts
+    /// then spare copies of strings that stand beside its calls.
+    template <class F>
+    FctDescr* function(const FND::String& name, F&& callable);
+
+    /// Makes `name` a function that may stand on the left of "=": `reader` as for `function`, and
+    /// `writer`, which takes the reader's arguments and then the value, and gives void or whether
+    /// it stored. Neither has out-parameters.
+    ///
+    ///     record->field("edrLong", [&](FieldAlias field) { return read(field.id()); },
+    ///                   [&](FieldAlias field, long value) { write(field.id(), value); });
+    template <class R, class W>
+    FctDescr* field(const FND::String& name, R&& reader, W&& writer);
+
+    /// Sets how field names become the numbers that `FieldAlias::id` gives. Called once for each
+    /// place in a script that names a field, while it is compiled; a negative number is a compile
+    /// error, "unknown field". Functions that throw or are empty give errors and 0.
+    void fieldIds(Host::FieldIds ids) { fieldIds_ = std::move(ids); }
+
+    /// Declares a variable that scripts see as `name` and the host by the result: `T` is `long`,
+    /// `bool`, `FND::String`, `FND::Decimal`, `FND::DateTime` or `FND::Identifier`. When the name
+    /// is taken by a variable of the same type, gives that one, unchanged; when it is taken by
+    /// anything else, one that scripts do not see.
+    template <class T>
+    HostVariable<T> variable(const FND::String& name, const std::type_identity_t<T>& value = T{});
+
+    /// Declares a constant of the type that fits `value`: an integer, a bool, a text or one of the
+    /// value classes. False when the name is taken.
+    template <class T>
+    bool constant(const FND::String& name, const T& value);
+
+    FND::String extensionName() const override { return name_; }
+    Variable* variable(const FND::String& name) override;
+
+private:
+    // Keeps `variable` under the name; false when that is taken.
+    bool insert(const FND::String& name, std::unique_ptr<Variable> variable);
+    // Keeps a variable without a name.
+    void keep(std::unique_ptr<Variable> variable) { nameless_.push_back(std::move(variable)); }
+
+    const FND::String name_;
+    std::unordered_map<FND::String, std::unique_ptr<Variable>> variables_;
+    std::vector<std::unique_ptr<Variable>> nameless_;
+    Host::FieldIds fieldIds_;
+};
+
+template <class F>
+FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
+    using Bare = std::decay_t<F>;
+    static_assert(Host::Callable<Bare>,
+                  "a host function must be a function pointer, or a lambda or functor with one "
+                  "operator() that is no template, so that its parameter types are known");
+    if constexpr (Host::Callable<Bare>) {
+        using Signature = typename Host::SignatureOf<Bare>::Type;
+        static_assert(Signature::parametersKnown,
+                      "a parameter of a host function must be an integer, bool, std::string_view, "
+                      "FND::String, FND::Decimal, FND::DateTime or FND::Identifier (by value or "
+                      "const reference), std::optional of one of them, SCR::FieldAlias, or as an "
+                      "out-parameter a reference to long, bool or one of the FND classes");
+        static_assert(Signature::optionalsLast,
+                      "std::optional parameters of a host function must be the last ones");
+        static_assert(Signature::resultKnown,
+                      "the result of a host function must be void, an integer, bool, "
+                      "std::string_view, FND::String, FND::Decimal, FND::DateTime or "
+                      "FND::Identifier, by value or const reference");
+        static_assert(Signature::maximum <= 9, "a host function takes at most nine arguments");
+        if constexpr (Signature::parametersKnown && Signature::optionalsLast &&
+                      Signature::resultKnown && Signature::maximum <= 9) {
+            auto function = std::make_unique<Host::Function<Bare>>(
+                name, std::make_shared<Bare>(std::forward<F>(callable)), fieldIds_);
+            FctDescr* const descriptor = function.get();
+            return insert(name, std::move(function)) ? descriptor : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+template <class R, class W>
+FctDescr* HostExtension::field(const FND::String& name, R&& reader, W&& writer) {
+    using Reader = std::decay_t<R>;
+    using Writer = std::decay_t<W>;
+    static_assert(Host::Callable<Reader> && Host::Callable<Writer>,
+                  "reader and writer of a field must be function pointers, or lambdas or functors "
+                  "with one operator() that is no template, so that their parameter types are "
+                  "known");
+    if constexpr (Host::Callable<Reader> && Host::Callable<Writer>) {
+        constexpr bool fits = Host::fieldFits<typename Host::SignatureOf<Reader>::Type,
+                                              typename Host::SignatureOf<Writer>::Type>;
+        static_assert(fits,
+                      "the writer of a field must take the reader's parameters and then a value "
+                      "of the type that the reader gives, and give void or bool; neither has "
+                      "out-parameters, and the reader gives a value");
+        if constexpr (fits) {
+            auto field = std::make_unique<Host::Field<Reader, Writer>>(
+                name, std::make_shared<Reader>(std::forward<R>(reader)),
+                std::make_shared<Writer>(std::forward<W>(writer)), fieldIds_);
+            FctDescr* const descriptor = field.get();
+            return insert(name, std::move(field)) ? descriptor : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+template <class T>
+HostVariable<T> HostExtension::variable(const FND::String& name,
+                                        const std::type_identity_t<T>& value) {
+    static_assert(Host::Stored<T>,
+                  "a host variable is of type long, bool, FND::String, FND::Decimal, "
+                  "FND::DateTime or FND::Identifier");
+    if constexpr (Host::Stored<T>) {
+        using Storage = typename Host::TypeOf<T>::Type::Variable;
+        Variable* const present = variable(name);
+        if (auto* const same = dynamic_cast<Storage*>(present);
+            same != nullptr && Node::isLeft(same->dataType())) {
+            return HostVariable<T>(same->value());
+        }
+        auto storage = std::make_unique<Storage>(value);
+        T& stored = storage->value();
+        if (present == nullptr) {
+            insert(name, std::move(storage));
+        } else {
+            keep(std::move(storage));
+        }
+        return HostVariable<T>(stored);
+    }
+}
+
+template <class T>
+bool HostExtension::constant(const FND::String& name, const T& value) {
+    if constexpr (Host::Integer<T>) {
+        static_assert(sizeof(T) < sizeof(long) || std::is_signed_v<T>,
+                      "a constant of the type Long holds signed numbers of 64 bits");
+        return insert(name, std::make_unique<LongVariable>(static_cast<long>(value), true));
+    } else if constexpr (Host::Stored<T>) {
+        using Storage = typename Host::TypeOf<T>::Type::Variable;
+        return insert(name, std::make_unique<Storage>(value, true));
+    } else {
+        constexpr bool isText = std::is_convertible_v<const T&, std::string_view>;
+        static_assert(isText,
+                      "a host constant is an integer, a bool, a text, FND::Decimal, "
+                      "FND::DateTime or FND::Identifier");
+        if constexpr (isText) {
+            const std::string_view text = value;
+            return insert(name, std::make_unique<StringVariable>(FND::String(text), true));
+        } else {
+            return false;
+        }
+    }
+}
+
+}  // namespace SCR

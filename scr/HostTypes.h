@@ -1,0 +1,236 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "scr/Types.h"
+
+namespace SCR {
+
+class Interpreter;
+
+/// The name of a record's field, as a script gives it to one of the field functions ("edrString"
+/// and others): `edrString(customer.name)` passes "customer.name". A view into the call's node.
+class FieldAlias {
+public:
+    FieldAlias(const FND::String& name, long id) : name_(&name), id_(id) {}
+    /// The identifier; lives as long as the compiled script.
+    const FND::String& name() const { return *name_; }
+    /// What the extension's `fieldIds` gave for the name when the script was compiled; 0 without.
+    long id() const { return id_; }
+
+private:
+    const FND::String* name_;
+    long id_;
+};
+
+/// How the C++ types of a host's functions and variables stand for types of the language.
+namespace Host {
+
+template <class T>
+concept Integer = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
+                  !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> &&
+                  !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+
+/// The value type of the language for the C++ type `T`; none for types without one.
+template <class T>
+struct TypeOf {};
+template <Integer T>
+struct TypeOf<T> {
+    using Type = LongType;
+};
+template <>
+struct TypeOf<bool> {
+    using Type = BoolType;
+};
+template <>
+struct TypeOf<FND::String> {
+    using Type = StringType;
+};
+template <>
+struct TypeOf<std::string_view> {
+    using Type = StringType;
+};
+template <>
+struct TypeOf<FND::Decimal> {
+    using Type = DecimalType;
+};
+template <>
+struct TypeOf<FND::DateTime> {
+    using Type = DateType;
+};
+template <>
+struct TypeOf<FND::Identifier> {
+    using Type = NexidType;
+};
+
+/// A type whose values scripts know.
+template <class T>
+concept Known = requires {
+    typename TypeOf<T>::Type;
+};
+
+/// A type in which the language itself keeps values, so that a script's storage can be such.
+template <class T>
+concept Stored = Known<T> && std::same_as<typename TypeOf<T>::Type::Value, T>;
+
+/// What a parameter of a host's function is to the script.
+enum class Passing { Refused, Value, Out, Optional, Field };
+
+template <class Parameter>
+struct PassingOf {
+    using Bare = std::remove_cvref_t<Parameter>;
+    static constexpr bool isMutableReference = std::is_lvalue_reference_v<Parameter> &&
+                                               !std::is_const_v<std::remove_reference_t<Parameter>>;
+    static constexpr Passing value = std::is_rvalue_reference_v<Parameter> ? Passing::Refused
+                                     : isMutableReference
+                                         ? (Stored<Bare> ? Passing::Out : Passing::Refused)
+                                     : std::same_as<Bare, FieldAlias> ? Passing::Field
+                                     : Known<Bare>                    ? Passing::Value
+                                                                      : Passing::Refused;
+};
+template <class T>
+struct PassingOf<std::optional<T>> {
+    static constexpr Passing value = Known<T> ? Passing::Optional : Passing::Refused;
+};
+template <class T>
+struct PassingOf<const std::optional<T>&> : PassingOf<std::optional<T>> {};
+
+template <class Parameter>
+inline constexpr Passing passingOf = PassingOf<Parameter>::value;
+
+template <class... T>
+struct List {
+    static constexpr std::size_t size = sizeof...(T);
+};
+
+/// Result and parameters of a callable, without a leading `Interpreter&`.
+template <bool interpreter, class ResultT, class... ParameterT>
+struct Signature {
+    static constexpr bool takesInterpreter = interpreter;
+    using Result = ResultT;
+    using Parameters = List<ParameterT...>;
+    static constexpr bool parametersKnown = ((passingOf<ParameterT> != Passing::Refused) && ...);
+    static constexpr bool writesArguments = ((passingOf<ParameterT> == Passing::Out) || ...);
+    static constexpr int maximum = sizeof...(ParameterT);
+    /// The number of arguments that every call gives.
+    static constexpr int minimum = [] {
+        int count = 0;
+        ((count += passingOf<ParameterT> != Passing::Optional ? 1 : 0), ...);
+        return count;
+    }();
+    static constexpr bool optionalsLast = [] {
+        bool seen = false;
+        bool holds = true;
+        ((passingOf<ParameterT> == Passing::Optional ? void(seen = true) : void(holds &= !seen)),
+         ...);
+        return holds;
+    }();
+    static constexpr bool resultKnown =
+        std::is_void_v<ResultT> ||
+        (Known<std::remove_cvref_t<ResultT>> &&
+         !(std::is_reference_v<ResultT> && !std::is_const_v<std::remove_reference_t<ResultT>>));
+};
+
+template <class Result, class... Parameters>
+struct SignatureFor {
+    using Type = Signature<false, Result, Parameters...>;
+};
+template <class Result, class... Parameters>
+struct SignatureFor<Result, Interpreter&, Parameters...> {
+    using Type = Signature<true, Result, Parameters...>;
+};
+
+/// The signature of a callable of type `F`: of functors and lambdas, that of their `operator()`.
+template <class F>
+struct SignatureOf {};
+template <class F>
+requires requires { &F::operator(); }
+struct SignatureOf<F> : SignatureOf<decltype(&F::operator())> {};
+template <class R, class... P>
+struct SignatureOf<R (*)(P...)> : SignatureFor<R, P...> {};
+template <class R, class... P>
+struct SignatureOf<R (*)(P...) noexcept> : SignatureFor<R, P...> {};
+template <class C, class R, class... P>
+struct SignatureOf<R (C::*)(P...)> : SignatureFor<R, P...> {};
+template <class C, class R, class... P>
+struct SignatureOf<R (C::*)(P...) const> : SignatureFor<R, P...> {};
+template <class C, class R, class... P>
+struct SignatureOf<R (C::*)(P...) noexcept> : SignatureFor<R, P...> {};
+template <class C, class R, class... P>
+struct SignatureOf<R (C::*)(P...) const noexcept> : SignatureFor<R, P...> {};
+
+/// A callable with one known signature.
+template <class F>
+concept Callable = requires {
+    typename SignatureOf<F>::Type;
+};
+
+/// Whether `Writer` takes what `Reader` takes and then what that gives. Both are signatures.
+template <class Reader, class Writer>
+inline constexpr bool fieldFits = false;
+template <bool a, class R, class... P, bool b, class Stored, class... Q>
+requires(sizeof...(Q) == sizeof...(P) + 1 &&
+         sizeof...(P) <=
+             9) inline constexpr bool fieldFits<Signature<a, R, P...>, Signature<b, Stored, Q...>> =
+    [] {
+        using Reads = Signature<a, R, P...>;
+        using Writes = Signature<b, Stored, Q...>;
+        using Value = std::remove_cvref_t<std::tuple_element_t<sizeof...(P), std::tuple<Q...>>>;
+        if constexpr (!Reads::parametersKnown || !Writes::parametersKnown || !Reads::resultKnown ||
+                      !Reads::optionalsLast || std::is_void_v<R> || !Known<Value>) {
+            return false;
+        } else {
+            // The parameters of both, but for the value.
+            const auto samePrefix = []<std::size_t... i>(std::index_sequence<i...>) {
+                return (
+                    std::same_as<std::remove_cvref_t<P>,
+                                 std::remove_cvref_t<std::tuple_element_t<i, std::tuple<Q...>>>> &&
+                    ...);
+            };
+            return samePrefix(std::index_sequence_for<P...>()) && !Reads::writesArguments &&
+                   !Writes::writesArguments &&
+                   (std::is_void_v<Stored> || std::same_as<Stored, bool>)&&std::same_as<
+                       typename TypeOf<Value>::Type, typename TypeOf<std::remove_cvref_t<R>>::Type>;
+        }
+    }();
+
+/// Throws `std::out_of_range` for a number that the C++ type at hand does not hold.
+[[noreturn]] KESTREL_API void throwOutOfRange(long value);
+
+/// The Long `value` as a `T`; throws when it does not fit.
+template <Integer T>
+T narrow(long value) {
+    if constexpr (!std::same_as<T, long>) {
+        if (!std::in_range<T>(value)) [[unlikely]]
+            throwOutOfRange(value);
+    }
+    return static_cast<T>(value);
+}
+
+/// A value of the language as an argument for a parameter of type `T`.
+template <class T, class Value>
+decltype(auto) pass(const Value& value) {
+    if constexpr (Integer<T>) {
+        return narrow<T>(value);
+    } else {
+        return static_cast<const Value&>(value);
+    }
+}
+
+/// The number `value` as a Long; throws when it does not fit.
+template <Integer T>
+long widen(T value) {
+    if (!std::in_range<long>(value)) [[unlikely]]
+        throwOutOfRange(static_cast<long>(value));
+    return static_cast<long>(value);
+}
+
+}  // namespace Host
+
+}  // namespace SCR
