@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <limits>
 #include <numeric>
+#include <unordered_map>
 #include <utility>
+
+#include "fsm/ByteClasses.h"
 
 namespace FSM {
 
@@ -158,6 +161,8 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
         }
     }
 
+    findLoops();
+
     negated_ = negated;
     lists_ = std::move(raw.lists);
     if (!negated.empty()) {
@@ -180,6 +185,28 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
         firstPaths_[i] = list.empty() ? -1 : list.front();
     }
     return true;
+}
+
+// Notes the bytes on which states stay where they are, but not those of states that are left on
+// newline at most: these are never looked at.
+void Table::findLoops() {
+    std::size_t stateCount = this->stateCount();
+    loopOf_.resize(stateCount + 1);
+    std::unordered_map<ByteSet, std::uint16_t> known;
+    for (std::size_t i = lastLineLoop_ / stride_ + 1; i <= stateCount; ++i) {
+        Row row = static_cast<Row>(i * stride_);
+        ByteSet classes;
+        for (unsigned c = 0; c < stride_; ++c) classes[c] = rows_[row + c] == row;
+        if (classes.none()) continue;
+        ByteSet bytes;
+        for (unsigned byte = 1; byte < 256; ++byte) bytes[byte] = classes[classOf_[byte]];
+        std::uint16_t& number = known[bytes];
+        if (number == 0 && loops_.size() < std::numeric_limits<std::uint16_t>::max()) {
+            loops_.emplace_back(bytes);
+            number = static_cast<std::uint16_t>(loops_.size());
+        }
+        loopOf_[i] = number;
+    }
 }
 
 State* Table::successor(const DetState& state, unsigned char c) const {

@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "fsm/ByteScan.h"
 #include "fsm/Determiniser.h"
-#include "fsm/LineEnd.h"
 #include "fsm/State.h"
 
 namespace FSM {
@@ -75,22 +75,42 @@ public:
     std::size_t memory() const;
 
 private:
+    void findLoops();
     std::size_t index(Row row) const { return (std::uint64_t{row} * reciprocal_) >> 32; }
+
+    // After this many bytes the walk looks whether it is still in the same state.
+    static constexpr int stepsCM = 16;
+
+    static Row step(const Row* rows, const std::uint8_t* classOf, unsigned char byte, Row row) {
+        const Row* column = rows + classOf[byte];
+        // Keeps the addition of the class out of the chain of loads from row to row.
+        asm("" : "+r"(column));
+        return column[row];
+    }
 
     template <bool isBounded>
     Row walkBytes(const unsigned char* text, const unsigned char* end) const {
         const Row* rows = rows_.data();
+        const std::uint8_t* classOf = classOf_.data();
+        const Row lastLineLoop = lastLineLoop_;
         Row row = start_;
-        Row lastLineLoop = lastLineLoop_;
         for (;;) {
-            while (row > lastLineLoop) {
+            if (row <= lastLineLoop) {
+                if (row <= lastTrap_) return row;
+                text = isBounded ? lineEnd(text, end) : lineEnd(text);
                 if ((isBounded && text == end) || *text == 0) return row;
-                row = (rows + classOf_[*text++])[row];
+                row = step(rows, classOf, *text++, row);
+                continue;
             }
-            if (row <= lastTrap_) return row;
-            text = isBounded ? lineEnd(text, end) : lineEnd(text);
-            if ((isBounded && text == end) || *text == 0) return row;
-            row = (rows + classOf_[*text++])[row];
+            Row before = row;
+            for (int i = 0; i < stepsCM && row > lastLineLoop; ++i) {
+                if ((isBounded && text == end) || *text == 0) return row;
+                row = step(rows, classOf, *text++, row);
+            }
+            if (row == before && loopOf_[index(row)] != 0) {
+                const ByteScan& loop = loops_[loopOf_[index(row)] - 1];
+                text = isBounded ? loop.skip(text, end) : loop.skip(text);
+            }
         }
     }
 
@@ -104,6 +124,8 @@ private:
     std::size_t startIndex_ = 0;
     std::unique_ptr<DetState[]> states_;
     std::vector<std::int32_t> firstPaths_;
+    std::vector<std::uint16_t> loopOf_;  // of each state, the number of its loop from 1 on, or 0
+    std::vector<ByteScan> loops_;        // the bytes on which states stay
     std::vector<Paths> lists_;
     Paths negated_;
 };

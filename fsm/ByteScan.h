@@ -2,6 +2,7 @@
 
 #include <emmintrin.h>
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 
@@ -15,13 +16,13 @@ __attribute__((no_sanitize("address", "thread"))) inline const unsigned char* li
     const __m128i zero = _mm_setzero_si128();
     std::size_t offset = reinterpret_cast<std::uintptr_t>(text) & 15;
     const unsigned char* block = text - offset;
-    unsigned ignored = ~0u << offset;
+    unsigned looked = ~0u << offset;
     for (;; block += 16) {
         __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(block));
         __m128i hits = _mm_or_si128(_mm_cmpeq_epi8(bytes, newline), _mm_cmpeq_epi8(bytes, zero));
-        unsigned found = static_cast<unsigned>(_mm_movemask_epi8(hits)) & ignored;
+        unsigned found = static_cast<unsigned>(_mm_movemask_epi8(hits)) & looked;
         if (found != 0) return block + __builtin_ctz(found);
-        ignored = ~0u;
+        looked = ~0u;
     }
 }
 
@@ -38,5 +39,22 @@ inline const unsigned char* lineEnd(const unsigned char* text, const unsigned ch
     while (text != end && *text != '\n' && *text != 0) ++text;
     return text;
 }
+
+/// A set of bytes without NUL, in a form in which 16 bytes of a text are looked up at once: for
+/// each low half of a byte, a bit for each high half. Does nothing on a processor without SSSE3.
+class ByteScan {
+public:
+    explicit ByteScan(const std::bitset<256>& bytes);
+
+    /// The first byte at or after `text` that is not in the set, or any byte before that. Reads as
+    /// `lineEnd` does.
+    const unsigned char* skip(const unsigned char* text) const;
+    /// The same up to `end`.
+    const unsigned char* skip(const unsigned char* text, const unsigned char* end) const;
+
+private:
+    alignas(16) unsigned char below128_[16] = {};
+    alignas(16) unsigned char from128_[16] = {};
+};
 
 }  // namespace FSM
