@@ -118,17 +118,16 @@ Decimal Decimal::fromString(std::string_view text) noexcept {
     bool more = false;
     for (const char byte : text) {
         const int digit = byte - '0';
+        const bool isFull = length == precision || scale == maxScaleCM;
         if (byte == '.' && !isFraction) {
             isFraction = true;
-        } else if (digit < 0 || digit > 9) {
+        } else if (digit < 0 || digit > 9 || (isFull && !isFraction)) {
             return invalid();
-        } else if (length < precision && scale < maxScaleCM) {
+        } else if (!isFull) {
             std::uint64_t& word = length < 18 ? first : others;
             word = word * 10 + static_cast<unsigned>(digit);
             length += length != 0 || digit != 0 ? 1 : 0;
             scale += isFraction ? 1 : 0;
-        } else if (!isFraction) {
-            return invalid();
         } else if (firstDropped < 0) {
             firstDropped = digit;
         } else {
