@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -157,12 +156,12 @@ struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
 };
 
 /// The value of each byte as a hexadecimal digit; -1 for those that are none.
-constexpr std::array<std::int8_t, 256> digitValuesS = [] {
-    std::array<std::int8_t, 256> values{};
+constexpr std::array<short, 256> digitValuesS = [] {
+    std::array<short, 256> values{};
     values.fill(-1);
-    for (int i = 0; i < 10; ++i) values['0' + i] = static_cast<std::int8_t>(i);
+    for (int i = 0; i < 10; ++i) values['0' + i] = static_cast<short>(i);
     for (int i = 10; i < 16; ++i) {
-        values['A' + i - 10] = values['a' + i - 10] = static_cast<std::int8_t>(i);
+        values['A' + i - 10] = values['a' + i - 10] = static_cast<short>(i);
     }
     return values;
 }();
