@@ -21,9 +21,9 @@ struct Limits {
     std::int64_t depth = 10'000;
     /// Milliseconds of wall time that one execution may take.
     std::int64_t time = none;
-    /// Bytes of one string that a script makes. A concatenation, a line that is read and a command's
-    /// output that would pass it stop the script; any other built-in function logs an error and
-    /// gives an empty string.
+    /// Bytes of one string that a script makes. A concatenation, a line that is read and a
+    /// command's output that would pass it stop the script; any other built-in function logs an
+    /// error and gives an empty string.
     std::int64_t string = std::int64_t{1} << 30;
     /// Elements of one array or hash. An element beyond it is refused like one under a negative
     /// index, with one error an execution.

@@ -200,7 +200,6 @@ bool SCR_hashAccess() {
         TypeCode::Hash, TypeCode::String,
         [&](Interpreter& interpreter, std::unique_ptr<HashNode> container,
             std::unique_ptr<StringNode> key) {
-            return hashAccess(interpreter, std::move(container), std::move(key),
-                              containerIsActive);
+            return hashAccess(interpreter, std::move(container), std::move(key), containerIsActive);
         });
 }
