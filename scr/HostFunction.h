@@ -200,9 +200,9 @@ public:
 private:
     template <std::size_t... indices>
     bool popAll(ParserStack& stack, const FieldIds& ids, std::index_sequence<indices...> /*all*/) {
-        const auto given = static_cast<std::size_t>(stack.topNumParams());
+        [[maybe_unused]] const auto given = static_cast<std::size_t>(stack.topNumParams());
         constexpr std::size_t count = sizeof...(indices);
-        bool keeps = false;
+        [[maybe_unused]] bool keeps = false;
         // Last operand first; all of them, whatever becomes of one.
         bool isPopped = true;
         (static_cast<void>(isPopped &= popOne<count - 1 - indices>(stack, ids, given, keeps)), ...);

@@ -1,9 +1,7 @@
 #include "scr/Interpreter.h"
 
-#include <exception>
-#include <new>
-
 #include "scr/CompareInterface.h"
+#include "scr/Contain.h"
 #include "scr/Extension.h"
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
@@ -17,23 +15,6 @@ namespace {
 
 constexpr const char* beginFunctionS = "BEGIN";
 constexpr const char* endFunctionS = "END";
-
-// Calls `action` and turns whatever it throws into a logged error and false.
-template <class Action>
-bool contain(Interpreter& interpreter, Action action) {
-    try {
-        return action();
-    } catch (const ScriptStopped&) {
-        // Logged where the script was stopped.
-    } catch (const std::bad_alloc&) {
-        interpreter.logError("ERROR: out of memory");
-    } catch (const std::exception& error) {
-        interpreter.logError(FND::String("ERROR: ") + error.what());
-    } catch (...) {
-        interpreter.logError("ERROR: unknown exception");
-    }
-    return false;
-}
 
 }  // namespace
 

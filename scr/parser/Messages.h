@@ -139,6 +139,14 @@ inline const Text blockNotPopped =
     "internal compiler error: failed to pop statement block from interpreter";
 inline const Text statementNotAdded = "internal compiler error: failed to add statement";
 
+// Conditions.
+inline Text patternComparisonType(int actual) {
+    return expectedType(TypeCode::String, actual) + " in pattern comparison";
+}
+inline Text illegalPattern(const Text& pattern, const Text& reason) {
+    return "illegal pattern " + quoted(pattern) + ": " + reason;
+}
+
 // Switch statements.
 inline Text switchType(int actual) {
     return "expected " + typeName(TypeCode::Long) + " or " + typeName(TypeCode::String) +

@@ -1,0 +1,191 @@
+#include "scr/ConditionList.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "fsm/MultiEngine.h"
+#include "fsm/PatternCheck.h"
+#include "scr/Contain.h"
+#include "scr/Interpreter.h"
+#include "scr/Node.h"
+#include "scr/parser/ActionSupport.h"
+#include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+namespace {
+
+// A pattern that matches whole texts; nothing before it was compiled. (A single `FSM::Engine` takes
+// a text that leaves the automaton for an empty one.)
+class WholePattern {
+public:
+    // False, with the reason in `error`, when the pattern is invalid or needs more than `states`.
+    bool compile(const FND::String& pattern, std::int64_t states, FND::String& error) {
+        engine_.emplace();
+        engine_->stateLimit(static_cast<std::size_t>(std::max<std::int64_t>(states, 1)));
+        if (!FSM::checkPattern(pattern, error)) {
+            engine_.reset();
+            return false;
+        }
+        if (!engine_->insertPatterns({pattern}) || !engine_->finalSetup()) {
+            error = engine_->error();
+            engine_.reset();
+            return false;
+        }
+        return true;
+    }
+
+    bool matches(std::string_view text) const {
+        return engine_ && engine_->firstPath(std::span(&text, 1)) >= 0;
+    }
+
+private:
+    std::optional<FSM::MultiEngine> engine_;
+};
+
+// `text =~ pattern` for a constant pattern.
+class ConstantMatch final : public BoolNode {
+public:
+    explicit ConstantMatch(std::unique_ptr<StringNode> text) : text_(std::move(text)) {}
+    bool result() override { return pattern.matches(text_->result()); }
+
+    WholePattern pattern;
+
+private:
+    const std::unique_ptr<StringNode> text_;
+};
+
+// `text =~ pattern` for any other pattern.
+class VariableMatch final : public BoolNode {
+public:
+    VariableMatch(Interpreter& interpreter, std::unique_ptr<StringNode> text,
+                  std::unique_ptr<StringNode> pattern, bool keepsText)
+        : interpreter_(interpreter),
+          text_(std::move(text)),
+          pattern_(std::move(pattern)),
+          keepsText_(keepsText) {}
+
+    bool result() override {
+        const FND::String& text = text_->result();
+        if (keepsText_) {
+            const FND::String kept = text;
+            return matches(kept, pattern_->result());
+        }
+        return matches(text, pattern_->result());
+    }
+
+private:
+    bool matches(const FND::String& text, const FND::String& pattern) {
+        if (!lastPattern_ || *lastPattern_ != pattern) {
+            FND::String error;
+            if (!compiled_.compile(pattern, interpreter_.limits().states, error)) {
+                interpreter_.logError("=~: illegal pattern '" + pattern + "': " + error);
+            }
+            lastPattern_ = pattern;
+        }
+        return compiled_.matches(text);
+    }
+
+    Interpreter& interpreter_;
+    const std::unique_ptr<StringNode> text_;
+    const std::unique_ptr<StringNode> pattern_;
+    const bool keepsText_;  // evaluating the pattern may run script code
+    std::optional<FND::String> lastPattern_;
+    WholePattern compiled_;
+};
+
+bool checkString(int type) {
+    return Node::baseType(type) == TypeCode::String ||
+           SCR_YaccError(Messages::patternComparisonType(type));
+}
+
+}  // namespace
+
+ConditionList::ConditionList(Interpreter& interpreter) : interpreter_(interpreter) {}
+
+ConditionList::~ConditionList() = default;
+
+bool ConditionList::compile(const FND::String& text) {
+    const std::size_t before = conditions_.size();
+    if (interpreter_.compileConditions(text, *this)) return true;
+    conditions_.resize(before);
+    return false;
+}
+
+void ConditionList::clear() { conditions_.clear(); }
+
+template <class Action>
+bool ConditionList::run(Action action) {
+    return contain(interpreter_, [&] {
+        const RunScope scope(interpreter_.runControl());
+        action();
+        return true;
+    });
+}
+
+bool ConditionList::holds(std::int32_t index, bool& value) {
+    return run([&] {
+        value =
+            index >= 0 && index < size() && conditions_[static_cast<std::size_t>(index)]->result();
+    });
+}
+
+bool ConditionList::all(bool& value) {
+    return run([&] {
+        value = std::all_of(conditions_.begin(), conditions_.end(),
+                            [](const auto& condition) { return condition->result(); });
+    });
+}
+
+bool ConditionList::first(std::int32_t& index) {
+    return run([&] {
+        const auto found = std::find_if(conditions_.begin(), conditions_.end(),
+                                        [](const auto& condition) { return condition->result(); });
+        index = found != conditions_.end() ? static_cast<std::int32_t>(found - conditions_.begin())
+                                           : -1;
+    });
+}
+
+bool ConditionList::holding(std::vector<std::int32_t>& indices) {
+    indices.clear();
+    return run([&] {
+        for (std::int32_t i = 0; i < size(); ++i) {
+            if (conditions_[static_cast<std::size_t>(i)]->result()) indices.push_back(i);
+        }
+    });
+}
+
+bool ConditionList::condition(BoolNode* condition) {
+    std::unique_ptr<BoolNode> owned(condition);
+    conditions_.push_back(std::move(owned));
+    return true;
+}
+
+bool ConditionList::comparePattern(Interpreter& interpreter, ParserStack& stack) {
+    const int patternType = stack.popType();
+    const int textType = stack.popType();
+    if (!checkString(textType) || !checkString(patternType)) return false;
+    OperandTraits traits = stack.traits(0);
+    const bool isPatternActive = traits.isActive;
+    traits.isActive = traits.isActive || stack.traits(1).isActive;
+    traits.depth = std::max(traits.depth, stack.traits(1).depth);
+    auto pattern = stack.pop<StringNode>();
+    auto text = stack.pop<StringNode>();
+    if (!Node::isConst(patternType)) {
+        return pushNested(std::make_unique<VariableMatch>(interpreter, std::move(text),
+                                                          std::move(pattern), isPatternActive),
+                          TypeCode::Bool, traits);
+    }
+    auto match = std::make_unique<ConstantMatch>(std::move(text));
+    FND::String error;
+    if (!match->pattern.compile(pattern->result(), interpreter.limits().states, error)) {
+        return SCR_YaccError(Messages::illegalPattern(pattern->result(), error));
+    }
+    return pushNested(std::move(match), TypeCode::Bool, traits);
+}
+
+}  // namespace SCR

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <exception>
+#include <new>
+
+#include "scr/Interpreter.h"
+
+namespace SCR {
+
+/// Calls `action` and gives what it gives; turns whatever it throws into a logged error and false.
+/// For the entry points of hosts.
+template <class Action>
+bool contain(Interpreter& interpreter, Action action) {
+    try {
+        return action();
+    } catch (const ScriptStopped&) {
+        // Logged where the script was stopped.
+    } catch (const std::bad_alloc&) {
+        interpreter.logError("ERROR: out of memory");
+    } catch (const std::exception& error) {
+        interpreter.logError(FND::String("ERROR: ") + error.what());
+    } catch (...) {
+        interpreter.logError("ERROR: unknown exception");
+    }
+    return false;
+}
+
+}  // namespace SCR
