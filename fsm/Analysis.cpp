@@ -215,7 +215,8 @@ std::optional<Analysis> analyse(const Engine& engine, std::size_t maxOverlaps) {
 }
 
 std::optional<Analysis> analyse(const EngineGroup& group, std::size_t maxOverlaps) {
-    const Table* table = group.parts_.size() == 1 ? group.parts_[0].get() : nullptr;
+    bool isWhole = group.parts_.size() == 1 && !group.hasTailsApart();
+    const Table* table = isWhole ? group.parts_[0].get() : nullptr;
     return analyseTable(table, group.paths_, maxOverlaps);
 }
 

@@ -199,7 +199,8 @@ private:
 
 class Determiniser {
 public:
-    Determiniser(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw)
+    Determiniser(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
+                 Tails tails)
         : patterns_(first),
           stateLimit_(stateLimit),
           nfa_(first, count),
@@ -213,6 +214,7 @@ public:
           stateOfTarget_(nfa_.stateCount(), unknownS),
           targets_(classes_.count()) {
         for (const ByteSet& set : nfa_.sets()) classesOfSet_.push_back(classes_.classesOf(set));
+        if (tails == Tails::Apart) findTails(count);
     }
 
     bool run() {
@@ -234,6 +236,10 @@ public:
 private:
     static constexpr std::uint32_t unknownS = ~std::uint32_t{0};
     static constexpr std::uint32_t largeS = unknownS - 1;
+    // Last members of the sets that a newline leads to, higher than any state.
+    static constexpr StateIndex newlineMarkS = ~StateIndex{0};
+    static constexpr StateIndex leftMarkS = newlineMarkS - 1;
+    static constexpr StateIndex firstMarkS = leftMarkS;
     static constexpr std::size_t membersPerStateS = 128;
     static constexpr std::size_t stepsPerStateS = 2048;
     // Epsilon closures of up to this many states are kept.
@@ -244,12 +250,51 @@ private:
                steps_ > stepLimit_;
     }
 
+    // Finds the states that loop on all bytes but newline beside the end of their pattern.
+    void findTails(std::size_t patternCount) {
+        std::vector<std::int32_t> negated = PatternList::negatedPaths(patterns_, patternCount);
+        std::vector<StateIndex> tailEnd(nfa_.stateCount(), unknownS);
+        bool hasTails = false;
+        ByteSet line = ~ByteSet().set('\n');
+        StateIndex begin = 0;
+        for (StateIndex end = 0; end < nfa_.stateCount(); ++end) {
+            if (nfa_.patternOf(end) == FlatNfa::noPatternCM) continue;
+            std::int32_t path = patterns_[nfa_.patternOf(end)].path;
+            if (!std::binary_search(negated.begin(), negated.end(), path)) {
+                for (StateIndex state = begin; state < end; ++state) {
+                    const FlatNfa::Edge* edge = nfa_.edgesBegin(state);
+                    if (nfa_.edgesEnd(state) - edge != 1 || nfa_.sets()[edge->set] != line)
+                        continue;
+                    set_.clear();
+                    ++stamp_;
+                    addClosure(edge->target);
+                    std::sort(set_.begin(), set_.end());
+                    if (set_.size() != 2 || set_[0] != state || set_[1] != end) continue;
+                    tailEnd[state] = end;
+                    hasTails = true;
+                }
+            }
+            begin = end + 1;
+        }
+        if (hasTails) tailEnd_ = std::move(tailEnd);
+    }
+
+    bool hasTailsApart() const { return !tailEnd_.empty(); }
+
+    // Whether `state` is a tail and `members`, which it is in, holds the end of its pattern too.
+    bool isSettled(StateIndex state, const StateIndex* begin, const StateIndex* end) const {
+        return hasTailsApart() && tailEnd_[state] != unknownS &&
+               std::binary_search(begin, end, tailEnd_[state]);
+    }
+
     // Finds the successors of a state for all classes. Classes with the same targets, most of them
     // where a wild card is met, are looked up once.
     void expand(std::uint32_t state) {
         for (auto& targets : targets_) targets.clear();
+        const StateIndex* begin = sets_.lists().begin(state);
         const StateIndex* end = sets_.lists().end(state);
-        for (const StateIndex* member = sets_.lists().begin(state); member != end; ++member) {
+        for (const StateIndex* member = begin; member != end; ++member) {
+            if (*member >= firstMarkS || isSettled(*member, begin, end)) continue;
             const FlatNfa::Edge* edgesEnd = nfa_.edgesEnd(*member);
             for (const FlatNfa::Edge* edge = nfa_.edgesBegin(*member); edge != edgesEnd; ++edge) {
                 const auto& classes = classesOfSet_[edge->set];
@@ -261,6 +306,10 @@ private:
         std::size_t row = raw_.next.size();
         raw_.next.resize(row + classes_.count(), RawAutomaton::noStateCM);
         for (unsigned c = 0; c < classes_.count(); ++c) {
+            if (hasTailsApart() && c == classes_.classOf('\n')) {
+                raw_.next[row + c] = stateAfterNewline(targets_[c]);
+                continue;
+            }
             if (targets_[c].empty()) continue;
             auto same = std::find_if(distinct_.begin(), distinct_.end(),
                                      [&](unsigned d) { return targets_[c] == targets_[d]; });
@@ -289,8 +338,40 @@ private:
         ++stamp_;
         for (StateIndex target : targets) addClosure(target);
         std::sort(set_.begin(), set_.end());
+        return stateOfSet();
+    }
+
+    // With tails apart, what a newline leads to is kept apart from what other bytes lead to.
+    std::uint32_t stateAfterNewline(const std::vector<StateIndex>& targets) {
+        set_.clear();
+        ++stamp_;
+        for (StateIndex target : targets) addClosure(target);
+        std::sort(set_.begin(), set_.end());
+        set_.push_back(targets.empty() ? leftMarkS : newlineMarkS);
+        std::uint32_t state = stateOfSet();
+        raw_.isAfterNewline[state] = true;
+        if (targets.empty()) raw_.leftByNewline = state;
+        return state;
+    }
+
+    std::uint32_t stateOfSet() {
         std::uint32_t state = sets_.find(set_);
-        if (state == raw_.stateCount()) raw_.acceptedLists.push_back(acceptedList());
+        if (state < raw_.stateCount()) return state;
+        paths_.clear();
+        settled_.clear();
+        for (StateIndex member : set_) {
+            if (member >= firstMarkS) continue;
+            std::uint32_t pattern = nfa_.patternOf(member);
+            if (pattern != FlatNfa::noPatternCM) paths_.push_back(patterns_[pattern].path);
+            if (isSettled(member, set_.data(), set_.data() + set_.size())) {
+                settled_.push_back(patterns_[nfa_.patternOf(tailEnd_[member])].path);
+            }
+        }
+        raw_.acceptedLists.push_back(listIndex(paths_));
+        if (hasTailsApart()) {
+            raw_.settledLists.push_back(listIndex(settled_));
+            raw_.isAfterNewline.push_back(false);
+        }
         return state;
     }
 
@@ -352,19 +433,14 @@ private:
         }
     }
 
-    // The list of the path numbers that the states in set_ accept, interned.
-    std::uint32_t acceptedList() {
-        paths_.clear();
-        for (StateIndex state : set_) {
-            std::uint32_t pattern = nfa_.patternOf(state);
-            if (pattern != FlatNfa::noPatternCM) paths_.push_back(patterns_[pattern].path);
-        }
-        if (paths_.empty()) return 0;
-        std::sort(paths_.begin(), paths_.end());
-        paths_.erase(std::unique(paths_.begin(), paths_.end()), paths_.end());
+    // The number of the list that holds `paths`, which get sorted.
+    std::uint32_t listIndex(std::vector<std::int32_t>& paths) {
+        if (paths.empty()) return 0;
+        std::sort(paths.begin(), paths.end());
+        paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
         auto [found, isNew] =
-            listOf_.try_emplace(paths_, static_cast<std::uint32_t>(raw_.lists.size()));
-        if (isNew) raw_.lists.push_back(paths_);
+            listOf_.try_emplace(paths, static_cast<std::uint32_t>(raw_.lists.size()));
+        if (isNew) raw_.lists.push_back(paths);
         return found->second;
     }
 
@@ -391,6 +467,7 @@ private:
     std::vector<std::uint32_t> visitStamps_;   // the last union that passed through a state
     std::vector<std::uint32_t> closureOf_;
     Lists closures_;
+    std::vector<StateIndex> tailEnd_;  // of each tail, the end of its pattern; empty if not apart
     std::vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
     std::unordered_map<std::vector<std::int32_t>, std::uint32_t, PathsHash> listOf_;
 
@@ -400,32 +477,39 @@ private:
     std::vector<StateIndex> set_;
     std::vector<StateIndex> open_;
     std::vector<std::int32_t> paths_;
+    std::vector<std::int32_t> settled_;
 };
 
 }  // namespace
 
-bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit,
-                 RawAutomaton& raw) {
-    return Determiniser(first, count, stateLimit, raw).run();
+bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
+                 Tails tails) {
+    return Determiniser(first, count, stateLimit, raw, tails).run();
 }
 
-std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit) {
-    // Few patterns are tried first: those automata are small, and often the only ones that fit.
+std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit,
+                            std::size_t guess) {
     RawAutomaton raw;
     std::size_t fit = 0;
     std::size_t tooMany = count + 1;
-    for (std::size_t tried = std::min<std::size_t>(1, count); fit < tried;) {
-        if (!determinise(first, tried, stateLimit, raw)) {
-            tooMany = tried;
-            break;
+    auto tryOut = [&](std::size_t tried) {
+        bool fits = determinise(first, tried, stateLimit, raw);
+        (fits ? fit : tooMany) = tried;
+        return fits;
+    };
+    // From the guess up or down in steps that double, then by halves.
+    std::size_t tried = std::min(std::max<std::size_t>(guess, 1), count);
+    if (count == 0) return 0;
+    if (tryOut(tried)) {
+        for (std::size_t step = 1; fit < count; step *= 2) {
+            if (!tryOut(std::min(count, fit + step))) break;
         }
-        fit = tried;
-        tried = std::min(count, tried * 2);
+    } else {
+        for (std::size_t step = 1; tooMany > step + fit; step *= 2) {
+            if (tryOut(tooMany - step)) break;
+        }
     }
-    while (tooMany - fit > 1) {
-        std::size_t middle = fit + (tooMany - fit) / 2;
-        (determinise(first, middle, stateLimit, raw) ? fit : tooMany) = middle;
-    }
+    while (tooMany - fit > 1) tryOut(fit + (tooMany - fit) / 2);
     return fit;
 }
 

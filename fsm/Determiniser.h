@@ -19,20 +19,34 @@ struct RawAutomaton {
     std::vector<std::uint32_t> acceptedLists;      // of each state, the index of its list
     std::vector<std::vector<std::int32_t>> lists;  // path numbers, ascending; the first is empty
 
+    // With tails apart; empty otherwise.
+    std::vector<std::uint32_t> settledLists;  // of each state, the index of its list
+    std::vector<bool> isAfterNewline;         // whether the last byte was a newline
+    std::uint32_t leftByNewline = noStateCM;  // the state of having left the automaton so
+
     std::size_t stateCount() const { return acceptedLists.size(); }
+    bool hasTailsApart() const { return !settledLists.empty(); }
     /// Whether a pattern, its negation left out, matches "".
     bool acceptsEmpty() const { return acceptedLists[0] != 0; }
 };
+
+/// What to do with patterns that end in ".*" and so, once they have matched, go on matching to the
+/// end of the line. Each such pattern may double the number of states, because a state tells which
+/// of them have matched. Apart, it does not: a state then only tells which of them matched just now
+/// ("settled"), and whoever walks the automaton has to remember that until the next newline. Not
+/// done for negated patterns, or if no pattern ends so.
+enum class Tails { Inside, Apart };
 
 /// Builds the deterministic automaton of `count` patterns from `first` on; negation is left to the
 /// caller. Subset construction over byte classes, with hashed sets of states; no recursion. False
 /// if the automaton would have more than `stateLimit` states, or if its sets of states get out of
 /// all proportion to that limit; `raw` is empty then. Throws std::bad_alloc.
-bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit,
-                 RawAutomaton& raw);
+bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
+                 Tails tails = Tails::Inside);
 
 /// How many of the `count` patterns from `first` on, taken in order, fit into one automaton of at
-/// most `stateLimit` states.
-std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit);
+/// most `stateLimit` states. Found with the fewest trials if it is near `guess`.
+std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit,
+                            std::size_t guess = 1);
 
 }  // namespace FSM

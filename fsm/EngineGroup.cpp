@@ -55,6 +55,43 @@ void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::s
     std::copy(row, row + count, rows);
 }
 
+// The numbers of the patterns that have settled, appended to a vector in ascending order.
+class SettledPaths {
+public:
+    static constexpr bool isUsed = true;
+
+    explicit SettledPaths(std::vector<std::int32_t>& paths) : paths_(paths), begin_(paths.size()) {}
+
+    bool isAnySettled() const { return paths_.size() > begin_; }
+    void settle(const std::vector<std::int32_t>& settled) {
+        for (std::int32_t path : settled) {
+            auto place = std::lower_bound(paths_.begin() + begin_, paths_.end(), path);
+            if (place == paths_.end() || *place != path) paths_.insert(place, path);
+        }
+    }
+    void forget() { paths_.resize(begin_); }
+
+private:
+    std::vector<std::int32_t>& paths_;
+    std::size_t begin_;
+};
+
+// The lowest number of the patterns that have settled, or -1.
+class SettledFirst {
+public:
+    static constexpr bool isUsed = true;
+
+    bool isAnySettled() const { return first_ >= 0; }
+    void settle(const std::vector<std::int32_t>& settled) {
+        if (first_ < 0 || settled.front() < first_) first_ = settled.front();
+    }
+    void forget() { first_ = -1; }
+    std::int32_t first() const { return first_; }
+
+private:
+    std::int32_t first_ = -1;
+};
+
 // Joins what a split must not part: patterns that share a number of which one is negated. They
 // become neighbours; gives, for each pattern, whether it may be the first of a part.
 std::vector<bool> joinNegated(std::vector<Pattern>& patterns) {
@@ -149,16 +186,19 @@ bool EngineGroup::build() {
 
     std::vector<RawAutomaton> raws(1);
     std::vector<std::size_t> starts{0};
-    if (!determinise(patterns.data(), patterns.size(), jointLimit, raws[0])) {
+    if (!determinise(patterns.data(), patterns.size(), jointLimit, raws[0]) &&
+        !determinise(patterns.data(), patterns.size(), jointLimit, raws[0], Tails::Apart)) {
         raws.clear();
         starts.clear();
         std::size_t stateCount = 0;
+        std::size_t lastFit = 1;
         for (std::size_t first = 0; first < patterns.size();) {
             const Pattern* rest = &patterns[first];
             std::size_t left = patterns.size() - first;
             std::size_t atLeast = 1;
             while (atLeast < left && !mayStart[first + atLeast]) ++atLeast;
-            std::size_t fit = patternsThatFit(rest, left, partLimit);
+            std::size_t fit = patternsThatFit(rest, left, partLimit, lastFit);
+            lastFit = fit;
             while (fit > atLeast && fit < left && !mayStart[first + fit]) --fit;
             std::size_t limit = fit < atLeast ? stateLimit_ : partLimit;
             fit = std::max(fit, atLeast);
@@ -235,12 +275,23 @@ bool EngineGroup::walk(const char* text, std::size_t length, Visitor visit) cons
 bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
     std::size_t before = paths.size();
     std::size_t lists = 0;
-    bool isInside = walk(text.data(), text.size(), [&](const Table& table, Table::Row row) {
+    auto append = [&](const Table& table, Table::Row row) {
         const auto& list = row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers();
         if (list.empty()) return;
         ++lists;
         paths.insert(paths.end(), list.begin(), list.end());
-    });
+    };
+    bool isInside;
+    if (hasTailsApart()) {
+        const Table& table = *parts_[0];
+        SettledPaths settled(paths);
+        Table::Row row = table.walk(text.data(), text.size(), settled);
+        isInside = table.isInside(row) || settled.isAnySettled();
+        lists = settled.isAnySettled() ? 1 : 0;
+        append(table, row);
+    } else {
+        isInside = walk(text.data(), text.size(), append);
+    }
     if (lists > 1) {
         std::sort(paths.begin() + before, paths.end());
         paths.erase(std::unique(paths.begin() + before, paths.end()), paths.end());
@@ -260,17 +311,31 @@ void EngineGroup::process(std::span<const std::string_view> words,
 }
 
 std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const {
-    if (parts_.size() == 1) return parts_[0]->firstPath(parts_[0]->walk(text, length));
     std::int32_t first = -1;
-    bool isInside = walk(text, length, [&](const Table& table, Table::Row row) {
+    bool isInside;
+    auto take = [&](const Table& table, Table::Row row) {
         std::int32_t path = row != 0                       ? table.firstPath(row)
                             : table.negatedPaths().empty() ? -1
                                                            : table.negatedPaths().front();
         if (path >= 0 && (first < 0 || path < first)) first = path;
-    });
+    };
+    if (hasTailsApart()) {
+        const Table& table = *parts_[0];
+        SettledFirst settled;
+        Table::Row row = table.walk(text, length, settled);
+        isInside = table.isInside(row) || settled.isAnySettled();
+        first = settled.first();
+        take(table, row);
+    } else if (parts_.size() == 1) {
+        return parts_[0]->firstPath(parts_[0]->walk(text, length));
+    } else {
+        isInside = walk(text, length, take);
+    }
     if (isInside) return first;
     return pathsOutside_.empty() ? -1 : pathsOutside_.front();
 }
+
+bool EngineGroup::hasTailsApart() const { return parts_.size() == 1 && parts_[0]->hasTailsApart(); }
 
 std::int32_t EngineGroup::firstPath(std::span<const std::string_view> words) const {
     return words.size() == 1 ? firstPath(words[0]) : -1;

@@ -96,6 +96,7 @@ private:
     static const std::size_t statesPerLimitCM;
 
     bool build();
+    bool hasTailsApart() const;
     template <class Visitor>
     bool walk(const char* text, std::size_t length, Visitor visit) const;
 

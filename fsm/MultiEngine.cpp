@@ -111,7 +111,7 @@ bool MultiEngine::build() {
             return false;
         }
         place.numbers = {};
-        if (group->partCount() == 1) {
+        if (group->partCount() == 1 && !group->hasTailsApart()) {
             place.engine.reset(new Engine(group->takeTable()));
         } else {
             place.group = std::move(group);

@@ -84,38 +84,42 @@ void mergeClasses(RawAutomaton& raw) {
 }
 
 // How a state is left: not at all, only by newline, or else. NUL ends a text before it is looked
-// at, so it does not count.
-enum class Exits { None, Newline, Others };
-constexpr std::size_t exitKindsS = 3;
+// at, so it does not count. In between those at which a walk has something to remember.
+enum class Kind { Trap, LineLoop, Special, Other };
+constexpr std::size_t kindsS = 4;
 
-std::vector<Exits> exitsOf(const RawAutomaton& raw) {
+std::vector<Kind> kindsOf(const RawAutomaton& raw) {
     // 0: only NUL, 1: newline and perhaps NUL, 2: others.
     std::vector<int> kindOfClass(raw.classCount, 0);
     for (unsigned byte = 1; byte < 256; ++byte) {
         int& kind = kindOfClass[raw.classOf[byte]];
         kind = std::max(kind, byte == '\n' ? 1 : 2);
     }
-    std::vector<Exits> exits(raw.stateCount(), Exits::None);
+    constexpr Kind kindOfWidest[] = {Kind::Trap, Kind::LineLoop, Kind::Other};
+    std::vector<Kind> kinds(raw.stateCount());
     for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
         const std::uint32_t* row = &raw.next[std::size_t{state} * raw.classCount];
         int widest = 0;
         for (unsigned c = 0; c < raw.classCount; ++c) {
             if (row[c] != state) widest = std::max(widest, kindOfClass[c]);
         }
-        exits[state] = static_cast<Exits>(widest);
+        kinds[state] = kindOfWidest[widest];
+        if (raw.hasTailsApart() && (raw.settledLists[state] != 0 || raw.isAfterNewline[state])) {
+            kinds[state] = Kind::Special;
+        }
     }
-    return exits;
+    return kinds;
 }
 
 }  // namespace
 
 bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
                   std::size_t maxListed) {
-    if (!keepsDeadEnds) dropDeadEnds(raw);
+    if (!keepsDeadEnds && !raw.hasTailsApart()) dropDeadEnds(raw);
     mergeClasses(raw);
 
-    // Rows: 0, then the states sorted by their exits and reached from the start, in raw order.
-    std::vector<Exits> exits = exitsOf(raw);
+    // Rows: 0, then the states sorted by their kinds and reached from the start, in raw order.
+    std::vector<Kind> kinds = kindsOf(raw);
     std::vector<bool> isReached(raw.stateCount());
     std::vector<std::uint32_t> open{0};
     isReached[0] = true;
@@ -130,10 +134,10 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
         }
     }
     std::vector<std::uint32_t> order;
-    std::size_t countUpTo[exitKindsS];
-    for (std::size_t kind = 0; kind < exitKindsS; ++kind) {
+    std::size_t countUpTo[kindsS];
+    for (std::size_t kind = 0; kind < kindsS; ++kind) {
         for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
-            if (isReached[state] && exits[state] == static_cast<Exits>(kind)) {
+            if (isReached[state] && kinds[state] == static_cast<Kind>(kind)) {
                 order.push_back(state);
             }
         }
@@ -146,6 +150,7 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     reciprocal_ = (std::uint64_t{1} << 32) / stride_ + 1;
     lastTrap_ = static_cast<Row>(countUpTo[0] * stride_);
     lastLineLoop_ = static_cast<Row>(countUpTo[1] * stride_);
+    lastSpecial_ = static_cast<Row>(countUpTo[2] * stride_);
     std::vector<Row> rowOf(raw.stateCount());
     for (std::size_t i = 0; i < order.size(); ++i) {
         rowOf[order[i]] = static_cast<Row>((i + 1) * stride_);
@@ -162,6 +167,10 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     }
 
     findLoops();
+    for (std::size_t i = countUpTo[1]; i < countUpTo[2]; ++i) {
+        specials_.push_back({raw.isAfterNewline[order[i]], raw.lists[raw.settledLists[order[i]]]});
+    }
+    if (raw.leftByNewline != noStateS) leftByNewline_ = rowOf[raw.leftByNewline];
 
     negated_ = negated;
     lists_ = std::move(raw.lists);
@@ -193,7 +202,7 @@ void Table::findLoops() {
     std::size_t stateCount = this->stateCount();
     loopOf_.resize(stateCount + 1);
     std::unordered_map<ByteSet, std::uint16_t> known;
-    for (std::size_t i = lastLineLoop_ / stride_ + 1; i <= stateCount; ++i) {
+    for (std::size_t i = lastSpecial_ / stride_ + 1; i <= stateCount; ++i) {
         Row row = static_cast<Row>(i * stride_);
         ByteSet classes;
         for (unsigned c = 0; c < stride_; ++c) classes[c] = rows_[row + c] == row;
@@ -221,6 +230,9 @@ std::size_t Table::memory() const {
         firstPaths_.capacity() * sizeof(std::int32_t) + lists_.capacity() * sizeof(Paths) +
         negated_.capacity() * sizeof(std::int32_t);
     for (const Paths& list : lists_) bytes += list.capacity() * sizeof(std::int32_t);
+    for (const Special& special : specials_) {
+        bytes += sizeof special + special.settled.capacity() * sizeof(std::int32_t);
+    }
     return bytes;
 }
 

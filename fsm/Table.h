@@ -12,6 +12,14 @@
 
 namespace FSM {
 
+/// The walk over a table whose patterns have no tails apart: there is nothing to remember.
+struct NothingSettles {
+    static constexpr bool isUsed = false;
+    bool isAnySettled() const { return false; }
+    void settle(const std::vector<std::int32_t>&) {}
+    void forget() {}
+};
+
 /// A finished deterministic automaton in the form that is fastest to walk. Bytes are mapped to
 /// classes; the state is the offset of its row in one flat array of target rows, so a byte costs
 /// one load that depends on the byte before. Row 0 is that of texts that have left the automaton.
@@ -40,13 +48,26 @@ public:
     /// The row after the whole text, which ends at its first NUL; 0 when the text has left the
     /// automaton.
     Row walk(const char* text) const {
-        return walkBytes<false>(reinterpret_cast<const unsigned char*>(text), nullptr);
+        NothingSettles memory;
+        return walkBytes<false>(reinterpret_cast<const unsigned char*>(text), nullptr, memory);
     }
     /// The same for a text that ends at `text + length`, if no NUL comes before.
     Row walk(const char* text, std::size_t length) const {
-        auto begin = reinterpret_cast<const unsigned char*>(text);
-        return walkBytes<true>(begin, begin + length);
+        NothingSettles memory;
+        return walk(text, length, memory);
     }
+    /// The same with tails apart. `memory` is told by settle(paths) of the patterns that from there
+    /// on match to the end of the line, and by forget() of a newline after which none of them does.
+    template <class Memory>
+    Row walk(const char* text, std::size_t length, Memory& memory) const {
+        auto begin = reinterpret_cast<const unsigned char*>(text);
+        return walkBytes<true>(begin, begin + length, memory);
+    }
+
+    /// Whether a walk has to remember patterns with tails.
+    bool hasTailsApart() const { return lastSpecial_ != lastLineLoop_; }
+    /// Whether a text that ends in `row` has not left the automaton, settled patterns left out.
+    bool isInside(Row row) const { return row != 0 && row != leftByNewline_; }
 
     /// The state of a row; the start state for row 0.
     const DetState* state(Row row) const { return &states_[row == 0 ? startIndex_ : index(row)]; }
@@ -88,23 +109,28 @@ private:
         return column[row];
     }
 
-    template <bool isBounded>
-    Row walkBytes(const unsigned char* text, const unsigned char* end) const {
+    template <bool isBounded, class Memory>
+    Row walkBytes(const unsigned char* text, const unsigned char* end, Memory& memory) const {
         const Row* rows = rows_.data();
         const std::uint8_t* classOf = classOf_.data();
-        const Row lastLineLoop = lastLineLoop_;
+        const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
+        auto isAtEnd = [&] { return (isBounded && text == end) || *text == 0; };
         Row row = start_;
         for (;;) {
-            if (row <= lastLineLoop) {
-                if (row <= lastTrap_) return row;
-                text = isBounded ? lineEnd(text, end) : lineEnd(text);
-                if ((isBounded && text == end) || *text == 0) return row;
+            if (row <= lastQuiet) {
+                if (Memory::isUsed && row > lastLineLoop_) {
+                    remember(row, memory);
+                } else if (row > lastTrap_ || memory.isAnySettled()) {
+                    text = isBounded ? lineEnd(text, end) : lineEnd(text);
+                    if (row == 0 && !isAtEnd()) memory.forget();
+                }
+                if (row <= lastTrap_ || isAtEnd()) return row;
                 row = step(rows, classOf, *text++, row);
                 continue;
             }
             Row before = row;
-            for (int i = 0; i < stepsCM && row > lastLineLoop; ++i) {
-                if ((isBounded && text == end) || *text == 0) return row;
+            for (int i = 0; i < stepsCM && row > lastQuiet; ++i) {
+                if (isAtEnd()) return row;
                 row = step(rows, classOf, *text++, row);
             }
             if (row == before && loopOf_[index(row)] != 0) {
@@ -114,11 +140,25 @@ private:
         }
     }
 
+    template <class Memory>
+    void remember(Row row, Memory& memory) const {
+        const Special& special = specials_[index(row) - lastLineLoop_ / stride_ - 1];
+        if (special.isAfterNewline) memory.forget();
+        if (!special.settled.empty()) memory.settle(special.settled);
+    }
+
+    struct Special {
+        bool isAfterNewline;
+        Paths settled;
+    };
+
     std::array<std::uint8_t, 256> classOf_{};
     std::vector<Row> rows_;
     Row start_ = 0;
     Row lastTrap_ = 0;
     Row lastLineLoop_ = 0;
+    Row lastSpecial_ = 0;  // of the rows at which a walk has to remember or forget
+    Row leftByNewline_ = 0;
     unsigned stride_ = 1;
     std::uint64_t reciprocal_ = 0;  // of the stride, times 2^32
     std::size_t startIndex_ = 0;
@@ -126,6 +166,7 @@ private:
     std::vector<std::int32_t> firstPaths_;
     std::vector<std::uint16_t> loopOf_;  // of each state, the number of its loop from 1 on, or 0
     std::vector<ByteScan> loops_;        // the bytes on which states stay
+    std::vector<Special> specials_;
     std::vector<Paths> lists_;
     Paths negated_;
 };
