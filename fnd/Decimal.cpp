@@ -124,7 +124,8 @@ int dropZeros(Number& number, int most) noexcept {
     const int precision = decimalPrecision();
     const UInt128 limit = powerOf10(precision);
     if (scale < 0) [[unlikely]] {
-        if (!isExact || digitCount(magnitude) - scale > precision) return invalid();
+        // A negative scale stands for zeros, which have to fit as well.
+        if (digitCount(magnitude) - scale > precision) return invalid();
         return join(negative, magnitude * powerOf10(-scale), 0);
     }
     // Operands made in the other width can leave more digits than there should be.
@@ -175,7 +176,7 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
         auto second = divideWords(highWord(rest), lowWord(rest), divisor);
         remainder = second.remainder;
         if (remainder == 0) {
-            count -= dropZeros(second.quotient, std::min(count, scale + count - ideal));
+            count -= dropZeros(second.quotient, count);
         }
         magnitude = static_cast<UInt128>(digits) * smallPowerOf10(count) + second.quotient;
         scale += count;

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "fnd/WideInteger.h"
+
 namespace {
 
 using FND::Decimal;
@@ -283,6 +285,25 @@ TEST(Decimal, FormatReusesMemory) {
     decimal("-12345678901234567890.12345678").formatHex(text, '.', 28);
     EXPECT_EQ(memory, text.data());
 }
+
+// Carries between the words of wide integers, too rare for decimals to meet them by chance.
+
+using FND::UInt128;
+using FND::UInt192;
+
+constexpr bool areEqual(const UInt192& left, const UInt192& right) {
+    return left.low == right.low && left.high == right.high;
+}
+constexpr UInt128 allOnesS = ~UInt128{0};
+static_assert(areEqual(FND::sum({allOnesS, 5}, {1, 7}), {0, 13}));
+static_assert(areEqual(FND::difference({0, 13}, {1, 7}), {allOnesS, 5}));
+static_assert(areEqual(FND::negated(UInt192{0, 5}, true), {0, ~std::uint64_t{4}}));
+static_assert(areEqual(FND::negated(UInt192{1, 5}, true), {allOnesS, ~std::uint64_t{5}}));
+static_assert(areEqual(FND::shiftedLeft(3, 127), {UInt128{1} << 127, 1}));
+static_assert(areEqual(FND::shiftedLeft(3, 128), {0, 3}));
+static_assert(areEqual(FND::product(allOnesS >> 32, allOnesS >> 32),
+                       {1 - (UInt128{1} << 97), ~std::uint64_t{0}}));
+static_assert(FND::productHigh(allOnesS, allOnesS) == allOnesS - 1);
 
 // The invalid value, zero and the limits.
 

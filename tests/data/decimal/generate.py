@@ -104,6 +104,19 @@ def division_pairs():
         yield make(quotient // divisor * divisor, scale), make(divisor, rng.randint(0, scale))
 
 
+# With 18 digits, results that lie only just above a tie: all of a long remainder has to count.
+NEAR_TIE_PRODUCTS = [(make(10**28 - 1, 27), make(10**28 - 14999999999, 27)),
+                     (make(1 - 10**28, 27), make(10**28 - 4999999999, 20))]
+NEAR_TIE_QUOTIENTS = [(make(370370367037037035500000001, 26), make(3, 0)),
+                      (make(370370367037037035500000000, 26), make(3, 0)),
+                      (make(10**28 - 1, 9), make(1, 0)),
+                      (make(10**28 - 1, 5), make(10**10, 0))]
+# Halfway between two doubles, or nearly so.
+NEAR_TIE_DOUBLES = [make(tie * 10**9 + near, 9)
+                    for tie in (2**60 + 2**7, 2**60 + 3 * 2**7, 2**53 + 1, -2**53 - 3)
+                    for near in (-1, 0, 1)] + [make(2**90 + 2**37 + near, 3) for near in (-1, 0, 1)]
+
+
 def arithmetic(write, operation, pairs, count, finish=lambda left, right, result: result):
     pairs = list(pairs) + [random_pair() for _ in range(count)]
     for left, right in pairs:
@@ -181,8 +194,7 @@ def formatting(write, count):
 
 
 def doubles(write, count):
-    for _ in range(count):
-        number = operand()
+    for number in NEAR_TIE_DOUBLES + [operand() for _ in range(count)]:
         write(text(number), float(number).hex(), text(number), '-')
     for _ in range(count):
         double = rng.choice([
@@ -228,10 +240,10 @@ def main():
     vectors('sub', 'left right difference28 difference18',
             lambda write: arithmetic(write, 'subtract', [], 800 * factor))
     vectors('mul', 'left right product28 product18',
-            lambda write: arithmetic(write, 'multiply', [], 1200 * factor))
+            lambda write: arithmetic(write, 'multiply', NEAR_TIE_PRODUCTS, 1200 * factor))
     vectors('div', 'left right quotient28 quotient18',
-            lambda write: arithmetic(write, 'divide', division_pairs(), 1000 * factor,
-                                     without_spare_zeros))
+            lambda write: arithmetic(write, 'divide', [*NEAR_TIE_QUOTIENTS, *division_pairs()],
+                                     1000 * factor, without_spare_zeros))
     vectors('compare', 'left right order', lambda write: compare(write, 600 * factor))
     vectors('round', 'number places plain up down bankers',
             lambda write: rounding(write, 800 * factor))
