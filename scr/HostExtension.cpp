@@ -46,8 +46,8 @@ void Host::logException(Interpreter& interpreter, const FND::String& name) {
     }
 }
 
-void Host::throwOutOfRange(long value) {
-    throw std::out_of_range("value out of range '" + std::to_string(value) + "'");
+void Host::throwOutOfRange(const FND::String& number) {
+    throw std::out_of_range("value out of range '" + number + "'");
 }
 
 }  // namespace SCR

@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
@@ -201,25 +202,30 @@ requires(sizeof...(Q) == sizeof...(P) + 1 &&
     }();
 
 /// Throws `std::out_of_range` for a number that the C++ type at hand does not hold.
-[[noreturn]] KESTREL_API void throwOutOfRange(long value);
+[[noreturn]] KESTREL_API void throwOutOfRange(const FND::String& number);
 
 /// The Long `value` as a `T`; throws when it does not fit.
 template <Integer T>
 T narrow(long value) {
     if constexpr (!std::same_as<T, long>) {
         if (!std::in_range<T>(value)) [[unlikely]]
-            throwOutOfRange(value);
+            throwOutOfRange(std::to_string(value));
     }
     return static_cast<T>(value);
 }
 
+/// How a value of the language is handed to a parameter of type `T`.
+template <class T, class Value>
+using Passed = std::conditional_t<Integer<T>, T,
+                                  std::conditional_t<std::is_scalar_v<Value>, Value, const Value&>>;
+
 /// A value of the language as an argument for a parameter of type `T`.
 template <class T, class Value>
-decltype(auto) pass(const Value& value) {
+Passed<T, Value> pass(const Value& value) {
     if constexpr (Integer<T>) {
         return narrow<T>(value);
     } else {
-        return static_cast<const Value&>(value);
+        return value;
     }
 }
 
@@ -227,7 +233,7 @@ decltype(auto) pass(const Value& value) {
 template <Integer T>
 long widen(T value) {
     if (!std::in_range<long>(value)) [[unlikely]]
-        throwOutOfRange(static_cast<long>(value));
+        throwOutOfRange(std::to_string(value));
     return static_cast<long>(value);
 }
 
