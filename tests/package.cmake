@@ -26,7 +26,15 @@ add_test(NAME package.cmake COMMAND ${CMAKE_CTEST_COMMAND}
     --build-generator ${CMAKE_GENERATOR}
     --build-options -DCMAKE_PREFIX_PATH=${work}/prefix
         -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER} -DCMAKE_CXX_FLAGS=${flags}
+        -DREADME=${PROJECT_SOURCE_DIR}/README.md
     --test-command ${work}/cmake/host)
+add_test(NAME package.readme COMMAND ${work}/cmake/readme)
+add_test(NAME package.examples COMMAND ${CMAKE_CTEST_COMMAND}
+    --build-and-test ${PROJECT_SOURCE_DIR}/examples/host ${work}/examples
+    --build-generator ${CMAKE_GENERATOR}
+    --build-options -DCMAKE_PREFIX_PATH=${work}/prefix
+        -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER} -DCMAKE_CXX_FLAGS=${flags}
+    --test-command ${CMAKE_CTEST_COMMAND} --output-on-failure)
 add_test(NAME package.pkgconfig COMMAND make
     -C ${CMAKE_CURRENT_SOURCE_DIR}/install BUILD=${work} CXX=${CMAKE_CXX_COMPILER}
     CXXFLAGS=${flags} run)
@@ -35,8 +43,12 @@ add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kes
 set_tests_properties(package.clear PROPERTIES FIXTURES_SETUP package_clear)
 set_tests_properties(package.install PROPERTIES
     FIXTURES_REQUIRED package_clear FIXTURES_SETUP package_install)
-set_tests_properties(package.cmake package.pkgconfig package.command PROPERTIES
+set_tests_properties(package.cmake package.examples package.pkgconfig package.command PROPERTIES
     FIXTURES_REQUIRED package_install)
+set_tests_properties(package.cmake PROPERTIES FIXTURES_SETUP package_cmake)
+set_tests_properties(package.readme PROPERTIES
+    FIXTURES_REQUIRED "package_install;package_cmake"
+    PASS_REGULAR_EXPRESSION "^0.12\n0.24\n1.20\n$")
 set_tests_properties(package.pkgconfig PROPERTIES
     ENVIRONMENT PKG_CONFIG_PATH=${work}/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set_tests_properties(package.command PROPERTIES PASS_REGULAR_EXPRESSION "^runs")
