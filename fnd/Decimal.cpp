@@ -169,15 +169,12 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
     const int length = 17 + (digits >= smallPowersOf10S[17] ? 1 : 0) +
                        (digits >= smallPowersOf10S[18] ? 1 : 0) +
                        (digits >= smallPowersOf10S[19] ? 1 : 0);
-    int count = std::min(precision - length, maxScaleCM - scale);
+    const int count = std::min(precision - length, maxScaleCM - scale);
     UInt128 magnitude = digits;
     if (count > 0) [[likely]] {
         const UInt128 rest = static_cast<UInt128>(remainder) * smallPowerOf10(count);
-        auto second = divideWords(highWord(rest), lowWord(rest), divisor);
+        const auto second = divideWords(highWord(rest), lowWord(rest), divisor);
         remainder = second.remainder;
-        if (remainder == 0) {
-            count -= dropZeros(second.quotient, count);
-        }
         magnitude = static_cast<UInt128>(digits) * smallPowerOf10(count) + second.quotient;
         scale += count;
     }
@@ -186,10 +183,7 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
 }
 
 Decimal Decimal::divide(Decimal left, Decimal right) noexcept {
-    if (right.isZero()) return invalid();
-    if (areSmall(left, right)) [[likely]]
-        return divideSmall(left, right);
-    if (!left.isValid() || !right.isValid()) return invalid();
+    if (!left.isValid() || !right.isValid() || right.isZero()) return invalid();
     const Parts dividend(left);
     const Parts divisor(right);
     int scale = dividend.scale - divisor.scale;

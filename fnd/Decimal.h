@@ -190,8 +190,8 @@ private:
                static_cast<std::uint64_t>(2 * smallLimitCM - 1);
     }
 
-    // The operations out of line: for all operands, but `divide` not for two small ones unless the
-    // divisor is 0, and `divideSmall` for two small ones, the divisor not 0.
+    // The operations out of line, for all operands; `divideSmall` takes two small ones, the divisor
+    // not 0.
     static Decimal add(Decimal left, Decimal right) noexcept;
     static Decimal multiply(Decimal left, Decimal right) noexcept;
     static Decimal divide(Decimal left, Decimal right) noexcept;
