@@ -1,0 +1,295 @@
+// What hosts bind to scripts: functions, fields, variables and constants.
+
+#include "scr/HostExtension.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+#include "Script.h"
+
+// Every allocation of this program is counted.
+static std::size_t allocationsG = 0;
+
+[[gnu::noinline]] void* operator new(std::size_t bytes) {
+    ++allocationsG;
+    void* const memory = std::malloc(bytes);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*bytes*/) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+using SCR::FieldAlias;
+using SCR::HostExtension;
+using SCR::HostVariable;
+using SCR::Interpreter;
+
+long freeFunction(long a, long b) noexcept { return a - b; }
+
+struct Counter {
+    long operator()() { return ++count; }
+    long count = 0;
+};
+
+// A record with two fields, for the field functions.
+struct Record {
+    FND::String values[2];
+
+    static long idOf(const FND::String& name) {
+        return name == "name" ? 0 : name == "sum.total" ? 1 : -1;
+    }
+    FND::String& operator[](FieldAlias field) { return values[field.id()]; }
+};
+
+// Names of every kind; `record` must outlive the interpreter.
+void fill(HostExtension& host, Record& record) {
+    host.function("minus", freeFunction);
+    host.function("count", Counter());
+    host.function("join", [](std::string_view a, const FND::String& b, FND::String c) {
+        return FND::String(a) + b + c;
+    });
+    host.function("view", [](std::string_view text) { return text.substr(0, 2); });
+    host.function("small", [](short value) { return value; });
+    host.function("big", []() { return std::numeric_limits<unsigned long>::max(); });
+    host.function("half", [](const FND::Decimal& value) { return value / FND::Decimal(2); });
+    host.function("later", [](FND::DateTime date) { return date; });
+    host.function("same", [](const FND::Identifier& id) -> const FND::Identifier& { return id; });
+    host.function("either", [](bool a, bool b) { return a || b; });
+    host.function("optional", [](long a, std::optional<int> b, std::optional<std::string_view> c) {
+        return std::to_string(a) + "," + (b ? std::to_string(*b) : "-") + "," +
+               FND::String(c.value_or("-"));
+    });
+    host.function("divide", [](long a, long b, long& quotient, FND::String& text) {
+        quotient = 1;
+        if (b == 0) throw std::invalid_argument("division by zero");
+        quotient = a / b;
+        text += "!";
+    });
+    host.function("throwText", [](std::string_view what) -> FND::String { throw what; });
+    host.function("throwDate", []() -> FND::DateTime { throw std::runtime_error("no date"); });
+    host.function("valid",
+                  [](Interpreter& interpreter, bool valid) { interpreter.isValid(valid); });
+    host.constant("LIMIT", 40);
+    host.constant("GREETING", "hello");
+    host.constant("YES", true);
+    host.constant("PRICE", FND::Decimal::fromString("1.25"));
+    host.fieldIds(Record::idOf);
+    host.field(
+        "edrString", [&](FieldAlias field) -> const FND::String& { return record[field]; },
+        [&](FieldAlias field, std::string_view value) { record[field] = value; });
+    host.field(
+        "edrLong",
+        [&](FieldAlias field, std::optional<long> factor) {
+            return std::stol(record[field]) * factor.value_or(1);
+        },
+        [&](const FieldAlias& field, std::optional<long> factor, short value) {
+            record[field] = std::to_string(value * factor.value_or(1));
+            return true;
+        });
+    host.function("edrMissingInput", [&](FieldAlias field) { return record[field].empty(); });
+}
+
+Harness::ScriptRun runWith(const std::string& text, Record& record) {
+    Harness::ScriptSetup setup;
+    setup.prepare = [&](Interpreter& interpreter) {
+        fill(*HostExtension::insert(interpreter, "host"), record);
+    };
+    return Harness::run(text, setup);
+}
+
+TEST(HostExtension, CallsAndFields) {
+    const struct {
+        const char* script;  // the end of it is what `show` is given
+        const char* shown;
+        const char* log = "";
+    } cases[] = {
+        {"longToStr(minus(50, 8))", "42"},
+        {"longToStr(host::minus(-LIMIT, 2))", "-42"},
+        {"longToStr(count() + count() * 10)", "21"},
+        {"join(GREETING, \" \", \"you\")", "hello you"},
+        {"view(\"\")", ""},
+        {"view(\"abc\") + view(\"xyz\")", "abxy"},
+        {"longToStr(small(-32768))", "-32768"},
+        {"longToStr(small(32768))", "0", "small: value out of range '32768'\n"},
+        {"longToStr(big())", "0", "big: value out of range '18446744073709551615'\n"},
+        {"decimalToStr(half(5), 1)", "2.5"},
+        {"decimalToStr(half(PRICE), 3)", "0.625"},
+        {"boolText(later(MAX_DATE) == MAX_DATE)", "yes"},
+        {"boolText(same(NULL_NEXID) == NULL_NEXID)", "yes"},
+        {"boolText(either(false, YES))", "yes"},
+        {"optional(1)", "1,-,-"},
+        {"optional(1, 2)", "1,2,-"},
+        {"optional(1, 2, \"x\")", "1,2,x"},
+        {"optional(1, 3000000000)", "", "optional: value out of range '3000000000'\n"},
+        // What was evaluated first stays, whatever a later argument changes.
+        {"join(text, change(\"new\"), text)", "oldnewnew"},
+        // Out-parameters are stored after the call, and only when it gave back.
+        {"divided(7, 2)", "3old!"},
+        {"divided(7, 0)", "-1old", "divide: division by zero\n"},
+        {"throwText(\"x\")", "", "throwText: unknown exception\n"},
+        {"dateToStr(throwDate())", "INVALID", "throwDate: no date\n"},
+        {"edrString(name)", "Ann"},
+        {"boolText(edrMissingInput(name)) + boolText(edrMissingInput(sum.total))", "noyes"},
+        {"written(7)", "7"},
+        {"twice(7)", "14 28"},
+        {"written(70000)", "", "edrLong: value out of range '70000'\n"},
+        {"longToStr(edrLong(name))", "0", "edrLong: stol\n"},
+        // A field's name stands for the field even if a variable has it.
+        {"named(\"Bob\")", "Bob"},
+    };
+    const std::string prologue = R"(
+        String text = "old";
+        function String boolText(Bool value) { if (value) { return "yes"; } return "no"; }
+        function String change(String value) { text = value; return value; }
+        function String divided(Long a, Long b) {
+            Long quotient = -1;
+            divide(a, b, quotient, text);
+            return longToStr(quotient) + text;
+        }
+        function String written(Long value) { edrLong(sum.total) = value; return edrString(sum.total); }
+        function String twice(Long value) {
+            edrLong(sum.total, 2) = value;
+            return edrString(sum.total) + " " + longToStr(edrLong(sum.total, 2));
+        }
+        function String named(String name) { edrString(name) = name; return edrString(name); }
+    )";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.script);
+        Record record{{"Ann", ""}};
+        const auto run = runWith(prologue + "logStdout(" + c.script + ");", record);
+        EXPECT_TRUE(run.ok);
+        EXPECT_EQ(run.output, c.shown);
+        EXPECT_EQ(run.log, c.log);
+    }
+}
+
+TEST(HostExtension, WrongCallsDoNotCompile) {
+    const struct {
+        const char* script;
+        const char* message;
+    } cases[] = {
+        {"minus(1);", "missing parameter in call to `Long minus(Long,Long)'"},
+        {"optional(1,2,\"\",4);",
+         "to many arguments in call to `String optional(Long,[Long,String])'"},
+        {"join(1, \"\", \"\");", "expected String not Long as argument 1"},
+        {"Long i; String s; divide(1, 2, 3, s);", "expected left value as argument 3"},
+        {"minus(1, 2) = 3;", "expected left value"},
+        {"LIMIT = 3;", "expected left value"},
+        {"edrString(other) = \"\";", "unknown field `other'"},
+        {"edrLong(name) = \"\";", "expected String not Long as argument 1"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.script);
+        Record record;
+        const auto run = runWith(c.script, record);
+        EXPECT_FALSE(run.compiled);
+        EXPECT_NE(run.log.find(c.message), std::string::npos) << run.log;
+    }
+}
+
+TEST(HostExtension, VariablesAreShared) {
+    Harness::MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    EXPECT_EQ(HostExtension::insert(interpreter, "host"), nullptr);
+    auto amount = host.variable<long>("amount", 5);
+    auto text = host.variable<FND::String>("text");
+    auto price = host.variable<FND::Decimal>("price", FND::Decimal(2));
+    auto date = host.variable<FND::DateTime>("date");
+    auto id = host.variable<FND::Identifier>("id");
+    auto flag = host.variable<bool>("flag");
+    ASSERT_TRUE(
+        interpreter.compile("amount = amount + 1; price = price * 6; "
+                            "text = text + \"x\"; date = MAX_DATE; "
+                            "id = INVALID_NEXID; flag = amount > 6;"))
+        << log.text;
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_EQ(amount, 6);
+    EXPECT_FALSE(flag);
+    EXPECT_EQ(price.value(), FND::Decimal(12));
+    EXPECT_EQ(date.value(), FND::DateTime::max());
+    EXPECT_EQ(id.value(), FND::INVALID_IDENTIFIER);
+    amount = 10;
+    text = "ab";
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_EQ(amount, 11);
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(text.value(), "abx");
+
+    // A second handle is to the same variable; assigning a handle assigns the value.
+    auto again = host.variable<long>("amount", 77);
+    EXPECT_EQ(again, 11);
+    auto other = host.variable<long>("other", 3);
+    again = other;
+    EXPECT_EQ(amount, 3);
+
+    // Names are given once.
+    EXPECT_FALSE(host.constant("amount", 1));
+    EXPECT_EQ(host.function("amount", freeFunction), nullptr);
+    EXPECT_TRUE(host.constant("LIMIT", 1L));
+    auto unseen = host.variable<long>("LIMIT");
+    unseen = 99;
+    auto mistyped = host.variable<bool>("amount");
+    mistyped = true;
+    ASSERT_TRUE(interpreter.compile("amount = LIMIT;"));
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_EQ(amount, 1);
+    EXPECT_EQ(log.text, "");
+}
+
+TEST(HostExtension, FunctionsMayRunAndStopScripts) {
+    Harness::MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    long level = 0;
+    auto seen = host.variable<FND::String>("seen");
+    host.function("again", [&level](Interpreter& running, std::string_view text, FND::String& out) {
+        out += text;
+        if (++level < 3) running.execute();
+        return FND::String("end");
+    });
+    host.function("stop", [](Interpreter&) { throw SCR::ScriptStopped(); });
+    ASSERT_TRUE(
+        interpreter.compile("seen = seen + again(\"a long text that is no short one\", seen);"));
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_EQ(level, 3);
+    ASSERT_TRUE(interpreter.compile("seen = \"before\"; stop(); seen = \"after\";"));
+    EXPECT_FALSE(interpreter.execute());
+    EXPECT_EQ(seen.value(), "before");
+    EXPECT_EQ(log.text, "");
+}
+
+TEST(HostExtension, CallsDoNotAllocate) {
+    Harness::MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    Record record{{"a name that takes memory of its own", ""}};
+    host.fieldIds(Record::idOf);
+    host.field(
+        "edrString", [&](FieldAlias field) -> const FND::String& { return record[field]; },
+        [&](FieldAlias field, std::string_view value) { record[field] = value; });
+    host.function("mark", [](FND::String& text) { text.back() = '!'; });
+    host.function("tail", [](std::string_view text, std::optional<long> from) {
+        return text.substr(static_cast<std::size_t>(from.value_or(1)));
+    });
+    ASSERT_TRUE(
+        interpreter.compile("String text; Long i; text = edrString(name); "
+                            "for (i = 0; i < 100; i = i + 1) { mark(text); "
+                            "edrString(sum.total) = tail(edrString(name)); }"));
+    EXPECT_TRUE(interpreter.execute());
+    const std::size_t before = allocationsG;
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_EQ(allocationsG, before);
+    EXPECT_EQ(record.values[1], record.values[0].substr(1));
+}
+
+}  // namespace
