@@ -38,7 +38,7 @@ namespace {
 // Calls `make` with the container operand of the kind that fits `node` and gives what it gives.
 template <class Container, class Access, class ContainerNode, class Make>
 auto withContainer(std::unique_ptr<ContainerNode> node, Make&& make) {
-    if constexpr (specialisesNodes) {
+    if constexpr (SpecialisesNodes) {
         ContainerNode& operand = *node;
         if (typeid(operand) == typeid(Access)) {
             return make(NamedContainer<Container>(operand.result()));

@@ -12,7 +12,7 @@ namespace SCR {
 
 /// Whether nodes are specialised by the kinds of their operands. Off only in the build that checks
 /// the specialised nodes against the general ones.
-inline constexpr bool specialisesNodes = KESTREL_SPECIALISE != 0;
+inline constexpr bool SpecialisesNodes = KESTREL_SPECIALISE != 0;
 
 /// The classes of the nodes that read a variable or a constant of a type.
 template <class Type>
@@ -96,7 +96,7 @@ typename Type::Variable* variableOf(const Node& node) {
 /// Calls `make` with the operand of the kind that fits `node` and gives what it gives.
 template <class Type, class Make>
 auto withOperand(std::unique_ptr<Node> node, Make&& make) {
-    if constexpr (specialisesNodes) {
+    if constexpr (SpecialisesNodes) {
         using Constant = typename LeafNodes<Type>::Constant;
         if (const auto* variable = variableOf<Type>(*node)) {
             return make(VariableOperand<Type>(&variable->value()));

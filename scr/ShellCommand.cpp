@@ -27,8 +27,10 @@ constexpr const char* shellS = "/bin/sh";
 void signalFamily(pid_t process, int signal) {
     std::vector<pid_t> family{process};
     for (std::size_t i = 0; i < family.size(); ++i) {
-        const std::string id = std::to_string(family[i]);
-        std::ifstream children("/proc/" + id + "/task/" + id + "/children");
+        // The task directory of a process has that of its first thread, of the same number.
+        std::string path = "/proc/" + std::to_string(family[i]);
+        path.append("/task/").append(std::to_string(family[i])).append("/children");
+        std::ifstream children(path);
         for (pid_t child = 0; children >> child;) family.push_back(child);
     }
     for (const pid_t member : family) kill(member, signal);
