@@ -11,6 +11,12 @@ namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
+/// The value of a byte that stands for itself: of a signed char, whatever `char` is.
+int signedValue(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return code > 127 ? code - 256 : code;
+}
+
 }  // namespace
 
 FSM_FlexLexer::FSM_FlexLexer(std::istream* in, std::ostream*)
@@ -38,7 +44,7 @@ int FSM_FlexLexer::scan(int& value) {
     if (c == '\\' && look(1) != '\0' && look(1) != '\n') return scanEscape(value);
     if (condition_ == Condition::Count && isDigit(c)) return scanNumber(value);
     ++position_;
-    value = static_cast<signed char>(c);
+    value = signedValue(c);
 
     if (condition_ == Condition::Set) {
         switch (c) {
@@ -107,7 +113,7 @@ int FSM_FlexLexer::scanEscape(int& value) {
     position_ += 2;
     if (c == 'n') c = '\n';
     if (c == 't') c = '\t';
-    value = static_cast<signed char>(c);
+    value = signedValue(c);
     return FSM_CHAR;
 }
 

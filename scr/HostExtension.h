@@ -22,10 +22,8 @@ class HostVariable {
 public:
     explicit HostVariable(T& value) : value_(&value) {}
     HostVariable(const HostVariable&) = default;
-    HostVariable& operator=(const HostVariable& other) {
-        *value_ = *other.value_;
-        return *this;
-    }
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): assigns the value, which may be its own
+    HostVariable& operator=(const HostVariable& other) { return *this = *other.value_; }
     HostVariable& operator=(const T& value) {
         *value_ = value;
         return *this;
@@ -161,8 +159,8 @@ FctDescr* HostExtension::field(const FND::String& name, R&& reader, W&& writer) 
                   "with one operator() that is no template, so that their parameter types are "
                   "known");
     if constexpr (Host::Callable<Reader> && Host::Callable<Writer>) {
-        constexpr bool fits = Host::fieldFits<typename Host::SignatureOf<Reader>::Type,
-                                              typename Host::SignatureOf<Writer>::Type>;
+        constexpr bool fits = Host::fieldFitsS<typename Host::SignatureOf<Reader>::Type,
+                                               typename Host::SignatureOf<Writer>::Type>;
         static_assert(fits,
                       "the writer of a field must take the reader's parameters and then a value "
                       "of the type that the reader gives, and give void or bool; neither has "

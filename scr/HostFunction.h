@@ -53,7 +53,7 @@ private:
 
 /// How a node holds one operand: pops it, evaluates it to an `Argument`, passes that to the
 /// callable, and afterwards stores what the callable wrote.
-template <class Parameter, Passing passing = passingOf<Parameter>>
+template <class Parameter, Passing passing = passingOfS<Parameter>>
 class Slot;
 
 template <class Parameter>

@@ -103,7 +103,7 @@ template <class T>
 struct PassingOf<const std::optional<T>&> : PassingOf<std::optional<T>> {};
 
 template <class Parameter>
-inline constexpr Passing passingOf = PassingOf<Parameter>::value;
+inline constexpr Passing passingOfS = PassingOf<Parameter>::value;
 
 template <class... T>
 struct List {
@@ -116,19 +116,19 @@ struct Signature {
     static constexpr bool takesInterpreter = interpreter;
     using Result = ResultT;
     using Parameters = List<ParameterT...>;
-    static constexpr bool parametersKnown = ((passingOf<ParameterT> != Passing::Refused) && ...);
-    static constexpr bool writesArguments = ((passingOf<ParameterT> == Passing::Out) || ...);
+    static constexpr bool parametersKnown = ((passingOfS<ParameterT> != Passing::Refused) && ...);
+    static constexpr bool writesArguments = ((passingOfS<ParameterT> == Passing::Out) || ...);
     static constexpr int maximum = sizeof...(ParameterT);
     /// The number of arguments that every call gives.
     static constexpr int minimum = [] {
         int count = 0;
-        ((count += passingOf<ParameterT> != Passing::Optional ? 1 : 0), ...);
+        ((count += passingOfS<ParameterT> != Passing::Optional ? 1 : 0), ...);
         return count;
     }();
     static constexpr bool optionalsLast = [] {
         bool seen = false;
         bool holds = true;
-        ((passingOf<ParameterT> == Passing::Optional ? void(seen = true) : void(holds &= !seen)),
+        ((passingOfS<ParameterT> == Passing::Optional ? void(seen = true) : void(holds &= !seen)),
          ...);
         return holds;
     }();
@@ -174,32 +174,30 @@ concept Callable = requires {
 
 /// Whether `Writer` takes what `Reader` takes and then what that gives. Both are signatures.
 template <class Reader, class Writer>
-inline constexpr bool fieldFits = false;
+inline constexpr bool fieldFitsS = false;
 template <bool a, class R, class... P, bool b, class Stored, class... Q>
 requires(sizeof...(Q) == sizeof...(P) + 1 &&
-         sizeof...(P) <=
-             9) inline constexpr bool fieldFits<Signature<a, R, P...>, Signature<b, Stored, Q...>> =
-    [] {
-        using Reads = Signature<a, R, P...>;
-        using Writes = Signature<b, Stored, Q...>;
-        using Value = std::remove_cvref_t<std::tuple_element_t<sizeof...(P), std::tuple<Q...>>>;
-        if constexpr (!Reads::parametersKnown || !Writes::parametersKnown || !Reads::resultKnown ||
-                      !Reads::optionalsLast || std::is_void_v<R> || !Known<Value>) {
-            return false;
-        } else {
-            // The parameters of both, but for the value.
-            const auto samePrefix = []<std::size_t... i>(std::index_sequence<i...>) {
-                return (
-                    std::same_as<std::remove_cvref_t<P>,
+         sizeof...(P) <= 9) inline constexpr bool fieldFitsS<Signature<a, R, P...>,
+                                                             Signature<b, Stored, Q...>> = [] {
+    using Reads = Signature<a, R, P...>;
+    using Writes = Signature<b, Stored, Q...>;
+    using Value = std::remove_cvref_t<std::tuple_element_t<sizeof...(P), std::tuple<Q...>>>;
+    if constexpr (!Reads::parametersKnown || !Writes::parametersKnown || !Reads::resultKnown ||
+                  !Reads::optionalsLast || std::is_void_v<R> || !Known<Value>) {
+        return false;
+    } else {
+        // The parameters of both, but for the value.
+        const auto samePrefix = []<std::size_t... i>(std::index_sequence<i...>) {
+            return (std::same_as<std::remove_cvref_t<P>,
                                  std::remove_cvref_t<std::tuple_element_t<i, std::tuple<Q...>>>> &&
                     ...);
-            };
-            return samePrefix(std::index_sequence_for<P...>()) && !Reads::writesArguments &&
-                   !Writes::writesArguments &&
-                   (std::is_void_v<Stored> || std::same_as<Stored, bool>)&&std::same_as<
-                       typename TypeOf<Value>::Type, typename TypeOf<std::remove_cvref_t<R>>::Type>;
-        }
-    }();
+        };
+        return samePrefix(std::index_sequence_for<P...>()) && !Reads::writesArguments &&
+               !Writes::writesArguments &&
+               (std::is_void_v<Stored> || std::same_as<Stored, bool>)&&std::same_as<
+                   typename TypeOf<Value>::Type, typename TypeOf<std::remove_cvref_t<R>>::Type>;
+    }
+}();
 
 /// Throws `std::out_of_range` for a number that the C++ type at hand does not hold.
 [[noreturn]] KESTREL_API void throwOutOfRange(const FND::String& number);

@@ -260,7 +260,9 @@ bool Preprocessor::include(const FND::String& name) {
         reading = read(name, content);
     } else {
         for (const FND::String& directory : options_.searchPath) {
-            reading = read(directory + '/' + name, content);
+            FND::String path = directory;
+            path.append("/").append(name);
+            reading = read(path, content);
             if (reading != Reading::Absent) break;
         }
     }
