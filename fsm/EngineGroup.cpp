@@ -15,9 +15,10 @@ namespace {
 
 // States that all parts together may have, for each one that a single automaton may.
 constexpr std::size_t groupFactorS = 16;
-// A joint automaton that has more states than this times those of the patterns is taken for one
-// that grows with the product of its patterns, and is not finished.
-constexpr std::size_t jointFactorS = 2;
+// A joint automaton that has more states than this times those of the patterns grows with the
+// product of its patterns, unless it is small.
+constexpr std::size_t proportionS = 2;
+constexpr std::size_t smallS = 512;
 
 // Walks `count` tables, each from its start, over the text at once: the loads of one do not wait
 // for those of another. Leaves in `rows` the rows in which the text ends.
@@ -174,20 +175,30 @@ bool EngineGroup::finalSetup() {
 }
 
 bool EngineGroup::build() {
+    // Without a limit for parts: one automaton if it has not many more states than the patterns,
+    // one with tails apart if that is not too large, one if it is not larger than a part.
+    struct Trial {
+        std::size_t stateLimit;
+        Tails tails;
+    };
+    std::size_t proportionate = patterns_->stateCount() * proportionS;
     std::size_t partLimit =
         std::min(stateLimit_, partLimit_ != 0 ? partLimit_ : defaultPartLimitCM);
-    std::size_t jointLimit = partLimit;
+    std::vector<Trial> trials{{partLimit, Tails::Inside}};
     if (partLimit_ == 0) {
-        jointLimit =
-            std::min(stateLimit_, std::max(partLimit, patterns_->stateCount() * jointFactorS));
+        trials.insert(trials.begin(), {{std::max(smallS, proportionate), Tails::Inside},
+                                       {std::max(partLimit, proportionate), Tails::Apart}});
     }
     std::vector<Pattern> patterns = patterns_->take();
     std::vector<bool> mayStart = joinNegated(patterns);
 
     std::vector<RawAutomaton> raws(1);
     std::vector<std::size_t> starts{0};
-    if (!determinise(patterns.data(), patterns.size(), jointLimit, raws[0]) &&
-        !determinise(patterns.data(), patterns.size(), jointLimit, raws[0], Tails::Apart)) {
+    bool isWhole = std::any_of(trials.begin(), trials.end(), [&](const Trial& trial) {
+        return determinise(patterns.data(), patterns.size(),
+                           std::min(stateLimit_, trial.stateLimit), raws[0], trial.tails);
+    });
+    if (!isWhole) {
         raws.clear();
         starts.clear();
         std::size_t stateCount = 0;

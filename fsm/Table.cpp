@@ -14,9 +14,10 @@ namespace {
 
 constexpr std::uint32_t noStateS = RawAutomaton::noStateCM;
 
-// Removes transitions into states from which no pattern's end can be reached.
-void dropDeadEnds(RawAutomaton& raw) {
+// The states from which a pattern's end can be reached, and the start.
+std::vector<bool> liveStates(const RawAutomaton& raw) {
     std::size_t stateCount = raw.stateCount();
+    std::size_t classCount = raw.classCount;
     std::vector<std::uint32_t> sourceEnds(stateCount + 1);
     for (std::uint32_t target : raw.next) {
         if (target != noStateS) ++sourceEnds[target + 1];
@@ -24,9 +25,11 @@ void dropDeadEnds(RawAutomaton& raw) {
     std::partial_sum(sourceEnds.begin(), sourceEnds.end(), sourceEnds.begin());
     std::vector<std::uint32_t> sources(sourceEnds.back());
     std::vector<std::uint32_t> filled(sourceEnds.begin(), sourceEnds.end() - 1);
-    for (std::size_t i = 0; i < raw.next.size(); ++i) {
-        if (raw.next[i] == noStateS) continue;
-        sources[filled[raw.next[i]]++] = static_cast<std::uint32_t>(i / raw.classCount);
+    for (std::uint32_t state = 0; state < stateCount; ++state) {
+        const std::uint32_t* row = &raw.next[state * classCount];
+        for (std::size_t c = 0; c < classCount; ++c) {
+            if (row[c] != noStateS) sources[filled[row[c]]++] = state;
+        }
     }
     std::vector<bool> isLive(stateCount);
     std::vector<std::uint32_t> open;
@@ -44,9 +47,8 @@ void dropDeadEnds(RawAutomaton& raw) {
             open.push_back(sources[i]);
         }
     }
-    for (std::uint32_t& target : raw.next) {
-        if (target != noStateS && !isLive[target]) target = noStateS;
-    }
+    isLive[0] = true;
+    return isLive;
 }
 
 // Makes one class of those that lead to the same target from every state.
@@ -54,10 +56,11 @@ void mergeClasses(RawAutomaton& raw) {
     unsigned oldCount = raw.classCount;
     std::size_t stateCount = raw.stateCount();
     std::vector<std::uint64_t> hashes(oldCount, 1);
-    for (std::size_t i = 0; i < raw.next.size(); ++i) {
-        std::uint64_t& hash = hashes[i % oldCount];
-        hash = (hash ^ raw.next[i]) * 0xff51afd7ed558ccdu;
-        hash ^= hash >> 32;
+    for (std::size_t row = 0; row < raw.next.size(); row += oldCount) {
+        for (unsigned c = 0; c < oldCount; ++c) {
+            hashes[c] = (hashes[c] ^ raw.next[row + c]) * 0xff51afd7ed558ccdu;
+            hashes[c] ^= hashes[c] >> 32;
+        }
     }
     std::vector<unsigned> kept;
     std::vector<std::uint8_t> renamed(oldCount);
@@ -115,29 +118,22 @@ std::vector<Kind> kindsOf(const RawAutomaton& raw) {
 
 bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
                   std::size_t maxListed) {
-    if (!keepsDeadEnds && !raw.hasTailsApart()) dropDeadEnds(raw);
-    mergeClasses(raw);
-
-    // Rows: 0, then the states sorted by their kinds and reached from the start, in raw order.
-    std::vector<Kind> kinds = kindsOf(raw);
-    std::vector<bool> isReached(raw.stateCount());
-    std::vector<std::uint32_t> open{0};
-    isReached[0] = true;
-    while (!open.empty()) {
-        std::size_t row = std::size_t{open.back()} * raw.classCount;
-        open.pop_back();
-        for (unsigned c = 0; c < raw.classCount; ++c) {
-            std::uint32_t target = raw.next[row + c];
-            if (target == noStateS || isReached[target]) continue;
-            isReached[target] = true;
-            open.push_back(target);
+    std::vector<bool> isKept(raw.stateCount(), true);
+    if (!keepsDeadEnds && !raw.hasTailsApart()) {
+        isKept = liveStates(raw);
+        for (std::uint32_t& target : raw.next) {
+            if (target != noStateS && !isKept[target]) target = noStateS;
         }
     }
+    mergeClasses(raw);
+
+    // Rows: 0, then the states sorted by their kinds, in raw order.
+    std::vector<Kind> kinds = kindsOf(raw);
     std::vector<std::uint32_t> order;
     std::size_t countUpTo[kindsS];
     for (std::size_t kind = 0; kind < kindsS; ++kind) {
         for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
-            if (isReached[state] && kinds[state] == static_cast<Kind>(kind)) {
+            if (isKept[state] && kinds[state] == static_cast<Kind>(kind)) {
                 order.push_back(state);
             }
         }

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "fsm/ByteClasses.h"
+#include "fsm/Lists.h"
+#include "fsm/PatternList.h"
+
+namespace FSM {
+
+/// The non-deterministic automaton of some patterns, flat: states are numbers, and the bytes of a
+/// transition are one of a list of distinct sets.
+///
+/// A transition leads to a target. That is a state, which may go on to others by epsilon moves, or
+/// in a reduced automaton the number of a list of all the states so reached that matter.
+class FlatNfa {
+public:
+    struct Edge {
+        std::uint32_t set;
+        std::uint32_t target;
+
+        friend auto operator<=>(const Edge&, const Edge&) = default;
+    };
+
+    /// The automaton of `count` patterns from `first` on.
+    FlatNfa(const Pattern* first, std::size_t count);
+
+    /// Removes the epsilon moves and makes one state of those that are reached by the same texts,
+    /// such as the first states of patterns that begin alike. Does nothing if patterns have so many
+    /// parts that may be left out that the lists would grow out of proportion.
+    void reduce();
+    bool isReduced() const { return isReduced_; }
+
+    std::size_t stateCount() const { return edgeEnds_.size(); }
+    std::size_t targetCount() const { return isReduced_ ? targets_.count() : stateCount(); }
+    /// The targets at which a text begins.
+    const std::vector<std::uint32_t>& starts() const { return starts_; }
+    const std::vector<ByteSet>& sets() const { return sets_; }
+    const Edge* edgesBegin(std::uint32_t state) const {
+        return edges_.data() + (state == 0 ? 0 : edgeEnds_[state - 1]);
+    }
+    const Edge* edgesEnd(std::uint32_t state) const { return edges_.data() + edgeEnds_[state]; }
+    /// The patterns, by their places in the list, that each state is the end of.
+    const Lists& patterns() const { return patterns_; }
+    /// Neither an end nor left on any byte: it does not matter for matching.
+    bool isTransit(std::uint32_t state) const {
+        return edgesBegin(state) == edgesEnd(state) && patterns_.isEmpty(state);
+    }
+    /// Of a reduced automaton: the states that each target stands for, ascending.
+    const Lists& targets() const { return targets_; }
+    /// Of one that is not: the states that each state goes on to without a byte.
+    const Lists& epsilons() const { return epsilons_; }
+
+private:
+    friend class NfaReducer;
+
+    void flatten(const NonDetState& state);
+    void flattenSets(const NonDetState& state);
+    std::uint32_t setIndex(const ByteSet& bytes);
+
+    bool isReduced_ = false;
+    std::vector<std::uint32_t> starts_;
+    std::vector<Edge> edges_;
+    std::vector<std::size_t> edgeEnds_;
+    Lists patterns_;
+    Lists epsilons_;
+    Lists targets_;
+    std::vector<ByteSet> sets_;
+    std::unordered_map<ByteSet, std::uint32_t> setIndex_;
+    std::array<std::uint32_t, 256> singles_;  // of each byte, the set that holds it alone
+};
+
+}  // namespace FSM
