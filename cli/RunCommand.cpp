@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/Command.h"
+#include "cli/RecordOptions.h"
 #include "cli/ScriptFile.h"
 #include "cli/ScriptOptions.h"
 #include "cli/StderrLog.h"
@@ -14,6 +15,7 @@ namespace {
 
 struct RunOptions {
     ScriptOptions script;
+    RecordOptions records;
     std::int64_t repeat = 1;
     std::string file;
     std::optional<std::string> text;
@@ -22,6 +24,11 @@ struct RunOptions {
 ExitStatus run(const RunOptions& options) {
     const std::optional<std::string> text = options.text ? options.text : readScript(options.file);
     if (!text) return ExitStatus::Usage;
+    if (options.records.isGiven()) {
+        return options.records.run(
+            [&](SCR::Interpreter& interpreter) { return options.script.apply(interpreter); },
+            [&](SCR::Interpreter& interpreter) { return interpreter.compile(*text); });
+    }
     StderrLog log;
     SCR::Interpreter interpreter(&log);
     if (!options.script.apply(interpreter)) return ExitStatus::Usage;
@@ -38,6 +45,7 @@ void addRunCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* command = app.add_subcommand("run", "Compile a script and execute it");
     options->script.declare(*command);
+    options->records.declare(*command);
     command->add_option("--repeat", options->repeat, "Execute the script N times (default 1)")
         ->type_name("N")
         ->check([](const std::string& count) {
@@ -52,7 +60,8 @@ void addRunCommand(CLI::App& app, Action& action) {
     command->footer(
         "Examples:\n"
         "  kestrel run -D customer=4711 rate.ks\n"
-        "  kestrel run -e 'logStdout(\"hello\\n\");'");
+        "  kestrel run -e 'logStdout(\"hello\\n\");'\n"
+        "  kestrel run rate.ks --records calls.csv --header --output rated.csv --stats");
     command->callback([options, file, &action] {
         if (!options->text && file->count() == 0) throw CLI::RequiredError("FILE or -e TEXT");
         action = [options] { return run(*options); };

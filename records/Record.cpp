@@ -1,0 +1,118 @@
+#include "records/Record.h"
+
+#include <cstring>
+
+namespace Records {
+
+void Record::take(std::string_view text) {
+    text_ = text;
+    found_ = 0;
+    next_ = 0;
+    isChanged_ = false;
+}
+
+bool Record::locate(std::size_t field) {
+    while (found_ <= field) {
+        if (next_ > text_.size()) return false;
+        const char* const begin = text_.data() + next_;
+        const char* const end = text_.data() + text_.size();
+        const char* stop = end;
+        if (!layout_.isWhole) {
+            const char* from = begin;
+            if (layout_.isQuoted && begin != end && *begin == '"') {
+                // The reader has made sure that the quotes are closed.
+                ++from;
+                while (from != end && (*from != '"' || (from + 1 != end && from[1] == '"'))) {
+                    from += *from == '"' ? 2 : 1;
+                }
+            }
+            // Fields are short: a plain loop is faster than a call.
+            stop = from;
+            while (stop != end && *stop != layout_.delimiter) ++stop;
+        }
+        if (found_ == fields_.size()) fields_.emplace_back();
+        Field& found = fields_[found_++];
+        found.raw = std::string_view(begin, static_cast<std::size_t>(stop - begin));
+        found.isAssigned = false;
+        found.isDecoded = false;
+        next_ += found.raw.size() + 1;
+    }
+    return true;
+}
+
+bool Record::has(std::size_t field) { return locate(field); }
+
+std::string_view Record::value(std::size_t field) {
+    if (!locate(field)) return {};
+    Field& found = fields_[field];
+    if (found.isAssigned || found.isDecoded) return found.own;
+    const std::string_view raw = found.raw;
+    if (!layout_.isQuoted || layout_.isWhole || raw.size() < 2 || raw.front() != '"') return raw;
+    const std::string_view inner = raw.substr(1, raw.size() - 2);
+    if (inner.find('"') == std::string_view::npos) return inner;
+    found.own.clear();
+    for (std::size_t i = 0; i < inner.size(); ++i) {
+        found.own += inner[i];
+        if (inner[i] == '"') ++i;
+    }
+    found.isDecoded = true;
+    return found.own;
+}
+
+bool Record::assign(std::size_t field, std::string_view value) {
+    if (!layout_.isQuoted || layout_.isWhole) {
+        if (value.find('\n') != std::string_view::npos) return false;
+        if (!layout_.isWhole && value.find(layout_.delimiter) != std::string_view::npos) {
+            return false;
+        }
+    }
+    while (!locate(field)) {
+        if (found_ == fields_.size()) fields_.emplace_back();
+        Field& added = fields_[found_++];
+        added.raw = {};
+        added.isAssigned = added.isDecoded = false;
+        if (found_ > field) break;
+    }
+    Field& found = fields_[field];
+    found.own.assign(value);
+    found.isAssigned = true;
+    isChanged_ = true;
+    return true;
+}
+
+void Record::writeValue(std::string_view value, std::string& out) const {
+    const char special[] = {layout_.delimiter, '"', '\n', '\r'};
+    if (!layout_.isQuoted || layout_.isWhole ||
+        value.find_first_of(std::string_view(special, sizeof special)) == std::string_view::npos) {
+        out += value;
+        return;
+    }
+    out += '"';
+    for (const char c : value) {
+        if (c == '"') out += '"';
+        out += c;
+    }
+    out += '"';
+}
+
+void Record::write(std::string& out) {
+    if (!isChanged_) {
+        out += text_;
+        return;
+    }
+    for (std::size_t i = 0; i < found_; ++i) {
+        if (i != 0) out += layout_.delimiter;
+        if (fields_[i].isAssigned) {
+            writeValue(fields_[i].own, out);
+        } else {
+            out += fields_[i].raw;
+        }
+    }
+    // What lies behind the last field looked at.
+    if (next_ <= text_.size()) {
+        out += layout_.delimiter;
+        out += text_.substr(next_);
+    }
+}
+
+}  // namespace Records

@@ -1,0 +1,111 @@
+#include "records/RecordExtension.h"
+
+#include <charconv>
+#include <stdexcept>
+
+#include "fnd/DateTime.h"
+#include "fnd/Decimal.h"
+#include "scr/HostExtension.h"
+#include "scr/Interpreter.h"
+
+namespace Records {
+namespace {
+
+std::string normalized(std::string_view name) {
+    std::string identifier(name);
+    for (char& c : identifier) {
+        const bool isWord = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                            (c >= '0' && c <= '9') || c == '_' || c == '.';
+        if (!isWord) c = '_';
+    }
+    return identifier;
+}
+
+std::size_t indexOf(SCR::FieldAlias field) { return static_cast<std::size_t>(field.id()); }
+
+void assign(CurrentRecord& current, SCR::FieldAlias field, std::string_view value) {
+    if (!current.record.assign(indexOf(field), value)) {
+        throw std::invalid_argument("the format cannot hold the value of " + field.name());
+    }
+}
+
+long toLong(const CurrentRecord& current, SCR::FieldAlias field, std::string_view text) {
+    long value = 0;
+    if (text.empty()) return value;
+    const char* const end = text.data() + text.size();
+    const char* const begin = text.data() + (text.front() == '+' && text.size() > 1 ? 1 : 0);
+    const auto [stop, error] = std::from_chars(begin, end, value);
+    if (error == std::errc() && stop == end) return value;
+    throw std::invalid_argument("field " + field.name() + " of record " +
+                                std::to_string(current.number) + " is no Long: '" +
+                                std::string(text.substr(0, 100)) + "'");
+}
+
+}  // namespace
+
+void FieldNames::add(std::string_view name) { names_.emplace(normalized(name), count_++); }
+
+long FieldNames::index(const std::string& name) const {
+    if (const auto found = names_.find(name); found != names_.end()) return found->second;
+    constexpr long maxFields = 1'000'000;
+    long number = 0;
+    const char* const end = name.data() + name.size();
+    if (name.size() < 2 || name[0] != 'f' || name[1] == '0') return -1;
+    const auto [stop, error] = std::from_chars(name.data() + 1, end, number);
+    if (error != std::errc() || stop != end || number < 1 || number > maxFields) return -1;
+    return number - 1;
+}
+
+void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
+                        const FieldNames& names) {
+    using SCR::FieldAlias;
+    SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "record");
+    if (host == nullptr) return;
+    host->fieldIds([&names](const FND::String& name) { return names.index(name); });
+    host->field(
+        "edrString", [&current](FieldAlias field) { return current.record.value(indexOf(field)); },
+        [&current](FieldAlias field, std::string_view value) { assign(current, field, value); });
+    host->field(
+        "edrLong",
+        [&current](FieldAlias field) {
+            return toLong(current, field, current.record.value(indexOf(field)));
+        },
+        [&current](FieldAlias field, long value) {
+            assign(current, field, std::to_string(value));
+        });
+    host->field(
+        "edrDecimal",
+        [&current](FieldAlias field) {
+            return FND::Decimal::fromString(current.record.value(indexOf(field)));
+        },
+        [&current](FieldAlias field, const FND::Decimal& value) {
+            assign(current, field, value.toPlainString());
+        });
+    host->field(
+        "edrDate",
+        [&current](FieldAlias field) {
+            return FND::DateTime::parse(current.record.value(indexOf(field)));
+        },
+        [&current](FieldAlias field, const FND::DateTime& value) {
+            FND::String text;
+            value.format(text);
+            assign(current, field, text);
+        });
+    host->function("edrMissingInput",
+                   [&current](FieldAlias field) { return !current.record.has(indexOf(field)); });
+    host->function("edrEmptyInput", [&current](FieldAlias field) {
+        return current.record.has(indexOf(field)) && current.record.value(indexOf(field)).empty();
+    });
+    host->function("edrDeleteField", [&current](FieldAlias field) {
+        if (current.record.has(indexOf(field))) assign(current, field, {});
+    });
+    host->function("recordDrop", [&current]() { current.isDropped = true; });
+    host->function("recordReject", [&current](std::string_view reason) {
+        current.isRejected = true;
+        current.reason = reason;
+    });
+    host->function("recordNumber", [&current]() { return current.number; });
+    host->function("recordText", [&current]() { return current.record.text(); });
+}
+
+}  // namespace Records

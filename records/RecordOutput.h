@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+
+namespace Records {
+
+/// An output file that appears complete or not at all: written under a temporary name beside it,
+/// renamed by `finish`. "-" is standard output; a device or pipe is written directly. One thread.
+class RecordOutput {
+public:
+    RecordOutput() = default;
+    RecordOutput(const RecordOutput&) = delete;
+    RecordOutput& operator=(const RecordOutput&) = delete;
+    /// Removes what was not finished.
+    ~RecordOutput();
+
+    // The following give false on failure; `error` says why then.
+
+    bool open(const std::string& path);
+    /// What the next flush writes; append whole records.
+    std::string& buffer() { return buffer_; }
+    /// Writes out the buffer when it has grown large.
+    bool settle() { return buffer_.size() < flushSizeCM || flush(); }
+    bool flush();
+    /// Flushes and, for a file, syncs and renames.
+    bool finish();
+    bool isOpen() const { return descriptor_ >= 0; }
+    const std::string& error() const { return error_; }
+
+private:
+    static constexpr std::size_t flushSizeCM = std::size_t{1} << 16;
+    bool fail();
+
+    int descriptor_ = -1;
+    std::string path_;
+    std::string temporary_;  // empty when written directly
+    std::string buffer_;
+    std::string error_;
+};
+
+}  // namespace Records

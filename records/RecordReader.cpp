@@ -1,0 +1,133 @@
+#include "records/RecordReader.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <unistd.h>
+
+namespace Records {
+namespace {
+
+constexpr std::size_t blockSizeS = std::size_t{1} << 18;
+
+enum class Quotes { Closed, Open, Wrong };
+
+// Whether every field of `text` from `at` on that begins with a quote ends with one. `isOpen`: the
+// text before left one open.
+Quotes checkQuotes(std::string_view text, std::size_t at, bool isOpen, char delimiter) {
+    while (at < text.size()) {
+        if (isOpen || text[at] == '"') {
+            if (!isOpen) ++at;
+            isOpen = false;
+            for (;; at += 2) {
+                at = text.find('"', at);
+                if (at == std::string_view::npos) return Quotes::Open;
+                if (at + 1 == text.size()) return Quotes::Closed;
+                if (text[at + 1] != '"') break;
+            }
+            if (text[++at] != delimiter) return Quotes::Wrong;
+        } else {
+            at = text.find(delimiter, at);
+            if (at == std::string_view::npos) break;
+        }
+        ++at;
+    }
+    return isOpen ? Quotes::Open : Quotes::Closed;
+}
+
+}  // namespace
+
+RecordReader::RecordReader(int descriptor, const Layout& layout, const std::atomic<bool>& stop)
+    : descriptor_(descriptor), layout_(layout), stop_(stop), buffer_(blockSizeS) {}
+
+bool RecordReader::mayWait() const {
+    return !isAtEnd_ &&
+           (begin_ == end_ || std::memchr(&buffer_[begin_], '\n', end_ - begin_) == nullptr);
+}
+
+bool RecordReader::fill(State& state) {
+    if (isAtEnd_) return false;
+    if (begin_ != 0) {
+        std::memmove(buffer_.data(), &buffer_[begin_], end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+    }
+    if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
+    while (!stop_) {
+        const ssize_t count = read(descriptor_, &buffer_[end_], buffer_.size() - end_);
+        if (count > 0) {
+            end_ += static_cast<std::size_t>(count);
+            return true;
+        }
+        if (count == 0) {
+            isAtEnd_ = true;
+            return false;
+        }
+        if (errno != EINTR) {
+            state = State::Failed;
+            return false;
+        }
+    }
+    state = State::Interrupted;
+    return false;
+}
+
+RecordReader::State RecordReader::next() {
+    if (stop_) return State::Interrupted;
+    std::size_t scanned = 0;   // bytes of the record that hold no line end still to be looked at
+    std::size_t openFrom = 0;  // where the line begins on which a quote is still open
+    std::size_t firstEnd = 0;
+    std::int64_t lines = 0;
+    State state = State::Record;
+    for (;;) {
+        const char* const begin = buffer_.data() + begin_;
+        const void* const found = begin_ + scanned < end_
+                                      ? std::memchr(begin + scanned, '\n', end_ - begin_ - scanned)
+                                      : nullptr;
+        if (found == nullptr) {
+            scanned = end_ - begin_;
+            if (fill(state)) continue;
+            if (state != State::Record) return state;
+            if (begin_ == end_) return State::End;
+        }
+        std::size_t size = end_ - begin_;
+        std::size_t endSize = 0;
+        const char* const start = buffer_.data() + begin_;
+        if (found != nullptr) {
+            size = static_cast<std::size_t>(static_cast<const char*>(found) - start);
+            endSize = 1;
+            if (size != 0 && start[size - 1] == '\r') {
+                --size;
+                ++endSize;
+            }
+        }
+        ++lines;
+        if (lines == 1) firstEnd = size + endSize;
+        line_ = nextLine_;
+        text_ = std::string_view(start, size);
+        lineEnd_ = std::string_view(start + size, endSize);
+        if (layout_.isQuoted && !layout_.isWhole && size != 0 &&
+            std::memchr(start, '"', size) != nullptr) {
+            const Quotes quotes = checkQuotes(text_, openFrom, openFrom != 0, layout_.delimiter);
+            if (quotes == Quotes::Open && found != nullptr && size < maxQuotedCM) {
+                scanned = openFrom = size + endSize;
+                continue;
+            }
+            if (quotes != Quotes::Closed) {
+                reason_ = quotes == Quotes::Open ? "a quote is not closed"
+                                                 : "text follows a closing quote";
+                state = State::Malformed;
+                text_ = std::string_view(start, firstEnd);
+                const std::size_t bare = text_.find_last_not_of("\r\n") + 1;
+                lineEnd_ = text_.substr(bare);
+                text_ = text_.substr(0, bare);
+                lines = 1;
+            }
+        }
+        begin_ += text_.size() + lineEnd_.size();
+        nextLine_ += lines;
+        return state;
+    }
+}
+
+}  // namespace Records

@@ -1,0 +1,235 @@
+// Holds the cutting of text into records, the access to fields and whole jobs against tables.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "records/Record.h"
+#include "records/RecordJob.h"
+#include "records/RecordReader.h"
+#include "scr/Interpreter.h"
+#include "scr/Log.h"
+
+namespace {
+
+using Records::Layout;
+using Records::Record;
+using Records::RecordReader;
+using namespace std::string_literals;
+
+constexpr Layout csvS{',', true, false};
+constexpr Layout tsvS{'\t', false, false};
+constexpr Layout linesS{',', false, true};
+
+struct QuietLog : SCR::Log {
+    void log(const FND::String& message, FND::Status::Severity /*severity*/) override {
+        text += message + "\n";
+    }
+    std::string text;
+};
+
+/// A file of the given text, removed at the end.
+class InputFile {
+public:
+    explicit InputFile(const std::string& text) {
+        const int file = mkstemp(path_.data());
+        if (file >= 0) close(file);
+        std::ofstream(path_, std::ios::binary) << text;
+    }
+    ~InputFile() { std::filesystem::remove(path_); }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_ = (std::filesystem::temp_directory_path() / "kestrel-rec-XXXXXX").string();
+};
+
+std::string shown(const std::string& text) { return testing::PrintToString(text); }
+
+// The records of `text`, each in "[...]", malformed ones in "!...!", with their lines before.
+std::string cut(const Layout& layout, const std::string& text) {
+    const InputFile input(text);
+    std::FILE* const file = std::fopen(input.path().c_str(), "rb");
+    const std::atomic<bool> stop{false};
+    RecordReader reader(fileno(file), layout, stop);
+    std::string all;
+    for (;;) {
+        const RecordReader::State state = reader.next();
+        if (state != RecordReader::State::Record && state != RecordReader::State::Malformed) break;
+        const bool isGood = state == RecordReader::State::Record;
+        all += std::to_string(reader.line()) + (isGood ? "[" : "!");
+        all += std::string(reader.text()) + (isGood ? "]" : "!");
+    }
+    std::fclose(file);
+    return all;
+}
+
+TEST(Records, TextIsCutIntoRecords) {
+    const struct {
+        Layout layout;
+        std::string text, expected;
+    } rows[] = {
+        {csvS, "", ""},
+        {csvS, "\n", "1[]"},
+        {csvS, "a,b\nc", "1[a,b]2[c]"},
+        {csvS, "a\r\nb\r\n", "1[a]2[b]"},
+        {csvS, "\"a\nb\",c\nd\n", "1[\"a\nb\",c]3[d]"},
+        {csvS, "\"a\"\"\r\n\"\"b\"\nd", "1[\"a\"\"\r\n\"\"b\"]3[d]"},
+        {csvS, "x,\"1\n2\",\"3\n4\"\nd", "1[x,\"1\n2\",\"3\n4\"]4[d]"},
+        {csvS, "a \"quoted\" word,b\nc", "1[a \"quoted\" word,b]2[c]"},
+        {csvS, "\"a\"b,c\nd\n", "1!\"a\"b,c!2[d]"},
+        {csvS, "a,\"b\nc\nd", "1!a,\"b!2[c]3[d]"},
+        {csvS, "\"a\nb\"c\nd", "1!\"a!2[b\"c]3[d]"},
+        {csvS, "\"", "1!\"!"},
+        {csvS, "a\0b,c\n\0"s, "1[a\0b,c]2[\0]"s},
+        {tsvS, "\"a\tb\n\"\n", "1[\"a\tb]2[\"]"},
+        {linesS, "a,\"b\nc", "1[a,\"b]2[c]"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(cut(row.layout, row.text), row.expected) << shown(row.text);
+    // Records longer than the reader's first buffer.
+    const std::string big(1'000'000, 'x');
+    EXPECT_EQ(cut(csvS, big + "\n\"" + big + "\n\",y\n"), "1[" + big + "]2[\"" + big + "\n\",y]");
+}
+
+TEST(Records, FieldsAreReadAndWrittenInPlace) {
+    const struct {
+        Layout layout;
+        std::string text;
+        std::size_t field;
+        bool exists;
+        std::string value;
+        std::string written;  // after the field was given the value: N, "
+    } rows[] = {
+        {csvS, "a,b,c", 0, true, "a", "\"N,\"\"\",b,c"},
+        {csvS, "a,b,c", 2, true, "c", "a,b,\"N,\"\"\""},
+        {csvS, "a,,c", 1, true, "", "a,\"N,\"\"\",c"},
+        {csvS, "a,", 1, true, "", "a,\"N,\"\"\""},
+        {csvS, "a", 2, false, "", "a,,\"N,\"\"\""},
+        {csvS, "", 0, true, "", "\"N,\"\"\""},
+        {csvS, "\"a,1\",\"b\"\"2\"", 0, true, "a,1", "\"N,\"\"\",\"b\"\"2\""},
+        {csvS, "\"a,1\",\"b\"\"2\"", 1, true, "b\"2", "\"a,1\",\"N,\"\"\""},
+        {csvS, "\"\",x", 0, true, "", "\"N,\"\"\",x"},
+        {tsvS, "\"a\tb", 0, true, "\"a", "N,\"\tb"},
+        {linesS, "a,b", 0, true, "a,b", "N,\""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text + " " + std::to_string(row.field));
+        Record record(row.layout);
+        record.take("some,other,fields,before");
+        record.assign(1, "x");
+        record.take(row.text);
+        EXPECT_EQ(record.has(row.field), row.exists);
+        EXPECT_EQ(record.value(row.field), row.value);
+        std::string out;
+        record.write(out);
+        EXPECT_EQ(out, row.text);
+        EXPECT_TRUE(record.assign(row.field, "N,\""));
+        EXPECT_EQ(record.value(row.field), "N,\"");
+        out.clear();
+        record.write(out);
+        EXPECT_EQ(out, row.written);
+    }
+    Record record(tsvS);
+    record.take("a\tb");
+    EXPECT_FALSE(record.assign(0, "x\ty"));
+    EXPECT_FALSE(record.assign(0, "x\ny"));
+    EXPECT_EQ(record.value(0), "a");
+}
+
+TEST(Records, JobsAccountForEveryRecord) {
+    using End = Records::RecordJob::End;
+    const std::string damaged = "id,dest,cost\n1,49,2.50\n2,\"4\"9,1\n3,33,x\n4,,7\n5,49,1.25";
+    const struct {
+        std::string script, where, input, output, rejects;
+        Records::Counts counts;
+        End end;
+    } rows[] = {
+        {"edrLong(id) = edrLong(id) * 10;",
+         "",
+         "id\r\n1\r\n2\r\n",
+         "id\r\n10\r\n20\r\n",
+         "",
+         {2, 2, 0, 0},
+         End::Done},
+        {"if (edrEmptyInput(dest)) recordDrop(); if (edrString(cost) == \"x\") "
+         "recordReject(\"no cost\"); edrDecimal(cost) = edrDecimal(cost) * 2;",
+         "",
+         damaged,
+         "id,dest,cost\n1,49,5.00\n5,49,2.50\n",
+         ":3: text follows a closing quote\t2,\"4\"9,1\n:4: no cost\t3,33,x\n",
+         {5, 2, 1, 2},
+         End::Done},
+        {"edrString(f2) = \"\";",
+         "edrString(dest) == \"49\"",
+         "id,dest\n1,49\n2,33\n",
+         "id,dest\n1,\n",
+         "",
+         {2, 1, 1, 0},
+         End::Done},
+        {"", "", "", "", "", {0, 0, 0, 0}, End::Done},
+        {"edrString(nosuch) = \"\";", "", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
+        {"", "edrLong(id)", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script + " on " + row.input);
+        const InputFile input(row.input), output(""), rejects("");
+        Records::JobOptions options;
+        options.input = input.path();
+        options.output = output.path();
+        options.rejects = rejects.path();
+        options.where = row.where;
+        options.hasHeader = true;
+        const std::atomic<bool> stop{false};
+        QuietLog log;
+        Records::RecordJob job(options, stop);
+        {
+            SCR::Interpreter interpreter(&log);
+            EXPECT_EQ(job.run(interpreter, log, [&] { return interpreter.compile(row.script); }),
+                      row.end)
+                << log.text << job.error();
+        }
+        const auto contents = [](const InputFile& file) {
+            std::ifstream stream(file.path(), std::ios::binary);
+            return std::string{std::istreambuf_iterator<char>(stream), {}};
+        };
+        EXPECT_EQ(contents(output), row.output) << log.text;
+        std::string rejected = contents(rejects);
+        for (std::size_t at; (at = rejected.find(input.path())) != std::string::npos;) {
+            rejected.erase(at, input.path().size());
+        }
+        EXPECT_EQ(rejected, row.rejects);
+        const Records::Counts& counts = job.counts();
+        EXPECT_EQ(counts.read, row.counts.read);
+        EXPECT_EQ(counts.written, row.counts.written);
+        EXPECT_EQ(counts.dropped, row.counts.dropped);
+        EXPECT_EQ(counts.rejected, row.counts.rejected);
+        EXPECT_EQ(counts.read, counts.written + counts.dropped + counts.rejected);
+    }
+}
+
+TEST(Records, NoPartOfAFileAppearsWhenTheJobStops) {
+    const InputFile input("1\n2\n");
+    Records::JobOptions options;
+    options.input = input.path();
+    options.output = input.path() + ".out";
+    const std::atomic<bool> stop{true};
+    QuietLog log;
+    {
+        Records::RecordJob job(options, stop);
+        SCR::Interpreter interpreter(&log);
+        EXPECT_EQ(job.run(interpreter, log, [&] { return interpreter.compile(""); }),
+                  Records::RecordJob::End::Interrupted);
+    }
+    const std::string folder = std::filesystem::path(input.path()).parent_path().string();
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        EXPECT_FALSE(entry.path().string().starts_with(options.output)) << entry.path();
+    }
+}
+
+}  // namespace
