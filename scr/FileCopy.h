@@ -1,16 +1,15 @@
 #pragma once
 
-#include <functional>
-
 #include "fnd/String.h"
 
 namespace SCR {
 
+class RunControl;
+
 /// Copies the file `source` to `target`, which is made, or emptied if it exists. False when that
 /// fails, be it as the copy is closed; what was written by then stays. `source` is left alone when
-/// both names are of one file, and `target` when `source` cannot be read. `ask` is called between
-/// pieces of the copy and may throw to give up.
-bool copyFile(const FND::String& source, const FND::String& target,
-              const std::function<void()>& ask);
+/// both names are of one file, and `target` when `source` cannot be read. It is given up when the
+/// script of `control` has to stop.
+bool copyFile(const FND::String& source, const FND::String& target, const RunControl& control);
 
 }  // namespace SCR

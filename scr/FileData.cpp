@@ -4,13 +4,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "scr/PipeGuard.h"
 #include "scr/Variable.h"
 
 namespace SCR {
 
-bool FileData::open(const FND::String& name, const FND::String& mode) {
-    return variable_->open(name, mode);
+bool FileData::open(const FND::String& name, const FND::String& mode, const RunControl* control) {
+    return variable_->open(name, mode, control);
 }
 
 void FileData::close() { variable_->close(); }
@@ -18,9 +17,7 @@ void FileData::close() { variable_->close(); }
 bool FileData::isOpen() const { return variable_->stream() != nullptr; }
 
 bool FileData::writeString(const FND::String& text) {
-    if (!isOpen()) return false;
-    const PipeGuard guard(variable_->isPipe());
-    return std::fwrite(text.data(), text.size(), 1, variable_->stream()) == 1;
+    return isOpen() && std::fwrite(text.data(), text.size(), 1, variable_->stream()) == 1;
 }
 
 bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
@@ -57,18 +54,12 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
 
 bool FileData::eof() const { return !isOpen() || std::feof(variable_->stream()) != 0; }
 
-bool FileData::flush() {
-    if (!isOpen()) return false;
-    const PipeGuard guard(variable_->isPipe());
-    return std::fflush(variable_->stream()) == 0;
-}
+bool FileData::flush() { return isOpen() && std::fflush(variable_->stream()) == 0; }
 
 std::int64_t FileData::tell() const { return isOpen() ? ftello(variable_->stream()) : -1; }
 
 bool FileData::seek(long offset) {
-    if (offset < 0 || !isOpen()) return false;
-    const PipeGuard guard(variable_->isPipe());
-    return fseeko(variable_->stream(), offset, SEEK_SET) == 0;
+    return offset >= 0 && isOpen() && fseeko(variable_->stream(), offset, SEEK_SET) == 0;
 }
 
 }  // namespace SCR

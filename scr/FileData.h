@@ -8,6 +8,7 @@
 namespace SCR {
 
 class FileVariable;
+class RunControl;
 
 /// Links a file function to the File variable that it works on; the variable is not owned. It has
 /// no value and is never executed.
@@ -15,10 +16,11 @@ class KESTREL_API FileData final : public Node {
 public:
     explicit FileData(FileVariable* variable) : variable_(variable) {}
 
-    /// Closes the stream held, then opens `name` with the C stream mode `mode`, which is checked as
-    /// `FileVariable::open` says. True when a stream is open now. errno is cleared before and tells
-    /// the cause after a failure.
-    bool open(const FND::String& name, const FND::String& mode);
+    /// Closes the stream held, then opens `name` with the C stream mode `mode`;
+    /// `FileVariable::open` tells more of that and of `control`. True when a stream is open now.
+    /// errno is cleared before and tells the cause after a failure.
+    bool open(const FND::String& name, const FND::String& mode,
+              const RunControl* control = nullptr);
     /// Closes the stream if one is open.
     void close();
     bool isOpen() const;

@@ -63,6 +63,11 @@ void RunControl::ask(const Node* place) {
     }
 }
 
+bool RunControl::mustStop() const {
+    return interrupted_.load(std::memory_order_relaxed) ||
+           (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_);
+}
+
 void RunControl::stopAtStackEnd(const Node* place) {
     stop(place, "calls are nested too deep for the stack");
 }

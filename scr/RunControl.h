@@ -75,6 +75,10 @@ public:
     /// Stops the script now if it has to stop; for built-ins that wait or work for long, which ask
     /// several times a second. `place` is their node.
     void ask(const Node* place);
+    /// Whether `ask` would stop the script.
+    bool mustStop() const;
+    /// Whether script code is running.
+    bool isRunning() const { return depth_ > 0; }
 
     /// Makes the running script stop soon, or the next one to run when none is running. Any thread.
     void interrupt() { interrupted_.store(true, std::memory_order_relaxed); }

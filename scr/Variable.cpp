@@ -6,7 +6,7 @@
 #include <stdio_ext.h>
 #include <sys/stat.h>
 
-#include "scr/PipeGuard.h"
+#include "scr/WaitingFile.h"
 
 namespace SCR {
 
@@ -43,12 +43,8 @@ FileVariable::~FileVariable() { close(); }
 
 Variable* FileVariable::clone() const { return new FileVariable; }
 
-void FileVariable::stream(std::FILE* stream) {
-    stream_ = stream;
-    isPipe_ = false;
-}
-
-bool FileVariable::open(const FND::String& name, const FND::String& mode) {
+bool FileVariable::open(const FND::String& name, const FND::String& mode,
+                        const RunControl* control) {
     close();
     errno = 0;
     FND::String checked;
@@ -56,14 +52,16 @@ bool FileVariable::open(const FND::String& name, const FND::String& mode) {
         errno = EINVAL;
         return false;
     }
-    stream(std::fopen(name.c_str(), checked.c_str()));
+    struct stat status {};
+    const bool mayWait =
+        stat(name.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+    errno = 0;
+    stream_ = mayWait ? WaitingFile::openStream(name.c_str(), checked.c_str(), control)
+                      : std::fopen(name.c_str(), checked.c_str());
     if (stream_ == nullptr) return false;
     // Only this variable uses the stream.
     __fsetlocking(stream_, FSETLOCKING_BYCALLER);
-    struct stat status {};
-    if (fstat(fileno(stream_), &status) != 0) return true;
-    isPipe_ = S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
-    if (S_ISREG(status.st_mode)) {
+    if (!mayWait) {
         if (!buffer_) buffer_.reset(new (std::nothrow) char[bufferSizeS]);
         if (buffer_) std::setvbuf(stream_, buffer_.get(), _IOFBF, bufferSizeS);
     }
@@ -72,9 +70,8 @@ bool FileVariable::open(const FND::String& name, const FND::String& mode) {
 
 void FileVariable::close() {
     if (stream_ == nullptr) return;
-    const PipeGuard guard(isPipe_);
     std::fclose(stream_);
-    stream(nullptr);
+    stream_ = nullptr;
 }
 
 }  // namespace SCR

@@ -12,6 +12,8 @@
 
 namespace SCR {
 
+class RunControl;
+
 /// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
 /// function, interpreter, extension) or by the container that cloned it. Its value persists from
 /// one execution to the next. One thread at a time; constants may be read by any number.
@@ -118,23 +120,23 @@ public:
     /// The stream, or null when closed.
     std::FILE* stream() const { return stream_; }
     /// Replaces the handle without closing the one held before.
-    void stream(std::FILE* stream);
+    void stream(std::FILE* stream) { stream_ = stream; }
 
     /// Opens the file `name` with the C stream mode `mode`, in place of the stream held, which is
     /// closed. False, with errno set, when that fails, and for a mode that is not made of one of
     /// "r", "w" and "a" and at most five of "+", "b", "t", "x", "c" and "e". Programs that the
     /// process starts do not inherit the file.
-    bool open(const FND::String& name, const FND::String& mode);
+    ///
+    /// Where opening or using the file keeps the script of `control` waiting, as a pipe may, that
+    /// fails once the script has to stop. `control` must outlive the stream; without one the
+    /// stream waits as any does.
+    bool open(const FND::String& name, const FND::String& mode,
+              const RunControl* control = nullptr);
     /// Writes out what is buffered and closes the stream, if one is held.
     void close();
 
-    /// Whether the stream is a pipe or socket, which may lack a reader; known of those that `open`
-    /// opened.
-    bool isPipe() const { return isPipe_; }
-
 private:
     std::FILE* stream_ = nullptr;
-    bool isPipe_ = false;
     std::unique_ptr<char[]> buffer_;  // of the stream, if it is that of a regular file
 };
 

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -45,6 +46,9 @@ std::string temporaryFile() {
 }
 
 TEST(Waiting, AnInterruptionEndsEveryWait) {
+    const std::string pipe = temporaryFile();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string opened = "File f; fileOpen(f, \"" + pipe + "\", \"r+\");";
     const std::string shellMark = "31415.9" + std::to_string(getpid());
     const std::string scripts[] = {
         "sleep(1000000);",
@@ -56,6 +60,14 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
         "Long m = mutexCreate(); mutexAcquire(m); mutexAcquire(m);",
         "fileCopy(\"/dev/zero\", \"/dev/null\");",
         "File f; fileOpen(f, \"/dev/null\", \"w\"); fileWriteLong(f, 1, 9223372036854775807);",
+        "File f; fileOpen(f, \"" + pipe + "\", \"w\");",
+        "File f; String s; fileOpen(f, \"" + pipe + "\", \"r\"); fileReadLine(f, s, 9);",
+        opened + "String s; fileWriteStr(f, \"half\"); fileReadLine(f, s, 9);",
+        opened + "fileWriteStr(f, strPad(\"\", \"x\", 200000, true));",
+        opened + "fileWriteStr(f, strPad(\"\", \"x\", 65540, true)); fileClose(f);",
+        "fileCopy(\"" + pipe + "\", \"/dev/null\");",
+        "fileCopy(\"/dev/null\", \"" + pipe + "\");",
+        opened + "fileCopy(\"/dev/zero\", \"" + pipe + "\");",
     };
     const std::size_t filesBefore = openFiles();
     for (const std::string& script : scripts) {
@@ -80,6 +92,7 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
     EXPECT_FALSE(isRunning(shellMark));
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
     EXPECT_EQ(openFiles(), filesBefore);
+    fs::remove(pipe);
 }
 
 TEST(Waiting, TheTimeLimitHoldsInEveryWait) {

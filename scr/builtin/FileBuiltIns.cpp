@@ -14,20 +14,30 @@ namespace SCR {
 
 namespace {
 
+// Gives `isDone`. What failed may have waited in vain until the script had to stop, which it does
+// here then.
+bool orStop(Interpreter& interpreter, const Node* place, bool isDone) {
+    if (!isDone) interpreter.runControl().ask(place);
+    return isDone;
+}
+
 struct FileOpen final : BuiltInNode<FileOpen, BoolType(FileType, StringType, StringType)> {
-    static bool value(Interpreter& /*interpreter*/, FileData& file, const FND::String& name,
-                      const FND::String& mode) {
-        return file.open(name, mode);
+    bool value(Interpreter& interpreter, FileData& file, const FND::String& name,
+               const FND::String& mode) {
+        return orStop(interpreter, this, file.open(name, mode, &interpreter.runControl()));
     }
 };
 
 struct FileClose final : BuiltInNode<FileClose, VoidType(FileType)> {
-    static void value(Interpreter& /*interpreter*/, FileData& file) { file.close(); }
+    void value(Interpreter& interpreter, FileData& file) {
+        file.close();
+        interpreter.runControl().ask(this);
+    }
 };
 
 struct FileWriteString final : BuiltInNode<FileWriteString, BoolType(FileType, StringType)> {
-    static bool value(Interpreter& /*interpreter*/, FileData& file, const FND::String& text) {
-        return file.writeString(text);
+    bool value(Interpreter& interpreter, FileData& file, const FND::String& text) {
+        return orStop(interpreter, this, file.writeString(text));
     }
 };
 
@@ -46,22 +56,23 @@ public:
         const char filling = isFilled ? fill->front() : ' ';
         const bool isLeft = left.value_or(false);
         if (rest > longestPaddingCM) {
-            return isLeft ? write(file, digits) && pad(interpreter, file, filling, rest)
-                          : pad(interpreter, file, filling, rest) && write(file, digits);
+            return isLeft
+                       ? write(interpreter, file, digits) && pad(interpreter, file, filling, rest)
+                       : pad(interpreter, file, filling, rest) && write(interpreter, file, digits);
         }
         text_ = digits;
         if (rest > 0) {
             text_.insert(isLeft ? text_.size() : 0, static_cast<std::size_t>(rest), filling);
         }
-        return file.writeString(text_);
+        return orStop(interpreter, this, file.writeString(text_));
     }
 
 private:
     static constexpr long longestPaddingCM = 4096;
 
-    bool write(FileData& file, std::string_view text) {
+    bool write(Interpreter& interpreter, FileData& file, std::string_view text) {
         text_ = text;
-        return file.writeString(text_);
+        return orStop(interpreter, this, file.writeString(text_));
     }
 
     // In pieces: `count` may be any number.
@@ -69,9 +80,10 @@ private:
         while (count > 0) {
             const long length = std::min(count, longestPaddingCM);
             text_.assign(static_cast<std::size_t>(length), filling);
-            if (!file.writeString(text_)) return false;
-            count -= length;
+            const bool isWritten = file.writeString(text_);
             interpreter.runControl().ask(this);
+            if (!isWritten) return false;
+            count -= length;
         }
         return true;
     }
@@ -87,7 +99,7 @@ struct FileReadLine final
         const long granted = interpreter.limits().string;
         if (maxLength > granted) maxLength = granted + 1;
         const FND::String* const line = file.nextLine(static_cast<unsigned long>(maxLength));
-        if (line == nullptr) return false;
+        if (!orStop(interpreter, this, line != nullptr)) return false;
         interpreter.runControl().checkString(this, line->size());
         return out.set(*line);
     }
@@ -110,7 +122,9 @@ struct FileDelete final : BuiltInNode<FileDelete, BoolType(StringType)> {
 };
 
 struct FileFlush final : BuiltInNode<FileFlush, BoolType(FileType)> {
-    static bool value(Interpreter& /*interpreter*/, FileData& file) { return file.flush(); }
+    bool value(Interpreter& interpreter, FileData& file) {
+        return orStop(interpreter, this, file.flush());
+    }
 };
 
 struct FileRename final : BuiltInNode<FileRename, BoolType(StringType, StringType)> {
@@ -122,8 +136,7 @@ struct FileRename final : BuiltInNode<FileRename, BoolType(StringType, StringTyp
 
 struct FileCopy final : BuiltInNode<FileCopy, BoolType(StringType, StringType)> {
     bool value(Interpreter& interpreter, const FND::String& source, const FND::String& target) {
-        return copyFile(source, target,
-                        [this, &interpreter] { interpreter.runControl().ask(this); });
+        return orStop(interpreter, this, copyFile(source, target, interpreter.runControl()));
     }
 };
 
@@ -132,8 +145,8 @@ struct FileTell final : BuiltInNode<FileTell, LongType(FileType)> {
 };
 
 struct FileSeek final : BuiltInNode<FileSeek, BoolType(FileType, LongType)> {
-    static bool value(Interpreter& /*interpreter*/, FileData& file, long position) {
-        return file.seek(position);
+    bool value(Interpreter& interpreter, FileData& file, long position) {
+        return orStop(interpreter, this, file.seek(position));
     }
 };
 
@@ -148,7 +161,7 @@ constexpr BuiltIn fileBuiltInsS[] = {
          "and write, or any other mode of C's fopen: one of these letters and at most five of "
          "\"+\", \"b\", \"t\", \"x\", \"c\" and \"e\". A file stays open until it is closed or "
          "the script's variable goes. Both texts end at their first NUL. A named pipe is waited "
-         "for until its other end is opened.",
+         "for: as it is opened for writing until it is opened for reading, and as it is read.",
      .example = R"(File f; fileOpen(f, "lines.txt", "w") and fileWriteStr(f, "one\n"))"},
     {.number = 97,
      .signature = "Void fileClose(File file)",
