@@ -11,6 +11,14 @@
 
 namespace FSM {
 
+namespace {
+
+// Serialises all parsing of patterns in the process: the parser works on a stack of parts and an
+// error text that all engines share.
+constinit std::mutex parserLockS;
+
+}  // namespace
+
 std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths) {
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
@@ -19,7 +27,7 @@ std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths) {
 
 std::unique_ptr<EnginePart> PatternList::parse(const FND::String& pattern,
                                                unsigned long pathNumber) {
-    std::lock_guard<std::mutex> guard(parserLockG);
+    std::lock_guard<std::mutex> guard(parserLockS);
     FSM_FlexLexer scanner(pattern);
     if (FSM_parse(scanner) != 0) {
         error_ = EnginePart::errorTextCM;

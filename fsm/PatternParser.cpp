@@ -43,8 +43,6 @@ bool repeatPart(int minimum, int maximum) {
 
 }  // namespace FSM
 
-// Never destroyed: a host may parse patterns while the process ends.
-std::mutex& parserLockG = *new std::mutex;
 int FSM_debug = 0;
 
 int fsm_lex(int* value, FSM_FlexLexer& scanner) { return scanner.yylex(*value); }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/MultiEngine.h"
@@ -48,6 +49,43 @@ TEST(FsmGroup, InfixesOfLongTexts) {
     EXPECT_EQ(processed(group, text + "?"), (Paths{20, 26, 38}));
     EXPECT_EQ(processed(group, text + "\n"), (Paths{3, 24, 30, 42}));
     EXPECT_EQ(processed(group, std::string("x")), Paths{3});
+}
+
+// Lists with many wild-card tails, which a group keeps apart, and other patterns among them.
+TEST(FsmGroup, TailsAmongRandomPatterns) {
+    reference::RandomPatterns random(5);
+    int listsApart = 0;
+    for (int round = 0; round < 150; ++round) {
+        EngineGroup group;
+        std::vector<reference::Pattern> patterns;
+        std::string all;
+        auto insert = [&](const std::string& pattern) {
+            ASSERT_TRUE(group.insertPattern(pattern)) << pattern;
+            patterns.push_back(std::move(*reference::Parser::parse(pattern)));
+            all.append(pattern).append("  ");
+        };
+        const char* const heads[] = {".*", ".*", ".*", "[^a]*", "(.|\n)*", "!.*", "a|.*"};
+        const char* const tails[] = {".*", ".*", ".*", ".+", ".*.*", ".*|b", "(.|\n)*"};
+        for (int i = 0; i < 14; ++i) {
+            std::string pattern = heads[random.below(std::size(heads))];
+            for (std::size_t n = random.below(3) + 2; n > 0; --n) {
+                pattern += "abcabcabc\n"[random.below(10)];
+            }
+            insert(pattern.append(tails[random.below(std::size(tails))]));
+            if (random.below(5) == 0) insert(random.below(2) == 0 ? "!a" : "b*");
+        }
+        ASSERT_TRUE(group.finalSetup()) << group.error();
+        listsApart += group.partCount() == 1 && !FSM::analyse(group).has_value();
+        for (int i = 0; i < 200; ++i) {
+            std::string text;
+            for (std::size_t n = random.below(40); n > 0; --n) {
+                text += "abcabcabcabcd\n"[random.below(14)];
+            }
+            ASSERT_EQ(processed(group, text), reference::report(patterns, text))
+                << all << "and " << testing::PrintToString(text);
+        }
+    }
+    EXPECT_GT(listsApart, 100);
 }
 
 TEST(FsmGroup, LeavesOnlyWhenAllPartsAreLeft) {

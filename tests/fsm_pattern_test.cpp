@@ -100,7 +100,6 @@ TEST(FsmParser, Errors) {
         {setOf(9995), 0, ""},
         {setOf(9996), 2, "parser stack overflow near ]"},
     };
-    std::lock_guard<std::mutex> guard(parserLockG);
     for (const Case& c : cases) {
         FSM_FlexLexer scanner(c.pattern);
         EXPECT_EQ(FSM_parse(scanner), c.result) << c.pattern.substr(0, 40);
@@ -147,7 +146,6 @@ TEST(FsmEnginePart, Sets) {
 TEST(FsmEnginePart, EndsStayClosed) {
     const char* const patterns[] = {"",          "a*",    "(a+)+b",     "(a|)*",    "a{0,3}(b*|c)?",
                                     "(a?){2,3}", "(){3}", "((a*){0})*", "[^a]{0,1}"};
-    std::lock_guard<std::mutex> guard(parserLockG);
     for (const char* pattern : patterns) {
         FSM_FlexLexer scanner{std::string(pattern)};
         ASSERT_EQ(FSM_parse(scanner), 0) << pattern;
