@@ -45,23 +45,27 @@ bool Interpreter::compile(const FND::String& text) {
 bool Interpreter::check(const FND::String& text) { return compileScript(text); }
 
 bool Interpreter::compileScript(const FND::String& text) {
-    return contain(*this, [&] {
+    isCompiled_ = contain(*this, [&] {
         discardScript();
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
         FND::String expanded;
-        if (!expand(text, expanded)) return false;
-        if (!SCR_parseScript(*this, expanded)) return false;
-        isCompiled_ = true;
-        return true;
+        return expand(text, expanded) && SCR_parseScript(*this, expanded);
     });
+    // What a failed compile leaves is built in part only; nothing may be bound to it.
+    if (!isCompiled_) discardScript();
+    scriptPlaces_ = places_.size();
+    return isCompiled_;
 }
 
 void Interpreter::discardScript() {
+    // A query may use the script's variables and functions.
+    query_.reset();
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
     places_.clear();
+    scriptPlaces_ = 0;
     compiledLines_ = 0;
     isCompiled_ = false;
     runsEnd_ = false;
@@ -85,6 +89,7 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
 
 bool Interpreter::compileQuery(const FND::String& text) {
     query_.reset();
+    places_.truncate(scriptPlaces_);
     return contain(*this, [&] { return SCR_parseQuery(*this, text, query_); });
 }
 

@@ -44,10 +44,11 @@ public:
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end.
     bool check(const FND::String& text);
     /// Compiles a list of conditions, each ended by ";", and hands them to `target` one by one.
-    /// False, after a message, when one does not compile; those before it were handed over.
+    /// False, after a message, when one does not compile; those before it were handed over. They
+    /// may use what the script compiled before declares, and must be gone before the next one.
     bool compileConditions(const FND::String& text, CompareInterface& target);
     /// Compiles one expression of type Bool, without includes, and keeps it for `evaluateQuery`.
-    /// False after a message, and no query is kept then.
+    /// False after a message, and no query is kept then. Compiling a script drops the query.
     bool compileQuery(const FND::String& text);
 
     /// Executes the compiled script once. True when it ran to its end; false when a top-level
@@ -141,6 +142,7 @@ private:
     std::unique_ptr<BoolNode> query_;
     std::vector<FND::String> includePath_;
     PlaceTable places_;
+    std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
     RunControl runControl_;
 };
 

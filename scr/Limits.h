@@ -34,7 +34,8 @@ struct Limits {
     /// Bytes of a script with all its includes. A larger one does not compile.
     std::int64_t source = std::int64_t{256} << 20;
     /// States of the automaton of one regular-expression switch. A switch that needs more is split
-    /// over several, of that many states together; one that needs more still does not compile.
+    /// over several of at most that many states each; one that needs many times more does not
+    /// compile.
     std::int64_t states = 131'072;
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 
 namespace SCR {
 
@@ -13,27 +14,33 @@ void PlaceTable::add(const Node* node, const FND::String& file, int line) {
         if (known == files_.end()) files_.push_back(file);
     }
     places_.push_back({node, actFile_, line});
-    isSorted_ = false;
 }
 
 void PlaceTable::clear() {
-    places_.clear();
-    places_.shrink_to_fit();
+    std::vector<Place>().swap(places_);
+    std::vector<Place>().swap(byNode_);
     files_.clear();
     actFile_ = 0;
-    isSorted_ = true;
+}
+
+void PlaceTable::truncate(std::size_t count) {
+    if (count >= places_.size()) return;
+    places_.resize(count);
+    byNode_.clear();
 }
 
 const PlaceTable::Place* PlaceTable::find(const Node* node) const {
     const auto before = [](const Place& a, const Place& b) {
         return std::less<const Node*>()(a.node, b.node);
     };
-    if (!isSorted_) {
-        std::stable_sort(places_.begin(), places_.end(), before);
-        isSorted_ = true;
+    if (byNode_.size() != places_.size()) {
+        byNode_ = places_;
+        std::stable_sort(byNode_.begin(), byNode_.end(), before);
     }
-    const auto found = std::lower_bound(places_.begin(), places_.end(), Place{node, 0, 0}, before);
-    return found != places_.end() && found->node == node ? &*found : nullptr;
+    // A node may have the address of one that was recorded and destroyed before.
+    const auto after = std::upper_bound(byNode_.begin(), byNode_.end(), Place{node, 0, 0}, before);
+    if (after == byNode_.begin() || std::prev(after)->node != node) return nullptr;
+    return &*std::prev(after);
 }
 
 FND::String PlaceTable::prefix(const Node* node) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -23,8 +24,11 @@ public:
     /// Records that `node` stands in line `line` of `file` (empty for the main text).
     void add(const Node* node, const FND::String& file, int line);
     void clear();
+    /// The number of records, and dropping those made after there were `count`.
+    std::size_t size() const { return places_.size(); }
+    void truncate(std::size_t count);
 
-    /// The place of `node`, or null when it is not recorded.
+    /// The place of `node`, the last one recorded, or null when it is not recorded.
     const Place* find(const Node* node) const;
     /// The name of a place's file; empty for the main text.
     const FND::String& fileName(const Place& place) const { return files_[place.file]; }
@@ -32,8 +36,8 @@ public:
     FND::String prefix(const Node* node) const;
 
 private:
-    mutable std::vector<Place> places_;  // sorted by node at the first look-up
-    mutable bool isSorted_ = true;
+    std::vector<Place> places_;          // in the order of the records
+    mutable std::vector<Place> byNode_;  // made at the first look-up
     std::vector<FND::String> files_;
     std::uint32_t actFile_ = 0;
 };

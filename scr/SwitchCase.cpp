@@ -106,6 +106,11 @@ SwitchCase::Body StringSwitchCase::select() {
     return found != labels_.end() ? found->second : noBody;
 }
 
+RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
+    : selector_(selector) {
+    engine_.stateLimit(stateLimit);
+}
+
 bool RegExprSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
     if (!label) return false;
@@ -113,16 +118,25 @@ bool RegExprSwitchCase::nextCase(ParserStack& stack) {
     if (!engine_.insertPattern(pattern)) {
         return SCR_YaccError(Messages::illegalRegularExpression(pattern));
     }
+    patterns_.push_back(pattern);
     bodies_.push_back(openBody());
     return true;
 }
 
 bool RegExprSwitchCase::finalSetup() {
-    return engine_.finalSetup() || SCR_YaccError(engine_.error());
+    const std::vector<FND::String> patterns = std::move(patterns_);
+    if (engine_.finalSetup()) return true;
+    group_ = std::make_unique<FSM::EngineGroup>();
+    group_->stateLimit(engine_.stateLimit());
+    for (const FND::String& pattern : patterns) {
+        if (!group_->insertPattern(pattern)) return SCR_YaccError(group_->error());
+    }
+    return group_->finalSetup() || SCR_YaccError(group_->error());
 }
 
 SwitchCase::Body RegExprSwitchCase::select() {
-    const std::int32_t pattern = engine_.firstPath(selector_->result());
+    const FND::String& text = selector_->result();
+    const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_.firstPath(text);
     return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
 }
 

@@ -6,6 +6,7 @@
 
 #include "fnd/Export.h"
 #include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
 #include "scr/Statement.h"
 
 namespace SCR {
@@ -88,20 +89,22 @@ private:
 /// Labels that are patterns: the body of the first pattern that matches the whole text runs.
 class KESTREL_API RegExprSwitchCase final : public SwitchCase {
 public:
-    /// Takes over the selector.
-    explicit RegExprSwitchCase(StringNode* selector) : selector_(selector) {}
+    /// Takes over the selector. `stateLimit` is what the automaton of all patterns may have; a list
+    /// that needs more is split over a group of automata.
+    RegExprSwitchCase(StringNode* selector, std::size_t stateLimit);
     bool nextCase(ParserStack& stack) override;
-    /// Builds the automaton of all patterns.
     bool finalSetup() override;
 
 private:
     Body select() override;
 
+    static constexpr unsigned int unknownCountCM = ~0U;
+
     const std::unique_ptr<StringNode> selector_;
     FSM::Engine engine_{unknownCountCM};
-    std::vector<Body> bodies_;  // by pattern
-
-    static constexpr unsigned int unknownCountCM = ~0U;
+    std::unique_ptr<FSM::EngineGroup> group_;  // in place of the engine, when that is too large
+    std::vector<FND::String> patterns_;        // until the set-up
+    std::vector<Body> bodies_;                 // by pattern
 };
 
 }  // namespace SCR

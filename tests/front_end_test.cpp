@@ -98,6 +98,7 @@ TEST(LexerTest, LinesAndFiles) {
         {"\"one\ntwo\"", 2, ""},
         {"\"one\\\ntwo\"", 2, ""},
         {"#line 12 \"f.ks\"\nx", 12, "f.ks"},
+        {"#line 2147483647 \"f.ks\"\n\n\nx", 2147483647, "f.ks"},
         {"x #line 7 \"a\"b\"\n\nx", 8, "a\"b"},
         {"/* #line 5 \"no\"\n */ \"#line 6\"", 2, ""},
     };

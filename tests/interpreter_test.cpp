@@ -137,6 +137,67 @@ TEST(InterpreterLifeTest, TheTableIsSharedFromTheFirstToTheLast) {
     EXPECT_EQ(SCR::MainExtension::tableSize(), 0U);
 }
 
+TEST_F(InterpreterTest, AQueryNeverOutlivesItsScript) {
+    bool value = false;
+    ASSERT_TRUE(interpreter_.compile("String x = \"a\";"));
+    ASSERT_TRUE(interpreter_.compileQuery("x == \"\""));
+    EXPECT_TRUE(interpreter_.evaluateQuery(value) && value);
+    ASSERT_TRUE(interpreter_.compile(""));
+    EXPECT_FALSE(interpreter_.evaluateQuery(value));
+}
+
+TEST_F(InterpreterTest, NothingIsBoundToAFunctionThatDidNotCompile) {
+    for (const char* script : {"function Bool f(Long a) { for (a = 0; a < 3; a = a + 1) y; }",
+                               "function Bool f(Long a) { do { y; } while (true); }",
+                               "function Bool f(Long a, Long b, 5) {}"}) {
+        EXPECT_FALSE(interpreter_.compile(script));
+        EXPECT_FALSE(interpreter_.compileQuery("f(1)"));
+        EXPECT_FALSE(interpreter_.compileQuery("f()"));
+    }
+}
+
+TEST_F(InterpreterTest, AStoppedQueryNamesItsOwnLine) {
+    SCR::Limits limits;
+    limits.string = 3;
+    interpreter_.limits(limits);
+    bool value = false;
+    for (int line = 1; line < 5; ++line) {
+        const FND::String query = FND::String(static_cast<std::size_t>(line - 1), '\n') +
+                                  "strLength(\"abc\" + \"d\") == 1";
+        ASSERT_TRUE(interpreter_.compileQuery(query));
+        log_.text.clear();
+        EXPECT_FALSE(interpreter_.evaluateQuery(value));
+        EXPECT_EQ(log_.text, "ERROR: line " + std::to_string(line) +
+                                 ": script stopped: limit `string' of 3 passed\n");
+    }
+}
+
+TEST_F(InterpreterTest, ASwitchBeyondTheStateLimitGivesTheSame) {
+    FND::String script = "Long found; regExprSwitch (text) {";
+    for (char byte = 'a'; byte <= 'h'; ++byte) {
+        script += FND::String(" case \".*") + byte + "x.*\": found = " + byte + "; break;";
+    }
+    for (char byte = 'a'; byte <= 'h'; ++byte) {
+        script.replace(script.find(FND::String("= ") + byte), 3, "= " + std::to_string(byte));
+    }
+    script += " default: found = 0; }";
+    for (const std::int64_t states : {SCR::Limits().states, std::int64_t{20}}) {
+        SCR::Limits limits;
+        limits.states = states;
+        for (const auto& [text, found] : std::vector<std::pair<FND::String, long>>{
+                 {"..gx..bx", 'b'}, {"hx", 'h'}, {"", 0}, {"xa", 0}, {"ax", 'a'}}) {
+            SCR::Interpreter interpreter(&log_);
+            interpreter.limits(limits);
+            interpreter.addGlobalConstant("text", text);
+            ASSERT_TRUE(interpreter.compile(script)) << log_.text;
+            ASSERT_TRUE(interpreter.execute());
+            interpreter.compileQuery("found == " + std::to_string(found));
+            bool isRight = false;
+            EXPECT_TRUE(interpreter.evaluateQuery(isRight) && isRight) << text << " " << states;
+        }
+    }
+}
+
 TEST_F(InterpreterTest, MappingIsReserved) { EXPECT_FALSE(SCR_parseMapping(interpreter_, "")); }
 
 TEST_F(InterpreterTest, ALimitStopsAndLeavesTheInterpreterUsable) {

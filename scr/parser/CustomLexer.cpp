@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cstring>
 #include <stdexcept>
 
@@ -72,7 +73,7 @@ int CustomLexer::closeBrace(int code) {
 
 int CustomLexer::stringLiteral(int code) {
     token(code);
-    line_ += static_cast<int>(std::count(tokenText_.begin(), tokenText_.end(), '\n'));
+    countLines(std::count(tokenText_.begin(), tokenText_.end(), '\n'));
     tokenText_.remove_prefix(1);
     tokenText_.remove_suffix(1);
     return code;
@@ -87,7 +88,11 @@ void CustomLexer::skip() { position_ += static_cast<std::size_t>(yyleng); }
 
 void CustomLexer::newLine() {
     skip();
-    ++line_;
+    countLines(1);
+}
+
+void CustomLexer::countLines(std::int64_t lines) {
+    line_ = static_cast<int>(std::min<std::int64_t>(line_ + lines, INT_MAX));
 }
 
 bool CustomLexer::lineDirective() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 // The generated base class; its header may be read only once under the prefix.
@@ -52,6 +53,8 @@ private:
     int endOfInput();
     void skip();
     void newLine();
+    // Line numbers end at the largest one.
+    void countLines(std::int64_t lines);
     bool lineDirective();
 
     std::string_view modeWord_;

@@ -44,9 +44,10 @@ bool SCR_regExprSwitchStatement() {
     if (Node::baseType(type) != TypeCode::String) {
         return SCR_YaccError(Messages::regExprSwitchType(type));
     }
-    return openBlock(
-        std::make_unique<RegExprSwitchCase>(static_cast<StringNode*>(selector.release())),
-        Messages::switchNotPushed);
+    return openBlock(std::make_unique<RegExprSwitchCase>(
+                         static_cast<StringNode*>(selector.release()),
+                         static_cast<std::size_t>(actInterpreterG->limits().states)),
+                     Messages::switchNotPushed);
 }
 
 bool SCR_caseStatement() {
