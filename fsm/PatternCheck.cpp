@@ -1,20 +1,18 @@
 #include "fsm/PatternCheck.h"
 
-#include "fsm/EnginePart.h"
+#include <new>
+
 #include "fsm/PatternParser.h"
 
 namespace FSM {
 
 bool checkPattern(const FND::String& pattern, FND::String& error) {
-    const std::lock_guard<std::mutex> guard(parserLockG);
-    FSM_FlexLexer scanner(pattern);
-    if (FSM_parse(scanner) != 0) {
-        error = EnginePart::errorTextCM;
+    try {
+        return parsePattern(pattern, error) != nullptr;
+    } catch (const std::bad_alloc&) {
+        error = "FSM::EnginePart::operator new():no memory available";
         return false;
     }
-    // Takes the part that the parser left, only to drop it.
-    EnginePart::enginePart();
-    return true;
 }
 
 }  // namespace FSM

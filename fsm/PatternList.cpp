@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iostream>
 #include <limits>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -11,34 +10,10 @@
 
 namespace FSM {
 
-namespace {
-
-// Serialises all parsing of patterns in the process: the parser works on a stack of parts and an
-// error text that all engines share.
-constinit std::mutex parserLockS;
-
-}  // namespace
-
 std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths) {
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
     return paths;
-}
-
-std::unique_ptr<EnginePart> PatternList::parse(const FND::String& pattern,
-                                               unsigned long pathNumber) {
-    std::lock_guard<std::mutex> guard(parserLockS);
-    FSM_FlexLexer scanner(pattern);
-    if (FSM_parse(scanner) != 0) {
-        error_ = EnginePart::errorTextCM;
-        std::cout << "FSM:Engine:insertPattern error=" << error_
-                  << "\nFSM:Engine:insertPattern pattern=" << pattern
-                  << ", pathNumber=" << pathNumber << std::endl;
-        return nullptr;
-    }
-    std::unique_ptr<EnginePart> part = EnginePart::enginePart();
-    if (part == nullptr) error_ = "FSM::EnginePart::enginePart() returned NULL";
-    return part;
 }
 
 bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
@@ -49,8 +24,13 @@ bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
         return false;
     }
     try {
-        std::unique_ptr<EnginePart> part = parse(pattern, pathNumber);
-        if (part == nullptr) return false;
+        std::unique_ptr<EnginePart> part = parsePattern(pattern, error_);
+        if (part == nullptr) {
+            std::cout << "FSM:Engine:insertPattern error=" << error_
+                      << "\nFSM:Engine:insertPattern pattern=" << pattern
+                      << ", pathNumber=" << pathNumber << std::endl;
+            return false;
+        }
         if (part->stateCount() > maxStates - std::min(maxStates, stateCount_)) {
             error_ = "patterns need more than " + std::to_string(maxStates) +
                      " states at pattern " + std::to_string(path);

@@ -53,8 +53,6 @@ public:
     void clear();
 
 private:
-    std::unique_ptr<EnginePart> parse(const FND::String& pattern, unsigned long pathNumber);
-
     std::vector<Pattern> patterns_;
     std::size_t stateCount_ = 0;
     FND::String error_;

@@ -1,5 +1,6 @@
 #include "fsm/PatternParser.h"
 
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -45,6 +46,14 @@ bool repeatPart(int minimum, int maximum) {
 
 int FSM_debug = 0;
 
+namespace {
+
+// Serialises all parsing of patterns in the process, from the making of the scanner until the part
+// or the error text is taken.
+constinit std::mutex parserLockS;
+
+}  // namespace
+
 int fsm_lex(int* value, FSM_FlexLexer& scanner) { return scanner.yylex(*value); }
 
 void fsm_error(FSM_FlexLexer& scanner, const char* message) {
@@ -58,6 +67,18 @@ int FSM_parse(FSM_FlexLexer& scanner) {
     int result = fsm_parse(scanner);
     if (result != 0) FSM::EnginePart::stackCM.clear();
     return result;
+}
+
+std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern, FND::String& error) {
+    std::lock_guard<std::mutex> guard(parserLockS);
+    FSM_FlexLexer scanner(pattern);
+    if (FSM_parse(scanner) != 0) {
+        error = EnginePart::errorTextCM;
+        return nullptr;
+    }
+    std::unique_ptr<EnginePart> part = EnginePart::enginePart();
+    if (part == nullptr) error = "FSM::EnginePart::enginePart() returned NULL";
+    return part;
 }
 
 void FSM_printerror(const char* message, int value) {

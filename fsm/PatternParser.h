@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+
+#include "fnd/String.h"
+#include "fsm/EnginePart.h"
 #include "fsm/FlexLexer.h"
 
 /// Nonzero: the parser traces its steps on standard error. 0 at first.
@@ -7,10 +11,18 @@ extern int FSM_debug;
 
 /// Parses the pattern that `scanner` reads. 0 on success: the pattern's part is the only one on the
 /// stack of `FSM::EnginePart`. Else 1, or 2 when the parser's stack of 10000 entries is full, and
-/// `FSM::EnginePart::errorTextCM` tells why. Stack and text are shared by the whole process: the
-/// caller holds the parser lock from before this call until it has taken the part or the text.
+/// `FSM::EnginePart::errorTextCM` tells why. Stack and text are shared by the whole process, so
+/// this is not for two threads at once; `FSM::parsePattern` is.
 int FSM_parse(FSM_FlexLexer& scanner);
 
 /// Puts into `FSM::EnginePart::errorTextCM` what the user is told of the parser's `message`;
 /// `value` is that of the token at which it stopped.
 void FSM_printerror(const char* message, int value);
+
+namespace FSM {
+
+/// Parses `pattern` under the parser lock. Null, with the reason in `error`, if that fails. From
+/// any thread.
+std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, FND::String& error);
+
+}  // namespace FSM
