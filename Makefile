@@ -13,6 +13,12 @@ test: build/build.ninja
 	@cmake --build build --parallel $(JOBS)
 	@ctest --preset release --parallel $(JOBS)
 
+bench:
+	@tools/install-packages build bench
+	@cmake -S . -B build-bench -G Ninja -DKESTREL_BENCH=ON -DKESTREL_TESTS=OFF >/dev/null
+	@cmake --build build-bench --parallel $(JOBS)
+	@set -e; for program in build-bench/bench/*_bench; do echo "--- $$program"; $$program; done
+
 docs: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
 	@build/bin/kestrel functions --markdown > docs/builtins.md
