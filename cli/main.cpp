@@ -17,8 +17,8 @@ void report(const std::string& message) {
 
 namespace {
 
-constexpr AddCommand commandsS[] = {addRunCommand, addCheckCommand, addFunctionsCommand,
-                                    addEncryptCommand, addDecryptCommand};
+constexpr AddCommand commandsS[] = {addRunCommand,   addCheckCommand,   addFunctionsCommand,
+                                    addMatchCommand, addEncryptCommand, addDecryptCommand};
 
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");
@@ -33,6 +33,7 @@ ExitStatus perform(int argc, char** argv) {
         "Examples:\n"
         "  kestrel run rate.ks\n"
         "  kestrel check scripts/*.ks\n"
+        "  kestrel match -f patterns < texts\n"
         "\n"
         "kestrel COMMAND --help describes a command.\n"
         "\n"

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <new>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "fsm/Engine.h"
@@ -141,7 +144,7 @@ private:
         });
     }
 
-    Paths shadowsOf(std::size_t index) const {
+    Paths shadowsOf(std::size_t index) {
         Paths always;
         Paths firsts;
         for (std::uint32_t list : listsOf_[index]) {
@@ -149,7 +152,10 @@ private:
             auto own = std::lower_bound(paths.begin(), paths.end(), paths_[index]);
             if (firsts.empty()) {
                 always.assign(paths.begin(), own);
-            } else {
+            } else if (stepsLeft_ < paths.size()) {
+                always.clear();
+            } else if (!always.empty()) {
+                stepsLeft_ -= paths.size();
                 Paths both;
                 std::set_intersection(always.begin(), always.end(), paths.begin(), own,
                                       std::back_inserter(both));
@@ -194,6 +200,7 @@ private:
     ShortestTexts texts_;
     const Paths& paths_;  // of all patterns, ascending
     std::size_t maxOverlaps_;
+    std::size_t stepsLeft_ = std::size_t{1} << 28;     // of the search for single shadows
     std::vector<List> lists_;                          // by length of text
     std::vector<std::vector<std::uint32_t>> listsOf_;  // of each pattern
 };
@@ -218,6 +225,37 @@ std::optional<Analysis> analyse(const EngineGroup& group, std::size_t maxOverlap
     bool isWhole = group.parts_.size() == 1 && !group.hasTailsApart();
     const Table* table = isWhole ? group.parts_[0].get() : nullptr;
     return analyseTable(table, group.paths_, maxOverlaps);
+}
+
+std::vector<FND::String> unreachedCases(const Analysis& analysis,
+                                        std::span<const std::int32_t> lines) {
+    const auto hasLine = [&](std::int32_t path) {
+        return path >= 0 && static_cast<std::size_t>(path) < lines.size();
+    };
+    const auto lineOf = [&](std::int32_t path) {
+        return std::to_string(lines[static_cast<std::size_t>(path)]);
+    };
+    std::map<std::int32_t, FND::String> reasons;
+    for (std::int32_t path : analysis.empty) reasons[path] = "its pattern matches no text";
+    for (const Analysis::Shadowed& shadowed : analysis.shadowed) {
+        std::set<std::int32_t> by;
+        for (std::int32_t path : shadowed.by) {
+            if (hasLine(path)) by.insert(lines[static_cast<std::size_t>(path)]);
+        }
+        FND::String names;
+        for (std::int32_t line : by) {
+            names.append(names.empty() ? "" : ", ").append(std::to_string(line));
+        }
+        reasons[shadowed.path] = by.size() == 1
+                                     ? "line " + names + " matches all its texts"
+                                     : "lines " + names + " together match all its texts";
+    }
+    std::vector<FND::String> sentences;
+    for (const auto& [path, reason] : reasons) {
+        if (!hasLine(path)) continue;
+        sentences.push_back("the case in line " + lineOf(path) + " is never reached: " + reason);
+    }
+    return sentences;
 }
 
 }  // namespace FSM

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "fnd/Export.h"
@@ -20,8 +21,8 @@ struct KESTREL_API Analysis {
     /// A pattern that matches texts, but never as the one with the lowest number.
     struct Shadowed {
         std::int32_t path;
-        /// The lower number that is reported for all texts of `path`. If no single one is, those
-        /// that together come before it, ascending.
+        /// The lower number that is reported for all texts of `path`. If no single one is, or
+        /// looking for it would take too long, those that together come before it, ascending.
         std::vector<std::int32_t> by;
         /// A text that the pattern matches.
         FND::String text;
@@ -52,5 +53,12 @@ KESTREL_API std::optional<Analysis> analyse(const Engine& engine, std::size_t ma
 /// patterns of different parts relate.
 KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
                                             std::size_t maxOverlaps = 10000);
+
+/// A sentence for each pattern that can never be the one with the lowest number, by number, for the
+/// author of a list of cases of which the first that matches is taken: "the case in line 12 is
+/// never reached: line 9 matches all its texts". `lines` holds the line of each pattern, by number;
+/// patterns that it does not have are left out.
+KESTREL_API std::vector<FND::String> unreachedCases(const Analysis& analysis,
+                                                    std::span<const std::int32_t> lines);
 
 }  // namespace FSM

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "fnd/Export.h"
 #include "fnd/String.h"
 
 namespace FSM {
 
 /// Whether `pattern` parses. If not, `error` tells why; nothing is printed. Any thread.
-bool checkPattern(const FND::String& pattern, FND::String& error);
+KESTREL_API bool checkPattern(const FND::String& pattern, FND::String& error);
 
 }  // namespace FSM

@@ -42,7 +42,12 @@ bool Interpreter::compile(const FND::String& text) {
     return true;
 }
 
-bool Interpreter::check(const FND::String& text) { return compileScript(text); }
+bool Interpreter::check(const FND::String& text) {
+    isChecking_ = true;
+    const bool isGood = compileScript(text);
+    isChecking_ = false;
+    return isGood;
+}
 
 bool Interpreter::compileScript(const FND::String& text) {
     isCompiled_ = contain(*this, [&] {

@@ -41,7 +41,8 @@ public:
     /// Discards the script compiled before and compiles `text`. On success runs the script's
     /// function "BEGIN", if it defines one, and gives true. On failure one message is logged.
     bool compile(const FND::String& text);
-    /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end.
+    /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
+    /// warning for each case of a `regExprSwitch` that is never reached.
     bool check(const FND::String& text);
     /// Compiles a list of conditions, each ended by ";", and hands them to `target` one by one.
     /// False, after a message, when one does not compile; those before it were handed over. They
@@ -113,6 +114,8 @@ public:
     /// the name is taken and the caller still owns it.
     bool pushFunction(const FND::String& name, Function* function);
 
+    /// Whether the compile under way is that of `check`.
+    bool isChecking() const { return isChecking_; }
     /// The number of lines of the text compiled last; 0 when it did not compile.
     std::int64_t compiledLines() const { return compiledLines_; }
     void compiledLines(std::int64_t lines) { compiledLines_ = lines; }
@@ -135,6 +138,7 @@ private:
     std::unordered_map<FND::String, std::unique_ptr<Function>> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
     std::int64_t compiledLines_ = 0;
+    bool isChecking_ = false;
     bool isCompiled_ = false;
     bool isValid_ = false;
     bool runsEnd_ = false;

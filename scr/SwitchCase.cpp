@@ -1,12 +1,18 @@
 #include "scr/SwitchCase.h"
 
+#include "fsm/Analysis.h"
+#include "scr/Interpreter.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
 
 namespace {
+
+// What is looked through for cases that are never reached: a check must not take long.
+constexpr std::size_t maxAnalysedStatesS = 20000;
 
 // Pops a label that must be a constant of the type `expected`; null after a report.
 std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
@@ -119,19 +125,34 @@ bool RegExprSwitchCase::nextCase(ParserStack& stack) {
         return SCR_YaccError(Messages::illegalRegularExpression(pattern));
     }
     patterns_.push_back(pattern);
+    lines_.push_back(parsedLine());
     bodies_.push_back(openBody());
     return true;
 }
 
 bool RegExprSwitchCase::finalSetup() {
     const std::vector<FND::String> patterns = std::move(patterns_);
-    if (engine_.finalSetup()) return true;
+    const std::vector<std::int32_t> lines = std::move(lines_);
+    if (engine_.finalSetup()) {
+        if (actInterpreterG->isChecking()) warnOfUnreached(lines);
+        return true;
+    }
     group_ = std::make_unique<FSM::EngineGroup>();
     group_->stateLimit(engine_.stateLimit());
     for (const FND::String& pattern : patterns) {
         if (!group_->insertPattern(pattern)) return SCR_YaccError(group_->error());
     }
     return group_->finalSetup() || SCR_YaccError(group_->error());
+}
+
+void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) const {
+    if (engine_.stateCount() > maxAnalysedStatesS) return;
+    const std::optional<FSM::Analysis> analysis = FSM::analyse(engine_, 0);
+    if (!analysis) return;
+    const FND::String file = parsedFile();
+    for (const FND::String& sentence : FSM::unreachedCases(*analysis, lines)) {
+        actInterpreterG->log(Messages::warning(file, sentence), FND::Status::Warning);
+    }
 }
 
 SwitchCase::Body RegExprSwitchCase::select() {

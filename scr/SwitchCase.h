@@ -98,12 +98,16 @@ public:
 private:
     Body select() override;
 
+    // Warns of the cases that no text reaches.
+    void warnOfUnreached(const std::vector<std::int32_t>& lines) const;
+
     static constexpr unsigned int unknownCountCM = ~0U;
 
     const std::unique_ptr<StringNode> selector_;
     FSM::Engine engine_{unknownCountCM};
     std::unique_ptr<FSM::EngineGroup> group_;  // in place of the engine, when that is too large
     std::vector<FND::String> patterns_;        // until the set-up
+    std::vector<std::int32_t> lines_;          // of the patterns; until the set-up
     std::vector<Body> bodies_;                 // by pattern
 };
 

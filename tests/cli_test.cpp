@@ -223,8 +223,90 @@ TEST_F(CliTest, OperatorsAreFoundByTheirSigns) {
     }
 }
 
+TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
+    write("patterns", "a.*\nab\n");
+    write("open", "x\n\n(a");
+    write("hidden", "a.*\nab\n\\.[z-b]\nx\n!.*\n");
+    std::string large;
+    for (char c = 'a'; c <= 'r'; ++c) large += std::string(".*") + c + ".{12}\n";
+    write("large", large);
+    const std::string nul("ab\0c\n", 5);
+    struct Row {
+        std::vector<std::string> arguments;
+        std::string input;
+        int status;
+        std::string output;
+        std::string messages;  // the beginning
+    };
+    const Row rows[] = {
+        {{"-p", "a.*", "-p", "ab"}, "ab\nax\nb\n\nabc", 0, "0 1\n0\n\n\n0\n", ""},
+        {{"-p", "a.*", "-p", "ab", "--first"}, "ab\nax\nb\n", 0, "0\n0\n\n", ""},
+        {{"-p", "b", "-f", "patterns"}, "ab\nb\n", 0, "1 2\n0\n", ""},
+        {{"-f", "open"}, "", 3, "", "kestrel: pattern 2: unexpected end of pattern\n"},
+        {{"-p", "a)", "-p", "[]"},
+         "a\n",
+         3,
+         "",
+         "kestrel: pattern 0: parse error near )\nkestrel: pattern 1: parse error near ]\n"},
+        {{"-p", "ab"}, nul, 0, "0\n", ""},
+        {{"-p", "\xC3\xA9+", "-p", "[^a]"}, "\xC3\xA9\n\xFF\n", 0, "0\n1\n", ""},
+        {{"-p", "a*"}, std::string(300000, 'a') + "\n" + std::string(70000, 'b'), 0, "0\n0\n", ""},
+        {{"-p", ""}, "\nx\n", 0, "0\n0\n", ""},
+        {{"-p", "", "-p", "x", "--first"}, "", 0, "", ""},
+        {{"-f", "/dev/null"}, "a\n", 0, "\n", ""},
+        {{"-f", "patterns", "--stats"},
+         "",
+         0,
+         "",
+         "kestrel: 2 patterns in one automaton: 4 states, "},
+        {{"-f", "large", "--stats"}, "a123456789012\n", 0, "0\n", "kestrel: 18 patterns in "},
+        {{"-f", "patterns", "--analyse"},
+         "",
+         0,
+         "pattern 1 (\"ab\") is never the lowest: pattern 0 (\"a.*\") matches all its texts, such "
+         "as "
+         "\"ab\"\npatterns 0 (\"a.*\") and 1 (\"ab\") both match \"ab\"\n",
+         ""},
+        {{"-p", "\\.[z-b]", "--analyse"}, "", 0, "pattern 0 (\"\\.[z-b]\") matches nothing\n", ""},
+        {{"-f", "large", "--analyse"}, "", 4, "", "kestrel: "},
+        {{}, "", 2, "", "kestrel: -p PATTERN or -f FILE is required"},
+        {{"-f", "none"}, "", 2, "", "kestrel: none: No such file or directory"},
+    };
+    for (const Row& row : rows) {
+        std::vector<std::string> arguments = row.arguments;
+        arguments.insert(arguments.begin(), "match");
+        std::string line;
+        for (const std::string& argument : arguments) line += " " + argument;
+        SCOPED_TRACE("kestrel" + line);
+        const Result result = kestrel(arguments, row.input);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.output, row.output);
+        EXPECT_EQ(result.messages.substr(0, row.messages.size()), row.messages);
+        EXPECT_EQ(result.messages.empty(), row.messages.empty()) << result.messages;
+    }
+    const Result full = kestrel({"match", "-p", "a"}, "a\n", "/dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(full.messages, "kestrel: standard output: No space left on device\n");
+}
+
+TEST_F(CliTest, CheckWarnsOfCasesThatAreNeverReached) {
+    const std::string script =
+        "String s;\nregExprSwitch (s) {\ncase \"a.*\":\ncase \"x\": break;\ncase \"[0-4]\": "
+        "break;\n"
+        "case \"[5-9]\": break;\ncase \"ab\": break;\ncase \"[0-9]\": break;\ncase \"b[z-a]\": "
+        "break;\n}";
+    const Result result = kestrel({"check", "-"}, script);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.messages,
+              "WARNING: the case in line 7 is never reached: line 3 matches all its texts\n"
+              "WARNING: the case in line 8 is never reached: lines 5, 6 together match all its "
+              "texts\n"
+              "WARNING: the case in line 9 is never reached: its pattern matches no text\n");
+    EXPECT_EQ(kestrel({"run", "-"}, script).messages, "");
+}
+
 TEST_F(CliTest, EveryHelpGivesAnExample) {
-    for (const char* command : {"", "run", "check", "functions", "encrypt", "decrypt"}) {
+    for (const char* command : {"", "run", "check", "functions", "match", "encrypt", "decrypt"}) {
         std::vector<std::string> arguments = {"--help"};
         if (*command != 0) arguments.insert(arguments.begin(), command);
         const Result result = kestrel(arguments);

@@ -21,6 +21,10 @@ inline Text whereClause(int actual) {
            quoted(typeName(actual)) + " in where clause";
 }
 
+inline Text warning(const Text& file, const Text& text) {
+    return "WARNING: " + (file.empty() ? "" : file + ": ") + text;
+}
+
 // Conversions and types.
 inline Text promotionNotSupported(const Text& type) {
     return "Promotion of type to " + type + " not supported";

@@ -11,6 +11,11 @@ class CustomLexer;
 /// is known, file name before it. Without a parse under way it does nothing.
 void YaccError(const FND::String& message, CustomLexer* lexer);
 
+/// The line and the file, empty when not known, that the parse under way has reached; 0 without
+/// one.
+int parsedLine();
+FND::String parsedFile();
+
 }  // namespace SCR
 
 /// Reports a compile error, or a warning, at the place that the parser has reached. Factories of

@@ -109,6 +109,18 @@ void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
     actInterpreterG->logError(text + message);
 }
 
+int SCR::parsedLine() {
+    return parseContextG != nullptr && parseContextG->lexer != nullptr
+               ? parseContextG->lexer->line()
+               : 0;
+}
+
+FND::String SCR::parsedFile() {
+    return parseContextG != nullptr && parseContextG->lexer != nullptr
+               ? parseContextG->lexer->fileName()
+               : FND::String();
+}
+
 bool SCR_YaccError(const FND::String& message) {
     SCR::YaccError(message, parseContextG != nullptr ? parseContextG->lexer : nullptr);
     return false;
