@@ -13,11 +13,14 @@ test: build/build.ninja
 	@cmake --build build --parallel $(JOBS)
 	@ctest --preset release --parallel $(JOBS)
 
+# BENCH passes options on, as in make bench BENCH="--save before.json" and, later, BENCH="--against
+# before.json".
 bench:
 	@tools/install-packages build bench
 	@cmake -S . -B build-bench -G Ninja -DKESTREL_BENCH=ON -DKESTREL_TESTS=OFF >/dev/null
 	@cmake --build build-bench --parallel $(JOBS)
 	@set -e; for program in build-bench/bench/*_bench; do echo "--- $$program"; $$program; done
+	@build-bench/bench/kestrel_compare $(BENCH)
 
 docs: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
