@@ -247,16 +247,34 @@ struct Texts {
     std::vector<std::string_view> views;
 };
 
-// The median of three rounds after one to warm up, in ns for each text.
-double nanoseconds(Matcher& matcher, const Texts& texts, std::size_t& matches) {
-    std::vector<double> rounds;
-    for (int i = 0; i < 4; ++i) {
-        double start = seconds();
-        matches = matcher.matchAll(texts.views);
-        if (i > 0) rounds.push_back((seconds() - start) / texts.views.size() * 1e9);
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/// The times of each round, in ns for each text, by matcher. In a round the matchers take turns, so
+/// that what slows the machine down for a while slows all of them.
+using Rounds = std::vector<std::vector<double>>;
+
+Rounds nanoseconds(const std::vector<Matcher*>& matchers, const Texts& texts) {
+    constexpr int rounds = 5;
+    Rounds times(matchers.size());
+    for (int round = 0; round <= rounds; ++round) {
+        for (std::size_t i = 0; i < matchers.size(); ++i) {
+            const double start = seconds();
+            matchers[i]->matchAll(texts.views);
+            // The first round warms up.
+            if (round > 0) times[i].push_back((seconds() - start) / texts.views.size() * 1e9);
+        }
     }
-    std::sort(rounds.begin(), rounds.end());
-    return rounds[1];
+    return times;
+}
+
+/// The median over the rounds of how many times as long as `own` the `other` took.
+double ratio(const std::vector<double>& own, const std::vector<double>& other) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < own.size(); ++i) ratios.push_back(other[i] / own[i]);
+    return median(ratios);
 }
 
 // False if the matchers do not agree.
@@ -274,48 +292,50 @@ bool measure(const PatternSet& set, std::size_t shortTexts) {
 
     std::printf("%s\n", set.name);
     bool agrees = true;
-    double ownShort = 0;
-    double ownLong = 0;
-    double ownBuild = 0;
+    std::vector<Matcher*> built;
+    std::vector<double> builds;
     for (auto& matcher : matchers) {
-        bool isOwn = matcher == matchers[0];
         std::vector<std::string> patterns = set.patterns;
-        if (isOwn && set.isNegated) {
+        if (matcher == matchers[0] && set.isNegated) {
             for (std::string& pattern : patterns) pattern.insert(0, "!");
         }
-        double start = seconds();
-        if (!matcher->build(patterns)) {
+        const double start = seconds();
+        if (matcher->build(patterns)) {
+            built.push_back(matcher.get());
+            builds.push_back((seconds() - start) * 1e3);
+        } else {
             std::printf("  %-12s cannot build\n", matcher->name());
-            continue;
+            agrees = agrees && matcher != matchers[0];
         }
-        double build = (seconds() - start) * 1e3;
-        std::size_t shortMatches = 0;
-        std::size_t longMatches = 0;
-        double shortTime = nanoseconds(*matcher, shorts, shortMatches);
-        double longTime = nanoseconds(*matcher, longs, longMatches);
-        if (isOwn) {
-            ownShort = shortTime;
-            ownLong = longTime;
-            ownBuild = build;
+    }
+    if (!agrees) return false;
+    const Rounds shortTimes = nanoseconds(built, shorts);
+    const Rounds longTimes = nanoseconds(built, longs);
+    for (std::size_t each = 0; each < built.size(); ++each) {
+        Matcher* const matcher = built[each];
+        const double shortTime = median(shortTimes[each]);
+        const double longTime = median(longTimes[each]);
+        if (each == 0) {
             std::printf(
                 "  %-12s build %8.2f ms         short %6.0f ns        4 KiB %8.0f ns"
                 "         %s\n",
-                matcher->name(), build, shortTime, longTime, matcher->facts().c_str());
+                matcher->name(), builds[0], shortTime, longTime, matcher->facts().c_str());
         } else {
             std::printf(
                 "  %-12s build %8.2f ms (%5.1fx) short %6.0f ns (%4.1fx) 4 KiB %8.0f ns "
                 "(%5.1fx)\n",
-                matcher->name(), build, build / ownBuild, shortTime, shortTime / ownShort, longTime,
-                longTime / ownLong);
+                matcher->name(), builds[each], builds[each] / builds[0], shortTime,
+                ratio(shortTimes[0], shortTimes[each]), longTime,
+                ratio(longTimes[0], longTimes[each]));
             // All texts of which all matchers are asked, one by one.
             for (const Texts* texts : {&shorts, &longs}) {
                 std::size_t step = std::max<std::size_t>(1, texts->views.size() / 20000);
                 for (std::size_t i = 0; i < texts->views.size() && agrees; i += step) {
-                    std::vector<std::int32_t> own = matchers[0]->match(texts->views[i]);
+                    std::vector<std::int32_t> own = built[0]->match(texts->views[i]);
                     std::vector<std::int32_t> other = matcher->match(texts->views[i]);
                     if (set.isNegated) {
                         std::vector<std::int32_t> rest;
-                        for (int path = 0; path < static_cast<int>(patterns.size()); ++path) {
+                        for (int path = 0; path < static_cast<int>(set.patterns.size()); ++path) {
                             if (!std::binary_search(other.begin(), other.end(), path)) {
                                 rest.push_back(path);
                             }

@@ -74,6 +74,22 @@ TEST(FsmAnalysis, Findings) {
     EXPECT_FALSE(FSM::analyse(split).has_value());
 }
 
+// The line numbers are those of the cases, which may share lines or have none.
+TEST(FsmAnalysis, UnreachedCases) {
+    Analysis analysis;
+    analysis.empty = {3, 9};
+    analysis.shadowed = {{1, {0}, "a"}, {2, {0, 1}, "b"}, {4, {0, 3}, ""}, {5, {2}, ""}};
+    const std::int32_t lines[] = {7, 7, 8, 10, 12};
+    const std::vector<FND::String> expected = {
+        "the case in line 7 is never reached: line 7 matches all its texts",
+        "the case in line 8 is never reached: line 7 matches all its texts",
+        "the case in line 10 is never reached: its pattern matches no text",
+        "the case in line 12 is never reached: lines 7, 10 together match all its texts",
+    };
+    EXPECT_EQ(FSM::unreachedCases(analysis, lines), expected);
+    EXPECT_TRUE(FSM::unreachedCases(Analysis(), lines).empty());
+}
+
 // What the analysis says must hold for all short texts, and its own texts must prove it.
 TEST(FsmAnalysis, RandomPatterns) {
     const std::vector<std::string> texts = reference::textsOf("abc\n", 4);

@@ -1,0 +1,76 @@
+// Matches texts with patterns, without any script.
+
+#include <fsm/Analysis.h>
+#include <fsm/Engine.h>
+#include <fsm/EngineGroup.h>
+#include <fsm/MultiEngine.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using Paths = std::vector<std::int32_t>;
+
+int checksS = 0;
+int failuresS = 0;
+
+void check(bool holds) {
+    ++checksS;
+    if (!holds) ++failuresS;
+}
+
+int fail(const FND::String& error) {
+    std::fprintf(stderr, "%s\n", error.c_str());
+    return 1;
+}
+
+}  // namespace
+
+int main() {
+    FSM::Engine engine;
+    engine.insertPattern("49[1-9][0-9]*");  // reported as 0
+    engine.insertPattern("4989.*");         // reported as 1
+    if (!engine.finalSetup()) return fail(engine.error());
+    check(engine.process("4989123")->pathNumbers() == Paths{0, 1});
+    check(engine.process("4989-x")->pathNumbers() == Paths{1});
+    check(engine.firstPath("4989123") == 0);  // the lowest; -1 when nothing matches
+
+    FSM::EngineGroup group;
+    for (const char* word : {"red", "green", "blue"}) {
+        group.insertPattern(std::string(".*") + word + ".*");
+    }
+    if (!group.finalSetup()) return fail(group.error());
+    Paths paths;  // keeps its memory from text to text
+    group.process("a blue hat and a red one", paths);
+    check(paths == Paths{0, 2});
+
+    FSM::MultiEngine table;
+    table.insertPatterns({"4989.*", "00[1-9].*", "workday|weekend"});
+    table.insertPatterns({".*", "0044.*", "workday"});
+    if (!table.finalSetup()) return fail(table.error());
+    const std::string_view words[] = {"498912", "00441", "workday"};
+    table.process(words, paths);
+    check(paths == Paths{0, 1});
+    check(table.firstPath(words) == 0);
+
+    const std::optional<FSM::Analysis> analysis = FSM::analyse(engine);
+    check(analysis && analysis->shadowed.empty() && analysis->overlaps.size() == 1);
+    check(analysis->overlaps[0].text == "4989");
+
+    FSM::Engine cases;
+    cases.insertPattern("a.*");
+    cases.insertPattern("ab");
+    if (!cases.finalSetup()) return fail(cases.error());
+    const std::int32_t lines[] = {9, 12};
+    check(FSM::unreachedCases(*FSM::analyse(cases), lines) ==
+          std::vector<FND::String>{
+              "the case in line 12 is never reached: line 9 matches all its texts"});
+
+    std::printf("%d checks, %d failures\n", checksS, failuresS);
+    return failuresS == 0 ? 0 : 1;
+}
