@@ -13,6 +13,8 @@ namespace {
 
 // What is looked through for cases that are never reached: a check must not take long.
 constexpr std::size_t maxAnalysedStatesS = 20000;
+// Warnings of one switch; the others are counted.
+constexpr std::size_t maxWarningsS = 50;
 
 // Pops a label that must be a constant of the type `expected`; null after a report.
 std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
@@ -150,7 +152,13 @@ void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) 
     const std::optional<FSM::Analysis> analysis = FSM::analyse(engine_, 0);
     if (!analysis) return;
     const FND::String file = parsedFile();
-    for (const FND::String& sentence : FSM::unreachedCases(*analysis, lines)) {
+    std::vector<FND::String> sentences = FSM::unreachedCases(*analysis, lines);
+    if (sentences.size() > maxWarningsS) {
+        const std::size_t rest = sentences.size() - maxWarningsS;
+        sentences.resize(maxWarningsS);
+        sentences.push_back(std::to_string(rest) + " more cases are never reached");
+    }
+    for (const FND::String& sentence : sentences) {
         actInterpreterG->log(Messages::warning(file, sentence), FND::Status::Warning);
     }
 }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -303,6 +304,12 @@ TEST_F(CliTest, CheckWarnsOfCasesThatAreNeverReached) {
               "texts\n"
               "WARNING: the case in line 9 is never reached: its pattern matches no text\n");
     EXPECT_EQ(kestrel({"run", "-"}, script).messages, "");
+
+    std::string many = "String s;\nregExprSwitch (s) {\ncase \".*\":\n";
+    for (int i = 0; i < 60; ++i) many += "case \"" + std::to_string(i) + "\": break;\n";
+    const std::string warnings = kestrel({"check", "-"}, many + "}").messages;
+    EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 51);
+    EXPECT_NE(warnings.find("WARNING: 10 more cases are never reached\n"), std::string::npos);
 }
 
 TEST_F(CliTest, EveryHelpGivesAnExample) {
