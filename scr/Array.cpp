@@ -52,6 +52,16 @@ Variable* Array::at(unsigned long index, unsigned long limit) {
     return elementClass_->element(store_.find(index, elementClass_->size));
 }
 
+std::size_t Array::heapBytes() const {
+    std::size_t bytes = store_.heapBytes(elementClass_->size);
+    if (elementClass_->heapBytes == nullptr) return bytes;
+    for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
+        const std::byte* const slots = store_.chunk(chunk);
+        if (slots != nullptr) bytes += elementClass_->heapBytes(slots, SlotStore::slotsOf(chunk));
+    }
+    return bytes;
+}
+
 void Array::truncate(unsigned long count) {
     if (count >= size_) return;
     constexpr unsigned long kept = 64;

@@ -54,6 +54,9 @@ public:
         return slot != nullptr ? std::launder(reinterpret_cast<V*>(slot)) : nullptr;
     }
 
+    /// Bytes that the elements take, with all that they hold.
+    std::size_t heapBytes() const;
+
     /// Removes all elements.
     void clear() { truncate(0); }
     /// Removes the elements from `count` on, if there are any. Some of their memory is kept for

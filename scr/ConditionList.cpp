@@ -116,12 +116,15 @@ bool ConditionList::compile(const FND::String& text) {
     return false;
 }
 
-void ConditionList::clear() { conditions_.clear(); }
+void ConditionList::clear() {
+    conditions_.clear();
+    interpreter_.runControl().chargeBuffer(-std::exchange(buffers_, 0));
+}
 
 template <class Action>
 bool ConditionList::run(Action action) {
     return contain(interpreter_, [&] {
-        const RunScope scope(interpreter_.runControl());
+        const RunScope scope(interpreter_.runControl(), buffers_);
         action();
         return true;
     });

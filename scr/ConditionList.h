@@ -56,6 +56,7 @@ private:
 
     Interpreter& interpreter_;
     std::vector<std::unique_ptr<BoolNode>> conditions_;
+    std::int64_t buffers_ = 0;  // what the conditions' nodes took
 };
 
 }  // namespace SCR

@@ -13,8 +13,8 @@ template <class Action>
 bool contain(Interpreter& interpreter, Action action) {
     try {
         return action();
-    } catch (const ScriptStopped&) {
-        // Logged where the script was stopped.
+    } catch (const ScriptStopped& stopped) {
+        interpreter.runControl().report(stopped);
     } catch (const std::bad_alloc&) {
         interpreter.logError("ERROR: out of memory");
     } catch (const std::exception& error) {

@@ -8,6 +8,7 @@
 #include "scr/Array.h"
 #include "scr/Hash.h"
 #include "scr/KeyHash.h"
+#include "scr/Memory.h"
 #include "scr/Operand.h"
 
 namespace SCR {
@@ -122,8 +123,8 @@ public:
 
 private:
     [[gnu::noinline]] V* findByCopy() {
-        const FND::String key = key_.value();
-        return find(container_.value(), key);
+        const HeldCopy<FND::String> key(key_.value());
+        return find(container_.value(), key.value());
     }
 
     V* find(Hash* hash, const FND::String& key) {
@@ -162,7 +163,7 @@ public:
         auto* const found = element_.find();
         if (found == nullptr) [[unlikely]]
             return false;
-        found->value() = value;
+        store(found->value(), value);
         return true;
     }
 

@@ -7,6 +7,7 @@
 
 #include "scr/Array.h"
 #include "scr/Hash.h"
+#include "scr/Memory.h"
 
 namespace SCR {
 
@@ -127,7 +128,30 @@ struct InPlace {
         ElementMaker<V>::copy(*at(slot, 0), static_cast<const V&>(source));
     }
 
-    static constexpr ElementClass classCM{sizeof(V), false, construct, destroy, copy};
+    static std::size_t heapBytesOf(const std::byte* slots, std::size_t count) {
+        std::size_t bytes = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            const V& element = *std::launder(reinterpret_cast<const V*>(slots + i * sizeof(V)));
+            if constexpr (std::is_same_v<V, StringVariable>) {
+                bytes += heapBytes(element.value());
+            } else {
+                bytes += element.heapBytes();
+            }
+        }
+        return bytes;
+    }
+
+    static constexpr bool takesMemoryCM =
+        std::is_same_v<V, StringVariable> || std::is_same_v<V, Array> || std::is_same_v<V, Hash>;
+    static constexpr auto heapBytesCM = [] {
+        if constexpr (takesMemoryCM) {
+            return heapBytesOf;
+        } else {
+            return nullptr;
+        }
+    }();
+
+    static constexpr ElementClass classCM{sizeof(V), false, construct, destroy, copy, heapBytesCM};
 };
 
 // The elements of any other class, each an object of its own.
@@ -155,7 +179,7 @@ struct Boxed {
         delete std::exchange(at(slot, 0), source.clone());
     }
 
-    static constexpr ElementClass classCM{sizeCM, true, construct, destroy, copy};
+    static constexpr ElementClass classCM{sizeCM, true, construct, destroy, copy, nullptr};
 };
 
 template <class V>

@@ -20,6 +20,8 @@ struct ElementClass {
     void (*destroy)(std::byte* slots, std::size_t count) noexcept;
     /// Makes the element in `slot` equal to `source`, which is of its class. Throws std::bad_alloc.
     void (*copy)(std::byte* slot, const Variable& source);
+    /// What `count` elements take beside their slots; null where they take nothing.
+    std::size_t (*heapBytes)(const std::byte* slots, std::size_t count);
 
     /// The class for elements like `prototype`.
     static const ElementClass& of(const Variable& prototype);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "scr/Memory.h"
+#include "scr/RunControl.h"
 #include "scr/Variable.h"
 
 namespace SCR {
@@ -28,14 +30,20 @@ bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
 const FND::String* FileData::nextLine(unsigned long maxLength) {
     constexpr std::size_t pieceLength = 4096;
     constexpr std::size_t keptLength = 64 * 1024;
+    constexpr unsigned askInterval = 256;  // about every megabyte
     if (!isOpen()) return nullptr;
     line_.clear();
-    if (line_.capacity() > keptLength) FND::String().swap(line_);
+    if (line_.capacity() > keptLength) {
+        chargeBuffer(-static_cast<std::int64_t>(heapBytes(line_)));
+        FND::String().swap(line_);
+    }
     char piece[pieceLength + 1];
     bool isRead = false;
     bool isCut = false;  // by a NUL: what follows it in the line is read and dropped
     bool goesOn = true;
-    while (goesOn && maxLength > 0) {
+    RunControl* const control = RunControl::current();
+    for (unsigned pieces = 1; goesOn && maxLength > 0; ++pieces) {
+        if (control != nullptr && pieces % askInterval == 0) control->ask(nullptr);
         const std::size_t wanted = std::min<unsigned long>(maxLength, pieceLength);
         // Overwritten only by the NUL that ends a full piece, whatever bytes the piece holds.
         piece[wanted] = '?';
@@ -45,6 +53,9 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
         maxLength -= wanted;
         if (!isCut) {
             const std::size_t length = strnlen(piece, wanted);
+            if (const std::size_t size = line_.size() + length; size > line_.capacity()) {
+                chargeBuffer(static_cast<std::int64_t>(growth(line_, size)));
+            }
             line_.append(piece, length);
             isCut = goesOn && length < wanted;
         }

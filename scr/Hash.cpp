@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "scr/ElementClass.h"
+#include "scr/Memory.h"
 
 namespace SCR {
 
@@ -79,6 +80,18 @@ Variable* Hash::find(const FND::String& key, unsigned long limit) {
     } catch (const std::exception&) {
         return nullptr;
     }
+}
+
+std::size_t Hash::heapBytes() const {
+    std::size_t bytes = store_.heapBytes(slotSize());
+    if (places_ != nullptr) bytes += (mask_ + std::size_t{1}) * sizeof(Place);
+    forEachSlot([&](std::byte* slot) {
+        bytes += SCR::heapBytes(keyIn(slot));
+        if (elementClass_->heapBytes != nullptr) {
+            bytes += elementClass_->heapBytes(slot + elementOffsetCM, 1);
+        }
+    });
+    return bytes;
 }
 
 bool Hash::contains(const FND::String& key) const {
@@ -152,6 +165,7 @@ Variable* Hash::insert(const FND::String& key, std::uint32_t hash) {
         store_.allocate(chunk, slotSize());
     }
     std::byte* const slot = store_.find(number, slotSize());
+    if (key.size() > FND::String().capacity()) chargeMemory(blockBytes(key.size() + 1));
     auto* const copy = new (slot + keyOffsetCM) FND::String(key);
     try {
         elementClass_->construct(slot + elementOffsetCM, 1, *prototype_);
@@ -178,6 +192,7 @@ void Hash::destroyEntry(std::byte* slot) noexcept {
 }
 
 void Hash::resizeTable(std::size_t numPlaces) {
+    chargeMemory(numPlaces * sizeof(Place));
     auto places = std::make_unique<Place[]>(numPlaces);
     const auto mask = static_cast<std::uint32_t>(numPlaces - 1);
     if (places_ != nullptr) {

@@ -57,6 +57,9 @@ public:
         return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
     }
 
+    /// Bytes that the entries take, with all that they hold.
+    std::size_t heapBytes() const;
+
     bool contains(const FND::String& key) const;
     /// Removes the entry of `key`; false when there is none. `key` may be part of that entry.
     bool remove(const FND::String& key);

@@ -1,10 +1,13 @@
 #include "scr/Interpreter.h"
 
+#include <utility>
+
 #include "scr/CompareInterface.h"
 #include "scr/Contain.h"
 #include "scr/Extension.h"
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
+#include "scr/Memory.h"
 #include "scr/Variable.h"
 #include "scr/parser/Parser.h"
 #include "scr/parser/Preprocessor.h"
@@ -66,6 +69,9 @@ bool Interpreter::compileScript(const FND::String& text) {
 void Interpreter::discardScript() {
     // A query may use the script's variables and functions.
     query_.reset();
+    queryBuffers_ = 0;
+    growing_.clear();
+    runControl_.clearCharges();
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
@@ -94,6 +100,7 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
 
 bool Interpreter::compileQuery(const FND::String& text) {
     query_.reset();
+    runControl_.chargeBuffer(-std::exchange(queryBuffers_, 0));
     places_.truncate(scriptPlaces_);
     return contain(*this, [&] { return SCR_parseQuery(*this, text, query_); });
 }
@@ -109,7 +116,7 @@ bool Interpreter::execute() {
 bool Interpreter::evaluateQuery(bool& value) {
     if (!query_) return false;
     return contain(*this, [&] {
-        const RunScope scope(runControl_);
+        const RunScope scope(runControl_, queryBuffers_);
         value = query_->result();
         return true;
     });
@@ -176,7 +183,18 @@ bool Interpreter::addStatement(Node* statement) {
 
 bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
     Node* const block = topStatement();
-    return block != nullptr && block->addIdentifier(name, variable);
+    if (block == nullptr || !block->addIdentifier(name, variable)) return false;
+    const int type = Node::baseType(variable->dataType());
+    if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash) {
+        growing_.push_back(variable);
+    }
+    return true;
+}
+
+std::int64_t Interpreter::heapBytes() const {
+    std::size_t bytes = 0;
+    for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
+    return static_cast<std::int64_t>(bytes);
 }
 
 Variable* Interpreter::getVariable(const FND::String& module, const FND::String& name) {

@@ -122,6 +122,8 @@ public:
     /// Where the compiled statements and calls stand in the text.
     PlaceTable& places() { return places_; }
     RunControl& runControl() { return runControl_; }
+    /// What the values of the script's variables take beside the variables themselves.
+    std::int64_t heapBytes() const;
     /// The built-in library.
     MainExtension& mainExtension() { return *mainExtension_; }
 
@@ -144,7 +146,9 @@ private:
     bool runsEnd_ = false;
     MainExtension* mainExtension_ = nullptr;  // owned by extensions_
     std::unique_ptr<BoolNode> query_;
+    std::int64_t queryBuffers_ = 0;  // what the query's nodes took
     std::vector<FND::String> includePath_;
+    std::vector<const Variable*> growing_;  // the script's variables that may take memory
     PlaceTable places_;
     std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
     RunControl runControl_;

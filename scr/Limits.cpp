@@ -11,12 +11,13 @@ struct NamedLimit {
     std::int64_t Limits::*limit;
 };
 
-constexpr std::array<NamedLimit, 8> limitsS{{
+constexpr std::array<NamedLimit, 9> limitsS{{
     {"steps", &Limits::steps},
     {"depth", &Limits::depth},
     {"time", &Limits::time},
     {"string", &Limits::string},
     {"elements", &Limits::elements},
+    {"memory", &Limits::memory},
     {"nesting", &Limits::nesting},
     {"source", &Limits::source},
     {"states", &Limits::states},

@@ -7,10 +7,10 @@
 
 namespace SCR {
 
-/// What a host grants to the scripts of one interpreter. A script that passes one of the first
-/// three is stopped: one error names the limit and the line, `execute` gives false, and the
-/// interpreter stays usable. The defaults are generous; every limit can be lifted. Independently of
-/// all of these no recursion reaches the end of the thread's stack.
+/// What a host grants to the scripts of one interpreter. A script that passes `steps`, `depth`,
+/// `time` or `memory` is stopped: one error names the limit and the line, `execute` gives false,
+/// and the interpreter stays usable. The defaults are generous; every limit can be lifted.
+/// Independently of all of these no recursion reaches the end of the thread's stack.
 struct Limits {
     /// In place of a limit: none.
     static constexpr std::int64_t none = INT64_MAX;
@@ -28,6 +28,10 @@ struct Limits {
     /// Elements of one array or hash. An element beyond it is refused like one under a negative
     /// index, with one error an execution.
     std::int64_t elements = std::int64_t{1} << 28;
+    /// Bytes that the values of the script hold: the text of its strings, the elements and keys of
+    /// its containers, results on their way. A script that comes within 1/64 of it may be stopped.
+    /// What the script itself takes, its files and the host's own values do not count.
+    std::int64_t memory = std::int64_t{1} << 32;
     /// Levels of blocks, and levels of an expression, that may be nested in a script's text. A text
     /// that nests deeper does not compile.
     std::int64_t nesting = 500;

@@ -3,12 +3,16 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "scr/Interpreter.h"
 
 namespace SCR {
 
 namespace {
+
+// Within the library's own static storage, so that reading it costs no call.
+[[gnu::tls_model("initial-exec")]] thread_local RunControl* currentS = nullptr;
 
 // The lowest address that script code may reach on the calling thread's stack: its end plus a
 // reserve for what runs between two calls, the deepest expression in the deepest block. Asked once
@@ -30,8 +34,11 @@ char* stackEndOfThread() {
 
 }  // namespace
 
-void RunControl::enter() {
-    if (depth_++ > 0) return;
+RunControl* RunControl::current() { return currentS; }
+
+RunControl* RunControl::enter() {
+    RunControl* const outer = std::exchange(currentS, this);
+    if (depth_++ > 0) return outer;
     ++runs_;
     wasStopped_ = false;
     stackEnd_ = stackEndOfThread();
@@ -40,9 +47,32 @@ void RunControl::enter() {
     if (limits_.time != Limits::none) {
         deadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits_.time);
     }
+    return outer;
 }
 
-void RunControl::leave() { --depth_; }
+void RunControl::leave(RunControl* outer) {
+    --depth_;
+    currentS = outer;
+}
+
+void RunControl::chargeBuffer(std::int64_t bytes) {
+    buffers_ += bytes;
+    charged_ += bytes;
+    if (charged_ > limits_.memory) [[unlikely]] {
+        buffers_ -= bytes;
+        settle(bytes);
+        buffers_ += bytes;
+    }
+}
+
+// Counting takes time for every element. Close to the limit each charge would have to count anew,
+// so a script that comes that close is stopped.
+void RunControl::settle(std::int64_t bytes) {
+    const std::int64_t close = limits_.memory - limits_.memory / 64;
+    charged_ = interpreter_.heapBytes() + buffers_;
+    if (bytes > close - charged_) stopAtLimit(nullptr, "memory", limits_.memory);
+    charged_ += bytes;
+}
 
 void RunControl::startInterval() {
     untilLook_ = std::min(lookIntervalCM, stepsLeft_);
@@ -78,9 +108,15 @@ void RunControl::stopAtLimit(const Node* place, const char* name, std::int64_t l
 
 void RunControl::stop(const Node* place, const FND::String& message) {
     wasStopped_ = true;
-    interpreter_.logError("ERROR: " + interpreter_.places().prefix(place) +
-                          "script stopped: " + message);
-    throw ScriptStopped();
+    message_ = message;
+    throw ScriptStopped(interpreter_.places().find(place) != nullptr ? place : nullptr);
+}
+
+void RunControl::report(const ScriptStopped& stopped) {
+    if (message_.empty()) return;
+    interpreter_.logError("ERROR: " + interpreter_.places().prefix(stopped.place()) +
+                          "script stopped: " + message_);
+    message_.clear();
 }
 
 }  // namespace SCR

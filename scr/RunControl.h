@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "fnd/Export.h"
+#include "fnd/String.h"
 #include "scr/Limits.h"
 
 namespace SCR {
@@ -18,7 +19,17 @@ class Node;
 /// An extension's node lets it pass.
 class KESTREL_API ScriptStopped {
 public:
-    ScriptStopped() = default;
+    /// `place` tells where in the script it was stopped; null when that is not known yet.
+    explicit ScriptStopped(const Node* place = nullptr) : place_(place) {}
+
+    const Node* place() const { return place_; }
+    /// Says that the statement `place` was running; what said so first is the innermost.
+    void passedThrough(const Node* place) {
+        if (place_ == nullptr) place_ = place;
+    }
+
+private:
+    const Node* place_;
 };
 
 /// Watches over one interpreter's running script: loops report every turn and user functions every
@@ -33,9 +44,10 @@ public:
 
     /// Prepares for running script code on the calling thread. Calls nest (a host's function may
     /// run its interpreter again); only the outermost starts anew.
-    void enter();
-    /// Ends what `enter` began.
-    void leave();
+    /// Gives the control that was the calling thread's until then.
+    RunControl* enter();
+    /// Ends what `enter` began; `outer` is what that gave.
+    void leave(RunControl* outer);
 
     /// How often running began anew; tells one execution from another.
     std::uint64_t runs() const { return runs_; }
@@ -66,6 +78,21 @@ public:
             stopAtLimit(place, "string", limits_.string);
     }
 
+    /// The control of the script that the calling thread runs, the innermost one; null outside.
+    static RunControl* current();
+
+    /// Counts bytes that the script's variables are about to take; stops the script when its values
+    /// would hold more than the limit allows. See scr/Memory.h.
+    void charge(std::size_t bytes) {
+        charged_ += static_cast<std::int64_t>(bytes);
+        if (charged_ > limits_.memory) [[unlikely]]
+            settle(static_cast<std::int64_t>(bytes));
+    }
+    /// The same for bytes outside the variables; a negative number gives bytes back.
+    void chargeBuffer(std::int64_t bytes);
+    /// Forgets what was charged: the script is gone.
+    void clearCharges() { charged_ = buffers_ = 0; }
+
     const Limits& limits() const { return limits_; }
     /// Sets what `enter` and the checks go by from now on.
     void limits(const Limits& limits) { limits_ = limits; }
@@ -83,14 +110,18 @@ public:
     /// Makes the running script stop soon, or the next one to run when none is running. Any thread.
     void interrupt() { interrupted_.store(true, std::memory_order_relaxed); }
 
-    /// Logs `message` with the line of `place`, when known, and stops the script.
+    /// Stops the script; `report` logs `message` then with the line of `place` or, when that is not
+    /// known, of the innermost statement that ran.
     [[noreturn]] void stop(const Node* place, const FND::String& message);
+    /// Logs why `stop` stopped the script, and in which line.
+    void report(const ScriptStopped& stopped);
 
 private:
     friend class RunScope;
 
     void look(const Node* place);
     void startInterval();
+    void settle(std::int64_t bytes);
     [[noreturn]] void stopAtStackEnd(const Node* place);
     [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
 
@@ -105,6 +136,9 @@ private:
     char* stackEnd_ = nullptr;
     std::chrono::steady_clock::time_point deadline_;
     int depth_ = 0;
+    std::int64_t charged_ = 0;  // at least what the script's values hold
+    std::int64_t buffers_ = 0;  // of that, what lies outside the variables
+    FND::String message_;       // why the script was stopped last
     bool wasStopped_ = false;
     std::uint64_t runs_ = 0;
     std::atomic<bool> interrupted_{false};
@@ -113,19 +147,27 @@ private:
 /// Keeps a `RunControl` entered for the life of a scope.
 class RunScope {
 public:
-    explicit RunScope(RunControl& control) : control_(control), openCalls_(control.openCalls_) {
-        control_.enter();
+    explicit RunScope(RunControl& control)
+        : control_(control), openCalls_(control.openCalls_), outer_(control.enter()) {}
+    /// For nodes that do not end with the script: adds to `buffers` what they took for themselves,
+    /// to be given back to the control when they end.
+    RunScope(RunControl& control, std::int64_t& buffers) : RunScope(control) {
+        kept_ = &buffers;
+        *kept_ -= control_.buffers_;
     }
     RunScope(const RunScope&) = delete;
     RunScope& operator=(const RunScope&) = delete;
     ~RunScope() {
         control_.openCalls_ = openCalls_;
-        control_.leave();
+        if (kept_ != nullptr) *kept_ += control_.buffers_;
+        control_.leave(outer_);
     }
 
 private:
     RunControl& control_;
     const std::int64_t openCalls_;
+    RunControl* const outer_;
+    std::int64_t* kept_ = nullptr;
 };
 
 }  // namespace SCR

@@ -7,13 +7,15 @@
 #include <utility>
 #include <vector>
 
+#include "scr/Memory.h"
+
 namespace SCR {
 
 /// Memory for numbered slots of one size, in chunks that never move, so that what lies in a slot
 /// stays where it is while others come. The chunks hold 4, 4, 8, 16, ... 2048 slots and, from slot
 /// 4096 on, 4096 each: few slots take little, many waste little. A chunk exists once it was asked
 /// for, whatever the chunks before it do. What the slots hold is the owner's business; the store
-/// frees the memory only. One thread at a time.
+/// frees the memory only. It charges what it takes. One thread at a time.
 class SlotStore {
 public:
     SlotStore() = default;
@@ -52,14 +54,26 @@ public:
         return chunk.slots + (number - chunk.first) * slotSize;
     }
 
+    /// Bytes that the store takes when its slots have `slotSize`.
+    std::size_t heapBytes(std::size_t slotSize) const {
+        std::size_t bytes = chunks_.capacity() * sizeof(Chunk);
+        for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
+            if (chunks_[chunk].slots != nullptr) bytes += blockBytes(slotsOf(chunk) * slotSize);
+        }
+        return bytes;
+    }
+
     /// Makes `numChunks()` at least `count`.
     void extend(std::size_t count) {
-        if (count > chunks_.size()) chunks_.resize(count);
+        if (count <= chunks_.size()) return;
+        if (count > chunks_.capacity()) chargeMemory((count - chunks_.size()) * sizeof(Chunk));
+        chunks_.resize(count);
     }
     /// Makes a chunk that does not exist and gives its first slot. Throws std::bad_alloc.
     std::byte* allocate(std::size_t chunk, std::size_t slotSize) {
         extend(chunk + 1);
         const std::size_t bytes = slotsOf(chunk) * slotSize;
+        chargeMemory(blockBytes(bytes));
         void* const memory =
             isAligned(chunk) ? ::operator new(bytes, lineCM) : ::operator new(bytes);
         chunks_[chunk] = {static_cast<std::byte*>(memory), firstOf(chunk)};

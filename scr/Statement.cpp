@@ -28,8 +28,15 @@ bool fillSlot(std::initializer_list<std::unique_ptr<Node>*> slots, Node* stateme
 StatementList::~StatementList() = default;
 
 std::int32_t StatementList::execute() {
-    for (const std::unique_ptr<Node>& statement : statements_) {
-        if (const std::int32_t code = statement->execute(); code != goOn) return code;
+    const Node* running = nullptr;
+    try {
+        for (const std::unique_ptr<Node>& statement : statements_) {
+            running = statement.get();
+            if (const std::int32_t code = statement->execute(); code != goOn) return code;
+        }
+    } catch (ScriptStopped& stopped) {
+        stopped.passedThrough(running);
+        throw;
     }
     return goOn;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "fnd/Export.h"
+#include "scr/Memory.h"
 #include "scr/Types.h"
 
 namespace SCR {
@@ -12,7 +13,7 @@ public:
     explicit VariableAccess(typename Type::Variable* variable) : variable_(variable) {}
     typename Type::Argument result() override { return variable_->value(); }
     bool set(typename Type::Argument value) override {
-        variable_->value() = value;
+        store(variable_->value(), value);
         return true;
     }
     /// The variable behind the access; not owned.

@@ -145,7 +145,7 @@ public:
         const FND::String& left = left_.value();
         const FND::String& right = right_.value();
         control_.checkString(this, left.size() + right.size());
-        result_.reserve(left.size() + right.size());
+        growBuffer(result_, left.size() + right.size());
         result_.assign(left);
         result_.append(right);
         return result_;
@@ -166,11 +166,12 @@ public:
         : control_(control), left_(std::move(left)), right_(std::move(right)) {}
 
     const FND::String& result() override {
-        FND::String sum = left_.value();
+        const HeldCopy<FND::String> left(left_.value());
         const FND::String& right = right_.value();
-        control_.checkString(this, sum.size() + right.size());
-        sum += right;
-        result_.swap(sum);
+        control_.checkString(this, left.value().size() + right.size());
+        growBuffer(result_, left.value().size() + right.size());
+        result_.assign(left.value());
+        result_.append(right);
         return result_;
     }
 

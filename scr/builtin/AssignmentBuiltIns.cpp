@@ -1,3 +1,4 @@
+#include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/parser/ParserStack.h"
@@ -14,12 +15,12 @@ public:
         : target_(&target->value()), value_(std::move(value)) {}
 
     std::int32_t execute() override {
-        *target_ = value_.value();
+        SCR::store(*target_, value_.value());
         return Node::goOn;
     }
 
     typename Type::Argument result() override {
-        *target_ = value_.value();
+        SCR::store(*target_, value_.value());
         return *target_;
     }
 
@@ -28,9 +29,9 @@ private:
     Operand value_;
 };
 
-// The store into any other target. `Held` is how the value is kept while the target finds its
-// storage; `rereads` says whether reading the target again can be observed.
-template <class Type, class Held, bool rereads>
+// The store into any other target. `rereads`: the target may run script code, so reading it again
+// can be observed, and a reference to the value does not outlive finding the target's storage.
+template <class Type, bool rereads>
 class TargetAssignment final : public Type::Node {
 public:
     TargetAssignment(std::unique_ptr<Node> target, std::unique_ptr<Node> value)
@@ -58,9 +59,15 @@ public:
 private:
     // Gives the value stored; a reference only to what outlives the call.
     std::conditional_t<Type::byReference, void, typename Type::Value> store() {
-        const Held value = value_->result();
-        target_->set(value);
-        if constexpr (!Type::byReference) return value;
+        if constexpr (rereads) {
+            const HeldCopy<typename Type::Value> held(value_->result());
+            target_->set(held.value());
+            if constexpr (!Type::byReference) return held.value();
+        } else {
+            typename Type::Argument value = value_->result();
+            target_->set(value);
+            if constexpr (!Type::byReference) return value;
+        }
     }
 
     const std::unique_ptr<typename Type::DataNode> target_;
@@ -84,11 +91,9 @@ public:
         // A target that may run script code is evaluated again after the store, as its value is
         // asked for, and may change what a reference to the value refers to.
         if (isTargetActive) {
-            return new TargetAssignment<Type, typename Type::Value, true>(std::move(target),
-                                                                          std::move(value));
+            return new TargetAssignment<Type, true>(std::move(target), std::move(value));
         }
-        return new TargetAssignment<Type, typename Type::Argument, false>(std::move(target),
-                                                                          std::move(value));
+        return new TargetAssignment<Type, false>(std::move(target), std::move(value));
     }
 };
 

@@ -9,6 +9,7 @@
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
 #include "scr/Interpreter.h"
+#include "scr/Memory.h"
 #include "scr/Types.h"
 #include "scr/parser/ParserStack.h"
 
@@ -39,10 +40,11 @@ template <class Type>
 struct OperandSlot {
     using Node = typename Type::Node;
     using Argument = typename Type::Argument;
-    using Held = typename Type::Value;
+    using Held = HeldCopy<typename Type::Value>;
 
     Argument evaluate() { return node->result(); }
-    static Argument argument(Held& held) { return held; }
+    Held hold() { return Held(node->result()); }
+    static Argument argument(Held& held) { return held.value(); }
 
     std::unique_ptr<Node> node;
 };
@@ -53,7 +55,7 @@ struct OperandSlot<Optional<Type>> {
     using Node = typename Type::Node;
     using Value = typename Type::Value;
     using Argument = std::conditional_t<Type::byReference, const Value*, std::optional<Value>>;
-    using Held = std::optional<Value>;
+    using Held = std::optional<HeldCopy<Value>>;
 
     Argument evaluate() {
         if constexpr (Type::byReference) {
@@ -65,9 +67,9 @@ struct OperandSlot<Optional<Type>> {
     Held hold() { return node ? Held(node->result()) : std::nullopt; }
     static Argument argument(Held& held) {
         if constexpr (Type::byReference) {
-            return held ? &*held : nullptr;
+            return held ? &held->value() : nullptr;
         } else {
-            return held;
+            return held ? Argument(held->value()) : std::nullopt;
         }
     }
 

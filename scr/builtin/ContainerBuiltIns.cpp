@@ -52,8 +52,8 @@ public:
 
 private:
     [[gnu::noinline]] bool resultByCopy() {
-        const FND::String key = key_.value();
-        return ask(key);
+        const HeldCopy<FND::String> key(key_.value());
+        return ask(key.value());
     }
 
     bool ask(const FND::String& key) {
@@ -111,21 +111,27 @@ public:
         if (copiesKeys_) return resultByCopy(hash);
         Array* const array = array_->result();
         if (hash == nullptr || array == nullptr) return -1;
-        return store(*array, hash->keys());
+        return store(*array, keysOf(*hash));
     }
 
 private:
+    // Charged by what sorting them takes.
+    static std::vector<const FND::String*> keysOf(const Hash& hash) {
+        const BufferCharge charge(hash.size() * 3 * sizeof(void*));
+        return hash.keys();
+    }
+
     // Evaluating the array may run script code, which may end the hash.
     long resultByCopy(const Hash* hash) {
-        std::vector<FND::String> copies;
+        std::vector<HeldCopy<FND::String>> copies;
         if (hash != nullptr) {
-            for (const FND::String* key : hash->keys()) copies.push_back(*key);
+            for (const FND::String* key : keysOf(*hash)) copies.emplace_back(*key);
         }
         Array* const array = array_->result();
         if (hash == nullptr || array == nullptr) return -1;
         std::vector<const FND::String*> keys;
         keys.reserve(copies.size());
-        for (const FND::String& copy : copies) keys.push_back(&copy);
+        for (const HeldCopy<FND::String>& copy : copies) keys.push_back(&copy.value());
         return store(*array, keys);
     }
 
@@ -138,7 +144,7 @@ private:
                 element = static_cast<StringVariable*>(source_.make(array, count));
                 if (element == nullptr) break;
             }
-            element->value() = *key;
+            SCR::store(element->value(), *key);
             ++count;
         }
         array.truncate(count);

@@ -115,8 +115,8 @@ public:
 
     long result() override {
         if (holdsText_) [[unlikely]] {
-            const FND::String text = text_->result();
-            return split(text);
+            const HeldCopy<FND::String> text(text_->result());
+            return split(text.value());
         }
         return split(text_->result());
     }
@@ -142,6 +142,7 @@ private:
                 source = &held;
             }
             const std::size_t end = std::min(source->find(separator, start), source->size());
+            chargeGrowth(*field, end - start);
             field->assign(*source, start, end - start);
             start = end + 1;
         }

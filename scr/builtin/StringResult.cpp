@@ -4,6 +4,7 @@
 #include <string>
 
 #include "scr/Interpreter.h"
+#include "scr/Memory.h"
 
 namespace SCR {
 
@@ -13,7 +14,7 @@ bool tryReserveResult(FND::String& result, std::size_t size) {
     result.clear();
     if (size > maxStringSize) return false;
     try {
-        result.reserve(size);
+        growBuffer(result, size);
     } catch (const std::bad_alloc&) {
         return false;
     }

@@ -54,6 +54,7 @@ private:
             if (length && *length == 0) break;
             if (length && out != nullptr) {
                 control.checkString(this, output.size() + *length);
+                chargeGrowth(output, output.size() + *length);
                 output.append(piece, *length);
             }
             control.ask(this);

@@ -1,0 +1,29 @@
+#include "scr/Memory.h"
+
+#include <typeinfo>
+
+#include "scr/Array.h"
+#include "scr/Hash.h"
+#include "scr/RunControl.h"
+
+namespace SCR {
+
+void chargeMemory(std::size_t bytes) {
+    if (RunControl* const control = RunControl::current()) control->charge(bytes);
+}
+
+void chargeBuffer(std::int64_t bytes) {
+    if (RunControl* const control = RunControl::current()) control->chargeBuffer(bytes);
+}
+
+std::size_t heapBytes(const Variable& variable) {
+    const std::type_info& type = typeid(variable);
+    if (type == typeid(StringVariable)) {
+        return heapBytes(static_cast<const StringVariable&>(variable).value());
+    }
+    if (type == typeid(Array)) return static_cast<const Array&>(variable).heapBytes();
+    if (type == typeid(Hash)) return static_cast<const Hash&>(variable).heapBytes();
+    return 0;
+}
+
+}  // namespace SCR
