@@ -28,14 +28,13 @@ bool fillSlot(std::initializer_list<std::unique_ptr<Node>*> slots, Node* stateme
 StatementList::~StatementList() = default;
 
 std::int32_t StatementList::execute() {
-    const Node* running = nullptr;
+    auto statement = statements_.begin();
     try {
-        for (const std::unique_ptr<Node>& statement : statements_) {
-            running = statement.get();
-            if (const std::int32_t code = statement->execute(); code != goOn) return code;
+        for (const auto end = statements_.end(); statement != end; ++statement) {
+            if (const std::int32_t code = (*statement)->execute(); code != goOn) return code;
         }
     } catch (ScriptStopped& stopped) {
-        stopped.passedThrough(running);
+        stopped.passedThrough(statement->get());
         throw;
     }
     return goOn;
