@@ -168,6 +168,7 @@ bool Interpreter::pushStatement(Node* block) {
 
 bool Interpreter::popStatement() {
     if (statementStack_.size() < 2) return false;
+    statementStack_.back()->close();
     statementStack_.pop_back();
     return true;
 }

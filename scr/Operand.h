@@ -58,6 +58,10 @@ public:
     explicit AnyOperand(std::unique_ptr<Node> node)
         : node_(static_cast<typename Type::Node*>(node.release())) {}
     typename Type::Argument value() const { return node_->result(); }
+    /// The node, which the operand keeps.
+    typename Type::Node* peek() const { return node_.get(); }
+    /// Gives the node back.
+    std::unique_ptr<Node> node() && { return std::move(node_); }
 
 private:
     std::unique_ptr<typename Type::Node> node_;
@@ -69,6 +73,8 @@ class VariableOperand {
 public:
     explicit VariableOperand(const typename Type::Value* value) : value_(value) {}
     typename Type::Argument value() const { return *value_; }
+    /// Where the value is; the variable's.
+    const typename Type::Value* storage() const { return value_; }
 
 private:
     const typename Type::Value* value_;
@@ -80,6 +86,8 @@ class ConstantOperand {
 public:
     explicit ConstantOperand(typename Type::Argument value) : value_(value) {}
     typename Type::Argument value() const { return value_; }
+    /// Where the value is; this operand's.
+    const typename Type::Value* storage() const { return &value_; }
 
 private:
     typename Type::Value value_;

@@ -1,7 +1,9 @@
 #include "scr/Statement.h"
 
 #include <algorithm>
+#include <typeinfo>
 
+#include "scr/Operand.h"
 #include "scr/RunControl.h"
 
 namespace SCR {
@@ -13,8 +15,8 @@ void countTurn(RunControl* control, const Node* loop) {
 }
 
 // Takes `statement` into the first empty slot of `slots`; false when all are taken.
-bool fillSlot(std::initializer_list<std::unique_ptr<Node>*> slots, Node* statement) {
-    for (std::unique_ptr<Node>* slot : slots) {
+bool fillSlot(std::initializer_list<Branch*> slots, Node* statement) {
+    for (Branch* slot : slots) {
         if (!*slot) {
             slot->reset(statement);
             return true;
@@ -63,9 +65,23 @@ bool StatementList::returnsResult() const {
                        [](const auto& statement) { return statement->returnsResult(); });
 }
 
+void Branch::close() {
+    if constexpr (SpecialisesNodes) {
+        while (typeid(*run_) == typeid(StatementList)) {
+            const auto& statements = static_cast<const StatementList*>(run_)->statements();
+            if (statements.size() != 1) return;
+            run_ = statements.front().get();
+        }
+    }
+}
+
 std::int32_t IfStatement::execute() {
-    Node* const branch = condition_->result() ? thenBranch_.get() : elseBranch_.get();
-    return branch != nullptr ? branch->execute() : goOn;
+    return condition_.holds() ? thenBranch_.execute() : elseBranch_.execute();
+}
+
+void IfStatement::close() {
+    if (thenBranch_) thenBranch_.close();
+    if (elseBranch_) elseBranch_.close();
 }
 
 bool IfStatement::addStatement(Node* statement) {
@@ -78,13 +94,15 @@ bool IfStatement::returnsResult() const {
 }
 
 std::int32_t WhileStatement::execute() {
-    while (condition_->result()) {
+    while (condition_.holds()) {
         countTurn(control_, this);
-        if (body_) {
-            if (const std::int32_t code = body_->execute(); code != goOn) return code;
-        }
+        if (const std::int32_t code = body_.execute(); code != goOn) return code;
     }
     return goOn;
+}
+
+void WhileStatement::close() {
+    if (body_) body_.close();
 }
 
 bool WhileStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
@@ -92,11 +110,13 @@ bool WhileStatement::addStatement(Node* statement) { return fillSlot({&body_}, s
 std::int32_t DoStatement::execute() {
     do {
         countTurn(control_, this);
-        if (body_) {
-            if (const std::int32_t code = body_->execute(); code != goOn) return code;
-        }
-    } while (condition_->result());
+        if (const std::int32_t code = body_.execute(); code != goOn) return code;
+    } while (condition_.holds());
     return goOn;
+}
+
+void DoStatement::close() {
+    if (body_) body_.close();
 }
 
 bool DoStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
@@ -104,13 +124,17 @@ bool DoStatement::addStatement(Node* statement) { return fillSlot({&body_}, stat
 bool DoStatement::returnsResult() const { return body_ && body_->returnsResult(); }
 
 std::int32_t ForLoop::execute() {
-    if (const std::int32_t code = init_->execute(); code != goOn) return code;
-    while (condition_->result()) {
+    if (const std::int32_t code = init_.execute(); code != goOn) return code;
+    while (condition_.holds()) {
         countTurn(control_, this);
-        if (const std::int32_t code = body_->execute(); code != goOn) return code;
-        if (const std::int32_t code = update_->execute(); code != goOn) return code;
+        if (const std::int32_t code = body_.execute(); code != goOn) return code;
+        if (const std::int32_t code = update_.execute(); code != goOn) return code;
     }
     return goOn;
+}
+
+void ForLoop::close() {
+    if (body_) body_.close();
 }
 
 bool ForLoop::addStatement(Node* statement) {

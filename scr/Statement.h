@@ -6,6 +6,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/Condition.h"
 #include "scr/Node.h"
 #include "scr/Variable.h"
 
@@ -37,6 +38,29 @@ private:
     std::unique_ptr<Identifiers> identifiers_;  // none for the many blocks that declare nothing
 };
 
+/// A statement that another one owns and runs. A block of a single statement is run by running that
+/// statement.
+class KESTREL_API Branch {
+public:
+    /// Takes over `statement`.
+    void reset(Node* statement) {
+        statement_.reset(statement);
+        run_ = statement;
+    }
+    /// Finds out what to run; called once the block, if it is one, is complete.
+    void close();
+
+    explicit operator bool() const { return run_ != nullptr; }
+    Node* operator->() const { return statement_.get(); }
+
+    /// Runs the statement, if there is one.
+    std::int32_t execute() const { return run_ != nullptr ? run_->execute() : Node::goOn; }
+
+private:
+    std::unique_ptr<Node> statement_;
+    Node* run_ = nullptr;  // the statement or the only one in it
+};
+
 /// Runs the first branch added when its condition holds, otherwise the second, if there is one.
 class KESTREL_API IfStatement final : public Node {
 public:
@@ -46,13 +70,14 @@ public:
     std::int32_t execute() override;
     /// Takes the then-branch, then the else-branch; refuses any further statement.
     bool addStatement(Node* statement) override;
+    void close() override;
     /// True only if both branches exist and return a result.
     bool returnsResult() const override;
 
 private:
-    const std::unique_ptr<BoolNode> condition_;
-    std::unique_ptr<Node> thenBranch_;
-    std::unique_ptr<Node> elseBranch_;
+    const Condition condition_;
+    Branch thenBranch_;
+    Branch elseBranch_;
 };
 
 /// Repeats its body as long as its condition holds.
@@ -65,10 +90,11 @@ public:
     std::int32_t execute() override;
     /// Takes the body; refuses any further statement.
     bool addStatement(Node* statement) override;
+    void close() override;
 
 private:
-    const std::unique_ptr<BoolNode> condition_;
-    std::unique_ptr<Node> body_;
+    const Condition condition_;
+    Branch body_;
     RunControl* const control_;
 };
 
@@ -79,17 +105,18 @@ public:
     explicit DoStatement(RunControl* control = nullptr) : control_(control) {}
 
     /// Takes over the condition, which is parsed after the body.
-    void condition(BoolNode* condition) { condition_.reset(condition); }
+    void condition(BoolNode* condition) { condition_ = Condition(condition); }
 
     std::int32_t execute() override;
     /// Takes the body; refuses any further statement.
     bool addStatement(Node* statement) override;
+    void close() override;
     /// True if the body returns a result.
     bool returnsResult() const override;
 
 private:
-    std::unique_ptr<BoolNode> condition_;
-    std::unique_ptr<Node> body_;
+    Condition condition_;
+    Branch body_;
     RunControl* const control_;
 };
 
@@ -100,19 +127,20 @@ public:
     explicit ForLoop(RunControl* control = nullptr) : control_(control) {}
 
     /// Takes over the condition.
-    void condition(BoolNode* condition) { condition_.reset(condition); }
+    void condition(BoolNode* condition) { condition_ = Condition(condition); }
 
     /// All of init, condition, update and body must be present.
     std::int32_t execute() override;
     /// Takes the update, then the init, then the body, the order in which the parser has them;
     /// refuses any further statement.
     bool addStatement(Node* statement) override;
+    void close() override;
 
 private:
-    std::unique_ptr<Node> init_;
-    std::unique_ptr<BoolNode> condition_;
-    std::unique_ptr<Node> update_;
-    std::unique_ptr<Node> body_;
+    Branch init_;
+    Condition condition_;
+    Branch update_;
+    Branch body_;
     RunControl* const control_;
 };
 

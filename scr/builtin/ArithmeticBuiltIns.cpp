@@ -3,80 +3,14 @@
 #include "scr/Interpreter.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/LongArithmetic.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
 
 namespace {
 
-using Unsigned = unsigned long;
-
-class LongArithmetic : public LongNode {};
-
 class DecimalArithmetic : public DecimalNode {};
-
-// Long arithmetic wraps around.
-struct LongAddition {
-    static long apply(long left, long right) {
-        return static_cast<long>(static_cast<Unsigned>(left) + static_cast<Unsigned>(right));
-    }
-};
-
-struct LongSubtraction {
-    static long apply(long left, long right) {
-        return static_cast<long>(static_cast<Unsigned>(left) - static_cast<Unsigned>(right));
-    }
-};
-
-struct LongMultiplication {
-    static long apply(long left, long right) {
-        return static_cast<long>(static_cast<Unsigned>(left) * static_cast<Unsigned>(right));
-    }
-};
-
-// Only called with a divisor other than 0.
-struct LongQuotient {
-    static long apply(long left, long right) {
-        // The smallest value has no positive counterpart: it wraps to itself.
-        if (right == -1) return LongSubtraction::apply(0, left);
-        return left / right;
-    }
-};
-
-struct LongRemainder {
-    static long apply(long left, long right) { return right == -1 ? 0 : left % right; }
-};
-
-template <class Operation, class Left, class Right>
-class LongBinary final : public LongArithmetic {
-public:
-    LongBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
-
-    long result() override {
-        const long left = left_.value();
-        return Operation::apply(left, right_.value());
-    }
-
-private:
-    Left left_;
-    Right right_;
-};
-
-// Division and remainder evaluate the divisor first, and nothing else when it is 0.
-template <class Operation, class Left, class Right>
-class LongDivision final : public LongArithmetic {
-public:
-    LongDivision(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
-
-    long result() override {
-        const long right = right_.value();
-        return right != 0 ? Operation::apply(left_.value(), right) : 0;
-    }
-
-private:
-    Left left_;
-    Right right_;
-};
 
 struct DecimalAddition {
     static FND::Decimal apply(const FND::Decimal& left, const FND::Decimal& right) {
@@ -198,27 +132,61 @@ struct BinaryFactory {
 };
 
 template <class Left, class Right>
-using LongSum = LongBinary<LongAddition, Left, Right>;
-template <class Left, class Right>
-using LongDifference = LongBinary<LongSubtraction, Left, Right>;
-template <class Left, class Right>
-using LongProduct = LongBinary<LongMultiplication, Left, Right>;
-template <class Left, class Right>
-using LongQuotientNode = LongDivision<LongQuotient, Left, Right>;
-template <class Left, class Right>
-using LongRemainderNode = LongDivision<LongRemainder, Left, Right>;
-template <class Left, class Right>
 using DecimalSum = DecimalBinary<DecimalAddition, Left, Right>;
 template <class Left, class Right>
 using DecimalDifference = DecimalBinary<DecimalSubtraction, Left, Right>;
 template <class Left, class Right>
 using DecimalProduct = DecimalBinary<DecimalMultiplication, Left, Right>;
 
-using LongAdd = BinaryFactory<LongType, LongSum>;
-using LongSub = BinaryFactory<LongType, LongDifference>;
-using LongMul = BinaryFactory<LongType, LongProduct>;
-using LongDiv = BinaryFactory<LongType, LongQuotientNode>;
-using LongMod = BinaryFactory<LongType, LongRemainderNode>;
+// Takes a pair of variables and constants on either side into the node.
+template <class Operation>
+struct LongFactory {
+    using Any = AnyOperand<LongType>;
+    using Named = VariableOperand<LongType>;
+
+    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        auto right = stack.pop<Node>();
+        auto left = stack.pop<Node>();
+        return withOperand<LongType>(std::move(right), [&](auto rightOperand) -> Node* {
+            using Right = decltype(rightOperand);
+            const auto makeWith = [&](auto leftOperand) -> Node* {
+                if constexpr (std::is_same_v<Right, Any> &&
+                              std::is_same_v<decltype(leftOperand), Named>) {
+                    return withPair(
+                        InnerPairs(), std::move(rightOperand).node(),
+                        [&](auto pair) { return make(std::move(leftOperand), std::move(pair)); },
+                        [&](std::unique_ptr<Node> node) {
+                            return make(std::move(leftOperand), Any(std::move(node)));
+                        });
+                } else {
+                    return make(std::move(leftOperand), std::move(rightOperand));
+                }
+            };
+            const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
+                return withOperand<LongType>(std::move(node), makeWith);
+            };
+            if constexpr (std::is_same_v<Right, Any>) {
+                return makeWithLeaf(std::move(left));
+            } else {
+                return withPair(InnerPairs(), std::move(left), makeWith, makeWithLeaf);
+            }
+        });
+    }
+
+private:
+    template <class Left, class Right>
+    static Node* make(Left left, Right right) {
+        using Pair = LongPair<Operation, Left, Right>;
+        return new LongPairNode<Pair>(Pair(std::move(left), std::move(right)));
+    }
+};
+
+using LongAdd = LongFactory<LongAddition>;
+using LongSub = LongFactory<LongSubtraction>;
+using LongMul = LongFactory<LongMultiplication>;
+using LongDiv = LongFactory<LongQuotient>;
+using LongMod = LongFactory<LongRemainder>;
 using DecimalAdd = BinaryFactory<DecimalType, DecimalSum>;
 using DecimalSub = BinaryFactory<DecimalType, DecimalDifference>;
 using DecimalMul = BinaryFactory<DecimalType, DecimalProduct>;

@@ -1,6 +1,7 @@
 #include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/LongArithmetic.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -83,10 +84,18 @@ public:
         auto value = stack.pop<Node>();
         auto target = stack.pop<Node>();
         if (auto* const variable = variableOf<Type>(*target)) {
-            return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
+            const auto make = [&](auto operand) -> Node* {
                 return new VariableAssignment<Type, decltype(operand)>(variable,
                                                                        std::move(operand));
-            });
+            };
+            const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
+                return withOperand<Type>(std::move(node), make);
+            };
+            if constexpr (std::is_same_v<Type, LongType>) {
+                return withPair(AssignedPairs(), std::move(value), make, makeWithLeaf);
+            } else {
+                return makeWithLeaf(std::move(value));
+            }
         }
         // A target that may run script code is evaluated again after the store, as its value is
         // asked for, and may change what a reference to the value refers to.

@@ -1,5 +1,6 @@
 #include <compare>
 
+#include "scr/LongTest.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
@@ -10,32 +11,67 @@ namespace SCR {
 namespace {
 
 struct Less {
+    static constexpr unsigned outcomes = LongTest::Less;
     static bool apply(const auto& left, const auto& right) { return left < right; }
 };
 struct Greater {
+    static constexpr unsigned outcomes = LongTest::Greater;
     static bool apply(const auto& left, const auto& right) { return right < left; }
 };
 struct Equal {
+    static constexpr unsigned outcomes = LongTest::Equal;
     static bool apply(const auto& left, const auto& right) { return left == right; }
 };
 struct NotEqual {
+    static constexpr unsigned outcomes = LongTest::Less + LongTest::Greater;
     static bool apply(const auto& left, const auto& right) { return !(left == right); }
 };
 struct LessEqual {
+    static constexpr unsigned outcomes = LongTest::Less + LongTest::Equal;
     static bool apply(const auto& left, const auto& right) { return !(right < left); }
 };
 struct GreaterEqual {
+    static constexpr unsigned outcomes = LongTest::Greater + LongTest::Equal;
     static bool apply(const auto& left, const auto& right) { return !(left < right); }
 };
 
-// Long and Bool: left, then right.
+// Long: left, then right.
 template <class Operation, class Left, class Right>
-class ForwardComparison final : public BoolNode {
+class ForwardComparison final : public LongComparison {
 public:
     ForwardComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
     bool result() override {
-        const auto left = left_.value();
+        const long left = left_.value();
+        return Operation::apply(left, right_.value());
+    }
+
+    LongTest test() const override {
+        return {operandOf(left_), operandOf(right_), Operation::outcomes};
+    }
+
+private:
+    template <class Operand>
+    static LongTest::Operand operandOf(const Operand& operand) {
+        if constexpr (requires { operand.storage(); }) {
+            return {.storage = operand.storage()};
+        } else {
+            return {.node = operand.peek()};
+        }
+    }
+
+    Left left_;
+    Right right_;
+};
+
+// Bool: left, then right.
+template <class Operation, class Left, class Right>
+class BoolComparison final : public BoolNode {
+public:
+    BoolComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+
+    bool result() override {
+        const bool left = left_.value();
         return Operation::apply(left, right_.value());
     }
 
@@ -63,8 +99,10 @@ private:
 
 template <class Type, class Operation, class Left, class Right>
 Node* makeComparison(Left left, Right right) {
-    if constexpr (std::is_same_v<Type, LongType> || std::is_same_v<Type, BoolType>) {
+    if constexpr (std::is_same_v<Type, LongType>) {
         return new ForwardComparison<Operation, Left, Right>(std::move(left), std::move(right));
+    } else if constexpr (std::is_same_v<Type, BoolType>) {
+        return new BoolComparison<Operation, Left, Right>(std::move(left), std::move(right));
     } else {
         using Held = std::conditional_t<std::is_same_v<Type, StringType>, const FND::String&,
                                         typename Type::Value>;
