@@ -8,11 +8,10 @@
 #include "fnd/String.h"
 #include "scr/Condition.h"
 #include "scr/Node.h"
+#include "scr/RunControl.h"
 #include "scr/Variable.h"
 
 namespace SCR {
-
-class RunControl;
 
 /// A block: statements in order, and the identifiers declared in it. It owns both.
 class KESTREL_API StatementList : public Node {
@@ -54,7 +53,15 @@ public:
     Node* operator->() const { return statement_.get(); }
 
     /// Runs the statement, if there is one.
-    std::int32_t execute() const { return run_ != nullptr ? run_->execute() : Node::goOn; }
+    std::int32_t execute() const {
+        if (run_ == nullptr) return Node::goOn;
+        try {
+            return run_->execute();
+        } catch (ScriptStopped& stopped) {
+            if (run_ != statement_.get()) stopped.passedThrough(run_);
+            throw;
+        }
+    }
 
 private:
     std::unique_ptr<Node> statement_;
