@@ -51,9 +51,23 @@ void ScriptOptions::declare(CLI::App& command) {
                 for (const std::string& limit : limits) setLimit(limit);
             },
             "Stop a script that passes a limit: steps, depth, time (in milliseconds), string (in "
-            "bytes), elements, nesting, source (in bytes) or states; none lifts one; may be "
-            "repeated")
+            "bytes), elements, memory (in bytes), nesting, source (in bytes) or states; none lifts "
+            "one; may be repeated")
         ->type_name("NAME=VALUE")
+        ->allow_extra_args(false);
+    command.add_flag("--sandbox", isSandboxed_,
+                     "Let scripts neither touch files, run a shell, read the environment, sleep, "
+                     "load extensions nor include files");
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--allow",
+            [this](const std::vector<std::string>& names) {
+                for (const std::string& name : names) allow(name);
+            },
+            "As --sandbox, but allow these: files, shell, env, sleep, use, include or, for one "
+            "directory and those below it, include=DIR")
+        ->type_name("NAME,...")
+        ->delimiter(',')
         ->allow_extra_args(false);
 }
 
@@ -73,8 +87,22 @@ void ScriptOptions::setLimit(const std::string& text) {
     limits_.*limit = number;
 }
 
+void ScriptOptions::allow(const std::string& name) {
+    const std::string directory = "include=";
+    if (name.starts_with(directory)) {
+        capabilities_.include = true;
+        capabilities_.includeDirectories.push_back(name.substr(directory.size()));
+    } else if (const auto capability = SCR::capabilityOfName(name); capability != nullptr) {
+        capabilities_.*capability = true;
+    } else {
+        throw CLI::ValidationError("--allow", "'" + name + "' names no capability");
+    }
+    isSandboxed_ = true;
+}
+
 bool ScriptOptions::apply(SCR::Interpreter& interpreter) const {
     interpreter.limits(limits_);
+    if (isSandboxed_) interpreter.capabilities(capabilities_);
     interpreter.includePath(includePath_);
     for (const auto& [name, value] : constants_) {
         if (interpreter.addGlobalConstant(name, value)) continue;

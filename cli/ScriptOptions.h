@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "scr/Capabilities.h"
 #include "scr/Limits.h"
 
 namespace SCR {
@@ -23,10 +24,13 @@ public:
     bool apply(SCR::Interpreter& interpreter) const;
 
 private:
-    // Takes "NAME=VALUE"; throws CLI::ValidationError.
-    void setLimit(const std::string& text);
+    // These throw CLI::ValidationError.
+    void setLimit(const std::string& text);  // "NAME=VALUE"
+    void allow(const std::string& name);     // a capability, or "include=DIR"
 
     SCR::Limits limits_;
+    SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // those that --sandbox leaves
+    bool isSandboxed_ = false;
     std::vector<std::string> includePath_;
     std::vector<std::pair<std::string, std::string>> constants_;
 };

@@ -76,6 +76,9 @@ bool FctDescr::checkType(int expected, int actual) const {
 }
 
 bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
+    if (const char* const lacking = interpreter.capabilities().lacking(effects_)) {
+        return SCR_YaccError(Messages::forbiddenCall(name_, lacking));
+    }
     const int count = stack.topNumParams();
     if (minimum_ > count) return SCR_YaccError(Messages::missingParameter(signature()));
     if (maximum_ != anyNumber) {

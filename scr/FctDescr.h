@@ -4,6 +4,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/Effect.h"
 #include "scr/Variable.h"
 
 namespace SCR {
@@ -49,6 +50,10 @@ public:
     bool isActive() const { return isActive_; }
     void isActive(bool active) { isActive_ = active; }
 
+    /// What a call does to the outside world, as far as capabilities go by it.
+    Effect effects() const { return effects_; }
+    void effects(Effect effects) { effects_ = effects; }
+
     /// "Type name(Type,Type,[Type])", as messages show it.
     FND::String signature() const;
 
@@ -71,6 +76,7 @@ private:
     std::vector<int> argTypes_;
     Factory factory_;
     bool isActive_ = true;
+    Effect effects_ = Effect::None;
 };
 
 }  // namespace SCR

@@ -85,6 +85,8 @@ void Interpreter::discardScript() {
 bool Interpreter::expand(const FND::String& text, FND::String& expanded) {
     PreprocessorOptions options;
     options.searchPath = includePath_;
+    options.includesAllowed = capabilities_.include;
+    options.allowedDirectories = capabilities_.includeDirectories;
     options.maxBytes =
         limits().source == Limits::none ? 0 : static_cast<std::size_t>(limits().source);
     Preprocessor preprocessor(log_, options);

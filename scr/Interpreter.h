@@ -8,6 +8,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/Capabilities.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
 #include "scr/PlaceTable.h"
@@ -80,6 +81,10 @@ public:
     /// Directories in which include files are looked for, before those of the environment.
     void includePath(const std::vector<FND::String>& directories) { includePath_ = directories; }
 
+    /// What scripts may do; see `Capabilities`. Set for the compiles that follow.
+    const Capabilities& capabilities() const { return capabilities_; }
+    void capabilities(const Capabilities& capabilities) { capabilities_ = capabilities; }
+
     /// What scripts may take; see `Limits`. Set for the compiles and executions that follow.
     const Limits& limits() const { return runControl_.limits(); }
     void limits(const Limits& limits) { runControl_.limits(limits); }
@@ -148,6 +153,7 @@ private:
     std::unique_ptr<BoolNode> query_;
     std::int64_t queryBuffers_ = 0;  // what the query's nodes took
     std::vector<FND::String> includePath_;
+    Capabilities capabilities_;
     std::vector<const Variable*> growing_;  // the script's variables that may take memory
     PlaceTable places_;
     std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow

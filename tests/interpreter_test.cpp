@@ -15,6 +15,7 @@
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
 #include "scr/Variable.h"
+#include "scr/builtin/BuiltIn.h"
 #include "scr/parser/Parser.h"
 
 namespace {
@@ -236,6 +237,45 @@ TEST_F(InterpreterTest, ALimitStopsAndLeavesTheInterpreterUsable) {
     interpreter_.limits(SCR::Limits());
     EXPECT_TRUE(interpreter_.compile("Long i; while (i < 5000) i = i + 1;"));
     EXPECT_TRUE(interpreter_.execute());
+}
+
+TEST_F(InterpreterTest, ASandboxCompilesNoForbiddenCall) {
+    using SCR::Capabilities;
+    const struct {
+        bool Capabilities::*missing;
+        const char* script;
+        const char* log;
+    } rows[] = {
+        {&Capabilities::files, "\nFile f; fileOpen(f, \"/dev/null\", \"r\");",
+         "ERROR: line 2: call of `fileOpen' is not allowed (files)\n"},
+        {&Capabilities::shell, "String s; system(\"true\", s);",
+         "ERROR: line 1: call of `system' is not allowed (shell)\n"},
+        {&Capabilities::env, "sysGetEnv(\"HOME\") == \"\";",
+         "ERROR: line 1: call of `sysGetEnv' is not allowed (env)\n"},
+        {&Capabilities::sleep, "sleep(0);",
+         "ERROR: line 1: call of `sleep' is not allowed (sleep)\n"},
+        {&Capabilities::use, "use none;",
+         "ERROR: line 1: can not use none: extension libraries are not allowed\n"},
+        {&Capabilities::include, "include \"/dev/null\";\n",
+         "include of `/dev/null' is not allowed\n"},
+    };
+    for (const auto& row : rows) {
+        Capabilities capabilities;
+        capabilities.*row.missing = false;
+        interpreter_.capabilities(capabilities);
+        log_.text.clear();
+        EXPECT_FALSE(interpreter_.compile(row.script)) << row.script;
+        EXPECT_EQ(log_.text, row.log);
+    }
+    interpreter_.capabilities(Capabilities::none());
+    for (const SCR::BuiltIn* row : SCR::builtIns()) {
+        constexpr SCR::Effect open =
+            SCR::Effect::Clock | SCR::Effect::StandardOutput | SCR::Effect::Mutex;
+        const bool isOpen = row->effects == SCR::Effect::None || has(row->effects, open);
+        EXPECT_EQ(Capabilities::none().lacking(row->effects) == nullptr, isOpen) << row->number;
+        if (isOpen) continue;
+        EXPECT_FALSE(interpreter_.compile(FND::String(row->example) + ";")) << row->example;
+    }
 }
 
 TEST_F(InterpreterTest, AnotherThreadMayInterrupt) {

@@ -5,32 +5,10 @@
 #include <string_view>
 
 #include "fnd/Export.h"
+#include "scr/Effect.h"
 #include "scr/FctDescr.h"
 
 namespace SCR {
-
-/// What a built-in does to the world outside the script. Sandboxes, the manual and the checks of
-/// scripts read it from the table of built-ins. Values combine with `|`.
-enum class Effect : unsigned {
-    None = 0,
-    ReadsFiles = 1,
-    WritesFiles = 2,
-    Shell = 4,
-    Environment = 8,
-    Clock = 16,
-    Sleep = 32,
-    StandardOutput = 64,
-    Mutex = 128,
-};
-
-constexpr Effect operator|(Effect a, Effect b) {
-    return static_cast<Effect>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
-}
-
-/// Whether `effects` holds `effect`, or any of several.
-constexpr bool has(Effect effects, Effect effect) {
-    return (static_cast<unsigned>(effects) & static_cast<unsigned>(effect)) != 0;
-}
 
 /// One row of the table of built-ins: a function or an operator, with its manual.
 struct BuiltIn {

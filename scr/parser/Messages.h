@@ -192,6 +192,12 @@ inline Text possibleMissingReturn(const Text& signature) {
     return "possible missing return value in " + quoted(signature);
 }
 
+// Capabilities.
+inline Text forbiddenCall(const Text& name, const Text& capability) {
+    return "call of `" + name + "' is not allowed (" + capability + ")";
+}
+inline const Text forbiddenUse = "extension libraries are not allowed";
+
 // Extensions.
 inline Text cannotUse(const Text& name, const Text& reason) {
     return "can not use " + name + ": " + reason;

@@ -33,6 +33,9 @@ std::unique_ptr<SCR::Extension> generate(Generator generator) {
 
 bool SCR_useExtension(std::string_view extensionName) {
     const FND::String name(extensionName);
+    if (!SCR::actInterpreterG->capabilities().use) {
+        return reportUse(name, SCR::Messages::forbiddenUse);
+    }
     void* const library = dlopen(("lib" + name + ".so").c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (library == nullptr) return reportUse(name, loaderError());
     // The library stays loaded for the life of the process, whatever follows.

@@ -1,0 +1,28 @@
+#pragma once
+
+namespace SCR {
+
+/// What a function does to the world outside the script. Capabilities, the manual and the checks of
+/// scripts go by it. Values combine with `|`.
+enum class Effect : unsigned {
+    None = 0,
+    ReadsFiles = 1,
+    WritesFiles = 2,
+    Shell = 4,
+    Environment = 8,
+    Clock = 16,
+    Sleep = 32,
+    StandardOutput = 64,
+    Mutex = 128,
+};
+
+constexpr Effect operator|(Effect a, Effect b) {
+    return static_cast<Effect>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
+}
+
+/// Whether `effects` holds `effect`, or any of several.
+constexpr bool has(Effect effects, Effect effect) {
+    return (static_cast<unsigned>(effects) & static_cast<unsigned>(effect)) != 0;
+}
+
+}  // namespace SCR
