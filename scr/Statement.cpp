@@ -44,7 +44,14 @@ std::int32_t StatementList::execute() {
 
 bool StatementList::addStatement(Node* statement) {
     statements_.emplace_back(statement);
+    only_ = nullptr;
     return true;
+}
+
+void StatementList::close() {
+    if constexpr (SpecialisesNodes) {
+        if (statements_.size() == 1) only_ = statements_.front().get();
+    }
 }
 
 bool StatementList::addIdentifier(const FND::String& name, Variable* variable) {

@@ -23,6 +23,18 @@ public:
     std::int32_t execute() override;
     /// Appends and takes over `statement`; always true.
     bool addStatement(Node* statement) override;
+    void close() override;
+    /// What `execute` does, for a caller that knows the class: a single statement runs without
+    /// going through the list.
+    std::int32_t run() {
+        if (only_ == nullptr) return StatementList::execute();
+        try {
+            return only_->execute();
+        } catch (ScriptStopped& stopped) {
+            stopped.passedThrough(only_);
+            throw;
+        }
+    }
     bool addIdentifier(const FND::String& name, Variable* variable) override;
     Variable* getIdentifier(const FND::String& name) override;
     /// True if any statement of the list returns a result.
@@ -34,6 +46,7 @@ private:
     using Identifiers = std::unordered_map<FND::String, std::unique_ptr<Variable>>;
 
     std::vector<std::unique_ptr<Node>> statements_;
+    Node* only_ = nullptr;                      // the only statement, once the block is complete
     std::unique_ptr<Identifiers> identifiers_;  // none for the many blocks that declare nothing
 };
 

@@ -1,7 +1,11 @@
 #include "scr/SwitchCase.h"
 
+#include <algorithm>
+#include <bit>
+
 #include "fsm/Analysis.h"
 #include "scr/Interpreter.h"
+#include "scr/KeyHash.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -40,7 +44,7 @@ std::int32_t SwitchCase::execute() {
     // Falling through is a loop, so that no number of labels nests calls.
     while (true) {
         const Entry& entry = bodies_[body];
-        const std::int32_t code = entry.statements->StatementList::execute();
+        const std::int32_t code = entry.statements->run();
         if (code != goOn || !entry.fallsThrough) return code;
         ++body;
     }
@@ -49,6 +53,10 @@ std::int32_t SwitchCase::execute() {
 bool SwitchCase::addStatement(Node* statement) {
     state_ = State::Filled;
     return bodies_.back().statements->addStatement(statement);
+}
+
+void SwitchCase::close() {
+    for (const Entry& body : bodies_) body.statements->close();
 }
 
 bool SwitchCase::addBreak() {
@@ -95,8 +103,29 @@ bool LongSwitchCase::nextCase(ParserStack& stack) {
     return true;
 }
 
+bool LongSwitchCase::finalSetup() {
+    if (labels_.empty()) return true;
+    const auto [least, greatest] =
+        std::minmax_element(labels_.begin(), labels_.end(),
+                            [](const auto& a, const auto& b) { return a.first < b.first; });
+    const unsigned long range =
+        static_cast<unsigned long>(greatest->first) - static_cast<unsigned long>(least->first);
+    if (range / 4 > labels_.size()) return true;
+    first_ = static_cast<unsigned long>(least->first);
+    table_.assign(range + 1, noBody);
+    for (const auto& [label, body] : labels_) {
+        table_[static_cast<unsigned long>(label) - first_] = body;
+    }
+    return true;
+}
+
 SwitchCase::Body LongSwitchCase::select() {
-    const auto found = labels_.find(selector_->result());
+    const long value = selector_->result();
+    if (!table_.empty()) {
+        const unsigned long place = static_cast<unsigned long>(value) - first_;
+        return place < table_.size() ? table_[place] : noBody;
+    }
+    const auto found = labels_.find(value);
     return found != labels_.end() ? found->second : noBody;
 }
 
@@ -109,9 +138,31 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
     return true;
 }
 
+// Few labels are mostly told apart by their lengths and ends.
+std::size_t StringSwitchCase::placeOf(const FND::String& label) const {
+    constexpr std::size_t few = 64;
+    if (slots_.size() > few) return keyHash(label);
+    if (label.empty()) return 0;
+    const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(label[place]); };
+    return label.size() + 5U * byte(0) + 19U * byte(label.size() / 2) + 3U * byte(label.size() - 1);
+}
+
+bool StringSwitchCase::finalSetup() {
+    slots_.resize(std::bit_ceil(2 * labels_.size() + 1));
+    for (const auto& [label, body] : labels_) {
+        std::size_t place = placeOf(label);
+        while (slots_[place & (slots_.size() - 1)].label != nullptr) ++place;
+        slots_[place & (slots_.size() - 1)] = {&label, body};
+    }
+    return true;
+}
+
 SwitchCase::Body StringSwitchCase::select() {
-    const auto found = labels_.find(selector_->result());
-    return found != labels_.end() ? found->second : noBody;
+    const FND::String& value = selector_->result();
+    for (std::size_t place = placeOf(value);; ++place) {
+        const Slot& slot = slots_[place & (slots_.size() - 1)];
+        if (slot.label == nullptr || *slot.label == value) return slot.body;
+    }
 }
 
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)

@@ -21,6 +21,7 @@ public:
     std::int32_t execute() override;
     /// Adds to the body of the labels last seen; always true.
     bool addStatement(Node* statement) override;
+    void close() override;
     /// True only if there is a default body and all bodies, with what they fall through into,
     /// return a result.
     bool returnsResult() const override;
@@ -64,12 +65,16 @@ public:
     /// Takes over the selector.
     explicit LongSwitchCase(LongNode* selector) : selector_(selector) {}
     bool nextCase(ParserStack& stack) override;
+    bool finalSetup() override;
 
 private:
     Body select() override;
 
     const std::unique_ptr<LongNode> selector_;
     std::unordered_map<long, Body> labels_;
+    // The bodies of all labels from the first on, when they lie close together.
+    std::vector<Body> table_;
+    unsigned long first_ = 0;
 };
 
 /// String labels, compared exactly.
@@ -78,12 +83,23 @@ public:
     /// Takes over the selector.
     explicit StringSwitchCase(StringNode* selector) : selector_(selector) {}
     bool nextCase(ParserStack& stack) override;
+    bool finalSetup() override;
 
 private:
+    struct Slot {
+        const FND::String* label = nullptr;  // a key of `labels_`
+        Body body = noBody;
+    };
+
     Body select() override;
 
     const std::unique_ptr<StringNode> selector_;
     std::unordered_map<FND::String, Body> labels_;
+    std::size_t placeOf(const FND::String& label) const;
+
+    // The labels by their hash, the next free slot for one whose slot is taken. More than half of
+    // the slots are free; their number is a power of 2.
+    std::vector<Slot> slots_;
 };
 
 /// Labels that are patterns: the body of the first pattern that matches the whole text runs.

@@ -4,6 +4,7 @@
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/LongArithmetic.h"
+#include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -68,29 +69,6 @@ private:
 };
 
 class StringArithmetic : public StringNode {};
-
-template <class Left, class Right>
-class StringConcatenation final : public StringArithmetic {
-public:
-    StringConcatenation(RunControl& control, Left left, Right right)
-        : control_(control), left_(std::move(left)), right_(std::move(right)) {}
-
-    const FND::String& result() override {
-        const FND::String& left = left_.value();
-        const FND::String& right = right_.value();
-        control_.checkString(this, left.size() + right.size());
-        growBuffer(result_, left.size() + right.size());
-        result_.assign(left);
-        result_.append(right);
-        return result_;
-    }
-
-private:
-    RunControl& control_;
-    Left left_;
-    Right right_;
-    FND::String result_;
-};
 
 // For a right operand that may run script code, and with it change the left one's variable or this
 // very node's result.
@@ -200,11 +178,7 @@ struct StringAdd {
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         if (isRightActive) return new HeldConcatenation(control, std::move(left), std::move(right));
-        return withOperands<StringType>(
-            std::move(left), std::move(right), [&](auto leftOperand, auto rightOperand) -> Node* {
-                return new StringConcatenation<decltype(leftOperand), decltype(rightOperand)>(
-                    control, std::move(leftOperand), std::move(rightOperand));
-            });
+        return StringSum::make(control, std::move(left), std::move(right)).release();
     }
 };
 

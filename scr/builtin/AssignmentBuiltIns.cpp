@@ -2,6 +2,7 @@
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/LongArithmetic.h"
+#include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -30,14 +31,35 @@ private:
     Operand value_;
 };
 
+// The store of a variable's own text with something behind it.
+class AppendAssignment final : public StringNode {
+public:
+    AppendAssignment(FND::String& target, std::unique_ptr<StringSum> sum)
+        : target_(target), sum_(std::move(sum)) {}
+
+    std::int32_t execute() override {
+        sum_->appendTo(target_);
+        return Node::goOn;
+    }
+
+    const FND::String& result() override {
+        sum_->appendTo(target_);
+        return target_;
+    }
+
+private:
+    FND::String& target_;  // the variable's
+    const std::unique_ptr<StringSum> sum_;
+};
+
 // The store into any other target. `rereads`: the target may run script code, so reading it again
 // can be observed, and a reference to the value does not outlive finding the target's storage.
-template <class Type, bool rereads>
+template <class Type, class Operand, bool rereads>
 class TargetAssignment final : public Type::Node {
 public:
-    TargetAssignment(std::unique_ptr<Node> target, std::unique_ptr<Node> value)
+    TargetAssignment(std::unique_ptr<Node> target, Operand value)
         : target_(static_cast<typename Type::DataNode*>(target.release())),
-          value_(static_cast<typename Type::Node*>(value.release())) {}
+          value_(std::move(value)) {}
 
     std::int32_t execute() override {
         if constexpr (rereads) {
@@ -61,18 +83,18 @@ private:
     // Gives the value stored; a reference only to what outlives the call.
     std::conditional_t<Type::byReference, void, typename Type::Value> store() {
         if constexpr (rereads) {
-            const HeldCopy<typename Type::Value> held(value_->result());
+            const HeldCopy<typename Type::Value> held(value_.value());
             target_->set(held.value());
             if constexpr (!Type::byReference) return held.value();
         } else {
-            typename Type::Argument value = value_->result();
+            typename Type::Argument value = value_.value();
             target_->set(value);
             if constexpr (!Type::byReference) return value;
         }
     }
 
     const std::unique_ptr<typename Type::DataNode> target_;
-    const std::unique_ptr<typename Type::Node> value_;
+    Operand value_;
 };
 
 template <class Type>
@@ -91,6 +113,15 @@ public:
             const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
                 return withOperand<Type>(std::move(node), make);
             };
+            if constexpr (SpecialisesNodes && std::is_same_v<Type, StringType>) {
+                Node& operand = *value;
+                if (&typeid(operand) == &typeid(StringSum) &&
+                    static_cast<StringSum&>(operand).firstText() == &variable->value()) {
+                    return new AppendAssignment(
+                        variable->value(),
+                        std::unique_ptr<StringSum>(static_cast<StringSum*>(value.release())));
+                }
+            }
             if constexpr (std::is_same_v<Type, LongType>) {
                 return withPair(AssignedPairs(), std::move(value), make, makeWithLeaf);
             } else {
@@ -100,9 +131,13 @@ public:
         // A target that may run script code is evaluated again after the store, as its value is
         // asked for, and may change what a reference to the value refers to.
         if (isTargetActive) {
-            return new TargetAssignment<Type, true>(std::move(target), std::move(value));
+            using Any = AnyOperand<Type>;
+            return new TargetAssignment<Type, Any, true>(std::move(target), Any(std::move(value)));
         }
-        return new TargetAssignment<Type, false>(std::move(target), std::move(value));
+        return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
+            return new TargetAssignment<Type, decltype(operand), false>(std::move(target),
+                                                                        std::move(operand));
+        });
     }
 };
 

@@ -114,7 +114,7 @@ auto withPair(PairList<Pair, Pairs...> /*pairs*/, std::unique_ptr<Node> node, Ma
               Other&& other) {
     if constexpr (SpecialisesNodes) {
         Node& operand = *node;
-        if (typeid(operand) == typeid(LongPairNode<Pair>)) {
+        if (&typeid(operand) == &typeid(LongPairNode<Pair>)) {
             return make(std::move(static_cast<LongPairNode<Pair>&>(operand).pair()));
         }
     }
@@ -146,12 +146,23 @@ template <class Left, class Right>
 using AllPairs = PairsOf<Left, Right, LongAddition, LongSubtraction, LongMultiplication,
                          LongQuotient, LongRemainder>;
 
-/// What an assignment computes on its own: an operation of any two simple operands.
-using AssignedPairs = JoinedPairs<AllPairs<VariableOperand<LongType>, VariableOperand<LongType>>,
-                                  AllPairs<VariableOperand<LongType>, ConstantOperand<LongType>>,
+/// Sums and differences of a variable with each of the pairs given.
+template <class Pairs>
+struct SumsWith;
+template <class... Pairs>
+struct SumsWith<PairList<Pairs...>> {
+    using Type = PairList<LongPair<LongAddition, VariableOperand<LongType>, Pairs>...,
+                          LongPair<LongSubtraction, VariableOperand<LongType>, Pairs>...>;
+};
+
+/// What an assignment computes on its own: an operation of any two simple operands, or a variable
+/// and a pair.
+using AssignedPairs = JoinedPairs<AllPairs<VariableOperand<LongType>, ConstantOperand<LongType>>,
+                                  AllPairs<VariableOperand<LongType>, VariableOperand<LongType>>,
                                   AllPairs<VariableOperand<LongType>, AnyOperand<LongType>>,
                                   AllPairs<AnyOperand<LongType>, VariableOperand<LongType>>,
                                   AllPairs<AnyOperand<LongType>, ConstantOperand<LongType>>,
-                                  AllPairs<AnyOperand<LongType>, AnyOperand<LongType>>>::Type;
+                                  AllPairs<AnyOperand<LongType>, AnyOperand<LongType>>,
+                                  SumsWith<InnerPairs>::Type>::Type;
 
 }  // namespace SCR

@@ -1,0 +1,72 @@
+#include "scr/builtin/StringSum.h"
+
+#include <algorithm>
+#include <typeinfo>
+
+#include "scr/Memory.h"
+#include "scr/Operand.h"
+#include "scr/RunControl.h"
+
+namespace SCR {
+
+StringPart::StringPart(std::unique_ptr<Node> node)
+    : node_(static_cast<StringNode*>(node.release())) {
+    if constexpr (!SpecialisesNodes) return;
+    if (const StringVariable* const variable = variableOf<StringType>(*node_)) {
+        text_ = &variable->value();
+    } else if (StringNode& operand = *node_; typeid(operand) == typeid(StringConstant)) {
+        text_ = &operand.result();
+    }
+}
+
+std::unique_ptr<StringSum> StringSum::make(RunControl& control, std::unique_ptr<Node> left,
+                                           std::unique_ptr<Node> right) {
+    std::unique_ptr<StringSum> sum;
+    if (Node& operand = *left; SpecialisesNodes && typeid(operand) == typeid(StringSum)) {
+        sum.reset(static_cast<StringSum*>(left.release()));
+    } else {
+        sum.reset(new StringSum(control));
+        sum->add(std::move(left));
+    }
+    sum->add(std::move(right));
+    return sum;
+}
+
+void StringSum::add(std::unique_ptr<Node> operand) {
+    parts_.emplace_back(std::move(operand));
+    values_.push_back(nullptr);
+}
+
+std::size_t StringSum::evaluate() {
+    std::size_t size = 0;
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+        values_[i] = &parts_[i].value();
+        size += values_[i]->size();
+        control_.checkString(this, size);
+    }
+    return size;
+}
+
+const FND::String& StringSum::result() {
+    growBuffer(result_, evaluate());
+    result_.assign(*values_.front());
+    for (std::size_t i = 1; i < values_.size(); ++i) result_.append(*values_[i]);
+    return result_;
+}
+
+void StringSum::appendTo(FND::String& target) {
+    const std::size_t size = evaluate();
+    const auto others = values_.begin() + 1;
+    if (std::find(others, values_.end(), &target) != values_.end()) {
+        // The target comes again behind itself.
+        store(target, result());
+        return;
+    }
+    if (size > target.capacity()) {
+        chargeGrowth(target, size);
+        target.reserve(std::max(size, 2 * target.capacity()));
+    }
+    for (auto value = others; value != values_.end(); ++value) target.append(**value);
+}
+
+}  // namespace SCR
