@@ -55,16 +55,12 @@ void StatementList::close() {
 }
 
 bool StatementList::addIdentifier(const FND::String& name, Variable* variable) {
-    if (!identifiers_) identifiers_ = std::make_unique<Identifiers>();
-    const auto [entry, isNew] = identifiers_->try_emplace(name);
-    if (isNew) entry->second.reset(variable);
-    return isNew;
+    if (!identifiers_) identifiers_ = std::make_unique<IdentifierTable>();
+    return identifiers_->insert(name, variable);
 }
 
 Variable* StatementList::getIdentifier(const FND::String& name) {
-    if (!identifiers_) return nullptr;
-    const auto found = identifiers_->find(name);
-    return found != identifiers_->end() ? found->second.get() : nullptr;
+    return identifiers_ ? identifiers_->find(name) : nullptr;
 }
 
 bool StatementList::returnsResult() const {

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Condition.h"
+#include "scr/IdentifierTable.h"
 #include "scr/Node.h"
 #include "scr/RunControl.h"
 #include "scr/Variable.h"
@@ -43,11 +43,9 @@ public:
     const std::vector<std::unique_ptr<Node>>& statements() const { return statements_; }
 
 private:
-    using Identifiers = std::unordered_map<FND::String, std::unique_ptr<Variable>>;
-
     std::vector<std::unique_ptr<Node>> statements_;
-    Node* only_ = nullptr;                      // the only statement, once the block is complete
-    std::unique_ptr<Identifiers> identifiers_;  // none for the many blocks that declare nothing
+    Node* only_ = nullptr;  // the only statement, once the block is complete
+    std::unique_ptr<IdentifierTable> identifiers_;  // none for the many blocks that declare nothing
 };
 
 /// A statement that another one owns and runs. A block of a single statement is run by running that

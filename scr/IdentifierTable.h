@@ -1,0 +1,55 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "fnd/String.h"
+#include "scr/Variable.h"
+
+namespace SCR {
+
+/// The variables declared in a block, which it owns, by their names. Most blocks declare few, which
+/// take no more than an entry each.
+class IdentifierTable {
+public:
+    /// Declares `variable`. True: the table owns it now. False: the name is taken, nothing changed
+    /// and the caller still owns it.
+    bool insert(const FND::String& name, Variable* variable) {
+        if (find(name) != nullptr) return false;
+        if (entries_.empty()) entries_.reserve(firstCM);
+        if (entries_.size() == fewCM) {
+            for (const Entry& entry : entries_) index_.emplace(entry.name, entry.variable.get());
+        }
+        if (entries_.size() >= fewCM) index_.emplace(name, variable);
+        entries_.push_back({name, std::unique_ptr<Variable>(variable)});
+        return true;
+    }
+
+    /// The variable declared as `name`, or null.
+    Variable* find(const FND::String& name) const {
+        if (!index_.empty()) {
+            const auto found = index_.find(name);
+            return found != index_.end() ? found->second : nullptr;
+        }
+        const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                        [&](const Entry& entry) { return entry.name == name; });
+        return found != entries_.end() ? found->variable.get() : nullptr;
+    }
+
+private:
+    static constexpr std::size_t firstCM = 4;
+    static constexpr std::size_t fewCM = 8;
+
+    struct Entry {
+        FND::String name;
+        std::unique_ptr<Variable> variable;
+    };
+
+    std::vector<Entry> entries_;
+    std::unordered_map<FND::String, Variable*> index_;  // of all, once they are more than a few
+};
+
+}  // namespace SCR
