@@ -48,6 +48,7 @@ bool DateTime::addYears(std::int64_t years) noexcept {
 
 bool DateTime::addMonths(std::int64_t months) noexcept {
     if (!isValid() || !isWithin(months, maxMonthsS)) return false;
+    if (months == 0) return moveTo(*this, secs_);  // as when only the time of day moves
     const auto day =
         std::chrono::floor<days>(std::chrono::sys_seconds(std::chrono::seconds(secs_)));
     const year_month_day date(day);

@@ -17,11 +17,15 @@ public:
     /// The format that the library's directives express, in storage of this object or `format`
     /// itself; `zone` tells whose clock it is for.
     const FND::String& directives(const FND::String& format, DateTime::Zone& zone) {
-        const std::size_t at = format.find("%L");
-        zone = at == FND::String::npos ? DateTime::Zone::Utc : DateTime::Zone::Local;
-        if (at == FND::String::npos) return format;
+        // Formats are full of "%" and seldom have an "L".
+        std::size_t letter = format.find('L', 1);
+        while (letter != FND::String::npos && format[letter - 1] != '%') {
+            letter = format.find('L', letter + 1);
+        }
+        zone = letter == FND::String::npos ? DateTime::Zone::Utc : DateTime::Zone::Local;
+        if (letter == FND::String::npos) return format;
         local_ = format;
-        local_[at + 1] = 'Z';
+        local_[letter] = 'Z';
         return local_;
     }
 
