@@ -23,6 +23,7 @@ class NamedContainer {
 public:
     explicit NamedContainer(Container* container) : container_(container) {}
     Container* value() const { return container_; }
+    bool operator==(const NamedContainer&) const = default;
 
 private:
     Container* container_;
@@ -76,6 +77,11 @@ public:
         return static_cast<V*>(source_.make(*array, place));
     }
 
+    /// Whether `other` finds the same element. For named containers and variables as index.
+    bool isSame(const ArrayElement& other) const {
+        return container_ == other.container_ && index_.storage() == other.index_.storage();
+    }
+
 private:
     Container container_;
     Index index_;
@@ -119,6 +125,11 @@ public:
             return findByCopy();
         const FND::String& key = key_.value();
         return find(container_.value(), key);
+    }
+
+    /// Whether `other` finds the same element. For named containers and variables as key.
+    bool isSame(const HashElement& other) const {
+        return container_ == other.container_ && key_.storage() == other.key_.storage();
     }
 
 private:
@@ -166,6 +177,8 @@ public:
         store(found->value(), value);
         return true;
     }
+
+    Element& element() { return element_; }
 
 private:
     inline static const typename Type::Value emptyCM{};

@@ -202,7 +202,14 @@ private:
     }
 
     void assignment() {
-        switch (below(6)) {
+        switch (below(7)) {
+            case 6: {
+                const std::string element =
+                    oneOf(std::array{"n[a]", "n[b]", "n[c]", "h{s}", "h{u}"});
+                text_ +=
+                    element + " = " + element + oneOf(std::array{" + 1", " - 3", " * 2", " + a"});
+                break;
+            }
             case 0:
                 text_ += stringTarget(2) + " = " + stringValue(3);
                 break;

@@ -1,3 +1,4 @@
+#include "scr/ElementAccess.h"
 #include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
@@ -97,6 +98,61 @@ private:
     Operand value_;
 };
 
+// An element of a named container is set to its own value and a constant: `Access` finds it once.
+template <class Access, class Operation>
+class ElementUpdate final : public LongNode {
+public:
+    using Value =
+        LongPairNode<LongPair<Operation, AnyOperand<LongType>, ConstantOperand<LongType>>>;
+
+    ElementUpdate(std::unique_ptr<Access> target, std::unique_ptr<Value> value)
+        : target_(std::move(target)), value_(std::move(value)), read_(*readOf(*value_)) {}
+
+    long result() override {
+        const long constant = value_->pair().right().value();
+        if (LongVariable* const element = read_.element().find()) [[likely]] {
+            return element->value() = Operation::apply(element->value(), constant);
+        }
+        const long value = Operation::apply(0, constant);
+        target_->set(value);
+        return value;
+    }
+
+    // The node for the assignment of `value` to `target` if both are what they must be, taken over
+    // then; otherwise null.
+    static Node* make(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
+        const Node& left = *target;
+        const Node& right = *value;
+        if (&typeid(left) != &typeid(Access) || &typeid(right) != &typeid(Value)) return nullptr;
+        auto& access = static_cast<Access&>(*target);
+        Access* const read = readOf(static_cast<Value&>(*value));
+        if (read == nullptr || !read->element().isSame(access.element())) return nullptr;
+        std::unique_ptr<Value> sum(static_cast<Value*>(value.release()));
+        std::unique_ptr<Access> element(static_cast<Access*>(target.release()));
+        return new ElementUpdate(std::move(element), std::move(sum));
+    }
+
+private:
+    static Access* readOf(Value& value) {
+        LongNode* const node = value.pair().left().peek();
+        return &typeid(*node) == &typeid(Access) ? static_cast<Access*>(node) : nullptr;
+    }
+
+    const std::unique_ptr<Access> target_;
+    const std::unique_ptr<Value> value_;
+    Access& read_;  // the operand in `value_`
+};
+
+Node* makeElementUpdate(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
+    using ByKey = LongHashAccess<NamedContainer<Hash>, VariableOperand<StringType>>;
+    using ByIndex = LongArrayAccess<NamedContainer<Array>, VariableOperand<LongType>>;
+    if constexpr (!SpecialisesNodes) return nullptr;
+    if (Node* const node = ElementUpdate<ByKey, LongAddition>::make(target, value)) return node;
+    if (Node* const node = ElementUpdate<ByKey, LongSubtraction>::make(target, value)) return node;
+    if (Node* const node = ElementUpdate<ByIndex, LongAddition>::make(target, value)) return node;
+    return ElementUpdate<ByIndex, LongSubtraction>::make(target, value);
+}
+
 template <class Type>
 class Assignment {
 public:
@@ -133,6 +189,9 @@ public:
         if (isTargetActive) {
             using Any = AnyOperand<Type>;
             return new TargetAssignment<Type, Any, true>(std::move(target), Any(std::move(value)));
+        }
+        if constexpr (std::is_same_v<Type, LongType>) {
+            if (Node* const node = makeElementUpdate(target, value)) return node;
         }
         return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
             return new TargetAssignment<Type, decltype(operand), false>(std::move(target),

@@ -57,6 +57,9 @@ class LongPair {
 public:
     LongPair(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
+    const Left& left() const { return left_; }
+    const Right& right() const { return right_; }
+
     long value() const {
         if constexpr (isDivision<Operation>) {
             const long right = right_.value();
