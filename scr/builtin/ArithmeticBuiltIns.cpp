@@ -126,33 +126,39 @@ struct LongFactory {
                          const FctDescr& /*descriptor*/) {
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
-        return withOperand<LongType>(std::move(right), [&](auto rightOperand) -> Node* {
-            using Right = decltype(rightOperand);
-            const auto makeWith = [&](auto leftOperand) -> Node* {
-                if constexpr (std::is_same_v<Right, Any> &&
-                              std::is_same_v<decltype(leftOperand), Named>) {
-                    return withPair(
-                        InnerPairs(), std::move(rightOperand).node(),
-                        [&](auto pair) { return make(std::move(leftOperand), std::move(pair)); },
-                        [&](std::unique_ptr<Node> node) {
-                            return make(std::move(leftOperand), Any(std::move(node)));
-                        });
-                } else {
-                    return make(std::move(leftOperand), std::move(rightOperand));
-                }
-            };
-            const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
-                return withOperand<LongType>(std::move(node), makeWith);
-            };
-            if constexpr (std::is_same_v<Right, Any>) {
-                return makeWithLeaf(std::move(left));
-            } else {
-                return withPair(InnerPairs(), std::move(left), makeWith, makeWithLeaf);
-            }
+        return withOperand<LongType>(std::move(right), [&](auto operand) {
+            return takeLeft(std::move(left), std::move(operand));
         });
     }
 
 private:
+    template <class Right>
+    static Node* takeLeft(std::unique_ptr<Node> left, Right right) {
+        const auto makeWith = [&](auto operand) {
+            return make(std::move(operand), std::move(right));
+        };
+        return withPair(InnerPairs(), std::move(left), makeWith, [&](std::unique_ptr<Node> node) {
+            return withOperand<LongType>(std::move(node), makeWith);
+        });
+    }
+
+    static Node* takeLeft(std::unique_ptr<Node> left, Any right) {
+        return withOperand<LongType>(std::move(left), [&](auto operand) {
+            return takeRight(std::move(operand), std::move(right));
+        });
+    }
+
+    template <class Left>
+    static Node* takeRight(Left left, Any right) {
+        return make(std::move(left), std::move(right));
+    }
+
+    static Node* takeRight(Named left, Any right) {
+        const auto makeWith = [&](auto operand) { return make(left, std::move(operand)); };
+        return withPair(InnerPairs(), std::move(right).node(), makeWith,
+                        [&](std::unique_ptr<Node> node) { return makeWith(Any(std::move(node))); });
+    }
+
     template <class Left, class Right>
     static Node* make(Left left, Right right) {
         using Pair = LongPair<Operation, Left, Right>;
