@@ -26,10 +26,12 @@ using Action = std::function<ExitStatus()>;
 using AddCommand = void (*)(CLI::App& app, Action& action);
 
 void addCheckCommand(CLI::App& app, Action& action);
+void addConditionsCommand(CLI::App& app, Action& action);
 void addDecryptCommand(CLI::App& app, Action& action);
 void addEncryptCommand(CLI::App& app, Action& action);
 void addFunctionsCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
+void addQueryCommand(CLI::App& app, Action& action);
 void addRunCommand(CLI::App& app, Action& action);
 
 /// Writes "kestrel: `message`" and a line end to standard error.

@@ -1,9 +1,13 @@
 #include "cli/RecordOptions.h"
 
+#include <unistd.h>
+
 #include <atomic>
+#include <charconv>
 #include <csignal>
 #include <memory>
 
+#include "cli/Progress.h"
 #include "cli/StderrLog.h"
 #include "scr/Interpreter.h"
 
@@ -24,6 +28,22 @@ void catchSignals() {
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is an error of the write
 }
 
+// Takes "I/N", 1 <= I <= N.
+bool readPart(const std::string& text, std::int64_t& part, std::int64_t& parts) {
+    const char* const end = text.data() + text.size();
+    const auto first = std::from_chars(text.data(), end, part);
+    if (first.ec != std::errc() || first.ptr == end || *first.ptr != '/') return false;
+    const auto second = std::from_chars(first.ptr + 1, end, parts);
+    return second.ec == std::errc() && second.ptr == end && part >= 1 && part <= parts &&
+           parts <= 1'000'000;
+}
+
+std::string checkPart(const std::string& text) {
+    std::int64_t part = 0;
+    std::int64_t parts = 0;
+    return readPart(text, part, parts) ? "" : "'" + text + "' is not I/N with I from 1 to N";
+}
+
 ExitStatus statusOf(Records::RecordJob::End end) {
     using End = Records::RecordJob::End;
     switch (end) {
@@ -34,6 +54,7 @@ ExitStatus statusOf(Records::RecordJob::End end) {
         case End::Stopped:
         case End::Interrupted:
             return ExitStatus::Stopped;
+        case End::Closed:
         case End::Failed:
             return ExitStatus::Rejected;
         case End::Done:
@@ -44,17 +65,17 @@ ExitStatus statusOf(Records::RecordJob::End end) {
 
 }  // namespace
 
-void RecordOptions::declare(CLI::App& command) {
+void RecordOptions::declare(CLI::App& command, bool isNeeded) {
     CLI::Option* const records =
         command
-            .add_option("--records", job_.input,
-                        "Execute the script for each record of FILE; - is standard input")
-            ->type_name("FILE");
+            .add_option("--records", job_.input, "Work on each record of FILE; - is standard input")
+            ->type_name("FILE")
+            ->required(isNeeded);
     records->each([this](const std::string&) { isGiven_ = true; });
     const auto add = [&](CLI::Option* option) { return option->needs(records); };
-    add(command.add_option("--format", format_, "The records: csv (default), tsv or lines")
+    add(command.add_option("--format", format_, "The records: csv (default), tsv, jsonl or lines")
             ->type_name("FORMAT")
-            ->check(CLI::IsMember({"csv", "tsv", "lines"})));
+            ->check(CLI::IsMember({"csv", "tsv", "jsonl", "lines"})));
     add(command.add_option("--delimiter", delimiter_, "The character between fields")
             ->type_name("C")
             ->check([](const std::string& text) {
@@ -69,15 +90,28 @@ void RecordOptions::declare(CLI::App& command) {
             ->excludes(header));
     add(command
             .add_option("--output", job_.output,
-                        "Where records go; - (default) is standard "
-                        "output")
+                        isNeeded ? "Where the result goes; - (default) is standard output"
+                                 : "Where records go; - (default) is standard output")
             ->type_name("FILE"));
-    add(command.add_option("--where", job_.where, "Drop records for which QUERY does not hold")
-            ->type_name("QUERY"));
+    if (!isNeeded) {
+        add(command.add_option("--where", job_.where, "Drop records for which QUERY does not hold")
+                ->type_name("QUERY"));
+    }
     add(command
             .add_option("--rejects", job_.rejects,
                         "Where rejected records go: place, reason, tabulator, record")
             ->type_name("FILE"));
+    add(command
+            .add_option("--jobs", job_.jobs,
+                        "Work with N threads, each with an interpreter and variables of its own")
+            ->type_name("N")
+            ->check(CLI::Range(1, 256)));
+    add(command
+            .add_option("--part", part_, "Work on part I of N of the file, split between records")
+            ->type_name("I/N")
+            ->check(checkPart));
+    add(command.add_flag("--progress", showsProgress_,
+                         "Show how far it got, if standard error is a terminal"));
     add(command.add_flag("--stats", printsCounts_, "Print the counts of records at the end"));
 }
 
@@ -85,26 +119,37 @@ ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prep
                               const std::function<bool(SCR::Interpreter&)>& compile) const {
     Records::JobOptions options = job_;
     options.layout.isQuoted = format_ == "csv";
-    options.layout.isWhole = format_ == "lines";
+    options.isJson = format_ == "jsonl";
+    options.layout.isWhole = format_ == "lines" || options.isJson;
     options.layout.delimiter = !delimiter_.empty() ? delimiter_[0] : format_ == "tsv" ? '\t' : ',';
     if (format_ == "lines" && options.fields.empty()) options.fields = {"line"};
+    if (!part_.empty()) readPart(part_, options.part, options.parts);
+    if (options.isJson && options.hasHeader) {
+        report("--header: JSON names its fields itself");
+        return ExitStatus::Usage;
+    }
+    Progress progress(options.input);
+    if (showsProgress_ && isatty(STDERR_FILENO) != 0) {
+        options.progress = [&](const Records::Counts& counts, std::int64_t bytes) {
+            progress.show(counts.read, bytes);
+        };
+    }
     catchSignals();
     StderrLog log;
+    using End = Records::RecordJob::End;
     Records::RecordJob job(std::move(options), stopG);
-    ExitStatus status = ExitStatus::Success;
-    {
-        SCR::Interpreter interpreter(&log);
-        if (!prepare(interpreter)) return ExitStatus::Usage;
-        const Records::RecordJob::End end =
-            job.run(interpreter, log, [&] { return compile(interpreter); });
-        status = statusOf(end);
-        const Records::Counts& counts = job.counts();
-        if (end == Records::RecordJob::End::Interrupted) {
-            report("interrupted after " + std::to_string(counts.read) + " records");
-        }
-        if (!job.error().empty()) report(job.error());
-    }
+    const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
+        auto interpreter = std::make_unique<SCR::Interpreter>(&log);
+        return prepare(*interpreter) ? std::move(interpreter) : nullptr;
+    };
+    const End end = job.run(log, make, compile);
+    progress.clear();
+    ExitStatus status = statusOf(end);
     const Records::Counts& counts = job.counts();
+    if (end == End::Interrupted) {
+        report("interrupted after " + std::to_string(counts.read) + " records");
+    }
+    if (!job.error().empty()) report(job.error());
     if (printsCounts_) {
         report("records: " + std::to_string(counts.read) + " read, " +
                std::to_string(counts.written) + " written, " + std::to_string(counts.dropped) +

@@ -15,15 +15,20 @@ class Log;
 
 namespace Cli {
 
-/// The options of a command that executes a script for each record of a file.
+/// The options of a command that does something for each record of a file.
 class RecordOptions {
 public:
     /// Declares the options on `command`; this object must live until the command line is parsed.
-    void declare(CLI::App& command);
+    /// `isNeeded`: the command works on records only.
+    void declare(CLI::App& command, bool isNeeded = false);
     /// Whether the user named records to work on.
     bool isGiven() const { return isGiven_; }
+    /// Further says which records are wanted: those for which `query` holds.
+    void where(const std::string& query) { job_.where = query; }
+    /// Writes, in place of each record, the numbers of the conditions that hold for it.
+    void conditions(const std::string& conditions) { job_.conditions = conditions; }
 
-    /// Runs the job with an interpreter of its own. `prepare` sets up that interpreter; it and
+    /// Runs the job, with an interpreter for each worker. `prepare` sets up an interpreter; it and
     /// `compile` report what they refuse.
     ExitStatus run(const std::function<bool(SCR::Interpreter&)>& prepare,
                    const std::function<bool(SCR::Interpreter&)>& compile) const;
@@ -32,8 +37,10 @@ private:
     Records::JobOptions job_;
     std::string format_ = "csv";
     std::string delimiter_;
+    std::string part_;
     bool isGiven_ = false;
     bool printsCounts_ = false;
+    bool showsProgress_ = false;
 };
 
 }  // namespace Cli

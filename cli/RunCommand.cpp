@@ -33,6 +33,7 @@ ExitStatus run(const RunOptions& options) {
     SCR::Interpreter interpreter(&log);
     if (!options.script.apply(interpreter)) return ExitStatus::Usage;
     if (!interpreter.compile(*text)) return ExitStatus::NotCompiled;
+    if (interpreter.wasStopped()) return ExitStatus::Stopped;  // in BEGIN
     for (std::int64_t turn = 0; turn < options.repeat; ++turn) {
         if (!interpreter.execute()) return ExitStatus::Stopped;
     }

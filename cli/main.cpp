@@ -17,8 +17,9 @@ void report(const std::string& message) {
 
 namespace {
 
-constexpr AddCommand commandsS[] = {addRunCommand,   addCheckCommand,   addFunctionsCommand,
-                                    addMatchCommand, addEncryptCommand, addDecryptCommand};
+constexpr AddCommand commandsS[] = {addRunCommand,     addQueryCommand,     addConditionsCommand,
+                                    addCheckCommand,   addFunctionsCommand, addMatchCommand,
+                                    addEncryptCommand, addDecryptCommand};
 
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");

@@ -29,19 +29,18 @@ void assign(CurrentRecord& current, SCR::FieldAlias field, std::string_view valu
     }
 }
 
-long toLong(const CurrentRecord& current, SCR::FieldAlias field, std::string_view text) {
+}  // namespace
+
+long toLong(const CurrentRecord& current, const std::string& field, std::string_view text) {
     long value = 0;
     if (text.empty()) return value;
     const char* const end = text.data() + text.size();
     const char* const begin = text.data() + (text.front() == '+' && text.size() > 1 ? 1 : 0);
     const auto [stop, error] = std::from_chars(begin, end, value);
     if (error == std::errc() && stop == end) return value;
-    throw std::invalid_argument("field " + field.name() + " of record " +
-                                std::to_string(current.number) + " is no Long: '" +
-                                std::string(text.substr(0, 100)) + "'");
+    throw std::invalid_argument("field " + field + " of record " + std::to_string(current.number) +
+                                " is no Long: '" + std::string(text.substr(0, 100)) + "'");
 }
-
-}  // namespace
 
 void FieldNames::add(std::string_view name) { names_.emplace(normalized(name), count_++); }
 
@@ -56,24 +55,24 @@ long FieldNames::index(const std::string& name) const {
     return number - 1;
 }
 
-void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
-                        const FieldNames& names) {
+namespace {
+
+// The field functions for records whose fields have a number.
+void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const FieldNames& names) {
     using SCR::FieldAlias;
-    SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "record");
-    if (host == nullptr) return;
-    host->fieldIds([&names](const FND::String& name) { return names.index(name); });
-    host->field(
+    host.fieldIds([&names](const FND::String& name) { return names.index(name); });
+    host.field(
         "edrString", [&current](FieldAlias field) { return current.record.value(indexOf(field)); },
         [&current](FieldAlias field, std::string_view value) { assign(current, field, value); });
-    host->field(
+    host.field(
         "edrLong",
         [&current](FieldAlias field) {
-            return toLong(current, field, current.record.value(indexOf(field)));
+            return toLong(current, field.name(), current.record.value(indexOf(field)));
         },
         [&current](FieldAlias field, long value) {
             assign(current, field, std::to_string(value));
         });
-    host->field(
+    host.field(
         "edrDecimal",
         [&current](FieldAlias field) {
             return FND::Decimal::fromString(current.record.value(indexOf(field)));
@@ -81,7 +80,7 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
         [&current](FieldAlias field, const FND::Decimal& value) {
             assign(current, field, value.toPlainString());
         });
-    host->field(
+    host.field(
         "edrDate",
         [&current](FieldAlias field) {
             return FND::DateTime::parse(current.record.value(indexOf(field)));
@@ -91,21 +90,34 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
             value.format(text);
             assign(current, field, text);
         });
-    host->function("edrMissingInput",
-                   [&current](FieldAlias field) { return !current.record.has(indexOf(field)); });
-    host->function("edrEmptyInput", [&current](FieldAlias field) {
+    host.function("edrMissingInput",
+                  [&current](FieldAlias field) { return !current.record.has(indexOf(field)); });
+    host.function("edrEmptyInput", [&current](FieldAlias field) {
         return current.record.has(indexOf(field)) && current.record.value(indexOf(field)).empty();
     });
-    host->function("edrDeleteField", [&current](FieldAlias field) {
+    host.function("edrDeleteField", [&current](FieldAlias field) {
         if (current.record.has(indexOf(field))) assign(current, field, {});
     });
+}
+
+}  // namespace
+
+void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
+                        const FieldNames& names) {
+    SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "record");
+    if (host == nullptr) return;
+    if (current.json) {
+        addJsonFunctions(*host, current);
+    } else {
+        addFieldFunctions(*host, current, names);
+    }
     host->function("recordDrop", [&current]() { current.isDropped = true; });
     host->function("recordReject", [&current](std::string_view reason) {
         current.isRejected = true;
         current.reason = reason;
     });
     host->function("recordNumber", [&current]() { return current.number; });
-    host->function("recordText", [&current]() { return current.record.text(); });
+    host->function("recordText", [&current]() { return current.original; });
 }
 
 }  // namespace Records

@@ -1,16 +1,19 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "records/JsonRecord.h"
 #include "records/Record.h"
 
 namespace SCR {
+class HostExtension;
 class Interpreter;
-}
+}  // namespace SCR
 
 namespace Records {
 
@@ -29,17 +32,27 @@ private:
 
 /// What a script and the job that runs it say to each other about the current record.
 struct CurrentRecord {
-    explicit CurrentRecord(const Layout& layout) : record(layout) {}
+    CurrentRecord(const Layout& layout, bool isJson)
+        : record(layout), json(isJson ? std::make_unique<JsonRecord>() : nullptr) {}
     Record record;
-    std::int64_t number = 0;  ///< 1-based
+    std::unique_ptr<JsonRecord> json;  ///< In the place of `record` where records are JSON.
+    std::string_view original;         ///< The text as it was read.
+    std::int64_t number = 0;           ///< 1-based
     bool isDropped = false;
     bool isRejected = false;
     std::string reason;  ///< of the rejection
 };
 
+/// The whole number that `text` is, 0 for "". Throws std::invalid_argument, which names the field
+/// and the record, when it is none.
+long toLong(const CurrentRecord& current, const std::string& field, std::string_view text);
+
 /// Adds the field functions and the record functions to `interpreter`. They work on `current`;
 /// neither that nor `names` is owned, and both must outlive the interpreter.
 void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
                         const FieldNames& names);
+
+/// The field functions for records in JSON, to `host`; names are paths that lead into `current`.
+void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current);
 
 }  // namespace Records

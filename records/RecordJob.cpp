@@ -4,13 +4,17 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "records/WorkerPool.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 
 namespace Records {
 namespace {
+
+constexpr std::size_t batchSizeS = std::size_t{1} << 17;  // of a batch, in bytes
 
 // A descriptor that is closed at the end, unless it is standard input.
 class Input {
@@ -31,118 +35,166 @@ private:
 }  // namespace
 
 RecordJob::RecordJob(JobOptions options, const std::atomic<bool>& stop)
-    : options_(std::move(options)), stop_(stop), current_(options_.layout) {}
+    : options_(std::move(options)), stop_(stop) {}
 
 RecordJob::End RecordJob::fail(const std::string& error) {
     error_ = error;
     return End::Failed;
 }
 
-bool RecordJob::reject(SCR::Log& log, const RecordReader& reader, const std::string& reason) {
-    ++counts_.rejected;
-    const std::string place = options_.input + ":" + std::to_string(reader.line()) + ": ";
-    if (!rejects_.isOpen()) {
-        log.log(place + reason, FND::Status::Error);
-        return true;
+RecordJob::End RecordJob::readHeader(RecordReader& reader) {
+    const RecordReader::State state = reader.next();
+    if (state == RecordReader::State::Malformed) {
+        error_ = options_.input + ":1: the header: " + reader.reason();
+        return End::BadInput;
     }
-    std::string& out = rejects_.buffer();
-    out += place;
-    for (const char c : reason) out += c == '\n' || c == '\t' ? ' ' : c;
-    out += '\t';
-    out += reader.text();
-    out += '\n';
-    return rejects_.settle();
+    if (state != RecordReader::State::Record) {
+        last_ = state;
+        return End::Done;
+    }
+    Record header(options_.layout);
+    header.take(reader.text());
+    for (std::size_t i = 0; header.has(i); ++i) names_.add(header.value(i));
+    if (options_.part == 1 && !options_.conditions) {
+        output_.buffer().append(header.text());
+        output_.buffer() += reader.lineEnd().empty() ? "\n" : reader.lineEnd();
+    }
+    return End::Done;
 }
 
-RecordJob::End RecordJob::run(SCR::Interpreter& interpreter, SCR::Log& log,
-                              const std::function<bool()>& compile) {
+RecordJob::End RecordJob::run(SCR::Log& log,
+                              const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+                              const std::function<bool(SCR::Interpreter&)>& compile) {
     const Input input(options_.input);
-    if (input.descriptor() < 0) {
+    struct stat status {};
+    if (input.descriptor() < 0 || fstat(input.descriptor(), &status) != 0) {
         error_ = options_.input + ": " + std::strerror(errno);
         return End::BadInput;
+    }
+    if (options_.parts > 1) {
+        if (!S_ISREG(status.st_mode)) {
+            error_ = options_.input + ": only a file has parts";
+            return End::BadInput;
+        }
+        // Exact, and small enough for any size: there are at most 1,000,000 parts.
+        const auto bound = [&](std::int64_t part) {
+            return status.st_size / options_.parts * part +
+                   status.st_size % options_.parts * part / options_.parts;
+        };
+        partBegin_ = bound(options_.part - 1);
+        partEnd_ = bound(options_.part);
     }
     RecordReader reader(input.descriptor(), options_.layout, stop_);
     for (const std::string& name : options_.fields) names_.add(name);
     if (options_.hasHeader) {
-        const RecordReader::State state = reader.next();
-        if (state == RecordReader::State::Malformed) {
-            error_ = options_.input + ":1: the header: " + reader.reason();
-            return End::BadInput;
-        }
-        if (state == RecordReader::State::Record) {
-            Record& header = current_.record;
-            header.take(reader.text());
-            for (std::size_t i = 0; header.has(i); ++i) names_.add(header.value(i));
-            output_.buffer().append(header.text());
-            output_.buffer() += reader.lineEnd().empty() ? "\n" : reader.lineEnd();
-            header.take({});
-        }
+        if (const End end = readHeader(reader); end != End::Done) return end;
     }
-    addRecordFunctions(interpreter, current_, names_);
-    if (!compile()) return End::NotCompiled;
-    if (!options_.where.empty() && !interpreter.compileQuery(options_.where)) {
-        return End::NotCompiled;
+    for (int i = 0; i < options_.jobs; ++i) {
+        auto worker = std::make_unique<RecordWorker>(options_, names_, stop_);
+        std::unique_ptr<SCR::Interpreter> interpreter = make();
+        if (!interpreter) return End::BadInput;
+        worker->adopt(std::move(interpreter));
+        workers_.push_back(std::move(worker));
+        RecordWorker& added = *workers_.back();
+        if (!compile(added.interpreter())) return End::NotCompiled;
+        if (added.interpreter().wasStopped()) {
+            error_ = "the function BEGIN was stopped";
+            return End::Stopped;
+        }
+        if (!added.compile()) return End::NotCompiled;
     }
     if (!output_.open(options_.output)) return fail(output_.error());
     if (!options_.rejects.empty() && !rejects_.open(options_.rejects)) {
         return fail(rejects_.error());
     }
-    const End end = process(interpreter, log, reader);
-    current_.record.take({});
-    isValid_ = interpreter.isValid();
+    End end = process(log, reader);
+    for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
     if (end != End::Done) {
         // Standard output gets all records that were counted as written; a file does not appear.
-        if (options_.output == "-" && end != End::Failed && !output_.flush()) {
-            return fail(output_.error());
-        }
-        return end;
+        const bool isFlushed =
+            options_.output != "-" || end == End::Failed || end == End::Closed || output_.flush();
+        if (!isFlushed) end = fail(output_.error());
+    } else if (!output_.finish()) {
+        end = output_.isClosed() ? End::Closed : fail(output_.error());
+    } else if (rejects_.isOpen() && !rejects_.finish()) {
+        end = fail(rejects_.error());
     }
-    if (!output_.finish()) return fail(output_.error());
-    if (rejects_.isOpen() && !rejects_.finish()) return fail(rejects_.error());
-    return End::Done;
+    workers_.clear();
+    return end;
 }
 
-RecordJob::End RecordJob::process(SCR::Interpreter& interpreter, SCR::Log& log,
-                                  RecordReader& reader) {
-    for (;;) {
-        if (reader.mayWait() && !output_.flush()) return fail(output_.error());
-        const RecordReader::State state = reader.next();
-        if (state == RecordReader::State::End) return End::Done;
-        if (state == RecordReader::State::Interrupted) return End::Interrupted;
-        if (state == RecordReader::State::Failed) {
-            return fail(options_.input + ": " + std::strerror(errno));
+bool RecordJob::fill(RecordReader& reader, Batch& batch) {
+    while (batch.text.size() < batchSizeS) {
+        last_ = reader.next();
+        const bool isMalformed = last_ == RecordReader::State::Malformed;
+        if (!isMalformed && last_ != RecordReader::State::Record) return false;
+        if (partEnd_ >= 0 && reader.offset() >= partEnd_) {
+            last_ = RecordReader::State::End;
+            return false;
         }
-        current_.number = ++counts_.read;
-        if (state == RecordReader::State::Malformed) {
-            if (!reject(log, reader, reader.reason())) return fail(rejects_.error());
+        ++taken_;
+        if (reader.offset() < partBegin_) continue;
+        if (batch.items.empty()) batch.firstNumber = taken_;
+        batch.add(reader.text(), reader.lineEnd(), reader.line(),
+                  isMalformed ? reader.reason() : nullptr);
+        if (reader.mayWait()) break;
+    }
+    return true;
+}
+
+RecordJob::End RecordJob::deliver(SCR::Log& log, Batch& batch) {
+    for (const std::string& report : batch.reports) log.log(report, FND::Status::Error);
+    counts_.read += batch.counts.read;
+    counts_.written += batch.counts.written;
+    counts_.dropped += batch.counts.dropped;
+    counts_.rejected += batch.counts.rejected;
+    output_.buffer() += batch.output;
+    rejects_.buffer() += batch.rejects;
+    if (!output_.settle()) return output_.isClosed() ? End::Closed : fail(output_.error());
+    if (rejects_.isOpen() && !rejects_.settle()) return fail(rejects_.error());
+    if (!batch.isCut) return End::Done;
+    error_ = batch.error;
+    return error_.empty() ? End::Interrupted : End::Stopped;
+}
+
+RecordJob::End RecordJob::process(SCR::Log& log, RecordReader& reader) {
+    WorkerPool pool(workers_);
+    const auto takeBack = [&] {
+        std::unique_ptr<Batch> batch = pool.takeBack();
+        const End end = deliver(log, *batch);
+        pool.recycle(std::move(batch));
+        return end;
+    };
+    bool hasMore = last_ == RecordReader::State::Record;
+    while (hasMore) {
+        // Nothing that is done is kept back while the input makes us wait.
+        const bool isIdle = reader.mayWait();
+        while (pool.isBusy() && (isIdle || pool.isReady())) {
+            if (const End end = takeBack(); end != End::Done) return end;
+        }
+        if (isIdle && !output_.flush()) {
+            return output_.isClosed() ? End::Closed : fail(output_.error());
+        }
+        std::unique_ptr<Batch> batch = pool.spare();
+        if (!batch) {
+            if (const End end = takeBack(); end != End::Done) return end;
             continue;
         }
-        current_.record.take(reader.text());
-        current_.isDropped = current_.isRejected = false;
-        bool holds = true;
-        bool ran = options_.where.empty() || interpreter.evaluateQuery(holds);
-        if (ran && holds) ran = interpreter.execute();
-        if (interpreter.wasStopped()) {
-            error_ =
-                options_.input + ":" + std::to_string(reader.line()) + ": the script was stopped";
-            --counts_.read;
-            return End::Stopped;
-        }
-        if (current_.isRejected || !ran) {
-            const std::string& reason =
-                current_.isRejected ? current_.reason : std::string("the script failed");
-            if (!reject(log, reader, reason)) return fail(rejects_.error());
-        } else if (!holds || current_.isDropped) {
-            ++counts_.dropped;
-        } else {
-            std::string& out = output_.buffer();
-            current_.record.write(out);
-            if (reader.lineEnd().size() == 2) out += '\r';
-            out += '\n';
-            ++counts_.written;
-            if (!output_.settle()) return fail(output_.error());
-        }
+        hasMore = fill(reader, *batch);
+        const int error = errno;
+        pool.submit(std::move(batch));
+        if (options_.progress) options_.progress(counts_, reader.offset());
+        errno = error;
     }
+    const int error = errno;
+    while (pool.isBusy()) {
+        if (const End end = takeBack(); end != End::Done) return end;
+    }
+    if (last_ == RecordReader::State::Interrupted) return End::Interrupted;
+    if (last_ == RecordReader::State::Failed) {
+        return fail(options_.input + ": " + std::strerror(error));
+    }
+    return End::Done;
 }
 
 }  // namespace Records

@@ -3,12 +3,15 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "records/RecordExtension.h"
 #include "records/RecordOutput.h"
 #include "records/RecordReader.h"
+#include "records/RecordWorker.h"
 
 namespace SCR {
 class Interpreter;
@@ -23,32 +26,32 @@ struct JobOptions {
     std::string output = "-";  ///< A path, or "-" for standard output.
     std::string rejects;       ///< A path; empty: rejected records are only reported.
     std::string where;         ///< A query; records for which it does not hold are dropped.
+    std::optional<std::string> conditions;  ///< Their numbers are written in place of records.
     Layout layout;
+    bool isJson = false;              ///< JSON objects, one on each line; `layout` is one line.
     bool hasHeader = false;           ///< The first record names the fields.
     std::vector<std::string> fields;  ///< The fields' names, without a header.
-};
-
-/// What became of the records: read = written + dropped + rejected.
-struct Counts {
-    std::int64_t read = 0;
-    std::int64_t written = 0;
-    std::int64_t dropped = 0;
-    std::int64_t rejected = 0;
+    int jobs = 1;                     ///< Workers, each with an interpreter and a thread.
+    std::int64_t part = 1;            ///< Of `parts` parts of the file the one to work on, from 1:
+    std::int64_t parts = 1;           ///< the records that begin in that part of its bytes.
+    /// Called now and then with the counts and the bytes read so far.
+    std::function<void(const Counts&, std::int64_t)> progress;
 };
 
 /// Executes a script for each record of a file, and writes the records that it does not drop, in
-/// their order. A job runs once, on one thread.
+/// their order. A job runs once, on the calling thread and those of its workers.
 class RecordJob {
 public:
-    enum class End { Done, BadInput, NotCompiled, Stopped, Interrupted, Failed };
+    enum class End { Done, BadInput, NotCompiled, Stopped, Interrupted, Closed, Failed };
 
     /// `stop`, set by any thread or a signal handler, ends the job behind the current record; not
     /// owned.
     RecordJob(JobOptions options, const std::atomic<bool>& stop);
 
-    /// Runs the job. `interpreter` is a fresh one and must be destroyed before the job; `compile`
-    /// compiles the script with it. `error` tells why the end is none of Done and NotCompiled.
-    End run(SCR::Interpreter& interpreter, SCR::Log& log, const std::function<bool()>& compile);
+    /// Runs the job. `make` gives a fresh interpreter, or null after a report; `compile` compiles
+    /// the script with it. `error` tells why the end is none of Done and NotCompiled.
+    End run(SCR::Log& log, const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+            const std::function<bool(SCR::Interpreter&)>& compile);
 
     const Counts& counts() const { return counts_; }
     const std::string& error() const { return error_; }
@@ -56,17 +59,25 @@ public:
     bool isValid() const { return isValid_; }
 
 private:
-    End process(SCR::Interpreter& interpreter, SCR::Log& log, RecordReader& reader);
-    bool reject(SCR::Log& log, const RecordReader& reader, const std::string& reason);
+    End readHeader(RecordReader& reader);
+    End process(SCR::Log& log, RecordReader& reader);
+    // Fills the batch with the next records; false at the end of the input or of the part.
+    bool fill(RecordReader& reader, Batch& batch);
+    // Writes what became of a batch.
+    End deliver(SCR::Log& log, Batch& batch);
     End fail(const std::string& error);
 
     const JobOptions options_;
     const std::atomic<bool>& stop_;
     FieldNames names_;
-    CurrentRecord current_;
+    std::vector<std::unique_ptr<RecordWorker>> workers_;
     RecordOutput output_;
     RecordOutput rejects_;
     Counts counts_;
+    std::int64_t partBegin_ = 0;  // in bytes of the file
+    std::int64_t partEnd_ = -1;   // -1: as far as it goes
+    std::int64_t taken_ = 0;      // records read so far, those before the part as well
+    RecordReader::State last_ = RecordReader::State::Record;
     std::string error_;
     bool isValid_ = true;
 };

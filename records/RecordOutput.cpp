@@ -16,6 +16,7 @@ RecordOutput::~RecordOutput() {
 }
 
 bool RecordOutput::fail() {
+    isClosed_ = errno == EPIPE;
     error_ = (path_ == "-" ? std::string("standard output") : path_) + ": " + std::strerror(errno);
     return false;
 }

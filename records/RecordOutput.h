@@ -25,6 +25,8 @@ public:
     /// Flushes and, for a file, syncs and renames.
     bool finish();
     bool isOpen() const { return descriptor_ >= 0; }
+    /// Whether the last failure was that nobody reads the output any more.
+    bool isClosed() const { return isClosed_; }
     const std::string& error() const { return error_; }
 
 private:
@@ -36,6 +38,7 @@ private:
     std::string temporary_;  // empty when written directly
     std::string buffer_;
     std::string error_;
+    bool isClosed_ = false;
 };
 
 }  // namespace Records

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace Records {
@@ -41,8 +42,12 @@ RecordReader::RecordReader(int descriptor, const Layout& layout, const std::atom
     : descriptor_(descriptor), layout_(layout), stop_(stop), buffer_(blockSizeS) {}
 
 bool RecordReader::mayWait() const {
-    return !isAtEnd_ &&
-           (begin_ == end_ || std::memchr(&buffer_[begin_], '\n', end_ - begin_) == nullptr);
+    if (isAtEnd_ ||
+        (begin_ != end_ && std::memchr(&buffer_[begin_], '\n', end_ - begin_) != nullptr)) {
+        return false;
+    }
+    pollfd input{descriptor_, POLLIN, 0};
+    return poll(&input, 1, 0) == 0;
 }
 
 bool RecordReader::fill(State& state) {
@@ -125,6 +130,8 @@ RecordReader::State RecordReader::next() {
             }
         }
         begin_ += text_.size() + lineEnd_.size();
+        offset_ = nextOffset_;
+        nextOffset_ += static_cast<std::int64_t>(text_.size() + lineEnd_.size());
         nextLine_ += lines;
         return state;
     }

@@ -32,9 +32,12 @@ public:
     std::string_view lineEnd() const { return lineEnd_; }
     /// The line, 1-based, in which the record begins.
     std::int64_t line() const { return line_; }
+    /// Where in the input the record begins, in bytes.
+    std::int64_t offset() const { return offset_; }
     /// Why a record is malformed.
     const char* reason() const { return reason_; }
-    /// Whether the bytes at hand do not hold another line, so that `next` may have to wait.
+    /// Whether the bytes at hand do not hold another line and no more are there yet, so that `next`
+    /// may have to wait.
     bool mayWait() const;
 
 private:
@@ -50,6 +53,8 @@ private:
     std::string_view text_;
     std::string_view lineEnd_;
     std::int64_t line_ = 0;
+    std::int64_t offset_ = 0;
+    std::int64_t nextOffset_ = 0;
     std::int64_t nextLine_ = 1;
     const char* reason_ = "";
 };

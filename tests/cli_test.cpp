@@ -312,8 +312,84 @@ TEST_F(CliTest, CheckWarnsOfCasesThatAreNeverReached) {
     EXPECT_NE(warnings.find("WARNING: 10 more cases are never reached\n"), std::string::npos);
 }
 
+TEST_F(CliTest, RecordsComeOutAsTheyShould) {
+    const std::string csv = "a,b\n1,x\n2,yy\n3,z\n";
+    write("conditions", "edrLong(a) > 1; edrString(b) =~ \"[xy]+\";");
+    struct Row {
+        std::vector<std::string> arguments;
+        std::string input;
+        int status;
+        std::string output;
+        std::string messages;
+    };
+    const std::string loops = "function BEGIN { while (true) {} }";
+    const std::string counts = "kestrel: records: ";
+    const Row rows[] = {
+        {{"query", "edrLong(a) > 1", "--header", "--stats"},
+         csv,
+         0,
+         "a,b\n2,yy\n3,z\n",
+         counts + "3 read, 2 written, 1 dropped, 0 rejected\n"},
+        {{"query", "edrLong(a) > 1", "--format", "jsonl", "--jobs", "2", "--stats"},
+         "{\"a\":1}\n[]\n{\"a\": 2}\n",
+         1,
+         "{\"a\": 2}\n",
+         "-:2: no JSON object\n" + counts + "3 read, 1 written, 1 dropped, 1 rejected\n"},
+        {{"conditions", "conditions", "--header"}, csv, 0, "1\n0 1\n0\n", ""},
+        {{"conditions", "nosuch", "--header"},
+         csv,
+         2,
+         "",
+         "kestrel: nosuch: No such file or directory\n"},
+        {{"query", "edrLong(nosuch) > 1", "--header"},
+         csv,
+         3,
+         "",
+         "ERROR: line 1: unknown field `nosuch'\n"},
+        {{"run", "-e", loops, "--limit", "steps=1000"},
+         csv,
+         4,
+         "",
+         "ERROR: line 1: script stopped: limit `steps' of 1000 passed\nkestrel: the function BEGIN "
+         "was stopped\n"},
+        {{"run", "-e", "if (edrLong(f1) == 2) while (true) {}", "--limit", "steps=1000", "--jobs",
+          "2", "--stats"},
+         "1\n2\n3\n",
+         4,
+         "1\n",
+         "ERROR: line 1: script stopped: limit `steps' of 1000 passed\nkestrel: -:2: the script "
+         "was stopped\n" +
+             counts + "1 read, 1 written, 0 dropped, 0 rejected\n"},
+        {{"run", "-e", "", "--part", "2/2"}, "1\n2\n", 0, "2\n", ""},
+        {{"run", "-e", "", "--part", "3/2"},
+         "",
+         2,
+         "",
+         "kestrel: --part: '3/2' is not I/N with I from 1 to N\nRun with --help for more.\n"},
+        {{"run", "-e", "", "--format", "jsonl", "--header"},
+         "",
+         2,
+         "",
+         "kestrel: --header: JSON names its fields itself\n"},
+    };
+    for (const Row& row : rows) {
+        std::vector<std::string> arguments = row.arguments;
+        arguments.insert(arguments.end(), {"--records", "-"});
+        SCOPED_TRACE(row.arguments[0] + " " + row.arguments[1]);
+        const Result result = kestrel(arguments, row.input);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.output, row.output);
+        EXPECT_EQ(result.messages, row.messages);
+    }
+    const Result full = kestrel({"run", "-e", "", "--records", "-"}, csv, "/dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(full.messages, "kestrel: standard output: No space left on device\n");
+    EXPECT_EQ(kestrel({"run", "-e", loops, "--limit", "steps=1000"}).status, 4);
+}
+
 TEST_F(CliTest, EveryHelpGivesAnExample) {
-    for (const char* command : {"", "run", "check", "functions", "match", "encrypt", "decrypt"}) {
+    for (const char* command :
+         {"", "run", "query", "conditions", "check", "functions", "match", "encrypt", "decrypt"}) {
         std::vector<std::string> arguments = {"--help"};
         if (*command != 0) arguments.insert(arguments.begin(), command);
         const Result result = kestrel(arguments);

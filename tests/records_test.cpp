@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "records/JsonRecord.h"
 #include "records/Record.h"
 #include "records/RecordJob.h"
 #include "records/RecordReader.h"
@@ -142,6 +143,12 @@ TEST(Records, FieldsAreReadAndWrittenInPlace) {
     EXPECT_EQ(record.value(0), "a");
 }
 
+Records::RecordJob::End run(Records::RecordJob& job, SCR::Log& log, const std::string& script) {
+    return job.run(
+        log, [&] { return std::make_unique<SCR::Interpreter>(&log); },
+        [&](SCR::Interpreter& interpreter) { return interpreter.compile(script); });
+}
+
 TEST(Records, JobsAccountForEveryRecord) {
     using End = Records::RecordJob::End;
     const std::string damaged = "id,dest,cost\n1,49,2.50\n2,\"4\"9,1\n3,33,x\n4,,7\n5,49,1.25";
@@ -188,12 +195,7 @@ TEST(Records, JobsAccountForEveryRecord) {
         const std::atomic<bool> stop{false};
         QuietLog log;
         Records::RecordJob job(options, stop);
-        {
-            SCR::Interpreter interpreter(&log);
-            EXPECT_EQ(job.run(interpreter, log, [&] { return interpreter.compile(row.script); }),
-                      row.end)
-                << log.text << job.error();
-        }
+        EXPECT_EQ(run(job, log, row.script), row.end) << log.text << job.error();
         const auto contents = [](const InputFile& file) {
             std::ifstream stream(file.path(), std::ios::binary);
             return std::string{std::istreambuf_iterator<char>(stream), {}};
@@ -213,6 +215,143 @@ TEST(Records, JobsAccountForEveryRecord) {
     }
 }
 
+std::string contents(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+TEST(Records, JsonIsReadAndChangedInPlace) {
+    const std::string text =
+        R"({ "a": 1.50, "b":{"c":[10, {"d":"x\u00e9\n"}],"e":null}, "user-id":"u", "t":true,"f":[]})";
+    const struct {
+        std::string script;
+        std::string from, to;  // the change of the text; empty: none
+        std::string log;       // a part of the messages
+    } rows[] = {
+        {"edrDecimal(a) = edrDecimal(a) * 2;", "1.50", "3.00", ""},
+        {"edrLong(b.c, 0) = edrLong(b.c, 0) + edrLong(t);", "10", "11", ""},
+        {"edrString(a) = edrString(b.c.d, 1);", "1.50", "\"x\xC3\xA9\\n\"", ""},
+        {"edrString(user_id) = \"q\\\"\";", "\"u\"", R"("q\"")", ""},
+        {"edrString(b.e.g) = \"v\";", "null", R"({"g":"v"})", ""},
+        {"edrLong(b.n.m) = 7;", "null}", R"(null,"n":{"m":7}})", ""},
+        {"edrLong(new) = 7; edrLong(new) = edrLong(new) + 1;", "[]}", R"([],"new":8})", ""},
+        {"edrLong(b.c, 2) = 3; edrLong(f, 0) = edrArrayIndex(b.c);", "",
+         R"({ "a": 1.50, "b":{"c":[10, {"d":"x\u00e9\n"},3],"e":null}, "user-id":"u", "t":true,"f":[3]})",
+         ""},
+        {"edrDeleteField(a); edrDeleteField(a);", "\"a\": 1.50, ", "", ""},
+        {"edrDeleteField(f); edrDeleteField(t); edrDeleteField(nosuch.x);", ", \"t\":true,\"f\":[]",
+         "", ""},
+        {"edrDeleteField(b.c, -2); edrLong(t) = 5;", "",
+         R"({ "a": 1.50, "b":{"c":[{"d":"x\u00e9\n"}],"e":null}, "user-id":"u", "t":5,"f":[]})",
+         ""},
+        {"if (edrMissingInput(z) and edrEmptyInput(b.e) and edrMissingInput(b.e) == false and "
+         "edrEmptyInput(z) == false) edrLong(a) = 1;",
+         "1.50", "1", ""},
+        {"edrLong(b.c, 9) = 1;", "", text, "beyond the end"},
+        {"edrLong(a.x) = 1;", "", text, "no object"},
+        {"edrString(a) = \"\xFF\";", "", text, "no UTF-8"},
+        {"edrLong(user_id);", "", text, "no Long: 'u'"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script);
+        std::string expected = text;
+        if (row.from.empty()) {
+            expected = row.to;
+        } else {
+            expected.replace(expected.find(row.from), row.from.size(), row.to);
+        }
+        const InputFile input(text + "\n"), output("");
+        Records::JobOptions options;
+        options.input = input.path();
+        options.output = output.path();
+        options.isJson = options.layout.isWhole = true;
+        const std::atomic<bool> stop{false};
+        QuietLog log;
+        Records::RecordJob job(options, stop);
+        EXPECT_EQ(run(job, log, row.script), Records::RecordJob::End::Done) << log.text;
+        EXPECT_EQ(contents(output.path()), expected + "\n") << log.text;
+        EXPECT_NE(log.text.find(row.log), std::string::npos) << log.text;
+        EXPECT_EQ(log.text.empty(), row.log.empty()) << log.text;
+    }
+}
+
+TEST(Records, WhatIsNoJsonObjectIsRefused) {
+    const struct {
+        std::string text;
+        bool isGood;
+    } rows[] = {
+        {"{}", true},
+        {" {\"a\" : [ ] } ", true},
+        {"{\"a\":123456789012345678901234567890,\"b\":-1e999}", true},
+        {"", false},
+        {"[1]", false},
+        {"7", false},
+        {"{\"a\":1", false},
+        {"{\"a\":1}}", false},
+        {"{\"a\":1} {\"b\":2}", false},
+        {"{\"a\":01}", false},
+        {"{\"a\":1,}", false},
+        {"{\"a\" 1}", false},
+        {"{\"a\":[1 2]}", false},
+        {"{\"a\":[1,{\"b\":tru}]}", false},
+        {"{\"a\":\"\\x\"}", false},
+        {"{\"a\":\"\xFF\"}", false},
+        {"{a:1}", false},
+        {"{\"a\":" + std::string(2000, '[') + std::string(2000, ']') + "}", false},
+    };
+    Records::JsonRecord record;
+    for (const auto& row : rows) {
+        const std::string padded = row.text + std::string(Records::JsonRecord::paddingCM, ' ');
+        const char* const error = record.take(std::string_view(padded).substr(0, row.text.size()));
+        EXPECT_EQ(error == nullptr, row.isGood) << row.text << (error != nullptr ? error : "");
+    }
+}
+
+// However many workers and parts there are, the records come out once each and in order.
+TEST(Records, WorkersAndPartsGiveTheSameResult) {
+    std::string text = "id,name\n";
+    std::string expected = text;
+    Records::Counts counts;
+    for (int i = 1; i <= 30'000; ++i) {
+        const std::string record = std::to_string(i) + ",\"a\n\"\"b\"\n";
+        const bool isBad = i % 1000 == 0;
+        if (isBad) text += "\"x\"y\n";
+        text += record;
+        if (i % 7 != 0) expected += record;
+    }
+    const InputFile input(text);
+    const auto runJob = [&](int jobs, std::int64_t part, std::int64_t parts) {
+        const InputFile output("");
+        Records::JobOptions options;
+        options.input = input.path();
+        options.output = output.path();
+        options.rejects = "/dev/null";
+        options.hasHeader = true;
+        options.jobs = jobs;
+        options.part = part;
+        options.parts = parts;
+        const std::atomic<bool> stop{false};
+        QuietLog log;
+        Records::RecordJob job(options, stop);
+        EXPECT_EQ(run(job, log, "if (edrLong(id) % 7 == 0) recordDrop();"),
+                  Records::RecordJob::End::Done)
+            << log.text << job.error();
+        counts.read += job.counts().read;
+        counts.rejected += job.counts().rejected;
+        return contents(output.path());
+    };
+    for (const int jobs : {1, 2, 5}) {
+        for (const std::int64_t parts : {1, 2, 7, 64}) {
+            counts = {};
+            std::string all;
+            for (std::int64_t part = 1; part <= parts; ++part) all += runJob(jobs, part, parts);
+            EXPECT_TRUE(all == expected) << jobs << " workers, " << parts << " parts";
+            EXPECT_EQ(counts.read, 30'030);
+            EXPECT_EQ(counts.rejected, 30);
+        }
+    }
+}
+
 TEST(Records, NoPartOfAFileAppearsWhenTheJobStops) {
     const InputFile input("1\n2\n");
     Records::JobOptions options;
@@ -222,9 +361,7 @@ TEST(Records, NoPartOfAFileAppearsWhenTheJobStops) {
     QuietLog log;
     {
         Records::RecordJob job(options, stop);
-        SCR::Interpreter interpreter(&log);
-        EXPECT_EQ(job.run(interpreter, log, [&] { return interpreter.compile(""); }),
-                  Records::RecordJob::End::Interrupted);
+        EXPECT_EQ(run(job, log, ""), Records::RecordJob::End::Interrupted);
     }
     const std::string folder = std::filesystem::path(input.path()).parent_path().string();
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {

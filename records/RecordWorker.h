@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "records/RecordExtension.h"
+
+namespace SCR {
+class ConditionList;
+class Interpreter;
+}  // namespace SCR
+
+namespace Records {
+
+struct JobOptions;
+
+/// What became of the records: read = written + dropped + rejected.
+struct Counts {
+    std::int64_t read = 0;
+    std::int64_t written = 0;
+    std::int64_t dropped = 0;
+    std::int64_t rejected = 0;
+};
+
+/// Records that follow one another in the input, and what became of them.
+struct Batch {
+    struct Item {
+        std::size_t begin;
+        std::size_t size;
+        std::size_t endSize;  ///< of the line end behind it
+        std::int64_t line;
+        const char* reason;  ///< why it is malformed, or null
+    };
+
+    void clear();
+    void add(std::string_view record, std::string_view lineEnd, std::int64_t line,
+             const char* reason);
+
+    std::string text;
+    std::vector<Item> items;
+    std::int64_t firstNumber = 1;
+
+    std::string output;
+    std::string rejects;
+    std::vector<std::string> reports;  ///< rejections, where no file takes them
+    Counts counts;
+    bool isCut = false;  ///< Its last records were not executed,
+    std::string error;   ///< as the script was stopped here; empty: as the job was.
+};
+
+/// An interpreter that executes a script for records. Used by one thread at a time.
+class RecordWorker {
+public:
+    /// `options`, `names` and `stop`, which ends the work behind the current record, must outlive
+    /// the worker.
+    RecordWorker(const JobOptions& options, const FieldNames& names, const std::atomic<bool>& stop);
+    /// Runs the script's function END.
+    ~RecordWorker();
+
+    /// Takes over a fresh interpreter and gives it the functions of records.
+    void adopt(std::unique_ptr<SCR::Interpreter> interpreter);
+    /// Compiles the query and the conditions of the options, behind the script.
+    bool compile();
+    /// Executes the script for each record of the batch.
+    void process(Batch& batch);
+    SCR::Interpreter& interpreter() { return *interpreter_; }
+
+private:
+    bool run(const Batch::Item& item, Batch& batch);
+    void reject(const Batch::Item& item, std::string_view reason, Batch& batch) const;
+
+    const JobOptions& options_;
+    const FieldNames& names_;
+    const std::atomic<bool>& stop_;
+    CurrentRecord current_;
+    std::unique_ptr<SCR::Interpreter> interpreter_;   // works on current_
+    std::unique_ptr<SCR::ConditionList> conditions_;  // of the interpreter
+    std::vector<std::int32_t> holding_;
+};
+
+}  // namespace Records
