@@ -42,16 +42,15 @@ EnginePart::EnginePart(const char* text) : EnginePart(false) {
     for (; *text != '\0'; ++text) {
         NonDetState* next = end_;
         if (text[1] != '\0') {
-            next = new NonDetState;
-            interior_.insert(next);
+            next = insertState();
         }
         last->succState(static_cast<unsigned char>(*text), next);
         last = next;
     }
 }
 
-EnginePart::EnginePart(const EnginePart& other)
-    : negated_(other.negated_), negatedSet_(other.negatedSet_) {
+EnginePart::EnginePart(const EnginePart& other) : EnginePart(other.negatedSet_) {
+    negated_ = other.negated_;
     copy(other);
 }
 
@@ -84,10 +83,18 @@ void EnginePart::closeEnds() {
 }
 
 void EnginePart::makeEnds() {
+    auto first = std::make_unique<NonDetState>();
+    auto last = std::make_unique<NonDetState>();
     interior_.insert(start_);
+    start_ = first.release();
     interior_.insert(end_);
-    start_ = new NonDetState;
-    end_ = new NonDetState;
+    end_ = last.release();
+}
+
+NonDetState* EnginePart::insertState() {
+    auto state = std::make_unique<NonDetState>();
+    interior_.insert(state.get());
+    return state.release();
 }
 
 void EnginePart::makeZeroOrOne() {
@@ -121,10 +128,11 @@ void EnginePart::concatenate(EnginePart& other) {
         end_->wildCardState(other.start_->wildCardState());
     }
     for (State* target : other.start_->epsilonSuccStates()) end_->epsilonSuccState(target);
-    delete other.start_;
+    // Without memory each state still belongs to one of the parts.
+    interior_.takeAll(other.interior_);
     interior_.insert(end_);
     end_ = other.end_;
-    interior_.takeAll(other.interior_);
+    delete other.start_;
     other.start_ = other.end_ = nullptr;
 }
 
@@ -135,8 +143,9 @@ void EnginePart::alternative(EnginePart& other) {
     other.end_->epsilonSuccState(end_);
     interior_.takeAll(other.interior_);
     interior_.insert(other.start_);
+    other.start_ = nullptr;
     interior_.insert(other.end_);
-    other.start_ = other.end_ = nullptr;
+    other.end_ = nullptr;
 }
 
 bool EnginePart::multiply(unsigned minimum, unsigned maximum) {
@@ -172,10 +181,12 @@ bool EnginePart::multiply(unsigned minimum, unsigned maximum) {
 void EnginePart::copy(const EnginePart& other) {
     std::vector<const NonDetState*> originals{other.start_, other.end_};
     for (State* state : other.interior_.members()) originals.push_back(nonDet(state));
-    std::vector<NonDetState*> copies;
-    for (const NonDetState* original : originals) {
-        original->mark(static_cast<std::uint32_t>(copies.size()));
-        copies.push_back(new NonDetState);
+    checkEndState();
+    std::vector<NonDetState*> copies{start_, end_};
+    copies.reserve(originals.size());
+    while (copies.size() < originals.size()) copies.push_back(insertState());
+    for (std::size_t i = 0; i < originals.size(); ++i) {
+        originals[i]->mark(static_cast<std::uint32_t>(i));
     }
     auto copyOf = [&](State* original) { return copies[nonDet(original)->mark()]; };
     for (std::size_t i = 0; i < originals.size(); ++i) {
@@ -189,9 +200,6 @@ void EnginePart::copy(const EnginePart& other) {
             copies[i]->epsilonSuccState(copyOf(target));
         }
     }
-    start_ = copies[0];
-    end_ = copies[1];
-    for (std::size_t i = 2; i < copies.size(); ++i) interior_.insert(copies[i]);
 }
 
 std::unique_ptr<EnginePart> EnginePart::enginePart() {

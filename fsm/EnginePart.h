@@ -82,6 +82,7 @@ public:
 
 private:
     void copy(const EnginePart& other);
+    NonDetState* insertState();
     /// Makes a part of one state what it stands for, the empty string.
     void closeEnds();
 

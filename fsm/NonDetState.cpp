@@ -77,6 +77,7 @@ void NonDetState::succStates(unsigned char first, unsigned char last, State* tar
 }
 
 State* NonDetState::addEpsilonSuccState() {
+    epsilons_.reserve(epsilons_.size() + 1);
     State* added = new NonDetState;
     epsilonSuccState(added);
     return added;

@@ -5,19 +5,16 @@ namespace SCR {
 const FND::String Function::retValNameCM = "$$retval";
 
 bool Function::addIdentifier(const FND::String& name, Variable* variable) {
-    if (!StatementList::addIdentifier(name, variable)) return false;
-    switch (phase_) {
-        case Phase::ReturnVariable:
-            returnVariable_ = variable;
-            phase_ = Phase::Parameters;
-            break;
-        case Phase::Parameters:
-            parameterNames_.push_back(name);
-            break;
-        case Phase::Locals:
-            break;
+    const bool isParameter = phase_ == Phase::Parameters;
+    if (isParameter) parameterNames_.push_back(name);  // first: it may fail for want of memory
+    const bool isAdded = StatementList::addIdentifier(name, variable);
+    if (!isAdded) {
+        if (isParameter) parameterNames_.pop_back();
+    } else if (phase_ == Phase::ReturnVariable) {
+        returnVariable_ = variable;
+        phase_ = Phase::Parameters;
     }
-    return true;
+    return isAdded;
 }
 
 }  // namespace SCR

@@ -18,14 +18,23 @@ namespace {
 
 constexpr const char* beginFunctionS = "BEGIN";
 constexpr const char* endFunctionS = "END";
+const FND::String outOfMemoryS = "ERROR: out of memory";
+
+// Makes the next push_back allocate nothing, so that it can not fail once an object is taken over.
+template <class Element>
+void makeRoom(std::vector<Element>& elements) {
+    if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 8);
+}
 
 }  // namespace
 
 Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
-    auto mainExtension = std::make_unique<MainExtension>();
-    mainExtension_ = mainExtension.get();
-    isValid_ = insertExtension(mainExtension.get());
-    if (isValid_) mainExtension.release();
+    isValid_ = contain(*this, [&] {
+        auto mainExtension = std::make_unique<MainExtension>();
+        if (!insertExtension(mainExtension.get())) return false;
+        mainExtension_ = mainExtension.release();
+        return true;
+    });
 }
 
 Interpreter::~Interpreter() {
@@ -55,6 +64,7 @@ bool Interpreter::check(const FND::String& text) {
 bool Interpreter::compileScript(const FND::String& text) {
     isCompiled_ = contain(*this, [&] {
         discardScript();
+        if (mainExtension_ == nullptr) return false;
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
         FND::String expanded;
@@ -95,6 +105,7 @@ bool Interpreter::expand(const FND::String& text, FND::String& expanded) {
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
     return contain(*this, [&] {
+        if (mainExtension_ == nullptr) return false;
         FND::String expanded;
         return expand(text, expanded) && SCR_parseCondition(*this, target, expanded);
     });
@@ -104,7 +115,8 @@ bool Interpreter::compileQuery(const FND::String& text) {
     query_.reset();
     runControl_.chargeBuffer(-std::exchange(queryBuffers_, 0));
     places_.truncate(scriptPlaces_);
-    return contain(*this, [&] { return SCR_parseQuery(*this, text, query_); });
+    return contain(
+        *this, [&] { return mainExtension_ != nullptr && SCR_parseQuery(*this, text, query_); });
 }
 
 bool Interpreter::execute() {
@@ -151,18 +163,23 @@ Extension* Interpreter::extension(const FND::String& name) {
 }
 
 bool Interpreter::insertExtension(Extension* extension) {
-    if (this->extension(extension->extensionName()) != nullptr) return false;
-    extensions_.emplace_back(extension);
-    return true;
+    return contain(*this, [&] {
+        if (this->extension(extension->extensionName()) != nullptr) return false;
+        extensions_.emplace_back(extension);
+        return true;
+    });
 }
 
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
+
+void Interpreter::logOutOfMemory() { log(outOfMemoryS, FND::Status::Error); }
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
     if (log_ != nullptr) log_->log(message, severity);
 }
 
 bool Interpreter::pushStatement(Node* block) {
+    makeRoom(statementStack_);
     if (!addStatement(block)) return false;
     statementStack_.push_back(block);
     return true;
@@ -186,6 +203,7 @@ bool Interpreter::addStatement(Node* statement) {
 
 bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
     Node* const block = topStatement();
+    makeRoom(growing_);
     if (block == nullptr || !block->addIdentifier(name, variable)) return false;
     const int type = Node::baseType(variable->dataType());
     if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash) {
@@ -221,6 +239,7 @@ Function* Interpreter::getFunction(const FND::String& name) {
 }
 
 bool Interpreter::pushFunction(const FND::String& name, Function* function) {
+    makeRoom(statementStack_);
     const auto [entry, isNew] = functions_.try_emplace(name);
     if (!isNew) return false;
     entry->second.reset(function);

@@ -32,7 +32,8 @@ class Variable;
 /// may run in parallel; their compiles exclude one another. Nothing is thrown.
 class KESTREL_API Interpreter {
 public:
-    /// `log` receives all messages; not owned, must outlive the interpreter.
+    /// `log` receives all messages; not owned, must outlive the interpreter. Without memory it is
+    /// not valid and compiles nothing.
     explicit Interpreter(Log* log);
     Interpreter(const Interpreter&) = delete;
     Interpreter& operator=(const Interpreter&) = delete;
@@ -70,8 +71,8 @@ public:
 
     /// The extension named `name`, or null; the interpreter owns it.
     Extension* extension(const FND::String& name);
-    /// True: the interpreter owns `extension` now. False: one of its name is present and the caller
-    /// still owns it.
+    /// True: the interpreter owns `extension` now. False: one of its name is present, or an error
+    /// was logged, and the caller still owns it.
     bool insertExtension(Extension* extension);
 
     /// Whether the host may use the script: true until a script says otherwise.
@@ -93,6 +94,8 @@ public:
 
     /// Logs `message` as an error.
     void logError(const FND::String& message);
+    /// Logs that there is no memory; takes none.
+    void logOutOfMemory();
     /// Logs `message` with the given severity.
     void log(const FND::String& message, FND::Status::Severity severity);
 

@@ -11,7 +11,8 @@ std::mutex MainExtension::mutexCM;
 
 MainExtension::MainExtension() {
     const std::lock_guard lock(mutexCM);
-    if (++instancesCM == 1) fillTable();
+    if (instancesCM == 0) fillTable();
+    ++instancesCM;
 }
 
 MainExtension::~MainExtension() {
@@ -35,12 +36,14 @@ std::size_t MainExtension::tableSize() {
 }
 
 void MainExtension::fillTable() {
+    Constants table;
     for (const BuiltIn* row : builtIns()) {
         std::unique_ptr<FctDescr> descriptor = describe(*row);
-        constantsCM.try_emplace(descriptor->name(), std::move(descriptor));
+        table.try_emplace(descriptor->name(), std::move(descriptor));
     }
-    const auto addConstant = [](const char* name, auto* variable) {
-        constantsCM.try_emplace(name, variable);
+    const auto addConstant = [&](const char* name, auto* variable) {
+        std::unique_ptr<Variable> owned(variable);
+        table.try_emplace(name, std::move(owned));
     };
     addConstant("KESTREL_VERSION", new StringVariable("7.5.0 10032", true));
     addConstant("MAX_DATE", new DateVariable(FND::DateTime::max(), true));
@@ -55,6 +58,7 @@ void MainExtension::fillTable() {
     addConstant("NULL_NEXID", new NexidVariable(FND::NULL_IDENTIFIER, true));
     addConstant("INVALID_NEXID", new NexidVariable(FND::INVALID_IDENTIFIER, true));
     addConstant("INVALID_DECIMAL", new DecimalVariable(FND::INVALID_DECIMAL, true));
+    constantsCM.swap(table);
 }
 
 }  // namespace SCR

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "scr/Node.h"
 #include "scr/parser/ParserStack.h"
@@ -11,7 +12,15 @@ namespace SCR {
 
 class Variable;
 
-/// What the parser actions share.
+// What the parser actions share.
+
+/// A new `Class`, made from a pointer that it takes over; lost is nothing when there is no memory.
+template <class Class, class Owned, class... Arguments>
+std::unique_ptr<Class> makeOwner(std::unique_ptr<Owned> owned, Arguments&&... arguments) {
+    // Memory is there before the pointer is let go.
+    return std::unique_ptr<Class>(
+        new Class(owned.release(), std::forward<Arguments>(arguments)...));
+}
 
 /// Records the place of `node` as the one that the lexer has reached.
 void recordPlace(const Node* node);

@@ -92,9 +92,9 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
     if (!variable) return SCR_YaccError(Messages::unknownDatatype(FND::String(typeName)));
     for (auto modifier = modifiers.rbegin(); modifier != modifiers.rend(); ++modifier) {
         if (*modifier == 'A') {
-            variable = std::make_unique<Array>(variable.release());
+            variable = makeOwner<Array>(std::move(variable));
         } else if (*modifier == 'H') {
-            variable = std::make_unique<Hash>(variable.release());
+            variable = makeOwner<Hash>(std::move(variable));
         } else {
             return SCR_YaccError(Messages::unknownModifier);
         }

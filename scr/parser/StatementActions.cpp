@@ -23,14 +23,14 @@ bool SCR_createVoidCallStatement() { return appendStatement(popExpressionStateme
 bool SCR_ifStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
     if (!condition) return false;
-    return openBlock(std::make_unique<IfStatement>(condition.release()), Messages::ifNotPushed);
+    return openBlock(makeOwner<IfStatement>(std::move(condition)), Messages::ifNotPushed);
 }
 
 bool SCR_whileStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::whileCondition);
     if (!condition) return false;
     return openBlock(
-        std::make_unique<WhileStatement>(condition.release(), &actInterpreterG->runControl()),
+        makeOwner<WhileStatement>(std::move(condition), &actInterpreterG->runControl()),
         Messages::whileNotPushed);
 }
 
@@ -93,5 +93,5 @@ bool SCR_returnStatement(bool withValue) {
     } else if (parseContextG->functionDescriptor->returnType() != TypeCode::Void) {
         return SCR_YaccError(Messages::missingReturnValue);
     }
-    return appendStatement(std::make_unique<ReturnStatement>(value.release()));
+    return appendStatement(makeOwner<ReturnStatement>(std::move(value)));
 }

@@ -21,18 +21,16 @@ using namespace SCR;
 
 bool SCR_switchStatement() {
     const int type = stackG->popType();
-    auto selector = stackG->pop<Node>();
     std::unique_ptr<SwitchCase> statement;
     switch (Node::baseType(type)) {
         case TypeCode::Long:
-            statement =
-                std::make_unique<LongSwitchCase>(static_cast<LongNode*>(selector.release()));
+            statement = makeOwner<LongSwitchCase>(stackG->pop<LongNode>());
             break;
         case TypeCode::String:
-            statement =
-                std::make_unique<StringSwitchCase>(static_cast<StringNode*>(selector.release()));
+            statement = makeOwner<StringSwitchCase>(stackG->pop<StringNode>());
             break;
         default:
+            stackG->pop<Node>();
             return SCR_YaccError(Messages::switchType(type));
     }
     return openBlock(std::move(statement), Messages::switchNotPushed);
@@ -40,14 +38,14 @@ bool SCR_switchStatement() {
 
 bool SCR_regExprSwitchStatement() {
     const int type = stackG->popType();
-    auto selector = stackG->pop<Node>();
     if (Node::baseType(type) != TypeCode::String) {
+        stackG->pop<Node>();
         return SCR_YaccError(Messages::regExprSwitchType(type));
     }
-    return openBlock(std::make_unique<RegExprSwitchCase>(
-                         static_cast<StringNode*>(selector.release()),
-                         static_cast<std::size_t>(actInterpreterG->limits().states)),
-                     Messages::switchNotPushed);
+    return openBlock(
+        makeOwner<RegExprSwitchCase>(stackG->pop<StringNode>(),
+                                     static_cast<std::size_t>(actInterpreterG->limits().states)),
+        Messages::switchNotPushed);
 }
 
 bool SCR_caseStatement() {

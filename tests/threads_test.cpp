@@ -1,0 +1,128 @@
+// Interpreters beside each other: what they share must bear it. Meant to be run under
+// ThreadSanitizer as well.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Script.h"
+#include "fsm/Engine.h"
+#include "scr/ConditionList.h"
+#include "scr/HostExtension.h"
+#include "scr/MainExtension.h"
+
+namespace {
+
+using Harness::MemoryLog;
+using SCR::HostExtension;
+using SCR::Interpreter;
+
+constexpr int threadsS = 8;
+constexpr int roundsS = 12;
+
+void onThreads(const std::function<void(int)>& action) {
+    std::vector<std::thread> threads;
+    threads.reserve(threadsS);
+    for (int thread = 0; thread < threadsS; ++thread) threads.emplace_back(action, thread);
+    for (std::thread& thread : threads) thread.join();
+}
+
+// Compiles, executes, fails to compile, asks queries and ends, over and over; the table of the
+// library comes and goes with the last interpreter.
+TEST(ThreadsTest, InterpretersComeAndGo) {
+    const std::size_t before = SCR::MainExtension::tableSize();
+    onThreads([](int thread) {
+        for (int round = 0; round < roundsS; ++round) {
+            MemoryLog log;
+            Interpreter interpreter(&log);
+            HostExtension* const host = HostExtension::insert(interpreter, "host");
+            auto counter = host->variable<long>("counter");
+            host->function("twice", [](long n) { return 2 * n; });
+            ASSERT_TRUE(interpreter.compile(
+                "Long i; String h{}; Date d;\n"
+                "for (i = 0; i < 50; i = i + 1) {\n"
+                "    counter = counter + twice(" +
+                std::to_string(thread) +
+                ");\n"
+                "    h{longToStr(i)} = strPad(\"\", \"x\", i, true);\n"
+                "    d = strToDate(\"2026-01-31\"); dateAdd(d, 0, i, 0, 0, 0, 0);\n"
+                "    regExprSwitch (h{longToStr(i)}) { case \"x{3,5}\": counter = counter + 1; }\n"
+                "}"))
+                << log.text;
+            ASSERT_TRUE(interpreter.execute()) << log.text;
+            ASSERT_EQ(counter, 100 * thread + 3);
+            SCR::ConditionList conditions(interpreter);
+            ASSERT_TRUE(conditions.compile("counter > 2; h{\"4\"} =~ \"x+\";"));
+            bool holds = false;
+            ASSERT_TRUE(conditions.all(holds) && holds) << log.text;
+            conditions.clear();
+            ASSERT_FALSE(interpreter.compile("broken"));
+        }
+    });
+    EXPECT_EQ(SCR::MainExtension::tableSize(), before);
+}
+
+TEST(ThreadsTest, OneEngineServesAll) {
+    FSM::Engine engine;
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_TRUE(engine.insertPattern(std::to_string(i) + ".*", static_cast<unsigned long>(i)));
+    }
+    ASSERT_TRUE(engine.finalSetup());
+    onThreads([&engine](int thread) {
+        for (int i = 0; i < 2000; ++i) {
+            const int number = (i * 7 + thread) % 50;
+            const std::string text = std::to_string(number) + "x";
+            ASSERT_EQ(engine.firstPath(text), number < 10 ? number : number / 10);
+        }
+    });
+}
+
+// A counter that only the script's mutex protects.
+TEST(ThreadsTest, ScriptMutexesExclude) {
+    long shared = 0;
+    std::atomic<long> handle{-1};
+    {
+        MemoryLog log;
+        Interpreter maker(&log);
+        auto made = HostExtension::insert(maker, "host")->variable<long>("made");
+        ASSERT_TRUE(maker.compile("made = mutexCreate();")) << log.text;
+        ASSERT_TRUE(maker.execute());
+        handle = made;
+    }
+    onThreads([&](int /*thread*/) {
+        MemoryLog log;
+        Interpreter interpreter(&log);
+        HostExtension* const host = HostExtension::insert(interpreter, "host");
+        host->function("next", [&shared] { ++shared; });
+        auto mutex = host->variable<long>("mutex");
+        mutex = handle.load();
+        ASSERT_TRUE(interpreter.compile("mutexAcquire(mutex); next(); mutexRelease(mutex);"))
+            << log.text;
+        for (int i = 0; i < 200; ++i) ASSERT_TRUE(interpreter.execute()) << log.text;
+    });
+    EXPECT_EQ(shared, 200 * threadsS);
+}
+
+// Interrupted from outside while others start and end.
+TEST(ThreadsTest, InterruptsReachTheirOwnOnly) {
+    onThreads([](int thread) {
+        MemoryLog log;
+        Interpreter interpreter(&log);
+        if (thread % 2 == 0) {
+            ASSERT_TRUE(interpreter.compile("while (true) {}"));
+            std::thread interrupter([&interpreter] { interpreter.interrupt(); });
+            EXPECT_FALSE(interpreter.execute());
+            interrupter.join();
+            EXPECT_EQ(log.text, "ERROR: line 1: script stopped: interrupted\n");
+        } else {
+            ASSERT_TRUE(interpreter.compile("Long i; for (i = 0; i < 20000; i = i + 1) {}"));
+            EXPECT_TRUE(interpreter.execute()) << log.text;
+        }
+    });
+}
+
+}  // namespace
