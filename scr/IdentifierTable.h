@@ -16,15 +16,17 @@ namespace SCR {
 class IdentifierTable {
 public:
     /// Declares `variable`. True: the table owns it now. False: the name is taken, nothing changed
-    /// and the caller still owns it.
+    /// and the caller still owns it. After an exception it does too, and the table is of no use.
     bool insert(const FND::String& name, Variable* variable) {
         if (find(name) != nullptr) return false;
+        // The variable is taken over last, when nothing can fail for want of memory.
         if (entries_.empty()) entries_.reserve(firstCM);
         if (entries_.size() == fewCM) {
             for (const Entry& entry : entries_) index_.emplace(entry.name, entry.variable.get());
         }
         if (entries_.size() >= fewCM) index_.emplace(name, variable);
-        entries_.push_back({name, std::unique_ptr<Variable>(variable)});
+        entries_.push_back({name, nullptr});
+        entries_.back().variable.reset(variable);
         return true;
     }
 
