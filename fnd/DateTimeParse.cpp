@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <limits>
+#include <optional>
 
 #include "fnd/Calendar.h"
 #include "fnd/DateDirectives.h"
@@ -132,12 +133,12 @@ public:
 
     /// The instant that the directives read so far tell of; invalid when they tell of none.
     DateTime instant() const {
-        if (seen_ == 0 && !hasEpochSecs_) return {};
+        if (seen_ == 0 && !epochSecs_) return {};
         std::int64_t clock = 0;
         std::int64_t secs = 0;
-        if (!(hasEpochSecs_ ? findClock(secs, clock) : findInstant(secs, clock))) return {};
+        if (!(epochSecs_ ? findClock(secs, clock) : findInstant(secs, clock))) return {};
         // What has not led to the instant must agree with it.
-        const std::uint32_t unchecked = hasEpochSecs_ ? seen_ : seen_ & ~decidingS;
+        const std::uint32_t unchecked = epochSecs_ ? seen_ : seen_ & ~decidingS;
         if (unchecked != 0) {
             const Calendar calendar(clock);
             for (unsigned i = 0; i < FieldCount; ++i)
@@ -156,6 +157,14 @@ private:
         if (get(field, value) != value) return false;
         values_[static_cast<std::size_t>(field)] = static_cast<std::int16_t>(value);
         seen_ |= maskOf(field);
+        return true;
+    }
+
+    /// False when the text says something else than before.
+    template <class Value>
+    static bool set(std::optional<Value>& known, Value value) {
+        if (known.value_or(value) != value) return false;
+        known = value;
         return true;
     }
 
@@ -180,14 +189,17 @@ private:
             case DateDirective::EpochSecs: {
                 const bool negative = skip(text_, '-');
                 constexpr std::size_t most = std::numeric_limits<std::int64_t>::digits10;
-                hasEpochSecs_ = readNumber(text_, most, epochSecs_);
-                if (negative) epochSecs_ = -epochSecs_;
-                return hasEpochSecs_;
+                std::int64_t secs = 0;
+                return readNumber(text_, most, secs) && set(epochSecs_, negative ? -secs : secs);
             }
-            case DateDirective::ZoneOffset:
-                return hasOffset_ = readOffset(text_, offset_);
-            case DateDirective::ZoneName:
-                return readZoneName(text_, zoneName_);
+            case DateDirective::ZoneOffset: {
+                std::int64_t offset = 0;
+                return readOffset(text_, offset) && set(offset_, offset);
+            }
+            case DateDirective::ZoneName: {
+                std::string_view name;
+                return readZoneName(text_, name) && set(zoneName_, name);
+            }
         }
         return false;
     }
@@ -251,12 +263,12 @@ private:
 
     /// By %s: the instant, and what the clock of the zone that the text names shows then.
     bool findClock(std::int64_t& secs, std::int64_t& clock) const {
-        secs = epochSecs_;
+        secs = epochSecs_.value_or(0);
         if (!DateTime(secs).isValid()) return false;
         clock = secs;
-        if (hasOffset_) {
-            clock += offset_;
-        } else if (!zoneName_.empty() && !isUtcName(zoneName_)) {
+        if (offset_) {
+            clock += *offset_;
+        } else if (zoneName_ && !isUtcName(*zoneName_)) {
             clock += localOffsetAt(secs);
             return localZoneNameAt(secs) == zoneName_;
         }
@@ -269,9 +281,9 @@ private:
         if (!findDay(day)) return false;
         clock = day * secsPerDayS + timeOfDay();
         secs = clock;
-        if (hasOffset_) {
-            secs -= offset_;
-        } else if (!zoneName_.empty() && !isUtcName(zoneName_)) {
+        if (offset_) {
+            secs -= *offset_;
+        } else if (zoneName_ && !isUtcName(*zoneName_)) {
             const LocalInstants local = localInstants(clock);
             if (local.beforeIsReal && localZoneNameAt(local.before) == zoneName_)
                 secs = local.before;
@@ -284,11 +296,9 @@ private:
     }
 
     std::string_view text_;
-    std::string_view zoneName_;  // empty when the text has none
-    std::int64_t epochSecs_ = 0;
-    std::int64_t offset_ = 0;
-    bool hasEpochSecs_ = false;
-    bool hasOffset_ = false;
+    std::optional<std::string_view> zoneName_;
+    std::optional<std::int64_t> epochSecs_;
+    std::optional<std::int64_t> offset_;
     std::uint32_t seen_ = 0;  // by `maskOf`
     std::int16_t values_[FieldCount] = {};
 };
