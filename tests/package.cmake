@@ -35,6 +35,12 @@ add_test(NAME package.examples COMMAND ${CMAKE_CTEST_COMMAND}
     --build-options -DCMAKE_PREFIX_PATH=${work}/prefix
         -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER} -DCMAKE_CXX_FLAGS=${flags}
     --test-command ${CMAKE_CTEST_COMMAND} --output-on-failure)
+add_test(NAME package.extension COMMAND ${CMAKE_CTEST_COMMAND}
+    --build-and-test ${PROJECT_SOURCE_DIR}/examples/extension ${work}/extension
+    --build-generator ${CMAKE_GENERATOR}
+    --build-options -DCMAKE_PREFIX_PATH=${work}/prefix
+        -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER} -DCMAKE_CXX_FLAGS=${flags}
+    --test-command ${CMAKE_CTEST_COMMAND} --output-on-failure)
 add_test(NAME package.pkgconfig COMMAND make
     -C ${CMAKE_CURRENT_SOURCE_DIR}/install BUILD=${work} CXX=${CMAKE_CXX_COMPILER}
     CXXFLAGS=${flags} run)
@@ -43,7 +49,7 @@ add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kes
 set_tests_properties(package.clear PROPERTIES FIXTURES_SETUP package_clear)
 set_tests_properties(package.install PROPERTIES
     FIXTURES_REQUIRED package_clear FIXTURES_SETUP package_install)
-set_tests_properties(package.cmake package.examples package.pkgconfig package.command PROPERTIES
+set_tests_properties(package.cmake package.examples package.extension package.pkgconfig package.command PROPERTIES
     FIXTURES_REQUIRED package_install)
 set_tests_properties(package.cmake PROPERTIES FIXTURES_SETUP package_cmake)
 set_tests_properties(package.readme PROPERTIES
