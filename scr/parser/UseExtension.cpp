@@ -20,10 +20,13 @@ FND::String loaderError() {
     return text != nullptr ? text : "unknown error";
 }
 
-// Calls the generator; a generator that throws has failed like one that gives nothing.
+// Calls the generator; one that throws, or gives an extension without a name, has failed like one
+// that gives nothing.
 std::unique_ptr<SCR::Extension> generate(Generator generator) {
     try {
-        return std::unique_ptr<SCR::Extension>(generator());
+        std::unique_ptr<SCR::Extension> extension(generator());
+        if (extension) static_cast<void>(extension->extensionName());
+        return extension;
     } catch (...) {
         return nullptr;
     }
