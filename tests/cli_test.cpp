@@ -84,6 +84,13 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
     write("lib/part.ks", "logStdout(\"lib\");");
     write("other/part.ks", "logStdout(\"other\");");
     write("includes.ks", "include \"part.ks\";\n");
+    write("lib/inner.ks", "Long a;\n\na = true;\n");
+    write("lib/outer.ks", "\ninclude \"inner.ks\";\n");
+    write("lib/fine.ks", "// nothing\n\n");
+    write("nested.ks", "include \"fine.ks\";\ninclude \"outer.ks\";\n");
+    write("after.ks", "include \"fine.ks\";\ninclude \"fine.ks\";\nbroken;\n");
+    write("lib/cycle.ks", "include \"cycle.ks\";\nlogStdout(\"once\");\n");
+    write("lib/hidden.ks", "0A42000000000000000006000000000000410a\n");
     const std::string parseError = "ERROR: line 2: parse error\n";
     struct Row {
         std::vector<std::string> arguments;
@@ -105,6 +112,39 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         {{"run", "-D", "a=", "-e", "logStdout(longToStr(strLength(a)));"}, "", 0, "0", ""},
         {{"run", "-I", "lib", "-I", "other", "includes.ks"}, "", 0, "lib", ""},
         {{"run", "-I", "other", "includes.ks", "-I", "lib"}, "", 0, "other", ""},
+        {{"run", "-I", "lib", "nested.ks"},
+         "",
+         3,
+         "",
+         "ERROR: inner.ks: line 3: expected Bool not Long as argument 1 in `Bool "
+         "Bool=(Bool,Bool)'\n"},
+        {{"run", "-I", "lib", "after.ks"},
+         "",
+         3,
+         "",
+         "`fine.ks' included more than once\nERROR: line 3: unknown identifier `broken'\n"},
+        {{"run", "-I", "lib", "-e", "include \"cycle.ks\";\n"},
+         "",
+         0,
+         "once",
+         "`cycle.ks' included more than once\n"},
+        {{"run", "-I", "lib", "-e", "Long A; Long b = \ninclude \"hidden.ks\";\n;"}, "", 0, "", ""},
+        {{"run", "--sandbox", "-I", "lib", "includes.ks"},
+         "",
+         3,
+         "",
+         "include of `part.ks' is not allowed\n"},
+        {{"run", "--allow", "include=lib", "-I", "lib", "includes.ks"}, "", 0, "lib", ""},
+        {{"run", "--allow", "include=other", "-I", "lib", "includes.ks"},
+         "",
+         3,
+         "",
+         "failed to open include file `part.ks' in the directories allowed for includes\n"},
+        {{"run", "--limit", "memory=100000", "-e", "String s = strPad(\"\", \"x\", 200000, true);"},
+         "",
+         4,
+         "",
+         "ERROR: line 1: script stopped: limit `memory' of 100000 passed\n"},
         {{"run", "wrong.ks"}, "", 3, "", parseError},
         {{"run", "-e", "logStdout(\"a\"); scriptUsable(false);"}, "", 1, "a", ""},
         {{"check", "hello.ks"}, "", 0, "", ""},
