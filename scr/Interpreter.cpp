@@ -156,10 +156,16 @@ bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& 
 }
 
 Extension* Interpreter::extension(const FND::String& name) {
-    for (const std::unique_ptr<Extension>& extension : extensions_) {
-        if (extension->extensionName() == name) return extension.get();
-    }
-    return nullptr;
+    Extension* found = nullptr;
+    contain(*this, [&] {
+        for (const std::unique_ptr<Extension>& extension : extensions_) {
+            if (extension->extensionName() != name) continue;
+            found = extension.get();
+            return true;
+        }
+        return false;
+    });
+    return found;
 }
 
 bool Interpreter::insertExtension(Extension* extension) {

@@ -1,115 +1,192 @@
-// "use" with libraries that are good and bad; copies of use/library.cpp under the names used here.
+// `use`: extension libraries, good and bad ones, loaded by scripts.
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Script.h"
-#include "scr/HostExtension.h"
 
 namespace {
 
-using Harness::MemoryLog;
+namespace fs = std::filesystem;
 
-struct Loaded {
-    bool compiled = false;
-    bool ran = false;
-    std::string log;
-    long result = 0;
-};
+const fs::path librariesS = KESTREL_USE_FOLDER;
 
-Loaded load(const std::string& script) {
-    MemoryLog log;
-    SCR::Interpreter interpreter(&log);
-    auto result = SCR::HostExtension::insert(interpreter, "host")->variable<long>("result");
-    Loaded loaded;
-    loaded.compiled = interpreter.compile(script);
-    loaded.ran = loaded.compiled && interpreter.execute();
-    loaded.log = log.text;
-    loaded.result = result;
-    return loaded;
+std::string libraryBytes() {
+    std::ostringstream bytes;
+    bytes << std::ifstream(librariesS / "libone.so", std::ios::binary).rdbuf();
+    return bytes.str();
 }
 
-TEST(UseTest, EachInterpreterHasAnExtensionOfItsOwn) {
-    for (int round = 0; round < 3; ++round) {
-        const Loaded loaded = load("use good;\nnext();\nresult = good::next();");
-        EXPECT_TRUE(loaded.ran) << loaded.log;
-        EXPECT_EQ(loaded.result, 2);
-        EXPECT_EQ(loaded.log, "");
+void writeLibrary(const std::string& name, const std::string& bytes) {
+    std::ofstream(librariesS / ("lib" + name + ".so"), std::ios::binary) << bytes;
+}
+
+/// `text` with the folder of the libraries as @, so that the loader's messages can be compared.
+std::string withoutFolder(std::string text) {
+    const std::string folder = librariesS.string();
+    for (std::size_t at = 0; (at = text.find(folder, at)) != std::string::npos;) {
+        text.replace(at, folder.size(), "@");
     }
+    return text;
 }
 
-TEST(UseTest, NamesAreFoundByModule) {
-    const Loaded loaded = load(
-        "use good;\nuse nested;\n"
-        "nested::next(); nested::next(); next();\n"
-        "result = nested::next() * 10 + good::next();");
-    EXPECT_TRUE(loaded.ran) << loaded.log;
-    EXPECT_EQ(loaded.result, 32);
-}
-
-TEST(UseTest, ASecondUseIsAWarning) {
-    const Loaded loaded = load("use good;\nuse good;\nresult = next();");
-    EXPECT_TRUE(loaded.ran);
-    EXPECT_EQ(loaded.result, 1);
-    EXPECT_NE(loaded.log.find("line 2: warning: duplicate extension good\n"), std::string::npos)
-        << loaded.log;
-}
-
-TEST(UseTest, BadLibrariesDoNotCompile) {
-    namespace fs = std::filesystem;
-    const fs::path folder = KESTREL_USE_FOLDER;
-    std::ofstream(folder / "libtext.so") << "no library at all\n";
-    {
-        fs::copy_file(folder / "libgood.so", folder / "libforeign.so",
-                      fs::copy_options::overwrite_existing);
-        std::fstream foreign(folder / "libforeign.so",
-                             std::ios::in | std::ios::out | std::ios::binary);
-        foreign.seekp(18);  // the machine, in the ELF header
-        foreign.write("\x28\x00", 2);
-    }
+TEST(UseTest, NamesAreFoundAcrossExtensions) {
     const struct {
-        const char* name;
-        const char* reason;  // the beginning, and what it holds besides
-        const char* part;
+        std::string script;
+        std::string output;
+        std::string log;
     } rows[] = {
-        {"absent", "libabsent.so: cannot open shared object file", "No such file"},
-        {"text", "", "libtext.so"},
-        {"foreign", "", "libforeign.so"},
-        {"symbolless", "", "symbolless_KestrelExtension"},
-        {"null", "generator function failed", ""},
-        {"throwing", "generator function failed", ""},
-        {"nameless", "generator function failed", ""},
+        {"use one; logStdout(longToStr(answer()));", "1", ""},
+        {"use one; logStdout(longToStr(one::answer()));", "1", ""},
+        {"use one; use two; logStdout(longToStr(answer() * 10 + two::answer()));", "12", ""},
+        {"use two; use one; logStdout(longToStr(answer() * 10 + one::answer()));", "21", ""},
+        // The name of the extension counts, not that of the library; both may hold dots.
+        {"use dotted; logStdout(longToStr(dot.ted::answer()));", "3", ""},
+        // A variable of the script hides the extension's, but for its qualified name.
+        {"use one; Long count = 7; logStdout(longToStr(count * 10 + one::count));", "70", ""},
+        // Each extension has variables of its own; those of the script are in no module.
+        {"use one; use two; one::next(); one::count = one::count + 5; two::next();\n"
+         "logStdout(longToStr(one::count * 10 + two::count));",
+         "61", ""},
+        // Built-ins go first, and have a module of their own.
+        {"use one; logStdout(main::longToStr(strLength(\"abc\")));", "3", ""},
+        {"use one; logStdout(longToStr(refuse()));", "0", "refuse: refused\n"},
+        // A second `use` is a warning, whatever the library.
+        {"use one;\nuse one; logStdout(longToStr(alive()));", "1",
+         "ERROR: line 2: warning: duplicate extension one\n"},
+        {"use one; use impostor; logStdout(longToStr(answer() * 10 + alive()));", "11",
+         "ERROR: line 1: warning: duplicate extension impostor\n"},
+        {"use builtin; logStdout(\"x\");", "x",
+         "ERROR: line 1: warning: duplicate extension builtin\n"},
+        // A `use` holds from there on, wherever it stands.
+        {"if (false) { use one; }\nlogStdout(longToStr(answer()));", "1", ""},
+        {"use compiler; logStdout(longToStr(sum) + \" \" + message);",
+         "42 ERROR: line 4: parse error", ""},
     };
     for (const auto& row : rows) {
-        const Loaded loaded = load("\nuse " + std::string(row.name) + ";\nresult = 1;");
-        EXPECT_FALSE(loaded.compiled) << row.name;
-        const std::string start =
-            "ERROR: line 2: can not use " + std::string(row.name) + ": " + row.reason;
-        EXPECT_TRUE(loaded.log.starts_with(start)) << loaded.log;
-        EXPECT_NE(loaded.log.find(row.part), std::string::npos) << loaded.log;
-        EXPECT_EQ(loaded.log.find('\n'), loaded.log.size() - 1) << loaded.log;
+        const Harness::ScriptRun result = Harness::run(row.script);
+        EXPECT_EQ(result.output, row.output) << row.script;
+        EXPECT_EQ(result.log, row.log) << row.script;
+        EXPECT_TRUE(result.ok) << row.script;
     }
 }
 
-TEST(UseTest, ThreadsUseOneLibraryAtOnce) {
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([] {
-            for (int round = 0; round < 20; ++round) {
-                const Loaded loaded = load(
-                    "use good; Long i; while (i < 50) { i = next(); } "
-                    "result = i;");
-                EXPECT_TRUE(loaded.ran) << loaded.log;
-                EXPECT_EQ(loaded.result, 50);
+TEST(UseTest, BadLibrariesFailTheCompile) {
+    const std::string good = libraryBytes();
+    ASSERT_GT(good.size(), 4096U);
+    const auto patched = [&](std::size_t place, char byte) {
+        std::string bytes = good;
+        bytes[place] = byte;
+        return bytes;
+    };
+    writeLibrary("text", "this is no library\n");
+    writeLibrary("empty", "");
+    writeLibrary("short", good.substr(0, 100));
+    writeLibrary("foreign", patched(18, 40));  // a machine that is not this one
+    writeLibrary("narrow", patched(4, 1));     // of 32 bits
+    fs::remove_all(librariesS / "libfolder.so");
+    fs::create_directory(librariesS / "libfolder.so");
+
+    const std::string cannot = "ERROR: line 2: can not use ";
+    const struct {
+        const char* name;
+        std::string reason;  // the whole of it, or the part of the loader's that must be there
+    } rows[] = {
+        {"nowhere", "libnowhere.so: cannot open shared object file: No such file or directory"},
+        {"Two", "libTwo.so: cannot open shared object file: No such file or directory"},
+        {"nosymbol", "undefined symbol: nosymbol_KestrelExtension"},
+        {"null", ": generator function failed\n"},
+        {"thrower", ": generator function failed: no licence\n"},
+        {"number", ": generator function failed: unknown exception\n"},
+        {"nameless", ": generator function failed: no name\n"},
+        {"text", "@/libtext.so: "},
+        {"empty", "@/libempty.so: file too short"},
+        {"short", "@/libshort.so: "},
+        {"foreign", "libforeign.so: "},
+        {"narrow", "libnarrow.so: "},
+        {"folder", "libfolder.so: "},
+    };
+    for (const auto& row : rows) {
+        Harness::MemoryLog log;
+        SCR::Interpreter interpreter(&log);
+        const std::string script = std::string("Long a;\nuse ") + row.name + ";\na = 1;";
+        EXPECT_FALSE(interpreter.compile(script)) << row.name;
+        const std::string message = withoutFolder(log.text);
+        EXPECT_TRUE(message.starts_with(cannot + row.name + ": ")) << message;
+        EXPECT_NE(message.find(row.reason), std::string::npos) << message;
+        EXPECT_EQ(message.find('\n'), message.size() - 1) << message;
+        // The interpreter stays usable, and nothing of the failed extension is left.
+        EXPECT_TRUE(interpreter.compile("use one; Long alone = alive();")) << log.text;
+        EXPECT_TRUE(interpreter.execute());
+    }
+    EXPECT_EQ(Harness::run("use one; logStdout(longToStr(alive()));").output, "1");
+}
+
+TEST(UseTest, AnExtensionThatFailsLaterFailsTheCompile) {
+    const Harness::ScriptRun result = Harness::run("use faulty;\nLong a = fault;");
+    EXPECT_FALSE(result.compiled);
+    EXPECT_EQ(result.log, "ERROR: no variable\n");
+    // However deep in an expression; a leak checker sees what the parser had allocated.
+    EXPECT_EQ(Harness::run("use faulty; Long a = " + std::string(2000, '(') + "fault").log,
+              "ERROR: no variable\n");
+    EXPECT_EQ(Harness::run("use faulty;\nb;").log, "ERROR: line 2: unknown identifier `b'\n");
+    EXPECT_EQ(Harness::run("use one;\nuse nobody;").compiled, false);
+    EXPECT_EQ(Harness::run("use one;\nnobody::answer();").log,
+              "ERROR: line 2: unknown identifier `nobody::answer'\n");
+    EXPECT_EQ(Harness::run("answer();").log, "ERROR: line 1: unknown identifier `answer'\n");
+}
+
+TEST(UseTest, ExtensionsOutliveCompilesAndLibrariesInterpreters) {
+    {
+        Harness::MemoryLog log;
+        SCR::Interpreter interpreter(&log);
+        ASSERT_TRUE(interpreter.compile("use one; next();"));
+        ASSERT_TRUE(interpreter.execute());
+        // Known to the next script without `use`, with its state.
+        const Harness::StdoutCapture capture;
+        ASSERT_TRUE(interpreter.compile("logStdout(longToStr(next()));"));
+        ASSERT_TRUE(interpreter.execute());
+        EXPECT_EQ(capture.text(), "2");
+        ASSERT_TRUE(interpreter.compile("use one;"));
+        EXPECT_EQ(log.text, "ERROR: line 1: warning: duplicate extension one\n");
+    }
+    void* const library = dlopen("libone.so", RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(library, nullptr);
+    dlclose(library);
+}
+
+TEST(UseTest, TwoThreadsUseOneExtension) {
+    constexpr int threads = 4;
+    constexpr int rounds = 50;
+    std::atomic<int> good = 0;
+    std::vector<std::thread> workers;
+    for (int i = 0; i < threads; ++i) {
+        workers.emplace_back([&good] {
+            for (int round = 0; round < rounds; ++round) {
+                Harness::MemoryLog log;
+                SCR::Interpreter interpreter(&log);
+                const bool isRun = interpreter.compile(
+                                       "use one; use two;\n"
+                                       "Long i;\n"
+                                       "for (i = 0; i < 1000; i = i + 1) one::next();\n"
+                                       "if (one::count != 1000) scriptUsable(false);\n"
+                                       "if (two::count != 0) scriptUsable(false);") &&
+                                   interpreter.execute();
+                if (isRun && interpreter.isValid() && log.text.empty()) ++good;
             }
         });
     }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& worker : workers) worker.join();
+    EXPECT_EQ(good, threads * rounds);
+    EXPECT_EQ(Harness::run("use one; logStdout(longToStr(alive()));").output, "1");
 }
 
 }  // namespace

@@ -11,13 +11,23 @@ class CustomLexer;
 %code {
 #include "scr/parser/Actions.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/ParseState.h"
 
 // The depth at which a text is refused; each level of parentheses takes two.
 #define YYMAXDEPTH 10000
+// The parser's own stack when it grows: freed with the parse, so that an exception loses nothing.
+#define YYMALLOC SCR_parserMemory
+#define YYFREE(memory) static_cast<void>(memory)
 
 namespace {
 
 int SCR_lex(std::string_view* text, SCR::CustomLexer& lexer) { return lexer.next(*text); }
+
+void* SCR_parserMemory(std::size_t bytes) {
+    auto& memory = SCR::parseContextG->memory;
+    memory.push_back(std::make_unique_for_overwrite<std::byte[]>(bytes));
+    return memory.back().get();
+}
 
 void SCR_error(SCR::CustomLexer& lexer, const char* message) { SCR_parserError(lexer, message); }
 

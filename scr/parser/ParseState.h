@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -32,6 +33,8 @@ struct ParseContext {
     /// Room for the names being looked up, so that none is allocated for each.
     FND::String module;
     FND::String name;
+    /// What the parser's own stack is kept in once it is deep.
+    std::vector<std::unique_ptr<std::byte[]>> memory;
 };
 
 // The process-wide parse state, guarded by parserLockG and valid during a parse. The lock is

@@ -1,5 +1,9 @@
 #include <dlfcn.h>
 
+#include <exception>
+#include <memory>
+#include <new>
+
 #include "scr/Extension.h"
 #include "scr/Interpreter.h"
 #include "scr/parser/Actions.h"
@@ -20,16 +24,25 @@ FND::String loaderError() {
     return text != nullptr ? text : "unknown error";
 }
 
-// Calls the generator; one that throws, or gives an extension without a name, has failed like one
-// that gives nothing.
-std::unique_ptr<SCR::Extension> generate(Generator generator) {
+// Calls the generator and stores the extension's name in `module`; null after a report.
+std::unique_ptr<SCR::Extension> generate(const FND::String& name, Generator generator,
+                                         FND::String& module) {
+    FND::String reason = SCR::Messages::generatorFailed;
     try {
         std::unique_ptr<SCR::Extension> extension(generator());
-        if (extension) static_cast<void>(extension->extensionName());
-        return extension;
+        if (extension) {
+            module = extension->extensionName();
+            return extension;
+        }
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        reason += FND::String(": ") + error.what();
     } catch (...) {
-        return nullptr;
+        reason += ": unknown exception";
     }
+    reportUse(name, reason);
+    return nullptr;
 }
 
 }  // namespace
@@ -45,12 +58,14 @@ bool SCR_useExtension(std::string_view extensionName) {
     const auto generator =
         reinterpret_cast<Generator>(dlsym(library, (name + "_KestrelExtension").c_str()));
     if (generator == nullptr) return reportUse(name, loaderError());
-    std::unique_ptr<SCR::Extension> extension = generate(generator);
-    if (!extension) return reportUse(name, SCR::Messages::generatorFailed);
-    if (!SCR::actInterpreterG->insertExtension(extension.get())) {
+    FND::String module;
+    std::unique_ptr<SCR::Extension> extension = generate(name, generator, module);
+    if (!extension) return false;
+    if (SCR::actInterpreterG->extension(module) != nullptr) {
         SCR_YaccError(SCR::Messages::duplicateExtension(name));
         return true;
     }
+    if (!SCR::actInterpreterG->insertExtension(extension.get())) return false;
     extension.release();
     return true;
 }

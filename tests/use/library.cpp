@@ -1,5 +1,5 @@
-// An extension library with an entry for each name under which use_test loads a copy of it.
-
+// The extension libraries of use_test, all in one: a link for each name leads to it.
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 
@@ -9,41 +9,78 @@
 
 namespace {
 
-class SilentLog final : public SCR::Log {
-public:
-    void log(const FND::String& /*message*/, FND::Status::Severity /*severity*/) override {}
+// Extensions that live now.
+std::atomic<long> aliveS{0};
+
+struct Alive {
+    Alive() { ++aliveS; }
+    Alive(const Alive& /*other*/) { ++aliveS; }
+    Alive& operator=(const Alive&) = delete;
+    ~Alive() { --aliveS; }
 };
 
-class Nameless final : public SCR::Extension {
-public:
-    FND::String extensionName() const override { throw std::runtime_error("no name"); }
-};
-
-SCR::Extension* counting(const char* name) {
+// An extension `name` with a counter of its own and a few functions that tell it from others.
+std::unique_ptr<SCR::HostExtension> make(const char* name, long answer) {
     auto extension = std::make_unique<SCR::HostExtension>(name);
-    extension->function("next", [calls = 0L]() mutable { return ++calls; });
-    return extension.release();
+    auto count = extension->variable<long>("count");
+    extension->function("next", [count]() mutable { return (count = count + 1).value(); });
+    extension->function("answer", [answer] { return answer; });
+    extension->function("alive", [alive = std::make_shared<Alive>()] { return aliveS.load(); });
+    extension->function("refuse", []() -> long { throw std::runtime_error("refused"); });
+    return extension;
 }
+
+// What is asked of it fails, from the name on or from the first look-up on.
+class Faulty final : public SCR::Extension {
+public:
+    explicit Faulty(bool isNamed) : isNamed_(isNamed) {}
+    FND::String extensionName() const override {
+        if (!isNamed_) throw std::runtime_error("no name");
+        return "faulty";
+    }
+    SCR::Variable* variable(const FND::String& name) override {
+        if (name == "fault") throw std::runtime_error("no variable");
+        return nullptr;
+    }
+
+private:
+    const Alive alive_;
+    const bool isNamed_;
+};
+
+class LastMessage final : public SCR::Log {
+public:
+    void log(const FND::String& message, FND::Status::Severity /*severity*/) override {
+        text = message;
+    }
+    FND::String text;
+};
 
 }  // namespace
 
 extern "C" {
 
-[[gnu::visibility("default")]] SCR::Extension* good_KestrelExtension() { return counting("good"); }
+KESTREL_API SCR::Extension* one_KestrelExtension() { return make("one", 1).release(); }
+KESTREL_API SCR::Extension* two_KestrelExtension() { return make("two", 2).release(); }
+KESTREL_API SCR::Extension* dotted_KestrelExtension() { return make("dot.ted", 3).release(); }
+KESTREL_API SCR::Extension* impostor_KestrelExtension() { return make("one", 4).release(); }
+KESTREL_API SCR::Extension* builtin_KestrelExtension() { return make("main", 5).release(); }
+KESTREL_API SCR::Extension* null_KestrelExtension() { return nullptr; }
+KESTREL_API SCR::Extension* thrower_KestrelExtension() { throw std::runtime_error("no licence"); }
+KESTREL_API SCR::Extension* number_KestrelExtension() { throw 42; }
+KESTREL_API SCR::Extension* nameless_KestrelExtension() { return new Faulty(false); }
+KESTREL_API SCR::Extension* faulty_KestrelExtension() { return new Faulty(true); }
 
-[[gnu::visibility("default")]] SCR::Extension* null_KestrelExtension() { return nullptr; }
-
-[[gnu::visibility("default")]] SCR::Extension* throwing_KestrelExtension() {
-    throw std::runtime_error("no extension");
-}
-
-[[gnu::visibility("default")]] SCR::Extension* nameless_KestrelExtension() { return new Nameless; }
-
-// Compiles a script of its own while it is loaded.
-[[gnu::visibility("default")]] SCR::Extension* nested_KestrelExtension() {
-    SilentLog log;
-    SCR::Interpreter interpreter(&log);
-    if (!interpreter.compile("Long n; n = 6 * 7;") || !interpreter.execute()) return nullptr;
-    return counting("nested");
+// Compiles scripts in the midst of the compile that it is part of, a wrong one among them.
+KESTREL_API SCR::Extension* compiler_KestrelExtension() {
+    LastMessage log;
+    SCR::Interpreter inner(&log);
+    auto extension = make("compiler", 0);
+    auto sum = SCR::HostExtension::insert(inner, "host")->variable<long>("sum");
+    const bool isRun = inner.compile("use one;\n\nsum = sum + 41 + one::answer();") &&
+                       inner.execute() && !inner.compile("\n\n\nsum = ;");
+    extension->constant("sum", isRun ? sum.value() : -1L);
+    extension->constant("message", log.text);
+    return extension.release();
 }
 }
