@@ -112,7 +112,7 @@ constexpr std::uint32_t maskOf(Field field) {
     return std::uint32_t{1} << static_cast<unsigned>(field);
 }
 
-// These alone decide on their part of the date whenever they are given.
+// These decide on their part of the date whenever they are given.
 constexpr std::uint32_t decidingS = maskOf(Field::Year) | maskOf(Field::Month) |
                                     maskOf(Field::Day) | maskOf(Field::Hour) |
                                     maskOf(Field::Minute) | maskOf(Field::Second);
@@ -138,7 +138,8 @@ public:
         std::int64_t secs = 0;
         if (!(epochSecs_ ? findClock(secs, clock) : findInstant(secs, clock))) return {};
         // What has not led to the instant must agree with it.
-        const std::uint32_t unchecked = epochSecs_ ? seen_ : seen_ & ~decidingS;
+        std::uint32_t unchecked = epochSecs_ ? seen_ : seen_ & ~decidingS;
+        if (unchecked != 0) unchecked |= seen_ & maskOf(Field::Year);  // weeks may reach out of it
         if (unchecked != 0) {
             const Calendar calendar(clock);
             for (unsigned i = 0; i < FieldCount; ++i)
