@@ -1,37 +1,60 @@
 #!/bin/bash
-# Runs the console examples of a document: in a block of ```console, the line that begins with "$ "
-# is a command and the lines after it are what it prints.
+# Runs the examples of a document, in a folder of their own:
+#   ```console       the line that begins with "$ " is a command, the lines after it what it prints
+#   ```kestrel       a script; the block ```output after it is what it prints, messages last. A
+#                    script without one prints nothing.
+#   ```kestrel NAME  a script that is kept as the file NAME, for the commands that follow
 # usage: console.sh COMMAND DOCUMENT    (COMMAND is the kestrel to run)
 PATH=$(dirname "$1"):$PATH
+unset KESTREL_INCLUDE
+work=$(mktemp -d) || exit 1
+trap 'rm -rf "$work"' EXIT
 blocks=0
 failures=0
 command=
-expected=
+text=
+script=
 state=outside
+
+# What `command` prints has to be $1.
+check() {
+    blocks=$((blocks + 1))
+    # The dot keeps the line ends that $() would drop.
+    local actual=$(cd "$work" && bash -c "$command" </dev/null; echo .)
+    # A last line end may be missing.
+    if [ "$actual" != "$1." ] && [ "$actual" != "${1%$'\n'}." ]; then
+        failures=$((failures + 1))
+        printf '%s\n%sprints:\n%s\ninstead of:\n%s\n' "$command" "$script" "${actual%.}" "$1"
+    fi
+    command=
+    script=
+}
+
 while IFS= read -r line; do
-    case $state in
-        outside)
-            [ "$line" = '```console' ] && state=command
-            ;;
-        command)
-            command=${line#'$ '}
-            expected=
-            state=output
-            ;;
-        output)
-            if [ "$line" != '```' ]; then
-                expected+=$line$'\n'
-                continue
-            fi
-            state=outside
-            blocks=$((blocks + 1))
-            # The dot keeps the line ends that $() would drop.
-            actual=$(bash -c "$command" </dev/null; echo .)
-            if [ "$actual" != "$expected." ]; then
-                failures=$((failures + 1))
-                printf '%s\nprints:\n%s\ninstead of:\n%s\n' "$command" "${actual%.}" "$expected"
-            fi
-            ;;
-    esac
+    if [ "$state" != outside ] && [ "$line" = '```' ]; then
+        case $state in
+            console | output) check "$text" ;;
+            kestrel)
+                script=$text
+                printf '%s' "$text" >"$work/.script"
+                command='kestrel run .script 2>.messages; cat .messages'
+                ;;
+            *) printf '%s' "$text" >"$work/${state#kestrel }" ;;
+        esac
+        state=outside
+    elif [ "$state" = outside ]; then
+        text=
+        case $line in
+            '```console' | '```output' | '```kestrel'*)
+                state=${line#'```'}
+                [ -n "$script" ] && [ "$state" != output ] && check ''
+                ;;
+        esac
+    elif [ "$state" = console ] && [ -z "$command" ]; then
+        command=${line#'$ '}
+    else
+        text+=$line$'\n'
+    fi
 done <"$2"
+[ -n "$script" ] && check ''
 [ "$state" = outside ] && [ "$blocks" -gt 0 ] && [ "$failures" = 0 ]
