@@ -32,8 +32,7 @@ int main(int argc, char** argv) {
             return 2;
         }
         const std::vector<char> input{std::istreambuf_iterator<char>(stream), {}};
-        std::printf("%s\n", file.c_str());
-        std::fflush(stdout);
+        std::fprintf(stderr, "%s\n", file.c_str());
         LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
     }
     return files.empty() ? 2 : 0;
