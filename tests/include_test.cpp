@@ -1,0 +1,211 @@
+// Include files and scrambled scripts, from their files to the messages of a compile.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Script.h"
+#include "scr/parser/Crypt.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Severities = std::vector<FND::Status::Severity>;
+
+std::string scrambled(const std::string& plain) {
+    std::string text;
+    SCR::Crypt::encrypt(plain, text);
+    return text;
+}
+
+class IncludeTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ::unsetenv("KESTREL_INCLUDE");
+        std::string name = fs::path(testing::TempDir()) / "includeXXXXXX";
+        ASSERT_NE(::mkdtemp(name.data()), nullptr);
+        directory_ = name;
+    }
+    void TearDown() override {
+        ::unsetenv("KESTREL_INCLUDE");
+        fs::remove_all(directory_);
+    }
+
+    void write(const std::string& name, const std::string& content) {
+        fs::create_directories((directory_ / name).parent_path());
+        std::ofstream(directory_ / name, std::ios::binary) << content;
+    }
+
+    /// Runs `script`, which finds the files of the test's folder.
+    Harness::ScriptRun run(const std::string& script) {
+        Harness::ScriptSetup setup;
+        setup.prepare = [this](SCR::Interpreter& interpreter) {
+            interpreter.includePath({directory_});
+        };
+        return Harness::run(script, setup);
+    }
+
+    fs::path directory_;
+};
+
+TEST_F(IncludeTest, MessagesNameTheFileAndItsLine) {
+    write("outer", "// one\ninclude \"inner\";\nLong afterInner = 1;\n");
+    write("inner", "// one\n\ninclude \"bad\";\n");
+    write("bad", "Long good;\nLong alsoGood;\nwrong;\n");
+    write("good", "Long here = 1;\n/* two\n   three */\n");
+    write("openComment", "/* never closed\n");
+    write("openString", "String s = \"one\ntwo");
+    write("openBlock", "if (true) {\n");
+    write("closes", "logStdout(\"closed\"); }\n");
+    write("warns", "\nfunction Long none { }\n");
+    write("scrambled", scrambled("Long good;\n\nwrong;\n"));
+    write("windows", "Long one;\r\nLong two;\r\nwrong;\r\n");
+    write("name with \" and 'signs'", "wrong;\n");
+    const struct {
+        std::string script;
+        std::string log;
+        std::string output;
+    } rows[] = {
+        {"include \"outer\";", "ERROR: bad: line 3: unknown identifier `wrong'\n", ""},
+        {"\n\ninclude \"good\";\nwrong;", "ERROR: line 4: unknown identifier `wrong'\n", ""},
+        {"include \"good\"; wrong;\nwrong;", "ERROR: line 2: unknown identifier `wrong'\n", ""},
+        {"include \"good\";\ninclude \"good\";\nwrong;",
+         "`good' included more than once\nERROR: line 3: unknown identifier `wrong'\n", ""},
+        {"\ninclude \"warns\";\nfunction Long last { }\n",
+         "ERROR: warns: line 2: possible missing return value in `Long none()'\n"
+         "ERROR: line 3: possible missing return value in `Long last()'\n",
+         ""},
+        {"include \"scrambled\";", "ERROR: scrambled: line 3: unknown identifier `wrong'\n", ""},
+        {scrambled("\ninclude \"good\";\nwrong;"), "ERROR: line 3: unknown identifier `wrong'\n",
+         ""},
+        {"include \"windows\";", "ERROR: windows: line 3: unknown identifier `wrong'\n", ""},
+        {"include \"name with \" and 'signs'\";",
+         "ERROR: name with \" and 'signs': line 1: unknown identifier `wrong'\n", ""},
+        // What a file leaves open goes on in the next.
+        {"include \"openComment\";\nwrong; */ logStdout(\"x\");", "", "x"},
+        {"include \"openBlock\";\ninclude \"closes\";", "", "closed"},
+        // The marks of the files stand in the string that one of them leaves open.
+        {"include \"openString\";\nwrong;", "ERROR: openString: line 3: parse error\n", ""},
+        {"include \"openBlock\";\n", "ERROR: line 3: parse error\n", ""},
+    };
+    for (const auto& row : rows) {
+        const Harness::ScriptRun result = run(row.script);
+        EXPECT_EQ(result.log, row.log) << row.script;
+        EXPECT_EQ(result.output, row.output) << row.script;
+    }
+}
+
+TEST_F(IncludeTest, OncePerCompile) {
+    write("self", "include \"self\";\nlogStdout(\"self \");");
+    write("ping", "include \"pong\";\nlogStdout(\"ping \");");
+    write("pong", "include \"ping\";\nlogStdout(\"pong \");");
+    const Harness::ScriptRun self = run("include \"self\";");
+    EXPECT_EQ(self.output, "self ");
+    EXPECT_EQ(self.log, "`self' included more than once\n");
+    EXPECT_EQ(self.severities, Severities{FND::Status::Warning});
+    EXPECT_EQ(run("include \"ping\";").output, "pong ping ");
+
+    // A second compile begins anew.
+    Harness::MemoryLog log;
+    SCR::Interpreter interpreter(&log);
+    interpreter.includePath({directory_});
+    const Harness::StdoutCapture capture;
+    for (int turn = 0; turn < 2; ++turn) {
+        ASSERT_TRUE(interpreter.compile("include \"pong\";"));
+        ASSERT_TRUE(interpreter.execute());
+    }
+    EXPECT_EQ(capture.text(), "ping pong ping pong ");
+}
+
+TEST_F(IncludeTest, DirectoriesAreSearchedInOrder) {
+    write("a/both", "logStdout(\"a\");");
+    write("b/both", "logStdout(\"b\");");
+    write("b/second", "logStdout(\"second\");");
+    const std::string a = directory_ / "a";
+    const std::string b = directory_ / "b";
+    const std::string script = "include \"both\"; // the first\ninclude \"second\";";
+    ::setenv("KESTREL_INCLUDE", (a + ";" + b).c_str(), 1);
+    EXPECT_EQ(Harness::run(script).output, "asecond");
+    ::setenv("KESTREL_INCLUDE", (b + ";" + a).c_str(), 1);
+    EXPECT_EQ(Harness::run(script).output, "bsecond");
+    // The host's directories go first.
+    Harness::ScriptSetup setup;
+    setup.prepare = [&](SCR::Interpreter& interpreter) { interpreter.includePath({a}); };
+    EXPECT_EQ(Harness::run(script, setup).output, "asecond");
+    ::setenv("KESTREL_INCLUDE", a.c_str(), 1);
+    EXPECT_EQ(Harness::run(script).log, "failed to open include file `second'\n");
+}
+
+TEST_F(IncludeTest, BadFilesFailTheCompile) {
+    fs::create_directory(directory_ / "folder");
+    std::string binary;
+    for (int i = 0; i < 100000; ++i) binary += static_cast<char>(i * 37 % 256);
+    write("binary", binary);
+    write("zeros", std::string(1000, '\0'));
+    write("huge", "");
+    fs::resize_file(directory_ / "huge", std::uintmax_t{1} << 40);
+    for (int level = 1; level <= 201; ++level) {
+        const std::string next = std::to_string(level + 1);
+        write(std::to_string(level),
+              level == 201 ? "logStdout(\"deep\");" : "include \"" + next + "\";");
+    }
+    const struct {
+        const char* name;
+        const char* log;
+        const char* output;
+    } rows[] = {
+        {"none", "failed to open include file `none'\n", ""},
+        {"folder", "error while reading `folder'\n", ""},
+        {"binary", "ERROR: binary: line 1: parse error\n", ""},
+        {"zeros", "ERROR: zeros: line 1: parse error\n", ""},
+        {"huge", "the script and its includes exceed the source limit of 268435456 bytes\n", ""},
+        {"2", "", "deep"},
+        {"1", "include file `201' exceeds the limit of 200 nested includes\n", ""},
+    };
+    for (const auto& row : rows) {
+        const Harness::ScriptRun result = run("include \"" + std::string(row.name) + "\";");
+        EXPECT_EQ(result.compiled, *row.log == '\0') << row.name;
+        EXPECT_EQ(result.log, row.log) << row.name;
+        EXPECT_EQ(result.output, row.output) << row.name;
+        if (!result.compiled) {
+            EXPECT_EQ(result.severities, Severities{FND::Status::Error}) << row.name;
+        }
+    }
+}
+
+/// A cut text has lost its end, or is taken for what it looks like: no script.
+TEST_F(IncludeTest, ScrambledFilesCutAnywhere) {
+    const std::string plain = "logStdout(\"a\"); logStdout(\"b\");\nlogStdout(\"c\");";
+    const std::string whole = scrambled(plain);
+    int good = 0;
+    for (std::size_t size = 1; size < whole.size(); ++size) {
+        write("cut", whole.substr(0, size));
+        const Harness::ScriptRun included = run("include \"cut\";");
+        const Harness::ScriptRun itself = run(whole.substr(0, size));
+        for (const Harness::ScriptRun& result : {included, itself}) {
+            if (result.compiled) {
+                ++good;
+                EXPECT_TRUE(std::string("abc").starts_with(result.output)) << size;
+                EXPECT_EQ(result.log, "") << size;
+            } else {
+                EXPECT_EQ(result.output, "") << size;
+                EXPECT_TRUE(result.log.ends_with(" parse error\n") ||
+                            result.log.find("unknown identifier") != std::string::npos)
+                    << size << ' ' << result.log;
+            }
+        }
+        EXPECT_EQ(included.compiled, itself.compiled) << size;
+    }
+    // Where a statement ends, and before and after the blank or line end that follows it.
+    EXPECT_GE(good, 2 * 5);
+    write("whole", whole);
+    EXPECT_EQ(run("include \"whole\";").output, "abc");
+}
+
+}  // namespace
