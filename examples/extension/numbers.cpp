@@ -3,8 +3,10 @@
 //     use numbers;
 //     if (luhnIsValid(card) and ibanIsValid(account)) { ... numbers::msisdn(caller, "49") ... }
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -37,6 +39,7 @@ bool ibanIsValid(std::string_view text) {
     }
     if (number.size() < 15 || number.size() > 34) return false;
     if (!isCapital(number[0]) || !isCapital(number[1])) return false;
+    if (!isDigit(number[2]) || !isDigit(number[3])) return false;
     // The first four characters go to the end, letters count from 10, and the remainder of the
     // division by 97 has to be 1.
     int remainder = 0;
@@ -54,8 +57,12 @@ bool ibanIsValid(std::string_view text) {
 }
 
 // A telephone number in its international form, "+" and at most 15 digits (ITU-T E.164); empty when
-// `text` is none. A number with one leading 0, or none, belongs to `country`.
+// `text` is none. A number with one leading 0, or none, belongs to `country`, such as "49". Scripts
+// see what is thrown as a message, and get an empty text.
 FND::String msisdn(std::string_view text, std::string_view country) {
+    if (country.empty() || !std::all_of(country.begin(), country.end(), isDigit)) {
+        throw std::invalid_argument("'" + std::string(country) + "' is no country code");
+    }
     FND::String digits;
     bool isInternational = false;
     for (const char c : text) {
@@ -81,11 +88,13 @@ FND::String msisdn(std::string_view text, std::string_view country) {
 
 }  // namespace
 
-// What "use numbers;" calls. The interpreter owns what it is given; each gets one of its own.
+// What "use numbers;" calls, in libnumbers.so: the name of the library, then "_KestrelExtension".
+// The interpreter owns what it is given; each gets one of its own, so functions with a state keep
+// it in the extension and need no lock.
 extern "C" [[gnu::visibility("default")]] SCR::Extension* numbers_KestrelExtension() {
     auto numbers = std::make_unique<SCR::HostExtension>("numbers");
-    numbers->function("luhnIsValid", luhnIsValid);
-    numbers->function("ibanIsValid", ibanIsValid);
-    numbers->function("msisdn", msisdn);
+    numbers->function("luhnIsValid", luhnIsValid)->isActive(false);
+    numbers->function("ibanIsValid", ibanIsValid)->isActive(false);
+    numbers->function("msisdn", msisdn)->isActive(false);
     return numbers.release();
 }
