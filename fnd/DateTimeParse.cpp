@@ -343,7 +343,8 @@ DateTime DateTime::parse(std::string_view text) noexcept {
             bad |= at[13] != ':' || at[16] != ':';
             std::string_view rest = text.substr(separated.size());
             if (at[10] == 'T')
-                bad |= !rest.empty() && (!readOffset(rest, offset) || !rest.empty());
+                bad |= !rest.empty() && (rest.size() > std::string_view("+hh:mm").size() ||
+                                         !readOffset(rest, offset) || !rest.empty());
             else
                 bad |= at[10] != ' ' || !rest.empty();
         }

@@ -81,7 +81,8 @@ RecordReader::State RecordReader::next() {
     if (stop_) return State::Interrupted;
     std::size_t scanned = 0;   // bytes of the record that hold no line end still to be looked at
     std::size_t openFrom = 0;  // where the line begins on which a quote is still open
-    std::size_t firstEnd = 0;
+    std::size_t firstEnd = 0;  // the first line with its line end
+    std::size_t firstEndSize = 0;  // its line end
     std::int64_t lines = 0;
     State state = State::Record;
     for (;;) {
@@ -107,7 +108,10 @@ RecordReader::State RecordReader::next() {
             }
         }
         ++lines;
-        if (lines == 1) firstEnd = size + endSize;
+        if (lines == 1) {
+            firstEnd = size + endSize;
+            firstEndSize = endSize;
+        }
         line_ = nextLine_;
         text_ = std::string_view(start, size);
         lineEnd_ = std::string_view(start + size, endSize);
@@ -123,9 +127,8 @@ RecordReader::State RecordReader::next() {
                                                  : "text follows a closing quote";
                 state = State::Malformed;
                 text_ = std::string_view(start, firstEnd);
-                const std::size_t bare = text_.find_last_not_of("\r\n") + 1;
-                lineEnd_ = text_.substr(bare);
-                text_ = text_.substr(0, bare);
+                lineEnd_ = text_.substr(firstEnd - firstEndSize);
+                text_.remove_suffix(firstEndSize);
                 lines = 1;
             }
         }

@@ -87,6 +87,8 @@ TEST(Records, TextIsCutIntoRecords) {
         {csvS, "a,\"b\nc\nd", "1!a,\"b!2[c]3[d]"},
         {csvS, "\"a\nb\"c\nd", "1!\"a!2[b\"c]3[d]"},
         {csvS, "\"", "1!\"!"},
+        {csvS, "\"a\r\r\nb", "1!\"a\r!2[b]"},
+        {csvS, "\"a\r", "1!\"a\r!"},
         {csvS, "a\0b,c\n\0"s, "1[a\0b,c]2[\0]"s},
         {tsvS, "\"a\tb\n\"\n", "1[\"a\tb]2[\"]"},
         {linesS, "a,\"b\nc", "1[a,\"b]2[c]"},
@@ -141,6 +143,10 @@ TEST(Records, FieldsAreReadAndWrittenInPlace) {
     EXPECT_FALSE(record.assign(0, "x\ty"));
     EXPECT_FALSE(record.assign(0, "x\ny"));
     EXPECT_EQ(record.value(0), "a");
+    Record line(linesS);
+    line.take("a");
+    EXPECT_FALSE(line.assign(1, "x"));
+    EXPECT_FALSE(line.has(1));
 }
 
 Records::RecordJob::End run(Records::RecordJob& job, SCR::Log& log, const std::string& script) {
