@@ -6,8 +6,9 @@ JOBS ?= $(shell nproc)
 
 run: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
-	@echo "--- examples/first/typical.ks:"
-	@build/bin/kestrel run examples/first/typical.ks
+	@echo "--- examples/calls/rate.ks, for each record of calls.csv beside it:"
+	@build/bin/kestrel run examples/calls/rate.ks --records examples/calls/calls.csv --header \
+		--output build/rated.csv --rejects build/rejects.txt --stats
 
 test: build/build.ninja
 	@cmake --build build --parallel $(JOBS)
