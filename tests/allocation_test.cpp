@@ -45,6 +45,13 @@ void* operator new(std::size_t bytes) { return allocate(bytes, 16); }
 void* operator new(std::size_t bytes, std::align_val_t alignment) {
     return allocate(bytes, static_cast<std::size_t>(alignment));
 }
+void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
+    try {
+        return allocate(bytes, 16);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 void operator delete(void* memory) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t /*bytes*/) noexcept { release(memory); }
 void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { release(memory); }
