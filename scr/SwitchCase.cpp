@@ -4,6 +4,7 @@
 #include <bit>
 
 #include "fsm/Analysis.h"
+#include "fsm/PatternCheck.h"
 #include "scr/Interpreter.h"
 #include "scr/KeyHash.h"
 #include "scr/parser/Messages.h"
@@ -166,16 +167,21 @@ SwitchCase::Body StringSwitchCase::select() {
 }
 
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
-    : selector_(selector) {
-    engine_.stateLimit(stateLimit);
+    : selector_(selector), stateLimit_(stateLimit) {
+    engine_->stateLimit(stateLimit);
 }
 
 bool RegExprSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
     if (!label) return false;
     const FND::String& pattern = static_cast<StringNode&>(*label).result();
-    if (!engine_.insertPattern(pattern)) {
-        return SCR_YaccError(Messages::illegalRegularExpression(pattern));
+    const bool isInserted = engine_ && engine_->insertPattern(pattern);
+    if (!isInserted) {
+        FND::String error;
+        if (!FSM::checkPattern(pattern, error)) {
+            return SCR_YaccError(Messages::illegalRegularExpression(pattern));
+        }
+        engine_.reset();  // It has no room for a good pattern; a group may have.
     }
     patterns_.push_back(pattern);
     lines_.push_back(parsedLine());
@@ -186,12 +192,12 @@ bool RegExprSwitchCase::nextCase(ParserStack& stack) {
 bool RegExprSwitchCase::finalSetup() {
     const std::vector<FND::String> patterns = std::move(patterns_);
     const std::vector<std::int32_t> lines = std::move(lines_);
-    if (engine_.finalSetup()) {
+    if (engine_ && engine_->finalSetup()) {
         if (actInterpreterG->isChecking()) warnOfUnreached(lines);
         return true;
     }
     group_ = std::make_unique<FSM::EngineGroup>();
-    group_->stateLimit(engine_.stateLimit());
+    group_->stateLimit(stateLimit_);
     for (const FND::String& pattern : patterns) {
         if (!group_->insertPattern(pattern)) return SCR_YaccError(group_->error());
     }
@@ -199,8 +205,8 @@ bool RegExprSwitchCase::finalSetup() {
 }
 
 void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) const {
-    if (engine_.stateCount() > maxAnalysedStatesS) return;
-    const std::optional<FSM::Analysis> analysis = FSM::analyse(engine_, 0);
+    if (engine_->stateCount() > maxAnalysedStatesS) return;
+    const std::optional<FSM::Analysis> analysis = FSM::analyse(*engine_, 0);
     if (!analysis) return;
     const FND::String file = parsedFile();
     std::vector<FND::String> sentences = FSM::unreachedCases(*analysis, lines);
@@ -216,7 +222,7 @@ void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) 
 
 SwitchCase::Body RegExprSwitchCase::select() {
     const FND::String& text = selector_->result();
-    const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_.firstPath(text);
+    const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_->firstPath(text);
     return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -120,7 +121,8 @@ private:
     static constexpr unsigned int unknownCountCM = ~0U;
 
     const std::unique_ptr<StringNode> selector_;
-    FSM::Engine engine_{unknownCountCM};
+    const std::size_t stateLimit_;
+    std::optional<FSM::Engine> engine_{std::in_place, unknownCountCM};
     std::unique_ptr<FSM::EngineGroup> group_;  // in place of the engine, when that is too large
     std::vector<FND::String> patterns_;        // until the set-up
     std::vector<std::int32_t> lines_;          // of the patterns; until the set-up

@@ -182,7 +182,8 @@ TEST_F(InterpreterTest, ASwitchBeyondTheStateLimitGivesTheSame) {
         script.replace(script.find(FND::String("= ") + byte), 3, "= " + std::to_string(byte));
     }
     script += " default: found = 0; }";
-    for (const std::int64_t states : {SCR::Limits().states, std::int64_t{20}}) {
+    // One automaton; several, set up or from the first pattern on that one has no room for.
+    for (const std::int64_t states : {SCR::Limits().states, std::int64_t{20}, std::int64_t{5}}) {
         SCR::Limits limits;
         limits.states = states;
         for (const auto& [text, found] : std::vector<std::pair<FND::String, long>>{
@@ -196,6 +197,27 @@ TEST_F(InterpreterTest, ASwitchBeyondTheStateLimitGivesTheSame) {
             bool isRight = false;
             EXPECT_TRUE(interpreter.evaluateQuery(isRight) && isRight) << text << " " << states;
         }
+    }
+}
+
+TEST_F(InterpreterTest, ASwitchThatPassesTheStateLimitDoesNotCompile) {
+    const struct {
+        std::int64_t states;
+        const char* script;
+        const char* log;
+    } rows[] = {
+        {20, "regExprSwitch (\"\") {\ncase \"a\":\ncase \".*a.{9}\": break; }",
+         "ERROR: line 3: limit of 20 states passed at pattern 1: .*a.{9}\n"},
+        {5, "regExprSwitch (\"\") {\ncase \"a\":\ncase \"b{90}\":\ncase \"c(\": break; }",
+         "ERROR: line 4: illegal regular expression: c(\n"},
+    };
+    for (const auto& row : rows) {
+        SCR::Limits limits;
+        limits.states = row.states;
+        log_.text.clear();
+        interpreter_.limits(limits);
+        EXPECT_FALSE(interpreter_.compile(row.script));
+        EXPECT_EQ(log_.text, row.log);
     }
 }
 
