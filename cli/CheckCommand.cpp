@@ -6,9 +6,11 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "cli/RecordOptions.h"
 #include "cli/ScriptFile.h"
 #include "cli/ScriptOptions.h"
 #include "cli/StderrLog.h"
+#include "records/RecordExtension.h"
 #include "scr/Interpreter.h"
 
 namespace Cli {
@@ -16,19 +18,46 @@ namespace {
 
 struct CheckOptions {
     ScriptOptions script;
+    RecordOptions records;
     std::vector<std::string> files;
 };
 
-ExitStatus checkFile(const std::string& path, const CheckOptions& options) {
-    const std::optional<std::string> text = readScript(path);
-    if (!text) return ExitStatus::Usage;
+ExitStatus check(const std::string& text, const CheckOptions& options, Records::RecordJob* job) {
     StderrLog log;
+    const auto compile = [&](SCR::Interpreter& interpreter) { return interpreter.check(text); };
+    if (job != nullptr) {
+        const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
+            auto interpreter = std::make_unique<SCR::Interpreter>(&log);
+            return options.script.apply(*interpreter) ? std::move(interpreter) : nullptr;
+        };
+        const ExitStatus status = statusOf(job->check(make, compile));
+        if (!job->error().empty()) report(job->error());
+        return status;
+    }
+    Records::AnyRecord record;
     SCR::Interpreter interpreter(&log);
     if (!options.script.apply(interpreter)) return ExitStatus::Usage;
-    if (interpreter.check(*text)) return ExitStatus::Success;
-    // Messages do not name the script; where there are several, the user needs the name.
-    if (options.files.size() > 1) std::printf("%s: does not compile\n", path.c_str());
-    return ExitStatus::NotCompiled;
+    record.addTo(interpreter);
+    return compile(interpreter) ? ExitStatus::Success : ExitStatus::NotCompiled;
+}
+
+ExitStatus checkAll(const CheckOptions& options) {
+    std::unique_ptr<Records::RecordJob> job;
+    if (options.records.isGiven()) {
+        job = options.records.checkingJob();
+        if (!job) return ExitStatus::Usage;
+    }
+    ExitStatus worst = ExitStatus::Success;
+    for (const std::string& path : options.files) {
+        const std::optional<std::string> text = readScript(path);
+        const ExitStatus status = text ? check(*text, options, job.get()) : ExitStatus::Usage;
+        // Messages do not name the script; where there are several, the user needs the name.
+        if (status == ExitStatus::NotCompiled && options.files.size() > 1) {
+            std::printf("%s: does not compile\n", path.c_str());
+        }
+        worst = std::max(worst, status);
+    }
+    return worst;
 }
 
 }  // namespace
@@ -38,21 +67,17 @@ void addCheckCommand(CLI::App& app, Action& action) {
     CLI::App* command =
         app.add_subcommand("check", "Compile scripts without running anything of them");
     options->script.declare(*command);
+    options->records.declare(*command, RecordOptions::Use::Checked);
     command->add_option("FILE", options->files, "The scripts; - is standard input")
         ->type_name("...")
         ->required();
     command->footer(
-        "Example:\n"
-        "  kestrel check scripts/*.ks");
-    command->callback([options, &action] {
-        action = [options] {
-            ExitStatus worst = ExitStatus::Success;
-            for (const std::string& path : options->files) {
-                worst = std::max(worst, checkFile(path, *options));
-            }
-            return worst;
-        };
-    });
+        "The functions of records are known. Without --records any name of a field is accepted.\n"
+        "\n"
+        "Examples:\n"
+        "  kestrel check scripts/*.ks\n"
+        "  kestrel check rate.ks --records calls.csv --header");
+    command->callback([options, &action] { action = [options] { return checkAll(*options); }; });
 }
 
 }  // namespace Cli

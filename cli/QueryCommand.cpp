@@ -30,7 +30,7 @@ void addQueryCommand(CLI::App& app, Action& action) {
     CLI::App* command =
         app.add_subcommand("query", "Print the records for which an expression holds");
     options->script.declare(*command);
-    options->records.declare(*command, true);
+    options->records.declare(*command, RecordOptions::Use::Needed);
     command->add_option("EXPRESSION", options->text, "An expression of type Bool")
         ->type_name("")
         ->required();
@@ -50,7 +50,7 @@ void addConditionsCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand(
         "conditions", "Print for each record the numbers of the conditions that hold");
     options->script.declare(*command);
-    options->records.declare(*command, true);
+    options->records.declare(*command, RecordOptions::Use::Needed);
     command
         ->add_option("FILE", options->text,
                      "Conditions, each ended by a semicolon; - is standard input")

@@ -44,6 +44,8 @@ std::string checkPart(const std::string& text) {
     return readPart(text, part, parts) ? "" : "'" + text + "' is not I/N with I from 1 to N";
 }
 
+}  // namespace
+
 ExitStatus statusOf(Records::RecordJob::End end) {
     using End = Records::RecordJob::End;
     switch (end) {
@@ -63,12 +65,15 @@ ExitStatus statusOf(Records::RecordJob::End end) {
     return ExitStatus::Success;
 }
 
-}  // namespace
-
-void RecordOptions::declare(CLI::App& command, bool isNeeded) {
+void RecordOptions::declare(CLI::App& command, Use use) {
+    const bool isNeeded = use == Use::Needed;
     CLI::Option* const records =
         command
-            .add_option("--records", job_.input, "Work on each record of FILE; - is standard input")
+            .add_option(
+                "--records", job_.input,
+                use == Use::Checked
+                    ? "Check what is to run on FILE: its format, and the names of its fields"
+                    : "Work on each record of FILE; - is standard input")
             ->type_name("FILE")
             ->required(isNeeded);
     records->each([this](const std::string&) { isGiven_ = true; });
@@ -88,15 +93,16 @@ void RecordOptions::declare(CLI::App& command, bool isNeeded) {
             ->type_name("NAMES")
             ->delimiter(',')
             ->excludes(header));
+    if (!isNeeded) {
+        add(command.add_option("--where", job_.where, "Drop records for which QUERY does not hold")
+                ->type_name("QUERY"));
+    }
+    if (use == Use::Checked) return;
     add(command
             .add_option("--output", job_.output,
                         isNeeded ? "Where the result goes; - (default) is standard output"
                                  : "Where records go; - (default) is standard output")
             ->type_name("FILE"));
-    if (!isNeeded) {
-        add(command.add_option("--where", job_.where, "Drop records for which QUERY does not hold")
-                ->type_name("QUERY"));
-    }
     add(command
             .add_option("--rejects", job_.rejects,
                         "Where rejected records go: place, reason, tabulator, record")
@@ -115,8 +121,7 @@ void RecordOptions::declare(CLI::App& command, bool isNeeded) {
     add(command.add_flag("--stats", printsCounts_, "Print the counts of records at the end"));
 }
 
-ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prepare,
-                              const std::function<bool(SCR::Interpreter&)>& compile) const {
+std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
     Records::JobOptions options = job_;
     options.layout.isQuoted = format_ == "csv";
     options.isJson = format_ == "jsonl";
@@ -126,18 +131,31 @@ ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prep
     if (!part_.empty()) readPart(part_, options.part, options.parts);
     if (options.isJson && options.hasHeader) {
         report("--header: JSON names its fields itself");
-        return ExitStatus::Usage;
+        return std::nullopt;
     }
-    Progress progress(options.input);
+    return options;
+}
+
+std::unique_ptr<Records::RecordJob> RecordOptions::checkingJob() const {
+    std::optional<Records::JobOptions> options = jobOptions();
+    if (!options) return nullptr;
+    return std::make_unique<Records::RecordJob>(std::move(*options), stopG);
+}
+
+ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prepare,
+                              const std::function<bool(SCR::Interpreter&)>& compile) const {
+    std::optional<Records::JobOptions> options = jobOptions();
+    if (!options) return ExitStatus::Usage;
+    Progress progress(options->input);
     if (showsProgress_ && isatty(STDERR_FILENO) != 0) {
-        options.progress = [&](const Records::Counts& counts, std::int64_t bytes) {
+        options->progress = [&](const Records::Counts& counts, std::int64_t bytes) {
             progress.show(counts.read, bytes);
         };
     }
     catchSignals();
     StderrLog log;
     using End = Records::RecordJob::End;
-    Records::RecordJob job(std::move(options), stopG);
+    Records::RecordJob job(std::move(*options), stopG);
     const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
         auto interpreter = std::make_unique<SCR::Interpreter>(&log);
         return prepare(*interpreter) ? std::move(interpreter) : nullptr;

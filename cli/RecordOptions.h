@@ -2,6 +2,7 @@
 
 #include <CLI/App.hpp>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -15,12 +16,18 @@ class Log;
 
 namespace Cli {
 
+/// The status that a job's end stands for.
+ExitStatus statusOf(Records::RecordJob::End end);
+
 /// The options of a command that does something for each record of a file.
 class RecordOptions {
 public:
+    /// What a command does with the records.
+    enum class Use { Optional, Needed, Checked };
+
     /// Declares the options on `command`; this object must live until the command line is parsed.
-    /// `isNeeded`: the command works on records only.
-    void declare(CLI::App& command, bool isNeeded = false);
+    /// `Checked` takes those that scripts depend on.
+    void declare(CLI::App& command, Use use = Use::Optional);
     /// Whether the user named records to work on.
     bool isGiven() const { return isGiven_; }
     /// Further says which records are wanted: those for which `query` holds.
@@ -32,8 +39,12 @@ public:
     /// `compile` report what they refuse.
     ExitStatus run(const std::function<bool(SCR::Interpreter&)>& prepare,
                    const std::function<bool(SCR::Interpreter&)>& compile) const;
+    /// A job that only checks; null after a report. It must not outlive this object.
+    std::unique_ptr<Records::RecordJob> checkingJob() const;
 
 private:
+    std::optional<Records::JobOptions> jobOptions() const;
+
     Records::JobOptions job_;
     std::string format_ = "csv";
     std::string delimiter_;

@@ -52,6 +52,18 @@ long toLong(const CurrentRecord& current, const std::string& field, std::string_
 void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
                         const FieldNames& names);
 
+/// A record of which nothing is known, for scripts that are only compiled: its fields have all
+/// names, and calls may give indices.
+class AnyRecord {
+public:
+    /// Adds the functions of records to `interpreter`, which this object must outlive.
+    void addTo(SCR::Interpreter& interpreter) { addRecordFunctions(interpreter, current_, names_); }
+
+private:
+    CurrentRecord current_{Layout(), true};
+    FieldNames names_;
+};
+
 /// The field functions for records in JSON, to `host`; names are paths that lead into `current`.
 void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current);
 

@@ -16,8 +16,10 @@ namespace {
 
 constexpr std::size_t batchSizeS = std::size_t{1} << 17;  // of a batch, in bytes
 
+}  // namespace
+
 // A descriptor that is closed at the end, unless it is standard input.
-class Input {
+class RecordJob::Input {
 public:
     explicit Input(const std::string& path)
         : descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
@@ -32,20 +34,20 @@ private:
     const int descriptor_;
 };
 
-}  // namespace
-
 RecordJob::RecordJob(JobOptions options, const std::atomic<bool>& stop)
     : options_(std::move(options)), stop_(stop) {}
+
+RecordJob::~RecordJob() = default;
 
 RecordJob::End RecordJob::fail(const std::string& error) {
     error_ = error;
     return End::Failed;
 }
 
-RecordJob::End RecordJob::readHeader(RecordReader& reader) {
-    const RecordReader::State state = reader.next();
+RecordJob::End RecordJob::readHeader() {
+    const RecordReader::State state = reader_->next();
     if (state == RecordReader::State::Malformed) {
-        error_ = options_.input + ":1: the header: " + reader.reason();
+        error_ = options_.input + ":1: the header: " + reader_->reason();
         return End::BadInput;
     }
     if (state != RecordReader::State::Record) {
@@ -53,21 +55,19 @@ RecordJob::End RecordJob::readHeader(RecordReader& reader) {
         return End::Done;
     }
     Record header(options_.layout);
-    header.take(reader.text());
+    header.take(reader_->text());
     for (std::size_t i = 0; header.has(i); ++i) names_.add(header.value(i));
     if (options_.part == 1 && !options_.conditions) {
         output_.buffer().append(header.text());
-        output_.buffer() += reader.lineEnd().empty() ? "\n" : reader.lineEnd();
+        output_.buffer() += reader_->lineEnd().empty() ? "\n" : reader_->lineEnd();
     }
     return End::Done;
 }
 
-RecordJob::End RecordJob::run(SCR::Log& log,
-                              const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-                              const std::function<bool(SCR::Interpreter&)>& compile) {
-    const Input input(options_.input);
+RecordJob::End RecordJob::openInput() {
+    input_ = std::make_unique<Input>(options_.input);
     struct stat status {};
-    if (input.descriptor() < 0 || fstat(input.descriptor(), &status) != 0) {
+    if (input_->descriptor() < 0 || fstat(input_->descriptor(), &status) != 0) {
         error_ = options_.input + ": " + std::strerror(errno);
         return End::BadInput;
     }
@@ -84,30 +84,51 @@ RecordJob::End RecordJob::run(SCR::Log& log,
         partBegin_ = bound(options_.part - 1);
         partEnd_ = bound(options_.part);
     }
-    RecordReader reader(input.descriptor(), options_.layout, stop_);
+    reader_.emplace(input_->descriptor(), options_.layout, stop_);
     for (const std::string& name : options_.fields) names_.add(name);
-    if (options_.hasHeader) {
-        if (const End end = readHeader(reader); end != End::Done) return end;
+    return options_.hasHeader ? readHeader() : End::Done;
+}
+
+RecordJob::End RecordJob::addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+                                    const std::function<bool(SCR::Interpreter&)>& compile) {
+    workers_.push_back(std::make_unique<RecordWorker>(options_, names_, stop_));
+    RecordWorker& worker = *workers_.back();
+    std::unique_ptr<SCR::Interpreter> interpreter = make();
+    if (!interpreter) return End::BadInput;
+    worker.adopt(std::move(interpreter));
+    if (!compile(worker.interpreter())) return End::NotCompiled;
+    if (worker.interpreter().wasStopped()) {
+        error_ = "the function BEGIN was stopped";
+        return End::Stopped;
     }
-    for (int i = 0; i < options_.jobs; ++i) {
-        auto worker = std::make_unique<RecordWorker>(options_, names_, stop_);
-        std::unique_ptr<SCR::Interpreter> interpreter = make();
-        if (!interpreter) return End::BadInput;
-        worker->adopt(std::move(interpreter));
-        workers_.push_back(std::move(worker));
-        RecordWorker& added = *workers_.back();
-        if (!compile(added.interpreter())) return End::NotCompiled;
-        if (added.interpreter().wasStopped()) {
-            error_ = "the function BEGIN was stopped";
-            return End::Stopped;
+    return worker.compile() ? End::Done : End::NotCompiled;
+}
+
+RecordJob::End RecordJob::check(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+                                const std::function<bool(SCR::Interpreter&)>& compile) {
+    if (!input_) {
+        if (const End end = openInput(); end != End::Done) {
+            input_.reset();
+            return end;
         }
-        if (!added.compile()) return End::NotCompiled;
+    }
+    const End end = addWorker(make, compile);
+    workers_.clear();
+    return end;
+}
+
+RecordJob::End RecordJob::run(SCR::Log& log,
+                              const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+                              const std::function<bool(SCR::Interpreter&)>& compile) {
+    if (const End end = openInput(); end != End::Done) return end;
+    for (int i = 0; i < options_.jobs; ++i) {
+        if (const End end = addWorker(make, compile); end != End::Done) return end;
     }
     if (!output_.open(options_.output)) return fail(output_.error());
     if (!options_.rejects.empty() && !rejects_.open(options_.rejects)) {
         return fail(rejects_.error());
     }
-    End end = process(log, reader);
+    End end = process(log);
     for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
     if (end != End::Done) {
         // Standard output gets all records that were counted as written; a file does not appear.
@@ -123,7 +144,8 @@ RecordJob::End RecordJob::run(SCR::Log& log,
     return end;
 }
 
-bool RecordJob::fill(RecordReader& reader, Batch& batch) {
+bool RecordJob::fill(Batch& batch) {
+    RecordReader& reader = *reader_;
     while (batch.text.size() < batchSizeS) {
         last_ = reader.next();
         const bool isMalformed = last_ == RecordReader::State::Malformed;
@@ -157,7 +179,8 @@ RecordJob::End RecordJob::deliver(SCR::Log& log, Batch& batch) {
     return error_.empty() ? End::Interrupted : End::Stopped;
 }
 
-RecordJob::End RecordJob::process(SCR::Log& log, RecordReader& reader) {
+RecordJob::End RecordJob::process(SCR::Log& log) {
+    RecordReader& reader = *reader_;
     WorkerPool pool(workers_);
     const auto takeBack = [&] {
         std::unique_ptr<Batch> batch = pool.takeBack();
@@ -180,7 +203,7 @@ RecordJob::End RecordJob::process(SCR::Log& log, RecordReader& reader) {
             if (const End end = takeBack(); end != End::Done) return end;
             continue;
         }
-        hasMore = fill(reader, *batch);
+        hasMore = fill(*batch);
         const int error = errno;
         pool.submit(std::move(batch));
         if (options_.progress) options_.progress(counts_, reader.offset());

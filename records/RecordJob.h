@@ -47,11 +47,18 @@ public:
     /// `stop`, set by any thread or a signal handler, ends the job behind the current record; not
     /// owned.
     RecordJob(JobOptions options, const std::atomic<bool>& stop);
+    ~RecordJob();
 
     /// Runs the job. `make` gives a fresh interpreter, or null after a report; `compile` compiles
     /// the script with it. `error` tells why the end is none of Done and NotCompiled.
     End run(SCR::Log& log, const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
             const std::function<bool(SCR::Interpreter&)>& compile);
+
+    /// Compiles with `compile` in an interpreter from `make` as `run` would, names of fields
+    /// included, and works on no record. May be called for several scripts; the header is read
+    /// once.
+    End check(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+              const std::function<bool(SCR::Interpreter&)>& compile);
 
     const Counts& counts() const { return counts_; }
     const std::string& error() const { return error_; }
@@ -59,16 +66,22 @@ public:
     bool isValid() const { return isValid_; }
 
 private:
-    End readHeader(RecordReader& reader);
-    End process(SCR::Log& log, RecordReader& reader);
+    class Input;
+    End openInput();
+    End readHeader();
+    End addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
+                  const std::function<bool(SCR::Interpreter&)>& compile);
+    End process(SCR::Log& log);
     // Fills the batch with the next records; false at the end of the input or of the part.
-    bool fill(RecordReader& reader, Batch& batch);
+    bool fill(Batch& batch);
     // Writes what became of a batch.
     End deliver(SCR::Log& log, Batch& batch);
     End fail(const std::string& error);
 
     const JobOptions options_;
     const std::atomic<bool>& stop_;
+    std::unique_ptr<Input> input_;  // null until it is opened
+    std::optional<RecordReader> reader_;
     FieldNames names_;
     std::vector<std::unique_ptr<RecordWorker>> workers_;
     RecordOutput output_;

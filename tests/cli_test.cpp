@@ -225,6 +225,44 @@ TEST_F(CliTest, CheckRunsNothingOfTheScript) {
     EXPECT_EQ(kestrel({"check", "-"}, script).output, "");
 }
 
+TEST_F(CliTest, CheckKnowsTheFunctionsOfRecords) {
+    write("calls.csv", "seconds,note\n1,x\n");
+    write("seconds.ks", "if (edrLong(seconds) > 1) edrString(note) = recordText();");
+    write("items.ks", "function END { recordDrop(); }\nedrLong(call.items, 1) = 2;");
+    write("bad.ks", "edrNothing(seconds);");
+    const std::string unknown =
+        "ERROR: line 2: to many arguments in call to `Long edrLong(EdrAlias)'\n";
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string messages;
+    } rows[] = {
+        {{"seconds.ks", "items.ks"}, 0, ""},
+        {{"bad.ks"}, 3, "ERROR: line 1: unknown identifier `edrNothing'\n"},
+        {{"seconds.ks", "--records", "calls.csv", "--header"}, 0, ""},
+        {{"seconds.ks", "items.ks", "--records", "calls.csv", "--header"}, 3, unknown},
+        {{"items.ks", "--records", "-", "--format", "jsonl"}, 0, ""},
+        {{"seconds.ks", "--records", "-", "--fields", "seconds"},
+         3,
+         "ERROR: line 1: unknown field `note'\n"},
+        {{"seconds.ks", "--records", "-", "--format", "jsonl", "--where", "edrLong(a)"},
+         3,
+         "expected `Bool' datatype instead of `Long' in where clause\n"},
+        {{"seconds.ks", "--records", "nosuch"}, 2, "kestrel: nosuch: No such file or directory\n"},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::string> arguments = row.arguments;
+        arguments.insert(arguments.begin(), "check");
+        SCOPED_TRACE(arguments.back());
+        const Result result = kestrel(arguments);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.messages, row.messages);
+    }
+    const Result named =
+        kestrel({"check", "seconds.ks", "items.ks", "--records", "calls.csv", "--header"});
+    EXPECT_EQ(named.output, "items.ks: does not compile\n");
+}
+
 TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
     const std::string script("logStdout(\"a\0\xFF\");\r\n// end", 25);
     write("plain.ks", script);
