@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <charconv>
 #include <csignal>
 #include <memory>
@@ -14,14 +13,13 @@
 namespace Cli {
 namespace {
 
-std::atomic<bool> stopG{false};
-static_assert(std::atomic<bool>::is_always_lock_free);
+Records::StopSignal stopG;
 
-extern "C" void stopAtSignal(int /*signal*/) { stopG = true; }
+extern "C" void stopAtSignal(int /*signal*/) { stopG.raise(); }
 
 void catchSignals() {
     struct sigaction action {};
-    action.sa_handler = stopAtSignal;  // without SA_RESTART, so that a waiting read ends
+    action.sa_handler = stopAtSignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);

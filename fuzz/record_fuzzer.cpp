@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -18,6 +17,8 @@ namespace {
 using Records::Layout;
 using Records::Record;
 using Records::RecordReader;
+
+const Records::StopSignal stopS;
 
 void check(bool holds) {
     if (!holds) std::abort();
@@ -77,8 +78,7 @@ void checkAssignment(const Layout& layout, std::string_view text, std::size_t fi
     std::vector<std::string> expected = fieldsOf(text, layout);
     if (expected.size() <= field) expected.resize(field + 1);
     expected[field] = value;
-    const std::atomic<bool> stop{false};
-    RecordReader reader(fileOf(written + "\n"), layout, stop);
+    RecordReader reader(fileOf(written + "\n"), layout, stopS);
     check(reader.next() == RecordReader::State::Record);
     record.take(reader.text());
     if (written.ends_with('\r')) return;  // belongs to the line end now
@@ -98,8 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // A change reads another file: the records are kept.
     std::vector<std::string> records;
-    const std::atomic<bool> stop{false};
-    RecordReader reader(fileOf(input), layout, stop);
+    RecordReader reader(fileOf(input), layout, stopS);
     std::string joined;
     std::int64_t line = 1;
     RecordReader::State state;

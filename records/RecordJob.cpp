@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "records/WorkerPool.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 
@@ -34,7 +33,7 @@ private:
     const int descriptor_;
 };
 
-RecordJob::RecordJob(JobOptions options, const std::atomic<bool>& stop)
+RecordJob::RecordJob(JobOptions options, StopSignal& stop)
     : options_(std::move(options)), stop_(stop) {}
 
 RecordJob::~RecordJob() = default;
@@ -45,13 +44,15 @@ RecordJob::End RecordJob::fail(const std::string& error) {
 }
 
 RecordJob::End RecordJob::readHeader() {
-    const RecordReader::State state = reader_->next();
+    RecordReader::State state = RecordReader::State::Waiting;
+    while ((state = reader_->next()) == RecordReader::State::Waiting) reader_->wait();
     if (state == RecordReader::State::Malformed) {
         error_ = options_.input + ":1: the header: " + reader_->reason();
         return End::BadInput;
     }
     if (state != RecordReader::State::Record) {
         last_ = state;
+        inputError_ = errno;
         return End::Done;
     }
     Record header(options_.layout);
@@ -121,14 +122,15 @@ RecordJob::End RecordJob::run(SCR::Log& log,
                               const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
                               const std::function<bool(SCR::Interpreter&)>& compile) {
     if (const End end = openInput(); end != End::Done) return end;
-    for (int i = 0; i < options_.jobs; ++i) {
-        if (const End end = addWorker(make, compile); end != End::Done) return end;
-    }
+    log_ = &log;
+    make_ = make;
+    compile_ = compile;
+    if (!pool_.start(options_.jobs)) return end_;
     if (!output_.open(options_.output)) return fail(output_.error());
     if (!options_.rejects.empty() && !rejects_.open(options_.rejects)) {
         return fail(rejects_.error());
     }
-    End end = process(log);
+    End end = process();
     for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
     if (end != End::Done) {
         // Standard output gets all records that were counted as written; a file does not appear.
@@ -144,12 +146,35 @@ RecordJob::End RecordJob::run(SCR::Log& log,
     return end;
 }
 
+RecordWorker* RecordJob::makeWorker() {
+    end_ = addWorker(make_, compile_);
+    return end_ == End::Done ? workers_.back().get() : nullptr;
+}
+
+RecordJob::End RecordJob::process() {
+    if (last_ == RecordReader::State::Record) pool_.run();
+    if (end_ != End::Done) return end_;
+    if (last_ == RecordReader::State::Interrupted) return End::Interrupted;
+    if (last_ == RecordReader::State::Failed) {
+        return fail(options_.input + ": " + std::strerror(inputError_));
+    }
+    return End::Done;
+}
+
 bool RecordJob::fill(Batch& batch) {
     RecordReader& reader = *reader_;
     while (batch.text.size() < batchSizeS) {
         last_ = reader.next();
+        if (last_ == RecordReader::State::Waiting) {
+            if (!batch.items.empty()) return true;
+            pool_.waitForInput([&] { reader.wait(); });
+            continue;
+        }
         const bool isMalformed = last_ == RecordReader::State::Malformed;
-        if (!isMalformed && last_ != RecordReader::State::Record) return false;
+        if (!isMalformed && last_ != RecordReader::State::Record) {
+            inputError_ = errno;
+            return false;
+        }
         if (partEnd_ >= 0 && reader.offset() >= partEnd_) {
             last_ = RecordReader::State::End;
             return false;
@@ -159,65 +184,36 @@ bool RecordJob::fill(Batch& batch) {
         if (batch.items.empty()) batch.firstNumber = taken_;
         batch.add(reader.text(), reader.lineEnd(), reader.line(),
                   isMalformed ? reader.reason() : nullptr);
-        if (reader.mayWait()) break;
+        batch.offset = reader.offset();
     }
     return true;
 }
 
-RecordJob::End RecordJob::deliver(SCR::Log& log, Batch& batch) {
-    for (const std::string& report : batch.reports) log.log(report, FND::Status::Error);
+bool RecordJob::deliver(Batch& batch) {
+    end_ = write(batch);
+    if (options_.progress) options_.progress(counts_, batch.offset);
+    return end_ == End::Done;
+}
+
+bool RecordJob::flush() {
+    if (output_.flush()) return true;
+    end_ = output_.isClosed() ? End::Closed : fail(output_.error());
+    return false;
+}
+
+RecordJob::End RecordJob::write(const Batch& batch) {
+    for (const std::string& report : batch.reports) log_->log(report, FND::Status::Error);
     counts_.read += batch.counts.read;
     counts_.written += batch.counts.written;
     counts_.dropped += batch.counts.dropped;
     counts_.rejected += batch.counts.rejected;
-    output_.buffer() += batch.output;
-    rejects_.buffer() += batch.rejects;
-    if (!output_.settle()) return output_.isClosed() ? End::Closed : fail(output_.error());
-    if (rejects_.isOpen() && !rejects_.settle()) return fail(rejects_.error());
+    if (!output_.write(batch.output)) {
+        return output_.isClosed() ? End::Closed : fail(output_.error());
+    }
+    if (rejects_.isOpen() && !rejects_.write(batch.rejects)) return fail(rejects_.error());
     if (!batch.isCut) return End::Done;
     error_ = batch.error;
     return error_.empty() ? End::Interrupted : End::Stopped;
-}
-
-RecordJob::End RecordJob::process(SCR::Log& log) {
-    RecordReader& reader = *reader_;
-    WorkerPool pool(workers_);
-    const auto takeBack = [&] {
-        std::unique_ptr<Batch> batch = pool.takeBack();
-        const End end = deliver(log, *batch);
-        pool.recycle(std::move(batch));
-        return end;
-    };
-    bool hasMore = last_ == RecordReader::State::Record;
-    while (hasMore) {
-        // Nothing that is done is kept back while the input makes us wait.
-        const bool isIdle = reader.mayWait();
-        while (pool.isBusy() && (isIdle || pool.isReady())) {
-            if (const End end = takeBack(); end != End::Done) return end;
-        }
-        if (isIdle && !output_.flush()) {
-            return output_.isClosed() ? End::Closed : fail(output_.error());
-        }
-        std::unique_ptr<Batch> batch = pool.spare();
-        if (!batch) {
-            if (const End end = takeBack(); end != End::Done) return end;
-            continue;
-        }
-        hasMore = fill(*batch);
-        const int error = errno;
-        pool.submit(std::move(batch));
-        if (options_.progress) options_.progress(counts_, reader.offset());
-        errno = error;
-    }
-    const int error = errno;
-    while (pool.isBusy()) {
-        if (const End end = takeBack(); end != End::Done) return end;
-    }
-    if (last_ == RecordReader::State::Interrupted) return End::Interrupted;
-    if (last_ == RecordReader::State::Failed) {
-        return fail(options_.input + ": " + std::strerror(error));
-    }
-    return End::Done;
 }
 
 }  // namespace Records

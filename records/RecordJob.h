@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,6 +11,8 @@
 #include "records/RecordOutput.h"
 #include "records/RecordReader.h"
 #include "records/RecordWorker.h"
+#include "records/StopSignal.h"
+#include "records/WorkerPool.h"
 
 namespace SCR {
 class Interpreter;
@@ -40,14 +41,14 @@ struct JobOptions {
 
 /// Executes a script for each record of a file, and writes the records that it does not drop, in
 /// their order. A job runs once, on the calling thread and those of its workers.
-class RecordJob {
+class RecordJob : private BatchStream {
 public:
     enum class End { Done, BadInput, NotCompiled, Stopped, Interrupted, Closed, Failed };
 
-    /// `stop`, set by any thread or a signal handler, ends the job behind the current record; not
-    /// owned.
-    RecordJob(JobOptions options, const std::atomic<bool>& stop);
-    ~RecordJob();
+    /// `stop` ends the job behind the current record; not owned. The job raises it itself when it
+    /// can not go on.
+    RecordJob(JobOptions options, StopSignal& stop);
+    ~RecordJob() override;
 
     /// Runs the job. `make` gives a fresh interpreter, or null after a report; `compile` compiles
     /// the script with it. `error` tells why the end is none of Done and NotCompiled.
@@ -71,19 +72,27 @@ private:
     End readHeader();
     End addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
                   const std::function<bool(SCR::Interpreter&)>& compile);
-    End process(SCR::Log& log);
-    // Fills the batch with the next records; false at the end of the input or of the part.
-    bool fill(Batch& batch);
+    End process();
     // Writes what became of a batch.
-    End deliver(SCR::Log& log, Batch& batch);
+    End write(const Batch& batch);
     End fail(const std::string& error);
 
+    RecordWorker* makeWorker() override;
+    bool fill(Batch& batch) override;
+    bool deliver(Batch& batch) override;
+    bool flush() override;
+    void end() override { stop_.raise(); }
+
     const JobOptions options_;
-    const std::atomic<bool>& stop_;
+    StopSignal& stop_;
     std::unique_ptr<Input> input_;  // null until it is opened
     std::optional<RecordReader> reader_;
     FieldNames names_;
+    SCR::Log* log_ = nullptr;
+    std::function<std::unique_ptr<SCR::Interpreter>()> make_;
+    std::function<bool(SCR::Interpreter&)> compile_;
     std::vector<std::unique_ptr<RecordWorker>> workers_;
+    WorkerPool pool_{*this};
     RecordOutput output_;
     RecordOutput rejects_;
     Counts counts_;
@@ -91,6 +100,8 @@ private:
     std::int64_t partEnd_ = -1;   // -1: as far as it goes
     std::int64_t taken_ = 0;      // records read so far, those before the part as well
     RecordReader::State last_ = RecordReader::State::Record;
+    int inputError_ = 0;   // errno, where last_ is Failed
+    End end_ = End::Done;  // of what was delivered
     std::string error_;
     bool isValid_ = true;
 };

@@ -41,16 +41,25 @@ bool RecordOutput::open(const std::string& path) {
     return fchmod(descriptor_, 0666 & ~mask) == 0 || fail();
 }
 
+bool RecordOutput::write(std::string_view records) {
+    if (buffer_.size() + records.size() >= flushSizeCM) return flush() && writeOut(records);
+    buffer_ += records;
+    return true;
+}
+
 bool RecordOutput::flush() {
-    std::size_t written = 0;
-    while (written < buffer_.size()) {
-        const ssize_t count =
-            write(descriptor_, buffer_.data() + written, buffer_.size() - written);
+    if (!writeOut(buffer_)) return false;
+    buffer_.clear();
+    return true;
+}
+
+bool RecordOutput::writeOut(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = ::write(descriptor_, text.data(), text.size());
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return fail();
-        written += static_cast<std::size_t>(count);
+        text.remove_prefix(static_cast<std::size_t>(count));
     }
-    buffer_.clear();
     return true;
 }
 

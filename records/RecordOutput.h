@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace Records {
 
@@ -21,6 +22,8 @@ public:
     std::string& buffer() { return buffer_; }
     /// Writes out the buffer when it has grown large.
     bool settle() { return buffer_.size() < flushSizeCM || flush(); }
+    /// Takes whole records; many are written at once.
+    bool write(std::string_view records);
     bool flush();
     /// Flushes and, for a file, syncs and renames.
     bool finish();
@@ -32,6 +35,7 @@ public:
 private:
     static constexpr std::size_t flushSizeCM = std::size_t{1} << 16;
     bool fail();
+    bool writeOut(std::string_view text);
 
     int descriptor_ = -1;
     std::string path_;

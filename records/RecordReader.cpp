@@ -38,62 +38,46 @@ Quotes checkQuotes(std::string_view text, std::size_t at, bool isOpen, char deli
 
 }  // namespace
 
-RecordReader::RecordReader(int descriptor, const Layout& layout, const std::atomic<bool>& stop)
+RecordReader::RecordReader(int descriptor, const Layout& layout, const StopSignal& stop)
     : descriptor_(descriptor), layout_(layout), stop_(stop), buffer_(blockSizeS) {}
 
-bool RecordReader::mayWait() const {
-    if (isAtEnd_ ||
-        (begin_ != end_ && std::memchr(&buffer_[begin_], '\n', end_ - begin_) != nullptr)) {
-        return false;
-    }
-    pollfd input{descriptor_, POLLIN, 0};
-    return poll(&input, 1, 0) == 0;
-}
-
-bool RecordReader::fill(State& state) {
-    if (isAtEnd_) return false;
+RecordReader::State RecordReader::fill() {
     if (begin_ != 0) {
         std::memmove(buffer_.data(), &buffer_[begin_], end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
     }
     if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
-    while (!stop_) {
+    while (!stop_.isRaised()) {
+        pollfd input{descriptor_, POLLIN, 0};
+        if (poll(&input, 1, 0) == 0) return State::Waiting;
         const ssize_t count = read(descriptor_, &buffer_[end_], buffer_.size() - end_);
-        if (count > 0) {
+        if (count >= 0) {
             end_ += static_cast<std::size_t>(count);
-            return true;
+            isAtEnd_ = count == 0;
+            return State::Record;
         }
-        if (count == 0) {
-            isAtEnd_ = true;
-            return false;
-        }
-        if (errno != EINTR) {
-            state = State::Failed;
-            return false;
-        }
+        if (errno == EAGAIN) return State::Waiting;
+        if (errno != EINTR) return State::Failed;
     }
-    state = State::Interrupted;
-    return false;
+    return State::Interrupted;
 }
 
 RecordReader::State RecordReader::next() {
-    if (stop_) return State::Interrupted;
-    std::size_t scanned = 0;   // bytes of the record that hold no line end still to be looked at
-    std::size_t openFrom = 0;  // where the line begins on which a quote is still open
-    std::size_t firstEnd = 0;  // the first line with its line end
-    std::size_t firstEndSize = 0;  // its line end
-    std::int64_t lines = 0;
+    if (stop_.isRaised()) return State::Interrupted;
     State state = State::Record;
     for (;;) {
+        auto& [scanned, openFrom, firstEnd, firstEndSize, lines] = scan_;
         const char* const begin = buffer_.data() + begin_;
         const void* const found = begin_ + scanned < end_
                                       ? std::memchr(begin + scanned, '\n', end_ - begin_ - scanned)
                                       : nullptr;
         if (found == nullptr) {
             scanned = end_ - begin_;
-            if (fill(state)) continue;
-            if (state != State::Record) return state;
+            if (!isAtEnd_) {
+                if (state = fill(); state != State::Record) return state;
+                continue;
+            }
             if (begin_ == end_) return State::End;
         }
         std::size_t size = end_ - begin_;
@@ -136,6 +120,7 @@ RecordReader::State RecordReader::next() {
         offset_ = nextOffset_;
         nextOffset_ += static_cast<std::int64_t>(text_.size() + lineEnd_.size());
         nextLine_ += lines;
+        scan_ = {};
         return state;
     }
 }

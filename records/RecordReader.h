@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -8,24 +7,28 @@
 #include <vector>
 
 #include "records/Record.h"
+#include "records/StopSignal.h"
 
 namespace Records {
 
 /// Cuts the bytes of a file descriptor into records: at line ends, but not at those in quotes.
-/// Memory is that of the largest record. One thread.
+/// Memory is that of the largest record. One thread at a time.
 class RecordReader {
 public:
-    enum class State { Record, Malformed, End, Interrupted, Failed };
+    enum class State { Record, Malformed, Waiting, End, Interrupted, Failed };
 
     /// A quoted record longer than this, in bytes, counts as one whose quotes are not closed.
     static constexpr std::size_t maxQuotedCM = std::size_t{16} << 20;
 
     /// `descriptor` is not owned. `stop` ends the reading between two records; not owned.
-    RecordReader(int descriptor, const Layout& layout, const std::atomic<bool>& stop);
+    RecordReader(int descriptor, const Layout& layout, const StopSignal& stop);
 
     /// Reads the next record. `Malformed`: its quotes are wrong; `text` is its first line then, and
-    /// the next record begins behind that.
+    /// the next record begins behind that. `Waiting`: there is no whole one yet. `Failed`: errno
+    /// tells why.
     State next();
+    /// Waits until there is more to read, or the reading is to end.
+    void wait() const { stop_.waitForInput(descriptor_); }
     /// The record without its line end; valid until `next`.
     std::string_view text() const { return text_; }
     /// "\n", "\r\n", or nothing at the end of the file.
@@ -36,20 +39,28 @@ public:
     std::int64_t offset() const { return offset_; }
     /// Why a record is malformed.
     const char* reason() const { return reason_; }
-    /// Whether the bytes at hand do not hold another line and no more are there yet, so that `next`
-    /// may have to wait.
-    bool mayWait() const;
 
 private:
-    bool fill(State& state);
+    // How far the record that begins at begin_ was looked through.
+    struct Scan {
+        std::size_t scanned = 0;       // bytes of it that hold no line end still to be looked at
+        std::size_t openFrom = 0;      // where the line begins on which a quote is still open
+        std::size_t firstEnd = 0;      // the first line with its line end
+        std::size_t firstEndSize = 0;  // its line end
+        std::int64_t lines = 0;
+    };
+
+    // Reads more bytes, unless there are none now; `Record` when it did or the input ended.
+    State fill();
 
     const int descriptor_;
     const Layout layout_;
-    const std::atomic<bool>& stop_;
+    const StopSignal& stop_;
     std::vector<char> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     bool isAtEnd_ = false;
+    Scan scan_;
     std::string_view text_;
     std::string_view lineEnd_;
     std::int64_t line_ = 0;

@@ -24,7 +24,7 @@ void Batch::add(std::string_view record, std::string_view lineEnd, std::int64_t 
 }
 
 RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
-                           const std::atomic<bool>& stop)
+                           const StopSignal& stop)
     : options_(options), names_(names), stop_(stop), current_(options.layout, options.isJson) {}
 
 RecordWorker::~RecordWorker() {
@@ -64,7 +64,7 @@ void RecordWorker::process(Batch& batch) {
     // Records are read a little beyond their ends.
     if (current_.json) batch.text.append(JsonRecord::paddingCM, ' ');
     for (const Batch::Item& item : batch.items) {
-        if (stop_ || !run(item, batch)) {
+        if (stop_.isRaised() || !run(item, batch)) {
             batch.isCut = true;
             return;
         }

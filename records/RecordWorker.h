@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "records/RecordExtension.h"
+#include "records/StopSignal.h"
 
 namespace SCR {
 class ConditionList;
@@ -26,8 +26,12 @@ struct Counts {
     std::int64_t rejected = 0;
 };
 
+/// Apart in memory by this, two threads do not slow each other down: a pair of cache lines, as
+/// processors fetch two at a time.
+inline constexpr std::size_t threadDistanceS = 128;
+
 /// Records that follow one another in the input, and what became of them.
-struct Batch {
+struct alignas(threadDistanceS) Batch {
     struct Item {
         std::size_t begin;
         std::size_t size;
@@ -43,6 +47,7 @@ struct Batch {
     std::string text;
     std::vector<Item> items;
     std::int64_t firstNumber = 1;
+    std::int64_t offset = 0;  ///< Where in the input the last one begins, in bytes.
 
     std::string output;
     std::string rejects;
@@ -53,11 +58,11 @@ struct Batch {
 };
 
 /// An interpreter that executes a script for records. Used by one thread at a time.
-class RecordWorker {
+class alignas(threadDistanceS) RecordWorker {
 public:
     /// `options`, `names` and `stop`, which ends the work behind the current record, must outlive
     /// the worker.
-    RecordWorker(const JobOptions& options, const FieldNames& names, const std::atomic<bool>& stop);
+    RecordWorker(const JobOptions& options, const FieldNames& names, const StopSignal& stop);
     /// Runs the script's function END.
     ~RecordWorker();
 
@@ -75,7 +80,7 @@ private:
 
     const JobOptions& options_;
     const FieldNames& names_;
-    const std::atomic<bool>& stop_;
+    const StopSignal& stop_;
     CurrentRecord current_;
     std::unique_ptr<SCR::Interpreter> interpreter_;   // works on current_
     std::unique_ptr<SCR::ConditionList> conditions_;  // of the interpreter

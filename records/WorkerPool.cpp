@@ -1,83 +1,136 @@
 #include "records/WorkerPool.h"
 
-namespace Records {
+#include <system_error>
+#include <thread>
+#include <utility>
 
-WorkerPool::WorkerPool(const std::vector<std::unique_ptr<RecordWorker>>& workers)
-    : only_(workers.size() == 1 ? workers.front().get() : nullptr) {
-    // Enough that no worker waits while the oldest batch is written.
-    const std::size_t batches = only_ != nullptr ? 1 : 3 * workers.size() + 1;
-    for (std::size_t i = 0; i < batches; ++i) spares_.push_back(std::make_unique<Batch>());
-    if (only_ != nullptr) return;
-    for (const auto& worker : workers) {
-        threads_.emplace_back([this, &worker] { work(*worker); });
-    }
-}
+namespace Records {
 
 WorkerPool::~WorkerPool() {
     {
-        const std::lock_guard lock(mutex_);
-        isClosed_ = true;
-        waiting_.clear();
+        const std::lock_guard lock(start_);
+        isOver_ = true;
     }
-    isWaiting_.notify_all();
+    hasChanged_.notify_all();
+    join();
+}
+
+void WorkerPool::join() {
     for (std::thread& thread : threads_) thread.join();
+    threads_.clear();
+}
+
+bool WorkerPool::start(int workers) {
+    workers_.push_back(stream_.makeWorker());
+    if (workers_.front() == nullptr) return false;
+    try {
+        for (int i = 1; i < workers; ++i) {
+            threads_.emplace_back([this] { live(); });
+            std::unique_lock lock(start_);
+            hasChanged_.wait(lock, [&] { return workers_.size() == threads_.size() + 1; });
+            if (error_) std::rethrow_exception(error_);
+            if (workers_.back() == nullptr) return false;
+        }
+    } catch (const std::system_error&) {  // no more threads
+    }
+    return true;
+}
+
+void WorkerPool::run() {
+    limit_ = 2 * (threads_.size() + 1);
+    {
+        const std::lock_guard lock(start_);
+        isRunning_ = true;
+    }
+    hasChanged_.notify_all();
+    work(*workers_.front());
+    join();
+    if (error_) std::rethrow_exception(error_);
+}
+
+void WorkerPool::live() {
+    RecordWorker* worker = nullptr;
+    try {
+        worker = stream_.makeWorker();
+    } catch (...) {
+        error_ = std::current_exception();
+    }
+    std::unique_lock lock(start_);
+    workers_.push_back(worker);
+    hasChanged_.notify_all();
+    hasChanged_.wait(lock, [&] { return isRunning_ || isOver_; });
+    lock.unlock();
+    if (worker != nullptr && isRunning_) work(*worker);
+}
+
+void WorkerPool::waitForInput(const std::function<void()>& wait) {
+    {
+        const std::lock_guard lock(output_);
+        isWaiting_ = true;
+        if (!isDelivering_ && !hasFailed_ && !stream_.flush()) end();
+    }
+    wait();
+    const std::lock_guard lock(output_);
+    isWaiting_ = false;
+}
+
+void WorkerPool::work(RecordWorker& worker) {
+    try {
+        for (;;) {
+            std::unique_ptr<Batch> batch = spare();
+            std::size_t number = 0;
+            {
+                const std::lock_guard lock(input_);
+                if (isOver_) return;
+                number = filled_++;
+                if (!stream_.fill(*batch)) isOver_ = true;
+            }
+            worker.process(*batch);
+            deliver(number, std::move(batch));
+        }
+    } catch (...) {
+        const std::lock_guard lock(output_);
+        if (!error_) error_ = std::current_exception();
+        end();
+    }
 }
 
 std::unique_ptr<Batch> WorkerPool::spare() {
-    if (spares_.empty()) return nullptr;
+    std::unique_lock lock(output_);
+    // The oldest batch is under way, so this ends.
+    isDelivered_.wait(lock, [&] { return done_.size() < limit_ || hasFailed_; });
+    if (spares_.empty()) return std::make_unique<Batch>();
     std::unique_ptr<Batch> batch = std::move(spares_.back());
     spares_.pop_back();
     batch->clear();
     return batch;
 }
 
-void WorkerPool::submit(std::unique_ptr<Batch> batch) {
-    order_.push_back(std::make_unique<Task>());
-    Task& task = *order_.back();
-    task.batch = std::move(batch);
-    if (only_ != nullptr) {
-        only_->process(*task.batch);
-        task.isDone = true;
-        return;
-    }
-    {
-        const std::lock_guard lock(mutex_);
-        waiting_.push_back(&task);
-    }
-    isWaiting_.notify_one();
-}
-
-bool WorkerPool::isReady() {
-    const std::lock_guard lock(mutex_);
-    return !order_.empty() && order_.front()->isDone;
-}
-
-std::unique_ptr<Batch> WorkerPool::takeBack() {
-    Task& oldest = *order_.front();
-    {
-        std::unique_lock lock(mutex_);
-        isDone_.wait(lock, [&] { return oldest.isDone; });
-    }
-    std::unique_ptr<Batch> batch = std::move(oldest.batch);
-    order_.pop_front();
-    return batch;
-}
-
-void WorkerPool::recycle(std::unique_ptr<Batch> batch) { spares_.push_back(std::move(batch)); }
-
-void WorkerPool::work(RecordWorker& worker) {
-    std::unique_lock lock(mutex_);
-    for (;;) {
-        isWaiting_.wait(lock, [&] { return isClosed_ || !waiting_.empty(); });
-        if (waiting_.empty()) return;
-        Task& task = *waiting_.front();
-        waiting_.pop_front();
+void WorkerPool::deliver(std::size_t number, std::unique_ptr<Batch> batch) {
+    std::unique_lock lock(output_);
+    const std::size_t place = number - delivered_;
+    if (place >= done_.size()) done_.resize(place + 1);
+    done_[place] = std::move(batch);
+    while (!isDelivering_ && !hasFailed_ && !done_.empty() && done_.front()) {
+        std::unique_ptr<Batch> oldest = std::move(done_.front());
+        done_.pop_front();
+        ++delivered_;
+        isDelivering_ = true;
         lock.unlock();
-        worker.process(*task.batch);
+        const bool goesOn = stream_.deliver(*oldest);
         lock.lock();
-        task.isDone = true;
-        isDone_.notify_one();
+        isDelivering_ = false;
+        spares_.push_back(std::move(oldest));
+        isDelivered_.notify_all();
+        if (!goesOn || (isWaiting_ && !stream_.flush())) end();
     }
+}
+
+void WorkerPool::end() {
+    hasFailed_ = true;
+    isOver_ = true;
+    isDelivered_.notify_all();
+    stream_.end();
 }
 
 }  // namespace Records

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -56,7 +55,7 @@ std::string shown(const std::string& text) { return testing::PrintToString(text)
 std::string cut(const Layout& layout, const std::string& text) {
     const InputFile input(text);
     std::FILE* const file = std::fopen(input.path().c_str(), "rb");
-    const std::atomic<bool> stop{false};
+    Records::StopSignal stop;
     RecordReader reader(fileno(file), layout, stop);
     std::string all;
     for (;;) {
@@ -198,7 +197,7 @@ TEST(Records, JobsAccountForEveryRecord) {
         options.rejects = rejects.path();
         options.where = row.where;
         options.hasHeader = true;
-        const std::atomic<bool> stop{false};
+        Records::StopSignal stop;
         QuietLog log;
         Records::RecordJob job(options, stop);
         EXPECT_EQ(run(job, log, row.script), row.end) << log.text << job.error();
@@ -271,7 +270,7 @@ TEST(Records, JsonIsReadAndChangedInPlace) {
         options.input = input.path();
         options.output = output.path();
         options.isJson = options.layout.isWhole = true;
-        const std::atomic<bool> stop{false};
+        Records::StopSignal stop;
         QuietLog log;
         Records::RecordJob job(options, stop);
         EXPECT_EQ(run(job, log, row.script), Records::RecordJob::End::Done) << log.text;
@@ -336,7 +335,7 @@ TEST(Records, WorkersAndPartsGiveTheSameResult) {
         options.jobs = jobs;
         options.part = part;
         options.parts = parts;
-        const std::atomic<bool> stop{false};
+        Records::StopSignal stop;
         QuietLog log;
         Records::RecordJob job(options, stop);
         EXPECT_EQ(run(job, log, "if (edrLong(id) % 7 == 0) recordDrop();"),
@@ -363,7 +362,8 @@ TEST(Records, NoPartOfAFileAppearsWhenTheJobStops) {
     Records::JobOptions options;
     options.input = input.path();
     options.output = input.path() + ".out";
-    const std::atomic<bool> stop{true};
+    Records::StopSignal stop;
+    stop.raise();
     QuietLog log;
     {
         Records::RecordJob job(options, stop);
