@@ -19,12 +19,19 @@ namespace {
 struct CheckOptions {
     ScriptOptions script;
     RecordOptions records;
+    bool isDistributable = false;
     std::vector<std::string> files;
 };
 
-ExitStatus check(const std::string& text, const CheckOptions& options, Records::RecordJob* job) {
+// `findings` are what makes the script unfit for work on parts of the records, if that is asked
+// for.
+ExitStatus check(const std::string& text, const CheckOptions& options, Records::RecordJob* job,
+                 std::vector<SCR::Finding>& findings) {
     StderrLog log;
-    const auto compile = [&](SCR::Interpreter& interpreter) { return interpreter.check(text); };
+    const auto compile = [&](SCR::Interpreter& interpreter) {
+        return options.isDistributable ? interpreter.check(text, findings)
+                                       : interpreter.check(text);
+    };
     if (job != nullptr) {
         const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
             auto interpreter = std::make_unique<SCR::Interpreter>(&log);
@@ -50,7 +57,13 @@ ExitStatus checkAll(const CheckOptions& options) {
     ExitStatus worst = ExitStatus::Success;
     for (const std::string& path : options.files) {
         const std::optional<std::string> text = readScript(path);
-        const ExitStatus status = text ? check(*text, options, job.get()) : ExitStatus::Usage;
+        std::vector<SCR::Finding> findings;
+        ExitStatus status = text ? check(*text, options, job.get(), findings) : ExitStatus::Usage;
+        for (const SCR::Finding& finding : findings) {
+            std::printf("%s:%d: %s\n", (finding.file.empty() ? path : finding.file).c_str(),
+                        finding.line, finding.text.c_str());
+        }
+        if (!findings.empty()) status = std::max(status, ExitStatus::Rejected);
         // Messages do not name the script; where there are several, the user needs the name.
         if (status == ExitStatus::NotCompiled && options.files.size() > 1) {
             std::printf("%s: does not compile\n", path.c_str());
@@ -68,6 +81,9 @@ void addCheckCommand(CLI::App& app, Action& action) {
         app.add_subcommand("check", "Compile scripts without running anything of them");
     options->script.declare(*command);
     options->records.declare(*command, RecordOptions::Use::Checked);
+    command->add_flag("--distributable", options->isDistributable,
+                      "List what carries state from record to record or makes it unsafe to work "
+                      "on records again; exit status 1 if there is any");
     command->add_option("FILE", options->files, "The scripts; - is standard input")
         ->type_name("...")
         ->required();

@@ -116,7 +116,8 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
         current.isRejected = true;
         current.reason = reason;
     });
-    host->function("recordNumber", [&current]() { return current.number; });
+    host->function("recordNumber", [&current]() { return current.number; })
+        ->effects(SCR::Effect::Position);
     host->function("recordText", [&current]() { return current.original; });
 }
 

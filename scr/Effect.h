@@ -14,6 +14,7 @@ enum class Effect : unsigned {
     Sleep = 32,
     StandardOutput = 64,
     Mutex = 128,
+    Position = 256,  ///< Tells where in a larger whole the work stands.
 };
 
 constexpr Effect operator|(Effect a, Effect b) {

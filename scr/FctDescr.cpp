@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
+#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
@@ -80,6 +81,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         return SCR_YaccError(Messages::forbiddenCall(name_, lacking));
     }
     const int count = stack.topNumParams();
+    if (FlowAnalysis* const flow = interpreter.flowAnalysis()) flow->call(*this, stack, count);
     if (minimum_ > count) return SCR_YaccError(Messages::missingParameter(signature()));
     if (maximum_ != anyNumber) {
         if (maximum_ < count) return SCR_YaccError(Messages::toManyArguments(signature()));

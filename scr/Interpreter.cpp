@@ -9,6 +9,7 @@
 #include "scr/MainExtension.h"
 #include "scr/Memory.h"
 #include "scr/Variable.h"
+#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Parser.h"
 #include "scr/parser/Preprocessor.h"
 
@@ -59,6 +60,18 @@ bool Interpreter::check(const FND::String& text) {
     const bool isGood = compileScript(text);
     isChecking_ = false;
     return isGood;
+}
+
+bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
+    findings.clear();
+    return contain(*this, [&] {
+        FlowAnalysis analysis;
+        flowAnalysis_ = &analysis;
+        const bool isGood = check(text);
+        flowAnalysis_ = nullptr;
+        if (isGood) findings = analysis.findings();
+        return isGood;
+    });
 }
 
 bool Interpreter::compileScript(const FND::String& text) {

@@ -9,6 +9,7 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Capabilities.h"
+#include "scr/Finding.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
 #include "scr/PlaceTable.h"
@@ -19,6 +20,7 @@ namespace SCR {
 class BoolNode;
 class CompareInterface;
 class Extension;
+class FlowAnalysis;
 class Function;
 class MainExtension;
 class Node;
@@ -46,6 +48,12 @@ public:
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
     /// warning for each case of a `regExprSwitch` that is never reached.
     bool check(const FND::String& text);
+    /// Checks, and sets `findings` to all that ties one execution of the script to others or to the
+    /// world, in the order of the text: variables that keep what an earlier execution left, and
+    /// functions that do not do the same when they are called again, or do it twice. A script
+    /// without findings may be executed for the same records again, for parts of them anywhere and
+    /// in any order. It errs on the safe side.
+    bool check(const FND::String& text, std::vector<Finding>& findings);
     /// Compiles a list of conditions, each ended by ";", and hands them to `target` one by one.
     /// False, after a message, when one does not compile; those before it were handed over. They
     /// may use what the script compiled before declares, and must be gone before the next one.
@@ -122,6 +130,8 @@ public:
     /// the name is taken and the caller still owns it.
     bool pushFunction(const FND::String& name, Function* function);
 
+    /// What follows the parse under way, or null.
+    FlowAnalysis* flowAnalysis() const { return flowAnalysis_; }
     /// Whether the compile under way is that of `check`.
     bool isChecking() const { return isChecking_; }
     /// The number of lines of the text compiled last; 0 when it did not compile.
@@ -149,6 +159,7 @@ private:
     std::vector<std::unique_ptr<Extension>> extensions_;
     std::int64_t compiledLines_ = 0;
     bool isChecking_ = false;
+    FlowAnalysis* flowAnalysis_ = nullptr;  // not owned
     bool isCompiled_ = false;
     bool isValid_ = false;
     bool runsEnd_ = false;

@@ -263,6 +263,30 @@ TEST_F(CliTest, CheckKnowsTheFunctionsOfRecords) {
     EXPECT_EQ(named.output, "items.ks: does not compile\n");
 }
 
+TEST_F(CliTest, CheckTellsWhatTiesRecordsToOthers) {
+    write("pure.ks", "Long n = edrLong(seconds); if (n > 1) edrLong(seconds) = n * 2;");
+    write("sum.ks",
+          "include \"count.ks\";\nfunction END { logStdout(longToStr(count)); }\n\ntick();");
+    write("count.ks", "Long count;\nfunction tick { count = count + recordNumber(); }\n");
+    write("wrong.ks", "Long count; count = count + 1; nothing();");
+    const Result pure = kestrel({"check", "--distributable", "pure.ks"});
+    EXPECT_EQ(pure.status, 0);
+    EXPECT_EQ(pure.output, "");
+    const std::string found =
+        "count.ks:2: `count' keeps what earlier records left in it, assigned in line 2\n"
+        "count.ks:2: recordNumber depends on where the input was split\n"
+        "sum.ks:2: logStdout prints, which a retry does again\n"
+        "sum.ks:2: END reads `count', which knows the records of one worker only, assigned in "
+        "line 2 of count.ks\n";
+    const Result sum = kestrel({"check", "--distributable", "sum.ks", "pure.ks"});
+    EXPECT_EQ(sum.status, 1);
+    EXPECT_EQ(sum.output, found);
+    EXPECT_EQ(sum.messages, "");
+    const Result wrong = kestrel({"check", "--distributable", "wrong.ks"});
+    EXPECT_EQ(wrong.status, 3);
+    EXPECT_EQ(wrong.output, "");
+}
+
 TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
     const std::string script("logStdout(\"a\0\xFF\");\r\n// end", 25);
     write("plain.ks", script);

@@ -72,9 +72,14 @@ bool SCR_endBlock();
 /// Appends the expression on the stack to the innermost block.
 bool SCR_createVoidCallStatement();
 bool SCR_ifStatement();
+/// The else-branch follows.
+void SCR_elseBranch();
 bool SCR_whileStatement();
 bool SCR_doStatement();
 bool SCR_doCondition();
+/// The init, and the condition, of a `for` are on the stack.
+void SCR_forInit();
+void SCR_forCondition();
 bool SCR_forLoop();
 bool SCR_returnStatement(bool withValue);
 

@@ -7,6 +7,7 @@
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -103,6 +104,9 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
     if (!actInterpreterG->addIdentifier(name, variable.get())) {
         return SCR_YaccError(Messages::identifierDefined(name));
     }
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) {
+        flow->declared(variable.get(), name);
+    }
     variable.release();
     return true;
 }
@@ -141,6 +145,7 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
     parseContextG->function = function.release();
     parseContextG->functionDescriptor = declared;
     ++parseContextG->declaredFunctions;
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openFunction(declared);
     if (type == TypeCode::Void) {
         parseContextG->function->startParameters();
         return true;
@@ -156,8 +161,11 @@ bool SCR_functionAddParameters() {
         return SCR_YaccError(Messages::unknownFunction(name));
     }
     auto* descriptor = static_cast<FctDescr*>(found);
+    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
     for (const FND::String& parameter : function.parameterNames()) {
-        descriptor->addArg(Node::baseType(function.getIdentifier(parameter)->dataType()));
+        const Variable* const variable = function.getIdentifier(parameter);
+        descriptor->addArg(Node::baseType(variable->dataType()));
+        if (flow != nullptr) flow->parameter(variable);
     }
     function.closeParameters();
     return true;
@@ -171,6 +179,7 @@ bool SCR_endFunctionDeclaration() {
     --parseContextG->declaredFunctions;
     parseContextG->function = nullptr;
     parseContextG->functionDescriptor = nullptr;
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->closeFunction();
     if (descriptor->returnType() != TypeCode::Void && !function.returnsResult()) {
         SCR_YaccError(Messages::possibleMissingReturn(descriptor->signature()));
     }

@@ -9,6 +9,7 @@
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -72,9 +73,12 @@ bool accessElement(int containerCode, int indexCode, Access access) {
     auto index = stackG->pop<Index>();
     auto container = stackG->pop<Container>();
     const int elementType = container->containerType();
+    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
+    if (flow != nullptr) flow->element(container.get(), index.get());
     std::unique_ptr<Node> element =
         access(*actInterpreterG, std::move(container), std::move(index));
     if (!element) return SCR_YaccError(Messages::noElementAccess(elementType));
+    if (flow != nullptr) flow->elementMade(element.get());
     return pushNested(std::move(element), elementType, traits);
 }
 
@@ -110,6 +114,9 @@ bool SCR_identifier(const FND::String& module, const FND::String& name) {
     if (variable == nullptr) return SCR_YaccError(Messages::unknownIdentifier(module, name));
     std::unique_ptr<Node> access = accessNode(variable);
     if (!access) return SCR_YaccError(Messages::unknownIdentifierType(name));
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) {
+        flow->access(access.get(), variable);
+    }
     stackG->pushData(access.release(), variable->dataType());
     return true;
 }
@@ -158,6 +165,7 @@ bool SCR_expression(std::string_view sign) {
 }
 
 bool SCR_boolExpression(std::string_view sign) {
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->mayBeSkipped();
     return SCR_expression(sign == "and" || sign == "AND" ? "AND" : "OR");
 }
 

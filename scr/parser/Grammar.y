@@ -228,12 +228,17 @@ if_statement:
   ;
 
 else_case:
-    ELSE instruction
+    ELSE                                    { SCR_elseBranch(); }
+    instruction
   | %empty                                  %prec LOWER_THAN_ELSE
   ;
 
 for_loop:
-    FOR OPEN_PARENTHESIS expression SEMICOLON expression SEMICOLON expression CLOSE_PARENTHESIS
+    FOR OPEN_PARENTHESIS expression SEMICOLON
+                                            { SCR_forInit(); }
+    expression SEMICOLON
+                                            { SCR_forCondition(); }
+    expression CLOSE_PARENTHESIS
                                             { if (!SCR_forLoop()) YYABORT; }
     instruction                             { if (!SCR_endBlock()) YYABORT; }
   ;

@@ -4,17 +4,32 @@
 #include "scr/Statement.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
+#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 
 using namespace SCR;
 
+namespace {
+
+// Tells the analysis, if one is made, that a statement is open whose body may be skipped, or is one
+// of several.
+bool opened(bool isOpen) {
+    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
+    if (isOpen && flow != nullptr) flow->openWays();
+    return isOpen;
+}
+
+}  // namespace
+
 bool SCR_startBlock() {
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openBlock();
     return openBlock(std::make_unique<StatementList>(), Messages::blockNotPushed);
 }
 
 bool SCR_endBlock() {
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->close();
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::blockNotPopped);
 }
 
@@ -23,18 +38,27 @@ bool SCR_createVoidCallStatement() { return appendStatement(popExpressionStateme
 bool SCR_ifStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
     if (!condition) return false;
-    return openBlock(makeOwner<IfStatement>(std::move(condition)), Messages::ifNotPushed);
+    return opened(openBlock(makeOwner<IfStatement>(std::move(condition)), Messages::ifNotPushed));
+}
+
+void SCR_elseBranch() {
+    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
+    if (flow == nullptr) return;
+    flow->endWay();
+    flow->nextWay();
+    flow->isExhaustive();
 }
 
 bool SCR_whileStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::whileCondition);
     if (!condition) return false;
-    return openBlock(
-        makeOwner<WhileStatement>(std::move(condition), &actInterpreterG->runControl()),
-        Messages::whileNotPushed);
+    return opened(
+        openBlock(makeOwner<WhileStatement>(std::move(condition), &actInterpreterG->runControl()),
+                  Messages::whileNotPushed));
 }
 
 bool SCR_doStatement() {
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openBlock();
     return openBlock(std::make_unique<DoStatement>(&actInterpreterG->runControl()),
                      Messages::doNotPushed);
 }
@@ -45,7 +69,16 @@ bool SCR_doCondition() {
     auto* const statement = dynamic_cast<DoStatement*>(actInterpreterG->topStatement());
     if (statement == nullptr) return SCR_YaccError(Messages::doNotOnStack);
     statement->condition(condition.release());
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->close();
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::doNotPopped);
+}
+
+void SCR_forInit() {
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->complete();
+}
+
+void SCR_forCondition() {
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->forCondition();
 }
 
 bool SCR_forLoop() {
@@ -55,6 +88,7 @@ bool SCR_forLoop() {
     if (!condition) return false;
     loop->condition(condition.release());
     loop->addStatement(popExpressionStatement().release());
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->forBody();
     return openBlock(std::move(loop), Messages::forNotPushed);
 }
 
@@ -93,5 +127,6 @@ bool SCR_returnStatement(bool withValue) {
     } else if (parseContextG->functionDescriptor->returnType() != TypeCode::Void) {
         return SCR_YaccError(Messages::missingReturnValue);
     }
+    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->returns();
     return appendStatement(makeOwner<ReturnStatement>(std::move(value)));
 }

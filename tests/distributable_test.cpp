@@ -1,0 +1,132 @@
+// What ties an execution to others or to the world: scripts against what is found in them.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "scr/HostExtension.h"
+#include "scr/Interpreter.h"
+
+namespace {
+
+// The findings as "line name", with "END" in front where that reads a variable, between "; ".
+std::string findingsOf(const std::string& script, bool& isGood) {
+    SCR::Interpreter interpreter(nullptr);
+    SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "host");
+    host->function("fill", [](long& value) { value = 1; });
+    host->variable<long>("amount");
+    std::vector<SCR::Finding> findings;
+    isGood = interpreter.check(script, findings);
+    std::string text;
+    for (const SCR::Finding& finding : findings) {
+        std::string what(finding.text);
+        const bool isEnd = what.starts_with("END reads ");
+        if (isEnd) what.erase(0, std::string("END reads ").size());
+        if (what.starts_with('`')) {
+            what = what.substr(1, what.find('\'') - 1);
+        } else {
+            what.erase(what.find(' '));
+        }
+        text += (text.empty() ? "" : "; ") + std::to_string(finding.line) +
+                (isEnd ? " END " : " ") + what;
+    }
+    return text;
+}
+
+TEST(Distributable, WhatIsCarriedIsFound) {
+    const struct {
+        const char* script;
+        const char* findings;
+    } rows[] = {
+        // Variables that have a value before they are read.
+        {"Long a = 1; Long b = a + 1; a = b;", ""},
+        {"Long a; a = 1; a = a + 1;", ""},
+        {"const Long c = 2; Long a = c;", ""},
+        {"Long i; for (i = 0; i < 3; i = i + 1) { Long k = i; k = k + 1; }", ""},
+        {"Long n; Bool f = amount > 1 and amount < 3; n = 1; amount = n;", ""},
+        {"Long a; amount = a;", ""},  // never assigned
+        {"Long a; a = 1;", ""},       // never read
+        {"String s[]; Long n = strSplit(s, \"a b\", \" \"); String t = s[0];", ""},
+        {"Long h{}; hashClear(h); h{\"a\"} = 1; h{\"a\"} = h{\"a\"} + 1;", ""},
+        {"Long h{}; String k[]; hashClear(h); Long n = hashKeys(h, k); k[0] = k[1];", ""},
+        {"fill(amount); amount = amount + 1;", ""},  // the host's own
+
+        // Those that may not.
+        {"Long a;\na = a + 1;", "2 a"},
+        {"Long h{};\nh{\"x\"} = 1;", "2 h"},
+        {"Long a[][];\na[0][1] = 1;", "2 a"},
+        {"Long a[]; Long i[];\na[i[0]] = 1; i[0] = 2;", "2 a; 2 i"},
+        {"Long h{}; Bool b =\nhashContains(h, \"x\"); h{\"x\"} = 1;", "2 h"},
+        {"String k[]; Long h{};\nhashRemove(h, k[0]);", "2 h"},
+        {"Long a;\nfill(a); amount = a;", "2 a"},  // perhaps it leaves the value
+        {"Long i; for (i = 0; i < 3; i = i + 1) {\nLong kept; kept = kept + 1; }", "2 kept"},
+        {"Decimal d; Long a;\nd = d + 1.0; amount = a; a = 1;", "2 d; 2 a"},
+        {"File f; String s; if (fileIsOpen(f)) s = \"\";\nfileOpen(f, \"x\", \"r\");",
+         "1 f; 2 fileOpen"},
+
+        // Branches.
+        {"Long a; if (amount > 1) a = 1; else a = 2; amount = a;", ""},
+        {"Long a; if (amount > 1) a = 1;\namount = a;", "2 a"},
+        {"Long a; if (amount > 1) { a = 1; } else if (amount < 1) a = 2; else { a = 3; }\n"
+         "amount = a;",
+         ""},
+        {"Long a; if (amount > 1) a = 1; else\namount = a;", "2 a"},
+        {"Long a; while (amount > 1) a = 1;\namount = a;", "2 a"},
+        {"Long a; while ((a = amount) > 1) amount = a; amount = a;", ""},
+        {"Long a; do a = 1; while (a > amount); amount = a;", ""},
+        {"Long i; Long a; for (i = 0; i < 3; a = i) i = i + 1;\namount = a;", "2 a"},
+        {"Long i; Long a; for (i = 0; i < 3 and amount > 1; i = i + 1) a = 1; a = i;", ""},
+        {"Bool a; Bool b = amount > 1 and (a = true);\nb = a;", "2 a"},
+        {"Long a; switch (amount) { case 1: a = 1; break; default: a = 2; } amount = a;", ""},
+        {"Long a; switch (amount) { case 1: case 2: a = 1; break; default: a = 2; break; }\n"
+         "amount = a;",
+         ""},
+        {"Long a; switch (amount) { case 1: a = 1; break; case 2: a = 2; }\namount = a;", "2 a"},
+        {"Long a; switch (amount) { case 1: a = 1; default: amount = 1; }\namount = a;", "2 a"},
+        {"Long a; switch (amount) { case 1: a = 1; break; default: break; }\namount = a;", "2 a"},
+
+        // Functions.
+        {"function Long f(Long x) { Long y = x; y = y + x; return y; } amount = f(f(1));", ""},
+        {"function Long f(Long x) { return x; } Long a = 1; Long b = f(a) + f(a + a);", ""},
+        {"Long a = 1; function Long f { return a; } amount = f();", ""},
+        {"Long a; function Long f {\nreturn a; } amount = f(); a = 1;", "2 a"},
+        {"Long a; function f { a = 1; } f(); amount = a;", ""},
+        {"Long a; function Bool f { if (amount > 1) { a = 1; return true; } return false; }\n"
+         "f(); amount = a;",
+         "2 a"},
+        {"Long a; function Bool f { if (amount > 1) { a = 1; return true; } a = 2; return false; }"
+         "f(); amount = a;",
+         ""},
+        {"function Long f {\nLong n; n = n + 1; return n; } amount = f();", "2 n"},
+        {"function Long f { Long n; n = n + 1; return n; }", ""},  // never called
+        {"function Long f(Long n) { if (n < 1) { return 0; } return f(n - 1); } amount = f(3);",
+         ""},
+
+        // The functions that run before and after all records.
+        {"Long t{}; function BEGIN { t{\"a\"} = 1; } amount = t{\"a\"};", ""},
+        {"Long t; function f { t = t + 1; } function BEGIN { f(); } amount = t;", ""},
+        {"Long t; function BEGIN { t = 1; }\namount = t; t = 2;", "2 t"},
+        {"Long n; function END {\nlogStdout(longToStr(n)); }\nn = n + 1;",
+         "2 logStdout; 2 END n; 3 n"},
+        {"Long n; function END { Long m = 0; n = 1; m = n; } n = 2;", ""},
+
+        // The world.
+        {"system(\"date\");\nString s = sysGetEnv(\"HOME\"); Long t = currentTimeInMillis();",
+         "1 system; 2 sysGetEnv; 2 currentTimeInMillis"},
+        {"function f { logStdout(\"x\"); }", ""},
+        {"function g {\nlogStdout(\"x\"); } function f { g(); }\nfunction BEGIN { f(); }",
+         "2 logStdout"},
+        {"logStdout(\nlongToStr(\n1)); logStdout(\"\");", "1 logStdout; 3 logStdout"},
+    };
+    for (const auto& row : rows) {
+        bool isGood = false;
+        EXPECT_EQ(findingsOf(row.script, isGood), row.findings) << row.script;
+        EXPECT_TRUE(isGood) << row.script;
+    }
+    bool isGood = true;
+    EXPECT_EQ(findingsOf("Long a; a = a + 1; b", isGood), "");
+    EXPECT_FALSE(isGood);
+}
+
+}  // namespace
