@@ -4,7 +4,10 @@
 
 #include <charconv>
 #include <csignal>
+#include <filesystem>
 #include <memory>
+#include <system_error>
+#include <vector>
 
 #include "cli/Progress.h"
 #include "cli/StderrLog.h"
@@ -20,9 +23,10 @@ extern "C" void stopAtSignal(int /*signal*/) { stopG.raise(); }
 void catchSignals() {
     struct sigaction action {};
     action.sa_handler = stopAtSignal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is an error of the write
 }
 
@@ -34,6 +38,29 @@ bool readPart(const std::string& text, std::int64_t& part, std::int64_t& parts) 
     const auto second = std::from_chars(first.ptr + 1, end, parts);
     return second.ec == std::errc() && second.ptr == end && part >= 1 && part <= parts &&
            parts <= 1'000'000;
+}
+
+std::vector<std::string> split(const std::string& names) {
+    std::vector<std::string> parts(1);
+    for (const char c : names) {
+        if (c == ',') {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    return parts;
+}
+
+// Whether two paths, "-" among them, mean one file. Devices and pipes take what comes from several.
+bool isSameFile(const std::string& first, const std::string& second) {
+    namespace fs = std::filesystem;
+    if (first == "-" || second == "-") return first == second;
+    std::error_code error;
+    if (fs::exists(first, error) && !fs::is_regular_file(first, error)) return false;
+    const fs::path place = fs::weakly_canonical(fs::absolute(first, error), error);
+    return place == fs::weakly_canonical(fs::absolute(second, error), error) ||
+           fs::equivalent(first, second, error);
 }
 
 std::string checkPart(const std::string& text) {
@@ -87,9 +114,8 @@ void RecordOptions::declare(CLI::App& command, Use use) {
             }));
     CLI::Option* const header =
         add(command.add_flag("--header", job_.hasHeader, "The first record names the fields"));
-    add(command.add_option("--fields", job_.fields, "The names of the fields: a,b,c")
+    add(command.add_option("--fields", fields_, "The names of the fields: a,b,c")
             ->type_name("NAMES")
-            ->delimiter(',')
             ->excludes(header));
     if (!isNeeded) {
         add(command.add_option("--where", job_.where, "Drop records for which QUERY does not hold")
@@ -125,10 +151,26 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
     options.isJson = format_ == "jsonl";
     options.layout.isWhole = format_ == "lines" || options.isJson;
     options.layout.delimiter = !delimiter_.empty() ? delimiter_[0] : format_ == "tsv" ? '\t' : ',';
-    if (format_ == "lines" && options.fields.empty()) options.fields = {"line"};
+    if (fields_) options.fields = split(*fields_);
+    if (format_ == "lines" && !fields_) options.fields = {"line"};
     if (!part_.empty()) readPart(part_, options.part, options.parts);
-    if (options.isJson && options.hasHeader) {
-        report("--header: JSON names its fields itself");
+    const auto refuse = [&](bool isGiven, const char* option, const char* why) {
+        if (isGiven) report(option + (": " + std::string(why)));
+        return isGiven;
+    };
+    const char* const names = options.isJson ? "JSON names its fields itself"
+                                             : "the only field of a line is named `line'";
+    if (options.layout.isWhole &&
+        (refuse(options.hasHeader, "--header", names) ||
+         refuse(options.isJson && fields_, "--fields", names) ||
+         refuse(!delimiter_.empty(), "--delimiter", "there are no fields to be delimited"))) {
+        return std::nullopt;
+    }
+    const bool toRejects = !options.rejects.empty();
+    if (refuse(toRejects && isSameFile(options.rejects, options.output), "--rejects",
+               "the records go there") ||
+        refuse(toRejects && isSameFile(options.rejects, options.input), "--rejects",
+               "the records come from there")) {
         return std::nullopt;
     }
     return options;
@@ -163,7 +205,8 @@ ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prep
     ExitStatus status = statusOf(end);
     const Records::Counts& counts = job.counts();
     if (end == End::Interrupted) {
-        report("interrupted after " + std::to_string(counts.read) + " records");
+        report("interrupted after " + std::to_string(counts.read) + " records" +
+               (job.hasOutput() ? "" : "; " + job_.output + " is as it was before"));
     }
     if (!job.error().empty()) report(job.error());
     if (printsCounts_) {

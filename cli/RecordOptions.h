@@ -30,6 +30,7 @@ public:
     void declare(CLI::App& command, Use use = Use::Optional);
     /// Whether the user named records to work on.
     bool isGiven() const { return isGiven_; }
+    bool readsStandardInput() const { return isGiven_ && job_.input == "-"; }
     /// Further says which records are wanted: those for which `query` holds.
     void where(const std::string& query) { job_.where = query; }
     /// Writes, in place of each record, the numbers of the conditions that hold for it.
@@ -48,6 +49,7 @@ private:
     Records::JobOptions job_;
     std::string format_ = "csv";
     std::string delimiter_;
+    std::optional<std::string> fields_;
     std::string part_;
     bool isGiven_ = false;
     bool printsCounts_ = false;

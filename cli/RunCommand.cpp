@@ -22,6 +22,10 @@ struct RunOptions {
 };
 
 ExitStatus run(const RunOptions& options) {
+    if (options.records.readsStandardInput() && !options.text && options.file == "-") {
+        report("the script and the records can not both come from standard input");
+        return ExitStatus::Usage;
+    }
     const std::optional<std::string> text = options.text ? options.text : readScript(options.file);
     if (!text) return ExitStatus::Usage;
     if (options.records.isGiven()) {
@@ -47,11 +51,13 @@ void addRunCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand("run", "Compile a script and execute it");
     options->script.declare(*command);
     options->records.declare(*command);
-    command->add_option("--repeat", options->repeat, "Execute the script N times (default 1)")
-        ->type_name("N")
-        ->check([](const std::string& count) {
-            return count.starts_with('-') ? count + " is negative" : std::string();
-        });
+    CLI::Option* const repeat =
+        command->add_option("--repeat", options->repeat, "Execute the script N times (default 1)")
+            ->type_name("N")
+            ->check([](const std::string& count) {
+                return count.starts_with('-') ? count + " is negative" : std::string();
+            });
+    repeat->excludes("--records");
     CLI::Option* file =
         command->add_option("FILE", options->file, "The script; - is standard input")
             ->type_name("");

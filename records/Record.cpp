@@ -62,7 +62,7 @@ std::string_view Record::value(std::size_t field) {
 bool Record::assign(std::size_t field, std::string_view value) {
     if (layout_.isWhole && field != 0) return false;
     if (!layout_.isQuoted || layout_.isWhole) {
-        if (value.find('\n') != std::string_view::npos) return false;
+        if (value.find_first_of("\r\n") != std::string_view::npos) return false;
         if (!layout_.isWhole && value.find(layout_.delimiter) != std::string_view::npos) {
             return false;
         }

@@ -24,9 +24,9 @@ std::string normalized(std::string_view name) {
 std::size_t indexOf(SCR::FieldAlias field) { return static_cast<std::size_t>(field.id()); }
 
 void assign(CurrentRecord& current, SCR::FieldAlias field, std::string_view value) {
-    if (!current.record.assign(indexOf(field), value)) {
-        throw std::invalid_argument("the format cannot hold the value of " + field.name());
-    }
+    if (current.record.assign(indexOf(field), value) || current.isRejected) return;
+    current.isRejected = true;
+    current.reason = "the format cannot hold the value of " + field.name();
 }
 
 }  // namespace
@@ -42,10 +42,16 @@ long toLong(const CurrentRecord& current, const std::string& field, std::string_
                                 " is no Long: '" + std::string(text.substr(0, 100)) + "'");
 }
 
-void FieldNames::add(std::string_view name) { names_.emplace(normalized(name), count_++); }
+void FieldNames::add(std::string_view name) {
+    const std::string identifier = normalized(name);
+    const Place place{count_++, identifier == name};
+    const auto [found, isNew] = names_.emplace(identifier, place);
+    if (!isNew && place.isExact && !found->second.isExact) found->second = place;
+}
 
 long FieldNames::index(const std::string& name) const {
-    if (const auto found = names_.find(name); found != names_.end()) return found->second;
+    if (const auto found = names_.find(name); found != names_.end()) return found->second.number;
+    if (hasAll_) return 0;
     constexpr long maxFields = 1'000'000;
     long number = 0;
     const char* const end = name.data() + name.size();
@@ -78,7 +84,7 @@ void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const F
             return FND::Decimal::fromString(current.record.value(indexOf(field)));
         },
         [&current](FieldAlias field, const FND::Decimal& value) {
-            assign(current, field, value.toPlainString());
+            assign(current, field, value.isValid() ? value.toPlainString() : FND::String());
         });
     host.field(
         "edrDate",
@@ -87,7 +93,7 @@ void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const F
         },
         [&current](FieldAlias field, const FND::DateTime& value) {
             FND::String text;
-            value.format(text);
+            if (value.isValid()) value.format(text);
             assign(current, field, text);
         });
     host.function("edrMissingInput",

@@ -20,14 +20,22 @@ namespace Records {
 /// The names of a record's fields. Besides its name each field has the names "f1", "f2" and so on.
 class FieldNames {
 public:
-    /// Characters that no identifier has count as "_"; the first of two equal names is kept.
+    /// Characters that no identifier has count as "_". A name that has none of them is preferred,
+    /// else the first of two equal names is kept.
     void add(std::string_view name);
+    /// From now on all names are known, as is right for an input without a single record.
+    void addAll() { hasAll_ = true; }
     /// The 0-based number of the field `name`, or -1.
     long index(const std::string& name) const;
 
 private:
-    std::unordered_map<std::string, long> names_;
+    struct Place {
+        long number;
+        bool isExact;
+    };
+    std::unordered_map<std::string, Place> names_;
     long count_ = 0;
+    bool hasAll_ = false;
 };
 
 /// What a script and the job that runs it say to each other about the current record.

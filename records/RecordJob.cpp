@@ -13,7 +13,9 @@
 namespace Records {
 namespace {
 
-constexpr std::size_t batchSizeS = std::size_t{1} << 17;  // of a batch, in bytes
+bool isBlank(std::string_view text) {
+    return text.find_first_not_of(" \t\r") == std::string_view::npos;
+}
 
 }  // namespace
 
@@ -53,6 +55,7 @@ RecordJob::End RecordJob::readHeader() {
     if (state != RecordReader::State::Record) {
         last_ = state;
         inputError_ = errno;
+        names_.addAll();
         return End::Done;
     }
     Record header(options_.layout);
@@ -133,10 +136,14 @@ RecordJob::End RecordJob::run(SCR::Log& log,
     End end = process();
     for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
     if (end != End::Done) {
-        // Standard output gets all records that were counted as written; a file does not appear.
-        const bool isFlushed =
-            options_.output != "-" || end == End::Failed || end == End::Closed || output_.flush();
-        if (!isFlushed) end = fail(output_.error());
+        // What was counted as written is there, and so are the rejects, unless the output is a
+        // file, which does not appear.
+        const bool isLost = end == End::Failed || end == End::Closed;
+        if (!isLost && output_.isDirect() && !output_.flush()) end = fail(output_.error());
+        const bool isKept = output_.isDirect() || rejects_.isDirect();
+        if (isKept && rejects_.isOpen() && !rejects_.finish() && !isLost) {
+            end = fail(rejects_.error());
+        }
     } else if (!output_.finish()) {
         end = output_.isClosed() ? End::Closed : fail(output_.error());
     } else if (rejects_.isOpen() && !rejects_.finish()) {
@@ -163,7 +170,7 @@ RecordJob::End RecordJob::process() {
 
 bool RecordJob::fill(Batch& batch) {
     RecordReader& reader = *reader_;
-    while (batch.text.size() < batchSizeS) {
+    while (!batch.isFull()) {
         last_ = reader.next();
         if (last_ == RecordReader::State::Waiting) {
             if (!batch.items.empty()) return true;
@@ -179,6 +186,7 @@ bool RecordJob::fill(Batch& batch) {
             last_ = RecordReader::State::End;
             return false;
         }
+        if (options_.isJson && isBlank(reader.text())) continue;
         ++taken_;
         if (reader.offset() < partBegin_) continue;
         if (batch.items.empty()) batch.firstNumber = taken_;
@@ -196,9 +204,12 @@ bool RecordJob::deliver(Batch& batch) {
 }
 
 bool RecordJob::flush() {
-    if (output_.flush()) return true;
-    end_ = output_.isClosed() ? End::Closed : fail(output_.error());
-    return false;
+    if (!output_.flush()) {
+        end_ = output_.isClosed() ? End::Closed : fail(output_.error());
+    } else if (rejects_.isDirect() && !rejects_.flush()) {
+        end_ = fail(rejects_.error());
+    }
+    return end_ == End::Done;
 }
 
 RecordJob::End RecordJob::write(const Batch& batch) {

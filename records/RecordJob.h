@@ -23,10 +23,10 @@ namespace Records {
 
 /// What a job reads and writes.
 struct JobOptions {
-    std::string input = "-";   ///< A path, or "-" for standard input.
-    std::string output = "-";  ///< A path, or "-" for standard output.
-    std::string rejects;       ///< A path; empty: rejected records are only reported.
-    std::string where;         ///< A query; records for which it does not hold are dropped.
+    std::string input = "-";           ///< A path, or "-" for standard input.
+    std::string output = "-";          ///< A path, or "-" for standard output.
+    std::string rejects;               ///< A path; empty: rejected records are only reported.
+    std::optional<std::string> where;  ///< A query; records for which it does not hold are dropped.
     std::optional<std::string> conditions;  ///< Their numbers are written in place of records.
     Layout layout;
     bool isJson = false;              ///< JSON objects, one on each line; `layout` is one line.
@@ -63,6 +63,8 @@ public:
 
     const Counts& counts() const { return counts_; }
     const std::string& error() const { return error_; }
+    /// Whether what was written stays, however the job ended.
+    bool hasOutput() const { return output_.isDirect(); }
     /// Whether the script still called itself usable at the end.
     bool isValid() const { return isValid_; }
 

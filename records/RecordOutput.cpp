@@ -1,14 +1,34 @@
 #include "records/RecordOutput.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <optional>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace Records {
+namespace {
+
+// Where a path leads behind all links; nothing where it leads to an open file of a process.
+std::optional<std::string> targetOf(std::filesystem::path path) {
+    std::error_code error;
+    for (int links = 0; links < 40; ++links) {
+        const std::filesystem::path place =
+            std::filesystem::canonical(std::filesystem::absolute(path, error).parent_path(), error);
+        if (place.native().starts_with("/proc/")) return std::nullopt;
+        if (!std::filesystem::is_symlink(path, error)) break;
+        path = path.parent_path() / std::filesystem::read_symlink(path, error);
+    }
+    return path.native();
+}
+
+}  // namespace
 
 RecordOutput::~RecordOutput() {
     if (descriptor_ > STDERR_FILENO) close(descriptor_);
@@ -27,18 +47,21 @@ bool RecordOutput::open(const std::string& path) {
         descriptor_ = STDOUT_FILENO;
         return true;
     }
+    const std::optional<std::string> target = targetOf(path);
+    target_ = target.value_or(path);
     struct stat status {};
-    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    const bool exists = stat(target_.c_str(), &status) == 0;
+    if (!target || (exists && !S_ISREG(status.st_mode))) {
         descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         return descriptor_ >= 0 || fail();
     }
-    std::string name = path + ".XXXXXX";
+    std::string name = target_ + ".XXXXXX";
     descriptor_ = mkostemp(name.data(), O_CLOEXEC);
     if (descriptor_ < 0) return fail();
     temporary_ = name;
     const mode_t mask = umask(0);
     umask(mask);
-    return fchmod(descriptor_, 0666 & ~mask) == 0 || fail();
+    return fchmod(descriptor_, exists ? status.st_mode & 07777 : 0666 & ~mask) == 0 || fail();
 }
 
 bool RecordOutput::write(std::string_view records) {
@@ -54,6 +77,15 @@ bool RecordOutput::flush() {
 }
 
 bool RecordOutput::writeOut(std::string_view text) {
+    if (descriptor_ != STDOUT_FILENO) return writeTo(text);
+    // What scripts print waits in the buffer of the C library: none of it may be cut in two.
+    flockfile(stdout);
+    const bool isWritten = std::fflush(stdout) == 0 ? writeTo(text) : fail();
+    funlockfile(stdout);
+    return isWritten;
+}
+
+bool RecordOutput::writeTo(std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = ::write(descriptor_, text.data(), text.size());
         if (count < 0 && errno == EINTR) continue;
@@ -66,7 +98,7 @@ bool RecordOutput::writeOut(std::string_view text) {
 bool RecordOutput::finish() {
     if (!flush()) return false;
     if (temporary_.empty()) return true;
-    if (fsync(descriptor_) != 0 || rename(temporary_.c_str(), path_.c_str()) != 0) return fail();
+    if (fsync(descriptor_) != 0 || rename(temporary_.c_str(), target_.c_str()) != 0) return fail();
     temporary_.clear();
     return true;
 }

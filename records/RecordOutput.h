@@ -6,7 +6,9 @@
 namespace Records {
 
 /// An output file that appears complete or not at all: written under a temporary name beside it,
-/// renamed by `finish`. "-" is standard output; a device or pipe is written directly. One thread.
+/// renamed by `finish`, with the permissions of the file that it replaces. Links are followed. "-"
+/// is standard output; a device, a pipe or a file that is open, such as /dev/stdout, is written
+/// directly. One thread at a time.
 class RecordOutput {
 public:
     RecordOutput() = default;
@@ -28,6 +30,8 @@ public:
     /// Flushes and, for a file, syncs and renames.
     bool finish();
     bool isOpen() const { return descriptor_ >= 0; }
+    /// Whether what is written stays although `finish` is not called.
+    bool isDirect() const { return isOpen() && temporary_.empty(); }
     /// Whether the last failure was that nobody reads the output any more.
     bool isClosed() const { return isClosed_; }
     const std::string& error() const { return error_; }
@@ -36,9 +40,11 @@ private:
     static constexpr std::size_t flushSizeCM = std::size_t{1} << 16;
     bool fail();
     bool writeOut(std::string_view text);
+    bool writeTo(std::string_view text);
 
     int descriptor_ = -1;
     std::string path_;
+    std::string target_;     // where the path leads
     std::string temporary_;  // empty when written directly
     std::string buffer_;
     std::string error_;

@@ -1,5 +1,6 @@
 #include "records/RecordReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -10,6 +11,7 @@ namespace Records {
 namespace {
 
 constexpr std::size_t blockSizeS = std::size_t{1} << 18;
+constexpr std::string_view markS = "\xEF\xBB\xBF";  // the byte order mark in UTF-8
 
 enum class Quotes { Closed, Open, Wrong };
 
@@ -67,7 +69,19 @@ RecordReader::State RecordReader::next() {
     if (stop_.isRaised()) return State::Interrupted;
     State state = State::Record;
     for (;;) {
-        auto& [scanned, openFrom, firstEnd, firstEndSize, lines] = scan_;
+        auto& [scanned, openFrom, firstEnd, firstEndSize] = scan_;
+        if (!isBegun_) {
+            const std::string_view bytes(buffer_.data(), end_);
+            if (!isAtEnd_ && bytes.size() < markS.size() && markS.starts_with(bytes)) {
+                if (state = fill(); state != State::Record) return state;
+                continue;
+            }
+            isBegun_ = true;
+            if (bytes.starts_with(markS)) {
+                begin_ = markS.size();
+                nextOffset_ = static_cast<std::int64_t>(markS.size());
+            }
+        }
         const char* const begin = buffer_.data() + begin_;
         const void* const found = begin_ + scanned < end_
                                       ? std::memchr(begin + scanned, '\n', end_ - begin_ - scanned)
@@ -91,8 +105,7 @@ RecordReader::State RecordReader::next() {
                 ++endSize;
             }
         }
-        ++lines;
-        if (lines == 1) {
+        if (openFrom == 0) {
             firstEnd = size + endSize;
             firstEndSize = endSize;
         }
@@ -100,26 +113,34 @@ RecordReader::State RecordReader::next() {
         text_ = std::string_view(start, size);
         lineEnd_ = std::string_view(start + size, endSize);
         if (layout_.isQuoted && !layout_.isWhole && size != 0 &&
-            std::memchr(start, '"', size) != nullptr) {
+            (openFrom != 0 || std::memchr(start, '"', size) != nullptr)) {
             const Quotes quotes = checkQuotes(text_, openFrom, openFrom != 0, layout_.delimiter);
-            if (quotes == Quotes::Open && found != nullptr && size < maxQuotedCM) {
-                scanned = openFrom = size + endSize;
+            const std::size_t lineEnd = size + endSize;
+            const bool isKnown = quotes == Quotes::Open && found != nullptr &&
+                                 nextOffset_ + static_cast<std::int64_t>(lineEnd) <= openUntil_;
+            if (quotes == Quotes::Open && found != nullptr && size < maxQuotedCM && !isKnown) {
+                scanned = openFrom = lineEnd;
                 continue;
             }
             if (quotes != Quotes::Closed) {
-                reason_ = quotes == Quotes::Open ? "a quote is not closed"
-                                                 : "text follows a closing quote";
+                if (!isKnown) {
+                    reason_ = quotes == Quotes::Open ? "a quote is not closed"
+                                                     : "text follows a closing quote";
+                    openUntil_ = nextOffset_ + static_cast<std::int64_t>(
+                                                   quotes == Quotes::Open ? lineEnd : openFrom);
+                }
+                openFrom = 0;
                 state = State::Malformed;
                 text_ = std::string_view(start, firstEnd);
                 lineEnd_ = text_.substr(firstEnd - firstEndSize);
                 text_.remove_suffix(firstEndSize);
-                lines = 1;
             }
         }
         begin_ += text_.size() + lineEnd_.size();
         offset_ = nextOffset_;
         nextOffset_ += static_cast<std::int64_t>(text_.size() + lineEnd_.size());
-        nextLine_ += lines;
+        ++nextLine_;
+        if (openFrom != 0) nextLine_ += std::count(text_.begin(), text_.end(), '\n');
         scan_ = {};
         return state;
     }

@@ -35,7 +35,8 @@ public:
     std::string_view lineEnd() const { return lineEnd_; }
     /// The line, 1-based, in which the record begins.
     std::int64_t line() const { return line_; }
-    /// Where in the input the record begins, in bytes.
+    /// Where in the input the record begins, in bytes. A byte order mark at the start of the input
+    /// belongs to no record.
     std::int64_t offset() const { return offset_; }
     /// Why a record is malformed.
     const char* reason() const { return reason_; }
@@ -45,9 +46,8 @@ private:
     struct Scan {
         std::size_t scanned = 0;       // bytes of it that hold no line end still to be looked at
         std::size_t openFrom = 0;      // where the line begins on which a quote is still open
-        std::size_t firstEnd = 0;      // the first line with its line end
+        std::size_t firstEnd = 0;      // the first line with its line end; 0: not found yet
         std::size_t firstEndSize = 0;  // its line end
-        std::int64_t lines = 0;
     };
 
     // Reads more bytes, unless there are none now; `Record` when it did or the input ended.
@@ -60,7 +60,11 @@ private:
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     bool isAtEnd_ = false;
+    bool isBegun_ = false;  // behind a byte order mark
     Scan scan_;
+    // A quote that is open at the end of a line before this place in the input is open there too,
+    // as a record that was given up has shown. So no byte is looked through again and again.
+    std::int64_t openUntil_ = -1;
     std::string_view text_;
     std::string_view lineEnd_;
     std::int64_t line_ = 0;

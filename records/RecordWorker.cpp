@@ -5,16 +5,26 @@
 #include "scr/Interpreter.h"
 
 namespace Records {
+namespace {
+
+constexpr std::size_t maxOutputS = std::size_t{4} << 20;  // in bytes, but for a larger record
+
+}  // namespace
 
 void Batch::clear() {
     text.clear();
     items.clear();
+    next = 0;
+    clearOutput();
+    isCut = false;
+    error.clear();
+}
+
+void Batch::clearOutput() {
     output.clear();
     rejects.clear();
     reports.clear();
     counts = {};
-    isCut = false;
-    error.clear();
 }
 
 void Batch::add(std::string_view record, std::string_view lineEnd, std::int64_t line,
@@ -39,7 +49,7 @@ void RecordWorker::adopt(std::unique_ptr<SCR::Interpreter> interpreter) {
 }
 
 bool RecordWorker::compile() {
-    if (!options_.where.empty() && !interpreter_->compileQuery(options_.where)) return false;
+    if (options_.where && !interpreter_->compileQuery(*options_.where)) return false;
     if (!options_.conditions) return true;
     conditions_ = std::make_unique<SCR::ConditionList>(*interpreter_);
     return conditions_->compile(*options_.conditions);
@@ -60,19 +70,26 @@ void RecordWorker::reject(const Batch::Item& item, std::string_view reason, Batc
     out += '\n';
 }
 
-void RecordWorker::process(Batch& batch) {
+bool RecordWorker::process(Batch& batch) {
     // Records are read a little beyond their ends.
-    if (current_.json) batch.text.append(JsonRecord::paddingCM, ' ');
-    for (const Batch::Item& item : batch.items) {
-        if (stop_.isRaised() || !run(item, batch)) {
+    if (current_.json && batch.next == 0) batch.text.append(JsonRecord::paddingCM, ' ');
+    while (batch.next < batch.items.size()) {
+        if (stop_.isRaised() || !run(batch.items[batch.next], batch)) {
             batch.isCut = true;
-            return;
+            break;
+        }
+        ++batch.next;
+        if (batch.output.size() + batch.rejects.size() > maxOutputS ||
+            batch.reports.size() > Batch::recordsCM) {
+            return batch.next == batch.items.size();
         }
     }
+    return true;
 }
 
 bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
-    current_.number = batch.firstNumber + batch.counts.read++;
+    current_.number = batch.firstNumber + static_cast<std::int64_t>(batch.next);
+    ++batch.counts.read;
     current_.original = std::string_view(batch.text).substr(item.begin, item.size);
     const char* malformed = item.reason;
     if (malformed == nullptr) {
@@ -88,7 +105,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     }
     current_.isDropped = current_.isRejected = false;
     bool holds = true;
-    bool ran = options_.where.empty() || interpreter_->evaluateQuery(holds);
+    bool ran = !options_.where || interpreter_->evaluateQuery(holds);
     if (ran && holds) ran = interpreter_->execute();
     if (conditions_ && ran && holds && !interpreter_->wasStopped()) {
         ran = conditions_->holding(holding_);

@@ -30,8 +30,13 @@ struct Counts {
 /// processors fetch two at a time.
 inline constexpr std::size_t threadDistanceS = 128;
 
-/// Records that follow one another in the input, and what became of them.
+/// Records that follow one another in the input, and what became of them. So many that handing
+/// them over costs little, so few that they stay in a processor's cache.
 struct alignas(threadDistanceS) Batch {
+    static constexpr std::size_t sizeCM = std::size_t{1} << 17;  ///< in bytes
+    static constexpr std::size_t recordsCM = std::size_t{1} << 13;
+    bool isFull() const { return text.size() >= sizeCM || items.size() >= recordsCM; }
+
     struct Item {
         std::size_t begin;
         std::size_t size;
@@ -41,6 +46,8 @@ struct alignas(threadDistanceS) Batch {
     };
 
     void clear();
+    /// Forgets what was delivered.
+    void clearOutput();
     void add(std::string_view record, std::string_view lineEnd, std::int64_t line,
              const char* reason);
 
@@ -49,6 +56,7 @@ struct alignas(threadDistanceS) Batch {
     std::int64_t firstNumber = 1;
     std::int64_t offset = 0;  ///< Where in the input the last one begins, in bytes.
 
+    std::size_t next = 0;  ///< The item to go on with.
     std::string output;
     std::string rejects;
     std::vector<std::string> reports;  ///< rejections, where no file takes them
@@ -70,8 +78,9 @@ public:
     void adopt(std::unique_ptr<SCR::Interpreter> interpreter);
     /// Compiles the query and the conditions of the options, behind the script.
     bool compile();
-    /// Executes the script for each record of the batch.
-    void process(Batch& batch);
+    /// Executes the script for each record of the batch. False when so much was written that it
+    /// has to be delivered before the rest.
+    bool process(Batch& batch);
     SCR::Interpreter& interpreter() { return *interpreter_; }
 
 private:

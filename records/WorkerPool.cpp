@@ -85,7 +85,9 @@ void WorkerPool::work(RecordWorker& worker) {
                 number = filled_++;
                 if (!stream_.fill(*batch)) isOver_ = true;
             }
-            worker.process(*batch);
+            while (!worker.process(*batch)) {
+                if (!deliverPart(number, *batch)) return;
+            }
             deliver(number, std::move(batch));
         }
     } catch (...) {
@@ -104,6 +106,20 @@ std::unique_ptr<Batch> WorkerPool::spare() {
     spares_.pop_back();
     batch->clear();
     return batch;
+}
+
+bool WorkerPool::deliverPart(std::size_t number, Batch& batch) {
+    std::unique_lock lock(output_);
+    isDelivered_.wait(lock, [&] { return (number == delivered_ && !isDelivering_) || hasFailed_; });
+    if (hasFailed_) return false;
+    isDelivering_ = true;
+    lock.unlock();
+    const bool goesOn = stream_.deliver(batch);
+    batch.clearOutput();
+    lock.lock();
+    isDelivering_ = false;
+    if (!goesOn || (isWaiting_ && !stream_.flush())) end();
+    return !hasFailed_;
 }
 
 void WorkerPool::deliver(std::size_t number, std::unique_ptr<Batch> batch) {

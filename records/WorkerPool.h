@@ -24,7 +24,7 @@ public:
     virtual RecordWorker* makeWorker() = 0;
     /// Gives a cleared batch its records; false when none come after these.
     virtual bool fill(Batch& batch) = 0;
-    /// Takes what became of a batch; false ends the work.
+    /// Takes what became of a batch, or of records of it; false ends the work.
     virtual bool deliver(Batch& batch) = 0;
     /// Lets out what was delivered; false ends the work.
     virtual bool flush() = 0;
@@ -58,6 +58,8 @@ private:
     void work(RecordWorker& worker);
     std::unique_ptr<Batch> spare();
     void deliver(std::size_t number, std::unique_ptr<Batch> batch);
+    // Delivers what there is of a batch that is not done, when all before it are delivered.
+    bool deliverPart(std::size_t number, Batch& batch);
     void end();
 
     BatchStream& stream_;

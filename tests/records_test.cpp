@@ -88,6 +88,12 @@ TEST(Records, TextIsCutIntoRecords) {
         {csvS, "\"", "1!\"!"},
         {csvS, "\"a\r\r\nb", "1!\"a\r!2[b]"},
         {csvS, "\"a\r", "1!\"a\r!"},
+        {csvS, "\xEF\xBB\xBF\"a\n\"\nb", "1[\"a\n\"]3[b]"},
+        {csvS, "\xEF\xBB", "1[\xEF\xBB]"},
+        // A quote that a line leaves open for ever; lines behind it that leave one open, too.
+        {csvS, "x\"\",\"\nx,\",y\n\"c\n\"\nz", "1[x\"\",\"\nx,\",y]3[\"c\n\"]5[z]"},
+        {csvS, "1,\"a\n2,\"b\n3,c\n", "1!1,\"a!2!2,\"b!3[3,c]"},
+        {csvS, "\"a\n\"b\"\"\nc\",d\n\"e\n\"z\n", "1!\"a!2[\"b\"\"\nc\",d]4!\"e!5!\"z!"},
         {csvS, "a\0b,c\n\0"s, "1[a\0b,c]2[\0]"s},
         {tsvS, "\"a\tb\n\"\n", "1[\"a\tb]2[\"]"},
         {linesS, "a,\"b\nc", "1[a,\"b]2[c]"},
@@ -158,12 +164,14 @@ TEST(Records, JobsAccountForEveryRecord) {
     using End = Records::RecordJob::End;
     const std::string damaged = "id,dest,cost\n1,49,2.50\n2,\"4\"9,1\n3,33,x\n4,,7\n5,49,1.25";
     const struct {
-        std::string script, where, input, output, rejects;
+        std::string script;
+        std::optional<std::string> where;
+        std::string input, output, rejects;
         Records::Counts counts;
         End end;
     } rows[] = {
         {"edrLong(id) = edrLong(id) * 10;",
-         "",
+         {},
          "id\r\n1\r\n2\r\n",
          "id\r\n10\r\n20\r\n",
          "",
@@ -171,7 +179,7 @@ TEST(Records, JobsAccountForEveryRecord) {
          End::Done},
         {"if (edrEmptyInput(dest)) recordDrop(); if (edrString(cost) == \"x\") "
          "recordReject(\"no cost\"); edrDecimal(cost) = edrDecimal(cost) * 2;",
-         "",
+         {},
          damaged,
          "id,dest,cost\n1,49,5.00\n5,49,2.50\n",
          ":3: text follows a closing quote\t2,\"4\"9,1\n:4: no cost\t3,33,x\n",
@@ -184,8 +192,25 @@ TEST(Records, JobsAccountForEveryRecord) {
          "",
          {2, 1, 1, 0},
          End::Done},
-        {"", "", "", "", "", {0, 0, 0, 0}, End::Done},
-        {"edrString(nosuch) = \"\";", "", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
+        {"", {}, "", "", "", {0, 0, 0, 0}, End::Done},
+        // No record, so no header: names are not known, and need not be.
+        {"edrString(id) = \"\";", "edrLong(id) > 1", "", "", "", {0, 0, 0, 0}, End::Done},
+        {"edrString(a_b) = \"x\";",
+         {},
+         "a-b,a_b\n1,2\n",
+         "a-b,a_b\n1,x\n",
+         "",
+         {1, 1, 0, 0},
+         End::Done},
+        {"edrDate(id) = edrDate(dest); edrDecimal(cost) = edrDecimal(dest);",
+         {},
+         "\xEF\xBB\xBFid,dest,cost\n1,,2\n",
+         "id,dest,cost\n,,\n",
+         "",
+         {1, 1, 0, 0},
+         End::Done},
+        {"", "", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
+        {"edrString(nosuch) = \"\";", {}, "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
         {"", "edrLong(id)", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
     };
     for (const auto& row : rows) {
