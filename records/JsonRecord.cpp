@@ -296,24 +296,18 @@ const char* JsonRecord::take(std::string_view text) {
     return error;
 }
 
-bool JsonRecord::findMember(Path& path, Child& child) {
+bool JsonRecord::findMember(const Path& path, Child& child) const {
     const std::string& name = path.names.front();
-    // Records of one file are alike: it is mostly where it was in the one before.
-    if (path.hint >= members_.size() || members_[path.hint].name != name) {
-        const auto find = [&](const auto& fits) {
-            const auto found = std::find_if(members_.begin(), members_.end(), fits);
-            if (found == members_.end()) return false;
-            path.hint = static_cast<std::size_t>(found - members_.begin());
-            return true;
-        };
-        if (!find([&](const Member& member) { return member.name == name; }) &&
-            (name.find('_') == std::string::npos ||
-             !find([&](const Member& member) { return standsFor(name, member.name); }))) {
-            return false;
-        }
+    // The first of several that have the name.
+    auto found = std::find_if(members_.begin(), members_.end(),
+                              [&](const Member& member) { return member.name == name; });
+    if (found == members_.end() && name.find('_') != std::string::npos) {
+        found = std::find_if(members_.begin(), members_.end(),
+                             [&](const Member& member) { return standsFor(name, member.name); });
     }
-    child.valueBegin = members_[path.hint].valueBegin;
-    child.valueEnd = members_[path.hint].valueEnd;
+    if (found == members_.end()) return false;
+    child.valueBegin = found->valueBegin;
+    child.valueEnd = found->valueEnd;
     child.isFound = true;
     return true;
 }
@@ -363,7 +357,7 @@ JsonRecord::Child JsonRecord::scanArray(std::size_t begin, long index) const {
     return child;
 }
 
-JsonRecord::Place JsonRecord::locate(Path& path, std::span<const long> indices,
+JsonRecord::Place JsonRecord::locate(const Path& path, std::span<const long> indices,
                                      bool needsNeighbours) {
     Place place;
     if (!needsNeighbours && findMember(path, place.child)) {
@@ -452,7 +446,7 @@ void JsonRecord::replace(std::size_t begin, std::size_t end, std::string_view by
 }
 
 const char* JsonRecord::assign(long number, std::span<const long> indices, std::string_view value) {
-    Path& path = paths_[static_cast<std::size_t>(number)];
+    const Path& path = paths_[static_cast<std::size_t>(number)];
     Place place = locate(path, indices, false);
     const auto isNull = [&] { return text_[place.child.valueBegin] == 'n'; };
     if (place.child.isFound && !place.isBroken) {
@@ -496,7 +490,6 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
         std::string quoted;
         appendQuoted(path.names.front(), quoted);
         const std::size_t begin = at + (count != 0 ? 1 : 0) + quoted.size() + 1;
-        path.hint = members_.size();
         members_.push_back({path.names.front(), begin, at + added_.size()});
     }
     return nullptr;

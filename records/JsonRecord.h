@@ -76,7 +76,6 @@ private:
     };
     struct Path {
         std::vector<std::string> names;
-        std::size_t hint = 0;  // where in members_ it was found last
     };
     // How far a path leads: into `child` with `name` names and `index` indices used.
     struct Place {
@@ -87,8 +86,8 @@ private:
         bool isBroken = false;  // it leads through what is no container
     };
 
-    Place locate(Path& path, std::span<const long> indices, bool needsNeighbours);
-    bool findMember(Path& path, Child& child);
+    Place locate(const Path& path, std::span<const long> indices, bool needsNeighbours);
+    bool findMember(const Path& path, Child& child) const;
     Child scanObject(std::size_t begin, std::string_view name) const;
     Child scanArray(std::size_t begin, long index) const;
     void replace(std::size_t begin, std::size_t end, std::string_view bytes);

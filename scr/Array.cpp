@@ -57,7 +57,9 @@ std::size_t Array::heapBytes() const {
     if (elementClass_->heapBytes == nullptr) return bytes;
     for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
         const std::byte* const slots = store_.chunk(chunk);
-        if (slots != nullptr) bytes += elementClass_->heapBytes(slots, SlotStore::slotsOf(chunk));
+        if (slots == nullptr) continue;
+        countWork(SlotStore::slotsOf(chunk) * elementClass_->size);
+        bytes += elementClass_->heapBytes(slots, SlotStore::slotsOf(chunk));
     }
     return bytes;
 }
@@ -111,6 +113,7 @@ void Array::copyElements(const Array& source) {
     for (std::size_t chunk = 0; chunk <= SlotStore::chunkOf(source.size_ - 1); ++chunk) {
         std::byte* const from = source.store_.chunk(chunk);
         if (from == nullptr) continue;
+        countWork(SlotStore::slotsOf(chunk) * elementClass_->size);
         makeChunk(chunk);
         std::byte* const to = store_.chunk(chunk);
         const std::size_t count = std::min<std::size_t>(source.size_ - SlotStore::firstOf(chunk),

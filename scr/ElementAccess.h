@@ -141,6 +141,7 @@ private:
     V* find(Hash* hash, const FND::String& key) {
         if (hash == nullptr) [[unlikely]]
             return nullptr;
+        countString(key.size());
         if (V* const element = hash->template existing<V>(key, hasher_.hash(key))) [[likely]] {
             return element;
         }

@@ -70,6 +70,7 @@ Variable* Hash::clone() const {
 }
 
 Variable* Hash::find(const FND::String& key, unsigned long limit) {
+    countString(key.size());
     const std::uint32_t hash = keyHash(key);
     if (std::byte* const slot = look(key, hash, slotSize()).slot) {
         return elementClass_->element(slot + elementOffsetCM);
@@ -86,6 +87,7 @@ std::size_t Hash::heapBytes() const {
     std::size_t bytes = store_.heapBytes(slotSize());
     if (places_ != nullptr) bytes += (mask_ + std::size_t{1}) * sizeof(Place);
     forEachSlot([&](std::byte* slot) {
+        countWork(slotSize());
         bytes += SCR::heapBytes(keyIn(slot));
         if (elementClass_->heapBytes != nullptr) {
             bytes += elementClass_->heapBytes(slot + elementOffsetCM, 1);
@@ -129,6 +131,7 @@ std::vector<const FND::String*> Hash::keys() const {
     bool isFirst = true;
     forEachSlot([&](std::byte* slot) {
         const std::string_view key = keyIn(slot);
+        countWork(slotSize());
         if (std::exchange(isFirst, false)) common = key;
         if (key.starts_with(common)) return;
         const auto end = std::mismatch(common.begin(), common.end(), key.begin(), key.end()).first;
@@ -139,9 +142,11 @@ std::vector<const FND::String*> Hash::keys() const {
     order.reserve(size_);
     forEachSlot([&](std::byte* slot) {
         const FND::String& key = keyIn(slot);
+        countWork(slotSize());
         order.push_back({head(std::string_view(key).substr(common.size())), &key});
     });
     std::sort(order.begin(), order.end(), [](const SortedKey& a, const SortedKey& b) {
+        countWork(sizeof(SortedKey));
         return a.head != b.head ? a.head < b.head : *a.key < *b.key;
     });
 
@@ -166,7 +171,7 @@ Variable* Hash::insert(const FND::String& key, std::uint32_t hash) {
     }
     std::byte* const slot = store_.find(number, slotSize());
     if (key.size() > FND::String().capacity()) chargeMemory(blockBytes(key.size() + 1));
-    auto* const copy = new (slot + keyOffsetCM) FND::String(key);
+    auto* const copy = new (slot + keyOffsetCM) FND::String(copyOf(key));
     try {
         elementClass_->construct(slot + elementOffsetCM, 1, *prototype_);
     } catch (...) {
@@ -238,6 +243,7 @@ void Hash::copyElements(const Hash& source) {
     source.forEachSlot([&](std::byte* from) {
         const FND::String& key = keyIn(from);
         insert(key, keyHash(key));
+        countWork(slotSize());
         const std::size_t newest = usedSlots_ - 1;
         elementClass_->copy(store_.find(newest, slotSize()) + elementOffsetCM,
                             *elementClass_->element(from + elementOffsetCM));

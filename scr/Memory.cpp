@@ -16,6 +16,21 @@ void chargeBuffer(std::int64_t bytes) {
     if (RunControl* const control = RunControl::current()) control->chargeBuffer(bytes);
 }
 
+void storeLong(FND::String& target, const FND::String& value) {
+    if (&target == &value) return;
+    if (value.size() > target.capacity()) {
+        target = copyOfLong(value);
+    } else {
+        target.clear();
+        try {
+            appendInPieces(target, value);
+        } catch (...) {
+            target.clear();
+            throw;
+        }
+    }
+}
+
 std::size_t heapBytes(const Variable& variable) {
     const std::type_info& type = typeid(variable);
     if (type == typeid(StringVariable)) {

@@ -7,6 +7,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/Work.h"
 
 namespace SCR {
 
@@ -49,6 +50,9 @@ inline void chargeGrowth(const FND::String& target, std::size_t size) {
         chargeMemory(growth(target, size));
 }
 
+/// Assigns a long text, for which it makes room.
+KESTREL_API void storeLong(FND::String& target, const FND::String& value);
+
 /// Assigns to a variable's value what it is given.
 template <class Value>
 void store(Value& target, const Value& value) {
@@ -56,7 +60,11 @@ void store(Value& target, const Value& value) {
 }
 inline void store(FND::String& target, const FND::String& value) {
     chargeGrowth(target, value.size());
-    target = value;
+    if (value.size() > 1024) [[unlikely]] {
+        storeLong(target, value);
+    } else {
+        target = value;
+    }
 }
 
 /// Makes a string outside the variables hold `size` bytes without further allocation; what it held
@@ -101,7 +109,7 @@ class HeldCopy<FND::String> {
 public:
     explicit HeldCopy(const FND::String& value)
         : charge_(value.size() > FND::String().capacity() ? blockBytes(value.size() + 1) : 0),
-          value_(value) {}
+          value_(copyOf(value)) {}
     const FND::String& value() const { return value_; }
 
 private:

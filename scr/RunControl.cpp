@@ -86,6 +86,11 @@ void RunControl::look(const Node* place) {
     ask(place);
 }
 
+void RunControl::lookAtWork() {
+    untilAsked_ = workIntervalCM;
+    ask(nullptr);
+}
+
 void RunControl::ask(const Node* place) {
     if (interrupted_.exchange(false, std::memory_order_relaxed)) stop(place, "interrupted");
     if (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_) {

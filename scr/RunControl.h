@@ -102,6 +102,13 @@ public:
     /// Stops the script now if it has to stop; for built-ins that wait or work for long, which ask
     /// several times a second. `place` is their node.
     void ask(const Node* place);
+    /// Counts work on `bytes` bytes, beyond what a turn usually does, and asks now and then. See
+    /// scr/Work.h.
+    void work(std::size_t bytes) {
+        untilAsked_ -= static_cast<std::int64_t>(bytes);
+        if (untilAsked_ < 0) [[unlikely]]
+            lookAtWork();
+    }
     /// Whether `ask` would stop the script.
     bool mustStop() const;
     /// Whether script code is running.
@@ -121,16 +128,20 @@ private:
 
     void look(const Node* place);
     void startInterval();
+    void lookAtWork();
     void settle(std::int64_t bytes);
     [[noreturn]] void stopAtStackEnd(const Node* place);
     [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
 
     /// Turns between two looks at the interruption: far below a millisecond of script time.
     static constexpr std::int64_t lookIntervalCM = 1024;
+    /// Bytes of work between two looks: some of it takes several nanoseconds a byte.
+    static constexpr std::int64_t workIntervalCM = 128 * 1024;
 
     Interpreter& interpreter_;
     Limits limits_;
     std::int64_t untilLook_ = lookIntervalCM;
+    std::int64_t untilAsked_ = workIntervalCM;
     std::int64_t stepsLeft_ = Limits::none;  // beyond those of untilLook_
     std::int64_t openCalls_ = 0;
     char* stackEnd_ = nullptr;

@@ -7,6 +7,7 @@
 #include "fsm/PatternCheck.h"
 #include "scr/Interpreter.h"
 #include "scr/KeyHash.h"
+#include "scr/Work.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -160,6 +161,7 @@ bool StringSwitchCase::finalSetup() {
 
 SwitchCase::Body StringSwitchCase::select() {
     const FND::String& value = selector_->result();
+    countString(value.size());
     for (std::size_t place = placeOf(value);; ++place) {
         const Slot& slot = slots_[place & (slots_.size() - 1)];
         if (slot.label == nullptr || *slot.label == value) return slot.body;
@@ -222,6 +224,7 @@ void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) 
 
 SwitchCase::Body RegExprSwitchCase::select() {
     const FND::String& text = selector_->result();
+    countString(text.size());
     const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_->firstPath(text);
     return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
 }

@@ -1,5 +1,6 @@
 #include "scr/WaitingFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -88,9 +89,14 @@ ssize_t WaitingFile::read(char* buffer, std::size_t size) const {
 }
 
 bool WaitingFile::write(const char* bytes, std::size_t size) const {
+    constexpr std::size_t pieceSize = 256 * 1024;
     const PipeGuard guard(!S_ISREG(status_.st_mode));
     while (size > 0) {
-        const ssize_t length = ::write(handle_, bytes, size);
+        const ssize_t length = ::write(handle_, bytes, std::min(size, pieceSize));
+        if (size > pieceSize && control_ != nullptr && control_->isRunning() &&
+            control_->mustStop()) {
+            return false;
+        }
         if (length > 0) {
             bytes += length;
             size -= static_cast<std::size_t>(length);

@@ -195,8 +195,16 @@ private:
     struct NoValue {};
     using Stored = std::conditional_t<isReference, Value, NoValue>;
 
+    // Long texts are work, whatever is done with them.
+    static void count(const FND::String& text) { countString(text.size()); }
+    static void count(const FND::String* text) {
+        if (text != nullptr) countString(text->size());
+    }
+    static void count(const auto& /*argument*/) {}
+
     template <class... Arguments>
     decltype(auto) finish(Arguments&&... arguments) {
+        (count(arguments), ...);
         if constexpr (!isReference) {
             return static_cast<Derived*>(this)->value(*interpreter_, arguments...);
         } else if constexpr (std::is_same_v<Value, FND::String>) {

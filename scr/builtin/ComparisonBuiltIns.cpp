@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <compare>
 
 #include "scr/LongTest.h"
@@ -89,7 +90,11 @@ public:
 
     bool result() override {
         const Held right = right_.value();
-        return Operation::apply(left_.value(), static_cast<const Held&>(right));
+        const auto& left = left_.value();
+        if constexpr (std::is_same_v<std::remove_cvref_t<Held>, FND::String>) {
+            countString(std::min(left.size(), right.size()));
+        }
+        return Operation::apply(left, static_cast<const Held&>(right));
     }
 
 private:

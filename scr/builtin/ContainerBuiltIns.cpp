@@ -26,13 +26,17 @@ struct ArraySize final : BuiltInNode<ArraySize, LongType(Array)> {
 
 struct ArrayClear final : BuiltInNode<ArrayClear, VoidType(Array)> {
     static void value(Interpreter& /*interpreter*/, Array* array) {
-        if (array != nullptr) array->clear();
+        if (array == nullptr) return;
+        countWork(array->size() * sizeof(StringVariable));
+        array->clear();
     }
 };
 
 struct HashClear final : BuiltInNode<HashClear, VoidType(Hash)> {
     static void value(Interpreter& /*interpreter*/, Hash* hash) {
-        if (hash != nullptr) hash->clear();
+        if (hash == nullptr) return;
+        countWork(hash->size() * sizeof(StringVariable));
+        hash->clear();
     }
 };
 
@@ -57,6 +61,7 @@ private:
     }
 
     bool ask(const FND::String& key) {
+        countString(key.size());
         Hash* const hash = hash_->result();
         return hash != nullptr && Question::answer(*hash, key);
     }
@@ -145,6 +150,7 @@ private:
                 if (element == nullptr) break;
             }
             SCR::store(element->value(), *key);
+            countWork(sizeof(StringVariable));
             ++count;
         }
         array.truncate(count);

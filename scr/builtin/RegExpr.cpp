@@ -2,6 +2,8 @@
 
 #include <re2/re2.h>
 
+#include <algorithm>
+
 namespace SCR {
 
 namespace {
@@ -33,6 +35,12 @@ RegExpr::RegExpr(std::string_view pattern)
 RegExpr::~RegExpr() = default;
 
 bool RegExpr::isValid() const { return expression_->ok(); }
+
+std::size_t RegExpr::effort() const {
+    constexpr int instructionsAByte = 32;
+    return static_cast<std::size_t>(1 +
+                                    std::max(expression_->ProgramSize(), 0) / instructionsAByte);
+}
 
 std::optional<std::string_view> RegExpr::search(std::string_view text, std::size_t start) const {
     if (start > text.size() || !isValid()) return std::nullopt;

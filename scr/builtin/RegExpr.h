@@ -32,6 +32,10 @@ public:
     /// Whether the pattern is well-formed and not too large. An invalid one matches nothing.
     bool isValid() const;
 
+    /// How much slower than a comparison a search may be, for each byte of the text: a few
+    /// nanoseconds times this at the worst. A search is not interrupted.
+    std::size_t effort() const;
+
     /// The first match in `text` that starts at byte `start` or after, as a view into `text`. What
     /// lies before `start` counts for "^" and for word boundaries. Nothing when there is no match
     /// or `start` is beyond the end.

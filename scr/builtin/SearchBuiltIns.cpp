@@ -45,8 +45,22 @@ struct StrSearch final
         const long first = start.value_or(0);
         if (!isPosition(text, first)) return -1;
         const char* const found =
-            find(std::string_view(text).substr(static_cast<std::size_t>(first)), part);
+            findInPieces(std::string_view(text).substr(static_cast<std::size_t>(first)), part);
         return found != nullptr ? found - text.data() : -1;
+    }
+
+private:
+    // Pieces overlap by what may begin in one and end in the next.
+    static const char* findInPieces(std::string_view text, std::string_view part) {
+        const std::size_t pieceSize = std::max(std::size_t{128} * 1024, 4 * part.size());
+        if (text.size() <= pieceSize) return find(text, part);
+        for (std::size_t begin = 0; text.size() - begin >= part.size();) {
+            const char* const found = find(text.substr(begin, pieceSize), part);
+            if (found != nullptr || text.size() - begin <= pieceSize) return found;
+            countWork(pieceSize);
+            begin += pieceSize - part.size() + 1;
+        }
+        return nullptr;
     }
 };
 
@@ -72,6 +86,7 @@ protected:
     std::optional<std::string_view> search(const FND::String& text, std::optional<long> start) {
         const long first = start.value_or(0);
         if (!isPosition(text, first)) return std::nullopt;
+        countWork((text.size() - static_cast<std::size_t>(first)) * expression_->effort());
         return expression_->search(text, static_cast<std::size_t>(first));
     }
 
@@ -91,7 +106,10 @@ struct StrMatch final : RegExprFunction<StrMatch, StringType> {
     void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
                const FND::String& /*pattern*/, std::optional<long> start) {
         const std::string_view match = search(text, start).value_or("");
-        if (reserveResult(interpreter, result, match.size())) result.assign(match);
+        if (reserveResult(interpreter, result, match.size())) {
+            result.clear();
+            appendInPieces(result, match);
+        }
     }
 };
 
@@ -144,6 +162,7 @@ private:
             const std::size_t end = std::min(source->find(separator, start), source->size());
             chargeGrowth(*field, end - start);
             field->assign(*source, start, end - start);
+            countWork(sizeof(StringVariable) + end - start);
             start = end + 1;
         }
         array.truncate(count);

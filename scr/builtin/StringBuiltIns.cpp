@@ -24,10 +24,14 @@ template <char firstLetter>
 struct MapCase final : BuiltInNode<MapCase<firstLetter>, StringType(StringType)> {
     static void value(Interpreter& interpreter, FND::String& result, const FND::String& text) {
         if (!reserveResult(interpreter, result, text.size())) return;
-        result.resize(text.size());
-        std::transform(text.begin(), text.end(), result.begin(), [](char byte) {
-            const auto place = static_cast<unsigned char>(byte - firstLetter);
-            return static_cast<char>(byte ^ (place < 26 ? 'a' - 'A' : 0));
+        result.clear();
+        inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
+            result.resize(end);
+            const char* const from = text.data();
+            std::transform(from + begin, from + end, result.data() + begin, [](char byte) {
+                const auto place = static_cast<unsigned char>(byte - firstLetter);
+                return static_cast<char>(byte ^ (place < 26 ? 'a' - 'A' : 0));
+            });
         });
     }
 };
@@ -47,8 +51,9 @@ struct Substr final : BuiltInNode<Substr, StringType(StringType, LongType, LongT
         if (!isRange(text, position, length)) {
             result.clear();
         } else if (reserveResult(interpreter, result, static_cast<std::size_t>(length))) {
-            result.assign(text, static_cast<std::size_t>(position),
-                          static_cast<std::size_t>(length));
+            result.clear();
+            appendInPieces(result, std::string_view(text).substr(static_cast<std::size_t>(position),
+                                                                 static_cast<std::size_t>(length)));
         }
     }
 };
@@ -62,7 +67,10 @@ struct Replace final
         const auto start = static_cast<std::size_t>(position);
         const auto count = static_cast<std::size_t>(length);
         if (!reserveResult(interpreter, result, text.size() - count + replacement.size())) return;
-        result.append(text, 0, start).append(replacement).append(text, start + count);
+        const std::string_view source = text;
+        appendInPieces(result, source.substr(0, start));
+        appendInPieces(result, replacement);
+        appendInPieces(result, source.substr(start + count));
     }
 };
 
@@ -98,7 +106,9 @@ struct StrStrip final
             // One behind the last byte to keep: 0, by overflow, when there is none.
             rest = rest.substr(0, rest.find_last_not_of(stripped) + 1);
         }
-        if (reserveResult(interpreter, result, rest.size())) result.assign(rest);
+        if (!reserveResult(interpreter, result, rest.size())) return;
+        result.clear();
+        appendInPieces(result, rest);
     }
 };
 
@@ -114,9 +124,14 @@ struct StrPad final : BuiltInNode<StrPad, StringType(StringType, StringType, Lon
         if (!reserveResult(interpreter, result, size)) return;
         const std::size_t padding = size - std::min(size, text.size());
         const char filler = fill.empty() ? ' ' : fill.front();
-        if (!atEnd) result.append(padding, filler);
-        result.append(text, 0, size);
-        if (atEnd) result.append(padding, filler);
+        const auto pad = [&] {
+            inPieces(padding, [&](std::size_t begin, std::size_t end) {
+                result.append(end - begin, filler);
+            });
+        };
+        if (!atEnd) pad();
+        appendInPieces(result, std::string_view(text).substr(0, size));
+        if (atEnd) pad();
     }
 };
 
@@ -146,12 +161,15 @@ constexpr std::array<std::array<char, 2>, 256> hexDigitsS = [] {
 struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
     static void value(Interpreter& interpreter, FND::String& result, const FND::String& bytes) {
         if (!reserveHex(interpreter, result, 2 * bytes.size())) return;
-        result.resize(2 * bytes.size());
-        char* out = result.data();
-        for (const char byte : bytes) {
-            const auto& digits = hexDigitsS[static_cast<unsigned char>(byte)];
-            out = std::copy(digits.begin(), digits.end(), out);
-        }
+        result.clear();
+        inPieces(bytes.size(), [&](std::size_t begin, std::size_t end) {
+            result.resize(2 * end);
+            char* out = result.data() + 2 * begin;
+            for (std::size_t i = begin; i < end; ++i) {
+                const auto& digits = hexDigitsS[static_cast<unsigned char>(bytes[i])];
+                out = std::copy(digits.begin(), digits.end(), out);
+            }
+        });
     }
 };
 
@@ -174,15 +192,17 @@ struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
             return;
         }
         if (!reserveHex(interpreter, result, text.size() / 2)) return;
-        result.resize(text.size() / 2);
-        for (std::size_t i = 0; i < result.size(); ++i) {
-            if (!decode(text.data() + 2 * i, result[i])) {
-                interpreter.logError(
-                    "ERROR: conversion of hexadecimal string failed, returning...");
-                result.clear();
-                return;
+        bool isSound = true;
+        inPieces(text.size() / 2, [&](std::size_t begin, std::size_t end) {
+            if (!isSound) return;
+            result.resize(end);
+            for (std::size_t i = begin; i < end && isSound; ++i) {
+                isSound = decode(text.data() + 2 * i, result[i]);
             }
-        }
+        });
+        if (isSound) return;
+        interpreter.logError("ERROR: conversion of hexadecimal string failed, returning...");
+        result.clear();
     }
 
 private:

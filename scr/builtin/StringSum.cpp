@@ -49,8 +49,8 @@ std::size_t StringSum::evaluate() {
 
 const FND::String& StringSum::result() {
     growBuffer(result_, evaluate());
-    result_.assign(*values_.front());
-    for (std::size_t i = 1; i < values_.size(); ++i) result_.append(*values_[i]);
+    result_.clear();
+    for (const FND::String* value : values_) appendInPieces(result_, *value);
     return result_;
 }
 
@@ -64,9 +64,15 @@ void StringSum::appendTo(FND::String& target) {
     }
     if (size > target.capacity()) {
         chargeGrowth(target, size);
-        target.reserve(std::max(size, 2 * target.capacity()));
+        reserveInPieces(target, std::max(size, 2 * target.capacity()));
     }
-    for (auto value = others; value != values_.end(); ++value) target.append(**value);
+    const std::size_t oldSize = target.size();
+    try {
+        for (auto value = others; value != values_.end(); ++value) appendInPieces(target, **value);
+    } catch (...) {
+        target.resize(oldSize);
+        throw;
+    }
 }
 
 }  // namespace SCR

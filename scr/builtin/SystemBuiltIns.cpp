@@ -22,7 +22,9 @@ struct ScriptUsable final : BuiltInNode<ScriptUsable, VoidType(BoolType)> {
 
 struct LogStdout final : BuiltInNode<LogStdout, VoidType(StringType)> {
     static void value(Interpreter& /*interpreter*/, const FND::String& text) {
-        std::fwrite(text.data(), 1, text.size(), stdout);
+        inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
+            std::fwrite(text.data() + begin, 1, end - begin, stdout);
+        });
     }
 };
 

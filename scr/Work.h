@@ -1,0 +1,60 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+// A turn of a loop may do work without bound: a string has up to a gigabyte. What works on strings
+// and on all elements of a container says so here, so that the script that the calling thread runs
+// can be stopped in time. Outside of a run nothing is counted.
+
+/// Counts work on `bytes` bytes. After some hundred kilobytes it is asked whether the script has to
+/// stop; `ScriptStopped` is thrown then.
+KESTREL_API void countWork(std::size_t bytes);
+
+/// The same for strings: work on short ones is not worth counting.
+inline void countString(std::size_t size) {
+    if (size > 1024) [[unlikely]]
+        countWork(size);
+}
+
+/// Calls `step(begin, end)` for consecutive pieces of 0 to `size` and counts them as work.
+template <class Step>
+void inPieces(std::size_t size, Step step) {
+    constexpr std::size_t pieceSize = 64 * 1024;
+    if (size <= pieceSize) [[likely]] {
+        step(std::size_t{0}, size);
+        countString(size);
+        return;
+    }
+    for (std::size_t begin = 0; begin < size;) {
+        const std::size_t end = begin + std::min(pieceSize, size - begin);
+        step(begin, end);
+        countWork(end - begin);
+        begin = end;
+    }
+}
+
+/// Appends `text`, which does not lie in `target`. Room was made before.
+inline void appendInPieces(FND::String& target, std::string_view text) {
+    inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
+        target.append(text.substr(begin, end - begin));
+    });
+}
+
+/// A copy of `text`.
+KESTREL_API FND::String copyOfLong(const FND::String& text);
+inline FND::String copyOf(const FND::String& text) {
+    return text.size() > 1024 ? copyOfLong(text) : FND::String(text);
+}
+
+/// Makes `target` hold `capacity` bytes without further allocation; its text stays. `capacity` is
+/// not less than its size.
+KESTREL_API void reserveInPieces(FND::String& target, std::size_t capacity);
+
+}  // namespace SCR
