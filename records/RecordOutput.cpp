@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,6 +90,11 @@ bool RecordOutput::writeTo(std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = ::write(descriptor_, text.data(), text.size());
         if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && errno == EAGAIN) {
+            pollfd output{descriptor_, POLLOUT, 0};
+            poll(&output, 1, -1);
+            continue;
+        }
         if (count < 0) return fail();
         text.remove_prefix(static_cast<std::size_t>(count));
     }

@@ -49,10 +49,16 @@ RecordReader::State RecordReader::fill() {
         end_ -= begin_;
         begin_ = 0;
     }
-    if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
+    if (end_ == maxRecordCM) {
+        errno = EMSGSIZE;
+        return State::Failed;
+    }
+    if (end_ == buffer_.size()) buffer_.resize(std::min(2 * buffer_.size(), maxRecordCM));
     while (!stop_.isRaised()) {
         pollfd input{descriptor_, POLLIN, 0};
-        if (poll(&input, 1, 0) == 0) return State::Waiting;
+        const int ready = poll(&input, 1, 0);
+        // The read would not look at the signal again.
+        if (ready == 0 || (ready < 0 && errno == EINTR)) return State::Waiting;
         const ssize_t count = read(descriptor_, &buffer_[end_], buffer_.size() - end_);
         if (count >= 0) {
             end_ += static_cast<std::size_t>(count);

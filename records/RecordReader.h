@@ -20,6 +20,9 @@ public:
     /// A quoted record longer than this, in bytes, counts as one whose quotes are not closed.
     static constexpr std::size_t maxQuotedCM = std::size_t{16} << 20;
 
+    /// A record longer than this, in bytes, fails.
+    static constexpr std::size_t maxRecordCM = std::size_t{1} << 30;
+
     /// `descriptor` is not owned. `stop` ends the reading between two records; not owned.
     RecordReader(int descriptor, const Layout& layout, const StopSignal& stop);
 

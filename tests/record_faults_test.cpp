@@ -1,0 +1,491 @@
+// Jobs on records when the system fails them: reads and writes that go wrong, signals, damaged
+// files. No record is lost unseen, and a named output file appears whole or not at all.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Script.h"
+#include "records/RecordJob.h"
+#include "records/StopSignal.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Records::RecordJob;
+
+/// How the calls of the system go wrong. Errors of 0 do not happen.
+struct Faults {
+    std::size_t readPiece = 0;      ///< A read gives at most so many bytes; 0: as many as asked.
+    int readPause = 0;              ///< The error of every other read.
+    std::size_t readsUntilEnd = 0;  ///< After so many bytes,
+    int readEnd = 0;                ///< every read fails by this.
+    std::size_t writePiece = 0;
+    int writePause = 0;
+    std::size_t writesUntilEnd = 0;
+    int writeEnd = 0;
+    int sync = 0;
+    int rename = 0;
+};
+
+Faults faultsS;
+std::size_t bytesReadS = 0;
+std::size_t bytesWrittenS = 0;
+
+// What a call has to fail by, 0 for none; cuts `size`.
+int faultOf(std::size_t& size, std::size_t piece, int pause, bool& pauses, std::size_t& done,
+            std::size_t until, int end) {
+    pauses = !pauses;
+    if (pause != 0 && pauses) return pause;
+    if (piece != 0) size = std::min(size, piece);
+    if (end != 0) {
+        if (done >= until) return end;
+        size = std::min(size, until - done);
+    }
+    done += size;
+    return 0;
+}
+
+}  // namespace
+
+// What the program's calls of the system come to.
+
+extern "C" ssize_t read(int file, void* to, size_t size) {
+    static bool pauses = false;
+    errno = faultOf(size, faultsS.readPiece, faultsS.readPause, pauses, bytesReadS,
+                    faultsS.readsUntilEnd, faultsS.readEnd);
+    return errno != 0 ? -1 : ::syscall(SYS_read, file, to, size);
+}
+
+extern "C" ssize_t write(int file, const void* from, size_t size) {
+    static bool pauses = false;
+    errno = faultOf(size, faultsS.writePiece, faultsS.writePause, pauses, bytesWrittenS,
+                    faultsS.writesUntilEnd, faultsS.writeEnd);
+    return errno != 0 ? -1 : ::syscall(SYS_write, file, from, size);
+}
+
+extern "C" int fsync(int /*file*/) {
+    errno = faultsS.sync;
+    return errno != 0 ? -1 : 0;
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+    errno = faultsS.rename;
+    return errno != 0 ? -1
+                      : static_cast<int>(::syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+namespace {
+
+std::string contents(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string records(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += std::to_string(i) + ",some text\n";
+    return text;
+}
+
+/// A folder of its own, removed at the end.
+class RecordFaults : public testing::Test {
+protected:
+    RecordFaults() : folder_((fs::temp_directory_path() / "kestrel-faults-XXXXXX").string()) {
+        if (mkdtemp(folder_.data()) == nullptr) std::abort();
+    }
+    ~RecordFaults() override { fs::remove_all(folder_); }
+
+    std::string path(const std::string& name) const { return folder_ + "/" + name; }
+    void write(const std::string& name, const std::string& text) const {
+        std::ofstream(path(name), std::ios::binary) << text;
+    }
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder_)) {
+            names.insert(entry.path().filename());
+        }
+        return names;
+    }
+
+    // The job from "in" to "out" with rejected records in "rejects".
+    Records::JobOptions options(int jobs) const {
+        Records::JobOptions options;
+        options.input = path("in");
+        options.output = path("out");
+        options.rejects = path("rejects");
+        options.jobs = jobs;
+        return options;
+    }
+
+    static RecordJob::End run(RecordJob& job, const std::string& script) {
+        Harness::MemoryLog log;
+        return job.run(
+            log, [&] { return std::make_unique<SCR::Interpreter>(&log); },
+            [&](SCR::Interpreter& interpreter) { return interpreter.compile(script); });
+    }
+
+    std::string folder_;
+};
+
+TEST_F(RecordFaults, CallsOfTheSystemMayFail) {
+    using End = RecordJob::End;
+    const struct {
+        const char* name;
+        Faults faults;
+        End end;
+        const char* error;  // behind the path
+    } rows[] = {
+        {"short reads", {.readPiece = 3}, End::Done, ""},
+        {"interrupted reads", {.readPiece = 500, .readPause = EINTR}, End::Done, ""},
+        {"reads that would wait", {.readPiece = 500, .readPause = EAGAIN}, End::Done, ""},
+        {"a bad block",
+         {.readsUntilEnd = 50'000, .readEnd = EIO},
+         End::Failed,
+         "in: Input/output error"},
+        {"a bad first block", {.readEnd = EIO}, End::Failed, "in: Input/output error"},
+        {"short writes", {.writePiece = 7}, End::Done, ""},
+        {"interrupted writes", {.writePiece = 900, .writePause = EINTR}, End::Done, ""},
+        {"writes that would wait", {.writePiece = 900, .writePause = EAGAIN}, End::Done, ""},
+        {"a full disk",
+         {.writesUntilEnd = 90'000, .writeEnd = ENOSPC},
+         End::Failed,
+         "out: No space left on device"},
+        {"a disk full from the start",
+         {.writeEnd = EDQUOT},
+         End::Failed,
+         "out: Disk quota exceeded"},
+        {"a closed pipe", {.writesUntilEnd = 80'000, .writeEnd = EPIPE}, End::Closed, ""},
+        {"a failing sync", {.sync = EIO}, End::Failed, "out: Input/output error"},
+        {"a failing rename", {.rename = EACCES}, End::Failed, "out: Permission denied"},
+    };
+    const std::string text = records(20'000);
+    write("in", text);
+    for (const int jobs : {1, 4}) {
+        for (const auto& row : rows) {
+            SCOPED_TRACE(std::string(row.name) + ", jobs " + std::to_string(jobs));
+            Records::StopSignal stop;
+            RecordJob job(options(jobs), stop);
+            bytesReadS = bytesWrittenS = 0;
+            faultsS = row.faults;
+            const End end = run(job, "if (edrLong(f1) == 7) recordReject(\"7\");");
+            faultsS = {};
+            const Records::Counts& counts = job.counts();
+            EXPECT_EQ(counts.read, counts.written + counts.rejected);
+            EXPECT_EQ(end, row.end) << job.error();
+            if (end == End::Done) {
+                EXPECT_EQ(counts.read, 20'000);
+                EXPECT_EQ(contents(path("out")).size() + std::string("7,some text\n").size(),
+                          text.size());
+                EXPECT_EQ(contents(path("rejects")), path("in") + ":8: 7\t7,some text\n");
+                fs::remove(path("out"));
+                fs::remove(path("rejects"));
+            } else if (*row.error != '\0') {
+                EXPECT_EQ(job.error(), path(row.error));
+            }
+        }
+        EXPECT_EQ(files(), std::set<std::string>{"in"});
+    }
+}
+
+TEST_F(RecordFaults, EveryRecordOfADamagedFileIsAccountedFor) {
+    struct Format {
+        const char* name;
+        Records::Layout layout;
+        bool isJson;
+        const char* record;
+        const char* script;
+    };
+    const Format formats[] = {
+        {"csv",
+         {',', true, false},
+         false,
+         "17,\"some, \"\"text\"\"\",3.50\n",
+         "if (edrLong(f1) == 7) recordDrop(); edrString(f3) = edrString(f2);"},
+        {"tsv",
+         {'\t', false, false},
+         false,
+         "17\tsome text\t3.50\r\n",
+         "if (edrLong(f1) == 7) recordDrop(); edrString(f3) = \"x\";"},
+        {"jsonl",
+         {',', false, true},
+         true,
+         "{\"a\":17,\"b\":{\"c\":[1,\"text\"]}}\n",
+         "if (edrLong(a) == 7) recordDrop(); edrLong(b.c, 2) = 3; edrDeleteField(a);"},
+        {"lines",
+         {',', false, true},
+         false,
+         "17 some text\n",
+         "if (edrLong(f1) == 7) recordDrop();"},
+    };
+    unsigned random = 1;
+    const auto below = [&](std::size_t bound) {
+        random = random * 1'103'515'245 + 12'345;
+        return (random >> 8) % bound;
+    };
+    std::int64_t rejected = 0;
+    std::int64_t dropped = 0;
+    for (const Format& format : formats) {
+        for (int turn = 0; turn < 60; ++turn) {
+            std::string text;
+            for (int i = 0; i < 40; ++i) {
+                text += format.record;
+                if (i % 3 == 0) text.replace(text.rfind("17"), 2, "7");
+            }
+            for (int damage = 0; damage < 6; ++damage) {
+                constexpr std::string_view bytes{"\"\n\r,\t{}[]\\:7\0\xff", 14};
+                const std::size_t place = below(text.size());
+                switch (below(3)) {
+                    case 0:
+                        text[place] = bytes[below(bytes.size())];
+                        break;
+                    case 1:
+                        text.erase(place, below(20));
+                        break;
+                    default:
+                        text.insert(place, 1, bytes[below(bytes.size())]);
+                }
+            }
+            write("in", text);
+            std::string first;
+            for (const int jobs : {1, 3}) {
+                SCOPED_TRACE(std::string(format.name) + ' ' + testing::PrintToString(text));
+                Records::JobOptions options = this->options(jobs);
+                options.layout = format.layout;
+                options.isJson = format.isJson;
+                if (!format.isJson) options.fields = {"f1", "f2", "f3"};
+                Records::StopSignal stop;
+                RecordJob job(options, stop);
+                ASSERT_EQ(run(job, format.script), RecordJob::End::Done) << job.error();
+                const Records::Counts& counts = job.counts();
+                EXPECT_EQ(counts.read, counts.written + counts.dropped + counts.rejected);
+                const std::string all = contents(path("out")) + '\0' + contents(path("rejects"));
+                if (format.layout.isWhole) {
+                    const auto lines = std::count(text.begin(), text.end(), '\n');
+                    EXPECT_EQ(counts.read, lines + (text.ends_with('\n') ? 0 : 1));
+                    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'),
+                              counts.written + counts.rejected);
+                }
+                if (jobs == 1) first = all;
+                EXPECT_EQ(all, first);
+                rejected += counts.rejected;
+                dropped += counts.dropped;
+            }
+        }
+    }
+    EXPECT_GT(rejected, 100);
+    EXPECT_GT(dropped, 1000);
+}
+
+/// A running kestrel command whose standard input is a pipe.
+class Command {
+public:
+    /// `terminal`: standard error is a pseudo terminal, otherwise a pipe.
+    Command(const std::string& folder, std::vector<std::string> arguments, bool terminal = false) {
+        arguments.insert(arguments.begin(), KESTREL_COMMAND);
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        int ends[3][2];
+        for (auto& pair : ends) EXPECT_EQ(pipe2(pair, O_CLOEXEC), 0);
+        if (terminal) {
+            close(ends[2][0]);
+            close(ends[2][1]);
+            ends[2][0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+            EXPECT_EQ(grantpt(ends[2][0]), 0);
+            EXPECT_EQ(unlockpt(ends[2][0]), 0);
+            ends[2][1] = open(ptsname(ends[2][0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        }
+        process_ = fork();
+        if (process_ == 0) {
+            if (chdir(folder.c_str()) == 0 && dup2(ends[0][0], STDIN_FILENO) >= 0 &&
+                dup2(ends[1][1], STDOUT_FILENO) >= 0 && dup2(ends[2][1], STDERR_FILENO) >= 0) {
+                alarm(60);
+                execv(argv[0], argv.data());
+            }
+            _exit(127);
+        }
+        close(ends[0][0]);
+        close(ends[1][1]);
+        close(ends[2][1]);
+        input_ = ends[0][1];
+        output_ = ends[1][0];
+        messages_ = ends[2][0];
+    }
+    ~Command() {
+        endInput();
+        endOutput();
+        close(messages_);
+        if (process_ > 0) {
+            ::kill(process_, SIGKILL);
+            wait();
+        }
+    }
+
+    void give(const std::string& text) const {
+        EXPECT_EQ(::write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    void endInput() { closeOnce(input_); }
+    void endOutput() { closeOnce(output_); }
+    void kill(int signal) const { ::kill(process_, signal); }
+    /// `size` bytes of its output, or those up to the end.
+    std::string output(std::size_t size) const { return take(output_, size); }
+    std::string messages() const { return take(messages_, std::string::npos); }
+    /// Its exit status, or 128 and the signal that ended it.
+    int wait() {
+        int status = 0;
+        waitpid(process_, &status, 0);
+        process_ = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+private:
+    static void closeOnce(int& file) {
+        if (file >= 0) close(file);
+        file = -1;
+    }
+    static std::string take(int file, std::size_t size) {
+        std::string text;
+        char bytes[4096];
+        while (text.size() < size) {
+            const ssize_t count = ::read(file, bytes, std::min(sizeof bytes, size - text.size()));
+            if (count <= 0) break;  // a terminal that nobody has open gives an error
+            text.append(bytes, static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
+    pid_t process_ = 0;
+    int input_ = -1;
+    int output_ = -1;
+    int messages_ = -1;
+};
+
+// Whether `condition` comes true within some seconds.
+template <class Condition>
+bool comesTrue(const Condition& condition) {
+    for (int i = 0; i < 5000; ++i) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return false;
+}
+
+TEST_F(RecordFaults, SignalsEndAJobBehindARecord) {
+    const std::string text = records(1000);
+    for (const char* const jobs : {"1", "4"}) {
+        for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+            SCOPED_TRACE(std::string(jobs) + " jobs, signal " + std::to_string(signal));
+            const bool isKilled = signal == SIGKILL;
+            {
+                Command command(folder_, {"run", "-e", "", "--records", "-", "--jobs", jobs});
+                command.give(text);
+                EXPECT_EQ(command.output(text.size()), text);
+                command.kill(signal);
+                EXPECT_EQ(command.wait(), isKilled ? 128 + signal : 4);
+                EXPECT_EQ(command.messages(),
+                          isKilled ? "" : "kestrel: interrupted after 1000 records\n");
+                EXPECT_EQ(command.output(1), "");
+            }
+            write("out", "old\n");
+            Command command(folder_, {"run", "-e", "", "--records", "-", "--jobs", jobs, "--output",
+                                      "out", "--stats"});
+            command.give(text);
+            EXPECT_TRUE(comesTrue([&] {
+                for (const std::string& name : files()) {
+                    if (name != "out" && fs::file_size(path(name)) == text.size()) return true;
+                }
+                return false;
+            }));
+            command.kill(signal);
+            EXPECT_EQ(command.wait(), isKilled ? 128 + signal : 4);
+            EXPECT_EQ(contents(path("out")), "old\n");
+            if (isKilled) {
+                fs::remove_all(folder_);
+                fs::create_directory(folder_);
+            } else {
+                EXPECT_EQ(files(), std::set<std::string>{"out"});
+                EXPECT_EQ(command.messages(),
+                          "kestrel: interrupted after 1000 records; out is as it was before\n"
+                          "kestrel: records: 1000 read, "
+                          "1000 written, 0 dropped, 0 rejected\n");
+            }
+        }
+    }
+}
+
+TEST_F(RecordFaults, ASignalStopsAJobThatIsAtWork) {
+    // The records are there already; the job is somewhere among them.
+    const std::string text = records(200'000);
+    write("in", text);
+    for (const char* const jobs : {"1", "4"}) {
+        Command command(folder_, {"run", "-e", "Long i; for (i = 0; i < 1000; i = i + 1) {}",
+                                  "--records", "in", "--jobs", jobs, "--stats"});
+        std::string output = command.output(1);
+        command.kill(SIGTERM);
+        output += command.output(std::string::npos);
+        EXPECT_EQ(command.wait(), 4);
+        EXPECT_LT(output.size(), text.size());
+        EXPECT_EQ(output, text.substr(0, output.size()));
+        EXPECT_TRUE(output.ends_with('\n'));
+        const std::string count = std::to_string(std::count(output.begin(), output.end(), '\n'));
+        EXPECT_EQ(command.messages(), "kestrel: interrupted after " + count +
+                                          " records\nkestrel: records: " + count + " read, " +
+                                          count + " written, 0 dropped, 0 rejected\n");
+    }
+}
+
+TEST_F(RecordFaults, NobodyReadsTheOutputAnyMore) {
+    write("in", records(20'000));
+    for (const char* const jobs : {"1", "4"}) {
+        Command command(folder_, {"run", "-e", "", "--records", "in", "--jobs", jobs});
+        EXPECT_EQ(command.output(12), "0,some text\n");
+        command.endOutput();
+        EXPECT_EQ(command.wait(), 1);
+        EXPECT_EQ(command.messages(), "");
+    }
+}
+
+TEST_F(RecordFaults, ADeviceIsWrittenDirectlyAndStays) {
+    write("in", records(10));
+    Command command(folder_, {"run", "-e", "", "--records", "in", "--output", "/dev/full"});
+    EXPECT_EQ(command.wait(), 1);
+    EXPECT_EQ(command.messages(), "kestrel: /dev/full: No space left on device\n");
+    EXPECT_TRUE(fs::is_character_file("/dev/full"));
+}
+
+TEST_F(RecordFaults, ProgressIsShownToATerminalOnly) {
+    for (const bool isTerminal : {true, false}) {
+        Command command(folder_, {"run", "-e", "", "--records", "-", "--progress"}, isTerminal);
+        command.give(records(10));
+        command.output(5);
+        if (isTerminal) std::this_thread::sleep_for(std::chrono::milliseconds(520));
+        command.give(records(10));
+        command.endInput();
+        command.output(std::string::npos);
+        EXPECT_EQ(command.wait(), 0);
+        const std::string messages = command.messages();
+        if (isTerminal) {
+            EXPECT_NE(messages.find(" records, "), std::string::npos) << messages;
+            EXPECT_TRUE(messages.ends_with("\r\x1b[K")) << testing::PrintToString(messages);
+        } else {
+            EXPECT_EQ(messages, "");
+        }
+    }
+}
+
+}  // namespace
