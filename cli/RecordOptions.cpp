@@ -9,6 +9,7 @@
 #include <system_error>
 #include <vector>
 
+#include "cli/OutputDirectory.h"
 #include "cli/Progress.h"
 #include "cli/StderrLog.h"
 #include "scr/Interpreter.h"
@@ -122,15 +123,17 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                 ->type_name("QUERY"));
     }
     if (use == Use::Checked) return;
-    add(command
-            .add_option("--output", job_.output,
-                        isNeeded ? "Where the result goes; - (default) is standard output"
-                                 : "Where records go; - (default) is standard output")
-            ->type_name("FILE"));
-    add(command
-            .add_option("--rejects", job_.rejects,
-                        "Where rejected records go: place, reason, tabulator, record")
-            ->type_name("FILE"));
+    CLI::Option* const output =
+        add(command
+                .add_option("--output", job_.output,
+                            isNeeded ? "Where the result goes; - (default) is standard output"
+                                     : "Where records go; - (default) is standard output")
+                ->type_name("FILE"));
+    CLI::Option* const rejects =
+        add(command
+                .add_option("--rejects", job_.rejects,
+                            "Where rejected records go: place, reason, tabulator, record")
+                ->type_name("FILE"));
     add(command
             .add_option("--jobs", job_.jobs,
                         "Work with N threads, each with an interpreter and variables of its own")
@@ -140,6 +143,15 @@ void RecordOptions::declare(CLI::App& command, Use use) {
             .add_option("--part", part_, "Work on part I of N of the file, split between records")
             ->type_name("I/N")
             ->check(checkPart));
+    if (!isNeeded) {
+        add(command
+                .add_option("--out", directory_,
+                            "Leave the part's records, rejects and a manifest in DIR, and do "
+                            "nothing when they are there")
+                ->type_name("DIR")
+                ->excludes(output)
+                ->excludes(rejects));
+    }
     add(command.add_flag("--progress", showsProgress_,
                          "Show how far it got, if standard error is a terminal"));
     add(command.add_flag("--stats", printsCounts_, "Print the counts of records at the end"));
@@ -186,16 +198,62 @@ ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prep
                               const std::function<bool(SCR::Interpreter&)>& compile) const {
     std::optional<Records::JobOptions> options = jobOptions();
     if (!options) return ExitStatus::Usage;
-    Progress progress(options->input);
+    Manifest manifest;
+    return runJob(std::move(*options), manifest, prepare, compile);
+}
+
+std::vector<std::string> RecordOptions::given() const {
+    std::vector<std::string> given{"--records=" + job_.input, "--format=" + format_};
+    if (!delimiter_.empty()) given.push_back("--delimiter=" + delimiter_);
+    if (job_.hasHeader) given.emplace_back("--header");
+    if (fields_) given.push_back("--fields=" + *fields_);
+    if (job_.where) given.push_back("--where=" + *job_.where);
+    return given;
+}
+
+ExitStatus RecordOptions::runInDirectory(
+    Manifest manifest, const std::function<bool(SCR::Interpreter&)>& prepare,
+    const std::function<bool(SCR::Interpreter&)>& compile) const {
+    std::optional<Records::JobOptions> options = jobOptions();
+    if (!options) return ExitStatus::Usage;
+    const std::vector<std::string> own = given();
+    manifest.options.insert(manifest.options.end(), own.begin(), own.end());
+    manifest.part = options->part;
+    manifest.parts = options->parts;
+    OutputDirectory directory(directory_, format_ == "lines" ? "txt" : format_, manifest);
+    if (!directory.open(options->input)) {
+        report(directory.error());
+        return ExitStatus::Usage;
+    }
+    if (directory.isComplete()) {
+        report("part " + std::to_string(manifest.part) + "/" + std::to_string(manifest.parts) +
+               " is complete in " + directory_ + ", skipped");
+        return ExitStatus::Success;
+    }
+    directory.clean();
+    options->output = directory.output();
+    options->rejects = directory.rejects();
+    const ExitStatus status = runJob(std::move(*options), manifest, prepare, compile);
+    if (status != ExitStatus::Success) return status;
+    if (directory.complete(manifest)) return status;
+    report(directory.error());
+    return ExitStatus::Rejected;
+}
+
+ExitStatus RecordOptions::runJob(Records::JobOptions options, Manifest& manifest,
+                                 const std::function<bool(SCR::Interpreter&)>& prepare,
+                                 const std::function<bool(SCR::Interpreter&)>& compile) const {
+    const bool keepsRejects = !options.rejects.empty();
+    Progress progress(options.input);
     if (showsProgress_ && isatty(STDERR_FILENO) != 0) {
-        options->progress = [&](const Records::Counts& counts, std::int64_t bytes) {
+        options.progress = [&](const Records::Counts& counts, std::int64_t bytes) {
             progress.show(counts.read, bytes);
         };
     }
     catchSignals();
     StderrLog log;
     using End = Records::RecordJob::End;
-    Records::RecordJob job(std::move(*options), stopG);
+    Records::RecordJob job(std::move(options), stopG);
     const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
         auto interpreter = std::make_unique<SCR::Interpreter>(&log);
         return prepare(*interpreter) ? std::move(interpreter) : nullptr;
@@ -214,8 +272,10 @@ ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prep
                std::to_string(counts.written) + " written, " + std::to_string(counts.dropped) +
                " dropped, " + std::to_string(counts.rejected) + " rejected");
     }
+    manifest.counts = counts;
+    manifest.inputEnd = job.inputEnd();
     if (status == ExitStatus::Success) {
-        const bool isReported = counts.rejected != 0 && job_.rejects.empty();
+        const bool isReported = counts.rejected != 0 && !keepsRejects;
         if (isReported || !job.isValid()) status = ExitStatus::Rejected;
     }
     return status;

@@ -5,8 +5,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/Command.h"
+#include "cli/Manifest.h"
 #include "records/RecordJob.h"
 
 namespace SCR {
@@ -40,17 +42,31 @@ public:
     /// `compile` report what they refuse.
     ExitStatus run(const std::function<bool(SCR::Interpreter&)>& prepare,
                    const std::function<bool(SCR::Interpreter&)>& compile) const;
+    /// Whether the result goes into a directory.
+    bool hasDirectory() const { return !directory_.empty(); }
+    /// Runs the job and leaves its result with a manifest in the directory, unless it is there
+    /// already. `manifest` names the script; its other members are set here.
+    ExitStatus runInDirectory(Manifest manifest,
+                              const std::function<bool(SCR::Interpreter&)>& prepare,
+                              const std::function<bool(SCR::Interpreter&)>& compile) const;
     /// A job that only checks; null after a report. It must not outlive this object.
     std::unique_ptr<Records::RecordJob> checkingJob() const;
 
 private:
     std::optional<Records::JobOptions> jobOptions() const;
+    // Runs the job that `options` describe, and sets what the manifest tells of the run.
+    ExitStatus runJob(Records::JobOptions options, Manifest& manifest,
+                      const std::function<bool(SCR::Interpreter&)>& prepare,
+                      const std::function<bool(SCR::Interpreter&)>& compile) const;
+    // The options that change the result.
+    std::vector<std::string> given() const;
 
     Records::JobOptions job_;
     std::string format_ = "csv";
     std::string delimiter_;
     std::optional<std::string> fields_;
     std::string part_;
+    std::string directory_;
     bool isGiven_ = false;
     bool printsCounts_ = false;
     bool showsProgress_ = false;

@@ -29,9 +29,17 @@ ExitStatus run(const RunOptions& options) {
     const std::optional<std::string> text = options.text ? options.text : readScript(options.file);
     if (!text) return ExitStatus::Usage;
     if (options.records.isGiven()) {
-        return options.records.run(
-            [&](SCR::Interpreter& interpreter) { return options.script.apply(interpreter); },
-            [&](SCR::Interpreter& interpreter) { return interpreter.compile(*text); });
+        const auto prepare = [&](SCR::Interpreter& interpreter) {
+            return options.script.apply(interpreter);
+        };
+        const auto compile = [&](SCR::Interpreter& interpreter) {
+            return interpreter.compile(*text);
+        };
+        if (!options.records.hasDirectory()) return options.records.run(prepare, compile);
+        Manifest manifest;
+        manifest.script(options.script.expand(*text).value_or(*text));
+        manifest.options = options.script.given();
+        return options.records.runInDirectory(std::move(manifest), prepare, compile);
     }
     StderrLog log;
     SCR::Interpreter interpreter(&log);

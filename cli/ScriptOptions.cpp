@@ -5,6 +5,7 @@
 
 #include "cli/Command.h"
 #include "scr/Interpreter.h"
+#include "scr/parser/Preprocessor.h"
 
 namespace Cli {
 namespace {
@@ -38,6 +39,7 @@ void ScriptOptions::declare(CLI::App& command) {
                     if (equals == std::string::npos || !isIdentifier(name)) {
                         throw CLI::ValidationError("-D", "'" + definition + "' is not NAME=VALUE");
                     }
+                    given_.push_back("-D" + definition);
                     constants_.emplace_back(std::move(name), definition.substr(equals + 1));
                 }
             },
@@ -85,6 +87,7 @@ void ScriptOptions::setLimit(const std::string& text) {
         throw CLI::ValidationError("--limit", "'" + value + "' is no number of 0 or more");
     }
     limits_.*limit = number;
+    given_.push_back("--limit=" + text);
 }
 
 void ScriptOptions::allow(const std::string& name) {
@@ -98,6 +101,22 @@ void ScriptOptions::allow(const std::string& name) {
         throw CLI::ValidationError("--allow", "'" + name + "' names no capability");
     }
     isSandboxed_ = true;
+    given_.push_back("--allow=" + name);
+}
+
+std::optional<std::string> ScriptOptions::expand(const std::string& text) const {
+    SCR::PreprocessorOptions options;
+    options.searchPath = includePath_;
+    options.maxBytes =
+        limits_.source == SCR::Limits::none ? 0 : static_cast<std::size_t>(limits_.source);
+    if (isSandboxed_) {
+        options.includesAllowed = capabilities_.include;
+        options.allowedDirectories = capabilities_.includeDirectories;
+    }
+    SCR::Preprocessor preprocessor(nullptr, options);
+    std::string expanded;
+    if (!preprocessor.preprocess(text, expanded)) return std::nullopt;
+    return expanded;
 }
 
 bool ScriptOptions::apply(SCR::Interpreter& interpreter) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,12 @@ public:
     /// Applies them to a fresh interpreter. False: a constant is given twice, which is reported.
     bool apply(SCR::Interpreter& interpreter) const;
 
+    /// The script `text` with its include files in it, as the preprocessor gives it; none when one
+    /// cannot be had, which the compile reports.
+    std::optional<std::string> expand(const std::string& text) const;
+    /// The options that change what a script does, as they were given.
+    const std::vector<std::string>& given() const { return given_; }
+
 private:
     // These throw CLI::ValidationError.
     void setLimit(const std::string& text);  // "NAME=VALUE"
@@ -31,6 +38,7 @@ private:
     SCR::Limits limits_;
     SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // those that --sandbox leaves
     bool isSandboxed_ = false;
+    std::vector<std::string> given_;
     std::vector<std::string> includePath_;
     std::vector<std::pair<std::string, std::string>> constants_;
 };

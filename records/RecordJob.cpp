@@ -1,5 +1,6 @@
 #include "records/RecordJob.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -58,6 +59,7 @@ RecordJob::End RecordJob::readHeader() {
         names_.addAll();
         return End::Done;
     }
+    inputEnd_ = reader_->end();
     Record header(options_.layout);
     header.take(reader_->text());
     for (std::size_t i = 0; header.has(i); ++i) names_.add(header.value(i));
@@ -190,6 +192,8 @@ bool RecordJob::fill(Batch& batch) {
         }
         if (options_.isJson && isBlank(reader.text())) continue;
         ++taken_;
+        // That a quote is not closed may take all of the file to find out.
+        inputEnd_ = isMalformed ? unknownEndCM : std::max(inputEnd_, reader.end());
         if (reader.offset() < partBegin_) continue;
         if (batch.items.empty()) batch.firstNumber = taken_;
         batch.add(reader.text(), reader.lineEnd(), reader.line(),

@@ -43,6 +43,7 @@ struct JobOptions {
 /// their order. A job runs once, on the calling thread and those of its workers.
 class RecordJob : private BatchStream {
 public:
+    static constexpr std::int64_t unknownEndCM = INT64_MAX;
     enum class End { Done, BadInput, NotCompiled, Stopped, Interrupted, Closed, Failed };
 
     /// `stop` ends the job behind the current record; not owned. The job raises it itself when it
@@ -62,6 +63,9 @@ public:
               const std::function<bool(SCR::Interpreter&)>& compile);
 
     const Counts& counts() const { return counts_; }
+    /// Up to where in the input, in bytes, the result depends on it: behind the last record worked
+    /// on or passed over; `unknownEndCM` when all of it may matter.
+    std::int64_t inputEnd() const { return inputEnd_; }
     const std::string& error() const { return error_; }
     /// Whether what was written stays, however the job ended.
     bool hasOutput() const { return output_.isDirect(); }
@@ -100,7 +104,8 @@ private:
     Counts counts_;
     std::int64_t partBegin_ = 0;  // in bytes of the file
     std::int64_t partEnd_ = -1;   // -1: as far as it goes
-    std::int64_t taken_ = 0;      // records read so far, those before the part as well
+    std::int64_t inputEnd_ = 0;
+    std::int64_t taken_ = 0;  // records read so far, those before the part as well
     RecordReader::State last_ = RecordReader::State::Record;
     int inputError_ = 0;   // errno, where last_ is Failed
     End end_ = End::Done;  // of what was delivered

@@ -10,11 +10,14 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace Records {
 namespace {
+
+namespace fs = std::filesystem;
 
 // Where a path leads behind all links; nothing where it leads to an open file of a process.
 std::optional<std::string> targetOf(std::filesystem::path path) {
@@ -27,6 +30,24 @@ std::optional<std::string> targetOf(std::filesystem::path path) {
         path = path.parent_path() / std::filesystem::read_symlink(path, error);
     }
     return path.native();
+}
+
+// What the names of the temporary files of `path` begin with.
+std::string temporaryPrefix(const fs::path& path) {
+    return path.parent_path() / ("." + path.filename().string() + ".");
+}
+
+// Makes the names in the directory of `path` lasting. False, with errno set, when that fails; file
+// systems that have nothing to sync for a directory are content.
+bool syncDirectory(const fs::path& path) {
+    const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return errno == EACCES;  // may be written, but not read
+    const bool isSynced = fsync(descriptor) == 0 || errno == EINVAL;
+    const int error = errno;
+    close(descriptor);
+    errno = error;
+    return isSynced;
 }
 
 }  // namespace
@@ -56,13 +77,40 @@ bool RecordOutput::open(const std::string& path) {
         descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         return descriptor_ >= 0 || fail();
     }
-    std::string name = target_ + ".XXXXXX";
-    descriptor_ = mkostemp(name.data(), O_CLOEXEC);
-    if (descriptor_ < 0) return fail();
-    temporary_ = name;
+    if (!openTemporary()) return fail();
     const mode_t mask = umask(0);
     umask(mask);
     return fchmod(descriptor_, exists ? status.st_mode & 07777 : 0666 & ~mask) == 0 || fail();
+}
+
+bool RecordOutput::openTemporary() {
+    for (;;) {
+        std::string name = temporaryPrefix(target_) + "XXXXXX";
+        descriptor_ = mkostemp(name.data(), O_CLOEXEC);
+        if (descriptor_ < 0) return false;
+        temporary_ = name;
+        // Where files cannot be locked, leftovers stay.
+        struct stat status {};
+        if (flock(descriptor_, LOCK_EX) != 0) return true;
+        if (fstat(descriptor_, &status) != 0) return false;
+        if (status.st_nlink != 0) return true;
+        close(descriptor_);  // taken for a leftover before it was locked
+    }
+}
+
+void RecordOutput::removeLeftovers(const std::string& path) {
+    const std::string prefix = fs::path(temporaryPrefix(path)).filename();
+    const fs::path parent = fs::path(path).parent_path();
+    std::error_code error;
+    for (fs::directory_iterator entry(parent.empty() ? "." : parent, error), end;
+         !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        if (name.size() != prefix.size() + 6 || !name.starts_with(prefix)) continue;
+        const int descriptor = ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (descriptor < 0) continue;
+        if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) unlink(entry->path().c_str());
+        close(descriptor);
+    }
 }
 
 bool RecordOutput::write(std::string_view records) {
@@ -106,7 +154,7 @@ bool RecordOutput::finish() {
     if (temporary_.empty()) return true;
     if (fsync(descriptor_) != 0 || rename(temporary_.c_str(), target_.c_str()) != 0) return fail();
     temporary_.clear();
-    return true;
+    return syncDirectory(target_) || fail();
 }
 
 }  // namespace Records

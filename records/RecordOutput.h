@@ -5,8 +5,9 @@
 
 namespace Records {
 
-/// An output file that appears complete or not at all: written under a temporary name beside it,
-/// renamed by `finish`, with the permissions of the file that it replaces. Links are followed. "-"
+/// An output file that appears complete or not at all: written under a hidden temporary name beside
+/// it, ".NAME." and six letters, and renamed by `finish`, with the permissions of the file that it
+/// replaces. The temporary file is locked as long as its writer lives. Links are followed. "-"
 /// is standard output; a device, a pipe or a file that is open, such as /dev/stdout, is written
 /// directly. One thread at a time.
 class RecordOutput {
@@ -20,6 +21,8 @@ public:
     // The following give false on failure; `error` says why then.
 
     bool open(const std::string& path);
+    /// Removes the temporary files of `path` that writers left which are gone.
+    static void removeLeftovers(const std::string& path);
     /// What the next flush writes; append whole records.
     std::string& buffer() { return buffer_; }
     /// Writes out the buffer when it has grown large.
@@ -27,7 +30,7 @@ public:
     /// Takes whole records; many are written at once.
     bool write(std::string_view records);
     bool flush();
-    /// Flushes and, for a file, syncs and renames.
+    /// Flushes and, for a file, syncs it, renames it and syncs the directory.
     bool finish();
     bool isOpen() const { return descriptor_ >= 0; }
     /// Whether what is written stays although `finish` is not called.
@@ -39,6 +42,7 @@ public:
 private:
     static constexpr std::size_t flushSizeCM = std::size_t{1} << 16;
     bool fail();
+    bool openTemporary();
     bool writeOut(std::string_view text);
     bool writeTo(std::string_view text);
 

@@ -41,6 +41,8 @@ public:
     /// Where in the input the record begins, in bytes. A byte order mark at the start of the input
     /// belongs to no record.
     std::int64_t offset() const { return offset_; }
+    /// Where it ends, its line end included.
+    std::int64_t end() const { return nextOffset_; }
     /// Why a record is malformed.
     const char* reason() const { return reason_; }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -487,6 +489,109 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
     EXPECT_EQ(full.status, 1);
     EXPECT_EQ(full.messages, "kestrel: standard output: No space left on device\n");
     EXPECT_EQ(kestrel({"run", "-e", loops, "--limit", "steps=1000"}).status, 4);
+}
+
+TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
+    std::string csv = "n,text\n";
+    for (int i = 0; i < 500; ++i) csv += std::to_string(i) + ",\"a\n" + std::to_string(i) + "\"\n";
+    write("in.csv", csv);
+    write("double.ks", "include \"drop.ks\";\nedrLong(n) = edrLong(n) * strToLong(factor);\n");
+    write("drop.ks",
+          "if (edrLong(n) % 7 == 0) recordDrop();\n"
+          "if (edrLong(n) % 11 == 0) recordReject(\"eleven\");\n");
+    const std::vector<std::string> job = {"run",       "double.ks", "-D",       "factor=2",
+                                          "--records", "in.csv",    "--header", "--out",
+                                          "out",       "--part",    "1/1"};
+    const auto run = [&](std::vector<std::string> arguments, const std::string& part) {
+        arguments.back() = part;
+        return kestrel(arguments);
+    };
+    const auto joined = [&](const std::string& begin) {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder_ + "/out")) {
+            names.push_back(entry.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        std::string text;
+        for (const std::string& name : names) {
+            if (name.starts_with(begin)) text += contents(folder_ + "/out/" + name);
+        }
+        return text;
+    };
+    const Result single = kestrel({"run", "double.ks", "-D", "factor=2", "--records", "in.csv",
+                                   "--header", "--rejects", "rejects"});
+    ASSERT_EQ(single.status, 0);
+    for (const int parts : {1, 3, 40}) {
+        fs::remove_all(folder_ + "/out");
+        for (int part = parts; part > 0; --part) {
+            const std::string name = std::to_string(part) + "/" + std::to_string(parts);
+            EXPECT_EQ(run(job, name).status, 0);
+            const Result again = run(job, name);
+            EXPECT_EQ(again.status, 0);
+            EXPECT_EQ(again.messages, "kestrel: part " + name + " is complete in out, skipped\n");
+        }
+        EXPECT_EQ(joined("part-"), single.output);
+        EXPECT_EQ(joined("rejects-"), contents(folder_ + "/rejects"));
+        EXPECT_EQ(joined("."), "");
+    }
+    const Result other = run(job, "1/2");
+    EXPECT_EQ(other.status, 2);
+    EXPECT_NE(other.messages.find("which is not one of 2 parts\n"), std::string::npos);
+
+    // All that the result depends on is looked at, and a damaged result is made anew.
+    fs::remove_all(folder_ + "/out");
+    const std::string part = "out/part-0000001-of-0000001.csv";
+    const struct {
+        const char* what;
+        std::function<void()> change;
+        std::vector<std::string> options;
+    } changes[] = {
+        {"nothing", [] {}, {}},
+        {"a damaged result", [&] { write(part, "damaged"); }, {}},
+        {"no result", [&] { fs::remove(folder_ + "/" + part); }, {}},
+        {"damaged rejects", [&] { write("out/rejects-0000001-of-0000001.txt", "x"); }, {}},
+        {"a damaged manifest", [&] { write("out/manifest-0000001-of-0000001.json", "{}"); }, {}},
+        {"the include file", [&] { write("drop.ks", "\n"); }, {}},
+        {"the script", [&] { write("double.ks", "include \"drop.ks\";\n"); }, {}},
+        {"the input",
+         [&] {
+             csv.replace(7, 1, "5");
+             write("in.csv", csv);
+         },
+         {}},
+        {"a constant", [] {}, {"-D", "more=1"}},
+        {"a limit", [] {}, {"--limit", "depth=100"}},
+        {"the sandbox", [] {}, {"--allow", "include"}},
+        {"a query", [] {}, {"--where", "edrLong(n) > 3"}},
+    };
+    for (const auto& change : changes) {
+        SCOPED_TRACE(change.what);
+        change.change();
+        std::vector<std::string> arguments = job;
+        arguments.insert(arguments.begin() + 2, change.options.begin(), change.options.end());
+        const Result result = run(arguments, "1/1");
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.messages, "");
+        EXPECT_NE(contents(folder_ + "/" + part), "damaged");
+        EXPECT_NE(run(arguments, "1/1").messages, "");
+        if (!change.options.empty()) run(job, "1/1");
+    }
+    const Result piped = kestrel({"run", "-e", "", "--records", "-", "--out", "out"});
+    EXPECT_EQ(piped.status, 2);
+    EXPECT_NE(piped.messages.find("must come from a file"), std::string::npos);
+
+    // What a killed run left goes; what a living one writes stays.
+    const std::string dead = folder_ + "/out/.part-0000001-of-0000001.csv.Abcdef";
+    const std::string alive = folder_ + "/out/.part-0000001-of-0000001.csv.Abcdeg";
+    write("out/.part-0000001-of-0000001.csv.Abcdef", "half");
+    write("out/.part-0000001-of-0000001.csv.Abcdeg", "half");
+    const int descriptor = open(alive.c_str(), O_RDONLY);
+    ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
+    write(part, "damaged");
+    EXPECT_EQ(run(job, "1/1").status, 0);
+    EXPECT_FALSE(fs::exists(dead));
+    EXPECT_TRUE(fs::exists(alive));
+    close(descriptor);
 }
 
 TEST_F(CliTest, EveryHelpGivesAnExample) {

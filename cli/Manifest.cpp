@@ -1,0 +1,130 @@
+#include "cli/Manifest.h"
+
+#include <simdjson.h>
+
+#include <string_view>
+
+#include "cli/Digest.h"
+
+namespace Cli {
+namespace {
+
+// `text` as a JSON string. Bytes of a text that is no UTF-8 are written as the characters of their
+// numbers.
+std::string jsonString(std::string_view text) {
+    constexpr char digits[] = "0123456789abcdef";
+    const bool isUtf8 = simdjson::validate_utf8(text.data(), text.size());
+    std::string json = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 32 || (byte > 126 && !isUtf8)) {
+            json += "\\u00";
+            json += digits[byte / 16];
+            json += digits[byte % 16];
+        } else {
+            if (c == '"' || c == '\\') json += '\\';
+            json += c;
+        }
+    }
+    return json + '"';
+}
+
+std::string file(const Manifest::File& file) {
+    return "{\"name\": " + jsonString(file.name) + ", \"digest\": " + jsonString(file.digest) + "}";
+}
+
+// The text of everything that decides what a run does, but for the input's bytes.
+std::string jobOf(const Manifest& manifest) {
+    std::string json = "  \"kestrel\": " + jsonString(KESTREL_VERSION) +
+                       ",\n  \"script\": " + jsonString(manifest.scriptDigest) +
+                       ",\n  \"includes\": {";
+    const char* separator = "";
+    for (const auto& [name, digest] : manifest.includes) {
+        json += separator + jsonString(name) + ": " + jsonString(digest);
+        separator = ", ";
+    }
+    json += "},\n  \"options\": [";
+    separator = "";
+    for (const std::string& option : manifest.options) {
+        json += separator + jsonString(option);
+        separator = ", ";
+    }
+    return json + "],\n  \"part\": " + std::to_string(manifest.part) +
+           ",\n  \"parts\": " + std::to_string(manifest.parts) +
+           ",\n  \"inputSize\": " + std::to_string(manifest.inputSize);
+}
+
+Manifest::File readFile(const simdjson::dom::element& element) {
+    return {std::string(element["name"].get_string().value()),
+            std::string(element["digest"].get_string().value())};
+}
+
+}  // namespace
+
+void Manifest::script(const std::string& expanded) {
+    std::map<std::string, Digest> digests;
+    Digest* digest = &digests[""];
+    const std::string_view mark = "#line ";
+    std::string_view rest = expanded;
+    while (!rest.empty()) {
+        const std::string_view line = rest.substr(0, rest.find('\n') + 1);
+        const std::string_view text = line.empty() ? rest : line;
+        rest.remove_prefix(text.size());
+        // What follows such a line is of the file that it names.
+        const std::size_t open = text.find('"');
+        const std::size_t close = text.rfind('"');
+        if (text.starts_with(mark) && open < close && close != std::string_view::npos) {
+            digest = &digests[std::string(text.substr(open + 1, close - open - 1))];
+        }
+        digest->add(text);
+    }
+    includes.clear();
+    for (const auto& [name, each] : digests) {
+        (name.empty() ? scriptDigest : includes[name]) = each.hex();
+    }
+}
+
+bool Manifest::isSameJob(const Manifest& other) const { return jobOf(*this) == jobOf(other); }
+
+std::string Manifest::toJson() const {
+    return "{\n" + jobOf(*this) + ",\n  \"inputEnd\": " + std::to_string(inputEnd) +
+           ",\n  \"inputDigest\": " + jsonString(inputDigest) +
+           ",\n  \"records\": {\"read\": " + std::to_string(counts.read) +
+           ", \"written\": " + std::to_string(counts.written) +
+           ", \"dropped\": " + std::to_string(counts.dropped) +
+           ", \"rejected\": " + std::to_string(counts.rejected) +
+           "},\n  \"output\": " + file(output) + ",\n  \"rejects\": " + file(rejects) + "\n}\n";
+}
+
+std::optional<Manifest> Manifest::fromJson(const std::string& text) {
+    try {
+        simdjson::dom::parser parser;
+        const simdjson::dom::element json = parser.parse(text);
+        if (json["kestrel"].get_string().value() != KESTREL_VERSION) return std::nullopt;
+        Manifest manifest;
+        manifest.scriptDigest = json["script"].get_string().value();
+        for (const auto [name, digest] : json["includes"].get_object()) {
+            manifest.includes[std::string(name)] = digest.get_string().value();
+        }
+        for (const auto option : json["options"].get_array()) {
+            manifest.options.emplace_back(option.get_string().value());
+        }
+        manifest.part = json["part"].get_int64();
+        manifest.parts = json["parts"].get_int64();
+        manifest.inputSize = json["inputSize"].get_int64();
+        manifest.inputEnd = json["inputEnd"].get_int64();
+        manifest.inputDigest = json["inputDigest"].get_string().value();
+        const simdjson::dom::element counts = json["records"];
+        manifest.counts.read = counts["read"].get_int64();
+        manifest.counts.written = counts["written"].get_int64();
+        manifest.counts.dropped = counts["dropped"].get_int64();
+        manifest.counts.rejected = counts["rejected"].get_int64();
+        manifest.output = readFile(json["output"]);
+        manifest.rejects = readFile(json["rejects"]);
+        return manifest;
+    } catch (const simdjson::simdjson_error&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace Cli

@@ -1,0 +1,124 @@
+#include "cli/OutputDirectory.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "cli/Digest.h"
+#include "records/RecordOutput.h"
+
+namespace Cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+// `number` with zeros in front, so that names of up to a million parts sort by number.
+std::string padded(std::int64_t number) {
+    constexpr std::size_t width = 7;
+    const std::string digits = std::to_string(number);
+    return std::string(width - std::min(width, digits.size()), '0') + digits;
+}
+
+bool isAsDescribed(const std::string& directory, const Manifest::File& file,
+                   const std::string& name) {
+    return file.name == name && Digest::ofFile(directory + "/" + name) == file.digest;
+}
+
+bool isSame(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+}  // namespace
+
+OutputDirectory::OutputDirectory(std::string path, const std::string& extension, Manifest& job)
+    : path_(std::move(path)), job_(job), division_("-of-" + padded(job.parts) + ".") {
+    const std::string name = "-" + padded(job.part) + division_;
+    output_ = "part" + name + extension;
+    rejects_ = "rejects" + name + "txt";
+    manifest_ = "manifest" + name + "json";
+}
+
+bool OutputDirectory::fail(const std::string& path) {
+    error_ = path + ": " + std::strerror(errno);
+    return false;
+}
+
+bool OutputDirectory::open(const std::string& input) {
+    input_ = input;
+    if (input == "-") {
+        error_ = "--out: the records must come from a file, whose parts can be told again";
+        return false;
+    }
+    if (stat(input.c_str(), &status_) != 0) return fail(input);
+    if (!S_ISREG(status_.st_mode)) {
+        error_ = input + ": --out needs a file, whose parts can be told again";
+        return false;
+    }
+    job_.inputSize = status_.st_size;
+    std::error_code error;
+    fs::create_directories(path_, error);
+    fs::directory_iterator entry(path_, error);
+    for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        const bool isOfParts = (name.starts_with("part-") || name.starts_with("manifest-")) &&
+                               name.find("-of-") != std::string::npos;
+        if (!isOfParts || name.find(division_) != std::string::npos) continue;
+        error_ = path_ + " holds " + name + ", which is not one of " + std::to_string(job_.parts) +
+                 " parts";
+        return false;
+    }
+    if (!error) return true;
+    error_ = path_ + ": " + error.message();
+    return false;
+}
+
+bool OutputDirectory::isComplete() const {
+    std::ifstream stream(manifest(), std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    const std::optional<Manifest> found = Manifest::fromJson(text);
+    return found && found->isSameJob(job_) && isAsDescribed(path_, found->output, output_) &&
+           isAsDescribed(path_, found->rejects, rejects_) &&
+           Digest::ofFile(input_, found->inputEnd) == found->inputDigest;
+}
+
+void OutputDirectory::clean() const {
+    unlink(manifest().c_str());
+    for (const std::string& path : {output(), rejects(), manifest()}) {
+        Records::RecordOutput::removeLeftovers(path);
+    }
+}
+
+bool OutputDirectory::complete(Manifest& manifest) {
+    const auto digest = [&](const std::string& path, std::string& target, std::int64_t size) {
+        errno = 0;
+        std::optional<std::string> found = Digest::ofFile(path, size);
+        if (found) target = std::move(*found);
+        return found.has_value() || fail(path);
+    };
+    manifest.inputEnd = std::min(manifest.inputEnd, manifest.inputSize);
+    manifest.output.name = output_;
+    manifest.rejects.name = rejects_;
+    if (!digest(input_, manifest.inputDigest, manifest.inputEnd) ||
+        !digest(output(), manifest.output.digest, -1) ||
+        !digest(rejects(), manifest.rejects.digest, -1)) {
+        return false;
+    }
+    struct stat status {};
+    if (stat(input_.c_str(), &status) != 0) return fail(input_);
+    if (status.st_size != status_.st_size || !isSame(status.st_mtim, status_.st_mtim)) {
+        error_ = input_ + " was changed while it was read";
+        return false;
+    }
+    Records::RecordOutput file;
+    if (file.open(this->manifest()) && file.write(manifest.toJson()) && file.finish()) return true;
+    error_ = file.error();
+    return false;
+}
+
+}  // namespace Cli

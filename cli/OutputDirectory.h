@@ -1,0 +1,55 @@
+#pragma once
+
+#include <string>
+
+#include <sys/stat.h>
+
+#include "cli/Manifest.h"
+
+namespace Cli {
+
+/// A directory that takes the parts of a result, each made by a run of its own: the records, the
+/// rejects, and at last a manifest. Runs for different parts, and for the same part, may work in it
+/// at the same time. One thread.
+class OutputDirectory {
+public:
+    /// `job` tells what is to be done; `extension` ends the names of the files of records. Sets
+    /// `job.inputSize` in `open`; `job` must outlive this object.
+    OutputDirectory(std::string path, const std::string& extension, Manifest& job);
+
+    // The following give false on failure; `error` says why then.
+
+    /// Makes the directory if needed and looks at the file `input`. Fails when either cannot be
+    /// used, and when the directory holds parts of another division of the input.
+    bool open(const std::string& input);
+    /// Whether all that the job would give is there: its manifest, and beside it the files as the
+    /// manifest describes them, for an input that is still the same.
+    bool isComplete() const;
+    /// Removes what runs for this part left which were killed, and a manifest that no longer tells
+    /// of what is to be done.
+    void clean() const;
+    /// Writes the manifest, once the files are in place. Fails when the input was changed since
+    /// `open`.
+    bool complete(Manifest& manifest);
+
+    /// Where the records, and the rejects, belong.
+    std::string output() const { return path_ + "/" + output_; }
+    std::string rejects() const { return path_ + "/" + rejects_; }
+    const std::string& error() const { return error_; }
+
+private:
+    bool fail(const std::string& path);
+    std::string manifest() const { return path_ + "/" + manifest_; }
+
+    const std::string path_;
+    Manifest& job_;
+    std::string input_;
+    std::string division_;  // "-of-N.", in all names
+    std::string output_;
+    std::string rejects_;
+    std::string manifest_;
+    struct stat status_ {};  // of the input
+    std::string error_;
+};
+
+}  // namespace Cli

@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# usage: distributed.sh COMMAND EXAMPLES WORK
+# The recipes for several machines against a single run, with workers killed in the middle of it.
+set -euo pipefail
+command=$1 examples=$2 work=$3
+command -v parallel >/dev/null || exit 77
+
+rm -rf "$work"
+mkdir -p "$work"
+cd "$work"
+export HOME=$work  # where parallel keeps its notes
+awk 'BEGIN {
+    print "customer,destination,seconds,price";
+    for (i = 0; i < 60000; ++i)
+        printf "\"Smith, %d\",%s,%d,\n", i, i % 50 ? 49150 + i : 0, i * 7919 % 600;
+}' > calls.csv
+single() { "$command" run "$examples/rate.ks" --records calls.csv --header "$@"; }
+single --output single.csv --rejects single.txt
+# The same, slow enough to be killed in the middle.
+{ cat "$examples/rate.ks"; echo 'Long i = 0; for (i = 0; i < 10000; i = i + 1) {}'; } > slow.ks
+
+# A worker that is killed on its first attempt at a part as soon as it begins to write, and on the
+# second when some of its records are in the file.
+cat > mortal <<'END'
+#!/usr/bin/env bash
+[ "$1" = run ] || exec "$COMMAND" "$@"
+for argument; do [[ $argument != */8 ]] || part=${argument%/8}; done
+attempt=$(grep -cx "$part" attempts)
+[ "$attempt" -lt 2 ] || exec "$COMMAND" "$@"
+echo "$part" >> attempts
+"$COMMAND" "$@" &
+worker=$!
+shopt -s nullglob
+while kill -0 $worker 2>/dev/null; do
+    for file in rated/.part-000000"$part"-of-*; do
+        [ "$attempt" -eq 1 ] && [ ! -s "$file" ] || break 2
+    done
+done
+kill -9 $worker
+status=0
+wait $worker || status=$?
+[ $status -ne 137 ] || echo "$part" >> killed
+exit $status
+END
+chmod +x mortal
+: > attempts
+export COMMAND=$command
+KESTREL=$work/mortal "$examples/parallel.sh" slow.ks calls.csv rated 8 --header --jobs 2 2> messages
+test "$(wc -l < killed)" -ge 8
+compare() {
+    cat "$1"/part-* | cmp - single.csv
+    cat "$1"/rejects-* | cmp - single.txt
+    test -z "$(find "$1" -name '.*.??????')"
+    test "$(find "$1" -type f | wc -l)" -eq $((3 * $2))
+}
+compare rated 8
+
+# Nothing is left to do.
+KESTREL=$command "$examples/parallel.sh" slow.ks calls.csv rated 8 --header --jobs 2 \
+    2> messages
+test "$(grep -c 'is complete in rated, skipped' messages)" -eq 8
+
+# The tasks of an array job, in any order.
+export SLURM_ARRAY_TASK_COUNT=3
+for SLURM_ARRAY_TASK_ID in 2 3 1 2; do
+    export SLURM_ARRAY_TASK_ID
+    KESTREL=$command "$examples/slurm.sh" "$examples/rate.ks" calls.csv array --header 2>> array.log
+done
+compare array 3
+
+# A filter on blocks of lines.
+tail -n +2 calls.csv | parallel --will-cite --pipe --keep-order --block 300k "$command" run \
+    "$examples/rate.ks" --records - --fields customer,destination,seconds,price \
+    --rejects /dev/null | cmp - <(tail -n +2 single.csv)
