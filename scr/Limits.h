@@ -19,7 +19,8 @@ struct Limits {
     std::int64_t steps = none;
     /// Calls of user functions that may be open within each other.
     std::int64_t depth = 10'000;
-    /// Milliseconds of wall time that one execution may take.
+    /// Milliseconds of wall time that one execution may take. A search by a regular expression that
+    /// could take far longer is refused with an error.
     std::int64_t time = none;
     /// Bytes of one string that a script makes. A concatenation, a line that is read and a
     /// command's output that would pass it stop the script; any other built-in function logs an

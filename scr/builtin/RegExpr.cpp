@@ -36,10 +36,8 @@ RegExpr::~RegExpr() = default;
 
 bool RegExpr::isValid() const { return expression_->ok(); }
 
-std::size_t RegExpr::effort() const {
-    constexpr int instructionsAByte = 32;
-    return static_cast<std::size_t>(1 +
-                                    std::max(expression_->ProgramSize(), 0) / instructionsAByte);
+std::size_t RegExpr::size() const {
+    return static_cast<std::size_t>(std::max(expression_->ProgramSize(), 1));
 }
 
 std::optional<std::string_view> RegExpr::search(std::string_view text, std::size_t start) const {

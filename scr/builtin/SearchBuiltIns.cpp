@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -86,11 +87,28 @@ protected:
     std::optional<std::string_view> search(const FND::String& text, std::optional<long> start) {
         const long first = start.value_or(0);
         if (!isPosition(text, first)) return std::nullopt;
-        countWork((text.size() - static_cast<std::size_t>(first)) * expression_->effort());
+        const std::size_t length = text.size() - static_cast<std::size_t>(first);
+        countWork(length * (1 + expression_->size() / 32));
+        if (length > longestText()) {
+            this->interpreter().logError(
+                "regular expression and text are too large for the limit `time'");
+            return std::nullopt;
+        }
         return expression_->search(text, static_cast<std::size_t>(first));
     }
 
 private:
+    // No limit of time is to be passed by much, even in the worst case.
+    std::size_t longestText() const {
+        constexpr std::size_t always = std::size_t{1} << 26;  // steps: a second or so, seldom four
+        constexpr std::size_t stepsAMillisecond = 16'000;
+        const std::int64_t time = this->interpreter().limits().time;
+        if (time >= Limits::none / static_cast<std::int64_t>(stepsAMillisecond))
+            return ~std::size_t{0};
+        const auto granted = static_cast<std::size_t>(std::max<std::int64_t>(time, 0));
+        return std::max(always, granted * stepsAMillisecond) / expression_->size();
+    }
+
     std::optional<RegExpr> expression_;
 };
 
