@@ -297,6 +297,7 @@ std::vector<Finding> FlowAnalysis::findings() const {
         return std::pair(a.first.order, a.second) < std::pair(b.first.order, b.second);
     });
     std::vector<Finding> findings;
+    findings.reserve(all.size());
     for (auto& [place, text] : all) findings.push_back({place.file, place.line, std::move(text)});
     return findings;
 }
