@@ -17,7 +17,7 @@ class RunControl;
 class KESTREL_API FunctionCall {
 public:
     /// One assignment node a parameter, in the order of the parameters.
-    using Bindings = std::vector<std::unique_ptr<Node>>;
+    using Bindings = NodeList;
 
     /// Takes over the bindings; reports every call to `control`, if there is one.
     explicit FunctionCall(Bindings bindings, RunControl* control = nullptr)

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fnd/String.h"
+#include "scr/NodeMemory.h"
 #include "scr/Variable.h"
 
 namespace SCR {
@@ -15,6 +16,11 @@ namespace SCR {
 /// take no more than an entry each.
 class IdentifierTable {
 public:
+    static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
+    static void operator delete(void* table, std::size_t bytes) noexcept {
+        NodeMemory::give(table, bytes);
+    }
+
     /// Declares `variable`. True: the table owns it now. False: the name is taken, nothing changed
     /// and the caller still owns it. After an exception it does too, and the table is of no use.
     bool insert(const FND::String& name, Variable* variable) {
@@ -50,8 +56,12 @@ private:
         std::unique_ptr<Variable> variable;
     };
 
-    std::vector<Entry> entries_;
-    std::unordered_map<FND::String, Variable*> index_;  // of all, once they are more than a few
+    using Index =
+        std::unordered_map<FND::String, Variable*, std::hash<FND::String>, std::equal_to<>,
+                           NodeAllocator<std::pair<const FND::String, Variable*>>>;
+
+    std::vector<Entry, NodeAllocator<Entry>> entries_;
+    Index index_;  // of all, once they are more than a few
 };
 
 }  // namespace SCR

@@ -78,6 +78,7 @@ bool Interpreter::compileScript(const FND::String& text) {
     isCompiled_ = contain(*this, [&] {
         discardScript();
         if (mainExtension_ == nullptr) return false;
+        const NodeMemory::Scope scope;
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
         FND::String expanded;
@@ -119,6 +120,7 @@ bool Interpreter::expand(const FND::String& text, FND::String& expanded) {
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
     return contain(*this, [&] {
         if (mainExtension_ == nullptr) return false;
+        const NodeMemory::Scope scope;
         FND::String expanded;
         return expand(text, expanded) && SCR_parseCondition(*this, target, expanded);
     });
@@ -128,8 +130,11 @@ bool Interpreter::compileQuery(const FND::String& text) {
     query_.reset();
     runControl_.chargeBuffer(-std::exchange(queryBuffers_, 0));
     places_.truncate(scriptPlaces_);
-    return contain(
-        *this, [&] { return mainExtension_ != nullptr && SCR_parseQuery(*this, text, query_); });
+    return contain(*this, [&] {
+        if (mainExtension_ == nullptr) return false;
+        const NodeMemory::Scope scope;
+        return SCR_parseQuery(*this, text, query_);
+    });
 }
 
 bool Interpreter::execute() {

@@ -1,12 +1,17 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
+#include <vector>
 
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
 #include "fnd/Export.h"
 #include "fnd/Identifier.h"
 #include "fnd/String.h"
+#include "scr/NodeMemory.h"
 
 namespace SCR {
 
@@ -50,6 +55,21 @@ public:
     Node& operator=(const Node&) = delete;
     virtual ~Node();
 
+    /// Nodes lie side by side, in the order in which they are built; see `NodeMemory`.
+    static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
+    static void operator delete(void* node, std::size_t bytes) noexcept {
+        NodeMemory::give(node, bytes);
+    }
+    static void* operator new(std::size_t bytes, std::align_val_t alignment) {
+        return ::operator new(bytes, alignment);
+    }
+    static void operator delete(void* node, std::size_t bytes,
+                                std::align_val_t alignment) noexcept {
+        ::operator delete(node, bytes, alignment);
+    }
+    static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
+    static void operator delete(void* /*node*/, void* /*place*/) noexcept {}
+
     /// Runs the node and gives a control-flow code. The base must never be reached: it says so on
     /// standard error and ends the process.
     virtual std::int32_t execute();
@@ -89,6 +109,9 @@ public:
     /// The common type of the operands of a binary operator, given as base types; 0 when none.
     static int SuperType(int a, int b);
 };
+
+/// Nodes in order, which the list owns.
+using NodeList = std::vector<std::unique_ptr<Node>, NodeAllocator<std::unique_ptr<Node>>>;
 
 /// Base of the expressions that give a Long.
 class KESTREL_API LongNode : public Node {

@@ -40,10 +40,10 @@ public:
     /// True if any statement of the list returns a result.
     bool returnsResult() const override;
 
-    const std::vector<std::unique_ptr<Node>>& statements() const { return statements_; }
+    const NodeList& statements() const { return statements_; }
 
 private:
-    std::vector<std::unique_ptr<Node>> statements_;
+    NodeList statements_;
     Node* only_ = nullptr;  // the only statement, once the block is complete
     std::unique_ptr<IdentifierTable> identifiers_;  // none for the many blocks that declare nothing
 };

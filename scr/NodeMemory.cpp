@@ -1,0 +1,191 @@
+#include "scr/NodeMemory.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <utility>
+
+namespace SCR::NodeMemory {
+
+namespace {
+
+// Off under sanitizers, which are to see each allocation.
+constexpr bool poolsNodesS = KESTREL_NODE_POOL != 0;
+
+constexpr std::size_t pageSizeS = 4096;
+constexpr std::size_t firstBlockSizeS = pageSizeS;
+constexpr std::size_t lastBlockSizeS = 64 * pageSizeS;
+// What is larger has memory of its own.
+constexpr std::size_t largestS = 512;
+constexpr std::size_t unitS = 8;
+
+struct Block;
+
+// Stands at the start of each page of a block; aligned so that every type can follow.
+struct alignas(16) PageHead {
+    Block* block;
+};
+
+// Stands in the first page of the block, behind its head.
+struct alignas(16) Block {
+    Pool* pool;  // null once its scope has ended
+    Block* next;
+    std::size_t size;
+    std::size_t used = 0;  // how many things lie in it
+};
+
+Block* blockOf(void* memory) {
+    const auto address = reinterpret_cast<std::uintptr_t>(memory);
+    return reinterpret_cast<PageHead*>(address & ~std::uintptr_t{pageSizeS - 1})->block;
+}
+
+void freeBlock(Block* block) noexcept {
+    ::operator delete(reinterpret_cast<PageHead*>(block) - 1, block->size,
+                      std::align_val_t(pageSizeS));
+}
+
+}  // namespace
+
+class Pool {
+public:
+    Pool() = default;
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+    ~Pool() {
+        while (blocks_ != nullptr) {
+            Block* const block = std::exchange(blocks_, blocks_->next);
+            block->pool = nullptr;
+            if (block->used == 0) freeBlock(block);
+        }
+    }
+
+    // Of `units` times 8 bytes.
+    void* take(std::size_t units) {
+        Free*& free = free_[units];
+        if (free != nullptr) {
+            void* const memory = std::exchange(free, free->next);
+            ++blockOf(memory)->used;
+            return memory;
+        }
+        // Only what takes a multiple of 16 bytes may have to lie at one.
+        if (units % 2 == 0) next_ += next_ % 16;
+        std::size_t size = units * unitS;
+        if (size > pageEnd_ - next_) startPage();
+        void* const memory = reinterpret_cast<void*>(next_);
+        next_ += size;
+        ++blocks_->used;
+        return memory;
+    }
+
+    void give(void* memory, std::size_t units) noexcept {
+        free_[units] = new (memory) Free{free_[units]};
+    }
+
+private:
+    struct Free {
+        Free* next;
+    };
+
+    // The addresses of what is left of the page that is being filled; none at first.
+    std::uintptr_t next_ = 0;
+    std::uintptr_t pageEnd_ = 0;
+    std::uintptr_t blockEnd_ = 0;
+    std::size_t nextSize_ = firstBlockSizeS;
+    Block* blocks_ = nullptr;
+    std::array<Free*, largestS / unitS + 1> free_{};
+
+    void startPage() {
+        if (pageEnd_ == blockEnd_) {
+            startBlock();
+        } else {
+            new (reinterpret_cast<void*>(pageEnd_)) PageHead{blocks_};
+            next_ = pageEnd_ + sizeof(PageHead);
+            pageEnd_ += pageSizeS;
+        }
+    }
+
+    void startBlock() {
+        const std::size_t size = nextSize_;
+        void* const memory = ::operator new(size, std::align_val_t(pageSizeS));
+        auto* const head = new (memory) PageHead{};
+        blocks_ = head->block = new (head + 1) Block{this, blocks_, size};
+        next_ = reinterpret_cast<std::uintptr_t>(blocks_ + 1);
+        pageEnd_ = reinterpret_cast<std::uintptr_t>(memory) + pageSizeS;
+        blockEnd_ = reinterpret_cast<std::uintptr_t>(memory) + size;
+        nextSize_ = std::min(2 * size, lastBlockSizeS);
+    }
+};
+
+namespace {
+
+[[gnu::tls_model("initial-exec")]] thread_local Pool* currentS = nullptr;
+
+// For what is taken outside of every scope, by any thread. Never destroyed: things may be given
+// back while the process ends.
+struct SharedPool {
+    std::mutex mutex;
+    Pool pool;
+};
+
+SharedPool& sharedPool() {
+    static auto* const pool = new SharedPool;
+    return *pool;
+}
+
+std::size_t unitsOf(std::size_t bytes) { return (bytes + unitS - 1) / unitS; }
+
+[[gnu::noinline]] void* takeShared(std::size_t units) {
+    SharedPool& shared = sharedPool();
+    const std::lock_guard lock(shared.mutex);
+    return shared.pool.take(units);
+}
+
+// Gives back what does not belong to the scope of this thread.
+[[gnu::noinline]] void giveOther(Block* block, void* memory, std::size_t units) noexcept {
+    SharedPool& shared = sharedPool();
+    if (block->pool == &shared.pool) {
+        const std::lock_guard lock(shared.mutex);
+        --block->used;
+        shared.pool.give(memory, units);
+    } else if (--block->used == 0 && block->pool == nullptr) {
+        freeBlock(block);
+    } else if (block->pool != nullptr) {
+        block->pool->give(memory, units);  // of an outer scope
+    }
+}
+
+}  // namespace
+
+void* take(std::size_t bytes) {
+    if (!poolsNodesS || bytes > largestS) return ::operator new(bytes);
+    const std::size_t units = unitsOf(bytes);
+    return currentS != nullptr ? currentS->take(units) : takeShared(units);
+}
+
+void give(void* memory, std::size_t bytes) noexcept {
+    if (!poolsNodesS || bytes > largestS) {
+        ::operator delete(memory, bytes);
+        return;
+    }
+    const std::size_t units = unitsOf(bytes);
+    Block* const block = blockOf(memory);
+    if (block->pool == nullptr) {
+        if (--block->used == 0) freeBlock(block);
+    } else if (block->pool == currentS) {
+        --block->used;
+        currentS->give(memory, units);
+    } else {
+        giveOther(block, memory, units);
+    }
+}
+
+Scope::Scope() : pool_(poolsNodesS ? new Pool : nullptr), outer_(std::exchange(currentS, pool_)) {}
+
+Scope::~Scope() {
+    currentS = outer_;
+    delete pool_;
+}
+
+}  // namespace SCR::NodeMemory

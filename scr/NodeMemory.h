@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+
+#include "fnd/Export.h"
+
+namespace SCR {
+
+/// Memory for what compiled scripts are made of: nodes and the lists they hold. What is taken
+/// during one compile lies side by side in blocks of that compile, so that taking costs next to
+/// nothing and giving back counts down; a block is freed with the last thing in it, which may be
+/// long after the compile and after the interpreter.
+///
+/// Thread rule: what one compile took is given back by one thread at a time. Different compiles
+/// share nothing.
+namespace NodeMemory {
+
+/// `bytes` of memory, aligned for every type of that size that `new` would serve. Throws
+/// std::bad_alloc.
+KESTREL_API void* take(std::size_t bytes);
+/// Gives back what `take` gave for as many bytes.
+KESTREL_API void give(void* memory, std::size_t bytes) noexcept;
+
+class Pool;
+
+/// While it lives, what its thread takes comes from blocks of its own. What is given back
+/// meanwhile is taken again. May be nested; made and destroyed by one thread.
+class Scope {
+public:
+    Scope();
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+    ~Scope();
+
+private:
+    Pool* pool_;
+    Pool* outer_;
+};
+
+}  // namespace NodeMemory
+
+/// Lets containers in nodes take their memory from where the nodes are.
+template <class Element>
+class NodeAllocator {
+public:
+    using value_type = Element;
+
+    NodeAllocator() = default;
+    template <class Other>
+    NodeAllocator(const NodeAllocator<Other>& /*other*/) {}
+
+    Element* allocate(std::size_t count) {
+        static_assert(alignof(Element) <= 16);
+        return static_cast<Element*>(NodeMemory::take(count * sizeof(Element)));
+    }
+    void deallocate(Element* elements, std::size_t count) noexcept {
+        NodeMemory::give(elements, count * sizeof(Element));
+    }
+
+    friend bool operator==(const NodeAllocator& /*a*/, const NodeAllocator& /*b*/) { return true; }
+};
+
+}  // namespace SCR
