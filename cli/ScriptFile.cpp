@@ -1,10 +1,13 @@
 #include "cli/ScriptFile.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include <sys/stat.h>
 
 #include "cli/Command.h"
 
@@ -19,6 +22,11 @@ std::optional<std::string> readScript(const std::string& path) {
             if (!isStandardInput) std::fclose(file);
         };
         const std::unique_ptr<std::FILE, decltype(close)> closer(stream, close);
+        struct stat status {};
+        if (::fstat(::fileno(stream), &status) == 0 && S_ISREG(status.st_mode)) {
+            constexpr off_t mostS = off_t{64} << 20;
+            text.reserve(static_cast<std::size_t>(std::min(status.st_size, mostS)));
+        }
         std::array<char, 65536> block;
         std::size_t length = 0;
         while ((length = std::fread(block.data(), 1, block.size(), stream)) > 0) {

@@ -5,6 +5,7 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Effect.h"
+#include "scr/NodeMemory.h"
 #include "scr/Variable.h"
 
 namespace SCR {
@@ -73,7 +74,7 @@ private:
     int returnType_;
     int minimum_;
     int maximum_;
-    std::vector<int> argTypes_;
+    std::vector<int, NodeAllocator<int>> argTypes_;
     Factory factory_;
     bool isActive_ = true;
     Effect effects_ = Effect::None;

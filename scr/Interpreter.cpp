@@ -257,16 +257,11 @@ Variable* Interpreter::getVariable(const FND::String& module, const FND::String&
     return nullptr;
 }
 
-Function* Interpreter::getFunction(const FND::String& name) {
-    const auto found = functions_.find(name);
-    return found != functions_.end() ? found->second.get() : nullptr;
-}
+Function* Interpreter::getFunction(const FND::String& name) { return functions_.find(name); }
 
 bool Interpreter::pushFunction(const FND::String& name, Function* function) {
     makeRoom(statementStack_);
-    const auto [entry, isNew] = functions_.try_emplace(name);
-    if (!isNew) return false;
-    entry->second.reset(function);
+    if (!functions_.insert(name, function)) return false;
     statementStack_.push_back(function);
     return true;
 }

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "fnd/Export.h"
@@ -12,6 +11,7 @@
 #include "scr/Finding.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
+#include "scr/NameTable.h"
 #include "scr/PlaceTable.h"
 #include "scr/RunControl.h"
 
@@ -155,7 +155,7 @@ private:
     std::vector<Node*> statementStack_;
     std::map<FND::String, std::unique_ptr<Variable>> globalIdentifiers_;
     std::unique_ptr<Function> mainFunction_;
-    std::unordered_map<FND::String, std::unique_ptr<Function>> functions_;
+    NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
     std::int64_t compiledLines_ = 0;
     bool isChecking_ = false;

@@ -6,6 +6,7 @@
 namespace SCR {
 
 MainExtension::Constants MainExtension::constantsCM;
+MainExtension::Operators MainExtension::operatorsCM;
 int MainExtension::instancesCM = 0;
 std::mutex MainExtension::mutexCM;
 
@@ -58,6 +59,14 @@ void MainExtension::fillTable() {
     addConstant("NULL_NEXID", new NexidVariable(FND::NULL_IDENTIFIER, true));
     addConstant("INVALID_NEXID", new NexidVariable(FND::INVALID_IDENTIFIER, true));
     addConstant("INVALID_DECIMAL", new DecimalVariable(FND::INVALID_DECIMAL, true));
+    for (int code = 0; code < numCodesCM; ++code) {
+        const FND::String type = Node::datatypeAsString(code);
+        for (std::size_t i = 0; i < operatorSignsS.size(); ++i) {
+            const auto found = table.find(type + FND::String(operatorSignsS[i]));
+            operatorsCM[static_cast<std::size_t>(code)][i] =
+                found != table.end() ? static_cast<const FctDescr*>(found->second.get()) : nullptr;
+        }
+    }
     constantsCM.swap(table);
 }
 

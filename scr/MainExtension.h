@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -9,10 +10,12 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Extension.h"
+#include "scr/Operator.h"
 #include "scr/ScriptMutexes.h"
 
 namespace SCR {
 
+class FctDescr;
 class Variable;
 
 /// The built-in library that every interpreter carries: functions, the descriptors through which
@@ -27,6 +30,13 @@ public:
     FND::String extensionName() const override;
     /// The descriptor or constant `name`, or null; not to be used after the last instance is gone.
     Variable* variable(const FND::String& name) override;
+
+    /// The descriptor of an operator for operands of the base type `code`, or null; as `variable`
+    /// gives for its name.
+    const FctDescr* operatorFor(int code, Operator sign) const {
+        return code >= 0 && code < numCodesCM ? operatorsCM[code][static_cast<std::size_t>(sign)]
+                                              : nullptr;
+    }
 
     /// A new script mutex; see `ScriptMutexes` for this and the next three.
     long mutexCreate() { return mutexes_.create(); }
@@ -44,7 +54,11 @@ private:
 
     static void fillTable();
 
+    static constexpr int numCodesCM = 32;
+    using Operators = std::array<std::array<const FctDescr*, operatorSignsS.size()>, numCodesCM>;
+
     static Constants constantsCM;
+    static Operators operatorsCM;
     static int instancesCM;
     static std::mutex mutexCM;
 

@@ -17,7 +17,7 @@ void PlaceTable::add(const Node* node, const FND::String& file, int line) {
 }
 
 void PlaceTable::clear() {
-    std::vector<Place>().swap(places_);
+    std::deque<Place>().swap(places_);
     std::vector<Place>().swap(byNode_);
     files_.clear();
     actFile_ = 0;
@@ -34,7 +34,7 @@ const PlaceTable::Place* PlaceTable::find(const Node* node) const {
         return std::less<const Node*>()(a.node, b.node);
     };
     if (byNode_.size() != places_.size()) {
-        byNode_ = places_;
+        byNode_.assign(places_.begin(), places_.end());
         std::stable_sort(byNode_.begin(), byNode_.end(), before);
     }
     // A node may have the address of one that was recorded and destroyed before.

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 #include "fnd/String.h"
@@ -36,7 +37,7 @@ public:
     FND::String prefix(const Node* node) const;
 
 private:
-    std::vector<Place> places_;          // in the order of the records
+    std::deque<Place> places_;           // in the order of the records
     mutable std::vector<Place> byNode_;  // made at the first look-up
     std::vector<FND::String> files_;
     std::uint32_t actFile_ = 0;

@@ -55,7 +55,7 @@ void StatementList::close() {
 }
 
 bool StatementList::addIdentifier(const FND::String& name, Variable* variable) {
-    if (!identifiers_) identifiers_ = std::make_unique<IdentifierTable>();
+    if (!identifiers_) identifiers_ = std::make_unique<NameTable<Variable>>();
     return identifiers_->insert(name, variable);
 }
 

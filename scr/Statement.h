@@ -6,7 +6,7 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Condition.h"
-#include "scr/IdentifierTable.h"
+#include "scr/NameTable.h"
 #include "scr/Node.h"
 #include "scr/RunControl.h"
 #include "scr/Variable.h"
@@ -45,7 +45,8 @@ public:
 private:
     NodeList statements_;
     Node* only_ = nullptr;  // the only statement, once the block is complete
-    std::unique_ptr<IdentifierTable> identifiers_;  // none for the many blocks that declare nothing
+    std::unique_ptr<NameTable<Variable>>
+        identifiers_;  // none for the many blocks that declare nothing
 };
 
 /// A statement that another one owns and runs. A block of a single statement is run by running that

@@ -66,18 +66,12 @@ bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits) 
     return true;
 }
 
-bool bindOperator(const FND::String& name, int count, const std::function<FND::String()>& missing) {
-    Variable* const found = actInterpreterG->getVariable(mainModuleG, name);
-    if (found == nullptr) return SCR_YaccError(missing());
-    if (Node::baseType(found->dataType()) != TypeCode::Function) {
-        return SCR_YaccError(Messages::operatorNotCallable(name));
-    }
-    const auto* descriptor = static_cast<const FctDescr*>(found);
-    stackG->pushFunction(descriptor);
+bool bindOperator(const FctDescr& descriptor, int count) {
+    stackG->pushFunction(&descriptor);
     stackG->pushNumParams(count);
-    const bool isBound = descriptor->create(*actInterpreterG, *stackG);
+    const bool isBound = descriptor.create(*actInterpreterG, *stackG);
     // A concatenation may be stopped, and then names its line.
-    if (isBound && descriptor->returnType() == TypeCode::String) recordPlace(stackG->data());
+    if (isBound && descriptor.returnType() == TypeCode::String) recordPlace(stackG->data());
     stackG->popFunction();
     stackG->popNumParams();
     return isBound;

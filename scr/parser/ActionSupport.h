@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -10,6 +9,7 @@
 
 namespace SCR {
 
+class FctDescr;
 class Variable;
 
 // What the parser actions share.
@@ -43,9 +43,8 @@ std::unique_ptr<BoolNode> popCondition(const FND::String& place);
 /// operands'. Refuses trees nested too deep.
 bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits);
 
-/// Binds the descriptor named `name` to the `count` topmost operands. When there is none, reports
-/// what `missing` gives.
-bool bindOperator(const FND::String& name, int count, const std::function<FND::String()>& missing);
+/// Binds the descriptor of an operator to the `count` topmost operands.
+bool bindOperator(const FctDescr& descriptor, int count);
 
 /// An access node for `variable`, or null when its type has none.
 std::unique_ptr<Node> accessNode(Variable* variable);

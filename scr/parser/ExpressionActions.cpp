@@ -6,6 +6,7 @@
 #include "scr/ContainerAccess.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
+#include "scr/MainExtension.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
 #include "scr/parser/CustomLexer.h"
@@ -157,11 +158,13 @@ bool SCR_stringConstant() {
 }
 
 bool SCR_expression(std::string_view sign) {
-    FND::String& name = parseContextG->name;
-    const FND::String type = Node::datatypeAsString(stackG->operandsType());
-    name = type;
-    name += sign;
-    return bindOperator(name, 2, [&] { return Messages::noOperator(FND::String(sign), type); });
+    const int type = stackG->operandsType();
+    const FctDescr* const descriptor =
+        actInterpreterG->mainExtension().operatorFor(Node::baseType(type), operatorOf(sign));
+    if (descriptor == nullptr) {
+        return SCR_YaccError(Messages::noOperator(FND::String(sign), Node::datatypeAsString(type)));
+    }
+    return bindOperator(*descriptor, 2);
 }
 
 bool SCR_boolExpression(std::string_view sign) {
@@ -172,10 +175,10 @@ bool SCR_boolExpression(std::string_view sign) {
 bool SCR_negation() {
     const int type = stackG->topType();
     if (Node::isConst(type)) return SCR_constNegation();
-    FND::String& name = parseContextG->name;
-    name = Node::datatypeAsString(type);
-    name += "Negation";
-    return bindOperator(name, 1, [&] { return Messages::noNegation(type); });
+    const FctDescr* const descriptor =
+        actInterpreterG->mainExtension().operatorFor(Node::baseType(type), Operator::Negate);
+    if (descriptor == nullptr) return SCR_YaccError(Messages::noNegation(type));
+    return bindOperator(*descriptor, 1);
 }
 
 bool SCR_constNegation() {

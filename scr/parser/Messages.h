@@ -116,9 +116,6 @@ inline Text illegalDecimal(const Text& text) { return "illegal decimal constant 
 inline Text noOperator(const Text& sign, const Text& type) {
     return "operator " + sign + " not defined for " + type;
 }
-inline Text operatorNotCallable(const Text& name) {
-    return "operator " + quoted(name) + " can not be called";
-}
 inline Text cannotNegate(int type) { return "can not negate " + quoted(typeName(type)) + " type"; }
 inline Text noNegation(int type) { return "negation is not defined for " + typeName(type); }
 

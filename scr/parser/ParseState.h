@@ -45,7 +45,5 @@ extern Interpreter* actInterpreterG;
 extern CompareInterface* actCompareInterfaceG;
 extern ParserStack* stackG;
 extern ParseContext* parseContextG;
-/// The name of the module in which operators are looked up.
-extern const FND::String mainModuleG;
 
 }  // namespace SCR

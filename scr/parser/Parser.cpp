@@ -17,7 +17,6 @@ Interpreter* actInterpreterG = nullptr;
 CompareInterface* actCompareInterfaceG = nullptr;
 ParserStack* stackG = nullptr;
 ParseContext* parseContextG = nullptr;
-const FND::String mainModuleG = "main";
 
 }  // namespace SCR
 

@@ -144,27 +144,34 @@ PreProFileData::PreProFileData(FND::String name, FND::String content) : name_(st
     if (!Crypt::decrypt(content, text_)) text_ = std::move(content);
 }
 
+PreProFileData PreProFileData::mainText(const FND::String& content) {
+    PreProFileData file;
+    if (!Crypt::decrypt(content, file.text_)) file.borrowed_ = &content;
+    return file;
+}
+
 unsigned PreProFileData::lineIndex() {
     if (counted_ < next_) {
         const std::string_view passed =
-            std::string_view(text_).substr(counted_, next_ - counted_);  // without the end
+            text().substr(counted_, next_ - counted_);  // without the end
         lineIndex_ += static_cast<unsigned>(std::count(passed.begin(), passed.end(), '\n'));
-        if (next_ > text_.size()) ++lineIndex_;
+        if (next_ > text().size()) ++lineIndex_;
         counted_ = next_;
     }
     return lineIndex_;
 }
 
 bool PreProFileData::nextLine(FND::String& line) {
-    if (next_ > text_.size()) return false;
-    const std::size_t end = std::min(text_.find('\n', next_), text_.size());
-    line.assign(text_, next_, end - next_);
+    const std::string_view text = this->text();
+    if (next_ > text.size()) return false;
+    const std::size_t end = std::min(text.find('\n', next_), text.size());
+    line = text.substr(next_, end - next_);
     next_ = end + 1;
     return true;
 }
 
 bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
-    const std::string_view text = text_;
+    const std::string_view text = this->text();
     const std::size_t begin = next_;
     while (next_ <= text.size()) {
         const std::size_t first = skipBlanks(text, next_);
@@ -199,7 +206,7 @@ bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
     limitExceeded_ = false;
 
     FND::String expanded;
-    if (!push(FND::String(), text)) return false;
+    if (!push(PreProFileData::mainText(text))) return false;
     expanded.reserve(fileStack_.back().size() + 64);
     while (!fileStack_.empty()) {
         PreProFileData& file = fileStack_.back();
@@ -278,11 +285,10 @@ bool Preprocessor::include(const FND::String& name) {
             break;
     }
     includedNames_.insert(name);
-    return push(name, std::move(content));
+    return push(PreProFileData(name, std::move(content)));
 }
 
-bool Preprocessor::push(FND::String name, FND::String content) {
-    PreProFileData file(std::move(name), std::move(content));
+bool Preprocessor::push(PreProFileData file) {
     if (!charge(file.size() + 1)) return false;
     fileStack_.push_back(std::move(file));
     return true;

@@ -21,12 +21,14 @@ public:
     /// `name` is the include name as written, empty for the main text. A `content` in the scrambled
     /// form is turned into its plain text first; any other is taken as it is.
     PreProFileData(FND::String name, FND::String content);
+    /// The main text, which is not copied and must outlive this object if it is not scrambled.
+    static PreProFileData mainText(const FND::String& content);
 
     /// The name given to the constructor.
     const FND::String& name() const { return name_; }
 
     /// The number of bytes of the plain text.
-    std::size_t size() const { return text_.size(); }
+    std::size_t size() const { return text().size(); }
 
     /// The number of lines that have been handed out: the 0-based index of the next one.
     unsigned lineIndex();
@@ -41,8 +43,13 @@ public:
     bool nextOrdinaryLines(std::string_view& lines);
 
 private:
+    PreProFileData() = default;
+
+    std::string_view text() const { return borrowed_ != nullptr ? *borrowed_ : text_; }
+
     FND::String name_;
     FND::String text_;
+    const FND::String* borrowed_ = nullptr;  // not owned; the text if it is set
     std::size_t next_ = 0;     // where the next line begins; past text_.size() when none is left
     std::size_t counted_ = 0;  // lines before this place are counted in lineIndex_
     unsigned lineIndex_ = 0;
@@ -106,7 +113,7 @@ public:
     bool limitExceeded() const { return limitExceeded_; }
 
 private:
-    bool push(FND::String name, FND::String content);
+    bool push(PreProFileData file);
     bool appendLineMark(FND::String& output, unsigned line, const FND::String& name);
     bool charge(std::size_t bytes);
     bool failForSize();
