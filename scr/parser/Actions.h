@@ -39,6 +39,8 @@ bool SCR_endFunctionDeclaration();
 // Expressions: ExpressionActions.cpp
 /// Pushes what an identifier, plain or "module::name", stands for.
 bool SCR_identifier(std::string_view text);
+/// The same for one that is known to be plain.
+bool SCR_plainIdentifier(std::string_view text);
 bool SCR_identifier(const FND::String& module, const FND::String& name);
 void SCR_splitModuleIdentifier(std::string_view text, FND::String& module, FND::String& name);
 bool SCR_longConstant(std::string_view text);

@@ -1,6 +1,7 @@
 #include "scr/parser/CustomLexer.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <climits>
 #include <cstring>
@@ -9,6 +10,138 @@
 #include "Grammar.h"
 
 namespace SCR {
+
+namespace {
+
+// What a token that begins with a byte may be.
+enum class Kind : unsigned char {
+    Blank,
+    LineEnd,
+    Return,
+    Letter,
+    Digit,
+    Quote,
+    Sign,        // a token of its own
+    Comparison,  // or with an "=" behind it
+    Other,
+};
+
+constexpr std::array<Kind, 256> kindsS = [] {
+    std::array<Kind, 256> kinds;
+    kinds.fill(Kind::Other);
+    const auto set = [&](std::string_view bytes, Kind kind) {
+        for (const char byte : bytes) kinds[static_cast<unsigned char>(byte)] = kind;
+    };
+    set(" \t", Kind::Blank);
+    set("\n", Kind::LineEnd);
+    set("\r", Kind::Return);
+    set("\"", Kind::Quote);
+    set("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_", Kind::Letter);
+    set("0123456789", Kind::Digit);
+    set(",;:{}()[]+-*%", Kind::Sign);
+    set("=!<>", Kind::Comparison);
+    return kinds;
+}();
+
+Kind kindOf(char byte) { return kindsS[static_cast<unsigned char>(byte)]; }
+
+bool isOfWord(char byte) {
+    const Kind kind = kindOf(byte);
+    return kind == Kind::Letter || kind == Kind::Digit || byte == '.';
+}
+
+int signCode(char sign) {
+    switch (sign) {
+        case ';':
+            return SCR_SEMICOLON;
+        case ':':
+            return SCR_COLON;
+        case '{':
+            return SCR_OPEN_BRACE;
+        case '}':
+            return SCR_CLOSE_BRACE;
+        case '(':
+            return SCR_OPEN_PARENTHESIS;
+        case ')':
+            return SCR_CLOSE_PARENTHESIS;
+        case '[':
+            return SCR_OPEN_BRACKET;
+        case ']':
+            return SCR_CLOSE_BRACKET;
+        default:
+            return static_cast<unsigned char>(sign);
+    }
+}
+
+struct Keyword {
+    std::string_view text;
+    int code = SCR_IDENTIFIER;
+};
+
+constexpr Keyword keywordListS[] = {
+    {"and", SCR_BOOL_OPERATOR},
+    {"AND", SCR_BOOL_OPERATOR},
+    {"or", SCR_BOOL_OPERATOR},
+    {"OR", SCR_BOOL_OPERATOR},
+    {"use", SCR_USE},
+    {"regExprSwitch", SCR_REGEXPR_SWITCH},
+    {"switch", SCR_SWITCH},
+    {"case", SCR_CASE},
+    {"default", SCR_DEFAULT},
+    {"return", SCR_RETURN},
+    {"break", SCR_BREAK},
+    {"do", SCR_DO},
+    {"while", SCR_WHILE},
+    {"if", SCR_IF},
+    {"else", SCR_ELSE},
+    {"for", SCR_FOR},
+    {"const", SCR_CONST_CONSTANT},
+    {"function", SCR_FCT_DECLARATION},
+    {"Bool", SCR_VAR_DECLARATION},
+    {"Date", SCR_VAR_DECLARATION},
+    {"Decimal", SCR_VAR_DECLARATION},
+    {"Ebuf", SCR_VAR_DECLARATION},
+    {"File", SCR_VAR_DECLARATION},
+    {"Flist", SCR_VAR_DECLARATION},
+    {"Iterator", SCR_VAR_DECLARATION},
+    {"Long", SCR_VAR_DECLARATION},
+    {"Nexid", SCR_VAR_DECLARATION},
+    {"Nxid", SCR_VAR_DECLARATION},
+    {"String", SCR_VAR_DECLARATION},
+    {"true", SCR_BOOL_CONSTANT},
+    {"false", SCR_BOOL_CONSTANT},
+};
+
+// The keywords where their lengths and ends say, or behind that. At most half of the slots are
+// taken.
+constexpr std::size_t numKeywordSlotsS = 128;
+
+constexpr std::size_t keywordSlot(std::string_view word) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(word[i]); };
+    return (word.size() + 5U * byte(0) + 19U * byte(word.size() - 1)) % numKeywordSlotsS;
+}
+
+constexpr std::array<Keyword, numKeywordSlotsS> keywordsS = [] {
+    std::array<Keyword, numKeywordSlotsS> slots{};
+    for (const Keyword& keyword : keywordListS) {
+        std::size_t slot = keywordSlot(keyword.text);
+        while (!slots[slot].text.empty()) slot = (slot + 1) % numKeywordSlotsS;
+        slots[slot] = keyword;
+    }
+    return slots;
+}();
+
+// The code of a keyword, or that of an identifier.
+int wordCode(std::string_view word) {
+    std::size_t slot = keywordSlot(word);
+    while (!keywordsS[slot].text.empty()) {
+        if (keywordsS[slot].text == word) return keywordsS[slot].code;
+        slot = (slot + 1) % numKeywordSlotsS;
+    }
+    return SCR_IDENTIFIER;
+}
+
+}  // namespace
 
 CustomLexer::CustomLexer(std::string_view modeWord, std::string_view text)
     : modeWord_(modeWord), text_(text) {}
@@ -26,7 +159,8 @@ int CustomLexer::yylex(FND::String* text) {
 }
 
 int CustomLexer::next(std::string_view& text) {
-    const int code = yylex();
+    int code = scanCommon();
+    if (code == 0) code = yylex();
     text = tokenText_;
     return code;
 }
@@ -52,8 +186,79 @@ void CustomLexer::LexerError(const char* message) {
     throw std::runtime_error(message);
 }
 
-int CustomLexer::token(int code) {
-    const auto length = static_cast<std::size_t>(yyleng);
+int CustomLexer::scanCommon() {
+    if (yy_init == 0) return 0;  // the scanner has no buffer yet
+    const char* const begin = yy_c_buf_p;
+    *yy_c_buf_p = yy_hold_char;
+    const char* start = begin;
+    Kind kind = kindOf(*start);
+    for (; kind <= Kind::Return; kind = kindOf(*++start)) {
+        if (kind == Kind::LineEnd) {
+            countLines(1);
+        } else if (kind == Kind::Return && start[1] != '\n') {
+            break;
+        }
+    }
+
+    // The buffer ends in a NUL, which belongs to no token of these kinds: where one stands behind a
+    // token, the rules read on.
+    const char* end = start + 1;
+    int code = 0;
+    switch (kind) {
+        case Kind::Letter:
+            while (isOfWord(*end)) ++end;
+            // A colon may follow a mode word, or stand for the first half of "::".
+            if (*end != ':' && *end != '\0') {
+                code = wordCode({start, static_cast<std::size_t>(end - start)});
+            }
+            break;
+        case Kind::Digit:
+            while (kindOf(*end) == Kind::Digit) ++end;
+            if (*end != '.') {
+                code = SCR_LONG_NUMBER;
+            } else if (kindOf(end[1]) == Kind::Digit) {
+                code = SCR_DECIMAL_NUMBER;
+                do ++end;
+                while (kindOf(*end) == Kind::Digit);
+            }
+            if (*end == '\0') code = 0;
+            break;
+        case Kind::Quote:
+            while (*end != '"' && *end != '\\' && *end != '\n' && *end != '\0') ++end;
+            if (*end == '"') {
+                code = SCR_STRING;
+                ++end;
+            }
+            break;
+        case Kind::Sign:
+            code = signCode(*start);
+            if (code == SCR_OPEN_BRACE) ++braceDepth_;
+            if (code == SCR_CLOSE_BRACE) --braceDepth_;
+            break;
+        case Kind::Comparison:
+            if (*end == '=') {
+                code = SCR_COMPARE_OPERATOR;
+                ++end;
+            } else if (*end != '~' && *end != '\0' && *start != '!') {
+                code = *start == '=' ? int{'='} : int{SCR_COMPARE_OPERATOR};
+            }
+            break;
+        default:
+            break;
+    }
+
+    position_ += static_cast<std::size_t>(start - begin);
+    const std::size_t length = code != 0 ? static_cast<std::size_t>(end - start) : 0;
+    if (code != 0) token(code, length);
+    if (code == SCR_STRING) trimQuotes();
+    yy_c_buf_p += start - begin + static_cast<std::ptrdiff_t>(length);
+    yy_hold_char = *yy_c_buf_p;
+    return code;
+}
+
+int CustomLexer::word() { return token(wordCode({yytext, static_cast<std::size_t>(yyleng)})); }
+
+int CustomLexer::token(int code, std::size_t length) {
     // Only the mode word itself stands before the text.
     tokenText_ = position_ < modeWord_.size() ? modeWord_.substr(position_, length)
                                               : text_.substr(position_ - modeWord_.size(), length);
@@ -74,9 +279,13 @@ int CustomLexer::closeBrace(int code) {
 int CustomLexer::stringLiteral(int code) {
     token(code);
     countLines(std::count(tokenText_.begin(), tokenText_.end(), '\n'));
+    trimQuotes();
+    return code;
+}
+
+void CustomLexer::trimQuotes() {
     tokenText_.remove_prefix(1);
     tokenText_.remove_suffix(1);
-    return code;
 }
 
 int CustomLexer::endOfInput() {

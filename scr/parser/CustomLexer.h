@@ -45,11 +45,18 @@ protected:
 private:
     int yylex() override;
 
+    // The next token, if it is of a common kind and its end is in the scanner's buffer; 0 leaves it
+    // to the rules. Moves over the blanks and line ends in front of it in any case.
+    int scanCommon();
+
     // Rule actions. Those that give a token set its text to the bytes matched.
-    int token(int code);
+    int token(int code) { return token(code, static_cast<std::size_t>(yyleng)); }
+    int token(int code, std::size_t length);
+    int word();
     int openBrace(int code);
     int closeBrace(int code);
     int stringLiteral(int code);
+    void trimQuotes();
     int endOfInput();
     void skip();
     void newLine();

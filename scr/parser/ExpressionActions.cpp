@@ -105,6 +105,12 @@ bool SCR_identifier(std::string_view text) {
     return SCR_identifier(parseContextG->module, parseContextG->name);
 }
 
+bool SCR_plainIdentifier(std::string_view text) {
+    parseContextG->module.clear();
+    parseContextG->name.assign(text);
+    return SCR_identifier(parseContextG->module, parseContextG->name);
+}
+
 bool SCR_identifier(const FND::String& module, const FND::String& name) {
     if (isFieldAlias()) {
         const FND::String field = module.empty() ? name : module + "::" + name;

@@ -89,19 +89,15 @@ statement_list:
   ;
 
 statement:
-    use_statement SEMICOLON
-  | declaration
-  | instruction
-  ;
-
-declaration:
-    variable_declaration optional_assignment SEMICOLON
+    instruction
+  | variable_declaration optional_assignment SEMICOLON
   | const_declaration SEMICOLON
   | function_declaration
+  | use_statement SEMICOLON
   ;
 
 instruction:
-    void_statement SEMICOLON
+    expression SEMICOLON                    { if (!SCR_createVoidCallStatement()) YYABORT; }
   | if_statement
   | while_statement
   | do_statement SEMICOLON
@@ -160,7 +156,7 @@ variable_modifier:
   ;
 
 optional_assignment:
-    '='                                     { if (!SCR_identifier($0)) YYABORT; }
+    '='                                     { if (!SCR_plainIdentifier($0)) YYABORT; }
     expression                              { if (!SCR_initialise()) YYABORT; }
   | %empty
   ;
@@ -168,10 +164,6 @@ optional_assignment:
 const_declaration:
     CONST_CONSTANT VAR_DECLARATION IDENTIFIER '=' expression
                                             { if (!SCR_constDeclaration($2, $3)) YYABORT; }
-  ;
-
-void_statement:
-    expression                              { if (!SCR_createVoidCallStatement()) YYABORT; }
   ;
 
 switch_case:
@@ -254,8 +246,7 @@ expression:
   | expression '%' expression               { if (!SCR_expression("%")) YYABORT; }
   | '-' expression %prec UMINUS             { if (!SCR_negation()) YYABORT; }
   | OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-  | module_identifier                       { if (!SCR_identifier($1)) YYABORT; }
-    identifier_params
+  | access
   | LONG_NUMBER                             { if (!SCR_longConstant($1)) YYABORT; }
   | DECIMAL_NUMBER                          { if (!SCR_decimalConstant($1)) YYABORT; }
   | BOOL_CONSTANT                           { if (!SCR_boolConstant($1)) YYABORT; }
@@ -267,20 +258,15 @@ string_constant:
   | STRING                                  { SCR_startLiteral($1); }
   ;
 
-module_identifier:
-    IDENTIFIER
-  | MODULE_IDENTIFIER
-  ;
-
-identifier_params:
-    OPEN_PARENTHESIS                        { if (!SCR_functionCall()) YYABORT; }
+access:
+    IDENTIFIER                              { if (!SCR_plainIdentifier($1)) YYABORT; }
+  | MODULE_IDENTIFIER                       { if (!SCR_identifier($1)) YYABORT; }
+  | access OPEN_PARENTHESIS                 { if (!SCR_functionCall()) YYABORT; }
     call_parameter_list CLOSE_PARENTHESIS   { if (!SCR_endFunctionCall()) YYABORT; }
-    identifier_params
-  | OPEN_BRACKET expression CLOSE_BRACKET   { if (!SCR_arrayAccess()) YYABORT; }
-    identifier_params
-  | OPEN_BRACE expression CLOSE_BRACE       { if (!SCR_hashAccess()) YYABORT; }
-    identifier_params
-  | %empty
+  | access OPEN_BRACKET expression CLOSE_BRACKET
+                                            { if (!SCR_arrayAccess()) YYABORT; }
+  | access OPEN_BRACE expression CLOSE_BRACE
+                                            { if (!SCR_hashAccess()) YYABORT; }
   ;
 
 call_parameter_list:
