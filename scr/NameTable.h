@@ -75,8 +75,11 @@ private:
         }
 
         bool has(std::string_view text) const {
+            // Names are short: a loop takes less than a call.
             if (name.size() != text.size()) return false;
-            return text.empty() || (name.front() == text.front() && name == text);
+            std::size_t i = 0;
+            while (i < text.size() && name[i] == text[i]) ++i;
+            return i == text.size();
         }
 
         Entry* next = nullptr;

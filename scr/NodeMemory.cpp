@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include <sys/mman.h>
+
 namespace SCR::NodeMemory {
 
 namespace {
@@ -16,7 +18,8 @@ constexpr bool poolsNodesS = KESTREL_NODE_POOL != 0;
 
 constexpr std::size_t pageSizeS = 4096;
 constexpr std::size_t firstBlockSizeS = pageSizeS;
-constexpr std::size_t lastBlockSizeS = 64 * pageSizeS;
+// Of the size that processors map as one, which spares the system entering each page.
+constexpr std::size_t lastBlockSizeS = 512 * pageSizeS;
 // What is larger has memory of its own.
 constexpr std::size_t largestS = 512;
 constexpr std::size_t unitS = 8;
@@ -41,9 +44,14 @@ Block* blockOf(void* memory) {
     return reinterpret_cast<PageHead*>(address & ~std::uintptr_t{pageSizeS - 1})->block;
 }
 
+// Blocks of the last size lie at a multiple of it.
+std::align_val_t alignmentOf(std::size_t size) {
+    return std::align_val_t(size == lastBlockSizeS ? size : pageSizeS);
+}
+
 void freeBlock(Block* block) noexcept {
     ::operator delete(reinterpret_cast<PageHead*>(block) - 1, block->size,
-                      std::align_val_t(pageSizeS));
+                      alignmentOf(block->size));
 }
 
 }  // namespace
@@ -108,7 +116,9 @@ private:
 
     void startBlock() {
         const std::size_t size = nextSize_;
-        void* const memory = ::operator new(size, std::align_val_t(pageSizeS));
+        void* const memory = ::operator new(size, alignmentOf(size));
+        // A wish: whether it is granted makes no difference but to speed.
+        if (size == lastBlockSizeS) ::madvise(memory, size, MADV_HUGEPAGE);
         auto* const head = new (memory) PageHead{};
         blocks_ = head->block = new (head + 1) Block{this, blocks_, size};
         next_ = reinterpret_cast<std::uintptr_t>(blocks_ + 1);

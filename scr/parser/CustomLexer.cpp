@@ -159,8 +159,8 @@ int CustomLexer::yylex(FND::String* text) {
 }
 
 int CustomLexer::next(std::string_view& text) {
-    int code = scanCommon();
-    if (code == 0) code = yylex();
+    if (const int code = scanCommon(text)) return code;
+    const int code = yylex();
     text = tokenText_;
     return code;
 }
@@ -186,8 +186,9 @@ void CustomLexer::LexerError(const char* message) {
     throw std::runtime_error(message);
 }
 
-int CustomLexer::scanCommon() {
-    if (yy_init == 0) return 0;  // the scanner has no buffer yet
+int CustomLexer::scanCommon(std::string_view& text) {
+    // At first the scanner has no buffer, and then the mode word in front of the text.
+    if (yy_init == 0 || position_ < modeWord_.size()) return 0;
     const char* const begin = yy_c_buf_p;
     *yy_c_buf_p = yy_hold_char;
     const char* start = begin;
@@ -247,18 +248,22 @@ int CustomLexer::scanCommon() {
             break;
     }
 
-    position_ += static_cast<std::size_t>(start - begin);
+    const auto skipped = static_cast<std::size_t>(start - begin);
     const std::size_t length = code != 0 ? static_cast<std::size_t>(end - start) : 0;
-    if (code != 0) token(code, length);
-    if (code == SCR_STRING) trimQuotes();
-    yy_c_buf_p += start - begin + static_cast<std::ptrdiff_t>(length);
+    // The quotes around a string are no part of its text.
+    const std::size_t quote = code == SCR_STRING ? 1 : 0;
+    const char* const matched = text_.data() + (position_ - modeWord_.size()) + skipped;
+    text = {matched + quote, length - 2 * quote};
+    position_ += skipped + length;
+    yy_c_buf_p += skipped + length;
     yy_hold_char = *yy_c_buf_p;
     return code;
 }
 
 int CustomLexer::word() { return token(wordCode({yytext, static_cast<std::size_t>(yyleng)})); }
 
-int CustomLexer::token(int code, std::size_t length) {
+int CustomLexer::token(int code) {
+    const auto length = static_cast<std::size_t>(yyleng);
     // Only the mode word itself stands before the text.
     tokenText_ = position_ < modeWord_.size() ? modeWord_.substr(position_, length)
                                               : text_.substr(position_ - modeWord_.size(), length);
@@ -279,13 +284,9 @@ int CustomLexer::closeBrace(int code) {
 int CustomLexer::stringLiteral(int code) {
     token(code);
     countLines(std::count(tokenText_.begin(), tokenText_.end(), '\n'));
-    trimQuotes();
-    return code;
-}
-
-void CustomLexer::trimQuotes() {
     tokenText_.remove_prefix(1);
     tokenText_.remove_suffix(1);
+    return code;
 }
 
 int CustomLexer::endOfInput() {

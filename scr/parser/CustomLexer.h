@@ -47,16 +47,14 @@ private:
 
     // The next token, if it is of a common kind and its end is in the scanner's buffer; 0 leaves it
     // to the rules. Moves over the blanks and line ends in front of it in any case.
-    int scanCommon();
+    int scanCommon(std::string_view& text);
 
     // Rule actions. Those that give a token set its text to the bytes matched.
-    int token(int code) { return token(code, static_cast<std::size_t>(yyleng)); }
-    int token(int code, std::size_t length);
+    int token(int code);
     int word();
     int openBrace(int code);
     int closeBrace(int code);
     int stringLiteral(int code);
-    void trimQuotes();
     int endOfInput();
     void skip();
     void newLine();

@@ -37,16 +37,29 @@ public:
 
     /// Pushes a node, which the stack owns from now on, and its type word.
     void pushData(Node* node, int typeWord) { pushData(node, typeWord, {}); }
-    void pushData(Node* node, int typeWord, OperandTraits traits);
+    void pushData(Node* node, int typeWord, OperandTraits traits) {
+        pushNode(std::unique_ptr<Node>(node), traits);
+        types_.push_back(typeWord);
+    }
     /// Pushes a node without a type word.
-    void pushNode(std::unique_ptr<Node> node, OperandTraits traits);
+    void pushNode(std::unique_ptr<Node> node, OperandTraits traits) {
+        data_.push_back({std::move(node), traits});
+    }
 
     /// Pops the top node, which the caller owns now; its type stays and is popped with `popType`.
     /// On an empty stack says so on standard error and gives null.
-    Node* popData();
+    Node* popData() {
+        if (data_.empty()) [[unlikely]] {
+            reportUnderflow(dataCM);
+            return nullptr;
+        }
+        Node* const node = data_.back().node.release();
+        data_.pop_back();
+        return node;
+    }
     /// Pops the top type word; 0 after a message on standard error when there is none.
-    int popType();
-    int topType() const;
+    int popType() { return pop(types_, typesCM); }
+    int topType() const { return top(types_, typesCM); }
     /// The common type of the whole type stack; 0 when it is empty, the raw top entry when there is
     /// no common type.
     int superType() const;
@@ -71,16 +84,16 @@ public:
 
     void pushFunction(const FctDescr* descriptor) { functions_.push_back(descriptor); }
     /// Null after a message on standard error when there is none.
-    const FctDescr* popFunction();
-    const FctDescr* topFunction() const;
+    const FctDescr* popFunction() { return pop(functions_, functionsCM); }
+    const FctDescr* topFunction() const { return top(functions_, functionsCM); }
     int numFunctions() const { return static_cast<int>(functions_.size()); }
 
     void pushNumParams(int count) { numParams_.push_back(count); }
     /// 0 after a message on standard error when there is none; also the next two.
-    int popNumParams();
-    int topNumParams() const;
+    int popNumParams() { return pop(numParams_, numParamsCM); }
+    int topNumParams() const { return top(numParams_, numParamsCM); }
     /// Counts one argument more and gives the new count.
-    int incTopNumParams();
+    int incTopNumParams() { return numParams_.empty() ? topNumParams() : ++numParams_.back(); }
 
     /// Moves every node of `nodes`, first to last, onto the data stack, without types.
     void appendDataStack(std::vector<std::unique_ptr<Node>>& nodes);
@@ -107,6 +120,30 @@ private:
         std::unique_ptr<Node> node;
         OperandTraits traits;
     };
+
+    // The stacks' names in messages.
+    static constexpr const char* dataCM = "datastack";
+    static constexpr const char* typesCM = "type stack";
+    static constexpr const char* functionsCM = "function stack";
+    static constexpr const char* numParamsCM = "number of parameter stack";
+
+    static void reportUnderflow(const char* stack);
+
+    // The top of `stack`; the type's zero value after a message when it is empty.
+    template <class Value>
+    static Value top(const std::vector<Value>& stack, const char* name) {
+        if (!stack.empty()) [[likely]]
+            return stack.back();
+        reportUnderflow(name);
+        return {};
+    }
+
+    template <class Value>
+    static Value pop(std::vector<Value>& stack, const char* name) {
+        const Value value = top(stack, name);
+        if (!stack.empty()) stack.pop_back();
+        return value;
+    }
 
     std::vector<Operand> data_;
     std::vector<int> types_;
