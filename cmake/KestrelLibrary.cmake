@@ -17,7 +17,9 @@ foreach(layer IN LISTS kestrel_layers)
 endforeach()
 
 set(kestrel_exports ${CMAKE_CURRENT_LIST_DIR}/kestrel.map)
-target_link_options(kestrel PRIVATE LINKER:--version-script=${kestrel_exports})
+# Calls within the library are not to be redirected by others, and go straight.
+target_link_options(kestrel PRIVATE LINKER:--version-script=${kestrel_exports}
+    LINKER:-Bsymbolic-functions)
 if(NOT KESTREL_SANITIZE)
     target_link_options(kestrel PRIVATE LINKER:--no-undefined)
 endif()

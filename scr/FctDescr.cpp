@@ -39,11 +39,6 @@ void FctDescr::addArg(int typeWord) {
     ++maximum_;
 }
 
-int FctDescr::argType(int index) const {
-    const auto i = static_cast<std::size_t>(index);
-    return index >= 0 && i < argTypes_.size() ? argTypes_[i] : 0;
-}
-
 FND::String FctDescr::signature() const {
     FND::String text = Node::datatypeAsString(returnType_) + " " + name_ + "(";
     const auto addTypes = [&](int first, int end) {
@@ -77,8 +72,10 @@ bool FctDescr::checkType(int expected, int actual) const {
 }
 
 bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
-    if (const char* const lacking = interpreter.capabilities().lacking(effects_)) {
-        return SCR_YaccError(Messages::forbiddenCall(name_, lacking));
+    if (effects_ != Effect::None) {
+        if (const char* const lacking = interpreter.capabilities().lacking(effects_)) {
+            return SCR_YaccError(Messages::forbiddenCall(name_, lacking));
+        }
     }
     const int count = stack.topNumParams();
     if (FlowAnalysis* const flow = interpreter.flowAnalysis()) flow->call(*this, stack, count);
@@ -106,6 +103,11 @@ bool FctDescr::convertArguments(ParserStack& stack, int count) const {
     for (int i = count - 1; i >= 0; --i) {
         const int expected = argType(i);
         const int actual = stack.popType();
+        // Of the same base type, with the flags that are asked for.
+        if ((actual ^ expected) ==
+            (actual & ~expected & (TypeCode::LeftFlag | TypeCode::ConstFlag))) {
+            continue;
+        }
         if (Node::baseType(actual) != Node::baseType(expected)) {
             const int common = Node::SuperType(Node::baseType(actual), Node::baseType(expected));
             if (common == 0 || common != Node::baseType(expected)) {

@@ -44,7 +44,10 @@ public:
     int maximum() const { return maximum_; }
     Factory factory() const { return factory_; }
     /// The type word of argument `index`, 0-based; 0 when none is declared there.
-    int argType(int index) const;
+    int argType(int index) const {
+        const auto i = static_cast<std::size_t>(index);
+        return index >= 0 && i < argTypes_.size() ? argTypes_[i] : 0;
+    }
 
     /// Whether a call may run script code or change variables or containers, whatever its arguments
     /// are. True unless said otherwise: what a host's function does is not known.

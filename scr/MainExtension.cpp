@@ -37,6 +37,7 @@ std::size_t MainExtension::tableSize() {
 }
 
 void MainExtension::fillTable() {
+    const NodeMemory::Scope scope;
     Constants table;
     for (const BuiltIn* row : builtIns()) {
         std::unique_ptr<FctDescr> descriptor = describe(*row);

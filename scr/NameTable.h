@@ -16,17 +16,12 @@ namespace SCR {
 /// Objects by their names, which the table owns. A few are compared one by one; more are hashed.
 /// They are destroyed in the order in which they were inserted.
 template <class Value>
-class NameTable {
+class NameTable : public InNodeMemory {
 public:
     NameTable() = default;
     NameTable(const NameTable&) = delete;
     NameTable& operator=(const NameTable&) = delete;
     ~NameTable() { clear(); }
-
-    static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
-    static void operator delete(void* table, std::size_t bytes) noexcept {
-        NodeMemory::give(table, bytes);
-    }
 
     /// Inserts `value`. True: the table owns it now. False: the name is taken, nothing changed and
     /// the caller still owns it, as after an exception, which changes nothing either.
@@ -66,13 +61,8 @@ public:
 private:
     static constexpr std::size_t fewCM = 8;
 
-    struct Entry {
+    struct Entry : InNodeMemory {
         explicit Entry(std::string_view text) : name(text) {}
-
-        static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
-        static void operator delete(void* entry, std::size_t bytes) noexcept {
-            NodeMemory::give(entry, bytes);
-        }
 
         bool has(std::string_view text) const {
             // Names are short: a loop takes less than a call.

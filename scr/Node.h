@@ -1,9 +1,7 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "fnd/DateTime.h"
@@ -43,7 +41,7 @@ inline constexpr int ConstFlag = 0x8000;  ///< the expression is a constant
 /// effect and gives a control-flow code; an expression derives from one of the typed bases below
 /// and gives its value by `result()`. A node owns its children and never the variables it uses. A
 /// tree is used by one thread at a time.
-class KESTREL_API Node {
+class KESTREL_API Node : public InNodeMemory {
 public:
     /// Control-flow codes of `execute`: 0 goes on with the next statement, any other code ends the
     /// enclosing lists and loops and is handed outward; `returned` says that a return ran.
@@ -54,21 +52,6 @@ public:
     Node(const Node&) = delete;
     Node& operator=(const Node&) = delete;
     virtual ~Node();
-
-    /// Nodes lie side by side, in the order in which they are built; see `NodeMemory`.
-    static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
-    static void operator delete(void* node, std::size_t bytes) noexcept {
-        NodeMemory::give(node, bytes);
-    }
-    static void* operator new(std::size_t bytes, std::align_val_t alignment) {
-        return ::operator new(bytes, alignment);
-    }
-    static void operator delete(void* node, std::size_t bytes,
-                                std::align_val_t alignment) noexcept {
-        ::operator delete(node, bytes, alignment);
-    }
-    static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
-    static void operator delete(void* /*node*/, void* /*place*/) noexcept {}
 
     /// Runs the node and gives a control-flow code. The base must never be reached: it says so on
     /// standard error and ends the process.

@@ -1,14 +1,15 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
 
 #include "fnd/Export.h"
 
 namespace SCR {
 
-/// Memory for what compiled scripts are made of: nodes and the lists they hold. What is taken
-/// during one compile lies side by side in blocks of that compile, so that taking costs next to
-/// nothing and giving back counts down; a block is freed with the last thing in it, which may be
+/// Memory for what compiled scripts are made of: nodes, variables and the lists they hold. What is
+/// taken during one compile lies side by side in blocks of that compile, so that taking costs next
+/// to nothing and giving back counts down; a block is freed with the last thing in it, which may be
 /// long after the compile and after the interpreter.
 ///
 /// Thread rule: what one compile took is given back by one thread at a time. Different compiles
@@ -38,6 +39,28 @@ private:
 };
 
 }  // namespace NodeMemory
+
+/// Base of the classes whose objects lie in that memory, one beside the other in the order in which
+/// they are made.
+class InNodeMemory {
+public:
+    static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
+    static void operator delete(void* object, std::size_t bytes) noexcept {
+        NodeMemory::give(object, bytes);
+    }
+    static void* operator new(std::size_t bytes, std::align_val_t alignment) {
+        return ::operator new(bytes, alignment);
+    }
+    static void operator delete(void* object, std::size_t bytes,
+                                std::align_val_t alignment) noexcept {
+        ::operator delete(object, bytes, alignment);
+    }
+    static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
+    static void operator delete(void* /*object*/, void* /*place*/) noexcept {}
+
+protected:
+    ~InNodeMemory() = default;
+};
 
 /// Lets containers in nodes take their memory from where the nodes are.
 template <class Element>

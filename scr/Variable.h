@@ -9,6 +9,7 @@
 #include "fnd/Identifier.h"
 #include "fnd/String.h"
 #include "scr/Node.h"
+#include "scr/NodeMemory.h"
 
 namespace SCR {
 
@@ -17,7 +18,7 @@ class RunControl;
 /// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
 /// function, interpreter, extension) or by the container that cloned it. Its value persists from
 /// one execution to the next. One thread at a time; constants may be read by any number.
-class KESTREL_API Variable {
+class KESTREL_API Variable : public InNodeMemory {
 public:
     explicit Variable(int typeWord) : dataType_(typeWord) {}
     Variable(const Variable&) = delete;

@@ -84,27 +84,40 @@ compare_pattern:
   ;
 
 statement_list:
-    statement_list statement
+    statement_list instruction
+  | statement_list variable_declaration optional_assignment SEMICOLON
+  | statement_list const_declaration SEMICOLON
+  | statement_list function_declaration
+  | statement_list use_statement SEMICOLON
   | %empty
-  ;
-
-statement:
-    instruction
-  | variable_declaration optional_assignment SEMICOLON
-  | const_declaration SEMICOLON
-  | function_declaration
-  | use_statement SEMICOLON
   ;
 
 instruction:
     expression SEMICOLON                    { if (!SCR_createVoidCallStatement()) YYABORT; }
-  | if_statement
-  | while_statement
+  | OPEN_BRACE                              { if (!SCR_startBlock()) YYABORT; }
+    statement_list CLOSE_BRACE              { if (!SCR_endBlock()) YYABORT; }
+  | IF OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_ifStatement()) YYABORT; }
+    instruction else_case                   { if (!SCR_endBlock()) YYABORT; }
+  | WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { if (!SCR_whileStatement()) YYABORT; }
+    instruction                             { if (!SCR_endBlock()) YYABORT; }
+  | FOR OPEN_PARENTHESIS expression SEMICOLON
+                                            { SCR_forInit(); }
+    expression SEMICOLON
+                                            { SCR_forCondition(); }
+    expression CLOSE_PARENTHESIS
+                                            { if (!SCR_forLoop()) YYABORT; }
+    instruction                             { if (!SCR_endBlock()) YYABORT; }
   | do_statement SEMICOLON
-  | for_loop
   | switch_case
-  | statement_block
   | return_statement SEMICOLON
+  ;
+
+else_case:
+    ELSE                                    { SCR_elseBranch(); }
+    instruction
+  | %empty                                  %prec LOWER_THAN_ELSE
   ;
 
 use_statement:
@@ -114,11 +127,6 @@ use_statement:
 return_statement:
     RETURN expression                       { if (!SCR_returnStatement(true)) YYABORT; }
   | RETURN                                  { if (!SCR_returnStatement(false)) YYABORT; }
-  ;
-
-statement_block:
-    OPEN_BRACE                              { if (!SCR_startBlock()) YYABORT; }
-    statement_list CLOSE_BRACE              { if (!SCR_endBlock()) YYABORT; }
   ;
 
 function_declaration:
@@ -143,16 +151,18 @@ parameter_dec_list:
   ;
 
 variable_declaration:
-    VAR_DECLARATION IDENTIFIER              { SCR_startModifiers(); }
-    variable_modifier                       { if (!SCR_declareVariable($1, $2)) YYABORT; $$ = $2; }
+    VAR_DECLARATION IDENTIFIER              { if (!SCR_variableDeclaration($1, $2, "")) YYABORT;
+                                              $$ = $2; }
+  | VAR_DECLARATION IDENTIFIER modifiers    { if (!SCR_declareVariable($1, $2)) YYABORT; $$ = $2; }
   ;
 
-variable_modifier:
-    OPEN_BRACKET CLOSE_BRACKET              { if (!SCR_addModifier('A')) YYABORT; }
-    variable_modifier
-  | OPEN_BRACE CLOSE_BRACE                  { if (!SCR_addModifier('H')) YYABORT; }
-    variable_modifier
-  | %empty
+modifiers:
+    OPEN_BRACKET CLOSE_BRACKET              { SCR_startModifiers();
+                                              if (!SCR_addModifier('A')) YYABORT; }
+  | OPEN_BRACE CLOSE_BRACE                  { SCR_startModifiers();
+                                              if (!SCR_addModifier('H')) YYABORT; }
+  | modifiers OPEN_BRACKET CLOSE_BRACKET    { if (!SCR_addModifier('A')) YYABORT; }
+  | modifiers OPEN_BRACE CLOSE_BRACE        { if (!SCR_addModifier('H')) YYABORT; }
   ;
 
 optional_assignment:
@@ -205,34 +215,6 @@ do_statement:
     DO                                      { if (!SCR_doStatement()) YYABORT; }
     instruction WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
                                             { if (!SCR_doCondition()) YYABORT; }
-  ;
-
-while_statement:
-    WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_whileStatement()) YYABORT; }
-    instruction                             { if (!SCR_endBlock()) YYABORT; }
-  ;
-
-if_statement:
-    IF OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_ifStatement()) YYABORT; }
-    instruction else_case                   { if (!SCR_endBlock()) YYABORT; }
-  ;
-
-else_case:
-    ELSE                                    { SCR_elseBranch(); }
-    instruction
-  | %empty                                  %prec LOWER_THAN_ELSE
-  ;
-
-for_loop:
-    FOR OPEN_PARENTHESIS expression SEMICOLON
-                                            { SCR_forInit(); }
-    expression SEMICOLON
-                                            { SCR_forCondition(); }
-    expression CLOSE_PARENTHESIS
-                                            { if (!SCR_forLoop()) YYABORT; }
-    instruction                             { if (!SCR_endBlock()) YYABORT; }
   ;
 
 expression:
