@@ -81,7 +81,7 @@ bool Interpreter::compileScript(const FND::String& text) {
         const NodeMemory::Scope scope;
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
-        FND::String expanded;
+        ExpandedText expanded;
         return expand(text, expanded) && SCR_parseScript(*this, expanded);
     });
     // What a failed compile leaves is built in part only; nothing may be bound to it.
@@ -106,7 +106,7 @@ void Interpreter::discardScript() {
     runsEnd_ = false;
 }
 
-bool Interpreter::expand(const FND::String& text, FND::String& expanded) {
+bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
     PreprocessorOptions options;
     options.searchPath = includePath_;
     options.includesAllowed = capabilities_.include;
@@ -114,14 +114,14 @@ bool Interpreter::expand(const FND::String& text, FND::String& expanded) {
     options.maxBytes =
         limits().source == Limits::none ? 0 : static_cast<std::size_t>(limits().source);
     Preprocessor preprocessor(log_, options);
-    return preprocessor.preprocess(text, expanded);
+    return preprocessor.expand(text, expanded);
 }
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
     return contain(*this, [&] {
         if (mainExtension_ == nullptr) return false;
         const NodeMemory::Scope scope;
-        FND::String expanded;
+        ExpandedText expanded;
         return expand(text, expanded) && SCR_parseCondition(*this, target, expanded);
     });
 }

@@ -25,6 +25,7 @@ class Function;
 class MainExtension;
 class Node;
 class Variable;
+struct ExpandedText;
 
 /// Compiles and executes scripts: the one object that a host program deals with. A compiled script
 /// is executed as often as needed; its variables keep their values from one execution to the next.
@@ -147,7 +148,7 @@ public:
 
 private:
     bool compileScript(const FND::String& text);
-    bool expand(const FND::String& text, FND::String& expanded);
+    bool expand(const FND::String& text, ExpandedText& expanded);
     void discardScript();
     bool runFunction(const FND::String& name);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <new>
@@ -33,10 +34,16 @@ struct alignas(16) PageHead {
 
 // Stands in the first page of the block, behind its head.
 struct alignas(16) Block {
-    Pool* pool;  // null once its scope has ended
+    Pool* pool;  // null once its scope has ended, and outside of every scope
     Block* next;
     std::size_t size;
     std::size_t used = 0;  // how many things lie in it
+    bool isShared = false;
+};
+
+// What was given back.
+struct Free {
+    Free* next;
 };
 
 Block* blockOf(void* memory) {
@@ -92,10 +99,6 @@ public:
     }
 
 private:
-    struct Free {
-        Free* next;
-    };
-
     // The addresses of what is left of the page that is being filled; none at first.
     std::uintptr_t next_ = 0;
     std::uintptr_t pageEnd_ = 0;
@@ -132,37 +135,97 @@ namespace {
 
 [[gnu::tls_model("initial-exec")]] thread_local Pool* currentS = nullptr;
 
-// For what is taken outside of every scope, by any thread. Never destroyed: things may be given
-// back while the process ends.
-struct SharedPool {
-    std::mutex mutex;
-    Pool pool;
+// A block for things of one size that are taken outside of every scope.
+struct SharedBlock : Block {
+    SharedBlock* previous = nullptr;
+    Free* free = nullptr;
+    std::uintptr_t fresh = 0;  // the address of what was never taken
+    std::uintptr_t end = 0;
+
+    bool isFull(std::size_t pieceSize) const { return free == nullptr && end - fresh < pieceSize; }
 };
 
-SharedPool& sharedPool() {
-    static auto* const pool = new SharedPool;
-    return *pool;
+// What is taken outside of every scope, by any thread. Blocks are freed as soon as they are empty.
+class SharedBlocks {
+public:
+    void* take(std::size_t units) {
+        const std::size_t size = units * unitS;
+        const std::lock_guard lock(mutex_);
+        SharedBlock*& first = open_[units];
+        if (first == nullptr) first = makeBlock(size);
+        SharedBlock& block = *first;
+        void* memory = block.free;
+        if (memory != nullptr) {
+            block.free = block.free->next;
+        } else {
+            memory = reinterpret_cast<void*>(block.fresh);
+            block.fresh += size;
+        }
+        ++block.used;
+        if (block.isFull(size)) unlink(block, first);
+        return memory;
+    }
+
+    void give(SharedBlock& block, void* memory, std::size_t units) noexcept {
+        const std::lock_guard lock(mutex_);
+        SharedBlock*& first = open_[units];
+        if (block.isFull(units * unitS)) link(block, first);
+        block.free = new (memory) Free{block.free};
+        if (--block.used == 0) {
+            unlink(block, first);
+            freeBlock(&block);
+        }
+    }
+
+private:
+    static SharedBlock* makeBlock(std::size_t size) {
+        void* const memory = ::operator new(pageSizeS, alignmentOf(pageSizeS));
+        auto* const head = new (memory) PageHead{};
+        auto* const block = new (head + 1) SharedBlock{{nullptr, nullptr, pageSizeS, 0, true}};
+        head->block = block;
+        block->end = reinterpret_cast<std::uintptr_t>(memory) + pageSizeS;
+        block->fresh = reinterpret_cast<std::uintptr_t>(block + 1);
+        if (size % 16 == 0) block->fresh += block->fresh % 16;
+        return block;
+    }
+
+    static void link(SharedBlock& block, SharedBlock*& first) noexcept {
+        block.next = first;
+        if (first != nullptr) first->previous = &block;
+        block.previous = nullptr;
+        first = &block;
+    }
+
+    static void unlink(SharedBlock& block, SharedBlock*& first) noexcept {
+        auto* const next = static_cast<SharedBlock*>(block.next);
+        if (next != nullptr) next->previous = block.previous;
+        if (block.previous != nullptr) {
+            block.previous->next = next;
+        } else {
+            first = next;
+        }
+    }
+
+    std::mutex mutex_;
+    std::array<SharedBlock*, largestS / unitS + 1> open_{};  // with room, by the size of the things
+};
+
+// Never destroyed: things may be given back while the process ends.
+SharedBlocks& sharedBlocks() {
+    alignas(SharedBlocks) static std::byte memory[sizeof(SharedBlocks)];
+    static auto* const blocks = new (memory) SharedBlocks;
+    return *blocks;
 }
 
 std::size_t unitsOf(std::size_t bytes) { return (bytes + unitS - 1) / unitS; }
 
-[[gnu::noinline]] void* takeShared(std::size_t units) {
-    SharedPool& shared = sharedPool();
-    const std::lock_guard lock(shared.mutex);
-    return shared.pool.take(units);
-}
-
-// Gives back what does not belong to the scope of this thread.
+// Gives back what belongs to an outer scope, or to none.
 [[gnu::noinline]] void giveOther(Block* block, void* memory, std::size_t units) noexcept {
-    SharedPool& shared = sharedPool();
-    if (block->pool == &shared.pool) {
-        const std::lock_guard lock(shared.mutex);
+    if (block->isShared) {
+        sharedBlocks().give(*static_cast<SharedBlock*>(block), memory, units);
+    } else {
         --block->used;
-        shared.pool.give(memory, units);
-    } else if (--block->used == 0 && block->pool == nullptr) {
-        freeBlock(block);
-    } else if (block->pool != nullptr) {
-        block->pool->give(memory, units);  // of an outer scope
+        block->pool->give(memory, units);
     }
 }
 
@@ -171,7 +234,7 @@ std::size_t unitsOf(std::size_t bytes) { return (bytes + unitS - 1) / unitS; }
 void* take(std::size_t bytes) {
     if (!poolsNodesS || bytes > largestS) return ::operator new(bytes);
     const std::size_t units = unitsOf(bytes);
-    return currentS != nullptr ? currentS->take(units) : takeShared(units);
+    return currentS != nullptr ? currentS->take(units) : sharedBlocks().take(units);
 }
 
 void give(void* memory, std::size_t bytes) noexcept {
@@ -181,9 +244,9 @@ void give(void* memory, std::size_t bytes) noexcept {
     }
     const std::size_t units = unitsOf(bytes);
     Block* const block = blockOf(memory);
-    if (block->pool == nullptr) {
+    if (block->pool == nullptr && !block->isShared) {
         if (--block->used == 0) freeBlock(block);
-    } else if (block->pool == currentS) {
+    } else if (block->pool == currentS && currentS != nullptr) {
         --block->used;
         currentS->give(memory, units);
     } else {

@@ -55,6 +55,13 @@ public:
                                 std::align_val_t alignment) noexcept {
         ::operator delete(object, bytes, alignment);
     }
+    static void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
+        try {
+            return NodeMemory::take(bytes);
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
     static void operator delete(void* /*object*/, void* /*place*/) noexcept {}
 

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <random>
 #include <sstream>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -117,6 +119,49 @@ TEST(LexerTest, NulIsACharacter) {
                                                     {SCR_SCR_UNDEF, FND::String(1, '\0')},
                                                     {SCR_IDENTIFIER, "b"}}));
     EXPECT_EQ(scan(FND::String("\"a\0b\"", 5)), (Tokens{{SCR_STRING, FND::String("a\0b", 3)}}));
+}
+
+// Most tokens do not come to the generated rules: they are to be what the rules would make of them.
+// The texts are longer than the scanner's buffer, so that tokens of all kinds lie across its end.
+TEST(LexerTest, AllTokensAreThoseOfTheRules) {
+    using namespace std::string_view_literals;
+    constexpr std::string_view pieces[] = {
+        "a"sv,        "total"sv,  "x.y_1"sv,  "m::f"sv,     "m:"sv,         "::"sv,
+        "QUERY:"sv,   "Long"sv,   "String"sv, "function"sv, "if"sv,         "iff"sv,
+        "And"sv,      "or"sv,     "12"sv,     "007"sv,      "1.5"sv,        "1."sv,
+        ".25"sv,      "1.5.6"sv,  "12ab"sv,   "\"text\""sv, "\"\""sv,       "\"a\\\"b\""sv,
+        "\"a\nb\""sv, "\"\0\""sv, "/"sv,      "// c\n"sv,   "/* \n * */"sv, "#line 3 \"f\"\n"sv,
+        "="sv,        "=="sv,     "=~"sv,     "!="sv,       "!"sv,          "<"sv,
+        "<="sv,       ">"sv,      ">="sv,     "{"sv,        "}"sv,          "("sv,
+        ")"sv,        "["sv,      "]"sv,      ","sv,        ";"sv,          "+"sv,
+        "-"sv,        "*"sv,      "%"sv,      " "sv,        "  \t"sv,       "\n"sv,
+        "\r\n"sv,     "\r"sv,     "\0"sv,     "\xC4"sv,     "#"sv,          "\\"sv,
+    };
+    std::mt19937 engine(20240131);
+    for (int round = 0; round < 50; ++round) {
+        FND::String text;
+        while (text.size() < 40000) {
+            text += pieces[engine() % std::size(pieces)];
+            if (engine() % 2 == 0) text += ' ';
+        }
+        SCR::CustomLexer lexer("", text);
+        SCR::CustomLexer other("", text);
+        FlexLexer& rules = other;
+        int code = 1;
+        for (int count = 0; code != 0; ++count) {
+            std::string_view token;
+            code = lexer.next(token);
+            ASSERT_EQ(code, rules.yylex()) << "token " << count << " of round " << round;
+            if (code == 0) break;
+            std::string_view matched(rules.YYText(), static_cast<std::size_t>(rules.YYLeng()));
+            if (code == SCR_STRING) matched = matched.substr(1, matched.size() - 2);
+            ASSERT_EQ(token, matched) << "token " << count << " of round " << round;
+            ASSERT_EQ(lexer.line(), other.line()) << "token " << count << " of round " << round;
+        }
+        EXPECT_EQ(lexer.line(), other.line());
+        EXPECT_EQ(lexer.braceDepth(), other.braceDepth());
+        EXPECT_EQ(lexer.fileName(), other.fileName());
+    }
 }
 
 TEST(ParserStackTest, UnderflowsAreReportedAndHarmless) {

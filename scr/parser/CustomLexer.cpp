@@ -143,8 +143,8 @@ int wordCode(std::string_view word) {
 
 }  // namespace
 
-CustomLexer::CustomLexer(std::string_view modeWord, std::string_view text)
-    : modeWord_(modeWord), text_(text) {}
+CustomLexer::CustomLexer(std::string_view head, std::string_view text, std::string_view tail)
+    : head_(head), text_(text), tail_(tail) {}
 
 int CustomLexer::yylex(FND::String* text) {
     std::string_view view;
@@ -166,17 +166,18 @@ int CustomLexer::next(std::string_view& text) {
 }
 
 int CustomLexer::LexerInput(char* buffer, int maxSize) {
-    // The scanner asks for 8192 bytes at most, which may span the end of the mode word.
     std::size_t count = 0;
     const auto room = static_cast<std::size_t>(maxSize);
-    for (const std::string_view source : {modeWord_, text_}) {
-        const std::size_t start = source.data() == text_.data() ? modeWord_.size() : 0;
-        if (count == room || read_ >= start + source.size()) continue;
-        const std::size_t offset = read_ - start;
-        const std::size_t part = std::min(room - count, source.size() - offset);
-        std::memcpy(buffer + count, source.data() + offset, part);
-        count += part;
-        read_ += part;
+    std::size_t start = 0;
+    for (const std::string_view source : {head_, text_, tail_}) {
+        const std::size_t end = start + source.size();
+        if (count < room && read_ < end) {
+            const std::size_t part = std::min(room - count, end - read_);
+            std::memcpy(buffer + count, source.data() + (read_ - start), part);
+            count += part;
+            read_ += part;
+        }
+        start = end;
     }
     return static_cast<int>(count);
 }
@@ -187,8 +188,8 @@ void CustomLexer::LexerError(const char* message) {
 }
 
 int CustomLexer::scanCommon(std::string_view& text) {
-    // At first the scanner has no buffer, and then the mode word in front of the text.
-    if (yy_init == 0 || position_ < modeWord_.size()) return 0;
+    // At first the scanner has no buffer, and what stands around the text is left to the rules.
+    if (yy_init == 0 || position_ - head_.size() >= text_.size()) return 0;
     const char* const begin = yy_c_buf_p;
     *yy_c_buf_p = yy_hold_char;
     const char* start = begin;
@@ -252,7 +253,7 @@ int CustomLexer::scanCommon(std::string_view& text) {
     const std::size_t length = code != 0 ? static_cast<std::size_t>(end - start) : 0;
     // The quotes around a string are no part of its text.
     const std::size_t quote = code == SCR_STRING ? 1 : 0;
-    const char* const matched = text_.data() + (position_ - modeWord_.size()) + skipped;
+    const char* const matched = text_.data() + (position_ - head_.size()) + skipped;
     text = {matched + quote, length - 2 * quote};
     position_ += skipped + length;
     yy_c_buf_p += skipped + length;
@@ -264,9 +265,15 @@ int CustomLexer::word() { return token(wordCode({yytext, static_cast<std::size_t
 
 int CustomLexer::token(int code) {
     const auto length = static_cast<std::size_t>(yyleng);
-    // Only the mode word itself stands before the text.
-    tokenText_ = position_ < modeWord_.size() ? modeWord_.substr(position_, length)
-                                              : text_.substr(position_ - modeWord_.size(), length);
+    // Hardly any token but the mode word stands outside the text.
+    std::size_t start = position_;
+    std::string_view source = head_;
+    for (const std::string_view next : {text_, tail_}) {
+        if (start < source.size()) break;
+        start -= source.size();
+        source = next;
+    }
+    tokenText_ = source.substr(start, length);
     position_ += length;
     return code;
 }

@@ -18,8 +18,9 @@ namespace SCR {
 /// reached. Used under the parse lock.
 class CustomLexer final : public SCR_FlexLexer {
 public:
-    /// Reads `modeWord` and then `text`, both of which must outlive the lexer.
-    CustomLexer(std::string_view modeWord, std::string_view text);
+    /// Reads `head`, which begins with the mode word, then `text` and then `tail`, all of which
+    /// must outlive the lexer. Every token lies in one of them.
+    CustomLexer(std::string_view head, std::string_view text, std::string_view tail = {});
 
     /// The next token's code, 0 at the end of the input, with the token's text in `text`: the
     /// matched bytes, or for a string literal what stands between the quotes with escapes
@@ -62,9 +63,10 @@ private:
     void countLines(std::int64_t lines);
     bool lineDirective();
 
-    std::string_view modeWord_;
+    std::string_view head_;
     std::string_view text_;
-    std::size_t read_ = 0;      // bytes of mode word and text given to the scanner
+    std::string_view tail_;
+    std::size_t read_ = 0;      // bytes of the three given to the scanner
     std::size_t position_ = 0;  // bytes matched so far
     std::string_view tokenText_;
     int line_ = 1;

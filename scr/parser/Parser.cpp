@@ -9,6 +9,7 @@
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/parser/Preprocessor.h"
 
 namespace SCR {
 
@@ -48,9 +49,9 @@ public:
         parseContextG = context_;
     }
 
-    // Parses `text` in the mode that `modeWord` chooses.
-    bool parse(std::string_view modeWord, const FND::String& text) {
-        SCR::CustomLexer lexer(modeWord, text);
+    // Parses `text`, followed by `tail`, in the mode that the word at the start of `head` chooses.
+    bool parse(std::string_view head, std::string_view text, std::string_view tail = {}) {
+        SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
         const bool isParsed = SCR_parse(lexer) == 0;
         actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
@@ -70,15 +71,15 @@ private:
 
 }  // namespace
 
-bool SCR_parseScript(SCR::Interpreter& interpreter, const FND::String& text) {
+bool SCR_parseScript(SCR::Interpreter& interpreter, const SCR::ExpandedText& text) {
     ParseScope scope(interpreter, nullptr);
-    return scope.parse("RESULTS: ", text);
+    return scope.parse("RESULTS: " + text.head, text.body, text.tail);
 }
 
 bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& target,
-                        const FND::String& text) {
+                        const SCR::ExpandedText& text) {
     ParseScope scope(interpreter, &target);
-    return scope.parse("CONDITIONS: ", text);
+    return scope.parse("CONDITIONS: " + text.head, text.body, text.tail);
 }
 
 bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,

@@ -9,6 +9,7 @@ namespace SCR {
 class BoolNode;
 class CompareInterface;
 class Interpreter;
+struct ExpandedText;
 
 }  // namespace SCR
 
@@ -16,12 +17,12 @@ class Interpreter;
 // reports errors through the interpreter and gives false after one. They may throw what the library
 // or an extension throws; the parse state is put back then too.
 
-/// Compiles a script, already preprocessed, into the interpreter's open main function.
-bool SCR_parseScript(SCR::Interpreter& interpreter, const FND::String& text);
+/// Compiles a script into the interpreter's open main function.
+bool SCR_parseScript(SCR::Interpreter& interpreter, const SCR::ExpandedText& text);
 
 /// Compiles conditions and hands them to `target`.
 bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& target,
-                        const FND::String& text);
+                        const SCR::ExpandedText& text);
 
 /// Compiles one expression of type Bool into `query`.
 bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,

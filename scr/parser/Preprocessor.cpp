@@ -20,6 +20,8 @@ namespace SCR {
 namespace {
 
 constexpr std::string_view keywordS = "include";
+// About as long as the first "#line" line.
+constexpr std::size_t lineMarkS = 64;
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
@@ -200,6 +202,18 @@ Preprocessor::Preprocessor(Log* log, PreprocessorOptions options)
 }
 
 bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
+    ExpandedText expanded;
+    if (!expand(text, expanded)) return false;
+    if (expanded.head.empty()) {
+        output = std::move(expanded.storage);
+    } else {
+        expanded.head.append(expanded.body).append(expanded.tail);
+        output = std::move(expanded.head);
+    }
+    return true;
+}
+
+bool Preprocessor::expand(const FND::String& text, ExpandedText& output) {
     includedNames_.clear();
     fileStack_.clear();
     chargedBytes_ = 0;
@@ -207,12 +221,17 @@ bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
 
     FND::String expanded;
     if (!push(PreProFileData::mainText(text))) return false;
-    expanded.reserve(fileStack_.back().size() + 64);
     while (!fileStack_.empty()) {
         PreProFileData& file = fileStack_.back();
         if (!appendLineMark(expanded, file.lineIndex() + 1, file.name())) return false;
         std::string_view lines;
         if (file.nextOrdinaryLines(lines)) {
+            if (file.isBorrowed(lines)) {
+                output = {std::move(expanded), lines, "\n", {}};
+                fileStack_.clear();
+                return true;
+            }
+            if (expanded.size() < lineMarkS) expanded.reserve(file.size() + lineMarkS);
             expanded += lines;
             expanded += '\n';
         }
@@ -225,7 +244,8 @@ bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
             if (!appendLineMark(expanded, 1, name) || !include(name)) return false;
         }
     }
-    output = std::move(expanded);
+    output = {{}, {}, {}, std::move(expanded)};
+    output.body = output.storage;
     return true;
 }
 

@@ -27,6 +27,11 @@ public:
     /// The name given to the constructor.
     const FND::String& name() const { return name_; }
 
+    /// Whether `lines`, handed out, are all of a text that was not copied.
+    bool isBorrowed(std::string_view lines) const {
+        return borrowed_ != nullptr && lines.size() == borrowed_->size();
+    }
+
     /// The number of bytes of the plain text.
     std::size_t size() const { return text().size(); }
 
@@ -53,6 +58,14 @@ private:
     std::size_t next_ = 0;     // where the next line begins; past text_.size() when none is left
     std::size_t counted_ = 0;  // lines before this place are counted in lineIndex_
     unsigned lineIndex_ = 0;
+};
+
+/// A text with its include lines expanded, in three parts that follow each other.
+struct ExpandedText {
+    FND::String head;
+    std::string_view body;  ///< in `storage` or, when it has no include lines, the text given
+    std::string_view tail;
+    FND::String storage;
 };
 
 /// What a host grants to the include lines of a script.
@@ -97,6 +110,10 @@ public:
     /// end of their file. False, with `output` unchanged, when an include failed or a limit was
     /// passed; the log says why. `text` and `output` may be the same object.
     bool preprocess(const FND::String& text, FND::String& output);
+
+    /// Gives the same text in parts, of which a text without include lines is not copied and must
+    /// outlive `output`.
+    bool expand(const FND::String& text, ExpandedText& output);
 
     /// True when `line` (without line feed) is an include line; `name` is then what stands between
     /// its first and its last double quote.
