@@ -57,8 +57,7 @@ std::align_val_t alignmentOf(std::size_t size) {
 }
 
 void freeBlock(Block* block) noexcept {
-    ::operator delete(reinterpret_cast<PageHead*>(block) - 1, block->size,
-                      alignmentOf(block->size));
+    ::operator delete(reinterpret_cast<PageHead*>(block) - 1, alignmentOf(block->size));
 }
 
 }  // namespace
@@ -239,7 +238,7 @@ void* take(std::size_t bytes) {
 
 void give(void* memory, std::size_t bytes) noexcept {
     if (!poolsNodesS || bytes > largestS) {
-        ::operator delete(memory, bytes);
+        ::operator delete(memory);
         return;
     }
     const std::size_t units = unitsOf(bytes);

@@ -51,9 +51,9 @@ public:
     static void* operator new(std::size_t bytes, std::align_val_t alignment) {
         return ::operator new(bytes, alignment);
     }
-    static void operator delete(void* object, std::size_t bytes,
+    static void operator delete(void* object, std::size_t /*bytes*/,
                                 std::align_val_t alignment) noexcept {
-        ::operator delete(object, bytes, alignment);
+        ::operator delete(object, alignment);
     }
     static void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
         try {
