@@ -174,9 +174,12 @@ private:
 };
 
 const Node* member(const Node& object, std::string_view name) {
+    // The last of a name counts.
+    const Node* last = nullptr;
     for (const Node& child : object.children) {
-        if (child.name == name) return &child;
+        if (child.name == name) last = &child;
     }
+    if (last != nullptr) return last;
     // "_" also stands for a byte that no identifier has.
     for (const Node& child : object.children) {
         bool fits = child.name.size() == name.size();
@@ -186,9 +189,9 @@ const Node* member(const Node& object, std::string_view name) {
                                 (c >= '0' && c <= '9') || c == '_' || c == '.';
             fits = name[i] == c || (name[i] == '_' && !isWord);
         }
-        if (fits) return &child;
+        if (fits) last = &child;
     }
-    return nullptr;
+    return last;
 }
 
 struct Field {
@@ -359,13 +362,16 @@ private:
         checkWithout(tree, *now, node);
     }
 
-    // `now` is `old` without `gone`, byte for byte but for the space and commas around it.
+    // `now` is `old` without `gone` and what has its name, byte for byte but for the space and
+    // commas around them.
     static void checkWithout(const Node& old, const Node& now, const Node* gone) {
         check(old.kind == now.kind);
         if (old.raw == now.raw) return;
         std::size_t i = 0;
+        const bool isMember = old.kind == Kind::Object && gone >= old.children.data() &&
+                              gone < old.children.data() + old.children.size();
         for (const Node& child : old.children) {
-            if (&child == gone) continue;
+            if (&child == gone || (isMember && child.name == gone->name)) continue;
             check(i < now.children.size() && now.children[i].name == child.name);
             checkWithout(child, now.children[i++], gone);
         }

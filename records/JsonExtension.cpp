@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <optional>
@@ -8,6 +9,7 @@
 #include "fnd/Decimal.h"
 #include "records/RecordExtension.h"
 #include "scr/HostExtension.h"
+#include "scr/Interpreter.h"
 
 namespace Records {
 namespace {
@@ -34,15 +36,61 @@ void refuse(FieldAlias field, const char* reason) {
     if (reason != nullptr) throw std::invalid_argument("field " + field.name() + ": " + reason);
 }
 
+std::string noNumber(const CurrentRecord& current, FieldAlias field, const char* type,
+                     std::string_view text) {
+    return "field " + field.name() + " of record " + std::to_string(current.number) + " is no " +
+           type + ": '" + std::string(text.substr(0, 100)) + "'";
+}
+
+// Invalid for text that is no number and for a number that does not fit.
 FND::Decimal toDecimal(std::string_view text) {
+    FND::Decimal value = FND::Decimal::invalid();
+    double approximate = 0;
+    const char* const end = text.data() + text.size();
     // Only numbers that are written in powers of ten go by way of a double.
-    if (text.find_first_of("eE") == std::string_view::npos) return FND::Decimal::fromString(text);
-    double value = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || stop != text.data() + text.size()) {
-        return FND::Decimal::fromString(text);
+    if (text.find_first_of("eE") == std::string_view::npos) {
+        value = FND::Decimal::fromString(text);
+    } else if (const auto [stop, error] = std::from_chars(text.data(), end, approximate);
+               error == std::errc() && stop == end) {
+        value = FND::Decimal::fromDouble(approximate);
     }
-    return FND::Decimal::fromDouble(value);
+    return value;
+}
+
+// The whole number that a number of JSON is, however it is written.
+std::optional<long> wholeNumber(std::string_view text) {
+    long value = 0;
+    const char* const end = text.data() + text.size();
+    if (const auto [stop, error] = std::from_chars(text.data(), end, value);
+        error == std::errc() && stop == end) {
+        return value;
+    }
+    const std::size_t mantissa = std::min(text.find_first_of("eE"), text.size());
+    std::string digits;
+    long power = 0;  // of ten, by which the digits are to be multiplied
+    bool isFraction = false;
+    for (const char c : text.substr(0, mantissa)) {
+        isFraction = isFraction || c == '.';
+        if (c < '0' || c > '9') continue;
+        if (!digits.empty() || c != '0') digits += c;
+        power -= isFraction ? 1 : 0;
+    }
+    if (digits.empty()) return 0;
+    if (mantissa != text.size()) {
+        const std::size_t sign = text[mantissa + 1] == '+' ? 1 : 0;
+        int exponent = 0;
+        if (std::from_chars(text.data() + mantissa + 1 + sign, end, exponent).ec != std::errc()) {
+            return std::nullopt;
+        }
+        power += exponent;
+    }
+    for (; digits.back() == '0'; ++power) digits.pop_back();
+    constexpr long longest = 19;  // digits that a Long has
+    if (power < 0 || static_cast<long>(digits.size()) + power > longest) return std::nullopt;
+    digits.append(static_cast<std::size_t>(power), '0');
+    if (text.front() == '-') digits.insert(0, 1, '-');
+    const auto [stop, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    return error == std::errc() ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace
@@ -64,20 +112,32 @@ void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current) {
         [&json, &current](FieldAlias field, Index i, Index j, Index k) {
             const JsonRecord::Value value = json.find(field.id(), Indices(i, j, k));
             if (value.kind == Kind::Bool) return value.raw == "true" ? 1L : 0L;
-            return toLong(current, field.name(), json.textOf(value));
+            if (value.kind != Kind::Number)
+                return toLong(current, field.name(), json.textOf(value));
+            const std::optional<long> whole = wholeNumber(value.raw);
+            if (!whole) throw std::invalid_argument(noNumber(current, field, "Long", value.raw));
+            return *whole;
         },
         [&json](FieldAlias field, Index i, Index j, Index k, long value) {
             refuse(field, json.assign(field.id(), Indices(i, j, k), std::to_string(value)));
         });
     host.field(
-        "edrDecimal",
-        [&json](FieldAlias field, Index i, Index j, Index k) {
-            return toDecimal(json.textOf(json.find(field.id(), Indices(i, j, k))));
-        },
-        [&json](FieldAlias field, Index i, Index j, Index k, const FND::Decimal& value) {
-            refuse(field, json.assign(field.id(), Indices(i, j, k),
-                                      value.isValid() ? value.toPlainString() : "null"));
-        });
+            "edrDecimal",
+            [&current, &json](SCR::Interpreter& interpreter, FieldAlias field, Index i, Index j,
+                              Index k) {
+                const JsonRecord::Value value = json.find(field.id(), Indices(i, j, k));
+                const FND::Decimal number = toDecimal(json.textOf(value));
+                if (value.kind == Kind::Number && !number.isValid()) {
+                    interpreter.logError("edrDecimal: " +
+                                         noNumber(current, field, "Decimal", value.raw));
+                }
+                return number;
+            },
+            [&json](FieldAlias field, Index i, Index j, Index k, const FND::Decimal& value) {
+                refuse(field, json.assign(field.id(), Indices(i, j, k),
+                                          value.isValid() ? value.toPlainString() : "null"));
+            })
+        ->isActive(false);
     host.field(
         "edrDate",
         [&json](FieldAlias field, Index i, Index j, Index k) {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
+#include <utility>
 
 namespace Records {
 namespace {
@@ -13,6 +13,8 @@ namespace Json = simdjson::ondemand;
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool endsWord(char c) { return c == ',' || c == ']' || c == '}' || isSpace(c); }
 
 bool isWord(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || c == '.';
@@ -47,52 +49,12 @@ bool isNumber(std::string_view text) {
     return i == text.size();
 }
 
-// The following walk over JSON that is known to be right.
-
-std::size_t skipSpace(std::string_view text, std::size_t i) {
-    while (isSpace(text[i])) ++i;
-    return i;
-}
-
-// Behind the string that begins at `i`.
+// Behind the string that begins at `i`, in JSON that is known to be right.
 std::size_t skipString(std::string_view text, std::size_t i) {
     for (++i; text[i] != '"'; ++i) {
         if (text[i] == '\\') ++i;
     }
     return i + 1;
-}
-
-// Behind the value that begins at `i`.
-std::size_t skipValue(std::string_view text, std::size_t i) {
-    std::size_t depth = 0;
-    do {
-        switch (text[i]) {
-            case '"':
-                i = skipString(text, i);
-                break;
-            case '{':
-            case '[':
-                ++depth;
-                ++i;
-                break;
-            case '}':
-            case ']':
-                --depth;
-                ++i;
-                break;
-            case ',':
-            case ':':
-            case ' ':
-            case '\t':
-            case '\r':
-            case '\n':
-                ++i;
-                break;
-            default:
-                while (i < text.size() && std::strchr(",]} \t\r\n", text[i]) == nullptr) ++i;
-        }
-    } while (depth != 0);
-    return i;
 }
 
 unsigned hexOf(std::string_view digits) {
@@ -287,87 +249,195 @@ long JsonRecord::add(std::string_view path) {
 
 const char* JsonRecord::take(std::string_view text) {
     members_.clear();
+    if (std::exchange(uses_, 0) != 0) cursors_.fill({});
+    gapBegin_ = gapEnd_ = noneCM;
     text_ = text;
     const char* const error = checker_->check(text, members_);
     if (error != nullptr) {
         members_.clear();
         text_ = "{}";
     }
+    // Records of one file are alike: members are mostly where they were in the one before.
+    const bool isAlike = std::equal(
+        members_.begin(), members_.end(), shapeNames_.begin(), shapeNames_.end(),
+        [](const Member& member, const std::string& name) { return member.name == name; });
+    if (!isAlike) {
+        shapeNames_.resize(members_.size());
+        for (std::size_t i = 0; i < members_.size(); ++i) shapeNames_[i] = members_[i].name;
+        namesShape_ = ++shapes_;
+    }
+    shape_ = namesShape_;
     return error;
 }
 
-bool JsonRecord::findMember(const Path& path, Child& child) const {
-    const std::string& name = path.names.front();
-    // The first of several that have the name.
-    auto found = std::find_if(members_.begin(), members_.end(),
-                              [&](const Member& member) { return member.name == name; });
-    if (found == members_.end() && name.find('_') != std::string::npos) {
-        found = std::find_if(members_.begin(), members_.end(),
-                             [&](const Member& member) { return standsFor(name, member.name); });
+std::string_view JsonRecord::text() {
+    closeGap();
+    return text_;
+}
+
+// The following walk over JSON that is known to be right.
+
+std::size_t JsonRecord::skipSpace(std::size_t i) const {
+    while (isSpace(text_[i])) i = i == gapBegin_ ? gapEnd_ : i + 1;
+    return i;
+}
+
+// Behind the value that begins at `i`.
+std::size_t JsonRecord::skipValue(std::size_t i) const {
+    std::size_t depth = 0;
+    do {
+        switch (text_[i]) {
+            case '"':
+                i = skipString(text_, i);
+                break;
+            case '{':
+            case '[':
+                ++depth;
+                ++i;
+                break;
+            case '}':
+            case ']':
+                --depth;
+                ++i;
+                break;
+            case ',':
+            case ':':
+                ++i;
+                break;
+            case ' ':
+            case '\t':
+            case '\r':
+            case '\n':
+                i = skipSpace(i);
+                break;
+            default:
+                while (!endsWord(text_[i])) ++i;
+        }
+    } while (depth != 0);
+    return i;
+}
+
+// Reads the name of a member at `i`, which is then behind it, into `key`, unescaped. False at the
+// end of the object.
+bool JsonRecord::readKey(std::size_t& i, std::string& scratch, std::string_view& key) const {
+    if (text_[i] == '}') return false;
+    const std::size_t end = skipString(text_, i);
+    key = text_.substr(i + 1, end - i - 2);
+    if (key.find('\\') != std::string_view::npos) {
+        unescape(key, scratch);
+        key = scratch;
     }
-    if (found == members_.end()) return false;
-    child.valueBegin = found->valueBegin;
-    child.valueEnd = found->valueEnd;
+    i = end;
+    return true;
+}
+
+bool JsonRecord::findMember(Path& path, Child& child) {
+    if (path.shape != shape_) {
+        const std::string& name = path.names.front();
+        const auto find = [&](const auto& fits) {
+            const auto found = std::find_if(members_.rbegin(), members_.rend(), fits);
+            path.member = static_cast<std::size_t>(members_.rend() - found) - 1;
+            return found != members_.rend();
+        };
+        if (!find([&](const Member& member) { return member.name == name; }) &&
+            name.find('_') != std::string::npos) {
+            find([&](const Member& member) { return standsFor(name, member.name); });
+        }
+        path.shape = shape_;
+    }
+    if (path.member == noneCM) return false;
+    child.valueBegin = members_[path.member].valueBegin;
+    child.valueEnd = members_[path.member].valueEnd;
     child.isFound = true;
     return true;
 }
 
 JsonRecord::Child JsonRecord::scanObject(std::size_t begin, std::string_view name) const {
-    std::string unescaped;
+    std::string scratch;
+    std::string_view key;
+    Child exact;
     Child similar;
     Child child;
     child.previousEnd = begin + 1;
-    for (std::size_t i = skipSpace(text_, begin + 1); text_[i] != '}'; ++child.count) {
-        child.isFirst = child.count == 0;
+    for (std::size_t i = skipSpace(begin + 1);; ++child.count) {
         child.begin = i;
-        const std::size_t keyEnd = skipString(text_, i);
-        std::string_view key = text_.substr(i + 1, keyEnd - i - 2);
-        child.valueBegin = skipSpace(text_, skipSpace(text_, keyEnd) + 1);
-        child.valueEnd = skipValue(text_, child.valueBegin);
-        if (key.find('\\') != std::string_view::npos) {
-            unescape(key, unescaped);
-            key = unescaped;
+        if (!readKey(i, scratch, key)) break;
+        child.valueBegin = skipSpace(skipSpace(i) + 1);
+        child.valueEnd = skipValue(child.valueBegin);
+        if (standsFor(name, key)) {
+            Child& found = key == name ? exact : similar;
+            found = child;
+            found.isFound = true;
         }
-        child.isFound = true;
-        if (key == name) return child;
-        if (!similar.isFound && standsFor(name, key)) similar = child;
-        child.isFound = false;
         child.previousEnd = child.valueEnd;
-        i = skipSpace(text_, child.valueEnd);
-        if (text_[i] == ',') i = skipSpace(text_, i + 1);
+        i = skipSpace(child.valueEnd);
+        if (text_[i] == ',') i = skipSpace(i + 1);
     }
-    return similar.isFound ? similar : child;
+    return exact.isFound ? exact : similar.isFound ? similar : child;
 }
 
-JsonRecord::Child JsonRecord::scanArray(std::size_t begin, long index) const {
-    Child child;
-    child.previousEnd = begin + 1;
-    for (std::size_t i = skipSpace(text_, begin + 1); text_[i] != ']'; ++child.count) {
-        child.isFirst = child.count == 0;
-        child.begin = child.valueBegin = i;
-        child.valueEnd = skipValue(text_, i);
-        child.isFound = static_cast<long>(child.count) == index;
-        if (child.isFound) return child;
-        child.previousEnd = child.valueEnd;
-        i = skipSpace(text_, child.valueEnd);
-        if (text_[i] == ',') i = skipSpace(text_, i + 1);
+JsonRecord::Cursor& JsonRecord::cursorOf(std::size_t array) {
+    Cursor* oldest = cursors_.data();
+    for (Cursor& cursor : cursors_) {
+        if (cursor.array == array) {
+            cursor.used = ++uses_;
+            return cursor;
+        }
+        if (cursor.used < oldest->used) oldest = &cursor;
     }
-    const long count = static_cast<long>(child.count);
-    if (index < 0 && index >= -count) return scanArray(begin, count + index);
+    *oldest = {};
+    oldest->array = array;
+    oldest->used = ++uses_;
+    return *oldest;
+}
+
+// Goes on to the element `index`, or to the end of the array.
+JsonRecord::Child JsonRecord::advance(Cursor& cursor, std::size_t index) const {
+    Child& child = cursor.child;
+    while (!child.isFound || child.count != index) {
+        Child next;
+        next.count = child.isFound ? child.count + 1 : 0;
+        next.previousEnd = child.isFound ? child.valueEnd : cursor.array + 1;
+        next.begin = skipSpace(next.previousEnd);
+        if (text_[next.begin] == ',') next.begin = skipSpace(next.begin + 1);
+        if (text_[next.begin] == ']') {
+            cursor.elements = next.count;
+            return next;
+        }
+        next.valueBegin = next.begin;
+        next.valueEnd = skipValue(next.begin);
+        next.isFound = true;
+        child = next;
+    }
     return child;
 }
 
-JsonRecord::Place JsonRecord::locate(const Path& path, std::span<const long> indices,
-                                     bool needsNeighbours) {
-    Place place;
-    if (!needsNeighbours && findMember(path, place.child)) {
-        place.name = 1;
-    } else {
-        place.container = skipSpace(text_, 0);
-        place.child = scanObject(place.container, path.names.front());
-        if (!place.child.isFound) return place;
-        place.name = 1;
+JsonRecord::Child JsonRecord::scanArray(std::size_t begin, long index) {
+    Cursor& cursor = cursorOf(begin);
+    if (index < 0) {
+        if (cursor.elements == noneCM) advance(cursor, noneCM);
+        const long count = static_cast<long>(cursor.elements);
+        if (index < -count) {
+            Child nothing;
+            nothing.count = cursor.elements;
+            return nothing;
+        }
+        index += count;
     }
+    const auto place = static_cast<std::size_t>(index);
+    if (cursor.child.count > place) cursor.child = {};
+    return advance(cursor, place);
+}
+
+JsonRecord::Place JsonRecord::locate(Path& path, std::span<const long> indices) {
+    Place place;
+    place.container = skipSpace(0);
+    if (!findMember(path, place.child)) {
+        place.child.count = members_.size();
+        place.child.previousEnd = members_.empty() ? place.container + 1 : members_.back().valueEnd;
+        return place;
+    }
+    place.name = 1;
     while (place.name < path.names.size() || place.index < indices.size()) {
         const std::size_t begin = place.child.valueBegin;
         const bool isArray = text_[begin] == '[' && place.index < indices.size();
@@ -387,10 +457,16 @@ JsonRecord::Place JsonRecord::locate(const Path& path, std::span<const long> ind
 }
 
 JsonRecord::Value JsonRecord::find(long path, std::span<const long> indices) {
-    const Place place = locate(paths_[static_cast<std::size_t>(path)], indices, false);
+    const Place place = locate(paths_[static_cast<std::size_t>(path)], indices);
     if (!place.child.isFound || place.isBroken) return {};
     Value value;
-    value.raw = text_.substr(place.child.valueBegin, place.child.valueEnd - place.child.valueBegin);
+    const std::size_t begin = place.child.valueBegin;
+    std::size_t size = place.child.valueEnd - begin;
+    if (gapBegin_ > begin && gapBegin_ < place.child.valueEnd) {
+        size -= gapEnd_ - gapBegin_;
+        closeGap();
+    }
+    value.raw = text_.substr(begin, size);
     switch (value.raw.front()) {
         case '"':
             value.kind = Kind::String;
@@ -415,11 +491,14 @@ JsonRecord::Value JsonRecord::find(long path, std::span<const long> indices) {
 }
 
 long JsonRecord::elements(long path, std::span<const long> indices) {
-    const Value value = find(path, indices);
-    if (value.kind == Kind::Missing || value.kind == Kind::Null) return 0;
-    if (value.kind != Kind::Array) return -1;
-    const auto begin = static_cast<std::size_t>(value.raw.data() - text_.data());
-    return static_cast<long>(scanArray(begin, std::numeric_limits<long>::min()).count);
+    const Place place = locate(paths_[static_cast<std::size_t>(path)], indices);
+    if (!place.child.isFound || place.isBroken) return 0;
+    const std::size_t begin = place.child.valueBegin;
+    if (text_[begin] == 'n') return 0;
+    if (text_[begin] != '[') return -1;
+    Cursor& cursor = cursorOf(begin);
+    if (cursor.elements == noneCM) advance(cursor, noneCM);
+    return static_cast<long>(cursor.elements);
 }
 
 std::string_view JsonRecord::textOf(const Value& value) {
@@ -431,23 +510,95 @@ std::string_view JsonRecord::textOf(const Value& value) {
     return scratch_;
 }
 
-void JsonRecord::replace(std::size_t begin, std::size_t end, std::string_view bytes) {
-    if (text_.data() != own_.data()) own_.assign(text_);
-    own_.replace(begin, end - begin, bytes);
-    text_ = own_;
-    for (Member& member : members_) {
-        if (member.valueBegin >= end && member.valueBegin > begin) {
-            member.valueBegin += bytes.size() - (end - begin);
-        }
-        if (member.valueEnd >= end && member.valueEnd > begin) {
-            member.valueEnd += bytes.size() - (end - begin);
-        }
+// Moves the places noted that are from `first` to `last` by `distance`, which may be negative.
+void JsonRecord::shift(std::size_t first, std::size_t last, std::size_t distance) {
+    const auto move = [&](std::size_t& place) {
+        if (place >= first && place <= last) place += distance;
+    };
+    auto member = std::partition_point(members_.begin(), members_.end(),
+                                       [&](const Member& m) { return m.valueEnd < first; });
+    for (; member != members_.end() && member->valueBegin <= last; ++member) {
+        move(member->valueBegin);
+        move(member->valueEnd);
     }
+    for (Cursor& cursor : cursors_) {
+        if (cursor.array == noneCM) continue;
+        move(cursor.array);
+        move(cursor.child.begin);
+        move(cursor.child.valueBegin);
+        move(cursor.child.valueEnd);
+        move(cursor.child.previousEnd);
+    }
+    move(edit_.begin);
+    move(edit_.end);
+}
+
+// Makes room for `size` bytes at `at`, behind a child or a bracket, and for more that may follow.
+void JsonRecord::openGap(std::size_t at, std::size_t size) {
+    const std::size_t old = text_.size();
+    const std::size_t gap = size + old / 4 + 64;
+    const bool isOwn = text_.data() == own_.data();
+    if (own_.size() < old + gap) own_.resize(old + gap);
+    const char* const from = isOwn ? own_.data() : text_.data();
+    std::memmove(own_.data() + at + gap, from + at, old - at);
+    if (!isOwn) std::memcpy(own_.data(), from, at);
+    text_ = std::string_view(own_.data(), old + gap);
+    shift(at + 1, old, gap);
+    gapBegin_ = at;
+    gapEnd_ = at + gap;
+}
+
+// Moves the gap to `to`, which is behind a child or a bracket.
+void JsonRecord::moveGap(std::size_t to) {
+    const std::size_t size = gapEnd_ - gapBegin_;
+    if (to < gapBegin_) {
+        const std::size_t moved = gapBegin_ - to;
+        std::memmove(own_.data() + gapEnd_ - moved, own_.data() + to, moved);
+        shift(to + 1, gapBegin_, size);
+        gapBegin_ = to;
+    } else if (to > gapBegin_) {
+        const std::size_t moved = to - gapEnd_;
+        std::memmove(own_.data() + gapBegin_, own_.data() + gapEnd_, moved);
+        shift(gapEnd_, to, std::size_t{0} - size);
+        gapBegin_ += moved;
+    }
+    gapEnd_ = gapBegin_ + size;
+}
+
+void JsonRecord::closeGap() {
+    if (gapBegin_ == noneCM) return;
+    const std::size_t size = gapEnd_ - gapBegin_;
+    const std::size_t old = text_.size();
+    std::memmove(own_.data() + gapBegin_, own_.data() + gapEnd_, old - gapEnd_);
+    shift(gapEnd_, old, std::size_t{0} - size);
+    text_ = std::string_view(own_.data(), old - size);
+    gapBegin_ = gapEnd_ = noneCM;
+}
+
+// Puts `bytes` in the place of a value, or between two of them.
+void JsonRecord::replace(std::size_t begin, std::size_t end, std::string_view bytes) {
+    edit_ = {begin, end};
+    if (gapBegin_ != noneCM && gapEnd_ - gapBegin_ > bytes.size()) {
+        moveGap(end);
+    } else {
+        closeGap();
+        openGap(edit_.end, bytes.size());
+    }
+    const auto [from, to] = edit_;
+    std::memcpy(own_.data() + from, bytes.data(), bytes.size());
+    gapBegin_ = from + bytes.size();
+    own_[gapBegin_] = ' ';
+    if (from == to) return;
+    for (Cursor& cursor : cursors_) {
+        if (cursor.array >= from && cursor.array < to) cursor = {};
+    }
+    // What ended there ends elsewhere now.
+    shift(to, to, gapBegin_ - to);
 }
 
 const char* JsonRecord::assign(long number, std::span<const long> indices, std::string_view value) {
-    const Path& path = paths_[static_cast<std::size_t>(number)];
-    Place place = locate(path, indices, false);
+    Path& path = paths_[static_cast<std::size_t>(number)];
+    const Place place = locate(path, indices);
     const auto isNull = [&] { return text_[place.child.valueBegin] == 'n'; };
     if (place.child.isFound && !place.isBroken) {
         replace(place.child.valueBegin, place.child.valueEnd, value);
@@ -483,14 +634,19 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
     }
     if (count != 0) added_.insert(0, 1, ',');
     const bool isTop = isMember && place.name == 0;
-    const std::size_t at = place.child.previousEnd;
-    replace(at, at, added_);
+    if (isElement) {
+        Cursor& cursor = cursorOf(place.container);
+        if (cursor.elements != noneCM) ++cursor.elements;
+    }
+    replace(place.child.previousEnd, place.child.previousEnd, added_);
     if (isTop) {
         // Where the value begins: behind the comma, the name and the colon.
         std::string quoted;
         appendQuoted(path.names.front(), quoted);
-        const std::size_t begin = at + (count != 0 ? 1 : 0) + quoted.size() + 1;
-        members_.push_back({path.names.front(), begin, at + added_.size()});
+        const std::size_t begin = edit_.begin + (count != 0 ? 1 : 0) + quoted.size() + 1;
+        path.member = members_.size();
+        path.shape = shape_ = ++shapes_;
+        members_.push_back({path.names.front(), begin, gapBegin_});
     }
     return nullptr;
 }
@@ -503,24 +659,76 @@ const char* JsonRecord::assignText(long path, std::span<const long> indices,
     return assign(path, indices, scratch_);
 }
 
+void JsonRecord::erase(std::span<const Range> ranges) {
+    closeGap();
+    added_.clear();
+    std::size_t from = 0;
+    for (const Range& range : ranges) {
+        added_.append(text_, from, range.begin - from);
+        from = range.end;
+    }
+    added_.append(text_, from);
+    std::size_t erased = 0;
+    auto next = ranges.begin();
+    const auto move = [&](std::size_t& place) {
+        for (; next != ranges.end() && next->end <= place; ++next)
+            erased += next->end - next->begin;
+        place -= erased;
+    };
+    for (Member& member : members_) {
+        move(member.valueBegin);
+        move(member.valueEnd);
+    }
+    own_.swap(added_);
+    text_ = own_;
+    cursors_.fill({});
+}
+
 void JsonRecord::remove(long number, std::span<const long> indices) {
-    const Place place = locate(paths_[static_cast<std::size_t>(number)], indices, true);
+    Path& path = paths_[static_cast<std::size_t>(number)];
+    closeGap();
+    const Place place = locate(path, indices);
     if (!place.child.isFound || place.isBroken) return;
-    const Child& child = place.child;
-    const bool isTop = place.container == skipSpace(text_, 0);
+    std::string scratch;
+    std::string_view key;
+    std::string name;
+    const bool isMember = text_[place.container] == '{';
+    const bool isTop = place.container == skipSpace(0);
     if (isTop) {
-        std::erase_if(members_,
-                      [&](const Member& member) { return member.valueBegin == child.valueBegin; });
+        name = members_[path.member].name;
+        std::erase_if(members_, [&](const Member& member) { return member.name == name; });
+        shape_ = ++shapes_;
+    } else if (isMember) {
+        std::size_t begin = place.child.begin;
+        readKey(begin, scratch, key);
+        name = key;
     }
-    std::size_t begin = child.previousEnd;
-    std::size_t end = child.valueEnd;
-    if (child.isFirst) {
-        // With the comma behind it, if there is another.
-        begin = child.begin;
-        const std::size_t next = skipSpace(text_, end);
-        if (text_[next] == ',') end = skipSpace(text_, next + 1);
+    // Each child that goes takes the comma before it along, or that behind it while none stays.
+    std::vector<Range> ranges;
+    bool isFirst = true;
+    std::size_t index = 0;
+    std::size_t previousEnd = place.container + 1;
+    for (std::size_t i = skipSpace(previousEnd); text_[i] != '}' && text_[i] != ']'; ++index) {
+        const std::size_t begin = i;
+        bool goes = index == place.child.count;
+        if (isMember) {
+            readKey(i, scratch, key);
+            goes = key == name;
+            i = skipSpace(skipSpace(i) + 1);
+        }
+        const std::size_t end = skipValue(i);
+        i = skipSpace(end);
+        const bool isLast = text_[i] != ',';
+        if (!isLast) i = skipSpace(i + 1);
+        if (goes && isFirst) {
+            ranges.push_back({begin, isLast ? end : i});
+        } else if (goes) {
+            ranges.push_back({previousEnd, end});
+        }
+        isFirst = isFirst && goes;
+        previousEnd = end;
     }
-    replace(begin, end, {});
+    erase(ranges);
 }
 
 }  // namespace Records

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <span>
@@ -12,7 +14,7 @@ namespace Records {
 
 /// One record that is a JSON object. Its text is checked when it is taken; values are looked for
 /// when they are asked for and changed where they stand, so that all other bytes stay what they
-/// were. One thread.
+/// were. Of members of the same name the last one counts. One thread.
 class JsonRecord {
 public:
     /// What a field holds; `Missing` when there is none.
@@ -37,7 +39,7 @@ public:
     /// not one JSON object; the record is `{}` then.
     const char* take(std::string_view text);
     /// The record as it is now, without a line end.
-    std::string_view text() const { return text_; }
+    std::string_view text();
 
     // `indices` are those of the arrays met on the path, from the outside in, and of arrays in its
     // value; 0-based, negative ones count from the end.
@@ -54,18 +56,19 @@ public:
     const char* assign(long path, std::span<const long> indices, std::string_view value);
     /// Puts the string `text`.
     const char* assignText(long path, std::span<const long> indices, std::string_view text);
-    /// Removes the member or element; nothing happens when it is missing.
+    /// Removes the element, or the member with all others of its name; nothing happens when it is
+    /// missing.
     void remove(long path, std::span<const long> indices);
 
 private:
     struct Checker;
+    static constexpr std::size_t noneCM = static_cast<std::size_t>(-1);
     // Where a member or element stands in the text, and its neighbours.
     struct Child {
         std::size_t begin = 0;  // of the name, or of the value of an element
         std::size_t valueBegin = 0;
         std::size_t valueEnd = 0;
         std::size_t previousEnd = 0;  // of the child before it, or behind the bracket
-        bool isFirst = true;
         bool isFound = false;
         std::size_t count = 0;  // of the children passed
     };
@@ -76,6 +79,9 @@ private:
     };
     struct Path {
         std::vector<std::string> names;
+        // Where in members_ the first name is, or nowhere; holds for records of this shape.
+        std::size_t member = noneCM;
+        std::uint64_t shape = 0;
     };
     // How far a path leads: into `child` with `name` names and `index` indices used.
     struct Place {
@@ -85,18 +91,52 @@ private:
         std::size_t index = 0;
         bool isBroken = false;  // it leads through what is no container
     };
+    // The element of an array that was looked for last, from where the next is not far.
+    struct Cursor {
+        std::size_t array = noneCM;  // where it begins
+        Child child;
+        std::size_t elements = noneCM;  // of the array, once that is known
+        std::uint64_t used = 0;
+    };
+    struct Range {
+        std::size_t begin;
+        std::size_t end;
+    };
 
-    Place locate(const Path& path, std::span<const long> indices, bool needsNeighbours);
-    bool findMember(const Path& path, Child& child) const;
+    Place locate(Path& path, std::span<const long> indices);
+    bool findMember(Path& path, Child& child);
     Child scanObject(std::size_t begin, std::string_view name) const;
-    Child scanArray(std::size_t begin, long index) const;
+    Child scanArray(std::size_t begin, long index);
+    Child advance(Cursor& cursor, std::size_t index) const;
+    Cursor& cursorOf(std::size_t array);
+    bool readKey(std::size_t& i, std::string& scratch, std::string_view& key) const;
+
+    std::size_t skipSpace(std::size_t i) const;
+    std::size_t skipValue(std::size_t i) const;
+
     void replace(std::size_t begin, std::size_t end, std::string_view bytes);
+    void erase(std::span<const Range> ranges);
+    void shift(std::size_t first, std::size_t last, std::size_t distance);
+    void openGap(std::size_t at, std::size_t size);
+    void moveGap(std::size_t to);
+    void closeGap();
 
     std::unique_ptr<Checker> checker_;
     std::deque<Path> paths_;
+    // Once the text is changed it stands in own_, with a gap behind the last change: changes that
+    // follow one another move few bytes. In the text the gap is space that is skipped at once.
     std::string_view text_;
-    std::string own_;  // the text once it is changed
-    std::vector<Member> members_;
+    std::string own_;
+    std::size_t gapBegin_ = noneCM;
+    std::size_t gapEnd_ = noneCM;
+    Range edit_{0, 0};             // what is being replaced
+    std::vector<Member> members_;  // in the order of the text
+    std::array<Cursor, 8> cursors_;
+    std::uint64_t uses_ = 0;               // of cursors
+    std::vector<std::string> shapeNames_;  // of the members of the last new shape
+    std::uint64_t namesShape_ = 0;         // its number
+    std::uint64_t shape_ = 0;              // that of the record as it is now
+    std::uint64_t shapes_ = 0;
     std::string scratch_;
     std::string added_;
 };

@@ -305,6 +305,110 @@ TEST(Records, JsonIsReadAndChangedInPlace) {
     }
 }
 
+// What a script that prints nothing leaves of a record, and its messages.
+struct Changed {
+    std::string text, log;
+};
+
+Changed changeJson(const std::string& text, const std::string& script) {
+    const InputFile input(text + "\n"), output("");
+    Records::JobOptions options;
+    options.input = input.path();
+    options.output = output.path();
+    options.isJson = options.layout.isWhole = true;
+    Records::StopSignal stop;
+    QuietLog log;
+    Records::RecordJob job(options, stop);
+    EXPECT_EQ(run(job, log, script), Records::RecordJob::End::Done) << log.text;
+    std::string changed = contents(output.path());
+    if (!changed.empty()) changed.pop_back();
+    return {changed, log.text};
+}
+
+TEST(Records, TheLastJsonMemberOfANameCounts) {
+    const struct {
+        std::string text, script, expected;
+    } rows[] = {
+        {R"({"a":1,"b":0,"a":2})", "edrLong(b) = edrLong(a);", R"({"a":1,"b":2,"a":2})"},
+        {R"({"a":1,"b":0,"a":2})", "edrLong(a) = 33; edrLong(b) = edrLong(a);",
+         R"({"a":1,"b":33,"a":33})"},
+        {R"({"a":1,"\u0061":2,"b":0,"a":3})", "edrDeleteField(a); edrLong(a) = 4;",
+         R"({"b":0,"a":4})"},
+        {R"({"b":0,"a":2, "a":3,"c":4})", "edrDeleteField(a);", R"({"b":0,"c":4})"},
+        {R"({"a":2,"a":3})", "edrDeleteField(a); if (edrMissingInput(a)) edrLong(b) = 1;",
+         R"({"b":1})"},
+        {R"({"o":{"a":1,"b":7,"a":2}})", "edrLong(o.a) = edrLong(o.a) + 1;",
+         R"({"o":{"a":1,"b":7,"a":3}})"},
+        {R"({"o":{"a":1,"b":7,"a":2},"z":5})", "edrDeleteField(o.a); edrLong(z) = 6;",
+         R"({"o":{"b":7},"z":6})"},
+        {R"({"o":{"a":1},"o":{"a":2}})", "edrLong(o.a) = 3;", R"({"o":{"a":1},"o":{"a":3}})"},
+        // The very name comes before one that "_" stands for.
+        {R"({"a_b":1,"a-b":2})", "edrLong(a_b) = 3;", R"({"a_b":3,"a-b":2})"},
+        {R"({"a b":1,"a-b":2})", "edrLong(a_b) = 3;", R"({"a b":1,"a-b":3})"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text + " " + row.script);
+        const std::string before = "{\"x\":0,\"b\":0,\"a\":5}\n";
+        const std::string all = changeJson(row.text, row.script).text;
+        EXPECT_EQ(all, row.expected);
+        // The same behind records of another shape.
+        const std::string both = changeJson(before + row.text, row.script).text;
+        EXPECT_EQ(both.substr(both.rfind('\n') + 1), row.expected);
+    }
+}
+
+TEST(Records, JsonNumbersAreReadHoweverTheyAreWritten) {
+    const struct {
+        std::string number, script, expected, log;
+    } rows[] = {
+        {"5.0", "edrLong(b) = edrLong(a);", "5", ""},
+        {"1e3", "edrLong(b) = edrLong(a);", "1000", ""},
+        {"-120.50E+1", "edrLong(b) = edrLong(a);", "-1205", ""},
+        {"1000e-3", "edrLong(b) = edrLong(a);", "1", ""},
+        {"-0.0e99999999999", "edrLong(b) = edrLong(a);", "0", ""},
+        {"922337203685477580.70e1", "edrLong(b) = edrLong(a);", "9223372036854775807", ""},
+        {"-9223372036854775808.0", "edrLong(b) = edrLong(a);", "-9223372036854775808", ""},
+        {"9223372036854775808.0", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long"},
+        {"1e400", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long: '1e400'"},
+        {"5.5", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long: '5.5'"},
+        {"\"5.0\"", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long: '5.0'"},
+        {"1e400", "edrDecimal(b) = edrDecimal(a);", "null", "a of record 1 is no Decimal: '1e400'"},
+        {std::string(60, '9'), "edrDecimal(b) = edrDecimal(a);", "null", "is no Decimal: '999"},
+        {"\"x\"", "edrDecimal(b) = edrDecimal(a);", "null", ""},
+        {"1.50", "edrDecimal(b) = edrDecimal(a);", "1.50", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.number + " " + row.script);
+        const Changed changed = changeJson("{\"a\":" + row.number + ",\"b\":7}", row.script);
+        EXPECT_EQ(changed.text, "{\"a\":" + row.number + ",\"b\":" + row.expected + "}");
+        EXPECT_NE(changed.log.find(row.log), std::string::npos) << changed.log;
+        EXPECT_EQ(changed.log.empty(), row.log.empty()) << changed.log;
+    }
+}
+
+// Walking over an array, changing it on the way and appending to another take time that grows with
+// its length only: this would take minutes otherwise.
+TEST(Records, LongJsonArraysAreWalkedOverOnce) {
+    constexpr int count = 100'000;
+    std::string text = "{\"sum\":0,\"items\":[";
+    std::string expected = "{\"sum\":4999950000,\"items\":[";
+    std::string doubled = "],\"out\":[";
+    for (int i = 0; i < count; ++i) {
+        const std::string comma = i == 0 ? "" : ", ";
+        text += comma + "{\"p\":" + std::to_string(i) + "}";
+        expected += comma + "{\"p\":" + std::to_string(i * 37L) + "}";
+        doubled += (i == 0 ? "" : ",") + std::to_string(2 * i);
+    }
+    const Changed changed =
+        changeJson(text + "],\"out\":[]}",
+                   "Long i; Long sum = 0; for (i = 0; i < edrArrayIndex(items); i = i + 1) {"
+                   "sum = sum + edrLong(items.p, i); edrLong(out, i) = 2 * edrLong(items.p, i); }"
+                   "for (i = 0; i < edrArrayIndex(items); i = i + 1) {"
+                   "edrLong(items.p, i) = 37 * edrLong(items.p, i); } edrLong(sum) = sum;");
+    EXPECT_TRUE(changed.text == expected + doubled + "]}") << changed.text.substr(0, 200);
+    EXPECT_EQ(changed.log, "");
+}
+
 TEST(Records, WhatIsNoJsonObjectIsRefused) {
     const struct {
         std::string text;
