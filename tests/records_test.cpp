@@ -499,8 +499,9 @@ TEST(Records, NoPartOfAFileAppearsWhenTheJobStops) {
         EXPECT_EQ(run(job, log, ""), Records::RecordJob::End::Interrupted);
     }
     const std::string folder = std::filesystem::path(input.path()).parent_path().string();
+    const std::string name = std::filesystem::path(options.output).filename().string();
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        EXPECT_FALSE(entry.path().string().starts_with(options.output)) << entry.path();
+        EXPECT_EQ(entry.path().string().find(name), std::string::npos) << entry.path();
     }
 }
 
