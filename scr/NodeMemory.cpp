@@ -46,9 +46,15 @@ struct Free {
     Free* next;
 };
 
+// How far an address lies behind a multiple of `alignment`.
+std::size_t offset(const std::byte* place, std::size_t alignment) {
+    return reinterpret_cast<std::uintptr_t>(place) % alignment;
+}
+
 Block* blockOf(void* memory) {
     const auto address = reinterpret_cast<std::uintptr_t>(memory);
-    return reinterpret_cast<PageHead*>(address & ~std::uintptr_t{pageSizeS - 1})->block;
+    return reinterpret_cast<PageHead*>(static_cast<std::byte*>(memory) - address % pageSizeS)
+        ->block;
 }
 
 // Blocks of the last size lie at a multiple of it.
@@ -84,10 +90,10 @@ public:
             return memory;
         }
         // Only what takes a multiple of 16 bytes may have to lie at one.
-        if (units % 2 == 0) next_ += next_ % 16;
+        if (units % 2 == 0) next_ += offset(next_, 16);
         std::size_t size = units * unitS;
-        if (size > pageEnd_ - next_) startPage();
-        void* const memory = reinterpret_cast<void*>(next_);
+        if (size > static_cast<std::size_t>(pageEnd_ - next_)) startPage();
+        void* const memory = next_;
         next_ += size;
         ++blocks_->used;
         return memory;
@@ -99,9 +105,9 @@ public:
 
 private:
     // The addresses of what is left of the page that is being filled; none at first.
-    std::uintptr_t next_ = 0;
-    std::uintptr_t pageEnd_ = 0;
-    std::uintptr_t blockEnd_ = 0;
+    std::byte* next_ = nullptr;
+    std::byte* pageEnd_ = nullptr;
+    std::byte* blockEnd_ = nullptr;
     std::size_t nextSize_ = firstBlockSizeS;
     Block* blocks_ = nullptr;
     std::array<Free*, largestS / unitS + 1> free_{};
@@ -110,7 +116,7 @@ private:
         if (pageEnd_ == blockEnd_) {
             startBlock();
         } else {
-            new (reinterpret_cast<void*>(pageEnd_)) PageHead{blocks_};
+            new (pageEnd_) PageHead{blocks_};
             next_ = pageEnd_ + sizeof(PageHead);
             pageEnd_ += pageSizeS;
         }
@@ -123,9 +129,9 @@ private:
         if (size == lastBlockSizeS) ::madvise(memory, size, MADV_HUGEPAGE);
         auto* const head = new (memory) PageHead{};
         blocks_ = head->block = new (head + 1) Block{this, blocks_, size};
-        next_ = reinterpret_cast<std::uintptr_t>(blocks_ + 1);
-        pageEnd_ = reinterpret_cast<std::uintptr_t>(memory) + pageSizeS;
-        blockEnd_ = reinterpret_cast<std::uintptr_t>(memory) + size;
+        next_ = reinterpret_cast<std::byte*>(blocks_ + 1);
+        pageEnd_ = static_cast<std::byte*>(memory) + pageSizeS;
+        blockEnd_ = static_cast<std::byte*>(memory) + size;
         nextSize_ = std::min(2 * size, lastBlockSizeS);
     }
 };
@@ -138,10 +144,12 @@ namespace {
 struct SharedBlock : Block {
     SharedBlock* previous = nullptr;
     Free* free = nullptr;
-    std::uintptr_t fresh = 0;  // the address of what was never taken
-    std::uintptr_t end = 0;
+    std::byte* fresh = nullptr;  // the address of what was never taken
+    std::byte* end = nullptr;
 
-    bool isFull(std::size_t pieceSize) const { return free == nullptr && end - fresh < pieceSize; }
+    bool isFull(std::size_t pieceSize) const {
+        return free == nullptr && static_cast<std::size_t>(end - fresh) < pieceSize;
+    }
 };
 
 // What is taken outside of every scope, by any thread. Blocks are freed as soon as they are empty.
@@ -157,7 +165,7 @@ public:
         if (memory != nullptr) {
             block.free = block.free->next;
         } else {
-            memory = reinterpret_cast<void*>(block.fresh);
+            memory = block.fresh;
             block.fresh += size;
         }
         ++block.used;
@@ -182,9 +190,9 @@ private:
         auto* const head = new (memory) PageHead{};
         auto* const block = new (head + 1) SharedBlock{{nullptr, nullptr, pageSizeS, 0, true}};
         head->block = block;
-        block->end = reinterpret_cast<std::uintptr_t>(memory) + pageSizeS;
-        block->fresh = reinterpret_cast<std::uintptr_t>(block + 1);
-        if (size % 16 == 0) block->fresh += block->fresh % 16;
+        block->end = static_cast<std::byte*>(memory) + pageSizeS;
+        block->fresh = reinterpret_cast<std::byte*>(block + 1);
+        if (size % 16 == 0) block->fresh += offset(block->fresh, 16);
         return block;
     }
 
