@@ -124,7 +124,8 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
     using Bare = std::decay_t<F>;
     static_assert(Host::Callable<Bare>,
                   "a host function must be a function pointer, or a lambda or functor with one "
-                  "operator() that is no template, so that its parameter types are known");
+                  "operator() that is no template, so that its parameter types are known; a "
+                  "member function is called from a lambda");
     if constexpr (Host::Callable<Bare>) {
         using Signature = typename Host::SignatureOf<Bare>::Type;
         static_assert(Signature::parametersKnown,

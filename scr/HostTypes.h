@@ -166,9 +166,9 @@ struct SignatureOf<R (C::*)(P...) noexcept> : SignatureFor<R, P...> {};
 template <class C, class R, class... P>
 struct SignatureOf<R (C::*)(P...) const noexcept> : SignatureFor<R, P...> {};
 
-/// A callable with one known signature.
+/// A callable with one known signature. A pointer to a member lacks its object.
 template <class F>
-concept Callable = requires {
+concept Callable = !std::is_member_pointer_v<F> && requires {
     typename SignatureOf<F>::Type;
 };
 

@@ -20,6 +20,10 @@ endfunction()
 misuse([[host.function("f", [](long a) { return a; });]] "")
 misuse([[host.function("f", [](auto a) { return a; });]] "with one operator() that is no template")
 misuse([[host.function("f", 3);]] "a host function must be a function pointer")
+misuse([[struct M { long m(long a) { return a; } }; host.function("f", &M::m);]]
+    "a member function is called from a lambda")
+misuse([[struct M { long m = 0; }; host.function("f", &M::m);]]
+    "a member function is called from a lambda")
 misuse([[host.function("f", [](double) {});]] "a parameter of a host function must be an integer")
 misuse([[host.function("f", [](int&) {});]] "out-parameter a reference to long, bool or")
 misuse([[host.function("f", [](const char*) {});]] "a parameter of a host function must be")
