@@ -146,12 +146,13 @@ RecordJob::End RecordJob::run(SCR::Log& log,
         if (isKept && rejects_.isOpen() && !rejects_.finish() && !isLost) {
             end = fail(rejects_.error());
         }
-    } else if (rejects_.isOpen() && !rejects_.flush()) {
-        end = fail(rejects_.error());
-    } else if (!output_.finish()) {
-        end = output_.isClosed() ? End::Closed : fail(output_.error());
-    } else if (rejects_.isOpen() && !rejects_.finish()) {
-        end = fail(rejects_.error());
+    } else {
+        const bool areRejectsWritten = !rejects_.isOpen() || rejects_.flush();
+        if (areRejectsWritten && !output_.finish()) {
+            end = output_.isClosed() ? End::Closed : fail(output_.error());
+        } else if (!areRejectsWritten || (rejects_.isOpen() && !rejects_.finish())) {
+            end = fail(rejects_.error());
+        }
     }
     workers_.clear();
     return end;
