@@ -74,7 +74,14 @@ bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings)
     });
 }
 
+bool Interpreter::refusesToCompile() {
+    if (!runControl_.isRunning()) return false;
+    logError("ERROR: can not compile while the interpreter executes");
+    return true;
+}
+
 bool Interpreter::compileScript(const FND::String& text) {
+    if (refusesToCompile()) return false;
     isCompiled_ = contain(*this, [&] {
         discardScript();
         if (mainExtension_ == nullptr) return false;
@@ -118,6 +125,7 @@ bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
 }
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
+    if (refusesToCompile()) return false;
     return contain(*this, [&] {
         if (mainExtension_ == nullptr) return false;
         const NodeMemory::Scope scope;
@@ -127,6 +135,7 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
 }
 
 bool Interpreter::compileQuery(const FND::String& text) {
+    if (refusesToCompile()) return false;
     query_.reset();
     runControl_.chargeBuffer(-std::exchange(queryBuffers_, 0));
     places_.truncate(scriptPlaces_);

@@ -45,6 +45,8 @@ public:
 
     /// Discards the script compiled before and compiles `text`. On success runs the script's
     /// function "BEGIN", if it defines one, and gives true. On failure one message is logged.
+    /// Nothing compiles while the interpreter executes: called from a host's function or log then,
+    /// this and the other compiling functions change nothing, log an error and give false.
     bool compile(const FND::String& text);
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
     /// warning for each case of a `regExprSwitch` that is never reached.
@@ -147,6 +149,8 @@ public:
     MainExtension& mainExtension() { return *mainExtension_; }
 
 private:
+    // True, after a message, while script code is running, which a compilation would destroy.
+    bool refusesToCompile();
     bool compileScript(const FND::String& text);
     bool expand(const FND::String& text, ExpandedText& expanded);
     void discardScript();

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "Script.h"
+#include "scr/CompareInterface.h"
 
 // Every allocation of this program is counted.
 static std::size_t allocationsG = 0;
@@ -266,6 +267,51 @@ TEST(HostExtension, FunctionsMayRunAndStopScripts) {
     EXPECT_FALSE(interpreter.execute());
     EXPECT_EQ(seen.value(), "before");
     EXPECT_EQ(log.text, "");
+}
+
+TEST(HostExtension, NothingCompilesWhileTheInterpreterExecutes) {
+    struct Conditions : SCR::CompareInterface {
+        bool condition(SCR::BoolNode* condition) override {
+            delete condition;
+            return true;
+        }
+        bool comparePattern(Interpreter& /*interpreter*/, SCR::ParserStack& /*stack*/) override {
+            return false;
+        }
+    } conditions;
+    Harness::MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    long compiled = 0;
+    host.function("compile", [&](Interpreter& running) {
+        compiled += running.compile("Long other;") ? 1 : 0;
+        compiled += running.check("Long other;") ? 1 : 0;
+        compiled += running.compileQuery("true") ? 1 : 0;
+        compiled += running.compileConditions("true;", conditions) ? 1 : 0;
+        return true;
+    });
+    auto runs = host.variable<long>("runs");
+    const FND::String refusal = "ERROR: can not compile while the interpreter executes\n";
+    const FND::String refusals = refusal + refusal + refusal + refusal;
+    ASSERT_TRUE(
+        interpreter.compile("function BEGIN { compile(); runs = runs + 1; } "
+                            "compile(); runs = runs + 1;"));
+    EXPECT_EQ(log.text, refusals);
+    for (int run = 2; run <= 3; ++run) {
+        log.text.clear();
+        EXPECT_TRUE(interpreter.execute());
+        EXPECT_EQ(runs, run);
+        EXPECT_EQ(log.text, refusals);
+    }
+    log.text.clear();
+    ASSERT_TRUE(interpreter.compileQuery("compile()"));
+    for (int run = 0; run < 2; ++run) {
+        bool value = false;
+        EXPECT_TRUE(interpreter.evaluateQuery(value));
+        EXPECT_TRUE(value);
+    }
+    EXPECT_EQ(log.text, refusals + refusals);
+    EXPECT_EQ(compiled, 0);
 }
 
 TEST(HostExtension, CallsDoNotAllocate) {
