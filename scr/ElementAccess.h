@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "scr/Array.h"
+#include "scr/ElementPlace.h"
 #include "scr/Hash.h"
 #include "scr/KeyHash.h"
 #include "scr/Memory.h"
@@ -23,6 +25,8 @@ class NamedContainer {
 public:
     explicit NamedContainer(Container* container) : container_(container) {}
     Container* value() const { return container_; }
+    void note(PlaceTrail& /*trail*/) const {}
+    Container* follow(PlaceTrail& /*trail*/) const { return container_; }
     bool operator==(const NamedContainer&) const = default;
 
 private:
@@ -33,11 +37,22 @@ private:
 template <class ContainerNode>
 class AnyContainer {
 public:
-    explicit AnyContainer(std::unique_ptr<ContainerNode> node) : node_(std::move(node)) {}
-    auto* value() const { return node_->result(); }
+    using Container = std::remove_pointer_t<decltype(std::declval<ContainerNode>().result())>;
+
+    explicit AnyContainer(std::unique_ptr<ContainerNode> node)
+        : node_(std::move(node)), place_(dynamic_cast<ElementPlace*>(node_.get())) {}
+    Container* value() const { return node_->result(); }
+    void note(PlaceTrail& trail) const {
+        if (place_ != nullptr) place_->note(trail);
+    }
+    Container* follow(PlaceTrail& trail) const {
+        if (place_ == nullptr) return node_->result();
+        return static_cast<Container*>(place_->follow(trail));
+    }
 
 private:
     std::unique_ptr<ContainerNode> node_;
+    ElementPlace* place_;  // the node, when it gives an element
 };
 
 /// Makes the elements that are not there yet. When one can not be had it says so, once in an
@@ -68,13 +83,17 @@ public:
         const long index = index_.value();
         if (index < 0) [[unlikely]]
             return nullptr;
-        Array* const array = container_.value();
-        if (array == nullptr) [[unlikely]]
-            return nullptr;
-        const auto place = static_cast<unsigned long>(index);
-        if (V* const element = array->template existing<V>(place)) [[likely]]
-            return element;
-        return static_cast<V*>(source_.make(*array, place));
+        return find(container_.value(), index);
+    }
+
+    void note(PlaceTrail& trail) {
+        trail.add(index_.value());
+        container_.note(trail);
+    }
+    V* follow(PlaceTrail& trail) {
+        const long index = trail.nextIndex();
+        if (index < 0) return nullptr;
+        return find(container_.follow(trail), index);
     }
 
     /// Whether `other` finds the same element. For named containers and variables as index.
@@ -83,6 +102,15 @@ public:
     }
 
 private:
+    V* find(Array* array, long index) {
+        if (array == nullptr) [[unlikely]]
+            return nullptr;
+        const auto place = static_cast<unsigned long>(index);
+        if (V* const element = array->template existing<V>(place)) [[likely]]
+            return element;
+        return static_cast<V*>(source_.make(*array, place));
+    }
+
     Container container_;
     Index index_;
     ElementSource source_;
@@ -127,6 +155,15 @@ public:
         return find(container_.value(), key);
     }
 
+    void note(PlaceTrail& trail) {
+        trail.add(key_.value());
+        container_.note(trail);
+    }
+    V* follow(PlaceTrail& trail) {
+        const FND::String& key = trail.nextKey();
+        return find(container_.follow(trail), key);
+    }
+
     /// Whether `other` finds the same element. For named containers and variables as key.
     bool isSame(const HashElement& other) const {
         return container_ == other.container_ && key_.storage() == other.key_.storage();
@@ -160,7 +197,7 @@ private:
 
 /// An element that holds a value of the type `Type`.
 template <class Type, class Element>
-class ElementAccess : public Type::DataNode {
+class ElementAccess : public Type::DataNode, public ElementPlace {
 public:
     template <class... Arguments>
     explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
@@ -178,6 +215,8 @@ public:
         store(found->value(), value);
         return true;
     }
+    void note(PlaceTrail& trail) override { element_.note(trail); }
+    Variable* follow(PlaceTrail& trail) override { return element_.follow(trail); }
 
     Element& element() { return element_; }
 
@@ -204,7 +243,7 @@ private:
 
 /// An element that is a container itself; null when there is none.
 template <class Base, class Container, class Element>
-class ContainerElementAccess final : public Base {
+class ContainerElementAccess final : public Base, public ElementPlace {
 public:
     template <class... Arguments>
     explicit ContainerElementAccess(const Variable* prototype, Arguments&&... arguments)
@@ -212,6 +251,8 @@ public:
           prototype_(static_cast<const Container*>(prototype)) {}
 
     Container* result() override { return element_.find(); }
+    void note(PlaceTrail& trail) override { element_.note(trail); }
+    Variable* follow(PlaceTrail& trail) override { return element_.follow(trail); }
     int containerType() const override { return prototype_->containerType(); }
     Variable* defaultValue() const override { return prototype_->defaultValue(); }
 

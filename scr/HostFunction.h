@@ -7,9 +7,11 @@
 #include <tuple>
 #include <utility>
 
+#include "scr/ElementPlace.h"
 #include "scr/FctDescr.h"
 #include "scr/HostTypes.h"
 #include "scr/Interpreter.h"
+#include "scr/Memory.h"
 #include "scr/parser/ParserStack.h"
 
 /// The nodes and descriptors that `HostExtension` makes for the functions of a host.
@@ -106,27 +108,50 @@ template <class Parameter>
 class Slot<Parameter, Passing::Out> {
 public:
     using Type = typename TypeOf<std::remove_cvref_t<Parameter>>::Type;
-    using Argument = typename Type::Value;
+    using Value = typename Type::Value;
+    struct Argument {
+        Value value{};
+        PlaceTrail trail;  // to the element that was read, which is the one to be written
+    };
     static constexpr int typeWord = Type::typeCode | TypeCode::LeftFlag;
 
     bool pop(ParserStack& stack, const FieldIds& /*ids*/, bool /*keeps*/) {
         node_ = stack.pop<typename Type::DataNode>();
+        place_ = dynamic_cast<ElementPlace*>(node_.get());
         return true;
     }
     Argument evaluate() {
         Argument argument = std::move(spare_);
-        argument = node_->result();
+        if (place_ == nullptr) {
+            argument.value = node_->result();
+            return argument;
+        }
+        argument.trail.clear();
+        place_->note(argument.trail);
+        const auto* const element = follow(argument);
+        argument.value = element != nullptr ? element->value() : Value{};
         return argument;
     }
-    static Argument& passOn(Argument& argument) { return argument; }
+    static Value& passOn(Argument& argument) { return argument.value; }
     void store(Argument& argument) {
-        node_->set(argument);
+        if (place_ == nullptr) {
+            node_->set(argument.value);
+        } else if (auto* const element = follow(argument)) {
+            SCR::store(element->value(), argument.value);
+        }
         spare_ = std::move(argument);
     }
 
 private:
+    // Found anew each time: what runs in between may have removed it.
+    typename Type::Variable* follow(Argument& argument) {
+        argument.trail.rewind();
+        return static_cast<typename Type::Variable*>(place_->follow(argument.trail));
+    }
+
     std::unique_ptr<typename Type::DataNode> node_;
-    Argument spare_{};  // lends its room, so that no call allocates
+    ElementPlace* place_ = nullptr;  // the node, when it gives an element
+    Argument spare_{};               // lends its room, so that no call allocates
 };
 
 template <class Parameter>

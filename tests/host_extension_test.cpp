@@ -136,6 +136,8 @@ TEST(HostExtension, CallsAndFields) {
         // Out-parameters are stored after the call, and only when it gave back.
         {"divided(7, 2)", "3old!"},
         {"divided(7, 0)", "-1old", "divide: division by zero\n"},
+        // The index of an element that is one is evaluated once.
+        {"placed()", "7 0 7 0 7 4"},
         {"throwText(\"x\")", "", "throwText: unknown exception\n"},
         {"dateToStr(throwDate())", "INVALID", "throwDate: no date\n"},
         {"edrString(name)", "Ann"},
@@ -155,6 +157,18 @@ TEST(HostExtension, CallsAndFields) {
             Long quotient = -1;
             divide(a, b, quotient, text);
             return longToStr(quotient) + text;
+        }
+        Long at; Long list[]; Long lists[]{};
+        function Long next { at = at + 1; return at; }
+        function String key { return longToStr(next()); }
+        function String placed {
+            at = 0;
+            divide(7, 1, list[next()], text);
+            divide(7, 1, lists[next()]{key()}, text);
+            divide(7, 1, list[next()], text);
+            return longToStr(list[1]) + " " + longToStr(list[2]) + " " +
+                   longToStr(lists[2]{"3"} + lists[3]{"2"}) + " " + longToStr(list[3]) + " " +
+                   longToStr(list[4]) + " " + longToStr(at);
         }
         function String written(Long value) { edrLong(sum.total) = value; return edrString(sum.total); }
         function String twice(Long value) {
