@@ -60,7 +60,7 @@ void store(Value& target, const Value& value) {
 }
 inline void store(FND::String& target, const FND::String& value) {
     chargeGrowth(target, value.size());
-    if (value.size() > 1024) [[unlikely]] {
+    if (isLong(value.size())) [[unlikely]] {
         storeLong(target, value);
     } else {
         target = value;

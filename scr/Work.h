@@ -17,9 +17,12 @@ namespace SCR {
 /// stop; `ScriptStopped` is thrown then.
 KESTREL_API void countWork(std::size_t bytes);
 
-/// The same for strings: work on short ones is not worth counting.
+/// Whether work on a string of `size` bytes is worth counting.
+inline bool isLong(std::size_t size) { return size > 1024; }
+
+/// Counts work on a string.
 inline void countString(std::size_t size) {
-    if (size > 1024) [[unlikely]]
+    if (isLong(size)) [[unlikely]]
         countWork(size);
 }
 
@@ -50,7 +53,7 @@ inline void appendInPieces(FND::String& target, std::string_view text) {
 /// A copy of `text`.
 KESTREL_API FND::String copyOfLong(const FND::String& text);
 inline FND::String copyOf(const FND::String& text) {
-    return text.size() > 1024 ? copyOfLong(text) : FND::String(text);
+    return isLong(text.size()) ? copyOfLong(text) : FND::String(text);
 }
 
 /// Makes `target` hold `capacity` bytes without further allocation; its text stays. `capacity` is

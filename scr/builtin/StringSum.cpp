@@ -48,9 +48,15 @@ std::size_t StringSum::evaluate() {
 }
 
 const FND::String& StringSum::result() {
-    growBuffer(result_, evaluate());
-    result_.clear();
-    for (const FND::String* value : values_) appendInPieces(result_, *value);
+    const std::size_t size = evaluate();
+    growBuffer(result_, size);
+    if (isLong(size)) [[unlikely]] {
+        result_.clear();
+        for (const FND::String* value : values_) appendInPieces(result_, *value);
+        return result_;
+    }
+    result_.assign(*values_.front());
+    for (std::size_t i = 1; i < values_.size(); ++i) result_.append(*values_[i]);
     return result_;
 }
 
@@ -67,6 +73,10 @@ void StringSum::appendTo(FND::String& target) {
         reserveInPieces(target, std::max(size, 2 * target.capacity()));
     }
     const std::size_t oldSize = target.size();
+    if (!isLong(size - oldSize)) [[likely]] {
+        for (auto value = others; value != values_.end(); ++value) target.append(**value);
+        return;
+    }
     try {
         for (auto value = others; value != values_.end(); ++value) appendInPieces(target, **value);
     } catch (...) {
