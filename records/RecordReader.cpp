@@ -45,7 +45,7 @@ RecordReader::RecordReader(int descriptor, const Layout& layout, const StopSigna
 
 RecordReader::State RecordReader::fill() {
     if (begin_ != 0) {
-        std::memmove(buffer_.data(), &buffer_[begin_], end_ - begin_);
+        std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
     }
@@ -59,7 +59,7 @@ RecordReader::State RecordReader::fill() {
         const int ready = poll(&input, 1, 0);
         // The read would not look at the signal again.
         if (ready == 0 || (ready < 0 && errno == EINTR)) return State::Waiting;
-        const ssize_t count = read(descriptor_, &buffer_[end_], buffer_.size() - end_);
+        const ssize_t count = read(descriptor_, buffer_.data() + end_, buffer_.size() - end_);
         if (count >= 0) {
             end_ += static_cast<std::size_t>(count);
             isAtEnd_ = count == 0;
