@@ -244,6 +244,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions options, Manifest& manifest
                                  const std::function<bool(SCR::Interpreter&)>& prepare,
                                  const std::function<bool(SCR::Interpreter&)>& compile) const {
     const bool keepsRejects = !options.rejects.empty();
+    const std::string output = options.output;
     Progress progress(options.input);
     if (showsProgress_ && isatty(STDERR_FILENO) != 0) {
         options.progress = [&](const Records::Counts& counts, std::int64_t bytes) {
@@ -264,7 +265,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions options, Manifest& manifest
     const Records::Counts& counts = job.counts();
     if (end == End::Interrupted) {
         report("interrupted after " + std::to_string(counts.read) + " records" +
-               (job.hasOutput() ? "" : "; " + job_.output + " is as it was before"));
+               (job.hasOutput() ? "" : "; " + output + " is as it was before"));
     }
     if (!job.error().empty()) report(job.error());
     if (printsCounts_) {

@@ -24,6 +24,7 @@ void Batch::clearOutput() {
     output.clear();
     rejects.clear();
     reports.clear();
+    reportSize = 0;
     counts = {};
 }
 
@@ -60,6 +61,7 @@ void RecordWorker::reject(const Batch::Item& item, std::string_view reason, Batc
     const std::string place = options_.input + ":" + std::to_string(item.line) + ": ";
     if (options_.rejects.empty()) {
         batch.reports.push_back(place + std::string(reason));
+        batch.reportSize += batch.reports.back().size();
         return;
     }
     std::string& out = batch.rejects;
@@ -79,10 +81,9 @@ bool RecordWorker::process(Batch& batch) {
             break;
         }
         ++batch.next;
-        if (batch.output.size() + batch.rejects.size() > maxOutputS ||
-            batch.reports.size() > Batch::recordsCM) {
-            return batch.next == batch.items.size();
-        }
+        const bool isLarge =
+            batch.output.size() + batch.rejects.size() + batch.reportSize > maxOutputS;
+        if (isLarge && batch.next < batch.items.size()) return false;
     }
     return true;
 }

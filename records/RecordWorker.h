@@ -60,6 +60,7 @@ struct alignas(threadDistanceS) Batch {
     std::string output;
     std::string rejects;
     std::vector<std::string> reports;  ///< rejections, where no file takes them
+    std::size_t reportSize = 0;        ///< of all of them, in bytes
     Counts counts;
     bool isCut = false;  ///< Its last records were not executed,
     std::string error;   ///< as the script was stopped here; empty: as the job was.
