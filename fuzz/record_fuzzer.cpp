@@ -20,6 +20,9 @@ using Records::RecordReader;
 
 const Records::StopSignal stopS;
 
+// Skipped at the start of a file.
+constexpr std::string_view byteOrderMarkS = "\xEF\xBB\xBF";
+
 void check(bool holds) {
     if (!holds) std::abort();
 }
@@ -78,7 +81,9 @@ void checkAssignment(const Layout& layout, std::string_view text, std::size_t fi
     std::vector<std::string> expected = fieldsOf(text, layout);
     if (expected.size() <= field) expected.resize(field + 1);
     expected[field] = value;
-    RecordReader reader(fileOf(written + "\n"), layout, stopS);
+    std::string file = written + "\n";
+    if (written.starts_with(byteOrderMarkS)) file.insert(0, byteOrderMarkS);
+    RecordReader reader(fileOf(file), layout, stopS);
     check(reader.next() == RecordReader::State::Record);
     record.take(reader.text());
     if (written.ends_with('\r')) return;  // belongs to the line end now
@@ -99,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A change reads another file: the records are kept.
     std::vector<std::string> records;
     RecordReader reader(fileOf(input), layout, stopS);
-    std::string joined;
+    std::string joined(input.starts_with(byteOrderMarkS) ? byteOrderMarkS : "");
     std::int64_t line = 1;
     RecordReader::State state;
     while ((state = reader.next()) != RecordReader::State::End) {

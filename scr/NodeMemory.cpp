@@ -14,7 +14,7 @@ namespace SCR::NodeMemory {
 
 namespace {
 
-// Off under sanitizers, which are to see each allocation.
+// Off by default under sanitizers, which are to see each allocation.
 constexpr bool poolsNodesS = KESTREL_NODE_POOL != 0;
 
 constexpr std::size_t pageSizeS = 4096;

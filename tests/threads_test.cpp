@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -63,6 +64,45 @@ TEST(ThreadsTest, InterpretersComeAndGo) {
         }
     });
     EXPECT_EQ(SCR::MainExtension::tableSize(), before);
+}
+
+// What a compile made is used and given back by other threads, one after the other, while scripts
+// of other threads come and go beside it.
+TEST(ThreadsTest, InterpretersAreHandedOn) {
+    std::vector<std::unique_ptr<MemoryLog>> logs;
+    std::vector<std::unique_ptr<Interpreter>> interpreters;
+    std::vector<std::unique_ptr<SCR::ConditionList>> conditions;
+    for (int i = 0; i < threadsS; ++i) {
+        interpreters.push_back(
+            std::make_unique<Interpreter>(logs.emplace_back(std::make_unique<MemoryLog>()).get()));
+        conditions.push_back(std::make_unique<SCR::ConditionList>(*interpreters.back()));
+    }
+    // In the round k thread i has the interpreter i + k.
+    for (int round = 0; round < 3 * threadsS; ++round) {
+        onThreads([&](int thread) {
+            const auto mine = static_cast<std::size_t>((thread + round) % threadsS);
+            Interpreter& interpreter = *interpreters[mine];
+            bool holds = false;
+            switch (round % 3) {
+                case 0:
+                    ASSERT_TRUE(interpreter.compile(
+                        "Long n; Long list[]; Long k{}; function Long more(Long "
+                        "a) { return a + 1; } for (n = 0; n < 20; n = n + 1) { "
+                        "list[n] = more(n); k{longToStr(n)} = n; }"))
+                        << logs[mine]->text;
+                    ASSERT_TRUE(conditions[mine]->compile("n == 20; list[3] == 4; k{\"7\"} == 7;"));
+                    break;
+                case 1:
+                    ASSERT_TRUE(interpreter.execute()) << logs[mine]->text;
+                    ASSERT_TRUE(conditions[mine]->all(holds) && holds) << logs[mine]->text;
+                    break;
+                default:
+                    conditions[mine].reset();
+                    interpreters[mine] = std::make_unique<Interpreter>(logs[mine].get());
+                    conditions[mine] = std::make_unique<SCR::ConditionList>(*interpreters[mine]);
+            }
+        });
+    }
 }
 
 TEST(ThreadsTest, OneEngineServesAll) {
