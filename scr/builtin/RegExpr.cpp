@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "scr/builtin/SearchAutomaton.h"
+
 namespace SCR {
 
 namespace {
@@ -29,8 +31,10 @@ re2::RE2::Options options() {
 }  // namespace
 
 RegExpr::RegExpr(std::string_view pattern)
-    : expression_(std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()),
-                                             options())) {}
+    : expression_(
+          std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()), options())) {
+    if (expression_->ok()) automaton_ = SearchAutomaton::make(pattern);
+}
 
 RegExpr::~RegExpr() = default;
 
@@ -41,7 +45,34 @@ std::size_t RegExpr::size() const {
 }
 
 std::optional<std::string_view> RegExpr::search(std::string_view text, std::size_t start) const {
-    if (start > text.size() || !isValid()) return std::nullopt;
+    if (start > text.size()) return std::nullopt;
+    if (automaton_) {
+        const SearchAutomaton::Result result = automaton_->search(text, start, true);
+        if (result.outcome == SearchAutomaton::Outcome::None) return std::nullopt;
+        if (result.outcome == SearchAutomaton::Outcome::Found) {
+            return text.substr(result.begin, result.end - result.begin);
+        }
+        start = result.begin;
+    }
+    return searchByLibrary(text, start);
+}
+
+std::optional<std::size_t> RegExpr::find(std::string_view text, std::size_t start) const {
+    if (start > text.size()) return std::nullopt;
+    if (automaton_) {
+        const SearchAutomaton::Result result = automaton_->search(text, start, false);
+        if (result.outcome == SearchAutomaton::Outcome::None) return std::nullopt;
+        if (result.outcome == SearchAutomaton::Outcome::Found) return result.begin;
+        start = result.begin;
+    }
+    const std::optional<std::string_view> match = searchByLibrary(text, start);
+    if (!match) return std::nullopt;
+    return static_cast<std::size_t>(match->data() - text.data());
+}
+
+std::optional<std::string_view> RegExpr::searchByLibrary(std::string_view text,
+                                                         std::size_t start) const {
+    if (!isValid()) return std::nullopt;
     re2::StringPiece match;
     if (!expression_->Match(re2::StringPiece(text.data(), text.size()), start, text.size(),
                             re2::RE2::UNANCHORED, &match, 1)) {

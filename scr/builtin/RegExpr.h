@@ -11,9 +11,11 @@ class RE2;
 
 namespace SCR {
 
+class SearchAutomaton;
+
 /// A compiled regular expression in POSIX extended syntax over bytes, for the regular-expression
-/// functions; the only place that knows the library behind it. Time is linear in the text and
-/// memory bounded, whatever the pattern.
+/// functions; the only place that knows the library behind it, which plain expressions do without.
+/// Time is linear in the text and memory bounded, whatever the pattern.
 ///
 /// Of the matches that start first, the longest counts. Case matters. "." and "[^...]" match every
 /// byte, line ends and NUL included; "^" and "$" match at the ends of the text only. Beyond POSIX,
@@ -41,9 +43,14 @@ public:
     /// lies before `start` counts for "^" and for word boundaries. Nothing when there is no match
     /// or `start` is beyond the end.
     std::optional<std::string_view> search(std::string_view text, std::size_t start) const;
+    /// Where that match begins, a byte of `text` or its end.
+    std::optional<std::size_t> find(std::string_view text, std::size_t start) const;
 
 private:
+    std::optional<std::string_view> searchByLibrary(std::string_view text, std::size_t start) const;
+
     std::unique_ptr<re2::RE2> expression_;
+    std::unique_ptr<SearchAutomaton> automaton_;  // of a plain expression; faster
 };
 
 }  // namespace SCR

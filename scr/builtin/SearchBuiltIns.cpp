@@ -84,7 +84,10 @@ public:
     }
 
 protected:
-    std::optional<std::string_view> search(const FND::String& text, std::optional<long> start) {
+    const RegExpr& expression() const { return *expression_; }
+
+    // Where a search may begin; nothing when there is to be none.
+    std::optional<std::size_t> admit(const FND::String& text, std::optional<long> start) {
         const long first = start.value_or(0);
         if (!isPosition(text, first)) return std::nullopt;
         const std::size_t length = text.size() - static_cast<std::size_t>(first);
@@ -94,7 +97,7 @@ protected:
                 "regular expression and text are too large for the limit `time'");
             return std::nullopt;
         }
-        return expression_->search(text, static_cast<std::size_t>(first));
+        return static_cast<std::size_t>(first);
     }
 
 private:
@@ -115,15 +118,19 @@ private:
 struct StrSearchRegExpr final : RegExprFunction<StrSearchRegExpr, LongType> {
     long value(Interpreter& /*interpreter*/, const FND::String& text,
                const FND::String& /*pattern*/, std::optional<long> start) {
-        const std::optional<std::string_view> match = search(text, start);
-        return match ? match->data() - text.data() : -1;
+        const std::optional<std::size_t> first = admit(text, start);
+        if (!first) return -1;
+        const std::optional<std::size_t> place = expression().find(text, *first);
+        return place ? static_cast<long>(*place) : -1;
     }
 };
 
 struct StrMatch final : RegExprFunction<StrMatch, StringType> {
     void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
                const FND::String& /*pattern*/, std::optional<long> start) {
-        const std::string_view match = search(text, start).value_or("");
+        const std::optional<std::size_t> first = admit(text, start);
+        const std::string_view match =
+            first ? this->expression().search(text, *first).value_or("") : "";
         if (reserveResult(interpreter, result, match.size())) {
             result.clear();
             appendInPieces(result, match);

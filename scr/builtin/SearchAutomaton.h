@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace SCR {
+
+/// Finds the matches of a regular expression that is plain and small: bytes, bracket expressions
+/// without classes or escapes in them, ".", \d \s \w \D \S \W, groups, "|", "*", "+" and "?". Every
+/// other expression, and one that matches the empty text, is left to the library behind `RegExpr`.
+///
+/// The expression is read into parts of `FSM`'s and made deterministic by it. The walk is one of
+/// its own beside that of `FSM::Engine`, which tells whether a text matches as a whole: this one is
+/// started at each byte that a match may begin with, remembers the longest match, and takes NUL and
+/// newline for bytes like any other. Immutable; any number of threads may search at once.
+class SearchAutomaton {
+public:
+    /// The automaton of a well-formed `pattern`; null when the pattern is not of that kind.
+    static std::unique_ptr<SearchAutomaton> make(std::string_view pattern);
+
+    /// How a search ended.
+    enum class Outcome {
+        None,
+        Found,
+        Stuck  ///< Too much was read twice; what is left is to be searched by other means.
+    };
+    struct Result {
+        Outcome outcome;
+        std::size_t begin;  ///< of the match; when stuck, where to go on
+        std::size_t end;
+    };
+
+    /// The first match in `text` that begins at `start` or after. `isLongest`: the longest of those
+    /// that begin there; otherwise its end is not defined. Takes time linear in the text.
+    Result search(std::string_view text, std::size_t start, bool isLongest) const;
+
+private:
+    using State = std::uint8_t;
+    using Row = std::array<State, 256>;
+
+    static constexpr State deadCM = 0;
+    static constexpr State firstCM = 1;
+    static constexpr std::size_t maxStatesCM = 64;
+
+    SearchAutomaton() = default;
+
+    std::vector<Row> rows_;
+    std::vector<char> isFinal_;        // by state
+    std::array<bool, 256> isBegin_{};  // the bytes that a match may begin with
+};
+
+}  // namespace SCR

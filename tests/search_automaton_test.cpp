@@ -1,0 +1,154 @@
+#include "scr/builtin/SearchAutomaton.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "scr/builtin/RegExpr.h"
+
+namespace {
+
+using SCR::RegExpr;
+using SCR::SearchAutomaton;
+
+// The same expression, with an alternative that never matches and that the automaton does not take.
+std::string forLibrary(const std::string& pattern) { return "(" + pattern + ")|$x"; }
+
+void expectSame(const std::string& pattern, const RegExpr& plain, const RegExpr& library,
+                const std::string& text, std::size_t start) {
+    const auto found = plain.search(text, start);
+    const auto expected = library.search(text, start);
+    ASSERT_EQ(found.has_value(), expected.has_value()) << pattern << " in " << text;
+    const auto place = plain.find(text, start);
+    ASSERT_EQ(place.has_value(), expected.has_value()) << pattern << " in " << text;
+    if (!expected) return;
+    ASSERT_EQ(found->data() - text.data(), expected->data() - text.data())
+        << pattern << " in " << text;
+    ASSERT_EQ(*found, *expected) << pattern << " in " << text;
+    ASSERT_EQ(*place, static_cast<std::size_t>(expected->data() - text.data())) << pattern;
+}
+
+TEST(SearchAutomaton, TakesPlainExpressionsOnly) {
+    for (const char* pattern : {"a", "ab|c", "(a|b)+c", "[A-Z][A-Z][0-9]+-[0-9]+", "[^-a]x", "[a-]",
+                                "a.*b", "\\d+\\.\\d", "x\\-y", "a?b*c", " ", "((((a))))"}) {
+        EXPECT_NE(SearchAutomaton::make(pattern), nullptr) << pattern;
+        EXPECT_EQ(SearchAutomaton::make(forLibrary(pattern)), nullptr) << pattern;
+    }
+    for (const char* pattern : {"",
+                                "a*",
+                                "a|b?",
+                                "^a",
+                                "a$",
+                                "\\ba",
+                                "a{2}",
+                                "a+?",
+                                "a**",
+                                "[[:alpha:]]",
+                                "[\\d]",
+                                "[]a]",
+                                "[^]a]",
+                                "[a-c-e]",
+                                "\\x41",
+                                "\\n",
+                                "\n",
+                                "\xe4",
+                                "a||b",
+                                "()",
+                                "(a",
+                                "a)",
+                                "[a",
+                                "\\",
+                                "*a",
+                                "[b-a]",
+                                "(a|b)*a(a|b)+c(a|b)*a.......x"}) {
+        EXPECT_EQ(SearchAutomaton::make(pattern), nullptr) << pattern;
+    }
+    EXPECT_EQ(SearchAutomaton::make(std::string(100000, '(')), nullptr);
+    EXPECT_EQ(SearchAutomaton::make(std::string(100000, 'a')), nullptr);
+}
+
+TEST(SearchAutomaton, KnowsTheSetsOfBytesOfTheLibrary) {
+    for (const char* set :
+         {".", "\\d", "\\D", "\\w", "\\W", "\\s", "\\S", "[a-f]", "[^a-f]", "[!-]", "[-!]", "[^-]",
+          "[+--]", "[$^*|().?]", "[{-~]", "\\$", "\\]", "\\^"}) {
+        ASSERT_NE(SearchAutomaton::make(set), nullptr) << set;
+        const RegExpr plain(set);
+        const RegExpr library(forLibrary(set));
+        for (int byte = 0; byte < 256; ++byte) {
+            expectSame(set, plain, library, std::string(1, static_cast<char>(byte)), 0);
+        }
+    }
+}
+
+class Writer {
+public:
+    explicit Writer(unsigned seed) : dice_(seed) {}
+
+    std::size_t below(std::size_t limit) { return dice_() % limit; }
+
+    std::string pattern(int depth) {
+        std::string text = sequence(depth);
+        for (std::size_t more = below(3); more > 1; --more) text += "|" + sequence(depth);
+        return text;
+    }
+
+    std::string text(std::size_t size) {
+        std::string text;
+        // Common bytes, and now and then a line end, NUL or a piece of a broken UTF-8 sequence.
+        constexpr std::string_view bytes("aaabbc-1 aaabbc-1 ab\n\0\xc3\xff", 24);
+        while (text.size() < size) text += bytes[below(bytes.size())];
+        return text;
+    }
+
+private:
+    std::string sequence(int depth) {
+        std::string text;
+        for (std::size_t count = 1 + below(4); count > 0; --count) {
+            constexpr const char* items[] = {"a",   "b",    "c",   "[ab]", "[^a]",  ".",
+                                             "\\d", "[b-]", "\\w", "b",    "[1-9]", "\\S",
+                                             "\\W", "^",    "$",   "\\b"};
+            text += depth > 0 && below(4) == 0 ? "(" + pattern(depth - 1) + ")"
+                    : below(40) == 0           ? items[13 + below(3)]
+                                               : items[below(13)];
+            constexpr const char* signs[] = {"*", "+", "?", "", "", ""};
+            text += signs[below(6)];
+        }
+        return text;
+    }
+
+    std::mt19937 dice_;
+};
+
+TEST(SearchAutomaton, FindsWhatTheLibraryFinds) {
+    Writer writer(7);
+    int taken = 0;
+    for (int i = 0; i < 2500; ++i) {
+        const std::string pattern = writer.pattern(2);
+        if (SearchAutomaton::make(pattern) == nullptr) continue;
+        ASSERT_EQ(pattern.find('$'), std::string::npos) << pattern;
+        ++taken;
+        const RegExpr plain(pattern);
+        const RegExpr library(forLibrary(pattern));
+        for (int j = 0; j < 20; ++j) {
+            const std::string text = writer.text(writer.below(30));
+            expectSame(pattern, plain, library, text, writer.below(text.size() + 1));
+        }
+    }
+    EXPECT_GT(taken, 700);
+}
+
+// From each byte on the automaton would read to the end of the text.
+TEST(SearchAutomaton, TakesLinearTime) {
+    const std::string text(400000, 'a');
+    for (const char* pattern : {"a+b", "a.*b", "(aa)+b"}) {
+        const auto automaton = SearchAutomaton::make(pattern);
+        ASSERT_NE(automaton, nullptr);
+        EXPECT_EQ(automaton->search(text, 0, true).outcome, SearchAutomaton::Outcome::Stuck);
+        expectSame(pattern, RegExpr(pattern), RegExpr(forLibrary(pattern)), text, 0);
+        expectSame(pattern, RegExpr(pattern), RegExpr(forLibrary(pattern)), text + "ab", 3);
+    }
+}
+
+}  // namespace
