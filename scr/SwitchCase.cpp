@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "fsm/Analysis.h"
 #include "fsm/PatternCheck.h"
@@ -39,19 +40,6 @@ std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
 
 }  // namespace
 
-std::int32_t SwitchCase::execute() {
-    Body body = select();
-    if (body == noBody) body = default_;
-    if (body == noBody) return goOn;
-    // Falling through is a loop, so that no number of labels nests calls.
-    while (true) {
-        const Entry& entry = bodies_[body];
-        const std::int32_t code = entry.statements->run();
-        if (code != goOn || !entry.fallsThrough) return code;
-        ++body;
-    }
-}
-
 bool SwitchCase::addStatement(Node* statement) {
     state_ = State::Filled;
     return bodies_.back().statements->addStatement(statement);
@@ -71,8 +59,6 @@ bool SwitchCase::addDefault() {
     default_ = openBody();
     return true;
 }
-
-bool SwitchCase::finalSetup() { return true; }
 
 SwitchCase::Body SwitchCase::openBody() {
     if (state_ != State::Labelled) {
@@ -121,7 +107,7 @@ bool LongSwitchCase::finalSetup() {
     return true;
 }
 
-SwitchCase::Body LongSwitchCase::select() {
+SwitchCase::Body LongSwitchCase::select() const {
     const long value = selector_->result();
     if (!table_.empty()) {
         const unsigned long place = static_cast<unsigned long>(value) - first_;
@@ -130,6 +116,8 @@ SwitchCase::Body LongSwitchCase::select() {
     const auto found = labels_.find(value);
     return found != labels_.end() ? found->second : noBody;
 }
+
+std::int32_t LongSwitchCase::execute() { return run(select()); }
 
 bool StringSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
@@ -140,33 +128,63 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
     return true;
 }
 
-// Few labels are mostly told apart by their lengths and ends.
-std::size_t StringSwitchCase::placeOf(const FND::String& label) const {
+StringSwitchCase::Ends StringSwitchCase::endsOf(const FND::String& text) {
+    const char* const data = text.data();
+    const std::size_t size = text.size();
+    Ends ends;
+    ends.size = size;
+    const auto load = [&]<class Word>(Word /*size*/) {
+        Word word;
+        std::memcpy(&word, data, sizeof(Word));
+        ends.first = word;
+        std::memcpy(&word, data + size - sizeof(Word), sizeof(Word));
+        ends.last = word;
+    };
+    if (size >= 8) {
+        load(std::uint64_t{});
+    } else if (size >= 4) {
+        load(std::uint32_t{});
+    } else if (size >= 2) {
+        load(std::uint16_t{});
+    } else {
+        ends.first = ends.last = size > 0 ? static_cast<unsigned char>(*data) : 0;
+    }
+    return ends;
+}
+
+// Few labels are mostly told apart by their ends.
+std::size_t StringSwitchCase::placeOf(const FND::String& label, const Ends& ends) const {
     constexpr std::size_t few = 64;
-    if (slots_.size() > few) return keyHash(label);
-    if (label.empty()) return 0;
-    const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(label[place]); };
-    return label.size() + 5U * byte(0) + 19U * byte(label.size() / 2) + 3U * byte(label.size() - 1);
+    if (slots_.size() > few) [[unlikely]]
+        return keyHash(label);
+    const std::uint64_t mixed = (ends.first + ends.size) * 0x9e3779b97f4a7c15 ^ ends.last;
+    return (mixed * 0xd6e8feb86659fd93) >> placeShift_;
 }
 
 bool StringSwitchCase::finalSetup() {
-    slots_.resize(std::bit_ceil(2 * labels_.size() + 1));
+    slots_.resize(std::bit_ceil(2 * labels_.size() + 2));
+    placeShift_ = std::countl_zero(slots_.size()) + 1;
     for (const auto& [label, body] : labels_) {
-        std::size_t place = placeOf(label);
+        const Ends ends = endsOf(label);
+        std::size_t place = placeOf(label, ends);
         while (slots_[place & (slots_.size() - 1)].label != nullptr) ++place;
-        slots_[place & (slots_.size() - 1)] = {&label, body};
+        slots_[place & (slots_.size() - 1)] = {ends, &label, body};
     }
     return true;
 }
 
-SwitchCase::Body StringSwitchCase::select() {
+SwitchCase::Body StringSwitchCase::select() const {
     const FND::String& value = selector_->result();
     countString(value.size());
-    for (std::size_t place = placeOf(value);; ++place) {
+    const Ends ends = endsOf(value);
+    for (std::size_t place = placeOf(value, ends);; ++place) {
         const Slot& slot = slots_[place & (slots_.size() - 1)];
-        if (slot.label == nullptr || *slot.label == value) return slot.body;
+        if (slot.label == nullptr) return noBody;
+        if (slot.ends == ends && (ends.size <= 16 || *slot.label == value)) return slot.body;
     }
 }
+
+std::int32_t StringSwitchCase::execute() { return run(select()); }
 
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
     : selector_(selector), stateLimit_(stateLimit) {
@@ -222,11 +240,13 @@ void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) 
     }
 }
 
-SwitchCase::Body RegExprSwitchCase::select() {
+SwitchCase::Body RegExprSwitchCase::select() const {
     const FND::String& text = selector_->result();
     countString(text.size());
     const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_->firstPath(text);
     return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
 }
+
+std::int32_t RegExprSwitchCase::execute() { return run(select()); }
 
 }  // namespace SCR

@@ -19,7 +19,6 @@ class ParserStack;
 /// that the body falls through into.
 class KESTREL_API SwitchCase : public Node {
 public:
-    std::int32_t execute() override;
     /// Adds to the body of the labels last seen; always true.
     bool addStatement(Node* statement) override;
     void close() override;
@@ -34,7 +33,7 @@ public:
     /// Makes the body that follows, or is open, the default one. False after a report.
     bool addDefault();
     /// Called once all labels are known. False after a report.
-    virtual bool finalSetup();
+    virtual bool finalSetup() = 0;
 
 protected:
     /// The number of a body, in the order of the text.
@@ -44,10 +43,21 @@ protected:
     /// The body of the next label: a new one, or the one open and still empty. Opens it.
     Body openBody();
 
-private:
-    /// The body for the selector's value, or `noBody` for the default one.
-    virtual Body select() = 0;
+    /// Executes the body, and those that it falls through into; `noBody` stands for the default
+    /// one.
+    std::int32_t run(Body body) const {
+        if (body == noBody) body = default_;
+        if (body == noBody) return goOn;
+        // Falling through is a loop, so that no number of labels nests calls.
+        while (true) {
+            const Entry& entry = bodies_[body];
+            const std::int32_t code = entry.statements->run();
+            if (code != goOn || !entry.fallsThrough) return code;
+            ++body;
+        }
+    }
 
+private:
     struct Entry {
         std::unique_ptr<StatementList> statements;
         bool fallsThrough = false;  // into the next body
@@ -65,11 +75,12 @@ class KESTREL_API LongSwitchCase final : public SwitchCase {
 public:
     /// Takes over the selector.
     explicit LongSwitchCase(LongNode* selector) : selector_(selector) {}
+    std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
 
 private:
-    Body select() override;
+    [[gnu::visibility("hidden")]] Body select() const;
 
     const std::unique_ptr<LongNode> selector_;
     std::unordered_map<long, Body> labels_;
@@ -83,24 +94,39 @@ class KESTREL_API StringSwitchCase final : public SwitchCase {
 public:
     /// Takes over the selector.
     explicit StringSwitchCase(StringNode* selector) : selector_(selector) {}
+    std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
 
 private:
+    // A label's length and its first and last 8 bytes, which overlap in a shorter one: all there is
+    // to tell of a label of at most 16 bytes.
+    struct Ends {
+        bool operator==(const Ends&) const = default;
+
+        std::uint64_t first = 0;
+        std::uint64_t last = 0;
+        std::size_t size = 0;
+    };
     struct Slot {
+        Ends ends;
         const FND::String* label = nullptr;  // a key of `labels_`
         Body body = noBody;
     };
 
-    Body select() override;
+    [[gnu::visibility("hidden")]] Body select() const;
+    // Hidden, so that they can become part of `select`.
+    [[gnu::visibility("hidden")]] static Ends endsOf(const FND::String& text);
+    [[gnu::visibility("hidden")]] std::size_t placeOf(const FND::String& label,
+                                                      const Ends& ends) const;
 
     const std::unique_ptr<StringNode> selector_;
     std::unordered_map<FND::String, Body> labels_;
-    std::size_t placeOf(const FND::String& label) const;
 
     // The labels by their hash, the next free slot for one whose slot is taken. More than half of
     // the slots are free; their number is a power of 2.
     std::vector<Slot> slots_;
+    int placeShift_ = 63;  // 64 less the bits of a place
 };
 
 /// Labels that are patterns: the body of the first pattern that matches the whole text runs.
@@ -109,11 +135,12 @@ public:
     /// Takes over the selector. `stateLimit` is what the automaton of all patterns may have; a list
     /// that needs more is split over a group of automata.
     RegExprSwitchCase(StringNode* selector, std::size_t stateLimit);
+    std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
 
 private:
-    Body select() override;
+    [[gnu::visibility("hidden")]] Body select() const;
 
     // Warns of the cases that no text reaches.
     void warnOfUnreached(const std::vector<std::int32_t>& lines) const;
