@@ -5,12 +5,7 @@
 namespace SCR {
 
 Condition::Condition(BoolNode* node) : node_(node) {
-    if constexpr (SpecialisesNodes) {
-        if (const auto* comparison = dynamic_cast<const LongComparison*>(node)) {
-            test_ = comparison->test();
-            isTest_ = true;
-        }
-    }
+    if constexpr (SpecialisesNodes) comparison_ = dynamic_cast<LongComparison*>(node);
 }
 
 }  // namespace SCR

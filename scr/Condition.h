@@ -3,24 +3,27 @@
 #include <memory>
 
 #include "fnd/Export.h"
-#include "scr/LongTest.h"
+#include "scr/LongComparison.h"
 
 namespace SCR {
 
-/// The condition of a statement, which owns it.
+/// The condition of a loop, which owns it.
 class KESTREL_API Condition {
 public:
     Condition() = default;
     /// Takes over `node`.
     explicit Condition(BoolNode* node);
 
-    /// Evaluates it. There must be one.
-    bool holds() const { return isTest_ ? test_.holds() : node_->result(); }
+    /// Executes turns as long as the condition holds, up to one that gives a code other than
+    /// `goOn`. There must be a condition.
+    std::int32_t repeat(const Turn& turn) const {
+        if (comparison_ != nullptr) return comparison_->repeat(turn);
+        return turn.repeatWhile([this] { return node_->result(); });
+    }
 
 private:
     std::unique_ptr<BoolNode> node_;
-    LongTest test_;
-    bool isTest_ = false;  // the node is a comparison of Longs, and `test_` is it
+    LongComparison* comparison_ = nullptr;  // the node, if it is one
 };
 
 }  // namespace SCR

@@ -1,5 +1,7 @@
 #include "scr/Function.h"
 
+#include "scr/Operand.h"
+
 namespace SCR {
 
 const FND::String Function::retValNameCM = "$$retval";
@@ -15,6 +17,15 @@ bool Function::addIdentifier(const FND::String& name, Variable* variable) {
         phase_ = Phase::Parameters;
     }
     return isAdded;
+}
+
+void Function::close() {
+    StatementList::close();
+    if constexpr (SpecialisesNodes) {
+        if (statements().size() != 1) return;
+        const auto* const statement = dynamic_cast<ReturnStatement*>(statements().front().get());
+        if (statement != nullptr && statement->value() != nullptr) onlyReturn_ = statement;
+    }
 }
 
 }  // namespace SCR

@@ -21,6 +21,8 @@ public:
     /// Declares as a block does; while parameters are declared it also records their names.
     bool addIdentifier(const FND::String& name, Variable* variable) override;
 
+    void close() override;
+
     /// Ends or skips phases of the declaration: a function that returns nothing has no return
     /// variable, and what is declared once the parameters are closed is a plain local.
     void startParameters() { phase_ = Phase::Parameters; }
@@ -29,6 +31,8 @@ public:
     /// The variable that a return statement sets; null in a function that returns nothing. Owned by
     /// this block.
     Variable* returnVariable() const { return returnVariable_; }
+    /// When all that the function does is to return a value: that statement. Otherwise null.
+    const ReturnStatement* onlyReturn() const { return onlyReturn_; }
     /// In the order of declaration.
     const std::vector<FND::String>& parameterNames() const { return parameterNames_; }
 
@@ -38,6 +42,7 @@ private:
     Variable* returnVariable_ = nullptr;
     std::vector<FND::String> parameterNames_;
     Phase phase_ = Phase::ReturnVariable;
+    const ReturnStatement* onlyReturn_ = nullptr;
 };
 
 }  // namespace SCR

@@ -4,13 +4,14 @@
 #include <vector>
 
 #include "fnd/Export.h"
+#include "scr/Branch.h"
 #include "scr/Function.h"
+#include "scr/RunControl.h"
 #include "scr/Types.h"
 
 namespace SCR {
 
 class FctDescr;
-class RunControl;
 
 /// What all calls of user functions share: the assignments of the arguments to the parameters, and
 /// running the function.
@@ -20,8 +21,7 @@ public:
     using Bindings = NodeList;
 
     /// Takes over the bindings; reports every call to `control`, if there is one.
-    explicit FunctionCall(Bindings bindings, RunControl* control = nullptr)
-        : bindings_(std::move(bindings)), control_(control) {}
+    explicit FunctionCall(Bindings bindings, RunControl* control = nullptr);
 
     /// Sets the function to be called; not owned.
     void function(Function* function) { function_ = function; }
@@ -30,12 +30,40 @@ protected:
     ~FunctionCall() = default;
 
     /// Binds the arguments and executes the function; true when a return ran.
-    bool call(const Node* place);
+    bool call(const Node* place) {
+        enter(place);
+        const bool hasReturned = function_->run() == Node::returned;
+        leave();
+        return hasReturned;
+    }
 
-    Variable* returnVariable() const { return function_->returnVariable(); }
+    /// Binds the arguments and evaluates `value`, the assignment of the function's only statement.
+    template <class ValueNode>
+    decltype(auto) evaluate(const Node* place, const ReturnStatement& only) {
+        enter(place);
+        try {
+            decltype(auto) value = static_cast<ValueNode*>(only.value())->result();
+            leave();
+            return value;
+        } catch (ScriptStopped& stopped) {
+            stopped.passedThrough(&only);
+            throw;
+        }
+    }
+
+    const Function& function() const { return *function_; }
 
 private:
+    void enter(const Node* place) {
+        for (const Step& step : steps_) step.execute();
+        if (control_ != nullptr) control_->enterCall(place);
+    }
+    void leave() {
+        if (control_ != nullptr) control_->leaveCall();
+    }
+
     const Bindings bindings_;
+    std::vector<Step> steps_;  // those of the bindings
     Function* function_ = nullptr;
     RunControl* const control_;
 };
@@ -49,8 +77,11 @@ public:
     using FunctionCall::FunctionCall;
 
     typename Type::Argument result() override {
+        if (const ReturnStatement* const only = function().onlyReturn()) {
+            return evaluate<typename Type::Node>(this, *only);
+        }
         if (!call(this)) return Type::null();
-        return static_cast<typename Type::Variable*>(returnVariable())->value();
+        return static_cast<typename Type::Variable*>(function().returnVariable())->value();
     }
 };
 

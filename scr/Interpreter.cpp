@@ -89,7 +89,9 @@ bool Interpreter::compileScript(const FND::String& text) {
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
         ExpandedText expanded;
-        return expand(text, expanded) && SCR_parseScript(*this, expanded);
+        if (!expand(text, expanded) || !SCR_parseScript(*this, expanded)) return false;
+        mainFunction_->close();
+        return true;
     });
     // What a failed compile leaves is built in part only; nothing may be bound to it.
     if (!isCompiled_) discardScript();
@@ -150,7 +152,7 @@ bool Interpreter::execute() {
     if (!isCompiled_) return false;
     return contain(*this, [&] {
         const RunScope scope(runControl_);
-        return mainFunction_->execute() == Node::goOn;
+        return mainFunction_->run() == Node::goOn;
     });
 }
 

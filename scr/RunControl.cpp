@@ -17,19 +17,23 @@ namespace {
 // The lowest address that script code may reach on the calling thread's stack: its end plus a
 // reserve for what runs between two calls, the deepest expression in the deepest block. Asked once
 // a thread, since the C library reads a file to answer for the main thread.
+[[gnu::noinline]] char* findStackEnd() {
+    constexpr std::size_t reserve = 256 * 1024;
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return nullptr;
+    void* lowest = nullptr;
+    std::size_t size = 0;
+    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_destroy(&attributes);
+    return static_cast<char*>(lowest) + std::min(reserve, size / 2);
+}
+
+[[gnu::tls_model("initial-exec")]] thread_local char* stackEndS = nullptr;
+
 char* stackEndOfThread() {
-    thread_local char* const end = [] {
-        constexpr std::size_t reserve = 256 * 1024;
-        pthread_attr_t attributes;
-        if (pthread_getattr_np(pthread_self(), &attributes) != 0)
-            return static_cast<char*>(nullptr);
-        void* lowest = nullptr;
-        std::size_t size = 0;
-        pthread_attr_getstack(&attributes, &lowest, &size);
-        pthread_attr_destroy(&attributes);
-        return static_cast<char*>(lowest) + std::min(reserve, size / 2);
-    }();
-    return end;
+    if (stackEndS == nullptr) [[unlikely]]
+        stackEndS = findStackEnd();
+    return stackEndS;
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "scr/Statement.h"
 
 #include <algorithm>
-#include <typeinfo>
+#include <utility>
 
 #include "scr/Operand.h"
 #include "scr/RunControl.h"
@@ -9,10 +9,6 @@
 namespace SCR {
 
 namespace {
-
-void countTurn(RunControl* control, const Node* loop) {
-    if (control != nullptr) control->turn(loop);
-}
 
 // Takes `statement` into the first empty slot of `slots`; false when all are taken.
 bool fillSlot(std::initializer_list<Branch*> slots, Node* statement) {
@@ -29,7 +25,9 @@ bool fillSlot(std::initializer_list<Branch*> slots, Node* statement) {
 
 StatementList::~StatementList() = default;
 
-std::int32_t StatementList::execute() {
+std::int32_t StatementList::execute() { return run(); }
+
+std::int32_t StatementList::runStatements() {
     auto statement = statements_.begin();
     try {
         for (const auto end = statements_.end(); statement != end; ++statement) {
@@ -44,13 +42,17 @@ std::int32_t StatementList::execute() {
 
 bool StatementList::addStatement(Node* statement) {
     statements_.emplace_back(statement);
-    only_ = nullptr;
+    steps_.clear();
     return true;
 }
 
 void StatementList::close() {
     if constexpr (SpecialisesNodes) {
-        if (statements_.size() == 1) only_ = statements_.front().get();
+        // What a long list takes beside its nodes is not worth it.
+        constexpr std::size_t most = 64;
+        if (statements_.size() > most) return;
+        steps_.reserve(statements_.size());
+        for (const auto& statement : statements_) steps_.emplace_back(statement.get());
     }
 }
 
@@ -68,23 +70,20 @@ bool StatementList::returnsResult() const {
                        [](const auto& statement) { return statement->returnsResult(); });
 }
 
-void Branch::close() {
+std::unique_ptr<IfStatement> IfStatement::make(std::unique_ptr<BoolNode> condition) {
     if constexpr (SpecialisesNodes) {
-        while (typeid(*run_) == typeid(StatementList)) {
-            const auto& statements = static_cast<const StatementList*>(run_)->statements();
-            if (statements.size() != 1) return;
-            run_ = statements.front().get();
+        if (auto* const comparison = dynamic_cast<LongComparison*>(condition.get())) {
+            return comparison->makeIf(std::move(condition));
         }
     }
+    return std::make_unique<IfStatement>(condition.release());
 }
 
-std::int32_t IfStatement::execute() {
-    return condition_.holds() ? thenBranch_.execute() : elseBranch_.execute();
-}
+std::int32_t IfStatement::execute() { return choose(condition_->result()); }
 
 void IfStatement::close() {
-    if (thenBranch_) thenBranch_.close();
-    if (elseBranch_) elseBranch_.close();
+    thenBranch_.close();
+    elseBranch_.close();
 }
 
 bool IfStatement::addStatement(Node* statement) {
@@ -97,30 +96,20 @@ bool IfStatement::returnsResult() const {
 }
 
 std::int32_t WhileStatement::execute() {
-    while (condition_.holds()) {
-        countTurn(control_, this);
-        if (const std::int32_t code = body_.execute(); code != goOn) return code;
-    }
-    return goOn;
+    return condition_.repeat({this, control_, body_, nullptr});
 }
 
-void WhileStatement::close() {
-    if (body_) body_.close();
-}
+void WhileStatement::close() { body_.close(); }
 
 bool WhileStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
 
 std::int32_t DoStatement::execute() {
-    do {
-        countTurn(control_, this);
-        if (const std::int32_t code = body_.execute(); code != goOn) return code;
-    } while (condition_.holds());
-    return goOn;
+    const Turn turn{this, control_, body_, nullptr};
+    if (const std::int32_t code = turn.execute(); code != goOn) return code;
+    return condition_.repeat(turn);
 }
 
-void DoStatement::close() {
-    if (body_) body_.close();
-}
+void DoStatement::close() { body_.close(); }
 
 bool DoStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
 
@@ -128,16 +117,13 @@ bool DoStatement::returnsResult() const { return body_ && body_->returnsResult()
 
 std::int32_t ForLoop::execute() {
     if (const std::int32_t code = init_.execute(); code != goOn) return code;
-    while (condition_.holds()) {
-        countTurn(control_, this);
-        if (const std::int32_t code = body_.execute(); code != goOn) return code;
-        if (const std::int32_t code = update_.execute(); code != goOn) return code;
-    }
-    return goOn;
+    return condition_.repeat({this, control_, body_, &update_});
 }
 
 void ForLoop::close() {
-    if (body_) body_.close();
+    init_.close();
+    update_.close();
+    body_.close();
 }
 
 bool ForLoop::addStatement(Node* statement) {

@@ -5,6 +5,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/Branch.h"
 #include "scr/Condition.h"
 #include "scr/NameTable.h"
 #include "scr/Node.h"
@@ -24,67 +25,35 @@ public:
     /// Appends and takes over `statement`; always true.
     bool addStatement(Node* statement) override;
     void close() override;
-    /// What `execute` does, for a caller that knows the class: a single statement runs without
-    /// going through the list.
-    std::int32_t run() {
-        if (only_ == nullptr) return StatementList::execute();
-        try {
-            return only_->execute();
-        } catch (ScriptStopped& stopped) {
-            stopped.passedThrough(only_);
-            throw;
-        }
-    }
+    /// What `execute` does, for a caller that knows the class.
+    std::int32_t run() { return steps_.empty() ? runStatements() : steps().execute(); }
     bool addIdentifier(const FND::String& name, Variable* variable) override;
     Variable* getIdentifier(const FND::String& name) override;
     /// True if any statement of the list returns a result.
     bool returnsResult() const override;
 
     const NodeList& statements() const { return statements_; }
+    /// What to run, once the block is complete; empty for a block without statements, or with very
+    /// many.
+    StepRange steps() const { return {steps_.data(), steps_.data() + steps_.size()}; }
 
 private:
+    std::int32_t runStatements();
+
     NodeList statements_;
-    Node* only_ = nullptr;  // the only statement, once the block is complete
+    std::vector<Step> steps_;
     std::unique_ptr<NameTable<Variable>>
         identifiers_;  // none for the many blocks that declare nothing
 };
 
-/// A statement that another one owns and runs. A block of a single statement is run by running that
-/// statement.
-class KESTREL_API Branch {
-public:
-    /// Takes over `statement`.
-    void reset(Node* statement) {
-        statement_.reset(statement);
-        run_ = statement;
-    }
-    /// Finds out what to run; called once the block, if it is one, is complete.
-    void close();
-
-    explicit operator bool() const { return run_ != nullptr; }
-    Node* operator->() const { return statement_.get(); }
-
-    /// Runs the statement, if there is one.
-    std::int32_t execute() const {
-        if (run_ == nullptr) return Node::goOn;
-        try {
-            return run_->execute();
-        } catch (ScriptStopped& stopped) {
-            if (run_ != statement_.get()) stopped.passedThrough(run_);
-            throw;
-        }
-    }
-
-private:
-    std::unique_ptr<Node> statement_;
-    Node* run_ = nullptr;  // the statement or the only one in it
-};
-
 /// Runs the first branch added when its condition holds, otherwise the second, if there is one.
-class KESTREL_API IfStatement final : public Node {
+class KESTREL_API IfStatement : public Node {
 public:
     /// Takes over `condition`.
     explicit IfStatement(BoolNode* condition) : condition_(condition) {}
+
+    /// A new one of the class that fits `condition`, which it takes over.
+    static std::unique_ptr<IfStatement> make(std::unique_ptr<BoolNode> condition);
 
     std::int32_t execute() override;
     /// Takes the then-branch, then the else-branch; refuses any further statement.
@@ -93,8 +62,14 @@ public:
     /// True only if both branches exist and return a result.
     bool returnsResult() const override;
 
+protected:
+    /// Runs the branch for what the condition gave.
+    std::int32_t choose(bool holds) const {
+        return holds ? thenBranch_.execute() : elseBranch_.execute();
+    }
+
 private:
-    const Condition condition_;
+    const std::unique_ptr<BoolNode> condition_;
     Branch thenBranch_;
     Branch elseBranch_;
 };
@@ -168,6 +143,9 @@ class KESTREL_API ReturnStatement final : public Node {
 public:
     /// Takes over the assignment to the function's return variable; null returns no value.
     explicit ReturnStatement(Node* value) : value_(value) {}
+
+    /// The assignment; null when no value is returned.
+    Node* value() const { return value_.get(); }
 
     std::int32_t execute() override;
     bool returnsResult() const override { return true; }

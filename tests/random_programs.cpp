@@ -27,7 +27,14 @@ public:
             "function Bool flip { p = p == false; b = b + 1; return p; }\n"
             "function Long twist(Long i, Long j) {"
             " if (i > j) { return i - j; } else { while (j > i) { j = j - 3; return j * i; } }"
-            " return 1; }\n";
+            " return 1; }\n"
+            "function Long mix(Long i, Long j) { return i * 3 + j % 5; }\n"
+            "function String both(String i, String j) { return i + tell(j); }\n"
+            "function Bool near(Long i) { return (i - a) % 4 == 0; }\n"
+            "function Long wipe(Long i) {"
+            " if (i % 5 == 2) { arrayClear(n); arrayClear(m); arrayClear(f); }"
+            " if (i % 5 == 3) { arrayClear(w); hashClear(h); hashClear(k); }"
+            " return i % 3; }\n";
         for (std::size_t count = 4 + below(12); count > 0; --count) statement(3);
         for (const char* name : {"a", "b", "c", "d", "n[0]", "n[1]", "h{\"x\"}"}) {
             text_ += std::string("logStdout(longToStr(") + name + ") + \" \");";
@@ -76,7 +83,18 @@ private:
         if (depth <= 0 || below(4) == 0) {
             return below(2) == 0 ? oneOf(constants) : oneOf(std::array{"a", "b", "c", "d"});
         }
-        switch (below(14)) {
+        switch (below(18)) {
+            case 17:
+                return "wipe(" + longValue(depth - 1) + ")";
+            case 14:
+                return "mix(" + longValue(depth - 1) + ", " + longValue(depth - 1) + ")";
+            case 15:
+                return "n[" + oneOf(std::array{"a", "b", "c"}) +
+                       oneOf(std::array{" % 3", " + 1", " - 2"}) + "]";
+            case 16:
+                return "((" + oneOf(std::array{"a", "b", "d"}) +
+                       oneOf(std::array{" * 31 + c", " * 7 + 5", " + b", " + 4", " * 3"}) + ") % " +
+                       oneOf(std::array{"7", "-5", "1000003", "0", "1"}) + ")";
             case 0:
                 return longTarget(depth);
             case 1:
@@ -113,7 +131,9 @@ private:
                        ? oneOf(std::array{"\"\"", "\"x\"", "\"ab\"", "\"longer than most\""})
                        : oneOf(std::array{"s", "t", "u"});
         }
-        switch (below(12)) {
+        switch (below(13)) {
+            case 12:
+                return "both(" + stringValue(depth - 1) + ", " + stringValue(depth - 1) + ")";
             case 0:
                 return stringTarget(depth);
             case 1:
@@ -171,7 +191,12 @@ private:
     std::string boolValue(int depth) {
         constexpr std::array comparisons{" < ", " > ", " == ", " != ", " <= ", " >= "};
         if (depth <= 0) return oneOf(std::array{"p", "q", "true", "false", "(a < b)", "(c == 0)"});
-        switch (below(10)) {
+        switch (below(12)) {
+            case 10:
+                return "near(" + longValue(depth - 1) + ")";
+            case 11:
+                return "((a + " + oneOf(std::array{"b", "c", "d"}) + ") % 3" + oneOf(comparisons) +
+                       oneOf(std::array{"0", "-1", "2"}) + ")";
             case 0:
                 return boolTarget(depth);
             case 1:
@@ -279,7 +304,7 @@ private:
             case 6:
                 text_ += "switch (" + stringValue(2) + ") {\ncase \"x\": case \"\":\n";
                 block(depth - 1);
-                text_ += "break;\ncase \"abc\":\n";
+                text_ += "break;\ncase \"abc\": case \"longer than most\": case \"ab\":\n";
                 block(depth - 1);
                 text_ += "}\n";
                 break;

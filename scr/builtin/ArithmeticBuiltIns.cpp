@@ -137,9 +137,16 @@ private:
         const auto makeWith = [&](auto operand) {
             return make(std::move(operand), std::move(right));
         };
-        return withPair(InnerPairs(), std::move(left), makeWith, [&](std::unique_ptr<Node> node) {
+        const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
             return withOperand<LongType>(std::move(node), makeWith);
-        });
+        };
+        if constexpr (std::is_same_v<Operation, LongRemainder> &&
+                      std::is_same_v<Right, ConstantOperand<LongType>>) {
+            return withPair(JoinedPairs<InnerPairs, CyclePairs>::Type(), std::move(left), makeWith,
+                            makeWithLeaf);
+        } else {
+            return withPair(InnerPairs(), std::move(left), makeWith, makeWithLeaf);
+        }
     }
 
     static Node* takeLeft(std::unique_ptr<Node> left, Any right) {

@@ -1,4 +1,7 @@
+#include <typeinfo>
+
 #include "scr/ElementAccess.h"
+#include "scr/LongStep.h"
 #include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
@@ -27,10 +30,32 @@ public:
         return *target_;
     }
 
+    // What it does, as data. For operands that lie in storage, and sums and differences of them.
+    LongStep step() const {
+        if constexpr (requires { value_.storage(); }) {
+            return {target_, value_.storage()};
+        } else {
+            return {target_, value_.left().storage(), value_.right().storage(), Operand::subtracts};
+        }
+    }
+
 private:
     typename Type::Value* const target_;  // the variable's
     Operand value_;
 };
+
+template <class Operand>
+bool findStep(const Node& node, LongStep& step) {
+    using Assigned = VariableAssignment<LongType, Operand>;
+    if (&typeid(node) != &typeid(Assigned)) return false;
+    step = static_cast<const Assigned&>(node).step();
+    return true;
+}
+
+template <class... Pairs>
+bool findStepOfPair(PairList<Pairs...> /*pairs*/, const Node& node, LongStep& step) {
+    return (findStep<Pairs>(node, step) || ...);
+}
 
 // The store of a variable's own text with something behind it.
 class AppendAssignment final : public StringNode {
@@ -271,5 +296,16 @@ constexpr BuiltIn assignmentBuiltInsS[] = {
 }  // namespace
 
 std::span<const BuiltIn> assignmentBuiltIns() { return assignmentBuiltInsS; }
+
+LongStep longStepOf(const Node& node) {
+    using Named = VariableOperand<LongType>;
+    using Constant = ConstantOperand<LongType>;
+    LongStep step;
+    if (!findStep<Named>(node, step) && !findStep<Constant>(node, step)) {
+        findStepOfPair(PairsOf<Named, Constant, LongAddition, LongSubtraction>(), node, step) ||
+            findStepOfPair(PairsOf<Named, Named, LongAddition, LongSubtraction>(), node, step);
+    }
+    return step;
+}
 
 }  // namespace SCR

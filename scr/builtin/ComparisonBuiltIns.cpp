@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <compare>
 
-#include "scr/LongTest.h"
+#include "scr/LongComparison.h"
 #include "scr/Operand.h"
+#include "scr/Statement.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/LongArithmetic.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -12,28 +14,35 @@ namespace SCR {
 namespace {
 
 struct Less {
-    static constexpr unsigned outcomes = LongTest::Less;
     static bool apply(const auto& left, const auto& right) { return left < right; }
 };
 struct Greater {
-    static constexpr unsigned outcomes = LongTest::Greater;
     static bool apply(const auto& left, const auto& right) { return right < left; }
 };
 struct Equal {
-    static constexpr unsigned outcomes = LongTest::Equal;
     static bool apply(const auto& left, const auto& right) { return left == right; }
 };
 struct NotEqual {
-    static constexpr unsigned outcomes = LongTest::Less + LongTest::Greater;
     static bool apply(const auto& left, const auto& right) { return !(left == right); }
 };
 struct LessEqual {
-    static constexpr unsigned outcomes = LongTest::Less + LongTest::Equal;
     static bool apply(const auto& left, const auto& right) { return !(right < left); }
 };
 struct GreaterEqual {
-    static constexpr unsigned outcomes = LongTest::Greater + LongTest::Equal;
     static bool apply(const auto& left, const auto& right) { return !(left < right); }
+};
+
+// The if-statement of a comparison.
+template <class Comparison>
+class IfComparison final : public IfStatement {
+public:
+    IfComparison(Comparison& comparison, std::unique_ptr<BoolNode> condition)
+        : IfStatement(condition.release()), comparison_(comparison) {}
+
+    std::int32_t execute() override { return choose(comparison_.holds()); }
+
+private:
+    Comparison& comparison_;  // the condition
 };
 
 // Long: left, then right.
@@ -42,25 +51,22 @@ class ForwardComparison final : public LongComparison {
 public:
     ForwardComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
-    bool result() override {
+    bool holds() const {
         const long left = left_.value();
         return Operation::apply(left, right_.value());
     }
 
-    LongTest test() const override {
-        return {operandOf(left_), operandOf(right_), Operation::outcomes};
+    bool result() override { return holds(); }
+
+    std::int32_t repeat(const Turn& turn) override {
+        return turn.repeatWhile([this] { return holds(); });
+    }
+
+    std::unique_ptr<IfStatement> makeIf(std::unique_ptr<BoolNode> self) override {
+        return std::make_unique<IfComparison<ForwardComparison>>(*this, std::move(self));
     }
 
 private:
-    template <class Operand>
-    static LongTest::Operand operandOf(const Operand& operand) {
-        if constexpr (requires { operand.storage(); }) {
-            return {.storage = operand.storage()};
-        } else {
-            return {.node = operand.peek()};
-        }
-    }
-
     Left left_;
     Right right_;
 };
@@ -116,6 +122,13 @@ Node* makeComparison(Left left, Right right) {
     }
 }
 
+// Remainders that scripts compare with a constant.
+using TestedPairs =
+    PairList<LongPair<LongRemainder, VariableOperand<LongType>, ConstantOperand<LongType>>,
+             LongPair<LongRemainder,
+                      LongPair<LongAddition, VariableOperand<LongType>, VariableOperand<LongType>>,
+                      ConstantOperand<LongType>>>;
+
 template <class Type>
 class Compare {
 public:
@@ -133,11 +146,20 @@ public:
                     Any(std::move(left)), Any(std::move(right)));
             }
         }
-        return withOperands<Type>(std::move(left), std::move(right),
-                                  [](auto leftOperand, auto rightOperand) {
-                                      return makeComparison<Type, Operation>(
-                                          std::move(leftOperand), std::move(rightOperand));
-                                  });
+        return withOperand<Type>(std::move(right), [&](auto rightOperand) -> Node* {
+            const auto make = [&](auto leftOperand) {
+                return makeComparison<Type, Operation>(std::move(leftOperand),
+                                                       std::move(rightOperand));
+            };
+            const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
+                return withOperand<Type>(std::move(node), make);
+            };
+            if constexpr (std::is_same_v<decltype(rightOperand), ConstantOperand<LongType>>) {
+                return withPair(TestedPairs(), std::move(left), make, makeWithLeaf);
+            } else {
+                return makeWithLeaf(std::move(left));
+            }
+        });
     }
 };
 

@@ -9,51 +9,60 @@ namespace SCR {
 /// multiplication", 1994.)
 class ConstantDivisor {
 public:
-    explicit ConstantDivisor(long divisor) : divisor_(static_cast<unsigned long>(divisor)) {
-        const unsigned long size = magnitude(divisor);
-        isTrivial_ = size < 2;
-        if (isTrivial_) return;
-        // 2^(63 + width) / size, rounded up; it fits as size is above 2^(width - 1).
-        const int width = static_cast<int>(std::bit_width(size - 1));
+    explicit ConstantDivisor(long divisor)
+        : size_(divisor < 0 ? 0 - static_cast<unsigned long>(divisor)
+                            : static_cast<unsigned long>(divisor)),
+          sign_(divisor < 0 ? ~0UL : 0) {
+        isSpecial_ = size_ < 2 || size_ > greatestCM;
+        if (isSpecial_) return;
+        // The whole number that follows 2^(63 + width) / size lies between 2^63 and 2^64; the
+        // factor is that less 2^64.
+        const int width = static_cast<int>(std::bit_width(size_ - 1));
         shift_ = width - 1;
-        factor_ = static_cast<unsigned long>(((Wide{1} << (63 + width)) + size - 1) / size);
-        sign_ = divisor < 0 ? ~0UL : 0;
+        factor_ =
+            static_cast<long>(static_cast<unsigned long>((Wide{1} << (63 + width)) / size_ + 1));
     }
 
-    bool isZero() const { return divisor_ == 0; }
+    bool isZero() const { return size_ == 0; }
 
     /// The quotient cut toward zero, wrapped around for the smallest Long by -1; 0 by a zero.
     long quotient(long number) const {
-        const auto bits = static_cast<unsigned long>(number);
-        // 0, 1 and -1.
-        if (isTrivial_) [[unlikely]]
-            return static_cast<long>(bits * divisor_);
-        const unsigned long size = (Wide{magnitude(number)} * factor_) >> 64 >> shift_;
-        const unsigned long sign = sign_ ^ static_cast<unsigned long>(number >> 63);
-        return static_cast<long>((size ^ sign) - sign);
+        const unsigned long parts = isSpecial_ ? specialParts(number) : this->parts(number);
+        return static_cast<long>((parts ^ sign_) - sign_);
     }
 
     /// The remainder, with the sign of `number`; 0 by a zero.
     long remainder(long number) const {
-        if (isTrivial_) [[unlikely]]
-            return 0;
-        return static_cast<long>(static_cast<unsigned long>(number) -
-                                 static_cast<unsigned long>(quotient(number)) * divisor_);
+        if (isSpecial_) [[unlikely]] {
+            return size_ <= 1 || specialParts(number) != 0 ? 0 : number;
+        }
+        return static_cast<long>(static_cast<unsigned long>(number) - parts(number) * size_);
     }
 
 private:
     __extension__ using Wide = unsigned __int128;
+    __extension__ using SignedWide = __int128;
 
-    static unsigned long magnitude(long number) {
-        const auto sign = static_cast<unsigned long>(number >> 63);
-        return (static_cast<unsigned long>(number) ^ sign) - sign;
+    static constexpr unsigned long greatestCM = ~0UL >> 1;
+
+    // The quotient by the divisor's size.
+    unsigned long parts(long number) const {
+        const auto bits = static_cast<unsigned long>(number);
+        const auto high = static_cast<unsigned long>((SignedWide{number} * factor_) >> 64);
+        return static_cast<unsigned long>(static_cast<long>(high + bits) >> shift_) + (bits >> 63);
     }
 
-    unsigned long divisor_;
-    bool isTrivial_;  // 0, 1 or -1
-    unsigned long factor_ = 0;
+    unsigned long specialParts(long number) const {
+        const auto bits = static_cast<unsigned long>(number);
+        // Among the sizes above 1 only that of the smallest Long is special.
+        return size_ <= 1 ? bits * size_ : bits == size_ ? ~0UL : 0;
+    }
+
+    unsigned long size_;  // of the divisor
+    unsigned long sign_;  // all bits set for a negative divisor
+    long factor_ = 0;
     int shift_ = 0;
-    unsigned long sign_ = 0;  // all bits set for a negative divisor
+    bool isSpecial_;  // 0, 1, -1 and the smallest Long
 };
 
 }  // namespace SCR

@@ -55,12 +55,16 @@ inline constexpr bool isDivision =
 template <class Operation, class Left, class Right>
 class LongPair {
 public:
+    /// Whether it is a difference.
+    static constexpr bool subtracts = std::is_same_v<Operation, LongSubtraction>;
+
     LongPair(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
     const Left& left() const { return left_; }
     const Right& right() const { return right_; }
 
-    long value() const {
+    // GCC would call it, and a call costs more than what it does.
+    [[gnu::always_inline]] long value() const {
         if constexpr (isDivision<Operation>) {
             const long right = right_.value();
             return right != 0 ? Operation::apply(left_.value(), right) : 0;
@@ -82,7 +86,9 @@ public:
     LongPair(Left left, const ConstantOperand<LongType>& right)
         : left_(std::move(left)), right_(right.value()) {}
 
-    long value() const { return right_.isZero() ? 0 : Operation::apply(left_.value(), right_); }
+    [[gnu::always_inline]] long value() const {
+        return right_.isZero() ? 0 : Operation::apply(left_.value(), right_);
+    }
 
 private:
     Left left_;
@@ -158,6 +164,27 @@ struct SumsWith<PairList<Pairs...>> {
                           LongPair<LongSubtraction, VariableOperand<LongType>, Pairs>...>;
 };
 
+/// Remainders by a constant of each of the pairs given.
+template <class Pairs>
+struct RemaindersOf;
+template <class... Pairs>
+struct RemaindersOf<PairList<Pairs...>> {
+    using Type = PairList<LongPair<LongRemainder, Pairs, ConstantOperand<LongType>>...>;
+};
+
+/// Sums and products of two leaves, and a product with something added: what keys, cycles and
+/// pseudo-random numbers are made of.
+using CyclePairs = PairList<
+    LongPair<LongAddition, VariableOperand<LongType>, VariableOperand<LongType>>,
+    LongPair<LongAddition, VariableOperand<LongType>, ConstantOperand<LongType>>,
+    LongPair<LongMultiplication, VariableOperand<LongType>, ConstantOperand<LongType>>,
+    LongPair<LongAddition,
+             LongPair<LongMultiplication, VariableOperand<LongType>, ConstantOperand<LongType>>,
+             VariableOperand<LongType>>,
+    LongPair<LongAddition,
+             LongPair<LongMultiplication, VariableOperand<LongType>, ConstantOperand<LongType>>,
+             ConstantOperand<LongType>>>;
+
 /// What an assignment computes on its own: an operation of any two simple operands, or a variable
 /// and a pair.
 using AssignedPairs = JoinedPairs<AllPairs<VariableOperand<LongType>, ConstantOperand<LongType>>,
@@ -166,6 +193,6 @@ using AssignedPairs = JoinedPairs<AllPairs<VariableOperand<LongType>, ConstantOp
                                   AllPairs<AnyOperand<LongType>, VariableOperand<LongType>>,
                                   AllPairs<AnyOperand<LongType>, ConstantOperand<LongType>>,
                                   AllPairs<AnyOperand<LongType>, AnyOperand<LongType>>,
-                                  SumsWith<InnerPairs>::Type>::Type;
+                                  SumsWith<InnerPairs>::Type, RemaindersOf<CyclePairs>::Type>::Type;
 
 }  // namespace SCR

@@ -38,7 +38,7 @@ bool SCR_createVoidCallStatement() { return appendStatement(popExpressionStateme
 bool SCR_ifStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
     if (!condition) return false;
-    return opened(openBlock(makeOwner<IfStatement>(std::move(condition)), Messages::ifNotPushed));
+    return opened(openBlock(IfStatement::make(std::move(condition)), Messages::ifNotPushed));
 }
 
 void SCR_elseBranch() {

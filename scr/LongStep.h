@@ -1,0 +1,41 @@
+#pragma once
+
+#include "fnd/Export.h"
+
+namespace SCR {
+
+class Node;
+
+/// The assignment of a sum or a difference of two Longs to a variable, as data: what counters and
+/// totals are made of, run without a call of a node. It owns nothing.
+class LongStep {
+public:
+    /// None.
+    LongStep() = default;
+    /// Assigns to `target` the sum of what `left` and `right` point to, or the difference. Without
+    /// `right` it assigns `left`.
+    LongStep(long* target, const long* left, const long* right = &zeroCM, bool subtracts = false)
+        : target_(target), left_(left), right_(right), sign_(subtracts ? ~0UL : 0) {}
+
+    /// Whether there is one.
+    explicit operator bool() const { return target_ != nullptr; }
+
+    /// Runs it; there must be one. Wraps around.
+    void run() const {
+        const unsigned long right = (static_cast<unsigned long>(*right_) ^ sign_) - sign_;
+        *target_ = static_cast<long>(static_cast<unsigned long>(*left_) + right);
+    }
+
+private:
+    static constexpr long zeroCM = 0;
+
+    long* target_ = nullptr;
+    const long* left_ = nullptr;
+    const long* right_ = nullptr;
+    unsigned long sign_ = 0;  // all bits set to subtract
+};
+
+/// What executing `node` does, when that is such an assignment; valid as long as the node.
+LongStep longStepOf(const Node& node);
+
+}  // namespace SCR
