@@ -1,8 +1,10 @@
 #include "scr/Array.h"
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <memory>
+#include <utility>
 
 #include "scr/ElementClass.h"
 
@@ -11,12 +13,15 @@ namespace SCR {
 Array::Array(Variable* prototype)
     : Variable(TypeCode::Array),
       ownsPrototype_(true),
+      keepsValues_(ElementClass::ofValues(*prototype) != nullptr),
       prototype_(prototype),
-      elementClass_(&ElementClass::of(*prototype)) {}
+      elementClass_(keepsValues_ ? ElementClass::ofValues(*prototype)
+                                 : &ElementClass::of(*prototype)) {}
 
 Array::Array(const Array& source, Variable* sharedPrototype)
     : Variable(source.dataType()),
       ownsPrototype_(false),
+      keepsValues_(source.keepsValues_),
       prototype_(sharedPrototype),
       elementClass_(source.elementClass_) {
     try {
@@ -41,19 +46,57 @@ Variable* Array::clone() const {
 }
 
 Variable* Array::at(unsigned long index, unsigned long limit) {
-    if (index >= size_ && index >= std::min(limit, maxSizeCM)) return nullptr;
+    if (keepsValues_ && !makeVariables()) return nullptr;
+    if (!make(index, limit)) return nullptr;
+    return elementClass_->element(store_.find(index, elementClass_->size));
+}
+
+bool Array::make(unsigned long index, unsigned long limit) {
+    if (index >= size_ && index >= std::min(limit, maxSizeCM)) return false;
     const std::size_t chunk = SlotStore::chunkOf(index);
     try {
         if (chunk >= store_.numChunks() || store_.chunk(chunk) == nullptr) makeChunk(chunk);
     } catch (const std::exception&) {
-        return nullptr;
+        return false;
     }
     size_ = std::max(size_, index + 1);
-    return elementClass_->element(store_.find(index, elementClass_->size));
+    return true;
+}
+
+// Variables of plain values need no destruction, so that memory may end at any step.
+bool Array::makeVariables() {
+    const ElementClass& variables = ElementClass::of(*prototype_);
+    SlotStore store;
+    std::unique_ptr<SlotStore> former;
+    try {
+        if (store_.numChunks() > 0) former = std::make_unique<SlotStore>();
+        store.extend(store_.numChunks());
+        for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
+            const std::byte* from = store_.chunk(chunk);
+            if (from == nullptr) continue;
+            std::byte* to = store.allocate(chunk, variables.size);
+            const std::size_t count = SlotStore::slotsOf(chunk);
+            variables.construct(to, count, *prototype_);
+            for (std::size_t i = 0; i < count; ++i) {
+                elementClass_->load(*variables.element(to), from);
+                from += elementClass_->size;
+                to += variables.size;
+            }
+        }
+    } catch (const std::exception&) {
+        return false;
+    }
+    store_.swap(store);
+    if (former) former->swap(store);
+    formerValues_ = std::move(former);
+    elementClass_ = &variables;
+    keepsValues_ = false;
+    return true;
 }
 
 std::size_t Array::heapBytes() const {
     std::size_t bytes = store_.heapBytes(elementClass_->size);
+    if (formerValues_) bytes += formerValues_->heapBytes(ElementClass::ofValues(*prototype_)->size);
     if (elementClass_->heapBytes == nullptr) return bytes;
     for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
         const std::byte* const slots = store_.chunk(chunk);
@@ -66,6 +109,7 @@ std::size_t Array::heapBytes() const {
 
 void Array::truncate(unsigned long count) {
     if (count >= size_) return;
+    if (count == 0) formerValues_.reset();
     constexpr unsigned long kept = 64;
     const unsigned long firstToFree = std::max(kept, 2 * count);
     std::size_t chunk = SlotStore::chunkOf(size_ - 1) + 1;
@@ -103,11 +147,14 @@ void Array::freeChunk(std::size_t chunk) noexcept {
 
 void Array::freeElements() noexcept {
     for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) freeChunk(chunk);
+    formerValues_.reset();
     size_ = 0;
     store_.trim(0);
 }
 
 void Array::copyElements(const Array& source) {
+    elementClass_ = source.elementClass_;
+    keepsValues_ = source.keepsValues_;
     if (source.size_ == 0) return;
     store_.extend(source.store_.numChunks());
     for (std::size_t chunk = 0; chunk <= SlotStore::chunkOf(source.size_ - 1); ++chunk) {
@@ -118,6 +165,10 @@ void Array::copyElements(const Array& source) {
         std::byte* const to = store_.chunk(chunk);
         const std::size_t count = std::min<std::size_t>(source.size_ - SlotStore::firstOf(chunk),
                                                         SlotStore::slotsOf(chunk));
+        if (keepsValues_) {
+            std::memcpy(to, from, count * elementClass_->size);
+            continue;
+        }
         for (std::size_t i = 0; i < count * elementClass_->size; i += elementClass_->size) {
             elementClass_->copy(to + i, *elementClass_->element(from + i));
         }

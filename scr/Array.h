@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <new>
+#include <type_traits>
+#include <utility>
 
 #include "fnd/Export.h"
 #include "scr/SlotStore.h"
@@ -15,8 +18,9 @@ struct NestedMaker;
 
 /// A container indexed from 0. All elements are alike: each starts as a clone of the prototype.
 /// Elements lie side by side in chunks and are made chunk by chunk when one of them is first used,
-/// so an array takes memory for the parts of it that are in use, not for its size. Thread rule of a
-/// variable.
+/// so an array takes memory for the parts of it that are in use, not for its size. As long as
+/// nobody asks for an element as a variable, an array of Longs, Bools, Decimals or Dates keeps
+/// their values alone. Thread rule of a variable.
 class KESTREL_API Array final : public Variable {
 public:
     /// The most elements that an array can have.
@@ -41,8 +45,12 @@ public:
     /// The element `index`, which the array owns; it stays valid until it is removed. An array that
     /// is too small grows so that `index` becomes its last element. Null when the element can not
     /// be had: the array would grow beyond `limit` elements or `maxSizeCM`, or there is no memory.
-    /// Nothing changed then.
+    /// Nothing changed then. Of an array that kept values alone it makes variables; references to
+    /// the values stay readable.
     Variable* at(unsigned long index, unsigned long limit = maxSizeCM);
+
+    /// Makes the element `index` as `at` does, without giving it; false where that gives null.
+    bool make(unsigned long index, unsigned long limit = maxSizeCM);
 
     /// The element `index` if it is there and was used before; otherwise null, and `at` gives it.
     /// `V` must be the class of the prototype, one of this library's.
@@ -50,8 +58,27 @@ public:
     V* existing(unsigned long index) const {
         if (index >= size_) [[unlikely]]
             return nullptr;
-        std::byte* const slot = store_.find(index, sizeof(V));
-        return slot != nullptr ? std::launder(reinterpret_cast<V*>(slot)) : nullptr;
+        if constexpr (mayKeepValuesCM<V>) {
+            if (keepsValues_) return nullptr;
+        }
+        return in<V>(store_.find(index, sizeof(V)));
+    }
+
+    /// The value of the element `index` if that is there and was used before; null otherwise, but
+    /// not once `make` gave true. It stays there as an element does, but once `at` is called for
+    /// the first time it is only what the element's value was.
+    template <class V>
+    auto existingValue(unsigned long index) const
+        -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
+        using Value = std::remove_reference_t<decltype(std::declval<V&>().value())>;
+        if (index >= size_) [[unlikely]]
+            return nullptr;
+        if constexpr (mayKeepValuesCM<V>) {
+            if (keepsValues_) [[likely]]
+                return in<Value>(store_.find(index, sizeof(Value)));
+        }
+        V* const element = in<V>(store_.find(index, sizeof(V)));
+        return element != nullptr ? &element->value() : nullptr;
     }
 
     /// Bytes that the elements take, with all that they hold.
@@ -66,9 +93,21 @@ public:
 private:
     friend struct NestedMaker<Array>;
 
+    template <class V>
+    static constexpr bool mayKeepValuesCM =
+        std::is_same_v<V, LongVariable> || std::is_same_v<V, BoolVariable> ||
+        std::is_same_v<V, DecimalVariable> || std::is_same_v<V, DateVariable>;
+
+    template <class Object>
+    static Object* in(std::byte* slot) {
+        return slot != nullptr ? std::launder(reinterpret_cast<Object*>(slot)) : nullptr;
+    }
+
     // An array like `source` with a prototype that belongs to somebody else.
     Array(const Array& source, Variable* sharedPrototype);
 
+    // Makes the elements variables; false when there is no memory.
+    bool makeVariables();
     void makeChunk(std::size_t chunk);
     void freeChunk(std::size_t chunk) noexcept;
     void freeElements() noexcept;
@@ -76,11 +115,14 @@ private:
     void copyElements(const Array& source);
 
     const bool ownsPrototype_;
+    bool keepsValues_;  // the slots hold values, not variables
     Variable* const prototype_;
-    const ElementClass* const elementClass_;
+    const ElementClass* elementClass_;
     unsigned long size_ = 0;
     // In a chunk that exists all slots hold elements; those from `size_` on are like the prototype.
     SlotStore store_;
+    // The bare values that the variables were made from: somebody may hold a reference to one.
+    std::unique_ptr<SlotStore> formerValues_;
 };
 
 }  // namespace SCR

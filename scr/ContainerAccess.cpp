@@ -7,14 +7,18 @@
 #include "scr/ElementAccess.h"
 #include "scr/ElementClass.h"
 #include "scr/Interpreter.h"
+#include "scr/builtin/LongArithmetic.h"
 
 namespace SCR {
 
+bool ElementSource::makeOnly(Array& array, unsigned long index) {
+    if (array.make(index, static_cast<unsigned long>(interpreter_.limits().elements))) return true;
+    report("array: no room for element '" + std::to_string(index) + "'");
+    return false;
+}
+
 Variable* ElementSource::make(Array& array, unsigned long index) {
-    Variable* const element =
-        array.at(index, static_cast<unsigned long>(interpreter_.limits().elements));
-    if (element == nullptr) report("array: no room for element '" + std::to_string(index) + "'");
-    return element;
+    return makeOnly(array, index) ? array.at(index) : nullptr;
 }
 
 Variable* ElementSource::make(Hash& hash, const FND::String& key) {
@@ -107,6 +111,10 @@ std::unique_ptr<Node> makeHashAccess(const Variable* prototype, Arguments&&... a
     }
 }
 
+// What scripts compute as an index: a neighbour's, and one that goes round.
+using IndexPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongAddition,
+                           LongSubtraction, LongRemainder>;
+
 // A host's own class may have the code of one of ours, but is no such variable.
 bool isAccessible(const Variable& prototype) { return !ElementClass::of(prototype).isBoxed; }
 
@@ -117,10 +125,18 @@ std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<Arra
     const Variable* const prototype = container->defaultValue();
     if (!isAccessible(*prototype)) return nullptr;
     return withContainer<Array, ArrayVariableAccess>(std::move(container), [&](auto array) {
-        return withOperand<LongType>(std::move(index), [&](auto place) {
+        const auto make = [&](auto place) {
             return makeArrayAccess<decltype(array), decltype(place)>(
                 prototype, interpreter, std::move(array), std::move(place));
-        });
+        };
+        const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
+            return withOperand<LongType>(std::move(node), make);
+        };
+        if constexpr (std::is_same_v<decltype(array), NamedContainer<Array>>) {
+            return withPair(IndexPairs(), std::move(index), make, makeWithLeaf);
+        } else {
+            return makeWithLeaf(std::move(index));
+        }
     });
 }
 

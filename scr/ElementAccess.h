@@ -40,19 +40,19 @@ public:
     using Container = std::remove_pointer_t<decltype(std::declval<ContainerNode>().result())>;
 
     explicit AnyContainer(std::unique_ptr<ContainerNode> node)
-        : node_(std::move(node)), place_(dynamic_cast<ElementPlace*>(node_.get())) {}
+        : node_(std::move(node)), place_(dynamic_cast<ElementPlace<Container>*>(node_.get())) {}
     Container* value() const { return node_->result(); }
     void note(PlaceTrail& trail) const {
         if (place_ != nullptr) place_->note(trail);
     }
     Container* follow(PlaceTrail& trail) const {
         if (place_ == nullptr) return node_->result();
-        return static_cast<Container*>(place_->follow(trail));
+        return place_->follow(trail);
     }
 
 private:
     std::unique_ptr<ContainerNode> node_;
-    ElementPlace* place_;  // the node, when it gives an element
+    ElementPlace<Container>* place_;  // the node, when it gives an element
 };
 
 /// Makes the elements that are not there yet. When one can not be had it says so, once in an
@@ -62,9 +62,15 @@ public:
     explicit ElementSource(Interpreter& interpreter) : interpreter_(interpreter) {}
 
     Variable* make(Array& array, unsigned long index);
+    /// Makes the element and gives its value.
+    template <class V>
+    auto* makeValue(Array& array, unsigned long index) {
+        return makeOnly(array, index) ? array.existingValue<V>(index) : nullptr;
+    }
     Variable* make(Hash& hash, const FND::String& key);
 
 private:
+    bool makeOnly(Array& array, unsigned long index);
     void report(const FND::String& message);
 
     Interpreter& interpreter_;
@@ -79,22 +85,19 @@ public:
     ArrayElement(Interpreter& interpreter, Container container, Index index)
         : container_(std::move(container)), index_(std::move(index)), source_(interpreter) {}
 
-    V* find() {
-        const long index = index_.value();
-        if (index < 0) [[unlikely]]
-            return nullptr;
-        return find(container_.value(), index);
-    }
+    /// The element as a variable.
+    V* find() { return elementAt(locate()); }
+    /// The element's value.
+    auto* findValue() { return valueAt(locate()); }
 
+    /// The index and what the container notes.
     void note(PlaceTrail& trail) {
         trail.add(index_.value());
         container_.note(trail);
     }
-    V* follow(PlaceTrail& trail) {
-        const long index = trail.nextIndex();
-        if (index < 0) return nullptr;
-        return find(container_.follow(trail), index);
-    }
+    /// As `find` and `findValue`, by what was noted.
+    V* follow(PlaceTrail& trail) { return elementAt(locate(trail)); }
+    auto* followValue(PlaceTrail& trail) { return valueAt(locate(trail)); }
 
     /// Whether `other` finds the same element. For named containers and variables as index.
     bool isSame(const ArrayElement& other) const {
@@ -102,13 +105,37 @@ public:
     }
 
 private:
-    V* find(Array* array, long index) {
-        if (array == nullptr) [[unlikely]]
+    struct Place {
+        Array* array = nullptr;  // null when there is no element
+        unsigned long index = 0;
+    };
+
+    Place locate() {
+        const long index = index_.value();
+        if (index < 0) [[unlikely]]
+            return {};
+        return {container_.value(), static_cast<unsigned long>(index)};
+    }
+    Place locate(PlaceTrail& trail) {
+        const long index = trail.nextIndex();
+        if (index < 0) return {};
+        return {container_.follow(trail), static_cast<unsigned long>(index)};
+    }
+
+    V* elementAt(Place place) {
+        if (place.array == nullptr) [[unlikely]]
             return nullptr;
-        const auto place = static_cast<unsigned long>(index);
-        if (V* const element = array->template existing<V>(place)) [[likely]]
+        if (V* const element = place.array->template existing<V>(place.index)) [[likely]]
             return element;
-        return static_cast<V*>(source_.make(*array, place));
+        return static_cast<V*>(source_.make(*place.array, place.index));
+    }
+    auto* valueAt(Place place) {
+        using Found = decltype(place.array->template existingValue<V>(place.index));
+        if (place.array == nullptr) [[unlikely]]
+            return Found(nullptr);
+        if (const Found value = place.array->template existingValue<V>(place.index)) [[likely]]
+            return value;
+        return Found(source_.template makeValue<V>(*place.array, place.index));
     }
 
     Container container_;
@@ -155,14 +182,20 @@ public:
         return find(container_.value(), key);
     }
 
+    /// The element's value.
+    auto* findValue() { return valueOf(find()); }
+
+    /// The key and what the container notes.
     void note(PlaceTrail& trail) {
         trail.add(key_.value());
         container_.note(trail);
     }
+    /// As `find` and `findValue`, by what was noted.
     V* follow(PlaceTrail& trail) {
         const FND::String& key = trail.nextKey();
         return find(container_.follow(trail), key);
     }
+    auto* followValue(PlaceTrail& trail) { return valueOf(follow(trail)); }
 
     /// Whether `other` finds the same element. For named containers and variables as key.
     bool isSame(const HashElement& other) const {
@@ -170,6 +203,8 @@ public:
     }
 
 private:
+    static auto* valueOf(V* element) { return element != nullptr ? &element->value() : nullptr; }
+
     [[gnu::noinline]] V* findByCopy() {
         const HeldCopy<FND::String> key(key_.value());
         return find(container_.value(), key.value());
@@ -197,26 +232,26 @@ private:
 
 /// An element that holds a value of the type `Type`.
 template <class Type, class Element>
-class ElementAccess : public Type::DataNode, public ElementPlace {
+class ElementAccess : public Type::DataNode, public ElementPlace<typename Type::Value> {
 public:
     template <class... Arguments>
     explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
         : element_(std::forward<Arguments>(arguments)...) {}
 
     typename Type::Argument result() override {
-        if (const auto* const found = element_.find()) [[likely]]
-            return found->value();
+        if (const auto* const found = element_.findValue()) [[likely]]
+            return *found;
         return emptyCM;
     }
     bool set(typename Type::Argument value) override {
-        auto* const found = element_.find();
+        auto* const found = element_.findValue();
         if (found == nullptr) [[unlikely]]
             return false;
-        store(found->value(), value);
+        store(*found, value);
         return true;
     }
     void note(PlaceTrail& trail) override { element_.note(trail); }
-    Variable* follow(PlaceTrail& trail) override { return element_.follow(trail); }
+    typename Type::Value* follow(PlaceTrail& trail) override { return element_.followValue(trail); }
 
     Element& element() { return element_; }
 
@@ -243,7 +278,7 @@ private:
 
 /// An element that is a container itself; null when there is none.
 template <class Base, class Container, class Element>
-class ContainerElementAccess final : public Base, public ElementPlace {
+class ContainerElementAccess final : public Base, public ElementPlace<Container> {
 public:
     template <class... Arguments>
     explicit ContainerElementAccess(const Variable* prototype, Arguments&&... arguments)
@@ -252,7 +287,7 @@ public:
 
     Container* result() override { return element_.find(); }
     void note(PlaceTrail& trail) override { element_.note(trail); }
-    Variable* follow(PlaceTrail& trail) override { return element_.follow(trail); }
+    Container* follow(PlaceTrail& trail) override { return element_.follow(trail); }
     int containerType() const override { return prototype_->containerType(); }
     Variable* defaultValue() const override { return prototype_->defaultValue(); }
 

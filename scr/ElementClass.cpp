@@ -1,5 +1,6 @@
 #include "scr/ElementClass.h"
 
+#include <memory>
 #include <new>
 #include <type_traits>
 #include <typeinfo>
@@ -154,6 +155,27 @@ struct InPlace {
     static constexpr ElementClass classCM{sizeof(V), false, construct, destroy, copy, heapBytesCM};
 };
 
+// The bare values of elements of the class `V`.
+template <class V>
+struct ValuesOnly {
+    using Value = std::remove_cvref_t<decltype(std::declval<V&>().value())>;
+    static_assert(std::is_trivially_copyable_v<Value>);
+    static_assert(std::is_trivially_destructible_v<Value> && alignof(Value) <= 8);
+
+    static void construct(std::byte* slots, std::size_t count, const Variable& prototype) {
+        std::uninitialized_fill_n(reinterpret_cast<Value*>(slots), count,
+                                  static_cast<const V&>(prototype).value());
+    }
+    static void destroy(std::byte* /*slots*/, std::size_t /*count*/) noexcept {}
+    static void copy(std::byte* slot, const Variable& source) { construct(slot, 1, source); }
+    static void load(Variable& element, const std::byte* slot) {
+        static_cast<V&>(element).value() = *std::launder(reinterpret_cast<const Value*>(slot));
+    }
+
+    static constexpr ElementClass classCM{sizeof(Value), false,   construct, destroy,
+                                          copy,          nullptr, load};
+};
+
 // The elements of any other class, each an object of its own.
 struct Boxed {
     static constexpr std::size_t sizeCM = sizeof(void*);
@@ -201,6 +223,14 @@ const ElementClass& ElementClass::of(const Variable& prototype) {
     if (isA<Array>(prototype)) return InPlace<Array>::classCM;
     if (isA<Hash>(prototype)) return InPlace<Hash>::classCM;
     return Boxed::classCM;
+}
+
+const ElementClass* ElementClass::ofValues(const Variable& prototype) {
+    if (isA<LongVariable>(prototype)) return &ValuesOnly<LongVariable>::classCM;
+    if (isA<DecimalVariable>(prototype)) return &ValuesOnly<DecimalVariable>::classCM;
+    if (isA<BoolVariable>(prototype)) return &ValuesOnly<BoolVariable>::classCM;
+    if (isA<DateVariable>(prototype)) return &ValuesOnly<DateVariable>::classCM;
+    return nullptr;
 }
 
 }  // namespace SCR

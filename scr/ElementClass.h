@@ -10,7 +10,7 @@ namespace SCR {
 /// Elements of the classes of this library lie in the container's slots themselves; those of any
 /// other class are objects of their own and the slots hold pointers to them.
 struct ElementClass {
-    /// Bytes of one element's slot, a multiple of 8. No slot needs more than that alignment.
+    /// Bytes of one element's slot. No slot needs more than an alignment of 8.
     std::size_t size;
     bool isBoxed;
     /// Makes `count` elements like `prototype` in adjacent slots. Containers made so refer to the
@@ -23,8 +23,14 @@ struct ElementClass {
     /// What `count` elements take beside their slots; null where they take nothing.
     std::size_t (*heapBytes)(const std::byte* slots, std::size_t count);
 
+    /// Gives `element` the value in `slot`; null unless the slots hold bare values.
+    void (*load)(Variable& element, const std::byte* slot) = nullptr;
+
     /// The class for elements like `prototype`.
     static const ElementClass& of(const Variable& prototype);
+    /// The class for the bare values of elements like `prototype`; they can be copied as bytes and
+    /// are no variables. Null where elements are more than a plain value.
+    static const ElementClass* ofValues(const Variable& prototype);
 
     /// The element in a slot; the slot holds one.
     Variable* element(std::byte* slot) const {

@@ -8,8 +8,6 @@
 
 namespace SCR {
 
-class Variable;
-
 /// The indices and keys of an access to an element, in the order of their evaluation.
 class PlaceTrail {
 public:
@@ -38,7 +36,9 @@ private:
 };
 
 /// What the accesses to elements can do besides: evaluate their indices and keys once, and find the
-/// element by them several times, whatever became of it in between.
+/// element by them several times, whatever became of it in between. `Found` is the class of an
+/// element that is a container, and the type of the value of any other.
+template <class Found>
 class KESTREL_API ElementPlace {
 public:
     ElementPlace() = default;
@@ -48,9 +48,9 @@ public:
 
     /// Evaluates the indices and keys and adds them to `trail`.
     virtual void note(PlaceTrail& trail) = 0;
-    /// The element that the next ones of `trail` lead to, made when it is missing; null when there
-    /// is none. Owned by its container.
-    virtual Variable* follow(PlaceTrail& trail) = 0;
+    /// What the next ones of `trail` lead to, made when it is missing; null when it can not be had.
+    /// Owned by its container, and to be used at once.
+    virtual Found* follow(PlaceTrail& trail) = 0;
 };
 
 }  // namespace SCR

@@ -117,7 +117,7 @@ public:
 
     bool pop(ParserStack& stack, const FieldIds& /*ids*/, bool /*keeps*/) {
         node_ = stack.pop<typename Type::DataNode>();
-        place_ = dynamic_cast<ElementPlace*>(node_.get());
+        place_ = dynamic_cast<ElementPlace<Value>*>(node_.get());
         return true;
     }
     Argument evaluate() {
@@ -128,30 +128,30 @@ public:
         }
         argument.trail.clear();
         place_->note(argument.trail);
-        const auto* const element = follow(argument);
-        argument.value = element != nullptr ? element->value() : Value{};
+        const Value* const value = follow(argument);
+        argument.value = value != nullptr ? *value : Value{};
         return argument;
     }
     static Value& passOn(Argument& argument) { return argument.value; }
     void store(Argument& argument) {
         if (place_ == nullptr) {
             node_->set(argument.value);
-        } else if (auto* const element = follow(argument)) {
-            SCR::store(element->value(), argument.value);
+        } else if (Value* const value = follow(argument)) {
+            SCR::store(*value, argument.value);
         }
         spare_ = std::move(argument);
     }
 
 private:
     // Found anew each time: what runs in between may have removed it.
-    typename Type::Variable* follow(Argument& argument) {
+    Value* follow(Argument& argument) {
         argument.trail.rewind();
-        return static_cast<typename Type::Variable*>(place_->follow(argument.trail));
+        return place_->follow(argument.trail);
     }
 
     std::unique_ptr<typename Type::DataNode> node_;
-    ElementPlace* place_ = nullptr;  // the node, when it gives an element
-    Argument spare_{};               // lends its room, so that no call allocates
+    ElementPlace<Value>* place_ = nullptr;  // the node, when it gives an element
+    Argument spare_{};                      // lends its room, so that no call allocates
 };
 
 template <class Parameter>

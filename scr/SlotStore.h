@@ -25,6 +25,9 @@ public:
         for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) release(chunk);
     }
 
+    /// Exchanges all slots with those of `other`.
+    void swap(SlotStore& other) noexcept { chunks_.swap(other.chunks_); }
+
     /// The chunk that slot `number` lies in.
     static constexpr std::size_t chunkOf(std::size_t number) {
         return number < pageSlotsCM ? smallChunksCM[number / firstSlotsCM]

@@ -250,6 +250,42 @@ TEST(Array, TakesMemoryForWhatIsUsed) {
     EXPECT_LT(bytesHeldG - before, 8192U);
 }
 
+TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
+    constexpr unsigned long size = 100000;
+    const std::size_t before = bytesHeldG;
+    Array array(new SCR::BoolVariable(true));
+    const auto value = [&](Array& of, unsigned long index) {
+        return of.existingValue<SCR::BoolVariable>(index);
+    };
+    EXPECT_EQ(value(array, 0), nullptr);
+    EXPECT_FALSE(array.make(size, size));
+    for (unsigned long i = 0; i < size; ++i) {
+        ASSERT_TRUE(array.make(i));
+        EXPECT_TRUE(*value(array, i));
+        *value(array, i) = i % 3 == 0;
+    }
+    EXPECT_EQ(array.existing<SCR::BoolVariable>(5), nullptr);
+    EXPECT_LT(bytesHeldG - before, size + 16384);
+
+    array.truncate(size - 5);
+    const std::unique_ptr<Variable> copied(array.clone());
+    auto& copy = static_cast<Array&>(*copied);
+    const bool* const former = value(array, 9);
+    ASSERT_NE(array.at(size - 1), nullptr);
+    *value(array, 9) = false;
+    EXPECT_TRUE(*former);
+    *value(array, 9) = true;
+    for (Array* const each : {&array, &copy}) {
+        for (unsigned long i = 0; i < size - 5; ++i) ASSERT_EQ(*value(*each, i), i % 3 == 0) << i;
+    }
+    EXPECT_TRUE(*value(array, size - 5));
+    EXPECT_EQ(array.existing<SCR::BoolVariable>(7), array.at(7));
+    EXPECT_EQ(array.at(7)->dataType(), array.containerType());
+    const std::unique_ptr<Variable> last(array.clone());
+    EXPECT_EQ(*value(static_cast<Array&>(*last), 9), true);
+    EXPECT_EQ(*value(static_cast<Array&>(*last), 10), false);
+}
+
 TEST(Array, TruncatedElementsComeBackAsClones) {
     for (const unsigned long size : {3UL, 8UL, 64UL, 200UL, 5000UL, 20000UL}) {
         for (const unsigned long left : {0UL, 1UL, 4UL, 60UL, 4096UL, 30000UL}) {

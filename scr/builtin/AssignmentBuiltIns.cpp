@@ -80,12 +80,12 @@ private:
 
 // The store into any other target. `rereads`: the target may run script code, so reading it again
 // can be observed, and a reference to the value does not outlive finding the target's storage.
-template <class Type, class Operand, bool rereads>
+// `Target` is the class of the target, or a base of it.
+template <class Type, class Target, class Operand, bool rereads>
 class TargetAssignment final : public Type::Node {
 public:
     TargetAssignment(std::unique_ptr<Node> target, Operand value)
-        : target_(static_cast<typename Type::DataNode*>(target.release())),
-          value_(std::move(value)) {}
+        : target_(static_cast<Target*>(target.release())), value_(std::move(value)) {}
 
     std::int32_t execute() override {
         if constexpr (rereads) {
@@ -114,12 +114,16 @@ private:
             if constexpr (!Type::byReference) return held.value();
         } else {
             typename Type::Argument value = value_.value();
-            target_->set(value);
+            if constexpr (std::is_same_v<Target, typename Type::DataNode>) {
+                target_->set(value);
+            } else {
+                target_->Target::set(value);
+            }
             if constexpr (!Type::byReference) return value;
         }
     }
 
-    const std::unique_ptr<typename Type::DataNode> target_;
+    const std::unique_ptr<Target> target_;
     Operand value_;
 };
 
@@ -135,8 +139,8 @@ public:
 
     long result() override {
         const long constant = value_->pair().right().value();
-        if (LongVariable* const element = read_.element().find()) [[likely]] {
-            return element->value() = Operation::apply(element->value(), constant);
+        if (long* const element = read_.element().findValue()) [[likely]] {
+            return *element = Operation::apply(*element, constant);
         }
         const long value = Operation::apply(0, constant);
         target_->set(value);
@@ -213,14 +217,26 @@ public:
         // asked for, and may change what a reference to the value refers to.
         if (isTargetActive) {
             using Any = AnyOperand<Type>;
-            return new TargetAssignment<Type, Any, true>(std::move(target), Any(std::move(value)));
+            return new TargetAssignment<Type, typename Type::DataNode, Any, true>(
+                std::move(target), Any(std::move(value)));
         }
         if constexpr (std::is_same_v<Type, LongType>) {
             if (Node* const node = makeElementUpdate(target, value)) return node;
         }
         return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
-            return new TargetAssignment<Type, decltype(operand), false>(std::move(target),
-                                                                        std::move(operand));
+            using Operand = decltype(operand);
+            if constexpr (SpecialisesNodes) {
+                using Element =
+                    ElementAccess<Type, ArrayElement<typename Type::Variable, NamedContainer<Array>,
+                                                     VariableOperand<LongType>>>;
+                const Node& left = *target;
+                if (&typeid(left) == &typeid(Element)) {
+                    return new TargetAssignment<Type, Element, Operand, false>(std::move(target),
+                                                                               std::move(operand));
+                }
+            }
+            return new TargetAssignment<Type, typename Type::DataNode, Operand, false>(
+                std::move(target), std::move(operand));
         });
     }
 };
