@@ -126,21 +126,11 @@ inline constexpr auto ByLetter = [] {
     return found;
 }();
 
-/// Takes a pattern apart: `onByte` gets every byte that stands for itself, `onDirective` each
-/// directive. Both return false to stop, and so does this then.
-template <class OnByte, class OnDirective>
-bool forEachPiece(std::string_view pattern, OnByte onByte, OnDirective onDirective) {
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        if (pattern[i] == '%' && i + 1 < pattern.size()) {
-            if (const auto* directive = ByLetter[static_cast<unsigned char>(pattern[i + 1])]) {
-                if (!onDirective(*directive)) return false;
-                ++i;
-                continue;
-            }
-        }
-        if (!onByte(pattern[i])) return false;
-    }
-    return true;
+/// The directive whose "%" is `pattern[at]`; null when the byte there stands for itself. Takes
+/// patterns apart: a directive is two bytes long, all else one.
+inline const DateDirective* directiveAt(std::string_view pattern, std::size_t at) {
+    if (pattern[at] != '%' || at + 1 == pattern.size()) return nullptr;
+    return ByLetter[static_cast<unsigned char>(pattern[at + 1])];
 }
 
 }  // namespace DateDirectives

@@ -32,6 +32,20 @@ char* writePair(char* at, int value) {
 /// Writes `value`, of at most four digits, in four.
 char* writeYear(char* at, int value) { return writePair(writePair(at, value / 100), value % 100); }
 
+/// Writes a number of the calendar, at most 10000, in `width` digits or, if it needs more, in
+/// those; `fill` goes in front of a single digit of two.
+char* writeNumber(char* at, int value, int width, char fill) {
+    if (width == 2 && value < 100) {
+        writePair(at, value);
+        if (value < 10) *at = fill;
+        return at + 2;
+    }
+    if (width == 4 && value < 10000) return writeYear(at, value);
+    if (width == 3) *at++ = static_cast<char>('0' + value / 100);
+    if (width == 3) return writePair(at, value % 100);
+    return std::to_chars(at, at + std::numeric_limits<int>::digits10, value).ptr;
+}
+
 /// Fills a pattern in. Collects pieces before they are appended to the text.
 class Printer {
 public:
@@ -43,17 +57,29 @@ public:
           calendar_(secs + offset_) {}
 
     void print(std::string_view pattern) {
-        DateDirectives::forEachPiece(
-            pattern,
-            [this](char c) {
-                makeRoom();
-                buffer_[used_++] = c;
-                return true;
-            },
-            [this](const DateDirective& directive) {
-                print(directive);
-                return true;
-            });
+        char* at = buffer_ + used_;  // in a register, as long as it is bytes and numbers
+        for (std::size_t i = 0; i < pattern.size(); ++i) {
+            if (at > buffer_ + sizeof buffer_ - maxPieceCM) {
+                used_ = static_cast<std::size_t>(at - buffer_);
+                flush();
+                at = buffer_;
+            }
+            const DateDirective* const directive = DateDirectives::directiveAt(pattern, i);
+            if (!directive) {
+                *at++ = pattern[i];
+                continue;
+            }
+            ++i;
+            if (directive->kind == DateDirective::Number) {
+                at =
+                    writeNumber(at, calendar_[directive->field], directive->width, directive->fill);
+                continue;
+            }
+            used_ = static_cast<std::size_t>(at - buffer_);
+            print(*directive);
+            at = buffer_ + used_;
+        }
+        used_ = static_cast<std::size_t>(at - buffer_);
     }
 
     void flush() {
@@ -65,8 +91,7 @@ private:
     void print(const DateDirective& directive) {
         switch (directive.kind) {
             case DateDirective::Number:
-                putNumber(calendar_[directive.field], directive.width, directive.fill);
-                break;
+                break;  // `print` has done them
             case DateDirective::Name: {
                 const auto& name = directive.names[calendar_[directive.field] - directive.low];
                 put(directive.width > 0 ? name.substr(0, directive.width) : name);
@@ -107,33 +132,6 @@ private:
         makeRoom();
         char* const at = buffer_ + used_;
         used_ += static_cast<std::size_t>(std::to_chars(at, at + maxPieceCM, value).ptr - at);
-    }
-
-    /// The numbers of the calendar; `fill` goes in front of a single digit.
-    void putNumber(int value, int width, char fill) {
-        makeRoom();
-        char* at = buffer_ + used_;
-        if (value > 9999) {
-            putNumber(value);
-            return;
-        }
-        switch (width) {
-            case 1:
-                *at++ = static_cast<char>('0' + value);
-                break;
-            case 2:
-                writePair(at, value);
-                if (value < 10) *at = fill;
-                at += 2;
-                break;
-            case 3:
-                *at++ = static_cast<char>('0' + value / 100);
-                at = writePair(at, value % 100);
-                break;
-            default:
-                at = writeYear(at, value);
-        }
-        used_ = static_cast<std::size_t>(at - buffer_);
     }
 
     void putOffset() {

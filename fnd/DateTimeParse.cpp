@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <optional>
@@ -56,10 +57,12 @@ bool skipName(std::string_view& text, std::string_view name) {
 /// Reads a number of 1 to `most` digits; false when there is none.
 template <class Int>
 bool readNumber(std::string_view& text, std::size_t most, Int& value) {
+    const std::size_t longest = std::min(most, text.size());
     std::size_t length = 0;
     value = 0;
-    for (; length < most && length < text.size() && isDigit(text[length]); ++length)
-        value = value * 10 + (text[length] - '0');
+    for (; length + 1 < longest && isDigit(text[length]) && isDigit(text[length + 1]); length += 2)
+        value = value * 100 + (text[length] - '0') * 10 + (text[length + 1] - '0');
+    if (length < longest && isDigit(text[length])) value = value * 10 + (text[length++] - '0');
     text.remove_prefix(length);
     return length > 0;
 }
@@ -124,9 +127,24 @@ public:
 
     /// Takes what fits `pattern`; false when the text does not fit.
     bool read(std::string_view pattern) {
-        return DateDirectives::forEachPiece(
-            pattern, [this](char c) { return skipLike(text_, c); },
-            [this](const DateDirective& directive) { return read(directive); });
+        std::string_view text = text_;  // in registers, as long as it is bytes and numbers
+        for (std::size_t i = 0; i < pattern.size(); ++i) {
+            const DateDirective* const directive = DateDirectives::directiveAt(pattern, i);
+            if (!directive) {
+                if (!skipLike(text, pattern[i])) return false;
+                continue;
+            }
+            ++i;
+            if (directive->kind == DateDirective::Number) {
+                if (!readField(text, *directive)) return false;
+                continue;
+            }
+            text_ = text;
+            if (!read(*directive)) return false;
+            text = text_;
+        }
+        text_ = text;
+        return true;
     }
 
     bool atEnd() const { return text_.empty(); }
@@ -169,14 +187,18 @@ private:
         return true;
     }
 
+    /// Takes a number from the front of `text`.
+    bool readField(std::string_view& text, const DateDirective& directive) {
+        if (directive.fill == ' ') skipBlanks(text);
+        int value = 0;
+        return readNumber(text, directive.width, value) && value >= directive.low &&
+               value <= directive.high && set(directive.field, value);
+    }
+
     bool read(const DateDirective& directive) {
         switch (directive.kind) {
-            case DateDirective::Number: {
-                if (directive.fill == ' ') skipBlanks(text_);
-                int value = 0;
-                return readNumber(text_, directive.width, value) && value >= directive.low &&
-                       value <= directive.high && set(directive.field, value);
-            }
+            case DateDirective::Number:
+                return readField(text_, directive);
             case DateDirective::Name:
                 for (int value = directive.low; value <= directive.high; ++value) {
                     const std::string_view name = directive.names[value - directive.low];

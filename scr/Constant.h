@@ -11,6 +11,8 @@ class ConstantNode : public Type::Node {
 public:
     explicit ConstantNode(typename Type::Argument value) : value_(value) {}
     typename Type::Argument result() override { return value_; }
+    /// The value, which is this node's.
+    const typename Type::Value& value() const { return value_; }
 
 protected:
     const typename Type::Value value_;

@@ -102,17 +102,34 @@ typename Type::Variable* variableOf(const Node& node) {
     return static_cast<const Access&>(node).variable();
 }
 
+/// The value of `node`, which keeps it, when it is a constant of the type; otherwise null.
+template <class Type>
+const typename Type::Value* constantOf(const Node& node) {
+    using Constant = typename LeafNodes<Type>::Constant;
+    if (&typeid(node) != &typeid(Constant)) return nullptr;
+    return &static_cast<const Constant&>(node).value();
+}
+
+/// The value that `node` gives without doing anything else: that of the variable which it reads, or
+/// its own if it is a constant. Null for any other node.
+template <class Type>
+const typename Type::Value* storageOf(const Node& node) {
+    if constexpr (SpecialisesNodes && requires { typename LeafNodes<Type>::Constant; }) {
+        if (const auto* variable = variableOf<Type>(node)) return &variable->value();
+        return constantOf<Type>(node);
+    }
+    return nullptr;
+}
+
 /// Calls `make` with the operand of the kind that fits `node` and gives what it gives.
 template <class Type, class Make>
 auto withOperand(std::unique_ptr<Node> node, Make&& make) {
     if constexpr (SpecialisesNodes) {
-        using Constant = typename LeafNodes<Type>::Constant;
         if (const auto* variable = variableOf<Type>(*node)) {
             return make(VariableOperand<Type>(&variable->value()));
         }
-        Node& operand = *node;
-        if (&typeid(operand) == &typeid(Constant)) {
-            return make(ConstantOperand<Type>(static_cast<Constant&>(operand).result()));
+        if (const auto* constant = constantOf<Type>(*node)) {
+            return make(ConstantOperand<Type>(*constant));
         }
     }
     return make(AnyOperand<Type>(std::move(node)));

@@ -429,6 +429,7 @@ TEST(DateTime, FollowsTheLocalZone) {
         EXPECT_FALSE(DateTime::fromLocalSecs(secs).isValid()) << secs;
     EXPECT_EQ(DateTime::fromLocalSecs(DateTime::max().toLocalSecs()), DateTime::max());
     EXPECT_EQ(DateTime::fromLocalSecs(DateTime::min().toLocalSecs()), DateTime::min());
+    EXPECT_EQ(text(DateTime::max(), "%Y %C %y %G", Zone::Local), "10000 100 00 9999");
     // The zone's name tells the two apart; no clock has shown the third.
     EXPECT_EQ(text(DateTime::parse("2024-10-27 02:30 CET", "%F %R %Z")), "2024-10-27 01:30:00");
     EXPECT_EQ(text(DateTime::parse("2024-10-27 02:30 CEST", "%F %R %Z")), "2024-10-27 00:30:00");

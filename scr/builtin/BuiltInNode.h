@@ -10,6 +10,7 @@
 #include "scr/FileData.h"
 #include "scr/Interpreter.h"
 #include "scr/Memory.h"
+#include "scr/Operand.h"
 #include "scr/Types.h"
 #include "scr/parser/ParserStack.h"
 
@@ -21,6 +22,16 @@ namespace SCR {
 /// An argument that may be left out.
 template <class Type>
 struct Optional {};
+
+/// The type that an argument has if it is given.
+template <class Operand>
+struct ValueOf {
+    using Type = Operand;
+};
+template <class Value>
+struct ValueOf<Optional<Value>> {
+    using Type = Value;
+};
 
 /// A variable that the built-in writes.
 template <class Type>
@@ -42,11 +53,12 @@ struct OperandSlot {
     using Argument = typename Type::Argument;
     using Held = HeldCopy<typename Type::Value>;
 
-    Argument evaluate() { return node->result(); }
+    Argument evaluate() { return storage != nullptr ? *storage : node->result(); }
     Held hold() { return Held(node->result()); }
     static Argument argument(Held& held) { return held.value(); }
 
     std::unique_ptr<Node> node;
+    const typename Type::Value* storage = nullptr;  // by `storageOf`
 };
 
 /// An argument left out is an empty optional, or for types passed by reference a null pointer.
@@ -59,8 +71,10 @@ struct OperandSlot<Optional<Type>> {
 
     Argument evaluate() {
         if constexpr (Type::byReference) {
+            if (storage != nullptr) return storage;
             return node ? &node->result() : nullptr;
         } else {
+            if (storage != nullptr) return *storage;
             return node ? Argument(node->result()) : std::nullopt;
         }
     }
@@ -74,6 +88,7 @@ struct OperandSlot<Optional<Type>> {
     }
 
     std::unique_ptr<Node> node;
+    const Value* storage = nullptr;  // by `storageOf`
 };
 
 template <class Type>
@@ -252,6 +267,10 @@ private:
         auto& slot = std::get<index>(slots_);
         if (index > 0 && stack.traits().isActive) holdsOperands_ = true;
         slot.node = stack.pop<typename std::remove_reference_t<decltype(slot)>::Node>();
+        if constexpr (requires { slot.storage; }) {
+            using Operand = std::tuple_element_t<index, std::tuple<Operands...>>;
+            slot.storage = storageOf<typename ValueOf<Operand>::Type>(*slot.node);
+        }
     }
 
     Interpreter* interpreter_ = nullptr;  // not owned; outlives the node

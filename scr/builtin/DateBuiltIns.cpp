@@ -17,6 +17,19 @@ public:
     /// The format that the library's directives express, in storage of this object or `format`
     /// itself; `zone` tells whose clock it is for.
     const FND::String& directives(const FND::String& format, DateTime::Zone& zone) {
+        if (&format != constant_) return find(format, zone);
+        zone = constantZone_;
+        return constantZone_ == DateTime::Zone::Utc ? format : local_;
+    }
+
+    /// Finds out once what there is to know of `format`, which stays as it is and outlives this.
+    void fix(const FND::String& format) {
+        find(format, constantZone_);
+        constant_ = &format;
+    }
+
+private:
+    const FND::String& find(const FND::String& format, DateTime::Zone& zone) {
         // Formats are full of "%" and seldom have an "L".
         std::size_t letter = format.find('L', 1);
         while (letter != FND::String::npos && format[letter - 1] != '%') {
@@ -29,11 +42,34 @@ public:
         return local_;
     }
 
-private:
     FND::String local_;
+    const FND::String* constant_ = nullptr;
+    DateTime::Zone constantZone_{};
 };
 
-class DateToStr final : public BuiltInNode<DateToStr, StringType(DateType, Optional<StringType>)> {
+/// A function of an operand and a format, which is mostly a constant.
+template <class Derived, class Signature>
+class DateFunction;
+template <class Derived, class Result, class Operand>
+class DateFunction<Derived, Result(Operand)>
+    : public BuiltInNode<Derived, Result(Operand, Optional<StringType>)> {
+public:
+    static Node* factory(Interpreter& interpreter, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        const bool hasFormat = stack.topNumParams() > 1;
+        auto node = DateFunction::build(interpreter, stack);
+        if (hasFormat) {
+            const FND::String* const format = constantOf<StringType>(node->template operand<1>());
+            if (SpecialisesNodes && format != nullptr) node->format_.fix(*format);
+        }
+        return node.release();
+    }
+
+protected:
+    DateFormat format_;
+};
+
+class DateToStr final : public DateFunction<DateToStr, StringType(DateType)> {
 public:
     void value(Interpreter& /*interpreter*/, FND::String& result, const DateTime& date,
                const FND::String* format) {
@@ -42,12 +78,9 @@ public:
         const FND::String& directives = format_.directives(*format, zone);
         date.format(result, directives, zone);
     }
-
-private:
-    DateFormat format_;
 };
 
-class StrToDate final : public BuiltInNode<StrToDate, DateType(StringType, Optional<StringType>)> {
+class StrToDate final : public DateFunction<StrToDate, DateType(StringType)> {
 public:
     DateTime value(Interpreter& /*interpreter*/, const FND::String& text,
                    const FND::String* format) {
@@ -55,9 +88,6 @@ public:
         DateTime::Zone zone{};
         return DateTime::parse(text, format_.directives(*format, zone));
     }
-
-private:
-    DateFormat format_;
 };
 
 struct Sysdate final : BuiltInNode<Sysdate, DateType()> {
