@@ -3,61 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <limits>
 #include <new>
 #include <string>
 
+#include "Allocations.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
-
-namespace {
-
-constexpr long unlimitedS = std::numeric_limits<long>::max();
-
-// Allocations that may still succeed; when there are none left one fails, and the next ones
-// succeed.
-long leftG = unlimitedS;
-bool hasFailedG = false;
-long heldG = 0;
-
-void* allocate(std::size_t bytes, std::size_t alignment) {
-    if (leftG != unlimitedS && leftG-- == 0) {
-        leftG = unlimitedS;
-        hasFailedG = true;
-        throw std::bad_alloc();
-    }
-    void* const memory = std::aligned_alloc(alignment, (bytes + alignment - 1) & ~(alignment - 1));
-    if (memory == nullptr) throw std::bad_alloc();
-    ++heldG;
-    return memory;
-}
-
-void release(void* memory) noexcept {
-    if (memory != nullptr) --heldG;
-    std::free(memory);
-}
-
-}  // namespace
-
-void* operator new(std::size_t bytes) { return allocate(bytes, 16); }
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return allocate(bytes, static_cast<std::size_t>(alignment));
-}
-void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
-    try {
-        return allocate(bytes, 16);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void operator delete(void* memory) noexcept { release(memory); }
-void operator delete(void* memory, std::size_t /*bytes*/) noexcept { release(memory); }
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { release(memory); }
-void operator delete(void* memory, std::size_t /*bytes*/, std::align_val_t /*alignment*/) noexcept {
-    release(memory);
-}
 
 namespace {
 
@@ -125,16 +77,14 @@ Outcome run() {
 
 // Runs the script with the allocation number `count` failing; false when there were fewer.
 bool runFailing(long count) {
-    hasFailedG = false;
-    leftG = count;
+    Allocations::failAfter(count);
     try {
         const Outcome outcome = run();
         EXPECT_TRUE(outcome.isRight) << "allocation " << count << ' ' << outcome.messages;
     } catch (const std::bad_alloc&) {
         // The host's own names, which `HostExtension` makes in the host's hands.
     }
-    leftG = unlimitedS;
-    return hasFailedG;
+    return Allocations::endFailing();
 }
 
 TEST(AllocationTest, AnyOneMayFail) {
@@ -143,9 +93,9 @@ TEST(AllocationTest, AnyOneMayFail) {
     long count = 0;
     while (runFailing(count)) {
         // What is made once and kept was made by then.
-        const long held = heldG;
+        const long held = Allocations::heldCM;
         runFailing(count);
-        ASSERT_EQ(heldG, held) << "allocation " << count << " leaks";
+        ASSERT_EQ(Allocations::heldCM, held) << "allocation " << count << " leaks";
         ++count;
     }
     EXPECT_GT(count, 300);

@@ -2,13 +2,11 @@
 // them is tested by cases/containers.cases.
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <pthread.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <map>
@@ -18,45 +16,11 @@
 #include <string>
 #include <vector>
 
+#include "Allocations.h"
 #include "Script.h"
 #include "scr/Array.h"
 #include "scr/Hash.h"
 #include "scr/KeyHash.h"
-
-namespace {
-
-// Every allocation of this program is counted, and may be made to fail.
-std::size_t bytesHeldG = 0;
-std::size_t allocationsG = 0;
-std::size_t allocationsLeftG = std::numeric_limits<std::size_t>::max();
-
-void* allocate(std::size_t bytes, std::size_t alignment) {
-    if (allocationsLeftG == 0) throw std::bad_alloc();
-    --allocationsLeftG;
-    void* const memory = std::aligned_alloc(alignment, (bytes + alignment - 1) & ~(alignment - 1));
-    if (memory == nullptr) throw std::bad_alloc();
-    ++allocationsG;
-    bytesHeldG += malloc_usable_size(memory);
-    return memory;
-}
-
-void release(void* memory) noexcept {
-    bytesHeldG -= malloc_usable_size(memory);
-    std::free(memory);
-}
-
-}  // namespace
-
-void* operator new(std::size_t bytes) { return allocate(bytes, 16); }
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return allocate(bytes, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* memory) noexcept { release(memory); }
-void operator delete(void* memory, std::size_t /*bytes*/) noexcept { release(memory); }
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { release(memory); }
-void operator delete(void* memory, std::size_t /*bytes*/, std::align_val_t /*alignment*/) noexcept {
-    release(memory);
-}
 
 namespace {
 
@@ -240,19 +204,19 @@ TEST(Array, GrowsWithoutMovingElements) {
 }
 
 TEST(Array, TakesMemoryForWhatIsUsed) {
-    const std::size_t before = bytesHeldG;
+    const long before = Allocations::bytesHeldCM;
     Array array(new LongVariable(8));
     longAt(array, (1UL << 28) - 1) = 1;
     EXPECT_EQ(array.size(), 1UL << 28);
     EXPECT_EQ(longAt(array, 12345678), 8);
-    EXPECT_LT(bytesHeldG - before, 3U << 20);
+    EXPECT_LT(Allocations::bytesHeldCM - before, 3 << 20);
     array.clear();
-    EXPECT_LT(bytesHeldG - before, 8192U);
+    EXPECT_LT(Allocations::bytesHeldCM - before, 8192);
 }
 
 TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
     constexpr unsigned long size = 100000;
-    const std::size_t before = bytesHeldG;
+    const std::size_t before = Allocations::bytesHeldCM;
     Array array(new SCR::BoolVariable(true));
     const auto value = [&](Array& of, unsigned long index) {
         return of.existingValue<SCR::BoolVariable>(index);
@@ -265,7 +229,7 @@ TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
         *value(array, i) = i % 3 == 0;
     }
     EXPECT_EQ(array.existing<SCR::BoolVariable>(5), nullptr);
-    EXPECT_LT(bytesHeldG - before, size + 16384);
+    EXPECT_LT(Allocations::bytesHeldCM - before, size + 16384);
 
     array.truncate(size - 5);
     const std::unique_ptr<Variable> copied(array.clone());
@@ -304,20 +268,20 @@ TEST(Array, TruncatedElementsComeBackAsClones) {
 
 TEST(Array, RefillsWithoutAllocating) {
     Array array(new StringVariable);
-    std::size_t last = 0;
+    long last = 0;
     for (int round = 0; round < 3; ++round) {
-        last = allocationsG;
+        last = Allocations::madeCM;
         for (unsigned long i = 0; i < 50; ++i) stringAt(array, i).assign(30, 'f');
         array.truncate(20);
         for (unsigned long i = 20; i < 50; ++i) stringAt(array, i).assign(30, 'g');
         array.clear();
     }
-    EXPECT_EQ(allocationsG, last);
+    EXPECT_EQ(Allocations::madeCM, last);
     // Long texts are not kept for ever.
     stringAt(array, 0).assign(1 << 20, 'x');
-    const std::size_t full = bytesHeldG;
+    const long full = Allocations::bytesHeldCM;
     array.clear();
-    EXPECT_LT(bytesHeldG, full - (1U << 20));
+    EXPECT_LT(Allocations::bytesHeldCM, full - (1 << 20));
 }
 
 TEST(Container, HoldsNoMoreThanTheLimit) {
@@ -437,52 +401,52 @@ TEST(KeyHash, SpreadsSimilarKeys) {
 
 TEST(Container, TakesLittleMemoryPerElement) {
     {
-        constexpr unsigned long count = 10'000'000;
-        const std::size_t before = bytesHeldG;
+        constexpr long count = 10'000'000;
+        const long before = Allocations::bytesHeldCM;
         Array array(new LongVariable);
         for (unsigned long i = 0; i < count; ++i) longAt(array, i) = 1;
-        EXPECT_LT(bytesHeldG - before, 32 * count);
+        EXPECT_LT(Allocations::bytesHeldCM - before, 32 * count);
     }
-    constexpr unsigned long count = 1'000'000;
-    const std::size_t before = bytesHeldG;
+    constexpr long count = 1'000'000;
+    const long before = Allocations::bytesHeldCM;
     Hash hash(new LongVariable);
     for (unsigned long i = 0; i < count; ++i) longAt(hash, std::to_string(1'000'000'000 + i)) = 1;
-    EXPECT_LT(bytesHeldG - before, 120 * count);
+    EXPECT_LT(Allocations::bytesHeldCM - before, 120 * count);
 
-    const std::size_t allocations = allocationsG;
+    const long allocations = Allocations::madeCM;
     for (unsigned long i = 0; i < count; i += 10) {
         const std::string key = std::to_string(1'000'000'000 + i);
         ASSERT_NE(hash.find(key), nullptr);
         ASSERT_TRUE(hash.contains(key));
     }
-    EXPECT_EQ(allocationsG, allocations) << "reading what is there allocates nothing";
+    EXPECT_EQ(Allocations::madeCM, allocations) << "reading what is there allocates nothing";
 }
 
 TEST(Container, FewElementsTakeLittle) {
-    const std::size_t before = bytesHeldG;
+    const long before = Allocations::bytesHeldCM;
     Array array(new Array(new LongVariable));
     for (unsigned long i = 0; i < 1000; ++i) longAt(static_cast<Array&>(*array.at(i)), 0) = 1;
-    EXPECT_LT((bytesHeldG - before) / 1000, 240U);
+    EXPECT_LT((Allocations::bytesHeldCM - before) / 1000, 240);
     Hash hash(new Hash(new LongVariable));
-    const std::size_t between = bytesHeldG;
+    const long between = Allocations::bytesHeldCM;
     for (unsigned long i = 0; i < 1000; ++i) {
         longAt(static_cast<Hash&>(*hash.find(std::to_string(i))), "k") = 1;
     }
-    EXPECT_LT((bytesHeldG - between) / 1000, 640U);
+    EXPECT_LT((Allocations::bytesHeldCM - between) / 1000, 640);
 }
 
 // Makes one allocation after the other fail until `act` succeeds; `check` is called after every
 // failure.
 void failEachAllocation(const std::function<bool()>& act, const std::function<void()>& check) {
-    for (std::size_t allowed = 0; allowed < 1000; ++allowed) {
-        allocationsLeftG = allowed;
+    for (long allowed = 0; allowed < 1000; ++allowed) {
+        Allocations::failAfter(allowed);
         bool isDone = false;
         try {
             isDone = act();
         } catch (const std::bad_alloc&) {
         }
-        allocationsLeftG = std::numeric_limits<std::size_t>::max();
-        if (isDone) return;
+        if (!Allocations::endFailing()) return;
+        EXPECT_FALSE(isDone);
         check();
     }
     FAIL() << "never succeeded";
@@ -520,9 +484,9 @@ void endMemory(const ElementKind& kind) {
 TEST(Container, SurvivesTheEndOfMemory) {
     for (const ElementKind& kind : elementKinds()) {
         SCOPED_TRACE(kind.name);
-        const std::size_t before = bytesHeldG;
+        const long before = Allocations::bytesHeldCM;
         endMemory(kind);
-        EXPECT_EQ(bytesHeldG, before);
+        EXPECT_EQ(Allocations::bytesHeldCM, before);
     }
     EXPECT_EQ(HostVariable::instancesCM, 0);
 }

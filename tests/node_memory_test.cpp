@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -12,38 +10,10 @@
 #include <thread>
 #include <vector>
 
+#include "Allocations.h"
 #include "scr/Constant.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
-
-namespace {
-
-std::atomic<long> heldG{0};
-
-void* allocate(std::size_t bytes, std::size_t alignment) {
-    void* const memory = std::aligned_alloc(alignment, (bytes + alignment - 1) & ~(alignment - 1));
-    if (memory == nullptr) throw std::bad_alloc();
-    ++heldG;
-    return memory;
-}
-
-void release(void* memory) noexcept {
-    if (memory != nullptr) --heldG;
-    std::free(memory);
-}
-
-}  // namespace
-
-void* operator new(std::size_t bytes) { return allocate(bytes, 16); }
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return allocate(bytes, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* memory) noexcept { release(memory); }
-void operator delete(void* memory, std::size_t /*bytes*/) noexcept { release(memory); }
-void operator delete(void* memory, std::align_val_t /*alignment*/) noexcept { release(memory); }
-void operator delete(void* memory, std::size_t /*bytes*/, std::align_val_t /*alignment*/) noexcept {
-    release(memory);
-}
 
 namespace {
 
@@ -92,9 +62,9 @@ TEST(NodeMemoryTest, PiecesAreSeparateAndOutliveTheirScope) {
     first.reserve(100000);
     nested.reserve(100000);
     outside.reserve(2000);
-    const long heldByNone = heldG;
+    const long heldByNone = Allocations::heldCM;
     takeAndGive(1, 2000, outside);
-    const long held = heldG;
+    const long held = Allocations::heldCM;
     {
         const NodeMemory::Scope scope;
         takeAndGive(2, 50000, first);
@@ -108,12 +78,12 @@ TEST(NodeMemoryTest, PiecesAreSeparateAndOutliveTheirScope) {
         }
         takeAndGive(4, 20000, first);
     }
-    EXPECT_GT(heldG, held);
+    EXPECT_GT(Allocations::heldCM, held);
     for (Piece& piece : nested) piece.give();
     for (Piece& piece : first) piece.give();
-    EXPECT_EQ(heldG, held);
+    EXPECT_EQ(Allocations::heldCM, held);
     for (Piece& piece : outside) piece.give();
-    EXPECT_EQ(heldG, heldByNone);
+    EXPECT_EQ(Allocations::heldCM, heldByNone);
 }
 
 TEST(NodeMemoryTest, ThreadsDoNotDisturbOneAnother) {
@@ -162,8 +132,8 @@ TEST(NodeMemoryTest, ScriptsGiveTheirMemoryBack) {
         ASSERT_TRUE(interpreter.compileQuery("f2(3) == 6 and sum > 3"));
         ASSERT_FALSE(interpreter.compile(wrong));
         ASSERT_TRUE(interpreter.compile("Long a = 1; a = a + 1;"));
-        if (i == 0) held = heldG;
-        EXPECT_EQ(heldG, held);
+        if (i == 0) held = Allocations::heldCM;
+        EXPECT_EQ(Allocations::heldCM, held);
     }
 }
 

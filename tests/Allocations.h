@@ -1,0 +1,16 @@
+#pragma once
+
+#include <atomic>
+
+/// The allocations of a test program, which are counted and may be made to fail. A program that
+/// lists Allocations.cpp among its sources has its operators new and delete.
+struct Allocations {
+    static std::atomic<long> madeCM;
+    static std::atomic<long> heldCM;
+    static std::atomic<long> bytesHeldCM;
+
+    /// Lets `count` allocations succeed and the next one fail; those after it succeed again.
+    static void failAfter(long count);
+    /// Lets all succeed. Whether one has failed since `failAfter`.
+    static bool endFailing();
+};
