@@ -7,7 +7,6 @@
 
 #include "cli/Command.h"
 #include "cli/RecordOptions.h"
-#include "cli/ScriptFile.h"
 #include "cli/ScriptOptions.h"
 #include "cli/StderrLog.h"
 #include "records/RecordExtension.h"
@@ -33,19 +32,16 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
                                        : interpreter.check(text);
     };
     if (job != nullptr) {
-        const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
-            auto interpreter = std::make_unique<SCR::Interpreter>(&log);
-            return options.script.apply(*interpreter) ? std::move(interpreter) : nullptr;
-        };
+        const auto make = [&] { return options.script.makeInterpreter(log); };
         const ExitStatus status = statusOf(job->check(make, compile));
         if (!job->error().empty()) report(job->error());
         return status;
     }
     Records::AnyRecord record;
-    SCR::Interpreter interpreter(&log);
-    if (!options.script.apply(interpreter)) return ExitStatus::Usage;
-    record.addTo(interpreter);
-    return compile(interpreter) ? ExitStatus::Success : ExitStatus::NotCompiled;
+    const auto interpreter = options.script.makeInterpreter(log);
+    if (!interpreter) return ExitStatus::Usage;
+    record.addTo(*interpreter);
+    return compile(*interpreter) ? ExitStatus::Success : ExitStatus::NotCompiled;
 }
 
 ExitStatus checkAll(const CheckOptions& options) {
@@ -56,7 +52,7 @@ ExitStatus checkAll(const CheckOptions& options) {
     }
     ExitStatus worst = ExitStatus::Success;
     for (const std::string& path : options.files) {
-        const std::optional<std::string> text = readScript(path);
+        const std::optional<std::string> text = options.records.script(path);
         std::vector<SCR::Finding> findings;
         ExitStatus status = text ? check(*text, options, job.get(), findings) : ExitStatus::Usage;
         for (const SCR::Finding& finding : findings) {

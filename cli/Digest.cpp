@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <new>
 #include <vector>
 
@@ -24,15 +26,11 @@ void Digest::add(std::string_view bytes) {
 }
 
 std::string Digest::hex() const {
-    XXH128_canonical_t canonical;
-    XXH128_canonicalFromHash(&canonical, XXH3_128bits_digest(state_.get()));
-    constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const unsigned char byte : canonical.digest) {
-        text += digits[byte / 16];
-        text += digits[byte % 16];
-    }
-    return text;
+    const XXH128_hash_t digest = XXH3_128bits_digest(state_.get());
+    std::array<char, 33> text{};
+    std::snprintf(text.data(), text.size(), "%016" PRIx64 "%016" PRIx64, digest.high64,
+                  digest.low64);
+    return text.data();
 }
 
 std::optional<std::string> Digest::ofFile(const std::string& path, std::int64_t size) {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cli/Digest.h"
+#include "records/JsonRecord.h"
 
 namespace Cli {
 namespace {
@@ -12,21 +13,19 @@ namespace {
 // `text` as a JSON string. Bytes of a text that is no UTF-8 are written as the characters of their
 // numbers.
 std::string jsonString(std::string_view text) {
-    constexpr char digits[] = "0123456789abcdef";
-    const bool isUtf8 = simdjson::validate_utf8(text.data(), text.size());
-    std::string json = "\"";
+    std::string json;
+    if (simdjson::validate_utf8(text.data(), text.size())) {
+        Records::appendQuoted(text, json);
+        return json;
+    }
+    std::string characters;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte < 32 || (byte > 126 && !isUtf8)) {
-            json += "\\u00";
-            json += digits[byte / 16];
-            json += digits[byte % 16];
-        } else {
-            if (c == '"' || c == '\\') json += '\\';
-            json += c;
-        }
+        if (byte >= 0x80) characters += static_cast<char>(0xC0 | byte >> 6);
+        characters += byte >= 0x80 ? static_cast<char>(0x80 | (byte & 0x3F)) : c;
     }
-    return json + '"';
+    Records::appendQuoted(characters, json);
+    return json;
 }
 
 std::string file(const Manifest::File& file) {

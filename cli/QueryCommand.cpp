@@ -4,7 +4,6 @@
 
 #include "cli/Command.h"
 #include "cli/RecordOptions.h"
-#include "cli/ScriptFile.h"
 #include "cli/ScriptOptions.h"
 #include "scr/Interpreter.h"
 
@@ -19,8 +18,7 @@ struct QueryOptions {
 
 ExitStatus runWithoutScript(const QueryOptions& options) {
     return options.records.run(
-        [&](SCR::Interpreter& interpreter) { return options.script.apply(interpreter); },
-        [&](SCR::Interpreter& interpreter) { return interpreter.compile(""); });
+        options.script, [](SCR::Interpreter& interpreter) { return interpreter.compile(""); });
 }
 
 }  // namespace
@@ -64,7 +62,7 @@ void addConditionsCommand(CLI::App& app, Action& action) {
         "  kestrel conditions alarms.ks --records calls.csv --header");
     command->callback([options, &action] {
         action = [options] {
-            const std::optional<std::string> text = readScript(options->text);
+            const std::optional<std::string> text = options->records.script(options->text);
             if (!text) return ExitStatus::Usage;
             options->records.conditions(*text);
             return runWithoutScript(*options);

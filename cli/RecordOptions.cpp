@@ -11,6 +11,7 @@
 
 #include "cli/OutputDirectory.h"
 #include "cli/Progress.h"
+#include "cli/ScriptFile.h"
 #include "cli/StderrLog.h"
 #include "scr/Interpreter.h"
 
@@ -194,12 +195,20 @@ std::unique_ptr<Records::RecordJob> RecordOptions::checkingJob() const {
     return std::make_unique<Records::RecordJob>(std::move(*options), stopG);
 }
 
-ExitStatus RecordOptions::run(const std::function<bool(SCR::Interpreter&)>& prepare,
+std::optional<std::string> RecordOptions::script(const std::string& file) const {
+    if (file == "-" && isGiven_ && job_.input == "-") {
+        report("the script and the records can not both come from standard input");
+        return std::nullopt;
+    }
+    return readScript(file);
+}
+
+ExitStatus RecordOptions::run(const ScriptOptions& options,
                               const std::function<bool(SCR::Interpreter&)>& compile) const {
-    std::optional<Records::JobOptions> options = jobOptions();
-    if (!options) return ExitStatus::Usage;
+    std::optional<Records::JobOptions> job = jobOptions();
+    if (!job) return ExitStatus::Usage;
     Manifest manifest;
-    return runJob(std::move(*options), manifest, prepare, compile);
+    return runJob(std::move(*job), manifest, options, compile);
 }
 
 std::vector<std::string> RecordOptions::given() const {
@@ -212,16 +221,16 @@ std::vector<std::string> RecordOptions::given() const {
 }
 
 ExitStatus RecordOptions::runInDirectory(
-    Manifest manifest, const std::function<bool(SCR::Interpreter&)>& prepare,
+    Manifest manifest, const ScriptOptions& options,
     const std::function<bool(SCR::Interpreter&)>& compile) const {
-    std::optional<Records::JobOptions> options = jobOptions();
-    if (!options) return ExitStatus::Usage;
+    std::optional<Records::JobOptions> job = jobOptions();
+    if (!job) return ExitStatus::Usage;
     const std::vector<std::string> own = given();
     manifest.options.insert(manifest.options.end(), own.begin(), own.end());
-    manifest.part = options->part;
-    manifest.parts = options->parts;
+    manifest.part = job->part;
+    manifest.parts = job->parts;
     OutputDirectory directory(directory_, format_ == "lines" ? "txt" : format_, manifest);
-    if (!directory.open(options->input)) {
+    if (!directory.open(job->input)) {
         report(directory.error());
         return ExitStatus::Usage;
     }
@@ -231,35 +240,32 @@ ExitStatus RecordOptions::runInDirectory(
         return ExitStatus::Success;
     }
     directory.clean();
-    options->output = directory.output();
-    options->rejects = directory.rejects();
-    const ExitStatus status = runJob(std::move(*options), manifest, prepare, compile);
+    job->output = directory.output();
+    job->rejects = directory.rejects();
+    const ExitStatus status = runJob(std::move(*job), manifest, options, compile);
     if (status != ExitStatus::Success) return status;
     if (directory.complete(manifest)) return status;
     report(directory.error());
     return ExitStatus::Rejected;
 }
 
-ExitStatus RecordOptions::runJob(Records::JobOptions options, Manifest& manifest,
-                                 const std::function<bool(SCR::Interpreter&)>& prepare,
+ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manifest,
+                                 const ScriptOptions& options,
                                  const std::function<bool(SCR::Interpreter&)>& compile) const {
-    const bool keepsRejects = !options.rejects.empty();
-    const std::string output = options.output;
-    Progress progress(options.input);
+    const bool keepsRejects = !jobOptions.rejects.empty();
+    const std::string output = jobOptions.output;
+    Progress progress(jobOptions.input);
     if (showsProgress_ && isatty(STDERR_FILENO) != 0) {
-        options.progress = [&](const Records::Counts& counts, std::int64_t bytes) {
+        jobOptions.progress = [&](const Records::Counts& counts, std::int64_t bytes) {
             progress.show(counts.read, bytes);
         };
     }
     catchSignals();
     StderrLog log;
     using End = Records::RecordJob::End;
-    Records::RecordJob job(std::move(options), stopG);
-    const auto make = [&]() -> std::unique_ptr<SCR::Interpreter> {
-        auto interpreter = std::make_unique<SCR::Interpreter>(&log);
-        return prepare(*interpreter) ? std::move(interpreter) : nullptr;
-    };
-    const End end = job.run(log, make, compile);
+    Records::RecordJob job(std::move(jobOptions), stopG);
+    const End end = job.run(
+        log, [&] { return options.makeInterpreter(log); }, compile);
     progress.clear();
     ExitStatus status = statusOf(end);
     const Records::Counts& counts = job.counts();

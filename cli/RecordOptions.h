@@ -9,12 +9,8 @@
 
 #include "cli/Command.h"
 #include "cli/Manifest.h"
+#include "cli/ScriptOptions.h"
 #include "records/RecordJob.h"
-
-namespace SCR {
-class Interpreter;
-class Log;
-}  // namespace SCR
 
 namespace Cli {
 
@@ -32,31 +28,32 @@ public:
     void declare(CLI::App& command, Use use = Use::Optional);
     /// Whether the user named records to work on.
     bool isGiven() const { return isGiven_; }
-    bool readsStandardInput() const { return isGiven_ && job_.input == "-"; }
+    /// The text of the script in `file`, decrypted if need be. Nothing after a report: it cannot be
+    /// read, or both it and the records would come from standard input.
+    std::optional<std::string> script(const std::string& file) const;
     /// Further says which records are wanted: those for which `query` holds.
     void where(const std::string& query) { job_.where = query; }
     /// Writes, in place of each record, the numbers of the conditions that hold for it.
     void conditions(const std::string& conditions) { job_.conditions = conditions; }
 
-    /// Runs the job, with an interpreter for each worker. `prepare` sets up an interpreter; it and
-    /// `compile` report what they refuse.
-    ExitStatus run(const std::function<bool(SCR::Interpreter&)>& prepare,
+    /// Runs the job, with an interpreter for each worker that `options` are applied to. `compile`
+    /// reports what it refuses.
+    ExitStatus run(const ScriptOptions& options,
                    const std::function<bool(SCR::Interpreter&)>& compile) const;
     /// Whether the result goes into a directory.
     bool hasDirectory() const { return !directory_.empty(); }
     /// Runs the job and leaves its result with a manifest in the directory, unless it is there
     /// already. `manifest` names the script; its other members are set here.
-    ExitStatus runInDirectory(Manifest manifest,
-                              const std::function<bool(SCR::Interpreter&)>& prepare,
+    ExitStatus runInDirectory(Manifest manifest, const ScriptOptions& options,
                               const std::function<bool(SCR::Interpreter&)>& compile) const;
     /// A job that only checks; null after a report. It must not outlive this object.
     std::unique_ptr<Records::RecordJob> checkingJob() const;
 
 private:
     std::optional<Records::JobOptions> jobOptions() const;
-    // Runs the job that `options` describe, and sets what the manifest tells of the run.
-    ExitStatus runJob(Records::JobOptions options, Manifest& manifest,
-                      const std::function<bool(SCR::Interpreter&)>& prepare,
+    // Runs the job that `jobOptions` describe, and sets what the manifest tells of the run.
+    ExitStatus runJob(Records::JobOptions jobOptions, Manifest& manifest,
+                      const ScriptOptions& options,
                       const std::function<bool(SCR::Interpreter&)>& compile) const;
     // The options that change the result.
     std::vector<std::string> given() const;

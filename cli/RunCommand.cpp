@@ -5,7 +5,6 @@
 
 #include "cli/Command.h"
 #include "cli/RecordOptions.h"
-#include "cli/ScriptFile.h"
 #include "cli/ScriptOptions.h"
 #include "cli/StderrLog.h"
 #include "scr/Interpreter.h"
@@ -22,34 +21,28 @@ struct RunOptions {
 };
 
 ExitStatus run(const RunOptions& options) {
-    if (options.records.readsStandardInput() && !options.text && options.file == "-") {
-        report("the script and the records can not both come from standard input");
-        return ExitStatus::Usage;
-    }
-    const std::optional<std::string> text = options.text ? options.text : readScript(options.file);
+    const std::optional<std::string> text =
+        options.text ? options.text : options.records.script(options.file);
     if (!text) return ExitStatus::Usage;
     if (options.records.isGiven()) {
-        const auto prepare = [&](SCR::Interpreter& interpreter) {
-            return options.script.apply(interpreter);
-        };
         const auto compile = [&](SCR::Interpreter& interpreter) {
             return interpreter.compile(*text);
         };
-        if (!options.records.hasDirectory()) return options.records.run(prepare, compile);
+        if (!options.records.hasDirectory()) return options.records.run(options.script, compile);
         Manifest manifest;
         manifest.script(options.script.expand(*text).value_or(*text));
         manifest.options = options.script.given();
-        return options.records.runInDirectory(std::move(manifest), prepare, compile);
+        return options.records.runInDirectory(std::move(manifest), options.script, compile);
     }
     StderrLog log;
-    SCR::Interpreter interpreter(&log);
-    if (!options.script.apply(interpreter)) return ExitStatus::Usage;
-    if (!interpreter.compile(*text)) return ExitStatus::NotCompiled;
-    if (interpreter.wasStopped()) return ExitStatus::Stopped;  // in BEGIN
+    const auto interpreter = options.script.makeInterpreter(log);
+    if (!interpreter) return ExitStatus::Usage;
+    if (!interpreter->compile(*text)) return ExitStatus::NotCompiled;
+    if (interpreter->wasStopped()) return ExitStatus::Stopped;  // in BEGIN
     for (std::int64_t turn = 0; turn < options.repeat; ++turn) {
-        if (!interpreter.execute()) return ExitStatus::Stopped;
+        if (!interpreter->execute()) return ExitStatus::Stopped;
     }
-    return interpreter.isValid() ? ExitStatus::Success : ExitStatus::Rejected;
+    return interpreter->isValid() ? ExitStatus::Success : ExitStatus::Rejected;
 }
 
 }  // namespace

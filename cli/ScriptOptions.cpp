@@ -119,16 +119,17 @@ std::optional<std::string> ScriptOptions::expand(const std::string& text) const 
     return expanded;
 }
 
-bool ScriptOptions::apply(SCR::Interpreter& interpreter) const {
-    interpreter.limits(limits_);
-    if (isSandboxed_) interpreter.capabilities(capabilities_);
-    interpreter.includePath(includePath_);
+std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(SCR::Log& log) const {
+    auto interpreter = std::make_unique<SCR::Interpreter>(&log);
+    interpreter->limits(limits_);
+    if (isSandboxed_) interpreter->capabilities(capabilities_);
+    interpreter->includePath(includePath_);
     for (const auto& [name, value] : constants_) {
-        if (interpreter.addGlobalConstant(name, value)) continue;
+        if (interpreter->addGlobalConstant(name, value)) continue;
         report("-D: the constant " + name + " is given twice");
-        return false;
+        return nullptr;
     }
-    return true;
+    return interpreter;
 }
 
 }  // namespace Cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -11,7 +12,8 @@
 
 namespace SCR {
 class Interpreter;
-}
+class Log;
+}  // namespace SCR
 
 namespace Cli {
 
@@ -21,8 +23,9 @@ public:
     /// Declares the options on `command`; this object must live until the command line is parsed.
     void declare(CLI::App& command);
 
-    /// Applies them to a fresh interpreter. False: a constant is given twice, which is reported.
-    bool apply(SCR::Interpreter& interpreter) const;
+    /// An interpreter that they are applied to, with messages to `log`; null: a constant is given
+    /// twice, which is reported.
+    std::unique_ptr<SCR::Interpreter> makeInterpreter(SCR::Log& log) const;
 
     /// The script `text` with its include files in it, as the preprocessor gives it; none when one
     /// cannot be had, which the compile reports.

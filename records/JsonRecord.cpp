@@ -111,6 +111,8 @@ void unescape(std::string_view inner, std::string& out) {
     }
 }
 
+}  // namespace
+
 void appendQuoted(std::string_view text, std::string& out) {
     out += '"';
     for (const char c : text) {
@@ -135,8 +137,6 @@ void appendQuoted(std::string_view text, std::string& out) {
     }
     out += '"';
 }
-
-}  // namespace
 
 const std::size_t JsonRecord::paddingCM = simdjson::SIMDJSON_PADDING;
 
@@ -613,6 +613,7 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
     const bool isMember = !place.isBroken && !isElement;
     added_.clear();
     std::string closing;
+    std::size_t valueBegin = 0;  // of the first name's, in added_
     for (std::size_t i = place.name; i < path.names.size(); ++i) {
         if (!isMember || i != place.name) {
             added_ += '{';
@@ -620,6 +621,7 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
         }
         appendQuoted(path.names[i], added_);
         added_ += ':';
+        if (i == place.name) valueBegin = added_.size();
     }
     for (; index < indices.size(); ++index) {
         if (indices[index] != 0) return "an index is beyond the end of its array";
@@ -640,10 +642,7 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
     }
     replace(place.child.previousEnd, place.child.previousEnd, added_);
     if (isTop) {
-        // Where the value begins: behind the comma, the name and the colon.
-        std::string quoted;
-        appendQuoted(path.names.front(), quoted);
-        const std::size_t begin = edit_.begin + (count != 0 ? 1 : 0) + quoted.size() + 1;
+        const std::size_t begin = edit_.begin + (count != 0 ? 1 : 0) + valueBegin;
         path.member = members_.size();
         path.shape = shape_ = ++shapes_;
         members_.push_back({path.names.front(), begin, gapBegin_});

@@ -12,6 +12,9 @@
 
 namespace Records {
 
+/// Appends `text`, which is UTF-8, as a JSON string.
+void appendQuoted(std::string_view text, std::string& out);
+
 /// One record that is a JSON object. Its text is checked when it is taken; values are looked for
 /// when they are asked for and changed where they stand, so that all other bytes stay what they
 /// were. Of members of the same name the last one counts. One thread.

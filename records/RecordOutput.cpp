@@ -20,14 +20,13 @@ namespace {
 namespace fs = std::filesystem;
 
 // Where a path leads behind all links; nothing where it leads to an open file of a process.
-std::optional<std::string> targetOf(std::filesystem::path path) {
+std::optional<std::string> targetOf(fs::path path) {
     std::error_code error;
     for (int links = 0; links < 40; ++links) {
-        const std::filesystem::path place =
-            std::filesystem::canonical(std::filesystem::absolute(path, error).parent_path(), error);
+        const fs::path place = fs::canonical(fs::absolute(path, error).parent_path(), error);
         if (place.native().starts_with("/proc/")) return std::nullopt;
-        if (!std::filesystem::is_symlink(path, error)) break;
-        path = path.parent_path() / std::filesystem::read_symlink(path, error);
+        if (!fs::is_symlink(path, error)) break;
+        path = path.parent_path() / fs::read_symlink(path, error);
     }
     return path.native();
 }

@@ -71,23 +71,47 @@ RecordReader::State RecordReader::fill() {
     return State::Interrupted;
 }
 
+RecordReader::State RecordReader::skipMark() {
+    const auto bytes = [this] { return std::string_view(buffer_.data(), end_); };
+    while (!isAtEnd_ && end_ < markS.size() && markS.starts_with(bytes())) {
+        if (const State state = fill(); state != State::Record) return state;
+    }
+    isBegun_ = true;
+    if (bytes().starts_with(markS)) {
+        begin_ = markS.size();
+        nextOffset_ = static_cast<std::int64_t>(markS.size());
+    }
+    return State::Record;
+}
+
+bool RecordReader::goesOn(State& state) {
+    auto& [scanned, openFrom, firstEnd, firstEndSize] = scan_;
+    const Quotes quotes = checkQuotes(text_, openFrom, openFrom != 0, layout_.delimiter);
+    if (quotes == Quotes::Closed) return false;
+    const bool isOpen = quotes == Quotes::Open;
+    const std::size_t lineEnd = text_.size() + lineEnd_.size();
+    // A quote of a line before that was found open up to behind this line.
+    const bool isKnown = isOpen && !lineEnd_.empty() &&
+                         nextOffset_ + static_cast<std::int64_t>(lineEnd) <= openUntil_;
+    if (isOpen && !lineEnd_.empty() && text_.size() < maxQuotedCM && !isKnown) return true;
+    if (!isKnown) {
+        reason_ = isOpen ? "a quote is not closed" : "text follows a closing quote";
+        openUntil_ = nextOffset_ + static_cast<std::int64_t>(isOpen ? lineEnd : openFrom);
+    }
+    openFrom = 0;
+    state = State::Malformed;
+    text_ = std::string_view(text_.data(), firstEnd);
+    lineEnd_ = text_.substr(firstEnd - firstEndSize);
+    text_.remove_suffix(firstEndSize);
+    return false;
+}
+
 RecordReader::State RecordReader::next() {
     if (stop_.isRaised()) return State::Interrupted;
-    State state = State::Record;
+    State state = isBegun_ ? State::Record : skipMark();
+    if (state != State::Record) return state;
     for (;;) {
         auto& [scanned, openFrom, firstEnd, firstEndSize] = scan_;
-        if (!isBegun_) {
-            const std::string_view bytes(buffer_.data(), end_);
-            if (!isAtEnd_ && bytes.size() < markS.size() && markS.starts_with(bytes)) {
-                if (state = fill(); state != State::Record) return state;
-                continue;
-            }
-            isBegun_ = true;
-            if (bytes.starts_with(markS)) {
-                begin_ = markS.size();
-                nextOffset_ = static_cast<std::int64_t>(markS.size());
-            }
-        }
         const char* const begin = buffer_.data() + begin_;
         const void* const found = begin_ + scanned < end_
                                       ? std::memchr(begin + scanned, '\n', end_ - begin_ - scanned)
@@ -119,28 +143,9 @@ RecordReader::State RecordReader::next() {
         text_ = std::string_view(start, size);
         lineEnd_ = std::string_view(start + size, endSize);
         if (layout_.isQuoted && !layout_.isWhole && size != 0 &&
-            (openFrom != 0 || std::memchr(start, '"', size) != nullptr)) {
-            const Quotes quotes = checkQuotes(text_, openFrom, openFrom != 0, layout_.delimiter);
-            const std::size_t lineEnd = size + endSize;
-            const bool isKnown = quotes == Quotes::Open && found != nullptr &&
-                                 nextOffset_ + static_cast<std::int64_t>(lineEnd) <= openUntil_;
-            if (quotes == Quotes::Open && found != nullptr && size < maxQuotedCM && !isKnown) {
-                scanned = openFrom = lineEnd;
-                continue;
-            }
-            if (quotes != Quotes::Closed) {
-                if (!isKnown) {
-                    reason_ = quotes == Quotes::Open ? "a quote is not closed"
-                                                     : "text follows a closing quote";
-                    openUntil_ = nextOffset_ + static_cast<std::int64_t>(
-                                                   quotes == Quotes::Open ? lineEnd : openFrom);
-                }
-                openFrom = 0;
-                state = State::Malformed;
-                text_ = std::string_view(start, firstEnd);
-                lineEnd_ = text_.substr(firstEnd - firstEndSize);
-                text_.remove_suffix(firstEndSize);
-            }
+            (openFrom != 0 || std::memchr(start, '"', size) != nullptr) && goesOn(state)) {
+            scanned = openFrom = size + endSize;
+            continue;
         }
         begin_ += text_.size() + lineEnd_.size();
         offset_ = nextOffset_;

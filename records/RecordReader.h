@@ -57,6 +57,11 @@ private:
 
     // Reads more bytes, unless there are none now; `Record` when it did or the input ended.
     State fill();
+    // Passes over a byte order mark at the start of the input; the same.
+    State skipMark();
+    // Whether the record in text_ goes on in the next line, as a quote is open. Where its quotes
+    // are wrong it is its first line, and `state` is `Malformed`.
+    bool goesOn(State& state);
 
     const int descriptor_;
     const Layout layout_;

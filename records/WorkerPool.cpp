@@ -112,14 +112,19 @@ bool WorkerPool::deliverPart(std::size_t number, Batch& batch) {
     std::unique_lock lock(output_);
     isDelivered_.wait(lock, [&] { return (number == delivered_ && !isDelivering_) || hasFailed_; });
     if (hasFailed_) return false;
+    handOver(batch, lock);
+    batch.clearOutput();
+    return !hasFailed_;
+}
+
+void WorkerPool::handOver(Batch& batch, std::unique_lock<std::mutex>& lock) {
     isDelivering_ = true;
     lock.unlock();
     const bool goesOn = stream_.deliver(batch);
-    batch.clearOutput();
     lock.lock();
     isDelivering_ = false;
+    isDelivered_.notify_all();
     if (!goesOn || (isWaiting_ && !stream_.flush())) end();
-    return !hasFailed_;
 }
 
 void WorkerPool::deliver(std::size_t number, std::unique_ptr<Batch> batch) {
@@ -131,14 +136,8 @@ void WorkerPool::deliver(std::size_t number, std::unique_ptr<Batch> batch) {
         std::unique_ptr<Batch> oldest = std::move(done_.front());
         done_.pop_front();
         ++delivered_;
-        isDelivering_ = true;
-        lock.unlock();
-        const bool goesOn = stream_.deliver(*oldest);
-        lock.lock();
-        isDelivering_ = false;
+        handOver(*oldest, lock);
         spares_.push_back(std::move(oldest));
-        isDelivered_.notify_all();
-        if (!goesOn || (isWaiting_ && !stream_.flush())) end();
     }
 }
 

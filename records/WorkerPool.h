@@ -60,6 +60,8 @@ private:
     void deliver(std::size_t number, std::unique_ptr<Batch> batch);
     // Delivers what there is of a batch that is not done, when all before it are delivered.
     bool deliverPart(std::size_t number, Batch& batch);
+    // Delivers it without the lock, which is that of output_.
+    void handOver(Batch& batch, std::unique_lock<std::mutex>& lock);
     void end();
 
     BatchStream& stream_;
