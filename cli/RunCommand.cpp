@@ -42,6 +42,7 @@ ExitStatus run(const RunOptions& options) {
     for (std::int64_t turn = 0; turn < options.repeat; ++turn) {
         if (!interpreter->execute()) return ExitStatus::Stopped;
     }
+    if (!interpreter->finish()) return ExitStatus::Stopped;
     return interpreter->isValid() ? ExitStatus::Success : ExitStatus::Rejected;
 }
 

@@ -154,6 +154,11 @@ RecordJob::End RecordJob::run(SCR::Log& log,
             end = fail(rejects_.error());
         }
     }
+    for (const auto& worker : workers_) {
+        if (worker->interpreter().finish() || end != End::Done) continue;
+        error_ = "the function END was stopped";
+        end = End::Stopped;
+    }
     workers_.clear();
     return end;
 }

@@ -76,6 +76,7 @@ bool Array::makeVariables() {
             if (from == nullptr) continue;
             std::byte* to = store.allocate(chunk, variables.size);
             const std::size_t count = SlotStore::slotsOf(chunk);
+            countWork(count * variables.size);
             variables.construct(to, count, *prototype_);
             for (std::size_t i = 0; i < count; ++i) {
                 elementClass_->load(*variables.element(to), from);

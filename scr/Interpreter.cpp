@@ -39,7 +39,7 @@ Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
 }
 
 Interpreter::~Interpreter() {
-    if (runsEnd_) runFunction(endFunctionS);
+    finish();
     query_.reset();
     mainFunction_.reset();
     functions_.clear();
@@ -173,6 +173,11 @@ bool Interpreter::runFunction(const FND::String& name) {
         function->execute();
         return true;
     });
+}
+
+bool Interpreter::finish() {
+    if (!std::exchange(runsEnd_, false) || getFunction(endFunctionS) == nullptr) return true;
+    return runFunction(endFunctionS);
 }
 
 bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {

@@ -40,7 +40,7 @@ public:
     explicit Interpreter(Log* log);
     Interpreter(const Interpreter&) = delete;
     Interpreter& operator=(const Interpreter&) = delete;
-    /// Runs the script's function "END", if a compiled script defines one, then frees everything.
+    /// Does what `finish` does, then frees everything.
     ~Interpreter();
 
     /// Discards the script compiled before and compiles `text`. On success runs the script's
@@ -68,6 +68,9 @@ public:
     /// Executes the compiled script once. True when it ran to its end; false when a top-level
     /// statement gave another code, the script was stopped, or no script is compiled.
     bool execute();
+    /// Runs the function "END", if a compiled script defines one and it did not run yet; the
+    /// destructor does not run it again then. False when it was stopped.
+    bool finish();
     /// Evaluates the query compiled last into `value`. False, with `value` unchanged, when there is
     /// none or the evaluation was stopped.
     bool evaluateQuery(bool& value);

@@ -467,6 +467,12 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
          "ERROR: line 1: script stopped: limit `steps' of 1000 passed\nkestrel: -:2: the script "
          "was stopped\n" +
              counts + "1 read, 1 written, 0 dropped, 0 rejected\n"},
+        {{"run", "-e", "function END { while (true) {} }", "--limit", "steps=1000"},
+         "1\n2\n",
+         4,
+         "1\n2\n",
+         "ERROR: line 1: script stopped: limit `steps' of 1000 passed\nkestrel: the function END "
+         "was stopped\n"},
         {{"run", "-e", "", "--part", "2/2"}, "1\n2\n", 0, "2\n", ""},
         {{"run", "-e", "", "--part", "3/2"},
          "",

@@ -107,6 +107,7 @@ TEST(InterpreterLifeTest, EndRunsOnlyAfterASuccessfulCompile) {
         {[&](auto& interpreter) { interpreter.compile(script + " }"); }, ""},
         {[&](auto& interpreter) { interpreter.check(script); }, ""},
         {[&](auto& interpreter) { interpreter.compile(script), interpreter.compile(""); }, ""},
+        {[&](auto& interpreter) { interpreter.compile(script), interpreter.finish(); }, "end"},
     };
     for (const auto& row : rows) {
         const Harness::StdoutCapture capture;
@@ -115,6 +116,24 @@ TEST(InterpreterLifeTest, EndRunsOnlyAfterASuccessfulCompile) {
             row.use(interpreter);
         }
         EXPECT_EQ(capture.text(), row.output) << &row - rows;
+    }
+}
+
+TEST(InterpreterLifeTest, FinishTellsWhetherEndWasStopped) {
+    const struct {
+        const char* script;
+        bool isFinished;
+    } rows[] = {
+        {"", true}, {"function END { }", true}, {"function END { while (true) {} }", false}};
+    for (const auto& row : rows) {
+        SCR::Interpreter interpreter(nullptr);
+        SCR::Limits limits;
+        limits.steps = 100;
+        interpreter.limits(limits);
+        EXPECT_TRUE(interpreter.finish()) << "nothing is compiled";
+        ASSERT_TRUE(interpreter.compile(row.script));
+        EXPECT_EQ(interpreter.finish(), row.isFinished) << row.script;
+        EXPECT_TRUE(interpreter.finish()) << row.script;
     }
 }
 
