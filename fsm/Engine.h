@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -30,6 +31,8 @@ public:
     static constexpr unsigned long nextPathCM = ~0UL;
     /// States that an automaton may have unless `stateLimit` says otherwise.
     static constexpr std::size_t defaultStateLimitCM = 131072;
+    /// States that an automaton may have whatever `stateLimit` says.
+    static constexpr std::size_t mostStatesCM = std::size_t{1} << 24;
 
     /// `expectedCount` is the number of patterns to come, all ones for unknown; matching does not
     /// depend on it.
@@ -62,6 +65,10 @@ public:
         return firstPath(text.data(), text.size());
     }
 
+    /// The same for a long text: after each piece of it `pause` is called with its length in bytes;
+    /// it may throw to give up.
+    std::int32_t firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const;
+
     /// The text of the last failure; empty if there was none.
     const FND::String& error() const;
     /// After `finalSetup` has failed at the state limit: the path number of the pattern at which it
@@ -70,7 +77,9 @@ public:
 
     std::size_t stateLimit() const { return stateLimit_; }
     /// Sets the number of states that `finalSetup` may make, at least 1.
-    void stateLimit(std::size_t states) { stateLimit_ = states == 0 ? 1 : states; }
+    void stateLimit(std::size_t states) {
+        stateLimit_ = std::clamp<std::size_t>(states, 1, mostStatesCM);
+    }
 
     /// Number of patterns inserted.
     std::int32_t patternCount() const { return patternCount_; }

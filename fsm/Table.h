@@ -49,19 +49,26 @@ public:
     /// automaton.
     Row walk(const char* text) const {
         NothingSettles memory;
-        return walkBytes<false>(reinterpret_cast<const unsigned char*>(text), nullptr, memory);
+        return walkBytes<false>(reinterpret_cast<const unsigned char*>(text), nullptr, memory,
+                                start_);
     }
     /// The same for a text that ends at `text + length`, if no NUL comes before.
     Row walk(const char* text, std::size_t length) const {
         NothingSettles memory;
         return walk(text, length, memory);
     }
+    /// The same for a text that goes on behind one that ended in `row`.
+    Row walkOn(Row row, const char* text, std::size_t length) const {
+        NothingSettles memory;
+        auto begin = reinterpret_cast<const unsigned char*>(text);
+        return walkBytes<true>(begin, begin + length, memory, row);
+    }
     /// The same with tails apart. `memory` is told by settle(paths) of the patterns that from there
     /// on match to the end of the line, and by forget() of a newline after which none of them does.
     template <class Memory>
     Row walk(const char* text, std::size_t length, Memory& memory) const {
         auto begin = reinterpret_cast<const unsigned char*>(text);
-        return walkBytes<true>(begin, begin + length, memory);
+        return walkBytes<true>(begin, begin + length, memory, start_);
     }
 
     /// Whether a walk has to remember patterns with tails.
@@ -110,12 +117,12 @@ private:
     }
 
     template <bool isBounded, class Memory>
-    Row walkBytes(const unsigned char* text, const unsigned char* end, Memory& memory) const {
+    Row walkBytes(const unsigned char* text, const unsigned char* end, Memory& memory,
+                  Row row) const {
         const Row* rows = rows_.data();
         const std::uint8_t* classOf = classOf_.data();
         const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
         auto isAtEnd = [&] { return (isBounded && text == end) || *text == 0; };
-        Row row = start_;
         for (;;) {
             if (row <= lastQuiet) {
                 if (Memory::isUsed && row > lastLineLoop_) {

@@ -9,6 +9,7 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/KeyHash.h"
+#include "scr/LongText.h"
 #include "scr/SlotStore.h"
 #include "scr/Variable.h"
 
@@ -107,7 +108,7 @@ private:
             if (place.entry == 0) return {};
             if (place.hash != hash) continue;
             std::byte* const slot = store_.find(place.entry - 1, slotSize);
-            if (keyIn(slot) == key) [[likely]]
+            if (areEqual(keyIn(slot), key)) [[likely]]
                 return {&place, slot};
         }
     }

@@ -5,6 +5,8 @@
 #include <exception>
 #include <random>
 
+#include "scr/LongText.h"
+
 namespace SCR {
 
 namespace {
@@ -54,7 +56,7 @@ std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
 
 }  // namespace
 
-std::uint32_t keyHash(std::string_view key) noexcept {
+std::uint32_t keyHash(std::string_view key) {
     const Seed& secret = seed();
     const char* bytes = key.data();
     const std::size_t length = key.size();
@@ -63,6 +65,12 @@ std::uint32_t keyHash(std::string_view key) noexcept {
     std::uint64_t b = 0;
     if (length > 16) {
         std::size_t left = length;
+        for (; left > textPieceSize; left -= textPieceSize, bytes += textPieceSize) {
+            for (std::size_t i = 0; i < textPieceSize; i += 16) {
+                state = mix(load8(bytes + i) ^ secret.first, load8(bytes + i + 8) ^ state);
+            }
+            countWork(textPieceSize);
+        }
         for (; left > 16; left -= 16, bytes += 16) {
             state = mix(load8(bytes) ^ secret.first, load8(bytes + 8) ^ state);
         }

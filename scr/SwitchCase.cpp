@@ -165,6 +165,7 @@ bool StringSwitchCase::finalSetup() {
     slots_.resize(std::bit_ceil(2 * labels_.size() + 2));
     placeShift_ = std::countl_zero(slots_.size()) + 1;
     for (const auto& [label, body] : labels_) {
+        longest_ = std::max(longest_, label.size());
         const Ends ends = endsOf(label);
         std::size_t place = placeOf(label, ends);
         while (slots_[place & (slots_.size() - 1)].label != nullptr) ++place;
@@ -175,13 +176,21 @@ bool StringSwitchCase::finalSetup() {
 
 SwitchCase::Body StringSwitchCase::select() const {
     const FND::String& value = selector_->result();
-    countString(value.size());
+    if (isLong(value.size())) [[unlikely]]
+        return selectLong(value);
     const Ends ends = endsOf(value);
     for (std::size_t place = placeOf(value, ends);; ++place) {
         const Slot& slot = slots_[place & (slots_.size() - 1)];
         if (slot.label == nullptr) return noBody;
         if (slot.ends == ends && (ends.size <= 16 || *slot.label == value)) return slot.body;
     }
+}
+
+SwitchCase::Body StringSwitchCase::selectLong(const FND::String& value) const {
+    countWork(value.size());
+    if (value.size() > longest_) return noBody;
+    const auto found = labels_.find(value);
+    return found != labels_.end() ? found->second : noBody;
 }
 
 std::int32_t StringSwitchCase::execute() { return run(select()); }
@@ -242,8 +251,16 @@ void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) 
 
 SwitchCase::Body RegExprSwitchCase::select() const {
     const FND::String& text = selector_->result();
-    countString(text.size());
+    if (isLong(text.size())) [[unlikely]]
+        return selectLong(text);
     const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_->firstPath(text);
+    return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
+}
+
+SwitchCase::Body RegExprSwitchCase::selectLong(const FND::String& text) const {
+    countWork(text.size());
+    const std::int32_t pattern =
+        group_ ? group_->firstPath(text) : engine_->firstPath(text, countWork);
     return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
 }
 

@@ -115,6 +115,7 @@ private:
     };
 
     [[gnu::visibility("hidden")]] Body select() const;
+    Body selectLong(const FND::String& value) const;
     // Hidden, so that they can become part of `select`.
     [[gnu::visibility("hidden")]] static Ends endsOf(const FND::String& text);
     [[gnu::visibility("hidden")]] std::size_t placeOf(const FND::String& label,
@@ -126,7 +127,8 @@ private:
     // The labels by their hash, the next free slot for one whose slot is taken. More than half of
     // the slots are free; their number is a power of 2.
     std::vector<Slot> slots_;
-    int placeShift_ = 63;  // 64 less the bits of a place
+    int placeShift_ = 63;      // 64 less the bits of a place
+    std::size_t longest_ = 0;  // bytes of a label
 };
 
 /// Labels that are patterns: the body of the first pattern that matches the whole text runs.
@@ -141,6 +143,7 @@ public:
 
 private:
     [[gnu::visibility("hidden")]] Body select() const;
+    Body selectLong(const FND::String& text) const;
 
     // Warns of the cases that no text reaches.
     void warnOfUnreached(const std::vector<std::int32_t>& lines) const;

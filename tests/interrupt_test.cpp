@@ -1,10 +1,14 @@
 // Built-ins that work for long notice that the script has to stop.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <time.h>
 
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "Script.h"
 #include "scr/HostExtension.h"
@@ -75,6 +79,78 @@ TEST(InterruptTest, WorkOnLongStringsAndManyElementsIsCounted) {
         EXPECT_FALSE(run.ok) << row;
         EXPECT_EQ(run.output.find("reached"), std::string::npos) << row;
         EXPECT_NE(run.log.find("script stopped: interrupted"), std::string::npos) << row << run.log;
+    }
+}
+
+// The processor time that the calling thread has taken so far, or that of another one.
+double millisecondsOf(clockid_t clock) {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return 1e3 * static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_nsec);
+}
+
+// An interruption that comes while such work is done is not kept waiting until its end.
+TEST(InterruptTest, WorkIsStoppedInItsMidst) {
+#ifdef NDEBUG
+    constexpr double bound = 5;
+#else
+    constexpr double bound = 100;
+#endif
+    const char* const rows[] = {
+        "r = s;",
+        "r = strToUpper(s);",
+        "b = s == same;",
+        "b = s < same;",
+        "b = strStartsWith(s, same);",
+        "b = strEndsWith(s, same);",
+        "n = strSearch(s, part);",
+        "r = strMatch(s, \"a+\");",
+        "n = strSearchRegExpr(s, \"b+\");",
+        "r = strStrip(s, STRIP_LEADING, \"a\");",
+        "r = strStrip(s, STRIP_TRAILING, \"a\");",
+        "n = h{s};",
+        "b = hashContains(h, s);",
+        "switch (s) { case \"a\": n = 1; }",
+        "regExprSwitch (s) { case \"(aa)*b\": n = 1; }",
+        "n = strToLong(zeros);",
+        "n = strHexToLong(zeros);",
+        "x = strToDecimal(zeros);",
+        "n = strToLong(blanks);",
+        "x = strToDecimal(blanks);",
+    };
+    Harness::MemoryLog log;
+    SCR::Interpreter interpreter(&log);
+    auto number = SCR::HostExtension::insert(interpreter, "host")->variable<long>("number");
+    std::string script = R"(
+        String s; String same; String part; String zeros; String blanks; String r;
+        Long n; Bool b; Long h{}; Decimal x;
+        if (length(s) == 0) {
+            s = strPad("", "a", 40000000, true); same = s + ""; h{s} = 1;
+            part = strPad("", "a", 20000000, true) + "b";
+            zeros = strPad("", "0", 40000000, true); blanks = strPad("", " ", 40000000, true);
+        } else { switch (number) { )";
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        script += "case " + std::to_string(i) + ": while (true) { " + rows[i] + " }\n";
+    }
+    ASSERT_TRUE(interpreter.compile(script + "} }")) << log.text;
+    ASSERT_TRUE(interpreter.execute()) << log.text;
+    clockid_t clock{};
+    ASSERT_EQ(pthread_getcpuclockid(pthread_self(), &clock), 0);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        number = static_cast<long>(i);
+        log.text.clear();
+        double asked = 0;
+        std::thread interrupter([&] {
+            const double start = millisecondsOf(clock);
+            while (millisecondsOf(clock) < start + 7) std::this_thread::yield();
+            asked = millisecondsOf(clock);
+            interpreter.interrupt();
+        });
+        EXPECT_FALSE(interpreter.execute()) << rows[i];
+        const double stopped = millisecondsOf(clock);
+        interrupter.join();
+        EXPECT_LT(stopped - asked, bound) << rows[i];
+        EXPECT_NE(log.text.find("script stopped: interrupted"), std::string::npos) << rows[i];
     }
 }
 

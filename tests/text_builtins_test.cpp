@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "Script.h"
+#include "scr/LongText.h"
 #include "scr/builtin/NumberText.h"
 #include "scr/builtin/RegExpr.h"
 #include "scr/builtin/StringResult.h"
@@ -96,6 +97,80 @@ TEST(NumberText, ReadsLimitsAsTheCLibrary) {
             expectAsInC("  " + sign + "0000000000000000000000000" + digits + " 1");
         }
     }
+}
+
+// Long texts are read in pieces.
+TEST(NumberText, ReadsLongTextsAsShortOnes) {
+    const char* const fronts[] = {
+        "", "-", "+", "x", "-.", ".", "7", "-12.", "99999999999999999999"};
+    const char* const middles[] = {"0", "00000000", " ", "\t \n", "9", "7.", "-", "."};
+    const char* const backs[] = {"",  "5",  ".5", "25.125", "x", ".", "9223372036854775808",
+                                 " ", "1\n"};
+    for (const std::size_t size : {2'000, 65'536, 150'001}) {
+        for (const char* const front : fronts) {
+            for (const string middle : middles) {
+                for (const char* const back : backs) {
+                    string text = front;
+                    while (text.size() < size) text += middle;
+                    text += back;
+                    const string shown = text.substr(0, 30) + "..." + back;
+                    EXPECT_EQ(SCR::readLong(text), std::strtol(text.c_str(), nullptr, 10)) << shown;
+                    const FND::Decimal expected = FND::Decimal::fromString(text);
+                    const FND::Decimal decimal = SCR::readDecimal(text);
+                    EXPECT_EQ(decimal.toPlainString(), expected.toPlainString()) << shown;
+                }
+            }
+        }
+    }
+    EXPECT_EQ(SCR::readHex(string(3000, '0') + "fF"), 255U);
+    EXPECT_EQ(SCR::readHex("-0x" + string(3000, '0')), 0U);
+    EXPECT_EQ(SCR::readHex("0x" + string(3000, 'f')), ~0UL);
+    EXPECT_FALSE(SCR::readHex("0x" + string(3000, 'z')));
+}
+
+TEST(LongText, IsSearchedAndComparedAsAWhole) {
+    std::mt19937 engine(7);
+    for (int i = 0; i < 2000; ++i) {
+        const auto letters = static_cast<std::size_t>(1 + engine() % 3);
+        string text(engine() % 60, 'a');
+        string part(engine() % 8, 'a');
+        for (char& c : text) c = "ab\0"[engine() % letters];
+        for (char& c : part) c = "ab\0"[engine() % letters];
+        const char* const found = SCR::findLong(text, part);
+        const std::size_t expected = text.find(part);
+        EXPECT_EQ(found != nullptr ? static_cast<std::size_t>(found - text.data()) : string::npos,
+                  expected)
+            << text << " " << part;
+    }
+    const string longText(200'000, 'a');
+    for (const std::size_t place : {0, 65'535, 65'536, 199'999}) {
+        string other = longText;
+        other[place] = 'b';
+        EXPECT_LT(SCR::compareLong(longText, other), 0) << place;
+        EXPECT_GT(SCR::compareLong(other, longText), 0) << place;
+        EXPECT_LT(SCR::compareLong(longText.substr(0, place), longText), 0) << place;
+        const string script =
+            "String s = strPad(\"\", \"a\", 200000, true); String t = replace(s, " +
+            std::to_string(place) + R"(, 1, "b"); String u = s + "";
+            String p = substr(t, 0, 150000); Long h{}; h{s} = 1; h{t} = 2;
+            String tail = substr(t, 100000, 100000); String blank = strPad("", " ", 70000, true);
+            logStdout(longToStr(strSearch(s + t + t, t)) + " " + longToStr(strSearch(s, t)) + " " +
+                longToStr(h{s + ""} + 10 * h{t + ""}) + " " + longToStr(length(strStrip(blank + t +
+                blank, STRIP_BOTH))));
+            if (s == u and s != t and s < t and t >= s and strStartsWith(t, p) and
+                strEndsWith(t, tail) and strStartsWith(s, t) == false and strEndsWith(s, t) == false) {
+                logStdout(" sound");
+            }
+            switch (t) { case "a": logStdout("no"); case "b": default: logStdout(" default"); }
+            regExprSwitch (t) { case "a+": logStdout("no"); break; case "a*ba*": logStdout(" b"); })";
+        const Harness::ScriptRun run = Harness::run(script);
+        EXPECT_EQ(run.output, "200000 -1 21 200000 sound default b") << place << run.log;
+    }
+    const Harness::ScriptRun run = Harness::run(
+        "String s = strPad(\"\", \"a\", 3000, true); switch "
+        "(s) { case \"" +
+        string(3000, 'a') + "\": logStdout(\"long\"); }");
+    EXPECT_EQ(run.output, "long") << run.log;
 }
 
 TEST(RegExpr, KnowsValidPatterns) {

@@ -2,6 +2,7 @@
 #include <compare>
 
 #include "scr/LongComparison.h"
+#include "scr/LongText.h"
 #include "scr/Operand.h"
 #include "scr/Statement.h"
 #include "scr/builtin/BuiltIn.h"
@@ -98,7 +99,8 @@ public:
         const Held right = right_.value();
         const auto& left = left_.value();
         if constexpr (std::is_same_v<std::remove_cvref_t<Held>, FND::String>) {
-            countString(std::min(left.size(), right.size()));
+            if (isLong(std::min(left.size(), right.size()))) [[unlikely]]
+                return Operation::apply(compareLong(left, right), 0);
         }
         return Operation::apply(left, static_cast<const Held&>(right));
     }

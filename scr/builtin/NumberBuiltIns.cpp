@@ -87,7 +87,7 @@ struct DecimalAbs final : BuiltInNode<DecimalAbs, DecimalType(DecimalType)> {
 
 struct StrToDecimal final : BuiltInNode<StrToDecimal, DecimalType(StringType)> {
     static FND::Decimal value(Interpreter& /*interpreter*/, const FND::String& text) {
-        return FND::Decimal::fromString(text);
+        return readDecimal(text);
     }
 };
 

@@ -4,13 +4,17 @@
 #include <charconv>
 #include <limits>
 
+#include "scr/LongText.h"
+
 namespace SCR {
 
 namespace {
 
+constexpr std::string_view blanksS = " \t\n\v\f\r";
+
 /// Cuts white space and a sign off the front of `text`; true when the sign is a minus.
 bool cutSign(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    text = withoutFront(text, blanksS);
     const bool isNegative = text.starts_with('-');
     if (isNegative || text.starts_with('+')) text.remove_prefix(1);
     return isNegative;
@@ -22,6 +26,13 @@ enum class Digits { None, Some, TooMany };
 /// largest when there are too many.
 Digits readDigits(std::string_view text, int base, unsigned long& value) {
     value = 0;
+    if (isLong(text.size())) [[unlikely]] {
+        const std::string_view digits = withoutFront(text, '0');
+        const bool hasZero = digits.size() < text.size();
+        // More than any number has.
+        const Digits found = readDigits(digits.substr(0, 100), base, value);
+        return found == Digits::None && hasZero ? Digits::Some : found;
+    }
     const auto error = std::from_chars(text.data(), text.data() + text.size(), value, base).ec;
     if (error == std::errc()) return Digits::Some;
     if (error != std::errc::result_out_of_range) return Digits::None;
@@ -47,6 +58,32 @@ std::optional<unsigned long> readHex(std::string_view text) {
     const Digits digits = readDigits(text, 16, value);
     if (digits == Digits::None) return std::nullopt;
     return isNegative && digits == Digits::Some ? 0 - value : value;
+}
+
+// Of a long text only zeros at the front can be many, and digits of the fraction, of which all but
+// the first only tell whether they are zeros.
+FND::Decimal readDecimal(std::string_view text) {
+    if (!isLong(text.size())) [[likely]]
+        return FND::Decimal::fromString(text);
+    constexpr std::size_t enough = 500;  // for all digits that a number has, and all its places
+    text = withoutBack(withoutFront(text, blanksS), blanksS);
+    FND::String number;
+    if (text.starts_with('-') || text.starts_with('+')) {
+        number = text.front();
+        text.remove_prefix(1);
+    }
+    const std::string_view digits = withoutFront(text, '0');
+    if (digits.size() < text.size()) number += '0';
+    number += digits.substr(0, 2 * enough);
+    if (digits.size() > 2 * enough) {
+        if (digits.substr(0, enough).find('.') == std::string_view::npos)
+            return FND::Decimal::invalid();
+        const std::string_view others = withoutFront(digits.substr(2 * enough), '0');
+        if (!withoutFront(others, std::string_view("0123456789")).empty())
+            return FND::Decimal::invalid();
+        number += others.empty() ? '0' : '1';
+    }
+    return FND::Decimal::fromString(number);
 }
 
 }  // namespace SCR

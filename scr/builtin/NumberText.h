@@ -3,11 +3,13 @@
 #include <optional>
 #include <string_view>
 
+#include "fnd/Decimal.h"
+
 namespace SCR {
 
 // Numbers in text as the C library reads them in the C locale: white space (blank, \t, \n, \v, \f,
 // \r) and one sign may come first, and reading stops at the first byte that does not fit, a NUL
-// byte included.
+// byte included. A script can be stopped in a long text.
 
 /// Reads a decimal number as `strtol` does: 0 when there is none; the largest or smallest Long when
 /// it is out of range.
@@ -17,5 +19,8 @@ long readLong(std::string_view text);
 /// before the digits. Nothing when there are no digits, even after a prefix. A minus sign negates
 /// modulo 2^64; a number of more than 64 bits gives the largest value, with either sign.
 std::optional<unsigned long> readHex(std::string_view text);
+
+/// Reads a decimal number as `Decimal::fromString` does.
+FND::Decimal readDecimal(std::string_view text);
 
 }  // namespace SCR

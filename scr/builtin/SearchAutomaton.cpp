@@ -5,6 +5,7 @@
 
 #include "fsm/ByteClasses.h"
 #include "fsm/Determiniser.h"
+#include "scr/LongText.h"
 
 namespace SCR {
 
@@ -214,16 +215,27 @@ std::unique_ptr<SearchAutomaton> SearchAutomaton::make(std::string_view pattern)
 
 SearchAutomaton::Result SearchAutomaton::search(std::string_view text, std::size_t start,
                                                 bool isLongest) const {
+    return text.size() - start <= textPieceSize ? find<false>(text, start, isLongest)
+                                                : find<true>(text, start, isLongest);
+}
+
+template <bool counts>
+SearchAutomaton::Result SearchAutomaton::find(std::string_view text, std::size_t start,
+                                              bool isLongest) const {
+    const auto count = [](std::size_t place) {
+        if (counts && place % textPieceSize == 0) [[unlikely]]
+            countWork(textPieceSize);
+    };
     const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t budget = 4 * (text.size() - start) + 256;
     for (std::size_t begin = start;; ++begin) {
-        while (begin < text.size() && !isBegin_[bytes[begin]]) ++begin;
+        while (begin < text.size() && !isBegin_[bytes[begin]]) count(++begin);
         if (begin == text.size()) return {Outcome::None, begin, begin};
         std::size_t end = 0;  // of the match found; none is empty
         std::size_t at = begin;
         for (State state = firstCM; at < text.size();) {
             state = rows_[state][bytes[at]];
-            ++at;
+            count(++at);
             if (state == deadCM) break;
             if (isFinal_[state] != 0) {
                 end = at;

@@ -35,7 +35,8 @@ public:
     };
 
     /// The first match in `text` that begins at `start` or after. `isLongest`: the longest of those
-    /// that begin there; otherwise its end is not defined. Takes time linear in the text.
+    /// that begin there; otherwise its end is not defined. Takes time linear in the text; a script
+    /// can be stopped in a long one.
     Result search(std::string_view text, std::size_t start, bool isLongest) const;
 
 private:
@@ -47,6 +48,10 @@ private:
     static constexpr std::size_t maxStatesCM = 64;
 
     SearchAutomaton() = default;
+
+    // `counts`: the text is so long that each piece of it counts as work.
+    template <bool counts>
+    Result find(std::string_view text, std::size_t start, bool isLongest) const;
 
     std::vector<Row> rows_;
     std::vector<char> isFinal_;        // by state

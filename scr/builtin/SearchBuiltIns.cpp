@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "scr/ElementAccess.h"
+#include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/RegExpr.h"
@@ -53,8 +54,17 @@ struct StrSearch final
 private:
     // Pieces overlap by what may begin in one and end in the next.
     static const char* findInPieces(std::string_view text, std::string_view part) {
-        const std::size_t pieceSize = std::max(std::size_t{128} * 1024, 4 * part.size());
+        constexpr std::size_t longest = 16 * 1024;
+        constexpr std::size_t pieceSize = 128 * 1024;
         if (text.size() <= pieceSize) return find(text, part);
+        if (part.size() > longest) {
+            // Mostly its beginning is enough to tell that it is not there.
+            const char* const start = findInPieces(text, part.substr(0, longest));
+            if (start == nullptr) return nullptr;
+            text.remove_prefix(static_cast<std::size_t>(start - text.data()));
+            if (compareLong(text.substr(0, part.size()), part) == 0) return start;
+            return findLong(text, part);
+        }
         for (std::size_t begin = 0; text.size() - begin >= part.size();) {
             const char* const found = find(text.substr(begin, pieceSize), part);
             if (found != nullptr || text.size() - begin <= pieceSize) return found;

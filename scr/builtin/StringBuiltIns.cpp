@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/NumberText.h"
@@ -74,10 +75,22 @@ struct Replace final
     }
 };
 
+/// Whether the first `size` bytes of two texts are equal, or those up to a NUL in both.
+bool areAlike(const char* a, const char* b, std::size_t size) {
+    for (; size > textPieceSize; size -= textPieceSize) {
+        if (std::strncmp(a, b, textPieceSize) != 0) return false;
+        if (std::memchr(a, 0, textPieceSize) != nullptr) return true;
+        countWork(textPieceSize);
+        a += textPieceSize;
+        b += textPieceSize;
+    }
+    return std::strncmp(a, b, size) == 0;
+}
+
 struct StrStartsWith final : BuiltInNode<StrStartsWith, BoolType(StringType, StringType)> {
     static bool value(Interpreter& /*interpreter*/, const FND::String& text,
                       const FND::String& prefix) {
-        return std::strncmp(text.c_str(), prefix.c_str(), prefix.size()) == 0;
+        return areAlike(text.c_str(), prefix.c_str(), prefix.size());
     }
 };
 
@@ -85,7 +98,8 @@ struct StrEndsWith final : BuiltInNode<StrEndsWith, BoolType(StringType, StringT
     static bool value(Interpreter& /*interpreter*/, const FND::String& text,
                       const FND::String& suffix) {
         if (suffix.size() > text.size()) return false;
-        return std::strcmp(text.c_str() + (text.size() - suffix.size()), suffix.c_str()) == 0;
+        return areAlike(text.c_str() + (text.size() - suffix.size()), suffix.c_str(),
+                        suffix.size());
     }
 };
 
@@ -99,13 +113,8 @@ struct StrStrip final
         const char stripped = character == nullptr || character->empty() ? ' ' : character->front();
         const long ends = mode.value_or(Trailing);
         std::string_view rest = text;
-        if (ends == Leading || ends == Both) {
-            rest.remove_prefix(std::min(rest.find_first_not_of(stripped), rest.size()));
-        }
-        if (ends != Leading) {
-            // One behind the last byte to keep: 0, by overflow, when there is none.
-            rest = rest.substr(0, rest.find_last_not_of(stripped) + 1);
-        }
+        if (ends == Leading || ends == Both) rest = withoutFront(rest, stripped);
+        if (ends != Leading) rest = withoutBack(rest, stripped);
         if (!reserveResult(interpreter, result, rest.size())) return;
         result.clear();
         appendInPieces(result, rest);
