@@ -52,7 +52,8 @@ ExitStatus checkAll(const CheckOptions& options) {
     }
     ExitStatus worst = ExitStatus::Success;
     for (const std::string& path : options.files) {
-        const std::optional<std::string> text = options.records.script(path);
+        const std::optional<std::string> text =
+            options.records.script(path, options.script.mostBytes());
         std::vector<SCR::Finding> findings;
         ExitStatus status = text ? check(*text, options, job.get(), findings) : ExitStatus::Usage;
         for (const SCR::Finding& finding : findings) {

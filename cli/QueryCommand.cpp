@@ -62,7 +62,8 @@ void addConditionsCommand(CLI::App& app, Action& action) {
         "  kestrel conditions alarms.ks --records calls.csv --header");
     command->callback([options, &action] {
         action = [options] {
-            const std::optional<std::string> text = options->records.script(options->text);
+            const std::optional<std::string> text =
+                options->records.script(options->text, options->script.mostBytes());
             if (!text) return ExitStatus::Usage;
             options->records.conditions(*text);
             return runWithoutScript(*options);

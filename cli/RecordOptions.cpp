@@ -195,12 +195,13 @@ std::unique_ptr<Records::RecordJob> RecordOptions::checkingJob() const {
     return std::make_unique<Records::RecordJob>(std::move(*options), stopG);
 }
 
-std::optional<std::string> RecordOptions::script(const std::string& file) const {
+std::optional<std::string> RecordOptions::script(const std::string& file,
+                                                 std::size_t mostBytes) const {
     if (file == "-" && isGiven_ && job_.input == "-") {
         report("the script and the records can not both come from standard input");
         return std::nullopt;
     }
-    return readScript(file);
+    return readScript(file, mostBytes);
 }
 
 ExitStatus RecordOptions::run(const ScriptOptions& options,

@@ -29,8 +29,9 @@ public:
     /// Whether the user named records to work on.
     bool isGiven() const { return isGiven_; }
     /// The text of the script in `file`, decrypted if need be. Nothing after a report: it cannot be
-    /// read, or both it and the records would come from standard input.
-    std::optional<std::string> script(const std::string& file) const;
+    /// read, or both it and the records would come from standard input. `mostBytes` are worth
+    /// reading.
+    std::optional<std::string> script(const std::string& file, std::size_t mostBytes) const;
     /// Further says which records are wanted: those for which `query` holds.
     void where(const std::string& query) { job_.where = query; }
     /// Writes, in place of each record, the numbers of the conditions that hold for it.

@@ -22,7 +22,8 @@ struct RunOptions {
 
 ExitStatus run(const RunOptions& options) {
     const std::optional<std::string> text =
-        options.text ? options.text : options.records.script(options.file);
+        options.text ? options.text
+                     : options.records.script(options.file, options.script.mostBytes());
     if (!text) return ExitStatus::Usage;
     if (options.records.isGiven()) {
         const auto compile = [&](SCR::Interpreter& interpreter) {

@@ -13,7 +13,7 @@
 
 namespace Cli {
 
-std::optional<std::string> readScript(const std::string& path) {
+std::optional<std::string> readScript(const std::string& path, std::size_t mostBytes) {
     const bool isStandardInput = path == "-";
     std::FILE* const stream = isStandardInput ? stdin : std::fopen(path.c_str(), "rbe");
     std::string text;
@@ -29,7 +29,8 @@ std::optional<std::string> readScript(const std::string& path) {
         }
         std::array<char, 65536> block;
         std::size_t length = 0;
-        while ((length = std::fread(block.data(), 1, block.size(), stream)) > 0) {
+        while (text.size() <= mostBytes &&
+               (length = std::fread(block.data(), 1, block.size(), stream)) > 0) {
             text.append(block.data(), length);
         }
         if (std::ferror(stream) == 0) return text;

@@ -107,8 +107,9 @@ void ScriptOptions::allow(const std::string& name) {
 std::optional<std::string> ScriptOptions::expand(const std::string& text) const {
     SCR::PreprocessorOptions options;
     options.searchPath = includePath_;
-    options.maxBytes =
-        limits_.source == SCR::Limits::none ? 0 : static_cast<std::size_t>(limits_.source);
+    options.maxBytes = limits_.source == SCR::Limits::none
+                           ? 0
+                           : static_cast<std::size_t>(std::max<std::int64_t>(limits_.source, 1));
     if (isSandboxed_) {
         options.includesAllowed = capabilities_.include;
         options.allowedDirectories = capabilities_.includeDirectories;
@@ -117,6 +118,12 @@ std::optional<std::string> ScriptOptions::expand(const std::string& text) const 
     std::string expanded;
     if (!preprocessor.preprocess(text, expanded)) return std::nullopt;
     return expanded;
+}
+
+std::size_t ScriptOptions::mostBytes() const {
+    const std::int64_t source = limits_.source;
+    if (source > SCR::Limits::none / 4) return SIZE_MAX;
+    return static_cast<std::size_t>(2 * source + source / 20 + 1024);
 }
 
 std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(SCR::Log& log) const {

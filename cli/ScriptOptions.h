@@ -30,6 +30,9 @@ public:
     /// The script `text` with its include files in it, as the preprocessor gives it; none when one
     /// cannot be had, which the compile reports.
     std::optional<std::string> expand(const std::string& text) const;
+    /// How much of a script's file is worth reading: more than this, scrambled even, would not
+    /// compile.
+    std::size_t mostBytes() const;
     /// The options that change what a script does, as they were given.
     const std::vector<std::string>& given() const { return given_; }
 

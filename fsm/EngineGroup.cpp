@@ -137,6 +137,10 @@ EngineGroup::EngineGroup(std::unique_ptr<PatternList> patterns) : EngineGroup() 
 
 EngineGroup::~EngineGroup() = default;
 
+void EngineGroup::stateLimit(std::size_t states) {
+    stateLimit_ = std::clamp<std::size_t>(states, 1, Engine::mostStatesCM);
+}
+
 bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
     if (isSetUp_) {
         error_ = "no pattern may be inserted after finalSetup";

@@ -67,7 +67,7 @@ public:
 
     std::size_t stateLimit() const { return stateLimit_; }
     /// Sets the number of states that any automaton may have, at least 1.
-    void stateLimit(std::size_t states) { stateLimit_ = states == 0 ? 1 : states; }
+    void stateLimit(std::size_t states);
     std::size_t partLimit() const { return partLimit_; }
     /// Sets the number of states that a part may have; only a pattern that needs more by itself
     /// gets a larger one. 0, the default, leaves it to the group: it tries one automaton for all,

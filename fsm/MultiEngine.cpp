@@ -35,6 +35,10 @@ MultiEngine::MultiEngine()
 
 MultiEngine::~MultiEngine() = default;
 
+void MultiEngine::stateLimit(std::size_t states) {
+    stateLimit_ = std::clamp<std::size_t>(states, 1, Engine::mostStatesCM);
+}
+
 bool MultiEngine::insertPatterns(const std::vector<FND::String>& patterns,
                                  unsigned long pathNumber) {
     unsigned long path = pathNumber == nextPathCM ? rowCount_ : pathNumber;

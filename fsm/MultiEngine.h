@@ -51,7 +51,7 @@ public:
 
     std::size_t stateLimit() const { return stateLimit_; }
     /// Sets the number of states that any automaton may have, at least 1.
-    void stateLimit(std::size_t states) { stateLimit_ = states == 0 ? 1 : states; }
+    void stateLimit(std::size_t states);
 
     /// Number of rows inserted.
     std::int32_t rowCount() const { return rowCount_; }

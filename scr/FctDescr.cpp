@@ -90,7 +90,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         traits.isActive = traits.isActive || argument.isActive;
         traits.depth = std::max(traits.depth, argument.depth);
     }
-    if (++traits.depth > interpreter.limits().nesting) {
+    if (++traits.depth > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
     Node* const node = factory_(interpreter, stack, *this);

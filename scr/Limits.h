@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "fnd/Export.h"
@@ -34,8 +35,13 @@ struct Limits {
     /// What the script itself takes, its files and the host's own values do not count.
     std::int64_t memory = std::int64_t{1} << 32;
     /// Levels of blocks, and levels of an expression, that may be nested in a script's text. A text
-    /// that nests deeper does not compile.
+    /// that nests deeper does not compile. More than `deepest` levels are never allowed: a level
+    /// takes up to 200 bytes of the part of the stack that is kept free for them.
     std::int64_t nesting = 500;
+    static constexpr std::int64_t deepest = 1'000;
+    /// The levels that may be nested.
+    std::int64_t levels() const { return std::min(nesting, deepest); }
+
     /// Bytes of a script with all its includes. A larger one does not compile.
     std::int64_t source = std::int64_t{256} << 20;
     /// States of the automaton of one regular-expression switch. A switch that needs more is split

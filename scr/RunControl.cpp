@@ -49,7 +49,9 @@ RunControl* RunControl::enter() {
     stepsLeft_ = limits_.steps;
     startInterval();
     if (limits_.time != Limits::none) {
-        deadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(limits_.time);
+        constexpr std::int64_t longest = std::int64_t{1} << 40;  // what the clock can count
+        deadline_ = std::chrono::steady_clock::now() +
+                    std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
     }
     return outer;
 }

@@ -351,6 +351,43 @@ FND::String repeat(const FND::String& text, int count) {
     return copies;
 }
 
+// Limits near the ends of their type are what they say.
+TEST(LimitsTest, OddValuesHoldAsWell) {
+    const FND::String script =
+        "function wrong { wrong(); } Long i; String s; Long a[]; function Long next(Long n) { "
+        "return n + 1; }"
+        "for (i = 0; i < 3; i = next(i)) { s = s + \"x\"; a[i] = i; }"
+        "regExprSwitch (s) { case \"x{1,50}y\": s = \"\"; case \"x*\": i = 100; }"
+        "if (length(s) != 3 or arraySize(a) != 3 or i != 100) wrong();";
+    using SCR::Limits;
+    for (std::int64_t Limits::*const limit :
+         {&Limits::steps, &Limits::depth, &Limits::time, &Limits::string, &Limits::elements,
+          &Limits::memory, &Limits::nesting, &Limits::source, &Limits::states}) {
+        for (const std::int64_t value :
+             {Limits::none, Limits::none - 1, Limits::none / 1000, Limits::none / 1'000'000 + 1,
+              std::int64_t{1} << 60, std::int64_t{1} << 57, std::int64_t{1} << 40}) {
+            MemoryLog log;
+            SCR::Interpreter interpreter(&log);
+            Limits limits;
+            limits.*limit = value;
+            interpreter.limits(limits);
+            EXPECT_TRUE(interpreter.compile(script) && interpreter.execute())
+                << value << " " << log.text;
+        }
+        for (const std::int64_t value : {std::int64_t{0}, std::int64_t{1}}) {
+            MemoryLog log;
+            SCR::Interpreter interpreter(&log);
+            Limits limits;
+            limits.*limit = value;
+            interpreter.limits(limits);
+            const bool isDone = interpreter.compile(script) && interpreter.execute();
+            EXPECT_TRUE(!isDone || !log.text.empty() || limit == &Limits::depth ||
+                        limit == &Limits::time)
+                << value << log.text;
+        }
+    }
+}
+
 TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
     const struct {
         const char* name;
@@ -388,15 +425,23 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
         {"literals", [](int n) { return "String s = " + repeat("\"x\"", n) + ";"; }, false},
     };
     for (const auto& row : rows) {
-        for (const int depth : {300, 100000}) {
+        const struct {
+            int depth;
+            std::int64_t nesting;
+        } sizes[] = {{300, SCR::Limits().nesting},
+                     {100000, SCR::Limits().nesting},
+                     {100000, SCR::Limits::none}};
+        for (const auto& size : sizes) {
             onSmallStack(std::size_t{512} << 10, [&] {
                 MemoryLog log;
                 SCR::Interpreter interpreter(&log);
                 SCR::Limits limits;
                 limits.depth = SCR::Limits::none;
+                limits.nesting = size.nesting;
                 interpreter.limits(limits);
-                const bool isCompiled = interpreter.compile(row.script(depth));
-                EXPECT_EQ(isCompiled, depth == 300 || !row.nests) << row.name << " " << log.text;
+                const bool isCompiled = interpreter.compile(row.script(size.depth));
+                EXPECT_EQ(isCompiled, size.depth == 300 || !row.nests)
+                    << row.name << " " << log.text;
                 if (!isCompiled) {
                     EXPECT_NE(log.text.find("parser stack overflow"), std::string::npos)
                         << log.text;

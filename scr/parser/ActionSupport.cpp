@@ -22,7 +22,7 @@ void recordPlace(const Node* node) {
 }
 
 bool openBlock(std::unique_ptr<Node> block, const FND::String& failure) {
-    if (actInterpreterG->statementDepth() > actInterpreterG->limits().nesting) {
+    if (actInterpreterG->statementDepth() > actInterpreterG->limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
     recordPlace(block.get());
@@ -59,7 +59,7 @@ std::unique_ptr<BoolNode> popCondition(const FND::String& place) {
 }
 
 bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits) {
-    if (++traits.depth > actInterpreterG->limits().nesting) {
+    if (++traits.depth > actInterpreterG->limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
     stackG->pushData(node.release(), typeWord, traits);

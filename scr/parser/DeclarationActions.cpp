@@ -76,7 +76,7 @@ void SCR_startModifiers() { parseContextG->modifiers.clear(); }
 
 bool SCR_addModifier(char modifier) {
     FND::String& modifiers = parseContextG->modifiers;
-    if (static_cast<std::int64_t>(modifiers.size()) >= actInterpreterG->limits().nesting) {
+    if (static_cast<std::int64_t>(modifiers.size()) >= actInterpreterG->limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
     modifiers += modifier;
