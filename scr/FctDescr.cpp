@@ -10,6 +10,43 @@
 
 namespace SCR {
 
+namespace {
+
+// Whether a type is of the base type asked for, with the flags that are asked for.
+bool fits(int actual, int expected) {
+    return (actual ^ expected) == (actual & ~expected & (TypeCode::LeftFlag | TypeCode::ConstFlag));
+}
+
+// Converts argument `index` of `count` of a call, of the type word `actual`, which does not fit;
+// false after a report.
+bool convertArgument(const FctDescr& descriptor, ParserStack& stack, int index, int count,
+                     int actual) {
+    const int expected = descriptor.argType(index);
+    if (Node::baseType(actual) != Node::baseType(expected)) {
+        const int common = Node::SuperType(Node::baseType(actual), Node::baseType(expected));
+        if (common == 0 || common != Node::baseType(expected)) {
+            return SCR_YaccError(
+                Messages::wrongArgument(expected, actual, index + 1, descriptor.signature()));
+        }
+        const auto fromTop = static_cast<std::size_t>(count - 1 - index);
+        Node* const converted = stack.data(fromTop)->promote(Node::baseType(expected));
+        if (converted == nullptr) {
+            return SCR_YaccError(
+                Messages::conversionFailed(actual, expected, descriptor.signature()));
+        }
+        stack.replaceData(fromTop, std::unique_ptr<Node>(converted));
+    }
+    if (Node::isLeft(expected) && !Node::isLeft(actual)) {
+        return SCR_YaccError(Messages::argumentNotLeft(index + 1, descriptor.signature()));
+    }
+    if (Node::isConst(expected) && !Node::isConst(actual)) {
+        return SCR_YaccError(Messages::argumentNotConst(index + 1, descriptor.signature()));
+    }
+    return true;
+}
+
+}  // namespace
+
 FctDescr::FctDescr(const FND::String& name, int returnType, int minimum, int maximum,
                    Factory nodeFactory, int argType1, int argType2, int argType3, int argType4,
                    int argType5, int argType6, int argType7, int argType8, int argType9)
@@ -71,6 +108,16 @@ bool FctDescr::checkType(int expected, int actual) const {
     return true;
 }
 
+inline bool FctDescr::convertArguments(ParserStack& stack, int count) const {
+    for (int i = count - 1; i >= 0; --i) {
+        const int actual = stack.popType();
+        if (!fits(actual, argType(i)) && !convertArgument(*this, stack, i, count, actual)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     if (effects_ != Effect::None) {
         if (const char* const lacking = interpreter.capabilities().lacking(effects_)) {
@@ -96,37 +143,6 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     Node* const node = factory_(interpreter, stack, *this);
     if (node == nullptr) return false;
     stack.pushData(node, returnType_, traits);
-    return true;
-}
-
-bool FctDescr::convertArguments(ParserStack& stack, int count) const {
-    for (int i = count - 1; i >= 0; --i) {
-        const int expected = argType(i);
-        const int actual = stack.popType();
-        // Of the same base type, with the flags that are asked for.
-        if ((actual ^ expected) ==
-            (actual & ~expected & (TypeCode::LeftFlag | TypeCode::ConstFlag))) {
-            continue;
-        }
-        if (Node::baseType(actual) != Node::baseType(expected)) {
-            const int common = Node::SuperType(Node::baseType(actual), Node::baseType(expected));
-            if (common == 0 || common != Node::baseType(expected)) {
-                return SCR_YaccError(Messages::wrongArgument(expected, actual, i + 1, signature()));
-            }
-            const auto fromTop = static_cast<std::size_t>(count - 1 - i);
-            Node* const converted = stack.data(fromTop)->promote(Node::baseType(expected));
-            if (converted == nullptr) {
-                return SCR_YaccError(Messages::conversionFailed(actual, expected, signature()));
-            }
-            stack.replaceData(fromTop, std::unique_ptr<Node>(converted));
-        }
-        if (Node::isLeft(expected) && !Node::isLeft(actual)) {
-            return SCR_YaccError(Messages::argumentNotLeft(i + 1, signature()));
-        }
-        if (Node::isConst(expected) && !Node::isConst(actual)) {
-            return SCR_YaccError(Messages::argumentNotConst(i + 1, signature()));
-        }
-    }
     return true;
 }
 

@@ -33,14 +33,15 @@ public:
     Variable* returnVariable() const { return returnVariable_; }
     /// When all that the function does is to return a value: that statement. Otherwise null.
     const ReturnStatement* onlyReturn() const { return onlyReturn_; }
+    using Names = std::vector<FND::String, NodeAllocator<FND::String>>;
     /// In the order of declaration.
-    const std::vector<FND::String>& parameterNames() const { return parameterNames_; }
+    const Names& parameterNames() const { return parameterNames_; }
 
 private:
     enum class Phase { ReturnVariable, Parameters, Locals };
 
     Variable* returnVariable_ = nullptr;
-    std::vector<FND::String> parameterNames_;
+    Names parameterNames_;
     Phase phase_ = Phase::ReturnVariable;
     const ReturnStatement* onlyReturn_ = nullptr;
 };

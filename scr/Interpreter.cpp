@@ -243,6 +243,8 @@ bool Interpreter::addStatement(Node* statement) {
 }
 
 bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
+    // The function of a descriptor follows.
+    if (variable->dataType() == TypeCode::Function) functions_.prefetch(name);
     Node* const block = topStatement();
     makeRoom(growing_);
     if (block == nullptr || !block->addIdentifier(name, variable)) return false;

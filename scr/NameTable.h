@@ -51,6 +51,11 @@ public:
         return entry != nullptr ? entry->value.get() : nullptr;
     }
 
+    /// Fetches what `insert` and `find` of `name` look at first, which then waits less.
+    void prefetch(std::string_view name) const noexcept {
+        if (!slots_.empty()) __builtin_prefetch(&slots_[keyHash(name) & (slots_.size() - 1)]);
+    }
+
     void clear() noexcept {
         while (first_ != nullptr) delete std::exchange(first_, first_->next);
         last_ = nullptr;

@@ -37,7 +37,8 @@ struct alignas(16) Block {
     Pool* pool;  // null once its scope has ended, and outside of every scope
     Block* next;
     std::size_t size;
-    std::size_t used = 0;  // how many things lie in it
+    std::size_t used =
+        0;  // how many things lie in it, less those that the pool has not counted yet
     bool isShared = false;
 };
 
@@ -74,6 +75,7 @@ public:
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
     ~Pool() {
+        countFresh();
         while (blocks_ != nullptr) {
             Block* const block = std::exchange(blocks_, blocks_->next);
             block->pool = nullptr;
@@ -91,12 +93,11 @@ public:
         }
         // Only what takes a multiple of 16 bytes may have to lie at one.
         if (units % 2 == 0) next_ += offset(next_, 16);
-        std::size_t size = units * unitS;
-        if (size > static_cast<std::size_t>(pageEnd_ - next_)) startPage();
-        void* const memory = next_;
-        next_ += size;
-        ++blocks_->used;
-        return memory;
+        const std::size_t size = units * unitS;
+        if (size > static_cast<std::size_t>(pageEnd_ - next_)) [[unlikely]]
+            startPage();
+        ++fresh_;
+        return std::exchange(next_, next_ + size);
     }
 
     void give(void* memory, std::size_t units) noexcept {
@@ -110,9 +111,14 @@ private:
     std::byte* blockEnd_ = nullptr;
     std::size_t nextSize_ = firstBlockSizeS;
     Block* blocks_ = nullptr;
+    std::size_t fresh_ = 0;  // things in the first block that it does not count yet
     std::array<Free*, largestS / unitS + 1> free_{};
 
-    void startPage() {
+    void countFresh() {
+        if (blocks_ != nullptr) blocks_->used += std::exchange(fresh_, 0);
+    }
+
+    [[gnu::noinline]] void startPage() {
         if (pageEnd_ == blockEnd_) {
             startBlock();
         } else {
@@ -123,6 +129,7 @@ private:
     }
 
     void startBlock() {
+        countFresh();
         const std::size_t size = nextSize_;
         void* const memory = ::operator new(size, alignmentOf(size));
         // A wish: whether it is granted makes no difference but to speed.

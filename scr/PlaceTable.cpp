@@ -17,7 +17,7 @@ void PlaceTable::add(const Node* node, const FND::String& file, int line) {
 }
 
 void PlaceTable::clear() {
-    std::deque<Place>().swap(places_);
+    decltype(places_)().swap(places_);
     std::vector<Place>().swap(byNode_);
     files_.clear();
     actFile_ = 0;

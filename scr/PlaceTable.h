@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fnd/String.h"
+#include "scr/NodeMemory.h"
 
 namespace SCR {
 
@@ -37,7 +38,9 @@ public:
     FND::String prefix(const Node* node) const;
 
 private:
-    std::deque<Place> places_;           // in the order of the records
+    // In the order of the records.
+    std::deque<Place, NodeAllocator<Place>> places_;
+
     mutable std::vector<Place> byNode_;  // made at the first look-up
     std::vector<FND::String> files_;
     std::uint32_t actFile_ = 0;

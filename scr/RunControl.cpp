@@ -40,6 +40,11 @@ char* stackEndOfThread() {
 
 RunControl* RunControl::current() { return currentS; }
 
+inline void RunControl::startInterval() {
+    untilLook_ = std::min(lookIntervalCM, stepsLeft_);
+    if (stepsLeft_ != Limits::none) stepsLeft_ -= untilLook_;
+}
+
 RunControl* RunControl::enter() {
     RunControl* const outer = std::exchange(currentS, this);
     if (depth_++ > 0) return outer;
@@ -78,11 +83,6 @@ void RunControl::settle(std::int64_t bytes) {
     charged_ = interpreter_.heapBytes() + buffers_;
     if (bytes > close - charged_) stopAtLimit(nullptr, "memory", limits_.memory);
     charged_ += bytes;
-}
-
-void RunControl::startInterval() {
-    untilLook_ = std::min(lookIntervalCM, stepsLeft_);
-    if (stepsLeft_ != Limits::none) stepsLeft_ -= untilLook_;
 }
 
 void RunControl::look(const Node* place) {

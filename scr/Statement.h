@@ -41,7 +41,7 @@ private:
     std::int32_t runStatements();
 
     NodeList statements_;
-    std::vector<Step> steps_;
+    std::vector<Step, NodeAllocator<Step>> steps_;
     std::unique_ptr<NameTable<Variable>>
         identifiers_;  // none for the many blocks that declare nothing
 };

@@ -199,7 +199,7 @@ TEST(FunctionTest, TheFirstIdentifierIsTheReturnVariable) {
     function.closeParameters();
     function.addIdentifier("local", new SCR::LongVariable);
     EXPECT_EQ(function.returnVariable(), result);
-    EXPECT_EQ(function.parameterNames(), (std::vector<FND::String>{"a", "b"}));
+    EXPECT_EQ(function.parameterNames(), (SCR::Function::Names{"a", "b"}));
 
     SCR::LongFunctionCall call{SCR::FunctionCall::Bindings()};
     call.function(&function);

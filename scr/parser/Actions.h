@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "scr/Node.h"
+#include "scr/Operator.h"
 #include "scr/parser/ParserStack.h"
 
 // The actions that the grammar calls at its reductions. They work on the parse state: the
@@ -51,7 +52,7 @@ void SCR_startLiteral(std::string_view literal);
 void SCR_addLiteral(std::string_view literal);
 bool SCR_stringConstant();
 /// Binds a binary operator or an assignment to the two topmost operands.
-bool SCR_expression(std::string_view sign);
+bool SCR_operator(SCR::Operator sign);
 /// The same for "and" and "or", however they are written.
 bool SCR_boolExpression(std::string_view sign);
 bool SCR_negation();

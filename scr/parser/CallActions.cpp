@@ -61,7 +61,7 @@ std::unique_ptr<Node> bindArgument(ParserStack& stack, Variable* variable, Argum
     std::unique_ptr<Node> access = accessNode(variable);
     stack.pushData(access.release(), type);
     stack.pushData(argument.node.release(), Node::baseType(type), argument.traits);
-    if (!SCR_expression("=")) return nullptr;
+    if (!SCR_operator(Operator::Assign)) return nullptr;
     stack.popType();
     return stack.pop<Node>();
 }
@@ -103,7 +103,7 @@ Node* SCR_functionCallFactory(Interpreter& interpreter, ParserStack& stack,
         SCR_YaccError(Messages::unknownFunction(descriptor.signature()));
         return nullptr;
     }
-    const std::vector<FND::String>& names = function->parameterNames();
+    const Function::Names& names = function->parameterNames();
     std::vector<Argument> arguments(names.size());
     for (auto argument = arguments.rbegin(); argument != arguments.rend(); ++argument) {
         argument->traits = stack.traits();

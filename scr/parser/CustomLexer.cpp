@@ -45,10 +45,16 @@ constexpr std::array<Kind, 256> kindsS = [] {
 
 Kind kindOf(char byte) { return kindsS[static_cast<unsigned char>(byte)]; }
 
-bool isOfWord(char byte) {
-    const Kind kind = kindOf(byte);
-    return kind == Kind::Letter || kind == Kind::Digit || byte == '.';
-}
+// The bytes of names and keywords, behind their first one.
+constexpr std::array<bool, 256> wordBytesS = [] {
+    std::array<bool, 256> isOfWord{};
+    for (std::size_t i = 0; i < isOfWord.size(); ++i) {
+        isOfWord[i] = kindsS[i] == Kind::Letter || kindsS[i] == Kind::Digit || i == '.';
+    }
+    return isOfWord;
+}();
+
+bool isOfWord(char byte) { return wordBytesS[static_cast<unsigned char>(byte)]; }
 
 int signCode(char sign) {
     switch (sign) {
@@ -193,8 +199,11 @@ int CustomLexer::scanCommon(std::string_view& text) {
     const char* const begin = yy_c_buf_p;
     *yy_c_buf_p = yy_hold_char;
     const char* start = begin;
-    Kind kind = kindOf(*start);
-    for (; kind <= Kind::Return; kind = kindOf(*++start)) {
+    Kind kind{};
+    for (;; ++start) {
+        while (*start == ' ') ++start;
+        kind = kindOf(*start);
+        if (kind > Kind::Return) break;
         if (kind == Kind::LineEnd) {
             countLines(1);
         } else if (kind == Kind::Return && start[1] != '\n') {

@@ -33,10 +33,11 @@ std::unique_ptr<Variable> makeVariable(std::string_view name) {
     return nullptr;
 }
 
-// Declares `variable` in the innermost block, or reports `taken` and destroys it.
+// Declares `variable` in the innermost block, or reports what `taken` says of the name and destroys
+// it.
 bool declare(const FND::String& name, std::unique_ptr<Variable> variable,
-             const FND::String& taken) {
-    if (!actInterpreterG->addIdentifier(name, variable.get())) return SCR_YaccError(taken);
+             FND::String (*taken)(const FND::String& name)) {
+    if (!actInterpreterG->addIdentifier(name, variable.get())) return SCR_YaccError(taken(name));
     variable.release();
     return true;
 }
@@ -111,7 +112,7 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
     return true;
 }
 
-bool SCR_initialise() { return SCR_expression("=") && SCR_createVoidCallStatement(); }
+bool SCR_initialise() { return SCR_operator(Operator::Assign) && SCR_createVoidCallStatement(); }
 
 bool SCR_constDeclaration(std::string_view typeName, std::string_view identifier) {
     const FND::String declared(typeName);
@@ -124,7 +125,7 @@ bool SCR_constDeclaration(std::string_view typeName, std::string_view identifier
     if (Node::baseType(type) != Node::typeIdForName(declared)) {
         return SCR_YaccError(Messages::wrongConstant(declared, type));
     }
-    return declare(name, makeConstant(*value), Messages::constIdentifierDefined(name));
+    return declare(name, makeConstant(*value), Messages::constIdentifierDefined);
 }
 
 bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view name) {
@@ -133,7 +134,7 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
     const int type = Node::typeIdForName(FND::String(returnType));
     auto descriptor = std::make_unique<FctDescr>(functionName, type, 0, 0, SCR_functionCallFactory);
     FctDescr* const declared = descriptor.get();
-    if (!declare(functionName, std::move(descriptor), Messages::functionDefined(functionName))) {
+    if (!declare(functionName, std::move(descriptor), Messages::functionDefined)) {
         return false;
     }
     stackG->pushFunction(declared);
@@ -155,12 +156,11 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
 
 bool SCR_functionAddParameters() {
     Function& function = *parseContextG->function;
-    const FND::String& name = parseContextG->functionDescriptor->name();
-    Variable* const found = actInterpreterG->getVariable("", name);
-    if (found == nullptr || found->dataType() != TypeCode::Function) {
-        return SCR_YaccError(Messages::unknownFunction(name));
+    FctDescr* const descriptor = parseContextG->functionDescriptor;
+    // A parameter may have taken the function's name.
+    if (function.getIdentifier(descriptor->name()) != nullptr) {
+        return SCR_YaccError(Messages::unknownFunction(descriptor->name()));
     }
-    auto* descriptor = static_cast<FctDescr*>(found);
     FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
     for (const FND::String& parameter : function.parameterNames()) {
         const Variable* const variable = function.getIdentifier(parameter);

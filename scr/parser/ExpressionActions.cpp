@@ -163,19 +163,20 @@ bool SCR_stringConstant() {
     return true;
 }
 
-bool SCR_expression(std::string_view sign) {
+bool SCR_operator(Operator sign) {
     const int type = stackG->operandsType();
     const FctDescr* const descriptor =
-        actInterpreterG->mainExtension().operatorFor(Node::baseType(type), operatorOf(sign));
+        actInterpreterG->mainExtension().operatorFor(Node::baseType(type), sign);
     if (descriptor == nullptr) {
-        return SCR_YaccError(Messages::noOperator(FND::String(sign), Node::datatypeAsString(type)));
+        const FND::String text(operatorSignsS[static_cast<std::size_t>(sign)]);
+        return SCR_YaccError(Messages::noOperator(text, Node::datatypeAsString(type)));
     }
     return bindOperator(*descriptor, 2);
 }
 
 bool SCR_boolExpression(std::string_view sign) {
     if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->mayBeSkipped();
-    return SCR_expression(sign == "and" || sign == "AND" ? "AND" : "OR");
+    return SCR_operator(sign == "and" || sign == "AND" ? Operator::And : Operator::Or);
 }
 
 bool SCR_negation() {

@@ -23,7 +23,7 @@ struct ParseContext {
     CustomLexer* lexer = nullptr;
     /// The function being declared, or null, and its descriptor.
     Function* function = nullptr;
-    const FctDescr* functionDescriptor = nullptr;
+    FctDescr* functionDescriptor = nullptr;
     /// How many entries of the function stack belong to functions being declared, not to calls.
     int declaredFunctions = 0;
     /// The modifiers of the variable being declared: "A" for "[]" and "H" for "{}".
