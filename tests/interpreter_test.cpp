@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -413,6 +414,15 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
         {"recursion",
          [](int n) {
              return "function f(Long n) { if (n > 0) f(n - 1); } f(" + std::to_string(n) + ");";
+         },
+         false},
+        {"calls deep in expressions at the end of the stack",
+         [](int n) {
+             const FND::String open = repeat("longAbs(", std::min(n, 150));
+             const FND::String close = repeat(")", std::min(n, 150));
+             return "function Long leaf(Long n) { return " + open + "n" + close +
+                    "; } function f(Long n) { Long a = " + open + "leaf(n)" + close +
+                    "; if (n > 0) f(n - 1); } f(" + std::to_string(n) + ");";
          },
          false},
         {"case labels",
