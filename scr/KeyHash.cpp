@@ -65,11 +65,11 @@ std::uint32_t keyHash(std::string_view key) {
     std::uint64_t b = 0;
     if (length > 16) {
         std::size_t left = length;
-        for (; left > textPieceSize; left -= textPieceSize, bytes += textPieceSize) {
-            for (std::size_t i = 0; i < textPieceSize; i += 16) {
+        for (; left > textPieceSizeS; left -= textPieceSizeS, bytes += textPieceSizeS) {
+            for (std::size_t i = 0; i < textPieceSizeS; i += 16) {
                 state = mix(load8(bytes + i) ^ secret.first, load8(bytes + i + 8) ^ state);
             }
-            countWork(textPieceSize);
+            countWork(textPieceSizeS);
         }
         for (; left > 16; left -= 16, bytes += 16) {
             state = mix(load8(bytes) ^ secret.first, load8(bytes + 8) ^ state);

@@ -63,7 +63,7 @@ private:
 int compareLong(std::string_view a, std::string_view b) {
     const std::size_t common = std::min(a.size(), b.size());
     for (std::size_t at = 0; at < common;) {
-        const std::size_t size = std::min(textPieceSize, common - at);
+        const std::size_t size = std::min(textPieceSizeS, common - at);
         const int order = std::memcmp(a.data() + at, b.data() + at, size);
         if (order != 0) return order;
         countWork(size);
@@ -85,7 +85,7 @@ const char* findLong(std::string_view text, std::string_view part) {
             return text.data() + at;
         if (at == last) return nullptr;
         found.move(text[at], text[at + part.size()], weight);
-        if (at % textPieceSize == 0) countWork(textPieceSize);
+        if (at % textPieceSizeS == 0) countWork(textPieceSizeS);
     }
 }
 

@@ -13,7 +13,7 @@ namespace SCR {
 // be stopped in a long one. `ScriptStopped` is thrown then. Short texts are one piece.
 
 /// Bytes that are worked on between two counts.
-constexpr std::size_t textPieceSize = 64 * 1024;
+constexpr std::size_t textPieceSizeS = 64 * 1024;
 
 /// Compares the bytes of two texts as unsigned numbers: negative, 0 or positive.
 KESTREL_API int compareLong(std::string_view a, std::string_view b);
@@ -29,7 +29,7 @@ inline bool areEqual(const FND::String& a, const FND::String& b) {
 template <class Set>
 std::string_view withoutFront(std::string_view text, Set set) {
     for (;;) {
-        const std::size_t size = std::min(textPieceSize, text.size());
+        const std::size_t size = std::min(textPieceSizeS, text.size());
         const std::size_t kept = text.substr(0, size).find_first_not_of(set);
         text.remove_prefix(std::min(kept, size));
         if (kept < size || text.empty()) return text;
@@ -41,7 +41,7 @@ std::string_view withoutFront(std::string_view text, Set set) {
 template <class Set>
 std::string_view withoutBack(std::string_view text, Set set) {
     for (;;) {
-        const std::size_t size = std::min(textPieceSize, text.size());
+        const std::size_t size = std::min(textPieceSizeS, text.size());
         // One behind the last byte to keep: 0, by overflow, when there is none.
         const std::size_t kept = text.substr(text.size() - size).find_last_not_of(set) + 1;
         text.remove_suffix(size - kept);

@@ -79,6 +79,8 @@ public:
     template <class Other>
     NodeAllocator(const NodeAllocator<Other>& /*other*/) {}
 
+    // Elements may be pointers, as those of a deque's table are.
+    // NOLINTBEGIN(bugprone-sizeof-expression)
     Element* allocate(std::size_t count) {
         static_assert(alignof(Element) <= 16);
         return static_cast<Element*>(NodeMemory::take(count * sizeof(Element)));
@@ -86,6 +88,7 @@ public:
     void deallocate(Element* elements, std::size_t count) noexcept {
         NodeMemory::give(elements, count * sizeof(Element));
     }
+    // NOLINTEND(bugprone-sizeof-expression)
 
     friend bool operator==(const NodeAllocator& /*a*/, const NodeAllocator& /*b*/) { return true; }
 };

@@ -215,16 +215,16 @@ std::unique_ptr<SearchAutomaton> SearchAutomaton::make(std::string_view pattern)
 
 SearchAutomaton::Result SearchAutomaton::search(std::string_view text, std::size_t start,
                                                 bool isLongest) const {
-    return text.size() - start <= textPieceSize ? find<false>(text, start, isLongest)
-                                                : find<true>(text, start, isLongest);
+    return text.size() - start <= textPieceSizeS ? find<false>(text, start, isLongest)
+                                                 : find<true>(text, start, isLongest);
 }
 
 template <bool counts>
 SearchAutomaton::Result SearchAutomaton::find(std::string_view text, std::size_t start,
                                               bool isLongest) const {
     const auto count = [](std::size_t place) {
-        if (counts && place % textPieceSize == 0) [[unlikely]]
-            countWork(textPieceSize);
+        if (counts && place % textPieceSizeS == 0) [[unlikely]]
+            countWork(textPieceSizeS);
     };
     const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
     std::size_t budget = 4 * (text.size() - start) + 256;

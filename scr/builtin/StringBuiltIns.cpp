@@ -77,12 +77,12 @@ struct Replace final
 
 /// Whether the first `size` bytes of two texts are equal, or those up to a NUL in both.
 bool areAlike(const char* a, const char* b, std::size_t size) {
-    for (; size > textPieceSize; size -= textPieceSize) {
-        if (std::strncmp(a, b, textPieceSize) != 0) return false;
-        if (std::memchr(a, 0, textPieceSize) != nullptr) return true;
-        countWork(textPieceSize);
-        a += textPieceSize;
-        b += textPieceSize;
+    for (; size > textPieceSizeS; size -= textPieceSizeS) {
+        if (std::strncmp(a, b, textPieceSizeS) != 0) return false;
+        if (std::memchr(a, 0, textPieceSizeS) != nullptr) return true;
+        countWork(textPieceSizeS);
+        a += textPieceSizeS;
+        b += textPieceSizeS;
     }
     return std::strncmp(a, b, size) == 0;
 }
