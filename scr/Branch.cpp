@@ -11,28 +11,35 @@ Step::Step(Node* statement) : node(statement) {
     if constexpr (SpecialisesNodes) sum = longStepOf(*statement);
 }
 
+StatementRun StatementRun::of(Node& statement) {
+    StatementRun run(&statement);
+    if constexpr (SpecialisesNodes) {
+        while (typeid(*run.node_) == typeid(StatementList)) {
+            const auto& block = static_cast<const StatementList&>(*run.node_);
+            const std::size_t count = block.statements().size();
+            if (count > 0 && block.steps().empty()) return run;
+            if (count != 1) {
+                run.steps_ = block.steps();
+                run.node_ = nullptr;
+                return run;
+            }
+            run.node_ = block.statements().front().get();
+            run.isInBlock_ = true;
+        }
+        run.sum_ = longStepOf(*run.node_);
+    }
+    return run;
+}
+
+std::int32_t StatementRun::callOther() const { return executeOther(); }
+
 void Branch::reset(Node* statement) {
     statement_.reset(statement);
-    only_ = Step();
-    only_.node = statement;
-    steps_ = statement != nullptr ? StepRange(&only_, &only_ + 1) : StepRange();
-    isBlock_ = false;
+    run_ = StatementRun(statement);
 }
 
 void Branch::close() {
-    if constexpr (SpecialisesNodes) {
-        if (!statement_) return;
-        Node* run = statement_.get();
-        while (typeid(*run) == typeid(StatementList)) {
-            const auto& block = static_cast<const StatementList&>(*run);
-            if (block.steps().empty()) return;
-            steps_ = block.steps();
-            isBlock_ = true;
-            if (block.statements().size() != 1) return;
-            run = block.statements().front().get();
-        }
-        if (!isBlock_) only_ = Step(run);
-    }
+    if (statement_) run_ = StatementRun::of(*statement_);
 }
 
 }  // namespace SCR

@@ -27,7 +27,7 @@ struct Step {
     }
 };
 
-/// Statements that run one after the other; they belong to somebody else.
+/// The statements of a block, which run one after the other; they belong to the block.
 class StepRange {
 public:
     StepRange() = default;
@@ -36,15 +36,14 @@ public:
     bool empty() const { return first_ == last_; }
 
     /// Runs them up to the first that gives a code other than `goOn`, and gives that code.
-    /// `isBlock`: the statements are told apart when one is stopped.
-    std::int32_t execute(bool isBlock = true) const {
+    [[gnu::always_inline]] std::int32_t execute() const {
         const Step* step = first_;
         try {
             for (; step != last_; ++step) {
                 if (const std::int32_t code = step->execute(); code != Node::goOn) return code;
             }
         } catch (ScriptStopped& stopped) {
-            if (isBlock) stopped.passedThrough(step->node);
+            stopped.passedThrough(step->node);
             throw;
         }
         return Node::goOn;
@@ -55,29 +54,73 @@ private:
     const Step* last_ = nullptr;
 };
 
-/// A statement that another one owns and runs. A block is run by running what is in it.
+/// How a statement is run, which somebody else owns: as data, by running what is in the block that
+/// it is, or by a call of its node.
+class StatementRun {
+public:
+    /// Of no statement: does nothing.
+    StatementRun() = default;
+    /// By a call of `statement`, if that is not null.
+    explicit StatementRun(Node* statement) : node_(statement) {}
+    /// As fits `statement`, which is complete.
+    static StatementRun of(Node& statement);
+
+    /// What it does, if that is data.
+    const LongStep& sum() const { return sum_; }
+
+    /// Runs it. Becomes part of the caller: for what loops and switches run.
+    [[gnu::always_inline]] std::int32_t execute() const {
+        if (sum_) {
+            sum_.run();
+            return Node::goOn;
+        }
+        return executeOther();
+    }
+    /// The same with a call for what is no data, which keeps the caller small.
+    [[gnu::always_inline]] std::int32_t executeInShort() const {
+        if (sum_) {
+            sum_.run();
+            return Node::goOn;
+        }
+        return callOther();
+    }
+
+private:
+    [[gnu::always_inline]] std::int32_t executeOther() const {
+        if (node_ == nullptr) return steps_.execute();
+        try {
+            return node_->execute();
+        } catch (ScriptStopped& stopped) {
+            if (isInBlock_) stopped.passedThrough(node_);
+            throw;
+        }
+    }
+    std::int32_t callOther() const;
+
+    LongStep sum_;
+    Node* node_ = nullptr;
+    StepRange steps_;
+    bool isInBlock_ = false;  // the node is the only one of a block
+};
+
+/// A statement that another one owns and runs.
 class KESTREL_API Branch {
 public:
-    Branch() = default;
-    Branch(const Branch&) = delete;
-    Branch& operator=(const Branch&) = delete;
-
     /// Takes over `statement`.
     void reset(Node* statement);
-    /// Finds out what to run; called once the block, if it is one, is complete.
+    /// Finds out how to run it; called once the block, if it is one, is complete.
     void close();
 
     explicit operator bool() const { return statement_ != nullptr; }
     Node* operator->() const { return statement_.get(); }
 
-    /// Runs the statement, if there is one.
-    std::int32_t execute() const { return steps_.execute(isBlock_); }
+    /// Runs the statement, if there is one. As the two of `StatementRun`.
+    [[gnu::always_inline]] std::int32_t execute() const { return run_.execute(); }
+    [[gnu::always_inline]] std::int32_t executeInShort() const { return run_.executeInShort(); }
 
 private:
     std::unique_ptr<Node> statement_;
-    Step only_;  // the statement, unless it is a block
-    StepRange steps_;
-    bool isBlock_ = false;
+    StatementRun run_;
 };
 
 /// What a loop does each time its condition holds.
@@ -87,10 +130,10 @@ struct Turn {
     const Branch& body;
     const Branch* update;  // run after the body; null when there is none
 
-    std::int32_t execute() const {
+    [[gnu::always_inline]] std::int32_t execute() const {
         if (control != nullptr) control->turn(loop);
         if (const std::int32_t code = body.execute(); code != Node::goOn) return code;
-        return update != nullptr ? update->execute() : Node::goOn;
+        return update != nullptr ? update->executeInShort() : Node::goOn;
     }
     /// Executes turns as long as `holds()`, up to one that gives a code other than `goOn`.
     template <class Test>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -55,7 +56,11 @@ protected:
 
 private:
     void enter(const Node* place) {
-        for (const Step& step : steps_) step.execute();
+        const Step* step = steps_.data();
+        for (const Step* const end = step + copyCount_; step != end; ++step) step->sum.runCopy();
+        for (const Step* const end = steps_.data() + steps_.size(); step != end; ++step) {
+            step->execute();
+        }
         if (control_ != nullptr) control_->enterCall(place);
     }
     void leave() {
@@ -63,7 +68,8 @@ private:
     }
 
     const Bindings bindings_;
-    std::vector<Step> steps_;  // those of the bindings
+    std::vector<Step> steps_;    // those of the bindings
+    std::size_t copyCount_ = 0;  // how many of the first ones just copy a Long
     Function* function_ = nullptr;
     RunControl* const control_;
 };

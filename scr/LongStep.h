@@ -26,6 +26,11 @@ public:
         *target_ = static_cast<long>(static_cast<unsigned long>(*left_) + right);
     }
 
+    /// Whether it assigns a Long as it is.
+    bool isCopy() const { return target_ != nullptr && right_ == &zeroCM; }
+    /// Runs one that does.
+    void runCopy() const { *target_ = *left_; }
+
 private:
     static constexpr long zeroCM = 0;
 

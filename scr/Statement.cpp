@@ -116,7 +116,7 @@ bool DoStatement::addStatement(Node* statement) { return fillSlot({&body_}, stat
 bool DoStatement::returnsResult() const { return body_ && body_->returnsResult(); }
 
 std::int32_t ForLoop::execute() {
-    if (const std::int32_t code = init_.execute(); code != goOn) return code;
+    if (const std::int32_t code = init_.executeInShort(); code != goOn) return code;
     return condition_.repeat({this, control_, body_, &update_});
 }
 

@@ -65,7 +65,7 @@ public:
 protected:
     /// Runs the branch for what the condition gave.
     std::int32_t choose(bool holds) const {
-        return holds ? thenBranch_.execute() : elseBranch_.execute();
+        return holds ? thenBranch_.executeInShort() : elseBranch_.executeInShort();
     }
 
 private:

@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 #include "fsm/Analysis.h"
 #include "fsm/PatternCheck.h"
 #include "scr/Interpreter.h"
 #include "scr/KeyHash.h"
+#include "scr/Operand.h"
 #include "scr/Work.h"
+#include "scr/builtin/LongArithmetic.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -38,6 +41,20 @@ std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
     return label;
 }
 
+// What a switch mostly computes itself.
+using SelectorPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongRemainder>;
+
+template <class Operand>
+class LongSwitchOn final : public LongSwitchCase {
+public:
+    explicit LongSwitchOn(Operand selector) : selector_(std::move(selector)) {}
+
+    std::int32_t execute() override { return choose(selector_.value()); }
+
+private:
+    Operand selector_;
+};
+
 }  // namespace
 
 bool SwitchCase::addStatement(Node* statement) {
@@ -46,7 +63,15 @@ bool SwitchCase::addStatement(Node* statement) {
 }
 
 void SwitchCase::close() {
-    for (const Entry& body : bodies_) body.statements->close();
+    for (Entry& body : bodies_) {
+        body.statements->close();
+        body.run = StatementRun::of(*body.statements);
+    }
+}
+
+void SwitchCase::complete(Choice& choice) const {
+    if (choice.body == noBody || bodies_[choice.body].fallsThrough) return;
+    choice.sum = bodies_[choice.body].run.sum();
 }
 
 bool SwitchCase::addBreak() {
@@ -63,7 +88,7 @@ bool SwitchCase::addDefault() {
 SwitchCase::Body SwitchCase::openBody() {
     if (state_ != State::Labelled) {
         if (state_ == State::Filled) bodies_.back().fallsThrough = true;
-        bodies_.push_back({std::make_unique<StatementList>()});
+        bodies_.push_back({std::make_unique<StatementList>(), StatementRun()});
         state_ = State::Labelled;
     }
     return static_cast<Body>(bodies_.size() - 1);
@@ -80,6 +105,16 @@ bool SwitchCase::returnsResult() const {
         if (!isNextReturning) return false;
     }
     return true;
+}
+
+std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> selector) {
+    using Made = std::unique_ptr<LongSwitchCase>;
+    const auto make = [](auto operand) -> Made {
+        return std::make_unique<LongSwitchOn<decltype(operand)>>(std::move(operand));
+    };
+    return withPair(SelectorPairs(), std::move(selector), make, [&](std::unique_ptr<Node> node) {
+        return withOperand<LongType>(std::move(node), make);
+    });
 }
 
 bool LongSwitchCase::nextCase(ParserStack& stack) {
@@ -100,24 +135,17 @@ bool LongSwitchCase::finalSetup() {
         static_cast<unsigned long>(greatest->first) - static_cast<unsigned long>(least->first);
     if (range / 4 > labels_.size()) return true;
     first_ = static_cast<unsigned long>(least->first);
-    table_.assign(range + 1, noBody);
+    table_.resize(range + 1);
     for (const auto& [label, body] : labels_) {
-        table_[static_cast<unsigned long>(label) - first_] = body;
+        table_[static_cast<unsigned long>(label) - first_] = Choice(body);
     }
     return true;
 }
 
-SwitchCase::Body LongSwitchCase::select() const {
-    const long value = selector_->result();
-    if (!table_.empty()) {
-        const unsigned long place = static_cast<unsigned long>(value) - first_;
-        return place < table_.size() ? table_[place] : noBody;
-    }
-    const auto found = labels_.find(value);
-    return found != labels_.end() ? found->second : noBody;
+void LongSwitchCase::close() {
+    SwitchCase::close();
+    for (Choice& choice : table_) complete(choice);
 }
-
-std::int32_t LongSwitchCase::execute() { return run(select()); }
 
 bool StringSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
@@ -128,7 +156,8 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
     return true;
 }
 
-StringSwitchCase::Ends StringSwitchCase::endsOf(const FND::String& text) {
+[[gnu::always_inline]] inline StringSwitchCase::Ends StringSwitchCase::endsOf(
+    const FND::String& text) {
     const char* const data = text.data();
     const std::size_t size = text.size();
     Ends ends;
@@ -153,36 +182,44 @@ StringSwitchCase::Ends StringSwitchCase::endsOf(const FND::String& text) {
 }
 
 // Few labels are mostly told apart by their ends.
-std::size_t StringSwitchCase::placeOf(const FND::String& label, const Ends& ends) const {
+inline std::size_t StringSwitchCase::placeOf(const FND::String& label, const Ends& ends) const {
     constexpr std::size_t few = 64;
-    if (slots_.size() > few) [[unlikely]]
+    if (lastSlot_ >= few) [[unlikely]]
         return keyHash(label);
-    const std::uint64_t mixed = (ends.first + ends.size) * 0x9e3779b97f4a7c15 ^ ends.last;
-    return (mixed * 0xd6e8feb86659fd93) >> placeShift_;
+    return ((ends.first ^ std::rotl(ends.last, 23)) * 0x9e3779b97f4a7c15) >> placeShift_;
 }
 
 bool StringSwitchCase::finalSetup() {
     slots_.resize(std::bit_ceil(2 * labels_.size() + 2));
+    slotLabels_.resize(slots_.size());
+    lastSlot_ = slots_.size() - 1;
     placeShift_ = std::countl_zero(slots_.size()) + 1;
     for (const auto& [label, body] : labels_) {
         longest_ = std::max(longest_, label.size());
         const Ends ends = endsOf(label);
         std::size_t place = placeOf(label, ends);
-        while (slots_[place & (slots_.size() - 1)].label != nullptr) ++place;
-        slots_[place & (slots_.size() - 1)] = {ends, &label, body};
+        while (slots_[place & lastSlot_].choice.body != noBody) ++place;
+        slots_[place & lastSlot_] = {ends, Choice(body)};
+        slotLabels_[place & lastSlot_] = &label;
     }
     return true;
 }
 
-SwitchCase::Body StringSwitchCase::select() const {
-    const FND::String& value = selector_->result();
-    if (isLong(value.size())) [[unlikely]]
-        return selectLong(value);
+void StringSwitchCase::close() {
+    SwitchCase::close();
+    for (Slot& slot : slots_) complete(slot.choice);
+}
+
+[[gnu::always_inline]] inline const SwitchCase::Choice& StringSwitchCase::select(
+    const FND::String& value) const {
     const Ends ends = endsOf(value);
     for (std::size_t place = placeOf(value, ends);; ++place) {
-        const Slot& slot = slots_[place & (slots_.size() - 1)];
-        if (slot.label == nullptr) return noBody;
-        if (slot.ends == ends && (ends.size <= 16 || *slot.label == value)) return slot.body;
+        const Slot& slot = slots_[place & lastSlot_];
+        // A free slot has the ends of "".
+        if (slot.ends == ends && (ends.size <= 16 || *slotLabels_[place & lastSlot_] == value)) {
+            return slot.choice;
+        }
+        if (slot.choice.body == noBody) return slot.choice;
     }
 }
 
@@ -193,7 +230,12 @@ SwitchCase::Body StringSwitchCase::selectLong(const FND::String& value) const {
     return found != labels_.end() ? found->second : noBody;
 }
 
-std::int32_t StringSwitchCase::execute() { return run(select()); }
+std::int32_t StringSwitchCase::execute() {
+    const FND::String& value = selector_->result();
+    if (isLong(value.size())) [[unlikely]]
+        return run(selectLong(value));
+    return run(select(value));
+}
 
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
     : selector_(selector), stateLimit_(stateLimit) {

@@ -43,6 +43,23 @@ protected:
     /// The body of the next label: a new one, or the one open and still empty. Opens it.
     Body openBody();
 
+    /// A body as a label leads to it.
+    struct Choice {
+        LongStep sum;  // all that the body does, if that is data
+        Body body = noBody;
+
+        explicit Choice(Body chosen = noBody) : body(chosen) {}
+    };
+    /// Fills in what the body of `choice` does, once the bodies are complete.
+    void complete(Choice& choice) const;
+
+    std::int32_t run(const Choice& choice) const {
+        if (choice.sum) {
+            choice.sum.run();
+            return goOn;
+        }
+        return run(choice.body);
+    }
     /// Executes the body, and those that it falls through into; `noBody` stands for the default
     /// one.
     std::int32_t run(Body body) const {
@@ -51,7 +68,7 @@ protected:
         // Falling through is a loop, so that no number of labels nests calls.
         while (true) {
             const Entry& entry = bodies_[body];
-            const std::int32_t code = entry.statements->run();
+            const std::int32_t code = entry.run.execute();
             if (code != goOn || !entry.fallsThrough) return code;
             ++body;
         }
@@ -60,6 +77,7 @@ protected:
 private:
     struct Entry {
         std::unique_ptr<StatementList> statements;
+        StatementRun run;
         bool fallsThrough = false;  // into the next body
     };
 
@@ -71,21 +89,32 @@ private:
 };
 
 /// Long labels.
-class KESTREL_API LongSwitchCase final : public SwitchCase {
+class KESTREL_API LongSwitchCase : public SwitchCase {
 public:
-    /// Takes over the selector.
-    explicit LongSwitchCase(LongNode* selector) : selector_(selector) {}
-    std::int32_t execute() override;
+    /// A new one of the class that fits `selector`, which it takes over.
+    static std::unique_ptr<LongSwitchCase> make(std::unique_ptr<LongNode> selector);
+
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
+    void close() override;
+
+protected:
+    /// Executes what there is for the selector's value.
+    std::int32_t choose(long value) const {
+        const unsigned long place = static_cast<unsigned long>(value) - first_;
+        return place < table_.size() ? run(table_[place]) : run(find(value));
+    }
 
 private:
-    [[gnu::visibility("hidden")]] Body select() const;
+    Body find(long value) const {
+        if (!table_.empty()) return noBody;
+        const auto found = labels_.find(value);
+        return found != labels_.end() ? found->second : noBody;
+    }
 
-    const std::unique_ptr<LongNode> selector_;
     std::unordered_map<long, Body> labels_;
     // The bodies of all labels from the first on, when they lie close together.
-    std::vector<Body> table_;
+    std::vector<Choice> table_;
     unsigned long first_ = 0;
 };
 
@@ -97,6 +126,7 @@ public:
     std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
+    void close() override;
 
 private:
     // A label's length and its first and last 8 bytes, which overlap in a shorter one: all there is
@@ -110,13 +140,12 @@ private:
     };
     struct Slot {
         Ends ends;
-        const FND::String* label = nullptr;  // a key of `labels_`
-        Body body = noBody;
+        Choice choice;  // of no body in a free slot
     };
 
-    [[gnu::visibility("hidden")]] Body select() const;
     Body selectLong(const FND::String& value) const;
-    // Hidden, so that they can become part of `select`.
+    // Hidden, so that they can become part of `execute`.
+    [[gnu::visibility("hidden")]] const Choice& select(const FND::String& value) const;
     [[gnu::visibility("hidden")]] static Ends endsOf(const FND::String& text);
     [[gnu::visibility("hidden")]] std::size_t placeOf(const FND::String& label,
                                                       const Ends& ends) const;
@@ -127,6 +156,8 @@ private:
     // The labels by their hash, the next free slot for one whose slot is taken. More than half of
     // the slots are free; their number is a power of 2.
     std::vector<Slot> slots_;
+    std::vector<const FND::String*> slotLabels_;  // by slot, keys of `labels_`
+    std::size_t lastSlot_ = 0;
     int placeShift_ = 63;      // 64 less the bits of a place
     std::size_t longest_ = 0;  // bytes of a label
 };

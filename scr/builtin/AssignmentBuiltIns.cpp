@@ -26,8 +26,12 @@ public:
     }
 
     typename Type::Argument result() override {
-        SCR::store(*target_, value_.value());
-        return *target_;
+        if constexpr (Type::byReference) {
+            SCR::store(*target_, value_.value());
+            return *target_;
+        } else {
+            return *target_ = value_.value();
+        }
     }
 
     // What it does, as data. For operands that lie in storage, and sums and differences of them.

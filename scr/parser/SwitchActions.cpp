@@ -26,7 +26,7 @@ bool SCR_switchStatement() {
     std::unique_ptr<SwitchCase> statement;
     switch (Node::baseType(type)) {
         case TypeCode::Long:
-            statement = makeOwner<LongSwitchCase>(stackG->pop<LongNode>());
+            statement = LongSwitchCase::make(stackG->pop<LongNode>());
             break;
         case TypeCode::String:
             statement = makeOwner<StringSwitchCase>(stackG->pop<StringNode>());
