@@ -68,7 +68,7 @@ public:
     /// not once `make` gave true. It stays there as an element does, but once `at` is called for
     /// the first time it is only what the element's value was.
     template <class V>
-    auto existingValue(unsigned long index) const
+    [[gnu::always_inline]] auto existingValue(unsigned long index) const
         -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
         using Value = std::remove_reference_t<decltype(std::declval<V&>().value())>;
         if (index >= size_) [[unlikely]]

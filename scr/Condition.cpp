@@ -5,7 +5,7 @@
 namespace SCR {
 
 Condition::Condition(BoolNode* node) : node_(node) {
-    if constexpr (SpecialisesNodes) comparison_ = dynamic_cast<LongComparison*>(node);
+    if constexpr (SpecialisesNodes) part_ = dynamic_cast<ConditionNode*>(node);
 }
 
 }  // namespace SCR

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "fnd/Export.h"
-#include "scr/LongComparison.h"
+#include "scr/ConditionNode.h"
 
 namespace SCR {
 
@@ -17,13 +17,13 @@ public:
     /// Executes turns as long as the condition holds, up to one that gives a code other than
     /// `goOn`. There must be a condition.
     std::int32_t repeat(const Turn& turn) const {
-        if (comparison_ != nullptr) return comparison_->repeat(turn);
+        if (part_ != nullptr) return part_->repeat(turn);
         return turn.repeatWhile([this] { return node_->result(); });
     }
 
 private:
     std::unique_ptr<BoolNode> node_;
-    LongComparison* comparison_ = nullptr;  // the node, if it is one
+    ConditionNode* part_ = nullptr;  // the node, if it is one
 };
 
 }  // namespace SCR

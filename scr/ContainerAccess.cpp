@@ -12,6 +12,7 @@
 namespace SCR {
 
 bool ElementSource::makeOnly(Array& array, unsigned long index) {
+    if (static_cast<long>(index) < 0) return false;
     if (array.make(index, static_cast<unsigned long>(interpreter_.limits().elements))) return true;
     report("array: no room for element '" + std::to_string(index) + "'");
     return false;

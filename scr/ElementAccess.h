@@ -4,6 +4,7 @@
 #include <limits>
 #include <memory>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "scr/Array.h"
@@ -23,6 +24,9 @@ class Interpreter;
 template <class Container>
 class NamedContainer {
 public:
+    /// Whether it is always there, and finding it has no effect.
+    static constexpr bool isKnown = true;
+
     explicit NamedContainer(Container* container) : container_(container) {}
     Container* value() const { return container_; }
     void note(PlaceTrail& /*trail*/) const {}
@@ -38,6 +42,7 @@ template <class ContainerNode>
 class AnyContainer {
 public:
     using Container = std::remove_pointer_t<decltype(std::declval<ContainerNode>().result())>;
+    static constexpr bool isKnown = false;
 
     explicit AnyContainer(std::unique_ptr<ContainerNode> node)
         : node_(std::move(node)), place_(dynamic_cast<ElementPlace<Container>*>(node_.get())) {}
@@ -56,7 +61,7 @@ private:
 };
 
 /// Makes the elements that are not there yet. When one can not be had it says so, once in an
-/// execution, and gives null.
+/// execution, and gives null; for an index that is a negative Long it gives null without a word.
 class ElementSource {
 public:
     explicit ElementSource(Interpreter& interpreter) : interpreter_(interpreter) {}
@@ -64,7 +69,7 @@ public:
     Variable* make(Array& array, unsigned long index);
     /// Makes the element and gives its value.
     template <class V>
-    auto* makeValue(Array& array, unsigned long index) {
+    [[gnu::noinline]] auto* makeValue(Array& array, unsigned long index) {
         return makeOnly(array, index) ? array.existingValue<V>(index) : nullptr;
     }
     Variable* make(Hash& hash, const FND::String& key);
@@ -105,6 +110,9 @@ public:
     }
 
 private:
+    // For a container that is known a negative index is an element that can not be had.
+    static constexpr bool looksFirst = !Container::isKnown;
+
     struct Place {
         Array* array = nullptr;  // null when there is no element
         unsigned long index = 0;
@@ -112,18 +120,18 @@ private:
 
     Place locate() {
         const long index = index_.value();
-        if (index < 0) [[unlikely]]
+        if (looksFirst && index < 0) [[unlikely]]
             return {};
         return {container_.value(), static_cast<unsigned long>(index)};
     }
     Place locate(PlaceTrail& trail) {
         const long index = trail.nextIndex();
-        if (index < 0) return {};
+        if (looksFirst && index < 0) return {};
         return {container_.follow(trail), static_cast<unsigned long>(index)};
     }
 
     V* elementAt(Place place) {
-        if (place.array == nullptr) [[unlikely]]
+        if (looksFirst && place.array == nullptr) [[unlikely]]
             return nullptr;
         if (V* const element = place.array->template existing<V>(place.index)) [[likely]]
             return element;
@@ -131,7 +139,7 @@ private:
     }
     auto* valueAt(Place place) {
         using Found = decltype(place.array->template existingValue<V>(place.index));
-        if (place.array == nullptr) [[unlikely]]
+        if (looksFirst && place.array == nullptr) [[unlikely]]
             return Found(nullptr);
         if (const Found value = place.array->template existingValue<V>(place.index)) [[likely]]
             return value;
@@ -260,6 +268,31 @@ private:
 
     Element element_;
 };
+
+/// The access to an element of a named array under a named index.
+template <class Type>
+using NamedElementAccess = ElementAccess<
+    Type, ArrayElement<typename Type::Variable, NamedContainer<Array>, VariableOperand<LongType>>>;
+
+/// Such an access as an operand: read without a call of its node.
+template <class Type>
+class ElementOperand {
+public:
+    using Access = NamedElementAccess<Type>;
+
+    explicit ElementOperand(std::unique_ptr<Node> node)
+        : node_(static_cast<Access*>(node.release())) {}
+    typename Type::Argument value() const { return node_->Access::result(); }
+
+private:
+    std::unique_ptr<Access> node_;
+};
+
+/// Whether `node` is such an access.
+template <class Type>
+bool isNamedElement(const Node& node) {
+    return &typeid(node) == &typeid(NamedElementAccess<Type>);
+}
 
 /// A handle; all elements of a container share the name of the abstract data type.
 template <class Element>

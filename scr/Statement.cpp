@@ -72,8 +72,8 @@ bool StatementList::returnsResult() const {
 
 std::unique_ptr<IfStatement> IfStatement::make(std::unique_ptr<BoolNode> condition) {
     if constexpr (SpecialisesNodes) {
-        if (auto* const comparison = dynamic_cast<LongComparison*>(condition.get())) {
-            return comparison->makeIf(std::move(condition));
+        if (auto* const part = dynamic_cast<ConditionNode*>(condition.get())) {
+            return part->makeIf(std::move(condition));
         }
     }
     return std::make_unique<IfStatement>(condition.release());

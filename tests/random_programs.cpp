@@ -87,6 +87,7 @@ private:
             case 17:
                 return "wipe(" + longValue(depth - 1) + ")";
             case 14:
+                if (below(2) == 0) return "mix(" + longValue(0) + ", " + longValue(depth - 1) + ")";
                 return "mix(" + longValue(depth - 1) + ", " + longValue(depth - 1) + ")";
             case 15:
                 return "n[" + oneOf(std::array{"a", "b", "c"}) +
@@ -191,7 +192,13 @@ private:
     std::string boolValue(int depth) {
         constexpr std::array comparisons{" < ", " > ", " == ", " != ", " <= ", " >= "};
         if (depth <= 0) return oneOf(std::array{"p", "q", "true", "false", "(a < b)", "(c == 0)"});
-        switch (below(12)) {
+        switch (below(14)) {
+            case 12:
+                return "(f[" + oneOf(std::array{"a", "b", "c"}) + "]" +
+                       oneOf(std::array{" == ", " != "}) + boolValue(depth - 1) + ")";
+            case 13:
+                return "(n[" + oneOf(std::array{"a", "b", "c"}) + "]" + oneOf(comparisons) +
+                       longValue(depth - 1) + ")";
             case 10:
                 return "near(" + longValue(depth - 1) + ")";
             case 11:
@@ -291,7 +298,10 @@ private:
                 text_ += "} while (" + counter + " <= " + limit + " and " + boolValue(2) + ");\n";
                 break;
             case 5:
-                text_ += "switch (" + longValue(2) + " % 4) {\n";
+                text_ += "switch (" +
+                         (below(2) == 0 ? longValue(2) + " % 4"
+                                        : oneOf(std::array{"a", "b % 3", "c % 5", "d"})) +
+                         ") {\n";
                 for (int label = 0; label < 4; ++label) {
                     text_ += "case " + std::to_string(label) + ":\n";
                     block(depth - 1);

@@ -178,7 +178,7 @@ private:
 
 Node* makeElementUpdate(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
     using ByKey = LongHashAccess<NamedContainer<Hash>, VariableOperand<StringType>>;
-    using ByIndex = LongArrayAccess<NamedContainer<Array>, VariableOperand<LongType>>;
+    using ByIndex = NamedElementAccess<LongType>;
     if constexpr (!SpecialisesNodes) return nullptr;
     if (Node* const node = ElementUpdate<ByKey, LongAddition>::make(target, value)) return node;
     if (Node* const node = ElementUpdate<ByKey, LongSubtraction>::make(target, value)) return node;
@@ -230,11 +230,8 @@ public:
         return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
             using Operand = decltype(operand);
             if constexpr (SpecialisesNodes) {
-                using Element =
-                    ElementAccess<Type, ArrayElement<typename Type::Variable, NamedContainer<Array>,
-                                                     VariableOperand<LongType>>>;
-                const Node& left = *target;
-                if (&typeid(left) == &typeid(Element)) {
+                using Element = NamedElementAccess<Type>;
+                if (isNamedElement<Type>(*target)) {
                     return new TargetAssignment<Type, Element, Operand, false>(std::move(target),
                                                                                std::move(operand));
                 }

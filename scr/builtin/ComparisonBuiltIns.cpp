@@ -1,7 +1,8 @@
 #include <algorithm>
 #include <compare>
 
-#include "scr/LongComparison.h"
+#include "scr/ConditionNode.h"
+#include "scr/ElementAccess.h"
 #include "scr/LongText.h"
 #include "scr/Operand.h"
 #include "scr/Statement.h"
@@ -46,14 +47,14 @@ private:
     Comparison& comparison_;  // the condition
 };
 
-// Long: left, then right.
+// Long and Bool: left, then right.
 template <class Operation, class Left, class Right>
-class ForwardComparison final : public LongComparison {
+class ForwardComparison final : public ConditionNode {
 public:
     ForwardComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
     bool holds() const {
-        const long left = left_.value();
+        const auto left = left_.value();
         return Operation::apply(left, right_.value());
     }
 
@@ -65,22 +66,6 @@ public:
 
     std::unique_ptr<IfStatement> makeIf(std::unique_ptr<BoolNode> self) override {
         return std::make_unique<IfComparison<ForwardComparison>>(*this, std::move(self));
-    }
-
-private:
-    Left left_;
-    Right right_;
-};
-
-// Bool: left, then right.
-template <class Operation, class Left, class Right>
-class BoolComparison final : public BoolNode {
-public:
-    BoolComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
-
-    bool result() override {
-        const bool left = left_.value();
-        return Operation::apply(left, right_.value());
     }
 
 private:
@@ -110,12 +95,14 @@ private:
     Right right_;
 };
 
+template <class Type>
+constexpr bool isComparedForwardS =
+    std::is_same_v<Type, LongType> || std::is_same_v<Type, BoolType>;
+
 template <class Type, class Operation, class Left, class Right>
 Node* makeComparison(Left left, Right right) {
-    if constexpr (std::is_same_v<Type, LongType>) {
+    if constexpr (isComparedForwardS<Type>) {
         return new ForwardComparison<Operation, Left, Right>(std::move(left), std::move(right));
-    } else if constexpr (std::is_same_v<Type, BoolType>) {
-        return new BoolComparison<Operation, Left, Right>(std::move(left), std::move(right));
     } else {
         using Held = std::conditional_t<std::is_same_v<Type, StringType>, const FND::String&,
                                         typename Type::Value>;
@@ -154,6 +141,11 @@ public:
                                                        std::move(rightOperand));
             };
             const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
+                if constexpr (SpecialisesNodes && isComparedForwardS<Type>) {
+                    if (isNamedElement<Type>(*node)) {
+                        return make(ElementOperand<Type>(std::move(node)));
+                    }
+                }
                 return withOperand<Type>(std::move(node), make);
             };
             if constexpr (std::is_same_v<decltype(rightOperand), ConstantOperand<LongType>>) {

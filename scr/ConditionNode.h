@@ -9,11 +9,11 @@ namespace SCR {
 
 class IfStatement;
 
-/// Base of the nodes that compare two Longs. As the condition of a statement they take part in
-/// running it, so that the comparison is code of the statement and not a call of a node.
-class LongComparison : public BoolNode {
+/// Base of the nodes that, as the condition of a statement, take part in running it, so that they
+/// are code of the statement and not a call of a node.
+class ConditionNode : public BoolNode {
 public:
-    /// Executes turns of a loop as long as the comparison holds, up to one that gives a code other
+    /// Executes turns of a loop as long as the node gives true, up to one that gives a code other
     /// than `goOn`.
     virtual std::int32_t repeat(const Turn& turn) = 0;
 
