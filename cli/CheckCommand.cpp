@@ -3,7 +3,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "cli/Command.h"
@@ -24,9 +23,9 @@ struct CheckOptions {
 };
 
 // `findings` are what makes the script unfit for work on parts of the records, if that is asked
-// for. `isLast`: the process ends after this.
+// for.
 ExitStatus check(const std::string& text, const CheckOptions& options, Records::RecordJob* job,
-                 std::vector<SCR::Finding>& findings, bool isLast) {
+                 std::vector<SCR::Finding>& findings) {
     StderrLog log;
     const auto compile = [&](SCR::Interpreter& interpreter) {
         return options.isDistributable ? interpreter.check(text, findings)
@@ -39,15 +38,10 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
         return status;
     }
     Records::AnyRecord record;
-    auto interpreter = options.script.makeInterpreter(log);
+    const auto interpreter = options.script.makeInterpreter(log);
     if (!interpreter) return ExitStatus::Usage;
     record.addTo(*interpreter);
-    const bool isCompiled = compile(*interpreter);
-    // Nothing of it has run, so that nothing is to be ended: the system takes the memory back at
-    // less cost than going through the tree.
-    static auto& keptS = *new std::unique_ptr<SCR::Interpreter>;
-    if (isLast) keptS = std::move(interpreter);
-    return isCompiled ? ExitStatus::Success : ExitStatus::NotCompiled;
+    return compile(*interpreter) ? ExitStatus::Success : ExitStatus::NotCompiled;
 }
 
 ExitStatus checkAll(const CheckOptions& options) {
@@ -61,9 +55,7 @@ ExitStatus checkAll(const CheckOptions& options) {
         const std::optional<std::string> text =
             options.records.script(path, options.script.mostBytes());
         std::vector<SCR::Finding> findings;
-        const bool isLast = &path == &options.files.back();
-        ExitStatus status =
-            text ? check(*text, options, job.get(), findings, isLast) : ExitStatus::Usage;
+        ExitStatus status = text ? check(*text, options, job.get(), findings) : ExitStatus::Usage;
         for (const SCR::Finding& finding : findings) {
             std::printf("%s:%d: %s\n", (finding.file.empty() ? path : finding.file).c_str(),
                         finding.line, finding.text.c_str());

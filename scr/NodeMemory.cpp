@@ -37,8 +37,8 @@ struct alignas(16) Block {
     Pool* pool;  // null once its scope has ended, and outside of every scope
     Block* next;
     std::size_t size;
-    std::size_t used =
-        0;  // how many things lie in it, less those that the pool has not counted yet
+    // How many things lie in it, less those that its pool has not counted yet.
+    std::size_t used = 0;
     bool isShared = false;
 };
 

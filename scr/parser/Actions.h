@@ -52,7 +52,7 @@ void SCR_startLiteral(std::string_view literal);
 void SCR_addLiteral(std::string_view literal);
 bool SCR_stringConstant();
 /// Binds a binary operator or an assignment to the two topmost operands.
-bool SCR_operator(SCR::Operator sign);
+bool SCR_expression(SCR::Operator sign);
 /// The same for "and" and "or", however they are written.
 bool SCR_boolExpression(std::string_view sign);
 bool SCR_negation();

@@ -61,7 +61,7 @@ std::unique_ptr<Node> bindArgument(ParserStack& stack, Variable* variable, Argum
     std::unique_ptr<Node> access = accessNode(variable);
     stack.pushData(access.release(), type);
     stack.pushData(argument.node.release(), Node::baseType(type), argument.traits);
-    if (!SCR_operator(Operator::Assign)) return nullptr;
+    if (!SCR_expression(Operator::Assign)) return nullptr;
     stack.popType();
     return stack.pop<Node>();
 }

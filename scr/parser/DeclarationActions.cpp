@@ -112,7 +112,7 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
     return true;
 }
 
-bool SCR_initialise() { return SCR_operator(Operator::Assign) && SCR_createVoidCallStatement(); }
+bool SCR_initialise() { return SCR_expression(Operator::Assign) && SCR_createVoidCallStatement(); }
 
 bool SCR_constDeclaration(std::string_view typeName, std::string_view identifier) {
     const FND::String declared(typeName);

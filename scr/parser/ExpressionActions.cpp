@@ -163,7 +163,7 @@ bool SCR_stringConstant() {
     return true;
 }
 
-bool SCR_operator(Operator sign) {
+bool SCR_expression(Operator sign) {
     const int type = stackG->operandsType();
     const FctDescr* const descriptor =
         actInterpreterG->mainExtension().operatorFor(Node::baseType(type), sign);
@@ -176,7 +176,7 @@ bool SCR_operator(Operator sign) {
 
 bool SCR_boolExpression(std::string_view sign) {
     if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->mayBeSkipped();
-    return SCR_operator(sign == "and" || sign == "AND" ? Operator::And : Operator::Or);
+    return SCR_expression(sign == "and" || sign == "AND" ? Operator::And : Operator::Or);
 }
 
 bool SCR_negation() {

@@ -218,14 +218,14 @@ do_statement:
   ;
 
 expression:
-    expression '=' expression               { if (!SCR_operator(SCR::Operator::Assign)) YYABORT; }
-  | expression COMPARE_OPERATOR expression  { if (!SCR_operator(SCR::operatorOf($2))) YYABORT; }
+    expression '=' expression               { if (!SCR_expression(SCR::Operator::Assign)) YYABORT; }
+  | expression COMPARE_OPERATOR expression  { if (!SCR_expression(SCR::operatorOf($2))) YYABORT; }
   | expression BOOL_OPERATOR expression     { if (!SCR_boolExpression($2)) YYABORT; }
-  | expression '+' expression               { if (!SCR_operator(SCR::Operator::Add)) YYABORT; }
-  | expression '-' expression               { if (!SCR_operator(SCR::Operator::Subtract)) YYABORT; }
-  | expression '*' expression               { if (!SCR_operator(SCR::Operator::Multiply)) YYABORT; }
-  | expression '/' expression               { if (!SCR_operator(SCR::Operator::Divide)) YYABORT; }
-  | expression '%' expression               { if (!SCR_operator(SCR::Operator::Remainder)) YYABORT; }
+  | expression '+' expression               { if (!SCR_expression(SCR::Operator::Add)) YYABORT; }
+  | expression '-' expression               { if (!SCR_expression(SCR::Operator::Subtract)) YYABORT; }
+  | expression '*' expression               { if (!SCR_expression(SCR::Operator::Multiply)) YYABORT; }
+  | expression '/' expression               { if (!SCR_expression(SCR::Operator::Divide)) YYABORT; }
+  | expression '%' expression               { if (!SCR_expression(SCR::Operator::Remainder)) YYABORT; }
   | '-' expression %prec UMINUS             { if (!SCR_negation()) YYABORT; }
   | OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
   | access

@@ -111,7 +111,7 @@ std::unique_ptr<Node> bindReturnValue() {
     std::unique_ptr<Node> access = accessNode(target);
     stackG->pushData(access.release(), target->dataType());
     stackG->pushData(value.release(), type, traits);
-    if (!SCR_operator(Operator::Assign)) return nullptr;
+    if (!SCR_expression(Operator::Assign)) return nullptr;
     stackG->popType();
     return stackG->pop<Node>();
 }
