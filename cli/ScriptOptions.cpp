@@ -107,9 +107,7 @@ void ScriptOptions::allow(const std::string& name) {
 std::optional<std::string> ScriptOptions::expand(const std::string& text) const {
     SCR::PreprocessorOptions options;
     options.searchPath = includePath_;
-    options.maxBytes = limits_.source == SCR::Limits::none
-                           ? 0
-                           : static_cast<std::size_t>(std::max<std::int64_t>(limits_.source, 1));
+    options.maxBytes = limits_.sourceBytes();
     if (isSandboxed_) {
         options.includesAllowed = capabilities_.include;
         options.allowedDirectories = capabilities_.includeDirectories;

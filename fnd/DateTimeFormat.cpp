@@ -41,8 +41,10 @@ char* writeNumber(char* at, int value, int width, char fill) {
         return at + 2;
     }
     if (width == 4 && value < 10000) return writeYear(at, value);
-    if (width == 3) *at++ = static_cast<char>('0' + value / 100);
-    if (width == 3) return writePair(at, value % 100);
+    if (width == 3) {
+        *at = static_cast<char>('0' + value / 100);
+        return writePair(at + 1, value % 100);
+    }
     return std::to_chars(at, at + std::numeric_limits<int>::digits10, value).ptr;
 }
 

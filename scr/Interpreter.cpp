@@ -120,9 +120,7 @@ bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
     options.searchPath = includePath_;
     options.includesAllowed = capabilities_.include;
     options.allowedDirectories = capabilities_.includeDirectories;
-    options.maxBytes = limits().source == Limits::none
-                           ? 0
-                           : static_cast<std::size_t>(std::max<std::int64_t>(limits().source, 1));
+    options.maxBytes = limits().sourceBytes();
     Preprocessor preprocessor(log_, options);
     return preprocessor.expand(text, expanded);
 }

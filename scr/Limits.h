@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "fnd/Export.h"
@@ -44,6 +45,11 @@ struct Limits {
 
     /// Bytes of a script with all its includes. A larger one does not compile.
     std::int64_t source = std::int64_t{256} << 20;
+    /// The bytes that a script may have, at least 1.
+    std::size_t sourceBytes() const {
+        return static_cast<std::size_t>(std::max<std::int64_t>(source, 1));
+    }
+
     /// States of the automaton of one regular-expression switch. A switch that needs more is split
     /// over several of at most that many states each; one that needs many times more does not
     /// compile.
