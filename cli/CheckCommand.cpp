@@ -41,7 +41,8 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
     const auto interpreter = options.script.makeInterpreter(log);
     if (!interpreter) return ExitStatus::Usage;
     record.addTo(*interpreter);
-    return compile(*interpreter) ? ExitStatus::Success : ExitStatus::NotCompiled;
+    if (compile(*interpreter)) return ExitStatus::Success;
+    return interpreter->wasStopped() ? ExitStatus::Stopped : ExitStatus::NotCompiled;
 }
 
 ExitStatus checkAll(const CheckOptions& options) {

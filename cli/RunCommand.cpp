@@ -38,8 +38,9 @@ ExitStatus run(const RunOptions& options) {
     StderrLog log;
     const auto interpreter = options.script.makeInterpreter(log);
     if (!interpreter) return ExitStatus::Usage;
-    if (!interpreter->compile(*text)) return ExitStatus::NotCompiled;
-    if (interpreter->wasStopped()) return ExitStatus::Stopped;  // in BEGIN
+    if (!interpreter->compile(*text)) {
+        return interpreter->wasStopped() ? ExitStatus::Stopped : ExitStatus::NotCompiled;
+    }
     for (std::int64_t turn = 0; turn < options.repeat; ++turn) {
         if (!interpreter->execute()) return ExitStatus::Stopped;
     }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "PatternGrammar.h"
+#include "fnd/ForkGuard.h"
 #include "fsm/PatternActions.h"
 
 namespace FSM {
@@ -51,6 +52,7 @@ namespace {
 // Serialises all parsing of patterns in the process, from the making of the scanner until the part
 // or the error text is taken.
 constinit std::mutex parserLockS;
+FND::ForkGuard parserGuardS(FND::ForkGuard::Rank::Patterns, parserLockS);
 
 }  // namespace
 

@@ -7,11 +7,14 @@
 #include <new>
 #include <vector>
 
+#include "fnd/ForkGuard.h"
+
 namespace FSM {
 
 /// A free list of memory slots for objects of one class, taken from the heap in blocks of 64 slots.
 /// When the last slot in use comes back, all blocks but a few return to the heap, so one big
-/// automaton does not hold its memory for the rest of the process. Safe from any thread.
+/// automaton does not hold its memory for the rest of the process. Safe from any thread; a pool
+/// lives as long as the process.
 template <class Object>
 class Pool {
 public:
@@ -70,6 +73,7 @@ private:
     }
 
     std::mutex lock_;
+    FND::ForkGuard guard_{FND::ForkGuard::Rank::PatternMemory, lock_};
     Slot* free_ = nullptr;
     std::size_t used_ = 0;
     std::vector<std::unique_ptr<Slot[]>> blocks_;

@@ -100,54 +100,59 @@ void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current) {
     using Kind = JsonRecord::Kind;
     host.fieldIds([&json](const FND::String& name) { return json.add(name); });
     host.field(
-        "edrString",
-        [&json](FieldAlias field, Index i, Index j, Index k) {
-            return json.textOf(json.find(field.id(), Indices(i, j, k)));
-        },
-        [&json](FieldAlias field, Index i, Index j, Index k, std::string_view value) {
-            refuse(field, json.assignText(field.id(), Indices(i, j, k), value));
-        });
-    host.field(
-        "edrLong",
-        [&json, &current](FieldAlias field, Index i, Index j, Index k) {
-            const JsonRecord::Value value = json.find(field.id(), Indices(i, j, k));
-            if (value.kind == Kind::Bool) return value.raw == "true" ? 1L : 0L;
-            if (value.kind != Kind::Number)
-                return toLong(current, field.name(), json.textOf(value));
-            const std::optional<long> whole = wholeNumber(value.raw);
-            if (!whole) throw std::invalid_argument(noNumber(current, field, "Long", value.raw));
-            return *whole;
-        },
-        [&json](FieldAlias field, Index i, Index j, Index k, long value) {
-            refuse(field, json.assign(field.id(), Indices(i, j, k), std::to_string(value)));
-        });
-    host.field(
-            "edrDecimal",
-            [&current, &json](SCR::Interpreter& interpreter, FieldAlias field, Index i, Index j,
-                              Index k) {
-                const JsonRecord::Value value = json.find(field.id(), Indices(i, j, k));
-                const FND::Decimal number = toDecimal(json.textOf(value));
-                if (value.kind == Kind::Number && !number.isValid()) {
-                    interpreter.logError("edrDecimal: " +
-                                         noNumber(current, field, "Decimal", value.raw));
-                }
-                return number;
+            "edrString",
+            [&json](FieldAlias field, Index i, Index j, Index k) {
+                return json.textOf(json.find(field.id(), Indices(i, j, k)));
             },
-            [&json](FieldAlias field, Index i, Index j, Index k, const FND::Decimal& value) {
-                refuse(field, json.assign(field.id(), Indices(i, j, k),
-                                          value.isValid() ? value.toPlainString() : "null"));
+            [&json](FieldAlias field, Index i, Index j, Index k, std::string_view value) {
+                refuse(field, json.assignText(field.id(), Indices(i, j, k), value));
             })
-        ->isActive(false);
+        ->nullOnFailure(true);
     host.field(
-        "edrDate",
-        [&json](FieldAlias field, Index i, Index j, Index k) {
-            return FND::DateTime::parse(json.textOf(json.find(field.id(), Indices(i, j, k))));
+            "edrLong",
+            [&json, &current](FieldAlias field, Index i, Index j, Index k) {
+                const JsonRecord::Value value = json.find(field.id(), Indices(i, j, k));
+                if (value.kind == Kind::Bool) return value.raw == "true" ? 1L : 0L;
+                if (value.kind != Kind::Number)
+                    return toLong(current, field.name(), json.textOf(value));
+                const std::optional<long> whole = wholeNumber(value.raw);
+                if (!whole)
+                    throw std::invalid_argument(noNumber(current, field, "Long", value.raw));
+                return *whole;
+            },
+            [&json](FieldAlias field, Index i, Index j, Index k, long value) {
+                refuse(field, json.assign(field.id(), Indices(i, j, k), std::to_string(value)));
+            })
+        ->nullOnFailure(true);
+    SCR::FctDescr* const decimalField = host.field(
+        "edrDecimal",
+        [&current, &json](SCR::Interpreter& interpreter, FieldAlias field, Index i, Index j,
+                          Index k) {
+            const JsonRecord::Value value = json.find(field.id(), Indices(i, j, k));
+            const FND::Decimal number = toDecimal(json.textOf(value));
+            if (value.kind == Kind::Number && !number.isValid()) {
+                interpreter.logError("edrDecimal: " +
+                                     noNumber(current, field, "Decimal", value.raw));
+            }
+            return number;
         },
-        [&json](FieldAlias field, Index i, Index j, Index k, const FND::DateTime& value) {
-            FND::String text;
-            value.format(text);
-            refuse(field, json.assignText(field.id(), Indices(i, j, k), text));
+        [&json](FieldAlias field, Index i, Index j, Index k, const FND::Decimal& value) {
+            refuse(field, json.assign(field.id(), Indices(i, j, k),
+                                      value.isValid() ? value.toPlainString() : "null"));
         });
+    decimalField->isActive(false);
+    decimalField->nullOnFailure(true);
+    host.field(
+            "edrDate",
+            [&json](FieldAlias field, Index i, Index j, Index k) {
+                return FND::DateTime::parse(json.textOf(json.find(field.id(), Indices(i, j, k))));
+            },
+            [&json](FieldAlias field, Index i, Index j, Index k, const FND::DateTime& value) {
+                FND::String text;
+                value.format(text);
+                refuse(field, json.assignText(field.id(), Indices(i, j, k), text));
+            })
+        ->nullOnFailure(true);
     host.function("edrMissingInput", [&json](FieldAlias field, Index i, Index j, Index k) {
         return json.find(field.id(), Indices(i, j, k)).kind == Kind::Missing;
     });

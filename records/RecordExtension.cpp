@@ -71,13 +71,14 @@ void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const F
         "edrString", [&current](FieldAlias field) { return current.record.value(indexOf(field)); },
         [&current](FieldAlias field, std::string_view value) { assign(current, field, value); });
     host.field(
-        "edrLong",
-        [&current](FieldAlias field) {
-            return toLong(current, field.name(), current.record.value(indexOf(field)));
-        },
-        [&current](FieldAlias field, long value) {
-            assign(current, field, std::to_string(value));
-        });
+            "edrLong",
+            [&current](FieldAlias field) {
+                return toLong(current, field.name(), current.record.value(indexOf(field)));
+            },
+            [&current](FieldAlias field, long value) {
+                assign(current, field, std::to_string(value));
+            })
+        ->nullOnFailure(true);
     host.field(
         "edrDecimal",
         [&current](FieldAlias field) {

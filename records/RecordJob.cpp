@@ -102,12 +102,10 @@ RecordJob::End RecordJob::addWorker(const std::function<std::unique_ptr<SCR::Int
     std::unique_ptr<SCR::Interpreter> interpreter = make();
     if (!interpreter) return End::BadInput;
     worker.adopt(std::move(interpreter));
-    if (!compile(worker.interpreter())) return End::NotCompiled;
-    if (worker.interpreter().wasStopped()) {
-        error_ = "the function BEGIN was stopped";
-        return End::Stopped;
-    }
-    return worker.compile() ? End::Done : End::NotCompiled;
+    if (compile(worker.interpreter()) && worker.compile()) return End::Done;
+    if (!worker.interpreter().wasStopped()) return End::NotCompiled;
+    error_ = "stopped before the first record";
+    return End::Stopped;
 }
 
 RecordJob::End RecordJob::check(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,

@@ -7,7 +7,7 @@
 
 #include "fsm/MultiEngine.h"
 #include "fsm/PatternCheck.h"
-#include "scr/Contain.h"
+#include "scr/Entry.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
 #include "scr/parser/ActionSupport.h"
@@ -110,54 +110,89 @@ ConditionList::ConditionList(Interpreter& interpreter) : interpreter_(interprete
 ConditionList::~ConditionList() = default;
 
 bool ConditionList::compile(const FND::String& text) {
+    if (conditions_.empty()) generation_ = interpreter_.generation();
+    if (!isCurrent()) return false;
     const std::size_t before = conditions_.size();
-    if (interpreter_.compileConditions(text, *this)) return true;
+    std::int64_t buffers = 0;
+    if (interpreter_.compileConditions(text, *this, buffers)) {
+        buffers_ += buffers;
+        return true;
+    }
     conditions_.resize(before);
+    interpreter_.runControl().giveBuffer(static_cast<std::size_t>(buffers));
     return false;
 }
 
 void ConditionList::clear() {
+    if (isEvaluating_) {
+        interpreter_.logError("ERROR: can not clear conditions while they are evaluated");
+        return;
+    }
     conditions_.clear();
-    interpreter_.runControl().chargeBuffer(-std::exchange(buffers_, 0));
+    const std::int64_t buffers = std::exchange(buffers_, 0);
+    // What belonged to a script that is gone was given back with that.
+    if (generation_ == interpreter_.generation()) {
+        interpreter_.runControl().giveBuffer(static_cast<std::size_t>(buffers));
+    }
+}
+
+bool ConditionList::isCurrent() {
+    if (generation_ == interpreter_.generation()) return true;
+    interpreter_.logError("ERROR: the conditions belong to a script that is gone");
+    return false;
+}
+
+bool ConditionList::holds(std::size_t index) {
+    try {
+        return conditions_[index]->result();
+    } catch (ScriptStopped& stopped) {
+        interpreter_.runControl().stoppedAt("condition " + std::to_string(index) + ": ");
+        throw;
+    }
 }
 
 template <class Action>
 bool ConditionList::run(Action action) {
-    return contain(interpreter_, [&] {
-        const RunScope scope(interpreter_.runControl(), buffers_);
-        action();
-        return true;
-    });
+    if (!conditions_.empty() && !isCurrent()) return false;
+    const bool isInner = std::exchange(isEvaluating_, true);
+    const bool isDone = enterRun(
+        interpreter_,
+        [&] {
+            action();
+            return true;
+        },
+        &buffers_);
+    isEvaluating_ = isInner;
+    return isDone;
 }
 
 bool ConditionList::holds(std::int32_t index, bool& value) {
     return run([&] {
-        value =
-            index >= 0 && index < size() && conditions_[static_cast<std::size_t>(index)]->result();
+        value = index >= 0 && index < size() && holds(static_cast<std::size_t>(index));
     });
 }
 
 bool ConditionList::all(bool& value) {
     return run([&] {
-        value = std::all_of(conditions_.begin(), conditions_.end(),
-                            [](const auto& condition) { return condition->result(); });
+        std::size_t i = 0;
+        while (i < conditions_.size() && holds(i)) ++i;
+        value = i == conditions_.size();
     });
 }
 
 bool ConditionList::first(std::int32_t& index) {
     return run([&] {
-        const auto found = std::find_if(conditions_.begin(), conditions_.end(),
-                                        [](const auto& condition) { return condition->result(); });
-        index = found != conditions_.end() ? static_cast<std::int32_t>(found - conditions_.begin())
-                                           : -1;
+        std::size_t i = 0;
+        while (i < conditions_.size() && !holds(i)) ++i;
+        index = i < conditions_.size() ? static_cast<std::int32_t>(i) : -1;
     });
 }
 
 bool ConditionList::holding(std::vector<std::int32_t>& indices) {
     indices.clear();
     return run([&] {
-        for (std::int32_t i = 0; i < size(); ++i) {
-            if (conditions_[static_cast<std::size_t>(i)]->result()) indices.push_back(i);
+        for (std::size_t i = 0; i < conditions_.size(); ++i) {
+            if (holds(i)) indices.push_back(static_cast<std::int32_t>(i));
         }
     });
 }

@@ -16,7 +16,8 @@ namespace SCR {
 /// one that is invalid then is logged once and matches nothing.
 ///
 /// The conditions use the variables of the interpreter, which must outlive the list, and of the
-/// script that it has compiled: clear the list before the interpreter compiles another script. One
+/// script that it has compiled. Once the interpreter compiles another script, all that a list does
+/// with conditions of the script before is to log an error and give false, until it is cleared. One
 /// thread at a time, that of the interpreter. Nothing is thrown.
 class KESTREL_API ConditionList final : public CompareInterface {
 public:
@@ -27,7 +28,7 @@ public:
     /// Compiles conditions, each ended by ";", and adds them at the end. False, after a message,
     /// when one does not compile: then none is added.
     bool compile(const FND::String& text);
-    /// Destroys all conditions.
+    /// Destroys all conditions. While they are evaluated, it logs an error instead.
     void clear();
     /// The number of conditions; they are numbered from 0 in the order of the text.
     std::int32_t size() const { return static_cast<std::int32_t>(conditions_.size()); }
@@ -51,12 +52,17 @@ public:
     bool comparePattern(Interpreter& interpreter, ParserStack& stack) override;
 
 private:
+    bool holds(std::size_t index);
     template <class Action>
     bool run(Action action);
+    // Whether the conditions are of the script that is compiled now; false after a message.
+    bool isCurrent();
 
     Interpreter& interpreter_;
     std::vector<std::unique_ptr<BoolNode>> conditions_;
     std::int64_t buffers_ = 0;  // what the conditions' nodes took
+    std::uint64_t generation_ = 0;
+    bool isEvaluating_ = false;
 };
 
 }  // namespace SCR

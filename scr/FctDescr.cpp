@@ -67,6 +67,7 @@ Variable* FctDescr::clone() const {
     copy->dataType(dataType());
     copy->argTypes_ = argTypes_;
     copy->isActive_ = isActive_;
+    copy->nullOnFailure_ = nullOnFailure_;
     return copy;
 }
 

@@ -54,6 +54,11 @@ public:
     bool isActive() const { return isActive_; }
     void isActive(bool active) { isActive_ = active; }
 
+    /// Whether a call whose function fails, by throwing or by `Interpreter::fail`, logs an error
+    /// and gives the null value of its type. If not, as at first, it stops the script.
+    bool nullOnFailure() const { return nullOnFailure_; }
+    void nullOnFailure(bool givesNull) { nullOnFailure_ = givesNull; }
+
     /// What a call does to the outside world, as far as capabilities go by it.
     Effect effects() const { return effects_; }
     void effects(Effect effects) { effects_ = effects; }
@@ -80,6 +85,7 @@ private:
     std::vector<int, NodeAllocator<int>> argTypes_;
     Factory factory_;
     bool isActive_ = true;
+    bool nullOnFailure_ = false;
     Effect effects_ = Effect::None;
 };
 

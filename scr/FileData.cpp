@@ -34,7 +34,7 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
     if (!isOpen()) return nullptr;
     line_.clear();
     if (line_.capacity() > keptLength) {
-        chargeBuffer(-static_cast<std::int64_t>(heapBytes(line_)));
+        giveBuffer(heapBytes(line_));
         FND::String().swap(line_);
     }
     char piece[pieceLength + 1];
@@ -54,7 +54,7 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
         if (!isCut) {
             const std::size_t length = strnlen(piece, wanted);
             if (const std::size_t size = line_.size() + length; size > line_.capacity()) {
-                chargeBuffer(static_cast<std::int64_t>(growth(line_, size)));
+                chargeBuffer(growth(line_, size));
             }
             line_.append(piece, length);
             isCut = goesOn && length < wanted;

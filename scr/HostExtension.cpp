@@ -34,16 +34,37 @@ bool Host::resolveField(const FieldIds& ids, const FND::String& name, long& id) 
     return id >= 0 || SCR_YaccError(Messages::unknownField(name));
 }
 
-void Host::logException(Interpreter& interpreter, const FND::String& name) {
+namespace {
+
+// Logs why `function` failed when it gives the null value then, and stops the script otherwise.
+void handleFailure(Interpreter& interpreter, const FctDescr& function, const FND::String& reason) {
+    const FND::String message = function.name() + ": " + reason;
+    if (!function.nullOnFailure()) interpreter.runControl().stop(nullptr, message);
+    interpreter.logError(message);
+}
+
+}  // namespace
+
+void Host::handleException(Interpreter& interpreter, const FctDescr& function) {
+    FND::String reason = "unknown exception";
     try {
         throw;
     } catch (const ScriptStopped&) {
         throw;
     } catch (const std::exception& error) {
-        interpreter.logError(name + ": " + error.what());
+        reason = error.what();
     } catch (...) {
-        interpreter.logError(name + ": unknown exception");
     }
+    handleFailure(interpreter, function, reason);
+}
+
+bool Host::hasReturned(Interpreter& interpreter, const FctDescr& function) {
+    RunControl& control = interpreter.runControl();
+    const bool hasFailed = control.hasFailed();
+    if (hasFailed) [[unlikely]]
+        handleFailure(interpreter, function, control.takeFailure());
+    control.ask(nullptr);
+    return !hasFailed;
 }
 
 void Host::throwOutOfRange(const FND::String& number) {

@@ -69,12 +69,14 @@ public:
     /// are valid during the call; a result of type `const FND::String&` must stay what it is until
     /// the next call. At most nine arguments.
     ///
-    /// What the callable throws is logged as "name: what", variables keep their values, and the
-    /// script gets the null value of the type.
+    /// A callable that throws, or calls `Interpreter::fail`, stops the script as a limit does: the
+    /// log says where and "name: what", variables keep their values, and `execute` gives false.
     ///
     /// Gives the descriptor, owned by the extension, or null when the name is taken. A function
-    /// that neither runs script code nor changes variables may say so by `isActive(false)`: scripts
-    /// then spare copies of strings that stand beside its calls.
+    /// after whose failure scripts should go on says so by `nullOnFailure(true)`: the log gets
+    /// "name: what" then, and the script the null value of the type. One that neither runs script
+    /// code nor changes variables may say so by `isActive(false)`: scripts then spare copies of
+    /// strings that stand besides its calls.
     template <class F>
     FctDescr* function(const FND::String& name, F&& callable);
 

@@ -23,9 +23,13 @@ using FieldIds = std::function<long(const FND::String&)>;
 /// The number of the field that `name` gives; false, after a report, for an unknown field.
 KESTREL_API bool resolveField(const FieldIds& ids, const FND::String& name, long& id);
 
-/// To be called while handling an exception of the function `name`: logs it as an error, or lets it
-/// pass on when it is the one that stops a script.
-KESTREL_API void logException(Interpreter& interpreter, const FND::String& name);
+/// To be called while handling an exception of `function`: stops the script, or logs the exception
+/// when the function is one that gives the null value then.
+KESTREL_API void handleException(Interpreter& interpreter, const FctDescr& function);
+
+/// To be called when `function` has returned: false when it said that it failed and is one that
+/// gives the null value then. Stops the script when it has to stop.
+KESTREL_API bool hasReturned(Interpreter& interpreter, const FctDescr& function);
 
 /// An argument of a type that nodes give by reference. It stays what it was when evaluated.
 template <class Value>
@@ -188,7 +192,7 @@ public:
 
     /// Evaluates the operands left to right and lets `take` call `callable` with them and, last,
     /// `values` for parameters of the types `Written`; stores what the callable wrote. False, with
-    /// nothing stored, when the callable threw, which is logged.
+    /// nothing stored, when the callable failed and the script goes on.
     template <bool takesInterpreter, class... Written, class F, class Take>
     bool call(const FctDescr& descriptor, F& callable, const Take& take,
               const typename TypeOf<Written>::Type::Value&... values) {
@@ -211,9 +215,10 @@ public:
                                 });
                             }
                         } catch (...) {
-                            logException(*interpreter_, descriptor.name());
+                            handleException(*interpreter_, descriptor);
                             return false;
                         }
+                        if (!hasReturned(*interpreter_, descriptor)) return false;
                         (slot.store(argument), ...);
                         return true;
                     },
@@ -292,6 +297,7 @@ public:
         auto* copy = new Function(name(), callable_, *ids_);
         copy->dataType(dataType());
         copy->isActive(isActive());
+        copy->nullOnFailure(nullOnFailure());
         return copy;
     }
 
@@ -383,6 +389,7 @@ public:
         auto* copy = new Field(name(), reader_, writer_, *ids_);
         copy->dataType(dataType());
         copy->isActive(isActive());
+        copy->nullOnFailure(nullOnFailure());
         return copy;
     }
 

@@ -1,9 +1,10 @@
 #include "scr/Interpreter.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "scr/CompareInterface.h"
-#include "scr/Contain.h"
+#include "scr/Entry.h"
 #include "scr/Extension.h"
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
@@ -27,6 +28,18 @@ void makeRoom(std::vector<Element>& elements) {
     if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 8);
 }
 
+// Passes on to the log of an interpreter, as that itself does.
+class InterpreterLog final : public Log {
+public:
+    explicit InterpreterLog(Interpreter& interpreter) : interpreter_(interpreter) {}
+    void log(const FND::String& message, FND::Status::Severity severity) override {
+        interpreter_.log(message, severity);
+    }
+
+private:
+    Interpreter& interpreter_;
+};
+
 }  // namespace
 
 Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
@@ -48,58 +61,82 @@ Interpreter::~Interpreter() {
     for (std::unique_ptr<Extension>& extension : extensions_) extension.reset();
 }
 
-bool Interpreter::compile(const FND::String& text) {
-    if (!compileScript(text)) return false;
-    runsEnd_ = true;
-    runFunction(beginFunctionS);
-    return true;
-}
+class Interpreter::CompileScope {
+public:
+    explicit CompileScope(Interpreter& interpreter) : interpreter_(interpreter) {
+        isEntered_ = !interpreter.isCompiling_ && !interpreter.runControl_.isRunning();
+        if (isEntered_) {
+            interpreter.isCompiling_ = true;
+        } else {
+            contain(interpreter, [&] {
+                interpreter.logError(
+                    "ERROR: can not compile while the interpreter " +
+                    FND::String(interpreter.isCompiling_ ? "compiles" : "executes"));
+                return false;
+            });
+        }
+    }
+    CompileScope(const CompileScope&) = delete;
+    CompileScope& operator=(const CompileScope&) = delete;
+    ~CompileScope() {
+        if (!isEntered_) return;
+        interpreter_.isCompiling_ = interpreter_.isChecking_ = false;
+        interpreter_.flowAnalysis_ = nullptr;
+    }
+    explicit operator bool() const { return isEntered_; }
 
-bool Interpreter::check(const FND::String& text) {
-    isChecking_ = true;
-    const bool isGood = compileScript(text);
-    isChecking_ = false;
-    return isGood;
-}
+private:
+    Interpreter& interpreter_;
+    bool isEntered_;
+};
+
+bool Interpreter::compile(const FND::String& text) { return compileScript(text, Mode::Compile); }
+
+bool Interpreter::check(const FND::String& text) { return compileScript(text, Mode::Check); }
 
 bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
     findings.clear();
     return contain(*this, [&] {
         FlowAnalysis analysis;
-        flowAnalysis_ = &analysis;
-        const bool isGood = check(text);
-        flowAnalysis_ = nullptr;
+        const bool isGood = compileScript(text, Mode::Check, &analysis);
         if (isGood) findings = analysis.findings();
         return isGood;
     });
 }
 
-bool Interpreter::refusesToCompile() {
-    if (!runControl_.isRunning()) return false;
-    logError("ERROR: can not compile while the interpreter executes");
-    return true;
-}
-
-bool Interpreter::compileScript(const FND::String& text) {
-    if (refusesToCompile()) return false;
-    isCompiled_ = contain(*this, [&] {
-        discardScript();
+bool Interpreter::compileScript(const FND::String& text, Mode mode, FlowAnalysis* analysis) {
+    const CompileScope scope(*this);
+    if (!scope) return false;
+    isChecking_ = mode == Mode::Check;
+    flowAnalysis_ = analysis;
+    discardScript();
+    bool isGood = enterRun(*this, [&] {
         if (mainExtension_ == nullptr) return false;
-        const NodeMemory::Scope scope;
+        const NodeMemory::Scope memory;
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
         ExpandedText expanded;
-        if (!expand(text, expanded) || !SCR_parseScript(*this, expanded)) return false;
+        if (!expand(text, expanded)) return false;
+        const BufferCharge charge(expanded.storage.size());
+        // The texts of its constants.
+        chargeBuffer(expanded.body.size());
+        if (!SCR_parseScript(*this, expanded)) return false;
         mainFunction_->close();
         return true;
     });
-    // What a failed compile leaves is built in part only; nothing may be bound to it.
-    if (!isCompiled_) discardScript();
+    isCompiled_ = isGood;
     scriptPlaces_ = places_.size();
-    return isCompiled_;
+    if (isGood && mode == Mode::Compile) {
+        isGood = runFunction(beginFunctionS);
+        runsEnd_ = isGood;
+    }
+    // What a failed compile leaves is built in part only; nothing may be bound to it.
+    if (!isGood) discardScript();
+    return isGood;
 }
 
 void Interpreter::discardScript() {
+    ++generation_;
     // A query may use the script's variables and functions.
     query_.reset();
     queryBuffers_ = 0;
@@ -120,64 +157,88 @@ bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
     options.searchPath = includePath_;
     options.includesAllowed = capabilities_.include;
     options.allowedDirectories = capabilities_.includeDirectories;
-    options.maxBytes = limits().sourceBytes();
-    Preprocessor preprocessor(log_, options);
+    options.maxBytes =
+        std::min(limits().sourceBytes(),
+                 static_cast<std::size_t>(std::max<std::int64_t>(limits().memory, 1)));
+    InterpreterLog log(*this);
+    Preprocessor preprocessor(&log, options);
     return preprocessor.expand(text, expanded);
 }
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
-    if (refusesToCompile()) return false;
-    return contain(*this, [&] {
-        if (mainExtension_ == nullptr) return false;
-        const NodeMemory::Scope scope;
-        ExpandedText expanded;
-        return expand(text, expanded) && SCR_parseCondition(*this, target, expanded);
-    });
+    std::int64_t buffers = 0;
+    const bool isGood = compileConditions(text, target, buffers);
+    // How long the host keeps them is not known.
+    runControl_.giveBuffer(static_cast<std::size_t>(buffers));
+    return isGood;
+}
+
+bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target,
+                                    std::int64_t& buffers) {
+    const CompileScope scope(*this);
+    return scope && enterRun(
+                        *this,
+                        [&] {
+                            if (mainExtension_ == nullptr) return false;
+                            const NodeMemory::Scope memory;
+                            ExpandedText expanded;
+                            if (!expand(text, expanded)) return false;
+                            const BufferCharge charge(expanded.storage.size());
+                            chargeBuffer(expanded.body.size());
+                            return SCR_parseCondition(*this, target, expanded);
+                        },
+                        &buffers);
 }
 
 bool Interpreter::compileQuery(const FND::String& text) {
-    if (refusesToCompile()) return false;
+    const CompileScope scope(*this);
+    if (!scope) return false;
     query_.reset();
-    runControl_.chargeBuffer(-std::exchange(queryBuffers_, 0));
+    runControl_.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers_, 0)));
     places_.truncate(scriptPlaces_);
-    return contain(*this, [&] {
+    const auto parse = [&] {
         if (mainExtension_ == nullptr) return false;
-        const NodeMemory::Scope scope;
+        const NodeMemory::Scope memory;
+        chargeBuffer(text.size());
         return SCR_parseQuery(*this, text, query_);
-    });
+    };
+    if (enterRun(*this, parse, &queryBuffers_)) return true;
+    query_.reset();
+    return false;
 }
 
 bool Interpreter::execute() {
     if (!isCompiled_) return false;
-    return contain(*this, [&] {
-        const RunScope scope(runControl_);
-        return mainFunction_->run() == Node::goOn;
-    });
+    return enterRun(*this, [&] { return mainFunction_->run() == Node::goOn; });
 }
 
 bool Interpreter::evaluateQuery(bool& value) {
     if (!query_) return false;
-    return contain(*this, [&] {
-        const RunScope scope(runControl_, queryBuffers_);
-        value = query_->result();
+    return enterRun(
+        *this,
+        [&] {
+            value = query_->result();
+            return true;
+        },
+        &queryBuffers_);
+}
+
+bool Interpreter::evaluate(BoolNode& condition, bool& value) {
+    return enterRun(*this, [&] {
+        value = condition.result();
         return true;
     });
 }
 
 bool Interpreter::runFunction(const FND::String& name) {
     Function* const function = getFunction(name);
-    if (function == nullptr) return false;
-    return contain(*this, [&] {
-        const RunScope scope(runControl_);
-        function->execute();
-        return true;
-    });
+    return function == nullptr || enterRun(*this, [&] {
+               function->execute();
+               return true;
+           });
 }
 
-bool Interpreter::finish() {
-    if (!std::exchange(runsEnd_, false) || getFunction(endFunctionS) == nullptr) return true;
-    return runFunction(endFunctionS);
-}
+bool Interpreter::finish() { return !std::exchange(runsEnd_, false) || runFunction(endFunctionS); }
 
 bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {
     return contain(*this, [&] {
@@ -214,7 +275,15 @@ void Interpreter::logError(const FND::String& message) { log(message, FND::Statu
 void Interpreter::logOutOfMemory() { log(outOfMemoryS, FND::Status::Error); }
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
-    if (log_ != nullptr) log_->log(message, severity);
+    // A log may call the interpreter, which may log.
+    constexpr int most = 8;
+    if (log_ == nullptr || openLogs_ >= most) return;
+    ++openLogs_;
+    try {
+        log_->log(message, severity);
+    } catch (...) {
+    }
+    --openLogs_;
 }
 
 bool Interpreter::pushStatement(Node* block) {

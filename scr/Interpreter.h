@@ -32,7 +32,10 @@ struct ExpandedText;
 /// During a compile it is the symbol table and the stack of open blocks that the parser works on.
 ///
 /// An interpreter is used by one thread at a time, but for `interrupt()`. Different interpreters
-/// may run in parallel; their compiles exclude one another. Nothing is thrown.
+/// may run in parallel; their parses exclude one another. Nothing is thrown.
+///
+/// A host's functions, logs and extensions may call the interpreter that is at work: it executes,
+/// as often within itself as the limit of the depth and the stack allow, and compiles nothing.
 class KESTREL_API Interpreter {
 public:
     /// `log` receives all messages; not owned, must outlive the interpreter. Without memory it is
@@ -44,9 +47,12 @@ public:
     ~Interpreter();
 
     /// Discards the script compiled before and compiles `text`. On success runs the script's
-    /// function "BEGIN", if it defines one, and gives true. On failure one message is logged.
-    /// Nothing compiles while the interpreter executes: called from a host's function or log then,
-    /// this and the other compiling functions change nothing, log an error and give false.
+    /// function "BEGIN", if it defines one, and gives true. On failure one message is logged. When
+    /// "BEGIN" is stopped, by a limit, an interruption or the failure of a host's function, nothing
+    /// is compiled and false given. Compiling is under the limits of time and memory as executing
+    /// is. Nothing compiles while the interpreter compiles or executes: called from a host's
+    /// function or log then, this and the other compiling functions change nothing, log an error
+    /// and give false.
     bool compile(const FND::String& text);
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
     /// warning for each case of a `regExprSwitch` that is never reached.
@@ -75,9 +81,22 @@ public:
     /// none or the evaluation was stopped.
     bool evaluateQuery(bool& value);
 
-    /// Stops the running script, or the next one to run: `execute` gives false then, and the
-    /// interpreter stays usable. May be called by any thread.
-    void interrupt() { runControl_.interrupt(); }
+    /// Evaluates a condition that was handed to a `CompareInterface` of the host, as
+    /// `evaluateQuery` does the query. It must be of a compile of this interpreter that no script
+    /// followed; see `generation`.
+    bool evaluate(BoolNode& condition, bool& value);
+
+    /// Stops what the interpreter compiles or executes at this moment, which gives false then, and
+    /// leaves the interpreter usable. False when it does nothing; a later execution is never
+    /// stopped. An execution that is just ending may still give true. May be called by any thread.
+    bool interrupt() { return runControl_.interrupt(); }
+    /// Stops the running script from a host's function, once that returns: `message` is logged with
+    /// the place, and `execute` gives false. False outside of an execution.
+    bool fail(const FND::String& message) { return runControl_.fail(message); }
+
+    /// A number that changes whenever a script is compiled or dropped: what was bound to the
+    /// script before belongs to another generation.
+    std::uint64_t generation() const { return generation_; }
 
     /// Predefines a String constant for every script compiled afterwards; false when the name is
     /// taken.
@@ -103,8 +122,16 @@ public:
     /// What scripts may take; see `Limits`. Set for the compiles and executions that follow.
     const Limits& limits() const { return runControl_.limits(); }
     void limits(const Limits& limits) { runControl_.limits(limits); }
-    /// Whether the execution begun last was stopped by a limit or an interruption.
+    /// Whether what was compiled or executed last was stopped, by a limit, an interruption or the
+    /// failure of a host's function.
     bool wasStopped() const { return runControl_.wasStopped(); }
+
+    /// For hosts that run scripts on stacks of their own, as fibers do: the lowest address that the
+    /// scripts executed from now on may use. Null goes back to the thread's own stack; scripts on
+    /// any other stack are held by the limit of the depth alone then.
+    void stackEnd(const void* lowest) { runControl_.stackEnd(lowest); }
+
+    // What a log throws is dropped with its message.
 
     /// Logs `message` as an error.
     void logError(const FND::String& message);
@@ -152,9 +179,17 @@ public:
     MainExtension& mainExtension() { return *mainExtension_; }
 
 private:
-    // True, after a message, while script code is running, which a compilation would destroy.
-    bool refusesToCompile();
-    bool compileScript(const FND::String& text);
+    friend class ConditionList;
+
+    // Keeps others from compiling; false, after a message, when something is compiled or executed,
+    // which a compile would destroy.
+    class CompileScope;
+
+    enum class Mode { Compile, Check };
+    bool compileScript(const FND::String& text, Mode mode, FlowAnalysis* analysis = nullptr);
+    // Adds to `buffers` what the conditions took.
+    bool compileConditions(const FND::String& text, CompareInterface& target,
+                           std::int64_t& buffers);
     bool expand(const FND::String& text, ExpandedText& expanded);
     void discardScript();
     bool runFunction(const FND::String& name);
@@ -166,6 +201,9 @@ private:
     NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
     std::int64_t compiledLines_ = 0;
+    std::uint64_t generation_ = 0;
+    int openLogs_ = 0;  // calls of the log within each other
+    bool isCompiling_ = false;
     bool isChecking_ = false;
     FlowAnalysis* flowAnalysis_ = nullptr;  // not owned
     bool isCompiled_ = false;

@@ -16,7 +16,9 @@ public:
     Log& operator=(const Log&) = delete;
     virtual ~Log();
 
-    /// Takes one message, without a line end. The base implementation drops it.
+    /// Takes one message, without a line end. The base implementation drops it. What it throws is
+    /// dropped with the message. It may call the interpreter, which does not compile from here;
+    /// messages that arise then come in here too, up to eight within each other.
     virtual void log(const FND::String& message, FND::Status::Severity severity);
 };
 

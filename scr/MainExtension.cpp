@@ -1,5 +1,6 @@
 #include "scr/MainExtension.h"
 
+#include "fnd/ForkGuard.h"
 #include "scr/Variable.h"
 #include "scr/builtin/BuiltIn.h"
 
@@ -11,6 +12,7 @@ int MainExtension::instancesCM = 0;
 std::mutex MainExtension::mutexCM;
 
 MainExtension::MainExtension() {
+    static FND::ForkGuard guard(FND::ForkGuard::Rank::BuiltIns, mutexCM);
     const std::lock_guard lock(mutexCM);
     if (instancesCM == 0) fillTable();
     ++instancesCM;

@@ -12,8 +12,12 @@ void chargeMemory(std::size_t bytes) {
     if (RunControl* const control = RunControl::current()) control->charge(bytes);
 }
 
-void chargeBuffer(std::int64_t bytes) {
+void chargeBuffer(std::size_t bytes) {
     if (RunControl* const control = RunControl::current()) control->chargeBuffer(bytes);
+}
+
+void giveBuffer(std::size_t bytes) noexcept {
+    if (RunControl* const control = RunControl::current()) control->giveBuffer(bytes);
 }
 
 void storeLong(FND::String& target, const FND::String& value) {

@@ -14,8 +14,9 @@ namespace SCR {
 class Variable;
 
 // What takes memory for a script's values says so here before it takes it. The bytes go to the
-// account of the script that the calling thread runs, and to none outside of a run. A script that
-// would pass its limit is stopped: `ScriptStopped` is thrown, and nothing has changed.
+// account of the script that the calling thread compiles or runs, and to none outside of that. A
+// script that would pass its limit is stopped: `ScriptStopped` is thrown, and nothing has changed.
+// Giving back never fails.
 //
 // What variables hold is only ever charged, never given back: when the sum passes the limit, the
 // interpreter counts what its variables really hold and goes on from that. See `RunControl`.
@@ -24,8 +25,10 @@ class Variable;
 KESTREL_API void chargeMemory(std::size_t bytes);
 
 /// Charges `bytes` that lie outside the variables, as a node's result or a copy that is kept over a
-/// call; a negative number gives them back.
-KESTREL_API void chargeBuffer(std::int64_t bytes);
+/// call.
+KESTREL_API void chargeBuffer(std::size_t bytes);
+/// Gives back what `chargeBuffer` took.
+KESTREL_API void giveBuffer(std::size_t bytes) noexcept;
 
 /// What a block of `size` bytes takes of the heap: with a header, in steps of 16 bytes.
 inline std::size_t blockBytes(std::size_t size) { return (size + 8 + 15) / 16 * 16; }
@@ -72,7 +75,7 @@ inline void store(FND::String& target, const FND::String& value) {
 inline void growBuffer(FND::String& buffer, std::size_t size) {
     if (size <= buffer.capacity()) [[likely]]
         return;
-    chargeBuffer(static_cast<std::int64_t>(growth(buffer, size)));
+    chargeBuffer(growth(buffer, size));
     buffer.clear();
     buffer.reserve(size);
 }
@@ -81,12 +84,12 @@ inline void growBuffer(FND::String& buffer, std::size_t size) {
 class BufferCharge {
 public:
     explicit BufferCharge(std::size_t bytes) : bytes_(bytes) {
-        if (bytes_ > 0) chargeBuffer(static_cast<std::int64_t>(bytes_));
+        if (bytes_ > 0) chargeBuffer(bytes_);
     }
     BufferCharge(BufferCharge&& other) noexcept : bytes_(std::exchange(other.bytes_, 0)) {}
     BufferCharge& operator=(BufferCharge&&) = delete;
     ~BufferCharge() {
-        if (bytes_ > 0) chargeBuffer(-static_cast<std::int64_t>(bytes_));
+        if (bytes_ > 0) giveBuffer(bytes_);
     }
 
 private:

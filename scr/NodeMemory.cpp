@@ -10,6 +10,9 @@
 
 #include <sys/mman.h>
 
+#include "fnd/ForkGuard.h"
+#include "scr/Memory.h"
+
 namespace SCR::NodeMemory {
 
 namespace {
@@ -131,6 +134,7 @@ private:
     void startBlock() {
         countFresh();
         const std::size_t size = nextSize_;
+        chargeBuffer(size);
         void* const memory = ::operator new(size, alignmentOf(size));
         // A wish: whether it is granted makes no difference but to speed.
         if (size == lastBlockSizeS) ::madvise(memory, size, MADV_HUGEPAGE);
@@ -146,6 +150,7 @@ private:
 namespace {
 
 [[gnu::tls_model("initial-exec")]] thread_local Pool* currentS = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local int scopesS = 0;
 
 // A block for things of one size that are taken outside of every scope.
 struct SharedBlock : Block {
@@ -221,6 +226,7 @@ private:
     }
 
     std::mutex mutex_;
+    FND::ForkGuard guard_{FND::ForkGuard::Rank::NodeMemory, mutex_};
     std::array<SharedBlock*, largestS / unitS + 1> open_{};  // with room, by the size of the things
 };
 
@@ -246,7 +252,10 @@ std::size_t unitsOf(std::size_t bytes) { return (bytes + unitS - 1) / unitS; }
 }  // namespace
 
 void* take(std::size_t bytes) {
-    if (!poolsNodesS || bytes > largestS) return ::operator new(bytes);
+    if (!poolsNodesS || bytes > largestS) {
+        if (scopesS > 0) chargeBuffer(bytes);
+        return ::operator new(bytes);
+    }
     const std::size_t units = unitsOf(bytes);
     return currentS != nullptr ? currentS->take(units) : sharedBlocks().take(units);
 }
@@ -268,9 +277,12 @@ void give(void* memory, std::size_t bytes) noexcept {
     }
 }
 
-Scope::Scope() : pool_(poolsNodesS ? new Pool : nullptr), outer_(std::exchange(currentS, pool_)) {}
+Scope::Scope() : pool_(poolsNodesS ? new Pool : nullptr), outer_(std::exchange(currentS, pool_)) {
+    ++scopesS;
+}
 
 Scope::~Scope() {
+    --scopesS;
     currentS = outer_;
     delete pool_;
 }

@@ -17,15 +17,16 @@ namespace SCR {
 namespace NodeMemory {
 
 /// `bytes` of memory, aligned for every type of that size that `new` would serve. Throws
-/// std::bad_alloc.
+/// std::bad_alloc, and `ScriptStopped` when the script being compiled may take no more.
 KESTREL_API void* take(std::size_t bytes);
 /// Gives back what `take` gave for as many bytes.
 KESTREL_API void give(void* memory, std::size_t bytes) noexcept;
 
 class Pool;
 
-/// While it lives, what its thread takes comes from blocks of its own. What is given back
-/// meanwhile is taken again. May be nested; made and destroyed by one thread.
+/// While it lives, what its thread takes comes from blocks of its own, which are charged to the
+/// script being compiled, for as long as that is there. What is given back meanwhile is taken
+/// again. May be nested; made and destroyed by one thread.
 class Scope {
 public:
     Scope();
@@ -58,7 +59,7 @@ public:
     static void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
         try {
             return NodeMemory::take(bytes);
-        } catch (const std::bad_alloc&) {
+        } catch (...) {
             return nullptr;
         }
     }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
@@ -32,22 +33,17 @@ private:
     const Node* place_;
 };
 
-/// Watches over one interpreter's running script: loops report every turn and user functions every
-/// call, and a script that must not go on is stopped by `ScriptStopped`. The usual cost of a turn
-/// is a decrement and a branch. All of it is used by the interpreter's thread, but for
-/// `interrupt()`, which any thread may call.
+/// Watches over what one interpreter does for its host, compiling and running scripts: loops report
+/// every turn, user functions every call and what works for long its work, and a script that must
+/// not go on is stopped by `ScriptStopped`. The usual cost of a turn is a decrement and a branch.
+/// All of it is used by the interpreter's thread, but for `interrupt()`, which any thread may call.
+///
+/// A run is entered by a `RunScope`. Outside of a run nothing is counted and nothing is stopped.
 class KESTREL_API RunControl {
 public:
     explicit RunControl(Interpreter& interpreter) : interpreter_(interpreter) {}
     RunControl(const RunControl&) = delete;
     RunControl& operator=(const RunControl&) = delete;
-
-    /// Prepares for running script code on the calling thread. Calls nest (a host's function may
-    /// run its interpreter again); only the outermost starts anew.
-    /// Gives the control that was the calling thread's until then.
-    RunControl* enter();
-    /// Ends what `enter` began; `outer` is what that gave.
-    void leave(RunControl* outer);
 
     /// How often running began anew; tells one execution from another.
     std::uint64_t runs() const { return runs_; }
@@ -85,19 +81,31 @@ public:
     /// would hold more than the limit allows. See scr/Memory.h.
     void charge(std::size_t bytes) {
         charged_ += static_cast<std::int64_t>(bytes);
-        if (charged_ > limits_.memory) [[unlikely]]
+        if (charged_ > memoryBound_) [[unlikely]]
             settle(static_cast<std::int64_t>(bytes));
     }
-    /// The same for bytes outside the variables; a negative number gives bytes back.
-    void chargeBuffer(std::int64_t bytes);
+    /// The same for bytes outside the variables, until `giveBuffer` gives them back.
+    void chargeBuffer(std::size_t bytes);
+    /// Gives back what `chargeBuffer` took. Asks for nothing and never stops the script.
+    void giveBuffer(std::size_t bytes) noexcept {
+        charged_ -= static_cast<std::int64_t>(bytes);
+        buffers_ -= static_cast<std::int64_t>(bytes);
+    }
+    /// The bytes outside the variables that are charged now.
+    std::int64_t buffers() const { return buffers_; }
     /// Forgets what was charged: the script is gone.
     void clearCharges() { charged_ = buffers_ = 0; }
 
     const Limits& limits() const { return limits_; }
-    /// Sets what `enter` and the checks go by from now on.
-    void limits(const Limits& limits) { limits_ = limits; }
-    /// Whether the execution begun last was stopped.
+    /// Sets what the checks go by from now on. The time and the steps of a run under way stay.
+    void limits(const Limits& limits);
+    /// Whether the run begun last was stopped.
     bool wasStopped() const { return wasStopped_; }
+
+    /// Says where the stack of the running code ends: `lowest` is the lowest address that it may
+    /// use. Null, as at first, takes the end of the calling thread's stack when the code runs on
+    /// that, and otherwise leaves the stack to the limit of open calls.
+    void stackEnd(const void* lowest) { givenStackEnd_ = lowest; }
 
     /// Stops the script now if it has to stop; for built-ins that wait or work for long, which ask
     /// several times a second. `place` is their node.
@@ -111,74 +119,110 @@ public:
     }
     /// Whether `ask` would stop the script.
     bool mustStop() const;
-    /// Whether script code is running.
+    /// Whether something is compiled or executed.
     bool isRunning() const { return depth_ > 0; }
 
-    /// Makes the running script stop soon, or the next one to run when none is running. Any thread.
-    void interrupt() { interrupted_.store(true, std::memory_order_relaxed); }
+    /// Makes what runs at this moment stop soon; false when nothing runs. Any thread.
+    bool interrupt();
+    /// Makes the run stop as soon as it is asked next, as after the call of a host's function, with
+    /// `message`. False, and nothing happens, outside of a run.
+    bool fail(const FND::String& message);
+    /// Whether `fail` was called and the run was not stopped yet.
+    bool hasFailed() const { return !failure_.empty(); }
+    /// Forgets what `fail` said, and gives it; empty when it said nothing.
+    FND::String takeFailure() { return std::exchange(failure_, {}); }
+
+    /// Lets the question number `question` from now on, 0-based, stop the script: each time that
+    /// the control looks at the clock, at an interruption or at the memory taken counts, and it
+    /// looks whenever it is told of a turn, of work or of bytes. A negative number ends that. For
+    /// tests.
+    void stopAtQuestion(std::int64_t question);
+    /// The questions asked since `stopAtQuestion`.
+    std::int64_t questions() const { return questions_; }
 
     /// Stops the script; `report` logs `message` then with the line of `place` or, when that is not
     /// known, of the innermost statement that ran.
     [[noreturn]] void stop(const Node* place, const FND::String& message);
+    /// Says where the parser was when it was stopped, as "line N: ".
+    void stoppedAt(const FND::String& prefix) { prefix_ = prefix; }
     /// Logs why `stop` stopped the script, and in which line.
     void report(const ScriptStopped& stopped);
 
 private:
     friend class RunScope;
 
+    void begin();
+    void finish();
+    void end() noexcept;
+    char* stackEndHere() const;
     void look(const Node* place);
     void startInterval();
     void lookAtWork();
     void settle(std::int64_t bytes);
+    void count(const Node* place);
     [[noreturn]] void stopAtStackEnd(const Node* place);
     [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
 
-    /// Turns between two looks at the interruption: far below a millisecond of script time.
-    static constexpr std::int64_t lookIntervalCM = 1024;
+    enum class State : int { Idle, Running, Interrupted };
+
+    /// Turns between two looks at the clock: far below a millisecond of script time.
+    static constexpr std::int64_t lookIntervalCM = 256;
     /// Bytes of work between two looks: some of it takes several nanoseconds a byte.
     static constexpr std::int64_t workIntervalCM = 128 * 1024;
+    /// Outside of a run.
+    static constexpr std::int64_t neverCM = INT64_MAX;
 
     Interpreter& interpreter_;
     Limits limits_;
-    std::int64_t untilLook_ = lookIntervalCM;
+    std::int64_t memoryBound_ = limits_.memory;  // what may be charged without a question
+    std::int64_t untilLook_ = neverCM;
     std::int64_t untilAsked_ = workIntervalCM;
     std::int64_t stepsLeft_ = Limits::none;  // beyond those of untilLook_
     std::int64_t openCalls_ = 0;
     char* stackEnd_ = nullptr;
+    const void* givenStackEnd_ = nullptr;
     std::chrono::steady_clock::time_point deadline_;
     int depth_ = 0;
     std::int64_t charged_ = 0;  // at least what the script's values hold
     std::int64_t buffers_ = 0;  // of that, what lies outside the variables
     FND::String message_;       // why the script was stopped last
+    FND::String prefix_;        // where it was parsed then
+    FND::String failure_;       // what `fail` was told
     bool wasStopped_ = false;
     std::uint64_t runs_ = 0;
-    std::atomic<bool> interrupted_{false};
+    std::int64_t questions_ = 0;
+    std::int64_t stopsAt_ = -1;  // the question that stops the script; negative for none
+    std::atomic<State> state_{State::Idle};
 };
 
-/// Keeps a `RunControl` entered for the life of a scope.
+/// Keeps a `RunControl` entered on the calling thread. Scopes nest, as a host's function may run
+/// its interpreter again; only the outermost starts the counts anew.
 class RunScope {
 public:
-    explicit RunScope(RunControl& control)
-        : control_(control), openCalls_(control.openCalls_), outer_(control.enter()) {}
+    /// Throws `ScriptStopped` when too many runs are open within each other, or when they come near
+    /// the end of the stack.
+    explicit RunScope(RunControl& control);
     /// For nodes that do not end with the script: adds to `buffers` what they took for themselves,
     /// to be given back to the control when they end.
-    RunScope(RunControl& control, std::int64_t& buffers) : RunScope(control) {
-        kept_ = &buffers;
-        *kept_ -= control_.buffers_;
+    RunScope(RunControl& control, std::int64_t* buffers) : RunScope(control) {
+        kept_ = buffers;
+        before_ = control_.buffers_;
     }
     RunScope(const RunScope&) = delete;
     RunScope& operator=(const RunScope&) = delete;
-    ~RunScope() {
-        control_.openCalls_ = openCalls_;
-        if (kept_ != nullptr) *kept_ += control_.buffers_;
-        control_.leave(outer_);
-    }
+    ~RunScope();
+
+    /// Called when all is done that was to be done: throws `ScriptStopped` when the run had to stop
+    /// and did not notice.
+    void finish() { control_.finish(); }
 
 private:
     RunControl& control_;
     const std::int64_t openCalls_;
-    RunControl* const outer_;
+    char* const stackEnd_;
+    RunControl* outer_ = nullptr;
     std::int64_t* kept_ = nullptr;
+    std::int64_t before_ = 0;
 };
 
 }  // namespace SCR

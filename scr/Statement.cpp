@@ -5,6 +5,7 @@
 
 #include "scr/Operand.h"
 #include "scr/RunControl.h"
+#include "scr/Work.h"
 
 namespace SCR {
 
@@ -28,9 +29,17 @@ StatementList::~StatementList() = default;
 std::int32_t StatementList::execute() { return run(); }
 
 std::int32_t StatementList::runStatements() {
+    // As much as work on so many bytes takes, so that a long list is stopped in time.
+    constexpr std::size_t stretch = 64;
+    constexpr std::size_t workOfStatement = 64;
     auto statement = statements_.begin();
+    std::size_t untilCounted = stretch;
     try {
         for (const auto end = statements_.end(); statement != end; ++statement) {
+            if (--untilCounted == 0) {
+                countWork(stretch * workOfStatement);
+                untilCounted = stretch;
+            }
             if (const std::int32_t code = (*statement)->execute(); code != goOn) return code;
         }
     } catch (ScriptStopped& stopped) {

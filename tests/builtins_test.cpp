@@ -3,21 +3,18 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
 
+#include "Examples.h"
 #include "Script.h"
-#include "fnd/DateTime.h"
 #include "scr/FctDescr.h"
 #include "scr/MainExtension.h"
 #include "scr/builtin/BuiltIn.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using SCR::Effect;
 
 constexpr int anyS = SCR::FctDescr::anyNumber;
@@ -259,52 +256,13 @@ TEST(BuiltIns, AliasesShareTheirFactory) {
     }
 }
 
-/// The script that runs an example. One that ends in a condition, without a ";", has to hold: the
-/// script prints "holds" then, as it does after one that is nothing but statements.
-std::string scriptOf(std::string_view example) {
-    std::size_t end = 0;  // of the last statement
-    bool isText = false;
-    for (std::size_t i = 0; i < example.size(); ++i) {
-        if (example[i] == '\\') {
-            ++i;
-        } else if (example[i] == '"') {
-            isText = !isText;
-        } else if (!isText && (example[i] == ';' || example[i] == '}')) {
-            end = i + 1;
-        }
-    }
-    const std::string statements(example.substr(0, end));
-    const std::string condition(example.substr(end));
-    const bool isCondition = condition.find_first_not_of(" \n") != std::string::npos;
-    return statements + (isCondition ? "if (" + condition + ")" : "") + " logStdout(\"holds\");";
-}
-
-/// An empty folder to work in, and UTC as the local zone.
-class ExampleTest : public testing::Test {
-protected:
-    ExampleTest() : before_(fs::current_path()) {
-        std::string folder = (fs::temp_directory_path() / "kestrel-example-XXXXXX").string();
-        if (mkdtemp(folder.data()) == nullptr) std::abort();
-        fs::current_path(folder_ = folder);
-        setenv("TZ", "UTC0", 1);
-        FND::DateTime::rereadLocalZone();
-    }
-    ~ExampleTest() override {
-        fs::current_path(before_);
-        fs::remove_all(folder_);
-    }
-
-private:
-    fs::path before_;
-    fs::path folder_;
-};
-
-TEST_F(ExampleTest, EveryRowHasAManualWhoseExampleHolds) {
+TEST(BuiltInsTest, EveryRowHasAManualWhoseExampleHolds) {
+    const Harness::ExampleFolder folder;
     for (const SCR::BuiltIn* row : SCR::builtIns()) {
         SCOPED_TRACE(std::string(row->signature));
         EXPECT_TRUE(row->manual.ends_with('.')) << row->manual;
         EXPECT_FALSE(row->example.empty());
-        const std::string script = scriptOf(row->example);
+        const std::string script = Harness::scriptOf(row->example);
         const Harness::ScriptRun result = Harness::run(script);
         EXPECT_TRUE(result.ok) << script;
         EXPECT_TRUE(result.output.ends_with("holds")) << script << "\n" << result.output;

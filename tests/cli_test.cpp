@@ -467,8 +467,9 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
          csv,
          4,
          "",
-         "ERROR: line 1: script stopped: limit `steps' of 1000 passed\nkestrel: the function BEGIN "
-         "was stopped\n"},
+         "ERROR: line 1: script stopped: limit `steps' of 1000 passed\nkestrel: stopped before the "
+         "first "
+         "record\n"},
         {{"run", "-e", "if (edrLong(f1) == 2) while (true) {}", "--limit", "steps=1000", "--jobs",
           "2", "--stats"},
          "1\n2\n3\n",

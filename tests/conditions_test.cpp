@@ -193,11 +193,20 @@ TEST(Conditions, UseTheScriptAndStopWithIt) {
     EXPECT_TRUE(bench.interpreter.wasStopped());
     Indices holding{5};
     EXPECT_FALSE(bench.conditions.holding(holding));
-    // What a host's function throws is its null value and ends nothing.
+    // What a host's function throws is no answer.
     bench.log.text.clear();
-    EXPECT_TRUE(bench.conditions.holds(2, value));
-    EXPECT_FALSE(value);
-    EXPECT_EQ(bench.log.text, "fail: no way\n");
+    EXPECT_FALSE(bench.conditions.holds(2, value));
+    EXPECT_TRUE(value);
+    EXPECT_EQ(bench.log.text, "ERROR: condition 2: script stopped: fail: no way\n");
+    // Nor are conditions of a script that is gone.
+    ASSERT_TRUE(bench.interpreter.compile("Long other;"));
+    for (int turn = 0; turn < 2; ++turn) {
+        bench.log.text.clear();
+        EXPECT_FALSE(turn == 0 ? bench.conditions.all(value) : bench.conditions.compile("true;"));
+        EXPECT_EQ(bench.log.text, "ERROR: the conditions belong to a script that is gone\n");
+    }
+    bench.conditions.clear();
+    EXPECT_TRUE(bench.conditions.compile("1 == 1;"));
     bench.conditions.clear();
     EXPECT_EQ(bench.conditions.size(), 0);
 }

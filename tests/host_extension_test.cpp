@@ -99,12 +99,24 @@ void fill(HostExtension& host, Record& record) {
     host.function("edrMissingInput", [&](FieldAlias field) { return record[field].empty(); });
 }
 
-Harness::ScriptRun runWith(const std::string& text, Record& record) {
+Harness::ScriptRun runWith(
+    const std::string& text, Record& record,
+    const std::function<void(HostExtension&)>& change = [](HostExtension&) {}) {
     Harness::ScriptSetup setup;
     setup.prepare = [&](Interpreter& interpreter) {
-        fill(*HostExtension::insert(interpreter, "host"), record);
+        HostExtension& host = *HostExtension::insert(interpreter, "host");
+        fill(host, record);
+        change(host);
     };
     return Harness::run(text, setup);
+}
+
+// Lets the functions that fail give null values.
+void giveNull(HostExtension& host) {
+    for (const char* const name :
+         {"small", "big", "optional", "divide", "throwText", "throwDate", "edrLong"}) {
+        static_cast<SCR::FctDescr*>(host.variable(name))->nullOnFailure(true);
+    }
 }
 
 TEST(HostExtension, CallsAndFields) {
@@ -180,10 +192,16 @@ TEST(HostExtension, CallsAndFields) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.script);
         Record record{{"Ann", ""}};
-        const auto run = runWith(prologue + "logStdout(" + c.script + ");", record);
+        const std::string script = prologue + "logStdout(" + c.script + ");";
+        const auto run = runWith(script, record, giveNull);
         EXPECT_TRUE(run.ok);
         EXPECT_EQ(run.output, c.shown);
         EXPECT_EQ(run.log, c.log);
+        if (c.log == std::string()) continue;
+        const auto stopped = runWith(script, record);
+        EXPECT_FALSE(stopped.ok);
+        EXPECT_EQ(stopped.output, "");
+        EXPECT_EQ(stopped.log.substr(stopped.log.find("script stopped: ") + 16), c.log);
     }
 }
 
@@ -305,12 +323,15 @@ TEST(HostExtension, NothingCompilesWhileTheInterpreterExecutes) {
         return true;
     });
     auto runs = host.variable<long>("runs");
-    const FND::String refusal = "ERROR: can not compile while the interpreter executes\n";
-    const FND::String refusals = refusal + refusal + refusal + refusal;
+    const auto refusalsWhile = [](const std::string& act) {
+        const std::string refusal = "ERROR: can not compile while the interpreter " + act + "\n";
+        return refusal + refusal + refusal + refusal;
+    };
+    const std::string refusals = refusalsWhile("executes");
     ASSERT_TRUE(
         interpreter.compile("function BEGIN { compile(); runs = runs + 1; } "
                             "compile(); runs = runs + 1;"));
-    EXPECT_EQ(log.text, refusals);
+    EXPECT_EQ(log.text, refusalsWhile("compiles"));
     for (int run = 2; run <= 3; ++run) {
         log.text.clear();
         EXPECT_TRUE(interpreter.execute());

@@ -320,17 +320,6 @@ TEST_F(InterpreterTest, ASandboxCompilesNoForbiddenCall) {
     }
 }
 
-TEST_F(InterpreterTest, AnotherThreadMayInterrupt) {
-    ASSERT_TRUE(interpreter_.compile("while (true) {}"));
-    std::thread interrupter([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        interpreter_.interrupt();
-    });
-    EXPECT_FALSE(interpreter_.execute());
-    interrupter.join();
-    EXPECT_EQ(log_.text, "ERROR: line 1: script stopped: interrupted\n");
-}
-
 // Runs `action` on a thread with a stack of `bytes`.
 void onSmallStack(std::size_t bytes, std::function<void()> action) {
     pthread_attr_t attributes;

@@ -11,9 +11,33 @@
 #include <thread>
 
 #include "Script.h"
+#include "scr/Extension.h"
+#include "scr/FctDescr.h"
 #include "scr/HostExtension.h"
+#include "scr/Node.h"
 
 namespace {
+
+using SCR::Interpreter;
+
+// Asks for an interruption, and does not notice it as the call of a host's function would.
+struct StopNow final : SCR::VoidNode {
+    explicit StopNow(Interpreter& running) : interpreter(running) {}
+    void result() override { interpreter.interrupt(); }
+    static SCR::Node* make(Interpreter& running, SCR::ParserStack& /*stack*/,
+                           const SCR::FctDescr& /*descriptor*/) {
+        return new StopNow(running);
+    }
+    Interpreter& interpreter;
+};
+
+struct StopExtension final : SCR::Extension {
+    FND::String extensionName() const override { return "stop"; }
+    SCR::Variable* variable(const FND::String& name) override {
+        return name == "stopNow" ? &stopNow : nullptr;
+    }
+    SCR::FctDescr stopNow{"stopNow", SCR::TypeCode::Void, 0, 0, StopNow::make};
+};
 
 // Runs `setup`, asks for an interruption, and runs `work`, which holds no loop and no call.
 Harness::ScriptRun interruptBefore(const std::string& work) {
@@ -25,10 +49,10 @@ Harness::ScriptRun interruptBefore(const std::string& work) {
         stopNow();
         )";
     return Harness::run(setup + work + "\nreached();", {.prepare = [](SCR::Interpreter& host) {
-                            auto functions = std::make_unique<SCR::HostExtension>("stop");
-                            functions->function("stopNow", [&host] { host.interrupt(); });
-                            functions->function("reached", [] { std::printf("reached"); });
-                            host.insertExtension(functions.release());
+                            host.insertExtension(new StopExtension);
+                            SCR::HostExtension::insert(host, "host")->function("reached", [] {
+                                std::printf("reached");
+                            });
                         }});
 }
 

@@ -148,7 +148,9 @@ TEST(ThreadsTest, InterruptsReachTheirOwnOnly) {
         Interpreter interpreter(&log);
         if (thread % 2 == 0) {
             ASSERT_TRUE(interpreter.compile("while (true) {}"));
-            std::thread interrupter([&interpreter] { interpreter.interrupt(); });
+            std::thread interrupter([&interpreter] {
+                while (!interpreter.interrupt()) std::this_thread::yield();
+            });
             EXPECT_FALSE(interpreter.execute());
             interrupter.join();
             EXPECT_EQ(log.text, "ERROR: line 1: script stopped: interrupted\n");

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "Grammar.h"
+#include "scr/Work.h"
 
 namespace SCR {
 
@@ -172,6 +173,9 @@ int CustomLexer::next(std::string_view& text) {
 }
 
 int CustomLexer::LexerInput(char* buffer, int maxSize) {
+    // What is made of a byte takes longer than other work on it.
+    constexpr std::size_t workOfByte = 8;
+    countWork(workOfByte * static_cast<std::size_t>(maxSize));
     std::size_t count = 0;
     const auto room = static_cast<std::size_t>(maxSize);
     std::size_t start = 0;

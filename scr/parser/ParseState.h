@@ -39,8 +39,8 @@ struct ParseContext {
 
 // The process-wide parse state, guarded by parserLockG and valid during a parse. The lock is
 // recursive and the entry points put back what they found, so that an extension's generator
-// function, which runs within a parse, may compile scripts itself.
-extern std::recursive_mutex parserLockG;
+// function, which runs within a parse, may let another interpreter compile scripts.
+extern std::recursive_timed_mutex parserLockG;
 extern Interpreter* actInterpreterG;
 extern CompareInterface* actCompareInterfaceG;
 extern ParserStack* stackG;

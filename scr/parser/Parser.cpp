@@ -1,8 +1,10 @@
 #include "scr/parser/Parser.h"
 
+#include <chrono>
 #include <string_view>
 
 #include "Grammar.h"
+#include "fnd/ForkGuard.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
 #include "scr/parser/CustomLexer.h"
@@ -13,7 +15,7 @@
 
 namespace SCR {
 
-std::recursive_mutex parserLockG;
+std::recursive_timed_mutex parserLockG;
 Interpreter* actInterpreterG = nullptr;
 CompareInterface* actCompareInterfaceG = nullptr;
 ParserStack* stackG = nullptr;
@@ -25,11 +27,30 @@ using namespace SCR;
 
 namespace {
 
+FND::ForkGuard parserGuardS(FND::ForkGuard::Rank::Parse, parserLockG);
+
+// Waits until no other interpreter parses, or until the one that waits has to stop.
+std::unique_lock<std::recursive_timed_mutex> lockParser(SCR::Interpreter& interpreter) {
+    constexpr std::chrono::milliseconds interval(5);
+    std::unique_lock lock(parserLockG, interval);
+    while (!lock.owns_lock()) {
+        interpreter.runControl().ask(nullptr);
+        static_cast<void>(lock.try_lock_for(interval));
+    }
+    return lock;
+}
+
+// "FILE: line N: " for the line that a scanner has reached.
+FND::String placePrefix(const SCR::CustomLexer& lexer) {
+    const FND::String line = "line " + std::to_string(lexer.line()) + ": ";
+    return lexer.fileName().empty() ? line : lexer.fileName() + ": " + line;
+}
+
 // Sets the process-wide parse state for one parse and puts it back.
 class ParseScope {
 public:
     ParseScope(SCR::Interpreter& interpreter, SCR::CompareInterface* target)
-        : lock_(parserLockG),
+        : lock_(lockParser(interpreter)),
           interpreter_(actInterpreterG),
           target_(actCompareInterfaceG),
           stack_(stackG),
@@ -53,14 +74,20 @@ public:
     bool parse(std::string_view head, std::string_view text, std::string_view tail = {}) {
         SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
-        const bool isParsed = SCR_parse(lexer) == 0;
+        bool isParsed = false;
+        try {
+            isParsed = SCR_parse(lexer) == 0;
+        } catch (const SCR::ScriptStopped&) {
+            actInterpreterG->runControl().stoppedAt(placePrefix(lexer));
+            throw;
+        }
         actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
         ownContext_.lexer = nullptr;
         return isParsed;
     }
 
 private:
-    const std::lock_guard<std::recursive_mutex> lock_;
+    const std::unique_lock<std::recursive_timed_mutex> lock_;
     SCR::Interpreter* const interpreter_;
     SCR::CompareInterface* const target_;
     SCR::ParserStack* const stack_;
@@ -102,10 +129,7 @@ bool SCR_parseMapping(SCR::Interpreter& /*interpreter*/, const FND::String& /*te
 void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
     if (actInterpreterG == nullptr) return;
     FND::String text = "ERROR: ";
-    if (lexer != nullptr) {
-        if (!lexer->fileName().empty()) text += lexer->fileName() + ": ";
-        text += "line " + std::to_string(lexer->line()) + ": ";
-    }
+    if (lexer != nullptr) text += placePrefix(*lexer);
     actInterpreterG->logError(text + message);
 }
 

@@ -1,16 +1,19 @@
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <new>
 
 #include "scr/Interpreter.h"
+#include "scr/RunControl.h"
 
 namespace SCR {
 
+// The gate through which the calls of hosts come in: nothing is thrown at them.
+
 /// Calls `action` and gives what it gives; turns whatever it throws into a logged error and false.
-/// For the entry points of hosts. Throws nothing but what the log throws.
 template <class Action>
-bool contain(Interpreter& interpreter, Action action) {
+bool contain(Interpreter& interpreter, Action action) noexcept {
     try {
         try {
             return action();
@@ -23,10 +26,22 @@ bool contain(Interpreter& interpreter, Action action) {
         } catch (...) {
             interpreter.logError("ERROR: unknown exception");
         }
-    } catch (const std::bad_alloc&) {
+    } catch (...) {
         interpreter.logOutOfMemory();
     }
     return false;
+}
+
+/// Calls `action` as a run of the interpreter, under its limits: false when it gave that, was
+/// stopped or threw. What it took for nodes that do not end with the script is added to `buffers`.
+template <class Action>
+bool enterRun(Interpreter& interpreter, Action action, std::int64_t* buffers = nullptr) noexcept {
+    return contain(interpreter, [&] {
+        RunScope run(interpreter.runControl(), buffers);
+        const bool isDone = action();
+        run.finish();
+        return isDone;
+    });
 }
 
 }  // namespace SCR

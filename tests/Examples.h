@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "fnd/DateTime.h"
+
+// The examples of the table of built-ins, as tests run them.
+namespace Harness {
+
+/// The script that runs an example. One that ends in a condition, without a ";", has to hold: the
+/// script prints "holds" then, as it does after one that is nothing but statements.
+inline std::string scriptOf(std::string_view example) {
+    std::size_t end = 0;  // of the last statement
+    bool isText = false;
+    for (std::size_t i = 0; i < example.size(); ++i) {
+        if (example[i] == '\\') {
+            ++i;
+        } else if (example[i] == '"') {
+            isText = !isText;
+        } else if (!isText && (example[i] == ';' || example[i] == '}')) {
+            end = i + 1;
+        }
+    }
+    const std::string statements(example.substr(0, end));
+    const std::string condition(example.substr(end));
+    const bool isCondition = condition.find_first_not_of(" \n") != std::string::npos;
+    return statements + (isCondition ? "if (" + condition + ")" : "") + " logStdout(\"holds\");";
+}
+
+/// An empty folder to work in, and UTC as the local zone.
+class ExampleFolder {
+public:
+    ExampleFolder() : before_(std::filesystem::current_path()) {
+        std::string folder =
+            (std::filesystem::temp_directory_path() / "kestrel-example-XXXXXX").string();
+        if (mkdtemp(folder.data()) == nullptr) std::abort();
+        std::filesystem::current_path(folder_ = folder);
+        setenv("TZ", "UTC0", 1);
+        FND::DateTime::rereadLocalZone();
+    }
+    ExampleFolder(const ExampleFolder&) = delete;
+    ExampleFolder& operator=(const ExampleFolder&) = delete;
+    ~ExampleFolder() {
+        std::filesystem::current_path(before_);
+        std::filesystem::remove_all(folder_);
+    }
+
+private:
+    std::filesystem::path before_;
+    std::filesystem::path folder_;
+};
+
+}  // namespace Harness

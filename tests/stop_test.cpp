@@ -1,0 +1,420 @@
+// Stops what an interpreter does at each point where it may be stopped, and calls it from where it
+// is at work: nothing is thrown at the host, and the interpreter works afterwards.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#include "Allocations.h"
+#include "Examples.h"
+#include "Script.h"
+#include "scr/CompareInterface.h"
+#include "scr/ConditionList.h"
+#include "scr/HostExtension.h"
+#include "scr/Node.h"
+#include "scr/builtin/BuiltIn.h"
+
+namespace {
+
+using Harness::MemoryLog;
+using SCR::HostExtension;
+using SCR::Interpreter;
+using SCR::Limits;
+
+// Takes messages and keeps none, so that what an interpreter holds can be counted.
+struct CountingLog final : SCR::Log {
+    void log(const FND::String& message, FND::Status::Severity /*severity*/) override {
+        if (message.find("stopped by a test") != FND::String::npos) ++stops;
+    }
+    int stops = 0;
+};
+
+// Compiles and executes `script`, and lets question number `question` stop it. False when it asked
+// fewer.
+bool runStopped(const std::string& script, std::int64_t question) {
+    CountingLog log;
+    Interpreter interpreter(&log);
+    interpreter.runControl().stopAtQuestion(question);
+    bool isDone = interpreter.compile(script) && interpreter.execute();
+    const bool wasAsked = interpreter.runControl().questions() > question;
+    EXPECT_EQ(isDone, !wasAsked);
+    EXPECT_EQ(log.stops, wasAsked ? 1 : 0);
+    EXPECT_EQ(interpreter.wasStopped(), wasAsked);
+    if (!wasAsked) return false;
+    interpreter.runControl().stopAtQuestion(-1);
+    isDone = interpreter.compile(script) && interpreter.execute();
+    EXPECT_TRUE(isDone);
+    return true;
+}
+
+// The number of questions, each of which stopped the script once.
+std::int64_t sweep(const std::string& script) {
+    SCOPED_TRACE(script);
+    // What is made once and kept is made by the first run.
+    const Harness::StdoutCapture capture;
+    std::int64_t question = 0;
+    while (runStopped(script, question) && !testing::Test::HasFailure()) {
+        const long held = Allocations::heldCM;
+        runStopped(script, question);
+        EXPECT_EQ(Allocations::heldCM, held) << "question " << question << " leaks";
+        ++question;
+    }
+    return question;
+}
+
+TEST(StopTest, EachQuestionMayStopEachBuiltIn) {
+    const Harness::ExampleFolder folder;
+    std::int64_t questions = 0;
+    for (const SCR::BuiltIn* row : SCR::builtIns()) {
+        // It sleeps for as long as it says.
+        if (has(row->effects, SCR::Effect::Sleep)) continue;
+        questions += sweep(Harness::scriptOf(row->example));
+        if (HasFailure()) return;
+    }
+    RecordProperty("questions", static_cast<int>(questions));
+    EXPECT_GT(questions, 500);
+}
+
+TEST(StopTest, EachQuestionMayStopTheLanguage) {
+    EXPECT_GT(sweep(R"(
+        function String twice(String s) { return s + s; }
+        Long list[];
+        function Long sum {
+            Long i; Long all;
+            for (i = 0; i < size(list); i = i + 1) { all = all + list[i]; }
+            return all;
+        }
+        function BEGIN { logStdout("begin"); }
+        function END { logStdout("end"); }
+        String words[]; Long counts{}; String nested[]{}; Long n; Decimal d;
+        words[3] = twice(strPad("word", "-", 60, true)); counts{words[3]} = counts{words[3]} + 1;
+        nested[n]{twice("k")} = twice(words[3]) + words[3];
+        do { list[n] = n; n = n + 1; } while (n < 20);
+        while (n > 0) { n = n - 1; d = d + longToDecimal(sum()) / 3.0; }
+        regExprSwitch (words[3]) { case "wo.*d": n = 1; break; case "word-*": n = 2; }
+        switch (nested[0]{"kk"}) { case "none": n = 3; break; default: n = n + 1; }
+        arrayClear(words); hashClear(counts);
+    )"),
+              100);
+}
+
+// Whoever lowers the limits while something is held gets it back without a stop.
+TEST(StopTest, GivingBackNeverStops) {
+    MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    host.function("lower", [&] {
+        Limits limits;
+        limits.memory = 0;
+        limits.steps = 0;
+        interpreter.limits(limits);
+    });
+    SCR::ConditionList conditions(interpreter);
+    bool value = false;
+    for (const char* const script :
+         {"String a[]; String b; lower(); b = strPad(\"k\", \"abc\", 4000, true);",
+          "String a{}; function String f { lower(); return \"x\"; } a{f()} = strPad(f(), \"x\", "
+          "900, "
+          "true);",
+          "String b; b = strPad(\"k\", \"abc\", 4000, true) + \"x\"; lower();"}) {
+        interpreter.limits({});
+        ASSERT_TRUE(interpreter.compile(script)) << log.text;
+        interpreter.execute();
+        interpreter.limits({});
+        const std::int64_t before = interpreter.runControl().buffers();
+        const std::string text = "strPad(\"\", \"x\", 4000, true) + \"y\" == \"\"";
+        ASSERT_TRUE(interpreter.compileQuery(text)) << log.text;
+        ASSERT_TRUE(conditions.compile(text + ";")) << log.text;
+        EXPECT_TRUE(interpreter.evaluateQuery(value) && conditions.all(value));
+        EXPECT_GT(interpreter.runControl().buffers(), before);
+        Limits limits;
+        limits.memory = 1;
+        interpreter.limits(limits);
+        EXPECT_FALSE(interpreter.compileQuery(text));
+        EXPECT_FALSE(conditions.compile(text + ";"));
+        conditions.clear();
+        EXPECT_EQ(interpreter.runControl().buffers(), before);
+    }
+}
+
+// What a host does in a function, a log, an extension or a condition.
+TEST(StopTest, TheInterpreterMayBeCalledFromWhereItIsAtWork) {
+    struct CallingLog final : SCR::Log {
+        void log(const FND::String& /*message*/, FND::Status::Severity /*severity*/) override {
+            ++messages;
+            if (act) act();
+        }
+        std::function<void()> act;
+        int messages = 0;
+    };
+    CallingLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    Interpreter other(nullptr);
+    HostExtension& otherHost = *HostExtension::insert(other, "host");
+    long open = 0;
+    long most = 0;
+    host.function("again", [&] {
+        most = std::max(most, ++open);
+        interpreter.execute();
+        --open;
+    });
+    host.function("across", [&] { other.execute(); });
+    otherHost.function("back", [&] { interpreter.execute(); });
+    Limits limits;
+    limits.depth = 20;
+    interpreter.limits(limits);
+    ASSERT_TRUE(interpreter.compile("again();"));
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_EQ(most, 21);
+    EXPECT_EQ(log.messages, 1);
+    // However deep they may be nested, the stack ends first.
+    limits.depth = Limits::none;
+    interpreter.limits(limits);
+    other.limits(limits);
+    EXPECT_TRUE(interpreter.execute());
+    EXPECT_GT(most, 100);
+    ASSERT_TRUE(interpreter.compile("across();") && other.compile("back();"));
+    EXPECT_TRUE(interpreter.execute());
+    // A log.
+    bool hasCompiled = false;
+    log.act = [&] { hasCompiled |= interpreter.compile("Long n;") || interpreter.check(""); };
+    EXPECT_FALSE(interpreter.compile("Long s; s = nothing;"));
+    EXPECT_FALSE(interpreter.compileQuery("nothing"));
+    EXPECT_TRUE(interpreter.compile("strToLong(\"x\");") && interpreter.execute());
+    EXPECT_FALSE(interpreter.compile("include \"/none\";\n"));
+    EXPECT_FALSE(hasCompiled);
+    log.act = [&] { interpreter.execute(); };
+    EXPECT_TRUE(interpreter.compile("strToLong(\"x\");") && interpreter.execute());
+    log.act = [] { throw std::runtime_error("log"); };
+    EXPECT_TRUE(interpreter.compile("strToLong(\"x\");") && interpreter.execute());
+    EXPECT_FALSE(interpreter.compile("Long s = nothing;"));
+}
+
+TEST(StopTest, FailuresOfTheHostStopTheScript) {
+    const struct {
+        const char* script;
+        bool isCompiled;
+        const char* output;
+        const char* log;
+    } rows[] = {
+        {"fail(\"no tariff\");\nlogStdout(\"on\");", true, "",
+         "ERROR: line 1: script stopped: fail: no tariff\n"},
+        {"Long n;\nn = 1 + throwing();", true, "",
+         "ERROR: line 2: script stopped: throwing: bad\n"},
+        {"gentle(); logStdout(\"on\");", true, "on", "gentle: no matter\n"},
+        {"function Long f { fail(\"deep\"); return 1; }\nif (f() == 1) { logStdout(\"on\"); }",
+         true, "", "ERROR: line 1: script stopped: fail: deep\n"},
+        {"function BEGIN { throwing(); }\nfunction END { logStdout(\"end\"); }", false, "",
+         "ERROR: line 1: script stopped: throwing: bad\n"},
+        // A code of control flow is no failure.
+        {"function Long BEGIN { return 1; }\nlogStdout(\"on\");", true, "on", ""},
+        {"inner(); logStdout(\"on\");\nfunction Long f { return 1; }", true, "on", ""},
+    };
+    for (const auto& row : rows) {
+        const Harness::ScriptRun run = Harness::run(
+            row.script, {.prepare = [](Interpreter& interpreter) {
+                HostExtension& host = *HostExtension::insert(interpreter, "host");
+                host.function("fail", [](Interpreter& running, FND::String text) {
+                    EXPECT_TRUE(running.fail(text));
+                });
+                host.function("throwing", []() -> long { throw std::runtime_error("bad"); });
+                host.function("gentle", [](Interpreter& running) { running.fail("no matter"); })
+                    ->nullOnFailure(true);
+                // What fails in a run within the run is that one's.
+                host.function("inner", [](Interpreter& running) {
+                    bool value = true;
+                    EXPECT_FALSE(running.evaluateQuery(value));
+                });
+                EXPECT_FALSE(interpreter.fail("nothing runs"));
+            }});
+        EXPECT_EQ(run.compiled, row.isCompiled) << row.script;
+        EXPECT_EQ(run.output, row.output) << row.script;
+        EXPECT_EQ(run.log, row.log) << row.script;
+        EXPECT_EQ(run.ok, run.log.find("stopped") == std::string::npos) << row.script;
+    }
+}
+
+TEST(StopTest, InterruptionsReachWhatRunsAndNothingElse) {
+    MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    long wasRunning = 0;
+    host.function("interrupt", [&] { wasRunning += interpreter.interrupt() ? 1 : 0; });
+    EXPECT_FALSE(interpreter.interrupt());
+    ASSERT_TRUE(interpreter.compile("Long n; n = 1;"));
+    EXPECT_FALSE(interpreter.interrupt());
+    EXPECT_TRUE(interpreter.execute());
+    // The shortest of scripts are stopped, at the call or by their end.
+    for (const char* const script : {"interrupt();", "if (true) { interrupt(); }"}) {
+        ASSERT_TRUE(interpreter.compile(script));
+        EXPECT_FALSE(interpreter.execute());
+    }
+    EXPECT_FALSE(interpreter.compile("function BEGIN { interrupt(); }"));
+    EXPECT_EQ(wasRunning, 3);
+    // Runs within each other are all stopped.
+    bool isInner = true;
+    host.function("query", [&] {
+        bool value = false;
+        isInner = interpreter.evaluateQuery(value);
+    });
+    ASSERT_TRUE(interpreter.compile("function Bool f { interrupt(); return true; } query();"));
+    ASSERT_TRUE(interpreter.compileQuery("f()"));
+    EXPECT_FALSE(interpreter.execute());
+    EXPECT_FALSE(isInner);
+    // From another thread, while it executes and while it compiles.
+    std::string large;
+    for (int i = 0; i < 300'000; ++i) large += "Long v" + std::to_string(i) + ";\n";
+    const std::function<bool()> works[] = {
+        [&] { return interpreter.execute(); },
+        [&] { return interpreter.compile(large); },
+        [&] { return interpreter.check(large); },
+    };
+    for (const auto& work : works) {
+        ASSERT_TRUE(interpreter.compile("while (true) {}"));
+        log.text.clear();
+        std::thread interrupter([&] {
+            while (!interpreter.interrupt()) std::this_thread::yield();
+        });
+        EXPECT_FALSE(work());
+        interrupter.join();
+        EXPECT_NE(log.text.find("script stopped: interrupted\n"), std::string::npos) << log.text;
+        EXPECT_TRUE(interpreter.wasStopped());
+    }
+}
+
+TEST(StopTest, TimeIsNoticedWhereverItGoes) {
+    std::string straight;
+    for (int i = 0; i < 100'000; ++i) straight += "s = strToUpper(s);\n";
+    const struct {
+        std::string script;
+        std::int64_t time;
+    } rows[] = {
+        {"Long i; for (i = 0; i < 500; i = i + 1) wait(2);", 20},
+        {"wait(2); wait(2); wait(2);", 3},
+        {"wait(5);", 3},
+        {"String s = strPad(\"\", \"a\", 1000, true);\n" + straight, 1},
+    };
+    for (const auto& row : rows) {
+        MemoryLog log;
+        Interpreter interpreter(&log);
+        HostExtension::insert(interpreter, "host")->function("wait", [](long milliseconds) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+        });
+        ASSERT_TRUE(interpreter.compile(row.script)) << log.text;
+        Limits limits;
+        limits.time = row.time;
+        interpreter.limits(limits);
+        EXPECT_FALSE(interpreter.execute()) << row.script.substr(0, 60);
+        EXPECT_NE(log.text.find("limit `time' of"), std::string::npos) << log.text;
+    }
+}
+
+// A host's own list of conditions.
+TEST(StopTest, ConditionsOfHostsAreEvaluatedAsRuns) {
+    struct List final : SCR::CompareInterface {
+        bool condition(SCR::BoolNode* condition) override {
+            nodes.emplace_back(condition);
+            return true;
+        }
+        bool comparePattern(Interpreter& /*interpreter*/, SCR::ParserStack& /*stack*/) override {
+            return false;
+        }
+        std::vector<std::unique_ptr<SCR::BoolNode>> nodes;
+    } list;
+    MemoryLog log;
+    Interpreter interpreter(&log);
+    const std::uint64_t generation = interpreter.generation();
+    ASSERT_TRUE(interpreter.compile("function Bool endless { while (true) {} return true; }"));
+    EXPECT_NE(interpreter.generation(), generation);
+    const std::int64_t before = interpreter.runControl().buffers();
+    ASSERT_TRUE(interpreter.compileConditions("1 < 2; endless();", list)) << log.text;
+    Limits limits;
+    limits.steps = 1000;
+    interpreter.limits(limits);
+    bool value = false;
+    EXPECT_TRUE(interpreter.evaluate(*list.nodes[0], value));
+    EXPECT_TRUE(value);
+    EXPECT_FALSE(interpreter.evaluate(*list.nodes[1], value));
+    EXPECT_EQ(log.text, "ERROR: line 1: script stopped: limit `steps' of 1000 passed\n");
+    EXPECT_EQ(interpreter.runControl().buffers(), before) << "what a host keeps is not charged";
+}
+
+// The child of a fork compiles and executes, whatever other threads were doing.
+TEST(StopTest, ForkedChildrenCompile) {
+    std::atomic<bool> isOver = false;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            while (!isOver) {
+                Interpreter interpreter(nullptr);
+                interpreter.compile("String s; regExprSwitch (s) { case \"a*b\": s = \"x\"; }");
+            }
+        });
+    }
+    constexpr int children = 20;
+    int done = 0;
+    for (int i = 0; i < children; ++i) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            alarm(20);
+            Interpreter interpreter(nullptr);
+            const bool isGood =
+                interpreter.compile("String s; regExprSwitch (s) { case \"b*\": s = \"x\"; }") &&
+                interpreter.execute();
+            _exit(isGood ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        done += status == 0 ? 1 : 0;
+    }
+    isOver = true;
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(done, children);
+}
+
+// Scripts run on stacks that are not the thread's, held by the depth or by the bounds that are
+// said.
+TEST(StopTest, FibersRun) {
+    static Interpreter* interpreterS = nullptr;
+    static bool hasRunS = false;
+    MemoryLog log;
+    Interpreter interpreter(&log);
+    interpreterS = &interpreter;
+    ASSERT_TRUE(
+        interpreter.compile("Long left; left = 50; function Long f { left = left - 1; if (left > "
+                            "0) { f(); } return 1; } f();"));
+    std::vector<char> stack(1 << 20);
+    for (const bool isSaid : {false, true}) {
+        for (const long depth : {100, 20}) {
+            Limits limits;
+            limits.depth = depth;
+            interpreter.limits(limits);
+            interpreter.stackEnd(isSaid ? stack.data() : nullptr);
+            ucontext_t fiber;
+            ucontext_t main;
+            ASSERT_EQ(getcontext(&fiber), 0);
+            fiber.uc_stack.ss_sp = stack.data();
+            fiber.uc_stack.ss_size = stack.size();
+            fiber.uc_link = &main;
+            makecontext(
+                &fiber, [] { hasRunS = interpreterS->execute(); }, 0);
+            ASSERT_EQ(swapcontext(&main, &fiber), 0);
+            EXPECT_EQ(hasRunS, depth > 50) << log.text;
+        }
+    }
+}
+
+}  // namespace
