@@ -16,6 +16,7 @@ constexpr long unlimitedS = std::numeric_limits<long>::max();
 
 std::atomic<long> leftG{unlimitedS};
 std::atomic<bool> hasFailedG{false};
+std::atomic<long> peakG{0};
 
 void* allocate(std::size_t bytes, std::size_t alignment) {
     if (leftG != unlimitedS && leftG-- == 0) {
@@ -27,7 +28,10 @@ void* allocate(std::size_t bytes, std::size_t alignment) {
     if (memory == nullptr) throw std::bad_alloc();
     ++Allocations::madeCM;
     ++Allocations::heldCM;
-    Allocations::bytesHeldCM += static_cast<long>(malloc_usable_size(memory));
+    const long held = Allocations::bytesHeldCM += static_cast<long>(malloc_usable_size(memory));
+    long peak = peakG;
+    while (held > peak && !peakG.compare_exchange_weak(peak, held)) {
+    }
     return memory;
 }
 
@@ -38,6 +42,10 @@ void release(void* memory) noexcept {
 }
 
 }  // namespace
+
+long Allocations::startPeak() { return peakG = bytesHeldCM.load(); }
+
+long Allocations::peak() { return peakG; }
 
 void Allocations::failAfter(long count) {
     hasFailedG = false;

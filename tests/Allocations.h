@@ -9,6 +9,11 @@ struct Allocations {
     static std::atomic<long> heldCM;
     static std::atomic<long> bytesHeldCM;
 
+    /// Starts to watch how many bytes are held, and gives how many they are now.
+    static long startPeak();
+    /// The most bytes held since `startPeak`.
+    static long peak();
+
     /// Lets `count` allocations succeed and the next one fail; those after it succeed again.
     static void failAfter(long count);
     /// Lets all succeed. Whether one has failed since `failAfter`.

@@ -5,7 +5,8 @@
 //     // log: ERROR: line 4: script stopped: limit `memory' of 20000000 passed
 //
 // Without a "log" line it has to run to its end. The process gets little more address space than
-// the memory limit, so that what escapes the limit fails. @TMP@ stands for an empty folder.
+// the memory limit, so that what escapes the limit fails, and what it allocates is counted. @TMP@
+// stands for an empty folder.
 
 #include <gtest/gtest.h>
 
@@ -23,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "Allocations.h"
 #include "Script.h"
 
 namespace {
@@ -85,6 +87,7 @@ void boundAddressSpace(const SCR::Limits& limits) {
 // What is wrong with a run of the script; empty when nothing is.
 std::string faultOf(const HostileScript& script) {
     boundAddressSpace(script.limits);
+    const std::int64_t held = Allocations::startPeak();
     Harness::MemoryLog log;
     SCR::Interpreter interpreter(&log);
     interpreter.limits(script.limits);
@@ -94,6 +97,11 @@ std::string faultOf(const HostileScript& script) {
         if (interpreter.execute() == script.isStopped) return "gave the wrong result";
         if (log.text != script.log) return "logged: " + log.text;
         if (!script.isStopped) break;
+    }
+    constexpr std::int64_t besides = 8 << 20;
+    if (const std::int64_t taken = Allocations::peak() - held;
+        taken - besides > script.limits.memory) {
+        return "took " + std::to_string(taken) + " bytes";
     }
     if (!interpreter.compile("function END { logStdout(\"\"); } Long n; n = 1;")) {
         return "the interpreter does not compile any more: " + log.text;
