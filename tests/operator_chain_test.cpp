@@ -24,6 +24,7 @@ public:
         const char sign = signs[count - 1];
         if constexpr (std::is_same_v<Value, bool>) {
             const bool left = value(count - 1);
+            if (sign == '=') return left == operand(count);
             return left == (sign == '|') ? left : operand(count);
         } else if (sign == '/' || sign == '%') {
             const Value divisor = operand(count);
@@ -65,7 +66,10 @@ void compareRows(const std::string& type, const std::string& signs, const std::s
             if (i > 0) {
                 const char sign = signs[dice() % signs.size()];
                 row.signs += sign;
-                expression += sign == '&' ? " and " : sign == '|' ? " or " : std::string(1, sign);
+                expression += sign == '&'   ? " and "
+                              : sign == '|' ? " or "
+                              : sign == '=' ? " == "
+                                            : std::string(1, sign);
             }
             expression += "o(" + text(row.values.back()) + ", " + std::to_string(i) + ")";
             if (i > 0) expression += ")";
@@ -83,7 +87,7 @@ TEST(OperatorChain, EvaluatesAsPairsDo) {
     compareRows<long>("Long", "+-*/%", "logStdout(longToStr(a));");
     compareRows<long>("Long", "/", "logStdout(longToStr(a));");
     compareRows<FND::Decimal>("Decimal", "+-*/", "logStdout(decimalToStr(a, 10));");
-    compareRows<bool>("Bool", "&|", R"(if (a) logStdout("true"); else logStdout("false");)");
+    compareRows<bool>("Bool", "&|=", R"(if (a) logStdout("true"); else logStdout("false");)");
 }
 
 // Each evaluation of the row interrupts one that the function has begun.

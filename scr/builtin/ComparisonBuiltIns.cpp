@@ -125,6 +125,15 @@ public:
     template <class Operation>
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
+        if constexpr (std::is_same_v<Type, BoolType>) {
+            if (isChainDue(stack)) {
+                OperatorChain<BoolType>::Link link;
+                link.apply = [](bool& left, BoolNode& right) {
+                    left = Operation::apply(left, right.result());
+                };
+                return OperatorChain<BoolType>::make(stack, std::move(link));
+            }
+        }
         const bool isLeftActive = stack.traits(1).isActive;
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
@@ -247,11 +256,13 @@ constexpr BuiltIn comparisonBuiltInsS[] = {
     {.number = 65,
      .signature = "Bool Bool==(Bool left, Bool right)",
      .factory = Compare<BoolType>::factory<Equal>,
+     .isChained = true,
      .manual = "Whether the operands are equal.",
      .example = "true == true"},
     {.number = 66,
      .signature = "Bool Bool!=(Bool left, Bool right)",
      .factory = Compare<BoolType>::factory<NotEqual>,
+     .isChained = true,
      .manual = "Whether the operands differ.",
      .example = "true != false"},
     {.number = 67,
