@@ -91,10 +91,12 @@ public:
     /// Follows a change of TZ, in place of `tzset`. No other thread may use dates meanwhile.
     static void rereadLocalZone() noexcept;
 
-    /// The instant that `text` names in one of the forms "YYYY-MM-DD HH:MM:SS", "YYYY-MM-DD",
-    /// "YYYYMMDD", "YYYYMMDDHHMMSS", all in UTC, or "YYYY-MM-DDTHH:MM:SS" followed by nothing or
-    /// "Z" for UTC or by an offset from UTC: "+hh:mm", "+hhmm" or "+hh", "-" likewise. The invalid
-    /// value for any other text, be it by a single blank, and for dates that do not exist.
+    /// The instant that `text` names: a day as "YYYY-MM-DD", followed by nothing for its beginning
+    /// or by "T" or a blank and a time; or "YYYYMMDD" or "YYYYMMDDHHMMSS". A time is "HH:MM:SS" or
+    /// "HH:MM", and "Z" for UTC or an offset from UTC after it: "+hh:mm", "+hhmm" or "+hh", "-"
+    /// likewise; all else is in UTC. Seconds may have a fraction after a point or a comma, which is
+    /// cut off. The invalid value for any other text, be it by a single blank, and for dates and
+    /// times that do not exist.
     static DateTime parse(std::string_view text) noexcept;
 
     /// The instant that `text` names by the directives in `pattern` (see the class); the inverse of

@@ -336,45 +336,55 @@ int digitsAt(const char* at, int count, bool& bad) {
     return value;
 }
 
+/// Skips a fraction of a second, if there is one; false when its sign has no digit after it.
+bool skipFraction(std::string_view& text) {
+    if (!text.starts_with('.') && !text.starts_with(',')) return true;
+    std::size_t length = 1;
+    while (length < text.size() && isDigit(text[length])) ++length;
+    text.remove_prefix(length);
+    return length > 1;
+}
+
+/// Reads the clock of a timestamp, in seconds: "HH:MM:SS", or "HH:MM" if there are no seconds, or
+/// "HHMMSS" when `joined`; seconds may have a fraction.
+bool readClock(std::string_view& text, bool joined, std::int64_t& secs) {
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    if (!readPair(text, false, 23, hour) || !readPair(text, !joined, 59, minute)) return false;
+    const bool hasSeconds = readPair(text, !joined, 59, second);
+    secs = hour * secsPerHourS + minute * secsPerMinuteS + second;
+    return hasSeconds ? skipFraction(text) : !joined;
+}
+
 }  // namespace
 
 DateTime DateTime::parse(std::string_view text) noexcept {
-    constexpr std::string_view separated = "YYYY-MM-DD HH:MM:SS";
     constexpr std::size_t separatedDateLength = 10;
     constexpr std::size_t joinedDateLength = 8;
-    constexpr std::size_t joinedLength = 14;
-    const char* const at = text.data();
-    const bool joined = text.size() == joinedDateLength || text.size() == joinedLength;
-    const bool dateOnly = text.size() == (joined ? joinedDateLength : separatedDateLength);
-    if (!joined && !dateOnly && text.size() < separated.size()) return {};
+    const bool joined = text.size() >= joinedDateLength && isDigit(text[4]);
+    const std::size_t dateLength = joined ? joinedDateLength : separatedDateLength;
+    if (text.size() < dateLength) return {};
 
+    const char* const at = text.data();
     bool bad = false;
     const int year = digitsAt(at, 4, bad);
     const int month = digitsAt(at + (joined ? 4 : 5), 2, bad);
     const int day = digitsAt(at + (joined ? 6 : 8), 2, bad);
     if (!joined) bad |= at[4] != '-' || at[7] != '-';
+    if (bad || year < 1 || !dateExists(year, month, day)) return {};
+
+    std::string_view rest = text.substr(dateLength);
+    std::int64_t secs = 0;
     std::int64_t offset = 0;
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-    if (!dateOnly) {
-        hour = digitsAt(at + (joined ? 8 : 11), 2, bad);
-        minute = digitsAt(at + (joined ? 10 : 14), 2, bad);
-        second = digitsAt(at + (joined ? 12 : 17), 2, bad);
-        if (!joined) {
-            bad |= at[13] != ':' || at[16] != ':';
-            std::string_view rest = text.substr(separated.size());
-            if (at[10] == 'T')
-                bad |= !rest.empty() && (rest.size() > std::string_view("+hh:mm").size() ||
-                                         !readOffset(rest, offset) || !rest.empty());
-            else
-                bad |= at[10] != ' ' || !rest.empty();
-        }
+    if (!rest.empty()) {
+        if (!joined && !skip(rest, 'T') && !skip(rest, ' ')) return {};
+        if (!readClock(rest, joined, secs)) return {};
+        if (!rest.empty() && (joined || rest.size() > std::string_view("+hh:mm").size() ||
+                              !readOffset(rest, offset) || !rest.empty()))
+            return {};
     }
-    if (bad || year < 1 || hour > 23 || minute > 59 || second > 59 || !dateExists(year, month, day))
-        return {};
-    return DateTime(dayNumberOf(year, month, day) * secsPerDayS + hour * secsPerHourS +
-                    minute * secsPerMinuteS + second - offset);
+    return DateTime(dayNumberOf(year, month, day) * secsPerDayS + secs - offset);
 }
 
 DateTime DateTime::parse(std::string_view text, std::string_view pattern) noexcept {

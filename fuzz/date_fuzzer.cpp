@@ -89,11 +89,23 @@ std::optional<std::int64_t> read(std::string_view text, std::string_view form) {
 }
 
 FND::DateTime parsed(std::string_view text) {
-    for (const char* form :
-         {"YYYY-MM-DD hh:mm:ss", "YYYY-MM-DD", "YYYYMMDD", "YYYYMMDDhhmmss", "YYYY-MM-DDThh:mm:ss",
-          "YYYY-MM-DDThh:mm:ssZ", "YYYY-MM-DDThh:mm:ss+zz:ii", "YYYY-MM-DDThh:mm:ss+zzii",
-          "YYYY-MM-DDThh:mm:ss+zz"}) {
-        if (const auto secs = read(text, form)) return FND::DateTime(*secs);
+    // A fraction is only its sign in the forms.
+    std::string plain(text.substr(0, text.find_first_of(".,")));
+    if (plain.size() < text.size()) {
+        std::string_view rest = text.substr(plain.size() + 1);
+        const std::size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+        if (digits == 0) return {};
+        plain += '.' + std::string(rest.substr(digits));
+    }
+    for (const char* form : {"YYYY-MM-DD", "YYYYMMDD", "YYYYMMDDhhmmss", "YYYYMMDDhhmmss."}) {
+        if (const auto secs = read(plain, form)) return FND::DateTime(*secs);
+    }
+    for (const std::string day : {"YYYY-MM-DDT", "YYYY-MM-DD "}) {
+        for (const char* clock : {"hh:mm", "hh:mm:ss", "hh:mm:ss."}) {
+            for (const char* zone : {"", "Z", "+zz:ii", "+zzii", "+zz"}) {
+                if (const auto secs = read(plain, day + clock + zone)) return FND::DateTime(*secs);
+            }
+        }
     }
     return {};
 }

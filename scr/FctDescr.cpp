@@ -68,6 +68,7 @@ Variable* FctDescr::clone() const {
     copy->argTypes_ = argTypes_;
     copy->isActive_ = isActive_;
     copy->nullOnFailure_ = nullOnFailure_;
+    copy->isChained_ = isChained_;
     return copy;
 }
 
@@ -119,6 +120,18 @@ inline bool FctDescr::convertArguments(ParserStack& stack, int count) const {
     return true;
 }
 
+OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
+    OperandTraits traits{isActive_, 1};
+    if (isChained_) traits.operators = stack.traits(1).operators + 1;
+    for (int i = 0; i < count; ++i) {
+        const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
+        const bool isChain = isChained_ && i == 1 && argument.operators > 0;
+        traits.isActive = traits.isActive || argument.isActive;
+        traits.depth = std::max(traits.depth, argument.depth + (isChain ? 0 : 1));
+    }
+    return traits;
+}
+
 bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     if (effects_ != Effect::None) {
         if (const char* const lacking = interpreter.capabilities().lacking(effects_)) {
@@ -132,13 +145,8 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         if (maximum_ < count) return SCR_YaccError(Messages::toManyArguments(signature()));
         if (!convertArguments(stack, count)) return false;
     }
-    OperandTraits traits{isActive_, 0};
-    for (int i = 0; i < count; ++i) {
-        const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
-        traits.isActive = traits.isActive || argument.isActive;
-        traits.depth = std::max(traits.depth, argument.depth);
-    }
-    if (++traits.depth > interpreter.limits().levels()) {
+    const OperandTraits traits = traitsOfCall(stack, count);
+    if (traits.depth > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
     Node* const node = factory_(interpreter, stack, *this);

@@ -12,6 +12,7 @@ namespace SCR {
 
 class Interpreter;
 class ParserStack;
+struct OperandTraits;
 
 /// Describes one callable function: name, result type, argument counts and types, and the factory
 /// that builds the node of a call. A descriptor is found by name like a variable. Immutable once it
@@ -63,6 +64,11 @@ public:
     Effect effects() const { return effects_; }
     void effects(Effect effects) { effects_ = effects; }
 
+    /// Whether it is an operator that goes on the chain which its left operand is, as the "-" of
+    /// `a + b - c` does: however long, such a chain is one level of nesting.
+    bool isChained() const { return isChained_; }
+    void isChained(bool chained) { isChained_ = chained; }
+
     /// "Type name(Type,Type,[Type])", as messages show it.
     FND::String signature() const;
 
@@ -77,6 +83,7 @@ public:
 
 private:
     bool convertArguments(ParserStack& stack, int count) const;
+    OperandTraits traitsOfCall(const ParserStack& stack, int count) const;
 
     FND::String name_;
     int returnType_;
@@ -86,6 +93,7 @@ private:
     Factory factory_;
     bool isActive_ = true;
     bool nullOnFailure_ = false;
+    bool isChained_ = false;
     Effect effects_ = Effect::None;
 };
 

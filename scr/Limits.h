@@ -35,9 +35,10 @@ struct Limits {
     /// its containers, results on their way. A script that comes within 1/64 of it may be stopped.
     /// What the script itself takes, its files and the host's own values do not count.
     std::int64_t memory = std::int64_t{1} << 32;
-    /// Levels of blocks, and levels of an expression, that may be nested in a script's text. A text
-    /// that nests deeper does not compile. More than `deepest` levels are never allowed: a level
-    /// takes up to 200 bytes of the part of the stack that is kept free for them.
+    /// Levels of blocks, and levels of an expression, that may be nested in a script's text; a
+    /// chain of operators, as in `a + b - c`, is one. A text that nests deeper does not compile.
+    /// More than `deepest` levels are never allowed: a level takes up to 200 bytes of the part of
+    /// the stack that is kept free for them.
     std::int64_t nesting = 500;
     static constexpr std::int64_t deepest = 1'000;
     /// The levels that may be nested.

@@ -387,8 +387,31 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
         {"blocks", [](int n) { return repeat("{", n) + repeat("}", n); }, true},
         {"parentheses",
          [](int n) { return "Long a = " + repeat("(", n) + "1" + repeat(")", n) + ";"; }, true},
-        {"sums", [](int n) { return "Long b; Long a = b" + repeat(" + 1", n) + ";"; }, true},
-        {"strings", [](int n) { return "String b; String a = b" + repeat(" + b", n) + ";"; }, true},
+        {"sums", [](int n) { return "Long b; Long a = b" + repeat(" + 1 - b * b", n) + ";"; },
+         false},
+        {"products", [](int n) { return "Long b; Long a = b" + repeat(" * 3 / 1 % 5", n) + ";"; },
+         false},
+        {"sums of Decimals",
+         [](int n) { return "Decimal b; Decimal a = b" + repeat(" + 1 - b", n) + ";"; }, false},
+        {"products of Decimals",
+         [](int n) { return "Decimal b; Decimal a = b" + repeat(" * 3 / 1.0", n) + ";"; }, false},
+        {"strings", [](int n) { return "String b; String a = b" + repeat(" + b", n) + ";"; },
+         false},
+        {"strings of calls",
+         [](int n) {
+             return "function String f(Long n) { return \"x\"; } String a = f(1)" +
+                    repeat(" + a + f(1)", n) + ";";
+         },
+         false},
+        {"conditions",
+         [](int n) { return "Bool b; Bool a = b" + repeat(" or b == false and b", n) + ";"; },
+         false},
+        {"sums in calls",
+         [](int n) {
+             return "Long b; Long a = " + repeat("longAbs(", n / 2) + "1" +
+                    repeat(repeat(" + b", 9) + ")", n / 2) + ";";
+         },
+         true},
         {"minus", [](int n) { return "Long b; Long a = " + repeat("-", n) + "b;"; }, true},
         {"assignments", [](int n) { return "Long a; " + repeat("a = ", n) + "1;"; }, true},
         {"else-if", [](int n) { return repeat("if (false) {} else ", n) + "{}"; }, true},

@@ -56,6 +56,17 @@ private:
         return texts[below(count)];
     }
 
+    /// Two operands, now and then as many as make a chain.
+    template <std::size_t count>
+    std::string row(const std::array<const char*, count>& signs,
+                    std::string (Program::*operand)(int), int depth) {
+        std::string text = "(" + (this->*operand)(depth);
+        for (std::size_t more = below(20) == 0 ? 8 + below(12) : 1; more > 0; --more) {
+            text += oneOf(signs) + (this->*operand)(depth);
+        }
+        return text + ")";
+    }
+
     std::string longTarget(int depth) {
         switch (below(8)) {
             case 0:
@@ -109,9 +120,8 @@ private:
             case 5:
                 return "strSearch(" + stringValue(depth - 1) + ", " + stringValue(depth - 1) + ")";
             default:
-                return "(" + longValue(depth - 1) +
-                       oneOf(std::array{" + ", " - ", " * ", " / ", " % ", " + "}) +
-                       longValue(depth - 1) + ")";
+                return row(std::array{" + ", " - ", " * ", " / ", " % ", " + "},
+                           &Program::longValue, depth - 1);
         }
     }
 
@@ -150,6 +160,8 @@ private:
             case 6:
                 return "(" + stringValue(depth - 1) + " + (" + stringValue(depth - 1) + " + " +
                        stringValue(depth - 1) + "))";
+            case 7:
+                return row(std::array{" + "}, &Program::stringValue, depth - 1);
             default: {
                 std::string sum = "(" + stringValue(depth - 1);
                 for (std::size_t count = 1 + below(3); count > 0; --count) {
@@ -179,9 +191,8 @@ private:
             case 3:
                 return "round(" + decimalValue(depth - 1) + ", 1)";
             default:
-                return "(" + decimalValue(depth - 1) +
-                       oneOf(std::array{" + ", " - ", " * ", " / "}) + decimalValue(depth - 1) +
-                       ")";
+                return row(std::array{" + ", " - ", " * ", " / "}, &Program::decimalValue,
+                           depth - 1);
         }
     }
 
@@ -211,8 +222,7 @@ private:
             case 2:
                 return "flip()";
             case 3:
-                return "(" + boolValue(depth - 1) + oneOf(std::array{" and ", " or "}) +
-                       boolValue(depth - 1) + ")";
+                return row(std::array{" and ", " or "}, &Program::boolValue, depth - 1);
             case 4:
                 return "(" + stringValue(depth - 1) + oneOf(comparisons) + stringValue(depth - 1) +
                        ")";

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <functional>
 #include <random>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -137,6 +140,79 @@ TEST(SearchAutomaton, FindsWhatTheLibraryFinds) {
         }
     }
     EXPECT_GT(taken, 700);
+}
+
+// An expression and the ends of its matches that begin at a place of a text.
+struct Expression {
+    std::string pattern;
+    std::function<std::set<std::size_t>(std::string_view, std::size_t)> ends;
+};
+
+Expression either(const Expression& first, const Expression& second) {
+    return {first.pattern + "|" + second.pattern, [=](std::string_view in, std::size_t at) {
+                auto ends = first.ends(in, at);
+                ends.merge(second.ends(in, at));
+                return ends;
+            }};
+}
+
+Expression randomExpression(Writer& writer, int depth) {
+    const std::size_t kind = writer.below(depth > 0 ? 6 : 2);
+    if (kind < 2) {
+        const auto byte = static_cast<unsigned char>("a\xc3\xbc\xb6\xff"[writer.below(5)]);
+        constexpr const char* forms[] = {"%c", "%c", "[%c]", "\\x%02x", "\\x{%x}", "\\%03o"};
+        char text[8];
+        std::snprintf(text, sizeof text, forms[writer.below(6)], byte);
+        return {text, [byte](std::string_view in, std::size_t at) {
+                    return at < in.size() && static_cast<unsigned char>(in[at]) == byte
+                               ? std::set{at + 1}
+                               : std::set<std::size_t>();
+                }};
+    }
+    const Expression first = randomExpression(writer, depth - 1);
+    if (kind == 2) {
+        return {"(" + first.pattern + ")?", [first](std::string_view in, std::size_t at) {
+                    auto ends = first.ends(in, at);
+                    ends.insert(at);
+                    return ends;
+                }};
+    }
+    const Expression second = randomExpression(writer, depth - 1);
+    if (kind == 3) {
+        return {first.pattern + second.pattern, [=](std::string_view in, std::size_t at) {
+                    std::set<std::size_t> ends;
+                    for (const std::size_t end : first.ends(in, at))
+                        ends.merge(second.ends(in, end));
+                    return ends;
+                }};
+    }
+    Expression both = either(first, second);
+    both.pattern = "(" + both.pattern + ")";
+    return both;
+}
+
+// The library takes a common beginning out of alternatives, and then looks for it in UTF-8.
+TEST(RegExpr, KnowsBytesAbove127) {
+    Writer writer(3);
+    for (int i = 0; i < 3000; ++i) {
+        Expression expression = randomExpression(writer, 4);
+        // Without the parentheses around the whole, where it is likeliest to go wrong.
+        if (writer.below(2) == 0) expression = either(expression, randomExpression(writer, 3));
+        const bool isAtStart = writer.below(4) == 0;
+        const RegExpr library(isAtStart ? "^(" + expression.pattern + ")" : expression.pattern);
+        ASSERT_TRUE(library.isValid()) << expression.pattern;
+        std::string text;
+        while (text.size() < 6) text += "a\xc3\xbc\xb6\xff"[writer.below(5)];
+        std::size_t at = 0;
+        std::set<std::size_t> ends;
+        while ((ends = expression.ends(text, at)).empty() && !isAtStart && at < text.size()) ++at;
+        const auto found = library.search(text, 0);
+        ASSERT_EQ(found.has_value(), !ends.empty()) << expression.pattern << " in " << text;
+        if (!found) continue;
+        ASSERT_EQ(found->data() - text.data(), at) << expression.pattern << " in " << text;
+        ASSERT_EQ(at + found->size(), *ends.rbegin()) << expression.pattern << " in " << text;
+        ASSERT_EQ(library.find(text, 0), at) << expression.pattern << " in " << text;
+    }
 }
 
 // From each byte on the automaton would read to the end of the text.

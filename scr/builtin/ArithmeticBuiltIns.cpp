@@ -1,17 +1,20 @@
-#include <limits>
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <vector>
 
 #include "scr/Interpreter.h"
+#include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/LongArithmetic.h"
+#include "scr/builtin/OperatorChain.h"
 #include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
 
 namespace {
-
-class DecimalArithmetic : public DecimalNode {};
 
 struct DecimalAddition {
     static FND::Decimal apply(const FND::Decimal& left, const FND::Decimal& right) {
@@ -31,8 +34,15 @@ struct DecimalMultiplication {
     }
 };
 
+struct DecimalDivision {
+    static FND::Decimal apply(const FND::Decimal& left, const FND::Decimal& right) {
+        return right == FND_DECIMAL_NULL ? zeroS : left / right;
+    }
+    static inline const FND::Decimal zeroS = FND::Decimal::fromString("0.0");
+};
+
 template <class Operation, class Left, class Right>
-class DecimalBinary final : public DecimalArithmetic {
+class DecimalBinary final : public DecimalNode {
 public:
     DecimalBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
@@ -48,73 +58,112 @@ private:
     FND::Decimal result_;
 };
 
-// Evaluates the divisor first, and nothing else when it is zero: then the quotient is 0.0.
+// Evaluates the divisor first, and nothing else when it is zero.
 template <class Left, class Right>
-class DecimalQuotient final : public DecimalArithmetic {
+class DecimalBinary<DecimalDivision, Left, Right> final : public DecimalNode {
 public:
-    DecimalQuotient(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+    DecimalBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
 
     const FND::Decimal& result() override {
         const FND::Decimal right = right_.value();
-        result_ = right == FND_DECIMAL_NULL ? zeroS : left_.value() / right;
+        result_ = right == FND_DECIMAL_NULL ? DecimalDivision::zeroS : left_.value() / right;
         return result_;
     }
 
 private:
-    static inline const FND::Decimal zeroS = FND::Decimal::fromString("0.0");
-
     Left left_;
     Right right_;
     FND::Decimal result_;
 };
 
-class StringArithmetic : public StringNode {};
+// What an operation does as a link of a chain.
+template <class Type, class Operation>
+typename OperatorChain<Type>::Link linkOf() {
+    using Chain = OperatorChain<Type>;
+    typename Chain::Link link;
+    if constexpr (isDivision<Operation>) {
+        link.divide = [](const long& left, const long& right) {
+            return right != 0 ? Operation::apply(left, right) : 0;
+        };
+    } else if constexpr (std::is_same_v<Operation, DecimalDivision>) {
+        link.divide = Operation::apply;
+    } else {
+        link.apply = [](typename Chain::Value& left, typename Chain::Operand& right) {
+            left = Operation::apply(left, right.result());
+        };
+    }
+    return link;
+}
 
-// For a right operand that may run script code, and with it change the left one's variable or this
-// very node's result.
-class HeldConcatenation final : public StringArithmetic {
+// A text that is collected while script code runs.
+class HeldText {
 public:
-    HeldConcatenation(RunControl& control, std::unique_ptr<Node> left, std::unique_ptr<Node> right)
-        : control_(control), left_(std::move(left)), right_(std::move(right)) {}
+    const FND::String& text() const { return text_; }
+
+    void append(const FND::String& more) {
+        const std::size_t size = text_.size() + more.size();
+        if (size > text_.capacity()) {
+            const std::size_t capacity = std::max(size, 2 * text_.capacity());
+            BufferCharge charge(blockBytes(capacity + 1));
+            reserveInPieces(text_, capacity);
+            charge_.emplace(std::move(charge));
+        }
+        appendInPieces(text_, more);
+    }
+
+private:
+    std::optional<BufferCharge> charge_;
+    FND::String text_;
+};
+
+// Strings one after the other, of which any but the first may run script code, and with it change
+// the variables of those before it or this very node's result.
+class HeldConcatenation final : public StringNode {
+public:
+    HeldConcatenation(RunControl& control, std::unique_ptr<Node> first) : control_(control) {
+        add(std::move(first));
+    }
+
+    void add(std::unique_ptr<Node> operand) { parts_.emplace_back(std::move(operand)); }
 
     const FND::String& result() override {
-        const HeldCopy<FND::String> left(left_.value());
-        const FND::String& right = right_.value();
-        control_.checkString(this, left.value().size() + right.size());
-        growBuffer(result_, left.value().size() + right.size());
-        result_.assign(left.value());
-        result_.append(right);
+        HeldText held;
+        for (auto part = parts_.begin(); part != parts_.end() - 1; ++part) {
+            const FND::String& text = part->value();
+            control_.checkString(this, held.text().size() + text.size());
+            held.append(text);
+        }
+        const FND::String& last = parts_.back().value();
+        const std::size_t size = held.text().size() + last.size();
+        control_.checkString(this, size);
+        growBuffer(result_, size);
+        result_.assign(held.text());
+        result_.append(last);
         return result_;
     }
 
 private:
     RunControl& control_;
-    AnyOperand<StringType> left_;
-    AnyOperand<StringType> right_;
+    std::vector<StringPart> parts_;
     FND::String result_;
 };
 
-// A factory that pops two operands and builds the instance of `NodeTemplate` for their kinds.
-template <class Type, template <class, class> class NodeTemplate>
-struct BinaryFactory {
+template <class Operation>
+struct DecimalFactory {
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
+        if (isChainDue(stack)) {
+            return OperatorChain<DecimalType>::make(stack, linkOf<DecimalType, Operation>());
+        }
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
-        return withOperands<Type>(
+        return withOperands<DecimalType>(
             std::move(left), std::move(right), [](auto leftOperand, auto rightOperand) -> Node* {
-                return new NodeTemplate<decltype(leftOperand), decltype(rightOperand)>(
+                return new DecimalBinary<Operation, decltype(leftOperand), decltype(rightOperand)>(
                     std::move(leftOperand), std::move(rightOperand));
             });
     }
 };
-
-template <class Left, class Right>
-using DecimalSum = DecimalBinary<DecimalAddition, Left, Right>;
-template <class Left, class Right>
-using DecimalDifference = DecimalBinary<DecimalSubtraction, Left, Right>;
-template <class Left, class Right>
-using DecimalProduct = DecimalBinary<DecimalMultiplication, Left, Right>;
 
 // Takes a pair of variables and constants on either side into the node.
 template <class Operation>
@@ -124,6 +173,9 @@ struct LongFactory {
 
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
+        if (isChainDue(stack)) {
+            return OperatorChain<LongType>::make(stack, linkOf<LongType, Operation>());
+        }
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         return withOperand<LongType>(std::move(right), [&](auto operand) {
@@ -178,20 +230,30 @@ using LongSub = LongFactory<LongSubtraction>;
 using LongMul = LongFactory<LongMultiplication>;
 using LongDiv = LongFactory<LongQuotient>;
 using LongMod = LongFactory<LongRemainder>;
-using DecimalAdd = BinaryFactory<DecimalType, DecimalSum>;
-using DecimalSub = BinaryFactory<DecimalType, DecimalDifference>;
-using DecimalMul = BinaryFactory<DecimalType, DecimalProduct>;
-using DecimalDiv = BinaryFactory<DecimalType, DecimalQuotient>;
+using DecimalAdd = DecimalFactory<DecimalAddition>;
+using DecimalSub = DecimalFactory<DecimalSubtraction>;
+using DecimalMul = DecimalFactory<DecimalMultiplication>;
+using DecimalDiv = DecimalFactory<DecimalDivision>;
 
 struct StringAdd {
     static Node* factory(Interpreter& interpreter, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
         RunControl& control = interpreter.runControl();
         const bool isRightActive = stack.traits().isActive;
+        const bool isLong = isChainDue(stack);
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
-        if (isRightActive) return new HeldConcatenation(control, std::move(left), std::move(right));
-        return StringSum::make(control, std::move(left), std::move(right)).release();
+        const Node& node = *left;
+        if (&typeid(node) == &typeid(HeldConcatenation)) {
+            static_cast<HeldConcatenation&>(*left).add(std::move(right));
+            return left.release();
+        }
+        if (isRightActive) {
+            auto held = std::make_unique<HeldConcatenation>(control, std::move(left));
+            held->add(std::move(right));
+            return held.release();
+        }
+        return StringSum::make(control, std::move(left), std::move(right), isLong).release();
     }
 };
 
@@ -233,27 +295,32 @@ constexpr BuiltIn arithmeticBuiltInsS[] = {
     {.number = 7,
      .signature = "Long Long+(Long left, Long right)",
      .factory = LongAdd::factory,
+     .isChained = true,
      .manual = "The sum. It wraps around when it does not fit in 64 bits.",
      .example = "2 + 3 == 5"},
     {.number = 8,
      .signature = "Long Long*(Long left, Long right)",
      .factory = LongMul::factory,
+     .isChained = true,
      .manual = "The product. It wraps around when it does not fit in 64 bits.",
      .example = "2 * 3 == 6"},
     {.number = 9,
      .signature = "Long Long-(Long left, Long right)",
      .factory = LongSub::factory,
+     .isChained = true,
      .manual = "The difference. It wraps around when it does not fit in 64 bits.",
      .example = "2 - 3 == -1"},
     {.number = 10,
      .signature = "Long Long/(Long left, Long right)",
      .factory = LongDiv::factory,
+     .isChained = true,
      .manual = "The quotient, truncated toward zero. A divisor of 0 gives 0, and `left` is not "
                "evaluated then.",
      .example = "-7 / 2 == -3"},
     {.number = 11,
      .signature = "Long Long%(Long left, Long right)",
      .factory = LongMod::factory,
+     .isChained = true,
      .manual = "The remainder of the division, with the sign of `left`. A divisor of 0 gives 0, "
                "and `left` is not evaluated then.",
      .example = "-7 % 2 == -1"},
@@ -265,24 +332,28 @@ constexpr BuiltIn arithmeticBuiltInsS[] = {
     {.number = 13,
      .signature = "Decimal Decimal+(Decimal left, Decimal right)",
      .factory = DecimalAdd::factory,
+     .isChained = true,
      .manual = "The sum, exact when it fits in the digits of a Decimal, otherwise rounded half to "
                "even.",
      .example = "0.1 + 0.2 == 0.3"},
     {.number = 14,
      .signature = "Decimal Decimal*(Decimal left, Decimal right)",
      .factory = DecimalMul::factory,
+     .isChained = true,
      .manual = "The product, exact when it fits in the digits of a Decimal, otherwise rounded "
                "half to even.",
      .example = "1.5 * 1.5 == 2.25"},
     {.number = 15,
      .signature = "Decimal Decimal-(Decimal left, Decimal right)",
      .factory = DecimalSub::factory,
+     .isChained = true,
      .manual = "The difference, exact when it fits in the digits of a Decimal, otherwise rounded "
                "half to even.",
      .example = "0.3 - 0.1 == 0.2"},
     {.number = 16,
      .signature = "Decimal Decimal/(Decimal left, Decimal right)",
      .factory = DecimalDiv::factory,
+     .isChained = true,
      .manual = "The quotient, rounded half to even to the digits of a Decimal. A divisor of zero "
                "gives 0.0, and `left` is not evaluated then.",
      .example = "1.0 / 8 == 0.125"},
@@ -294,6 +365,7 @@ constexpr BuiltIn arithmeticBuiltInsS[] = {
     {.number = 18,
      .signature = "String String+(String left, String right)",
      .factory = StringAdd::factory,
+     .isChained = true,
      .manual = "`left` followed by `right`.",
      .example = R"("ab" + "c" == "abc")"},
 };

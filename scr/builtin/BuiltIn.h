@@ -22,6 +22,8 @@ struct BuiltIn {
     Effect effects = Effect::None;
     /// Whether it changes a container that is passed to it.
     bool changesContainer = false;
+    /// Whether it is an operator that goes on a chain; see `FctDescr`.
+    bool isChained = false;
     /// What it does, for the manual: sentences in Markdown.
     std::string_view manual;
     /// A condition that holds, or statements, run by the tests.

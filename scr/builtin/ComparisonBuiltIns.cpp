@@ -9,6 +9,7 @@
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/LongArithmetic.h"
+#include "scr/builtin/OperatorChain.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -124,6 +125,15 @@ public:
     template <class Operation>
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
+        if constexpr (std::is_same_v<Type, BoolType>) {
+            if (isChainDue(stack)) {
+                OperatorChain<BoolType>::Link link;
+                link.apply = [](bool& left, BoolNode& right) {
+                    left = Operation::apply(left, right.result());
+                };
+                return OperatorChain<BoolType>::make(stack, std::move(link));
+            }
+        }
         const bool isLeftActive = stack.traits(1).isActive;
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
@@ -166,6 +176,13 @@ public:
 
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
+        if (isChainDue(stack)) {
+            OperatorChain<BoolType>::Link link;
+            link.apply = [](bool& left, BoolNode& right) {
+                if (left != deciding) left = right.result();
+            };
+            return OperatorChain<BoolType>::make(stack, std::move(link));
+        }
         auto right = stack.pop<BoolNode>();
         auto left = stack.pop<BoolNode>();
         return new BoolJunction(std::move(left), std::move(right));
@@ -239,11 +256,13 @@ constexpr BuiltIn comparisonBuiltInsS[] = {
     {.number = 65,
      .signature = "Bool Bool==(Bool left, Bool right)",
      .factory = Compare<BoolType>::factory<Equal>,
+     .isChained = true,
      .manual = "Whether the operands are equal.",
      .example = "true == true"},
     {.number = 66,
      .signature = "Bool Bool!=(Bool left, Bool right)",
      .factory = Compare<BoolType>::factory<NotEqual>,
+     .isChained = true,
      .manual = "Whether the operands differ.",
      .example = "true != false"},
     {.number = 67,
@@ -349,12 +368,14 @@ constexpr BuiltIn comparisonBuiltInsS[] = {
     {.number = 88,
      .signature = "Bool BoolAND(Bool left, Bool right)",
      .factory = BoolAND::factory,
+     .isChained = true,
      .manual = "The operators `and` and `AND`: `right` is evaluated only when `left` is true. "
                "`and` and `or` bind equally tight, from left to right.",
      .example = "true and true"},
     {.number = 89,
      .signature = "Bool BoolOR(Bool left, Bool right)",
      .factory = BoolOR::factory,
+     .isChained = true,
      .manual = "The operators `or` and `OR`: `right` is evaluated only when `left` is false. "
                "`and` and `or` bind equally tight, from left to right.",
      .example = "false or true"},

@@ -162,11 +162,15 @@ constexpr BuiltIn dateBuiltInsS[] = {
      .manual =
          "The date that `text` names, wholly and to its end; otherwise the invalid date, also when "
          "a day does not exist (31 June) or a field is out of its range. Without `format` the text "
-         "is \"YYYY-MM-DD HH:MM:SS\", \"YYYY-MM-DD\", \"YYYYMMDD\" or \"YYYYMMDDHHMMSS\" in UTC, "
-         "or \"YYYY-MM-DDTHH:MM:SS\" followed by nothing or \"Z\" for UTC, or by an offset such as "
-         "\"+02:00\". With `format`, `text` is read by the directives of `dateToStr`: in UTC "
-         "unless the format has \"%z\", \"%Z\" or \"%L\". What the format leaves out is that of "
-         "1970-01-01 00:00:00; a \"%y\" without \"%C\" is of 1969 to 2068.",
+         "is \"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\", the same with a \"T\" for the blank, "
+         "\"YYYYMMDD\" or \"YYYYMMDDHHMMSS\". In the forms with colons the seconds may be left "
+         "out, "
+         "and \"Z\" or an offset from UTC such as \"+02:00\", \"+0200\" or \"+02\" may follow; all "
+         "else is in UTC. Fractions of a second are cut off. With `format`, `text` is read by the "
+         "directives of `dateToStr`: in UTC unless the format has \"%z\", \"%Z\" or \"%L\". What "
+         "the "
+         "format leaves out is that of 1970-01-01 00:00:00; a \"%y\" without \"%C\" is of 1969 to "
+         "2068.",
      .example = R"(strToDate("29/02/24", "%d/%m/%y") == strToDate("2024-02-29"))"},
     {.number = 93,
      .signature = "Bool dateIsValid(Date date)",

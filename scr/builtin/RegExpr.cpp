@@ -3,6 +3,7 @@
 #include <re2/re2.h>
 
 #include <algorithm>
+#include <string>
 
 #include "scr/builtin/SearchAutomaton.h"
 
@@ -28,12 +29,37 @@ re2::RE2::Options options() {
     return options;
 }
 
+std::unique_ptr<re2::RE2> compile(std::string_view pattern) {
+    return std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()), options());
+}
+
+// Whether alternatives may begin with a common byte above 127. The library takes such a beginning
+// out of them, looks for it in UTF-8, and finds nothing.
+bool mayShareHighByte(std::string_view pattern) {
+    if (pattern.find('|') == std::string_view::npos) return false;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        if (static_cast<unsigned char>(pattern[i]) > 127) return true;
+        // An escape may stand for one.
+        constexpr std::string_view numbers("x01234567");
+        if (pattern[i] == '\\' && i + 1 < pattern.size() &&
+            numbers.find(pattern[i + 1]) != std::string_view::npos)
+            return true;
+    }
+    return false;
+}
+
+// What matches the same and has no beginning that the library could take out: the second
+// alternative, which never matches, has none.
+std::string withoutBeginning(std::string_view pattern) {
+    return "(" + std::string(pattern) + ")|[^\\x00-\\xff]";
+}
+
 }  // namespace
 
-RegExpr::RegExpr(std::string_view pattern)
-    : expression_(
-          std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()), options())) {
-    if (expression_->ok()) automaton_ = SearchAutomaton::make(pattern);
+RegExpr::RegExpr(std::string_view pattern) : expression_(compile(pattern)) {
+    if (!expression_->ok()) return;
+    automaton_ = SearchAutomaton::make(pattern);
+    if (!automaton_ && mayShareHighByte(pattern)) expression_ = compile(withoutBeginning(pattern));
 }
 
 RegExpr::~RegExpr() = default;

@@ -20,9 +20,10 @@ StringPart::StringPart(std::unique_ptr<Node> node)
 }
 
 std::unique_ptr<StringSum> StringSum::make(RunControl& control, std::unique_ptr<Node> left,
-                                           std::unique_ptr<Node> right) {
+                                           std::unique_ptr<Node> right, bool isLong) {
     std::unique_ptr<StringSum> sum;
-    if (Node& operand = *left; SpecialisesNodes && typeid(operand) == typeid(StringSum)) {
+    if (Node& operand = *left;
+        (SpecialisesNodes || isLong) && typeid(operand) == typeid(StringSum)) {
         sum.reset(static_cast<StringSum*>(left.release()));
     } else {
         sum.reset(new StringSum(control));

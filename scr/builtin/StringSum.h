@@ -30,7 +30,7 @@ class StringSum final : public StringNode {
 public:
     /// Takes the operands over; those of a left sum become its own.
     static std::unique_ptr<StringSum> make(RunControl& control, std::unique_ptr<Node> left,
-                                           std::unique_ptr<Node> right);
+                                           std::unique_ptr<Node> right, bool isLong);
 
     const FND::String& result() override;
 

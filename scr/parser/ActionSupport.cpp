@@ -62,6 +62,7 @@ bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits) 
     if (++traits.depth > actInterpreterG->limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
+    traits.operators = 0;
     stackG->pushData(node.release(), typeWord, traits);
     return true;
 }

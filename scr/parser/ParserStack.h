@@ -20,8 +20,10 @@ struct OperandTraits {
     /// Evaluating it may run script code or change variables or containers, so that a reference
     /// taken from another operand before may see another value after.
     bool isActive = false;
-    /// Height of the operand's tree, in nodes.
+    /// Levels of the operand's expression. A chain of operators, as in `a + b - c`, is one.
     int depth = 1;
+    /// The operators of the chain that the operand is, 0 when it is none.
+    int operators = 0;
 };
 
 /// The working store of the parser actions: four independent stacks, of operand nodes, of their

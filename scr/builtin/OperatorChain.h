@@ -1,0 +1,134 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "scr/Memory.h"
+#include "scr/Operand.h"
+#include "scr/Types.h"
+#include "scr/Work.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+/// Whether the operator that takes the two topmost operands of `stack` is to go on a chain, as the
+/// row of operators on its left is long.
+inline bool isChainDue(const ParserStack& stack) {
+    constexpr int longest = 8;  // operators, and levels that their operands may have
+    return stack.traits(1).operators >= longest || stack.traits(1).depth >= longest;
+}
+
+/// A row of operators of one type, as in `a + b - c`, of which each takes what the ones before it
+/// gave: evaluated in a loop, so that the row may have any length. Short rows are pairs of operands
+/// within pairs, which are faster; a chain goes on from such a pair. So the levels of nodes stay as
+/// few as the levels of the expression, but for some.
+template <class Type>
+class OperatorChain final : public Type::Node {
+public:
+    using Value = typename Type::Value;
+    using Operand = typename Type::Node;
+
+    /// An operator and the operand on its right.
+    struct Link {
+        /// Evaluates the operand and changes `left`, the value of all before it.
+        void (*apply)(Value& left, Operand& right) = nullptr;
+        /// In its place, for an operator that evaluates its operand before all that is on its left,
+        /// and nothing of that when it is zero: the result, with a zero for any `left` then.
+        Value (*divide)(const Value& left, const Value& right) = nullptr;
+        std::unique_ptr<Operand> right;
+    };
+
+    /// Pops the two topmost operands of `stack` and makes a chain of them; when the left one is a
+    /// chain, that, one link longer. `link` has no operand yet.
+    static Node* make(ParserStack& stack, Link link) {
+        link.right = stack.pop<Operand>();
+        std::unique_ptr<Node> left = stack.pop<Node>();
+        std::unique_ptr<OperatorChain> chain;
+        if (const Node& node = *left; &typeid(node) == &typeid(OperatorChain)) {
+            chain.reset(static_cast<OperatorChain*>(left.release()));
+        } else {
+            chain.reset(new OperatorChain(std::move(left)));
+        }
+        if (link.divide != nullptr) ++chain->divisions_;
+        chain->links_.push_back(std::move(link));
+        return chain.release();
+    }
+
+    typename Type::Argument result() override {
+        // A function that calls itself may evaluate this node while it is evaluated.
+        result_ = divisions_ == 0 ? valueOfRow() : valueWithDivisions();
+        return result_;
+    }
+
+private:
+    explicit OperatorChain(std::unique_ptr<Node> first)
+        : first_(static_cast<Operand*>(first.release())) {}
+
+    // The divisors of one evaluation, filled from the last on.
+    class Divisors {
+    public:
+        explicit Divisors(std::size_t count) : next_(few_.data() + few_.size()) {
+            if (count <= few_.size()) return;
+            charge_.emplace(blockBytes(count * sizeof(Value)));
+            many_ = std::make_unique<Value[]>(count);
+            next_ = many_.get() + count;
+        }
+        // Whether it is zero.
+        bool push(const Value& divisor) { return (*--next_ = divisor) == Type::null(); }
+        const Value& pop() { return *next_++; }
+
+    private:
+        std::array<Value, 2> few_{};
+        std::optional<BufferCharge> charge_;
+        std::unique_ptr<Value[]> many_;
+        Value* next_;
+    };
+
+    // Chains may be nested as deep as expressions: the frames of these two are kept small.
+    [[gnu::noinline]] Value valueOfRow() {
+        Value value = first_->result();
+        for (std::size_t i = 0; i < links_.size(); ++i) {
+            links_[i].apply(value, *links_[i].right);
+            count(i);
+        }
+        return value;
+    }
+
+    [[gnu::noinline]] Value valueWithDivisions() {
+        Divisors divisors(divisions_);
+        bool isZero = false;
+        std::size_t i = links_.size();
+        while (i > 0 && !isZero) {
+            const Link& link = links_[--i];
+            count(i);
+            if (link.divide != nullptr) isZero = divisors.push(link.right->result());
+        }
+        Value value = isZero ? Type::null() : first_->result();
+        for (; i < links_.size(); ++i) {
+            const Link& link = links_[i];
+            if (link.divide != nullptr) {
+                value = link.divide(value, divisors.pop());
+            } else {
+                link.apply(value, *link.right);
+            }
+            count(i);
+        }
+        return value;
+    }
+
+    static void count(std::size_t link) {
+        constexpr std::size_t each = 64 * 1024;
+        if (link % each == each - 1) [[unlikely]]
+            countWork(each);
+    }
+
+    const std::unique_ptr<Operand> first_;
+    std::vector<Link, NodeAllocator<Link>> links_;
+    std::size_t divisions_ = 0;
+    Value result_{};
+};
+
+}  // namespace SCR
