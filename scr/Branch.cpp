@@ -17,7 +17,7 @@ StatementRun StatementRun::of(Node& statement) {
         while (typeid(*run.node_) == typeid(StatementList)) {
             const auto& block = static_cast<const StatementList&>(*run.node_);
             const std::size_t count = block.statements().size();
-            if (count > 0 && block.steps().empty()) return run;
+            if (count > 0 && !block.isShort()) return run;
             if (count != 1) {
                 run.steps_ = block.steps();
                 run.node_ = nullptr;

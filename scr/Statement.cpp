@@ -29,21 +29,20 @@ StatementList::~StatementList() = default;
 std::int32_t StatementList::execute() { return run(); }
 
 std::int32_t StatementList::runStatements() {
-    // As much as work on so many bytes takes, so that a long list is stopped in time.
+    // As much as work on so many bytes: it may hold others, and call built-ins.
+    constexpr std::size_t workOfStatement = 512;
     constexpr std::size_t stretch = 64;
-    constexpr std::size_t workOfStatement = 64;
-    auto statement = statements_.begin();
-    std::size_t untilCounted = stretch;
+    const std::size_t size = statements_.size();
+    if (size > shortCM) countWork(std::min(size, stretch) * workOfStatement);
+    if (!steps_.empty()) return steps().execute();
+    std::size_t next = 0;
     try {
-        for (const auto end = statements_.end(); statement != end; ++statement) {
-            if (--untilCounted == 0) {
-                countWork(stretch * workOfStatement);
-                untilCounted = stretch;
-            }
-            if (const std::int32_t code = (*statement)->execute(); code != goOn) return code;
+        for (; next < size; ++next) {
+            if (next % stretch == stretch - 1) countWork(stretch * workOfStatement);
+            if (const std::int32_t code = statements_[next]->execute(); code != goOn) return code;
         }
     } catch (ScriptStopped& stopped) {
-        stopped.passedThrough(statement->get());
+        if (next < size) stopped.passedThrough(statements_[next].get());
         throw;
     }
     return goOn;

@@ -26,7 +26,7 @@ public:
     bool addStatement(Node* statement) override;
     void close() override;
     /// What `execute` does, for a caller that knows the class.
-    std::int32_t run() { return steps_.empty() ? runStatements() : steps().execute(); }
+    std::int32_t run() { return isShort() ? steps().execute() : runStatements(); }
     bool addIdentifier(const FND::String& name, Variable* variable) override;
     Variable* getIdentifier(const FND::String& name) override;
     /// True if any statement of the list returns a result.
@@ -34,10 +34,16 @@ public:
 
     const NodeList& statements() const { return statements_; }
     /// What to run, once the block is complete; empty for a block without statements, or with very
-    /// many.
+    /// many. See `isShort`.
     StepRange steps() const { return {steps_.data(), steps_.data() + steps_.size()}; }
 
+    /// Whether running `steps` is all that there is to do. What a longer list does counts as work,
+    /// so that it is stopped in time.
+    bool isShort() const { return !steps_.empty() && steps_.size() <= shortCM; }
+
 private:
+    static constexpr std::size_t shortCM = 16;
+
     std::int32_t runStatements();
 
     NodeList statements_;

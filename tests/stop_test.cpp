@@ -297,6 +297,13 @@ TEST(StopTest, InterruptionsReachWhatRunsAndNothingElse) {
 TEST(StopTest, TimeIsNoticedWhereverItGoes) {
     std::string straight;
     for (int i = 0; i < 100'000; ++i) straight += "s = strToUpper(s);\n";
+    // Blocks within blocks, none of them long.
+    std::string nested = "s = strToUpper(s);";
+    for (int level = 0; level < 4; ++level) {
+        const std::string inner = nested;
+        for (int i = 1; i < 14; ++i) nested += inner;
+        nested = "if (true) { " + nested + " }";
+    }
     const struct {
         std::string script;
         std::int64_t time;
@@ -305,6 +312,7 @@ TEST(StopTest, TimeIsNoticedWhereverItGoes) {
         {"wait(2); wait(2); wait(2);", 3},
         {"wait(5);", 3},
         {"String s = strPad(\"\", \"a\", 1000, true);\n" + straight, 1},
+        {"String s = strPad(\"\", \"a\", 1000, true);\n" + nested, 1},
     };
     for (const auto& row : rows) {
         MemoryLog log;
