@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "fnd/TimeZone.h"
 #include "scr/CompareInterface.h"
 #include "scr/Contain.h"
 #include "scr/Extension.h"
@@ -65,7 +66,7 @@ bool Interpreter::check(const FND::String& text) {
 bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
     findings.clear();
     return contain(*this, [&] {
-        FlowAnalysis analysis;
+        FlowAnalysis analysis(timeZone_ != nullptr);
         flowAnalysis_ = &analysis;
         const bool isGood = check(text);
         flowAnalysis_ = nullptr;
@@ -177,6 +178,22 @@ bool Interpreter::runFunction(const FND::String& name) {
 bool Interpreter::finish() {
     if (!std::exchange(runsEnd_, false) || getFunction(endFunctionS) == nullptr) return true;
     return runFunction(endFunctionS);
+}
+
+bool Interpreter::timeZone(const FND::String& name) {
+    return contain(*this, [&] {
+        auto zone = name.empty() ? nullptr : FND::TimeZone::find(name);
+        if (!name.empty() && zone == nullptr) {
+            logError("ERROR: unknown time zone `" + name + "'");
+            return false;
+        }
+        timeZone_ = std::move(zone);
+        return true;
+    });
+}
+
+const FND::TimeZone& Interpreter::timeZone() const {
+    return timeZone_ != nullptr ? *timeZone_ : FND::TimeZone::local();
 }
 
 bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {

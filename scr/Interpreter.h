@@ -15,6 +15,10 @@
 #include "scr/PlaceTable.h"
 #include "scr/RunControl.h"
 
+namespace FND {
+class TimeZone;
+}  // namespace FND
+
 namespace SCR {
 
 class BoolNode;
@@ -96,6 +100,14 @@ public:
     /// Directories in which include files are looked for, before those of the environment.
     void includePath(const std::vector<FND::String>& directories) { includePath_ = directories; }
 
+    /// Sets the local zone of this interpreter's scripts, for all executions that follow: "UTC", a
+    /// zone of the system's database, such as "Europe/Berlin", or a rule, such as
+    /// "CET-1CEST,M3.5.0,M10.5.0/3"; "" for that of the process, which is the one at first. False,
+    /// after an error, for a zone that the system does not know; nothing changes then.
+    bool timeZone(const FND::String& name);
+    /// The local zone of scripts; holds until it is set or the process's zone is read anew.
+    const FND::TimeZone& timeZone() const;
+
     /// What scripts may do; see `Capabilities`. Set for the compiles that follow.
     const Capabilities& capabilities() const { return capabilities_; }
     void capabilities(const Capabilities& capabilities) { capabilities_ = capabilities; }
@@ -175,6 +187,7 @@ private:
     std::unique_ptr<BoolNode> query_;
     std::int64_t queryBuffers_ = 0;  // what the query's nodes took
     std::vector<FND::String> includePath_;
+    std::shared_ptr<const FND::TimeZone> timeZone_;  // null for that of the process
     Capabilities capabilities_;
     std::vector<const Variable*> growing_;  // the script's variables that may take memory
     PlaceTable places_;

@@ -32,12 +32,7 @@ bool makeMode(const FND::String& mode, FND::String& checked) {
 
 Variable::~Variable() = default;
 
-Variable* AdtVariable::clone() const {
-    auto copy = std::make_unique<AdtVariable>(value());
-    copy->dataType(dataType());
-    copy->subType_ = subType_;
-    return copy.release();
-}
+Variable* AdtVariable::clone() const { return new AdtVariable(*this); }
 
 FileVariable::~FileVariable() { close(); }
 

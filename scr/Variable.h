@@ -21,15 +21,18 @@ class RunControl;
 class KESTREL_API Variable : public InNodeMemory {
 public:
     explicit Variable(int typeWord) : dataType_(typeWord) {}
-    Variable(const Variable&) = delete;
     Variable& operator=(const Variable&) = delete;
     virtual ~Variable();
 
-    /// A new variable of the same class with a copy of type word and value, owned by the caller.
+    /// A new variable of the same class with a copy of all that this one has, owned by the caller.
+    /// Implemented by the copy constructor, so that no member is forgotten.
     virtual Variable* clone() const = 0;
 
     int dataType() const { return dataType_; }
     void dataType(int typeWord) { dataType_ = typeWord; }
+
+protected:
+    Variable(const Variable&) = default;  // for `clone`
 
 private:
     int dataType_;
@@ -46,11 +49,7 @@ public:
     explicit ScalarVariable(const Value& value, bool isConstant = false)
         : Variable(code | (isConstant ? TypeCode::ConstFlag : TypeCode::LeftFlag)), value_(value) {}
 
-    Variable* clone() const override {
-        auto* copy = new Derived(value_);
-        copy->dataType(dataType());
-        return copy;
-    }
+    Variable* clone() const override { return new Derived(static_cast<const Derived&>(*this)); }
 
     const Value& value() const { return value_; }
     Value& value() { return value_; }
