@@ -66,8 +66,10 @@ void ScriptOptions::declare(CLI::App& command) {
             [this](const std::vector<std::string>& names) {
                 for (const std::string& name : names) allow(name);
             },
-            "As --sandbox, but allow these: files, shell, env, sleep, use, include or, for one "
-            "directory and those below it, include=DIR")
+            "As --sandbox, but allow these: files, shell, env, sleep, use, include, all of them, "
+            "or "
+            "what lies below a directory: files=DIR, files-ro=DIR to read it only, include=DIR; "
+            "may be repeated")
         ->type_name("NAME,...")
         ->delimiter(',')
         ->allow_extra_args(false);
@@ -91,13 +93,7 @@ void ScriptOptions::setLimit(const std::string& text) {
 }
 
 void ScriptOptions::allow(const std::string& name) {
-    const std::string directory = "include=";
-    if (name.starts_with(directory)) {
-        capabilities_.include = true;
-        capabilities_.includeDirectories.push_back(name.substr(directory.size()));
-    } else if (const auto capability = SCR::capabilityOfName(name); capability != nullptr) {
-        capabilities_.*capability = true;
-    } else {
+    if (!capabilities_.allow(name)) {
         throw CLI::ValidationError("--allow", "'" + name + "' names no capability");
     }
     isSandboxed_ = true;
@@ -108,10 +104,7 @@ std::optional<std::string> ScriptOptions::expand(const std::string& text) const 
     SCR::PreprocessorOptions options;
     options.searchPath = includePath_;
     options.maxBytes = limits_.sourceBytes();
-    if (isSandboxed_) {
-        options.includesAllowed = capabilities_.include;
-        options.allowedDirectories = capabilities_.includeDirectories;
-    }
+    if (isSandboxed_) options.allow(capabilities_);
     SCR::Preprocessor preprocessor(nullptr, options);
     std::string expanded;
     if (!preprocessor.preprocess(text, expanded)) return std::nullopt;
@@ -127,7 +120,7 @@ std::size_t ScriptOptions::mostBytes() const {
 std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(SCR::Log& log) const {
     auto interpreter = std::make_unique<SCR::Interpreter>(&log);
     interpreter->limits(limits_);
-    if (isSandboxed_) interpreter->capabilities(capabilities_);
+    if (isSandboxed_ && !interpreter->capabilities(capabilities_)) return nullptr;
     interpreter->includePath(includePath_);
     for (const auto& [name, value] : constants_) {
         if (interpreter->addGlobalConstant(name, value)) continue;

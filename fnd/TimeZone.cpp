@@ -172,8 +172,8 @@ bool TimeZone::take(const std::vector<ZonePeriod>& periods) {
     }
     if (periods_.size() > mostPeriodsS) return false;
     if (periods_.size() < 2) {
-        const bool isUtc = periods_.size() == 1 && periods_[0].offset == 0 &&
-                           nameOf(periods_[0]) == utcS;
+        const bool isUtc =
+            periods_.size() == 1 && periods_[0].offset == 0 && nameOf(periods_[0]) == utcS;
         if (isUtc) periods_.clear();
         return true;
     }

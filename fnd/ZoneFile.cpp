@@ -98,7 +98,8 @@ std::optional<ZoneFile> readZoneFile(std::string_view bytes) {
         return std::nullopt;
     }
     bytes.remove_prefix(counts.size(8));
-    if (bytes.size() < 2 || bytes.front() != '\n' || bytes.find('\n', 1) == std::string_view::npos) {
+    if (bytes.size() < 2 || bytes.front() != '\n' ||
+        bytes.find('\n', 1) == std::string_view::npos) {
         return std::nullopt;
     }
     file.rule = bytes.substr(1, bytes.find('\n', 1) - 1);

@@ -117,8 +117,8 @@ std::int64_t ZoneRule::Moment::secsIn(int year) const noexcept {
         if (day <= lastOfFebruary || !dateExists(year, 2, 29)) --number;
     } else if (kind == Kind::Weekday) {
         const std::int64_t first = dayNumberOf(year, month, 1);
-        int date = 1 + (day - weekdayOf(first) + daysPerWeekS) % daysPerWeekS +
-                   (week - 1) * daysPerWeekS;
+        int date =
+            1 + (day - weekdayOf(first) + daysPerWeekS) % daysPerWeekS + (week - 1) * daysPerWeekS;
         if (!dateExists(year, month, date)) date -= daysPerWeekS;
         number = first + date - 1;
     }

@@ -6,6 +6,7 @@
 #include "scr/CompareInterface.h"
 #include "scr/Contain.h"
 #include "scr/Extension.h"
+#include "scr/FileAccess.h"
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
 #include "scr/Memory.h"
@@ -32,6 +33,7 @@ void makeRoom(std::vector<Element>& elements) {
 
 Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
     isValid_ = contain(*this, [&] {
+        files_ = includeFiles_ = FileAccess::any();
         auto mainExtension = std::make_unique<MainExtension>();
         if (!insertExtension(mainExtension.get())) return false;
         mainExtension_ = mainExtension.release();
@@ -120,7 +122,7 @@ bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
     PreprocessorOptions options;
     options.searchPath = includePath_;
     options.includesAllowed = capabilities_.include;
-    options.allowedDirectories = capabilities_.includeDirectories;
+    options.files = includeFiles_;
     options.maxBytes = limits().sourceBytes();
     Preprocessor preprocessor(log_, options);
     return preprocessor.expand(text, expanded);
@@ -178,6 +180,20 @@ bool Interpreter::runFunction(const FND::String& name) {
 bool Interpreter::finish() {
     if (!std::exchange(runsEnd_, false) || getFunction(endFunctionS) == nullptr) return true;
     return runFunction(endFunctionS);
+}
+
+bool Interpreter::capabilities(const Capabilities& capabilities) {
+    return contain(*this, [&] {
+        Capabilities copy = capabilities;
+        FND::String error;
+        auto files = FileAccess::ofFiles(copy, error);
+        auto includeFiles = FileAccess::ofIncludes(copy, error);
+        capabilities_ = std::move(copy);
+        files_ = std::move(files);
+        includeFiles_ = std::move(includeFiles);
+        if (!error.empty()) logError("ERROR: " + error);
+        return error.empty();
+    });
 }
 
 bool Interpreter::timeZone(const FND::String& name) {

@@ -24,6 +24,7 @@ namespace SCR {
 class BoolNode;
 class CompareInterface;
 class Extension;
+class FileAccess;
 class FlowAnalysis;
 class Function;
 class MainExtension;
@@ -108,9 +109,11 @@ public:
     /// The local zone of scripts; holds until it is set or the process's zone is read anew.
     const FND::TimeZone& timeZone() const;
 
-    /// What scripts may do; see `Capabilities`. Set for the compiles that follow.
+    /// What scripts may do; see `Capabilities`. Set for the compiles that follow: what was compiled
+    /// before goes on as it may. False, after an error, when a directory cannot be opened, which
+    /// grants nothing then, and when there is no memory, which leaves all as it was.
     const Capabilities& capabilities() const { return capabilities_; }
-    void capabilities(const Capabilities& capabilities) { capabilities_ = capabilities; }
+    bool capabilities(const Capabilities& capabilities);
 
     /// What scripts may take; see `Limits`. Set for the compiles and executions that follow.
     const Limits& limits() const { return runControl_.limits(); }
@@ -158,6 +161,8 @@ public:
     /// Where the compiled statements and calls stand in the text.
     PlaceTable& places() { return places_; }
     RunControl& runControl() { return runControl_; }
+    /// The files that the script under compilation may use.
+    const std::shared_ptr<const FileAccess>& files() const { return files_; }
     /// What the values of the script's variables take beside the variables themselves.
     std::int64_t heapBytes() const;
     /// The built-in library.
@@ -189,7 +194,9 @@ private:
     std::vector<FND::String> includePath_;
     std::shared_ptr<const FND::TimeZone> timeZone_;  // null for that of the process
     Capabilities capabilities_;
-    std::vector<const Variable*> growing_;  // the script's variables that may take memory
+    std::shared_ptr<const FileAccess> files_;         // that `capabilities_` grant
+    std::shared_ptr<const FileAccess> includeFiles_;  // the same for include lines
+    std::vector<const Variable*> growing_;            // the script's variables that may take memory
     PlaceTable places_;
     std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
     RunControl runControl_;

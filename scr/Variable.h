@@ -13,6 +13,7 @@
 
 namespace SCR {
 
+class FileAccess;
 class RunControl;
 
 /// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
@@ -129,9 +130,9 @@ public:
     ///
     /// Where opening or using the file keeps the script of `control` waiting, as a pipe may, that
     /// fails once the script has to stop. `control` must outlive the stream; without one the
-    /// stream waits as any does.
-    bool open(const FND::String& name, const FND::String& mode,
-              const RunControl* control = nullptr);
+    /// stream waits as any does. `files` are those that may be opened, null for any.
+    bool open(const FND::String& name, const FND::String& mode, const RunControl* control = nullptr,
+              const FileAccess* files = nullptr);
     /// Writes out what is buffered and closes the stream, if one is held.
     void close();
 

@@ -476,7 +476,7 @@ TEST(DateTime, ConvertsToLocalTimeAndBackAsTheCLibraryDoes) {
     }
     const ZoneScope scope(newYorkS);
     const auto berlin = TimeZone::find(centralEuropeS);
-    EXPECT_EQ(berlin->offsetAt(-14182940 + 86400 * 180), 7200) << "rules hold before 1970, too";
+    EXPECT_EQ(berlin->offsetAt(-14'182'940), 7200) << "rules hold before 1970, too";
     EXPECT_EQ(berlin->digest(), TimeZone::find(centralEuropeS)->digest());
     EXPECT_NE(berlin->digest(), TimeZone::local().digest());
     EXPECT_EQ(TimeZone::find("UTC")->digest(), TimeZone::find("UTC0")->digest());
@@ -496,11 +496,27 @@ TEST(DateTime, TheOffsetAndTheNameOfTheProcessAreOfOneZone) {
 }
 
 TEST(TimeZone, NamesThatAreNoneAreTold) {
-    for (const char* const name :
-         {"", "Nowhere/City", "CET", "CET-", "CE-1", "CET-25", "CET-1:60", "<CET-1", "CET-1CEST,M3.5.0",
-          "CET-1CEST,M13.5.0,M10.5.0", "CET-1CEST,M3.6.0,M10.5.0", "CET-1CEST,M3.5.7,M10.5.0",
-          "CET-1CEST,J0,J1", "CET-1CEST,366,1", "CET-1CEST,M3.5.0/168,M10.5.0", "CET-1 ",
-          "../zoneinfo/Europe/Berlin", "/etc/localtime", "Europe", "zone.tab", "Europe/Berlin/"}) {
+    for (const char* const name : {"",
+                                   "Nowhere/City",
+                                   "CET",
+                                   "CET-",
+                                   "CE-1",
+                                   "CET-25",
+                                   "CET-1:60",
+                                   "<CET-1",
+                                   "CET-1CEST,M3.5.0",
+                                   "CET-1CEST,M13.5.0,M10.5.0",
+                                   "CET-1CEST,M3.6.0,M10.5.0",
+                                   "CET-1CEST,M3.5.7,M10.5.0",
+                                   "CET-1CEST,J0,J1",
+                                   "CET-1CEST,366,1",
+                                   "CET-1CEST,M3.5.0/168,M10.5.0",
+                                   "CET-1 ",
+                                   "../zoneinfo/Europe/Berlin",
+                                   "/etc/localtime",
+                                   "Europe",
+                                   "zone.tab",
+                                   "Europe/Berlin/"}) {
         if (std::string(name) == "CET" && TimeZone::find("Europe/Berlin") != nullptr) continue;
         EXPECT_EQ(TimeZone::find(name), nullptr) << name;
     }
@@ -541,10 +557,12 @@ TEST(TimeZone, ADamagedFileIsNoZoneAndHurtsNobody) {
     };
     auto zone = zoneOf(file.bytes);
     ASSERT_NE(zone, nullptr);
-    for (const auto& [secs, offset, name] :
-         {std::tuple{-9'000'000'000, 3210, "LMT"}, {999'999'999, 3210, "LMT"},
-          {1'000'000'000, 3600, "ABC"}, {1'000'003'600, 7200, "DEF"}, {1'720'000'000, 10800, "GHI"},
-          {16'725'225'600, 7200, "DEF"}}) {
+    for (const auto& [secs, offset, name] : {std::tuple{-9'000'000'000, 3210, "LMT"},
+                                             {999'999'999, 3210, "LMT"},
+                                             {1'000'000'000, 3600, "ABC"},
+                                             {1'000'003'600, 7200, "DEF"},
+                                             {1'720'000'000, 10800, "GHI"},
+                                             {16'725'225'600, 7200, "DEF"}}) {
         EXPECT_EQ(zone->offsetAt(secs), offset) << secs;
         EXPECT_EQ(zone->nameAt(secs), name) << secs;
     }
