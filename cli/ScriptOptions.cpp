@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "cli/Command.h"
+#include "fnd/TimeZone.h"
 #include "scr/Interpreter.h"
 #include "scr/parser/Preprocessor.h"
 
@@ -73,6 +74,15 @@ void ScriptOptions::declare(CLI::App& command) {
         ->type_name("NAME,...")
         ->delimiter(',')
         ->allow_extra_args(false);
+    command
+        .add_option("--zone", zone_,
+                    "The time zone that scripts go by, such as Europe/Berlin or UTC (default: that "
+                    "of the process; with --records UTC)")
+        ->type_name("NAME")
+        ->check([](const std::string& name) {
+            return FND::TimeZone::find(name) != nullptr ? ""
+                                                        : "'" + name + "' is no known time zone";
+        });
 }
 
 void ScriptOptions::setLimit(const std::string& text) {
@@ -117,9 +127,11 @@ std::size_t ScriptOptions::mostBytes() const {
     return static_cast<std::size_t>(2 * source + source / 20 + 1024);
 }
 
-std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(SCR::Log& log) const {
+std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(
+    SCR::Log& log, const std::string& defaultZone) const {
     auto interpreter = std::make_unique<SCR::Interpreter>(&log);
     interpreter->limits(limits_);
+    if (!interpreter->timeZone(zone(defaultZone))) return nullptr;
     if (isSandboxed_ && !interpreter->capabilities(capabilities_)) return nullptr;
     interpreter->includePath(includePath_);
     for (const auto& [name, value] : constants_) {
