@@ -32,13 +32,13 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
                                        : interpreter.check(text);
     };
     if (job != nullptr) {
-        const auto make = [&] { return options.script.makeInterpreter(log); };
+        const auto make = [&] { return options.script.makeInterpreter(log, recordZoneS); };
         const ExitStatus status = statusOf(job->check(make, compile));
         if (!job->error().empty()) report(job->error());
         return status;
     }
     Records::AnyRecord record;
-    const auto interpreter = options.script.makeInterpreter(log);
+    const auto interpreter = options.script.makeInterpreter(log, recordZoneS);
     if (!interpreter) return ExitStatus::Usage;
     record.addTo(*interpreter);
     if (compile(*interpreter)) return ExitStatus::Success;

@@ -61,7 +61,8 @@ public:
                      {Effect::Clock, "reads the clock"},
                      {Effect::Sleep, "pauses"},
                      {Effect::StandardOutput, "writes to standard output"},
-                     {Effect::Mutex, "uses mutexes"}};
+                     {Effect::Mutex, "uses mutexes"},
+                     {Effect::LocalZone, "goes by the time zone"}};
         std::string joined;
         for (const auto& [effect, text] : texts) {
             if (!has(row_->effects, effect)) continue;

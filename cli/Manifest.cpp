@@ -48,7 +48,8 @@ std::string jobOf(const Manifest& manifest) {
         json += separator + jsonString(option);
         separator = ", ";
     }
-    return json + "],\n  \"part\": " + std::to_string(manifest.part) +
+    return json + "],\n  \"zone\": " + file(manifest.zone) +
+           ",\n  \"part\": " + std::to_string(manifest.part) +
            ",\n  \"parts\": " + std::to_string(manifest.parts) +
            ",\n  \"inputSize\": " + std::to_string(manifest.inputSize);
 }
@@ -108,6 +109,7 @@ std::optional<Manifest> Manifest::fromJson(const std::string& text) {
         for (const auto option : json["options"].get_array()) {
             manifest.options.emplace_back(option.get_string().value());
         }
+        manifest.zone = readFile(json["zone"]);
         manifest.part = json["part"].get_int64();
         manifest.parts = json["parts"].get_int64();
         manifest.inputSize = json["inputSize"].get_int64();

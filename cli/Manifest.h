@@ -13,10 +13,11 @@ namespace Cli {
 /// What a part of a result was made from, how, and what came of it. Written beside the part when
 /// that is complete, as JSON.
 struct Manifest {
-    /// A file that the run left.
+    /// A file that the run left, or what is known by its name and content likewise.
     struct File {
         std::string name;
         std::string digest;
+        bool operator==(const File& other) const = default;
     };
 
     /// Sets the digests of the script and of each include file, from the text that the preprocessor
@@ -27,6 +28,7 @@ struct Manifest {
     std::string scriptDigest;
     std::map<std::string, std::string> includes;  ///< Digests by the names in the include lines.
     std::vector<std::string> options;             ///< Those that change the result.
+    File zone;                                    ///< By which the scripts go.
     std::int64_t part = 1;
     std::int64_t parts = 1;
     std::int64_t inputSize = 0;  ///< Of the whole file, in bytes: it decides where parts begin.

@@ -30,6 +30,11 @@ bool isAsDescribed(const std::string& directory, const Manifest::File& file,
     return file.name == name && Digest::ofFile(directory + "/" + name) == file.digest;
 }
 
+std::optional<Manifest> readManifest(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return Manifest::fromJson({std::istreambuf_iterator<char>(stream), {}});
+}
+
 bool isSame(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
@@ -63,14 +68,32 @@ bool OutputDirectory::open(const std::string& input) {
     job_.inputSize = status_.st_size;
     std::error_code error;
     fs::create_directories(path_, error);
+    return fitsTheOthers();
+}
+
+bool OutputDirectory::fitsTheOthers() {
+    std::error_code error;
+    bool isZoneKnown = false;
     fs::directory_iterator entry(path_, error);
     for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
         const std::string name = entry->path().filename();
-        const bool isOfParts = (name.starts_with("part-") || name.starts_with("manifest-")) &&
-                               name.find("-of-") != std::string::npos;
-        if (!isOfParts || name.find(division_) != std::string::npos) continue;
-        error_ = path_ + " holds " + name + ", which is not one of " + std::to_string(job_.parts) +
-                 " parts";
+        const bool isManifest = name.starts_with("manifest-");
+        const bool isOfParts =
+            (name.starts_with("part-") || isManifest) && name.find("-of-") != std::string::npos;
+        if (!isOfParts) continue;
+        if (name.find(division_) == std::string::npos) {
+            error_ = path_ + " holds " + name + ", which is not one of " +
+                     std::to_string(job_.parts) + " parts";
+            return false;
+        }
+        // One of the others tells of all: each was compared with one that was there before it.
+        if (!isManifest || name == manifest_ || isZoneKnown) continue;
+        const std::optional<Manifest> other = readManifest(entry->path());
+        isZoneKnown = other.has_value();
+        if (!isZoneKnown || other->zone == job_.zone) continue;
+        error_ = path_ + " holds " + name + ", which was made in the time zone " +
+                 other->zone.name + ", not " + job_.zone.name;
+        if (other->zone.name == job_.zone.name) error_ += " as this system knows it";
         return false;
     }
     if (!error) return true;
@@ -79,9 +102,7 @@ bool OutputDirectory::open(const std::string& input) {
 }
 
 bool OutputDirectory::isComplete() const {
-    std::ifstream stream(manifest(), std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    const std::optional<Manifest> found = Manifest::fromJson(text);
+    const std::optional<Manifest> found = readManifest(manifest());
     return found && found->isSameJob(job_) && isAsDescribed(path_, found->output, output_) &&
            isAsDescribed(path_, found->rejects, rejects_) &&
            Digest::ofFile(input_, found->inputEnd) == found->inputDigest;
@@ -115,6 +136,7 @@ bool OutputDirectory::complete(Manifest& manifest) {
         error_ = input_ + " was changed while it was read";
         return false;
     }
+    if (!fitsTheOthers()) return false;
     Records::RecordOutput file;
     if (file.open(this->manifest()) && file.write(manifest.toJson()) && file.finish()) return true;
     error_ = file.error();

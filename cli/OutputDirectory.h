@@ -20,7 +20,8 @@ public:
     // The following give false on failure; `error` says why then.
 
     /// Makes the directory if needed and looks at the file `input`. Fails when either cannot be
-    /// used, and when the directory holds parts of another division of the input.
+    /// used, and when the directory holds parts of another division of the input, or of another
+    /// time zone.
     bool open(const std::string& input);
     /// Whether all that the job would give is there: its manifest, and beside it the files as the
     /// manifest describes them, for an input that is still the same.
@@ -29,7 +30,7 @@ public:
     /// of what is to be done.
     void clean() const;
     /// Writes the manifest, once the files are in place. Fails when the input was changed since
-    /// `open`.
+    /// `open`, and when parts of another time zone came meanwhile.
     bool complete(Manifest& manifest);
 
     /// Where the records, and the rejects, belong.
@@ -39,6 +40,8 @@ public:
 
 private:
     bool fail(const std::string& path);
+    // Looks at the other files of the directory.
+    bool fitsTheOthers();
     std::string manifest() const { return path_ + "/" + manifest_; }
 
     const std::string path_;

@@ -13,6 +13,7 @@
 #include "cli/Progress.h"
 #include "cli/ScriptFile.h"
 #include "cli/StderrLog.h"
+#include "fnd/TimeZone.h"
 #include "scr/Interpreter.h"
 
 namespace Cli {
@@ -228,6 +229,9 @@ ExitStatus RecordOptions::runInDirectory(
     if (!job) return ExitStatus::Usage;
     const std::vector<std::string> own = given();
     manifest.options.insert(manifest.options.end(), own.begin(), own.end());
+    manifest.zone.name = options.zone(recordZoneS);
+    const auto zone = FND::TimeZone::find(manifest.zone.name);
+    if (zone != nullptr) manifest.zone.digest = zone->digest();
     manifest.part = job->part;
     manifest.parts = job->parts;
     OutputDirectory directory(directory_, format_ == "lines" ? "txt" : format_, manifest);
@@ -266,7 +270,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
     using End = Records::RecordJob::End;
     Records::RecordJob job(std::move(jobOptions), stopG);
     const End end = job.run(
-        log, [&] { return options.makeInterpreter(log); }, compile);
+        log, [&] { return options.makeInterpreter(log, recordZoneS); }, compile);
     progress.clear();
     ExitStatus status = statusOf(end);
     const Records::Counts& counts = job.counts();

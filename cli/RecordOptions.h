@@ -14,6 +14,10 @@
 
 namespace Cli {
 
+/// The local zone of scripts that are executed for records, unless the user names one: the same
+/// wherever a part of the records is worked on.
+inline constexpr const char* recordZoneS = "UTC";
+
 /// The status that a job's end stands for.
 ExitStatus statusOf(Records::RecordJob::End end);
 

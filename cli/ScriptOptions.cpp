@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "cli/Command.h"
+#include "fnd/TimeZone.h"
 #include "scr/Interpreter.h"
 #include "scr/parser/Preprocessor.h"
 
@@ -66,11 +67,22 @@ void ScriptOptions::declare(CLI::App& command) {
             [this](const std::vector<std::string>& names) {
                 for (const std::string& name : names) allow(name);
             },
-            "As --sandbox, but allow these: files, shell, env, sleep, use, include or, for one "
-            "directory and those below it, include=DIR")
+            "As --sandbox, but allow these: files, shell, env, sleep, use, include, all of them, "
+            "or "
+            "what lies below a directory: files=DIR, files-ro=DIR to read it only, include=DIR; "
+            "may be repeated")
         ->type_name("NAME,...")
         ->delimiter(',')
         ->allow_extra_args(false);
+    command
+        .add_option("--zone", zone_,
+                    "The time zone that scripts go by, such as Europe/Berlin or UTC (default: that "
+                    "of the process; with --records UTC)")
+        ->type_name("NAME")
+        ->check([](const std::string& name) {
+            return FND::TimeZone::find(name) != nullptr ? ""
+                                                        : "'" + name + "' is no known time zone";
+        });
 }
 
 void ScriptOptions::setLimit(const std::string& text) {
@@ -91,13 +103,7 @@ void ScriptOptions::setLimit(const std::string& text) {
 }
 
 void ScriptOptions::allow(const std::string& name) {
-    const std::string directory = "include=";
-    if (name.starts_with(directory)) {
-        capabilities_.include = true;
-        capabilities_.includeDirectories.push_back(name.substr(directory.size()));
-    } else if (const auto capability = SCR::capabilityOfName(name); capability != nullptr) {
-        capabilities_.*capability = true;
-    } else {
+    if (!capabilities_.allow(name)) {
         throw CLI::ValidationError("--allow", "'" + name + "' names no capability");
     }
     isSandboxed_ = true;
@@ -108,10 +114,7 @@ std::optional<std::string> ScriptOptions::expand(const std::string& text) const 
     SCR::PreprocessorOptions options;
     options.searchPath = includePath_;
     options.maxBytes = limits_.sourceBytes();
-    if (isSandboxed_) {
-        options.includesAllowed = capabilities_.include;
-        options.allowedDirectories = capabilities_.includeDirectories;
-    }
+    if (isSandboxed_) options.allow(capabilities_);
     SCR::Preprocessor preprocessor(nullptr, options);
     std::string expanded;
     if (!preprocessor.preprocess(text, expanded)) return std::nullopt;
@@ -124,10 +127,12 @@ std::size_t ScriptOptions::mostBytes() const {
     return static_cast<std::size_t>(2 * source + source / 20 + 1024);
 }
 
-std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(SCR::Log& log) const {
+std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(
+    SCR::Log& log, const std::string& defaultZone) const {
     auto interpreter = std::make_unique<SCR::Interpreter>(&log);
     interpreter->limits(limits_);
-    if (isSandboxed_) interpreter->capabilities(capabilities_);
+    if (!interpreter->timeZone(zone(defaultZone))) return nullptr;
+    if (isSandboxed_ && !interpreter->capabilities(capabilities_)) return nullptr;
     interpreter->includePath(includePath_);
     for (const auto& [name, value] : constants_) {
         if (interpreter->addGlobalConstant(name, value)) continue;

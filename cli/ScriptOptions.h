@@ -23,9 +23,15 @@ public:
     /// Declares the options on `command`; this object must live until the command line is parsed.
     void declare(CLI::App& command);
 
-    /// An interpreter that they are applied to, with messages to `log`; null: a constant is given
-    /// twice, which is reported.
-    std::unique_ptr<SCR::Interpreter> makeInterpreter(SCR::Log& log) const;
+    /// An interpreter that they are applied to, with messages to `log`; null after a report: a
+    /// constant is given twice, or a directory cannot be opened. `defaultZone` is the local zone
+    /// when the options give none, "" for that of the process.
+    std::unique_ptr<SCR::Interpreter> makeInterpreter(SCR::Log& log,
+                                                      const std::string& defaultZone = "") const;
+    /// The name of the local zone.
+    const std::string& zone(const std::string& defaultZone) const {
+        return zone_.empty() ? defaultZone : zone_;
+    }
 
     /// The script `text` with its include files in it, as the preprocessor gives it; none when one
     /// cannot be had, which the compile reports.
@@ -44,6 +50,7 @@ private:
     SCR::Limits limits_;
     SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // those that --sandbox leaves
     bool isSandboxed_ = false;
+    std::string zone_;
     std::vector<std::string> given_;
     std::vector<std::string> includePath_;
     std::vector<std::pair<std::string, std::string>> constants_;

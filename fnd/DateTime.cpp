@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 
 #include <time.h>
-
-#include "fnd/LocalZone.h"
 
 namespace FND {
 namespace {
@@ -64,27 +63,50 @@ bool DateTime::addDays(std::int64_t days) noexcept {
     return moveTo(*this, secs_ + days * secsPerDayS);
 }
 
-bool DateTime::addLocalTime(std::int64_t hours, std::int64_t minutes,
-                            std::int64_t seconds) noexcept {
+bool DateTime::addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds,
+                            const TimeZone& local) noexcept {
     const Wide span = Wide{hours} * secsPerHourS + Wide{minutes} * secsPerMinuteS + seconds;
     if (!isValid() || span < -maxSpanS || span > maxSpanS) return false;
     const auto moved = static_cast<std::int64_t>(span);
-    const std::int64_t offset = localOffsetAt(secs_);
-    if (localOffsetAt(secs_ + moved) == offset) return moveTo(*this, secs_ + moved);
-    return moveTo(*this, fromLocalSecs(secs_ + offset + moved).secs_);
+    const std::int64_t offset = local.offsetAt(secs_);
+    if (local.offsetAt(secs_ + moved) == offset) return moveTo(*this, secs_ + moved);
+    return moveTo(*this, fromLocalSecs(secs_ + offset + moved, local).secs_);
 }
 
-std::int64_t DateTime::toLocalSecs() const noexcept {
-    return isValid() ? secs_ + localOffsetAt(secs_) : invalidSecsCM;
+bool DateTime::addLocalTime(std::int64_t hours, std::int64_t minutes,
+                            std::int64_t seconds) noexcept {
+    return addLocalTime(hours, minutes, seconds, localZone());
 }
 
-DateTime DateTime::fromLocalSecs(std::int64_t localSecs) noexcept {
+std::int64_t DateTime::toLocalSecs(const TimeZone& local) const noexcept {
+    return isValid() ? secs_ + local.offsetAt(secs_) : invalidSecsCM;
+}
+
+std::int64_t DateTime::toLocalSecs() const noexcept { return toLocalSecs(localZone()); }
+
+DateTime DateTime::fromLocalSecs(std::int64_t localSecs, const TimeZone& local) noexcept {
     if (!isWithin(localSecs, maxSpanS)) return {};
-    const LocalInstants instants = localInstants(localSecs);
+    const TimeZone::Instants instants = local.instantsOf(localSecs);
     return DateTime(instants.beforeIsReal || !instants.afterIsReal ? instants.before
                                                                    : instants.after);
 }
 
-void DateTime::rereadLocalZone() noexcept { FND::rereadLocalZone(); }
+DateTime DateTime::fromLocalSecs(std::int64_t localSecs) noexcept {
+    return fromLocalSecs(localSecs, localZone());
+}
+
+void DateTime::rereadLocalZone() noexcept {
+    tzset();
+    TimeZone::rereadLocal();
+}
+
+const TimeZone& DateTime::localZone() noexcept {
+    try {
+        return TimeZone::local();
+    } catch (const std::bad_alloc&) {
+        static const TimeZone utcS;
+        return utcS;
+    }
+}
 
 }  // namespace FND

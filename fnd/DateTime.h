@@ -6,6 +6,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "fnd/TimeZone.h"
 
 namespace FND {
 
@@ -33,9 +34,9 @@ namespace FND {
 ///
 /// Any other character after a "%", and a "%" at the end, stands for itself together with the "%".
 ///
-/// The local zone is that of the process: TZ is read when it is first needed, and not again before
-/// `rereadLocalZone`. All functions may be called from any thread on values that no other thread
-/// writes.
+/// The local zone is the one that is passed, which stays the caller's, or else that of the process:
+/// TZ is read when it is first needed, and not again before `rereadLocalZone`. All functions may be
+/// called from any thread on values that no other thread writes.
 class KESTREL_API DateTime {
 public:
     /// What `secs` gives for the invalid value: above every valid one, and small enough that its
@@ -78,17 +79,21 @@ public:
     /// and the sum would; where that local time occurs twice, the one with the present offset from
     /// UTC is taken, so that moving by nothing changes nothing. False, with nothing changed, for
     /// the invalid value and when the result would be outside the years 0001 to 9999.
+    bool addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds,
+                      const TimeZone& local) noexcept;
     bool addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds) noexcept;
 
     /// The clock of the local zone as if it were UTC: `secs` plus the zone's offset at this instant
     /// (up to a day outside the range of `secs`). `invalidSecsCM` for the invalid value.
+    std::int64_t toLocalSecs(const TimeZone& local) const noexcept;
     std::int64_t toLocalSecs() const noexcept;
     /// The instant at which the clock of the local zone shows `localSecs`, counted as by
     /// `toLocalSecs`. A time that occurs twice, as clocks are set back, is the first of the two; a
     /// time that is left out, as clocks are set forward, is moved on by what is left out (02:30
     /// becomes 03:30). The invalid value when the instant is out of range.
+    static DateTime fromLocalSecs(std::int64_t localSecs, const TimeZone& local) noexcept;
     static DateTime fromLocalSecs(std::int64_t localSecs) noexcept;
-    /// Follows a change of TZ, in place of `tzset`. No other thread may use dates meanwhile.
+    /// Follows a change of TZ, and does what `tzset` does. No other thread may use dates meanwhile.
     static void rereadLocalZone() noexcept;
 
     /// The instant that `text` names: a day as "YYYY-MM-DD", followed by nothing for its beginning
@@ -111,6 +116,8 @@ public:
     /// The invalid value when `text` does not fit, wholly and to its end, when the date does not
     /// exist or is out of range, when parts contradict each other (a wrong weekday), and when
     /// `pattern` has no directive that tells anything of the date.
+    static DateTime parse(std::string_view text, std::string_view pattern,
+                          const TimeZone& local) noexcept;
     static DateTime parse(std::string_view text, std::string_view pattern) noexcept;
 
     /// Replaces `out` by "YYYY-MM-DD HH:MM:SS" in UTC; by "INVALID" for the invalid value.
@@ -121,9 +128,15 @@ public:
     /// `zone`; by "INVALID" for the invalid value. `out` must not be what `pattern` views. At most
     /// 13 bytes for each of `pattern`, besides names of zones; allocates only when the capacity of
     /// `out` does not do.
+    void format(String& out, std::string_view pattern, const TimeZone& zone) const;
     void format(String& out, std::string_view pattern, Zone zone) const;
 
 private:
+    // The zone of the process; UTC when there is no memory to look it up.
+    static const TimeZone& localZone() noexcept;
+    // `format` by the clock of `zone`, or of UTC when that is null.
+    void print(String& out, std::string_view pattern, const TimeZone* zone) const;
+
     static constexpr std::int64_t minSecsCM = -62135596800;
     static constexpr std::int64_t maxSecsCM = 253402300799;
 

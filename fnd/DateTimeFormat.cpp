@@ -6,7 +6,6 @@
 #include "fnd/Calendar.h"
 #include "fnd/DateDirectives.h"
 #include "fnd/DateTime.h"
-#include "fnd/LocalZone.h"
 
 namespace FND {
 namespace {
@@ -51,11 +50,12 @@ char* writeNumber(char* at, int value, int width, char fill) {
 /// Fills a pattern in. Collects pieces before they are appended to the text.
 class Printer {
 public:
-    Printer(String& out, std::int64_t secs, DateTime::Zone zone)
+    /// `zone` is null for UTC.
+    Printer(String& out, std::int64_t secs, const TimeZone* zone)
         : out_(out),
           secs_(secs),
           zone_(zone),
-          offset_(zone == DateTime::Zone::Utc ? 0 : localOffsetAt(secs)),
+          offset_(zone != nullptr ? zone->offsetAt(secs) : 0),
           calendar_(secs + offset_) {}
 
     void print(std::string_view pattern) {
@@ -109,7 +109,7 @@ private:
                 putOffset();
                 break;
             case DateDirective::ZoneName:
-                put(zone_ == DateTime::Zone::Utc ? "UTC" : localZoneNameAt(secs_));
+                put(zone_ != nullptr ? zone_->nameAt(secs_) : "UTC");
                 break;
         }
     }
@@ -156,7 +156,7 @@ private:
 
     String& out_;
     const std::int64_t secs_;
-    const DateTime::Zone zone_;
+    const TimeZone* const zone_;
     const std::int64_t offset_;
     const Calendar calendar_;
     std::size_t used_ = 0;
@@ -187,6 +187,14 @@ void DateTime::format(String& out) const {
 }
 
 void DateTime::format(String& out, std::string_view pattern, Zone zone) const {
+    print(out, pattern, zone == Zone::Utc ? nullptr : &localZone());
+}
+
+void DateTime::format(String& out, std::string_view pattern, const TimeZone& zone) const {
+    print(out, pattern, &zone);
+}
+
+void DateTime::print(String& out, std::string_view pattern, const TimeZone* zone) const {
     if (!isValid()) {
         out.assign(invalidTextS);
         return;

@@ -6,7 +6,6 @@
 #include "fnd/Calendar.h"
 #include "fnd/DateDirectives.h"
 #include "fnd/DateTime.h"
-#include "fnd/LocalZone.h"
 
 namespace FND {
 namespace {
@@ -123,7 +122,7 @@ constexpr std::uint32_t decidingS = maskOf(Field::Year) | maskOf(Field::Month) |
 /// Reads a text by a pattern, from its start on, and collects what the directives tell.
 class Reader {
 public:
-    explicit Reader(std::string_view text) : text_(text) {}
+    Reader(std::string_view text, const TimeZone& local) : text_(text), local_(local) {}
 
     /// Takes what fits `pattern`; false when the text does not fit.
     bool read(std::string_view pattern) {
@@ -292,8 +291,8 @@ private:
         if (offset_) {
             clock += *offset_;
         } else if (zoneName_ && !isUtcName(*zoneName_)) {
-            clock += localOffsetAt(secs);
-            return localZoneNameAt(secs) == zoneName_;
+            clock += local_.offsetAt(secs);
+            return local_.nameAt(secs) == zoneName_;
         }
         return true;
     }
@@ -307,11 +306,11 @@ private:
         if (offset_) {
             secs -= *offset_;
         } else if (zoneName_ && !isUtcName(*zoneName_)) {
-            const LocalInstants local = localInstants(clock);
-            if (local.beforeIsReal && localZoneNameAt(local.before) == zoneName_)
-                secs = local.before;
-            else if (local.afterIsReal && localZoneNameAt(local.after) == zoneName_)
-                secs = local.after;
+            const TimeZone::Instants instants = local_.instantsOf(clock);
+            if (instants.beforeIsReal && local_.nameAt(instants.before) == zoneName_)
+                secs = instants.before;
+            else if (instants.afterIsReal && local_.nameAt(instants.after) == zoneName_)
+                secs = instants.after;
             else
                 return false;
         }
@@ -319,6 +318,7 @@ private:
     }
 
     std::string_view text_;
+    const TimeZone& local_;
     std::optional<std::string_view> zoneName_;
     std::optional<std::int64_t> epochSecs_;
     std::optional<std::int64_t> offset_;
@@ -388,7 +388,12 @@ DateTime DateTime::parse(std::string_view text) noexcept {
 }
 
 DateTime DateTime::parse(std::string_view text, std::string_view pattern) noexcept {
-    Reader reader(text);
+    return parse(text, pattern, localZone());
+}
+
+DateTime DateTime::parse(std::string_view text, std::string_view pattern,
+                         const TimeZone& local) noexcept {
+    Reader reader(text, local);
     return reader.read(pattern) && reader.atEnd() ? reader.instant() : DateTime();
 }
 

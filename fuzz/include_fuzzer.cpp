@@ -58,7 +58,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const Folder folder;
     SCR::PreprocessorOptions options;
     options.searchPath = {folder.path()};
-    options.allowedDirectories = {folder.path()};
+    SCR::Capabilities capabilities = SCR::Capabilities::none();
+    capabilities.allow("include=" + folder.path());
+    options.allow(capabilities);
     options.maxBytes = maxBytesS;
     options.maxDepth = 3;
     CountingLog log;

@@ -23,6 +23,44 @@ constexpr std::array<NamedCapability, 6> capabilitiesS{{
 
 }  // namespace
 
+Capabilities Capabilities::none() {
+    Capabilities capabilities;
+    for (const NamedCapability& entry : capabilitiesS) capabilities.*entry.capability = false;
+    return capabilities;
+}
+
+bool Capabilities::isAll() const {
+    for (const NamedCapability& entry : capabilitiesS) {
+        if (!(this->*entry.capability)) return false;
+    }
+    return fileDirectories.empty() && readOnlyDirectories.empty() && includeDirectories.empty();
+}
+
+bool Capabilities::allow(const FND::String& text) {
+    const std::size_t equals = text.find('=');
+    const FND::String name = text.substr(0, equals);
+    const bool isBelow = equals != FND::String::npos;
+    const bool isFiles = name == "files" || (isBelow && name == "files-ro");
+    const bool isOfFiles = isFiles || name == "include";
+    bool Capabilities::*const flag = isFiles ? &Capabilities::files : capabilityOfName(name);
+    const bool isKnown = isBelow ? isOfFiles : name == "all" || flag != nullptr;
+    if (!isKnown || isAll()) return isKnown;
+    if (name == "all") {
+        *this = Capabilities();
+        return true;
+    }
+    if (isOfFiles) {
+        std::vector<FND::String>& all = isFiles ? fileDirectories : includeDirectories;
+        const bool hasDirectories = !all.empty() || (isFiles && !readOnlyDirectories.empty());
+        // Among directories the flag alone is the root.
+        if (isBelow ? this->*flag && !hasDirectories : hasDirectories) all.emplace_back("/");
+        if (isBelow)
+            (name == "files-ro" ? readOnlyDirectories : all).push_back(text.substr(equals + 1));
+    }
+    this->*flag = true;
+    return true;
+}
+
 const char* Capabilities::lacking(Effect effects) const {
     for (const NamedCapability& entry : capabilitiesS) {
         if (has(effects, entry.effects) && !(this->*entry.capability)) return entry.name;

@@ -14,11 +14,17 @@ enum class Effect : unsigned {
     Sleep = 32,
     StandardOutput = 64,
     Mutex = 128,
-    Position = 256,  ///< Tells where in a larger whole the work stands.
+    Position = 256,   ///< Tells where in a larger whole the work stands.
+    LocalZone = 512,  ///< Goes by the local zone, at least with some arguments.
 };
 
 constexpr Effect operator|(Effect a, Effect b) {
     return static_cast<Effect>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
+}
+
+/// `effects` but for those of `effect`.
+constexpr Effect without(Effect effects, Effect effect) {
+    return static_cast<Effect>(static_cast<unsigned>(effects) & ~static_cast<unsigned>(effect));
 }
 
 /// Whether `effects` holds `effect`, or any of several.

@@ -62,15 +62,7 @@ FctDescr::FctDescr(const FND::String& name, int returnType, int minimum, int max
     while (!argTypes_.empty() && argTypes_.back() == 0) argTypes_.pop_back();
 }
 
-Variable* FctDescr::clone() const {
-    auto* copy = new FctDescr(name_, returnType_, minimum_, maximum_, factory_);
-    copy->dataType(dataType());
-    copy->argTypes_ = argTypes_;
-    copy->isActive_ = isActive_;
-    copy->nullOnFailure_ = nullOnFailure_;
-    copy->isChained_ = isChained_;
-    return copy;
-}
+Variable* FctDescr::clone() const { return new FctDescr(*this); }
 
 void FctDescr::addArg(int typeWord) {
     argTypes_.push_back(typeWord);

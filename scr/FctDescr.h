@@ -81,6 +81,9 @@ public:
     /// arguments destroyed.
     bool create(Interpreter& interpreter, ParserStack& stack) const;
 
+protected:
+    FctDescr(const FctDescr&) = default;  // for `clone`
+
 private:
     bool convertArguments(ParserStack& stack, int count) const;
     OperandTraits traitsOfCall(const ParserStack& stack, int count) const;

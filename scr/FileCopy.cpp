@@ -11,12 +11,13 @@
 
 namespace SCR {
 
-bool copyFile(const FND::String& source, const FND::String& target, const RunControl& control) {
+bool copyFile(const FileAccess& files, const FND::String& source, const FND::String& target,
+              const RunControl& control) {
     constexpr std::size_t pieceSize = 128 * 1024;
     WaitingFile from(&control);
-    if (!from.open(source.c_str(), O_RDONLY) || S_ISDIR(from.status().st_mode)) return false;
+    if (!from.open(files, source, O_RDONLY) || S_ISDIR(from.status().st_mode)) return false;
     WaitingFile to(&control);
-    if (!to.open(target.c_str(), O_WRONLY | O_CREAT)) return false;
+    if (!to.open(files, target, O_WRONLY | O_CREAT)) return false;
     if (from.status().st_dev == to.status().st_dev && from.status().st_ino == to.status().st_ino) {
         return false;
     }

@@ -10,8 +10,9 @@
 
 namespace SCR {
 
-bool FileData::open(const FND::String& name, const FND::String& mode, const RunControl* control) {
-    return variable_->open(name, mode, control);
+bool FileData::open(const FND::String& name, const FND::String& mode, const RunControl* control,
+                    const FileAccess* files) {
+    return variable_->open(name, mode, control, files);
 }
 
 void FileData::close() { variable_->close(); }

@@ -7,6 +7,7 @@
 
 namespace SCR {
 
+class FileAccess;
 class FileVariable;
 class RunControl;
 
@@ -17,10 +18,10 @@ public:
     explicit FileData(FileVariable* variable) : variable_(variable) {}
 
     /// Closes the stream held, then opens `name` with the C stream mode `mode`;
-    /// `FileVariable::open` tells more of that and of `control`. True when a stream is open now.
-    /// errno is cleared before and tells the cause after a failure.
-    bool open(const FND::String& name, const FND::String& mode,
-              const RunControl* control = nullptr);
+    /// `FileVariable::open` tells more of that, of `control` and of `files`. True when a stream is
+    /// open now. errno is cleared before and tells the cause after a failure.
+    bool open(const FND::String& name, const FND::String& mode, const RunControl* control = nullptr,
+              const FileAccess* files = nullptr);
     /// Closes the stream if one is open.
     void close();
     bool isOpen() const;

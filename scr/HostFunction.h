@@ -293,15 +293,11 @@ public:
     Function(const FND::String& name, std::shared_ptr<F> callable, const FieldIds& ids)
         : Function(name, std::move(callable), ids, typename Signature::Parameters()) {}
 
-    Variable* clone() const override {
-        auto* copy = new Function(name(), callable_, *ids_);
-        copy->dataType(dataType());
-        copy->isActive(isActive());
-        copy->nullOnFailure(nullOnFailure());
-        return copy;
-    }
+    Variable* clone() const override { return new Function(*this); }
 
 private:
+    Function(const Function&) = default;
+
     template <class... Parameters>
     Function(const FND::String& name, std::shared_ptr<F> callable, const FieldIds& ids,
              List<Parameters...> /*parameters*/)
@@ -385,15 +381,11 @@ public:
           const FieldIds& ids)
         : Field(name, std::move(reader), std::move(writer), ids, typename Reading::Parameters()) {}
 
-    Variable* clone() const override {
-        auto* copy = new Field(name(), reader_, writer_, *ids_);
-        copy->dataType(dataType());
-        copy->isActive(isActive());
-        copy->nullOnFailure(nullOnFailure());
-        return copy;
-    }
+    Variable* clone() const override { return new Field(*this); }
 
 private:
+    Field(const Field&) = default;
+
     template <class... Parameters>
     Field(const FND::String& name, std::shared_ptr<Reader> reader, std::shared_ptr<Writer> writer,
           const FieldIds& ids, List<Parameters...> /*parameters*/)

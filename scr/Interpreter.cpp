@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "fnd/TimeZone.h"
 #include "scr/CompareInterface.h"
 #include "scr/Entry.h"
 #include "scr/Extension.h"
+#include "scr/FileAccess.h"
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
 #include "scr/Memory.h"
@@ -44,6 +46,7 @@ private:
 
 Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
     isValid_ = contain(*this, [&] {
+        files_ = includeFiles_ = FileAccess::any();
         auto mainExtension = std::make_unique<MainExtension>();
         if (!insertExtension(mainExtension.get())) return false;
         mainExtension_ = mainExtension.release();
@@ -97,7 +100,7 @@ bool Interpreter::check(const FND::String& text) { return compileScript(text, Mo
 bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
     findings.clear();
     return contain(*this, [&] {
-        FlowAnalysis analysis;
+        FlowAnalysis analysis(timeZone_ != nullptr);
         const bool isGood = compileScript(text, Mode::Check, &analysis);
         if (isGood) findings = analysis.findings();
         return isGood;
@@ -156,7 +159,7 @@ bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
     PreprocessorOptions options;
     options.searchPath = includePath_;
     options.includesAllowed = capabilities_.include;
-    options.allowedDirectories = capabilities_.includeDirectories;
+    options.files = includeFiles_;
     options.maxBytes =
         std::min(limits().sourceBytes(),
                  static_cast<std::size_t>(std::max<std::int64_t>(limits().memory, 1)));
@@ -239,6 +242,36 @@ bool Interpreter::runFunction(const FND::String& name) {
 }
 
 bool Interpreter::finish() { return !std::exchange(runsEnd_, false) || runFunction(endFunctionS); }
+
+bool Interpreter::capabilities(const Capabilities& capabilities) {
+    return contain(*this, [&] {
+        Capabilities copy = capabilities;
+        FND::String error;
+        auto files = FileAccess::ofFiles(copy, error);
+        auto includeFiles = FileAccess::ofIncludes(copy, error);
+        capabilities_ = std::move(copy);
+        files_ = std::move(files);
+        includeFiles_ = std::move(includeFiles);
+        if (!error.empty()) logError("ERROR: " + error);
+        return error.empty();
+    });
+}
+
+bool Interpreter::timeZone(const FND::String& name) {
+    return contain(*this, [&] {
+        auto zone = name.empty() ? nullptr : FND::TimeZone::find(name);
+        if (!name.empty() && zone == nullptr) {
+            logError("ERROR: unknown time zone `" + name + "'");
+            return false;
+        }
+        timeZone_ = std::move(zone);
+        return true;
+    });
+}
+
+const FND::TimeZone& Interpreter::timeZone() const {
+    return timeZone_ != nullptr ? *timeZone_ : FND::TimeZone::local();
+}
 
 bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {
     return contain(*this, [&] {

@@ -15,11 +15,16 @@
 #include "scr/PlaceTable.h"
 #include "scr/RunControl.h"
 
+namespace FND {
+class TimeZone;
+}  // namespace FND
+
 namespace SCR {
 
 class BoolNode;
 class CompareInterface;
 class Extension;
+class FileAccess;
 class FlowAnalysis;
 class Function;
 class MainExtension;
@@ -115,9 +120,19 @@ public:
     /// Directories in which include files are looked for, before those of the environment.
     void includePath(const std::vector<FND::String>& directories) { includePath_ = directories; }
 
-    /// What scripts may do; see `Capabilities`. Set for the compiles that follow.
+    /// Sets the local zone of this interpreter's scripts, for all executions that follow: "UTC", a
+    /// zone of the system's database, such as "Europe/Berlin", or a rule, such as
+    /// "CET-1CEST,M3.5.0,M10.5.0/3"; "" for that of the process, which is the one at first. False,
+    /// after an error, for a zone that the system does not know; nothing changes then.
+    bool timeZone(const FND::String& name);
+    /// The local zone of scripts; holds until it is set or the process's zone is read anew.
+    const FND::TimeZone& timeZone() const;
+
+    /// What scripts may do; see `Capabilities`. Set for the compiles that follow: what was compiled
+    /// before goes on as it may. False, after an error, when a directory cannot be opened, which
+    /// grants nothing then, and when there is no memory, which leaves all as it was.
     const Capabilities& capabilities() const { return capabilities_; }
-    void capabilities(const Capabilities& capabilities) { capabilities_ = capabilities; }
+    bool capabilities(const Capabilities& capabilities);
 
     /// What scripts may take; see `Limits`. Set for the compiles and executions that follow.
     const Limits& limits() const { return runControl_.limits(); }
@@ -173,6 +188,8 @@ public:
     /// Where the compiled statements and calls stand in the text.
     PlaceTable& places() { return places_; }
     RunControl& runControl() { return runControl_; }
+    /// The files that the script under compilation may use.
+    const std::shared_ptr<const FileAccess>& files() const { return files_; }
     /// What the values of the script's variables take beside the variables themselves.
     std::int64_t heapBytes() const;
     /// The built-in library.
@@ -213,8 +230,11 @@ private:
     std::unique_ptr<BoolNode> query_;
     std::int64_t queryBuffers_ = 0;  // what the query's nodes took
     std::vector<FND::String> includePath_;
+    std::shared_ptr<const FND::TimeZone> timeZone_;  // null for that of the process
     Capabilities capabilities_;
-    std::vector<const Variable*> growing_;  // the script's variables that may take memory
+    std::shared_ptr<const FileAccess> files_;         // that `capabilities_` grant
+    std::shared_ptr<const FileAccess> includeFiles_;  // the same for include lines
+    std::vector<const Variable*> growing_;            // the script's variables that may take memory
     PlaceTable places_;
     std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
     RunControl runControl_;

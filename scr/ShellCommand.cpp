@@ -43,18 +43,36 @@ ShellCommand::ShellCommand(const FND::String& command) {
     if (pipe2(ends, O_CLOEXEC) != 0) return;
     output_ = ends[0];
     fcntl(output_, F_SETFL, O_NONBLOCK);
+    start(command.c_str(), ends[1]);
+    close(ends[1]);
+}
+
+void ShellCommand::start(const char* command, int output) {
     posix_spawn_file_actions_t actions;
-    if (posix_spawn_file_actions_init(&actions) == 0) {
-        const char* const arguments[] = {"sh", "-c", "--", command.c_str(), nullptr};
-        if (posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO) != 0 ||
+    if (posix_spawn_file_actions_init(&actions) != 0) return;
+    posix_spawnattr_t attributes;
+    if (posix_spawnattr_init(&attributes) == 0) {
+        // What a host ignores or blocks would be ignored and blocked by all that the command
+        // starts: `yes | head` would not end. Only who is to outlive a terminal says so by SIGHUP.
+        sigset_t defaults;
+        sigset_t blocked;
+        sigfillset(&defaults);
+        sigdelset(&defaults, SIGHUP);
+        sigemptyset(&blocked);
+        const char* const arguments[] = {"sh", "-c", "--", command, nullptr};
+        if (posix_spawnattr_setsigdefault(&attributes, &defaults) != 0 ||
+            posix_spawnattr_setsigmask(&attributes, &blocked) != 0 ||
+            posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) !=
+                0 ||
+            posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) != 0 ||
             posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1) != 0 ||
-            posix_spawn(&process_, shellS, &actions, nullptr, const_cast<char**>(arguments),
+            posix_spawn(&process_, shellS, &actions, &attributes, const_cast<char**>(arguments),
                         environ) != 0) {
             process_ = -1;
         }
-        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
     }
-    close(ends[1]);
+    posix_spawn_file_actions_destroy(&actions);
 }
 
 ShellCommand::~ShellCommand() {

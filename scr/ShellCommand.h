@@ -11,8 +11,9 @@
 namespace SCR {
 
 /// A command that the system's shell runs, with its standard output piped to this process. It
-/// shares standard input, standard error, environment and signal settings with this process and
-/// inherits no other open file. Used by one thread.
+/// shares standard input, standard error and environment with this process and inherits no other
+/// open file. No signal is blocked in it, and none ignored but SIGHUP, if it is in this process.
+/// Used by one thread.
 class ShellCommand {
 public:
     using Duration = std::chrono::milliseconds;
@@ -37,6 +38,7 @@ public:
     std::optional<int> wait(Duration duration);
 
 private:
+    void start(const char* command, int output);
     void closeOutput();
 
     int output_ = -1;

@@ -5,7 +5,9 @@
 
 #include <stdio_ext.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "scr/FileAccess.h"
 #include "scr/WaitingFile.h"
 
 namespace SCR {
@@ -28,23 +30,27 @@ bool makeMode(const FND::String& mode, FND::String& checked) {
     return true;
 }
 
+std::FILE* openStream(const FileAccess& files, const FND::String& name, const char* mode) {
+    const int handle = files.open(name, WaitingFile::flagsOf(mode));
+    if (handle < 0) return nullptr;
+    std::FILE* const stream = fdopen(handle, mode);
+    if (stream == nullptr) ::close(handle);
+    return stream;
+}
+
 }  // namespace
 
 Variable::~Variable() = default;
 
-Variable* AdtVariable::clone() const {
-    auto copy = std::make_unique<AdtVariable>(value());
-    copy->dataType(dataType());
-    copy->subType_ = subType_;
-    return copy.release();
-}
+Variable* AdtVariable::clone() const { return new AdtVariable(*this); }
 
 FileVariable::~FileVariable() { close(); }
 
 Variable* FileVariable::clone() const { return new FileVariable; }
 
-bool FileVariable::open(const FND::String& name, const FND::String& mode,
-                        const RunControl* control) {
+bool FileVariable::open(const FND::String& name, const FND::String& mode, const RunControl* control,
+                        const FileAccess* files) {
+    if (files == nullptr) files = FileAccess::any().get();
     close();
     errno = 0;
     FND::String checked;
@@ -54,10 +60,15 @@ bool FileVariable::open(const FND::String& name, const FND::String& mode,
     }
     struct stat status {};
     const bool mayWait =
-        stat(name.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+        files->status(name, status) && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
     errno = 0;
-    stream_ = mayWait ? WaitingFile::openStream(name.c_str(), checked.c_str(), control)
-                      : std::fopen(name.c_str(), checked.c_str());
+    if (mayWait) {
+        stream_ = WaitingFile::openStream(*files, name, checked.c_str(), control);
+    } else if (files->isAny()) {
+        stream_ = std::fopen(name.c_str(), checked.c_str());
+    } else {
+        stream_ = openStream(*files, name, checked.c_str());
+    }
     if (stream_ == nullptr) return false;
     // Only this variable uses the stream.
     __fsetlocking(stream_, FSETLOCKING_BYCALLER);

@@ -13,6 +13,7 @@
 
 namespace SCR {
 
+class FileAccess;
 class RunControl;
 
 /// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
@@ -21,15 +22,18 @@ class RunControl;
 class KESTREL_API Variable : public InNodeMemory {
 public:
     explicit Variable(int typeWord) : dataType_(typeWord) {}
-    Variable(const Variable&) = delete;
     Variable& operator=(const Variable&) = delete;
     virtual ~Variable();
 
-    /// A new variable of the same class with a copy of type word and value, owned by the caller.
+    /// A new variable of the same class with a copy of all that this one has, owned by the caller.
+    /// Implemented by the copy constructor, so that no member is forgotten.
     virtual Variable* clone() const = 0;
 
     int dataType() const { return dataType_; }
     void dataType(int typeWord) { dataType_ = typeWord; }
+
+protected:
+    Variable(const Variable&) = default;  // for `clone`
 
 private:
     int dataType_;
@@ -46,11 +50,7 @@ public:
     explicit ScalarVariable(const Value& value, bool isConstant = false)
         : Variable(code | (isConstant ? TypeCode::ConstFlag : TypeCode::LeftFlag)), value_(value) {}
 
-    Variable* clone() const override {
-        auto* copy = new Derived(value_);
-        copy->dataType(dataType());
-        return copy;
-    }
+    Variable* clone() const override { return new Derived(static_cast<const Derived&>(*this)); }
 
     const Value& value() const { return value_; }
     Value& value() { return value_; }
@@ -130,9 +130,9 @@ public:
     ///
     /// Where opening or using the file keeps the script of `control` waiting, as a pipe may, that
     /// fails once the script has to stop. `control` must outlive the stream; without one the
-    /// stream waits as any does.
-    bool open(const FND::String& name, const FND::String& mode,
-              const RunControl* control = nullptr);
+    /// stream waits as any does. `files` are those that may be opened, null for any.
+    bool open(const FND::String& name, const FND::String& mode, const RunControl* control = nullptr,
+              const FileAccess* files = nullptr);
     /// Writes out what is buffered and closes the stream, if one is held.
     void close();
 

@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "scr/FileAccess.h"
 #include "scr/PipeGuard.h"
 #include "scr/RunControl.h"
 
@@ -19,14 +20,6 @@ namespace {
 
 constexpr int stepMillisS = 50;
 constexpr int stepsAfterScriptS = 100;
-
-int flagsOf(const char* mode) {
-    int flags = mode[0] == 'r' ? O_RDONLY : O_WRONLY;
-    if (std::strchr(mode, '+') != nullptr) flags = O_RDWR;
-    if (mode[0] != 'r') flags |= O_CREAT | (mode[0] == 'w' ? O_TRUNC : O_APPEND);
-    if (std::strchr(mode, 'x') != nullptr) flags |= O_EXCL;
-    return flags;
-}
 
 // What the C library calls for a stream; `cookie` is the file.
 
@@ -52,9 +45,18 @@ int closeStream(void* cookie) {
 
 }  // namespace
 
-std::FILE* WaitingFile::openStream(const char* name, const char* mode, const RunControl* control) {
+int WaitingFile::flagsOf(const char* mode) {
+    int flags = mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    if (std::strchr(mode, '+') != nullptr) flags = O_RDWR;
+    if (mode[0] != 'r') flags |= O_CREAT | (mode[0] == 'w' ? O_TRUNC : O_APPEND);
+    if (std::strchr(mode, 'x') != nullptr) flags |= O_EXCL;
+    return flags;
+}
+
+std::FILE* WaitingFile::openStream(const FileAccess& files, const FND::String& name,
+                                   const char* mode, const RunControl* control) {
     std::unique_ptr<WaitingFile> file(new (std::nothrow) WaitingFile(control));
-    if (!file || !file->open(name, flagsOf(mode))) return nullptr;
+    if (!file || !file->open(files, name, flagsOf(mode))) return nullptr;
     // It takes no other letters in between.
     const char plainMode[] = {mode[0], std::strchr(mode, '+') != nullptr ? '+' : '\0', '\0'};
     std::FILE* const stream =
@@ -63,14 +65,14 @@ std::FILE* WaitingFile::openStream(const char* name, const char* mode, const Run
     return stream;
 }
 
-bool WaitingFile::open(const char* name, int flags) {
+bool WaitingFile::open(const FileAccess& files, const FND::String& name, int flags) {
     int steps = 0;
-    while ((handle_ = ::open(name, flags | O_NONBLOCK | O_CLOEXEC, 0666)) < 0) {
+    while ((handle_ = files.open(name, flags | O_NONBLOCK | O_CLOEXEC)) < 0) {
         if (errno == EINTR) continue;
         // What a pipe without a reader gives, among others.
         if (errno != ENXIO) return false;
         struct stat status {};
-        const bool isPipe = stat(name, &status) == 0 && S_ISFIFO(status.st_mode);
+        const bool isPipe = files.status(name, status) && S_ISFIFO(status.st_mode);
         errno = ENXIO;
         if (!isPipe) return false;
         if (!mayWait(steps)) return false;

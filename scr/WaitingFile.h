@@ -10,6 +10,7 @@
 
 namespace SCR {
 
+class FileAccess;
 class RunControl;
 
 /// An open file, closed at the end of its scope. Where the file keeps its user waiting, as a pipe
@@ -25,13 +26,17 @@ public:
     WaitingFile& operator=(const WaitingFile&) = delete;
     ~WaitingFile() { close(); }
 
-    /// A C stream on the file `name`, opened with the C stream mode `mode`, whose operations wait
-    /// as those of this class do; null on failure. Closing the stream frees all there is.
-    static std::FILE* openStream(const char* name, const char* mode, const RunControl* control);
+    /// A C stream on the file `name` of `files`, opened with the C stream mode `mode`, whose
+    /// operations wait as those of this class do; null on failure. Closing the stream frees all
+    /// there is.
+    static std::FILE* openStream(const FileAccess& files, const FND::String& name, const char* mode,
+                                 const RunControl* control);
+    /// The flags of the system's call that a C stream mode stands for.
+    static int flagsOf(const char* mode);
 
-    /// Opens `name` with the flags of the system's call, once. A named pipe without a writer is
-    /// opened for reading at once, as reading waits; one without a reader is waited for.
-    bool open(const char* name, int flags);
+    /// Opens `name` of `files` with the flags of the system's call, once. A named pipe without a
+    /// writer is opened for reading at once, as reading waits; one without a reader is waited for.
+    bool open(const FileAccess& files, const FND::String& name, int flags);
     /// Reads at most `size` bytes; 0 at the end of the file, -1 on failure.
     ssize_t read(char* buffer, std::size_t size) const;
     /// Writes `size` bytes; true when all were written. A pipe without a reader is a failure.

@@ -233,10 +233,18 @@ TEST(BuiltIns, EffectsOnTheWorldAreDeclared) {
         {"mutexDestroy", Effect::Mutex},
         {"mutexAcquire", Effect::Mutex},
         {"mutexRelease", Effect::Mutex},
+        {"dateToStr", Effect::LocalZone},
+        {"strToDate", Effect::LocalZone},
+        {"dateDiff", Effect::LocalZone},
+        {"dateAdd", Effect::LocalZone},
     };
     std::map<std::string, Effect> actual;
     for (const SCR::BuiltIn* row : SCR::builtIns()) {
-        if (row->effects != Effect::None) actual[SCR::describe(*row)->name()] = row->effects;
+        const std::unique_ptr<SCR::FctDescr> descriptor = SCR::describe(*row);
+        const std::unique_ptr<SCR::Variable> copy(descriptor->clone());
+        const auto& clone = dynamic_cast<SCR::FctDescr&>(*copy);
+        if (clone.effects() != Effect::None) actual[clone.name()] = clone.effects();
+        EXPECT_EQ(clone.isActive(), descriptor->isActive()) << clone.name();
     }
     EXPECT_EQ(actual, expected);
 }

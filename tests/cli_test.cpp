@@ -102,6 +102,13 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         std::string messages;
     };
     const std::string nul("logStdout(\"a\0b\");", 17);
+    const std::string local = "logStdout(dateToStr(strToDate(\"2024-01-01\"), \"%H %L\"));";
+    const std::string files =
+        "String name; function tell { File f; if (fileOpen(f, name, \"r\"))"
+        "logStdout(name + \" \"); }\n"
+        "name = \"lib/part.ks\"; tell(); name = \"lib/../hello.ks\"; tell();"
+        "name = \"/proc/self/mem\"; tell();";
+    setenv("TZ", "XYZ+11", 1);
     const Row rows[] = {
         {{"run", "hello.ks"}, "", 0, "hello\n", ""},
         {{"run", "-"}, "logStdout(\"from stdin\");", 0, "from stdin", ""},
@@ -142,6 +149,28 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
          3,
          "",
          "failed to open include file `part.ks' in the directories allowed for includes\n"},
+        {{"run", "--allow", "files=lib", "-e", files}, "", 0, "lib/part.ks ", ""},
+        {{"run", "--allow", "files-ro=.", "-e", files}, "", 0, "lib/part.ks lib/../hello.ks ", ""},
+        {{"run", "--allow", "files,env", "-e", files}, "", 0, "lib/part.ks lib/../hello.ks ", ""},
+        {{"run", "--allow", "all", "-e", files},
+         "",
+         0,
+         "lib/part.ks lib/../hello.ks /proc/self/mem ",
+         ""},
+        {{"run", "--allow", "files=none", "hello.ks"},
+         "",
+         2,
+         "",
+         "ERROR: can not open the directory `none': No such file or directory\n"},
+        {{"run", "--zone", "ABC-5", "-e", local}, "", 0, "05 ABC", ""},
+        {{"run", "--zone", "UTC", "-e", local}, "", 0, "00 UTC", ""},
+        {{"run", "-e", local}, "", 0, "13 XYZ", ""},
+        {{"run", "-e", local, "--records", "-", "--fields", "a"}, "x\n", 0, "00 UTCx\n", ""},
+        {{"check", "-", "--distributable"},
+         local,
+         1,
+         "-:1: logStdout prints, which a retry does again\n",
+         ""},
         {{"run", "--limit", "source=1000", "/dev/zero"},
          "",
          3,
@@ -186,6 +215,7 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         EXPECT_EQ(result.output, row.output);
         EXPECT_EQ(result.messages, row.messages);
     }
+    unsetenv("TZ");
 }
 
 TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
@@ -207,6 +237,8 @@ TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
         {{"run", "--unknown", "hello.ks"}, "--unknown"},
         {{"run", "-D", "novalue", "hello.ks"}, "'novalue' is not NAME=VALUE"},
         {{"run", "-D", "=value", "hello.ks"}, "is not NAME=VALUE"},
+        {{"run", "--zone", "Atlantis", "hello.ks"}, "'Atlantis' is no known time zone"},
+        {{"run", "--allow", "files-rw=.", "hello.ks"}, "'files-rw=.' names no capability"},
         {{"run", "-D", "1st=value", "hello.ks"}, "is not NAME=VALUE"},
         {{"run", "-D", "a=1", "-D", "a=2", "hello.ks"}, "a is given twice"},
         {{"check"}, "FILE"},
@@ -581,6 +613,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
          {}},
         {"a constant", [] {}, {"-D", "more=1"}},
         {"a limit", [] {}, {"--limit", "depth=100"}},
+        {"a zone", [] {}, {"--zone", "ABC-5"}},
         {"the sandbox", [] {}, {"--allow", "include"}},
         {"a query", [] {}, {"--where", "edrLong(n) > 3"}},
     };
@@ -596,6 +629,23 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
         EXPECT_NE(run(arguments, "1/1").messages, "");
         if (!change.options.empty()) run(job, "1/1");
     }
+    // Parts of one directory go by one zone; that of the process is not asked.
+    setenv("TZ", "XYZ+11", 1);
+    fs::remove_all(folder_ + "/out");
+    std::vector<std::string> zoned = job;
+    zoned.insert(zoned.begin() + 2, {"--zone", "ABC-5"});
+    EXPECT_EQ(run(zoned, "1/2").status, 0);
+    const Result unfit = run(job, "2/2");
+    EXPECT_EQ(unfit.status, 2);
+    EXPECT_EQ(unfit.messages,
+              "kestrel: out holds manifest-0000001-of-0000002.json, which was made in the time "
+              "zone ABC-5, not UTC\n");
+    EXPECT_EQ(run(zoned, "2/2").status, 0);
+    zoned[3] = "ABC-5ABD,0,1";
+    EXPECT_EQ(run(zoned, "2/2").status, 2);
+    fs::remove_all(folder_ + "/out");
+    EXPECT_EQ(run(job, "1/1").status, 0);
+    unsetenv("TZ");
     const Result piped = kestrel({"run", "-e", "", "--records", "-", "--out", "out"});
     EXPECT_EQ(piped.status, 2);
     EXPECT_NE(piped.messages.find("must come from a file"), std::string::npos);

@@ -24,15 +24,18 @@ private:
     }
 };
 
-std::string outputOf(const std::string& expression) {
-    const Harness::ScriptRun result = Harness::run("logStdout(" + expression + ");");
+// What a script prints; `zone` is that of its interpreter, or empty.
+std::string outputOf(const std::string& expression, const std::string& zone = "") {
+    Harness::ScriptSetup setup;
+    setup.prepare = [&](SCR::Interpreter& interpreter) { EXPECT_TRUE(interpreter.timeZone(zone)); };
+    const Harness::ScriptRun result = Harness::run("logStdout(" + expression + ");", setup);
     EXPECT_EQ(result.log, "") << expression;
     return result.output;
 }
 
 TEST(DateFunctions, LocalTimeIsUsedWhereItIsAskedFor) {
     // One hour ahead of UTC, from 31 March to 27 October 2024 two hours.
-    const LocalZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    constexpr const char* rule = "CET-1CEST,M3.5.0,M10.5.0/3";
     const struct {
         const char* expression;
         const char* output;
@@ -66,7 +69,32 @@ TEST(DateFunctions, LocalTimeIsUsedWhereItIsAskedFor) {
         {R"(longToStr(dateDiff(strToDate("2024-10-26 12:00:00"), strToDate("2024-10-27 12:00:00"))))",
          "-82800"},
     };
-    for (const auto& row : rows) EXPECT_EQ(outputOf(row.expression), row.output) << row.expression;
+    {
+        const LocalZone zone(rule);
+        for (const auto& row : rows) {
+            EXPECT_EQ(outputOf(row.expression), row.output) << row.expression;
+        }
+    }
+    const LocalZone zone("XYZ+11");
+    for (const auto& row : rows) {
+        EXPECT_EQ(outputOf(row.expression, rule), row.output) << row.expression;
+    }
+}
+
+TEST(DateFunctions, EachInterpreterHasItsZone) {
+    const LocalZone zone("XYZ+11");
+    Harness::MemoryLog log;
+    SCR::Interpreter first(&log);
+    SCR::Interpreter second(&log);
+    const std::string script = R"(logStdout(dateToStr(strToDate("2024-07-01"), "%H %L;"));)";
+    ASSERT_TRUE(first.compile(script) && second.compile(script));
+    const Harness::StdoutCapture capture;
+    ASSERT_TRUE(first.timeZone("ABC-5") && second.timeZone("UTC"));
+    EXPECT_TRUE(first.execute() && second.execute());
+    EXPECT_FALSE(first.timeZone("Atlantis/City"));
+    EXPECT_EQ(log.text, "ERROR: unknown time zone `Atlantis/City'\n");
+    EXPECT_TRUE(first.execute() && second.timeZone("") && second.execute());
+    EXPECT_EQ(capture.text(), "05 ABC;00 UTC;05 ABC;13 XYZ;");
 }
 
 TEST(DateFunctions, TheCurrentDateIsThatOfUtcInEveryZone) {

@@ -1,14 +1,19 @@
 #include "fnd/DateTime.h"
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 #include <ostream>
 #include <random>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace FND {
 
@@ -464,22 +469,153 @@ TEST(DateTime, FollowsTheLocalZone) {
     EXPECT_FALSE(DateTime::parse("2024-01-01 02:30 CEST", "%F %R %Z").isValid());
 }
 
-TEST(DateTime, ConvertsToLocalTimeAndBack) {
+TEST(DateTime, ConvertsToLocalTimeAndBackAsTheCLibraryDoes) {
+    std::vector<std::string> zones(std::begin(zonesS), std::end(zonesS));
+    zones.insert(zones.end(), {"IST-1GMT0,M10.5.0,M3.5.0/1", "AAA3BBB,J60/0,J300/24",
+                               "AAA-3BBB-4:30,59/-1,300/167", ":Europe/Berlin"});
+    // Those of the system's database that are special, where it is installed.
+    for (const char* const name :
+         {"Europe/Berlin", "Europe/Dublin", "America/New_York", "America/Sao_Paulo",
+          "Africa/Casablanca", "Asia/Kolkata", "Australia/Lord_Howe", "Antarctica/Troll",
+          "Pacific/Apia", "Etc/GMT+5"}) {
+        if (TimeZone::find(name) != nullptr) zones.emplace_back(name);
+    }
     Random random;
-    for (const char* const zone : zonesS) {
-        const ZoneScope scope(zone);
+    for (const std::string& zone : zones) {
+        const ZoneScope scope(zone.c_str());
+        const auto found = TimeZone::find(zone.substr(zone.starts_with(':') ? 1 : 0));
+        ASSERT_NE(found, nullptr) << zone;
         for (int i = 0; i < 5000; ++i) {
-            const DateTime date = random.date();
+            // The C library forgets about rules before 1970; half of the dates are of our time.
+            const DateTime date = i % 2 == 0 ? DateTime(random.between(0, 3'000'000'000))
+                                             : random.dateSince("1970-01-01");
             const time_t secs = date.secs();
             tm fields{};
             localtime_r(&secs, &fields);
+            ASSERT_EQ(found->nameAt(secs), std::string(fields.tm_zone)) << secs << " in " << zone;
             const std::int64_t local = date.toLocalSecs();
             ASSERT_EQ(local, timegm(&fields)) << secs << " in " << zone;
+            ASSERT_EQ(date.toLocalSecs(*found), local) << secs << " in " << zone;
             const DateTime back = DateTime::fromLocalSecs(local);
             ASSERT_LE(back, date) << zone;  // earlier only where the local time occurs twice
             ASSERT_EQ(back.toLocalSecs(), local) << secs << " in " << zone;
         }
     }
+    const ZoneScope scope(newYorkS);
+    const auto berlin = TimeZone::find(centralEuropeS);
+    EXPECT_EQ(berlin->offsetAt(-14'182'940), 7200) << "rules hold before 1970, too";
+    EXPECT_EQ(berlin->digest(), TimeZone::find(centralEuropeS)->digest());
+    EXPECT_NE(berlin->digest(), TimeZone::local().digest());
+    EXPECT_EQ(TimeZone::find("UTC")->digest(), TimeZone::find("UTC0")->digest());
+    EXPECT_EQ(TimeZone::find("AAA5BBB4")->digest(),
+              TimeZone::find("AAA5BBB4,M3.2.0,M11.1.0")->digest());
+}
+
+TEST(DateTime, TheOffsetAndTheNameOfTheProcessAreOfOneZone) {
+    const ZoneScope scope(centralEuropeS);
+    const DateTime summer = DateTime::parse("2024-07-01");
+    EXPECT_EQ(text(summer, "%H %Z", Zone::Local), "02 CEST");
+    setenv("TZ", newYorkS, 1);
+    tzset();
+    EXPECT_EQ(text(summer, "%H %Z", Zone::Local), "02 CEST");
+    DateTime::rereadLocalZone();
+    EXPECT_EQ(text(summer, "%H %Z", Zone::Local), "20 EDT");
+}
+
+TEST(TimeZone, NamesThatAreNoneAreTold) {
+    for (const char* const name : {"",
+                                   "Nowhere/City",
+                                   "CET",
+                                   "CET-",
+                                   "CE-1",
+                                   "CET-25",
+                                   "CET-1:60",
+                                   "<CET-1",
+                                   "CET-1CEST,M3.5.0",
+                                   "CET-1CEST,M13.5.0,M10.5.0",
+                                   "CET-1CEST,M3.6.0,M10.5.0",
+                                   "CET-1CEST,M3.5.7,M10.5.0",
+                                   "CET-1CEST,J0,J1",
+                                   "CET-1CEST,366,1",
+                                   "CET-1CEST,M3.5.0/168,M10.5.0",
+                                   "CET-1 ",
+                                   "../zoneinfo/Europe/Berlin",
+                                   "/etc/localtime",
+                                   "Europe",
+                                   "zone.tab",
+                                   "Europe/Berlin/"}) {
+        if (std::string(name) == "CET" && TimeZone::find("Europe/Berlin") != nullptr) continue;
+        EXPECT_EQ(TimeZone::find(name), nullptr) << name;
+    }
+    EXPECT_EQ(TimeZone::find(std::string("UTC0\0", 5)), nullptr);
+}
+
+// The content of a zone file: numbers, each in so many bytes, and texts.
+class ZoneBytes {
+public:
+    ZoneBytes& add(std::int64_t number, int size) {
+        while (size-- > 0) bytes += static_cast<char>(number >> (8 * size));
+        return *this;
+    }
+    ZoneBytes& add(std::string_view text) {
+        bytes += text;
+        return *this;
+    }
+    // A part with times of `size` bytes: LMT, from `change` on ABC and from the hour after on DEF.
+    ZoneBytes& addPart(std::int64_t change, int size) {
+        add("TZif2").add(0, 15).add(0, 4).add(0, 4).add(0, 4).add(2, 4).add(3, 4).add(12, 4);
+        add(change, size).add(change + 3600, size).add(1, 1).add(2, 1);
+        add(3210, 4).add(0, 2).add(3600, 4).add(4, 2).add(7200, 4).add(0x108, 2);
+        return add(std::string_view("LMT\0ABC\0DEF", 12));
+    }
+
+    std::string bytes;
+};
+
+TEST(TimeZone, ADamagedFileIsNoZoneAndHurtsNobody) {
+    const std::string folder = testing::TempDir() + "zones" + std::to_string(getpid());
+    std::filesystem::create_directory(folder);
+    setenv("TZDIR", folder.c_str(), 1);
+    ZoneBytes file;
+    file.addPart(1'000'000'000, 4).addPart(1'000'000'000, 8).add("\nDEF-2GHI,M3.5.0,M10.5.0\n");
+    const auto zoneOf = [&](const std::string& bytes) {
+        std::ofstream(folder + "/Some", std::ios::binary) << bytes;
+        return TimeZone::find("Some");
+    };
+    auto zone = zoneOf(file.bytes);
+    ASSERT_NE(zone, nullptr);
+    for (const auto& [secs, offset, name] : {std::tuple{-9'000'000'000, 3210, "LMT"},
+                                             {999'999'999, 3210, "LMT"},
+                                             {1'000'000'000, 3600, "ABC"},
+                                             {1'000'003'600, 7200, "DEF"},
+                                             {1'720'000'000, 10800, "GHI"},
+                                             {16'725'225'600, 7200, "DEF"}}) {
+        EXPECT_EQ(zone->offsetAt(secs), offset) << secs;
+        EXPECT_EQ(zone->nameAt(secs), name) << secs;
+    }
+    // Without the rule and the second part it is a file of the first version.
+    ZoneBytes old;
+    old.addPart(1'000'000'000, 4).bytes[4] = '\0';
+    zone = zoneOf(old.bytes);
+    ASSERT_NE(zone, nullptr);
+    EXPECT_EQ(zone->nameAt(1'720'000'000), "DEF");
+    for (const std::string& whole : {file.bytes, old.bytes}) {
+        for (std::size_t i = 0; i < whole.size(); ++i) {
+            EXPECT_EQ(zoneOf(whole.substr(0, i)), nullptr) << i;
+            for (const int bits : {0xFF, 0x01}) {
+                std::string damaged = whole;
+                damaged[i] = static_cast<char>(damaged[i] ^ bits);
+                zone = zoneOf(damaged);
+                if (zone == nullptr) continue;
+                for (std::int64_t secs = -62135596800; secs < 253402300800; secs += 999'999'937) {
+                    ASSERT_LT(std::abs(zone->offsetAt(secs)), 2 * secsPerDayS) << i;
+                    ASSERT_LT(zone->nameAt(secs).size(), 40U) << i;
+                }
+            }
+        }
+    }
+    unsetenv("TZDIR");
+    std::filesystem::remove_all(folder);
 }
 
 TEST(DateTime, AddsLocalTime) {

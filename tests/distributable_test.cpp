@@ -10,9 +10,16 @@
 
 namespace {
 
+// Goes by the local zone.
+constexpr const char* zonedS =
+    "Date d = MIN_DATE; String f = \"%F\"; d = dateAdd(d, 0, 0, 0, 1);\n"
+    "Long n = dateDiff(d, d);\nf = dateToStr(d, f);\nf = dateToStr(d, \"%L\");\n"
+    "d = strToDate(f, \"%Z\");";
+
 // The findings as "line name", with "END" in front where that reads a variable, between "; ".
-std::string findingsOf(const std::string& script, bool& isGood) {
+std::string findingsOf(const std::string& script, bool& isGood, const std::string& zone = "") {
     SCR::Interpreter interpreter(nullptr);
+    EXPECT_TRUE(interpreter.timeZone(zone));
     SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "host");
     host->function("fill", [](long& value) { value = 1; });
     host->variable<long>("amount");
@@ -118,6 +125,10 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         {"function g {\nlogStdout(\"x\"); } function f { g(); }\nfunction BEGIN { f(); }",
          "2 logStdout"},
         {"logStdout(\nlongToStr(\n1)); logStdout(\"\");", "1 logStdout; 3 logStdout"},
+        {"Date d = strToDate(\"2024-01-01\"); String s = dateToStr(d) + dateToStr(d, \"%H\");\n"
+         "d = dateAdd(d, 1, 1, 1); d = strToDate(s, \"%F %z\");",
+         ""},
+        {zonedS, "1 dateAdd; 2 dateDiff; 3 dateToStr; 4 dateToStr; 5 strToDate"},
     };
     for (const auto& row : rows) {
         bool isGood = false;
@@ -125,6 +136,7 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         EXPECT_TRUE(isGood) << row.script;
     }
     bool isGood = true;
+    EXPECT_EQ(findingsOf(zonedS, isGood, "UTC"), "");
     EXPECT_EQ(findingsOf("Long a; a = a + 1; b", isGood), "");
     EXPECT_FALSE(isGood);
 }

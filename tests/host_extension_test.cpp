@@ -229,6 +229,35 @@ TEST(HostExtension, WrongCallsDoNotCompile) {
     }
 }
 
+TEST(HostExtension, CopiesOfFunctionsAreAsForbiddenAsTheyAre) {
+    // Hands out a copy of what another one has.
+    struct Copies final : SCR::Extension {
+        FND::String extensionName() const override { return "copies"; }
+        SCR::Variable* variable(const FND::String& name) override {
+            return name == "copied" ? copied.get() : nullptr;
+        }
+        std::unique_ptr<SCR::Variable> copied;
+    };
+    Harness::MemoryLog log;
+    Interpreter interpreter(&log);
+    interpreter.capabilities(SCR::Capabilities::none());
+    HostExtension* const host = HostExtension::insert(interpreter, "host");
+    host->function("run", [] { return 1; })->effects(SCR::Effect::Shell);
+    host->field(
+            "port", [] { return 1; }, [](long) {})
+        ->effects(SCR::Effect::Shell);
+    auto* const copies = new Copies;
+    ASSERT_TRUE(interpreter.insertExtension(copies));
+    for (const char* const name : {"system", "run", "port"}) {
+        copies->copied.reset(interpreter.getVariable("", name)->clone());
+        log.text.clear();
+        const std::string call = name == std::string("system") ? "copied(\"id\");" : "copied();";
+        EXPECT_FALSE(interpreter.compile(call)) << name;
+        EXPECT_EQ(log.text,
+                  "ERROR: line 1: call of `" + std::string(name) + "' is not allowed (shell)\n");
+    }
+}
+
 TEST(HostExtension, VariablesAreShared) {
     Harness::MemoryLog log;
     Interpreter interpreter(&log);

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "scr/Capabilities.h"
 #include "scr/Log.h"
 #include "scr/parser/Crypt.h"
 
@@ -326,7 +327,11 @@ TEST_F(PreprocessorTest, KeepsToTheDirectoriesAllowed) {
     write("outside", "text");
     fs::create_symlink("../outside", directory_ / "in/link");
     fs::create_symlink("in", directory_ / "alias");
-    options_.allowedDirectories = {directory_ / "nowhere", directory_ / "alias"};
+    SCR::Capabilities capabilities = SCR::Capabilities::none();
+    capabilities.allow("include=" + (directory_ / "alias").string());
+    ASSERT_TRUE(options_.allow(capabilities));
+    capabilities.allow("include=" + (directory_ / "nowhere").string());
+    ASSERT_FALSE(options_.allow(capabilities));
     const struct {
         std::string name;
         bool isAllowed;
@@ -341,9 +346,16 @@ TEST_F(PreprocessorTest, KeepsToTheDirectoriesAllowed) {
                   !c.isAllowed)
             << output;
     }
-    options_.allowedDirectories = {"/"};
+    // All of them, but for those in which the kernel shows itself.
+    capabilities.allow("include");
+    ASSERT_FALSE(options_.allow(capabilities));
     EXPECT_NE(expand("include \"outside\";").find("\ntext\n"), std::string::npos);
-    options_.includesAllowed = false;
+    fs::create_symlink("/proc/self", directory_ / "in/self");
+    for (const std::string name : {"/proc/self/environ", "in/self/environ", "/dev/fd/0"}) {
+        EXPECT_EQ(expand("include \"" + name + "\";"),
+                  "failed--\n4 failed to open include file `" + name + "'\n");
+    }
+    ASSERT_TRUE(options_.allow(SCR::Capabilities::none()));
     EXPECT_EQ(expand("a\ninclude \"outside\";"),
               "failed--\n4 include of `outside' is not allowed\n");
     EXPECT_EQ(expand("a"), "#line 1 \"\"\na\n");

@@ -229,6 +229,27 @@ TEST(Waiting, SignalsDisturbNothing) {
     fs::remove(file);
 }
 
+TEST(Waiting, ACommandHasSignalsOfItsOwn) {
+    constexpr int signals[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGUSR1};
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int signal : signals) {
+        std::signal(signal, SIG_IGN);
+        sigaddset(&blocked, signal);
+    }
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    // The C library's own signals come before the last seven digits.
+    const Harness::ScriptRun result = Harness::run(
+        R"(String out; logStdout(longToStr(system(
+               "exec sed -n 's/^Sig\\(Blk\\|Ign\\):.*\\(.......\\)$/\\1 \\2/p' /proc/self/status",
+               out)) + " " + out);)");
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    for (const int signal : signals) std::signal(signal, SIG_DFL);
+    // Bit 0 is SIGHUP, which tells programs to outlive their terminal.
+    EXPECT_EQ(result.output, "0 Blk 0000000\nIgn 0000001\n");
+}
+
 TEST(Waiting, ACommandWhoseStatusAnotherTookHasNone) {
     struct sigaction ignore {};
     struct sigaction before {};

@@ -71,22 +71,22 @@ protected:
 
 class DateToStr final : public DateFunction<DateToStr, StringType(DateType)> {
 public:
-    void value(Interpreter& /*interpreter*/, FND::String& result, const DateTime& date,
+    void value(Interpreter& interpreter, FND::String& result, const DateTime& date,
                const FND::String* format) {
         if (format == nullptr) return date.format(result);
         DateTime::Zone zone{};
         const FND::String& directives = format_.directives(*format, zone);
-        date.format(result, directives, zone);
+        if (zone == DateTime::Zone::Utc) return date.format(result, directives, zone);
+        date.format(result, directives, interpreter.timeZone());
     }
 };
 
 class StrToDate final : public DateFunction<StrToDate, DateType(StringType)> {
 public:
-    DateTime value(Interpreter& /*interpreter*/, const FND::String& text,
-                   const FND::String* format) {
+    DateTime value(Interpreter& interpreter, const FND::String& text, const FND::String* format) {
         if (format == nullptr) return DateTime::parse(text);
         DateTime::Zone zone{};
-        return DateTime::parse(text, format_.directives(*format, zone));
+        return DateTime::parse(text, format_.directives(*format, zone), interpreter.timeZone());
     }
 };
 
@@ -103,8 +103,9 @@ struct DateIsValid final : BuiltInNode<DateIsValid, BoolType(DateType)> {
 };
 
 struct DateDiff final : BuiltInNode<DateDiff, LongType(DateType, DateType)> {
-    static long value(Interpreter& /*interpreter*/, const DateTime& a, const DateTime& b) {
-        return a.toLocalSecs() - b.toLocalSecs();
+    static long value(Interpreter& interpreter, const DateTime& a, const DateTime& b) {
+        const FND::TimeZone& zone = interpreter.timeZone();
+        return a.toLocalSecs(zone) - b.toLocalSecs(zone);
     }
 };
 
@@ -112,7 +113,7 @@ using Amount = Optional<LongType>;
 
 struct DateAdd final
     : BuiltInNode<DateAdd, DateType(DateType, Amount, Amount, Amount, Amount, Amount, Amount)> {
-    static DateTime value(Interpreter& /*interpreter*/, const DateTime& date,
+    static DateTime value(Interpreter& interpreter, const DateTime& date,
                           std::optional<long> years, std::optional<long> months,
                           std::optional<long> days, std::optional<long> hours,
                           std::optional<long> minutes, std::optional<long> seconds) {
@@ -120,7 +121,8 @@ struct DateAdd final
         const bool isMoved =
             moved.addYears(years.value_or(0)) && moved.addMonths(months.value_or(0)) &&
             moved.addDays(days.value_or(0)) &&
-            moved.addLocalTime(hours.value_or(0), minutes.value_or(0), seconds.value_or(0));
+            moved.addLocalTime(hours.value_or(0), minutes.value_or(0), seconds.value_or(0),
+                               interpreter.timeZone());
         return isMoved ? moved : FND::INVALID_DATETIME;
     }
 };
@@ -129,6 +131,7 @@ constexpr BuiltIn dateBuiltInsS[] = {
     {.number = 48,
      .signature = "String dateToStr(Date date, [String format])",
      .factory = DateToStr::factory,
+     .effects = Effect::LocalZone,
      .manual =
          "`date` as text: \"YYYY-MM-DD HH:MM:SS\" in UTC, or `format` with its directives filled "
          "in; \"INVALID\" for the invalid date. Without \"%L\" in `format` the clock is that of "
@@ -159,6 +162,7 @@ constexpr BuiltIn dateBuiltInsS[] = {
     {.number = 92,
      .signature = "Date strToDate(String text, [String format])",
      .factory = StrToDate::factory,
+     .effects = Effect::LocalZone,
      .manual =
          "The date that `text` names, wholly and to its end; otherwise the invalid date, also when "
          "a day does not exist (31 June) or a field is out of its range. Without `format` the text "
@@ -180,6 +184,7 @@ constexpr BuiltIn dateBuiltInsS[] = {
     {.number = 94,
      .signature = "Long dateDiff(Date a, Date b)",
      .factory = DateDiff::factory,
+     .effects = Effect::LocalZone,
      .manual =
          "The seconds from `b` to `a` by the clock of the local zone: positive when `a` is later. "
          "Between summer and winter time it differs by the change of the clock from the time that "
@@ -189,6 +194,7 @@ constexpr BuiltIn dateBuiltInsS[] = {
      .signature = "Date dateAdd(Date date, [Long years, Long months, Long days, Long hours, "
                   "Long minutes, Long seconds])",
      .factory = DateAdd::factory,
+     .effects = Effect::LocalZone,
      .manual =
          "`date` moved by the amounts given, forwards or, when negative, backwards. Years, months "
          "and days are added one after the other by the calendar of UTC; a day that the month "

@@ -4,8 +4,7 @@
 #include <optional>
 #include <string_view>
 
-#include <unistd.h>
-
+#include "scr/FileAccess.h"
 #include "scr/FileCopy.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
@@ -21,10 +20,30 @@ bool orStop(Interpreter& interpreter, const Node* place, bool isDone) {
     return isDone;
 }
 
-struct FileOpen final : BuiltInNode<FileOpen, BoolType(FileType, StringType, StringType)> {
+// A function that is given the names of files: it may use those that the script might when it was
+// compiled.
+template <class Derived, class Signature>
+class NamedFileFunction : public BuiltInNode<Derived, Signature> {
+public:
+    static Node* factory(Interpreter& interpreter, ParserStack& stack,
+                         const FctDescr& /*descriptor*/) {
+        auto node = NamedFileFunction::build(interpreter, stack);
+        node->files_ = interpreter.files();
+        return node.release();
+    }
+
+protected:
+    const FileAccess& files() const { return *files_; }
+
+private:
+    std::shared_ptr<const FileAccess> files_;
+};
+
+struct FileOpen final : NamedFileFunction<FileOpen, BoolType(FileType, StringType, StringType)> {
     bool value(Interpreter& interpreter, FileData& file, const FND::String& name,
                const FND::String& mode) {
-        return orStop(interpreter, this, file.open(name, mode, &interpreter.runControl()));
+        return orStop(interpreter, this,
+                      file.open(name, mode, &interpreter.runControl(), &files()));
     }
 };
 
@@ -115,9 +134,9 @@ struct FileIsOpen final : BuiltInNode<FileIsOpen, BoolType(FileType)> {
     static bool value(Interpreter& /*interpreter*/, FileData& file) { return file.isOpen(); }
 };
 
-struct FileDelete final : BuiltInNode<FileDelete, BoolType(StringType)> {
-    static bool value(Interpreter& /*interpreter*/, const FND::String& name) {
-        return unlink(name.c_str()) == 0;
+struct FileDelete final : NamedFileFunction<FileDelete, BoolType(StringType)> {
+    bool value(Interpreter& /*interpreter*/, const FND::String& name) const {
+        return files().unlink(name);
     }
 };
 
@@ -127,16 +146,16 @@ struct FileFlush final : BuiltInNode<FileFlush, BoolType(FileType)> {
     }
 };
 
-struct FileRename final : BuiltInNode<FileRename, BoolType(StringType, StringType)> {
-    static bool value(Interpreter& /*interpreter*/, const FND::String& from,
-                      const FND::String& to) {
-        return std::rename(from.c_str(), to.c_str()) == 0;
+struct FileRename final : NamedFileFunction<FileRename, BoolType(StringType, StringType)> {
+    bool value(Interpreter& /*interpreter*/, const FND::String& from, const FND::String& to) const {
+        return files().rename(from, to);
     }
 };
 
-struct FileCopy final : BuiltInNode<FileCopy, BoolType(StringType, StringType)> {
+struct FileCopy final : NamedFileFunction<FileCopy, BoolType(StringType, StringType)> {
     bool value(Interpreter& interpreter, const FND::String& source, const FND::String& target) {
-        return orStop(interpreter, this, copyFile(source, target, interpreter.runControl()));
+        return orStop(interpreter, this,
+                      copyFile(files(), source, target, interpreter.runControl()));
     }
 };
 

@@ -138,7 +138,8 @@ constexpr BuiltIn systemBuiltInsS[] = {
          "Runs `command`, up to its first NUL, by the shell `/bin/sh`, waits for it and gives "
          "its exit status, from 0 to 255. What it writes to standard output is added to the "
          "end of `output`, or dropped when that is left out; standard input and standard "
-         "error are those of the host. Gives -1 when the shell cannot be started or its "
+         "error are those of the host, and no signal is blocked or ignored but SIGHUP, if it is "
+         "in the host. Gives -1 when the shell cannot be started or its "
          "status is not to be had, and 0 when a signal ended the shell. The call lasts until "
          "the output is closed, by processes in the background as well.",
      .example = R"(String out = "x"; system("echo a; exit 3", out) == 3 and out == "xa\n")"},

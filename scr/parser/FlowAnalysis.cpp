@@ -5,6 +5,7 @@
 
 #include "scr/FctDescr.h"
 #include "scr/Node.h"
+#include "scr/Operand.h"
 #include "scr/Types.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
@@ -43,15 +44,38 @@ const char* troubleOf(Effect effects) {
     if (has(effects, Effect::Environment)) return "reads what may differ between machines";
     if (has(effects, Effect::Clock)) return "reads the clock, which differs in a retry";
     if (has(effects, Effect::Position)) return "depends on where the input was split";
+    if (has(effects, Effect::LocalZone)) {
+        return "goes by the time zone, which may be another one elsewhere";
+    }
     if (has(effects, Effect::Mutex) || has(effects, Effect::Sleep)) {
         return "waits, which orders nothing between machines";
     }
     return nullptr;
 }
 
+// Whether a call of a date function with the `count` topmost operands of `stack` does go by the
+// local zone.
+bool asksForZone(const FctDescr& function, const ParserStack& stack, int count) {
+    const FND::String& name = function.name();
+    if (name == "dateAdd") {
+        constexpr int calendarArguments = 4;  // the date, years, months and days
+        return count > calendarArguments;
+    }
+    const bool isReading = name == "strToDate";
+    if (!isReading && name != "dateToStr") return true;
+    if (count < 2) return false;
+    const FND::String* const format = constantOf<StringType>(*stack.data(0));
+    if (format == nullptr) return true;
+    // What is read may also name the zone by the directive that "%L" stands for.
+    const auto holds = [&](const char* directive) {
+        return format->find(directive) != FND::String::npos;
+    };
+    return holds("%L") || (isReading && holds("%Z"));
+}
+
 }  // namespace
 
-FlowAnalysis::FlowAnalysis() = default;
+FlowAnalysis::FlowAnalysis(bool isZoneFixed) : isZoneFixed_(isZoneFixed) {}
 FlowAnalysis::~FlowAnalysis() = default;
 
 FlowAnalysis::Place FlowAnalysis::here() { return {parsedFile(), parsedLine(), order_++}; }
@@ -105,12 +129,16 @@ void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int 
     if (isOwn) {
         callFunction(*callee->second);
     } else {
-        addEffects(function, calls_.empty() ? name_ : calls_.back());
+        Effect effects = function.effects();
+        if (isZoneFixed_ || !asksForZone(function, stack, count)) {
+            effects = without(effects, Effect::LocalZone);
+        }
+        addEffects(function, effects, calls_.empty() ? name_ : calls_.back());
     }
 }
 
-void FlowAnalysis::addEffects(const FctDescr& function, const Place& place) {
-    const char* const trouble = troubleOf(function.effects());
+void FlowAnalysis::addEffects(const FctDescr& function, Effect effects, const Place& place) {
+    const char* const trouble = troubleOf(effects);
     if (trouble == nullptr) return;
     // What is done with an open file follows from its being opened.
     const bool hasFile = Node::baseType(function.argType(0)) == TypeCode::File;

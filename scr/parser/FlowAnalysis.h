@@ -28,7 +28,8 @@ class Variable;
 /// to it in the order of the text. Used under the parse lock.
 class FlowAnalysis {
 public:
-    FlowAnalysis();
+    /// `isZoneFixed` tells that the local zone is the same wherever the script runs.
+    explicit FlowAnalysis(bool isZoneFixed);
     ~FlowAnalysis();
 
     // Names and expressions.
@@ -127,12 +128,13 @@ private:
     void read(const Operand& operand);
     void write(const Variable* variable, const Place& place);
     void callFunction(const Unit& callee);
-    void addEffects(const FctDescr& function, const Place& place);
+    void addEffects(const FctDescr& function, Effect effects, const Place& place);
     void merge(std::optional<Variables>& common, std::size_t base) const;
     Place here();
     bool mayStore(std::size_t entries);
     const Unit* function(const char* name) const;
 
+    const bool isZoneFixed_;
     std::unordered_map<const Variable*, FND::String> names_;
     std::unordered_map<const Node*, Operand> operands_;
     Operand element_;           // the one looked up last

@@ -7,12 +7,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <string>
-#include <system_error>
 #include <utility>
 
+#include "scr/Capabilities.h"
+#include "scr/FileAccess.h"
 #include "scr/Log.h"
 #include "scr/parser/Crypt.h"
 
@@ -62,10 +62,10 @@ std::vector<FND::String> split(std::string_view text, char separator) {
 /// An open file, closed at the end of the block.
 class FileDescriptor {
 public:
-    explicit FileDescriptor(const FND::String& path) {
+    FileDescriptor(const FileAccess& files, const FND::String& path) {
         // Nothing that the path may have become since it was looked at makes the calls wait.
         do {
-            number_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+            number_ = files.open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
         } while (number_ < 0 && errno == EINTR);
     }
     FileDescriptor(const FileDescriptor&) = delete;
@@ -98,12 +98,13 @@ enum class Reading { Absent, Failed, TooLarge, Done };
 
 /// Reads the regular file at `path`, to its end whatever size it is said to have, into `content`.
 /// All else that exists at `path` is a failure, and is not opened.
-Reading readFile(const FND::String& path, std::size_t maxBytes, FND::String& content) {
+Reading readFile(const FileAccess& files, const FND::String& path, std::size_t maxBytes,
+                 FND::String& content) {
     if (path.find('\0') != FND::String::npos) return Reading::Absent;
     struct stat status;
-    if (::stat(path.c_str(), &status) != 0) return Reading::Absent;
+    if (!files.status(path, status)) return Reading::Absent;
     if (!S_ISREG(status.st_mode)) return Reading::Failed;
-    const FileDescriptor file(path);
+    const FileDescriptor file(files, path);
     std::size_t expected;
     if (!file.isRegularFile(expected)) return Reading::Failed;
     if (expected > maxBytes) return Reading::TooLarge;
@@ -123,21 +124,6 @@ Reading readFile(const FND::String& path, std::size_t maxBytes, FND::String& con
     }
     content.resize(size);
     return Reading::Done;
-}
-
-/// Replaces `path` by its form without symbolic links. False when it does not exist or lies in none
-/// of `directories`.
-bool resolveBelow(const std::vector<FND::String>& directories, FND::String& path) {
-    std::error_code error;
-    path = std::filesystem::canonical(path, error).string();
-    if (error) return false;
-    for (const FND::String& directory : directories) {
-        FND::String prefix = std::filesystem::canonical(directory, error).string();
-        if (error) continue;
-        if (prefix.back() != '/') prefix += '/';
-        if (path.starts_with(prefix)) return true;
-    }
-    return false;
 }
 
 }  // namespace
@@ -189,6 +175,13 @@ bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
     if (next_ == begin) return false;
     lines = text.substr(begin, next_ - 1 - begin);
     return true;
+}
+
+bool PreprocessorOptions::allow(const Capabilities& capabilities) {
+    FND::String error;
+    includesAllowed = capabilities.include;
+    files = FileAccess::ofIncludes(capabilities, error);
+    return error.empty();
 }
 
 Preprocessor::Preprocessor(Log* log) : Preprocessor(log, PreprocessorOptions()) {}
@@ -274,12 +267,9 @@ bool Preprocessor::include(const FND::String& name) {
         const std::size_t room = options_.maxBytes - chargedBytes_;
         maxFileBytes = room < maxFileBytes / 4 ? 2 * room + room / 20 + 1024 : maxFileBytes;
     }
-    const bool isRestricted = !options_.allowedDirectories.empty();
-    const auto read = [&](FND::String path, FND::String& content) {
-        if (isRestricted && !resolveBelow(options_.allowedDirectories, path)) {
-            return Reading::Absent;
-        }
-        return readFile(path, maxFileBytes, content);
+    const FileAccess& files = options_.files != nullptr ? *options_.files : *FileAccess::any();
+    const auto read = [&](const FND::String& path, FND::String& content) {
+        return readFile(files, path, maxFileBytes, content);
     };
     FND::String content;
     Reading reading = Reading::Absent;
@@ -295,8 +285,9 @@ bool Preprocessor::include(const FND::String& name) {
     }
     switch (reading) {
         case Reading::Absent:
-            return fail("failed to open include file `" + name + "'" +
-                        (isRestricted ? " in the directories allowed for includes" : ""));
+            return fail(
+                "failed to open include file `" + name + "'" +
+                (files.isByDirectories() ? " in the directories allowed for includes" : ""));
         case Reading::Failed:
             return fail("error while reading `" + name + "'");
         case Reading::TooLarge:

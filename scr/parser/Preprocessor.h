@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
@@ -11,7 +12,9 @@
 
 namespace SCR {
 
+class FileAccess;
 class Log;
+struct Capabilities;
 
 /// One file on its way through the preprocessor, handed out line by line. Lines are what stands
 /// between line feeds: a text with n line feeds has n + 1 lines, so that one that ends in a line
@@ -78,11 +81,14 @@ struct PreprocessorOptions {
     std::size_t maxBytes = std::size_t{256} << 20;
     /// The most includes that may be open within each other, 0 for no limit.
     unsigned maxDepth = 200;
-    /// The directories at or below which included files must lie after all symbolic links are
-    /// followed; empty for any. Files elsewhere are treated as if they did not exist.
-    std::vector<FND::String> allowedDirectories;
     /// False refuses every include line.
     bool includesAllowed = true;
+    /// The files that may be included, null for any. Others are treated as if they did not exist.
+    std::shared_ptr<const FileAccess> files;
+
+    /// Sets what is allowed to what `capabilities` grant. False when a directory cannot be opened;
+    /// it grants nothing then.
+    KESTREL_API bool allow(const Capabilities& capabilities);
 };
 
 /// Expands the include lines of a script into one text with "#line" lines, from which the lexer
