@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "scr/Capabilities.h"
 #include "scr/Log.h"
 #include "scr/parser/Crypt.h"
 #include "scr/parser/Preprocessor.h"
@@ -59,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     SCR::PreprocessorOptions options;
     options.searchPath = {folder.path()};
     SCR::Capabilities capabilities = SCR::Capabilities::none();
-    capabilities.allow("include=" + folder.path());
+    capabilities.allow("include=" + folder.path().string());
     options.allow(capabilities);
     options.maxBytes = maxBytesS;
     options.maxDepth = 3;
