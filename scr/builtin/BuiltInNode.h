@@ -12,6 +12,7 @@
 #include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/Types.h"
+#include "scr/builtin/StringResult.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -224,6 +225,8 @@ private:
             return static_cast<Derived*>(this)->value(*interpreter_, arguments...);
         } else if constexpr (std::is_same_v<Value, FND::String>) {
             static_cast<Derived*>(this)->value(*interpreter_, result_, arguments...);
+            if (!checkResultSize(*interpreter_, result_.size())) [[unlikely]]
+                result_.clear();
             return static_cast<const Value&>(result_);
         } else {
             result_ = static_cast<Derived*>(this)->value(*interpreter_, arguments...);
