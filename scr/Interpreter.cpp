@@ -358,6 +358,7 @@ bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
 std::int64_t Interpreter::heapBytes() const {
     std::size_t bytes = 0;
     for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
+    if (mainExtension_ != nullptr) bytes += mainExtension_->heapBytes();
     return static_cast<std::int64_t>(bytes);
 }
 
