@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "scr/ElementPlace.h"
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
 #include "scr/Interpreter.h"
@@ -123,11 +124,24 @@ template <>
 struct OperandSlot<FileType> {
     using Node = FileData;
     using Argument = FileData&;
-    using Held = FileData*;
+    struct Held {
+        FileData* node;
+        PlaceTrail trail;
+    };
 
-    Argument evaluate() { return *node; }
-    Held hold() { return node.get(); }
-    static Argument argument(Held& held) { return *held; }
+    Argument evaluate() {
+        node->find();
+        return *node;
+    }
+    Held hold() {
+        Held held{node.get(), {}};
+        node->note(held.trail);
+        return held;
+    }
+    static Argument argument(Held& held) {
+        held.node->follow(held.trail);
+        return *held.node;
+    }
 
     std::unique_ptr<Node> node;
 };

@@ -26,11 +26,7 @@ struct ScriptUsable final : BuiltInNode<ScriptUsable, VoidType(BoolType)> {
 };
 
 struct LogStdout final : BuiltInNode<LogStdout, VoidType(StringType)> {
-    static void value(Interpreter& /*interpreter*/, const FND::String& text) {
-        inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
-            std::fwrite(text.data() + begin, 1, end - begin, stdout);
-        });
-    }
+    void value(Interpreter& interpreter, const FND::String& text) { interpreter.print(this, text); }
 };
 
 // How often a built-in that waits asks whether the script has to stop.
