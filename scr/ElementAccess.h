@@ -336,13 +336,12 @@ class FileElementAccess final : public FileData {
 public:
     template <class... Arguments>
     explicit FileElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
-        : FileData(nullptr), element_(std::forward<Arguments>(arguments)...) {}
+        : element_(std::forward<Arguments>(arguments)...) {}
 
     std::int32_t execute() override {
         find();
         return goOn;
     }
-    void find() override { variable_ = element_.find(); }
     void note(PlaceTrail& trail) override { element_.note(trail); }
     void follow(PlaceTrail& trail) override {
         trail.rewind();
@@ -350,6 +349,8 @@ public:
     }
 
 private:
+    void findElement() override { variable_ = element_.find(); }
+
     Element element_;
 };
 

@@ -30,13 +30,16 @@ void FileData::close() {
 bool FileData::isOpen() const { return variable_ != nullptr && variable_->stream() != nullptr; }
 
 bool FileData::writeString(const FND::String& text) {
-    if (!isOpen() || text.empty() || __fwritable(variable_->stream()) == 0) return false;
-    bool isWritten = true;
+    if (!isOpen()) return false;
+    bool isWritten = false;
     inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
-        if (!isWritten) return;
+        if (begin > 0 && !isWritten) return;
         isWritten = std::fwrite(text.data() + begin, end - begin, 1, variable_->stream()) == 1;
-        if (!isWritten) variable_->noteFailure(errno);
     });
+    // A file that was not opened for writing has not lost anything.
+    if (!isWritten && !text.empty() && __fwritable(variable_->stream()) != 0) {
+        variable_->noteFailure(errno);
+    }
     return isWritten;
 }
 

@@ -20,7 +20,9 @@ public:
 
     /// Finds the variable that the operations work on, up to the next call: an element of a
     /// container may not be there as long as the node. Nothing to do for a named variable.
-    virtual void find() {}
+    void find() {
+        if (isElement_) findElement();
+    }
     /// The same in two steps, between which script code may run: evaluates indices and keys and
     /// adds them to `trail`, then finds the variable by them.
     virtual void note(PlaceTrail& trail);
@@ -55,11 +57,16 @@ public:
     bool seek(long offset);
 
 protected:
+    /// For elements of containers.
+    FileData() : variable_(nullptr), isElement_(true) {}
+    virtual void findElement() {}
+
     /// Null when there is no variable, as for an element that cannot be had: all operations fail
     /// then as on a closed file.
     FileVariable* variable_;
 
 private:
+    const bool isElement_ = false;
     FND::String line_;  // the line read last, kept for its room
 };
 

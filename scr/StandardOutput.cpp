@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -9,6 +10,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdio_ext.h>
+#include <sys/single_threaded.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -25,13 +27,18 @@ namespace {
 /// Keeps other threads from a stream for the life of a scope.
 class StreamLock {
 public:
-    explicit StreamLock(std::FILE* stream) : stream_(stream) { flockfile(stream_); }
+    explicit StreamLock(std::FILE* stream)
+        : stream_(__libc_single_threaded != 0 ? nullptr : stream) {
+        if (stream_ != nullptr) flockfile(stream_);
+    }
     StreamLock(const StreamLock&) = delete;
     StreamLock& operator=(const StreamLock&) = delete;
-    ~StreamLock() { funlockfile(stream_); }
+    ~StreamLock() {
+        if (stream_ != nullptr) funlockfile(stream_);
+    }
 
 private:
-    std::FILE* const stream_;
+    std::FILE* const stream_;  // null when there are no others
 };
 
 /// Writes to an open file without waiting longer than the script may run, or not at all.
@@ -122,10 +129,15 @@ private:
 
 class StandardOutput final : public Output {
 public:
+    // A text that the buffer takes costs a copy. Of a stream that is written to at the end of each
+    // line the buffer never seems to have room.
     bool write(std::string_view text) override {
         const StreamLock lock(stdout);
-        const bool fits = __fpending(stdout) + text.size() < __fbufsize(stdout);
-        return fits && __flbf(stdout) == 0 ? keep(text) : writeOut(text);
+        const auto room = stdout->_IO_write_end - stdout->_IO_write_ptr;
+        if (static_cast<std::ptrdiff_t>(text.size()) >= room) return writeOut(text);
+        std::memcpy(stdout->_IO_write_ptr, text.data(), text.size());
+        stdout->_IO_write_ptr += text.size();
+        return true;
     }
 
     bool flush(bool mayWait) override {
