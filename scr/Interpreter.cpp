@@ -146,7 +146,7 @@ void Interpreter::discardScript() {
     query_.reset();
     queryBuffers_ = 0;
     growing_.clear();
-    runControl_.clearCharges();
+    runControl_.clearCharges(heapBytes());
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
