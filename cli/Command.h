@@ -6,6 +6,10 @@
 #include <functional>
 #include <string>
 
+namespace SCR {
+class OutputFailures;
+}  // namespace SCR
+
 namespace Cli {
 
 /// How the program ends. The values are the same for every command; callers rely on them.
@@ -36,5 +40,16 @@ void addRunCommand(CLI::App& app, Action& action);
 
 /// Writes "kestrel: `message`" and a line end to standard error.
 void report(const std::string& message);
+
+/// Reports what outputs of scripts did not take, and gives the status that `status` becomes by
+/// that.
+ExitStatus statusAfter(ExitStatus status, const SCR::OutputFailures& failures);
+
+/// Lets out what standard output holds, without waiting for its reader unless `mayWait`. False,
+/// with errno set, when not all of it arrived. Where nobody will ever read it, ends the program as
+/// the signal for that does, unless that is ignored.
+bool flushOutput(bool mayWait);
+/// Ends the program as a closed pipe does, unless that signal is ignored.
+void endByClosedPipe();
 
 }  // namespace Cli

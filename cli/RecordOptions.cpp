@@ -290,7 +290,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         const bool isReported = counts.rejected != 0 && !keepsRejects;
         if (isReported || !job.isValid()) status = ExitStatus::Rejected;
     }
-    return status;
+    return statusAfter(status, job.failures());
 }
 
 }  // namespace Cli

@@ -1,13 +1,16 @@
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "cli/Command.h"
 #include "cli/RecordOptions.h"
 #include "cli/ScriptOptions.h"
 #include "cli/StderrLog.h"
 #include "scr/Interpreter.h"
+#include "scr/Output.h"
 
 namespace Cli {
 namespace {
@@ -19,6 +22,33 @@ struct RunOptions {
     std::string file;
     std::optional<std::string> text;
 };
+
+/// What the script prints. When nobody reads that any more, the command ends as others do.
+class Printer final : public SCR::Output {
+public:
+    bool write(std::string_view text) override { return isAlive(output_.write(text)); }
+    bool flush(bool mayWait) override { return isAlive(output_.flush(mayWait)); }
+
+private:
+    static bool isAlive(bool isWritten) {
+        const int error = errno;
+        if (!isWritten && error == EPIPE) endByClosedPipe();
+        errno = error;
+        return isWritten;
+    }
+
+    SCR::Output& output_ = SCR::standardOutput();
+};
+
+ExitStatus execute(SCR::Interpreter& interpreter, const std::string& text, std::int64_t turns) {
+    if (!interpreter.compile(text)) {
+        return interpreter.wasStopped() ? ExitStatus::Stopped : ExitStatus::NotCompiled;
+    }
+    for (std::int64_t turn = 0; turn < turns; ++turn) {
+        if (!interpreter.execute()) return ExitStatus::Stopped;
+    }
+    return ExitStatus::Success;
+}
 
 ExitStatus run(const RunOptions& options) {
     const std::optional<std::string> text =
@@ -36,16 +66,14 @@ ExitStatus run(const RunOptions& options) {
         return options.records.runInDirectory(std::move(manifest), options.script, compile);
     }
     StderrLog log;
+    Printer printer;
     const auto interpreter = options.script.makeInterpreter(log);
     if (!interpreter) return ExitStatus::Usage;
-    if (!interpreter->compile(*text)) {
-        return interpreter->wasStopped() ? ExitStatus::Stopped : ExitStatus::NotCompiled;
-    }
-    for (std::int64_t turn = 0; turn < options.repeat; ++turn) {
-        if (!interpreter->execute()) return ExitStatus::Stopped;
-    }
-    if (!interpreter->finish()) return ExitStatus::Stopped;
-    return interpreter->isValid() ? ExitStatus::Success : ExitStatus::Rejected;
+    interpreter->output(&printer);
+    ExitStatus status = execute(*interpreter, *text, options.repeat);
+    if (!interpreter->finish() && status == ExitStatus::Success) status = ExitStatus::Stopped;
+    if (status == ExitStatus::Success && !interpreter->isValid()) status = ExitStatus::Rejected;
+    return statusAfter(status, interpreter->outputFailures());
 }
 
 }  // namespace

@@ -1,4 +1,8 @@
+#include <poll.h>
+#include <stdio_ext.h>
+
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -7,13 +11,47 @@
 #include <string>
 
 #include "cli/Command.h"
+#include "scr/Output.h"
 
 namespace Cli {
 
+namespace {
+
+bool wasStoppedG = false;  // a script was
+
+}  // namespace
+
 void report(const std::string& message) {
-    std::fflush(stdout);
+    flushOutput(false);
     std::fprintf(stderr, "kestrel: %s\n", message.c_str());
 }
+
+ExitStatus statusAfter(ExitStatus status, const SCR::OutputFailures& failures) {
+    bool isReported = false;
+    for (const SCR::OutputFailure& failure : failures.first()) {
+        if (failure.error == EINTR) continue;  // the script was stopped there, and says so
+        // What standard output did not take once is not tried again.
+        if (failure.name == "standard output") __fpurge(stdout);
+        report(failure.name + ": " + std::strerror(failure.error));
+        isReported = true;
+    }
+    wasStoppedG = wasStoppedG || status == ExitStatus::Stopped;
+    if (!isReported) return status;
+    if (failures.first().size() == SCR::OutputFailures::mostCM) {
+        report("outputs failed " + std::to_string(failures.count()) + " times in all");
+    }
+    return ExitStatus::InputOutput;
+}
+
+bool flushOutput(bool mayWait) {
+    if (SCR::standardOutput().flush(mayWait)) return true;
+    const int error = errno;
+    if (error == EPIPE) endByClosedPipe();
+    errno = error;
+    return false;
+}
+
+void endByClosedPipe() { std::raise(SIGPIPE); }
 
 namespace {
 
@@ -58,14 +96,22 @@ ExitStatus perform(int argc, char** argv) {
     return ExitStatus::Usage;
 }
 
-/// Writes out what standard output still holds. False when that, or any write before, failed.
+/// Writes out what standard output still holds. False when that, or any write before, failed. After
+/// a script was stopped its reader is waited for no longer than a second.
 bool finishOutput() {
-    errno = 0;
-    const bool flushed = static_cast<bool>(std::cout.flush()) && std::fflush(stdout) == 0;
-    if (flushed && std::ferror(stdout) == 0) return true;
-    report(std::string("standard output: ") +
-           (errno != 0 ? std::strerror(errno) : "an earlier write failed"));
-    return false;
+    constexpr int steps = 20;
+    bool isFlushed = flushOutput(!wasStoppedG);
+    for (int step = 0; wasStoppedG && !isFlushed && errno == EAGAIN && step < steps; ++step) {
+        poll(nullptr, 0, 50);
+        isFlushed = flushOutput(false);
+    }
+    const int error = isFlushed ? 0 : errno;
+    if (!isFlushed) __fpurge(stdout);
+    if (isFlushed && std::cout && std::ferror(stdout) == 0) return true;
+    report(std::string("standard output: ") + (error == EAGAIN ? "nobody reads it"
+                                               : error != 0    ? std::strerror(error)
+                                                               : "an earlier write failed"));
+    return error == EAGAIN;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -120,6 +121,13 @@ public:
                           const TimeZone& local) noexcept;
     static DateTime parse(std::string_view text, std::string_view pattern) noexcept;
 
+    /// Told now and then that so many bytes more were read. May throw to give up.
+    using Progress = void (*)(std::size_t bytes);
+    /// The same for texts of any length; throws what `progress` throws, which is called after every
+    /// 65,536 bytes of `pattern` and of white space.
+    static DateTime parse(std::string_view text, std::string_view pattern, const TimeZone& local,
+                          Progress progress);
+
     /// Replaces `out` by "YYYY-MM-DD HH:MM:SS" in UTC; by "INVALID" for the invalid value.
     /// Allocates only when the capacity of `out` does not do.
     void format(String& out) const;
@@ -130,6 +138,10 @@ public:
     /// `out` does not do.
     void format(String& out, std::string_view pattern, const TimeZone& zone) const;
     void format(String& out, std::string_view pattern, Zone zone) const;
+
+    /// The first `size` bytes of `pattern`, at least two, or one less so that no directive is cut
+    /// in two: the text by a long pattern is that by its front followed by that by the rest.
+    static std::string_view patternFront(std::string_view pattern, std::size_t size) noexcept;
 
 private:
     // The zone of the process; UTC when there is no memory to look it up.

@@ -33,14 +33,22 @@ bool skip(std::string_view& text, char c) {
     return true;
 }
 
-void skipBlanks(std::string_view& text) {
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+/// What is read between two reports of progress.
+constexpr std::size_t pieceSizeS = 64 * 1024;
+
+/// There may be any number of them.
+void skipBlanks(std::string_view& text, DateTime::Progress progress) {
+    std::size_t length = 0;
+    while (length < text.size() && isBlank(text[length])) {
+        if (++length % pieceSizeS == 0 && progress != nullptr) progress(pieceSizeS);
+    }
+    text.remove_prefix(length);
 }
 
 /// White space fits any run of white space, also none; any other byte itself.
-bool skipLike(std::string_view& text, char c) {
+bool skipLike(std::string_view& text, char c, DateTime::Progress progress) {
     if (!isBlank(c)) return skip(text, c);
-    skipBlanks(text);
+    skipBlanks(text, progress);
     return true;
 }
 
@@ -96,12 +104,13 @@ bool readOffset(std::string_view& text, std::int64_t& offset) {
     return true;
 }
 
-/// Reads a zone's name: letters, or a sign and digits.
+/// Reads a zone's name: letters, or a sign and digits. No zone has a name of thousands of them.
 bool readZoneName(std::string_view& text, std::string_view& name) {
+    constexpr std::size_t longest = 4096;
     const bool isNumber = text.starts_with('+') || text.starts_with('-');
     std::size_t length = isNumber ? 1 : 0;
-    while (length < text.size() && (isNumber ? isDigit(text[length]) : isLetter(text[length])))
-        ++length;
+    const std::size_t end = std::min(text.size(), longest);
+    while (length < end && (isNumber ? isDigit(text[length]) : isLetter(text[length]))) ++length;
     name = text.substr(0, length);
     text.remove_prefix(length);
     return length > 0;
@@ -122,7 +131,8 @@ constexpr std::uint32_t decidingS = maskOf(Field::Year) | maskOf(Field::Month) |
 /// Reads a text by a pattern, from its start on, and collects what the directives tell.
 class Reader {
 public:
-    Reader(std::string_view text, const TimeZone& local) : text_(text), local_(local) {}
+    Reader(std::string_view text, const TimeZone& local, DateTime::Progress progress)
+        : text_(text), local_(local), progress_(progress) {}
 
     /// Takes what fits `pattern`; false when the text does not fit.
     bool read(std::string_view pattern) {
@@ -130,7 +140,7 @@ public:
         for (std::size_t i = 0; i < pattern.size(); ++i) {
             const DateDirective* const directive = DateDirectives::directiveAt(pattern, i);
             if (!directive) {
-                if (!skipLike(text, pattern[i])) return false;
+                if (!skipLike(text, pattern[i], progress_)) return false;
                 continue;
             }
             ++i;
@@ -188,7 +198,7 @@ private:
 
     /// Takes a number from the front of `text`.
     bool readField(std::string_view& text, const DateDirective& directive) {
-        if (directive.fill == ' ') skipBlanks(text);
+        if (directive.fill == ' ') skipBlanks(text, progress_);
         int value = 0;
         return readNumber(text, directive.width, value) && value >= directive.low &&
                value <= directive.high && set(directive.field, value);
@@ -319,6 +329,7 @@ private:
 
     std::string_view text_;
     const TimeZone& local_;
+    const DateTime::Progress progress_;
     std::optional<std::string_view> zoneName_;
     std::optional<std::int64_t> epochSecs_;
     std::optional<std::int64_t> offset_;
@@ -393,8 +404,28 @@ DateTime DateTime::parse(std::string_view text, std::string_view pattern) noexce
 
 DateTime DateTime::parse(std::string_view text, std::string_view pattern,
                          const TimeZone& local) noexcept {
-    Reader reader(text, local);
+    return parse(text, pattern, local, nullptr);
+}
+
+DateTime DateTime::parse(std::string_view text, std::string_view pattern, const TimeZone& local,
+                         Progress progress) {
+    Reader reader(text, local, progress);
+    while (pattern.size() > pieceSizeS) {
+        const std::string_view front = patternFront(pattern, pieceSizeS);
+        if (!reader.read(front)) return {};
+        if (progress != nullptr) progress(front.size());
+        pattern.remove_prefix(front.size());
+    }
     return reader.read(pattern) && reader.atEnd() ? reader.instant() : DateTime();
+}
+
+std::string_view DateTime::patternFront(std::string_view pattern, std::size_t size) noexcept {
+    if (size >= pattern.size()) return pattern;
+    std::string_view front = pattern.substr(0, size);
+    // Two percent signs are a directive; the last of an odd number of them begins one.
+    const std::size_t signs = size - (front.find_last_not_of('%') + 1);
+    if (signs % 2 != 0) front.remove_suffix(1);
+    return front;
 }
 
 }  // namespace FND

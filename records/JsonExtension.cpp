@@ -10,6 +10,7 @@
 #include "records/RecordExtension.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
+#include "scr/Quote.h"
 
 namespace Records {
 namespace {
@@ -39,7 +40,7 @@ void refuse(FieldAlias field, const char* reason) {
 std::string noNumber(const CurrentRecord& current, FieldAlias field, const char* type,
                      std::string_view text) {
     return "field " + field.name() + " of record " + std::to_string(current.number) + " is no " +
-           type + ": '" + std::string(text.substr(0, 100)) + "'";
+           type + ": " + SCR::quotedValue(text);
 }
 
 // Invalid for text that is no number and for a number that does not fit.

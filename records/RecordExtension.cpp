@@ -7,6 +7,7 @@
 #include "fnd/Decimal.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
+#include "scr/Quote.h"
 
 namespace Records {
 namespace {
@@ -39,7 +40,7 @@ long toLong(const CurrentRecord& current, const std::string& field, std::string_
     const auto [stop, error] = std::from_chars(begin, end, value);
     if (error == std::errc() && stop == end) return value;
     throw std::invalid_argument("field " + field + " of record " + std::to_string(current.number) +
-                                " is no Long: '" + std::string(text.substr(0, 100)) + "'");
+                                " is no Long: " + SCR::quotedValue(text));
 }
 
 void FieldNames::add(std::string_view name) {

@@ -153,7 +153,9 @@ RecordJob::End RecordJob::run(SCR::Log& log,
         }
     }
     for (const auto& worker : workers_) {
-        if (worker->interpreter().finish() || end != End::Done) continue;
+        const bool isFinished = worker->interpreter().finish();
+        failures_.add(worker->interpreter().outputFailures());
+        if (isFinished || end != End::Done) continue;
         error_ = "the function END was stopped";
         end = End::Stopped;
     }

@@ -13,6 +13,7 @@
 #include "records/RecordWorker.h"
 #include "records/StopSignal.h"
 #include "records/WorkerPool.h"
+#include "scr/Output.h"
 
 namespace SCR {
 class Interpreter;
@@ -69,6 +70,8 @@ public:
     const std::string& error() const { return error_; }
     /// Whether what was written stays, however the job ended.
     bool hasOutput() const { return output_.isDirect(); }
+    /// What became known of outputs of the script that failed.
+    const SCR::OutputFailures& failures() const { return failures_; }
     /// Whether the script still called itself usable at the end.
     bool isValid() const { return isValid_; }
 
@@ -110,6 +113,7 @@ private:
     int inputError_ = 0;   // errno, where last_ is Failed
     End end_ = End::Done;  // of what was delivered
     std::string error_;
+    SCR::OutputFailures failures_;
     bool isValid_ = true;
 };
 

@@ -9,7 +9,10 @@
 #include "fsm/PatternCheck.h"
 #include "scr/Entry.h"
 #include "scr/Interpreter.h"
+#include "scr/LongText.h"
+#include "scr/Memory.h"
 #include "scr/Node.h"
+#include "scr/Quote.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
@@ -72,20 +75,23 @@ public:
     bool result() override {
         const FND::String& text = text_->result();
         if (keepsText_) {
-            const FND::String kept = text;
-            return matches(kept, pattern_->result());
+            const HeldCopy<FND::String> kept(text);
+            return matches(kept.value(), pattern_->result());
         }
         return matches(text, pattern_->result());
     }
 
 private:
     bool matches(const FND::String& text, const FND::String& pattern) {
-        if (!lastPattern_ || *lastPattern_ != pattern) {
+        if (!isCompiled_ || !areEqual(lastPattern_, pattern)) {
+            isCompiled_ = false;
+            growBuffer(lastPattern_, pattern.size());
+            lastPattern_ = pattern;
             FND::String error;
             if (!compiled_.compile(pattern, interpreter_.limits().states, error)) {
-                interpreter_.logError("=~: illegal pattern '" + pattern + "': " + error);
+                interpreter_.logError("=~: illegal pattern " + quotedValue(pattern) + ": " + error);
             }
-            lastPattern_ = pattern;
+            isCompiled_ = true;
         }
         return compiled_.matches(text);
     }
@@ -94,7 +100,8 @@ private:
     const std::unique_ptr<StringNode> text_;
     const std::unique_ptr<StringNode> pattern_;
     const bool keepsText_;  // evaluating the pattern may run script code
-    std::optional<FND::String> lastPattern_;
+    FND::String lastPattern_;
+    bool isCompiled_ = false;  // lastPattern_ is, or is illegal
     WholePattern compiled_;
 };
 

@@ -73,6 +73,8 @@ std::unique_ptr<Node> makeArrayAccess(const Variable* prototype, Arguments&&... 
             return make(std::type_identity<NexidArrayAccess<Operands...>>());
         case TypeCode::Adt:
             return make(std::type_identity<AdtArrayAccess<Operands...>>());
+        case TypeCode::File:
+            return make(std::type_identity<FileArrayAccess<Operands...>>());
         case TypeCode::Array:
             return make(std::type_identity<ArrayArrayAccess<Operands...>>());
         case TypeCode::Hash:
@@ -103,6 +105,8 @@ std::unique_ptr<Node> makeHashAccess(const Variable* prototype, Arguments&&... a
             return make(std::type_identity<NexidHashAccess<Operands...>>());
         case TypeCode::Adt:
             return make(std::type_identity<AdtHashAccess<Operands...>>());
+        case TypeCode::File:
+            return make(std::type_identity<FileHashAccess<Operands...>>());
         case TypeCode::Array:
             return make(std::type_identity<ArrayHashAccess<Operands...>>());
         case TypeCode::Hash:

@@ -9,6 +9,7 @@
 
 #include "scr/Array.h"
 #include "scr/ElementPlace.h"
+#include "scr/FileData.h"
 #include "scr/Hash.h"
 #include "scr/KeyHash.h"
 #include "scr/Memory.h"
@@ -329,6 +330,30 @@ private:
     const Container* const prototype_;  // the outer container's
 };
 
+/// An element that is a file; none where there is no element.
+template <class Element>
+class FileElementAccess final : public FileData {
+public:
+    template <class... Arguments>
+    explicit FileElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
+        : element_(std::forward<Arguments>(arguments)...) {}
+
+    std::int32_t execute() override {
+        find();
+        return goOn;
+    }
+    void note(PlaceTrail& trail) override { element_.note(trail); }
+    void follow(PlaceTrail& trail) override {
+        trail.rewind();
+        variable_ = element_.follow(trail);
+    }
+
+private:
+    void findElement() override { variable_ = element_.find(); }
+
+    Element element_;
+};
+
 // The accesses by name, for a kind of container and a kind of index or key.
 
 template <class... Operands>
@@ -345,6 +370,8 @@ template <class... Operands>
 using NexidArrayAccess = ElementAccess<NexidType, ArrayElement<NexidVariable, Operands...>>;
 template <class... Operands>
 using AdtArrayAccess = AdtElementAccess<ArrayElement<AdtVariable, Operands...>>;
+template <class... Operands>
+using FileArrayAccess = FileElementAccess<ArrayElement<FileVariable, Operands...>>;
 template <class... Operands>
 using ArrayArrayAccess = ContainerElementAccess<ArrayNode, Array, ArrayElement<Array, Operands...>>;
 template <class... Operands>
@@ -364,6 +391,8 @@ template <class... Operands>
 using NexidHashAccess = ElementAccess<NexidType, HashElement<NexidVariable, Operands...>>;
 template <class... Operands>
 using AdtHashAccess = AdtElementAccess<HashElement<AdtVariable, Operands...>>;
+template <class... Operands>
+using FileHashAccess = FileElementAccess<HashElement<FileVariable, Operands...>>;
 template <class... Operands>
 using ArrayHashAccess = ContainerElementAccess<ArrayNode, Array, HashElement<Array, Operands...>>;
 template <class... Operands>

@@ -5,6 +5,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/ChargedText.h"
 
 namespace SCR {
 
@@ -22,14 +23,14 @@ public:
     void add(long index) { indices_.push_back(index); }
     void add(const FND::String& key) {
         if (keyCount_ == keys_.size()) keys_.emplace_back();
-        keys_[keyCount_++] = key;
+        keys_[keyCount_++].assign(key);
     }
     long nextIndex() { return indices_[nextIndex_++]; }
-    const FND::String& nextKey() { return keys_[nextKey_++]; }
+    const FND::String& nextKey() { return keys_[nextKey_++].text(); }
 
 private:
     std::vector<long> indices_;
-    std::vector<FND::String> keys_;  // those beyond keyCount_ only keep their memory
+    std::vector<ChargedText> keys_;  // those beyond keyCount_ only keep their memory
     std::size_t keyCount_ = 0;
     std::size_t nextIndex_ = 0;
     std::size_t nextKey_ = 0;

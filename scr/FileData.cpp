@@ -1,26 +1,46 @@
 #include "scr/FileData.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include <stdio_ext.h>
 
 #include "scr/Memory.h"
 #include "scr/RunControl.h"
 #include "scr/Variable.h"
+#include "scr/Work.h"
 
 namespace SCR {
 
-bool FileData::open(const FND::String& name, const FND::String& mode, const RunControl* control,
+void FileData::note(PlaceTrail& /*trail*/) {}
+
+void FileData::follow(PlaceTrail& /*trail*/) {}
+
+bool FileData::open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles,
                     const FileAccess* files) {
-    return variable_->open(name, mode, control, files);
+    return variable_ != nullptr && variable_->open(name, mode, openFiles, files);
 }
 
-void FileData::close() { variable_->close(); }
+void FileData::close() {
+    if (variable_ != nullptr) variable_->close();
+}
 
-bool FileData::isOpen() const { return variable_->stream() != nullptr; }
+bool FileData::isOpen() const { return variable_ != nullptr && variable_->stream() != nullptr; }
 
 bool FileData::writeString(const FND::String& text) {
-    return isOpen() && std::fwrite(text.data(), text.size(), 1, variable_->stream()) == 1;
+    if (!isOpen()) return false;
+    bool isWritten = false;
+    inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
+        if (begin > 0 && !isWritten) return;
+        isWritten = std::fwrite(text.data() + begin, end - begin, 1, variable_->stream()) == 1;
+    });
+    // A file that was not opened for writing has not lost anything.
+    if (!isWritten && !text.empty() && __fwritable(variable_->stream()) != 0) {
+        variable_->noteFailure(errno);
+    }
+    return isWritten;
 }
 
 bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
@@ -66,12 +86,20 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
 
 bool FileData::eof() const { return !isOpen() || std::feof(variable_->stream()) != 0; }
 
-bool FileData::flush() { return isOpen() && std::fflush(variable_->stream()) == 0; }
+bool FileData::flush() {
+    if (!isOpen()) return false;
+    if (std::fflush(variable_->stream()) == 0) return true;
+    variable_->noteFailure(errno);
+    return false;
+}
 
 std::int64_t FileData::tell() const { return isOpen() ? ftello(variable_->stream()) : -1; }
 
 bool FileData::seek(long offset) {
-    return offset >= 0 && isOpen() && fseeko(variable_->stream(), offset, SEEK_SET) == 0;
+    if (offset < 0 || !isOpen()) return false;
+    // To move writes out what is buffered, and would fail without saying what failed.
+    if (__fpending(variable_->stream()) > 0 && !flush()) return false;
+    return fseeko(variable_->stream(), offset, SEEK_SET) == 0;
 }
 
 }  // namespace SCR

@@ -9,24 +9,35 @@ namespace SCR {
 
 class FileAccess;
 class FileVariable;
-class RunControl;
+class OpenFiles;
+class PlaceTrail;
 
 /// Links a file function to the File variable that it works on; the variable is not owned. It has
-/// no value and is never executed.
-class KESTREL_API FileData final : public Node {
+/// no value. That of a named variable is never executed.
+class KESTREL_API FileData : public Node {
 public:
     explicit FileData(FileVariable* variable) : variable_(variable) {}
 
+    /// Finds the variable that the operations work on, up to the next call: an element of a
+    /// container may not be there as long as the node. Nothing to do for a named variable.
+    void find() {
+        if (isElement_) findElement();
+    }
+    /// The same in two steps, between which script code may run: evaluates indices and keys and
+    /// adds them to `trail`, then finds the variable by them.
+    virtual void note(PlaceTrail& trail);
+    virtual void follow(PlaceTrail& trail);
+
     /// Closes the stream held, then opens `name` with the C stream mode `mode`;
-    /// `FileVariable::open` tells more of that, of `control` and of `files`. True when a stream is
+    /// `FileVariable::open` tells more of that, of `openFiles` and of `files`. True when a stream is
     /// open now. errno is cleared before and tells the cause after a failure.
-    bool open(const FND::String& name, const FND::String& mode, const RunControl* control = nullptr,
+    bool open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles = nullptr,
               const FileAccess* files = nullptr);
     /// Closes the stream if one is open.
     void close();
     bool isOpen() const;
-    /// Writes the bytes of `text` as one block; true only if the whole block was written, so false
-    /// for an empty text and without a stream.
+    /// Writes the bytes of `text`; true only if all of them were written, so false for an empty
+    /// text and without a stream.
     bool writeString(const FND::String& text);
     /// Reads at most `maxLength` bytes up to and including a line end into `target`, up to the
     /// first NUL. False, with `target` unchanged, without a stream, when nothing can be read
@@ -45,8 +56,17 @@ public:
     /// without a stream and on failure.
     bool seek(long offset);
 
+protected:
+    /// For elements of containers.
+    FileData() : variable_(nullptr), isElement_(true) {}
+    virtual void findElement() {}
+
+    /// Null when there is no variable, as for an element that cannot be had: all operations fail
+    /// then as on a closed file.
+    FileVariable* variable_;
+
 private:
-    FileVariable* const variable_;
+    const bool isElement_ = false;
     FND::String line_;  // the line read last, kept for its room
 };
 

@@ -133,9 +133,7 @@ std::vector<const FND::String*> Hash::keys() const {
         const std::string_view key = keyIn(slot);
         countWork(slotSize());
         if (std::exchange(isFirst, false)) common = key;
-        if (key.starts_with(common)) return;
-        const auto end = std::mismatch(common.begin(), common.end(), key.begin(), key.end()).first;
-        common = common.substr(0, static_cast<std::size_t>(end - common.begin()));
+        common = common.substr(0, commonLength(common, key));
     });
 
     std::vector<SortedKey> order;
@@ -147,7 +145,8 @@ std::vector<const FND::String*> Hash::keys() const {
     });
     std::sort(order.begin(), order.end(), [](const SortedKey& a, const SortedKey& b) {
         countWork(sizeof(SortedKey));
-        return a.head != b.head ? a.head < b.head : *a.key < *b.key;
+        if (a.head != b.head) return a.head < b.head;
+        return isLong(a.key->size()) ? compareLong(*a.key, *b.key) < 0 : *a.key < *b.key;
     });
 
     std::vector<const FND::String*> keys;

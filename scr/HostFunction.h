@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "scr/ChargedText.h"
 #include "scr/ElementPlace.h"
 #include "scr/FctDescr.h"
 #include "scr/HostTypes.h"
@@ -39,11 +40,11 @@ public:
         if (keeps) [[unlikely]]
             copy_.emplace(value);
     }
-    const Value& get() const { return copy_ ? *copy_ : *value_; }
+    const Value& get() const { return copy_ ? copy_->value() : *value_; }
 
 private:
     const Value* value_;
-    std::optional<Value> copy_;
+    std::optional<HeldCopy<Value>> copy_;
 };
 
 /// An argument of a type that nodes give by value.
@@ -108,13 +109,33 @@ private:
     Given slot_;
 };
 
+/// A value that a callable changes.
+template <class Value>
+class ChangedValue {
+public:
+    void assign(const Value& value) { value_ = value; }
+    Value& get() { return value_; }
+
+private:
+    Value value_{};
+};
+template <>
+class ChangedValue<FND::String> {
+public:
+    void assign(const FND::String& value) { text_.assign(value); }
+    FND::String& get() { return text_.text(); }
+
+private:
+    ChargedText text_;
+};
+
 template <class Parameter>
 class Slot<Parameter, Passing::Out> {
 public:
     using Type = typename TypeOf<std::remove_cvref_t<Parameter>>::Type;
     using Value = typename Type::Value;
     struct Argument {
-        Value value{};
+        ChangedValue<Value> value;
         PlaceTrail trail;  // to the element that was read, which is the one to be written
     };
     static constexpr int typeWord = Type::typeCode | TypeCode::LeftFlag;
@@ -127,21 +148,21 @@ public:
     Argument evaluate() {
         Argument argument = std::move(spare_);
         if (place_ == nullptr) {
-            argument.value = node_->result();
+            argument.value.assign(node_->result());
             return argument;
         }
         argument.trail.clear();
         place_->note(argument.trail);
         const Value* const value = follow(argument);
-        argument.value = value != nullptr ? *value : Value{};
+        argument.value.assign(value != nullptr ? *value : Value{});
         return argument;
     }
-    static Value& passOn(Argument& argument) { return argument.value; }
+    static Value& passOn(Argument& argument) { return argument.value.get(); }
     void store(Argument& argument) {
         if (place_ == nullptr) {
-            node_->set(argument.value);
+            node_->set(argument.value.get());
         } else if (Value* const value = follow(argument)) {
-            SCR::store(*value, argument.value);
+            SCR::store(*value, argument.value.get());
         }
         spare_ = std::move(argument);
     }

@@ -1,6 +1,7 @@
 #include "scr/Interpreter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "fnd/TimeZone.h"
@@ -22,6 +23,7 @@ namespace {
 
 constexpr const char* beginFunctionS = "BEGIN";
 constexpr const char* endFunctionS = "END";
+constexpr std::string_view standardOutputS = "standard output";
 const FND::String outOfMemoryS = "ERROR: out of memory";
 
 // Makes the next push_back allocate nothing, so that it can not fail once an object is taken over.
@@ -144,7 +146,7 @@ void Interpreter::discardScript() {
     query_.reset();
     queryBuffers_ = 0;
     growing_.clear();
-    runControl_.clearCharges();
+    runControl_.clearCharges(heapBytes());
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
@@ -241,7 +243,31 @@ bool Interpreter::runFunction(const FND::String& name) {
            });
 }
 
-bool Interpreter::finish() { return !std::exchange(runsEnd_, false) || runFunction(endFunctionS); }
+bool Interpreter::finish() {
+    const bool mayWait = !wasStopped();
+    const bool isDone = !std::exchange(runsEnd_, false) || runFunction(endFunctionS);
+    openFiles_.closeAll();
+    return flushOutput(mayWait && isDone) && isDone;
+}
+
+void Interpreter::print(const Node* place, std::string_view text) {
+    hasPrinted_ = true;
+    const bool isTaken = output_->write(text);
+    if (!isTaken) openFiles_.failures().add(standardOutputS, errno);
+    // The standard output gives up when it has waited in vain; a host's may take its time.
+    if (!isTaken || output_ != &standardOutput()) runControl_.ask(place);
+}
+
+bool Interpreter::flushOutput(bool mayWait) {
+    if (!std::exchange(hasPrinted_, false)) return true;
+    const auto flush = [&] {
+        if (output_->flush(mayWait)) return true;
+        // What would have to wait is not lost yet.
+        if (mayWait || errno != EAGAIN) openFiles_.failures().add(standardOutputS, errno);
+        return true;
+    };
+    return mayWait ? enterRun(*this, flush) : contain(*this, flush);
+}
 
 bool Interpreter::capabilities(const Capabilities& capabilities) {
     return contain(*this, [&] {
@@ -358,6 +384,8 @@ bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
 std::int64_t Interpreter::heapBytes() const {
     std::size_t bytes = 0;
     for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
+    if (mainExtension_ != nullptr) bytes += mainExtension_->heapBytes();
+    bytes += openFiles_.heapBytes();
     return static_cast<std::int64_t>(bytes);
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "fnd/Export.h"
@@ -12,6 +13,8 @@
 #include "scr/Limits.h"
 #include "scr/Log.h"
 #include "scr/NameTable.h"
+#include "scr/OpenFiles.h"
+#include "scr/Output.h"
 #include "scr/PlaceTable.h"
 #include "scr/RunControl.h"
 
@@ -80,7 +83,9 @@ public:
     /// statement gave another code, the script was stopped, or no script is compiled.
     bool execute();
     /// Runs the function "END", if a compiled script defines one and it did not run yet; the
-    /// destructor does not run it again then. False when it was stopped.
+    /// destructor does not run it again then. Closes the files that scripts have open, and flushes
+    /// the output if something was printed; what fails then is noted in `outputFailures`. False
+    /// when it was stopped, as while the reader of a pipe kept it waiting.
     bool finish();
     /// Evaluates the query compiled last into `value`. False, with `value` unchanged, when there is
     /// none or the evaluation was stopped.
@@ -146,6 +151,13 @@ public:
     /// any other stack are held by the limit of the depth alone then.
     void stackEnd(const void* lowest) { runControl_.stackEnd(lowest); }
 
+    /// Sets where `logStdout` writes; null is `standardOutput()`, as at first. Not owned, and must
+    /// outlive the interpreter.
+    void output(Output* output) { output_ = output != nullptr ? output : &standardOutput(); }
+    /// What became known, since it was cleared last, of outputs that failed: that of `logStdout`
+    /// and the files that scripts wrote. It is complete after `finish`.
+    OutputFailures& outputFailures() { return openFiles_.failures(); }
+
     // What a log throws is dropped with its message.
 
     /// Logs `message` as an error.
@@ -190,6 +202,11 @@ public:
     RunControl& runControl() { return runControl_; }
     /// The files that the script under compilation may use.
     const std::shared_ptr<const FileAccess>& files() const { return files_; }
+    /// Writes `text` to the output for the node `place`, and stops the script if it has to stop
+    /// after that. A failure is noted.
+    void print(const Node* place, std::string_view text);
+    /// The files that scripts have open.
+    OpenFiles& openFiles() { return openFiles_; }
     /// What the values of the script's variables take beside the variables themselves.
     std::int64_t heapBytes() const;
     /// The built-in library.
@@ -210,6 +227,7 @@ private:
     bool expand(const FND::String& text, ExpandedText& expanded);
     void discardScript();
     bool runFunction(const FND::String& name);
+    bool flushOutput(bool mayWait);
 
     Log* const log_;
     std::vector<Node*> statementStack_;
@@ -238,6 +256,9 @@ private:
     PlaceTable places_;
     std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
     RunControl runControl_;
+    OpenFiles openFiles_{runControl_};
+    Output* output_ = &standardOutput();  // not owned
+    bool hasPrinted_ = false;             // what may wait in the output
 };
 
 }  // namespace SCR

@@ -72,6 +72,37 @@ int compareLong(std::string_view a, std::string_view b) {
     return a.size() < b.size() ? -1 : static_cast<int>(a.size() > b.size());
 }
 
+std::size_t commonLength(std::string_view a, std::string_view b) {
+    const std::size_t common = std::min(a.size(), b.size());
+    std::size_t at = 0;
+    while (at < common) {
+        const std::size_t size = std::min(textPieceSizeS, common - at);
+        if (std::memcmp(a.data() + at, b.data() + at, size) != 0) {
+            return static_cast<std::size_t>(
+                std::mismatch(a.begin() + static_cast<std::ptrdiff_t>(at), a.end(),
+                              b.begin() + static_cast<std::ptrdiff_t>(at))
+                    .first -
+                a.begin());
+        }
+        countString(size);
+        at += size;
+    }
+    return common;
+}
+
+std::size_t findByte(std::string_view text, char byte) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t size = std::min(textPieceSizeS, text.size() - at);
+        const void* const found = std::memchr(text.data() + at, byte, size);
+        if (found != nullptr) {
+            return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+        }
+        countString(size);
+        at += size;
+    }
+    return text.size();
+}
+
 const char* findLong(std::string_view text, std::string_view part) {
     if (part.size() > text.size()) return nullptr;
     const std::uint64_t weight = Fingerprint::power(part.size());

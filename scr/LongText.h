@@ -18,6 +18,12 @@ constexpr std::size_t textPieceSizeS = 64 * 1024;
 /// Compares the bytes of two texts as unsigned numbers: negative, 0 or positive.
 KESTREL_API int compareLong(std::string_view a, std::string_view b);
 
+/// How many bytes both texts begin with.
+KESTREL_API std::size_t commonLength(std::string_view a, std::string_view b);
+
+/// The place of the first `byte` in `text`; the length of `text` without one.
+KESTREL_API std::size_t findByte(std::string_view text, char byte);
+
 /// Whether two texts are equal.
 inline bool areEqual(const FND::String& a, const FND::String& b) {
     if (isLong(a.size())) [[unlikely]]

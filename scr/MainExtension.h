@@ -45,6 +45,8 @@ public:
         return mutexes_.acquire(handle, ask);
     }
     bool mutexRelease(long handle) { return mutexes_.release(handle); }
+    /// Bytes that the script mutexes take.
+    std::size_t heapBytes() const { return mutexes_.heapBytes(); }
 
     /// The number of entries of the shared table; 0 when no instance is alive.
     static std::size_t tableSize();

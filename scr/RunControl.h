@@ -93,8 +93,11 @@ public:
     }
     /// The bytes outside the variables that are charged now.
     std::int64_t buffers() const { return buffers_; }
-    /// Forgets what was charged: the script is gone.
-    void clearCharges() { charged_ = buffers_ = 0; }
+    /// Forgets what was charged but for `kept` bytes: the script is gone.
+    void clearCharges(std::int64_t kept) {
+        charged_ = kept;
+        buffers_ = 0;
+    }
 
     const Limits& limits() const { return limits_; }
     /// Sets what the checks go by from now on. The time and the steps of a run under way stay.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "scr/Memory.h"
+
 namespace SCR {
 
 long ScriptMutexes::create() {
@@ -10,7 +12,9 @@ long ScriptMutexes::create() {
     std::size_t handle = firstUnused_;
     while (handle < entries_.size() && entries_[handle].isUsed) ++handle;
     if (handle == entries_.size()) {
+        chargeMemory(entryBytesCM);
         entries_.emplace_back();
+        ++size_;
     } else {
         entries_[handle].isUsed = true;
     }

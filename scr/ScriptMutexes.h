@@ -20,7 +20,8 @@ public:
     ScriptMutexes(const ScriptMutexes&) = delete;
     ScriptMutexes& operator=(const ScriptMutexes&) = delete;
 
-    /// A new, or reused, live handle.
+    /// A new, or reused, live handle. A new one takes memory, as long as this object lives, which
+    /// is charged to the script that the calling thread runs.
     long create();
     /// Unlocks the mutex, whoever holds it, and frees its handle; false for a handle not live.
     bool destroy(long handle);
@@ -29,6 +30,9 @@ public:
     bool acquire(long handle, const std::function<void()>& ask = {});
     /// Unlocks; harmless on a free mutex; false for a handle not live.
     bool release(long handle);
+
+    /// Bytes that all handles take.
+    std::size_t heapBytes() const { return size_ * entryBytesCM; }
 
 private:
     // A flag with a condition instead of a bare mutex, since any thread may unlock it.
@@ -39,12 +43,16 @@ private:
         std::condition_variable unlocked;
     };
 
+    // An entry with its share of the deque's own blocks.
+    static constexpr std::size_t entryBytesCM = sizeof(Entry) + sizeof(Entry) / 4;
+
     static void unlock(Entry& entry);
 
     Entry* find(long handle);
 
-    std::deque<Entry> entries_;    // entries never move
-    std::size_t firstUnused_ = 0;  // no entry before it is unused
+    std::deque<Entry> entries_;          // entries never move
+    std::atomic<std::size_t> size_ = 0;  // of entries_
+    std::size_t firstUnused_ = 0;        // no entry before it is unused
     std::mutex instanceMutex_;
 };
 

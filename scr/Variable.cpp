@@ -1,13 +1,19 @@
 #include "scr/Variable.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <new>
+#include <string_view>
+#include <utility>
 
 #include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "scr/FileAccess.h"
+#include "scr/Memory.h"
+#include "scr/OpenFiles.h"
 #include "scr/WaitingFile.h"
 
 namespace SCR {
@@ -17,16 +23,15 @@ namespace {
 // Larger than the C library's own buffers: reading lines takes a sixth less time.
 constexpr std::size_t bufferSizeS = 32 * 1024;
 
-// The mode to open with, so that the C library looks at all of it and does no more than that: it
-// would also take conversions of characters, and maps that end the process as a file shrinks.
-bool makeMode(const FND::String& mode, FND::String& checked) {
-    constexpr std::size_t longest = 6;
-    const FND::String given = mode.c_str();
-    if (given.empty() || given.size() > longest) return false;
-    if (given.find_first_of("rwa") != 0) return false;
-    if (given.find_first_not_of("+btxce", 1) != FND::String::npos) return false;
-    checked = given;
-    checked.insert(1, 1, 'e');
+// What an open stream takes: with its buffer and the C library's own part of it.
+constexpr std::size_t streamBytesS = bufferSizeS + 2048;
+
+// Whether the C library knows the coding that a mode names after ",ccs=". It is asked with a file
+// that is always there.
+bool isKnownCoding(std::string_view coding) {
+    std::FILE* const stream = std::fopen("/dev/null", ("r" + FND::String(coding)).c_str());
+    if (stream == nullptr) return false;
+    std::fclose(stream);
     return true;
 }
 
@@ -36,6 +41,26 @@ std::FILE* openStream(const FileAccess& files, const FND::String& name, const ch
     std::FILE* const stream = fdopen(handle, mode);
     if (stream == nullptr) ::close(handle);
     return stream;
+}
+
+// What a mode asks for, written as short as can be: one of "r", "w" and "a" and then "+", "x" and
+// "e". Of the letters after the first the C library reads six and passes over those that mean
+// nothing to it. Conversions would make of the stream one that takes no bytes, and maps end the
+// process as a file shrinks: those are left out. False for what the C library does not take.
+bool readMode(const FND::String& mode, FND::String& read) {
+    constexpr std::size_t most = 7;
+    constexpr std::size_t longest = 1024;  // no name of a coding comes after that
+    const std::string_view given(mode.c_str(), strnlen(mode.c_str(), longest));
+    if (given.empty() || std::string_view("rwa").find(given.front()) == std::string_view::npos) {
+        return false;
+    }
+    const std::string_view letters = given.substr(1, most - 1);
+    read = given.front();
+    if (letters.find('+') != std::string_view::npos) read += '+';
+    if (letters.find('x') != std::string_view::npos) read += 'x';
+    read += 'e';
+    const std::size_t coding = given.find(",ccs=", 1);
+    return coding == std::string_view::npos || isKnownCoding(given.substr(coding));
 }
 
 }  // namespace
@@ -48,41 +73,59 @@ FileVariable::~FileVariable() { close(); }
 
 Variable* FileVariable::clone() const { return new FileVariable; }
 
-bool FileVariable::open(const FND::String& name, const FND::String& mode, const RunControl* control,
+std::size_t FileVariable::heapBytes() const { return streamBytesS + SCR::heapBytes(name_); }
+
+bool FileVariable::open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles,
                         const FileAccess* files) {
     if (files == nullptr) files = FileAccess::any().get();
     close();
     errno = 0;
-    FND::String checked;
-    if (!makeMode(mode, checked)) {
+    FND::String read;
+    if (!readMode(mode, read)) {
         errno = EINVAL;
+        return false;
+    }
+    if (strnlen(name.c_str(), PATH_MAX) == PATH_MAX) {
+        errno = ENAMETOOLONG;
         return false;
     }
     struct stat status {};
     const bool mayWait =
         files->status(name, status) && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+    name_ = name.c_str();
+    chargeMemory(heapBytes());
+    if (!mayWait) buffer_.reset(new (std::nothrow) char[bufferSizeS]);
     errno = 0;
     if (mayWait) {
-        stream_ = WaitingFile::openStream(*files, name, checked.c_str(), control);
+        const RunControl* const control = openFiles != nullptr ? &openFiles->control() : nullptr;
+        stream_ = WaitingFile::openStream(*files, name, read.c_str(), control);
     } else if (files->isAny()) {
-        stream_ = std::fopen(name.c_str(), checked.c_str());
+        stream_ = std::fopen(name.c_str(), read.c_str());
     } else {
-        stream_ = openStream(*files, name, checked.c_str());
+        stream_ = openStream(*files, name, read.c_str());
     }
-    if (stream_ == nullptr) return false;
+    if (stream_ == nullptr) {
+        buffer_.reset();
+        return false;
+    }
     // Only this variable uses the stream.
     __fsetlocking(stream_, FSETLOCKING_BYCALLER);
-    if (!mayWait) {
-        if (!buffer_) buffer_.reset(new (std::nothrow) char[bufferSizeS]);
-        if (buffer_) std::setvbuf(stream_, buffer_.get(), _IOFBF, bufferSizeS);
-    }
+    if (buffer_) std::setvbuf(stream_, buffer_.get(), _IOFBF, bufferSizeS);
+    openFiles_ = openFiles;
+    if (openFiles_ != nullptr) openFiles_->add(*this);
     return true;
 }
 
-void FileVariable::close() {
+void FileVariable::close() noexcept {
     if (stream_ == nullptr) return;
-    std::fclose(stream_);
+    if (std::fclose(stream_) != 0) noteFailure(errno);
     stream_ = nullptr;
+    buffer_.reset();
+    const int error = std::exchange(error_, 0);
+    OpenFiles* const openFiles = std::exchange(openFiles_, nullptr);
+    if (openFiles == nullptr) return;
+    openFiles->remove(*this);
+    if (error != 0) openFiles->failures().add(name_, error);
 }
 
 }  // namespace SCR

@@ -14,7 +14,7 @@
 namespace SCR {
 
 class FileAccess;
-class RunControl;
+class OpenFiles;
 
 /// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
 /// function, interpreter, extension) or by the container that cloned it. Its value persists from
@@ -124,21 +124,38 @@ public:
     void stream(std::FILE* stream) { stream_ = stream; }
 
     /// Opens the file `name` with the C stream mode `mode`, in place of the stream held, which is
-    /// closed. False, with errno set, when that fails, and for a mode that is not made of one of
-    /// "r", "w" and "a" and at most five of "+", "b", "t", "x", "c" and "e". Programs that the
-    /// process starts do not inherit the file.
+    /// closed. False, with errno set, when that fails. Takes the modes that the C library takes;
+    /// whatever they ask for, bytes are not converted, files are not mapped into memory, and
+    /// programs that the process starts do not inherit the file.
     ///
-    /// Where opening or using the file keeps the script of `control` waiting, as a pipe may, that
-    /// fails once the script has to stop. `control` must outlive the stream; without one the
-    /// stream waits as any does. `files` are those that may be opened, null for any.
-    bool open(const FND::String& name, const FND::String& mode, const RunControl* control = nullptr,
+    /// `openFiles` are those of the interpreter whose script opens it; this file is one of them then
+    /// until it is closed, and must be closed or destroyed before them. What it takes is charged.
+    /// Where opening or using the file keeps the script waiting, as a pipe may, that fails once the
+    /// script has to stop; without `openFiles` the stream waits as any does. `files` are those that
+    /// may be opened, null for any.
+    bool open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles = nullptr,
               const FileAccess* files = nullptr);
-    /// Writes out what is buffered and closes the stream, if one is held.
-    void close();
+    /// Writes out what is buffered and closes the stream, if one is held. What was not written, now
+    /// or before, is noted as a failure of `openFiles`.
+    void close() noexcept;
+    /// Says that bytes were not written, with the cause as errno tells it.
+    void noteFailure(int error) {
+        if (error_ == 0) error_ = error;
+    }
+
+    /// Bytes that an open file takes.
+    std::size_t heapBytes() const;
 
 private:
+    friend class OpenFiles;
+
     std::FILE* stream_ = nullptr;
     std::unique_ptr<char[]> buffer_;  // of the stream, if it is that of a regular file
+    FND::String name_;                // of the file that is open
+    int error_ = 0;                   // of the first write that failed
+    OpenFiles* openFiles_ = nullptr;  // those that this file is one of
+    FileVariable* previous_ = nullptr;
+    FileVariable* next_ = nullptr;
 };
 
 }  // namespace SCR

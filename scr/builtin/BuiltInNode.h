@@ -6,12 +6,14 @@
 #include <type_traits>
 #include <utility>
 
+#include "scr/ElementPlace.h"
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
 #include "scr/Interpreter.h"
 #include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/Types.h"
+#include "scr/builtin/StringResult.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -122,11 +124,24 @@ template <>
 struct OperandSlot<FileType> {
     using Node = FileData;
     using Argument = FileData&;
-    using Held = FileData*;
+    struct Held {
+        FileData* node;
+        PlaceTrail trail;
+    };
 
-    Argument evaluate() { return *node; }
-    Held hold() { return node.get(); }
-    static Argument argument(Held& held) { return *held; }
+    Argument evaluate() {
+        node->find();
+        return *node;
+    }
+    Held hold() {
+        Held held{node.get(), {}};
+        node->note(held.trail);
+        return held;
+    }
+    static Argument argument(Held& held) {
+        held.node->follow(held.trail);
+        return *held.node;
+    }
 
     std::unique_ptr<Node> node;
 };
@@ -224,6 +239,8 @@ private:
             return static_cast<Derived*>(this)->value(*interpreter_, arguments...);
         } else if constexpr (std::is_same_v<Value, FND::String>) {
             static_cast<Derived*>(this)->value(*interpreter_, result_, arguments...);
+            if (!checkResultSize(*interpreter_, result_.size())) [[unlikely]]
+                result_.clear();
             return static_cast<const Value&>(result_);
         } else {
             result_ = static_cast<Derived*>(this)->value(*interpreter_, arguments...);

@@ -116,27 +116,33 @@ public:
         if (copiesKeys_) return resultByCopy(hash);
         Array* const array = array_->result();
         if (hash == nullptr || array == nullptr) return -1;
-        return store(*array, keysOf(*hash));
+        const BufferCharge charge(sortingBytes(*hash));
+        return store(*array, hash->keys());
     }
 
 private:
-    // Charged by what sorting them takes.
-    static std::vector<const FND::String*> keysOf(const Hash& hash) {
-        const BufferCharge charge(hash.size() * 3 * sizeof(void*));
-        return hash.keys();
-    }
+    // What `Hash::keys` takes.
+    static std::size_t sortingBytes(const Hash& hash) { return hash.size() * 3 * sizeof(void*); }
 
     // Evaluating the array may run script code, which may end the hash.
     long resultByCopy(const Hash* hash) {
-        std::vector<HeldCopy<FND::String>> copies;
+        using Copy = HeldCopy<FND::String>;
+        const std::size_t size = hash != nullptr ? hash->size() : 0;
+        const BufferCharge charge(size * (sizeof(Copy) + sizeof(void*)));
+        std::vector<Copy> copies;
+        copies.reserve(size);
         if (hash != nullptr) {
-            for (const FND::String* key : keysOf(*hash)) copies.emplace_back(*key);
+            const BufferCharge sorting(sortingBytes(*hash));
+            for (const FND::String* key : hash->keys()) {
+                copies.emplace_back(*key);
+                countWork(sizeof(Copy));
+            }
         }
         Array* const array = array_->result();
         if (hash == nullptr || array == nullptr) return -1;
         std::vector<const FND::String*> keys;
-        keys.reserve(copies.size());
-        for (const HeldCopy<FND::String>& copy : copies) keys.push_back(&copy.value());
+        keys.reserve(size);
+        for (const Copy& copy : copies) keys.push_back(&copy.value());
         return store(*array, keys);
     }
 

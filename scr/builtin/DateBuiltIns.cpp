@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "fnd/Portable.h"
 #include "scr/builtin/BuiltIn.h"
@@ -11,7 +13,27 @@ namespace {
 
 using FND::DateTime;
 
-/// A script asks for local time by "%L" in a format, which shows the name of the zone.
+/// Where the first "%L" in `format` has its letter; `npos` without one. By it a script asks for
+/// local time; it shows the name of the zone.
+std::size_t findLocal(const FND::String& format) {
+    std::size_t letter = FND::String::npos;
+    inPieces(format.size(), [&](std::size_t begin, std::size_t end) {
+        if (letter != FND::String::npos) return;
+        // Formats are full of "%" and seldom have an "L".
+        const std::string_view read = std::string_view(format).substr(0, end);
+        letter = read.find('L', std::max<std::size_t>(begin, 1));
+        while (letter != FND::String::npos && format[letter - 1] != '%') {
+            letter = read.find('L', letter + 1);
+        }
+    });
+    return letter;
+}
+
+DateTime::Zone zoneFor(std::size_t letter) {
+    return letter == FND::String::npos ? DateTime::Zone::Utc : DateTime::Zone::Local;
+}
+
+/// A format that is not long.
 class DateFormat {
 public:
     /// The format that the library's directives express, in storage of this object or `format`
@@ -30,12 +52,8 @@ public:
 
 private:
     const FND::String& find(const FND::String& format, DateTime::Zone& zone) {
-        // Formats are full of "%" and seldom have an "L".
-        std::size_t letter = format.find('L', 1);
-        while (letter != FND::String::npos && format[letter - 1] != '%') {
-            letter = format.find('L', letter + 1);
-        }
-        zone = letter == FND::String::npos ? DateTime::Zone::Utc : DateTime::Zone::Local;
+        const std::size_t letter = findLocal(format);
+        zone = zoneFor(letter);
         if (letter == FND::String::npos) return format;
         local_ = format;
         local_[letter] = 'Z';
@@ -60,7 +78,9 @@ public:
         auto node = DateFunction::build(interpreter, stack);
         if (hasFormat) {
             const FND::String* const format = constantOf<StringType>(node->template operand<1>());
-            if (SpecialisesNodes && format != nullptr) node->format_.fix(*format);
+            if (SpecialisesNodes && format != nullptr && !isLong(format->size())) {
+                node->format_.fix(*format);
+            }
         }
         return node.release();
     }
@@ -74,10 +94,35 @@ public:
     void value(Interpreter& interpreter, FND::String& result, const DateTime& date,
                const FND::String* format) {
         if (format == nullptr) return date.format(result);
+        if (isLong(format->size())) return formatLong(interpreter, result, date, *format);
         DateTime::Zone zone{};
         const FND::String& directives = format_.directives(*format, zone);
         if (zone == DateTime::Zone::Utc) return date.format(result, directives, zone);
         date.format(result, directives, interpreter.timeZone());
+    }
+
+private:
+    static void formatLong(Interpreter& interpreter, FND::String& result, const DateTime& date,
+                           const FND::String& format) {
+        constexpr std::size_t pieceSize = 1024;
+        if (!date.isValid()) return date.format(result);
+        const std::size_t letter = findLocal(format);
+        const DateTime::Zone zone = zoneFor(letter);
+        result.clear();
+        FND::String pattern;
+        FND::String text;
+        for (std::size_t at = 0; at < format.size(); at += pattern.size()) {
+            pattern = DateTime::patternFront(std::string_view(format).substr(at), pieceSize);
+            if (letter - at < pattern.size()) pattern[letter - at] = 'Z';
+            if (zone == DateTime::Zone::Utc) {
+                date.format(text, pattern, zone);
+            } else {
+                date.format(text, pattern, interpreter.timeZone());
+            }
+            if (!growResult(interpreter, result, result.size() + text.size())) return;
+            result += text;
+            countWork(pattern.size() + text.size());
+        }
     }
 };
 
@@ -85,8 +130,22 @@ class StrToDate final : public DateFunction<StrToDate, DateType(StringType)> {
 public:
     DateTime value(Interpreter& interpreter, const FND::String& text, const FND::String* format) {
         if (format == nullptr) return DateTime::parse(text);
+        if (isLong(format->size())) return parseLong(interpreter, text, *format);
         DateTime::Zone zone{};
-        return DateTime::parse(text, format_.directives(*format, zone), interpreter.timeZone());
+        const FND::String& directives = format_.directives(*format, zone);
+        return DateTime::parse(text, directives, interpreter.timeZone(), countWork);
+    }
+
+private:
+    static DateTime parseLong(Interpreter& interpreter, const FND::String& text,
+                              const FND::String& format) {
+        const FND::TimeZone& zone = interpreter.timeZone();
+        const std::size_t letter = findLocal(format);
+        if (letter == FND::String::npos) return DateTime::parse(text, format, zone, countWork);
+        const BufferCharge charge(blockBytes(format.size() + 1));
+        FND::String local = copyOf(format);
+        local[letter] = 'Z';
+        return DateTime::parse(text, local, zone, countWork);
     }
 };
 

@@ -1,10 +1,12 @@
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "scr/FctDescr.h"
 #include "scr/Types.h"
 #include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/StringResult.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
@@ -18,8 +20,7 @@ template <class Type>
 class Decode final : public Type::Node {
 public:
     /// The arguments of a function that takes any number of them come unchecked, types and all.
-    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
-                         const FctDescr& descriptor) {
+    static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
         const int count = stack.topNumParams();
         if (count < descriptor.minimum()) {
             SCR_YaccError(Messages::missingArguments(descriptor.minimum() - count));
@@ -39,6 +40,7 @@ public:
         if (!descriptor.checkType(Type::typeCode, stack.popType())) return nullptr;
         node->selector_ = stack.pop<typename Type::Node>();
         node->sortTable();
+        node->interpreter_ = &interpreter;
         return node.release();
     }
 
@@ -47,12 +49,20 @@ public:
         const auto entry = std::lower_bound(
             table_.begin(), table_.end(), selected,
             [](const Entry& left, typename Type::Argument right) { return left.first < right; });
-        return entry != table_.end() && entry->first == selected ? entry->second : default_;
+        return admit(entry != table_.end() && entry->first == selected ? entry->second : default_);
     }
 
 private:
     using Value = typename Type::Value;
     using Entry = std::pair<Value, Value>;
+
+    typename Type::Argument admit(typename Type::Argument value) const {
+        if constexpr (std::is_same_v<Type, StringType>) {
+            if (!checkResultSize(*interpreter_, value.size())) [[unlikely]]
+                return StringType::null();
+        }
+        return value;
+    }
 
     static bool popConstant(ParserStack& stack, const FctDescr& descriptor, Value& value) {
         if (!descriptor.checkType(Type::typeCode | TypeCode::ConstFlag, stack.popType())) {
@@ -73,6 +83,7 @@ private:
         table_.erase(end, table_.end());
     }
 
+    Interpreter* interpreter_ = nullptr;  // not owned; outlives the node
     std::unique_ptr<typename Type::Node> selector_;
     std::vector<Entry> table_;
     Value default_{};

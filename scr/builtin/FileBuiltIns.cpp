@@ -43,7 +43,7 @@ struct FileOpen final : NamedFileFunction<FileOpen, BoolType(FileType, StringTyp
     bool value(Interpreter& interpreter, FileData& file, const FND::String& name,
                const FND::String& mode) {
         return orStop(interpreter, this,
-                      file.open(name, mode, &interpreter.runControl(), &files()));
+                      file.open(name, mode, &interpreter.openFiles(), &files()));
     }
 };
 

@@ -112,8 +112,7 @@ struct HexStrToDecimal final
                   DecimalType(StringType, Optional<StringType>, Optional<LongType>)> {
     static FND::Decimal value(Interpreter& /*interpreter*/, const FND::String& text,
                               const FND::String* separator, std::optional<long> places) {
-        return FND::Decimal::fromHexString(text, separatorOf(separator),
-                                           placesOf(places, textPlacesS));
+        return readHexDecimal(text, separatorOf(separator), placesOf(places, textPlacesS));
     }
 };
 

@@ -86,4 +86,28 @@ FND::Decimal readDecimal(std::string_view text) {
     return FND::Decimal::fromString(number);
 }
 
+// As above; digits of the fraction beyond the first 32 do not count.
+FND::Decimal readHexDecimal(std::string_view text, char separator, int places) {
+    if (!isLong(text.size())) [[likely]]
+        return FND::Decimal::fromHexString(text, separator, places);
+    constexpr std::size_t enough = 32;
+    text = withoutBack(withoutFront(text, blanksS), blanksS);
+    FND::String number;
+    if (text.starts_with('-') || text.starts_with('+')) {
+        number = text.front();
+        text.remove_prefix(1);
+    }
+    const std::string_view whole = text.substr(0, findByte(text, separator));
+    const std::string_view digits = withoutFront(whole, '0');
+    if (digits.size() > enough) return FND::Decimal::invalid();
+    if (digits.size() < whole.size()) number += '0';
+    number += digits;
+    text.remove_prefix(whole.size());
+    const std::string_view fraction = text.substr(std::min<std::size_t>(text.size(), 1));
+    if (!withoutFront(fraction, std::string_view("0123456789abcdefABCDEF")).empty())
+        return FND::Decimal::invalid();
+    number += text.substr(0, 1 + enough);
+    return FND::Decimal::fromHexString(number, separator, places);
+}
+
 }  // namespace SCR

@@ -23,4 +23,7 @@ std::optional<unsigned long> readHex(std::string_view text);
 /// Reads a decimal number as `Decimal::fromString` does.
 FND::Decimal readDecimal(std::string_view text);
 
+/// Reads a number in base 16 as `Decimal::fromHexString` does.
+FND::Decimal readHexDecimal(std::string_view text, char separator, int places);
+
 }  // namespace SCR

@@ -194,14 +194,25 @@ private:
                 held.swap(*field);
                 source = &held;
             }
-            const std::size_t end = std::min(source->find(separator, start), source->size());
-            chargeGrowth(*field, end - start);
-            field->assign(*source, start, end - start);
-            countWork(sizeof(StringVariable) + end - start);
-            start = end + 1;
+            const std::string_view rest = std::string_view(*source).substr(start);
+            const std::size_t length = findByte(rest, separator);
+            assign(*field, rest.substr(0, length));
+            countWork(sizeof(StringVariable) + length);
+            start += length + 1;
         }
         array.truncate(count);
         return static_cast<long>(count);
+    }
+
+    static void assign(FND::String& field, std::string_view text) {
+        chargeGrowth(field, text.size());
+        if (!isLong(text.size())) [[likely]] {
+            field = text;
+            return;
+        }
+        field.clear();
+        field.reserve(text.size());
+        appendInPieces(field, text);
     }
 
     // The string of an element; null when it can not be had.

@@ -4,10 +4,10 @@
 #include <string>
 
 #include "scr/LongText.h"
+#include "scr/Memory.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/NumberText.h"
-#include "scr/builtin/StringResult.h"
 
 namespace SCR {
 
@@ -150,9 +150,11 @@ struct StrByteValue final : BuiltInNode<StrByteValue, LongType(StringType)> {
     }
 };
 
-/// Room for a result of the hexadecimal functions; false after their own message when there is
-/// none.
+/// Room for a result of the hexadecimal functions; false after a message when there is none, which
+/// is their own when memory is what lacks.
 bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size) {
+    result.clear();
+    if (!checkResultSize(interpreter, size)) return false;
     if (tryReserveResult(result, size)) return true;
     interpreter.logError("ERROR: Out of memory!  Returning...");
     return false;
@@ -170,7 +172,6 @@ constexpr std::array<std::array<char, 2>, 256> hexDigitsS = [] {
 struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
     static void value(Interpreter& interpreter, FND::String& result, const FND::String& bytes) {
         if (!reserveHex(interpreter, result, 2 * bytes.size())) return;
-        result.clear();
         inPieces(bytes.size(), [&](std::size_t begin, std::size_t end) {
             result.resize(2 * end);
             char* out = result.data() + 2 * begin;
@@ -196,10 +197,7 @@ constexpr std::array<short, 256> digitValuesS = [] {
 struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
     static void value(Interpreter& interpreter, FND::String& result, const FND::String& text) {
         result.clear();
-        if (text.size() % 2 != 0) {
-            interpreter.logError("ERROR: input string " + text + " is invalid, returning...");
-            return;
-        }
+        if (text.size() % 2 != 0) return logInvalid(interpreter, text);
         if (!reserveHex(interpreter, result, text.size() / 2)) return;
         bool isSound = true;
         inPieces(text.size() / 2, [&](std::size_t begin, std::size_t end) {
@@ -215,6 +213,20 @@ struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
     }
 
 private:
+    /// This message holds all of the text, whatever its length.
+    static void logInvalid(Interpreter& interpreter, const FND::String& text) {
+        constexpr std::string_view before = "ERROR: input string ";
+        constexpr std::string_view after = " is invalid, returning...";
+        const std::size_t size = before.size() + text.size() + after.size();
+        const BufferCharge charge(blockBytes(size + 1));
+        FND::String message;
+        message.reserve(size);
+        message += before;
+        appendInPieces(message, text);
+        message += after;
+        interpreter.logError(message);
+    }
+
     /// Reads the two characters at `pair`, which mostly are two digits. False when they hold none.
     static bool decode(const char* pair, char& byte) {
         const int high = digitValuesS[static_cast<unsigned char>(pair[0])];

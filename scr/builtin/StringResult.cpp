@@ -1,9 +1,9 @@
 #include "scr/builtin/StringResult.h"
 
+#include <algorithm>
 #include <new>
 #include <string>
 
-#include "scr/Interpreter.h"
 #include "scr/Memory.h"
 
 namespace SCR {
@@ -21,13 +21,33 @@ bool tryReserveResult(FND::String& result, std::size_t size) {
     return true;
 }
 
-bool reserveResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
-    const auto limit = static_cast<std::size_t>(interpreter.limits().string);
-    if (size <= limit && tryReserveResult(result, size)) [[likely]]
-        return true;
-    result.clear();
+bool refuseResult(Interpreter& interpreter, std::size_t size) {
     interpreter.logError("String result is too long '" + std::to_string(size) + "'");
     return false;
+}
+
+bool reserveResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
+    if (!checkResultSize(interpreter, size)) {
+        result.clear();
+        return false;
+    }
+    return tryReserveResult(result, size) || refuseResult(interpreter, size);
+}
+
+bool growResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
+    if (size <= maxStringSize && size <= static_cast<std::size_t>(interpreter.limits().string)) {
+        if (size <= result.capacity()) return true;
+        const std::size_t capacity = std::max(size, 2 * result.capacity());
+        const BufferCharge old(heapBytes(result));  // as long as both are there
+        chargeBuffer(growth(result, size));
+        try {
+            reserveInPieces(result, capacity);
+            return true;
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    result.clear();
+    return refuseResult(interpreter, size);
 }
 
 }  // namespace SCR

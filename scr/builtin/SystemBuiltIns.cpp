@@ -4,8 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <string_view>
+#include <utility>
 
 #include "fnd/Portable.h"
+#include "scr/ChargedText.h"
+#include "scr/ElementPlace.h"
+#include "scr/LongText.h"
 #include "scr/MainExtension.h"
 #include "scr/Operand.h"
 #include "scr/ShellCommand.h"
@@ -21,11 +26,7 @@ struct ScriptUsable final : BuiltInNode<ScriptUsable, VoidType(BoolType)> {
 };
 
 struct LogStdout final : BuiltInNode<LogStdout, VoidType(StringType)> {
-    static void value(Interpreter& /*interpreter*/, const FND::String& text) {
-        inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
-            std::fwrite(text.data() + begin, 1, end - begin, stdout);
-        });
-    }
+    void value(Interpreter& interpreter, const FND::String& text) { interpreter.print(this, text); }
 };
 
 // How often a built-in that waits asks whether the script has to stop.
@@ -45,35 +46,60 @@ public:
     }
 
 private:
-    // A named variable takes the output as it comes; an element of a container at the end.
+    // A variable and an element of a container take the output as it comes, any other target at the
+    // end. Where there is no element, it is dropped.
     void takeOutput(ShellCommand& shell, RunControl& control, StringDataNode* out) {
-        StringVariable* const variable = out != nullptr ? variableOf<StringType>(*out) : nullptr;
-        FND::String collected;
-        FND::String& output = variable != nullptr ? variable->value() : collected;
+        FND::String* target = nullptr;
+        ChargedText collected;
+        bool isFirst = true;
         char piece[8192];
         for (;;) {
             const std::optional<std::size_t> length = shell.read(piece, sizeof piece, askIntervalS);
             if (length && *length == 0) break;
+            if (length && out != nullptr && std::exchange(isFirst, false)) {
+                if (const auto storage = storageIn(*out)) {
+                    target = *storage;
+                    if (target == nullptr) out = nullptr;
+                } else {
+                    collected.assign(out->result());
+                }
+            }
             if (length && out != nullptr) {
+                const FND::String& output = target != nullptr ? *target : collected.text();
                 control.checkString(this, output.size() + *length);
-                chargeGrowth(output, output.size() + *length);
-                output.append(piece, *length);
+                if (target != nullptr) {
+                    chargeGrowth(*target, target->size() + *length);
+                    target->append(piece, *length);
+                } else {
+                    collected.append({piece, *length});
+                }
             }
             control.ask(this);
         }
-        if (out == nullptr || collected.empty()) return;
-        control.checkString(this, out->result().size() + collected.size());
-        collected.insert(0, out->result());
-        out->set(collected);
+        if (out != nullptr && target == nullptr && !isFirst) out->set(collected.text());
+    }
+
+    // The string of the variable or element that `out` is, null when the element cannot be had;
+    // nothing when it is neither.
+    static std::optional<FND::String*> storageIn(StringDataNode& out) {
+        if (auto* const variable = variableOf<StringType>(out)) return &variable->value();
+        auto* const place = dynamic_cast<ElementPlace<FND::String>*>(&out);
+        if (place == nullptr) return std::nullopt;
+        PlaceTrail trail;
+        place->note(trail);
+        return place->follow(trail);
     }
 };
 
 struct SysGetEnv final : BuiltInNode<SysGetEnv, StringType(StringType)> {
-    static void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& name) {
+    static void value(Interpreter& interpreter, FND::String& result, const FND::String& name) {
         // The C library would look for a value that begins with what follows the sign.
-        const bool isName = name.find('=') == FND::String::npos;
+        const bool isName = findByte(name, '=') == name.size();
         const char* const found = isName ? std::getenv(name.c_str()) : nullptr;
-        result = found != nullptr ? found : "";
+        const std::string_view value = found != nullptr ? found : "";
+        if (!reserveResult(interpreter, result, value.size())) return;
+        result.clear();
+        appendInPieces(result, value);
     }
 };
 

@@ -1,5 +1,7 @@
 #include "scr/parser/ActionSupport.h"
 
+#include <typeinfo>
+
 #include "scr/ContainerAccess.h"
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
@@ -42,9 +44,10 @@ bool appendStatement(std::unique_ptr<Node> statement) {
 }
 
 std::unique_ptr<Node> popExpressionStatement() {
-    const int type = stackG->popType();
+    stackG->popType();
     auto node = stackG->pop<Node>();
-    if (Node::baseType(type) == TypeCode::File) return std::make_unique<StatementList>();
+    const Node& expression = *node;
+    if (typeid(expression) == typeid(FileData)) return std::make_unique<StatementList>();
     return node;
 }
 
