@@ -85,6 +85,7 @@ bool Interpreter::compileScript(const FND::String& text) {
     isCompiled_ = contain(*this, [&] {
         discardScript();
         if (mainExtension_ == nullptr) return false;
+        const RunScope run(runControl_);
         const NodeMemory::Scope scope;
         mainFunction_ = std::make_unique<Function>();
         statementStack_.push_back(mainFunction_.get());
@@ -129,6 +130,7 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
     if (refusesToCompile()) return false;
     return contain(*this, [&] {
         if (mainExtension_ == nullptr) return false;
+        const RunScope run(runControl_);
         const NodeMemory::Scope scope;
         ExpandedText expanded;
         return expand(text, expanded) && SCR_parseCondition(*this, target, expanded);
@@ -142,6 +144,7 @@ bool Interpreter::compileQuery(const FND::String& text) {
     places_.truncate(scriptPlaces_);
     return contain(*this, [&] {
         if (mainExtension_ == nullptr) return false;
+        const RunScope run(runControl_);
         const NodeMemory::Scope scope;
         return SCR_parseQuery(*this, text, query_);
     });
