@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "scr/AutomataAccount.h"
 #include "scr/CompareInterface.h"
 #include "scr/Contain.h"
 #include "scr/Extension.h"
@@ -11,6 +12,7 @@
 #include "scr/Variable.h"
 #include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Parser.h"
+#include "scr/parser/PendingBuilds.h"
 #include "scr/parser/Preprocessor.h"
 
 namespace SCR {
@@ -31,6 +33,7 @@ void makeRoom(std::vector<Element>& elements) {
 
 Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
     isValid_ = contain(*this, [&] {
+        automata_ = std::make_unique<AutomataAccount>(*this);
         auto mainExtension = std::make_unique<MainExtension>();
         if (!insertExtension(mainExtension.get())) return false;
         mainExtension_ = mainExtension.release();
@@ -105,10 +108,10 @@ void Interpreter::discardScript() {
     query_.reset();
     queryBuffers_ = 0;
     growing_.clear();
-    runControl_.clearCharges();
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
+    runControl_.clearCharges();
     places_.clear();
     scriptPlaces_ = 0;
     compiledLines_ = 0;
@@ -214,10 +217,16 @@ bool Interpreter::insertExtension(Extension* extension) {
 
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
 
-void Interpreter::logOutOfMemory() { log(outOfMemoryS, FND::Status::Error); }
+void Interpreter::logOutOfMemory() {
+    if (log_ != nullptr) log_->log(outOfMemoryS, FND::Status::Error);
+}
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
-    if (log_ != nullptr) log_->log(message, severity);
+    if (pendingBuilds_ != nullptr) {
+        pendingBuilds_->hold(message, severity);
+    } else if (log_ != nullptr) {
+        log_->log(message, severity);
+    }
 }
 
 bool Interpreter::pushStatement(Node* block) {
@@ -259,7 +268,7 @@ bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
 std::int64_t Interpreter::heapBytes() const {
     std::size_t bytes = 0;
     for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
-    return static_cast<std::int64_t>(bytes);
+    return static_cast<std::int64_t>(bytes) + (automata_ ? automata_->held() : 0);
 }
 
 Variable* Interpreter::getVariable(const FND::String& module, const FND::String& name) {

@@ -17,6 +17,7 @@
 
 namespace SCR {
 
+class AutomataAccount;
 class BoolNode;
 class CompareInterface;
 class Extension;
@@ -24,6 +25,7 @@ class FlowAnalysis;
 class Function;
 class MainExtension;
 class Node;
+class PendingBuilds;
 class Variable;
 struct ExpandedText;
 
@@ -146,8 +148,15 @@ public:
     /// Where the compiled statements and calls stand in the text.
     PlaceTable& places() { return places_; }
     RunControl& runControl() { return runControl_; }
-    /// What the values of the script's variables take beside the variables themselves.
+    /// What the values of the script's variables take beside the variables themselves, and what its
+    /// automata take.
     std::int64_t heapBytes() const;
+    /// What its automata and regular expressions take.
+    AutomataAccount& automata() { return *automata_; }
+    /// What the compile under way puts off until its parse is over, or null. While it is set,
+    /// messages go there.
+    PendingBuilds* pendingBuilds() const { return pendingBuilds_; }
+    void pendingBuilds(PendingBuilds* pending) { pendingBuilds_ = pending; }
     /// The built-in library.
     MainExtension& mainExtension() { return *mainExtension_; }
 
@@ -180,6 +189,8 @@ private:
     PlaceTable places_;
     std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
     RunControl runControl_;
+    std::unique_ptr<AutomataAccount> automata_;
+    PendingBuilds* pendingBuilds_ = nullptr;  // not owned
 };
 
 }  // namespace SCR

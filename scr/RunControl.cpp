@@ -76,6 +76,11 @@ void RunControl::chargeBuffer(std::int64_t bytes) {
     }
 }
 
+void RunControl::clearCharges() {
+    buffers_ = 0;
+    charged_ = interpreter_.heapBytes();
+}
+
 // Counting takes time for every element. Close to the limit each charge would have to count anew,
 // so a script that comes that close is stopped.
 void RunControl::settle(std::int64_t bytes) {
@@ -120,7 +125,8 @@ void RunControl::stopAtLimit(const Node* place, const char* name, std::int64_t l
 void RunControl::stop(const Node* place, const FND::String& message) {
     wasStopped_ = true;
     message_ = message;
-    throw ScriptStopped(interpreter_.places().find(place) != nullptr ? place : nullptr);
+    const bool isKnown = place != nullptr && interpreter_.places().find(place) != nullptr;
+    throw ScriptStopped(isKnown ? place : nullptr);
 }
 
 void RunControl::report(const ScriptStopped& stopped) {

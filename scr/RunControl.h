@@ -90,8 +90,10 @@ public:
     }
     /// The same for bytes outside the variables; a negative number gives bytes back.
     void chargeBuffer(std::int64_t bytes);
-    /// Forgets what was charged: the script is gone.
-    void clearCharges() { charged_ = buffers_ = 0; }
+    /// Gives back bytes that `charge` took and that `Interpreter::heapBytes` no longer counts.
+    void giveBack(std::size_t bytes) noexcept { charged_ -= static_cast<std::int64_t>(bytes); }
+    /// Forgets what was charged but for what the interpreter still holds: the script is gone.
+    void clearCharges();
 
     const Limits& limits() const { return limits_; }
     /// Sets what `enter` and the checks go by from now on.
@@ -120,6 +122,7 @@ public:
     /// Stops the script; `report` logs `message` then with the line of `place` or, when that is not
     /// known, of the innermost statement that ran.
     [[noreturn]] void stop(const Node* place, const FND::String& message);
+    [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
     /// Logs why `stop` stopped the script, and in which line.
     void report(const ScriptStopped& stopped);
 
@@ -131,7 +134,6 @@ private:
     void lookAtWork();
     void settle(std::int64_t bytes);
     [[noreturn]] void stopAtStackEnd(const Node* place);
-    [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
 
     /// Turns between two looks at the interruption: far below a millisecond of script time.
     static constexpr std::int64_t lookIntervalCM = 1024;

@@ -21,6 +21,10 @@ inline Text whereClause(int actual) {
            quoted(typeName(actual)) + " in where clause";
 }
 
+inline Text error(const Text& file, int line, const Text& text) {
+    return "ERROR: " + (file.empty() ? "" : file + ": ") + "line " + std::to_string(line) + ": " +
+           text;
+}
 inline Text warning(const Text& file, const Text& text) {
     return "WARNING: " + (file.empty() ? "" : file + ": ") + text;
 }
