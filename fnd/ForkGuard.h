@@ -10,7 +10,7 @@ namespace FND {
 class ForkGuard {
 public:
     /// In the order in which one thread takes the locks: the one that it takes first comes first.
-    enum class Rank { Parse, BuiltIns, Patterns, PatternMemory, NodeMemory };
+    enum class Rank { Parse, BuiltIns, PatternMemory, NodeMemory };
 
     template <class Mutex>
     ForkGuard(Rank rank, Mutex& mutex)

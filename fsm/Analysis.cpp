@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "fsm/Account.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/Table.h"
@@ -35,6 +36,7 @@ public:
         previous_[start].isReached = true;
         order_.push_back(start);
         for (std::size_t i = 0; i < order_.size(); ++i) {
+            countWork(4 * bytes.size());
             for (unsigned char byte : bytes) {
                 const State* target = table.successor(table.states()[order_[i]], byte);
                 if (target == nullptr) continue;
@@ -48,7 +50,7 @@ public:
     }
 
     /// The numbers of all states that a text without NUL reaches.
-    const std::vector<std::uint32_t>& order() const { return order_; }
+    const Vector<std::uint32_t>& order() const { return order_; }
 
     FND::String text(std::uint32_t state) const {
         FND::String result;
@@ -83,8 +85,8 @@ private:
         return bytes;
     }
 
-    std::vector<std::uint32_t> order_;
-    std::vector<Step> previous_;
+    Vector<std::uint32_t> order_;
+    Vector<Step> previous_;
 };
 
 /// Looks at each distinct list of path numbers once, with the shortest text that is reported with
@@ -93,20 +95,21 @@ class Analyser {
 public:
     Analyser(const Table& table, const Paths& paths, std::size_t maxOverlaps)
         : texts_(table), paths_(paths), maxOverlaps_(maxOverlaps), listsOf_(paths.size()) {
-        std::vector<const Paths*> seen;
+        Vector<const Paths*> seen;
         for (std::uint32_t state : texts_.order()) {
             const Paths& list = table.states()[state].pathNumbers();
             if (!list.empty()) seen.push_back(&list);
         }
         std::sort(seen.begin(), seen.end());
         seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
-        std::vector<bool> isTaken(seen.size());
+        Vector<bool> isTaken(seen.size());
         for (std::uint32_t state : texts_.order()) {
             const Paths& list = table.states()[state].pathNumbers();
             if (list.empty()) continue;
             std::size_t known = std::lower_bound(seen.begin(), seen.end(), &list) - seen.begin();
             if (isTaken[known]) continue;
             isTaken[known] = true;
+            countWork(8 * (1 + list.size()));
             for (std::int32_t path : list) {
                 listsOf_[indexOf(path)].push_back(static_cast<std::uint32_t>(lists_.size()));
             }
@@ -149,6 +152,7 @@ private:
         Paths firsts;
         for (std::uint32_t list : listsOf_[index]) {
             const Paths& paths = *lists_[list].paths;
+            countWork(paths.size());
             auto own = std::lower_bound(paths.begin(), paths.end(), paths_[index]);
             if (firsts.empty()) {
                 always.assign(paths.begin(), own);
@@ -171,11 +175,12 @@ private:
 
     void findOverlaps(Analysis& result) {
         // A bit for each pair found; most patterns overlap with none and have no bits.
-        std::vector<std::vector<bool>> isFound(paths_.size());
+        Vector<Vector<bool>> isFound(paths_.size());
         for (const List& list : lists_) {
             for (std::size_t i = 0; i + 1 < list.paths->size(); ++i) {
-                std::vector<bool>& found = isFound[indexOf((*list.paths)[i])];
+                Vector<bool>& found = isFound[indexOf((*list.paths)[i])];
                 found.resize(paths_.size());
+                countWork(list.paths->size());
                 for (std::size_t j = i + 1; j < list.paths->size(); ++j) {
                     auto isKnown = found[indexOf((*list.paths)[j])];
                     if (isKnown) continue;
@@ -200,9 +205,9 @@ private:
     ShortestTexts texts_;
     const Paths& paths_;  // of all patterns, ascending
     std::size_t maxOverlaps_;
-    std::size_t stepsLeft_ = std::size_t{1} << 28;     // of the search for single shadows
-    std::vector<List> lists_;                          // by length of text
-    std::vector<std::vector<std::uint32_t>> listsOf_;  // of each pattern
+    std::size_t stepsLeft_ = std::size_t{1} << 28;  // of the search for single shadows
+    Vector<List> lists_;                            // by length of text
+    Vector<Vector<std::uint32_t>> listsOf_;         // of each pattern
 };
 
 std::optional<Analysis> analyseTable(const Table* table, const Paths& paths,

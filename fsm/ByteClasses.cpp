@@ -4,8 +4,9 @@
 
 namespace FSM {
 
-ByteClasses::ByteClasses(const std::vector<ByteSet>& sets) {
+ByteClasses::ByteClasses(const Vector<ByteSet>& sets) {
     for (const ByteSet& set : sets) {
+        countWork(set.size());
         // The part of each class outside the set, and the part inside, get numbers in the order of
         // their first bytes.
         std::array<int, 512> renamed;
@@ -21,12 +22,13 @@ ByteClasses::ByteClasses(const std::vector<ByteSet>& sets) {
     }
 }
 
-std::vector<std::uint8_t> ByteClasses::classesOf(const ByteSet& set) const {
-    std::vector<bool> in(count_);
+Vector<std::uint8_t> ByteClasses::classesOf(const ByteSet& set) const {
+    countWork(set.size());
+    std::array<bool, 256> in{};
     for (unsigned byte = 0; byte < 256; ++byte) {
         if (set[byte]) in[classOf_[byte]] = true;
     }
-    std::vector<std::uint8_t> classes;
+    Vector<std::uint8_t> classes;
     for (unsigned i = 0; i < count_; ++i) {
         if (in[i]) classes.push_back(static_cast<std::uint8_t>(i));
     }

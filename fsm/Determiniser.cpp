@@ -1,7 +1,6 @@
 #include "fsm/Determiniser.h"
 
 #include <algorithm>
-#include <unordered_map>
 
 #include "fsm/ByteClasses.h"
 #include "fsm/FlatNfa.h"
@@ -37,7 +36,8 @@ public:
         raw_ = RawAutomaton();
         raw_.classOf = classes_.map();
         raw_.classCount = classes_.count();
-        raw_.lists.emplace_back();
+        raw_.next = RowBlocks(classes_.count());
+        listIndex(paths_);  // The first list is the empty one.
         stateOf(nfa_.starts());
         for (std::uint32_t state = 0; state < raw_.stateCount(); ++state) {
             if (isPastLimit()) {
@@ -46,7 +46,9 @@ public:
             }
             expand(state);
         }
-        return !isPastLimit();
+        if (isPastLimit()) return false;
+        giveLists();
+        return true;
     }
 
 private:
@@ -77,11 +79,15 @@ private:
     void findTails(std::size_t patternCount) {
         std::vector<std::int32_t> negated = PatternList::negatedPaths(patterns_, patternCount);
         ByteSet line = ~ByteSet().set('\n');
-        std::vector<std::uint32_t> tailOf(nfa_.stateCount(), unknownS);
+        Vector<std::uint32_t> tailOf(nfa_.stateCount(), unknownS);
         for (StateIndex state = 0; state < nfa_.stateCount(); ++state) {
+            ++otherSteps_;
+            tellWork();
             const FlatNfa::Edge* edge = nfa_.edgesBegin(state);
             if (nfa_.edgesEnd(state) - edge != 1 || nfa_.sets()[edge->set] != line) continue;
             findUnion({edge->target});
+            // With each member a look at its patterns and for the state in the set.
+            otherSteps_ += 8 * set_.size();
             Tail tail;
             bool isTail = std::binary_search(set_.begin(), set_.end(), state);
             for (StateIndex member : set_) {
@@ -92,7 +98,7 @@ private:
                 for (auto pattern = nfa_.patterns().begin(member); pattern != end; ++pattern) {
                     std::int32_t path = patterns_[*pattern].path;
                     isTail = isTail && !std::binary_search(negated.begin(), negated.end(), path);
-                    tail.paths.push_back(path);
+                    tail.paths.push_back(static_cast<std::uint32_t>(path));
                 }
             }
             if (!isTail || tail.paths.empty()) continue;
@@ -105,9 +111,10 @@ private:
     bool hasTailsApart() const { return !tails_.empty(); }
 
     // Whether `state` is a tail and `members`, which it is in, holds the ends beside it too.
-    bool isSettled(StateIndex state, const StateIndex* begin, const StateIndex* end) const {
+    bool isSettled(StateIndex state, const StateIndex* begin, const StateIndex* end) {
         if (!hasTailsApart() || tailOf_[state] == unknownS) return false;
-        const std::vector<StateIndex>& ends = tails_[tailOf_[state]].ends;
+        const Vector<StateIndex>& ends = tails_[tailOf_[state]].ends;
+        otherSteps_ += ends.size();
         return std::all_of(ends.begin(), ends.end(),
                            [&](StateIndex other) { return std::binary_search(begin, end, other); });
     }
@@ -122,10 +129,11 @@ private:
         const StateIndex* begin = sets_.lists().begin(state);
         const StateIndex* end = sets_.lists().end(state);
         for (const StateIndex* member = begin; member != end; ++member) {
+            tellWork();
             if (*member >= firstMarkS || isSettled(*member, begin, end)) continue;
             const FlatNfa::Edge* edgesEnd = nfa_.edgesEnd(*member);
             for (const FlatNfa::Edge* edge = nfa_.edgesBegin(*member); edge != edgesEnd; ++edge) {
-                const std::vector<std::uint8_t>& classes = classesOfSet_[edge->set];
+                const Vector<std::uint8_t>& classes = classesOfSet_[edge->set];
                 if (wideSet == unknownS && classes.size() * 2 > classes_.count()) {
                     wideSet = edge->set;
                 }
@@ -143,8 +151,8 @@ private:
         }
         std::sort(touched_.begin(), touched_.end());
 
-        std::size_t row = raw_.next.size();
-        raw_.next.resize(row + classes_.count(), RawAutomaton::noStateCM);
+        std::uint32_t* const row = raw_.next.add(RawAutomaton::noStateCM);
+        otherSteps_ += classes_.count() / 4;
         if (wideSet != unknownS) {
             std::uint32_t wide = RawAutomaton::noStateCM;
             for (std::uint8_t c : classesOfSet_[wideSet]) {
@@ -155,7 +163,7 @@ private:
                     targets_[c] = wideTargets_;
                 } else {
                     if (wide == RawAutomaton::noStateCM) wide = stateOf(wideTargets_);
-                    raw_.next[row + c] = wide;
+                    row[c] = wide;
                 }
             }
         }
@@ -165,18 +173,18 @@ private:
             // The classes of a set follow each other.
             bool isSame =
                 i > 0 && !isNewline(touched_[i - 1]) && targets_[c] == targets_[touched_[i - 1]];
-            raw_.next[row + c] = isSame ? raw_.next[row + touched_[i - 1]] : stateOf(targets_[c]);
+            row[c] = isSame ? row[touched_[i - 1]] : stateOf(targets_[c]);
         }
         if (!hasTailsApart()) return;
         unsigned newline = classes_.classOf('\n');
-        raw_.next[row + newline] = stateAfterNewline(targets_[newline]);
+        row[newline] = stateAfterNewline(targets_[newline]);
     }
 
     // Whether the class is newline's and what it leads to is to be kept apart.
     bool isNewline(unsigned c) const { return hasTailsApart() && c == classes_.classOf('\n'); }
 
     // The deterministic state of what is reached by going to all of `targets`.
-    std::uint32_t stateOf(const std::vector<StateIndex>& targets) {
+    std::uint32_t stateOf(const Vector<StateIndex>& targets) {
         if (targets.size() == 1) {
             std::uint32_t& known = stateOfTarget_[targets[0]];
             if (known == unknownS) known = stateOfUnion(targets);
@@ -185,22 +193,27 @@ private:
         return stateOfUnion(targets);
     }
 
-    std::uint32_t stateOfUnion(const std::vector<StateIndex>& targets) {
+    std::uint32_t stateOfUnion(const Vector<StateIndex>& targets) {
         findUnion(targets);
         return stateOfSet();
     }
 
     // Leaves in set_ the states that `targets` stand for, sorted. There may be none: a text that
     // ends in a dead end is still inside the automaton, in the state of no members.
-    void findUnion(const std::vector<StateIndex>& targets) {
+    void findUnion(const Vector<StateIndex>& targets) {
         set_.clear();
         ++stamp_;
-        for (StateIndex target : targets) addClosure(target);
+        for (StateIndex target : targets) {
+            addClosure(target);
+            tellWork();
+        }
+        // Sorting takes longer than gathering, and so does what is done with a new set.
+        otherSteps_ += 4 * set_.size();
         std::sort(set_.begin(), set_.end());
     }
 
     // With tails apart, what a newline leads to is kept apart from what other bytes lead to.
-    std::uint32_t stateAfterNewline(const std::vector<StateIndex>& targets) {
+    std::uint32_t stateAfterNewline(const Vector<StateIndex>& targets) {
         findUnion(targets);
         set_.push_back(targets.empty() ? leftMarkS : newlineMarkS);
         std::uint32_t state = stateOfSet();
@@ -218,7 +231,7 @@ private:
             if (member >= firstMarkS) continue;
             const std::uint32_t* end = nfa_.patterns().end(member);
             for (auto pattern = nfa_.patterns().begin(member); pattern != end; ++pattern) {
-                paths_.push_back(patterns_[*pattern].path);
+                paths_.push_back(static_cast<std::uint32_t>(patterns_[*pattern].path));
             }
             if (isSettled(member, set_.data(), set_.data() + set_.size())) {
                 const auto& tail = tails_[tailOf_[member]].paths;
@@ -296,60 +309,90 @@ private:
         }
     }
 
+    // Tells what was done since it was told last.
+    void tellWork() {
+        constexpr std::size_t fewSteps = 256;
+        const std::size_t untold = steps_ + otherSteps_ - stepsTold_;
+        if (untold < fewSteps) return;
+        stepsTold_ += untold;
+        countWork(untold);
+    }
+
     // The number of the list that holds `paths`, which get sorted.
-    std::uint32_t listIndex(std::vector<std::int32_t>& paths) {
-        if (paths.empty()) return 0;
+    std::uint32_t listIndex(Vector<std::uint32_t>& paths) {
         std::sort(paths.begin(), paths.end());
         paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-        auto [found, isNew] =
-            listOf_.try_emplace(paths, static_cast<std::uint32_t>(raw_.lists.size()));
-        if (isNew) raw_.lists.push_back(paths);
-        return found->second;
+        otherSteps_ += 4 * paths.size();
+        return pathLists_.find(paths);
+    }
+
+    void giveLists() {
+        const Lists& lists = pathLists_.lists();
+        raw_.listsCharge.take(blockBytes(lists.count() * sizeof raw_.lists[0]));
+        raw_.lists.reserve(lists.count());
+        for (std::size_t i = 0; i < lists.count(); ++i) {
+            const auto size = static_cast<std::size_t>(lists.end(i) - lists.begin(i));
+            raw_.listsCharge.take(blockBytes(size * sizeof(std::uint32_t)));
+            raw_.lists.emplace_back(lists.begin(i), lists.end(i));
+            countWork(4 + size);
+        }
     }
 
     struct Tail {
-        std::vector<StateIndex> ends;  // beside the state itself
-        std::vector<std::int32_t> paths;
-    };
-    struct PathsHash {
-        std::size_t operator()(const std::vector<std::int32_t>& paths) const {
-            auto begin = reinterpret_cast<const StateIndex*>(paths.data());
-            return hashOf(begin, begin + paths.size());
-        }
+        Vector<StateIndex> ends;  // beside the state itself
+        Vector<std::uint32_t> paths;
     };
 
     const Pattern* patterns_;
     std::size_t stateLimit_;
     FlatNfa nfa_;
     ByteClasses classes_;
-    std::vector<std::vector<std::uint8_t>> classesOfSet_;
+    Vector<Vector<std::uint8_t>> classesOfSet_;
     RawAutomaton& raw_;
     ListIndex sets_;  // the deterministic states: sets of states that matter, sorted
     std::size_t memberLimit_;
     std::size_t stepLimit_;
     std::size_t steps_ = 0;
+    std::size_t otherSteps_ = 0;  // of work that does not count for the limit
+    std::size_t stepsTold_ = 0;
 
-    std::uint32_t stamp_ = 0;                  // of the union being made
-    std::vector<std::uint32_t> memberStamps_;  // the last union that a state came into
-    std::vector<std::uint32_t> visitStamps_;   // the last union that passed through a state
-    std::vector<std::uint32_t> closureOf_;
+    std::uint32_t stamp_ = 0;             // of the union being made
+    Vector<std::uint32_t> memberStamps_;  // the last union that a state came into
+    Vector<std::uint32_t> visitStamps_;   // the last union that passed through a state
+    Vector<std::uint32_t> closureOf_;
     Lists closures_;
-    std::vector<Tail> tails_;                   // empty if they are not to be apart
-    std::vector<std::uint32_t> tailOf_;         // of each state, its tail, if there are any
-    std::vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
-    std::unordered_map<std::vector<std::int32_t>, std::uint32_t, PathsHash> listOf_;
+    Vector<Tail> tails_;                   // empty if they are not to be apart
+    Vector<std::uint32_t> tailOf_;         // of each state, its tail, if there are any
+    Vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
+    ListIndex pathLists_;
 
     // Used again and again, to spare allocations.
-    std::vector<std::vector<StateIndex>> targets_;
-    std::vector<std::uint8_t> touched_;
-    std::vector<StateIndex> wideTargets_;
-    std::vector<StateIndex> set_;
-    std::vector<StateIndex> open_;
-    std::vector<std::int32_t> paths_;
-    std::vector<std::int32_t> settled_;
+    Vector<Vector<StateIndex>> targets_;
+    Vector<std::uint8_t> touched_;
+    Vector<StateIndex> wideTargets_;
+    Vector<StateIndex> set_;
+    Vector<StateIndex> open_;
+    Vector<std::uint32_t> paths_;
+    Vector<std::uint32_t> settled_;
 };
 
 }  // namespace
+
+RowBlocks::RowBlocks(std::size_t rowSize) : rowSize_(rowSize) {
+    constexpr std::size_t blockSize = 16384;
+    rowsInBlock_ = std::max<std::size_t>(blockSize / rowSize, 1);
+}
+
+std::uint32_t* RowBlocks::add(std::uint32_t value) {
+    if (count_ % rowsInBlock_ == 0) {
+        blocks_.emplace_back();
+        blocks_.back().reserve(rowsInBlock_ * rowSize_);
+    }
+    ++count_;
+    Vector<std::uint32_t>& block = blocks_.back();
+    block.resize(block.size() + rowSize_, value);
+    return block.data() + block.size() - rowSize_;
+}
 
 bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
                  Tails tails) {

@@ -5,9 +5,32 @@
 #include <cstdint>
 #include <vector>
 
+#include "fsm/Account.h"
 #include "fsm/PatternList.h"
 
 namespace FSM {
+
+/// Rows of as many numbers each, in blocks, so that they stay where they are when there are more.
+class RowBlocks {
+public:
+    RowBlocks() = default;
+    explicit RowBlocks(std::size_t rowSize);
+
+    /// Adds a row full of `value`.
+    std::uint32_t* add(std::uint32_t value);
+    std::uint32_t* row(std::size_t index) {
+        return &blocks_[index / rowsInBlock_][index % rowsInBlock_ * rowSize_];
+    }
+    const std::uint32_t* row(std::size_t index) const {
+        return const_cast<RowBlocks*>(this)->row(index);
+    }
+
+private:
+    std::size_t rowSize_ = 0;
+    std::size_t rowsInBlock_ = 1;
+    std::size_t count_ = 0;
+    Vector<Vector<std::uint32_t>> blocks_;
+};
 
 /// A deterministic automaton as it comes out of the subset construction. State 0 is the start.
 struct RawAutomaton {
@@ -15,13 +38,14 @@ struct RawAutomaton {
 
     std::array<std::uint8_t, 256> classOf;
     unsigned classCount = 0;
-    std::vector<std::uint32_t> next;               // stateCount * classCount targets or noStateCM
-    std::vector<std::uint32_t> acceptedLists;      // of each state, the index of its list
+    RowBlocks next;                                // of each state and class, a state or noStateCM
+    Vector<std::uint32_t> acceptedLists;           // of each state, the index of its list
     std::vector<std::vector<std::int32_t>> lists;  // path numbers, ascending; the first is empty
+    Charge listsCharge;
 
     // With tails apart; empty otherwise.
-    std::vector<std::uint32_t> settledLists;  // of each state, the index of its list
-    std::vector<bool> isAfterNewline;         // whether the last byte was a newline
+    Vector<std::uint32_t> settledLists;       // of each state, the index of its list
+    Vector<bool> isAfterNewline;              // whether the last byte was a newline
     std::uint32_t leftByNewline = noStateCM;  // the state of having left the automaton so
 
     std::size_t stateCount() const { return acceptedLists.size(); }
@@ -40,7 +64,8 @@ enum class Tails { Inside, Apart };
 /// Builds the deterministic automaton of `count` patterns from `first` on; negation is left to the
 /// caller. Subset construction over byte classes, with hashed sets of states; no recursion. False
 /// if the automaton would have more than `stateLimit` states, or if its sets of states get out of
-/// all proportion to that limit; `raw` is empty then. Throws std::bad_alloc.
+/// all proportion to that limit; `raw` is empty then. Throws std::bad_alloc and what
+/// the budget throws.
 bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
                  Tails tails = Tails::Inside);
 

@@ -10,8 +10,6 @@
 
 namespace FSM {
 
-namespace {}  // namespace
-
 Engine::Engine(unsigned int expectedCount)
     : expectedCount_(expectedCount), patterns_(std::make_unique<PatternList>()) {}
 
@@ -45,7 +43,6 @@ bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber)
         error_ = patterns_->error();
         return false;
     }
-    paths_.push_back(patterns_->patterns().back().path);
     ++patternCount_;
     return true;
 }
@@ -54,12 +51,16 @@ bool Engine::finalSetup() {
     if (isSetUp_) return table_ != nullptr || patternCount_ == 0;
     if (patterns_->patterns().empty()) return true;
     isSetUp_ = true;
-    paths_ = sortedOnce(std::move(paths_));
     bool isBuilt = false;
     try {
+        paths_ = patterns_->paths();
         isBuilt = build();
     } catch (const std::bad_alloc&) {
         error_ = "no memory available for the automaton";
+    } catch (...) {
+        table_.reset();
+        cleanup();
+        throw;
     }
     if (!isBuilt) table_.reset();
     cleanup();
@@ -67,7 +68,7 @@ bool Engine::finalSetup() {
 }
 
 bool Engine::build() {
-    const std::vector<Pattern>& patterns = patterns_->patterns();
+    const Vector<Pattern>& patterns = patterns_->patterns();
     RawAutomaton raw;
     if (!determinise(patterns.data(), patterns.size(), stateLimit_, raw)) {
         const Pattern& guilty =
@@ -127,7 +128,7 @@ const State* Engine::startState() const { return table_ == nullptr ? nullptr : t
 
 FND::String Engine::pathString() const {
     FND::String text;
-    for (std::int32_t path : sortedOnce(paths_)) {
+    for (std::int32_t path : isSetUp_ ? paths_ : patterns_->paths()) {
         if (!text.empty()) text += ' ';
         text += std::to_string(path);
     }

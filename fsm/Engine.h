@@ -24,7 +24,7 @@ class Table;
 ///
 /// Insert the patterns, call `finalSetup` once, then match as often as you like. Until `finalSetup`
 /// returns, an engine is used by one thread; from then on any number of threads may match at once.
-/// Nothing is thrown: a failure gives false and a text in `error`.
+/// Nothing is thrown but what a `Budget` throws: a failure gives false and a text in `error`.
 class KESTREL_API Engine {
 public:
     /// Path number that stands for the number of patterns inserted before.
@@ -123,7 +123,7 @@ private:
     std::int32_t guiltyPath_ = -1;
     bool isSetUp_ = false;
     FND::String error_;
-    std::vector<std::int32_t> paths_;  // inserted; ascending from finalSetup on
+    std::vector<std::int32_t> paths_;  // of all patterns, ascending; from finalSetup on
     std::unique_ptr<PatternList> patterns_;
     std::unique_ptr<Table> table_;
 };

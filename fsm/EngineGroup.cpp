@@ -1,6 +1,7 @@
 #include "fsm/EngineGroup.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <new>
 #include <utility>
@@ -93,25 +94,34 @@ private:
     std::int32_t first_ = -1;
 };
 
+template <class Value>
+using MapOfPaths = std::map<std::int32_t, Value, std::less<>,
+                            CountedAllocator<std::pair<const std::int32_t, Value>>>;
+
 // Joins what a split must not part: patterns that share a number of which one is negated. They
 // become neighbours; gives, for each pattern, whether it may be the first of a part.
-std::vector<bool> joinNegated(std::vector<Pattern>& patterns) {
-    std::map<std::int32_t, std::size_t> firstOfPath;
-    std::map<std::int32_t, bool> isNegated;
-    std::vector<std::size_t> keys;
+Vector<bool> joinNegated(Vector<Pattern>& patterns) {
+    const auto hasNegation = [](const Pattern& pattern) { return pattern.part->isNegated(); };
+    if (std::none_of(patterns.begin(), patterns.end(), hasNegation)) {
+        return Vector<bool>(patterns.size(), true);
+    }
+    MapOfPaths<std::size_t> firstOfPath;
+    MapOfPaths<bool> isNegated;
+    Vector<std::size_t> keys;
     for (std::size_t i = 0; i < patterns.size(); ++i) {
+        countWork(16);
         isNegated[patterns[i].path] |= patterns[i].part->isNegated();
         keys.push_back(firstOfPath.try_emplace(patterns[i].path, i).first->second);
     }
-    std::vector<std::size_t> order(patterns.size());
+    Vector<std::size_t> order(patterns.size());
     for (std::size_t i = 0; i < order.size(); ++i) {
         order[i] = i;
         if (!isNegated[patterns[i].path]) keys[i] = i;
     }
     std::stable_sort(order.begin(), order.end(),
                      [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
-    std::vector<Pattern> sorted;
-    std::vector<bool> mayStart;
+    Vector<Pattern> sorted;
+    Vector<bool> mayStart;
     for (std::size_t i = 0; i < order.size(); ++i) {
         sorted.push_back(std::move(patterns[order[i]]));
         mayStart.push_back(i == 0 || keys[order[i]] != keys[order[i - 1]]);
@@ -150,7 +160,6 @@ bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNu
         error_ = patterns_->error();
         return false;
     }
-    paths_.push_back(patterns_->patterns().back().path);
     ++patternCount_;
     return true;
 }
@@ -166,14 +175,18 @@ bool EngineGroup::finalSetup() {
     if (isSetUp_) return !parts_.empty();
     if (patterns_->patterns().empty()) return true;
     isSetUp_ = true;
-    paths_ = sortedOnce(std::move(paths_));
     bool isBuilt = false;
     try {
+        paths_ = patterns_->paths();
         isBuilt = build();
     } catch (const std::bad_alloc&) {
         error_ = "no memory available for the automata";
+    } catch (...) {
+        clearParts();
+        patterns_->clear();
+        throw;
     }
-    if (!isBuilt) parts_.clear();
+    if (!isBuilt) clearParts();
     patterns_->clear();
     return isBuilt;
 }
@@ -193,8 +206,8 @@ bool EngineGroup::build() {
         trials.insert(trials.begin(), {{std::max(smallS, proportionate), Tails::Inside},
                                        {std::max(partLimit, proportionate), Tails::Apart}});
     }
-    std::vector<Pattern> patterns = patterns_->take();
-    std::vector<bool> mayStart = joinNegated(patterns);
+    Vector<Pattern> patterns = patterns_->take();
+    const Vector<bool> mayStart = joinNegated(patterns);
 
     std::vector<RawAutomaton> raws(1);
     std::vector<std::size_t> starts{0};
@@ -370,10 +383,14 @@ std::size_t EngineGroup::memory() const {
     return bytes;
 }
 
-void EngineGroup::clear() {
-    patterns_->clear();
+void EngineGroup::clearParts() {
     parts_.clear();
     pathsOutside_.clear();
+}
+
+void EngineGroup::clear() {
+    patterns_->clear();
+    clearParts();
     error_.clear();
     paths_.clear();
     patternCount_ = 0;

@@ -96,6 +96,7 @@ private:
     static const std::size_t statesPerLimitCM;
 
     bool build();
+    void clearParts();
     bool hasTailsApart() const;
     template <class Visitor>
     bool walk(const char* text, std::size_t length, Visitor visit) const;
@@ -106,7 +107,7 @@ private:
     std::int32_t guiltyPath_ = -1;
     bool isSetUp_ = false;
     FND::String error_;
-    std::vector<std::int32_t> paths_;  // inserted; ascending from finalSetup on
+    std::vector<std::int32_t> paths_;  // of all patterns, ascending; from finalSetup on
     std::unique_ptr<PatternList> patterns_;
     std::vector<std::unique_ptr<Table>> parts_;
     std::vector<std::int32_t> pathsOutside_;  // of a text that has left all parts

@@ -16,10 +16,11 @@ NonDetState* nonDet(State* state) { return static_cast<NonDetState*>(state); }
 
 }  // namespace
 
-std::vector<std::unique_ptr<EnginePart>> EnginePart::stackCM;
-FND::String EnginePart::errorTextCM;
+thread_local std::vector<std::unique_ptr<EnginePart>> EnginePart::stackCM;
+thread_local FND::String EnginePart::errorTextCM;
 
-EnginePart::EnginePart(bool negatedSet) : negatedSet_(negatedSet) {
+EnginePart::EnginePart(bool negatedSet)
+    : charge_(blockBytes(sizeof(EnginePart))), negatedSet_(negatedSet) {
     start_ = end_ = new NonDetState;
 }
 
@@ -167,22 +168,23 @@ bool EnginePart::multiply(unsigned minimum, unsigned maximum) {
         if (minimum == 0) makeZeroOrOne();
         return true;
     }
-    std::vector<std::unique_ptr<EnginePart>> copies;
-    for (std::size_t i = 1; i < total; ++i) copies.push_back(std::make_unique<EnginePart>(*this));
-    NonDetState* finalEnd = copies.back()->end_;
-    for (std::size_t i = 0; i < copies.size(); ++i) {
-        if (minimum == 0 || i + 1 >= minimum) end_->epsilonSuccState(finalEnd);
-        concatenate(*copies[i]);
+    const EnginePart once(*this);
+    Vector<NonDetState*> mayBeLast;  // ends of repetitions
+    for (std::size_t i = 1; i < total; ++i) {
+        if (minimum == 0 || i >= minimum) mayBeLast.push_back(end_);
+        EnginePart next(once);
+        concatenate(next);
     }
-    if (minimum == 0) start_->epsilonSuccState(finalEnd);
+    for (NonDetState* end : mayBeLast) end->epsilonSuccState(end_);
+    if (minimum == 0) start_->epsilonSuccState(end_);
     return true;
 }
 
 void EnginePart::copy(const EnginePart& other) {
-    std::vector<const NonDetState*> originals{other.start_, other.end_};
+    Vector<const NonDetState*> originals{other.start_, other.end_};
     for (State* state : other.interior_.members()) originals.push_back(nonDet(state));
     checkEndState();
-    std::vector<NonDetState*> copies{start_, end_};
+    Vector<NonDetState*> copies{start_, end_};
     copies.reserve(originals.size());
     while (copies.size() < originals.size()) copies.push_back(insertState());
     for (std::size_t i = 0; i < originals.size(); ++i) {

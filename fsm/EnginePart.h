@@ -6,14 +6,14 @@
 #include <vector>
 
 #include "fnd/String.h"
+#include "fsm/Account.h"
 #include "fsm/NonDetState.h"
 #include "fsm/StateSet.h"
 
 namespace FSM {
 
 /// A fragment of a non-deterministic automaton with one start and one end state, which owns its
-/// states. The pattern parser builds a pattern's fragment bottom-up out of such parts, under its
-/// lock.
+/// states. The pattern parser builds a pattern's fragment bottom-up out of such parts.
 ///
 /// Every operation keeps this: no transition enters the start state and none leaves the end state.
 /// So an end may be merged with the start that follows it, and moves may be added between the ends
@@ -72,10 +72,10 @@ public:
     const StateSet& interior() const { return interior_; }
     std::size_t stateCount() const { return interior_.size() + 2; }
 
-    /// The parser's stack of parts. Reset by every parse; guarded by the parser lock.
-    static std::vector<std::unique_ptr<EnginePart>> stackCM;
-    /// The text of the last error of a parse. Guarded by the parser lock.
-    static FND::String errorTextCM;
+    /// The stack of parts of the parse that the thread does. Reset by every parse.
+    static thread_local std::vector<std::unique_ptr<EnginePart>> stackCM;
+    /// The text of the last error of a parse in this thread.
+    static thread_local FND::String errorTextCM;
 
     /// Takes the finished part off the stack; null unless it is the only one there.
     static std::unique_ptr<EnginePart> enginePart();
@@ -86,6 +86,7 @@ private:
     /// Makes a part of one state what it stands for, the empty string.
     void closeEnds();
 
+    Charge charge_;
     StateSet interior_{1};
     bool negated_ = false;
     bool negatedSet_ = false;

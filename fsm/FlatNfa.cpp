@@ -1,6 +1,8 @@
 #include "fsm/FlatNfa.h"
 
 #include <algorithm>
+#include <functional>
+#include <unordered_map>
 #include <utility>
 
 namespace FSM {
@@ -15,10 +17,11 @@ std::uint32_t indexOf(const State* state) { return static_cast<const NonDetState
 
 FlatNfa::FlatNfa(const Pattern* first, std::size_t count) {
     singles_.fill(noneS);
-    std::vector<const NonDetState*> states;
+    Vector<const NonDetState*> states;
     auto add = [&](const NonDetState* state) {
         state->mark(static_cast<std::uint32_t>(states.size()));
         states.push_back(state);
+        countWork(1);
     };
     for (std::size_t i = 0; i < count; ++i) {
         const EnginePart& part = *first[i].part;
@@ -37,7 +40,8 @@ FlatNfa::FlatNfa(const Pattern* first, std::size_t count) {
 }
 
 void FlatNfa::flatten(const NonDetState& state) {
-    const auto& transitions = state.transitions();
+    countWork(4);
+    const std::span<const NonDetState::Transition> transitions = state.transitions();
     if (transitions.size() == 1 && transitions[0].first == transitions[0].last &&
         state.wildCardState() == nullptr) {
         std::uint32_t& single = singles_[transitions[0].first];
@@ -52,7 +56,8 @@ void FlatNfa::flatten(const NonDetState& state) {
 }
 
 void FlatNfa::flattenSets(const NonDetState& state) {
-    std::vector<std::pair<const State*, ByteSet>> byTarget;
+    countWork(state.transitions().size() * 8);
+    Vector<std::pair<const State*, ByteSet>> byTarget;
     ByteSet explicitBytes;
     for (const NonDetState::Transition& transition : state.transitions()) {
         auto found = std::find_if(byTarget.begin(), byTarget.end(), [&](const auto& entry) {
@@ -126,6 +131,7 @@ private:
                 open_.push_back(*next);
             }
         }
+        countWork(open_.size() * 4);
         open_.erase(std::remove_if(open_.begin(), open_.end(),
                                    [&](std::uint32_t state) { return nfa_.isTransit(state); }),
                     open_.end());
@@ -136,10 +142,12 @@ private:
 
     void orderFromStart() {
         isStart_.resize(nfa_.stateCount());
-        std::vector<bool> isSeen(nfa_.stateCount());
+        Vector<bool> isSeen(nfa_.stateCount());
         auto see = [&](std::uint32_t target, bool isStart) {
             const std::uint32_t* end = lists_.lists().end(listOf_[target]);
-            for (auto state = lists_.lists().begin(listOf_[target]); state != end; ++state) {
+            const std::uint32_t* const begin = lists_.lists().begin(listOf_[target]);
+            countWork(1 + static_cast<std::size_t>(end - begin));
+            for (const std::uint32_t* state = begin; state != end; ++state) {
                 if (isStart) isStart_[*state] = true;
                 if (isSeen[*state]) continue;
                 isSeen[*state] = true;
@@ -158,7 +166,9 @@ private:
             for (std::uint32_t state : order_) {
                 forEdges(state, [&](const FlatNfa::Edge& edge) {
                     const std::uint32_t* end = lists_.lists().end(listOf_[edge.target]);
-                    for (auto to = lists_.lists().begin(listOf_[edge.target]); to != end; ++to) {
+                    const std::uint32_t* const begin = lists_.lists().begin(listOf_[edge.target]);
+                    countWork(1 + static_cast<std::size_t>(end - begin));
+                    for (const std::uint32_t* to = begin; to != end; ++to) {
                         visit(Source{state, edge.set}, *to);
                     }
                 });
@@ -167,16 +177,19 @@ private:
         forTransitions([&](Source, std::uint32_t to) { ++sourceEnds_[to + 1]; });
         for (std::size_t i = 1; i < sourceEnds_.size(); ++i) sourceEnds_[i] += sourceEnds_[i - 1];
         sources_.resize(sourceEnds_.back());
-        std::vector<std::size_t> filled(sourceEnds_.begin(), sourceEnds_.end() - 1);
+        Vector<std::size_t> filled(sourceEnds_.begin(), sourceEnds_.end() - 1);
         forTransitions([&](Source source, std::uint32_t to) { sources_[filled[to]++] = source; });
     }
 
     void merge() {
         mergedInto_.resize(nfa_.stateCount());
         for (std::uint32_t state : order_) mergedInto_[state] = state;
-        std::unordered_map<std::uint64_t, std::uint32_t> known;
-        std::vector<std::uint32_t> ways;
-        std::vector<std::uint32_t> knownWays;
+        // By a hash that is seeded.
+        std::unordered_map<std::uint64_t, std::uint32_t, std::hash<std::uint64_t>, std::equal_to<>,
+                           CountedAllocator<std::pair<const std::uint64_t, std::uint32_t>>>
+            known;
+        Vector<std::uint32_t> ways;
+        Vector<std::uint32_t> knownWays;
         for (std::uint32_t state : order_) {
             findWays(state, ways);
             auto [found, isNew] =
@@ -188,8 +201,9 @@ private:
     }
 
     // All ways into a state, in an order that does not depend on the state.
-    void findWays(std::uint32_t state, std::vector<std::uint32_t>& ways) {
+    void findWays(std::uint32_t state, Vector<std::uint32_t>& ways) {
         pairs_.clear();
+        countWork(8 * (1 + sourceEnds_[state + 1] - sourceEnds_[state]));
         for (std::size_t i = sourceEnds_[state]; i < sourceEnds_[state + 1]; ++i) {
             std::uint32_t from = mergedInto_[sources_[i].state];
             pairs_.emplace_back(from == state ? noneS : from, sources_[i].set);
@@ -204,8 +218,8 @@ private:
     }
 
     void replace() {
-        std::vector<std::uint32_t> newIndex(nfa_.stateCount());
-        std::vector<std::vector<std::uint32_t>> members;
+        Vector<std::uint32_t> newIndex(nfa_.stateCount());
+        Vector<Vector<std::uint32_t>> members;
         for (std::uint32_t state : order_) {
             if (mergedInto_[state] == state) {
                 newIndex[state] = static_cast<std::uint32_t>(members.size());
@@ -216,21 +230,23 @@ private:
         }
 
         ListIndex targets;
-        std::vector<std::uint32_t> newList(lists_.lists().count());
-        std::vector<std::uint32_t> values;
+        Vector<std::uint32_t> newList(lists_.lists().count());
+        Vector<std::uint32_t> values;
         for (std::size_t list = 0; list < newList.size(); ++list) {
             values.clear();
             const std::uint32_t* end = lists_.lists().end(list);
-            for (auto state = lists_.lists().begin(list); state != end; ++state) {
+            const std::uint32_t* const begin = lists_.lists().begin(list);
+            countWork(4 * (1 + static_cast<std::size_t>(end - begin)));
+            for (const std::uint32_t* state = begin; state != end; ++state) {
                 values.push_back(newIndex[*state]);
             }
             newList[list] = targets.find(sortOnce(values));
         }
 
-        std::vector<FlatNfa::Edge> edges;
-        std::vector<std::size_t> edgeEnds;
+        Vector<FlatNfa::Edge> edges;
+        Vector<std::size_t> edgeEnds;
         Lists patterns;
-        for (const std::vector<std::uint32_t>& group : members) {
+        for (const Vector<std::uint32_t>& group : members) {
             std::size_t begin = edges.size();
             values.clear();
             for (std::uint32_t state : group) {
@@ -243,6 +259,7 @@ private:
                 std::sort(edges.begin() + begin, edges.end());
                 edges.erase(std::unique(edges.begin() + begin, edges.end()), edges.end());
             }
+            countWork(8 * (1 + edges.size() - begin));
             edgeEnds.push_back(edges.size());
             sortOnce(values);
             patterns.append(values.data(), values.data() + values.size());
@@ -253,12 +270,12 @@ private:
         nfa_.edges_ = std::move(edges);
         nfa_.edgeEnds_ = std::move(edgeEnds);
         nfa_.patterns_ = std::move(patterns);
-        nfa_.targets_ = targets.lists();
+        nfa_.targets_ = targets.take();
         nfa_.epsilons_ = Lists();
         nfa_.isReduced_ = true;
     }
 
-    static std::vector<std::uint32_t>& sortOnce(std::vector<std::uint32_t>& values) {
+    static Vector<std::uint32_t>& sortOnce(Vector<std::uint32_t>& values) {
         if (values.size() > 1) {
             std::sort(values.begin(), values.end());
             values.erase(std::unique(values.begin(), values.end()), values.end());
@@ -273,15 +290,15 @@ private:
     }
 
     FlatNfa& nfa_;
-    std::vector<std::uint32_t> listOf_;  // of each target, its list
+    Vector<std::uint32_t> listOf_;  // of each target, its list
     ListIndex lists_;
-    std::vector<std::uint32_t> open_;
-    std::vector<std::uint32_t> order_;  // the states that matter, by their distance from the start
-    std::vector<bool> isStart_;
-    std::vector<Source> sources_;  // of all transitions, by the state that they lead to
-    std::vector<std::size_t> sourceEnds_;
-    std::vector<std::uint32_t> mergedInto_;
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> pairs_;
+    Vector<std::uint32_t> open_;
+    Vector<std::uint32_t> order_;  // the states that matter, by their distance from the start
+    Vector<bool> isStart_;
+    Vector<Source> sources_;  // of all transitions, by the state that they lead to
+    Vector<std::size_t> sourceEnds_;
+    Vector<std::uint32_t> mergedInto_;
+    Vector<std::pair<std::uint32_t, std::uint32_t>> pairs_;
 };
 
 void FlatNfa::reduce() { NfaReducer(*this).run(); }

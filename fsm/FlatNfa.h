@@ -3,8 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
-#include <vector>
 
 #include "fsm/ByteClasses.h"
 #include "fsm/Lists.h"
@@ -38,8 +36,8 @@ public:
     std::size_t stateCount() const { return edgeEnds_.size(); }
     std::size_t targetCount() const { return isReduced_ ? targets_.count() : stateCount(); }
     /// The targets at which a text begins.
-    const std::vector<std::uint32_t>& starts() const { return starts_; }
-    const std::vector<ByteSet>& sets() const { return sets_; }
+    const Vector<std::uint32_t>& starts() const { return starts_; }
+    const Vector<ByteSet>& sets() const { return sets_; }
     const Edge* edgesBegin(std::uint32_t state) const {
         return edges_.data() + (state == 0 ? 0 : edgeEnds_[state - 1]);
     }
@@ -63,14 +61,14 @@ private:
     std::uint32_t setIndex(const ByteSet& bytes);
 
     bool isReduced_ = false;
-    std::vector<std::uint32_t> starts_;
-    std::vector<Edge> edges_;
-    std::vector<std::size_t> edgeEnds_;
+    Vector<std::uint32_t> starts_;
+    Vector<Edge> edges_;
+    Vector<std::size_t> edgeEnds_;
     Lists patterns_;
     Lists epsilons_;
     Lists targets_;
-    std::vector<ByteSet> sets_;
-    std::unordered_map<ByteSet, std::uint32_t> setIndex_;
+    Vector<ByteSet> sets_;
+    ByteSetNumbers<std::uint32_t> setIndex_;
     std::array<std::uint32_t, 256> singles_;  // of each byte, the set that holds it alone
 };
 

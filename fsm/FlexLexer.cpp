@@ -34,6 +34,11 @@ int FSM_FlexLexer::yylex(int& value) {
     return token;
 }
 
+void* FSM_FlexLexer::takeMemory(std::size_t bytes) {
+    memory_.push_back(std::make_unique_for_overwrite<std::byte[]>(bytes));
+    return memory_.back().get();
+}
+
 char FSM_FlexLexer::look(std::size_t distance) const {
     return position_ + distance < pattern_.size() ? pattern_[position_ + distance] : '\0';
 }

@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <iosfwd>
+#include <memory>
 #include <string>
+#include <vector>
 
 /// The scanner of patterns: gives the tokens of one pattern, one after the other. The token codes
 /// are those of the grammar, 257 to 274. Used by one thread at a time.
@@ -20,6 +22,9 @@ public:
     /// The value of the token read last; 0 before the first.
     int lastValue() const { return lastValue_; }
 
+    /// Memory for the parser that reads from this scanner; freed with the scanner.
+    void* takeMemory(std::size_t bytes);
+
 private:
     enum class Condition { Initial, Set, Count };
 
@@ -33,4 +38,5 @@ private:
     Condition condition_ = Condition::Initial;
     bool atLineStart_ = true;
     int lastValue_ = 0;
+    std::vector<std::unique_ptr<std::byte[]>> memory_;
 };

@@ -3,13 +3,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
+
+#include "fnd/SeededHash.h"
+#include "fsm/Account.h"
 
 namespace FSM {
 
-/// A hash of the numbers from `begin` to `end`, which depends on their order.
+/// A hash of the numbers from `begin` to `end`, which depends on their order and on the seed of
+/// the process.
 inline std::uint64_t hashOf(const std::uint32_t* begin, const std::uint32_t* end) {
-    std::uint64_t hash = 0x9e3779b97f4a7c15u;
+    std::uint64_t hash = FND::hashSeed().second;
     for (; begin != end; ++begin) {
         hash = (hash ^ *begin) * 0xff51afd7ed558ccdu;
         hash ^= hash >> 32;
@@ -35,8 +40,8 @@ public:
     std::size_t totalSize() const { return values_.size(); }
 
 private:
-    std::vector<std::uint32_t> values_;
-    std::vector<std::size_t> ends_;
+    Vector<std::uint32_t> values_;
+    Vector<std::size_t> ends_;
 };
 
 /// Numbers distinct lists in the order of their coming.
@@ -45,9 +50,11 @@ public:
     ListIndex() : slots_(256, noneCM) {}
 
     const Lists& lists() const { return lists_; }
+    /// Gives the lists away; nothing is found any more.
+    Lists take() { return std::move(lists_); }
 
     /// The number of the list that holds `values`; a new one if none does.
-    std::uint32_t find(const std::vector<std::uint32_t>& values) {
+    std::uint32_t find(const Vector<std::uint32_t>& values) {
         const std::uint32_t* begin = values.data();
         const std::uint32_t* end = begin + values.size();
         std::uint64_t hash = hashOf(begin, end);
@@ -81,8 +88,8 @@ private:
     }
 
     Lists lists_;
-    std::vector<std::uint64_t> hashes_;
-    std::vector<std::uint32_t> slots_;  // a power of two
+    Vector<std::uint64_t> hashes_;
+    Vector<std::uint32_t> slots_;  // a power of two
 };
 
 }  // namespace FSM

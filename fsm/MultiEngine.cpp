@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <limits>
 #include <new>
 #include <unordered_map>
 #include <utility>
 
+#include "fnd/SeededHash.h"
+#include "fsm/Account.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/PatternList.h"
@@ -23,7 +26,10 @@ struct MultiEngine::Place {
     };
 
     // Until the automata are built.
-    std::unordered_map<FND::String, Use> numbers;
+    std::unordered_map<FND::String, Use, FND::SeededHash, std::equal_to<>,
+                       CountedAllocator<std::pair<const FND::String, Use>>>
+        numbers;
+    Charge textCharge;  // of the patterns as keys of these
     std::unique_ptr<PatternList> patterns = std::make_unique<PatternList>();
     // From then on, one of the two.
     std::unique_ptr<Engine> engine;
@@ -79,6 +85,7 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
             error_ = place.patterns->error();
             return false;
         }
+        place.textCharge.take(blockBytes(patterns[count].size()));
         place.numbers.emplace(patterns[count], Place::Use{number, path});
         row[count] = number;
     }
@@ -94,10 +101,14 @@ bool MultiEngine::finalSetup() {
         isBuilt_ = build();
     } catch (const std::bad_alloc&) {
         error_ = "no memory available for the automata";
+    } catch (...) {
+        places_.clear();
+        rows_->clear();
+        throw;
     }
     if (!isBuilt_) {
         places_.clear();
-        rows_ = std::make_unique<RowTree>();
+        rows_->clear();
     }
     return isBuilt_;
 }
@@ -115,6 +126,7 @@ bool MultiEngine::build() {
             return false;
         }
         place.numbers = {};
+        place.textCharge = {};
         if (group->partCount() == 1 && !group->hasTailsApart()) {
             place.engine.reset(new Engine(group->takeTable()));
         } else {
@@ -202,7 +214,7 @@ std::size_t MultiEngine::memory() const {
 
 void MultiEngine::clear() {
     places_.clear();
-    rows_ = std::make_unique<RowTree>();
+    rows_->clear();
     error_.clear();
     rowCount_ = 0;
     guiltyPath_ = -1;

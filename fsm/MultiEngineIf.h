@@ -17,7 +17,7 @@ namespace FSM {
 ///
 /// Insert the rows, call `finalSetup` once, then match as often as you like. Until `finalSetup`
 /// returns, an object is used by one thread; from then on any number of threads may match at once.
-/// Nothing is thrown: a failure gives false and a text in `error`.
+/// Nothing is thrown but what a `Budget` throws: a failure gives false and a text in `error`.
 class KESTREL_API MultiEngineIf {
 public:
     /// Path number that stands for the number of rows inserted before.

@@ -23,7 +23,11 @@ Pool<NonDetState>& nonDetStatePool() {
 }  // namespace
 
 NonDetState::NonDetState(std::int64_t id)
-    : State(id != -1 ? id : nonDetStateobjIdS.fetch_add(1, std::memory_order_relaxed)) {}
+    : State(id != -1 ? id : nonDetStateobjIdS.fetch_add(1, std::memory_order_relaxed)),
+      charge_(blockBytes(sizeof(NonDetState))) {
+    constexpr std::size_t stepsToMake = 8;
+    countWork(stepsToMake);
+}
 
 void* NonDetState::operator new(std::size_t) { return nonDetStatePool().take(); }
 
@@ -32,7 +36,7 @@ void NonDetState::operator delete(void* memory) { nonDetStatePool().give(memory)
 void NonDetState::freeMemoryPool() { nonDetStatePool().freeMemory(); }
 
 State* NonDetState::succState(unsigned char c) const {
-    for (const Transition& transition : transitions_) {
+    for (const Transition& transition : transitions()) {
         if (transition.last < c) continue;
         if (transition.first > c) break;
         return transition.target;
@@ -42,42 +46,50 @@ State* NonDetState::succState(unsigned char c) const {
 
 void NonDetState::succStates(unsigned char first, unsigned char last, State* target) {
     if (last < first) return;
-    // The common case: the new transition comes after all others.
-    if (target != nullptr && (transitions_.empty() || transitions_.back().last < first)) {
-        if (!transitions_.empty() && transitions_.back().target == target &&
-            transitions_.back().last + 1 == first) {
-            transitions_.back().last = last;
-        } else {
-            transitions_.push_back({first, last, target});
-        }
+    if (target != nullptr && transitions().empty()) {
+        only_ = {first, last, target};
         return;
     }
     std::vector<Transition> changed;
     bool placed = target == nullptr;
+    auto append = [&](unsigned char from, unsigned char to, State* reached) {
+        if (!changed.empty() && changed.back().target == reached &&
+            changed.back().last + 1 == from) {
+            changed.back().last = to;
+        } else {
+            changed.push_back({from, to, reached});
+        }
+    };
     auto place = [&] {
-        if (!placed) changed.push_back({first, last, target});
+        if (!placed) append(first, last, target);
         placed = true;
     };
-    for (const Transition& old : transitions_) {
+    for (const Transition& old : transitions()) {
         if (old.last < first) {
-            changed.push_back(old);
+            append(old.first, old.last, old.target);
             continue;
         }
         if (old.first < first) {
-            changed.push_back({old.first, static_cast<unsigned char>(first - 1), old.target});
+            append(old.first, static_cast<unsigned char>(first - 1), old.target);
         }
         if (old.last > last) {
             place();
-            changed.push_back(
-                {std::max(old.first, static_cast<unsigned char>(last + 1)), old.last, old.target});
+            append(std::max(old.first, static_cast<unsigned char>(last + 1)), old.last, old.target);
         }
     }
     place();
+    if (changed.size() < 2) {
+        only_ = changed.empty() ? Transition() : changed[0];
+        changed = {};
+    }
+    const std::size_t before = transitions_.capacity() * sizeof(Transition);
+    if (!changed.empty()) charge_.take(blockBytes(changed.capacity() * sizeof(Transition)));
     transitions_ = std::move(changed);
+    if (before > 0) charge_.give(blockBytes(before));
 }
 
 State* NonDetState::addEpsilonSuccState() {
-    epsilons_.reserve(epsilons_.size() + 1);
+    makeRoom(epsilons_, charge_);
     State* added = new NonDetState;
     epsilonSuccState(added);
     return added;

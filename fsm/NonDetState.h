@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <iosfwd>
 #include <map>
+#include <span>
 #include <vector>
 
+#include "fsm/Account.h"
 #include "fsm/State.h"
 
 namespace FSM {
@@ -34,14 +36,20 @@ public:
     /// Sets the transitions on all bytes from `first` to `last`; null removes them.
     void succStates(unsigned char first, unsigned char last, State* target);
     /// The explicit transitions, ascending, no byte twice.
-    const std::vector<Transition>& transitions() const { return transitions_; }
+    std::span<const Transition> transitions() const {
+        if (transitions_.empty()) return {&only_, only_.target != nullptr ? 1U : 0U};
+        return transitions_;
+    }
 
     /// The state reached on any byte without a transition, but newline; null for none.
     State* wildCardState() const { return wildCard_; }
     void wildCardState(State* target) { wildCard_ = target; }
 
     const std::vector<State*>& epsilonSuccStates() const override { return epsilons_; }
-    void epsilonSuccState(State* target) override { epsilons_.push_back(target); }
+    void epsilonSuccState(State* target) override {
+        makeRoom(epsilons_, charge_);
+        epsilons_.push_back(target);
+    }
     State* addEpsilonSuccState() override;
     void epsilonClosure(StateSet& set) const override;
     void print(const std::map<const State*, int>& numbers, std::ostream& out,
@@ -52,9 +60,11 @@ public:
     void mark(std::uint32_t value) const { mark_ = value; }
 
 private:
-    std::vector<Transition> transitions_;
-    State* wildCard_ = nullptr;     // not owned
-    std::vector<State*> epsilons_;  // not owned
+    Charge charge_;      // for the state and what its vectors hold
+    Transition only_{};  // while there is one, as in most states; without target: none
+    std::vector<Transition> transitions_;  // when there are more
+    State* wildCard_ = nullptr;            // not owned
+    std::vector<State*> epsilons_;         // not owned
     mutable std::uint32_t mark_ = 0;
 };
 

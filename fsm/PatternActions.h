@@ -5,7 +5,7 @@
 #include "fsm/EnginePart.h"
 #include "fsm/FlexLexer.h"
 
-/// What the generated parser calls. All of it works on the stack of parts, under the parser lock.
+/// What the generated parser calls. All of it works on the calling thread's stack of parts.
 namespace FSM {
 
 inline EnginePart& topPart() { return *EnginePart::stackCM.back(); }

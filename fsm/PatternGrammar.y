@@ -14,6 +14,10 @@ class FSM_FlexLexer;
 %code {
 #include "fsm/PatternActions.h"
 using namespace FSM;
+
+// The parser's own stack, once it is deep, goes with the scanner, whatever is thrown.
+#define YYMALLOC(bytes) scanner.takeMemory(bytes)
+#define YYFREE(memory) static_cast<void>(memory)
 }
 
 %token SET_START 257 SET_START_NEG 258 SET_END 259

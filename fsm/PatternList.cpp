@@ -36,13 +36,21 @@ bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
                      " states at pattern " + std::to_string(path);
             return false;
         }
-        stateCount_ += part->stateCount();
+        const std::size_t states = part->stateCount();
         patterns_.push_back({std::move(part), static_cast<std::int32_t>(path), pattern});
+        stateCount_ += states;
     } catch (const std::bad_alloc&) {
         error_ = "FSM::EnginePart::operator new():no memory available";
         return false;
     }
     return true;
+}
+
+std::vector<std::int32_t> PatternList::paths() const {
+    std::vector<std::int32_t> paths;
+    paths.reserve(patterns_.size());
+    for (const Pattern& pattern : patterns_) paths.push_back(pattern.path);
+    return sortedOnce(std::move(paths));
 }
 
 std::vector<std::int32_t> PatternList::negatedPaths(const Pattern* first, std::size_t count) {
@@ -59,7 +67,7 @@ FND::String PatternList::limitError(const Pattern& guilty, std::size_t stateLimi
            std::to_string(guilty.path) + ": " + guilty.text.substr(0, bytesShown);
 }
 
-std::vector<Pattern> PatternList::take() {
+Vector<Pattern> PatternList::take() {
     stateCount_ = 0;
     return std::exchange(patterns_, {});
 }

@@ -15,6 +15,7 @@ struct Pattern {
     std::unique_ptr<EnginePart> part;
     std::int32_t path;
     FND::String text;
+    Charge textCharge{blockBytes(text.size())};
 };
 
 /// `paths` in ascending order, each once.
@@ -33,10 +34,13 @@ public:
 
     /// Parses `pattern` and appends it. False if it is refused: the list is unchanged but for
     /// `error`. When it does not parse, two lines on standard output tell so. `maxStates` is the
-    /// number of non-deterministic states that all patterns together may have.
+    /// number of non-deterministic states that all patterns together may have. Throws what the
+    /// budget throws, with the list unchanged.
     bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t maxStates);
 
-    const std::vector<Pattern>& patterns() const { return patterns_; }
+    const Vector<Pattern>& patterns() const { return patterns_; }
+    /// Sorted numbers of all patterns, each once.
+    std::vector<std::int32_t> paths() const;
     /// Non-deterministic states of all patterns together.
     std::size_t stateCount() const { return stateCount_; }
     const FND::String& error() const { return error_; }
@@ -48,12 +52,12 @@ public:
     static FND::String limitError(const Pattern& guilty, std::size_t stateLimit);
 
     /// Gives all patterns away.
-    std::vector<Pattern> take();
+    Vector<Pattern> take();
     /// Frees all patterns; the error text stays.
     void clear();
 
 private:
-    std::vector<Pattern> patterns_;
+    Vector<Pattern> patterns_;
     std::size_t stateCount_ = 0;
     FND::String error_;
 };

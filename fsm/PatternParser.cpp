@@ -1,11 +1,9 @@
 #include "fsm/PatternParser.h"
 
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include "PatternGrammar.h"
-#include "fnd/ForkGuard.h"
 #include "fsm/PatternActions.h"
 
 namespace FSM {
@@ -47,15 +45,6 @@ bool repeatPart(int minimum, int maximum) {
 
 int FSM_debug = 0;
 
-namespace {
-
-// Serialises all parsing of patterns in the process, from the making of the scanner until the part
-// or the error text is taken.
-constinit std::mutex parserLockS;
-FND::ForkGuard parserGuardS(FND::ForkGuard::Rank::Patterns, parserLockS);
-
-}  // namespace
-
 int fsm_lex(int* value, FSM_FlexLexer& scanner) { return scanner.yylex(*value); }
 
 void fsm_error(FSM_FlexLexer& scanner, const char* message) {
@@ -65,14 +54,19 @@ void fsm_error(FSM_FlexLexer& scanner, const char* message) {
 int FSM_parse(FSM_FlexLexer& scanner) {
     FSM::EnginePart::stackCM.clear();
     FSM::EnginePart::errorTextCM.clear();
-    fsm_debug = FSM_debug;
-    int result = fsm_parse(scanner);
-    if (result != 0) FSM::EnginePart::stackCM.clear();
-    return result;
+    // Hardly ever written, so that threads may parse at once.
+    if (fsm_debug != FSM_debug) fsm_debug = FSM_debug;
+    try {
+        const int result = fsm_parse(scanner);
+        if (result != 0) FSM::EnginePart::stackCM.clear();
+        return result;
+    } catch (...) {
+        FSM::EnginePart::stackCM.clear();
+        throw;
+    }
 }
 
 std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern, FND::String& error) {
-    std::lock_guard<std::mutex> guard(parserLockS);
     FSM_FlexLexer scanner(pattern);
     if (FSM_parse(scanner) != 0) {
         error = EnginePart::errorTextCM;

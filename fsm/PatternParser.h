@@ -11,8 +11,7 @@ extern int FSM_debug;
 
 /// Parses the pattern that `scanner` reads. 0 on success: the pattern's part is the only one on the
 /// stack of `FSM::EnginePart`. Else 1, or 2 when the parser's stack of 10000 entries is full, and
-/// `FSM::EnginePart::errorTextCM` tells why. Stack and text are shared by the whole process, so
-/// this is not for two threads at once; `FSM::parsePattern` is.
+/// `FSM::EnginePart::errorTextCM` tells why. Stack and text are those of the calling thread.
 int FSM_parse(FSM_FlexLexer& scanner);
 
 /// Puts into `FSM::EnginePart::errorTextCM` what the user is told of the parser's `message`;
@@ -21,8 +20,8 @@ void FSM_printerror(const char* message, int value);
 
 namespace FSM {
 
-/// Parses `pattern` under the parser lock. Null, with the reason in `error`, if that fails. From
-/// any thread.
+/// Parses `pattern`. Null, with the reason in `error`, if that fails. Any number of threads may
+/// parse at once. Throws std::bad_alloc and what the budget throws.
 std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, FND::String& error);
 
 }  // namespace FSM

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "fnd/ForkGuard.h"
@@ -31,17 +32,19 @@ public:
     /// Takes back memory that `take` gave; null is ignored.
     void give(void* memory) {
         if (memory == nullptr) return;
+        Blocks unused;  // freed once others may go on
         std::lock_guard<std::mutex> guard(lock_);
         Slot* slot = static_cast<Slot*>(memory);
         slot->next = free_;
         free_ = slot;
-        if (--used_ == 0 && blocks_.size() > blocksKeptS) keepBlocks(blocksKeptS);
+        if (--used_ == 0 && blocks_.size() > blocksKeptS) unused = keepBlocks(blocksKeptS);
     }
 
     /// Returns all memory to the heap, unless a slot is still in use.
     void freeMemory() {
+        Blocks unused;
         std::lock_guard<std::mutex> guard(lock_);
-        if (used_ == 0) keepBlocks(0);
+        if (used_ == 0) unused = keepBlocks(0);
     }
 
 private:
@@ -53,7 +56,10 @@ private:
         alignas(Object) std::byte object[sizeof(Object)];
     };
 
+    using Blocks = std::vector<std::unique_ptr<Slot[]>>;
+
     void addBlock() {
+        kept_.reserve(blocksKeptS);
         blocks_.push_back(std::make_unique<Slot[]>(slotsInBlockS));
         link(blocks_.back().get());
     }
@@ -65,18 +71,23 @@ private:
         }
     }
 
-    void keepBlocks(std::size_t count) {
-        blocks_.resize(std::min(count, blocks_.size()));
-        blocks_.shrink_to_fit();
+    // Gives the blocks that are not kept.
+    Blocks keepBlocks(std::size_t count) {
+        Blocks unused = std::exchange(blocks_, std::exchange(kept_, {}));
         free_ = nullptr;
-        for (auto& block : blocks_) link(block.get());
+        for (std::size_t i = 0; i < std::min(count, unused.size()); ++i) {
+            blocks_.push_back(std::move(unused[i]));
+            link(blocks_.back().get());
+        }
+        return unused;
     }
 
     std::mutex lock_;
     FND::ForkGuard guard_{FND::ForkGuard::Rank::PatternMemory, lock_};
     Slot* free_ = nullptr;
     std::size_t used_ = 0;
-    std::vector<std::unique_ptr<Slot[]>> blocks_;
+    Blocks blocks_;
+    Blocks kept_;  // room for the blocks to be kept, so that giving back takes no memory
 };
 
 }  // namespace FSM

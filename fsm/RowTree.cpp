@@ -3,8 +3,9 @@
 namespace FSM {
 
 void RowTree::insert(Numbers numbers, std::int32_t path) {
-    rows_.push_back({numbers_.size(), numbers.size(), path});
+    const std::size_t begin = numbers_.size();
     numbers_.insert(numbers_.end(), numbers.begin(), numbers.end());
+    rows_.push_back({begin, numbers.size(), path});
 }
 
 void RowTree::build() {
@@ -12,6 +13,7 @@ void RowTree::build() {
     std::sort(rows_.begin(), rows_.end(), [&](const Row& a, const Row& b) {
         Numbers left = numbersOf(a);
         Numbers right = numbersOf(b);
+        countWork(4);
         return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end());
     });
     struct Branch {  // the rows that share their first numbers, as many as `depth`
@@ -19,10 +21,11 @@ void RowTree::build() {
         std::size_t end;
         std::size_t depth;
     };
-    std::vector<Branch> branches{{0, rows_.size(), 0}};
+    Vector<Branch> branches{{0, rows_.size(), 0}};
     number_.push_back(0);
     for (std::size_t node = 0; node < branches.size(); ++node) {
         auto [begin, end, depth] = branches[node];
+        countWork(4 + end - begin);
         firstChild_.push_back(static_cast<Node>(branches.size()));
         firstPath_.push_back(static_cast<std::uint32_t>(paths_.size()));
         for (; begin < end && rows_[begin].length == depth; ++begin) {

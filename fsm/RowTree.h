@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+
+#include "fsm/Account.h"
 
 namespace FSM {
 
@@ -20,6 +21,8 @@ public:
     /// Builds the tree of the rows inserted.
     void build();
     std::size_t memory() const;
+    /// Forgets all rows.
+    void clear() { *this = RowTree(); }
 
     /// Calls visit(path) for every row of `places.size()` numbers of which each is in the list for
     /// its place; the lists are ascending. In no order, and a path as often as it has such rows.
@@ -67,15 +70,15 @@ private:
 
     Numbers numbersOf(const Row& row) const { return {&numbers_[row.begin], row.length}; }
 
-    std::vector<Row> rows_;
-    std::vector<std::int32_t> numbers_;
+    Vector<Row> rows_;
+    Vector<std::int32_t> numbers_;
 
     // The nodes are numbered by depth, so the children of one lie together. The first two arrays
     // have one entry more than there are nodes, as the end of the last one.
-    std::vector<Node> firstChild_;
-    std::vector<std::uint32_t> firstPath_;
-    std::vector<std::int32_t> number_;
-    std::vector<std::int32_t> paths_;  // of the rows that end in each node
+    Vector<Node> firstChild_;
+    Vector<std::uint32_t> firstPath_;
+    Vector<std::int32_t> number_;
+    Vector<std::int32_t> paths_;  // of the rows that end in each node
 };
 
 }  // namespace FSM

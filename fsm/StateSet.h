@@ -2,7 +2,8 @@
 
 #include <cstddef>
 #include <unordered_set>
-#include <vector>
+
+#include "fsm/Account.h"
 
 namespace FSM {
 
@@ -22,7 +23,7 @@ public:
     bool isEmpty() const { return members_.empty(); }
     std::size_t size() const { return members_.size(); }
     /// The members in the order of insertion, until the next change.
-    const std::vector<State*>& members() const { return members_; }
+    const Vector<State*>& members() const { return members_; }
 
     /// Takes all members of `other`, which is empty then. Neither set may refuse duplicates.
     void takeAll(StateSet& other);
@@ -43,7 +44,7 @@ private:
     bool contains(State* state) const;
 
     bool allowDuplicates_;
-    std::vector<State*> members_;
+    Vector<State*> members_;
     std::unordered_set<const State*> index_;  // of the members, once there are many
 };
 

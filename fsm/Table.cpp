@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <numeric>
-#include <unordered_map>
 #include <utility>
 
 #include "fsm/ByteClasses.h"
@@ -15,24 +15,28 @@ namespace {
 constexpr std::uint32_t noStateS = RawAutomaton::noStateCM;
 
 // The states from which a pattern's end can be reached, and the start.
-std::vector<bool> liveStates(const RawAutomaton& raw) {
-    std::size_t stateCount = raw.stateCount();
-    std::size_t classCount = raw.classCount;
-    std::vector<std::uint32_t> sourceEnds(stateCount + 1);
-    for (std::uint32_t target : raw.next) {
-        if (target != noStateS) ++sourceEnds[target + 1];
-    }
-    std::partial_sum(sourceEnds.begin(), sourceEnds.end(), sourceEnds.begin());
-    std::vector<std::uint32_t> sources(sourceEnds.back());
-    std::vector<std::uint32_t> filled(sourceEnds.begin(), sourceEnds.end() - 1);
-    for (std::uint32_t state = 0; state < stateCount; ++state) {
-        const std::uint32_t* row = &raw.next[state * classCount];
-        for (std::size_t c = 0; c < classCount; ++c) {
-            if (row[c] != noStateS) sources[filled[row[c]]++] = state;
+Vector<bool> liveStates(const RawAutomaton& raw) {
+    const std::size_t stateCount = raw.stateCount();
+    // Calls visit(state, target) for all moves; those of neighbouring classes to one target once.
+    const auto forMoves = [&](auto visit) {
+        for (std::uint32_t state = 0; state < stateCount; ++state) {
+            const std::uint32_t* row = raw.next.row(state);
+            countWork(raw.classCount);
+            for (unsigned c = 0; c < raw.classCount; ++c) {
+                if (row[c] != noStateS && (c == 0 || row[c] != row[c - 1])) visit(state, row[c]);
+            }
         }
-    }
-    std::vector<bool> isLive(stateCount);
-    std::vector<std::uint32_t> open;
+    };
+    Vector<std::size_t> sourceEnds(stateCount + 1);
+    forMoves([&](std::uint32_t, std::uint32_t target) { ++sourceEnds[target + 1]; });
+    std::partial_sum(sourceEnds.begin(), sourceEnds.end(), sourceEnds.begin());
+    // Not filled with zeros first, which would take long.
+    const Charge charge(blockBytes(sourceEnds.back() * sizeof(std::uint32_t)));
+    const auto sources = std::make_unique_for_overwrite<std::uint32_t[]>(sourceEnds.back());
+    Vector<std::size_t> filled(sourceEnds.begin(), sourceEnds.end() - 1);
+    forMoves([&](std::uint32_t state, std::uint32_t target) { sources[filled[target]++] = state; });
+    Vector<bool> isLive(stateCount);
+    Vector<std::uint32_t> open;
     for (std::uint32_t state = 0; state < stateCount; ++state) {
         if (raw.acceptedLists[state] == 0) continue;
         isLive[state] = true;
@@ -41,7 +45,8 @@ std::vector<bool> liveStates(const RawAutomaton& raw) {
     while (!open.empty()) {
         std::uint32_t state = open.back();
         open.pop_back();
-        for (std::uint32_t i = sourceEnds[state]; i < sourceEnds[state + 1]; ++i) {
+        countWork(1 + sourceEnds[state + 1] - sourceEnds[state]);
+        for (std::size_t i = sourceEnds[state]; i < sourceEnds[state + 1]; ++i) {
             if (isLive[sources[i]]) continue;
             isLive[sources[i]] = true;
             open.push_back(sources[i]);
@@ -54,21 +59,24 @@ std::vector<bool> liveStates(const RawAutomaton& raw) {
 // Makes one class of those that lead to the same target from every state.
 void mergeClasses(RawAutomaton& raw) {
     unsigned oldCount = raw.classCount;
-    std::size_t stateCount = raw.stateCount();
-    std::vector<std::uint64_t> hashes(oldCount, 1);
-    for (std::size_t row = 0; row < raw.next.size(); row += oldCount) {
+    const std::size_t stateCount = raw.stateCount();
+    Vector<std::uint64_t> hashes(oldCount, FND::hashSeed().second);
+    for (std::size_t state = 0; state < stateCount; ++state) {
+        const std::uint32_t* const row = raw.next.row(state);
+        countWork(oldCount);
         for (unsigned c = 0; c < oldCount; ++c) {
-            hashes[c] = (hashes[c] ^ raw.next[row + c]) * 0xff51afd7ed558ccdu;
+            hashes[c] = (hashes[c] ^ row[c]) * 0xff51afd7ed558ccdu;
             hashes[c] ^= hashes[c] >> 32;
         }
     }
-    std::vector<unsigned> kept;
-    std::vector<std::uint8_t> renamed(oldCount);
+    Vector<unsigned> kept;
+    Vector<std::uint8_t> renamed(oldCount);
     for (unsigned c = 0; c < oldCount; ++c) {
         auto same = std::find_if(kept.begin(), kept.end(), [&](unsigned k) {
             if (hashes[k] != hashes[c]) return false;
-            for (std::size_t row = 0; row < raw.next.size(); row += oldCount) {
-                if (raw.next[row + k] != raw.next[row + c]) return false;
+            for (std::size_t state = 0; state < stateCount; ++state) {
+                countWork(1);
+                if (raw.next.row(state)[k] != raw.next.row(state)[c]) return false;
             }
             return true;
         });
@@ -76,12 +84,11 @@ void mergeClasses(RawAutomaton& raw) {
         if (same == kept.end()) kept.push_back(c);
     }
     if (kept.size() == oldCount) return;
-    std::vector<std::uint32_t> next;
-    next.reserve(stateCount * kept.size());
-    for (std::size_t row = 0; row < raw.next.size(); row += oldCount) {
-        for (unsigned c : kept) next.push_back(raw.next[row + c]);
+    for (std::size_t state = 0; state < stateCount; ++state) {
+        std::uint32_t* const row = raw.next.row(state);
+        countWork(kept.size());
+        for (std::size_t c = 0; c < kept.size(); ++c) row[c] = row[kept[c]];
     }
-    raw.next = std::move(next);
     raw.classCount = static_cast<unsigned>(kept.size());
     for (std::uint8_t& c : raw.classOf) c = renamed[c];
 }
@@ -91,17 +98,18 @@ void mergeClasses(RawAutomaton& raw) {
 enum class Kind { Trap, LineLoop, Special, Other };
 constexpr std::size_t kindsS = 4;
 
-std::vector<Kind> kindsOf(const RawAutomaton& raw) {
+Vector<Kind> kindsOf(const RawAutomaton& raw) {
     // 0: only NUL, 1: newline and perhaps NUL, 2: others.
-    std::vector<int> kindOfClass(raw.classCount, 0);
+    Vector<int> kindOfClass(raw.classCount, 0);
     for (unsigned byte = 1; byte < 256; ++byte) {
         int& kind = kindOfClass[raw.classOf[byte]];
         kind = std::max(kind, byte == '\n' ? 1 : 2);
     }
     constexpr Kind kindOfWidest[] = {Kind::Trap, Kind::LineLoop, Kind::Other};
-    std::vector<Kind> kinds(raw.stateCount());
+    Vector<Kind> kinds(raw.stateCount());
     for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
-        const std::uint32_t* row = &raw.next[std::size_t{state} * raw.classCount];
+        const std::uint32_t* row = raw.next.row(state);
+        countWork(raw.classCount);
         int widest = 0;
         for (unsigned c = 0; c < raw.classCount; ++c) {
             if (row[c] != state) widest = std::max(widest, kindOfClass[c]);
@@ -118,18 +126,22 @@ std::vector<Kind> kindsOf(const RawAutomaton& raw) {
 
 bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
                   std::size_t maxListed) {
-    std::vector<bool> isKept(raw.stateCount(), true);
+    Vector<bool> isKept(raw.stateCount(), true);
     if (!keepsDeadEnds && !raw.hasTailsApart()) {
         isKept = liveStates(raw);
-        for (std::uint32_t& target : raw.next) {
-            if (target != noStateS && !isKept[target]) target = noStateS;
+        for (std::size_t state = 0; state < raw.stateCount(); ++state) {
+            std::uint32_t* const row = raw.next.row(state);
+            countWork(raw.classCount);
+            for (unsigned c = 0; c < raw.classCount; ++c) {
+                if (row[c] != noStateS && !isKept[row[c]]) row[c] = noStateS;
+            }
         }
     }
     mergeClasses(raw);
 
     // Rows: 0, then the states sorted by their kinds, in raw order.
-    std::vector<Kind> kinds = kindsOf(raw);
-    std::vector<std::uint32_t> order;
+    const Vector<Kind> kinds = kindsOf(raw);
+    Vector<std::uint32_t> order;
     std::size_t countUpTo[kindsS];
     for (std::size_t kind = 0; kind < kindsS; ++kind) {
         for (std::uint32_t state = 0; state < raw.stateCount(); ++state) {
@@ -147,7 +159,7 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     lastTrap_ = static_cast<Row>(countUpTo[0] * stride_);
     lastLineLoop_ = static_cast<Row>(countUpTo[1] * stride_);
     lastSpecial_ = static_cast<Row>(countUpTo[2] * stride_);
-    std::vector<Row> rowOf(raw.stateCount());
+    Vector<Row> rowOf(raw.stateCount());
     for (std::size_t i = 0; i < order.size(); ++i) {
         rowOf[order[i]] = static_cast<Row>((i + 1) * stride_);
     }
@@ -156,24 +168,34 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     rows_.reserve((order.size() + 1) * stride_);
     rows_.resize(stride_);
     for (std::uint32_t state : order) {
+        const std::uint32_t* const row = raw.next.row(state);
+        countWork(stride_);
         for (unsigned c = 0; c < stride_; ++c) {
-            std::uint32_t target = raw.next[std::size_t{state} * stride_ + c];
-            rows_.push_back(target == noStateS ? 0 : rowOf[target]);
+            rows_.push_back(row[c] == noStateS ? 0 : rowOf[row[c]]);
         }
     }
 
     findLoops();
     for (std::size_t i = countUpTo[1]; i < countUpTo[2]; ++i) {
-        specials_.push_back({raw.isAfterNewline[order[i]], raw.lists[raw.settledLists[order[i]]]});
+        const Paths& settled = raw.lists[raw.settledLists[order[i]]];
+        countWork(4 + settled.size());
+        charge_.take(blockBytes(settled.size() * sizeof(std::int32_t)));
+        specials_.push_back({raw.isAfterNewline[order[i]], settled});
     }
     if (raw.leftByNewline != noStateS) leftByNewline_ = rowOf[raw.leftByNewline];
 
     negated_ = negated;
     lists_ = std::move(raw.lists);
+    listsCharge_ = std::move(raw.listsCharge);
     if (!negated.empty()) {
         std::size_t listed = 0;
         for (Paths& list : lists_) {
+            // Patterns that are negated are added to lists where they do not match.
+            const std::size_t most = list.size() + negated.size();
+            charge_.take(negated.size() * sizeof(std::int32_t));
+            countWork(4 + most);
             Paths reported;
+            reported.reserve(most);
             std::set_symmetric_difference(list.begin(), list.end(), negated.begin(), negated.end(),
                                           std::back_inserter(reported));
             listed += reported.size();
@@ -181,9 +203,11 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
             list = std::move(reported);
         }
     }
+    charge_.take(blockBytes((order.size() + 1) * sizeof(DetState)));
     states_ = std::make_unique<DetState[]>(order.size() + 1);
     firstPaths_.resize(order.size() + 1);
     for (std::size_t i = 0; i <= order.size(); ++i) {
+        countWork(1);
         const Paths& list = lists_[raw.acceptedLists[i == 0 ? 0 : order[i - 1]]];
         states_[i].paths_ = &list;
         states_[i].table_ = this;
@@ -197,12 +221,14 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
 void Table::findLoops() {
     std::size_t stateCount = this->stateCount();
     loopOf_.resize(stateCount + 1);
-    std::unordered_map<ByteSet, std::uint16_t> known;
+    ByteSetNumbers<std::uint16_t> known;
     for (std::size_t i = lastSpecial_ / stride_ + 1; i <= stateCount; ++i) {
         Row row = static_cast<Row>(i * stride_);
+        countWork(stride_);
         ByteSet classes;
         for (unsigned c = 0; c < stride_; ++c) classes[c] = rows_[row + c] == row;
         if (classes.none()) continue;
+        countWork(classes.size());
         ByteSet bytes;
         for (unsigned byte = 1; byte < 256; ++byte) bytes[byte] = classes[classOf_[byte]];
         std::uint16_t& number = known[bytes];
@@ -224,7 +250,8 @@ std::size_t Table::memory() const {
     std::size_t bytes =
         sizeof *this + rows_.capacity() * sizeof(Row) + (stateCount() + 1) * sizeof(DetState) +
         firstPaths_.capacity() * sizeof(std::int32_t) + lists_.capacity() * sizeof(Paths) +
-        negated_.capacity() * sizeof(std::int32_t);
+        negated_.capacity() * sizeof(std::int32_t) + loopOf_.capacity() * sizeof(std::uint16_t) +
+        loops_.capacity() * sizeof(ByteScan);
     for (const Paths& list : lists_) bytes += list.capacity() * sizeof(std::int32_t);
     for (const Special& special : specials_) {
         bytes += sizeof special + special.settled.capacity() * sizeof(std::int32_t);

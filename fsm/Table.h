@@ -43,6 +43,7 @@ public:
     /// `keepsDeadEnds` the table keeps apart the texts that have left the automaton and those
     /// inside it from which nothing can match any more; there is no need to if no pattern matches
     /// "". False if the lists of path numbers would take together more than `maxListed` numbers.
+    /// Throws what the budget throws.
     bool build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds, std::size_t maxListed);
 
     /// The row after the whole text, which ends at its first NUL; 0 when the text has left the
@@ -160,7 +161,7 @@ private:
     };
 
     std::array<std::uint8_t, 256> classOf_{};
-    std::vector<Row> rows_;
+    Vector<Row> rows_;
     Row start_ = 0;
     Row lastTrap_ = 0;
     Row lastLineLoop_ = 0;
@@ -170,11 +171,13 @@ private:
     std::uint64_t reciprocal_ = 0;  // of the stride, times 2^32
     std::size_t startIndex_ = 0;
     std::unique_ptr<DetState[]> states_;
-    std::vector<std::int32_t> firstPaths_;
-    std::vector<std::uint16_t> loopOf_;  // of each state, the number of its loop from 1 on, or 0
-    std::vector<ByteScan> loops_;        // the bytes on which states stay
-    std::vector<Special> specials_;
+    Vector<std::int32_t> firstPaths_;
+    Vector<std::uint16_t> loopOf_;  // of each state, the number of its loop from 1 on, or 0
+    Vector<ByteScan> loops_;        // the bytes on which states stay
+    Vector<Special> specials_;
     std::vector<Paths> lists_;
+    Charge listsCharge_;
+    Charge charge_;  // for the states, and what other lists hold
     Paths negated_;
 };
 

@@ -7,6 +7,7 @@
 
 #include "fsm/MultiEngine.h"
 #include "fsm/PatternCheck.h"
+#include "scr/AutomataAccount.h"
 #include "scr/Entry.h"
 #include "scr/Interpreter.h"
 #include "scr/LongText.h"
@@ -17,6 +18,7 @@
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/parser/PendingBuilds.h"
 
 namespace SCR {
 
@@ -26,20 +28,17 @@ namespace {
 // a text that leaves the automaton for an empty one.)
 class WholePattern {
 public:
-    // False, with the reason in `error`, when the pattern is invalid or needs more than `states`.
-    bool compile(const FND::String& pattern, std::int64_t states, FND::String& error) {
+    // False, with the reason in `error`, when the pattern is invalid or needs more states than the
+    // limit allows; like that it matches nothing.
+    bool compile(Interpreter& interpreter, const FND::String& pattern, FND::String& error) {
+        const AutomataScope scope(interpreter);
         engine_.emplace();
+        const std::int64_t states = interpreter.limits().states;
         engine_->stateLimit(static_cast<std::size_t>(std::max<std::int64_t>(states, 1)));
-        if (!FSM::checkPattern(pattern, error)) {
-            engine_.reset();
-            return false;
-        }
-        if (!engine_->insertPatterns({pattern}) || !engine_->finalSetup()) {
-            error = engine_->error();
-            engine_.reset();
-            return false;
-        }
-        return true;
+        if (!FSM::checkPattern(pattern, error)) return false;
+        if (engine_->insertPatterns({pattern}) && engine_->finalSetup()) return true;
+        error = engine_->error();
+        return false;
     }
 
     bool matches(std::string_view text) const {
@@ -50,16 +49,36 @@ private:
     std::optional<FSM::MultiEngine> engine_;
 };
 
+// A constant pattern.
+class ConstantPattern final : public PendingBuild {
+public:
+    explicit ConstantPattern(std::unique_ptr<StringNode> pattern) : pattern_(std::move(pattern)) {}
+
+    std::optional<FND::String> build(Interpreter& interpreter, std::size_t /*step*/,
+                                     const FND::String& /*file*/) override {
+        FND::String error;
+        const FND::String& pattern = pattern_->result();
+        if (compiled_.compile(interpreter, pattern, error)) return std::nullopt;
+        return Messages::illegalPattern(pattern, error);
+    }
+
+    bool matches(std::string_view text) const { return compiled_.matches(text); }
+
+private:
+    const std::unique_ptr<StringNode> pattern_;
+    WholePattern compiled_;
+};
+
 // `text =~ pattern` for a constant pattern.
 class ConstantMatch final : public BoolNode {
 public:
-    explicit ConstantMatch(std::unique_ptr<StringNode> text) : text_(std::move(text)) {}
-    bool result() override { return pattern.matches(text_->result()); }
-
-    WholePattern pattern;
+    ConstantMatch(std::unique_ptr<StringNode> text, std::shared_ptr<ConstantPattern> pattern)
+        : text_(std::move(text)), pattern_(std::move(pattern)) {}
+    bool result() override { return pattern_->matches(text_->result()); }
 
 private:
     const std::unique_ptr<StringNode> text_;
+    const std::shared_ptr<ConstantPattern> pattern_;
 };
 
 // `text =~ pattern` for any other pattern.
@@ -88,7 +107,7 @@ private:
             growBuffer(lastPattern_, pattern.size());
             lastPattern_ = pattern;
             FND::String error;
-            if (!compiled_.compile(pattern, interpreter_.limits().states, error)) {
+            if (!compiled_.compile(interpreter_, pattern, error)) {
                 interpreter_.logError("=~: illegal pattern " + quotedValue(pattern) + ": " + error);
             }
             isCompiled_ = true;
@@ -174,9 +193,8 @@ bool ConditionList::run(Action action) {
 }
 
 bool ConditionList::holds(std::int32_t index, bool& value) {
-    return run([&] {
-        value = index >= 0 && index < size() && holds(static_cast<std::size_t>(index));
-    });
+    return run(
+        [&] { value = index >= 0 && index < size() && holds(static_cast<std::size_t>(index)); });
 }
 
 bool ConditionList::all(bool& value) {
@@ -225,12 +243,10 @@ bool ConditionList::comparePattern(Interpreter& interpreter, ParserStack& stack)
                                                           std::move(pattern), isPatternActive),
                           TypeCode::Bool, traits);
     }
-    auto match = std::make_unique<ConstantMatch>(std::move(text));
-    FND::String error;
-    if (!match->pattern.compile(pattern->result(), interpreter.limits().states, error)) {
-        return SCR_YaccError(Messages::illegalPattern(pattern->result(), error));
-    }
-    return pushNested(std::move(match), TypeCode::Bool, traits);
+    auto constant = std::make_shared<ConstantPattern>(std::move(pattern));
+    return buildLater(interpreter, constant) &&
+           pushNested(std::make_unique<ConstantMatch>(std::move(text), std::move(constant)),
+                      TypeCode::Bool, traits);
 }
 
 }  // namespace SCR

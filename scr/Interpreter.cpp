@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fnd/TimeZone.h"
+#include "scr/AutomataAccount.h"
 #include "scr/CompareInterface.h"
 #include "scr/Entry.h"
 #include "scr/Extension.h"
@@ -15,6 +16,7 @@
 #include "scr/Variable.h"
 #include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Parser.h"
+#include "scr/parser/PendingBuilds.h"
 #include "scr/parser/Preprocessor.h"
 
 namespace SCR {
@@ -49,6 +51,7 @@ private:
 Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
     isValid_ = contain(*this, [&] {
         files_ = includeFiles_ = FileAccess::any();
+        automata_ = std::make_unique<AutomataAccount>(*this);
         auto mainExtension = std::make_unique<MainExtension>();
         if (!insertExtension(mainExtension.get())) return false;
         mainExtension_ = mainExtension.release();
@@ -146,10 +149,10 @@ void Interpreter::discardScript() {
     query_.reset();
     queryBuffers_ = 0;
     growing_.clear();
-    runControl_.clearCharges(heapBytes());
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
+    runControl_.clearCharges();
     places_.clear();
     scriptPlaces_ = 0;
     compiledLines_ = 0;
@@ -331,9 +334,17 @@ bool Interpreter::insertExtension(Extension* extension) {
 
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
 
-void Interpreter::logOutOfMemory() { log(outOfMemoryS, FND::Status::Error); }
+void Interpreter::logOutOfMemory() { deliver(outOfMemoryS, FND::Status::Error); }
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
+    if (pendingBuilds_ != nullptr) {
+        pendingBuilds_->hold(message, severity);
+    } else {
+        deliver(message, severity);
+    }
+}
+
+void Interpreter::deliver(const FND::String& message, FND::Status::Severity severity) noexcept {
     // A log may call the interpreter, which may log.
     constexpr int most = 8;
     if (log_ == nullptr || openLogs_ >= most) return;
@@ -386,7 +397,7 @@ std::int64_t Interpreter::heapBytes() const {
     for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
     if (mainExtension_ != nullptr) bytes += mainExtension_->heapBytes();
     bytes += openFiles_.heapBytes();
-    return static_cast<std::int64_t>(bytes);
+    return static_cast<std::int64_t>(bytes) + (automata_ ? automata_->held() : 0);
 }
 
 Variable* Interpreter::getVariable(const FND::String& module, const FND::String& name) {

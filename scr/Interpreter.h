@@ -24,6 +24,7 @@ class TimeZone;
 
 namespace SCR {
 
+class AutomataAccount;
 class BoolNode;
 class CompareInterface;
 class Extension;
@@ -32,6 +33,7 @@ class FlowAnalysis;
 class Function;
 class MainExtension;
 class Node;
+class PendingBuilds;
 class Variable;
 struct ExpandedText;
 
@@ -207,8 +209,15 @@ public:
     void print(const Node* place, std::string_view text);
     /// The files that scripts have open.
     OpenFiles& openFiles() { return openFiles_; }
-    /// What the values of the script's variables take beside the variables themselves.
+    /// What the values of the script's variables take beside the variables themselves, and what its
+    /// automata take.
     std::int64_t heapBytes() const;
+    /// What its automata and regular expressions take.
+    AutomataAccount& automata() { return *automata_; }
+    /// What the compile under way puts off until its parse is over, or null. While it is set,
+    /// messages go there.
+    PendingBuilds* pendingBuilds() const { return pendingBuilds_; }
+    void pendingBuilds(PendingBuilds* pending) { pendingBuilds_ = pending; }
     /// The built-in library.
     MainExtension& mainExtension() { return *mainExtension_; }
 
@@ -225,6 +234,7 @@ private:
     bool compileConditions(const FND::String& text, CompareInterface& target,
                            std::int64_t& buffers);
     bool expand(const FND::String& text, ExpandedText& expanded);
+    void deliver(const FND::String& message, FND::Status::Severity severity) noexcept;
     void discardScript();
     bool runFunction(const FND::String& name);
     bool flushOutput(bool mayWait);
@@ -259,6 +269,8 @@ private:
     OpenFiles openFiles_{runControl_};
     Output* output_ = &standardOutput();  // not owned
     bool hasPrinted_ = false;             // what may wait in the output
+    std::unique_ptr<AutomataAccount> automata_;
+    PendingBuilds* pendingBuilds_ = nullptr;  // not owned
 };
 
 }  // namespace SCR

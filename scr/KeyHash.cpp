@@ -1,40 +1,13 @@
 #include "scr/KeyHash.h"
 
-#include <chrono>
 #include <cstring>
-#include <exception>
-#include <random>
 
+#include "fnd/SeededHash.h"
 #include "scr/LongText.h"
 
 namespace SCR {
 
 namespace {
-
-struct Seed {
-    std::uint64_t first;
-    std::uint64_t second;
-};
-
-std::uint64_t randomWord() {
-    try {
-        std::random_device device;
-        return static_cast<std::uint64_t>(device()) << 32 | device();
-    } catch (const std::exception&) {
-        // Better guessed at than fixed.
-        static int placeS;
-        return static_cast<std::uint64_t>(
-                   std::chrono::high_resolution_clock::now().time_since_epoch().count()) *
-                   0x9E3779B97F4A7C15U ^
-               reinterpret_cast<std::uintptr_t>(&placeS);
-    }
-}
-
-const Seed& seed() {
-    // The first word is odd so that it is not 0, which would end all mixing.
-    static const Seed seedS{randomWord() | 1, randomWord()};
-    return seedS;
-}
 
 std::uint64_t load8(const char* bytes) {
     std::uint64_t word = 0;
@@ -48,16 +21,10 @@ std::uint64_t load4(const char* bytes) {
     return word;
 }
 
-std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
-    __extension__ using Wide = unsigned __int128;
-    const Wide product = static_cast<Wide>(a) * b;
-    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-}
-
 }  // namespace
 
 std::uint32_t keyHash(std::string_view key) {
-    const Seed& secret = seed();
+    static const FND::HashSeed secret = FND::hashSeed();
     const char* bytes = key.data();
     const std::size_t length = key.size();
     std::uint64_t state = secret.second;
@@ -67,12 +34,13 @@ std::uint32_t keyHash(std::string_view key) {
         std::size_t left = length;
         for (; left > textPieceSizeS; left -= textPieceSizeS, bytes += textPieceSizeS) {
             for (std::size_t i = 0; i < textPieceSizeS; i += 16) {
-                state = mix(load8(bytes + i) ^ secret.first, load8(bytes + i + 8) ^ state);
+                state =
+                    FND::mixWords(load8(bytes + i) ^ secret.first, load8(bytes + i + 8) ^ state);
             }
             countWork(textPieceSizeS);
         }
         for (; left > 16; left -= 16, bytes += 16) {
-            state = mix(load8(bytes) ^ secret.first, load8(bytes + 8) ^ state);
+            state = FND::mixWords(load8(bytes) ^ secret.first, load8(bytes + 8) ^ state);
         }
         a = load8(bytes + left - 16);
         b = load8(bytes + left - 8);
@@ -88,7 +56,8 @@ std::uint32_t keyHash(std::string_view key) {
         };
         a = byte(0) << 16 | byte(length / 2) << 8 | byte(length - 1);
     }
-    const std::uint64_t folded = mix(secret.first ^ length, mix(a ^ secret.first, b ^ state));
+    const std::uint64_t folded =
+        FND::mixWords(secret.first ^ length, FND::mixWords(a ^ secret.first, b ^ state));
     return static_cast<std::uint32_t>(folded ^ (folded >> 32));
 }
 

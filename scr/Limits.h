@@ -55,6 +55,11 @@ struct Limits {
     /// over several of at most that many states each; one that needs many times more does not
     /// compile.
     std::int64_t states = 131'072;
+
+    /// Bytes that all automata and regular expressions of a script take together, as long as it
+    /// keeps them and while they are built. A script that would pass it is stopped, mostly while it
+    /// compiles. They count against `memory` too.
+    std::int64_t automata = std::int64_t{1} << 29;
 };
 
 /// The limit called `name` ("steps", "depth", ...), or null: for hosts that read limits from a

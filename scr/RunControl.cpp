@@ -128,6 +128,11 @@ void RunControl::chargeBuffer(std::size_t bytes) {
     buffers_ += size;
 }
 
+void RunControl::clearCharges() {
+    buffers_ = 0;
+    charged_ = interpreter_.heapBytes();
+}
+
 // Counting takes time for every element. Close to the limit each charge would have to count anew,
 // so a script that comes that close is stopped.
 void RunControl::settle(std::int64_t bytes) {
@@ -202,7 +207,8 @@ void RunControl::stop(const Node* place, const FND::String& message) {
     wasStopped_ = true;
     message_ = message;
     prefix_.clear();
-    throw ScriptStopped(interpreter_.places().find(place) != nullptr ? place : nullptr);
+    const bool isKnown = place != nullptr && interpreter_.places().find(place) != nullptr;
+    throw ScriptStopped(isKnown ? place : nullptr);
 }
 
 void RunControl::report(const ScriptStopped& stopped) {

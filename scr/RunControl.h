@@ -93,11 +93,10 @@ public:
     }
     /// The bytes outside the variables that are charged now.
     std::int64_t buffers() const { return buffers_; }
-    /// Forgets what was charged but for `kept` bytes: the script is gone.
-    void clearCharges(std::int64_t kept) {
-        charged_ = kept;
-        buffers_ = 0;
-    }
+    /// Gives back bytes that `charge` took and that `Interpreter::heapBytes` no longer counts.
+    void giveBack(std::size_t bytes) noexcept { charged_ -= static_cast<std::int64_t>(bytes); }
+    /// Forgets what was charged but for what the interpreter still holds: the script is gone.
+    void clearCharges();
 
     const Limits& limits() const { return limits_; }
     /// Sets what the checks go by from now on. The time and the steps of a run under way stay.
@@ -148,6 +147,7 @@ public:
     [[noreturn]] void stop(const Node* place, const FND::String& message);
     /// Says where the parser was when it was stopped, as "line N: ".
     void stoppedAt(const FND::String& prefix) { prefix_ = prefix; }
+    [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
     /// Logs why `stop` stopped the script, and in which line.
     void report(const ScriptStopped& stopped);
 
@@ -164,7 +164,6 @@ private:
     void settle(std::int64_t bytes);
     void count(const Node* place);
     [[noreturn]] void stopAtStackEnd(const Node* place);
-    [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
 
     enum class State : int { Idle, Running, Interrupted };
 

@@ -5,11 +5,10 @@
 #include <cstring>
 #include <utility>
 
-#include "fsm/Analysis.h"
-#include "fsm/PatternCheck.h"
 #include "scr/Interpreter.h"
 #include "scr/KeyHash.h"
 #include "scr/Operand.h"
+#include "scr/SwitchAutomaton.h"
 #include "scr/Work.h"
 #include "scr/builtin/LongArithmetic.h"
 #include "scr/parser/Messages.h"
@@ -20,11 +19,6 @@
 namespace SCR {
 
 namespace {
-
-// What is looked through for cases that are never reached: a check must not take long.
-constexpr std::size_t maxAnalysedStatesS = 20000;
-// Warnings of one switch; the others are counted.
-constexpr std::size_t maxWarningsS = 50;
 
 // Pops a label that must be a constant of the type `expected`; null after a report.
 std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
@@ -238,72 +232,37 @@ std::int32_t StringSwitchCase::execute() {
 }
 
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
-    : selector_(selector), stateLimit_(stateLimit) {
-    engine_->stateLimit(stateLimit);
-}
+    : selector_(selector), automaton_(std::make_shared<SwitchAutomaton>(stateLimit)) {}
+
+RegExprSwitchCase::~RegExprSwitchCase() = default;
 
 bool RegExprSwitchCase::nextCase(ParserStack& stack) {
-    const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
+    std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
     if (!label) return false;
-    const FND::String& pattern = static_cast<StringNode&>(*label).result();
-    const bool isInserted = engine_ && engine_->insertPattern(pattern);
-    if (!isInserted) {
-        FND::String error;
-        if (!FSM::checkPattern(pattern, error)) {
-            return SCR_YaccError(Messages::illegalRegularExpression(pattern));
-        }
-        engine_.reset();  // It has no room for a good pattern; a group may have.
-    }
-    patterns_.push_back(pattern);
-    lines_.push_back(parsedLine());
+    const std::size_t number = automaton_->size();
+    automaton_->add(std::unique_ptr<StringNode>(static_cast<StringNode*>(label.release())),
+                    parsedLine());
     bodies_.push_back(openBody());
+    actInterpreterG->pendingBuilds()->add(automaton_, number);
     return true;
 }
 
 bool RegExprSwitchCase::finalSetup() {
-    const std::vector<FND::String> patterns = std::move(patterns_);
-    const std::vector<std::int32_t> lines = std::move(lines_);
-    if (engine_ && engine_->finalSetup()) {
-        if (actInterpreterG->isChecking()) warnOfUnreached(lines);
-        return true;
-    }
-    group_ = std::make_unique<FSM::EngineGroup>();
-    group_->stateLimit(stateLimit_);
-    for (const FND::String& pattern : patterns) {
-        if (!group_->insertPattern(pattern)) return SCR_YaccError(group_->error());
-    }
-    return group_->finalSetup() || SCR_YaccError(group_->error());
-}
-
-void RegExprSwitchCase::warnOfUnreached(const std::vector<std::int32_t>& lines) const {
-    if (engine_->stateCount() > maxAnalysedStatesS) return;
-    const std::optional<FSM::Analysis> analysis = FSM::analyse(*engine_, 0);
-    if (!analysis) return;
-    const FND::String file = parsedFile();
-    std::vector<FND::String> sentences = FSM::unreachedCases(*analysis, lines);
-    if (sentences.size() > maxWarningsS) {
-        const std::size_t rest = sentences.size() - maxWarningsS;
-        sentences.resize(maxWarningsS);
-        sentences.push_back(std::to_string(rest) + " more cases are never reached");
-    }
-    for (const FND::String& sentence : sentences) {
-        actInterpreterG->log(Messages::warning(file, sentence), FND::Status::Warning);
-    }
+    actInterpreterG->pendingBuilds()->add(automaton_, SwitchAutomaton::finalStep);
+    return true;
 }
 
 SwitchCase::Body RegExprSwitchCase::select() const {
     const FND::String& text = selector_->result();
     if (isLong(text.size())) [[unlikely]]
         return selectLong(text);
-    const std::int32_t pattern = group_ ? group_->firstPath(text) : engine_->firstPath(text);
-    return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
+    const std::int32_t label = automaton_->first(text);
+    return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : noBody;
 }
 
 SwitchCase::Body RegExprSwitchCase::selectLong(const FND::String& text) const {
-    countWork(text.size());
-    const std::int32_t pattern =
-        group_ ? group_->firstPath(text) : engine_->firstPath(text, countWork);
-    return pattern >= 0 ? bodies_[static_cast<std::size_t>(pattern)] : noBody;
+    const std::int32_t label = automaton_->firstOfLong(text);
+    return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : noBody;
 }
 
 std::int32_t RegExprSwitchCase::execute() { return run(select()); }

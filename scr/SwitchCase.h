@@ -1,18 +1,16 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <unordered_map>
 #include <vector>
 
 #include "fnd/Export.h"
-#include "fsm/Engine.h"
-#include "fsm/EngineGroup.h"
 #include "scr/Statement.h"
 
 namespace SCR {
 
 class ParserStack;
+class SwitchAutomaton;
 
 /// Selects one of several bodies by the value of a selector. Labels, `default` and `break` are
 /// resolved while it is built; at run time it looks up one body and executes it, and those after it
@@ -168,26 +166,19 @@ public:
     /// Takes over the selector. `stateLimit` is what the automaton of all patterns may have; a list
     /// that needs more is split over a group of automata.
     RegExprSwitchCase(StringNode* selector, std::size_t stateLimit);
+    ~RegExprSwitchCase() override;
     std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
+    /// Has the automaton built once the parse is over.
     bool finalSetup() override;
 
 private:
     [[gnu::visibility("hidden")]] Body select() const;
     Body selectLong(const FND::String& text) const;
 
-    // Warns of the cases that no text reaches.
-    void warnOfUnreached(const std::vector<std::int32_t>& lines) const;
-
-    static constexpr unsigned int unknownCountCM = ~0U;
-
     const std::unique_ptr<StringNode> selector_;
-    const std::size_t stateLimit_;
-    std::optional<FSM::Engine> engine_{std::in_place, unknownCountCM};
-    std::unique_ptr<FSM::EngineGroup> group_;  // in place of the engine, when that is too large
-    std::vector<FND::String> patterns_;        // until the set-up
-    std::vector<std::int32_t> lines_;          // of the patterns; until the set-up
-    std::vector<Body> bodies_;                 // by pattern
+    const std::shared_ptr<SwitchAutomaton> automaton_;
+    std::vector<Body> bodies_;  // by label
 };
 
 }  // namespace SCR

@@ -172,16 +172,16 @@ using Amount = Optional<LongType>;
 
 struct DateAdd final
     : BuiltInNode<DateAdd, DateType(DateType, Amount, Amount, Amount, Amount, Amount, Amount)> {
-    static DateTime value(Interpreter& interpreter, const DateTime& date,
-                          std::optional<long> years, std::optional<long> months,
-                          std::optional<long> days, std::optional<long> hours,
-                          std::optional<long> minutes, std::optional<long> seconds) {
+    static DateTime value(Interpreter& interpreter, const DateTime& date, std::optional<long> years,
+                          std::optional<long> months, std::optional<long> days,
+                          std::optional<long> hours, std::optional<long> minutes,
+                          std::optional<long> seconds) {
         DateTime moved = date;
-        const bool isMoved =
-            moved.addYears(years.value_or(0)) && moved.addMonths(months.value_or(0)) &&
-            moved.addDays(days.value_or(0)) &&
-            moved.addLocalTime(hours.value_or(0), minutes.value_or(0), seconds.value_or(0),
-                               interpreter.timeZone());
+        const bool isMoved = moved.addYears(years.value_or(0)) &&
+                             moved.addMonths(months.value_or(0)) &&
+                             moved.addDays(days.value_or(0)) &&
+                             moved.addLocalTime(hours.value_or(0), minutes.value_or(0),
+                                                seconds.value_or(0), interpreter.timeZone());
         return isMoved ? moved : FND::INVALID_DATETIME;
     }
 };

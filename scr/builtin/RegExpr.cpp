@@ -5,16 +5,19 @@
 #include <algorithm>
 #include <string>
 
+#include "scr/builtin/RegExprSize.h"
 #include "scr/builtin/SearchAutomaton.h"
 
 namespace SCR {
 
 namespace {
 
-/// Bytes that one expression may take, with the states that it keeps from search to search.
-constexpr std::int64_t memoryLimitS = std::int64_t{8} << 20;
+// Bytes that the library may take for one expression.
+constexpr std::int64_t mostMemoryS = std::int64_t{8} << 20;
+// Above that the library refuses an expression, after having taken whatever it needs to find out.
+constexpr std::size_t mostItemsS = std::size_t{1} << 20;
 
-re2::RE2::Options options() {
+re2::RE2::Options options(std::int64_t memory) {
     re2::RE2::Options options;
     options.set_posix_syntax(true);
     options.set_perl_classes(true);
@@ -25,12 +28,13 @@ re2::RE2::Options options() {
     options.set_never_capture(true);
     options.set_encoding(re2::RE2::Options::EncodingLatin1);
     options.set_log_errors(false);
-    options.set_max_mem(memoryLimitS);
+    options.set_max_mem(memory);
     return options;
 }
 
-std::unique_ptr<re2::RE2> compile(std::string_view pattern) {
-    return std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()), options());
+std::unique_ptr<re2::RE2> compile(std::string_view pattern, std::int64_t memory) {
+    return std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()),
+                                      options(memory));
 }
 
 // Whether alternatives may begin with a common byte above 127. The library takes such a beginning
@@ -56,15 +60,39 @@ std::string withoutBeginning(std::string_view pattern) {
 
 }  // namespace
 
-RegExpr::RegExpr(std::string_view pattern) : expression_(compile(pattern)) {
-    if (!expression_->ok()) return;
+RegExpr::RegExpr(std::string_view pattern, std::int64_t share) {
+    // What the states found by searches need grows with the expression. They are not to be counted
+    // one by one, so all that may come is taken from the start.
+    constexpr std::size_t bytesAnInstruction = 1024;
+    constexpr std::size_t bytesAByte = 32;  // of what the library read the pattern into
+    constexpr std::size_t bytesToCompile = 128;
+    constexpr std::size_t stepsToCompile = 32;
+    constexpr std::int64_t fallbackShare = 16 << 10;  // of what is hardly ever used
+    const RegExprSize size = sizeOfRegExpr(pattern);
+    if (size.items > mostItemsS) return;
+    FSM::countWork(size.instructions * stepsToCompile + pattern.size());
     automaton_ = SearchAutomaton::make(pattern);
-    if (!automaton_ && mayShareHighByte(pattern)) expression_ = compile(withoutBeginning(pattern));
+    if (automaton_) charge_.take(automaton_->memory());
+    const auto wanted = static_cast<std::int64_t>(size.instructions * bytesAnInstruction);
+    std::int64_t memory = std::min(wanted + (automaton_ ? fallbackShare : share), mostMemoryS);
+    charge_.take(static_cast<std::size_t>(memory) + bytesAByte * pattern.size());
+    const FSM::Charge whileCompiling(bytesToCompile * size.instructions);
+    expression_ = compile(pattern, memory);
+    if (expression_->error_code() == re2::RE2::ErrorPatternTooLarge && memory < mostMemoryS) {
+        charge_.take(static_cast<std::size_t>(mostMemoryS - memory));
+        memory = mostMemoryS;
+        expression_ = compile(pattern, memory);
+    }
+    if (!expression_->ok()) {
+        automaton_.reset();
+    } else if (mayShareHighByte(pattern)) {
+        expression_ = compile(withoutBeginning(pattern), memory);
+    }
 }
 
 RegExpr::~RegExpr() = default;
 
-bool RegExpr::isValid() const { return expression_->ok(); }
+bool RegExpr::isValid() const { return expression_ && expression_->ok(); }
 
 std::size_t RegExpr::size() const {
     return static_cast<std::size_t>(std::max(expression_->ProgramSize(), 1));

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
+
+#include "fsm/Account.h"
 
 namespace re2 {
 class RE2;
@@ -26,13 +29,18 @@ class SearchAutomaton;
 /// Immutable; any number of threads may search at once.
 class RegExpr {
 public:
-    explicit RegExpr(std::string_view pattern);
+    /// `share` is what it may keep of what searches find out, in bytes beyond those that it needs.
+    /// All that it may come to take is charged to the budget of the calling thread.
+    explicit RegExpr(std::string_view pattern, std::int64_t share = std::int64_t{1} << 20);
     RegExpr(const RegExpr&) = delete;
     RegExpr& operator=(const RegExpr&) = delete;
     ~RegExpr();
 
     /// Whether the pattern is well-formed and not too large. An invalid one matches nothing.
     bool isValid() const;
+
+    /// Whether the expression does without the library; then it takes nothing of its share.
+    bool isPlain() const { return automaton_ != nullptr; }
 
     /// The steps that a search takes for each byte of the text, at the worst: some nanoseconds
     /// each, in the worst case known 60. Mostly a search takes one step a byte, whatever the size.
@@ -49,7 +57,8 @@ public:
 private:
     std::optional<std::string_view> searchByLibrary(std::string_view text, std::size_t start) const;
 
-    std::unique_ptr<re2::RE2> expression_;
+    FSM::Charge charge_;
+    std::unique_ptr<re2::RE2> expression_;        // null if the pattern is far too large
     std::unique_ptr<SearchAutomaton> automaton_;  // of a plain expression; faster
 };
 

@@ -199,7 +199,7 @@ std::unique_ptr<SearchAutomaton> SearchAutomaton::make(std::string_view pattern)
     made->rows_[deadCM].fill(deadCM);
     for (std::size_t state = 0; state < raw.stateCount(); ++state) {
         made->isFinal_[state + firstCM] = raw.acceptedLists[state] != 0 ? 1 : 0;
-        const std::uint32_t* const next = &raw.next[state * raw.classCount];
+        const std::uint32_t* const next = raw.next.row(state);
         Row& row = made->rows_[state + firstCM];
         for (std::size_t byte = 0; byte < row.size(); ++byte) {
             const std::uint32_t to = next[raw.classOf[byte]];

@@ -22,6 +22,11 @@ public:
     /// The automaton of a well-formed `pattern`; null when the pattern is not of that kind.
     static std::unique_ptr<SearchAutomaton> make(std::string_view pattern);
 
+    /// The bytes that it takes.
+    std::size_t memory() const {
+        return sizeof *this + rows_.capacity() * sizeof(Row) + isFinal_.capacity();
+    }
+
     /// How a search ended.
     enum class Outcome {
         None,

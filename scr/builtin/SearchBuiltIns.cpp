@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -8,7 +9,7 @@
 #include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
-#include "scr/builtin/RegExpr.h"
+#include "scr/builtin/ConstantExpression.h"
 #include "scr/builtin/StringResult.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
@@ -75,8 +76,7 @@ private:
     }
 };
 
-/// A function of a text, a constant regular expression, which is compiled with the call, and a
-/// start.
+/// A function of a text, a constant regular expression and a start.
 template <class Derived, class Result>
 class RegExprFunction
     : public BuiltInNode<Derived, Result(StringType, StringType, Optional<LongType>)> {
@@ -84,24 +84,20 @@ public:
     static Node* factory(Interpreter& interpreter, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
         auto node = RegExprFunction::build(interpreter, stack);
-        const FND::String& pattern = node->template operand<1>().result();
-        node->expression_.emplace(pattern);
-        if (!node->expression_->isValid()) {
-            SCR_YaccError(Messages::invalidRegularExpression(pattern));
-            return nullptr;
-        }
-        return node.release();
+        node->expression_ =
+            std::make_shared<ConstantExpression>(interpreter, node->template operand<1>().result());
+        return buildLater(interpreter, node->expression_) ? node.release() : nullptr;
     }
 
 protected:
-    const RegExpr& expression() const { return *expression_; }
+    const RegExpr& expression() const { return expression_->expression(); }
 
     // Where a search may begin; nothing when there is to be none.
     std::optional<std::size_t> admit(const FND::String& text, std::optional<long> start) {
         const long first = start.value_or(0);
         if (!isPosition(text, first)) return std::nullopt;
         const std::size_t length = text.size() - static_cast<std::size_t>(first);
-        countWork(length * (1 + expression_->size() / 32));
+        countWork(length * (1 + expression().size() / 32));
         if (length > longestText()) {
             this->interpreter().logError(
                 "regular expression and text are too large for the limit `time'");
@@ -119,10 +115,10 @@ private:
         if (time >= Limits::none / static_cast<std::int64_t>(stepsAMillisecond))
             return ~std::size_t{0};
         const auto granted = static_cast<std::size_t>(std::max<std::int64_t>(time, 0));
-        return std::max(always, granted * stepsAMillisecond) / expression_->size();
+        return std::max(always, granted * stepsAMillisecond) / expression().size();
     }
 
-    std::optional<RegExpr> expression_;
+    std::shared_ptr<ConstantExpression> expression_;
 };
 
 struct StrSearchRegExpr final : RegExprFunction<StrSearchRegExpr, LongType> {

@@ -21,6 +21,12 @@ inline Text whereClause(int actual) {
            quoted(typeName(actual)) + " in where clause";
 }
 
+inline Text place(const Text& file, int line) {
+    return (file.empty() ? "" : file + ": ") + "line " + std::to_string(line) + ": ";
+}
+inline Text error(const Text& file, int line, const Text& text) {
+    return "ERROR: " + place(file, line) + text;
+}
 inline Text warning(const Text& file, const Text& text) {
     return "WARNING: " + (file.empty() ? "" : file + ": ") + text;
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string_view>
+#include <utility>
 
 #include "Grammar.h"
 #include "fnd/ForkGuard.h"
@@ -11,6 +12,7 @@
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/parser/PendingBuilds.h"
 #include "scr/parser/Preprocessor.h"
 
 namespace SCR {
@@ -40,17 +42,12 @@ std::unique_lock<std::recursive_timed_mutex> lockParser(SCR::Interpreter& interp
     return lock;
 }
 
-// "FILE: line N: " for the line that a scanner has reached.
-FND::String placePrefix(const SCR::CustomLexer& lexer) {
-    const FND::String line = "line " + std::to_string(lexer.line()) + ": ";
-    return lexer.fileName().empty() ? line : lexer.fileName() + ": " + line;
-}
-
 // Sets the process-wide parse state for one parse and puts it back.
 class ParseScope {
 public:
-    ParseScope(SCR::Interpreter& interpreter, SCR::CompareInterface* target)
+    ParseScope(SCR::Interpreter& interpreter, SCR::CompareInterface* target, PendingBuilds& pending)
         : lock_(lockParser(interpreter)),
+          pending_(pending),
           interpreter_(actInterpreterG),
           target_(actCompareInterfaceG),
           stack_(stackG),
@@ -74,20 +71,20 @@ public:
     bool parse(std::string_view head, std::string_view text, std::string_view tail = {}) {
         SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
-        bool isParsed = false;
         try {
-            isParsed = SCR_parse(lexer) == 0;
+            const bool isParsed = SCR_parse(lexer) == 0;
+            actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
+            ownContext_.lexer = nullptr;
+            return isParsed;
         } catch (const SCR::ScriptStopped&) {
-            actInterpreterG->runControl().stoppedAt(placePrefix(lexer));
+            pending_.stoppedAt(lexer.fileName(), lexer.line());
             throw;
         }
-        actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
-        ownContext_.lexer = nullptr;
-        return isParsed;
     }
 
 private:
     const std::unique_lock<std::recursive_timed_mutex> lock_;
+    PendingBuilds& pending_;
     SCR::Interpreter* const interpreter_;
     SCR::CompareInterface* const target_;
     SCR::ParserStack* const stack_;
@@ -96,30 +93,53 @@ private:
     SCR::ParseContext ownContext_;
 };
 
+// Calls parse(pending), which takes the parse lock, and then, without it, builds what is pending.
+template <class Parse>
+bool parseAndBuild(SCR::Interpreter& interpreter, Parse parse) {
+    PendingBuilds pending(interpreter);
+    bool isParsed = false;
+    try {
+        isParsed = parse(pending);
+    } catch (...) {
+        pending.abandon();
+        throw;
+    }
+    return pending.finish() && isParsed;
+}
+
 }  // namespace
 
 bool SCR_parseScript(SCR::Interpreter& interpreter, const SCR::ExpandedText& text) {
-    ParseScope scope(interpreter, nullptr);
-    return scope.parse("RESULTS: " + text.head, text.body, text.tail);
+    return parseAndBuild(interpreter, [&](PendingBuilds& pending) {
+        ParseScope scope(interpreter, nullptr, pending);
+        return scope.parse("RESULTS: " + text.head, text.body, text.tail);
+    });
 }
 
 bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& target,
                         const SCR::ExpandedText& text) {
-    ParseScope scope(interpreter, &target);
-    return scope.parse("CONDITIONS: " + text.head, text.body, text.tail);
+    return parseAndBuild(interpreter, [&](PendingBuilds& pending) {
+        ParseScope scope(interpreter, &target, pending);
+        return scope.parse("CONDITIONS: " + text.head, text.body, text.tail);
+    });
 }
 
 bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,
                     std::unique_ptr<SCR::BoolNode>& query) {
-    ParseScope scope(interpreter, nullptr);
-    if (!scope.parse("QUERY: ", text)) return false;
-    const int type = stackG->popType();
-    if (SCR::Node::baseType(type) != SCR::TypeCode::Bool) {
-        interpreter.logError(SCR::Messages::whereClause(type));
-        return false;
-    }
-    query = stackG->pop<SCR::BoolNode>();
-    return true;
+    std::unique_ptr<SCR::BoolNode> parsed;
+    const bool isGood = parseAndBuild(interpreter, [&](PendingBuilds& pending) {
+        ParseScope scope(interpreter, nullptr, pending);
+        if (!scope.parse("QUERY: ", text)) return false;
+        const int type = stackG->popType();
+        if (SCR::Node::baseType(type) != SCR::TypeCode::Bool) {
+            interpreter.logError(SCR::Messages::whereClause(type));
+            return false;
+        }
+        parsed = stackG->pop<SCR::BoolNode>();
+        return true;
+    });
+    if (isGood) query = std::move(parsed);
+    return isGood;
 }
 
 bool SCR_parseMapping(SCR::Interpreter& /*interpreter*/, const FND::String& /*text*/) {
@@ -128,9 +148,9 @@ bool SCR_parseMapping(SCR::Interpreter& /*interpreter*/, const FND::String& /*te
 
 void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
     if (actInterpreterG == nullptr) return;
-    FND::String text = "ERROR: ";
-    if (lexer != nullptr) text += placePrefix(*lexer);
-    actInterpreterG->logError(text + message);
+    actInterpreterG->logError(lexer != nullptr
+                                  ? Messages::error(lexer->fileName(), lexer->line(), message)
+                                  : "ERROR: " + message);
 }
 
 int SCR::parsedLine() {

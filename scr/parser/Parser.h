@@ -14,7 +14,8 @@ struct ExpandedText;
 }  // namespace SCR
 
 // The entry points of the parser. Each holds the process-wide parse lock for the whole of a parse,
-// reports errors through the interpreter and gives false after one. They may throw what the library
+// and after it, without the lock, builds the automata of the script and logs what there is to say.
+// Errors are reported through the interpreter; false after one. They may throw what the library
 // or an extension throws; the parse state is put back then too.
 
 /// Compiles a script into the interpreter's open main function.

@@ -1,0 +1,49 @@
+#include "scr/builtin/ConstantExpression.h"
+
+#include <utility>
+
+#include "scr/AutomataAccount.h"
+#include "scr/Interpreter.h"
+#include "scr/Work.h"
+#include "scr/parser/Messages.h"
+
+namespace SCR {
+
+ConstantExpression::ConstantExpression(Interpreter& interpreter, const FND::String& pattern)
+    : interpreter_(interpreter) {
+    const AutomataScope scope(interpreter);
+    patternCharge_ = FSM::Charge(FSM::blockBytes(pattern.size()));
+    pattern_ = copyOf(pattern);
+    interpreter.automata().expect(1);
+}
+
+ConstantExpression::~ConstantExpression() {
+    endExpecting();
+    interpreter_.automata().shareTaken(-share_);
+}
+
+void ConstantExpression::endExpecting() {
+    if (std::exchange(isExpected_, false)) interpreter_.automata().expect(-1);
+}
+
+void ConstantExpression::compile() {
+    const AutomataScope scope(interpreter_);
+    AutomataAccount& automata = interpreter_.automata();
+    endExpecting();
+    const std::int64_t share = automata.expressionShare();
+    expression_.emplace(pattern_, share);
+    if (expression_->isPlain()) return;
+    share_ = share;
+    automata.shareTaken(share);
+}
+
+std::optional<FND::String> ConstantExpression::build(Interpreter& /*interpreter*/,
+                                                     std::size_t /*step*/,
+                                                     const FND::String& /*file*/) {
+    if (!expression().isValid()) return Messages::invalidRegularExpression(pattern_);
+    FND::String().swap(pattern_);
+    patternCharge_ = FSM::Charge();
+    return std::nullopt;
+}
+
+}  // namespace SCR

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "fnd/String.h"
+#include "fsm/Account.h"
+#include "scr/builtin/RegExpr.h"
+#include "scr/parser/PendingBuilds.h"
+
+namespace SCR {
+
+/// The constant regular expression of a call, which is compiled once the parse is over.
+class ConstantExpression final : public PendingBuild {
+public:
+    /// The interpreter must outlive it.
+    ConstantExpression(Interpreter& interpreter, const FND::String& pattern);
+    ~ConstantExpression() override;
+
+    std::optional<FND::String> build(Interpreter& interpreter, std::size_t step,
+                                     const FND::String& file) override;
+
+    /// The expression. Compiled at once when a call is evaluated before, as by a host that tries
+    /// out a condition when it gets it; one that is not valid then matches nothing.
+    const RegExpr& expression() {
+        if (!expression_) [[unlikely]]
+            compile();
+        return *expression_;
+    }
+
+private:
+    void compile();
+    void endExpecting();
+
+    Interpreter& interpreter_;
+    FSM::Charge patternCharge_;
+    FND::String pattern_;
+    bool isExpected_ = true;
+    std::int64_t share_ = 0;
+    std::optional<RegExpr> expression_;
+};
+
+}  // namespace SCR

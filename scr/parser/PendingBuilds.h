@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "fnd/Status.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+class Interpreter;
+class ScriptStopped;
+
+/// A part of a compiled script that may take long to build, such as an automaton. Shared by the
+/// node that uses it and by the list of what is to be built.
+class PendingBuild {
+public:
+    PendingBuild() = default;
+    PendingBuild(const PendingBuild&) = delete;
+    PendingBuild& operator=(const PendingBuild&) = delete;
+    virtual ~PendingBuild() = default;
+
+    /// Does the step that stands for a place in the text, which lies in `file`. Gives the message
+    /// of a failure.
+    virtual std::optional<FND::String> build(Interpreter& interpreter, std::size_t step,
+                                             const FND::String& file) = 0;
+};
+
+/// What a compile does after its parse, when others may parse again: it builds what takes long and
+/// logs what was said, all in the order of the text, so that of several faults the first one is
+/// reported.
+class PendingBuilds {
+public:
+    /// From now on holds what `interpreter` logs.
+    explicit PendingBuilds(Interpreter& interpreter);
+    PendingBuilds(const PendingBuilds&) = delete;
+    PendingBuilds& operator=(const PendingBuilds&) = delete;
+    ~PendingBuilds();
+
+    /// Notes a step, for the place that the parser has reached.
+    void add(std::shared_ptr<PendingBuild> build, std::size_t step);
+    /// Notes a message.
+    void hold(const FND::String& message, FND::Status::Severity severity);
+
+    /// Builds and logs all. False after the message of the first build that failed; what comes
+    /// after it in the text is dropped.
+    bool finish();
+    /// Logs what was said so far and builds nothing.
+    void abandon();
+
+    /// Makes the line of `file` that is being compiled known as the one where a script was stopped.
+    void stoppedAt(const FND::String& file, int line);
+
+private:
+    struct Entry {
+        std::shared_ptr<PendingBuild> build;  // null for a message
+        std::size_t step;                     // of the build, or the number of the message
+        std::uint32_t file;
+        std::int32_t line;
+    };
+    struct Message {
+        FND::String text;
+        FND::Status::Severity severity;
+    };
+
+    void release();
+    void log(const Entry& entry);
+    bool build(Entry& entry);
+
+    Interpreter& interpreter_;
+    PendingBuilds* const outer_;
+    std::deque<Entry> entries_;
+    std::vector<Message> messages_;
+    std::vector<FND::String> files_;
+};
+
+/// Notes the only step of `pending`, or does it at once outside of a parse. False after a report.
+bool buildLater(Interpreter& interpreter, std::shared_ptr<PendingBuild> pending);
+
+}  // namespace SCR

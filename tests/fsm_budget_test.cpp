@@ -1,0 +1,152 @@
+// What building takes is asked for before it is taken, and can be refused at every question.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Allocations.h"
+#include "fsm/Analysis.h"
+#include "fsm/Budget.h"
+#include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
+#include "fsm/MultiEngine.h"
+
+namespace {
+
+struct Refused {};
+
+/// Refuses the question number `last`, and what would pass `most` bytes.
+class TestBudget final : public FSM::Budget {
+public:
+    explicit TestBudget(long last = -1, std::size_t most = ~std::size_t{0})
+        : last_(last), most_(most), heldBefore_(Allocations::bytesHeldCM) {}
+
+    void take(std::size_t bytes) override {
+        untold = std::max(untold, Allocations::bytesHeldCM - heldBefore_ - held);
+        ask();
+        if (bytes > most_ - static_cast<std::size_t>(held)) throw Refused();
+        held += static_cast<long>(bytes);
+    }
+    void give(std::size_t bytes) noexcept override { held -= static_cast<long>(bytes); }
+    void work(std::size_t done) override {
+        ask();
+        steps += done;
+    }
+
+    void refuseNoMore() {
+        last_ = -1;
+        most_ = ~std::size_t{0};
+    }
+
+    long held = 0;
+    long untold = 0;  // bytes held at the most that were not asked for
+    long questions = 0;
+    std::size_t steps = 0;
+
+private:
+    void ask() {
+        if (questions++ == last_) throw Refused();
+    }
+
+    long last_;
+    std::size_t most_;
+    const long heldBefore_;
+};
+
+using Patterns = std::vector<std::string>;
+
+bool insert(FSM::Engine& engine, const std::string& pattern) {
+    return engine.insertPattern(pattern);
+}
+bool insert(FSM::MultiEngineIf& engine, const std::string& pattern) {
+    return engine.insertPatterns({pattern});
+}
+bool matches(const FSM::Engine& engine, std::string_view text) {
+    return engine.firstPath(text) >= 0;
+}
+bool matches(const FSM::MultiEngineIf& engine, std::string_view text) {
+    return engine.firstPath(std::span(&text, 1)) >= 0;
+}
+
+// Whether the patterns, one of which matches "ab", were built and looked at without a refusal. What
+// a refusal leaves can be used again.
+template <class Engine>
+bool build(const Patterns& patterns, TestBudget& budget) {
+    const FSM::BudgetScope scope(&budget);
+    Engine engine;
+    bool isBuilt = true;
+    bool isDone = false;
+    try {
+        for (const std::string& pattern : patterns) isBuilt = isBuilt && insert(engine, pattern);
+        isBuilt = isBuilt && engine.finalSetup();
+        isDone = true;
+        if constexpr (!std::is_same_v<Engine, FSM::MultiEngine>) FSM::analyse(engine, 0);
+    } catch (const Refused&) {
+        isBuilt = isBuilt && isDone;
+        isDone = false;
+    }
+    budget.refuseNoMore();
+    EXPECT_EQ(isBuilt, matches(engine, "ab"));
+    engine.clear();
+    EXPECT_TRUE(insert(engine, "b+") && engine.finalSetup() && matches(engine, "bb"));
+    return isBuilt && isDone;
+}
+
+struct SplitGroup final : FSM::EngineGroup {
+    SplitGroup() { partLimit(12); }
+};
+
+using Build = bool (*)(const Patterns&, TestBudget&);
+constexpr Build buildsS[] = {build<FSM::Engine>, build<FSM::EngineGroup>, build<SplitGroup>,
+                             build<FSM::MultiEngine>};
+
+Patterns numbered(int count, const std::string& before, const std::string& after) {
+    Patterns patterns;
+    for (int i = 0; i < count; ++i) patterns.push_back(before + std::to_string(i) + after);
+    return patterns;
+}
+
+// Nothing is taken without being asked for, and everything is given back.
+TEST(FsmBudget, ChargesWhatTheHeapGives) {
+    std::string options = "ab|";
+    for (int i = 0; i < 300; ++i) options += "a?";
+    Patterns negated = numbered(200, "", "[^x]");
+    for (int i = 0; i < 200; i += 7) negated[i].insert(0, 1, '!');
+    const Patterns rows[] = {
+        numbered(8, "ab|.*", ".{4}.*"), numbered(200, "ab|49", "[0-9]*"),
+        numbered(12, "ab|.*", ".*"),    {"ab|a{5000}"},
+        {"ab|(a|b)*a.{200}"},           {options},
+        {"ab|(a?b){300}(c|d{0,30})x"},  negated,
+    };
+    for (const Patterns& patterns : rows) {
+        for (const Build build : buildsS) {
+            const long before = Allocations::bytesHeldCM;
+            TestBudget budget;
+            build(patterns, budget);
+            EXPECT_EQ(budget.held, 0) << patterns[0].substr(0, 30);
+            EXPECT_GT(budget.steps, 500U) << patterns[0].substr(0, 30);
+            // The pools keep some blocks.
+            EXPECT_LE(budget.untold, 256 << 10) << patterns[0].substr(0, 30);
+            EXPECT_LE(Allocations::bytesHeldCM - before, 256 << 10) << patterns[0].substr(0, 30);
+        }
+    }
+}
+
+TEST(FsmBudget, MayBeRefusedAtEveryQuestion) {
+    const Patterns patterns{"a(b|[c-f])*", "!a{2,4}b?", ".*x.*", ".*y.*\n", "[^a-e]+"};
+    long refused = 0;
+    for (const Build build : buildsS) {
+        for (bool isBuilt = false; !isBuilt;) {
+            TestBudget budget(refused++);
+            isBuilt = build(patterns, budget);
+            ASSERT_EQ(budget.held, 0) << "refused at question " << refused;
+        }
+        EXPECT_GT(refused, 300);
+        refused = 0;
+        TestBudget budget(-1, 8'000);
+        EXPECT_FALSE(build(patterns, budget));
+    }
+}
+
+}  // namespace
