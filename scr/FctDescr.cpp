@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
-#include "scr/parser/FlowAnalysis.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
@@ -131,7 +131,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         }
     }
     const int count = stack.topNumParams();
-    if (FlowAnalysis* const flow = interpreter.flowAnalysis()) flow->call(*this, stack, count);
+    tellAnalyses(interpreter, [&](auto& analysis) { analysis.call(*this, stack, count); });
     if (minimum_ > count) return SCR_YaccError(Messages::missingParameter(signature()));
     if (maximum_ != anyNumber) {
         if (maximum_ < count) return SCR_YaccError(Messages::toManyArguments(signature()));
@@ -143,6 +143,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     }
     Node* const node = factory_(interpreter, stack, *this);
     if (node == nullptr) return false;
+    tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node); });
     stack.pushData(node, returnType_, traits);
     return true;
 }

@@ -14,10 +14,12 @@
 #include "scr/MainExtension.h"
 #include "scr/Memory.h"
 #include "scr/Variable.h"
-#include "scr/parser/FlowAnalysis.h"
+#include "scr/parser/Analyses.h"
+#include "scr/parser/Messages.h"
 #include "scr/parser/Parser.h"
 #include "scr/parser/PendingBuilds.h"
 #include "scr/parser/Preprocessor.h"
+#include "scr/parser/Reentry.h"
 
 namespace SCR {
 
@@ -88,8 +90,8 @@ public:
     CompileScope& operator=(const CompileScope&) = delete;
     ~CompileScope() {
         if (!isEntered_) return;
-        interpreter_.isCompiling_ = interpreter_.isChecking_ = false;
-        interpreter_.flowAnalysis_ = nullptr;
+        interpreter_.isCompiling_ = false;
+        interpreter_.analyses_ = nullptr;
     }
     explicit operator bool() const { return isEntered_; }
 
@@ -98,25 +100,48 @@ private:
     bool isEntered_;
 };
 
-bool Interpreter::compile(const FND::String& text) { return compileScript(text, Mode::Compile); }
+bool Interpreter::compile(const FND::String& text) { return compileScript(text, nullptr); }
 
-bool Interpreter::check(const FND::String& text) { return compileScript(text, Mode::Check); }
+bool Interpreter::check(const FND::String& text) {
+    return contain(*this, [&] { return checkScript(text, nullptr); });
+}
 
 bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
     findings.clear();
     return contain(*this, [&] {
-        FlowAnalysis analysis(timeZone_ != nullptr);
-        const bool isGood = compileScript(text, Mode::Check, &analysis);
-        if (isGood) findings = analysis.findings();
+        FlowAnalysis flow(timeZone_ != nullptr);
+        const bool isGood = checkScript(text, &flow);
+        if (isGood) findings = flow.findings();
         return isGood;
     });
 }
 
-bool Interpreter::compileScript(const FND::String& text, Mode mode, FlowAnalysis* analysis) {
+bool Interpreter::checkScript(const FND::String& text, FlowAnalysis* flow) {
+    Analyses analyses;
+    analyses.flow = flow;
+    if (!compileScript(text, &analyses)) return false;
+    logReentries(analyses.recorder.record());
+    return true;
+}
+
+void Interpreter::logReentries(const ScriptRecord& record) {
+    constexpr std::size_t most = 50;
+    const std::vector<Finding> findings = findReentries(record);
+    for (std::size_t i = 0; i < std::min(findings.size(), most); ++i) {
+        log(Messages::warning(findings[i].file,
+                              "line " + std::to_string(findings[i].line) + ": " + findings[i].text),
+            FND::Status::Warning);
+    }
+    if (findings.size() > most) {
+        log(Messages::warning({}, Messages::moreLostValues(findings.size() - most)),
+            FND::Status::Warning);
+    }
+}
+
+bool Interpreter::compileScript(const FND::String& text, Analyses* analyses) {
     const CompileScope scope(*this);
     if (!scope) return false;
-    isChecking_ = mode == Mode::Check;
-    flowAnalysis_ = analysis;
+    analyses_ = analyses;
     discardScript();
     bool isGood = enterRun(*this, [&] {
         if (mainExtension_ == nullptr) return false;
@@ -134,7 +159,7 @@ bool Interpreter::compileScript(const FND::String& text, Mode mode, FlowAnalysis
     });
     isCompiled_ = isGood;
     scriptPlaces_ = places_.size();
-    if (isGood && mode == Mode::Compile) {
+    if (isGood && analyses == nullptr) {
         isGood = runFunction(beginFunctionS);
         runsEnd_ = isGood;
     }

@@ -35,7 +35,9 @@ class MainExtension;
 class Node;
 class PendingBuilds;
 class Variable;
+struct Analyses;
 struct ExpandedText;
+struct ScriptRecord;
 
 /// Compiles and executes scripts: the one object that a host program deals with. A compiled script
 /// is executed as often as needed; its variables keep their values from one execution to the next.
@@ -65,7 +67,8 @@ public:
     /// and give false.
     bool compile(const FND::String& text);
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
-    /// warning for each case of a `regExprSwitch` that is never reached.
+    /// warning for each case of a `regExprSwitch` that is never reached and, when the script
+    /// compiles, for each call that loses values because a function has one set of parameters.
     bool check(const FND::String& text);
     /// Checks, and sets `findings` to all that ties one execution of the script to others or to the
     /// world, in the order of the text: variables that keep what an earlier execution left, and
@@ -192,10 +195,10 @@ public:
     /// the name is taken and the caller still owns it.
     bool pushFunction(const FND::String& name, Function* function);
 
-    /// What follows the parse under way, or null.
-    FlowAnalysis* flowAnalysis() const { return flowAnalysis_; }
+    /// What follows the parse under way when it is that of `check`; otherwise null.
+    Analyses* analyses() const { return analyses_; }
     /// Whether the compile under way is that of `check`.
-    bool isChecking() const { return isChecking_; }
+    bool isChecking() const { return analyses_ != nullptr; }
     /// The number of lines of the text compiled last; 0 when it did not compile.
     std::int64_t compiledLines() const { return compiledLines_; }
     void compiledLines(std::int64_t lines) { compiledLines_ = lines; }
@@ -228,8 +231,10 @@ private:
     // which a compile would destroy.
     class CompileScope;
 
-    enum class Mode { Compile, Check };
-    bool compileScript(const FND::String& text, Mode mode, FlowAnalysis* analysis = nullptr);
+    // Runs "BEGIN" unless there are analyses, to which the parse is told.
+    bool compileScript(const FND::String& text, Analyses* analyses);
+    bool checkScript(const FND::String& text, FlowAnalysis* flow);
+    void logReentries(const ScriptRecord& record);
     // Adds to `buffers` what the conditions took.
     bool compileConditions(const FND::String& text, CompareInterface& target,
                            std::int64_t& buffers);
@@ -249,8 +254,7 @@ private:
     std::uint64_t generation_ = 0;
     int openLogs_ = 0;  // calls of the log within each other
     bool isCompiling_ = false;
-    bool isChecking_ = false;
-    FlowAnalysis* flowAnalysis_ = nullptr;  // not owned
+    Analyses* analyses_ = nullptr;  // not owned
     bool isCompiled_ = false;
     bool isValid_ = false;
     bool runsEnd_ = false;

@@ -92,6 +92,8 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
     write("nested.ks", "include \"fine.ks\";\ninclude \"outer.ks\";\n");
     write("after.ks", "include \"fine.ks\";\ninclude \"fine.ks\";\nbroken;\n");
     write("lib/cycle.ks", "include \"cycle.ks\";\nlogStdout(\"once\");\n");
+    write("lib/lost.ks", "function Long f(Long n) {\nreturn f(n - 1) * n;\n}\n");
+    write("loses.ks", "include \"lost.ks\";\nf(1);\n");
     write("lib/hidden.ks", "0A42000000000000000006000000000000410a\n");
     const std::string parseError = "ERROR: line 2: parse error\n";
     struct Row {
@@ -127,6 +129,12 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
          "",
          "ERROR: inner.ks: line 3: expected Bool not Long as argument 1 in `Bool "
          "Bool=(Bool,Bool)'\n"},
+        {{"check", "-I", "lib", "loses.ks"},
+         "",
+         0,
+         "",
+         "WARNING: lost.ks: line 2: `n' is read after the call of `f' in line 2, which may have "
+         "overwritten it\n"},
         {{"run", "-I", "lib", "after.ks"},
          "",
          3,

@@ -10,8 +10,8 @@
 #include "scr/Statement.h"
 #include "scr/VariableAccess.h"
 #include "scr/parser/Actions.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -35,7 +35,7 @@ bool openBlock(std::unique_ptr<Node> block, const FND::String& failure) {
 
 bool appendStatement(std::unique_ptr<Node> statement) {
     recordPlace(statement.get());
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->complete();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.complete(); });
     if (!actInterpreterG->addStatement(statement.get())) {
         return SCR_YaccError(Messages::statementNotAdded);
     }

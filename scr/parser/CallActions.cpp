@@ -5,7 +5,7 @@
 #include "scr/Interpreter.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/FlowAnalysis.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -79,7 +79,7 @@ bool SCR_functionCall() {
         return SCR_YaccError(Messages::notCallable(type));
     const FctDescr* const descriptor = static_cast<const FctCallNode&>(*callee).descriptor();
     if (descriptor == nullptr) return SCR_YaccError(Messages::noDescription);
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openCall();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openCall(); });
     stackG->pushFunction(descriptor);
     stackG->pushNumParams(0);
     return true;
@@ -91,7 +91,7 @@ bool SCR_endFunctionCall() {
     if (!stackG->topFunction()->create(*actInterpreterG, *stackG)) return false;
     stackG->popFunction();
     stackG->popNumParams();
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->closeCall();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.closeCall(); });
     recordPlace(stackG->data());
     return true;
 }

@@ -6,8 +6,8 @@
 #include "scr/Types.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -105,9 +105,8 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
     if (!actInterpreterG->addIdentifier(name, variable.get())) {
         return SCR_YaccError(Messages::identifierDefined(name));
     }
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) {
-        flow->declared(variable.get(), name);
-    }
+    tellAnalyses(*actInterpreterG,
+                 [&](auto& analysis) { analysis.declared(variable.get(), name); });
     variable.release();
     return true;
 }
@@ -146,7 +145,7 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
     parseContextG->function = function.release();
     parseContextG->functionDescriptor = declared;
     ++parseContextG->declaredFunctions;
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openFunction(declared);
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openFunction(declared); });
     if (type == TypeCode::Void) {
         parseContextG->function->startParameters();
         return true;
@@ -161,11 +160,10 @@ bool SCR_functionAddParameters() {
     if (function.getIdentifier(descriptor->name()) != nullptr) {
         return SCR_YaccError(Messages::unknownFunction(descriptor->name()));
     }
-    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
     for (const FND::String& parameter : function.parameterNames()) {
         const Variable* const variable = function.getIdentifier(parameter);
         descriptor->addArg(Node::baseType(variable->dataType()));
-        if (flow != nullptr) flow->parameter(variable);
+        tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.parameter(variable); });
     }
     function.closeParameters();
     return true;
@@ -179,7 +177,7 @@ bool SCR_endFunctionDeclaration() {
     --parseContextG->declaredFunctions;
     parseContextG->function = nullptr;
     parseContextG->functionDescriptor = nullptr;
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->closeFunction();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.closeFunction(); });
     if (descriptor->returnType() != TypeCode::Void && !function.returnsResult()) {
         SCR_YaccError(Messages::possibleMissingReturn(descriptor->signature()));
     }

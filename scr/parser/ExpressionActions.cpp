@@ -9,8 +9,8 @@
 #include "scr/MainExtension.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/FlowAnalysis.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -74,12 +74,12 @@ bool accessElement(int containerCode, int indexCode, Access access) {
     auto index = stackG->pop<Index>();
     auto container = stackG->pop<Container>();
     const int elementType = container->containerType();
-    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
-    if (flow != nullptr) flow->element(container.get(), index.get());
+    tellAnalyses(*actInterpreterG,
+                 [&](auto& analysis) { analysis.element(container.get(), index.get()); });
     std::unique_ptr<Node> element =
         access(*actInterpreterG, std::move(container), std::move(index));
     if (!element) return SCR_YaccError(Messages::noElementAccess(elementType));
-    if (flow != nullptr) flow->elementMade(element.get());
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.elementMade(element.get()); });
     return pushNested(std::move(element), elementType, traits);
 }
 
@@ -121,9 +121,8 @@ bool SCR_identifier(const FND::String& module, const FND::String& name) {
     if (variable == nullptr) return SCR_YaccError(Messages::unknownIdentifier(module, name));
     std::unique_ptr<Node> access = accessNode(variable);
     if (!access) return SCR_YaccError(Messages::unknownIdentifierType(name));
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) {
-        flow->access(access.get(), variable);
-    }
+    tellAnalyses(*actInterpreterG,
+                 [&](auto& analysis) { analysis.access(access.get(), variable); });
     stackG->pushData(access.release(), variable->dataType());
     return true;
 }
@@ -175,7 +174,7 @@ bool SCR_expression(Operator sign) {
 }
 
 bool SCR_boolExpression(std::string_view sign) {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->mayBeSkipped();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.mayBeSkipped(); });
     return SCR_expression(sign == "and" || sign == "AND" ? Operator::And : Operator::Or);
 }
 

@@ -7,6 +7,7 @@
 #include "scr/Node.h"
 #include "scr/Operand.h"
 #include "scr/Types.h"
+#include "scr/parser/Change.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 
@@ -16,24 +17,6 @@ namespace {
 
 // What calls may make a function take over from others in all; no real script comes near.
 constexpr std::size_t maxStoredS = 2'000'000;
-
-enum class Change { None, Whole, Part };
-
-// What a function does to the variable that is its argument `index`, 0-based.
-Change changeOf(const FctDescr& function, int index) {
-    const FND::String& name = function.name();
-    const int type = function.argType(index);
-    if (index == 0 && (name.ends_with("=") && Node::isLeft(type))) return Change::Whole;
-    if (index == 0 &&
-        (name == "arrayClear" || name == "hashClear" || name == "strSplit" || name == "fileOpen")) {
-        return Change::Whole;
-    }
-    if (index == 1 && name == "hashKeys") return Change::Whole;
-    if (name == "hashRemove" && index == 0) return Change::Part;
-    if (Node::isLeft(type)) return Change::Part;
-    // Reading a file moves in it.
-    return Node::baseType(type) == TypeCode::File ? Change::Part : Change::None;
-}
 
 // Why the effects of a function matter, or null.
 const char* troubleOf(Effect effects) {

@@ -46,6 +46,8 @@ public:
     void closeCall() { calls_.pop_back(); }
     /// `function` is applied to the `count` topmost operands of `stack`.
     void call(const FctDescr& function, const ParserStack& stack, int count);
+    /// The node of the call reported last, and not made yet, is `node`.
+    void made(const Node* /*node*/) {}
     /// The operands of the expression are not surely evaluated.
     void mayBeSkipped() { forget(mark_); }
     /// A library of unknown functions is used.
@@ -55,10 +57,13 @@ public:
 
     /// An expression, statement or condition is complete.
     void complete();
-    /// A block, or the statement that loops surely once, begins and ends with `close`.
+    /// A block begins and ends with `close`, as all that is opened.
     void openBlock() { open(false); }
     /// What follows, up to `close`, is one of several ways, or may be skipped.
     void openWays() { open(true); }
+    /// A loop begins, whose condition is complete: before `while`, or comes at its end: `do`.
+    void openWhile() { openWays(); }
+    void openDo() { openBlock(); }
     /// The next way begins, which an earlier one falls into, if it did not end.
     void nextWay();
     /// The current way ends here.

@@ -31,6 +31,28 @@ inline Text warning(const Text& file, const Text& text) {
     return "WARNING: " + (file.empty() ? "" : file + ": ") + text;
 }
 
+// Calls that lose values.
+inline Text argumentCallsAgain(std::size_t argument, const Text& function, const Text& callee,
+                               const Text& parameter) {
+    return "argument " + std::to_string(argument) + " of " + quoted(function) + " calls " +
+           quoted(callee) +
+           (callee == function ? Text(" again, which")
+                               : ", which calls " + quoted(function) + " again and") +
+           " overwrites the parameter " + quoted(parameter);
+}
+inline Text readAfterCall(const Text& variable, const Text& function, const Text& line) {
+    return quoted(variable) + " is read after the call of " + quoted(function) + " in line " +
+           line + ", which may have overwritten it";
+}
+inline Text readAfterArgument(const Text& variable, std::size_t argument, const Text& function) {
+    return quoted(variable) + " is read after argument " + std::to_string(argument) +
+           " of the inner call of " + quoted(function) + " has overwritten it";
+}
+inline Text moreLostValues(std::size_t count) {
+    return std::to_string(count) + " more calls that lose values";
+}
+inline const Text callsNotFollowed = "the calls of the script are too many to be followed";
+
 // Conversions and types.
 inline Text promotionNotSupported(const Text& type) {
     return "Promotion of type to " + type + " not supported";

@@ -4,32 +4,20 @@
 #include "scr/Statement.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/FlowAnalysis.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 
 using namespace SCR;
 
-namespace {
-
-// Tells the analysis, if one is made, that a statement is open whose body may be skipped, or is one
-// of several.
-bool opened(bool isOpen) {
-    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
-    if (isOpen && flow != nullptr) flow->openWays();
-    return isOpen;
-}
-
-}  // namespace
-
 bool SCR_startBlock() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openBlock();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openBlock(); });
     return openBlock(std::make_unique<StatementList>(), Messages::blockNotPushed);
 }
 
 bool SCR_endBlock() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->close();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.close(); });
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::blockNotPopped);
 }
 
@@ -38,27 +26,29 @@ bool SCR_createVoidCallStatement() { return appendStatement(popExpressionStateme
 bool SCR_ifStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
     if (!condition) return false;
-    return opened(openBlock(IfStatement::make(std::move(condition)), Messages::ifNotPushed));
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
+    return openBlock(IfStatement::make(std::move(condition)), Messages::ifNotPushed);
 }
 
 void SCR_elseBranch() {
-    FlowAnalysis* const flow = actInterpreterG->flowAnalysis();
-    if (flow == nullptr) return;
-    flow->endWay();
-    flow->nextWay();
-    flow->isExhaustive();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) {
+        analysis.endWay();
+        analysis.nextWay();
+        analysis.isExhaustive();
+    });
 }
 
 bool SCR_whileStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::whileCondition);
     if (!condition) return false;
-    return opened(
-        openBlock(makeOwner<WhileStatement>(std::move(condition), &actInterpreterG->runControl()),
-                  Messages::whileNotPushed));
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWhile(); });
+    return openBlock(
+        makeOwner<WhileStatement>(std::move(condition), &actInterpreterG->runControl()),
+        Messages::whileNotPushed);
 }
 
 bool SCR_doStatement() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openBlock();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openDo(); });
     return openBlock(std::make_unique<DoStatement>(&actInterpreterG->runControl()),
                      Messages::doNotPushed);
 }
@@ -69,16 +59,16 @@ bool SCR_doCondition() {
     auto* const statement = dynamic_cast<DoStatement*>(actInterpreterG->topStatement());
     if (statement == nullptr) return SCR_YaccError(Messages::doNotOnStack);
     statement->condition(condition.release());
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->close();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.close(); });
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::doNotPopped);
 }
 
 void SCR_forInit() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->complete();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.complete(); });
 }
 
 void SCR_forCondition() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->forCondition();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.forCondition(); });
 }
 
 bool SCR_forLoop() {
@@ -88,7 +78,7 @@ bool SCR_forLoop() {
     if (!condition) return false;
     loop->condition(condition.release());
     loop->addStatement(popExpressionStatement().release());
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->forBody();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.forBody(); });
     return openBlock(std::move(loop), Messages::forNotPushed);
 }
 
@@ -127,6 +117,6 @@ bool SCR_returnStatement(bool withValue) {
     } else if (parseContextG->functionDescriptor->returnType() != TypeCode::Void) {
         return SCR_YaccError(Messages::missingReturnValue);
     }
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->returns();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.returns(); });
     return appendStatement(makeOwner<ReturnStatement>(std::move(value)));
 }

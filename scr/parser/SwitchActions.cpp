@@ -2,7 +2,7 @@
 #include "scr/SwitchCase.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/FlowAnalysis.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -21,7 +21,7 @@ SCR::SwitchCase* openSwitch() {
 using namespace SCR;
 
 bool SCR_switchStatement() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openWays();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
     const int type = stackG->popType();
     std::unique_ptr<SwitchCase> statement;
     switch (Node::baseType(type)) {
@@ -39,7 +39,7 @@ bool SCR_switchStatement() {
 }
 
 bool SCR_regExprSwitchStatement() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->openWays();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
     const int type = stackG->popType();
     if (Node::baseType(type) != TypeCode::String) {
         stackG->pop<Node>();
@@ -52,22 +52,22 @@ bool SCR_regExprSwitchStatement() {
 }
 
 bool SCR_caseStatement() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->nextWay();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.nextWay(); });
     SwitchCase* const open = openSwitch();
     return open != nullptr && open->nextCase(*stackG);
 }
 
 bool SCR_switchBreak() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) flow->endWay();
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.endWay(); });
     SwitchCase* const open = openSwitch();
     return open != nullptr && open->addBreak();
 }
 
 bool SCR_switchDefault() {
-    if (FlowAnalysis* const flow = actInterpreterG->flowAnalysis()) {
-        flow->nextWay();
-        flow->isExhaustive();
-    }
+    tellAnalyses(*actInterpreterG, [&](auto& analysis) {
+        analysis.nextWay();
+        analysis.isExhaustive();
+    });
     SwitchCase* const open = openSwitch();
     return open != nullptr && open->addDefault();
 }

@@ -7,7 +7,7 @@
 #include "scr/Extension.h"
 #include "scr/Interpreter.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/FlowAnalysis.h"
+#include "scr/parser/Analyses.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -67,7 +67,7 @@ bool SCR_useExtension(std::string_view extensionName) {
         return true;
     }
     if (!SCR::actInterpreterG->insertExtension(extension.get())) return false;
-    if (SCR::FlowAnalysis* const flow = SCR::actInterpreterG->flowAnalysis()) flow->library(name);
+    SCR::tellAnalyses(*SCR::actInterpreterG, [&](auto& analysis) { analysis.library(name); });
     extension.release();
     return true;
 }
