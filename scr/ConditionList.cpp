@@ -174,9 +174,8 @@ bool ConditionList::run(Action action) {
 }
 
 bool ConditionList::holds(std::int32_t index, bool& value) {
-    return run([&] {
-        value = index >= 0 && index < size() && holds(static_cast<std::size_t>(index));
-    });
+    return run(
+        [&] { value = index >= 0 && index < size() && holds(static_cast<std::size_t>(index)); });
 }
 
 bool ConditionList::all(bool& value) {

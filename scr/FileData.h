@@ -29,8 +29,8 @@ public:
     virtual void follow(PlaceTrail& trail);
 
     /// Closes the stream held, then opens `name` with the C stream mode `mode`;
-    /// `FileVariable::open` tells more of that, of `openFiles` and of `files`. True when a stream is
-    /// open now. errno is cleared before and tells the cause after a failure.
+    /// `FileVariable::open` tells more of that, of `openFiles` and of `files`. True when a stream
+    /// is open now. errno is cleared before and tells the cause after a failure.
     bool open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles = nullptr,
               const FileAccess* files = nullptr);
     /// Closes the stream if one is open.

@@ -128,11 +128,11 @@ public:
     /// whatever they ask for, bytes are not converted, files are not mapped into memory, and
     /// programs that the process starts do not inherit the file.
     ///
-    /// `openFiles` are those of the interpreter whose script opens it; this file is one of them then
-    /// until it is closed, and must be closed or destroyed before them. What it takes is charged.
-    /// Where opening or using the file keeps the script waiting, as a pipe may, that fails once the
-    /// script has to stop; without `openFiles` the stream waits as any does. `files` are those that
-    /// may be opened, null for any.
+    /// `openFiles` are those of the interpreter whose script opens it; this file is one of them
+    /// then until it is closed, and must be closed or destroyed before them. What it takes is
+    /// charged. Where opening or using the file keeps the script waiting, as a pipe may, that fails
+    /// once the script has to stop; without `openFiles` the stream waits as any does. `files` are
+    /// those that may be opened, null for any.
     bool open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles = nullptr,
               const FileAccess* files = nullptr);
     /// Writes out what is buffered and closes the stream, if one is held. What was not written, now

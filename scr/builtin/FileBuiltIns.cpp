@@ -42,8 +42,7 @@ private:
 struct FileOpen final : NamedFileFunction<FileOpen, BoolType(FileType, StringType, StringType)> {
     bool value(Interpreter& interpreter, FileData& file, const FND::String& name,
                const FND::String& mode) {
-        return orStop(interpreter, this,
-                      file.open(name, mode, &interpreter.openFiles(), &files()));
+        return orStop(interpreter, this, file.open(name, mode, &interpreter.openFiles(), &files()));
     }
 };
 
