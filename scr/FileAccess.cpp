@@ -95,9 +95,10 @@ int openBeneath(int directory, const char* path) {
 
 // `path` from the root on; false when the working directory has no place below it.
 bool makeAbsolute(const FND::String& path, FND::String& text) {
-    text = path.c_str();
-    if (text.empty()) return fail(ENOENT);
-    if (text.size() >= PATH_MAX) return fail(ENAMETOOLONG);
+    const std::size_t length = strnlen(path.c_str(), PATH_MAX);
+    if (length == 0) return fail(ENOENT);
+    if (length == PATH_MAX) return fail(ENAMETOOLONG);
+    text.assign(path, 0, length);
     if (text.front() == '/') return true;
     std::array<char, PATH_MAX> folder;
     if (getcwd(folder.data(), folder.size()) == nullptr) return false;

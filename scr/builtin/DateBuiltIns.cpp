@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "fnd/Portable.h"
+#include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 
@@ -129,7 +130,7 @@ private:
 class StrToDate final : public DateFunction<StrToDate, DateType(StringType)> {
 public:
     DateTime value(Interpreter& interpreter, const FND::String& text, const FND::String* format) {
-        if (format == nullptr) return DateTime::parse(text);
+        if (format == nullptr) return parse(text);
         if (isLong(format->size())) return parseLong(interpreter, text, *format);
         DateTime::Zone zone{};
         const FND::String& directives = format_.directives(*format, zone);
@@ -137,6 +138,20 @@ public:
     }
 
 private:
+    // Only a fraction of a second has any number of digits, and they do not count.
+    static DateTime parse(const FND::String& text) {
+        if (!isLong(text.size())) [[likely]]
+            return DateTime::parse(text);
+        constexpr std::size_t enough = 32;  // for what stands before and after them
+        const std::string_view view = text;
+        const std::size_t sign = view.substr(0, enough).find_first_of(".,");
+        if (sign == std::string_view::npos) return FND::INVALID_DATETIME;
+        const std::string_view fraction = view.substr(sign + 1);
+        const std::string_view rest = withoutFront(fraction, std::string_view("0123456789"));
+        if (rest.size() == fraction.size() || rest.size() > enough) return FND::INVALID_DATETIME;
+        return DateTime::parse(FND::String(view.substr(0, sign + 2)).append(rest));
+    }
+
     static DateTime parseLong(Interpreter& interpreter, const FND::String& text,
                               const FND::String& format) {
         const FND::TimeZone& zone = interpreter.timeZone();
