@@ -57,21 +57,9 @@ HostileScript readScript(const fs::path& path) {
     return script;
 }
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool isSanitizedS = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool isSanitizedS = true;
-#else
-constexpr bool isSanitizedS = false;
-#endif
-#else
-constexpr bool isSanitizedS = false;
-#endif
-
 // Bounds the address space by what is mapped now, the memory limit and some room for the rest.
 void boundAddressSpace(const SCR::Limits& limits) {
-    if (isSanitizedS) return;
+    if (KESTREL_SANITIZED) return;
     constexpr rlim_t rest = 24 << 20;
     long pages = 0;
     std::ifstream("/proc/self/statm") >> pages;

@@ -1,7 +1,6 @@
 #include "scr/Interpreter.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "Script.h"
+#include "SmallStack.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Function.h"
@@ -331,21 +331,6 @@ TEST_F(InterpreterTest, AnotherThreadMayInterrupt) {
     EXPECT_EQ(log_.text, "ERROR: line 1: script stopped: interrupted\n");
 }
 
-// Runs `action` on a thread with a stack of `bytes`.
-void onSmallStack(std::size_t bytes, std::function<void()> action) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, bytes);
-    pthread_t thread{};
-    const auto start = [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, start, &action), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 FND::String repeat(const FND::String& text, int count) {
     FND::String copies;
     for (int i = 0; i < count; ++i) copies += text;
@@ -442,7 +427,7 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
                      {100000, SCR::Limits().nesting},
                      {100000, SCR::Limits::none}};
         for (const auto& size : sizes) {
-            onSmallStack(std::size_t{512} << 10, [&] {
+            Harness::onSmallStack(std::size_t{512} << 10, [&] {
                 MemoryLog log;
                 SCR::Interpreter interpreter(&log);
                 SCR::Limits limits;
