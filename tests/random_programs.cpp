@@ -4,35 +4,27 @@
 // usage: random_programs [first program, 0 [number of programs, 1000 [--show]]]
 #include <cstdio>
 #include <cstdlib>
-#include <map>
-#include <random>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "RandomText.h"
 #include "Script.h"
 
 namespace {
 
-// What a name after "$" stands for: one of the texts between " | ", of the first list when a
-// program has become deep enough. "#" is a number that no other text has.
-struct Rule {
-    std::string_view leaves, branches;
-};
-const std::map<std::string_view, Rule> rulesS = {
+const Harness::RandomText::Rules rulesS = {
     {"number",
      {"0 | 1 | -1 | 2 | 3 | 7 | 10 | -5 | 64 | 1000003 | 9223372036854775807 | "
-      "-9223372036854775807",
-      ""}},
-    {"var", {"a | b | c | d", ""}},
-    {"text", {"\"\" | \"x\" | \"ab\" | \"longer than most\" | $svar | $svar | $svar | $svar", ""}},
-    {"svar", {"s | t | u", ""}},
-    {"dvar", {"x | y", ""}},
-    {"bvar", {"p | q", ""}},
-    {"compare", {" < | > | == | != | <= | >= ", ""}},
-    {"equal", {" == | != ", ""}},
-    {"sign", {" + | - | * | / | % | + ", ""}},
-    {"limit", {"0 | 1 | 2 | 3 | 4 | 5", ""}},
+      "-9223372036854775807"}},
+    {"var", {"a | b | c | d"}},
+    {"text", {"\"\" | \"x\" | \"ab\" | \"longer than most\" | $svar | $svar | $svar | $svar"}},
+    {"svar", {"s | t | u"}},
+    {"dvar", {"x | y"}},
+    {"bvar", {"p | q"}},
+    {"compare", {" < | > | == | != | <= | >= "}},
+    {"equal", {" == | != "}},
+    {"sign", {" + | - | * | / | % | + "}},
+    {"limit", {"0 | 1 | 2 | 3 | 4 | 5"}},
     {"place", {"$var", "$var | $var | $var | $var | $var | $var | n[$long % 4] | h{$string}"}},
     {"long",
      {"$number | $var",
@@ -42,7 +34,7 @@ const std::map<std::string_view, Rule> rulesS = {
       "n[$var % 3] | n[$var + 1] | n[$var - 2] | (($var * 31 + c) % $number) | "
       "(($var * 7 + 5) % 7) | (($var + b) % -5) | (($var * 3) % 1000003) | (($var + 4) % 0) | "
       "wipe($long)"}},
-    {"sum", {"($long$sign$long)", ""}},
+    {"sum", {"($long$sign$long)"}},
     {"splace", {"$svar", "$svar | $svar | $svar | $svar | w[$long % 3] | k{$string}"}},
     {"string",
      {"$text",
@@ -64,7 +56,7 @@ const std::map<std::string_view, Rule> rulesS = {
       "($bool and $bool) | ($bool or $bool) | ($string$compare$string) | "
       "($decimal$compare$decimal) | ($bool$equal$bool) | ($long$compare$long) | "
       "($long$compare$long)"}},
-    {"element", {"n[a] = n[a] | n[b] = n[b] | n[c] = n[c] | h{s} = h{s} | h{u} = h{u}", ""}},
+    {"element", {"n[a] = n[a] | n[b] = n[b] | n[c] = n[c] | h{s} = h{s} | h{u} = h{u}"}},
     {"assign",
      {"$place = $number;",
       "$element + 1; | $element - 3; | $element * 2; | $element + a; | $splace = $string; | "
@@ -87,19 +79,7 @@ const std::map<std::string_view, Rule> rulesS = {
     {"selector", {"a | b % 3 | c % 5 | d", "$long % 4 | a | b % 3 | c % 5 | d"}},
 };
 
-/// Writes programs. All their loops end; what they compute shows in what they write.
-class Program {
-public:
-    explicit Program(unsigned long number) : dice_(number) {}
-
-    std::string text() {
-        std::string body;
-        for (std::size_t count = 4 + below(12); count > 0; --count) body += made("statement", 5);
-        return std::string(prologueS) + body + std::string(epilogueS);
-    }
-
-private:
-    static constexpr std::string_view prologueS = R"(
+constexpr std::string_view prologueS = R"(
 Long a = 3; Long b = -7; Long c; Long d = 9223372036854775807; Bool p; Bool q = true; String s = "x";
 String t = "abc"; String u; Decimal x = 1.5; Decimal y; Long n[]; Long h{}; String w[]; String k{};
 Bool f[]; Decimal m[];
@@ -115,7 +95,7 @@ function Long wipe(Long i) {
     if (i % 5 == 2) { arrayClear(n); arrayClear(m); arrayClear(f); }
     if (i % 5 == 3) { arrayClear(w); hashClear(h); hashClear(k); } return i % 3; }
 )";
-    static constexpr std::string_view epilogueS = R"(
+constexpr std::string_view epilogueS = R"(
 function show(Long i) { logStdout(longToStr(i) + " "); }
 show(a); show(b); show(c); show(d); show(n[0]); show(n[1]); show(h{"x"});
 logStdout(decimalToStr(x) + " " + decimalToStr(y) + " " + decimalToStr(m[1]));
@@ -123,38 +103,15 @@ if (p) { logStdout("p"); } if (q) { logStdout("q"); }
 logStdout(s + " " + t + " " + u + w[0] + k{"x"} + "\n");
 )";
 
-    std::size_t below(std::size_t limit) { return dice_() % limit; }
-
-    std::string made(std::string_view name, int depth) {
-        const Rule& rule = rulesS.at(name);
-        std::string_view list = depth > 0 && !rule.branches.empty() ? rule.branches : rule.leaves;
-        std::vector<std::string_view> texts;
-        for (std::size_t end = 0; end != list.npos; list.remove_prefix(end + 3)) {
-            end = list.find(" | ");
-            texts.push_back(list.substr(0, end));
-            if (end == list.npos) break;
-        }
-        const std::string_view chosen = texts[below(texts.size())];
-        const std::string number = std::to_string(++numbers_);
-        std::string text;
-        for (std::size_t at = 0; at < chosen.size(); ++at) {
-            if (chosen[at] == '#') {
-                text += number;
-            } else if (chosen[at] == '$') {
-                const std::size_t begin = at + 1;
-                while (at + 1 < chosen.size() && chosen[at + 1] >= 'a' && chosen[at + 1] <= 'z')
-                    ++at;
-                text += made(chosen.substr(begin, at + 1 - begin), depth - 1);
-            } else {
-                text += chosen[at];
-            }
-        }
-        return text;
+/// A program. All its loops end; what it computes shows in what it writes.
+std::string program(unsigned long number) {
+    Harness::RandomText random(rulesS, number);
+    std::string text(prologueS);
+    for (std::size_t count = 4 + random.below(12); count > 0; --count) {
+        text += random.made("statement", 5);
     }
-
-    std::mt19937_64 dice_;
-    int numbers_ = 0;
-};
+    return text.append(epilogueS);
+}
 
 std::uint64_t checksum(std::uint64_t sum, std::string_view text) {
     for (const char byte : text) sum = (sum ^ static_cast<unsigned char>(byte)) * 1099511628211U;
@@ -179,7 +136,7 @@ int main(int argc, char** argv) {
     std::uint64_t all = 0;
     long refused = 0;
     for (long number = first; number < first + count; ++number) {
-        const std::string text = Program(static_cast<unsigned long>(number)).text();
+        const std::string text = program(static_cast<unsigned long>(number));
         const Harness::ScriptRun run = Harness::run(text, setup);
         if (!run.compiled) ++refused;
         const std::uint64_t sum =

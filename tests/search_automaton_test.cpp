@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <string_view>
 
+#include "RandomText.h"
 #include "scr/builtin/RegExpr.h"
 
 namespace {
@@ -82,57 +82,33 @@ TEST(SearchAutomaton, KnowsTheSetsOfBytesOfTheLibrary) {
     }
 }
 
-class Writer {
-public:
-    explicit Writer(unsigned seed) : dice_(seed) {}
-
-    std::size_t below(std::size_t limit) { return dice_() % limit; }
-
-    std::string pattern(int depth) {
-        std::string text = sequence(depth);
-        for (std::size_t more = below(3); more > 1; --more) text += "|" + sequence(depth);
-        return text;
-    }
-
-    std::string text(std::size_t size) {
-        std::string text;
-        // Common bytes, and now and then a line end, NUL or a piece of a broken UTF-8 sequence.
-        constexpr std::string_view bytes("aaabbc-1 aaabbc-1 ab\n\0\xc3\xff", 24);
-        while (text.size() < size) text += bytes[below(bytes.size())];
-        return text;
-    }
-
-private:
-    std::string sequence(int depth) {
-        std::string text;
-        for (std::size_t count = 1 + below(4); count > 0; --count) {
-            constexpr const char* items[] = {"a",   "b",    "c",   "[ab]", "[^a]",  ".",
-                                             "\\d", "[b-]", "\\w", "b",    "[1-9]", "\\S",
-                                             "\\W", "^",    "$",   "\\b"};
-            text += depth > 0 && below(4) == 0 ? "(" + pattern(depth - 1) + ")"
-                    : below(40) == 0           ? items[13 + below(3)]
-                                               : items[below(13)];
-            constexpr const char* signs[] = {"*", "+", "?", "", "", ""};
-            text += signs[below(6)];
-        }
-        return text;
-    }
-
-    std::mt19937 dice_;
+using namespace std::string_view_literals;
+const Harness::RandomText::Rules rulesS = {
+    {"pattern", {"$sequence", "$sequence | $sequence | $sequence|$sequence"}},
+    {"sequence", {"$item", "$item | $item$item | $item$item$item | $item$item$item$item"}},
+    {"item", {"$set$sign", "$set$sign | $set$sign | $set$sign | ($pattern)$sign"}},
+    {"sign", {"* | + | ? |  |  | "}},
+    {"set", {"$plain | $plain | $plain | $plain | $plain | $plain | $plain | $plain | $odd", ""}},
+    {"plain", {"a | b | c | [ab] | [^a] | . | \\d | [b-] | \\w | b | [1-9] | \\S | \\W"}},
+    {"odd", {"$plain | $plain | $plain | ^ | $ | \\b"}},
+    // Common bytes, and now and then a line end, NUL or a piece of a broken UTF-8 sequence.
+    {"text", {"a | a | a | b | b | c | - | 1 |   | a | a | b | \n | \0 | \xc3 | \xff"sv}},
 };
 
 TEST(SearchAutomaton, FindsWhatTheLibraryFinds) {
-    Writer writer(7);
+    Harness::RandomText writer(rulesS, 7);
     int taken = 0;
     for (int i = 0; i < 2500; ++i) {
-        const std::string pattern = writer.pattern(2);
+        const std::string pattern = writer.made("pattern", 6);
         if (SearchAutomaton::make(pattern) == nullptr) continue;
         ASSERT_EQ(pattern.find('$'), std::string::npos) << pattern;
         ++taken;
         const RegExpr plain(pattern);
         const RegExpr library(forLibrary(pattern));
         for (int j = 0; j < 20; ++j) {
-            const std::string text = writer.text(writer.below(30));
+            std::string text;
+            for (std::size_t size = writer.below(30); size > 0; --size)
+                text += writer.made("text", 0);
             expectSame(pattern, plain, library, text, writer.below(text.size() + 1));
         }
     }
