@@ -92,9 +92,10 @@ public:
                 if (left >= FND::powerOf10(28 - zeros) || leftScale + zeros > 28) break;
                 return {text(left, leftScale),
                         text(left * FND::powerOf10(zeros) + below(2), leftScale + zeros)};
-            case 1:  // a tie of a sum, or nearly one
+            case 1:  // a sum with a digit more, or a tie of one, or nearly so
                 left = FND::powerOf10(upTo(1) == 0 ? 28 : 18) - 1 - below(2);
                 leftScale = upTo(27);
+                if (upTo(2) == 0) return {text(left, leftScale), text(1 + below(2), leftScale)};
                 return {text(left, leftScale), text(5 * FND::powerOf10(zeros) + below(3) - 1,
                                                     std::min(leftScale + 1 + zeros, 28))};
             case 2:  // a quotient that ends, or nearly so
