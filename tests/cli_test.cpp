@@ -7,13 +7,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "Folder.h"
 
 namespace {
 
@@ -25,30 +25,14 @@ struct Result {
     std::string messages;
 };
 
-std::string contents(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-/// A folder of its own that the command runs in, removed at the end.
 class CliTest : public testing::Test {
 protected:
-    CliTest() : folder_((fs::temp_directory_path() / "kestrel-cli-XXXXXX").string()) {
-        if (mkdtemp(folder_.data()) == nullptr) std::abort();
-    }
-    ~CliTest() override { fs::remove_all(folder_); }
-
-    void write(const std::string& name, const std::string& text) const {
-        fs::create_directories(fs::path(folder_ + "/" + name).parent_path());
-        std::ofstream(folder_ + "/" + name, std::ios::binary) << text;
-    }
-
     /// Runs `kestrel LINE` in the folder. The words of `line` stand between blanks; what is in
     /// single quotes is one word or a part of one.
     Result kestrel(const std::string& line, const std::string& input = "",
                    const std::string& output = "") const {
-        write(".stdin", input);
-        const std::string outputPath = output.empty() ? folder_ + "/.stdout" : output;
+        folder_.write(".stdin", input);
+        const std::string outputPath = output.empty() ? folder_.path(".stdout") : output;
         std::vector<std::string> words{KESTREL_COMMAND};
         bool isQuoted = false;
         bool isBetween = true;
@@ -75,7 +59,7 @@ protected:
                 return file >= 0 && dup2(file, descriptor) >= 0 && close(file) == 0;
             };
             const int writing = O_WRONLY | O_CREAT | O_TRUNC;
-            if (chdir(folder_.c_str()) == 0 && unsetenv("KESTREL_INCLUDE") == 0 &&
+            if (chdir(folder_.path().c_str()) == 0 && unsetenv("KESTREL_INCLUDE") == 0 &&
                 redirect(STDIN_FILENO, ".stdin", O_RDONLY) &&
                 redirect(STDOUT_FILENO, outputPath, writing) &&
                 redirect(STDERR_FILENO, ".stderr", writing)) {
@@ -88,8 +72,8 @@ protected:
         waitpid(child, &status, 0);
         Result result;
         result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        if (output.empty()) result.output = contents(outputPath);
-        result.messages = contents(folder_ + "/.stderr");
+        if (output.empty()) result.output = folder_.read(".stdout");
+        result.messages = folder_.read(".stderr");
         return result;
     }
 
@@ -116,7 +100,11 @@ protected:
         }
     }
 
-    std::string folder_;
+    void write(const std::string& name, const std::string& text) const {
+        folder_.write(name, text);
+    }
+
+    const Harness::Folder folder_;
 };
 
 TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
@@ -261,7 +249,7 @@ TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
     const std::string script("logStdout(\"a\0\xFF\");\r\n// end", 25);
     write("plain.ks", script);
     write("scrambled.ks", kestrel("encrypt plain.ks").output);
-    EXPECT_EQ(contents(folder_ + "/scrambled.ks").find("logStdout"), std::string::npos);
+    EXPECT_EQ(folder_.read("scrambled.ks").find("logStdout"), std::string::npos);
     expect({{"decrypt scrambled.ks", script},
             {"decrypt -", script, "", 0, kestrel("encrypt", script).output},
             {"run scrambled.ks", std::string("a\0\xFF", 3)}});
@@ -383,20 +371,20 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
     };
     const auto joined = [&](const std::string& begin) {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder_ + "/out")) {
+        for (const auto& entry : fs::directory_iterator(folder_.path("out"))) {
             names.push_back(entry.path().filename());
         }
         std::sort(names.begin(), names.end());
         std::string text;
         for (const std::string& name : names) {
-            if (name.starts_with(begin)) text += contents(folder_ + "/out/" + name);
+            if (name.starts_with(begin)) text += folder_.read("out/" + name);
         }
         return text;
     };
     const Result single = kestrel(base + "--rejects rejects");
     ASSERT_EQ(single.status, 0);
     for (const int parts : {1, 3, 40}) {
-        fs::remove_all(folder_ + "/out");
+        fs::remove_all(folder_.path("out"));
         for (int part = parts; part > 0; --part) {
             const std::string name = std::to_string(part) + "/" + std::to_string(parts);
             EXPECT_EQ(run(name).status, 0);
@@ -405,7 +393,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
             EXPECT_EQ(again.messages, "kestrel: part " + name + " is complete in out, skipped\n");
         }
         EXPECT_EQ(joined("part-"), single.output);
-        EXPECT_EQ(joined("rejects-"), contents(folder_ + "/rejects"));
+        EXPECT_EQ(joined("rejects-"), folder_.read("rejects"));
         EXPECT_EQ(joined("."), "");
     }
     const Result other = run("1/2");
@@ -413,7 +401,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
     EXPECT_NE(other.messages.find("which is not one of 2 parts\n"), std::string::npos);
 
     // All that the result depends on is looked at, and a damaged result is made anew.
-    fs::remove_all(folder_ + "/out");
+    fs::remove_all(folder_.path("out"));
     const std::string part = "out/part-0000001-of-0000001.csv";
     const struct {
         const char* what;
@@ -422,7 +410,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
     } changes[] = {
         {"nothing", [] {}},
         {"a damaged result", [&] { write(part, "damaged"); }},
-        {"no result", [&] { fs::remove(folder_ + "/" + part); }},
+        {"no result", [&] { fs::remove(folder_.path(part)); }},
         {"damaged rejects", [&] { write("out/rejects-0000001-of-0000001.txt", "x"); }},
         {"a damaged manifest", [&] { write("out/manifest-0000001-of-0000001.json", "{}"); }},
         {"the include file", [&] { write("drop.ks", "\n"); }},
@@ -439,14 +427,14 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
         const Result result = run("1/1", change.options);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.messages, "");
-        EXPECT_NE(contents(folder_ + "/" + part), "damaged");
+        EXPECT_NE(folder_.read(part), "damaged");
         EXPECT_NE(run("1/1", change.options).messages, "");
         if (*change.options != 0) run("1/1");
     }
 
     // What a killed run left goes; what a living one writes stays.
-    const std::string dead = folder_ + "/out/.part-0000001-of-0000001.csv.Abcdef";
-    const std::string alive = folder_ + "/out/.part-0000001-of-0000001.csv.Abcdeg";
+    const std::string dead = folder_.path("out/.part-0000001-of-0000001.csv.Abcdef");
+    const std::string alive = folder_.path("out/.part-0000001-of-0000001.csv.Abcdeg");
     write("out/.part-0000001-of-0000001.csv.Abcdef", "half");
     write("out/.part-0000001-of-0000001.csv.Abcdeg", "half");
     const int descriptor = open(alive.c_str(), O_RDONLY);

@@ -12,15 +12,14 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Folder.h"
 #include "Script.h"
 #include "records/RecordJob.h"
 #include "records/StopSignal.h"
@@ -93,32 +92,18 @@ extern "C" int rename(const char* from, const char* to) noexcept {
 
 namespace {
 
-std::string contents(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 std::string records(int count) {
     std::string text;
     for (int i = 0; i < count; ++i) text += std::to_string(i) + ",some text\n";
     return text;
 }
 
-/// A folder of its own, removed at the end.
 class RecordFaults : public testing::Test {
 protected:
-    RecordFaults() : folder_((fs::temp_directory_path() / "kestrel-faults-XXXXXX").string()) {
-        if (mkdtemp(folder_.data()) == nullptr) std::abort();
-    }
-    ~RecordFaults() override { fs::remove_all(folder_); }
-
-    std::string path(const std::string& name) const { return folder_ + "/" + name; }
-    void write(const std::string& name, const std::string& text) const {
-        std::ofstream(path(name), std::ios::binary) << text;
-    }
+    std::string path(const std::string& name) const { return folder_.path(name); }
     std::set<std::string> files() const {
         std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder_)) {
+        for (const auto& entry : fs::directory_iterator(folder_.path())) {
             names.insert(entry.path().filename());
         }
         return names;
@@ -141,7 +126,7 @@ protected:
             [&](SCR::Interpreter& interpreter) { return interpreter.compile(script); });
     }
 
-    std::string folder_;
+    Harness::Folder folder_;
 };
 
 TEST_F(RecordFaults, CallsOfTheSystemMayFail) {
@@ -170,7 +155,7 @@ TEST_F(RecordFaults, CallsOfTheSystemMayFail) {
         {"a failing rename", {.rename = EACCES}, End::Failed, "out: Permission denied"},
     };
     const std::string text = records(20'000);
-    write("in", text);
+    folder_.write("in", text);
     for (const int jobs : {1, 4}) {
         for (const auto& row : rows) {
             SCOPED_TRACE(std::string(row.name) + ", jobs " + std::to_string(jobs));
@@ -185,9 +170,9 @@ TEST_F(RecordFaults, CallsOfTheSystemMayFail) {
             EXPECT_EQ(end, row.end) << job.error();
             if (end == End::Done) {
                 EXPECT_EQ(counts.read, 20'000);
-                EXPECT_EQ(contents(path("out")).size() + std::string("7,some text\n").size(),
+                EXPECT_EQ(folder_.read("out").size() + std::string("7,some text\n").size(),
                           text.size());
-                EXPECT_EQ(contents(path("rejects")), path("in") + ":8: 7\t7,some text\n");
+                EXPECT_EQ(folder_.read("rejects"), path("in") + ":8: 7\t7,some text\n");
                 fs::remove(path("out"));
                 fs::remove(path("rejects"));
             } else if (*row.error != '\0') {
@@ -244,7 +229,7 @@ TEST_F(RecordFaults, EveryRecordOfADamagedFileIsAccountedFor) {
                         text.insert(place, 1, bytes[below(bytes.size())]);
                 }
             }
-            write("in", text);
+            folder_.write("in", text);
             std::string first;
             for (const int jobs : {1, 3}) {
                 SCOPED_TRACE(std::string(format.name) + ' ' + testing::PrintToString(text));
@@ -259,7 +244,7 @@ TEST_F(RecordFaults, EveryRecordOfADamagedFileIsAccountedFor) {
                     << job.error();
                 const Records::Counts& counts = job.counts();
                 EXPECT_EQ(counts.read, counts.written + counts.dropped + counts.rejected);
-                const std::string all = contents(path("out")) + '\0' + contents(path("rejects"));
+                const std::string all = folder_.read("out") + '\0' + folder_.read("rejects");
                 if (format.layout.isWhole) {
                     std::istringstream stream(text);
                     std::int64_t lines = 0;
@@ -287,7 +272,7 @@ TEST_F(RecordFaults, EveryRecordOfADamagedFileIsAccountedFor) {
 class Command {
 public:
     /// Standard error is a pipe, or the second side of the pseudo-terminal `terminal`.
-    Command(const std::string& folder, std::vector<std::string> arguments,
+    Command(const Harness::Folder& folder, std::vector<std::string> arguments,
             std::array<int, 2> terminal = {-1, -1}) {
         arguments.insert(arguments.begin(), KESTREL_COMMAND);
         std::vector<char*> argv;
@@ -303,7 +288,7 @@ public:
         process_ = fork();
         if (process_ == 0) {
             std::signal(SIGPIPE, SIG_DFL);
-            if (chdir(folder.c_str()) == 0 && dup2(ends[0][0], STDIN_FILENO) >= 0 &&
+            if (chdir(folder.path().c_str()) == 0 && dup2(ends[0][0], STDIN_FILENO) >= 0 &&
                 dup2(ends[1][1], STDOUT_FILENO) >= 0 && dup2(ends[2][1], STDERR_FILENO) >= 0) {
                 alarm(60);
                 execv(argv[0], argv.data());
@@ -392,7 +377,7 @@ TEST_F(RecordFaults, SignalsEndAJobBehindARecord) {
                           isKilled ? "" : "kestrel: interrupted after 1000 records\n");
                 EXPECT_EQ(command.output(1), "");
             }
-            write("out", "old\n");
+            folder_.write("out", "old\n");
             Command command(folder_, {"run", "-e", "", "--records", "-", "--jobs", jobs, "--output",
                                       "out", "--stats"});
             command.give(text);
@@ -404,10 +389,9 @@ TEST_F(RecordFaults, SignalsEndAJobBehindARecord) {
             }));
             command.kill(signal);
             EXPECT_EQ(command.wait(), isKilled ? 128 + signal : 4);
-            EXPECT_EQ(contents(path("out")), "old\n");
+            EXPECT_EQ(folder_.read("out"), "old\n");
             if (isKilled) {
-                fs::remove_all(folder_);
-                fs::create_directory(folder_);
+                for (const std::string& name : files()) fs::remove(path(name));
             } else {
                 EXPECT_EQ(files(), std::set<std::string>{"out"});
                 EXPECT_EQ(command.messages(),
@@ -422,7 +406,7 @@ TEST_F(RecordFaults, SignalsEndAJobBehindARecord) {
 TEST_F(RecordFaults, ASignalStopsAJobThatIsAtWork) {
     // The records are there already; the job is somewhere among them.
     const std::string text = records(200'000);
-    write("in", text);
+    folder_.write("in", text);
     for (const char* const jobs : {"1", "4"}) {
         Command command(folder_, {"run", "-e", "Long i; for (i = 0; i < 1000; i = i + 1) {}",
                                   "--records", "in", "--jobs", jobs, "--stats"});
@@ -441,7 +425,7 @@ TEST_F(RecordFaults, ASignalStopsAJobThatIsAtWork) {
 }
 
 TEST_F(RecordFaults, NobodyReadsTheOutputAnyMore) {
-    write("in", records(20'000));
+    folder_.write("in", records(20'000));
     for (const char* const jobs : {"1", "4"}) {
         Command command(folder_, {"run", "-e", "", "--records", "in", "--jobs", jobs});
         EXPECT_EQ(command.output(12), "0,some text\n");
@@ -452,7 +436,7 @@ TEST_F(RecordFaults, NobodyReadsTheOutputAnyMore) {
 }
 
 TEST_F(RecordFaults, ADeviceIsWrittenDirectlyAndStays) {
-    write("in", records(10));
+    folder_.write("in", records(10));
     Command command(folder_, {"run", "-e", "", "--records", "in", "--output", "/dev/full"});
     EXPECT_EQ(command.wait(), 1);
     EXPECT_EQ(command.messages(), "kestrel: /dev/full: No space left on device\n");
