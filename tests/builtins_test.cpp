@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "Folder.h"
 #include "Script.h"
 #include "fnd/DateTime.h"
 #include "scr/FctDescr.h"
@@ -80,20 +81,15 @@ std::string scriptOf(std::string_view example) {
 class ExampleTest : public testing::Test {
 protected:
     ExampleTest() : before_(fs::current_path()) {
-        std::string folder = (fs::temp_directory_path() / "kestrel-example-XXXXXX").string();
-        if (mkdtemp(folder.data()) == nullptr) std::abort();
-        fs::current_path(folder_ = folder);
+        fs::current_path(folder_.path());
         setenv("TZ", "UTC0", 1);
         FND::DateTime::rereadLocalZone();
     }
-    ~ExampleTest() override {
-        fs::current_path(before_);
-        fs::remove_all(folder_);
-    }
+    ~ExampleTest() override { fs::current_path(before_); }
 
 private:
-    fs::path before_;
-    fs::path folder_;
+    const fs::path before_;
+    const Harness::Folder folder_;
 };
 
 TEST_F(ExampleTest, EveryRowHasAManualWhoseExampleHolds) {

@@ -35,6 +35,7 @@
 #include <utility>
 #include <vector>
 
+#include "Folder.h"
 #include "Script.h"
 
 namespace {
@@ -125,14 +126,11 @@ public:
     explicit CaseTest(Case testCase) : case_(std::move(testCase)) {}
 
     void TestBody() override {
-        std::string folder = (fs::temp_directory_path() / "kestrel-case-XXXXXX").string();
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+        const Harness::Folder folder;
         for (std::string* text : {&case_.script, &case_.output, &case_.log}) {
-            replaceAll(*text, "@TMP@", folder);
+            replaceAll(*text, "@TMP@", folder.path());
         }
         const Harness::ScriptRun run = Harness::run(case_.script);
-        fs::remove_all(folder);
-
         const testing::ScopedTrace where(case_.file.c_str(), case_.line, case_.script);
         EXPECT_EQ(case_.fault, "");
         EXPECT_EQ(run.compiled, case_.compiles);

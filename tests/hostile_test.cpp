@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "Folder.h"
 #include "Script.h"
 
 namespace {
@@ -92,12 +93,11 @@ std::string faultOf(const HostileScript& script) {
 class HostileTest : public testing::TestWithParam<fs::path> {};
 
 TEST_P(HostileTest, IsStopped) {
-    std::string folder = (fs::temp_directory_path() / "kestrel-hostile-XXXXXX").string();
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const Harness::Folder folder;
     HostileScript script = readScript(GetParam());
     const std::string mark = "@TMP@";
     for (std::size_t at = 0; (at = script.text.find(mark, at)) != std::string::npos;) {
-        script.text.replace(at, mark.size(), folder);
+        script.text.replace(at, mark.size(), folder.path());
     }
     const pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -109,7 +109,6 @@ TEST_P(HostileTest, IsStopped) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
-    fs::remove_all(folder);
 }
 
 std::vector<fs::path> scripts() {

@@ -1,15 +1,13 @@
 // Include files and scrambled scripts, from their files to the messages of a compile.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Folder.h"
 #include "Script.h"
 #include "scr/parser/Crypt.h"
 
@@ -26,20 +24,8 @@ std::string scrambled(const std::string& plain) {
 
 class IncludeTest : public testing::Test {
 protected:
-    void SetUp() override {
-        ::unsetenv("KESTREL_INCLUDE");
-        std::string name = fs::path(testing::TempDir()) / "includeXXXXXX";
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = name;
-    }
-    void TearDown() override {
-        ::unsetenv("KESTREL_INCLUDE");
-        fs::remove_all(directory_);
-    }
-
-    void write(const std::string& name, const std::string& content) {
-        fs::create_directories((directory_ / name).parent_path());
-        std::ofstream(directory_ / name, std::ios::binary) << content;
+    void write(const std::string& name, const std::string& text) const {
+        folder_.write(name, text);
     }
 
     /// Runs `script`, which finds the files of the test's folder.
@@ -51,7 +37,8 @@ protected:
         return Harness::run(script, setup);
     }
 
-    fs::path directory_;
+    const Harness::Folder folder_;
+    const fs::path directory_ = folder_.path();
 };
 
 TEST_F(IncludeTest, MessagesNameTheFileAndItsLine) {

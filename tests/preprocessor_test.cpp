@@ -14,7 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "scr/Log.h"
+#include "Folder.h"
+#include "Script.h"
 #include "scr/parser/Crypt.h"
 
 namespace {
@@ -47,39 +48,26 @@ extern "C" ssize_t read(int file, void* to, size_t size) {
 
 namespace {
 
-class TestLog final : public SCR::Log {
-public:
-    void log(const FND::String& message, FND::Status::Severity severity) override {
-        text += std::to_string(severity) + " " + message + "\n";
-    }
-    std::string text;
-};
-
 class PreprocessorTest : public testing::Test {
 protected:
     void SetUp() override {
         ::unsetenv("KESTREL_INCLUDE");
-        std::string name = fs::path(testing::TempDir()) / "preprocessorXXXXXX";
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = fs::canonical(name);
         options_.searchPath = {directory_};
     }
     void TearDown() override {
         ::unsetenv("KESTREL_INCLUDE");
         readsS = Reads::Normal;
         fs::current_path("/");
-        fs::remove_all(directory_);
     }
 
-    void write(const std::string& name, const std::string& content) {
-        fs::create_directories((directory_ / name).parent_path());
-        std::ofstream(directory_ / name, std::ios::binary) << content;
+    void write(const std::string& name, const std::string& text) const {
+        folder_.write(name, text);
     }
 
     /// The expanded text, or "failed", and the log below it. A line that gives the file and the
     /// number of the next one is shown as <file:number>.
     std::string expand(const std::string& text) {
-        TestLog log;
+        Harness::MemoryLog log;
         std::string output = "failed";
         SCR::Preprocessor preprocessor(&log, options_);
         const bool isExpanded = preprocessor.preprocess(text, output);
@@ -92,10 +80,12 @@ protected:
                            "<" + output.substr(quote + 1, end - quote - 2) + ":" +
                                output.substr(at + 6, quote - at - 7) + ">");
         }
-        return output + (log.text.empty() ? "" : "--\n" + log.text);
+        if (log.text.empty()) return output;
+        return output + "--\n" + std::to_string(log.severities[0]) + " " + log.text;
     }
 
-    fs::path directory_;
+    const Harness::Folder folder_;
+    const fs::path directory_ = folder_.path();
     SCR::PreprocessorOptions options_;
     bool isLimit_ = false;
 };
