@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <thread>
 
 #include "SmallStack.h"
 #include "fsm/Engine.h"
@@ -197,23 +196,6 @@ TEST(FsmEngine, LongPatternOnSmallStack) {
         EXPECT_TRUE(engine.insertPattern(pattern) && engine.finalSetup() &&
                     engine.process(pattern)->pathNumbers() == Paths{0});
     });
-}
-
-TEST(FsmEngine, Threads) {
-    auto shared = engineOf({"a.*", "[0-9]+", "!b.*"});
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&shared, i] {
-            for (int round = 0; round < 200; ++round) {
-                std::string text = std::string(i % 2, 'a').append(std::to_string(round));
-                EXPECT_EQ(shared->process(text)->pathNumbers(), (Paths{i % 2 ? 0 : 1, 2}));
-                EXPECT_EQ(shared->process(text.c_str())->pathNumbers().size(), 2u);
-                auto own = engineOf({std::string("(").append(text).append("){1,3}")});
-                EXPECT_EQ(own->firstPath(text + text), 0);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
 }
 
 TEST(FsmEngine, Successors) {

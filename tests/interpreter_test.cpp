@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "Script.h"
@@ -320,17 +318,6 @@ TEST_F(InterpreterTest, ASandboxCompilesNoForbiddenCall) {
     }
 }
 
-TEST_F(InterpreterTest, AnotherThreadMayInterrupt) {
-    ASSERT_TRUE(interpreter_.compile("while (true) {}"));
-    std::thread interrupter([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        interpreter_.interrupt();
-    });
-    EXPECT_FALSE(interpreter_.execute());
-    interrupter.join();
-    EXPECT_EQ(log_.text, "ERROR: line 1: script stopped: interrupted\n");
-}
-
 FND::String repeat(const FND::String& text, int count) {
     FND::String copies;
     for (int i = 0; i < count; ++i) copies += text;
@@ -451,31 +438,6 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
             });
         }
     }
-}
-
-TEST(ThreadTest, InterpretersRunBesideEachOther) {
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([thread] {
-            for (int round = 0; round < 20; ++round) {
-                MemoryLog log;
-                SCR::Interpreter interpreter(&log);
-                auto extension = std::make_unique<Counters>("ext");
-                auto* const counters = extension.get();
-                interpreter.insertExtension(extension.release());
-                ASSERT_TRUE(interpreter.compile(
-                    "function Long twice(Long n) { return 2 * n; } Long i; String h{};"
-                    "for (i = 0; i < 100; i = i + 1) { counter = counter + twice(" +
-                    std::to_string(thread) +
-                    "); h{longToStr(i)} = strPad(\"\", \"x\", i, true); }"))
-                    << log.text;
-                ASSERT_TRUE(interpreter.execute());
-                ASSERT_EQ(counters->counter.value(), 200 * thread);
-                ASSERT_FALSE(interpreter.compile("broken"));
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

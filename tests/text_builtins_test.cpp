@@ -58,12 +58,6 @@ TEST(NumberText, ReadsAllShortTextsAsTheCLibrary) {
     extend(extend, 4);
 }
 
-TEST(NumberText, ReadsAllPairsOfBytesAsTheCLibrary) {
-    for (int pair = 0; pair < 65536; ++pair) {
-        expectAsInC({static_cast<char>(pair >> 8), static_cast<char>(pair & 255)});
-    }
-}
-
 TEST(NumberText, ReadsLimitsAsTheCLibrary) {
     for (const string sign : {"", "+", "-"}) {
         for (const string digits :
@@ -210,17 +204,6 @@ TEST(RegExpr, TakesHostilePatternsAndTextsInItsStride) {
     for (int i = 0; i < 20000; ++i) text += "ab"[random() >> 16 & 1];
     EXPECT_FALSE(wide.search(text, 0));
     EXPECT_FALSE(SCR::RegExpr("(((a+)+)+)+$").search(string(200000, 'a') + 'b', 0));
-}
-
-TEST(StringResult, HasALimit) {
-    string result = "abc";
-    EXPECT_TRUE(SCR::tryReserveResult(result, 1000));
-    EXPECT_GE(result.capacity(), 1000U);
-    for (const std::size_t size : {SCR::maxStringSize + 1, std::size_t{0} - 1}) {
-        result = "abc";
-        EXPECT_FALSE(SCR::tryReserveResult(result, size));
-        EXPECT_EQ(result, "");
-    }
 }
 
 TEST(StringResult, MemoryThatCanNotBeHadIsAnErrorOfTheScript) {

@@ -163,24 +163,6 @@ TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
     }
 }
 
-TEST(Waiting, AMutexExcludesThreads) {
-    SCR::MainExtension extension;
-    const long mutex = extension.mutexCreate();
-    long count = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int turn = 0; turn < 5000; ++turn) {
-                extension.mutexAcquire(mutex);
-                ++count;
-                extension.mutexRelease(mutex);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(count, 20000);
-}
-
 /// Sends this thread a signal that does nothing but interrupt system calls, over and over.
 class SignalStorm {
 public:
