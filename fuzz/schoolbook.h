@@ -51,12 +51,16 @@ inline Natural subtract(const Natural& a, const Natural& b) {
 }
 
 inline Natural multiply(const Natural& a, const Natural& b) {
-    Natural product;
-    for (const char digit : b) {
-        if (!product.empty()) product += '0';
-        for (char i = '0'; i < digit; ++i) product = add(product, a);
+    std::string product(a.size() + b.size(), '0');
+    for (std::size_t i = a.size(); i-- > 0;) {
+        int carry = 0;
+        for (std::size_t j = b.size(); j-- > 0; carry /= 10) {
+            carry += (a[i] - '0') * (b[j] - '0') + product[i + j + 1] - '0';
+            product[i + j + 1] = static_cast<char>('0' + carry % 10);
+        }
+        product[i] = static_cast<char>('0' + carry);
     }
-    return product;
+    return stripped(product);
 }
 
 /// The quotient and, in `rest`, the remainder; `b` is not 0.
@@ -174,7 +178,7 @@ inline Number product(const Number& a, const Number& b) {
 inline std::optional<Number> quotient(const Number& a, const Number& b, std::size_t width) {
     if (b.digits.empty()) return std::nullopt;
     // Enough digits for every result: 28 behind the point and one to round by.
-    const std::size_t more = 90;
+    const std::size_t more = 29;
     Natural rest;
     Natural digits =
         divide(a.digits + std::string(a.digits.empty() ? 0 : more + b.scale, '0'), b.digits, rest);

@@ -9,6 +9,7 @@
 std::atomic<long> Allocations::madeCM{0};
 std::atomic<long> Allocations::heldCM{0};
 std::atomic<long> Allocations::bytesHeldCM{0};
+std::atomic<std::size_t> Allocations::largestCM{std::numeric_limits<std::size_t>::max()};
 
 namespace {
 
@@ -19,6 +20,7 @@ std::atomic<bool> hasFailedG{false};
 std::atomic<long> peakG{0};
 
 void* allocate(std::size_t bytes, std::size_t alignment) {
+    if (bytes > Allocations::largestCM) throw std::bad_alloc();
     if (leftG != unlimitedS && leftG-- == 0) {
         leftG = unlimitedS;
         hasFailedG = true;

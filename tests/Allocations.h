@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 
 /// The allocations of a test program, which are counted and may be made to fail. A program that
 /// lists Allocations.cpp among its sources has its operators new and delete.
@@ -8,6 +9,8 @@ struct Allocations {
     static std::atomic<long> madeCM;
     static std::atomic<long> heldCM;
     static std::atomic<long> bytesHeldCM;
+    /// Allocations of more bytes fail.
+    static std::atomic<std::size_t> largestCM;
 
     /// Starts to watch how many bytes are held, and gives how many they are now.
     static long startPeak();

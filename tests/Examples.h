@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "Folder.h"
 #include "fnd/DateTime.h"
 
 // The examples of the table of built-ins, as tests run them.
@@ -34,23 +35,17 @@ inline std::string scriptOf(std::string_view example) {
 class ExampleFolder {
 public:
     ExampleFolder() : before_(std::filesystem::current_path()) {
-        std::string folder =
-            (std::filesystem::temp_directory_path() / "kestrel-example-XXXXXX").string();
-        if (mkdtemp(folder.data()) == nullptr) std::abort();
-        std::filesystem::current_path(folder_ = folder);
+        std::filesystem::current_path(folder_.path());
         setenv("TZ", "UTC0", 1);
         FND::DateTime::rereadLocalZone();
     }
     ExampleFolder(const ExampleFolder&) = delete;
     ExampleFolder& operator=(const ExampleFolder&) = delete;
-    ~ExampleFolder() {
-        std::filesystem::current_path(before_);
-        std::filesystem::remove_all(folder_);
-    }
+    ~ExampleFolder() { std::filesystem::current_path(before_); }
 
 private:
-    std::filesystem::path before_;
-    std::filesystem::path folder_;
+    const std::filesystem::path before_;
+    const Folder folder_;
 };
 
 }  // namespace Harness

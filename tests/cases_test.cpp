@@ -12,6 +12,12 @@
 // gives the messages of a script that does not compile. "--- stopped" gives those of a script that
 // compiles and is stopped while it runs. Text before the first case is a comment.
 //
+// A line "--- errors" right after the title makes it a table of scripts that do not compile, each
+// followed by its messages:
+//
+//     Long a = ;
+//     ! ERROR: line 1: parse error
+//
 // A blank line in front of the next case belongs to neither. A last line end may be missing in the
 // output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
 // stands, everywhere, for an empty folder of the case's own. The local zone is UTC.
@@ -29,6 +35,7 @@
 #include <utility>
 #include <vector>
 
+#include "Folder.h"
 #include "Script.h"
 
 namespace {
@@ -37,7 +44,7 @@ namespace fs = std::filesystem;
 
 struct Case {
     std::string file;
-    int line = 0;  // of the title
+    int line = 0;  // of the title, or of a table's script
     std::string title;
     std::string script;
     std::string output;
@@ -57,62 +64,20 @@ std::string printable(const std::string& text) {
     std::string shown;
     for (const char byte : text) {
         const auto code = static_cast<unsigned char>(byte);
+        char escape[8] = {byte};
         if ((code < 32 && byte != '\n' && byte != '\t') || code >= 127) {
-            char escape[8];
             std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned>(code));
-            shown += escape;
-        } else {
-            shown += byte;
         }
+        shown += escape;
     }
-    return shown;
-}
-
-std::string withLineEnd(std::string text) {
-    if (!text.empty() && text.back() != '\n') text += '\n';
-    return text;
-}
-
-std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> result;
-    std::string line;
-    for (const char byte : text) {
-        if (byte != '\n') {
-            line += byte;
-            continue;
-        }
-        result.push_back(std::exchange(line, {}));
-    }
-    if (!line.empty()) result.push_back(line);
-    return result;
-}
-
-/// The two texts line by line, the differing part marked with - (expected) and + (actual).
-std::string difference(const std::string& expected, const std::string& actual) {
-    const std::vector<std::string> left = lines(expected);
-    const std::vector<std::string> right = lines(actual);
-    const auto head = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
-    auto leftEnd = left.end();
-    auto rightEnd = right.end();
-    while (leftEnd != head.first && rightEnd != head.second && leftEnd[-1] == rightEnd[-1]) {
-        --leftEnd;
-        --rightEnd;
-    }
-    std::string text;
-    const auto show = [&](const char* mark, auto from, auto to) {
-        for (; from != to; ++from) text.append(mark).append(*from).append("\n");
-    };
-    show("  ", left.begin(), head.first);
-    show("- ", head.first, leftEnd);
-    show("+ ", head.second, rightEnd);
-    show("  ", leftEnd, left.end());
-    return text;
+    return shown.empty() || shown.ends_with('\n') ? shown : shown + '\n';
 }
 
 std::vector<Case> readCases(const fs::path& path) {
     std::vector<Case> cases;
     std::set<std::string> titles;
     std::string* section = nullptr;
+    bool isTable = false;
     std::ifstream stream(path, std::ios::binary);
     std::string line;
     for (int number = 1; std::getline(stream, line); ++number) {
@@ -127,8 +92,20 @@ std::vector<Case> readCases(const fs::path& path) {
             if (next.title.empty()) next.fault = "the case has no title";
             if (!titles.insert(next.title).second) next.fault = "the title is taken";
             section = &next.script;
+            isTable = false;
         } else if (cases.empty()) {
             continue;
+        } else if (line == "--- errors" && cases.back().script.empty()) {
+            cases.back().compiles = false;
+            isTable = true;
+        } else if (isTable && line.starts_with("! ")) {
+            (section = &cases.back().log)->append(line, 2).append("\n");
+        } else if (isTable && section == &cases.back().log && !line.empty()) {
+            Case next = cases.back();
+            next.line = number;
+            next.script = line + '\n';
+            next.log.clear();
+            section = &cases.emplace_back(std::move(next)).script;
         } else if (line == "---") {
             section = &cases.back().output;
         } else if (line == "--- log" || line == "--- error" || line == "--- stopped") {
@@ -149,41 +126,20 @@ public:
     explicit CaseTest(Case testCase) : case_(std::move(testCase)) {}
 
     void TestBody() override {
-        if (!case_.fault.empty()) {
-            ADD_FAILURE_AT(case_.file.c_str(), case_.line) << case_.fault;
-            return;
-        }
-        std::string folder = (fs::temp_directory_path() / "kestrel-case-XXXXXX").string();
-        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+        const Harness::Folder folder;
         for (std::string* text : {&case_.script, &case_.output, &case_.log}) {
-            replaceAll(*text, "@TMP@", folder);
+            replaceAll(*text, "@TMP@", folder.path());
         }
-        const Harness::ScriptRun result = Harness::run(case_.script);
-        fs::remove_all(folder);
-
-        if (result.compiled != case_.compiles) {
-            fail(case_.compiles ? "does not compile" : "compiles", case_.log, result.log);
-        } else if (result.compiled && result.ok == case_.stopped) {
-            fail(case_.stopped ? "is not stopped" : "is stopped", case_.log, result.log);
-        }
-        compare("output", case_.output, withLineEnd(result.output));
-        compare("log", case_.log, result.log);
+        const Harness::ScriptRun run = Harness::run(case_.script);
+        const testing::ScopedTrace where(case_.file.c_str(), case_.line, case_.script);
+        EXPECT_EQ(case_.fault, "");
+        EXPECT_EQ(run.compiled, case_.compiles);
+        EXPECT_EQ(run.ok, case_.compiles && !case_.stopped);
+        EXPECT_EQ(printable(run.output), printable(case_.output));
+        EXPECT_EQ(printable(run.log), printable(case_.log));
     }
 
 private:
-    void compare(const char* what, const std::string& expected, const std::string& actual) const {
-        if (printable(expected) != printable(actual)) {
-            fail(std::string(what) + " differs", expected, actual);
-        }
-    }
-
-    void fail(const std::string& what, const std::string& expected,
-              const std::string& actual) const {
-        ADD_FAILURE_AT(case_.file.c_str(), case_.line)
-            << case_.title << ": " << what << "\n"
-            << difference(printable(expected), printable(actual));
-    }
-
     Case case_;
 };
 

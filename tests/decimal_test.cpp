@@ -3,22 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <functional>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <utility>
 
 #include "fnd/WideInteger.h"
+#include "fuzz/decimal_check.h"
 
 namespace {
 
 using FND::Decimal;
 using FND::INVALID_DECIMAL;
+using FND::UInt128;
+using FND::UInt192;
 using Mode = Decimal::RoundingMode;
 
 /// Sets the digits available and puts them back at the end of a block.
@@ -37,176 +40,155 @@ private:
 
 Decimal decimal(std::string_view text) { return Decimal::fromString(text); }
 
-/// All digits of a number; a dash when it is invalid, as in the vectors.
+/// All digits of a number; a dash when it is invalid.
 std::string shown(Decimal number) { return number.isValid() ? number.toPlainString() : "-"; }
 
-// Vectors: lines of fields between blanks, the results made by an independent implementation.
+// Random numbers against the schoolbook. Plain chance would rarely meet the ends of words and of
+// the digits available, numbers halfway between two results, numbers that are equal but for zeros,
+// and quotients that end.
 
-using Fields = std::vector<std::string>;
-
-/// Calls `check` with the fields of each line of a file of vectors; `check` returns the fields as
-/// they should have been.
-void forEachVector(const std::string& name, const std::function<Fields(const Fields&)>& check) {
-    std::ifstream file(std::string(KESTREL_TEST_DATA) + "/data/decimal/" + name + ".txt");
-    int count = 0;
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with('#')) continue;
-        std::istringstream stream(line);
-        Fields fields;
-        for (std::string field; stream >> field;) fields.push_back(field);
-        EXPECT_EQ(fields, check(fields)) << name << ": " << line;
-        ++count;
+class Operands {
+public:
+    UInt128 below(UInt128 limit) {
+        return (static_cast<UInt128>(random_()) << 64 | random_()) % limit;
     }
-    EXPECT_GT(count, 300) << name;
-}
+    int upTo(int most) { return static_cast<int>(below(static_cast<UInt128>(most) + 1)); }
 
-using Operation = Decimal (*)(Decimal, Decimal);
+    UInt128 coefficient() {
+        const int kind = upTo(7);
+        if (kind < 2) {
+            const UInt128 end = kind == 0
+                                    ? UInt128{1} << std::array{0, 2, 31, 53, 63, 64, 90}[below(7)]
+                                    : FND::powerOf10(std::array{9, 17, 18, 19, 27, 28}[below(6)]) /
+                                          static_cast<UInt128>(std::array{1, 1, 1, 2, 3}[below(5)]);
+            return std::max(end + below(5), UInt128{3}) - 3;
+        }
+        const UInt128 number = below(FND::powerOf10(1 + upTo(kind < 5 ? 27 : 11)));
+        if (kind == 2) return number - number % FND::powerOf10(upTo(20));
+        return kind == 3 ? number / 10 * 10 + 5 : number;
+    }
 
-struct ArithmeticVectors {
-    const char* name;
-    Operation operation;
+    std::string text(UInt128 number, int scale) {
+        std::string digits;
+        for (; number != 0 || static_cast<int>(digits.size()) <= scale; number /= 10) {
+            digits += static_cast<char>('0' + static_cast<int>(number % 10));
+        }
+        if (scale > 0) digits.insert(static_cast<std::size_t>(scale), 1, '.');
+        if (upTo(2) == 0) digits += '-';
+        return {digits.rbegin(), digits.rend()};
+    }
+
+    int scale() { return std::array{0, 2, 6, 27, 28, upTo(28), upTo(28)}[below(7)]; }
+
+    /// Often with digits of equal weight, halfway between results, or a multiple of the other.
+    std::pair<std::string, std::string> pair() {
+        UInt128 left = coefficient();
+        const UInt128 right = coefficient();
+        int leftScale = scale();
+        const int rightScale = upTo(3) == 0 ? leftScale : scale();
+        const int zeros = upTo(6);
+        switch (upTo(9)) {
+            case 0:  // equal, or nearly so
+                if (left >= FND::powerOf10(28 - zeros) || leftScale + zeros > 28) break;
+                return {text(left, leftScale),
+                        text(left * FND::powerOf10(zeros) + below(2), leftScale + zeros)};
+            case 1:  // a sum with a digit more, or a tie of one, or nearly so
+                left = FND::powerOf10(upTo(1) == 0 ? 28 : 18) - 1 - below(2);
+                leftScale = upTo(27);
+                if (upTo(2) == 0) return {text(left, leftScale), text(1 + below(2), leftScale)};
+                return {text(left, leftScale), text(5 * FND::powerOf10(zeros) + below(3) - 1,
+                                                    std::min(leftScale + 1 + zeros, 28))};
+            case 2:  // a quotient that ends, or nearly so
+                if (right == 0 || right > FND::powerOf10(18)) break;
+                left = below(FND::powerOf10(28) / right) * right;
+                break;
+            case 3:  // more digits than there may be, the last ones a tie or nearly so
+                return {text(left, leftScale) + (leftScale == 0 ? "." : "") +
+                            std::string(static_cast<std::size_t>(upTo(28)), "09"[upTo(1)]) +
+                            std::array{"5", "50001", "49999", "0000000000005"}[below(4)],
+                        text(right, rightScale)};
+        }
+        return {text(left, leftScale), text(right, rightScale)};
+    }
+
+private:
+    std::mt19937_64 random_{28};
 };
 
-class DecimalArithmetic : public testing::TestWithParam<ArithmeticVectors> {};
-
-TEST_P(DecimalArithmetic, Vectors) {
-    forEachVector(GetParam().name, [](const Fields& fields) {
-        const Decimal left = decimal(fields[0]);
-        const Decimal right = decimal(fields[1]);
-        Fields result{shown(left), shown(right)};
-        for (const int digits : {28, 18}) {
-            const Width width(digits);
-            result.push_back(shown(GetParam().operation(left, right)));
+TEST(Decimal, AgreesWithTheSchoolbook) {
+    Operands operands;
+    for (int i = 0; i < 4000; ++i) {
+        const auto [left, right] = operands.pair();
+        const int places = operands.upTo(28);
+        for (const int width : {28, 18}) {
+            ASSERT_EQ("", DecimalCheck::difference(left, right, width, places))
+                << left << " and " << right << " at " << places << ", " << width << " digits";
         }
-        return result;
-    });
+    }
 }
 
-constexpr ArithmeticVectors arithmeticVectorsS[] = {
-    {"add", [](Decimal left, Decimal right) { return left + right; }},
-    {"sub", [](Decimal left, Decimal right) { return left - right; }},
-    {"mul", [](Decimal left, Decimal right) { return left * right; }},
-    {"div", [](Decimal left, Decimal right) { return left / right; }},
-};
-
-INSTANTIATE_TEST_SUITE_P(Decimal, DecimalArithmetic, testing::ValuesIn(arithmeticVectorsS),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-TEST(DecimalVectors, Compare) {
-    forEachVector("compare", [](const Fields& fields) -> Fields {
-        const Decimal left = decimal(fields[0]);
-        const Decimal right = decimal(fields[1]);
-        const int order = left.compare(right);
-        EXPECT_EQ(-order, right.compare(left));
-        EXPECT_EQ(order < 0, left < right);
-        EXPECT_EQ(order > 0, left > right);
-        EXPECT_EQ(order <= 0, left <= right);
-        EXPECT_EQ(order >= 0, left >= right);
-        EXPECT_EQ(order == 0, left == right);
-        EXPECT_EQ(order != 0, left != right);
-        return {fields[0], fields[1], std::to_string(order)};
-    });
-}
-
-TEST(DecimalVectors, Round) {
-    forEachVector("round", [](const Fields& fields) {
-        const Decimal number = decimal(fields[0]);
-        Fields result{fields[0], fields[1]};
-        for (const Mode mode : {Mode::Plain, Mode::Up, Mode::Down, Mode::Bankers}) {
-            result.push_back(shown(number.round(std::stoi(fields[1]), mode)));
+// Too rare for chance: with 18 digits, results just above a tie, where all of a long remainder
+// counts, and numbers halfway between two doubles.
+TEST(Decimal, AgreesWithTheSchoolbookOnRareOperands) {
+    constexpr const char* pairs[][2] = {
+        {"9.999999999999999999999999999", "9.999999999999999985000000001"},
+        {"-9.999999999999999999999999999", "99999999.99999999995000000001"},
+        {"3.70370367037037035500000001", "3"},
+        {"3.70370367037037035500000000", "3"},
+        {"9999999999999999999.999999999", "1"},
+        {"99999999999999999999999.99999", "10000000000"},
+        {"1152921504606847103.999999999", "1152921504606847104.000000001"},
+        {"1152921504606847359.999999999", "1152921504606847360.000000000"},
+        {"1152921504606847360.000000001", "9007199254740992.999999999"},
+        {"9007199254740993.000000001", "-9007199254740995.000000000"},
+        {"1237940039285380412339465.216", "1237940039285380412339465.217"},
+    };
+    for (const auto& [left, right] : pairs) {
+        for (const int width : {28, 18}) {
+            EXPECT_EQ("", DecimalCheck::difference(left, right, width, 2)) << left << " " << right;
         }
-        return result;
-    });
-}
-
-TEST(DecimalVectors, Parse) {
-    forEachVector("parse", [](const Fields& fields) {
-        Fields result{fields[0]};
-        for (const int digits : {28, 18}) {
-            const Width width(digits);
-            result.push_back(shown(decimal(fields[0])));
-        }
-        return result;
-    });
-}
-
-TEST(DecimalVectors, Format) {
-    forEachVector("format", [](const Fields& fields) -> Fields {
-        return {fields[0], fields[1], decimal(fields[0]).toString(std::stoi(fields[1]))};
-    });
-}
-
-TEST(DecimalVectors, Double) {
-    forEachVector("double", [](const Fields& fields) -> Fields {
-        const double number = std::strtod(fields[1].c_str(), nullptr);
-        if (fields[0] != "-") {
-            EXPECT_EQ(number, decimal(fields[0]).toDouble()) << fields[0];
-            return fields;
-        }
-        Fields result{"-", fields[1]};
-        for (const int digits : {28, 18}) {
-            const Width width(digits);
-            // The scale may differ, as the fewest digits have no zeros at the end.
-            const Decimal converted = Decimal::fromDouble(number);
-            const std::string& expected = fields[result.size()];
-            result.push_back(converted == decimal(expected) ? expected : shown(converted));
-        }
-        return result;
-    });
-}
-
-TEST(DecimalVectors, Hex) {
-    forEachVector("hex", [](const Fields& fields) -> Fields {
-        const int places = std::stoi(fields[1]);
-        std::string text;
-        decimal(fields[0]).formatHex(text, '.', places);
-        if (fields[3] == "?") return {fields[0], fields[1], text, "?"};
-        return {fields[0], fields[1], text, shown(Decimal::fromHexString(text, '.', places))};
-    });
+    }
 }
 
 // Text.
 
 TEST(Decimal, TextIsStrict) {
-    const struct {
-        std::string_view text;
-        const char* expected;
-    } cases[] = {
-        {"0", "0"},
-        {" \t\n\v\f\r42\r\n", "42"},
-        {"+1.50", "1.50"},
-        {"-.5", "-0.5"},
-        {"-0.00", "0.00"},
-        {"000000000000000000000000000000000000001.5", "1.5"},
-        {"", "-"},
-        {"   ", "-"},
-        {"+", "-"},
-        {".", "-"},
-        {"-.", "-"},
-        {"5.", "-"},
-        {"1.2.3", "-"},
-        {"1..2", "-"},
-        {"--1", "-"},
-        {"+-1", "-"},
-        {"- 1", "-"},
-        {"1 2", "-"},
-        {"1,5", "-"},
-        {"1e5", "-"},
-        {"0x10", "-"},
-        {"12a", "-"},
-        {"nan", "-"},
-        {"INVALID", "-"},
-        {std::string_view("1\0", 2), "-"},
-        {"1/2", "-"},
-        {"1:", "-"},
-        {"\xB2", "-"},
-        {"123456789012345678901234.5678x", "-"},
-        {"0.12345678901234567890123456789012x", "-"},
-        {"1234567890123456789.1.2", "-"},
-        {"12345678901234567890.", "-"},
-        {"99999999999999999999999999999", "-"},
+    const std::pair<std::string_view, const char*> numbers[] = {
+        {"0", "0"},        {" \t\n\v\f\r42\r\n", "42"},
+        {"+1.50", "1.50"}, {"-.5", "-0.5"},
+        {"-0.00", "0.00"}, {"000000000000000000000000000000000000001.5", "1.5"},
     };
-    for (const auto& [text, expected] : cases) EXPECT_EQ(expected, shown(decimal(text))) << text;
+    for (const auto& [text, expected] : numbers) EXPECT_EQ(expected, shown(decimal(text))) << text;
+    using namespace std::string_view_literals;
+    for (const std::string_view text : {""sv,
+                                        "   "sv,
+                                        "+"sv,
+                                        "."sv,
+                                        "-."sv,
+                                        "5."sv,
+                                        "1.2.3"sv,
+                                        "1..2"sv,
+                                        "--1"sv,
+                                        "+-1"sv,
+                                        "- 1"sv,
+                                        "1 2"sv,
+                                        "1,5"sv,
+                                        "1e5"sv,
+                                        "0x10"sv,
+                                        "12a"sv,
+                                        "nan"sv,
+                                        "INVALID"sv,
+                                        "1\0"sv,
+                                        "1/2"sv,
+                                        "1:"sv,
+                                        "\xB2"sv,
+                                        "123456789012345678901234.5678x"sv,
+                                        "0.12345678901234567890123456789012x"sv,
+                                        "1234567890123456789.1.2"sv,
+                                        "12345678901234567890."sv,
+                                        "99999999999999999999999999999"sv}) {
+        EXPECT_FALSE(decimal(text).isValid()) << text;
+    }
 }
 
 TEST(Decimal, HexTextIsStrict) {
@@ -229,20 +211,14 @@ TEST(Decimal, HexTextIsStrict) {
         {"204FCE5E3E2502610FFFFFFF", '.', 0, "9999999999999999999999999999"},
         {"204FCE5E3E2502610FFFFFFF.8", '.', 5, "-"},
         {"204FCE5E3E2502610FFFFFFF.7", '.', 5, "9999999999999999999999999999"},
-        {"FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF", '.', 0, "-"},
-        {"", '.', 1, "-"},
-        {"-", '.', 1, "-"},
-        {".8", '.', 1, "-"},
-        {"8.", '.', 1, "-"},
-        {"8.8.8", '.', 1, "-"},
-        {"FG", '.', 1, "-"},
-        {"8.G", '.', 1, "-"},
-        {"0x1F", '.', 1, "-"},
         {"F.8", ',', 1, "-"},
-        {"INVALID", '.', 1, "-"},
     };
     for (const auto& [text, separator, places, expected] : cases) {
         EXPECT_EQ(expected, shown(Decimal::fromHexString(text, separator, places))) << text;
+    }
+    for (const char* text : {"", "-", ".8", "8.", "8.8.8", "FG", "8.G", "0x1F", "INVALID",
+                             "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"}) {
+        EXPECT_FALSE(Decimal::fromHexString(text, '.', 1).isValid()) << text;
     }
 }
 
@@ -287,9 +263,6 @@ TEST(Decimal, FormatReusesMemory) {
 }
 
 // Carries between the words of wide integers, too rare for decimals to meet them by chance.
-
-using FND::UInt128;
-using FND::UInt192;
 
 constexpr bool areEqual(const UInt192& left, const UInt192& right) {
     return left.low == right.low && left.high == right.high;
@@ -405,52 +378,33 @@ TEST(Decimal, RoundLimitsPlaces) {
     EXPECT_EQ("-2.55", shown(number.round(std::numeric_limits<int>::max(), Mode::Plain)));
 }
 
-// Laws that hold for all numbers, in both widths.
-
-TEST(Decimal, Laws) {
+// The fewest digits that make a double are found by trying.
+TEST(Decimal, DoublesGetTheFewestDigits) {
     std::mt19937_64 random(7);
-    const auto number = [&random] {
-        std::string text(random() % 2 == 0 ? "" : "-");
-        const std::size_t digits = 1 + random() % (FND_MAX28DIGIT_DECIMAL_SUPPORT ? 28 : 18);
-        const std::size_t point = random() % (digits + 1);
-        for (std::size_t i = 0; i < digits; ++i) {
-            if (i == point) text += '.';
-            text += static_cast<char>('0' + (random() % 3 == 0 ? 0 : random() % 10));
+    for (int i = 0; i < 3000; ++i) {
+        const double number =
+            std::ldexp(static_cast<double>(random()), -static_cast<int>(random() % 160));
+        char buffer[40];
+        for (int digits = 0; digits < 17; ++digits) {
+            std::snprintf(buffer, sizeof buffer, "%.*e", digits, number);
+            if (std::strtod(buffer, nullptr) == number) break;
         }
-        return decimal(text);
-    };
-    const Decimal one(1);
-    for (const int digits : {28, 18}) {
-        const Width width(digits);
-        for (int i = 0; i < 20'000; ++i) {
-            const Decimal a = number();
-            const Decimal b = number();
-            const auto what = [&] { return shown(a) + " and " + shown(b); };
-            ASSERT_TRUE(a.isValid() && b.isValid());
-            EXPECT_EQ(shown(a), shown(decimal(shown(a))));
-            EXPECT_EQ(shown(a + b), shown(b + a)) << what();
-            EXPECT_EQ(shown(a * b), shown(b * a)) << what();
-            EXPECT_EQ(shown(a - b), shown(-(b - a))) << what();
-            EXPECT_EQ(shown((-a) * b), shown(-(a * b))) << what();
-            EXPECT_EQ(a, a * one) << what();
-            EXPECT_EQ(a, a / one) << what();
-            EXPECT_EQ(a, a + Decimal()) << what();
-            EXPECT_EQ(a.abs(), a < Decimal() ? -a : a) << what();
-            const Decimal difference = a - b;
-            if (difference.isValid() && difference.scale() >= std::max(a.scale(), b.scale())) {
-                EXPECT_EQ(a.compare(b), difference.compare(Decimal())) << what();
-                EXPECT_EQ(a, difference + b) << what();
-            }
-            // Nothing lies between a number and its nearest neighbours downward and upward.
-            const int places = static_cast<int>(random() % 29);
-            const Decimal down = a.round(places, Mode::Down).abs();
-            const Decimal up = a.round(places, Mode::Up).abs();
-            EXPECT_TRUE(down <= a.abs() && a.abs() <= up) << what() << " at " << places;
-            for (const Mode mode : {Mode::Plain, Mode::Bankers}) {
-                const Decimal near = a.round(places, mode).abs();
-                EXPECT_TRUE(near == down || near == up) << what() << " at " << places;
-            }
-            EXPECT_EQ(a.toString(places), a.round(places, Mode::Plain).toString(places));
+        std::string spelled(buffer);
+        const std::size_t exponentAt = spelled.find('e');
+        int scale = -std::stoi(spelled.substr(exponentAt + 1));
+        spelled.erase(exponentAt);
+        if (const std::size_t point = spelled.find('.'); point != spelled.npos) {
+            spelled.erase(point, 1);
+            scale += static_cast<int>(spelled.size()) - 1;
+        }
+        if (scale < 0) spelled.append(static_cast<std::size_t>(-scale), '0');
+        const Schoolbook::Number exact{false, spelled,
+                                       static_cast<std::size_t>(std::max(scale, 0))};
+        for (const int digits : {28, 18}) {
+            const Width width(digits);
+            const auto expected = fitted(exact, static_cast<std::size_t>(digits));
+            const Decimal found = Decimal::fromDouble(number);
+            EXPECT_EQ(expected ? text(*expected, 28) : "INVALID", found.toString(28)) << number;
         }
     }
 }

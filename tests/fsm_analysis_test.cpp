@@ -14,28 +14,23 @@ namespace {
 using FSM::Analysis;
 using FSM::Engine;
 
-// "empty 1; 2 behind 0 1 text; 0 with 2 text", newlines as ~.
+// "empty 1; 2 behind 0 1: text; 0 with 2: text", newlines as ~.
 std::string shown(const Analysis& analysis) {
     std::string result;
-    auto separate = [&] { result += result.empty() ? "" : "; "; };
-    for (std::int32_t path : analysis.empty) {
-        separate();
-        result.append("empty ").append(std::to_string(path));
-    }
+    const auto number = [](std::int32_t path) { return std::to_string(path); };
+    for (const std::int32_t path : analysis.empty) result += "; empty " + number(path);
     for (const Analysis::Shadowed& shadowed : analysis.shadowed) {
-        separate();
-        result.append(std::to_string(shadowed.path)).append(" behind");
-        for (std::int32_t path : shadowed.by) result.append(" ").append(std::to_string(path));
-        result.append(": ").append(shadowed.text);
+        result += "; " + number(shadowed.path) + " behind";
+        for (const std::int32_t path : shadowed.by) result += " " + number(path);
+        result += ": " + shadowed.text;
     }
     for (const Analysis::Overlap& overlap : analysis.overlaps) {
-        separate();
-        result.append(std::to_string(overlap.first)).append(" with ");
-        result.append(std::to_string(overlap.second)).append(": ").append(overlap.text);
+        result += "; " + number(overlap.first) + " with " + number(overlap.second) + ": ";
+        result += overlap.text;
     }
     if (!analysis.hasAllOverlaps) result += "; more";
     std::replace(result.begin(), result.end(), '\n', '~');
-    return result;
+    return result.substr(std::min<std::size_t>(result.size(), 2));
 }
 
 TEST(FsmAnalysis, Findings) {

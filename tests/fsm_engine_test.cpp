@@ -1,11 +1,9 @@
 // The engine's interface: what it reports, its limits and its failures.
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-
 #include <sstream>
-#include <thread>
 
+#include "SmallStack.h"
 #include "fsm/Engine.h"
 
 namespace {
@@ -190,42 +188,14 @@ TEST(FsmEngine, Hostile) {
     EXPECT_EQ(engine.error(), "patterns need more than 80000 states at pattern 7");
 }
 
-void* runOnSmallStack(void* result) {
-    Engine engine;
-    std::string pattern;
-    while (pattern.size() < 100000) pattern += "abcdefghi.";
-    *static_cast<bool*>(result) = engine.insertPattern(pattern) && engine.finalSetup() &&
-                                  engine.process(pattern)->pathNumbers() == Paths{0};
-    return nullptr;
-}
-
 TEST(FsmEngine, LongPatternOnSmallStack) {
-    bool result = false;
-    pthread_attr_t attributes;
-    pthread_t thread;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    ASSERT_EQ(pthread_create(&thread, &attributes, runOnSmallStack, &result), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    EXPECT_TRUE(result);
-}
-
-TEST(FsmEngine, Threads) {
-    auto shared = engineOf({"a.*", "[0-9]+", "!b.*"});
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&shared, i] {
-            for (int round = 0; round < 200; ++round) {
-                std::string text = std::string(i % 2, 'a').append(std::to_string(round));
-                EXPECT_EQ(shared->process(text)->pathNumbers(), (Paths{i % 2 ? 0 : 1, 2}));
-                EXPECT_EQ(shared->process(text.c_str())->pathNumbers().size(), 2u);
-                auto own = engineOf({std::string("(").append(text).append("){1,3}")});
-                EXPECT_EQ(own->firstPath(text + text), 0);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+    Harness::onSmallStack(256 * 1024, [] {
+        Engine engine;
+        std::string pattern;
+        while (pattern.size() < 100000) pattern += "abcdefghi.";
+        EXPECT_TRUE(engine.insertPattern(pattern) && engine.finalSetup() &&
+                    engine.process(pattern)->pathNumbers() == Paths{0});
+    });
 }
 
 TEST(FsmEngine, Successors) {

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <thread>
 
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
@@ -261,26 +260,18 @@ TEST(FsmMultiEngine, RatingTable) {
     }
     ASSERT_TRUE(engine.finalSetup()) << engine.error();
     EXPECT_LT(engine.memory(), 3000000u);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 2; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = t; i < 50000; i += 2) {
-                std::string caller = zone(i / 500).append("5551");
-                std::string called = prefix(i / 4 % 125 * 7).append("123456");
-                Paths paths;
-                Words words{caller, called, i % 4 == 2 ? "weekend 12" : "workday 12"};
-                engine.process(words, paths);
-                std::int32_t first = i / 4 * 4;
-                Paths expected =
-                    i % 4 == 2 ? Paths{first + 2, first + 3} : Paths{first, first + 1, first + 3};
-                // Shorter prefixes may match as well.
-                EXPECT_TRUE(
-                    std::includes(paths.begin(), paths.end(), expected.begin(), expected.end()));
-                EXPECT_EQ(paths.size() % expected.size(), 0u);
-            }
-        });
+    for (int i = 0; i < 50000; ++i) {
+        const std::string caller = zone(i / 500).append("5551");
+        const std::string called = prefix(i / 4 % 125 * 7).append("123456");
+        Paths paths;
+        engine.process(Words{caller, called, i % 4 == 2 ? "weekend 12" : "workday 12"}, paths);
+        const std::int32_t first = i / 4 * 4;
+        const Paths expected =
+            i % 4 == 2 ? Paths{first + 2, first + 3} : Paths{first, first + 1, first + 3};
+        // Shorter prefixes may match as well.
+        EXPECT_TRUE(std::includes(paths.begin(), paths.end(), expected.begin(), expected.end()));
+        EXPECT_EQ(paths.size() % expected.size(), 0u);
     }
-    for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <sstream>
 
+#include "StdoutCapture.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm_reference.h"
@@ -13,23 +13,6 @@
 namespace {
 
 bool isFull() { return std::getenv("KESTREL_FSM_FULL") != nullptr; }
-
-/// Keeps the two lines that a refused pattern prints off the test log.
-class QuietOutput {
-public:
-    QuietOutput() : old_(std::cout.rdbuf(sink_.rdbuf())) {}
-    ~QuietOutput() { std::cout.rdbuf(old_); }
-
-private:
-    std::ostringstream sink_;
-    std::streambuf* old_;
-};
-
-std::string shown(const std::string& text) {
-    std::string result = "\"";
-    for (char c : text) result += c == '\n' ? std::string("\\n") : std::string(1, c);
-    return result + '"';
-}
 
 // One set of patterns; what the engine makes of it must be what the reference makes of it.
 class Comparison {
@@ -45,11 +28,11 @@ public:
         std::vector<reference::Pattern> accepted;
         std::string all;
         for (const std::string& pattern : patterns) {
-            all += shown(pattern) + ' ';
+            all += testing::PrintToString(pattern) + ' ';
             std::optional<reference::Pattern> parsed = reference::Parser::parse(pattern);
             bool isInserted = engine.insertPattern(pattern);
             if (isInserted != parsed.has_value() || group.insertPattern(pattern) != isInserted) {
-                ADD_FAILURE() << "pattern " << shown(pattern)
+                ADD_FAILURE() << "pattern " << testing::PrintToString(pattern)
                               << (isInserted ? " is accepted" : " is refused");
                 return false;
             }
@@ -73,7 +56,7 @@ public:
             if (state->pathNumbers() != expected || engine.process(text) != state ||
                 engine.firstPath(text) != first || paths != expected ||
                 group.firstPath(text) != first) {
-                ADD_FAILURE() << all << "and text " << shown(text) << ": engine "
+                ADD_FAILURE() << all << "and text " << testing::PrintToString(text) << ": engine "
                               << testing::PrintToString(state->pathNumbers()) << ", group "
                               << testing::PrintToString(paths) << ", expected "
                               << testing::PrintToString(expected);
@@ -111,7 +94,7 @@ TEST(FsmMeaning, AllSmallPatterns) {
          4,
          6},
     };
-    QuietOutput quiet;
+    const Harness::StdoutCapture quiet;  // of the lines that a refused pattern prints
     const std::vector<std::string> texts = reference::textsOf("ab\n", 4);
     for (const Alphabet& alphabet : alphabets) {
         Comparison comparison(texts);
@@ -137,7 +120,7 @@ TEST(FsmMeaning, AllSmallPatterns) {
 }
 
 TEST(FsmMeaning, RandomPatterns) {
-    QuietOutput quiet;
+    const Harness::StdoutCapture quiet;  // of the lines that a refused pattern prints
     reference::RandomPatterns random(20260101);
     const std::vector<std::string> texts = reference::textsOf("abc\n", 4);
     Comparison comparison(texts);

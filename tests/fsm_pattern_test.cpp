@@ -13,7 +13,6 @@ namespace {
 
 using FSM::EnginePart;
 using FSM::NonDetState;
-using FSM::StateSet;
 
 std::string nested(int before, const char* middle, int behind) {
     return std::string(before, '(').append(middle).append(behind, ')');
@@ -62,84 +61,46 @@ TEST(FsmScanner, Tokens) {
 }
 
 TEST(FsmParser, Errors) {
-    struct Case {
-        std::string pattern;
-        int result;
-        std::string error;
-    };
-    const Case cases[] = {
-        {"(ab", 1, "unexpected end of pattern"},
-        {"[a", 1, "unexpected end of pattern"},
-        {"a{2", 1, "unexpected end of pattern"},
-        {")", 1, "parse error near )"},
-        {"a**", 1, "parse error near *"},
-        {"a{2}?", 1, "parse error near ?"},
-        {"a{2}{3}", 1, "parse error near {"},
-        {"|*", 1, "parse error near *"},
-        {"[]", 1, "parse error near ]"},
-        {"[]a]", 1, "parse error near ]"},
-        {"[^]", 1, "parse error near ]"},
-        {"[-a]", 1, "parse error near -"},
-        {"[a-]", 1, "parse error near ]"},
-        {"[a.]", 1, "parse error near ."},
-        {"[a[^b]]", 1, "parse error near ["},
-        {"a{x}", 1, "parse error near x"},
-        {"a{,2}", 1, "parse error near ,"},
-        {"a{2,}", 1, "parse error near }"},
-        {"a\n!b", 1, "parse error near !"},
-        {"!!", 0, ""},
-        {"a{99999999999}", 1, "parse error near ASCII char \\2147483647"},
-        {"\\256", 1, "parse error near ASCII char \\256"},
-        {"a{\xe9}", 1, "parse error near ASCII char \\-23"},
-        {"a{\\000}", 1, "unexpected end of pattern"},
-        {"(a{1000}){1000}", 1, "repetition needs more than 262144 states"},
-        {"a{2147483647}", 1, "repetition needs more than 262144 states"},
-        {nested(9996, "a", 9996), 0, ""},
-        {nested(9997, "a", 9997), 2, "parser stack overflow near )"},
-        {nested(9999, "", 0), 2, "parser stack overflow near ("},
-        {setOf(9995), 0, ""},
-        {setOf(9996), 2, "parser stack overflow near ]"},
-    };
-    for (const Case& c : cases) {
-        FSM_FlexLexer scanner(c.pattern);
-        EXPECT_EQ(FSM_parse(scanner), c.result) << c.pattern.substr(0, 40);
-        EXPECT_EQ(EnginePart::errorTextCM, c.error) << c.pattern.substr(0, 40);
-        EXPECT_EQ(EnginePart::stackCM.size(), c.result == 0 ? 1u : 0u);
-        EXPECT_EQ(EnginePart::enginePart() != nullptr, c.result == 0);
+    const auto errorOf = [](const std::string& pattern, int& result) {
+        FSM_FlexLexer scanner(pattern);
+        result = FSM_parse(scanner);
+        EXPECT_EQ(EnginePart::stackCM.size(), result == 0 ? 1u : 0u);
+        EXPECT_EQ(EnginePart::enginePart() != nullptr, result == 0);
         EXPECT_EQ(EnginePart::enginePart(), nullptr);
+        return EnginePart::errorTextCM;
+    };
+    int result = 0;
+    // A pattern, and what it is wrong near.
+    for (const std::string row :
+         {") )", "a** *", "a{2}? ?", "a{2}{3} {", "|* *", "[] ]", "[]a] ]", "[^] ]", "[-a] -",
+          "[a-] ]", "[a.] .", "[a[^b]] [", "a{x} x", "a{,2} ,", "a{2,} }", "a\n!b !",
+          "\\256 ASCII char \\256", "a{\xe9} ASCII char \\-23",
+          "a{99999999999} ASCII char \\2147483647"}) {
+        const std::size_t blank = row.find(' ');
+        EXPECT_EQ(errorOf(row.substr(0, blank), result), "parse error near" + row.substr(blank));
+        EXPECT_EQ(result, 1) << row;
     }
-}
-
-// The bytes on which a part of a single step goes from its start to its end.
-std::size_t bytesAccepted(const EnginePart& part) {
-    std::size_t count = 0;
-    for (int byte = 0; byte < 256; ++byte) {
-        count += part.start()->succState(static_cast<unsigned char>(byte)) == part.end();
+    for (const char* pattern : {"(ab", "[a", "a{2", "a{\\000}"}) {
+        EXPECT_EQ(errorOf(pattern, result), "unexpected end of pattern");
+        EXPECT_EQ(result, 1) << pattern;
     }
-    return count;
-}
-
-TEST(FsmEnginePart, Sets) {
-    EnginePart set(false);
-    EXPECT_EQ(set.start(), set.end());
-    set.addCharacters('b', 'a');
-    EXPECT_NE(set.start(), set.end());
-    EXPECT_EQ(bytesAccepted(set), 0u);
-    set.addCharacters('a', 'c');
-    set.addCharacters('x');
-    set.addCharacters('b');
-    EXPECT_EQ(bytesAccepted(set), 4u);
-
-    EnginePart negated(true);
-    negated.addCharacters('a');
-    EXPECT_EQ(bytesAccepted(negated), 255u);
-    negated.addCharacters('a', 'c');
-    negated.addCharacters('x');
-    EXPECT_EQ(bytesAccepted(negated), 252u);
-    EXPECT_EQ(bytesAccepted(EnginePart(negated)), 252u);
-    EXPECT_EQ(bytesAccepted(EnginePart('a', 'c')), 3u);
-    EXPECT_EQ(bytesAccepted(EnginePart('a', 0)), 1u);
-    EXPECT_EQ(bytesAccepted(EnginePart(256)), 255u);
+    for (const char* pattern : {"(a{1000}){1000}", "a{2147483647}"}) {
+        EXPECT_EQ(errorOf(pattern, result), "repetition needs more than 262144 states");
+        EXPECT_EQ(result, 1) << pattern;
+    }
+    const std::pair<std::string, const char*> deep[] = {
+        {"!!", nullptr},
+        {nested(9996, "a", 9996), nullptr},
+        {nested(9997, "a", 9997), ")"},
+        {nested(9999, "", 0), "("},
+        {setOf(9995), nullptr},
+        {setOf(9996), "]"},
+    };
+    for (const auto& [pattern, near] : deep) {
+        EXPECT_EQ(errorOf(pattern, result),
+                  near == nullptr ? "" : std::string("parser stack overflow near ") + near);
+        EXPECT_EQ(result, near == nullptr ? 0 : 2) << pattern.substr(0, 40);
+    }
 }
 
 // Every operation must leave a start that nothing enters and an end that nothing leaves.
@@ -197,44 +158,6 @@ TEST(FsmState, Transitions) {
     b.succStates(0, ' ', &c);
     b.print({{&a, 1}, {&b, 2}}, out, 1);
     EXPECT_EQ(out.str(), " state 2\n   \\000-\\032 -> ?\n   epsilon -> 1\n");
-}
-
-TEST(FsmState, ClosureOfCycle) {
-    NonDetState states[40];
-    for (int i = 0; i < 40; ++i) {
-        states[i].epsilonSuccState(&states[(i + 1) % 40]);
-        states[i].epsilonSuccState(&states[i * 7 % 40]);
-    }
-    StateSet closure(0);
-    states[5].epsilonClosure(closure);
-    EXPECT_EQ(closure.size(), 40u);
-    EXPECT_FALSE(closure.insert(&states[0]));
-}
-
-TEST(FsmState, Sets) {
-    NonDetState a;
-    NonDetState b;
-    StateSet empty(0);
-    StateSet one(0);
-    StateSet both(0);
-    StateSet again(1);
-    EXPECT_TRUE(one.insert(&a));
-    EXPECT_FALSE(one.insert(&a));
-    both.insert(&a);
-    both.insert(&b);
-    again.insert(&b);
-    EXPECT_FALSE(both == again);
-    again.insert(&a);
-    EXPECT_TRUE(both == again);
-    EXPECT_FALSE(one == both);
-    EXPECT_TRUE(empty < one && !(one < empty) && !(empty < empty));
-    EXPECT_TRUE(!(one < both) && !(both < one));
-    EXPECT_TRUE(again.insert(&a));
-    again.clear();
-    EXPECT_TRUE(again.isEmpty());
-    again.insert(new NonDetState);
-    again.clearAndDestroy();
-    EXPECT_TRUE(again.isEmpty());
 }
 
 }  // namespace

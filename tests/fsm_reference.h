@@ -4,10 +4,11 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "RandomText.h"
 
 /// The textbook meaning of patterns, written to be plainly right: a tree is matched by following
 /// the sets of text positions that it can reach. Shares no code with the engine.
@@ -270,50 +271,25 @@ inline std::vector<std::string> textsOf(const std::string& bytes, std::size_t le
 }
 
 /// Makes patterns over the bytes a, b, c and newline.
-class RandomPatterns {
+class RandomPatterns : public Harness::RandomText {
 public:
-    explicit RandomPatterns(unsigned seed) : random_(seed) {}
-
-    std::size_t below(std::size_t limit) { return random_() % limit; }
-
-    std::string pattern() {
-        std::string result(below(6) == 0 ? "!" : "");
-        return result.append(choice(3));
-    }
+    explicit RandomPatterns(unsigned seed) : RandomText(rulesCM, seed) {}
+    std::string pattern() { return made("pattern", 6); }
 
 private:
-    std::string choice(int depth) {
-        std::string result = sequence(depth);
-        while (below(4) == 0) result.append("|").append(below(6) == 0 ? "" : sequence(depth));
-        return result;
-    }
-
-    std::string sequence(int depth) {
-        std::string result;
-        for (std::size_t i = below(4) + 1; i > 0; --i) result += repetition(depth);
-        return result;
-    }
-
-    std::string repetition(int depth) {
-        static const char* const suffixesS[] = {"?",   "+",   "*",     "*",     "{0}",
-                                                "{1}", "{3}", "{0,2}", "{2,3}", "{3,1}"};
-        std::string result = atom();
-        if (depth > 0 && below(4) == 0) {
-            result = choice(depth - 1);
-            result.insert(result.begin(), '(');
-            result.push_back(')');
-        }
-        if (below(3) == 0) result += suffixesS[below(std::size(suffixesS))];
-        return result;
-    }
-
-    std::string atom() {
-        static const char* const atomsS[] = {"a",     "b",     "c",   ".",     "[ab]",  "[^a]",
-                                             "[^ab]", "[a-c]", "\\n", "[b-a]", "\\098", "[^b-a]"};
-        return atomsS[below(std::size(atomsS))];
-    }
-
-    std::mt19937 random_;
+    static inline const Rules rulesCM = {
+        {"pattern", {"$choice | $choice | $choice | $choice | $choice | !$choice"}},
+        {"choice",
+         {"$sequence",
+          "$sequence | $sequence | $sequence | $sequence|$sequence | "
+          "$sequence|$choice | $sequence|"}},
+        {"sequence", {"$part", "$part | $part$part | $part$part$part | $part$part$part$part"}},
+        {"part",
+         {"$atom | $atom | $atom$suffix",
+          "$atom | $atom | $atom | $atom$suffix | $atom$suffix | ($choice) | ($choice)$suffix"}},
+        {"suffix", {"? | + | * | * | {0} | {1} | {3} | {0,2} | {2,3} | {3,1}"}},
+        {"atom", {"a | b | c | . | [ab] | [^a] | [^ab] | [a-c] | \\n | [b-a] | \\098 | [^b-a]"}},
+    };
 };
 
 }  // namespace reference

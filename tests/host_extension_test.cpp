@@ -4,28 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <limits>
-#include <new>
 #include <stdexcept>
 
+#include "Allocations.h"
 #include "Script.h"
 #include "scr/CompareInterface.h"
-
-// Every allocation of this program is counted.
-static std::size_t allocationsG = 0;
-
-[[gnu::noinline]] void* operator new(std::size_t bytes) {
-    ++allocationsG;
-    void* const memory = std::malloc(bytes);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*bytes*/) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -396,9 +381,9 @@ TEST(HostExtension, CallsDoNotAllocate) {
                             "for (i = 0; i < 100; i = i + 1) { mark(text); "
                             "edrString(sum.total) = tail(edrString(name)); }"));
     EXPECT_TRUE(interpreter.execute());
-    const std::size_t before = allocationsG;
+    const long before = Allocations::madeCM;
     EXPECT_TRUE(interpreter.execute());
-    EXPECT_EQ(allocationsG, before);
+    EXPECT_EQ(Allocations::madeCM, before);
     EXPECT_EQ(record.values[1], record.values[0].substr(1));
 }
 

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "Allocations.h"
+#include "Folder.h"
 #include "Script.h"
 
 namespace {
@@ -59,21 +60,9 @@ HostileScript readScript(const fs::path& path) {
     return script;
 }
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool isSanitizedS = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool isSanitizedS = true;
-#else
-constexpr bool isSanitizedS = false;
-#endif
-#else
-constexpr bool isSanitizedS = false;
-#endif
-
 // Bounds the address space by what is mapped now, the memory limit and some room for the rest.
 void boundAddressSpace(const SCR::Limits& limits) {
-    if (isSanitizedS) return;
+    if (KESTREL_SANITIZED) return;
     constexpr rlim_t rest = 24 << 20;
     long pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
@@ -112,12 +101,11 @@ std::string faultOf(const HostileScript& script) {
 class HostileTest : public testing::TestWithParam<fs::path> {};
 
 TEST_P(HostileTest, IsStopped) {
-    std::string folder = (fs::temp_directory_path() / "kestrel-hostile-XXXXXX").string();
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const Harness::Folder folder;
     HostileScript script = readScript(GetParam());
     const std::string mark = "@TMP@";
     for (std::size_t at = 0; (at = script.text.find(mark, at)) != std::string::npos;) {
-        script.text.replace(at, mark.size(), folder);
+        script.text.replace(at, mark.size(), folder.path());
     }
     const pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -129,7 +117,6 @@ TEST_P(HostileTest, IsStopped) {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
-    fs::remove_all(folder);
 }
 
 std::vector<fs::path> scripts() {

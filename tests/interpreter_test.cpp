@@ -1,16 +1,14 @@
 #include "scr/Interpreter.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "Script.h"
+#include "SmallStack.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Function.h"
@@ -320,21 +318,6 @@ TEST_F(InterpreterTest, ASandboxCompilesNoForbiddenCall) {
     }
 }
 
-// Runs `action` on a thread with a stack of `bytes`.
-void onSmallStack(std::size_t bytes, std::function<void()> action) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, bytes);
-    pthread_t thread{};
-    const auto start = [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, start, &action), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 FND::String repeat(const FND::String& text, int count) {
     FND::String copies;
     for (int i = 0; i < count; ++i) copies += text;
@@ -454,7 +437,7 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
                      {100000, SCR::Limits().nesting},
                      {100000, SCR::Limits::none}};
         for (const auto& size : sizes) {
-            onSmallStack(std::size_t{512} << 10, [&] {
+            Harness::onSmallStack(std::size_t{512} << 10, [&] {
                 MemoryLog log;
                 SCR::Interpreter interpreter(&log);
                 SCR::Limits limits;
@@ -478,31 +461,6 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
             });
         }
     }
-}
-
-TEST(ThreadTest, InterpretersRunBesideEachOther) {
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([thread] {
-            for (int round = 0; round < 20; ++round) {
-                MemoryLog log;
-                SCR::Interpreter interpreter(&log);
-                auto extension = std::make_unique<Counters>("ext");
-                auto* const counters = extension.get();
-                interpreter.insertExtension(extension.release());
-                ASSERT_TRUE(interpreter.compile(
-                    "function Long twice(Long n) { return 2 * n; } Long i; String h{};"
-                    "for (i = 0; i < 100; i = i + 1) { counter = counter + twice(" +
-                    std::to_string(thread) +
-                    "); h{longToStr(i)} = strPad(\"\", \"x\", i, true); }"))
-                    << log.text;
-                ASSERT_TRUE(interpreter.execute());
-                ASSERT_EQ(counters->counter.value(), 200 * thread);
-                ASSERT_FALSE(interpreter.compile("broken"));
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

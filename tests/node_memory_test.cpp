@@ -13,7 +13,6 @@
 #include "Allocations.h"
 #include "scr/Constant.h"
 #include "scr/Interpreter.h"
-#include "scr/Log.h"
 
 namespace {
 
@@ -113,10 +112,7 @@ TEST(NodeMemoryTest, OverAlignedNodes) {
 }
 
 TEST(NodeMemoryTest, ScriptsGiveTheirMemoryBack) {
-    class NoLog final : public SCR::Log {
-        void log(const FND::String& /*message*/, FND::Status::Severity /*severity*/) override {}
-    } log;
-    SCR::Interpreter interpreter(&log);
+    SCR::Interpreter interpreter(nullptr);
     FND::String script = "Long sum;";
     for (int i = 0; i < 3000; ++i) {
         const FND::String number = std::to_string(i);

@@ -5,12 +5,9 @@
 #include "scr/Constant.h"
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
-#include "scr/Function.h"
-#include "scr/FunctionCall.h"
 #include "scr/Node.h"
 #include "scr/Statement.h"
 #include "scr/Variable.h"
-#include "scr/VariableAccess.h"
 
 namespace {
 
@@ -84,15 +81,6 @@ TEST(NodeTest, VariablesCarryTheirFlags) {
     EXPECT_EQ(clone.dataType(), handle.dataType());
 }
 
-TEST(NodeTest, AccessesShareTheirVariable) {
-    SCR::StringVariable text;
-    SCR::StringVariableAccess writer(&text);
-    SCR::StringVariableAccess reader(&text);
-    EXPECT_TRUE(writer.set(FND::String("a\0b", 3)));
-    EXPECT_EQ(reader.result(), FND::String("a\0b", 3));
-    EXPECT_EQ(&reader.result(), &text.value());
-}
-
 TEST(NodeDeathTest, LinksAreNeverExecuted) {
     SCR::FileVariable file;
     SCR::FileData link(&file);
@@ -138,75 +126,6 @@ TEST(StatementTest, ACodeEndsTheListAndGoesOutward) {
     EXPECT_EQ(loop.execute(), -1);
     EXPECT_EQ(before, 2);
     EXPECT_EQ(after, 0);
-}
-
-TEST(StatementTest, LoopsTakeTheirPartsInTheParsersOrder) {
-    int init = 0;
-    int update = 0;
-    int body = 0;
-    SCR::ForLoop loop;
-    loop.condition(new Countdown(3));
-    EXPECT_TRUE(loop.addStatement(new Probe(update, 0)));
-    EXPECT_TRUE(loop.addStatement(new Probe(init, 0)));
-    EXPECT_TRUE(loop.addStatement(new Probe(body, 0, true)));
-    const auto refused = std::make_unique<Probe>(body, 0);
-    EXPECT_FALSE(loop.addStatement(refused.get()));
-    EXPECT_EQ(loop.execute(), 0);
-    EXPECT_EQ(init, 1);
-    EXPECT_EQ(body, 3);
-    EXPECT_EQ(update, 3);
-    EXPECT_FALSE(loop.returnsResult());
-
-    int turns = 0;
-    SCR::DoStatement once;
-    once.condition(new Countdown(0));
-    EXPECT_TRUE(once.addStatement(new Probe(turns, 0, true)));
-    EXPECT_FALSE(once.addStatement(refused.get()));
-    EXPECT_EQ(once.execute(), 0);
-    EXPECT_EQ(turns, 1);
-    EXPECT_TRUE(once.returnsResult());
-}
-
-TEST(StatementTest, AnIfReturnsWhenBothBranchesDo) {
-    int count = 0;
-    SCR::IfStatement branch(new Countdown(0));
-    EXPECT_EQ(branch.execute(), 0);
-    EXPECT_TRUE(branch.addStatement(new Probe(count, -1, true)));
-    EXPECT_FALSE(branch.returnsResult());
-    EXPECT_TRUE(branch.addStatement(new Probe(count, -1, true)));
-    EXPECT_TRUE(branch.returnsResult());
-    const auto refused = std::make_unique<Probe>(count, 0);
-    EXPECT_FALSE(branch.addStatement(refused.get()));
-    EXPECT_EQ(branch.execute(), -1);
-}
-
-TEST(StatementTest, ABlockRefusesASecondDeclaration) {
-    SCR::StatementList block;
-    auto* first = new SCR::LongVariable;
-    SCR::LongVariable second;
-    EXPECT_TRUE(block.addIdentifier("a", first));
-    EXPECT_FALSE(block.addIdentifier("a", &second));
-    EXPECT_EQ(block.getIdentifier("a"), first);
-    EXPECT_EQ(block.getIdentifier("A"), nullptr);
-}
-
-TEST(FunctionTest, TheFirstIdentifierIsTheReturnVariable) {
-    SCR::Function function;
-    auto* result = new SCR::LongVariable(0);
-    function.addIdentifier(SCR::Function::retValNameCM, result);
-    function.addIdentifier("a", new SCR::LongVariable);
-    function.addIdentifier("b", new SCR::StringVariable);
-    function.closeParameters();
-    function.addIdentifier("local", new SCR::LongVariable);
-    EXPECT_EQ(function.returnVariable(), result);
-    EXPECT_EQ(function.parameterNames(), (SCR::Function::Names{"a", "b"}));
-
-    SCR::LongFunctionCall call{SCR::FunctionCall::Bindings()};
-    call.function(&function);
-    result->value(5);
-    EXPECT_EQ(call.result(), 0) << "the body ran to its end without a return";
-    function.addStatement(new SCR::ReturnStatement(nullptr));
-    EXPECT_EQ(call.result(), 5);
 }
 
 TEST(FctDescrTest, Signatures) {

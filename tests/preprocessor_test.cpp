@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "Folder.h"
+#include "Script.h"
 #include "scr/Capabilities.h"
 #include "scr/Log.h"
 #include "scr/parser/Crypt.h"
@@ -48,47 +50,44 @@ extern "C" ssize_t read(int file, void* to, size_t size) {
 
 namespace {
 
-class TestLog final : public SCR::Log {
-public:
-    void log(const FND::String& message, FND::Status::Severity severity) override {
-        text += std::to_string(severity) + " " + message + "\n";
-    }
-    std::string text;
-};
-
 class PreprocessorTest : public testing::Test {
 protected:
     void SetUp() override {
         ::unsetenv("KESTREL_INCLUDE");
-        std::string name = fs::path(testing::TempDir()) / "preprocessorXXXXXX";
-        ASSERT_NE(::mkdtemp(name.data()), nullptr);
-        directory_ = fs::canonical(name);
         options_.searchPath = {directory_};
     }
     void TearDown() override {
         ::unsetenv("KESTREL_INCLUDE");
         readsS = Reads::Normal;
         fs::current_path("/");
-        fs::remove_all(directory_);
     }
 
-    void write(const std::string& name, const std::string& content) {
-        fs::create_directories((directory_ / name).parent_path());
-        std::ofstream(directory_ / name, std::ios::binary) << content;
+    void write(const std::string& name, const std::string& text) const {
+        folder_.write(name, text);
     }
 
-    /// The expanded text, or "failed", and the log below it.
+    /// The expanded text, or "failed", and the log below it. A line that gives the file and the
+    /// number of the next one is shown as <file:number>.
     std::string expand(const std::string& text) {
-        TestLog log;
+        Harness::MemoryLog log;
         std::string output = "failed";
         SCR::Preprocessor preprocessor(&log, options_);
         const bool isExpanded = preprocessor.preprocess(text, output);
         EXPECT_EQ(isExpanded, output != "failed");
         isLimit_ = preprocessor.limitExceeded();
-        return output + (log.text.empty() ? "" : "--\n" + log.text);
+        for (std::size_t at = 0; (at = output.find("#line ", at)) != std::string::npos;) {
+            const std::size_t quote = output.find('"', at);
+            const std::size_t end = output.find('\n', at);
+            output.replace(at, end + 1 - at,
+                           "<" + output.substr(quote + 1, end - quote - 2) + ":" +
+                               output.substr(at + 6, quote - at - 7) + ">");
+        }
+        if (log.text.empty()) return output;
+        return output + "--\n" + std::to_string(log.severities[0]) + " " + log.text;
     }
 
-    fs::path directory_;
+    const Harness::Folder folder_;
+    const fs::path directory_ = folder_.path();
     SCR::PreprocessorOptions options_;
     bool isLimit_ = false;
 };
@@ -108,57 +107,43 @@ TEST_F(PreprocessorTest, ExpandsTexts) {
     write("scrambled", scrambled);
     write("notScrambled", scrambled + "!");
 
-    const struct {
-        std::string text;
-        std::string expected;
-    } cases[] = {
-        {"", "#line 1 \"\"\n\n"},
-        {"a", "#line 1 \"\"\na\n"},
-        {"a\n", "#line 1 \"\"\na\n\n"},
-        {"\n\r\n\0\xFF\nx include \"one\";"s, "#line 1 \"\"\n\n\r\n\0\xFF\nx include \"one\";\n"s},
-        {"include \"one\";",
-         "#line 1 \"\"\n#line 1 \"one\"\n#line 1 \"one\"\nin one\n#line 2 \"\"\n"},
-        {"\n\t include\t\"two\" ; // says \\\r\nz",
-         "#line 1 \"\"\n\n#line 1 \"two\"\n#line 1 \"two\"\nin two\n\n#line 3 \"\"\nz\n"},
+    const auto twice = [](const std::string& name) {
+        return "<:2>--\n2 `" + name + "' included more than once\n";
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "<:1>\n"},
+        {"a", "<:1>a\n"},
+        {"a\n", "<:1>a\n\n"},
+        {"\n\r\n\0\xFF\nx include \"one\";"s, "<:1>\n\r\n\0\xFF\nx include \"one\";\n"s},
+        {"include \"one\";", "<:1><one:1><one:1>in one\n<:2>"},
+        {"\n\t include\t\"two\" ; // says \\\r\nz", "<:1>\n<two:1><two:1>in two\n\n<:3>z\n"},
         {"x\ninclude \"nested\";\ny\ninclude\"empty\";\n\n",
-         "#line 1 \"\"\nx\n#line 1 \"nested\"\n#line 1 \"nested\"\na\n\n#line 1 \"one\"\n"
-         "#line 1 \"one\"\nin one\n#line 4 \"nested\"\nb\n#line 3 \"\"\ny\n#line 1 \"empty\"\n"
-         "#line 1 \"empty\"\n\n#line 5 \"\"\n\n\n"},
+         "<:1>x\n<nested:1><nested:1>a\n\n<one:1><one:1>in one\n"
+         "<nested:4>b\n<:3>y\n<empty:1><empty:1>\n<:5>\n\n"},
         {"include \"one\"; include \"one\"\ninclude \"one\";\ninclude \"one\";",
          "failed--\n4 failed to open include file `one\"; include \"one'\n"},
-        {"include \"one\";\ninclude \"one\";\ninclude \"./one\";",
-         "#line 1 \"\"\n#line 1 \"one\"\n#line 1 \"one\"\nin one\n#line 2 \"\"\n#line 1 \"one\"\n"
-         "#line 3 \"\"\n#line 1 \"./one\"\n#line 1 \"./one\"\nin one\n#line 4 \"\"\n"
-         "--\n2 `one' included more than once\n"},
-        {"include \"self\";",
-         "#line 1 \"\"\n#line 1 \"self\"\n#line 1 \"self\"\na\n#line 1 \"self\"\n#line 3 "
-         "\"self\"\nb\n"
-         "#line 2 \"\"\n--\n2 `self' included more than once\n"},
+        {"include \"one\";\ninclude \"./one\";",
+         "<:1><one:1><one:1>in one\n<:2><./one:1><./one:1>in one\n<:3>"},
+        {"include \"self\";", "<:1><self:1><self:1>a\n<self:1><self:3>b\n" + twice("self")},
         {"include \"ping\";",
-         "#line 1 \"\"\n#line 1 \"ping\"\n#line 1 \"ping\"\n#line 1 \"pong\"\n#line 1 \"pong\"\n"
-         "#line 1 \"ping\"\n#line 2 \"pong\"\n#line 2 \"ping\"\n#line 2 \"\"\n"
-         "--\n2 `ping' included more than once\n"},
-        {"include \"a\" ; \"b\";",
-         "#line 1 \"\"\n#line 1 \"a\" ; \"b\"\n#line 1 \"a\" ; \"b\"\nodd name\n#line 2 \"\"\n"},
+         "<:1><ping:1><ping:1><pong:1><pong:1><ping:1><pong:2><ping:2>" + twice("ping")},
+        {"include \"a\" ; \"b\";", "<:1><a\" ; \"b:1><a\" ; \"b:1>odd name\n<:2>"},
         {"include \"scrambled\";",
-         "#line 1 \"\"\n#line 1 \"scrambled\"\n#line 1 \"scrambled\"\nx\n#line 1 \"one\"\n"
-         "#line 1 \"one\"\nin one\n#line 3 \"scrambled\"\ny\0z\n#line 2 \"\"\n"s},
-        {scrambled,
-         "#line 1 \"\"\nx\n#line 1 \"one\"\n#line 1 \"one\"\nin one\n#line 3 \"\"\ny\0z\n"s},
+         "<:1><scrambled:1><scrambled:1>x\n<one:1><one:1>in one\n<scrambled:3>y\0z\n<:2>"s},
+        {scrambled, "<:1>x\n<one:1><one:1>in one\n<:3>y\0z\n"s},
         {"include \"notScrambled\";",
-         "#line 1 \"\"\n#line 1 \"notScrambled\"\n#line 1 "
-         "\"notScrambled\"\n" +
-             scrambled + "!\n#line 2 \"\"\n"},
+         "<:1><notScrambled:1><notScrambled:1>" + scrambled + "!\n<:2>"},
         {"include \"one\0\";"s, "failed--\n4 failed to open include file `one\0'\n"s},
     };
-    for (const auto& c : cases) EXPECT_EQ(expand(c.text), c.expected) << c.text;
+    for (const auto& [text, expected] : cases) EXPECT_EQ(expand(text), expected) << text;
 
     // The object is used again, with the output in the place of the text.
     SCR::Preprocessor preprocessor(nullptr, options_);
     std::string text = "include \"one\";";
     EXPECT_TRUE(preprocessor.preprocess(text, text));
+    const std::string first = text;
     EXPECT_TRUE(preprocessor.preprocess("include \"one\";", text));
-    EXPECT_EQ(text, cases[4].expected);
+    EXPECT_EQ(text, first);
 }
 
 /// Every row of up to five of these words, against the regular expression.
@@ -202,10 +187,10 @@ TEST_F(PreprocessorTest, SearchesDirectoriesInOrder) {
     write("here", "here");
     const auto includes = [&](const std::string& name) {
         const std::string output = expand("include \"" + name + "\";");
-        return output.find("\nin 1\n") != std::string::npos   ? 1
-               : output.find("\nin 2\n") != std::string::npos ? 2
-               : output.find("\nhere\n") != std::string::npos ? 3
-                                                              : 0;
+        return output.find(">in 1\n") != std::string::npos   ? 1
+               : output.find(">in 2\n") != std::string::npos ? 2
+               : output.find(">here\n") != std::string::npos ? 3
+                                                             : 0;
     };
     fs::current_path(directory_);
     options_.searchPath.clear();
@@ -255,8 +240,7 @@ TEST_F(PreprocessorTest, RefusesWhatIsNoReadableFile) {
 TEST_F(PreprocessorTest, ReadsFilesAsTheyCome) {
     const std::string content(1000, 'f');
     write("file", content);
-    const std::string expected =
-        "#line 1 \"\"\n#line 1 \"file\"\n#line 1 \"file\"\n" + content + "\n#line 2 \"\"\n";
+    const std::string expected = "<:1><file:1><file:1>" + content + "\n<:2>";
     readsS = Reads::Short;
     EXPECT_EQ(expand("include \"file\";"), expected);
     // A file that is longer than it is said to be.
@@ -294,7 +278,9 @@ TEST_F(PreprocessorTest, StopsAtTheSizeLimit) {
     std::ofstream(directory_ / "huge").close();
     fs::resize_file(directory_ / "huge", std::uintmax_t{1} << 40);
     const std::string text = "a\ninclude \"file\";\nb";
-    const std::size_t size = expand(text).size();
+    std::string output;
+    ASSERT_TRUE(SCR::Preprocessor(nullptr, options_).preprocess(text, output));
+    const std::size_t size = output.size();
     for (options_.maxBytes = 1; options_.maxBytes <= size + 2; ++options_.maxBytes) {
         const bool isEnough = options_.maxBytes >= size;
         ASSERT_EQ(
@@ -308,7 +294,6 @@ TEST_F(PreprocessorTest, StopsAtTheSizeLimit) {
     expand("include \"huge\";");
     EXPECT_TRUE(isLimit_);
     SCR::Preprocessor preprocessor(nullptr, options_);
-    std::string output;
     EXPECT_FALSE(preprocessor.preprocess(std::string(1001, 'x'), output));
     EXPECT_TRUE(preprocessor.limitExceeded());
     EXPECT_TRUE(preprocessor.preprocess("x", output));
@@ -349,7 +334,7 @@ TEST_F(PreprocessorTest, KeepsToTheDirectoriesAllowed) {
     // All of them, but for those in which the kernel shows itself.
     capabilities.allow("include");
     ASSERT_FALSE(options_.allow(capabilities));
-    EXPECT_NE(expand("include \"outside\";").find("\ntext\n"), std::string::npos);
+    EXPECT_NE(expand("include \"outside\";").find(">text\n"), std::string::npos);
     fs::create_symlink("/proc/self", directory_ / "in/self");
     for (const std::string name : {"/proc/self/environ", "in/self/environ", "/dev/fd/0"}) {
         EXPECT_EQ(expand("include \"" + name + "\";"),
@@ -358,7 +343,7 @@ TEST_F(PreprocessorTest, KeepsToTheDirectoriesAllowed) {
     ASSERT_TRUE(options_.allow(SCR::Capabilities::none()));
     EXPECT_EQ(expand("a\ninclude \"outside\";"),
               "failed--\n4 include of `outside' is not allowed\n");
-    EXPECT_EQ(expand("a"), "#line 1 \"\"\na\n");
+    EXPECT_EQ(expand("a"), "<:1>a\n");
 }
 
 }  // namespace

@@ -1,20 +1,18 @@
 // Holds the cutting of text into records, the access to fields and whole jobs against tables.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "Folder.h"
+#include "Script.h"
 #include "records/JsonRecord.h"
 #include "records/Record.h"
 #include "records/RecordJob.h"
 #include "records/RecordReader.h"
-#include "scr/Interpreter.h"
-#include "scr/Log.h"
 
 namespace {
 
@@ -27,34 +25,12 @@ constexpr Layout csvS{',', true, false};
 constexpr Layout tsvS{'\t', false, false};
 constexpr Layout linesS{',', false, true};
 
-struct QuietLog : SCR::Log {
-    void log(const FND::String& message, FND::Status::Severity /*severity*/) override {
-        text += message + "\n";
-    }
-    std::string text;
-};
-
-/// A file of the given text, removed at the end.
-class InputFile {
-public:
-    explicit InputFile(const std::string& text) {
-        const int file = mkstemp(path_.data());
-        if (file >= 0) close(file);
-        std::ofstream(path_, std::ios::binary) << text;
-    }
-    ~InputFile() { std::filesystem::remove(path_); }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_ = (std::filesystem::temp_directory_path() / "kestrel-rec-XXXXXX").string();
-};
-
 std::string shown(const std::string& text) { return testing::PrintToString(text); }
 
 // The records of `text`, each in "[...]", malformed ones in "!...!", with their lines before.
 std::string cut(const Layout& layout, const std::string& text) {
-    const InputFile input(text);
-    std::FILE* const file = std::fopen(input.path().c_str(), "rb");
+    const Harness::Folder folder;
+    std::FILE* const file = std::fopen(folder.write("in", text).c_str(), "rb");
     Records::StopSignal stop;
     RecordReader reader(fileno(file), layout, stop);
     std::string all;
@@ -154,120 +130,97 @@ TEST(Records, FieldsAreReadAndWrittenInPlace) {
     EXPECT_FALSE(line.has(1));
 }
 
-Records::RecordJob::End run(Records::RecordJob& job, SCR::Log& log, const std::string& script) {
-    return job.run(
+// What a job leaves of the records of `input`.
+struct Outcome {
+    Records::RecordJob::End end;
+    Records::Counts counts;
+    std::string output, rejects;
+    std::string log;  // and the job's error
+};
+
+Outcome run(Records::JobOptions options, const std::string& input, const std::string& script) {
+    const Harness::Folder folder;
+    options.input = folder.write("in", input);
+    options.output = folder.path("out");
+    options.rejects = folder.path("rejects");
+    Records::StopSignal stop;
+    Harness::MemoryLog log;
+    Records::RecordJob job(options, stop);
+    const Records::RecordJob::End end = job.run(
         log, [&] { return std::make_unique<SCR::Interpreter>(&log); },
         [&](SCR::Interpreter& interpreter) { return interpreter.compile(script); });
+    std::string rejects = folder.read("rejects");
+    for (std::size_t at; (at = rejects.find(options.input)) != std::string::npos;) {
+        rejects.erase(at, options.input.size());
+    }
+    return {end, job.counts(), folder.read("out"), rejects, log.text + job.error()};
 }
 
 TEST(Records, JobsAccountForEveryRecord) {
     using End = Records::RecordJob::End;
-    const std::string damaged = "id,dest,cost\n1,49,2.50\n2,\"4\"9,1\n3,33,x\n4,,7\n5,49,1.25";
     const struct {
-        std::string script;
-        std::optional<std::string> where;
-        std::string input, output, rejects;
-        Records::Counts counts;
-        End end;
+        std::string script, input, output, rejects;
+        std::vector<std::int64_t> counts;  // read, written, dropped, rejected
+        std::optional<std::string> where = {};
+        End end = End::Done;
     } rows[] = {
         {"edrLong(id) = edrLong(id) * 10;",
-         {},
          "id\r\n1\r\n2\r\n",
          "id\r\n10\r\n20\r\n",
          "",
-         {2, 2, 0, 0},
-         End::Done},
+         {2, 2, 0, 0}},
         {"if (edrEmptyInput(dest)) recordDrop(); if (edrString(cost) == \"x\") "
          "recordReject(\"no cost\"); edrDecimal(cost) = edrDecimal(cost) * 2;",
-         {},
-         damaged,
+         "id,dest,cost\n1,49,2.50\n2,\"4\"9,1\n3,33,x\n4,,7\n5,49,1.25",
          "id,dest,cost\n1,49,5.00\n5,49,2.50\n",
          ":3: text follows a closing quote\t2,\"4\"9,1\n:4: no cost\t3,33,x\n",
-         {5, 2, 1, 2},
-         End::Done},
+         {5, 2, 1, 2}},
         {"edrString(f2) = \"\";",
-         "edrString(dest) == \"49\"",
          "id,dest\n1,49\n2,33\n",
          "id,dest\n1,\n",
          "",
          {2, 1, 1, 0},
-         End::Done},
-        {"", {}, "", "", "", {0, 0, 0, 0}, End::Done},
+         "edrString(dest) == \"49\""},
+        {"", "", "", "", {0, 0, 0, 0}},
         // No record, so no header: names are not known, and need not be.
-        {"edrString(id) = \"\";", "edrLong(id) > 1", "", "", "", {0, 0, 0, 0}, End::Done},
-        {"edrString(a_b) = \"x\";",
-         {},
-         "a-b,a_b\n1,2\n",
-         "a-b,a_b\n1,x\n",
-         "",
-         {1, 1, 0, 0},
-         End::Done},
+        {"edrString(id) = \"\";", "", "", "", {0, 0, 0, 0}, "edrLong(id) > 1"},
+        {"edrString(a_b) = \"x\";", "a-b,a_b\n1,2\n", "a-b,a_b\n1,x\n", "", {1, 1, 0, 0}},
         {"edrDate(id) = edrDate(dest); edrDecimal(cost) = edrDecimal(dest);",
-         {},
          "\xEF\xBB\xBFid,dest,cost\n1,,2\n",
          "id,dest,cost\n,,\n",
          "",
-         {1, 1, 0, 0},
-         End::Done},
-        {"", "", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
-        {"edrString(nosuch) = \"\";", {}, "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
-        {"", "edrLong(id)", "id\n1\n", "", "", {0, 0, 0, 0}, End::NotCompiled},
+         {1, 1, 0, 0}},
+        {"", "id\n1\n", "", "", {0, 0, 0, 0}, "", End::NotCompiled},
+        {"edrString(nosuch) = \"\";", "id\n1\n", "", "", {0, 0, 0, 0}, {}, End::NotCompiled},
+        {"", "id\n1\n", "", "", {0, 0, 0, 0}, "edrLong(id)", End::NotCompiled},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.script + " on " + row.input);
-        const InputFile input(row.input), output(""), rejects("");
         Records::JobOptions options;
-        options.input = input.path();
-        options.output = output.path();
-        options.rejects = rejects.path();
         options.where = row.where;
         options.hasHeader = true;
-        Records::StopSignal stop;
-        QuietLog log;
-        Records::RecordJob job(options, stop);
-        EXPECT_EQ(run(job, log, row.script), row.end) << log.text << job.error();
-        const auto contents = [](const InputFile& file) {
-            std::ifstream stream(file.path(), std::ios::binary);
-            return std::string{std::istreambuf_iterator<char>(stream), {}};
-        };
-        EXPECT_EQ(contents(output), row.output) << log.text;
-        std::string rejected = contents(rejects);
-        for (std::size_t at; (at = rejected.find(input.path())) != std::string::npos;) {
-            rejected.erase(at, input.path().size());
-        }
-        EXPECT_EQ(rejected, row.rejects);
-        const Records::Counts& counts = job.counts();
-        EXPECT_EQ(counts.read, row.counts.read);
-        EXPECT_EQ(counts.written, row.counts.written);
-        EXPECT_EQ(counts.dropped, row.counts.dropped);
-        EXPECT_EQ(counts.rejected, row.counts.rejected);
-        EXPECT_EQ(counts.read, counts.written + counts.dropped + counts.rejected);
+        const Outcome outcome = run(options, row.input, row.script);
+        EXPECT_EQ(outcome.end, row.end) << outcome.log;
+        EXPECT_EQ(outcome.output, row.output) << outcome.log;
+        EXPECT_EQ(outcome.rejects, row.rejects);
+        const Records::Counts& counts = outcome.counts;
+        EXPECT_EQ(row.counts, (std::vector<std::int64_t>{counts.read, counts.written,
+                                                         counts.dropped, counts.rejected}));
     }
 }
 
-std::string contents(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-// What a script that prints nothing leaves of a record, and its messages.
+// What a script leaves of a record, and its messages.
 struct Changed {
     std::string text, log;
 };
 
 Changed changeJson(const std::string& text, const std::string& script) {
-    const InputFile input(text + "\n"), output("");
     Records::JobOptions options;
-    options.input = input.path();
-    options.output = output.path();
     options.isJson = options.layout.isWhole = true;
-    Records::StopSignal stop;
-    QuietLog log;
-    Records::RecordJob job(options, stop);
-    EXPECT_EQ(run(job, log, script), Records::RecordJob::End::Done) << log.text;
-    std::string changed = contents(output.path());
-    if (!changed.empty()) changed.pop_back();
-    return {changed, log.text};
+    Outcome outcome = run(options, text + "\n", script);
+    EXPECT_EQ(outcome.end, Records::RecordJob::End::Done) << outcome.log;
+    if (!outcome.output.empty()) outcome.output.pop_back();
+    return {outcome.output, outcome.log};
 }
 
 TEST(Records, JsonIsReadAndChangedInPlace) {
@@ -351,27 +304,28 @@ TEST(Records, TheLastJsonMemberOfANameCounts) {
 
 TEST(Records, JsonNumbersAreReadHoweverTheyAreWritten) {
     const struct {
-        std::string number, script, expected, log;
+        std::string number, type, expected, log;
     } rows[] = {
-        {"5.0", "edrLong(b) = edrLong(a);", "5", ""},
-        {"1e3", "edrLong(b) = edrLong(a);", "1000", ""},
-        {"-120.50E+1", "edrLong(b) = edrLong(a);", "-1205", ""},
-        {"1000e-3", "edrLong(b) = edrLong(a);", "1", ""},
-        {"-0.0e99999999999", "edrLong(b) = edrLong(a);", "0", ""},
-        {"922337203685477580.70e1", "edrLong(b) = edrLong(a);", "9223372036854775807", ""},
-        {"-9223372036854775808.0", "edrLong(b) = edrLong(a);", "-9223372036854775808", ""},
-        {"9223372036854775808.0", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long"},
-        {"1e400", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long: '1e400'"},
-        {"5.5", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long: '5.5'"},
-        {"\"5.0\"", "edrLong(b) = edrLong(a);", "0", "a of record 1 is no Long: '5.0'"},
-        {"1e400", "edrDecimal(b) = edrDecimal(a);", "null", "a of record 1 is no Decimal: '1e400'"},
-        {std::string(60, '9'), "edrDecimal(b) = edrDecimal(a);", "null", "is no Decimal: '999"},
-        {"\"x\"", "edrDecimal(b) = edrDecimal(a);", "null", ""},
-        {"1.50", "edrDecimal(b) = edrDecimal(a);", "1.50", ""},
+        {"5.0", "Long", "5", ""},
+        {"1e3", "Long", "1000", ""},
+        {"-120.50E+1", "Long", "-1205", ""},
+        {"1000e-3", "Long", "1", ""},
+        {"-0.0e99999999999", "Long", "0", ""},
+        {"922337203685477580.70e1", "Long", "9223372036854775807", ""},
+        {"-9223372036854775808.0", "Long", "-9223372036854775808", ""},
+        {"9223372036854775808.0", "Long", "0", "a of record 1 is no Long"},
+        {"1e400", "Long", "0", "a of record 1 is no Long: '1e400'"},
+        {"5.5", "Long", "0", "a of record 1 is no Long: '5.5'"},
+        {"\"5.0\"", "Long", "0", "a of record 1 is no Long: '5.0'"},
+        {"1e400", "Decimal", "null", "a of record 1 is no Decimal: '1e400'"},
+        {std::string(60, '9'), "Decimal", "null", "is no Decimal: '999"},
+        {"\"x\"", "Decimal", "null", ""},
+        {"1.50", "Decimal", "1.50", ""},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.number + " " + row.script);
-        const Changed changed = changeJson("{\"a\":" + row.number + ",\"b\":7}", row.script);
+        SCOPED_TRACE(row.number + " " + row.type);
+        const Changed changed = changeJson("{\"a\":" + row.number + ",\"b\":7}",
+                                           "edr" + row.type + "(b) = edr" + row.type + "(a);");
         EXPECT_EQ(changed.text, "{\"a\":" + row.number + ",\"b\":" + row.expected + "}");
         EXPECT_NE(changed.log.find(row.log), std::string::npos) << changed.log;
         EXPECT_EQ(changed.log.empty(), row.log.empty()) << changed.log;
@@ -402,34 +356,21 @@ TEST(Records, LongJsonArraysAreWalkedOverOnce) {
 }
 
 TEST(Records, WhatIsNoJsonObjectIsRefused) {
-    const struct {
-        std::string text;
-        bool isGood;
-    } rows[] = {
-        {"{}", true},
-        {" {\"a\" : [ ] } ", true},
-        {"{\"a\":123456789012345678901234567890,\"b\":-1e999}", true},
-        {"", false},
-        {"[1]", false},
-        {"7", false},
-        {"{\"a\":1", false},
-        {"{\"a\":1}}", false},
-        {"{\"a\":1} {\"b\":2}", false},
-        {"{\"a\":01}", false},
-        {"{\"a\":1,}", false},
-        {"{\"a\" 1}", false},
-        {"{\"a\":[1 2]}", false},
-        {"{\"a\":[1,{\"b\":tru}]}", false},
-        {"{\"a\":\"\\x\"}", false},
-        {"{\"a\":\"\xFF\"}", false},
-        {"{a:1}", false},
-        {"{\"a\":" + std::string(2000, '[') + std::string(2000, ']') + "}", false},
+    const auto isGood = [](const std::string& text) {
+        static Records::JsonRecord record;
+        const std::string padded = text + std::string(Records::JsonRecord::paddingCM, ' ');
+        return record.take(std::string_view(padded).substr(0, text.size())) == nullptr;
     };
-    Records::JsonRecord record;
-    for (const auto& row : rows) {
-        const std::string padded = row.text + std::string(Records::JsonRecord::paddingCM, ' ');
-        const char* const error = record.take(std::string_view(padded).substr(0, row.text.size()));
-        EXPECT_EQ(error == nullptr, row.isGood) << row.text << (error != nullptr ? error : "");
+    for (const char* text :
+         {"{}", " {\"a\" : [ ] } ", "{\"a\":123456789012345678901234567890,\"b\":-1e999}"}) {
+        EXPECT_TRUE(isGood(text)) << text;
+    }
+    for (const std::string& text : std::vector<std::string>{
+             "", "[1]", "7", "{\"a\":1", "{\"a\":1}}", "{\"a\":1} {\"b\":2}", "{\"a\":01}",
+             "{\"a\":1,}", "{\"a\" 1}", "{\"a\":[1 2]}", "{\"a\":[1,{\"b\":tru}]}",
+             "{\"a\":\"\\x\"}", "{\"a\":\"\xFF\"}", "{a:1}",
+             "{\"a\":" + std::string(2000, '[') + std::string(2000, ']') + "}"}) {
+        EXPECT_FALSE(isGood(text)) << text;
     }
 }
 
@@ -445,26 +386,17 @@ TEST(Records, WorkersAndPartsGiveTheSameResult) {
         text += record;
         if (i % 7 != 0) expected += record;
     }
-    const InputFile input(text);
     const auto runJob = [&](int jobs, std::int64_t part, std::int64_t parts) {
-        const InputFile output("");
         Records::JobOptions options;
-        options.input = input.path();
-        options.output = output.path();
-        options.rejects = "/dev/null";
         options.hasHeader = true;
         options.jobs = jobs;
         options.part = part;
         options.parts = parts;
-        Records::StopSignal stop;
-        QuietLog log;
-        Records::RecordJob job(options, stop);
-        EXPECT_EQ(run(job, log, "if (edrLong(id) % 7 == 0) recordDrop();"),
-                  Records::RecordJob::End::Done)
-            << log.text << job.error();
-        counts.read += job.counts().read;
-        counts.rejected += job.counts().rejected;
-        return contents(output.path());
+        const Outcome outcome = run(options, text, "if (edrLong(id) % 7 == 0) recordDrop();");
+        EXPECT_EQ(outcome.end, Records::RecordJob::End::Done) << outcome.log;
+        counts.read += outcome.counts.read;
+        counts.rejected += outcome.counts.rejected;
+        return outcome.output;
     };
     for (const int jobs : {1, 2, 5}) {
         for (const std::int64_t parts : {1, 2, 7, 64}) {
@@ -475,25 +407,6 @@ TEST(Records, WorkersAndPartsGiveTheSameResult) {
             EXPECT_EQ(counts.read, 30'030);
             EXPECT_EQ(counts.rejected, 30);
         }
-    }
-}
-
-TEST(Records, NoPartOfAFileAppearsWhenTheJobStops) {
-    const InputFile input("1\n2\n");
-    Records::JobOptions options;
-    options.input = input.path();
-    options.output = input.path() + ".out";
-    Records::StopSignal stop;
-    stop.raise();
-    QuietLog log;
-    {
-        Records::RecordJob job(options, stop);
-        EXPECT_EQ(run(job, log, ""), Records::RecordJob::End::Interrupted);
-    }
-    const std::string folder = std::filesystem::path(input.path()).parent_path().string();
-    const std::string name = std::filesystem::path(options.output).filename().string();
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        EXPECT_EQ(entry.path().string().find(name), std::string::npos) << entry.path();
     }
 }
 

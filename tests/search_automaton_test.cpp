@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "RandomText.h"
 #include "scr/builtin/RegExpr.h"
 
 namespace {
@@ -85,57 +86,33 @@ TEST(SearchAutomaton, KnowsTheSetsOfBytesOfTheLibrary) {
     }
 }
 
-class Writer {
-public:
-    explicit Writer(unsigned seed) : dice_(seed) {}
-
-    std::size_t below(std::size_t limit) { return dice_() % limit; }
-
-    std::string pattern(int depth) {
-        std::string text = sequence(depth);
-        for (std::size_t more = below(3); more > 1; --more) text += "|" + sequence(depth);
-        return text;
-    }
-
-    std::string text(std::size_t size) {
-        std::string text;
-        // Common bytes, and now and then a line end, NUL or a piece of a broken UTF-8 sequence.
-        constexpr std::string_view bytes("aaabbc-1 aaabbc-1 ab\n\0\xc3\xff", 24);
-        while (text.size() < size) text += bytes[below(bytes.size())];
-        return text;
-    }
-
-private:
-    std::string sequence(int depth) {
-        std::string text;
-        for (std::size_t count = 1 + below(4); count > 0; --count) {
-            constexpr const char* items[] = {"a",   "b",    "c",   "[ab]", "[^a]",  ".",
-                                             "\\d", "[b-]", "\\w", "b",    "[1-9]", "\\S",
-                                             "\\W", "^",    "$",   "\\b"};
-            text += depth > 0 && below(4) == 0 ? "(" + pattern(depth - 1) + ")"
-                    : below(40) == 0           ? items[13 + below(3)]
-                                               : items[below(13)];
-            constexpr const char* signs[] = {"*", "+", "?", "", "", ""};
-            text += signs[below(6)];
-        }
-        return text;
-    }
-
-    std::mt19937 dice_;
+using namespace std::string_view_literals;
+const Harness::RandomText::Rules rulesS = {
+    {"pattern", {"$sequence", "$sequence | $sequence | $sequence|$sequence"}},
+    {"sequence", {"$item", "$item | $item$item | $item$item$item | $item$item$item$item"}},
+    {"item", {"$set$sign", "$set$sign | $set$sign | $set$sign | ($pattern)$sign"}},
+    {"sign", {"* | + | ? |  |  | "}},
+    {"set", {"$plain | $plain | $plain | $plain | $plain | $plain | $plain | $plain | $odd", ""}},
+    {"plain", {"a | b | c | [ab] | [^a] | . | \\d | [b-] | \\w | b | [1-9] | \\S | \\W"}},
+    {"odd", {"$plain | $plain | $plain | ^ | $ | \\b"}},
+    // Common bytes, and now and then a line end, NUL or a piece of a broken UTF-8 sequence.
+    {"text", {"a | a | a | b | b | c | - | 1 |   | a | a | b | \n | \0 | \xc3 | \xff"sv}},
 };
 
 TEST(SearchAutomaton, FindsWhatTheLibraryFinds) {
-    Writer writer(7);
+    Harness::RandomText writer(rulesS, 7);
     int taken = 0;
     for (int i = 0; i < 2500; ++i) {
-        const std::string pattern = writer.pattern(2);
+        const std::string pattern = writer.made("pattern", 6);
         if (SearchAutomaton::make(pattern) == nullptr) continue;
         ASSERT_EQ(pattern.find('$'), std::string::npos) << pattern;
         ++taken;
         const RegExpr plain(pattern);
         const RegExpr library(forLibrary(pattern));
         for (int j = 0; j < 20; ++j) {
-            const std::string text = writer.text(writer.below(30));
+            std::string text;
+            for (std::size_t size = writer.below(30); size > 0; --size)
+                text += writer.made("text", 0);
             expectSame(pattern, plain, library, text, writer.below(text.size() + 1));
         }
     }
@@ -156,20 +133,25 @@ Expression either(const Expression& first, const Expression& second) {
             }};
 }
 
-Expression randomExpression(Writer& writer, int depth) {
-    const std::size_t kind = writer.below(depth > 0 ? 6 : 2);
+struct Dice {
+    std::size_t below(std::size_t limit) { return engine() % limit; }
+    std::mt19937 engine{3};
+};
+
+Expression randomExpression(Dice& dice, int depth) {
+    const std::size_t kind = dice.below(depth > 0 ? 6 : 2);
     if (kind < 2) {
-        const auto byte = static_cast<unsigned char>("a\xc3\xbc\xb6\xff"[writer.below(5)]);
+        const auto byte = static_cast<unsigned char>("a\xc3\xbc\xb6\xff"[dice.below(5)]);
         constexpr const char* forms[] = {"%c", "%c", "[%c]", "\\x%02x", "\\x{%x}", "\\%03o"};
         char text[8];
-        std::snprintf(text, sizeof text, forms[writer.below(6)], byte);
+        std::snprintf(text, sizeof text, forms[dice.below(6)], byte);
         return {text, [byte](std::string_view in, std::size_t at) {
                     return at < in.size() && static_cast<unsigned char>(in[at]) == byte
                                ? std::set{at + 1}
                                : std::set<std::size_t>();
                 }};
     }
-    const Expression first = randomExpression(writer, depth - 1);
+    const Expression first = randomExpression(dice, depth - 1);
     if (kind == 2) {
         return {"(" + first.pattern + ")?", [first](std::string_view in, std::size_t at) {
                     auto ends = first.ends(in, at);
@@ -177,7 +159,7 @@ Expression randomExpression(Writer& writer, int depth) {
                     return ends;
                 }};
     }
-    const Expression second = randomExpression(writer, depth - 1);
+    const Expression second = randomExpression(dice, depth - 1);
     if (kind == 3) {
         return {first.pattern + second.pattern, [=](std::string_view in, std::size_t at) {
                     std::set<std::size_t> ends;
@@ -193,16 +175,16 @@ Expression randomExpression(Writer& writer, int depth) {
 
 // The library takes a common beginning out of alternatives, and then looks for it in UTF-8.
 TEST(RegExpr, KnowsBytesAbove127) {
-    Writer writer(3);
+    Dice dice;
     for (int i = 0; i < 3000; ++i) {
-        Expression expression = randomExpression(writer, 4);
+        Expression expression = randomExpression(dice, 4);
         // Without the parentheses around the whole, where it is likeliest to go wrong.
-        if (writer.below(2) == 0) expression = either(expression, randomExpression(writer, 3));
-        const bool isAtStart = writer.below(4) == 0;
+        if (dice.below(2) == 0) expression = either(expression, randomExpression(dice, 3));
+        const bool isAtStart = dice.below(4) == 0;
         const RegExpr library(isAtStart ? "^(" + expression.pattern + ")" : expression.pattern);
         ASSERT_TRUE(library.isValid()) << expression.pattern;
         std::string text;
-        while (text.size() < 6) text += "a\xc3\xbc\xb6\xff"[writer.below(5)];
+        while (text.size() < 6) text += "a\xc3\xbc\xb6\xff"[dice.below(5)];
         std::size_t at = 0;
         std::set<std::size_t> ends;
         while ((ends = expression.ends(text, at)).empty() && !isAtStart && at < text.size()) ++at;

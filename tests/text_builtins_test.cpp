@@ -6,39 +6,17 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 #include <optional>
 #include <random>
 #include <string>
 #include <string_view>
 
+#include "Allocations.h"
 #include "Script.h"
 #include "scr/LongText.h"
 #include "scr/builtin/NumberText.h"
 #include "scr/builtin/RegExpr.h"
 #include "scr/builtin/StringResult.h"
-
-namespace {
-
-// Every allocation of this program is counted; larger ones than the limit fail.
-long allocationsS = 0;
-std::size_t allocationLimitS = std::size_t{0} - 1;
-
-}  // namespace
-
-// Not inlined: the compiler would miss one half of a pair.
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    ++allocationsS;
-    return size <= allocationLimitS ? std::malloc(size) : nullptr;
-}
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (void* const memory = operator new(size, std::nothrow)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -78,12 +56,6 @@ TEST(NumberText, ReadsAllShortTextsAsTheCLibrary) {
         }
     };
     extend(extend, 4);
-}
-
-TEST(NumberText, ReadsAllPairsOfBytesAsTheCLibrary) {
-    for (int pair = 0; pair < 65536; ++pair) {
-        expectAsInC({static_cast<char>(pair >> 8), static_cast<char>(pair & 255)});
-    }
 }
 
 TEST(NumberText, ReadsLimitsAsTheCLibrary) {
@@ -234,24 +206,13 @@ TEST(RegExpr, TakesHostilePatternsAndTextsInItsStride) {
     EXPECT_FALSE(SCR::RegExpr("(((a+)+)+)+$").search(string(200000, 'a') + 'b', 0));
 }
 
-TEST(StringResult, HasALimit) {
-    string result = "abc";
-    EXPECT_TRUE(SCR::tryReserveResult(result, 1000));
-    EXPECT_GE(result.capacity(), 1000U);
-    for (const std::size_t size : {SCR::maxStringSize + 1, std::size_t{0} - 1}) {
-        result = "abc";
-        EXPECT_FALSE(SCR::tryReserveResult(result, size));
-        EXPECT_EQ(result, "");
-    }
-}
-
 TEST(StringResult, MemoryThatCanNotBeHadIsAnErrorOfTheScript) {
-    allocationLimitS = 1 << 20;
+    const std::size_t all = Allocations::largestCM.exchange(1 << 20);
     const Harness::ScriptRun run = Harness::run(R"(
         String text = strPad("", "x", 1000000, true);
         logStdout("[" + strStrToHexStr(text) + replace(text, 0, 0, text) + "]");
         logStdout(longToStr(length(text)));)");
-    allocationLimitS = std::size_t{0} - 1;
+    Allocations::largestCM = all;
     EXPECT_TRUE(run.ok);
     EXPECT_EQ(run.output, "[]1000000");
     EXPECT_EQ(run.log,
@@ -290,9 +251,9 @@ TEST(TextBuiltIns, DoNotAllocateOnceTheirRoomIsThere) {
             << statement << log.text;
         // The first runs make room, and the regular expressions find their states.
         for (int turn = 0; turn < 3; ++turn) ASSERT_TRUE(interpreter.execute());
-        const long before = allocationsS;
+        const long before = Allocations::madeCM;
         ASSERT_TRUE(interpreter.execute());
-        EXPECT_EQ(allocationsS - before, 0) << statement;
+        EXPECT_EQ(Allocations::madeCM, before) << statement;
         EXPECT_EQ(log.text, "") << statement;
     }
 }

@@ -67,39 +67,32 @@ TEST(ThreadsTest, InterpretersComeAndGo) {
 }
 
 // What a compile made is used and given back by other threads, one after the other, while scripts
-// of other threads come and go beside it.
+// of other threads come and go.
 TEST(ThreadsTest, InterpretersAreHandedOn) {
-    std::vector<std::unique_ptr<MemoryLog>> logs;
-    std::vector<std::unique_ptr<Interpreter>> interpreters;
-    std::vector<std::unique_ptr<SCR::ConditionList>> conditions;
-    for (int i = 0; i < threadsS; ++i) {
-        interpreters.push_back(
-            std::make_unique<Interpreter>(logs.emplace_back(std::make_unique<MemoryLog>()).get()));
-        conditions.push_back(std::make_unique<SCR::ConditionList>(*interpreters.back()));
-    }
+    struct Used {
+        MemoryLog log;
+        Interpreter interpreter{&log};
+        SCR::ConditionList conditions{interpreter};
+    };
+    std::vector<std::unique_ptr<Used>> all(threadsS);
     // In the round k thread i has the interpreter i + k.
     for (int round = 0; round < 3 * threadsS; ++round) {
         onThreads([&](int thread) {
-            const auto mine = static_cast<std::size_t>((thread + round) % threadsS);
-            Interpreter& interpreter = *interpreters[mine];
-            bool holds = false;
-            switch (round % 3) {
-                case 0:
-                    ASSERT_TRUE(interpreter.compile(
-                        "Long n; Long list[]; Long k{}; function Long more(Long "
-                        "a) { return a + 1; } for (n = 0; n < 20; n = n + 1) { "
-                        "list[n] = more(n); k{longToStr(n)} = n; }"))
-                        << logs[mine]->text;
-                    ASSERT_TRUE(conditions[mine]->compile("n == 20; list[3] == 4; k{\"7\"} == 7;"));
-                    break;
-                case 1:
-                    ASSERT_TRUE(interpreter.execute()) << logs[mine]->text;
-                    ASSERT_TRUE(conditions[mine]->all(holds) && holds) << logs[mine]->text;
-                    break;
-                default:
-                    conditions[mine].reset();
-                    interpreters[mine] = std::make_unique<Interpreter>(logs[mine].get());
-                    conditions[mine] = std::make_unique<SCR::ConditionList>(*interpreters[mine]);
+            std::unique_ptr<Used>& used =
+                all[static_cast<std::size_t>((thread + round) % threadsS)];
+            if (round % 3 == 0) {
+                used = std::make_unique<Used>();
+                ASSERT_TRUE(used->interpreter.compile(
+                    "Long n; Long list[]; Long k{}; function Long more(Long a) { return a + 1; }"
+                    "for (n = 0; n < 20; n = n + 1) { list[n] = more(n); k{longToStr(n)} = n; }"))
+                    << used->log.text;
+                ASSERT_TRUE(used->conditions.compile("n == 20; list[3] == 4; k{\"7\"} == 7;"));
+            } else if (round % 3 == 1) {
+                bool holds = false;
+                ASSERT_TRUE(used->interpreter.execute()) << used->log.text;
+                ASSERT_TRUE(used->conditions.all(holds) && holds) << used->log.text;
+            } else {
+                used.reset();
             }
         });
     }

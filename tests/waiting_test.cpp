@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Folder.h"
 #include "Script.h"
 #include "scr/MainExtension.h"
 
@@ -40,13 +41,9 @@ std::size_t openFiles() {
     return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
 }
 
-/// The name of a file of this process's own.
-std::string temporaryFile() {
-    return (fs::temp_directory_path() / ("kestrel-waiting-" + std::to_string(getpid()))).string();
-}
-
 TEST(Waiting, AnInterruptionEndsEveryWait) {
-    const std::string pipe = temporaryFile();
+    const Harness::Folder folder;
+    const std::string pipe = folder.path("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const std::string opened = "File f; fileOpen(f, \"" + pipe + "\", \"r+\");";
     const std::string shellMark = "31415.9" + std::to_string(getpid());
@@ -92,7 +89,6 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
     EXPECT_FALSE(isRunning(shellMark));
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
     EXPECT_EQ(openFiles(), filesBefore);
-    fs::remove(pipe);
 }
 
 TEST(Waiting, TheTimeLimitHoldsInEveryWait) {
@@ -114,7 +110,8 @@ TEST(Waiting, TheTimeLimitHoldsInEveryWait) {
 }
 
 TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
-    const std::string file = temporaryFile();
+    const Harness::Folder folder;
+    const std::string file = folder.path("file");
     const struct {
         std::string script;
         bool ok;
@@ -145,7 +142,6 @@ TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
         EXPECT_EQ(result.ok, row.ok) << row.script << result.log;
         EXPECT_EQ(result.log.find("limit `string'") == std::string::npos, row.ok) << result.log;
     }
-    fs::remove(file);
 }
 
 TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
@@ -165,24 +161,6 @@ TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
         other.join();
         EXPECT_TRUE(wasFree);
     }
-}
-
-TEST(Waiting, AMutexExcludesThreads) {
-    SCR::MainExtension extension;
-    const long mutex = extension.mutexCreate();
-    long count = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int turn = 0; turn < 5000; ++turn) {
-                extension.mutexAcquire(mutex);
-                ++count;
-                extension.mutexRelease(mutex);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(count, 20000);
 }
 
 /// Sends this thread a signal that does nothing but interrupt system calls, over and over.
@@ -215,7 +193,8 @@ private:
 };
 
 TEST(Waiting, SignalsDisturbNothing) {
-    const std::string file = temporaryFile();
+    const Harness::Folder folder;
+    const std::string file = folder.path("file");
     const SignalStorm storm;
     const Harness::ScriptRun result = Harness::run(
         R"(String out;
@@ -226,7 +205,6 @@ TEST(Waiting, SignalsDisturbNothing) {
            if (fileCopy(")" +
         file + R"(", "/dev/null")) logStdout("copied");)");
     EXPECT_EQ(result.output, "51\n2\n3\ncopied");
-    fs::remove(file);
 }
 
 TEST(Waiting, ACommandHasSignalsOfItsOwn) {
