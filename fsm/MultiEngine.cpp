@@ -125,8 +125,8 @@ bool MultiEngine::build() {
             }
             return false;
         }
-        place.numbers = {};
-        place.textCharge = {};
+        decltype(place.numbers)().swap(place.numbers);
+        place.textCharge = Charge();
         if (group->partCount() == 1 && !group->hasTailsApart()) {
             place.engine.reset(new Engine(group->takeTable()));
         } else {

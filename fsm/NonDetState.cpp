@@ -80,7 +80,7 @@ void NonDetState::succStates(unsigned char first, unsigned char last, State* tar
     place();
     if (changed.size() < 2) {
         only_ = changed.empty() ? Transition() : changed[0];
-        changed = {};
+        std::vector<Transition>().swap(changed);
     }
     const std::size_t before = transitions_.capacity() * sizeof(Transition);
     if (!changed.empty()) charge_.take(blockBytes(changed.capacity() * sizeof(Transition)));

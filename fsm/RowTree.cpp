@@ -42,8 +42,8 @@ void RowTree::build() {
     }
     firstChild_.push_back(static_cast<Node>(branches.size()));
     firstPath_.push_back(static_cast<std::uint32_t>(paths_.size()));
-    rows_ = {};
-    numbers_ = {};
+    decltype(rows_)().swap(rows_);
+    decltype(numbers_)().swap(numbers_);
 }
 
 std::size_t RowTree::memory() const {

@@ -9,6 +9,7 @@
 
 #include "records/JsonRecord.h"
 #include "records/Record.h"
+#include "scr/KeyHash.h"
 
 namespace SCR {
 class HostExtension;
@@ -33,7 +34,7 @@ private:
         long number;
         bool isExact;
     };
-    std::unordered_map<std::string, Place> names_;
+    std::unordered_map<std::string, Place, SCR::KeyHash> names_;
     long count_ = 0;
     bool hasAll_ = false;
 };

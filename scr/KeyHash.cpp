@@ -61,4 +61,6 @@ std::uint32_t keyHash(std::string_view key) {
     return static_cast<std::uint32_t>(folded ^ (folded >> 32));
 }
 
+NumberHash::NumberHash() : first_(FND::hashSeed().first), second_(FND::hashSeed().second) {}
+
 }  // namespace SCR

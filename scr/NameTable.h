@@ -52,7 +52,7 @@ public:
     }
 
     /// Fetches what `insert` and `find` of `name` look at first, which then waits less.
-    void prefetch(std::string_view name) const noexcept {
+    void prefetch(std::string_view name) const {
         if (!slots_.empty()) __builtin_prefetch(&slots_[keyHash(name) & (slots_.size() - 1)]);
     }
 

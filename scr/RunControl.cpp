@@ -171,6 +171,15 @@ void RunControl::ask(const Node* place) {
     }
 }
 
+void RunControl::askFor(std::size_t milliseconds) {
+    if (!isRunning()) return;
+    ask(nullptr);
+    if (milliseconds == 0 || limits_.time == Limits::none) return;
+    const auto end = std::chrono::steady_clock::now() +
+                     std::chrono::milliseconds(static_cast<std::int64_t>(milliseconds));
+    if (end > deadline_) stopAtLimit(nullptr, "time", limits_.time);
+}
+
 bool RunControl::mustStop() const {
     return !failure_.empty() || state_.load(std::memory_order_relaxed) == State::Interrupted ||
            (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_);

@@ -112,6 +112,9 @@ public:
     /// Stops the script now if it has to stop; for built-ins that wait or work for long, which ask
     /// several times a second. `place` is their node.
     void ask(const Node* place);
+    /// Stops the script now if it has to stop, or if something that takes so many milliseconds and
+    /// can not be stopped would pass the limit of time.
+    void askFor(std::size_t milliseconds);
     /// Counts work on `bytes` bytes, beyond what a turn usually does, and asks now and then. See
     /// scr/Work.h.
     void work(std::size_t bytes) {

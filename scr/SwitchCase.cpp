@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "scr/Interpreter.h"
-#include "scr/KeyHash.h"
 #include "scr/Operand.h"
 #include "scr/SwitchAutomaton.h"
 #include "scr/Work.h"

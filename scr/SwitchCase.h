@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "fnd/Export.h"
+#include "scr/KeyHash.h"
 #include "scr/Statement.h"
 
 namespace SCR {
@@ -110,7 +111,7 @@ private:
         return found != labels_.end() ? found->second : noBody;
     }
 
-    std::unordered_map<long, Body> labels_;
+    std::unordered_map<long, Body, NumberHash> labels_;
     // The bodies of all labels from the first on, when they lie close together.
     std::vector<Choice> table_;
     unsigned long first_ = 0;
@@ -149,7 +150,7 @@ private:
                                                       const Ends& ends) const;
 
     const std::unique_ptr<StringNode> selector_;
-    std::unordered_map<FND::String, Body> labels_;
+    std::unordered_map<FND::String, Body, KeyHash> labels_;
 
     // The labels by their hash, the next free slot for one whose slot is taken. More than half of
     // the slots are free; their number is a power of 2.

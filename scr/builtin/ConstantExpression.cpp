@@ -30,6 +30,7 @@ void ConstantExpression::compile() {
     const AutomataScope scope(interpreter_);
     AutomataAccount& automata = interpreter_.automata();
     endExpecting();
+    interpreter_.runControl().askFor(RegExpr::millisecondsToCompile(pattern_));
     const std::int64_t share = automata.expressionShare();
     expression_.emplace(pattern_, share);
     if (expression_->isPlain()) return;

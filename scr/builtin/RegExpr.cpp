@@ -14,8 +14,17 @@ namespace {
 
 // Bytes that the library may take for one expression.
 constexpr std::int64_t mostMemoryS = std::int64_t{8} << 20;
-// Above that the library refuses an expression, after having taken whatever it needs to find out.
+// The library refuses an expression of more items, after having taken whatever it needs to find
+// out.
 constexpr std::size_t mostItemsS = std::size_t{1} << 20;
+// It can not be interrupted, and parts that may be left out make it take time in proportion to
+// their number and to the size of the whole. An expression of more than these nanoseconds is not
+// tried.
+constexpr std::size_t mostNanosecondsS = 3'000'000'000;
+
+std::size_t nanosecondsToCompile(const RegExprSize& size) {
+    return size.instructions * 300 + size.instructions * size.loops;
+}
 
 re2::RE2::Options options(std::int64_t memory) {
     re2::RE2::Options options;
@@ -64,13 +73,11 @@ RegExpr::RegExpr(std::string_view pattern, std::int64_t share) {
     // What the states found by searches need grows with the expression. They are not to be counted
     // one by one, so all that may come is taken from the start.
     constexpr std::size_t bytesAnInstruction = 1024;
-    constexpr std::size_t bytesAByte = 32;  // of what the library read the pattern into
-    constexpr std::size_t bytesToCompile = 128;
-    constexpr std::size_t stepsToCompile = 32;
+    constexpr std::size_t bytesAByte = 72;  // of what the library read the pattern into
+    constexpr std::size_t bytesToCompile = 288;
     constexpr std::int64_t fallbackShare = 16 << 10;  // of what is hardly ever used
     const RegExprSize size = sizeOfRegExpr(pattern);
-    if (size.items > mostItemsS) return;
-    FSM::countWork(size.instructions * stepsToCompile + pattern.size());
+    if (size.items > mostItemsS || nanosecondsToCompile(size) > mostNanosecondsS) return;
     automaton_ = SearchAutomaton::make(pattern);
     if (automaton_) charge_.take(automaton_->memory());
     const auto wanted = static_cast<std::int64_t>(size.instructions * bytesAnInstruction);
@@ -91,6 +98,10 @@ RegExpr::RegExpr(std::string_view pattern, std::int64_t share) {
 }
 
 RegExpr::~RegExpr() = default;
+
+std::size_t RegExpr::millisecondsToCompile(std::string_view pattern) {
+    return nanosecondsToCompile(sizeOfRegExpr(pattern)) / 1'000'000;
+}
 
 bool RegExpr::isValid() const { return expression_ && expression_->ok(); }
 

@@ -32,6 +32,8 @@ public:
     /// `share` is what it may keep of what searches find out, in bytes beyond those that it needs.
     /// All that it may come to take is charged to the budget of the calling thread.
     explicit RegExpr(std::string_view pattern, std::int64_t share = std::int64_t{1} << 20);
+    /// How long it may take at the worst to make one of `pattern`, which is not interrupted.
+    static std::size_t millisecondsToCompile(std::string_view pattern);
     RegExpr(const RegExpr&) = delete;
     RegExpr& operator=(const RegExpr&) = delete;
     ~RegExpr();

@@ -21,7 +21,7 @@ public:
             left_.remove_prefix(1);
             switch (byte) {
                 case '(':
-                    addItem({1, 1});
+                    addItem(1);
                     groups_.push_back(sum_);
                     sum_ = {};
                     break;
@@ -29,12 +29,12 @@ public:
                     closeGroup();
                     break;
                 case '[':
-                    addItem({1, bracketSize()});
+                    addItem(bracketSize());
                     break;
                 case '\\':
                     // A class such as \w is of several ranges.
                     if (!left_.empty()) left_.remove_prefix(1);
-                    addItem({1, 5});
+                    addItem(5);
                     break;
                 case '{':
                     repeat();
@@ -42,15 +42,15 @@ public:
                 case '*':
                 case '+':
                 case '?':
-                    sum_.instructions += 1;
-                    last_.instructions += 1;
+                    add(sum_, {0, 1, 1});
+                    add(last_, {0, 1, 1});
                     break;
                 case '|':
-                    sum_.instructions += 1;
+                    add(sum_, {0, 1, 0});
                     last_ = {};
                     break;
                 default:
-                    addItem({1, 1});
+                    addItem(1);
                     break;
             }
         }
@@ -59,14 +59,15 @@ public:
     }
 
 private:
-    void addItem(RegExprSize item) {
-        last_ = item;
-        add(sum_, item);
+    void addItem(std::size_t instructions) {
+        last_ = {1, instructions, 0};
+        add(sum_, last_);
     }
 
     static void add(RegExprSize& sum, const RegExprSize& item) {
         sum.items = std::min(sum.items + item.items, mostS);
         sum.instructions = std::min(sum.instructions + item.instructions, mostS);
+        sum.loops = std::min(sum.loops + item.loops, mostS);
     }
 
     void closeGroup() {
@@ -77,44 +78,54 @@ private:
         add(sum_, last_);
     }
 
-    // The instructions of what stands in brackets; goes behind them.
+    // The instructions of what stands in brackets, one for each range; goes behind them.
     std::size_t bracketSize() {
-        std::size_t end = left_.starts_with("^") ? 1 : 0;
-        if (end < left_.size() && left_[end] == ']') ++end;
-        while (end < left_.size() && left_[end] != ']') {
-            if (left_[end] == '\\') ++end;
-            if (left_.substr(end).starts_with("[:")) {
-                end = std::min(left_.find(":]", end + 2), left_.size());
-                if (end < left_.size()) ++end;
+        std::size_t ranges = 1;
+        if (left_.starts_with("^")) left_.remove_prefix(1);
+        for (bool isFirst = true; !left_.empty(); isFirst = false) {
+            if (left_.front() == ']' && !isFirst) {
+                left_.remove_prefix(1);
+                break;
             }
-            ++end;
+            std::size_t length = 1;
+            if (left_.starts_with("[:")) {
+                length = std::max<std::size_t>(left_.find(":]"), 1);
+                ranges += 4;
+            } else if (left_.front() == '\\') {
+                length = 2;
+                ranges += 4;
+            }
+            // The end of a range adds nothing.
+            if (left_.substr(std::min(length, left_.size())).starts_with("-")) length += 1;
+            left_.remove_prefix(std::min(length, left_.size()));
+            ++ranges;
         }
-        end = std::min(end, left_.size());
-        left_.remove_prefix(std::min(end + 1, left_.size()));
-        return std::min<std::size_t>(4 + end, 256);
+        return std::min<std::size_t>(ranges, 256);
     }
 
     void repeat() {
         std::size_t times = 0;
         std::size_t most = 0;
-        if (!number(times)) return addItem({1, 1});
+        std::size_t optional = 0;
+        if (!number(times)) return addItem(1);
         if (left_.starts_with(",")) {
             left_.remove_prefix(1);
-            if (number(most)) {
-                times = std::max(times, most);
-            } else {
-                ++times;
-            }
+            if (!number(most)) most = times + 1;
+            optional = most - std::min(times, most);
+            times = std::max(times, most);
         }
-        if (!left_.starts_with("}")) return addItem({1, 1});
+        if (!left_.starts_with("}")) return addItem(1);
         left_.remove_prefix(1);
-        // Each repetition may be left out by an instruction of its own.
+        // Each may take an instruction of its own to leave it out.
+        add(sum_, {0, optional, optional});
         if (times < 2) return;
-        RegExprSize more{last_.items * (times - 1), (last_.instructions + 1) * (times - 1)};
-        more.items = std::min(more.items, mostS);
-        more.instructions = std::min(more.instructions, mostS);
+        RegExprSize more;
+        more.items = std::min(last_.items * (times - 1), mostS);
+        more.instructions = std::min(last_.instructions * (times - 1), mostS);
+        more.loops = std::min(last_.loops * (times - 1), mostS);
         add(sum_, more);
         add(last_, more);
+        add(last_, {0, optional, optional});
     }
 
     bool number(std::size_t& value) {

@@ -11,6 +11,8 @@ struct RegExprSize {
     std::size_t items = 0;
     /// About the instructions that they take, at the most.
     std::size_t instructions = 0;
+    /// Parts that may be repeated or left out.
+    std::size_t loops = 0;
 };
 
 /// Of any text; what is not well-formed counts as something. Takes time linear in the text.

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "Grammar.h"
 #include "scr/Work.h"
@@ -165,7 +166,16 @@ int CustomLexer::yylex(FND::String* text) {
     return code;
 }
 
+inline void CustomLexer::countMatched() {
+    constexpr std::size_t interval = 4096;
+    // What is made of a byte of text takes far longer than most work on one.
+    constexpr std::size_t workAByte = 16;
+    if (position_ - counted_ > interval) [[unlikely]]
+        countWork(workAByte * (position_ - std::exchange(counted_, position_)));
+}
+
 int CustomLexer::next(std::string_view& text) {
+    countMatched();
     if (const int code = scanCommon(text)) return code;
     const int code = yylex();
     text = tokenText_;
@@ -314,7 +324,10 @@ int CustomLexer::endOfInput() {
     return 0;
 }
 
-void CustomLexer::skip() { position_ += static_cast<std::size_t>(yyleng); }
+void CustomLexer::skip() {
+    position_ += static_cast<std::size_t>(yyleng);
+    countMatched();
+}
 
 void CustomLexer::newLine() {
     skip();

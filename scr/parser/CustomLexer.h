@@ -59,6 +59,8 @@ private:
     int endOfInput();
     void skip();
     void newLine();
+    // Counts what was matched as work of the compile, which can be stopped in it.
+    void countMatched();
     // Line numbers end at the largest one.
     void countLines(std::int64_t lines);
     bool lineDirective();
@@ -68,6 +70,7 @@ private:
     std::string_view tail_;
     std::size_t read_ = 0;      // bytes of the three given to the scanner
     std::size_t position_ = 0;  // bytes matched so far
+    std::size_t counted_ = 0;   // of these, those counted as work
     std::string_view tokenText_;
     int line_ = 1;
     int braceDepth_ = 0;

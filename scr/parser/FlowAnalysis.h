@@ -10,6 +10,7 @@
 #include "fnd/String.h"
 #include "scr/Effect.h"
 #include "scr/Finding.h"
+#include "scr/KeyHash.h"
 
 namespace SCR {
 
@@ -149,7 +150,7 @@ private:
     std::size_t mark_ = 0;  // the trail where the current expression begins
     std::size_t forMark_ = 0;
     std::unordered_map<const FctDescr*, std::unique_ptr<Unit>> functions_;
-    std::unordered_map<FND::String, const Unit*> byName_;
+    std::unordered_map<FND::String, const Unit*, KeyHash> byName_;
     Unit main_;
     Unit* unit_ = &main_;
     std::size_t order_ = 0;

@@ -14,6 +14,7 @@
 #include "scr/Capabilities.h"
 #include "scr/FileAccess.h"
 #include "scr/Log.h"
+#include "scr/Work.h"
 #include "scr/parser/Crypt.h"
 
 namespace SCR {
@@ -161,6 +162,7 @@ bool PreProFileData::nextLine(FND::String& line) {
 bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
     const std::string_view text = this->text();
     const std::size_t begin = next_;
+    std::size_t uncounted = 0;
     while (next_ <= text.size()) {
         const std::size_t first = skipBlanks(text, next_);
         const bool isEmpty = first < text.size() && text[first] == '\n';
@@ -171,6 +173,8 @@ bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
             break;
         }
         next_ = end + 1;
+        uncounted += next_ - first;
+        if (isLong(uncounted)) countWork(std::exchange(uncounted, 0));
     }
     if (next_ == begin) return false;
     lines = text.substr(begin, next_ - 1 - begin);

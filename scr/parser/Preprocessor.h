@@ -9,6 +9,7 @@
 #include "fnd/Export.h"
 #include "fnd/Status.h"
 #include "fnd/String.h"
+#include "scr/KeyHash.h"
 
 namespace SCR {
 
@@ -145,7 +146,7 @@ private:
 
     Log* log_;  // not owned
     PreprocessorOptions options_;
-    std::unordered_set<FND::String> includedNames_;
+    std::unordered_set<FND::String, KeyHash> includedNames_;
     std::vector<PreProFileData> fileStack_;  // the innermost file last
     std::size_t chargedBytes_ = 0;           // what is written and what waits in the file stack
     bool limitExceeded_ = false;
