@@ -328,7 +328,8 @@ bool Interpreter::pushStatement(Node* block) {
 
 bool Interpreter::popStatement() {
     if (statementStack_.size() < 2) return false;
-    statementStack_.back()->close();
+    auto* const statement = dynamic_cast<CompoundStatement*>(statementStack_.back());
+    if (statement != nullptr) statement->close();
     statementStack_.pop_back();
     return true;
 }

@@ -117,6 +117,8 @@ std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> s
     });
 }
 
+std::int32_t LongSwitchCase::execute() { return choose(selector_->result()); }
+
 bool LongSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::Long);
     if (!label) return false;
@@ -264,7 +266,7 @@ bool RegExprSwitchCase::finalSetup() {
     const std::vector<FND::String> patterns = std::move(patterns_);
     const std::vector<std::int32_t> lines = std::move(lines_);
     if (engine_ && engine_->finalSetup()) {
-        if (actInterpreterG->isChecking()) warnOfUnreached(lines);
+        if (actInterpreterG != nullptr && actInterpreterG->isChecking()) warnOfUnreached(lines);
         return true;
     }
     group_ = std::make_unique<FSM::EngineGroup>();
