@@ -1,11 +1,7 @@
 #include "scr/HostExtension.h"
 
-#include <exception>
-#include <stdexcept>
-
-#include "scr/RunControl.h"
-#include "scr/parser/Messages.h"
-#include "scr/parser/ParseErrors.h"
+#include "scr/HostDescriptor.h"
+#include "scr/Interpreter.h"
 
 namespace SCR {
 
@@ -28,47 +24,36 @@ bool HostExtension::insert(const FND::String& name, std::unique_ptr<Variable> va
     return variables_.try_emplace(name, std::move(variable)).second;
 }
 
-bool Host::resolveField(const FieldIds& ids, const FND::String& name, long& id) {
-    if (!ids) return true;
-    id = ids(name);
-    return id >= 0 || SCR_YaccError(Messages::unknownField(name));
+FctDescr* HostExtension::insert(const FND::String& name, Host::Description description) {
+    std::unique_ptr<FctDescr> made = Host::makeDescriptor(name, std::move(description), fieldIds_);
+    FctDescr* const descriptor = made.get();
+    return insert(name, std::move(made)) ? descriptor : nullptr;
 }
 
-namespace {
-
-// Logs why `function` failed when it gives the null value then, and stops the script otherwise.
-void handleFailure(Interpreter& interpreter, const FctDescr& function, const FND::String& reason) {
-    const FND::String message = function.name() + ": " + reason;
-    if (!function.nullOnFailure()) interpreter.runControl().stop(nullptr, message);
-    interpreter.logError(message);
+void* HostExtension::declare(const FND::String& name, int typeCode, const void* value) {
+    return Host::withType(typeCode, [&]<class Type>(Type) -> void* {
+        using Storage = typename Type::Variable;
+        Variable* const present = variable(name);
+        if (auto* const same = dynamic_cast<Storage*>(present);
+            same != nullptr && Node::isLeft(same->dataType())) {
+            return &same->value();
+        }
+        auto made = std::make_unique<Storage>(*static_cast<const typename Type::Value*>(value));
+        void* const stored = &made->value();
+        if (present == nullptr) {
+            insert(name, std::move(made));
+        } else {
+            nameless_.push_back(std::move(made));
+        }
+        return stored;
+    });
 }
 
-}  // namespace
-
-void Host::handleException(Interpreter& interpreter, const FctDescr& function) {
-    FND::String reason = "unknown exception";
-    try {
-        throw;
-    } catch (const ScriptStopped&) {
-        throw;
-    } catch (const std::exception& error) {
-        reason = error.what();
-    } catch (...) {
-    }
-    handleFailure(interpreter, function, reason);
-}
-
-bool Host::hasReturned(Interpreter& interpreter, const FctDescr& function) {
-    RunControl& control = interpreter.runControl();
-    const bool hasFailed = control.hasFailed();
-    if (hasFailed) [[unlikely]]
-        handleFailure(interpreter, function, control.takeFailure());
-    control.ask(nullptr);
-    return !hasFailed;
-}
-
-void Host::throwOutOfRange(const FND::String& number) {
-    throw std::out_of_range("value out of range '" + number + "'");
+bool HostExtension::declareConstant(const FND::String& name, int typeCode, const void* value) {
+    return Host::withType(typeCode, [&]<class Type>(Type) {
+        const auto& constant = *static_cast<const typename Type::Value*>(value);
+        return insert(name, std::make_unique<typename Type::Variable>(constant, true));
+    });
 }
 
 }  // namespace SCR

@@ -8,8 +8,10 @@
 
 #include "fnd/Export.h"
 #include "scr/Extension.h"
+#include "scr/FctDescr.h"
 #include "scr/HostFunction.h"
 #include "scr/HostTypes.h"
+#include "scr/Interpreter.h"
 
 namespace SCR {
 
@@ -112,8 +114,11 @@ public:
 private:
     // Keeps `variable` under the name; false when that is taken.
     bool insert(const FND::String& name, std::unique_ptr<Variable> variable);
-    // Keeps a variable without a name.
-    void keep(std::unique_ptr<Variable> variable) { nameless_.push_back(std::move(variable)); }
+    // The descriptor of the function made so; null when the name is taken.
+    FctDescr* insert(const FND::String& name, Host::Description description);
+    // Where the value of the variable declared so is, one of the type of `typeCode`.
+    void* declare(const FND::String& name, int typeCode, const void* value);
+    bool declareConstant(const FND::String& name, int typeCode, const void* value);
 
     const FND::String name_;
     std::unordered_map<FND::String, std::unique_ptr<Variable>> variables_;
@@ -144,10 +149,7 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
         static_assert(Signature::maximum <= 9, "a host function takes at most nine arguments");
         if constexpr (Signature::parametersKnown && Signature::optionalsLast &&
                       Signature::resultKnown && Signature::maximum <= 9) {
-            auto function = std::make_unique<Host::Function<Bare>>(
-                name, std::make_shared<Bare>(std::forward<F>(callable)), fieldIds_);
-            FctDescr* const descriptor = function.get();
-            return insert(name, std::move(function)) ? descriptor : nullptr;
+            return insert(name, Host::describe(std::make_shared<Bare>(std::forward<F>(callable))));
         }
     }
     return nullptr;
@@ -169,11 +171,12 @@ FctDescr* HostExtension::field(const FND::String& name, R&& reader, W&& writer) 
                       "of the type that the reader gives, and give void or bool; neither has "
                       "out-parameters, and the reader gives a value");
         if constexpr (fits) {
-            auto field = std::make_unique<Host::Field<Reader, Writer>>(
-                name, std::make_shared<Reader>(std::forward<R>(reader)),
-                std::make_shared<Writer>(std::forward<W>(writer)), fieldIds_);
-            FctDescr* const descriptor = field.get();
-            return insert(name, std::move(field)) ? descriptor : nullptr;
+            Host::Description field =
+                Host::describe(std::make_shared<Reader>(std::forward<R>(reader)));
+            field.result |= TypeCode::LeftFlag;
+            field.writer = std::make_shared<Writer>(std::forward<W>(writer));
+            field.write = Host::writeBy<Writer>;
+            return insert(name, std::move(field));
         }
     }
     return nullptr;
@@ -186,20 +189,8 @@ HostVariable<T> HostExtension::variable(const FND::String& name,
                   "a host variable is of type long, bool, FND::String, FND::Decimal, "
                   "FND::DateTime or FND::Identifier");
     if constexpr (Host::Stored<T>) {
-        using Storage = typename Host::TypeOf<T>::Type::Variable;
-        Variable* const present = variable(name);
-        if (auto* const same = dynamic_cast<Storage*>(present);
-            same != nullptr && Node::isLeft(same->dataType())) {
-            return HostVariable<T>(same->value());
-        }
-        auto storage = std::make_unique<Storage>(value);
-        T& stored = storage->value();
-        if (present == nullptr) {
-            insert(name, std::move(storage));
-        } else {
-            keep(std::move(storage));
-        }
-        return HostVariable<T>(stored);
+        return HostVariable<T>(
+            *static_cast<T*>(declare(name, Host::TypeOf<T>::Type::typeCode, &value)));
     }
 }
 
@@ -208,18 +199,18 @@ bool HostExtension::constant(const FND::String& name, const T& value) {
     if constexpr (Host::Integer<T>) {
         static_assert(sizeof(T) < sizeof(long) || std::is_signed_v<T>,
                       "a constant of the type Long holds signed numbers of 64 bits");
-        return insert(name, std::make_unique<LongVariable>(static_cast<long>(value), true));
+        const long number = value;
+        return declareConstant(name, TypeCode::Long, &number);
     } else if constexpr (Host::Stored<T>) {
-        using Storage = typename Host::TypeOf<T>::Type::Variable;
-        return insert(name, std::make_unique<Storage>(value, true));
+        return declareConstant(name, Host::TypeOf<T>::Type::typeCode, &value);
     } else {
         constexpr bool isText = std::is_convertible_v<const T&, std::string_view>;
         static_assert(isText,
                       "a host constant is an integer, a bool, a text, FND::Decimal, "
                       "FND::DateTime or FND::Identifier");
         if constexpr (isText) {
-            const std::string_view text = value;
-            return insert(name, std::make_unique<StringVariable>(FND::String(text), true));
+            const FND::String text{std::string_view(value)};
+            return declareConstant(name, TypeCode::String, &text);
         } else {
             return false;
         }

@@ -19,6 +19,8 @@ namespace NodeMemory {
 /// `bytes` of memory, aligned for every type of that size that `new` would serve. Throws
 /// std::bad_alloc, and `ScriptStopped` when the script being compiled may take no more.
 KESTREL_API void* take(std::size_t bytes);
+/// The same; null where that throws.
+KESTREL_API void* takeOrNull(std::size_t bytes) noexcept;
 /// Gives back what `take` gave for as many bytes.
 KESTREL_API void give(void* memory, std::size_t bytes) noexcept;
 
@@ -57,11 +59,7 @@ public:
         ::operator delete(object, alignment);
     }
     static void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
-        try {
-            return NodeMemory::take(bytes);
-        } catch (...) {
-            return nullptr;
-        }
+        return NodeMemory::takeOrNull(bytes);
     }
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
     static void operator delete(void* /*object*/, void* /*place*/) noexcept {}

@@ -46,6 +46,23 @@ add_test(NAME package.pkgconfig COMMAND make
     CXXFLAGS=${flags} run)
 add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kestrel
     run -e "if (strLength(\"installed\") > 3) { logStdout(\"runs\"); }")
+# Hosts without exceptions or run-time type information, whatever compiler builds them.
+if(NOT KESTREL_SANITIZE)
+    foreach(compiler g++ clang++)
+        find_program(KESTREL_${compiler} ${compiler})
+        foreach(flag -fno-exceptions -fno-rtti)
+            if(KESTREL_${compiler})
+                set(name package.plain.${compiler}${flag})
+                add_test(NAME ${name} COMMAND ${CMAKE_COMMAND}
+                    -DCOMPILER=${KESTREL_${compiler}} -DFLAG=${flag} -DPREFIX=${work}/prefix
+                    -DINCLUDEDIR=${kestrel_include_dir} -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
+                    -DSOURCE=${CMAKE_CURRENT_SOURCE_DIR}/install/plain.cpp -DWORK=${work}/${name}
+                    -P ${CMAKE_CURRENT_SOURCE_DIR}/plain_host.cmake)
+                set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED package_install)
+            endif()
+        endforeach()
+    endforeach()
+endif()
 set_tests_properties(package.clear PROPERTIES FIXTURES_SETUP package_clear)
 set_tests_properties(package.install PROPERTIES
     FIXTURES_REQUIRED package_clear FIXTURES_SETUP package_install)
