@@ -1,6 +1,7 @@
 #include "scr/Interpreter.h"
 
 #include <algorithm>
+#include <typeinfo>
 #include <utility>
 
 #include "fnd/TimeZone.h"
@@ -9,6 +10,7 @@
 #include "scr/Extension.h"
 #include "scr/FileAccess.h"
 #include "scr/Function.h"
+#include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
 #include "scr/Memory.h"
 #include "scr/Variable.h"
@@ -297,7 +299,14 @@ Extension* Interpreter::extension(const FND::String& name) {
 
 bool Interpreter::insertExtension(Extension* extension) {
     return contain(*this, [&] {
+        if (extension == nullptr) return false;
         if (this->extension(extension->extensionName()) != nullptr) return false;
+        makeRoom(extensions_);
+        // By address: a program built without type information has none to compare by name.
+        if (&typeid(*extension) == &typeid(HostExtension) &&
+            !static_cast<HostExtension&>(*extension).enter(*this)) {
+            return false;
+        }
         extensions_.emplace_back(extension);
         return true;
     });
@@ -375,6 +384,11 @@ Variable* Interpreter::getVariable(const FND::String& module, const FND::String&
         if (Variable* const variable = extension->variable(name)) return variable;
     }
     return nullptr;
+}
+
+bool Interpreter::isPredefined(const FND::String& name) const {
+    return globalIdentifiers_.contains(name) ||
+           (mainExtension_ != nullptr && mainExtension_->variable(name) != nullptr);
 }
 
 Function* Interpreter::getFunction(const FND::String& name) { return functions_.find(name); }

@@ -109,8 +109,8 @@ public:
 
     /// The extension named `name`, or null; the interpreter owns it.
     Extension* extension(const FND::String& name);
-    /// True: the interpreter owns `extension` now. False: one of its name is present, or an error
-    /// was logged, and the caller still owns it.
+    /// True: the interpreter owns `extension` now. False: it is null, one of its name is present,
+    /// or an error was logged, and the caller still owns it.
     bool insertExtension(Extension* extension);
 
     /// Whether the host may use the script: true until a script says otherwise.
@@ -172,6 +172,9 @@ public:
     /// constants, then the extensions in the order of insertion. A module restricts the search to
     /// the extension of that name.
     Variable* getVariable(const FND::String& module, const FND::String& name);
+    /// Whether `name` is a constant of the host or built in, which are found before what extensions
+    /// supply.
+    bool isPredefined(const FND::String& name) const;
     /// The user function `name`, or null.
     Function* getFunction(const FND::String& name);
     /// Registers a user function and opens it as a block. True: the interpreter owns it now. False:

@@ -200,6 +200,18 @@ inline Text cannotUse(const Text& name, const Text& reason) {
     return "can not use " + name + ": " + reason;
 }
 inline const Text generatorFailed = "generator function failed";
+inline Text extensionRefused(const Text& extension, const Text& reason) {
+    return "ERROR: extension " + quoted(extension) + ": " + reason;
+}
+inline Text extensionTaken(const Text& extension) {
+    return "ERROR: there is an extension " + quoted(extension) + " already";
+}
+inline Text noIdentifier(const Text& name) { return quoted(name) + " is no identifier"; }
+inline Text nameTaken(const Text& name) { return "the name " + quoted(name) + " is taken"; }
+inline Text onlyQualified(const Text& extension, const Text& name) {
+    return warning("", "extension " + quoted(extension) + ": scripts reach " + quoted(name) +
+                           " by " + quoted(extension + "::" + name) + " only");
+}
 inline Text duplicateExtension(const Text& name) { return "warning: duplicate extension " + name; }
 
 }  // namespace SCR::Messages
