@@ -317,6 +317,7 @@ void Interpreter::logError(const FND::String& message) { log(message, FND::Statu
 void Interpreter::logOutOfMemory() { log(outOfMemoryS, FND::Status::Error); }
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
+    if (severity >= FND::Status::Error) ++errorCount_;
     // A log may call the interpreter, which may log.
     constexpr int most = 8;
     if (log_ == nullptr || openLogs_ >= most) return;

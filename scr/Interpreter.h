@@ -148,6 +148,8 @@ public:
 
     // What a log throws is dropped with its message.
 
+    /// How many errors were logged so far.
+    std::uint64_t errorCount() const { return errorCount_; }
     /// Logs `message` as an error.
     void logError(const FND::String& message);
     /// Logs that there is no memory; takes none.
@@ -221,6 +223,7 @@ private:
     NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
     std::int64_t compiledLines_ = 0;
+    std::uint64_t errorCount_ = 0;
     std::uint64_t generation_ = 0;
     int openLogs_ = 0;  // calls of the log within each other
     bool isCompiling_ = false;

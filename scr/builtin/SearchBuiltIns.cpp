@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "scr/ElementAccess.h"
+#include "scr/ElementClass.h"
 #include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
@@ -159,7 +160,7 @@ public:
         node->separator_ = stack.pop<StringNode>();
         node->text_ = stack.pop<StringNode>();
         node->array_ = stack.pop<ArrayNode>();
-        if (Node::baseType(node->array_->containerType()) != TypeCode::String) {
+        if (!holdsStrings(*node->array_)) {
             SCR_YaccError(Messages::expectedStringArray(1, descriptor.name()));
             return nullptr;
         }

@@ -64,6 +64,15 @@ inline Text argumentNotConst(int position, const Text& signature) {
 inline Text notCallable(int type) {
     return "type " + quoted(typeName(type)) + " can not be called as function";
 }
+inline Text noCallMade(const Text& signature) {
+    return "call of " + quoted(signature) + " could not be made";
+}
+inline Text argumentsLeft(const Text& signature) {
+    return "the factory of " + quoted(signature) + " does not take the arguments of its call";
+}
+inline Text wrongCallMade(const Text& signature) {
+    return "the factory of " + quoted(signature) + " made a node of another type";
+}
 inline const Text noDescription = "internal compiler error: no function description";
 inline Text unknownFunction(const Text& name) { return "unknown function " + quoted(name); }
 inline Text unsupportedReturnType(int type) {
@@ -104,6 +113,10 @@ inline Text unknownIdentifier(const Text& module, const Text& name) {
 }
 inline Text unknownIdentifierType(const Text& name) {
     return "unknown datatype for identifier " + quoted(name);
+}
+inline Text foreignVariable(const Text& name, int type) {
+    return "identifier " + quoted(name) + " is of another class than that of the type " +
+           quoted(typeName(type));
 }
 inline Text noElementAccess(int type) {
     return "elements of type " + quoted(typeName(type)) + " can not be accessed";
@@ -147,6 +160,10 @@ inline Text patternComparisonType(int actual) {
 inline Text illegalPattern(const Text& pattern, const Text& reason) {
     return "illegal pattern " + quoted(pattern) + ": " + reason;
 }
+
+inline const Text conditionRefused = "the condition was refused";
+inline const Text comparisonRefused = "the pattern comparison was refused";
+inline const Text wrongComparisonMade = "the pattern comparison made a node of another type";
 
 // Switch statements.
 inline Text switchType(int actual) {
