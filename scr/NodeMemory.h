@@ -29,7 +29,7 @@ class Pool;
 /// While it lives, what its thread takes comes from blocks of its own, which are charged to the
 /// script being compiled, for as long as that is there. What is given back meanwhile is taken
 /// again. May be nested; made and destroyed by one thread.
-class Scope {
+class KESTREL_API Scope {
 public:
     Scope();
     Scope(const Scope&) = delete;
