@@ -34,10 +34,6 @@ public:
     /// The path numbers in decimal, separated by one blank each; "" if there are none.
     FND::String pathString() const;
 
-    /// The state reached on byte `c`: the explicit transition on `c`, else the wild-card successor
-    /// unless `c` is newline, else null.
-    virtual State* succState(unsigned char c) const = 0;
-
     /// The states reached without a byte; none for a deterministic state.
     virtual const std::vector<State*>& epsilonSuccStates() const;
     /// Adds a move to `target` (not owned) that takes no byte. Nothing in a deterministic state.
@@ -59,6 +55,10 @@ public:
     /// `indent` blanks before each. States are named by `numbers`, or "?" if they are not in there.
     virtual void print(const std::map<const State*, int>& numbers, std::ostream& out,
                        int indent) const;
+
+    /// The state reached on byte `c`: the explicit transition on `c`, else the wild-card successor
+    /// unless `c` is newline, else null.
+    virtual State* succState(unsigned char c) const = 0;
 
     /// The identifier: unique in the process and ascending for non-deterministic states, -1 for
     /// deterministic ones.

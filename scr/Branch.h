@@ -10,7 +10,7 @@
 namespace SCR {
 
 /// A statement as it is run: as data, or by a call of its node, which another one owns.
-struct Step {
+struct KESTREL_API Step {
     Node* node = nullptr;
     LongStep sum;
 
@@ -56,7 +56,7 @@ private:
 
 /// How a statement is run, which somebody else owns: as data, by running what is in the block that
 /// it is, or by a call of its node.
-class StatementRun {
+class KESTREL_API StatementRun {
 public:
     /// Of no statement: does nothing.
     StatementRun() = default;

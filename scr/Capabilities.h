@@ -21,7 +21,7 @@ namespace SCR {
 /// Unless everything is allowed, files of /proc, /sys and /dev and devices are granted only below a
 /// directory that lies in one of these itself, but for the devices null and full, which count as
 /// files of /dev: what is written to /proc/self/mem is run.
-struct Capabilities {
+struct KESTREL_API Capabilities {
     bool files = true;    ///< Functions that read or write files.
     bool shell = true;    ///< `system`.
     bool env = true;      ///< Reading the environment.

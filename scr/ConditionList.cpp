@@ -54,11 +54,11 @@ class ConstantPattern final : public PendingBuild {
 public:
     explicit ConstantPattern(std::unique_ptr<StringNode> pattern) : pattern_(std::move(pattern)) {}
 
-    std::optional<FND::String> build(Interpreter& interpreter, std::size_t /*step*/,
+    std::optional<FND::String> build(Interpreter* interpreter, std::size_t /*step*/,
                                      const FND::String& /*file*/) override {
         FND::String error;
         const FND::String& pattern = pattern_->result();
-        if (compiled_.compile(interpreter, pattern, error)) return std::nullopt;
+        if (compiled_.compile(*interpreter, pattern, error)) return std::nullopt;
         return Messages::illegalPattern(pattern, error);
     }
 
@@ -244,7 +244,7 @@ bool ConditionList::comparePattern(Interpreter& interpreter, ParserStack& stack)
                           TypeCode::Bool, traits);
     }
     auto constant = std::make_shared<ConstantPattern>(std::move(pattern));
-    return buildLater(interpreter, constant) &&
+    return buildLater(constant) &&
            pushNested(std::make_unique<ConstantMatch>(std::move(text), std::move(constant)),
                       TypeCode::Bool, traits);
 }

@@ -120,15 +120,12 @@ std::unique_ptr<Node> makeHashAccess(const Variable* prototype, Arguments&&... a
 using IndexPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongAddition,
                            LongSubtraction, LongRemainder>;
 
-// A host's own class may have the code of one of ours, but is no such variable.
-bool isAccessible(const Variable& prototype) { return !ElementClass::of(prototype).isBoxed; }
-
 }  // namespace
 
 std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<ArrayNode> container,
                                   std::unique_ptr<LongNode> index) {
     const Variable* const prototype = container->defaultValue();
-    if (!isAccessible(*prototype)) return nullptr;
+    if (!hasClassOfType(*prototype)) return nullptr;
     return withContainer<Array, ArrayVariableAccess>(std::move(container), [&](auto array) {
         const auto make = [&](auto place) {
             return makeArrayAccess<decltype(array), decltype(place)>(
@@ -148,7 +145,7 @@ std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<Arra
 std::unique_ptr<Node> hashAccess(Interpreter& interpreter, std::unique_ptr<HashNode> container,
                                  std::unique_ptr<StringNode> key, bool containerIsActive) {
     const Variable* const prototype = container->defaultValue();
-    if (!isAccessible(*prototype)) return nullptr;
+    if (!hasClassOfType(*prototype)) return nullptr;
     return withContainer<Hash, HashVariableAccess>(std::move(container), [&](auto hash) {
         return withOperand<StringType>(std::move(key), [&](auto name) {
             return makeHashAccess<decltype(hash), decltype(name)>(

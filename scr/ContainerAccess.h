@@ -41,12 +41,15 @@ private:
 /// can not be had, give the type's empty value or no container, and nothing can be stored under
 /// them; the latter is logged as an error once per execution. Null, with the operands destroyed,
 /// when elements of the type can not be accessed. The interpreter must outlive the node.
-std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<ArrayNode> container,
-                                  std::unique_ptr<LongNode> index);
+KESTREL_API std::unique_ptr<Node> arrayAccess(Interpreter& interpreter,
+                                              std::unique_ptr<ArrayNode> container,
+                                              std::unique_ptr<LongNode> index);
 
 /// The element of `container` under `key`, in the same way. `containerIsActive` tells whether
 /// evaluating the container may run script code.
-std::unique_ptr<Node> hashAccess(Interpreter& interpreter, std::unique_ptr<HashNode> container,
-                                 std::unique_ptr<StringNode> key, bool containerIsActive);
+KESTREL_API std::unique_ptr<Node> hashAccess(Interpreter& interpreter,
+                                             std::unique_ptr<HashNode> container,
+                                             std::unique_ptr<StringNode> key,
+                                             bool containerIsActive);
 
 }  // namespace SCR

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "scr/Array.h"
+#include "scr/FctDescr.h"
 #include "scr/Hash.h"
 #include "scr/Memory.h"
 
@@ -232,5 +233,36 @@ const ElementClass* ElementClass::ofValues(const Variable& prototype) {
     if (isA<DateVariable>(prototype)) return &ValuesOnly<DateVariable>::classCM;
     return nullptr;
 }
+
+bool hasClassOfType(const Variable& variable) {
+    switch (Node::baseType(variable.dataType())) {
+        case TypeCode::Long:
+            return isA<LongVariable>(variable);
+        case TypeCode::Decimal:
+            return isA<DecimalVariable>(variable);
+        case TypeCode::String:
+            return isA<StringVariable>(variable);
+        case TypeCode::Date:
+            return isA<DateVariable>(variable);
+        case TypeCode::Bool:
+            return isA<BoolVariable>(variable);
+        case TypeCode::Nexid:
+            return isA<NexidVariable>(variable);
+        case TypeCode::Adt:
+            return isA<AdtVariable>(variable);
+        case TypeCode::File:
+            return isA<FileVariable>(variable);
+        case TypeCode::Array:
+            return isA<Array>(variable);
+        case TypeCode::Hash:
+            return isA<Hash>(variable);
+        case TypeCode::Function:
+            return isA<FctDescr>(variable) || dynamic_cast<const FctDescr*>(&variable) != nullptr;
+        default:
+            return false;
+    }
+}
+
+bool holdsStrings(const ArrayNode& array) { return isA<StringVariable>(*array.defaultValue()); }
 
 }  // namespace SCR

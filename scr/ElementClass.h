@@ -40,4 +40,11 @@ struct ElementClass {
     }
 };
 
+/// Whether the class of `variable` is the one of this library for its type, so that it may be used
+/// as such: a host may have made a class of its own, or changed the type word.
+bool hasClassOfType(const Variable& variable);
+
+/// Whether the elements of `array` are Strings of this library.
+bool holdsStrings(const ArrayNode& array);
+
 }  // namespace SCR

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
+#include "scr/parser/ActionSupport.h"
 #include "scr/parser/Analyses.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
@@ -29,12 +30,12 @@ bool convertArgument(const FctDescr& descriptor, ParserStack& stack, int index, 
                 Messages::wrongArgument(expected, actual, index + 1, descriptor.signature()));
         }
         const auto fromTop = static_cast<std::size_t>(count - 1 - index);
-        Node* const converted = stack.data(fromTop)->promote(Node::baseType(expected));
-        if (converted == nullptr) {
+        std::unique_ptr<Node> converted(stack.data(fromTop)->promote(Node::baseType(expected)));
+        if (!converted || !hasClassOfType(*converted, Node::baseType(expected))) {
             return SCR_YaccError(
                 Messages::conversionFailed(actual, expected, descriptor.signature()));
         }
-        stack.replaceData(fromTop, std::unique_ptr<Node>(converted));
+        stack.replaceData(fromTop, std::move(converted));
     }
     if (Node::isLeft(expected) && !Node::isLeft(actual)) {
         return SCR_YaccError(Messages::argumentNotLeft(index + 1, descriptor.signature()));
@@ -67,7 +68,14 @@ Variable* FctDescr::clone() const { return new FctDescr(*this); }
 void FctDescr::addArg(int typeWord) {
     argTypes_.push_back(typeWord);
     ++minimum_;
-    ++maximum_;
+    if (maximum_ != anyNumber) ++maximum_;
+}
+
+void FctDescr::addRest(int typeWord) {
+    // What is declared beyond the maximum does not count.
+    if (maximum_ != anyNumber) argTypes_.resize(static_cast<std::size_t>(maximum_));
+    maximum_ = anyNumber;
+    restType_ = typeWord;
 }
 
 FND::String FctDescr::signature() const {
@@ -79,12 +87,14 @@ FND::String FctDescr::signature() const {
         }
     };
     addTypes(0, minimum_);
-    if (maximum_ == anyNumber) {
+    if (maximum_ == anyNumber && restType_ == 0) {
         text += minimum_ > 0 ? ",..." : "...";
     } else if (maximum_ != minimum_) {
+        const bool hasRest = maximum_ == anyNumber;
         text += minimum_ > 0 ? ",[" : "[";
-        addTypes(minimum_, maximum_);
-        text += "]";
+        const int declared = static_cast<int>(argTypes_.size());
+        addTypes(minimum_, hasRest ? std::max(minimum_, declared) + 1 : maximum_);
+        text += hasRest ? "...]" : "]";
     }
     return text + ")";
 }
@@ -133,18 +143,43 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     const int count = stack.topNumParams();
     tellAnalyses(interpreter, [&](auto& analysis) { analysis.call(*this, stack, count); });
     if (minimum_ > count) return SCR_YaccError(Messages::missingParameter(signature()));
-    if (maximum_ != anyNumber) {
-        if (maximum_ < count) return SCR_YaccError(Messages::toManyArguments(signature()));
-        if (!convertArguments(stack, count)) return false;
+    const bool isChecked = maximum_ != anyNumber || restType_ != 0;
+    if (maximum_ != anyNumber && maximum_ < count) {
+        return SCR_YaccError(Messages::toManyArguments(signature()));
     }
+    if (isChecked && !convertArguments(stack, count)) return false;
     const OperandTraits traits = traitsOfCall(stack, count);
     if (traits.depth > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
-    Node* const node = factory_(interpreter, stack, *this);
-    if (node == nullptr) return false;
-    tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node); });
-    stack.pushData(node, returnType_, traits);
+    if (isBuiltIn_) {
+        Node* const node = factory_(interpreter, stack, *this);
+        if (node == nullptr) return false;
+        tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node); });
+        stack.pushData(node, returnType_, traits);
+        return true;
+    }
+    return makeNode(interpreter, stack, count, traits);
+}
+
+// Holds a factory that is not of this library to its contract.
+bool FctDescr::makeNode(Interpreter& interpreter, ParserStack& stack, int count,
+                        OperandTraits traits) const {
+    const ErrorWatch watch(interpreter);
+    std::unique_ptr<Node> node;
+    {
+        const bool hasTypes = maximum_ == anyNumber && restType_ == 0;
+        const auto nodes = static_cast<std::size_t>(count);
+        const ParserStack::CallScope scope(stack, nodes, hasTypes ? nodes : 0);
+        if (factory_ != nullptr) node.reset(factory_(interpreter, stack, *this));
+        if (!node) return watch.fail(Messages::noCallMade(signature()));
+        if (!scope.isDone()) return SCR_YaccError(Messages::argumentsLeft(signature()));
+    }
+    if (!hasClassOfType(*node, returnType_)) {
+        return SCR_YaccError(Messages::wrongCallMade(signature()));
+    }
+    tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node.get()); });
+    stack.pushData(node.release(), returnType_, traits);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "fnd/Export.h"
@@ -10,6 +11,7 @@
 
 namespace SCR {
 
+struct BuiltIn;
 class Interpreter;
 class ParserStack;
 struct OperandTraits;
@@ -21,10 +23,13 @@ struct OperandTraits;
 class KESTREL_API FctDescr : public Variable {
 public:
     /// Pops its arguments, last first, from the parser stack (already converted to the declared
-    /// types) and gives the call's node, which the caller owns; null after a report on failure.
+    /// types, and without their type words) and gives the call's node, which the caller owns; null
+    /// after a report on failure. The node is of the class that the descriptor's type asks for:
+    /// `LongNode` for a Long, `LongDataNode` when it is a left value, and so on.
     using Factory = Node* (*)(Interpreter&, ParserStack&, const FctDescr&);
 
-    /// The maximum count of a function that takes any number of arguments.
+    /// The maximum count of a function that takes any number of arguments. They are neither checked
+    /// nor converted then, and their type words are on the stack, unless there is a rest type.
     static constexpr int anyNumber = -1;
 
     /// Argument types are type codes, with `TypeCode::LeftFlag` where the argument must be an
@@ -39,16 +44,23 @@ public:
     /// Declares one argument more, which every call must give.
     void addArg(int typeWord);
 
+    /// Lets calls give any number of arguments after those declared so far, each of the type word
+    /// `typeWord`. Unlike those of a function that just has the maximum `anyNumber`, all are
+    /// checked and converted.
+    void addRest(int typeWord);
+
     const FND::String& name() const { return name_; }
     int returnType() const { return returnType_; }
     int minimum() const { return minimum_; }
     int maximum() const { return maximum_; }
     Factory factory() const { return factory_; }
-    /// The type word of argument `index`, 0-based; 0 when none is declared there.
+    /// The type word of argument `index`, 0-based: beyond those declared that of the rest, or 0.
     int argType(int index) const {
         const auto i = static_cast<std::size_t>(index);
-        return index >= 0 && i < argTypes_.size() ? argTypes_[i] : 0;
+        return index >= 0 && i < argTypes_.size() ? argTypes_[i] : restType_;
     }
+    /// The type word that `addRest` was given, or 0.
+    int restType() const { return restType_; }
 
     /// Whether a call may run script code or change variables or containers, whatever its arguments
     /// are. True unless said otherwise: what a host's function does is not known.
@@ -85,15 +97,21 @@ protected:
     FctDescr(const FctDescr&) = default;  // for `clone`
 
 private:
+    friend std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn);
+
     bool convertArguments(ParserStack& stack, int count) const;
     OperandTraits traitsOfCall(const ParserStack& stack, int count) const;
+    bool makeNode(Interpreter& interpreter, ParserStack& stack, int count,
+                  OperandTraits traits) const;
 
     FND::String name_;
     int returnType_;
     int minimum_;
     int maximum_;
     std::vector<int, NodeAllocator<int>> argTypes_;
+    int restType_ = 0;
     Factory factory_;
+    bool isBuiltIn_ = false;  // the factory's nodes need no check
     bool isActive_ = true;
     bool nullOnFailure_ = false;
     bool isChained_ = false;

@@ -8,10 +8,22 @@
 
 #include "fnd/Export.h"
 #include "scr/Extension.h"
+#include "scr/FctDescr.h"
 #include "scr/HostFunction.h"
 #include "scr/HostTypes.h"
+#include "scr/Interpreter.h"
 
 namespace SCR {
+
+namespace Host {
+
+/// Where a variable has its value, and whether scripts see it.
+struct Storage {
+    void* value;
+    bool isDeclared;
+};
+
+}  // namespace Host
 
 /// A variable that a host shares with scripts: reads and writes go straight to the storage that the
 /// script uses. Stands for that variable like a reference; owned by the extension that made it and
@@ -20,7 +32,7 @@ namespace SCR {
 template <class T>
 class HostVariable {
 public:
-    explicit HostVariable(T& value) : value_(&value) {}
+    HostVariable(T& value, bool isDeclared) : value_(&value), isDeclared_(isDeclared) {}
     HostVariable(const HostVariable&) = default;
     // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): assigns the value, which may be its own
     HostVariable& operator=(const HostVariable& other) { return *this = *other.value_; }
@@ -31,9 +43,12 @@ public:
     const T& value() const { return *value_; }
     void value(const T& value) { *value_ = value; }
     operator const T&() const { return *value_; }
+    /// Whether scripts see it: false when its name was refused.
+    bool isDeclared() const { return isDeclared_; }
 
 private:
     T* value_;  // in a variable of the extension
+    bool isDeclared_;
 };
 
 /// An extension that a host fills with functions, variables and constants of its own, without
@@ -43,16 +58,21 @@ private:
 ///     host->function("area", [](long width, long height) { return width * height; });
 ///     auto total = host->variable<long>("total");
 ///
-/// Add names before the scripts that use them are compiled. A name is given once: for one that is
-/// taken, nothing changes and the result tells so. Scripts call the functions on the thread that
-/// runs the interpreter, which is the only one to use the extension and its variables.
+/// Add names before the scripts that use them are compiled. A name is an identifier and given once:
+/// for any other, and for one that is taken, nothing changes, the result tells so and an error is
+/// logged. For a name that scripts reach only after "host::" a warning is logged: it is a keyword,
+/// built in or a global constant of the host. The interpreter's log gets these messages, at the
+/// latest when the extension is inserted. Scripts call the functions on the thread that runs the
+/// interpreter, which is the only one to use the extension and its variables.
 class KESTREL_API HostExtension final : public Extension {
 public:
-    /// `name` is the module name, which scripts may put before the extension's names.
+    /// `name` is the module name, which scripts may put before the extension's names: an
+    /// identifier, or no interpreter takes the extension.
     explicit HostExtension(FND::String name);
     ~HostExtension() override;
 
-    /// Inserts a new extension, which `interpreter` owns. Null when it has one of this name.
+    /// Inserts a new extension, which `interpreter` owns. Null, after a logged error, when it has
+    /// one of this name or the name is no identifier.
     static HostExtension* insert(Interpreter& interpreter, const FND::String& name);
 
     /// Makes `callable`, a function pointer, lambda or functor, the function `name` of scripts. The
@@ -72,7 +92,7 @@ public:
     /// A callable that throws, or calls `Interpreter::fail`, stops the script as a limit does: the
     /// log says where and "name: what", variables keep their values, and `execute` gives false.
     ///
-    /// Gives the descriptor, owned by the extension, or null when the name is taken. A function
+    /// Gives the descriptor, owned by the extension, or null when the name is refused. A function
     /// after whose failure scripts should go on says so by `nullOnFailure(true)`: the log gets
     /// "name: what" then, and the script the null value of the type. One that neither runs script
     /// code nor changes variables may say so by `isActive(false)`: scripts then spare copies of
@@ -96,13 +116,13 @@ public:
 
     /// Declares a variable that scripts see as `name` and the host by the result: `T` is `long`,
     /// `bool`, `FND::String`, `FND::Decimal`, `FND::DateTime` or `FND::Identifier`. When the name
-    /// is taken by a variable of the same type, gives that one, unchanged; when it is taken by
-    /// anything else, one that scripts do not see.
+    /// is taken by a variable of the same type, gives that one, unchanged; when it is refused,
+    /// one that scripts do not see, which `isDeclared` tells.
     template <class T>
     HostVariable<T> variable(const FND::String& name, const std::type_identity_t<T>& value = T{});
 
     /// Declares a constant of the type that fits `value`: an integer, a bool, a text or one of the
-    /// value classes. False when the name is taken.
+    /// value classes. False when the name is refused.
     template <class T>
     bool constant(const FND::String& name, const T& value);
 
@@ -110,12 +130,24 @@ public:
     Variable* variable(const FND::String& name) override;
 
 private:
-    // Keeps `variable` under the name; false when that is taken.
-    bool insert(const FND::String& name, std::unique_ptr<Variable> variable);
-    // Keeps a variable without a name.
-    void keep(std::unique_ptr<Variable> variable) { nameless_.push_back(std::move(variable)); }
+    friend class Interpreter;
+
+    // Called before `interpreter` takes the extension over, whose log gets the messages from now
+    // on. False, after a message, when the extension's name is no identifier.
+    bool enter(Interpreter& interpreter);
+    void log(const FND::String& message, FND::Status::Severity severity);
+
+    // Keeps `variable` under the name, unless that is refused; false, after a message, then.
+    bool insert(const FND::String& name, std::unique_ptr<Variable>& variable);
+    // The descriptor of the function made so, or null.
+    FctDescr* insert(const FND::String& name, Host::Description description);
+    // The variable declared so, with a value of the type of `typeCode`.
+    Host::Storage declare(const FND::String& name, int typeCode, const void* value);
+    bool declareConstant(const FND::String& name, int typeCode, const void* value);
 
     const FND::String name_;
+    Interpreter* interpreter_ = nullptr;                                   // owns the extension
+    std::vector<std::pair<FND::String, FND::Status::Severity>> messages_;  // until it does
     std::unordered_map<FND::String, std::unique_ptr<Variable>> variables_;
     std::vector<std::unique_ptr<Variable>> nameless_;
     Host::FieldIds fieldIds_;
@@ -144,10 +176,7 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
         static_assert(Signature::maximum <= 9, "a host function takes at most nine arguments");
         if constexpr (Signature::parametersKnown && Signature::optionalsLast &&
                       Signature::resultKnown && Signature::maximum <= 9) {
-            auto function = std::make_unique<Host::Function<Bare>>(
-                name, std::make_shared<Bare>(std::forward<F>(callable)), fieldIds_);
-            FctDescr* const descriptor = function.get();
-            return insert(name, std::move(function)) ? descriptor : nullptr;
+            return insert(name, Host::describe(std::make_shared<Bare>(std::forward<F>(callable))));
         }
     }
     return nullptr;
@@ -169,11 +198,12 @@ FctDescr* HostExtension::field(const FND::String& name, R&& reader, W&& writer) 
                       "of the type that the reader gives, and give void or bool; neither has "
                       "out-parameters, and the reader gives a value");
         if constexpr (fits) {
-            auto field = std::make_unique<Host::Field<Reader, Writer>>(
-                name, std::make_shared<Reader>(std::forward<R>(reader)),
-                std::make_shared<Writer>(std::forward<W>(writer)), fieldIds_);
-            FctDescr* const descriptor = field.get();
-            return insert(name, std::move(field)) ? descriptor : nullptr;
+            Host::Description field =
+                Host::describe(std::make_shared<Reader>(std::forward<R>(reader)));
+            field.result |= TypeCode::LeftFlag;
+            field.writer = std::make_shared<Writer>(std::forward<W>(writer));
+            field.write = Host::writeBy<Writer>;
+            return insert(name, std::move(field));
         }
     }
     return nullptr;
@@ -186,20 +216,8 @@ HostVariable<T> HostExtension::variable(const FND::String& name,
                   "a host variable is of type long, bool, FND::String, FND::Decimal, "
                   "FND::DateTime or FND::Identifier");
     if constexpr (Host::Stored<T>) {
-        using Storage = typename Host::TypeOf<T>::Type::Variable;
-        Variable* const present = variable(name);
-        if (auto* const same = dynamic_cast<Storage*>(present);
-            same != nullptr && Node::isLeft(same->dataType())) {
-            return HostVariable<T>(same->value());
-        }
-        auto storage = std::make_unique<Storage>(value);
-        T& stored = storage->value();
-        if (present == nullptr) {
-            insert(name, std::move(storage));
-        } else {
-            keep(std::move(storage));
-        }
-        return HostVariable<T>(stored);
+        const Host::Storage made = declare(name, Host::TypeOf<T>::Type::typeCode, &value);
+        return HostVariable<T>(*static_cast<T*>(made.value), made.isDeclared);
     }
 }
 
@@ -208,18 +226,18 @@ bool HostExtension::constant(const FND::String& name, const T& value) {
     if constexpr (Host::Integer<T>) {
         static_assert(sizeof(T) < sizeof(long) || std::is_signed_v<T>,
                       "a constant of the type Long holds signed numbers of 64 bits");
-        return insert(name, std::make_unique<LongVariable>(static_cast<long>(value), true));
+        const long number = value;
+        return declareConstant(name, TypeCode::Long, &number);
     } else if constexpr (Host::Stored<T>) {
-        using Storage = typename Host::TypeOf<T>::Type::Variable;
-        return insert(name, std::make_unique<Storage>(value, true));
+        return declareConstant(name, Host::TypeOf<T>::Type::typeCode, &value);
     } else {
         constexpr bool isText = std::is_convertible_v<const T&, std::string_view>;
         static_assert(isText,
                       "a host constant is an integer, a bool, a text, FND::Decimal, "
                       "FND::DateTime or FND::Identifier");
         if constexpr (isText) {
-            const std::string_view text = value;
-            return insert(name, std::make_unique<StringVariable>(FND::String(text), true));
+            const FND::String text{std::string_view(value)};
+            return declareConstant(name, TypeCode::String, &text);
         } else {
             return false;
         }

@@ -1,467 +1,330 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
-#include "scr/ChargedText.h"
-#include "scr/ElementPlace.h"
-#include "scr/FctDescr.h"
+#include "fnd/Export.h"
+#include "fnd/String.h"
 #include "scr/HostTypes.h"
-#include "scr/Interpreter.h"
-#include "scr/Memory.h"
-#include "scr/parser/ParserStack.h"
 
-/// The nodes and descriptors that `HostExtension` makes for the functions of a host.
-namespace SCR::Host {
+namespace SCR {
+
+class Interpreter;
+class Node;
+
+/// How scripts call the functions of a host. What stands here is compiled with the host, which may
+/// do without exceptions and without run-time type information: so the nodes, and all that throws,
+/// catches or casts, are the library's (HostFunction.cpp). Here is what depends on the types of a
+/// callable: reading its arguments and calling it.
+namespace Host {
 
 /// Gives the number by which the host knows a field, or a negative one for an unknown field.
 using FieldIds = std::function<long(const FND::String&)>;
 
-/// The number of the field that `name` gives; false, after a report, for an unknown field.
-KESTREL_API bool resolveField(const FieldIds& ids, const FND::String& name, long& id);
+class CallBody;
+class Output;
+struct Kept;
 
-/// To be called while handling an exception of `function`: stops the script, or logs the exception
-/// when the function is one that gives the null value then.
-KESTREL_API void handleException(Interpreter& interpreter, const FctDescr& function);
+/// An operand of a call. Made and destroyed by the library.
+struct Operand {
+    std::unique_ptr<Node> node;              ///< Null when the call leaves it out.
+    std::unique_ptr<Output> output;          ///< Of a variable that the callable writes.
+    const FND::String* fieldName = nullptr;  ///< Of an operand that names a field.
+    long fieldId = 0;
+    bool keeps = false;  ///< A later operand may run script code that changes the value.
+};
 
-/// To be called when `function` has returned: false when it said that it failed and is one that
-/// gives the null value then. Stops the script when it has to stop.
-KESTREL_API bool hasReturned(Interpreter& interpreter, const FctDescr& function);
-
-/// An argument of a type that nodes give by reference. It stays what it was when evaluated.
-template <class Value>
-class HeldReference {
+/// One call under way: what its callable needs of the library.
+class Call {
 public:
-    HeldReference(const Value& value, bool keeps) : value_(&value) {
-        if (keeps) [[unlikely]]
-            copy_.emplace(value);
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    Interpreter& interpreter() const { return interpreter_; }
+    const Operand& operand(std::size_t index) const { return operands_[index]; }
+
+    /// A copy of the value of operand `index`, which stays until the call has ended.
+    KESTREL_API const FND::String& keep(std::size_t index, const FND::String& value);
+    KESTREL_API const FND::Decimal& keep(std::size_t index, const FND::Decimal& value);
+    KESTREL_API const FND::DateTime& keep(std::size_t index, const FND::DateTime& value);
+    KESTREL_API const FND::Identifier& keep(std::size_t index, const FND::Identifier& value);
+    /// Where the callable finds and leaves the value of the variable that operand `index` is. What
+    /// it leaves is stored when it has returned.
+    KESTREL_API void* variable(std::size_t index);
+
+    /// Evaluates operand `index`, of any kind but a field's name, and gives where its value is.
+    /// Throws nothing: what it should throw is kept, and it and all later ones give a null value.
+    KESTREL_API const void* evaluate(std::size_t index) noexcept;
+
+    /// To be called when all operands are evaluated and the callable follows. False when one could
+    /// not be.
+    bool begin() {
+        isCalling_ = !hasFailed_;
+        return isCalling_;
     }
-    const Value& get() const { return copy_ ? copy_->value() : *value_; }
+    /// Lets the call fail for a number that the C++ type at hand does not hold; always false.
+    KESTREL_API bool refuse(long number) noexcept;
+    KESTREL_API bool refuse(unsigned long number) noexcept;
 
 private:
-    const Value* value_;
-    std::optional<HeldCopy<Value>> copy_;
+    friend class CallBody;
+
+    explicit Call(CallBody& body);
+    ~Call();
+    Kept& kept(std::size_t index);
+    template <class Throw>
+    bool fail(const Throw& throwIt) noexcept;
+
+    Interpreter& interpreter_;
+    const Operand* const operands_;
+    CallBody& body_;
+    std::unique_ptr<Kept[]> kept_;  // one for each operand, once one of them needs it
+    bool hasFailed_ = false;
+    bool isCalling_ = false;
 };
 
-/// An argument of a type that nodes give by value.
-template <class Value>
-class HeldValue {
-public:
-    HeldValue(Value value, bool /*keeps*/) : value_(value) {}
-    Value get() const { return value_; }
+/// What a node of the value type `Type` gives, as it is held until the call: by pointer when nodes
+/// give a reference.
+template <class Type>
+using Given =
+    std::conditional_t<Type::byReference, const typename Type::Value*, typename Type::Value>;
 
-private:
-    Value value_;
-};
+template <class Type>
+Given<Type> valueOf(Call& call, std::size_t index) {
+#ifdef __cpp_exceptions
+    const Operand& operand = call.operand(index);
+    auto& node = *static_cast<typename Type::Node*>(operand.node.get());
+    if constexpr (Type::byReference) {
+        const auto& value = node.result();
+        if (operand.keeps) [[unlikely]]
+            return &call.keep(index, value);
+        return &value;
+    } else {
+        return node.result();
+    }
+#else
+    // What an operand throws would pass through code that cannot clean up.
+    const auto* const value = static_cast<const typename Type::Value*>(call.evaluate(index));
+    if constexpr (Type::byReference) {
+        return value;
+    } else {
+        return *value;
+    }
+#endif
+}
 
-/// How a node holds one operand: pops it, evaluates it to an `Argument`, passes that to the
-/// callable, and afterwards stores what the callable wrote.
+/// How one parameter gets its argument. `read` evaluates the operand; `fits` tells whether the
+/// parameter can hold the value, or lets the call fail; `pass` gives the argument.
 template <class Parameter, Passing passing = passingOfS<Parameter>>
-class Slot;
+struct Argument;
 
 template <class Parameter>
-class Slot<Parameter, Passing::Value> {
-public:
+struct Argument<Parameter, Passing::Value> {
     using Bare = std::remove_cvref_t<Parameter>;
     using Type = typename TypeOf<Bare>::Type;
-    using Argument = std::conditional_t<Type::byReference, HeldReference<typename Type::Value>,
-                                        HeldValue<typename Type::Value>>;
+    using Held = Given<Type>;
     static constexpr int typeWord = Type::typeCode;
 
-    bool pop(ParserStack& stack, const FieldIds& /*ids*/, bool keeps) {
-        keeps_ = keeps;
-        node_ = stack.pop<typename Type::Node>();
+    static Held read(Call& call, std::size_t index) { return valueOf<Type>(call, index); }
+    static bool fits([[maybe_unused]] Call& call, [[maybe_unused]] Held value) {
+        if constexpr (Integer<Bare>) {
+            if (!std::in_range<Bare>(value)) [[unlikely]]
+                return call.refuse(value);
+        }
         return true;
     }
-    bool isGiven() const { return node_ != nullptr; }
-    Argument evaluate() { return Argument(node_->result(), keeps_); }
-    static decltype(auto) passOn(Argument& argument) { return pass<Bare>(argument.get()); }
-    void store(Argument& /*argument*/) {}
-
-private:
-    std::unique_ptr<typename Type::Node> node_;
-    bool keeps_ = false;  // a later operand may run script code
+    static decltype(auto) pass(Held value) {
+        if constexpr (Type::byReference) {
+            return *value;
+        } else {
+            return static_cast<Bare>(value);
+        }
+    }
 };
 
 template <class Parameter>
-class Slot<Parameter, Passing::Optional> {
-public:
+struct Argument<Parameter, Passing::Optional> {
     using Bare = typename std::remove_cvref_t<Parameter>::value_type;
-    using Given = Slot<Bare, Passing::Value>;
-    using Argument = std::optional<typename Given::Argument>;
-    static constexpr int typeWord = Given::typeWord;
+    using Value = Argument<Bare, Passing::Value>;
+    using Held = std::optional<typename Value::Held>;
+    static constexpr int typeWord = Value::typeWord;
 
-    bool pop(ParserStack& stack, const FieldIds& ids, bool keeps) {
-        return slot_.pop(stack, ids, keeps);
+    static Held read(Call& call, std::size_t index) {
+        if (call.operand(index).node == nullptr) return std::nullopt;
+        return Value::read(call, index);
     }
-    Argument evaluate() { return slot_.isGiven() ? Argument(slot_.evaluate()) : std::nullopt; }
-    static std::optional<Bare> passOn(Argument& argument) {
-        if (!argument) return std::nullopt;
-        return std::optional<Bare>(Given::passOn(*argument));
+    static bool fits(Call& call, const Held& value) { return !value || Value::fits(call, *value); }
+    static std::optional<Bare> pass(const Held& value) {
+        if (!value) return std::nullopt;
+        return std::optional<Bare>(Value::pass(*value));
     }
-    void store(Argument& /*argument*/) {}
-
-private:
-    Given slot_;
-};
-
-/// A value that a callable changes.
-template <class Value>
-class ChangedValue {
-public:
-    void assign(const Value& value) { value_ = value; }
-    Value& get() { return value_; }
-
-private:
-    Value value_{};
-};
-template <>
-class ChangedValue<FND::String> {
-public:
-    void assign(const FND::String& value) { text_.assign(value); }
-    FND::String& get() { return text_.text(); }
-
-private:
-    ChargedText text_;
 };
 
 template <class Parameter>
-class Slot<Parameter, Passing::Out> {
-public:
-    using Type = typename TypeOf<std::remove_cvref_t<Parameter>>::Type;
-    using Value = typename Type::Value;
-    struct Argument {
-        ChangedValue<Value> value;
-        PlaceTrail trail;  // to the element that was read, which is the one to be written
-    };
-    static constexpr int typeWord = Type::typeCode | TypeCode::LeftFlag;
+struct Argument<Parameter, Passing::Out> {
+    using Bare = std::remove_cvref_t<Parameter>;
+    using Held = Bare*;
+    static constexpr int typeWord = TypeOf<Bare>::Type::typeCode | TypeCode::LeftFlag;
 
-    bool pop(ParserStack& stack, const FieldIds& /*ids*/, bool /*keeps*/) {
-        node_ = stack.pop<typename Type::DataNode>();
-        place_ = dynamic_cast<ElementPlace<Value>*>(node_.get());
-        return true;
+    static Held read(Call& call, std::size_t index) {
+#ifdef __cpp_exceptions
+        return static_cast<Held>(call.variable(index));
+#else
+        return static_cast<Held>(const_cast<void*>(call.evaluate(index)));
+#endif
     }
-    Argument evaluate() {
-        Argument argument = std::move(spare_);
-        if (place_ == nullptr) {
-            argument.value.assign(node_->result());
-            return argument;
-        }
-        argument.trail.clear();
-        place_->note(argument.trail);
-        const Value* const value = follow(argument);
-        argument.value.assign(value != nullptr ? *value : Value{});
-        return argument;
-    }
-    static Value& passOn(Argument& argument) { return argument.value.get(); }
-    void store(Argument& argument) {
-        if (place_ == nullptr) {
-            node_->set(argument.value.get());
-        } else if (Value* const value = follow(argument)) {
-            SCR::store(*value, argument.value.get());
-        }
-        spare_ = std::move(argument);
-    }
-
-private:
-    // Found anew each time: what runs in between may have removed it.
-    Value* follow(Argument& argument) {
-        argument.trail.rewind();
-        return place_->follow(argument.trail);
-    }
-
-    std::unique_ptr<typename Type::DataNode> node_;
-    ElementPlace<Value>* place_ = nullptr;  // the node, when it gives an element
-    Argument spare_{};                      // lends its room, so that no call allocates
+    static bool fits(Call& /*call*/, Held /*value*/) { return true; }
+    static Bare& pass(Held value) { return *value; }
 };
 
 template <class Parameter>
-class Slot<Parameter, Passing::Field> {
-public:
-    using Argument = FieldAlias;
+struct Argument<Parameter, Passing::Field> {
+    using Held = FieldAlias;
     static constexpr int typeWord = TypeCode::EdrAlias;
 
-    bool pop(ParserStack& stack, const FieldIds& ids, bool /*keeps*/) {
-        name_ = stack.pop<StringNode>()->result();
-        return resolveField(ids, name_, id_);
+    static Held read(Call& call, std::size_t index) {
+        const Operand& operand = call.operand(index);
+        return FieldAlias(*operand.fieldName, operand.fieldId);
     }
-    Argument evaluate() { return FieldAlias(name_, id_); }
-    static FieldAlias passOn(Argument& argument) { return argument; }
-    void store(Argument& /*argument*/) {}
-
-private:
-    FND::String name_;
-    long id_ = 0;
+    static bool fits(Call& /*call*/, Held /*value*/) { return true; }
+    static FieldAlias pass(Held value) { return value; }
 };
 
-/// The operands of a call, for callables with these parameters.
-template <class Parameters>
-class Operands;
+/// Calls `callable` with the arguments of `call` for `Parameters` and, last, what `written` is for
+/// the parameters `Written`. Gives what `take` makes of the call, or null when it failed.
+template <bool takesInterpreter, class... Parameters, class... Written, class F, class Take,
+          std::size_t... index>
+const void* invoke(Call& call, F& callable, const Take& take, List<Parameters...> /*parameters*/,
+                   std::index_sequence<index...> /*operands*/, List<Written...> /*last*/,
+                   typename Argument<Written>::Held... written) {
+    // Braces: left to right.
+    [[maybe_unused]] const std::tuple<typename Argument<Parameters>::Held...> held{
+        Argument<Parameters>::read(call, index)...};
+    static_assert((std::is_trivially_destructible_v<typename Argument<Parameters>::Held> && ...),
+                  "what a limit stops here leaves nothing to clean up");
+    if (!call.begin()) return nullptr;
+    if (!(Argument<Parameters>::fits(call, std::get<index>(held)) && ...)) return nullptr;
+    if (!(Argument<Written>::fits(call, written) && ...)) return nullptr;
+    return take([&]() -> decltype(auto) {
+        if constexpr (takesInterpreter) {
+            return callable(call.interpreter(),
+                            Argument<Parameters>::pass(std::get<index>(held))...,
+                            Argument<Written>::pass(written)...);
+        } else {
+            return callable(Argument<Parameters>::pass(std::get<index>(held))...,
+                            Argument<Written>::pass(written)...);
+        }
+    });
+}
+
+/// Calls the callable `callable` and gives where its result is: in `room`, a value of the result's
+/// type, or elsewhere until the next call. Null when the call failed.
+using Read = const void* (*)(void* callable, Call& call, void* room);
+/// Calls the writer of a field with `value`; whether it stored that.
+using Write = bool (*)(void* callable, Call& call, const void* value);
+
+template <class F>
+const void* readBy(void* callable, Call& call, void* room) {
+    using Signature = typename SignatureOf<F>::Type;
+    using Result = typename Signature::Result;
+    using Parameters = typename Signature::Parameters;
+    return invoke<Signature::takesInterpreter>(
+        call, *static_cast<F*>(callable),
+        [&](const auto& result) -> const void* {
+            if constexpr (std::is_void_v<Result>) {
+                result();
+                return &call;
+            } else {
+                using Type = typename TypeOf<std::remove_cvref_t<Result>>::Type;
+                using Value = typename Type::Value;
+                if constexpr (Type::byReference && std::is_same_v<Result, const Value&>) {
+                    return &result();
+                } else if constexpr (std::is_same_v<Type, LongType>) {
+                    const auto number = result();
+                    if (!std::in_range<long>(number)) [[unlikely]] {
+                        call.refuse(static_cast<unsigned long>(number));
+                        return nullptr;
+                    }
+                    *static_cast<long*>(room) = static_cast<long>(number);
+                    return room;
+                } else {
+                    *static_cast<Value*>(room) = result();
+                    return room;
+                }
+            }
+        },
+        Parameters(), std::make_index_sequence<Parameters::size>(), List<>());
+}
+
+template <class F>
+bool writeBy(void* callable, Call& call, const void* value) {
+    using Signature = typename SignatureOf<F>::Type;
+    using Parameters = typename Signature::Parameters;
+    using Written = typename LastOf<Parameters>::Type;
+    using Held = typename Argument<Written>::Held;
+    const Held written = [&]() -> Held {
+        if constexpr (std::is_pointer_v<Held>) {
+            return static_cast<Held>(value);
+        } else {
+            return *static_cast<const Held*>(value);
+        }
+    }();
+    return invoke<Signature::takesInterpreter>(
+               call, *static_cast<F*>(callable),
+               [&](const auto& store) -> const void* {
+                   if constexpr (std::is_void_v<typename Signature::Result>) {
+                       store();
+                       return &call;
+                   } else {
+                       return store() ? &call : nullptr;
+                   }
+               },
+               typename LastOf<Parameters>::Others(),
+               std::make_index_sequence<Parameters::size - 1>(), List<Written>(),
+               written) != nullptr;
+}
+
+/// A function as its descriptor is made from it.
+struct Description {
+    std::shared_ptr<void> callable;
+    Read read = nullptr;
+    std::shared_ptr<void> writer;  ///< Only of a field that may be written.
+    Write write = nullptr;
+    int result = TypeCode::Void;
+    int minimum = 0;
+    int maximum = 0;
+    std::array<int, 9> arguments{};
+    bool takesInterpreter = false;
+};
 
 template <class... Parameters>
-class Operands<List<Parameters...>> {
-public:
-    /// Takes the operands from the stack; false after a report.
-    bool pop(Interpreter& interpreter, ParserStack& stack, const FieldIds& ids) {
-        interpreter_ = &interpreter;
-        return popAll(stack, ids, std::index_sequence_for<Parameters...>());
-    }
+constexpr std::array<int, 9> typeWords(List<Parameters...> /*parameters*/) {
+    return {Argument<Parameters>::typeWord...};
+}
 
-    /// Evaluates the operands left to right and lets `take` call `callable` with them and, last,
-    /// `values` for parameters of the types `Written`; stores what the callable wrote. False, with
-    /// nothing stored, when the callable failed and the script goes on.
-    template <bool takesInterpreter, class... Written, class F, class Take>
-    bool call(const FctDescr& descriptor, F& callable, const Take& take,
-              const typename TypeOf<Written>::Type::Value&... values) {
-        return std::apply(
-            [&](auto&... slot) {
-                std::tuple<typename Slot<Parameters>::Argument...> arguments{
-                    slot.evaluate()...};  // braces: left to right
-                return std::apply(
-                    [&](auto&... argument) {
-                        try {
-                            if constexpr (takesInterpreter) {
-                                take([&]() -> decltype(auto) {
-                                    return callable(*interpreter_, slot.passOn(argument)...,
-                                                    pass<Written>(values)...);
-                                });
-                            } else {
-                                take([&]() -> decltype(auto) {
-                                    return callable(slot.passOn(argument)...,
-                                                    pass<Written>(values)...);
-                                });
-                            }
-                        } catch (...) {
-                            handleException(*interpreter_, descriptor);
-                            return false;
-                        }
-                        if (!hasReturned(*interpreter_, descriptor)) return false;
-                        (slot.store(argument), ...);
-                        return true;
-                    },
-                    arguments);
-            },
-            slots_);
-    }
-
-private:
-    template <std::size_t... indices>
-    bool popAll(ParserStack& stack, const FieldIds& ids, std::index_sequence<indices...> /*all*/) {
-        [[maybe_unused]] const auto given = static_cast<std::size_t>(stack.topNumParams());
-        constexpr std::size_t count = sizeof...(indices);
-        [[maybe_unused]] bool keeps = false;
-        // Last operand first; all of them, whatever becomes of one.
-        bool isPopped = true;
-        (static_cast<void>(isPopped &= popOne<count - 1 - indices>(stack, ids, given, keeps)), ...);
-        return isPopped;
-    }
-
-    template <std::size_t index>
-    bool popOne(ParserStack& stack, const FieldIds& ids, std::size_t given, bool& keeps) {
-        if (index >= given) return true;
-        const bool isActive = stack.traits().isActive;
-        const bool isPopped = std::get<index>(slots_).pop(stack, ids, keeps);
-        keeps = keeps || isActive;
-        return isPopped;
-    }
-
-    Interpreter* interpreter_ = nullptr;  // not owned; outlives the node
-    std::tuple<Slot<Parameters>...> slots_;
-};
-
-/// The value of the language that a callable gives, kept in the node where nodes give references.
-template <class Type, class Result>
-class ResultSlot {
-public:
-    using Value = typename Type::Value;
-    using Argument = typename Type::Argument;
-    static constexpr bool isReference = std::is_same_v<Result, const Value&> && Type::byReference;
-
-    /// Calls `call` and gives what it gives as a reference or value that stays until the next call.
-    template <class Call>
-    void take(const Call& call) {
-        if constexpr (isReference) {
-            value_ = &call();
-        } else if constexpr (std::is_same_v<Type, LongType>) {
-            value_ = widen(call());
-        } else {
-            value_ = call();
-        }
-    }
-    Argument get() const {
-        if constexpr (isReference) {
-            return *value_;
-        } else {
-            return value_;
-        }
-    }
-
-private:
-    std::conditional_t<isReference, const Value*, Value> value_{};
-};
-
-/// A function of a host: its descriptor, and the callable, which nodes of calls use.
 template <class F>
-class Function final : public FctDescr {
-public:
+Description describe(std::shared_ptr<F> callable) {
     using Signature = typename SignatureOf<F>::Type;
-
-    /// `ids` is not owned and must outlive the descriptor.
-    Function(const FND::String& name, std::shared_ptr<F> callable, const FieldIds& ids)
-        : Function(name, std::move(callable), ids, typename Signature::Parameters()) {}
-
-    Variable* clone() const override { return new Function(*this); }
-
-private:
-    Function(const Function&) = default;
-
-    template <class... Parameters>
-    Function(const FND::String& name, std::shared_ptr<F> callable, const FieldIds& ids,
-             List<Parameters...> /*parameters*/)
-        : FctDescr(name, resultWord(), Signature::minimum, Signature::maximum, factory,
-                   Slot<Parameters>::typeWord...),
-          callable_(std::move(callable)),
-          ids_(&ids) {}
-
     using Result = typename Signature::Result;
-
-    static constexpr int resultWord() {
-        if constexpr (std::is_void_v<Result>) {
-            return TypeCode::Void;
-        } else {
-            return TypeOf<std::remove_cvref_t<Result>>::Type::typeCode;
-        }
+    Description made;
+    made.callable = std::move(callable);
+    made.read = readBy<F>;
+    if constexpr (!std::is_void_v<Result>) {
+        made.result = TypeOf<std::remove_cvref_t<Result>>::Type::typeCode;
     }
+    made.minimum = Signature::minimum;
+    made.maximum = Signature::maximum;
+    made.arguments = typeWords(typename Signature::Parameters());
+    made.takesInterpreter = Signature::takesInterpreter;
+    return made;
+}
 
-    class VoidCall final : public VoidNode {
-    public:
-        explicit VoidCall(const Function& function) : function_(function) {}
-        void result() override {
-            operands.template call<Signature::takesInterpreter>(function_, *function_.callable_,
-                                                                [](const auto& call) { call(); });
-        }
-        Operands<typename Signature::Parameters> operands;
+}  // namespace Host
 
-    private:
-        const Function& function_;
-    };
-
-    template <class Type>
-    class ValueCall final : public Type::Node {
-    public:
-        explicit ValueCall(const Function& function) : function_(function) {}
-        typename Type::Argument result() override {
-            const bool isCalled = operands.template call<Signature::takesInterpreter>(
-                function_, *function_.callable_, [this](const auto& call) { result_.take(call); });
-            return isCalled ? result_.get() : Type::null();
-        }
-        Operands<typename Signature::Parameters> operands;
-
-    private:
-        const Function& function_;
-        ResultSlot<Type, Result> result_;
-    };
-
-    template <class Call>
-    static Node* build(Interpreter& interpreter, ParserStack& stack, const Function& function) {
-        auto call = std::make_unique<Call>(function);
-        if (!call->operands.pop(interpreter, stack, *function.ids_)) return nullptr;
-        return call.release();
-    }
-
-    static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
-        const auto& function = static_cast<const Function&>(descriptor);
-        if constexpr (std::is_void_v<Result>) {
-            return build<VoidCall>(interpreter, stack, function);
-        } else {
-            using Type = typename TypeOf<std::remove_cvref_t<Result>>::Type;
-            return build<ValueCall<Type>>(interpreter, stack, function);
-        }
-    }
-
-    std::shared_ptr<F> callable_;
-    const FieldIds* ids_;
-};
-
-/// A function of a host that may stand on the left of "=": a reader, and a writer that takes the
-/// reader's arguments and the value.
-template <class Reader, class Writer>
-class Field final : public FctDescr {
-public:
-    using Reading = typename SignatureOf<Reader>::Type;
-    using Writing = typename SignatureOf<Writer>::Type;
-    using Result = typename Reading::Result;
-    using Type = typename TypeOf<std::remove_cvref_t<Result>>::Type;
-
-    /// `ids` is not owned and must outlive the descriptor.
-    Field(const FND::String& name, std::shared_ptr<Reader> reader, std::shared_ptr<Writer> writer,
-          const FieldIds& ids)
-        : Field(name, std::move(reader), std::move(writer), ids, typename Reading::Parameters()) {}
-
-    Variable* clone() const override { return new Field(*this); }
-
-private:
-    Field(const Field&) = default;
-
-    template <class... Parameters>
-    Field(const FND::String& name, std::shared_ptr<Reader> reader, std::shared_ptr<Writer> writer,
-          const FieldIds& ids, List<Parameters...> /*parameters*/)
-        : FctDescr(name, Type::typeCode | TypeCode::LeftFlag, Reading::minimum, Reading::maximum,
-                   factory, Slot<Parameters>::typeWord...),
-          reader_(std::move(reader)),
-          writer_(std::move(writer)),
-          ids_(&ids) {
-        // What reads a record runs no script code, unless it is given the interpreter.
-        isActive(Reading::takesInterpreter);
-    }
-
-    template <class... T>
-    static std::tuple_element_t<sizeof...(T) - 1, std::tuple<T...>> lastOf(List<T...>);
-    using Written = std::remove_cvref_t<decltype(lastOf(typename Writing::Parameters()))>;
-
-    class Call final : public Type::DataNode {
-    public:
-        explicit Call(const Field& field) : field_(field) {}
-        typename Type::Argument result() override {
-            const bool isCalled = operands.template call<Reading::takesInterpreter>(
-                field_, *field_.reader_, [this](const auto& call) { result_.take(call); });
-            return isCalled ? result_.get() : Type::null();
-        }
-        bool set(typename Type::Argument value) override {
-            bool isStored = true;
-            const bool isCalled = operands.template call<Writing::takesInterpreter, Written>(
-                field_, *field_.writer_,
-                [&](const auto& call) {
-                    if constexpr (std::is_void_v<typename Writing::Result>) {
-                        call();
-                    } else {
-                        isStored = call();
-                    }
-                },
-                value);
-            return isCalled && isStored;
-        }
-        Operands<typename Reading::Parameters> operands;
-
-    private:
-        const Field& field_;
-        ResultSlot<Type, Result> result_;
-    };
-
-    static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
-        const auto& field = static_cast<const Field&>(descriptor);
-        auto call = std::make_unique<Call>(field);
-        if (!call->operands.pop(interpreter, stack, *field.ids_)) return nullptr;
-        return call.release();
-    }
-
-    std::shared_ptr<Reader> reader_;
-    std::shared_ptr<Writer> writer_;
-    const FieldIds* ids_;
-};
-
-}  // namespace SCR::Host
+}  // namespace SCR

@@ -110,6 +110,18 @@ struct List {
     static constexpr std::size_t size = sizeof...(T);
 };
 
+/// The last type of a list, and those before it.
+template <class All, class Others = List<>>
+struct LastOf;
+template <class T, class... Before>
+struct LastOf<List<T>, List<Before...>> {
+    using Type = T;
+    using Others = List<Before...>;
+};
+template <class T, class U, class... Rest, class... Before>
+struct LastOf<List<T, U, Rest...>, List<Before...>> : LastOf<List<U, Rest...>, List<Before..., T>> {
+};
+
 /// Result and parameters of a callable, without a leading `Interpreter&`.
 template <bool interpreter, class ResultT, class... ParameterT>
 struct Signature {
@@ -198,42 +210,6 @@ requires(sizeof...(Q) == sizeof...(P) + 1 &&
                    typename TypeOf<Value>::Type, typename TypeOf<std::remove_cvref_t<R>>::Type>;
     }
 }();
-
-/// Throws `std::out_of_range` for a number that the C++ type at hand does not hold.
-[[noreturn]] KESTREL_API void throwOutOfRange(const FND::String& number);
-
-/// The Long `value` as a `T`; throws when it does not fit.
-template <Integer T>
-T narrow(long value) {
-    if constexpr (!std::same_as<T, long>) {
-        if (!std::in_range<T>(value)) [[unlikely]]
-            throwOutOfRange(std::to_string(value));
-    }
-    return static_cast<T>(value);
-}
-
-/// How a value of the language is handed to a parameter of type `T`.
-template <class T, class Value>
-using Passed = std::conditional_t<Integer<T>, T,
-                                  std::conditional_t<std::is_scalar_v<Value>, Value, const Value&>>;
-
-/// A value of the language as an argument for a parameter of type `T`.
-template <class T, class Value>
-Passed<T, Value> pass(const Value& value) {
-    if constexpr (Integer<T>) {
-        return narrow<T>(value);
-    } else {
-        return value;
-    }
-}
-
-/// The number `value` as a Long; throws when it does not fit.
-template <Integer T>
-long widen(T value) {
-    if (!std::in_range<long>(value)) [[unlikely]]
-        throwOutOfRange(std::to_string(value));
-    return static_cast<long>(value);
-}
 
 }  // namespace Host
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <typeinfo>
 #include <utility>
 
 #include "fnd/TimeZone.h"
@@ -11,6 +12,7 @@
 #include "scr/Extension.h"
 #include "scr/FileAccess.h"
 #include "scr/Function.h"
+#include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
 #include "scr/Memory.h"
 #include "scr/Variable.h"
@@ -351,7 +353,14 @@ Extension* Interpreter::extension(const FND::String& name) {
 
 bool Interpreter::insertExtension(Extension* extension) {
     return contain(*this, [&] {
+        if (extension == nullptr) return false;
         if (this->extension(extension->extensionName()) != nullptr) return false;
+        makeRoom(extensions_);
+        // By address: a program built without type information has none to compare by name.
+        if (&typeid(*extension) == &typeid(HostExtension) &&
+            !static_cast<HostExtension&>(*extension).enter(*this)) {
+            return false;
+        }
         extensions_.emplace_back(extension);
         return true;
     });
@@ -362,6 +371,7 @@ void Interpreter::logError(const FND::String& message) { log(message, FND::Statu
 void Interpreter::logOutOfMemory() { deliver(outOfMemoryS, FND::Status::Error); }
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
+    if (severity >= FND::Status::Error) ++errorCount_;
     if (pendingBuilds_ != nullptr) {
         pendingBuilds_->hold(message, severity);
     } else {
@@ -390,7 +400,8 @@ bool Interpreter::pushStatement(Node* block) {
 
 bool Interpreter::popStatement() {
     if (statementStack_.size() < 2) return false;
-    statementStack_.back()->close();
+    auto* const statement = dynamic_cast<CompoundStatement*>(statementStack_.back());
+    if (statement != nullptr) statement->close();
     statementStack_.pop_back();
     return true;
 }
@@ -438,6 +449,11 @@ Variable* Interpreter::getVariable(const FND::String& module, const FND::String&
         if (Variable* const variable = extension->variable(name)) return variable;
     }
     return nullptr;
+}
+
+bool Interpreter::isPredefined(const FND::String& name) const {
+    return globalIdentifiers_.contains(name) ||
+           (mainExtension_ != nullptr && mainExtension_->variable(name) != nullptr);
 }
 
 Function* Interpreter::getFunction(const FND::String& name) { return functions_.find(name); }

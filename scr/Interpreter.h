@@ -119,8 +119,8 @@ public:
 
     /// The extension named `name`, or null; the interpreter owns it.
     Extension* extension(const FND::String& name);
-    /// True: the interpreter owns `extension` now. False: one of its name is present, or an error
-    /// was logged, and the caller still owns it.
+    /// True: the interpreter owns `extension` now. False: it is null, one of its name is present,
+    /// or an error was logged, and the caller still owns it.
     bool insertExtension(Extension* extension);
 
     /// Whether the host may use the script: true until a script says otherwise.
@@ -165,6 +165,8 @@ public:
 
     // What a log throws is dropped with its message.
 
+    /// How many errors were logged so far.
+    std::uint64_t errorCount() const { return errorCount_; }
     /// Logs `message` as an error.
     void logError(const FND::String& message);
     /// Logs that there is no memory; takes none.
@@ -189,6 +191,9 @@ public:
     /// constants, then the extensions in the order of insertion. A module restricts the search to
     /// the extension of that name.
     Variable* getVariable(const FND::String& module, const FND::String& name);
+    /// Whether `name` is a constant of the host or built in, which are found before what extensions
+    /// supply.
+    bool isPredefined(const FND::String& name) const;
     /// The user function `name`, or null.
     Function* getFunction(const FND::String& name);
     /// Registers a user function and opens it as a block. True: the interpreter owns it now. False:
@@ -251,6 +256,7 @@ private:
     NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
     std::int64_t compiledLines_ = 0;
+    std::uint64_t errorCount_ = 0;
     std::uint64_t generation_ = 0;
     int openLogs_ = 0;  // calls of the log within each other
     bool isCompiling_ = false;

@@ -41,6 +41,6 @@ private:
 };
 
 /// What executing `node` does, when that is such an assignment; valid as long as the node.
-LongStep longStepOf(const Node& node);
+KESTREL_API LongStep longStepOf(const Node& node);
 
 }  // namespace SCR

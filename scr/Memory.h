@@ -40,7 +40,7 @@ inline std::size_t heapBytes(const FND::String& string) {
 
 /// What a variable's value takes beside the variable: the text of a string, the elements of a
 /// container.
-std::size_t heapBytes(const Variable& variable);
+KESTREL_API std::size_t heapBytes(const Variable& variable);
 
 /// How many bytes more `string` takes when it grows to hold `size`, which it does not yet.
 inline std::size_t growth(const FND::String& string, std::size_t size) {

@@ -44,8 +44,6 @@ std::int32_t Node::execute() {
 
 bool Node::addStatement(Node* /*statement*/) { return false; }
 
-void Node::close() {}
-
 bool Node::addIdentifier(const FND::String& /*name*/, Variable* /*variable*/) { return false; }
 
 Variable* Node::getIdentifier(const FND::String& /*name*/) { return nullptr; }

@@ -64,9 +64,6 @@ public:
     /// this node is no block), nothing changed and the caller still owns it.
     virtual bool addIdentifier(const FND::String& name, Variable* variable);
 
-    /// Called once all statements of this block have been added, and those of the blocks in it.
-    virtual void close();
-
     /// The variable declared as `name` in this very block, or null. Not owned by the caller.
     virtual Variable* getIdentifier(const FND::String& name);
 

@@ -260,6 +260,14 @@ void* take(std::size_t bytes) {
     return currentS != nullptr ? currentS->take(units) : sharedBlocks().take(units);
 }
 
+void* takeOrNull(std::size_t bytes) noexcept {
+    try {
+        return take(bytes);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
 void give(void* memory, std::size_t bytes) noexcept {
     if (!poolsNodesS || bytes > largestS) {
         ::operator delete(memory);

@@ -19,6 +19,8 @@ namespace NodeMemory {
 /// `bytes` of memory, aligned for every type of that size that `new` would serve. Throws
 /// std::bad_alloc, and `ScriptStopped` when the script being compiled may take no more.
 KESTREL_API void* take(std::size_t bytes);
+/// The same; null where that throws.
+KESTREL_API void* takeOrNull(std::size_t bytes) noexcept;
 /// Gives back what `take` gave for as many bytes.
 KESTREL_API void give(void* memory, std::size_t bytes) noexcept;
 
@@ -27,7 +29,7 @@ class Pool;
 /// While it lives, what its thread takes comes from blocks of its own, which are charged to the
 /// script being compiled, for as long as that is there. What is given back meanwhile is taken
 /// again. May be nested; made and destroyed by one thread.
-class Scope {
+class KESTREL_API Scope {
 public:
     Scope();
     Scope(const Scope&) = delete;
@@ -57,11 +59,7 @@ public:
         ::operator delete(object, alignment);
     }
     static void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
-        try {
-            return NodeMemory::take(bytes);
-        } catch (...) {
-            return nullptr;
-        }
+        return NodeMemory::takeOrNull(bytes);
     }
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
     static void operator delete(void* /*object*/, void* /*place*/) noexcept {}

@@ -15,7 +15,7 @@ class Node;
 /// Where in the script's text the statements, calls and loops of a compiled tree stand. It lies
 /// beside the tree, so that nodes carry nothing for it and a run pays nothing. Filled during a
 /// compile and only read after it.
-class PlaceTable {
+class KESTREL_API PlaceTable {
 public:
     struct Place {
         const Node* node;

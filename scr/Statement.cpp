@@ -24,6 +24,8 @@ bool fillSlot(std::initializer_list<Branch*> slots, Node* statement) {
 
 }  // namespace
 
+CompoundStatement::~CompoundStatement() = default;
+
 StatementList::~StatementList() = default;
 
 std::int32_t StatementList::execute() { return run(); }

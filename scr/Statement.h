@@ -14,8 +14,18 @@
 
 namespace SCR {
 
+/// Base of the statements that hold others. Stands between them and `Node`, whose virtual functions
+/// are fixed in number and order.
+class KESTREL_API CompoundStatement : public Node {
+public:
+    ~CompoundStatement() override;
+
+    /// Called once all statements of this one have been added, and those of the blocks in it.
+    virtual void close() = 0;
+};
+
 /// A block: statements in order, and the identifiers declared in it. It owns both.
-class KESTREL_API StatementList : public Node {
+class KESTREL_API StatementList : public CompoundStatement {
 public:
     StatementList() = default;
     ~StatementList() override;
@@ -53,7 +63,7 @@ private:
 };
 
 /// Runs the first branch added when its condition holds, otherwise the second, if there is one.
-class KESTREL_API IfStatement : public Node {
+class KESTREL_API IfStatement : public CompoundStatement {
 public:
     /// Takes over `condition`.
     explicit IfStatement(BoolNode* condition) : condition_(condition) {}
@@ -81,7 +91,7 @@ private:
 };
 
 /// Repeats its body as long as its condition holds.
-class KESTREL_API WhileStatement final : public Node {
+class KESTREL_API WhileStatement final : public CompoundStatement {
 public:
     /// Takes over `condition`; reports every turn to `control`, if there is one.
     explicit WhileStatement(BoolNode* condition, RunControl* control = nullptr)
@@ -99,7 +109,7 @@ private:
 };
 
 /// Runs its body, and again as long as its condition holds.
-class KESTREL_API DoStatement final : public Node {
+class KESTREL_API DoStatement final : public CompoundStatement {
 public:
     /// Reports every turn to `control`, if there is one.
     explicit DoStatement(RunControl* control = nullptr) : control_(control) {}
@@ -121,7 +131,7 @@ private:
 };
 
 /// Runs its init, then body and update as long as its condition holds.
-class KESTREL_API ForLoop final : public Node {
+class KESTREL_API ForLoop final : public CompoundStatement {
 public:
     /// Reports every turn to `control`, if there is one.
     explicit ForLoop(RunControl* control = nullptr) : control_(control) {}

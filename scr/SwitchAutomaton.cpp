@@ -25,9 +25,10 @@ void SwitchAutomaton::add(std::unique_ptr<StringNode> label, int line) {
     labels_.push_back(std::move(label));
 }
 
-std::optional<FND::String> SwitchAutomaton::build(Interpreter& interpreter, std::size_t step,
+std::optional<FND::String> SwitchAutomaton::build(Interpreter* interpreter, std::size_t step,
                                                   const FND::String& file) {
-    const AutomataScope scope(interpreter);
+    std::optional<AutomataScope> scope;
+    if (interpreter != nullptr) scope.emplace(*interpreter);
     if (!engine_) {
         constexpr unsigned int unknownCount = ~0U;
         engine_.emplace(unknownCount);
@@ -35,7 +36,9 @@ std::optional<FND::String> SwitchAutomaton::build(Interpreter& interpreter, std:
     }
     if (step != finalStep) return insert(labels_[step]->result());
     if (auto failure = setUp()) return failure;
-    if (!group_ && interpreter.isChecking()) warnOfUnreached(interpreter, file);
+    if (!group_ && interpreter != nullptr && interpreter->isChecking()) {
+        warnOfUnreached(*interpreter, file);
+    }
     decltype(labels_)().swap(labels_);
     decltype(lines_)().swap(lines_);
     return std::nullopt;

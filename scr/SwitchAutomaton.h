@@ -29,7 +29,7 @@ public:
     /// The number of labels added.
     std::size_t size() const { return labels_.size(); }
 
-    std::optional<FND::String> build(Interpreter& interpreter, std::size_t step,
+    std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
                                      const FND::String& file) override;
 
     /// The number of the first label that matches `text`, or -1.

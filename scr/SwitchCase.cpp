@@ -110,6 +110,8 @@ std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> s
     });
 }
 
+std::int32_t LongSwitchCase::execute() { return choose(selector_->result()); }
+
 bool LongSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::Long);
     if (!label) return false;
@@ -242,14 +244,10 @@ bool RegExprSwitchCase::nextCase(ParserStack& stack) {
     automaton_->add(std::unique_ptr<StringNode>(static_cast<StringNode*>(label.release())),
                     parsedLine());
     bodies_.push_back(openBody());
-    actInterpreterG->pendingBuilds()->add(automaton_, number);
-    return true;
+    return buildLater(automaton_, number);
 }
 
-bool RegExprSwitchCase::finalSetup() {
-    actInterpreterG->pendingBuilds()->add(automaton_, SwitchAutomaton::finalStep);
-    return true;
-}
+bool RegExprSwitchCase::finalSetup() { return buildLater(automaton_, SwitchAutomaton::finalStep); }
 
 SwitchCase::Body RegExprSwitchCase::select() const {
     const FND::String& text = selector_->result();

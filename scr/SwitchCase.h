@@ -6,6 +6,7 @@
 
 #include "fnd/Export.h"
 #include "scr/KeyHash.h"
+#include "scr/Limits.h"
 #include "scr/Statement.h"
 
 namespace SCR {
@@ -16,7 +17,7 @@ class SwitchAutomaton;
 /// Selects one of several bodies by the value of a selector. Labels, `default` and `break` are
 /// resolved while it is built; at run time it looks up one body and executes it, and those after it
 /// that the body falls through into.
-class KESTREL_API SwitchCase : public Node {
+class KESTREL_API SwitchCase : public CompoundStatement {
 public:
     /// Adds to the body of the labels last seen; always true.
     bool addStatement(Node* statement) override;
@@ -90,14 +91,21 @@ private:
 /// Long labels.
 class KESTREL_API LongSwitchCase : public SwitchCase {
 public:
+    /// Takes over the selector.
+    explicit LongSwitchCase(LongNode* selector) : selector_(selector) {}
+
     /// A new one of the class that fits `selector`, which it takes over.
     static std::unique_ptr<LongSwitchCase> make(std::unique_ptr<LongNode> selector);
 
+    std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
     void close() override;
 
 protected:
+    /// Without a node: for classes that execute by a selector of their own.
+    LongSwitchCase() = default;
+
     /// Executes what there is for the selector's value.
     std::int32_t choose(long value) const {
         const unsigned long place = static_cast<unsigned long>(value) - first_;
@@ -111,6 +119,7 @@ private:
         return found != labels_.end() ? found->second : noBody;
     }
 
+    const std::unique_ptr<LongNode> selector_;
     std::unordered_map<long, Body, NumberHash> labels_;
     // The bodies of all labels from the first on, when they lie close together.
     std::vector<Choice> table_;
@@ -166,7 +175,8 @@ class KESTREL_API RegExprSwitchCase final : public SwitchCase {
 public:
     /// Takes over the selector. `stateLimit` is what the automaton of all patterns may have; a list
     /// that needs more is split over a group of automata.
-    RegExprSwitchCase(StringNode* selector, std::size_t stateLimit);
+    explicit RegExprSwitchCase(StringNode* selector,
+                               std::size_t stateLimit = static_cast<std::size_t>(Limits().states));
     ~RegExprSwitchCase() override;
     std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;

@@ -114,10 +114,14 @@ TEST(FsmBudget, ChargesWhatTheHeapGives) {
     Patterns negated = numbered(200, "", "[^x]");
     for (int i = 0; i < 200; i += 7) negated[i].insert(0, 1, '!');
     const Patterns rows[] = {
-        numbered(8, "ab|.*", ".{4}.*"), numbered(200, "ab|49", "[0-9]*"),
-        numbered(12, "ab|.*", ".*"),    {"ab|a{5000}"},
-        {"ab|(a|b)*a.{200}"},           {options},
-        {"ab|(a?b){300}([dce]|d{0,30})x"},  negated,
+        numbered(8, "ab|.*", ".{4}.*"),
+        numbered(200, "ab|49", "[0-9]*"),
+        numbered(12, "ab|.*", ".*"),
+        {"ab|a{5000}"},
+        {"ab|(a|b)*a.{200}"},
+        {options},
+        {"ab|(a?b){300}([dce]|d{0,30})x"},
+        negated,
     };
     for (const Patterns& patterns : rows) {
         for (const Build build : buildsS) {

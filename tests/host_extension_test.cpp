@@ -247,7 +247,6 @@ TEST(HostExtension, VariablesAreShared) {
     Harness::MemoryLog log;
     Interpreter interpreter(&log);
     HostExtension& host = *HostExtension::insert(interpreter, "host");
-    EXPECT_EQ(HostExtension::insert(interpreter, "host"), nullptr);
     auto amount = host.variable<long>("amount", 5);
     auto text = host.variable<FND::String>("text");
     auto price = host.variable<FND::Decimal>("price", FND::Decimal(2));
@@ -279,18 +278,65 @@ TEST(HostExtension, VariablesAreShared) {
     again = other;
     EXPECT_EQ(amount, 3);
 
-    // Names are given once.
-    EXPECT_FALSE(host.constant("amount", 1));
-    EXPECT_EQ(host.function("amount", freeFunction), nullptr);
-    EXPECT_TRUE(host.constant("LIMIT", 1L));
-    auto unseen = host.variable<long>("LIMIT");
-    unseen = 99;
-    auto mistyped = host.variable<bool>("amount");
-    mistyped = true;
-    ASSERT_TRUE(interpreter.compile("amount = LIMIT;"));
-    EXPECT_TRUE(interpreter.execute());
-    EXPECT_EQ(amount, 1);
     EXPECT_EQ(log.text, "");
+}
+
+TEST(HostExtension, NamesAreIdentifiersAndGivenOnce) {
+    for (const bool isFilledFirst : {false, true}) {
+        SCOPED_TRACE(isFilledFirst);
+        Harness::MemoryLog log;
+        Interpreter interpreter(&log);
+        interpreter.addGlobalConstant("VERSION", "1");
+        auto* const host = new HostExtension("host");
+        if (!isFilledFirst) {
+            EXPECT_TRUE(interpreter.insertExtension(host));
+        }
+        EXPECT_EQ(host->function("", freeFunction), nullptr);
+        EXPECT_FALSE(host->constant("1st", 1));
+        EXPECT_EQ(host->field(
+                      "a b", [](long) { return 1L; }, [](long, long) {}),
+                  nullptr);
+        EXPECT_FALSE(host->variable<long>("a::b").isDeclared());
+        EXPECT_TRUE(host->constant("a.b", 2));
+        auto amount = host->variable<long>("amount");
+        EXPECT_TRUE(amount.isDeclared());
+        EXPECT_EQ(host->function("amount", freeFunction), nullptr);
+        auto mistyped = host->variable<bool>("amount");
+        mistyped = true;
+        EXPECT_FALSE(mistyped.isDeclared());
+        EXPECT_TRUE(host->constant("if", 30));
+        EXPECT_NE(host->function("strLength", [] { return 400; }), nullptr);
+        EXPECT_TRUE(host->constant("VERSION", 5000));
+        if (isFilledFirst) {
+            EXPECT_EQ(log.text, "");
+            EXPECT_TRUE(interpreter.insertExtension(host));
+        }
+        const FND::String refused = "ERROR: extension `host': ";
+        const FND::String warned = "WARNING: extension `host': scripts reach ";
+        const FND::String hidden[] = {warned + "`strLength' by `host::strLength' only\n",
+                                      warned + "`VERSION' by `host::VERSION' only\n"};
+        EXPECT_EQ(log.text,
+                  refused + "`' is no identifier\n" + refused + "`1st' is no identifier\n" +
+                      refused + "`a b' is no identifier\n" + refused + "`a::b' is no identifier\n" +
+                      refused + "the name `amount' is taken\n" + refused +
+                      "the name `amount' is taken\n" + warned + "`if' by `host::if' only\n" +
+                      hidden[isFilledFirst ? 1 : 0] + hidden[isFilledFirst ? 0 : 1]);
+        ASSERT_TRUE(interpreter.compile(
+            "amount = a.b + host::if + host::strLength() + host::VERSION + strLength(VERSION);"));
+        EXPECT_TRUE(interpreter.execute());
+        EXPECT_EQ(amount, 5433);
+
+        log.text.clear();
+        EXPECT_EQ(HostExtension::insert(interpreter, "host"), nullptr);
+        EXPECT_EQ(HostExtension::insert(interpreter, "no name"), nullptr);
+        HostExtension nameless("");
+        EXPECT_FALSE(interpreter.insertExtension(&nameless));
+        EXPECT_FALSE(interpreter.insertExtension(nullptr));
+        EXPECT_EQ(log.text,
+                  "ERROR: there is an extension `host' already\n"
+                  "ERROR: extension `no name': `no name' is no identifier\n"
+                  "ERROR: extension `': `' is no identifier\n");
+    }
 }
 
 TEST(HostExtension, FunctionsMayRunAndStopScripts) {

@@ -1,13 +1,25 @@
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cstddef>
 #include <memory>
+#include <vector>
 
+#include "fsm/State.h"
+#include "scr/CompareInterface.h"
 #include "scr/Constant.h"
+#include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
+#include "scr/Function.h"
+#include "scr/FunctionCall.h"
+#include "scr/Log.h"
 #include "scr/Node.h"
 #include "scr/Statement.h"
+#include "scr/SwitchCase.h"
 #include "scr/Variable.h"
+#include "scr/VariableAccess.h"
+#include "scr/parser/ParserStack.h"
 
 namespace {
 
@@ -52,6 +64,63 @@ TEST(NodeTest, SuperTypes) {
             EXPECT_EQ(Node::SuperType(a, b), expected) << a << ", " << b;
         }
     }
+}
+
+// The place of a virtual function in the table of its class; a destructor takes two.
+template <class Function>
+std::size_t slotOf(Function function) {
+    struct Parts {
+        std::size_t function;
+        std::size_t adjustment;
+    };
+    return std::bit_cast<Parts>(function).function / sizeof(void*);
+}
+
+template <class T>
+std::vector<std::size_t> dataSlots() {
+    return {slotOf(&T::result), slotOf(&T::set)};
+}
+
+template <class T>
+std::vector<std::size_t> containerSlots() {
+    return {slotOf(&T::result), slotOf(&T::containerType), slotOf(&T::defaultValue)};
+}
+
+// Extensions are built by others against this order, from 2 on.
+TEST(NodeTest, VirtualFunctionsHaveTheirSlots) {
+    using State = FSM::State;
+    const std::vector<std::size_t> first{2};
+    const std::vector<std::size_t> second{8, 9};
+    const std::vector<std::size_t> third{8, 9, 10};
+    EXPECT_EQ((std::vector{slotOf(&Node::execute), slotOf(&Node::addStatement),
+                           slotOf(&Node::addIdentifier), slotOf(&Node::getIdentifier),
+                           slotOf(&Node::promote), slotOf(&Node::returnsResult),
+                           slotOf(&SCR::VoidNode::result)}),
+              (std::vector<std::size_t>{2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(dataSlots<SCR::LongDataNode>(), second);
+    EXPECT_EQ(dataSlots<SCR::DecimalDataNode>(), second);
+    EXPECT_EQ(dataSlots<SCR::StringDataNode>(), second);
+    EXPECT_EQ(dataSlots<SCR::DateDataNode>(), second);
+    EXPECT_EQ(dataSlots<SCR::BoolDataNode>(), second);
+    EXPECT_EQ(dataSlots<SCR::NexidDataNode>(), second);
+    EXPECT_EQ((std::vector{slotOf(&SCR::AdtNode::result), slotOf(&SCR::AdtNode::subType),
+                           slotOf(&SCR::AdtDataNode::set)}),
+              third);
+    EXPECT_EQ(containerSlots<SCR::ArrayNode>(), third);
+    EXPECT_EQ(containerSlots<SCR::HashNode>(), third);
+    EXPECT_EQ(std::vector{slotOf(&SCR::Variable::clone)}, first);
+    EXPECT_EQ(std::vector{slotOf(&SCR::Log::log)}, first);
+    EXPECT_EQ(
+        (std::vector{slotOf(&SCR::Extension::extensionName), slotOf(&SCR::Extension::variable)}),
+        (std::vector<std::size_t>{2, 3}));
+    EXPECT_EQ((std::vector{slotOf(&SCR::CompareInterface::condition),
+                           slotOf(&SCR::CompareInterface::comparePattern)}),
+              (std::vector<std::size_t>{0, 1}));
+    EXPECT_EQ((std::vector{slotOf(&State::epsilonSuccStates), slotOf(&State::epsilonSuccState),
+                           slotOf(&State::addEpsilonSuccState), slotOf(&State::epsilonClosure),
+                           slotOf(&State::setNextWordFSM), slotOf(&State::getNextWordFSM),
+                           slotOf(&State::print)}),
+              (std::vector<std::size_t>{2, 3, 4, 5, 6, 7, 8}));
 }
 
 TEST(NodeTest, OnlyLongConstantsPromote) {
@@ -126,6 +195,32 @@ TEST(StatementTest, ACodeEndsTheListAndGoesOutward) {
     EXPECT_EQ(loop.execute(), -1);
     EXPECT_EQ(before, 2);
     EXPECT_EQ(after, 0);
+}
+
+// What a switch that a host builds gives: 7 when the selector fits its only label, otherwise 0.
+template <class Switch, class Constant, class Value>
+long chosen(const Value& selector, const Value& label, int typeCode) {
+    SCR::ParserStack stack;
+    Switch statement(new Constant(selector));
+    int turns = 0;
+    stack.pushData(new Constant(label), typeCode | TypeCode::ConstFlag);
+    EXPECT_TRUE(statement.nextCase(stack));
+    EXPECT_TRUE(statement.addStatement(new Probe(turns, 7)));
+    EXPECT_TRUE(statement.finalSetup());
+    statement.close();
+    return statement.execute();
+}
+
+TEST(StatementTest, HostsMayBuildSwitches) {
+    const auto longs = chosen<SCR::LongSwitchCase, SCR::LongConstant, long>;
+    const auto strings = chosen<SCR::StringSwitchCase, SCR::StringConstant, FND::String>;
+    const auto patterns = chosen<SCR::RegExprSwitchCase, SCR::StringConstant, FND::String>;
+    EXPECT_EQ(longs(3, 3, TypeCode::Long), 7);
+    EXPECT_EQ(longs(4, 3, TypeCode::Long), 0);
+    EXPECT_EQ(strings("ab", "ab", TypeCode::String), 7);
+    EXPECT_EQ(strings("a", "ab", TypeCode::String), 0);
+    EXPECT_EQ(patterns("abb", "ab+", TypeCode::String), 7);
+    EXPECT_EQ(patterns("a", "ab+", TypeCode::String), 0);
 }
 
 TEST(FctDescrTest, Signatures) {

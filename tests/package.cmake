@@ -46,6 +46,43 @@ add_test(NAME package.pkgconfig COMMAND make
     CXXFLAGS=${flags} run)
 add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kestrel
     run -e "if (strLength(\"installed\") > 3) { logStdout(\"runs\"); }")
+# What the headers declare must link. clang, which reads them, may be another compiler than the one
+# that builds.
+find_program(KESTREL_clang++ clang++)
+find_package(simdjson QUIET)
+if(KESTREL_clang++ AND simdjson_FOUND)
+    add_executable(public_names public_names.cpp)
+    target_link_libraries(public_names PRIVATE simdjson::simdjson)
+    kestrel_warnings(public_names)
+    set(keep "")
+    if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+        set(keep -fkeep-inline-functions)
+    endif()
+    add_test(NAME package.names COMMAND ${CMAKE_COMMAND}
+        -DCLANG=${KESTREL_clang++} -DCOMPILER=${CMAKE_CXX_COMPILER} -DFLAGS=${flags}
+        -DKEEP=${keep} -DPREFIX=${work}/prefix
+        -DINCLUDEDIR=${kestrel_include_dir} -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
+        -DNAMES=$<TARGET_FILE:public_names> -DWORK=${work}/names
+        -P ${CMAKE_CURRENT_SOURCE_DIR}/public_names.cmake)
+    set_tests_properties(package.names PROPERTIES FIXTURES_REQUIRED package_install)
+endif()
+# Hosts without exceptions or run-time type information, whatever compiler builds them.
+if(NOT KESTREL_SANITIZE)
+    foreach(compiler g++ clang++)
+        find_program(KESTREL_${compiler} ${compiler})
+        foreach(flag -fno-exceptions -fno-rtti)
+            if(KESTREL_${compiler})
+                set(name package.plain.${compiler}${flag})
+                add_test(NAME ${name} COMMAND ${CMAKE_COMMAND}
+                    -DCOMPILER=${KESTREL_${compiler}} -DFLAG=${flag} -DPREFIX=${work}/prefix
+                    -DINCLUDEDIR=${kestrel_include_dir} -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
+                    -DSOURCE=${CMAKE_CURRENT_SOURCE_DIR}/install/plain.cpp -DWORK=${work}/${name}
+                    -P ${CMAKE_CURRENT_SOURCE_DIR}/plain_host.cmake)
+                set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED package_install)
+            endif()
+        endforeach()
+    endforeach()
+endif()
 set_tests_properties(package.clear PROPERTIES FIXTURES_SETUP package_clear)
 set_tests_properties(package.install PROPERTIES
     FIXTURES_REQUIRED package_clear FIXTURES_SETUP package_install)

@@ -62,6 +62,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     auto descriptor = std::make_unique<FctDescr>(
         name, returnType, required, isVariadic ? FctDescr::anyNumber : count, builtIn.factory,
         types[0], types[1], types[2], types[3], types[4], types[5], types[6], types[7], types[8]);
+    descriptor->isBuiltIn_ = true;
     descriptor->isActive(isActive);
     descriptor->isChained(builtIn.isChained);
     descriptor->effects(builtIn.effects);

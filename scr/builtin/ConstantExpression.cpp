@@ -38,7 +38,7 @@ void ConstantExpression::compile() {
     automata.shareTaken(share);
 }
 
-std::optional<FND::String> ConstantExpression::build(Interpreter& /*interpreter*/,
+std::optional<FND::String> ConstantExpression::build(Interpreter* /*interpreter*/,
                                                      std::size_t /*step*/,
                                                      const FND::String& /*file*/) {
     if (!expression().isValid()) return Messages::invalidRegularExpression(pattern_);

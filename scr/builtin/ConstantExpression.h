@@ -18,7 +18,7 @@ public:
     ConstantExpression(Interpreter& interpreter, const FND::String& pattern);
     ~ConstantExpression() override;
 
-    std::optional<FND::String> build(Interpreter& interpreter, std::size_t step,
+    std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
                                      const FND::String& file) override;
 
     /// The expression. Compiled at once when a call is evaluated before, as by a host that tries

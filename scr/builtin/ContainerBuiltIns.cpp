@@ -1,10 +1,10 @@
 #include <memory>
-#include <typeinfo>
 #include <utility>
 #include <vector>
 
 #include "scr/Array.h"
 #include "scr/ElementAccess.h"
+#include "scr/ElementClass.h"
 #include "scr/Hash.h"
 #include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
@@ -103,8 +103,7 @@ public:
         const bool arrayIsActive = stack.traits(0).isActive;
         auto array = stack.pop<ArrayNode>();
         auto hash = stack.pop<HashNode>();
-        const Variable& prototype = *array->defaultValue();
-        if (typeid(prototype) != typeid(StringVariable)) {
+        if (!holdsStrings(*array)) {
             SCR_YaccError(Messages::expectedStringArray(2, descriptor.name()));
             return nullptr;
         }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "scr/ElementAccess.h"
+#include "scr/ElementClass.h"
 #include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
@@ -86,7 +87,7 @@ public:
         auto node = RegExprFunction::build(interpreter, stack);
         node->expression_ =
             std::make_shared<ConstantExpression>(interpreter, node->template operand<1>().result());
-        return buildLater(interpreter, node->expression_) ? node.release() : nullptr;
+        return buildLater(node->expression_) ? node.release() : nullptr;
     }
 
 protected:
@@ -155,7 +156,7 @@ public:
         node->separator_ = stack.pop<StringNode>();
         node->text_ = stack.pop<StringNode>();
         node->array_ = stack.pop<ArrayNode>();
-        if (Node::baseType(node->array_->containerType()) != TypeCode::String) {
+        if (!holdsStrings(*node->array_)) {
             SCR_YaccError(Messages::expectedStringArray(1, descriptor.name()));
             return nullptr;
         }

@@ -3,6 +3,7 @@
 #include <typeinfo>
 
 #include "scr/ContainerAccess.h"
+#include "scr/ElementClass.h"
 #include "scr/FctDescr.h"
 #include "scr/FileData.h"
 #include "scr/FunctionCall.h"
@@ -82,6 +83,7 @@ bool bindOperator(const FctDescr& descriptor, int count) {
 }
 
 std::unique_ptr<Node> accessNode(Variable* variable) {
+    if (!hasClassOfType(*variable)) return nullptr;
     switch (Node::baseType(variable->dataType())) {
         case TypeCode::Long:
             return std::make_unique<LongVariableAccess>(static_cast<LongVariable*>(variable));
@@ -108,6 +110,49 @@ std::unique_ptr<Node> accessNode(Variable* variable) {
         default:
             return nullptr;
     }
+}
+
+bool hasClassOfType(const Node& node, int typeWord) {
+    const bool isLeft = Node::isLeft(typeWord);
+    const auto is = [&]<class Plain, class Data = Plain>() {
+        return isLeft ? dynamic_cast<const Data*>(&node) != nullptr
+                      : dynamic_cast<const Plain*>(&node) != nullptr;
+    };
+    switch (Node::baseType(typeWord)) {
+        case TypeCode::EdrAlias:
+        case TypeCode::String:
+            return is.operator()<StringNode, StringDataNode>();
+        case TypeCode::Bool:
+            return is.operator()<BoolNode, BoolDataNode>();
+        case TypeCode::Decimal:
+            return is.operator()<DecimalNode, DecimalDataNode>();
+        case TypeCode::Long:
+            return is.operator()<LongNode, LongDataNode>();
+        case TypeCode::Date:
+            return is.operator()<DateNode, DateDataNode>();
+        case TypeCode::Nexid:
+            return is.operator()<NexidNode, NexidDataNode>();
+        case TypeCode::Adt:
+            // A call of a script's function gives the handle as a plain Long.
+            return is.operator()<AdtNode, AdtDataNode>() || (!isLeft && is.operator()<LongNode>());
+        case TypeCode::Array:
+            return is.operator()<ArrayNode>();
+        case TypeCode::Hash:
+            return is.operator()<HashNode>();
+        case TypeCode::File:
+            return is.operator()<FileData>();
+        case TypeCode::Function:
+            return is.operator()<FctCallNode>();
+        default:
+            return true;  // never used by its type
+    }
+}
+
+ErrorWatch::ErrorWatch(const Interpreter& interpreter)
+    : interpreter_(interpreter), errors_(interpreter.errorCount()) {}
+
+bool ErrorWatch::fail(const FND::String& message) const {
+    return interpreter_.errorCount() == errors_ && SCR_YaccError(message);
 }
 
 }  // namespace SCR

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -10,6 +11,7 @@
 namespace SCR {
 
 class FctDescr;
+class Interpreter;
 class Variable;
 
 // What the parser actions share.
@@ -46,7 +48,24 @@ bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits);
 /// Binds the descriptor of an operator to the `count` topmost operands.
 bool bindOperator(const FctDescr& descriptor, int count);
 
-/// An access node for `variable`, or null when its type has none.
+/// Whether `node` is of the class that operands of the type word `typeWord` have; what hosts make
+/// may not be.
+bool hasClassOfType(const Node& node, int typeWord);
+
+/// Finds out whether what a host was asked for gave false without a report.
+class ErrorWatch {
+public:
+    explicit ErrorWatch(const Interpreter& interpreter);
+    /// Reports `message`, unless an error was logged since this object was made. Always false.
+    bool fail(const FND::String& message) const;
+
+private:
+    const Interpreter& interpreter_;
+    const std::uint64_t errors_;
+};
+
+/// An access node for `variable`, or null when its type has none or its class is not the one of its
+/// type.
 std::unique_ptr<Node> accessNode(Variable* variable);
 
 }  // namespace SCR

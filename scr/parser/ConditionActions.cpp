@@ -3,15 +3,26 @@
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
 #include "scr/parser/Messages.h"
+#include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 
 using namespace SCR;
 
 bool SCR_ruleCondition() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::condition);
-    return condition && actCompareInterfaceG->condition(condition.release());
+    if (!condition) return false;
+    const ErrorWatch watch(*actInterpreterG);
+    return actCompareInterfaceG->condition(condition.release()) ||
+           watch.fail(Messages::conditionRefused);
 }
 
 bool SCR_comparePattern() {
-    return actCompareInterfaceG->comparePattern(*actInterpreterG, *stackG);
+    const ErrorWatch watch(*actInterpreterG);
+    if (!actCompareInterfaceG->comparePattern(*actInterpreterG, *stackG)) {
+        return watch.fail(Messages::comparisonRefused);
+    }
+    if (stackG->dataSize() == 0 || !hasClassOfType(*stackG->data(), stackG->topType())) {
+        return SCR_YaccError(Messages::wrongComparisonMade);
+    }
+    return true;
 }

@@ -356,6 +356,13 @@ bool CustomLexer::lineDirective() {
     return true;
 }
 
+bool isName(std::string_view text) {
+    return !text.empty() && kindOf(text.front()) == Kind::Letter &&
+           std::all_of(text.begin(), text.end(), isOfWord);
+}
+
+bool isKeyword(std::string_view text) { return wordCode(text) != SCR_IDENTIFIER; }
+
 void convertEscapeChars(std::string_view literal, FND::String& out) {
     while (true) {
         const std::size_t run = literal.find('\\');

@@ -78,6 +78,11 @@ private:
     FND::String failure_;
 };
 
+/// Whether `text` is a name as scripts write it, be it a keyword or not.
+bool isName(std::string_view text);
+/// Whether the name `text` is a keyword, so that scripts can write it only after "module::".
+bool isKeyword(std::string_view text);
+
 /// The text of a string literal: a backslash is dropped and the next byte taken for itself, but
 /// "n" for a line feed, "t" for a tab and "r" for a carriage return. Appended to `out`.
 void convertEscapeChars(std::string_view literal, FND::String& out);

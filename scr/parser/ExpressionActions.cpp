@@ -120,7 +120,12 @@ bool SCR_identifier(const FND::String& module, const FND::String& name) {
     Variable* const variable = actInterpreterG->getVariable(module, name);
     if (variable == nullptr) return SCR_YaccError(Messages::unknownIdentifier(module, name));
     std::unique_ptr<Node> access = accessNode(variable);
-    if (!access) return SCR_YaccError(Messages::unknownIdentifierType(name));
+    if (!access) {
+        const int type = variable->dataType();
+        const bool isForeign = Node::datatypeAsString(type) != "Unknown";
+        return SCR_YaccError(isForeign ? Messages::foreignVariable(name, type)
+                                       : Messages::unknownIdentifierType(name));
+    }
     tellAnalyses(*actInterpreterG,
                  [&](auto& analysis) { analysis.access(access.get(), variable); });
     stackG->pushData(access.release(), variable->dataType());

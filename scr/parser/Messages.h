@@ -92,6 +92,15 @@ inline Text argumentNotConst(int position, const Text& signature) {
 inline Text notCallable(int type) {
     return "type " + quoted(typeName(type)) + " can not be called as function";
 }
+inline Text noCallMade(const Text& signature) {
+    return "call of " + quoted(signature) + " could not be made";
+}
+inline Text argumentsLeft(const Text& signature) {
+    return "the factory of " + quoted(signature) + " does not take the arguments of its call";
+}
+inline Text wrongCallMade(const Text& signature) {
+    return "the factory of " + quoted(signature) + " made a node of another type";
+}
 inline const Text noDescription = "internal compiler error: no function description";
 inline Text unknownFunction(const Text& name) { return "unknown function " + quoted(name); }
 inline Text unsupportedReturnType(int type) {
@@ -132,6 +141,10 @@ inline Text unknownIdentifier(const Text& module, const Text& name) {
 }
 inline Text unknownIdentifierType(const Text& name) {
     return "unknown datatype for identifier " + quoted(name);
+}
+inline Text foreignVariable(const Text& name, int type) {
+    return "identifier " + quoted(name) + " is of another class than that of the type " +
+           quoted(typeName(type));
 }
 inline Text noElementAccess(int type) {
     return "elements of type " + quoted(typeName(type)) + " can not be accessed";
@@ -175,6 +188,10 @@ inline Text patternComparisonType(int actual) {
 inline Text illegalPattern(const Text& pattern, const Text& reason) {
     return "illegal pattern " + quoted(pattern) + ": " + reason;
 }
+
+inline const Text conditionRefused = "the condition was refused";
+inline const Text comparisonRefused = "the pattern comparison was refused";
+inline const Text wrongComparisonMade = "the pattern comparison made a node of another type";
 
 // Switch statements.
 inline Text switchType(int actual) {
@@ -228,6 +245,18 @@ inline Text cannotUse(const Text& name, const Text& reason) {
     return "can not use " + name + ": " + reason;
 }
 inline const Text generatorFailed = "generator function failed";
+inline Text extensionRefused(const Text& extension, const Text& reason) {
+    return "ERROR: extension " + quoted(extension) + ": " + reason;
+}
+inline Text extensionTaken(const Text& extension) {
+    return "ERROR: there is an extension " + quoted(extension) + " already";
+}
+inline Text noIdentifier(const Text& name) { return quoted(name) + " is no identifier"; }
+inline Text nameTaken(const Text& name) { return "the name " + quoted(name) + " is taken"; }
+inline Text onlyQualified(const Text& extension, const Text& name) {
+    return warning("", "extension " + quoted(extension) + ": scripts reach " + quoted(name) +
+                           " by " + quoted(extension + "::" + name) + " only");
+}
 inline Text duplicateExtension(const Text& name) { return "warning: duplicate extension " + name; }
 
 }  // namespace SCR::Messages

@@ -8,13 +8,14 @@ namespace SCR {
 class CustomLexer;
 
 /// Logs a compile error through the interpreter being compiled, with the lexer's line and, when one
-/// is known, file name before it. Without a parse under way it does nothing.
-void YaccError(const FND::String& message, CustomLexer* lexer);
+/// is known, file name before it; without a lexer, which only the library has, it tells no place.
+/// Without a parse under way it does nothing.
+KESTREL_API void YaccError(const FND::String& message, CustomLexer* lexer);
 
 /// The line and the file, empty when not known, that the parse under way has reached; 0 without
 /// one.
-int parsedLine();
-FND::String parsedFile();
+KESTREL_API int parsedLine();
+KESTREL_API FND::String parsedFile();
 
 }  // namespace SCR
 

@@ -51,7 +51,8 @@ public:
     /// Pops the top node, which the caller owns now; its type stays and is popped with `popType`.
     /// On an empty stack says so on standard error and gives null.
     Node* popData() {
-        if (data_.empty()) [[unlikely]] {
+        if (data_.size() <= dataFloor_) [[unlikely]] {
+            ++dataUnderflows_;
             reportUnderflow(dataCM);
             return nullptr;
         }
@@ -60,8 +61,8 @@ public:
         return node;
     }
     /// Pops the top type word; 0 after a message on standard error when there is none.
-    int popType() { return pop(types_, typesCM); }
-    int topType() const { return top(types_, typesCM); }
+    int popType() { return pop(types_, typesCM, typeFloor_); }
+    int topType() const { return top(types_, typesCM, typeFloor_); }
     /// The common type of the whole type stack; 0 when it is empty, the raw top entry when there is
     /// no common type.
     int superType() const;
@@ -111,6 +112,42 @@ public:
     /// Writes the functions and types held, for diagnosis.
     void print(std::ostream& stream) const;
 
+    /// While it lives, a factory can take the arguments of its call from the stacks, and nothing
+    /// below them, as if they were empty then.
+    class CallScope {
+    public:
+        /// For the topmost `count` nodes and `types` type words.
+        CallScope(ParserStack& stack, std::size_t count, std::size_t types)
+            : stack_(stack),
+              dataFloor_(stack.dataFloor_),
+              typeFloor_(stack.typeFloor_),
+              dataUnderflows_(stack.dataUnderflows_) {
+            stack.dataFloor_ = stack.data_.size() - count;
+            stack.typeFloor_ = stack.types_.size() - types;
+        }
+        CallScope(const CallScope&) = delete;
+        CallScope& operator=(const CallScope&) = delete;
+        /// Drops type words that were left.
+        ~CallScope() {
+            if (stack_.types_.size() > stack_.typeFloor_) {
+                stack_.types_.resize(stack_.typeFloor_);
+            }
+            stack_.dataFloor_ = dataFloor_;
+            stack_.typeFloor_ = typeFloor_;
+        }
+        /// Whether the nodes were taken, all of them and no more.
+        bool isDone() const {
+            return stack_.data_.size() == stack_.dataFloor_ &&
+                   stack_.dataUnderflows_ == dataUnderflows_;
+        }
+
+    private:
+        ParserStack& stack_;
+        const std::size_t dataFloor_;
+        const std::size_t typeFloor_;
+        const std::size_t dataUnderflows_;
+    };
+
     /// Pops the top node as a node of class `NodeClass`, which the descriptor's types guarantee.
     template <class NodeClass>
     std::unique_ptr<NodeClass> pop() {
@@ -131,22 +168,25 @@ private:
 
     static void reportUnderflow(const char* stack);
 
-    // The top of `stack`; the type's zero value after a message when it is empty.
+    // The top of `stack`; the type's zero value after a message when it is no higher than `floor`.
     template <class Value>
-    static Value top(const std::vector<Value>& stack, const char* name) {
-        if (!stack.empty()) [[likely]]
+    static Value top(const std::vector<Value>& stack, const char* name, std::size_t floor = 0) {
+        if (stack.size() > floor) [[likely]]
             return stack.back();
         reportUnderflow(name);
         return {};
     }
 
     template <class Value>
-    static Value pop(std::vector<Value>& stack, const char* name) {
-        const Value value = top(stack, name);
-        if (!stack.empty()) stack.pop_back();
+    static Value pop(std::vector<Value>& stack, const char* name, std::size_t floor = 0) {
+        const Value value = top(stack, name, floor);
+        if (stack.size() > floor) stack.pop_back();
         return value;
     }
 
+    std::size_t dataFloor_ = 0;  // how many entries belong to open calls around the one being made
+    std::size_t typeFloor_ = 0;
+    std::size_t dataUnderflows_ = 0;
     std::vector<Operand> data_;
     std::vector<int> types_;
     std::vector<const FctDescr*> functions_;

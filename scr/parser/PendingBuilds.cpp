@@ -5,6 +5,7 @@
 #include "scr/Interpreter.h"
 #include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
 
 namespace SCR {
 
@@ -57,7 +58,7 @@ void PendingBuilds::log(const Entry& entry) {
 bool PendingBuilds::build(Entry& entry) {
     const FND::String& file = files_[entry.file];
     try {
-        const auto failure = entry.build->build(interpreter_, entry.step, file);
+        const auto failure = entry.build->build(&interpreter_, entry.step, file);
         entry.build.reset();
         if (failure) interpreter_.logError(Messages::error(file, entry.line, *failure));
         return !failure;
@@ -71,12 +72,13 @@ void PendingBuilds::stoppedAt(const FND::String& file, int line) {
     interpreter_.runControl().stoppedAt(Messages::place(file, line));
 }
 
-bool buildLater(Interpreter& interpreter, std::shared_ptr<PendingBuild> pending) {
-    if (PendingBuilds* const builds = interpreter.pendingBuilds()) {
-        builds->add(std::move(pending), 0);
+bool buildLater(std::shared_ptr<PendingBuild> pending, std::size_t step) {
+    Interpreter* const interpreter = actInterpreterG;
+    if (interpreter != nullptr && interpreter->pendingBuilds() != nullptr) {
+        interpreter->pendingBuilds()->add(std::move(pending), step);
         return true;
     }
-    const auto failure = pending->build(interpreter, 0, parsedFile());
+    const auto failure = pending->build(interpreter, step, parsedFile());
     return !failure || SCR_YaccError(*failure);
 }
 

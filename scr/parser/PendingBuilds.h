@@ -25,8 +25,8 @@ public:
     virtual ~PendingBuild() = default;
 
     /// Does the step that stands for a place in the text, which lies in `file`. Gives the message
-    /// of a failure.
-    virtual std::optional<FND::String> build(Interpreter& interpreter, std::size_t step,
+    /// of a failure. `interpreter` is null when a host builds nodes of its own, outside of a parse.
+    virtual std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
                                              const FND::String& file) = 0;
 };
 
@@ -78,7 +78,8 @@ private:
     std::vector<FND::String> files_;
 };
 
-/// Notes the only step of `pending`, or does it at once outside of a parse. False after a report.
-bool buildLater(Interpreter& interpreter, std::shared_ptr<PendingBuild> pending);
+/// Notes a step of `pending` for the end of the parse under way, or does it at once outside of one.
+/// False after a report.
+bool buildLater(std::shared_ptr<PendingBuild> pending, std::size_t step = 0);
 
 }  // namespace SCR

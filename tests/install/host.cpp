@@ -11,18 +11,24 @@
 #include "fnd/Decimal.h"
 #include "fsm/Engine.h"
 #include "fsm/State.h"
+#include "scr/Array.h"
 #include "scr/CompareInterface.h"
+#include "scr/Constant.h"
+#include "scr/ContainerAccess.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 #include "scr/Node.h"
 #include "scr/Variable.h"
+#include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 
 namespace {
 
 int faults = 0;
+
+constexpr int longDataS = SCR::TypeCode::Long | SCR::TypeCode::LeftFlag;
 
 void check(bool holds, const char* what) {
     if (holds) return;
@@ -46,7 +52,6 @@ public:
     explicit Twice(std::unique_ptr<SCR::LongNode> operand) : operand_(std::move(operand)) {}
     static SCR::Node* factory(SCR::Interpreter&, SCR::ParserStack& stack, const SCR::FctDescr&) {
         std::unique_ptr<SCR::Node> node(stack.popData());
-        stack.popType();
         auto* operand = dynamic_cast<SCR::LongNode*>(node.get());
         check(operand != nullptr, "a node of the library does not cast to its base");
         if (operand == nullptr) return nullptr;
@@ -57,6 +62,45 @@ public:
 
 private:
     std::unique_ptr<SCR::LongNode> operand_;
+};
+
+/// `first(array)` and `named(hash, key)`: elements that scripts may assign. Of Longs only.
+SCR::Node* first(SCR::Interpreter& interpreter, SCR::ParserStack& stack, const SCR::FctDescr&) {
+    auto array = stack.pop<SCR::ArrayNode>();
+    if (SCR::Node::baseType(array->containerType()) != SCR::TypeCode::Long) {
+        SCR_YaccError("first: no array of Longs");
+        return nullptr;
+    }
+    return SCR::arrayAccess(interpreter, std::move(array), std::make_unique<SCR::LongConstant>(0))
+        .release();
+}
+SCR::Node* named(SCR::Interpreter& interpreter, SCR::ParserStack& stack, const SCR::FctDescr&) {
+    auto key = stack.pop<SCR::StringNode>();
+    auto hash = stack.pop<SCR::HashNode>();
+    return SCR::hashAccess(interpreter, std::move(hash), std::move(key), true).release();
+}
+
+/// The node of a call of `again`: runs the script once more within itself, twice at most.
+class Again : public SCR::LongNode {
+public:
+    explicit Again(SCR::Interpreter& interpreter) : interpreter_(interpreter) {}
+    static SCR::Node* factory(SCR::Interpreter& interpreter, SCR::ParserStack&,
+                              const SCR::FctDescr&) {
+        return new Again(interpreter);
+    }
+    long result() override {
+        check(!interpreter_.compile(";"), "a running script is replaced");
+        if (depth_ < 2) {
+            ++depth_;
+            check(interpreter_.execute(), "the script does not run within itself");
+            --depth_;
+        }
+        return depth_;
+    }
+
+private:
+    static inline long depth_ = 0;
+    SCR::Interpreter& interpreter_;
 };
 
 class HostExtension : public SCR::Extension {
@@ -80,15 +124,55 @@ public:
     SCR::Variable* clone() const override { return new HostVariable; }
 };
 
+/// What builds nodes of other kinds, and a variable that is no one's of the library.
+class OtherExtension : public SCR::Extension {
+public:
+    FND::String extensionName() const override { return "other"; }
+    SCR::Variable* variable(const FND::String& name) override {
+        for (SCR::FctDescr* function : {&first_, &named_, &again_}) {
+            if (function->name() == name) return function;
+        }
+        return name == "own" ? &own_ : nullptr;
+    }
+
+private:
+    SCR::FctDescr first_{"first", longDataS, 1, 1, first, SCR::TypeCode::Array};
+    SCR::FctDescr named_{
+        "named", longDataS, 2, 2, named, SCR::TypeCode::Hash, SCR::TypeCode::String};
+    SCR::FctDescr again_{"again", SCR::TypeCode::Long, 0, 0, Again::factory};
+    HostVariable own_;
+};
+
+/// Holds when its operands are equal.
+class Equal : public SCR::BoolNode {
+public:
+    Equal(std::unique_ptr<SCR::StringNode> left, std::unique_ptr<SCR::StringNode> right)
+        : left_(std::move(left)), right_(std::move(right)) {}
+    bool result() override { return left_->result() == right_->result(); }
+
+private:
+    std::unique_ptr<SCR::StringNode> left_;
+    std::unique_ptr<SCR::StringNode> right_;
+};
+
 class Conditions : public SCR::CompareInterface {
 public:
     bool condition(SCR::BoolNode* condition) override {
-        held = condition->result();
-        delete condition;
+        conditions.emplace_back(condition);
         return true;
     }
-    bool comparePattern(SCR::Interpreter&, SCR::ParserStack&) override { return false; }
-    bool held = false;
+    bool comparePattern(SCR::Interpreter&, SCR::ParserStack& stack) override {
+        for (int i = 0; i < 2; ++i) {
+            if (SCR::Node::baseType(stack.popType()) != SCR::TypeCode::String) {
+                return SCR_YaccError("no text");
+            }
+        }
+        auto right = stack.pop<SCR::StringNode>();
+        stack.pushData(new Equal(stack.pop<SCR::StringNode>(), std::move(right)),
+                       SCR::TypeCode::Bool);
+        return true;
+    }
+    std::vector<std::unique_ptr<SCR::BoolNode>> conditions;
 };
 
 }  // namespace
@@ -118,12 +202,34 @@ int main() {
     }
     {
         SCR::Interpreter interpreter(&log);
-        Conditions conditions;
-        check(interpreter.compileConditions("1 < 2;", conditions) && conditions.held,
-              "the condition does not hold");
+        check(interpreter.insertExtension(new OtherExtension), "the other extension is refused");
+        check(interpreter.compile("Long list[]; Long hash{}; Long runs; runs = runs + 1;"
+                                  "first(list) = again() + runs;"
+                                  "named(hash, \"k\") = first(list) + runs;"
+                                  "scriptUsable(list[0] == 3 and hash{\"k\"} == 6);"),
+              "the script that uses elements does not compile");
+        check(interpreter.execute() && interpreter.isValid(), "the elements are wrong");
+        for (const auto& [script, message] :
+             {std::pair{"String texts[];\nfirst(texts);",
+                        "ERROR: line 2: first: no array of Longs"},
+              std::pair{"own = 1;",
+                        "ERROR: line 1: identifier `own' is of another class than that "
+                        "of the type `Adt'"}}) {
+            check(!interpreter.compile(script) && log.last == message, script);
+        }
+        Conditions target;
+        check(interpreter.compileConditions("1 < 2; \"a\" =~ \"b\";", target) &&
+                  target.conditions.size() == 2 && target.conditions[0]->result() &&
+                  !target.conditions[1]->result(),
+              "the conditions are wrong");
+        check(!interpreter.compileConditions("1 =~ \"b\";", target) &&
+                  log.last == "ERROR: line 1: no text",
+              "a wrong pattern comparison is not reported");
     }
-    const std::unique_ptr<SCR::Variable> variable(HostVariable().clone());
-    check(dynamic_cast<HostVariable*>(variable.get()) != nullptr, "a variable does not cast");
+    SCR::Array array(new HostVariable);
+    const std::unique_ptr<SCR::Variable> copy(array.clone());
+    check(dynamic_cast<HostVariable*>(dynamic_cast<SCR::Array&>(*copy).at(3)) != nullptr,
+          "an element is no clone of the host's variable");
 
     FSM::Engine engine(1);
     check(engine.insertPattern("ab*", 3) && engine.finalSetup(), "the pattern is refused");
