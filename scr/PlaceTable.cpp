@@ -21,6 +21,7 @@ void PlaceTable::clear() {
     std::vector<Place>().swap(byNode_);
     files_.clear();
     actFile_ = 0;
+    scans_ = 0;
 }
 
 void PlaceTable::truncate(std::size_t count) {
@@ -34,6 +35,13 @@ const PlaceTable::Place* PlaceTable::find(const Node* node) const {
         return std::less<const Node*>()(a.node, b.node);
     };
     if (byNode_.size() != places_.size()) {
+        // Sorting a large script's takes longer than a stopped script has.
+        constexpr int fewScans = 8;
+        if (scans_++ < fewScans) {
+            const auto last = std::find_if(places_.rbegin(), places_.rend(),
+                                           [&](const Place& place) { return place.node == node; });
+            return last != places_.rend() ? &*last : nullptr;
+        }
         byNode_.assign(places_.begin(), places_.end());
         std::stable_sort(byNode_.begin(), byNode_.end(), before);
     }

@@ -41,7 +41,8 @@ private:
     // In the order of the records.
     std::deque<Place, NodeAllocator<Place>> places_;
 
-    mutable std::vector<Place> byNode_;  // made at the first look-up
+    mutable int scans_ = 0;              // look-ups without it
+    mutable std::vector<Place> byNode_;  // made at one of the first look-ups
     std::vector<FND::String> files_;
     std::uint32_t actFile_ = 0;
 };

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "scr/Interpreter.h"
+#include "scr/Memory.h"
 #include "scr/Operand.h"
 #include "scr/SwitchAutomaton.h"
 #include "scr/Work.h"
@@ -33,6 +34,9 @@ std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
     }
     return label;
 }
+
+// What a label takes in a map, with its share of the map's own table.
+constexpr std::size_t labelBytesS = 80;
 
 // What a switch mostly computes itself.
 using SelectorPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongRemainder>;
@@ -117,6 +121,7 @@ bool LongSwitchCase::nextCase(ParserStack& stack) {
     if (!label) return false;
     const long value = static_cast<LongNode&>(*label).result();
     if (labels_.contains(value)) return SCR_YaccError(Messages::caseDefined(value));
+    chargeBuffer(labelBytesS);
     labels_.emplace(value, openBody());
     return true;
 }
@@ -129,6 +134,8 @@ bool LongSwitchCase::finalSetup() {
     const unsigned long range =
         static_cast<unsigned long>(greatest->first) - static_cast<unsigned long>(least->first);
     if (range / 4 > labels_.size()) return true;
+    chargeBuffer(blockBytes((range + 1) * sizeof(Choice)));
+    countWork((range + 1) * sizeof(Choice));
     first_ = static_cast<unsigned long>(least->first);
     table_.resize(range + 1);
     for (const auto& [label, body] : labels_) {
@@ -147,6 +154,7 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
     if (!label) return false;
     const FND::String& value = static_cast<StringNode&>(*label).result();
     if (labels_.contains(value)) return SCR_YaccError(Messages::caseDefined(value));
+    chargeBuffer(labelBytesS + blockBytes(value.size() + 1));
     labels_.emplace(value, openBody());
     return true;
 }
@@ -185,7 +193,10 @@ inline std::size_t StringSwitchCase::placeOf(const FND::String& label, const End
 }
 
 bool StringSwitchCase::finalSetup() {
-    slots_.resize(std::bit_ceil(2 * labels_.size() + 2));
+    const std::size_t slots = std::bit_ceil(2 * labels_.size() + 2);
+    chargeBuffer(blockBytes(slots * sizeof(Slot)) + blockBytes(slots * sizeof slotLabels_[0]));
+    countWork(slots * sizeof(Slot));
+    slots_.resize(slots);
     slotLabels_.resize(slots_.size());
     lastSlot_ = slots_.size() - 1;
     placeShift_ = std::countl_zero(slots_.size()) + 1;
