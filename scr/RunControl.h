@@ -202,7 +202,7 @@ private:
 
 /// Keeps a `RunControl` entered on the calling thread. Scopes nest, as a host's function may run
 /// its interpreter again; only the outermost starts the counts anew.
-class RunScope {
+class KESTREL_API RunScope {
 public:
     /// Throws `ScriptStopped` when too many runs are open within each other, or when they come near
     /// the end of the stack.
