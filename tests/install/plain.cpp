@@ -40,6 +40,7 @@ void fill(SCR::HostExtension& host, Record& record) {
         flag = !flag;
         ++number;
     });
+    host.function("refuse", [](SCR::Interpreter& running) { running.fail("no more"); });
     host.constant("YES", true);
     host.fieldIds([](const FND::String& name) { return name == "name" ? 0L : 1L; });
     host.field(
@@ -74,6 +75,7 @@ constexpr struct {
      "shown = join(\"a text that is no short one\", ever(), \"\");",
      "turning", "limit `steps'"},
     {"function Long down { return minus(down(), 1); } down();", "", "limit `depth'"},
+    {"refuse(); shown = \"after\";", "", "refuse: no more"},
     {"system(\"true\");", "", "not allowed (shell)"},
 };
 
