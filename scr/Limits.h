@@ -26,14 +26,16 @@ struct Limits {
     std::int64_t time = none;
     /// Bytes of one string that a script makes. A concatenation, a line that is read and a
     /// command's output that would pass it stop the script; any other built-in function logs an
-    /// error and gives an empty string.
+    /// error and gives an empty string. The texts of the script itself and those of the host are
+    /// theirs to limit.
     std::int64_t string = std::int64_t{1} << 30;
     /// Elements of one array or hash. An element beyond it is refused like one under a negative
     /// index, with one error an execution.
     std::int64_t elements = std::int64_t{1} << 28;
     /// Bytes that the values of the script hold: the text of its strings, the elements and keys of
     /// its containers, results on their way. A script that comes within 1/64 of it may be stopped.
-    /// What the script itself takes, its files and the host's own values do not count.
+    /// Its open files count, by what their buffers take, and the mutexes that the interpreter has.
+    /// What the script itself takes and the host's own values do not.
     std::int64_t memory = std::int64_t{1} << 32;
     /// Levels of blocks, and levels of an expression, that may be nested in a script's text; a
     /// chain of operators, as in `a + b - c`, is one. A text that nests deeper does not compile.

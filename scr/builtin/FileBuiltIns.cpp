@@ -174,26 +174,32 @@ constexpr BuiltIn fileBuiltInsS[] = {
      .factory = FileOpen::factory,
      .effects = Effect::ReadsFiles | Effect::WritesFiles,
      .manual =
-         "Closes `file` if it is open, then opens the file `name`; true when that succeeds. `mode` "
-         "is \"r\" to read, \"w\" to write a new or emptied file, \"a\" to append, \"r+\" to read "
-         "and write, or any other mode of C's fopen: one of these letters and at most five of "
-         "\"+\", \"b\", \"t\", \"x\", \"c\" and \"e\". A file stays open until it is closed or "
-         "the script's variable goes. Both texts end at their first NUL. A named pipe is waited "
-         "for: as it is opened for writing until it is opened for reading, and as it is read.",
+         "Closes `file` if it is open, then opens the file `name`; true when that succeeds. "
+         "`mode` is \"r\" to read, \"w\" to write a new or emptied file, \"a\" to append, \"r+\" "
+         "to read and write, or any other mode that C's fopen takes; it converts no bytes and "
+         "maps no file whatever the mode says. A file stays open until it is closed, the script's "
+         "variable goes, its element of a container is removed, or the host ends the script. Both "
+         "texts end at their first NUL. A named pipe is waited for: as it is opened for writing "
+         "until it is opened for reading, and as it is read. False also when the process can have "
+         "no more files open. An open file counts as 34 KiB of memory.",
      .example = R"(File f; fileOpen(f, "lines.txt", "w") and fileWriteStr(f, "one\n"))"},
     {.number = 97,
      .signature = "Void fileClose(File file)",
      .factory = FileClose::factory,
      .effects = Effect::WritesFiles,
-     .manual = "Writes out what is buffered and closes `file`; nothing when it is not open.",
+     .manual =
+         "Writes out what is buffered and closes `file`; nothing when it is not open. When not "
+         "all that was written to it arrived, the host is told, and the command ends with status "
+         "74.",
      .example = "File f; fileClose(f); fileIsOpen(f) == false"},
     {.number = 98,
      .signature = "Bool fileWriteStr(File file, String text)",
      .factory = FileWriteString::factory,
      .effects = Effect::WritesFiles,
-     .manual = "Writes the bytes of `text`. True when they were taken; a failure may also show "
-               "later, at a further write or at `fileFlush`. False when `text` is empty and when "
-               "`file` is not open for writing.",
+     .manual =
+         "Writes the bytes of `text`. True when they were taken; a failure may also show later, "
+         "at a further write or at `fileFlush`, or to the host as the file is closed. False when "
+         "`text` is empty and when `file` is not open for writing.",
      .example = R"(File f; fileOpen(f, "a.txt", "w"); fileWriteStr(f, "") == false)"},
     {.number = 99,
      .signature =

@@ -153,8 +153,11 @@ constexpr BuiltIn systemBuiltInsS[] = {
      .signature = "Void logStdout(String text)",
      .factory = LogStdout::factory,
      .effects = Effect::StandardOutput,
-     .manual = "Writes the bytes of `text` to standard output as they are, without a line end of "
-               "its own. The output is buffered as the host's is, and a failure is not reported.",
+     .manual =
+         "Writes the bytes of `text` to standard output, or to where the host wants it, as they "
+         "are and without a line end of its own. Standard output is buffered as the host's is. A "
+         "reader that keeps it waiting is waited for until the script has to stop. When it fails "
+         "the script goes on, the host is told, and the command ends with status 74.",
      .example = R"(logStdout(""); true)"},
     {.number = 121,
      .signature = "Long system(String command, [out String output])",
@@ -179,9 +182,11 @@ constexpr BuiltIn systemBuiltInsS[] = {
      .signature = "Long mutexCreate()",
      .factory = MutexCreate::factory,
      .effects = Effect::Mutex,
-     .manual = "A new mutex, not locked, for scripts of which several threads run parts. It is "
-               "known by its handle: the lowest number from 0 that is not in use in this "
-               "interpreter. A mutex must be created before several threads use it.",
+     .manual =
+         "A new mutex, not locked, for scripts of which several threads run parts. It is known by "
+         "its handle: the lowest number from 0 that is not in use in this interpreter. A mutex "
+         "must be created before several threads use it. It counts as memory as long as the "
+         "interpreter lives, and all mutexes together may take half of what is granted.",
      .example = "Long m = mutexCreate(); mutexDestroy(m)"},
     {.number = 124,
      .signature = "Bool mutexDestroy(Long mutex)",
