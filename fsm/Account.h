@@ -58,9 +58,12 @@ template <class Element>
 void makeRoom(std::vector<Element>& elements, Charge& charge) {
     const std::size_t before = elements.capacity();
     if (elements.size() < before) return;
+    // Elements may be pointers.
+    // NOLINTBEGIN(bugprone-sizeof-expression)
     charge.take(blockBytes(std::max<std::size_t>(2 * before, 1) * sizeof(Element)));
     elements.reserve(std::max<std::size_t>(2 * before, 1));
     if (before > 0) charge.give(blockBytes(before * sizeof(Element)));
+    // NOLINTEND(bugprone-sizeof-expression)
 }
 
 /// Lets a container charge its memory to the budget in whose scope it was made.
@@ -74,6 +77,8 @@ public:
     CountedAllocator() : budget_(currentBudget()) {}
     template <class Other>
     CountedAllocator(const CountedAllocator<Other>& other) : budget_(other.budget()) {}
+    // A name of the library's.
+    // NOLINTNEXTLINE(readability-identifier-naming)
     CountedAllocator select_on_container_copy_construction() const { return {}; }
 
     // Elements may be pointers.

@@ -328,7 +328,7 @@ private:
 
     void giveLists() {
         const Lists& lists = pathLists_.lists();
-        raw_.listsCharge.take(blockBytes(lists.count() * sizeof raw_.lists[0]));
+        raw_.listsCharge.take(blockBytes(lists.count() * sizeof(decltype(raw_.lists)::value_type)));
         raw_.lists.reserve(lists.count());
         for (std::size_t i = 0; i < lists.count(); ++i) {
             const auto size = static_cast<std::size_t>(lists.end(i) - lists.begin(i));

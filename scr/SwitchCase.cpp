@@ -194,6 +194,7 @@ inline std::size_t StringSwitchCase::placeOf(const FND::String& label, const End
 
 bool StringSwitchCase::finalSetup() {
     const std::size_t slots = std::bit_ceil(2 * labels_.size() + 2);
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): of pointers
     chargeBuffer(blockBytes(slots * sizeof(Slot)) + blockBytes(slots * sizeof slotLabels_[0]));
     countWork(slots * sizeof(Slot));
     slots_.resize(slots);

@@ -15,7 +15,7 @@ using Event = ScriptRecord::Event;
 using Place = ScriptRecord::Place;
 using Call = ScriptRecord::Call;
 using Function = ScriptRecord::Function;
-constexpr std::uint32_t none = ScriptRecord::none;
+constexpr std::uint32_t noneS = ScriptRecord::none;
 
 // Tenths of a second; no real script comes near.
 constexpr std::size_t mostStepsS = 20'000'000;
@@ -97,7 +97,7 @@ public:
 private:
     // What was the last to make variables unsafe to read.
     struct Causes {
-        std::uint32_t call = none;           // that ran
+        std::uint32_t call = noneS;          // that ran
         std::vector<std::uint32_t> binding;  // since then, by variable: whose argument is stored
     };
 
@@ -169,7 +169,7 @@ private:
     void findNestedCalls(const Function& function) {
         std::vector<OpenCall> open;
         std::size_t epoch = 0;  // one more with each change of a variable
-        for (std::uint32_t at = function.body.first; at != none; at = record_.events[at].next) {
+        for (std::uint32_t at = function.body.first; at != noneS; at = record_.events[at].next) {
             if (!budget_.take(1)) return;
             const Event& event = record_.events[at];
             switch (event.kind) {
@@ -304,7 +304,7 @@ private:
         } else if (event.kind == Event::Bind && isSelf(event.index, index) &&
                    !isHandedOn(event.index, event.argument)) {
             change.lost.set(event.argument);
-            causes.binding.resize(record_.functions[index].parameters, none);
+            causes.binding.resize(record_.functions[index].parameters, noneS);
             causes.binding[event.argument] = event.index;
         } else if (event.kind == Event::Run && isSelf(event.index, index)) {
             budget_.take(change.lost.words());
@@ -316,7 +316,7 @@ private:
     void reportLateRead(const Function& function, const Event& read, const Causes& causes) {
         const FND::String& name = function.locals[read.index].name;
         const bool isBound =
-            read.index < causes.binding.size() && causes.binding[read.index] != none;
+            read.index < causes.binding.size() && causes.binding[read.index] != noneS;
         if (isBound) {
             found_.emplace_back(read.place,
                                 Messages::readAfterArgument(name, read.index + 1, function.name));
