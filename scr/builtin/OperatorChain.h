@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "scr/Memory.h"
@@ -70,20 +69,20 @@ private:
     // The divisors of one evaluation, filled from the last on.
     class Divisors {
     public:
-        explicit Divisors(std::size_t count) : next_(few_.data() + few_.size()) {
-            if (count <= few_.size()) return;
-            charge_.emplace(blockBytes(count * sizeof(Value)));
-            many_ = std::make_unique<Value[]>(count);
-            next_ = many_.get() + count;
-        }
+        explicit Divisors(std::size_t count)
+            : charge_(count > fewCM ? blockBytes(count * sizeof(Value)) : 0),
+              many_(count > fewCM ? std::make_unique<Value[]>(count) : nullptr),
+              next_(many_ ? many_.get() + count : few_.data() + fewCM) {}
         // Whether it is zero.
         bool push(const Value& divisor) { return (*--next_ = divisor) == Type::null(); }
         const Value& pop() { return *next_++; }
 
     private:
-        std::array<Value, 2> few_{};
-        std::optional<BufferCharge> charge_;
-        std::unique_ptr<Value[]> many_;
+        static constexpr std::size_t fewCM = 2;
+
+        std::array<Value, fewCM> few_{};
+        const BufferCharge charge_;
+        const std::unique_ptr<Value[]> many_;
         Value* next_;
     };
 
