@@ -20,10 +20,11 @@ constexpr std::size_t mostItemsS = std::size_t{1} << 20;
 // It can not be interrupted, and parts that may be left out make it take time in proportion to
 // their number and to the size of the whole. An expression of more than these nanoseconds is not
 // tried.
-constexpr std::size_t mostNanosecondsS = 3'000'000'000;
+constexpr std::size_t mostNanosecondsS = 5'000'000'000;
 
+// Mostly it is compiled once or twice.
 std::size_t nanosecondsToCompile(const RegExprSize& size) {
-    return size.instructions * 300 + size.instructions * size.loops;
+    return 2 * size.instructions * (300 + size.loops);
 }
 
 re2::RE2::Options options(std::int64_t memory) {
@@ -84,16 +85,19 @@ RegExpr::RegExpr(std::string_view pattern, std::int64_t share) {
     std::int64_t memory = std::min(wanted + (automaton_ ? fallbackShare : share), mostMemoryS);
     charge_.take(static_cast<std::size_t>(memory) + bytesAByte * pattern.size());
     const FSM::Charge whileCompiling(bytesToCompile * size.instructions);
-    expression_ = compile(pattern, memory);
-    if (expression_->error_code() == re2::RE2::ErrorPatternTooLarge && memory < mostMemoryS) {
+    const auto compileIn = [&](std::string_view text) {
+        expression_ = compile(text, memory);
+        if (expression_->error_code() != re2::RE2::ErrorPatternTooLarge || memory == mostMemoryS)
+            return;
         charge_.take(static_cast<std::size_t>(mostMemoryS - memory));
         memory = mostMemoryS;
-        expression_ = compile(pattern, memory);
-    }
+        expression_ = compile(text, memory);
+    };
+    compileIn(pattern);
     if (!expression_->ok()) {
         automaton_.reset();
     } else if (mayShareHighByte(pattern)) {
-        expression_ = compile(withoutBeginning(pattern), memory);
+        compileIn(withoutBeginning(pattern));
     }
 }
 
@@ -106,7 +110,7 @@ std::size_t RegExpr::millisecondsToCompile(std::string_view pattern) {
 bool RegExpr::isValid() const { return expression_ && expression_->ok(); }
 
 std::size_t RegExpr::size() const {
-    return static_cast<std::size_t>(std::max(expression_->ProgramSize(), 1));
+    return isValid() ? static_cast<std::size_t>(std::max(expression_->ProgramSize(), 1)) : 1;
 }
 
 std::optional<std::string_view> RegExpr::search(std::string_view text, std::size_t start) const {

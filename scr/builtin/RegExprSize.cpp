@@ -8,8 +8,8 @@ namespace SCR {
 
 namespace {
 
-// Far beyond all that the library takes.
-constexpr std::size_t mostS = std::size_t{1} << 40;
+// Far beyond all that the library takes; products of two of them do not overflow.
+constexpr std::size_t mostS = std::size_t{1} << 31;
 
 class Reader {
 public:
