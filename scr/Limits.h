@@ -21,8 +21,9 @@ struct Limits {
     std::int64_t steps = none;
     /// Calls of user functions that may be open within each other.
     std::int64_t depth = 10'000;
-    /// Milliseconds of wall time that one execution may take. A search by a regular expression that
-    /// could take far longer is refused with an error.
+    /// Milliseconds of wall time that one execution may take, or one compile. A search by a regular
+    /// expression that could take far longer is refused with an error; before an expression that
+    /// could take longer to compile the script is stopped.
     std::int64_t time = none;
     /// Bytes of one string that a script makes. A concatenation, a line that is read and a
     /// command's output that would pass it stop the script; any other built-in function logs an
@@ -33,9 +34,10 @@ struct Limits {
     /// index, with one error an execution.
     std::int64_t elements = std::int64_t{1} << 28;
     /// Bytes that the values of the script hold: the text of its strings, the elements and keys of
-    /// its containers, results on their way. A script that comes within 1/64 of it may be stopped.
-    /// Its open files count, by what their buffers take, and the mutexes that the interpreter has.
-    /// What the script itself takes and the host's own values do not.
+    /// its containers, results on their way; what its automata take, see below; its open files, by
+    /// what their buffers take; the mutexes that the interpreter has; and the script itself, its
+    /// text and its tree. A script that comes within 1/64 of it may be stopped. The host's own
+    /// values do not count.
     std::int64_t memory = std::int64_t{1} << 32;
     /// Levels of blocks, and levels of an expression, that may be nested in a script's text; a
     /// chain of operators, as in `a + b - c`, is one. A text that nests deeper does not compile.

@@ -1,12 +1,15 @@
 // Matches texts with patterns, without any script.
 
 #include <fsm/Analysis.h>
+#include <fsm/Budget.h>
 #include <fsm/Engine.h>
 #include <fsm/EngineGroup.h>
 #include <fsm/MultiEngine.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +26,21 @@ void check(bool holds) {
     ++checksS;
     if (!holds) ++failuresS;
 }
+
+// Lets patterns of strangers take so many bytes while they are built and after.
+class Bytes final : public FSM::Budget {
+public:
+    explicit Bytes(std::size_t bytes) : left_(bytes) {}
+    void take(std::size_t bytes) override {
+        if (bytes > left_) throw std::bad_alloc();
+        left_ -= bytes;
+    }
+    void give(std::size_t bytes) noexcept override { left_ += bytes; }
+    void work(std::size_t) override {}  // the place to look at the clock
+
+private:
+    std::size_t left_;
+};
 
 int fail(const FND::String& error) {
     std::fprintf(stderr, "%s\n", error.c_str());
@@ -70,6 +88,12 @@ int main() {
     check(FSM::unreachedCases(*FSM::analyse(cases), lines) ==
           std::vector<FND::String>{
               "the case in line 12 is never reached: line 9 matches all its texts"});
+
+    Bytes budget(1'000'000);
+    const FSM::BudgetScope scope(&budget);
+    FSM::Engine strange;
+    strange.insertPattern(".*a.{16}");
+    check(!strange.finalSetup() && strange.error() == "no memory available for the automaton");
 
     std::printf("%d checks, %d failures\n", checksS, failuresS);
     return failuresS == 0 ? 0 : 1;
