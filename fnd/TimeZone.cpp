@@ -1,7 +1,6 @@
 #include "fnd/TimeZone.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -30,9 +29,6 @@ constexpr int cycleYearS = 2101;
 constexpr std::int64_t everS = std::numeric_limits<std::int64_t>::min();
 constexpr int stretchShiftS = 22;  // seven weeks: most hold one change at most
 constexpr std::size_t mostPeriodsS = 30'000;
-
-// The zone of the process. It is not freed at the end: threads may use it as long as they run.
-std::atomic<const TimeZone*> localG{nullptr};
 
 std::int64_t startOf(int year) { return dayNumberOf(year, 1, 1) * secsPerDayS; }
 
@@ -104,19 +100,20 @@ std::shared_ptr<const TimeZone> TimeZone::fromEnvironment() {
     return name.starts_with('/') ? fromFile(String(name)) : find(name);
 }
 
-const TimeZone& TimeZone::local() {
-    if (const TimeZone* const zone = localG.load(std::memory_order_acquire)) return *zone;
+std::atomic<const TimeZone*> TimeZone::localCM{nullptr};
+
+const TimeZone& TimeZone::findLocal() {
     const std::shared_ptr<const TimeZone> found = fromEnvironment();
     auto zone = found ? std::make_unique<const TimeZone>(*found) : std::make_unique<TimeZone>();
     // Another thread may have been faster.
     const TimeZone* present = nullptr;
-    if (!localG.compare_exchange_strong(present, zone.get(), std::memory_order_acq_rel)) {
+    if (!localCM.compare_exchange_strong(present, zone.get(), std::memory_order_acq_rel)) {
         return *present;
     }
     return *zone.release();
 }
 
-void TimeZone::rereadLocal() noexcept { delete localG.exchange(nullptr); }
+void TimeZone::rereadLocal() noexcept { delete localCM.exchange(nullptr); }
 
 std::shared_ptr<const TimeZone> TimeZone::make(std::vector<ZonePeriod> periods,
                                                const ZoneRule* rule) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string_view>
@@ -29,7 +30,10 @@ public:
     /// The zone of the process: that of TZ, or of /etc/localtime when TZ is not set; UTC when there
     /// is no such zone. It is looked up when it is first asked for and stays that, whatever becomes
     /// of TZ, until `rereadLocal`. Throws std::bad_alloc.
-    static const TimeZone& local();
+    static const TimeZone& local() {
+        const TimeZone* const zone = localCM.load(std::memory_order_acquire);
+        return zone != nullptr ? *zone : findLocal();
+    }
     /// Forgets the zone of the process, to be looked up anew. No other thread may use it meanwhile.
     static void rereadLocal() noexcept;
 
@@ -69,6 +73,7 @@ private:
     // from ever on. What follows them goes by `rule`, unless that is null. Null for too many.
     static std::shared_ptr<const TimeZone> make(std::vector<ZonePeriod> periods,
                                                 const ZoneRule* rule);
+    static const TimeZone& findLocal();
     static std::shared_ptr<const TimeZone> fromFile(const String& path);
     static std::shared_ptr<const TimeZone> fromEnvironment();
     bool take(const std::vector<ZonePeriod>& periods);
@@ -78,6 +83,9 @@ private:
     }
 
     static constexpr std::int64_t neverCM = INT64_MAX;
+    // The zone of the process, once it is known. It is not freed at the end: threads may use it as
+    // long as they run.
+    static std::atomic<const TimeZone*> localCM;
 
     std::vector<Period> periods_;  // ascending, the first from ever on; none in UTC
     String names_;

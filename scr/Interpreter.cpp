@@ -5,7 +5,6 @@
 #include <typeinfo>
 #include <utility>
 
-#include "fnd/TimeZone.h"
 #include "scr/AutomataAccount.h"
 #include "scr/CompareInterface.h"
 #include "scr/Entry.h"
@@ -323,10 +322,6 @@ bool Interpreter::timeZone(const FND::String& name) {
         timeZone_ = std::move(zone);
         return true;
     });
-}
-
-const FND::TimeZone& Interpreter::timeZone() const {
-    return timeZone_ != nullptr ? *timeZone_ : FND::TimeZone::local();
 }
 
 bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {

@@ -8,6 +8,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "fnd/TimeZone.h"
 #include "scr/Capabilities.h"
 #include "scr/Finding.h"
 #include "scr/Limits.h"
@@ -17,10 +18,6 @@
 #include "scr/Output.h"
 #include "scr/PlaceTable.h"
 #include "scr/RunControl.h"
-
-namespace FND {
-class TimeZone;
-}  // namespace FND
 
 namespace SCR {
 
@@ -136,7 +133,9 @@ public:
     /// after an error, for a zone that the system does not know; nothing changes then.
     bool timeZone(const FND::String& name);
     /// The local zone of scripts; holds until it is set or the process's zone is read anew.
-    const FND::TimeZone& timeZone() const;
+    const FND::TimeZone& timeZone() const {
+        return timeZone_ != nullptr ? *timeZone_ : FND::TimeZone::local();
+    }
 
     /// What scripts may do; see `Capabilities`. Set for the compiles that follow: what was compiled
     /// before goes on as it may. False, after an error, when a directory cannot be opened, which
