@@ -6,6 +6,7 @@ set(kestrel_layers kestrel_fnd kestrel_fsm kestrel_scr)
 target_link_libraries(kestrel PRIVATE ${kestrel_layers} ${CMAKE_DL_LIBS})
 target_compile_features(kestrel PUBLIC cxx_std_20)
 kestrel_warnings(kestrel)
+kestrel_hardening(kestrel)
 
 # A layer lists its public headers beside its sources; users see them as those of one library.
 foreach(layer IN LISTS kestrel_layers)

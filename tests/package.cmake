@@ -8,6 +8,11 @@ add_test(NAME package.symbols COMMAND ${CMAKE_COMMAND}
     -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:kestrel>
     -P ${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols.cmake)
 
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KESTREL_SANITIZE)
+    add_test(NAME package.hardening COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/hardening.sh
+        ${CMAKE_READELF} ${CMAKE_OBJDUMP} $<TARGET_FILE:kestrel> $<TARGET_FILE:kestrel_cli>)
+endif()
+
 if(NOT KESTREL_INSTALL)
     return()
 endif()
