@@ -29,4 +29,11 @@ const HashSeed& hashSeed() {
     return seedS;
 }
 
+namespace {
+
+// Made while the library is loaded: a fork must find none that is just being made.
+[[maybe_unused]] const HashSeed& madeS = hashSeed();
+
+}  // namespace
+
 }  // namespace FND

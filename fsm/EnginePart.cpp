@@ -12,6 +12,9 @@ Pool<EnginePart>& enginePartPool() {
     return pool;
 }
 
+// Made while the library is loaded: a fork must find none that is just being made.
+[[maybe_unused]] const auto& poolS = enginePartPool();
+
 NonDetState* nonDet(State* state) { return static_cast<NonDetState*>(state); }
 
 }  // namespace

@@ -20,6 +20,9 @@ Pool<NonDetState>& nonDetStatePool() {
     return pool;
 }
 
+// Made while the library is loaded: a fork must find none that is just being made.
+[[maybe_unused]] const auto& poolS = nonDetStatePool();
+
 }  // namespace
 
 NonDetState::NonDetState(std::int64_t id)

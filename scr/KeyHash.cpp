@@ -63,4 +63,11 @@ std::uint32_t keyHash(std::string_view key) {
 
 NumberHash::NumberHash() : first_(FND::hashSeed().first), second_(FND::hashSeed().second) {}
 
+namespace {
+
+// Its seed is taken while the library is loaded: a fork must find none that is just being taken.
+[[maybe_unused]] const std::uint32_t seededS = keyHash({});
+
+}  // namespace
+
 }  // namespace SCR

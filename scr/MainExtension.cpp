@@ -10,9 +10,12 @@ MainExtension::Constants MainExtension::constantsCM;
 MainExtension::Operators MainExtension::operatorsCM;
 int MainExtension::instancesCM = 0;
 std::mutex MainExtension::mutexCM;
+const bool MainExtension::isForkGuardedCM = [] {
+    static FND::ForkGuard guard(FND::ForkGuard::Rank::BuiltIns, mutexCM);
+    return true;
+}();
 
 MainExtension::MainExtension() {
-    static FND::ForkGuard guard(FND::ForkGuard::Rank::BuiltIns, mutexCM);
     const std::lock_guard lock(mutexCM);
     if (instancesCM == 0) fillTable();
     ++instancesCM;
@@ -23,10 +26,7 @@ MainExtension::~MainExtension() {
     if (--instancesCM == 0) Constants().swap(constantsCM);
 }
 
-FND::String MainExtension::extensionName() const {
-    static const FND::String name = "main";
-    return name;
-}
+FND::String MainExtension::extensionName() const { return "main"; }
 
 Variable* MainExtension::variable(const FND::String& name) {
     const auto found = constantsCM.find(name);

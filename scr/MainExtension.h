@@ -63,6 +63,7 @@ private:
     static Operators operatorsCM;
     static int instancesCM;
     static std::mutex mutexCM;
+    static const bool isForkGuardedCM;
 
     ScriptMutexes mutexes_;
 };

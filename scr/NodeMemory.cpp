@@ -237,6 +237,9 @@ SharedBlocks& sharedBlocks() {
     return *blocks;
 }
 
+// Made while the library is loaded: a fork must find none that is just being made.
+[[maybe_unused]] const SharedBlocks& sharedBlocksS = sharedBlocks();
+
 std::size_t unitsOf(std::size_t bytes) { return (bytes + unitS - 1) / unitS; }
 
 // Gives back what belongs to an outer scope, or to none.
