@@ -393,6 +393,18 @@ TEST(StopTest, ForkedChildrenCompile) {
     EXPECT_EQ(done, children);
 }
 
+// Calls `act` on `stack`.
+[[gnu::noinline]] void onFiber(std::vector<char>& stack, void (*act)()) {
+    ucontext_t fiber;
+    ucontext_t main;
+    ASSERT_EQ(getcontext(&fiber), 0);
+    fiber.uc_stack.ss_sp = stack.data();
+    fiber.uc_stack.ss_size = stack.size();
+    fiber.uc_link = &main;
+    makecontext(&fiber, act, 0);
+    ASSERT_EQ(swapcontext(&main, &fiber), 0);
+}
+
 // Scripts run on stacks that are not the thread's, held by the depth or by the bounds that are
 // said.
 TEST(StopTest, FibersRun) {
@@ -411,15 +423,7 @@ TEST(StopTest, FibersRun) {
             limits.depth = depth;
             interpreter.limits(limits);
             interpreter.stackEnd(isSaid ? stack.data() : nullptr);
-            ucontext_t fiber;
-            ucontext_t main;
-            ASSERT_EQ(getcontext(&fiber), 0);
-            fiber.uc_stack.ss_sp = stack.data();
-            fiber.uc_stack.ss_size = stack.size();
-            fiber.uc_link = &main;
-            makecontext(
-                &fiber, [] { hasRunS = interpreterS->execute(); }, 0);
-            ASSERT_EQ(swapcontext(&main, &fiber), 0);
+            onFiber(stack, [] { hasRunS = interpreterS->execute(); });
             EXPECT_EQ(hasRunS, depth > 50) << log.text;
         }
     }
