@@ -118,15 +118,18 @@ TEST(CompileLimits, HoldForAllThatIsBuilt) {
             interpreter.limits(limited);
             const long held = Allocations::startPeak();
             const auto start = std::chrono::steady_clock::now();
-            EXPECT_FALSE(compile(build, interpreter, conditions));
+            const bool compiled = compile(build, interpreter, conditions);
             const auto taken = std::chrono::steady_clock::now() - start;
+            if (limited.time != Limits::none) {
+                EXPECT_LT(taken, std::chrono::milliseconds(limited.time + (compiled ? 20 : 400)));
+                // A fast machine may be done in the time that it has.
+                if (compiled) continue;
+            }
+            EXPECT_FALSE(compiled);
             EXPECT_NE(log.text.find(": script stopped: limit `" + std::string(row.name) + "' of "),
                       std::string::npos)
                 << log.text;
             EXPECT_TRUE(interpreter.wasStopped());
-            if (limited.time != Limits::none) {
-                EXPECT_LT(taken, std::chrono::milliseconds(limited.time + 400));
-            }
             const std::int64_t most = std::min(limited.memory, limited.automata);
             EXPECT_LT(Allocations::peak() - held - (8 << 20), most);
             EXPECT_EQ(interpreter.automata().held(), 0);
@@ -141,11 +144,16 @@ TEST(CompileLimits, InterruptionsReachWhatIsBuilt) {
         MemoryLog log;
         Interpreter interpreter(&log);
         SCR::ConditionList conditions(interpreter);
+        std::atomic<bool> isDone = false;
+        bool isInterrupted = false;
         std::thread interrupter([&] {
-            while (!interpreter.interrupt()) std::this_thread::yield();
+            while (!isInterrupted && !isDone) isInterrupted = interpreter.interrupt();
         });
-        EXPECT_FALSE(compile(build, interpreter, conditions)) << build.name;
+        const bool compiled = compile(build, interpreter, conditions);
+        isDone = true;
         interrupter.join();
+        ASSERT_TRUE(isInterrupted) << build.name;
+        EXPECT_FALSE(compiled) << build.name;
         EXPECT_NE(log.text.find("script stopped: interrupted\n"), std::string::npos) << log.text;
     }
 }
