@@ -16,6 +16,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Script.h"
@@ -174,6 +175,9 @@ TEST_P(FileAccessTest, FilesAreRenamedDeletedAndCopiedWhereTheyMayBeWritten) {
         {R"(fileRename("out/secret", "in/secret"))", false},
         {R"(fileRename("in/toFolder/secret", "in/secret"))", false},
         {R"(fileRename("ro/file", "in/other"))", false},
+        {R"(fileRename("in/toFolder/", "in/other"))", false},
+        {R"(fileOpen(f, "in/pipe", "r+") and fileWriteStr(f, "x"))", true},
+        {R"(fileOpen(f, "out/pipe", "r+"))", false},
         {R"(fileRename("in", "in2"))", false},
         {R"(fileDelete("in/folder/copy"))", true},
         {R"(fileDelete("in/toOut"))", true},  // the link
@@ -182,6 +186,7 @@ TEST_P(FileAccessTest, FilesAreRenamedDeletedAndCopiedWhereTheyMayBeWritten) {
         {R"(fileDelete("out/secret"))", false},
         {R"(fileDelete("in/toFolder/secret"))", false},
     };
+    ASSERT_EQ(mkfifo("in/pipe", 0600) + mkfifo("out/pipe", 0600), 0);
     for (const auto& row : rows) EXPECT_EQ(holds(row.condition), row.holds) << row.condition;
     EXPECT_EQ(contents("out/secret") + contents("ro/file"), "out/secretro/file");
     EXPECT_EQ(contents("in/folder/deep"), "in/sub/deep");
