@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <exception>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "scr/ChargedText.h"
 #include "scr/ElementPlace.h"
 #include "scr/HostDescriptor.h"
 #include "scr/Interpreter.h"
@@ -20,7 +22,7 @@ namespace SCR::Host {
 
 /// What a call keeps for one operand: a copy of its value, and the way to the element that it is.
 struct Kept {
-    std::variant<std::monostate, long, bool, FND::String, FND::Decimal, FND::DateTime,
+    std::variant<std::monostate, long, bool, ChargedText, FND::Decimal, FND::DateTime,
                  FND::Identifier>
         value;
     PlaceTrail trail;
@@ -28,19 +30,28 @@ struct Kept {
     // The value, of the type that it has for this operand in every call.
     template <class Value>
     Value& as() {
-        if (!std::holds_alternative<Value>(value)) value.emplace<Value>();
-        return *std::get_if<Value>(&value);
+        if constexpr (std::is_same_v<Value, FND::String>) {
+            return as<ChargedText>().text();
+        } else {
+            if (!std::holds_alternative<Value>(value)) value.emplace<Value>();
+            return *std::get_if<Value>(&value);
+        }
     }
     // Gives it a value and tells where that is.
     template <class Value>
     Value& hold(const Value& source) {
-        return as<Value>() = source;
+        if constexpr (std::is_same_v<Value, FND::String>) {
+            as<ChargedText>().assign(source);
+        } else {
+            as<Value>() = source;
+        }
+        return as<Value>();
     }
-    FND::String& hold(const FND::String& source) {
-        auto& target = as<FND::String>();
-        growBuffer(target, source.size());
-        store(target, source);
-        return target;
+    // Drops a text that is too large to be kept for its room.
+    void shrink() {
+        constexpr std::size_t most = 4096;
+        auto* const text = std::get_if<ChargedText>(&value);
+        if (text != nullptr && text->text().capacity() > most) value.emplace<ChargedText>();
     }
 };
 
@@ -251,7 +262,10 @@ private:
     std::unique_ptr<Kept[]> takeRoom() {
         return room_ ? std::move(room_) : std::make_unique<Kept[]>(operands_.size());
     }
-    void giveBack(std::unique_ptr<Kept[]> room) noexcept { room_ = std::move(room); }
+    void giveBack(std::unique_ptr<Kept[]> room) noexcept {
+        for (std::size_t i = 0; i < operands_.size(); ++i) room[i].shrink();
+        room_ = std::move(room);
+    }
 
     Interpreter& interpreter_;  // outlives the node
     const HostDescriptor& function_;
