@@ -75,10 +75,13 @@ void compareRows(const std::string& type, const std::string& signs, const std::s
             if (i > 0) expression += ")";
         }
         const Value expected = row.value(count);
-        const Harness::ScriptRun run =
-            Harness::run("function " + type + " o(" + type + " value, Long number) {" +
-                         "logStdout(longToStr(number) + \" \"); return value; }" + type +
-                         " a = " + expression + ";" + show);
+        std::string script =
+            "function T o(T value, Long number) {"
+            "logStdout(longToStr(number) + \" \"); return value; } T a = ";
+        for (std::size_t at; (at = script.find("T ")) != std::string::npos;) {
+            script.replace(at, 1, type);
+        }
+        const Harness::ScriptRun run = Harness::run(script.append(expression).append(";" + show));
         ASSERT_EQ(run.output, row.trace + text(expected)) << expression << run.log;
     }
 }
