@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "StdoutCapture.h"
@@ -21,6 +22,17 @@ public:
     std::string text;                               ///< the messages, each with a line end
     std::vector<FND::Status::Severity> severities;  ///< of the messages, in their order
 };
+
+/// What stands between the bars of a text.
+inline std::vector<std::string> pieces(std::string_view text) {
+    std::vector<std::string> all;
+    for (;;) {
+        const std::size_t bar = text.find('|');
+        all.emplace_back(text.substr(0, bar));
+        if (bar == text.npos) return all;
+        text.remove_prefix(bar + 1);
+    }
+}
 
 /// What became of a script, from its compilation to the end of its interpreter ("END" included).
 struct ScriptRun {

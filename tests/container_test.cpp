@@ -403,62 +403,6 @@ TEST(Container, FewElementsTakeLittle) {
     EXPECT_LT((Allocations::bytesHeldCM - between) / 1000, 640);
 }
 
-// Makes one allocation after the other fail until `act` succeeds; `check` is called after every
-// failure.
-void failEachAllocation(const std::function<bool()>& act, const std::function<void()>& check) {
-    for (long allowed = 0; allowed < 1000; ++allowed) {
-        Allocations::failAfter(allowed);
-        bool isDone = false;
-        try {
-            isDone = act();
-        } catch (const std::bad_alloc&) {
-        }
-        if (!Allocations::endFailing()) return;
-        EXPECT_FALSE(isDone);
-        check();
-    }
-    FAIL() << "never succeeded";
-}
-
-void endMemory(const ElementKind& kind) {
-    Array array(kind.prototype().release());
-    failEachAllocation([&] { return array.at(100) != nullptr; },
-                       [&] { EXPECT_EQ(array.size(), 0U); });
-    EXPECT_TRUE(kind.same(*array.at(100), *array.defaultValue()));
-
-    Hash hash(kind.prototype().release());
-    for (unsigned long i = 0; i < 50; ++i) {
-        const std::string key = longTextS + std::to_string(i);
-        failEachAllocation([&] { return hash.find(key) != nullptr; },
-                           [&] {
-                               EXPECT_FALSE(hash.contains(key));
-                               EXPECT_EQ(hash.keys().size(), i);
-                           });
-        if (i % 5 == 4) {
-            hash.remove(key);
-            failEachAllocation([&] { return hash.find(key) != nullptr; }, [] {});
-        }
-    }
-    std::unique_ptr<Variable> copy;
-    const auto clone = [&](const Variable& container) {
-        copy.reset(container.clone());
-        return true;
-    };
-    failEachAllocation([&] { return clone(array); }, [] {});
-    failEachAllocation([&] { return clone(hash); }, [] {});
-    EXPECT_EQ(keysOf(static_cast<Hash&>(*copy)), keysOf(hash));
-}
-
-TEST(Container, SurvivesTheEndOfMemory) {
-    for (const ElementKind& kind : elementKinds()) {
-        SCOPED_TRACE(kind.name);
-        const long before = Allocations::bytesHeldCM;
-        endMemory(kind);
-        EXPECT_EQ(Allocations::bytesHeldCM, before);
-    }
-    EXPECT_EQ(HostVariable::instancesCM, 0);
-}
-
 TEST(ElementLimit, IsReportedOnceInAnExecution) {
     const auto result = Harness::run(
         R"(Long a[]; Long h{}; Long i;

@@ -144,24 +144,3 @@ TEST(Crypt, ReadsWhatIsLeftOfACutText) {
         EXPECT_EQ(plain, expected.substr(0, plain.size())) << size;
     }
 }
-
-TEST(Crypt, ReadsOneByteAtTheCursor) {
-    // A block of its own, so that reading beyond its end is noticed.
-    const std::vector<char> text = {'a', 'B', '\n', '\n', 'f', 'F'};
-    std::string_view cursor(text.data(), text.size());
-    unsigned char byte = 0;
-    EXPECT_TRUE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(byte, 0xAB);
-    EXPECT_FALSE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(cursor, "\nfF");
-    cursor.remove_prefix(1);
-    EXPECT_TRUE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(byte, 0xFF);
-    EXPECT_FALSE(Crypt::charFromHex(cursor, byte));
-    cursor = std::string_view(text.data() + 5, 1);
-    EXPECT_FALSE(Crypt::charFromHex(cursor, byte));
-    EXPECT_EQ(cursor.size(), 1u);
-    EXPECT_EQ(byte, 0xFF);
-    EXPECT_EQ(Crypt::hexString(0), "00");
-    EXPECT_EQ(Crypt::hexString(0xAF), "AF");
-}

@@ -222,38 +222,6 @@ TEST(Decimal, HexTextIsStrict) {
     }
 }
 
-TEST(Decimal, FormattedText) {
-    const struct {
-        const char* number;
-        int places;
-        const char* expected;
-        const char* hex;
-    } cases[] = {
-        {"1.5", 6, "1.500000", "1.800000"},
-        {"1.5", 0, "2", "2"},
-        {"-0.5", 0, "-1", "-1"},
-        {"-0.4", 0, "0", "0"},
-        {"-0.004", 2, "0.00", "-0.01"},
-        {"-0.001", 2, "0.00", "0.00"},
-        {"-255.5", -7, "-256", "-100"},
-        {"0.1", 1000, "0.1000000000000000000000000000", "0.199999999999999999999999999A"},
-        {"255.99999", 1, "256.0", "100.0"},
-        {"-9999999999999999999999999999", 28,
-         "-9999999999999999999999999999.0000000000000000000000000000",
-         "-204FCE5E3E2502610FFFFFFF.0000000000000000000000000000"},
-        {"999999999999999999.9999999999", 2, "1000000000000000000.00", "DE0B6B3A7640000.00"},
-        {"100000000000000000000.5", 1, "100000000000000000000.5", "56BC75E2D63100000.8"},
-        {"invalid", 2, "INVALID", "INVALID"},
-    };
-    for (const auto& [number, places, expected, hex] : cases) {
-        std::string text = "left over";
-        decimal(number).format(text, places);
-        EXPECT_EQ(expected, text) << number;
-        decimal(number).formatHex(text, '.', places);
-        EXPECT_EQ(hex, text) << number;
-    }
-}
-
 TEST(Decimal, FormatReusesMemory) {
     std::string text(100, 'x');
     const char* const memory = text.data();

@@ -61,33 +61,6 @@ TEST(LexerTest, Tokens) {
     for (const auto& [text, tokens] : rows) EXPECT_EQ(scan(text), tokens) << text.substr(0, 100);
 }
 
-TEST(LexerTest, LinesAndFiles) {
-    const struct {
-        FND::String text;  // read to its end
-        int line;
-        const char* file;
-    } rows[] = {
-        {"a", 1, ""},
-        {"a\nb\r\nc", 3, ""},
-        {"/* one\ntwo */ x", 2, ""},
-        {"// comment\r\nx", 2, ""},
-        {"\"one\ntwo\"", 2, ""},
-        {"\"one\\\ntwo\"", 2, ""},
-        {"#line 12 \"f.ks\"\nx", 12, "f.ks"},
-        {"#line 2147483647 \"f.ks\"\n\n\nx", 2147483647, "f.ks"},
-        {"x #line 7 \"a\"b\"\n\nx", 8, "a\"b"},
-        {"/* #line 5 \"no\"\n */ \"#line 6\"", 2, ""},
-    };
-    for (const auto& row : rows) {
-        SCR::CustomLexer lexer("", row.text);
-        FND::String token;
-        while (lexer.yylex(&token) != 0) {
-        }
-        EXPECT_EQ(lexer.line(), row.line) << row.text;
-        EXPECT_EQ(lexer.fileName(), row.file) << row.text;
-    }
-}
-
 // Most tokens do not come to the generated rules: they are to be what the rules would make of them.
 // The texts are longer than the scanner's buffer, so that tokens of all kinds lie across its end.
 TEST(LexerTest, AllTokensAreThoseOfTheRules) {
@@ -129,24 +102,6 @@ TEST(LexerTest, AllTokensAreThoseOfTheRules) {
         EXPECT_EQ(lexer.braceDepth(), other.braceDepth());
         EXPECT_EQ(lexer.fileName(), other.fileName());
     }
-}
-
-TEST(ParserStackTest, UnderflowsAreReportedAndHarmless) {
-    SCR::ParserStack stack;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(stack.popData(), nullptr);
-    EXPECT_EQ(stack.popType(), 0);
-    EXPECT_EQ(stack.popFunction(), nullptr);
-    EXPECT_EQ(stack.topFunction(), nullptr);
-    EXPECT_EQ(stack.popNumParams(), 0);
-    EXPECT_EQ(stack.incTopNumParams(), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "ERROR: datastack underflow\n"
-              "ERROR: type stack underflow\n"
-              "ERROR: function stack underflow\n"
-              "ERROR: function stack underflow\n"
-              "ERROR: number of parameter stack underflow\n"
-              "ERROR: number of parameter stack underflow\n");
 }
 
 TEST(ParserStackTest, SuperTypes) {

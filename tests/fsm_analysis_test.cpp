@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <set>
 
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm_reference.h"
 
 namespace {
 
@@ -83,61 +81,6 @@ TEST(FsmAnalysis, UnreachedCases) {
     };
     EXPECT_EQ(FSM::unreachedCases(analysis, lines), expected);
     EXPECT_TRUE(FSM::unreachedCases(Analysis(), lines).empty());
-}
-
-// What the analysis says must hold for all short texts, and its own texts must prove it.
-TEST(FsmAnalysis, RandomPatterns) {
-    const std::vector<std::string> texts = reference::textsOf("abc\n", 4);
-    reference::RandomPatterns random(7);
-    for (int round = 0; round < 300; ++round) {
-        Engine engine;
-        engine.stateLimit(2000);
-        std::string all;
-        for (std::size_t n = random.below(4) + 2; n > 0; --n) {
-            std::string pattern = random.pattern();
-            ASSERT_TRUE(engine.insertPattern(pattern)) << pattern;
-            all.append(pattern).append("  ");
-        }
-        if (!engine.finalSetup()) continue;
-        Analysis analysis = FSM::analyse(engine).value();
-        SCOPED_TRACE(all + shown(analysis));
-
-        std::set<std::int32_t> empty(analysis.empty.begin(), analysis.empty.end());
-        std::set<std::int32_t> shadowed;
-        std::set<std::pair<std::int32_t, std::int32_t>> overlaps;
-        auto reported = [&](const std::string& text, std::int32_t path) {
-            const auto& paths = engine.process(text)->pathNumbers();
-            return std::binary_search(paths.begin(), paths.end(), path);
-        };
-        for (const Analysis::Shadowed& entry : analysis.shadowed) {
-            shadowed.insert(entry.path);
-            EXPECT_TRUE(reported(entry.text, entry.path));
-            EXPECT_LT(engine.firstPath(entry.text), entry.path);
-        }
-        for (const Analysis::Overlap& entry : analysis.overlaps) {
-            EXPECT_LT(entry.first, entry.second);
-            EXPECT_TRUE(overlaps.emplace(entry.first, entry.second).second);
-            EXPECT_TRUE(reported(entry.text, entry.first) && reported(entry.text, entry.second));
-        }
-        for (const std::string& text : texts) {
-            const auto& paths = engine.process(text)->pathNumbers();
-            for (std::size_t i = 0; i < paths.size(); ++i) {
-                EXPECT_EQ(empty.count(paths[i]), 0u);
-                EXPECT_TRUE(i > 0 || shadowed.count(paths[0]) == 0);
-                for (std::size_t j = i + 1; j < paths.size(); ++j) {
-                    EXPECT_EQ(overlaps.count({paths[i], paths[j]}), 1u);
-                }
-            }
-            for (const Analysis::Shadowed& entry : analysis.shadowed) {
-                if (!reported(text, entry.path)) continue;
-                EXPECT_GE(text.size(), entry.text.size());
-                EXPECT_TRUE(std::any_of(entry.by.begin(), entry.by.end(), [&](std::int32_t path) {
-                    return reported(text, path);
-                })) << text;
-            }
-        }
-        if (testing::Test::HasFailure()) return;
-    }
 }
 
 }  // namespace

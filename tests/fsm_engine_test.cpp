@@ -20,50 +20,6 @@ std::unique_ptr<Engine> engineOf(const std::vector<std::string>& patterns) {
     return engine;
 }
 
-TEST(FsmEngine, Reports) {
-    struct Case {
-        std::vector<std::string> patterns;
-        std::string text;
-        Paths paths;
-        bool isStart;  // process returns the start state
-    };
-    const std::string longText = std::string("a").append(100, 'c').append("\n").append(77, 'c');
-    const Case cases[] = {
-        {{"a.*", "ab"}, "ab", {0, 1}, false},
-        {{"a.*", "ab"}, "ax", {0}, false},
-        {{"a.*", "ab"}, "b", {}, true},
-        {{"a.*", "ab"}, "a\n", {}, true},
-        {{".", "[^a]"}, "\n", {1}, false},
-        {{"x", "!x"}, "x", {0}, false},
-        {{"x", "!x"}, "y", {1}, true},
-        {{"x", "!x"}, "", {1}, true},
-        {{"a*"}, "b", {0}, true},
-        {{"!a*"}, "b", {}, true},
-        {{"a[c-a]"}, "a", {}, false},
-        {{"a[c-a]", ""}, "a", {}, false},
-        {{"a[c-a]", ""}, "b", {1}, true},
-        {{"a[c-a]", "!b"}, "a", {1}, false},
-        {{"\\000|a", "[^b]*"}, "a", {0, 1}, false},
-        {{"[\xe0-\xff]+\\200"}, "\xff\xe0\xc8", {0}, false},
-        {{"a[^b]*"}, longText, {0}, false},
-        {{"a.*"}, longText, {}, true},
-        {{"a.*\n.*b"}, longText + "b", {0}, false},
-    };
-    for (const Case& c : cases) {
-        auto engine = engineOf(c.patterns);
-        const FSM::State* state = engine->process(c.text.c_str());
-        EXPECT_EQ(state->pathNumbers(), c.paths) << c.patterns[0] << " and " << c.text;
-        if (c.isStart) {
-            EXPECT_EQ(state, engine->startState()) << c.text;
-        }
-        EXPECT_EQ(engine->process(c.text), state);
-        // A text ends at its first NUL, wherever its memory ends.
-        std::string longer = c.text + '\0' + "abc";
-        EXPECT_EQ(engine->process(longer), state);
-        EXPECT_EQ(engine->firstPath(longer), c.paths.empty() ? -1 : c.paths[0]);
-    }
-}
-
 TEST(FsmEngine, LineLoopsAtAllAlignments) {
     auto engine = engineOf({"a.*", "a[^x]*b", ".*\n.*c"});
     for (std::size_t start = 0; start < 32; ++start) {

@@ -87,48 +87,6 @@ TEST(FsmGroup, TailsAmongRandomPatterns) {
     EXPECT_GT(listsApart, 100);
 }
 
-TEST(FsmGroup, LeavesOnlyWhenAllPartsAreLeft) {
-    // Parts of one pattern each; what "a*" reports for a text outside depends on the others.
-    struct Case {
-        std::vector<std::string> patterns;
-        std::string text;
-        Paths paths;
-    };
-    const Case cases[] = {
-        {{"a*", "bc"}, "x", {0}},        {{"a*", "bc"}, "b", {}},  {{"a*", "bc", "!d*"}, "x", {0}},
-        {{"a*", "bc", "!d*"}, "b", {2}}, {{"bc", "!d"}, "x", {1}}, {{"b[c-a]", "a*"}, "b", {}},
-        {{"b[c-a]", "a*"}, "bb", {1}},
-    };
-    for (const Case& c : cases) {
-        FSM::Engine engine;
-        EngineGroup group;
-        group.partLimit(1);
-        for (const std::string& pattern : c.patterns) {
-            EXPECT_TRUE(engine.insertPattern(pattern) && group.insertPattern(pattern));
-        }
-        ASSERT_TRUE(engine.finalSetup() && group.finalSetup());
-        EXPECT_EQ(group.partCount(), c.patterns.size());
-        EXPECT_EQ(processed(group, c.text), c.paths) << c.patterns[0] << " and " << c.text;
-        EXPECT_EQ(engine.process(c.text)->pathNumbers(), c.paths);
-    }
-}
-
-TEST(FsmGroup, SharedNumbersStayTogether) {
-    FSM::Engine engine;
-    EngineGroup group;
-    group.partLimit(1);
-    const std::pair<const char*, unsigned> patterns[] = {{"ab.*", 4}, {"c", 1}, {"!b", 4},
-                                                         {"d", 1},    {"e", 9}, {"ef?", 4}};
-    for (auto [pattern, path] : patterns) {
-        EXPECT_TRUE(engine.insertPattern(pattern, path) && group.insertPattern(pattern, path));
-    }
-    ASSERT_TRUE(engine.finalSetup() && group.finalSetup());
-    EXPECT_EQ(group.partCount(), 4u);
-    for (const std::string& text : reference::textsOf("abcdef\n", 4)) {
-        ASSERT_EQ(processed(group, text), engine.process(text)->pathNumbers()) << text;
-    }
-}
-
 TEST(FsmGroup, Failures) {
     EngineGroup group;
     EXPECT_EQ(processed(group, std::string("a")), Paths{});

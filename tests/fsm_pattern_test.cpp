@@ -20,46 +20,6 @@ std::string nested(int before, const char* middle, int behind) {
 
 std::string setOf(int count) { return std::string(1, '[').append(count, 'a').append(1, ']'); }
 
-TEST(FsmScanner, Tokens) {
-    struct Case {
-        std::string pattern;
-        std::string tokens;  // code, and the value of bytes and numbers
-    };
-    const Case cases[] = {
-        {"", ""},
-        {"[^a-b]x", "258 266:97 267 266:98 259 266:120"},
-        {"[+*?,}^!]", "257 266:43 266:42 266:63 266:44 266:125 266:94 266:33 259"},
-        {"[(|.[", "257 260 265 268 257"},
-        {"()?+*|.", "260 261 262 263 264 265 268"},
-        {"]},-^1", "266:93 266:125 266:44 266:45 266:94 266:49"},
-        {"a{12,3}", "266:97 269 272:12 271 272:3 270"},
-        {"{2147483647}{2147483648}", "269 272:2147483647 270 269 274:2147483647 270"},
-        {"{ x", "269 266:32 266:120"},
-        {"!a!", "273 266:97 266:33"},
-        {"a\n!!", "266:97 266:10 273 266:33"},
-        {"[\n!", "257 266:10 273"},
-        {"\\065\\255\\256", "266:65 266:255 274:256"},
-        {"\\n\\t\\.\\\\\\0\\12", "266:10 266:9 266:46 266:92 266:48 266:49 266:50"},
-        {"\\12a", "266:49 266:50 266:97"},
-        {"\\\n\\", "266:92 266:10 266:92"},
-        {"\x80\xff", "266:-128 266:-1"},
-        {std::string("a\0b", 3), "266:97"},
-    };
-    for (const Case& c : cases) {
-        std::istringstream in(c.pattern);
-        FSM_FlexLexer scanner(&in);
-        std::string tokens;
-        int value = 0;
-        while (int token = scanner.yylex(value)) {
-            if (!tokens.empty()) tokens += ' ';
-            tokens += std::to_string(token);
-            if (token == 266 || token == 272 || token == 274) tokens += ':' + std::to_string(value);
-        }
-        EXPECT_EQ(tokens, c.tokens) << c.pattern;
-        EXPECT_EQ(scanner.lastValue(), 0) << "at the end of " << c.pattern;
-    }
-}
-
 TEST(FsmParser, Errors) {
     const auto errorOf = [](const std::string& pattern, int& result) {
         FSM_FlexLexer scanner(pattern);
@@ -128,36 +88,6 @@ TEST(FsmEnginePart, EndsStayClosed) {
             for (const FSM::State* target : targets) EXPECT_EQ(own.count(target), 1u) << pattern;
         }
     }
-}
-
-TEST(FsmState, Transitions) {
-    NonDetState a;
-    NonDetState b;
-    NonDetState c;
-    EXPECT_LT(a.id(), b.id());
-    EXPECT_EQ(NonDetState(7).id(), 7);
-    a.wildCardState(&c);
-    a.succStates('f', 'k', &b);
-    a.succState('h', nullptr);
-    a.succState('i', &c);
-    a.succState('i', nullptr);
-    a.succState('i', &a);
-    a.succStates('a', 'f', &c);
-    a.succState('\n', &b);
-    a.succState('\n', nullptr);
-    struct Case {
-        unsigned char byte;
-        const FSM::State* target;
-    };
-    const Case cases[] = {{'a', &c}, {'f', &c}, {'g', &b}, {'h', &c},       {'i', &a},
-                          {'j', &b}, {'k', &b}, {'l', &c}, {'\n', nullptr}, {255, &c}};
-    for (const Case& test : cases) EXPECT_EQ(a.succState(test.byte), test.target) << test.byte;
-
-    std::ostringstream out;
-    b.epsilonSuccState(&a);
-    b.succStates(0, ' ', &c);
-    b.print({{&a, 1}, {&b, 2}}, out, 1);
-    EXPECT_EQ(out.str(), " state 2\n   \\000-\\032 -> ?\n   epsilon -> 1\n");
 }
 
 }  // namespace

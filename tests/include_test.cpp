@@ -133,33 +133,4 @@ TEST_F(IncludeTest, BadFilesFailTheCompile) {
     }
 }
 
-/// A cut text has lost its end, or is taken for what it looks like: no script.
-TEST_F(IncludeTest, ScrambledFilesCutAnywhere) {
-    const std::string plain = "logStdout(\"a\"); logStdout(\"b\");\nlogStdout(\"c\");";
-    const std::string whole = scrambled(plain);
-    int good = 0;
-    for (std::size_t size = 1; size < whole.size(); ++size) {
-        write("cut", whole.substr(0, size));
-        const Harness::ScriptRun included = run("include \"cut\";");
-        const Harness::ScriptRun itself = run(whole.substr(0, size));
-        for (const Harness::ScriptRun& result : {included, itself}) {
-            if (result.compiled) {
-                ++good;
-                EXPECT_TRUE(std::string("abc").starts_with(result.output)) << size;
-                EXPECT_EQ(result.log, "") << size;
-            } else {
-                EXPECT_EQ(result.output, "") << size;
-                EXPECT_TRUE(result.log.ends_with(" parse error\n") ||
-                            result.log.find("unknown identifier") != std::string::npos)
-                    << size << ' ' << result.log;
-            }
-        }
-        EXPECT_EQ(included.compiled, itself.compiled) << size;
-    }
-    // Where a statement ends, and before and after the blank or line end that follows it.
-    EXPECT_GE(good, 2 * 5);
-    write("whole", whole);
-    EXPECT_EQ(run("include \"whole\";").output, "abc");
-}
-
 }  // namespace

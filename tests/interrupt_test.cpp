@@ -5,10 +5,10 @@
 #include <time.h>
 
 #include <cstdio>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Script.h"
 #include "scr/Extension.h"
@@ -57,47 +57,19 @@ Harness::ScriptRun interruptBefore(const std::string& work) {
 }
 
 TEST(InterruptTest, WorkOnLongStringsAndManyElementsIsCounted) {
-    const char* const rows[] = {
-        "r = strPad(\"\", \"b\", 300000, false);",
-        "r = s;",
-        "fields[0] = s;",
-        "r = s + \"b\";",
-        "room = room + s;",
-        "s = s + s + s;",
-        "r = strToUpper(s);",
-        "r = strToLower(s);",
-        "r = strStrToHexStr(s);",
-        "r = strHexStrToStr(s);",
-        "n = strSearch(s, \"b\");",
-        "n = strSearch(s, \"ab\", 1);",
-        "r = strMatch(s, \"a+\");",
-        "n = strSearchRegExpr(s, \"b\");",
-        "n = strSplit(fields, s, \",\");",
-        "n = strSplit(fields, strPad(\"\", \",\", 100000, true), \",\");",
-        "b = s == same;",
-        "b = s < same;",
-        "b = strStartsWith(s, same);",
-        "b = strEndsWith(s, same);",
-        "r = strStrip(s, STRIP_BOTH);",
-        "r = substr(s, 1, 290000);",
-        "r = replace(s, 1, 1, \"b\");",
-        "h{s} = 1;",
-        "n = h{s};",
-        "b = hashContains(h, s);",
-        "b = hashRemove(h, s);",
-        "n = hashKeys(h, fields);",
-        "hashClear(h);",
-        "arrayClear(fields);",
-        "n = strToLong(s);",
-        "x = strToDecimal(s);",
-        "d = strToDate(s);",
-        "r = dateToStr(d, s);",
-        "n = length(s);",
-        "logStdout(s);",
-        "switch (s) { case \"a\": n = 1; }",
-        "regExprSwitch (s) { case \"a*b\": n = 1; }",
-    };
-    for (const char* const row : rows) {
+    const std::vector<std::string> rows = Harness::pieces(
+        R"(r = strPad("", "b", 300000, false);|r = s;|fields[0] = s;|r = s + "b";|room = room + s;|)"
+        R"(s = s + s + s;|r = strToUpper(s);|r = strToLower(s);|r = strStrToHexStr(s);|)"
+        R"(r = strHexStrToStr(s);|n = strSearch(s, "b");|n = strSearch(s, "ab", 1);|)"
+        R"(r = strMatch(s, "a+");|n = strSearchRegExpr(s, "b");|n = strSplit(fields, s, ",");|)"
+        R"(n = strSplit(fields, strPad("", ",", 100000, true), ",");|b = s == same;|b = s < same;|)"
+        R"(b = strStartsWith(s, same);|b = strEndsWith(s, same);|r = strStrip(s, STRIP_BOTH);|)"
+        R"(r = substr(s, 1, 290000);|r = replace(s, 1, 1, "b");|h{s} = 1;|n = h{s};|)"
+        R"(b = hashContains(h, s);|b = hashRemove(h, s);|n = hashKeys(h, fields);|hashClear(h);|)"
+        R"(arrayClear(fields);|n = strToLong(s);|x = strToDecimal(s);|d = strToDate(s);|)"
+        R"(r = dateToStr(d, s);|n = length(s);|logStdout(s);|switch (s) { case "a": n = 1; }|)"
+        R"(regExprSwitch (s) { case "a*b": n = 1; })");
+    for (const std::string& row : rows) {
         const Harness::ScriptRun run = interruptBefore(row);
         EXPECT_TRUE(run.compiled) << row << run.log;
         EXPECT_FALSE(run.ok) << row;
@@ -120,28 +92,14 @@ TEST(InterruptTest, WorkIsStoppedInItsMidst) {
 #else
     constexpr double bound = 100;
 #endif
-    const char* const rows[] = {
-        "r = s;",
-        "r = strToUpper(s);",
-        "b = s == same;",
-        "b = s < same;",
-        "b = strStartsWith(s, same);",
-        "b = strEndsWith(s, same);",
-        "n = strSearch(s, part);",
-        "r = strMatch(s, \"a+\");",
-        "n = strSearchRegExpr(s, \"b+\");",
-        "r = strStrip(s, STRIP_LEADING, \"a\");",
-        "r = strStrip(s, STRIP_TRAILING, \"a\");",
-        "n = h{s};",
-        "b = hashContains(h, s);",
-        "switch (s) { case \"a\": n = 1; }",
-        "regExprSwitch (s) { case \"(aa)*b\": n = 1; }",
-        "n = strToLong(zeros);",
-        "n = strHexToLong(zeros);",
-        "x = strToDecimal(zeros);",
-        "n = strToLong(blanks);",
-        "x = strToDecimal(blanks);",
-    };
+    const std::vector<std::string> rows = Harness::pieces(
+        R"(r = s;|r = strToUpper(s);|b = s == same;|b = s < same;|b = strStartsWith(s, same);|)"
+        R"(b = strEndsWith(s, same);|n = strSearch(s, part);|r = strMatch(s, "a+");|)"
+        R"(n = strSearchRegExpr(s, "b+");|r = strStrip(s, STRIP_LEADING, "a");|)"
+        R"(r = strStrip(s, STRIP_TRAILING, "a");|n = h{s};|b = hashContains(h, s);|)"
+        R"(switch (s) { case "a": n = 1; }|regExprSwitch (s) { case "(aa)*b": n = 1; }|)"
+        R"(n = strToLong(zeros);|n = strHexToLong(zeros);|x = strToDecimal(zeros);|)"
+        R"(n = strToLong(blanks);|x = strToDecimal(blanks);)");
     Harness::MemoryLog log;
     SCR::Interpreter interpreter(&log);
     auto number = SCR::HostExtension::insert(interpreter, "host")->variable<long>("number");
@@ -153,14 +111,14 @@ TEST(InterruptTest, WorkIsStoppedInItsMidst) {
             part = strPad("", "a", 20000000, true) + "b";
             zeros = strPad("", "0", 40000000, true); blanks = strPad("", " ", 40000000, true);
         } else { switch (number) { )";
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
         script += "case " + std::to_string(i) + ": while (true) { " + rows[i] + " }\n";
     }
     ASSERT_TRUE(interpreter.compile(script + "} }")) << log.text;
     ASSERT_TRUE(interpreter.execute()) << log.text;
     clockid_t clock{};
     ASSERT_EQ(pthread_getcpuclockid(pthread_self(), &clock), 0);
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
         number = static_cast<long>(i);
         log.text.clear();
         double asked = 0;

@@ -81,55 +81,6 @@ TEST(Records, TextIsCutIntoRecords) {
     EXPECT_EQ(cut(csvS, big + "\n\"" + big + "\n\",y\n"), "1[" + big + "]2[\"" + big + "\n\",y]");
 }
 
-TEST(Records, FieldsAreReadAndWrittenInPlace) {
-    const struct {
-        Layout layout;
-        std::string text;
-        std::size_t field;
-        bool exists;
-        std::string value;
-        std::string written;  // after the field was given the value: N, "
-    } rows[] = {
-        {csvS, "a,b,c", 0, true, "a", "\"N,\"\"\",b,c"},
-        {csvS, "a,b,c", 2, true, "c", "a,b,\"N,\"\"\""},
-        {csvS, "a,,c", 1, true, "", "a,\"N,\"\"\",c"},
-        {csvS, "a,", 1, true, "", "a,\"N,\"\"\""},
-        {csvS, "a", 2, false, "", "a,,\"N,\"\"\""},
-        {csvS, "", 0, true, "", "\"N,\"\"\""},
-        {csvS, "\"a,1\",\"b\"\"2\"", 0, true, "a,1", "\"N,\"\"\",\"b\"\"2\""},
-        {csvS, "\"a,1\",\"b\"\"2\"", 1, true, "b\"2", "\"a,1\",\"N,\"\"\""},
-        {csvS, "\"\",x", 0, true, "", "\"N,\"\"\",x"},
-        {tsvS, "\"a\tb", 0, true, "\"a", "N,\"\tb"},
-        {linesS, "a,b", 0, true, "a,b", "N,\""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text + " " + std::to_string(row.field));
-        Record record(row.layout);
-        record.take("some,other,fields,before");
-        record.assign(1, "x");
-        record.take(row.text);
-        EXPECT_EQ(record.has(row.field), row.exists);
-        EXPECT_EQ(record.value(row.field), row.value);
-        std::string out;
-        record.write(out);
-        EXPECT_EQ(out, row.text);
-        EXPECT_TRUE(record.assign(row.field, "N,\""));
-        EXPECT_EQ(record.value(row.field), "N,\"");
-        out.clear();
-        record.write(out);
-        EXPECT_EQ(out, row.written);
-    }
-    Record record(tsvS);
-    record.take("a\tb");
-    EXPECT_FALSE(record.assign(0, "x\ty"));
-    EXPECT_FALSE(record.assign(0, "x\ny"));
-    EXPECT_EQ(record.value(0), "a");
-    Record line(linesS);
-    line.take("a");
-    EXPECT_FALSE(line.assign(1, "x"));
-    EXPECT_FALSE(line.has(1));
-}
-
 // What a job leaves of the records of `input`.
 struct Outcome {
     Records::RecordJob::End end;
@@ -353,25 +304,6 @@ TEST(Records, LongJsonArraysAreWalkedOverOnce) {
                    "edrLong(items.p, i) = 37 * edrLong(items.p, i); } edrLong(sum) = sum;");
     EXPECT_TRUE(changed.text == expected + doubled + "]}") << changed.text.substr(0, 200);
     EXPECT_EQ(changed.log, "");
-}
-
-TEST(Records, WhatIsNoJsonObjectIsRefused) {
-    const auto isGood = [](const std::string& text) {
-        static Records::JsonRecord record;
-        const std::string padded = text + std::string(Records::JsonRecord::paddingCM, ' ');
-        return record.take(std::string_view(padded).substr(0, text.size())) == nullptr;
-    };
-    for (const char* text :
-         {"{}", " {\"a\" : [ ] } ", "{\"a\":123456789012345678901234567890,\"b\":-1e999}"}) {
-        EXPECT_TRUE(isGood(text)) << text;
-    }
-    for (const std::string& text : std::vector<std::string>{
-             "", "[1]", "7", "{\"a\":1", "{\"a\":1}}", "{\"a\":1} {\"b\":2}", "{\"a\":01}",
-             "{\"a\":1,}", "{\"a\" 1}", "{\"a\":[1 2]}", "{\"a\":[1,{\"b\":tru}]}",
-             "{\"a\":\"\\x\"}", "{\"a\":\"\xFF\"}", "{a:1}",
-             "{\"a\":" + std::string(2000, '[') + std::string(2000, ']') + "}"}) {
-        EXPECT_FALSE(isGood(text)) << text;
-    }
 }
 
 // However many workers and parts there are, the records come out once each and in order.
