@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "cli/Digest.h"
-#include "records/JsonRecord.h"
+#include "records/json/JsonRecord.h"
 
 namespace Cli {
 namespace {

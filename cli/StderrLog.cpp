@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "cli/Command.h"
-#include "scr/Quote.h"
+#include "scr/message/Quote.h"
 
 namespace Cli {
 

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "records/JsonRecord.h"
+#include "records/json/JsonRecord.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "records/RecordExtension.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
-#include "scr/Quote.h"
+#include "scr/message/Quote.h"
 
 namespace Records {
 namespace {

@@ -7,7 +7,7 @@
 #include "fnd/Decimal.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
-#include "scr/Quote.h"
+#include "scr/message/Quote.h"
 
 namespace Records {
 namespace {

@@ -7,9 +7,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "records/JsonRecord.h"
 #include "records/Record.h"
-#include "scr/KeyHash.h"
+#include "records/json/JsonRecord.h"
+#include "scr/value/KeyHash.h"
 
 namespace SCR {
 class HostExtension;

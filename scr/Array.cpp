@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "scr/ElementClass.h"
+#include "scr/value/ElementClass.h"
 
 namespace SCR {
 

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "fnd/Export.h"
-#include "scr/SlotStore.h"
 #include "scr/Variable.h"
+#include "scr/value/SlotStore.h"
 
 namespace SCR {
 

@@ -7,18 +7,18 @@
 
 #include "fsm/MultiEngine.h"
 #include "fsm/PatternCheck.h"
-#include "scr/AutomataAccount.h"
-#include "scr/Entry.h"
 #include "scr/Interpreter.h"
-#include "scr/LongText.h"
-#include "scr/Memory.h"
 #include "scr/Node.h"
-#include "scr/Quote.h"
+#include "scr/message/Messages.h"
+#include "scr/message/Quote.h"
 #include "scr/parser/ActionSupport.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/parser/PendingBuilds.h"
+#include "scr/run/AutomataAccount.h"
+#include "scr/run/Entry.h"
+#include "scr/run/Memory.h"
+#include "scr/run/PendingBuilds.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

@@ -4,10 +4,10 @@
 #include <type_traits>
 #include <typeinfo>
 
-#include "scr/ElementAccess.h"
-#include "scr/ElementClass.h"
 #include "scr/Interpreter.h"
-#include "scr/builtin/LongArithmetic.h"
+#include "scr/tree/ElementAccess.h"
+#include "scr/tree/LongArithmetic.h"
+#include "scr/value/ElementClass.h"
 
 namespace SCR {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
+#include "scr/check/Analyses.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ActionSupport.h"
-#include "scr/parser/Analyses.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 

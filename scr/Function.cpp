@@ -1,6 +1,6 @@
 #include "scr/Function.h"
 
-#include "scr/Operand.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

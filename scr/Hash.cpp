@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "scr/ElementClass.h"
-#include "scr/Memory.h"
+#include "scr/run/Memory.h"
+#include "scr/value/ElementClass.h"
 
 namespace SCR {
 

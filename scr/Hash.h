@@ -8,10 +8,10 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/KeyHash.h"
-#include "scr/LongText.h"
-#include "scr/SlotStore.h"
 #include "scr/Variable.h"
+#include "scr/value/KeyHash.h"
+#include "scr/value/LongText.h"
+#include "scr/value/SlotStore.h"
 
 namespace SCR {
 

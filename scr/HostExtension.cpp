@@ -2,10 +2,10 @@
 
 #include <set>
 
-#include "scr/HostDescriptor.h"
 #include "scr/Interpreter.h"
+#include "scr/call/HostDescriptor.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/Messages.h"
 
 namespace SCR {
 

@@ -8,15 +8,15 @@
 #include <variant>
 #include <vector>
 
-#include "scr/ChargedText.h"
-#include "scr/ElementPlace.h"
-#include "scr/HostDescriptor.h"
 #include "scr/Interpreter.h"
-#include "scr/Memory.h"
-#include "scr/RunControl.h"
-#include "scr/parser/Messages.h"
+#include "scr/call/HostDescriptor.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/Memory.h"
+#include "scr/run/RunControl.h"
+#include "scr/tree/ElementPlace.h"
+#include "scr/value/ChargedText.h"
 
 namespace SCR::Host {
 

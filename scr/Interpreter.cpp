@@ -5,22 +5,22 @@
 #include <typeinfo>
 #include <utility>
 
-#include "scr/AutomataAccount.h"
 #include "scr/CompareInterface.h"
-#include "scr/Entry.h"
 #include "scr/Extension.h"
-#include "scr/FileAccess.h"
 #include "scr/Function.h"
 #include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
-#include "scr/Memory.h"
 #include "scr/Variable.h"
-#include "scr/parser/Analyses.h"
-#include "scr/parser/Messages.h"
+#include "scr/check/Analyses.h"
+#include "scr/check/Reentry.h"
+#include "scr/message/Messages.h"
+#include "scr/os/FileAccess.h"
 #include "scr/parser/Parser.h"
-#include "scr/parser/PendingBuilds.h"
 #include "scr/parser/Preprocessor.h"
-#include "scr/parser/Reentry.h"
+#include "scr/run/AutomataAccount.h"
+#include "scr/run/Entry.h"
+#include "scr/run/Memory.h"
+#include "scr/run/PendingBuilds.h"
 
 namespace SCR {
 

@@ -13,11 +13,11 @@
 #include "scr/Finding.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
-#include "scr/NameTable.h"
-#include "scr/OpenFiles.h"
 #include "scr/Output.h"
-#include "scr/PlaceTable.h"
-#include "scr/RunControl.h"
+#include "scr/os/OpenFiles.h"
+#include "scr/run/RunControl.h"
+#include "scr/tree/PlaceTable.h"
+#include "scr/value/NameTable.h"
 
 namespace SCR {
 

@@ -10,8 +10,8 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Extension.h"
-#include "scr/Operator.h"
-#include "scr/ScriptMutexes.h"
+#include "scr/call/Operator.h"
+#include "scr/run/ScriptMutexes.h"
 
 namespace SCR {
 

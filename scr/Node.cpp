@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "scr/parser/Messages.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 
 namespace SCR {

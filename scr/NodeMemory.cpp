@@ -11,7 +11,7 @@
 #include <sys/mman.h>
 
 #include "fnd/ForkGuard.h"
-#include "scr/Memory.h"
+#include "scr/run/Memory.h"
 
 namespace SCR::NodeMemory {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "scr/Operand.h"
-#include "scr/RunControl.h"
-#include "scr/Work.h"
+#include "scr/run/RunControl.h"
+#include "scr/run/Work.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

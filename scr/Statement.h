@@ -5,12 +5,12 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/Branch.h"
-#include "scr/Condition.h"
-#include "scr/NameTable.h"
 #include "scr/Node.h"
-#include "scr/RunControl.h"
 #include "scr/Variable.h"
+#include "scr/run/RunControl.h"
+#include "scr/tree/Branch.h"
+#include "scr/tree/Condition.h"
+#include "scr/value/NameTable.h"
 
 namespace SCR {
 

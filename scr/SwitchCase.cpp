@@ -6,15 +6,15 @@
 #include <utility>
 
 #include "scr/Interpreter.h"
-#include "scr/Memory.h"
-#include "scr/Operand.h"
-#include "scr/SwitchAutomaton.h"
-#include "scr/Work.h"
-#include "scr/builtin/LongArithmetic.h"
-#include "scr/parser/Messages.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/Memory.h"
+#include "scr/run/Work.h"
+#include "scr/tree/LongArithmetic.h"
+#include "scr/tree/Operand.h"
+#include "scr/tree/SwitchAutomaton.h"
 
 namespace SCR {
 

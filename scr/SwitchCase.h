@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "fnd/Export.h"
-#include "scr/KeyHash.h"
 #include "scr/Limits.h"
 #include "scr/Statement.h"
+#include "scr/value/KeyHash.h"
 
 namespace SCR {
 

@@ -11,10 +11,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "scr/FileAccess.h"
-#include "scr/Memory.h"
-#include "scr/OpenFiles.h"
-#include "scr/WaitingFile.h"
+#include "scr/os/FileAccess.h"
+#include "scr/os/OpenFiles.h"
+#include "scr/os/WaitingFile.h"
+#include "scr/run/Memory.h"
 
 namespace SCR {
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "fnd/Export.h"
-#include "scr/Memory.h"
 #include "scr/Types.h"
+#include "scr/run/Memory.h"
 
 namespace SCR {
 

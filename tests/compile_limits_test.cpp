@@ -13,10 +13,10 @@
 
 #include "Allocations.h"
 #include "Script.h"
-#include "scr/AutomataAccount.h"
 #include "scr/CompareInterface.h"
 #include "scr/ConditionList.h"
 #include "scr/Node.h"
+#include "scr/run/AutomataAccount.h"
 
 namespace {
 

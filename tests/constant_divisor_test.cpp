@@ -1,4 +1,4 @@
-#include "scr/builtin/ConstantDivisor.h"
+#include "scr/tree/ConstantDivisor.h"
 
 #include <gtest/gtest.h>
 

@@ -20,7 +20,7 @@
 #include "SmallStack.h"
 #include "scr/Array.h"
 #include "scr/Hash.h"
-#include "scr/KeyHash.h"
+#include "scr/value/KeyHash.h"
 
 namespace {
 

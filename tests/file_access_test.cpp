@@ -1,6 +1,6 @@
 // Which files scripts reach that may use some directories only, or no files of the system.
 
-#include "scr/FileAccess.h"
+#include "scr/os/FileAccess.h"
 
 #include <gtest/gtest.h>
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "Grammar.h"
-#include "scr/Constant.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/tree/Constant.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "Allocations.h"
-#include "scr/Constant.h"
 #include "scr/Interpreter.h"
+#include "scr/tree/Constant.h"
 
 namespace {
 

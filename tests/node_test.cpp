@@ -7,19 +7,19 @@
 
 #include "fsm/State.h"
 #include "scr/CompareInterface.h"
-#include "scr/Constant.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
-#include "scr/FileData.h"
 #include "scr/Function.h"
-#include "scr/FunctionCall.h"
 #include "scr/Log.h"
 #include "scr/Node.h"
 #include "scr/Statement.h"
 #include "scr/SwitchCase.h"
 #include "scr/Variable.h"
 #include "scr/VariableAccess.h"
+#include "scr/os/FileData.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/tree/Constant.h"
+#include "scr/tree/FunctionCall.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 
 #include "Folder.h"
 #include "Script.h"
-#include "records/JsonRecord.h"
 #include "records/Record.h"
 #include "records/RecordJob.h"
 #include "records/RecordReader.h"
+#include "records/json/JsonRecord.h"
 
 namespace {
 

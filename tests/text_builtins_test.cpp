@@ -13,10 +13,10 @@
 
 #include "Allocations.h"
 #include "Script.h"
-#include "scr/LongText.h"
 #include "scr/builtin/NumberText.h"
 #include "scr/builtin/RegExpr.h"
 #include "scr/builtin/StringResult.h"
+#include "scr/value/LongText.h"
 
 namespace {
 

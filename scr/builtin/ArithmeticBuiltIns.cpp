@@ -4,13 +4,13 @@
 #include <vector>
 
 #include "scr/Interpreter.h"
-#include "scr/Memory.h"
-#include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/LongArithmetic.h"
 #include "scr/builtin/OperatorChain.h"
 #include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/Memory.h"
+#include "scr/tree/LongArithmetic.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

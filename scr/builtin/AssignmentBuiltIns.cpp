@@ -1,13 +1,13 @@
 #include <typeinfo>
 
-#include "scr/ElementAccess.h"
-#include "scr/LongStep.h"
-#include "scr/Memory.h"
-#include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/LongArithmetic.h"
 #include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/Memory.h"
+#include "scr/tree/ElementAccess.h"
+#include "scr/tree/LongArithmetic.h"
+#include "scr/tree/LongStep.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

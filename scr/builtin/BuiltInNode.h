@@ -6,15 +6,15 @@
 #include <type_traits>
 #include <utility>
 
-#include "scr/ElementPlace.h"
 #include "scr/FctDescr.h"
-#include "scr/FileData.h"
 #include "scr/Interpreter.h"
-#include "scr/Memory.h"
-#include "scr/Operand.h"
 #include "scr/Types.h"
 #include "scr/builtin/StringResult.h"
+#include "scr/os/FileData.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/Memory.h"
+#include "scr/tree/ElementPlace.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

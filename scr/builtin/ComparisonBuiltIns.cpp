@@ -1,16 +1,16 @@
 #include <algorithm>
 #include <compare>
 
-#include "scr/ConditionNode.h"
-#include "scr/ElementAccess.h"
-#include "scr/LongText.h"
-#include "scr/Operand.h"
 #include "scr/Statement.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
-#include "scr/builtin/LongArithmetic.h"
 #include "scr/builtin/OperatorChain.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/tree/ConditionNode.h"
+#include "scr/tree/ElementAccess.h"
+#include "scr/tree/LongArithmetic.h"
+#include "scr/tree/Operand.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

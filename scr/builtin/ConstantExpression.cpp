@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "scr/AutomataAccount.h"
 #include "scr/Interpreter.h"
-#include "scr/Work.h"
-#include "scr/parser/Messages.h"
+#include "scr/message/Messages.h"
+#include "scr/run/AutomataAccount.h"
+#include "scr/run/Work.h"
 
 namespace SCR {
 

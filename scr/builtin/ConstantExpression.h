@@ -7,7 +7,7 @@
 #include "fnd/String.h"
 #include "fsm/Account.h"
 #include "scr/builtin/RegExpr.h"
-#include "scr/parser/PendingBuilds.h"
+#include "scr/run/PendingBuilds.h"
 
 namespace SCR {
 

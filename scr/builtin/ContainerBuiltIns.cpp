@@ -3,14 +3,14 @@
 #include <vector>
 
 #include "scr/Array.h"
-#include "scr/ElementAccess.h"
-#include "scr/ElementClass.h"
 #include "scr/Hash.h"
-#include "scr/Operand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
-#include "scr/parser/Messages.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
+#include "scr/tree/ElementAccess.h"
+#include "scr/tree/Operand.h"
+#include "scr/value/ElementClass.h"
 
 namespace SCR {
 

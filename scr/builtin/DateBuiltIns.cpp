@@ -4,9 +4,9 @@
 #include <string_view>
 
 #include "fnd/Portable.h"
-#include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

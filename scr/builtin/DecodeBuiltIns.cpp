@@ -7,7 +7,7 @@
 #include "scr/Types.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/StringResult.h"
-#include "scr/parser/Messages.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 

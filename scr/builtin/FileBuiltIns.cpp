@@ -4,10 +4,10 @@
 #include <optional>
 #include <string_view>
 
-#include "scr/FileAccess.h"
-#include "scr/FileCopy.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
+#include "scr/os/FileAccess.h"
+#include "scr/os/FileCopy.h"
 
 namespace SCR {
 

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <limits>
 
-#include "scr/LongText.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

@@ -5,11 +5,11 @@
 #include <memory>
 #include <vector>
 
-#include "scr/Memory.h"
-#include "scr/Operand.h"
 #include "scr/Types.h"
-#include "scr/Work.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/Memory.h"
+#include "scr/run/Work.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

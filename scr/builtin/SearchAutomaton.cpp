@@ -5,7 +5,7 @@
 
 #include "fsm/ByteClasses.h"
 #include "fsm/Determiniser.h"
-#include "scr/LongText.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

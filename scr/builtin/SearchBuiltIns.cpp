@@ -5,15 +5,15 @@
 #include <optional>
 #include <string_view>
 
-#include "scr/ElementAccess.h"
-#include "scr/ElementClass.h"
-#include "scr/LongText.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/ConstantExpression.h"
 #include "scr/builtin/StringResult.h"
-#include "scr/parser/Messages.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
+#include "scr/tree/ElementAccess.h"
+#include "scr/value/ElementClass.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

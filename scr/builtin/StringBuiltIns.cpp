@@ -3,11 +3,11 @@
 #include <cstring>
 #include <string>
 
-#include "scr/LongText.h"
-#include "scr/Memory.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/NumberText.h"
+#include "scr/run/Memory.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

@@ -4,7 +4,7 @@
 #include <new>
 #include <string>
 
-#include "scr/Memory.h"
+#include "scr/run/Memory.h"
 
 namespace SCR {
 

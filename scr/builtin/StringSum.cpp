@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <typeinfo>
 
-#include "scr/Memory.h"
-#include "scr/Operand.h"
-#include "scr/RunControl.h"
+#include "scr/run/Memory.h"
+#include "scr/run/RunControl.h"
+#include "scr/tree/Operand.h"
 
 namespace SCR {
 

@@ -8,14 +8,14 @@
 #include <utility>
 
 #include "fnd/Portable.h"
-#include "scr/ChargedText.h"
-#include "scr/ElementPlace.h"
-#include "scr/LongText.h"
 #include "scr/MainExtension.h"
-#include "scr/Operand.h"
-#include "scr/ShellCommand.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
+#include "scr/os/ShellCommand.h"
+#include "scr/tree/ElementPlace.h"
+#include "scr/tree/Operand.h"
+#include "scr/value/ChargedText.h"
+#include "scr/value/LongText.h"
 
 namespace SCR {
 

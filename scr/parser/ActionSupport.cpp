@@ -3,19 +3,19 @@
 #include <typeinfo>
 
 #include "scr/ContainerAccess.h"
-#include "scr/ElementClass.h"
 #include "scr/FctDescr.h"
-#include "scr/FileData.h"
-#include "scr/FunctionCall.h"
 #include "scr/Interpreter.h"
 #include "scr/Statement.h"
 #include "scr/VariableAccess.h"
+#include "scr/check/Analyses.h"
+#include "scr/message/Messages.h"
+#include "scr/os/FileData.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/Analyses.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/tree/FunctionCall.h"
+#include "scr/value/ElementClass.h"
 
 namespace SCR {
 

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "scr/Node.h"
-#include "scr/Operator.h"
+#include "scr/call/Operator.h"
 #include "scr/parser/ParserStack.h"
 
 // The actions that the grammar calls at its reductions. They work on the parse state: the

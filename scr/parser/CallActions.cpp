@@ -1,14 +1,14 @@
 #include <vector>
 
 #include "scr/FctDescr.h"
-#include "scr/FunctionCall.h"
 #include "scr/Interpreter.h"
+#include "scr/check/Analyses.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/Analyses.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/tree/FunctionCall.h"
 
 namespace SCR {
 

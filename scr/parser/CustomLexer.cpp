@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Grammar.h"
-#include "scr/Work.h"
+#include "scr/run/Work.h"
 
 namespace SCR {
 

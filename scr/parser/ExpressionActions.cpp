@@ -2,18 +2,18 @@
 #include <array>
 #include <charconv>
 
-#include "scr/Constant.h"
 #include "scr/ContainerAccess.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
 #include "scr/MainExtension.h"
+#include "scr/check/Analyses.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/Analyses.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/tree/Constant.h"
 
 namespace SCR {
 

@@ -8,12 +8,12 @@
 #include "fnd/ForkGuard.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
-#include "scr/parser/PendingBuilds.h"
 #include "scr/parser/Preprocessor.h"
+#include "scr/run/PendingBuilds.h"
 
 namespace SCR {
 

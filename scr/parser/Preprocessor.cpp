@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "scr/Capabilities.h"
-#include "scr/FileAccess.h"
 #include "scr/Log.h"
-#include "scr/Work.h"
+#include "scr/os/FileAccess.h"
 #include "scr/parser/Crypt.h"
+#include "scr/run/Work.h"
 
 namespace SCR {
 namespace {

@@ -9,7 +9,7 @@
 #include "fnd/Export.h"
 #include "fnd/Status.h"
 #include "fnd/String.h"
-#include "scr/KeyHash.h"
+#include "scr/value/KeyHash.h"
 
 namespace SCR {
 

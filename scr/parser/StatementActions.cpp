@@ -2,10 +2,10 @@
 #include "scr/Function.h"
 #include "scr/Interpreter.h"
 #include "scr/Statement.h"
+#include "scr/check/Analyses.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ActionSupport.h"
 #include "scr/parser/Actions.h"
-#include "scr/parser/Analyses.h"
-#include "scr/parser/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 

@@ -13,7 +13,6 @@
 #include "fsm/State.h"
 #include "scr/Array.h"
 #include "scr/CompareInterface.h"
-#include "scr/Constant.h"
 #include "scr/ContainerAccess.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
@@ -23,6 +22,7 @@
 #include "scr/Variable.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/tree/Constant.h"
 
 namespace {
 

@@ -1,0 +1,733 @@
+#include "records/json/JsonRecord.h"
+
+#include <simdjson.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace Records {
+namespace {
+
+namespace Json = simdjson::ondemand;
+
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool endsWord(char c) { return c == ',' || c == ']' || c == '}' || isSpace(c); }
+
+bool isWord(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || c == '.';
+}
+
+// Whether a script's `name` stands for the member `key`.
+bool standsFor(std::string_view name, std::string_view key) {
+    if (name == key) return true;
+    return name.size() == key.size() &&
+           std::equal(name.begin(), name.end(), key.begin(),
+                      [](char n, char k) { return n == k || (n == '_' && !isWord(k)); });
+}
+
+// The numbers of JSON, however large: -? int frac? exp?
+bool isNumber(std::string_view text) {
+    std::size_t i = 0;
+    const auto digits = [&] {
+        const std::size_t from = i;
+        while (i < text.size() && isDigit(text[i])) ++i;
+        return i != from;
+    };
+    if (i < text.size() && text[i] == '-') ++i;
+    const bool isZero = i < text.size() && text[i] == '0';
+    const std::size_t from = i;
+    if (!digits() || (isZero && i != from + 1)) return false;
+    if (i < text.size() && text[i] == '.' && (++i, !digits())) return false;
+    if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+        ++i;
+        if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+        if (!digits()) return false;
+    }
+    return i == text.size();
+}
+
+// Behind the string that begins at `i`, in JSON that is known to be right.
+std::size_t skipString(std::string_view text, std::size_t i) {
+    for (++i; text[i] != '"'; ++i) {
+        if (text[i] == '\\') ++i;
+    }
+    return i + 1;
+}
+
+unsigned hexOf(std::string_view digits) {
+    unsigned code = 0;
+    for (const char c : digits) {
+        code = code * 16 + static_cast<unsigned>(isDigit(c) ? c - '0' : (c | 0x20) - 'a' + 10);
+    }
+    return code;
+}
+
+void appendUtf8(unsigned code, std::string& out) {
+    const auto add = [&](unsigned byte) { out += static_cast<char>(byte); };
+    if (code < 0x80) {
+        add(code);
+        return;
+    }
+    if (code < 0x800) {
+        add(0xC0 | code >> 6);
+    } else {
+        if (code < 0x10000) {
+            add(0xE0 | code >> 12);
+        } else {
+            add(0xF0 | code >> 18);
+            add(0x80 | (code >> 12 & 0x3F));
+        }
+        add(0x80 | (code >> 6 & 0x3F));
+    }
+    add(0x80 | (code & 0x3F));
+}
+
+// The text between the quotes of a string, without its escapes.
+void unescape(std::string_view inner, std::string& out) {
+    out.clear();
+    for (std::size_t i = 0; i < inner.size(); ++i) {
+        if (inner[i] != '\\') {
+            out += inner[i];
+            continue;
+        }
+        const char c = inner[++i];
+        constexpr std::string_view letters = "bfnrt";
+        if (c == 'u') {
+            unsigned code = hexOf(inner.substr(i + 1, 4));
+            i += 4;
+            if (code >= 0xD800 && code < 0xDC00 && inner.substr(i + 1, 2) == "\\u") {
+                code = 0x10000 + ((code - 0xD800) << 10) + (hexOf(inner.substr(i + 3, 4)) - 0xDC00);
+                i += 6;
+            }
+            appendUtf8(code, out);
+        } else if (const std::size_t letter = letters.find(c); letter != std::string_view::npos) {
+            out += "\b\f\n\r\t"[letter];
+        } else {
+            out += c;
+        }
+    }
+}
+
+}  // namespace
+
+void appendQuoted(std::string_view text, std::string& out) {
+    out += '"';
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (byte < ' ') {
+            constexpr char digits[] = "0123456789abcdef";
+            out += "\\u00";
+            out += digits[byte >> 4];
+            out += digits[byte & 15];
+        } else {
+            out += c;
+        }
+    }
+    out += '"';
+}
+
+const std::size_t JsonRecord::paddingCM = simdjson::SIMDJSON_PADDING;
+
+// Checks a whole record in one pass and notes where its members stand.
+struct JsonRecord::Checker {
+    static constexpr int maxDepthCM = 512;
+    Json::parser parser;
+
+    const char* check(std::string_view text, std::vector<Member>& members);
+    simdjson::error_code checkValue(Json::value value, int depth);
+    simdjson::error_code checkScalar(Json::value& value, Json::json_type type);
+};
+
+simdjson::error_code JsonRecord::Checker::checkScalar(Json::value& value, Json::json_type type) {
+    switch (type) {
+        case Json::json_type::string:
+            return value.get_string().error();
+        case Json::json_type::boolean:
+            return value.get_bool().error();
+        case Json::json_type::number: {
+            std::string_view token = value.raw_json_token();
+            while (!token.empty() && isSpace(token.back())) token.remove_suffix(1);
+            return isNumber(token) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
+        }
+        default: {
+            bool isNull = false;
+            const simdjson::error_code error = value.is_null().get(isNull);
+            return error != simdjson::SUCCESS || isNull ? error : simdjson::N_ATOM_ERROR;
+        }
+    }
+}
+
+simdjson::error_code JsonRecord::Checker::checkValue(Json::value value, int depth) {
+    Json::json_type type{};
+    if (const auto error = value.type().get(type)) return error;
+    if (depth > maxDepthCM) return simdjson::DEPTH_ERROR;
+    if (type == Json::json_type::array) {
+        Json::array array;
+        if (const auto error = value.get_array().get(array)) return error;
+        for (auto element : array) {
+            Json::value inner;
+            if (const auto error = element.get(inner)) return error;
+            if (const auto error = checkValue(inner, depth + 1)) return error;
+        }
+        return simdjson::SUCCESS;
+    }
+    if (type != Json::json_type::object) return checkScalar(value, type);
+    Json::object object;
+    if (const auto error = value.get_object().get(object)) return error;
+    for (auto result : object) {
+        Json::field field;
+        if (const auto error = std::move(result).get(field)) return error;
+        if (const auto error = field.unescaped_key().error()) return error;
+        if (const auto error = checkValue(field.value(), depth + 1)) return error;
+    }
+    return simdjson::SUCCESS;
+}
+
+const char* JsonRecord::Checker::check(std::string_view text, std::vector<Member>& members) {
+    Json::document document;
+    const simdjson::padded_string_view padded(text.data(), text.size(), text.size() + paddingCM);
+    if (const auto error = parser.iterate(padded).get(document)) {
+        return simdjson::error_message(error);
+    }
+    Json::json_type type{};
+    if (const auto error = document.type().get(type)) return simdjson::error_message(error);
+    if (type != Json::json_type::object) return "no JSON object";
+    Json::object object;
+    if (const auto error = document.get_object().get(object)) return simdjson::error_message(error);
+    for (auto result : object) {
+        Json::field field;
+        if (const auto error = std::move(result).get(field)) return simdjson::error_message(error);
+        std::string_view name;
+        if (const auto error = field.unescaped_key().get(name)) {
+            return simdjson::error_message(error);
+        }
+        Json::value& value = field.value();
+        std::string_view token = value.raw_json_token();
+        const bool isContainer = token.front() == '{' || token.front() == '[';
+        if (const auto error = checkValue(value, 1)) return simdjson::error_message(error);
+        const char* end = token.data() + token.size();
+        if (isContainer && document.current_location().get(end) != simdjson::SUCCESS) {
+            return "the object is not closed";
+        }
+        while (isSpace(end[-1])) --end;
+        members.push_back({name, static_cast<std::size_t>(token.data() - text.data()),
+                           static_cast<std::size_t>(end - text.data())});
+    }
+    const char* rest = nullptr;
+    if (document.current_location().get(rest) == simdjson::SUCCESS) {
+        return "text follows the object";
+    }
+    return nullptr;
+}
+
+JsonRecord::JsonRecord() : checker_(std::make_unique<Checker>()), text_("{}") {}
+JsonRecord::~JsonRecord() = default;
+
+long JsonRecord::add(std::string_view path) {
+    Path added;
+    while (true) {
+        const std::size_t dot = path.find('.');
+        added.names.emplace_back(path.substr(0, dot));
+        if (dot == std::string_view::npos) break;
+        path.remove_prefix(dot + 1);
+    }
+    paths_.push_back(std::move(added));
+    return static_cast<long>(paths_.size()) - 1;
+}
+
+const char* JsonRecord::take(std::string_view text) {
+    members_.clear();
+    if (std::exchange(uses_, 0) != 0) cursors_.fill({});
+    gapBegin_ = gapEnd_ = noneCM;
+    text_ = text;
+    const char* const error = checker_->check(text, members_);
+    if (error != nullptr) {
+        members_.clear();
+        text_ = "{}";
+    }
+    // Records of one file are alike: members are mostly where they were in the one before.
+    const bool isAlike = std::equal(
+        members_.begin(), members_.end(), shapeNames_.begin(), shapeNames_.end(),
+        [](const Member& member, const std::string& name) { return member.name == name; });
+    if (!isAlike) {
+        shapeNames_.resize(members_.size());
+        for (std::size_t i = 0; i < members_.size(); ++i) shapeNames_[i] = members_[i].name;
+        namesShape_ = ++shapes_;
+    }
+    shape_ = namesShape_;
+    return error;
+}
+
+std::string_view JsonRecord::text() {
+    closeGap();
+    return text_;
+}
+
+// The following walk over JSON that is known to be right.
+
+std::size_t JsonRecord::skipSpace(std::size_t i) const {
+    while (isSpace(text_[i])) i = i == gapBegin_ ? gapEnd_ : i + 1;
+    return i;
+}
+
+// Behind the value that begins at `i`.
+std::size_t JsonRecord::skipValue(std::size_t i) const {
+    std::size_t depth = 0;
+    do {
+        switch (text_[i]) {
+            case '"':
+                i = skipString(text_, i);
+                break;
+            case '{':
+            case '[':
+                ++depth;
+                ++i;
+                break;
+            case '}':
+            case ']':
+                --depth;
+                ++i;
+                break;
+            case ',':
+            case ':':
+                ++i;
+                break;
+            case ' ':
+            case '\t':
+            case '\r':
+            case '\n':
+                i = skipSpace(i);
+                break;
+            default:
+                while (!endsWord(text_[i])) ++i;
+        }
+    } while (depth != 0);
+    return i;
+}
+
+// Reads the name of a member at `i`, which is then behind it, into `key`, unescaped. False at the
+// end of the object.
+bool JsonRecord::readKey(std::size_t& i, std::string& scratch, std::string_view& key) const {
+    if (text_[i] == '}') return false;
+    const std::size_t end = skipString(text_, i);
+    key = text_.substr(i + 1, end - i - 2);
+    if (key.find('\\') != std::string_view::npos) {
+        unescape(key, scratch);
+        key = scratch;
+    }
+    i = end;
+    return true;
+}
+
+bool JsonRecord::findMember(Path& path, Child& child) {
+    if (path.shape != shape_) {
+        const std::string& name = path.names.front();
+        const auto find = [&](const auto& fits) {
+            const auto found = std::find_if(members_.rbegin(), members_.rend(), fits);
+            path.member = static_cast<std::size_t>(members_.rend() - found) - 1;
+            return found != members_.rend();
+        };
+        if (!find([&](const Member& member) { return member.name == name; }) &&
+            name.find('_') != std::string::npos) {
+            find([&](const Member& member) { return standsFor(name, member.name); });
+        }
+        path.shape = shape_;
+    }
+    if (path.member == noneCM) return false;
+    child.valueBegin = members_[path.member].valueBegin;
+    child.valueEnd = members_[path.member].valueEnd;
+    child.isFound = true;
+    return true;
+}
+
+JsonRecord::Child JsonRecord::scanObject(std::size_t begin, std::string_view name) const {
+    std::string scratch;
+    std::string_view key;
+    Child exact;
+    Child similar;
+    Child child;
+    child.previousEnd = begin + 1;
+    for (std::size_t i = skipSpace(begin + 1);; ++child.count) {
+        child.begin = i;
+        if (!readKey(i, scratch, key)) break;
+        child.valueBegin = skipSpace(skipSpace(i) + 1);
+        child.valueEnd = skipValue(child.valueBegin);
+        if (standsFor(name, key)) {
+            Child& found = key == name ? exact : similar;
+            found = child;
+            found.isFound = true;
+        }
+        child.previousEnd = child.valueEnd;
+        i = skipSpace(child.valueEnd);
+        if (text_[i] == ',') i = skipSpace(i + 1);
+    }
+    return exact.isFound ? exact : similar.isFound ? similar : child;
+}
+
+JsonRecord::Cursor& JsonRecord::cursorOf(std::size_t array) {
+    Cursor* oldest = cursors_.data();
+    for (Cursor& cursor : cursors_) {
+        if (cursor.array == array) {
+            cursor.used = ++uses_;
+            return cursor;
+        }
+        if (cursor.used < oldest->used) oldest = &cursor;
+    }
+    *oldest = {};
+    oldest->array = array;
+    oldest->used = ++uses_;
+    return *oldest;
+}
+
+// Goes on to the element `index`, or to the end of the array.
+JsonRecord::Child JsonRecord::advance(Cursor& cursor, std::size_t index) const {
+    Child& child = cursor.child;
+    while (!child.isFound || child.count != index) {
+        Child next;
+        next.count = child.isFound ? child.count + 1 : 0;
+        next.previousEnd = child.isFound ? child.valueEnd : cursor.array + 1;
+        next.begin = skipSpace(next.previousEnd);
+        if (text_[next.begin] == ',') next.begin = skipSpace(next.begin + 1);
+        if (text_[next.begin] == ']') {
+            cursor.elements = next.count;
+            return next;
+        }
+        next.valueBegin = next.begin;
+        next.valueEnd = skipValue(next.begin);
+        next.isFound = true;
+        child = next;
+    }
+    return child;
+}
+
+JsonRecord::Child JsonRecord::scanArray(std::size_t begin, long index) {
+    Cursor& cursor = cursorOf(begin);
+    if (index < 0) {
+        if (cursor.elements == noneCM) advance(cursor, noneCM);
+        const long count = static_cast<long>(cursor.elements);
+        if (index < -count) {
+            Child nothing;
+            nothing.count = cursor.elements;
+            return nothing;
+        }
+        index += count;
+    }
+    const auto place = static_cast<std::size_t>(index);
+    if (cursor.child.count > place) cursor.child = {};
+    return advance(cursor, place);
+}
+
+JsonRecord::Place JsonRecord::locate(Path& path, std::span<const long> indices) {
+    Place place;
+    place.container = skipSpace(0);
+    if (!findMember(path, place.child)) {
+        place.child.count = members_.size();
+        place.child.previousEnd = members_.empty() ? place.container + 1 : members_.back().valueEnd;
+        return place;
+    }
+    place.name = 1;
+    while (place.name < path.names.size() || place.index < indices.size()) {
+        const std::size_t begin = place.child.valueBegin;
+        const bool isArray = text_[begin] == '[' && place.index < indices.size();
+        const bool isObject = text_[begin] == '{' && place.name < path.names.size();
+        if (!isArray && !isObject) {
+            place.isBroken = true;
+            return place;
+        }
+        const Child child = isArray ? scanArray(begin, indices[place.index])
+                                    : scanObject(begin, path.names[place.name]);
+        place.container = begin;
+        place.child = child;
+        if (!child.isFound) return place;
+        ++(isArray ? place.index : place.name);
+    }
+    return place;
+}
+
+JsonRecord::Value JsonRecord::find(long path, std::span<const long> indices) {
+    const Place place = locate(paths_[static_cast<std::size_t>(path)], indices);
+    if (!place.child.isFound || place.isBroken) return {};
+    Value value;
+    const std::size_t begin = place.child.valueBegin;
+    std::size_t size = place.child.valueEnd - begin;
+    if (gapBegin_ > begin && gapBegin_ < place.child.valueEnd) {
+        size -= gapEnd_ - gapBegin_;
+        closeGap();
+    }
+    value.raw = text_.substr(begin, size);
+    switch (value.raw.front()) {
+        case '"':
+            value.kind = Kind::String;
+            break;
+        case '{':
+            value.kind = Kind::Object;
+            break;
+        case '[':
+            value.kind = Kind::Array;
+            break;
+        case 'n':
+            value.kind = Kind::Null;
+            break;
+        case 't':
+        case 'f':
+            value.kind = Kind::Bool;
+            break;
+        default:
+            value.kind = Kind::Number;
+    }
+    return value;
+}
+
+long JsonRecord::elements(long path, std::span<const long> indices) {
+    const Place place = locate(paths_[static_cast<std::size_t>(path)], indices);
+    if (!place.child.isFound || place.isBroken) return 0;
+    const std::size_t begin = place.child.valueBegin;
+    if (text_[begin] == 'n') return 0;
+    if (text_[begin] != '[') return -1;
+    Cursor& cursor = cursorOf(begin);
+    if (cursor.elements == noneCM) advance(cursor, noneCM);
+    return static_cast<long>(cursor.elements);
+}
+
+std::string_view JsonRecord::textOf(const Value& value) {
+    if (value.kind == Kind::Missing || value.kind == Kind::Null) return {};
+    if (value.kind != Kind::String) return value.raw;
+    const std::string_view inner = value.raw.substr(1, value.raw.size() - 2);
+    if (inner.find('\\') == std::string_view::npos) return inner;
+    unescape(inner, scratch_);
+    return scratch_;
+}
+
+// Moves the places noted that are from `first` to `last` by `distance`, which may be negative.
+void JsonRecord::shift(std::size_t first, std::size_t last, std::size_t distance) {
+    const auto move = [&](std::size_t& place) {
+        if (place >= first && place <= last) place += distance;
+    };
+    auto member = std::partition_point(members_.begin(), members_.end(),
+                                       [&](const Member& m) { return m.valueEnd < first; });
+    for (; member != members_.end() && member->valueBegin <= last; ++member) {
+        move(member->valueBegin);
+        move(member->valueEnd);
+    }
+    for (Cursor& cursor : cursors_) {
+        if (cursor.array == noneCM) continue;
+        move(cursor.array);
+        move(cursor.child.begin);
+        move(cursor.child.valueBegin);
+        move(cursor.child.valueEnd);
+        move(cursor.child.previousEnd);
+    }
+    move(edit_.begin);
+    move(edit_.end);
+}
+
+// Makes room for `size` bytes at `at`, behind a child or a bracket, and for more that may follow.
+void JsonRecord::openGap(std::size_t at, std::size_t size) {
+    const std::size_t old = text_.size();
+    const std::size_t gap = size + old / 4 + 64;
+    const bool isOwn = text_.data() == own_.data();
+    if (own_.size() < old + gap) own_.resize(old + gap);
+    const char* const from = isOwn ? own_.data() : text_.data();
+    std::memmove(own_.data() + at + gap, from + at, old - at);
+    if (!isOwn) std::memcpy(own_.data(), from, at);
+    text_ = std::string_view(own_.data(), old + gap);
+    shift(at + 1, old, gap);
+    gapBegin_ = at;
+    gapEnd_ = at + gap;
+}
+
+// Moves the gap to `to`, which is behind a child or a bracket.
+void JsonRecord::moveGap(std::size_t to) {
+    const std::size_t size = gapEnd_ - gapBegin_;
+    if (to < gapBegin_) {
+        const std::size_t moved = gapBegin_ - to;
+        std::memmove(own_.data() + gapEnd_ - moved, own_.data() + to, moved);
+        shift(to + 1, gapBegin_, size);
+        gapBegin_ = to;
+    } else if (to > gapBegin_) {
+        const std::size_t moved = to - gapEnd_;
+        std::memmove(own_.data() + gapBegin_, own_.data() + gapEnd_, moved);
+        shift(gapEnd_, to, std::size_t{0} - size);
+        gapBegin_ += moved;
+    }
+    gapEnd_ = gapBegin_ + size;
+}
+
+void JsonRecord::closeGap() {
+    if (gapBegin_ == noneCM) return;
+    const std::size_t size = gapEnd_ - gapBegin_;
+    const std::size_t old = text_.size();
+    std::memmove(own_.data() + gapBegin_, own_.data() + gapEnd_, old - gapEnd_);
+    shift(gapEnd_, old, std::size_t{0} - size);
+    text_ = std::string_view(own_.data(), old - size);
+    gapBegin_ = gapEnd_ = noneCM;
+}
+
+// Puts `bytes` in the place of a value, or between two of them.
+void JsonRecord::replace(std::size_t begin, std::size_t end, std::string_view bytes) {
+    edit_ = {begin, end};
+    if (gapBegin_ != noneCM && gapEnd_ - gapBegin_ > bytes.size()) {
+        moveGap(end);
+    } else {
+        closeGap();
+        openGap(edit_.end, bytes.size());
+    }
+    const auto [from, to] = edit_;
+    std::memcpy(own_.data() + from, bytes.data(), bytes.size());
+    gapBegin_ = from + bytes.size();
+    own_[gapBegin_] = ' ';
+    if (from == to) return;
+    for (Cursor& cursor : cursors_) {
+        if (cursor.array >= from && cursor.array < to) cursor = {};
+    }
+    // What ended there ends elsewhere now.
+    shift(to, to, gapBegin_ - to);
+}
+
+const char* JsonRecord::assign(long number, std::span<const long> indices, std::string_view value) {
+    Path& path = paths_[static_cast<std::size_t>(number)];
+    const Place place = locate(path, indices);
+    const auto isNull = [&] { return text_[place.child.valueBegin] == 'n'; };
+    if (place.child.isFound && !place.isBroken) {
+        replace(place.child.valueBegin, place.child.valueEnd, value);
+        return nullptr;
+    }
+    if (place.isBroken && !isNull()) return "its path leads through what is no object or array";
+    // What is missing: below the names an array for each index.
+    const bool isElement = !place.isBroken && text_[place.container] == '[';
+    std::size_t index = place.index;
+    const long count = static_cast<long>(place.child.count);
+    if (isElement && indices[index++] != count) return "an index is beyond the end of its array";
+    const bool isMember = !place.isBroken && !isElement;
+    added_.clear();
+    std::string closing;
+    std::size_t valueBegin = 0;  // of the first name's, in added_
+    for (std::size_t i = place.name; i < path.names.size(); ++i) {
+        if (!isMember || i != place.name) {
+            added_ += '{';
+            closing += '}';
+        }
+        appendQuoted(path.names[i], added_);
+        added_ += ':';
+        if (i == place.name) valueBegin = added_.size();
+    }
+    for (; index < indices.size(); ++index) {
+        if (indices[index] != 0) return "an index is beyond the end of its array";
+        added_ += '[';
+        closing += ']';
+    }
+    added_ += value;
+    added_.append(closing.rbegin(), closing.rend());
+    if (place.isBroken) {
+        replace(place.child.valueBegin, place.child.valueEnd, added_);
+        return nullptr;
+    }
+    if (count != 0) added_.insert(0, 1, ',');
+    const bool isTop = isMember && place.name == 0;
+    if (isElement) {
+        Cursor& cursor = cursorOf(place.container);
+        if (cursor.elements != noneCM) ++cursor.elements;
+    }
+    replace(place.child.previousEnd, place.child.previousEnd, added_);
+    if (isTop) {
+        const std::size_t begin = edit_.begin + (count != 0 ? 1 : 0) + valueBegin;
+        path.member = members_.size();
+        path.shape = shape_ = ++shapes_;
+        members_.push_back({path.names.front(), begin, gapBegin_});
+    }
+    return nullptr;
+}
+
+const char* JsonRecord::assignText(long path, std::span<const long> indices,
+                                   std::string_view text) {
+    if (!simdjson::validate_utf8(text.data(), text.size())) return "the text is no UTF-8";
+    scratch_.clear();
+    appendQuoted(text, scratch_);
+    return assign(path, indices, scratch_);
+}
+
+void JsonRecord::erase(std::span<const Range> ranges) {
+    closeGap();
+    added_.clear();
+    std::size_t from = 0;
+    for (const Range& range : ranges) {
+        added_.append(text_, from, range.begin - from);
+        from = range.end;
+    }
+    added_.append(text_, from);
+    std::size_t erased = 0;
+    auto next = ranges.begin();
+    const auto move = [&](std::size_t& place) {
+        for (; next != ranges.end() && next->end <= place; ++next)
+            erased += next->end - next->begin;
+        place -= erased;
+    };
+    for (Member& member : members_) {
+        move(member.valueBegin);
+        move(member.valueEnd);
+    }
+    own_.swap(added_);
+    text_ = own_;
+    cursors_.fill({});
+}
+
+void JsonRecord::remove(long number, std::span<const long> indices) {
+    Path& path = paths_[static_cast<std::size_t>(number)];
+    closeGap();
+    const Place place = locate(path, indices);
+    if (!place.child.isFound || place.isBroken) return;
+    std::string scratch;
+    std::string_view key;
+    std::string name;
+    const bool isMember = text_[place.container] == '{';
+    const bool isTop = place.container == skipSpace(0);
+    if (isTop) {
+        name = members_[path.member].name;
+        std::erase_if(members_, [&](const Member& member) { return member.name == name; });
+        shape_ = ++shapes_;
+    } else if (isMember) {
+        std::size_t begin = place.child.begin;
+        readKey(begin, scratch, key);
+        name = key;
+    }
+    // Each child that goes takes the comma before it along, or that behind it while none stays.
+    std::vector<Range> ranges;
+    bool isFirst = true;
+    std::size_t index = 0;
+    std::size_t previousEnd = place.container + 1;
+    for (std::size_t i = skipSpace(previousEnd); text_[i] != '}' && text_[i] != ']'; ++index) {
+        const std::size_t begin = i;
+        bool goes = index == place.child.count;
+        if (isMember) {
+            readKey(i, scratch, key);
+            goes = key == name;
+            i = skipSpace(skipSpace(i) + 1);
+        }
+        const std::size_t end = skipValue(i);
+        i = skipSpace(end);
+        const bool isLast = text_[i] != ',';
+        if (!isLast) i = skipSpace(i + 1);
+        if (goes && isFirst) {
+            ranges.push_back({begin, isLast ? end : i});
+        } else if (goes) {
+            ranges.push_back({previousEnd, end});
+        }
+        isFirst = isFirst && goes;
+        previousEnd = end;
+    }
+    erase(ranges);
+}
+
+}  // namespace Records

@@ -1,0 +1,316 @@
+#include "scr/check/FlowAnalysis.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "scr/FctDescr.h"
+#include "scr/Node.h"
+#include "scr/Types.h"
+#include "scr/check/Change.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParserStack.h"
+#include "scr/tree/Operand.h"
+
+namespace SCR {
+
+namespace {
+
+// What calls may make a function take over from others in all; no real script comes near.
+constexpr std::size_t maxStoredS = 2'000'000;
+
+// Why the effects of a function matter, or null.
+const char* troubleOf(Effect effects) {
+    if (has(effects, Effect::WritesFiles)) return "works on files, which a retry does again";
+    if (has(effects, Effect::Shell)) return "runs a command, which a retry does again";
+    if (has(effects, Effect::StandardOutput)) return "prints, which a retry does again";
+    if (has(effects, Effect::ReadsFiles)) return "reads files, which may be others in a retry";
+    if (has(effects, Effect::Environment)) return "reads what may differ between machines";
+    if (has(effects, Effect::Clock)) return "reads the clock, which differs in a retry";
+    if (has(effects, Effect::Position)) return "depends on where the input was split";
+    if (has(effects, Effect::LocalZone)) {
+        return "goes by the time zone, which may be another one elsewhere";
+    }
+    if (has(effects, Effect::Mutex) || has(effects, Effect::Sleep)) {
+        return "waits, which orders nothing between machines";
+    }
+    return nullptr;
+}
+
+// Whether a call of a date function with the `count` topmost operands of `stack` does go by the
+// local zone.
+bool asksForZone(const FctDescr& function, const ParserStack& stack, int count) {
+    const FND::String& name = function.name();
+    if (name == "dateAdd") {
+        constexpr int calendarArguments = 4;  // the date, years, months and days
+        return count > calendarArguments;
+    }
+    const bool isReading = name == "strToDate";
+    if (!isReading && name != "dateToStr") return true;
+    if (count < 2) return false;
+    const FND::String* const format = constantOf<StringType>(*stack.data(0));
+    if (format == nullptr) return true;
+    // What is read may also name the zone by the directive that "%L" stands for.
+    const auto holds = [&](const char* directive) {
+        return format->find(directive) != FND::String::npos;
+    };
+    return holds("%L") || (isReading && holds("%Z"));
+}
+
+}  // namespace
+
+FlowAnalysis::FlowAnalysis(bool isZoneFixed) : isZoneFixed_(isZoneFixed) {}
+FlowAnalysis::~FlowAnalysis() = default;
+
+FlowAnalysis::Place FlowAnalysis::here() { return {parsedFile(), parsedLine(), order_++}; }
+
+void FlowAnalysis::declared(const Variable* variable, const FND::String& name) {
+    names_.emplace(variable, name);
+}
+
+void FlowAnalysis::access(const Node* node, const Variable* variable) {
+    name_ = here();
+    if (!names_.contains(variable)) return;  // a constant, a function, or a host's
+    const bool isKnown = unit_->isDead || unit_->assigned.contains(variable);
+    operands_[node] = {variable, false, isKnown, name_};
+}
+
+FlowAnalysis::Operand FlowAnalysis::take(const Node* node) {
+    const auto found = operands_.find(node);
+    if (found == operands_.end()) return {};
+    Operand operand = std::move(found->second);
+    operands_.erase(found);
+    return operand;
+}
+
+void FlowAnalysis::element(const Node* container, const Node* index) {
+    read(take(index));
+    element_ = take(container);
+    read(element_);
+    element_.isElement = true;
+}
+
+void FlowAnalysis::elementMade(const Node* node) {
+    if (element_.variable != nullptr) operands_[node] = element_;
+}
+
+void FlowAnalysis::openCall() { calls_.push_back(name_); }
+
+void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int count) {
+    const auto callee = functions_.find(&function);
+    const bool isOwn = callee != functions_.end();
+    std::vector<const Variable*> assigned;
+    for (int i = 0; i < count; ++i) {
+        const Operand operand = take(stack.data(static_cast<std::size_t>(count - 1 - i)));
+        if (operand.variable == nullptr) continue;
+        const Change change = isOwn ? Change::None : changeOf(function, i);
+        const bool isWhole = change == Change::Whole && !operand.isElement;
+        if (!isWhole) read(operand);
+        if (change != Change::None) write(operand.variable, operand.place);
+        if (isWhole) assigned.push_back(operand.variable);
+    }
+    for (const Variable* variable : assigned) assign(variable);
+    if (isOwn) {
+        callFunction(*callee->second);
+    } else {
+        Effect effects = function.effects();
+        if (isZoneFixed_ || !asksForZone(function, stack, count)) {
+            effects = without(effects, Effect::LocalZone);
+        }
+        addEffects(function, effects, calls_.empty() ? name_ : calls_.back());
+    }
+}
+
+void FlowAnalysis::addEffects(const FctDescr& function, Effect effects, const Place& place) {
+    const char* const trouble = troubleOf(effects);
+    if (trouble == nullptr) return;
+    // What is done with an open file follows from its being opened.
+    const bool hasFile = Node::baseType(function.argType(0)) == TypeCode::File;
+    if (hasFile && function.name() != "fileOpen") return;
+    unit_->effects.push_back({place, function.name() + " " + trouble});
+}
+
+void FlowAnalysis::library(const FND::String& name) {
+    unit_->effects.push_back(
+        {here(), "the functions of the library `" + name + "' may do anything"});
+}
+
+bool FlowAnalysis::mayStore(std::size_t entries) {
+    stored_ += entries;
+    return stored_ <= maxStoredS;
+}
+
+void FlowAnalysis::callFunction(const Unit& callee) {
+    if (&callee == unit_) return;  // all is known from the call that it is made from
+    unit_->callees.push_back(&callee);
+    const std::size_t assigned = callee.result ? callee.result->size() : 0;
+    if (!mayStore(callee.needs.size() + callee.writes.size() + assigned)) return;
+    for (const auto& [variable, place] : callee.needs) {
+        if (!unit_->isDead && !unit_->assigned.contains(variable)) {
+            unit_->needs.emplace(variable, place);
+        }
+    }
+    for (const auto& [variable, place] : callee.writes) write(variable, place);
+    if (!callee.result) return;
+    for (const Variable* variable : *callee.result) assign(variable);
+}
+
+void FlowAnalysis::read(const Operand& operand) {
+    if (operand.variable == nullptr || operand.isElement || operand.isKnown) return;
+    unit_->needs.emplace(operand.variable, operand.place);
+}
+
+void FlowAnalysis::write(const Variable* variable, const Place& place) {
+    unit_->writes.emplace(variable, place);
+}
+
+void FlowAnalysis::assign(const Variable* variable) {
+    if (unit_->assigned.insert(variable).second) unit_->trail.push_back(variable);
+}
+
+void FlowAnalysis::forget(std::size_t length) {
+    while (unit_->trail.size() > length) {
+        unit_->assigned.erase(unit_->trail.back());
+        unit_->trail.pop_back();
+    }
+}
+
+void FlowAnalysis::complete() {
+    for (const auto& [node, operand] : operands_) read(operand);
+    operands_.clear();
+    mark_ = unit_->trail.size();
+}
+
+void FlowAnalysis::open(bool hasWays) {
+    complete();
+    Structure structure;
+    structure.hasWays = hasWays;
+    structure.isOpen = hasWays;
+    structure.wasDead = unit_->isDead;
+    structure.base = unit_->trail.size();
+    structures_.push_back(std::move(structure));
+}
+
+void FlowAnalysis::merge(std::optional<Variables>& common, std::size_t base) const {
+    const auto& trail = unit_->trail;
+    Variables way(trail.begin() + static_cast<std::ptrdiff_t>(base), trail.end());
+    if (common) {
+        std::erase_if(way, [&](const Variable* variable) { return !common->contains(variable); });
+    }
+    common = std::move(way);
+}
+
+void FlowAnalysis::nextWay() {
+    complete();
+    Structure& structure = structures_.back();
+    forget(structure.base);
+    mark_ = unit_->trail.size();
+    unit_->isDead = structure.wasDead;
+    structure.isOpen = true;
+}
+
+void FlowAnalysis::endWay() {
+    complete();
+    Structure& structure = structures_.back();
+    if (structure.isOpen && !unit_->isDead) merge(structure.common, structure.base);
+    forget(structure.base);
+    mark_ = unit_->trail.size();
+    unit_->isDead = structure.wasDead;
+    structure.isOpen = false;
+}
+
+void FlowAnalysis::isExhaustive() { structures_.back().isExhaustive = true; }
+
+void FlowAnalysis::close() {
+    complete();
+    if (structures_.back().hasWays) endWay();
+    const Structure structure = std::move(structures_.back());
+    structures_.pop_back();
+    if (!structure.hasWays || !structure.isExhaustive) return;
+    if (structure.common) {
+        for (const Variable* variable : *structure.common) assign(variable);
+    } else {
+        unit_->isDead = true;
+    }
+    mark_ = unit_->trail.size();
+}
+
+void FlowAnalysis::forCondition() {
+    complete();
+    forMark_ = unit_->trail.size();
+}
+
+void FlowAnalysis::forBody() {
+    complete();
+    forget(forMark_);
+    openWays();
+}
+
+void FlowAnalysis::openFunction(const FctDescr* descriptor) {
+    complete();
+    auto function = std::make_unique<Unit>();
+    unit_ = function.get();
+    byName_[descriptor->name()] = unit_;
+    functions_[descriptor] = std::move(function);
+    mark_ = 0;
+}
+
+void FlowAnalysis::parameter(const Variable* variable) { assign(variable); }
+
+void FlowAnalysis::returns() {
+    complete();
+    if (unit_ == &main_ || unit_->isDead) return;
+    merge(unit_->result, 0);
+    unit_->isDead = true;
+}
+
+void FlowAnalysis::closeFunction() {
+    returns();
+    unit_ = &main_;
+    mark_ = unit_->trail.size();
+}
+
+const FlowAnalysis::Unit* FlowAnalysis::function(const char* name) const {
+    const auto found = byName_.find(name);
+    return found != byName_.end() ? found->second : nullptr;
+}
+
+std::vector<Finding> FlowAnalysis::findings() const {
+    std::vector<std::pair<Place, FND::String>> all;
+    const Unit* const end = function("END");
+    std::unordered_set<const Unit*> reached;
+    std::vector<const Unit*> open{&main_, function("BEGIN"), end};
+    while (!open.empty()) {
+        const Unit* const unit = open.back();
+        open.pop_back();
+        if (unit == nullptr || !reached.insert(unit).second) continue;
+        open.insert(open.end(), unit->callees.begin(), unit->callees.end());
+        for (const Effects& effects : unit->effects) all.emplace_back(effects.place, effects.text);
+    }
+    const auto carried = [&](const Places& needs, const char* before, const char* after) {
+        for (const auto& [variable, place] : needs) {
+            const auto writer = main_.writes.find(variable);
+            if (writer == main_.writes.end()) continue;
+            const Place& given = writer->second;
+            FND::String where = "line " + std::to_string(given.line);
+            if (given.file != place.file) {
+                where += given.file.empty() ? FND::String(" of the script") : " of " + given.file;
+            }
+            all.emplace_back(place, before + ("`" + names_.at(variable)) + "'" + after + where);
+        }
+    };
+    carried(main_.needs, "", " keeps what earlier records left in it, assigned in ");
+    if (end != nullptr) {
+        carried(end->needs, "END reads ",
+                ", which knows the records of one worker only, assigned in ");
+    }
+    if (stored_ > maxStoredS) all.emplace_back(Place(), "too large to be followed");
+    std::sort(all.begin(), all.end(), [](const auto& a, const auto& b) {
+        return std::pair(a.first.order, a.second) < std::pair(b.first.order, b.second);
+    });
+    std::vector<Finding> findings;
+    findings.reserve(all.size());
+    for (auto& [place, text] : all) findings.push_back({place.file, place.line, std::move(text)});
+    return findings;
+}
+
+}  // namespace SCR

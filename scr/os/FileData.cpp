@@ -1,0 +1,105 @@
+#include "scr/os/FileData.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <stdio_ext.h>
+
+#include "scr/Variable.h"
+#include "scr/run/Memory.h"
+#include "scr/run/RunControl.h"
+#include "scr/run/Work.h"
+
+namespace SCR {
+
+void FileData::note(PlaceTrail& /*trail*/) {}
+
+void FileData::follow(PlaceTrail& /*trail*/) {}
+
+bool FileData::open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles,
+                    const FileAccess* files) {
+    return variable_ != nullptr && variable_->open(name, mode, openFiles, files);
+}
+
+void FileData::close() {
+    if (variable_ != nullptr) variable_->close();
+}
+
+bool FileData::isOpen() const { return variable_ != nullptr && variable_->stream() != nullptr; }
+
+bool FileData::writeString(const FND::String& text) {
+    if (!isOpen()) return false;
+    bool isWritten = false;
+    inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
+        if (begin > 0 && !isWritten) return;
+        isWritten = std::fwrite(text.data() + begin, end - begin, 1, variable_->stream()) == 1;
+    });
+    // A file that was not opened for writing has not lost anything.
+    if (!isWritten && !text.empty() && __fwritable(variable_->stream()) != 0) {
+        variable_->noteFailure(errno);
+    }
+    return isWritten;
+}
+
+bool FileData::readLine(StringDataNode* target, unsigned long maxLength) {
+    const FND::String* const line = nextLine(maxLength);
+    return line != nullptr && target->set(*line);
+}
+
+const FND::String* FileData::nextLine(unsigned long maxLength) {
+    constexpr std::size_t pieceLength = 4096;
+    constexpr std::size_t keptLength = 64 * 1024;
+    constexpr unsigned askInterval = 256;  // about every megabyte
+    if (!isOpen()) return nullptr;
+    line_.clear();
+    if (line_.capacity() > keptLength) {
+        giveBuffer(heapBytes(line_));
+        FND::String().swap(line_);
+    }
+    char piece[pieceLength + 1];
+    bool isRead = false;
+    bool isCut = false;  // by a NUL: what follows it in the line is read and dropped
+    bool goesOn = true;
+    RunControl* const control = RunControl::current();
+    for (unsigned pieces = 1; goesOn && maxLength > 0; ++pieces) {
+        if (control != nullptr && pieces % askInterval == 0) control->ask(nullptr);
+        const std::size_t wanted = std::min<unsigned long>(maxLength, pieceLength);
+        // Overwritten only by the NUL that ends a full piece, whatever bytes the piece holds.
+        piece[wanted] = '?';
+        if (std::fgets(piece, static_cast<int>(wanted + 1), variable_->stream()) == nullptr) break;
+        isRead = true;
+        goesOn = piece[wanted] == '\0' && piece[wanted - 1] != '\n';
+        maxLength -= wanted;
+        if (!isCut) {
+            const std::size_t length = strnlen(piece, wanted);
+            if (const std::size_t size = line_.size() + length; size > line_.capacity()) {
+                chargeBuffer(growth(line_, size));
+            }
+            line_.append(piece, length);
+            isCut = goesOn && length < wanted;
+        }
+    }
+    return isRead ? &line_ : nullptr;
+}
+
+bool FileData::eof() const { return !isOpen() || std::feof(variable_->stream()) != 0; }
+
+bool FileData::flush() {
+    if (!isOpen()) return false;
+    if (std::fflush(variable_->stream()) == 0) return true;
+    variable_->noteFailure(errno);
+    return false;
+}
+
+std::int64_t FileData::tell() const { return isOpen() ? ftello(variable_->stream()) : -1; }
+
+bool FileData::seek(long offset) {
+    if (offset < 0 || !isOpen()) return false;
+    // To move writes out what is buffered, and would fail without saying what failed.
+    if (__fpending(variable_->stream()) > 0 && !flush()) return false;
+    return fseeko(variable_->stream(), offset, SEEK_SET) == 0;
+}
+
+}  // namespace SCR

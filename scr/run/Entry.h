@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <new>
+
+#include "scr/Interpreter.h"
+#include "scr/run/RunControl.h"
+
+namespace SCR {
+
+// The gate through which the calls of hosts come in: nothing is thrown at them.
+
+/// Calls `action` and gives what it gives; turns whatever it throws into a logged error and false.
+template <class Action>
+bool contain(Interpreter& interpreter, Action action) noexcept {
+    try {
+        try {
+            return action();
+        } catch (const ScriptStopped& stopped) {
+            interpreter.runControl().report(stopped);
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& error) {
+            interpreter.logError(FND::String("ERROR: ") + error.what());
+        } catch (...) {
+            interpreter.logError("ERROR: unknown exception");
+        }
+    } catch (...) {
+        interpreter.logOutOfMemory();
+    }
+    return false;
+}
+
+/// Calls `action` as a run of the interpreter, under its limits: false when it gave that, was
+/// stopped or threw. What it took for nodes that do not end with the script is added to `buffers`.
+template <class Action>
+bool enterRun(Interpreter& interpreter, Action action, std::int64_t* buffers = nullptr) noexcept {
+    return contain(interpreter, [&] {
+        RunScope run(interpreter.runControl(), buffers);
+        const bool isDone = action();
+        run.finish();
+        return isDone;
+    });
+}
+
+}  // namespace SCR

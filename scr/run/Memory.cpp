@@ -1,0 +1,48 @@
+#include "scr/run/Memory.h"
+
+#include <typeinfo>
+
+#include "scr/Array.h"
+#include "scr/Hash.h"
+#include "scr/run/RunControl.h"
+
+namespace SCR {
+
+void chargeMemory(std::size_t bytes) {
+    if (RunControl* const control = RunControl::current()) control->charge(bytes);
+}
+
+void chargeBuffer(std::size_t bytes) {
+    if (RunControl* const control = RunControl::current()) control->chargeBuffer(bytes);
+}
+
+void giveBuffer(std::size_t bytes) noexcept {
+    if (RunControl* const control = RunControl::current()) control->giveBuffer(bytes);
+}
+
+void storeLong(FND::String& target, const FND::String& value) {
+    if (&target == &value) return;
+    if (value.size() > target.capacity()) {
+        target = copyOfLong(value);
+    } else {
+        target.clear();
+        try {
+            appendInPieces(target, value);
+        } catch (...) {
+            target.clear();
+            throw;
+        }
+    }
+}
+
+std::size_t heapBytes(const Variable& variable) {
+    const std::type_info& type = typeid(variable);
+    if (type == typeid(StringVariable)) {
+        return heapBytes(static_cast<const StringVariable&>(variable).value());
+    }
+    if (type == typeid(Array)) return static_cast<const Array&>(variable).heapBytes();
+    if (type == typeid(Hash)) return static_cast<const Hash&>(variable).heapBytes();
+    return 0;
+}
+
+}  // namespace SCR

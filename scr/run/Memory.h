@@ -1,0 +1,123 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/run/Work.h"
+
+namespace SCR {
+
+class Variable;
+
+// What takes memory for a script's values says so here before it takes it. The bytes go to the
+// account of the script that the calling thread compiles or runs, and to none outside of that. A
+// script that would pass its limit is stopped: `ScriptStopped` is thrown, and nothing has changed.
+// Giving back never fails.
+//
+// What variables hold is only ever charged, never given back: when the sum passes the limit, the
+// interpreter counts what its variables really hold and goes on from that. See `RunControl`.
+
+/// Charges `bytes` that a variable, or an element of a container, is about to take.
+KESTREL_API void chargeMemory(std::size_t bytes);
+
+/// Charges `bytes` that lie outside the variables, as a node's result or a copy that is kept over a
+/// call.
+KESTREL_API void chargeBuffer(std::size_t bytes);
+/// Gives back what `chargeBuffer` took.
+KESTREL_API void giveBuffer(std::size_t bytes) noexcept;
+
+/// What a block of `size` bytes takes of the heap: with a header, in steps of 16 bytes.
+inline std::size_t blockBytes(std::size_t size) { return (size + 8 + 15) / 16 * 16; }
+
+/// What `string` takes beside itself.
+inline std::size_t heapBytes(const FND::String& string) {
+    return string.capacity() > FND::String().capacity() ? blockBytes(string.capacity() + 1) : 0;
+}
+
+/// What a variable's value takes beside the variable: the text of a string, the elements of a
+/// container.
+KESTREL_API std::size_t heapBytes(const Variable& variable);
+
+/// How many bytes more `string` takes when it grows to hold `size`, which it does not yet.
+inline std::size_t growth(const FND::String& string, std::size_t size) {
+    return blockBytes(std::max(size, 2 * string.capacity()) + 1) - heapBytes(string);
+}
+
+/// Charges what a variable's string would take to hold `size` bytes.
+inline void chargeGrowth(const FND::String& target, std::size_t size) {
+    if (size > target.capacity()) [[unlikely]]
+        chargeMemory(growth(target, size));
+}
+
+/// Assigns a long text, for which it makes room.
+KESTREL_API void storeLong(FND::String& target, const FND::String& value);
+
+/// Assigns to a variable's value what it is given.
+template <class Value>
+void store(Value& target, const Value& value) {
+    target = value;
+}
+inline void store(FND::String& target, const FND::String& value) {
+    chargeGrowth(target, value.size());
+    if (isLong(value.size())) [[unlikely]] {
+        storeLong(target, value);
+    } else {
+        target = value;
+    }
+}
+
+/// Makes a string outside the variables hold `size` bytes without further allocation; what it held
+/// is lost if it has to grow.
+inline void growBuffer(FND::String& buffer, std::size_t size) {
+    if (size <= buffer.capacity()) [[likely]]
+        return;
+    chargeBuffer(growth(buffer, size));
+    buffer.clear();
+    buffer.reserve(size);
+}
+
+/// Charges bytes outside the variables as long as it lives.
+class BufferCharge {
+public:
+    explicit BufferCharge(std::size_t bytes) : bytes_(bytes) {
+        if (bytes_ > 0) chargeBuffer(bytes_);
+    }
+    BufferCharge(BufferCharge&& other) noexcept : bytes_(std::exchange(other.bytes_, 0)) {}
+    BufferCharge& operator=(BufferCharge&&) = delete;
+    ~BufferCharge() {
+        if (bytes_ > 0) giveBuffer(bytes_);
+    }
+
+private:
+    std::size_t bytes_;
+};
+
+/// A copy of a value, kept while script code runs that may change the original.
+template <class Value>
+class HeldCopy {
+public:
+    explicit HeldCopy(const Value& value) : value_(value) {}
+    const Value& value() const { return value_; }
+
+private:
+    Value value_;
+};
+
+template <>
+class HeldCopy<FND::String> {
+public:
+    explicit HeldCopy(const FND::String& value)
+        : charge_(value.size() > FND::String().capacity() ? blockBytes(value.size() + 1) : 0),
+          value_(copyOf(value)) {}
+    const FND::String& value() const { return value_; }
+
+private:
+    BufferCharge charge_;
+    FND::String value_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,233 @@
+#include "scr/run/RunControl.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "scr/Interpreter.h"
+
+namespace SCR {
+
+namespace {
+
+// Within the library's own static storage, so that reading it costs no call.
+[[gnu::tls_model("initial-exec")]] thread_local RunControl* currentS = nullptr;
+
+// What is kept free of a stack: for what runs between two calls, the deepest expression in the
+// deepest block.
+constexpr std::size_t stackReserveS = 256 * 1024;
+
+// Of the calling thread's own stack. `end` is the lowest address that script code may reach.
+struct ThreadStack {
+    char* lowest = nullptr;
+    char* highest = nullptr;
+    char* end = nullptr;
+};
+
+// Asked once a thread, since the C library reads a file to answer for the main thread.
+[[gnu::noinline]] ThreadStack findStack() {
+    ThreadStack stack;
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return stack;
+    void* lowest = nullptr;
+    std::size_t size = 0;
+    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_destroy(&attributes);
+    stack.lowest = static_cast<char*>(lowest);
+    stack.highest = stack.lowest + size;
+    stack.end = stack.lowest + std::min(stackReserveS, size / 2);
+    return stack;
+}
+
+[[gnu::tls_model("initial-exec")]] thread_local ThreadStack stackS;
+
+}  // namespace
+
+RunControl* RunControl::current() { return currentS; }
+
+inline char* RunControl::stackEndHere() const {
+    if (givenStackEnd_ != nullptr) {
+        return static_cast<char*>(const_cast<void*>(givenStackEnd_)) + stackReserveS;
+    }
+    if (stackS.highest == nullptr) [[unlikely]]
+        stackS = findStack();
+    const char* const here = static_cast<char*>(__builtin_frame_address(0));
+    return here >= stackS.lowest && here < stackS.highest ? stackS.end : nullptr;
+}
+
+inline void RunControl::startInterval() {
+    untilLook_ = std::min(stopsAt_ < 0 ? lookIntervalCM : std::int64_t{1}, stepsLeft_);
+    if (stepsLeft_ != Limits::none) stepsLeft_ -= untilLook_;
+}
+
+inline void RunControl::begin() {
+    ++runs_;
+    wasStopped_ = false;
+    failure_.clear();
+    stepsLeft_ = limits_.steps;
+    startInterval();
+    if (limits_.time != Limits::none) {
+        constexpr std::int64_t longest = std::int64_t{1} << 40;  // what the clock can count
+        deadline_ = std::chrono::steady_clock::now() +
+                    std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
+    } else {
+        deadline_ = std::chrono::steady_clock::time_point::max();
+    }
+    state_.store(State::Running, std::memory_order_relaxed);
+}
+
+inline void RunControl::end() noexcept {
+    state_.store(State::Idle, std::memory_order_relaxed);
+    untilLook_ = neverCM;
+    stepsLeft_ = Limits::none;
+}
+
+void RunControl::finish() {
+    ask(nullptr);
+    wasStopped_ = false;
+}
+
+void RunControl::limits(const Limits& limits) {
+    limits_ = limits;
+    memoryBound_ = stopsAt_ < 0 ? limits.memory : -1;
+}
+
+RunScope::RunScope(RunControl& control)
+    : control_(control), openCalls_(control.openCalls_), stackEnd_(control.stackEnd_) {
+    char* const end = control.stackEndHere();
+    const bool isOutermost = control.depth_ == 0;
+    if (isOutermost) {
+        control.begin();
+    } else if (control.openCalls_ >= control.limits_.depth) {
+        control.stopAtLimit(nullptr, "depth", control.limits_.depth);
+    }
+    if (static_cast<char*>(__builtin_frame_address(0)) < end) {
+        if (isOutermost) control.end();
+        control.stopAtStackEnd(nullptr);
+    }
+    if (!isOutermost) ++control.openCalls_;
+    ++control.depth_;
+    control.stackEnd_ = end;
+    outer_ = std::exchange(currentS, &control);
+}
+
+RunScope::~RunScope() {
+    control_.openCalls_ = openCalls_;
+    control_.stackEnd_ = stackEnd_;
+    if (kept_ != nullptr) *kept_ += control_.buffers_ - before_;
+    if (--control_.depth_ == 0) control_.end();
+    currentS = outer_;
+}
+
+void RunControl::chargeBuffer(std::size_t bytes) {
+    const auto size = static_cast<std::int64_t>(bytes);
+    charged_ += size;
+    if (charged_ > memoryBound_) [[unlikely]]
+        settle(size);
+    buffers_ += size;
+}
+
+void RunControl::clearCharges() {
+    buffers_ = 0;
+    charged_ = interpreter_.heapBytes();
+}
+
+// Counting takes time for every element. Close to the limit each charge would have to count anew,
+// so a script that comes that close is stopped.
+void RunControl::settle(std::int64_t bytes) {
+    charged_ -= bytes;
+    count(nullptr);
+    charged_ = interpreter_.heapBytes() + buffers_;
+    if (bytes > limits_.memory - limits_.memory / 64 - charged_) {
+        stopAtLimit(nullptr, "memory", limits_.memory);
+    }
+    charged_ += bytes;
+}
+
+void RunControl::look(const Node* place) {
+    if (stepsLeft_ == 0) stopAtLimit(place, "steps", limits_.steps);
+    startInterval();
+    --untilLook_;
+    ask(place);
+}
+
+void RunControl::lookAtWork() {
+    untilAsked_ = stopsAt_ < 0 ? workIntervalCM : 0;
+    ask(nullptr);
+}
+
+inline void RunControl::count(const Node* place) {
+    if (questions_++ == stopsAt_) stop(place, "stopped by a test");
+}
+
+void RunControl::ask(const Node* place) {
+    count(place);
+    if (!failure_.empty()) [[unlikely]]
+        stop(place, takeFailure());
+    if (state_.load(std::memory_order_relaxed) == State::Interrupted) stop(place, "interrupted");
+    if (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_) {
+        stopAtLimit(place, "time", limits_.time);
+    }
+}
+
+void RunControl::askFor(std::size_t milliseconds) {
+    if (!isRunning()) return;
+    ask(nullptr);
+    if (milliseconds == 0 || limits_.time == Limits::none) return;
+    const auto end = std::chrono::steady_clock::now() +
+                     std::chrono::milliseconds(static_cast<std::int64_t>(milliseconds));
+    if (end > deadline_) stopAtLimit(nullptr, "time", limits_.time);
+}
+
+bool RunControl::mustStop() const {
+    return !failure_.empty() || state_.load(std::memory_order_relaxed) == State::Interrupted ||
+           (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_);
+}
+
+bool RunControl::interrupt() {
+    State state = State::Running;
+    return state_.compare_exchange_strong(state, State::Interrupted, std::memory_order_relaxed) ||
+           state == State::Interrupted;
+}
+
+bool RunControl::fail(const FND::String& message) {
+    if (!isRunning()) return false;
+    if (failure_.empty()) failure_ = message.empty() ? "failed" : message;
+    return true;
+}
+
+void RunControl::stopAtQuestion(std::int64_t question) {
+    stopsAt_ = question;
+    questions_ = 0;
+    untilAsked_ = question < 0 ? workIntervalCM : 0;
+    limits(limits_);
+}
+
+void RunControl::stopAtStackEnd(const Node* place) {
+    stop(place, "calls are nested too deep for the stack");
+}
+
+void RunControl::stopAtLimit(const Node* place, const char* name, std::int64_t limit) {
+    stop(place, FND::String("limit `") + name + "' of " + std::to_string(limit) + " passed");
+}
+
+void RunControl::stop(const Node* place, const FND::String& message) {
+    wasStopped_ = true;
+    message_ = message;
+    prefix_.clear();
+    const bool isKnown = place != nullptr && interpreter_.places().find(place) != nullptr;
+    throw ScriptStopped(isKnown ? place : nullptr);
+}
+
+void RunControl::report(const ScriptStopped& stopped) {
+    if (message_.empty()) return;
+    const FND::String message = std::exchange(message_, {});
+    const FND::String prefix = std::exchange(prefix_, {});
+    interpreter_.logError(
+        "ERROR: " +
+        (stopped.place() != nullptr ? interpreter_.places().prefix(stopped.place()) : prefix) +
+        "script stopped: " + message);
+}
+
+}  // namespace SCR

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+
+#include "scr/Node.h"
+#include "scr/tree/Branch.h"
+
+namespace SCR {
+
+class IfStatement;
+
+/// Base of the nodes that, as the condition of a statement, take part in running it, so that they
+/// are code of the statement and not a call of a node.
+class ConditionNode : public BoolNode {
+public:
+    /// Executes turns of a loop as long as the node gives true, up to one that gives a code other
+    /// than `goOn`.
+    virtual std::int32_t repeat(const Turn& turn) = 0;
+
+    /// A new if-statement whose condition is this node, which it takes over by `self`.
+    virtual std::unique_ptr<IfStatement> makeIf(std::unique_ptr<BoolNode> self) = 0;
+};
+
+}  // namespace SCR

@@ -1,0 +1,401 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+#include "scr/Array.h"
+#include "scr/Hash.h"
+#include "scr/os/FileData.h"
+#include "scr/run/Memory.h"
+#include "scr/tree/ElementPlace.h"
+#include "scr/tree/Operand.h"
+#include "scr/value/KeyHash.h"
+
+namespace SCR {
+
+class Interpreter;
+
+// How an element access holds its container.
+
+/// A container variable, which it does not own.
+template <class Container>
+class NamedContainer {
+public:
+    /// Whether it is always there, and finding it has no effect.
+    static constexpr bool isKnown = true;
+
+    explicit NamedContainer(Container* container) : container_(container) {}
+    Container* value() const { return container_; }
+    void note(PlaceTrail& /*trail*/) const {}
+    Container* follow(PlaceTrail& /*trail*/) const { return container_; }
+    bool operator==(const NamedContainer&) const = default;
+
+private:
+    Container* container_;
+};
+
+/// Any expression that gives a container or null.
+template <class ContainerNode>
+class AnyContainer {
+public:
+    using Container = std::remove_pointer_t<decltype(std::declval<ContainerNode>().result())>;
+    static constexpr bool isKnown = false;
+
+    explicit AnyContainer(std::unique_ptr<ContainerNode> node)
+        : node_(std::move(node)), place_(dynamic_cast<ElementPlace<Container>*>(node_.get())) {}
+    Container* value() const { return node_->result(); }
+    void note(PlaceTrail& trail) const {
+        if (place_ != nullptr) place_->note(trail);
+    }
+    Container* follow(PlaceTrail& trail) const {
+        if (place_ == nullptr) return node_->result();
+        return place_->follow(trail);
+    }
+
+private:
+    std::unique_ptr<ContainerNode> node_;
+    ElementPlace<Container>* place_;  // the node, when it gives an element
+};
+
+/// Makes the elements that are not there yet. When one can not be had it says so, once in an
+/// execution, and gives null; for an index that is a negative Long it gives null without a word.
+class ElementSource {
+public:
+    explicit ElementSource(Interpreter& interpreter) : interpreter_(interpreter) {}
+
+    Variable* make(Array& array, unsigned long index);
+    /// Makes the element and gives its value.
+    template <class V>
+    [[gnu::noinline]] auto* makeValue(Array& array, unsigned long index) {
+        return makeOnly(array, index) ? array.existingValue<V>(index) : nullptr;
+    }
+    Variable* make(Hash& hash, const FND::String& key);
+
+private:
+    bool makeOnly(Array& array, unsigned long index);
+    void report(const FND::String& message);
+
+    Interpreter& interpreter_;
+    std::uint64_t reportedRun_ = std::numeric_limits<std::uint64_t>::max();
+};
+
+/// Finds the element of an array: the index is evaluated first, then the container. Null for a
+/// negative index, without a container, and for an element that can not be had.
+template <class V, class Container, class Index>
+class ArrayElement {
+public:
+    ArrayElement(Interpreter& interpreter, Container container, Index index)
+        : container_(std::move(container)), index_(std::move(index)), source_(interpreter) {}
+
+    /// The element as a variable.
+    V* find() { return elementAt(locate()); }
+    /// The element's value.
+    auto* findValue() { return valueAt(locate()); }
+
+    /// The index and what the container notes.
+    void note(PlaceTrail& trail) {
+        trail.add(index_.value());
+        container_.note(trail);
+    }
+    /// As `find` and `findValue`, by what was noted.
+    V* follow(PlaceTrail& trail) { return elementAt(locate(trail)); }
+    auto* followValue(PlaceTrail& trail) { return valueAt(locate(trail)); }
+
+    /// Whether `other` finds the same element. For named containers and variables as index.
+    bool isSame(const ArrayElement& other) const {
+        return container_ == other.container_ && index_.storage() == other.index_.storage();
+    }
+
+private:
+    // For a container that is known a negative index is an element that can not be had.
+    static constexpr bool looksFirst = !Container::isKnown;
+
+    struct Place {
+        Array* array = nullptr;  // null when there is no element
+        unsigned long index = 0;
+    };
+
+    Place locate() {
+        const long index = index_.value();
+        if (looksFirst && index < 0) [[unlikely]]
+            return {};
+        return {container_.value(), static_cast<unsigned long>(index)};
+    }
+    Place locate(PlaceTrail& trail) {
+        const long index = trail.nextIndex();
+        if (looksFirst && index < 0) return {};
+        return {container_.follow(trail), static_cast<unsigned long>(index)};
+    }
+
+    V* elementAt(Place place) {
+        if (looksFirst && place.array == nullptr) [[unlikely]]
+            return nullptr;
+        if (V* const element = place.array->template existing<V>(place.index)) [[likely]]
+            return element;
+        return static_cast<V*>(source_.make(*place.array, place.index));
+    }
+    auto* valueAt(Place place) {
+        using Found = decltype(place.array->template existingValue<V>(place.index));
+        if (looksFirst && place.array == nullptr) [[unlikely]]
+            return Found(nullptr);
+        if (const Found value = place.array->template existingValue<V>(place.index)) [[likely]]
+            return value;
+        return Found(source_.template makeValue<V>(*place.array, place.index));
+    }
+
+    Container container_;
+    Index index_;
+    ElementSource source_;
+};
+
+/// The hash of what a key operand gives; that of a constant is worked out beforehand.
+template <class Key>
+class KeyHasher {
+public:
+    explicit KeyHasher(const Key& /*operand*/) {}
+    std::uint32_t hash(const FND::String& key) const { return keyHash(key); }
+};
+
+template <>
+class KeyHasher<ConstantOperand<StringType>> {
+public:
+    explicit KeyHasher(const ConstantOperand<StringType>& operand)
+        : hash_(keyHash(operand.value())) {}
+    std::uint32_t hash(const FND::String& /*key*/) const { return hash_; }
+
+private:
+    std::uint32_t hash_;
+};
+
+/// Finds the element of a hash: the key is evaluated first, then the container. Null without a
+/// container and for an element that can not be had.
+template <class V, class Container, class Key>
+class HashElement {
+public:
+    /// `copiesKey`: evaluating the container may change what the key refers to.
+    HashElement(Interpreter& interpreter, Container container, Key key, bool copiesKey)
+        : container_(std::move(container)),
+          key_(std::move(key)),
+          hasher_(key_),
+          source_(interpreter),
+          copiesKey_(copiesKey) {}
+
+    V* find() {
+        if (copiesKey_) [[unlikely]]
+            return findByCopy();
+        const FND::String& key = key_.value();
+        return find(container_.value(), key);
+    }
+
+    /// The element's value.
+    auto* findValue() { return valueOf(find()); }
+
+    /// The key and what the container notes.
+    void note(PlaceTrail& trail) {
+        trail.add(key_.value());
+        container_.note(trail);
+    }
+    /// As `find` and `findValue`, by what was noted.
+    V* follow(PlaceTrail& trail) {
+        const FND::String& key = trail.nextKey();
+        return find(container_.follow(trail), key);
+    }
+    auto* followValue(PlaceTrail& trail) { return valueOf(follow(trail)); }
+
+    /// Whether `other` finds the same element. For named containers and variables as key.
+    bool isSame(const HashElement& other) const {
+        return container_ == other.container_ && key_.storage() == other.key_.storage();
+    }
+
+private:
+    static auto* valueOf(V* element) { return element != nullptr ? &element->value() : nullptr; }
+
+    [[gnu::noinline]] V* findByCopy() {
+        const HeldCopy<FND::String> key(key_.value());
+        return find(container_.value(), key.value());
+    }
+
+    V* find(Hash* hash, const FND::String& key) {
+        if (hash == nullptr) [[unlikely]]
+            return nullptr;
+        countString(key.size());
+        if (V* const element = hash->template existing<V>(key, hasher_.hash(key))) [[likely]] {
+            return element;
+        }
+        return static_cast<V*>(source_.make(*hash, key));
+    }
+
+    Container container_;
+    Key key_;
+    [[no_unique_address]] KeyHasher<Key> hasher_;
+    ElementSource source_;
+    const bool copiesKey_;
+};
+
+// The accesses. Each is built from the container's prototype, which it does not own, and what its
+// `Element` is built from.
+
+/// An element that holds a value of the type `Type`.
+template <class Type, class Element>
+class ElementAccess : public Type::DataNode, public ElementPlace<typename Type::Value> {
+public:
+    template <class... Arguments>
+    explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
+        : element_(std::forward<Arguments>(arguments)...) {}
+
+    typename Type::Argument result() override {
+        if (const auto* const found = element_.findValue()) [[likely]]
+            return *found;
+        return emptyCM;
+    }
+    bool set(typename Type::Argument value) override {
+        auto* const found = element_.findValue();
+        if (found == nullptr) [[unlikely]]
+            return false;
+        store(*found, value);
+        return true;
+    }
+    void note(PlaceTrail& trail) override { element_.note(trail); }
+    typename Type::Value* follow(PlaceTrail& trail) override { return element_.followValue(trail); }
+
+    Element& element() { return element_; }
+
+private:
+    inline static const typename Type::Value emptyCM{};
+
+    Element element_;
+};
+
+/// The access to an element of a named array under a named index.
+template <class Type>
+using NamedElementAccess = ElementAccess<
+    Type, ArrayElement<typename Type::Variable, NamedContainer<Array>, VariableOperand<LongType>>>;
+
+/// Such an access as an operand: read without a call of its node.
+template <class Type>
+class ElementOperand {
+public:
+    using Access = NamedElementAccess<Type>;
+
+    explicit ElementOperand(std::unique_ptr<Node> node)
+        : node_(static_cast<Access*>(node.release())) {}
+    typename Type::Argument value() const { return node_->Access::result(); }
+
+private:
+    std::unique_ptr<Access> node_;
+};
+
+/// Whether `node` is such an access.
+template <class Type>
+bool isNamedElement(const Node& node) {
+    return &typeid(node) == &typeid(NamedElementAccess<Type>);
+}
+
+/// A handle; all elements of a container share the name of the abstract data type.
+template <class Element>
+class AdtElementAccess final : public ElementAccess<AdtType, Element> {
+public:
+    template <class... Arguments>
+    explicit AdtElementAccess(const Variable* prototype, Arguments&&... arguments)
+        : ElementAccess<AdtType, Element>(prototype, std::forward<Arguments>(arguments)...),
+          prototype_(static_cast<const AdtVariable*>(prototype)) {}
+
+    const FND::String& subType() const override { return prototype_->subType(); }
+
+private:
+    const AdtVariable* const prototype_;  // the container's
+};
+
+/// An element that is a container itself; null when there is none.
+template <class Base, class Container, class Element>
+class ContainerElementAccess final : public Base, public ElementPlace<Container> {
+public:
+    template <class... Arguments>
+    explicit ContainerElementAccess(const Variable* prototype, Arguments&&... arguments)
+        : element_(std::forward<Arguments>(arguments)...),
+          prototype_(static_cast<const Container*>(prototype)) {}
+
+    Container* result() override { return element_.find(); }
+    void note(PlaceTrail& trail) override { element_.note(trail); }
+    Container* follow(PlaceTrail& trail) override { return element_.follow(trail); }
+    int containerType() const override { return prototype_->containerType(); }
+    Variable* defaultValue() const override { return prototype_->defaultValue(); }
+
+private:
+    Element element_;
+    const Container* const prototype_;  // the outer container's
+};
+
+/// An element that is a file; none where there is no element.
+template <class Element>
+class FileElementAccess final : public FileData {
+public:
+    template <class... Arguments>
+    explicit FileElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
+        : element_(std::forward<Arguments>(arguments)...) {}
+
+    std::int32_t execute() override {
+        find();
+        return goOn;
+    }
+    void note(PlaceTrail& trail) override { element_.note(trail); }
+    void follow(PlaceTrail& trail) override {
+        trail.rewind();
+        variable_ = element_.follow(trail);
+    }
+
+private:
+    void findElement() override { variable_ = element_.find(); }
+
+    Element element_;
+};
+
+// The accesses by name, for a kind of container and a kind of index or key.
+
+template <class... Operands>
+using LongArrayAccess = ElementAccess<LongType, ArrayElement<LongVariable, Operands...>>;
+template <class... Operands>
+using DecimalArrayAccess = ElementAccess<DecimalType, ArrayElement<DecimalVariable, Operands...>>;
+template <class... Operands>
+using StringArrayAccess = ElementAccess<StringType, ArrayElement<StringVariable, Operands...>>;
+template <class... Operands>
+using DateArrayAccess = ElementAccess<DateType, ArrayElement<DateVariable, Operands...>>;
+template <class... Operands>
+using BoolArrayAccess = ElementAccess<BoolType, ArrayElement<BoolVariable, Operands...>>;
+template <class... Operands>
+using NexidArrayAccess = ElementAccess<NexidType, ArrayElement<NexidVariable, Operands...>>;
+template <class... Operands>
+using AdtArrayAccess = AdtElementAccess<ArrayElement<AdtVariable, Operands...>>;
+template <class... Operands>
+using FileArrayAccess = FileElementAccess<ArrayElement<FileVariable, Operands...>>;
+template <class... Operands>
+using ArrayArrayAccess = ContainerElementAccess<ArrayNode, Array, ArrayElement<Array, Operands...>>;
+template <class... Operands>
+using HashArrayAccess = ContainerElementAccess<HashNode, Hash, ArrayElement<Hash, Operands...>>;
+
+template <class... Operands>
+using LongHashAccess = ElementAccess<LongType, HashElement<LongVariable, Operands...>>;
+template <class... Operands>
+using DecimalHashAccess = ElementAccess<DecimalType, HashElement<DecimalVariable, Operands...>>;
+template <class... Operands>
+using StringHashAccess = ElementAccess<StringType, HashElement<StringVariable, Operands...>>;
+template <class... Operands>
+using DateHashAccess = ElementAccess<DateType, HashElement<DateVariable, Operands...>>;
+template <class... Operands>
+using BoolHashAccess = ElementAccess<BoolType, HashElement<BoolVariable, Operands...>>;
+template <class... Operands>
+using NexidHashAccess = ElementAccess<NexidType, HashElement<NexidVariable, Operands...>>;
+template <class... Operands>
+using AdtHashAccess = AdtElementAccess<HashElement<AdtVariable, Operands...>>;
+template <class... Operands>
+using FileHashAccess = FileElementAccess<HashElement<FileVariable, Operands...>>;
+template <class... Operands>
+using ArrayHashAccess = ContainerElementAccess<ArrayNode, Array, HashElement<Array, Operands...>>;
+template <class... Operands>
+using HashHashAccess = ContainerElementAccess<HashNode, Hash, HashElement<Hash, Operands...>>;
+
+}  // namespace SCR

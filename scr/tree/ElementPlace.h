@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/value/ChargedText.h"
+
+namespace SCR {
+
+/// The indices and keys of an access to an element, in the order of their evaluation.
+class PlaceTrail {
+public:
+    void clear() {
+        indices_.clear();
+        keyCount_ = 0;
+        rewind();
+    }
+    /// Begins again with the first index and the first key.
+    void rewind() { nextIndex_ = nextKey_ = 0; }
+
+    void add(long index) { indices_.push_back(index); }
+    void add(const FND::String& key) {
+        if (keyCount_ == keys_.size()) keys_.emplace_back();
+        keys_[keyCount_++].assign(key);
+    }
+    long nextIndex() { return indices_[nextIndex_++]; }
+    const FND::String& nextKey() { return keys_[nextKey_++].text(); }
+
+private:
+    std::vector<long> indices_;
+    std::vector<ChargedText> keys_;  // those beyond keyCount_ only keep their memory
+    std::size_t keyCount_ = 0;
+    std::size_t nextIndex_ = 0;
+    std::size_t nextKey_ = 0;
+};
+
+/// What the accesses to elements can do besides: evaluate their indices and keys once, and find the
+/// element by them several times, whatever became of it in between. `Found` is the class of an
+/// element that is a container, and the type of the value of any other.
+template <class Found>
+class KESTREL_API ElementPlace {
+public:
+    ElementPlace() = default;
+    ElementPlace(const ElementPlace&) = delete;
+    ElementPlace& operator=(const ElementPlace&) = delete;
+    virtual ~ElementPlace() = default;
+
+    /// Evaluates the indices and keys and adds them to `trail`.
+    virtual void note(PlaceTrail& trail) = 0;
+    /// What the next ones of `trail` lead to, made when it is missing; null when it can not be had.
+    /// Owned by its container, and to be used at once.
+    virtual Found* follow(PlaceTrail& trail) = 0;
+};
+
+}  // namespace SCR

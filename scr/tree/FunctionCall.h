@@ -1,0 +1,151 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "scr/Function.h"
+#include "scr/Types.h"
+#include "scr/run/RunControl.h"
+#include "scr/tree/Branch.h"
+
+namespace SCR {
+
+class FctDescr;
+
+/// What all calls of user functions share: the assignments of the arguments to the parameters, and
+/// running the function.
+class KESTREL_API FunctionCall {
+public:
+    /// One assignment node a parameter, in the order of the parameters.
+    using Bindings = NodeList;
+
+    /// Takes over the bindings; reports every call to `control`, if there is one.
+    explicit FunctionCall(Bindings bindings, RunControl* control = nullptr);
+
+    /// Sets the function to be called; not owned.
+    void function(Function* function) { function_ = function; }
+
+protected:
+    ~FunctionCall() = default;
+
+    /// Binds the arguments and executes the function; true when a return ran.
+    bool call(const Node* place) {
+        enter(place);
+        const bool hasReturned = function_->run() == Node::returned;
+        leave();
+        return hasReturned;
+    }
+
+    /// Binds the arguments and evaluates `value`, the assignment of the function's only statement.
+    template <class ValueNode>
+    decltype(auto) evaluate(const Node* place, const ReturnStatement& only) {
+        enter(place);
+        try {
+            decltype(auto) value = static_cast<ValueNode*>(only.value())->result();
+            leave();
+            return value;
+        } catch (ScriptStopped& stopped) {
+            stopped.passedThrough(&only);
+            throw;
+        }
+    }
+
+    const Function& function() const { return *function_; }
+
+private:
+    void enter(const Node* place) {
+        const Step* step = steps_.data();
+        for (const Step* const end = step + copyCount_; step != end; ++step) step->sum.runCopy();
+        for (const Step* const end = steps_.data() + steps_.size(); step != end; ++step) {
+            step->execute();
+        }
+        if (control_ != nullptr) control_->enterCall(place);
+    }
+    void leave() {
+        if (control_ != nullptr) control_->leaveCall();
+    }
+
+    const Bindings bindings_;
+    std::vector<Step> steps_;    // those of the bindings
+    std::size_t copyCount_ = 0;  // how many of the first ones just copy a Long
+    Function* function_ = nullptr;
+    RunControl* const control_;
+};
+
+/// A call as an expression of the type `Type`; a function that ends without a return gives the
+/// type's null value. A recursive call shares parameters, locals and return variable with the call
+/// it is made from.
+template <class Type, class Base = typename Type::Node>
+class TypedFunctionCall : public Base, public FunctionCall {
+public:
+    using FunctionCall::FunctionCall;
+
+    typename Type::Argument result() override {
+        if (const ReturnStatement* const only = function().onlyReturn()) {
+            return evaluate<typename Type::Node>(this, *only);
+        }
+        if (!call(this)) return Type::null();
+        return static_cast<typename Type::Variable*>(function().returnVariable())->value();
+    }
+};
+
+class KESTREL_API LongFunctionCall final : public TypedFunctionCall<LongType> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+class KESTREL_API DecimalFunctionCall final : public TypedFunctionCall<DecimalType> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+class KESTREL_API StringFunctionCall final : public TypedFunctionCall<StringType> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+class KESTREL_API DateFunctionCall final : public TypedFunctionCall<DateType> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+class KESTREL_API BoolFunctionCall final : public TypedFunctionCall<BoolType> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+class KESTREL_API NexidFunctionCall final : public TypedFunctionCall<NexidType> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+/// Gives the handle as a plain Long.
+class KESTREL_API AdtFunctionCall final : public TypedFunctionCall<AdtType, LongNode> {
+public:
+    using TypedFunctionCall::TypedFunctionCall;
+};
+
+class KESTREL_API VoidFunctionCall final : public VoidNode, public FunctionCall {
+public:
+    using FunctionCall::FunctionCall;
+
+    void result() override { call(this); }
+};
+
+/// Stands for a function that is named and not (yet) called; executing it does nothing.
+class KESTREL_API FctCallNode final : public Node {
+public:
+    /// `descriptor` is not owned.
+    explicit FctCallNode(const FctDescr* descriptor) : descriptor_(descriptor) {}
+
+    std::int32_t execute() override { return goOn; }
+
+    const FctDescr* descriptor() const { return descriptor_; }
+
+private:
+    const FctDescr* const descriptor_;
+};
+
+}  // namespace SCR

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <memory>
+#include <typeinfo>
+#include <utility>
+
+#include "scr/Types.h"
+#include "scr/VariableAccess.h"
+#include "scr/tree/Constant.h"
+
+namespace SCR {
+
+/// Whether nodes are specialised by the kinds of their operands. Off only in the build that checks
+/// the specialised nodes against the general ones.
+inline constexpr bool SpecialisesNodes = KESTREL_SPECIALISE != 0;
+
+/// The classes of the nodes that read a variable or a constant of a type.
+template <class Type>
+struct LeafNodes;
+template <>
+struct LeafNodes<LongType> {
+    using Access = LongVariableAccess;
+    using Constant = LongConstant;
+};
+template <>
+struct LeafNodes<DecimalType> {
+    using Access = DecimalVariableAccess;
+    using Constant = DecimalConstant;
+};
+template <>
+struct LeafNodes<StringType> {
+    using Access = StringVariableAccess;
+    using Constant = StringConstant;
+};
+template <>
+struct LeafNodes<DateType> {
+    using Access = DateVariableAccess;
+    using Constant = DateConstant;
+};
+template <>
+struct LeafNodes<BoolType> {
+    using Access = BoolVariableAccess;
+    using Constant = BoolConstant;
+};
+template <>
+struct LeafNodes<NexidType> {
+    using Access = NexidVariableAccess;
+    using Constant = NexidConstant;
+};
+
+// The kinds of operands that a specialised node can hold. Each gives the operand's value; the node
+// that holds it neither knows nor cares how.
+
+/// Any expression: a call of its node.
+template <class Type>
+class AnyOperand {
+public:
+    explicit AnyOperand(std::unique_ptr<Node> node)
+        : node_(static_cast<typename Type::Node*>(node.release())) {}
+    typename Type::Argument value() const { return node_->result(); }
+    /// The node, which the operand keeps.
+    typename Type::Node* peek() const { return node_.get(); }
+    /// Gives the node back.
+    std::unique_ptr<Node> node() && { return std::move(node_); }
+
+private:
+    std::unique_ptr<typename Type::Node> node_;
+};
+
+/// A named variable: a load. The variable is not owned.
+template <class Type>
+class VariableOperand {
+public:
+    explicit VariableOperand(const typename Type::Value* value) : value_(value) {}
+    typename Type::Argument value() const { return *value_; }
+    /// Where the value is; the variable's.
+    const typename Type::Value* storage() const { return value_; }
+
+private:
+    const typename Type::Value* value_;
+};
+
+/// A constant.
+template <class Type>
+class ConstantOperand {
+public:
+    explicit ConstantOperand(typename Type::Argument value) : value_(value) {}
+    typename Type::Argument value() const { return value_; }
+    /// Where the value is; this operand's.
+    const typename Type::Value* storage() const { return &value_; }
+
+private:
+    typename Type::Value value_;
+};
+
+/// The variable that `node` reads, when it is an access to a variable of the type; otherwise null.
+template <class Type>
+typename Type::Variable* variableOf(const Node& node) {
+    using Access = typename LeafNodes<Type>::Access;
+    // One library has one descriptor of a class: no need to compare names.
+    if (&typeid(node) != &typeid(Access)) return nullptr;
+    return static_cast<const Access&>(node).variable();
+}
+
+/// The value of `node`, which keeps it, when it is a constant of the type; otherwise null.
+template <class Type>
+const typename Type::Value* constantOf(const Node& node) {
+    using Constant = typename LeafNodes<Type>::Constant;
+    if (&typeid(node) != &typeid(Constant)) return nullptr;
+    return &static_cast<const Constant&>(node).value();
+}
+
+/// The value that `node` gives without doing anything else: that of the variable which it reads, or
+/// its own if it is a constant. Null for any other node.
+template <class Type>
+const typename Type::Value* storageOf(const Node& node) {
+    if constexpr (SpecialisesNodes && requires { typename LeafNodes<Type>::Constant; }) {
+        if (const auto* variable = variableOf<Type>(node)) return &variable->value();
+        return constantOf<Type>(node);
+    }
+    return nullptr;
+}
+
+/// Calls `make` with the operand of the kind that fits `node` and gives what it gives.
+template <class Type, class Make>
+auto withOperand(std::unique_ptr<Node> node, Make&& make) {
+    if constexpr (SpecialisesNodes) {
+        if (const auto* variable = variableOf<Type>(*node)) {
+            return make(VariableOperand<Type>(&variable->value()));
+        }
+        if (const auto* constant = constantOf<Type>(*node)) {
+            return make(ConstantOperand<Type>(*constant));
+        }
+    }
+    return make(AnyOperand<Type>(std::move(node)));
+}
+
+/// The same for a left and a right operand.
+template <class Type, class Make>
+auto withOperands(std::unique_ptr<Node> left, std::unique_ptr<Node> right, Make&& make) {
+    return withOperand<Type>(std::move(left), [&](auto leftOperand) {
+        return withOperand<Type>(std::move(right), [&](auto rightOperand) {
+            return make(std::move(leftOperand), std::move(rightOperand));
+        });
+    });
+}
+
+}  // namespace SCR

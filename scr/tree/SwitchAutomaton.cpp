@@ -1,0 +1,88 @@
+#include "scr/tree/SwitchAutomaton.h"
+
+#include <utility>
+
+#include "fsm/Analysis.h"
+#include "fsm/PatternCheck.h"
+#include "scr/Interpreter.h"
+#include "scr/message/Messages.h"
+#include "scr/run/AutomataAccount.h"
+#include "scr/run/Work.h"
+
+namespace SCR {
+
+namespace {
+
+// What is looked through for cases that are never reached: a check must not take long.
+constexpr std::size_t maxAnalysedStatesS = 20000;
+// Warnings of one switch; the others are counted.
+constexpr std::size_t maxWarningsS = 50;
+
+}  // namespace
+
+void SwitchAutomaton::add(std::unique_ptr<StringNode> label, int line) {
+    lines_.push_back(line);
+    labels_.push_back(std::move(label));
+}
+
+std::optional<FND::String> SwitchAutomaton::build(Interpreter* interpreter, std::size_t step,
+                                                  const FND::String& file) {
+    std::optional<AutomataScope> scope;
+    if (interpreter != nullptr) scope.emplace(*interpreter);
+    if (!engine_) {
+        constexpr unsigned int unknownCount = ~0U;
+        engine_.emplace(unknownCount);
+        engine_->stateLimit(stateLimit_);
+    }
+    if (step != finalStep) return insert(labels_[step]->result());
+    if (auto failure = setUp()) return failure;
+    if (!group_ && interpreter != nullptr && interpreter->isChecking()) {
+        warnOfUnreached(*interpreter, file);
+    }
+    decltype(labels_)().swap(labels_);
+    decltype(lines_)().swap(lines_);
+    return std::nullopt;
+}
+
+std::optional<FND::String> SwitchAutomaton::insert(const FND::String& pattern) {
+    fits_ = fits_ && engine_->insertPattern(pattern);
+    if (fits_) return std::nullopt;
+    FND::String error;
+    if (!FSM::checkPattern(pattern, error)) return Messages::illegalRegularExpression(pattern);
+    engine_->clear();  // It has no room for a good pattern; a group may have.
+    return std::nullopt;
+}
+
+std::optional<FND::String> SwitchAutomaton::setUp() {
+    if (fits_ && engine_->finalSetup()) return std::nullopt;
+    auto group = std::make_unique<FSM::EngineGroup>();
+    group->stateLimit(stateLimit_);
+    for (const auto& label : labels_) {
+        if (!group->insertPattern(label->result())) return group->error();
+    }
+    if (!group->finalSetup()) return group->error();
+    group_ = std::move(group);
+    return std::nullopt;
+}
+
+void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::String& file) const {
+    if (engine_->stateCount() > maxAnalysedStatesS) return;
+    const std::optional<FSM::Analysis> analysis = FSM::analyse(*engine_, 0);
+    if (!analysis) return;
+    std::vector<FND::String> sentences = FSM::unreachedCases(*analysis, lines_);
+    if (sentences.size() > maxWarningsS) {
+        const std::size_t rest = sentences.size() - maxWarningsS;
+        sentences.resize(maxWarningsS);
+        sentences.push_back(std::to_string(rest) + " more cases are never reached");
+    }
+    for (const FND::String& sentence : sentences) {
+        interpreter.log(Messages::warning(file, sentence), FND::Status::Warning);
+    }
+}
+
+std::int32_t SwitchAutomaton::firstOfLong(const FND::String& text) const {
+    countWork(text.size());
+    return group_ ? group_->firstPath(text) : engine_->firstPath(text, countWork);
+}
+
+}  // namespace SCR

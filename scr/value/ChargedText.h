@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+#include "scr/run/Memory.h"
+
+namespace SCR {
+
+/// A text outside the variables, charged as long as it lives. It moves with its charge.
+class ChargedText {
+public:
+    ChargedText() = default;
+    ChargedText(ChargedText&& other) noexcept { swap(other); }
+    ChargedText& operator=(ChargedText&& other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~ChargedText() = default;
+
+    const FND::String& text() const { return text_; }
+    /// What is done to the text by this is not charged.
+    FND::String& text() { return text_; }
+
+    /// Makes it a copy of `text`.
+    void assign(const FND::String& text) {
+        if (text.size() > text_.capacity()) [[unlikely]] {
+            text_.clear();
+            makeRoom(text.size());
+        }
+        store(text_, text);
+    }
+    /// Adds `piece` to the end.
+    void append(std::string_view piece) {
+        if (text_.size() + piece.size() > text_.capacity()) makeRoom(text_.size() + piece.size());
+        text_.append(piece);
+    }
+
+private:
+    KESTREL_API void makeRoom(std::size_t size);
+    KESTREL_API void swap(ChargedText& other) noexcept;
+
+    FND::String text_;
+    std::optional<BufferCharge> charge_;  // none for what lies in the string itself
+};
+
+}  // namespace SCR

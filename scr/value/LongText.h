@@ -1,0 +1,64 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include "fnd/Export.h"
+#include "scr/run/Work.h"
+
+namespace SCR {
+
+// What looks at each byte of a text does so in pieces that it counts as work, so that a script can
+// be stopped in a long one. `ScriptStopped` is thrown then. Short texts are one piece.
+
+/// Bytes that are worked on between two counts.
+constexpr std::size_t textPieceSizeS = 64 * 1024;
+
+/// Compares the bytes of two texts as unsigned numbers: negative, 0 or positive.
+KESTREL_API int compareLong(std::string_view a, std::string_view b);
+
+/// How many bytes both texts begin with.
+KESTREL_API std::size_t commonLength(std::string_view a, std::string_view b);
+
+/// The place of the first `byte` in `text`; the length of `text` without one.
+KESTREL_API std::size_t findByte(std::string_view text, char byte);
+
+/// Whether two texts are equal.
+inline bool areEqual(const FND::String& a, const FND::String& b) {
+    if (isLong(a.size())) [[unlikely]]
+        return a.size() == b.size() && compareLong(a, b) == 0;
+    return a == b;
+}
+
+/// `text` without the bytes of `set`, a byte or several, that it begins with.
+template <class Set>
+std::string_view withoutFront(std::string_view text, Set set) {
+    for (;;) {
+        const std::size_t size = std::min(textPieceSizeS, text.size());
+        const std::size_t kept = text.substr(0, size).find_first_not_of(set);
+        text.remove_prefix(std::min(kept, size));
+        if (kept < size || text.empty()) return text;
+        countWork(size);
+    }
+}
+
+/// `text` without the bytes of `set` that it ends with.
+template <class Set>
+std::string_view withoutBack(std::string_view text, Set set) {
+    for (;;) {
+        const std::size_t size = std::min(textPieceSizeS, text.size());
+        // One behind the last byte to keep: 0, by overflow, when there is none.
+        const std::size_t kept = text.substr(text.size() - size).find_last_not_of(set) + 1;
+        text.remove_suffix(size - kept);
+        if (kept > 0 || text.empty()) return text;
+        countWork(size);
+    }
+}
+
+/// The first place in `text` where `part` stands, or null; for a `part` that is so long that a
+/// single try is work. Takes time in proportion to the lengths of both, by fingerprints after
+/// Rabin and Karp with a base drawn at random.
+KESTREL_API const char* findLong(std::string_view text, std::string_view part);
+
+}  // namespace SCR
