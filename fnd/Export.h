@@ -4,3 +4,6 @@
 /// with hidden visibility. Goes on every class that a host or an extension derives from, names in a
 /// `dynamic_cast` or calls.
 #define KESTREL_API __attribute__((visibility("default")))
+
+/// Marks a member of a public class that is for the library alone.
+#define KESTREL_HIDDEN __attribute__((visibility("hidden")))

@@ -1,6 +1,7 @@
 #include "scr/ConditionList.h"
 
 #include <algorithm>
+#include <new>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -9,15 +10,16 @@
 #include "fsm/PatternCheck.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
+#include "scr/call/Binding.h"
 #include "scr/message/Messages.h"
 #include "scr/message/Quote.h"
-#include "scr/parser/ActionSupport.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/AutomataAccount.h"
 #include "scr/run/Entry.h"
 #include "scr/run/Memory.h"
 #include "scr/run/PendingBuilds.h"
+#include "scr/run/RunControl.h"
 #include "scr/value/LongText.h"
 
 namespace SCR {
@@ -131,100 +133,131 @@ bool checkString(int type) {
 
 }  // namespace
 
-ConditionList::ConditionList(Interpreter& interpreter) : interpreter_(interpreter) {}
+struct ConditionList::State {
+    explicit State(Interpreter& owner) : interpreter(owner) {}
+
+    // Whether the conditions are of the script that is compiled now; false after a message.
+    bool isCurrent();
+    bool holds(std::size_t index);
+    template <class Action>
+    bool run(Action action);
+
+    Interpreter& interpreter;
+    std::vector<std::unique_ptr<BoolNode>> conditions;
+    std::int64_t buffers = 0;  // what the conditions' nodes took
+    std::uint64_t generation = 0;
+    bool isEvaluating = false;
+};
+
+ConditionList::ConditionList(Interpreter& interpreter)
+    : state_(new (std::nothrow) State(interpreter)) {
+    if (state_ == nullptr) interpreter.logOutOfMemory();
+}
 
 ConditionList::~ConditionList() = default;
 
+std::int32_t ConditionList::size() const {
+    return state_ != nullptr ? static_cast<std::int32_t>(state_->conditions.size()) : 0;
+}
+
 bool ConditionList::compile(const FND::String& text) {
-    if (conditions_.empty()) generation_ = interpreter_.generation();
-    if (!isCurrent()) return false;
-    const std::size_t before = conditions_.size();
+    if (state_ == nullptr) return false;
+    State& state = *state_;
+    if (state.conditions.empty()) state.generation = state.interpreter.generation();
+    if (!state.isCurrent()) return false;
+    const std::size_t before = state.conditions.size();
     std::int64_t buffers = 0;
-    if (interpreter_.compileConditions(text, *this, buffers)) {
-        buffers_ += buffers;
+    if (state.interpreter.compileConditions(text, *this, buffers)) {
+        state.buffers += buffers;
         return true;
     }
-    conditions_.resize(before);
-    interpreter_.runControl().giveBuffer(static_cast<std::size_t>(buffers));
+    state.conditions.resize(before);
+    state.interpreter.runControl().giveBuffer(static_cast<std::size_t>(buffers));
     return false;
 }
 
 void ConditionList::clear() {
-    if (isEvaluating_) {
-        interpreter_.logError("ERROR: can not clear conditions while they are evaluated");
+    if (state_ == nullptr) return;
+    State& state = *state_;
+    if (state.isEvaluating) {
+        state.interpreter.logError("ERROR: can not clear conditions while they are evaluated");
         return;
     }
-    conditions_.clear();
-    const std::int64_t buffers = std::exchange(buffers_, 0);
+    state.conditions.clear();
+    const std::int64_t buffers = std::exchange(state.buffers, 0);
     // What belonged to a script that is gone was given back with that.
-    if (generation_ == interpreter_.generation()) {
-        interpreter_.runControl().giveBuffer(static_cast<std::size_t>(buffers));
+    if (state.generation == state.interpreter.generation()) {
+        state.interpreter.runControl().giveBuffer(static_cast<std::size_t>(buffers));
     }
 }
 
-bool ConditionList::isCurrent() {
-    if (generation_ == interpreter_.generation()) return true;
-    interpreter_.logError("ERROR: the conditions belong to a script that is gone");
+bool ConditionList::State::isCurrent() {
+    if (generation == interpreter.generation()) return true;
+    interpreter.logError("ERROR: the conditions belong to a script that is gone");
     return false;
 }
 
-bool ConditionList::holds(std::size_t index) {
+bool ConditionList::State::holds(std::size_t index) {
     try {
-        return conditions_[index]->result();
+        return conditions[index]->result();
     } catch (ScriptStopped& stopped) {
-        interpreter_.runControl().stoppedAt("condition " + std::to_string(index) + ": ");
+        interpreter.runControl().stoppedAt("condition " + std::to_string(index) + ": ");
         throw;
     }
 }
 
 template <class Action>
-bool ConditionList::run(Action action) {
-    if (!conditions_.empty() && !isCurrent()) return false;
-    const bool isInner = std::exchange(isEvaluating_, true);
+bool ConditionList::State::run(Action action) {
+    if (!conditions.empty() && !isCurrent()) return false;
+    const bool isInner = std::exchange(isEvaluating, true);
     const bool isDone = enterRun(
-        interpreter_,
+        interpreter,
         [&] {
             action();
             return true;
         },
-        &buffers_);
-    isEvaluating_ = isInner;
+        &buffers);
+    isEvaluating = isInner;
     return isDone;
 }
 
 bool ConditionList::holds(std::int32_t index, bool& value) {
-    return run(
-        [&] { value = index >= 0 && index < size() && holds(static_cast<std::size_t>(index)); });
+    return state_ != nullptr && state_->run([&] {
+        value = index >= 0 && index < size() && state_->holds(static_cast<std::size_t>(index));
+    });
 }
 
 bool ConditionList::all(bool& value) {
-    return run([&] {
+    return state_ != nullptr && state_->run([&] {
+        const std::size_t count = state_->conditions.size();
         std::size_t i = 0;
-        while (i < conditions_.size() && holds(i)) ++i;
-        value = i == conditions_.size();
+        while (i < count && state_->holds(i)) ++i;
+        value = i == count;
     });
 }
 
 bool ConditionList::first(std::int32_t& index) {
-    return run([&] {
+    return state_ != nullptr && state_->run([&] {
+        const std::size_t count = state_->conditions.size();
         std::size_t i = 0;
-        while (i < conditions_.size() && !holds(i)) ++i;
-        index = i < conditions_.size() ? static_cast<std::int32_t>(i) : -1;
+        while (i < count && !state_->holds(i)) ++i;
+        index = i < count ? static_cast<std::int32_t>(i) : -1;
     });
 }
 
 bool ConditionList::holding(std::vector<std::int32_t>& indices) {
     indices.clear();
-    return run([&] {
-        for (std::size_t i = 0; i < conditions_.size(); ++i) {
-            if (holds(i)) indices.push_back(static_cast<std::int32_t>(i));
+    return state_ != nullptr && state_->run([&] {
+        for (std::size_t i = 0; i < state_->conditions.size(); ++i) {
+            if (state_->holds(i)) indices.push_back(static_cast<std::int32_t>(i));
         }
     });
 }
 
 bool ConditionList::condition(BoolNode* condition) {
     std::unique_ptr<BoolNode> owned(condition);
-    conditions_.push_back(std::move(owned));
+    if (state_ == nullptr) return false;
+    state_->conditions.push_back(std::move(owned));
     return true;
 }
 
@@ -239,13 +272,15 @@ bool ConditionList::comparePattern(Interpreter& interpreter, ParserStack& stack)
     auto pattern = stack.pop<StringNode>();
     auto text = stack.pop<StringNode>();
     if (!Node::isConst(patternType)) {
-        return pushNested(std::make_unique<VariableMatch>(interpreter, std::move(text),
+        return pushNested(interpreter, stack,
+                          std::make_unique<VariableMatch>(interpreter, std::move(text),
                                                           std::move(pattern), isPatternActive),
                           TypeCode::Bool, traits);
     }
     auto constant = std::make_shared<ConstantPattern>(std::move(pattern));
     return buildLater(constant) &&
-           pushNested(std::make_unique<ConstantMatch>(std::move(text), std::move(constant)),
+           pushNested(interpreter, stack,
+                      std::make_unique<ConstantMatch>(std::move(text), std::move(constant)),
                       TypeCode::Bool, traits);
 }
 

@@ -31,7 +31,7 @@ public:
     /// Destroys all conditions. While they are evaluated, it logs an error instead.
     void clear();
     /// The number of conditions; they are numbered from 0 in the order of the text.
-    std::int32_t size() const { return static_cast<std::int32_t>(conditions_.size()); }
+    std::int32_t size() const;
 
     // Each of the following counts as one execution for the interpreter's limits. They give false,
     // and leave the result as it was, when the evaluation was stopped or an error ended it.
@@ -52,17 +52,9 @@ public:
     bool comparePattern(Interpreter& interpreter, ParserStack& stack) override;
 
 private:
-    bool holds(std::size_t index);
-    template <class Action>
-    bool run(Action action);
-    // Whether the conditions are of the script that is compiled now; false after a message.
-    bool isCurrent();
+    struct State;
 
-    Interpreter& interpreter_;
-    std::vector<std::unique_ptr<BoolNode>> conditions_;
-    std::int64_t buffers_ = 0;  // what the conditions' nodes took
-    std::uint64_t generation_ = 0;
-    bool isEvaluating_ = false;
+    const std::unique_ptr<State> state_;
 };
 
 }  // namespace SCR

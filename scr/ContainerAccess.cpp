@@ -5,6 +5,7 @@
 #include <typeinfo>
 
 #include "scr/Interpreter.h"
+#include "scr/run/RunControl.h"
 #include "scr/tree/ElementAccess.h"
 #include "scr/tree/LongArithmetic.h"
 #include "scr/value/ElementClass.h"

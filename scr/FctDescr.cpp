@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
+#include "scr/call/Binding.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
-#include "scr/parser/ActionSupport.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 

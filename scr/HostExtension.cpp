@@ -1,6 +1,9 @@
 #include "scr/HostExtension.h"
 
 #include <set>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "scr/Interpreter.h"
 #include "scr/call/HostDescriptor.h"
@@ -9,9 +12,28 @@
 
 namespace SCR {
 
-HostExtension::HostExtension(FND::String name) : name_(std::move(name)) {}
+struct HostExtension::State {
+    explicit State(FND::String ownName) : name(std::move(ownName)) {}
+
+    void log(const FND::String& message, FND::Status::Severity severity);
+    // Keeps `variable` under the name, unless that is refused; false, after a message, then.
+    bool insert(const FND::String& variableName, std::unique_ptr<Variable>& variable);
+
+    const FND::String name;
+    Interpreter* interpreter = nullptr;                                   // owns the extension
+    std::vector<std::pair<FND::String, FND::Status::Severity>> messages;  // until it does
+    std::unordered_map<FND::String, std::unique_ptr<Variable>> variables;
+    std::vector<std::unique_ptr<Variable>> nameless;
+    Host::FieldIds fieldIds;
+};
+
+HostExtension::HostExtension(FND::String name) : state_(std::make_unique<State>(std::move(name))) {}
 
 HostExtension::~HostExtension() = default;
+
+FND::String HostExtension::extensionName() const { return state_->name; }
+
+void HostExtension::fieldIds(Host::FieldIds ids) { state_->fieldIds = std::move(ids); }
 
 HostExtension* HostExtension::insert(Interpreter& interpreter, const FND::String& name) {
     if (interpreter.extension(name) != nullptr) {
@@ -24,55 +46,59 @@ HostExtension* HostExtension::insert(Interpreter& interpreter, const FND::String
 }
 
 Variable* HostExtension::variable(const FND::String& name) {
-    const auto found = variables_.find(name);
-    return found != variables_.end() ? found->second.get() : nullptr;
+    const auto found = state_->variables.find(name);
+    return found != state_->variables.end() ? found->second.get() : nullptr;
 }
 
 bool HostExtension::enter(Interpreter& interpreter) {
-    if (!isName(name_)) {
-        interpreter.logError(Messages::extensionRefused(name_, Messages::noIdentifier(name_)));
+    if (!isName(state_->name)) {
+        interpreter.logError(
+            Messages::extensionRefused(state_->name, Messages::noIdentifier(state_->name)));
         return false;
     }
-    for (const auto& [message, severity] : messages_) interpreter.log(message, severity);
-    messages_.clear();
+    for (const auto& [message, severity] : state_->messages) interpreter.log(message, severity);
+    state_->messages.clear();
     std::set<FND::String> hidden;  // in an order that does not change
-    for (const auto& [name, variable] : variables_) {
+    for (const auto& [name, variable] : state_->variables) {
         if (interpreter.isPredefined(name)) hidden.insert(name);
     }
     for (const FND::String& name : hidden) {
-        interpreter.log(Messages::onlyQualified(name_, name), FND::Status::Warning);
+        interpreter.log(Messages::onlyQualified(state_->name, name), FND::Status::Warning);
     }
-    interpreter_ = &interpreter;
+    state_->interpreter = &interpreter;
     return true;
 }
 
-void HostExtension::log(const FND::String& message, FND::Status::Severity severity) {
-    if (interpreter_ != nullptr) {
-        interpreter_->log(message, severity);
+void HostExtension::State::log(const FND::String& message, FND::Status::Severity severity) {
+    if (interpreter != nullptr) {
+        interpreter->log(message, severity);
     } else {
-        messages_.emplace_back(message, severity);
+        messages.emplace_back(message, severity);
     }
 }
 
-bool HostExtension::insert(const FND::String& name, std::unique_ptr<Variable>& variable) {
-    const bool isGood = isName(name);
-    if (!isGood || !variables_.try_emplace(name, std::move(variable)).second) {
+bool HostExtension::State::insert(const FND::String& variableName,
+                                  std::unique_ptr<Variable>& variable) {
+    const bool isGood = isName(variableName);
+    if (!isGood || !variables.try_emplace(variableName, std::move(variable)).second) {
         const FND::String reason =
-            isGood ? Messages::nameTaken(name) : Messages::noIdentifier(name);
-        log(Messages::extensionRefused(name_, reason), FND::Status::Error);
+            isGood ? Messages::nameTaken(variableName) : Messages::noIdentifier(variableName);
+        log(Messages::extensionRefused(name, reason), FND::Status::Error);
         return false;
     }
-    if (isKeyword(name) || (interpreter_ != nullptr && interpreter_->isPredefined(name))) {
-        log(Messages::onlyQualified(name_, name), FND::Status::Warning);
+    if (isKeyword(variableName) ||
+        (interpreter != nullptr && interpreter->isPredefined(variableName))) {
+        log(Messages::onlyQualified(name, variableName), FND::Status::Warning);
     }
     return true;
 }
 
 FctDescr* HostExtension::insert(const FND::String& name, Host::Description description) {
-    std::unique_ptr<FctDescr> made = Host::makeDescriptor(name, std::move(description), fieldIds_);
+    std::unique_ptr<FctDescr> made =
+        Host::makeDescriptor(name, std::move(description), state_->fieldIds);
     FctDescr* const descriptor = made.get();
     std::unique_ptr<Variable> variable = std::move(made);
-    return insert(name, variable) ? descriptor : nullptr;
+    return state_->insert(name, variable) ? descriptor : nullptr;
 }
 
 Host::Storage HostExtension::declare(const FND::String& name, int typeCode, const void* value) {
@@ -85,8 +111,8 @@ Host::Storage HostExtension::declare(const FND::String& name, int typeCode, cons
         auto made = std::make_unique<Storage>(*static_cast<const typename Type::Value*>(value));
         void* const stored = &made->value();
         std::unique_ptr<Variable> variable = std::move(made);
-        const bool isDeclared = insert(name, variable);
-        if (!isDeclared) nameless_.push_back(std::move(variable));
+        const bool isDeclared = state_->insert(name, variable);
+        if (!isDeclared) state_->nameless.push_back(std::move(variable));
         return {stored, isDeclared};
     });
 }
@@ -95,7 +121,7 @@ bool HostExtension::declareConstant(const FND::String& name, int typeCode, const
     return Host::withType(typeCode, [&]<class Type>(Type) {
         const auto& constant = *static_cast<const typename Type::Value*>(value);
         std::unique_ptr<Variable> made = std::make_unique<typename Type::Variable>(constant, true);
-        return insert(name, made);
+        return state_->insert(name, made);
     });
 }
 

@@ -2,9 +2,7 @@
 
 #include <memory>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "fnd/Export.h"
 #include "scr/Extension.h"
@@ -112,7 +110,7 @@ public:
     /// Sets how field names become the numbers that `FieldAlias::id` gives. Called once for each
     /// place in a script that names a field, while it is compiled; a negative number is a compile
     /// error, "unknown field". Functions that throw or are empty give errors and 0.
-    void fieldIds(Host::FieldIds ids) { fieldIds_ = std::move(ids); }
+    void fieldIds(Host::FieldIds ids);
 
     /// Declares a variable that scripts see as `name` and the host by the result: `T` is `long`,
     /// `bool`, `FND::String`, `FND::Decimal`, `FND::DateTime` or `FND::Identifier`. When the name
@@ -126,31 +124,23 @@ public:
     template <class T>
     bool constant(const FND::String& name, const T& value);
 
-    FND::String extensionName() const override { return name_; }
+    FND::String extensionName() const override;
     Variable* variable(const FND::String& name) override;
 
+    /// Called before `interpreter` takes the extension over, whose log gets the messages from now
+    /// on. False, after a message, when the extension's name is no identifier.
+    KESTREL_HIDDEN bool enter(Interpreter& interpreter);
+
 private:
-    friend class Interpreter;
+    struct State;
 
-    // Called before `interpreter` takes the extension over, whose log gets the messages from now
-    // on. False, after a message, when the extension's name is no identifier.
-    bool enter(Interpreter& interpreter);
-    void log(const FND::String& message, FND::Status::Severity severity);
-
-    // Keeps `variable` under the name, unless that is refused; false, after a message, then.
-    bool insert(const FND::String& name, std::unique_ptr<Variable>& variable);
     // The descriptor of the function made so, or null.
     FctDescr* insert(const FND::String& name, Host::Description description);
     // The variable declared so, with a value of the type of `typeCode`.
     Host::Storage declare(const FND::String& name, int typeCode, const void* value);
     bool declareConstant(const FND::String& name, int typeCode, const void* value);
 
-    const FND::String name_;
-    Interpreter* interpreter_ = nullptr;                                   // owns the extension
-    std::vector<std::pair<FND::String, FND::Status::Severity>> messages_;  // until it does
-    std::unordered_map<FND::String, std::unique_ptr<Variable>> variables_;
-    std::vector<std::unique_ptr<Variable>> nameless_;
-    Host::FieldIds fieldIds_;
+    const std::unique_ptr<State> state_;
 };
 
 template <class F>

@@ -2,25 +2,28 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <typeinfo>
 #include <utility>
 
 #include "scr/CompareInterface.h"
-#include "scr/Extension.h"
-#include "scr/Function.h"
 #include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
-#include "scr/Variable.h"
 #include "scr/check/Analyses.h"
 #include "scr/check/Reentry.h"
 #include "scr/message/Messages.h"
 #include "scr/os/FileAccess.h"
+#include "scr/os/OpenFiles.h"
 #include "scr/parser/Parser.h"
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/AutomataAccount.h"
 #include "scr/run/Entry.h"
 #include "scr/run/Memory.h"
 #include "scr/run/PendingBuilds.h"
+#include "scr/run/PlaceTable.h"
+#include "scr/run/RunControl.h"
+#include "scr/run/ScriptMutexes.h"
+#include "scr/tree/SymbolTable.h"
 
 namespace SCR {
 
@@ -30,12 +33,6 @@ constexpr const char* beginFunctionS = "BEGIN";
 constexpr const char* endFunctionS = "END";
 constexpr std::string_view standardOutputS = "standard output";
 const FND::String outOfMemoryS = "ERROR: out of memory";
-
-// Makes the next push_back allocate nothing, so that it can not fail once an object is taken over.
-template <class Element>
-void makeRoom(std::vector<Element>& elements) {
-    if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 8);
-}
 
 // Passes on to the log of an interpreter, as that itself does.
 class InterpreterLog final : public Log {
@@ -51,38 +48,87 @@ private:
 
 }  // namespace
 
-Interpreter::Interpreter(Log* log) : log_(log), runControl_(*this) {
-    isValid_ = contain(*this, [&] {
-        files_ = includeFiles_ = FileAccess::any();
-        automata_ = std::make_unique<AutomataAccount>(*this);
+// All that an interpreter consists of.
+struct Interpreter::State {
+    State(Interpreter& self, Log* sink)
+        : interpreter(self), log(sink), control(self), automata(self) {}
+
+    // Runs "BEGIN" unless there are analyses, to which the parse is told.
+    bool compileScript(const FND::String& text, Analyses* follower);
+    bool checkScript(const FND::String& text, FlowAnalysis* flow);
+    void logReentries(const ScriptRecord& record);
+    void discardScript();
+    bool runFunction(const FND::String& name);
+    bool expand(const FND::String& text, ExpandedText& expanded);
+    void deliver(const FND::String& message, FND::Status::Severity severity) noexcept;
+    bool flushOutput(bool mayWait);
+
+    Interpreter& interpreter;
+    Log* const log;
+    MainExtension* mainExtension = nullptr;  // owned by the symbols
+    std::int64_t compiledLines = 0;
+    std::uint64_t errorCount = 0;
+    std::uint64_t generation = 0;
+    int openLogs = 0;  // calls of the log within each other
+    bool isCompiling = false;
+    bool isCompiled = false;
+    bool isValid = false;
+    bool runsEnd = false;
+    bool hasPrinted = false;                 // what may wait in the output
+    Analyses* analyses = nullptr;            // not owned
+    PendingBuilds* pendingBuilds = nullptr;  // not owned
+    std::vector<FND::String> includePath;
+    std::shared_ptr<const FND::TimeZone> timeZone;  // null for that of the process
+    Capabilities capabilities;
+    std::shared_ptr<const FileAccess> files = FileAccess::any();  // that `capabilities` grant
+    std::shared_ptr<const FileAccess> includeFiles = files;       // the same for include lines
+    PlaceTable places;
+    std::size_t scriptPlaces = 0;  // those of the script; the query's follow
+    RunControl control;
+    OpenFiles openFiles{control};
+    Output* output = &standardOutput();  // not owned
+    AutomataAccount automata;
+    // These are destroyed first, as they use the rest.
+    SymbolTable symbols;
+    std::unique_ptr<BoolNode> query;
+    std::int64_t queryBuffers = 0;  // what the query's nodes took
+};
+
+Interpreter::Interpreter(Log* log) {
+    try {
+        state_ = std::make_unique<State>(*this, log);
         auto mainExtension = std::make_unique<MainExtension>();
-        if (!insertExtension(mainExtension.get())) return false;
-        mainExtension_ = mainExtension.release();
-        return true;
-    });
+        if (insertExtension(mainExtension.get())) {
+            state_->mainExtension = mainExtension.release();
+            state_->isValid = true;
+        }
+    } catch (...) {
+        if (state_ != nullptr) {
+            logOutOfMemory();
+        } else if (log != nullptr) {
+            try {
+                log->log(outOfMemoryS, FND::Status::Error);
+            } catch (...) {
+            }
+        }
+    }
 }
 
-Interpreter::~Interpreter() {
-    finish();
-    query_.reset();
-    mainFunction_.reset();
-    functions_.clear();
-    globalIdentifiers_.clear();
-    // In the order of insertion; a container's own order of destruction is not fixed.
-    for (std::unique_ptr<Extension>& extension : extensions_) extension.reset();
-}
+Interpreter::~Interpreter() { finish(); }
 
+// Keeps others from compiling; false, after a message, when something is compiled or executed,
+// which a compile would destroy.
 class Interpreter::CompileScope {
 public:
-    explicit CompileScope(Interpreter& interpreter) : interpreter_(interpreter) {
-        isEntered_ = !interpreter.isCompiling_ && !interpreter.runControl_.isRunning();
+    explicit CompileScope(State& state) : state_(state) {
+        isEntered_ = !state.isCompiling && !state.control.isRunning();
         if (isEntered_) {
-            interpreter.isCompiling_ = true;
+            state.isCompiling = true;
         } else {
-            contain(interpreter, [&] {
-                interpreter.logError(
+            contain(state.interpreter, [&] {
+                state.interpreter.logError(
                     "ERROR: can not compile while the interpreter " +
-                    FND::String(interpreter.isCompiling_ ? "compiles" : "executes"));
+                    FND::String(state.isCompiling ? "compiles" : "executes"));
                 return false;
             });
         }
@@ -91,222 +137,254 @@ public:
     CompileScope& operator=(const CompileScope&) = delete;
     ~CompileScope() {
         if (!isEntered_) return;
-        interpreter_.isCompiling_ = false;
-        interpreter_.analyses_ = nullptr;
+        state_.isCompiling = false;
+        state_.analyses = nullptr;
     }
     explicit operator bool() const { return isEntered_; }
 
 private:
-    Interpreter& interpreter_;
+    State& state_;
     bool isEntered_;
 };
 
-bool Interpreter::compile(const FND::String& text) { return compileScript(text, nullptr); }
+bool Interpreter::compile(const FND::String& text) {
+    return state_ != nullptr && state_->compileScript(text, nullptr);
+}
 
 bool Interpreter::check(const FND::String& text) {
-    return contain(*this, [&] { return checkScript(text, nullptr); });
+    return contain(*this, [&] { return state_ != nullptr && state_->checkScript(text, nullptr); });
 }
 
 bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
     findings.clear();
     return contain(*this, [&] {
-        FlowAnalysis flow(timeZone_ != nullptr);
-        const bool isGood = checkScript(text, &flow);
+        if (state_ == nullptr) return false;
+        FlowAnalysis flow(state_->timeZone != nullptr);
+        const bool isGood = state_->checkScript(text, &flow);
         if (isGood) findings = flow.findings();
         return isGood;
     });
 }
 
-bool Interpreter::checkScript(const FND::String& text, FlowAnalysis* flow) {
-    Analyses analyses;
-    analyses.flow = flow;
-    if (!compileScript(text, &analyses)) return false;
-    logReentries(analyses.recorder.record());
+bool Interpreter::State::checkScript(const FND::String& text, FlowAnalysis* flow) {
+    Analyses followers;
+    followers.flow = flow;
+    if (!compileScript(text, &followers)) return false;
+    logReentries(followers.recorder.record());
     return true;
 }
 
-void Interpreter::logReentries(const ScriptRecord& record) {
+void Interpreter::State::logReentries(const ScriptRecord& record) {
     constexpr std::size_t most = 50;
     const std::vector<Finding> findings = findReentries(record);
     for (std::size_t i = 0; i < std::min(findings.size(), most); ++i) {
-        log(Messages::warning(findings[i].file,
+        interpreter.log(
+            Messages::warning(findings[i].file,
                               "line " + std::to_string(findings[i].line) + ": " + findings[i].text),
             FND::Status::Warning);
     }
     if (findings.size() > most) {
-        log(Messages::warning({}, Messages::moreLostValues(findings.size() - most)),
-            FND::Status::Warning);
+        interpreter.log(Messages::warning({}, Messages::moreLostValues(findings.size() - most)),
+                        FND::Status::Warning);
     }
 }
 
-bool Interpreter::compileScript(const FND::String& text, Analyses* analyses) {
+bool Interpreter::State::compileScript(const FND::String& text, Analyses* follower) {
     const CompileScope scope(*this);
     if (!scope) return false;
-    analyses_ = analyses;
+    analyses = follower;
     discardScript();
-    bool isGood = enterRun(*this, [&] {
-        if (mainExtension_ == nullptr) return false;
+    bool isGood = enterRun(interpreter, [&] {
+        if (mainExtension == nullptr) return false;
         const NodeMemory::Scope memory;
-        mainFunction_ = std::make_unique<Function>();
-        statementStack_.push_back(mainFunction_.get());
+        symbols.startScript();
         ExpandedText expanded;
         if (!expand(text, expanded)) return false;
         const BufferCharge charge(expanded.storage.size());
         // The texts of its constants.
         chargeBuffer(expanded.body.size());
-        if (!SCR_parseScript(*this, expanded)) return false;
-        mainFunction_->close();
+        if (!SCR_parseScript(interpreter, expanded)) return false;
+        symbols.mainFunction()->close();
         return true;
     });
-    isCompiled_ = isGood;
-    scriptPlaces_ = places_.size();
-    if (isGood && analyses == nullptr) {
+    isCompiled = isGood;
+    scriptPlaces = places.size();
+    if (isGood && follower == nullptr) {
         isGood = runFunction(beginFunctionS);
-        runsEnd_ = isGood;
+        runsEnd = isGood;
     }
     // What a failed compile leaves is built in part only; nothing may be bound to it.
     if (!isGood) discardScript();
     return isGood;
 }
 
-void Interpreter::discardScript() {
-    ++generation_;
+void Interpreter::State::discardScript() {
+    ++generation;
     // A query may use the script's variables and functions.
-    query_.reset();
-    queryBuffers_ = 0;
-    growing_.clear();
-    statementStack_.clear();
-    functions_.clear();
-    mainFunction_.reset();
-    runControl_.clearCharges();
-    places_.clear();
-    scriptPlaces_ = 0;
-    compiledLines_ = 0;
-    isCompiled_ = false;
-    runsEnd_ = false;
+    query.reset();
+    queryBuffers = 0;
+    symbols.clearScript();
+    control.clearCharges();
+    places.clear();
+    scriptPlaces = 0;
+    compiledLines = 0;
+    isCompiled = false;
+    runsEnd = false;
 }
 
-bool Interpreter::expand(const FND::String& text, ExpandedText& expanded) {
+bool Interpreter::State::expand(const FND::String& text, ExpandedText& expanded) {
+    const Limits& limits = control.limits();
     PreprocessorOptions options;
-    options.searchPath = includePath_;
-    options.includesAllowed = capabilities_.include;
-    options.files = includeFiles_;
-    options.maxBytes =
-        std::min(limits().sourceBytes(),
-                 static_cast<std::size_t>(std::max<std::int64_t>(limits().memory, 1)));
-    InterpreterLog log(*this);
-    Preprocessor preprocessor(&log, options);
+    options.searchPath = includePath;
+    options.includesAllowed = capabilities.include;
+    options.files = includeFiles;
+    options.maxBytes = std::min(limits.sourceBytes(),
+                                static_cast<std::size_t>(std::max<std::int64_t>(limits.memory, 1)));
+    InterpreterLog interpreterLog(interpreter);
+    Preprocessor preprocessor(&interpreterLog, options);
     return preprocessor.expand(text, expanded);
 }
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
+    if (state_ == nullptr) return false;
     std::int64_t buffers = 0;
     const bool isGood = compileConditions(text, target, buffers);
     // How long the host keeps them is not known.
-    runControl_.giveBuffer(static_cast<std::size_t>(buffers));
+    state_->control.giveBuffer(static_cast<std::size_t>(buffers));
     return isGood;
 }
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target,
                                     std::int64_t& buffers) {
-    const CompileScope scope(*this);
-    return scope && enterRun(
-                        *this,
-                        [&] {
-                            if (mainExtension_ == nullptr) return false;
-                            const NodeMemory::Scope memory;
-                            ExpandedText expanded;
-                            if (!expand(text, expanded)) return false;
-                            const BufferCharge charge(expanded.storage.size());
-                            chargeBuffer(expanded.body.size());
-                            return SCR_parseCondition(*this, target, expanded);
-                        },
-                        &buffers);
+    if (state_ == nullptr) return false;
+    const CompileScope scope(*state_);
+    const auto parse = [&] {
+        if (state_->mainExtension == nullptr) return false;
+        const NodeMemory::Scope memory;
+        ExpandedText expanded;
+        if (!state_->expand(text, expanded)) return false;
+        const BufferCharge charge(expanded.storage.size());
+        chargeBuffer(expanded.body.size());
+        return SCR_parseCondition(*this, target, expanded);
+    };
+    return scope && enterRun(*this, parse, &buffers);
 }
 
 bool Interpreter::compileQuery(const FND::String& text) {
-    const CompileScope scope(*this);
+    if (state_ == nullptr) return false;
+    const CompileScope scope(*state_);
     if (!scope) return false;
-    query_.reset();
-    runControl_.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers_, 0)));
-    places_.truncate(scriptPlaces_);
+    State& state = *state_;
+    state.query.reset();
+    state.control.giveBuffer(static_cast<std::size_t>(std::exchange(state.queryBuffers, 0)));
+    state.places.truncate(state.scriptPlaces);
     const auto parse = [&] {
-        if (mainExtension_ == nullptr) return false;
+        if (state.mainExtension == nullptr) return false;
         const NodeMemory::Scope memory;
         chargeBuffer(text.size());
-        return SCR_parseQuery(*this, text, query_);
+        return SCR_parseQuery(*this, text, state.query);
     };
-    if (enterRun(*this, parse, &queryBuffers_)) return true;
-    query_.reset();
+    if (enterRun(*this, parse, &state.queryBuffers)) return true;
+    state.query.reset();
     return false;
 }
 
 bool Interpreter::execute() {
-    if (!isCompiled_) return false;
-    return enterRun(*this, [&] { return mainFunction_->run() == Node::goOn; });
+    if (state_ == nullptr || !state_->isCompiled) return false;
+    Function* const main = state_->symbols.mainFunction();
+    return enterRun(*this, [&] { return main->run() == Node::goOn; });
 }
 
 bool Interpreter::evaluateQuery(bool& value) {
-    if (!query_) return false;
+    if (state_ == nullptr || !state_->query) return false;
     return enterRun(
         *this,
         [&] {
-            value = query_->result();
+            value = state_->query->result();
             return true;
         },
-        &queryBuffers_);
+        &state_->queryBuffers);
 }
 
 bool Interpreter::evaluate(BoolNode& condition, bool& value) {
-    return enterRun(*this, [&] {
-        value = condition.result();
-        return true;
-    });
+    return state_ != nullptr && enterRun(*this, [&] {
+               value = condition.result();
+               return true;
+           });
 }
 
-bool Interpreter::runFunction(const FND::String& name) {
-    Function* const function = getFunction(name);
-    return function == nullptr || enterRun(*this, [&] {
+bool Interpreter::State::runFunction(const FND::String& name) {
+    Function* const function = symbols.getFunction(name);
+    return function == nullptr || enterRun(interpreter, [&] {
                function->execute();
                return true;
            });
 }
 
 bool Interpreter::finish() {
+    if (state_ == nullptr) return false;
     const bool mayWait = !wasStopped();
-    const bool isDone = !std::exchange(runsEnd_, false) || runFunction(endFunctionS);
-    openFiles_.closeAll();
-    return flushOutput(mayWait && isDone) && isDone;
+    const bool isDone = !std::exchange(state_->runsEnd, false) || state_->runFunction(endFunctionS);
+    state_->openFiles.closeAll();
+    return state_->flushOutput(mayWait && isDone) && isDone;
 }
 
 void Interpreter::print(const Node* place, std::string_view text) {
-    hasPrinted_ = true;
-    const bool isTaken = output_->write(text);
-    if (!isTaken) openFiles_.failures().add(standardOutputS, errno);
+    State& state = *state_;
+    state.hasPrinted = true;
+    const bool isTaken = state.output->write(text);
+    if (!isTaken) state.openFiles.failures().add(standardOutputS, errno);
     // The standard output gives up when it has waited in vain; a host's may take its time.
-    if (!isTaken || output_ != &standardOutput()) runControl_.ask(place);
+    if (!isTaken || state.output != &standardOutput()) state.control.ask(place);
 }
 
-bool Interpreter::flushOutput(bool mayWait) {
-    if (!std::exchange(hasPrinted_, false)) return true;
+bool Interpreter::State::flushOutput(bool mayWait) {
+    if (!std::exchange(hasPrinted, false)) return true;
     const auto flush = [&] {
-        if (output_->flush(mayWait)) return true;
+        if (output->flush(mayWait)) return true;
         // What would have to wait is not lost yet.
-        if (mayWait || errno != EAGAIN) openFiles_.failures().add(standardOutputS, errno);
+        if (mayWait || errno != EAGAIN) openFiles.failures().add(standardOutputS, errno);
         return true;
     };
-    return mayWait ? enterRun(*this, flush) : contain(*this, flush);
+    return mayWait ? enterRun(interpreter, flush) : contain(interpreter, flush);
+}
+
+bool Interpreter::interrupt() { return state_ != nullptr && state_->control.interrupt(); }
+
+bool Interpreter::fail(const FND::String& message) {
+    return state_ != nullptr && state_->control.fail(message);
+}
+
+std::uint64_t Interpreter::generation() const { return state_ != nullptr ? state_->generation : 0; }
+
+bool Interpreter::isValid() const { return state_ != nullptr && state_->isValid; }
+
+void Interpreter::isValid(bool valid) {
+    if (state_ != nullptr) state_->isValid = valid;
+}
+
+void Interpreter::includePath(const std::vector<FND::String>& directories) {
+    contain(*this, [&] {
+        if (state_ != nullptr) state_->includePath = directories;
+        return true;
+    });
+}
+
+const Capabilities& Interpreter::capabilities() const {
+    static const Capabilities none;
+    return state_ != nullptr ? state_->capabilities : none;
 }
 
 bool Interpreter::capabilities(const Capabilities& capabilities) {
     return contain(*this, [&] {
+        if (state_ == nullptr) return false;
         Capabilities copy = capabilities;
         FND::String error;
         auto files = FileAccess::ofFiles(copy, error);
         auto includeFiles = FileAccess::ofIncludes(copy, error);
-        capabilities_ = std::move(copy);
-        files_ = std::move(files);
-        includeFiles_ = std::move(includeFiles);
+        state_->capabilities = std::move(copy);
+        state_->files = std::move(files);
+        state_->includeFiles = std::move(includeFiles);
         if (!error.empty()) logError("ERROR: " + error);
         return error.empty();
     });
@@ -314,150 +392,158 @@ bool Interpreter::capabilities(const Capabilities& capabilities) {
 
 bool Interpreter::timeZone(const FND::String& name) {
     return contain(*this, [&] {
+        if (state_ == nullptr) return false;
         auto zone = name.empty() ? nullptr : FND::TimeZone::find(name);
         if (!name.empty() && zone == nullptr) {
             logError("ERROR: unknown time zone `" + name + "'");
             return false;
         }
-        timeZone_ = std::move(zone);
+        state_->timeZone = std::move(zone);
         return true;
     });
 }
 
+const FND::TimeZone& Interpreter::timeZone() const {
+    return state_ != nullptr && state_->timeZone != nullptr ? *state_->timeZone
+                                                            : FND::TimeZone::local();
+}
+
+const Limits& Interpreter::limits() const {
+    static const Limits defaults;
+    return state_ != nullptr ? state_->control.limits() : defaults;
+}
+
+void Interpreter::limits(const Limits& limits) {
+    if (state_ != nullptr) state_->control.limits(limits);
+}
+
+bool Interpreter::wasStopped() const { return state_ != nullptr && state_->control.wasStopped(); }
+
+bool Interpreter::mustStop() const { return state_ != nullptr && state_->control.mustStop(); }
+
+void Interpreter::stackEnd(const void* lowest) {
+    if (state_ != nullptr) state_->control.stackEnd(lowest);
+}
+
+void Interpreter::output(Output* output) {
+    if (state_ != nullptr) state_->output = output != nullptr ? output : &standardOutput();
+}
+
+OutputFailures& Interpreter::outputFailures() {
+    static thread_local OutputFailures none;
+    return state_ != nullptr ? state_->openFiles.failures() : none;
+}
+
 bool Interpreter::addGlobalConstant(const FND::String& name, const FND::String& value) {
-    return contain(*this, [&] {
-        auto& identifier = globalIdentifiers_[name];
-        if (identifier) return false;
-        identifier = std::make_unique<StringVariable>(value, true);
-        return true;
-    });
+    return contain(
+        *this, [&] { return state_ != nullptr && state_->symbols.addGlobalConstant(name, value); });
 }
 
 Extension* Interpreter::extension(const FND::String& name) {
     Extension* found = nullptr;
     contain(*this, [&] {
-        for (const std::unique_ptr<Extension>& extension : extensions_) {
-            if (extension->extensionName() != name) continue;
-            found = extension.get();
-            return true;
-        }
-        return false;
+        if (state_ != nullptr) found = state_->symbols.extension(name);
+        return found != nullptr;
     });
     return found;
 }
 
 bool Interpreter::insertExtension(Extension* extension) {
     return contain(*this, [&] {
-        if (extension == nullptr) return false;
+        if (state_ == nullptr || extension == nullptr) return false;
         if (this->extension(extension->extensionName()) != nullptr) return false;
-        makeRoom(extensions_);
         // By address: a program built without type information has none to compare by name.
         if (&typeid(*extension) == &typeid(HostExtension) &&
             !static_cast<HostExtension&>(*extension).enter(*this)) {
             return false;
         }
-        extensions_.emplace_back(extension);
+        state_->symbols.insertExtension(extension);
         return true;
     });
 }
 
+std::uint64_t Interpreter::errorCount() const { return state_ != nullptr ? state_->errorCount : 0; }
+
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
 
-void Interpreter::logOutOfMemory() { deliver(outOfMemoryS, FND::Status::Error); }
+void Interpreter::logOutOfMemory() {
+    if (state_ != nullptr) state_->deliver(outOfMemoryS, FND::Status::Error);
+}
 
 void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
-    if (severity >= FND::Status::Error) ++errorCount_;
-    if (pendingBuilds_ != nullptr) {
-        pendingBuilds_->hold(message, severity);
+    if (state_ == nullptr) return;
+    if (severity >= FND::Status::Error) ++state_->errorCount;
+    if (state_->pendingBuilds != nullptr) {
+        state_->pendingBuilds->hold(message, severity);
     } else {
-        deliver(message, severity);
+        state_->deliver(message, severity);
     }
 }
 
-void Interpreter::deliver(const FND::String& message, FND::Status::Severity severity) noexcept {
+void Interpreter::State::deliver(const FND::String& message,
+                                 FND::Status::Severity severity) noexcept {
     // A log may call the interpreter, which may log.
     constexpr int most = 8;
-    if (log_ == nullptr || openLogs_ >= most) return;
-    ++openLogs_;
+    if (log == nullptr || openLogs >= most) return;
+    ++openLogs;
     try {
-        log_->log(message, severity);
+        log->log(message, severity);
     } catch (...) {
     }
-    --openLogs_;
+    --openLogs;
 }
 
-bool Interpreter::pushStatement(Node* block) {
-    makeRoom(statementStack_);
-    if (!addStatement(block)) return false;
-    statementStack_.push_back(block);
-    return true;
-}
+bool Interpreter::pushStatement(Node* block) { return state_->symbols.pushStatement(block); }
 
-bool Interpreter::popStatement() {
-    if (statementStack_.size() < 2) return false;
-    auto* const statement = dynamic_cast<CompoundStatement*>(statementStack_.back());
-    if (statement != nullptr) statement->close();
-    statementStack_.pop_back();
-    return true;
-}
+bool Interpreter::popStatement() { return state_->symbols.popStatement(); }
 
-Node* Interpreter::topStatement() const {
-    return statementStack_.empty() ? nullptr : statementStack_.back();
-}
+Node* Interpreter::topStatement() const { return state_->symbols.topStatement(); }
 
-bool Interpreter::addStatement(Node* statement) {
-    Node* const block = topStatement();
-    return block != nullptr && block->addStatement(statement);
-}
+int Interpreter::statementDepth() const { return state_->symbols.statementDepth(); }
+
+bool Interpreter::addStatement(Node* statement) { return state_->symbols.addStatement(statement); }
 
 bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
-    // The function of a descriptor follows.
-    if (variable->dataType() == TypeCode::Function) functions_.prefetch(name);
-    Node* const block = topStatement();
-    makeRoom(growing_);
-    if (block == nullptr || !block->addIdentifier(name, variable)) return false;
-    const int type = Node::baseType(variable->dataType());
-    if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash) {
-        growing_.push_back(variable);
-    }
-    return true;
-}
-
-std::int64_t Interpreter::heapBytes() const {
-    std::size_t bytes = 0;
-    for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
-    if (mainExtension_ != nullptr) bytes += mainExtension_->heapBytes();
-    bytes += openFiles_.heapBytes();
-    return static_cast<std::int64_t>(bytes) + (automata_ ? automata_->held() : 0);
+    return state_->symbols.addIdentifier(name, variable);
 }
 
 Variable* Interpreter::getVariable(const FND::String& module, const FND::String& name) {
-    if (module.empty()) {
-        for (auto block = statementStack_.rbegin(); block != statementStack_.rend(); ++block) {
-            if (Variable* const variable = (*block)->getIdentifier(name)) return variable;
-        }
-        const auto global = globalIdentifiers_.find(name);
-        if (global != globalIdentifiers_.end()) return global->second.get();
-    }
-    for (const std::unique_ptr<Extension>& extension : extensions_) {
-        if (!module.empty() && extension->extensionName() != module) continue;
-        if (Variable* const variable = extension->variable(name)) return variable;
-    }
-    return nullptr;
+    return state_->symbols.getVariable(module, name);
 }
 
 bool Interpreter::isPredefined(const FND::String& name) const {
-    return globalIdentifiers_.contains(name) ||
-           (mainExtension_ != nullptr && mainExtension_->variable(name) != nullptr);
+    return state_->symbols.isGlobalConstant(name) ||
+           (state_->mainExtension != nullptr && state_->mainExtension->variable(name) != nullptr);
 }
 
-Function* Interpreter::getFunction(const FND::String& name) { return functions_.find(name); }
+Function* Interpreter::getFunction(const FND::String& name) {
+    return state_->symbols.getFunction(name);
+}
 
 bool Interpreter::pushFunction(const FND::String& name, Function* function) {
-    makeRoom(statementStack_);
-    if (!functions_.insert(name, function)) return false;
-    statementStack_.push_back(function);
-    return true;
+    return state_->symbols.pushFunction(name, function);
 }
+
+std::int64_t Interpreter::compiledLines() const {
+    return state_ != nullptr ? state_->compiledLines : 0;
+}
+
+void Interpreter::compiledLines(std::int64_t lines) { state_->compiledLines = lines; }
+
+std::int64_t Interpreter::heapBytes() const {
+    std::size_t bytes = state_->symbols.heapBytes() + state_->openFiles.heapBytes();
+    if (state_->mainExtension != nullptr) bytes += state_->mainExtension->mutexes().heapBytes();
+    return static_cast<std::int64_t>(bytes) + state_->automata.held();
+}
+
+Analyses* Interpreter::analyses() const { return state_->analyses; }
+PlaceTable& Interpreter::places() { return state_->places; }
+RunControl& Interpreter::runControl() { return state_->control; }
+const std::shared_ptr<const FileAccess>& Interpreter::files() const { return state_->files; }
+OpenFiles& Interpreter::openFiles() { return state_->openFiles; }
+AutomataAccount& Interpreter::automata() { return state_->automata; }
+PendingBuilds* Interpreter::pendingBuilds() const { return state_->pendingBuilds; }
+void Interpreter::pendingBuilds(PendingBuilds* pending) { state_->pendingBuilds = pending; }
+MainExtension& Interpreter::mainExtension() { return *state_->mainExtension; }
 
 }  // namespace SCR

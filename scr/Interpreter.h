@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -14,10 +13,6 @@
 #include "scr/Limits.h"
 #include "scr/Log.h"
 #include "scr/Output.h"
-#include "scr/os/OpenFiles.h"
-#include "scr/run/RunControl.h"
-#include "scr/tree/PlaceTable.h"
-#include "scr/value/NameTable.h"
 
 namespace SCR {
 
@@ -26,15 +21,15 @@ class BoolNode;
 class CompareInterface;
 class Extension;
 class FileAccess;
-class FlowAnalysis;
 class Function;
 class MainExtension;
 class Node;
+class OpenFiles;
 class PendingBuilds;
+class PlaceTable;
+class RunControl;
 class Variable;
 struct Analyses;
-struct ExpandedText;
-struct ScriptRecord;
 
 /// Compiles and executes scripts: the one object that a host program deals with. A compiled script
 /// is executed as often as needed; its variables keep their values from one execution to the next.
@@ -101,14 +96,14 @@ public:
     /// Stops what the interpreter compiles or executes at this moment, which gives false then, and
     /// leaves the interpreter usable. False when it does nothing; a later execution is never
     /// stopped. An execution that is just ending may still give true. May be called by any thread.
-    bool interrupt() { return runControl_.interrupt(); }
+    bool interrupt();
     /// Stops the running script from a host's function, once that returns: `message` is logged with
     /// the place, and `execute` gives false. False outside of an execution.
-    bool fail(const FND::String& message) { return runControl_.fail(message); }
+    bool fail(const FND::String& message);
 
     /// A number that changes whenever a script is compiled or dropped: what was bound to the
     /// script before belongs to another generation.
-    std::uint64_t generation() const { return generation_; }
+    std::uint64_t generation() const;
 
     /// Predefines a String constant for every script compiled afterwards; false when the name is
     /// taken.
@@ -121,11 +116,11 @@ public:
     bool insertExtension(Extension* extension);
 
     /// Whether the host may use the script: true until a script says otherwise.
-    bool isValid() const { return isValid_; }
-    void isValid(bool valid) { isValid_ = valid; }
+    bool isValid() const;
+    void isValid(bool valid);
 
     /// Directories in which include files are looked for, before those of the environment.
-    void includePath(const std::vector<FND::String>& directories) { includePath_ = directories; }
+    void includePath(const std::vector<FND::String>& directories);
 
     /// Sets the local zone of this interpreter's scripts, for all executions that follow: "UTC", a
     /// zone of the system's database, such as "Europe/Berlin", or a rule, such as
@@ -133,39 +128,41 @@ public:
     /// after an error, for a zone that the system does not know; nothing changes then.
     bool timeZone(const FND::String& name);
     /// The local zone of scripts; holds until it is set or the process's zone is read anew.
-    const FND::TimeZone& timeZone() const {
-        return timeZone_ != nullptr ? *timeZone_ : FND::TimeZone::local();
-    }
+    const FND::TimeZone& timeZone() const;
 
     /// What scripts may do; see `Capabilities`. Set for the compiles that follow: what was compiled
     /// before goes on as it may. False, after an error, when a directory cannot be opened, which
     /// grants nothing then, and when there is no memory, which leaves all as it was.
-    const Capabilities& capabilities() const { return capabilities_; }
+    const Capabilities& capabilities() const;
     bool capabilities(const Capabilities& capabilities);
 
     /// What scripts may take; see `Limits`. Set for the compiles and executions that follow.
-    const Limits& limits() const { return runControl_.limits(); }
-    void limits(const Limits& limits) { runControl_.limits(limits); }
+    const Limits& limits() const;
+    void limits(const Limits& limits);
     /// Whether what was compiled or executed last was stopped, by a limit, an interruption or the
     /// failure of a host's function.
-    bool wasStopped() const { return runControl_.wasStopped(); }
+    bool wasStopped() const;
+    /// Whether the script that runs has to stop, by a limit or an interruption: for a host's
+    /// function or output that works or waits for long, which gives up then. The script stops when
+    /// it returns.
+    bool mustStop() const;
 
     /// For hosts that run scripts on stacks of their own, as fibers do: the lowest address that the
     /// scripts executed from now on may use. Null goes back to the thread's own stack; scripts on
     /// any other stack are held by the limit of the depth alone then.
-    void stackEnd(const void* lowest) { runControl_.stackEnd(lowest); }
+    void stackEnd(const void* lowest);
 
     /// Sets where `logStdout` writes; null is `standardOutput()`, as at first. Not owned, and must
     /// outlive the interpreter.
-    void output(Output* output) { output_ = output != nullptr ? output : &standardOutput(); }
+    void output(Output* output);
     /// What became known, since it was cleared last, of outputs that failed: that of `logStdout`
     /// and the files that scripts wrote. It is complete after `finish`.
-    OutputFailures& outputFailures() { return openFiles_.failures(); }
+    OutputFailures& outputFailures();
 
     // What a log throws is dropped with its message.
 
     /// How many errors were logged so far.
-    std::uint64_t errorCount() const { return errorCount_; }
+    std::uint64_t errorCount() const;
     /// Logs `message` as an error.
     void logError(const FND::String& message);
     /// Logs that there is no memory; takes none.
@@ -181,7 +178,7 @@ public:
     /// The innermost open block, or null.
     Node* topStatement() const;
     /// The number of open blocks, the main function included.
-    int statementDepth() const { return static_cast<int>(statementStack_.size()); }
+    int statementDepth() const;
     /// Adds a statement to the innermost open block. False: refused, the caller still owns it.
     bool addStatement(Node* statement);
     /// Declares a variable in the innermost open block. False: refused, the caller still owns it.
@@ -199,87 +196,46 @@ public:
     /// the name is taken and the caller still owns it.
     bool pushFunction(const FND::String& name, Function* function);
 
-    /// What follows the parse under way when it is that of `check`; otherwise null.
-    Analyses* analyses() const { return analyses_; }
-    /// Whether the compile under way is that of `check`.
-    bool isChecking() const { return analyses_ != nullptr; }
     /// The number of lines of the text compiled last; 0 when it did not compile.
-    std::int64_t compiledLines() const { return compiledLines_; }
-    void compiledLines(std::int64_t lines) { compiledLines_ = lines; }
+    std::int64_t compiledLines() const;
+
+    // What the parts of the library ask of one another; hidden from hosts.
+
+    /// What follows the parse under way when it is that of `check`; otherwise null.
+    KESTREL_HIDDEN Analyses* analyses() const;
+    /// Whether the compile under way is that of `check`.
+    bool isChecking() const { return analyses() != nullptr; }
+    KESTREL_HIDDEN void compiledLines(std::int64_t lines);
     /// Where the compiled statements and calls stand in the text.
-    PlaceTable& places() { return places_; }
-    RunControl& runControl() { return runControl_; }
+    KESTREL_HIDDEN PlaceTable& places();
+    KESTREL_HIDDEN RunControl& runControl();
     /// The files that the script under compilation may use.
-    const std::shared_ptr<const FileAccess>& files() const { return files_; }
+    KESTREL_HIDDEN const std::shared_ptr<const FileAccess>& files() const;
     /// Writes `text` to the output for the node `place`, and stops the script if it has to stop
     /// after that. A failure is noted.
-    void print(const Node* place, std::string_view text);
+    KESTREL_HIDDEN void print(const Node* place, std::string_view text);
     /// The files that scripts have open.
-    OpenFiles& openFiles() { return openFiles_; }
+    KESTREL_HIDDEN OpenFiles& openFiles();
     /// What the values of the script's variables take beside the variables themselves, and what its
     /// automata take.
-    std::int64_t heapBytes() const;
+    KESTREL_HIDDEN std::int64_t heapBytes() const;
     /// What its automata and regular expressions take.
-    AutomataAccount& automata() { return *automata_; }
+    KESTREL_HIDDEN AutomataAccount& automata();
     /// What the compile under way puts off until its parse is over, or null. While it is set,
     /// messages go there.
-    PendingBuilds* pendingBuilds() const { return pendingBuilds_; }
-    void pendingBuilds(PendingBuilds* pending) { pendingBuilds_ = pending; }
+    KESTREL_HIDDEN PendingBuilds* pendingBuilds() const;
+    KESTREL_HIDDEN void pendingBuilds(PendingBuilds* pending);
     /// The built-in library.
-    MainExtension& mainExtension() { return *mainExtension_; }
+    KESTREL_HIDDEN MainExtension& mainExtension();
+    /// As the public one; adds to `buffers` what the conditions took.
+    KESTREL_HIDDEN bool compileConditions(const FND::String& text, CompareInterface& target,
+                                          std::int64_t& buffers);
 
 private:
-    friend class ConditionList;
-
-    // Keeps others from compiling; false, after a message, when something is compiled or executed,
-    // which a compile would destroy.
     class CompileScope;
+    class State;
 
-    // Runs "BEGIN" unless there are analyses, to which the parse is told.
-    bool compileScript(const FND::String& text, Analyses* analyses);
-    bool checkScript(const FND::String& text, FlowAnalysis* flow);
-    void logReentries(const ScriptRecord& record);
-    // Adds to `buffers` what the conditions took.
-    bool compileConditions(const FND::String& text, CompareInterface& target,
-                           std::int64_t& buffers);
-    bool expand(const FND::String& text, ExpandedText& expanded);
-    void deliver(const FND::String& message, FND::Status::Severity severity) noexcept;
-    void discardScript();
-    bool runFunction(const FND::String& name);
-    bool flushOutput(bool mayWait);
-
-    Log* const log_;
-    std::vector<Node*> statementStack_;
-    std::map<FND::String, std::unique_ptr<Variable>> globalIdentifiers_;
-    std::unique_ptr<Function> mainFunction_;
-    NameTable<Function> functions_;
-    std::vector<std::unique_ptr<Extension>> extensions_;
-    std::int64_t compiledLines_ = 0;
-    std::uint64_t errorCount_ = 0;
-    std::uint64_t generation_ = 0;
-    int openLogs_ = 0;  // calls of the log within each other
-    bool isCompiling_ = false;
-    Analyses* analyses_ = nullptr;  // not owned
-    bool isCompiled_ = false;
-    bool isValid_ = false;
-    bool runsEnd_ = false;
-    MainExtension* mainExtension_ = nullptr;  // owned by extensions_
-    std::unique_ptr<BoolNode> query_;
-    std::int64_t queryBuffers_ = 0;  // what the query's nodes took
-    std::vector<FND::String> includePath_;
-    std::shared_ptr<const FND::TimeZone> timeZone_;  // null for that of the process
-    Capabilities capabilities_;
-    std::shared_ptr<const FileAccess> files_;         // that `capabilities_` grant
-    std::shared_ptr<const FileAccess> includeFiles_;  // the same for include lines
-    std::vector<const Variable*> growing_;            // the script's variables that may take memory
-    PlaceTable places_;
-    std::size_t scriptPlaces_ = 0;  // those of the script; the query's follow
-    RunControl runControl_;
-    OpenFiles openFiles_{runControl_};
-    Output* output_ = &standardOutput();  // not owned
-    bool hasPrinted_ = false;             // what may wait in the output
-    std::unique_ptr<AutomataAccount> automata_;
-    PendingBuilds* pendingBuilds_ = nullptr;  // not owned
+    std::unique_ptr<State> state_;  // null when there was no memory for it
 };
 
 }  // namespace SCR

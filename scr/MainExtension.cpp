@@ -1,44 +1,34 @@
 #include "scr/MainExtension.h"
 
+#include <array>
+#include <mutex>
+#include <unordered_map>
+
 #include "fnd/ForkGuard.h"
 #include "scr/Variable.h"
 #include "scr/builtin/BuiltIn.h"
+#include "scr/call/Operator.h"
+#include "scr/run/ScriptMutexes.h"
 
 namespace SCR {
 
-MainExtension::Constants MainExtension::constantsCM;
-MainExtension::Operators MainExtension::operatorsCM;
-int MainExtension::instancesCM = 0;
-std::mutex MainExtension::mutexCM;
-const bool MainExtension::isForkGuardedCM = [] {
-    static FND::ForkGuard guard(FND::ForkGuard::Rank::BuiltIns, mutexCM);
+namespace {
+
+constexpr int numCodesS = 32;
+
+using Constants = std::unordered_map<FND::String, std::unique_ptr<Variable>>;
+
+// The table that all instances share; filled and emptied under the lock.
+Constants constantsS;
+std::array<std::array<const FctDescr*, operatorSignsS.size()>, numCodesS> operatorsS;
+int instancesS = 0;
+std::mutex mutexS;
+const bool isForkGuardedS = [] {
+    static FND::ForkGuard guard(FND::ForkGuard::Rank::BuiltIns, mutexS);
     return true;
 }();
 
-MainExtension::MainExtension() {
-    const std::lock_guard lock(mutexCM);
-    if (instancesCM == 0) fillTable();
-    ++instancesCM;
-}
-
-MainExtension::~MainExtension() {
-    const std::lock_guard lock(mutexCM);
-    if (--instancesCM == 0) Constants().swap(constantsCM);
-}
-
-FND::String MainExtension::extensionName() const { return "main"; }
-
-Variable* MainExtension::variable(const FND::String& name) {
-    const auto found = constantsCM.find(name);
-    return found != constantsCM.end() ? found->second.get() : nullptr;
-}
-
-std::size_t MainExtension::tableSize() {
-    const std::lock_guard lock(mutexCM);
-    return constantsCM.size();
-}
-
-void MainExtension::fillTable() {
+void fillTable() {
     const NodeMemory::Scope scope;
     Constants table;
     for (const BuiltIn* row : builtIns()) {
@@ -62,15 +52,46 @@ void MainExtension::fillTable() {
     addConstant("NULL_NEXID", new NexidVariable(FND::NULL_IDENTIFIER, true));
     addConstant("INVALID_NEXID", new NexidVariable(FND::INVALID_IDENTIFIER, true));
     addConstant("INVALID_DECIMAL", new DecimalVariable(FND::INVALID_DECIMAL, true));
-    for (int code = 0; code < numCodesCM; ++code) {
+    for (int code = 0; code < numCodesS; ++code) {
         const FND::String type = Node::datatypeAsString(code);
         for (std::size_t i = 0; i < operatorSignsS.size(); ++i) {
             const auto found = table.find(type + FND::String(operatorSignsS[i]));
-            operatorsCM[static_cast<std::size_t>(code)][i] =
+            operatorsS[static_cast<std::size_t>(code)][i] =
                 found != table.end() ? static_cast<const FctDescr*>(found->second.get()) : nullptr;
         }
     }
-    constantsCM.swap(table);
+    constantsS.swap(table);
+}
+
+}  // namespace
+
+MainExtension::MainExtension() : mutexes_(std::make_unique<ScriptMutexes>()) {
+    const std::lock_guard lock(mutexS);
+    if (instancesS == 0) fillTable();
+    ++instancesS;
+}
+
+MainExtension::~MainExtension() {
+    const std::lock_guard lock(mutexS);
+    if (--instancesS == 0) Constants().swap(constantsS);
+}
+
+FND::String MainExtension::extensionName() const { return "main"; }
+
+Variable* MainExtension::variable(const FND::String& name) {
+    const auto found = constantsS.find(name);
+    return found != constantsS.end() ? found->second.get() : nullptr;
+}
+
+const FctDescr* MainExtension::operatorFor(int code, Operator sign) {
+    return code >= 0 && code < numCodesS
+               ? operatorsS[static_cast<std::size_t>(code)][static_cast<std::size_t>(sign)]
+               : nullptr;
+}
+
+std::size_t MainExtension::tableSize() {
+    const std::lock_guard lock(mutexS);
+    return constantsS.size();
 }
 
 }  // namespace SCR

@@ -1,6 +1,7 @@
 // What hosts bind to scripts: functions, fields, variables and constants.
 
 #include "scr/HostExtension.h"
+#include "scr/run/RunControl.h"
 
 #include <gtest/gtest.h>
 

@@ -50,7 +50,11 @@ void addFunction(Element node, std::string_view kind, Names& names) {
     if (kind == "CXXDestructorDecl") name = ofBaseObject(name, 'D');
     bool isDefined = flag(node, "inline") || flag(node, "constexpr") || flag(node, "pure") ||
                      flag(node, "explicitlyDeleted") || !text(node, "explicitlyDefaulted").empty();
-    for (const Element part : inner(node)) isDefined |= text(part, "kind") == "CompoundStmt";
+    for (const Element part : inner(node)) {
+        isDefined |= text(part, "kind") == "CompoundStmt";
+        // A member with a visibility of its own is hidden in its class.
+        if (kind == "CXXMethodDecl" && text(part, "kind") == "VisibilityAttr") return;
+    }
     (isDefined ? names.defined : names.functions).insert(name);
 }
 

@@ -24,6 +24,7 @@
 #include "scr/HostExtension.h"
 #include "scr/Node.h"
 #include "scr/builtin/BuiltIn.h"
+#include "scr/run/RunControl.h"
 
 namespace {
 

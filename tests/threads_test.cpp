@@ -14,6 +14,7 @@
 #include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
+#include "scr/run/ScriptMutexes.h"
 
 namespace {
 
@@ -124,11 +125,11 @@ TEST(ThreadsTest, ScriptMutexesExclude) {
     const long handle = made;
     long shared = 0;
     onThreads([&](int /*thread*/) {
-        SCR::MainExtension& mutexes = interpreter.mainExtension();
+        SCR::ScriptMutexes& mutexes = interpreter.mainExtension().mutexes();
         for (int i = 0; i < 500; ++i) {
-            ASSERT_TRUE(mutexes.mutexAcquire(handle));
+            ASSERT_TRUE(mutexes.acquire(handle));
             ++shared;
-            ASSERT_TRUE(mutexes.mutexRelease(handle));
+            ASSERT_TRUE(mutexes.release(handle));
         }
     });
     EXPECT_EQ(shared, 500 * threadsS);

@@ -18,7 +18,7 @@
 
 #include "Folder.h"
 #include "Script.h"
-#include "scr/MainExtension.h"
+#include "scr/run/ScriptMutexes.h"
 
 namespace {
 
@@ -145,19 +145,19 @@ TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
 }
 
 TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
-    SCR::MainExtension extension;
+    SCR::ScriptMutexes mutexes;
     for (const bool isDestroyed : {false, true}) {
-        const long mutex = extension.mutexCreate();
-        ASSERT_TRUE(extension.mutexAcquire(mutex));
+        const long mutex = mutexes.create();
+        ASSERT_TRUE(mutexes.acquire(mutex));
         std::atomic<bool> isFree = false;
         bool wasFree = false;
         std::thread other([&] {
-            extension.mutexAcquire(mutex);
+            mutexes.acquire(mutex);
             wasFree = isFree;
         });
         std::this_thread::sleep_for(20ms);
         isFree = true;
-        EXPECT_TRUE(isDestroyed ? extension.mutexDestroy(mutex) : extension.mutexRelease(mutex));
+        EXPECT_TRUE(isDestroyed ? mutexes.destroy(mutex) : mutexes.release(mutex));
         other.join();
         EXPECT_TRUE(wasFree);
     }

@@ -5,6 +5,7 @@
 #include "scr/Interpreter.h"
 #include "scr/message/Messages.h"
 #include "scr/run/AutomataAccount.h"
+#include "scr/run/RunControl.h"
 #include "scr/run/Work.h"
 
 namespace SCR {

@@ -8,6 +8,7 @@
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/os/FileAccess.h"
 #include "scr/os/FileCopy.h"
+#include "scr/run/RunControl.h"
 
 namespace SCR {
 

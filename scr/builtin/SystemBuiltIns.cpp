@@ -12,6 +12,8 @@
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/os/ShellCommand.h"
+#include "scr/run/RunControl.h"
+#include "scr/run/ScriptMutexes.h"
 #include "scr/tree/ElementPlace.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/ChargedText.h"
@@ -119,26 +121,26 @@ struct Sleep final : BuiltInNode<Sleep, VoidType(LongType)> {
 
 struct MutexCreate final : BuiltInNode<MutexCreate, LongType()> {
     static long value(Interpreter& interpreter) {
-        return interpreter.mainExtension().mutexCreate();
+        return interpreter.mainExtension().mutexes().create();
     }
 };
 
 struct MutexDestroy final : BuiltInNode<MutexDestroy, BoolType(LongType)> {
     static bool value(Interpreter& interpreter, long handle) {
-        return interpreter.mainExtension().mutexDestroy(handle);
+        return interpreter.mainExtension().mutexes().destroy(handle);
     }
 };
 
 struct MutexAcquire final : BuiltInNode<MutexAcquire, BoolType(LongType)> {
     bool value(Interpreter& interpreter, long handle) {
-        return interpreter.mainExtension().mutexAcquire(
+        return interpreter.mainExtension().mutexes().acquire(
             handle, [this, &interpreter] { interpreter.runControl().ask(this); });
     }
 };
 
 struct MutexRelease final : BuiltInNode<MutexRelease, BoolType(LongType)> {
     static bool value(Interpreter& interpreter, long handle) {
-        return interpreter.mainExtension().mutexRelease(handle);
+        return interpreter.mainExtension().mutexes().release(handle);
     }
 };
 

@@ -6,17 +6,17 @@
 #include <utility>
 
 #include "scr/Node.h"
+#include "scr/call/Binding.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
 
 class FctDescr;
-class Interpreter;
 class Variable;
 
 // What the parser actions share.
 
-/// A new `Class`, made from a pointer that it takes over; lost is nothing when there is no memory.
+/// A new `Class`, made from a pointer that it takes over; without memory nothing is lost.
 template <class Class, class Owned, class... Arguments>
 std::unique_ptr<Class> makeOwner(std::unique_ptr<Owned> owned, Arguments&&... arguments) {
     // Memory is there before the pointer is let go.
@@ -41,28 +41,8 @@ std::unique_ptr<Node> popExpressionStatement();
 /// Pops the condition of the construct that `place` names; null after a report when it is no Bool.
 std::unique_ptr<BoolNode> popCondition(const FND::String& place);
 
-/// Pushes a node with a type word; the traits are those of a node of its own height on top of its
-/// operands'. Refuses trees nested too deep.
-bool pushNested(std::unique_ptr<Node> node, int typeWord, OperandTraits traits);
-
 /// Binds the descriptor of an operator to the `count` topmost operands.
 bool bindOperator(const FctDescr& descriptor, int count);
-
-/// Whether `node` is of the class that operands of the type word `typeWord` have; what hosts make
-/// may not be.
-bool hasClassOfType(const Node& node, int typeWord);
-
-/// Finds out whether what a host was asked for gave false without a report.
-class ErrorWatch {
-public:
-    explicit ErrorWatch(const Interpreter& interpreter);
-    /// Reports `message`, unless an error was logged since this object was made. Always false.
-    bool fail(const FND::String& message) const;
-
-private:
-    const Interpreter& interpreter_;
-    const std::uint64_t errors_;
-};
 
 /// An access node for `variable`, or null when its type has none or its class is not the one of its
 /// type.

@@ -80,7 +80,7 @@ bool accessElement(int containerCode, int indexCode, Access access) {
         access(*actInterpreterG, std::move(container), std::move(index));
     if (!element) return SCR_YaccError(Messages::noElementAccess(elementType));
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.elementMade(element.get()); });
-    return pushNested(std::move(element), elementType, traits);
+    return pushNested(*actInterpreterG, *stackG, std::move(element), elementType, traits);
 }
 
 }  // namespace
@@ -169,8 +169,7 @@ bool SCR_stringConstant() {
 
 bool SCR_expression(Operator sign) {
     const int type = stackG->operandsType();
-    const FctDescr* const descriptor =
-        actInterpreterG->mainExtension().operatorFor(Node::baseType(type), sign);
+    const FctDescr* const descriptor = MainExtension::operatorFor(Node::baseType(type), sign);
     if (descriptor == nullptr) {
         const FND::String text(operatorSignsS[static_cast<std::size_t>(sign)]);
         return SCR_YaccError(Messages::noOperator(text, Node::datatypeAsString(type)));
@@ -187,7 +186,7 @@ bool SCR_negation() {
     const int type = stackG->topType();
     if (Node::isConst(type)) return SCR_constNegation();
     const FctDescr* const descriptor =
-        actInterpreterG->mainExtension().operatorFor(Node::baseType(type), Operator::Negate);
+        MainExtension::operatorFor(Node::baseType(type), Operator::Negate);
     if (descriptor == nullptr) return SCR_YaccError(Messages::noNegation(type));
     return bindOperator(*descriptor, 1);
 }

@@ -14,6 +14,7 @@
 #include "scr/parser/ParseState.h"
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/PendingBuilds.h"
+#include "scr/run/RunControl.h"
 
 namespace SCR {
 

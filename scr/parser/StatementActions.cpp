@@ -8,6 +8,7 @@
 #include "scr/parser/Actions.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/run/RunControl.h"
 
 using namespace SCR;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
+#include "scr/run/RunControl.h"
 #include "scr/run/Work.h"
 
 namespace SCR {

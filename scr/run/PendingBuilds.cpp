@@ -6,6 +6,7 @@
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/run/RunControl.h"
 
 namespace SCR {
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "scr/Interpreter.h"
+#include "scr/run/PlaceTable.h"
 
 namespace SCR {
 

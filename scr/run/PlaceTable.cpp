@@ -1,4 +1,4 @@
-#include "scr/tree/PlaceTable.h"
+#include "scr/run/PlaceTable.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "fnd/String.h"
+#include "scr/Node.h"
+#include "scr/parser/ParserStack.h"
+
+namespace SCR {
+
+class Interpreter;
+
+// What is shared by all that make a node of operands on the parser stack: descriptors, the parser's
+// actions and receivers of conditions.
+
+/// Pushes a node with a type word; the traits are those of a node of its own height on top of its
+/// operands'. Refuses trees nested too deep.
+bool pushNested(const Interpreter& interpreter, ParserStack& stack, std::unique_ptr<Node> node,
+                int typeWord, OperandTraits traits);
+
+/// Whether `node` is of the class that operands of the type word `typeWord` have; what hosts make
+/// may not be.
+bool hasClassOfType(const Node& node, int typeWord);
+
+/// Finds out whether what a host was asked for gave false without a report.
+class ErrorWatch {
+public:
+    explicit ErrorWatch(const Interpreter& interpreter);
+    /// Reports `message`, unless an error was logged since this object was made. Always false.
+    bool fail(const FND::String& message) const;
+
+private:
+    const Interpreter& interpreter_;
+    const std::uint64_t errors_;
+};
+
+}  // namespace SCR

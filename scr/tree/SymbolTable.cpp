@@ -1,0 +1,117 @@
+#include "scr/tree/SymbolTable.h"
+
+#include "scr/Node.h"
+#include "scr/Statement.h"
+#include "scr/run/Memory.h"
+
+namespace SCR {
+
+namespace {
+
+// Makes the next push_back allocate nothing, so that it cannot fail once an object is taken over.
+template <class Element>
+void makeRoom(std::vector<Element>& elements) {
+    if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 8);
+}
+
+}  // namespace
+
+SymbolTable::~SymbolTable() {
+    mainFunction_.reset();
+    functions_.clear();
+    globalIdentifiers_.clear();
+    // In the order of insertion; a container's own order of destruction is not fixed.
+    for (std::unique_ptr<Extension>& extension : extensions_) extension.reset();
+}
+
+void SymbolTable::startScript() {
+    mainFunction_ = std::make_unique<Function>();
+    statementStack_.push_back(mainFunction_.get());
+}
+
+void SymbolTable::clearScript() {
+    growing_.clear();
+    statementStack_.clear();
+    functions_.clear();
+    mainFunction_.reset();
+}
+
+bool SymbolTable::pushStatement(Node* block) {
+    makeRoom(statementStack_);
+    if (!addStatement(block)) return false;
+    statementStack_.push_back(block);
+    return true;
+}
+
+bool SymbolTable::popStatement() {
+    if (statementStack_.size() < 2) return false;
+    auto* const statement = dynamic_cast<CompoundStatement*>(statementStack_.back());
+    if (statement != nullptr) statement->close();
+    statementStack_.pop_back();
+    return true;
+}
+
+bool SymbolTable::addStatement(Node* statement) {
+    Node* const block = topStatement();
+    return block != nullptr && block->addStatement(statement);
+}
+
+bool SymbolTable::addIdentifier(const FND::String& name, Variable* variable) {
+    // The function of a descriptor follows.
+    if (variable->dataType() == TypeCode::Function) functions_.prefetch(name);
+    Node* const block = topStatement();
+    makeRoom(growing_);
+    if (block == nullptr || !block->addIdentifier(name, variable)) return false;
+    const int type = Node::baseType(variable->dataType());
+    if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash) {
+        growing_.push_back(variable);
+    }
+    return true;
+}
+
+Variable* SymbolTable::getVariable(const FND::String& module, const FND::String& name) {
+    if (module.empty()) {
+        for (auto block = statementStack_.rbegin(); block != statementStack_.rend(); ++block) {
+            if (Variable* const variable = (*block)->getIdentifier(name)) return variable;
+        }
+        const auto global = globalIdentifiers_.find(name);
+        if (global != globalIdentifiers_.end()) return global->second.get();
+    }
+    for (const std::unique_ptr<Extension>& extension : extensions_) {
+        if (!module.empty() && extension->extensionName() != module) continue;
+        if (Variable* const variable = extension->variable(name)) return variable;
+    }
+    return nullptr;
+}
+
+bool SymbolTable::pushFunction(const FND::String& name, Function* function) {
+    makeRoom(statementStack_);
+    if (!functions_.insert(name, function)) return false;
+    statementStack_.push_back(function);
+    return true;
+}
+
+bool SymbolTable::addGlobalConstant(const FND::String& name, const FND::String& value) {
+    auto constant = std::make_unique<StringVariable>(value, true);
+    return globalIdentifiers_.try_emplace(name, std::move(constant)).second;
+}
+
+Extension* SymbolTable::extension(const FND::String& name) const {
+    for (const std::unique_ptr<Extension>& extension : extensions_) {
+        if (extension->extensionName() == name) return extension.get();
+    }
+    return nullptr;
+}
+
+void SymbolTable::insertExtension(Extension* extension) {
+    makeRoom(extensions_);
+    extensions_.emplace_back(extension);
+}
+
+std::size_t SymbolTable::heapBytes() const {
+    std::size_t bytes = 0;
+    for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
+    return bytes;
+}
+
+}  // namespace SCR

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "fnd/String.h"
+#include "scr/Extension.h"
+#include "scr/Function.h"
+#include "scr/Variable.h"
+#include "scr/value/NameTable.h"
+
+namespace SCR {
+
+/// What names stand for while an interpreter compiles, and the blocks that are open then: the main
+/// function, the functions of the script, the constants of the host and the extensions.
+/// `Interpreter` hands these calls on and describes them.
+class SymbolTable {
+public:
+    SymbolTable() = default;
+    SymbolTable(const SymbolTable&) = delete;
+    SymbolTable& operator=(const SymbolTable&) = delete;
+    /// Destroys the script, the constants and the extensions, in this order.
+    ~SymbolTable();
+
+    /// Begins a script with an empty main function as its only open block.
+    void startScript();
+    /// Destroys the script.
+    void clearScript();
+    /// Null when there is no script.
+    Function* mainFunction() const { return mainFunction_.get(); }
+
+    bool pushStatement(Node* block);
+    bool popStatement();
+    Node* topStatement() const {
+        return statementStack_.empty() ? nullptr : statementStack_.back();
+    }
+    int statementDepth() const { return static_cast<int>(statementStack_.size()); }
+    bool addStatement(Node* statement);
+    bool addIdentifier(const FND::String& name, Variable* variable);
+    Variable* getVariable(const FND::String& module, const FND::String& name);
+    Function* getFunction(const FND::String& name) { return functions_.find(name); }
+    bool pushFunction(const FND::String& name, Function* function);
+
+    bool addGlobalConstant(const FND::String& name, const FND::String& value);
+    bool isGlobalConstant(const FND::String& name) const {
+        return globalIdentifiers_.contains(name);
+    }
+    Extension* extension(const FND::String& name) const;
+    /// Takes the extension over; when it throws, the caller still owns it.
+    void insertExtension(Extension* extension);
+
+    /// What the values of the script's variables take besides the variables themselves, in bytes.
+    std::size_t heapBytes() const;
+
+private:
+    std::vector<Node*> statementStack_;
+    std::map<FND::String, std::unique_ptr<Variable>> globalIdentifiers_;
+    std::unique_ptr<Function> mainFunction_;
+    NameTable<Function> functions_;
+    std::vector<std::unique_ptr<Extension>> extensions_;
+    std::vector<const Variable*> growing_;  // the script's variables that may take memory
+};
+
+}  // namespace SCR
