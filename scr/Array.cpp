@@ -63,7 +63,7 @@ bool Array::make(unsigned long index, unsigned long limit) {
     return true;
 }
 
-// Variables of plain values need no destruction, so that memory may end at any step.
+// Variables of plain values need no destruction, so it is safe when memory runs out at any step.
 bool Array::makeVariables() {
     const ElementClass& variables = ElementClass::of(*prototype_);
     SlotStore store;

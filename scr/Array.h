@@ -17,16 +17,16 @@ template <class Container>
 struct NestedMaker;
 
 /// A container indexed from 0. All elements are alike: each starts as a clone of the prototype.
-/// Elements lie side by side in chunks and are made chunk by chunk when one of them is first used,
-/// so an array takes memory for the parts of it that are in use, not for its size. As long as
-/// nobody asks for an element as a variable, an array of Longs, Bools, Decimals or Dates keeps
-/// their values alone. Thread rule of a variable.
+/// Elements lie side by side in chunks. A chunk is made when one of its elements is first used, so
+/// an array takes memory for the parts of it that are in use, not for its size. Until somebody asks
+/// for an element as a variable, an array of Longs, Bools, Decimals or Dates keeps only their
+/// values. Thread rule of a variable.
 class KESTREL_API Array final : public Variable {
 public:
     /// The most elements that an array can have.
     static constexpr unsigned long maxSizeCM = 1UL << 32;
 
-    /// Takes the prototype over.
+    /// Takes ownership of the prototype.
     explicit Array(Variable* prototype);
     ~Array() override;
 
@@ -39,21 +39,21 @@ public:
     /// The prototype; it stays the array's.
     Variable* defaultValue() const { return prototype_; }
 
-    /// The number of elements, those included that were only read or lie below one that was used.
+    /// The number of elements, including those that were only read or lie below one that was used.
     unsigned long size() const { return size_; }
 
     /// The element `index`, which the array owns; it stays valid until it is removed. An array that
-    /// is too small grows so that `index` becomes its last element. Null when the element can not
-    /// be had: the array would grow beyond `limit` elements or `maxSizeCM`, or there is no memory.
-    /// Nothing changed then. Of an array that kept values alone it makes variables; references to
-    /// the values stay readable.
+    /// is too small grows so that `index` becomes its last element. Null, with nothing changed,
+    /// when the array would grow beyond `limit` elements or `maxSizeCM`, or when there is no
+    /// memory. In an array that kept only values this makes variables of them; references to the
+    /// values stay readable.
     Variable* at(unsigned long index, unsigned long limit = maxSizeCM);
 
-    /// Makes the element `index` as `at` does, without giving it; false where that gives null.
+    /// Makes the element `index` as `at` does, without returning it; false where `at` gives null.
     bool make(unsigned long index, unsigned long limit = maxSizeCM);
 
-    /// The element `index` if it is there and was used before; otherwise null, and `at` gives it.
-    /// `V` must be the class of the prototype, one of this library's.
+    /// The element `index` if it exists and was used before; otherwise null, and `at` gives it. `V`
+    /// must be the class of the prototype, one of this library's.
     template <class V>
     V* existing(unsigned long index) const {
         if (index >= size_) [[unlikely]]
@@ -64,9 +64,9 @@ public:
         return in<V>(store_.find(index, sizeof(V)));
     }
 
-    /// The value of the element `index` if that is there and was used before; null otherwise, but
-    /// not once `make` gave true. It stays there as an element does, but once `at` is called for
-    /// the first time it is only what the element's value was.
+    /// The value of the element `index` if it exists and was used before, otherwise null; never
+    /// null after `make` gave true for it. The pointer stays valid as long as the element. After
+    /// the first call of `at` it only shows the value that the element had then.
     template <class V>
     [[gnu::always_inline]] auto existingValue(unsigned long index) const
         -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
@@ -81,13 +81,13 @@ public:
         return element != nullptr ? &element->value() : nullptr;
     }
 
-    /// Bytes that the elements take, with all that they hold.
+    /// Bytes that the elements take, including everything that they hold.
     std::size_t heapBytes() const;
 
     /// Removes all elements.
     void clear() { truncate(0); }
-    /// Removes the elements from `count` on, if there are any. Some of their memory is kept for
-    /// elements to come: at most as much as for 64 elements or as for those that are left.
+    /// Removes the elements from `count` on, if there are any. Keeps some of their memory for later
+    /// elements: at most what 64 elements, or those that are left, take.
     void truncate(unsigned long count);
 
 private:
@@ -103,15 +103,15 @@ private:
         return slot != nullptr ? std::launder(reinterpret_cast<Object*>(slot)) : nullptr;
     }
 
-    // An array like `source` with a prototype that belongs to somebody else.
+    // An array like `source` whose prototype belongs to somebody else.
     Array(const Array& source, Variable* sharedPrototype);
 
-    // Makes the elements variables; false when there is no memory.
+    // Turns the elements into variables; false when there is no memory.
     bool makeVariables();
     void makeChunk(std::size_t chunk);
     void freeChunk(std::size_t chunk) noexcept;
     void freeElements() noexcept;
-    // Makes the elements those of `source`; there must be none.
+    // Copies the elements of `source`; this array must have none.
     void copyElements(const Array& source);
 
     const bool ownsPrototype_;
@@ -119,9 +119,10 @@ private:
     Variable* const prototype_;
     const ElementClass* elementClass_;
     unsigned long size_ = 0;
-    // In a chunk that exists all slots hold elements; those from `size_` on are like the prototype.
+    // In a chunk that exists all slots hold elements; those from `size_` on equal the prototype.
     SlotStore store_;
-    // The bare values that the variables were made from: somebody may hold a reference to one.
+    // The bare values that the variables were made from; somebody may still hold a reference to
+    // one.
     std::unique_ptr<SlotStore> formerValues_;
 };
 

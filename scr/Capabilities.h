@@ -10,17 +10,18 @@ namespace SCR {
 
 /// What a host lets the scripts of one interpreter do besides computing: everything, unless it says
 /// otherwise. A script that calls a forbidden function, includes a forbidden file or uses an
-/// extension library without leave does not compile. What hosts and extensions add themselves is
-/// not theirs to forbid here, and standard output, the clock and mutexes are open to every script.
+/// extension library without leave does not compile. Functions that hosts and extensions add are
+/// not covered, and standard output, the clock and mutexes are open to every script.
 ///
-/// Files may be granted by directories: those that lie below one, after all symbolic links are
-/// followed, whoever else changes the directories meanwhile. A directory may be given by a relative
-/// path, and stays the one that it was when the interpreter was given these capabilities. What one
-/// directory grants, another one does not take away.
+/// Files may be granted by directories: a script may then use the files below them. Symbolic links
+/// are followed first, and it does not matter who else changes the directories meanwhile. A
+/// directory may be given by a relative path; it stays the directory that it was when the
+/// interpreter was given these capabilities. One directory never takes away what another one
+/// grants.
 ///
-/// Unless everything is allowed, files of /proc, /sys and /dev and devices are granted only below a
-/// directory that lies in one of these itself, but for the devices null and full, which count as
-/// files of /dev: what is written to /proc/self/mem is run.
+/// Unless everything is allowed, devices and the files of /proc, /sys and /dev are granted only
+/// below a directory that itself lies in one of these, because writing to /proc/self/mem runs code.
+/// The devices null and full are exceptions: they are granted like plain files of /dev.
 struct KESTREL_API Capabilities {
     bool files = true;    ///< Functions that read or write files.
     bool shell = true;    ///< `system`.
@@ -29,10 +30,10 @@ struct KESTREL_API Capabilities {
     bool use = true;      ///< Loading extension libraries, which are native code.
     bool include = true;  ///< Include lines.
     /// The directories below which `files` may be read and written, and those below which they may
-    /// be read; any file when both are empty. An operation on another file fails.
+    /// only be read; any file when both are empty. An operation on another file fails.
     std::vector<FND::String> fileDirectories;
     std::vector<FND::String> readOnlyDirectories;
-    /// The directories below which included files must lie; empty for any.
+    /// The directories below which included files must lie; empty allows any.
     std::vector<FND::String> includeDirectories;
 
     /// Nothing is allowed.
@@ -41,12 +42,13 @@ struct KESTREL_API Capabilities {
     /// Whether everything is allowed.
     KESTREL_API bool isAll() const;
 
-    /// Further allows what `text` names: "all", one of the flags by its name ("files", "shell",
-    /// ...), or "files=DIR", "files-ro=DIR" or "include=DIR" for a directory. False when it names
-    /// nothing of it. The order in which things are allowed does not matter.
+    /// Additionally allows what `text` names: "all", one of the flags by its name ("files",
+    /// "shell", ...), or "files=DIR", "files-ro=DIR" or "include=DIR" for a directory. False when
+    /// it names none of these. The order of the calls does not matter.
     KESTREL_API bool allow(const FND::String& text);
 
-    /// The name of the first capability that a function with these effects lacks; null for none.
+    /// The name of the first capability that a function with these effects lacks; null when it
+    /// lacks none.
     const char* lacking(Effect effects) const;
 };
 

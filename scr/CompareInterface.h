@@ -16,8 +16,8 @@ public:
     CompareInterface(const CompareInterface&) = delete;
     CompareInterface& operator=(const CompareInterface&) = delete;
 
-    /// Takes over one condition, which it must destroy before the interpreter is destroyed or
-    /// compiles a script. False, after a report by `SCR_YaccError`, ends the compile.
+    /// Takes ownership of one condition, which it must destroy before the interpreter is destroyed
+    /// or compiles a script. False, after a report by `SCR_YaccError`, ends the compile.
     virtual bool condition(BoolNode* condition) = 0;
 
     /// Called for `expression =~ expression` before the condition itself is handed over: takes the

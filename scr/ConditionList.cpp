@@ -26,12 +26,12 @@ namespace SCR {
 
 namespace {
 
-// A pattern that matches whole texts; nothing before it was compiled. (A single `FSM::Engine` takes
-// a text that leaves the automaton for an empty one.)
+// A pattern that matches whole texts; until it is compiled it matches none. (A single `FSM::Engine`
+// would treat a text that leaves the automaton as an empty one.)
 class WholePattern {
 public:
     // False, with the reason in `error`, when the pattern is invalid or needs more states than the
-    // limit allows; like that it matches nothing.
+    // limit allows; it matches nothing then.
     bool compile(Interpreter& interpreter, const FND::String& pattern, FND::String& error) {
         const AutomataScope scope(interpreter);
         engine_.emplace();
@@ -122,7 +122,7 @@ private:
     const std::unique_ptr<StringNode> pattern_;
     const bool keepsText_;  // evaluating the pattern may run script code
     FND::String lastPattern_;
-    bool isCompiled_ = false;  // lastPattern_ is, or is illegal
+    bool isCompiled_ = false;  // lastPattern_ was compiled, or is invalid
     WholePattern compiled_;
 };
 
@@ -185,7 +185,7 @@ void ConditionList::clear() {
     }
     state.conditions.clear();
     const std::int64_t buffers = std::exchange(state.buffers, 0);
-    // What belonged to a script that is gone was given back with that.
+    // Whatever belonged to a script that is gone was given back together with that script.
     if (state.generation == state.interpreter.generation()) {
         state.interpreter.runControl().giveBuffer(static_cast<std::size_t>(buffers));
     }

@@ -41,7 +41,7 @@ void ElementSource::report(const FND::String& message) {
 
 namespace {
 
-// Calls `make` with the container operand of the kind that fits `node` and gives what it gives.
+// Calls `make` with the container operand of the kind that fits `node` and returns its result.
 template <class Container, class Access, class ContainerNode, class Make>
 auto withContainer(std::unique_ptr<ContainerNode> node, Make&& make) {
     if constexpr (SpecialisesNodes) {
@@ -117,7 +117,7 @@ std::unique_ptr<Node> makeHashAccess(const Variable* prototype, Arguments&&... a
     }
 }
 
-// What scripts compute as an index: a neighbour's, and one that goes round.
+// The usual computed indices: that of a neighbour, and one that wraps around.
 using IndexPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongAddition,
                            LongSubtraction, LongRemainder>;
 

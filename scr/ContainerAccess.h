@@ -37,10 +37,11 @@ private:
 
 /// The element of `container` under `index`, as a data node of the element's type, or as an
 /// `ArrayNode` or `HashNode` when it is a container. Each evaluation first takes the index, then
-/// the container, and makes the element when it is missing. A negative index, and one whose element
-/// can not be had, give the type's empty value or no container, and nothing can be stored under
-/// them; the latter is logged as an error once per execution. Null, with the operands destroyed,
-/// when elements of the type can not be accessed. The interpreter must outlive the node.
+/// the container, and makes the element when it is missing. When the index is negative or the
+/// element cannot be made, the node gives the type's empty value or no container, and nothing can
+/// be stored; an element that cannot be made is logged as an error once per execution. Null, with
+/// the operands destroyed, when elements of the type cannot be accessed. The interpreter must
+/// outlive the node.
 KESTREL_API std::unique_ptr<Node> arrayAccess(Interpreter& interpreter,
                                               std::unique_ptr<ArrayNode> container,
                                               std::unique_ptr<LongNode> index);

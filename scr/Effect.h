@@ -3,7 +3,7 @@
 namespace SCR {
 
 /// What a function does to the world outside the script. Capabilities, the manual and the checks of
-/// scripts go by it. Values combine with `|`.
+/// scripts use it. Values combine with `|`.
 enum class Effect : unsigned {
     None = 0,
     ReadsFiles = 1,
@@ -14,15 +14,15 @@ enum class Effect : unsigned {
     Sleep = 32,
     StandardOutput = 64,
     Mutex = 128,
-    Position = 256,   ///< Tells where in a larger whole the work stands.
-    LocalZone = 512,  ///< Goes by the local zone, at least with some arguments.
+    Position = 256,   ///< Tells how far the work on a larger whole has come.
+    LocalZone = 512,  ///< Depends on the local zone, at least with some arguments.
 };
 
 constexpr Effect operator|(Effect a, Effect b) {
     return static_cast<Effect>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
 }
 
-/// `effects` but for those of `effect`.
+/// `effects` without those of `effect`.
 constexpr Effect without(Effect effects, Effect effect) {
     return static_cast<Effect>(static_cast<unsigned>(effects) & ~static_cast<unsigned>(effect));
 }

@@ -17,12 +17,13 @@ public:
     Extension& operator=(const Extension&) = delete;
     virtual ~Extension();
 
-    /// The module name, by which scripts qualify the extension's names and which an interpreter
-    /// accepts only once.
+    /// The module name. Scripts qualify the extension's names with it, and an interpreter accepts
+    /// each module name only once.
     virtual FND::String extensionName() const = 0;
 
     /// What the extension supplies under `name`, a variable or a function's descriptor, or null. It
-    /// stays the extension's and must live as long as the extension does. The base has nothing.
+    /// stays the extension's and must live as long as the extension does. The base class gives
+    /// null.
     virtual Variable* variable(const FND::String& name);
 };
 

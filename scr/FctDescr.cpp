@@ -18,8 +18,8 @@ bool fits(int actual, int expected) {
     return (actual ^ expected) == (actual & ~expected & (TypeCode::LeftFlag | TypeCode::ConstFlag));
 }
 
-// Converts argument `index` of `count` of a call, of the type word `actual`, which does not fit;
-// false after a report.
+// Converts argument `index` of `count` of a call, whose type word `actual` does not fit; false
+// after a report.
 bool convertArgument(const FctDescr& descriptor, ParserStack& stack, int index, int count,
                      int actual) {
     const int expected = descriptor.argType(index);
@@ -72,7 +72,7 @@ void FctDescr::addArg(int typeWord) {
 }
 
 void FctDescr::addRest(int typeWord) {
-    // What is declared beyond the maximum does not count.
+    // Arguments declared beyond the maximum do not count.
     if (maximum_ != anyNumber) argTypes_.resize(static_cast<std::size_t>(maximum_));
     maximum_ = anyNumber;
     restType_ = typeWord;
@@ -162,7 +162,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     return makeNode(interpreter, stack, count, traits);
 }
 
-// Holds a factory that is not of this library to its contract.
+// Checks that a factory from outside this library keeps its contract.
 bool FctDescr::makeNode(Interpreter& interpreter, ParserStack& stack, int count,
                         OperandTraits traits) const {
     const ErrorWatch watch(interpreter);

@@ -17,19 +17,19 @@ class ParserStack;
 struct OperandTraits;
 
 /// Describes one callable function: name, result type, argument counts and types, and the factory
-/// that builds the node of a call. A descriptor is found by name like a variable. Immutable once it
-/// is in use; may then be read by any number of threads. One that carries more for its factory
-/// derives from it and overrides `clone`.
+/// that builds the node of a call. A descriptor is found by name like a variable. It is immutable
+/// once it is in use; any number of threads may read it then. A descriptor that carries more for
+/// its factory derives from this class and overrides `clone`.
 class KESTREL_API FctDescr : public Variable {
 public:
     /// Pops its arguments, last first, from the parser stack (already converted to the declared
     /// types, and without their type words) and gives the call's node, which the caller owns; null
-    /// after a report on failure. The node is of the class that the descriptor's type asks for:
+    /// after a report on failure. The node is of the class that the descriptor's type requires:
     /// `LongNode` for a Long, `LongDataNode` when it is a left value, and so on.
     using Factory = Node* (*)(Interpreter&, ParserStack&, const FctDescr&);
 
-    /// The maximum count of a function that takes any number of arguments. They are neither checked
-    /// nor converted then, and their type words are on the stack, unless there is a rest type.
+    /// The maximum count of a function that takes any number of arguments. These are neither
+    /// checked nor converted, and their type words are on the stack, unless there is a rest type.
     static constexpr int anyNumber = -1;
 
     /// Argument types are type codes, with `TypeCode::LeftFlag` where the argument must be an
@@ -41,12 +41,12 @@ public:
 
     Variable* clone() const override;
 
-    /// Declares one argument more, which every call must give.
+    /// Declares one more argument, which every call must give.
     void addArg(int typeWord);
 
-    /// Lets calls give any number of arguments after those declared so far, each of the type word
-    /// `typeWord`. Unlike those of a function that just has the maximum `anyNumber`, all are
-    /// checked and converted.
+    /// Allows any number of arguments after those declared so far, each of the type word
+    /// `typeWord`. Unlike the arguments of a function that just has the maximum `anyNumber`, all of
+    /// them are checked and converted.
     void addRest(int typeWord);
 
     const FND::String& name() const { return name_; }
@@ -54,43 +54,44 @@ public:
     int minimum() const { return minimum_; }
     int maximum() const { return maximum_; }
     Factory factory() const { return factory_; }
-    /// The type word of argument `index`, 0-based: beyond those declared that of the rest, or 0.
+    /// The type word of argument `index`, 0-based: after the declared ones that of the rest, or 0.
     int argType(int index) const {
         const auto i = static_cast<std::size_t>(index);
         return index >= 0 && i < argTypes_.size() ? argTypes_[i] : restType_;
     }
-    /// The type word that `addRest` was given, or 0.
+    /// The type word given to `addRest`, or 0.
     int restType() const { return restType_; }
 
     /// Whether a call may run script code or change variables or containers, whatever its arguments
-    /// are. True unless said otherwise: what a host's function does is not known.
+    /// are. True by default, since nothing is known about a host's function.
     bool isActive() const { return isActive_; }
     void isActive(bool active) { isActive_ = active; }
 
     /// Whether a call whose function fails, by throwing or by `Interpreter::fail`, logs an error
-    /// and gives the null value of its type. If not, as at first, it stops the script.
+    /// and gives the null value of its type. If not, which is the default, the failure stops the
+    /// script.
     bool nullOnFailure() const { return nullOnFailure_; }
     void nullOnFailure(bool givesNull) { nullOnFailure_ = givesNull; }
 
-    /// What a call does to the outside world, as far as capabilities go by it.
+    /// What a call does to the outside world; capabilities depend on it.
     Effect effects() const { return effects_; }
     void effects(Effect effects) { effects_ = effects; }
 
-    /// Whether it is an operator that goes on the chain which its left operand is, as the "-" of
-    /// `a + b - c` does: however long, such a chain is one level of nesting.
+    /// Whether it is an operator that extends the chain formed by its left operand, as the "-" of
+    /// `a + b - c` does. A chain of any length is one level of nesting.
     bool isChained() const { return isChained_; }
     void isChained(bool chained) { isChained_ = chained; }
 
-    /// "Type name(Type,Type,[Type])", as messages show it.
+    /// "Type name(Type,Type,[Type])", for messages.
     FND::String signature() const;
 
-    /// Whether an operand of type word `actual` is what `expected` asks for, without conversion;
-    /// otherwise reports why not.
+    /// Whether an operand of type word `actual` fits `expected` without conversion; otherwise
+    /// reports why not.
     bool checkType(int expected, int actual) const;
 
-    /// Binds a call: checks the arguments that lie on `stack`, as many as its top count says,
-    /// converts them, and replaces them by the call's node and type. False after a report, with the
-    /// arguments destroyed.
+    /// Binds a call: checks the arguments on `stack`, as many as its top count says, converts them,
+    /// and replaces them by the call's node and type. False after a report, with the arguments
+    /// destroyed.
     bool create(Interpreter& interpreter, ParserStack& stack) const;
 
 protected:

@@ -9,29 +9,29 @@
 namespace SCR {
 
 /// A user-defined function, and the unnamed one that holds a script's top-level statements: a block
-/// that also knows its return variable and the names of its parameters. There is one set of
-/// parameters and locals a function, not one a call.
+/// that also knows its return variable and the names of its parameters. A function has one set of
+/// parameters and locals, not one per call.
 class KESTREL_API Function final : public StatementList {
 public:
-    /// The name of the variable to which a return statement assigns.
+    /// The name of the variable that a return statement assigns to.
     static const FND::String retValNameCM;
 
     Function() = default;
 
-    /// Declares as a block does; while parameters are declared it also records their names.
+    /// Declares like a block; while parameters are declared it also records their names.
     bool addIdentifier(const FND::String& name, Variable* variable) override;
 
     void close() override;
 
-    /// Ends or skips phases of the declaration: a function that returns nothing has no return
-    /// variable, and what is declared once the parameters are closed is a plain local.
+    /// End or skip phases of the declaration: a function that returns nothing has no return
+    /// variable, and what is declared after the parameters are closed is a plain local.
     void startParameters() { phase_ = Phase::Parameters; }
     void closeParameters() { phase_ = Phase::Locals; }
 
     /// The variable that a return statement sets; null in a function that returns nothing. Owned by
     /// this block.
     Variable* returnVariable() const { return returnVariable_; }
-    /// When all that the function does is to return a value: that statement. Otherwise null.
+    /// The return statement, if the function does nothing else than return a value; otherwise null.
     const ReturnStatement* onlyReturn() const { return onlyReturn_; }
     using Names = std::vector<FND::String, NodeAllocator<FND::String>>;
     /// In the order of declaration.

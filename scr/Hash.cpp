@@ -17,11 +17,11 @@ namespace {
 
 constexpr std::uint32_t noSlotS = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t fewestPlacesS = 8;
-// What is kept of a cleared hash.
+// How much of a cleared hash is kept.
 constexpr std::size_t keptSlotsS = 64;
 constexpr std::size_t keptPlacesS = 128;
 
-// A key with the first 8 bytes that may tell it from others, most significant first.
+// A key with the first 8 bytes that may distinguish it from others, most significant first.
 struct SortedKey {
     std::uint64_t head;
     const FND::String* key;
@@ -126,7 +126,7 @@ void Hash::clear() noexcept {
 }
 
 std::vector<const FND::String*> Hash::keys() const {
-    // What all keys start with tells none from another.
+    // The prefix that all keys share does not help to order them.
     std::string_view common;
     bool isFirst = true;
     forEachSlot([&](std::byte* slot) {
@@ -216,7 +216,7 @@ void Hash::erase(const Found& found) noexcept {
     new (found.slot) Mark{freeSlot_, false};
     freeSlot_ = found.place->entry - 1;
     --size_;
-    // Later entries of the run that the gap would cut off from their own places move up.
+    // Later entries of the run move up when the gap would cut them off from their own places.
     auto gap = static_cast<std::uint32_t>(found.place - places_.get());
     for (std::uint32_t at = gap + 1; places_[at & mask_].entry != 0; ++at) {
         const Place& moved = places_[at & mask_];

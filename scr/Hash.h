@@ -20,15 +20,15 @@ template <class Container>
 struct NestedMaker;
 
 /// A container indexed by text. All elements are alike: each starts as a clone of the prototype.
-/// Entries lie in chunks, key beside element, and are found through a table of their hashes (open
-/// addressing, linear probing); a look-up compares at most the keys whose 32-bit hashes are equal.
-/// Thread rule of a variable.
+/// Entries lie in chunks, key next to element, and are found through a table of their hashes (open
+/// addressing, linear probing); a look-up compares only keys whose 32-bit hashes are equal. Thread
+/// rule of a variable.
 class KESTREL_API Hash final : public Variable {
 public:
     /// The most entries that a hash can have.
     static constexpr unsigned long maxSizeCM = 1UL << 31;
 
-    /// Takes the prototype over.
+    /// Takes ownership of the prototype.
     explicit Hash(Variable* prototype);
     ~Hash() override;
 
@@ -45,8 +45,8 @@ public:
     unsigned long size() const { return size_; }
 
     /// The element under `key`, which the hash owns; it stays valid until it is removed. A missing
-    /// one is made under a copy of the key. Null when the element can not be had: there are `limit`
-    /// entries or `maxSizeCM`, or there is no memory. Nothing changed then.
+    /// element is made under a copy of the key. Null, with nothing changed, when there are already
+    /// `limit` or `maxSizeCM` entries, or when there is no memory.
     Variable* find(const FND::String& key, unsigned long limit = maxSizeCM);
 
     /// The element under `key`, whose `keyHash` is `hash`; null when it is missing. `V` must be the
@@ -58,23 +58,23 @@ public:
         return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
     }
 
-    /// Bytes that the entries take, with all that they hold.
+    /// Bytes that the entries take, including everything that they hold.
     std::size_t heapBytes() const;
 
     bool contains(const FND::String& key) const;
     /// Removes the entry of `key`; false when there is none. `key` may be part of that entry.
     bool remove(const FND::String& key);
-    /// Removes all entries. The memory of some 64 of them is kept for entries to come.
+    /// Removes all entries. Keeps memory for about 64 entries to come.
     void clear() noexcept;
 
-    /// All keys, ascending by byte. They are the hash's; one stays valid until its entry is
-    /// removed. Throws std::bad_alloc.
+    /// All keys, in ascending byte order. They belong to the hash; each stays valid until its entry
+    /// is removed. Throws std::bad_alloc.
     std::vector<const FND::String*> keys() const;
 
 private:
     friend struct NestedMaker<Hash>;
 
-    // A slot holds a mark, the key and the element; of a free one there is the mark only.
+    // A slot holds a mark, the key and the element; a free slot holds only the mark.
     struct Mark {
         std::uint32_t next;  // of a free slot: the number of the next free one
         bool isLive;
@@ -82,13 +82,13 @@ private:
     static constexpr std::size_t keyOffsetCM = sizeof(Mark);
     static constexpr std::size_t elementOffsetCM = keyOffsetCM + sizeof(FND::String);
 
-    // What the table knows of an entry: its hash and its slot's number plus 1, 0 for none.
+    // The table's record of an entry: its hash, and its slot's number plus 1 (0 means none).
     struct Place {
         std::uint32_t hash = 0;
         std::uint32_t entry = 0;
     };
 
-    // A hash like `source` with a prototype that belongs to somebody else.
+    // A hash like `source` whose prototype belongs to somebody else.
     Hash(const Hash& source, Variable* sharedPrototype);
 
     static FND::String& keyIn(std::byte* slot) {
@@ -98,7 +98,7 @@ private:
 
     struct Found {
         Place* place;     // null when there is no entry
-        std::byte* slot;  // the same
+        std::byte* slot;  // null when there is no entry
     };
     Found look(const FND::String& key, std::uint32_t hash, std::size_t slotSize) const {
         if (places_ == nullptr) [[unlikely]]
@@ -119,7 +119,7 @@ private:
     void resizeTable(std::size_t numPlaces);
     void erase(const Found& found) noexcept;
     void freeElements() noexcept;
-    // Makes the entries those of `source`; there must be none.
+    // Copies the entries of `source`; this hash must have none.
     void copyElements(const Hash& source);
     // Calls `visit` with the slot of every entry.
     template <class Visit>
@@ -131,8 +131,8 @@ private:
     const ElementClass* const elementClass_;
     std::unique_ptr<Place[]> places_;
     std::uint32_t size_ = 0;
-    std::uint32_t usedSlots_ = 0;  // slots that hold an entry or held one; others hold nothing
-    std::uint32_t freeSlot_ = 0;   // the first of the chain of free slots among them
+    std::uint32_t usedSlots_ = 0;  // slots that hold or held an entry; later slots hold nothing
+    std::uint32_t freeSlot_ = 0;   // the first one in the chain of free slots
     SlotStore store_;
 };
 

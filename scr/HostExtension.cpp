@@ -58,7 +58,7 @@ bool HostExtension::enter(Interpreter& interpreter) {
     }
     for (const auto& [message, severity] : state_->messages) interpreter.log(message, severity);
     state_->messages.clear();
-    std::set<FND::String> hidden;  // in an order that does not change
+    std::set<FND::String> hidden;  // ordered, so that messages do not vary
     for (const auto& [name, variable] : state_->variables) {
         if (interpreter.isPredefined(name)) hidden.insert(name);
     }

@@ -15,7 +15,7 @@ namespace SCR {
 
 namespace Host {
 
-/// Where a variable has its value, and whether scripts see it.
+/// Where a variable's value lies, and whether scripts see it.
 struct Storage {
     void* value;
     bool isDeclared;
@@ -24,9 +24,9 @@ struct Storage {
 }  // namespace Host
 
 /// A variable that a host shares with scripts: reads and writes go straight to the storage that the
-/// script uses. Stands for that variable like a reference; owned by the extension that made it and
-/// valid as long as that is. Not to be written while a callable that was given a reference into it
-/// still reads that.
+/// script uses. It stands for that variable like a reference. The extension that made it owns the
+/// variable, and this object is valid as long as the extension. Do not write to it while a callable
+/// still reads a reference into it.
 template <class T>
 class HostVariable {
 public:
@@ -55,26 +55,25 @@ private:
 ///     SCR::HostExtension* host = SCR::HostExtension::insert(interpreter, "host");
 ///     host->function("area", [](long width, long height) { return width * height; });
 ///     auto total = host->variable<long>("total");
-///
-/// Add names before the scripts that use them are compiled. A name is an identifier and given once:
-/// for any other, and for one that is taken, nothing changes, the result tells so and an error is
-/// logged. For a name that scripts reach only after "host::" a warning is logged: it is a keyword,
-/// built in or a global constant of the host. The interpreter's log gets these messages, at the
-/// latest when the extension is inserted. Scripts call the functions on the thread that runs the
-/// interpreter, which is the only one to use the extension and its variables.
+/// Add names before compiling the scripts that use them. A name must be an identifier and may be
+/// given only once; any other name is refused: nothing changes, the result says so and an error is
+/// logged. A name that scripts can reach only as "host::name", because it is a keyword, built in or
+/// a global constant of the host, causes a warning. The interpreter's log gets these messages, at
+/// the latest when the extension is inserted. Scripts call the functions on the thread that runs
+/// the interpreter. Only this thread uses the extension and its variables.
 class KESTREL_API HostExtension final : public Extension {
 public:
-    /// `name` is the module name, which scripts may put before the extension's names: an
-    /// identifier, or no interpreter takes the extension.
+    /// `name` is the module name, which scripts may put before the extension's names. It must be an
+    /// identifier; otherwise no interpreter takes the extension.
     explicit HostExtension(FND::String name);
     ~HostExtension() override;
 
-    /// Inserts a new extension, which `interpreter` owns. Null, after a logged error, when it has
-    /// one of this name or the name is no identifier.
+    /// Inserts a new extension, which `interpreter` owns. Null, after a logged error, when the
+    /// interpreter already has one of this name or the name is no identifier.
     static HostExtension* insert(Interpreter& interpreter, const FND::String& name);
 
     /// Makes `callable`, a function pointer, lambda or functor, the function `name` of scripts. The
-    /// extension keeps a copy. What the script passes follows from the parameters' types:
+    /// extension keeps a copy. The parameters' types decide what the script passes:
     ///   any integer type                       Long; one that does not fit is an error
     ///   `bool`                                 Bool
     ///   `std::string_view`, `const FND::String&`  String
@@ -82,19 +81,18 @@ public:
     ///   `long&`, `bool&`, `FND::String&`, ...  a variable that the callable reads and writes
     ///   `std::optional` of a value, at the end an argument that may be left out
     ///   `SCR::FieldAlias`                      the name of a field (of the field functions only)
-    /// and what it gets follows from the result's type, one of the values above or void. A first
+    /// and the result's type, one of the values above or void, decides what it gets. A first
     /// parameter `SCR::Interpreter&` is the interpreter that runs the script. References and views
-    /// are valid during the call; a result of type `const FND::String&` must stay what it is until
-    /// the next call. At most nine arguments.
+    /// are valid during the call; a result of type `const FND::String&` must not change before the
+    /// next call. At most nine arguments.
     ///
     /// A callable that throws, or calls `Interpreter::fail`, stops the script as a limit does: the
     /// log says where and "name: what", variables keep their values, and `execute` gives false.
-    ///
-    /// Gives the descriptor, owned by the extension, or null when the name is refused. A function
-    /// after whose failure scripts should go on says so by `nullOnFailure(true)`: the log gets
-    /// "name: what" then, and the script the null value of the type. One that neither runs script
-    /// code nor changes variables may say so by `isActive(false)`: scripts then spare copies of
-    /// strings that stand besides its calls.
+    /// Gives the descriptor, owned by the extension, or null when the name is refused. If scripts
+    /// should go on after a failure of the function, set `nullOnFailure(true)`: the log then gets
+    /// "name: what", and the script gets the null value of the type. If the function neither runs
+    /// script code nor changes variables, set `isActive(false)`: scripts then avoid copies of
+    /// strings next to its calls.
     template <class F>
     FctDescr* function(const FND::String& name, F&& callable);
 
@@ -108,14 +106,14 @@ public:
     FctDescr* field(const FND::String& name, R&& reader, W&& writer);
 
     /// Sets how field names become the numbers that `FieldAlias::id` gives. Called once for each
-    /// place in a script that names a field, while it is compiled; a negative number is a compile
-    /// error, "unknown field". Functions that throw or are empty give errors and 0.
+    /// place in a script that names a field, while the script is compiled; a negative number is a
+    /// compile error, "unknown field". Functions that throw or are empty give errors and 0.
     void fieldIds(Host::FieldIds ids);
 
-    /// Declares a variable that scripts see as `name` and the host by the result: `T` is `long`,
-    /// `bool`, `FND::String`, `FND::Decimal`, `FND::DateTime` or `FND::Identifier`. When the name
-    /// is taken by a variable of the same type, gives that one, unchanged; when it is refused,
-    /// one that scripts do not see, which `isDeclared` tells.
+    /// Declares a variable that scripts see as `name` and the host uses through the result: `T` is
+    /// `long`, `bool`, `FND::String`, `FND::Decimal`, `FND::DateTime` or `FND::Identifier`. When
+    /// the name is taken by a variable of the same type, gives that one, unchanged. When the name
+    /// is refused, gives a variable that scripts do not see; `isDeclared` tells.
     template <class T>
     HostVariable<T> variable(const FND::String& name, const std::type_identity_t<T>& value = T{});
 
@@ -127,16 +125,16 @@ public:
     FND::String extensionName() const override;
     Variable* variable(const FND::String& name) override;
 
-    /// Called before `interpreter` takes the extension over, whose log gets the messages from now
-    /// on. False, after a message, when the extension's name is no identifier.
+    /// Called before `interpreter` takes ownership of the extension; its log gets the messages from
+    /// now on. False, after a message, when the extension's name is no identifier.
     KESTREL_HIDDEN bool enter(Interpreter& interpreter);
 
 private:
     struct State;
 
-    // The descriptor of the function made so, or null.
+    // The descriptor of the function declared, or null.
     FctDescr* insert(const FND::String& name, Host::Description description);
-    // The variable declared so, with a value of the type of `typeCode`.
+    // The variable declared, whose value has the type of `typeCode`.
     Host::Storage declare(const FND::String& name, int typeCode, const void* value);
     bool declareConstant(const FND::String& name, int typeCode, const void* value);
 

@@ -20,14 +20,14 @@
 
 namespace SCR::Host {
 
-/// What a call keeps for one operand: a copy of its value, and the way to the element that it is.
+/// What a call keeps for one operand: a copy of its value, and the path to the element that it is.
 struct Kept {
     std::variant<std::monostate, long, bool, ChargedText, FND::Decimal, FND::DateTime,
                  FND::Identifier>
         value;
     PlaceTrail trail;
 
-    // The value, of the type that it has for this operand in every call.
+    // The value, whose type is the same in every call of this operand.
     template <class Value>
     Value& as() {
         if constexpr (std::is_same_v<Value, FND::String>) {
@@ -37,7 +37,7 @@ struct Kept {
             return *std::get_if<Value>(&value);
         }
     }
-    // Gives it a value and tells where that is.
+    // Assigns a value and tells where it lies.
     template <class Value>
     Value& hold(const Value& source) {
         if constexpr (std::is_same_v<Value, FND::String>) {
@@ -47,7 +47,7 @@ struct Kept {
         }
         return as<Value>();
     }
-    // Drops a text that is too large to be kept for its room.
+    // Drops a text that is too large to keep its memory.
     void shrink() {
         constexpr std::size_t most = 4096;
         auto* const text = std::get_if<ChargedText>(&value);
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    // Found anew each time: what runs in between may have removed it.
+    // Found anew each time, as the code that ran in between may have removed it.
     Value* follow(Kept& kept) {
         kept.trail.rewind();
         return place_->follow(kept.trail);
@@ -130,15 +130,15 @@ private:
     const FieldIds* const ids_;
 };
 
-// Logs why `function` failed when it gives the null value then, and stops the script otherwise.
+// When `function` fails: logs why if it gives the null value then, otherwise stops the script.
 void handleFailure(Interpreter& interpreter, const FctDescr& function, const FND::String& reason) {
     const FND::String message = function.name() + ": " + reason;
     if (!function.nullOnFailure()) interpreter.runControl().stop(nullptr, message);
     interpreter.logError(message);
 }
 
-// To be called while handling an exception of `function`: stops the script, or logs the exception
-// when the function is one that gives the null value then.
+// Call this while handling an exception of `function`: stops the script, or logs the exception when
+// the function gives the null value on failure.
 void handleException(Interpreter& interpreter, const FctDescr& function) {
     FND::String reason = "unknown exception";
     try {
@@ -152,8 +152,8 @@ void handleException(Interpreter& interpreter, const FctDescr& function) {
     handleFailure(interpreter, function, reason);
 }
 
-// To be called when `function` has returned: false when it said that it failed and is one that
-// gives the null value then. Stops the script when it has to stop.
+// Call this after `function` has returned. False when it reported a failure and gives the null
+// value then. Stops the script when the script has to stop.
 bool hasReturned(Interpreter& interpreter, const FctDescr& function) {
     RunControl& control = interpreter.runControl();
     const bool hasFailed = control.hasFailed();
@@ -167,7 +167,7 @@ bool hasReturned(Interpreter& interpreter, const FctDescr& function) {
     throw std::out_of_range("value out of range '" + number + "'");
 }
 
-// The number of the field that `name` gives; false, after a report, for an unknown field.
+// The number of the field `name`; false, after a report, for an unknown field.
 bool resolveField(const FieldIds& ids, const FND::String& name, long& id) {
     if (!ids) return true;
     id = ids(name);
@@ -176,7 +176,7 @@ bool resolveField(const FieldIds& ids, const FND::String& name, long& id) {
 
 }  // namespace
 
-/// What the nodes of calls have in common, whatever they give.
+/// What the nodes of all calls share, whatever they give.
 class CallBody {
 public:
     CallBody(Interpreter& interpreter, const FctDescr& function)
@@ -201,7 +201,7 @@ public:
         return isPopped;
     }
 
-    /// Calls the callable and gives where its result is: in `room` or elsewhere. Null when it
+    /// Calls the callable and tells where its result is: in `room` or elsewhere. Null when it
     /// failed and the script goes on.
     const void* read(void* room) {
         return run([&](Call& call) { return read_(callable_, call, room); });
@@ -257,8 +257,8 @@ private:
         }
     }
 
-    // Room for what one call keeps, used again by the next one. A call that is made while another
-    // one is under way, as the callable runs the script again, has room of its own.
+    // Room for what one call keeps, reused by the next one. When the callable runs the script
+    // again, a call within the call has its own room.
     std::unique_ptr<Kept[]> takeRoom() {
         return room_ ? std::move(room_) : std::make_unique<Kept[]>(operands_.size());
     }
@@ -274,7 +274,7 @@ private:
     std::vector<Operand, NodeAllocator<Operand>> operands_;  // as many as a call can give
     bool writes_ = false;
     std::unique_ptr<Kept[]> room_;
-    std::exception_ptr failure_;  // why the call under way failed, from then to its end
+    std::exception_ptr failure_;  // why the current call failed, until it ends
 };
 
 inline Call::Call(CallBody& body)
@@ -348,7 +348,7 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
                description.arguments[6], description.arguments[7], description.arguments[8]),
       description_(std::move(description)),
       ids_(&ids) {
-    // What reads a record runs no script code, unless it is given the interpreter.
+    // Functions that read a record run no script code, unless they are given the interpreter.
     if (description_.write != nullptr) isActive(description_.takesInterpreter);
 }
 

@@ -18,10 +18,10 @@ namespace SCR {
 class Interpreter;
 class Node;
 
-/// How scripts call the functions of a host. What stands here is compiled with the host, which may
-/// do without exceptions and without run-time type information: so the nodes, and all that throws,
-/// catches or casts, are the library's (HostFunction.cpp). Here is what depends on the types of a
-/// callable: reading its arguments and calling it.
+/// How scripts call the functions of a host. This code is compiled with the host, which may have no
+/// exceptions and no run-time type information. So the nodes, and everything that throws, catches
+/// or casts, belong to the library (HostFunction.cpp). This header holds what depends on the types
+/// of a callable: reading its arguments and calling it.
 namespace Host {
 
 /// Gives the number by which the host knows a field, or a negative one for an unknown field.
@@ -31,7 +31,7 @@ class CallBody;
 class Output;
 struct Kept;
 
-/// An operand of a call. Made and destroyed by the library.
+/// An operand of a call. The library makes and destroys it.
 struct Operand {
     std::unique_ptr<Node> node;              ///< Null when the call leaves it out.
     std::unique_ptr<Output> output;          ///< Of a variable that the callable writes.
@@ -40,7 +40,7 @@ struct Operand {
     bool keeps = false;  ///< A later operand may run script code that changes the value.
 };
 
-/// One call under way: what its callable needs of the library.
+/// One call being made: what its callable needs from the library.
 class Call {
 public:
     Call(const Call&) = delete;
@@ -49,26 +49,26 @@ public:
     Interpreter& interpreter() const { return interpreter_; }
     const Operand& operand(std::size_t index) const { return operands_[index]; }
 
-    /// A copy of the value of operand `index`, which stays until the call has ended.
+    /// A copy of the value of operand `index`, valid until the call has ended.
     KESTREL_API const FND::String& keep(std::size_t index, const FND::String& value);
     KESTREL_API const FND::Decimal& keep(std::size_t index, const FND::Decimal& value);
     KESTREL_API const FND::DateTime& keep(std::size_t index, const FND::DateTime& value);
     KESTREL_API const FND::Identifier& keep(std::size_t index, const FND::Identifier& value);
-    /// Where the callable finds and leaves the value of the variable that operand `index` is. What
-    /// it leaves is stored when it has returned.
+    /// Where the callable reads and writes the value of the variable that operand `index` is. The
+    /// value is stored in the variable after the callable has returned.
     KESTREL_API void* variable(std::size_t index);
 
-    /// Evaluates operand `index`, of any kind but a field's name, and gives where its value is.
-    /// Throws nothing: what it should throw is kept, and it and all later ones give a null value.
+    /// Evaluates operand `index`, of any kind except a field's name, and tells where its value is.
+    /// Throws nothing: an exception is kept, and this and all later operands give a null value.
     KESTREL_API const void* evaluate(std::size_t index) noexcept;
 
-    /// To be called when all operands are evaluated and the callable follows. False when one could
-    /// not be.
+    /// Call this when all operands are evaluated, just before the callable. False when one of them
+    /// could not be evaluated.
     bool begin() {
         isCalling_ = !hasFailed_;
         return isCalling_;
     }
-    /// Lets the call fail for a number that the C++ type at hand does not hold; always false.
+    /// Makes the call fail because a number does not fit the C++ type; always false.
     KESTREL_API bool refuse(long number) noexcept;
     KESTREL_API bool refuse(unsigned long number) noexcept;
 
@@ -84,13 +84,13 @@ private:
     Interpreter& interpreter_;
     const Operand* const operands_;
     CallBody& body_;
-    std::unique_ptr<Kept[]> kept_;  // one for each operand, once one of them needs it
+    std::unique_ptr<Kept[]> kept_;  // one per operand, made when one of them needs it
     bool hasFailed_ = false;
     bool isCalling_ = false;
 };
 
-/// What a node of the value type `Type` gives, as it is held until the call: by pointer when nodes
-/// give a reference.
+/// What a node of the value type `Type` gives, held until the call: by pointer when nodes give a
+/// reference.
 template <class Type>
 using Given =
     std::conditional_t<Type::byReference, const typename Type::Value*, typename Type::Value>;
@@ -109,7 +109,7 @@ Given<Type> valueOf(Call& call, std::size_t index) {
         return node.result();
     }
 #else
-    // What an operand throws would pass through code that cannot clean up.
+    // An exception of an operand would pass through code that cannot clean up.
     const auto* const value = static_cast<const typename Type::Value*>(call.evaluate(index));
     if constexpr (Type::byReference) {
         return value;
@@ -120,7 +120,7 @@ Given<Type> valueOf(Call& call, std::size_t index) {
 }
 
 /// How one parameter gets its argument. `read` evaluates the operand; `fits` tells whether the
-/// parameter can hold the value, or lets the call fail; `pass` gives the argument.
+/// parameter can hold the value, or makes the call fail; `pass` gives the argument.
 template <class Parameter, Passing passing = passingOfS<Parameter>>
 struct Argument;
 
@@ -196,8 +196,8 @@ struct Argument<Parameter, Passing::Field> {
     static FieldAlias pass(Held value) { return value; }
 };
 
-/// Calls `callable` with the arguments of `call` for `Parameters` and, last, what `written` is for
-/// the parameters `Written`. Gives what `take` makes of the call, or null when it failed.
+/// Calls `callable` with the arguments of `call` for `Parameters` and then `written` for the
+/// parameters `Written`. Returns what `take` makes of the call, or null when it failed.
 template <bool takesInterpreter, class... Parameters, class... Written, class F, class Take,
           std::size_t... index>
 const void* invoke(Call& call, F& callable, const Take& take, List<Parameters...> /*parameters*/,
@@ -223,10 +223,10 @@ const void* invoke(Call& call, F& callable, const Take& take, List<Parameters...
     });
 }
 
-/// Calls the callable `callable` and gives where its result is: in `room`, a value of the result's
+/// Calls the callable `callable` and tells where its result is: in `room`, a value of the result's
 /// type, or elsewhere until the next call. Null when the call failed.
 using Read = const void* (*)(void* callable, Call& call, void* room);
-/// Calls the writer of a field with `value`; whether it stored that.
+/// Calls the writer of a field with `value`; gives whether it stored the value.
 using Write = bool (*)(void* callable, Call& call, const void* value);
 
 template <class F>
@@ -290,11 +290,11 @@ bool writeBy(void* callable, Call& call, const void* value) {
                written) != nullptr;
 }
 
-/// A function as its descriptor is made from it.
+/// What the descriptor of a function is made from.
 struct Description {
     std::shared_ptr<void> callable;
     Read read = nullptr;
-    std::shared_ptr<void> writer;  ///< Only of a field that may be written.
+    std::shared_ptr<void> writer;  ///< only for a field that may be written
     Write write = nullptr;
     int result = TypeCode::Void;
     int minimum = 0;

@@ -30,7 +30,7 @@ private:
     long id_;
 };
 
-/// How the C++ types of a host's functions and variables stand for types of the language.
+/// How the C++ types of a host's functions and variables map to types of the language.
 namespace Host {
 
 template <class T>
@@ -76,11 +76,11 @@ concept Known = requires {
     typename TypeOf<T>::Type;
 };
 
-/// A type in which the language itself keeps values, so that a script's storage can be such.
+/// A type in which the language itself keeps values, so that a host can share a script's storage.
 template <class T>
 concept Stored = Known<T> && std::same_as<typename TypeOf<T>::Type::Value, T>;
 
-/// What a parameter of a host's function is to the script.
+/// The role of a parameter of a host's function, as the script sees it.
 enum class Passing { Refused, Value, Out, Optional, Field };
 
 template <class Parameter>
@@ -198,7 +198,7 @@ requires(sizeof...(Q) == sizeof...(P) + 1 &&
                   !Reads::optionalsLast || std::is_void_v<R> || !Known<Value>) {
         return false;
     } else {
-        // The parameters of both, but for the value.
+        // The parameters of both, without the value.
         const auto samePrefix = []<std::size_t... i>(std::index_sequence<i...>) {
             return (std::same_as<std::remove_cvref_t<P>,
                                  std::remove_cvref_t<std::tuple_element_t<i, std::tuple<Q...>>>> &&

@@ -34,7 +34,7 @@ constexpr const char* endFunctionS = "END";
 constexpr std::string_view standardOutputS = "standard output";
 const FND::String outOfMemoryS = "ERROR: out of memory";
 
-// Passes on to the log of an interpreter, as that itself does.
+// Passes messages on to the log of an interpreter, as the interpreter itself does.
 class InterpreterLog final : public Log {
 public:
     explicit InterpreterLog(Interpreter& interpreter) : interpreter_(interpreter) {}
@@ -201,7 +201,7 @@ bool Interpreter::State::compileScript(const FND::String& text, Analyses* follow
         ExpandedText expanded;
         if (!expand(text, expanded)) return false;
         const BufferCharge charge(expanded.storage.size());
-        // The texts of its constants.
+        // The texts of the script's constants.
         chargeBuffer(expanded.body.size());
         if (!SCR_parseScript(interpreter, expanded)) return false;
         symbols.mainFunction()->close();
@@ -213,7 +213,7 @@ bool Interpreter::State::compileScript(const FND::String& text, Analyses* follow
         isGood = runFunction(beginFunctionS);
         runsEnd = isGood;
     }
-    // What a failed compile leaves is built in part only; nothing may be bound to it.
+    // A failed compile leaves an incomplete script; nothing may be bound to it.
     if (!isGood) discardScript();
     return isGood;
 }
@@ -249,7 +249,7 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
     if (state_ == nullptr) return false;
     std::int64_t buffers = 0;
     const bool isGood = compileConditions(text, target, buffers);
-    // How long the host keeps them is not known.
+    // It is not known how long the host keeps them.
     state_->control.giveBuffer(static_cast<std::size_t>(buffers));
     return isGood;
 }
@@ -334,7 +334,7 @@ void Interpreter::print(const Node* place, std::string_view text) {
     state.hasPrinted = true;
     const bool isTaken = state.output->write(text);
     if (!isTaken) state.openFiles.failures().add(standardOutputS, errno);
-    // The standard output gives up when it has waited in vain; a host's may take its time.
+    // The standard output gives up when it has waited in vain; a host's output may take its time.
     if (!isTaken || state.output != &standardOutput()) state.control.ask(place);
 }
 
@@ -342,7 +342,7 @@ bool Interpreter::State::flushOutput(bool mayWait) {
     if (!std::exchange(hasPrinted, false)) return true;
     const auto flush = [&] {
         if (output->flush(mayWait)) return true;
-        // What would have to wait is not lost yet.
+        // Text that would have to wait is not lost yet.
         if (mayWait || errno != EAGAIN) openFiles.failures().add(standardOutputS, errno);
         return true;
     };
@@ -452,7 +452,7 @@ bool Interpreter::insertExtension(Extension* extension) {
     return contain(*this, [&] {
         if (state_ == nullptr || extension == nullptr) return false;
         if (this->extension(extension->extensionName()) != nullptr) return false;
-        // By address: a program built without type information has none to compare by name.
+        // By address: a program built without type information has no type to compare by name.
         if (&typeid(*extension) == &typeid(HostExtension) &&
             !static_cast<HostExtension&>(*extension).enter(*this)) {
             return false;

@@ -11,58 +11,58 @@ namespace SCR {
 
 /// What a host grants to the scripts of one interpreter. A script that passes `steps`, `depth`,
 /// `time` or `memory` is stopped: one error names the limit and the line, `execute` gives false,
-/// and the interpreter stays usable. The defaults are generous; every limit can be lifted.
-/// Independently of all of these no recursion reaches the end of the thread's stack.
+/// and the interpreter stays usable. The defaults are generous; every limit can be lifted. Whatever
+/// the limits are, no recursion reaches the end of the thread's stack.
 struct Limits {
-    /// In place of a limit: none.
+    /// The value that means no limit.
     static constexpr std::int64_t none = INT64_MAX;
 
     /// Turns of loops and calls of user functions in one execution.
     std::int64_t steps = none;
-    /// Calls of user functions that may be open within each other.
+    /// Nested calls of user functions.
     std::int64_t depth = 10'000;
     /// Milliseconds of wall time that one execution may take, or one compile. A search by a regular
-    /// expression that could take far longer is refused with an error; before an expression that
-    /// could take longer to compile the script is stopped.
+    /// expression that could take far longer is refused with an error; a script is stopped before
+    /// it compiles a regular expression that could take longer.
     std::int64_t time = none;
     /// Bytes of one string that a script makes. A concatenation, a line that is read and a
     /// command's output that would pass it stop the script; any other built-in function logs an
-    /// error and gives an empty string. The texts of the script itself and those of the host are
-    /// theirs to limit.
+    /// error and gives an empty string. Texts in the script itself and those of the host are not
+    /// limited.
     std::int64_t string = std::int64_t{1} << 30;
-    /// Elements of one array or hash. An element beyond it is refused like one under a negative
-    /// index, with one error an execution.
+    /// Elements of one array or hash. An element beyond the limit is refused like one under a
+    /// negative index, with one error per execution.
     std::int64_t elements = std::int64_t{1} << 28;
-    /// Bytes that the values of the script hold: the text of its strings, the elements and keys of
-    /// its containers, results on their way; what its automata take, see below; its open files, by
-    /// what their buffers take; the mutexes that the interpreter has; and the script itself, its
-    /// text and its tree. A script that comes within 1/64 of it may be stopped. The host's own
-    /// values do not count.
+    /// Bytes that the values of the script hold. These are the texts of its strings, the elements
+    /// and keys of its containers, and intermediate results; its automata (see below); the buffers
+    /// of its open files; the mutexes of the interpreter; and the text and the tree of the script.
+    /// A script that comes within 1/64 of the limit may be stopped. The host's own values do not
+    /// count.
     std::int64_t memory = std::int64_t{1} << 32;
     /// Levels of blocks, and levels of an expression, that may be nested in a script's text; a
     /// chain of operators, as in `a + b - c`, is one. A text that nests deeper does not compile.
-    /// More than `deepest` levels are never allowed: a level takes up to 200 bytes of the part of
-    /// the stack that is kept free for them.
+    /// More than `deepest` levels are never allowed: a level takes up to 200 bytes of the stack,
+    /// part of which is reserved for them.
     std::int64_t nesting = 500;
     static constexpr std::int64_t deepest = 1'000;
-    /// The levels that may be nested.
+    /// The largest number of levels.
     std::int64_t levels() const { return std::min(nesting, deepest); }
 
     /// Bytes of a script with all its includes. A larger one does not compile.
     std::int64_t source = std::int64_t{256} << 20;
-    /// The bytes that a script may have, at least 1.
+    /// The number of bytes allowed, at least 1.
     std::size_t sourceBytes() const {
         return static_cast<std::size_t>(std::max<std::int64_t>(source, 1));
     }
 
     /// States of the automaton of one regular-expression switch. A switch that needs more is split
-    /// over several of at most that many states each; one that needs many times more does not
-    /// compile.
+    /// over several automata of at most that many states each; one that needs many times more does
+    /// not compile.
     std::int64_t states = 131'072;
 
-    /// Bytes that all automata and regular expressions of a script take together, as long as it
-    /// keeps them and while they are built. A script that would pass it is stopped, mostly while it
-    /// compiles. They count against `memory` too.
+    /// Bytes that all automata and regular expressions of a script take together, while they are
+    /// built and as long as the script keeps them. A script that would pass the limit is stopped,
+    /// mostly while it compiles. They count against `memory` too.
     std::int64_t automata = std::int64_t{1} << 29;
 };
 

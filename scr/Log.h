@@ -7,8 +7,9 @@
 namespace SCR {
 
 /// The host's sink for compile errors, warnings and run-time errors. Hosts derive from it and
-/// override `log`. An interpreter never owns its log, which must outlive it, and calls it only on
-/// the thread that uses the interpreter; a log shared by interpreters of several threads must lock.
+/// override `log`. An interpreter never owns its log, which must outlive it. It calls the log only
+/// on the thread that uses the interpreter; a log shared by interpreters of several threads must
+/// lock.
 class KESTREL_API Log {
 public:
     Log() = default;
@@ -16,9 +17,10 @@ public:
     Log& operator=(const Log&) = delete;
     virtual ~Log();
 
-    /// Takes one message, without a line end. The base implementation drops it. What it throws is
-    /// dropped with the message. It may call the interpreter, which does not compile from here;
-    /// messages that arise then come in here too, up to eight within each other.
+    /// Takes one message, without a line end. The base implementation drops it. If it throws, the
+    /// exception and the message are dropped. It may call the interpreter, which does not compile
+    /// during this call. Messages that arise meanwhile are passed to it too, nested up to eight
+    /// deep.
     virtual void log(const FND::String& message, FND::Status::Severity severity);
 };
 

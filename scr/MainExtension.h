@@ -24,11 +24,11 @@ public:
     ~MainExtension() override;
 
     FND::String extensionName() const override;
-    /// The descriptor or constant `name`, or null; not to be used after the last instance is gone.
+    /// The descriptor or constant `name`, or null; do not use it after the last instance is gone.
     Variable* variable(const FND::String& name) override;
 
-    /// The descriptor of an operator for operands of the base type `code`, or null; as `variable`
-    /// gives for its name.
+    /// The descriptor of an operator for operands of the base type `code`, or null; the same one
+    /// that `variable` gives for its name.
     KESTREL_HIDDEN static const FctDescr* operatorFor(int code, Operator sign);
     /// The mutexes of the interpreter's scripts.
     KESTREL_HIDDEN ScriptMutexes& mutexes() { return *mutexes_; }

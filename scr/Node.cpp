@@ -14,7 +14,7 @@ namespace {
 struct TypeName {
     int code;
     const char* name;
-    bool declarable;  // accepted by typeIdForName
+    bool declarable;  // `typeIdForName` accepts it
 };
 
 constexpr std::array<TypeName, 12> typeNamesS{{

@@ -17,7 +17,7 @@ class Array;
 class Hash;
 class Variable;
 
-/// The parts of a type word: base codes and the two flags that may be set in a word beside a code.
+/// The parts of a type word: base codes and the two flags that may be set in a word besides a code.
 namespace TypeCode {
 inline constexpr int EdrAlias = 1;   ///< the name of a record field, passed as text
 inline constexpr int Void = 10;      ///< no value
@@ -39,12 +39,12 @@ inline constexpr int ConstFlag = 0x8000;  ///< the expression is a constant
 
 /// Base of every statement and expression of a compiled script. A statement is executed for its
 /// effect and gives a control-flow code; an expression derives from one of the typed bases below
-/// and gives its value by `result()`. A node owns its children and never the variables it uses. A
-/// tree is used by one thread at a time.
+/// and gives its value by `result()`. A node owns its children and never the variables it uses. One
+/// thread at a time uses a tree.
 class KESTREL_API Node : public InNodeMemory {
 public:
-    /// Control-flow codes of `execute`: 0 goes on with the next statement, any other code ends the
-    /// enclosing lists and loops and is handed outward; `returned` says that a return ran.
+    /// Control-flow codes of `execute`: 0 goes on with the next statement. Any other code ends the
+    /// enclosing lists and loops and is handed outward; `returned` means that a return ran.
     static constexpr std::int32_t goOn = 0;
     static constexpr std::int32_t returned = -1;
 
@@ -53,11 +53,11 @@ public:
     Node& operator=(const Node&) = delete;
     virtual ~Node();
 
-    /// Runs the node and gives a control-flow code. The base must never be reached: it says so on
-    /// standard error and ends the process.
+    /// Runs the node and gives a control-flow code. The base implementation must never be reached:
+    /// it reports that on standard error and ends the process.
     virtual std::int32_t execute();
 
-    /// Adds a child statement. True: this node owns it now. The base refuses.
+    /// Adds a child statement. True: this node owns it now. The base implementation refuses.
     virtual bool addStatement(Node* statement);
 
     /// Declares `variable` in this block. True: the block owns it now. False: the name is taken (or
@@ -74,7 +74,7 @@ public:
     /// True when executing the node is certain to end with a return statement.
     virtual bool returnsResult() const;
 
-    /// The base code of a type that scripts and messages name, or 0. Exact, case-sensitive.
+    /// The base code of a type name in scripts and messages, or 0. Exact, case-sensitive.
     static int typeIdForName(const FND::String& name);
     /// The name of a type word's base type; "Unknown" when it has none.
     static FND::String datatypeAsString(int typeWord);
@@ -86,7 +86,8 @@ public:
     static constexpr bool isLeft(int typeWord) { return (typeWord & TypeCode::LeftFlag) != 0; }
     /// Whether the constant flag is set.
     static constexpr bool isConst(int typeWord) { return (typeWord & TypeCode::ConstFlag) != 0; }
-    /// The common type of the operands of a binary operator, given as base types; 0 when none.
+    /// The common type of the operands of a binary operator, given as base types; 0 if there is
+    /// none.
     static int SuperType(int a, int b);
 };
 

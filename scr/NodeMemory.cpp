@@ -17,14 +17,14 @@ namespace SCR::NodeMemory {
 
 namespace {
 
-// Off by default under sanitizers, which are to see each allocation.
+// Off by default under sanitizers, so that they see each allocation.
 constexpr bool poolsNodesS = KESTREL_NODE_POOL != 0;
 
 constexpr std::size_t pageSizeS = 4096;
 constexpr std::size_t firstBlockSizeS = pageSizeS;
-// Of the size that processors map as one, which spares the system entering each page.
+// The size that processors map as one page, so that the system is entered only once for it.
 constexpr std::size_t lastBlockSizeS = 512 * pageSizeS;
-// What is larger has memory of its own.
+// Larger objects have memory of their own.
 constexpr std::size_t largestS = 512;
 constexpr std::size_t unitS = 8;
 
@@ -35,22 +35,22 @@ struct alignas(16) PageHead {
     Block* block;
 };
 
-// Stands in the first page of the block, behind its head.
+// Lies in the first page of the block, after its head.
 struct alignas(16) Block {
     Pool* pool;  // null once its scope has ended, and outside of every scope
     Block* next;
     std::size_t size;
-    // How many things lie in it, less those that its pool has not counted yet.
+    // The number of objects in it, less those that its pool has not counted yet.
     std::size_t used = 0;
     bool isShared = false;
 };
 
-// What was given back.
+// An object that was given back.
 struct Free {
     Free* next;
 };
 
-// How far an address lies behind a multiple of `alignment`.
+// The distance of an address from the multiple of `alignment` below it.
 std::size_t offset(const std::byte* place, std::size_t alignment) {
     return reinterpret_cast<std::uintptr_t>(place) % alignment;
 }
@@ -61,7 +61,7 @@ Block* blockOf(void* memory) {
         ->block;
 }
 
-// Blocks of the last size lie at a multiple of it.
+// A block of the last size lies at a multiple of that size.
 std::align_val_t alignmentOf(std::size_t size) {
     return std::align_val_t(size == lastBlockSizeS ? size : pageSizeS);
 }
@@ -86,7 +86,7 @@ public:
         }
     }
 
-    // Of `units` times 8 bytes.
+    // For objects of `units` times 8 bytes.
     void* take(std::size_t units) {
         Free*& free = free_[units];
         if (free != nullptr) {
@@ -94,7 +94,7 @@ public:
             ++blockOf(memory)->used;
             return memory;
         }
-        // Only what takes a multiple of 16 bytes may have to lie at one.
+        // Only objects whose size is a multiple of 16 may need an alignment of 16.
         if (units % 2 == 0) next_ += offset(next_, 16);
         const std::size_t size = units * unitS;
         if (size > static_cast<std::size_t>(pageEnd_ - next_)) [[unlikely]]
@@ -108,13 +108,13 @@ public:
     }
 
 private:
-    // The addresses of what is left of the page that is being filled; none at first.
+    // The rest of the page that is being filled; empty at first.
     std::byte* next_ = nullptr;
     std::byte* pageEnd_ = nullptr;
     std::byte* blockEnd_ = nullptr;
     std::size_t nextSize_ = firstBlockSizeS;
     Block* blocks_ = nullptr;
-    std::size_t fresh_ = 0;  // things in the first block that it does not count yet
+    std::size_t fresh_ = 0;  // objects in the first block that the block does not count yet
     std::array<Free*, largestS / unitS + 1> free_{};
 
     void countFresh() {
@@ -136,7 +136,7 @@ private:
         const std::size_t size = nextSize_;
         chargeBuffer(size);
         void* const memory = ::operator new(size, alignmentOf(size));
-        // A wish: whether it is granted makes no difference but to speed.
+        // Only a hint; without it things are merely slower.
         if (size == lastBlockSizeS) ::madvise(memory, size, MADV_HUGEPAGE);
         auto* const head = new (memory) PageHead{};
         blocks_ = head->block = new (head + 1) Block{this, blocks_, size};
@@ -152,11 +152,11 @@ namespace {
 [[gnu::tls_model("initial-exec")]] thread_local Pool* currentS = nullptr;
 [[gnu::tls_model("initial-exec")]] thread_local int scopesS = 0;
 
-// A block for things of one size that are taken outside of every scope.
+// A block for objects of one size, taken outside of every scope.
 struct SharedBlock : Block {
     SharedBlock* previous = nullptr;
     Free* free = nullptr;
-    std::byte* fresh = nullptr;  // the address of what was never taken
+    std::byte* fresh = nullptr;  // the first address never used
     std::byte* end = nullptr;
 
     bool isFull(std::size_t pieceSize) const {
@@ -164,7 +164,7 @@ struct SharedBlock : Block {
     }
 };
 
-// What is taken outside of every scope, by any thread. Blocks are freed as soon as they are empty.
+// Objects taken outside of every scope, by any thread. Blocks are freed as soon as they are empty.
 class SharedBlocks {
 public:
     void* take(std::size_t units) {
@@ -227,22 +227,23 @@ private:
 
     std::mutex mutex_;
     FND::ForkGuard guard_{FND::ForkGuard::Rank::NodeMemory, mutex_};
-    std::array<SharedBlock*, largestS / unitS + 1> open_{};  // with room, by the size of the things
+    std::array<SharedBlock*, largestS / unitS + 1>
+        open_{};  // with room, by the size of the objects
 };
 
-// Never destroyed: things may be given back while the process ends.
+// Never destroyed: objects may be given back while the process ends.
 SharedBlocks& sharedBlocks() {
     alignas(SharedBlocks) static std::byte memory[sizeof(SharedBlocks)];
     static auto* const blocks = new (memory) SharedBlocks;
     return *blocks;
 }
 
-// Made while the library is loaded: a fork must find none that is just being made.
+// Made while the library is loaded, so that a fork never finds it half made.
 [[maybe_unused]] const SharedBlocks& sharedBlocksS = sharedBlocks();
 
 std::size_t unitsOf(std::size_t bytes) { return (bytes + unitS - 1) / unitS; }
 
-// Gives back what belongs to an outer scope, or to none.
+// Gives back an object that belongs to an outer scope, or to none.
 [[gnu::noinline]] void giveOther(Block* block, void* memory, std::size_t units) noexcept {
     if (block->isShared) {
         sharedBlocks().give(*static_cast<SharedBlock*>(block), memory, units);

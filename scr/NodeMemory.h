@@ -7,28 +7,28 @@
 
 namespace SCR {
 
-/// Memory for what compiled scripts are made of: nodes, variables and the lists they hold. What is
-/// taken during one compile lies side by side in blocks of that compile, so that taking costs next
-/// to nothing and giving back counts down; a block is freed with the last thing in it, which may be
-/// long after the compile and after the interpreter.
+/// Memory for the parts of compiled scripts: nodes, variables and the lists they hold. Everything
+/// taken during one compile lies side by side in blocks of that compile. So taking costs next to
+/// nothing, and giving back only counts down. A block is freed with the last object in it, which
+/// may be long after the compile and after the interpreter.
 ///
-/// Thread rule: what one compile took is given back by one thread at a time. Different compiles
-/// share nothing.
+/// Thread rule: one thread at a time gives back the memory of one compile. Different compiles share
+/// nothing.
 namespace NodeMemory {
 
-/// `bytes` of memory, aligned for every type of that size that `new` would serve. Throws
+/// `bytes` of memory, with the alignment that `new` gives to types of that size. Throws
 /// std::bad_alloc, and `ScriptStopped` when the script being compiled may take no more.
 KESTREL_API void* take(std::size_t bytes);
-/// The same; null where that throws.
+/// The same, but null where that throws.
 KESTREL_API void* takeOrNull(std::size_t bytes) noexcept;
-/// Gives back what `take` gave for as many bytes.
+/// Gives back the memory that `take` gave for the same number of bytes.
 KESTREL_API void give(void* memory, std::size_t bytes) noexcept;
 
 class Pool;
 
-/// While it lives, what its thread takes comes from blocks of its own, which are charged to the
-/// script being compiled, for as long as that is there. What is given back meanwhile is taken
-/// again. May be nested; made and destroyed by one thread.
+/// While it lives, its thread takes memory from blocks of its own. The script being compiled is
+/// charged for them as long as it is there. Memory given back meanwhile is reused. May be nested;
+/// made and destroyed by one thread.
 class KESTREL_API Scope {
 public:
     Scope();
@@ -43,8 +43,8 @@ private:
 
 }  // namespace NodeMemory
 
-/// Base of the classes whose objects lie in that memory, one beside the other in the order in which
-/// they are made.
+/// Base of the classes whose objects lie in that memory, side by side in the order in which they
+/// are made.
 class InNodeMemory {
 public:
     static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
@@ -68,7 +68,7 @@ protected:
     ~InNodeMemory() = default;
 };
 
-/// Lets containers in nodes take their memory from where the nodes are.
+/// Lets containers in nodes take their memory from the same blocks as the nodes.
 template <class Element>
 class NodeAllocator {
 public:
@@ -78,7 +78,7 @@ public:
     template <class Other>
     NodeAllocator(const NodeAllocator<Other>& /*other*/) {}
 
-    // Elements may be pointers, as those of a deque's table are.
+    // Elements may be pointers, for example those in the table of a deque.
     // NOLINTBEGIN(bugprone-sizeof-expression)
     Element* allocate(std::size_t count) {
         static_assert(alignof(Element) <= 16);

@@ -11,7 +11,7 @@ namespace SCR {
 
 namespace {
 
-// Takes `statement` into the first empty slot of `slots`; false when all are taken.
+// Stores `statement` in the first empty slot of `slots`; false when all are in use.
 bool fillSlot(std::initializer_list<Branch*> slots, Node* statement) {
     for (Branch* slot : slots) {
         if (!*slot) {
@@ -31,7 +31,7 @@ StatementList::~StatementList() = default;
 std::int32_t StatementList::execute() { return run(); }
 
 std::int32_t StatementList::runStatements() {
-    // As much as work on so many bytes: it may hold others, and call built-ins.
+    // A statement counts as work on this many bytes: it may hold others and call built-ins.
     constexpr std::size_t workOfStatement = 512;
     constexpr std::size_t stretch = 64;
     const std::size_t size = statements_.size();
@@ -58,7 +58,7 @@ bool StatementList::addStatement(Node* statement) {
 
 void StatementList::close() {
     if constexpr (SpecialisesNodes) {
-        // What a long list takes beside its nodes is not worth it.
+        // For a long list the extra memory besides its nodes is not worth it.
         constexpr std::size_t most = 64;
         if (statements_.size() > most) return;
         steps_.reserve(statements_.size());

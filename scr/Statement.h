@@ -14,8 +14,8 @@
 
 namespace SCR {
 
-/// Base of the statements that hold others. Stands between them and `Node`, whose virtual functions
-/// are fixed in number and order.
+/// Base of the statements that hold others. A class of its own between them and `Node`, because the
+/// number and order of the virtual functions of `Node` are fixed.
 class KESTREL_API CompoundStatement : public Node {
 public:
     ~CompoundStatement() override;
@@ -32,10 +32,10 @@ public:
 
     /// Executes the statements in order up to the first that gives a code other than `goOn`.
     std::int32_t execute() override;
-    /// Appends and takes over `statement`; always true.
+    /// Appends `statement` and takes ownership of it; always true.
     bool addStatement(Node* statement) override;
     void close() override;
-    /// What `execute` does, for a caller that knows the class.
+    /// Does the same as `execute`, for a caller that knows the class.
     std::int32_t run() { return isShort() ? steps().execute() : runStatements(); }
     bool addIdentifier(const FND::String& name, Variable* variable) override;
     Variable* getIdentifier(const FND::String& name) override;
@@ -43,12 +43,12 @@ public:
     bool returnsResult() const override;
 
     const NodeList& statements() const { return statements_; }
-    /// What to run, once the block is complete; empty for a block without statements, or with very
-    /// many. See `isShort`.
+    /// The steps to run, after the block is complete; empty for a block without statements, or with
+    /// very many. See `isShort`.
     StepRange steps() const { return {steps_.data(), steps_.data() + steps_.size()}; }
 
-    /// Whether running `steps` is all that there is to do. What a longer list does counts as work,
-    /// so that it is stopped in time.
+    /// Whether running `steps` is enough. A longer list counts as work, so that it is stopped in
+    /// time.
     bool isShort() const { return !steps_.empty() && steps_.size() <= shortCM; }
 
 private:
@@ -65,10 +65,10 @@ private:
 /// Runs the first branch added when its condition holds, otherwise the second, if there is one.
 class KESTREL_API IfStatement : public CompoundStatement {
 public:
-    /// Takes over `condition`.
+    /// Takes ownership of `condition`.
     explicit IfStatement(BoolNode* condition) : condition_(condition) {}
 
-    /// A new one of the class that fits `condition`, which it takes over.
+    /// A new one of the class that fits `condition`; takes ownership of it.
     static std::unique_ptr<IfStatement> make(std::unique_ptr<BoolNode> condition);
 
     std::int32_t execute() override;
@@ -93,7 +93,7 @@ private:
 /// Repeats its body as long as its condition holds.
 class KESTREL_API WhileStatement final : public CompoundStatement {
 public:
-    /// Takes over `condition`; reports every turn to `control`, if there is one.
+    /// Takes ownership of `condition`; reports every turn to `control`, if there is one.
     explicit WhileStatement(BoolNode* condition, RunControl* control = nullptr)
         : condition_(condition), control_(control) {}
 
@@ -114,7 +114,7 @@ public:
     /// Reports every turn to `control`, if there is one.
     explicit DoStatement(RunControl* control = nullptr) : control_(control) {}
 
-    /// Takes over the condition, which is parsed after the body.
+    /// Takes ownership of the condition, which is parsed after the body.
     void condition(BoolNode* condition) { condition_ = Condition(condition); }
 
     std::int32_t execute() override;
@@ -136,12 +136,12 @@ public:
     /// Reports every turn to `control`, if there is one.
     explicit ForLoop(RunControl* control = nullptr) : control_(control) {}
 
-    /// Takes over the condition.
+    /// Takes ownership of the condition.
     void condition(BoolNode* condition) { condition_ = Condition(condition); }
 
     /// All of init, condition, update and body must be present.
     std::int32_t execute() override;
-    /// Takes the update, then the init, then the body, the order in which the parser has them;
+    /// Takes the update, then the init, then the body, in the order in which the parser has them;
     /// refuses any further statement.
     bool addStatement(Node* statement) override;
     void close() override;
@@ -157,7 +157,7 @@ private:
 /// Stores the return value, if there is one, and ends the function.
 class KESTREL_API ReturnStatement final : public Node {
 public:
-    /// Takes over the assignment to the function's return variable; null returns no value.
+    /// Takes ownership of the assignment to the function's return variable; null returns no value.
     explicit ReturnStatement(Node* value) : value_(value) {}
 
     /// The assignment; null when no value is returned.

@@ -35,10 +35,10 @@ std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
     return label;
 }
 
-// What a label takes in a map, with its share of the map's own table.
+// The memory of a label in a map, with its share of the map's own table.
 constexpr std::size_t labelBytesS = 80;
 
-// What a switch mostly computes itself.
+// The usual computed selector.
 using SelectorPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongRemainder>;
 
 template <class Operand>
@@ -184,7 +184,7 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
     return ends;
 }
 
-// Few labels are mostly told apart by their ends.
+// When there are few labels, they usually differ at their ends.
 inline std::size_t StringSwitchCase::placeOf(const FND::String& label, const Ends& ends) const {
     constexpr std::size_t few = 64;
     if (lastSlot_ >= few) [[unlikely]]

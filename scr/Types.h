@@ -5,9 +5,9 @@
 
 namespace SCR {
 
-/// What the templates of this system need to know of a value type of the language: its base code,
-/// the value, how it is passed (`Argument`), its node bases and its variable, and the null value
-/// that a call without a return gives.
+/// What the templates of this system need to know about a value type of the language: its base
+/// code, the value, how it is passed (`Argument`), its node bases and its variable, and the null
+/// value that a call without a return gives.
 template <int code, class ValueT, class ArgumentT, class NodeT, class DataNodeT, class VariableT>
 struct ValueType {
     static constexpr int typeCode = code;

@@ -20,14 +20,14 @@ namespace SCR {
 
 namespace {
 
-// Larger than the C library's own buffers: reading lines takes a sixth less time.
+// Larger than the C library's own buffers: reading lines takes a sixth less time this way.
 constexpr std::size_t bufferSizeS = 32 * 1024;
 
-// What an open stream takes: with its buffer and the C library's own part of it.
+// The memory of an open stream: its buffer and the C library's own part.
 constexpr std::size_t streamBytesS = bufferSizeS + 2048;
 
-// Whether the C library knows the coding that a mode names after ",ccs=". It is asked with a file
-// that is always there.
+// Whether the C library knows the coding that a mode names after ",ccs=". It is tried on a file
+// that always exists.
 bool isKnownCoding(std::string_view coding) {
     std::FILE* const stream = std::fopen("/dev/null", ("r" + FND::String(coding)).c_str());
     if (stream == nullptr) return false;
@@ -43,13 +43,13 @@ std::FILE* openStream(const FileAccess& files, const FND::String& name, const ch
     return stream;
 }
 
-// What a mode asks for, written as short as can be: one of "r", "w" and "a" and then "+", "x" and
-// "e". Of the letters after the first the C library reads six and passes over those that mean
-// nothing to it. Conversions would make of the stream one that takes no bytes, and maps end the
-// process as a file shrinks: those are left out. False for what the C library does not take.
+// The shortest mode with the same meaning: one of "r", "w" and "a" and then "+", "x" and "e". Of
+// the letters after the first the C library reads six and ignores those that mean nothing to it.
+// Two features are left out: a stream with conversions takes no bytes, and a mapped file ends the
+// process when it shrinks. False for a mode that the C library does not take.
 bool readMode(const FND::String& mode, FND::String& read) {
     constexpr std::size_t most = 7;
-    constexpr std::size_t longest = 1024;  // no name of a coding comes after that
+    constexpr std::size_t longest = 1024;  // no name of a coding comes after this length
     const std::string_view given(mode.c_str(), strnlen(mode.c_str(), longest));
     if (given.empty() || std::string_view("rwa").find(given.front()) == std::string_view::npos) {
         return false;

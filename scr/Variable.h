@@ -16,17 +16,17 @@ namespace SCR {
 class FileAccess;
 class OpenFiles;
 
-/// Named storage of a script: a type word and a value. Owned by the scope that declared it (block,
-/// function, interpreter, extension) or by the container that cloned it. Its value persists from
-/// one execution to the next. One thread at a time; constants may be read by any number.
+/// Named storage of a script: a type word and a value. It is owned by the scope that declared it
+/// (block, function, interpreter, extension) or by the container that cloned it. Its value persists
+/// from one execution to the next. One thread at a time; any number of threads may read a constant.
 class KESTREL_API Variable : public InNodeMemory {
 public:
     explicit Variable(int typeWord) : dataType_(typeWord) {}
     Variable& operator=(const Variable&) = delete;
     virtual ~Variable();
 
-    /// A new variable of the same class with a copy of all that this one has, owned by the caller.
-    /// Implemented by the copy constructor, so that no member is forgotten.
+    /// A new variable of the same class, owned by the caller, with a copy of everything in this
+    /// one. Implemented by the copy constructor, so that no member is forgotten.
     virtual Variable* clone() const = 0;
 
     int dataType() const { return dataType_; }
@@ -46,7 +46,7 @@ class ScalarVariable : public Variable {
 public:
     /// An assignable variable with the type's empty value.
     ScalarVariable() : Variable(code | TypeCode::LeftFlag) {}
-    /// A variable with a value; a constant can be read but not be assigned by a script.
+    /// A variable with a value; scripts can read a constant but not assign to it.
     explicit ScalarVariable(const Value& value, bool isConstant = false)
         : Variable(code | (isConstant ? TypeCode::ConstFlag : TypeCode::LeftFlag)), value_(value) {}
 
@@ -123,22 +123,22 @@ public:
     /// Replaces the handle without closing the one held before.
     void stream(std::FILE* stream) { stream_ = stream; }
 
-    /// Opens the file `name` with the C stream mode `mode`, in place of the stream held, which is
-    /// closed. False, with errno set, when that fails. Takes the modes that the C library takes;
-    /// whatever they ask for, bytes are not converted, files are not mapped into memory, and
+    /// Opens the file `name` with the C stream mode `mode`; closes the stream held before. False,
+    /// with errno set, when that fails. Takes the modes that the C library takes. Whatever they ask
+    /// for, bytes are not converted, files are not mapped into memory, and programs that the
+    /// process starts do not inherit the file.
     /// programs that the process starts do not inherit the file.
-    ///
-    /// `openFiles` are those of the interpreter whose script opens it; this file is one of them
-    /// then until it is closed, and must be closed or destroyed before them. What it takes is
-    /// charged. Where opening or using the file keeps the script waiting, as a pipe may, that fails
-    /// once the script has to stop; without `openFiles` the stream waits as any does. `files` are
-    /// those that may be opened, null for any.
+    /// `openFiles` are the open files of the interpreter whose script opens this one. Until it is
+    /// closed, this file is one of them and its memory is charged; it must be closed or destroyed
+    /// before them. When opening or using the file makes the script wait, as a pipe may, the
+    /// operation fails once the script has to stop; without `openFiles` the stream waits like any
+    /// other. `files` are the files that may be opened, null for any.
     bool open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles = nullptr,
               const FileAccess* files = nullptr);
-    /// Writes out what is buffered and closes the stream, if one is held. What was not written, now
-    /// or before, is noted as a failure of `openFiles`.
+    /// Writes out what is buffered and closes the stream, if there is one. Bytes that were not
+    /// written, now or before, are noted as a failure in `openFiles`.
     void close() noexcept;
-    /// Says that bytes were not written, with the cause as errno tells it.
+    /// Reports that bytes were not written; errno holds the cause.
     void noteFailure(int error) {
         if (error_ == 0) error_ = error;
     }
@@ -150,10 +150,10 @@ private:
     friend class OpenFiles;
 
     std::FILE* stream_ = nullptr;
-    std::unique_ptr<char[]> buffer_;  // of the stream, if it is that of a regular file
-    FND::String name_;                // of the file that is open
+    std::unique_ptr<char[]> buffer_;  // of the stream, if it is a regular file
+    FND::String name_;                // of the open file
     int error_ = 0;                   // of the first write that failed
-    OpenFiles* openFiles_ = nullptr;  // those that this file is one of
+    OpenFiles* openFiles_ = nullptr;  // those that this file belongs to
     FileVariable* previous_ = nullptr;
     FileVariable* next_ = nullptr;
 };

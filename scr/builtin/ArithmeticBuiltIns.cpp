@@ -77,7 +77,7 @@ private:
     FND::Decimal result_;
 };
 
-// What an operation does as a link of a chain.
+// An operation as a link of a chain.
 template <class Type, class Operation>
 typename OperatorChain<Type>::Link linkOf() {
     using Chain = OperatorChain<Type>;
@@ -96,7 +96,7 @@ typename OperatorChain<Type>::Link linkOf() {
     return link;
 }
 
-// A text that is collected while script code runs.
+// A text that is put together while script code runs.
 class HeldText {
 public:
     const FND::String& text() const { return text_; }
@@ -117,8 +117,8 @@ private:
     FND::String text_;
 };
 
-// Strings one after the other, of which any but the first may run script code, and with it change
-// the variables of those before it or this very node's result.
+// Strings one after the other. Any but the first may run script code, which can change the
+// variables of those before it or the result of this very node.
 class HeldConcatenation final : public StringNode {
 public:
     HeldConcatenation(RunControl& control, std::unique_ptr<Node> first) : control_(control) {
@@ -166,7 +166,7 @@ struct DecimalFactory {
     }
 };
 
-// Takes a pair of variables and constants on either side into the node.
+// Moves a pair of variables and constants on either side into the node.
 template <class Operation>
 struct LongFactory {
     using Any = AnyOperand<LongType>;

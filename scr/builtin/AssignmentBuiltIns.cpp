@@ -13,7 +13,7 @@ namespace SCR {
 
 namespace {
 
-// The store into a named variable. What it gives is what the variable holds after the store.
+// The store into a named variable. Its value is what the variable holds after the store.
 template <class Type, class Operand>
 class VariableAssignment final : public Type::Node {
 public:
@@ -34,7 +34,7 @@ public:
         }
     }
 
-    // What it does, as data. For operands that lie in storage, and sums and differences of them.
+    // The effect as data, for operands that lie in storage and for sums and differences of them.
     LongStep step() const {
         if constexpr (requires { value_.storage(); }) {
             return {target_, value_.storage()};
@@ -61,7 +61,7 @@ bool findStepOfPair(PairList<Pairs...> /*pairs*/, const Node& node, LongStep& st
     return (findStep<Pairs>(node, step) || ...);
 }
 
-// The store of a variable's own text with something behind it.
+// Appends something to a variable's own text.
 class AppendAssignment final : public StringNode {
 public:
     AppendAssignment(FND::String& target, std::unique_ptr<StringSum> sum)
@@ -83,7 +83,7 @@ private:
 };
 
 // The store into any other target. `rereads`: the target may run script code, so reading it again
-// can be observed, and a reference to the value does not outlive finding the target's storage.
+// can be observed, and finding the target's storage may invalidate a reference to the value.
 // `Target` is the class of the target, or a base of it.
 template <class Type, class Target, class Operand, bool rereads>
 class TargetAssignment final : public Type::Node {
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    // Gives the value stored; a reference only to what outlives the call.
+    // Gives the value stored; a reference only to something that outlives the call.
     std::conditional_t<Type::byReference, void, typename Type::Value> store() {
         if constexpr (rereads) {
             const HeldCopy<typename Type::Value> held(value_.value());
@@ -131,7 +131,7 @@ private:
     Operand value_;
 };
 
-// An element of a named container is set to its own value and a constant: `Access` finds it once.
+// Sets an element of a named container to its own value and a constant: `Access` finds it once.
 template <class Access, class Operation>
 class ElementUpdate final : public LongNode {
 public:
@@ -151,8 +151,8 @@ public:
         return value;
     }
 
-    // The node for the assignment of `value` to `target` if both are what they must be, taken over
-    // then; otherwise null.
+    // The node for the assignment of `value` to `target`, which then owns both, if both have the
+    // right form; otherwise null.
     static Node* make(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
         const Node& left = *target;
         const Node& right = *value;
@@ -217,8 +217,8 @@ public:
                 return makeWithLeaf(std::move(value));
             }
         }
-        // A target that may run script code is evaluated again after the store, as its value is
-        // asked for, and may change what a reference to the value refers to.
+        // A target that may run script code is evaluated again after the store, since its value is
+        // used, and may change the object that a reference to the value refers to.
         if (isTargetActive) {
             using Any = AnyOperand<Type>;
             return new TargetAssignment<Type, typename Type::DataNode, Any, true>(
@@ -242,7 +242,7 @@ public:
     }
 };
 
-// Gives the handle just stored; the sub-type stays the target's.
+// Gives the handle just stored; the target keeps its sub-type.
 class AdtAssignment final : public AdtNode {
 public:
     AdtAssignment(std::unique_ptr<AdtDataNode> target, std::unique_ptr<AdtNode> value)

@@ -8,7 +8,7 @@ namespace SCR {
 
 namespace {
 
-// Splits off the text before the first of `separators` and drops it with the separator.
+// Removes the text before the first of `separators`, and the separator, and returns that text.
 std::string_view cut(std::string_view& text, std::string_view separators) {
     const std::size_t end = std::min(text.find_first_of(separators), text.size());
     const std::string_view head = text.substr(0, end);
@@ -34,7 +34,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     bool isVariadic = false;
     bool isActive = builtIn.changesContainer;
     int flags = 0;
-    // What is left is words: markers, types each followed by the argument's name, and punctuation.
+    // Only words are left: markers, types each followed by the argument's name, and punctuation.
     bool isName = false;
     while (!text.empty()) {
         std::string_view word = cut(text, " ,)");

@@ -20,13 +20,13 @@ struct BuiltIn {
     std::string_view signature;
     FctDescr::Factory factory = nullptr;
     Effect effects = Effect::None;
-    /// Whether it changes a container that is passed to it.
+    /// Whether it changes a container passed to it.
     bool changesContainer = false;
-    /// Whether it is an operator that goes on a chain; see `FctDescr`.
+    /// Whether it is an operator that extends a chain; see `FctDescr`.
     bool isChained = false;
-    /// What it does, for the manual: sentences in Markdown.
+    /// The manual text: sentences in Markdown.
     std::string_view manual;
-    /// A condition that holds, or statements, run by the tests.
+    /// A condition that holds, or statements; the tests run it.
     std::string_view example;
 };
 

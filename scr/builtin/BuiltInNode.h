@@ -18,14 +18,14 @@
 
 namespace SCR {
 
-// Operand types of a built-in beside the value types of the language and the containers
+// Operand types of a built-in besides the value types of the language and the containers
 // `SCR::Array` and `SCR::Hash`.
 
 /// An argument that may be left out.
 template <class Type>
 struct Optional {};
 
-/// The type that an argument has if it is given.
+/// The type of the argument if it is given.
 template <class Operand>
 struct ValueOf {
     using Type = Operand;
@@ -47,8 +47,8 @@ struct VoidType {
     using Node = VoidNode;
 };
 
-/// How a built-in node holds one operand. `Argument` is what `value` receives; `Held` keeps it over
-/// the evaluation of later operands that may change what a reference refers to.
+/// How a built-in node holds one operand. `Argument` is what `value` receives; `Held` keeps it
+/// while later operands are evaluated that may change what a reference refers to.
 template <class Type>
 struct OperandSlot {
     using Node = typename Type::Node;
@@ -63,7 +63,7 @@ struct OperandSlot {
     const typename Type::Value* storage = nullptr;  // by `storageOf`
 };
 
-/// An argument left out is an empty optional, or for types passed by reference a null pointer.
+/// An argument left out is an empty optional, or a null pointer for types passed by reference.
 template <class Type>
 struct OperandSlot<Optional<Type>> {
     using Node = typename Type::Node;
@@ -169,13 +169,13 @@ template <class Derived, class Signature>
 class BuiltInNode;
 
 /// The node of a built-in: holds the operands, evaluates them left to right and calls
-/// `Derived::value(interpreter, arguments...)`, a static function or a member. One that gives a
-/// String is called with the string to fill as well, `value(interpreter, result, arguments...)`,
-/// which holds the node's last result: it is to be replaced, and reusing its room spares
-/// allocations. No argument refers to it.
+/// `Derived::value(interpreter, arguments...)`, a static function or a member. For a String result
+/// it calls `value(interpreter, result, arguments...)` with the string to fill. That string holds
+/// the node's last result and must be replaced; reusing its memory saves allocations. No argument
+/// refers to it.
 ///
-/// An argument passed by reference stays what it was when it was evaluated, even if a later operand
-/// runs script code that assigns to its variable.
+/// An argument passed by reference keeps the value that it was evaluated to, even if a later
+/// operand runs script code that assigns to its variable.
 template <class Derived, class Result, class... Operands>
 class BuiltInNode<Derived, Result(Operands...)> : public Result::Node {
 public:
@@ -202,7 +202,7 @@ public:
     }
 
 protected:
-    /// A node with its operands popped from the stack; for factories of the derived class's own.
+    /// A node whose operands are popped from the stack; for a derived class's own factory.
     static std::unique_ptr<Derived> build(Interpreter& interpreter, ParserStack& stack) {
         auto node = std::make_unique<Derived>();
         node->interpreter_ = &interpreter;
@@ -225,7 +225,7 @@ private:
     struct NoValue {};
     using Stored = std::conditional_t<isReference, Value, NoValue>;
 
-    // Long texts are work, whatever is done with them.
+    // Long texts count as work, whatever the built-in does with them.
     static void count(const FND::String& text) { countString(text.size()); }
     static void count(const FND::String* text) {
         if (text != nullptr) countString(text->size());

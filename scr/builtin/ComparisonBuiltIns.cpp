@@ -74,8 +74,8 @@ private:
     Right right_;
 };
 
-// String, Decimal and Date: right, then left. `Held` is how the right operand's value is kept while
-// the left one is evaluated.
+// String, Decimal and Date: right, then left. `Held` keeps the right operand's value while the left
+// one is evaluated.
 template <class Operation, class Held, class Left, class Right>
 class BackwardComparison final : public BoolNode {
 public:
@@ -138,7 +138,8 @@ public:
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         if constexpr (std::is_same_v<Type, StringType>) {
-            // The left operand may change what a reference to the right one's value refers to.
+            // The left operand may change the object that a reference to the right one's value
+            // refers to.
             if (isLeftActive) {
                 using Any = AnyOperand<Type>;
                 return new BackwardComparison<Operation, FND::String, Any, Any>(

@@ -21,8 +21,9 @@ public:
     std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
                                      const FND::String& file) override;
 
-    /// The expression. Compiled at once when a call is evaluated before, as by a host that tries
-    /// out a condition when it gets it; one that is not valid then matches nothing.
+    /// The expression. Compiled at once when a call is evaluated earlier, for example by a host
+    /// that tries out a condition as soon as it gets it. An invalid expression matches nothing
+    /// then.
     const RegExpr& expression() {
         if (!expression_) [[unlikely]]
             compile();

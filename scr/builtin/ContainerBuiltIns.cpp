@@ -16,7 +16,7 @@ namespace SCR {
 
 namespace {
 
-// Containers are null where there is none, as the element of another one under a negative index.
+// A container is null when it does not exist, such as an element under a negative index.
 
 struct ArraySize final : BuiltInNode<ArraySize, LongType(Array)> {
     static long value(Interpreter& /*interpreter*/, const Array* array) {
@@ -40,7 +40,7 @@ struct HashClear final : BuiltInNode<HashClear, VoidType(Hash)> {
     }
 };
 
-// Something that is asked of a hash and a key. The key is evaluated before the hash.
+// A question about a hash and a key. The key is evaluated before the hash.
 template <class Question, class Key>
 class KeyNode final : public BoolNode {
 public:
@@ -68,7 +68,7 @@ private:
 
     const std::unique_ptr<HashNode> hash_;
     const Key key_;
-    const bool copiesKey_;  // evaluating the hash may change what the key refers to
+    const bool copiesKey_;  // evaluating the hash may change the text that the key refers to
 };
 
 template <class Question>
@@ -120,10 +120,10 @@ public:
     }
 
 private:
-    // What `Hash::keys` takes.
+    // The memory that `Hash::keys` takes.
     static std::size_t sortingBytes(const Hash& hash) { return hash.size() * 3 * sizeof(void*); }
 
-    // Evaluating the array may run script code, which may end the hash.
+    // Evaluating the array may run script code, which may destroy the hash.
     long resultByCopy(const Hash* hash) {
         using Copy = HeldCopy<FND::String>;
         const std::size_t size = hash != nullptr ? hash->size() : 0;
@@ -145,7 +145,7 @@ private:
         return store(*array, keys);
     }
 
-    // Writes into the elements that are there, to spare their memory.
+    // Writes into existing elements, to reuse their memory.
     long store(Array& array, const std::vector<const FND::String*>& keys) {
         unsigned long count = 0;
         for (const FND::String* key : keys) {

@@ -14,8 +14,8 @@ namespace {
 
 using FND::DateTime;
 
-/// Where the first "%L" in `format` has its letter; `npos` without one. By it a script asks for
-/// local time; it shows the name of the zone.
+/// The position of the letter of the first "%L" in `format`; `npos` if there is none. With "%L" a
+/// script asks for local time; it shows the name of the zone.
 std::size_t findLocal(const FND::String& format) {
     std::size_t letter = FND::String::npos;
     inPieces(format.size(), [&](std::size_t begin, std::size_t end) {
@@ -37,15 +37,15 @@ DateTime::Zone zoneFor(std::size_t letter) {
 /// A format that is not long.
 class DateFormat {
 public:
-    /// The format that the library's directives express, in storage of this object or `format`
-    /// itself; `zone` tells whose clock it is for.
+    /// The format in the directives of the library, stored in this object or `format` itself;
+    /// `zone` tells whose clock it is for.
     const FND::String& directives(const FND::String& format, DateTime::Zone& zone) {
         if (&format != constant_) return find(format, zone);
         zone = constantZone_;
         return constantZone_ == DateTime::Zone::Utc ? format : local_;
     }
 
-    /// Finds out once what there is to know of `format`, which stays as it is and outlives this.
+    /// Looks at `format` once; it must not change and must outlive this object.
     void fix(const FND::String& format) {
         find(format, constantZone_);
         constant_ = &format;
@@ -66,7 +66,7 @@ private:
     DateTime::Zone constantZone_{};
 };
 
-/// A function of an operand and a format, which is mostly a constant.
+/// A function of an operand and a format, usually a constant.
 template <class Derived, class Signature>
 class DateFunction;
 template <class Derived, class Result, class Operand>
@@ -138,11 +138,11 @@ public:
     }
 
 private:
-    // Only a fraction of a second has any number of digits, and they do not count.
+    // Only a fraction of a second has any number of digits, and those are ignored.
     static DateTime parse(const FND::String& text) {
         if (!isLong(text.size())) [[likely]]
             return DateTime::parse(text);
-        constexpr std::size_t enough = 32;  // for what stands before and after them
+        constexpr std::size_t enough = 32;  // for what stands before and after the digits
         const std::string_view view = text;
         const std::size_t sign = view.substr(0, enough).find_first_of(".,");
         if (sign == std::string_view::npos) return FND::INVALID_DATETIME;

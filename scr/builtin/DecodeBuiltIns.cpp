@@ -15,11 +15,12 @@ namespace SCR {
 
 namespace {
 
-/// Selects by a table of constants, which is built when the call is compiled.
+/// Selects from a table of constants, which is built when the call is compiled.
 template <class Type>
 class Decode final : public Type::Node {
 public:
-    /// The arguments of a function that takes any number of them come unchecked, types and all.
+    /// A function that takes any number of arguments gets them unchecked, together with their
+    /// types.
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
         const int count = stack.topNumParams();
         if (count < descriptor.minimum()) {
@@ -72,7 +73,7 @@ private:
         return true;
     }
 
-    // Of entries with one key the first stays.
+    // Of several entries with the same key the first one stays.
     void sortTable() {
         std::stable_sort(table_.begin(), table_.end(), [](const Entry& left, const Entry& right) {
             return left.first < right.first;

@@ -14,15 +14,15 @@ namespace SCR {
 
 namespace {
 
-// Gives `isDone`. What failed may have waited in vain until the script had to stop, which it does
-// here then.
+// Gives `isDone`. A failed operation may have waited in vain until the script had to stop; the
+// script stops here then.
 bool orStop(Interpreter& interpreter, const Node* place, bool isDone) {
     if (!isDone) interpreter.runControl().ask(place);
     return isDone;
 }
 
-// A function that is given the names of files: it may use those that the script might when it was
-// compiled.
+// A function that takes the names of files. It may use the files that the script was allowed to use
+// when it was compiled.
 template <class Derived, class Signature>
 class NamedFileFunction : public BuiltInNode<Derived, Signature> {
 public:
@@ -107,14 +107,14 @@ private:
         return true;
     }
 
-    FND::String text_;  // written last, kept for its room
+    FND::String text_;  // the last one written; keeps its memory
 };
 
 struct FileReadLine final
     : BuiltInNode<FileReadLine, BoolType(FileType, Out<StringType>, LongType)> {
     bool value(Interpreter& interpreter, FileData& file, StringDataNode& out, long maxLength) {
         if (maxLength <= 0) return false;
-        // A byte more than is granted tells that a line is too long.
+        // One byte more than allowed shows that a line is too long.
         const long granted = interpreter.limits().string;
         if (maxLength > granted) maxLength = granted + 1;
         const FND::String* const line = file.nextLine(static_cast<unsigned long>(maxLength));

@@ -10,7 +10,7 @@ namespace SCR {
 
 namespace {
 
-/// The magnitude of `number`, that of the smallest Long included.
+/// The magnitude of `number`; works for the smallest Long too.
 unsigned long magnitudeOf(long number) {
     const auto bits = static_cast<unsigned long>(number);
     return number < 0 ? 0 - bits : bits;
@@ -21,10 +21,10 @@ int placesOf(std::optional<long> places, long absent) {
     return static_cast<int>(std::clamp<long>(places.value_or(absent), 0, FND::Decimal::maxScaleCM));
 }
 
-/// The number of places of decimal texts when the script asks for none.
+/// The number of places of decimal texts when the script gives none.
 constexpr long textPlacesS = 6;
 
-/// The first byte of `separator`; a point when there is none.
+/// The first byte of `separator`; a point when it is empty.
 char separatorOf(const FND::String* separator) {
     return separator == nullptr || separator->empty() ? '.' : separator->front();
 }
@@ -136,7 +136,8 @@ public:
 private:
     using Mode = FND::Decimal::RoundingMode;
 
-    /// The mode that one of the constants ROUND_PLAIN, ROUND_UP, ROUND_DOWN, ROUND_BANKERS means.
+    /// The mode that one of the constants ROUND_PLAIN, ROUND_UP, ROUND_DOWN, ROUND_BANKERS stands
+    /// for.
     static Mode modeOf(long mode) {
         switch (mode) {
             case 1:

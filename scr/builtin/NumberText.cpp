@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view blanksS = " \t\n\v\f\r";
 
-/// Cuts white space and a sign off the front of `text`; true when the sign is a minus.
+/// Removes white space and a sign from the front of `text`; true when the sign is a minus.
 bool cutSign(std::string_view& text) {
     text = withoutFront(text, blanksS);
     const bool isNegative = text.starts_with('-');
@@ -22,14 +22,14 @@ bool cutSign(std::string_view& text) {
 
 enum class Digits { None, Some, TooMany };
 
-/// Reads the digits of `base` at the front of `text` into `value`, which is 0 without any and the
-/// largest when there are too many.
+/// Reads the digits of `base` at the front of `text` into `value`: 0 if there are none, the largest
+/// value if there are too many.
 Digits readDigits(std::string_view text, int base, unsigned long& value) {
     value = 0;
     if (isLong(text.size())) [[unlikely]] {
         const std::string_view digits = withoutFront(text, '0');
         const bool hasZero = digits.size() < text.size();
-        // More than any number has.
+        // More digits than any number has.
         const Digits found = readDigits(digits.substr(0, 100), base, value);
         return found == Digits::None && hasZero ? Digits::Some : found;
     }
@@ -60,12 +60,12 @@ std::optional<unsigned long> readHex(std::string_view text) {
     return isNegative && digits == Digits::Some ? 0 - value : value;
 }
 
-// Of a long text only zeros at the front can be many, and digits of the fraction, of which all but
-// the first only tell whether they are zeros.
+// A long text can only have many zeros at the front, or many digits in the fraction. Of those only
+// the first ones matter, and whether the others are all zeros.
 FND::Decimal readDecimal(std::string_view text) {
     if (!isLong(text.size())) [[likely]]
         return FND::Decimal::fromString(text);
-    constexpr std::size_t enough = 500;  // for all digits that a number has, and all its places
+    constexpr std::size_t enough = 500;  // for all digits and all places of a number
     text = withoutBack(withoutFront(text, blanksS), blanksS);
     FND::String number;
     if (text.starts_with('-') || text.starts_with('+')) {

@@ -13,17 +13,17 @@
 
 namespace SCR {
 
-/// Whether the operator that takes the two topmost operands of `stack` is to go on a chain, as the
+/// Whether the operator for the two topmost operands of `stack` should go on a chain, because the
 /// row of operators on its left is long.
 inline bool isChainDue(const ParserStack& stack) {
-    constexpr int longest = 8;  // operators, and levels that their operands may have
+    constexpr int longest = 8;  // operators, and levels of their operands
     return stack.traits(1).operators >= longest || stack.traits(1).depth >= longest;
 }
 
-/// A row of operators of one type, as in `a + b - c`, of which each takes what the ones before it
-/// gave: evaluated in a loop, so that the row may have any length. Short rows are pairs of operands
-/// within pairs, which are faster; a chain goes on from such a pair. So the levels of nodes stay as
-/// few as the levels of the expression, but for some.
+/// A row of operators of one type, as in `a + b - c`, each of which takes the result of those
+/// before it. It is evaluated in a loop, so the row may have any length. Short rows are nested
+/// pairs of operands instead, which are faster; a chain starts from such a pair. So nodes nest
+/// hardly deeper than the expression itself.
 template <class Type>
 class OperatorChain final : public Type::Node {
 public:
@@ -32,16 +32,17 @@ public:
 
     /// An operator and the operand on its right.
     struct Link {
-        /// Evaluates the operand and changes `left`, the value of all before it.
+        /// Evaluates the operand and changes `left`, the value of everything before it.
         void (*apply)(Value& left, Operand& right) = nullptr;
-        /// In its place, for an operator that evaluates its operand before all that is on its left,
-        /// and nothing of that when it is zero: the result, with a zero for any `left` then.
+        /// Used instead by an operator that evaluates its operand before everything on its left,
+        /// and nothing on its left when the operand is zero. Gives the result; `left` is any zero
+        /// then.
         Value (*divide)(const Value& left, const Value& right) = nullptr;
         std::unique_ptr<Operand> right;
     };
 
-    /// Pops the two topmost operands of `stack` and makes a chain of them; when the left one is a
-    /// chain, that, one link longer. `link` has no operand yet.
+    /// Pops the two topmost operands of `stack` and makes a chain of them; when the left one
+    /// already is a chain, appends a link to it. `link` has no operand yet.
     static Node* make(ParserStack& stack, Link link) {
         link.right = stack.pop<Operand>();
         std::unique_ptr<Node> left = stack.pop<Node>();
@@ -57,7 +58,7 @@ public:
     }
 
     typename Type::Argument result() override {
-        // A function that calls itself may evaluate this node while it is evaluated.
+        // A function that calls itself may evaluate this node again meanwhile.
         result_ = divisions_ == 0 ? valueOfRow() : valueWithDivisions();
         return result_;
     }
@@ -66,14 +67,14 @@ private:
     explicit OperatorChain(std::unique_ptr<Node> first)
         : first_(static_cast<Operand*>(first.release())) {}
 
-    // The divisors of one evaluation, filled from the last on.
+    // The divisors of one evaluation; filled from the last one on.
     class Divisors {
     public:
         explicit Divisors(std::size_t count)
             : charge_(count > fewCM ? blockBytes(count * sizeof(Value)) : 0),
               many_(count > fewCM ? std::make_unique<Value[]>(count) : nullptr),
               next_(many_ ? many_.get() + count : few_.data() + fewCM) {}
-        // Whether it is zero.
+        // Whether the divisor is zero.
         bool push(const Value& divisor) { return (*--next_ = divisor) == Type::null(); }
         const Value& pop() { return *next_++; }
 
@@ -86,7 +87,7 @@ private:
         Value* next_;
     };
 
-    // Chains may be nested as deep as expressions: the frames of these two are kept small.
+    // Chains may nest as deep as expressions, so the frames of these two are kept small.
     [[gnu::noinline]] Value valueOfRow() {
         Value value = first_->result();
         for (std::size_t i = 0; i < links_.size(); ++i) {

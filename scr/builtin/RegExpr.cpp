@@ -12,17 +12,17 @@ namespace SCR {
 
 namespace {
 
-// Bytes that the library may take for one expression.
+// Bytes that the library may use for one expression.
 constexpr std::int64_t mostMemoryS = std::int64_t{8} << 20;
-// The library refuses an expression of more items, after having taken whatever it needs to find
-// out.
+// The library refuses an expression with more items, but first takes all the memory that it needs
+// to find out.
 constexpr std::size_t mostItemsS = std::size_t{1} << 20;
-// It can not be interrupted, and parts that may be left out make it take time in proportion to
-// their number and to the size of the whole. An expression of more than these nanoseconds is not
+// Compiling cannot be interrupted. Optional parts make it take time in proportion to their number
+// and to the size of the whole. An expression that may take more than these nanoseconds is not
 // tried.
 constexpr std::size_t mostNanosecondsS = 5'000'000'000;
 
-// Mostly it is compiled once or twice.
+// Usually it is compiled once or twice.
 std::size_t nanosecondsToCompile(const RegExprSize& size) {
     return 2 * size.instructions * (300 + size.loops);
 }
@@ -47,13 +47,13 @@ std::unique_ptr<re2::RE2> compile(std::string_view pattern, std::int64_t memory)
                                       options(memory));
 }
 
-// Whether alternatives may begin with a common byte above 127. The library takes such a beginning
-// out of them, looks for it in UTF-8, and finds nothing.
+// Whether alternatives may begin with a common byte above 127. The library factors out such a
+// beginning, looks for it in UTF-8, and finds nothing.
 bool mayShareHighByte(std::string_view pattern) {
     if (pattern.find('|') == std::string_view::npos) return false;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         if (static_cast<unsigned char>(pattern[i]) > 127) return true;
-        // An escape may stand for one.
+        // The byte may be written as an escape.
         constexpr std::string_view numbers("x01234567");
         if (pattern[i] == '\\' && i + 1 < pattern.size() &&
             numbers.find(pattern[i + 1]) != std::string_view::npos)
@@ -62,7 +62,7 @@ bool mayShareHighByte(std::string_view pattern) {
     return false;
 }
 
-// What matches the same and has no beginning that the library could take out: the second
+// An equal expression without a common beginning that the library could factor out: the second
 // alternative, which never matches, has none.
 std::string withoutBeginning(std::string_view pattern) {
     return "(" + std::string(pattern) + ")|[^\\x00-\\xff]";
@@ -71,12 +71,12 @@ std::string withoutBeginning(std::string_view pattern) {
 }  // namespace
 
 RegExpr::RegExpr(std::string_view pattern, std::int64_t share) {
-    // What the states found by searches need grows with the expression. They are not to be counted
-    // one by one, so all that may come is taken from the start.
+    // The states that searches find need more memory the larger the expression is. They are not
+    // counted one by one, so the largest amount is charged at the start.
     constexpr std::size_t bytesAnInstruction = 1024;
-    constexpr std::size_t bytesAByte = 72;  // of what the library read the pattern into
+    constexpr std::size_t bytesAByte = 72;  // of the tree that the library reads the pattern into
     constexpr std::size_t bytesToCompile = 288;
-    constexpr std::int64_t fallbackShare = 16 << 10;  // of what is hardly ever used
+    constexpr std::int64_t fallbackShare = 16 << 10;  // of the part that is hardly ever used
     const RegExprSize size = sizeOfRegExpr(pattern);
     if (size.items > mostItemsS || nanosecondsToCompile(size) > mostNanosecondsS) return;
     automaton_ = SearchAutomaton::make(pattern);

@@ -17,22 +17,23 @@ namespace SCR {
 class SearchAutomaton;
 
 /// A compiled regular expression in POSIX extended syntax over bytes, for the regular-expression
-/// functions; the only place that knows the library behind it, which plain expressions do without.
-/// Time is linear in the text and memory bounded, whatever the pattern.
+/// functions. Only this class knows the library behind it; plain expressions do without the
+/// library. Time is linear in the text and memory is bounded, whatever the pattern.
 ///
 /// Of the matches that start first, the longest counts. Case matters. "." and "[^...]" match every
-/// byte, line ends and NUL included; "^" and "$" match at the ends of the text only. Beyond POSIX,
-/// the classes \d \s \w \D \S \W, the word boundaries \b and \B and the escapes of C (\n, \t, \x41)
-/// are known, inside brackets too, where a backslash itself is written "\\". Back references and
-/// repetitions of more than 1000 times are not.
+/// byte, including line ends and NUL; "^" and "$" match only at the ends of the text. Beyond POSIX
+/// there are the classes \d \s \w \D \S \W, the word boundaries \b and \B and the escapes of C (\n,
+/// \t, \x41), also inside brackets, where a backslash itself is written "\\". There are no back
+/// references and no repetitions of more than 1000 times.
 ///
 /// Immutable; any number of threads may search at once.
 class RegExpr {
 public:
-    /// `share` is what it may keep of what searches find out, in bytes beyond those that it needs.
-    /// All that it may come to take is charged to the budget of the calling thread.
+    /// `share` is the memory, in bytes beyond the least that it needs, in which it may keep the
+    /// results of searches. All memory that it may ever take is charged to the budget of the
+    /// calling thread.
     explicit RegExpr(std::string_view pattern, std::int64_t share = std::int64_t{1} << 20);
-    /// How long it may take at the worst to make one of `pattern`, which is not interrupted.
+    /// The longest time that compiling `pattern` may take; compiling cannot be interrupted.
     static std::size_t millisecondsToCompile(std::string_view pattern);
     RegExpr(const RegExpr&) = delete;
     RegExpr& operator=(const RegExpr&) = delete;
@@ -41,19 +42,19 @@ public:
     /// Whether the pattern is well-formed and not too large. An invalid one matches nothing.
     bool isValid() const;
 
-    /// Whether the expression does without the library; then it takes nothing of its share.
+    /// Whether the expression does without the library; then it uses nothing of its share.
     bool isPlain() const { return automaton_ != nullptr; }
 
-    /// The steps that a search takes for each byte of the text, at the worst: some nanoseconds
-    /// each, in the worst case known 60. Mostly a search takes one step a byte, whatever the size.
-    /// It is not interrupted.
+    /// The largest number of steps that a search takes for each byte of the text. A step takes some
+    /// nanoseconds, 60 in the worst known case. Usually a search takes one step a byte, whatever
+    /// the size. A search cannot be interrupted.
     std::size_t size() const;
 
-    /// The first match in `text` that starts at byte `start` or after, as a view into `text`. What
-    /// lies before `start` counts for "^" and for word boundaries. Nothing when there is no match
-    /// or `start` is beyond the end.
+    /// The first match in `text` that starts at byte `start` or after, as a view into `text`. "^"
+    /// and word boundaries also look at the text before `start`. Nothing when there is no match or
+    /// `start` is beyond the end.
     std::optional<std::string_view> search(std::string_view text, std::size_t start) const;
-    /// Where that match begins, a byte of `text` or its end.
+    /// The beginning of that match, a byte of `text` or its end.
     std::optional<std::size_t> find(std::string_view text, std::size_t start) const;
 
 private:

@@ -8,7 +8,7 @@ namespace SCR {
 
 namespace {
 
-// Far beyond all that the library takes; products of two of them do not overflow.
+// Far more than the library takes; products of two of them do not overflow.
 constexpr std::size_t mostS = std::size_t{1} << 31;
 
 class Reader {
@@ -32,7 +32,7 @@ public:
                     addItem(bracketSize());
                     break;
                 case '\\':
-                    // A class such as \w is of several ranges.
+                    // A class such as \w consists of several ranges.
                     if (!left_.empty()) left_.remove_prefix(1);
                     addItem(5);
                     break;
@@ -78,7 +78,7 @@ private:
         add(sum_, last_);
     }
 
-    // The instructions of what stands in brackets, one for each range; goes behind them.
+    // Counts the instructions of a bracket expression, one for each range, and moves after it.
     std::size_t bracketSize() {
         std::size_t ranges = 1;
         if (left_.starts_with("^")) left_.remove_prefix(1);
@@ -116,7 +116,7 @@ private:
         }
         if (!left_.starts_with("}")) return addItem(1);
         left_.remove_prefix(1);
-        // Each may take an instruction of its own to leave it out.
+        // Each part may need an extra instruction that skips it.
         add(sum_, {0, optional, optional});
         if (times < 2) return;
         RegExprSize more;
@@ -129,7 +129,7 @@ private:
     }
 
     bool number(std::size_t& value) {
-        constexpr std::size_t longest = 6;  // more than any repetition may have
+        constexpr std::size_t longest = 6;  // more digits than any repetition may have
         const char* const begin = left_.data();
         const auto [end, error] =
             std::from_chars(begin, begin + std::min(left_.size(), longest), value);
@@ -139,8 +139,8 @@ private:
     }
 
     std::string_view left_;
-    RegExprSize sum_;   // of the group that is open
-    RegExprSize last_;  // of what a repetition would repeat
+    RegExprSize sum_;   // of the open group
+    RegExprSize last_;  // of the part that a repetition would repeat
     std::vector<RegExprSize> groups_;
 };
 

@@ -62,7 +62,7 @@ private:
             return piece;
         }
         left_.remove_prefix(1);
-        // What follows a repetition may change its meaning.
+        // A character after a repetition may change its meaning.
         const bool isRead =
             left_.empty() || std::string_view("*+?{").find(left_.front()) == std::string_view::npos;
         return isRead ? std::move(piece) : nullptr;
@@ -153,7 +153,7 @@ private:
         return isNegated ? ~bytes : bytes;
     }
 
-    // A byte that stands for itself in brackets; "-" does at the ends.
+    // A byte that stands for itself in brackets; a "-" at either end is one.
     std::optional<char> bracketByte(bool isFirst) {
         if (left_.size() < 2) return std::nullopt;
         const char byte = left_.front();
@@ -231,7 +231,7 @@ SearchAutomaton::Result SearchAutomaton::find(std::string_view text, std::size_t
     for (std::size_t begin = start;; ++begin) {
         while (begin < text.size() && !isBegin_[bytes[begin]]) count(++begin);
         if (begin == text.size()) return {Outcome::None, begin, begin};
-        std::size_t end = 0;  // of the match found; none is empty
+        std::size_t end = 0;  // of the match found, which is never empty
         std::size_t at = begin;
         for (State state = firstCM; at < text.size();) {
             state = rows_[state][bytes[at]];

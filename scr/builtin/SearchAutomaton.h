@@ -10,16 +10,18 @@
 namespace SCR {
 
 /// Finds the matches of a regular expression that is plain and small: bytes, bracket expressions
-/// without classes or escapes in them, ".", \d \s \w \D \S \W, groups, "|", "*", "+" and "?". Every
-/// other expression, and one that matches the empty text, is left to the library behind `RegExpr`.
+/// without classes or escapes in them, ".", \d \s \w \D \S \W, groups, "|", "*", "+" and "?". All
+/// other expressions, and those that match the empty text, are left to the library behind
+/// `RegExpr`.
 ///
-/// The expression is read into parts of `FSM`'s and made deterministic by it. The walk is one of
-/// its own beside that of `FSM::Engine`, which tells whether a text matches as a whole: this one is
-/// started at each byte that a match may begin with, remembers the longest match, and takes NUL and
-/// newline for bytes like any other. Immutable; any number of threads may search at once.
+/// The expression is read into the parts that `FSM` builds automata from, and `FSM` makes it
+/// deterministic. The search differs from that of `FSM::Engine`, which tells whether a text matches
+/// as a whole: this one starts at each byte that a match may begin with, remembers the longest
+/// match, and treats NUL and newline like any other byte. Immutable; any number of threads may
+/// search at once.
 class SearchAutomaton {
 public:
-    /// The automaton of a well-formed `pattern`; null when the pattern is not of that kind.
+    /// The automaton of a well-formed `pattern`; null when the pattern is not plain and small.
     static std::unique_ptr<SearchAutomaton> make(std::string_view pattern);
 
     /// The bytes that it takes.
@@ -31,7 +33,7 @@ public:
     enum class Outcome {
         None,
         Found,
-        Stuck  ///< Too much was read twice; what is left is to be searched by other means.
+        Stuck  ///< Too much was read twice; search the rest by other means.
     };
     struct Result {
         Outcome outcome;

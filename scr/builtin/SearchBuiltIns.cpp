@@ -25,7 +25,7 @@ bool isPosition(const FND::String& text, long start) {
 }
 
 /// The first place in `text` where `part` stands, or null. Fast where the first byte of `part` is
-/// rare, and linear in the lengths of both also where they repeat themselves.
+/// rare, and linear in the lengths of both even for repetitive texts.
 const char* find(std::string_view text, std::string_view part) {
     if (part.empty()) return text.data();
     const char* at = text.data();
@@ -54,13 +54,13 @@ struct StrSearch final
     }
 
 private:
-    // Pieces overlap by what may begin in one and end in the next.
+    // Pieces overlap, so that a match may begin in one and end in the next.
     static const char* findInPieces(std::string_view text, std::string_view part) {
         constexpr std::size_t longest = 16 * 1024;
         constexpr std::size_t pieceSize = 128 * 1024;
         if (text.size() <= pieceSize) return find(text, part);
         if (part.size() > longest) {
-            // Mostly its beginning is enough to tell that it is not there.
+            // Usually its beginning alone shows that the part is not there.
             const char* const start = findInPieces(text, part.substr(0, longest));
             if (start == nullptr) return nullptr;
             text.remove_prefix(static_cast<std::size_t>(start - text.data()));
@@ -93,7 +93,7 @@ public:
 protected:
     const RegExpr& expression() const { return expression_->expression(); }
 
-    // Where a search may begin; nothing when there is to be none.
+    // Where a search may begin; nothing when there should be none.
     std::optional<std::size_t> admit(const FND::String& text, std::optional<long> start) {
         const long first = start.value_or(0);
         if (!isPosition(text, first)) return std::nullopt;
@@ -108,9 +108,10 @@ protected:
     }
 
 private:
-    // No limit of time is to be passed by much, even in the worst case.
+    // Even in the worst case a search must not pass the limit of time by much.
     std::size_t longestText() const {
-        constexpr std::size_t always = std::size_t{1} << 26;  // steps: a second or so, seldom four
+        constexpr std::size_t always = std::size_t{1}
+                                       << 26;  // steps: usually a second or so, at most about four
         constexpr std::size_t stepsAMillisecond = 16'000;
         const std::int64_t time = this->interpreter().limits().time;
         if (time >= Limits::none / static_cast<std::int64_t>(stepsAMillisecond))
@@ -145,7 +146,7 @@ struct StrMatch final : RegExprFunction<StrMatch, StringType> {
     }
 };
 
-/// Evaluates the array last, so that no script code runs between finding it and filling it.
+/// Evaluates the array last, so that no script code runs after finding it and before filling it.
 class StrSplit final : public LongNode {
 public:
     explicit StrSplit(Interpreter& interpreter) : elements_(interpreter) {}
@@ -179,9 +180,9 @@ private:
         return array != nullptr ? fill(*array, text, separator) : -1;
     }
 
-    // Fields are written over the elements that are there, to reuse their memory.
+    // Fields overwrite the existing elements, to reuse their memory.
     long fill(Array& array, const FND::String& text, char separator) {
-        FND::String held;  // the text, when an element that held it is written
+        FND::String held;  // the text, when an element that held it is overwritten
         const FND::String* source = &text;
         unsigned long count = 0;
         for (std::size_t start = 0; start < source->size(); ++count) {
@@ -212,7 +213,7 @@ private:
         appendInPieces(field, text);
     }
 
-    // The string of an element; null when it can not be had.
+    // The string of an element; null when the element cannot be made.
     FND::String* element(Array& array, unsigned long index) {
         auto* variable = array.existing<StringVariable>(index);
         if (variable == nullptr) {
@@ -225,7 +226,7 @@ private:
     std::unique_ptr<ArrayNode> array_;
     std::unique_ptr<StringNode> text_;
     std::unique_ptr<StringNode> separator_;
-    bool holdsText_ = false;  // what is evaluated after the text may run script code
+    bool holdsText_ = false;  // an operand evaluated after the text may run script code
 };
 
 constexpr BuiltIn searchBuiltInsS[] = {

@@ -75,7 +75,7 @@ struct Replace final
     }
 };
 
-/// Whether the first `size` bytes of two texts are equal, or those up to a NUL in both.
+/// Whether two texts agree in their first `size` bytes, or up to a NUL in both.
 bool areAlike(const char* a, const char* b, std::size_t size) {
     for (; size > textPieceSizeS; size -= textPieceSizeS) {
         if (std::strncmp(a, b, textPieceSizeS) != 0) return false;
@@ -103,7 +103,8 @@ struct StrEndsWith final : BuiltInNode<StrEndsWith, BoolType(StringType, StringT
     }
 };
 
-/// What "strStrip" strips, as the constants STRIP_LEADING, STRIP_TRAILING and STRIP_BOTH.
+/// The ends that "strStrip" works on, as the constants STRIP_LEADING, STRIP_TRAILING and
+/// STRIP_BOTH.
 enum StripMode : long { Leading = 1, Trailing = 2, Both = 3 };
 
 struct StrStrip final
@@ -150,8 +151,8 @@ struct StrByteValue final : BuiltInNode<StrByteValue, LongType(StringType)> {
     }
 };
 
-/// Room for a result of the hexadecimal functions; false after a message when there is none, which
-/// is their own when memory is what lacks.
+/// Makes room for a result of the hexadecimal functions. False after a message when there is none;
+/// these functions have a message of their own for a lack of memory.
 bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size) {
     result.clear();
     if (!checkResultSize(interpreter, size)) return false;
@@ -183,7 +184,7 @@ struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
     }
 };
 
-/// The value of each byte as a hexadecimal digit; -1 for those that are none.
+/// The value of each byte as a hexadecimal digit; -1 for other bytes.
 constexpr std::array<short, 256> digitValuesS = [] {
     std::array<short, 256> values{};
     values.fill(-1);
@@ -213,7 +214,7 @@ struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
     }
 
 private:
-    /// This message holds all of the text, whatever its length.
+    /// Unlike others, this message holds the whole text, whatever its length.
     static void logInvalid(Interpreter& interpreter, const FND::String& text) {
         constexpr std::string_view before = "ERROR: input string ";
         constexpr std::string_view after = " is invalid, returning...";
@@ -227,7 +228,7 @@ private:
         interpreter.logError(message);
     }
 
-    /// Reads the two characters at `pair`, which mostly are two digits. False when they hold none.
+    /// Reads the two characters at `pair`, usually two digits. False when they are not.
     static bool decode(const char* pair, char& byte) {
         const int high = digitValuesS[static_cast<unsigned char>(pair[0])];
         const int low = digitValuesS[static_cast<unsigned char>(pair[1])];

@@ -38,7 +38,7 @@ bool growResult(Interpreter& interpreter, FND::String& result, std::size_t size)
     if (size <= maxStringSize && size <= static_cast<std::size_t>(interpreter.limits().string)) {
         if (size <= result.capacity()) return true;
         const std::size_t capacity = std::max(size, 2 * result.capacity());
-        const BufferCharge old(heapBytes(result));  // as long as both are there
+        const BufferCharge old(heapBytes(result));  // counted while both exist
         chargeBuffer(growth(result, size));
         try {
             reserveInPieces(result, capacity);

@@ -65,7 +65,7 @@ void StringSum::appendTo(FND::String& target) {
     const std::size_t size = evaluate();
     const auto others = values_.begin() + 1;
     if (std::find(others, values_.end(), &target) != values_.end()) {
-        // The target comes again behind itself.
+        // The target occurs again in the sum.
         store(target, result());
         return;
     }

@@ -16,7 +16,7 @@ public:
 
     /// Evaluates it.
     const FND::String& value() const { return text_ != nullptr ? *text_ : node_->result(); }
-    /// The text that is read without an evaluation; null for an expression. Not owned.
+    /// The text that can be read without an evaluation; null for an expression. Not owned.
     const FND::String* text() const { return text_; }
 
 private:
@@ -24,17 +24,17 @@ private:
     const FND::String* text_ = nullptr;  // of the variable or of the constant `node_`
 };
 
-/// Strings one after the other, evaluated from left to right and then copied together at once. No
-/// operand but the first may run script code, and with it change what those before it refer to.
+/// Strings one after the other, evaluated from left to right and then copied together at once. Only
+/// the first operand may run script code, as that can change what earlier operands refer to.
 class StringSum final : public StringNode {
 public:
-    /// Takes the operands over; those of a left sum become its own.
+    /// Takes ownership of the operands; the operands of a sum on the left become its own.
     static std::unique_ptr<StringSum> make(RunControl& control, std::unique_ptr<Node> left,
                                            std::unique_ptr<Node> right, bool isLong);
 
     const FND::String& result() override;
 
-    /// The text that comes first, if that is a variable or a constant; otherwise null.
+    /// The first text, if that is a variable or a constant; otherwise null.
     const FND::String* firstText() const { return parts_.front().text(); }
     /// Sets `target`, whose text comes first, to the result, without copying that text.
     void appendTo(FND::String& target);
@@ -43,12 +43,12 @@ private:
     explicit StringSum(RunControl& control) : control_(control) {}
 
     void add(std::unique_ptr<Node> operand);
-    // Evaluates the operands into `values_` and gives the length of all.
+    // Evaluates the operands into `values_` and returns their total length.
     std::size_t evaluate();
 
     RunControl& control_;
     std::vector<StringPart> parts_;
-    std::vector<const FND::String*> values_;  // of the parts, in an evaluation
+    std::vector<const FND::String*> values_;  // of the parts, during an evaluation
     FND::String result_;
 };
 

@@ -31,7 +31,7 @@ struct LogStdout final : BuiltInNode<LogStdout, VoidType(StringType)> {
     void value(Interpreter& interpreter, const FND::String& text) { interpreter.print(this, text); }
 };
 
-// How often a built-in that waits asks whether the script has to stop.
+// How often a waiting built-in asks whether the script has to stop.
 constexpr std::chrono::milliseconds askIntervalS(100);
 
 class System final : public BuiltInNode<System, LongType(StringType, Optional<Out<StringType>>)> {
@@ -48,8 +48,8 @@ public:
     }
 
 private:
-    // A variable and an element of a container take the output as it comes, any other target at the
-    // end. Where there is no element, it is dropped.
+    // A variable and an element of a container receive the output as it arrives, any other target
+    // at the end. Without an element the output is dropped.
     void takeOutput(ShellCommand& shell, RunControl& control, StringDataNode* out) {
         FND::String* target = nullptr;
         ChargedText collected;
@@ -81,7 +81,7 @@ private:
         if (out != nullptr && target == nullptr && !isFirst) out->set(collected.text());
     }
 
-    // The string of the variable or element that `out` is, null when the element cannot be had;
+    // The string of the variable or element that `out` is, null when the element cannot be made;
     // nothing when it is neither.
     static std::optional<FND::String*> storageIn(StringDataNode& out) {
         if (auto* const variable = variableOf<StringType>(out)) return &variable->value();
@@ -95,7 +95,7 @@ private:
 
 struct SysGetEnv final : BuiltInNode<SysGetEnv, StringType(StringType)> {
     static void value(Interpreter& interpreter, FND::String& result, const FND::String& name) {
-        // The C library would look for a value that begins with what follows the sign.
+        // The C library would match the text after the sign with the beginning of a value.
         const bool isName = findByte(name, '=') == name.size();
         const char* const found = isName ? std::getenv(name.c_str()) : nullptr;
         const std::string_view value = found != nullptr ? found : "";
@@ -108,7 +108,7 @@ struct SysGetEnv final : BuiltInNode<SysGetEnv, StringType(StringType)> {
 struct Sleep final : BuiltInNode<Sleep, VoidType(LongType)> {
     void value(Interpreter& interpreter, long seconds) {
         using Clock = std::chrono::steady_clock;
-        // Three years; the clock could not count to the largest Long.
+        // Three years; the clock cannot count to the largest Long.
         constexpr long longest = 100'000'000;
         const auto end = Clock::now() + std::chrono::seconds(std::clamp(seconds, 0L, longest));
         while (Clock::now() < end) {

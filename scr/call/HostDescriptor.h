@@ -8,8 +8,8 @@
 
 namespace SCR::Host {
 
-/// Calls `use` with the value type of the base code of `typeWord`, one that hosts know, and gives
-/// what it gives.
+/// Calls `use` with the value type of the base code of `typeWord`, one that hosts know, and returns
+/// its result.
 template <class Use>
 auto withType(int typeWord, const Use& use) {
     switch (Node::baseType(typeWord)) {

@@ -6,8 +6,8 @@
 
 namespace SCR {
 
-/// The operators of the language. The descriptor of one has the name of its operands' type followed
-/// by the operator's sign, as in "Long+".
+/// The operators of the language. The name of an operator's descriptor is the type of its operands
+/// followed by its sign, as in "Long+".
 enum class Operator : unsigned char {
     Assign,
     Equal,

@@ -6,14 +6,14 @@
 
 namespace SCR {
 
-/// What follows a script while `Interpreter::check` parses it. The parser's actions tell all of it
-/// what they meet, in the order of the text.
+/// The analyses that follow a script while `Interpreter::check` parses it. The parser's actions
+/// report to all of them, in the order of the text.
 struct Analyses {
-    FlowAnalysis* flow = nullptr;  ///< not owned; null when its findings are not asked for
+    FlowAnalysis* flow = nullptr;  ///< not owned; null when nobody asks for its findings
     ScriptRecorder recorder;
 };
 
-/// Calls `tell` with each analysis that follows what `interpreter` parses.
+/// Calls `tell` with each analysis that follows the parse of `interpreter`.
 template <class Tell>
 void tellAnalyses(const Interpreter& interpreter, Tell tell) {
     Analyses* const analyses = interpreter.analyses();

@@ -4,11 +4,11 @@ namespace SCR {
 
 class FctDescr;
 
-/// What a built-in function, or one of a host, does to a variable that is an argument of it.
+/// What a built-in function, or a host's function, does to a variable that is its argument.
 enum class Change { None, Whole, Part };
 
-/// What `function` does to its argument `index`, 0-based. Reading a file moves in it, which is a
-/// change.
+/// What `function` does to its argument `index`, 0-based. Reading a file changes its position, so
+/// it is a change.
 Change changeOf(const FctDescr& function, int index);
 
 }  // namespace SCR

@@ -15,10 +15,10 @@ namespace SCR {
 
 namespace {
 
-// What calls may make a function take over from others in all; no real script comes near.
+// The most that calls may add to a function from others in all; no real script comes near.
 constexpr std::size_t maxStoredS = 2'000'000;
 
-// Why the effects of a function matter, or null.
+// Why the effects of a function matter; null when they do not.
 const char* troubleOf(Effect effects) {
     if (has(effects, Effect::WritesFiles)) return "works on files, which a retry does again";
     if (has(effects, Effect::Shell)) return "runs a command, which a retry does again";
@@ -36,8 +36,8 @@ const char* troubleOf(Effect effects) {
     return nullptr;
 }
 
-// Whether a call of a date function with the `count` topmost operands of `stack` does go by the
-// local zone.
+// Whether this call of a date function, with the `count` topmost operands of `stack`, depends on
+// the local zone.
 bool asksForZone(const FctDescr& function, const ParserStack& stack, int count) {
     const FND::String& name = function.name();
     if (name == "dateAdd") {
@@ -49,7 +49,7 @@ bool asksForZone(const FctDescr& function, const ParserStack& stack, int count) 
     if (count < 2) return false;
     const FND::String* const format = constantOf<StringType>(*stack.data(0));
     if (format == nullptr) return true;
-    // What is read may also name the zone by the directive that "%L" stands for.
+    // A text that is read may also name the zone by the directive that "%L" stands for.
     const auto holds = [&](const char* directive) {
         return format->find(directive) != FND::String::npos;
     };
@@ -123,7 +123,7 @@ void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int 
 void FlowAnalysis::addEffects(const FctDescr& function, Effect effects, const Place& place) {
     const char* const trouble = troubleOf(effects);
     if (trouble == nullptr) return;
-    // What is done with an open file follows from its being opened.
+    // Opening the file was reported; that covers what is done with it afterwards.
     const bool hasFile = Node::baseType(function.argType(0)) == TypeCode::File;
     if (hasFile && function.name() != "fileOpen") return;
     unit_->effects.push_back({place, function.name() + " " + trouble});
@@ -140,7 +140,7 @@ bool FlowAnalysis::mayStore(std::size_t entries) {
 }
 
 void FlowAnalysis::callFunction(const Unit& callee) {
-    if (&callee == unit_) return;  // all is known from the call that it is made from
+    if (&callee == unit_) return;  // the outer call covers everything
     unit_->callees.push_back(&callee);
     const std::size_t assigned = callee.result ? callee.result->size() : 0;
     if (!mayStore(callee.needs.size() + callee.writes.size() + assigned)) return;

@@ -20,36 +20,36 @@ class ParserStack;
 class Variable;
 
 /// Follows a script while it is parsed, to find what ties one execution to others: variables that
-/// are read before the execution surely gave them a value and that executions change, and functions
-/// with effects on the world.
+/// executions change and that may be read before the execution has given them a value, and
+/// functions with effects on the world.
 ///
-/// It is an analysis of definite assignment over the structure of the text: what one way through a
-/// branch assigns counts behind the branch only if all ways do. A function is looked at once, where
-/// it is declared; its calls take over what it needs, gives and does. The parser's actions report
-/// to it in the order of the text. Used under the parse lock.
+/// It is an analysis of definite assignment over the structure of the text: after a branch, an
+/// assignment counts only if all ways through the branch make it. A function is analysed once,
+/// where it is declared; each call adds what the function needs, gives and does. The parser's
+/// actions report in the order of the text. Used under the parse lock.
 class FlowAnalysis {
 public:
-    /// `isZoneFixed` tells that the local zone is the same wherever the script runs.
+    /// `isZoneFixed`: the local zone is the same wherever the script runs.
     explicit FlowAnalysis(bool isZoneFixed);
     ~FlowAnalysis();
 
     // Names and expressions.
 
     void declared(const Variable* variable, const FND::String& name);
-    /// `node`, just made, stands for `variable`.
+    /// `node`, which was just made, stands for `variable`.
     void access(const Node* node, const Variable* variable);
-    /// An element of what `container` stands for is looked up under `index`.
+    /// An element of the variable that `container` stands for is looked up under `index`.
     void element(const Node* container, const Node* index);
-    /// `node`, just made, stands for that element.
+    /// `node`, which was just made, stands for that element.
     void elementMade(const Node* node);
-    /// The parentheses of a call open: it stands in this line.
+    /// The parentheses of a call open in this line.
     void openCall();
     void closeCall() { calls_.pop_back(); }
     /// `function` is applied to the `count` topmost operands of `stack`.
     void call(const FctDescr& function, const ParserStack& stack, int count);
-    /// The node of the call reported last, and not made yet, is `node`.
+    /// The call reported last, which has no node yet, gets `node`.
     void made(const Node* /*node*/) {}
-    /// The operands of the expression are not surely evaluated.
+    /// The operands of the expression may not be evaluated.
     void mayBeSkipped() { forget(mark_); }
     /// A library of unknown functions is used.
     void library(const FND::String& name);
@@ -58,18 +58,18 @@ public:
 
     /// An expression, statement or condition is complete.
     void complete();
-    /// A block begins and ends with `close`, as all that is opened.
+    /// A block begins. Like everything that is opened it ends with `close`.
     void openBlock() { open(false); }
-    /// What follows, up to `close`, is one of several ways, or may be skipped.
+    /// Up to `close` follows one of several ways, or something that may be skipped.
     void openWays() { open(true); }
-    /// A loop begins, whose condition is complete: before `while`, or comes at its end: `do`.
+    /// A loop begins. Its condition is complete (`while`) or comes at its end (`do`).
     void openWhile() { openWays(); }
     void openDo() { openBlock(); }
-    /// The next way begins, which an earlier one falls into, if it did not end.
+    /// The next way begins. The way before falls into it, unless it has ended.
     void nextWay();
     /// The current way ends here.
     void endWay();
-    /// One way is surely taken.
+    /// One of the ways is certain to be taken.
     void isExhaustive();
     void close();
     /// The condition of a `for` is complete; what follows may be skipped.
@@ -90,7 +90,7 @@ private:
     struct Place {
         FND::String file;
         int line = 0;
-        std::size_t order = 0;  // in the text
+        std::size_t order = 0;  // position in the text
     };
     using Places = std::unordered_map<const Variable*, Place>;
     struct Effects {
@@ -99,28 +99,28 @@ private:
     };
     // The statements at the top of a script, or those of a function.
     struct Unit {
-        Variables assigned;                  // surely, so far
-        std::vector<const Variable*> trail;  // the same in the order of the assignments
-        bool isDead = false;                 // what follows is never reached
+        Variables assigned;                  // with certainty, so far
+        std::vector<const Variable*> trail;  // the same variables, in the order of the assignments
+        bool isDead = false;                 // the code that follows is never reached
         std::optional<Variables> result;     // assigned on all ways that returned
-        Places needs;                        // read before they were surely assigned
-        Places writes;                       // changed, perhaps
+        Places needs;                        // read where they may not be assigned yet
+        Places writes;                       // possibly changed
         std::vector<Effects> effects;
         std::vector<const Unit*> callees;
     };
     struct Structure {
         bool hasWays = false;
-        bool isOpen = false;  // a way is
+        bool isOpen = false;  // a way is open
         bool isExhaustive = false;
         bool wasDead = false;
-        std::size_t base = 0;             // of the trail
+        std::size_t base = 0;             // length of the trail
         std::optional<Variables> common;  // assigned by all ways that ended
     };
-    // An operand that stands for a variable or an element of one, and is not used yet.
+    // An operand that stands for a variable or an element of one, and has not been used yet.
     struct Operand {
         const Variable* variable = nullptr;
         bool isElement = false;
-        bool isKnown = false;  // surely assigned where it stands
+        bool isKnown = false;  // certainly assigned where it stands
         Place place;
     };
 
@@ -128,7 +128,7 @@ private:
     void assign(const Variable* variable);
     // Undoes the assignments made since the trail had this length.
     void forget(std::size_t length);
-    // Takes the operand that `node` stands for from those that are not used yet; one without a
+    // Removes the operand of `node` from those not used yet and returns it; an operand without a
     // variable when there is none.
     Operand take(const Node* node);
     void read(const Operand& operand);
@@ -145,16 +145,16 @@ private:
     std::unordered_map<const Node*, Operand> operands_;
     Operand element_;           // the one looked up last
     Place name_;                // of the identifier read last
-    std::vector<Place> calls_;  // those open
+    std::vector<Place> calls_;  // the open ones
     std::vector<Structure> structures_;
-    std::size_t mark_ = 0;  // the trail where the current expression begins
+    std::size_t mark_ = 0;  // the length of the trail where the current expression begins
     std::size_t forMark_ = 0;
     std::unordered_map<const FctDescr*, std::unique_ptr<Unit>> functions_;
     std::unordered_map<FND::String, const Unit*, KeyHash> byName_;
     Unit main_;
     Unit* unit_ = &main_;
     std::size_t order_ = 0;
-    std::size_t stored_ = 0;  // entries taken over from functions
+    std::size_t stored_ = 0;  // entries copied from functions
 };
 
 }  // namespace SCR

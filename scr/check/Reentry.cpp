@@ -17,10 +17,10 @@ using Call = ScriptRecord::Call;
 using Function = ScriptRecord::Function;
 constexpr std::uint32_t noneS = ScriptRecord::none;
 
-// Tenths of a second; no real script comes near.
+// Takes tenths of a second; no real script comes near.
 constexpr std::size_t mostStepsS = 20'000'000;
 
-// What surely holds of each local variable.
+// What is certain about each local variable.
 struct SureState {
     Bits set;  // in this call
     bool isDead = false;
@@ -29,7 +29,7 @@ struct SureState {
     std::size_t words() const { return set.words(); }
 };
 
-// The variables that an inner call may have overwritten.
+// Variables that an inner call may have overwritten.
 struct LostState {
     Bits lost;
     bool isDead = false;
@@ -38,12 +38,13 @@ struct LostState {
     std::size_t words() const { return lost.words(); }
 };
 
-// What becomes of what was lost before: `kept` are lost no more, then `lost` are.
+// How an event changes which variables are lost: those in `kept` no longer are, then those in
+// `lost` are.
 struct Effect {
     Bits lost;
     Bits kept;
 
-    // What both do, `*this` first.
+    // The combined effect of both, `*this` first.
     void then(const Effect& next) {
         lost -= next.kept;
         lost |= next.lost;
@@ -62,13 +63,13 @@ struct EffectState {
     std::size_t words() const { return 2 * effect.lost.words(); }
 };
 
-// What is known of a function's local variables.
+// What is known about a function's local variables.
 struct Facts {
     explicit Facts(std::size_t size) : isReadFirst(size), isWritten(size), losable(size) {}
 
-    Bits isReadFirst;  // read where it is not surely set yet
+    Bits isReadFirst;  // read where it may not be set yet
     Bits isWritten;
-    Bits losable;  // by a call of the function within itself
+    Bits losable;  // by a call of the function from within itself
     bool callsItself = false;
 };
 
@@ -95,10 +96,11 @@ public:
     }
 
 private:
-    // What was the last to make variables unsafe to read.
+    // What last made variables unsafe to read.
     struct Causes {
-        std::uint32_t call = noneS;          // that ran
-        std::vector<std::uint32_t> binding;  // since then, by variable: whose argument is stored
+        std::uint32_t call = noneS;  // that ran
+        std::vector<std::uint32_t>
+            binding;  // since then, by variable: whose argument is stored in it
     };
 
     // A call whose arguments are being evaluated.
@@ -108,7 +110,7 @@ private:
         bool isReported = false;
     };
 
-    // Two calls in a line may lose the same.
+    // Two calls in one line may lose the same values.
     static bool isNew(const std::vector<Finding>& findings, const FND::String& file, int line,
                       const FND::String& text) {
         return findings.empty() || findings.back().line != line || findings.back().text != text ||
@@ -119,7 +121,8 @@ private:
         return record_.calls[call].function == function;
     }
 
-    // Whether the argument `i` of `call`, a call of the function within itself, is the parameter.
+    // Whether argument `i` of `call`, a call of the function from within itself, is the parameter
+    // itself.
     bool isHandedOn(std::uint32_t call, std::uint32_t i) const {
         const Call& inner = record_.calls[call];
         return inner.arguments[i].variable == record_.functions[inner.function].locals[i].variable;
@@ -164,11 +167,11 @@ private:
         }
     }
 
-    // Arguments that call the function that they are arguments of.
+    // Arguments that call the very function that they are passed to.
 
     void findNestedCalls(const Function& function) {
         std::vector<OpenCall> open;
-        std::size_t epoch = 0;  // one more with each change of a variable
+        std::size_t epoch = 0;  // incremented with each change of a variable
         for (std::uint32_t at = function.body.first; at != noneS; at = record_.events[at].next) {
             if (!budget_.take(1)) return;
             const Event& event = record_.events[at];
@@ -205,7 +208,7 @@ private:
         const Facts& facts = facts_[call.function];
         for (std::uint32_t i = 0; i < outer.epochs.size(); ++i) {
             if (!facts.isReadFirst.has(i)) continue;
-            // The inner call may give it the value that it has.
+            // The inner call may give it its present value.
             if (again.function == call.function && !facts.losable.has(i) &&
                 outer.epochs[i] == inner.epochs[i] &&
                 call.arguments[i].isSame(again.arguments[i])) {
@@ -243,7 +246,7 @@ private:
         return reached_[question] = isReached;
     }
 
-    // Variables that are read after the function called itself.
+    // Variables that are read after the function has called itself.
 
     void findLateReads(std::uint32_t index) {
         const Function& function = record_.functions[index];
@@ -265,12 +268,14 @@ private:
                         });
     }
 
-    // For each loop, in the order of their beginnings: what a turn leaves lost for the next.
+    // For each loop, in the order of their beginnings: the variables that a turn leaves lost for
+    // the next.
     std::vector<Bits> lostInLoops(std::uint32_t index, Causes& causes) {
         const Function& function = record_.functions[index];
         const Effect nothing{Bits(function.locals.size()), Bits(function.locals.size())};
         std::vector<Bits> lost;
-        std::vector<std::pair<std::size_t, EffectState>> open;  // the loops, and what was before
+        std::vector<std::pair<std::size_t, EffectState>>
+            open;  // the open loops, with the state before each
         WayFollower<EffectState> follower(budget_, {nothing});
         follower.follow(
             record_.events, function.body.first, [&](EffectState& state, const Event& event) {
@@ -291,7 +296,7 @@ private:
         return lost;
     }
 
-    // Where the variables go that are lost, and those that are not any more.
+    // Destinations of the variables that become lost and of those that no longer are.
     struct Change {
         Bits& lost;
         Bits* kept;

@@ -11,24 +11,24 @@ namespace SCR {
 class Variable;
 
 /// What the functions of a script do to their variables and which functions they call, in the order
-/// in which it is done.
+/// of execution.
 struct ScriptRecord {
-    /// In place of an index: none.
+    /// The index that means none.
     static constexpr std::uint32_t none = ~std::uint32_t{0};
 
     struct Place {
         std::uint32_t file = 0;   ///< in `files`
         std::int32_t line = 0;    ///< 1-based
-        std::uint32_t order = 0;  ///< in the text
+        std::uint32_t order = 0;  ///< position in the text
     };
 
     struct Event {
         enum Kind : std::uint8_t {
             Read,       ///< the local variable `index`
-            Write,      ///< the same, as a whole
-            WritePart,  ///< the same, in part, or only perhaps
-            Touch,      ///< any variable but the locals
-            Begin,      ///< of the call `index`: its arguments follow
+            Write,      ///< the same variable is set as a whole
+            WritePart,  ///< the same variable is set in part, or possibly
+            Touch,      ///< uses any variable that is not a local one
+            Begin,      ///< the call `index` begins: its arguments follow
             Bind,       ///< the argument `argument` of that call, just evaluated, is stored
             Run,        ///< the function of that call runs
             OpenMaybe,  ///< what follows may be skipped
@@ -36,9 +36,9 @@ struct ScriptRecord {
             OpenLoop,  ///< what follows is repeated
             CloseLoop,
             OpenWays,  ///< what follows is one of several ways
-            NextWay,   ///< the next begins, which the one before falls into unless it has ended
+            NextWay,   ///< the next way begins; the one before falls into it unless it has ended
             EndWay,
-            Exhaustive,  ///< one of the ways is surely taken
+            Exhaustive,  ///< one of the ways is certain to be taken
             CloseWays,
             Return
         };
@@ -49,13 +49,13 @@ struct ScriptRecord {
         std::uint32_t next = none;  ///< the event after it
     };
 
-    /// Events that follow one another.
+    /// A chain of events.
     struct Sequence {
         std::uint32_t first = none;
         std::uint32_t last = none;
     };
 
-    /// What an argument is that is a variable or a constant alone.
+    /// The form of an argument that is just a variable or a constant.
     struct Leaf {
         const Variable* variable = nullptr;
         FND::String constant;  ///< a text that no other constant has

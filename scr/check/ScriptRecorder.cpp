@@ -21,7 +21,7 @@ bool showConstant(const Node& node, FND::String& text, Show show) {
     return value != nullptr;
 }
 
-// A text that no other constant has; empty for a node that is none.
+// A text that no other constant has; empty for a node that is no constant.
 FND::String constantText(const Node& node) {
     FND::String text;
     showConstant<LongType>(node, text, [](long value) { return std::to_string(value); }) ||

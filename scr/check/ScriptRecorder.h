@@ -12,9 +12,9 @@ class FctDescr;
 class Node;
 class ParserStack;
 
-/// Writes down a script while it is parsed: the order of the text becomes the order in which things
-/// are done. The parser's actions report to it what they report to `FlowAnalysis`, which tells what
-/// the reports mean. Used under the parse lock.
+/// Records a script while it is parsed, turning the order of the text into the order of execution.
+/// The parser's actions report to it what they report to `FlowAnalysis`, where the meaning of the
+/// reports is explained. Used under the parse lock.
 class ScriptRecorder {
 public:
     ScriptRecorder();
@@ -47,7 +47,7 @@ public:
     void returns() { emitAfterAll(Event::Return); }
     void closeFunction();
 
-    /// All that was reported.
+    /// Everything that was reported.
     const ScriptRecord& record() const { return record_; }
 
 private:
@@ -56,10 +56,10 @@ private:
     using Sequence = ScriptRecord::Sequence;
     static constexpr std::uint32_t none = ScriptRecord::none;
 
-    // An expression that is not used yet.
+    // An expression that has not been used yet.
     struct Operand {
-        Sequence events;             // that happen before its value is read
-        std::uint32_t local = none;  // that it is, or has an element of
+        Sequence events;             // happen before its value is read
+        std::uint32_t local = none;  // the variable that it is, or has an element of
         bool isElement = false;
         ScriptRecord::Leaf leaf;
         Place place;
@@ -80,17 +80,17 @@ private:
     void emit(Event::Kind kind) { append(function().body, event(kind)); }
     void emitAfterAll(Event::Kind kind);
     void open(Structure::Kind kind);
-    // The events of the expression that is complete.
+    // The events of the complete expression.
     Sequence pending();
-    // Takes the operand that `node` is from those not used yet.
+    // Removes the operand of `node` from those not used yet and returns it.
     std::optional<Operand> take(const Node* node);
-    // Its events and the reading of its value.
+    // Adds its events and the reading of its value.
     Sequence valueOf(const std::optional<Operand>& operand);
     Sequence callOf(std::uint32_t callee, const Operands& arguments);
     Sequence builtIn(const FctDescr& function, const Operands& arguments);
 
     ScriptRecord record_;
-    std::uint32_t function_ = 0;  // being parsed
+    std::uint32_t function_ = 0;  // the one being parsed
     std::unordered_map<const FctDescr*, std::uint32_t> functions_;
     std::unordered_map<const Variable*, std::uint32_t> locals_;  // of the function being parsed
     std::uint32_t file_ = 0;                                     // the name used last

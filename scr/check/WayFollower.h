@@ -20,7 +20,7 @@ public:
     void set(std::size_t number) { words_[number / 64] |= mask(number); }
     void reset(std::size_t number) { words_[number / 64] &= ~mask(number); }
     void clear() { words_.assign(words_.size(), 0); }
-    /// What it takes to work on all of it.
+    /// The steps needed to work on all of it.
     std::size_t words() const { return words_.size(); }
 
     Bits& operator|=(const Bits& other) {
@@ -42,7 +42,7 @@ private:
     std::vector<std::uint64_t> words_;
 };
 
-/// How many steps an analysis may still take; one that needs more gives up.
+/// The steps that an analysis may still take; an analysis that needs more gives up.
 class StepBudget {
 public:
     explicit StepBudget(std::size_t steps) : left_(steps) {}
@@ -58,15 +58,16 @@ private:
     std::size_t left_;
 };
 
-/// Follows what a function does along all ways through it. The `State` where they meet has a member
-/// `isDead`, true where no way leads, `void merge(const State&)` for the meeting of two that lead
-/// there, and `std::size_t words() const`, what that takes.
+/// Follows what a function does along all ways through it. `State` has a member `isDead`, true
+/// where no way leads; `void merge(const State&)`, which joins two ways that meet; and `std::size_t
+/// words() const`, the steps that a merge takes.
 template <class State>
 class WayFollower {
 public:
     WayFollower(StepBudget& budget, State state) : state_(std::move(state)), budget_(budget) {}
 
-    /// Calls `step(state, event)` for the events that are no ways, from `first` on.
+    /// Calls `step(state, event)` for all events from `first` on, except those that open or close
+    /// ways.
     template <class Step>
     void follow(const std::vector<ScriptRecord::Event>& events, std::uint32_t first, Step step) {
         for (std::uint32_t at = first; at < events.size(); at = events[at].next) {

@@ -9,7 +9,7 @@ namespace {
 
 bool isControl(char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == 0x7F; }
 
-// Continues a character of several bytes.
+// A byte that continues a character of several bytes.
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
 }  // namespace
@@ -37,7 +37,7 @@ FND::String quotedValue(std::string_view value) {
     std::size_t shown = value.size();
     if (shown > most) {
         shown = most;
-        // Not in the middle of a character, if these are such.
+        // Does not cut a character of several bytes.
         while (shown > most - 3 && isContinuation(value[shown])) --shown;
     }
     FND::String text = "'";

@@ -28,7 +28,7 @@ constexpr unsigned writeS = 2;
 
 constexpr int directoryFlagsS = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-// A handle of the system, closed at the end.
+// A handle of the system, closed by the destructor.
 class Handle {
 public:
     Handle() = default;
@@ -61,7 +61,7 @@ bool isSame(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Whether a file is of a file system by which the kernel shows itself.
+// Whether a file belongs to a file system in which the kernel shows itself.
 bool isOfSystem(int handle) {
     constexpr std::array<unsigned long, 14> systemsS{
         PROC_SUPER_MAGIC,   SYSFS_MAGIC,         DEVPTS_SUPER_MAGIC, DEBUGFS_MAGIC,
@@ -69,7 +69,7 @@ bool isOfSystem(int handle) {
         CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC, BPF_FS_MAGIC,       EFIVARFS_MAGIC,
         PSTOREFS_MAGIC,     BINFMTFS_MAGIC};
     struct statfs status {};
-    // What cannot be told is taken for the worse.
+    // When in doubt, assumes the worse.
     return fstatfs(handle, &status) != 0 ||
            std::find(systemsS.begin(), systemsS.end(), static_cast<unsigned long>(status.f_type)) !=
                systemsS.end();
@@ -79,7 +79,7 @@ bool isDevice(const struct stat& status) {
     return S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
 }
 
-// Of the devices those by which nothing can be reached.
+// Harmless devices.
 bool isNullOrFull(const struct stat& status) {
     constexpr unsigned memoryDevices = 1;
     return S_ISCHR(status.st_mode) && (status.st_rdev == makedev(memoryDevices, 3) ||
@@ -93,7 +93,7 @@ int openBeneath(int directory, const char* path) {
     return static_cast<int>(syscall(SYS_openat2, directory, path, &how, sizeof how));
 }
 
-// `path` from the root on; false when the working directory has no place below it.
+// `path` as seen from the root; false when the working directory is not below it.
 bool makeAbsolute(const FND::String& path, FND::String& text) {
     const std::size_t length = strnlen(path.c_str(), PATH_MAX);
     if (length == 0) return fail(ENOENT);
@@ -124,10 +124,10 @@ struct FileAccess::Root {
     struct stat status;
     FND::String path;  // without links and without a final slash: "" for the root of all
     unsigned rights;
-    bool isSystem;  // it lies in a file system by which the kernel shows itself
+    bool isSystem;  // it lies in a file system in which the kernel shows itself
 };
 
-/// Where a path leads: a name in a directory that is held open.
+/// Where a path leads: a name in an open directory.
 struct FileAccess::Place {
     bool mayUse(unsigned wanted) const { return (wanted & ~rights) == 0; }
     /// The same for a file that exists.
@@ -138,7 +138,7 @@ struct FileAccess::Place {
 
     Handle folder;
     FND::String name;
-    bool isFolder = false;  // by a slash at the end of the path
+    bool isFolder = false;  // the path ends in a slash
     unsigned rights = 0;
     unsigned deviceRights = 0;  // to null and full
     bool isSystem = false;
@@ -166,7 +166,7 @@ public:
             const Step step = isLast ? look(name, follows, target) : enter(name, target);
             if (step == Step::Failed) return false;
             if (step == Step::Link) {
-                // Links by which the kernel shows itself name what they do not lead to.
+                // Links in which the kernel shows itself give a name that is not what they lead to.
                 const Level& level = levels_.back();
                 if (level.isSystem && level.rights == 0) return fail(EACCES);
                 if (++links_ > mostLinksCM) return fail(ELOOP);
@@ -182,7 +182,7 @@ public:
 
 private:
     static constexpr int mostLinksCM = 40;            // as the kernel's
-    static constexpr std::size_t mostLevelsCM = 256;  // each holds a handle of the process
+    static constexpr std::size_t mostLevelsCM = 256;  // each has an open handle of the process
 
     enum class Step { Done, Link, Failed };
     struct Level {
@@ -228,7 +228,7 @@ private:
         return true;
     }
 
-    // Goes into the directory `name`. A link is only read.
+    // Enters the directory `name`. A link is only read.
     Step enter(const FND::String& name, FND::String& target) {
         const int top = levels_.back().handle.number();
         Handle handle(openat(top, name.c_str(), directoryFlagsS | O_NOFOLLOW));
@@ -241,7 +241,7 @@ private:
         return push(std::move(handle)) ? Step::Done : Step::Failed;
     }
 
-    // Reads what the last name of a path stands for, if that is a link to be followed.
+    // Reads the link that the last name of a path stands for, if it is one to be followed.
     Step look(const FND::String& name, bool follows, FND::String& target) {
         return follows && readLink(name, target) ? Step::Link : Step::Done;
     }
@@ -359,8 +359,8 @@ FileAccess::Reach FileAccess::reach(std::string_view path, unsigned rights, bool
     Handle handle(openBeneath(root->handle.number(), folder.c_str()));
     if (!handle.isOpen()) {
         if (errno == ENOSYS) hasOpenat2CM.store(false, std::memory_order_relaxed);
-        // Only these say that the path leads nowhere. A filter of system calls gives EPERM for what
-        // it does not know, a link out of the directory may lead into another one granted.
+        // Only these errors mean that the path leads nowhere. A filter of system calls gives EPERM
+        // for unknown calls; a link out of the directory may lead into another one granted.
         const bool isSure = errno == ENOENT || errno == ENOTDIR || errno == EACCES ||
                             errno == ENAMETOOLONG || errno == EMFILE || errno == ENFILE;
         return isSure ? Reach::Failed : Reach::Unknown;
@@ -396,8 +396,8 @@ int FileAccess::open(const FND::String& path, int flags) const {
         }
         flags |= O_DIRECTORY;
     }
-    // What it is now is looked at first, so that no device is opened in vain. What counts is what
-    // was opened, and nothing is emptied before that is known.
+    // Looks at the file first, so that no device is opened in vain. The decision depends on the
+    // file that was opened, and the file is not emptied before that.
     const int folder = place.folder.number();
     struct stat status {};
     const bool exists = fstatat(folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
@@ -408,7 +408,7 @@ int FileAccess::open(const FND::String& path, int flags) const {
     const int added = O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     Handle file(openat(folder, place.name.c_str(), (flags & ~O_TRUNC) | added, mode));
     if (!file.isOpen() || fstat(file.number(), &status) != 0) return -1;
-    const bool isLink = S_ISLNK(status.st_mode);  // made meanwhile
+    const bool isLink = S_ISLNK(status.st_mode);  // made in the meantime
     const bool mayUse = place.mayUse(rights, status) &&
                         (place.isSystem || isNullOrFull(status) || !isOfSystem(file.number()));
     if (isLink || !mayUse) {

@@ -36,7 +36,7 @@ bool FileData::writeString(const FND::String& text) {
         if (begin > 0 && !isWritten) return;
         isWritten = std::fwrite(text.data() + begin, end - begin, 1, variable_->stream()) == 1;
     });
-    // A file that was not opened for writing has not lost anything.
+    // A file that is not open for writing has not lost anything.
     if (!isWritten && !text.empty() && __fwritable(variable_->stream()) != 0) {
         variable_->noteFailure(errno);
     }
@@ -60,13 +60,13 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
     }
     char piece[pieceLength + 1];
     bool isRead = false;
-    bool isCut = false;  // by a NUL: what follows it in the line is read and dropped
+    bool isCut = false;  // a NUL came: the rest of the line is read and dropped
     bool goesOn = true;
     RunControl* const control = RunControl::current();
     for (unsigned pieces = 1; goesOn && maxLength > 0; ++pieces) {
         if (control != nullptr && pieces % askInterval == 0) control->ask(nullptr);
         const std::size_t wanted = std::min<unsigned long>(maxLength, pieceLength);
-        // Overwritten only by the NUL that ends a full piece, whatever bytes the piece holds.
+        // Only the NUL that ends a full piece overwrites it, whatever bytes the piece holds.
         piece[wanted] = '?';
         if (std::fgets(piece, static_cast<int>(wanted + 1), variable_->stream()) == nullptr) break;
         isRead = true;
@@ -97,7 +97,7 @@ std::int64_t FileData::tell() const { return isOpen() ? ftello(variable_->stream
 
 bool FileData::seek(long offset) {
     if (offset < 0 || !isOpen()) return false;
-    // To move writes out what is buffered, and would fail without saying what failed.
+    // Moving would write out what is buffered, and could fail without saying what failed.
     if (__fpending(variable_->stream()) > 0 && !flush()) return false;
     return fseeko(variable_->stream(), offset, SEEK_SET) == 0;
 }

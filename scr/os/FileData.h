@@ -13,13 +13,13 @@ class OpenFiles;
 class PlaceTrail;
 
 /// Links a file function to the File variable that it works on; the variable is not owned. It has
-/// no value. That of a named variable is never executed.
+/// no value. The node of a named variable is never executed.
 class KESTREL_API FileData : public Node {
 public:
     explicit FileData(FileVariable* variable) : variable_(variable) {}
 
-    /// Finds the variable that the operations work on, up to the next call: an element of a
-    /// container may not be there as long as the node. Nothing to do for a named variable.
+    /// Finds the variable that the operations work on until the next call. An element of a
+    /// container may be gone before the node is. Does nothing for a named variable.
     void find() {
         if (isElement_) findElement();
     }
@@ -28,23 +28,24 @@ public:
     virtual void note(PlaceTrail& trail);
     virtual void follow(PlaceTrail& trail);
 
-    /// Closes the stream held, then opens `name` with the C stream mode `mode`;
-    /// `FileVariable::open` tells more of that, of `openFiles` and of `files`. True when a stream
-    /// is open now. errno is cleared before and tells the cause after a failure.
+    /// Closes the stream held, then opens `name` with the C stream mode `mode`; see
+    /// `FileVariable::open`, also for `openFiles` and `files`. True when a stream is open now.
+    /// errno is cleared first and tells the cause after a failure.
     bool open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles = nullptr,
               const FileAccess* files = nullptr);
     /// Closes the stream if one is open.
     void close();
     bool isOpen() const;
-    /// Writes the bytes of `text`; true only if all of them were written, so false for an empty
-    /// text and without a stream.
+    /// Writes the bytes of `text`; true only if all of them were written. False for an empty text
+    /// and without a stream.
     bool writeString(const FND::String& text);
     /// Reads at most `maxLength` bytes up to and including a line end into `target`, up to the
     /// first NUL. False, with `target` unchanged, without a stream, when nothing can be read
-    /// because of the end of the file or an error, and when `maxLength` is 0. Memory is taken as
-    /// the line grows, whatever `maxLength` is, and not at all for lines as long as those before.
+    /// because of the end of the file or an error, and when `maxLength` is 0. Memory grows with the
+    /// line, whatever `maxLength` is; a line as long as earlier ones needs none.
     bool readLine(StringDataNode* target, unsigned long maxLength);
-    /// As `readLine`, but gives the line, which holds until the next one is read; null for false.
+    /// Like `readLine`, but gives the line, which is valid until the next one is read; null means
+    /// false.
     const FND::String* nextLine(unsigned long maxLength);
     /// True when no stream is held or its end-of-file indicator is set.
     bool eof() const;
@@ -61,13 +62,13 @@ protected:
     FileData() : variable_(nullptr), isElement_(true) {}
     virtual void findElement() {}
 
-    /// Null when there is no variable, as for an element that cannot be had: all operations fail
-    /// then as on a closed file.
+    /// Null when there is no variable, such as an element that cannot be made; all operations then
+    /// fail as on a closed file.
     FileVariable* variable_;
 
 private:
     const bool isElement_ = false;
-    FND::String line_;  // the line read last, kept for its room
+    FND::String line_;  // the last line; keeps its memory
 };
 
 }  // namespace SCR

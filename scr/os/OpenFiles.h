@@ -11,8 +11,8 @@ namespace SCR {
 class FileVariable;
 class RunControl;
 
-/// The files that the scripts of one interpreter have open, and what became known of outputs that
-/// failed. Thread rule of the interpreter.
+/// The open files of one interpreter's scripts, and the known failures of outputs. Thread rule of
+/// the interpreter.
 class KESTREL_API OpenFiles {
 public:
     /// `control` is that of the scripts; not owned, must outlive this object.

@@ -19,7 +19,7 @@ sigset_t pipeSignal() {
 PipeGuard::PipeGuard(bool isNeeded) {
     if (!isNeeded) return;
     sigset_t pending;
-    // One that is pending already is not ours to take away, and keeps ours from being noticed.
+    // A signal that is already pending is not ours to remove, and would hide ours.
     if (sigpending(&pending) != 0 || sigismember(&pending, SIGPIPE) == 1) return;
     const sigset_t blocked = pipeSignal();
     isActive_ = pthread_sigmask(SIG_BLOCK, &blocked, &mask_) == 0;

@@ -4,8 +4,8 @@
 
 namespace SCR {
 
-/// Keeps the signal that ends a process as it writes to a pipe without a reader from the calling
-/// thread, for the life of a scope: the write fails then, and nothing else happens.
+/// While it lives, the calling thread does not get the signal that ends a process when it writes to
+/// a pipe without a reader: the write only fails.
 class PipeGuard {
 public:
     /// Does nothing unless `isNeeded`.
@@ -16,7 +16,7 @@ public:
 
 private:
     bool isActive_ = false;
-    sigset_t mask_{};  // of the thread before
+    sigset_t mask_{};  // the thread's former mask
 };
 
 }  // namespace SCR

@@ -23,11 +23,12 @@ using namespace std::chrono_literals;
 
 constexpr const char* shellS = "/bin/sh";
 
-// Sends `signal` to `process` and to those that stem from it, as far as they are known.
+// Sends `signal` to `process` and to its known descendants.
 void signalFamily(pid_t process, int signal) {
     std::vector<pid_t> family{process};
     for (std::size_t i = 0; i < family.size(); ++i) {
-        // The task directory of a process has that of its first thread, of the same number.
+        // The task directory of a process contains that of its first thread, which has the same
+        // number.
         std::string path = "/proc/" + std::to_string(family[i]);
         path.append("/task/").append(std::to_string(family[i])).append("/children");
         std::ifstream children(path);
@@ -52,8 +53,9 @@ void ShellCommand::start(const char* command, int output) {
     if (posix_spawn_file_actions_init(&actions) != 0) return;
     posix_spawnattr_t attributes;
     if (posix_spawnattr_init(&attributes) == 0) {
-        // What a host ignores or blocks would be ignored and blocked by all that the command
-        // starts: `yes | head` would not end. Only who is to outlive a terminal says so by SIGHUP.
+        // Signals that a host ignores or blocks would stay so in all programs that the command
+        // starts: `yes | head` would not end. Only SIGHUP stays ignored, for commands that should
+        // outlive a terminal.
         sigset_t defaults;
         sigset_t blocked;
         sigfillset(&defaults);

@@ -12,29 +12,29 @@ namespace SCR {
 
 /// A command that the system's shell runs, with its standard output piped to this process. It
 /// shares standard input, standard error and environment with this process and inherits no other
-/// open file. No signal is blocked in it, and none ignored but SIGHUP, if it is in this process.
-/// Used by one thread.
+/// open file. No signal is blocked in it. None is ignored except SIGHUP, if this process ignores
+/// it. Used by one thread.
 class ShellCommand {
 public:
     using Duration = std::chrono::milliseconds;
 
-    /// Starts the shell on `command` up to its first NUL.
+    /// Starts the shell with `command`, up to its first NUL.
     explicit ShellCommand(const FND::String& command);
     ShellCommand(const ShellCommand&) = delete;
     ShellCommand& operator=(const ShellCommand&) = delete;
-    /// Ends a command that still runs, with the processes that it started: asks them to end, and
-    /// does not ask any longer if the shell still runs a tenth of a second later.
+    /// Ends a command that still runs, and the processes that it started: asks them to end, and
+    /// kills them if the shell still runs a tenth of a second later.
     ~ShellCommand();
 
     /// Whether the shell was started.
     bool isStarted() const { return process_ > 0; }
 
     /// Reads at most `size` bytes of output into `buffer`, waiting for at most `duration`. Gives
-    /// how many; 0 at the end of the output; nothing when there was none yet.
+    /// how many; 0 at the end of the output; nothing when no output came in time.
     std::optional<std::size_t> read(char* buffer, std::size_t size, Duration duration);
 
     /// Waits for the end of the shell, at most `duration`. Gives its status, as the C library
-    /// encodes it, or -1 when that is not to be had; nothing when it still runs.
+    /// encodes it, or -1 when the status is unknown; nothing when it still runs.
     std::optional<int> wait(Duration duration);
 
 private:

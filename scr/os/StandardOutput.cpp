@@ -24,7 +24,7 @@ namespace SCR {
 
 namespace {
 
-/// Keeps other threads from a stream for the life of a scope.
+/// Locks a stream against other threads while it lives.
 class StreamLock {
 public:
     explicit StreamLock(std::FILE* stream)
@@ -38,7 +38,7 @@ public:
     }
 
 private:
-    std::FILE* const stream_;  // null when there are no others
+    std::FILE* const stream_;  // null without other threads
 };
 
 /// Writes to an open file without waiting longer than the script may run, or not at all.
@@ -59,11 +59,11 @@ public:
         if (own_ >= 0) close(own_);
     }
 
-    /// Writes `text` and removes from its front what was written; true when that is all.
+    /// Writes `text` and removes from its front what was written; true when everything was.
     bool write(std::string_view& text) {
         const PipeGuard guard(isPipe_);
         while (!text.empty()) {
-            // Whoever finds room in a pipe finds it for PIPE_BUF bytes.
+            // When a pipe has room, it has room for PIPE_BUF bytes.
             const bool asksFirst = isPipe_ || (isTerminal_ && !opensOwn());
             if (asksFirst && !waitUntilWritable()) return false;
             const ssize_t length = writeSome(text.substr(0, asksFirst ? PIPE_BUF : pieceSizeCM));
@@ -87,8 +87,8 @@ private:
         return ::write(own_ >= 0 ? own_ : handle_, text.data(), text.size());
     }
 
-    // A terminal tells that it has room, but not how much. Opened anew for this object alone it can
-    // be written to without waiting, which others that share it do not notice.
+    // A terminal tells that it has room, but not how much. It is opened anew for this object alone,
+    // so that it can be written to without waiting, and others that share it do not notice.
     bool opensOwn() {
         if (own_ >= 0) return true;
         if (hasTried_) return false;
@@ -129,7 +129,7 @@ private:
 
 class StandardOutput final : public Output {
 public:
-    // A text that the buffer takes costs a copy. Of a stream that is written to at the end of each
+    // Copying a text into the buffer is cheap. For a stream that is written out at the end of each
     // line the buffer never seems to have room.
     bool write(std::string_view text) override {
         const StreamLock lock(stdout);
@@ -153,12 +153,12 @@ private:
         return fwrite_unlocked(text.data(), 1, text.size(), stdout) == text.size();
     }
 
-    // Whether it is a stream of bytes on an open file. A host may have made it something else.
+    // Whether it is a byte stream on an open file. A host may have replaced it by something else.
     static bool isPlain() { return fileno(stdout) >= 0 && std::fwide(stdout, 0) <= 0; }
 
     static bool writeOut(std::string_view text) {
         constexpr std::size_t leastBuffer = 1024;
-        // The stream gets its buffer with the first text.
+        // The first text gives the stream its buffer.
         const bool isFirst = __fbufsize(stdout) == 0 && text.size() < leastBuffer;
         if (isFirst || !isPlain()) return keep(text);
         StoppableFile file(fileno(stdout));
@@ -171,7 +171,7 @@ private:
     }
 
     // Writes what is in the buffer. What cannot be written stays there, unless nobody will ever
-    // read it: the process would be ended by a signal as the stream is closed.
+    // read it: closing the stream would then end the process by a signal.
     static bool drain(StoppableFile& file) {
         char* const buffer = stdout->_IO_write_base;
         std::string_view pending(buffer, __fpending(stdout));

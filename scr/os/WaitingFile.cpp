@@ -21,7 +21,7 @@ namespace {
 constexpr int stepMillisS = 50;
 constexpr int stepsAfterScriptS = 100;
 
-// What the C library calls for a stream; `cookie` is the file.
+// Functions that the C library calls for a stream; `cookie` is the file.
 
 ssize_t readStream(void* cookie, char* buffer, std::size_t size) {
     return static_cast<WaitingFile*>(cookie)->read(buffer, size);
@@ -57,11 +57,11 @@ std::FILE* WaitingFile::openStream(const FileAccess& files, const FND::String& n
                                    const char* mode, const RunControl* control) {
     std::unique_ptr<WaitingFile> file(new (std::nothrow) WaitingFile(control));
     if (!file || !file->open(files, name, flagsOf(mode))) return nullptr;
-    // It takes no other letters in between.
+    // It accepts no other letters in between.
     const char plainMode[] = {mode[0], std::strchr(mode, '+') != nullptr ? '+' : '\0', '\0'};
     std::FILE* const stream =
         fopencookie(file.get(), plainMode, {readStream, writeStream, seekStream, closeStream});
-    if (stream != nullptr) static_cast<void>(file.release());  // the stream's
+    if (stream != nullptr) static_cast<void>(file.release());  // now the stream's
     return stream;
 }
 
@@ -69,7 +69,7 @@ bool WaitingFile::open(const FileAccess& files, const FND::String& name, int fla
     int steps = 0;
     while ((handle_ = files.open(name, flags | O_NONBLOCK | O_CLOEXEC)) < 0) {
         if (errno == EINTR) continue;
-        // What a pipe without a reader gives, among others.
+        // For example the error of a pipe without a reader.
         if (errno != ENXIO) return false;
         struct stat status {};
         const bool isPipe = files.status(name, status) && S_ISFIFO(status.st_mode);
@@ -82,7 +82,7 @@ bool WaitingFile::open(const FileAccess& files, const FND::String& name, int fla
 }
 
 ssize_t WaitingFile::read(char* buffer, std::size_t size) const {
-    // A pipe that had no writer yet would seem to be at its end.
+    // A pipe that has no writer yet would seem to be at its end.
     while (waitFor(POLLIN)) {
         const ssize_t length = ::read(handle_, buffer, size);
         if (length >= 0 || (errno != EAGAIN && errno != EINTR)) return length;

@@ -67,7 +67,7 @@ bool bindOperator(const FctDescr& descriptor, int count) {
     stackG->pushFunction(&descriptor);
     stackG->pushNumParams(count);
     const bool isBound = descriptor.create(*actInterpreterG, *stackG);
-    // A concatenation may be stopped, and then names its line.
+    // A concatenation may stop the script; the message names its line then.
     if (isBound && descriptor.returnType() == TypeCode::String) recordPlace(stackG->data());
     stackG->popFunction();
     stackG->popNumParams();

@@ -7,8 +7,8 @@
 #include "scr/parser/ParserStack.h"
 
 // The actions that the grammar calls at its reductions. They work on the parse state: the
-// interpreter being compiled and the parser stack. Each gives true, or false after it reported one
-// error, which ends the parse. Texts are views into the script.
+// interpreter being compiled and the parser stack. Each gives true, or reports one error and gives
+// false, which ends the parse. Texts are views into the script.
 
 namespace SCR {
 class CustomLexer;
@@ -17,14 +17,14 @@ class Interpreter;
 }  // namespace SCR
 
 // Of the parser itself.
-/// Reports what the generated parser says, in this system's words.
+/// Reports an error of the generated parser in this system's words.
 void SCR_parserError(SCR::CustomLexer& lexer, std::string_view message);
 
 // Declarations: DeclarationActions.cpp
 void SCR_startModifiers();
 /// Adds "A" for "[]" or "H" for "{}" to the modifiers of the variable being declared.
 bool SCR_addModifier(char modifier);
-/// Declares a variable of the modifiers collected.
+/// Declares a variable with the modifiers collected.
 bool SCR_declareVariable(std::string_view typeName, std::string_view identifier);
 /// Declares a variable in the innermost block; `modifiers` are applied from the last to the first.
 bool SCR_variableDeclaration(std::string_view typeName, std::string_view identifier,
@@ -38,7 +38,7 @@ bool SCR_functionAddParameters();
 bool SCR_endFunctionDeclaration();
 
 // Expressions: ExpressionActions.cpp
-/// Pushes what an identifier, plain or "module::name", stands for.
+/// Pushes the meaning of an identifier, plain or "module::name".
 bool SCR_identifier(std::string_view text);
 /// The same for one that is known to be plain.
 bool SCR_plainIdentifier(std::string_view text);
@@ -53,7 +53,7 @@ void SCR_addLiteral(std::string_view literal);
 bool SCR_stringConstant();
 /// Binds a binary operator or an assignment to the two topmost operands.
 bool SCR_expression(SCR::Operator sign);
-/// The same for "and" and "or", however they are written.
+/// The same for "and" and "or", in either spelling.
 bool SCR_boolExpression(std::string_view sign);
 bool SCR_negation();
 bool SCR_constNegation();

@@ -26,7 +26,7 @@ std::unique_ptr<Node> makeCall(Bindings bindings, RunControl& control, Function*
 
 using MakeCall = std::unique_ptr<Node> (*)(Bindings, RunControl&, Function*);
 
-// How a call of a function of the given return type is made, or null.
+// The factory of the call of a function with the given return type, or null.
 MakeCall callMaker(int returnType) {
     switch (returnType) {
         case TypeCode::Void:

@@ -35,8 +35,8 @@ constexpr std::array<std::uint8_t, 256> digitValuesS = [] {
 
 std::uint8_t digitValue(char c) { return digitValuesS[static_cast<unsigned char>(c)]; }
 
-/// The work of `Crypt::charFromHex`, here for the compiler to take into loops: what the library
-/// shows may be replaced by a program, so that calls of it stay calls.
+/// The body of `Crypt::charFromHex`, separate so that the compiler can inline it into loops: a
+/// program may replace the library's exported functions, so calls of those stay calls.
 inline bool readUnit(const char*& position, const char* end, unsigned char& byte) {
     if (end - position < 2) return false;
     const std::uint8_t high = digitValue(position[0]);
@@ -48,7 +48,8 @@ inline bool readUnit(const char*& position, const char* end, unsigned char& byte
     return true;
 }
 
-/// Fills `bytes` with random bytes: the system's if it has them at once, the clock's otherwise.
+/// Fills `bytes` with random bytes, from the system if it has them at once, otherwise from the
+/// clock.
 template <std::size_t Size>
 void drawRandom(std::array<unsigned char, Size>& bytes) {
     static_assert(Size <= 256, "a longer request may be answered in part");
@@ -67,8 +68,8 @@ void drawRandom(std::array<unsigned char, Size>& bytes) {
     }
 }
 
-/// The bytes with which the plain text is XORed: mask and key run beside each other until both are
-/// back at their start.
+/// The bytes with which the plain text is XORed. Mask and key advance together until both are back
+/// at their start.
 class Pad {
 public:
     Pad(const unsigned char* mask, const unsigned char* key, std::size_t keyLength)
@@ -90,7 +91,7 @@ private:
     std::size_t position_ = 0;
 };
 
-/// Writes bytes as pairs of digits, with the line feeds, to memory that has room for them.
+/// Writes bytes as pairs of digits, with the line feeds, to a buffer that has room for them.
 class UnitWriter {
 public:
     explicit UnitWriter(char* out) : out_(out) {}

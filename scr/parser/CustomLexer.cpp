@@ -15,7 +15,7 @@ namespace SCR {
 
 namespace {
 
-// What a token that begins with a byte may be.
+// The possible tokens that begin with a byte.
 enum class Kind : unsigned char {
     Blank,
     LineEnd,
@@ -24,7 +24,7 @@ enum class Kind : unsigned char {
     Digit,
     Quote,
     Sign,        // a token of its own
-    Comparison,  // or with an "=" behind it
+    Comparison,  // or together with an "=" after it
     Other,
 };
 
@@ -47,7 +47,7 @@ constexpr std::array<Kind, 256> kindsS = [] {
 
 Kind kindOf(char byte) { return kindsS[static_cast<unsigned char>(byte)]; }
 
-// The bytes of names and keywords, behind their first one.
+// The bytes that may follow the first one in names and keywords.
 constexpr std::array<bool, 256> wordBytesS = [] {
     std::array<bool, 256> isOfWord{};
     for (std::size_t i = 0; i < isOfWord.size(); ++i) {
@@ -120,8 +120,8 @@ constexpr Keyword keywordListS[] = {
     {"false", SCR_BOOL_CONSTANT},
 };
 
-// The keywords where their lengths and ends say, or behind that. At most half of the slots are
-// taken.
+// The keywords, in slots given by their lengths and ends or in the next free ones. At most half of
+// the slots are taken.
 constexpr std::size_t numKeywordSlotsS = 128;
 
 constexpr std::size_t keywordSlot(std::string_view word) {
@@ -168,7 +168,7 @@ int CustomLexer::yylex(FND::String* text) {
 
 inline void CustomLexer::countMatched() {
     constexpr std::size_t interval = 4096;
-    // What is made of a byte of text takes far longer than most work on one.
+    // Processing a byte of text takes far longer than most work on one.
     constexpr std::size_t workAByte = 16;
     if (position_ - counted_ > interval) [[unlikely]]
         countWork(workAByte * (position_ - std::exchange(counted_, position_)));
@@ -183,7 +183,7 @@ int CustomLexer::next(std::string_view& text) {
 }
 
 int CustomLexer::LexerInput(char* buffer, int maxSize) {
-    // What is made of a byte takes longer than other work on it.
+    // Processing a byte takes longer than other work on one.
     constexpr std::size_t workOfByte = 8;
     countWork(workOfByte * static_cast<std::size_t>(maxSize));
     std::size_t count = 0;
@@ -208,7 +208,7 @@ void CustomLexer::LexerError(const char* message) {
 }
 
 int CustomLexer::scanCommon(std::string_view& text) {
-    // At first the scanner has no buffer, and what stands around the text is left to the rules.
+    // At first the scanner has no buffer. The parts around the text are left to the rules.
     if (yy_init == 0 || position_ - head_.size() >= text_.size()) return 0;
     const char* const begin = yy_c_buf_p;
     *yy_c_buf_p = yy_hold_char;
@@ -225,14 +225,14 @@ int CustomLexer::scanCommon(std::string_view& text) {
         }
     }
 
-    // The buffer ends in a NUL, which belongs to no token of these kinds: where one stands behind a
+    // The buffer ends in a NUL, which belongs to no token of these kinds. When a NUL follows a
     // token, the rules read on.
     const char* end = start + 1;
     int code = 0;
     switch (kind) {
         case Kind::Letter:
             while (isOfWord(*end)) ++end;
-            // A colon may follow a mode word, or stand for the first half of "::".
+            // A colon may follow a mode word, or be the first half of "::".
             if (*end != ':' && *end != '\0') {
                 code = wordCode({start, static_cast<std::size_t>(end - start)});
             }
@@ -274,7 +274,7 @@ int CustomLexer::scanCommon(std::string_view& text) {
 
     const auto skipped = static_cast<std::size_t>(start - begin);
     const std::size_t length = code != 0 ? static_cast<std::size_t>(end - start) : 0;
-    // The quotes around a string are no part of its text.
+    // The quotes around a string are not part of its text.
     const std::size_t quote = code == SCR_STRING ? 1 : 0;
     const char* const matched = text_.data() + (position_ - head_.size()) + skipped;
     text = {matched + quote, length - 2 * quote};
@@ -288,7 +288,7 @@ int CustomLexer::word() { return token(wordCode({yytext, static_cast<std::size_t
 
 int CustomLexer::token(int code) {
     const auto length = static_cast<std::size_t>(yyleng);
-    // Hardly any token but the mode word stands outside the text.
+    // Hardly any token except the mode word lies outside the text.
     std::size_t start = position_;
     std::string_view source = head_;
     for (const std::string_view next : {text_, tail_}) {

@@ -33,8 +33,8 @@ std::unique_ptr<Variable> makeVariable(std::string_view name) {
     return nullptr;
 }
 
-// Declares `variable` in the innermost block, or reports what `taken` says of the name and destroys
-// it.
+// Declares `variable` in the innermost block; or reports, in the words of `taken`, that the name is
+// taken, and destroys it.
 bool declare(const FND::String& name, std::unique_ptr<Variable> variable,
              FND::String (*taken)(const FND::String& name)) {
     if (!actInterpreterG->addIdentifier(name, variable.get())) return SCR_YaccError(taken(name));
@@ -42,7 +42,7 @@ bool declare(const FND::String& name, std::unique_ptr<Variable> variable,
     return true;
 }
 
-// A constant variable of the value that `node` gives.
+// A constant variable with the value that `node` gives.
 template <class Type>
 std::unique_ptr<Variable> constantOf(Node& node) {
     return std::make_unique<typename Type::Variable>(
@@ -51,7 +51,7 @@ std::unique_ptr<Variable> constantOf(Node& node) {
 
 using MakeConstant = std::unique_ptr<Variable> (*)(Node&);
 
-// How a constant of the type `code` is made; null when constants of it can not be declared.
+// The maker of constants of the type `code`; null when there are no constants of this type.
 MakeConstant constantMaker(int code) {
     switch (code) {
         case TypeCode::String:
@@ -156,7 +156,7 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
 bool SCR_functionAddParameters() {
     Function& function = *parseContextG->function;
     FctDescr* const descriptor = parseContextG->functionDescriptor;
-    // A parameter may have taken the function's name.
+    // A parameter may have the function's name.
     if (function.getIdentifier(descriptor->name()) != nullptr) {
         return SCR_YaccError(Messages::unknownFunction(descriptor->name()));
     }

@@ -19,8 +19,7 @@ namespace SCR {
 
 namespace {
 
-// The functions, supplied by hosts, whose first argument is the name of a field when it is an
-// identifier.
+// Functions of hosts. If their first argument is an identifier, it is the name of a field.
 constexpr std::array<std::string_view, 19> fieldFunctionsS{"edrString",
                                                            "edrLong",
                                                            "edrDate",
@@ -41,7 +40,7 @@ constexpr std::array<std::string_view, 19> fieldFunctionsS{"edrString",
                                                            "edrNexid",
                                                            "edrArrayIndex"};
 
-// Whether an identifier read now is the first argument of an open call of a field function.
+// Whether an identifier read now is the first argument of a field function whose call is open.
 bool isFieldAlias() {
     if (stackG->numFunctions() <= parseContextG->declaredFunctions) return false;
     if (stackG->topNumParams() != 0) return false;
@@ -54,7 +53,7 @@ void pushConstant(std::unique_ptr<Node> constant, int typeCode) {
     stackG->pushData(constant.release(), typeCode | TypeCode::ConstFlag);
 }
 
-// Reports an operand that is no `expected`; true when it is one.
+// Reports an operand that is not of the type `expected`; true when it is of that type.
 bool checkOperand(int expected, int actual) {
     if (Node::baseType(actual) == expected) return true;
     return SCR_YaccError(Messages::expectedType(expected, actual));

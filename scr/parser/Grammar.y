@@ -15,7 +15,8 @@ class CustomLexer;
 
 // The depth at which a text is refused; each level of parentheses takes two.
 #define YYMAXDEPTH 10000
-// The parser's own stack when it grows: freed with the parse, so that an exception loses nothing.
+// The parser's own stack when it grows. It is freed with the parse, so that an exception leaks
+// nothing.
 #define YYMALLOC SCR_parserMemory
 #define YYFREE(memory) static_cast<void>(memory)
 

@@ -18,27 +18,27 @@ class FctDescr;
 class Function;
 class Interpreter;
 
-/// What the parser actions of one parse share beside the parser stack.
+/// State that the parser actions of one parse share besides the parser stack.
 struct ParseContext {
     CustomLexer* lexer = nullptr;
     /// The function being declared, or null, and its descriptor.
     Function* function = nullptr;
     FctDescr* functionDescriptor = nullptr;
-    /// How many entries of the function stack belong to functions being declared, not to calls.
+    /// The number of entries of the function stack that belong to declarations, not to calls.
     int declaredFunctions = 0;
     /// The modifiers of the variable being declared: "A" for "[]" and "H" for "{}".
     FND::String modifiers;
-    /// The string constant being read, from its adjacent literals.
+    /// The string constant being read, joined from its adjacent literals.
     FND::String literal;
-    /// Room for the names being looked up, so that none is allocated for each.
+    /// A buffer for the names being looked up, so that none is allocated for each.
     FND::String module;
     FND::String name;
-    /// What the parser's own stack is kept in once it is deep.
+    /// The memory of the parser's own stack when it is deep.
     std::vector<std::unique_ptr<std::byte[]>> memory;
 };
 
 // The process-wide parse state, guarded by parserLockG and valid during a parse. The lock is
-// recursive and the entry points put back what they found, so that an extension's generator
+// recursive and the entry points restore the former state, so that an extension's generator
 // function, which runs within a parse, may let another interpreter compile scripts.
 extern std::recursive_timed_mutex parserLockG;
 extern Interpreter* actInterpreterG;

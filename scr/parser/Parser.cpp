@@ -32,7 +32,7 @@ namespace {
 
 FND::ForkGuard parserGuardS(FND::ForkGuard::Rank::Parse, parserLockG);
 
-// Waits until no other interpreter parses, or until the one that waits has to stop.
+// Waits until no other interpreter parses, or until the waiting one has to stop.
 std::unique_lock<std::recursive_timed_mutex> lockParser(SCR::Interpreter& interpreter) {
     constexpr std::chrono::milliseconds interval(5);
     std::unique_lock lock(parserLockG, interval);
@@ -43,7 +43,7 @@ std::unique_lock<std::recursive_timed_mutex> lockParser(SCR::Interpreter& interp
     return lock;
 }
 
-// Sets the process-wide parse state for one parse and puts it back.
+// Sets the process-wide parse state for one parse and restores it.
 class ParseScope {
 public:
     ParseScope(SCR::Interpreter& interpreter, SCR::CompareInterface* target, PendingBuilds& pending)
@@ -68,7 +68,7 @@ public:
         parseContextG = context_;
     }
 
-    // Parses `text`, followed by `tail`, in the mode that the word at the start of `head` chooses.
+    // Parses `text`, followed by `tail`, in the mode given by the word at the start of `head`.
     bool parse(std::string_view head, std::string_view text, std::string_view tail = {}) {
         SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
@@ -94,7 +94,7 @@ private:
     SCR::ParseContext ownContext_;
 };
 
-// Calls parse(pending), which takes the parse lock, and then, without it, builds what is pending.
+// Calls parse(pending), which takes the parse lock, and after releasing it builds what is pending.
 template <class Parse>
 bool parseAndBuild(SCR::Interpreter& interpreter, Parse parse) {
     PendingBuilds pending(interpreter);

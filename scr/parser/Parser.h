@@ -13,10 +13,10 @@ struct ExpandedText;
 
 }  // namespace SCR
 
-// The entry points of the parser. Each holds the process-wide parse lock for the whole of a parse,
-// and after it, without the lock, builds the automata of the script and logs what there is to say.
-// Errors are reported through the interpreter; false after one. They may throw what the library
-// or an extension throws; the parse state is put back then too.
+// The entry points of the parser. Each holds the process-wide parse lock during the whole parse,
+// and then, without the lock, builds the automata of the script and logs the pending messages.
+// Errors are reported through the interpreter; the result is false then. Exceptions of the library
+// or of an extension pass through; the parse state is restored then too.
 
 /// Compiles a script into the interpreter's open main function.
 bool SCR_parseScript(SCR::Interpreter& interpreter, const SCR::ExpandedText& text);

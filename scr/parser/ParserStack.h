@@ -15,21 +15,21 @@ namespace SCR {
 
 class FctDescr;
 
-/// What is known of an operand beside its type, so that factories can build the node that fits.
+/// Facts about an operand besides its type, so that factories can build the node that fits.
 struct OperandTraits {
-    /// Evaluating it may run script code or change variables or containers, so that a reference
-    /// taken from another operand before may see another value after.
+    /// Evaluating it may run script code or change variables or containers. So a reference taken
+    /// earlier from another operand may show another value afterwards.
     bool isActive = false;
     /// Levels of the operand's expression. A chain of operators, as in `a + b - c`, is one.
     int depth = 1;
-    /// The operators of the chain that the operand is, 0 when it is none.
+    /// The number of operators if the operand is a chain, otherwise 0.
     int operators = 0;
 };
 
 /// The working store of the parser actions: four independent stacks, of operand nodes, of their
 /// type words, of the descriptors of the calls being parsed, and of their argument counts. It owns
-/// the nodes until they are popped and never the descriptors. Part of the parse state: used under
-/// the parse lock only.
+/// the nodes until they are popped, but never the descriptors. Part of the parse state: use it only
+/// under the parse lock.
 class KESTREL_API ParserStack {
 public:
     ParserStack() = default;
@@ -48,8 +48,8 @@ public:
         data_.push_back({std::move(node), traits});
     }
 
-    /// Pops the top node, which the caller owns now; its type stays and is popped with `popType`.
-    /// On an empty stack says so on standard error and gives null.
+    /// Pops the top node, which the caller then owns. Its type stays; `popType` pops it. On an
+    /// empty stack reports that on standard error and gives null.
     Node* popData() {
         if (data_.size() <= dataFloor_) [[unlikely]] {
             ++dataUnderflows_;
@@ -63,24 +63,24 @@ public:
     /// Pops the top type word; 0 after a message on standard error when there is none.
     int popType() { return pop(types_, typesCM, typeFloor_); }
     int topType() const { return top(types_, typesCM, typeFloor_); }
-    /// The common type of the whole type stack; 0 when it is empty, the raw top entry when there is
-    /// no common type.
+    /// The common type of the whole type stack; 0 when it is empty, the unchanged top entry when
+    /// there is no common type.
     int superType() const;
     /// The common type of the two topmost entries only, by the same rule.
     int operandsType() const;
 
     /// The number of nodes on the data stack.
     std::size_t dataSize() const { return data_.size(); }
-    /// What is known of the node `fromTop` places below the top of the data stack.
+    /// Facts about the node that lies `fromTop` places below the top of the data stack.
     const OperandTraits& traits(std::size_t fromTop = 0) const {
         return data_[data_.size() - 1 - fromTop].traits;
     }
 
-    /// The node `fromTop` places below the top of the data stack, which keeps it.
+    /// The node that lies `fromTop` places below the top of the data stack, which keeps it.
     Node* data(std::size_t fromTop = 0) const {
         return data_[data_.size() - 1 - fromTop].node.get();
     }
-    /// Puts `node` in the place of that one, which is destroyed.
+    /// Destroys that node and puts `node` in its place.
     void replaceData(std::size_t fromTop, std::unique_ptr<Node> node) {
         data_[data_.size() - 1 - fromTop].node = std::move(node);
     }
@@ -95,7 +95,7 @@ public:
     /// 0 after a message on standard error when there is none; also the next two.
     int popNumParams() { return pop(numParams_, numParamsCM); }
     int topNumParams() const { return top(numParams_, numParamsCM); }
-    /// Counts one argument more and gives the new count.
+    /// Adds one to the count of arguments and gives the new count.
     int incTopNumParams() { return numParams_.empty() ? topNumParams() : ++numParams_.back(); }
 
     /// Moves every node of `nodes`, first to last, onto the data stack, without types.
@@ -112,8 +112,8 @@ public:
     /// Writes the functions and types held, for diagnosis.
     void print(std::ostream& stream) const;
 
-    /// While it lives, a factory can take the arguments of its call from the stacks, and nothing
-    /// below them, as if they were empty then.
+    /// While it lives, a factory can take the arguments of its call from the stacks, but nothing
+    /// below them: the stacks seem empty then.
     class CallScope {
     public:
         /// For the topmost `count` nodes and `types` type words.
@@ -127,7 +127,7 @@ public:
         }
         CallScope(const CallScope&) = delete;
         CallScope& operator=(const CallScope&) = delete;
-        /// Drops type words that were left.
+        /// Drops the type words that are left.
         ~CallScope() {
             if (stack_.types_.size() > stack_.typeFloor_) {
                 stack_.types_.resize(stack_.typeFloor_);
@@ -135,7 +135,7 @@ public:
             stack_.dataFloor_ = dataFloor_;
             stack_.typeFloor_ = typeFloor_;
         }
-        /// Whether the nodes were taken, all of them and no more.
+        /// Whether exactly these nodes were taken.
         bool isDone() const {
             return stack_.data_.size() == stack_.dataFloor_ &&
                    stack_.dataUnderflows_ == dataUnderflows_;
@@ -184,7 +184,7 @@ private:
         return value;
     }
 
-    std::size_t dataFloor_ = 0;  // how many entries belong to open calls around the one being made
+    std::size_t dataFloor_ = 0;  // entries that belong to the open calls around the one being made
     std::size_t typeFloor_ = 0;
     std::size_t dataUnderflows_ = 0;
     std::vector<Operand> data_;

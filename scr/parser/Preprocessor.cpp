@@ -21,7 +21,7 @@ namespace SCR {
 namespace {
 
 constexpr std::string_view keywordS = "include";
-// About as long as the first "#line" line.
+// The approximate length of the first "#line" line.
 constexpr std::size_t lineMarkS = 64;
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
@@ -31,8 +31,8 @@ std::size_t skipBlanks(std::string_view line, std::size_t position) {
     return position;
 }
 
-/// True when `line` is an include line, the name of which is then shown in `name`. The pattern asks
-/// for some double quote with a ";" after it; the name goes to the last double quote even so.
+/// True when `line` is an include line; `name` then shows its name. The pattern asks for any double
+/// quote with a ";" after it; nevertheless the name goes up to the last double quote.
 bool matchIncludeLine(std::string_view line, std::string_view& name) {
     std::size_t position = skipBlanks(line, 0);
     if (!line.substr(position).starts_with(keywordS)) return false;
@@ -60,11 +60,11 @@ std::vector<FND::String> split(std::string_view text, char separator) {
     }
 }
 
-/// An open file, closed at the end of the block.
+/// An open file, closed by the destructor.
 class FileDescriptor {
 public:
     FileDescriptor(const FileAccess& files, const FND::String& path) {
-        // Nothing that the path may have become since it was looked at makes the calls wait.
+        // The calls must not wait, whatever the path may have become since it was looked at.
         do {
             number_ = files.open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
         } while (number_ < 0 && errno == EINTR);
@@ -97,8 +97,8 @@ private:
 
 enum class Reading { Absent, Failed, TooLarge, Done };
 
-/// Reads the regular file at `path`, to its end whatever size it is said to have, into `content`.
-/// All else that exists at `path` is a failure, and is not opened.
+/// Reads the regular file at `path` into `content`, to its end, whatever its reported size is.
+/// Anything else at `path` is a failure, and is not opened.
 Reading readFile(const FileAccess& files, const FND::String& path, std::size_t maxBytes,
                  FND::String& content) {
     if (path.find('\0') != FND::String::npos) return Reading::Absent;
@@ -110,8 +110,8 @@ Reading readFile(const FileAccess& files, const FND::String& path, std::size_t m
     if (!file.isRegularFile(expected)) return Reading::Failed;
     if (expected > maxBytes) return Reading::TooLarge;
 
-    // One byte more than expected, so that the end is seen without growing. What is said to be huge
-    // must prove it.
+    // Expects one more byte than reported, so that the end is seen without growing the buffer. A
+    // huge reported size is not trusted.
     constexpr std::size_t firstReadS = std::size_t{16} << 20;
     content.resize(std::min(expected, firstReadS) + 1);
     std::size_t size = 0;
@@ -265,7 +265,7 @@ bool Preprocessor::include(const FND::String& name) {
                     std::to_string(options_.maxDepth) + " nested includes");
     }
 
-    // The scrambled form of what there is still room for.
+    // The scrambled form of as much text as there is still room for.
     std::size_t maxFileBytes = std::numeric_limits<std::size_t>::max();
     if (options_.maxBytes != 0) {
         const std::size_t room = options_.maxBytes - chargedBytes_;

@@ -17,13 +17,13 @@ class FileAccess;
 class Log;
 struct Capabilities;
 
-/// One file on its way through the preprocessor, handed out line by line. Lines are what stands
-/// between line feeds: a text with n line feeds has n + 1 lines, so that one that ends in a line
-/// feed has an empty last line, as has the empty text.
+/// One file on its way through the preprocessor, read line by line. Lines are separated by line
+/// feeds: a text with n line feeds has n + 1 lines. So a text that ends in a line feed has an empty
+/// last line, and so has the empty text.
 class KESTREL_API PreProFileData {
 public:
     /// `name` is the include name as written, empty for the main text. A `content` in the scrambled
-    /// form is turned into its plain text first; any other is taken as it is.
+    /// form is converted to its plain text first; any other is used unchanged.
     PreProFileData(FND::String name, FND::String content);
     /// The main text, which is not copied and must outlive this object if it is not scrambled.
     static PreProFileData mainText(const FND::String& content);
@@ -31,7 +31,7 @@ public:
     /// The name given to the constructor.
     const FND::String& name() const { return name_; }
 
-    /// Whether `lines`, handed out, are all of a text that was not copied.
+    /// Whether `lines`, which were handed out, are the whole of a text that was not copied.
     bool isBorrowed(std::string_view lines) const {
         return borrowed_ != nullptr && lines.size() == borrowed_->size();
     }
@@ -64,7 +64,7 @@ private:
     unsigned lineIndex_ = 0;
 };
 
-/// A text with its include lines expanded, in three parts that follow each other.
+/// A text with its include lines expanded, in three consecutive parts.
 struct ExpandedText {
     FND::String head;
     std::string_view body;  ///< in `storage` or, when it has no include lines, the text given
@@ -74,31 +74,30 @@ struct ExpandedText {
 
 /// What a host grants to the include lines of a script.
 struct PreprocessorOptions {
-    /// Directories that are searched before those of KESTREL_INCLUDE, in this order.
+    /// Directories that are searched, in this order, before those of KESTREL_INCLUDE.
     std::vector<FND::String> searchPath;
     /// The most bytes that the expanded text may have, 0 for no limit. Checked before memory is
-    /// taken: the text of a file counts from the moment it is included. A scrambled file may take
-    /// twice as much while it is read.
+    /// taken: the text of a file counts as soon as it is included. A scrambled file may take twice
+    /// as much while it is read.
     std::size_t maxBytes = std::size_t{256} << 20;
-    /// The most includes that may be open within each other, 0 for no limit.
+    /// The most includes that may be nested, 0 for no limit.
     unsigned maxDepth = 200;
     /// False refuses every include line.
     bool includesAllowed = true;
     /// The files that may be included, null for any. Others are treated as if they did not exist.
     std::shared_ptr<const FileAccess> files;
 
-    /// Sets what is allowed to what `capabilities` grant. False when a directory cannot be opened;
-    /// it grants nothing then.
+    /// Sets the options to what `capabilities` grant. False when a directory cannot be opened,
+    /// which grants nothing then.
     KESTREL_API bool allow(const Capabilities& capabilities);
 };
 
 /// Expands the include lines of a script into one text with "#line" lines, from which the lexer
-/// knows the file and the line of what it reads. An include line matches
-/// `^[ \t]*include[ \t]*".*"[ \t]*;[ \t\r]*`; it is recognised wherever it stands, in a comment as
-/// well, and replaced whole.
+/// knows the file and the line of what it reads. An include line matches `^[ \t]*include[ \t]*".*"[
+/// \t]*;[ \t\r]*`; it is recognised anywhere, even in a comment, and replaced whole.
 ///
 /// Every failure is one message in the log with severity 4 and without a line prefix. Thread rule:
-/// one thread at a time. The environment is read by the constructors only. Throws nothing but
+/// one thread at a time. Only the constructors read the environment. Throws nothing except
 /// `std::bad_alloc`, and leaves no file open then.
 class KESTREL_API Preprocessor {
 public:
@@ -111,29 +110,29 @@ public:
     Preprocessor(Log* log, PreprocessorOptions options);
 
     /// Stores `text` with its include lines expanded in `output`. `text` and every included file
-    /// may be in the scrambled form. Each file is preceded by a line `#line 1 "name"` (the main
-    /// text has an empty name), as is the rest of a file after each include line, with the number
-    /// of its first line; every line ends in a line feed then, those included that had none at the
-    /// end of their file. False, with `output` unchanged, when an include failed or a limit was
+    /// may be in the scrambled form. A line `#line 1 "name"` precedes each file (the main text has
+    /// an empty name). A "#line" line with the number of its first line also precedes the rest of a
+    /// file after each include line. Every line ends in a line feed then, even if it had none at
+    /// the end of its file. False, with `output` unchanged, when an include failed or a limit was
     /// passed; the log says why. `text` and `output` may be the same object.
     bool preprocess(const FND::String& text, FND::String& output);
 
-    /// Gives the same text in parts, of which a text without include lines is not copied and must
-    /// outlive `output`.
+    /// Gives the same text in parts. A text without include lines is not copied and must outlive
+    /// `output`.
     bool expand(const FND::String& text, ExpandedText& output);
 
-    /// True when `line` (without line feed) is an include line; `name` is then what stands between
-    /// its first and its last double quote.
+    /// True when `line` (without line feed) is an include line; `name` is then the text between its
+    /// first and its last double quote.
     bool isIncludeLine(std::string_view line, FND::String& name) const;
 
     /// Opens the file of an include line and makes it the innermost file. A `name` that begins with
-    /// "/" is a path; any other is looked up in the search path, where the first entry that holds
-    /// it wins. A name that was included before in this run (compared as written) is a warning and
-    /// nothing more. False, with a message, when the file does not exist, is not a regular file,
-    /// cannot be read, is not allowed or passes a limit.
+    /// "/" is a path; any other name is looked up in the search path, and the first entry that
+    /// contains it wins. Including a name again in the same run (compared as written) only causes a
+    /// warning. False, with a message, when the file does not exist, is not a regular file, cannot
+    /// be read, is not allowed or passes a limit.
     bool include(const FND::String& name);
 
-    /// True when the last `preprocess` failed for a limit of the options.
+    /// True when the last `preprocess` failed because of a limit of the options.
     bool limitExceeded() const { return limitExceeded_; }
 
 private:
@@ -148,7 +147,7 @@ private:
     PreprocessorOptions options_;
     std::unordered_set<FND::String, KeyHash> includedNames_;
     std::vector<PreProFileData> fileStack_;  // the innermost file last
-    std::size_t chargedBytes_ = 0;           // what is written and what waits in the file stack
+    std::size_t chargedBytes_ = 0;           // written text and text waiting in the file stack
     bool limitExceeded_ = false;
 };
 

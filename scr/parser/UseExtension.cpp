@@ -55,7 +55,7 @@ bool SCR_useExtension(std::string_view extensionName) {
     }
     void* const library = dlopen(("lib" + name + ".so").c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (library == nullptr) return reportUse(name, loaderError());
-    // The library stays loaded for the life of the process, whatever follows.
+    // The library stays loaded as long as the process runs, even after a failure.
     const auto generator =
         reinterpret_cast<Generator>(dlsym(library, (name + "_KestrelExtension").c_str()));
     if (generator == nullptr) return reportUse(name, loaderError());

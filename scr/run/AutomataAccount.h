@@ -10,9 +10,9 @@ namespace SCR {
 
 class Interpreter;
 
-/// What the automata and regular expressions of one interpreter's scripts take, as long as they
-/// last: it counts against the limits `automata` and `memory`. Building them counts as work of the
-/// script. One that would pass a limit is stopped, by `ScriptStopped`.
+/// The memory of the automata and regular expressions of one interpreter's scripts, as long as they
+/// exist. It counts against the limits `automata` and `memory`. Building them counts as work of the
+/// script. A script that would pass a limit is stopped, by `ScriptStopped`.
 class AutomataAccount final : public FSM::Budget {
 public:
     explicit AutomataAccount(Interpreter& interpreter) : interpreter_(interpreter) {}
@@ -24,14 +24,14 @@ public:
     /// The bytes taken and not given back.
     std::int64_t held() const { return held_; }
 
-    // Regular expressions keep what they found out about texts. What they all may keep is shared
-    // among them when they are made, for which their number is to be known.
+    // Regular expressions keep results of earlier searches. The memory for these is shared among
+    // them when they are made, so their number must be known first.
 
-    /// Tells that so many more regular expressions, or fewer, are going to be made.
+    /// Announces that so many more, or fewer, regular expressions will be made.
     void expect(int expressions) { expected_ += expressions; }
-    /// The bytes that the next expression may keep.
+    /// The bytes of results that the next expression may keep.
     std::int64_t expressionShare() const;
-    /// Adds what an expression may keep.
+    /// Adds the bytes that an expression may keep.
     void shareTaken(std::int64_t bytes) { shared_ += bytes; }
 
 private:
@@ -41,8 +41,8 @@ private:
     std::int64_t shared_ = 0;
 };
 
-/// While it lives, what the calling thread builds is charged to the account of `interpreter`, if
-/// its scripts run or compile.
+/// While it lives, automata that the calling thread builds are charged to the account of
+/// `interpreter`, if its scripts run or compile.
 class AutomataScope {
 public:
     explicit AutomataScope(Interpreter& interpreter);

@@ -9,9 +9,9 @@
 
 namespace SCR {
 
-// The gate through which the calls of hosts come in: nothing is thrown at them.
+// Every call of a host enters through here, so that nothing is thrown at the host.
 
-/// Calls `action` and gives what it gives; turns whatever it throws into a logged error and false.
+/// Calls `action` and returns its result; turns any exception into a logged error and false.
 template <class Action>
 bool contain(Interpreter& interpreter, Action action) noexcept {
     try {
@@ -32,8 +32,9 @@ bool contain(Interpreter& interpreter, Action action) noexcept {
     return false;
 }
 
-/// Calls `action` as a run of the interpreter, under its limits: false when it gave that, was
-/// stopped or threw. What it took for nodes that do not end with the script is added to `buffers`.
+/// Calls `action` as a run of the interpreter, under its limits: false when the action gave false,
+/// was stopped or threw. Adds to `buffers` the memory taken for nodes that do not end with the
+/// script.
 template <class Action>
 bool enterRun(Interpreter& interpreter, Action action, std::int64_t* buffers = nullptr) noexcept {
     return contain(interpreter, [&] {

@@ -13,50 +13,51 @@ namespace SCR {
 
 class Variable;
 
-// What takes memory for a script's values says so here before it takes it. The bytes go to the
-// account of the script that the calling thread compiles or runs, and to none outside of that. A
-// script that would pass its limit is stopped: `ScriptStopped` is thrown, and nothing has changed.
-// Giving back never fails.
+// Code that is about to take memory for a script's values charges it here first. The bytes go to
+// the account of the script that the calling thread compiles or runs; otherwise nothing is charged.
+// A script that would pass its limit is stopped: `ScriptStopped` is thrown, and nothing has
+// changed. Giving back never fails.
 //
-// What variables hold is only ever charged, never given back: when the sum passes the limit, the
+// The memory of variables is only charged, never given back: when the sum passes the limit, the
 // interpreter counts what its variables really hold and goes on from that. See `RunControl`.
 
-/// Charges `bytes` that a variable, or an element of a container, is about to take.
+/// Charges `bytes` for a variable or an element of a container.
 KESTREL_API void chargeMemory(std::size_t bytes);
 
-/// Charges `bytes` that lie outside the variables, as a node's result or a copy that is kept over a
+/// Charges `bytes` outside the variables, such as a node's result or a copy that is kept during a
 /// call.
 KESTREL_API void chargeBuffer(std::size_t bytes);
 /// Gives back what `chargeBuffer` took.
 KESTREL_API void giveBuffer(std::size_t bytes) noexcept;
 
-/// What a block of `size` bytes takes of the heap: with a header, in steps of 16 bytes.
+/// The heap memory of a block of `size` bytes: with a header, in steps of 16 bytes.
 inline std::size_t blockBytes(std::size_t size) { return (size + 8 + 15) / 16 * 16; }
 
-/// What `string` takes beside itself.
+/// The memory of `string` outside the object itself.
 inline std::size_t heapBytes(const FND::String& string) {
     return string.capacity() > FND::String().capacity() ? blockBytes(string.capacity() + 1) : 0;
 }
 
-/// What a variable's value takes beside the variable: the text of a string, the elements of a
+/// The memory of a variable's value outside the variable: the text of a string, the elements of a
 /// container.
 KESTREL_API std::size_t heapBytes(const Variable& variable);
 
-/// How many bytes more `string` takes when it grows to hold `size`, which it does not yet.
+/// The additional bytes that `string` takes when it grows to hold `size`, which it does not hold
+/// yet.
 inline std::size_t growth(const FND::String& string, std::size_t size) {
     return blockBytes(std::max(size, 2 * string.capacity()) + 1) - heapBytes(string);
 }
 
-/// Charges what a variable's string would take to hold `size` bytes.
+/// Charges the memory that a variable's string needs to hold `size` bytes.
 inline void chargeGrowth(const FND::String& target, std::size_t size) {
     if (size > target.capacity()) [[unlikely]]
         chargeMemory(growth(target, size));
 }
 
-/// Assigns a long text, for which it makes room.
+/// Assigns a long text, after making room for it.
 KESTREL_API void storeLong(FND::String& target, const FND::String& value);
 
-/// Assigns to a variable's value what it is given.
+/// Assigns a new value to a variable's value.
 template <class Value>
 void store(Value& target, const Value& value) {
     target = value;
@@ -70,8 +71,8 @@ inline void store(FND::String& target, const FND::String& value) {
     }
 }
 
-/// Makes a string outside the variables hold `size` bytes without further allocation; what it held
-/// is lost if it has to grow.
+/// Makes a string outside the variables hold `size` bytes without further allocation; its former
+/// text is lost if it has to grow.
 inline void growBuffer(FND::String& buffer, std::size_t size) {
     if (size <= buffer.capacity()) [[likely]]
         return;
@@ -96,7 +97,7 @@ private:
     std::size_t bytes_;
 };
 
-/// A copy of a value, kept while script code runs that may change the original.
+/// A copy of a value, kept while script code that may change the original runs.
 template <class Value>
 class HeldCopy {
 public:

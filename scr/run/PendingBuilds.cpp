@@ -20,7 +20,7 @@ PendingBuilds::~PendingBuilds() { release(); }
 void PendingBuilds::release() { interpreter_.pendingBuilds(outer_); }
 
 void PendingBuilds::add(std::shared_ptr<PendingBuild> build, std::size_t step) {
-    // A parse stays in one file for long.
+    // A parse usually stays in one file for a long time.
     FND::String file = parsedFile();
     if (files_.empty() || files_.back() != file) files_.push_back(std::move(file));
     entries_.push_back(

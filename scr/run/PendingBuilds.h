@@ -16,7 +16,7 @@ class Interpreter;
 class ScriptStopped;
 
 /// A part of a compiled script that may take long to build, such as an automaton. Shared by the
-/// node that uses it and by the list of what is to be built.
+/// node that uses it and by the list of pending builds.
 class PendingBuild {
 public:
     PendingBuild() = default;
@@ -24,35 +24,35 @@ public:
     PendingBuild& operator=(const PendingBuild&) = delete;
     virtual ~PendingBuild() = default;
 
-    /// Does the step that stands for a place in the text, which lies in `file`. Gives the message
-    /// of a failure. `interpreter` is null when a host builds nodes of its own, outside of a parse.
+    /// Does the step for one place in the text, which lies in `file`. Gives the message of a
+    /// failure. `interpreter` is null when a host builds nodes of its own, outside of a parse.
     virtual std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
                                              const FND::String& file) = 0;
 };
 
-/// What a compile does after its parse, when others may parse again: it builds what takes long and
-/// logs what was said, all in the order of the text, so that of several faults the first one is
+/// The work of a compile after its parse, when others may parse again: it builds what takes long
+/// and logs the messages kept, all in the order of the text, so that the first of several faults is
 /// reported.
 class PendingBuilds {
 public:
-    /// From now on holds what `interpreter` logs.
+    /// From now on keeps the messages that `interpreter` logs.
     explicit PendingBuilds(Interpreter& interpreter);
     PendingBuilds(const PendingBuilds&) = delete;
     PendingBuilds& operator=(const PendingBuilds&) = delete;
     ~PendingBuilds();
 
-    /// Notes a step, for the place that the parser has reached.
+    /// Notes a step for the current place of the parser.
     void add(std::shared_ptr<PendingBuild> build, std::size_t step);
     /// Notes a message.
     void hold(const FND::String& message, FND::Status::Severity severity);
 
-    /// Builds and logs all. False after the message of the first build that failed; what comes
-    /// after it in the text is dropped.
+    /// Builds everything and logs everything. False after the message of the first build that
+    /// failed; whatever comes after it in the text is dropped.
     bool finish();
-    /// Logs what was said so far and builds nothing.
+    /// Logs the messages so far and builds nothing.
     void abandon();
 
-    /// Makes the line of `file` that is being compiled known as the one where a script was stopped.
+    /// Sets the line of `file` that is being compiled, for the message when the script is stopped.
     void stoppedAt(const FND::String& file, int line);
 
 private:
@@ -78,8 +78,8 @@ private:
     std::vector<FND::String> files_;
 };
 
-/// Notes a step of `pending` for the end of the parse under way, or does it at once outside of one.
-/// False after a report.
+/// Notes a step of `pending` for the end of the current parse, or does it at once outside of a
+/// parse. False after a report.
 bool buildLater(std::shared_ptr<PendingBuild> pending, std::size_t step = 0);
 
 }  // namespace SCR

@@ -7,7 +7,8 @@
 namespace SCR {
 
 void PlaceTable::add(const Node* node, const FND::String& file, int line) {
-    // A compile stays in one file for long, so the name last used is nearly always the right one.
+    // A compile usually stays in one file for a long time, so the last name is nearly always the
+    // right one.
     if (files_.empty() || files_[actFile_] != file) {
         const auto known = std::find(files_.begin(), files_.end(), file);
         actFile_ = static_cast<std::uint32_t>(known - files_.begin());
@@ -35,7 +36,7 @@ const PlaceTable::Place* PlaceTable::find(const Node* node) const {
         return std::less<const Node*>()(a.node, b.node);
     };
     if (byNode_.size() != places_.size()) {
-        // Sorting a large script's takes longer than a stopped script has.
+        // Sorting the table of a large script takes longer than a stopped script may go on.
         constexpr int fewScans = 8;
         if (scans_++ < fewScans) {
             const auto last = std::find_if(places_.rbegin(), places_.rend(),
@@ -45,7 +46,7 @@ const PlaceTable::Place* PlaceTable::find(const Node* node) const {
         byNode_.assign(places_.begin(), places_.end());
         std::stable_sort(byNode_.begin(), byNode_.end(), before);
     }
-    // A node may have the address of one that was recorded and destroyed before.
+    // A node may have the address of an earlier node that was recorded and destroyed.
     const auto after = std::upper_bound(byNode_.begin(), byNode_.end(), Place{node, 0, 0}, before);
     if (after == byNode_.begin() || std::prev(after)->node != node) return nullptr;
     return &*std::prev(after);

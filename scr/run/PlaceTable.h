@@ -12,9 +12,9 @@ namespace SCR {
 
 class Node;
 
-/// Where in the script's text the statements, calls and loops of a compiled tree stand. It lies
-/// beside the tree, so that nodes carry nothing for it and a run pays nothing. Filled during a
-/// compile and only read after it.
+/// The places of the statements, calls and loops of a compiled tree in the script's text. It is
+/// separate from the tree, so that nodes carry no extra data and a run pays nothing. It is filled
+/// during a compile and only read afterwards.
 class KESTREL_API PlaceTable {
 public:
     struct Place {
@@ -30,7 +30,7 @@ public:
     std::size_t size() const { return places_.size(); }
     void truncate(std::size_t count);
 
-    /// The place of `node`, the last one recorded, or null when it is not recorded.
+    /// The place of `node`, the last one recorded for it; null when there is none.
     const Place* find(const Node* node) const;
     /// The name of a place's file; empty for the main text.
     const FND::String& fileName(const Place& place) const { return files_[place.file]; }
@@ -41,8 +41,8 @@ private:
     // In the order of the records.
     std::deque<Place, NodeAllocator<Place>> places_;
 
-    mutable int scans_ = 0;              // look-ups without it
-    mutable std::vector<Place> byNode_;  // made at one of the first look-ups
+    mutable int scans_ = 0;              // look-ups without the sorted table
+    mutable std::vector<Place> byNode_;  // sorted; made at one of the first look-ups
     std::vector<FND::String> files_;
     std::uint32_t actFile_ = 0;
 };

@@ -12,11 +12,11 @@ namespace SCR {
 
 namespace {
 
-// Within the library's own static storage, so that reading it costs no call.
+// In the library's own static storage, so that reading it needs no call.
 [[gnu::tls_model("initial-exec")]] thread_local RunControl* currentS = nullptr;
 
-// What is kept free of a stack: for what runs between two calls, the deepest expression in the
-// deepest block.
+// The part of a stack that is kept free: for the code between two calls, the deepest expression in
+// the deepest block.
 constexpr std::size_t stackReserveS = 256 * 1024;
 
 // Of the calling thread's own stack. `end` is the lowest address that script code may reach.
@@ -26,7 +26,7 @@ struct ThreadStack {
     char* end = nullptr;
 };
 
-// Asked once a thread, since the C library reads a file to answer for the main thread.
+// Asked once per thread, since the C library reads a file to answer for the main thread.
 [[gnu::noinline]] ThreadStack findStack() {
     ThreadStack stack;
     pthread_attr_t attributes;
@@ -69,7 +69,7 @@ inline void RunControl::begin() {
     stepsLeft_ = limits_.steps;
     startInterval();
     if (limits_.time != Limits::none) {
-        constexpr std::int64_t longest = std::int64_t{1} << 40;  // what the clock can count
+        constexpr std::int64_t longest = std::int64_t{1} << 40;  // the clock can count that far
         deadline_ = std::chrono::steady_clock::now() +
                     std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
     } else {
@@ -134,8 +134,8 @@ void RunControl::clearCharges() {
     charged_ = interpreter_.heapBytes();
 }
 
-// Counting takes time for every element. Close to the limit each charge would have to count anew,
-// so a script that comes that close is stopped.
+// Counting visits every element. Near the limit each charge would need a new count, so a script
+// that comes that close is stopped.
 void RunControl::settle(std::int64_t bytes) {
     charged_ -= bytes;
     count(nullptr);

@@ -16,15 +16,16 @@ class Interpreter;
 class Node;
 
 /// Thrown inside the library to unwind a script that was stopped (by a limit, an interruption or
-/// too deep a recursion); the interpreter's entry points catch it, it never leaves the library.
-/// An extension's node lets it pass.
+/// too deep a recursion). The interpreter's entry points catch it; it never leaves the library. An
+/// extension's node must let it pass.
 class KESTREL_API ScriptStopped {
 public:
-    /// `place` tells where in the script it was stopped; null when that is not known yet.
+    /// `place` is where in the script it was stopped; null when that is not known yet.
     explicit ScriptStopped(const Node* place = nullptr) : place_(place) {}
 
     const Node* place() const { return place_; }
-    /// Says that the statement `place` was running; what said so first is the innermost.
+    /// Notes that the statement `place` was running. Only the first call counts: it comes from the
+    /// innermost statement.
     void passedThrough(const Node* place) {
         if (place_ == nullptr) place_ = place;
     }
@@ -33,19 +34,19 @@ private:
     const Node* place_;
 };
 
-/// Watches over what one interpreter does for its host, compiling and running scripts: loops report
-/// every turn, user functions every call and what works for long its work, and a script that must
-/// not go on is stopped by `ScriptStopped`. The usual cost of a turn is a decrement and a branch.
-/// All of it is used by the interpreter's thread, but for `interrupt()`, which any thread may call.
+/// Watches over the work of one interpreter for its host, compiling and running scripts. Loops
+/// report every turn, user functions every call, and long work its progress. `ScriptStopped` stops
+/// a script that must not go on. The usual cost of a turn is a decrement and a branch. Only the
+/// interpreter's thread uses this class; any thread may call `interrupt()`.
 ///
-/// A run is entered by a `RunScope`. Outside of a run nothing is counted and nothing is stopped.
+/// A `RunScope` begins a run. Outside of a run nothing is counted and nothing is stopped.
 class KESTREL_API RunControl {
 public:
     explicit RunControl(Interpreter& interpreter) : interpreter_(interpreter) {}
     RunControl(const RunControl&) = delete;
     RunControl& operator=(const RunControl&) = delete;
 
-    /// How often running began anew; tells one execution from another.
+    /// How often a run began; distinguishes one execution from another.
     std::uint64_t runs() const { return runs_; }
 
     /// Counts one turn of the loop `place`, or one call made by the call node `place`.
@@ -54,8 +55,8 @@ public:
             look(place);
     }
 
-    /// Called at the entry of a user function's call: counts a turn and stops the script when too
-    /// many calls are open, or when they come near the end of the thread's stack.
+    /// Called on entry to a user function: counts a turn and stops the script when too many calls
+    /// are open, or when they come near the end of the thread's stack.
     void enterCall(const Node* place) {
         turn(place);
         if (++openCalls_ > limits_.depth) [[unlikely]]
@@ -67,8 +68,8 @@ public:
     /// Called when the call returns; not called when it is stopped.
     void leaveCall() { --openCalls_; }
 
-    /// Stops the script when a string of `size` bytes is longer than the limit allows. To be asked
-    /// before the string is made.
+    /// Stops the script when a string of `size` bytes is longer than the limit allows. Call it
+    /// before making the string.
     void checkString(const Node* place, std::size_t size) {
         if (size > static_cast<std::size_t>(limits_.string)) [[unlikely]]
             stopAtLimit(place, "string", limits_.string);
@@ -84,39 +85,39 @@ public:
         if (charged_ > memoryBound_) [[unlikely]]
             settle(static_cast<std::int64_t>(bytes));
     }
-    /// The same for bytes outside the variables, until `giveBuffer` gives them back.
+    /// The same for bytes outside the variables; `giveBuffer` gives them back.
     void chargeBuffer(std::size_t bytes);
-    /// Gives back what `chargeBuffer` took. Asks for nothing and never stops the script.
+    /// Gives back what `chargeBuffer` took. Never stops the script.
     void giveBuffer(std::size_t bytes) noexcept {
         charged_ -= static_cast<std::int64_t>(bytes);
         buffers_ -= static_cast<std::int64_t>(bytes);
     }
-    /// The bytes outside the variables that are charged now.
+    /// The bytes outside the variables that are charged at present.
     std::int64_t buffers() const { return buffers_; }
     /// Gives back bytes that `charge` took and that `Interpreter::heapBytes` no longer counts.
     void giveBack(std::size_t bytes) noexcept { charged_ -= static_cast<std::int64_t>(bytes); }
-    /// Forgets what was charged but for what the interpreter still holds: the script is gone.
+    /// The script is gone: forgets all charges except for what the interpreter still holds.
     void clearCharges();
 
     const Limits& limits() const { return limits_; }
-    /// Sets what the checks go by from now on. The time and the steps of a run under way stay.
+    /// Sets the limits for later checks. The time and the steps of the current run stay.
     void limits(const Limits& limits);
-    /// Whether the run begun last was stopped.
+    /// Whether the last run was stopped.
     bool wasStopped() const { return wasStopped_; }
 
-    /// Says where the stack of the running code ends: `lowest` is the lowest address that it may
-    /// use. Null, as at first, takes the end of the calling thread's stack when the code runs on
-    /// that, and otherwise leaves the stack to the limit of open calls.
+    /// Sets the end of the stack of the running code: `lowest` is the lowest address that it may
+    /// use. Null, the default, means the end of the calling thread's stack when the code runs on
+    /// it; on another stack only the limit of open calls holds then.
     void stackEnd(const void* lowest) { givenStackEnd_ = lowest; }
 
-    /// Stops the script now if it has to stop; for built-ins that wait or work for long, which ask
-    /// several times a second. `place` is their node.
+    /// Stops the script now if it has to stop. Built-ins that wait or work for long call it several
+    /// times a second. `place` is their node.
     void ask(const Node* place);
-    /// Stops the script now if it has to stop, or if something that takes so many milliseconds and
-    /// can not be stopped would pass the limit of time.
+    /// Stops the script now if it has to stop, or if an operation that takes so many milliseconds
+    /// and cannot be stopped would pass the limit of time.
     void askFor(std::size_t milliseconds);
-    /// Counts work on `bytes` bytes, beyond what a turn usually does, and asks now and then. See
-    /// scr/run/Work.h.
+    /// Counts work on `bytes` bytes, beyond the usual work of a turn, and calls `ask` now and then.
+    /// See scr/run/Work.h.
     void work(std::size_t bytes) {
         untilAsked_ -= static_cast<std::int64_t>(bytes);
         if (untilAsked_ < 0) [[unlikely]]
@@ -124,31 +125,30 @@ public:
     }
     /// Whether `ask` would stop the script.
     bool mustStop() const;
-    /// Whether something is compiled or executed.
+    /// Whether anything is being compiled or executed.
     bool isRunning() const { return depth_ > 0; }
 
-    /// Makes what runs at this moment stop soon; false when nothing runs. Any thread.
+    /// Makes the current run stop soon; false when there is none. Any thread.
     bool interrupt();
-    /// Makes the run stop as soon as it is asked next, as after the call of a host's function, with
-    /// `message`. False, and nothing happens, outside of a run.
+    /// Makes the run stop with `message` at the next check, such as the one after the call of a
+    /// host's function. False, with no effect, outside of a run.
     bool fail(const FND::String& message);
-    /// Whether `fail` was called and the run was not stopped yet.
+    /// Whether `fail` was called and the run has not been stopped yet.
     bool hasFailed() const { return !failure_.empty(); }
-    /// Forgets what `fail` said, and gives it; empty when it said nothing.
+    /// Forgets the message of `fail` and returns it; empty when there was none.
     FND::String takeFailure() { return std::exchange(failure_, {}); }
 
-    /// Lets the question number `question` from now on, 0-based, stop the script: each time that
-    /// the control looks at the clock, at an interruption or at the memory taken counts, and it
-    /// looks whenever it is told of a turn, of work or of bytes. A negative number ends that. For
-    /// tests.
+    /// For tests: lets the question number `question`, 0-based and counted from now on, stop the
+    /// script. Each look at the clock, at an interruption or at the memory taken is a question, and
+    /// each report of a turn, of work or of bytes causes a look. A negative number ends that.
     void stopAtQuestion(std::int64_t question);
-    /// The questions asked since `stopAtQuestion`.
+    /// The number of questions since `stopAtQuestion`.
     std::int64_t questions() const { return questions_; }
 
-    /// Stops the script; `report` logs `message` then with the line of `place` or, when that is not
+    /// Stops the script; `report` then logs `message` with the line of `place` or, when that is not
     /// known, of the innermost statement that ran.
     [[noreturn]] void stop(const Node* place, const FND::String& message);
-    /// Says where the parser was when it was stopped, as "line N: ".
+    /// The place of the parser when it was stopped, as "line N: ".
     void stoppedAt(const FND::String& prefix) { prefix_ = prefix; }
     [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
     /// Logs why `stop` stopped the script, and in which line.
@@ -172,27 +172,27 @@ private:
 
     /// Turns between two looks at the clock: far below a millisecond of script time.
     static constexpr std::int64_t lookIntervalCM = 256;
-    /// Bytes of work between two looks: some of it takes several nanoseconds a byte.
+    /// Bytes of work between two looks; some work takes several nanoseconds a byte.
     static constexpr std::int64_t workIntervalCM = 128 * 1024;
     /// Outside of a run.
     static constexpr std::int64_t neverCM = INT64_MAX;
 
     Interpreter& interpreter_;
     Limits limits_;
-    std::int64_t memoryBound_ = limits_.memory;  // what may be charged without a question
+    std::int64_t memoryBound_ = limits_.memory;  // may be charged without a question
     std::int64_t untilLook_ = neverCM;
     std::int64_t untilAsked_ = workIntervalCM;
-    std::int64_t stepsLeft_ = Limits::none;  // beyond those of untilLook_
+    std::int64_t stepsLeft_ = Limits::none;  // in addition to those of untilLook_
     std::int64_t openCalls_ = 0;
     char* stackEnd_ = nullptr;
     const void* givenStackEnd_ = nullptr;
     std::chrono::steady_clock::time_point deadline_;
     int depth_ = 0;
     std::int64_t charged_ = 0;  // at least what the script's values hold
-    std::int64_t buffers_ = 0;  // of that, what lies outside the variables
-    FND::String message_;       // why the script was stopped last
-    FND::String prefix_;        // where it was parsed then
-    FND::String failure_;       // what `fail` was told
+    std::int64_t buffers_ = 0;  // the part of it outside the variables
+    FND::String message_;       // why the script was last stopped
+    FND::String prefix_;        // where the parser was then
+    FND::String failure_;       // the message of `fail`
     bool wasStopped_ = false;
     std::uint64_t runs_ = 0;
     std::int64_t questions_ = 0;
@@ -200,15 +200,15 @@ private:
     std::atomic<State> state_{State::Idle};
 };
 
-/// Keeps a `RunControl` entered on the calling thread. Scopes nest, as a host's function may run
-/// its interpreter again; only the outermost starts the counts anew.
+/// Keeps a `RunControl` entered on the calling thread. Scopes nest, since a host's function may run
+/// its interpreter again; only the outermost one resets the counts.
 class KESTREL_API RunScope {
 public:
-    /// Throws `ScriptStopped` when too many runs are open within each other, or when they come near
-    /// the end of the stack.
+    /// Throws `ScriptStopped` when too many runs are nested, or when they come near the end of the
+    /// stack.
     explicit RunScope(RunControl& control);
-    /// For nodes that do not end with the script: adds to `buffers` what they took for themselves,
-    /// to be given back to the control when they end.
+    /// For nodes that do not end with the script: adds to `buffers` what they took for themselves.
+    /// It must be given back to the control when they end.
     RunScope(RunControl& control, std::int64_t* buffers) : RunScope(control) {
         kept_ = buffers;
         before_ = control_.buffers_;
@@ -217,8 +217,8 @@ public:
     RunScope& operator=(const RunScope&) = delete;
     ~RunScope();
 
-    /// Called when all is done that was to be done: throws `ScriptStopped` when the run had to stop
-    /// and did not notice.
+    /// Call this when everything is done: throws `ScriptStopped` when the run had to stop and did
+    /// not notice.
     void finish() { control_.finish(); }
 
 private:

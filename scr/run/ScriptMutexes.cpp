@@ -12,7 +12,7 @@ long ScriptMutexes::create() {
     std::size_t handle = firstUnused_;
     while (handle < entries_.size() && entries_[handle].isUsed) ++handle;
     if (handle == entries_.size()) {
-        // They stay when the script is gone: as much again is left for those that follow it.
+        // They outlive the script: as much memory again is left for later scripts.
         const BufferCharge left(heapBytes());
         chargeMemory(entryBytesCM);
         entries_.emplace_back();

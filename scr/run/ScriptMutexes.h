@@ -11,8 +11,8 @@
 
 namespace SCR {
 
-/// The mutexes that the scripts of one interpreter create and use by number. Handles count from 0
-/// and are reused lowest first. Creating and destroying may be done by several threads at once; a
+/// The mutexes that the scripts of one interpreter create and use by number. Handles count from 0;
+/// the lowest free one is reused first. Several threads may create and destroy mutexes at once; a
 /// mutex must be created before other threads use it.
 class KESTREL_API ScriptMutexes {
 public:
@@ -20,22 +20,24 @@ public:
     ScriptMutexes(const ScriptMutexes&) = delete;
     ScriptMutexes& operator=(const ScriptMutexes&) = delete;
 
-    /// A new, or reused, live handle. A new one takes memory, as long as this object lives, which
-    /// is charged to the script that the calling thread runs.
+    /// A new, or reused, live handle. A new one takes memory as long as this object lives, which is
+    /// charged to the script that the calling thread runs.
     long create();
-    /// Unlocks the mutex, whoever holds it, and frees its handle; false for a handle not live.
+    /// Unlocks the mutex, whoever holds it, and frees its handle; false for a handle that is not
+    /// live.
     bool destroy(long handle);
-    /// Locks, waiting as long as it takes, and not recursively; false for a handle not live. While
-    /// it waits it calls `ask` several times a second, holding nothing: that may throw to give up.
+    /// Locks, waiting as long as necessary; not recursive; false for a handle that is not live.
+    /// While it waits it calls `ask` several times a second without holding anything; `ask` may
+    /// throw to give up.
     bool acquire(long handle, const std::function<void()>& ask = {});
-    /// Unlocks; harmless on a free mutex; false for a handle not live.
+    /// Unlocks; harmless on a free mutex; false for a handle that is not live.
     bool release(long handle);
 
-    /// Bytes that all handles take.
+    /// Bytes of all handles.
     std::size_t heapBytes() const { return size_ * entryBytesCM; }
 
 private:
-    // A flag with a condition instead of a bare mutex, since any thread may unlock it.
+    // A flag and a condition instead of a bare mutex, since any thread may unlock it.
     struct Entry {
         std::atomic<bool> isUsed = true;
         bool isLocked = false;
@@ -43,7 +45,7 @@ private:
         std::condition_variable unlocked;
     };
 
-    // An entry with its share of the deque's own blocks.
+    // An entry and its share of the deque's own blocks.
     static constexpr std::size_t entryBytesCM = sizeof(Entry) + sizeof(Entry) / 4;
 
     static void unlock(Entry& entry);

@@ -9,12 +9,12 @@
 
 namespace SCR {
 
-// A turn of a loop may do work without bound: a string has up to a gigabyte. What works on strings
-// and on all elements of a container says so here, so that the script that the calling thread runs
-// can be stopped in time. Outside of a run nothing is counted.
+// A turn of a loop may do unbounded work: a string may have a gigabyte. Code that works on whole
+// strings or on all elements of a container counts its work here, so that the script that the
+// calling thread runs can be stopped in time. Outside of a run nothing is counted.
 
-/// Counts work on `bytes` bytes. After some hundred kilobytes it is asked whether the script has to
-/// stop; `ScriptStopped` is thrown then.
+/// Counts work on `bytes` bytes. Every few hundred kilobytes it checks whether the script has to
+/// stop, and throws `ScriptStopped` then.
 KESTREL_API void countWork(std::size_t bytes);
 
 /// Whether work on a string of `size` bytes is worth counting.
@@ -26,7 +26,8 @@ inline void countString(std::size_t size) {
         countWork(size);
 }
 
-/// Calls `step(begin, end)` for consecutive pieces of 0 to `size` and counts them as work.
+/// Calls `step(begin, end)` for consecutive pieces of the range from 0 to `size` and counts them as
+/// work.
 template <class Step>
 void inPieces(std::size_t size, Step step) {
     constexpr std::size_t pieceSize = 64 * 1024;
@@ -43,7 +44,7 @@ void inPieces(std::size_t size, Step step) {
     }
 }
 
-/// Appends `text`, which does not lie in `target`. Room was made before.
+/// Appends `text`, which does not lie in `target`. The caller has made room.
 inline void appendInPieces(FND::String& target, std::string_view text) {
     inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
         target.append(text.substr(begin, end - begin));
@@ -56,8 +57,8 @@ inline FND::String copyOf(const FND::String& text) {
     return isLong(text.size()) ? copyOfLong(text) : FND::String(text);
 }
 
-/// Makes `target` hold `capacity` bytes without further allocation; its text stays. `capacity` is
-/// not less than its size.
+/// Makes `target`, which keeps its text, hold `capacity` bytes without further allocation.
+/// `capacity` is not less than its size.
 KESTREL_API void reserveInPieces(FND::String& target, std::size_t capacity);
 
 }  // namespace SCR

@@ -9,13 +9,13 @@
 
 namespace SCR {
 
-/// A statement as it is run: as data, or by a call of its node, which another one owns.
+/// How a statement is run: as data, or by a call of its node, which somebody else owns.
 struct KESTREL_API Step {
     Node* node = nullptr;
     LongStep sum;
 
     Step() = default;
-    /// Finds out how to run `statement`.
+    /// Works out how to run `statement`.
     explicit Step(Node* statement);
 
     std::int32_t execute() const {
@@ -27,7 +27,7 @@ struct KESTREL_API Step {
     }
 };
 
-/// The statements of a block, which run one after the other; they belong to the block.
+/// The statements of a block in their order; they belong to the block.
 class StepRange {
 public:
     StepRange() = default;
@@ -54,21 +54,21 @@ private:
     const Step* last_ = nullptr;
 };
 
-/// How a statement is run, which somebody else owns: as data, by running what is in the block that
-/// it is, or by a call of its node.
+/// How a statement is run, which somebody else owns: as data, as the steps of the block that it is,
+/// or by a call of its node.
 class KESTREL_API StatementRun {
 public:
-    /// Of no statement: does nothing.
+    /// Without a statement: does nothing.
     StatementRun() = default;
-    /// By a call of `statement`, if that is not null.
+    /// By a call of `statement`, if it is not null.
     explicit StatementRun(Node* statement) : node_(statement) {}
-    /// As fits `statement`, which is complete.
+    /// In the way that fits `statement`, which is complete.
     static StatementRun of(Node& statement);
 
-    /// What it does, if that is data.
+    /// Its effect, if that is data.
     const LongStep& sum() const { return sum_; }
 
-    /// Runs it. Becomes part of the caller: for what loops and switches run.
+    /// Runs it. Inlined into the caller: for the statements that loops and switches run.
     [[gnu::always_inline]] std::int32_t execute() const {
         if (sum_) {
             sum_.run();
@@ -76,7 +76,7 @@ public:
         }
         return executeOther();
     }
-    /// The same with a call for what is no data, which keeps the caller small.
+    /// The same with a call for a statement that is not data, which keeps the caller small.
     [[gnu::always_inline]] std::int32_t executeInShort() const {
         if (sum_) {
             sum_.run();
@@ -100,21 +100,21 @@ private:
     LongStep sum_;
     Node* node_ = nullptr;
     StepRange steps_;
-    bool isInBlock_ = false;  // the node is the only one of a block
+    bool isInBlock_ = false;  // the node is the only statement of a block
 };
 
-/// A statement that another one owns and runs.
+/// A statement inside another one, which owns and runs it.
 class KESTREL_API Branch {
 public:
-    /// Takes over `statement`.
+    /// Takes ownership of `statement`.
     void reset(Node* statement);
-    /// Finds out how to run it; called once the block, if it is one, is complete.
+    /// Works out how to run it; called after the block, if it is one, is complete.
     void close();
 
     explicit operator bool() const { return statement_ != nullptr; }
     Node* operator->() const { return statement_.get(); }
 
-    /// Runs the statement, if there is one. As the two of `StatementRun`.
+    /// Runs the statement, if there is one, like the two functions of `StatementRun`.
     [[gnu::always_inline]] std::int32_t execute() const { return run_.execute(); }
     [[gnu::always_inline]] std::int32_t executeInShort() const { return run_.executeInShort(); }
 
@@ -123,12 +123,12 @@ private:
     StatementRun run_;
 };
 
-/// What a loop does each time its condition holds.
+/// What a loop does in each turn.
 struct Turn {
     const Node* loop;
     RunControl* control;  // null when turns are not counted
     const Branch& body;
-    const Branch* update;  // run after the body; null when there is none
+    const Branch* update;  // run after the body; null if there is none
 
     [[gnu::always_inline]] std::int32_t execute() const {
         if (control != nullptr) control->turn(loop);

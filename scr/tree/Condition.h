@@ -11,7 +11,7 @@ namespace SCR {
 class KESTREL_API Condition {
 public:
     Condition() = default;
-    /// Takes over `node`.
+    /// Takes ownership of `node`.
     explicit Condition(BoolNode* node);
 
     /// Executes turns as long as the condition holds, up to one that gives a code other than

@@ -11,14 +11,14 @@ class ConstantNode : public Type::Node {
 public:
     explicit ConstantNode(typename Type::Argument value) : value_(value) {}
     typename Type::Argument result() override { return value_; }
-    /// The value, which is this node's.
+    /// The value, owned by this node.
     const typename Type::Value& value() const { return value_; }
 
 protected:
     const typename Type::Value value_;
 };
 
-/// The only constant that promotes: to a Decimal of the same value.
+/// Only a Long constant promotes: to a Decimal of the same value.
 class KESTREL_API LongConstant final : public ConstantNode<LongType> {
 public:
     using ConstantNode::ConstantNode;

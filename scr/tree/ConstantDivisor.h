@@ -4,7 +4,7 @@
 
 namespace SCR {
 
-/// Divides Longs by one divisor, as the operators `/` and `%` do, by a multiplication in place of
+/// Divides Longs by one divisor, as the operators `/` and `%` do, by a multiplication instead of
 /// the processor's slow division. (Granlund and Montgomery, "Division by invariant integers using
 /// multiplication", 1994.)
 class ConstantDivisor {
@@ -15,8 +15,8 @@ public:
           sign_(divisor < 0 ? ~0UL : 0) {
         isSpecial_ = size_ < 2 || size_ > greatestCM;
         if (isSpecial_) return;
-        // The whole number that follows 2^(63 + width) / size lies between 2^63 and 2^64; the
-        // factor is that less 2^64.
+        // The smallest integer above 2^(63 + width) / size lies between 2^63 and 2^64; the factor
+        // is that integer minus 2^64.
         const int width = static_cast<int>(std::bit_width(size_ - 1));
         shift_ = width - 1;
         factor_ =
@@ -25,13 +25,14 @@ public:
 
     bool isZero() const { return size_ == 0; }
 
-    /// The quotient cut toward zero, wrapped around for the smallest Long by -1; 0 by a zero.
+    /// The quotient truncated toward zero; the smallest Long divided by -1 wraps around; 0 for a
+    /// zero divisor.
     long quotient(long number) const {
         const unsigned long parts = isSpecial_ ? specialParts(number) : this->parts(number);
         return static_cast<long>((parts ^ sign_) - sign_);
     }
 
-    /// The remainder, with the sign of `number`; 0 by a zero.
+    /// The remainder, with the sign of `number`; 0 for a zero divisor.
     long remainder(long number) const {
         if (isSpecial_) [[unlikely]] {
             return size_ <= 1 || specialParts(number) != 0 ? 0 : number;
@@ -45,7 +46,7 @@ private:
 
     static constexpr unsigned long greatestCM = ~0UL >> 1;
 
-    // The quotient by the divisor's size.
+    // The quotient of a division by the divisor's size.
     unsigned long parts(long number) const {
         const auto bits = static_cast<unsigned long>(number);
         const auto high = static_cast<unsigned long>((SignedWide{number} * factor_) >> 64);
@@ -54,7 +55,7 @@ private:
 
     unsigned long specialParts(long number) const {
         const auto bits = static_cast<unsigned long>(number);
-        // Among the sizes above 1 only that of the smallest Long is special.
+        // Of the sizes above 1 only that of the smallest Long is special.
         return size_ <= 1 ? bits * size_ : bits == size_ ? ~0UL : 0;
     }
 

@@ -19,13 +19,13 @@ namespace SCR {
 
 class Interpreter;
 
-// How an element access holds its container.
+// The ways in which an element access holds its container.
 
 /// A container variable, which it does not own.
 template <class Container>
 class NamedContainer {
 public:
-    /// Whether it is always there, and finding it has no effect.
+    /// Whether it always exists and finding it has no effect.
     static constexpr bool isKnown = true;
 
     explicit NamedContainer(Container* container) : container_(container) {}
@@ -61,14 +61,14 @@ private:
     ElementPlace<Container>* place_;  // the node, when it gives an element
 };
 
-/// Makes the elements that are not there yet. When one can not be had it says so, once in an
-/// execution, and gives null; for an index that is a negative Long it gives null without a word.
+/// Makes the elements that do not exist yet. When one cannot be made, logs that, once per
+/// execution, and gives null; for an index that is a negative Long it gives null without a message.
 class ElementSource {
 public:
     explicit ElementSource(Interpreter& interpreter) : interpreter_(interpreter) {}
 
     Variable* make(Array& array, unsigned long index);
-    /// Makes the element and gives its value.
+    /// Makes the element and returns its value.
     template <class V>
     [[gnu::noinline]] auto* makeValue(Array& array, unsigned long index) {
         return makeOnly(array, index) ? array.existingValue<V>(index) : nullptr;
@@ -84,7 +84,7 @@ private:
 };
 
 /// Finds the element of an array: the index is evaluated first, then the container. Null for a
-/// negative index, without a container, and for an element that can not be had.
+/// negative index, without a container, and for an element that cannot be made.
 template <class V, class Container, class Index>
 class ArrayElement {
 public:
@@ -96,22 +96,22 @@ public:
     /// The element's value.
     auto* findValue() { return valueAt(locate()); }
 
-    /// The index and what the container notes.
+    /// Evaluates the index, and the indices and keys of the container, and notes them.
     void note(PlaceTrail& trail) {
         trail.add(index_.value());
         container_.note(trail);
     }
-    /// As `find` and `findValue`, by what was noted.
+    /// As `find` and `findValue`, with the noted indices and keys.
     V* follow(PlaceTrail& trail) { return elementAt(locate(trail)); }
     auto* followValue(PlaceTrail& trail) { return valueAt(locate(trail)); }
 
-    /// Whether `other` finds the same element. For named containers and variables as index.
+    /// Whether `other` finds the same element. Only for named containers with a variable as index.
     bool isSame(const ArrayElement& other) const {
         return container_ == other.container_ && index_.storage() == other.index_.storage();
     }
 
 private:
-    // For a container that is known a negative index is an element that can not be had.
+    // For a known container a negative index is an element that cannot be made.
     static constexpr bool looksFirst = !Container::isKnown;
 
     struct Place {
@@ -152,7 +152,7 @@ private:
     ElementSource source_;
 };
 
-/// The hash of what a key operand gives; that of a constant is worked out beforehand.
+/// The hash of the key that an operand gives; for a constant it is computed in advance.
 template <class Key>
 class KeyHasher {
 public:
@@ -172,11 +172,11 @@ private:
 };
 
 /// Finds the element of a hash: the key is evaluated first, then the container. Null without a
-/// container and for an element that can not be had.
+/// container and for an element that cannot be made.
 template <class V, class Container, class Key>
 class HashElement {
 public:
-    /// `copiesKey`: evaluating the container may change what the key refers to.
+    /// `copiesKey`: evaluating the container may change the text that the key refers to.
     HashElement(Interpreter& interpreter, Container container, Key key, bool copiesKey)
         : container_(std::move(container)),
           key_(std::move(key)),
@@ -194,19 +194,19 @@ public:
     /// The element's value.
     auto* findValue() { return valueOf(find()); }
 
-    /// The key and what the container notes.
+    /// Evaluates the key, and the indices and keys of the container, and notes them.
     void note(PlaceTrail& trail) {
         trail.add(key_.value());
         container_.note(trail);
     }
-    /// As `find` and `findValue`, by what was noted.
+    /// As `find` and `findValue`, with the noted indices and keys.
     V* follow(PlaceTrail& trail) {
         const FND::String& key = trail.nextKey();
         return find(container_.follow(trail), key);
     }
     auto* followValue(PlaceTrail& trail) { return valueOf(follow(trail)); }
 
-    /// Whether `other` finds the same element. For named containers and variables as key.
+    /// Whether `other` finds the same element. Only for named containers with a variable as key.
     bool isSame(const HashElement& other) const {
         return container_ == other.container_ && key_.storage() == other.key_.storage();
     }
@@ -236,8 +236,8 @@ private:
     const bool copiesKey_;
 };
 
-// The accesses. Each is built from the container's prototype, which it does not own, and what its
-// `Element` is built from.
+// The accesses. Each is built from the container's prototype, which it does not own, and the
+// arguments of its `Element`.
 
 /// An element that holds a value of the type `Type`.
 template <class Type, class Element>
@@ -275,7 +275,7 @@ template <class Type>
 using NamedElementAccess = ElementAccess<
     Type, ArrayElement<typename Type::Variable, NamedContainer<Array>, VariableOperand<LongType>>>;
 
-/// Such an access as an operand: read without a call of its node.
+/// Such an access as an operand: reading it needs no call of its node.
 template <class Type>
 class ElementOperand {
 public:
@@ -310,7 +310,7 @@ private:
     const AdtVariable* const prototype_;  // the container's
 };
 
-/// An element that is a container itself; null when there is none.
+/// An element that is itself a container; null when there is none.
 template <class Base, class Container, class Element>
 class ContainerElementAccess final : public Base, public ElementPlace<Container> {
 public:
@@ -330,7 +330,7 @@ private:
     const Container* const prototype_;  // the outer container's
 };
 
-/// An element that is a file; none where there is no element.
+/// An element that is a file; no file when there is no element.
 template <class Element>
 class FileElementAccess final : public FileData {
 public:
@@ -354,7 +354,7 @@ private:
     Element element_;
 };
 
-// The accesses by name, for a kind of container and a kind of index or key.
+// The accesses by name, for each kind of container and of index or key.
 
 template <class... Operands>
 using LongArrayAccess = ElementAccess<LongType, ArrayElement<LongVariable, Operands...>>;

@@ -17,7 +17,7 @@ public:
         keyCount_ = 0;
         rewind();
     }
-    /// Begins again with the first index and the first key.
+    /// Starts again at the first index and the first key.
     void rewind() { nextIndex_ = nextKey_ = 0; }
 
     void add(long index) { indices_.push_back(index); }
@@ -30,15 +30,15 @@ public:
 
 private:
     std::vector<long> indices_;
-    std::vector<ChargedText> keys_;  // those beyond keyCount_ only keep their memory
+    std::vector<ChargedText> keys_;  // those from keyCount_ on only keep their memory
     std::size_t keyCount_ = 0;
     std::size_t nextIndex_ = 0;
     std::size_t nextKey_ = 0;
 };
 
-/// What the accesses to elements can do besides: evaluate their indices and keys once, and find the
-/// element by them several times, whatever became of it in between. `Found` is the class of an
-/// element that is a container, and the type of the value of any other.
+/// An extra ability of accesses to elements: they can evaluate their indices and keys once, and
+/// then find the element several times, whatever happened to it in between. `Found` is the class of
+/// an element that is a container; for other elements it is the type of the value.
 template <class Found>
 class KESTREL_API ElementPlace {
 public:
@@ -49,8 +49,8 @@ public:
 
     /// Evaluates the indices and keys and adds them to `trail`.
     virtual void note(PlaceTrail& trail) = 0;
-    /// What the next ones of `trail` lead to, made when it is missing; null when it can not be had.
-    /// Owned by its container, and to be used at once.
+    /// The element for the next indices and keys of `trail`. Made when it is missing; null when it
+    /// cannot be made. Owned by its container; use it at once.
     virtual Found* follow(PlaceTrail& trail) = 0;
 };
 

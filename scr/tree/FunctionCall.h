@@ -14,14 +14,14 @@ namespace SCR {
 
 class FctDescr;
 
-/// What all calls of user functions share: the assignments of the arguments to the parameters, and
-/// running the function.
+/// The common part of all calls of user functions: it assigns the arguments to the parameters and
+/// runs the function.
 class KESTREL_API FunctionCall {
 public:
-    /// One assignment node a parameter, in the order of the parameters.
+    /// One assignment node per parameter, in the order of the parameters.
     using Bindings = NodeList;
 
-    /// Takes over the bindings; reports every call to `control`, if there is one.
+    /// Takes ownership of the bindings; reports every call to `control`, if there is one.
     explicit FunctionCall(Bindings bindings, RunControl* control = nullptr);
 
     /// Sets the function to be called; not owned.
@@ -68,15 +68,15 @@ private:
     }
 
     const Bindings bindings_;
-    std::vector<Step> steps_;    // those of the bindings
-    std::size_t copyCount_ = 0;  // how many of the first ones just copy a Long
+    std::vector<Step> steps_;    // one per binding
+    std::size_t copyCount_ = 0;  // how many of the first ones only copy a Long
     Function* function_ = nullptr;
     RunControl* const control_;
 };
 
 /// A call as an expression of the type `Type`; a function that ends without a return gives the
 /// type's null value. A recursive call shares parameters, locals and return variable with the call
-/// it is made from.
+/// that makes it.
 template <class Type, class Base = typename Type::Node>
 class TypedFunctionCall : public Base, public FunctionCall {
 public:
@@ -134,7 +134,7 @@ public:
     void result() override { call(this); }
 };
 
-/// Stands for a function that is named and not (yet) called; executing it does nothing.
+/// Stands for a function that is named but not (yet) called; executing it does nothing.
 class KESTREL_API FctCallNode final : public Node {
 public:
     /// `descriptor` is not owned.

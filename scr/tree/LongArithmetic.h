@@ -50,8 +50,8 @@ template <class Operation>
 inline constexpr bool isDivision =
     std::is_same_v<Operation, LongQuotient> || std::is_same_v<Operation, LongRemainder>;
 
-/// An operation with its operands, itself an operand for the node around it. Left is evaluated
-/// first; a division evaluates the divisor first, and nothing else when it is 0.
+/// An operation with its operands; itself an operand of the node around it. Left is evaluated
+/// first; a division evaluates the divisor first, and if it is 0 nothing else.
 template <class Operation, class Left, class Right>
 class LongPair {
 public:
@@ -63,7 +63,7 @@ public:
     const Left& left() const { return left_; }
     const Right& right() const { return right_; }
 
-    // GCC would call it, and a call costs more than what it does.
+    // Otherwise GCC calls it, and a call costs more than the function does.
     [[gnu::always_inline]] long value() const {
         if constexpr (isDivision<Operation>) {
             const long right = right_.value();
@@ -95,7 +95,7 @@ private:
     ConstantDivisor right_;
 };
 
-/// The node of a pair. The node around it may take the pair over, and then drops this one.
+/// The node of a pair. The node around it may take the pair over and then drops this one.
 template <class Pair>
 class LongPairNode final : public LongNode {
 public:
@@ -107,12 +107,12 @@ private:
     Pair pair_;
 };
 
-/// The kinds of pairs that `withPair` looks for.
+/// The kinds of pairs that `withPair` recognises.
 template <class... Pairs>
 struct PairList {};
 
-/// Calls `make` with the pair of `node` when that is the node of one of the pairs listed; otherwise
-/// calls `other` with the node. Both give the same type.
+/// Calls `make` with the pair of `node` when `node` holds one of the pairs listed; otherwise calls
+/// `other` with the node. Both have the same return type.
 template <class Make, class Other>
 auto withPair(PairList<> /*none*/, std::unique_ptr<Node> node, Make&& /*make*/, Other&& other) {
     return other(std::move(node));
@@ -143,8 +143,7 @@ template <class... Pairs, class... Others, class... Lists>
 struct JoinedPairs<PairList<Pairs...>, PairList<Others...>, Lists...>
     : JoinedPairs<PairList<Pairs..., Others...>, Lists...> {};
 
-/// What scripts compute inside of larger expressions most: of two variables, or of one and a
-/// constant.
+/// The pairs most common inside of larger expressions: two variables, or a variable and a constant.
 using InnerPairs =
     JoinedPairs<PairsOf<VariableOperand<LongType>, VariableOperand<LongType>, LongAddition,
                         LongSubtraction, LongMultiplication>,
@@ -172,8 +171,8 @@ struct RemaindersOf<PairList<Pairs...>> {
     using Type = PairList<LongPair<LongRemainder, Pairs, ConstantOperand<LongType>>...>;
 };
 
-/// Sums and products of two leaves, and a product with something added: what keys, cycles and
-/// pseudo-random numbers are made of.
+/// Sums and products of two leaves, and a product plus something: common in keys, cycles and
+/// pseudo-random numbers.
 using CyclePairs = PairList<
     LongPair<LongAddition, VariableOperand<LongType>, VariableOperand<LongType>>,
     LongPair<LongAddition, VariableOperand<LongType>, ConstantOperand<LongType>>,
@@ -185,8 +184,8 @@ using CyclePairs = PairList<
              LongPair<LongMultiplication, VariableOperand<LongType>, ConstantOperand<LongType>>,
              ConstantOperand<LongType>>>;
 
-/// What an assignment computes on its own: an operation of any two simple operands, or a variable
-/// and a pair.
+/// Common right sides of assignments: an operation of any two simple operands, or of a variable and
+/// a pair.
 using AssignedPairs = JoinedPairs<AllPairs<VariableOperand<LongType>, ConstantOperand<LongType>>,
                                   AllPairs<VariableOperand<LongType>, VariableOperand<LongType>>,
                                   AllPairs<VariableOperand<LongType>, AnyOperand<LongType>>,

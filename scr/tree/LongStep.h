@@ -6,18 +6,18 @@ namespace SCR {
 
 class Node;
 
-/// The assignment of a sum or a difference of two Longs to a variable, as data: what counters and
-/// totals are made of, run without a call of a node. It owns nothing.
+/// The assignment of a sum or a difference of two Longs to a variable, as data. Counters and totals
+/// consist of it; it runs without a call of a node. It owns nothing.
 class LongStep {
 public:
-    /// None.
+    /// No step.
     LongStep() = default;
-    /// Assigns to `target` the sum of what `left` and `right` point to, or the difference. Without
-    /// `right` it assigns `left`.
+    /// Assigns to `target` the sum, or the difference, of the values at `left` and `right`. Without
+    /// `right` it assigns the value at `left`.
     LongStep(long* target, const long* left, const long* right = &zeroCM, bool subtracts = false)
         : target_(target), left_(left), right_(right), sign_(subtracts ? ~0UL : 0) {}
 
-    /// Whether there is one.
+    /// Whether there is a step.
     explicit operator bool() const { return target_ != nullptr; }
 
     /// Runs it; there must be one. Wraps around.
@@ -26,9 +26,9 @@ public:
         *target_ = static_cast<long>(static_cast<unsigned long>(*left_) + right);
     }
 
-    /// Whether it assigns a Long as it is.
+    /// Whether it assigns a Long unchanged.
     bool isCopy() const { return target_ != nullptr && right_ == &zeroCM; }
-    /// Runs one that does.
+    /// Runs a step that does.
     void runCopy() const { *target_ = *left_; }
 
 private:
@@ -40,7 +40,7 @@ private:
     unsigned long sign_ = 0;  // all bits set to subtract
 };
 
-/// What executing `node` does, when that is such an assignment; valid as long as the node.
+/// The step that executing `node` does, when there is one; valid as long as the node.
 KESTREL_API LongStep longStepOf(const Node& node);
 
 }  // namespace SCR

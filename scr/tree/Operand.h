@@ -10,8 +10,8 @@
 
 namespace SCR {
 
-/// Whether nodes are specialised by the kinds of their operands. Off only in the build that checks
-/// the specialised nodes against the general ones.
+/// Whether nodes are specialised by the kinds of their operands. Only the build that compares the
+/// specialised nodes with the general ones turns it off.
 inline constexpr bool SpecialisesNodes = KESTREL_SPECIALISE != 0;
 
 /// The classes of the nodes that read a variable or a constant of a type.
@@ -48,8 +48,8 @@ struct LeafNodes<NexidType> {
     using Constant = NexidConstant;
 };
 
-// The kinds of operands that a specialised node can hold. Each gives the operand's value; the node
-// that holds it neither knows nor cares how.
+// The kinds of operands that a specialised node can hold. Each gives the operand's value; the code
+// of the node is the same for all kinds.
 
 /// Any expression: a call of its node.
 template <class Type>
@@ -73,7 +73,7 @@ class VariableOperand {
 public:
     explicit VariableOperand(const typename Type::Value* value) : value_(value) {}
     typename Type::Argument value() const { return *value_; }
-    /// Where the value is; the variable's.
+    /// The address of the value, which the variable holds.
     const typename Type::Value* storage() const { return value_; }
 
 private:
@@ -86,7 +86,7 @@ class ConstantOperand {
 public:
     explicit ConstantOperand(typename Type::Argument value) : value_(value) {}
     typename Type::Argument value() const { return value_; }
-    /// Where the value is; this operand's.
+    /// The address of the value, which this operand holds.
     const typename Type::Value* storage() const { return &value_; }
 
 private:
@@ -97,7 +97,7 @@ private:
 template <class Type>
 typename Type::Variable* variableOf(const Node& node) {
     using Access = typename LeafNodes<Type>::Access;
-    // One library has one descriptor of a class: no need to compare names.
+    // The library has exactly one descriptor per class, so names need not be compared.
     if (&typeid(node) != &typeid(Access)) return nullptr;
     return static_cast<const Access&>(node).variable();
 }
@@ -110,8 +110,8 @@ const typename Type::Value* constantOf(const Node& node) {
     return &static_cast<const Constant&>(node).value();
 }
 
-/// The value that `node` gives without doing anything else: that of the variable which it reads, or
-/// its own if it is a constant. Null for any other node.
+/// The address of the value that `node` gives without doing anything else: in the variable that it
+/// reads, or in the node itself if it is a constant. Null for any other node.
 template <class Type>
 const typename Type::Value* storageOf(const Node& node) {
     if constexpr (SpecialisesNodes && requires { typename LeafNodes<Type>::Constant; }) {
@@ -121,7 +121,7 @@ const typename Type::Value* storageOf(const Node& node) {
     return nullptr;
 }
 
-/// Calls `make` with the operand of the kind that fits `node` and gives what it gives.
+/// Calls `make` with the operand of the kind that fits `node` and returns its result.
 template <class Type, class Make>
 auto withOperand(std::unique_ptr<Node> node, Make&& make) {
     if constexpr (SpecialisesNodes) {

@@ -13,9 +13,9 @@ namespace SCR {
 
 namespace {
 
-// What is looked through for cases that are never reached: a check must not take long.
+// The steps of a search for unreachable cases, as a check must not take long.
 constexpr std::size_t maxAnalysedStatesS = 20000;
-// Warnings of one switch; the others are counted.
+// Warnings for one switch; the others are only counted.
 constexpr std::size_t maxWarningsS = 50;
 
 }  // namespace
@@ -49,7 +49,7 @@ std::optional<FND::String> SwitchAutomaton::insert(const FND::String& pattern) {
     if (fits_) return std::nullopt;
     FND::String error;
     if (!FSM::checkPattern(pattern, error)) return Messages::illegalRegularExpression(pattern);
-    engine_->clear();  // It has no room for a good pattern; a group may have.
+    engine_->clear();  // it has no room for a good pattern; a group may have
     return std::nullopt;
 }
 

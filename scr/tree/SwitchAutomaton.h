@@ -14,17 +14,17 @@
 
 namespace SCR {
 
-/// What a switch over patterns matches with. Step n of the build inserts label n, `finalStep` sets
-/// the automaton up.
+/// The matcher of a switch over patterns. Step n of the build inserts label n, `finalStep` sets the
+/// automaton up.
 class SwitchAutomaton final : public PendingBuild {
 public:
     static constexpr std::size_t finalStep = std::numeric_limits<std::size_t>::max();
 
-    /// `stateLimit` is what the automaton of all patterns may have; a list that needs more is split
-    /// over a group of automata.
+    /// `stateLimit` limits the states of the automaton of all patterns; a list that needs more is
+    /// split over a group of automata.
     explicit SwitchAutomaton(std::size_t stateLimit) : stateLimit_(stateLimit) {}
 
-    /// Adds the pattern that `label`, a constant in line `line`, gives.
+    /// Adds the pattern of `label`, a constant in line `line`.
     void add(std::unique_ptr<StringNode> label, int line);
     /// The number of labels added.
     std::size_t size() const { return labels_.size(); }
@@ -36,19 +36,20 @@ public:
     std::int32_t first(const FND::String& text) const {
         return group_ ? group_->firstPath(text) : engine_->firstPath(text);
     }
-    /// The same, counting work.
+    /// The same; counts as work.
     std::int32_t firstOfLong(const FND::String& text) const;
 
 private:
     std::optional<FND::String> insert(const FND::String& pattern);
     std::optional<FND::String> setUp();
-    // Warns of the cases that no text reaches.
+    // Warns about the cases that no text reaches.
     void warnOfUnreached(Interpreter& interpreter, const FND::String& file) const;
 
     const std::size_t stateLimit_;
     std::optional<FSM::Engine> engine_;
-    std::unique_ptr<FSM::EngineGroup> group_;  // in place of the engine, when that is too large
-    bool fits_ = true;                         // the engine has had room so far
+    std::unique_ptr<FSM::EngineGroup>
+        group_;         // used instead of the engine when that would be too large
+    bool fits_ = true;  // the engine has had room so far
     std::vector<std::unique_ptr<StringNode>> labels_;  // until the set-up
     std::vector<std::int32_t> lines_;                  // until the set-up
 };

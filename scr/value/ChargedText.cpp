@@ -11,7 +11,7 @@ void ChargedText::makeRoom(std::size_t size) {
         FND::String().swap(text_);
         charge_.reset();
     }
-    // The room that there was is charged as well until the text has moved.
+    // The former room is charged as well until the text has moved.
     BufferCharge charge(blockBytes(capacity + 1));
     reserveInPieces(text_, capacity);
     charge_.reset();

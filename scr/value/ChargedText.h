@@ -9,7 +9,7 @@
 
 namespace SCR {
 
-/// A text outside the variables, charged as long as it lives. It moves with its charge.
+/// A text outside the variables, which is charged as long as it lives. The charge moves with it.
 class ChargedText {
 public:
     ChargedText() = default;
@@ -21,10 +21,10 @@ public:
     ~ChargedText() = default;
 
     const FND::String& text() const { return text_; }
-    /// What is done to the text by this is not charged.
+    /// Changes made through this reference are not charged.
     FND::String& text() { return text_; }
 
-    /// Makes it a copy of `text`.
+    /// Sets it to a copy of `text`.
     void assign(const FND::String& text) {
         if (text.size() > text_.capacity()) [[unlikely]] {
             text_.clear();
@@ -43,7 +43,7 @@ private:
     KESTREL_API void swap(ChargedText& other) noexcept;
 
     FND::String text_;
-    std::optional<BufferCharge> charge_;  // none for what lies in the string itself
+    std::optional<BufferCharge> charge_;  // none for a text that lies in the string object itself
 };
 
 }  // namespace SCR

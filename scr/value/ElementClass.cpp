@@ -20,7 +20,7 @@ void assign(Value& target, const Value& source) {
     target = source;
 }
 
-// A string that was long gives its room back when it is made short.
+// A long string gives its room back when it becomes short.
 void assign(FND::String& target, const FND::String& source) {
     constexpr std::size_t kept = 256;
     if (target.capacity() > kept && source.size() <= kept) {
@@ -78,7 +78,7 @@ struct ElementMaker<FileVariable> {
     static void copy(FileVariable& element, const FileVariable& /*source*/) { element.close(); }
 };
 
-// Containers in containers. Few prototypes hold elements, so making one is cheap at any depth.
+// Containers in containers. Prototypes rarely hold elements, so making one is cheap at any depth.
 template <class Container>
 struct NestedMaker {
     static constexpr bool needsDestructorCM = true;
@@ -99,7 +99,7 @@ struct ElementMaker<Hash> : NestedMaker<Hash> {};
 
 namespace {
 
-// The elements of the class `V`, which lie in the slots.
+// The elements of the class `V`, stored in the slots.
 template <class V>
 struct InPlace {
     static_assert(alignof(V) <= 8 && sizeof(V) % 8 == 0);
@@ -121,7 +121,8 @@ struct InPlace {
     }
     static void destroy([[maybe_unused]] std::byte* slots,
                         [[maybe_unused]] std::size_t count) noexcept {
-        // Destroying plain values has no effect; one by one it would cost as much as making them.
+        // Destroying plain values has no effect, and doing it one by one would cost as much as
+        // making them.
         if constexpr (ElementMaker<V>::needsDestructorCM) {
             for (std::size_t i = 0; i < count; ++i) at(slots, i)->~V();
         }
@@ -177,7 +178,7 @@ struct ValuesOnly {
                                           copy,          nullptr, load};
 };
 
-// The elements of any other class, each an object of its own.
+// The elements of any other class, each a separate object.
 struct Boxed {
     static constexpr std::size_t sizeCM = sizeof(void*);
 

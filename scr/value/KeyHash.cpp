@@ -65,7 +65,7 @@ NumberHash::NumberHash() : first_(FND::hashSeed().first), second_(FND::hashSeed(
 
 namespace {
 
-// Its seed is taken while the library is loaded: a fork must find none that is just being taken.
+// The seed is taken while the library is loaded, so that a fork never happens in the middle.
 [[maybe_unused]] const std::uint32_t seededS = keyHash({});
 
 }  // namespace

@@ -8,8 +8,8 @@
 
 namespace SCR {
 
-/// The hash of a key: 32 well-mixed bits, seeded as those of fnd/SeededHash.h, so that input can
-/// not be made to collide. Fast for short keys. Any thread. A script can be stopped in a long key.
+/// The hash of a key: 32 well-mixed bits, seeded like those of fnd/SeededHash.h, so that input
+/// cannot force collisions. Fast for short keys. Any thread. A script can be stopped in a long key.
 KESTREL_API std::uint32_t keyHash(std::string_view key);
 
 /// `keyHash` for the containers of the standard library.
@@ -17,7 +17,7 @@ struct KeyHash {
     std::size_t operator()(std::string_view key) const { return keyHash(key); }
 };
 
-/// The same for numbers, with the seed at hand.
+/// The same for numbers; the caller has the seed.
 class NumberHash {
 public:
     KESTREL_API NumberHash();

@@ -22,11 +22,11 @@ std::uint64_t times(std::uint64_t a, std::uint64_t b) {
                    static_cast<std::uint64_t>(product >> 61));
 }
 
-// A text as the digits of a number; bytes count from 1, so that zeros at the front count.
+// A text as the digits of a number. Digits are bytes plus 1, so that zeros at the front count.
 class Fingerprint {
 public:
     void add(char byte) { value_ = reduced(times(value_, base()) + digit(byte)); }
-    /// `weight` is base^n for n bytes, the first of which leaves; `next` enters.
+    /// `weight` is base^n for n bytes; the first byte leaves, `next` enters.
     void move(char first, char next, std::uint64_t weight) {
         add(next);
         value_ = reduced(value_ + primeS - times(digit(first), weight));

@@ -9,19 +9,19 @@
 
 namespace SCR {
 
-// What looks at each byte of a text does so in pieces that it counts as work, so that a script can
-// be stopped in a long one. `ScriptStopped` is thrown then. Short texts are one piece.
+// These functions look at each byte of a text in pieces, and each piece counts as work. So a script
+// can be stopped in a long text; `ScriptStopped` is thrown then. Short texts are one piece.
 
-/// Bytes that are worked on between two counts.
+/// Bytes processed between two counts.
 constexpr std::size_t textPieceSizeS = 64 * 1024;
 
 /// Compares the bytes of two texts as unsigned numbers: negative, 0 or positive.
 KESTREL_API int compareLong(std::string_view a, std::string_view b);
 
-/// How many bytes both texts begin with.
+/// The number of bytes at the start that both texts have in common.
 KESTREL_API std::size_t commonLength(std::string_view a, std::string_view b);
 
-/// The place of the first `byte` in `text`; the length of `text` without one.
+/// The position of the first `byte` in `text`; the length of `text` if there is none.
 KESTREL_API std::size_t findByte(std::string_view text, char byte);
 
 /// Whether two texts are equal.
@@ -31,7 +31,7 @@ inline bool areEqual(const FND::String& a, const FND::String& b) {
     return a == b;
 }
 
-/// `text` without the bytes of `set`, a byte or several, that it begins with.
+/// `text` without leading bytes of `set`, a byte or several.
 template <class Set>
 std::string_view withoutFront(std::string_view text, Set set) {
     for (;;) {
@@ -43,12 +43,12 @@ std::string_view withoutFront(std::string_view text, Set set) {
     }
 }
 
-/// `text` without the bytes of `set` that it ends with.
+/// `text` without trailing bytes of `set`.
 template <class Set>
 std::string_view withoutBack(std::string_view text, Set set) {
     for (;;) {
         const std::size_t size = std::min(textPieceSizeS, text.size());
-        // One behind the last byte to keep: 0, by overflow, when there is none.
+        // One past the last byte to keep: 0, by overflow, when there is none.
         const std::size_t kept = text.substr(text.size() - size).find_last_not_of(set) + 1;
         text.remove_suffix(size - kept);
         if (kept > 0 || text.empty()) return text;
@@ -56,9 +56,9 @@ std::string_view withoutBack(std::string_view text, Set set) {
     }
 }
 
-/// The first place in `text` where `part` stands, or null; for a `part` that is so long that a
-/// single try is work. Takes time in proportion to the lengths of both, by fingerprints after
-/// Rabin and Karp with a base drawn at random.
+/// The first place in `text` where `part` stands, or null; for a `part` so long that a single
+/// comparison counts as work. Takes time in proportion to the lengths of both, by fingerprints
+/// after Rabin and Karp with a base drawn at random.
 KESTREL_API const char* findLong(std::string_view text, std::string_view part);
 
 }  // namespace SCR

@@ -24,7 +24,7 @@ public:
     ~NameTable() { clear(); }
 
     /// Inserts `value`. True: the table owns it now. False: the name is taken, nothing changed and
-    /// the caller still owns it, as after an exception, which changes nothing either.
+    /// the caller still owns it. An exception changes nothing either.
     bool insert(std::string_view name, Value* value) {
         if (size_ < fewCM) {
             if (find(name) != nullptr) return false;
@@ -51,7 +51,7 @@ public:
         return entry != nullptr ? entry->value.get() : nullptr;
     }
 
-    /// Fetches what `insert` and `find` of `name` look at first, which then waits less.
+    /// Prefetches the memory that `insert` and `find` of `name` read first, so that they wait less.
     void prefetch(std::string_view name) const {
         if (!slots_.empty()) __builtin_prefetch(&slots_[keyHash(name) & (slots_.size() - 1)]);
     }
@@ -70,7 +70,7 @@ private:
         explicit Entry(std::string_view text) : name(text) {}
 
         bool has(std::string_view text) const {
-            // Names are short: a loop takes less than a call.
+            // Names are short: a loop is faster than a call.
             if (name.size() != text.size()) return false;
             std::size_t i = 0;
             while (i < text.size() && name[i] == text[i]) ++i;
@@ -82,13 +82,13 @@ private:
         std::unique_ptr<Value> value;
     };
 
-    // Of a table whose size is a power of two, probed one after the other.
+    // A slot of a hash table whose size is a power of two, with linear probing.
     struct Slot {
         Entry* entry = nullptr;
         std::uint32_t hash = 0;
     };
 
-    // The slot of `name`, or the empty one that it belongs in.
+    // The slot of `name`, or the empty one where it belongs.
     std::size_t slotOf(std::string_view name, std::uint32_t hash) const {
         const std::size_t mask = slots_.size() - 1;
         std::size_t i = hash & mask;
@@ -99,7 +99,7 @@ private:
         return i;
     }
 
-    // The entry takes the value over last, when nothing can fail any more.
+    // The entry takes ownership of the value last, when nothing can fail any more.
     Entry* append(std::unique_ptr<Entry> entry, Value* value) noexcept {
         Entry* const added = entry.release();
         added->value.reset(value);
@@ -133,7 +133,7 @@ private:
     Entry* first_ = nullptr;
     Entry* last_ = nullptr;
     std::size_t size_ = 0;
-    std::vector<Slot> slots_;  // of all entries, once they are more than a few
+    std::vector<Slot> slots_;  // of all entries, when there are more than a few
 };
 
 }  // namespace SCR

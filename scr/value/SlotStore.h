@@ -11,11 +11,12 @@
 
 namespace SCR {
 
-/// Memory for numbered slots of one size, in chunks that never move, so that what lies in a slot
-/// stays where it is while others come. The chunks hold 4, 4, 8, 16, ... 2048 slots and, from slot
-/// 4096 on, 4096 each: few slots take little, many waste little. A chunk exists once it was asked
-/// for, whatever the chunks before it do. What the slots hold is the owner's business; the store
-/// frees the memory only. It charges what it takes. One thread at a time.
+/// Memory for numbered slots of one size, in chunks that never move, so that the contents of a slot
+/// stay where they are when others are added. The chunks hold 4, 4, 8, 16, ... 2048 slots and, from
+/// slot 4096 on, 4096 each: few slots take little, many waste little. A chunk is made when it is
+/// first asked for, independently of the chunks before it. The owner manages the contents of the
+/// slots; the store only frees the memory. It charges the memory that it takes. One thread at a
+/// time.
 class SlotStore {
 public:
     SlotStore() = default;
@@ -43,7 +44,7 @@ public:
         return firstOf(chunk + 1) - firstOf(chunk);
     }
 
-    /// The number of chunks spoken of so far; the highest of them may not exist.
+    /// The number of chunks addressed so far; the highest of them may not exist.
     std::size_t numChunks() const { return chunks_.size(); }
     /// The first slot of chunk number `chunk`, which is below `numChunks()`; null while it does not
     /// exist.
@@ -57,7 +58,7 @@ public:
         return chunk.slots + (number - chunk.first) * slotSize;
     }
 
-    /// Bytes that the store takes when its slots have `slotSize`.
+    /// Bytes of the store when its slots have `slotSize`.
     std::size_t heapBytes(std::size_t slotSize) const {
         std::size_t bytes = chunks_.capacity() * sizeof(Chunk);
         for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
@@ -72,7 +73,7 @@ public:
         if (count > chunks_.capacity()) chargeMemory((count - chunks_.size()) * sizeof(Chunk));
         chunks_.resize(count);
     }
-    /// Makes a chunk that does not exist and gives its first slot. Throws std::bad_alloc.
+    /// Makes a chunk that does not exist yet and gives its first slot. Throws std::bad_alloc.
     std::byte* allocate(std::size_t chunk, std::size_t slotSize) {
         extend(chunk + 1);
         const std::size_t bytes = slotsOf(chunk) * slotSize;
@@ -91,7 +92,7 @@ public:
             ::operator delete(memory);
         }
     }
-    /// Forgets the chunks from `count` on up to the highest one that exists.
+    /// Drops the chunks that do not exist after the highest one that does, but none below `count`.
     void trim(std::size_t count) noexcept {
         while (chunks_.size() > count && chunks_.back().slots == nullptr) chunks_.pop_back();
         if (chunks_.capacity() > 2 * chunks_.size() + 16) chunks_.shrink_to_fit();
@@ -109,8 +110,8 @@ private:
         std::bit_width((pageSlotsCM - 1) / firstSlotsCM);
     static constexpr std::align_val_t lineCM{64};
 
-    // The chunk of each group of slots in front of the pages. Looking it up is faster than finding
-    // the highest bit of the slot's number.
+    // The chunk of each group of slots that lies before the pages. A table look-up is faster than
+    // finding the highest bit of the slot's number.
     static constexpr auto smallChunksCM = [] {
         std::array<unsigned char, pageSlotsCM / firstSlotsCM> chunks{};
         for (std::size_t group = 0; group < chunks.size(); ++group) {
@@ -119,7 +120,7 @@ private:
         return chunks;
     }();
 
-    // Chunks of some size start on a cache line, which slots of 64 bytes then never straddle.
+    // Large chunks start on a cache line, so that slots of 64 bytes never straddle one.
     static constexpr bool isAligned(std::size_t chunk) { return slotsOf(chunk) >= 32; }
 
     std::vector<Chunk> chunks_;
