@@ -6,10 +6,10 @@ namespace {
 
 struct Current {
     Budget* budget = nullptr;
-    std::size_t steps = 0;  // not told yet
+    std::size_t steps = 0;  // not reported yet
 };
 
-// Within the library's own static storage, so that reading it costs no call.
+// In the library's own static storage, so that reading it needs no call.
 [[gnu::tls_model("initial-exec")]] constinit thread_local Current currentS;
 
 }  // namespace

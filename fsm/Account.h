@@ -11,18 +11,18 @@
 
 namespace FSM {
 
-// How the building of automata tells its budget what it takes.
+// How the building of automata reports its memory and work to its budget.
 
 /// The budget of the calling thread, or null.
 Budget* currentBudget();
 
-/// Counts work of so many steps, of some nanoseconds each. What the budget throws passes through.
+/// Counts work of so many steps, of some nanoseconds each. Exceptions of the budget pass through.
 void countWork(std::size_t steps);
 
-/// What a block of `bytes` takes of the heap: with a header, in steps of 16 bytes.
+/// The heap memory of a block of `bytes`: with a header, in steps of 16 bytes.
 constexpr std::size_t blockBytes(std::size_t bytes) { return (bytes + 8 + 15) / 16 * 16; }
 
-/// Bytes that are charged, as long as it lives, to the budget in whose scope it was made.
+/// Bytes that are charged, as long as this lives, to the budget in whose scope it was made.
 class Charge {
 public:
     Charge() : budget_(currentBudget()) {}
@@ -36,7 +36,7 @@ public:
     }
     ~Charge() { give(bytes_); }
 
-    /// Asks for `bytes` more.
+    /// Charges `bytes` more.
     void take(std::size_t bytes) {
         if (budget_ == nullptr) return;
         budget_->take(bytes);
@@ -53,7 +53,7 @@ private:
     std::size_t bytes_ = 0;
 };
 
-/// Makes room in `elements` for one more, which is charged to `charge`.
+/// Makes room in `elements` for one more element and charges it to `charge`.
 template <class Element>
 void makeRoom(std::vector<Element>& elements, Charge& charge) {
     const std::size_t before = elements.capacity();
@@ -77,7 +77,7 @@ public:
     CountedAllocator() : budget_(currentBudget()) {}
     template <class Other>
     CountedAllocator(const CountedAllocator<Other>& other) : budget_(other.budget()) {}
-    // A name of the library's.
+    // The standard library requires this name.
     // NOLINTNEXTLINE(readability-identifier-naming)
     CountedAllocator select_on_container_copy_construction() const { return {}; }
 

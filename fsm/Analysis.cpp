@@ -19,7 +19,7 @@ namespace {
 
 using Paths = std::vector<std::int32_t>;
 
-// How well a byte reads in a text, the best first.
+// How readable a byte is in a text, the best first.
 int rank(unsigned char byte) {
     if (byte >= 'a' && byte <= 'z') return 0;
     if (byte >= '0' && byte <= '9') return 1;
@@ -49,7 +49,7 @@ public:
         }
     }
 
-    /// The numbers of all states that a text without NUL reaches.
+    /// The numbers of all states that texts without NUL reach.
     const Vector<std::uint32_t>& order() const { return order_; }
 
     FND::String text(std::uint32_t state) const {
@@ -68,7 +68,7 @@ private:
         bool isReached = false;
     };
 
-    // One byte of each class but that of NUL alone, the readable ones first.
+    // One byte of each class except the class of NUL alone, the readable ones first.
     static std::vector<unsigned char> readableBytes(const Table& table) {
         std::array<int, 256> best{};
         for (int byte = 255; byte > 0; --byte) {
@@ -89,8 +89,7 @@ private:
     Vector<Step> previous_;
 };
 
-/// Looks at each distinct list of path numbers once, with the shortest text that is reported with
-/// it.
+/// Visits each distinct list of path numbers once, with the shortest text for which it is reported.
 class Analyser {
 public:
     Analyser(const Table& table, const Paths& paths, std::size_t maxOverlaps)
@@ -174,7 +173,8 @@ private:
     }
 
     void findOverlaps(Analysis& result) {
-        // A bit for each pair found; most patterns overlap with none and have no bits.
+        // One bit for each pair found; patterns with no overlap, which are most of them, have no
+        // bits.
         Vector<Vector<bool>> isFound(paths_.size());
         for (const List& list : lists_) {
             for (std::size_t i = 0; i + 1 < list.paths->size(); ++i) {

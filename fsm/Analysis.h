@@ -14,15 +14,16 @@ namespace FSM {
 class Engine;
 class EngineGroup;
 
-/// What is odd about a list of patterns, where the one with the lowest number is to win. Found in
-/// the finished automaton, so it is exact: nothing is missing and nothing is guessed. Texts are
-/// without NUL, as those that can be matched, and the shortest of their kind.
+/// What is unusual in a list of patterns of which the one with the lowest number wins. It is read
+/// from the finished automaton, so it is exact: nothing is missing and nothing is guessed. Texts
+/// contain no NUL, as matched texts never do, and are the shortest of their kind.
 struct KESTREL_API Analysis {
     /// A pattern that matches texts, but never as the one with the lowest number.
     struct Shadowed {
         std::int32_t path;
-        /// The lower number that is reported for all texts of `path`. If no single one is, or
-        /// looking for it would take too long, those that together come before it, ascending.
+        /// The lower number that is reported for all texts of `path`. If there is no single one, or
+        /// searching for it would take too long: the lower numbers that together cover the texts,
+        /// ascending.
         std::vector<std::int32_t> by;
         /// A text that the pattern matches.
         FND::String text;
@@ -40,24 +41,24 @@ struct KESTREL_API Analysis {
     std::vector<Shadowed> shadowed;
     /// Ascending by numbers.
     std::vector<Overlap> overlaps;
-    /// Whether `overlaps` holds all that there are, and was not cut off at the number asked for.
+    /// Whether `overlaps` is complete, that is, was not cut off at the number asked for.
     bool hasAllOverlaps = true;
 };
 
 /// Analyses the patterns of a finished engine, with up to `maxOverlaps` overlaps. Nothing before
-/// `finalSetup`, without patterns, or if memory runs out. Takes time in proportion to the states
-/// and the path numbers they list; may run in any number of threads.
+/// `finalSetup`, without patterns, or when memory runs out. Takes time in proportion to the states
+/// and the path numbers that they list; may run in any number of threads.
 KESTREL_API std::optional<Analysis> analyse(const Engine& engine, std::size_t maxOverlaps = 10000);
 
-/// The same for a finished group. Nothing also if the group was split: its automata do not tell how
+/// The same for a finished group. Also nothing if the group was split: its automata do not show how
 /// patterns of different parts relate.
 KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
                                             std::size_t maxOverlaps = 10000);
 
-/// A sentence for each pattern that can never be the one with the lowest number, by number, for the
-/// author of a list of cases of which the first that matches is taken: "the case in line 12 is
-/// never reached: line 9 matches all its texts". `lines` holds the line of each pattern, by number;
-/// patterns that it does not have are left out.
+/// For each pattern that can never be the one with the lowest number, in ascending order, a
+/// sentence for the author of a list of cases of which the first match is taken: "the case in line
+/// 12 is never reached: line 9 matches all its texts". `lines` holds the line of each pattern, by
+/// number; patterns without a line are left out.
 KESTREL_API std::vector<FND::String> unreachedCases(const Analysis& analysis,
                                                     std::span<const std::int32_t> lines);
 

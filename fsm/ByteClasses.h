@@ -36,7 +36,7 @@ public:
     unsigned count() const { return count_; }
     unsigned classOf(unsigned char byte) const { return classOf_[byte]; }
     const std::array<std::uint8_t, 256>& map() const { return classOf_; }
-    /// The classes that `set`, one of the list, is the union of.
+    /// The classes whose union is `set`, one of the sets in the list.
     Vector<std::uint8_t> classesOf(const ByteSet& set) const;
 
 private:

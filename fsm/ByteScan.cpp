@@ -8,11 +8,11 @@ namespace {
 
 const bool hasShuffleS = __builtin_cpu_supports("ssse3");
 
-// A bit for each of 16 bytes that is not in the set.
+// One bit for each of 16 bytes that is not in the set.
 __attribute__((target("ssse3"))) inline unsigned misses(__m128i bytes, __m128i below128,
                                                         __m128i from128) {
     const __m128i bits = _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128);
-    // A shuffle gives 0 where the highest bit is set, so each table answers for its own half.
+    // A shuffle gives 0 where the highest bit is set, so each table covers its own half.
     __m128i low = _mm_shuffle_epi8(below128, bytes);
     __m128i high = _mm_shuffle_epi8(from128, _mm_xor_si128(bytes, _mm_set1_epi8(-128)));
     __m128i halves = _mm_and_si128(_mm_srli_epi16(bytes, 4), _mm_set1_epi8(15));

@@ -8,8 +8,9 @@
 
 namespace FSM {
 
-/// The first newline or NUL at or after `text`. Reads whole aligned blocks of 16 bytes, which never
-/// reach into another page than the byte found, but may lie before the text or behind its end.
+/// The first newline or NUL at or after `text`. Reads whole aligned blocks of 16 bytes. These may
+/// begin before the text and go past its end, but never reach into another page than the byte
+/// found.
 __attribute__((no_sanitize("address", "thread"))) inline const unsigned char* lineEnd(
     const unsigned char* text) {
     const __m128i newline = _mm_set1_epi8('\n');
@@ -26,7 +27,7 @@ __attribute__((no_sanitize("address", "thread"))) inline const unsigned char* li
     }
 }
 
-/// The first newline or NUL from `text` to before `end`, or `end`. Reads nothing else.
+/// The first newline or NUL from `text` to before `end`, or `end`. Reads nothing outside.
 inline const unsigned char* lineEnd(const unsigned char* text, const unsigned char* end) {
     const __m128i newline = _mm_set1_epi8('\n');
     const __m128i zero = _mm_setzero_si128();
@@ -46,8 +47,8 @@ class ByteScan {
 public:
     explicit ByteScan(const std::bitset<256>& bytes);
 
-    /// The first byte at or after `text` that is not in the set, or any byte before that. Reads as
-    /// `lineEnd` does.
+    /// The first byte at or after `text` that is not in the set, or any byte before that. Reads
+    /// like `lineEnd`.
     const unsigned char* skip(const unsigned char* text) const;
     /// The same up to `end`.
     const unsigned char* skip(const unsigned char* text, const unsigned char* end) const;

@@ -54,7 +54,7 @@ public:
 private:
     static constexpr std::uint32_t unknownS = ~std::uint32_t{0};
     static constexpr std::uint32_t largeS = unknownS - 1;
-    // Last members of the sets that a newline leads to, higher than any state.
+    // Last members of the sets that a newline leads to; higher than any state.
     static constexpr StateIndex newlineMarkS = ~StateIndex{0};
     static constexpr StateIndex leftMarkS = newlineMarkS - 1;
     static constexpr StateIndex firstMarkS = leftMarkS;
@@ -74,7 +74,7 @@ private:
         return nfa;
     }
 
-    // Finds the tails: states that all bytes but newline lead to themselves and perhaps to ends of
+    // Finds the tails: states that all bytes except newline lead back to, and perhaps on to ends of
     // patterns without further moves, if the patterns that end there may be kept apart.
     void findTails(std::size_t patternCount) {
         std::vector<std::int32_t> negated = PatternList::negatedPaths(patterns_, patternCount);
@@ -86,7 +86,7 @@ private:
             const FlatNfa::Edge* edge = nfa_.edgesBegin(state);
             if (nfa_.edgesEnd(state) - edge != 1 || nfa_.sets()[edge->set] != line) continue;
             findUnion({edge->target});
-            // With each member a look at its patterns and for the state in the set.
+            // For each member: its patterns, and whether the state is in the set.
             otherSteps_ += 8 * set_.size();
             Tail tail;
             bool isTail = std::binary_search(set_.begin(), set_.end(), state);
@@ -110,7 +110,7 @@ private:
 
     bool hasTailsApart() const { return !tails_.empty(); }
 
-    // Whether `state` is a tail and `members`, which it is in, holds the ends beside it too.
+    // Whether `state` is a tail and `members`, which contains it, also contains its ends.
     bool isSettled(StateIndex state, const StateIndex* begin, const StateIndex* end) {
         if (!hasTailsApart() || tailOf_[state] == unknownS) return false;
         const Vector<StateIndex>& ends = tails_[tailOf_[state]].ends;
@@ -119,8 +119,8 @@ private:
                            [&](StateIndex other) { return std::binary_search(begin, end, other); });
     }
 
-    // Finds the successors of a state for all classes. Most classes are mentioned by no transition
-    // but those on one wide set of bytes, of a wild card say, and are looked up together.
+    // Finds the successors of a state for all classes. Most classes occur only in transitions on
+    // one wide set of bytes, for example of a wild card, and are looked up together.
     void expand(std::uint32_t state) {
         for (std::uint8_t c : touched_) targets_[c].clear();
         touched_.clear();
@@ -170,7 +170,7 @@ private:
         for (std::size_t i = 0; i < touched_.size() && !isPastLimit(); ++i) {
             std::uint8_t c = touched_[i];
             if (isNewline(c)) continue;
-            // The classes of a set follow each other.
+            // The classes of a set are sorted together.
             bool isSame =
                 i > 0 && !isNewline(touched_[i - 1]) && targets_[c] == targets_[touched_[i - 1]];
             row[c] = isSame ? row[touched_[i - 1]] : stateOf(targets_[c]);
@@ -180,10 +180,10 @@ private:
         row[newline] = stateAfterNewline(targets_[newline]);
     }
 
-    // Whether the class is newline's and what it leads to is to be kept apart.
+    // Whether the class is that of newline and the states that it leads to must be kept apart.
     bool isNewline(unsigned c) const { return hasTailsApart() && c == classes_.classOf('\n'); }
 
-    // The deterministic state of what is reached by going to all of `targets`.
+    // The deterministic state reached by going to all of `targets`.
     std::uint32_t stateOf(const Vector<StateIndex>& targets) {
         if (targets.size() == 1) {
             std::uint32_t& known = stateOfTarget_[targets[0]];
@@ -198,8 +198,8 @@ private:
         return stateOfSet();
     }
 
-    // Leaves in set_ the states that `targets` stand for, sorted. There may be none: a text that
-    // ends in a dead end is still inside the automaton, in the state of no members.
+    // Leaves in set_, sorted, the states that `targets` stand for. There may be none: a text that
+    // ends in a dead end is still inside the automaton, in the state without members.
     void findUnion(const Vector<StateIndex>& targets) {
         set_.clear();
         ++stamp_;
@@ -207,12 +207,12 @@ private:
             addClosure(target);
             tellWork();
         }
-        // Sorting takes longer than gathering, and so does what is done with a new set.
+        // Sorting takes longer than gathering, and so does the work on a new set.
         otherSteps_ += 4 * set_.size();
         std::sort(set_.begin(), set_.end());
     }
 
-    // With tails apart, what a newline leads to is kept apart from what other bytes lead to.
+    // With tails apart, the states that a newline leads to are separate from those of other bytes.
     std::uint32_t stateAfterNewline(const Vector<StateIndex>& targets) {
         findUnion(targets);
         set_.push_back(targets.empty() ? leftMarkS : newlineMarkS);
@@ -295,7 +295,7 @@ private:
         return static_cast<std::uint32_t>(closures_.count() - 1);
     }
 
-    // Walks the epsilon moves, but not again from where the same union has been.
+    // Follows the epsilon moves, but not again from where the same union has been.
     void addLargeClosure(StateIndex target) {
         open_.assign(1, target);
         while (!open_.empty()) {
@@ -309,7 +309,7 @@ private:
         }
     }
 
-    // Tells what was done since it was told last.
+    // Reports the steps since the last report.
     void tellWork() {
         constexpr std::size_t fewSteps = 256;
         const std::size_t untold = steps_ + otherSteps_ - stepsTold_;
@@ -318,7 +318,7 @@ private:
         countWork(untold);
     }
 
-    // The number of the list that holds `paths`, which get sorted.
+    // The number of the list that holds `paths`; sorts `paths`.
     std::uint32_t listIndex(Vector<std::uint32_t>& paths) {
         std::sort(paths.begin(), paths.end());
         paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
@@ -339,7 +339,7 @@ private:
     }
 
     struct Tail {
-        Vector<StateIndex> ends;  // beside the state itself
+        Vector<StateIndex> ends;  // besides the state itself
         Vector<std::uint32_t> paths;
     };
 
@@ -356,17 +356,17 @@ private:
     std::size_t otherSteps_ = 0;  // of work that does not count for the limit
     std::size_t stepsTold_ = 0;
 
-    std::uint32_t stamp_ = 0;             // of the union being made
-    Vector<std::uint32_t> memberStamps_;  // the last union that a state came into
+    std::uint32_t stamp_ = 0;             // of the current union
+    Vector<std::uint32_t> memberStamps_;  // the last union that includes a state
     Vector<std::uint32_t> visitStamps_;   // the last union that passed through a state
     Vector<std::uint32_t> closureOf_;
     Lists closures_;
-    Vector<Tail> tails_;                   // empty if they are not to be apart
-    Vector<std::uint32_t> tailOf_;         // of each state, its tail, if there are any
+    Vector<Tail> tails_;                   // empty if they should not be apart
+    Vector<std::uint32_t> tailOf_;         // the tail of each state, if there are any
     Vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
     ListIndex pathLists_;
 
-    // Used again and again, to spare allocations.
+    // Reused, to save allocations.
     Vector<Vector<StateIndex>> targets_;
     Vector<std::uint8_t> touched_;
     Vector<StateIndex> wideTargets_;
@@ -409,7 +409,7 @@ std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t
         (fits ? fit : tooMany) = tried;
         return fits;
     };
-    // From the guess up or down in steps that double, then by halves.
+    // Up or down from the guess in steps that double, then by halves.
     std::size_t tried = std::min(std::max<std::size_t>(guess, 1), count);
     if (count == 0) return 0;
     if (tryOut(tried)) {

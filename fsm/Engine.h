@@ -19,19 +19,19 @@ struct Analysis;
 class PatternList;
 class Table;
 
-/// One deterministic automaton for a list of patterns, which tells in one pass over a text which of
-/// the patterns match the whole of it.
+/// One deterministic automaton for a list of patterns. In one pass over a text it tells which of
+/// the patterns match the whole text.
 ///
 /// Insert the patterns, call `finalSetup` once, then match as often as you like. Until `finalSetup`
-/// returns, an engine is used by one thread; from then on any number of threads may match at once.
-/// Nothing is thrown but what a `Budget` throws: a failure gives false and a text in `error`.
+/// returns, one thread uses the engine; after that any number of threads may match at once. Only
+/// exceptions of a `Budget` are thrown; any other failure gives false and a text in `error`.
 class KESTREL_API Engine {
 public:
-    /// Path number that stands for the number of patterns inserted before.
+    /// The path number that means the number of patterns inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
-    /// States that an automaton may have unless `stateLimit` says otherwise.
+    /// The default of `stateLimit`.
     static constexpr std::size_t defaultStateLimitCM = 131072;
-    /// States that an automaton may have whatever `stateLimit` says.
+    /// The most states that any automaton may have, whatever `stateLimit` says.
     static constexpr std::size_t mostStatesCM = std::size_t{1} << 24;
 
     /// `expectedCount` is the number of patterns to come, all ones for unknown; matching does not
@@ -42,9 +42,9 @@ public:
     Engine& operator=(const Engine&) = delete;
 
     /// Adds a pattern that is reported as `pathNumber` (0 to 2147483647). Patterns that share a
-    /// number are reported as one. False if the pattern does not parse, when two lines on standard
-    /// output tell so, if the number is out of range, if the patterns grow out of all proportion to
-    /// the state limit, or after `finalSetup`; the engine is unchanged then but for its error text.
+    /// number are reported as one. False if the pattern does not parse (two lines on standard
+    /// output say so), if the number is out of range, if the patterns grow out of proportion to the
+    /// state limit, or after `finalSetup`; only the error text changes then.
     bool insertPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
 
     /// Builds the automaton and frees the patterns. True when it was built, now or before, or when
@@ -53,26 +53,28 @@ public:
     bool finalSetup();
 
     /// The state in which the whole text up to its terminating NUL ends; its `pathNumbers` are
-    /// those of the patterns that match. When the text leaves the automaton, so that no pattern
-    /// goes on, the start state. Null before `finalSetup` or without patterns. Owned by the engine.
+    /// those of the patterns that match. When the text leaves the automaton, because no pattern can
+    /// match any more, gives the start state. Null before `finalSetup` or without patterns. Owned
+    /// by the engine.
     const State* process(const char* text) const;
     /// The same for a text of known length; it ends at the first NUL if it holds one.
     const State* process(std::string_view text) const;
 
-    /// The lowest path number that `process` reports for the text, or -1. Takes no memory or lock.
+    /// The lowest path number that `process` reports for the text, or -1. Takes no memory and no
+    /// lock.
     std::int32_t firstPath(const char* text, std::size_t length) const;
     std::int32_t firstPath(std::string_view text) const {
         return firstPath(text.data(), text.size());
     }
 
-    /// The same for a long text: after each piece of it `pause` is called with its length in bytes;
-    /// it may throw to give up.
+    /// The same for a long text: `pause` is called after each piece, with its length in bytes; it
+    /// may throw to give up.
     std::int32_t firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const;
 
     /// The text of the last failure; empty if there was none.
     const FND::String& error() const;
-    /// After `finalSetup` has failed at the state limit: the path number of the pattern at which it
-    /// was passed. Otherwise -1.
+    /// After `finalSetup` has failed at the state limit: the path number of the pattern at which
+    /// the limit was passed. Otherwise -1.
     std::int32_t guiltyPath() const { return guiltyPath_; }
 
     std::size_t stateLimit() const { return stateLimit_; }
@@ -87,14 +89,14 @@ public:
     std::size_t stateCount() const;
     /// Bytes of memory that the finished automaton takes; 0 before `finalSetup`.
     std::size_t memory() const;
-    /// The start state, which takes all there is to look at; null before `finalSetup`.
+    /// The start state, from which all others can be reached; null before `finalSetup`.
     const State* startState() const;
     /// The path numbers inserted, in decimal, ascending, separated by one blank each.
     FND::String pathString() const;
 
     /// Frees the patterns; the finished automaton stays.
     void cleanup();
-    /// Back to the state after construction. The state limit stays.
+    /// Restores the state after construction. The state limit stays.
     void clear();
 
     /// Prints all states, for diagnosis.
@@ -106,10 +108,10 @@ private:
 
     friend class MultiEngine;
 
-    // What a multi-engine needs: an engine on a finished table; a leading of all states that report
-    // something on to the engine of the next word; the state in which a text ends, null if it has
-    // left the automaton, and the path numbers that are reported then, taking patterns at their
-    // word.
+    // Used by a multi-engine: an engine on a finished table; a link from all states that report
+    // something to the engine of the next word; the state in which a text ends, null if the text
+    // has left the automaton; and the path numbers reported then, without the special case of
+    // patterns that match "".
     explicit Engine(std::unique_ptr<Table> table);
     void chain(Engine* next);
     const State* stateInside(std::string_view text) const;

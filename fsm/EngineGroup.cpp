@@ -14,15 +14,15 @@ namespace FSM {
 
 namespace {
 
-// States that all parts together may have, for each one that a single automaton may.
+// States that all parts together may have, for each state that a single automaton may have.
 constexpr std::size_t groupFactorS = 16;
-// A joint automaton that has more states than this times those of the patterns grows with the
-// product of its patterns, unless it is small.
+// A joint automaton with more states than this times those of the patterns grows with the product
+// of its patterns, unless it is small.
 constexpr std::size_t proportionS = 2;
 constexpr std::size_t smallS = 512;
 
-// Walks `count` tables, each from its start, over the text at once: the loads of one do not wait
-// for those of another. Leaves in `rows` the rows in which the text ends.
+// Walks `count` tables, each from its start, over the text at the same time, so that the loads of
+// one do not wait for those of another. Leaves in `rows` the rows in which the text ends.
 template <std::size_t count>
 void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::size_t length,
                   Table::Row* rows) {
@@ -37,7 +37,7 @@ void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::s
     auto next = reinterpret_cast<const unsigned char*>(text);
     const unsigned char* end = next + length;
     while (next != end && *next != 0) {
-        // A few bytes at a time, as most checks find that there is something to do.
+        // A few bytes at a time, as most checks find something to do.
         const unsigned char* stop = end - next > 8 ? next + 8 : end;
         for (; next != stop && *next != 0; ++next) {
             for (std::size_t i = 0; i < count; ++i) {
@@ -98,8 +98,8 @@ template <class Value>
 using MapOfPaths = std::map<std::int32_t, Value, std::less<>,
                             CountedAllocator<std::pair<const std::int32_t, Value>>>;
 
-// Joins what a split must not part: patterns that share a number of which one is negated. They
-// become neighbours; gives, for each pattern, whether it may be the first of a part.
+// Joins patterns that a split must not separate: those that share a number, if one of them is
+// negated. They become neighbours. Gives, for each pattern, whether it may be the first of a part.
 Vector<bool> joinNegated(Vector<Pattern>& patterns) {
     const auto hasNegation = [](const Pattern& pattern) { return pattern.part->isNegated(); };
     if (std::none_of(patterns.begin(), patterns.end(), hasNegation)) {
@@ -192,8 +192,8 @@ bool EngineGroup::finalSetup() {
 }
 
 bool EngineGroup::build() {
-    // Without a limit for parts: one automaton if it has not many more states than the patterns,
-    // one with tails apart if that is not too large, one if it is not larger than a part.
+    // Without a limit for parts: one automaton if it has few more states than the patterns, one
+    // with tails apart if that is not too large, or one if it is not larger than a part.
     struct Trial {
         std::size_t stateLimit;
         Tails tails;
@@ -298,8 +298,8 @@ bool EngineGroup::walk(const char* text, std::size_t length, Visitor visit) cons
     return isInside;
 }
 
-// Appends the path numbers that all parts report, ascending and each once, as if the text had not
-// left all of them; false if it has.
+// Appends the path numbers that all parts report, ascending and each once, ignoring that the text
+// may have left all of them; false if it has.
 bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
     std::size_t before = paths.size();
     std::size_t lists = 0;

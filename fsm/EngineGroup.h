@@ -18,8 +18,8 @@ struct Analysis;
 class PatternList;
 class Table;
 
-/// A list of patterns whose one automaton may be too large: it is split over several, which are
-/// walked side by side. What is reported is exactly what an `Engine` with all the patterns would
+/// A list of patterns whose single automaton may be too large: it is split over several automata,
+/// which are walked side by side. It reports exactly what an `Engine` with all the patterns would
 /// report; in particular a text has left the automaton only when it has left all parts.
 ///
 /// A list that fits into one automaton, without growing out of proportion to the patterns, is not
@@ -37,23 +37,24 @@ public:
     /// Adds a pattern that is reported as `pathNumber`, under the conditions of
     /// `Engine::insertPattern`.
     bool insertPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
-    /// The same for a row, which must be of one pattern.
+    /// The same for a row, which must have exactly one pattern.
     bool insertPatterns(const std::vector<FND::String>& patterns,
                         unsigned long pathNumber = nextPathCM) override;
 
-    /// Fails only when a pattern needs by itself more states than the state limit allows, or all
-    /// parts together more than 16 times that number.
+    /// Fails only when a single pattern needs more states than the state limit allows, or all parts
+    /// together more than 16 times that number.
     bool finalSetup() override;
 
-    /// Puts into `paths` the numbers of the patterns that match the whole text, ascending and each
-    /// once. The text ends at its first NUL if it holds one. `paths` keeps its memory from call to
-    /// call, and none else is taken.
+    /// Fills `paths` with the numbers of the patterns that match the whole text, ascending and each
+    /// once. The text ends at its first NUL if it holds one. `paths` keeps its memory between
+    /// calls; no other memory is taken.
     void process(std::string_view text, std::vector<std::int32_t>& paths) const;
     /// The same for a row of words; nothing matches unless there is exactly one.
     void process(std::span<const std::string_view> words,
                  std::vector<std::int32_t>& paths) const override;
 
-    /// The lowest path number that `process` reports for the text, or -1. Takes no memory or lock.
+    /// The lowest path number that `process` reports for the text, or -1. Takes no memory and no
+    /// lock.
     std::int32_t firstPath(const char* text, std::size_t length) const;
     std::int32_t firstPath(std::string_view text) const {
         return firstPath(text.data(), text.size());
@@ -70,8 +71,8 @@ public:
     void stateLimit(std::size_t states);
     std::size_t partLimit() const { return partLimit_; }
     /// Sets the number of states that a part may have; only a pattern that needs more by itself
-    /// gets a larger one. 0, the default, leaves it to the group: it tries one automaton for all,
-    /// and if that grows out of proportion to the patterns, parts of up to `defaultPartLimitCM`.
+    /// gets a larger one. With 0, the default, the group tries one automaton for all patterns; if
+    /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM`.
     void partLimit(std::size_t states) { partLimit_ = states; }
 
     /// Number of patterns inserted.
@@ -79,7 +80,7 @@ public:
     /// Number of automata that the list was split into; 0 before `finalSetup`.
     std::size_t partCount() const { return parts_.size(); }
 
-    /// Back to the state after construction. The limits stay.
+    /// Restores the state after construction. The limits stay.
     void clear();
 
 private:
@@ -88,7 +89,7 @@ private:
 
     friend class MultiEngine;
 
-    // What a multi-engine needs: a group with the patterns of a list; its only table.
+    // Used by a multi-engine: a group with the patterns of a list; its only table.
     explicit EngineGroup(std::unique_ptr<PatternList> patterns);
     std::unique_ptr<Table> takeTable();
     bool appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const;

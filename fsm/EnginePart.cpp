@@ -12,7 +12,7 @@ Pool<EnginePart>& enginePartPool() {
     return pool;
 }
 
-// Made while the library is loaded: a fork must find none that is just being made.
+// Made while the library is loaded, so that a fork never finds it half made.
 [[maybe_unused]] const auto& poolS = enginePartPool();
 
 NonDetState* nonDet(State* state) { return static_cast<NonDetState*>(state); }
@@ -124,7 +124,7 @@ void EnginePart::makeZeroOrMore() {
 void EnginePart::concatenate(EnginePart& other) {
     closeEnds();
     other.closeEnds();
-    // `other` start is entered by nothing, so its moves can go out from this end instead.
+    // No move enters `other`'s start, so its moves can go out from this end instead.
     for (const NonDetState::Transition& transition : other.start_->transitions()) {
         end_->succStates(transition.first, transition.last, transition.target);
     }
@@ -132,7 +132,7 @@ void EnginePart::concatenate(EnginePart& other) {
         end_->wildCardState(other.start_->wildCardState());
     }
     for (State* target : other.start_->epsilonSuccStates()) end_->epsilonSuccState(target);
-    // Without memory each state still belongs to one of the parts.
+    // If memory runs out, each state still belongs to one of the parts.
     interior_.takeAll(other.interior_);
     interior_.insert(end_);
     end_ = other.end_;

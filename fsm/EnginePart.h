@@ -13,14 +13,14 @@
 namespace FSM {
 
 /// A fragment of a non-deterministic automaton with one start and one end state, which owns its
-/// states. The pattern parser builds a pattern's fragment bottom-up out of such parts.
+/// states. The pattern parser builds a pattern's fragment bottom-up from such parts.
 ///
-/// Every operation keeps this: no transition enters the start state and none leaves the end state.
-/// So an end may be merged with the start that follows it, and moves may be added between the ends
+/// Every operation keeps this rule: no transition enters the start state and none leaves the end
+/// state. So an end may be merged with the start after it, and moves may be added between the ends
 /// of a part, without opening a way into or out of a loop.
 class EnginePart {
 public:
-    /// No part has more states than this; `multiply` refuses to pass it.
+    /// No part has more states than this; `multiply` refuses to pass the limit.
     static constexpr std::size_t maxStatesCM = 262144;
 
     /// One state: the empty string or, once members are added, a set of bytes.
@@ -45,9 +45,10 @@ public:
     void addCharacters(unsigned char c) { addCharacters(c, c); }
     /// The same for all bytes from `first` to `last`, none if `last` is below `first`.
     void addCharacters(unsigned char first, unsigned char last);
-    /// Gives a part of one state, a set without members, its end state; false if it has one.
+    /// Gives a part of one state, a set without members, its end state; false if it already has
+    /// one.
     bool checkEndState();
-    /// Puts a fresh state before the start and one behind the end, not yet joined to them.
+    /// Puts a fresh state before the start and one after the end, not yet joined to them.
     void makeEnds();
 
     void makeZeroOrOne();
@@ -72,7 +73,7 @@ public:
     const StateSet& interior() const { return interior_; }
     std::size_t stateCount() const { return interior_.size() + 2; }
 
-    /// The stack of parts of the parse that the thread does. Reset by every parse.
+    /// The stack of parts of the calling thread's parse. Every parse resets it.
     static thread_local std::vector<std::unique_ptr<EnginePart>> stackCM;
     /// The text of the last error of a parse in this thread.
     static thread_local FND::String errorTextCM;
@@ -83,7 +84,7 @@ public:
 private:
     void copy(const EnginePart& other);
     NonDetState* insertState();
-    /// Makes a part of one state what it stands for, the empty string.
+    /// Turns a part of one state into the empty string.
     void closeEnds();
 
     Charge charge_;

@@ -85,10 +85,10 @@ std::uint32_t FlatNfa::setIndex(const ByteSet& bytes) {
     return found->second;
 }
 
-/// Two states are reached by the same texts if they are both reached at the start or neither is,
-/// and the same transitions lead to both; those from a state to itself count as the same. One pass
-/// from the start on finds most such states, as it merges a state before those that follow it; it
-/// misses some behind loops of several bytes.
+/// Two states are reached by the same texts if both or neither are reached at the start, and the
+/// same transitions lead to both; transitions from a state to itself count as the same. One pass
+/// from the start on finds most such states, since it merges a state before those that follow it.
+/// It misses some after loops of several bytes.
 class NfaReducer {
 public:
     explicit NfaReducer(FlatNfa& nfa) : nfa_(nfa), listOf_(nfa.stateCount(), noneS) {}
@@ -102,7 +102,7 @@ public:
     }
 
 private:
-    // More states than this behind one target are out of proportion.
+    // More states than this for one target are out of proportion.
     static constexpr std::size_t maxClosureCM = 64;
 
     struct Source {

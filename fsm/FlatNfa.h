@@ -10,11 +10,12 @@
 
 namespace FSM {
 
-/// The non-deterministic automaton of some patterns, flat: states are numbers, and the bytes of a
-/// transition are one of a list of distinct sets.
+/// The non-deterministic automaton of some patterns, in flat form: states are numbers, and the
+/// bytes of a transition are one of a list of distinct sets.
 ///
-/// A transition leads to a target. That is a state, which may go on to others by epsilon moves, or
-/// in a reduced automaton the number of a list of all the states so reached that matter.
+/// A transition leads to a target. A target is a state, which may go on to others by epsilon moves;
+/// in a reduced automaton it is the number of a list of all the states reached this way that
+/// matter.
 class FlatNfa {
 public:
     struct Edge {
@@ -27,9 +28,9 @@ public:
     /// The automaton of `count` patterns from `first` on.
     FlatNfa(const Pattern* first, std::size_t count);
 
-    /// Removes the epsilon moves and makes one state of those that are reached by the same texts,
-    /// such as the first states of patterns that begin alike. Does nothing if patterns have so many
-    /// parts that may be left out that the lists would grow out of proportion.
+    /// Removes the epsilon moves and merges states that are reached by the same texts, such as the
+    /// first states of patterns that begin alike. Does nothing if patterns have so many optional
+    /// parts that the lists would grow out of proportion.
     void reduce();
     bool isReduced() const { return isReduced_; }
 
@@ -42,15 +43,16 @@ public:
         return edges_.data() + (state == 0 ? 0 : edgeEnds_[state - 1]);
     }
     const Edge* edgesEnd(std::uint32_t state) const { return edges_.data() + edgeEnds_[state]; }
-    /// The patterns, by their places in the list, that each state is the end of.
+    /// For each state, the patterns that end in it, by their places in the list.
     const Lists& patterns() const { return patterns_; }
-    /// Neither an end nor left on any byte: it does not matter for matching.
+    /// Whether a state is neither an end nor left on any byte; such a state does not matter for
+    /// matching.
     bool isTransit(std::uint32_t state) const {
         return edgesBegin(state) == edgesEnd(state) && patterns_.isEmpty(state);
     }
-    /// Of a reduced automaton: the states that each target stands for, ascending.
+    /// For a reduced automaton: the states that each target stands for, ascending.
     const Lists& targets() const { return targets_; }
-    /// Of one that is not: the states that each state goes on to without a byte.
+    /// For one that is not reduced: the states that each state goes on to without a byte.
     const Lists& epsilons() const { return epsilons_; }
 
 private:

@@ -11,7 +11,7 @@ namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// The value of a byte that stands for itself: of a signed char, whatever `char` is.
+/// The value of a byte that stands for itself: that of a signed char, whatever `char` is.
 int signedValue(char c) {
     const auto code = static_cast<unsigned char>(c);
     return code > 127 ? code - 256 : code;
@@ -107,7 +107,8 @@ int FSM_FlexLexer::scan(int& value) {
     }
 }
 
-// A backslash and three digits is the byte of that decimal code, with any other byte that byte.
+// A backslash and three digits is the byte with that decimal code; a backslash and any other byte
+// is that byte.
 int FSM_FlexLexer::scanEscape(int& value) {
     if (isDigit(look(1)) && isDigit(look(2)) && isDigit(look(3))) {
         value = (look(1) - '0') * 100 + (look(2) - '0') * 10 + (look(3) - '0');

@@ -15,8 +15,8 @@ public:
     explicit FSM_FlexLexer(std::istream* in, std::ostream* out = nullptr);
     explicit FSM_FlexLexer(std::string pattern);
 
-    /// The code of the next token, with its value in `value`: the byte for a token of one byte,
-    /// signed; the number for NUMBER, at most 2147483647. 0, with value 0, at the end.
+    /// The code of the next token. Sets `value` to its value: for a token of one byte, the byte as
+    /// a signed number; for NUMBER, the number, at most 2147483647. 0, with value 0, at the end.
     int yylex(int& value);
 
     /// The value of the token read last; 0 before the first.

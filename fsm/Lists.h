@@ -22,7 +22,7 @@ inline std::uint64_t hashOf(const std::uint32_t* begin, const std::uint32_t* end
     return hash;
 }
 
-/// Lists of numbers, stored one behind the other.
+/// Lists of numbers, stored one after the other.
 class Lists {
 public:
     void append(std::uint32_t value) { values_.push_back(value); }
@@ -44,13 +44,13 @@ private:
     Vector<std::size_t> ends_;
 };
 
-/// Numbers distinct lists in the order of their coming.
+/// Numbers distinct lists in the order of their arrival.
 class ListIndex {
 public:
     ListIndex() : slots_(256, noneCM) {}
 
     const Lists& lists() const { return lists_; }
-    /// Gives the lists away; nothing is found any more.
+    /// Moves the lists out; nothing can be found any more.
     Lists take() { return std::move(lists_); }
 
     /// The number of the list that holds `values`; a new one if none does.

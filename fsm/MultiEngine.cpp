@@ -18,20 +18,20 @@
 
 namespace FSM {
 
-/// What stands at one place of the rows.
+/// The patterns at one place of the rows.
 struct MultiEngine::Place {
     struct Use {
         std::int32_t number;    // of the pattern in this place
         std::int32_t firstRow;  // path number of the first row that has it
     };
 
-    // Until the automata are built.
+    // Used until the automata are built.
     std::unordered_map<FND::String, Use, FND::SeededHash, std::equal_to<>,
                        CountedAllocator<std::pair<const FND::String, Use>>>
         numbers;
     Charge textCharge;  // of the patterns as keys of these
     std::unique_ptr<PatternList> patterns = std::make_unique<PatternList>();
-    // From then on, one of the two.
+    // Used after that: one of the two.
     std::unique_ptr<Engine> engine;
     std::unique_ptr<EngineGroup> group;
 };
@@ -79,7 +79,7 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
             continue;
         }
         auto number = static_cast<std::int32_t>(place.patterns->patterns().size());
-        // A pattern of a row that is refused later stays, known but in no row.
+        // A pattern of a row that is refused later stays in the list, but in no row.
         if (!place.patterns->insert(patterns[count], PatternList::nextPathCM,
                                     stateLimit_ * EngineGroup::statesPerLimitCM)) {
             error_ = place.patterns->error();
@@ -144,7 +144,7 @@ bool MultiEngine::build() {
 template <class Visitor>
 void MultiEngine::match(std::span<const std::string_view> words, Visitor visit) const {
     if (!isBuilt_ || words.empty() || words.size() > places_.size()) return;
-    // Of split places the matching patterns are put together here, place after place.
+    // For split places, collects the matching patterns, place after place.
     thread_local std::vector<std::int32_t> joined;
     std::array<RowTree::Numbers, maxWordsCM> matching;
     std::array<std::size_t, maxWordsCM> joinedEnd;

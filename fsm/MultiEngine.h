@@ -16,16 +16,16 @@ namespace FSM {
 class RowTree;
 
 /// Matches sequences of words against rows of patterns, as in a rating table: a row matches if it
-/// has as many patterns as there are words and each matches its word.
+/// has as many patterns as there are words and each pattern matches its word.
 ///
-/// A pattern is taken at its word here: one that matches "" is not reported for other words, as it
-/// is by an `Engine` for texts that leave the automaton.
+/// Unlike an `Engine`, it never reports a pattern that matches "" for a word that leaves the
+/// automaton.
 ///
 /// All patterns of one place, each once however many rows have it, make one automaton, whose states
-/// lead to the engine of the next place; so a sequence costs one pass over each word, and then a
+/// lead to the engine of the next place. So a sequence takes one pass over each word, and then a
 /// look at the rows whose patterns have matched. Where one automaton would be too large, a group
-/// takes its place. Time to build and memory are in proportion to the different patterns of each
-/// place, and 12 to 20 bytes a row. Threads and failures: see `MultiEngineIf`.
+/// takes its place. Build time and memory are in proportion to the different patterns of each
+/// place, plus 12 to 20 bytes per row. Threads and failures: see `MultiEngineIf`.
 class KESTREL_API MultiEngine : public MultiEngineIf {
 public:
     /// Patterns that a row may have.
@@ -56,7 +56,7 @@ public:
     /// Number of rows inserted.
     std::int32_t rowCount() const { return rowCount_; }
 
-    /// Back to the state after construction. The state limit stays.
+    /// Restores the state after construction. The state limit stays.
     void clear();
 
 private:

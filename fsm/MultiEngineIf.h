@@ -11,33 +11,33 @@
 
 namespace FSM {
 
-/// What a caller sees of an engine that is made of several automata: rows of patterns go in, each
-/// under a path number, and for a sequence of words come out the numbers of the rows that match it,
-/// pattern by pattern.
+/// The interface of an engine that consists of several automata. Rows of patterns are inserted,
+/// each under a path number; for a sequence of words the engine gives the numbers of the rows that
+/// match it, pattern by pattern.
 ///
 /// Insert the rows, call `finalSetup` once, then match as often as you like. Until `finalSetup`
-/// returns, an object is used by one thread; from then on any number of threads may match at once.
-/// Nothing is thrown but what a `Budget` throws: a failure gives false and a text in `error`.
+/// returns, one thread uses the object; after that any number of threads may match at once. Only
+/// exceptions of a `Budget` are thrown; any other failure gives false and a text in `error`.
 class KESTREL_API MultiEngineIf {
 public:
-    /// Path number that stands for the number of rows inserted before.
+    /// The path number that means the number of rows inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
 
     virtual ~MultiEngineIf();
 
-    /// Adds a row: one pattern for each word. `pathNumber` is 0 to 2147483647. False, with the
-    /// object unchanged but for its error text, if a pattern does not parse, if the number of
-    /// patterns or the path number is out of range, or after `finalSetup`.
+    /// Adds a row: one pattern for each word. `pathNumber` is 0 to 2147483647. False, with only the
+    /// error text changed, if a pattern does not parse, if the number of patterns or the path
+    /// number is out of range, or after `finalSetup`.
     virtual bool insertPatterns(const std::vector<FND::String>& patterns,
                                 unsigned long pathNumber = nextPathCM) = 0;
 
     /// Builds the automata and frees the patterns. True when they were built, now or before, or
     /// when there is nothing to build. False when that would pass a limit or memory ran out;
-    /// nothing matches then, and `guiltyPath` tells where.
+    /// nothing matches then, and `guiltyPath` tells which row caused it.
     virtual bool finalSetup() = 0;
 
-    /// Puts into `paths` the numbers of the rows that match the words, ascending and each once. A
-    /// word ends at its first NUL. `paths` keeps its memory from call to call, and none else is
+    /// Fills `paths` with the numbers of the rows that match the words, ascending and each once. A
+    /// word ends at its first NUL. `paths` keeps its memory between calls; no other memory is
     /// taken.
     virtual void process(std::span<const std::string_view> words,
                          std::vector<std::int32_t>& paths) const = 0;
@@ -46,8 +46,8 @@ public:
 
     /// The text of the last failure; empty if there was none.
     virtual const FND::String& error() const = 0;
-    /// After `finalSetup` has failed at a limit: the number of the row at which it was passed.
-    /// Otherwise -1.
+    /// After `finalSetup` has failed at a limit: the number of the row at which the limit was
+    /// passed. Otherwise -1.
     virtual std::int32_t guiltyPath() const = 0;
 
     /// Number of deterministic states of all automata; 0 before `finalSetup`.

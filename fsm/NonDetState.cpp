@@ -20,7 +20,7 @@ Pool<NonDetState>& nonDetStatePool() {
     return pool;
 }
 
-// Made while the library is loaded: a fork must find none that is just being made.
+// Made while the library is loaded, so that a fork never finds it half made.
 [[maybe_unused]] const auto& poolS = nonDetStatePool();
 
 }  // namespace

@@ -41,7 +41,7 @@ public:
         return transitions_;
     }
 
-    /// The state reached on any byte without a transition, but newline; null for none.
+    /// The state reached on any byte without a transition, except newline; null for none.
     State* wildCardState() const { return wildCard_; }
     void wildCardState(State* target) { wildCard_ = target; }
 
@@ -60,8 +60,8 @@ public:
     void mark(std::uint32_t value) const { mark_ = value; }
 
 private:
-    Charge charge_;      // for the state and what its vectors hold
-    Transition only_{};  // while there is one, as in most states; without target: none
+    Charge charge_;                        // for the state and what its vectors hold
+    Transition only_{};                    // if there is just one, as usual; without a target: none
     std::vector<Transition> transitions_;  // when there are more
     State* wildCard_ = nullptr;            // not owned
     std::vector<State*> epsilons_;         // not owned

@@ -5,7 +5,8 @@
 #include "fsm/EnginePart.h"
 #include "fsm/FlexLexer.h"
 
-/// What the generated parser calls. All of it works on the calling thread's stack of parts.
+/// Functions that the generated parser calls. All of them work on the calling thread's stack of
+/// parts.
 namespace FSM {
 
 inline EnginePart& topPart() { return *EnginePart::stackCM.back(); }
@@ -20,9 +21,9 @@ void pushPart(Arguments... arguments) {
 void pushByte(int value);
 /// Adds the bytes from `first` to `last`, the low 8 bits of each, to the set on top.
 void addBytes(int first, int last);
-/// Takes the two parts on top and pushes the first followed by the second.
+/// Replaces the two parts on top by the first followed by the second.
 void concatenateParts();
-/// Takes the two parts on top and pushes the one that is either.
+/// Replaces the two parts on top by a part that matches either.
 void alternateParts();
 /// Repeats the part on top; false, with the error text set, if that is too large.
 bool repeatPart(int minimum, int maximum);

@@ -15,7 +15,7 @@ class FSM_FlexLexer;
 #include "fsm/PatternActions.h"
 using namespace FSM;
 
-// The parser's own stack, once it is deep, goes with the scanner, whatever is thrown.
+// The parser's own stack, when it is deep, is freed with the scanner, whatever is thrown.
 #define YYMALLOC(bytes) scanner.takeMemory(bytes)
 #define YYFREE(memory) static_cast<void>(memory)
 }

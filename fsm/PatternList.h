@@ -10,7 +10,7 @@
 
 namespace FSM {
 
-/// A pattern read, with the number it is reported under.
+/// A parsed pattern, with the number under which it is reported.
 struct Pattern {
     std::unique_ptr<EnginePart> part;
     std::int32_t path;
@@ -21,21 +21,21 @@ struct Pattern {
 /// `paths` in ascending order, each once.
 std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths);
 
-/// The patterns given to an engine or a group, until its automata are built. Used by one thread at
-/// a time, but any number of lists at once.
+/// The patterns given to an engine or a group, until its automata are built. One thread at a time
+/// uses a list; different lists are independent.
 class PatternList {
 public:
-    /// The path number that stands for the number of patterns inserted before.
+    /// The path number that means the number of patterns inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
 
-    /// What all patterns together may have of non-deterministic states, for each deterministic one
-    /// that their automata may have.
+    /// The non-deterministic states that all patterns together may have, for each deterministic
+    /// state that their automata may have.
     static constexpr std::size_t statesPerLimitCM = 8;
 
-    /// Parses `pattern` and appends it. False if it is refused: the list is unchanged but for
-    /// `error`. When it does not parse, two lines on standard output tell so. `maxStates` is the
-    /// number of non-deterministic states that all patterns together may have. Throws what the
-    /// budget throws, with the list unchanged.
+    /// Parses `pattern` and appends it. False if it is refused; only `error` changes then. When it
+    /// does not parse, two lines on standard output say so. `maxStates` is the number of
+    /// non-deterministic states that all patterns together may have. Throws the exceptions of the
+    /// budget, with the list unchanged.
     bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t maxStates);
 
     const Vector<Pattern>& patterns() const { return patterns_; }
@@ -51,7 +51,7 @@ public:
     /// The error text for an automaton that passes `stateLimit` at the pattern `guilty`.
     static FND::String limitError(const Pattern& guilty, std::size_t stateLimit);
 
-    /// Gives all patterns away.
+    /// Moves all patterns out.
     Vector<Pattern> take();
     /// Frees all patterns; the error text stays.
     void clear();

@@ -54,7 +54,7 @@ void fsm_error(FSM_FlexLexer& scanner, const char* message) {
 int FSM_parse(FSM_FlexLexer& scanner) {
     FSM::EnginePart::stackCM.clear();
     FSM::EnginePart::errorTextCM.clear();
-    // Hardly ever written, so that threads may parse at once.
+    // Hardly ever written, so threads may parse at the same time.
     if (fsm_debug != FSM_debug) fsm_debug = FSM_debug;
     try {
         const int result = fsm_parse(scanner);

@@ -10,18 +10,18 @@
 extern int FSM_debug;
 
 /// Parses the pattern that `scanner` reads. 0 on success: the pattern's part is the only one on the
-/// stack of `FSM::EnginePart`. Else 1, or 2 when the parser's stack of 10000 entries is full, and
-/// `FSM::EnginePart::errorTextCM` tells why. Stack and text are those of the calling thread.
+/// stack of `FSM::EnginePart`. Otherwise 1, or 2 when the parser's stack of 10000 entries is full,
+/// and `FSM::EnginePart::errorTextCM` tells why. Stack and text are those of the calling thread.
 int FSM_parse(FSM_FlexLexer& scanner);
 
-/// Puts into `FSM::EnginePart::errorTextCM` what the user is told of the parser's `message`;
-/// `value` is that of the token at which it stopped.
+/// Sets `FSM::EnginePart::errorTextCM` to the user's form of the parser's `message`; `value` is
+/// that of the token at which it stopped.
 void FSM_printerror(const char* message, int value);
 
 namespace FSM {
 
 /// Parses `pattern`. Null, with the reason in `error`, if that fails. Any number of threads may
-/// parse at once. Throws std::bad_alloc and what the budget throws.
+/// parse at once. Throws std::bad_alloc and the exceptions of the budget.
 std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, FND::String& error);
 
 }  // namespace FSM

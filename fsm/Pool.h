@@ -13,9 +13,9 @@
 namespace FSM {
 
 /// A free list of memory slots for objects of one class, taken from the heap in blocks of 64 slots.
-/// When the last slot in use comes back, all blocks but a few return to the heap, so one big
-/// automaton does not hold its memory for the rest of the process. Safe from any thread; a pool
-/// lives as long as the process.
+/// When the last slot in use comes back, nearly all blocks return to the heap, so one big automaton
+/// does not keep its memory for the rest of the process. Safe from any thread; a pool lives as long
+/// as the process.
 template <class Object>
 class Pool {
 public:
@@ -32,7 +32,7 @@ public:
     /// Takes back memory that `take` gave; null is ignored.
     void give(void* memory) {
         if (memory == nullptr) return;
-        Blocks unused;  // freed once others may go on
+        Blocks unused;  // freed after the lock is released
         std::lock_guard<std::mutex> guard(lock_);
         Slot* slot = static_cast<Slot*>(memory);
         slot->next = free_;
@@ -71,7 +71,7 @@ private:
         }
     }
 
-    // Gives the blocks that are not kept.
+    // Returns the blocks that are not kept.
     Blocks keepBlocks(std::size_t count) {
         Blocks unused = std::exchange(blocks_, std::exchange(kept_, {}));
         free_ = nullptr;
@@ -87,7 +87,7 @@ private:
     Slot* free_ = nullptr;
     std::size_t used_ = 0;
     Blocks blocks_;
-    Blocks kept_;  // room for the blocks to be kept, so that giving back takes no memory
+    Blocks kept_;  // room for the blocks to keep, so that giving back needs no memory
 };
 
 }  // namespace FSM

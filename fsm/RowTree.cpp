@@ -16,7 +16,7 @@ void RowTree::build() {
         countWork(4);
         return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end());
     });
-    struct Branch {  // the rows that share their first numbers, as many as `depth`
+    struct Branch {  // the rows that share their first `depth` numbers
         std::size_t begin;
         std::size_t end;
         std::size_t depth;

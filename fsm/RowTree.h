@@ -10,8 +10,8 @@
 namespace FSM {
 
 /// Rows of pattern numbers, each under a path number, as a tree in which rows that begin alike
-/// share a branch. Finds the rows whose numbers are, place by place, among given ones; it looks
-/// only at branches that hold such rows up to the place it has come to. Not changed after `build`.
+/// share a branch. Finds the rows whose numbers are, place by place, among given ones. It visits
+/// only branches whose rows have matched at every place so far. Does not change after `build`.
 class RowTree {
 public:
     using Numbers = std::span<const std::int32_t>;
@@ -24,8 +24,9 @@ public:
     /// Forgets all rows.
     void clear() { *this = RowTree(); }
 
-    /// Calls visit(path) for every row of `places.size()` numbers of which each is in the list for
-    /// its place; the lists are ascending. In no order, and a path as often as it has such rows.
+    /// Calls visit(path) for every row of `places.size()` numbers each of which is in the list for
+    /// its place; the lists are ascending. In no particular order, and once for each such row of a
+    /// path.
     template <class Visitor>
     void find(std::span<const Numbers> places, Visitor visit) const {
         if (!firstChild_.empty()) findBelow(0, places, visit);
@@ -47,7 +48,8 @@ private:
             }
             return;
         }
-        // Children and list are both ascending: the shorter is gone through, the longer searched.
+        // Children and list are both ascending: walks the shorter one and searches in the longer
+        // one.
         Numbers list = places.front();
         auto begin = number_.begin() + firstChild_[node];
         auto end = number_.begin() + firstChild_[node + 1];
@@ -73,8 +75,8 @@ private:
     Vector<Row> rows_;
     Vector<std::int32_t> numbers_;
 
-    // The nodes are numbered by depth, so the children of one lie together. The first two arrays
-    // have one entry more than there are nodes, as the end of the last one.
+    // The nodes are numbered by depth, so the children of a node lie together. The first two arrays
+    // have one entry more than there are nodes, which ends the last node.
     Vector<Node> firstChild_;
     Vector<std::uint32_t> firstPath_;
     Vector<std::int32_t> number_;

@@ -36,19 +36,20 @@ public:
 
     /// The states reached without a byte; none for a deterministic state.
     virtual const std::vector<State*>& epsilonSuccStates() const;
-    /// Adds a move to `target` (not owned) that takes no byte. Nothing in a deterministic state.
+    /// Adds a move to `target` (not owned) that takes no byte. Does nothing in a deterministic
+    /// state.
     virtual void epsilonSuccState(State* target);
     /// Makes a non-deterministic state reached from this one without a byte and returns it; the
     /// caller owns it. Null in a deterministic state.
     virtual State* addEpsilonSuccState();
-    /// Adds to `set` this state and all that are reached without a byte. Nothing in a deterministic
-    /// state. `set` must refuse duplicates.
+    /// Adds to `set` this state and all that are reached without a byte. Does nothing in a
+    /// deterministic state. `set` must refuse duplicates.
     virtual void epsilonClosure(StateSet& set) const;
 
-    /// Chains the engine for the next word of a word sequence (not owned). Only deterministic
-    /// states keep it.
+    /// Links the engine for the next word of a word sequence (not owned). Only deterministic states
+    /// keep it.
     virtual void setNextWordFSM(Engine* engine);
-    /// The chained engine, or null.
+    /// The linked engine, or null.
     virtual Engine* getNextWordFSM() const;
 
     /// Writes the state for diagnosis: a line for the state and one for each range of bytes, with
@@ -56,8 +57,8 @@ public:
     virtual void print(const std::map<const State*, int>& numbers, std::ostream& out,
                        int indent) const;
 
-    /// The state reached on byte `c`: the explicit transition on `c`, else the wild-card successor
-    /// unless `c` is newline, else null.
+    /// The state reached on byte `c`: the explicit transition on `c`, otherwise the wild-card
+    /// successor unless `c` is newline, otherwise null.
     virtual State* succState(unsigned char c) const = 0;
 
     /// The identifier: unique in the process and ascending for non-deterministic states, -1 for

@@ -8,7 +8,7 @@ namespace FSM {
 
 namespace {
 
-// Up to this many members a look through all of them is faster than the hash index.
+// Up to this many members, comparing all of them is faster than the hash index.
 constexpr std::size_t linearLimitS = 16;
 
 }  // namespace

@@ -9,11 +9,11 @@ namespace FSM {
 
 class State;
 
-/// An unordered collection of states. It owns none of them, but destroys them on demand. Used by
+/// An unordered collection of states. It does not own them, but destroys them on request. Used by
 /// one thread at a time.
 class StateSet {
 public:
-    /// 0: `insert` refuses a state that is a member already. 1: it appends without looking.
+    /// 0: `insert` refuses a state that is already a member. 1: it appends without checking.
     explicit StateSet(int allowDuplicates) : allowDuplicates_(allowDuplicates != 0) {}
     StateSet(const StateSet&) = delete;
     StateSet& operator=(const StateSet&) = delete;
@@ -25,17 +25,17 @@ public:
     /// The members in the order of insertion, until the next change.
     const Vector<State*>& members() const { return members_; }
 
-    /// Takes all members of `other`, which is empty then. Neither set may refuse duplicates.
+    /// Moves all members of `other` here; `other` is empty then. Neither set may refuse duplicates.
     void takeAll(StateSet& other);
 
-    /// Forgets all members.
+    /// Removes all members.
     void clear();
     /// Deletes the member states; the set keeps its now dangling members.
     void destroyEntries();
-    /// Deletes the member states and forgets them.
+    /// Deletes the member states and removes them.
     void clearAndDestroy();
 
-    /// The same members in any order, and as many of them.
+    /// Whether both have the same members, in any order.
     bool operator==(const StateSet& other) const;
     /// Compares only the addresses of the first members; an empty set is less than any other.
     bool operator<(const StateSet& other) const;

@@ -17,7 +17,7 @@ constexpr std::uint32_t noStateS = RawAutomaton::noStateCM;
 // The states from which a pattern's end can be reached, and the start.
 Vector<bool> liveStates(const RawAutomaton& raw) {
     const std::size_t stateCount = raw.stateCount();
-    // Calls visit(state, target) for all moves; those of neighbouring classes to one target once.
+    // Calls visit(state, target) for all moves, once for neighbouring classes with the same target.
     const auto forMoves = [&](auto visit) {
         for (std::uint32_t state = 0; state < stateCount; ++state) {
             const std::uint32_t* row = raw.next.row(state);
@@ -30,7 +30,7 @@ Vector<bool> liveStates(const RawAutomaton& raw) {
     Vector<std::size_t> sourceEnds(stateCount + 1);
     forMoves([&](std::uint32_t, std::uint32_t target) { ++sourceEnds[target + 1]; });
     std::partial_sum(sourceEnds.begin(), sourceEnds.end(), sourceEnds.begin());
-    // Not filled with zeros first, which would take long.
+    // Not filled with zeros first, as that would take long.
     const Charge charge(blockBytes(sourceEnds.back() * sizeof(std::uint32_t)));
     const auto sources = std::make_unique_for_overwrite<std::uint32_t[]>(sourceEnds.back());
     Vector<std::size_t> filled(sourceEnds.begin(), sourceEnds.end() - 1);
@@ -56,7 +56,7 @@ Vector<bool> liveStates(const RawAutomaton& raw) {
     return isLive;
 }
 
-// Makes one class of those that lead to the same target from every state.
+// Merges classes that lead to the same target from every state.
 void mergeClasses(RawAutomaton& raw) {
     unsigned oldCount = raw.classCount;
     const std::size_t stateCount = raw.stateCount();
@@ -93,8 +93,9 @@ void mergeClasses(RawAutomaton& raw) {
     for (std::uint8_t& c : raw.classOf) c = renamed[c];
 }
 
-// How a state is left: not at all, only by newline, or else. NUL ends a text before it is looked
-// at, so it does not count. In between those at which a walk has something to remember.
+// How a state is left: not at all, only by newline, or otherwise. NUL does not count, as it ends a
+// text before it is looked up. In between come the states at which a walk has to remember
+// something.
 enum class Kind { Trap, LineLoop, Special, Other };
 constexpr std::size_t kindsS = 4;
 
@@ -190,7 +191,7 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     if (!negated.empty()) {
         std::size_t listed = 0;
         for (Paths& list : lists_) {
-            // Patterns that are negated are added to lists where they do not match.
+            // Negated patterns are added to the lists where they do not match.
             const std::size_t most = list.size() + negated.size();
             charge_.take(negated.size() * sizeof(std::int32_t));
             countWork(4 + most);
@@ -216,8 +217,8 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     return true;
 }
 
-// Notes the bytes on which states stay where they are, but not those of states that are left on
-// newline at most: these are never looked at.
+// Notes the bytes on which a state stays as it is. States that only newline leaves are left out:
+// the walk never looks at their bytes.
 void Table::findLoops() {
     std::size_t stateCount = this->stateCount();
     loopOf_.resize(stateCount + 1);

@@ -22,9 +22,9 @@ struct NothingSettles {
 
 /// A finished deterministic automaton in the form that is fastest to walk. Bytes are mapped to
 /// classes; the state is the offset of its row in one flat array of target rows, so a byte costs
-/// one load that depends on the byte before. Row 0 is that of texts that have left the automaton.
-/// It is followed by the states that no byte leaves and then by those that only newline leaves: one
-/// comparison finds out that nothing more, or only the next newline, is of interest.
+/// one load that depends on the byte before. Row 0 stands for texts that have left the automaton.
+/// The states that no byte leaves follow it, and then those that only newline leaves. So one
+/// comparison shows that nothing more, or only the next newline, is of interest.
 ///
 /// Never changed after `build`; reading is safe from any number of threads.
 class Table {
@@ -32,18 +32,18 @@ public:
     using Row = std::uint32_t;
     using Paths = std::vector<std::int32_t>;
 
-    /// Path numbers that all lists together may have, for each state that is allowed.
+    /// Path numbers that all lists together may have, for each state allowed.
     static constexpr std::size_t listedPerStateCM = 128;
 
     Table() = default;
     Table(const Table&) = delete;
     Table& operator=(const Table&) = delete;
 
-    /// Takes over `raw`. `negated` holds the numbers of the negated patterns, ascending. With
-    /// `keepsDeadEnds` the table keeps apart the texts that have left the automaton and those
-    /// inside it from which nothing can match any more; there is no need to if no pattern matches
-    /// "". False if the lists of path numbers would take together more than `maxListed` numbers.
-    /// Throws what the budget throws.
+    /// Takes ownership of `raw`. `negated` holds the numbers of the negated patterns, ascending.
+    /// With `keepsDeadEnds` the table distinguishes texts that have left the automaton from those
+    /// inside it from which nothing can match any more; that is unnecessary if no pattern matches
+    /// "". False if the lists of path numbers together would take more than `maxListed` numbers.
+    /// Throws the exceptions of the budget.
     bool build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds, std::size_t maxListed);
 
     /// The row after the whole text, which ends at its first NUL; 0 when the text has left the
@@ -58,14 +58,14 @@ public:
         NothingSettles memory;
         return walk(text, length, memory);
     }
-    /// The same for a text that goes on behind one that ended in `row`.
+    /// The same for a text that continues one that ended in `row`.
     Row walkOn(Row row, const char* text, std::size_t length) const {
         NothingSettles memory;
         auto begin = reinterpret_cast<const unsigned char*>(text);
         return walkBytes<true>(begin, begin + length, memory, row);
     }
-    /// The same with tails apart. `memory` is told by settle(paths) of the patterns that from there
-    /// on match to the end of the line, and by forget() of a newline after which none of them does.
+    /// The same with tails apart. Calls settle(paths) of `memory` for the patterns that match from
+    /// there to the end of the line, and forget() for a newline after which none of them does.
     template <class Memory>
     Row walk(const char* text, std::size_t length, Memory& memory) const {
         auto begin = reinterpret_cast<const unsigned char*>(text);
@@ -74,7 +74,7 @@ public:
 
     /// Whether a walk has to remember patterns with tails.
     bool hasTailsApart() const { return lastSpecial_ != lastLineLoop_; }
-    /// Whether a text that ends in `row` has not left the automaton, settled patterns left out.
+    /// Whether a text that ends in `row` has not left the automaton, ignoring settled patterns.
     bool isInside(Row row) const { return row != 0 && row != leftByNewline_; }
 
     /// The state of a row; the start state for row 0.
@@ -92,7 +92,7 @@ public:
     const std::array<std::uint8_t, 256>& classOf() const { return classOf_; }
     unsigned classCount() const { return stride_; }
 
-    // What a walk over several tables at once needs.
+    // Used by a walk over several tables at once.
     const Row* rows() const { return rows_.data(); }
     Row startRow() const { return start_; }
     /// The last row of a state that no byte but newline leaves.
@@ -107,7 +107,7 @@ private:
     void findLoops();
     std::size_t index(Row row) const { return (std::uint64_t{row} * reciprocal_) >> 32; }
 
-    // After this many bytes the walk looks whether it is still in the same state.
+    // After this many bytes the walk checks whether it is still in the same state.
     static constexpr int stepsCM = 16;
 
     static Row step(const Row* rows, const std::uint8_t* classOf, unsigned char byte, Row row) {
@@ -165,14 +165,14 @@ private:
     Row start_ = 0;
     Row lastTrap_ = 0;
     Row lastLineLoop_ = 0;
-    Row lastSpecial_ = 0;  // of the rows at which a walk has to remember or forget
+    Row lastSpecial_ = 0;  // of the rows at which a walk must remember or forget
     Row leftByNewline_ = 0;
     unsigned stride_ = 1;
     std::uint64_t reciprocal_ = 0;  // of the stride, times 2^32
     std::size_t startIndex_ = 0;
     std::unique_ptr<DetState[]> states_;
     Vector<std::int32_t> firstPaths_;
-    Vector<std::uint16_t> loopOf_;  // of each state, the number of its loop from 1 on, or 0
+    Vector<std::uint16_t> loopOf_;  // for each state, the number of its loop from 1 on, or 0
     Vector<ByteScan> loops_;        // the bytes on which states stay
     Vector<Special> specials_;
     std::vector<Paths> lists_;
