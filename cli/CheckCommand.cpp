@@ -22,8 +22,8 @@ struct CheckOptions {
     std::vector<std::string> files;
 };
 
-// `findings` are what makes the script unfit for work on parts of the records, if that is asked
-// for.
+// `findings` collects what makes the script unfit for work on parts of the records, if that is
+// asked for.
 ExitStatus check(const std::string& text, const CheckOptions& options, Records::RecordJob* job,
                  std::vector<SCR::Finding>& findings) {
     StderrLog log;
@@ -62,7 +62,7 @@ ExitStatus checkAll(const CheckOptions& options) {
                         finding.line, finding.text.c_str());
         }
         if (!findings.empty()) status = std::max(status, ExitStatus::Rejected);
-        // Messages do not name the script; where there are several, the user needs the name.
+        // Messages do not name the script; the user needs the name when there are several.
         if (status == ExitStatus::NotCompiled && options.files.size() > 1) {
             std::printf("%s: does not compile\n", path.c_str());
         }

@@ -12,20 +12,21 @@ class OutputFailures;
 
 namespace Cli {
 
-/// How the program ends. The values are the same for every command; callers rely on them.
+/// The exit statuses of the program. The values are the same for every command; callers rely on
+/// them.
 enum class ExitStatus : int {
     Success = 0,       ///< Compiled and ran.
     Rejected = 1,      ///< Ran, but declared itself unusable or left records rejected.
     Usage = 2,         ///< Bad command line, or a script file that cannot be read.
     NotCompiled = 3,   ///< A script does not compile.
     Stopped = 4,       ///< A limit or an interruption stopped the script.
-    InputOutput = 74,  ///< Reading or writing failed underway.
+    InputOutput = 74,  ///< Reading or writing failed on the way.
 };
 
-/// What the command that the user named does, once the whole command line is known to be good.
+/// The work of the command that the user named; run after the whole command line has been checked.
 using Action = std::function<ExitStatus()>;
 
-/// Adds a command to `app`. When the user names it, the command leaves its work in `action`, which
+/// Adds a command to `app`. When the user names it, the command stores its work in `action`, which
 /// must live until the command line is parsed.
 using AddCommand = void (*)(CLI::App& app, Action& action);
 
@@ -41,13 +42,13 @@ void addRunCommand(CLI::App& app, Action& action);
 /// Writes "kestrel: `message`" and a line end to standard error.
 void report(const std::string& message);
 
-/// Reports what outputs of scripts did not take, and gives the status that `status` becomes by
-/// that.
+/// Reports the failures of scripts' outputs, and gives the status that `status` becomes because of
+/// them.
 ExitStatus statusAfter(ExitStatus status, const SCR::OutputFailures& failures);
 
-/// Lets out what standard output holds, without waiting for its reader unless `mayWait`. False,
-/// with errno set, when not all of it arrived. Where nobody will ever read it, ends the program as
-/// the signal for that does, unless that is ignored.
+/// Writes out what standard output holds, without waiting for its reader unless `mayWait`. False,
+/// with errno set, when not all of it arrived. When nobody will ever read it, ends the program by
+/// the signal for that, unless the signal is ignored.
 bool flushOutput(bool mayWait);
 /// Ends the program as a closed pipe does, unless that signal is ignored.
 void endByClosedPipe();

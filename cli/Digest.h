@@ -10,17 +10,17 @@ struct XXH3_state_s;
 
 namespace Cli {
 
-/// A digest of bytes, XXH3 of 128 bits: tells what differs by accident or by change, not what
-/// somebody made to collide. One thread.
+/// A digest of bytes, XXH3 of 128 bits: it detects accidents and changes, but not a collision that
+/// somebody made on purpose. One thread.
 class Digest {
 public:
     Digest();
     void add(std::string_view bytes);
-    /// 32 hexadecimal digits, for what was added so far.
+    /// 32 hexadecimal digits, for the bytes added so far.
     std::string hex() const;
 
-    /// That of the first `size` bytes of the file `path`, or of all when `size` is negative. None,
-    /// with errno set, when they cannot be read; errno is 0 when the file is shorter.
+    /// The digest of the first `size` bytes of the file `path`, or of all when `size` is negative.
+    /// None, with errno set, when they cannot be read; errno is 0 when the file is shorter.
     static std::optional<std::string> ofFile(const std::string& path, std::int64_t size = -1);
 
 private:

@@ -10,7 +10,7 @@
 namespace Cli {
 namespace {
 
-/// Turns the text of a file into what is written; false when that cannot be done.
+/// Turns the text of a file into the text to be written; false when that fails.
 using Conversion = bool (*)(const FND::String& from, FND::String& to);
 
 void addConversion(CLI::App& app, Action& action, Conversion convert, const char* name,

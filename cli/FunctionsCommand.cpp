@@ -14,7 +14,7 @@ namespace {
 using SCR::BuiltIn;
 using SCR::Effect;
 
-/// A row as a script's author sees it: a function to be called, or an operator.
+/// A row as a script's author sees it: a function or an operator.
 class Entry {
 public:
     explicit Entry(const BuiltIn& row) : row_(&row) {
@@ -49,7 +49,7 @@ public:
         return text.append(" -> ").append(result_);
     }
 
-    /// What it does to the world, such as "reads files, writes files"; empty for nothing.
+    /// Its effects on the world, such as "reads files, writes files"; empty if there are none.
     std::string effects() const {
         constexpr struct {
             Effect effect;
@@ -102,7 +102,7 @@ std::vector<Entry> entries() {
 
 void write(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
-/// Writes `text` in lines of at most 80 columns, each behind `indent`.
+/// Writes `text` in lines of at most 80 columns, each after `indent`.
 void writeWrapped(std::string_view text, std::string_view indent) {
     constexpr std::size_t columns = 80;
     std::size_t column = 0;

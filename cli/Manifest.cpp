@@ -10,8 +10,8 @@
 namespace Cli {
 namespace {
 
-// `text` as a JSON string. Bytes of a text that is no UTF-8 are written as the characters of their
-// numbers.
+// `text` as a JSON string. If a text is not UTF-8, each of its bytes is written as the character
+// with its number.
 std::string jsonString(std::string_view text) {
     std::string json;
     if (simdjson::validate_utf8(text.data(), text.size())) {
@@ -32,7 +32,7 @@ std::string file(const Manifest::File& file) {
     return "{\"name\": " + jsonString(file.name) + ", \"digest\": " + jsonString(file.digest) + "}";
 }
 
-// The text of everything that decides what a run does, but for the input's bytes.
+// The text of everything that decides what a run does, except for the input's bytes.
 std::string jobOf(const Manifest& manifest) {
     std::string json = "  \"kestrel\": " + jsonString(KESTREL_VERSION) +
                        ",\n  \"script\": " + jsonString(manifest.scriptDigest) +
@@ -70,7 +70,7 @@ void Manifest::script(const std::string& expanded) {
         const std::string_view line = rest.substr(0, rest.find('\n') + 1);
         const std::string_view text = line.empty() ? rest : line;
         rest.remove_prefix(text.size());
-        // What follows such a line is of the file that it names.
+        // The lines after such a line belong to the file that it names.
         const std::size_t open = text.find('"');
         const std::size_t close = text.rfind('"');
         if (text.starts_with(mark) && open < close && close != std::string_view::npos) {

@@ -10,38 +10,38 @@
 
 namespace Cli {
 
-/// What a part of a result was made from, how, and what came of it. Written beside the part when
-/// that is complete, as JSON.
+/// What a part of a result was made from, how, and what came of it. Written as JSON, next to the
+/// part, when the part is complete.
 struct Manifest {
-    /// A file that the run left, or what is known by its name and content likewise.
+    /// A file that the run left; or something else with a name and a content.
     struct File {
         std::string name;
         std::string digest;
         bool operator==(const File& other) const = default;
     };
 
-    /// Sets the digests of the script and of each include file, from the text that the preprocessor
-    /// gives for them.
+    /// Sets the digests of the script and of each include file, from the preprocessor's text for
+    /// them.
     void script(const std::string& expanded);
 
-    /// What is to be done; two runs of which all of this is the same give the same result.
+    /// The task; two runs with the same task give the same result.
     std::string scriptDigest;
     std::map<std::string, std::string> includes;  ///< Digests by the names in the include lines.
     std::vector<std::string> options;             ///< Those that change the result.
-    File zone;                                    ///< By which the scripts go.
+    File zone;                                    ///< The zone that the scripts use.
     std::int64_t part = 1;
     std::int64_t parts = 1;
     std::int64_t inputSize = 0;  ///< Of the whole file, in bytes: it decides where parts begin.
-    std::int64_t inputEnd = 0;   ///< Up to here, in bytes, the result depends on the input,
-    std::string inputDigest;     ///< which had this digest up to there.
+    std::int64_t inputEnd = 0;   ///< The result depends on the input up to here, in bytes,
+    std::string inputDigest;     ///< and this is the digest up to there.
 
     /// What was done.
     Records::Counts counts;
     File output;
     File rejects;
 
-    /// Whether `other` is about the same script, options and part; of the input only the size is
-    /// compared.
+    /// Whether `other` is about the same script, options and part; of the input it compares only
+    /// the size.
     bool isSameJob(const Manifest& other) const;
 
     std::string toJson() const;

@@ -33,7 +33,7 @@ struct MatchOptions {
     bool isAnalysis = false;
 };
 
-/// Lines of a text; what follows the last line end is a line unless it is empty.
+/// The lines of a text; the rest after the last line end is a line unless it is empty.
 std::vector<std::string> linesOf(std::string_view text) {
     std::vector<std::string> lines;
     while (!text.empty()) {
@@ -44,8 +44,8 @@ std::vector<std::string> linesOf(std::string_view text) {
     return lines;
 }
 
-/// In double quotes, with what does not print as escapes of the pattern language. Those that
-/// `isPattern` has stay as they are.
+/// In double quotes, with unprintable bytes as escapes of the pattern language. If `isPattern`, the
+/// escapes that it already has stay unchanged.
 std::string shown(std::string_view text, bool isPattern = false) {
     std::string result = "\"";
     for (const char c : text) {
@@ -70,8 +70,8 @@ void appendNumber(std::string& text, std::int32_t number) {
     text.append(digits, std::to_chars(digits, std::end(digits), number).ptr);
 }
 
-/// Calls visit(line) for each line of standard input, and idle() before each wait for more; both
-/// end the reading by false. False with errno set if reading failed.
+/// Calls visit(line) for each line of standard input, and idle() before each wait for more; either
+/// can end the reading by false. False with errno set if reading failed.
 template <class Visitor, class Idle>
 bool readLines(Visitor visit, Idle idle) {
     std::string block(blockSizeS, '\0');
@@ -82,7 +82,7 @@ bool readLines(Visitor visit, Idle idle) {
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return false;
         if (count == 0) break;
-        std::size_t from = filled;  // what was read before holds no line end
+        std::size_t from = filled;  // the bytes before hold no line end
         filled += static_cast<std::size_t>(count);
         std::size_t begin = 0;
         while (const void* const end = std::memchr(block.data() + from, '\n', filled - from)) {
@@ -100,7 +100,7 @@ bool readLines(Visitor visit, Idle idle) {
 
 /// Prints the numbers of the patterns that match, a line for each line of standard input.
 ExitStatus matchLines(const FSM::EngineGroup& group, bool givesFirst) {
-    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is an error of the write
+    std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe gives an error instead
     Records::RecordOutput output;
     bool isWritten = output.open("-");
     std::vector<std::int32_t> paths;
@@ -163,7 +163,7 @@ ExitStatus printAnalysis(const FSM::Analysis& analysis, const std::vector<std::s
     return isWritten ? ExitStatus::Success : ExitStatus::Rejected;
 }
 
-/// What `build` makes of the patterns, with its counts on standard error if they are asked for.
+/// Builds `matcher` from the patterns; prints its counts on standard error if they are asked for.
 template <class Matcher>
 bool build(Matcher& matcher, const MatchOptions& options) {
     const auto start = std::chrono::steady_clock::now();

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// `number` with zeros in front, so that names of up to a million parts sort by number.
+// `number` with leading zeros, so that names of up to a million parts sort by number.
 std::string padded(std::int64_t number) {
     constexpr std::size_t width = 7;
     const std::string digits = std::to_string(number);
@@ -86,7 +86,7 @@ bool OutputDirectory::fitsTheOthers() {
                      std::to_string(job_.parts) + " parts";
             return false;
         }
-        // One of the others tells of all: each was compared with one that was there before it.
+        // One other manifest stands for all: each was compared with an earlier one.
         if (!isManifest || name == manifest_ || isZoneKnown) continue;
         const std::optional<Manifest> other = readManifest(entry->path());
         isZoneKnown = other.has_value();

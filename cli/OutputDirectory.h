@@ -8,32 +8,32 @@
 
 namespace Cli {
 
-/// A directory that takes the parts of a result, each made by a run of its own: the records, the
-/// rejects, and at last a manifest. Runs for different parts, and for the same part, may work in it
-/// at the same time. One thread.
+/// A directory for the parts of a result, each made by a run of its own: the records, the rejects,
+/// and finally a manifest. Runs for different parts, and for the same part, may work in it at the
+/// same time. One thread.
 class OutputDirectory {
 public:
-    /// `job` tells what is to be done; `extension` ends the names of the files of records. Sets
-    /// `job.inputSize` in `open`; `job` must outlive this object.
+    /// `job` describes the task; `extension` ends the names of the files of records. `open` sets
+    /// `job.inputSize`; `job` must outlive this object.
     OutputDirectory(std::string path, const std::string& extension, Manifest& job);
 
-    // The following give false on failure; `error` says why then.
+    // The following give false on failure, with the reason in `error`.
 
     /// Makes the directory if needed and looks at the file `input`. Fails when either cannot be
     /// used, and when the directory holds parts of another division of the input, or of another
     /// time zone.
     bool open(const std::string& input);
-    /// Whether all that the job would give is there: its manifest, and beside it the files as the
-    /// manifest describes them, for an input that is still the same.
+    /// Whether the whole result of the job is there: its manifest, and the files as the manifest
+    /// describes them, for an input that has not changed.
     bool isComplete() const;
-    /// Removes what runs for this part left which were killed, and a manifest that no longer tells
-    /// of what is to be done.
+    /// Removes leftovers of killed runs for this part, and a manifest that no longer describes the
+    /// task.
     void clean() const;
-    /// Writes the manifest, once the files are in place. Fails when the input was changed since
-    /// `open`, and when parts of another time zone came meanwhile.
+    /// Writes the manifest, after the files are in place. Fails when the input has changed since
+    /// `open`, and when parts of another time zone were added meanwhile.
     bool complete(Manifest& manifest);
 
-    /// Where the records, and the rejects, belong.
+    /// The paths for the records and the rejects.
     std::string output() const { return path_ + "/" + output_; }
     std::string rejects() const { return path_ + "/" + rejects_; }
     const std::string& error() const { return error_; }

@@ -6,13 +6,13 @@
 
 namespace Cli {
 
-/// A line on standard error that tells how far a job got: records done, their rate and, for a file,
-/// the share of it and the time left. One thread.
+/// A line on standard error with the progress of a job: records done, their rate and, for a file,
+/// the share done and the time left. One thread.
 class Progress {
 public:
     /// `path` is the file that the job reads.
     explicit Progress(const std::string& path);
-    /// Shows the line anew, unless that was done within the last half second.
+    /// Redraws the line, unless that was done within the last half second.
     void show(std::int64_t records, std::int64_t bytes);
     /// Removes the line.
     void clear() const;

@@ -30,7 +30,7 @@ void catchSignals() {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGHUP, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is an error of the write
+    std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe gives an error instead
 }
 
 // Takes "I/N", 1 <= I <= N.
@@ -55,7 +55,7 @@ std::vector<std::string> split(const std::string& names) {
     return parts;
 }
 
-// Whether two paths, "-" among them, mean one file. Devices and pipes take what comes from several.
+// Whether two paths, which may be "-", mean one file. Devices and pipes may take several outputs.
 bool isSameFile(const std::string& first, const std::string& second) {
     namespace fs = std::filesystem;
     if (first == "-" || second == "-") return first == second;

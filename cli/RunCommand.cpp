@@ -23,7 +23,7 @@ struct RunOptions {
     std::optional<std::string> text;
 };
 
-/// What the script prints. When nobody reads that any more, the command ends as others do.
+/// The prints of the script. When nobody reads them any more, the command ends like other commands.
 class Printer final : public SCR::Output {
 public:
     bool write(std::string_view text) override { return isAlive(output_.write(text)); }

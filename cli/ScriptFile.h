@@ -7,9 +7,9 @@
 
 namespace Cli {
 
-/// The bytes of the file `path`, or of standard input when `path` is "-"; of an endless one little
-/// more than the first `mostBytes`. None when they cannot be read, which is reported on standard
-/// error.
+/// The bytes of the file `path`, or of standard input when `path` is "-"; of an endless file little
+/// more than the first `mostBytes`. None, after a report on standard error, when they cannot be
+/// read.
 std::optional<std::string> readScript(const std::string& path, std::size_t mostBytes = SIZE_MAX);
 
 }  // namespace Cli

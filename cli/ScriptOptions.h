@@ -17,15 +17,15 @@ class Log;
 
 namespace Cli {
 
-/// The options of every command that compiles a script: what the script finds around it.
+/// The options of every command that compiles a script: the environment of the script.
 class ScriptOptions {
 public:
     /// Declares the options on `command`; this object must live until the command line is parsed.
     void declare(CLI::App& command);
 
-    /// An interpreter that they are applied to, with messages to `log`; null after a report: a
-    /// constant is given twice, or a directory cannot be opened. `defaultZone` is the local zone
-    /// when the options give none, "" for that of the process.
+    /// An interpreter with these options, with messages to `log`; null after a report: a constant
+    /// is given twice, or a directory cannot be opened. `defaultZone` is the local zone when the
+    /// options give none, "" for the zone of the process.
     std::unique_ptr<SCR::Interpreter> makeInterpreter(SCR::Log& log,
                                                       const std::string& defaultZone = "") const;
     /// The name of the local zone.
@@ -33,11 +33,11 @@ public:
         return zone_.empty() ? defaultZone : zone_;
     }
 
-    /// The script `text` with its include files in it, as the preprocessor gives it; none when one
-    /// cannot be had, which the compile reports.
+    /// The script `text` with its include files, as the preprocessor gives it; none when an include
+    /// file cannot be read, which the compile reports.
     std::optional<std::string> expand(const std::string& text) const;
-    /// How much of a script's file is worth reading: more than this, scrambled even, would not
-    /// compile.
+    /// How much of a script's file to read: a longer one would not compile, even if it is
+    /// scrambled.
     std::size_t mostBytes() const;
     /// The options that change what a script does, as they were given.
     const std::vector<std::string>& given() const { return given_; }
@@ -48,7 +48,7 @@ private:
     void allow(const std::string& name);     // a capability, or "include=DIR"
 
     SCR::Limits limits_;
-    SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // those that --sandbox leaves
+    SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // granted despite --sandbox
     bool isSandboxed_ = false;
     std::string zone_;
     std::vector<std::string> given_;

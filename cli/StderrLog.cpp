@@ -10,9 +10,9 @@
 namespace Cli {
 
 void StderrLog::log(const FND::String& message, FND::Status::Severity /*severity*/) {
-    // What the script printed before stands before the message where both go to one terminal.
+    // On a terminal that shows both, earlier prints of the script must come before the message.
     flushOutput(false);
-    // In pieces: a message may be as long as a text that it shows.
+    // In pieces, since a message may be as long as a text that it shows.
     constexpr std::size_t pieceSize = 4096;
     std::string line;
     for (std::size_t at = 0; at < message.size(); at += pieceSize) {

@@ -4,8 +4,8 @@
 
 namespace Cli {
 
-/// The log of every command: each message is one line on standard error, with its control bytes as
-/// escapes, as they may come from the data that a script works on.
+/// The log of every command: each message is one line on standard error. Control bytes are written
+/// as escapes, since they may come from the data that a script works on.
 class StderrLog final : public SCR::Log {
 public:
     void log(const FND::String& message, FND::Status::Severity severity) override;

@@ -17,7 +17,7 @@ namespace Cli {
 
 namespace {
 
-bool wasStoppedG = false;  // a script was
+bool wasStoppedG = false;  // a script was stopped
 
 }  // namespace
 
@@ -29,8 +29,8 @@ void report(const std::string& message) {
 ExitStatus statusAfter(ExitStatus status, const SCR::OutputFailures& failures) {
     bool isReported = false;
     for (const SCR::OutputFailure& failure : failures.first()) {
-        if (failure.error == EINTR) continue;  // the script was stopped there, and says so
-        // What standard output did not take once is not tried again.
+        if (failure.error == EINTR) continue;  // the script was stopped there, and reports that
+        // Bytes that standard output did not take once are not tried again.
         if (failure.name == "standard output") __fpurge(stdout);
         report(failure.name + ": " + std::strerror(failure.error));
         isReported = true;
@@ -88,7 +88,7 @@ ExitStatus perform(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // Help and version end the parsing by an "error" of status 0.
+        // Help and version end the parsing by an "error" with status 0.
         return app.exit(error) == 0 ? ExitStatus::Success : ExitStatus::Usage;
     }
     if (action) return action();
@@ -97,7 +97,7 @@ ExitStatus perform(int argc, char** argv) {
 }
 
 /// Writes out what standard output still holds. False when that, or any write before, failed. After
-/// a script was stopped its reader is waited for no longer than a second.
+/// a script was stopped, waits for the reader for at most a second.
 bool finishOutput() {
     constexpr int steps = 20;
     bool isFlushed = flushOutput(!wasStoppedG);

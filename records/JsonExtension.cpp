@@ -18,7 +18,7 @@ namespace {
 using SCR::FieldAlias;
 using Index = std::optional<long>;
 
-// The indices that a call gives, at most three.
+// The indices given to a call, at most three.
 class Indices {
 public:
     Indices(Index first, Index second, Index third) {
@@ -43,12 +43,12 @@ std::string noNumber(const CurrentRecord& current, FieldAlias field, const char*
            type + ": " + SCR::quotedValue(text);
 }
 
-// Invalid for text that is no number and for a number that does not fit.
+// Invalid for text that is not a number and for a number that does not fit.
 FND::Decimal toDecimal(std::string_view text) {
     FND::Decimal value = FND::Decimal::invalid();
     double approximate = 0;
     const char* const end = text.data() + text.size();
-    // Only numbers that are written in powers of ten go by way of a double.
+    // Only numbers with an exponent are read by way of a double.
     if (text.find_first_of("eE") == std::string_view::npos) {
         value = FND::Decimal::fromString(text);
     } else if (const auto [stop, error] = std::from_chars(text.data(), end, approximate);
@@ -58,7 +58,7 @@ FND::Decimal toDecimal(std::string_view text) {
     return value;
 }
 
-// The whole number that a number of JSON is, however it is written.
+// The whole number that a JSON number stands for, however it is written.
 std::optional<long> wholeNumber(std::string_view text) {
     long value = 0;
     const char* const end = text.data() + text.size();
@@ -68,7 +68,7 @@ std::optional<long> wholeNumber(std::string_view text) {
     }
     const std::size_t mantissa = std::min(text.find_first_of("eE"), text.size());
     std::string digits;
-    long power = 0;  // of ten, by which the digits are to be multiplied
+    long power = 0;  // the power of ten that the digits are multiplied by
     bool isFraction = false;
     for (const char c : text.substr(0, mantissa)) {
         isFraction = isFraction || c == '.';

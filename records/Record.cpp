@@ -20,7 +20,7 @@ bool Record::locate(std::size_t field) {
         if (!layout_.isWhole) {
             const char* from = begin;
             if (layout_.isQuoted && begin != end && *begin == '"') {
-                // The reader has made sure that the quotes are closed.
+                // The reader has checked that the quotes are closed.
                 ++from;
                 while (from != end && (*from != '"' || (from + 1 != end && from[1] == '"'))) {
                     from += *from == '"' ? 2 : 1;
@@ -109,7 +109,7 @@ void Record::write(std::string& out) {
             out += fields_[i].raw;
         }
     }
-    // What lies behind the last field looked at.
+    // The text after the last field located.
     if (next_ <= text_.size()) {
         out += layout_.delimiter;
         out += text_.substr(next_);

@@ -7,15 +7,16 @@
 
 namespace Records {
 
-/// How the fields of a record lie in its text.
+/// How the fields lie in the text of a record.
 struct Layout {
     char delimiter = ',';
     bool isQuoted = true;  ///< Fields may stand in double quotes, doubled inside (RFC 4180).
-    bool isWhole = false;  ///< The whole line is the one field.
+    bool isWhole = false;  ///< The whole line is a single field.
 };
 
-/// One record: its text, and fields that are looked for only when they are asked for. What was not
-/// assigned is written as it was read, byte for byte. Field numbers are 0-based. One thread.
+/// One record: its text, and fields that are located only when they are asked for. Fields that were
+/// not assigned are written as they were read, byte for byte. Field numbers are 0-based. One
+/// thread.
 class Record {
 public:
     explicit Record(const Layout& layout) : layout_(layout) {}
@@ -29,8 +30,8 @@ public:
     /// The field's value, without quotes; empty when it is missing. Valid until it is assigned or
     /// the next record is taken.
     std::string_view value(std::size_t field);
-    /// Gives the field a value; fields missing before it become empty ones. False,
-    /// with nothing changed, for a value that the layout cannot express.
+    /// Gives the field a value; missing fields before it become empty ones. False, with nothing
+    /// changed, for a value that the layout cannot express.
     bool assign(std::size_t field, std::string_view value);
 
     /// Appends the record, without a line end, to `out`.
@@ -39,7 +40,7 @@ public:
 private:
     struct Field {
         std::string_view raw;
-        std::string own;  // the assigned value, or the one without doubled quotes
+        std::string own;  // the assigned value, or one with doubled quotes made single
         bool isAssigned = false;
         bool isDecoded = false;
     };
@@ -48,9 +49,9 @@ private:
 
     const Layout layout_;
     std::string_view text_;
-    std::vector<Field> fields_;  // those beyond found_ only keep their memory
+    std::vector<Field> fields_;  // those from found_ on only keep their memory
     std::size_t found_ = 0;      // fields located so far
-    std::size_t next_ = 0;       // where in the text the next one begins
+    std::size_t next_ = 0;       // where the next one begins in the text
     bool isChanged_ = false;
 };
 

@@ -64,7 +64,7 @@ long FieldNames::index(const std::string& name) const {
 
 namespace {
 
-// The field functions for records whose fields have a number.
+// The field functions for records whose fields are numbered.
 void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const FieldNames& names) {
     using SCR::FieldAlias;
     host.fieldIds([&names](const FND::String& name) { return names.index(name); });

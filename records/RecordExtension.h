@@ -18,13 +18,13 @@ class Interpreter;
 
 namespace Records {
 
-/// The names of a record's fields. Besides its name each field has the names "f1", "f2" and so on.
+/// The names of a record's fields. In addition, the fields have the names "f1", "f2" and so on.
 class FieldNames {
 public:
-    /// Characters that no identifier has count as "_". A name that has none of them is preferred,
-    /// else the first of two equal names is kept.
+    /// Characters that identifiers cannot have count as "_". Of equal names, one without such
+    /// characters wins, otherwise the first one.
     void add(std::string_view name);
-    /// From now on all names are known, as is right for an input without a single record.
+    /// From now on every name is known; right for an input without a single record.
     void addAll() { hasAll_ = true; }
     /// The 0-based number of the field `name`, or -1.
     long index(const std::string& name) const;
@@ -39,30 +39,30 @@ private:
     bool hasAll_ = false;
 };
 
-/// What a script and the job that runs it say to each other about the current record.
+/// What a script and its job tell each other about the current record.
 struct CurrentRecord {
     CurrentRecord(const Layout& layout, bool isJson)
         : record(layout), json(isJson ? std::make_unique<JsonRecord>() : nullptr) {}
     Record record;
-    std::unique_ptr<JsonRecord> json;  ///< In the place of `record` where records are JSON.
+    std::unique_ptr<JsonRecord> json;  ///< Used instead of `record` when records are JSON.
     std::string_view original;         ///< The text as it was read.
     std::int64_t number = 0;           ///< 1-based
     bool isDropped = false;
     bool isRejected = false;
-    std::string reason;  ///< of the rejection
+    std::string reason;  ///< why the record is rejected
 };
 
-/// The whole number that `text` is, 0 for "". Throws std::invalid_argument, which names the field
-/// and the record, when it is none.
+/// The whole number that `text` is, 0 for "". For any other text throws std::invalid_argument,
+/// which names the field and the record.
 long toLong(const CurrentRecord& current, const std::string& field, std::string_view text);
 
-/// Adds the field functions and the record functions to `interpreter`. They work on `current`;
-/// neither that nor `names` is owned, and both must outlive the interpreter.
+/// Adds the field functions and the record functions to `interpreter`. They work on `current`.
+/// Neither `current` nor `names` is owned, and both must outlive the interpreter.
 void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
                         const FieldNames& names);
 
-/// A record of which nothing is known, for scripts that are only compiled: its fields have all
-/// names, and calls may give indices.
+/// A record about which nothing is known, for scripts that are only compiled: every field name is
+/// known, and calls may give indices.
 class AnyRecord {
 public:
     /// Adds the functions of records to `interpreter`, which this object must outlive.
@@ -73,7 +73,7 @@ private:
     FieldNames names_;
 };
 
-/// The field functions for records in JSON, to `host`; names are paths that lead into `current`.
+/// Adds the field functions for JSON records to `host`; names are paths into `current`.
 void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current);
 
 }  // namespace Records

@@ -20,7 +20,7 @@ bool isBlank(std::string_view text) {
 
 }  // namespace
 
-// A descriptor that is closed at the end, unless it is standard input.
+// A descriptor, closed by the destructor unless it is standard input.
 class RecordJob::Input {
 public:
     explicit Input(const std::string& path)
@@ -82,7 +82,7 @@ RecordJob::End RecordJob::openInput() {
             error_ = options_.input + ": only a file has parts";
             return End::BadInput;
         }
-        // Exact, and small enough for any size: there are at most 1,000,000 parts.
+        // Exact and without overflow for any size: there are at most 1,000,000 parts.
         const auto bound = [&](std::int64_t part) {
             return status.st_size / options_.parts * part +
                    status.st_size % options_.parts * part / options_.parts;
@@ -136,8 +136,8 @@ RecordJob::End RecordJob::run(SCR::Log& log,
     End end = process();
     for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
     if (end != End::Done) {
-        // What was counted as written is there, and so are the rejects, unless the output is a
-        // file, which does not appear.
+        // The records counted as written are in place, and so are the rejects, unless the output is
+        // a file, which does not appear then.
         const bool isLost = end == End::Failed || end == End::Closed;
         if (!isLost && output_.isDirect() && !output_.flush()) end = fail(output_.error());
         const bool isKept = output_.isDirect() || rejects_.isDirect();
@@ -198,7 +198,7 @@ bool RecordJob::fill(Batch& batch) {
         }
         if (options_.isJson && isBlank(reader.text())) continue;
         ++taken_;
-        // That a quote is not closed may take all of the file to find out.
+        // It may take the whole file to find out that a quote is not closed.
         inputEnd_ = isMalformed ? unknownEndCM : std::max(inputEnd_, reader.end());
         if (reader.offset() < partBegin_) continue;
         if (batch.items.empty()) batch.firstNumber = taken_;

@@ -28,49 +28,49 @@ struct JobOptions {
     std::string output = "-";          ///< A path, or "-" for standard output.
     std::string rejects;               ///< A path; empty: rejected records are only reported.
     std::optional<std::string> where;  ///< A query; records for which it does not hold are dropped.
-    std::optional<std::string> conditions;  ///< Their numbers are written in place of records.
+    std::optional<std::string> conditions;  ///< Their numbers are written instead of records.
     Layout layout;
     bool isJson = false;              ///< JSON objects, one on each line; `layout` is one line.
     bool hasHeader = false;           ///< The first record names the fields.
     std::vector<std::string> fields;  ///< The fields' names, without a header.
     int jobs = 1;                     ///< Workers, each with an interpreter and a thread.
-    std::int64_t part = 1;            ///< Of `parts` parts of the file the one to work on, from 1:
-    std::int64_t parts = 1;           ///< the records that begin in that part of its bytes.
+    std::int64_t part = 1;   ///< The part to work on, from 1, of `parts` parts of the file:
+    std::int64_t parts = 1;  ///< the records that begin in that part of its bytes.
     /// Called now and then with the counts and the bytes read so far.
     std::function<void(const Counts&, std::int64_t)> progress;
 };
 
-/// Executes a script for each record of a file, and writes the records that it does not drop, in
-/// their order. A job runs once, on the calling thread and those of its workers.
+/// Executes a script for each record of a file, and writes the records that the script does not
+/// drop, in their order. A job runs once, on the calling thread and those of its workers.
 class RecordJob : private BatchStream {
 public:
     static constexpr std::int64_t unknownEndCM = INT64_MAX;
     enum class End { Done, BadInput, NotCompiled, Stopped, Interrupted, Closed, Failed };
 
-    /// `stop` ends the job behind the current record; not owned. The job raises it itself when it
-    /// can not go on.
+    /// `stop` ends the job after the current record; not owned. The job raises it itself when it
+    /// cannot go on.
     RecordJob(JobOptions options, StopSignal& stop);
     ~RecordJob() override;
 
     /// Runs the job. `make` gives a fresh interpreter, or null after a report; `compile` compiles
-    /// the script with it. `error` tells why the end is none of Done and NotCompiled.
+    /// the script with it. `error` tells the reason for an end other than Done and NotCompiled.
     End run(SCR::Log& log, const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
             const std::function<bool(SCR::Interpreter&)>& compile);
 
-    /// Compiles with `compile` in an interpreter from `make` as `run` would, names of fields
-    /// included, and works on no record. May be called for several scripts; the header is read
+    /// Compiles with `compile`, in an interpreter from `make`, as `run` would, including the names
+    /// of fields, and works on no record. May be called for several scripts; the header is read
     /// once.
     End check(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
               const std::function<bool(SCR::Interpreter&)>& compile);
 
     const Counts& counts() const { return counts_; }
-    /// Up to where in the input, in bytes, the result depends on it: behind the last record worked
-    /// on or passed over; `unknownEndCM` when all of it may matter.
+    /// How much of the input, in bytes, the result depends on: up to the end of the last record
+    /// worked on or passed over; `unknownEndCM` when all of it may matter.
     std::int64_t inputEnd() const { return inputEnd_; }
     const std::string& error() const { return error_; }
     /// Whether what was written stays, however the job ended.
     bool hasOutput() const { return output_.isDirect(); }
-    /// What became known of outputs of the script that failed.
+    /// The known failures of the script's outputs.
     const SCR::OutputFailures& failures() const { return failures_; }
     /// Whether the script still called itself usable at the end.
     bool isValid() const { return isValid_; }
@@ -82,7 +82,7 @@ private:
     End addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
                   const std::function<bool(SCR::Interpreter&)>& compile);
     End process();
-    // Writes what became of a batch.
+    // Writes the results of a batch.
     End write(const Batch& batch);
     End fail(const std::string& error);
 
@@ -106,11 +106,11 @@ private:
     RecordOutput rejects_;
     Counts counts_;
     std::int64_t partBegin_ = 0;  // in bytes of the file
-    std::int64_t partEnd_ = -1;   // -1: as far as it goes
+    std::int64_t partEnd_ = -1;   // -1: to the end
     std::int64_t inputEnd_ = 0;
-    std::int64_t taken_ = 0;  // records read so far, those before the part as well
+    std::int64_t taken_ = 0;  // records read so far, including those before the part
     RecordReader::State last_ = RecordReader::State::Record;
-    int inputError_ = 0;   // errno, where last_ is Failed
+    int inputError_ = 0;   // errno, when last_ is Failed
     End end_ = End::Done;  // of what was delivered
     std::string error_;
     SCR::OutputFailures failures_;

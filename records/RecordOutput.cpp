@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where a path leads behind all links; nothing where it leads to an open file of a process.
+// Where a path leads after all links; nothing if it leads to an open file of a process.
 std::optional<std::string> targetOf(fs::path path) {
     std::error_code error;
     for (int links = 0; links < 40; ++links) {
@@ -31,17 +31,17 @@ std::optional<std::string> targetOf(fs::path path) {
     return path.native();
 }
 
-// What the names of the temporary files of `path` begin with.
+// The beginning of the names of the temporary files of `path`.
 std::string temporaryPrefix(const fs::path& path) {
     return path.parent_path() / ("." + path.filename().string() + ".");
 }
 
-// Makes the names in the directory of `path` lasting. False, with errno set, when that fails; file
-// systems that have nothing to sync for a directory are content.
+// Makes the names in the directory of `path` durable. False, with errno set, when that fails; a
+// file system that cannot sync a directory is no failure.
 bool syncDirectory(const fs::path& path) {
     const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
     const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return errno == EACCES;  // may be written, but not read
+    if (descriptor < 0) return errno == EACCES;  // it may be writable but not readable
     const bool isSynced = fsync(descriptor) == 0 || errno == EINVAL;
     const int error = errno;
     close(descriptor);
@@ -88,12 +88,12 @@ bool RecordOutput::openTemporary() {
         descriptor_ = mkostemp(name.data(), O_CLOEXEC);
         if (descriptor_ < 0) return false;
         temporary_ = name;
-        // Where files cannot be locked, leftovers stay.
+        // If files cannot be locked, leftovers stay.
         struct stat status {};
         if (flock(descriptor_, LOCK_EX) != 0) return true;
         if (fstat(descriptor_, &status) != 0) return false;
         if (status.st_nlink != 0) return true;
-        close(descriptor_);  // taken for a leftover before it was locked
+        close(descriptor_);  // another run took it for a leftover before it was locked
     }
 }
 
@@ -126,7 +126,7 @@ bool RecordOutput::flush() {
 
 bool RecordOutput::writeOut(std::string_view text) {
     if (descriptor_ != STDOUT_FILENO) return writeTo(text);
-    // What scripts print waits in the buffer of the C library: none of it may be cut in two.
+    // The prints of scripts wait in the buffer of the C library; they must not be cut in two.
     flockfile(stdout);
     const bool isWritten = std::fflush(stdout) == 0 ? writeTo(text) : fail();
     funlockfile(stdout);

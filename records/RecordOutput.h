@@ -5,35 +5,35 @@
 
 namespace Records {
 
-/// An output file that appears complete or not at all: written under a hidden temporary name beside
-/// it, ".NAME." and six letters, and renamed by `finish`, with the permissions of the file that it
-/// replaces. The temporary file is locked as long as its writer lives. Links are followed. "-"
-/// is standard output; a device, a pipe or a file that is open, such as /dev/stdout, is written
-/// directly. One thread at a time.
+/// An output file that appears complete or not at all. It is written next to its final place, under
+/// a hidden temporary name, ".NAME." and six letters, and `finish` renames it. It gets the
+/// permissions of the file that it replaces. The temporary file is locked as long as its writer
+/// lives. Links are followed. "-" is standard output; a device, a pipe or a file that is open, such
+/// as /dev/stdout, is written directly. One thread at a time.
 class RecordOutput {
 public:
     RecordOutput() = default;
     RecordOutput(const RecordOutput&) = delete;
     RecordOutput& operator=(const RecordOutput&) = delete;
-    /// Removes what was not finished.
+    /// Removes the file if it was not finished.
     ~RecordOutput();
 
-    // The following give false on failure; `error` says why then.
+    // The following give false on failure, with the reason in `error`.
 
     bool open(const std::string& path);
-    /// Removes the temporary files of `path` that writers left which are gone.
+    /// Removes temporary files of `path` whose writers are gone.
     static void removeLeftovers(const std::string& path);
-    /// What the next flush writes; append whole records.
+    /// The bytes of the next flush; append whole records.
     std::string& buffer() { return buffer_; }
     /// Writes out the buffer when it has grown large.
     bool settle() { return buffer_.size() < flushSizeCM || flush(); }
-    /// Takes whole records; many are written at once.
+    /// Takes whole records; many records are written at once.
     bool write(std::string_view records);
     bool flush();
     /// Flushes and, for a file, syncs it, renames it and syncs the directory.
     bool finish();
     bool isOpen() const { return descriptor_ >= 0; }
-    /// Whether what is written stays although `finish` is not called.
+    /// Whether the bytes written stay even if `finish` is not called.
     bool isDirect() const { return isOpen() && temporary_.empty(); }
     /// Whether the last failure was that nobody reads the output any more.
     bool isClosed() const { return isClosed_; }

@@ -16,7 +16,7 @@ constexpr std::string_view markS = "\xEF\xBB\xBF";  // the byte order mark in UT
 enum class Quotes { Closed, Open, Wrong };
 
 // Whether every field of `text` from `at` on that begins with a quote ends with one. `isOpen`: the
-// text before left one open.
+// text before left a quote open.
 Quotes checkQuotes(std::string_view text, std::size_t at, bool isOpen, char delimiter) {
     while (at < text.size()) {
         if (isOpen || text[at] == '"') {
@@ -57,7 +57,7 @@ RecordReader::State RecordReader::fill() {
     while (!stop_.isRaised()) {
         pollfd input{descriptor_, POLLIN, 0};
         const int ready = poll(&input, 1, 0);
-        // The read would not look at the signal again.
+        // Otherwise the read would not check the signal again.
         if (ready == 0 || (ready < 0 && errno == EINTR)) return State::Waiting;
         const ssize_t count = read(descriptor_, buffer_.data() + end_, buffer_.size() - end_);
         if (count >= 0) {
@@ -90,7 +90,7 @@ bool RecordReader::goesOn(State& state) {
     if (quotes == Quotes::Closed) return false;
     const bool isOpen = quotes == Quotes::Open;
     const std::size_t lineEnd = text_.size() + lineEnd_.size();
-    // A quote of a line before that was found open up to behind this line.
+    // An earlier line has shown that a quote is open until after this line.
     const bool isKnown = isOpen && !lineEnd_.empty() &&
                          nextOffset_ + static_cast<std::int64_t>(lineEnd) <= openUntil_;
     if (isOpen && !lineEnd_.empty() && text_.size() < maxQuotedCM && !isKnown) return true;

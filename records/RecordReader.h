@@ -11,8 +11,8 @@
 
 namespace Records {
 
-/// Cuts the bytes of a file descriptor into records: at line ends, but not at those in quotes.
-/// Memory is that of the largest record. One thread at a time.
+/// Cuts the bytes of a file descriptor into records: at line ends, except those in quotes. The
+/// memory needed is that of the largest record. One thread at a time.
 class RecordReader {
 public:
     enum class State { Record, Malformed, Waiting, End, Interrupted, Failed };
@@ -27,10 +27,10 @@ public:
     RecordReader(int descriptor, const Layout& layout, const StopSignal& stop);
 
     /// Reads the next record. `Malformed`: its quotes are wrong; `text` is its first line then, and
-    /// the next record begins behind that. `Waiting`: there is no whole one yet. `Failed`: errno
-    /// tells why.
+    /// the next record begins after that. `Waiting`: no whole record has arrived yet. `Failed`:
+    /// errno tells why.
     State next();
-    /// Waits until there is more to read, or the reading is to end.
+    /// Waits until there is more to read, or until the reading should end.
     void wait() const { stop_.waitForInput(descriptor_); }
     /// The record without its line end; valid until `next`.
     std::string_view text() const { return text_; }
@@ -38,29 +38,29 @@ public:
     std::string_view lineEnd() const { return lineEnd_; }
     /// The line, 1-based, in which the record begins.
     std::int64_t line() const { return line_; }
-    /// Where in the input the record begins, in bytes. A byte order mark at the start of the input
-    /// belongs to no record.
+    /// The position in the input, in bytes, where the record begins. A byte order mark at the start
+    /// of the input belongs to no record.
     std::int64_t offset() const { return offset_; }
-    /// Where it ends, its line end included.
+    /// The position where it ends, after its line end.
     std::int64_t end() const { return nextOffset_; }
     /// Why a record is malformed.
     const char* reason() const { return reason_; }
 
 private:
-    // How far the record that begins at begin_ was looked through.
+    // How much of the record that begins at begin_ has been looked at.
     struct Scan {
-        std::size_t scanned = 0;       // bytes of it that hold no line end still to be looked at
-        std::size_t openFrom = 0;      // where the line begins on which a quote is still open
+        std::size_t scanned = 0;       // bytes without a line end that still matters
+        std::size_t openFrom = 0;      // where the line with a quote still open begins
         std::size_t firstEnd = 0;      // the first line with its line end; 0: not found yet
         std::size_t firstEndSize = 0;  // its line end
     };
 
-    // Reads more bytes, unless there are none now; `Record` when it did or the input ended.
+    // Reads more bytes, unless none are there now; `Record` when it did or the input ended.
     State fill();
-    // Passes over a byte order mark at the start of the input; the same.
+    // Skips a byte order mark at the start of the input; result as above.
     State skipMark();
-    // Whether the record in text_ goes on in the next line, as a quote is open. Where its quotes
-    // are wrong it is its first line, and `state` is `Malformed`.
+    // Whether a quote is open, so that the record in text_ goes on in the next line. When its
+    // quotes are wrong, the record is its first line and `state` is `Malformed`.
     bool goesOn(State& state);
 
     const int descriptor_;
@@ -70,10 +70,10 @@ private:
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     bool isAtEnd_ = false;
-    bool isBegun_ = false;  // behind a byte order mark
+    bool isBegun_ = false;  // after a byte order mark
     Scan scan_;
-    // A quote that is open at the end of a line before this place in the input is open there too,
-    // as a record that was given up has shown. So no byte is looked through again and again.
+    // A record that was given up has shown: a quote open at the end of a line before this place in
+    // the input is open here too. So no byte is looked at again and again.
     std::int64_t openUntil_ = -1;
     std::string_view text_;
     std::string_view lineEnd_;

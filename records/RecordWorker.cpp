@@ -7,7 +7,7 @@
 namespace Records {
 namespace {
 
-constexpr std::size_t maxOutputS = std::size_t{4} << 20;  // in bytes, but for a larger record
+constexpr std::size_t maxOutputS = std::size_t{4} << 20;  // in bytes; a larger record may exceed it
 
 }  // namespace
 
@@ -73,7 +73,7 @@ void RecordWorker::reject(const Batch::Item& item, std::string_view reason, Batc
 }
 
 bool RecordWorker::process(Batch& batch) {
-    // Records are read a little beyond their ends.
+    // The parser may read a little beyond the end of a record.
     if (current_.json && batch.next == 0) batch.text.append(JsonRecord::paddingCM, ' ');
     while (batch.next < batch.items.size()) {
         if (stop_.isRaised() || !run(batch.items[batch.next], batch)) {

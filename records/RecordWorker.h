@@ -18,7 +18,7 @@ namespace Records {
 
 struct JobOptions;
 
-/// What became of the records: read = written + dropped + rejected.
+/// Counts of the results: read = written + dropped + rejected.
 struct Counts {
     std::int64_t read = 0;
     std::int64_t written = 0;
@@ -26,12 +26,12 @@ struct Counts {
     std::int64_t rejected = 0;
 };
 
-/// Apart in memory by this, two threads do not slow each other down: a pair of cache lines, as
-/// processors fetch two at a time.
+/// The distance in memory at which two threads do not slow each other down: a pair of cache lines,
+/// as processors fetch two at a time.
 inline constexpr std::size_t threadDistanceS = 128;
 
-/// Records that follow one another in the input, and what became of them. So many that handing
-/// them over costs little, so few that they stay in a processor's cache.
+/// Consecutive records of the input and their results. So many that handing them over costs little,
+/// so few that they stay in a processor's cache.
 struct alignas(threadDistanceS) Batch {
     static constexpr std::size_t sizeCM = std::size_t{1} << 17;  ///< in bytes
     static constexpr std::size_t recordsCM = std::size_t{1} << 13;
@@ -40,13 +40,13 @@ struct alignas(threadDistanceS) Batch {
     struct Item {
         std::size_t begin;
         std::size_t size;
-        std::size_t endSize;  ///< of the line end behind it
+        std::size_t endSize;  ///< of the line end after it
         std::int64_t line;
-        const char* reason;  ///< why it is malformed, or null
+        const char* reason;  ///< why the record is malformed, or null
     };
 
     void clear();
-    /// Forgets what was delivered.
+    /// Removes what was delivered.
     void clearOutput();
     void add(std::string_view record, std::string_view lineEnd, std::int64_t line,
              const char* reason);
@@ -54,33 +54,33 @@ struct alignas(threadDistanceS) Batch {
     std::string text;
     std::vector<Item> items;
     std::int64_t firstNumber = 1;
-    std::int64_t offset = 0;  ///< Where in the input the last one begins, in bytes.
+    std::int64_t offset = 0;  ///< The position in the input, in bytes, where the last one begins.
 
     std::size_t next = 0;  ///< The item to go on with.
     std::string output;
     std::string rejects;
-    std::vector<std::string> reports;  ///< rejections, where no file takes them
+    std::vector<std::string> reports;  ///< rejections, when no file takes them
     std::size_t reportSize = 0;        ///< of all of them, in bytes
     Counts counts;
-    bool isCut = false;  ///< Its last records were not executed,
-    std::string error;   ///< as the script was stopped here; empty: as the job was.
+    bool isCut = false;  ///< The last records were not executed,
+    std::string error;   ///< because the script was stopped here; empty: because the job was.
 };
 
 /// An interpreter that executes a script for records. Used by one thread at a time.
 class alignas(threadDistanceS) RecordWorker {
 public:
-    /// `options`, `names` and `stop`, which ends the work behind the current record, must outlive
+    /// `options`, `names` and `stop`, which ends the work after the current record, must outlive
     /// the worker.
     RecordWorker(const JobOptions& options, const FieldNames& names, const StopSignal& stop);
     /// Runs the script's function END.
     ~RecordWorker();
 
-    /// Takes over a fresh interpreter and gives it the functions of records.
+    /// Takes ownership of a fresh interpreter and adds the functions of records to it.
     void adopt(std::unique_ptr<SCR::Interpreter> interpreter);
-    /// Compiles the query and the conditions of the options, behind the script.
+    /// Compiles the query and the conditions of the options, after the script.
     bool compile();
-    /// Executes the script for each record of the batch. False when so much was written that it
-    /// has to be delivered before the rest.
+    /// Executes the script for each record of the batch. False when the output is so large that it
+    /// must be delivered before the rest.
     bool process(Batch& batch);
     SCR::Interpreter& interpreter() { return *interpreter_; }
 

@@ -20,7 +20,7 @@ void StopSignal::raise() noexcept {
     const int error = errno;
     isRaised_.store(true, std::memory_order_relaxed);
     const std::uint64_t count = 1;
-    // It fails only when the event is raised a thousand times over.
+    // This fails only if the event was raised an enormous number of times.
     [[maybe_unused]] const ssize_t written = write(event_, &count, sizeof count);
     errno = error;
 }

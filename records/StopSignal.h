@@ -4,8 +4,8 @@
 
 namespace Records {
 
-/// The wish that a job ends, raised once by any thread or a signal handler. It wakes who waits for
-/// input.
+/// The request to end a job, raised by any thread or a signal handler. It wakes a thread that waits
+/// for input.
 class StopSignal {
 public:
     StopSignal();
@@ -16,7 +16,7 @@ public:
     /// Safe in a signal handler.
     void raise() noexcept;
     bool isRaised() const noexcept { return isRaised_.load(std::memory_order_relaxed); }
-    /// Waits until `descriptor` can be read, at once at its end, or the signal is raised.
+    /// Waits until `descriptor` can be read, which at its end is at once, or the signal is raised.
     void waitForInput(int descriptor) const noexcept;
 
 private:

@@ -99,7 +99,7 @@ void WorkerPool::work(RecordWorker& worker) {
 
 std::unique_ptr<Batch> WorkerPool::spare() {
     std::unique_lock lock(output_);
-    // The oldest batch is under way, so this ends.
+    // The oldest batch is being worked on, so this ends.
     isDelivered_.wait(lock, [&] { return done_.size() < limit_ || hasFailed_; });
     if (spares_.empty()) return std::make_unique<Batch>();
     std::unique_ptr<Batch> batch = std::move(spares_.back());

@@ -49,7 +49,7 @@ bool isNumber(std::string_view text) {
     return i == text.size();
 }
 
-// Behind the string that begins at `i`, in JSON that is known to be right.
+// The position after the string that begins at `i`, in valid JSON.
 std::size_t skipString(std::string_view text, std::size_t i) {
     for (++i; text[i] != '"'; ++i) {
         if (text[i] == '\\') ++i;
@@ -140,7 +140,7 @@ void appendQuoted(std::string_view text, std::string& out) {
 
 const std::size_t JsonRecord::paddingCM = simdjson::SIMDJSON_PADDING;
 
-// Checks a whole record in one pass and notes where its members stand.
+// Checks a whole record in one pass and notes the places of its members.
 struct JsonRecord::Checker {
     static constexpr int maxDepthCM = 512;
     Json::parser parser;
@@ -257,7 +257,7 @@ const char* JsonRecord::take(std::string_view text) {
         members_.clear();
         text_ = "{}";
     }
-    // Records of one file are alike: members are mostly where they were in the one before.
+    // Records of one file are alike: usually a member is where it was in the record before.
     const bool isAlike = std::equal(
         members_.begin(), members_.end(), shapeNames_.begin(), shapeNames_.end(),
         [](const Member& member, const std::string& name) { return member.name == name; });
@@ -275,14 +275,14 @@ std::string_view JsonRecord::text() {
     return text_;
 }
 
-// The following walk over JSON that is known to be right.
+// The following functions walk over valid JSON.
 
 std::size_t JsonRecord::skipSpace(std::size_t i) const {
     while (isSpace(text_[i])) i = i == gapBegin_ ? gapEnd_ : i + 1;
     return i;
 }
 
-// Behind the value that begins at `i`.
+// The position after the value that begins at `i`.
 std::size_t JsonRecord::skipValue(std::size_t i) const {
     std::size_t depth = 0;
     do {
@@ -317,7 +317,7 @@ std::size_t JsonRecord::skipValue(std::size_t i) const {
     return i;
 }
 
-// Reads the name of a member at `i`, which is then behind it, into `key`, unescaped. False at the
+// Reads the name of the member at `i`, unescaped, into `key`, and moves `i` after it. False at the
 // end of the object.
 bool JsonRecord::readKey(std::size_t& i, std::string& scratch, std::string_view& key) const {
     if (text_[i] == '}') return false;
@@ -510,7 +510,7 @@ std::string_view JsonRecord::textOf(const Value& value) {
     return scratch_;
 }
 
-// Moves the places noted that are from `first` to `last` by `distance`, which may be negative.
+// Moves the noted places from `first` to `last` by `distance`, which may be negative.
 void JsonRecord::shift(std::size_t first, std::size_t last, std::size_t distance) {
     const auto move = [&](std::size_t& place) {
         if (place >= first && place <= last) place += distance;
@@ -533,7 +533,7 @@ void JsonRecord::shift(std::size_t first, std::size_t last, std::size_t distance
     move(edit_.end);
 }
 
-// Makes room for `size` bytes at `at`, behind a child or a bracket, and for more that may follow.
+// Makes room for `size` bytes at `at`, after a child or a bracket, and for later insertions.
 void JsonRecord::openGap(std::size_t at, std::size_t size) {
     const std::size_t old = text_.size();
     const std::size_t gap = size + old / 4 + 64;
@@ -548,7 +548,7 @@ void JsonRecord::openGap(std::size_t at, std::size_t size) {
     gapEnd_ = at + gap;
 }
 
-// Moves the gap to `to`, which is behind a child or a bracket.
+// Moves the gap to `to`, which is after a child or a bracket.
 void JsonRecord::moveGap(std::size_t to) {
     const std::size_t size = gapEnd_ - gapBegin_;
     if (to < gapBegin_) {
@@ -575,7 +575,7 @@ void JsonRecord::closeGap() {
     gapBegin_ = gapEnd_ = noneCM;
 }
 
-// Puts `bytes` in the place of a value, or between two of them.
+// Puts `bytes` in place of a value, or between two values.
 void JsonRecord::replace(std::size_t begin, std::size_t end, std::string_view bytes) {
     edit_ = {begin, end};
     if (gapBegin_ != noneCM && gapEnd_ - gapBegin_ > bytes.size()) {
@@ -592,7 +592,7 @@ void JsonRecord::replace(std::size_t begin, std::size_t end, std::string_view by
     for (Cursor& cursor : cursors_) {
         if (cursor.array >= from && cursor.array < to) cursor = {};
     }
-    // What ended there ends elsewhere now.
+    // Containers that ended there have a new end.
     shift(to, to, gapBegin_ - to);
 }
 
@@ -605,7 +605,7 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
         return nullptr;
     }
     if (place.isBroken && !isNull()) return "its path leads through what is no object or array";
-    // What is missing: below the names an array for each index.
+    // The missing part of a path: below the names one array per index.
     const bool isElement = !place.isBroken && text_[place.container] == '[';
     std::size_t index = place.index;
     const long count = static_cast<long>(place.child.count);
@@ -613,7 +613,7 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
     const bool isMember = !place.isBroken && !isElement;
     added_.clear();
     std::string closing;
-    std::size_t valueBegin = 0;  // of the first name's, in added_
+    std::size_t valueBegin = 0;  // of the value for the first name, in added_
     for (std::size_t i = place.name; i < path.names.size(); ++i) {
         if (!isMember || i != place.name) {
             added_ += '{';
@@ -702,7 +702,8 @@ void JsonRecord::remove(long number, std::span<const long> indices) {
         readKey(begin, scratch, key);
         name = key;
     }
-    // Each child that goes takes the comma before it along, or that behind it while none stays.
+    // Each removed child takes the comma before it along, or the comma after it if no child before
+    // it stays.
     std::vector<Range> ranges;
     bool isFirst = true;
     std::size_t index = 0;

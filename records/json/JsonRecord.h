@@ -15,18 +15,18 @@ namespace Records {
 /// Appends `text`, which is UTF-8, as a JSON string.
 void appendQuoted(std::string_view text, std::string& out);
 
-/// One record that is a JSON object. Its text is checked when it is taken; values are looked for
-/// when they are asked for and changed where they stand, so that all other bytes stay what they
-/// were. Of members of the same name the last one counts. One thread.
+/// One record that is a JSON object. Its text is checked when it is taken. Values are located when
+/// they are asked for and changed in place, so that all other bytes stay the same. Of members of
+/// the same name the last one counts. One thread.
 class JsonRecord {
 public:
-    /// What a field holds; `Missing` when there is none.
+    /// The kind of value in a field; `Missing` if there is none.
     enum class Kind { Missing, Null, Bool, Number, String, Array, Object };
     struct Value {
         Kind kind = Kind::Missing;
-        std::string_view raw;  ///< As it stands in the record; valid until the record changes.
+        std::string_view raw;  ///< Its bytes in the record; valid until the record changes.
     };
-    /// Bytes that must be readable behind each text that is taken.
+    /// The number of bytes that must be readable after each text taken.
     static const std::size_t paddingCM;
 
     JsonRecord();
@@ -34,46 +34,47 @@ public:
     JsonRecord(const JsonRecord&) = delete;
     JsonRecord& operator=(const JsonRecord&) = delete;
 
-    /// The number by which `path`, names of nested members joined by ".", is asked for from now on.
-    /// In a name, "_" also stands for a byte that no identifier has.
+    /// The number that stands for `path` from now on; `path` is the names of nested members, joined
+    /// by ".". In a name, "_" also matches a byte that identifiers cannot have.
     long add(std::string_view path);
 
-    /// Takes `text`; not owned, must live until the next record is taken. Gives null, or why it is
-    /// not one JSON object; the record is `{}` then.
+    /// Takes `text`; not owned, must live until the next record is taken. Gives null, or the reason
+    /// why it is not one JSON object; the record is `{}` then.
     const char* take(std::string_view text);
     /// The record as it is now, without a line end.
     std::string_view text();
 
-    // `indices` are those of the arrays met on the path, from the outside in, and of arrays in its
+    // `indices` are those of the arrays on the path, from the outside in, and of arrays in the
     // value; 0-based, negative ones count from the end.
 
     Value find(long path, std::span<const long> indices);
-    /// The number of elements of the array that the field holds, of nothing and null 0; -1 when it
-    /// holds something else.
+    /// The number of elements of the array in the field. 0 for a missing field and null; -1 for any
+    /// other value.
     long elements(long path, std::span<const long> indices);
-    /// The text of a value: of a string without quotes and escapes, of null and of nothing "".
-    /// Valid until the next call or change.
+    /// The text of a value: of a string without quotes and escapes; "" for null and a missing
+    /// value. Valid until the next call or change.
     std::string_view textOf(const Value& value);
-    /// Puts the JSON text `value` in the place of the field; objects missing on the path are made,
-    /// and the index behind the last element of an array adds one. Null, or why that cannot be.
+    /// Replaces the field by the JSON text `value`. Makes missing objects on the path; an index
+    /// just after the last element of an array adds one. Gives null, or the reason why it is
+    /// impossible.
     const char* assign(long path, std::span<const long> indices, std::string_view value);
-    /// Puts the string `text`.
+    /// Replaces the field by the string `text`.
     const char* assignText(long path, std::span<const long> indices, std::string_view text);
-    /// Removes the element, or the member with all others of its name; nothing happens when it is
+    /// Removes the element, or the member with all others of its name; does nothing when it is
     /// missing.
     void remove(long path, std::span<const long> indices);
 
 private:
     struct Checker;
     static constexpr std::size_t noneCM = static_cast<std::size_t>(-1);
-    // Where a member or element stands in the text, and its neighbours.
+    // The place of a member or element in the text, and its neighbours.
     struct Child {
         std::size_t begin = 0;  // of the name, or of the value of an element
         std::size_t valueBegin = 0;
         std::size_t valueEnd = 0;
-        std::size_t previousEnd = 0;  // of the child before it, or behind the bracket
+        std::size_t previousEnd = 0;  // of the child before it, or the place after the bracket
         bool isFound = false;
-        std::size_t count = 0;  // of the children passed
+        std::size_t count = 0;  // children passed so far
     };
     struct Member {
         std::string_view name;  // unescaped
@@ -82,23 +83,23 @@ private:
     };
     struct Path {
         std::vector<std::string> names;
-        // Where in members_ the first name is, or nowhere; holds for records of this shape.
+        // The place in members_ of the first name, or none; valid for records of this shape.
         std::size_t member = noneCM;
         std::uint64_t shape = 0;
     };
-    // How far a path leads: into `child` with `name` names and `index` indices used.
+    // How far a path leads: to `child`, by `name` names and `index` indices.
     struct Place {
         Child child;
-        std::size_t container = 0;  // where the innermost object or array met begins
+        std::size_t container = 0;  // where the innermost object or array on the path begins
         std::size_t name = 0;
         std::size_t index = 0;
-        bool isBroken = false;  // it leads through what is no container
+        bool isBroken = false;  // the path goes through a value that is no container
     };
-    // The element of an array that was looked for last, from where the next is not far.
+    // The array element that was looked for last; the next one is usually near.
     struct Cursor {
         std::size_t array = noneCM;  // where it begins
         Child child;
-        std::size_t elements = noneCM;  // of the array, once that is known
+        std::size_t elements = noneCM;  // of the array; noneCM until it is known
         std::uint64_t used = 0;
     };
     struct Range {
@@ -126,8 +127,8 @@ private:
 
     std::unique_ptr<Checker> checker_;
     std::deque<Path> paths_;
-    // Once the text is changed it stands in own_, with a gap behind the last change: changes that
-    // follow one another move few bytes. In the text the gap is space that is skipped at once.
+    // After the first change the text lies in own_, with a gap after the last change, so that
+    // consecutive changes move few bytes. In the text the gap is space that is skipped at once.
     std::string_view text_;
     std::string own_;
     std::size_t gapBegin_ = noneCM;
