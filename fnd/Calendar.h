@@ -5,7 +5,7 @@
 
 namespace FND {
 
-/// What a date and clock show, each as a number. The first six decide an instant.
+/// The fields of a date and clock, each as a number. The first six determine an instant.
 enum class Field : std::uint8_t {
     Year,
     Month,
@@ -28,7 +28,7 @@ enum class Field : std::uint8_t {
 };
 inline constexpr std::size_t FieldCount = static_cast<std::size_t>(Field::HalfDay) + 1;
 
-/// Days since 1970-01-01 of a date of the proleptic Gregorian calendar that exists.
+/// Days since 1970-01-01 of an existing date of the proleptic Gregorian calendar.
 std::int64_t dayNumberOf(int year, int month, int day) noexcept;
 
 /// False for a day that its month does not have.
@@ -40,7 +40,7 @@ int weekdayOf(std::int64_t dayNumber) noexcept;
 /// The day number of the Monday of week 1 of an ISO 8601 year: the week with 4 January.
 std::int64_t isoYearStart(int isoYear) noexcept;
 
-/// The date and clock of one point of time, of any zone, in years 0 to 10000.
+/// The date and clock of an instant in any zone, in years 0 to 10000.
 class Calendar {
 public:
     /// `secs` counts the seconds since 1970-01-01 00:00:00 on the clock.

@@ -10,7 +10,7 @@
 
 namespace FND {
 
-/// What stands for one letter after a "%" in the pattern of a date's text.
+/// The meaning of one letter after a "%" in the pattern of a date's text.
 struct DateDirective {
     enum Kind : std::uint8_t {
         Number,     // `field` in `width` digits, filled up with `fill`
@@ -73,7 +73,7 @@ constexpr DateDirective pattern(char letter, std::string_view pattern) {
     return {.letter = letter, .kind = DateDirective::Pattern, .pattern = pattern};
 }
 
-/// All directives: both printing and reading go by this table. Patterns hold no further patterns.
+/// All directives, for both printing and reading. Patterns contain no further patterns.
 inline constexpr DateDirective All[] = {
     number('Y', Field::Year, 4, 1, 9999),
     number('C', Field::Century, 2, 0, 99),
@@ -126,8 +126,8 @@ inline constexpr auto ByLetter = [] {
     return found;
 }();
 
-/// The directive whose "%" is `pattern[at]`; null when the byte there stands for itself. Takes
-/// patterns apart: a directive is two bytes long, all else one.
+/// The directive whose "%" is `pattern[at]`; null when the byte there stands for itself. A
+/// directive is two bytes long, everything else one; patterns are split this way.
 inline const DateDirective* directiveAt(std::string_view pattern, std::size_t at) {
     if (pattern[at] != '%' || at + 1 == pattern.size()) return nullptr;
     return ByLetter[static_cast<unsigned char>(pattern[at + 1])];

@@ -19,7 +19,7 @@ constexpr std::int64_t secsPerMinuteS = 60;
 constexpr std::int64_t secsPerHourS = 3600;
 constexpr std::int64_t secsPerDayS = 86400;
 constexpr std::int64_t monthsPerYearS = 12;
-// Every amount beyond these leads out of range from any date.
+// Larger amounts are out of range for any date.
 constexpr std::int64_t maxYearsS = 9999;
 constexpr std::int64_t maxMonthsS = maxYearsS * monthsPerYearS;
 constexpr std::int64_t maxDaysS = maxYearsS * 366;

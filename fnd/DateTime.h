@@ -13,8 +13,8 @@ namespace FND {
 
 /// An instant: whole seconds since 1970-01-01 00:00:00 UTC (leap seconds are not counted), in the
 /// years 0001 to 9999 of the proleptic Gregorian calendar, or the one invalid value. Eight bytes,
-/// trivially copyable, free of allocation but where a text grows. Any argument is safe: what does
-/// not fit gives the invalid value or false.
+/// trivially copyable; allocates nothing except to let a text grow. Any argument is safe: one that
+/// does not fit gives the invalid value or false.
 ///
 /// Directives of the patterns of `parse` and `format`. Names are English whatever the locale is;
 /// numbers have leading zeros to the width in parentheses.
@@ -33,14 +33,14 @@ namespace FND {
 ///     %r %I:%M:%S %p      %c %a %b %e %H:%M:%S %Y              %X as %T
 ///     %n line end         %t tabulator          %% percent sign
 ///
-/// Any other character after a "%", and a "%" at the end, stands for itself together with the "%".
+/// Any other character after a "%", and a "%" at the end, stands for itself, together with the "%".
 ///
 /// The local zone is the one that is passed, which stays the caller's, or else that of the process:
 /// TZ is read when it is first needed, and not again before `rereadLocalZone`. All functions may be
 /// called from any thread on values that no other thread writes.
 class KESTREL_API DateTime {
 public:
-    /// What `secs` gives for the invalid value: above every valid one, and small enough that its
+    /// The value of `secs` for the invalid value: above every valid one, and small enough that its
     /// difference from any other fits.
     static constexpr std::int64_t invalidSecsCM = std::int64_t{1} << 62;
 
@@ -58,7 +58,7 @@ public:
     static constexpr DateTime min() noexcept { return DateTime(minSecsCM); }
     /// 9999-12-31 23:59:59 UTC.
     static constexpr DateTime max() noexcept { return DateTime(maxSecsCM); }
-    /// The current instant, cut to whole seconds.
+    /// The current instant, truncated to whole seconds.
     static DateTime now() noexcept;
 
     /// Seconds since 1970-01-01 00:00:00 UTC; `invalidSecsCM` for the invalid value.
@@ -68,18 +68,18 @@ public:
     /// Orders by instant. The invalid value equals itself and comes after every other.
     friend constexpr auto operator<=>(const DateTime&, const DateTime&) noexcept = default;
 
-    /// Move the date by `years`, `months` or `days` of the UTC calendar, keeping the time of day. A
-    /// day that the month reached does not have becomes its last: 31 January and one month is the
+    /// Move the date by `years`, `months` or `days` of the UTC calendar and keep the time of day.
+    /// If the month reached has no such day, its last day is used: 31 January plus one month is the
     /// last of February. False, with nothing changed, for the invalid value and when the result
     /// would be outside the years 0001 to 9999.
     bool addYears(std::int64_t years) noexcept;
     bool addMonths(std::int64_t months) noexcept;
     bool addDays(std::int64_t days) noexcept;
 
-    /// Moves the clock of the local zone by the given amounts, as `fromLocalSecs` of `toLocalSecs`
-    /// and the sum would; where that local time occurs twice, the one with the present offset from
-    /// UTC is taken, so that moving by nothing changes nothing. False, with nothing changed, for
-    /// the invalid value and when the result would be outside the years 0001 to 9999.
+    /// Moves the clock of the local zone by the given amounts, like `fromLocalSecs` of
+    /// `toLocalSecs` plus the sum. When that local time occurs twice, takes the one with the
+    /// present offset from UTC, so that moving by nothing changes nothing. False, with nothing
+    /// changed, for the invalid value and when the result would be outside the years 0001 to 9999.
     bool addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds,
                       const TimeZone& local) noexcept;
     bool addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds) noexcept;
@@ -89,58 +89,58 @@ public:
     std::int64_t toLocalSecs(const TimeZone& local) const noexcept;
     std::int64_t toLocalSecs() const noexcept;
     /// The instant at which the clock of the local zone shows `localSecs`, counted as by
-    /// `toLocalSecs`. A time that occurs twice, as clocks are set back, is the first of the two; a
-    /// time that is left out, as clocks are set forward, is moved on by what is left out (02:30
-    /// becomes 03:30). The invalid value when the instant is out of range.
+    /// `toLocalSecs`. Of a time that occurs twice, when clocks are set back, the first one is
+    /// taken. A time that is skipped, when clocks are set forward, is moved on by the length of the
+    /// gap (02:30 becomes 03:30). The invalid value when the instant is out of range.
     static DateTime fromLocalSecs(std::int64_t localSecs, const TimeZone& local) noexcept;
     static DateTime fromLocalSecs(std::int64_t localSecs) noexcept;
-    /// Follows a change of TZ, and does what `tzset` does. No other thread may use dates meanwhile.
+    /// Follows a change of TZ, and calls `tzset`. No other thread may use dates meanwhile.
     static void rereadLocalZone() noexcept;
 
     /// The instant that `text` names: a day as "YYYY-MM-DD", followed by nothing for its beginning
     /// or by "T" or a blank and a time; or "YYYYMMDD" or "YYYYMMDDHHMMSS". A time is "HH:MM:SS" or
-    /// "HH:MM", and "Z" for UTC or an offset from UTC after it: "+hh:mm", "+hhmm" or "+hh", "-"
-    /// likewise; all else is in UTC. Seconds may have a fraction after a point or a comma, which is
-    /// cut off. The invalid value for any other text, be it by a single blank, and for dates and
-    /// times that do not exist.
+    /// "HH:MM", and after it "Z" for UTC or an offset from UTC: "+hh:mm", "+hhmm" or "+hh", or the
+    /// same with "-"; without them it is in UTC. Seconds may have a fraction after a point or a
+    /// comma, which is cut off. The invalid value for any other text, even if it differs by a
+    /// single blank, and for dates and times that do not exist.
     static DateTime parse(std::string_view text) noexcept;
 
     /// The instant that `text` names by the directives in `pattern` (see the class); the inverse of
-    /// `format` with the same pattern if that holds enough to tell the instant.
+    /// `format` with the same pattern if that holds enough to determine the instant.
     ///
     /// White space in `pattern` fits any run of white space, also none. Numbers may have fewer
     /// digits than their width. Names may be in full or short, in any case of letters. %z also
     /// takes "Z", "+hh:mm" and "+hh". %Z takes "UTC", "GMT", "Z" and the names of the local zone;
-    /// without a %z or %Z the text is in UTC. Parts of the date that `pattern` leaves out are those
+    /// without a %z or %Z the text is in UTC. Parts of the date that are not in `pattern` are those
     /// of 1970-01-01 00:00:00; a %y is of 1969 to 2068 if there is no %C.
     ///
-    /// The invalid value when `text` does not fit, wholly and to its end, when the date does not
-    /// exist or is out of range, when parts contradict each other (a wrong weekday), and when
-    /// `pattern` has no directive that tells anything of the date.
+    /// The invalid value when `text` as a whole does not fit, when the date does not exist or is
+    /// out of range, when parts contradict each other (a wrong weekday), and when `pattern` has no
+    /// directive that says anything about the date.
     static DateTime parse(std::string_view text, std::string_view pattern,
                           const TimeZone& local) noexcept;
     static DateTime parse(std::string_view text, std::string_view pattern) noexcept;
 
-    /// Told now and then that so many bytes more were read. May throw to give up.
+    /// Called now and then with the number of further bytes read. May throw to give up.
     using Progress = void (*)(std::size_t bytes);
-    /// The same for texts of any length; throws what `progress` throws, which is called after every
-    /// 65,536 bytes of `pattern` and of white space.
+    /// The same for texts of any length. `progress` is called after every 65,536 bytes of `pattern`
+    /// and of white space; its exceptions pass through.
     static DateTime parse(std::string_view text, std::string_view pattern, const TimeZone& local,
                           Progress progress);
 
     /// Replaces `out` by "YYYY-MM-DD HH:MM:SS" in UTC; by "INVALID" for the invalid value.
-    /// Allocates only when the capacity of `out` does not do.
+    /// Allocates only when the capacity of `out` is too small.
     void format(String& out) const;
 
     /// Replaces `out` by `pattern` with its directives (see the class) filled in by the clock of
-    /// `zone`; by "INVALID" for the invalid value. `out` must not be what `pattern` views. At most
-    /// 13 bytes for each of `pattern`, besides names of zones; allocates only when the capacity of
-    /// `out` does not do.
+    /// `zone`; by "INVALID" for the invalid value. `out` must not be the text that `pattern` views.
+    /// At most 13 bytes for each byte of `pattern`, besides names of zones; allocates only when the
+    /// capacity of `out` is too small.
     void format(String& out, std::string_view pattern, const TimeZone& zone) const;
     void format(String& out, std::string_view pattern, Zone zone) const;
 
     /// The first `size` bytes of `pattern`, at least two, or one less so that no directive is cut
-    /// in two: the text by a long pattern is that by its front followed by that by the rest.
+    /// in two: the text for a long pattern is that for its front followed by that for the rest.
     static std::string_view patternFront(std::string_view pattern, std::size_t size) noexcept;
 
 private:

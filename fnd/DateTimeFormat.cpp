@@ -31,8 +31,8 @@ char* writePair(char* at, int value) {
 /// Writes `value`, of at most four digits, in four.
 char* writeYear(char* at, int value) { return writePair(writePair(at, value / 100), value % 100); }
 
-/// Writes a number of the calendar, at most 10000, in `width` digits or, if it needs more, in
-/// those; `fill` goes in front of a single digit of two.
+/// Writes a number of the calendar, at most 10000, in `width` digits, or more if it needs more;
+/// `fill` stands before a single digit of two.
 char* writeNumber(char* at, int value, int width, char fill) {
     if (width == 2 && value < 100) {
         writePair(at, value);
@@ -47,7 +47,7 @@ char* writeNumber(char* at, int value, int width, char fill) {
     return std::to_chars(at, at + std::numeric_limits<int>::digits10, value).ptr;
 }
 
-/// Fills a pattern in. Collects pieces before they are appended to the text.
+/// Fills in a pattern. Collects pieces before appending them to the text.
 class Printer {
 public:
     /// `zone` is null for UTC.
@@ -59,7 +59,7 @@ public:
           calendar_(secs + offset_) {}
 
     void print(std::string_view pattern) {
-        char* at = buffer_ + used_;  // in a register, as long as it is bytes and numbers
+        char* at = buffer_ + used_;  // in a register, while it handles bytes and numbers
         for (std::size_t i = 0; i < pattern.size(); ++i) {
             if (at > buffer_ + sizeof buffer_ - maxPieceCM) {
                 used_ = static_cast<std::size_t>(at - buffer_);

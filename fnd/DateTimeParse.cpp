@@ -15,7 +15,7 @@ constexpr std::int64_t secsPerHourS = 3600;
 constexpr std::int64_t secsPerDayS = 86400;
 constexpr int daysPerWeekS = 7;
 
-// The functions that skip and read take what fits from the front of the text.
+// The functions that skip and read take matching bytes from the front of the text.
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -33,7 +33,7 @@ bool skip(std::string_view& text, char c) {
     return true;
 }
 
-/// What is read between two reports of progress.
+/// The number of bytes between two reports of progress.
 constexpr std::size_t pieceSizeS = 64 * 1024;
 
 /// There may be any number of them.
@@ -45,7 +45,7 @@ void skipBlanks(std::string_view& text, DateTime::Progress progress) {
     text.remove_prefix(length);
 }
 
-/// White space fits any run of white space, also none; any other byte itself.
+/// White space fits any run of white space, also none; any other byte fits itself.
 bool skipLike(std::string_view& text, char c, DateTime::Progress progress) {
     if (!isBlank(c)) return skip(text, c);
     skipBlanks(text, progress);
@@ -74,7 +74,7 @@ bool readNumber(std::string_view& text, std::size_t most, Int& value) {
     return length > 0;
 }
 
-/// Reads two digits that are at most `high`, behind a ":" if `colon`; takes nothing otherwise.
+/// Reads two digits that are at most `high`, after a ":" if `colon`; otherwise takes nothing.
 bool readPair(std::string_view& text, bool colon, int high, int& value) {
     std::string_view rest = text;
     if (colon && !skip(rest, ':')) return false;
@@ -128,7 +128,7 @@ constexpr std::uint32_t decidingS = maskOf(Field::Year) | maskOf(Field::Month) |
                                     maskOf(Field::Day) | maskOf(Field::Hour) |
                                     maskOf(Field::Minute) | maskOf(Field::Second);
 
-/// Reads a text by a pattern, from its start on, and collects what the directives tell.
+/// Reads a text by a pattern, from its start on, and collects the values of the directives.
 class Reader {
 public:
     Reader(std::string_view text, const TimeZone& local, DateTime::Progress progress)
@@ -136,7 +136,7 @@ public:
 
     /// Takes what fits `pattern`; false when the text does not fit.
     bool read(std::string_view pattern) {
-        std::string_view text = text_;  // in registers, as long as it is bytes and numbers
+        std::string_view text = text_;  // in registers, while it handles bytes and numbers
         for (std::size_t i = 0; i < pattern.size(); ++i) {
             const DateDirective* const directive = DateDirectives::directiveAt(pattern, i);
             if (!directive) {
@@ -158,15 +158,15 @@ public:
 
     bool atEnd() const { return text_.empty(); }
 
-    /// The instant that the directives read so far tell of; invalid when they tell of none.
+    /// The instant that the directives read so far determine; invalid when they determine none.
     DateTime instant() const {
         if (seen_ == 0 && !epochSecs_) return {};
         std::int64_t clock = 0;
         std::int64_t secs = 0;
         if (!(epochSecs_ ? findClock(secs, clock) : findInstant(secs, clock))) return {};
-        // What has not led to the instant must agree with it.
+        // Values that were not used for the instant must agree with it.
         std::uint32_t unchecked = epochSecs_ ? seen_ : seen_ & ~decidingS;
-        if (unchecked != 0) unchecked |= seen_ & maskOf(Field::Year);  // weeks may reach out of it
+        if (unchecked != 0) unchecked |= seen_ & maskOf(Field::Year);  // weeks may extend beyond it
         if (unchecked != 0) {
             const Calendar calendar(clock);
             for (unsigned i = 0; i < FieldCount; ++i)
@@ -188,7 +188,7 @@ private:
         return true;
     }
 
-    /// False when the text says something else than before.
+    /// False when an earlier value differs.
     template <class Value>
     static bool set(std::optional<Value>& known, Value value) {
         if (known.value_or(value) != value) return false;
@@ -260,9 +260,9 @@ private:
         return yearOfCentury + (yearOfCentury < 69 ? 2000 : 1900);
     }
 
-    /// The day, by the first of month and day, day of the year, and the kinds of week that is
-    /// given. False for a day that its month does not have; days that their year does not have are
-    /// found out by `instant`, as they come back as others.
+    /// The day, by the first of these that is given: month and day, day of the year, the kinds of
+    /// week. False for a day that its month does not have. Days that their year does not have come
+    /// back as others, so `instant` notices them.
     bool findDay(std::int64_t& day) const {
         if (has(Field::Month) || has(Field::Day)) {
             const int month = get(Field::Month, 1);
@@ -293,7 +293,7 @@ private:
         return true;
     }
 
-    /// By %s: the instant, and what the clock of the zone that the text names shows then.
+    /// By %s: the instant, and what the clock of the text's zone shows then.
     bool findClock(std::int64_t& secs, std::int64_t& clock) const {
         secs = epochSecs_.value_or(0);
         if (!DateTime(secs).isValid()) return false;
@@ -307,7 +307,7 @@ private:
         return true;
     }
 
-    /// Without %s: the instant at which the clock of the zone that the text names shows the date.
+    /// Without %s: the instant at which the clock of the text's zone shows the date.
     bool findInstant(std::int64_t& secs, std::int64_t& clock) const {
         std::int64_t day = 0;
         if (!findDay(day)) return false;
@@ -337,7 +337,7 @@ private:
     std::int16_t values_[FieldCount] = {};
 };
 
-/// Reads as many digits as `count` says from `at`; what is none makes `bad` true.
+/// Reads `count` digits from `at`; sets `bad` for anything else.
 int digitsAt(const char* at, int count, bool& bad) {
     int value = 0;
     for (int i = 0; i < count; ++i) {

@@ -13,7 +13,7 @@ namespace FND {
 namespace {
 
 /// Whether dropping `remainder` of `unit` from a number rounds it up, half to even. `more`: the
-/// remainder is a little greater than said. Without branches, as they would be taken at random.
+/// remainder is really a little greater. Without branches, as these would be unpredictable.
 template <class Number>
 constexpr bool roundsUp(Number remainder, Number unit, bool isOdd, bool more = false) noexcept {
     const Number rest = unit - remainder;
@@ -62,7 +62,7 @@ Decimal Decimal::add(Decimal left, Decimal right) noexcept {
     }
     if (!left.isValid() || !right.isValid()) return invalid();
 
-    // Signs differ at random: negate, add and take the magnitude again without a branch.
+    // Signs are unpredictable: negate, add and take the magnitude again without a branch.
     const Parts finer(fine);
     const Parts coarser(coarse);
     const bool signsDiffer = finer.negative != coarser.negative;
@@ -116,15 +116,15 @@ int dropZeros(Number& number, int most) noexcept {
 
 }  // namespace
 
-/// The quotient of `magnitude` and `scale` when that is all of it (`isExact`) or all the digits
-/// that fit, to be increased by one if `up`; trailing zeros are left away down to scale `ideal`.
+/// The quotient of `magnitude` and `scale`, complete (`isExact`) or with all the digits that fit,
+/// to be increased by one if `up`. Trailing zeros are removed down to scale `ideal`.
 [[gnu::always_inline]] inline Decimal Decimal::Parts::fromQuotient(bool negative, UInt128 magnitude,
                                                                    int scale, int ideal,
                                                                    bool isExact, bool up) noexcept {
     const int precision = decimalPrecision();
     const UInt128 limit = powerOf10(precision);
     if (scale < 0) [[unlikely]] {
-        // A negative scale stands for zeros, which have to fit as well.
+        // A negative scale stands for zeros, which have to fit too.
         if (digitCount(magnitude) - scale > precision) return invalid();
         return join(negative, magnitude * powerOf10(-scale), 0);
     }
@@ -137,7 +137,7 @@ int dropZeros(Number& number, int most) noexcept {
     if (magnitude == limit && scale == ideal) [[unlikely]] {
         return joinRounded(negative, magnitude, scale, false, precision);
     }
-    // 2^64 is 1 modulo 5, so the sum of the words tells whether the last digit is 0.
+    // 2^64 is 1 modulo 5, so the sum of the words shows whether the last digit is 0.
     const std::uint64_t modulo5 = (highWord(magnitude) % 5 + lowWord(magnitude) % 5) % 5;
     if ((modulo5 | (lowWord(magnitude) & 1)) == 0 && scale > ideal) [[unlikely]] {
         scale -= dropZeros(magnitude, scale - ideal);
@@ -155,7 +155,7 @@ Decimal Decimal::divideSmall(Decimal left, Decimal right) noexcept {
     const int ideal = std::max(scale, 0);
 
     // One machine division gives as many digits as a word holds, or one or two less. The lengths in
-    // bits are near enough to tell how far the dividend can be shifted to the left.
+    // bits show closely enough how far the dividend can be shifted to the left.
     const int room = (precision > 18 ? 63 : 58) + bitLength(divisor) - bitLength(dividend);
     const int shift = std::min(leastDigitCount(std::max(room, 0)), maxScaleCM - scale);
     const UInt128 number = dividend * powerOf10(shift);
@@ -189,7 +189,7 @@ Decimal Decimal::divide(Decimal left, Decimal right) noexcept {
     int scale = dividend.scale - divisor.scale;
     const int ideal = std::max(scale, 0);
 
-    // How many digits the quotient has before the point as it stands: the difference in length, or
+    // The number of digits of the present quotient before the point: the difference in length, or
     // one more when the first digits of the dividend are not less than those of the divisor.
     const int lengthen = digitCount(dividend.magnitude) - digitCount(divisor.magnitude);
     const bool isLonger = dividend.magnitude * powerOf10(std::max(-lengthen, 0)) >=

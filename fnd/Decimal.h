@@ -20,10 +20,10 @@ namespace FND {
 /// scale (0 to 28 digits after the point), or the one invalid value. 16 bytes, copied as bytes.
 ///
 /// An operation gives the exact result when that fits the digits available (see
-/// `FND_MAX28DIGIT_DECIMAL_SUPPORT`) and a scale of 28, else the result rounded once, half to even,
-/// to as many digits as fit. What is too large for that is invalid. Every operation on an invalid
-/// operand is invalid. There is no negative zero. Trailing zeros are kept as by the General Decimal
-/// Arithmetic but never make a difference in value: 1.0 equals 1.00.
+/// `FND_MAX28DIGIT_DECIMAL_SUPPORT`) and a scale of 28, otherwise the result rounded once, half to
+/// even, to as many digits as fit. A result that is too large for that is invalid. Every operation
+/// on an invalid operand is invalid. There is no negative zero. Trailing zeros are kept as by the
+/// General Decimal Arithmetic but never make a difference in value: 1.0 equals 1.00.
 ///
 /// Nothing here throws or allocates, except for an output string that has to grow. Threads may
 /// share values that nobody writes.
@@ -39,7 +39,7 @@ public:
     /// Zero.
     constexpr Decimal() noexcept = default;
 
-    /// The exact value of `number`, scale 0, in both widths (a number of 19 digits is held even
+    /// The exact value of `number`, scale 0, in both widths (a number of 19 digits is kept even
     /// when results of operations have 18).
     explicit constexpr Decimal(std::int64_t number) noexcept;
 
@@ -52,15 +52,15 @@ public:
 
     /// The number that `text` spells: blanks (the white space of the C locale) around an optional
     /// sign, digits and an optional "." with one digit or more after it; the digits before the "."
-    /// may be missing. Any other text, the empty one included, is invalid, and so is a number too
-    /// large for the digits available. Digits beyond those are rounded half to even.
+    /// may be missing. Any other text, even the empty one, is invalid, and so is a number too large
+    /// for the digits available. Further digits are rounded half to even.
     static Decimal fromString(std::string_view text) noexcept;
 
-    /// The decimal with the fewest digits that `number` is the nearest double to. Invalid when
+    /// The decimal with the fewest digits to which `number` is the nearest double. Invalid when
     /// `number` is not finite or too large.
     static Decimal fromDouble(double number) noexcept;
 
-    /// Reads hexadecimal text: as `fromString`, but with hexadecimal digits of either case before
+    /// Reads hexadecimal text: like `fromString`, but with hexadecimal digits of either case before
     /// and after `separator`, and at least one before it. No prefix is allowed. The value is
     /// rounded half away from zero to `places` decimal places, limited to 0 to 28 and to the digits
     /// available. "-FF.8" with one place is -255.5.
@@ -76,21 +76,21 @@ public:
     constexpr bool isValid() const noexcept { return high_ != invalidCM; }
     constexpr bool isZero() const noexcept { return low_ == 0 && isSmall(); }
 
-    /// Digits after the point that this value carries, trailing zeros included; 0 when invalid.
+    /// Digits of this value after the point, including trailing zeros; 0 when invalid.
     constexpr int scale() const noexcept { return static_cast<int>(high_ & scaleMaskCM); }
 
     /// The absolute value.
     constexpr Decimal abs() const noexcept;
 
-    /// This value with at most `places` digits after the point, limited to 0 to 28, the others
-    /// rounded away by `mode`. A value with no more digits than that is returned unchanged.
+    /// This value rounded by `mode` to at most `places` digits after the point, limited to 0 to 28.
+    /// A value with no more digits than that is returned unchanged.
     Decimal round(int places, RoundingMode mode) const noexcept;
 
-    /// The square root in double precision, by way of `toDouble` and `fromDouble`. Invalid for
+    /// The square root in double precision, through `toDouble` and `fromDouble`. Invalid for
     /// negative numbers.
     Decimal sqrt() const noexcept;
 
-    /// -1, 0 or 1 as this value is less than, equal to or greater than `other`. The invalid value
+    /// -1, 0 or 1 when this value is less than, equal to or greater than `other`. The invalid value
     /// equals itself and is less than every number.
     int compare(Decimal other) const noexcept;
 
@@ -169,9 +169,9 @@ private:
     struct [[gnu::visibility("hidden")]] Parts;
 
     // Two forms. Small, a coefficient of up to 18 digits: `low_` is the signed coefficient and
-    // `high_` the scale alone. Wide, 19 to 28 digits: `low_` holds the low 64 bits of the
-    // magnitude, `high_` its upper 32 bits in its upper half, the wide mark, the sign mark and the
-    // scale. Each value and scale has exactly one form, so equal scales allow to compare the words.
+    // `high_` only the scale. Wide, 19 to 28 digits: `low_` holds the low 64 bits of the magnitude,
+    // `high_` its upper 32 bits in its upper half, the wide mark, the sign mark and the scale. Each
+    // value and scale has exactly one form, so with equal scales the words can be compared.
     static constexpr std::uint64_t scaleMaskCM = 0x1F;
     static constexpr std::uint64_t wideCM = 0x100;
     static constexpr std::uint64_t negativeCM = 0x200;
@@ -190,8 +190,8 @@ private:
                static_cast<std::uint64_t>(2 * smallLimitCM - 1);
     }
 
-    // The operations out of line, for all operands; `divideSmall` takes two small ones, the divisor
-    // not 0.
+    // Operations that are not inline, for all operands; `divideSmall` takes two small ones, the
+    // divisor not 0.
     static Decimal add(Decimal left, Decimal right) noexcept;
     static Decimal multiply(Decimal left, Decimal right) noexcept;
     static Decimal divide(Decimal left, Decimal right) noexcept;

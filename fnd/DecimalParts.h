@@ -6,17 +6,17 @@
 #include "fnd/Decimal.h"
 #include "fnd/WideInteger.h"
 
-// What the files that implement `FND::Decimal` share; not part of the public interface.
+// Shared by the files that implement `FND::Decimal`; not part of the public interface.
 
 namespace FND {
 
-/// A decimal taken apart: sign, magnitude of the coefficient, scale.
+/// The parts of a decimal: sign, magnitude of the coefficient, scale.
 struct Decimal::Parts {
     UInt128 magnitude;
     int scale;
     bool negative;
 
-    /// Takes a valid number apart.
+    /// Splits a valid number.
     explicit Parts(Decimal number) noexcept : scale(number.scale()) {
         if (number.isSmall()) {
             negative = number.low_ < 0;
@@ -27,7 +27,7 @@ struct Decimal::Parts {
         }
     }
 
-    /// Puts a number together whose magnitude has at most 28 digits and whose scale is 0 to 28.
+    /// Joins a number whose magnitude has at most 28 digits and whose scale is 0 to 28.
     static Decimal join(bool negative, UInt128 magnitude, int scale) noexcept {
         const auto low = static_cast<std::int64_t>(magnitude);
         if (magnitude < static_cast<UInt128>(smallLimitCM)) [[likely]] {
@@ -37,8 +37,8 @@ struct Decimal::Parts {
                          static_cast<std::uint64_t>(scale)};
     }
 
-    /// As `join`, for a magnitude of at most `precision` digits to which 1 is added when `up` says
-    /// so. The invalid value when that makes a digit too many and none can be given up.
+    /// Like `join`, for a magnitude of at most `precision` digits; adds 1 to it if `up`. The
+    /// invalid value when that gives one digit too many and no digit can be dropped.
     static Decimal joinRounded(bool negative, UInt128 magnitude, int scale, bool up,
                                int precision) noexcept {
         magnitude += up ? 1 : 0;
@@ -50,10 +50,11 @@ struct Decimal::Parts {
         return join(negative, magnitude, scale);
     }
 
-    /// The number of any magnitude (192 bits: `upper` holds the highest 64) and any scale that is
+    /// The number with any magnitude (192 bits: `upper` holds the highest 64) and any scale that is
     /// not negative, rounded half to even to the digits available and a scale of 28. Invalid when
-    /// the integer part has too many digits. `more` says that the true magnitude is greater, by
-    /// less than 1; then it has to have too many digits. Takes words, as those travel in registers.
+    /// the integer part has too many digits. `more` means that the true magnitude is greater by
+    /// less than 1; the magnitude must have too many digits then. Takes words, as these are passed
+    /// in registers.
     static Decimal fit(bool negative, UInt128 magnitude, int scale, bool more = false,
                        std::uint64_t upper = 0) noexcept;
 

@@ -16,7 +16,7 @@ constexpr std::string_view invalidTextS = "INVALID";
 
 constexpr bool isBlank(char byte) noexcept { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
-/// `text` without the blanks around it and without its sign, which is reported.
+/// `text` without the blanks around it and without its sign, which is returned separately.
 std::string_view withoutSign(std::string_view text, bool& negative) noexcept {
     while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
@@ -182,8 +182,8 @@ double Decimal::toDouble() const noexcept {
         return static_cast<double>(low_) / powersS[high_];
     }
     if (!isValid()) return std::numeric_limits<double>::quiet_NaN();
-    // More bits of the quotient than a double has, the last one standing for all that follow: the
-    // conversion then rounds as if it saw them, and the scaling by a power of two is exact.
+    // More bits of the quotient than a double has; the last one represents all later bits. So the
+    // conversion rounds as if it saw them, and the scaling by a power of two is exact.
     const Parts parts(*this);
     const UInt128 unit = powerOf10(parts.scale);
     const int shift = std::max(66 - bitLength(parts.magnitude) + bitLength(unit), 0);

@@ -5,11 +5,11 @@
 namespace FND {
 
 /// Keeps a lock of the whole process usable in the child of a `fork`: forking waits until the lock
-/// is free, and the child finds it so, whatever other threads of the parent were doing. Guards and
-/// their locks live as long as the process. Any thread may make one.
+/// is free, and it is free in the child too, whatever other threads of the parent were doing.
+/// Guards and their locks live as long as the process. Any thread may make one.
 class ForkGuard {
 public:
-    /// In the order in which one thread takes the locks: the one that it takes first comes first.
+    /// In the order in which one thread takes the locks, the first one first.
     enum class Rank { Parse, BuiltIns, PatternMemory, NodeMemory };
 
     template <class Mutex>
@@ -18,7 +18,7 @@ public:
               auto* const handled = static_cast<Mutex*>(lock);
               if (event == Event::Fork) handled->lock();
               if (event == Event::Parent) handled->unlock();
-              // The child's thread is another one than that which took the lock.
+              // The child's thread is not the thread that took the lock.
               if (event == Event::Child) new (handled) Mutex;
           }) {
         enlist();

@@ -12,9 +12,9 @@
 
 namespace FND {
 
-/// Names an object of a database: object type, database number, object id and revision.
-/// A value of 280 bytes that never allocates; copying one costs by the length of its type, not by
-/// the room for it. Thread rule of a plain struct: read by many, or written by one.
+/// Names an object of a database: object type, database number, object id and revision. A value of
+/// 280 bytes that never allocates; the cost of a copy depends on the length of its type, not on the
+/// room for it. Thread rule of a plain struct: many threads may read it, or one may write it.
 class KESTREL_API Identifier {
 public:
     /// The longest object type name, in bytes.
@@ -52,7 +52,7 @@ public:
     /// The object type name, without NUL; it is followed by one. Points into this identifier and
     /// holds until that is changed or destroyed.
     constexpr std::string_view type() const noexcept { return {type_, typeLength()}; }
-    /// Sets the object type name to the text in front of the first NUL of `type`, cut after
+    /// Sets the object type name to the text before the first NUL of `type`, cut after
     /// `maxTypeLengthCM` bytes. `type` may be part of this identifier's own type.
     constexpr void setType(std::string_view type) noexcept {
         type = type.substr(0, maxTypeLengthCM);
@@ -72,7 +72,7 @@ public:
     constexpr void setRev(std::int32_t rev) noexcept { rev_ = rev; }
 
     /// Replaces `out` by "db:type:id:rev", the numbers in decimal, such as "1:/account:42:0".
-    /// Allocates only when the capacity of `out` does not do.
+    /// Allocates only when the capacity of `out` is too small.
     void format(String& out) const;
     /// The text that `format` gives.
     String toString() const;

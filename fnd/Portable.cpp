@@ -52,7 +52,7 @@ void sleepMillis(std::int64_t millis) noexcept {
         end.tv_nsec -= nanosPerSecondS;
         ++end.tv_sec;
     }
-    // Against a fixed end, resuming after a signal neither shortens nor stretches the pause.
+    // With a fixed end, resuming after a signal neither shortens nor stretches the pause.
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
     }
 }

@@ -13,7 +13,7 @@ std::uint64_t randomWord() {
         std::random_device device;
         return static_cast<std::uint64_t>(device()) << 32 | device();
     } catch (const std::exception&) {
-        // Better guessed at than fixed.
+        // A seed that can be guessed is better than a fixed one.
         static int placeS;
         return static_cast<std::uint64_t>(
                    std::chrono::high_resolution_clock::now().time_since_epoch().count()) *
@@ -31,7 +31,7 @@ const HashSeed& hashSeed() {
 
 namespace {
 
-// Made while the library is loaded: a fork must find none that is just being made.
+// Made while the library is loaded, so that a fork never finds it half made.
 [[maybe_unused]] const HashSeed& madeS = hashSeed();
 
 }  // namespace

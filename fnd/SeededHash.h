@@ -6,12 +6,12 @@
 
 namespace FND {
 
-// Hashes that input can not be made to collide in: they are seeded at random once a process, and
-// their values mean nothing beyond it. After the scheme of wyhash, which multiplies words into 128
-// bits and folds the product, with its constants replaced by the seed. Any thread.
+// Hashes in which input cannot force collisions: they are seeded at random once per process, and
+// their values mean nothing outside of it. After the scheme of wyhash, which multiplies words into
+// 128 bits and folds the product, with its constants replaced by the seed. Any thread.
 
 struct HashSeed {
-    std::uint64_t first;  // odd, so that it is not 0, which would end all mixing
+    std::uint64_t first;  // odd, and so not 0, which would end all mixing
     std::uint64_t second;
 };
 
@@ -30,7 +30,7 @@ inline std::uint64_t seededHash(std::uint64_t value) {
     return mixWords(value ^ seed.second, seed.first);
 }
 
-/// The hash of a text, of a few kilobytes at most as it is not counted as work.
+/// The hash of a text of a few kilobytes at most, as it is not counted as work.
 inline std::uint64_t seededHash(std::string_view text) {
     const HashSeed& seed = hashSeed();
     std::uint64_t state = seed.second ^ text.size();

@@ -4,10 +4,10 @@
 
 namespace FND {
 
-/// Namespace-like holder of the severities with which a log message is reported.
+/// Holds the severities of log messages, like a namespace.
 class KESTREL_API Status {
 public:
-    /// How grave a log message is; hosts receive it with each message. The values are fixed.
+    /// The severity of a log message; hosts receive it with each message. The values are fixed.
     enum Severity : int {
         Debug = 0,
         Info = 1,

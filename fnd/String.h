@@ -6,7 +6,7 @@
 
 namespace FND {
 
-/// A byte string: any bytes, NUL and those above 127 included; every length and position in this
+/// A byte string: any bytes, including NUL and those above 127. Every length and position in this
 /// system counts bytes. Thread rule of `std::string`.
 using String = std::string;
 

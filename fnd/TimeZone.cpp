@@ -24,7 +24,7 @@ constexpr std::string_view utcS = "UTC";
 constexpr std::int64_t secsPerDayS = 86400;
 constexpr int cycleYearsS = 400;
 constexpr std::int64_t cycleSecsS = 146097 * secsPerDayS;
-// Zones that go by one rule in the end have the same periods, whatever year their files end with.
+// Zones that follow one rule in the end have the same periods, whatever year their files end with.
 constexpr int cycleYearS = 2101;
 constexpr std::int64_t everS = std::numeric_limits<std::int64_t>::min();
 constexpr int stretchShiftS = 22;  // seven weeks: most hold one change at most
@@ -32,7 +32,7 @@ constexpr std::size_t mostPeriodsS = 30'000;
 
 std::int64_t startOf(int year) { return dayNumberOf(year, 1, 1) * secsPerDayS; }
 
-// Whether `name` is that of a file within the database, as far as can be told from it.
+// Whether `name` can be that of a file within the database, judging by the name.
 bool isDatabaseName(std::string_view name) {
     if (name.empty() || name.front() == '/') return false;
     if (name.find('\0') != std::string_view::npos) return false;
@@ -44,7 +44,8 @@ bool isDatabaseName(std::string_view name) {
     return true;
 }
 
-// The content of the regular file `path`; nothing when it cannot be had, or is no zone's by size.
+// The content of the regular file `path`; nothing when it cannot be read, or when a zone's file
+// cannot have its size.
 std::optional<String> contentOf(const String& path) {
     constexpr std::size_t most = 256 * 1024;
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
@@ -87,7 +88,7 @@ std::shared_ptr<const TimeZone> TimeZone::fromFile(const String& path) {
     if (!file) return nullptr;
     const std::optional<ZoneRule> rule = ZoneRule::parse(file->rule);
     if (!rule && !file->rule.empty()) return nullptr;
-    // A rule that changes clocks, and nothing before it, holds from ever on.
+    // A rule that changes clocks, without periods before it, has always held.
     if (rule && rule->hasSummer() && file->periods.size() == 1) file->periods.clear();
     return make(std::move(file->periods), rule ? &*rule : nullptr);
 }

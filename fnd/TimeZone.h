@@ -16,38 +16,39 @@ class ZoneRule;
 
 /// A time zone: how far its clocks are ahead of UTC at any instant, and what their time is called.
 /// Instants are seconds since 1970-01-01 UTC in the years 0001 to 9999 and some days around them.
-/// Immutable: any number of threads may use one. An answer takes some nanoseconds, without a lock.
+/// Immutable: any number of threads may use one. A query takes some nanoseconds, without a lock.
 class KESTREL_API TimeZone {
 public:
     /// UTC.
     TimeZone() noexcept = default;
 
-    /// The zone `name`: "UTC", one of the system's database, such as "Europe/Berlin", or a rule as
-    /// in the variable TZ, such as "CET-1CEST,M3.5.0,M10.5.0/3". Null for any other name. The
-    /// database is that of the folder TZDIR, or of /usr/share/zoneinfo. Throws std::bad_alloc.
+    /// The zone `name`: "UTC", a zone of the system's database, such as "Europe/Berlin", or a rule
+    /// like those of the variable TZ, such as "CET-1CEST,M3.5.0,M10.5.0/3". Null for any other
+    /// name. The database is the folder TZDIR, or /usr/share/zoneinfo. Throws std::bad_alloc.
     static std::shared_ptr<const TimeZone> find(std::string_view name);
 
     /// The zone of the process: that of TZ, or of /etc/localtime when TZ is not set; UTC when there
-    /// is no such zone. It is looked up when it is first asked for and stays that, whatever becomes
-    /// of TZ, until `rereadLocal`. Throws std::bad_alloc.
+    /// is no such zone. It is looked up when it is first needed and then stays, even if TZ changes,
+    /// until `rereadLocal`. Throws std::bad_alloc.
     static const TimeZone& local() {
         const TimeZone* const zone = localCM.load(std::memory_order_acquire);
         return zone != nullptr ? *zone : findLocal();
     }
-    /// Forgets the zone of the process, to be looked up anew. No other thread may use it meanwhile.
+    /// Forgets the zone of the process, so that it is looked up again. No other thread may use it
+    /// meanwhile.
     static void rereadLocal() noexcept;
 
-    /// What the clock is ahead of UTC at the instant `secs`, in seconds; less than two days.
+    /// The offset of the clock from UTC at the instant `secs`, in seconds; less than two days.
     std::int64_t offsetAt(std::int64_t secs) const noexcept {
         return periods_.empty() ? 0 : periodAt(secs).offset;
     }
-    /// What its time is called then, such as "CET"; holds as long as the zone.
+    /// The name of the time at this instant, such as "CET"; valid as long as the zone.
     std::string_view nameAt(std::int64_t secs) const noexcept;
 
-    /// The two instants at which the clock may show one time: by the offset that holds before and
-    /// by the one that holds after the change of offset next to it, the same where there is none.
-    /// Each is real if the clock does show the time then: both where clocks are set back, neither
-    /// where they are set forward.
+    /// The two instants at which the clock may show a given time: one by the offset before the
+    /// nearest change of offset, one by the offset after it; the same if there is no change. An
+    /// instant is real if the clock does show the time then: both are where clocks are set back,
+    /// neither is where they are set forward.
     struct Instants {
         std::int64_t before;
         std::int64_t after;
@@ -57,8 +58,8 @@ public:
     /// The instants for a clock of `localSecs`, counted as if it were UTC.
     Instants instantsOf(std::int64_t localSecs) const noexcept;
 
-    /// Tells zones apart by what they answer: 16 hexadecimal digits, which two zones with the same
-    /// answers have in common. No seal against forgers.
+    /// Distinguishes zones by their answers: 16 hexadecimal digits, which two zones share when all
+    /// their answers are equal. No protection against forgery.
     String digest() const;
 
 private:
@@ -69,8 +70,8 @@ private:
         std::uint16_t nameSize;
     };
 
-    // `periods` are those that are known one by one, the first from ever on; none if `rule` holds
-    // from ever on. What follows them goes by `rule`, unless that is null. Null for too many.
+    // `periods` lists the periods known one by one, the first without a beginning; none if `rule`
+    // always holds. After them `rule` holds, unless it is null. Null when there are too many.
     static std::shared_ptr<const TimeZone> make(std::vector<ZonePeriod> periods,
                                                 const ZoneRule* rule);
     static const TimeZone& findLocal();
@@ -87,12 +88,12 @@ private:
     // long as they run.
     static std::atomic<const TimeZone*> localCM;
 
-    std::vector<Period> periods_;  // ascending, the first from ever on; none in UTC
+    std::vector<Period> periods_;  // ascending, the first one without a beginning; none in UTC
     String names_;
-    // For each stretch of time from the second period on the period that it begins in.
+    // For each stretch of time, beginning with the second period, the period in which it begins.
     std::vector<std::uint16_t> index_;
-    // From the instant `foldsFrom_` on, the answers are those of the 400 years from `cycle_` on,
-    // over and over: so long the calendar takes to repeat, weekdays included.
+    // From the instant `foldsFrom_` on, the answers of the 400 years from `cycle_` on repeat: that
+    // is the cycle of the calendar, including weekdays.
     std::int64_t foldsFrom_ = neverCM;
     std::int64_t cycle_ = 0;
 };

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// Unsigned integers of 128 and 192 bits for the coefficients of decimals and what comes of them
-// underway. Not part of the public interface.
+// Unsigned integers of 128 and 192 bits for the coefficients of decimals and intermediate results.
+// Not part of the public interface.
 
 namespace FND {
 
@@ -58,7 +58,7 @@ constexpr UInt192 difference(const UInt192& left, const UInt192& right) noexcept
     return {left.low - right.low, left.high - right.high - (left.low < right.low ? 1 : 0)};
 }
 
-/// `number` shifted to the left by 0 to 191 bits, none of which may be lost.
+/// `number` shifted to the left by 0 to 191 bits; no bit may be lost.
 constexpr UInt192 shiftedLeft(UInt128 number, int bits) noexcept {
     if (bits >= 128) return {0, lowWord(number) << (bits - 128)};
     return {number << bits, bits == 0 ? 0 : lowWord(number >> (128 - bits))};
@@ -148,8 +148,8 @@ constexpr int bitLength(UInt128 number) noexcept {
     return high != 0 ? 64 + bitLength(high) : bitLength(lowWord(number));
 }
 
-/// What the digit counts start from: 1233 / 4096 is log10(2), near enough for 192 bits, and the
-/// number of digits is this or one more.
+/// The estimate from which digits are counted: 1233 / 4096 is close enough to log10(2) for 192
+/// bits, and the number of digits is the estimate or one more.
 constexpr int leastDigitCount(int bits) noexcept { return bits * 1233 >> 12; }
 
 /// Decimal digits of a number; 0 for 0.
@@ -164,8 +164,8 @@ inline int digitCount(const UInt192& number) noexcept {
     return least + (isLess(number, widePowersOf10S[static_cast<std::size_t>(least - 38)]) ? 0 : 1);
 }
 
-/// For each power of ten from 10^1 to 10^38, what division by it takes: the power itself, the
-/// greatest `shift` with 2^shift below it, and 2^(128 + shift) divided by it, rounded down.
+/// For each power of ten from 10^1 to 10^38, the constants for dividing by it: the power itself,
+/// the greatest `shift` with 2^shift below it, and 2^(128 + shift) divided by it, rounded down.
 struct PowerReciprocal {
     UInt128 power;
     UInt128 reciprocal;
@@ -198,7 +198,7 @@ struct WideQuotientRemainder {
     UInt128 remainder;
 };
 
-/// Divides by 10^`exponent`, 1 to 38, multiplying by the reciprocal instead.
+/// Divides by 10^`exponent`, 1 to 38, through multiplication by the reciprocal.
 inline WideQuotientRemainder divideByPowerOf10(UInt128 number, int exponent) noexcept {
     const PowerReciprocal& entry = powerReciprocalsS[static_cast<std::size_t>(exponent)];
     // As the reciprocal is rounded down, this is the quotient or one less.
@@ -228,7 +228,7 @@ inline WideQuotientRemainder divideByPowerOf10(const UInt192& number, int expone
     return {quotient, remainder};
 }
 
-/// Divides by any number the 192 bits `number`; the quotient must fit 128 bits.
+/// Divides the 192 bits `number` by any number; the quotient must fit 128 bits.
 inline WideQuotientRemainder divideWide(const UInt192& number, UInt128 divisor) noexcept {
     if (highWord(divisor) == 0) {
         const auto upper = divideWords(number.high, highWord(number.low), lowWord(divisor));

@@ -19,7 +19,7 @@ std::int64_t bigEndian(const char* bytes, std::size_t size) {
     return static_cast<std::int64_t>(value);
 }
 
-/// The numbers of things that a block of data holds, in the order of the header.
+/// The counts of the entries in a block of data, in the order of the header.
 struct Counts {
     std::uint64_t utcMarks;
     std::uint64_t standardMarks;
@@ -34,8 +34,8 @@ struct Counts {
     }
 };
 
-/// Takes the header from the front of `bytes`; false when there is none, or less than it tells of
-/// follows, with times of `timeSize` bytes.
+/// Reads the header from the front of `bytes`; false when there is none, or when less data follows
+/// than it announces, with times of `timeSize` bytes.
 bool readHeader(std::string_view& bytes, std::size_t timeSize, char& version, Counts& counts) {
     if (bytes.size() < headerSizeS || !bytes.starts_with("TZif")) return false;
     version = bytes[4];
@@ -74,7 +74,7 @@ bool readData(std::string_view bytes, std::size_t timeSize, const Counts& counts
     if (!append(ever, 0)) return false;
     for (std::size_t i = 0; i < indices.size(); ++i) {
         const std::int64_t begin = bigEndian(times.data() + i * timeSize, timeSize);
-        // What was "before all" for the tool that wrote the file.
+        // The tool that wrote the file uses this time for "before everything".
         if (begin == ever && i == 0) file.periods.clear();
         if (!append(begin, static_cast<unsigned char>(indices[i]))) return false;
     }
@@ -92,7 +92,7 @@ std::optional<ZoneFile> readZoneFile(std::string_view bytes) {
         if (!readData(bytes, 4, counts, file)) return std::nullopt;
         return file;
     }
-    // The same follows with times of 64 bits, and then the rule in a line of its own.
+    // The same data follows with times of 64 bits, and then the rule in a line of its own.
     bytes.remove_prefix(counts.size(4));
     if (!readHeader(bytes, 8, version, counts) || !readData(bytes, 8, counts, file)) {
         return std::nullopt;

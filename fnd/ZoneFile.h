@@ -9,14 +9,14 @@
 
 namespace FND {
 
-/// What a file of the system's zone database tells of a zone.
+/// The content of a file of the system's zone database.
 struct ZoneFile {
-    std::vector<ZonePeriod> periods;  ///< Ascending; the first one holds from ever on.
-    String rule;                      ///< By which it goes on then; empty: as it is at last.
+    std::vector<ZonePeriod> periods;  ///< Ascending; the first one has no beginning.
+    String rule;  ///< The rule that holds afterwards; empty: the last period goes on.
 };
 
-/// Reads `bytes`, the content of such a file (RFC 8536, versions 1 to 4); nothing when they are
-/// none, or damaged. Leap seconds are not counted.
+/// Reads `bytes`, the content of such a file (RFC 8536, versions 1 to 4); nothing when it is no
+/// such file, or damaged. Leap seconds are not counted.
 std::optional<ZoneFile> readZoneFile(std::string_view bytes);
 
 }  // namespace FND

@@ -16,8 +16,8 @@ constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && 
 
 }  // namespace
 
-/// Takes the parts of a rule from the front of its text; each function gives false when there is no
-/// such part.
+/// Reads the parts of a rule from the front of its text; each function gives false when the part is
+/// missing.
 class ZoneRule::Reader {
 public:
     explicit Reader(std::string_view text) : text_(text) {}
@@ -31,7 +31,7 @@ public:
         return true;
     }
 
-    /// Letters, or between angle brackets letters, digits and signs; at least three.
+    /// Letters, or letters, digits and signs between angle brackets; at least three.
     bool readName(String& name) {
         constexpr std::size_t shortest = 3;
         constexpr std::size_t longest = 30;
@@ -74,7 +74,7 @@ public:
         return true;
     }
 
-    /// An offset, which is written as what is to be added to the clock's time to get UTC.
+    /// An offset, written as the amount to add to the clock's time to get UTC.
     bool readOffset(std::int32_t& offset) {
         constexpr int mostHours = 24;
         std::int64_t secs = 0;

@@ -17,15 +17,15 @@ struct ZonePeriod {
     String name;
 };
 
-/// The rule by which a zone sets its clocks in every year, as the variable TZ tells it:
+/// The rule by which a zone sets its clocks every year, in the form of the variable TZ:
 /// "CET-1CEST,M3.5.0,M10.5.0/3". Immutable.
 class ZoneRule {
 public:
-    /// The rule that `text` tells; nothing for any other text. Summer time without dates has those
-    /// of the United States.
+    /// The rule that `text` gives; nothing for any other text. Summer time without dates uses the
+    /// dates of the United States.
     static std::optional<ZoneRule> parse(std::string_view text);
 
-    /// Standard time; its `begin` means nothing.
+    /// Standard time; its `begin` has no meaning.
     const ZonePeriod& standard() const { return standard_; }
     /// Whether clocks are changed at all.
     bool hasSummer() const { return hasSummer_; }
@@ -42,7 +42,7 @@ private:
         Kind kind = Kind::Weekday;
         int month = 1;
         int week = 1;  // 5 is the last
-        int day = 0;   // 0 is Sunday; or the day of the year, from 0, or from 1 in a common one
+        int day = 0;   // 0 is Sunday; or the day of the year, from 0, or from 1 without leap days
         std::int64_t secs = 0;  // of the clock as it is before the change
     };
     class Reader;
