@@ -5,5 +5,5 @@
 /// a `dynamic_cast` or calls.
 #define KESTREL_API __attribute__((visibility("default")))
 
-/// Marks a member of a public class that is for the library alone.
+/// Marks a member of a public class that only the library uses.
 #define KESTREL_HIDDEN __attribute__((visibility("hidden")))

@@ -136,7 +136,7 @@ bool checkString(int type) {
 struct ConditionList::State {
     explicit State(Interpreter& owner) : interpreter(owner) {}
 
-    // Whether the conditions are of the script that is compiled now; false after a message.
+    // Whether the conditions belong to the script that is compiled now; false after a message.
     bool isCurrent();
     bool holds(std::size_t index);
     template <class Action>
@@ -144,7 +144,7 @@ struct ConditionList::State {
 
     Interpreter& interpreter;
     std::vector<std::unique_ptr<BoolNode>> conditions;
-    std::int64_t buffers = 0;  // what the conditions' nodes took
+    std::int64_t buffers = 0;  // bytes taken by the conditions' nodes
     std::uint64_t generation = 0;
     bool isEvaluating = false;
 };

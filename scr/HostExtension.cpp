@@ -16,12 +16,12 @@ struct HostExtension::State {
     explicit State(FND::String ownName) : name(std::move(ownName)) {}
 
     void log(const FND::String& message, FND::Status::Severity severity);
-    // Keeps `variable` under the name, unless that is refused; false, after a message, then.
+    // Keeps `variable` under the name; false, after a message, when the name is refused.
     bool insert(const FND::String& variableName, std::unique_ptr<Variable>& variable);
 
     const FND::String name;
     Interpreter* interpreter = nullptr;                                   // owns the extension
-    std::vector<std::pair<FND::String, FND::Status::Severity>> messages;  // until it does
+    std::vector<std::pair<FND::String, FND::Status::Severity>> messages;  // kept until there is one
     std::unordered_map<FND::String, std::unique_ptr<Variable>> variables;
     std::vector<std::unique_ptr<Variable>> nameless;
     Host::FieldIds fieldIds;

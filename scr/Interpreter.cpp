@@ -48,12 +48,12 @@ private:
 
 }  // namespace
 
-// All that an interpreter consists of.
+// The whole state of an interpreter.
 struct Interpreter::State {
     State(Interpreter& self, Log* sink)
         : interpreter(self), log(sink), control(self), automata(self) {}
 
-    // Runs "BEGIN" unless there are analyses, to which the parse is told.
+    // Runs "BEGIN", unless there are analyses, which then follow the parse.
     bool compileScript(const FND::String& text, Analyses* follower);
     bool checkScript(const FND::String& text, FlowAnalysis* flow);
     void logReentries(const ScriptRecord& record);
@@ -69,21 +69,21 @@ struct Interpreter::State {
     std::int64_t compiledLines = 0;
     std::uint64_t errorCount = 0;
     std::uint64_t generation = 0;
-    int openLogs = 0;  // calls of the log within each other
+    int openLogs = 0;  // nested calls of the log
     bool isCompiling = false;
     bool isCompiled = false;
     bool isValid = false;
     bool runsEnd = false;
-    bool hasPrinted = false;                 // what may wait in the output
+    bool hasPrinted = false;                 // something may wait in the output
     Analyses* analyses = nullptr;            // not owned
     PendingBuilds* pendingBuilds = nullptr;  // not owned
     std::vector<FND::String> includePath;
-    std::shared_ptr<const FND::TimeZone> timeZone;  // null for that of the process
+    std::shared_ptr<const FND::TimeZone> timeZone;  // null for the zone of the process
     Capabilities capabilities;
-    std::shared_ptr<const FileAccess> files = FileAccess::any();  // that `capabilities` grant
+    std::shared_ptr<const FileAccess> files = FileAccess::any();  // granted by `capabilities`
     std::shared_ptr<const FileAccess> includeFiles = files;       // the same for include lines
     PlaceTable places;
-    std::size_t scriptPlaces = 0;  // those of the script; the query's follow
+    std::size_t scriptPlaces = 0;  // of the script; those of the query follow
     RunControl control;
     OpenFiles openFiles{control};
     Output* output = &standardOutput();  // not owned
@@ -91,7 +91,7 @@ struct Interpreter::State {
     // These are destroyed first, as they use the rest.
     SymbolTable symbols;
     std::unique_ptr<BoolNode> query;
-    std::int64_t queryBuffers = 0;  // what the query's nodes took
+    std::int64_t queryBuffers = 0;  // bytes taken by the query's nodes
 };
 
 Interpreter::Interpreter(Log* log) {
@@ -116,8 +116,8 @@ Interpreter::Interpreter(Log* log) {
 
 Interpreter::~Interpreter() { finish(); }
 
-// Keeps others from compiling; false, after a message, when something is compiled or executed,
-// which a compile would destroy.
+// Keeps others from compiling; false, after a message, while something is compiled or executed, as
+// a compile would destroy it.
 class Interpreter::CompileScope {
 public:
     explicit CompileScope(State& state) : state_(state) {

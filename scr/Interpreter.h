@@ -141,9 +141,9 @@ public:
     /// Whether the last compile or execution was stopped, by a limit, an interruption or the
     /// failure of a host's function.
     bool wasStopped() const;
-    /// Whether the script that runs has to stop, by a limit or an interruption: for a host's
-    /// function or output that works or waits for long, which gives up then. The script stops when
-    /// it returns.
+    /// Whether the running script has to stop, because of a limit or an interruption. A host's
+    /// function or output that works or waits for long asks this and gives up then; the script
+    /// stops when it returns.
     bool mustStop() const;
 
     /// For hosts that run scripts on stacks of their own, such as fibers: the lowest address that
@@ -197,7 +197,7 @@ public:
     /// The number of lines of the text compiled last; 0 when it did not compile.
     std::int64_t compiledLines() const;
 
-    // What the parts of the library ask of one another; hidden from hosts.
+    // Used by the parts of the library; hidden from hosts.
 
     /// The analyses that follow the current parse, when it is that of `check`; otherwise null.
     KESTREL_HIDDEN Analyses* analyses() const;
@@ -225,7 +225,7 @@ public:
     KESTREL_HIDDEN void pendingBuilds(PendingBuilds* pending);
     /// The built-in library.
     KESTREL_HIDDEN MainExtension& mainExtension();
-    /// As the public one; adds to `buffers` what the conditions took.
+    /// Like the public one; adds to `buffers` the bytes that the conditions took.
     KESTREL_HIDDEN bool compileConditions(const FND::String& text, CompareInterface& target,
                                           std::int64_t& buffers);
 

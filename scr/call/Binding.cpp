@@ -39,7 +39,7 @@ bool hasClassOfType(const Node& node, int typeWord) {
         case TypeCode::Nexid:
             return is.operator()<NexidNode, NexidDataNode>();
         case TypeCode::Adt:
-            // A call of a script's function gives the handle as a plain Long.
+            // A call of a script's function gives a handle as a plain Long.
             return is.operator()<AdtNode, AdtDataNode>() || (!isLeft && is.operator()<LongNode>());
         case TypeCode::Array:
             return is.operator()<ArrayNode>();
@@ -50,7 +50,7 @@ bool hasClassOfType(const Node& node, int typeWord) {
         case TypeCode::Function:
             return is.operator()<FctCallNode>();
         default:
-            return true;  // never used by its type
+            return true;  // its type is never used
     }
 }
 

@@ -11,19 +11,19 @@ namespace SCR {
 
 class Interpreter;
 
-// What is shared by all that make a node of operands on the parser stack: descriptors, the parser's
+// Shared by the makers of nodes from operands on the parser stack: descriptors, the parser's
 // actions and receivers of conditions.
 
-/// Pushes a node with a type word; the traits are those of a node of its own height on top of its
-/// operands'. Refuses trees nested too deep.
+/// Pushes a node with a type word. Its traits describe a node one level above its operands. Refuses
+/// trees nested too deep.
 bool pushNested(const Interpreter& interpreter, ParserStack& stack, std::unique_ptr<Node> node,
                 int typeWord, OperandTraits traits);
 
-/// Whether `node` is of the class that operands of the type word `typeWord` have; what hosts make
+/// Whether `node` is of the class that operands of the type word `typeWord` have; nodes of hosts
 /// may not be.
 bool hasClassOfType(const Node& node, int typeWord);
 
-/// Finds out whether what a host was asked for gave false without a report.
+/// Notices whether a host's code gave false without a report.
 class ErrorWatch {
 public:
     explicit ErrorWatch(const Interpreter& interpreter);

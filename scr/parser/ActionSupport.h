@@ -16,7 +16,7 @@ class Variable;
 
 // Shared by the parser actions.
 
-/// A new `Class`, made from a pointer that it takes over; without memory nothing is lost.
+/// A new `Class`, made from a pointer that it takes over. Nothing leaks when there is no memory.
 template <class Class, class Owned, class... Arguments>
 std::unique_ptr<Class> makeOwner(std::unique_ptr<Owned> owned, Arguments&&... arguments) {
     // The memory exists before the pointer is released.

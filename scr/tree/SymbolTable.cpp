@@ -8,7 +8,7 @@ namespace SCR {
 
 namespace {
 
-// Makes the next push_back allocate nothing, so that it cannot fail once an object is taken over.
+// Makes the next push_back allocate nothing, so that it cannot fail after an object is taken over.
 template <class Element>
 void makeRoom(std::vector<Element>& elements) {
     if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 8);
@@ -20,7 +20,7 @@ SymbolTable::~SymbolTable() {
     mainFunction_.reset();
     functions_.clear();
     globalIdentifiers_.clear();
-    // In the order of insertion; a container's own order of destruction is not fixed.
+    // In the order of insertion, since a container does not fix the order of destruction.
     for (std::unique_ptr<Extension>& extension : extensions_) extension.reset();
 }
 

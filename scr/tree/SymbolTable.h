@@ -14,9 +14,9 @@
 
 namespace SCR {
 
-/// What names stand for while an interpreter compiles, and the blocks that are open then: the main
+/// The meanings of names while an interpreter compiles, and the blocks that are open then: the main
 /// function, the functions of the script, the constants of the host and the extensions.
-/// `Interpreter` hands these calls on and describes them.
+/// `Interpreter` passes calls on to it and documents them.
 class SymbolTable {
 public:
     SymbolTable() = default;
@@ -49,10 +49,10 @@ public:
         return globalIdentifiers_.contains(name);
     }
     Extension* extension(const FND::String& name) const;
-    /// Takes the extension over; when it throws, the caller still owns it.
+    /// Takes ownership of the extension; when it throws, the caller still owns it.
     void insertExtension(Extension* extension);
 
-    /// What the values of the script's variables take besides the variables themselves, in bytes.
+    /// The memory of the script's variables outside the variables themselves, in bytes.
     std::size_t heapBytes() const;
 
 private:
