@@ -7,7 +7,7 @@
 #include "fnd/DateTime.h"
 #include "fnd/Identifier.h"
 
-// Dates and identifiers as scripts use them; the C library's way to the same for comparison.
+// Dates and identifiers as scripts use them; the same by the C library for comparison.
 
 namespace {
 

@@ -1,5 +1,5 @@
-// Measures the pattern engine beside the libraries that do the same, and a rating table. All
-// matchers see the same patterns and texts, and the matches that they find are compared.
+// Measures the pattern engine next to libraries that do the same, and a rating table. All matchers
+// see the same patterns and texts, and the matches that they find are compared.
 //
 // usage: fsm_bench [number of short texts, 1000000 [sets, "abcde"]]
 #include <time.h>
@@ -229,7 +229,7 @@ private:
     std::vector<std::int32_t> paths_;
 };
 
-/// Texts one behind the other, a NUL after each.
+/// Texts one after the other, with a NUL after each.
 struct Texts {
     Texts(const PatternSet& set, std::size_t count, std::size_t shortest, std::size_t longest) {
         std::vector<std::size_t> begins;
@@ -253,7 +253,7 @@ double median(std::vector<double> values) {
 }
 
 /// The times of each round, in ns for each text, by matcher. In a round the matchers take turns, so
-/// that what slows the machine down for a while slows all of them.
+/// that a temporary slowdown of the machine affects all of them.
 using Rounds = std::vector<std::vector<double>>;
 
 Rounds nanoseconds(const std::vector<Matcher*>& matchers, const Texts& texts) {
@@ -270,7 +270,7 @@ Rounds nanoseconds(const std::vector<Matcher*>& matchers, const Texts& texts) {
     return times;
 }
 
-/// The median over the rounds of how many times as long as `own` the `other` took.
+/// The median over the rounds of the ratio of `other`'s time to that of `own`.
 double ratio(const std::vector<double>& own, const std::vector<double>& other) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < own.size(); ++i) ratios.push_back(other[i] / own[i]);
@@ -327,7 +327,7 @@ bool measure(const PatternSet& set, std::size_t shortTexts) {
                 matcher->name(), builds[each], builds[each] / builds[0], shortTime,
                 ratio(shortTimes[0], shortTimes[each]), longTime,
                 ratio(longTimes[0], longTimes[each]));
-            // All texts of which all matchers are asked, one by one.
+            // All texts, put to all matchers one by one.
             for (const Texts* texts : {&shorts, &longs}) {
                 std::size_t step = std::max<std::size_t>(1, texts->views.size() / 20000);
                 for (std::size_t i = 0; i < texts->views.size() && agrees; i += step) {

@@ -1,4 +1,4 @@
-// Hyperscan's databases of patterns, beside which fsm_bench measures.
+// Hyperscan's databases of patterns, for comparison in fsm_bench.
 #include <hs.h>
 
 #include <algorithm>

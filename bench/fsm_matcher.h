@@ -13,11 +13,11 @@ public:
     virtual const char* name() const = 0;
     /// False if the library cannot take the patterns.
     virtual bool build(const std::vector<std::string>& patterns) = 0;
-    /// Matches all texts, each of which a NUL follows; gives the number of matches of them all.
+    /// Matches all texts, each followed by a NUL; gives the total number of matches.
     virtual std::size_t matchAll(const std::vector<std::string_view>& texts) = 0;
     /// The matching patterns of one text, ascending.
     virtual std::vector<std::int32_t> match(std::string_view text) = 0;
-    /// What there is to say about the built automaton.
+    /// Information about the built automaton.
     virtual std::string facts() const { return ""; }
 };
 

@@ -1,4 +1,4 @@
-// RE2's sets of patterns, beside which fsm_bench measures.
+// RE2's sets of patterns, for comparison in fsm_bench.
 #include <re2/re2.h>
 #include <re2/set.h>
 

@@ -1,5 +1,5 @@
-// What a statement takes, by what it computes: each runs 1000 times in a loop of the script, whose
-// own cost the first one shows. Also what executing a script takes on its own.
+// The time of a statement, by its kind: each runs 1000 times in a loop of the script, whose own
+// cost the first one shows. Also the time of executing a script at all.
 #include <benchmark/benchmark.h>
 
 #include "scr/Interpreter.h"

@@ -8,7 +8,7 @@ target_compile_features(kestrel PUBLIC cxx_std_20)
 kestrel_warnings(kestrel)
 kestrel_hardening(kestrel)
 
-# A layer lists its public headers beside its sources; users see them as those of one library.
+# A layer lists its public headers next to its sources; users see them as those of one library.
 foreach(layer IN LISTS kestrel_layers)
     get_target_property(headers ${layer} HEADER_SET)
     if(headers)
@@ -18,7 +18,7 @@ foreach(layer IN LISTS kestrel_layers)
 endforeach()
 
 set(kestrel_exports ${CMAKE_CURRENT_LIST_DIR}/kestrel.map)
-# Calls within the library are not to be redirected by others, and go straight.
+# Calls within the library go straight to their targets; nobody may redirect them.
 target_link_options(kestrel PRIVATE LINKER:--version-script=${kestrel_exports}
     LINKER:-Bsymbolic-functions)
 if(NOT KESTREL_SANITIZE)

@@ -1,5 +1,4 @@
-# Warnings that every target of the project is built with, and the sanitizers asked for; never
-# passed on to users.
+# Warnings for every target of the project, and the sanitizers asked for; never passed on to users.
 # -Wrestrict of GCC 12 mistakes `"text" + string` for overlapping copies.
 function(kestrel_warnings target)
     target_compile_options(${target} PRIVATE
@@ -13,8 +12,8 @@ function(kestrel_warnings target)
     endif()
 endfunction()
 
-# What makes faults of an optimised build harder to exploit: full RELRO, guarded stacks, checked calls
-# of the C library, and marks for the processor's control-flow enforcement; never passed on to users.
+# Makes faults of an optimised build harder to exploit: full RELRO, guarded stacks, checked calls of
+# the C library, and marks for the processor's control-flow enforcement; never passed on to users.
 function(kestrel_hardening target)
     if(KESTREL_SANITIZE)
         return()

@@ -3,7 +3,7 @@
 
 #include "script.h"
 
-/// Compiles the input as a script, twice on one interpreter, and then a sound script.
+/// Compiles the input as a script, twice on one interpreter, and then a valid script.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const FND::String text(reinterpret_cast<const char*>(data), size);
     Fuzz::CountingLog log;

@@ -18,8 +18,8 @@ bool mayHaveEffects(std::string_view text) { return text.find_first_of("({[") !=
 
 }  // namespace
 
-/// Compiles the input as a list of conditions and as a query, on top of a small script, and holds
-/// the ways to evaluate them against each other.
+/// Compiles the input as a list of conditions and as a query, on top of a small script, and
+/// compares the ways to evaluate them with each other.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const FND::String text(reinterpret_cast<const char*>(data), size);
     Fuzz::CountingLog log;

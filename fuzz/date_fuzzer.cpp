@@ -132,7 +132,8 @@ void checkMoves(FND::DateTime date, std::int64_t count) {
     check(moved.addYears(count) == other.addMonths(12 * count) && moved == other);
 }
 
-// What a text says by a pattern comes back when it is written by that pattern and read again.
+// A date read from a text by a pattern is the same after it is written and read by that pattern
+// again.
 void checkPattern(FND::DateTime date, std::string_view text, std::string_view pattern) {
     FND::String first;
     FND::String again;
@@ -142,13 +143,13 @@ void checkPattern(FND::DateTime date, std::string_view text, std::string_view pa
         each.format(first, pattern, FND::DateTime::Zone::Utc);
         check(first.size() <= 13 * pattern.size() + 7);
         const FND::DateTime found = FND::DateTime::parse(first, pattern);
-        // Blanks in a pattern also take those that lead a number, which then may take a digit more.
+        // Blanks in a pattern also match those before a number, which then may have one more digit.
         if (!found.isValid() || pattern.find_first_of("ekl") != pattern.npos) continue;
         found.format(again, pattern, FND::DateTime::Zone::Utc);
         check(again == first);
         if (each != date && !hasZone) check(found == each);
     }
-    // The local clock is that of UTC, moved.
+    // The local clock is that of UTC, shifted.
     const FND::DateTime local(date.toLocalSecs());
     if (!local.isValid() || hasZone || pattern.find('s') != pattern.npos) return;
     local.format(first, pattern, FND::DateTime::Zone::Utc);
@@ -169,7 +170,7 @@ void chooseZone(unsigned index) {
 }  // namespace
 
 /// Reads a date, the input up to its first "|", without a pattern and by one, the rest, and makes
-/// one of the first eight bytes; holds them against a plain calendar.
+/// one of the first eight bytes; compares them with a plain calendar.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 8 || size > 300) return 0;
     chooseZone(data[0] % 4);

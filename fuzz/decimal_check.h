@@ -10,11 +10,11 @@
 #include "fnd/Decimal.h"
 #include "schoolbook.h"
 
-/// Holds two decimals, and what they give together, against the schoolbook.
+/// Compares two decimals, and the results of operations on them, with the schoolbook.
 class DecimalCheck {
 public:
-    /// What differs first for the numbers that `left` and `right` spell, with results of `width`
-    /// digits (28 or 18), rounded to `places`; empty when nothing does. Operands have up to 28
+    /// The first difference for the numbers that `left` and `right` spell, with results of `width`
+    /// digits (28 or 18), rounded to `places`; empty when there is none. Operands have up to 28
     /// digits in both widths.
     static std::string difference(std::string_view left, std::string_view right, int width,
                                   int places) {
@@ -137,7 +137,7 @@ private:
         same("product", a * b, fitted(product(left, right), width_));
         Expected quotient = Schoolbook::quotient(left, right, width_);
         if (quotient) {
-            // Without zeros at its end, but for those that the operands' scales ask for.
+            // Without trailing zeros, except for those that the operands' scales require.
             const std::size_t least = left.scale - std::min(left.scale, right.scale);
             std::string& digits = quotient->digits;
             for (; quotient->scale > least && (digits.empty() || digits.back() == '0');

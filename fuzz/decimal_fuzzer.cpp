@@ -7,8 +7,9 @@
 
 #include "decimal_check.h"
 
-/// Reads two decimals, the input cut at its first "|", and holds them and what they give together
-/// against the schoolbook. The first byte chooses the digits available and the places to round to.
+/// Reads two decimals, the input cut at its first "|", and compares them and the results of
+/// operations with the schoolbook. The first byte chooses the digits available and the places to
+/// round to.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0 || size > 200) return 0;
     const int places = data[0] % 32 % 29;

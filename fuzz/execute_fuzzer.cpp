@@ -4,8 +4,8 @@
 #include "script.h"
 #include "tests/Allocations.h"
 
-/// Runs the input as a script within limits, three times, and a sound script on the same
-/// interpreter after it. It takes no more memory than the limit and a little.
+/// Runs the input as a script within limits, three times, and then a valid script on the same
+/// interpreter. It may take little more memory than the limit.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Fuzz::CountingLog log;
     SCR::Interpreter interpreter(&log);

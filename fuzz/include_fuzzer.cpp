@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t maxBytesS = 1 << 16;
 
-/// A folder of its own with a few files, that is gone when the program ends.
+/// A folder with a few files, removed when the program ends.
 class Folder {
 public:
     Folder() {
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (log.errors != (isExpanded ? 0 : 1)) std::abort();
     if (output.size() > maxBytesS || output.empty() == isExpanded) std::abort();
 
-    // The lines come out the same, one by one and in runs between include lines.
+    // The lines are the same, one by one and in runs between include lines.
     SCR::PreProFileData single(FND::String(), text);
     SCR::PreProFileData runs(FND::String(), text);
     std::string_view run;

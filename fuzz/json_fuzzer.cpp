@@ -174,13 +174,13 @@ private:
 };
 
 const Node* member(const Node& object, std::string_view name) {
-    // The last of a name counts.
+    // The last member of a name counts.
     const Node* last = nullptr;
     for (const Node& child : object.children) {
         if (child.name == name) last = &child;
     }
     if (last != nullptr) return last;
-    // "_" also stands for a byte that no identifier has.
+    // "_" also matches a byte that identifiers cannot have.
     for (const Node& child : object.children) {
         bool fits = child.name.size() == name.size();
         for (std::size_t i = 0; fits && i < name.size(); ++i) {
@@ -199,7 +199,7 @@ struct Field {
     std::vector<long> indices;
 };
 
-// Where `field` leads in `object`; null when it is missing.
+// The value of `field` in `object`; null when it is missing.
 const Node* findNode(const Node& object, const Field& field) {
     const Node* node = &object;
     std::size_t name = 0;
@@ -221,7 +221,7 @@ const Node* findNode(const Node& object, const Field& field) {
     return node;
 }
 
-// A text with the bytes that must be readable behind it, and not one more.
+// A text followed by exactly the bytes that must be readable after it.
 class Padded {
 public:
     explicit Padded(std::string_view text)
@@ -271,7 +271,7 @@ public:
         return isSound;
     }
 
-    // Does with field `path` what `operation` says.
+    // Applies `operation` to field `path`.
     void step(std::size_t path, std::vector<long> indices, unsigned operation,
               std::string_view text) {
         constexpr std::array<std::string_view, 8> values{
@@ -298,7 +298,7 @@ public:
     }
 
 private:
-    // All fields are where another record finds them that reads what is written.
+    // Another record that reads the output finds the same fields.
     void checkFields() {
         const Padded written(record_.text());
         check(again_.take(written.text()) == nullptr);
@@ -362,8 +362,8 @@ private:
         checkWithout(tree, *now, node);
     }
 
-    // `now` is `old` without `gone` and what has its name, byte for byte but for the space and
-    // commas around them.
+    // `now` is `old` without `gone` and the members of its name, byte for byte except for the space
+    // and commas around them.
     static void checkWithout(const Node& old, const Node& now, const Node* gone) {
         check(old.kind == now.kind);
         if (old.raw == now.raw) return;
@@ -385,8 +385,8 @@ private:
 
 }  // namespace
 
-/// The first line of the input says what is done with the record behind it: three bytes a step, for
-/// the field, its indices and the operation.
+/// The first line of the input is a program for the record after it: three bytes per step, for the
+/// field, its indices and the operation.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view input(reinterpret_cast<const char*>(data), size);
     const std::size_t end = input.find('\n');

@@ -20,8 +20,8 @@ constexpr std::size_t maxPatternsS = 4;
 constexpr std::size_t stateLimitS = 500;
 constexpr std::size_t maxTextS = 24;  // the naive matcher takes up to 63 bytes
 
-/// Cuts `input` at each byte 255; what follows the fourth cut, or the last one if there are fewer,
-/// is the text.
+/// Cuts `input` at each byte 255; the part after the fourth cut, or after the last one if there are
+/// fewer, is the text.
 std::vector<std::string> piecesOf(std::string_view input) {
     std::vector<std::string> pieces;
     while (pieces.size() < maxPatternsS) {
@@ -47,7 +47,7 @@ bool isSmall(const reference::Node* node, double& steps) {
     return steps < 1e5;
 }
 
-/// Whether a count may be large enough to be slow and is not refused at once.
+/// Whether a count may be so large that it is slow but not refused at once.
 bool hasLargeCount(std::string_view pattern) {
     std::size_t digits = 0;
     for (const char c : pattern) {
@@ -78,8 +78,8 @@ void checkText(const FSM::Engine& engine, const FSM::EngineGroup& group,
     if (!meanings.empty()) check(reference::report(meanings, text) == paths);
 }
 
-// Inserts a pattern that parses; refused ones are told on standard output otherwise. Gives why it
-// was refused.
+// Inserts a pattern that parses; refused ones would be reported on standard output. Gives the
+// reason for a refusal.
 std::string insertQuietly(FSM::Engine& engine, const std::string& pattern) {
     FND::String error;
     if (FSM::checkPattern(pattern, error)) {
@@ -92,9 +92,9 @@ std::string insertQuietly(FSM::Engine& engine, const std::string& pattern) {
 
 }  // namespace
 
-/// Makes the same automaton in three ways of up to four patterns, and holds what they report for a
-/// text, its beginnings and the texts of the analysis against each other and, where that is quick
-/// enough, against the naive matcher.
+/// Makes the same automaton of up to four patterns in three ways, and compares their reports for a
+/// text, its beginnings and the texts of the analysis with each other and, if that is quick enough,
+/// with the naive matcher.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size > maxInputS) return 0;
     if (hasLargeCount({reinterpret_cast<const char*>(data), size})) return 0;

@@ -36,7 +36,7 @@ int fileOf(std::string_view content) {
     return fileS;
 }
 
-// The fields of a sound record, cut byte by byte.
+// The fields of a well-formed record, cut byte by byte.
 std::vector<std::string> fieldsOf(std::string_view text, const Layout& layout) {
     if (layout.isWhole) return {std::string(text)};
     std::vector<std::string> fields(1);
@@ -65,7 +65,7 @@ std::vector<std::string> valuesOf(Record& record) {
     return values;
 }
 
-// A record with a field replaced, written and read again, differs in that field alone.
+// A record with a field replaced, written and read again, differs only in that field.
 void checkAssignment(const Layout& layout, std::string_view text, std::size_t field,
                      std::string_view value) {
     Record record(layout);
@@ -86,14 +86,14 @@ void checkAssignment(const Layout& layout, std::string_view text, std::size_t fi
     RecordReader reader(fileOf(file), layout, stopS);
     check(reader.next() == RecordReader::State::Record);
     record.take(reader.text());
-    if (written.ends_with('\r')) return;  // belongs to the line end now
+    if (written.ends_with('\r')) return;  // now part of the line end
     check(reader.text() == written && valuesOf(record) == expected);
     check(reader.next() == RecordReader::State::End);
 }
 
 }  // namespace
 
-/// Reads the input behind its first byte, which chooses the layout, as records; joins, cuts and
+/// Reads the input after its first byte, which chooses the layout, as records; joins, cuts and
 /// changes them.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;

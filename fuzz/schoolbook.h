@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-/// Decimals as taught at school, on strings of digits: slow, and easy to see right. The second
-/// opinion on the library's.
+/// Decimals as taught at school, on strings of digits: slow, but easy to check. A second opinion on
+/// the library's decimals.
 namespace Schoolbook {
 
 /// A natural number: digits '0' to '9', the highest first, none of them a leading zero.
@@ -108,10 +108,10 @@ inline Natural rounded(const Natural& digits, std::size_t count, bool isMore, Mo
 struct Number {
     bool isNegative = false;
     Natural digits;
-    std::size_t scale = 0;  ///< how many of the digits stand behind the point
+    std::size_t scale = 0;  ///< the number of digits after the point
 };
 
-/// The number in at most `width` digits and 28 behind the point; none when it is too large.
+/// The number in at most `width` digits and 28 after the point; none when it is too large.
 inline std::optional<Number> fitted(Number number, std::size_t width, bool isMore = false) {
     std::size_t drop = number.scale > 28 ? number.scale - 28 : 0;
     if (number.digits.size() > width) drop = std::max(drop, number.digits.size() - width);
@@ -126,7 +126,7 @@ inline std::optional<Number> fitted(Number number, std::size_t width, bool isMor
     return number;
 }
 
-/// With exactly `places` digits behind the point.
+/// With exactly `places` digits after the point.
 inline std::string text(const Number& number, std::size_t places, Mode mode = Mode::HalfUp) {
     Natural digits =
         number.scale > places
@@ -177,7 +177,7 @@ inline Number product(const Number& a, const Number& b) {
 
 inline std::optional<Number> quotient(const Number& a, const Number& b, std::size_t width) {
     if (b.digits.empty()) return std::nullopt;
-    // Enough digits for every result: 28 behind the point and one to round by.
+    // Enough digits for every result: 28 after the point and one for rounding.
     const std::size_t more = 29;
     Natural rest;
     Natural digits =

@@ -7,7 +7,7 @@
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 
-/// What the doors that run scripts share.
+/// Shared by the doors that run scripts.
 namespace Fuzz {
 
 inline void check(bool holds) {

@@ -3,8 +3,8 @@
 #include <atomic>
 #include <cstddef>
 
-/// The allocations of a test program, which are counted and may be made to fail. A program that
-/// lists Allocations.cpp among its sources has its operators new and delete.
+/// Counts the allocations of a test program and can make them fail. A program that lists
+/// Allocations.cpp among its sources gets its operators new and delete.
 struct Allocations {
     static std::atomic<long> madeCM;
     static std::atomic<long> heldCM;
@@ -12,13 +12,13 @@ struct Allocations {
     /// Allocations of more bytes fail.
     static std::atomic<std::size_t> largestCM;
 
-    /// Starts to watch how many bytes are held, and gives how many they are now.
+    /// Starts to watch the number of bytes held, and gives the present number.
     static long startPeak();
     /// The most bytes held since `startPeak`.
     static long peak();
 
-    /// Lets `count` allocations succeed and the next one fail; those after it succeed again.
+    /// Lets `count` allocations succeed and the next one fail; later ones succeed again.
     static void failAfter(long count);
-    /// Lets all succeed. Whether one has failed since `failAfter`.
+    /// Lets all allocations succeed. Tells whether one has failed since `failAfter`.
     static bool endFailing();
 };

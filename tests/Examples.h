@@ -8,11 +8,11 @@
 #include "Folder.h"
 #include "fnd/DateTime.h"
 
-// The examples of the table of built-ins, as tests run them.
+// Runs the examples in the table of built-ins as tests.
 namespace Harness {
 
-/// The script that runs an example. One that ends in a condition, without a ";", has to hold: the
-/// script prints "holds" then, as it does after one that is nothing but statements.
+/// The script that runs an example. An example that ends in a condition, without a ";", must hold:
+/// the script prints "holds" then. For an example that is only statements it always prints that.
 inline std::string scriptOf(std::string_view example) {
     std::size_t end = 0;  // of the last statement
     bool isText = false;

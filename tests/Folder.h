@@ -8,7 +8,7 @@
 
 namespace Harness {
 
-/// An empty folder, removed with all in it at the end.
+/// An empty folder, removed with its contents by the destructor.
 class Folder {
 public:
     Folder() {

@@ -9,10 +9,10 @@
 
 namespace Harness {
 
-/// Makes random texts by rules. A rule has texts between " | ", one of which is taken at random: of
-/// its `branches`, or of its `leaves` when those are all there is or the text has become deep
-/// enough. A name in small letters after "$" stands for a text of that rule. "#" is a number that
-/// no other text of the object has.
+/// Makes random texts by rules. A rule has texts separated by " | ", one of which is taken at
+/// random: one of its `branches`, or of its `leaves` when there are no branches or the text has
+/// become deep enough. A name in small letters after "$" stands for a text of that rule. "#" is a
+/// number that no other text of the object has.
 class RandomText {
 public:
     struct Rule {

@@ -11,7 +11,7 @@
 
 namespace Harness {
 
-/// A log that keeps what it is told.
+/// A log that keeps its messages.
 class MemoryLog final : public SCR::Log {
 public:
     void log(const FND::String& message, FND::Status::Severity severity) override {
@@ -23,7 +23,7 @@ public:
     std::vector<FND::Status::Severity> severities;  ///< of the messages, in their order
 };
 
-/// What stands between the bars of a text.
+/// The texts between the bars of a text.
 inline std::vector<std::string> pieces(std::string_view text) {
     std::vector<std::string> all;
     for (;;) {
@@ -34,7 +34,7 @@ inline std::vector<std::string> pieces(std::string_view text) {
     }
 }
 
-/// What became of a script, from its compilation to the end of its interpreter ("END" included).
+/// The results of a script, from its compilation to the end of its interpreter ("END" included).
 struct ScriptRun {
     bool compiled = false;  ///< what `compile` returned
     bool ok = false;        ///< it compiled, and every `execute` returned true
@@ -50,7 +50,8 @@ struct ScriptSetup {
     std::function<void(SCR::Interpreter&)> prepare = [](SCR::Interpreter&) {};
 };
 
-/// Compiles `text` on a fresh interpreter, executes it if it compiled, and ends the interpreter.
+/// Compiles `text` on a fresh interpreter, executes it if it compiled, and destroys the
+/// interpreter.
 inline ScriptRun run(const std::string& text, const ScriptSetup& setup = {}) {
     ScriptRun result;
     MemoryLog log;

@@ -9,8 +9,8 @@
 
 namespace Harness {
 
-/// Collects what the process, its child processes included, writes to file descriptor 1 while the
-/// object lives. One at a time in a process.
+/// While the object lives, collects what the process and its child processes write to file
+/// descriptor 1. One at a time in a process.
 class StdoutCapture {
 public:
     StdoutCapture() : file_(memfd_create("stdout", MFD_CLOEXEC)), saved_(dup(STDOUT_FILENO)) {

@@ -22,8 +22,7 @@ public:
     int messages = 0;
 };
 
-// No regular expressions of the text functions: the library behind them loses memory when there is
-// none.
+// No regular expressions of the text functions: the library behind them leaks when memory runs out.
 const std::string scriptS = R"(
 function Decimal rate(Long seconds, Decimal price) {
     return longToDecimal((seconds + 59) / 60) * price;
@@ -46,7 +45,7 @@ key = dateToStr(day) + decimalToStr(total{fields[0]}, 2) + names[2][3];
 result = key;
 )";
 
-// Runs the script on a fresh interpreter; what the last execution gave and left in the log.
+// Runs the script on a fresh interpreter; gives the result and the log of the last execution.
 struct Outcome {
     bool isRight = false;
     int messages = 0;
@@ -66,7 +65,7 @@ Outcome run() {
     auto result = host->variable<FND::String>("result");
     bool isDone = interpreter.compile(scriptS) && interpreter.execute();
     const int messages = log.messages;
-    // Whatever happened, what follows works.
+    // Whatever happened, later runs work.
     if (!isDone || messages > 0) isDone = interpreter.compile(scriptS) && interpreter.execute();
     outcome.isRight =
         isDone &&
@@ -82,7 +81,7 @@ bool runFailing(long count) {
         const Outcome outcome = run();
         EXPECT_TRUE(outcome.isRight) << "allocation " << count << ' ' << outcome.messages;
     } catch (const std::bad_alloc&) {
-        // The host's own names, which `HostExtension` makes in the host's hands.
+        // Names that `HostExtension` makes in the host's code.
     }
     return Allocations::endFailing();
 }
@@ -92,7 +91,7 @@ TEST(AllocationTest, AnyOneMayFail) {
     ASSERT_EQ(run().messages, 0);
     long count = 0;
     while (runFailing(count)) {
-        // What is made once and kept was made by then.
+        // Objects that are made once and kept exist by now.
         const long held = Allocations::heldCM;
         runFailing(count);
         ASSERT_EQ(Allocations::heldCM, held) << "allocation " << count << " leaks";

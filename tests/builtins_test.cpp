@@ -22,7 +22,8 @@ const SCR::FctDescr* descriptorOf(SCR::MainExtension& extension, const std::stri
     return dynamic_cast<SCR::FctDescr*>(extension.variable(name));
 }
 
-// What the rows declare is approved in docs/builtins.md, which is printed from them.
+// docs/builtins.md, which is printed from the rows, shows what they declare. The argument that a
+// generated call passes for a parameter of the type word `type`.
 TEST(BuiltIns, EveryRowIsFoundByItsName) {
     SCR::MainExtension extension;
     const auto rows = SCR::builtIns();
@@ -100,8 +101,8 @@ std::vector<std::string> argumentsFor(int type) {
     }
 }
 
-/// Calls of a function with all combinations of such arguments, the texts of which are constants
-/// of the host: a script could not make them under the limits that they are to pass.
+/// Calls of a function with all combinations of such arguments. Their texts are constants of the
+/// host, as a script could not make them under the limits that they should pass.
 std::vector<std::string> callsOf(const SCR::FctDescr& function) {
     const std::string name = function.name();
     if (name == "strDecode") return {R"(strDecode("k", "k", "a value of many bytes", ""))"};
@@ -185,7 +186,7 @@ TEST(BuiltIns, NoneGivesAStringBeyondTheLimit) {
     CallBench bench(3000);
     SCR::Limits limits;
     for (const SCR::FctDescr* function : textFunctions(extension)) {
-        // What is assigned was made before.
+        // The value assigned was made before.
         if (function->returnType() != SCR::TypeCode::String || function->name() == "String=") {
             continue;
         }

@@ -1,4 +1,4 @@
-// Runs the language cases of cases/*.cases: texts that hold scripts and what they have to print.
+// Runs the language cases of cases/*.cases: scripts and what they must print.
 //
 //     === the title of a case, unique in its file
 //     logStdout("a script, on as many lines as it takes\n");
@@ -8,7 +8,7 @@
 //     the messages it logs, a line each
 //
 // A "===" line starts a case and its script, a "---" line the expected output, "--- log" the
-// expected messages. Both may be left out, which expects nothing. "--- error" in place of "--- log"
+// expected messages. Both may be left out, which expects nothing. "--- error" instead of "--- log"
 // gives the messages of a script that does not compile. "--- stopped" gives those of a script that
 // compiles and is stopped while it runs. Text before the first case is a comment.
 //
@@ -18,9 +18,9 @@
 //     Long a = ;
 //     ! ERROR: line 1: parse error
 //
-// A blank line in front of the next case belongs to neither. A last line end may be missing in the
+// A blank line before the next case belongs to neither. A last line end may be missing in the
 // output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
-// stands, everywhere, for an empty folder of the case's own. The local zone is UTC.
+// stands, everywhere, for the case's own empty folder. The local zone is UTC.
 
 #include <gtest/gtest.h>
 
@@ -149,7 +149,7 @@ void registerCases(const fs::path& path) {
         for (char& byte : name) {
             if (std::isalnum(static_cast<unsigned char>(byte)) == 0) byte = '_';
         }
-        // Titles that differ in their signs only would give one name.
+        // Titles that differ only in their signs would give the same name.
         name += "_" + std::to_string(testCase.line);
         testing::RegisterTest(path.stem().string().c_str(), name.c_str(), nullptr, nullptr,
                               path.string().c_str(), testCase.line,

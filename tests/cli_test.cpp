@@ -1,4 +1,4 @@
-// Runs the kestrel command itself and holds its output, messages and exit status against tables.
+// Runs the kestrel command and compares its output, messages and exit status with tables.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,15 +20,15 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Result {
-    int status = -1;  // 128 + the signal's number when one ended the program
+    int status = -1;  // 128 plus the signal's number when a signal ended the program
     std::string output;
     std::string messages;
 };
 
 class CliTest : public testing::Test {
 protected:
-    /// Runs `kestrel LINE` in the folder. The words of `line` stand between blanks; what is in
-    /// single quotes is one word or a part of one.
+    /// Runs `kestrel LINE` in the folder. Blanks separate the words of `line`; text in single
+    /// quotes is one word or a part of one.
     Result kestrel(const std::string& line, const std::string& input = "",
                    const std::string& output = "") const {
         folder_.write(".stdin", input);
@@ -77,7 +77,7 @@ protected:
         return result;
     }
 
-    /// What a command prints; messages that begin with "..." need only contain what follows.
+    /// The output of a command; messages that begin with "..." need only contain the rest.
     struct Row {
         std::string line;
         std::string output;
@@ -436,7 +436,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
     EXPECT_EQ(other.status, 2);
     EXPECT_NE(other.messages.find("which is not one of 2 parts\n"), std::string::npos);
 
-    // All that the result depends on is looked at, and a damaged result is made anew.
+    // Everything that the result depends on is checked, and a damaged result is made again.
     fs::remove_all(folder_.path("out"));
     const std::string part = "out/part-0000001-of-0000001.csv";
     const struct {
@@ -468,7 +468,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
         EXPECT_NE(run("1/1", change.options).messages, "");
         if (*change.options != 0) run("1/1");
     }
-    // Parts of one directory go by one zone; that of the process is not asked.
+    // The parts in one directory use one zone; the zone of the process does not matter.
     setenv("TZ", "XYZ+11", 1);
     fs::remove_all(folder_.path("out"));
     EXPECT_EQ(run("1/2", "--zone ABC-5").status, 0);
@@ -483,7 +483,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
     EXPECT_EQ(run("1/1").status, 0);
     unsetenv("TZ");
 
-    // What a killed run left goes; what a living one writes stays.
+    // Leftovers of a killed run are removed; the files of a living one stay.
     const std::string dead = folder_.path("out/.part-0000001-of-0000001.csv.Abcdef");
     const std::string alive = folder_.path("out/.part-0000001-of-0000001.csv.Abcdeg");
     write("out/.part-0000001-of-0000001.csv.Abcdef", "half");

@@ -1,5 +1,5 @@
-// What compiling builds is under the limits of a script, is reported in the order of the text, and
-// keeps nobody else from compiling.
+// Everything that compiling builds counts for the limits of a script, is reported in the order of
+// the text, and keeps nobody else from compiling.
 
 #include <gtest/gtest.h>
 
@@ -122,7 +122,7 @@ TEST(CompileLimits, HoldForAllThatIsBuilt) {
             const auto taken = std::chrono::steady_clock::now() - start;
             if (limited.time != Limits::none) {
                 EXPECT_LT(taken, std::chrono::milliseconds(limited.time + 400));
-                // A fast machine may be done in the time that it has.
+                // A fast machine may finish in time.
                 if (compiled) continue;
             }
             EXPECT_FALSE(compiled);
@@ -158,7 +158,7 @@ TEST(CompileLimits, InterruptionsReachWhatIsBuilt) {
     }
 }
 
-// As long as the script keeps them, and no longer.
+// Charged as long as the script keeps them, and no longer.
 TEST(CompileLimits, AutomataCountAsMemory) {
     MemoryLog log;
     Interpreter interpreter(&log);
@@ -228,7 +228,7 @@ TEST(CompileLimits, FaultsAreReportedInTheOrderOfTheText) {
     }
 }
 
-// What says that its parse is over.
+// Reports that its parse is over.
 struct WaitingLog final : SCR::Log {
     void log(const FND::String& /*message*/, FND::Status::Severity /*severity*/) override {
         isParsed = true;
@@ -254,7 +254,7 @@ TEST(CompileLimits, OthersCompileMeanwhile) {
     compiling.join();
 }
 
-// A host may evaluate a condition when it is handed over.
+// A host may evaluate a condition as soon as it gets it.
 TEST(CompileLimits, ConditionsWorkAtOnce) {
     struct List final : SCR::CompareInterface {
         bool condition(SCR::BoolNode* condition) override {

@@ -1,4 +1,4 @@
-// Conditions and queries: what a host evaluates beside scripts.
+// Conditions and queries, which a host evaluates besides scripts.
 
 #include <gtest/gtest.h>
 
@@ -69,7 +69,7 @@ TEST(Conditions, AllFirstAndThoseThatHold) {
 }
 
 TEST(Conditions, PatternMatchesWholeText) {
-    // A text, and the pattern that matches it, or with "!" does not.
+    // A text, and a pattern that matches it; with "!" a pattern that does not.
     for (const FND::String row :
          {"abbb ab*", "xab !ab*", "abx !ab*", " a*", "b !a*", "aab !a*", "aaa a*", " !a",
           "0049 00[1-9]*", "cat cat|dog", "catdog !cat|dog"}) {
@@ -186,12 +186,12 @@ TEST(Conditions, UseTheScriptAndStopWithIt) {
     EXPECT_TRUE(bench.interpreter.wasStopped());
     Indices holding{5};
     EXPECT_FALSE(bench.conditions.holding(holding));
-    // What a host's function throws is no answer.
+    // If a host's function throws, there is no answer.
     bench.log.text.clear();
     EXPECT_FALSE(bench.conditions.holds(2, value));
     EXPECT_TRUE(value);
     EXPECT_EQ(bench.log.text, "ERROR: condition 2: script stopped: fail: no way\n");
-    // Nor are conditions of a script that is gone.
+    // Conditions of a script that is gone give no answer either.
     ASSERT_TRUE(bench.interpreter.compile("Long other;"));
     for (int turn = 0; turn < 2; ++turn) {
         bench.log.text.clear();

@@ -1,9 +1,9 @@
 #!/bin/bash
 # Runs the examples of a document, in a folder of their own:
-#   ```console       the line that begins with "$ " is a command, the lines after it what it prints
-#   ```kestrel       a script; the block ```output after it is what it prints, messages last. A
+#   ```console       the line that begins with "$ " is a command, the lines after it are its output
+#   ```kestrel       a script; the block ```output after it is its output, messages last. A
 #                    script without one prints nothing.
-#   ```kestrel NAME  a script that is kept as the file NAME, for the commands that follow
+#   ```kestrel NAME  a script that is kept as the file NAME, for later commands
 # usage: console.sh COMMAND DOCUMENT    (COMMAND is the kestrel to run)
 PATH=$(dirname "$1"):$PATH
 unset KESTREL_INCLUDE
@@ -16,7 +16,7 @@ text=
 script=
 state=outside
 
-# What `command` prints has to be $1.
+# The output of `command` must be $1.
 check() {
     blocks=$((blocks + 1))
     # The dot keeps the line ends that $() would drop.

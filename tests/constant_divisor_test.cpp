@@ -8,7 +8,7 @@
 namespace SCR {
 namespace {
 
-// The numbers around which quotients change: small ones, powers of two, the ends of the range.
+// Numbers near which quotients change: small ones, powers of two, the ends of the range.
 std::vector<long> criticalNumbers() {
     std::vector<long> numbers;
     for (unsigned long power = 1; power != 0; power <<= 1) {

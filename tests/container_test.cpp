@@ -1,5 +1,5 @@
-// Arrays and hashes as host programs see them, and what they cost in memory. What scripts do with
-// them is tested by cases/containers.cases.
+// Arrays and hashes as host programs see them, and their memory. cases/containers.cases tests them
+// in scripts.
 
 #include <gtest/gtest.h>
 
@@ -107,7 +107,7 @@ std::vector<ElementKind> elementKinds() {
              return static_cast<const SCR::FileVariable&>(a).stream() == nullptr &&
                     static_cast<const SCR::FileVariable&>(b).stream() == nullptr;
          }},
-        // Prototypes that hold elements already.
+        // Prototypes that already hold elements.
         {"Array",
          [] {
              auto array = std::make_unique<Array>(new StringVariable(longTextS));
@@ -420,10 +420,10 @@ TEST(ElementLimit, IsReportedOnceInAnExecution) {
     EXPECT_EQ(result.log, once + once);
 }
 
-// Sanitizers make frames many times as large.
+// Sanitizers make frames many times larger.
 constexpr std::size_t stackSizeS = KESTREL_SANITIZED ? 8 << 20 : 512 << 10;
 
-// Containers of containers, 500 deep, kinds taking turns.
+// Containers of containers, 500 deep, of alternating kinds.
 TEST(Container, NestsDeeplyOnASmallStack) {
     const auto innermost = [](Variable* variable) {
         for (int level = 499; level >= 0; --level) {

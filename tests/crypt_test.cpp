@@ -13,7 +13,7 @@ using SCR::Crypt;
 
 namespace {
 
-/// What the system's random generator gives, over and over; it fails when this is empty.
+/// The bytes of the system's random generator, repeated; it fails when this is empty.
 std::string randomBytesS;
 
 /// The scrambled form of `plain`, put together step by step.

@@ -24,7 +24,7 @@ private:
     }
 };
 
-// What a script prints; `zone` is that of its interpreter, or empty.
+// The output of a script; `zone` is that of its interpreter, or empty.
 std::string outputOf(const std::string& expression, const std::string& zone = "") {
     Harness::ScriptSetup setup;
     setup.prepare = [&](SCR::Interpreter& interpreter) { EXPECT_TRUE(interpreter.timeZone(zone)); };
@@ -34,7 +34,7 @@ std::string outputOf(const std::string& expression, const std::string& zone = ""
 }
 
 TEST(DateFunctions, LocalTimeIsUsedWhereItIsAskedFor) {
-    // One hour ahead of UTC, from 31 March to 27 October 2024 two hours.
+    // One hour ahead of UTC; two hours from 31 March to 27 October 2024.
     constexpr const char* rule = "CET-1CEST,M3.5.0,M10.5.0/3";
     const struct {
         const char* expression;
@@ -51,17 +51,17 @@ TEST(DateFunctions, LocalTimeIsUsedWhereItIsAskedFor) {
         {R"(dateToStr(strToDate("2024-07-02 00:30", "%Y-%m-%d %H:%M")))", "2024-07-02 00:30:00"},
         {R"(dateToStr(strToDate("2024-10-27 02:30 CET", "%Y-%m-%d %H:%M %L")))",
          "2024-10-27 01:30:00"},
-        // By the local clock 01:30 and an hour: 02:30 is left out and becomes 03:30.
+        // Local clock 01:30 plus an hour: 02:30 is skipped and becomes 03:30.
         {R"(dateToStr(dateAdd(strToDate("2024-03-31 00:30:00"), 0, 0, 0, 1)))",
          "2024-03-31 01:30:00"},
-        // 13:00 the next day, an hour sooner.
+        // 13:00 the next day, which is an hour sooner.
         {R"(dateToStr(dateAdd(strToDate("2024-03-30 12:00:00"), 0, 0, 0, 24)))",
          "2024-03-31 11:00:00"},
         {R"(dateToStr(dateAdd(strToDate("2024-03-30 12:00:00"), 0, 0, 1)))", "2024-03-31 12:00:00"},
-        // 02:30 the first time, and an hour.
+        // The first 02:30 plus an hour.
         {R"(dateToStr(dateAdd(strToDate("2024-10-27 00:30:00"), 0, 0, 0, 1)))",
          "2024-10-27 02:30:00"},
-        // 02:30 the second time stays what it is.
+        // The second 02:30 stays what it is.
         {R"(dateToStr(dateAdd(strToDate("2024-10-27 01:30:00"), 0, 0, 0, 0)))",
          "2024-10-27 01:30:00"},
         {R"(longToStr(dateDiff(strToDate("2024-03-31 12:00:00"), strToDate("2024-03-30 12:00:00"))))",

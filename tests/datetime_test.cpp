@@ -247,7 +247,7 @@ TEST(DateTime, ReadsByPattern) {
         EXPECT_EQ(text(DateTime::parse(c.text, c.pattern)), c.date)
             << c.text << " by " << c.pattern;
     }
-    // A text, and the pattern that does not read it.
+    // A text and a pattern that does not read it.
     for (const std::string& row : Harness::pieces(
              "2024-03-05x~%F|2024-03-0~%F|2024-03~%F|2023-02-29~%F|2024-06-31~%F|29.02.~%d.%m.|"
              "2023-366~%Y-%j|2024-W53-1~%G-W%V-%u|2025 01~%Y %V|Wed 05 Mar 2024~%a %d %b %Y|"
@@ -261,7 +261,7 @@ TEST(DateTime, ReadsByPattern) {
 }
 
 TEST(DateTime, PrintsAsTheCLibraryDoes) {
-    // Below the year 1000 the C library leaves out leading zeros of the year.
+    // The C library leaves out leading zeros of years below 1000.
     Random random;
     const std::string pattern =
         "%Y|%C|%y|%m|%B|%b|%h|%d|%e|%j|%A|%a|%u|%w|%G|%V|%g|%U|%W|%H|%I|%k|%l|%p|%P|%M|%S|%s|%F|%T|"
@@ -319,7 +319,7 @@ TEST(DateTime, FollowsTheLocalZone) {
     EXPECT_EQ(DateTime::fromLocalSecs(DateTime::max().toLocalSecs()), DateTime::max());
     EXPECT_EQ(DateTime::fromLocalSecs(DateTime::min().toLocalSecs()), DateTime::min());
     EXPECT_EQ(text(DateTime::max(), "%Y %C %y %G", Zone::Local), "10000 100 00 9999");
-    // The zone's name tells the two apart; no clock has shown the third.
+    // The zone's name distinguishes the two; no clock has shown the third.
     EXPECT_EQ(text(DateTime::parse("2024-10-27 02:30 CET", "%F %R %Z")), "2024-10-27 01:30:00");
     EXPECT_EQ(text(DateTime::parse("2024-10-27 02:30 CEST", "%F %R %Z")), "2024-10-27 00:30:00");
     EXPECT_FALSE(DateTime::parse("2024-03-31 02:30 CET", "%F %R %Z").isValid());
@@ -330,7 +330,7 @@ TEST(DateTime, ConvertsToLocalTimeAndBackAsTheCLibraryDoes) {
     std::vector<std::string> zones(std::begin(zonesS), std::end(zonesS));
     zones.insert(zones.end(), {"IST-1GMT0,M10.5.0,M3.5.0/1", "AAA3BBB,J60/0,J300/24",
                                "AAA-3BBB-4:30,59/-1,300/167", ":Europe/Berlin"});
-    // Those of the system's database that are special, where it is installed.
+    // Special zones of the system's database, if it is installed.
     for (const char* const name :
          {"Europe/Berlin", "Europe/Dublin", "America/New_York", "America/Sao_Paulo",
           "Africa/Casablanca", "Asia/Kolkata", "Australia/Lord_Howe", "Antarctica/Troll",

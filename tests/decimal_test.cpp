@@ -24,7 +24,7 @@ using FND::UInt128;
 using FND::UInt192;
 using Mode = Decimal::RoundingMode;
 
-/// Sets the digits available and puts them back at the end of a block.
+/// Sets the digits available and restores them at the end of a block.
 class Width {
 public:
     explicit Width(int digits) : before_(FND_MAX28DIGIT_DECIMAL_SUPPORT) {
@@ -43,9 +43,9 @@ Decimal decimal(std::string_view text) { return Decimal::fromString(text); }
 /// All digits of a number; a dash when it is invalid.
 std::string shown(Decimal number) { return number.isValid() ? number.toPlainString() : "-"; }
 
-// Random numbers against the schoolbook. Plain chance would rarely meet the ends of words and of
-// the digits available, numbers halfway between two results, numbers that are equal but for zeros,
-// and quotients that end.
+// Random numbers against the schoolbook. Uniform ones would rarely meet the ends of words and of
+// the digits available, numbers halfway between two results, numbers that differ only in zeros, and
+// quotients that end.
 
 class Operands {
 public:
@@ -102,7 +102,7 @@ public:
                 if (right == 0 || right > FND::powerOf10(18)) break;
                 left = below(FND::powerOf10(28) / right) * right;
                 break;
-            case 3:  // more digits than there may be, the last ones a tie or nearly so
+            case 3:  // too many digits, the last ones a tie or nearly so
                 return {text(left, leftScale) + (leftScale == 0 ? "." : "") +
                             std::string(static_cast<std::size_t>(upTo(28)), "09"[upTo(1)]) +
                             std::array{"5", "50001", "49999", "0000000000005"}[below(4)],
@@ -127,8 +127,8 @@ TEST(Decimal, AgreesWithTheSchoolbook) {
     }
 }
 
-// Too rare for chance: with 18 digits, results just above a tie, where all of a long remainder
-// counts, and numbers halfway between two doubles.
+// Too rare for chance: with 18 digits, results just above a tie, where the whole of a long
+// remainder counts, and numbers halfway between two doubles.
 TEST(Decimal, AgreesWithTheSchoolbookOnRareOperands) {
     constexpr const char* pairs[][2] = {
         {"9.999999999999999999999999999", "9.999999999999999985000000001"},
@@ -289,7 +289,7 @@ TEST(Decimal, Longs) {
             EXPECT_EQ(value, -(-value));
             EXPECT_EQ(number < 0, value < Decimal());
         }
-        // A result has to fit, even where the operands were exempt.
+        // A result must fit, even if the operands did not have to.
         EXPECT_EQ(digits == 28, (Decimal(largest) + Decimal(1)).isValid());
     }
     const struct {

@@ -1,4 +1,4 @@
-// What ties an execution to others or to the world: scripts against what is found in them.
+// What ties an execution to others or to the world: scripts and the findings in them.
 
 #include <gtest/gtest.h>
 
@@ -10,13 +10,14 @@
 
 namespace {
 
-// Goes by the local zone.
+// Depends on the local zone.
 constexpr const char* zonedS =
     "Date d = MIN_DATE; String f = \"%F\"; d = dateAdd(d, 0, 0, 0, 1);\n"
     "Long n = dateDiff(d, d);\nf = dateToStr(d, f);\nf = dateToStr(d, \"%L\");\n"
     "d = strToDate(f, \"%Z\");";
 
-// The findings as "line name", with "END" in front where that reads a variable, between "; ".
+// The findings as "line name", separated by "; ", with "END" first if that function reads a
+// variable.
 std::string findingsOf(const std::string& script, bool& isGood, const std::string& zone = "") {
     SCR::Interpreter interpreter(nullptr);
     EXPECT_TRUE(interpreter.timeZone(zone));
@@ -59,7 +60,7 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         {"Long h{}; String k[]; hashClear(h); Long n = hashKeys(h, k); k[0] = k[1];", ""},
         {"fill(amount); amount = amount + 1;", ""},  // the host's own
 
-        // Those that may not.
+        // Variables that may have none.
         {"Long a;\na = a + 1;", "2 a"},
         {"Long h{};\nh{\"x\"} = 1;", "2 h"},
         {"Long a[][];\na[0][1] = 1;", "2 a"},

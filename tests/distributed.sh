@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # usage: distributed.sh COMMAND EXAMPLES WORK
-# The recipes for several machines against a single run, with workers killed in the middle of it.
+# Compares the recipes for several machines with a single run; workers are killed while they work.
 set -euo pipefail
 command=$1 examples=$2 work=$3
 command -v parallel >/dev/null || exit 77
@@ -16,11 +16,11 @@ awk 'BEGIN {
 }' > calls.csv
 single() { "$command" run "$examples/rate.ks" --records calls.csv --header "$@"; }
 single --output single.csv --rejects single.txt
-# The same, slow enough to be killed in the middle.
+# The same script, slow enough to be killed halfway.
 { cat "$examples/rate.ks"; echo 'Long i = 0; for (i = 0; i < 10000; i = i + 1) {}'; } > slow.ks
 
 # A worker that is killed on its first attempt at a part as soon as it begins to write, and on the
-# second when some of its records are in the file.
+# second attempt when some of its records are in the file.
 cat > mortal <<'END'
 #!/usr/bin/env bash
 [ "$1" = run ] || exec "$COMMAND" "$@"

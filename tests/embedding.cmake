@@ -1,4 +1,4 @@
-# Each block of C++ in DOCUMENT must stand, but for spaces, in one of the programs under SOURCES
+# Each block of C++ in DOCUMENT must occur, apart from spaces, in one of the programs under SOURCES
 # (patterns of file names, separated by "|"), which the other tests build and run.
 
 cmake_minimum_required(VERSION 3.25)

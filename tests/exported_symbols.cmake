@@ -1,4 +1,5 @@
-# Fails when libkestrel.so shows a symbol that is none of the interface's, or shows none at all.
+# Fails when libkestrel.so shows a symbol that does not belong to the interface, or shows none at
+# all.
 # usage: cmake -DNM=... -DLIBRARY=... -P exported_symbols.cmake
 execute_process(COMMAND ${NM} --dynamic --defined-only --demangle ${LIBRARY}
     OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)

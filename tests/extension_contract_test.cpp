@@ -1,5 +1,5 @@
-// Extensions and receivers of conditions that hosts write themselves: those that keep to the
-// contracts of the headers, and those that do not, which get a message and do no harm.
+// Extensions and receivers of conditions that hosts write themselves: some keep the contracts of
+// the headers; the others get a message and do no harm.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ namespace TypeCode = SCR::TypeCode;
 
 constexpr int leftLongS = TypeCode::Long | TypeCode::LeftFlag;
 
-// A class of the host's own, with the code of one of the library's.
+// A class of the host's own whose code is that of one of the library's.
 class OwnVariable final : public SCR::Variable {
 public:
     using Variable::Variable;
@@ -144,8 +144,8 @@ TEST(ExtensionContractTest, WhatBreaksItIsRefusedWithOneMessage) {
 
 TEST(ExtensionContractTest, WhatKeepsToItWorks) {
     const auto run = Harness::run(
-        // A factory that takes type words that are not there, or leaves those that are, does no
-        // harm to the operands around its call.
+        // A factory that takes type words that are not there, or leaves some, does no harm to the
+        // operands around its call.
         "String s = \"x\" + longToStr(1 + typed(2)) + longToStr(1 + unchecked(1, \"y\", 2.5));"
         "logStdout(s + longToStr(sum(1) + sum(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11)));",
         {.prepare = [](Interpreter& interpreter) {
@@ -158,7 +158,7 @@ TEST(ExtensionContractTest, WhatKeepsToItWorks) {
     EXPECT_EQ(static_cast<FctDescr&>(*copy).signature(), "Void f(String,[Bool,Date...])");
 }
 
-// Refuses conditions, and pattern comparisons or makes something wrong of them.
+// Refuses conditions and pattern comparisons, or makes something wrong of them.
 class Refusing final : public SCR::CompareInterface {
 public:
     bool condition(SCR::BoolNode* condition) override {

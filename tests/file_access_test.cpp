@@ -1,4 +1,4 @@
-// Which files scripts reach that may use some directories only, or no files of the system.
+// Which files a script can reach when only some directories, or no system files, are granted.
 
 #include "scr/os/FileAccess.h"
 
@@ -33,8 +33,8 @@ std::size_t openFiles() {
     return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
 }
 
-/// A tree of files: `in` is granted, `ro` for reading, `out` is not. Each test is run by the
-/// kernel's way of following paths and by that of kernels that have none.
+/// A tree of files: `in` is granted, `ro` for reading, `out` is not. Each test runs twice: the
+/// kernel follows the paths, and the library does, as on kernels that cannot.
 class FileAccessTest : public testing::TestWithParam<bool> {
 protected:
     FileAccessTest() : before_(fs::current_path()) {
@@ -73,7 +73,7 @@ protected:
         return {std::istreambuf_iterator<char>(stream), {}};
     }
 
-    /// What a condition over files gives under the capabilities.
+    /// The result of a condition over files under the capabilities.
     bool holds(const std::string& condition) const {
         Harness::ScriptSetup setup;
         setup.prepare = [&](SCR::Interpreter& interpreter) {
@@ -148,8 +148,8 @@ TEST_P(FileAccessTest, OnlyWhatLiesBelowTheDirectoriesIsReached) {
     EXPECT_EQ(contents("in/file") + contents("out/secret") + contents("ro/file"),
               "out/secretro/file");
     EXPECT_FALSE(fs::exists("out/made"));
-    // Relative paths begin at the working directory, grants at that of the time when they were
-    // made.
+    // Relative paths begin at the working directory; grants begin at the working directory of the
+    // time when they were made.
     FND::String error;
     const auto files = FileAccess::ofFiles(capabilities_, error);
     fs::current_path("in/sub");
@@ -227,7 +227,7 @@ TEST_P(FileAccessTest, WhatTheKernelShowsOfItselfIsNoFile) {
     EXPECT_TRUE(opens("null") && opens("./full"));
     EXPECT_FALSE(opens("zero"));
     fs::current_path(folder_);
-    // What is named is granted, and everything grants all.
+    // What is named is granted; everything grants all files.
     capabilities_.allow("files-ro=/proc");
     EXPECT_TRUE(opens("/proc/self/status"));
     EXPECT_FALSE(opens("/proc/self/status", "r+") || opens("/dev/zero"));
@@ -267,7 +267,7 @@ TEST_P(FileAccessTest, NobodyWhoRenamesMeanwhileLeadsItOut) {
     other.join();
     EXPECT_GT(opened, 0);
     EXPECT_EQ(otherText, "");
-    // The directory granted is the one that it was, whatever is put in its place.
+    // The directory granted stays the same, whatever is put in its place.
     fs::rename("in", "moved");
     write("in/file", "another");
     const int file = files->open("in/file", O_RDONLY);

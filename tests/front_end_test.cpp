@@ -13,7 +13,7 @@
 
 namespace {
 
-// The tokens of `text` as "code:text" between blanks; codes as letters where bytes are no codes.
+// The tokens of `text` as "code:text" separated by blanks; codes as letters if they are not bytes.
 std::string scan(const FND::String& text) {
     const std::pair<int, const char*> names[] = {
         {SCR_IDENTIFIER, "id"},         {SCR_MODULE_IDENTIFIER, "module"},
@@ -61,8 +61,8 @@ TEST(LexerTest, Tokens) {
     for (const auto& [text, tokens] : rows) EXPECT_EQ(scan(text), tokens) << text.substr(0, 100);
 }
 
-// Most tokens do not come to the generated rules: they are to be what the rules would make of them.
-// The texts are longer than the scanner's buffer, so that tokens of all kinds lie across its end.
+// Most tokens never reach the generated rules; they must equal what the rules would make of them.
+// The texts are longer than the scanner's buffer, so that tokens of all kinds cross its end.
 TEST(LexerTest, AllTokensAreThoseOfTheRules) {
     using namespace std::string_view_literals;
     constexpr std::string_view pieces[] = {

@@ -1,4 +1,4 @@
-// What building takes is asked for before it is taken, and can be refused at every question.
+// Memory for building is asked for before it is taken, and each request can be refused.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 
 struct Refused {};
 
-/// Refuses the question number `last`, and what would pass `most` bytes.
+/// Refuses question number `last`, and anything that would pass `most` bytes.
 class TestBudget final : public FSM::Budget {
 public:
     explicit TestBudget(long last = -1, std::size_t most = ~std::size_t{0})
@@ -40,7 +40,7 @@ public:
     }
 
     long held = 0;
-    long untold = 0;  // bytes held at the most that were not asked for
+    long untold = 0;  // the most bytes held without being asked for
     long questions = 0;
     std::size_t steps = 0;
 
@@ -69,8 +69,8 @@ bool matches(const FSM::MultiEngineIf& engine, std::string_view text) {
     return engine.firstPath(std::span(&text, 1)) >= 0;
 }
 
-// Whether the patterns, one of which matches "ab", were built and looked at without a refusal. What
-// a refusal leaves can be used again.
+// Whether the patterns, one of which matches "ab", were built and inspected without a refusal.
+// After a refusal everything can be used again.
 template <class Engine>
 bool build(const Patterns& patterns, TestBudget& budget) {
     const FSM::BudgetScope scope(&budget);

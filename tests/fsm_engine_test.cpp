@@ -108,7 +108,7 @@ TEST(FsmEngine, StateLimit) {
     EXPECT_FALSE(engine.finalSetup());
     EXPECT_EQ(engine.memory(), 0u);
 
-    // The patterns before the guilty one fit, and with it they do not.
+    // The patterns before the guilty one fit; with it they do not.
     for (int more = 0; more < 2; ++more) {
         engine.clear();
         EXPECT_EQ(engine.guiltyPath(), -1);
@@ -117,7 +117,7 @@ TEST(FsmEngine, StateLimit) {
     }
 }
 
-// Patterns whose automata would be out of all proportion are refused in time and memory.
+// Patterns whose automata would grow out of proportion are refused before they cost much.
 TEST(FsmEngine, Hostile) {
     std::string options;
     std::string nested;

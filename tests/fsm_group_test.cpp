@@ -50,7 +50,7 @@ TEST(FsmGroup, InfixesOfLongTexts) {
     EXPECT_EQ(processed(group, std::string("x")), Paths{3});
 }
 
-// Lists with many wild-card tails, which a group keeps apart, and other patterns among them.
+// Lists with many wild-card tails, which a group keeps apart, mixed with other patterns.
 TEST(FsmGroup, TailsAmongRandomPatterns) {
     reference::RandomPatterns random(5);
     int listsApart = 0;

@@ -1,5 +1,5 @@
-// The engine against the textbook meaning of patterns. A part of all cases is run by default; the
-// environment variable KESTREL_FSM_FULL makes it all of them, which takes some minutes.
+// Compares the engine with the textbook meaning of patterns. By default it runs part of the cases;
+// the environment variable KESTREL_FSM_FULL makes it run all of them, which takes some minutes.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -14,7 +14,7 @@ namespace {
 
 bool isFull() { return std::getenv("KESTREL_FSM_FULL") != nullptr; }
 
-// One set of patterns; what the engine makes of it must be what the reference makes of it.
+// One set of patterns; the engine's results must equal those of the reference.
 class Comparison {
 public:
     explicit Comparison(const std::vector<std::string>& texts) : texts_(texts) {}
@@ -22,7 +22,8 @@ public:
     /// False after the first difference, which is reported.
     bool compare(const std::vector<std::string>& patterns) {
         FSM::Engine engine;
-        // Limits of 1, 4, 8 and 12 states: some lists stay whole, others end in a part a pattern.
+        // Limits of 1, 4, 8 and 12 states: some lists stay whole, others end with one pattern per
+        // part.
         FSM::EngineGroup group;
         group.partLimit(engines % 4 == 0 ? 1 : 4 * (engines % 4));
         std::vector<reference::Pattern> accepted;
@@ -108,7 +109,7 @@ TEST(FsmMeaning, AllSmallPatterns) {
             }
             ++patterns;
             if (!comparison.compare({pattern})) return;
-            // The next combination; no symbol is followed by none only, so each comes once.
+            // The next combination; after no symbol only no symbol may follow, so each comes once.
             std::size_t i = 0;
             while (i < length && ++digits[i] > alphabet.symbols.size()) digits[i++] = 1;
             isDone = i == length;

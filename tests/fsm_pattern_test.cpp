@@ -30,7 +30,7 @@ TEST(FsmParser, Errors) {
         return EnginePart::errorTextCM;
     };
     int result = 0;
-    // A pattern, and what it is wrong near.
+    // A pattern, and the place near which it is wrong.
     for (const std::string row :
          {") )", "a** *", "a{2}? ?", "a{2}{3} {", "|* *", "[] ]", "[]a] ]", "[^] ]", "[-a] -",
           "[a-] ]", "[a.] .", "[a[^b]] [", "a{x} x", "a{,2} ,", "a{2,} }", "a\n!b !",

@@ -10,7 +10,7 @@
 
 #include "RandomText.h"
 
-/// The textbook meaning of patterns, written to be plainly right: a tree is matched by following
+/// The textbook meaning of patterns, written to be obviously right: a tree is matched by following
 /// the sets of text positions that it can reach. Shares no code with the engine.
 namespace reference {
 
@@ -29,7 +29,7 @@ struct Pattern {
     bool isNegated = false;
 };
 
-/// A recursive descent parser; gives nothing for what is not a pattern.
+/// A recursive descent parser; gives nothing for a text that is not a pattern.
 class Parser {
 public:
     static std::optional<Pattern> parse(std::string_view text) {
@@ -190,7 +190,7 @@ private:
     bool failed_ = false;
 };
 
-/// What one pattern does with a text of up to 63 bytes.
+/// The result of one pattern for a text of up to 63 bytes.
 struct Outcome {
     bool matches = false;   ///< the whole text, negation left out
     bool isInside = false;  ///< the end of the text lies at or before a byte of the pattern
@@ -210,7 +210,7 @@ public:
 private:
     explicit Matcher(std::string_view text) : text_(text) {}
 
-    // The positions, a bit each, where `node` may end if it starts at one of `starts`.
+    // The positions, one bit each, where `node` may end if it starts at one of `starts`.
     std::uint64_t step(const Node& node, std::uint64_t starts) {
         if (starts == 0) return 0;
         switch (node.kind) {

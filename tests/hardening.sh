@@ -1,7 +1,7 @@
 #!/bin/bash
 # Fails when a library or program lacks what makes its faults harder to exploit: relocations that
-# nobody can write to once it runs, a guard for the stack, calls of the C library that check sizes,
-# and marks of the places where indirect calls may land.
+# nobody can write to after the start, a guard for the stack, calls of the C library that check
+# sizes, and marks of the places where indirect calls may land.
 # usage: hardening.sh READELF OBJDUMP FILE...
 readelf=$1 objdump=$2
 shift 2

@@ -1,4 +1,4 @@
-// What hosts bind to scripts: functions, fields, variables and constants.
+// Functions, fields, variables and constants that hosts bind to scripts.
 
 #include "scr/HostExtension.h"
 #include "scr/run/RunControl.h"
@@ -97,7 +97,7 @@ Harness::ScriptRun runWith(
     return Harness::run(text, setup);
 }
 
-// Lets the functions that fail give null values.
+// Makes the functions that fail give null values.
 void giveNull(HostExtension& host) {
     for (const char* const name :
          {"small", "big", "optional", "divide", "throwText", "throwDate", "edrLong"}) {
@@ -107,7 +107,7 @@ void giveNull(HostExtension& host) {
 
 TEST(HostExtension, CallsAndFields) {
     const struct {
-        const char* script;  // the end of it is what `show` is given
+        const char* script;  // ends in the argument of `show`
         const char* shown;
         const char* log = "";
     } cases[] = {
@@ -129,12 +129,12 @@ TEST(HostExtension, CallsAndFields) {
         {"optional(1, 2)", "1,2,-"},
         {"optional(1, 2, \"x\")", "1,2,x"},
         {"optional(1, 3000000000)", "", "optional: value out of range '3000000000'\n"},
-        // What was evaluated first stays, whatever a later argument changes.
+        // A value that was evaluated first stays, whatever a later argument changes.
         {"join(text, change(\"new\"), text)", "oldnewnew"},
-        // Out-parameters are stored after the call, and only when it gave back.
+        // Out-parameters are stored after the call, and only if it returned normally.
         {"divided(7, 2)", "3old!"},
         {"divided(7, 0)", "-1old", "divide: division by zero\n"},
-        // The index of an element that is one is evaluated once.
+        // The index of an element that is an out-parameter is evaluated once.
         {"placed()", "7 0 7 0 7 4"},
         {"throwText(\"x\")", "", "throwText: unknown exception\n"},
         {"dateToStr(throwDate())", "INVALID", "throwDate: no date\n"},
@@ -144,7 +144,7 @@ TEST(HostExtension, CallsAndFields) {
         {"twice(7)", "14 28"},
         {"written(70000)", "", "edrLong: value out of range '70000'\n"},
         {"longToStr(edrLong(name))", "0", "edrLong: stol\n"},
-        // A field's name stands for the field even if a variable has it.
+        // A field's name means the field, even if a variable has the same name.
         {"named(\"Bob\")", "Bob"},
     };
     const std::string prologue = R"(
@@ -216,7 +216,7 @@ TEST(HostExtension, WrongCallsDoNotCompile) {
 }
 
 TEST(HostExtension, CopiesOfFunctionsAreAsForbiddenAsTheyAre) {
-    // Hands out a copy of what another one has.
+    // Gives a copy of another one's value.
     struct Copies final : SCR::Extension {
         FND::String extensionName() const override { return "copies"; }
         SCR::Variable* variable(const FND::String& name) override {
@@ -272,7 +272,7 @@ TEST(HostExtension, VariablesAreShared) {
     EXPECT_TRUE(flag);
     EXPECT_EQ(text.value(), "abx");
 
-    // A second handle is to the same variable; assigning a handle assigns the value.
+    // A second handle refers to the same variable; assigning a handle assigns the value.
     auto again = host.variable<long>("amount", 77);
     EXPECT_EQ(again, 11);
     auto other = host.variable<long>("other", 3);

@@ -4,9 +4,9 @@
 //     // limit memory=20000000
 //     // log: ERROR: line 4: script stopped: limit `memory' of 20000000 passed
 //
-// Without a "log" line it has to run to its end. The process gets little more address space than
-// the memory limit, so that what escapes the limit fails, and what it allocates is counted. @TMP@
-// stands for an empty folder.
+// Without a "log" line the script must run to its end. The process gets little more address space
+// than the memory limit, so that allocations that escape the limit fail; allocations are also
+// counted. @TMP@ stands for an empty folder.
 
 #include <gtest/gtest.h>
 
@@ -60,7 +60,7 @@ HostileScript readScript(const fs::path& path) {
     return script;
 }
 
-// Bounds the address space by what is mapped now, the memory limit and some room for the rest.
+// Limits the address space to what is mapped now, the memory limit and some room for the rest.
 void boundAddressSpace(const SCR::Limits& limits) {
     if (KESTREL_SANITIZED) return;
     constexpr rlim_t rest = 24 << 20;
@@ -73,7 +73,7 @@ void boundAddressSpace(const SCR::Limits& limits) {
     setrlimit(RLIMIT_AS, &bound);
 }
 
-// What is wrong with a run of the script; empty when nothing is.
+// The fault in a run of the script; empty when there is none.
 std::string faultOf(const HostileScript& script) {
     boundAddressSpace(script.limits);
     const std::int64_t held = Allocations::startPeak();

@@ -58,7 +58,7 @@ TEST(Identifier, ComparesAndCopiesEveryField) {
             EXPECT_EQ(other.id(), 42);
             EXPECT_EQ(other.rev(), 7);
         }
-        // What a longer type left behind does not count.
+        // Bytes left behind by a longer type do not count.
         Identifier shortened(1, longType, 42, 7);
         shortened.setType(type);
         EXPECT_EQ(shortened, original);

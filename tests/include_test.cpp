@@ -74,10 +74,10 @@ TEST_F(IncludeTest, MessagesNameTheFileAndItsLine) {
         {"include \"windows\";", "ERROR: windows: line 3: unknown identifier `wrong'\n", ""},
         {"include \"name with \" and 'signs'\";",
          "ERROR: name with \" and 'signs': line 1: unknown identifier `wrong'\n", ""},
-        // What a file leaves open goes on in the next.
+        // A construct that a file leaves open continues in the next file.
         {"include \"openComment\";\nwrong; */ logStdout(\"x\");", "", "x"},
         {"include \"openBlock\";\ninclude \"closes\";", "", "closed"},
-        // The marks of the files stand in the string that one of them leaves open.
+        // The marks of the files are part of a string that one of them leaves open.
         {"include \"openString\";\nwrong;", "ERROR: openString: line 3: parse error\n", ""},
         {"include \"openBlock\";\n", "ERROR: line 3: parse error\n", ""},
     };

@@ -21,7 +21,7 @@ namespace {
 
 using Harness::MemoryLog;
 
-// An extension with one variable, one constant and a destructor that tells.
+// An extension with one variable, one constant and a destructor that reports.
 class Counters final : public SCR::Extension {
 public:
     explicit Counters(FND::String name, int* destroyed = nullptr)
@@ -200,7 +200,8 @@ TEST_F(InterpreterTest, ASwitchBeyondTheStateLimitGivesTheSame) {
         script.replace(script.find(FND::String("= ") + byte), 3, "= " + std::to_string(byte));
     }
     script += " default: found = 0; }";
-    // One automaton; several, set up or from the first pattern on that one has no room for.
+    // One automaton; several, from the set-up or from the first pattern on for which one has no
+    // room.
     for (const std::int64_t states : {SCR::Limits().states, std::int64_t{20}, std::int64_t{5}}) {
         SCR::Limits limits;
         limits.states = states;
@@ -324,7 +325,7 @@ FND::String repeat(const FND::String& text, int count) {
     return copies;
 }
 
-// Limits near the ends of their type are what they say.
+// Limits near the ends of their type work as usual.
 TEST(LimitsTest, OddValuesHoldAsWell) {
     const FND::String script =
         "function wrong { wrong(); } Long i; String s; Long a[]; function Long next(Long n) { "

@@ -20,7 +20,7 @@ namespace {
 
 using SCR::Interpreter;
 
-// Asks for an interruption, and does not notice it as the call of a host's function would.
+// Asks for an interruption, but does not notice it as the call of a host's function would.
 struct StopNow final : SCR::VoidNode {
     explicit StopNow(Interpreter& running) : interpreter(running) {}
     void result() override { interpreter.interrupt(); }
@@ -78,14 +78,14 @@ TEST(InterruptTest, WorkOnLongStringsAndManyElementsIsCounted) {
     }
 }
 
-// The processor time that the calling thread has taken so far, or that of another one.
+// The processor time of the calling thread, or of another one.
 double millisecondsOf(clockid_t clock) {
     timespec time{};
     clock_gettime(clock, &time);
     return 1e3 * static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_nsec);
 }
 
-// An interruption that comes while such work is done is not kept waiting until its end.
+// An interruption during such work takes effect before the end of the work.
 TEST(InterruptTest, WorkIsStoppedInItsMidst) {
 #ifdef NDEBUG
     constexpr double bound = 5;

@@ -18,7 +18,7 @@ namespace {
 
 namespace NodeMemory = SCR::NodeMemory;
 
-// Memory filled with a byte of its own, to see that nobody else writes there.
+// Memory filled with a byte of its own, to see that nobody else writes to it.
 class Piece {
 public:
     Piece(std::size_t size, unsigned char fill)
@@ -37,7 +37,7 @@ private:
     unsigned char* bytes_;
 };
 
-// Takes and gives pieces at random; gives what is left back in `rest`.
+// Takes and gives back pieces at random; hands those that are left to `rest`.
 void takeAndGive(unsigned seed, int steps, std::vector<Piece>& rest) {
     std::mt19937 engine(seed);
     for (int i = 0; i < steps; ++i) {
@@ -46,7 +46,7 @@ void takeAndGive(unsigned seed, int steps, std::vector<Piece>& rest) {
             rest.back().give();
             rest.pop_back();
         } else {
-            // Now and then larger than what shares a block.
+            // Now and then larger than the pieces that share a block.
             const std::size_t size =
                 engine() % 50 == 0 ? 500 + engine() % 5000 : 1 + engine() % 130;
             rest.emplace_back(size, static_cast<unsigned char>(engine()));

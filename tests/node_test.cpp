@@ -66,7 +66,7 @@ TEST(NodeTest, SuperTypes) {
     }
 }
 
-// The place of a virtual function in the table of its class; a destructor takes two.
+// The index of a virtual function in the table of its class; a destructor takes two.
 template <class Function>
 std::size_t slotOf(Function function) {
     struct Parts {
@@ -86,7 +86,7 @@ std::vector<std::size_t> containerSlots() {
     return {slotOf(&T::result), slotOf(&T::containerType), slotOf(&T::defaultValue)};
 }
 
-// Extensions are built by others against this order, from 2 on.
+// Extensions of other builders depend on this order, from 2 on.
 TEST(NodeTest, VirtualFunctionsHaveTheirSlots) {
     using State = FSM::State;
     const std::vector<std::size_t> first{2};
@@ -197,7 +197,7 @@ TEST(StatementTest, ACodeEndsTheListAndGoesOutward) {
     EXPECT_EQ(after, 0);
 }
 
-// What a switch that a host builds gives: 7 when the selector fits its only label, otherwise 0.
+// The result of a switch that a host builds: 7 when the selector fits its only label, otherwise 0.
 template <class Switch, class Constant, class Value>
 long chosen(const Value& selector, const Value& label, int typeCode) {
     SCR::ParserStack stack;

@@ -10,8 +10,8 @@
 
 namespace {
 
-// What a row of operators gives when each is taken for itself, with the ones on its left as its
-// left operand. `trace` gets the numbers of the operands in the order of their evaluation.
+// The result of a row of operators when each one is evaluated separately, with those on its left as
+// its left operand. `trace` gets the numbers of the operands in the order of their evaluation.
 template <class Value>
 class Row {
 public:

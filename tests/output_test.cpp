@@ -1,4 +1,4 @@
-// Where scripts print and write, and what becomes known of outputs that fail.
+// Where scripts print and write, and how failures of outputs become known.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using SCR::Interpreter;
 
-/// Takes `room` bytes, and its time.
+/// Takes `room` bytes, slowly.
 class HostOutput final : public SCR::Output {
 public:
     bool write(std::string_view given) override {
@@ -71,7 +71,7 @@ TEST(OutputTest, AHostMayTakeWhatScriptsPrint) {
         output.room = output.text.size() + 2;
         EXPECT_TRUE(interpreter.execute());
         EXPECT_TRUE(interpreter.execute());  // fails, and the script goes on
-        EXPECT_TRUE(interpreter.finish());   // so does the end
+        EXPECT_TRUE(interpreter.finish());   // so does this
         EXPECT_EQ(output.text, "begin ababab|");
         EXPECT_EQ(interpreter.outputFailures().count(), 3);
         EXPECT_EQ(failuresOf(interpreter), "standard output " + std::to_string(ENOSPC) +
@@ -101,7 +101,7 @@ TEST(OutputTest, WhatAFileDidNotTakeIsKnownOnceItIsClosed) {
     const struct {
         std::string script;
         std::string failures;  // after the execution
-        std::string atEnd;     // and what is added by the end
+        std::string atEnd;     // the further failures at the end
     } rows[] = {
         {open + "fileWriteStr(f, \"x\"); fileClose(f);", full, ""},
         {open + "fileWriteStr(f, \"x\"); fileOpen(f, \"other\", \"w\");", full, ""},

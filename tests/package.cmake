@@ -1,4 +1,4 @@
-# Tests of what users get: headers that stand alone, the library's symbols, the installed package.
+# Tests what users get: headers that stand alone, the library's symbols, the installed package.
 
 # Each public header compiles by itself, as part of the build.
 add_custom_target(kestrel_headers ALL)
@@ -51,7 +51,7 @@ add_test(NAME package.pkgconfig COMMAND make
     CXXFLAGS=${flags} run)
 add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kestrel
     run -e "if (strLength(\"installed\") > 3) { logStdout(\"runs\"); }")
-# What the headers declare must link. clang, which reads them, may be another compiler than the one
+# Everything that the headers declare must link. clang, which reads them, may not be the compiler
 # that builds.
 find_program(KESTREL_clang++ clang++)
 find_package(simdjson QUIET)

@@ -24,8 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// How the next reads of any file go: as the system does them, interrupted every other time and a
-/// few bytes each, or not at all.
+/// The behaviour of the next reads of any file: as the system does them, interrupted every other
+/// time with a few bytes each, or failing.
 enum class Reads { Normal, Short, Broken };
 Reads readsS = Reads::Normal;
 
@@ -66,8 +66,8 @@ protected:
         folder_.write(name, text);
     }
 
-    /// The expanded text, or "failed", and the log below it. A line that gives the file and the
-    /// number of the next one is shown as <file:number>.
+    /// The expanded text, or "failed", and after it the log. A line with the file and the number of
+    /// the next line is shown as <file:number>.
     std::string expand(const std::string& text) {
         Harness::MemoryLog log;
         std::string output = "failed";
@@ -137,7 +137,7 @@ TEST_F(PreprocessorTest, ExpandsTexts) {
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(expand(text), expected) << text;
 
-    // The object is used again, with the output in the place of the text.
+    // The object is used again, with the output and the text in the same place.
     SCR::Preprocessor preprocessor(nullptr, options_);
     std::string text = "include \"one\";";
     EXPECT_TRUE(preprocessor.preprocess(text, text));
@@ -146,7 +146,7 @@ TEST_F(PreprocessorTest, ExpandsTexts) {
     EXPECT_EQ(text, first);
 }
 
-/// Every row of up to five of these words, against the regular expression.
+/// Every row of up to five of these words, compared with the regular expression.
 TEST_F(PreprocessorTest, RecognisesIncludeLines) {
     const std::vector<std::string> words = {" ", "\t", "\r", "\"", ";", "x", "include"};
     regex_t expression;
@@ -243,7 +243,7 @@ TEST_F(PreprocessorTest, ReadsFilesAsTheyCome) {
     const std::string expected = "<:1><file:1><file:1>" + content + "\n<:2>";
     readsS = Reads::Short;
     EXPECT_EQ(expand("include \"file\";"), expected);
-    // A file that is longer than it is said to be.
+    // A file that is longer than reported.
     EXPECT_NE(expand("include \"/proc/self/limits\";").find("Max open files"), std::string::npos);
     readsS = Reads::Broken;
     EXPECT_EQ(expand("include \"file\";"), "failed--\n4 error while reading `file'\n");
@@ -331,7 +331,7 @@ TEST_F(PreprocessorTest, KeepsToTheDirectoriesAllowed) {
                   !c.isAllowed)
             << output;
     }
-    // All of them, but for those in which the kernel shows itself.
+    // All of them, except those in which the kernel shows itself.
     capabilities.allow("include");
     ASSERT_FALSE(options_.allow(capabilities));
     EXPECT_NE(expand("include \"outside\";").find(">text\n"), std::string::npos);

@@ -1,7 +1,7 @@
-# Takes the address of all that the headers installed below PREFIX declare, and links that against
-# the library there. CLANG reads the declarations, NAMES makes the program of them, COMPILER builds
-# it with FLAGS; by KEEP it also compiles what the headers define and nobody calls. WORK is a folder
-# to write to.
+# Takes the address of everything that the headers installed below PREFIX declare, and links that
+# against the library there. CLANG reads the declarations, NAMES makes a program of them, COMPILER
+# builds it with FLAGS; with KEEP it also compiles functions that the headers define and nobody
+# calls. WORK is a folder to write to.
 cmake_minimum_required(VERSION 3.25)
 
 set(include ${PREFIX}/${INCLUDEDIR})
@@ -11,7 +11,7 @@ list(TRANSFORM headers PREPEND "#include \"")
 list(TRANSFORM headers APPEND "\"\n")
 file(WRITE ${WORK}/headers.cpp ${headers})
 
-# A name of a namespace, or what a global name begins with.
+# A name of a namespace, or the beginning of a global name.
 foreach(name SCR FSM FND)
     set(file ${WORK}/${name}.json)
     execute_process(COMMAND ${CLANG} -std=c++20 -I${include} -fsyntax-only -Xclang -ast-dump=json

@@ -1,6 +1,6 @@
 // Reads the declarations of headers, as clang writes them in JSON, from standard input. Writes a
-// program that takes the address of each function and variable that users may name and that is not
-// defined in the headers: what is not in the library does not link.
+// program that takes the address of each function and variable that users may name and that the
+// headers do not define. If the library lacks one, the program does not link.
 
 #include <cstdio>
 #include <set>
@@ -36,8 +36,8 @@ struct Names {
     std::set<std::string> defined;
 };
 
-// The complete object's constructor or destructor of an abstract class need not exist: that of the
-// base object stands for both.
+// An abstract class need not have the complete object's constructor or destructor: that of the base
+// object is enough.
 std::string ofBaseObject(std::string name, char letter) {
     const std::size_t place = name.rfind(std::string{letter, '1', 'E'});
     if (place != std::string::npos) name[place + 1] = '2';
@@ -58,7 +58,7 @@ void addFunction(Element node, std::string_view kind, Names& names) {
     (isDefined ? names.defined : names.functions).insert(name);
 }
 
-// Adds what `node` declares, unless it is private.
+// Adds the declarations in `node`, unless it is private.
 void add(Element node, bool isPrivate, Names& names) {
     const std::string_view kind = text(node, "kind");
     if (flag(node, "isImplicit")) return;

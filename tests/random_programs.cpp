@@ -34,7 +34,7 @@ const Harness::RandomText::Rules rulesS = {
       "n[$var % 3] | n[$var + 1] | n[$var - 2] | (($var * 31 + c) % $number) | "
       "(($var * 7 + 5) % 7) | (($var + b) % -5) | (($var * 3) % 1000003) | (($var + 4) % 0) | "
       "wipe($long)"}},
-    // Now and then as many operands as make a row.
+    // Sometimes enough operands for a row.
     {"sum",
      {"($long$sign$long) | ($long$sign$long) | ($long$sign$long) | ($long$sign$long) | "
       "($var + a - 1 + $var * 2 - $var + 7 - b + $long + c - $var + $long)"}},
@@ -110,7 +110,7 @@ if (p) { logStdout("p"); } if (q) { logStdout("q"); }
 logStdout(s + " " + t + " " + u + w[0] + k{"x"} + "\n");
 )";
 
-/// A program. All its loops end; what it computes shows in what it writes.
+/// A program. All its loops end, and it prints what it computes.
 std::string program(unsigned long number) {
     Harness::RandomText random(rulesS, number);
     std::string text(prologueS);

@@ -1,5 +1,5 @@
-// Jobs on records when the system fails them: reads and writes that go wrong, signals, damaged
-// files. No record is lost unseen, and a named output file appears whole or not at all.
+// Jobs on records when the system fails them: failing reads and writes, signals, damaged files. No
+// record is lost unnoticed, and a named output file appears whole or not at all.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -29,12 +29,12 @@ namespace {
 namespace fs = std::filesystem;
 using Records::RecordJob;
 
-/// How the calls of the system go wrong. Errors of 0 do not happen.
+/// The faults of system calls. An error of 0 means no fault.
 struct Faults {
-    std::size_t readPiece = 0;      ///< A read gives at most so many bytes; 0: as many as asked.
+    std::size_t readPiece = 0;      ///< A read gives at most this many bytes; 0: no limit.
     int readPause = 0;              ///< The error of every other read.
-    std::size_t readsUntilEnd = 0;  ///< After so many bytes,
-    int readEnd = 0;                ///< every read fails by this.
+    std::size_t readsUntilEnd = 0;  ///< After this many bytes,
+    int readEnd = 0;                ///< every read fails with this error.
     std::size_t writePiece = 0;
     int writePause = 0;
     std::size_t writesUntilEnd = 0;
@@ -47,7 +47,7 @@ Faults faultsS;
 std::size_t bytesReadS = 0;
 std::size_t bytesWrittenS = 0;
 
-// What a call has to fail by, 0 for none; cuts `size`.
+// The error of a call, 0 for none; reduces `size`.
 int faultOf(std::size_t& size, std::size_t piece, int pause, bool& pauses, std::size_t& done,
             std::size_t until, int end) {
     pauses = !pauses;
@@ -63,7 +63,7 @@ int faultOf(std::size_t& size, std::size_t piece, int pause, bool& pauses, std::
 
 }  // namespace
 
-// What the program's calls of the system come to.
+// The system calls of the program come here.
 
 extern "C" ssize_t read(int file, void* to, size_t size) {
     static bool pauses = false;
@@ -135,7 +135,7 @@ TEST_F(RecordFaults, CallsOfTheSystemMayFail) {
         const char* name;
         Faults faults;
         End end;
-        const char* error;  // behind the path
+        const char* error;  // after the path
     } rows[] = {
         {"short reads", {.readPiece = 3}, End::Done, ""},
         {"interrupted reads", {.readPiece = 500, .readPause = EINTR}, End::Done, ""},
@@ -266,7 +266,7 @@ private:
     int messages_ = -1;
 };
 
-// Whether `condition` comes true within some seconds.
+// Waits some seconds for `condition` to become true, and tells whether it did.
 template <class Condition>
 bool comesTrue(const Condition& condition) {
     for (int i = 0; i < 5000; ++i) {
@@ -319,7 +319,7 @@ TEST_F(RecordFaults, SignalsEndAJobBehindARecord) {
 }
 
 TEST_F(RecordFaults, ASignalStopsAJobThatIsAtWork) {
-    // The records are there already; the job is somewhere among them.
+    // The records are already there; the job is somewhere among them.
     const std::string text = records(200'000);
     folder_.write("in", text);
     for (const char* const jobs : {"1", "4"}) {

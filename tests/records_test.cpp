@@ -1,4 +1,4 @@
-// Holds the cutting of text into records, the access to fields and whole jobs against tables.
+// Tests the cutting of text into records, the access to fields, and whole jobs, by tables.
 
 #include <gtest/gtest.h>
 
@@ -66,7 +66,7 @@ TEST(Records, TextIsCutIntoRecords) {
         {csvS, "\"a\r", "1!\"a\r!"},
         {csvS, "\xEF\xBB\xBF\"a\n\"\nb", "1[\"a\n\"]3[b]"},
         {csvS, "\xEF\xBB", "1[\xEF\xBB]"},
-        // A quote that a line leaves open for ever; lines behind it that leave one open, too.
+        // A quote that a line never closes, and later lines that leave one open too.
         {csvS, "x\"\",\"\nx,\",y\n\"c\n\"\nz", "1[x\"\",\"\nx,\",y]3[\"c\n\"]5[z]"},
         {csvS, "1,\"a\n2,\"b\n3,c\n", "1!1,\"a!2!2,\"b!3[3,c]"},
         {csvS, "\"a\n\"b\"\"\nc\",d\n\"e\n\"z\n", "1!\"a!2[\"b\"\"\nc\",d]4!\"e!5!\"z!"},
@@ -81,7 +81,7 @@ TEST(Records, TextIsCutIntoRecords) {
     EXPECT_EQ(cut(csvS, big + "\n\"" + big + "\n\",y\n"), "1[" + big + "]2[\"" + big + "\n\",y]");
 }
 
-// What a job leaves of the records of `input`.
+// The records of `input` that a job leaves.
 struct Outcome {
     Records::RecordJob::End end;
     Records::Counts counts;
@@ -133,7 +133,7 @@ TEST(Records, JobsAccountForEveryRecord) {
          {2, 1, 1, 0},
          "edrString(dest) == \"49\""},
         {"", "", "", "", {0, 0, 0, 0}},
-        // No record, so no header: names are not known, and need not be.
+        // Without a record there is no header: names are not known, and need not be.
         {"edrString(id) = \"\";", "", "", "", {0, 0, 0, 0}, "edrLong(id) > 1"},
         {"edrString(a_b) = \"x\";", "a-b,a_b\n1,2\n", "a-b,a_b\n1,x\n", "", {1, 1, 0, 0}},
         {"edrDate(id) = edrDate(dest); edrDecimal(cost) = edrDecimal(dest);",
@@ -238,7 +238,7 @@ TEST(Records, TheLastJsonMemberOfANameCounts) {
         {R"({"o":{"a":1,"b":7,"a":2},"z":5})", "edrDeleteField(o.a); edrLong(z) = 6;",
          R"({"o":{"b":7},"z":6})"},
         {R"({"o":{"a":1},"o":{"a":2}})", "edrLong(o.a) = 3;", R"({"o":{"a":1},"o":{"a":3}})"},
-        // The very name comes before one that "_" stands for.
+        // An exact name wins over one that matches by "_".
         {R"({"a_b":1,"a-b":2})", "edrLong(a_b) = 3;", R"({"a_b":3,"a-b":2})"},
         {R"({"a b":1,"a-b":2})", "edrLong(a_b) = 3;", R"({"a b":1,"a-b":3})"},
     };
@@ -247,7 +247,7 @@ TEST(Records, TheLastJsonMemberOfANameCounts) {
         const std::string before = "{\"x\":0,\"b\":0,\"a\":5}\n";
         const std::string all = changeJson(row.text, row.script).text;
         EXPECT_EQ(all, row.expected);
-        // The same behind records of another shape.
+        // The same after records of another shape.
         const std::string both = changeJson(before + row.text, row.script).text;
         EXPECT_EQ(both.substr(both.rfind('\n') + 1), row.expected);
     }
@@ -283,8 +283,8 @@ TEST(Records, JsonNumbersAreReadHoweverTheyAreWritten) {
     }
 }
 
-// Walking over an array, changing it on the way and appending to another take time that grows with
-// its length only: this would take minutes otherwise.
+// Walking over an array, changing it on the way and appending to another one take time in
+// proportion to its length; otherwise this would take minutes.
 TEST(Records, LongJsonArraysAreWalkedOverOnce) {
     constexpr int count = 100'000;
     std::string text = "{\"sum\":0,\"items\":[";
@@ -306,7 +306,7 @@ TEST(Records, LongJsonArraysAreWalkedOverOnce) {
     EXPECT_EQ(changed.log, "");
 }
 
-// However many workers and parts there are, the records come out once each and in order.
+// Whatever the number of workers and parts, each record comes out once and in order.
 TEST(Records, WorkersAndPartsGiveTheSameResult) {
     std::string text = "id,name\n";
     std::string expected = text;

@@ -48,14 +48,14 @@ TEST(Reentry, LostValuesAreReportedAndNothingElse) {
         {"function Long third(Long a, Long b, Long c) { a = 1; return a + b + c; }\n"
          "third(1, third(1, 1, 1), 1); third(1, 2, third(1, 1, 1));",
          "2 third third b"},
-        // The inner call stores what is there already.
+        // The inner call stores the value that is already there.
         {add + "add(t, add(t, 1)); add(1, add(1, add(1, 1)));", ""},
         {add + "add(t,\nadd((t = 2), 1));\nadd(t + 0, add(t + 0, 1));\nadd(1, add(2, 1));",
          "3 add add a; 4 add add a; 5 add add a"},
         {add + "function Long more(Long n) { t = t + 1; return n; }\nadd(t, more(1) + add(t, 1));",
          "3 add add a"},
 
-        // What is read after a function has called itself.
+        // Variables that are read after a function has called itself.
         {"function Long f(Long n) { if (n <= 1) return 1; return n * f(n - 1); }", ""},
         {"function Long f(Long n) { if (n <= 1) return 1;\nreturn f(n - 1) * n; }", "2 n f"},
         {"function Long f(Long n) { return f(n - 1) +\nf(n - 2); }", "2 n f"},
@@ -111,7 +111,7 @@ TEST(Reentry, CompilingReportsNothing) {
     EXPECT_EQ(log.text, "");
 }
 
-// Bounded in time, however the script is made.
+// The time is bounded for any script.
 TEST(Reentry, GivesUpOnMonsters) {
     std::string script = "function f(Long n) {";
     for (int i = 0; i < 15000; ++i) script += "Long v" + std::to_string(i) + " = n;";

@@ -17,7 +17,8 @@ namespace {
 using SCR::RegExpr;
 using SCR::SearchAutomaton;
 
-// The same expression, with an alternative that never matches and that the automaton does not take.
+// The same expression with an alternative that never matches and that the automaton does not
+// accept.
 std::string forLibrary(const std::string& pattern) { return "(" + pattern + ")|$x"; }
 
 void expectSame(const std::string& pattern, const RegExpr& plain, const RegExpr& library,
@@ -95,7 +96,7 @@ const Harness::RandomText::Rules rulesS = {
     {"set", {"$plain | $plain | $plain | $plain | $plain | $plain | $plain | $plain | $odd", ""}},
     {"plain", {"a | b | c | [ab] | [^a] | . | \\d | [b-] | \\w | b | [1-9] | \\S | \\W"}},
     {"odd", {"$plain | $plain | $plain | ^ | $ | \\b"}},
-    // Common bytes, and now and then a line end, NUL or a piece of a broken UTF-8 sequence.
+    // Common bytes, and sometimes a line end, NUL or a piece of a broken UTF-8 sequence.
     {"text", {"a | a | a | b | b | c | - | 1 |   | a | a | b | \n | \0 | \xc3 | \xff"sv}},
 };
 
@@ -173,12 +174,12 @@ Expression randomExpression(Dice& dice, int depth) {
     return both;
 }
 
-// The library takes a common beginning out of alternatives, and then looks for it in UTF-8.
+// The library factors out a common beginning of alternatives, and then looks for it in UTF-8.
 TEST(RegExpr, KnowsBytesAbove127) {
     Dice dice;
     for (int i = 0; i < 3000; ++i) {
         Expression expression = randomExpression(dice, 4);
-        // Without the parentheses around the whole, where it is likeliest to go wrong.
+        // Without the parentheses around the whole, where a fault is most likely.
         if (dice.below(2) == 0) expression = either(expression, randomExpression(dice, 3));
         const bool isAtStart = dice.below(4) == 0;
         const RegExpr library(isAtStart ? "^(" + expression.pattern + ")" : expression.pattern);

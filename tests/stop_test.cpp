@@ -1,5 +1,5 @@
-// Stops what an interpreter does at each point where it may be stopped, and calls it from where it
-// is at work: nothing is thrown at the host, and the interpreter works afterwards.
+// Stops an interpreter at each point where it may be stopped, and calls it while it works: nothing
+// is thrown at the host, and the interpreter works afterwards.
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ using SCR::HostExtension;
 using SCR::Interpreter;
 using SCR::Limits;
 
-// Takes messages and keeps none, so that what an interpreter holds can be counted.
+// Counts messages and keeps none, so that the memory of an interpreter can be measured.
 struct CountingLog final : SCR::Log {
     void log(const FND::String& message, FND::Status::Severity /*severity*/) override {
         if (message.find("stopped by a test") != FND::String::npos) ++stops;
@@ -41,8 +41,8 @@ struct CountingLog final : SCR::Log {
     int stops = 0;
 };
 
-// Compiles and executes `script`, and lets question number `question` stop it. False when it asked
-// fewer.
+// Compiles and executes `script`, and makes question number `question` stop it. False when there
+// were fewer questions.
 bool runStopped(const std::string& script, std::int64_t question) {
     CountingLog log;
     Interpreter interpreter(&log);
@@ -59,10 +59,10 @@ bool runStopped(const std::string& script, std::int64_t question) {
     return true;
 }
 
-// The number of questions, each of which stopped the script once.
+// The number of questions, each of which has stopped the script once.
 std::int64_t sweep(const std::string& script) {
     SCOPED_TRACE(script);
-    // What is made once and kept is made by the first run.
+    // The first run makes the objects that are made once and kept.
     const Harness::StdoutCapture capture;
     std::int64_t question = 0;
     while (runStopped(script, question) && !testing::Test::HasFailure()) {
@@ -110,7 +110,7 @@ TEST(StopTest, EachQuestionMayStopTheLanguage) {
               100);
 }
 
-// Whoever lowers the limits while something is held gets it back without a stop.
+// A host that lowers the limits while memory is held gets it back without a stop.
 TEST(StopTest, GivingBackNeverStops) {
     MemoryLog log;
     Interpreter interpreter(&log);
@@ -149,7 +149,7 @@ TEST(StopTest, GivingBackNeverStops) {
     }
 }
 
-// What a host does in a function, a log, an extension or a condition.
+// Actions of a host in a function, a log, an extension or a condition.
 TEST(StopTest, TheInterpreterMayBeCalledFromWhereItIsAtWork) {
     struct CallingLog final : SCR::Log {
         void log(const FND::String& /*message*/, FND::Status::Severity /*severity*/) override {
@@ -180,7 +180,7 @@ TEST(StopTest, TheInterpreterMayBeCalledFromWhereItIsAtWork) {
     EXPECT_TRUE(interpreter.execute());
     EXPECT_EQ(most, 21);
     EXPECT_EQ(log.messages, 1);
-    // However deep they may be nested, the stack ends first.
+    // However deep they may nest, the stack is protected.
     limits.depth = Limits::none;
     interpreter.limits(limits);
     other.limits(limits);
@@ -233,7 +233,7 @@ TEST(StopTest, FailuresOfTheHostStopTheScript) {
                 host.function("throwing", []() -> long { throw std::runtime_error("bad"); });
                 host.function("gentle", [](Interpreter& running) { running.fail("no matter"); })
                     ->nullOnFailure(true);
-                // What fails in a run within the run is that one's.
+                // A failure in a run within the run belongs to the inner run.
                 host.function("inner", [](Interpreter& running) {
                     bool value = true;
                     EXPECT_FALSE(running.evaluateQuery(value));
@@ -257,14 +257,14 @@ TEST(StopTest, InterruptionsReachWhatRunsAndNothingElse) {
     ASSERT_TRUE(interpreter.compile("Long n; n = 1;"));
     EXPECT_FALSE(interpreter.interrupt());
     EXPECT_TRUE(interpreter.execute());
-    // The shortest of scripts are stopped, at the call or by their end.
+    // Even the shortest scripts are stopped, at the call or at their end.
     for (const char* const script : {"interrupt();", "if (true) { interrupt(); }"}) {
         ASSERT_TRUE(interpreter.compile(script));
         EXPECT_FALSE(interpreter.execute());
     }
     EXPECT_FALSE(interpreter.compile("function BEGIN { interrupt(); }"));
     EXPECT_EQ(wasRunning, 3);
-    // Runs within each other are all stopped.
+    // Nested runs are all stopped.
     bool isInner = true;
     host.function("query", [&] {
         bool value = false;
@@ -298,7 +298,7 @@ TEST(StopTest, InterruptionsReachWhatRunsAndNothingElse) {
 TEST(StopTest, TimeIsNoticedWhereverItGoes) {
     std::string straight;
     for (int i = 0; i < 100'000; ++i) straight += "s = strToUpper(s);\n";
-    // Blocks within blocks, none of them long.
+    // Nested blocks, none of them long.
     std::string nested = "s = strToUpper(s);";
     for (int level = 0; level < 4; ++level) {
         const std::string inner = nested;
@@ -406,8 +406,8 @@ TEST(StopTest, ForkedChildrenCompile) {
     ASSERT_EQ(swapcontext(&main, &fiber), 0);
 }
 
-// Scripts run on stacks that are not the thread's, held by the depth or by the bounds that are
-// said.
+// Scripts run on stacks that are not the thread's; the limit of depth, or the bounds given, protect
+// them.
 TEST(StopTest, FibersRun) {
     static Interpreter* interpreterS = nullptr;
     static bool hasRunS = false;

@@ -1,5 +1,5 @@
-// What the string and numeric functions are made of: number texts against the C library, regular
-// expressions, and the memory that results take.
+// The parts of the string and numeric functions: number texts compared with the C library, regular
+// expressions, and the memory of results.
 
 #include <gtest/gtest.h>
 
@@ -196,7 +196,7 @@ TEST(RegExpr, FindsTheLeftmostLongestMatch) {
 TEST(RegExpr, TakesHostilePatternsAndTextsInItsStride) {
     const string deep = string(50000, '(') + 'a' + string(50000, ')');
     SCR::RegExpr(deep).search("aa", 0);
-    // Many more states than may be kept.
+    // Many more states than can be kept.
     const SCR::RegExpr wide("a[ab]{300}b[ab]{200}c");
     EXPECT_TRUE(wide.isValid());
     string text;

@@ -1,5 +1,5 @@
-// Interpreters beside each other: what they share must bear it. Meant to be run under
-// ThreadSanitizer as well.
+// Interpreters in parallel: what they share must be safe. Also meant to be run under
+// ThreadSanitizer.
 
 #include <gtest/gtest.h>
 
@@ -32,8 +32,8 @@ void onThreads(const std::function<void(int)>& action) {
     for (std::thread& thread : threads) thread.join();
 }
 
-// Compiles, executes, fails to compile, asks queries and ends, over and over; the table of the
-// library comes and goes with the last interpreter.
+// Compiles, executes, fails to compile, asks queries and ends, over and over. The last interpreter
+// takes the table of the library with it.
 TEST(ThreadsTest, InterpretersComeAndGo) {
     const std::size_t before = SCR::MainExtension::tableSize();
     onThreads([](int thread) {
@@ -67,8 +67,8 @@ TEST(ThreadsTest, InterpretersComeAndGo) {
     EXPECT_EQ(SCR::MainExtension::tableSize(), before);
 }
 
-// What a compile made is used and given back by other threads, one after the other, while scripts
-// of other threads come and go.
+// Other threads use and give back what a compile made, one after the other, while scripts of
+// further threads come and go.
 TEST(ThreadsTest, InterpretersAreHandedOn) {
     struct Used {
         MemoryLog log;
@@ -76,7 +76,7 @@ TEST(ThreadsTest, InterpretersAreHandedOn) {
         SCR::ConditionList conditions{interpreter};
     };
     std::vector<std::unique_ptr<Used>> all(threadsS);
-    // In the round k thread i has the interpreter i + k.
+    // In round k, thread i has interpreter i + k.
     for (int round = 0; round < 3 * threadsS; ++round) {
         onThreads([&](int thread) {
             std::unique_ptr<Used>& used =

@@ -50,13 +50,13 @@ TEST(UseTest, NamesAreFoundAcrossExtensions) {
         {"use two; use one; logStdout(longToStr(answer() * 10 + one::answer()));", "21", ""},
         // The name of the extension counts, not that of the library; both may hold dots.
         {"use dotted; logStdout(longToStr(dot.ted::answer()));", "3", ""},
-        // A variable of the script hides the extension's, but for its qualified name.
+        // A variable of the script hides the extension's, which its qualified name still reaches.
         {"use one; Long count = 7; logStdout(longToStr(count * 10 + one::count));", "70", ""},
         // Each extension has variables of its own; those of the script are in no module.
         {"use one; use two; one::next(); one::count = one::count + 5; two::next();\n"
          "logStdout(longToStr(one::count * 10 + two::count));",
          "61", ""},
-        // Built-ins go first, and have a module of their own.
+        // Built-ins take precedence, and have a module of their own.
         {"use one; logStdout(main::longToStr(strLength(\"abc\")));", "3", ""},
         {"use one; logStdout(longToStr(refuse()));", "",
          "ERROR: line 1: script stopped: refuse: refused\n"},
@@ -67,7 +67,7 @@ TEST(UseTest, NamesAreFoundAcrossExtensions) {
          "ERROR: line 1: warning: duplicate extension impostor\n"},
         {"use builtin; logStdout(\"x\");", "x",
          "ERROR: line 1: warning: duplicate extension builtin\n"},
-        // A `use` holds from there on, wherever it stands.
+        // A `use` holds from its place on, wherever that is.
         {"if (false) { use one; }\nlogStdout(longToStr(answer()));", "1", ""},
         {"use compiler; logStdout(longToStr(sum) + \" \" + message);",
          "42 ERROR: line 4: parse error", ""},
@@ -99,7 +99,7 @@ TEST(UseTest, BadLibrariesFailTheCompile) {
     const std::string cannot = "ERROR: line 2: can not use ";
     const struct {
         const char* name;
-        std::string reason;  // the whole of it, or the part of the loader's that must be there
+        std::string reason;  // complete, or the part of the loader's message that must occur
     } rows[] = {
         {"nowhere", "libnowhere.so: cannot open shared object file: No such file or directory"},
         {"Two", "libTwo.so: cannot open shared object file: No such file or directory"},
@@ -135,7 +135,7 @@ TEST(UseTest, AnExtensionThatFailsLaterFailsTheCompile) {
     const Harness::ScriptRun result = Harness::run("use faulty;\nLong a = fault;");
     EXPECT_FALSE(result.compiled);
     EXPECT_EQ(result.log, "ERROR: no variable\n");
-    // However deep in an expression; a leak checker sees what the parser had allocated.
+    // At any depth of an expression; a leak checker sees what the parser had allocated.
     EXPECT_EQ(Harness::run("use faulty; Long a = " + std::string(2000, '(') + "fault").log,
               "ERROR: no variable\n");
     EXPECT_EQ(Harness::run("use faulty;\nb;").log, "ERROR: line 2: unknown identifier `b'\n");

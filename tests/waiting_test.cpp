@@ -163,7 +163,7 @@ TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
     }
 }
 
-/// Sends this thread a signal that does nothing but interrupt system calls, over and over.
+/// Keeps sending this thread a signal that does nothing except interrupt system calls.
 class SignalStorm {
 public:
     SignalStorm() : target_(pthread_self()) {

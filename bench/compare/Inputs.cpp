@@ -41,7 +41,7 @@ std::string callRecords(Dice& dice, long records) {
 }
 
 // Codes of goods, a pattern for each of 50 kinds; most texts begin with a code of a known kind, and
-// have a reference in capitals somewhere behind it.
+// have a reference in capitals somewhere after it.
 bool writeTexts(const std::string& directory, Dice& dice) {
     std::string patterns;
     std::string cases;
@@ -88,7 +88,7 @@ bool writeTexts(const std::string& directory, Dice& dice) {
            save(directory + "/regexpr_switch.ks", script);
 }
 
-// How the parts of a generated script are written in one language.
+// The syntax of one language for a generated script.
 struct Dialect {
     const char* file;
     const char* head;

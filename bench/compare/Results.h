@@ -10,5 +10,5 @@ using Results = std::map<std::pair<std::string, std::string>, double>;
 /// Writes `results` as JSON, an object a line; false when that fails.
 bool saveResults(const std::string& file, const Results& results);
 
-/// Reads what `saveResults` wrote; empty when the file can not be read.
+/// Reads what `saveResults` wrote; empty when the file cannot be read.
 Results loadResults(const std::string& file);

@@ -1,4 +1,4 @@
-// Compares Kestrel with what else one would embed: the same work in each, whose outputs must agree,
+// Compares Kestrel with other embeddable engines: the same work in each, whose outputs must agree,
 // in turns, the median of several rounds, processor time. Prints the seconds that Kestrel takes and
 // their ratio to each peer's: below 1 Kestrel is faster.
 //
@@ -103,7 +103,7 @@ double median(std::vector<double> values) {
     return *middle;
 }
 
-// Ours first, then the peers that there are.
+// Ours first, then the available peers.
 std::vector<Contender> contendersOf(const Workload& workload) {
     const std::string scripts = std::string(workloadsS) + "/" + workload.folder;
     Contender ours{"Kestrel", {}, {}};
@@ -141,7 +141,7 @@ std::vector<Contender> contendersOf(const Workload& workload) {
     return contenders;
 }
 
-// Measures a workload and prints its line; false when a contender failed or wrote something else.
+// Measures a workload and prints its line; false when a contender failed or gave another output.
 bool compare(const Workload& workload, const Options& options, const Results& before,
              Results& results) {
     std::vector<Contender> contenders = contendersOf(workload);

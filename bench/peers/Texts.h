@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// The lines of the file `name`, without their ends; none when it can not be read.
+/// The lines of the file `name`, without their ends; none when it cannot be read.
 inline std::vector<std::string> linesOf(const char* name) {
     std::ifstream file(name);
     std::vector<std::string> lines;

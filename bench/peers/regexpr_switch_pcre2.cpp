@@ -1,5 +1,5 @@
-// The choice of regexpr_switch by PCRE2's just-in-time compiler: one alternation whose branches are
-// told apart by their marks.
+// The choice of regexpr_switch by PCRE2's just-in-time compiler: one alternation whose branches
+// have distinct marks.
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <pcre2.h>
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # usage: parallel.sh SCRIPT INPUT DIR PARTS [OPTION...]
 # Works on PARTS parts of the file INPUT with GNU parallel, and leaves the results in DIR. OPTIONs
-# go to `kestrel run`. Start it again after any failure: what is complete is not done again.
+# go to `kestrel run`. After any failure start it again: complete parts are not done again.
 #
 # Environment: KESTREL, the command (kestrel); PARALLEL, more options for GNU parallel, such as
 # "--sshloginfile machines" for machines that share INPUT, SCRIPT and DIR.

@@ -1,4 +1,4 @@
-// Checks of numbers that stand in records: card numbers, bank accounts, telephone numbers.
+// Checks numbers in records: card numbers, bank accounts, telephone numbers.
 //
 //     use numbers;
 //     if (luhnIsValid(card) and ibanIsValid(account)) { ... numbers::msisdn(caller, "49") ... }
@@ -17,8 +17,8 @@ namespace {
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isCapital(char c) { return c >= 'A' && c <= 'Z'; }
 
-// Whether `text` is of two digits or more and its last one is the check digit of the others
-// (ISO/IEC 7812-1, annex B).
+// Whether `text` has two digits or more and the last one is the check digit of the others (ISO/IEC
+// 7812-1, annex B).
 bool luhnIsValid(std::string_view text) {
     int sum = 0;
     bool isDoubled = false;
@@ -30,8 +30,8 @@ bool luhnIsValid(std::string_view text) {
     return text.size() >= 2 && sum % 10 == 0;
 }
 
-// Whether `text`, blanks left out, is an account number whose check digits fit (ISO 13616-1). How
-// long the numbers of each country are is not looked at.
+// Whether `text`, without its blanks, is an account number whose check digits fit (ISO 13616-1).
+// The lengths of the numbers in each country are not checked.
 bool ibanIsValid(std::string_view text) {
     std::string number;
     for (const char c : text) {
@@ -41,7 +41,7 @@ bool ibanIsValid(std::string_view text) {
     if (!isCapital(number[0]) || !isCapital(number[1])) return false;
     if (!isDigit(number[2]) || !isDigit(number[3])) return false;
     // The first four characters go to the end, letters count from 10, and the remainder of the
-    // division by 97 has to be 1.
+    // division by 97 must be 1.
     int remainder = 0;
     for (std::size_t i = 0; i < number.size(); ++i) {
         const char c = number[(i + 4) % number.size()];
@@ -57,8 +57,8 @@ bool ibanIsValid(std::string_view text) {
 }
 
 // A telephone number in its international form, "+" and at most 15 digits (ITU-T E.164); empty when
-// `text` is none. A number with one leading 0, or none, belongs to `country`, such as "49". Scripts
-// see what is thrown as a message, and get an empty text.
+// `text` is none. A number with one leading 0, or none, belongs to `country`, such as "49". An
+// exception becomes a message for scripts, which get an empty text.
 FND::String msisdn(std::string_view text, std::string_view country) {
     if (country.empty() || !std::all_of(country.begin(), country.end(), isDigit)) {
         throw std::invalid_argument("'" + std::string(country) + "' is no country code");
@@ -88,9 +88,9 @@ FND::String msisdn(std::string_view text, std::string_view country) {
 
 }  // namespace
 
-// What "use numbers;" calls, in libnumbers.so: the name of the library, then "_KestrelExtension".
-// The interpreter owns what it is given; each gets one of its own, so functions with a state keep
-// it in the extension and need no lock.
+// "use numbers;" calls this function of libnumbers.so: the name of the library, then
+// "_KestrelExtension". The interpreter owns the result, and each interpreter gets its own. So
+// functions with a state keep it in the extension and need no lock.
 extern "C" [[gnu::visibility("default")]] SCR::Extension* numbers_KestrelExtension() {
     auto numbers = std::make_unique<SCR::HostExtension>("numbers");
     numbers->function("luhnIsValid", luhnIsValid)->isActive(false);

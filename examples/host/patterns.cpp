@@ -27,7 +27,7 @@ void check(bool holds) {
     if (!holds) ++failuresS;
 }
 
-// Lets patterns of strangers take so many bytes while they are built and after.
+// Limits the bytes that patterns of strangers take while they are built and afterwards.
 class Bytes final : public FSM::Budget {
 public:
     explicit Bytes(std::size_t bytes) : left_(bytes) {}
@@ -36,7 +36,7 @@ public:
         left_ -= bytes;
     }
     void give(std::size_t bytes) noexcept override { left_ += bytes; }
-    void work(std::size_t) override {}  // the place to look at the clock
+    void work(std::size_t) override {}  // a good place to look at the clock
 
 private:
     std::size_t left_;
@@ -63,7 +63,7 @@ int main() {
         group.insertPattern(std::string(".*") + word + ".*");
     }
     if (!group.finalSetup()) return fail(group.error());
-    Paths paths;  // keeps its memory from text to text
+    Paths paths;  // keeps its memory between texts
     group.process("a blue hat and a red one", paths);
     check(paths == Paths{0, 2});
 

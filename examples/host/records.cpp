@@ -1,4 +1,4 @@
-// A host with records of its own in memory: a script rates calls, a condition picks the dear ones.
+// A host with records in memory: a script rates calls, a condition finds the expensive ones.
 
 #include <cstdio>
 #include <string>
@@ -43,7 +43,7 @@ int main() {
     SCR::Interpreter interpreter(&log);
     SCR::HostExtension& host = *SCR::HostExtension::insert(interpreter, "host");
 
-    // Two ways to a record: variables that the host fills, and fields that it is asked for.
+    // Two ways to reach a record: variables that the host fills, and fields that scripts ask for.
     auto place = host.variable<FND::String>("place");
     auto price = host.variable<FND::Decimal>("price");
     auto summary = host.variable<FND::String>("summary");

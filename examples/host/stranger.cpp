@@ -1,5 +1,5 @@
-// A host that runs a script of somebody whom it does not know: it may read tariffs, write results,
-// and takes no more than it is granted, in a time zone that is the same everywhere.
+// A host that runs a stranger's script. The script may read tariffs and write results, takes no
+// more than it is granted, and runs in a time zone that is the same everywhere.
 
 #include <cstdio>
 #include <filesystem>

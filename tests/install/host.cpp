@@ -1,6 +1,6 @@
-// A host program that sees the installed headers only. Derives every class that hosts and
-// extensions derive from, casts across the library's boundary, and exits 0 when all is as it should
-// be.
+// A host program that sees only the installed headers. Derives from every class that hosts and
+// extensions derive from, casts across the library's boundary, and exits with 0 when everything is
+// right.
 
 #include <cstdio>
 #include <memory>
@@ -64,7 +64,7 @@ private:
     std::unique_ptr<SCR::LongNode> operand_;
 };
 
-/// `first(array)` and `named(hash, key)`: elements that scripts may assign. Of Longs only.
+/// `first(array)` and `named(hash, key)`: elements that scripts may assign. Only of Longs.
 SCR::Node* first(SCR::Interpreter& interpreter, SCR::ParserStack& stack, const SCR::FctDescr&) {
     auto array = stack.pop<SCR::ArrayNode>();
     if (SCR::Node::baseType(array->containerType()) != SCR::TypeCode::Long) {
@@ -124,7 +124,7 @@ public:
     SCR::Variable* clone() const override { return new HostVariable; }
 };
 
-/// What builds nodes of other kinds, and a variable that is no one's of the library.
+/// Builds nodes of other kinds, and has a variable whose class is not one of the library's.
 class OtherExtension : public SCR::Extension {
 public:
     FND::String extensionName() const override { return "other"; }

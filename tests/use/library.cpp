@@ -19,7 +19,7 @@ struct Alive {
     ~Alive() { --aliveS; }
 };
 
-// An extension `name` with a counter of its own and a few functions that tell it from others.
+// An extension `name` with a counter of its own and a few functions to identify it.
 std::unique_ptr<SCR::HostExtension> make(const char* name, long answer) {
     auto extension = std::make_unique<SCR::HostExtension>(name);
     auto count = extension->variable<long>("count");
@@ -30,7 +30,7 @@ std::unique_ptr<SCR::HostExtension> make(const char* name, long answer) {
     return extension;
 }
 
-// What is asked of it fails, from the name on or from the first look-up on.
+// Its functions fail, from the name on or from the first look-up on.
 class Faulty final : public SCR::Extension {
 public:
     explicit Faulty(bool isNamed) : isNamed_(isNamed) {}
@@ -71,7 +71,7 @@ KESTREL_API SCR::Extension* number_KestrelExtension() { throw 42; }
 KESTREL_API SCR::Extension* nameless_KestrelExtension() { return new Faulty(false); }
 KESTREL_API SCR::Extension* faulty_KestrelExtension() { return new Faulty(true); }
 
-// Compiles scripts in the midst of the compile that it is part of, a wrong one among them.
+// Compiles scripts, one of them wrong, during the compile that it is part of.
 KESTREL_API SCR::Extension* compiler_KestrelExtension() {
     LastMessage log;
     SCR::Interpreter inner(&log);
