@@ -231,7 +231,7 @@ public:
 
 private:
     class CompileScope;
-    class State;
+    struct State;
 
     std::unique_ptr<State> state_;  // null when there was no memory for it
 };

@@ -6,6 +6,7 @@
 
 #include "fnd/ForkGuard.h"
 #include "scr/Variable.h"
+#include "scr/Version.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/call/Operator.h"
 #include "scr/run/ScriptMutexes.h"
@@ -39,7 +40,7 @@ void fillTable() {
         std::unique_ptr<Variable> owned(variable);
         table.try_emplace(name, std::move(owned));
     };
-    addConstant("KESTREL_VERSION", new StringVariable("7.5.0 10032", true));
+    addConstant("KESTREL_VERSION", new StringVariable(FND::String(version()) + " 10032", true));
     addConstant("MAX_DATE", new DateVariable(FND::DateTime::max(), true));
     addConstant("MIN_DATE", new DateVariable(FND::DateTime::min(), true));
     addConstant("STRIP_LEADING", new LongVariable(1, true));

@@ -104,6 +104,7 @@ TEST(UseTest, BadLibrariesFailTheCompile) {
         {"nowhere", "libnowhere.so: cannot open shared object file: No such file or directory"},
         {"Two", "libTwo.so: cannot open shared object file: No such file or directory"},
         {"nosymbol", "undefined symbol: nosymbol_KestrelExtension"},
+        {"later", ": built for version 8 of Kestrel, and this is 7\n"},
         {"null", ": generator function failed\n"},
         {"thrower", ": generator function failed: no licence\n"},
         {"number", ": generator function failed: unknown exception\n"},

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "scr/HostExtension.h"
+#include "scr/Version.h"
 
 namespace {
 
@@ -87,6 +88,8 @@ FND::String msisdn(std::string_view text, std::string_view country) {
 }
 
 }  // namespace
+
+KESTREL_EXTENSION_VERSION(numbers);
 
 // "use numbers;" calls this function of libnumbers.so: the name of the library, then
 // "_KestrelExtension". The interpreter owns the result, and each interpreter gets its own. So

@@ -245,6 +245,10 @@ inline Text cannotUse(const Text& name, const Text& reason) {
     return "can not use " + name + ": " + reason;
 }
 inline const Text generatorFailed = "generator function failed";
+inline Text builtForVersion(int built, int own) {
+    return "built for version " + std::to_string(built) + " of Kestrel, and this is " +
+           std::to_string(own);
+}
 inline Text extensionRefused(const Text& extension, const Text& reason) {
     return "ERROR: extension " + quoted(extension) + ": " + reason;
 }

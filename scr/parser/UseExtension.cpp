@@ -6,6 +6,7 @@
 
 #include "scr/Extension.h"
 #include "scr/Interpreter.h"
+#include "scr/Version.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/Actions.h"
@@ -59,6 +60,11 @@ bool SCR_useExtension(std::string_view extensionName) {
     const auto generator =
         reinterpret_cast<Generator>(dlsym(library, (name + "_KestrelExtension").c_str()));
     if (generator == nullptr) return reportUse(name, loaderError());
+    const auto* const built =
+        static_cast<const int*>(dlsym(library, (name + "_KestrelVersion").c_str()));
+    if (built != nullptr && *built != KESTREL_VERSION_MAJOR) {
+        return reportUse(name, SCR::Messages::builtForVersion(*built, KESTREL_VERSION_MAJOR));
+    }
     FND::String module;
     std::unique_ptr<SCR::Extension> extension = generate(name, generator, module);
     if (!extension) return false;

@@ -6,6 +6,7 @@
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
+#include "scr/Version.h"
 
 namespace {
 
@@ -58,9 +59,14 @@ public:
 
 }  // namespace
 
+KESTREL_EXTENSION_VERSION(one);
+
 extern "C" {
 
+KESTREL_API const int later_KestrelVersion = KESTREL_VERSION_MAJOR + 1;
+
 KESTREL_API SCR::Extension* one_KestrelExtension() { return make("one", 1).release(); }
+KESTREL_API SCR::Extension* later_KestrelExtension() { return make("later", 6).release(); }
 KESTREL_API SCR::Extension* two_KestrelExtension() { return make("two", 2).release(); }
 KESTREL_API SCR::Extension* dotted_KestrelExtension() { return make("dot.ted", 3).release(); }
 KESTREL_API SCR::Extension* impostor_KestrelExtension() { return make("one", 4).release(); }
