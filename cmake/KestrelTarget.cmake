@@ -24,6 +24,22 @@ function(kestrel_hardening target)
     target_link_options(${target} PRIVATE $<${is_optimised}:LINKER:-z,relro,-z,now>)
 endfunction()
 
+# Lets the sources of a target use the standard headers that the first target compiled.
+function(kestrel_precompile target)
+    if(NOT KESTREL_PRECOMPILE)
+        return()
+    endif()
+    get_property(first GLOBAL PROPERTY kestrel_precompiled)
+    if(first)
+        target_precompile_headers(${target} REUSE_FROM ${first})
+    else()
+        # More would take longer to load than they take to compile.
+        target_precompile_headers(${target} PRIVATE <algorithm> <array> <cstdint> <functional> <map>
+            <memory> <mutex> <optional> <string> <string_view> <unordered_map> <utility> <vector>)
+        set_property(GLOBAL PROPERTY kestrel_precompiled ${target})
+    endif()
+endfunction()
+
 # An object library for one layer of the system, built on the layers named after it. An object
 # library passes on only its own objects, so whoever links a layer names the layers below as well.
 function(kestrel_layer target)
@@ -34,4 +50,5 @@ function(kestrel_layer target)
     target_link_libraries(${target} PUBLIC Threads::Threads)
     kestrel_warnings(${target})
     kestrel_hardening(${target})
+    kestrel_precompile(${target})
 endfunction()

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <string_view>
-
 #include "Folder.h"
 #include "fnd/DateTime.h"
 

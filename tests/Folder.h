@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include "Test.h"
 
 namespace Harness {
 

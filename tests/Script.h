@@ -1,10 +1,8 @@
 #pragma once
 
-#include <functional>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "Test.h"
 
+#include "Pieces.h"
 #include "StdoutCapture.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
@@ -23,18 +21,7 @@ public:
     std::vector<FND::Status::Severity> severities;  ///< of the messages, in their order
 };
 
-/// The texts between the bars of a text.
-inline std::vector<std::string> pieces(std::string_view text) {
-    std::vector<std::string> all;
-    for (;;) {
-        const std::size_t bar = text.find('|');
-        all.emplace_back(text.substr(0, bar));
-        if (bar == text.npos) return all;
-        text.remove_prefix(bar + 1);
-    }
-}
-
-/// The results of a script, from its compilation to the end of its interpreter ("END" included).
+/// What became of a script, from its compilation to the end of its interpreter ("END" included).
 struct ScriptRun {
     bool compiled = false;  ///< what `compile` returned
     bool ok = false;        ///< it compiled, and every `execute` returned true

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <pthread.h>
-
-#include <cstddef>
-#include <functional>
+#include "Test.h"
 
 namespace Harness {
 

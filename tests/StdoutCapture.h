@@ -1,11 +1,8 @@
 #pragma once
 
-#include <sys/mman.h>
-#include <unistd.h>
+#include "Test.h"
 
-#include <cstdio>
-#include <iostream>
-#include <string>
+#include <sys/mman.h>
 
 namespace Harness {
 

@@ -1,12 +1,8 @@
 // Lets the n-th allocation fail, for every n, while a script is compiled and executed: the library
 // reports it, stays usable and loses no memory.
 
-#include <gtest/gtest.h>
-
-#include <new>
-#include <string>
-
 #include "Allocations.h"
+#include "Test.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"

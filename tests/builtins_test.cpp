@@ -1,13 +1,5 @@
 // Walks the table of built-ins and runs the examples of the manual.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "Allocations.h"
 #include "Examples.h"
 #include "Script.h"
@@ -45,8 +37,7 @@ TEST(BuiltIns, EveryRowIsFoundByItsName) {
 
 TEST(BuiltIns, AliasesShareTheirFactory) {
     const struct {
-        const char* name;
-        const char* alias;
+        const char *name, *alias;
     } pairs[] = {{"size", "arraySize"},     {"length", "strLength"}, {"toLower", "strToLower"},
                  {"toUpper", "strToUpper"}, {"substr", "strSubstr"}, {"replace", "strReplace"}};
     SCR::MainExtension extension;

@@ -13,27 +13,16 @@
 // compiles and is stopped while it runs. Text before the first case is a comment.
 //
 // A line "--- errors" right after the title makes it a table of scripts that do not compile, each
-// followed by its messages:
+// followed by its messages, the first of which may stand in the script's last line:
 //
-//     Long a = ;
-//     ! ERROR: line 1: parse error
+//     Long a = ; ! ERROR: line 1: parse error
+//     Long b;
+//     b = ;
+//     ! ERROR: line 2: parse error
 //
 // A blank line before the next case belongs to neither. A last line end may be missing in the
 // output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
 // stands, everywhere, for the case's own empty folder. The local zone is UTC.
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cctype>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "Folder.h"
 #include "Script.h"
@@ -45,10 +34,7 @@ namespace fs = std::filesystem;
 struct Case {
     std::string file;
     int line = 0;  // of the title, or of a table's script
-    std::string title;
-    std::string script;
-    std::string output;
-    std::string log;
+    std::string title, script, output, log;
     bool compiles = true;
     bool stopped = false;
     std::string fault;  // of the case's own text; such a case fails
@@ -100,12 +86,19 @@ std::vector<Case> readCases(const fs::path& path) {
             isTable = true;
         } else if (isTable && line.starts_with("! ")) {
             (section = &cases.back().log)->append(line, 2).append("\n");
-        } else if (isTable && section == &cases.back().log && !line.empty()) {
-            Case next = cases.back();
-            next.line = number;
-            next.script = line + '\n';
-            next.log.clear();
-            section = &cases.emplace_back(std::move(next)).script;
+        } else if (isTable && !line.empty()) {
+            if (section == &cases.back().log) {
+                Case next = cases.back();
+                next.line = number;
+                next.script.clear();
+                next.log.clear();
+                section = &cases.emplace_back(std::move(next)).script;
+            }
+            const std::size_t mark = line.find(" ! ERROR: ");
+            *section += line.substr(0, mark) + '\n';
+            if (mark == std::string::npos) continue;
+            section = &cases.back().log;
+            *section += line.substr(mark + 3) + '\n';
         } else if (line == "---") {
             section = &cases.back().output;
         } else if (line == "--- log" || line == "--- error" || line == "--- stopped") {

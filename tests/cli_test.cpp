@@ -1,17 +1,6 @@
 // Runs the kestrel command and compares its output, messages and exit status with tables.
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "Folder.h"
 
@@ -20,9 +9,8 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Result {
-    int status = -1;  // 128 plus the signal's number when a signal ended the program
-    std::string output;
-    std::string messages;
+    int status = -1;  // 128 + the signal's number when one ended the program
+    std::string output, messages;
 };
 
 class CliTest : public testing::Test {
@@ -79,8 +67,7 @@ protected:
 
     /// The output of a command; messages that begin with "..." need only contain the rest.
     struct Row {
-        std::string line;
-        std::string output;
+        std::string line, output;
         std::string messages = "";
         int status = 0;
         std::string input = "";
@@ -119,8 +106,6 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
     write("nested.ks", "include \"fine.ks\";\ninclude \"outer.ks\";\n");
     write("after.ks", "include \"fine.ks\";\ninclude \"fine.ks\";\nbroken;\n");
     write("lib/cycle.ks", "include \"cycle.ks\";\nlogStdout(\"once\");\n");
-    write("lib/lost.ks", "function Long f(Long n) {\nreturn f(n - 1) * n;\n}\n");
-    write("loses.ks", "include \"lost.ks\";\nf(1);\n");
     write("lib/hidden.ks", "0A42000000000000000006000000000000410a\n");
     write("cycles.ks", "include \"cycle.ks\";\n");
     write("hides.ks", "Long A; Long b = \ninclude \"hidden.ks\";\n;");
@@ -133,7 +118,6 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         {"run hello.ks", "hello\n"},
         {"run -", "from stdin", "", 0, "logStdout(\"from stdin\");"},
         {"run -", std::string("a\0b", 3), "", 0, std::string("logStdout(\"a\0b\");", 17)},
-        {"run -e 'logStdout(\"x\");' --repeat 3", "xxx"},
         {"run --repeat 0 hello.ks", ""},
         {"run -D a=1 -D b=x=y -e 'logStdout(a + b);'", "1x=y"},
         {"run -D a= -e 'logStdout(longToStr(strLength(a)));'", "0"},
@@ -158,8 +142,6 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         {"run wrong.ks", "", parseError, 3},
         {"run -e 'logStdout(\"a\"); scriptUsable(false);'", "a", "", 1},
         {"run phases.ks", "beginmainend"},
-        {"check phases.ks", ""},
-        {"check -", "", "ERROR: line 1: parse error\n", 3, "1 +;"},
         {"check -I lib includes.ks hello.ks", ""},
         {"check wrong.ks none.ks", "wrong.ks: does not compile\n",
          parseError + "kestrel: none.ks: No such file or directory\n", 3},
@@ -207,35 +189,24 @@ TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
     write("hello.ks", "logStdout(\"hello\\n\");");
     const std::pair<const char*, const char*> rows[] = {
         {"", "command"},
-        {"walk", "walk"},
         {"run", "FILE"},
-        {"run hello.ks more.ks", "more.ks"},
         {"run hello.ks -e ;", "-e"},
         {"run none.ks", "none.ks: No such file or directory"},
-        {"run .", "Is a directory"},
         {"run --repeat many hello.ks", "many"},
-        {"run --repeat -1 hello.ks", "-1"},
         {"run --unknown hello.ks", "--unknown"},
         {"run -D novalue hello.ks", "'novalue' is not NAME=VALUE"},
-        {"run -D =value hello.ks", "is not NAME=VALUE"},
         {"run -D 1st=value hello.ks", "is not NAME=VALUE"},
         {"run -D a=1 -D a=2 hello.ks", "a is given twice"},
         {"run -e '' --records - --part 3/2", "--part: '3/2' is not I/N with I from 1 to N"},
         {"run -e '' --records - --format jsonl --header", "--header: JSON names its fields itself"},
         {"run -e '' --records - --out out", "must come from a file"},
-        {"check", "FILE"},
         {"run - --records -", "can not both come from standard input"},
-        {"check - --records -", "can not both come from standard input"},
         {"conditions - --records -", "can not both come from standard input"},
         {"conditions nosuch --records -", "kestrel: nosuch: No such file or directory"},
         {"functions strlength", "'strlength'"},
-        {"functions --markdown size", "--markdown"},
         {"encrypt none.ks", "none.ks: No such file or directory"},
-        {"encrypt hello.ks more.ks", "more.ks"},
         {"decrypt hello.ks", "kestrel: hello.ks: not a scrambled text"},
-        {"decrypt", "kestrel: standard input: not a scrambled text"},
         {"match", "kestrel: -p PATTERN or -f FILE is required"},
-        {"match -f none", "kestrel: none: No such file or directory"},
         {"run --zone Atlantis hello.ks", "'Atlantis' is no known time zone"},
         {"run --allow files-rw=. hello.ks", "'files-rw=.' names no capability"},
     };
@@ -264,21 +235,16 @@ TEST_F(CliTest, CheckKnowsTheFunctionsOfRecords) {
 }
 
 TEST_F(CliTest, CheckTellsWhatTiesRecordsToOthers) {
-    write("pure.ks", "Long n = edrLong(seconds); if (n > 1) edrLong(seconds) = n * 2;");
     write("sum.ks",
           "include \"count.ks\";\nfunction END { logStdout(longToStr(count)); }\n\ntick();");
     write("count.ks", "Long count;\nfunction tick { count = count + recordNumber(); }\n");
-    write("wrong.ks", "Long count; count = count + 1; nothing();");
-    const std::string found =
-        "count.ks:2: `count' keeps what earlier records left in it, assigned in line 2\n"
-        "count.ks:2: recordNumber depends on where the input was split\n"
-        "sum.ks:2: logStdout prints, which a retry does again\n"
-        "sum.ks:2: END reads `count', which knows the records of one worker only, assigned in "
-        "line 2 of count.ks\n";
-    expect({{"check --distributable pure.ks", ""},
-            {"check --distributable sum.ks pure.ks", found, "", 1},
-            {"check --distributable wrong.ks", "", "ERROR: line 1: unknown identifier `nothing'\n",
-             3}});
+    expect({{"check --distributable sum.ks count.ks",
+             "count.ks:2: `count' keeps what earlier records left in it, assigned in line 2\n"
+             "count.ks:2: recordNumber depends on where the input was split\n"
+             "sum.ks:2: logStdout prints, which a retry does again\n"
+             "sum.ks:2: END reads `count', which knows the records of one worker only, assigned in "
+             "line 2 of count.ks\n",
+             "", 1}});
 }
 
 TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
@@ -293,26 +259,15 @@ TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
 }
 
 TEST_F(CliTest, OperatorsAreFoundByTheirSigns) {
-    const std::pair<const char*, std::vector<std::string>> rows[] = {
-        {"==",
-         {"Long left == Long right -> Bool", "Bool left == Bool right -> Bool",
-          "String left == String right -> Bool", "Decimal left == Decimal right -> Bool",
-          "Date left == Date right -> Bool", "Nexid left == Nexid right -> Bool"}},
-        {"OR", {"Bool left or Bool right -> Bool"}},
-        {"Long=", {"Long target = Long value -> Long"}},
-        {"LongNegation", {"-Long operand -> Long"}},
-    };
-    for (const auto& [name, signatures] : rows) {
-        const std::string output = kestrel(std::string("functions ") + name).output;
-        for (const std::string& signature : signatures) {
-            EXPECT_NE(output.find(signature + "\n    "), std::string::npos) << output;
-        }
-        std::size_t examples = 0;
-        for (std::size_t at = 0; (at = output.find("Example:", at)) != std::string::npos; ++at) {
-            ++examples;
-        }
-        EXPECT_EQ(examples, signatures.size()) << output;
+    const std::string sums = kestrel("functions +").output;
+    for (const char* const type : {"Long", "Decimal", "String"}) {
+        const std::string operand(type);
+        EXPECT_NE(sums.find(operand + " left + " + operand + " right -> " + operand + "\n    "),
+                  std::string::npos)
+            << sums;
     }
+    EXPECT_NE(kestrel("functions LongNegation").output.find("-Long operand -> Long\n    "),
+              std::string::npos);
 }
 
 TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
@@ -329,12 +284,9 @@ TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
         {"match -p a) -p []", "",
          "kestrel: pattern 0: parse error near )\nkestrel: pattern 1: parse error near ]\n", 3,
          "a\n"},
-        {"match -p ab", "0\n", "", 0, std::string("ab\0c\n", 5)},
         {"match -p \xC3\xA9+ -p [^a]", "0\n1\n", "", 0, "\xC3\xA9\n\xFF\n"},
         {"match -p a*", "0\n0\n", "", 0, std::string(300000, 'a') + "\n" + std::string(70000, 'b')},
         {"match -p ''", "0\n0\n", "", 0, "\nx\n"},
-        {"match -p '' -p x --first", ""},
-        {"match -f /dev/null", "\n", "", 0, "a\n"},
         {"match -f patterns --stats", "", "...kestrel: 2 patterns in one automaton: 4 states, "},
         {"match -f large --stats", "0\n", "...kestrel: 18 patterns in ", 0, "a123456789012\n"},
         {"match -f patterns --analyse",
@@ -452,10 +404,8 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
         {"the include file", [&] { write("drop.ks", "\n"); }},
         {"the script", [&] { write("double.ks", "include \"drop.ks\";\n"); }},
         {"the input", [&] { write("in.csv", csv.replace(7, 1, "5")); }},
-        {"a constant", [] {}, "-D more=1"},
         {"a limit", [] {}, "--limit depth=100"},
         {"a zone", [] {}, "--zone ABC-5"},
-        {"the sandbox", [] {}, "--allow include"},
         {"a query", [] {}, "--where 'edrLong(n) > 3'"},
     };
     for (const auto& change : changes) {
@@ -509,11 +459,7 @@ TEST_F(CliTest, EveryHelpGivesAnExample) {
 
 TEST_F(CliTest, AFailedWriteIsNoSuccess) {
     const std::pair<const char*, int> rows[] = {
-        {"run -e 'logStdout(\"x\");'", 74},
-        {"run --repeat 100000 -e 'logStdout(\"xxxxxxxxxxxxxxx\\n\");'", 74},
-        {"encrypt", 74},
-        {"--help", 74},
-        {"match -p a", 1},
+        {"run -e 'logStdout(\"x\");'", 74}, {"encrypt", 74}, {"--help", 74}, {"match -p a", 1},
         {"run -e '' --records -", 1},
     };
     for (const auto& [line, status] : rows) {

@@ -1,16 +1,6 @@
 // Everything that compiling builds counts for the limits of a script, is reported in the order of
 // the text, and keeps nobody else from compiling.
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "Allocations.h"
 #include "Script.h"
 #include "scr/CompareInterface.h"
@@ -181,8 +171,7 @@ TEST(CompileLimits, AutomataCountAsMemory) {
 
 TEST(CompileLimits, FaultsAreReportedInTheOrderOfTheText) {
     const struct {
-        const char* text;
-        const char* log;
+        const char *text, *log;
         enum { Script, Query, Condition } kind = Script;
     } rows[] = {
         {"String t;\nt = strMatch(t, \"(\");\nt = x;",

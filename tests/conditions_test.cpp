@@ -1,10 +1,5 @@
 // Conditions and queries, which a host evaluates besides scripts.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <stdexcept>
-
 #include "Script.h"
 #include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
@@ -95,8 +90,7 @@ TEST(Conditions, PatternFollowsItsVariable) {
     const Harness::StdoutCapture capture;
     const struct {
         const char* pattern;
-        bool holds;
-        bool logs;
+        bool holds, logs;
     } steps[] = {
         {"a.*", true, false}, {"b.*", false, false}, {"(", false, true},
         {"(", false, false},  {"a.*", true, false},
@@ -127,8 +121,7 @@ TEST(Conditions, TextStaysWhatItWas) {
 
 TEST(Conditions, WrongOnesAddNothing) {
     const struct {
-        const char* text;
-        const char* message;
+        const char *text, *message;
     } cases[] = {
         {"true; number;", "expected Bool not Long in condition"},
         {"true; true", "parse error"},

@@ -1,9 +1,6 @@
 #include "scr/tree/ConstantDivisor.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <vector>
+#include "Test.h"
 
 namespace SCR {
 namespace {

@@ -1,13 +1,8 @@
 #include "scr/parser/Crypt.h"
 
-#include <gtest/gtest.h>
-#include <sys/random.h>
+#include "Test.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <sys/random.h>
 
 using SCR::Crypt;
 

@@ -1,10 +1,6 @@
 // What ties an execution to others or to the world: scripts and the findings in them.
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
+#include "Test.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 
@@ -44,8 +40,7 @@ std::string findingsOf(const std::string& script, bool& isGood, const std::strin
 
 TEST(Distributable, WhatIsCarriedIsFound) {
     const struct {
-        const char* script;
-        const char* findings;
+        const char *script, *findings;
     } rows[] = {
         // Variables that have a value before they are read.
         {"Long a = 1; Long b = a + 1; a = b;", ""},

@@ -1,11 +1,6 @@
 // Extensions and receivers of conditions that hosts write themselves: some keep the contracts of
 // the headers; the others get a message and do no harm.
 
-#include <gtest/gtest.h>
-
-#include <map>
-#include <memory>
-
 #include "Script.h"
 #include "scr/Array.h"
 #include "scr/CompareInterface.h"

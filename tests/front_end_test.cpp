@@ -1,12 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
 #include "Grammar.h"
+#include "Test.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/tree/Constant.h"

@@ -1,8 +1,6 @@
 // The analysis of pattern lists.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-
+#include "Test.h"
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"

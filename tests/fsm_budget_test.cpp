@@ -1,11 +1,7 @@
-// Memory for building is asked for before it is taken, and each request can be refused.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
+// What building takes is asked for before it is taken, and can be refused at every question.
 
 #include "Allocations.h"
+#include "Test.h"
 #include "fsm/Analysis.h"
 #include "fsm/Budget.h"
 #include "fsm/Engine.h"

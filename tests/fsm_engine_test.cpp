@@ -1,7 +1,4 @@
 // The engine's interface: what it reports, its limits and its failures.
-#include <gtest/gtest.h>
-
-#include <sstream>
 
 #include "SmallStack.h"
 #include "fsm/Engine.h"

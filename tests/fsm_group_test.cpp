@@ -1,8 +1,6 @@
 // Pattern lists split over several automata, and rows of patterns matched with word sequences.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-
+#include "Test.h"
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
@@ -202,33 +200,6 @@ TEST(FsmMultiEngine, RandomRows) {
             }
             ASSERT_EQ(processed(engine, words), expected) << testing::PrintToString(words);
         }
-    }
-}
-
-// A rating table: zone of the caller, prefix of the number called, kind of day.
-TEST(FsmMultiEngine, RatingTable) {
-    const char* const days[] = {"workday (0[89]|1[0-7])", "workday .*", "weekend .*", ".*"};
-    MultiEngine engine;
-    auto zone = [](int i) { return std::string("49").append(std::to_string(100 + i)); };
-    auto prefix = [](int i) { return std::string("00").append(std::to_string(10 + i % 990)); };
-    for (int i = 0; i < 50000; ++i) {
-        ASSERT_TRUE(
-            engine.insertPatterns({zone(i / 500).append("[0-9]*"),
-                                   prefix(i / 4 % 125 * 7).append("[0-9]{3,12}"), days[i % 4]}));
-    }
-    ASSERT_TRUE(engine.finalSetup()) << engine.error();
-    EXPECT_LT(engine.memory(), 3000000u);
-    for (int i = 0; i < 50000; ++i) {
-        const std::string caller = zone(i / 500).append("5551");
-        const std::string called = prefix(i / 4 % 125 * 7).append("123456");
-        Paths paths;
-        engine.process(Words{caller, called, i % 4 == 2 ? "weekend 12" : "workday 12"}, paths);
-        const std::int32_t first = i / 4 * 4;
-        const Paths expected =
-            i % 4 == 2 ? Paths{first + 2, first + 3} : Paths{first, first + 1, first + 3};
-        // Shorter prefixes may match as well.
-        EXPECT_TRUE(std::includes(paths.begin(), paths.end(), expected.begin(), expected.end()));
-        EXPECT_EQ(paths.size() % expected.size(), 0u);
     }
 }
 

@@ -1,11 +1,8 @@
-// Compares the engine with the textbook meaning of patterns. By default it runs part of the cases;
-// the environment variable KESTREL_FSM_FULL makes it run all of them, which takes some minutes.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <iostream>
+// The engine against the textbook meaning of patterns. A part of all cases is run by default; the
+// environment variable KESTREL_FSM_FULL makes it all of them, which takes some minutes.
 
 #include "StdoutCapture.h"
+#include "Test.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm_reference.h"
@@ -80,8 +77,7 @@ TEST(FsmMeaning, AllSmallPatterns) {
     struct Alphabet {
         const char* what;
         std::vector<std::string> symbols;
-        std::size_t length;
-        std::size_t fullLength;
+        std::size_t length, fullLength;
     };
     const Alphabet alphabets[] = {
         {"operators", {"a", "b", ".", "|", "*", "+", "?", "(", ")"}, 4, 6},

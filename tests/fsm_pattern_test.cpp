@@ -1,10 +1,6 @@
 // The pattern scanner and parser and the parts of automata that they build.
-#include <gtest/gtest.h>
 
-#include <fstream>
-#include <set>
-#include <sstream>
-
+#include "Test.h"
 #include "fsm/EnginePart.h"
 #include "fsm/FlexLexer.h"
 #include "fsm/PatternParser.h"

@@ -1,23 +1,15 @@
-# Wrong uses of a host's extension must fail to compile, with the text that says why. COMPILER,
+# Wrong uses of a host's extension must fail to compile, each with the text that says why. COMPILER,
 # INCLUDE and WORK are the compiler, the folder of the headers and one to write to.
 cmake_minimum_required(VERSION 3.25)
 
+set(statements "")
+set(messages "")
 function(misuse statement message)
-    file(WRITE ${WORK}/misuse.cpp
-        "#include \"scr/HostExtension.h\"\nvoid use(SCR::HostExtension& host) { ${statement} }\n")
-    execute_process(COMMAND ${COMPILER} -std=c++20 -fsyntax-only -I${INCLUDE} ${WORK}/misuse.cpp
-        RESULT_VARIABLE status OUTPUT_QUIET ERROR_VARIABLE errors)
-    string(FIND "${errors}" "${message}" found)
-    if(message STREQUAL "")
-        if(NOT status EQUAL 0)
-            message(SEND_ERROR "does not compile: ${statement}\n${errors}")
-        endif()
-    elseif(status EQUAL 0 OR found EQUAL -1)
-        message(SEND_ERROR "not \"${message}\": ${statement}\n${errors}")
-    endif()
+    string(REPLACE ";" "@" statement "${statement}")
+    set(statements "${statements};${statement}" PARENT_SCOPE)
+    set(messages "${messages};${message}" PARENT_SCOPE)
 endfunction()
 
-misuse([[host.function("f", [](long a) { return a; });]] "")
 misuse([[host.function("f", [](auto a) { return a; });]] "with one operator() that is no template")
 misuse([[host.function("f", 3);]] "a host function must be a function pointer")
 misuse([[struct M { long m(long a) { return a; } }; host.function("f", &M::m);]]
@@ -35,3 +27,25 @@ misuse([[host.field("f", [](long) { return 1L; }, [](long, bool) {});]]
     "must take the reader's parameters and then a value")
 misuse([[host.variable<int>("v");]] "a host variable is of type long, bool")
 misuse([[host.constant("c", 1.5);]] "a host constant is an integer, a bool, a text")
+
+# All in one program: the compiler names the line of each.
+set(program "#include \"scr/HostExtension.h\"\n")
+list(REMOVE_AT statements 0)
+foreach(statement IN LISTS statements)
+    string(MD5 name "${statement}")
+    string(APPEND program "void f${name}(SCR::HostExtension& host) { ${statement} }\n")
+endforeach()
+string(REPLACE "@" ";" program "${program}")
+file(WRITE ${WORK}/misuse.cpp "${program}")
+execute_process(COMMAND ${COMPILER} -std=c++20 -fsyntax-only -fmax-errors=0 -I${INCLUDE}
+    ${WORK}/misuse.cpp RESULT_VARIABLE status OUTPUT_QUIET ERROR_VARIABLE errors)
+list(REMOVE_AT messages 0)
+set(line 2)
+foreach(message IN LISTS messages)
+    string(FIND "${errors}" "misuse.cpp:${line}:" place)
+    string(FIND "${errors}" "${message}" found)
+    if(place EQUAL -1 OR found EQUAL -1)
+        message(SEND_ERROR "line ${line} of ${WORK}/misuse.cpp: not \"${message}\"\n${errors}")
+    endif()
+    math(EXPR line "${line} + 1")
+endforeach()

@@ -8,21 +8,7 @@
 // than the memory limit, so that allocations that escape the limit fail; allocations are also
 // counted. @TMP@ stands for an empty folder.
 
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "Allocations.h"
 #include "Folder.h"
@@ -33,9 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct HostileScript {
-    std::string name;
-    std::string text;
-    std::string log;
+    std::string name, text, log;
     SCR::Limits limits;
     bool isStopped = false;
 };

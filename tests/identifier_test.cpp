@@ -1,9 +1,6 @@
 #include "fnd/Identifier.h"
 
-#include <limits>
-#include <string>
-
-#include <gtest/gtest.h>
+#include "Test.h"
 
 namespace FND {
 namespace {
@@ -64,15 +61,6 @@ TEST(Identifier, ComparesAndCopiesEveryField) {
         EXPECT_EQ(shortened, original);
         EXPECT_EQ(shortened.type().data()[type.size()], '\0');
     }
-}
-
-TEST(Identifier, TakesPartsOfItsOwnType) {
-    Identifier identifier(0, "/service/account", 0, 0);
-    identifier.setType(identifier.type().substr(8));
-    EXPECT_EQ(identifier.type(), "/account");
-    const Identifier& same = identifier;
-    identifier = same;
-    EXPECT_EQ(identifier.type(), "/account");
 }
 
 }  // namespace

@@ -1,15 +1,5 @@
 // Built-ins that work for long notice that the script has to stop.
 
-#include <gtest/gtest.h>
-#include <pthread.h>
-#include <time.h>
-
-#include <cstdio>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "Script.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
@@ -138,8 +128,7 @@ TEST(InterruptTest, WorkIsStoppedInItsMidst) {
 
 TEST(InterruptTest, StoresThatAreStoppedLeaveNoHalves) {
     const struct {
-        const char* store;
-        const char* length;
+        const char *store, *length;
     } rows[] = {{"r = s", "0"}, {"room = s", "0"}, {"room = room + s", "600000"}};
     for (const auto& row : rows) {
         const std::string store = row.store;

@@ -1,14 +1,6 @@
 #include "scr/NodeMemory.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstring>
-#include <memory>
-#include <new>
-#include <random>
-#include <thread>
-#include <vector>
+#include "Test.h"
 
 #include "Allocations.h"
 #include "scr/Interpreter.h"

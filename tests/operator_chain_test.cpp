@@ -1,10 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-#include <type_traits>
-#include <vector>
-
 #include "Script.h"
 #include "fnd/Decimal.h"
 

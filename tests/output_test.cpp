@@ -1,19 +1,7 @@
 // Where scripts print and write, and how failures of outputs become known.
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include "Examples.h"
 #include "Script.h"

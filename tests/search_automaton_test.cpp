@@ -1,13 +1,6 @@
 #include "scr/builtin/SearchAutomaton.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <functional>
-#include <random>
-#include <set>
-#include <string>
-#include <string_view>
+#include "Test.h"
 
 #include "RandomText.h"
 #include "scr/builtin/RegExpr.h"

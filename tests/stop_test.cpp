@@ -1,20 +1,7 @@
 // Stops an interpreter at each point where it may be stopped, and calls it while it works: nothing
 // is thrown at the host, and the interpreter works afterwards.
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <sys/wait.h>
 #include <ucontext.h>
-#include <unistd.h>
 
 #include "Allocations.h"
 #include "Examples.h"
@@ -207,8 +194,7 @@ TEST(StopTest, FailuresOfTheHostStopTheScript) {
     const struct {
         const char* script;
         bool isCompiled;
-        const char* output;
-        const char* log;
+        const char *output, *log;
     } rows[] = {
         {"fail(\"no tariff\");\nlogStdout(\"on\");", true, "",
          "ERROR: line 1: script stopped: fail: no tariff\n"},

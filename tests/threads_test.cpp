@@ -1,14 +1,6 @@
 // Interpreters in parallel: what they share must be safe. Also meant to be run under
 // ThreadSanitizer.
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "Script.h"
 #include "fsm/Engine.h"
 #include "scr/ConditionList.h"

@@ -1,15 +1,6 @@
 // `use`: extension libraries, good and bad ones, loaded by scripts.
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "Script.h"
 
@@ -40,9 +31,7 @@ std::string withoutFolder(std::string text) {
 
 TEST(UseTest, NamesAreFoundAcrossExtensions) {
     const struct {
-        std::string script;
-        std::string output;
-        std::string log;
+        std::string script, output, log;
     } rows[] = {
         {"use one; logStdout(longToStr(answer()));", "1", ""},
         {"use one; logStdout(longToStr(one::answer()));", "1", ""},

@@ -1,21 +1,5 @@
 // Functions that wait, and what makes them stop waiting.
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "Folder.h"
 #include "Script.h"
 #include "scr/run/ScriptMutexes.h"
@@ -49,8 +33,6 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
     const std::string shellMark = "31415.9" + std::to_string(getpid());
     const std::string scripts[] = {
         "sleep(1000000);",
-        "sleep(9223372036854775807);",
-        "system(\"sleep " + shellMark + "\");",
         "system(\"sleep " + shellMark + "; echo after\");",
         "system(\"exec >&-; trap '' TERM; while true; do sleep " + shellMark + "; done\");",
         "String out; system(\"yes\", out);",
@@ -118,9 +100,7 @@ TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
     } rows[] = {
         {"String out; system(\"head -c 100000 /dev/zero\", out);", true},
         {"String out; system(\"head -c 100001 /dev/zero\", out);", false},
-        {"String out; system(\"yes\", out);", false},
         {"String a[]; a[0] = \"x\"; system(\"head -c 100000 /dev/zero\", a[0]);", false},
-        {"String a[]; system(\"yes\", a[0]);", false},
         {"system(\"head -c 200000 /dev/zero\");", true},
         {"File f; fileOpen(f, \"" + file +
              "\", \"w+\"); fileWriteLong(f, 1, 100000);"

@@ -31,8 +31,6 @@ void fill(SCR::HostExtension& host, Record& record) {
     host.function("join", [](std::string_view a, const FND::String& b, FND::String c) {
         return FND::String(a) + b + c;
     });
-    host.function("small", [](short value, FND::String /*text*/) { return value; });
-    host.function("big", []() { return ~0UL; });
     host.function("half", [](const FND::Decimal& value) { return value / FND::Decimal(2); });
     host.function("given", [](std::optional<std::string_view> text) { return text.has_value(); });
     host.function("change", [](FND::String& text, bool& flag, long& number) {
@@ -69,8 +67,6 @@ constexpr struct {
      "longToStr(edrLong(count));",
      "Bob4"},
     {"edrLong(count) = 70000;", "", "edrLong: value out of range '70000'"},
-    {"small(70000, \"a text that is no short one\");", "", "small: value out of range '70000'"},
-    {"big();", "", "big: value out of range '18446744073709551615'"},
     {"function String ever { while (true) { shown = \"turning\"; } return \"\"; }"
      "shown = join(\"a text that is no short one\", ever(), \"\");",
      "turning", "limit `steps'"},
