@@ -537,6 +537,7 @@ std::int64_t Interpreter::heapBytes() const {
 }
 
 Analyses* Interpreter::analyses() const { return state_->analyses; }
+bool Interpreter::isChecking() const { return state_->analyses != nullptr; }
 PlaceTable& Interpreter::places() { return state_->places; }
 RunControl& Interpreter::runControl() { return state_->control; }
 const std::shared_ptr<const FileAccess>& Interpreter::files() const { return state_->files; }

@@ -202,7 +202,7 @@ public:
     /// The analyses that follow the current parse, when it is that of `check`; otherwise null.
     KESTREL_HIDDEN Analyses* analyses() const;
     /// Whether the current compile is that of `check`.
-    bool isChecking() const { return analyses() != nullptr; }
+    KESTREL_HIDDEN bool isChecking() const;
     KESTREL_HIDDEN void compiledLines(std::int64_t lines);
     /// The places of the compiled statements and calls in the text.
     KESTREL_HIDDEN PlaceTable& places();

@@ -383,7 +383,7 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
         const struct {
             int depth;
             std::int64_t nesting;
-        } sizes[] = {{300, SCR::Limits().nesting},
+        } sizes[] = {{240, SCR::Limits().nesting},
                      {100000, SCR::Limits().nesting},
                      {100000, SCR::Limits::none}};
         for (const auto& size : sizes) {
@@ -396,7 +396,7 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
                 interpreter.limits(limits);
                 const bool isCompiled = interpreter.compile(
                     nested(row.before, row.open, row.middle, row.close, row.after, size.depth));
-                EXPECT_EQ(isCompiled, size.depth == 300 || !row.nests)
+                EXPECT_EQ(isCompiled, size.depth == 240 || !row.nests)
                     << row.before << row.open << log.text;
                 if (!isCompiled) {
                     EXPECT_NE(log.text.find("parser stack overflow"), std::string::npos)

@@ -61,9 +61,9 @@ public:
 
 KESTREL_EXTENSION_VERSION(one);
 
-extern "C" {
+extern "C" KESTREL_API const int later_KestrelVersion = KESTREL_VERSION_MAJOR + 1;
 
-KESTREL_API const int later_KestrelVersion = KESTREL_VERSION_MAJOR + 1;
+extern "C" {
 
 KESTREL_API SCR::Extension* one_KestrelExtension() { return make("one", 1).release(); }
 KESTREL_API SCR::Extension* later_KestrelExtension() { return make("later", 6).release(); }
