@@ -223,13 +223,11 @@ std::optional<Analysis> analyseTable(const Table* table, const Paths& paths,
 }  // namespace
 
 std::optional<Analysis> analyse(const Engine& engine, std::size_t maxOverlaps) {
-    return analyseTable(engine.table_.get(), engine.paths_, maxOverlaps);
+    return analyseTable(engine.table_.get(), engine.paths(), maxOverlaps);
 }
 
 std::optional<Analysis> analyse(const EngineGroup& group, std::size_t maxOverlaps) {
-    bool isWhole = group.parts_.size() == 1 && !group.hasTailsApart();
-    const Table* table = isWhole ? group.parts_[0].get() : nullptr;
-    return analyseTable(table, group.paths_, maxOverlaps);
+    return analyseTable(group.wholeTable(), group.paths(), maxOverlaps);
 }
 
 std::vector<FND::String> unreachedCases(const Analysis& analysis,

@@ -1,5 +1,6 @@
 #include "fsm/Engine.h"
 
+#include <algorithm>
 #include <map>
 #include <new>
 #include <ostream>
@@ -10,12 +11,21 @@
 
 namespace FSM {
 
-Engine::Engine(unsigned int expectedCount)
-    : expectedCount_(expectedCount), patterns_(std::make_unique<PatternList>()) {}
+struct Engine::Setup {
+    std::size_t stateLimit = defaultStateLimitCM;
+    std::int32_t patternCount = 0;
+    std::int32_t guiltyPath = -1;
+    bool isDone = false;
+    FND::String error;
+    std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
+    PatternList patterns;
+};
+
+Engine::Engine(unsigned int) : setup_(std::make_unique<Setup>()) {}
 
 Engine::Engine(std::unique_ptr<Table> table) : Engine() {
     table_ = std::move(table);
-    isSetUp_ = true;
+    setup_->isDone = true;
 }
 
 Engine::~Engine() = default;
@@ -35,28 +45,29 @@ const State* Engine::stateInside(std::string_view text) const {
 const std::vector<std::int32_t>& Engine::pathsOutside() const { return table_->negatedPaths(); }
 
 bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
-    if (isSetUp_) {
-        error_ = "no pattern may be inserted after finalSetup";
+    if (setup_->isDone) {
+        setup_->error = "no pattern may be inserted after finalSetup";
         return false;
     }
-    if (!patterns_->insert(pattern, pathNumber, stateLimit_ * PatternList::statesPerLimitCM)) {
-        error_ = patterns_->error();
+    if (!setup_->patterns.insert(pattern, pathNumber,
+                                 setup_->stateLimit * PatternList::statesPerLimitCM)) {
+        setup_->error = setup_->patterns.error();
         return false;
     }
-    ++patternCount_;
+    ++setup_->patternCount;
     return true;
 }
 
 bool Engine::finalSetup() {
-    if (isSetUp_) return table_ != nullptr || patternCount_ == 0;
-    if (patterns_->patterns().empty()) return true;
-    isSetUp_ = true;
+    if (setup_->isDone) return table_ != nullptr || setup_->patternCount == 0;
+    if (setup_->patterns.patterns().empty()) return true;
+    setup_->isDone = true;
     bool isBuilt = false;
     try {
-        paths_ = patterns_->paths();
+        setup_->paths = setup_->patterns.paths();
         isBuilt = build();
     } catch (const std::bad_alloc&) {
-        error_ = "no memory available for the automaton";
+        setup_->error = "no memory available for the automaton";
     } catch (...) {
         table_.reset();
         cleanup();
@@ -68,21 +79,21 @@ bool Engine::finalSetup() {
 }
 
 bool Engine::build() {
-    const Vector<Pattern>& patterns = patterns_->patterns();
+    const Vector<Pattern>& patterns = setup_->patterns.patterns();
     RawAutomaton raw;
-    if (!determinise(patterns.data(), patterns.size(), stateLimit_, raw)) {
+    if (!determinise(patterns.data(), patterns.size(), setup_->stateLimit, raw)) {
         const Pattern& guilty =
-            patterns[patternsThatFit(patterns.data(), patterns.size() - 1, stateLimit_)];
-        guiltyPath_ = guilty.path;
-        error_ = PatternList::limitError(guilty, stateLimit_);
+            patterns[patternsThatFit(patterns.data(), patterns.size() - 1, setup_->stateLimit)];
+        setup_->guiltyPath = guilty.path;
+        setup_->error = PatternList::limitError(guilty, setup_->stateLimit);
         return false;
     }
     table_ = std::make_unique<Table>();
     bool keepsDeadEnds = raw.acceptsEmpty();
     if (!table_->build(std::move(raw), PatternList::negatedPaths(patterns.data(), patterns.size()),
-                       keepsDeadEnds, stateLimit_ * Table::listedPerStateCM)) {
-        error_ = "limit of " + std::to_string(stateLimit_) +
-                 " states passed: too many path numbers to list";
+                       keepsDeadEnds, setup_->stateLimit * Table::listedPerStateCM)) {
+        setup_->error = "limit of " + std::to_string(setup_->stateLimit) +
+                        " states passed: too many path numbers to list";
         return false;
     }
     return true;
@@ -118,7 +129,17 @@ std::int32_t Engine::firstPath(std::string_view text, void (*pause)(std::size_t 
     return table_->firstPath(row);
 }
 
-const FND::String& Engine::error() const { return error_; }
+const FND::String& Engine::error() const { return setup_->error; }
+
+std::int32_t Engine::guiltyPath() const { return setup_->guiltyPath; }
+
+std::size_t Engine::stateLimit() const { return setup_->stateLimit; }
+
+void Engine::stateLimit(std::size_t states) {
+    setup_->stateLimit = std::clamp<std::size_t>(states, 1, mostStatesCM);
+}
+
+std::int32_t Engine::patternCount() const { return setup_->patternCount; }
 
 std::size_t Engine::stateCount() const { return table_ == nullptr ? 0 : table_->stateCount(); }
 
@@ -126,25 +147,27 @@ std::size_t Engine::memory() const { return table_ == nullptr ? 0 : table_->memo
 
 const State* Engine::startState() const { return table_ == nullptr ? nullptr : table_->start(); }
 
+const std::vector<std::int32_t>& Engine::paths() const { return setup_->paths; }
+
 FND::String Engine::pathString() const {
     FND::String text;
-    for (std::int32_t path : isSetUp_ ? paths_ : patterns_->paths()) {
+    for (std::int32_t path : setup_->isDone ? setup_->paths : setup_->patterns.paths()) {
         if (!text.empty()) text += ' ';
         text += std::to_string(path);
     }
     return text;
 }
 
-void Engine::cleanup() { patterns_->clear(); }
+void Engine::cleanup() { setup_->patterns.clear(); }
 
 void Engine::clear() {
     cleanup();
     table_.reset();
-    error_.clear();
-    paths_.clear();
-    patternCount_ = 0;
-    guiltyPath_ = -1;
-    isSetUp_ = false;
+    setup_->error.clear();
+    setup_->paths.clear();
+    setup_->patternCount = 0;
+    setup_->guiltyPath = -1;
+    setup_->isDone = false;
 }
 
 std::ostream& operator<<(std::ostream& out, const Engine& engine) {

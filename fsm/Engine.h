@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -16,7 +15,6 @@
 namespace FSM {
 
 struct Analysis;
-class PatternList;
 class Table;
 
 /// One deterministic automaton for a list of patterns. In one pass over a text it tells which of
@@ -34,8 +32,8 @@ public:
     /// The most states that any automaton may have, whatever `stateLimit` says.
     static constexpr std::size_t mostStatesCM = std::size_t{1} << 24;
 
-    /// `expectedCount` is the number of patterns to come, all ones for unknown; matching does not
-    /// depend on it.
+    /// `expectedCount` is the number of patterns to come, all ones for unknown; nothing depends on
+    /// it.
     explicit Engine(unsigned int expectedCount = ~0U);
     ~Engine();
     Engine(const Engine&) = delete;
@@ -75,16 +73,14 @@ public:
     const FND::String& error() const;
     /// After `finalSetup` has failed at the state limit: the path number of the pattern at which
     /// the limit was passed. Otherwise -1.
-    std::int32_t guiltyPath() const { return guiltyPath_; }
+    std::int32_t guiltyPath() const;
 
-    std::size_t stateLimit() const { return stateLimit_; }
+    std::size_t stateLimit() const;
     /// Sets the number of states that `finalSetup` may make, at least 1.
-    void stateLimit(std::size_t states) {
-        stateLimit_ = std::clamp<std::size_t>(states, 1, mostStatesCM);
-    }
+    void stateLimit(std::size_t states);
 
     /// Number of patterns inserted.
-    std::int32_t patternCount() const { return patternCount_; }
+    std::int32_t patternCount() const;
     /// Number of deterministic states; 0 before `finalSetup`.
     std::size_t stateCount() const;
     /// Bytes of memory that the finished automaton takes; 0 before `finalSetup`.
@@ -117,17 +113,14 @@ private:
     const State* stateInside(std::string_view text) const;
     const std::vector<std::int32_t>& pathsOutside() const;
 
+    // Used by an analysis besides the table: all path numbers inserted.
+    const std::vector<std::int32_t>& paths() const;
+
     bool build();
 
-    unsigned int expectedCount_;
-    std::size_t stateLimit_ = defaultStateLimitCM;
-    std::int32_t patternCount_ = 0;
-    std::int32_t guiltyPath_ = -1;
-    bool isSetUp_ = false;
-    FND::String error_;
-    std::vector<std::int32_t> paths_;  // of all patterns, ascending; from finalSetup on
-    std::unique_ptr<PatternList> patterns_;
-    std::unique_ptr<Table> table_;
+    struct Setup;
+    std::unique_ptr<Setup> setup_;  // the patterns and what became of them
+    std::unique_ptr<Table> table_;  // all that matching needs
 };
 
 }  // namespace FSM

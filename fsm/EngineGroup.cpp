@@ -14,8 +14,6 @@ namespace FSM {
 
 namespace {
 
-// States that all parts together may have, for each state that a single automaton may have.
-constexpr std::size_t groupFactorS = 16;
 // A joint automaton with more states than this times those of the patterns grows with the product
 // of its patterns, unless it is small.
 constexpr std::size_t proportionS = 2;
@@ -134,60 +132,86 @@ Vector<bool> joinNegated(Vector<Pattern>& patterns) {
 
 MultiEngineIf::~MultiEngineIf() = default;
 
-// Non-deterministic states that all patterns together may have, for each state of the limit.
-const std::size_t EngineGroup::statesPerLimitCM = groupFactorS * PatternList::statesPerLimitCM;
+struct EngineGroup::Setup {
+    std::size_t stateLimit = Engine::defaultStateLimitCM;
+    std::size_t partLimit = 0;
+    std::int32_t patternCount = 0;
+    std::int32_t guiltyPath = -1;
+    bool isDone = false;
+    FND::String error;
+    std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
+    std::unique_ptr<PatternList> patterns;
+};
 
-EngineGroup::EngineGroup()
-    : stateLimit_(Engine::defaultStateLimitCM), patterns_(std::make_unique<PatternList>()) {}
+struct EngineGroup::Parts {
+    void clear();
+    bool hasTailsApart() const { return tables.size() == 1 && tables[0]->hasTailsApart(); }
+    // Calls visit(table, row) for each part; false if the text has left all of them.
+    template <class Visitor>
+    bool walk(const char* text, std::size_t length, Visitor visit) const;
 
-EngineGroup::EngineGroup(std::unique_ptr<PatternList> patterns) : EngineGroup() {
-    patterns_ = std::move(patterns);
-    patternCount_ = static_cast<std::int32_t>(patterns_->patterns().size());
+    std::vector<std::unique_ptr<Table>> tables;
+    std::vector<std::int32_t> pathsOutside;  // of a text that has left all parts
+};
+
+EngineGroup::EngineGroup() : EngineGroup(std::make_unique<PatternList>()) {}
+
+EngineGroup::EngineGroup(std::unique_ptr<PatternList> patterns)
+    : setup_(std::make_unique<Setup>()), parts_(std::make_unique<Parts>()) {
+    setup_->patterns = std::move(patterns);
+    setup_->patternCount = static_cast<std::int32_t>(setup_->patterns->patterns().size());
 }
 
 EngineGroup::~EngineGroup() = default;
 
+void EngineGroup::Parts::clear() {
+    tables.clear();
+    pathsOutside.clear();
+}
+
 void EngineGroup::stateLimit(std::size_t states) {
-    stateLimit_ = std::clamp<std::size_t>(states, 1, Engine::mostStatesCM);
+    setup_->stateLimit = std::clamp<std::size_t>(states, 1, Engine::mostStatesCM);
 }
 
 bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
-    if (isSetUp_) {
-        error_ = "no pattern may be inserted after finalSetup";
+    if (setup_->isDone) {
+        setup_->error = "no pattern may be inserted after finalSetup";
         return false;
     }
-    if (!patterns_->insert(pattern, pathNumber, stateLimit_ * statesPerLimitCM)) {
-        error_ = patterns_->error();
+    if (!setup_->patterns->insert(pattern, pathNumber,
+                                  setup_->stateLimit * PatternList::statesPerGroupLimitCM)) {
+        setup_->error = setup_->patterns->error();
         return false;
     }
-    ++patternCount_;
+    ++setup_->patternCount;
     return true;
 }
 
 bool EngineGroup::insertPatterns(const std::vector<FND::String>& patterns,
                                  unsigned long pathNumber) {
     if (patterns.size() == 1) return insertPattern(patterns[0], pathNumber);
-    error_ = "a row of an engine group has one pattern, not " + std::to_string(patterns.size());
+    setup_->error =
+        "a row of an engine group has one pattern, not " + std::to_string(patterns.size());
     return false;
 }
 
 bool EngineGroup::finalSetup() {
-    if (isSetUp_) return !parts_.empty();
-    if (patterns_->patterns().empty()) return true;
-    isSetUp_ = true;
+    if (setup_->isDone) return !parts_->tables.empty();
+    if (setup_->patterns->patterns().empty()) return true;
+    setup_->isDone = true;
     bool isBuilt = false;
     try {
-        paths_ = patterns_->paths();
+        setup_->paths = setup_->patterns->paths();
         isBuilt = build();
     } catch (const std::bad_alloc&) {
-        error_ = "no memory available for the automata";
+        setup_->error = "no memory available for the automata";
     } catch (...) {
-        clearParts();
-        patterns_->clear();
+        parts_->clear();
+        setup_->patterns->clear();
         throw;
     }
-    if (!isBuilt) clearParts();
-    patterns_->clear();
+    if (!isBuilt) parts_->clear();
+    setup_->patterns->clear();
     return isBuilt;
 }
 
@@ -198,22 +222,22 @@ bool EngineGroup::build() {
         std::size_t stateLimit;
         Tails tails;
     };
-    std::size_t proportionate = patterns_->stateCount() * proportionS;
-    std::size_t partLimit =
-        std::min(stateLimit_, partLimit_ != 0 ? partLimit_ : defaultPartLimitCM);
+    std::size_t proportionate = setup_->patterns->stateCount() * proportionS;
+    std::size_t partLimit = std::min(
+        setup_->stateLimit, setup_->partLimit != 0 ? setup_->partLimit : defaultPartLimitCM);
     std::vector<Trial> trials{{partLimit, Tails::Inside}};
-    if (partLimit_ == 0) {
+    if (setup_->partLimit == 0) {
         trials.insert(trials.begin(), {{std::max(smallS, proportionate), Tails::Inside},
                                        {std::max(partLimit, proportionate), Tails::Apart}});
     }
-    Vector<Pattern> patterns = patterns_->take();
+    Vector<Pattern> patterns = setup_->patterns->take();
     const Vector<bool> mayStart = joinNegated(patterns);
 
     std::vector<RawAutomaton> raws(1);
     std::vector<std::size_t> starts{0};
     bool isWhole = std::any_of(trials.begin(), trials.end(), [&](const Trial& trial) {
         return determinise(patterns.data(), patterns.size(),
-                           std::min(stateLimit_, trial.stateLimit), raws[0], trial.tails);
+                           std::min(setup_->stateLimit, trial.stateLimit), raws[0], trial.tails);
     });
     if (!isWhole) {
         raws.clear();
@@ -228,17 +252,18 @@ bool EngineGroup::build() {
             std::size_t fit = patternsThatFit(rest, left, partLimit, lastFit);
             lastFit = fit;
             while (fit > atLeast && fit < left && !mayStart[first + fit]) --fit;
-            std::size_t limit = fit < atLeast ? stateLimit_ : partLimit;
+            std::size_t limit = fit < atLeast ? setup_->stateLimit : partLimit;
             fit = std::max(fit, atLeast);
             RawAutomaton raw;
             bool isBuilt = determinise(rest, fit, limit, raw);
             stateCount += raw.stateCount();
-            if (!isBuilt || stateCount > stateLimit_ * groupFactorS) {
+            if (!isBuilt || stateCount > setup_->stateLimit * PatternList::groupFactorCM) {
                 const Pattern& guilty =
                     isBuilt ? rest[0] : rest[patternsThatFit(rest, fit - 1, limit)];
-                guiltyPath_ = guilty.path;
-                error_ = PatternList::limitError(
-                    guilty, isBuilt ? stateLimit_ * groupFactorS : stateLimit_);
+                setup_->guiltyPath = guilty.path;
+                setup_->error = PatternList::limitError(
+                    guilty,
+                    isBuilt ? setup_->stateLimit * PatternList::groupFactorCM : setup_->stateLimit);
                 return false;
             }
             raws.push_back(std::move(raw));
@@ -251,48 +276,47 @@ bool EngineGroup::build() {
                                      [](const RawAutomaton& raw) { return raw.acceptsEmpty(); });
     starts.push_back(patterns.size());
     for (std::size_t i = 0; i < raws.size(); ++i) {
-        parts_.push_back(std::make_unique<Table>());
+        parts_->tables.push_back(std::make_unique<Table>());
         std::vector<std::int32_t> negated =
             PatternList::negatedPaths(&patterns[starts[i]], starts[i + 1] - starts[i]);
-        if (!parts_.back()->build(std::move(raws[i]), negated, keepsDeadEnds,
-                                  stateLimit_ * Table::listedPerStateCM)) {
-            error_ = "limit of " + std::to_string(stateLimit_) +
-                     " states passed: too many path numbers to list";
+        if (!parts_->tables.back()->build(std::move(raws[i]), negated, keepsDeadEnds,
+                                          setup_->stateLimit * Table::listedPerStateCM)) {
+            setup_->error = "limit of " + std::to_string(setup_->stateLimit) +
+                            " states passed: too many path numbers to list";
             return false;
         }
-        const auto& paths = parts_.back()->start()->pathNumbers();
-        pathsOutside_.insert(pathsOutside_.end(), paths.begin(), paths.end());
+        const auto& paths = parts_->tables.back()->start()->pathNumbers();
+        parts_->pathsOutside.insert(parts_->pathsOutside.end(), paths.begin(), paths.end());
     }
-    pathsOutside_ = sortedOnce(std::move(pathsOutside_));
+    parts_->pathsOutside = sortedOnce(std::move(parts_->pathsOutside));
     return true;
 }
 
-// Calls visit(table, row) for each part; false if the text has left all of them.
 template <class Visitor>
-bool EngineGroup::walk(const char* text, std::size_t length, Visitor visit) const {
+bool EngineGroup::Parts::walk(const char* text, std::size_t length, Visitor visit) const {
     constexpr std::size_t atOnce = 4;
     Table::Row rows[atOnce];
     bool isInside = false;
-    for (std::size_t first = 0; first < parts_.size(); first += atOnce) {
-        const std::unique_ptr<Table>* tables = &parts_[first];
-        std::size_t count = std::min(atOnce, parts_.size() - first);
+    for (std::size_t first = 0; first < tables.size(); first += atOnce) {
+        const std::unique_ptr<Table>* together = &tables[first];
+        std::size_t count = std::min(atOnce, tables.size() - first);
         switch (count) {
             case 1:
-                rows[0] = tables[0]->walk(text, length);
+                rows[0] = together[0]->walk(text, length);
                 break;
             case 2:
-                walkTogether<2>(tables, text, length, rows);
+                walkTogether<2>(together, text, length, rows);
                 break;
             case 3:
-                walkTogether<3>(tables, text, length, rows);
+                walkTogether<3>(together, text, length, rows);
                 break;
             default:
-                walkTogether<4>(tables, text, length, rows);
+                walkTogether<4>(together, text, length, rows);
                 break;
         }
         for (std::size_t i = 0; i < count; ++i) {
             isInside = isInside || rows[i] != 0;
-            visit(*tables[i], rows[i]);
+            visit(*together[i], rows[i]);
         }
     }
     return isInside;
@@ -310,15 +334,15 @@ bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& 
         paths.insert(paths.end(), list.begin(), list.end());
     };
     bool isInside;
-    if (hasTailsApart()) {
-        const Table& table = *parts_[0];
+    if (parts_->hasTailsApart()) {
+        const Table& table = *parts_->tables[0];
         SettledPaths settled(paths);
         Table::Row row = table.walk(text.data(), text.size(), settled);
         isInside = table.isInside(row) || settled.isAnySettled();
         lists = settled.isAnySettled() ? 1 : 0;
         append(table, row);
     } else {
-        isInside = walk(text.data(), text.size(), append);
+        isInside = parts_->walk(text.data(), text.size(), append);
     }
     if (lists > 1) {
         std::sort(paths.begin() + before, paths.end());
@@ -329,7 +353,8 @@ bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& 
 
 void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
     paths.clear();
-    if (!appendPaths(text, paths)) paths.assign(pathsOutside_.begin(), pathsOutside_.end());
+    if (!appendPaths(text, paths))
+        paths.assign(parts_->pathsOutside.begin(), parts_->pathsOutside.end());
 }
 
 void EngineGroup::process(std::span<const std::string_view> words,
@@ -347,55 +372,71 @@ std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const 
                                                            : table.negatedPaths().front();
         if (path >= 0 && (first < 0 || path < first)) first = path;
     };
-    if (hasTailsApart()) {
-        const Table& table = *parts_[0];
+    if (parts_->hasTailsApart()) {
+        const Table& table = *parts_->tables[0];
         SettledFirst settled;
         Table::Row row = table.walk(text, length, settled);
         isInside = table.isInside(row) || settled.isAnySettled();
         first = settled.first();
         take(table, row);
-    } else if (parts_.size() == 1) {
-        return parts_[0]->firstPath(parts_[0]->walk(text, length));
+    } else if (parts_->tables.size() == 1) {
+        return parts_->tables[0]->firstPath(parts_->tables[0]->walk(text, length));
     } else {
-        isInside = walk(text, length, take);
+        isInside = parts_->walk(text, length, take);
     }
     if (isInside) return first;
-    return pathsOutside_.empty() ? -1 : pathsOutside_.front();
+    return parts_->pathsOutside.empty() ? -1 : parts_->pathsOutside.front();
 }
-
-bool EngineGroup::hasTailsApart() const { return parts_.size() == 1 && parts_[0]->hasTailsApart(); }
 
 std::int32_t EngineGroup::firstPath(std::span<const std::string_view> words) const {
     return words.size() == 1 ? firstPath(words[0]) : -1;
 }
 
-std::unique_ptr<Table> EngineGroup::takeTable() { return std::move(parts_[0]); }
+const Table* EngineGroup::wholeTable() const {
+    return parts_->tables.size() == 1 && !parts_->hasTailsApart() ? parts_->tables[0].get()
+                                                                  : nullptr;
+}
+
+std::unique_ptr<Table> EngineGroup::takeWholeTable() {
+    return wholeTable() != nullptr ? std::move(parts_->tables[0]) : nullptr;
+}
+
+const std::vector<std::int32_t>& EngineGroup::paths() const { return setup_->paths; }
+
+const FND::String& EngineGroup::error() const { return setup_->error; }
+
+std::int32_t EngineGroup::guiltyPath() const { return setup_->guiltyPath; }
+
+std::size_t EngineGroup::stateLimit() const { return setup_->stateLimit; }
+
+std::size_t EngineGroup::partLimit() const { return setup_->partLimit; }
+
+void EngineGroup::partLimit(std::size_t states) { setup_->partLimit = states; }
+
+std::int32_t EngineGroup::patternCount() const { return setup_->patternCount; }
+
+std::size_t EngineGroup::partCount() const { return parts_->tables.size(); }
 
 std::size_t EngineGroup::stateCount() const {
     std::size_t count = 0;
-    for (const auto& part : parts_) count += part->stateCount();
+    for (const auto& part : parts_->tables) count += part->stateCount();
     return count;
 }
 
 std::size_t EngineGroup::memory() const {
     std::size_t bytes = 0;
-    for (const auto& part : parts_) bytes += part->memory();
+    for (const auto& part : parts_->tables) bytes += part->memory();
     return bytes;
 }
 
-void EngineGroup::clearParts() {
-    parts_.clear();
-    pathsOutside_.clear();
-}
-
 void EngineGroup::clear() {
-    patterns_->clear();
-    clearParts();
-    error_.clear();
-    paths_.clear();
-    patternCount_ = 0;
-    guiltyPath_ = -1;
-    isSetUp_ = false;
+    setup_->patterns->clear();
+    parts_->clear();
+    setup_->error.clear();
+    setup_->paths.clear();
+    setup_->patternCount = 0;
+    setup_->guiltyPath = -1;
+    setup_->isDone = false;
 }
 
 }  // namespace FSM

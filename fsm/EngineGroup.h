@@ -61,24 +61,24 @@ public:
     }
     std::int32_t firstPath(std::span<const std::string_view> words) const override;
 
-    const FND::String& error() const override { return error_; }
-    std::int32_t guiltyPath() const override { return guiltyPath_; }
+    const FND::String& error() const override;
+    std::int32_t guiltyPath() const override;
     std::size_t stateCount() const override;
     std::size_t memory() const override;
 
-    std::size_t stateLimit() const { return stateLimit_; }
+    std::size_t stateLimit() const;
     /// Sets the number of states that any automaton may have, at least 1.
     void stateLimit(std::size_t states);
-    std::size_t partLimit() const { return partLimit_; }
+    std::size_t partLimit() const;
     /// Sets the number of states that a part may have; only a pattern that needs more by itself
     /// gets a larger one. With 0, the default, the group tries one automaton for all patterns; if
     /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM`.
-    void partLimit(std::size_t states) { partLimit_ = states; }
+    void partLimit(std::size_t states);
 
     /// Number of patterns inserted.
-    std::int32_t patternCount() const { return patternCount_; }
+    std::int32_t patternCount() const;
     /// Number of automata that the list was split into; 0 before `finalSetup`.
-    std::size_t partCount() const { return parts_.size(); }
+    std::size_t partCount() const;
 
     /// Restores the state after construction. The limits stay.
     void clear();
@@ -89,29 +89,22 @@ private:
 
     friend class MultiEngine;
 
-    // Used by a multi-engine: a group with the patterns of a list; its only table.
+    // Used by a multi-engine: a group with the patterns of a list; its table, null unless that is
+    // the only one and tells all; the path numbers of a text.
     explicit EngineGroup(std::unique_ptr<PatternList> patterns);
-    std::unique_ptr<Table> takeTable();
+    std::unique_ptr<Table> takeWholeTable();
     bool appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const;
 
-    static const std::size_t statesPerLimitCM;
+    // Used by an analysis: that table, or null, and all path numbers inserted.
+    const Table* wholeTable() const;
+    const std::vector<std::int32_t>& paths() const;
 
     bool build();
-    void clearParts();
-    bool hasTailsApart() const;
-    template <class Visitor>
-    bool walk(const char* text, std::size_t length, Visitor visit) const;
 
-    std::size_t stateLimit_;
-    std::size_t partLimit_ = 0;
-    std::int32_t patternCount_ = 0;
-    std::int32_t guiltyPath_ = -1;
-    bool isSetUp_ = false;
-    FND::String error_;
-    std::vector<std::int32_t> paths_;  // of all patterns, ascending; from finalSetup on
-    std::unique_ptr<PatternList> patterns_;
-    std::vector<std::unique_ptr<Table>> parts_;
-    std::vector<std::int32_t> pathsOutside_;  // of a text that has left all parts
+    struct Setup;
+    struct Parts;
+    std::unique_ptr<Setup> setup_;  // the patterns and what became of them
+    std::unique_ptr<Parts> parts_;  // all that matching needs
 };
 
 }  // namespace FSM

@@ -36,43 +36,63 @@ struct MultiEngine::Place {
     std::unique_ptr<EngineGroup> group;
 };
 
-MultiEngine::MultiEngine()
-    : stateLimit_(Engine::defaultStateLimitCM), rows_(std::make_unique<RowTree>()) {}
+struct MultiEngine::Rows {
+    void clear();
+    // Calls visit(path) for each row that matches, as often as it does.
+    template <class Visitor>
+    void match(std::span<const std::string_view> words, Visitor visit) const;
+
+    std::size_t stateLimit = Engine::defaultStateLimitCM;
+    std::int32_t count = 0;
+    std::int32_t guiltyPath = -1;
+    bool isSetUp = false;
+    bool isBuilt = false;
+    FND::String error;
+    std::vector<Place> places;
+    RowTree tree;
+};
+
+MultiEngine::MultiEngine() : rows_(std::make_unique<Rows>()) {}
 
 MultiEngine::~MultiEngine() = default;
 
+void MultiEngine::Rows::clear() {
+    places.clear();
+    tree.clear();
+}
+
 void MultiEngine::stateLimit(std::size_t states) {
-    stateLimit_ = std::clamp<std::size_t>(states, 1, Engine::mostStatesCM);
+    rows_->stateLimit = std::clamp<std::size_t>(states, 1, Engine::mostStatesCM);
 }
 
 bool MultiEngine::insertPatterns(const std::vector<FND::String>& patterns,
                                  unsigned long pathNumber) {
-    unsigned long path = pathNumber == nextPathCM ? rowCount_ : pathNumber;
-    if (isSetUp_) {
-        error_ = "no row may be inserted after finalSetup";
+    unsigned long path = pathNumber == nextPathCM ? rows_->count : pathNumber;
+    if (rows_->isSetUp) {
+        rows_->error = "no row may be inserted after finalSetup";
     } else if (patterns.empty() || patterns.size() > maxWordsCM) {
-        error_ = "a row has 1 to " + std::to_string(maxWordsCM) + " patterns, not " +
-                 std::to_string(patterns.size());
+        rows_->error = "a row has 1 to " + std::to_string(maxWordsCM) + " patterns, not " +
+                       std::to_string(patterns.size());
     } else if (path > static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max())) {
-        error_ = "path number " + std::to_string(path) + " is above 2147483647";
+        rows_->error = "path number " + std::to_string(path) + " is above 2147483647";
     } else {
         try {
             if (!insertRow(patterns, static_cast<std::int32_t>(path))) return false;
-            ++rowCount_;
+            ++rows_->count;
             return true;
         } catch (const std::bad_alloc&) {
-            error_ = "no memory available for the row";
+            rows_->error = "no memory available for the row";
         }
     }
     return false;
 }
 
 bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32_t path) {
-    if (places_.size() < patterns.size()) places_.resize(patterns.size());
+    if (rows_->places.size() < patterns.size()) rows_->places.resize(patterns.size());
     std::array<std::int32_t, maxWordsCM> row;
     std::size_t count = 0;
     for (; count < patterns.size(); ++count) {
-        Place& place = places_[count];
+        Place& place = rows_->places[count];
         auto known = place.numbers.find(patterns[count]);
         if (known != place.numbers.end()) {
             row[count] = known->second.number;
@@ -81,77 +101,74 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
         auto number = static_cast<std::int32_t>(place.patterns->patterns().size());
         // A pattern of a row that is refused later stays in the list, but in no row.
         if (!place.patterns->insert(patterns[count], PatternList::nextPathCM,
-                                    stateLimit_ * EngineGroup::statesPerLimitCM)) {
-            error_ = place.patterns->error();
+                                    rows_->stateLimit * PatternList::statesPerGroupLimitCM)) {
+            rows_->error = place.patterns->error();
             return false;
         }
         place.textCharge.take(blockBytes(patterns[count].size()));
         place.numbers.emplace(patterns[count], Place::Use{number, path});
         row[count] = number;
     }
-    rows_->insert({row.data(), count}, path);
+    rows_->tree.insert({row.data(), count}, path);
     return true;
 }
 
 bool MultiEngine::finalSetup() {
-    if (isSetUp_) return isBuilt_;
-    if (rowCount_ == 0) return true;
-    isSetUp_ = true;
+    if (rows_->isSetUp) return rows_->isBuilt;
+    if (rows_->count == 0) return true;
+    rows_->isSetUp = true;
     try {
-        isBuilt_ = build();
+        rows_->isBuilt = build();
     } catch (const std::bad_alloc&) {
-        error_ = "no memory available for the automata";
+        rows_->error = "no memory available for the automata";
     } catch (...) {
-        places_.clear();
         rows_->clear();
         throw;
     }
-    if (!isBuilt_) {
-        places_.clear();
-        rows_->clear();
-    }
-    return isBuilt_;
+    if (!rows_->isBuilt) rows_->clear();
+    return rows_->isBuilt;
 }
 
 bool MultiEngine::build() {
-    for (std::size_t i = 0; i < places_.size(); ++i) {
-        Place& place = places_[i];
+    for (std::size_t i = 0; i < rows_->places.size(); ++i) {
+        Place& place = rows_->places[i];
         auto group = std::unique_ptr<EngineGroup>(new EngineGroup(std::move(place.patterns)));
-        group->stateLimit(stateLimit_);
+        group->stateLimit(rows_->stateLimit);
         if (!group->finalSetup()) {
-            error_ = "word " + std::to_string(i + 1) + ": " + group->error();
+            rows_->error = "word " + std::to_string(i + 1) + ": " + group->error();
             for (const auto& [text, use] : place.numbers) {
-                if (use.number == group->guiltyPath()) guiltyPath_ = use.firstRow;
+                if (use.number == group->guiltyPath()) rows_->guiltyPath = use.firstRow;
             }
             return false;
         }
         decltype(place.numbers)().swap(place.numbers);
         place.textCharge = Charge();
-        if (group->partCount() == 1 && !group->hasTailsApart()) {
-            place.engine.reset(new Engine(group->takeTable()));
+        if (std::unique_ptr<Table> table = group->takeWholeTable()) {
+            place.engine.reset(new Engine(std::move(table)));
         } else {
             place.group = std::move(group);
         }
     }
-    for (std::size_t i = 0; i + 1 < places_.size(); ++i) {
-        Engine* next = places_[i + 1].engine.get();
-        if (next != nullptr && places_[i].engine != nullptr) places_[i].engine->chain(next);
+    for (std::size_t i = 0; i + 1 < rows_->places.size(); ++i) {
+        Engine* next = rows_->places[i + 1].engine.get();
+        if (next != nullptr && rows_->places[i].engine != nullptr)
+            rows_->places[i].engine->chain(next);
     }
-    rows_->build();
+    rows_->tree.build();
     return true;
 }
 
 template <class Visitor>
-void MultiEngine::match(std::span<const std::string_view> words, Visitor visit) const {
-    if (!isBuilt_ || words.empty() || words.size() > places_.size()) return;
+void MultiEngine::Rows::match(std::span<const std::string_view> words, Visitor visit) const {
+    if (!isBuilt || words.empty() || words.size() > places.size()) return;
     // For split places, collects the matching patterns, place after place.
     thread_local std::vector<std::int32_t> joined;
     std::array<RowTree::Numbers, maxWordsCM> matching;
     std::array<std::size_t, maxWordsCM> joinedEnd;
     joined.clear();
-    const Engine* engine = places_[0].engine.get();
+    const Engine* engine = places[0].engine.get();
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const Engine* next = i + 1 < words.size() ? places_[i + 1].engine.get() : nullptr;
+        const Engine* next = i + 1 < words.size() ? places[i + 1].engine.get() : nullptr;
         if (engine != nullptr) {
             const State* state = engine->stateInside(words[i]);
             matching[i] = state == nullptr ? engine->pathsOutside() : state->pathNumbers();
@@ -162,7 +179,7 @@ void MultiEngine::match(std::span<const std::string_view> words, Visitor visit) 
             }
         } else {
             std::size_t before = joined.size();
-            places_[i].group->appendPaths(words[i], joined);
+            places[i].group->appendPaths(words[i], joined);
             if (joined.size() == before) return;
         }
         joinedEnd[i] = joined.size();
@@ -175,20 +192,20 @@ void MultiEngine::match(std::span<const std::string_view> words, Visitor visit) 
             begin = joinedEnd[i];
         }
     }
-    rows_->find({matching.data(), words.size()}, visit);
+    tree.find({matching.data(), words.size()}, visit);
 }
 
 void MultiEngine::process(std::span<const std::string_view> words,
                           std::vector<std::int32_t>& paths) const {
     paths.clear();
-    match(words, [&](std::int32_t path) { paths.push_back(path); });
+    rows_->match(words, [&](std::int32_t path) { paths.push_back(path); });
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
 }
 
 std::int32_t MultiEngine::firstPath(std::span<const std::string_view> words) const {
     std::int32_t first = -1;
-    match(words, [&](std::int32_t path) {
+    rows_->match(words, [&](std::int32_t path) {
         if (first < 0 || path < first) first = path;
     });
     return first;
@@ -196,7 +213,7 @@ std::int32_t MultiEngine::firstPath(std::span<const std::string_view> words) con
 
 std::size_t MultiEngine::stateCount() const {
     std::size_t count = 0;
-    for (const Place& place : places_) {
+    for (const Place& place : rows_->places) {
         if (place.engine != nullptr) count += place.engine->stateCount();
         if (place.group != nullptr) count += place.group->stateCount();
     }
@@ -204,22 +221,29 @@ std::size_t MultiEngine::stateCount() const {
 }
 
 std::size_t MultiEngine::memory() const {
-    std::size_t bytes = isBuilt_ ? rows_->memory() : 0;
-    for (const Place& place : places_) {
+    std::size_t bytes = rows_->isBuilt ? rows_->tree.memory() : 0;
+    for (const Place& place : rows_->places) {
         if (place.engine != nullptr) bytes += place.engine->memory();
         if (place.group != nullptr) bytes += place.group->memory();
     }
     return bytes;
 }
 
+const FND::String& MultiEngine::error() const { return rows_->error; }
+
+std::int32_t MultiEngine::guiltyPath() const { return rows_->guiltyPath; }
+
+std::size_t MultiEngine::stateLimit() const { return rows_->stateLimit; }
+
+std::int32_t MultiEngine::rowCount() const { return rows_->count; }
+
 void MultiEngine::clear() {
-    places_.clear();
     rows_->clear();
-    error_.clear();
-    rowCount_ = 0;
-    guiltyPath_ = -1;
-    isSetUp_ = false;
-    isBuilt_ = false;
+    rows_->error.clear();
+    rows_->count = 0;
+    rows_->guiltyPath = -1;
+    rows_->isSetUp = false;
+    rows_->isBuilt = false;
 }
 
 }  // namespace FSM

@@ -13,8 +13,6 @@
 
 namespace FSM {
 
-class RowTree;
-
 /// Matches sequences of words against rows of patterns, as in a rating table: a row matches if it
 /// has as many patterns as there are words and each pattern matches its word.
 ///
@@ -44,37 +42,29 @@ public:
                  std::vector<std::int32_t>& paths) const override;
     std::int32_t firstPath(std::span<const std::string_view> words) const override;
 
-    const FND::String& error() const override { return error_; }
-    std::int32_t guiltyPath() const override { return guiltyPath_; }
+    const FND::String& error() const override;
+    std::int32_t guiltyPath() const override;
     std::size_t stateCount() const override;
     std::size_t memory() const override;
 
-    std::size_t stateLimit() const { return stateLimit_; }
+    std::size_t stateLimit() const;
     /// Sets the number of states that any automaton may have, at least 1.
     void stateLimit(std::size_t states);
 
     /// Number of rows inserted.
-    std::int32_t rowCount() const { return rowCount_; }
+    std::int32_t rowCount() const;
 
     /// Restores the state after construction. The state limit stays.
     void clear();
 
 private:
     struct Place;
+    struct Rows;
 
     bool insertRow(const std::vector<FND::String>& patterns, std::int32_t path);
     bool build();
-    template <class Visitor>
-    void match(std::span<const std::string_view> words, Visitor visit) const;
 
-    std::size_t stateLimit_;
-    std::int32_t rowCount_ = 0;
-    std::int32_t guiltyPath_ = -1;
-    bool isSetUp_ = false;
-    bool isBuilt_ = false;
-    FND::String error_;
-    std::vector<Place> places_;
-    std::unique_ptr<RowTree> rows_;
+    std::unique_ptr<Rows> rows_;
 };
 
 }  // namespace FSM

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "fsm/EnginePart.h"
-#include "fsm/FlexLexer.h"
+#include "fsm/PatternScanner.h"
 
 /// Functions that the generated parser calls. All of them work on the calling thread's stack of
 /// parts.

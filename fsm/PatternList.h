@@ -31,6 +31,10 @@ public:
     /// The non-deterministic states that all patterns together may have, for each deterministic
     /// state that their automata may have.
     static constexpr std::size_t statesPerLimitCM = 8;
+    /// Deterministic states that all parts of a group together may have, for each one that a single
+    /// automaton may; and what their patterns then may have of non-deterministic ones.
+    static constexpr std::size_t groupFactorCM = 16;
+    static constexpr std::size_t statesPerGroupLimitCM = groupFactorCM * statesPerLimitCM;
 
     /// Parses `pattern` and appends it. False if it is refused; only `error` changes then. When it
     /// does not parse, two lines on standard output say so. `maxStates` is the number of

@@ -4,7 +4,7 @@
 
 #include "fnd/String.h"
 #include "fsm/EnginePart.h"
-#include "fsm/FlexLexer.h"
+#include "fsm/PatternScanner.h"
 
 /// Nonzero: the parser traces its steps on standard error. 0 at first.
 extern int FSM_debug;

@@ -12,7 +12,6 @@ namespace FSM {
 
 class Engine;
 class StateSet;
-class Table;
 
 /// A state of an automaton: of the non-deterministic one that patterns are read into, or of the
 /// deterministic one that texts are matched with. A deterministic state is owned by its engine and
@@ -75,22 +74,6 @@ protected:
 
     const std::vector<std::int32_t>* paths_ = &noPathsCM;  // not owned
     std::int64_t id_;
-};
-
-/// A state of a finished deterministic automaton; its transitions lie in the automaton's table.
-class KESTREL_API DetState final : public State {
-public:
-    explicit DetState(std::int64_t id = -1) : State(id) {}
-
-    State* succState(unsigned char c) const override;
-    void setNextWordFSM(Engine* engine) override { nextWord_ = engine; }
-    Engine* getNextWordFSM() const override { return nextWord_; }
-
-private:
-    friend class Table;
-
-    const Table* table_ = nullptr;  // owns this state
-    Engine* nextWord_ = nullptr;    // not owned
 };
 
 }  // namespace FSM

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "fsm/ByteScan.h"
+#include "fsm/DetState.h"
 #include "fsm/Determiniser.h"
-#include "fsm/State.h"
 
 namespace FSM {
 

@@ -2,8 +2,8 @@
 
 #include "Test.h"
 #include "fsm/EnginePart.h"
-#include "fsm/FlexLexer.h"
 #include "fsm/PatternParser.h"
+#include "fsm/PatternScanner.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "fsm/FlexLexer.h"
+#include "fsm/PatternScanner.h"
 
 #include <istream>
 #include <iterator>
