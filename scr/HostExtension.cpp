@@ -8,7 +8,7 @@
 #include "scr/Interpreter.h"
 #include "scr/call/HostDescriptor.h"
 #include "scr/message/Messages.h"
-#include "scr/parser/CustomLexer.h"
+#include "scr/value/Words.h"
 
 namespace SCR {
 
@@ -86,7 +86,7 @@ bool HostExtension::State::insert(const FND::String& variableName,
         log(Messages::extensionRefused(name, reason), FND::Status::Error);
         return false;
     }
-    if (isKeyword(variableName) ||
+    if (wordOf(variableName) != Word::None ||
         (interpreter != nullptr && interpreter->isPredefined(variableName))) {
         log(Messages::onlyQualified(name, variableName), FND::Status::Warning);
     }

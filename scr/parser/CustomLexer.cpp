@@ -1,30 +1,31 @@
 #include "scr/parser/CustomLexer.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <climits>
-#include <cstring>
-#include <stdexcept>
 #include <utility>
 
 #include "Grammar.h"
 #include "scr/run/Work.h"
+#include "scr/value/Words.h"
 
 namespace SCR {
 
 namespace {
 
-// The possible tokens that begin with a byte.
+// What may stand where a byte is met: first what may be no token.
 enum class Kind : unsigned char {
     Blank,
     LineEnd,
-    Return,
+    Return,  // a line end with the line feed after it
+    Slash,   // a comment or a sign
+    Hash,    // a "#line" line
     Letter,
     Digit,
+    Point,  // a number without digits before its point
     Quote,
     Sign,        // a token of its own
-    Comparison,  // or together with an "=" after it
+    Comparison,  // or with another sign after it
     Other,
 };
 
@@ -34,31 +35,32 @@ constexpr std::array<Kind, 256> kindsS = [] {
     const auto set = [&](std::string_view bytes, Kind kind) {
         for (const char byte : bytes) kinds[static_cast<unsigned char>(byte)] = kind;
     };
+    for (std::size_t i = 0; i < kinds.size(); ++i) {
+        if (beginsName(static_cast<char>(i))) kinds[i] = Kind::Letter;
+    }
     set(" \t", Kind::Blank);
     set("\n", Kind::LineEnd);
     set("\r", Kind::Return);
-    set("\"", Kind::Quote);
-    set("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_", Kind::Letter);
+    set("/", Kind::Slash);
+    set("#", Kind::Hash);
     set("0123456789", Kind::Digit);
+    set(".", Kind::Point);
+    set("\"", Kind::Quote);
     set(",;:{}()[]+-*%", Kind::Sign);
     set("=!<>", Kind::Comparison);
     return kinds;
 }();
 
 Kind kindOf(char byte) { return kindsS[static_cast<unsigned char>(byte)]; }
+bool isBlank(char byte) { return kindOf(byte) == Kind::Blank; }
+bool isDigit(char byte) { return kindOf(byte) == Kind::Digit; }
+bool isNoLineEnd(char byte) { return byte != '\n'; }
 
-// The bytes that may follow the first one in names and keywords.
-constexpr std::array<bool, 256> wordBytesS = [] {
-    std::array<bool, 256> isOfWord{};
-    for (std::size_t i = 0; i < isOfWord.size(); ++i) {
-        isOfWord[i] = kindsS[i] == Kind::Letter || kindsS[i] == Kind::Digit || i == '.';
-    }
-    return isOfWord;
-}();
+constexpr std::string_view lineDirectiveS = "#line";
 
-bool isOfWord(char byte) { return wordBytesS[static_cast<unsigned char>(byte)]; }
+int codeOfByte(char byte) { return static_cast<unsigned char>(byte); }
 
-int signCode(char sign) {
+int codeOfSign(char sign) {
     switch (sign) {
         case ';':
             return SCR_SEMICOLON;
@@ -76,83 +78,71 @@ int signCode(char sign) {
             return SCR_OPEN_BRACKET;
         case ']':
             return SCR_CLOSE_BRACKET;
+        case '\0':
+            return SCR_SCR_UNDEF;
         default:
-            return static_cast<unsigned char>(sign);
+            return codeOfByte(sign);
     }
 }
 
-struct Keyword {
-    std::string_view text;
-    int code = SCR_IDENTIFIER;
-};
-
-constexpr Keyword keywordListS[] = {
-    {"and", SCR_BOOL_OPERATOR},
-    {"AND", SCR_BOOL_OPERATOR},
-    {"or", SCR_BOOL_OPERATOR},
-    {"OR", SCR_BOOL_OPERATOR},
-    {"use", SCR_USE},
-    {"regExprSwitch", SCR_REGEXPR_SWITCH},
-    {"switch", SCR_SWITCH},
-    {"case", SCR_CASE},
-    {"default", SCR_DEFAULT},
-    {"return", SCR_RETURN},
-    {"break", SCR_BREAK},
-    {"do", SCR_DO},
-    {"while", SCR_WHILE},
-    {"if", SCR_IF},
-    {"else", SCR_ELSE},
-    {"for", SCR_FOR},
-    {"const", SCR_CONST_CONSTANT},
-    {"function", SCR_FCT_DECLARATION},
-    {"Bool", SCR_VAR_DECLARATION},
-    {"Date", SCR_VAR_DECLARATION},
-    {"Decimal", SCR_VAR_DECLARATION},
-    {"Ebuf", SCR_VAR_DECLARATION},
-    {"File", SCR_VAR_DECLARATION},
-    {"Flist", SCR_VAR_DECLARATION},
-    {"Iterator", SCR_VAR_DECLARATION},
-    {"Long", SCR_VAR_DECLARATION},
-    {"Nexid", SCR_VAR_DECLARATION},
-    {"Nxid", SCR_VAR_DECLARATION},
-    {"String", SCR_VAR_DECLARATION},
-    {"true", SCR_BOOL_CONSTANT},
-    {"false", SCR_BOOL_CONSTANT},
-};
-
-// The keywords, in slots given by their lengths and ends or in the next free ones. At most half of
-// the slots are taken.
-constexpr std::size_t numKeywordSlotsS = 128;
-
-constexpr std::size_t keywordSlot(std::string_view word) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(word[i]); };
-    return (word.size() + 5U * byte(0) + 19U * byte(word.size() - 1)) % numKeywordSlotsS;
-}
-
-constexpr std::array<Keyword, numKeywordSlotsS> keywordsS = [] {
-    std::array<Keyword, numKeywordSlotsS> slots{};
-    for (const Keyword& keyword : keywordListS) {
-        std::size_t slot = keywordSlot(keyword.text);
-        while (!slots[slot].text.empty()) slot = (slot + 1) % numKeywordSlotsS;
-        slots[slot] = keyword;
-    }
-    return slots;
-}();
-
-// The code of a keyword, or that of an identifier.
-int wordCode(std::string_view word) {
-    std::size_t slot = keywordSlot(word);
-    while (!keywordsS[slot].text.empty()) {
-        if (keywordsS[slot].text == word) return keywordsS[slot].code;
-        slot = (slot + 1) % numKeywordSlotsS;
+int codeOfWord(Word word) {
+    switch (word) {
+        case Word::None:
+            return SCR_IDENTIFIER;
+        case Word::BoolOperator:
+            return SCR_BOOL_OPERATOR;
+        case Word::BoolConstant:
+            return SCR_BOOL_CONSTANT;
+        case Word::TypeName:
+            return SCR_VAR_DECLARATION;
+        case Word::Use:
+            return SCR_USE;
+        case Word::RegExprSwitch:
+            return SCR_REGEXPR_SWITCH;
+        case Word::Switch:
+            return SCR_SWITCH;
+        case Word::Case:
+            return SCR_CASE;
+        case Word::Default:
+            return SCR_DEFAULT;
+        case Word::Return:
+            return SCR_RETURN;
+        case Word::Break:
+            return SCR_BREAK;
+        case Word::Do:
+            return SCR_DO;
+        case Word::While:
+            return SCR_WHILE;
+        case Word::If:
+            return SCR_IF;
+        case Word::Else:
+            return SCR_ELSE;
+        case Word::For:
+            return SCR_FOR;
+        case Word::Const:
+            return SCR_CONST_CONSTANT;
+        case Word::Function:
+            return SCR_FCT_DECLARATION;
     }
     return SCR_IDENTIFIER;
+}
+
+// The code of what `word` and a colon after it make: a mode word, or 0 for nothing.
+int codeOfMode(std::string_view word) {
+    if (word == "RESULTS") return SCR_RESULTS;
+    if (word == "CONDITIONS") return SCR_CONDITIONS;
+    if (word == "QUERY") return SCR_QUERY;
+    if (word == "MAPPING") return SCR_MAPPING;
+    return 0;
 }
 
 }  // namespace
 
 CustomLexer::CustomLexer(std::string_view head, std::string_view text, std::string_view tail)
-    : head_(head), text_(text), tail_(tail) {}
+    : parts_{head, text, tail},
+      position_(head.data()),
+      end_(head.data() + head.size()),
+      counted_(head.data()) {}
 
 int CustomLexer::yylex(FND::String* text) {
     std::string_view view;
@@ -166,202 +156,214 @@ int CustomLexer::yylex(FND::String* text) {
     return code;
 }
 
-inline void CustomLexer::countMatched() {
-    constexpr std::size_t interval = 4096;
-    // Processing a byte of text takes far longer than most work on one.
-    constexpr std::size_t workAByte = 16;
-    if (position_ - counted_ > interval) [[unlikely]]
-        countWork(workAByte * (position_ - std::exchange(counted_, position_)));
-}
-
 int CustomLexer::next(std::string_view& text) {
-    countMatched();
-    if (const int code = scanCommon(text)) return code;
-    const int code = yylex();
-    text = tokenText_;
+    if (!findToken()) {
+        text = {};
+        return 0;
+    }
+    const char* const begin = position_;
+    const int code = scanToken();
+    text = {begin, static_cast<std::size_t>(position_ - begin)};
+    if (code == SCR_STRING) text = text.substr(1, text.size() - 2);
     return code;
 }
 
-int CustomLexer::LexerInput(char* buffer, int maxSize) {
-    // Processing a byte takes longer than other work on one.
-    constexpr std::size_t workOfByte = 8;
-    countWork(workOfByte * static_cast<std::size_t>(maxSize));
-    std::size_t count = 0;
-    const auto room = static_cast<std::size_t>(maxSize);
-    std::size_t start = 0;
-    for (const std::string_view source : {head_, text_, tail_}) {
-        const std::size_t end = start + source.size();
-        if (count < room && read_ < end) {
-            const std::size_t part = std::min(room - count, end - read_);
-            std::memcpy(buffer + count, source.data() + (read_ - start), part);
-            count += part;
-            read_ += part;
-        }
-        start = end;
+inline void CustomLexer::countTo(const char* end) {
+    constexpr std::ptrdiff_t interval = 4096;
+    // What is made of a byte of text takes far longer than most work on one.
+    constexpr std::size_t workAByte = 16;
+    if (end - counted_ > interval) [[unlikely]]
+        countWork(workAByte * static_cast<std::size_t>(end - std::exchange(counted_, end)));
+}
+
+template <class Predicate>
+inline const char* CustomLexer::endOfRun(const char* from, Predicate isOfRun) {
+    constexpr std::ptrdiff_t pieceSize = 65536;
+    for (;;) {
+        const char* const stop = end_ - from > pieceSize ? from + pieceSize : end_;
+        while (from != stop && isOfRun(*from)) ++from;
+        if (from != stop || from == end_) return from;
+        countTo(from);
     }
-    return static_cast<int>(count);
-}
-
-void CustomLexer::LexerError(const char* message) {
-    // The generated code does not expect a return. The parse entry points catch this.
-    throw std::runtime_error(message);
-}
-
-int CustomLexer::scanCommon(std::string_view& text) {
-    // At first the scanner has no buffer. The parts around the text are left to the rules.
-    if (yy_init == 0 || position_ - head_.size() >= text_.size()) return 0;
-    const char* const begin = yy_c_buf_p;
-    *yy_c_buf_p = yy_hold_char;
-    const char* start = begin;
-    Kind kind{};
-    for (;; ++start) {
-        while (*start == ' ') ++start;
-        kind = kindOf(*start);
-        if (kind > Kind::Return) break;
-        if (kind == Kind::LineEnd) {
-            countLines(1);
-        } else if (kind == Kind::Return && start[1] != '\n') {
-            break;
-        }
-    }
-
-    // The buffer ends in a NUL, which belongs to no token of these kinds. When a NUL follows a
-    // token, the rules read on.
-    const char* end = start + 1;
-    int code = 0;
-    switch (kind) {
-        case Kind::Letter:
-            while (isOfWord(*end)) ++end;
-            // A colon may follow a mode word, or be the first half of "::".
-            if (*end != ':' && *end != '\0') {
-                code = wordCode({start, static_cast<std::size_t>(end - start)});
-            }
-            break;
-        case Kind::Digit:
-            while (kindOf(*end) == Kind::Digit) ++end;
-            if (*end != '.') {
-                code = SCR_LONG_NUMBER;
-            } else if (kindOf(end[1]) == Kind::Digit) {
-                code = SCR_DECIMAL_NUMBER;
-                do ++end;
-                while (kindOf(*end) == Kind::Digit);
-            }
-            if (*end == '\0') code = 0;
-            break;
-        case Kind::Quote:
-            while (*end != '"' && *end != '\\' && *end != '\n' && *end != '\0') ++end;
-            if (*end == '"') {
-                code = SCR_STRING;
-                ++end;
-            }
-            break;
-        case Kind::Sign:
-            code = signCode(*start);
-            if (code == SCR_OPEN_BRACE) ++braceDepth_;
-            if (code == SCR_CLOSE_BRACE) --braceDepth_;
-            break;
-        case Kind::Comparison:
-            if (*end == '=') {
-                code = SCR_COMPARE_OPERATOR;
-                ++end;
-            } else if (*end != '~' && *end != '\0' && *start != '!') {
-                code = *start == '=' ? int{'='} : int{SCR_COMPARE_OPERATOR};
-            }
-            break;
-        default:
-            break;
-    }
-
-    const auto skipped = static_cast<std::size_t>(start - begin);
-    const std::size_t length = code != 0 ? static_cast<std::size_t>(end - start) : 0;
-    // The quotes around a string are not part of its text.
-    const std::size_t quote = code == SCR_STRING ? 1 : 0;
-    const char* const matched = text_.data() + (position_ - head_.size()) + skipped;
-    text = {matched + quote, length - 2 * quote};
-    position_ += skipped + length;
-    yy_c_buf_p += skipped + length;
-    yy_hold_char = *yy_c_buf_p;
-    return code;
-}
-
-int CustomLexer::word() { return token(wordCode({yytext, static_cast<std::size_t>(yyleng)})); }
-
-int CustomLexer::token(int code) {
-    const auto length = static_cast<std::size_t>(yyleng);
-    // Hardly any token except the mode word lies outside the text.
-    std::size_t start = position_;
-    std::string_view source = head_;
-    for (const std::string_view next : {text_, tail_}) {
-        if (start < source.size()) break;
-        start -= source.size();
-        source = next;
-    }
-    tokenText_ = source.substr(start, length);
-    position_ += length;
-    return code;
-}
-
-int CustomLexer::openBrace(int code) {
-    ++braceDepth_;
-    return token(code);
-}
-
-int CustomLexer::closeBrace(int code) {
-    --braceDepth_;
-    return token(code);
-}
-
-int CustomLexer::stringLiteral(int code) {
-    token(code);
-    countLines(std::count(tokenText_.begin(), tokenText_.end(), '\n'));
-    tokenText_.remove_prefix(1);
-    tokenText_.remove_suffix(1);
-    return code;
-}
-
-int CustomLexer::endOfInput() {
-    tokenText_ = {};
-    return 0;
-}
-
-void CustomLexer::skip() {
-    position_ += static_cast<std::size_t>(yyleng);
-    countMatched();
-}
-
-void CustomLexer::newLine() {
-    skip();
-    countLines(1);
 }
 
 void CustomLexer::countLines(std::int64_t lines) {
     line_ = static_cast<int>(std::min<std::int64_t>(line_ + lines, INT_MAX));
 }
 
-bool CustomLexer::lineDirective() {
-    skip();
-    std::string_view text(yytext, static_cast<std::size_t>(yyleng));
+bool CustomLexer::enterNextPart() {
+    while (part_ + 1 < parts_.size()) {
+        const std::string_view part = parts_[++part_];
+        if (part.empty()) continue;
+        position_ = counted_ = part.data();
+        end_ = part.data() + part.size();
+        return true;
+    }
+    return false;
+}
+
+bool CustomLexer::isLineEndNext() const {
+    if (position_ != end_) return *position_ == '\n';
+    return part_ + 1 < parts_.size() && parts_[part_ + 1].starts_with('\n');
+}
+
+bool CustomLexer::findToken() {
+    for (;;) {
+        if (position_ == end_ && !enterNextPart()) return false;
+        countTo(position_);
+        const Kind kind = kindOf(*position_);
+        if (kind > Kind::Hash) return true;
+        switch (kind) {
+            case Kind::Blank:
+                position_ = endOfRun(position_ + 1, isBlank);
+                break;
+            case Kind::LineEnd:
+                ++position_;
+                countLines(1);
+                break;
+            case Kind::Return:
+                ++position_;
+                if (isLineEndNext()) break;
+                --position_;
+                return true;
+            case Kind::Slash:
+                if (end_ - position_ > 1 && position_[1] == '/') {
+                    position_ = endOfRun(position_ + 2, isNoLineEnd);
+                } else if (end_ - position_ > 1 && position_[1] == '*') {
+                    position_ += 2;
+                    skipComment();
+                } else {
+                    return true;
+                }
+                break;
+            case Kind::Hash:
+                if (!std::string_view(position_, end_).starts_with(lineDirectiveS)) return true;
+                if (readLineDirective()) break;
+                position_ = end_;
+                part_ = parts_.size();
+                return false;
+            default:
+                return true;
+        }
+    }
+}
+
+void CustomLexer::skipComment() {
+    for (;;) {
+        position_ = endOfRun(position_, [](char byte) { return byte != '*' && byte != '\n'; });
+        if (position_ == end_) {
+            if (!enterNextPart()) return;
+        } else if (*position_++ == '\n') {
+            countLines(1);
+        } else if (position_ != end_ && *position_ == '/') {
+            ++position_;
+            return;
+        }
+        countTo(position_);
+    }
+}
+
+bool CustomLexer::readLineDirective() {
+    const char* const begin = position_ + lineDirectiveS.size();
+    position_ = endOfRun(begin, isNoLineEnd);
+    std::string_view text(begin, position_);
+    if (isLineEndNext() && (position_ != end_ || enterNextPart())) ++position_;
+
     const std::size_t open = text.find('"');
     const std::size_t close = text.rfind('"');
-    text.remove_prefix(std::strlen("#line"));
+    if (open == close) return false;
+    const std::string_view file = text.substr(open + 1, close - open - 1);
     text.remove_prefix(std::min(text.find_first_not_of(" \t\r\v\f"), text.size()));
     if (text.starts_with('+')) text.remove_prefix(1);
     int number = 0;
     if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc()) {
         return false;
     }
-    if (open == std::string_view::npos || open == close) return false;
     line_ = number;
-    fileName_.assign(yytext + open + 1, close - open - 1);
+    fileName_.assign(file);
     return true;
 }
 
-bool isName(std::string_view text) {
-    return !text.empty() && kindOf(text.front()) == Kind::Letter &&
-           std::all_of(text.begin(), text.end(), isOfWord);
+int CustomLexer::scanToken() {
+    const char first = *position_;
+    switch (kindOf(first)) {
+        case Kind::Letter:
+            return scanWord();
+        case Kind::Digit:
+        case Kind::Point:
+            return scanNumber();
+        case Kind::Quote:
+            return scanString();
+        case Kind::Comparison:
+            ++position_;
+            if (position_ != end_ && *position_ == '=') {
+                ++position_;
+                return SCR_COMPARE_OPERATOR;
+            }
+            if (first == '=' && position_ != end_ && *position_ == '~') {
+                ++position_;
+                return SCR_PATTERN_COMPARE;
+            }
+            return first == '<' || first == '>' ? int{SCR_COMPARE_OPERATOR} : codeOfByte(first);
+        default:
+            ++position_;
+            if (first == '{') ++braceDepth_;
+            if (first == '}') --braceDepth_;
+            return codeOfSign(first);
+    }
 }
 
-bool isKeyword(std::string_view text) { return wordCode(text) != SCR_IDENTIFIER; }
+int CustomLexer::scanWord() {
+    const char* const begin = position_;
+    position_ = endOfRun(begin + 1, isOfName);
+    const std::string_view word(begin, position_);
+    if (position_ != end_ && *position_ == ':') [[unlikely]] {
+        if (end_ - position_ > 2 && position_[1] == ':' && beginsName(position_[2])) {
+            position_ = endOfRun(position_ + 3, isOfName);
+            return SCR_MODULE_IDENTIFIER;
+        }
+        if (const int mode = codeOfMode(word)) {
+            ++position_;
+            return mode;
+        }
+    }
+    return codeOfWord(wordOf(word));
+}
+
+int CustomLexer::scanNumber() {
+    const char* const point = endOfRun(position_, isDigit);
+    if (end_ - point > 1 && *point == '.' && isDigit(point[1])) {
+        position_ = endOfRun(point + 2, isDigit);
+        return SCR_DECIMAL_NUMBER;
+    }
+    if (point != position_) {
+        position_ = point;
+        return SCR_LONG_NUMBER;
+    }
+    ++position_;
+    return '.';
+}
+
+int CustomLexer::scanString() {
+    std::int64_t lines = 0;
+    const char* byte = position_ + 1;
+    for (;;) {
+        byte = endOfRun(byte, [](char c) { return c != '"' && c != '\\' && c != '\n'; });
+        if (byte != end_ && *byte == '"') {
+            position_ = byte + 1;
+            countLines(lines);
+            return SCR_STRING;
+        }
+        // A backslash takes the byte after it.
+        if (byte != end_ && *byte == '\\') ++byte;
+        if (byte == end_) {
+            ++position_;
+            return '"';
+        }
+        if (*byte++ == '\n') ++lines;
+        countTo(byte);
+    }
+}
 
 void convertEscapeChars(std::string_view literal, FND::String& out) {
     while (true) {

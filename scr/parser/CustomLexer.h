@@ -1,89 +1,75 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
-
-// The generated base class; its header may be read only once under the prefix.
-#ifndef yyFlexLexerOnce
-#undef yyFlexLexer
-#define yyFlexLexer SCR_FlexLexer
-#include <FlexLexer.h>
-#endif
 
 #include "fnd/String.h"
 
 namespace SCR {
 
-/// Turns script text into the tokens of the grammar, and knows the current line and file. Used
-/// under the parse lock.
-class CustomLexer final : public SCR_FlexLexer {
+/// Turns script text into the tokens of the grammar, and knows the line and the file that it has
+/// reached. Used under the parse lock. Counts what it reads as work of the compile, which can be
+/// stopped within a token of any length.
+class CustomLexer final {
 public:
-    /// Reads `head`, which begins with the mode word, then `text` and then `tail`, all of which
-    /// must outlive the lexer. No token crosses from one into another.
+    /// Reads `head`, which begins with the mode word and ends after a blank or a line end, then
+    /// `text`, and then `tail`, which is empty or a line end. All must outlive the lexer.
     CustomLexer(std::string_view head, std::string_view text, std::string_view tail = {});
 
-    /// The code of the next token, 0 at the end of the input; `text` gets the token's text: the
-    /// matched bytes, or for a string literal the text between the quotes with escapes converted.
+    /// The next token's code, 0 at the end of the input, with the token's text in `text`: the
+    /// matched bytes, or for a string literal what stands between the quotes with escapes
+    /// converted.
     int yylex(FND::String* text);
-    /// The same without a copy: for a string literal `text` is the text between the quotes with
+    /// The same without a copy: the text of a string literal is what stands between the quotes,
     /// escapes not converted. Valid as long as the script's text.
     int next(std::string_view& text);
 
-    /// The current line, 1-based.
+    /// The line that the scanner has reached, 1-based.
     int line() const { return line_; }
-    /// The name of the current file; empty when none was given.
+    /// The name of the file of that line; empty when none was given.
     const FND::String& fileName() const { return fileName_; }
     /// The number of braces opened and not closed.
     int braceDepth() const { return braceDepth_; }
-    /// Whether the scanner itself failed, and its message.
-    const FND::String& failure() const { return failure_; }
-
-protected:
-    int LexerInput(char* buffer, int maxSize) override;
-    void LexerError(const char* message) override;
 
 private:
-    int yylex() override;
+    // Moves on to the next part of the input that is not empty. False, at the end of the last one,
+    // when there is none.
+    bool enterNextPart();
+    bool isLineEndNext() const;
 
-    // The next token, if it is of a common kind and its end is in the scanner's buffer; 0 leaves it
-    // to the rules. Skips the blanks and line ends before it in any case.
-    int scanCommon(std::string_view& text);
+    // Moves to the next token, over what stands before it. False at the end of the input.
+    bool findToken();
+    void skipComment();
+    // Moves over a "#line" line. False when it does not say a line and a file.
+    bool readLineDirective();
+    // Moves over a token and gives its code. One that cannot begin there is a token of one byte.
+    int scanToken();
+    int scanWord();
+    int scanNumber();
+    int scanString();
 
-    // Rule actions. Those for tokens set the token's text to the matched bytes.
-    int token(int code);
-    int word();
-    int openBrace(int code);
-    int closeBrace(int code);
-    int stringLiteral(int code);
-    int endOfInput();
-    void skip();
-    void newLine();
-    // Counts the matched bytes as work of the compile, which can be stopped here.
-    void countMatched();
-    // Line numbers stop at the largest one.
+    // The end of the run that begins at `from` of bytes for which `isOfRun` is true.
+    template <class Predicate>
+    const char* endOfRun(const char* from, Predicate isOfRun);
+    // Counts what lies before `end`, every few thousand bytes.
+    void countTo(const char* end);
+    // Line numbers end at the largest one.
     void countLines(std::int64_t lines);
-    bool lineDirective();
 
-    std::string_view head_;
-    std::string_view text_;
-    std::string_view tail_;
-    std::size_t read_ = 0;      // of the three texts, given to the scanner
-    std::size_t position_ = 0;  // bytes matched so far
-    std::size_t counted_ = 0;   // of the matched ones, counted as work
-    std::string_view tokenText_;
+    std::array<std::string_view, 3> parts_;
+    std::size_t part_ = 0;
+    const char* position_;
+    const char* end_;      // of the part
+    const char* counted_;  // what lies before was counted
     int line_ = 1;
     int braceDepth_ = 0;
     FND::String fileName_;
-    FND::String failure_;
 };
 
-/// Whether `text` is a name as scripts write it, even if it is a keyword.
-bool isName(std::string_view text);
-/// Whether the name `text` is a keyword, so that scripts must write it after "module::".
-bool isKeyword(std::string_view text);
-
-/// Appends the text of a string literal to `out`. A backslash is dropped and the next byte stands
-/// for itself, except "n" for a line feed, "t" for a tab and "r" for a carriage return.
+/// The text of a string literal: a backslash is dropped and the next byte taken for itself, but
+/// "n" for a line feed, "t" for a tab and "r" for a carriage return. Appended to `out`.
 void convertEscapeChars(std::string_view literal, FND::String& out);
 
 }  // namespace SCR
