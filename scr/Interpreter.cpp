@@ -330,8 +330,11 @@ bool Interpreter::finish() {
 }
 
 void Interpreter::print(const Node* place, std::string_view text) {
+    // A stream that is written to at the end of each line calls the system.
+    constexpr std::size_t workOfCall = 1024;
     State& state = *state_;
     state.hasPrinted = true;
+    countWork(workOfCall);
     const bool isTaken = state.output->write(text);
     if (!isTaken) state.openFiles.failures().add(standardOutputS, errno);
     // The standard output gives up when it has waited in vain; a host's output may take its time.

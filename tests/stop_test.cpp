@@ -316,6 +316,43 @@ TEST(StopTest, TimeIsNoticedWhereverItGoes) {
     }
 }
 
+// Calls of the system take longer than other calls, and much longer on some machines.
+TEST(StopTest, CallsOfTheSystemAreNotTakenForTurns) {
+    const Harness::ExampleFolder folder;
+    const struct {
+        const char* call;
+        std::int64_t calls;  // in which there is at least one question
+    } rows[] = {
+        {R"(fileOpen(f, "a", "w");)", 1},
+        {"fileSeek(f, 0);", 1},
+        {"fileTell(f);", 1},
+        {"fileFlush(f);", 1},
+        {"fileClose(f);", 1},
+        {R"(fileDelete("b");)", 1},
+        {R"(fileRename("b", "c");)", 1},
+        {R"(fileCopy("b", "c");)", 1},
+        {R"(sysGetEnv("B");)", 1},
+        {R"(logStdout("");)", 200},
+        {R"(fileWriteStr(f, "x");)", 1100},
+        {"fileReadLine(f, s, 9);", 1100},
+    };
+    constexpr std::int64_t turns = 2200;
+    for (const auto& row : rows) {
+        MemoryLog log;
+        Interpreter interpreter(&log);
+        ASSERT_TRUE(
+            interpreter.compile("File f; String s; fileOpen(f, \"a\", \"w+\"); fileWriteStr(f, "
+                                "strPad(\"\", \"\n\", 4000, "
+                                "true)); fileSeek(f, 0); Long i; for (i = 0; i < " +
+                                std::to_string(turns) + "; i = i + 1) { " + row.call + " }"))
+            << log.text;
+        const std::int64_t looks = turns / 256 + 2;
+        interpreter.runControl().stopAtQuestion(-1);
+        EXPECT_TRUE(interpreter.execute()) << log.text;
+        EXPECT_GT(interpreter.runControl().questions(), looks + turns / row.calls) << row.call;
+    }
+}
+
 // A host's own list of conditions.
 TEST(StopTest, ConditionsOfHostsAreEvaluatedAsRuns) {
     struct List final : SCR::CompareInterface {

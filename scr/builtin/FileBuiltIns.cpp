@@ -21,6 +21,13 @@ bool orStop(Interpreter& interpreter, const Node* place, bool isDone) {
     return isDone;
 }
 
+// Gives what a call of the system gave, which may have taken as long as thousands of turns.
+template <class Result>
+Result thenAsk(Interpreter& interpreter, const Node* place, Result result) {
+    interpreter.runControl().ask(place);
+    return result;
+}
+
 // A function that takes the names of files. It may use the files that the script was allowed to use
 // when it was compiled.
 template <class Derived, class Signature>
@@ -43,7 +50,8 @@ private:
 struct FileOpen final : NamedFileFunction<FileOpen, BoolType(FileType, StringType, StringType)> {
     bool value(Interpreter& interpreter, FileData& file, const FND::String& name,
                const FND::String& mode) {
-        return orStop(interpreter, this, file.open(name, mode, &interpreter.openFiles(), &files()));
+        return thenAsk(interpreter, this,
+                       file.open(name, mode, &interpreter.openFiles(), &files()));
     }
 };
 
@@ -135,37 +143,39 @@ struct FileIsOpen final : BuiltInNode<FileIsOpen, BoolType(FileType)> {
 };
 
 struct FileDelete final : NamedFileFunction<FileDelete, BoolType(StringType)> {
-    bool value(Interpreter& /*interpreter*/, const FND::String& name) const {
-        return files().unlink(name);
+    bool value(Interpreter& interpreter, const FND::String& name) const {
+        return thenAsk(interpreter, this, files().unlink(name));
     }
 };
 
 struct FileFlush final : BuiltInNode<FileFlush, BoolType(FileType)> {
     bool value(Interpreter& interpreter, FileData& file) {
-        return orStop(interpreter, this, file.flush());
+        return thenAsk(interpreter, this, file.flush());
     }
 };
 
 struct FileRename final : NamedFileFunction<FileRename, BoolType(StringType, StringType)> {
-    bool value(Interpreter& /*interpreter*/, const FND::String& from, const FND::String& to) const {
-        return files().rename(from, to);
+    bool value(Interpreter& interpreter, const FND::String& from, const FND::String& to) const {
+        return thenAsk(interpreter, this, files().rename(from, to));
     }
 };
 
 struct FileCopy final : NamedFileFunction<FileCopy, BoolType(StringType, StringType)> {
     bool value(Interpreter& interpreter, const FND::String& source, const FND::String& target) {
-        return orStop(interpreter, this,
-                      copyFile(files(), source, target, interpreter.runControl()));
+        return thenAsk(interpreter, this,
+                       copyFile(files(), source, target, interpreter.runControl()));
     }
 };
 
 struct FileTell final : BuiltInNode<FileTell, LongType(FileType)> {
-    static long value(Interpreter& /*interpreter*/, FileData& file) { return file.tell(); }
+    long value(Interpreter& interpreter, FileData& file) {
+        return thenAsk(interpreter, this, file.tell());
+    }
 };
 
 struct FileSeek final : BuiltInNode<FileSeek, BoolType(FileType, LongType)> {
     bool value(Interpreter& interpreter, FileData& file, long position) {
-        return orStop(interpreter, this, file.seek(position));
+        return thenAsk(interpreter, this, file.seek(position));
     }
 };
 

@@ -38,8 +38,9 @@ class System final : public BuiltInNode<System, LongType(StringType, Optional<Ou
 public:
     long value(Interpreter& interpreter, const FND::String& command, StringDataNode* out) {
         ShellCommand shell(command);
-        if (!shell.isStarted()) return -1;
         RunControl& control = interpreter.runControl();
+        control.ask(this);
+        if (!shell.isStarted()) return -1;
         takeOutput(shell, control, out);
         std::optional<int> status;
         while (!(status = shell.wait(askIntervalS))) control.ask(this);
@@ -94,7 +95,9 @@ private:
 };
 
 struct SysGetEnv final : BuiltInNode<SysGetEnv, StringType(StringType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& name) {
+    void value(Interpreter& interpreter, FND::String& result, const FND::String& name) {
+        // All names are looked at, of which there may be thousands.
+        interpreter.runControl().ask(this);
         // The C library would match the text after the sign with the beginning of a value.
         const bool isName = findByte(name, '=') == name.size();
         const char* const found = isName ? std::getenv(name.c_str()) : nullptr;

@@ -14,6 +14,13 @@
 
 namespace SCR {
 
+namespace {
+
+// What a call counts at least: one in some hundreds calls the system.
+constexpr std::size_t workOfCallS = 128;
+
+}  // namespace
+
 void FileData::note(PlaceTrail& /*trail*/) {}
 
 void FileData::follow(PlaceTrail& /*trail*/) {}
@@ -31,6 +38,8 @@ bool FileData::isOpen() const { return variable_ != nullptr && variable_->stream
 
 bool FileData::writeString(const FND::String& text) {
     if (!isOpen()) return false;
+    // Short texts as well add up to writes of the buffer.
+    countWork(text.size() + workOfCallS);
     bool isWritten = false;
     inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
         if (begin > 0 && !isWritten) return;
@@ -81,6 +90,7 @@ const FND::String* FileData::nextLine(unsigned long maxLength) {
             isCut = goesOn && length < wanted;
         }
     }
+    countWork(line_.size() + workOfCallS);
     return isRead ? &line_ : nullptr;
 }
 

@@ -10,7 +10,9 @@ namespace SCR {
 long ScriptMutexes::create() {
     const std::lock_guard lock(instanceMutex_);
     std::size_t handle = firstUnused_;
-    while (handle < entries_.size() && entries_[handle].isUsed) ++handle;
+    for (; handle < entries_.size() && entries_[handle].isUsed; ++handle) {
+        countWork(sizeof(entries_[handle]));
+    }
     if (handle == entries_.size()) {
         // They outlive the script: as much memory again is left for later scripts.
         const BufferCharge left(heapBytes());
