@@ -128,7 +128,7 @@ ExitStatus matchLines(const FSM::EngineGroup& group, bool givesFirst) {
     if (!isRead) report(std::string("standard input: ") + std::strerror(errno));
     if (isWritten) isWritten = output.finish();
     if (!isWritten) report(output.error());
-    return isRead && isWritten ? ExitStatus::Success : ExitStatus::Rejected;
+    return isRead && isWritten ? ExitStatus::Success : ExitStatus::InputOutput;
 }
 
 ExitStatus printAnalysis(const FSM::Analysis& analysis, const std::vector<std::string>& patterns) {
@@ -160,7 +160,7 @@ ExitStatus printAnalysis(const FSM::Analysis& analysis, const std::vector<std::s
     if (!analysis.hasAllOverlaps) text += "more patterns overlap\n";
     if (isWritten) isWritten = output.finish();
     if (!isWritten) report(output.error());
-    return isWritten ? ExitStatus::Success : ExitStatus::Rejected;
+    return isWritten ? ExitStatus::Success : ExitStatus::InputOutput;
 }
 
 /// Builds `matcher` from the patterns; prints its counts on standard error if they are asked for.
@@ -247,10 +247,10 @@ void addMatchCommand(CLI::App& app, Action& action) {
         "\n"
         "Exit status:\n"
         "  0   all lines were read and answered\n"
-        "  1   reading or writing failed underway\n"
         "  2   bad usage, or a file that cannot be read\n"
         "  3   a pattern does not parse\n"
         "  4   the patterns need too many states or too much memory\n"
+        "  74  reading or writing failed underway\n"
         "\n"
         "Examples:\n"
         "  kestrel match -p '49.*' -p '4989[0-9]+' < numbers\n"

@@ -86,7 +86,7 @@ ExitStatus statusOf(Records::RecordJob::End end) {
             return ExitStatus::Stopped;
         case End::Closed:
         case End::Failed:
-            return ExitStatus::Rejected;
+            return ExitStatus::InputOutput;
         case End::Done:
             break;
     }
@@ -251,7 +251,7 @@ ExitStatus RecordOptions::runInDirectory(
     if (status != ExitStatus::Success) return status;
     if (directory.complete(manifest)) return status;
     report(directory.error());
-    return ExitStatus::Rejected;
+    return ExitStatus::InputOutput;
 }
 
 ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manifest,
@@ -265,6 +265,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
             progress.show(counts.read, bytes);
         };
     }
+    jobOptions.maxRecord = options.mostBytesOfRecord();
     catchSignals();
     StderrLog log;
     using End = Records::RecordJob::End;

@@ -54,8 +54,8 @@ void ScriptOptions::declare(CLI::App& command) {
                 for (const std::string& limit : limits) setLimit(limit);
             },
             "Stop a script that passes a limit: steps, depth, time (in milliseconds), string (in "
-            "bytes), elements, memory (in bytes), nesting, source (in bytes) or states; none lifts "
-            "one; may be repeated")
+            "bytes), elements, memory (in bytes), nesting, source (in bytes), states or automata "
+            "(in bytes), or a job: record (in bytes); none lifts one; may be repeated")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command.add_flag("--sandbox", isSandboxed_,
@@ -87,8 +87,10 @@ void ScriptOptions::declare(CLI::App& command) {
 
 void ScriptOptions::setLimit(const std::string& text) {
     const auto equals = std::min(text.find('='), text.size());
-    std::int64_t SCR::Limits::*const limit = SCR::limitOfName(text.substr(0, equals));
-    if (limit == nullptr || equals == text.size()) {
+    const std::string name = text.substr(0, equals);
+    std::int64_t SCR::Limits::*const limit = SCR::limitOfName(name);
+    const bool isOfRecord = name == "record";
+    if ((limit == nullptr && !isOfRecord) || equals == text.size()) {
         throw CLI::ValidationError("--limit", "'" + text + "' names no limit");
     }
     const std::string value = text.substr(equals + 1);
@@ -98,7 +100,7 @@ void ScriptOptions::setLimit(const std::string& text) {
     if (value != "none" && (read.ec != std::errc() || read.ptr != end || number < 0)) {
         throw CLI::ValidationError("--limit", "'" + value + "' is no number of 0 or more");
     }
-    limits_.*limit = number;
+    (isOfRecord ? record_ : limits_.*limit) = number;
     given_.push_back("--limit=" + text);
 }
 

@@ -39,6 +39,8 @@ public:
     /// How much of a script's file to read: a longer one would not compile, even if it is
     /// scrambled.
     std::size_t mostBytes() const;
+    /// The bytes that a record may have.
+    std::size_t mostBytesOfRecord() const { return static_cast<std::size_t>(record_); }
     /// The options that change what a script does, as they were given.
     const std::vector<std::string>& given() const { return given_; }
 
@@ -48,6 +50,7 @@ private:
     void allow(const std::string& name);     // a capability, or "include=DIR"
 
     SCR::Limits limits_;
+    std::int64_t record_ = std::int64_t{64} << 20;
     SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // granted despite --sandbox
     bool isSandboxed_ = false;
     std::string zone_;

@@ -6,6 +6,7 @@ namespace Records {
 
 void Record::take(std::string_view text) {
     text_ = text;
+    if (charge_.isLarge()) fields_ = {};
     found_ = 0;
     next_ = 0;
     isChanged_ = false;
@@ -68,13 +69,17 @@ bool Record::assign(std::size_t field, std::string_view value) {
         }
     }
     while (!locate(field)) {
-        if (found_ == fields_.size()) fields_.emplace_back();
+        if (found_ == fields_.size()) {
+            charge_.take(3 * sizeof(Field));  // while they move
+            fields_.emplace_back();
+        }
         Field& added = fields_[found_++];
         added.raw = {};
         added.isAssigned = added.isDecoded = false;
         if (found_ > field) break;
     }
     Field& found = fields_[field];
+    charge_.grow(found.own, value.size());
     found.own.assign(value);
     found.isAssigned = true;
     isChanged_ = true;

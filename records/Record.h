@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "records/ScriptCharge.h"
+
 namespace Records {
 
 /// How the fields lie in the text of a record.
@@ -34,6 +36,9 @@ public:
     /// changed, for a value that the layout cannot express.
     bool assign(std::size_t field, std::string_view value);
 
+    /// What assigned values take. Released once the next record is taken.
+    ScriptCharge& charge() { return charge_; }
+
     /// Appends the record, without a line end, to `out`.
     void write(std::string& out);
 
@@ -53,6 +58,7 @@ private:
     std::size_t found_ = 0;      // fields located so far
     std::size_t next_ = 0;       // where the next one begins in the text
     bool isChanged_ = false;
+    ScriptCharge charge_;
 };
 
 }  // namespace Records

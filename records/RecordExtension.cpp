@@ -32,6 +32,11 @@ void assign(CurrentRecord& current, SCR::FieldAlias field, std::string_view valu
 
 }  // namespace
 
+std::size_t CurrentRecord::release() {
+    if (charge.isLarge()) reason = {};
+    return charge.release() + (json ? json->charge().release() : record.charge().release());
+}
+
 long toLong(const CurrentRecord& current, const std::string& field, std::string_view text) {
     long value = 0;
     if (text.empty()) return value;
@@ -121,6 +126,7 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
     }
     host->function("recordDrop", [&current]() { current.isDropped = true; });
     host->function("recordReject", [&current](std::string_view reason) {
+        current.charge.grow(current.reason, reason.size());
         current.isRejected = true;
         current.reason = reason;
     });

@@ -49,7 +49,11 @@ struct CurrentRecord {
     std::int64_t number = 0;           ///< 1-based
     bool isDropped = false;
     bool isRejected = false;
-    std::string reason;  ///< why the record is rejected
+    std::string reason;   ///< why the record is rejected
+    ScriptCharge charge;  ///< for the reason
+
+    /// The bytes that the script was charged for. To be called once the next record is taken.
+    std::size_t release();
 };
 
 /// The whole number that `text` is, 0 for "". For any other text throws std::invalid_argument,

@@ -90,7 +90,7 @@ RecordJob::End RecordJob::openInput() {
         partBegin_ = bound(options_.part - 1);
         partEnd_ = bound(options_.part);
     }
-    reader_.emplace(input_->descriptor(), options_.layout, stop_);
+    reader_.emplace(input_->descriptor(), options_.layout, stop_, options_.maxRecord);
     for (const std::string& name : options_.fields) names_.add(name);
     return options_.hasHeader ? readHeader() : End::Done;
 }
@@ -172,10 +172,14 @@ RecordJob::End RecordJob::process() {
     if (last_ == RecordReader::State::Record) pool_.run();
     if (end_ != End::Done) return end_;
     if (last_ == RecordReader::State::Interrupted) return End::Interrupted;
-    if (last_ == RecordReader::State::Failed) {
-        return fail(options_.input + ": " + std::strerror(inputError_));
-    }
-    return End::Done;
+    return last_ == RecordReader::State::Failed ? failToRead() : End::Done;
+}
+
+RecordJob::End RecordJob::failToRead() {
+    if (inputError_ != EMSGSIZE) return fail(options_.input + ": " + std::strerror(inputError_));
+    error_ = options_.input + ":" + std::to_string(reader_->line()) + ": limit `record' of " +
+             std::to_string(options_.maxRecord) + " passed";
+    return End::Stopped;
 }
 
 bool RecordJob::fill(Batch& batch) {

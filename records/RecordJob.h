@@ -33,6 +33,7 @@ struct JobOptions {
     bool isJson = false;              ///< JSON objects, one on each line; `layout` is one line.
     bool hasHeader = false;           ///< The first record names the fields.
     std::vector<std::string> fields;  ///< The fields' names, without a header.
+    std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
     int jobs = 1;                     ///< Workers, each with an interpreter and a thread.
     std::int64_t part = 1;   ///< The part to work on, from 1, of `parts` parts of the file:
     std::int64_t parts = 1;  ///< the records that begin in that part of its bytes.
@@ -82,6 +83,8 @@ private:
     End addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
                   const std::function<bool(SCR::Interpreter&)>& compile);
     End process();
+    // Tells why the reader failed.
+    End failToRead();
     // Writes the results of a batch.
     End write(const Batch& batch);
     End fail(const std::string& error);

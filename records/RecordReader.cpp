@@ -40,8 +40,13 @@ Quotes checkQuotes(std::string_view text, std::size_t at, bool isOpen, char deli
 
 }  // namespace
 
-RecordReader::RecordReader(int descriptor, const Layout& layout, const StopSignal& stop)
-    : descriptor_(descriptor), layout_(layout), stop_(stop), buffer_(blockSizeS) {}
+RecordReader::RecordReader(int descriptor, const Layout& layout, const StopSignal& stop,
+                           std::size_t maxRecord)
+    : descriptor_(descriptor),
+      layout_(layout),
+      stop_(stop),
+      maxRecord_(maxRecord),
+      buffer_(blockSizeS) {}
 
 RecordReader::State RecordReader::fill() {
     if (begin_ != 0) {
@@ -49,11 +54,12 @@ RecordReader::State RecordReader::fill() {
         end_ -= begin_;
         begin_ = 0;
     }
-    if (end_ == maxRecordCM) {
-        errno = EMSGSIZE;
-        return State::Failed;
+    if (end_ == buffer_.size()) {
+        // Lines in quotes, one more line of the greatest length, and some bytes that are too many.
+        constexpr std::size_t besides = maxQuotedCM + blockSizeS;
+        const std::size_t most = maxRecord_ + std::min(besides, ~maxRecord_);
+        buffer_.resize(std::max(std::min(2 * buffer_.size(), most), end_ + 1));
     }
-    if (end_ == buffer_.size()) buffer_.resize(std::min(2 * buffer_.size(), maxRecordCM));
     while (!stop_.isRaised()) {
         pollfd input{descriptor_, POLLIN, 0};
         const int ready = poll(&input, 1, 0);
@@ -82,6 +88,12 @@ RecordReader::State RecordReader::skipMark() {
         nextOffset_ = static_cast<std::int64_t>(markS.size());
     }
     return State::Record;
+}
+
+RecordReader::State RecordReader::failForSize() {
+    line_ = nextLine_;
+    errno = EMSGSIZE;
+    return State::Failed;
 }
 
 bool RecordReader::goesOn(State& state) {
@@ -119,6 +131,10 @@ RecordReader::State RecordReader::next() {
         if (found == nullptr) {
             scanned = end_ - begin_;
             if (!isAtEnd_) {
+                // What follows may be a line end of two bytes.
+                if (scanned - openFrom > maxRecord_ + std::min<std::size_t>(1, ~maxRecord_)) {
+                    return failForSize();
+                }
                 if (state = fill(); state != State::Record) return state;
                 continue;
             }
@@ -147,6 +163,7 @@ RecordReader::State RecordReader::next() {
             scanned = openFrom = size + endSize;
             continue;
         }
+        if (text_.size() > maxRecord_) return failForSize();
         begin_ += text_.size() + lineEnd_.size();
         offset_ = nextOffset_;
         nextOffset_ += static_cast<std::int64_t>(text_.size() + lineEnd_.size());

@@ -20,15 +20,17 @@ public:
     /// A quoted record longer than this, in bytes, counts as one whose quotes are not closed.
     static constexpr std::size_t maxQuotedCM = std::size_t{16} << 20;
 
-    /// A record longer than this, in bytes, fails.
-    static constexpr std::size_t maxRecordCM = std::size_t{1} << 30;
+    /// What a record may have, in bytes, if nothing else is said.
+    static constexpr std::size_t maxRecordCM = std::size_t{64} << 20;
 
-    /// `descriptor` is not owned. `stop` ends the reading between two records; not owned.
-    RecordReader(int descriptor, const Layout& layout, const StopSignal& stop);
+    /// `descriptor` is not owned. `stop` ends the reading between two records; not owned. At a
+    /// record of more than `maxRecord` bytes, its line end not counted, the reading fails.
+    RecordReader(int descriptor, const Layout& layout, const StopSignal& stop,
+                 std::size_t maxRecord = maxRecordCM);
 
     /// Reads the next record. `Malformed`: its quotes are wrong; `text` is its first line then, and
     /// the next record begins after that. `Waiting`: no whole record has arrived yet. `Failed`:
-    /// errno tells why.
+    /// errno tells why, EMSGSIZE for a record that is too long; `line` tells where.
     State next();
     /// Waits until there is more to read, or until the reading should end.
     void wait() const { stop_.waitForInput(descriptor_); }
@@ -57,6 +59,7 @@ private:
 
     // Reads more bytes, unless none are there now; `Record` when it did or the input ended.
     State fill();
+    State failForSize();
     // Skips a byte order mark at the start of the input; result as above.
     State skipMark();
     // Whether a quote is open, so that the record in text_ goes on in the next line. When its
@@ -66,6 +69,7 @@ private:
     const int descriptor_;
     const Layout layout_;
     const StopSignal& stop_;
+    const std::size_t maxRecord_;
     std::vector<char> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;

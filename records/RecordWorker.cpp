@@ -9,10 +9,16 @@ namespace {
 
 constexpr std::size_t maxOutputS = std::size_t{4} << 20;  // in bytes; a larger record may exceed it
 
+// Empties a text that is filled again, and frees what a large record took.
+void reuse(std::string& text) {
+    text.clear();
+    if (text.capacity() > 2 * maxOutputS) text.shrink_to_fit();
+}
+
 }  // namespace
 
 void Batch::clear() {
-    text.clear();
+    reuse(text);
     items.clear();
     next = 0;
     clearOutput();
@@ -21,8 +27,8 @@ void Batch::clear() {
 }
 
 void Batch::clearOutput() {
-    output.clear();
-    rejects.clear();
+    reuse(output);
+    reuse(rejects);
     reports.clear();
     reportSize = 0;
     counts = {};
@@ -104,6 +110,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         reject(item, malformed, batch);
         return true;
     }
+    interpreter_->runControl().giveBuffer(current_.release());
     current_.isDropped = current_.isRejected = false;
     bool holds = true;
     bool ran = !options_.where || interpreter_->evaluateQuery(holds);

@@ -1,6 +1,7 @@
 // Runs the kestrel command and compares its output, messages and exit status with tables.
 
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include "Folder.h"
 
@@ -342,7 +343,36 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
         {"run end.ks --records - --limit steps=1000", "1\n2\n",
          stopped + "kestrel: the function END was stopped\n", 4, "1\n2\n"},
         {"run -e '' --records - --part 2/2", "2\n", "", 0, "1\n2\n"},
+        {"run -e '' --records - --limit record=3", "1\n222\n",
+         "kestrel: -:3: limit `record' of 3 passed\n", 4, "1\n222\n4444\n5\n"},
+        {"run -e '' --records - --limit record=2 --header", "",
+         "kestrel: -:1: limit `record' of 2 passed\n", 4, "abc\n1\n"},
     });
+}
+
+// What a script does to a record is the script's until the next record.
+TEST_F(CliTest, WhatRecordsTakeCountsAsMemory) {
+    const std::string text = "String s = strPad(\"\", \"x\", 400000, true);";
+    const struct {
+        std::string script;
+        const char* options;
+        const char* input;
+    } rows[] = {
+        {text + "edrString(f2) = s;", "", "1\n2\n3\n"},
+        {"edrLong(f3000) = 1; edrLong(f6000) = 1;", "", "1\n2\n3\n"},
+        {text + "recordReject(s);", " --rejects rejects", "1\n2\n3\n"},
+        {text + "edrString(a) = s;", " --format jsonl", "{}\n{}\n{}\n"},
+        {"Long i; for (i = 0; i < 40000; i = i + 1) { edrLong(a, i) = 1000000000000; }",
+         " --format jsonl", "{}\n{}\n{}\n"},
+    };
+    for (const auto& row : rows) {
+        const std::string line = "run -e '" + row.script + "' --records -" + row.options +
+                                 " --output /dev/null --limit memory=";
+        const Result stopped = kestrel(line + "800000", row.input);
+        EXPECT_EQ(stopped.status, 4) << row.script;
+        EXPECT_NE(stopped.messages.find("limit `memory' of "), std::string::npos) << row.script;
+        EXPECT_EQ(kestrel(line + "3500000", row.input).messages, "") << row.script;
+    }
 }
 
 TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
@@ -418,6 +448,8 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
         EXPECT_NE(run("1/1", change.options).messages, "");
         if (*change.options != 0) run("1/1");
     }
+    const std::string bare = "run -e '' --records in.csv --out bare --part 1/1";
+    EXPECT_EQ(kestrel(bare + " --header").messages + kestrel(bare).messages, "");
     // The parts in one directory use one zone; the zone of the process does not matter.
     setenv("TZ", "XYZ+11", 1);
     fs::remove_all(folder_.path("out"));
@@ -458,17 +490,41 @@ TEST_F(CliTest, EveryHelpGivesAnExample) {
 }
 
 TEST_F(CliTest, AFailedWriteIsNoSuccess) {
-    const std::pair<const char*, int> rows[] = {
-        {"run -e 'logStdout(\"x\");'", 74}, {"encrypt", 74}, {"--help", 74}, {"match -p a", 1},
-        {"run -e '' --records -", 1},
+    // A pipe whose reader sleeps.
+    const std::string pipe = folder_.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+    const std::string full = "/dev/full";
+    const std::string fullMessage = "kestrel: standard output: No space left";
+    const std::string file = "File f; fileOpen(f, \"/dev/full\", \"w\"); fileWriteStr(f, \"x\");";
+    const std::string fileMessage = "kestrel: /dev/full: No space left";
+    const std::string prints = "while (true) { logStdout(\"xxxxxxxxxxxxxxx\"); }";
+    const struct {
+        std::string line;
+        std::string output;
+        int status;
+        std::string message;
+    } rows[] = {
+        {"run -e 'logStdout(\"x\");'", full, 74, fullMessage},
+        {"run --repeat 100000 -e 'logStdout(\"xxxxxxxxxxxxxxx\\n\");'", full, 74, fullMessage},
+        {"encrypt", full, 74, fullMessage},
+        {"--help", full, 74, fullMessage},
+        {"match -p a", full, 74, fullMessage},
+        {"run -e '' --records -", full, 74, fullMessage},
+        {"run -e '" + file + " fileClose(f);'", "", 74, fileMessage},
+        {"run -e '" + file + "'", "", 74, fileMessage},
+        {"run -e '" + file + "' --records -", "", 74, fileMessage},
+        {"run --limit time=50 -e '" + prints + "'", pipe, 4, "limit `time' of 50 passed"},
+        {"run --limit time=50 -e 'function END { " + prints + " }'", pipe, 4,
+         "limit `time' of 50 passed"},
     };
-    for (const auto& [line, status] : rows) {
-        const Result result = kestrel(line, "a\n", "/dev/full");
-        EXPECT_EQ(result.status, status) << line;
-        EXPECT_NE(result.messages.find("kestrel: standard output: No space left"),
-                  std::string::npos)
-            << line << result.messages;
+    for (const auto& row : rows) {
+        const Result result = kestrel(row.line, "a\n", row.output);
+        EXPECT_EQ(result.status, row.status) << row.line;
+        EXPECT_NE(result.messages.find(row.message), std::string::npos)
+            << row.line << result.messages;
     }
+    close(reader);
 }
 
 }  // namespace

@@ -327,15 +327,20 @@ TEST_F(RecordFaults, NobodyReadsTheOutputAnyMore) {
         Command command(folder_, {"run", "-e", "", "--records", "in", "--jobs", jobs});
         EXPECT_EQ(command.output(12), "0,some text\n");
         command.endOutput();
-        EXPECT_EQ(command.wait(), 1);
+        EXPECT_EQ(command.wait(), 74);
         EXPECT_EQ(command.messages(), "");
     }
+    Command command(folder_, {"run", "-e", "while (true) { logStdout(\"x\"); }"});
+    EXPECT_EQ(command.output(2), "xx");
+    command.endOutput();
+    EXPECT_EQ(command.wait(), 128 + SIGPIPE);
+    EXPECT_EQ(command.messages(), "");
 }
 
 TEST_F(RecordFaults, ADeviceIsWrittenDirectlyAndStays) {
     folder_.write("in", records(10));
     Command command(folder_, {"run", "-e", "", "--records", "in", "--output", "/dev/full"});
-    EXPECT_EQ(command.wait(), 1);
+    EXPECT_EQ(command.wait(), 74);
     EXPECT_EQ(command.messages(), "kestrel: /dev/full: No space left on device\n");
     EXPECT_TRUE(fs::is_character_file("/dev/full"));
 }

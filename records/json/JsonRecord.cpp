@@ -113,6 +113,23 @@ void unescape(std::string_view inner, std::string& out) {
 
 }  // namespace
 
+namespace {
+
+// The size of `text` as a JSON string.
+std::size_t quotedSize(std::string_view text) {
+    std::size_t size = text.size() + 2;
+    for (const char c : text) {
+        if (c == '"' || c == '\\' || c == '\n' || c == '\r' || c == '\t') {
+            size += 1;
+        } else if (static_cast<unsigned char>(c) < ' ') {
+            size += 5;
+        }
+    }
+    return size;
+}
+
+}  // namespace
+
 void appendQuoted(std::string_view text, std::string& out) {
     out += '"';
     for (const char c : text) {
@@ -251,6 +268,7 @@ const char* JsonRecord::take(std::string_view text) {
     members_.clear();
     if (std::exchange(uses_, 0) != 0) cursors_.fill({});
     gapBegin_ = gapEnd_ = noneCM;
+    if (charge_.isLarge()) own_ = added_ = scratch_ = {};
     text_ = text;
     const char* const error = checker_->check(text, members_);
     if (error != nullptr) {
@@ -538,7 +556,10 @@ void JsonRecord::openGap(std::size_t at, std::size_t size) {
     const std::size_t old = text_.size();
     const std::size_t gap = size + old / 4 + 64;
     const bool isOwn = text_.data() == own_.data();
-    if (own_.size() < old + gap) own_.resize(old + gap);
+    if (own_.size() < old + gap) {
+        charge_.grow(own_, old + gap);
+        own_.resize(old + gap);
+    }
     const char* const from = isOwn ? own_.data() : text_.data();
     std::memmove(own_.data() + at + gap, from + at, old - at);
     if (!isOwn) std::memcpy(own_.data(), from, at);
@@ -628,6 +649,7 @@ const char* JsonRecord::assign(long number, std::span<const long> indices, std::
         added_ += '[';
         closing += ']';
     }
+    charge_.grow(added_, added_.size() + value.size() + closing.size() + 1);
     added_ += value;
     added_.append(closing.rbegin(), closing.rend());
     if (place.isBroken) {
@@ -654,6 +676,7 @@ const char* JsonRecord::assignText(long path, std::span<const long> indices,
                                    std::string_view text) {
     if (!simdjson::validate_utf8(text.data(), text.size())) return "the text is no UTF-8";
     scratch_.clear();
+    charge_.grow(scratch_, quotedSize(text));
     appendQuoted(text, scratch_);
     return assign(path, indices, scratch_);
 }
@@ -661,6 +684,7 @@ const char* JsonRecord::assignText(long path, std::span<const long> indices,
 void JsonRecord::erase(std::span<const Range> ranges) {
     closeGap();
     added_.clear();
+    charge_.grow(added_, text_.size());
     std::size_t from = 0;
     for (const Range& range : ranges) {
         added_.append(text_, from, range.begin - from);

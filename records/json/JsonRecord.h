@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "records/ScriptCharge.h"
+
 namespace Records {
 
 /// Appends `text`, which is UTF-8, as a JSON string.
@@ -41,6 +43,8 @@ public:
     /// Takes `text`; not owned, must live until the next record is taken. Gives null, or the reason
     /// why it is not one JSON object; the record is `{}` then.
     const char* take(std::string_view text);
+    /// What changes take. Released once the next record is taken.
+    ScriptCharge& charge() { return charge_; }
     /// The record as it is now, without a line end.
     std::string_view text();
 
@@ -143,6 +147,7 @@ private:
     std::uint64_t shapes_ = 0;
     std::string scratch_;
     std::string added_;
+    ScriptCharge charge_;
 };
 
 }  // namespace Records

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "scr/Memory.h"
+#include "scr/RunControl.h"
+
+namespace Records {
+
+/// What a script makes a record take, charged to that script until the record is done. A script
+/// that would pass its limit of memory is stopped. Outside of a script nothing is charged.
+class ScriptCharge {
+public:
+    /// To be called before the bytes are taken.
+    void take(std::size_t bytes) {
+        if (SCR::RunControl::current() == nullptr) return;
+        SCR::chargeBuffer(bytes);
+        bytes_ += bytes;
+    }
+    /// Before `text` grows to hold `size` bytes; as much again is for what is written of it.
+    void grow(const std::string& text, std::size_t size) {
+        if (size > text.capacity()) take(2 * SCR::growth(text, size));
+    }
+    std::size_t bytes() const { return bytes_; }
+    /// Whether more was taken than is worth keeping for the records to come.
+    bool isLarge() const { return bytes_ > std::size_t{64} << 10; }
+    /// The bytes, which are no longer told of.
+    std::size_t release() { return std::exchange(bytes_, 0); }
+
+private:
+    std::size_t bytes_ = 0;
+};
+
+}  // namespace Records
