@@ -153,7 +153,7 @@ RecordJob::End RecordJob::run(SCR::Log& log,
         }
     }
     for (const auto& worker : workers_) {
-        const bool isFinished = worker->interpreter().finish();
+        const bool isFinished = finish(worker->interpreter());
         failures_.add(worker->interpreter().outputFailures());
         if (isFinished || end != End::Done) continue;
         error_ = "the function END was stopped";
@@ -161,6 +161,21 @@ RecordJob::End RecordJob::run(SCR::Log& log,
     }
     workers_.clear();
     return end;
+}
+
+bool RecordJob::finish(SCR::Interpreter& interpreter) {
+    // Who ended the job does not wait for what END waits for.
+    if (stop_.isRaised()) {
+        SCR::Limits limits = interpreter.limits();
+        constexpr std::int64_t mostMilliseconds = 5000;
+        const auto share = mostMilliseconds / static_cast<std::int64_t>(workers_.size());
+        limits.time = std::min(limits.time, share);
+        interpreter.limits(limits);
+    }
+    stop_.interrupts(&interpreter);
+    const bool isFinished = interpreter.finish();
+    stop_.interrupts(nullptr);
+    return isFinished;
 }
 
 RecordWorker* RecordJob::makeWorker() {

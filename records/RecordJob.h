@@ -83,6 +83,8 @@ private:
     End addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
                   const std::function<bool(SCR::Interpreter&)>& compile);
     End process();
+    // Lets it run the function END; false when that was stopped.
+    bool finish(SCR::Interpreter& interpreter);
     // Tells why the reader failed.
     End failToRead();
     // Writes the results of a batch.

@@ -321,6 +321,16 @@ TEST_F(RecordFaults, ASignalStopsAJobThatIsAtWork) {
     }
 }
 
+TEST_F(RecordFaults, ASignalStopsAnEndThatNobodyReads) {
+    folder_.write("in", records(1));
+    Command command(folder_, {"run", "-e", "function END { while (true) { logStdout(\"x\"); } }",
+                              "--records", "in", "--output", "/dev/null"});
+    EXPECT_EQ(command.output(2), "xx");
+    command.kill(SIGTERM);
+    EXPECT_EQ(command.wait(), 4);
+    EXPECT_NE(command.messages().find("script stopped: interrupted"), std::string::npos);
+}
+
 TEST_F(RecordFaults, NobodyReadsTheOutputAnyMore) {
     folder_.write("in", records(20'000));
     for (const char* const jobs : {"1", "4"}) {
