@@ -2,6 +2,7 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -9,6 +10,8 @@
 #include <cstdint>
 #include <numeric>
 #include <utility>
+
+#include "scr/Work.h"
 
 namespace SCR {
 namespace {
@@ -157,9 +160,14 @@ bool Crypt::decrypt(const FND::String& scrambled, FND::String& plain) {
     char* out = text.data();
     Pad pad(mask, key, keyLength);
     while (position != end) {
-        unsigned char byte;
-        if (!readUnit(position, end, byte)) return false;
-        *out++ = static_cast<char>(byte ^ pad.next());
+        constexpr std::ptrdiff_t pieceSize = 64 * 1024;
+        const char* const pieceEnd = position + std::min(pieceSize, end - position);
+        countWork(static_cast<std::size_t>(pieceEnd - position));
+        while (position < pieceEnd) {
+            unsigned char byte;
+            if (!readUnit(position, end, byte)) return false;
+            *out++ = static_cast<char>(byte ^ pad.next());
+        }
     }
     text.resize(out - text.data());
     plain = std::move(text);

@@ -24,11 +24,27 @@ constexpr std::string_view keywordS = "include";
 // The approximate length of the first "#line" line.
 constexpr std::size_t lineMarkS = 64;
 
+// Bytes of work between two questions whether the script has to stop.
+constexpr std::size_t pieceSizeS = 128 * 1024;
+
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
 std::size_t skipBlanks(std::string_view line, std::size_t position) {
-    while (position < line.size() && isBlank(line[position])) ++position;
+    const std::size_t begin = position;
+    while (position < line.size() && isBlank(line[position])) {
+        if ((++position - begin) % pieceSizeS == 0) countWork(pieceSizeS);
+    }
     return position;
+}
+
+// Where the line that `position` is in ends.
+std::size_t lineEnd(std::string_view text, std::size_t position) {
+    for (; text.size() - position > pieceSizeS; position += pieceSizeS) {
+        const std::size_t end = text.substr(position, pieceSizeS).find('\n');
+        if (end != std::string_view::npos) return position + end;
+        countWork(pieceSizeS);
+    }
+    return std::min(text.find('\n', position), text.size());
 }
 
 /// True when `line` is an include line; `name` then shows its name. The pattern asks for any double
@@ -39,9 +55,12 @@ bool matchIncludeLine(std::string_view line, std::string_view& name) {
     position = skipBlanks(line, position + keywordS.size());
     if (position == line.size() || line[position] != '"') return false;
     const std::size_t begin = position + 1;
+    std::size_t uncounted = 0;
     for (std::size_t quote = line.find('"', begin); quote != std::string_view::npos;
          quote = line.find('"', quote + 1)) {
         const std::size_t next = skipBlanks(line, quote + 1);
+        uncounted += next - quote;
+        if (isLong(uncounted)) countWork(std::exchange(uncounted, 0));
         if (next < line.size() && line[next] == ';') {
             name = line.substr(begin, line.rfind('"') - begin);
             return true;
@@ -117,7 +136,9 @@ Reading readFile(const FileAccess& files, const FND::String& path, std::size_t m
     std::size_t size = 0;
     for (;;) {
         if (size == content.size()) content.resize(2 * size);
-        const ssize_t got = file.read(content.data() + size, content.size() - size);
+        countWork(pieceSizeS);
+        const std::size_t room = std::min(content.size() - size, pieceSizeS);
+        const ssize_t got = file.read(content.data() + size, room);
         if (got < 0) return Reading::Failed;
         if (got == 0) break;
         size += static_cast<std::size_t>(got);
@@ -166,7 +187,7 @@ bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
     while (next_ <= text.size()) {
         const std::size_t first = skipBlanks(text, next_);
         const bool isEmpty = first < text.size() && text[first] == '\n';
-        const std::size_t end = isEmpty ? first : std::min(text.find('\n', first), text.size());
+        const std::size_t end = isEmpty ? first : lineEnd(text, first);
         std::string_view name;
         if (first < end && text[first] == keywordS[0] &&
             matchIncludeLine(text.substr(first, end - first), name)) {
