@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "scr/Memory.h"
-#include "scr/RunControl.h"
+#include "scr/run/Memory.h"
+#include "scr/run/RunControl.h"
 
 namespace Records {
 

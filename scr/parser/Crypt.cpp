@@ -11,7 +11,7 @@
 #include <numeric>
 #include <utility>
 
-#include "scr/Work.h"
+#include "scr/run/Work.h"
 
 namespace SCR {
 namespace {

@@ -17,7 +17,11 @@ namespace {
 
 // The part of a stack that is kept free: for the code between two calls, the deepest expression in
 // the deepest block.
+#ifdef __OPTIMIZE__
 constexpr std::size_t stackReserveS = 256 * 1024;
+#else
+constexpr std::size_t stackReserveS = 1024 * 1024;
+#endif
 
 // Of the calling thread's own stack. `end` is the lowest address that script code may reach.
 struct ThreadStack {
