@@ -32,9 +32,10 @@ void assign(CurrentRecord& current, SCR::FieldAlias field, std::string_view valu
 
 }  // namespace
 
-std::size_t CurrentRecord::release() {
+void CurrentRecord::release() {
     if (charge.isLarge()) reason = {};
-    return charge.release() + (json ? json->charge().release() : record.charge().release());
+    charge.release();
+    (json ? json->charge() : record.charge()).release();
 }
 
 long toLong(const CurrentRecord& current, const std::string& field, std::string_view text) {

@@ -52,8 +52,8 @@ struct CurrentRecord {
     std::string reason;   ///< why the record is rejected
     ScriptCharge charge;  ///< for the reason
 
-    /// The bytes that the script was charged for. To be called once the next record is taken.
-    std::size_t release();
+    /// Gives back what the script was charged for. To be called once the next record is taken.
+    void release();
 };
 
 /// The whole number that `text` is, 0 for "". For any other text throws std::invalid_argument,

@@ -110,7 +110,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         reject(item, malformed, batch);
         return true;
     }
-    interpreter_->runControl().giveBuffer(current_.release());
+    current_.release();
     current_.isDropped = current_.isRejected = false;
     bool holds = true;
     bool ran = !options_.where || interpreter_->evaluateQuery(holds);

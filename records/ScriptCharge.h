@@ -15,21 +15,25 @@ class ScriptCharge {
 public:
     /// To be called before the bytes are taken.
     void take(std::size_t bytes) {
-        if (SCR::RunControl::current() == nullptr) return;
-        SCR::chargeBuffer(bytes);
+        SCR::RunControl* const control = SCR::RunControl::current();
+        if (control == nullptr) return;
+        control->chargeBuffer(bytes);
+        control_ = control;
         bytes_ += bytes;
     }
     /// Before `text` grows to hold `size` bytes; as much again is for what is written of it.
     void grow(const std::string& text, std::size_t size) {
         if (size > text.capacity()) take(2 * SCR::growth(text, size));
     }
-    std::size_t bytes() const { return bytes_; }
     /// Whether more was taken than is worth keeping for the records to come.
     bool isLarge() const { return bytes_ > std::size_t{64} << 10; }
-    /// The bytes, which are no longer told of.
-    std::size_t release() { return std::exchange(bytes_, 0); }
+    /// Gives all of it back. The script's interpreter is still there.
+    void release() noexcept {
+        if (bytes_ > 0) control_->giveBuffer(std::exchange(bytes_, 0));
+    }
 
 private:
+    SCR::RunControl* control_ = nullptr;  // of the script; null before it took anything
     std::size_t bytes_ = 0;
 };
 

@@ -14,7 +14,8 @@ KESTREL_API const char* version();
 
 }  // namespace SCR
 
-/// Stands once in the source of an extension library, outside of namespaces, with the library's name
-/// as in `use NAME;`: lets `use` refuse the library when it was built for another major version.
+/// Stands once in the source of an extension library, outside of namespaces, with the library's
+/// name as in `use NAME;`: lets `use` refuse the library when it was built for another major
+/// version.
 #define KESTREL_EXTENSION_VERSION(name) \
     extern "C" KESTREL_API const int name##_KestrelVersion = KESTREL_VERSION_MAJOR
