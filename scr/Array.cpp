@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "scr/value/ElementClass.h"
+#include "scr/value/Slots.h"
 
 namespace SCR {
 
@@ -48,14 +49,14 @@ Variable* Array::clone() const {
 Variable* Array::at(unsigned long index, unsigned long limit) {
     if (keepsValues_ && !makeVariables()) return nullptr;
     if (!make(index, limit)) return nullptr;
-    return elementClass_->element(store_.find(index, elementClass_->size));
+    return elementClass_->element(Slots::find(chunks_, index, elementClass_->size));
 }
 
 bool Array::make(unsigned long index, unsigned long limit) {
     if (index >= size_ && index >= std::min(limit, maxSizeCM)) return false;
-    const std::size_t chunk = SlotStore::chunkOf(index);
+    const std::size_t chunk = Slots::chunkOf(index);
     try {
-        if (chunk >= store_.numChunks() || store_.chunk(chunk) == nullptr) makeChunk(chunk);
+        if (!Slots::exists(chunks_, chunk)) makeChunk(chunk);
     } catch (const std::exception&) {
         return false;
     }
@@ -66,16 +67,16 @@ bool Array::make(unsigned long index, unsigned long limit) {
 // Variables of plain values need no destruction, so it is safe when memory runs out at any step.
 bool Array::makeVariables() {
     const ElementClass& variables = ElementClass::of(*prototype_);
-    SlotStore store;
-    std::unique_ptr<SlotStore> former;
+    OwnedSlots made;
+    std::unique_ptr<OwnedSlots> former;
     try {
-        if (store_.numChunks() > 0) former = std::make_unique<SlotStore>();
-        store.extend(store_.numChunks());
-        for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
-            const std::byte* from = store_.chunk(chunk);
+        if (!chunks_.empty()) former = std::make_unique<OwnedSlots>();
+        Slots::extend(made.chunks, chunks_.size());
+        for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
+            const std::byte* from = chunks_[chunk].slots;
             if (from == nullptr) continue;
-            std::byte* to = store.allocate(chunk, variables.size);
-            const std::size_t count = SlotStore::slotsOf(chunk);
+            std::byte* to = Slots::allocate(made.chunks, chunk, variables.size);
+            const std::size_t count = Slots::slotsOf(chunk);
             countWork(count * variables.size);
             variables.construct(to, count, *prototype_);
             for (std::size_t i = 0; i < count; ++i) {
@@ -87,8 +88,8 @@ bool Array::makeVariables() {
     } catch (const std::exception&) {
         return false;
     }
-    store_.swap(store);
-    if (former) former->swap(store);
+    if (former) former->chunks.swap(chunks_);
+    chunks_.swap(made.chunks);
     formerValues_ = std::move(former);
     elementClass_ = &variables;
     keepsValues_ = false;
@@ -96,14 +97,16 @@ bool Array::makeVariables() {
 }
 
 std::size_t Array::heapBytes() const {
-    std::size_t bytes = store_.heapBytes(elementClass_->size);
-    if (formerValues_) bytes += formerValues_->heapBytes(ElementClass::ofValues(*prototype_)->size);
+    std::size_t bytes = Slots::heapBytes(chunks_, elementClass_->size);
+    if (formerValues_) {
+        bytes += Slots::heapBytes(formerValues_->chunks, ElementClass::ofValues(*prototype_)->size);
+    }
     if (elementClass_->heapBytes == nullptr) return bytes;
-    for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
-        const std::byte* const slots = store_.chunk(chunk);
+    for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
+        const std::byte* const slots = chunks_[chunk].slots;
         if (slots == nullptr) continue;
-        countWork(SlotStore::slotsOf(chunk) * elementClass_->size);
-        bytes += elementClass_->heapBytes(slots, SlotStore::slotsOf(chunk));
+        countWork(Slots::slotsOf(chunk) * elementClass_->size);
+        bytes += elementClass_->heapBytes(slots, Slots::slotsOf(chunk));
     }
     return bytes;
 }
@@ -113,59 +116,59 @@ void Array::truncate(unsigned long count) {
     if (count == 0) formerValues_.reset();
     constexpr unsigned long kept = 64;
     const unsigned long firstToFree = std::max(kept, 2 * count);
-    std::size_t chunk = SlotStore::chunkOf(size_ - 1) + 1;
-    while (chunk-- > SlotStore::chunkOf(count)) {
-        const std::size_t first = SlotStore::firstOf(chunk);
+    std::size_t chunk = Slots::chunkOf(size_ - 1) + 1;
+    while (chunk-- > Slots::chunkOf(count)) {
+        const std::size_t first = Slots::firstOf(chunk);
         if (first >= firstToFree) {
             freeChunk(chunk);
-        } else if (std::byte* const slots = store_.chunk(chunk)) {
-            const std::size_t end = std::min<std::size_t>(size_ - first, SlotStore::slotsOf(chunk));
+        } else if (std::byte* const slots = chunks_[chunk].slots) {
+            const std::size_t end = std::min<std::size_t>(size_ - first, Slots::slotsOf(chunk));
             for (std::size_t i = std::max(first, count) - first; i < end; ++i) {
                 elementClass_->copy(slots + i * elementClass_->size, *prototype_);
             }
         }
     }
     size_ = count;
-    store_.trim(count > 0 ? SlotStore::chunkOf(count - 1) + 1 : 0);
+    Slots::trim(chunks_, count > 0 ? Slots::chunkOf(count - 1) + 1 : 0);
 }
 
 void Array::makeChunk(std::size_t chunk) {
-    std::byte* const slots = store_.allocate(chunk, elementClass_->size);
+    std::byte* const slots = Slots::allocate(chunks_, chunk, elementClass_->size);
     try {
-        elementClass_->construct(slots, SlotStore::slotsOf(chunk), *prototype_);
+        elementClass_->construct(slots, Slots::slotsOf(chunk), *prototype_);
     } catch (...) {
-        store_.release(chunk);
+        Slots::release(chunks_, chunk);
         throw;
     }
 }
 
 void Array::freeChunk(std::size_t chunk) noexcept {
-    std::byte* const slots = store_.chunk(chunk);
+    std::byte* const slots = chunks_[chunk].slots;
     if (slots == nullptr) return;
-    elementClass_->destroy(slots, SlotStore::slotsOf(chunk));
-    store_.release(chunk);
+    elementClass_->destroy(slots, Slots::slotsOf(chunk));
+    Slots::release(chunks_, chunk);
 }
 
 void Array::freeElements() noexcept {
-    for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) freeChunk(chunk);
+    for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) freeChunk(chunk);
     formerValues_.reset();
     size_ = 0;
-    store_.trim(0);
+    Slots::trim(chunks_, 0);
 }
 
 void Array::copyElements(const Array& source) {
     elementClass_ = source.elementClass_;
     keepsValues_ = source.keepsValues_;
     if (source.size_ == 0) return;
-    store_.extend(source.store_.numChunks());
-    for (std::size_t chunk = 0; chunk <= SlotStore::chunkOf(source.size_ - 1); ++chunk) {
-        std::byte* const from = source.store_.chunk(chunk);
+    Slots::extend(chunks_, source.chunks_.size());
+    for (std::size_t chunk = 0; chunk <= Slots::chunkOf(source.size_ - 1); ++chunk) {
+        std::byte* const from = source.chunks_[chunk].slots;
         if (from == nullptr) continue;
-        countWork(SlotStore::slotsOf(chunk) * elementClass_->size);
+        countWork(Slots::slotsOf(chunk) * elementClass_->size);
         makeChunk(chunk);
-        std::byte* const to = store_.chunk(chunk);
-        const std::size_t count = std::min<std::size_t>(source.size_ - SlotStore::firstOf(chunk),
-                                                        SlotStore::slotsOf(chunk));
+        std::byte* const to = chunks_[chunk].slots;
+        const std::size_t count =
+            std::min<std::size_t>(source.size_ - Slots::firstOf(chunk), Slots::slotsOf(chunk));
         if (keepsValues_) {
             std::memcpy(to, from, count * elementClass_->size);
             continue;

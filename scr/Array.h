@@ -2,17 +2,16 @@
 
 #include <cstddef>
 #include <memory>
-#include <new>
-#include <type_traits>
-#include <utility>
+#include <vector>
 
 #include "fnd/Export.h"
 #include "scr/Variable.h"
-#include "scr/value/SlotStore.h"
 
 namespace SCR {
 
 struct ElementClass;
+struct OwnedSlots;
+struct SlotChunk;
 template <class Container>
 struct NestedMaker;
 
@@ -52,35 +51,6 @@ public:
     /// Makes the element `index` as `at` does, without returning it; false where `at` gives null.
     bool make(unsigned long index, unsigned long limit = maxSizeCM);
 
-    /// The element `index` if it exists and was used before; otherwise null, and `at` gives it. `V`
-    /// must be the class of the prototype, one of this library's.
-    template <class V>
-    V* existing(unsigned long index) const {
-        if (index >= size_) [[unlikely]]
-            return nullptr;
-        if constexpr (mayKeepValuesCM<V>) {
-            if (keepsValues_) return nullptr;
-        }
-        return in<V>(store_.find(index, sizeof(V)));
-    }
-
-    /// The value of the element `index` if it exists and was used before, otherwise null; never
-    /// null after `make` gave true for it. The pointer stays valid as long as the element. After
-    /// the first call of `at` it only shows the value that the element had then.
-    template <class V>
-    [[gnu::always_inline]] auto existingValue(unsigned long index) const
-        -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
-        using Value = std::remove_reference_t<decltype(std::declval<V&>().value())>;
-        if (index >= size_) [[unlikely]]
-            return nullptr;
-        if constexpr (mayKeepValuesCM<V>) {
-            if (keepsValues_) [[likely]]
-                return in<Value>(store_.find(index, sizeof(Value)));
-        }
-        V* const element = in<V>(store_.find(index, sizeof(V)));
-        return element != nullptr ? &element->value() : nullptr;
-    }
-
     /// Bytes that the elements take, including everything that they hold.
     std::size_t heapBytes() const;
 
@@ -91,17 +61,8 @@ public:
     void truncate(unsigned long count);
 
 private:
+    friend struct ArrayElements;
     friend struct NestedMaker<Array>;
-
-    template <class V>
-    static constexpr bool mayKeepValuesCM =
-        std::is_same_v<V, LongVariable> || std::is_same_v<V, BoolVariable> ||
-        std::is_same_v<V, DecimalVariable> || std::is_same_v<V, DateVariable>;
-
-    template <class Object>
-    static Object* in(std::byte* slot) {
-        return slot != nullptr ? std::launder(reinterpret_cast<Object*>(slot)) : nullptr;
-    }
 
     // An array like `source` whose prototype belongs to somebody else.
     Array(const Array& source, Variable* sharedPrototype);
@@ -120,10 +81,10 @@ private:
     const ElementClass* elementClass_;
     unsigned long size_ = 0;
     // In a chunk that exists all slots hold elements; those from `size_` on equal the prototype.
-    SlotStore store_;
+    std::vector<SlotChunk> chunks_;
     // The bare values that the variables were made from; somebody may still hold a reference to
     // one.
-    std::unique_ptr<SlotStore> formerValues_;
+    std::unique_ptr<OwnedSlots> formerValues_;
 };
 
 }  // namespace SCR

@@ -55,66 +55,20 @@ auto withContainer(std::unique_ptr<ContainerNode> node, Make&& make) {
 
 template <class... Operands, class... Arguments>
 std::unique_ptr<Node> makeArrayAccess(const Variable* prototype, Arguments&&... arguments) {
-    const auto make = [&](auto access) -> std::unique_ptr<Node> {
-        return std::make_unique<typename decltype(access)::type>(
-            prototype, std::forward<Arguments>(arguments)...);
-    };
-    switch (Node::baseType(prototype->dataType())) {
-        case TypeCode::Long:
-            return make(std::type_identity<LongArrayAccess<Operands...>>());
-        case TypeCode::Decimal:
-            return make(std::type_identity<DecimalArrayAccess<Operands...>>());
-        case TypeCode::String:
-            return make(std::type_identity<StringArrayAccess<Operands...>>());
-        case TypeCode::Date:
-            return make(std::type_identity<DateArrayAccess<Operands...>>());
-        case TypeCode::Bool:
-            return make(std::type_identity<BoolArrayAccess<Operands...>>());
-        case TypeCode::Nexid:
-            return make(std::type_identity<NexidArrayAccess<Operands...>>());
-        case TypeCode::Adt:
-            return make(std::type_identity<AdtArrayAccess<Operands...>>());
-        case TypeCode::File:
-            return make(std::type_identity<FileArrayAccess<Operands...>>());
-        case TypeCode::Array:
-            return make(std::type_identity<ArrayArrayAccess<Operands...>>());
-        case TypeCode::Hash:
-            return make(std::type_identity<HashArrayAccess<Operands...>>());
-        default:
-            return nullptr;
-    }
+    return withType(StorageTypes(), prototype->dataType(),
+                    [&]<class Type>(Type) -> std::unique_ptr<Node> {
+                        return std::make_unique<ArrayAccess<Type, Operands...>>(
+                            prototype, std::forward<Arguments>(arguments)...);
+                    });
 }
 
 template <class... Operands, class... Arguments>
 std::unique_ptr<Node> makeHashAccess(const Variable* prototype, Arguments&&... arguments) {
-    const auto make = [&](auto access) -> std::unique_ptr<Node> {
-        return std::make_unique<typename decltype(access)::type>(
-            prototype, std::forward<Arguments>(arguments)...);
-    };
-    switch (Node::baseType(prototype->dataType())) {
-        case TypeCode::Long:
-            return make(std::type_identity<LongHashAccess<Operands...>>());
-        case TypeCode::Decimal:
-            return make(std::type_identity<DecimalHashAccess<Operands...>>());
-        case TypeCode::String:
-            return make(std::type_identity<StringHashAccess<Operands...>>());
-        case TypeCode::Date:
-            return make(std::type_identity<DateHashAccess<Operands...>>());
-        case TypeCode::Bool:
-            return make(std::type_identity<BoolHashAccess<Operands...>>());
-        case TypeCode::Nexid:
-            return make(std::type_identity<NexidHashAccess<Operands...>>());
-        case TypeCode::Adt:
-            return make(std::type_identity<AdtHashAccess<Operands...>>());
-        case TypeCode::File:
-            return make(std::type_identity<FileHashAccess<Operands...>>());
-        case TypeCode::Array:
-            return make(std::type_identity<ArrayHashAccess<Operands...>>());
-        case TypeCode::Hash:
-            return make(std::type_identity<HashHashAccess<Operands...>>());
-        default:
-            return nullptr;
-    }
+    return withType(StorageTypes(), prototype->dataType(),
+                    [&]<class Type>(Type) -> std::unique_ptr<Node> {
+                        return std::make_unique<HashAccess<Type, Operands...>>(
+                            prototype, std::forward<Arguments>(arguments)...);
+                    });
 }
 
 // The usual computed indices: that of a neighbour, and one that wraps around.

@@ -4,6 +4,7 @@
 
 #include "scr/Interpreter.h"
 #include "scr/call/Binding.h"
+#include "scr/call/CallFacts.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
@@ -65,6 +66,11 @@ FctDescr::FctDescr(const FND::String& name, int returnType, int minimum, int max
 
 Variable* FctDescr::clone() const { return new FctDescr(*this); }
 
+const CallFacts& FctDescr::facts() const {
+    static constexpr CallFacts none;
+    return facts_ != nullptr ? *facts_ : none;
+}
+
 void FctDescr::addArg(int typeWord) {
     argTypes_.push_back(typeWord);
     ++minimum_;
@@ -124,10 +130,10 @@ inline bool FctDescr::convertArguments(ParserStack& stack, int count) const {
 
 OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
     OperandTraits traits{isActive_, 1};
-    if (isChained_) traits.operators = stack.traits(1).operators + 1;
+    if (facts().isChained) traits.operators = stack.traits(1).operators + 1;
     for (int i = 0; i < count; ++i) {
         const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
-        const bool isChain = isChained_ && i == 1 && argument.operators > 0;
+        const bool isChain = facts().isChained && i == 1 && argument.operators > 0;
         traits.isActive = traits.isActive || argument.isActive;
         traits.depth = std::max(traits.depth, argument.depth + (isChain ? 0 : 1));
     }
@@ -152,7 +158,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     if (traits.depth > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
-    if (isBuiltIn_) {
+    if (facts_ != nullptr) {
         Node* const node = factory_(interpreter, stack, *this);
         if (node == nullptr) return false;
         tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node); });

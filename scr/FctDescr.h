@@ -6,7 +6,6 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Effect.h"
-#include "scr/NodeMemory.h"
 #include "scr/Variable.h"
 
 namespace SCR {
@@ -14,6 +13,7 @@ namespace SCR {
 struct BuiltIn;
 class Interpreter;
 class ParserStack;
+struct CallFacts;
 struct OperandTraits;
 
 /// Describes one callable function: name, result type, argument counts and types, and the factory
@@ -77,10 +77,8 @@ public:
     Effect effects() const { return effects_; }
     void effects(Effect effects) { effects_ = effects; }
 
-    /// Whether it is an operator that extends the chain formed by its left operand, as the "-" of
-    /// `a + b - c` does. A chain of any length is one level of nesting.
-    bool isChained() const { return isChained_; }
-    void isChained(bool chained) { isChained_ = chained; }
+    /// What is known besides of a built-in; nothing of any other function.
+    const CallFacts& facts() const;
 
     /// "Type name(Type,Type,[Type])", for messages.
     FND::String signature() const;
@@ -109,14 +107,13 @@ private:
     int returnType_;
     int minimum_;
     int maximum_;
-    std::vector<int, NodeAllocator<int>> argTypes_;
+    std::vector<int> argTypes_;
     int restType_ = 0;
     Factory factory_;
-    bool isBuiltIn_ = false;  // the factory's nodes need no check
     bool isActive_ = true;
     bool nullOnFailure_ = false;
-    bool isChained_ = false;
     Effect effects_ = Effect::None;
+    const CallFacts* facts_ = nullptr;  // of a built-in, whose factory's nodes need no check
 };
 
 }  // namespace SCR

@@ -1,6 +1,8 @@
 #include "scr/Function.h"
 
+#include "scr/run/Memory.h"
 #include "scr/tree/Operand.h"
+#include "scr/tree/StatementParts.h"
 
 namespace SCR {
 
@@ -8,8 +10,10 @@ const FND::String Function::retValNameCM = "$$retval";
 
 bool Function::addIdentifier(const FND::String& name, Variable* variable) {
     const bool isParameter = phase_ == Phase::Parameters;
-    if (isParameter)
-        parameterNames_.push_back(name);  // first, since it may fail for want of memory
+    if (isParameter) {  // first, since it may fail for want of memory
+        chargeBuffer(sizeof name);
+        parameterNames_.push_back(name);
+    }
     const bool isAdded = StatementList::addIdentifier(name, variable);
     if (!isAdded) {
         if (isParameter) parameterNames_.pop_back();
@@ -23,8 +27,9 @@ bool Function::addIdentifier(const FND::String& name, Variable* variable) {
 void Function::close() {
     StatementList::close();
     if constexpr (SpecialisesNodes) {
-        if (statements().size() != 1) return;
-        const auto* const statement = dynamic_cast<ReturnStatement*>(statements().front().get());
+        const NodeList& statements = parts().statements;
+        if (statements.size() != 1) return;
+        const auto* const statement = dynamic_cast<ReturnStatement*>(statements.front().get());
         if (statement != nullptr && statement->value() != nullptr) onlyReturn_ = statement;
     }
 }

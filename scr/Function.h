@@ -33,7 +33,7 @@ public:
     Variable* returnVariable() const { return returnVariable_; }
     /// The return statement, if the function does nothing else than return a value; otherwise null.
     const ReturnStatement* onlyReturn() const { return onlyReturn_; }
-    using Names = std::vector<FND::String, NodeAllocator<FND::String>>;
+    using Names = std::vector<FND::String>;
     /// In the order of declaration.
     const Names& parameterNames() const { return parameterNames_; }
 

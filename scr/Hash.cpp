@@ -10,16 +10,20 @@
 
 #include "scr/run/Memory.h"
 #include "scr/value/ElementClass.h"
+#include "scr/value/Elements.h"
+#include "scr/value/KeyHash.h"
+#include "scr/value/LongText.h"
+#include "scr/value/Slots.h"
 
 namespace SCR {
 
 namespace {
 
 constexpr std::uint32_t noSlotS = std::numeric_limits<std::uint32_t>::max();
-constexpr std::size_t fewestPlacesS = 8;
+constexpr std::size_t fewestBucketsS = 8;
 // How much of a cleared hash is kept.
 constexpr std::size_t keptSlotsS = 64;
-constexpr std::size_t keptPlacesS = 128;
+constexpr std::size_t keptBucketsS = 128;
 
 // A key with the first 8 bytes that may distinguish it from others, most significant first.
 struct SortedKey {
@@ -72,8 +76,8 @@ Variable* Hash::clone() const {
 Variable* Hash::find(const FND::String& key, unsigned long limit) {
     countString(key.size());
     const std::uint32_t hash = keyHash(key);
-    if (std::byte* const slot = look(key, hash, slotSize()).slot) {
-        return elementClass_->element(slot + elementOffsetCM);
+    if (std::byte* const slot = HashElements::look(*this, key, hash, slotSize()).slot) {
+        return elementClass_->element(slot + HashElements::elementOffsetCM);
     }
     if (size_ >= std::min(limit, maxSizeCM)) return nullptr;
     try {
@@ -84,40 +88,40 @@ Variable* Hash::find(const FND::String& key, unsigned long limit) {
 }
 
 std::size_t Hash::heapBytes() const {
-    std::size_t bytes = store_.heapBytes(slotSize());
-    if (places_ != nullptr) bytes += (mask_ + std::size_t{1}) * sizeof(Place);
+    std::size_t bytes = Slots::heapBytes(chunks_, slotSize());
+    if (buckets_ != nullptr) bytes += (mask_ + std::size_t{1}) * sizeof(Bucket);
     forEachSlot([&](std::byte* slot) {
         countWork(slotSize());
-        bytes += SCR::heapBytes(keyIn(slot));
+        bytes += SCR::heapBytes(HashElements::keyIn(slot));
         if (elementClass_->heapBytes != nullptr) {
-            bytes += elementClass_->heapBytes(slot + elementOffsetCM, 1);
+            bytes += elementClass_->heapBytes(slot + HashElements::elementOffsetCM, 1);
         }
     });
     return bytes;
 }
 
 bool Hash::contains(const FND::String& key) const {
-    return size_ > 0 && look(key, keyHash(key), slotSize()).slot != nullptr;
+    return size_ > 0 && HashElements::look(*this, key, keyHash(key), slotSize()).slot != nullptr;
 }
 
 bool Hash::remove(const FND::String& key) {
     if (size_ == 0) return false;
-    const Found found = look(key, keyHash(key), slotSize());
+    const auto found = HashElements::look(*this, key, keyHash(key), slotSize());
     if (found.slot == nullptr) return false;
-    erase(found);
+    erase(*found.bucket, found.slot);
     return true;
 }
 
 void Hash::clear() noexcept {
     forEachSlot([this](std::byte* slot) { destroyEntry(slot); });
-    for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) {
-        if (SlotStore::firstOf(chunk) >= keptSlotsS) store_.release(chunk);
+    for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
+        if (Slots::firstOf(chunk) >= keptSlotsS) Slots::release(chunks_, chunk);
     }
-    store_.trim(0);
-    if (places_ != nullptr && mask_ < keptPlacesS) {
-        std::fill_n(places_.get(), mask_ + std::size_t{1}, Place());
+    Slots::trim(chunks_, 0);
+    if (buckets_ != nullptr && mask_ < keptBucketsS) {
+        std::fill_n(buckets_.get(), mask_ + std::size_t{1}, Bucket());
     } else {
-        places_.reset();
+        buckets_.reset();
         mask_ = 0;
     }
     size_ = 0;
@@ -130,7 +134,7 @@ std::vector<const FND::String*> Hash::keys() const {
     std::string_view common;
     bool isFirst = true;
     forEachSlot([&](std::byte* slot) {
-        const std::string_view key = keyIn(slot);
+        const std::string_view key = HashElements::keyIn(slot);
         countWork(slotSize());
         if (std::exchange(isFirst, false)) common = key;
         common = common.substr(0, commonLength(common, key));
@@ -139,7 +143,7 @@ std::vector<const FND::String*> Hash::keys() const {
     std::vector<SortedKey> order;
     order.reserve(size_);
     forEachSlot([&](std::byte* slot) {
-        const FND::String& key = keyIn(slot);
+        const FND::String& key = HashElements::keyIn(slot);
         countWork(slotSize());
         order.push_back({head(std::string_view(key).substr(common.size())), &key});
     });
@@ -155,83 +159,81 @@ std::vector<const FND::String*> Hash::keys() const {
     return keys;
 }
 
-std::size_t Hash::slotSize() const { return elementOffsetCM + elementClass_->size; }
+std::size_t Hash::slotSize() const { return HashElements::elementOffsetCM + elementClass_->size; }
 
 Variable* Hash::insert(const FND::String& key, std::uint32_t hash) {
-    const std::size_t numPlaces = places_ != nullptr ? mask_ + std::size_t{1} : 0;
-    if ((size_ + std::size_t{1}) * 4 > numPlaces * 3) {
-        resizeTable(std::max(fewestPlacesS, 2 * numPlaces));
+    const std::size_t buckets = buckets_ != nullptr ? mask_ + std::size_t{1} : 0;
+    if ((size_ + std::size_t{1}) * 4 > buckets * 3) {
+        resizeTable(std::max(fewestBucketsS, 2 * buckets));
     }
     const bool reuses = freeSlot_ != noSlotS;
     const std::uint32_t number = reuses ? freeSlot_ : usedSlots_;
-    const std::size_t chunk = SlotStore::chunkOf(number);
-    if (chunk >= store_.numChunks() || store_.chunk(chunk) == nullptr) {
-        store_.allocate(chunk, slotSize());
-    }
-    std::byte* const slot = store_.find(number, slotSize());
+    const std::size_t chunk = Slots::chunkOf(number);
+    if (!Slots::exists(chunks_, chunk)) Slots::allocate(chunks_, chunk, slotSize());
+    std::byte* const slot = Slots::find(chunks_, number, slotSize());
     if (key.size() > FND::String().capacity()) chargeMemory(blockBytes(key.size() + 1));
-    auto* const copy = new (slot + keyOffsetCM) FND::String(copyOf(key));
+    auto* const copy = new (slot + HashElements::keyOffsetCM) FND::String(copyOf(key));
     try {
-        elementClass_->construct(slot + elementOffsetCM, 1, *prototype_);
+        elementClass_->construct(slot + HashElements::elementOffsetCM, 1, *prototype_);
     } catch (...) {
         std::destroy_at(copy);
         throw;
     }
     if (reuses) {
-        freeSlot_ = markOf(slot).next;
+        freeSlot_ = HashElements::markOf(slot).next;
     } else {
         ++usedSlots_;
     }
-    new (slot) Mark{noSlotS, true};
+    new (slot) HashElements::Mark{noSlotS, true};
     std::uint32_t at = hash;
-    while (places_[at & mask_].entry != 0) ++at;
-    places_[at & mask_] = {hash, number + 1};
+    while (buckets_[at & mask_].entry != 0) ++at;
+    buckets_[at & mask_] = {hash, number + 1};
     ++size_;
-    return elementClass_->element(slot + elementOffsetCM);
+    return elementClass_->element(slot + HashElements::elementOffsetCM);
 }
 
 void Hash::destroyEntry(std::byte* slot) noexcept {
-    elementClass_->destroy(slot + elementOffsetCM, 1);
-    std::destroy_at(&keyIn(slot));
+    elementClass_->destroy(slot + HashElements::elementOffsetCM, 1);
+    std::destroy_at(&HashElements::keyIn(slot));
 }
 
-void Hash::resizeTable(std::size_t numPlaces) {
-    chargeMemory(numPlaces * sizeof(Place));
-    auto places = std::make_unique<Place[]>(numPlaces);
-    const auto mask = static_cast<std::uint32_t>(numPlaces - 1);
-    if (places_ != nullptr) {
+void Hash::resizeTable(std::size_t buckets) {
+    chargeMemory(buckets * sizeof(Bucket));
+    auto table = std::make_unique<Bucket[]>(buckets);
+    const auto mask = static_cast<std::uint32_t>(buckets - 1);
+    if (buckets_ != nullptr) {
         for (std::size_t from = 0; from <= mask_; ++from) {
-            if (places_[from].entry == 0) continue;
-            std::uint32_t at = places_[from].hash;
-            while (places[at & mask].entry != 0) ++at;
-            places[at & mask] = places_[from];
+            if (buckets_[from].entry == 0) continue;
+            std::uint32_t at = buckets_[from].hash;
+            while (table[at & mask].entry != 0) ++at;
+            table[at & mask] = buckets_[from];
         }
     }
-    places_ = std::move(places);
+    buckets_ = std::move(table);
     mask_ = mask;
 }
 
-void Hash::erase(const Found& found) noexcept {
-    destroyEntry(found.slot);
-    new (found.slot) Mark{freeSlot_, false};
-    freeSlot_ = found.place->entry - 1;
+void Hash::erase(Bucket& bucket, std::byte* slot) noexcept {
+    destroyEntry(slot);
+    new (slot) HashElements::Mark{freeSlot_, false};
+    freeSlot_ = bucket.entry - 1;
     --size_;
-    // Later entries of the run move up when the gap would cut them off from their own places.
-    auto gap = static_cast<std::uint32_t>(found.place - places_.get());
-    for (std::uint32_t at = gap + 1; places_[at & mask_].entry != 0; ++at) {
-        const Place& moved = places_[at & mask_];
+    // Later entries of the run move up when the gap would cut them off from their own buckets.
+    auto gap = static_cast<std::uint32_t>(&bucket - buckets_.get());
+    for (std::uint32_t at = gap + 1; buckets_[at & mask_].entry != 0; ++at) {
+        const Bucket& moved = buckets_[at & mask_];
         if (((at - moved.hash) & mask_) < ((at - gap) & mask_)) continue;
-        places_[gap & mask_] = moved;
+        buckets_[gap & mask_] = moved;
         gap = at;
     }
-    places_[gap & mask_] = {};
+    buckets_[gap & mask_] = {};
 }
 
 void Hash::freeElements() noexcept {
     forEachSlot([this](std::byte* slot) { destroyEntry(slot); });
-    for (std::size_t chunk = 0; chunk < store_.numChunks(); ++chunk) store_.release(chunk);
-    store_.trim(0);
-    places_.reset();
+    for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) Slots::release(chunks_, chunk);
+    Slots::trim(chunks_, 0);
+    buckets_.reset();
     mask_ = 0;
     size_ = 0;
     usedSlots_ = 0;
@@ -240,23 +242,24 @@ void Hash::freeElements() noexcept {
 
 void Hash::copyElements(const Hash& source) {
     source.forEachSlot([&](std::byte* from) {
-        const FND::String& key = keyIn(from);
+        const FND::String& key = HashElements::keyIn(from);
         insert(key, keyHash(key));
         countWork(slotSize());
         const std::size_t newest = usedSlots_ - 1;
-        elementClass_->copy(store_.find(newest, slotSize()) + elementOffsetCM,
-                            *elementClass_->element(from + elementOffsetCM));
+        elementClass_->copy(
+            Slots::find(chunks_, newest, slotSize()) + HashElements::elementOffsetCM,
+            *elementClass_->element(from + HashElements::elementOffsetCM));
     });
 }
 
 template <class Visit>
 void Hash::forEachSlot(Visit&& visit) const {
-    for (std::size_t chunk = 0; SlotStore::firstOf(chunk) < usedSlots_; ++chunk) {
-        std::byte* slot = store_.chunk(chunk);
-        const std::size_t count = std::min<std::size_t>(usedSlots_ - SlotStore::firstOf(chunk),
-                                                        SlotStore::slotsOf(chunk));
+    for (std::size_t chunk = 0; Slots::firstOf(chunk) < usedSlots_; ++chunk) {
+        std::byte* slot = chunks_[chunk].slots;
+        const std::size_t count =
+            std::min<std::size_t>(usedSlots_ - Slots::firstOf(chunk), Slots::slotsOf(chunk));
         for (std::size_t i = 0; i < count; ++i, slot += slotSize()) {
-            if (markOf(slot).isLive) visit(slot);
+            if (HashElements::markOf(slot).isLive) visit(slot);
         }
     }
 }

@@ -3,19 +3,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Variable.h"
-#include "scr/value/KeyHash.h"
-#include "scr/value/LongText.h"
-#include "scr/value/SlotStore.h"
 
 namespace SCR {
 
 struct ElementClass;
+struct SlotChunk;
 template <class Container>
 struct NestedMaker;
 
@@ -49,15 +46,6 @@ public:
     /// `limit` or `maxSizeCM` entries, or when there is no memory.
     Variable* find(const FND::String& key, unsigned long limit = maxSizeCM);
 
-    /// The element under `key`, whose `keyHash` is `hash`; null when it is missing. `V` must be the
-    /// class of the prototype, one of this library's.
-    template <class V>
-    V* existing(const FND::String& key, std::uint32_t hash) const {
-        std::byte* const slot = look(key, hash, elementOffsetCM + sizeof(V)).slot;
-        if (slot == nullptr) return nullptr;
-        return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
-    }
-
     /// Bytes that the entries take, including everything that they hold.
     std::size_t heapBytes() const;
 
@@ -72,18 +60,11 @@ public:
     std::vector<const FND::String*> keys() const;
 
 private:
+    friend struct HashElements;
     friend struct NestedMaker<Hash>;
 
-    // A slot holds a mark, the key and the element; a free slot holds only the mark.
-    struct Mark {
-        std::uint32_t next;  // of a free slot: the number of the next free one
-        bool isLive;
-    };
-    static constexpr std::size_t keyOffsetCM = sizeof(Mark);
-    static constexpr std::size_t elementOffsetCM = keyOffsetCM + sizeof(FND::String);
-
     // The table's record of an entry: its hash, and its slot's number plus 1 (0 means none).
-    struct Place {
+    struct Bucket {
         std::uint32_t hash = 0;
         std::uint32_t entry = 0;
     };
@@ -91,33 +72,11 @@ private:
     // A hash like `source` whose prototype belongs to somebody else.
     Hash(const Hash& source, Variable* sharedPrototype);
 
-    static FND::String& keyIn(std::byte* slot) {
-        return *std::launder(reinterpret_cast<FND::String*>(slot + keyOffsetCM));
-    }
-    static Mark& markOf(std::byte* slot) { return *std::launder(reinterpret_cast<Mark*>(slot)); }
-
-    struct Found {
-        Place* place;     // null when there is no entry
-        std::byte* slot;  // null when there is no entry
-    };
-    Found look(const FND::String& key, std::uint32_t hash, std::size_t slotSize) const {
-        if (places_ == nullptr) [[unlikely]]
-            return {};
-        for (std::uint32_t at = hash;; ++at) {
-            Place& place = places_[at & mask_];
-            if (place.entry == 0) return {};
-            if (place.hash != hash) continue;
-            std::byte* const slot = store_.find(place.entry - 1, slotSize);
-            if (areEqual(keyIn(slot), key)) [[likely]]
-                return {&place, slot};
-        }
-    }
-
     std::size_t slotSize() const;
     Variable* insert(const FND::String& key, std::uint32_t hash);
     void destroyEntry(std::byte* slot) noexcept;
-    void resizeTable(std::size_t numPlaces);
-    void erase(const Found& found) noexcept;
+    void resizeTable(std::size_t buckets);
+    void erase(Bucket& bucket, std::byte* slot) noexcept;
     void freeElements() noexcept;
     // Copies the entries of `source`; this hash must have none.
     void copyElements(const Hash& source);
@@ -126,14 +85,14 @@ private:
     void forEachSlot(Visit&& visit) const;
 
     const bool ownsPrototype_;
-    std::uint32_t mask_ = 0;  // the number of places, a power of 2, minus 1
+    std::uint32_t mask_ = 0;  // the number of buckets, a power of 2, minus 1
     Variable* const prototype_;
     const ElementClass* const elementClass_;
-    std::unique_ptr<Place[]> places_;
+    std::unique_ptr<Bucket[]> buckets_;
     std::uint32_t size_ = 0;
     std::uint32_t usedSlots_ = 0;  // slots that hold or held an entry; later slots hold nothing
     std::uint32_t freeSlot_ = 0;   // the first one in the chain of free slots
-    SlotStore store_;
+    std::vector<SlotChunk> chunks_;
 };
 
 }  // namespace SCR

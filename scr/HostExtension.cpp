@@ -8,6 +8,7 @@
 #include "scr/Interpreter.h"
 #include "scr/call/HostDescriptor.h"
 #include "scr/message/Messages.h"
+#include "scr/value/TypeVisitor.h"
 #include "scr/value/Words.h"
 
 namespace SCR {
@@ -102,7 +103,7 @@ FctDescr* HostExtension::insert(const FND::String& name, Host::Description descr
 }
 
 Host::Storage HostExtension::declare(const FND::String& name, int typeCode, const void* value) {
-    return Host::withType(typeCode, [&]<class Type>(Type) -> Host::Storage {
+    return withType(HostTypes(), typeCode, [&]<class Type>(Type) -> Host::Storage {
         using Storage = typename Type::Variable;
         if (auto* const same = dynamic_cast<Storage*>(variable(name));
             same != nullptr && Node::isLeft(same->dataType())) {
@@ -118,7 +119,7 @@ Host::Storage HostExtension::declare(const FND::String& name, int typeCode, cons
 }
 
 bool HostExtension::declareConstant(const FND::String& name, int typeCode, const void* value) {
-    return Host::withType(typeCode, [&]<class Type>(Type) {
+    return withType(HostTypes(), typeCode, [&]<class Type>(Type) {
         const auto& constant = *static_cast<const typename Type::Value*>(value);
         std::unique_ptr<Variable> made = std::make_unique<typename Type::Variable>(constant, true);
         return state_->insert(name, made);

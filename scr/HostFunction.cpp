@@ -1,6 +1,5 @@
 #include "scr/HostFunction.h"
 
-#include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <type_traits>
@@ -10,15 +9,20 @@
 
 #include "scr/Interpreter.h"
 #include "scr/call/HostDescriptor.h"
+#include "scr/call/OperandSlot.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/Memory.h"
+#include "scr/run/NodeMemory.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/ElementPlace.h"
 #include "scr/value/ChargedText.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR::Host {
+
+class OpenCall;
 
 /// What a call keeps for one operand: a copy of its value, and the path to the element that it is.
 struct Kept {
@@ -55,45 +59,120 @@ struct Kept {
     }
 };
 
-/// A variable that the callable reads and writes.
-class Output {
+/// An argument of a call, whatever its type.
+class Operand : public InNodeMemory {
 public:
-    Output() = default;
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
-    virtual ~Output() = default;
+    Operand() = default;
+    Operand(const Operand&) = delete;
+    Operand& operator=(const Operand&) = delete;
+    virtual ~Operand() = default;
 
-    /// The variable's value, copied to `kept`.
-    virtual void* read(Kept& kept) = 0;
-    /// Stores what is in `kept`.
-    virtual void store(Kept& kept) = 0;
+    /// Evaluates it and gives where its value is; what has to be kept is kept in operand `index` of
+    /// `call`.
+    virtual void* evaluate(OpenCall& call, std::size_t index) = 0;
+    /// A null value of its type.
+    virtual void* null() = 0;
+    /// Stores what the callable left in `kept`, if it is a variable.
+    virtual void store(Kept& /*kept*/) {}
+};
+
+class CallBody;
+
+/// A call under way, and what it keeps.
+class OpenCall final : public Call {
+public:
+    explicit OpenCall(CallBody& body);
+    OpenCall(const OpenCall&) = delete;
+    OpenCall& operator=(const OpenCall&) = delete;
+    ~OpenCall();
+
+    bool isGiven(std::size_t index) const;
+    void* evaluate(std::size_t index) noexcept;
+    Kept& kept(std::size_t index);
+
+    /// Lets the call fail for what `throwIt` throws; always false.
+    template <class Throw>
+    bool fail(const Throw& throwIt) noexcept {
+        hasFailed_ = true;
+        try {
+            throwIt();
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+        return false;
+    }
+    bool hasFailed() const { return hasFailed_; }
+    bool isCalling() const { return isCalling_; }
+    [[noreturn]] void throwFailure() { std::rethrow_exception(std::exchange(failure_, nullptr)); }
+
+private:
+    CallBody& body_;
+    std::unique_ptr<Kept[]> kept_;  // one for each operand, once one of them needs it
+    std::exception_ptr failure_;
 };
 
 namespace {
 
 template <class Type>
-class OutputOf final : public Output {
+void* nullOf() {
+    static typename Type::Value null = Type::null();
+    return &null;
+}
+
+template <class Type>
+class ValueOperand final : public Operand {
+public:
+    /// `keeps`: a later operand may run script code that changes the value.
+    ValueOperand(std::unique_ptr<Node> node, bool keeps) : keeps_(keeps) {
+        slot_.take(std::move(node));
+    }
+
+    void* evaluate([[maybe_unused]] OpenCall& call, [[maybe_unused]] std::size_t index) override {
+        if constexpr (Type::byReference) {
+            const auto& value = slot_.evaluate();
+            if (keeps_) [[unlikely]]
+                return &call.kept(index).hold(value);
+            return const_cast<typename Type::Value*>(&value);
+        } else {
+            value_ = slot_.evaluate();
+            return &value_;
+        }
+    }
+    void* null() override { return nullOf<Type>(); }
+
+private:
+    struct NoValue {};
+    using Room = std::conditional_t<Type::byReference, NoValue, typename Type::Value>;
+
+    OperandSlot<Type> slot_;
+    [[no_unique_address]] Room value_{};
+    const bool keeps_;
+};
+
+/// A variable that the callable reads and writes.
+template <class Type>
+class OutOperand final : public Operand {
 public:
     using Value = typename Type::Value;
 
-    explicit OutputOf(Node* node)
-        : node_(static_cast<typename Type::DataNode*>(node)),
-          place_(dynamic_cast<ElementPlace<Value>*>(node)) {}
+    explicit OutOperand(std::unique_ptr<Node> node) {
+        slot_.take(std::move(node));
+        place_ = dynamic_cast<ElementPlace<Value>*>(slot_.node.get());
+    }
 
-    void* read(Kept& kept) override {
-        if (place_ == nullptr) {
-            const Value& value = node_->result();
-            return &kept.hold(value);
-        }
+    void* evaluate(OpenCall& call, std::size_t index) override {
+        Kept& kept = call.kept(index);
+        if (place_ == nullptr) return &kept.hold<Value>(slot_.node->result());
         kept.trail.clear();
         place_->note(kept.trail);
         const Value* const element = follow(kept);
         return &kept.hold(element != nullptr ? *element : emptyCM);
     }
+    void* null() override { return nullOf<Type>(); }
     void store(Kept& kept) override {
         const Value& value = kept.as<Value>();
         if (place_ == nullptr) {
-            node_->set(value);
+            slot_.node->set(value);
         } else if (Value* const element = follow(kept)) {
             SCR::store(*element, value);
         }
@@ -108,8 +187,23 @@ private:
 
     inline static const Value emptyCM{};
 
-    typename Type::DataNode* const node_;  // the operand's
-    ElementPlace<Value>* const place_;     // the node, when it gives an element
+    OperandSlot<Out<Type>> slot_;
+    ElementPlace<Value>* place_;  // the node, when it gives an element
+};
+
+class FieldOperand final : public Operand {
+public:
+    FieldOperand(std::unique_ptr<Node> node, long id)
+        : node_(std::move(node)), field_(nameIn(*node_), id) {}
+
+    static const FND::String& nameIn(Node& node) { return static_cast<StringNode&>(node).result(); }
+
+    void* evaluate(OpenCall& /*call*/, std::size_t /*index*/) override { return &field_; }
+    void* null() override { return &field_; }
+
+private:
+    const std::unique_ptr<Node> node_;
+    FieldAlias field_;
 };
 
 class HostDescriptor final : public FctDescr {
@@ -192,12 +286,13 @@ public:
         bool keeps = false;
         for (auto index = static_cast<std::size_t>(stack.topNumParams()); index-- > 0;) {
             const bool isActive = stack.traits().isActive;
-            operands_[index].keeps = std::exchange(keeps, keeps || isActive);
-            operands_[index].node.reset(stack.popData());
-            isPopped = isPopped && prepare(operands_[index], argType(index));
+            const int type = function_.argType(static_cast<int>(index));
+            std::unique_ptr<Node> node(stack.popData());
+            if (isPopped) operands_[index] = makeOperand(std::move(node), type, keeps);
+            isPopped = operands_[index] != nullptr;
+            keeps = keeps || isActive;
+            writes_ = writes_ || Node::isLeft(type);
         }
-        writes_ = std::any_of(operands_.begin(), operands_.end(),
-                              [](const Operand& operand) { return operand.output != nullptr; });
         return isPopped;
     }
 
@@ -216,32 +311,32 @@ public:
     }
 
 private:
-    friend class Call;
+    friend class OpenCall;
 
-    int argType(std::size_t index) const { return function_.argType(static_cast<int>(index)); }
-
-    bool prepare(Operand& operand, int type) const {
+    // Null after a report.
+    std::unique_ptr<Operand> makeOperand(std::unique_ptr<Node> node, int type, bool keeps) const {
         if (type == TypeCode::EdrAlias) {
-            operand.fieldName = &static_cast<StringNode&>(*operand.node).result();
-            return resolveField(function_.fieldIds(), *operand.fieldName, operand.fieldId);
+            long id = 0;
+            if (!resolveField(function_.fieldIds(), FieldOperand::nameIn(*node), id))
+                return nullptr;
+            return std::make_unique<FieldOperand>(std::move(node), id);
         }
-        if (!Node::isLeft(type)) return true;
-        operand.output = withType(type, [&]<class Type>(Type) -> std::unique_ptr<Output> {
-            return std::make_unique<OutputOf<Type>>(operand.node.get());
+        return withType(HostTypes(), type, [&]<class Type>(Type) -> std::unique_ptr<Operand> {
+            if (Node::isLeft(type)) return std::make_unique<OutOperand<Type>>(std::move(node));
+            return std::make_unique<ValueOperand<Type>>(std::move(node), keeps);
         });
-        return true;
     }
 
     template <class Action>
     const void* run(const Action& action) {
-        Call call(*this);
+        OpenCall call(*this);
         const void* given = nullptr;
         try {
             given = action(call);
-            if (call.hasFailed_) [[unlikely]]
-                std::rethrow_exception(std::exchange(failure_, nullptr));
+            if (call.hasFailed()) [[unlikely]]
+                call.throwFailure();
         } catch (...) {
-            if (!call.isCalling_) throw;  // by an operand
+            if (!call.isCalling()) throw;  // by an operand
             handleException(interpreter_, function_);
             return nullptr;
         }
@@ -251,9 +346,9 @@ private:
         return given;
     }
 
-    [[gnu::noinline]] void storeOutputs(Call& call) {
+    [[gnu::noinline]] void storeOutputs(OpenCall& call) {
         for (std::size_t i = 0; i < operands_.size(); ++i) {
-            if (operands_[i].output) operands_[i].output->store(call.kept(i));
+            if (operands_[i]) operands_[i]->store(call.kept(i));
         }
     }
 
@@ -271,23 +366,36 @@ private:
     const HostDescriptor& function_;
     const Read read_;
     void* const callable_;
-    std::vector<Operand, NodeAllocator<Operand>> operands_;  // as many as a call can give
+    // As many as a call can give; null for those that this one does not.
+    std::vector<std::unique_ptr<Operand>, NodeAllocator<std::unique_ptr<Operand>>> operands_;
     bool writes_ = false;
     std::unique_ptr<Kept[]> room_;
-    std::exception_ptr failure_;  // why the current call failed, until it ends
 };
 
-inline Call::Call(CallBody& body)
-    : interpreter_(body.interpreter_), operands_(body.operands_.data()), body_(body) {}
+inline OpenCall::OpenCall(CallBody& body) : Call(body.interpreter_), body_(body) {}
 
-inline Kept& Call::kept(std::size_t index) {
-    if (!kept_) kept_ = body_.takeRoom();
-    return kept_[index];
-}
-
-inline Call::~Call() {
+inline OpenCall::~OpenCall() {
     if (kept_) [[unlikely]]
         body_.giveBack(std::move(kept_));
+}
+
+inline bool OpenCall::isGiven(std::size_t index) const { return body_.operands_[index] != nullptr; }
+
+inline void* OpenCall::evaluate(std::size_t index) noexcept {
+    Operand& operand = *body_.operands_[index];
+    if (hasFailed_) [[unlikely]]
+        return operand.null();
+    try {
+        return operand.evaluate(*this, index);
+    } catch (...) {
+        fail([] { throw; });
+    }
+    return operand.null();
+}
+
+Kept& OpenCall::kept(std::size_t index) {
+    if (!kept_) kept_ = body_.takeRoom();
+    return kept_[index];
 }
 
 namespace {
@@ -333,7 +441,7 @@ Node* HostDescriptor::factory(Interpreter& interpreter, ParserStack& stack,
     if (descriptor.returnType() == TypeCode::Void) {
         return makeCall<VoidCall>(interpreter, stack, descriptor);
     }
-    return withType(descriptor.returnType(), [&]<class Type>(Type) {
+    return withType(HostTypes(), descriptor.returnType(), [&]<class Type>(Type) {
         return Node::isLeft(descriptor.returnType())
                    ? makeCall<FieldCall<Type>>(interpreter, stack, descriptor)
                    : makeCall<ValueCall<Type, typename Type::Node>>(interpreter, stack, descriptor);
@@ -359,57 +467,19 @@ std::unique_ptr<FctDescr> makeDescriptor(const FND::String& name, Description de
     return std::make_unique<HostDescriptor>(name, std::move(description), ids);
 }
 
-template <class Throw>
-bool Call::fail(const Throw& throwIt) noexcept {
-    hasFailed_ = true;
-    try {
-        throwIt();
-    } catch (...) {
-        body_.failure_ = std::current_exception();
-    }
-    return false;
+bool Call::isGiven(std::size_t index) const {
+    return static_cast<const OpenCall&>(*this).isGiven(index);
 }
 
-const FND::String& Call::keep(std::size_t index, const FND::String& value) {
-    return kept(index).hold(value);
-}
-const FND::Decimal& Call::keep(std::size_t index, const FND::Decimal& value) {
-    return kept(index).hold(value);
-}
-const FND::DateTime& Call::keep(std::size_t index, const FND::DateTime& value) {
-    return kept(index).hold(value);
-}
-const FND::Identifier& Call::keep(std::size_t index, const FND::Identifier& value) {
-    return kept(index).hold(value);
-}
-
-void* Call::variable(std::size_t index) { return operands_[index].output->read(kept(index)); }
-
-const void* Call::evaluate(std::size_t index) noexcept {
-    return withType(body_.argType(index), [&]<class Type>(Type) -> const void* {
-        static const typename Type::Value null = Type::null();
-        if (hasFailed_) return &null;
-        try {
-            if (operands_[index].output) return variable(index);
-            auto& node = static_cast<typename Type::Node&>(*operands_[index].node);
-            if constexpr (Type::byReference) {
-                const auto& value = node.result();
-                return operands_[index].keeps ? &keep(index, value) : &value;
-            } else {
-                return &kept(index).hold(node.result());
-            }
-        } catch (...) {
-            fail([] { throw; });
-        }
-        return &null;
-    });
+void* Call::evaluate(std::size_t index) noexcept {
+    return static_cast<OpenCall&>(*this).evaluate(index);
 }
 
 bool Call::refuse(long number) noexcept {
-    return fail([&] { throwOutOfRange(std::to_string(number)); });
+    return static_cast<OpenCall&>(*this).fail([&] { throwOutOfRange(std::to_string(number)); });
 }
 bool Call::refuse(unsigned long number) noexcept {
-    return fail([&] { throwOutOfRange(std::to_string(number)); });
+    return static_cast<OpenCall&>(*this).fail([&] { throwOutOfRange(std::to_string(number)); });
 }
 
 }  // namespace SCR::Host

@@ -16,7 +16,6 @@
 namespace SCR {
 
 class Interpreter;
-class Node;
 
 /// How scripts call the functions of a host. This code is compiled with the host, which may have no
 /// exceptions and no run-time type information. So the nodes, and everything that throws, catches
@@ -27,19 +26,6 @@ namespace Host {
 /// Gives the number by which the host knows a field, or a negative one for an unknown field.
 using FieldIds = std::function<long(const FND::String&)>;
 
-class CallBody;
-class Output;
-struct Kept;
-
-/// An operand of a call. The library makes and destroys it.
-struct Operand {
-    std::unique_ptr<Node> node;              ///< Null when the call leaves it out.
-    std::unique_ptr<Output> output;          ///< Of a variable that the callable writes.
-    const FND::String* fieldName = nullptr;  ///< Of an operand that names a field.
-    long fieldId = 0;
-    bool keeps = false;  ///< A later operand may run script code that changes the value.
-};
-
 /// One call being made: what its callable needs from the library.
 class Call {
 public:
@@ -47,22 +33,17 @@ public:
     Call& operator=(const Call&) = delete;
 
     Interpreter& interpreter() const { return interpreter_; }
-    const Operand& operand(std::size_t index) const { return operands_[index]; }
 
-    /// A copy of the value of operand `index`, valid until the call has ended.
-    KESTREL_API const FND::String& keep(std::size_t index, const FND::String& value);
-    KESTREL_API const FND::Decimal& keep(std::size_t index, const FND::Decimal& value);
-    KESTREL_API const FND::DateTime& keep(std::size_t index, const FND::DateTime& value);
-    KESTREL_API const FND::Identifier& keep(std::size_t index, const FND::Identifier& value);
-    /// Where the callable reads and writes the value of the variable that operand `index` is. The
-    /// value is stored in the variable after the callable has returned.
-    KESTREL_API void* variable(std::size_t index);
+    /// Whether the script gives argument `index`.
+    KESTREL_API bool isGiven(std::size_t index) const;
+    /// Evaluates argument `index` and gives where its value is: of a type that is passed by
+    /// reference until the call has ended, of any other until the callable runs. That of a variable
+    /// may be changed, and is stored when the callable has returned; that of a field's name is a
+    /// `FieldAlias`. Throws nothing: an exception is kept, and this and all later arguments give a
+    /// null value.
+    KESTREL_API void* evaluate(std::size_t index) noexcept;
 
-    /// Evaluates operand `index`, of any kind except a field's name, and tells where its value is.
-    /// Throws nothing: an exception is kept, and this and all later operands give a null value.
-    KESTREL_API const void* evaluate(std::size_t index) noexcept;
-
-    /// Call this when all operands are evaluated, just before the callable. False when one of them
+    /// Call this when all arguments are evaluated, just before the callable. False when one of them
     /// could not be evaluated.
     bool begin() {
         isCalling_ = !hasFailed_;
@@ -73,53 +54,33 @@ public:
     KESTREL_API bool refuse(unsigned long number) noexcept;
 
 private:
-    friend class CallBody;
+    friend class OpenCall;
 
-    explicit Call(CallBody& body);
-    ~Call();
-    Kept& kept(std::size_t index);
-    template <class Throw>
-    bool fail(const Throw& throwIt) noexcept;
+    explicit Call(Interpreter& interpreter) : interpreter_(interpreter) {}
+    ~Call() = default;
 
     Interpreter& interpreter_;
-    const Operand* const operands_;
-    CallBody& body_;
-    std::unique_ptr<Kept[]> kept_;  // one per operand, made when one of them needs it
     bool hasFailed_ = false;
     bool isCalling_ = false;
 };
 
-/// What a node of the value type `Type` gives, held until the call: by pointer when nodes give a
-/// reference.
+/// The value of argument `index`, of the value type `Type`, as it is held until the call: by
+/// pointer when nodes give a reference.
 template <class Type>
 using Given =
     std::conditional_t<Type::byReference, const typename Type::Value*, typename Type::Value>;
 
 template <class Type>
 Given<Type> valueOf(Call& call, std::size_t index) {
-#ifdef __cpp_exceptions
-    const Operand& operand = call.operand(index);
-    auto& node = *static_cast<typename Type::Node*>(operand.node.get());
-    if constexpr (Type::byReference) {
-        const auto& value = node.result();
-        if (operand.keeps) [[unlikely]]
-            return &call.keep(index, value);
-        return &value;
-    } else {
-        return node.result();
-    }
-#else
-    // An exception of an operand would pass through code that cannot clean up.
     const auto* const value = static_cast<const typename Type::Value*>(call.evaluate(index));
     if constexpr (Type::byReference) {
         return value;
     } else {
         return *value;
     }
-#endif
 }
 
-/// How one parameter gets its argument. `read` evaluates the operand; `fits` tells whether the
+/// How one parameter gets its argument. `read` evaluates that; `fits` tells whether the
 /// parameter can hold the value, or makes the call fail; `pass` gives the argument.
 template <class Parameter, Passing passing = passingOfS<Parameter>>
 struct Argument;
@@ -156,7 +117,7 @@ struct Argument<Parameter, Passing::Optional> {
     static constexpr int typeWord = Value::typeWord;
 
     static Held read(Call& call, std::size_t index) {
-        if (call.operand(index).node == nullptr) return std::nullopt;
+        if (!call.isGiven(index)) return std::nullopt;
         return Value::read(call, index);
     }
     static bool fits(Call& call, const Held& value) { return !value || Value::fits(call, *value); }
@@ -173,11 +134,7 @@ struct Argument<Parameter, Passing::Out> {
     static constexpr int typeWord = TypeOf<Bare>::Type::typeCode | TypeCode::LeftFlag;
 
     static Held read(Call& call, std::size_t index) {
-#ifdef __cpp_exceptions
-        return static_cast<Held>(call.variable(index));
-#else
-        return static_cast<Held>(const_cast<void*>(call.evaluate(index)));
-#endif
+        return static_cast<Held>(call.evaluate(index));
     }
     static bool fits(Call& /*call*/, Held /*value*/) { return true; }
     static Bare& pass(Held value) { return *value; }
@@ -189,8 +146,7 @@ struct Argument<Parameter, Passing::Field> {
     static constexpr int typeWord = TypeCode::EdrAlias;
 
     static Held read(Call& call, std::size_t index) {
-        const Operand& operand = call.operand(index);
-        return FieldAlias(*operand.fieldName, operand.fieldId);
+        return *static_cast<const FieldAlias*>(call.evaluate(index));
     }
     static bool fits(Call& /*call*/, Held /*value*/) { return true; }
     static FieldAlias pass(Held value) { return value; }

@@ -292,7 +292,7 @@ bool Interpreter::compileQuery(const FND::String& text) {
 bool Interpreter::execute() {
     if (state_ == nullptr || !state_->isCompiled) return false;
     Function* const main = state_->symbols.mainFunction();
-    return enterRun(*this, [&] { return main->run() == Node::goOn; });
+    return enterRun(*this, [&] { return main->execute() == Node::goOn; });
 }
 
 bool Interpreter::evaluateQuery(bool& value) {

@@ -9,6 +9,7 @@
 #include "scr/Version.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/call/Operator.h"
+#include "scr/run/NodeMemory.h"
 #include "scr/run/ScriptMutexes.h"
 
 namespace SCR {

@@ -1,15 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
+#include <new>
 
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
 #include "fnd/Export.h"
 #include "fnd/Identifier.h"
 #include "fnd/String.h"
-#include "scr/NodeMemory.h"
 
 namespace SCR {
 
@@ -36,6 +35,23 @@ inline constexpr int Nexid = 21;     ///< object identifier
 inline constexpr int LeftFlag = 0x4000;   ///< the expression denotes storage that may be assigned
 inline constexpr int ConstFlag = 0x8000;  ///< the expression is a constant
 }  // namespace TypeCode
+
+/// Base of what compiled scripts are made of: nodes, variables and what they hold. The objects that
+/// one compile makes lie side by side in blocks of memory that are charged to the script.
+class KESTREL_API InNodeMemory {
+public:
+    static void* operator new(std::size_t bytes);
+    static void operator delete(void* object, std::size_t bytes) noexcept;
+    static void* operator new(std::size_t bytes, std::align_val_t alignment);
+    static void operator delete(void* object, std::size_t bytes,
+                                std::align_val_t alignment) noexcept;
+    static void* operator new(std::size_t bytes, const std::nothrow_t& nothrow) noexcept;
+    static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
+    static void operator delete(void* /*object*/, void* /*place*/) noexcept {}
+
+protected:
+    ~InNodeMemory() = default;
+};
 
 /// Base of every statement and expression of a compiled script. A statement is executed for its
 /// effect and gives a control-flow code; an expression derives from one of the typed bases below
@@ -90,9 +106,6 @@ public:
     /// none.
     static int SuperType(int a, int b);
 };
-
-/// Nodes in order, which the list owns.
-using NodeList = std::vector<std::unique_ptr<Node>, NodeAllocator<std::unique_ptr<Node>>>;
 
 /// Base of the expressions that give a Long.
 class KESTREL_API LongNode : public Node {

@@ -5,7 +5,9 @@
 
 #include "scr/run/RunControl.h"
 #include "scr/run/Work.h"
+#include "scr/tree/Condition.h"
 #include "scr/tree/Operand.h"
+#include "scr/tree/StatementParts.h"
 
 namespace SCR {
 
@@ -26,33 +28,37 @@ bool fillSlot(std::initializer_list<Branch*> slots, Node* statement) {
 
 CompoundStatement::~CompoundStatement() = default;
 
-StatementList::~StatementList() = default;
+StatementList::StatementList() : parts_(std::make_unique<Parts>()) {}
+// Not by the destructors of the containers: a block may stand in a block, and so on.
+StatementList::~StatementList() {
+    for (auto& statement : parts_->statements) delete statement.release();
+}
 
-std::int32_t StatementList::execute() { return run(); }
+std::int32_t StatementList::execute() { return parts_->run(); }
 
-std::int32_t StatementList::runStatements() {
+std::int32_t StatementList::Parts::runStatements() const {
     // A statement counts as work on this many bytes: it may hold others and call built-ins.
     constexpr std::size_t workOfStatement = 512;
     constexpr std::size_t stretch = 64;
-    const std::size_t size = statements_.size();
+    const std::size_t size = statements.size();
     if (size > shortCM) countWork(std::min(size, stretch) * workOfStatement);
-    if (!steps_.empty()) return steps().execute();
+    if (!steps.empty()) return stepRange().execute();
     std::size_t next = 0;
     try {
         for (; next < size; ++next) {
             if (next % stretch == stretch - 1) countWork(stretch * workOfStatement);
-            if (const std::int32_t code = statements_[next]->execute(); code != goOn) return code;
+            if (const std::int32_t code = statements[next]->execute(); code != goOn) return code;
         }
     } catch (ScriptStopped& stopped) {
-        if (next < size) stopped.passedThrough(statements_[next].get());
+        if (next < size) stopped.passedThrough(statements[next].get());
         throw;
     }
     return goOn;
 }
 
 bool StatementList::addStatement(Node* statement) {
-    statements_.emplace_back(statement);
-    steps_.clear();
+    parts_->statements.emplace_back(statement);
+    parts_->steps.clear();
     return true;
 }
 
@@ -60,25 +66,32 @@ void StatementList::close() {
     if constexpr (SpecialisesNodes) {
         // For a long list the extra memory besides its nodes is not worth it.
         constexpr std::size_t most = 64;
-        if (statements_.size() > most) return;
-        steps_.reserve(statements_.size());
-        for (const auto& statement : statements_) steps_.emplace_back(statement.get());
+        if (parts_->statements.size() > most) return;
+        parts_->steps.reserve(parts_->statements.size());
+        for (const auto& statement : parts_->statements)
+            parts_->steps.emplace_back(statement.get());
     }
 }
 
 bool StatementList::addIdentifier(const FND::String& name, Variable* variable) {
-    if (!identifiers_) identifiers_ = std::make_unique<NameTable<Variable>>();
-    return identifiers_->insert(name, variable);
+    if (!parts_->identifiers) parts_->identifiers = std::make_unique<NameTable<Variable>>();
+    return parts_->identifiers->insert(name, variable);
 }
 
 Variable* StatementList::getIdentifier(const FND::String& name) {
-    return identifiers_ ? identifiers_->find(name) : nullptr;
+    return parts_->identifiers ? parts_->identifiers->find(name) : nullptr;
 }
 
 bool StatementList::returnsResult() const {
-    return std::any_of(statements_.begin(), statements_.end(),
+    return std::any_of(parts_->statements.begin(), parts_->statements.end(),
                        [](const auto& statement) { return statement->returnsResult(); });
 }
+
+IfStatement::IfStatement(BoolNode* condition)
+    : condition_(condition), own_(std::make_unique<Parts>()), parts_(*own_) {}
+IfStatement::IfStatement(BoolNode* condition, Parts& parts)
+    : condition_(condition), parts_(parts) {}
+IfStatement::~IfStatement() = default;
 
 std::unique_ptr<IfStatement> IfStatement::make(std::unique_ptr<BoolNode> condition) {
     if constexpr (SpecialisesNodes) {
@@ -89,55 +102,100 @@ std::unique_ptr<IfStatement> IfStatement::make(std::unique_ptr<BoolNode> conditi
     return std::make_unique<IfStatement>(condition.release());
 }
 
-std::int32_t IfStatement::execute() { return choose(condition_->result()); }
+std::int32_t IfStatement::execute() { return parts_.choose(condition_->result()); }
 
 void IfStatement::close() {
-    thenBranch_.close();
-    elseBranch_.close();
+    parts_.thenBranch.close();
+    parts_.elseBranch.close();
 }
 
 bool IfStatement::addStatement(Node* statement) {
-    return fillSlot({&thenBranch_, &elseBranch_}, statement);
+    return fillSlot({&parts_.thenBranch, &parts_.elseBranch}, statement);
 }
 
 bool IfStatement::returnsResult() const {
-    return thenBranch_ && elseBranch_ && thenBranch_->returnsResult() &&
-           elseBranch_->returnsResult();
+    return parts_.thenBranch && parts_.elseBranch && parts_.thenBranch->returnsResult() &&
+           parts_.elseBranch->returnsResult();
 }
+
+struct WhileStatement::Parts : InNodeMemory {
+    explicit Parts(RunControl* given) : control(given) {}
+
+    Condition condition;
+    Branch body;
+    RunControl* const control;
+};
+
+WhileStatement::WhileStatement(BoolNode* condition, RunControl* control)
+    : parts_([&] {
+          std::unique_ptr<BoolNode> owned(condition);
+          auto parts = std::make_unique<Parts>(control);
+          parts->condition = Condition(owned.release());
+          return parts;
+      }()) {}
+WhileStatement::~WhileStatement() = default;
 
 std::int32_t WhileStatement::execute() {
-    return condition_.repeat({this, control_, body_, nullptr});
+    return parts_->condition.repeat({this, parts_->control, parts_->body, nullptr});
 }
 
-void WhileStatement::close() { body_.close(); }
+void WhileStatement::close() { parts_->body.close(); }
 
-bool WhileStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
+bool WhileStatement::addStatement(Node* statement) { return fillSlot({&parts_->body}, statement); }
+
+struct DoStatement::Parts : InNodeMemory {
+    explicit Parts(RunControl* given) : control(given) {}
+
+    Condition condition;
+    Branch body;
+    RunControl* const control;
+};
+
+DoStatement::DoStatement(RunControl* control) : parts_(std::make_unique<Parts>(control)) {}
+DoStatement::~DoStatement() = default;
+
+void DoStatement::condition(BoolNode* condition) { parts_->condition = Condition(condition); }
 
 std::int32_t DoStatement::execute() {
-    const Turn turn{this, control_, body_, nullptr};
+    const Turn turn{this, parts_->control, parts_->body, nullptr};
     if (const std::int32_t code = turn.execute(); code != goOn) return code;
-    return condition_.repeat(turn);
+    return parts_->condition.repeat(turn);
 }
 
-void DoStatement::close() { body_.close(); }
+void DoStatement::close() { parts_->body.close(); }
 
-bool DoStatement::addStatement(Node* statement) { return fillSlot({&body_}, statement); }
+bool DoStatement::addStatement(Node* statement) { return fillSlot({&parts_->body}, statement); }
 
-bool DoStatement::returnsResult() const { return body_ && body_->returnsResult(); }
+bool DoStatement::returnsResult() const { return parts_->body && parts_->body->returnsResult(); }
+
+struct ForLoop::Parts : InNodeMemory {
+    explicit Parts(RunControl* given) : control(given) {}
+
+    Branch init;
+    Condition condition;
+    Branch update;
+    Branch body;
+    RunControl* const control;
+};
+
+ForLoop::ForLoop(RunControl* control) : parts_(std::make_unique<Parts>(control)) {}
+ForLoop::~ForLoop() = default;
+
+void ForLoop::condition(BoolNode* condition) { parts_->condition = Condition(condition); }
 
 std::int32_t ForLoop::execute() {
-    if (const std::int32_t code = init_.executeInShort(); code != goOn) return code;
-    return condition_.repeat({this, control_, body_, &update_});
+    if (const std::int32_t code = parts_->init.executeInShort(); code != goOn) return code;
+    return parts_->condition.repeat({this, parts_->control, parts_->body, &parts_->update});
 }
 
 void ForLoop::close() {
-    init_.close();
-    update_.close();
-    body_.close();
+    parts_->init.close();
+    parts_->update.close();
+    parts_->body.close();
 }
 
 bool ForLoop::addStatement(Node* statement) {
-    return fillSlot({&update_, &init_, &body_}, statement);
+    return fillSlot({&parts_->update, &parts_->init, &parts_->body}, statement);
 }
 
 std::int32_t ReturnStatement::execute() {

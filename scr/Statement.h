@@ -1,18 +1,17 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/Node.h"
-#include "scr/Variable.h"
-#include "scr/run/RunControl.h"
-#include "scr/tree/Branch.h"
-#include "scr/tree/Condition.h"
-#include "scr/value/NameTable.h"
 
 namespace SCR {
+
+class RunControl;
+class Variable;
+
+// What the statements consist of, their `Parts`, is the library's: scr/tree/StatementParts.h.
 
 /// Base of the statements that hold others. A class of its own between them and `Node`, because the
 /// number and order of the virtual functions of `Node` are fixed.
@@ -27,7 +26,9 @@ public:
 /// A block: statements in order, and the identifiers declared in it. It owns both.
 class KESTREL_API StatementList : public CompoundStatement {
 public:
-    StatementList() = default;
+    struct Parts;
+
+    StatementList();
     ~StatementList() override;
 
     /// Executes the statements in order up to the first that gives a code other than `goOn`.
@@ -35,38 +36,23 @@ public:
     /// Appends `statement` and takes ownership of it; always true.
     bool addStatement(Node* statement) override;
     void close() override;
-    /// Does the same as `execute`, for a caller that knows the class.
-    std::int32_t run() { return isShort() ? steps().execute() : runStatements(); }
     bool addIdentifier(const FND::String& name, Variable* variable) override;
     Variable* getIdentifier(const FND::String& name) override;
     /// True if any statement of the list returns a result.
     bool returnsResult() const override;
 
-    const NodeList& statements() const { return statements_; }
-    /// The steps to run, after the block is complete; empty for a block without statements, or with
-    /// very many. See `isShort`.
-    StepRange steps() const { return {steps_.data(), steps_.data() + steps_.size()}; }
-
-    /// Whether running `steps` is enough. A longer list counts as work, so that it is stopped in
-    /// time.
-    bool isShort() const { return !steps_.empty() && steps_.size() <= shortCM; }
+    const Parts& parts() const { return *parts_; }
 
 private:
-    static constexpr std::size_t shortCM = 16;
-
-    std::int32_t runStatements();
-
-    NodeList statements_;
-    std::vector<Step, NodeAllocator<Step>> steps_;
-    std::unique_ptr<NameTable<Variable>>
-        identifiers_;  // none for the many blocks that declare nothing
+    const std::unique_ptr<Parts> parts_;
 };
 
 /// Runs the first branch added when its condition holds, otherwise the second, if there is one.
 class KESTREL_API IfStatement : public CompoundStatement {
 public:
     /// Takes ownership of `condition`.
-    explicit IfStatement(BoolNode* condition) : condition_(condition) {}
+    explicit IfStatement(BoolNode* condition);
+    ~IfStatement() override;
 
     /// A new one of the class that fits `condition`; takes ownership of it.
     static std::unique_ptr<IfStatement> make(std::unique_ptr<BoolNode> condition);
@@ -79,23 +65,23 @@ public:
     bool returnsResult() const override;
 
 protected:
-    /// Runs the branch for what the condition gave.
-    std::int32_t choose(bool holds) const {
-        return holds ? thenBranch_.executeInShort() : elseBranch_.executeInShort();
-    }
+    struct Parts;
+
+    /// For a class that has the parts in its objects.
+    IfStatement(BoolNode* condition, Parts& parts);
 
 private:
     const std::unique_ptr<BoolNode> condition_;
-    Branch thenBranch_;
-    Branch elseBranch_;
+    const std::unique_ptr<Parts> own_;  // unless the derived class has them
+    Parts& parts_;
 };
 
 /// Repeats its body as long as its condition holds.
 class KESTREL_API WhileStatement final : public CompoundStatement {
 public:
     /// Takes ownership of `condition`; reports every turn to `control`, if there is one.
-    explicit WhileStatement(BoolNode* condition, RunControl* control = nullptr)
-        : condition_(condition), control_(control) {}
+    explicit WhileStatement(BoolNode* condition, RunControl* control = nullptr);
+    ~WhileStatement() override;
 
     std::int32_t execute() override;
     /// Takes the body; refuses any further statement.
@@ -103,19 +89,19 @@ public:
     void close() override;
 
 private:
-    const Condition condition_;
-    Branch body_;
-    RunControl* const control_;
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
 };
 
 /// Runs its body, and again as long as its condition holds.
 class KESTREL_API DoStatement final : public CompoundStatement {
 public:
     /// Reports every turn to `control`, if there is one.
-    explicit DoStatement(RunControl* control = nullptr) : control_(control) {}
+    explicit DoStatement(RunControl* control = nullptr);
+    ~DoStatement() override;
 
     /// Takes ownership of the condition, which is parsed after the body.
-    void condition(BoolNode* condition) { condition_ = Condition(condition); }
+    void condition(BoolNode* condition);
 
     std::int32_t execute() override;
     /// Takes the body; refuses any further statement.
@@ -125,19 +111,19 @@ public:
     bool returnsResult() const override;
 
 private:
-    Condition condition_;
-    Branch body_;
-    RunControl* const control_;
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
 };
 
 /// Runs its init, then body and update as long as its condition holds.
 class KESTREL_API ForLoop final : public CompoundStatement {
 public:
     /// Reports every turn to `control`, if there is one.
-    explicit ForLoop(RunControl* control = nullptr) : control_(control) {}
+    explicit ForLoop(RunControl* control = nullptr);
+    ~ForLoop() override;
 
     /// Takes ownership of the condition.
-    void condition(BoolNode* condition) { condition_ = Condition(condition); }
+    void condition(BoolNode* condition);
 
     /// All of init, condition, update and body must be present.
     std::int32_t execute() override;
@@ -147,11 +133,8 @@ public:
     void close() override;
 
 private:
-    Branch init_;
-    Condition condition_;
-    Branch update_;
-    Branch body_;
-    RunControl* const control_;
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
 };
 
 /// Stores the return value, if there is one, and ends the function.

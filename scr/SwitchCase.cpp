@@ -3,18 +3,21 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "scr/Interpreter.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
-#include "scr/parser/ParseState.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/Memory.h"
 #include "scr/run/Work.h"
 #include "scr/tree/LongArithmetic.h"
 #include "scr/tree/Operand.h"
+#include "scr/tree/StatementParts.h"
 #include "scr/tree/SwitchAutomaton.h"
+#include "scr/value/KeyHash.h"
 
 namespace SCR {
 
@@ -41,12 +44,165 @@ constexpr std::size_t labelBytesS = 80;
 // The usual computed selector.
 using SelectorPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongRemainder>;
 
+}  // namespace
+
+/// The bodies, and which of them runs into the next.
+class SwitchCase::Bodies : public InNodeMemory {
+public:
+    /// The number of a body, in the order of the text.
+    using Number = std::uint32_t;
+    static constexpr Number none = ~Number{0};
+
+    /// What a label leads to.
+    struct Target {
+        LongStep sum;  ///< everything that the body does, if that is data
+        Number body = none;
+
+        explicit Target(Number number = none) : body(number) {}
+    };
+
+    /// The body of the next label: the open one if it is still empty, otherwise a new one. Opens
+    /// it.
+    Number open() {
+        if (state_ != State::Labelled) {
+            if (state_ == State::Filled) bodies_.back().fallsThrough = true;
+            bodies_.push_back({std::make_unique<StatementList>(), StatementRun()});
+            state_ = State::Labelled;
+        }
+        return static_cast<Number>(bodies_.size() - 1);
+    }
+    bool add(Node* statement) {
+        state_ = State::Filled;
+        return bodies_.back().statements->addStatement(statement);
+    }
+    void endBody() { state_ = State::Closed; }
+    /// False when there is a default body already.
+    bool openDefault() {
+        if (default_ != none) return false;
+        default_ = open();
+        return true;
+    }
+    void close() {
+        for (Body& body : bodies_) {
+            body.statements->close();
+            body.run = StatementRun::of(*body.statements);
+        }
+    }
+    bool returnResult() const {
+        if (default_ == none) return false;
+        // From the last body to the first: a body returns a result if it does itself or falls
+        // through into one that does.
+        bool isNextReturning = false;
+        for (auto body = bodies_.rbegin(); body != bodies_.rend(); ++body) {
+            isNextReturning =
+                body->statements->returnsResult() || (body->fallsThrough && isNextReturning);
+            if (!isNextReturning) return false;
+        }
+        return true;
+    }
+
+    /// Sets what the body of `target` does, after the bodies are complete.
+    void complete(Target& target) const {
+        if (target.body == none || bodies_[target.body].fallsThrough) return;
+        target.sum = bodies_[target.body].run.sum();
+    }
+
+    std::int32_t run(const Target& target) const {
+        if (target.sum) {
+            target.sum.run();
+            return goOn;
+        }
+        return run(target.body);
+    }
+    /// Executes the body, and those that it falls through into; `none` means the default body.
+    std::int32_t run(Number number) const {
+        if (number == none) number = default_;
+        if (number == none) return goOn;
+        // Falling through is a loop, so that calls do not nest however many labels there are.
+        while (true) {
+            const Body& body = bodies_[number];
+            const std::int32_t code = body.run.execute();
+            if (code != goOn || !body.fallsThrough) return code;
+            ++number;
+        }
+    }
+
+private:
+    struct Body {
+        std::unique_ptr<StatementList> statements;
+        StatementRun run;
+        bool fallsThrough = false;  // into the next body
+    };
+
+    enum class State { Closed, Labelled, Filled };
+
+    State state_ = State::Closed;
+    std::vector<Body> bodies_;
+    Number default_ = none;
+};
+
+SwitchCase::SwitchCase() : bodies_(std::make_unique<Bodies>()) {}
+SwitchCase::~SwitchCase() = default;
+
+bool SwitchCase::addStatement(Node* statement) { return bodies_->add(statement); }
+
+void SwitchCase::close() { bodies_->close(); }
+
+bool SwitchCase::addBreak() {
+    bodies_->endBody();
+    return true;
+}
+
+bool SwitchCase::addDefault() {
+    return bodies_->openDefault() || SCR_YaccError(Messages::secondDefault);
+}
+
+bool SwitchCase::returnsResult() const { return bodies_->returnResult(); }
+
+// Long labels.
+
+class LongSwitchCase::Labels : public InNodeMemory {
+public:
+    using Number = Bodies::Number;
+
+    explicit Labels(const Bodies& bodies) : bodies_(bodies) {}
+
+    bool contains(long label) const { return labels_.contains(label); }
+    void add(long label, Number body) { labels_.emplace(label, body); }
+    void setUp();
+    void complete() {
+        for (Bodies::Target& target : table_) bodies_.complete(target);
+    }
+
+    /// Executes the body for the selector's value.
+    std::int32_t choose(long value) const {
+        const unsigned long index = static_cast<unsigned long>(value) - first_;
+        return index < table_.size() ? bodies_.run(table_[index]) : bodies_.run(find(value));
+    }
+
+private:
+    Number find(long value) const {
+        if (!table_.empty()) return Bodies::none;
+        const auto found = labels_.find(value);
+        return found != labels_.end() ? found->second : Bodies::none;
+    }
+
+    const Bodies& bodies_;
+    // The bodies of all labels, beginning with the first one, when the labels lie close together.
+    std::vector<Bodies::Target> table_;
+    unsigned long first_ = 0;
+    std::unordered_map<long, Number, NumberHash> labels_;
+};
+
+namespace {
+
 template <class Operand>
 class LongSwitchOn final : public LongSwitchCase {
 public:
-    explicit LongSwitchOn(Operand selector) : selector_(std::move(selector)) {}
+    explicit LongSwitchOn(Operand selector)
+        : LongSwitchCase(nullptr), selector_(std::move(selector)) {}
 
-    std::int32_t execute() override { return choose(selector_.value()); }
+    std::int32_t execute() override { return labels().choose(selector_.value()); }
 
 private:
     Operand selector_;
@@ -54,55 +210,9 @@ private:
 
 }  // namespace
 
-bool SwitchCase::addStatement(Node* statement) {
-    state_ = State::Filled;
-    return bodies_.back().statements->addStatement(statement);
-}
-
-void SwitchCase::close() {
-    for (Entry& body : bodies_) {
-        body.statements->close();
-        body.run = StatementRun::of(*body.statements);
-    }
-}
-
-void SwitchCase::complete(Choice& choice) const {
-    if (choice.body == noBody || bodies_[choice.body].fallsThrough) return;
-    choice.sum = bodies_[choice.body].run.sum();
-}
-
-bool SwitchCase::addBreak() {
-    state_ = State::Closed;
-    return true;
-}
-
-bool SwitchCase::addDefault() {
-    if (default_ != noBody) return SCR_YaccError(Messages::secondDefault);
-    default_ = openBody();
-    return true;
-}
-
-SwitchCase::Body SwitchCase::openBody() {
-    if (state_ != State::Labelled) {
-        if (state_ == State::Filled) bodies_.back().fallsThrough = true;
-        bodies_.push_back({std::make_unique<StatementList>(), StatementRun()});
-        state_ = State::Labelled;
-    }
-    return static_cast<Body>(bodies_.size() - 1);
-}
-
-bool SwitchCase::returnsResult() const {
-    if (default_ == noBody) return false;
-    // From the last body to the first: a body returns a result if it does itself or falls through
-    // into one that does.
-    bool isNextReturning = false;
-    for (auto body = bodies_.rbegin(); body != bodies_.rend(); ++body) {
-        isNextReturning =
-            body->statements->returnsResult() || (body->fallsThrough && isNextReturning);
-        if (!isNextReturning) return false;
-    }
-    return true;
-}
+LongSwitchCase::LongSwitchCase(LongNode* selector)
+    : selector_(selector), labels_(std::make_unique<Labels>(bodies())) {}
+LongSwitchCase::~LongSwitchCase() = default;
 
 std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> selector) {
     using Made = std::unique_ptr<LongSwitchCase>;
@@ -114,52 +224,114 @@ std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> s
     });
 }
 
-std::int32_t LongSwitchCase::execute() { return choose(selector_->result()); }
+std::int32_t LongSwitchCase::execute() { return labels_->choose(selector_->result()); }
 
 bool LongSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::Long);
     if (!label) return false;
     const long value = static_cast<LongNode&>(*label).result();
-    if (labels_.contains(value)) return SCR_YaccError(Messages::caseDefined(value));
+    if (labels_->contains(value)) return SCR_YaccError(Messages::caseDefined(value));
     chargeBuffer(labelBytesS);
-    labels_.emplace(value, openBody());
+    labels_->add(value, bodies().open());
     return true;
 }
 
 bool LongSwitchCase::finalSetup() {
-    if (labels_.empty()) return true;
+    labels_->setUp();
+    return true;
+}
+
+void LongSwitchCase::Labels::setUp() {
+    if (labels_.empty()) return;
     const auto [least, greatest] =
         std::minmax_element(labels_.begin(), labels_.end(),
                             [](const auto& a, const auto& b) { return a.first < b.first; });
     const unsigned long range =
         static_cast<unsigned long>(greatest->first) - static_cast<unsigned long>(least->first);
-    if (range / 4 > labels_.size()) return true;
-    chargeBuffer(blockBytes((range + 1) * sizeof(Choice)));
-    countWork((range + 1) * sizeof(Choice));
+    if (range / 4 > labels_.size()) return;
+    chargeBuffer(blockBytes((range + 1) * sizeof(Bodies::Target)));
+    countWork((range + 1) * sizeof(Bodies::Target));
     first_ = static_cast<unsigned long>(least->first);
     table_.resize(range + 1);
     for (const auto& [label, body] : labels_) {
-        table_[static_cast<unsigned long>(label) - first_] = Choice(body);
+        table_[static_cast<unsigned long>(label) - first_] = Bodies::Target(body);
     }
-    return true;
 }
 
 void LongSwitchCase::close() {
     SwitchCase::close();
-    for (Choice& choice : table_) complete(choice);
+    labels_->complete();
 }
+
+// String labels.
+
+class StringSwitchCase::Labels : public InNodeMemory {
+public:
+    using Number = Bodies::Number;
+
+    explicit Labels(const Bodies& bodies) : bodies_(bodies) {}
+
+    bool contains(const FND::String& label) const { return labels_.contains(label); }
+    void add(const FND::String& label, Number body) { labels_.emplace(label, body); }
+    void setUp();
+    void complete() {
+        for (Slot& slot : slots_) bodies_.complete(slot.target);
+    }
+
+    /// Executes what there is for the selector's value.
+    std::int32_t choose(const FND::String& value) const {
+        if (isLong(value.size())) [[unlikely]]
+            return bodies_.run(findLong(value));
+        return bodies_.run(find(value));
+    }
+
+private:
+    // A label's length and its first and last 8 bytes, which overlap in a shorter label. They
+    // identify a label of at most 16 bytes.
+    struct Ends {
+        bool operator==(const Ends&) const = default;
+
+        std::uint64_t first = 0;
+        std::uint64_t last = 0;
+        std::size_t size = 0;
+    };
+    struct Slot {
+        Ends ends;
+        Bodies::Target target;  // without a body in a free slot
+    };
+
+    Number findLong(const FND::String& value) const;
+    const Bodies::Target& find(const FND::String& value) const;
+    static Ends endsOf(const FND::String& text);
+    std::size_t slotOf(const FND::String& label, const Ends& ends) const;
+
+    const Bodies& bodies_;
+    std::unordered_map<FND::String, Number, KeyHash> labels_;
+
+    // The labels by their hash; a label whose slot is taken lies in the next free one. More than
+    // half of the slots are free; their number is a power of 2.
+    std::vector<Slot> slots_;
+    std::vector<const FND::String*> slotLabels_;  // by slot, keys of `labels_`
+    std::size_t lastSlot_ = 0;
+    int hashShift_ = 63;       // 64 minus the number of bits of a slot's number
+    std::size_t longest_ = 0;  // bytes of a label
+};
+
+StringSwitchCase::StringSwitchCase(StringNode* selector)
+    : selector_(selector), labels_(std::make_unique<Labels>(bodies())) {}
+StringSwitchCase::~StringSwitchCase() = default;
 
 bool StringSwitchCase::nextCase(ParserStack& stack) {
     const std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
     if (!label) return false;
     const FND::String& value = static_cast<StringNode&>(*label).result();
-    if (labels_.contains(value)) return SCR_YaccError(Messages::caseDefined(value));
+    if (labels_->contains(value)) return SCR_YaccError(Messages::caseDefined(value));
     chargeBuffer(labelBytesS + blockBytes(value.size() + 1));
-    labels_.emplace(value, openBody());
+    labels_->add(value, bodies().open());
     return true;
 }
 
-[[gnu::always_inline]] inline StringSwitchCase::Ends StringSwitchCase::endsOf(
+[[gnu::always_inline]] inline StringSwitchCase::Labels::Ends StringSwitchCase::Labels::endsOf(
     const FND::String& text) {
     const char* const data = text.data();
     const std::size_t size = text.size();
@@ -185,14 +357,20 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
 }
 
 // When there are few labels, they usually differ at their ends.
-inline std::size_t StringSwitchCase::placeOf(const FND::String& label, const Ends& ends) const {
+inline std::size_t StringSwitchCase::Labels::slotOf(const FND::String& label,
+                                                    const Ends& ends) const {
     constexpr std::size_t few = 64;
     if (lastSlot_ >= few) [[unlikely]]
         return keyHash(label);
-    return ((ends.first ^ std::rotl(ends.last, 23)) * 0x9e3779b97f4a7c15) >> placeShift_;
+    return ((ends.first ^ std::rotl(ends.last, 23)) * 0x9e3779b97f4a7c15) >> hashShift_;
 }
 
 bool StringSwitchCase::finalSetup() {
+    labels_->setUp();
+    return true;
+}
+
+void StringSwitchCase::Labels::setUp() {
     const std::size_t slots = std::bit_ceil(2 * labels_.size() + 2);
     // NOLINTNEXTLINE(bugprone-sizeof-expression): of pointers
     chargeBuffer(blockBytes(slots * sizeof(Slot)) + blockBytes(slots * sizeof slotLabels_[0]));
@@ -200,80 +378,87 @@ bool StringSwitchCase::finalSetup() {
     slots_.resize(slots);
     slotLabels_.resize(slots_.size());
     lastSlot_ = slots_.size() - 1;
-    placeShift_ = std::countl_zero(slots_.size()) + 1;
+    hashShift_ = std::countl_zero(slots_.size()) + 1;
     for (const auto& [label, body] : labels_) {
         longest_ = std::max(longest_, label.size());
         const Ends ends = endsOf(label);
-        std::size_t place = placeOf(label, ends);
-        while (slots_[place & lastSlot_].choice.body != noBody) ++place;
-        slots_[place & lastSlot_] = {ends, Choice(body)};
-        slotLabels_[place & lastSlot_] = &label;
+        std::size_t at = slotOf(label, ends);
+        while (slots_[at & lastSlot_].target.body != Bodies::none) ++at;
+        slots_[at & lastSlot_] = {ends, Bodies::Target(body)};
+        slotLabels_[at & lastSlot_] = &label;
     }
-    return true;
 }
 
 void StringSwitchCase::close() {
     SwitchCase::close();
-    for (Slot& slot : slots_) complete(slot.choice);
+    labels_->complete();
 }
 
-[[gnu::always_inline]] inline const SwitchCase::Choice& StringSwitchCase::select(
+[[gnu::always_inline]] inline const SwitchCase::Bodies::Target& StringSwitchCase::Labels::find(
     const FND::String& value) const {
     const Ends ends = endsOf(value);
-    for (std::size_t place = placeOf(value, ends);; ++place) {
-        const Slot& slot = slots_[place & lastSlot_];
+    for (std::size_t at = slotOf(value, ends);; ++at) {
+        const Slot& slot = slots_[at & lastSlot_];
         // A free slot has the ends of "".
-        if (slot.ends == ends && (ends.size <= 16 || *slotLabels_[place & lastSlot_] == value)) {
-            return slot.choice;
+        if (slot.ends == ends && (ends.size <= 16 || *slotLabels_[at & lastSlot_] == value)) {
+            return slot.target;
         }
-        if (slot.choice.body == noBody) return slot.choice;
+        if (slot.target.body == Bodies::none) return slot.target;
     }
 }
 
-SwitchCase::Body StringSwitchCase::selectLong(const FND::String& value) const {
+SwitchCase::Bodies::Number StringSwitchCase::Labels::findLong(const FND::String& value) const {
     countWork(value.size());
-    if (value.size() > longest_) return noBody;
+    if (value.size() > longest_) return Bodies::none;
     const auto found = labels_.find(value);
-    return found != labels_.end() ? found->second : noBody;
+    return found != labels_.end() ? found->second : Bodies::none;
 }
 
-std::int32_t StringSwitchCase::execute() {
-    const FND::String& value = selector_->result();
-    if (isLong(value.size())) [[unlikely]]
-        return run(selectLong(value));
-    return run(select(value));
-}
+std::int32_t StringSwitchCase::execute() { return labels_->choose(selector_->result()); }
+
+// Patterns as labels.
+
+class RegExprSwitchCase::Labels : public InNodeMemory {
+public:
+    using Number = Bodies::Number;
+
+    explicit Labels(std::size_t stateLimit)
+        : automaton_(std::make_shared<SwitchAutomaton>(stateLimit)) {}
+
+    bool add(std::unique_ptr<StringNode> label, Number body) {
+        const std::size_t number = automaton_->size();
+        automaton_->add(std::move(label), parsedLine());
+        bodies_.push_back(body);
+        return buildLater(automaton_, number);
+    }
+    bool setUp() { return buildLater(automaton_, SwitchAutomaton::finalStep); }
+
+    Number find(const FND::String& text) const {
+        const std::int32_t label =
+            isLong(text.size()) ? automaton_->firstOfLong(text) : automaton_->first(text);
+        return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : Bodies::none;
+    }
+
+private:
+    const std::shared_ptr<SwitchAutomaton> automaton_;
+    std::vector<Number> bodies_;  // by label
+};
 
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
-    : selector_(selector), automaton_(std::make_shared<SwitchAutomaton>(stateLimit)) {}
-
+    : selector_(selector), labels_(std::make_unique<Labels>(stateLimit)) {}
 RegExprSwitchCase::~RegExprSwitchCase() = default;
 
 bool RegExprSwitchCase::nextCase(ParserStack& stack) {
     std::unique_ptr<Node> label = popLabel(stack, TypeCode::String);
     if (!label) return false;
-    const std::size_t number = automaton_->size();
-    automaton_->add(std::unique_ptr<StringNode>(static_cast<StringNode*>(label.release())),
-                    parsedLine());
-    bodies_.push_back(openBody());
-    return buildLater(automaton_, number);
+    return labels_->add(std::unique_ptr<StringNode>(static_cast<StringNode*>(label.release())),
+                        bodies().open());
 }
 
-bool RegExprSwitchCase::finalSetup() { return buildLater(automaton_, SwitchAutomaton::finalStep); }
+bool RegExprSwitchCase::finalSetup() { return labels_->setUp(); }
 
-SwitchCase::Body RegExprSwitchCase::select() const {
-    const FND::String& text = selector_->result();
-    if (isLong(text.size())) [[unlikely]]
-        return selectLong(text);
-    const std::int32_t label = automaton_->first(text);
-    return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : noBody;
+std::int32_t RegExprSwitchCase::execute() {
+    return bodies().run(labels_->find(selector_->result()));
 }
-
-SwitchCase::Body RegExprSwitchCase::selectLong(const FND::String& text) const {
-    const std::int32_t label = automaton_->firstOfLong(text);
-    return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : noBody;
-}
-
-std::int32_t RegExprSwitchCase::execute() { return run(select()); }
 
 }  // namespace SCR

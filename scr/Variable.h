@@ -9,7 +9,6 @@
 #include "fnd/Identifier.h"
 #include "fnd/String.h"
 #include "scr/Node.h"
-#include "scr/NodeMemory.h"
 
 namespace SCR {
 

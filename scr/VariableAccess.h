@@ -2,7 +2,6 @@
 
 #include "fnd/Export.h"
 #include "scr/Types.h"
-#include "scr/run/Memory.h"
 
 namespace SCR {
 
@@ -13,7 +12,7 @@ public:
     explicit VariableAccess(typename Type::Variable* variable) : variable_(variable) {}
     typename Type::Argument result() override { return variable_->value(); }
     bool set(typename Type::Argument value) override {
-        store(variable_->value(), value);
+        variable_->value() = value;
         return true;
     }
     /// The variable behind the access; not owned.
@@ -36,6 +35,8 @@ public:
 class KESTREL_API StringVariableAccess final : public VariableAccess<StringType> {
 public:
     using VariableAccess::VariableAccess;
+    /// Charges the script with the room that the text takes.
+    bool set(const FND::String& value) override;
 };
 
 class KESTREL_API DateVariableAccess final : public VariableAccess<DateType> {

@@ -6,6 +6,7 @@
 #include "SmallStack.h"
 #include "scr/Array.h"
 #include "scr/Hash.h"
+#include "scr/value/Elements.h"
 #include "scr/value/KeyHash.h"
 
 namespace {
@@ -158,7 +159,7 @@ TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
     const std::size_t before = Allocations::bytesHeldCM;
     Array array(new SCR::BoolVariable(true));
     const auto value = [&](Array& of, unsigned long index) {
-        return of.existingValue<SCR::BoolVariable>(index);
+        return SCR::ArrayElements::findValue<SCR::BoolVariable>(of, index);
     };
     EXPECT_EQ(value(array, 0), nullptr);
     EXPECT_FALSE(array.make(size, size));
@@ -167,7 +168,7 @@ TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
         EXPECT_TRUE(*value(array, i));
         *value(array, i) = i % 3 == 0;
     }
-    EXPECT_EQ(array.existing<SCR::BoolVariable>(5), nullptr);
+    EXPECT_EQ(SCR::ArrayElements::find<SCR::BoolVariable>(array, 5), nullptr);
     EXPECT_LT(Allocations::bytesHeldCM - before, size + 16384);
 
     array.truncate(size - 5);
@@ -182,7 +183,7 @@ TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
         for (unsigned long i = 0; i < size - 5; ++i) ASSERT_EQ(*value(*each, i), i % 3 == 0) << i;
     }
     EXPECT_TRUE(*value(array, size - 5));
-    EXPECT_EQ(array.existing<SCR::BoolVariable>(7), array.at(7));
+    EXPECT_EQ(SCR::ArrayElements::find<SCR::BoolVariable>(array, 7), array.at(7));
     EXPECT_EQ(array.at(7)->dataType(), array.containerType());
     const std::unique_ptr<Variable> last(array.clone());
     EXPECT_EQ(*value(static_cast<Array&>(*last), 9), true);
@@ -253,7 +254,8 @@ TEST(Hash, DoesWhatAMapDoes) {
             for (unsigned left = number; left != 0; left /= 5) key += "a\0\x7F\x80\xFF"[left % 5];
             const auto known = map.find(key);
             ASSERT_EQ(hash.contains(key), known != map.end());
-            Variable* const there = hash.existing<LongVariable>(key, SCR::keyHash(key));
+            Variable* const there =
+                SCR::HashElements::find<LongVariable>(hash, key, SCR::keyHash(key));
             ASSERT_EQ(there, known != map.end() ? known->second : nullptr);
             switch (random() % 16) {
                 default:

@@ -4,11 +4,11 @@
 #include "Script.h"
 #include "scr/Array.h"
 #include "scr/CompareInterface.h"
+#include "scr/Constant.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/Constant.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "Grammar.h"
 #include "Test.h"
+#include "scr/Constant.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/Constant.h"
 
 namespace {
 

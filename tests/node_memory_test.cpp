@@ -1,10 +1,10 @@
-#include "scr/NodeMemory.h"
+#include "scr/run/NodeMemory.h"
 
 #include "Test.h"
 
 #include "Allocations.h"
+#include "scr/Constant.h"
 #include "scr/Interpreter.h"
-#include "scr/tree/Constant.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 #include "Test.h"
 #include "fsm/State.h"
 #include "scr/CompareInterface.h"
+#include "scr/Constant.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Function.h"
@@ -12,7 +13,6 @@
 #include "scr/VariableAccess.h"
 #include "scr/os/FileData.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/Constant.h"
 #include "scr/tree/FunctionCall.h"
 
 namespace {

@@ -177,7 +177,7 @@ private:
 };
 
 Node* makeElementUpdate(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
-    using ByKey = LongHashAccess<NamedContainer<Hash>, VariableOperand<StringType>>;
+    using ByKey = HashAccess<LongType, NamedContainer<Hash>, VariableOperand<StringType>>;
     using ByIndex = NamedElementAccess<LongType>;
     if constexpr (!SpecialisesNodes) return nullptr;
     if (Node* const node = ElementUpdate<ByKey, LongAddition>::make(target, value)) return node;
@@ -275,37 +275,44 @@ constexpr BuiltIn assignmentBuiltInsS[] = {
     {.number = 1,
      .signature = "Long Long=(out Long target, Long value)",
      .factory = Assignment<LongType>::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = "Assigns `value` to `target` and gives `value`.",
      .example = "Long n; (n = 5) == 5"},
     {.number = 2,
      .signature = "Adt Adt=(out Adt target, Adt value)",
      .factory = AdtAssignment::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = "Assigns a handle of an extension's data type and gives it; the name of the data "
                "type stays that of `target`.",
      .example = "Ebuf a; Ebuf b; a = b; true"},
     {.number = 3,
      .signature = "String String=(out String target, String value)",
      .factory = Assignment<StringType>::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = assignmentS,
      .example = R"(String s; (s = "x") == "x")"},
     {.number = 4,
      .signature = "Decimal Decimal=(out Decimal target, Decimal value)",
      .factory = Assignment<DecimalType>::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = assignmentS,
      .example = "Decimal d; (d = 1.5) == 1.5"},
     {.number = 5,
      .signature = "Date Date=(out Date target, Date value)",
      .factory = Assignment<DateType>::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = assignmentS,
      .example = "Date d; (d = MAX_DATE) == MAX_DATE"},
     {.number = 6,
      .signature = "Nexid Nexid=(out Nexid target, Nexid value)",
      .factory = Assignment<NexidType>::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = assignmentS,
      .example = "Nexid n; (n = INVALID_NEXID) == INVALID_NEXID"},
     {.number = 90,
      .signature = "Bool Bool=(out Bool target, Bool value)",
      .factory = Assignment<BoolType>::factory,
+     .facts = {.order = CallFacts::Order::Backward, .replaces = 0},
      .manual = assignmentS,
      .example = "Bool b; (b = true) == true"},
 };

@@ -32,7 +32,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     int count = 0;
     int required = -1;
     bool isVariadic = false;
-    bool isActive = builtIn.changesContainer;
+    bool isActive = false;
     int flags = 0;
     // Only words are left: markers, types each followed by the argument's name, and punctuation.
     bool isName = false;
@@ -53,7 +53,12 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
         } else if (word == "constant") {
             flags = TypeCode::ConstFlag;
         } else {
-            types[static_cast<std::size_t>(count++)] = typeCode(word) | flags;
+            const int code = typeCode(word);
+            const bool isContainer = code == TypeCode::Array || code == TypeCode::Hash;
+            const bool isChanged =
+                count == builtIn.facts.replaces || count == builtIn.facts.changes;
+            isActive = isActive || (isContainer && isChanged);
+            types[static_cast<std::size_t>(count++)] = code | flags;
             flags = 0;
             isName = true;
         }
@@ -62,9 +67,8 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     auto descriptor = std::make_unique<FctDescr>(
         name, returnType, required, isVariadic ? FctDescr::anyNumber : count, builtIn.factory,
         types[0], types[1], types[2], types[3], types[4], types[5], types[6], types[7], types[8]);
-    descriptor->isBuiltIn_ = true;
+    descriptor->facts_ = &builtIn.facts;
     descriptor->isActive(isActive);
-    descriptor->isChained(builtIn.isChained);
     descriptor->effects(builtIn.effects);
     return descriptor;
 }

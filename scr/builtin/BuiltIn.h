@@ -7,6 +7,7 @@
 #include "fnd/Export.h"
 #include "scr/Effect.h"
 #include "scr/FctDescr.h"
+#include "scr/call/CallFacts.h"
 
 namespace SCR {
 
@@ -20,10 +21,7 @@ struct BuiltIn {
     std::string_view signature;
     FctDescr::Factory factory = nullptr;
     Effect effects = Effect::None;
-    /// Whether it changes a container passed to it.
-    bool changesContainer = false;
-    /// Whether it is an operator that extends a chain; see `FctDescr`.
-    bool isChained = false;
+    CallFacts facts = {};
     /// The manual text: sentences in Markdown.
     std::string_view manual;
     /// A condition that holds, or statements; the tests run it.

@@ -1,169 +1,17 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
-#include "scr/Types.h"
 #include "scr/builtin/StringResult.h"
-#include "scr/os/FileData.h"
+#include "scr/call/OperandSlot.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/run/Memory.h"
-#include "scr/tree/ElementPlace.h"
-#include "scr/tree/Operand.h"
 
 namespace SCR {
-
-// Operand types of a built-in besides the value types of the language and the containers
-// `SCR::Array` and `SCR::Hash`.
-
-/// An argument that may be left out.
-template <class Type>
-struct Optional {};
-
-/// The type of the argument if it is given.
-template <class Operand>
-struct ValueOf {
-    using Type = Operand;
-};
-template <class Value>
-struct ValueOf<Optional<Value>> {
-    using Type = Value;
-};
-
-/// A variable that the built-in writes.
-template <class Type>
-struct Out {};
-
-/// A File variable.
-struct FileType {};
-
-/// The result type of a built-in without a value.
-struct VoidType {
-    using Node = VoidNode;
-};
-
-/// How a built-in node holds one operand. `Argument` is what `value` receives; `Held` keeps it
-/// while later operands are evaluated that may change what a reference refers to.
-template <class Type>
-struct OperandSlot {
-    using Node = typename Type::Node;
-    using Argument = typename Type::Argument;
-    using Held = HeldCopy<typename Type::Value>;
-
-    Argument evaluate() { return storage != nullptr ? *storage : node->result(); }
-    Held hold() { return Held(node->result()); }
-    static Argument argument(Held& held) { return held.value(); }
-
-    std::unique_ptr<Node> node;
-    const typename Type::Value* storage = nullptr;  // by `storageOf`
-};
-
-/// An argument left out is an empty optional, or a null pointer for types passed by reference.
-template <class Type>
-struct OperandSlot<Optional<Type>> {
-    using Node = typename Type::Node;
-    using Value = typename Type::Value;
-    using Argument = std::conditional_t<Type::byReference, const Value*, std::optional<Value>>;
-    using Held = std::optional<HeldCopy<Value>>;
-
-    Argument evaluate() {
-        if constexpr (Type::byReference) {
-            if (storage != nullptr) return storage;
-            return node ? &node->result() : nullptr;
-        } else {
-            if (storage != nullptr) return *storage;
-            return node ? Argument(node->result()) : std::nullopt;
-        }
-    }
-    Held hold() { return node ? Held(node->result()) : std::nullopt; }
-    static Argument argument(Held& held) {
-        if constexpr (Type::byReference) {
-            return held ? &held->value() : nullptr;
-        } else {
-            return held ? Argument(held->value()) : std::nullopt;
-        }
-    }
-
-    std::unique_ptr<Node> node;
-    const Value* storage = nullptr;  // by `storageOf`
-};
-
-template <class Type>
-struct OperandSlot<Out<Type>> {
-    using Node = typename Type::DataNode;
-    using Argument = Node&;
-    using Held = Node*;
-
-    Argument evaluate() { return *node; }
-    Held hold() { return node.get(); }
-    static Argument argument(Held& held) { return *held; }
-
-    std::unique_ptr<Node> node;
-};
-
-/// A null pointer when the argument is left out.
-template <class Type>
-struct OperandSlot<Optional<Out<Type>>> {
-    using Node = typename Type::DataNode;
-    using Argument = Node*;
-    using Held = Node*;
-
-    Argument evaluate() { return node.get(); }
-    Held hold() { return node.get(); }
-    static Argument argument(Held& held) { return held; }
-
-    std::unique_ptr<Node> node;
-};
-
-template <>
-struct OperandSlot<FileType> {
-    using Node = FileData;
-    using Argument = FileData&;
-    struct Held {
-        FileData* node;
-        PlaceTrail trail;
-    };
-
-    Argument evaluate() {
-        node->find();
-        return *node;
-    }
-    Held hold() {
-        Held held{node.get(), {}};
-        node->note(held.trail);
-        return held;
-    }
-    static Argument argument(Held& held) {
-        held.node->follow(held.trail);
-        return *held.node;
-    }
-
-    std::unique_ptr<Node> node;
-};
-
-/// Null when there is no container, as for an element under a negative index.
-template <class Container, class ContainerNode>
-struct ContainerSlot {
-    using Node = ContainerNode;
-    using Argument = Container*;
-    using Held = Container*;
-
-    Argument evaluate() { return node->result(); }
-    static Argument argument(Held& held) { return held; }
-
-    std::unique_ptr<Node> node;
-};
-
-template <>
-struct OperandSlot<Array> : ContainerSlot<Array, ArrayNode> {};
-
-template <>
-struct OperandSlot<Hash> : ContainerSlot<Hash, HashNode> {};
 
 template <class Derived, class Signature>
 class BuiltInNode;
@@ -283,11 +131,7 @@ private:
         if (index >= given) return;
         auto& slot = std::get<index>(slots_);
         if (index > 0 && stack.traits().isActive) holdsOperands_ = true;
-        slot.node = stack.pop<typename std::remove_reference_t<decltype(slot)>::Node>();
-        if constexpr (requires { slot.storage; }) {
-            using Operand = std::tuple_element_t<index, std::tuple<Operands...>>;
-            slot.storage = storageOf<typename ValueOf<Operand>::Type>(*slot.node);
-        }
+        slot.take(stack.pop<Node>());
     }
 
     Interpreter* interpreter_ = nullptr;  // not owned; outlives the node

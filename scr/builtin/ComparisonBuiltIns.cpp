@@ -1,15 +1,15 @@
 #include <algorithm>
 #include <compare>
 
-#include "scr/Statement.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/OperatorChain.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/ConditionNode.h"
+#include "scr/tree/Condition.h"
 #include "scr/tree/ElementAccess.h"
 #include "scr/tree/LongArithmetic.h"
 #include "scr/tree/Operand.h"
+#include "scr/tree/StatementParts.h"
 #include "scr/value/LongText.h"
 
 namespace SCR {
@@ -40,11 +40,12 @@ template <class Comparison>
 class IfComparison final : public IfStatement {
 public:
     IfComparison(Comparison& comparison, std::unique_ptr<BoolNode> condition)
-        : IfStatement(condition.release()), comparison_(comparison) {}
+        : IfStatement(condition.release(), branches_), comparison_(comparison) {}
 
-    std::int32_t execute() override { return choose(comparison_.holds()); }
+    std::int32_t execute() override { return branches_.choose(comparison_.holds()); }
 
 private:
+    Parts branches_;
     Comparison& comparison_;  // the condition
 };
 
@@ -257,103 +258,121 @@ constexpr BuiltIn comparisonBuiltInsS[] = {
     {.number = 65,
      .signature = "Bool Bool==(Bool left, Bool right)",
      .factory = Compare<BoolType>::factory<Equal>,
-     .isChained = true,
+     .facts = {.isChained = true},
      .manual = "Whether the operands are equal.",
      .example = "true == true"},
     {.number = 66,
      .signature = "Bool Bool!=(Bool left, Bool right)",
      .factory = Compare<BoolType>::factory<NotEqual>,
-     .isChained = true,
+     .facts = {.isChained = true},
      .manual = "Whether the operands differ.",
      .example = "true != false"},
     {.number = 67,
      .signature = "Bool String<(String left, String right)",
      .factory = Compare<StringType>::factory<Less>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("ab" < "abc")"},
     {.number = 68,
      .signature = "Bool String>(String left, String right)",
      .factory = Compare<StringType>::factory<Greater>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("b" > "abc")"},
     {.number = 69,
      .signature = "Bool String==(String left, String right)",
      .factory = Compare<StringType>::factory<Equal>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = "Whether the operands have the same bytes. `right` is evaluated first.",
      .example = R"("a" == "a")"},
     {.number = 70,
      .signature = "Bool String!=(String left, String right)",
      .factory = Compare<StringType>::factory<NotEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = "Whether the operands differ in any byte. `right` is evaluated first.",
      .example = R"("a" != "A")"},
     {.number = 71,
      .signature = "Bool String<=(String left, String right)",
      .factory = Compare<StringType>::factory<LessEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("a" <= "a")"},
     {.number = 72,
      .signature = "Bool String>=(String left, String right)",
      .factory = Compare<StringType>::factory<GreaterEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("a" >= "a")"},
     {.number = 73,
      .signature = "Bool Decimal<(Decimal left, Decimal right)",
      .factory = Compare<DecimalType>::factory<Less>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 < 1.75"},
     {.number = 74,
      .signature = "Bool Decimal>(Decimal left, Decimal right)",
      .factory = Compare<DecimalType>::factory<Greater>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "2 > 1.99"},
     {.number = 75,
      .signature = "Bool Decimal==(Decimal left, Decimal right)",
      .factory = Compare<DecimalType>::factory<Equal>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.50 == 1.5"},
     {.number = 76,
      .signature = "Bool Decimal!=(Decimal left, Decimal right)",
      .factory = Compare<DecimalType>::factory<NotEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 != 1.51"},
     {.number = 77,
      .signature = "Bool Decimal<=(Decimal left, Decimal right)",
      .factory = Compare<DecimalType>::factory<LessEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 <= 1.50"},
     {.number = 78,
      .signature = "Bool Decimal>=(Decimal left, Decimal right)",
      .factory = Compare<DecimalType>::factory<GreaterEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 >= 1.50"},
     {.number = 79,
      .signature = "Bool Date<(Date left, Date right)",
      .factory = Compare<DateType>::factory<Less>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MIN_DATE < MAX_DATE"},
     {.number = 80,
      .signature = "Bool Date>(Date left, Date right)",
      .factory = Compare<DateType>::factory<Greater>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE > MIN_DATE"},
     {.number = 81,
      .signature = "Bool Date==(Date left, Date right)",
      .factory = Compare<DateType>::factory<Equal>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE == MAX_DATE"},
     {.number = 82,
      .signature = "Bool Date!=(Date left, Date right)",
      .factory = Compare<DateType>::factory<NotEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE != MIN_DATE"},
     {.number = 83,
      .signature = "Bool Date<=(Date left, Date right)",
      .factory = Compare<DateType>::factory<LessEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MIN_DATE <= MAX_DATE"},
     {.number = 84,
      .signature = "Bool Date>=(Date left, Date right)",
      .factory = Compare<DateType>::factory<GreaterEqual>,
+     .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE >= MIN_DATE"},
     {.number = 86,
@@ -369,14 +388,14 @@ constexpr BuiltIn comparisonBuiltInsS[] = {
     {.number = 88,
      .signature = "Bool BoolAND(Bool left, Bool right)",
      .factory = BoolAND::factory,
-     .isChained = true,
+     .facts = {.order = CallFacts::Order::Lazy, .isChained = true},
      .manual = "The operators `and` and `AND`: `right` is evaluated only when `left` is true. "
                "`and` and `or` bind equally tight, from left to right.",
      .example = "true and true"},
     {.number = 89,
      .signature = "Bool BoolOR(Bool left, Bool right)",
      .factory = BoolOR::factory,
-     .isChained = true,
+     .facts = {.order = CallFacts::Order::Lazy, .isChained = true},
      .manual = "The operators `or` and `OR`: `right` is evaluated only when `left` is false. "
                "`and` and `or` bind equally tight, from left to right.",
      .example = "false or true"},

@@ -149,7 +149,7 @@ private:
     long store(Array& array, const std::vector<const FND::String*>& keys) {
         unsigned long count = 0;
         for (const FND::String* key : keys) {
-            auto* element = array.existing<StringVariable>(count);
+            auto* element = ArrayElements::find<StringVariable>(array, count);
             if (element == nullptr) {
                 element = static_cast<StringVariable*>(source_.make(array, count));
                 if (element == nullptr) break;
@@ -186,13 +186,13 @@ constexpr BuiltIn containerBuiltInsS[] = {
     {.number = 116,
      .signature = "Void arrayClear(Array array)",
      .factory = ArrayClear::factory,
-     .changesContainer = true,
+     .facts = {.replaces = 0},
      .manual = "Removes all elements.",
      .example = "Long a[]; a[4] = 1; arrayClear(a); arraySize(a) == 0"},
     {.number = 117,
      .signature = "Void hashClear(Hash hash)",
      .factory = HashClear::factory,
-     .changesContainer = true,
+     .facts = {.replaces = 0},
      .manual = "Removes all keys with their elements.",
      .example = R"(Long h{}; h{"a"} = 1; hashClear(h); hashContains(h, "a") == false)"},
     {.number = 118,
@@ -204,7 +204,7 @@ constexpr BuiltIn containerBuiltInsS[] = {
     {.number = 119,
      .signature = "Long hashKeys(Hash hash, Array keys)",
      .factory = HashKeys::factory,
-     .changesContainer = true,
+     .facts = {.replaces = 1},
      .manual = "Replaces the elements of `keys`, an array of Strings, by the keys of the hash in "
                "ascending order of their bytes and gives their number; -1 when there is no hash or "
                "no array, as under a negative index.",
@@ -213,7 +213,7 @@ hashKeys(h, k) == 2 and k[0] == "a" and k[1] == "b")"},
     {.number = 120,
      .signature = "Bool hashRemove(Hash hash, String key)",
      .factory = keyNode<HashRemove>,
-     .changesContainer = true,
+     .facts = {.changes = 0},
      .manual = "Removes the key with its element; false when the hash does not have it. `key` is "
                "evaluated first.",
      .example = R"(Long h{}; h{"a"} = 1; hashRemove(h, "a") and hashRemove(h, "a") == false)"},

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -201,11 +202,37 @@ struct DateAdd final
     }
 };
 
+// Which calls go by the local zone.
+
+bool addsHours(const ParserStack& /*stack*/, int count) {
+    constexpr int calendarArguments = 4;  // the date, years, months and days
+    return count > calendarArguments;
+}
+
+// Whether the last of two operands is a format that may hold one of `directives`.
+bool hasDirective(const ParserStack& stack, int count,
+                  std::initializer_list<const char*> directives) {
+    if (count < 2) return false;
+    const FND::String* const format = constantOf<StringType>(*stack.data(0));
+    return format == nullptr ||
+           std::any_of(directives.begin(), directives.end(), [&](const char* directive) {
+               return format->find(directive) != FND::String::npos;
+           });
+}
+
+bool showsZone(const ParserStack& stack, int count) { return hasDirective(stack, count, {"%L"}); }
+
+// "%L" stands for the directive of the zone's name.
+bool readsZone(const ParserStack& stack, int count) {
+    return hasDirective(stack, count, {"%L", "%Z"});
+}
+
 constexpr BuiltIn dateBuiltInsS[] = {
     {.number = 48,
      .signature = "String dateToStr(Date date, [String format])",
      .factory = DateToStr::factory,
      .effects = Effect::LocalZone,
+     .facts = {.goesByZone = showsZone},
      .manual =
          "`date` as text: \"YYYY-MM-DD HH:MM:SS\" in UTC, or `format` with its directives filled "
          "in; \"INVALID\" for the invalid date. Without \"%L\" in `format` the clock is that of "
@@ -237,6 +264,7 @@ constexpr BuiltIn dateBuiltInsS[] = {
      .signature = "Date strToDate(String text, [String format])",
      .factory = StrToDate::factory,
      .effects = Effect::LocalZone,
+     .facts = {.goesByZone = readsZone},
      .manual =
          "The date that `text` names, wholly and to its end; otherwise the invalid date, also when "
          "a day does not exist (31 June) or a field is out of its range. Without `format` the text "
@@ -269,6 +297,7 @@ constexpr BuiltIn dateBuiltInsS[] = {
                   "Long minutes, Long seconds])",
      .factory = DateAdd::factory,
      .effects = Effect::LocalZone,
+     .facts = {.goesByZone = addsHours},
      .manual =
          "`date` moved by the amounts given, forwards or, when negative, backwards. Years, months "
          "and days are added one after the other by the calendar of UTC; a day that the month "

@@ -184,6 +184,7 @@ constexpr BuiltIn fileBuiltInsS[] = {
      .signature = "Bool fileOpen(File file, String name, String mode)",
      .factory = FileOpen::factory,
      .effects = Effect::ReadsFiles | Effect::WritesFiles,
+     .facts = {.replaces = 0},
      .manual =
          "Closes `file` if it is open, then opens the file `name`; true when that succeeds. "
          "`mode` is \"r\" to read, \"w\" to write a new or emptied file, \"a\" to append, \"r+\" "

@@ -8,6 +8,7 @@
 #include "scr/Types.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/Memory.h"
+#include "scr/run/NodeMemory.h"
 #include "scr/run/Work.h"
 #include "scr/tree/Operand.h"
 

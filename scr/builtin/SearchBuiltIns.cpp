@@ -215,7 +215,7 @@ private:
 
     // The string of an element; null when the element cannot be made.
     FND::String* element(Array& array, unsigned long index) {
-        auto* variable = array.existing<StringVariable>(index);
+        auto* variable = ArrayElements::find<StringVariable>(array, index);
         if (variable == nullptr) {
             variable = static_cast<StringVariable*>(elements_.make(array, index));
         }
@@ -263,7 +263,7 @@ constexpr BuiltIn searchBuiltInsS[] = {
     {.number = 57,
      .signature = "Long strSplit(Array fields, String text, String separator)",
      .factory = StrSplit::factory,
-     .changesContainer = true,
+     .facts = {.replaces = 0},
      .manual =
          "Splits `text` at every byte that is the first one of `separator` (a comma when that is "
          "empty) and makes the fields the elements of `fields`, an array of Strings, in place of "

@@ -5,6 +5,7 @@
 #include "scr/os/FileData.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/tree/FunctionCall.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -20,38 +21,18 @@ bool pushNested(const Interpreter& interpreter, ParserStack& stack, std::unique_
 
 bool hasClassOfType(const Node& node, int typeWord) {
     const bool isLeft = Node::isLeft(typeWord);
-    const auto is = [&]<class Plain, class Data = Plain>() {
-        return isLeft ? dynamic_cast<const Data*>(&node) != nullptr
-                      : dynamic_cast<const Plain*>(&node) != nullptr;
-    };
-    switch (Node::baseType(typeWord)) {
-        case TypeCode::EdrAlias:
-        case TypeCode::String:
-            return is.operator()<StringNode, StringDataNode>();
-        case TypeCode::Bool:
-            return is.operator()<BoolNode, BoolDataNode>();
-        case TypeCode::Decimal:
-            return is.operator()<DecimalNode, DecimalDataNode>();
-        case TypeCode::Long:
-            return is.operator()<LongNode, LongDataNode>();
-        case TypeCode::Date:
-            return is.operator()<DateNode, DateDataNode>();
-        case TypeCode::Nexid:
-            return is.operator()<NexidNode, NexidDataNode>();
-        case TypeCode::Adt:
-            // A call of a script's function gives a handle as a plain Long.
-            return is.operator()<AdtNode, AdtDataNode>() || (!isLeft && is.operator()<LongNode>());
-        case TypeCode::Array:
-            return is.operator()<ArrayNode>();
-        case TypeCode::Hash:
-            return is.operator()<HashNode>();
-        case TypeCode::File:
-            return is.operator()<FileData>();
-        case TypeCode::Function:
-            return is.operator()<FctCallNode>();
-        default:
-            return true;  // its type is never used
-    }
+    int code = Node::baseType(typeWord);
+    // The name of a field is a text.
+    if (code == TypeCode::EdrAlias) code = TypeCode::String;
+    if (code == TypeCode::Function) return dynamic_cast<const FctCallNode*>(&node) != nullptr;
+    // A call of a script's function gives a handle as a plain Long.
+    const bool isHandle = code == TypeCode::Adt && !isLeft;
+    if (isHandle && dynamic_cast<const LongNode*>(&node) != nullptr) return true;
+    const bool isWrong = withType(StorageTypes(), code, [&]<class Type>(Type) {
+        return isLeft ? dynamic_cast<const typename Type::DataNode*>(&node) == nullptr
+                      : dynamic_cast<const typename Type::Node*>(&node) == nullptr;
+    });
+    return !isWrong;  // any other type is never used
 }
 
 ErrorWatch::ErrorWatch(const Interpreter& interpreter)

@@ -2,19 +2,15 @@
 
 #include "scr/FctDescr.h"
 #include "scr/Node.h"
+#include "scr/call/CallFacts.h"
 
 namespace SCR {
 
 Change changeOf(const FctDescr& function, int index) {
-    const FND::String& name = function.name();
+    const CallFacts& facts = function.facts();
+    if (index == facts.replaces) return Change::Whole;
+    if (index == facts.changes) return Change::Part;
     const int type = function.argType(index);
-    if (index == 0 && (name.ends_with("=") && Node::isLeft(type))) return Change::Whole;
-    if (index == 0 &&
-        (name == "arrayClear" || name == "hashClear" || name == "strSplit" || name == "fileOpen")) {
-        return Change::Whole;
-    }
-    if (index == 1 && name == "hashKeys") return Change::Whole;
-    if (name == "hashRemove" && index == 0) return Change::Part;
     if (Node::isLeft(type)) return Change::Part;
     return Node::baseType(type) == TypeCode::File ? Change::Part : Change::None;
 }

@@ -5,11 +5,10 @@
 
 #include "scr/FctDescr.h"
 #include "scr/Node.h"
-#include "scr/Types.h"
+#include "scr/call/CallFacts.h"
 #include "scr/check/Change.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/Operand.h"
 
 namespace SCR {
 
@@ -34,26 +33,6 @@ const char* troubleOf(Effect effects) {
         return "waits, which orders nothing between machines";
     }
     return nullptr;
-}
-
-// Whether this call of a date function, with the `count` topmost operands of `stack`, depends on
-// the local zone.
-bool asksForZone(const FctDescr& function, const ParserStack& stack, int count) {
-    const FND::String& name = function.name();
-    if (name == "dateAdd") {
-        constexpr int calendarArguments = 4;  // the date, years, months and days
-        return count > calendarArguments;
-    }
-    const bool isReading = name == "strToDate";
-    if (!isReading && name != "dateToStr") return true;
-    if (count < 2) return false;
-    const FND::String* const format = constantOf<StringType>(*stack.data(0));
-    if (format == nullptr) return true;
-    // A text that is read may also name the zone by the directive that "%L" stands for.
-    const auto holds = [&](const char* directive) {
-        return format->find(directive) != FND::String::npos;
-    };
-    return holds("%L") || (isReading && holds("%Z"));
 }
 
 }  // namespace
@@ -113,7 +92,8 @@ void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int 
         callFunction(*callee->second);
     } else {
         Effect effects = function.effects();
-        if (isZoneFixed_ || !asksForZone(function, stack, count)) {
+        const auto goesByZone = function.facts().goesByZone;
+        if (isZoneFixed_ || (goesByZone != nullptr && !goesByZone(stack, count))) {
             effects = without(effects, Effect::LocalZone);
         }
         addEffects(function, effects, calls_.empty() ? name_ : calls_.back());
@@ -125,7 +105,7 @@ void FlowAnalysis::addEffects(const FctDescr& function, Effect effects, const Pl
     if (trouble == nullptr) return;
     // Opening the file was reported; that covers what is done with it afterwards.
     const bool hasFile = Node::baseType(function.argType(0)) == TypeCode::File;
-    if (hasFile && function.name() != "fileOpen") return;
+    if (hasFile && function.facts().replaces != 0) return;
     unit_->effects.push_back({place, function.name() + " " + trouble});
 }
 

@@ -5,6 +5,7 @@
 
 #include "scr/FctDescr.h"
 #include "scr/Function.h"
+#include "scr/call/CallFacts.h"
 #include "scr/check/Change.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
@@ -33,16 +34,7 @@ FND::String constantText(const Node& node) {
 }
 
 bool isAssignment(const FctDescr& function) {
-    return function.name().ends_with('=') && Node::isLeft(function.argType(0));
-}
-
-// Whether an operator evaluates its right operand before the left one, as an assignment does.
-bool goesBackward(const FctDescr& function) {
-    const FND::String& name = function.name();
-    if (name.ends_with('/') || name.ends_with('%') || isAssignment(function)) return true;
-    if (!name.ends_with('<') && !name.ends_with('>') && !name.ends_with('=')) return false;
-    const int type = Node::baseType(function.argType(0));
-    return type == TypeCode::String || type == TypeCode::Decimal || type == TypeCode::Date;
+    return function.facts().replaces == 0 && Node::isLeft(function.argType(0));
 }
 
 }  // namespace
@@ -161,13 +153,13 @@ ScriptRecorder::Sequence ScriptRecorder::builtIn(const FctDescr& function,
                            (!argument->isElement || isAssignment(function));
         append(sequence, isSet ? argument->events : valueOf(argument));
     };
-    const FND::String& name = function.name();
-    if (name == "BoolAND" || name == "BoolOR") {
+    const CallFacts::Order order = function.facts().order;
+    if (order == CallFacts::Order::Lazy) {
         evaluate(0);
         append(sequence, event(Event::OpenMaybe));
         evaluate(1);
         append(sequence, event(Event::CloseMaybe));
-    } else if (arguments.size() == 2 && goesBackward(function)) {
+    } else if (order == CallFacts::Order::Backward) {
         evaluate(1);
         evaluate(0);
     } else {

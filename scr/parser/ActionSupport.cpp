@@ -16,7 +16,9 @@
 #include "scr/parser/ParseState.h"
 #include "scr/run/PlaceTable.h"
 #include "scr/tree/FunctionCall.h"
+#include "scr/tree/Operand.h"
 #include "scr/value/ElementClass.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -76,32 +78,14 @@ bool bindOperator(const FctDescr& descriptor, int count) {
 
 std::unique_ptr<Node> accessNode(Variable* variable) {
     if (!hasClassOfType(*variable)) return nullptr;
-    switch (Node::baseType(variable->dataType())) {
-        case TypeCode::Long:
-            return std::make_unique<LongVariableAccess>(static_cast<LongVariable*>(variable));
-        case TypeCode::Decimal:
-            return std::make_unique<DecimalVariableAccess>(static_cast<DecimalVariable*>(variable));
-        case TypeCode::String:
-            return std::make_unique<StringVariableAccess>(static_cast<StringVariable*>(variable));
-        case TypeCode::Date:
-            return std::make_unique<DateVariableAccess>(static_cast<DateVariable*>(variable));
-        case TypeCode::Bool:
-            return std::make_unique<BoolVariableAccess>(static_cast<BoolVariable*>(variable));
-        case TypeCode::Nexid:
-            return std::make_unique<NexidVariableAccess>(static_cast<NexidVariable*>(variable));
-        case TypeCode::Adt:
-            return std::make_unique<AdtVariableAccess>(static_cast<AdtVariable*>(variable));
-        case TypeCode::Array:
-            return std::make_unique<ArrayVariableAccess>(static_cast<Array*>(variable));
-        case TypeCode::Hash:
-            return std::make_unique<HashVariableAccess>(static_cast<Hash*>(variable));
-        case TypeCode::File:
-            return std::make_unique<FileData>(static_cast<FileVariable*>(variable));
-        case TypeCode::Function:
-            return std::make_unique<FctCallNode>(static_cast<const FctDescr*>(variable));
-        default:
-            return nullptr;
+    if (Node::baseType(variable->dataType()) == TypeCode::Function) {
+        return std::make_unique<FctCallNode>(static_cast<const FctDescr*>(variable));
     }
+    return withType(StorageTypes(), variable->dataType(),
+                    [&]<class Type>(Type) -> std::unique_ptr<Node> {
+                        return std::make_unique<typename LeafNodes<Type>::Access>(
+                            static_cast<typename Type::Variable*>(variable));
+                    });
 }
 
 }  // namespace SCR

@@ -10,6 +10,7 @@
 #include "scr/parser/ParseState.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/FunctionCall.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -28,26 +29,8 @@ using MakeCall = std::unique_ptr<Node> (*)(Bindings, RunControl&, Function*);
 
 // The factory of the call of a function with the given return type, or null.
 MakeCall callMaker(int returnType) {
-    switch (returnType) {
-        case TypeCode::Void:
-            return makeCall<VoidFunctionCall>;
-        case TypeCode::String:
-            return makeCall<StringFunctionCall>;
-        case TypeCode::Long:
-            return makeCall<LongFunctionCall>;
-        case TypeCode::Adt:
-            return makeCall<AdtFunctionCall>;
-        case TypeCode::Decimal:
-            return makeCall<DecimalFunctionCall>;
-        case TypeCode::Date:
-            return makeCall<DateFunctionCall>;
-        case TypeCode::Bool:
-            return makeCall<BoolFunctionCall>;
-        case TypeCode::Nexid:
-            return makeCall<NexidFunctionCall>;
-        default:
-            return nullptr;
-    }
+    return withType(ResultTypes(), returnType,
+                    []<class Type>(Type) -> MakeCall { return makeCall<TypedFunctionCall<Type>>; });
 }
 
 // An argument on its way from the parser stack into the assignment to its parameter.

@@ -3,7 +3,6 @@
 #include "scr/Function.h"
 #include "scr/Hash.h"
 #include "scr/Interpreter.h"
-#include "scr/Types.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ActionSupport.h"
@@ -11,6 +10,7 @@
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -18,19 +18,17 @@ namespace {
 
 // A variable of the declarable type `name`, or null.
 std::unique_ptr<Variable> makeVariable(std::string_view name) {
-    if (name == "Long") return std::make_unique<LongVariable>();
-    if (name == "String") return std::make_unique<StringVariable>();
-    if (name == "Decimal") return std::make_unique<DecimalVariable>();
-    if (name == "Bool") return std::make_unique<BoolVariable>();
-    if (name == "Date") return std::make_unique<DateVariable>();
-    if (name == "File") return std::make_unique<FileVariable>();
-    if (name == "Nexid") return std::make_unique<NexidVariable>();
     if (name == "Nxid" || name == "Ebuf" || name == "Flist" || name == "Iterator") {
         auto variable = std::make_unique<AdtVariable>();
         variable->subType(FND::String(name));
         return variable;
     }
-    return nullptr;
+    using Declarable =
+        TypeList<LongType, StringType, DecimalType, BoolType, DateType, FileType, NexidType>;
+    return withType(Declarable(), Node::typeIdForName(FND::String(name)),
+                    []<class Type>(Type) -> std::unique_ptr<Variable> {
+                        return std::make_unique<typename Type::Variable>();
+                    });
 }
 
 // Declares `variable` in the innermost block; or reports, in the words of `taken`, that the name is
@@ -53,18 +51,9 @@ using MakeConstant = std::unique_ptr<Variable> (*)(Node&);
 
 // The maker of constants of the type `code`; null when there are no constants of this type.
 MakeConstant constantMaker(int code) {
-    switch (code) {
-        case TypeCode::String:
-            return constantOf<StringType>;
-        case TypeCode::Decimal:
-            return constantOf<DecimalType>;
-        case TypeCode::Bool:
-            return constantOf<BoolType>;
-        case TypeCode::Long:
-            return constantOf<LongType>;
-        default:
-            return nullptr;
-    }
+    using Declarable = TypeList<StringType, DecimalType, BoolType, LongType>;
+    return withType(Declarable(), code,
+                    []<class Type>(Type) -> MakeConstant { return constantOf<Type>; });
 }
 
 }  // namespace

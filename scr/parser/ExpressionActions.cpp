@@ -2,6 +2,7 @@
 #include <array>
 #include <charconv>
 
+#include "scr/Constant.h"
 #include "scr/ContainerAccess.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
@@ -13,7 +14,6 @@
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
-#include "scr/tree/Constant.h"
 
 namespace SCR {
 
@@ -193,21 +193,19 @@ bool SCR_negation() {
 bool SCR_constNegation() {
     const int type = stackG->popType();
     const auto operand = stackG->pop<Node>();
-    switch (Node::baseType(type)) {
-        case TypeCode::Long: {
-            const long value = static_cast<LongNode&>(*operand).result();
-            const long negated = static_cast<long>(0UL - static_cast<unsigned long>(value));
-            pushConstant(std::make_unique<LongConstant>(negated), TypeCode::Long);
-            return true;
-        }
-        case TypeCode::Decimal:
-            pushConstant(
-                std::make_unique<DecimalConstant>(-static_cast<DecimalNode&>(*operand).result()),
-                TypeCode::Decimal);
-            return true;
-        default:
-            return SCR_YaccError(Messages::cannotNegate(type));
+    if (Node::baseType(type) == TypeCode::Long) {
+        const long value = static_cast<LongNode&>(*operand).result();
+        const long negated = static_cast<long>(0UL - static_cast<unsigned long>(value));
+        pushConstant(std::make_unique<LongConstant>(negated), TypeCode::Long);
+        return true;
     }
+    if (Node::baseType(type) == TypeCode::Decimal) {
+        pushConstant(
+            std::make_unique<DecimalConstant>(-static_cast<DecimalNode&>(*operand).result()),
+            TypeCode::Decimal);
+        return true;
+    }
+    return SCR_YaccError(Messages::cannotNegate(type));
 }
 
 bool SCR_arrayAccess() {

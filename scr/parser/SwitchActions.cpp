@@ -24,16 +24,13 @@ bool SCR_switchStatement() {
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
     const int type = stackG->popType();
     std::unique_ptr<SwitchCase> statement;
-    switch (Node::baseType(type)) {
-        case TypeCode::Long:
-            statement = LongSwitchCase::make(stackG->pop<LongNode>());
-            break;
-        case TypeCode::String:
-            statement = makeOwner<StringSwitchCase>(stackG->pop<StringNode>());
-            break;
-        default:
-            stackG->pop<Node>();
-            return SCR_YaccError(Messages::switchType(type));
+    if (Node::baseType(type) == TypeCode::Long) {
+        statement = LongSwitchCase::make(stackG->pop<LongNode>());
+    } else if (Node::baseType(type) == TypeCode::String) {
+        statement = makeOwner<StringSwitchCase>(stackG->pop<StringNode>());
+    } else {
+        stackG->pop<Node>();
+        return SCR_YaccError(Messages::switchType(type));
     }
     return openBlock(std::move(statement), Messages::switchNotPushed);
 }

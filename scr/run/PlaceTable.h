@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/NodeMemory.h"
+#include "scr/run/NodeMemory.h"
 
 namespace SCR {
 
@@ -15,7 +15,7 @@ class Node;
 /// The places of the statements, calls and loops of a compiled tree in the script's text. It is
 /// separate from the tree, so that nodes carry no extra data and a run pays nothing. It is filled
 /// during a compile and only read afterwards.
-class KESTREL_API PlaceTable {
+class PlaceTable {
 public:
     struct Place {
         const Node* node;

@@ -2,8 +2,8 @@
 
 #include <typeinfo>
 
-#include "scr/Statement.h"
 #include "scr/tree/Operand.h"
+#include "scr/tree/StatementParts.h"
 
 namespace SCR {
 
@@ -15,15 +15,15 @@ StatementRun StatementRun::of(Node& statement) {
     StatementRun run(&statement);
     if constexpr (SpecialisesNodes) {
         while (typeid(*run.node_) == typeid(StatementList)) {
-            const auto& block = static_cast<const StatementList&>(*run.node_);
-            const std::size_t count = block.statements().size();
+            const auto& block = static_cast<const StatementList&>(*run.node_).parts();
+            const std::size_t count = block.statements.size();
             if (count > 0 && !block.isShort()) return run;
             if (count != 1) {
-                run.steps_ = block.steps();
+                run.steps_ = block.stepRange();
                 run.node_ = nullptr;
                 return run;
             }
-            run.node_ = block.statements().front().get();
+            run.node_ = block.statements.front().get();
             run.isInBlock_ = true;
         }
         run.sum_ = longStepOf(*run.node_);

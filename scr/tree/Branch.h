@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "fnd/Export.h"
 #include "scr/Node.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/LongStep.h"
@@ -10,7 +9,7 @@
 namespace SCR {
 
 /// How a statement is run: as data, or by a call of its node, which somebody else owns.
-struct KESTREL_API Step {
+struct Step {
     Node* node = nullptr;
     LongStep sum;
 
@@ -56,7 +55,7 @@ private:
 
 /// How a statement is run, which somebody else owns: as data, as the steps of the block that it is,
 /// or by a call of its node.
-class KESTREL_API StatementRun {
+class StatementRun {
 public:
     /// Without a statement: does nothing.
     StatementRun() = default;
@@ -104,7 +103,7 @@ private:
 };
 
 /// A statement inside another one, which owns and runs it.
-class KESTREL_API Branch {
+class Branch {
 public:
     /// Takes ownership of `statement`.
     void reset(Node* statement);

@@ -13,7 +13,9 @@
 #include "scr/run/Memory.h"
 #include "scr/tree/ElementPlace.h"
 #include "scr/tree/Operand.h"
+#include "scr/value/Elements.h"
 #include "scr/value/KeyHash.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -71,7 +73,7 @@ public:
     /// Makes the element and returns its value.
     template <class V>
     [[gnu::noinline]] auto* makeValue(Array& array, unsigned long index) {
-        return makeOnly(array, index) ? array.existingValue<V>(index) : nullptr;
+        return makeOnly(array, index) ? ArrayElements::findValue<V>(array, index) : nullptr;
     }
     Variable* make(Hash& hash, const FND::String& key);
 
@@ -134,15 +136,15 @@ private:
     V* elementAt(Place place) {
         if (looksFirst && place.array == nullptr) [[unlikely]]
             return nullptr;
-        if (V* const element = place.array->template existing<V>(place.index)) [[likely]]
+        if (V* const element = ArrayElements::find<V>(*place.array, place.index)) [[likely]]
             return element;
         return static_cast<V*>(source_.make(*place.array, place.index));
     }
     auto* valueAt(Place place) {
-        using Found = decltype(place.array->template existingValue<V>(place.index));
+        using Found = decltype(ArrayElements::findValue<V>(*place.array, place.index));
         if (looksFirst && place.array == nullptr) [[unlikely]]
             return Found(nullptr);
-        if (const Found value = place.array->template existingValue<V>(place.index)) [[likely]]
+        if (const Found value = ArrayElements::findValue<V>(*place.array, place.index)) [[likely]]
             return value;
         return Found(source_.template makeValue<V>(*place.array, place.index));
     }
@@ -223,7 +225,7 @@ private:
         if (hash == nullptr) [[unlikely]]
             return nullptr;
         countString(key.size());
-        if (V* const element = hash->template existing<V>(key, hasher_.hash(key))) [[likely]] {
+        if (V* const element = HashElements::find<V>(*hash, key, hasher_.hash(key))) [[likely]] {
             return element;
         }
         return static_cast<V*>(source_.make(*hash, key));
@@ -354,48 +356,34 @@ private:
     Element element_;
 };
 
-// The accesses by name, for each kind of container and of index or key.
+/// The class of the accesses to elements of the type `Type` that `Element` finds.
+template <class Type, class Element>
+struct AccessTo {
+    using Class = ElementAccess<Type, Element>;
+};
+template <class Element>
+struct AccessTo<AdtType, Element> {
+    using Class = AdtElementAccess<Element>;
+};
+template <class Element>
+struct AccessTo<FileType, Element> {
+    using Class = FileElementAccess<Element>;
+};
+template <class Element>
+struct AccessTo<ArrayType, Element> {
+    using Class = ContainerElementAccess<ArrayNode, Array, Element>;
+};
+template <class Element>
+struct AccessTo<HashType, Element> {
+    using Class = ContainerElementAccess<HashNode, Hash, Element>;
+};
 
-template <class... Operands>
-using LongArrayAccess = ElementAccess<LongType, ArrayElement<LongVariable, Operands...>>;
-template <class... Operands>
-using DecimalArrayAccess = ElementAccess<DecimalType, ArrayElement<DecimalVariable, Operands...>>;
-template <class... Operands>
-using StringArrayAccess = ElementAccess<StringType, ArrayElement<StringVariable, Operands...>>;
-template <class... Operands>
-using DateArrayAccess = ElementAccess<DateType, ArrayElement<DateVariable, Operands...>>;
-template <class... Operands>
-using BoolArrayAccess = ElementAccess<BoolType, ArrayElement<BoolVariable, Operands...>>;
-template <class... Operands>
-using NexidArrayAccess = ElementAccess<NexidType, ArrayElement<NexidVariable, Operands...>>;
-template <class... Operands>
-using AdtArrayAccess = AdtElementAccess<ArrayElement<AdtVariable, Operands...>>;
-template <class... Operands>
-using FileArrayAccess = FileElementAccess<ArrayElement<FileVariable, Operands...>>;
-template <class... Operands>
-using ArrayArrayAccess = ContainerElementAccess<ArrayNode, Array, ArrayElement<Array, Operands...>>;
-template <class... Operands>
-using HashArrayAccess = ContainerElementAccess<HashNode, Hash, ArrayElement<Hash, Operands...>>;
-
-template <class... Operands>
-using LongHashAccess = ElementAccess<LongType, HashElement<LongVariable, Operands...>>;
-template <class... Operands>
-using DecimalHashAccess = ElementAccess<DecimalType, HashElement<DecimalVariable, Operands...>>;
-template <class... Operands>
-using StringHashAccess = ElementAccess<StringType, HashElement<StringVariable, Operands...>>;
-template <class... Operands>
-using DateHashAccess = ElementAccess<DateType, HashElement<DateVariable, Operands...>>;
-template <class... Operands>
-using BoolHashAccess = ElementAccess<BoolType, HashElement<BoolVariable, Operands...>>;
-template <class... Operands>
-using NexidHashAccess = ElementAccess<NexidType, HashElement<NexidVariable, Operands...>>;
-template <class... Operands>
-using AdtHashAccess = AdtElementAccess<HashElement<AdtVariable, Operands...>>;
-template <class... Operands>
-using FileHashAccess = FileElementAccess<HashElement<FileVariable, Operands...>>;
-template <class... Operands>
-using ArrayHashAccess = ContainerElementAccess<ArrayNode, Array, HashElement<Array, Operands...>>;
-template <class... Operands>
-using HashHashAccess = ContainerElementAccess<HashNode, Hash, HashElement<Hash, Operands...>>;
+/// The same for elements of an array or of a hash, found by operands of these kinds.
+template <class Type, class... Operands>
+using ArrayAccess =
+    typename AccessTo<Type, ArrayElement<typename Type::Variable, Operands...>>::Class;
+template <class Type, class... Operands>
+using HashAccess =
+    typename AccessTo<Type, HashElement<typename Type::Variable, Operands...>>::Class;
 
 }  // namespace SCR

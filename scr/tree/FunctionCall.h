@@ -2,13 +2,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
-#include "fnd/Export.h"
 #include "scr/Function.h"
-#include "scr/Types.h"
 #include "scr/run/RunControl.h"
-#include "scr/tree/Branch.h"
+#include "scr/tree/StatementParts.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -16,7 +16,7 @@ class FctDescr;
 
 /// The common part of all calls of user functions: it assigns the arguments to the parameters and
 /// runs the function.
-class KESTREL_API FunctionCall {
+class FunctionCall {
 public:
     /// One assignment node per parameter, in the order of the parameters.
     using Bindings = NodeList;
@@ -33,7 +33,7 @@ protected:
     /// Binds the arguments and executes the function; true when a return ran.
     bool call(const Node* place) {
         enter(place);
-        const bool hasReturned = function_->run() == Node::returned;
+        const bool hasReturned = function_->parts().run() == Node::returned;
         leave();
         return hasReturned;
     }
@@ -74,11 +74,15 @@ private:
     RunControl* const control_;
 };
 
+/// What a call of a function with the result `Type` is: a handle is given as a plain Long.
+template <class Type>
+using CallBase = std::conditional_t<std::is_same_v<Type, AdtType>, LongNode, typename Type::Node>;
+
 /// A call as an expression of the type `Type`; a function that ends without a return gives the
 /// type's null value. A recursive call shares parameters, locals and return variable with the call
 /// that makes it.
-template <class Type, class Base = typename Type::Node>
-class TypedFunctionCall : public Base, public FunctionCall {
+template <class Type>
+class TypedFunctionCall final : public CallBase<Type>, public FunctionCall {
 public:
     using FunctionCall::FunctionCall;
 
@@ -91,43 +95,8 @@ public:
     }
 };
 
-class KESTREL_API LongFunctionCall final : public TypedFunctionCall<LongType> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-class KESTREL_API DecimalFunctionCall final : public TypedFunctionCall<DecimalType> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-class KESTREL_API StringFunctionCall final : public TypedFunctionCall<StringType> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-class KESTREL_API DateFunctionCall final : public TypedFunctionCall<DateType> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-class KESTREL_API BoolFunctionCall final : public TypedFunctionCall<BoolType> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-class KESTREL_API NexidFunctionCall final : public TypedFunctionCall<NexidType> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-/// Gives the handle as a plain Long.
-class KESTREL_API AdtFunctionCall final : public TypedFunctionCall<AdtType, LongNode> {
-public:
-    using TypedFunctionCall::TypedFunctionCall;
-};
-
-class KESTREL_API VoidFunctionCall final : public VoidNode, public FunctionCall {
+template <>
+class TypedFunctionCall<VoidType> final : public VoidNode, public FunctionCall {
 public:
     using FunctionCall::FunctionCall;
 
@@ -135,7 +104,7 @@ public:
 };
 
 /// Stands for a function that is named but not (yet) called; executing it does nothing.
-class KESTREL_API FctCallNode final : public Node {
+class FctCallNode final : public Node {
 public:
     /// `descriptor` is not owned.
     explicit FctCallNode(const FctDescr* descriptor) : descriptor_(descriptor) {}

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "fnd/Export.h"
-
 namespace SCR {
 
 class Node;
@@ -41,6 +39,6 @@ private:
 };
 
 /// The step that executing `node` does, when there is one; valid as long as the node.
-KESTREL_API LongStep longStepOf(const Node& node);
+LongStep longStepOf(const Node& node);
 
 }  // namespace SCR

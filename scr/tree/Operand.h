@@ -4,9 +4,11 @@
 #include <typeinfo>
 #include <utility>
 
+#include "scr/Constant.h"
+#include "scr/ContainerAccess.h"
 #include "scr/Types.h"
 #include "scr/VariableAccess.h"
-#include "scr/tree/Constant.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -46,6 +48,22 @@ template <>
 struct LeafNodes<NexidType> {
     using Access = NexidVariableAccess;
     using Constant = NexidConstant;
+};
+template <>
+struct LeafNodes<AdtType> {
+    using Access = AdtVariableAccess;
+};
+template <>
+struct LeafNodes<FileType> {
+    using Access = FileData;
+};
+template <>
+struct LeafNodes<ArrayType> {
+    using Access = ArrayVariableAccess;
+};
+template <>
+struct LeafNodes<HashType> {
+    using Access = HashVariableAccess;
 };
 
 // The kinds of operands that a specialised node can hold. Each gives the operand's value; the code

@@ -10,6 +10,7 @@
 #include "scr/FctDescr.h"
 #include "scr/Hash.h"
 #include "scr/run/Memory.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
@@ -214,54 +215,31 @@ bool isA(const Variable& variable) {
 }  // namespace
 
 const ElementClass& ElementClass::of(const Variable& prototype) {
-    if (isA<LongVariable>(prototype)) return InPlace<LongVariable>::classCM;
-    if (isA<StringVariable>(prototype)) return InPlace<StringVariable>::classCM;
-    if (isA<DecimalVariable>(prototype)) return InPlace<DecimalVariable>::classCM;
-    if (isA<BoolVariable>(prototype)) return InPlace<BoolVariable>::classCM;
-    if (isA<DateVariable>(prototype)) return InPlace<DateVariable>::classCM;
-    if (isA<NexidVariable>(prototype)) return InPlace<NexidVariable>::classCM;
-    if (isA<AdtVariable>(prototype)) return InPlace<AdtVariable>::classCM;
-    if (isA<FileVariable>(prototype)) return InPlace<FileVariable>::classCM;
-    if (isA<Array>(prototype)) return InPlace<Array>::classCM;
-    if (isA<Hash>(prototype)) return InPlace<Hash>::classCM;
-    return Boxed::classCM;
+    const ElementClass* found = &Boxed::classCM;
+    anyType(StorageTypes(), [&]<class Type>(Type) {
+        if (!isA<typename Type::Variable>(prototype)) return false;
+        found = &InPlace<typename Type::Variable>::classCM;
+        return true;
+    });
+    return *found;
 }
 
 const ElementClass* ElementClass::ofValues(const Variable& prototype) {
-    if (isA<LongVariable>(prototype)) return &ValuesOnly<LongVariable>::classCM;
-    if (isA<DecimalVariable>(prototype)) return &ValuesOnly<DecimalVariable>::classCM;
-    if (isA<BoolVariable>(prototype)) return &ValuesOnly<BoolVariable>::classCM;
-    if (isA<DateVariable>(prototype)) return &ValuesOnly<DateVariable>::classCM;
-    return nullptr;
+    const ElementClass* found = nullptr;
+    anyType(TypeList<LongType, DecimalType, BoolType, DateType>(), [&]<class Type>(Type) {
+        if (!isA<typename Type::Variable>(prototype)) return false;
+        found = &ValuesOnly<typename Type::Variable>::classCM;
+        return true;
+    });
+    return found;
 }
 
 bool hasClassOfType(const Variable& variable) {
-    switch (Node::baseType(variable.dataType())) {
-        case TypeCode::Long:
-            return isA<LongVariable>(variable);
-        case TypeCode::Decimal:
-            return isA<DecimalVariable>(variable);
-        case TypeCode::String:
-            return isA<StringVariable>(variable);
-        case TypeCode::Date:
-            return isA<DateVariable>(variable);
-        case TypeCode::Bool:
-            return isA<BoolVariable>(variable);
-        case TypeCode::Nexid:
-            return isA<NexidVariable>(variable);
-        case TypeCode::Adt:
-            return isA<AdtVariable>(variable);
-        case TypeCode::File:
-            return isA<FileVariable>(variable);
-        case TypeCode::Array:
-            return isA<Array>(variable);
-        case TypeCode::Hash:
-            return isA<Hash>(variable);
-        case TypeCode::Function:
-            return isA<FctDescr>(variable) || dynamic_cast<const FctDescr*>(&variable) != nullptr;
-        default:
-            return false;
+    if (Node::baseType(variable.dataType()) == TypeCode::Function) {
+        return dynamic_cast<const FctDescr*>(&variable) != nullptr;
     }
+    return withType(StorageTypes(), variable.dataType(),
+                    [&]<class Type>(Type) { return isA<typename Type::Variable>(variable); });
 }
 
 bool holdsStrings(const ArrayNode& array) { return isA<StringVariable>(*array.defaultValue()); }

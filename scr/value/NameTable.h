@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/NodeMemory.h"
+#include "scr/run/NodeMemory.h"
 #include "scr/value/KeyHash.h"
 
 namespace SCR {

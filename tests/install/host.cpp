@@ -13,6 +13,7 @@
 #include "fsm/State.h"
 #include "scr/Array.h"
 #include "scr/CompareInterface.h"
+#include "scr/Constant.h"
 #include "scr/ContainerAccess.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
@@ -21,7 +22,6 @@
 #include "scr/Node.h"
 #include "scr/Variable.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/Constant.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "scr/tree/Constant.h"
+#include "scr/Constant.h"
 
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"

@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <new>
+#include <memory>
+#include <vector>
 
-#include "fnd/Export.h"
+#include "scr/Node.h"
 
 namespace SCR {
 
@@ -18,18 +19,16 @@ namespace NodeMemory {
 
 /// `bytes` of memory, with the alignment that `new` gives to types of that size. Throws
 /// std::bad_alloc, and `ScriptStopped` when the script being compiled may take no more.
-KESTREL_API void* take(std::size_t bytes);
-/// The same, but null where that throws.
-KESTREL_API void* takeOrNull(std::size_t bytes) noexcept;
+void* take(std::size_t bytes);
 /// Gives back the memory that `take` gave for the same number of bytes.
-KESTREL_API void give(void* memory, std::size_t bytes) noexcept;
+void give(void* memory, std::size_t bytes) noexcept;
 
 class Pool;
 
 /// While it lives, its thread takes memory from blocks of its own. The script being compiled is
 /// charged for them as long as it is there. Memory given back meanwhile is reused. May be nested;
 /// made and destroyed by one thread.
-class KESTREL_API Scope {
+class Scope {
 public:
     Scope();
     Scope(const Scope&) = delete;
@@ -42,31 +41,6 @@ private:
 };
 
 }  // namespace NodeMemory
-
-/// Base of the classes whose objects lie in that memory, side by side in the order in which they
-/// are made.
-class InNodeMemory {
-public:
-    static void* operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
-    static void operator delete(void* object, std::size_t bytes) noexcept {
-        NodeMemory::give(object, bytes);
-    }
-    static void* operator new(std::size_t bytes, std::align_val_t alignment) {
-        return ::operator new(bytes, alignment);
-    }
-    static void operator delete(void* object, std::size_t /*bytes*/,
-                                std::align_val_t alignment) noexcept {
-        ::operator delete(object, alignment);
-    }
-    static void* operator new(std::size_t bytes, const std::nothrow_t& /*unused*/) noexcept {
-        return NodeMemory::takeOrNull(bytes);
-    }
-    static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
-    static void operator delete(void* /*object*/, void* /*place*/) noexcept {}
-
-protected:
-    ~InNodeMemory() = default;
-};
 
 /// Lets containers in nodes take their memory from the same blocks as the nodes.
 template <class Element>
@@ -91,5 +65,8 @@ public:
 
     friend bool operator==(const NodeAllocator& /*a*/, const NodeAllocator& /*b*/) { return true; }
 };
+
+/// Nodes in order, which the list owns.
+using NodeList = std::vector<std::unique_ptr<Node>, NodeAllocator<std::unique_ptr<Node>>>;
 
 }  // namespace SCR

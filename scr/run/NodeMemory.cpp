@@ -1,4 +1,4 @@
-#include "scr/NodeMemory.h"
+#include "scr/run/NodeMemory.h"
 
 #include <algorithm>
 #include <array>
@@ -13,7 +13,9 @@
 #include "fnd/ForkGuard.h"
 #include "scr/run/Memory.h"
 
-namespace SCR::NodeMemory {
+namespace SCR {
+
+namespace NodeMemory {
 
 namespace {
 
@@ -264,14 +266,6 @@ void* take(std::size_t bytes) {
     return currentS != nullptr ? currentS->take(units) : sharedBlocks().take(units);
 }
 
-void* takeOrNull(std::size_t bytes) noexcept {
-    try {
-        return take(bytes);
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 void give(void* memory, std::size_t bytes) noexcept {
     if (!poolsNodesS || bytes > largestS) {
         ::operator delete(memory);
@@ -299,4 +293,29 @@ Scope::~Scope() {
     delete pool_;
 }
 
-}  // namespace SCR::NodeMemory
+}  // namespace NodeMemory
+
+void* InNodeMemory::operator new(std::size_t bytes) { return NodeMemory::take(bytes); }
+
+void InNodeMemory::operator delete(void* object, std::size_t bytes) noexcept {
+    NodeMemory::give(object, bytes);
+}
+
+void* InNodeMemory::operator new(std::size_t bytes, std::align_val_t alignment) {
+    return ::operator new(bytes, alignment);
+}
+
+void InNodeMemory::operator delete(void* object, std::size_t /*bytes*/,
+                                   std::align_val_t alignment) noexcept {
+    ::operator delete(object, alignment);
+}
+
+void* InNodeMemory::operator new(std::size_t bytes, const std::nothrow_t& /*nothrow*/) noexcept {
+    try {
+        return NodeMemory::take(bytes);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+}  // namespace SCR

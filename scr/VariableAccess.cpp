@@ -1,0 +1,12 @@
+#include "scr/VariableAccess.h"
+
+#include "scr/run/Memory.h"
+
+namespace SCR {
+
+bool StringVariableAccess::set(const FND::String& value) {
+    store(variable_->value(), value);
+    return true;
+}
+
+}  // namespace SCR

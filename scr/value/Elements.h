@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "scr/Array.h"
+#include "scr/Hash.h"
+#include "scr/value/LongText.h"
+#include "scr/value/Slots.h"
+
+namespace SCR {
+
+// The fast ways to elements that are there, for the nodes of this library. `V` must be the class of
+// the container's prototype, one of this library's.
+
+/// Those of arrays.
+struct ArrayElements {
+    /// The element `index` if it exists and was used before; otherwise null, and `at` gives it.
+    template <class V>
+    static V* find(const Array& array, unsigned long index) {
+        if (index >= array.size_) [[unlikely]]
+            return nullptr;
+        if constexpr (mayKeepValuesCM<V>) {
+            if (array.keepsValues_) return nullptr;
+        }
+        return in<V>(Slots::find(array.chunks_, index, sizeof(V)));
+    }
+
+    /// The value of the element `index` if it exists and was used before, otherwise null; never
+    /// null after `make` gave true for it. The pointer stays valid as long as the element. After
+    /// the first call of `at` it only shows the value that the element had then.
+    template <class V>
+    [[gnu::always_inline]] static auto findValue(const Array& array, unsigned long index)
+        -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
+        using Value = std::remove_reference_t<decltype(std::declval<V&>().value())>;
+        if (index >= array.size_) [[unlikely]]
+            return nullptr;
+        if constexpr (mayKeepValuesCM<V>) {
+            if (array.keepsValues_) [[likely]]
+                return in<Value>(Slots::find(array.chunks_, index, sizeof(Value)));
+        }
+        V* const element = in<V>(Slots::find(array.chunks_, index, sizeof(V)));
+        return element != nullptr ? &element->value() : nullptr;
+    }
+
+private:
+    template <class V>
+    static constexpr bool mayKeepValuesCM =
+        std::is_same_v<V, LongVariable> || std::is_same_v<V, BoolVariable> ||
+        std::is_same_v<V, DecimalVariable> || std::is_same_v<V, DateVariable>;
+
+    template <class Object>
+    static Object* in(std::byte* slot) {
+        return slot != nullptr ? std::launder(reinterpret_cast<Object*>(slot)) : nullptr;
+    }
+};
+
+/// Those of hashes.
+struct HashElements {
+    /// The element under `key`, whose `keyHash` is `code`; null when it is missing.
+    template <class V>
+    static V* find(const Hash& hash, const FND::String& key, std::uint32_t code) {
+        std::byte* const slot = look(hash, key, code, elementOffsetCM + sizeof(V)).slot;
+        if (slot == nullptr) return nullptr;
+        return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
+    }
+
+private:
+    friend class Hash;
+
+    // A slot holds a mark, the key and the element; a free slot holds only the mark.
+    struct Mark {
+        std::uint32_t next;  // of a free slot: the number of the next free one
+        bool isLive;
+    };
+    static constexpr std::size_t keyOffsetCM = sizeof(Mark);
+    static constexpr std::size_t elementOffsetCM = keyOffsetCM + sizeof(FND::String);
+
+    static FND::String& keyIn(std::byte* slot) {
+        return *std::launder(reinterpret_cast<FND::String*>(slot + keyOffsetCM));
+    }
+    static Mark& markOf(std::byte* slot) { return *std::launder(reinterpret_cast<Mark*>(slot)); }
+
+    struct Found {
+        Hash::Bucket* bucket;  // null when there is no entry
+        std::byte* slot;       // the same
+    };
+    static Found look(const Hash& hash, const FND::String& key, std::uint32_t code,
+                      std::size_t slotSize) {
+        if (hash.buckets_ == nullptr) [[unlikely]]
+            return {};
+        for (std::uint32_t at = code;; ++at) {
+            Hash::Bucket& bucket = hash.buckets_[at & hash.mask_];
+            if (bucket.entry == 0) return {};
+            if (bucket.hash != code) continue;
+            std::byte* const slot = Slots::find(hash.chunks_, bucket.entry - 1, slotSize);
+            if (areEqual(keyIn(slot), key)) [[likely]]
+                return {&bucket, slot};
+        }
+    }
+};
+
+}  // namespace SCR
