@@ -141,7 +141,7 @@ void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current) {
             refuse(field, json.assign(field.id(), Indices(i, j, k),
                                       value.isValid() ? value.toPlainString() : "null"));
         });
-    decimalField->isActive(false);
+    decimalField->mayRunScript(false);
     decimalField->nullOnFailure(true);
     host.field(
             "edrDate",

@@ -20,7 +20,7 @@
 #include "scr/run/Memory.h"
 #include "scr/run/PendingBuilds.h"
 #include "scr/run/RunControl.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 
@@ -266,15 +266,15 @@ bool ConditionList::comparePattern(Interpreter& interpreter, ParserStack& stack)
     const int textType = stack.popType();
     if (!checkString(textType) || !checkString(patternType)) return false;
     OperandTraits traits = stack.traits(0);
-    const bool isPatternActive = traits.isActive;
-    traits.isActive = traits.isActive || stack.traits(1).isActive;
+    const bool patternMayRunScript = traits.mayRunScript;
+    traits.mayRunScript = traits.mayRunScript || stack.traits(1).mayRunScript;
     traits.depth = std::max(traits.depth, stack.traits(1).depth);
     auto pattern = stack.pop<StringNode>();
     auto text = stack.pop<StringNode>();
     if (!Node::isConst(patternType)) {
         return pushNested(interpreter, stack,
                           std::make_unique<VariableMatch>(interpreter, std::move(text),
-                                                          std::move(pattern), isPatternActive),
+                                                          std::move(pattern), patternMayRunScript),
                           TypeCode::Bool, traits);
     }
     auto constant = std::make_shared<ConstantPattern>(std::move(pattern));

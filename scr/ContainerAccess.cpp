@@ -98,13 +98,13 @@ std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<Arra
 }
 
 std::unique_ptr<Node> hashAccess(Interpreter& interpreter, std::unique_ptr<HashNode> container,
-                                 std::unique_ptr<StringNode> key, bool containerIsActive) {
+                                 std::unique_ptr<StringNode> key, bool containerMayRunScript) {
     const Variable* const prototype = container->defaultValue();
     if (!hasClassOfType(*prototype)) return nullptr;
     return withContainer<Hash, HashVariableAccess>(std::move(container), [&](auto hash) {
         return withOperand<StringType>(std::move(key), [&](auto name) {
             return makeHashAccess<decltype(hash), decltype(name)>(
-                prototype, interpreter, std::move(hash), std::move(name), containerIsActive);
+                prototype, interpreter, std::move(hash), std::move(name), containerMayRunScript);
         });
     });
 }

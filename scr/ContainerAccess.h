@@ -46,11 +46,11 @@ KESTREL_API std::unique_ptr<Node> arrayAccess(Interpreter& interpreter,
                                               std::unique_ptr<ArrayNode> container,
                                               std::unique_ptr<LongNode> index);
 
-/// The element of `container` under `key`, in the same way. `containerIsActive` tells whether
+/// The element of `container` under `key`, in the same way. `containerMayRunScript` tells whether
 /// evaluating the container may run script code.
 KESTREL_API std::unique_ptr<Node> hashAccess(Interpreter& interpreter,
                                              std::unique_ptr<HashNode> container,
                                              std::unique_ptr<StringNode> key,
-                                             bool containerIsActive);
+                                             bool containerMayRunScript);
 
 }  // namespace SCR

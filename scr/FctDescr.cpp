@@ -129,12 +129,12 @@ inline bool FctDescr::convertArguments(ParserStack& stack, int count) const {
 }
 
 OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
-    OperandTraits traits{isActive_, 1};
+    OperandTraits traits{mayRunScript_, 1};
     if (facts().isChained) traits.operators = stack.traits(1).operators + 1;
     for (int i = 0; i < count; ++i) {
         const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
         const bool isChain = facts().isChained && i == 1 && argument.operators > 0;
-        traits.isActive = traits.isActive || argument.isActive;
+        traits.mayRunScript = traits.mayRunScript || argument.mayRunScript;
         traits.depth = std::max(traits.depth, argument.depth + (isChain ? 0 : 1));
     }
     return traits;

@@ -64,8 +64,8 @@ public:
 
     /// Whether a call may run script code or change variables or containers, whatever its arguments
     /// are. True by default, since nothing is known about a host's function.
-    bool isActive() const { return isActive_; }
-    void isActive(bool active) { isActive_ = active; }
+    bool mayRunScript() const { return mayRunScript_; }
+    void mayRunScript(bool may) { mayRunScript_ = may; }
 
     /// Whether a call whose function fails, by throwing or by `Interpreter::fail`, logs an error
     /// and gives the null value of its type. If not, which is the default, the failure stops the
@@ -110,7 +110,7 @@ private:
     std::vector<int> argTypes_;
     int restType_ = 0;
     Factory factory_;
-    bool isActive_ = true;
+    bool mayRunScript_ = true;
     bool nullOnFailure_ = false;
     Effect effects_ = Effect::None;
     const CallFacts* facts_ = nullptr;  // of a built-in, whose factory's nodes need no check

@@ -12,7 +12,7 @@
 #include "scr/value/ElementClass.h"
 #include "scr/value/Elements.h"
 #include "scr/value/KeyHash.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 #include "scr/value/Slots.h"
 
 namespace SCR {
@@ -150,7 +150,7 @@ std::vector<const FND::String*> Hash::keys() const {
     std::sort(order.begin(), order.end(), [](const SortedKey& a, const SortedKey& b) {
         countWork(sizeof(SortedKey));
         if (a.head != b.head) return a.head < b.head;
-        return isLong(a.key->size()) ? compareLong(*a.key, *b.key) < 0 : *a.key < *b.key;
+        return isLarge(a.key->size()) ? compareLarge(*a.key, *b.key) < 0 : *a.key < *b.key;
     });
 
     std::vector<const FND::String*> keys;

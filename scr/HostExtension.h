@@ -91,7 +91,7 @@ public:
     /// Gives the descriptor, owned by the extension, or null when the name is refused. If scripts
     /// should go on after a failure of the function, set `nullOnFailure(true)`: the log then gets
     /// "name: what", and the script gets the null value of the type. If the function neither runs
-    /// script code nor changes variables, set `isActive(false)`: scripts then avoid copies of
+    /// script code nor changes variables, set `mayRunScript(false)`: scripts then avoid copies of
     /// strings next to its calls.
     template <class F>
     FctDescr* function(const FND::String& name, F&& callable);

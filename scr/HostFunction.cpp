@@ -16,7 +16,7 @@
 #include "scr/run/Memory.h"
 #include "scr/run/NodeMemory.h"
 #include "scr/run/RunControl.h"
-#include "scr/tree/ElementPlace.h"
+#include "scr/tree/ElementPath.h"
 #include "scr/value/ChargedText.h"
 #include "scr/value/TypeVisitor.h"
 
@@ -29,7 +29,7 @@ struct Kept {
     std::variant<std::monostate, long, bool, ChargedText, FND::Decimal, FND::DateTime,
                  FND::Identifier>
         value;
-    PlaceTrail trail;
+    ElementTrail trail;
 
     // The value, whose type is the same in every call of this operand.
     template <class Value>
@@ -157,21 +157,21 @@ public:
 
     explicit OutOperand(std::unique_ptr<Node> node) {
         slot_.take(std::move(node));
-        place_ = dynamic_cast<ElementPlace<Value>*>(slot_.node.get());
+        path_ = dynamic_cast<ElementPath<Value>*>(slot_.node.get());
     }
 
     void* evaluate(OpenCall& call, std::size_t index) override {
         Kept& kept = call.kept(index);
-        if (place_ == nullptr) return &kept.hold<Value>(slot_.node->result());
+        if (path_ == nullptr) return &kept.hold<Value>(slot_.node->result());
         kept.trail.clear();
-        place_->note(kept.trail);
+        path_->note(kept.trail);
         const Value* const element = follow(kept);
         return &kept.hold(element != nullptr ? *element : emptyCM);
     }
     void* null() override { return nullOf<Type>(); }
     void store(Kept& kept) override {
         const Value& value = kept.as<Value>();
-        if (place_ == nullptr) {
+        if (path_ == nullptr) {
             slot_.node->set(value);
         } else if (Value* const element = follow(kept)) {
             SCR::store(*element, value);
@@ -182,13 +182,13 @@ private:
     // Found anew each time, as the code that ran in between may have removed it.
     Value* follow(Kept& kept) {
         kept.trail.rewind();
-        return place_->follow(kept.trail);
+        return path_->follow(kept.trail);
     }
 
     inline static const Value emptyCM{};
 
     OperandSlot<Out<Type>> slot_;
-    ElementPlace<Value>* place_;  // the node, when it gives an element
+    ElementPath<Value>* path_;  // the node, when it gives an element
 };
 
 class FieldOperand final : public Operand {
@@ -285,12 +285,12 @@ public:
         bool isPopped = true;
         bool keeps = false;
         for (auto index = static_cast<std::size_t>(stack.topNumParams()); index-- > 0;) {
-            const bool isActive = stack.traits().isActive;
+            const bool mayRunScript = stack.traits().mayRunScript;
             const int type = function_.argType(static_cast<int>(index));
             std::unique_ptr<Node> node(stack.popData());
             if (isPopped) operands_[index] = makeOperand(std::move(node), type, keeps);
             isPopped = operands_[index] != nullptr;
-            keeps = keeps || isActive;
+            keeps = keeps || mayRunScript;
             writes_ = writes_ || Node::isLeft(type);
         }
         return isPopped;
@@ -457,7 +457,7 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
       description_(std::move(description)),
       ids_(&ids) {
     // Functions that read a record run no script code, unless they are given the interpreter.
-    if (description_.write != nullptr) isActive(description_.takesInterpreter);
+    if (description_.write != nullptr) mayRunScript(description_.takesInterpreter);
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ std::int32_t StatementList::Parts::runStatements() const {
     constexpr std::size_t stretch = 64;
     const std::size_t size = statements.size();
     if (size > shortCM) countWork(std::min(size, stretch) * workOfStatement);
-    if (!steps.empty()) return stepRange().execute();
+    if (!steps.empty()) return blockSteps().execute();
     std::size_t next = 0;
     try {
         for (; next < size; ++next) {
@@ -157,7 +157,7 @@ DoStatement::~DoStatement() = default;
 void DoStatement::condition(BoolNode* condition) { parts_->condition = Condition(condition); }
 
 std::int32_t DoStatement::execute() {
-    const Turn turn{this, parts_->control, parts_->body, nullptr};
+    const LoopTurn turn{this, parts_->control, parts_->body, nullptr};
     if (const std::int32_t code = turn.execute(); code != goOn) return code;
     return parts_->condition.repeat(turn);
 }

@@ -280,8 +280,8 @@ public:
 
     /// Executes what there is for the selector's value.
     std::int32_t choose(const FND::String& value) const {
-        if (isLong(value.size())) [[unlikely]]
-            return bodies_.run(findLong(value));
+        if (isLarge(value.size())) [[unlikely]]
+            return bodies_.run(findLarge(value));
         return bodies_.run(find(value));
     }
 
@@ -300,7 +300,7 @@ private:
         Bodies::Target target;  // without a body in a free slot
     };
 
-    Number findLong(const FND::String& value) const;
+    Number findLarge(const FND::String& value) const;
     const Bodies::Target& find(const FND::String& value) const;
     static Ends endsOf(const FND::String& text);
     std::size_t slotOf(const FND::String& label, const Ends& ends) const;
@@ -407,7 +407,7 @@ void StringSwitchCase::close() {
     }
 }
 
-SwitchCase::Bodies::Number StringSwitchCase::Labels::findLong(const FND::String& value) const {
+SwitchCase::Bodies::Number StringSwitchCase::Labels::findLarge(const FND::String& value) const {
     countWork(value.size());
     if (value.size() > longest_) return Bodies::none;
     const auto found = labels_.find(value);
@@ -435,7 +435,7 @@ public:
 
     Number find(const FND::String& text) const {
         const std::int32_t label =
-            isLong(text.size()) ? automaton_->firstOfLong(text) : automaton_->first(text);
+            isLarge(text.size()) ? automaton_->firstOfLarge(text) : automaton_->first(text);
         return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : Bodies::none;
     }
 

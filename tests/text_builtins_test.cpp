@@ -6,7 +6,7 @@
 #include "scr/builtin/NumberText.h"
 #include "scr/builtin/RegExpr.h"
 #include "scr/builtin/StringResult.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace {
 
@@ -90,7 +90,7 @@ TEST(NumberText, ReadsLongTextsAsShortOnes) {
     EXPECT_FALSE(SCR::readHex("0x" + string(3000, 'z')));
 }
 
-TEST(LongText, IsSearchedAndComparedAsAWhole) {
+TEST(LargeText, IsSearchedAndComparedAsAWhole) {
     std::mt19937 engine(7);
     for (int i = 0; i < 2000; ++i) {
         const auto letters = static_cast<std::size_t>(1 + engine() % 3);
@@ -98,7 +98,7 @@ TEST(LongText, IsSearchedAndComparedAsAWhole) {
         string part(engine() % 8, 'a');
         for (char& c : text) c = "ab\0"[engine() % letters];
         for (char& c : part) c = "ab\0"[engine() % letters];
-        const char* const found = SCR::findLong(text, part);
+        const char* const found = SCR::findLarge(text, part);
         const std::size_t expected = text.find(part);
         EXPECT_EQ(found != nullptr ? static_cast<std::size_t>(found - text.data()) : string::npos,
                   expected)
@@ -108,9 +108,9 @@ TEST(LongText, IsSearchedAndComparedAsAWhole) {
     for (const std::size_t place : {0, 65'535, 65'536, 199'999}) {
         string other = longText;
         other[place] = 'b';
-        EXPECT_LT(SCR::compareLong(longText, other), 0) << place;
-        EXPECT_GT(SCR::compareLong(other, longText), 0) << place;
-        EXPECT_LT(SCR::compareLong(longText.substr(0, place), longText), 0) << place;
+        EXPECT_LT(SCR::compareLarge(longText, other), 0) << place;
+        EXPECT_GT(SCR::compareLarge(other, longText), 0) << place;
+        EXPECT_LT(SCR::compareLarge(longText.substr(0, place), longText), 0) << place;
         const string script =
             "String s = strPad(\"\", \"a\", 200000, true); String t = replace(s, " +
             std::to_string(place) + R"(, 1, "b"); String u = s + "";

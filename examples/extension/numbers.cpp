@@ -96,8 +96,8 @@ KESTREL_EXTENSION_VERSION(numbers);
 // functions with a state keep it in the extension and need no lock.
 extern "C" [[gnu::visibility("default")]] SCR::Extension* numbers_KestrelExtension() {
     auto numbers = std::make_unique<SCR::HostExtension>("numbers");
-    numbers->function("luhnIsValid", luhnIsValid)->isActive(false);
-    numbers->function("ibanIsValid", ibanIsValid)->isActive(false);
-    numbers->function("msisdn", msisdn)->isActive(false);
+    numbers->function("luhnIsValid", luhnIsValid)->mayRunScript(false);
+    numbers->function("ibanIsValid", ibanIsValid)->mayRunScript(false);
+    numbers->function("msisdn", msisdn)->mayRunScript(false);
     return numbers.release();
 }

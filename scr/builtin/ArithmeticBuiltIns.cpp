@@ -240,8 +240,8 @@ struct StringAdd {
     static Node* factory(Interpreter& interpreter, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
         RunControl& control = interpreter.runControl();
-        const bool isRightActive = stack.traits().isActive;
-        const bool isLong = isChainDue(stack);
+        const bool isRightActive = stack.traits().mayRunScript;
+        const bool isLongRow = isChainDue(stack);
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         const Node& node = *left;
@@ -254,7 +254,7 @@ struct StringAdd {
             held->add(std::move(right));
             return held.release();
         }
-        return StringSum::make(control, std::move(left), std::move(right), isLong).release();
+        return StringSum::make(control, std::move(left), std::move(right), isLongRow).release();
     }
 };
 

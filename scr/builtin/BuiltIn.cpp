@@ -32,7 +32,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     int count = 0;
     int required = -1;
     bool isVariadic = false;
-    bool isActive = false;
+    bool mayRunScript = false;
     int flags = 0;
     // Only words are left: markers, types each followed by the argument's name, and punctuation.
     bool isName = false;
@@ -49,7 +49,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
             isName = false;
         } else if (word == "out") {
             flags = TypeCode::LeftFlag;
-            isActive = true;
+            mayRunScript = true;
         } else if (word == "constant") {
             flags = TypeCode::ConstFlag;
         } else {
@@ -57,7 +57,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
             const bool isContainer = code == TypeCode::Array || code == TypeCode::Hash;
             const bool isChanged =
                 count == builtIn.facts.replaces || count == builtIn.facts.changes;
-            isActive = isActive || (isContainer && isChanged);
+            mayRunScript = mayRunScript || (isContainer && isChanged);
             types[static_cast<std::size_t>(count++)] = code | flags;
             flags = 0;
             isName = true;
@@ -68,7 +68,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
         name, returnType, required, isVariadic ? FctDescr::anyNumber : count, builtIn.factory,
         types[0], types[1], types[2], types[3], types[4], types[5], types[6], types[7], types[8]);
     descriptor->facts_ = &builtIn.facts;
-    descriptor->isActive(isActive);
+    descriptor->mayRunScript(mayRunScript);
     descriptor->effects(builtIn.effects);
     return descriptor;
 }

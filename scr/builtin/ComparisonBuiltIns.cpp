@@ -10,7 +10,7 @@
 #include "scr/tree/LongArithmetic.h"
 #include "scr/tree/Operand.h"
 #include "scr/tree/StatementParts.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 
@@ -62,7 +62,7 @@ public:
 
     bool result() override { return holds(); }
 
-    std::int32_t repeat(const Turn& turn) override {
+    std::int32_t repeat(const LoopTurn& turn) override {
         return turn.repeatWhile([this] { return holds(); });
     }
 
@@ -86,8 +86,8 @@ public:
         const Held right = right_.value();
         const auto& left = left_.value();
         if constexpr (std::is_same_v<std::remove_cvref_t<Held>, FND::String>) {
-            if (isLong(std::min(left.size(), right.size()))) [[unlikely]]
-                return Operation::apply(compareLong(left, right), 0);
+            if (isLarge(std::min(left.size(), right.size()))) [[unlikely]]
+                return Operation::apply(compareLarge(left, right), 0);
         }
         return Operation::apply(left, static_cast<const Held&>(right));
     }
@@ -135,7 +135,7 @@ public:
                 return OperatorChain<BoolType>::make(stack, std::move(link));
             }
         }
-        const bool isLeftActive = stack.traits(1).isActive;
+        const bool isLeftActive = stack.traits(1).mayRunScript;
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         if constexpr (std::is_same_v<Type, StringType>) {

@@ -73,7 +73,7 @@ private:
 
 template <class Question>
 Node* keyNode(Interpreter& /*interpreter*/, ParserStack& stack, const FctDescr& /*descriptor*/) {
-    const bool hashIsActive = stack.traits(1).isActive;
+    const bool hashIsActive = stack.traits(1).mayRunScript;
     auto key = stack.pop<StringNode>();
     auto hash = stack.pop<HashNode>();
     return withOperand<StringType>(std::move(key), [&](auto operand) -> Node* {
@@ -100,7 +100,7 @@ public:
           copiesKeys_(copiesKeys) {}
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
-        const bool arrayIsActive = stack.traits(0).isActive;
+        const bool arrayIsActive = stack.traits(0).mayRunScript;
         auto array = stack.pop<ArrayNode>();
         auto hash = stack.pop<HashNode>();
         if (!holdsStrings(*array)) {

@@ -7,7 +7,7 @@
 #include "fnd/Portable.h"
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 
@@ -80,7 +80,7 @@ public:
         auto node = DateFunction::build(interpreter, stack);
         if (hasFormat) {
             const FND::String* const format = constantOf<StringType>(node->template operand<1>());
-            if (SpecialisesNodes && format != nullptr && !isLong(format->size())) {
+            if (SpecialisesNodes && format != nullptr && !isLarge(format->size())) {
                 node->format_.fix(*format);
             }
         }
@@ -96,7 +96,7 @@ public:
     void value(Interpreter& interpreter, FND::String& result, const DateTime& date,
                const FND::String* format) {
         if (format == nullptr) return date.format(result);
-        if (isLong(format->size())) return formatLong(interpreter, result, date, *format);
+        if (isLarge(format->size())) return formatLarge(interpreter, result, date, *format);
         DateTime::Zone zone{};
         const FND::String& directives = format_.directives(*format, zone);
         if (zone == DateTime::Zone::Utc) return date.format(result, directives, zone);
@@ -104,8 +104,8 @@ public:
     }
 
 private:
-    static void formatLong(Interpreter& interpreter, FND::String& result, const DateTime& date,
-                           const FND::String& format) {
+    static void formatLarge(Interpreter& interpreter, FND::String& result, const DateTime& date,
+                            const FND::String& format) {
         constexpr std::size_t pieceSize = 1024;
         if (!date.isValid()) return date.format(result);
         const std::size_t letter = findLocal(format);
@@ -132,7 +132,7 @@ class StrToDate final : public DateFunction<StrToDate, DateType(StringType)> {
 public:
     DateTime value(Interpreter& interpreter, const FND::String& text, const FND::String* format) {
         if (format == nullptr) return parse(text);
-        if (isLong(format->size())) return parseLong(interpreter, text, *format);
+        if (isLarge(format->size())) return parseLarge(interpreter, text, *format);
         DateTime::Zone zone{};
         const FND::String& directives = format_.directives(*format, zone);
         return DateTime::parse(text, directives, interpreter.timeZone(), countWork);
@@ -141,7 +141,7 @@ public:
 private:
     // Only a fraction of a second has any number of digits, and those are ignored.
     static DateTime parse(const FND::String& text) {
-        if (!isLong(text.size())) [[likely]]
+        if (!isLarge(text.size())) [[likely]]
             return DateTime::parse(text);
         constexpr std::size_t enough = 32;  // for what stands before and after the digits
         const std::string_view view = text;
@@ -153,8 +153,8 @@ private:
         return DateTime::parse(FND::String(view.substr(0, sign + 2)).append(rest));
     }
 
-    static DateTime parseLong(Interpreter& interpreter, const FND::String& text,
-                              const FND::String& format) {
+    static DateTime parseLarge(Interpreter& interpreter, const FND::String& text,
+                               const FND::String& format) {
         const FND::TimeZone& zone = interpreter.timeZone();
         const std::size_t letter = findLocal(format);
         if (letter == FND::String::npos) return DateTime::parse(text, format, zone, countWork);

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <limits>
 
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 
@@ -26,7 +26,7 @@ enum class Digits { None, Some, TooMany };
 /// value if there are too many.
 Digits readDigits(std::string_view text, int base, unsigned long& value) {
     value = 0;
-    if (isLong(text.size())) [[unlikely]] {
+    if (isLarge(text.size())) [[unlikely]] {
         const std::string_view digits = withoutFront(text, '0');
         const bool hasZero = digits.size() < text.size();
         // More digits than any number has.
@@ -63,7 +63,7 @@ std::optional<unsigned long> readHex(std::string_view text) {
 // A long text can only have many zeros at the front, or many digits in the fraction. Of those only
 // the first ones matter, and whether the others are all zeros.
 FND::Decimal readDecimal(std::string_view text) {
-    if (!isLong(text.size())) [[likely]]
+    if (!isLarge(text.size())) [[likely]]
         return FND::Decimal::fromString(text);
     constexpr std::size_t enough = 500;  // for all digits and all places of a number
     text = withoutBack(withoutFront(text, blanksS), blanksS);
@@ -88,7 +88,7 @@ FND::Decimal readDecimal(std::string_view text) {
 
 // As above; digits of the fraction beyond the first 32 do not count.
 FND::Decimal readHexDecimal(std::string_view text, char separator, int places) {
-    if (!isLong(text.size())) [[likely]]
+    if (!isLarge(text.size())) [[likely]]
         return FND::Decimal::fromHexString(text, separator, places);
     constexpr std::size_t enough = 32;
     text = withoutBack(withoutFront(text, blanksS), blanksS);

@@ -5,7 +5,7 @@
 
 #include "fsm/ByteClasses.h"
 #include "fsm/Determiniser.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 

@@ -13,7 +13,7 @@
 #include "scr/parser/ParseErrors.h"
 #include "scr/tree/ElementAccess.h"
 #include "scr/value/ElementClass.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 
@@ -64,8 +64,8 @@ private:
             const char* const start = findInPieces(text, part.substr(0, longest));
             if (start == nullptr) return nullptr;
             text.remove_prefix(static_cast<std::size_t>(start - text.data()));
-            if (compareLong(text.substr(0, part.size()), part) == 0) return start;
-            return findLong(text, part);
+            if (compareLarge(text.substr(0, part.size()), part) == 0) return start;
+            return findLarge(text, part);
         }
         for (std::size_t begin = 0; text.size() - begin >= part.size();) {
             const char* const found = find(text.substr(begin, pieceSize), part);
@@ -153,7 +153,7 @@ public:
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
         auto node = std::make_unique<StrSplit>(interpreter);
-        node->holdsText_ = stack.traits(0).isActive || stack.traits(2).isActive;
+        node->holdsText_ = stack.traits(0).mayRunScript || stack.traits(2).mayRunScript;
         node->separator_ = stack.pop<StringNode>();
         node->text_ = stack.pop<StringNode>();
         node->array_ = stack.pop<ArrayNode>();
@@ -204,7 +204,7 @@ private:
 
     static void assign(FND::String& field, std::string_view text) {
         chargeGrowth(field, text.size());
-        if (!isLong(text.size())) [[likely]] {
+        if (!isLarge(text.size())) [[likely]] {
             field = text;
             return;
         }

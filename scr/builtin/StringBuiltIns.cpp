@@ -7,7 +7,7 @@
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/NumberText.h"
 #include "scr/run/Memory.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 

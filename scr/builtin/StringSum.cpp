@@ -20,10 +20,10 @@ StringPart::StringPart(std::unique_ptr<Node> node)
 }
 
 std::unique_ptr<StringSum> StringSum::make(RunControl& control, std::unique_ptr<Node> left,
-                                           std::unique_ptr<Node> right, bool isLong) {
+                                           std::unique_ptr<Node> right, bool isLongRow) {
     std::unique_ptr<StringSum> sum;
     if (Node& operand = *left;
-        (SpecialisesNodes || isLong) && typeid(operand) == typeid(StringSum)) {
+        (SpecialisesNodes || isLongRow) && typeid(operand) == typeid(StringSum)) {
         sum.reset(static_cast<StringSum*>(left.release()));
     } else {
         sum.reset(new StringSum(control));
@@ -51,7 +51,7 @@ std::size_t StringSum::evaluate() {
 const FND::String& StringSum::result() {
     const std::size_t size = evaluate();
     growBuffer(result_, size);
-    if (isLong(size)) [[unlikely]] {
+    if (isLarge(size)) [[unlikely]] {
         result_.clear();
         for (const FND::String* value : values_) appendInPieces(result_, *value);
         return result_;
@@ -74,7 +74,7 @@ void StringSum::appendTo(FND::String& target) {
         reserveInPieces(target, std::max(size, 2 * target.capacity()));
     }
     const std::size_t oldSize = target.size();
-    if (!isLong(size - oldSize)) [[likely]] {
+    if (!isLarge(size - oldSize)) [[likely]] {
         for (auto value = others; value != values_.end(); ++value) target.append(**value);
         return;
     }

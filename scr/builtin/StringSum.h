@@ -30,7 +30,7 @@ class StringSum final : public StringNode {
 public:
     /// Takes ownership of the operands; the operands of a sum on the left become its own.
     static std::unique_ptr<StringSum> make(RunControl& control, std::unique_ptr<Node> left,
-                                           std::unique_ptr<Node> right, bool isLong);
+                                           std::unique_ptr<Node> right, bool isLongRow);
 
     const FND::String& result() override;
 

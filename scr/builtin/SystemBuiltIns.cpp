@@ -14,10 +14,10 @@
 #include "scr/os/ShellCommand.h"
 #include "scr/run/RunControl.h"
 #include "scr/run/ScriptMutexes.h"
-#include "scr/tree/ElementPlace.h"
+#include "scr/tree/ElementPath.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/ChargedText.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 
@@ -86,11 +86,11 @@ private:
     // nothing when it is neither.
     static std::optional<FND::String*> storageIn(StringDataNode& out) {
         if (auto* const variable = variableOf<StringType>(out)) return &variable->value();
-        auto* const place = dynamic_cast<ElementPlace<FND::String>*>(&out);
-        if (place == nullptr) return std::nullopt;
-        PlaceTrail trail;
-        place->note(trail);
-        return place->follow(trail);
+        auto* const path = dynamic_cast<ElementPath<FND::String>*>(&out);
+        if (path == nullptr) return std::nullopt;
+        ElementTrail trail;
+        path->note(trail);
+        return path->follow(trail);
     }
 };
 

@@ -7,7 +7,7 @@
 
 #include "scr/os/FileData.h"
 #include "scr/run/Memory.h"
-#include "scr/tree/ElementPlace.h"
+#include "scr/tree/ElementPath.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/TypeVisitor.h"
 
@@ -111,7 +111,7 @@ struct OperandSlot<FileType> : NodeSlot<FileData> {
     using Argument = FileData&;
     struct Held {
         FileData* node;
-        PlaceTrail trail;
+        ElementTrail trail;
     };
 
     Argument evaluate() {

@@ -32,16 +32,16 @@ inline constexpr std::array<std::string_view, 15> operatorSignsS{
 
 /// The operator with the given sign, which must be one of those above.
 constexpr Operator operatorOf(std::string_view sign) {
-    const bool isLong = sign.size() > 1;
+    const bool hasTwoBytes = sign.size() > 1;
     switch (sign[0]) {
         case '=':
-            return isLong ? Operator::Equal : Operator::Assign;
+            return hasTwoBytes ? Operator::Equal : Operator::Assign;
         case '!':
             return Operator::NotEqual;
         case '<':
-            return isLong ? Operator::LessOrEqual : Operator::Less;
+            return hasTwoBytes ? Operator::LessOrEqual : Operator::Less;
         case '>':
-            return isLong ? Operator::GreaterOrEqual : Operator::Greater;
+            return hasTwoBytes ? Operator::GreaterOrEqual : Operator::Greater;
         case '+':
             return Operator::Add;
         case '-':

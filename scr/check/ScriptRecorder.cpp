@@ -165,7 +165,7 @@ ScriptRecorder::Sequence ScriptRecorder::builtIn(const FctDescr& function,
     } else {
         for (std::size_t i = 0; i < arguments.size(); ++i) evaluate(i);
     }
-    bool touches = function.isActive() && !isAssignment(function);
+    bool touches = function.mayRunScript() && !isAssignment(function);
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const Change change = changeOf(function, static_cast<int>(i));
         if (change == Change::None || !arguments[i]) continue;

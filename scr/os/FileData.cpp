@@ -21,9 +21,9 @@ constexpr std::size_t workOfCallS = 128;
 
 }  // namespace
 
-void FileData::note(PlaceTrail& /*trail*/) {}
+void FileData::note(ElementTrail& /*trail*/) {}
 
-void FileData::follow(PlaceTrail& /*trail*/) {}
+void FileData::follow(ElementTrail& /*trail*/) {}
 
 bool FileData::open(const FND::String& name, const FND::String& mode, OpenFiles* openFiles,
                     const FileAccess* files) {

@@ -10,7 +10,7 @@ namespace SCR {
 class FileAccess;
 class FileVariable;
 class OpenFiles;
-class PlaceTrail;
+class ElementTrail;
 
 /// Links a file function to the File variable that it works on; the variable is not owned. It has
 /// no value. The node of a named variable is never executed.
@@ -25,8 +25,8 @@ public:
     }
     /// The same in two steps, between which script code may run: evaluates indices and keys and
     /// adds them to `trail`, then finds the variable by them.
-    virtual void note(PlaceTrail& trail);
-    virtual void follow(PlaceTrail& trail);
+    virtual void note(ElementTrail& trail);
+    virtual void follow(ElementTrail& trail);
 
     /// Closes the stream held, then opens `name` with the C stream mode `mode`; see
     /// `FileVariable::open`, also for `openFiles` and `files`. True when a stream is open now.

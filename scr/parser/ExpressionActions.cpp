@@ -68,7 +68,7 @@ bool accessElement(int containerCode, int indexCode, Access access) {
         return false;
     }
     OperandTraits traits = stackG->traits(0);
-    traits.isActive = traits.isActive || stackG->traits(1).isActive;
+    traits.mayRunScript = traits.mayRunScript || stackG->traits(1).mayRunScript;
     traits.depth = std::max(traits.depth, stackG->traits(1).depth);
     auto index = stackG->pop<Index>();
     auto container = stackG->pop<Container>();
@@ -213,11 +213,12 @@ bool SCR_arrayAccess() {
 }
 
 bool SCR_hashAccess() {
-    const bool containerIsActive = stackG->traits(1).isActive;
+    const bool containerMayRunScript = stackG->traits(1).mayRunScript;
     return accessElement<HashNode, StringNode>(
         TypeCode::Hash, TypeCode::String,
         [&](Interpreter& interpreter, std::unique_ptr<HashNode> container,
             std::unique_ptr<StringNode> key) {
-            return hashAccess(interpreter, std::move(container), std::move(key), containerIsActive);
+            return hashAccess(interpreter, std::move(container), std::move(key),
+                              containerMayRunScript);
         });
 }

@@ -19,7 +19,7 @@ class FctDescr;
 struct OperandTraits {
     /// Evaluating it may run script code or change variables or containers. So a reference taken
     /// earlier from another operand may show another value afterwards.
-    bool isActive = false;
+    bool mayRunScript = false;
     /// Levels of the operand's expression. A chain of operators, as in `a + b - c`, is one.
     int depth = 1;
     /// The number of operators if the operand is a chain, otherwise 0.

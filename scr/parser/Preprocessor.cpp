@@ -60,7 +60,7 @@ bool matchIncludeLine(std::string_view line, std::string_view& name) {
          quote = line.find('"', quote + 1)) {
         const std::size_t next = skipBlanks(line, quote + 1);
         uncounted += next - quote;
-        if (isLong(uncounted)) countWork(std::exchange(uncounted, 0));
+        if (isLarge(uncounted)) countWork(std::exchange(uncounted, 0));
         if (next < line.size() && line[next] == ';') {
             name = line.substr(begin, line.rfind('"') - begin);
             return true;
@@ -195,7 +195,7 @@ bool PreProFileData::nextOrdinaryLines(std::string_view& lines) {
         }
         next_ = end + 1;
         uncounted += next_ - first;
-        if (isLong(uncounted)) countWork(std::exchange(uncounted, 0));
+        if (isLarge(uncounted)) countWork(std::exchange(uncounted, 0));
     }
     if (next_ == begin) return false;
     lines = text.substr(begin, next_ - 1 - begin);

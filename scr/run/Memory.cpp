@@ -20,10 +20,10 @@ void giveBuffer(std::size_t bytes) noexcept {
     if (RunControl* const control = RunControl::current()) control->giveBuffer(bytes);
 }
 
-void storeLong(FND::String& target, const FND::String& value) {
+void storeLarge(FND::String& target, const FND::String& value) {
     if (&target == &value) return;
     if (value.size() > target.capacity()) {
-        target = copyOfLong(value);
+        target = copyOfLarge(value);
     } else {
         target.clear();
         try {

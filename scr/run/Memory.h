@@ -55,7 +55,7 @@ inline void chargeGrowth(const FND::String& target, std::size_t size) {
 }
 
 /// Assigns a long text, after making room for it.
-KESTREL_API void storeLong(FND::String& target, const FND::String& value);
+KESTREL_API void storeLarge(FND::String& target, const FND::String& value);
 
 /// Assigns a new value to a variable's value.
 template <class Value>
@@ -64,8 +64,8 @@ void store(Value& target, const Value& value) {
 }
 inline void store(FND::String& target, const FND::String& value) {
     chargeGrowth(target, value.size());
-    if (isLong(value.size())) [[unlikely]] {
-        storeLong(target, value);
+    if (isLarge(value.size())) [[unlikely]] {
+        storeLarge(target, value);
     } else {
         target = value;
     }

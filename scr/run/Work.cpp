@@ -8,7 +8,7 @@ void countWork(std::size_t bytes) {
     if (RunControl* const control = RunControl::current()) control->work(bytes);
 }
 
-FND::String copyOfLong(const FND::String& text) {
+FND::String copyOfLarge(const FND::String& text) {
     FND::String copy;
     copy.reserve(text.size());
     appendInPieces(copy, text);

@@ -18,11 +18,11 @@ namespace SCR {
 KESTREL_API void countWork(std::size_t bytes);
 
 /// Whether work on a string of `size` bytes is worth counting.
-inline bool isLong(std::size_t size) { return size > 1024; }
+inline bool isLarge(std::size_t size) { return size > 1024; }
 
 /// Counts work on a string.
 inline void countString(std::size_t size) {
-    if (isLong(size)) [[unlikely]]
+    if (isLarge(size)) [[unlikely]]
         countWork(size);
 }
 
@@ -52,9 +52,9 @@ inline void appendInPieces(FND::String& target, std::string_view text) {
 }
 
 /// A copy of `text`.
-KESTREL_API FND::String copyOfLong(const FND::String& text);
+KESTREL_API FND::String copyOfLarge(const FND::String& text);
 inline FND::String copyOf(const FND::String& text) {
-    return isLong(text.size()) ? copyOfLong(text) : FND::String(text);
+    return isLarge(text.size()) ? copyOfLarge(text) : FND::String(text);
 }
 
 /// Makes `target`, which keeps its text, hold `capacity` bytes without further allocation.

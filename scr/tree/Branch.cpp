@@ -7,7 +7,7 @@
 
 namespace SCR {
 
-Step::Step(Node* statement) : node(statement) {
+BlockStep::BlockStep(Node* statement) : node(statement) {
     if constexpr (SpecialisesNodes) sum = longStepOf(*statement);
 }
 
@@ -19,7 +19,7 @@ StatementRun StatementRun::of(Node& statement) {
             const std::size_t count = block.statements.size();
             if (count > 0 && !block.isShort()) return run;
             if (count != 1) {
-                run.steps_ = block.stepRange();
+                run.steps_ = block.blockSteps();
                 run.node_ = nullptr;
                 return run;
             }

@@ -9,13 +9,13 @@
 namespace SCR {
 
 /// How a statement is run: as data, or by a call of its node, which somebody else owns.
-struct Step {
+struct BlockStep {
     Node* node = nullptr;
     LongStep sum;
 
-    Step() = default;
+    BlockStep() = default;
     /// Works out how to run `statement`.
-    explicit Step(Node* statement);
+    explicit BlockStep(Node* statement);
 
     std::int32_t execute() const {
         if (sum) {
@@ -27,16 +27,16 @@ struct Step {
 };
 
 /// The statements of a block in their order; they belong to the block.
-class StepRange {
+class BlockSteps {
 public:
-    StepRange() = default;
-    StepRange(const Step* first, const Step* last) : first_(first), last_(last) {}
+    BlockSteps() = default;
+    BlockSteps(const BlockStep* first, const BlockStep* last) : first_(first), last_(last) {}
 
     bool empty() const { return first_ == last_; }
 
     /// Runs them up to the first that gives a code other than `goOn`, and gives that code.
     [[gnu::always_inline]] std::int32_t execute() const {
-        const Step* step = first_;
+        const BlockStep* step = first_;
         try {
             for (; step != last_; ++step) {
                 if (const std::int32_t code = step->execute(); code != Node::goOn) return code;
@@ -49,8 +49,8 @@ public:
     }
 
 private:
-    const Step* first_ = nullptr;
-    const Step* last_ = nullptr;
+    const BlockStep* first_ = nullptr;
+    const BlockStep* last_ = nullptr;
 };
 
 /// How a statement is run, which somebody else owns: as data, as the steps of the block that it is,
@@ -98,7 +98,7 @@ private:
 
     LongStep sum_;
     Node* node_ = nullptr;
-    StepRange steps_;
+    BlockSteps steps_;
     bool isInBlock_ = false;  // the node is the only statement of a block
 };
 
@@ -123,7 +123,7 @@ private:
 };
 
 /// What a loop does in each turn.
-struct Turn {
+struct LoopTurn {
     const Node* loop;
     RunControl* control;  // null when turns are not counted
     const Branch& body;

@@ -15,7 +15,7 @@ class ConditionNode : public BoolNode {
 public:
     /// Executes turns of a loop as long as the node gives true, up to one that gives a code other
     /// than `goOn`.
-    virtual std::int32_t repeat(const Turn& turn) = 0;
+    virtual std::int32_t repeat(const LoopTurn& turn) = 0;
 
     /// A new if-statement whose condition is this node; it takes ownership of the node through
     /// `self`.
@@ -31,7 +31,7 @@ public:
 
     /// Executes turns as long as the condition holds, up to one that gives a code other than
     /// `goOn`. There must be a condition.
-    std::int32_t repeat(const Turn& turn) const {
+    std::int32_t repeat(const LoopTurn& turn) const {
         if (part_ != nullptr) return part_->repeat(turn);
         return turn.repeatWhile([this] { return node_->result(); });
     }

@@ -11,7 +11,7 @@
 #include "scr/Hash.h"
 #include "scr/os/FileData.h"
 #include "scr/run/Memory.h"
-#include "scr/tree/ElementPlace.h"
+#include "scr/tree/ElementPath.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/Elements.h"
 #include "scr/value/KeyHash.h"
@@ -32,8 +32,8 @@ public:
 
     explicit NamedContainer(Container* container) : container_(container) {}
     Container* value() const { return container_; }
-    void note(PlaceTrail& /*trail*/) const {}
-    Container* follow(PlaceTrail& /*trail*/) const { return container_; }
+    void note(ElementTrail& /*trail*/) const {}
+    Container* follow(ElementTrail& /*trail*/) const { return container_; }
     bool operator==(const NamedContainer&) const = default;
 
 private:
@@ -48,19 +48,19 @@ public:
     static constexpr bool isKnown = false;
 
     explicit AnyContainer(std::unique_ptr<ContainerNode> node)
-        : node_(std::move(node)), place_(dynamic_cast<ElementPlace<Container>*>(node_.get())) {}
+        : node_(std::move(node)), path_(dynamic_cast<ElementPath<Container>*>(node_.get())) {}
     Container* value() const { return node_->result(); }
-    void note(PlaceTrail& trail) const {
-        if (place_ != nullptr) place_->note(trail);
+    void note(ElementTrail& trail) const {
+        if (path_ != nullptr) path_->note(trail);
     }
-    Container* follow(PlaceTrail& trail) const {
-        if (place_ == nullptr) return node_->result();
-        return place_->follow(trail);
+    Container* follow(ElementTrail& trail) const {
+        if (path_ == nullptr) return node_->result();
+        return path_->follow(trail);
     }
 
 private:
     std::unique_ptr<ContainerNode> node_;
-    ElementPlace<Container>* place_;  // the node, when it gives an element
+    ElementPath<Container>* path_;  // the node, when it gives an element
 };
 
 /// Makes the elements that do not exist yet. When one cannot be made, logs that, once per
@@ -99,13 +99,13 @@ public:
     auto* findValue() { return valueAt(locate()); }
 
     /// Evaluates the index, and the indices and keys of the container, and notes them.
-    void note(PlaceTrail& trail) {
+    void note(ElementTrail& trail) {
         trail.add(index_.value());
         container_.note(trail);
     }
     /// As `find` and `findValue`, with the noted indices and keys.
-    V* follow(PlaceTrail& trail) { return elementAt(locate(trail)); }
-    auto* followValue(PlaceTrail& trail) { return valueAt(locate(trail)); }
+    V* follow(ElementTrail& trail) { return elementAt(locate(trail)); }
+    auto* followValue(ElementTrail& trail) { return valueAt(locate(trail)); }
 
     /// Whether `other` finds the same element. Only for named containers with a variable as index.
     bool isSame(const ArrayElement& other) const {
@@ -116,37 +116,38 @@ private:
     // For a known container a negative index is an element that cannot be made.
     static constexpr bool looksFirst = !Container::isKnown;
 
-    struct Place {
+    struct Position {
         Array* array = nullptr;  // null when there is no element
         unsigned long index = 0;
     };
 
-    Place locate() {
+    Position locate() {
         const long index = index_.value();
         if (looksFirst && index < 0) [[unlikely]]
             return {};
         return {container_.value(), static_cast<unsigned long>(index)};
     }
-    Place locate(PlaceTrail& trail) {
+    Position locate(ElementTrail& trail) {
         const long index = trail.nextIndex();
         if (looksFirst && index < 0) return {};
         return {container_.follow(trail), static_cast<unsigned long>(index)};
     }
 
-    V* elementAt(Place place) {
-        if (looksFirst && place.array == nullptr) [[unlikely]]
+    V* elementAt(Position position) {
+        if (looksFirst && position.array == nullptr) [[unlikely]]
             return nullptr;
-        if (V* const element = ArrayElements::find<V>(*place.array, place.index)) [[likely]]
+        if (V* const element = ArrayElements::find<V>(*position.array, position.index)) [[likely]]
             return element;
-        return static_cast<V*>(source_.make(*place.array, place.index));
+        return static_cast<V*>(source_.make(*position.array, position.index));
     }
-    auto* valueAt(Place place) {
-        using Found = decltype(ArrayElements::findValue<V>(*place.array, place.index));
-        if (looksFirst && place.array == nullptr) [[unlikely]]
+    auto* valueAt(Position position) {
+        using Found = decltype(ArrayElements::findValue<V>(*position.array, position.index));
+        if (looksFirst && position.array == nullptr) [[unlikely]]
             return Found(nullptr);
-        if (const Found value = ArrayElements::findValue<V>(*place.array, place.index)) [[likely]]
+        if (const Found value = ArrayElements::findValue<V>(*position.array, position.index))
+            [[likely]]
             return value;
-        return Found(source_.template makeValue<V>(*place.array, place.index));
+        return Found(source_.template makeValue<V>(*position.array, position.index));
     }
 
     Container container_;
@@ -197,16 +198,16 @@ public:
     auto* findValue() { return valueOf(find()); }
 
     /// Evaluates the key, and the indices and keys of the container, and notes them.
-    void note(PlaceTrail& trail) {
+    void note(ElementTrail& trail) {
         trail.add(key_.value());
         container_.note(trail);
     }
     /// As `find` and `findValue`, with the noted indices and keys.
-    V* follow(PlaceTrail& trail) {
+    V* follow(ElementTrail& trail) {
         const FND::String& key = trail.nextKey();
         return find(container_.follow(trail), key);
     }
-    auto* followValue(PlaceTrail& trail) { return valueOf(follow(trail)); }
+    auto* followValue(ElementTrail& trail) { return valueOf(follow(trail)); }
 
     /// Whether `other` finds the same element. Only for named containers with a variable as key.
     bool isSame(const HashElement& other) const {
@@ -243,7 +244,7 @@ private:
 
 /// An element that holds a value of the type `Type`.
 template <class Type, class Element>
-class ElementAccess : public Type::DataNode, public ElementPlace<typename Type::Value> {
+class ElementAccess : public Type::DataNode, public ElementPath<typename Type::Value> {
 public:
     template <class... Arguments>
     explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
@@ -261,8 +262,10 @@ public:
         store(*found, value);
         return true;
     }
-    void note(PlaceTrail& trail) override { element_.note(trail); }
-    typename Type::Value* follow(PlaceTrail& trail) override { return element_.followValue(trail); }
+    void note(ElementTrail& trail) override { element_.note(trail); }
+    typename Type::Value* follow(ElementTrail& trail) override {
+        return element_.followValue(trail);
+    }
 
     Element& element() { return element_; }
 
@@ -314,7 +317,7 @@ private:
 
 /// An element that is itself a container; null when there is none.
 template <class Base, class Container, class Element>
-class ContainerElementAccess final : public Base, public ElementPlace<Container> {
+class ContainerElementAccess final : public Base, public ElementPath<Container> {
 public:
     template <class... Arguments>
     explicit ContainerElementAccess(const Variable* prototype, Arguments&&... arguments)
@@ -322,8 +325,8 @@ public:
           prototype_(static_cast<const Container*>(prototype)) {}
 
     Container* result() override { return element_.find(); }
-    void note(PlaceTrail& trail) override { element_.note(trail); }
-    Container* follow(PlaceTrail& trail) override { return element_.follow(trail); }
+    void note(ElementTrail& trail) override { element_.note(trail); }
+    Container* follow(ElementTrail& trail) override { return element_.follow(trail); }
     int containerType() const override { return prototype_->containerType(); }
     Variable* defaultValue() const override { return prototype_->defaultValue(); }
 
@@ -344,8 +347,8 @@ public:
         find();
         return goOn;
     }
-    void note(PlaceTrail& trail) override { element_.note(trail); }
-    void follow(PlaceTrail& trail) override {
+    void note(ElementTrail& trail) override { element_.note(trail); }
+    void follow(ElementTrail& trail) override {
         trail.rewind();
         variable_ = element_.follow(trail);
     }

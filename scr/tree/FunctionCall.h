@@ -56,9 +56,10 @@ protected:
 
 private:
     void enter(const Node* place) {
-        const Step* step = steps_.data();
-        for (const Step* const end = step + copyCount_; step != end; ++step) step->sum.runCopy();
-        for (const Step* const end = steps_.data() + steps_.size(); step != end; ++step) {
+        const BlockStep* step = steps_.data();
+        for (const BlockStep* const end = step + copyCount_; step != end; ++step)
+            step->sum.runCopy();
+        for (const BlockStep* const end = steps_.data() + steps_.size(); step != end; ++step) {
             step->execute();
         }
         if (control_ != nullptr) control_->enterCall(place);
@@ -68,8 +69,8 @@ private:
     }
 
     const Bindings bindings_;
-    std::vector<Step> steps_;    // one per binding
-    std::size_t copyCount_ = 0;  // how many of the first ones only copy a Long
+    std::vector<BlockStep> steps_;  // one per binding
+    std::size_t copyCount_ = 0;     // how many of the first ones only copy a Long
     Function* function_ = nullptr;
     RunControl* const control_;
 };

@@ -16,17 +16,17 @@ struct StatementList::Parts : InNodeMemory {
     NodeList statements;
     /// The steps to run, after the block is complete; empty for a block without statements, or with
     /// very many.
-    std::vector<Step, NodeAllocator<Step>> steps;
+    std::vector<BlockStep, NodeAllocator<BlockStep>> steps;
     std::unique_ptr<NameTable<Variable>> identifiers;  ///< none for the many without one
 
-    StepRange stepRange() const { return {steps.data(), steps.data() + steps.size()}; }
+    BlockSteps blockSteps() const { return {steps.data(), steps.data() + steps.size()}; }
 
     /// Whether running the steps is enough. A longer list counts as work, so that it is stopped in
     /// time.
     bool isShort() const { return !steps.empty() && steps.size() <= shortCM; }
 
     /// What executing the block does.
-    std::int32_t run() const { return isShort() ? stepRange().execute() : runStatements(); }
+    std::int32_t run() const { return isShort() ? blockSteps().execute() : runStatements(); }
 
 private:
     static constexpr std::size_t shortCM = 16;

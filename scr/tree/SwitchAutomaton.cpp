@@ -80,7 +80,7 @@ void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::Strin
     }
 }
 
-std::int32_t SwitchAutomaton::firstOfLong(const FND::String& text) const {
+std::int32_t SwitchAutomaton::firstOfLarge(const FND::String& text) const {
     countWork(text.size());
     return group_ ? group_->firstPath(text) : engine_->firstPath(text, countWork);
 }

@@ -37,7 +37,7 @@ public:
         return group_ ? group_->firstPath(text) : engine_->firstPath(text);
     }
     /// The same; counts as work.
-    std::int32_t firstOfLong(const FND::String& text) const;
+    std::int32_t firstOfLarge(const FND::String& text) const;
 
 private:
     std::optional<FND::String> insert(const FND::String& pattern);

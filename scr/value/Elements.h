@@ -8,7 +8,7 @@
 
 #include "scr/Array.h"
 #include "scr/Hash.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 #include "scr/value/Slots.h"
 
 namespace SCR {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "fnd/SeededHash.h"
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 namespace SCR {
 

@@ -1,4 +1,4 @@
-#include "scr/value/LongText.h"
+#include "scr/value/LargeText.h"
 
 #include <cstdint>
 #include <cstring>
@@ -60,7 +60,7 @@ private:
 
 }  // namespace
 
-int compareLong(std::string_view a, std::string_view b) {
+int compareLarge(std::string_view a, std::string_view b) {
     const std::size_t common = std::min(a.size(), b.size());
     for (std::size_t at = 0; at < common;) {
         const std::size_t size = std::min(textPieceSizeS, common - at);
@@ -103,7 +103,7 @@ std::size_t findByte(std::string_view text, char byte) {
     return text.size();
 }
 
-const char* findLong(std::string_view text, std::string_view part) {
+const char* findLarge(std::string_view text, std::string_view part) {
     if (part.size() > text.size()) return nullptr;
     const std::uint64_t weight = Fingerprint::power(part.size());
     Fingerprint sought;
@@ -112,7 +112,7 @@ const char* findLong(std::string_view text, std::string_view part) {
     found.addAll(text.substr(0, part.size()));
     const std::size_t last = text.size() - part.size();
     for (std::size_t at = 0;; ++at) {
-        if (found == sought && compareLong(text.substr(at, part.size()), part) == 0)
+        if (found == sought && compareLarge(text.substr(at, part.size()), part) == 0)
             return text.data() + at;
         if (at == last) return nullptr;
         found.move(text[at], text[at + part.size()], weight);

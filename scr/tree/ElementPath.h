@@ -10,7 +10,7 @@
 namespace SCR {
 
 /// The indices and keys of an access to an element, in the order of their evaluation.
-class PlaceTrail {
+class ElementTrail {
 public:
     void clear() {
         indices_.clear();
@@ -40,18 +40,18 @@ private:
 /// then find the element several times, whatever happened to it in between. `Found` is the class of
 /// an element that is a container; for other elements it is the type of the value.
 template <class Found>
-class KESTREL_API ElementPlace {
+class KESTREL_API ElementPath {
 public:
-    ElementPlace() = default;
-    ElementPlace(const ElementPlace&) = delete;
-    ElementPlace& operator=(const ElementPlace&) = delete;
-    virtual ~ElementPlace() = default;
+    ElementPath() = default;
+    ElementPath(const ElementPath&) = delete;
+    ElementPath& operator=(const ElementPath&) = delete;
+    virtual ~ElementPath() = default;
 
     /// Evaluates the indices and keys and adds them to `trail`.
-    virtual void note(PlaceTrail& trail) = 0;
+    virtual void note(ElementTrail& trail) = 0;
     /// The element for the next indices and keys of `trail`. Made when it is missing; null when it
     /// cannot be made. Owned by its container; use it at once.
-    virtual Found* follow(PlaceTrail& trail) = 0;
+    virtual Found* follow(ElementTrail& trail) = 0;
 };
 
 }  // namespace SCR
