@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "records/ScriptCharge.h"
+#include "scr/run/ScriptCharge.h"
 
 namespace Records {
 
@@ -37,7 +37,7 @@ public:
     bool assign(std::size_t field, std::string_view value);
 
     /// What assigned values take. Released once the next record is taken.
-    ScriptCharge& charge() { return charge_; }
+    SCR::ScriptCharge& charge() { return charge_; }
 
     /// Appends the record, without a line end, to `out`.
     void write(std::string& out);
@@ -58,7 +58,7 @@ private:
     std::size_t found_ = 0;      // fields located so far
     std::size_t next_ = 0;       // where the next one begins in the text
     bool isChanged_ = false;
-    ScriptCharge charge_;
+    SCR::ScriptCharge charge_;
 };
 
 }  // namespace Records

@@ -50,7 +50,7 @@ struct CurrentRecord {
     bool isDropped = false;
     bool isRejected = false;
     std::string reason;   ///< why the record is rejected
-    ScriptCharge charge;  ///< for the reason
+    SCR::ScriptCharge charge;  ///< for the reason
 
     /// Gives back what the script was charged for. To be called once the next record is taken.
     void release();

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "records/ScriptCharge.h"
+#include "scr/run/ScriptCharge.h"
 
 namespace Records {
 
@@ -44,7 +44,7 @@ public:
     /// why it is not one JSON object; the record is `{}` then.
     const char* take(std::string_view text);
     /// What changes take. Released once the next record is taken.
-    ScriptCharge& charge() { return charge_; }
+    SCR::ScriptCharge& charge() { return charge_; }
     /// The record as it is now, without a line end.
     std::string_view text();
 
@@ -147,7 +147,7 @@ private:
     std::uint64_t shapes_ = 0;
     std::string scratch_;
     std::string added_;
-    ScriptCharge charge_;
+    SCR::ScriptCharge charge_;
 };
 
 }  // namespace Records

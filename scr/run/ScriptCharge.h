@@ -7,7 +7,7 @@
 #include "scr/run/Memory.h"
 #include "scr/run/RunControl.h"
 
-namespace Records {
+namespace SCR {
 
 /// What a script makes a record take, charged to that script until the record is done. A script
 /// that would pass its limit of memory is stopped. Outside of a script nothing is charged.
@@ -15,7 +15,7 @@ class ScriptCharge {
 public:
     /// To be called before the bytes are taken.
     void take(std::size_t bytes) {
-        SCR::RunControl* const control = SCR::RunControl::current();
+        RunControl* const control = RunControl::current();
         if (control == nullptr) return;
         control->chargeBuffer(bytes);
         control_ = control;
@@ -23,7 +23,7 @@ public:
     }
     /// Before `text` grows to hold `size` bytes; as much again is for what is written of it.
     void grow(const std::string& text, std::size_t size) {
-        if (size > text.capacity()) take(2 * SCR::growth(text, size));
+        if (size > text.capacity()) take(2 * growth(text, size));
     }
     /// Whether more was taken than is worth keeping for the records to come.
     bool isLarge() const { return bytes_ > std::size_t{64} << 10; }
@@ -33,8 +33,8 @@ public:
     }
 
 private:
-    SCR::RunControl* control_ = nullptr;  // of the script; null before it took anything
+    RunControl* control_ = nullptr;  // of the script; null before it took anything
     std::size_t bytes_ = 0;
 };
 
-}  // namespace Records
+}  // namespace SCR
