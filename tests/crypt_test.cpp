@@ -71,14 +71,10 @@ TEST(Crypt, WritesTheScrambledForm) {
 
 TEST(Crypt, DrawsAnewWithoutTheSystemsGenerator) {
     randomBytesS.clear();
-    std::string first;
-    std::string second;
-    std::string plain;
-    EXPECT_TRUE(Crypt::encrypt("text", first));
-    EXPECT_TRUE(Crypt::encrypt("text", second));
+    std::string first, second, plain;
+    EXPECT_TRUE(Crypt::encrypt("text", first) && Crypt::encrypt("text", second));
     EXPECT_NE(first, second);
-    EXPECT_TRUE(Crypt::decrypt(second, plain));
-    EXPECT_EQ(plain, "text");
+    EXPECT_TRUE(Crypt::decrypt(second, plain) && plain == "text");
 }
 
 TEST(Crypt, ReadsEveryKeyLengthAndCase) {

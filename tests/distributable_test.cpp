@@ -44,8 +44,6 @@ TEST(Distributable, WhatIsCarriedIsFound) {
     } rows[] = {
         // Variables that have a value before they are read.
         {"Long a = 1; Long b = a + 1; a = b;", ""},
-        {"Long a; a = 1; a = a + 1;", ""},
-        {"const Long c = 2; Long a = c;", ""},
         {"Long i; for (i = 0; i < 3; i = i + 1) { Long k = i; k = k + 1; }", ""},
         {"Long n; Bool f = amount > 1 and amount < 3; n = 1; amount = n;", ""},
         {"Long a; amount = a;", ""},  // never assigned
@@ -58,7 +56,6 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         // Variables that may have none.
         {"Long a;\na = a + 1;", "2 a"},
         {"Long h{};\nh{\"x\"} = 1;", "2 h"},
-        {"Long a[][];\na[0][1] = 1;", "2 a"},
         {"Long a[]; Long i[];\na[i[0]] = 1; i[0] = 2;", "2 a; 2 i"},
         {"Long h{}; Bool b =\nhashContains(h, \"x\"); h{\"x\"} = 1;", "2 h"},
         {"String k[]; Long h{};\nhashRemove(h, k[0]);", "2 h"},
@@ -69,19 +66,15 @@ TEST(Distributable, WhatIsCarriedIsFound) {
          "1 f; 2 fileOpen"},
 
         // Branches.
-        {"Long a; if (amount > 1) a = 1; else a = 2; amount = a;", ""},
         {"Long a; if (amount > 1) a = 1;\namount = a;", "2 a"},
         {"Long a; if (amount > 1) { a = 1; } else if (amount < 1) a = 2; else { a = 3; }\n"
          "amount = a;",
          ""},
-        {"Long a; if (amount > 1) a = 1; else\namount = a;", "2 a"},
-        {"Long a; while (amount > 1) a = 1;\namount = a;", "2 a"},
         {"Long a; while ((a = amount) > 1) amount = a; amount = a;", ""},
         {"Long a; do a = 1; while (a > amount); amount = a;", ""},
         {"Long i; Long a; for (i = 0; i < 3; a = i) i = i + 1;\namount = a;", "2 a"},
         {"Long i; Long a; for (i = 0; i < 3 and amount > 1; i = i + 1) a = 1; a = i;", ""},
         {"Bool a; Bool b = amount > 1 and (a = true);\nb = a;", "2 a"},
-        {"Long a; switch (amount) { case 1: a = 1; break; default: a = 2; } amount = a;", ""},
         {"Long a; switch (amount) { case 1: case 2: a = 1; break; default: a = 2; break; }\n"
          "amount = a;",
          ""},
@@ -92,7 +85,6 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         // Functions.
         {"function Long f(Long x) { Long y = x; y = y + x; return y; } amount = f(f(1));", ""},
         {"function Long f(Long x) { return x; } Long a = 1; Long b = f(a) + f(a + a);", ""},
-        {"Long a = 1; function Long f { return a; } amount = f();", ""},
         {"Long a; function Long f {\nreturn a; } amount = f(); a = 1;", "2 a"},
         {"Long a; function f { a = 1; } f(); amount = a;", ""},
         {"Long a; function Bool f { if (amount > 1) { a = 1; return true; } return false; }\n"
@@ -109,7 +101,6 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         // The functions that run before and after all records.
         {"Long t{}; function BEGIN { t{\"a\"} = 1; } amount = t{\"a\"};", ""},
         {"Long t; function f { t = t + 1; } function BEGIN { f(); } amount = t;", ""},
-        {"Long t; function BEGIN { t = 1; }\namount = t; t = 2;", "2 t"},
         {"Long n; function END {\nlogStdout(longToStr(n)); }\nn = n + 1;",
          "2 logStdout; 2 END n; 3 n"},
         {"Long n; function END { Long m = 0; n = 1; m = n; } n = 2;", ""},
@@ -117,7 +108,6 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         // The world.
         {"system(\"date\");\nString s = sysGetEnv(\"HOME\"); Long t = currentTimeInMillis();",
          "1 system; 2 sysGetEnv; 2 currentTimeInMillis"},
-        {"function f { logStdout(\"x\"); }", ""},
         {"function g {\nlogStdout(\"x\"); } function f { g(); }\nfunction BEGIN { f(); }",
          "2 logStdout"},
         {"logStdout(\nlongToStr(\n1)); logStdout(\"\");", "1 logStdout; 3 logStdout"},

@@ -86,18 +86,4 @@ TEST(OperatorChain, EvaluatesAsPairsDo) {
     compareRows<bool>("Bool", "&|=", R"(if (a) logStdout("true"); else logStdout("false");)");
 }
 
-// Each evaluation of the row interrupts one that the function has begun.
-TEST(OperatorChain, MayBeEvaluatedWithinItself) {
-    const Harness::ScriptRun run = Harness::run(
-        "Long left = 2; Long turn;"
-        "function Long f(Long n) { left = left - 1; if (left < 0) return 2; turn = turn + 1;"
-        " return 1000000007 / turn / 1 / 1 / 1 / 1 / 1 / 1 / 1 / 1 / 1 / 1 / (f(1) % 7 + 1)"
-        " / turn + f(1); }"
-        "logStdout(longToStr(f(1)) + \"\\n\"); left = 2;"
-        "function String g(String s) { left = left - 1; if (left < 0) return \"x\";"
-        " return \"a\" + g(s) + \"b\" + g(s) + \"c\"; }"
-        "logStdout(g(\"\") + \"\\n\");");
-    EXPECT_EQ(run.output, "250000003\naaxbxcbxc\n") << run.log;
-}
-
 }  // namespace

@@ -37,14 +37,6 @@ TEST(Portable, CopiesAndAppendsWithinBounds) {
     EXPECT_EQ(std::string(open, sizeof open), "xy");
 }
 
-TEST(Portable, CopiesMemoryWithinBounds) {
-    char buffer[] = "abcdef";
-    EXPECT_EQ(copyMemory(buffer + 1, 3, buffer, 5), 3U);
-    EXPECT_STREQ(buffer, "aabcef");
-    EXPECT_EQ(copyMemory(nullptr, 0, buffer, 5), 0U);
-    EXPECT_EQ(copyMemory(buffer, 5, nullptr, 0), 0U);
-}
-
 TEST(Portable, SleepsThroughSignals) {
     using Handler = void (*)(int);
     const Handler old = std::signal(SIGALRM, [](int) {});

@@ -25,7 +25,7 @@ std::size_t openFiles() {
     return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
 }
 
-TEST(Waiting, AnInterruptionEndsEveryWait) {
+TEST(Waiting, InterruptionsAndTheTimeLimitEndEveryWait) {
     const Harness::Folder folder;
     const std::string pipe = folder.path("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -49,20 +49,27 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
         opened + "fileCopy(\"/dev/zero\", \"" + pipe + "\");",
     };
     const std::size_t filesBefore = openFiles();
+    bool isTimed = false;
     for (const std::string& script : scripts) {
         Harness::MemoryLog log;
         SCR::Interpreter interpreter(&log);
         ASSERT_TRUE(
             interpreter.compile("Long turn; turn = turn + 1; if (turn == 1) {" + script + "}"));
-        std::thread other([&interpreter] {
+        // Every other wait is ended by the limit of time.
+        isTimed = !isTimed;
+        SCR::Limits limits;
+        if (isTimed) limits.time = 50;
+        interpreter.limits(limits);
+        std::thread other([&] {
             std::this_thread::sleep_for(50ms);
-            interpreter.interrupt();
+            if (!isTimed) interpreter.interrupt();
         });
         const auto before = Clock::now();
         EXPECT_FALSE(interpreter.execute()) << script;
         EXPECT_LT(Clock::now() - before, 1050ms) << script;
         other.join();
-        EXPECT_NE(log.text.find("interrupted"), std::string::npos) << script << log.text;
+        EXPECT_NE(log.text.find(isTimed ? "limit `time'" : "interrupted"), std::string::npos)
+            << script << log.text;
         EXPECT_TRUE(interpreter.execute()) << script;
     }
     for (int turn = 0; turn < 100 && isRunning(shellMark); ++turn) {
@@ -71,24 +78,6 @@ TEST(Waiting, AnInterruptionEndsEveryWait) {
     EXPECT_FALSE(isRunning(shellMark));
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
     EXPECT_EQ(openFiles(), filesBefore);
-}
-
-TEST(Waiting, TheTimeLimitHoldsInEveryWait) {
-    for (const std::string script :
-         {"sleep(10);", "system(\"sleep 10\");", "String out; system(\"yes\", out);",
-          "Long m = mutexCreate(); mutexAcquire(m); mutexAcquire(m);"}) {
-        Harness::ScriptSetup setup;
-        setup.prepare = [](SCR::Interpreter& interpreter) {
-            SCR::Limits limits;
-            limits.time = 50;
-            interpreter.limits(limits);
-        };
-        const auto before = Clock::now();
-        const Harness::ScriptRun result = Harness::run(script, setup);
-        EXPECT_LT(Clock::now() - before, 1050ms) << script;
-        EXPECT_FALSE(result.ok) << script;
-        EXPECT_NE(result.log.find("limit `time'"), std::string::npos) << script << result.log;
-    }
 }
 
 TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {

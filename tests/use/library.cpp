@@ -70,7 +70,6 @@ KESTREL_API SCR::Extension* later_KestrelExtension() { return make("later", 6).r
 KESTREL_API SCR::Extension* two_KestrelExtension() { return make("two", 2).release(); }
 KESTREL_API SCR::Extension* dotted_KestrelExtension() { return make("dot.ted", 3).release(); }
 KESTREL_API SCR::Extension* impostor_KestrelExtension() { return make("one", 4).release(); }
-KESTREL_API SCR::Extension* builtin_KestrelExtension() { return make("main", 5).release(); }
 KESTREL_API SCR::Extension* null_KestrelExtension() { return nullptr; }
 KESTREL_API SCR::Extension* thrower_KestrelExtension() { throw std::runtime_error("no licence"); }
 KESTREL_API SCR::Extension* number_KestrelExtension() { throw 42; }
