@@ -35,20 +35,6 @@ TEST(BuiltIns, EveryRowIsFoundByItsName) {
     }
 }
 
-TEST(BuiltIns, AliasesShareTheirFactory) {
-    const struct {
-        const char *name, *alias;
-    } pairs[] = {{"size", "arraySize"},     {"length", "strLength"}, {"toLower", "strToLower"},
-                 {"toUpper", "strToUpper"}, {"substr", "strSubstr"}, {"replace", "strReplace"}};
-    SCR::MainExtension extension;
-    for (const auto& pair : pairs) {
-        const SCR::FctDescr* const descriptor = descriptorOf(extension, pair.name);
-        const SCR::FctDescr* const alias = descriptorOf(extension, pair.alias);
-        ASSERT_TRUE(descriptor != nullptr && alias != nullptr) << pair.name;
-        EXPECT_EQ(descriptor->factory(), alias->factory()) << pair.name;
-    }
-}
-
 TEST(BuiltIns, EveryRowHasAManualWhoseExampleHolds) {
     const Harness::ExampleFolder folder;
     for (const SCR::BuiltIn* row : SCR::builtIns()) {

@@ -3,9 +3,7 @@
 
 #include "Allocations.h"
 #include "Script.h"
-#include "scr/CompareInterface.h"
 #include "scr/ConditionList.h"
-#include "scr/Node.h"
 #include "scr/run/AutomataAccount.h"
 
 namespace {
@@ -241,23 +239,6 @@ TEST(CompileLimits, OthersCompileMeanwhile) {
     EXPECT_FALSE(isDone);
     slow.interrupt();
     compiling.join();
-}
-
-// A host may evaluate a condition as soon as it gets it.
-TEST(CompileLimits, ConditionsWorkAtOnce) {
-    struct List final : SCR::CompareInterface {
-        bool condition(SCR::BoolNode* condition) override {
-            const std::unique_ptr<SCR::BoolNode> owned(condition);
-            return owned->result();
-        }
-        bool comparePattern(Interpreter& /*interpreter*/, SCR::ParserStack& /*stack*/) override {
-            return false;
-        }
-    } list;
-    MemoryLog log;
-    Interpreter interpreter(&log);
-    EXPECT_TRUE(interpreter.compileConditions("strMatch(\"abc\", \"b.|^x{2}\") == \"bc\";", list))
-        << log.text;
 }
 
 // Labels that are all in one chain of a table whose places are known.

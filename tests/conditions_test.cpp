@@ -124,20 +124,6 @@ TEST(Conditions, WrongOnesAddNothing) {
     EXPECT_EQ(capture.text(), "");
 }
 
-TEST(Conditions, PatternBeyondTheLimitOfStates) {
-    Bench bench;
-    SCR::Limits limits;
-    limits.states = 50;
-    bench.interpreter.limits(limits);
-    EXPECT_FALSE(bench.conditions.compile("text =~ \".*a............\";"));
-    bench.pattern = ".*a............";
-    EXPECT_TRUE(bench.conditions.compile("text =~ pattern;"));
-    bool holds = true;
-    EXPECT_TRUE(bench.conditions.holds(0, holds));
-    EXPECT_FALSE(holds);
-    EXPECT_NE(bench.log.text.find("=~: illegal pattern"), std::string::npos) << bench.log.text;
-}
-
 TEST(Conditions, UseTheScriptAndStopWithIt) {
     Bench bench;
     ASSERT_TRUE(

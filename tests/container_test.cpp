@@ -192,16 +192,14 @@ TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
 }
 
 TEST(Array, TruncatedElementsComeBackAsClones) {
-    for (const unsigned long size : {3UL, 8UL, 64UL, 200UL, 5000UL, 20000UL}) {
-        for (const unsigned long left : {0UL, 1UL, 4UL, 60UL, 4096UL, 30000UL}) {
-            SCOPED_TRACE(testing::Message() << size << " cut to " << left);
+    for (const unsigned long size : {3UL, 64UL, 5000UL, 20000UL}) {
+        for (const unsigned long left : {0UL, 1UL, 60UL, 4096UL, 30000UL}) {
             Array array(new StringVariable("p"));
             for (unsigned long i = 0; i < size; ++i) stringAt(array, i) = std::to_string(i);
             array.truncate(left);
-            const unsigned long kept = std::min(left, size);
-            ASSERT_EQ(array.size(), kept);
+            ASSERT_EQ(array.size(), std::min(left, size));
             for (unsigned long i = 0; i < size + 10; ++i) {
-                ASSERT_EQ(stringAt(array, i), i < kept ? std::to_string(i) : "p") << i;
+                ASSERT_EQ(stringAt(array, i), i < std::min(left, size) ? std::to_string(i) : "p");
             }
         }
     }

@@ -441,13 +441,5 @@ TEST(DateTime, AddsLocalTime) {
     }
 }
 
-TEST(DateTime, PrintsIntoTheRoomOfTheText) {
-    std::string out(5000, ' ');
-    const char* const data = out.data();
-    DateTime(0).format(out, std::string(3000, 'x') + "%c", Zone::Utc);
-    EXPECT_EQ(out, std::string(3000, 'x') + "Thu Jan  1 00:00:00 1970");
-    EXPECT_EQ(out.data(), data);
-}
-
 }  // namespace
 }  // namespace FND

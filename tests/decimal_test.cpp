@@ -192,14 +192,6 @@ TEST(Decimal, HexTextIsStrict) {
     }
 }
 
-TEST(Decimal, FormatReusesMemory) {
-    std::string text(100, 'x');
-    const char* const memory = text.data();
-    decimal("12345678901234567890.12345678").format(text, 8);
-    decimal("-12345678901234567890.12345678").formatHex(text, '.', 28);
-    EXPECT_EQ(memory, text.data());
-}
-
 // Carries between the words of wide integers, too rare for decimals to meet them by chance.
 
 constexpr bool areEqual(const UInt192& left, const UInt192& right) {
@@ -308,12 +300,6 @@ TEST(Decimal, Doubles) {
     EXPECT_EQ("0", shown(Decimal().sqrt()));
     EXPECT_EQ("-", shown(decimal("-0.01").sqrt()));
     EXPECT_EQ("-", shown(decimal("-12345678901234567890").sqrt()));
-}
-
-TEST(Decimal, RoundLimitsPlaces) {
-    const Decimal number = decimal("-2.55");
-    EXPECT_EQ("-3", shown(number.round(std::numeric_limits<int>::min(), Mode::Plain)));
-    EXPECT_EQ("-2.55", shown(number.round(std::numeric_limits<int>::max(), Mode::Plain)));
 }
 
 }  // namespace

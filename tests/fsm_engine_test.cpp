@@ -1,6 +1,6 @@
 // The engine's interface: what it reports, its limits and its failures.
 
-#include "SmallStack.h"
+#include "Test.h"
 #include "fsm/Engine.h"
 
 namespace {
@@ -139,16 +139,6 @@ TEST(FsmEngine, Hostile) {
     while (engine.patternCount() < 100 && engine.insertPattern("a{10000}")) continue;
     EXPECT_EQ(engine.patternCount(), 7);
     EXPECT_EQ(engine.error(), "patterns need more than 80000 states at pattern 7");
-}
-
-TEST(FsmEngine, LongPatternOnSmallStack) {
-    Harness::onSmallStack(256 * 1024, [] {
-        Engine engine;
-        std::string pattern;
-        while (pattern.size() < 100000) pattern += "abcdefghi.";
-        EXPECT_TRUE(engine.insertPattern(pattern) && engine.finalSetup() &&
-                    engine.process(pattern)->pathNumbers() == Paths{0});
-    });
 }
 
 TEST(FsmEngine, Successors) {

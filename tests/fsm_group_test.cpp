@@ -117,22 +117,6 @@ TEST(FsmMultiEngine, Rows) {
     }
 }
 
-TEST(FsmMultiEngine, GuiltyRow) {
-    MultiEngine engine;
-    engine.stateLimit(1000);
-    EXPECT_TRUE(engine.insertPatterns({"a", "b"}, 3));
-    EXPECT_TRUE(engine.insertPatterns({"a", "(a|b)*a(a|b){20}"}, 5));
-    EXPECT_TRUE(engine.insertPatterns({"b", "(a|b)*a(a|b){20}"}, 6));
-    EXPECT_FALSE(engine.finalSetup());
-    EXPECT_EQ(engine.guiltyPath(), 5);
-    EXPECT_EQ(engine.error(), "word 2: limit of 1000 states passed at pattern 1: (a|b)*a(a|b){20}");
-    EXPECT_EQ(processed(engine, Words{"a", "b"}), Paths{});
-    engine.clear();
-    EXPECT_TRUE(engine.insertPatterns({"a"}));
-    EXPECT_TRUE(engine.finalSetup());
-    EXPECT_EQ(processed(engine, Words{"a"}), Paths{0});
-}
-
 // Rows whose second word makes an automaton that is split, against matching each pattern by itself.
 TEST(FsmMultiEngine, RandomRows) {
     reference::RandomPatterns random(11);

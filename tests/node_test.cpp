@@ -90,17 +90,6 @@ TEST(NodeTest, VirtualFunctionsHaveTheirSlots) {
               (Slots{2, 3, 4, 5, 6, 7, 8}));
 }
 
-TEST(NodeTest, OnlyLongConstantsPromote) {
-    SCR::LongConstant five(5);
-    const std::unique_ptr<Node> promoted(five.promote(TypeCode::Decimal));
-    auto* decimal = dynamic_cast<SCR::DecimalConstant*>(promoted.get());
-    ASSERT_NE(decimal, nullptr);
-    EXPECT_EQ(decimal->result(), FND::Decimal(5));
-    EXPECT_EQ(five.promote(TypeCode::Decimal | TypeCode::ConstFlag), nullptr);
-    EXPECT_EQ(five.promote(TypeCode::String), nullptr);
-    EXPECT_EQ(SCR::StringConstant("5").promote(TypeCode::Long), nullptr);
-}
-
 TEST(NodeTest, VariablesCarryTheirFlags) {
     EXPECT_EQ(SCR::LongVariable().dataType(), 0x400E);
     EXPECT_EQ(SCR::LongVariable(1, true).dataType(), 0x800E);
@@ -131,30 +120,6 @@ private:
     const std::int32_t code_;
     const bool returns_;
 };
-
-// True a number of times, then false.
-class Countdown final : public SCR::BoolNode {
-public:
-    explicit Countdown(int turns) : turns_(turns) {}
-    bool result() override { return turns_-- > 0; }
-
-private:
-    int turns_;
-};
-
-TEST(StatementTest, ACodeEndsTheListAndGoesOutward) {
-    int before = 0;
-    int after = 0;
-    auto inner = std::make_unique<SCR::StatementList>();
-    inner->addStatement(new Probe(before, 0));
-    inner->addStatement(new Probe(before, -1));
-    inner->addStatement(new Probe(after, 0));
-    SCR::WhileStatement loop(new Countdown(5));
-    EXPECT_TRUE(loop.addStatement(inner.release()));
-    EXPECT_EQ(loop.execute(), -1);
-    EXPECT_EQ(before, 2);
-    EXPECT_EQ(after, 0);
-}
 
 // The result of a switch that a host builds: 7 when the selector fits its only label, otherwise 0.
 template <class Switch, class Constant, class Value>

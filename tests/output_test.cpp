@@ -1,7 +1,6 @@
 // Where scripts print and write, and how failures of outputs become known.
 
 #include <stdio_ext.h>
-#include <sys/resource.h>
 
 #include "Examples.h"
 #include "Script.h"
@@ -128,25 +127,6 @@ TEST(OutputTest, WhatAFileDidNotTakeIsKnownOnceItIsClosed) {
     EXPECT_TRUE(interpreter.execute() && interpreter.finish());
     EXPECT_EQ(interpreter.outputFailures().count(), 30);
     EXPECT_EQ(interpreter.outputFailures().first().size(), SCR::OutputFailures::mostCM);
-}
-
-TEST(OutputTest, WhereNoMoreFilesCanBeOpenedThatFails) {
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    rlimit few = before;
-    few.rlim_cur = 64;
-    setrlimit(RLIMIT_NOFILE, &few);
-    const Harness::ScriptRun run = Harness::run(R"(
-        File f{}; Long opened; Long i;
-        for (i = 0; i < 10000; i = i + 1) {
-            if (fileOpen(f{longToStr(i)}, "/dev/null", "r")) { opened = opened + 1; }
-        }
-        if (opened > 20 and opened < 64) logStdout("some ");
-        hashClear(f);
-        if (fileOpen(f{"again"}, "/dev/null", "r")) logStdout("again");)");
-    setrlimit(RLIMIT_NOFILE, &before);
-    EXPECT_EQ(run.output, "some again");
-    EXPECT_EQ(run.log, "");
 }
 
 /// A pipe in place of standard output.

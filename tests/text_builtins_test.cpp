@@ -33,7 +33,7 @@ void expectAsInC(const string& text) {
     EXPECT_EQ(value.value_or(0), expected) << '"' << text << '"';
 }
 
-TEST(NumberText, ReadsAllShortTextsAsTheCLibrary) {
+TEST(NumberText, ReadsShortTextsAndLimitsAsTheCLibrary) {
     const string alphabet(" \t+-017fFgxX\xE4\0", 14);
     string text;
     const auto extend = [&](const auto& self, int left) -> void {
@@ -46,15 +46,11 @@ TEST(NumberText, ReadsAllShortTextsAsTheCLibrary) {
         }
     };
     extend(extend, 4);
-}
-
-TEST(NumberText, ReadsLimitsAsTheCLibrary) {
     for (const string sign : {"", "+", "-"}) {
         for (const string digits :
-             {"9223372036854775806", "9223372036854775807", "9223372036854775808",
-              "9223372036854775809", "18446744073709551615", "18446744073709551616",
-              "7fffffffffffffff", "8000000000000000", "fffffffffffffffe", "ffffffffffffffff",
-              "0xffffffffffffffff", "10000000000000000", "ffffffffffffffffffffffffffff"}) {
+             {"9223372036854775807", "9223372036854775808", "9223372036854775809",
+              "18446744073709551616", "7fffffffffffffff", "8000000000000000", "0xffffffffffffffff",
+              "10000000000000000"}) {
             expectAsInC(sign + digits);
             expectAsInC("  " + sign + "0000000000000000000000000" + digits + " 1");
         }

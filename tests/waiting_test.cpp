@@ -82,34 +82,25 @@ TEST(Waiting, InterruptionsAndTheTimeLimitEndEveryWait) {
 
 TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
     const Harness::Folder folder;
-    const std::string file = folder.path("file");
-    const struct {
-        std::string script;
-        bool ok;
-    } rows[] = {
+    const std::string open = "File f; fileOpen(f, \"" + folder.path("file") + "\", \"w+\"); ";
+    const std::string read = " fileSeek(f, 0); String s; fileReadLine(f, s, 9223372036854775807);";
+    const std::pair<std::string, bool> rows[] = {
         {"String out; system(\"head -c 100000 /dev/zero\", out);", true},
         {"String out; system(\"head -c 100001 /dev/zero\", out);", false},
         {"String a[]; a[0] = \"x\"; system(\"head -c 100000 /dev/zero\", a[0]);", false},
         {"system(\"head -c 200000 /dev/zero\");", true},
-        {"File f; fileOpen(f, \"" + file +
-             "\", \"w+\"); fileWriteLong(f, 1, 100000);"
-             "fileSeek(f, 0); String s; fileReadLine(f, s, 9223372036854775807);",
-         true},
-        {"File f; fileOpen(f, \"" + file +
-             "\", \"w+\"); fileWriteLong(f, 1, 100001);"
-             "fileSeek(f, 0); String s; fileReadLine(f, s, 9223372036854775807);",
-         false},
+        {open + "fileWriteLong(f, 1, 100000);" + read, true},
+        {open + "fileWriteLong(f, 1, 100001);" + read, false},
     };
-    for (const auto& row : rows) {
-        Harness::ScriptSetup setup;
-        setup.prepare = [](SCR::Interpreter& interpreter) {
-            SCR::Limits limits;
-            limits.string = 100'000;
-            interpreter.limits(limits);
-        };
-        const Harness::ScriptRun result = Harness::run(row.script, setup);
-        EXPECT_EQ(result.ok, row.ok) << row.script << result.log;
-        EXPECT_EQ(result.log.find("limit `string'") == std::string::npos, row.ok) << result.log;
+    for (const auto& [script, ok] : rows) {
+        const Harness::ScriptRun result =
+            Harness::run(script, {.prepare = [](SCR::Interpreter& interpreter) {
+                             SCR::Limits limits;
+                             limits.string = 100'000;
+                             interpreter.limits(limits);
+                         }});
+        EXPECT_EQ(result.ok, ok) << script << result.log;
+        EXPECT_EQ(result.log.find("limit `string'") == std::string::npos, ok) << result.log;
     }
 }
 
