@@ -441,7 +441,7 @@ TEST(StopTest, FibersRun) {
     ASSERT_TRUE(
         interpreter.compile("Long left; left = 50; function Long f { left = left - 1; if (left > "
                             "0) { f(); } return 1; } f();"));
-    std::vector<char> stack(1 << 20);
+    std::vector<char> stack(4 << 20);
     for (const bool isSaid : {false, true}) {
         for (const long depth : {100, 20}) {
             Limits limits;
