@@ -490,14 +490,39 @@ TEST_F(CliTest, EveryHelpGivesAnExample) {
 }
 
 TEST_F(CliTest, AFailedWriteIsNoSuccess) {
-    for (const auto& [line, status] : {std::pair{"run -e 'logStdout(\"x\");'", 74},
-                                       {"encrypt", 74},
-                                       {"--help", 74},
-                                       {"match -p a", 1},
-                                       {"run -e '' --records -", 1}}) {
-        const Result result = kestrel(line, "a\n", "/dev/full");
-        EXPECT_EQ(result.status, status) << line;
-        EXPECT_TRUE(result.messages.starts_with("kestrel: standard output: No space left")) << line;
+    // A pipe whose reader sleeps.
+    const std::string pipe = folder_.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+    const std::string full = "/dev/full";
+    const std::string fullMessage = "kestrel: standard output: No space left";
+    const std::string file = "File f; fileOpen(f, \"/dev/full\", \"w\"); fileWriteStr(f, \"x\");";
+    const std::string fileMessage = "kestrel: /dev/full: No space left";
+    const std::string prints = "while (true) { logStdout(\"xxxxxxxxxxxxxxx\"); }";
+    const struct {
+        std::string line;
+        std::string output;
+        int status;
+        std::string message;
+    } rows[] = {
+        {"run -e 'logStdout(\"x\");'", full, 74, fullMessage},
+        {"run --repeat 100000 -e 'logStdout(\"xxxxxxxxxxxxxxx\\n\");'", full, 74, fullMessage},
+        {"encrypt", full, 74, fullMessage},
+        {"--help", full, 74, fullMessage},
+        {"match -p a", full, 74, fullMessage},
+        {"run -e '' --records -", full, 74, fullMessage},
+        {"run -e '" + file + " fileClose(f);'", "", 74, fileMessage},
+        {"run -e '" + file + "'", "", 74, fileMessage},
+        {"run -e '" + file + "' --records -", "", 74, fileMessage},
+        {"run --limit time=50 -e '" + prints + "'", pipe, 4, "limit `time' of 50 passed"},
+        {"run --limit time=50 -e 'function END { " + prints + " }'", pipe, 4,
+         "limit `time' of 50 passed"},
+    };
+    for (const auto& row : rows) {
+        const Result result = kestrel(row.line, "a\n", row.output);
+        EXPECT_EQ(result.status, row.status) << row.line;
+        EXPECT_NE(result.messages.find(row.message), std::string::npos)
+            << row.line << result.messages;
     }
     close(reader);
 }
