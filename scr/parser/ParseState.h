@@ -8,6 +8,7 @@
 
 #include "fnd/String.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/PendingBuilds.h"
 
 namespace SCR {
 
@@ -41,7 +42,6 @@ struct ParseContext {
 // recursive and the entry points restore the former state, so that an extension's generator
 // function, which runs within a parse, may let another interpreter compile scripts.
 extern std::recursive_timed_mutex parserLockG;
-extern Interpreter* actInterpreterG;
 extern CompareInterface* actCompareInterfaceG;
 extern ParserStack* stackG;
 extern ParseContext* parseContextG;

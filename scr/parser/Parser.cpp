@@ -19,7 +19,6 @@
 namespace SCR {
 
 std::recursive_timed_mutex parserLockG;
-Interpreter* actInterpreterG = nullptr;
 CompareInterface* actCompareInterfaceG = nullptr;
 ParserStack* stackG = nullptr;
 ParseContext* parseContextG = nullptr;

@@ -2,14 +2,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/Status.h"
 #include "fnd/String.h"
-#include "scr/value/KeyHash.h"
 
 namespace SCR {
 
@@ -145,7 +144,7 @@ private:
 
     Log* log_;  // not owned
     PreprocessorOptions options_;
-    std::unordered_set<FND::String, KeyHash> includedNames_;
+    std::set<FND::String> includedNames_;
     std::vector<PreProFileData> fileStack_;  // the innermost file last
     std::size_t chargedBytes_ = 0;           // written text and text waiting in the file stack
     bool limitExceeded_ = false;

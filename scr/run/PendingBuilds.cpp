@@ -5,10 +5,11 @@
 #include "scr/Interpreter.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
-#include "scr/parser/ParseState.h"
 #include "scr/run/RunControl.h"
 
 namespace SCR {
+
+Interpreter* actInterpreterG = nullptr;
 
 PendingBuilds::PendingBuilds(Interpreter& interpreter)
     : interpreter_(interpreter), outer_(interpreter.pendingBuilds()) {

@@ -15,6 +15,9 @@ namespace SCR {
 class Interpreter;
 class ScriptStopped;
 
+/// The interpreter whose text is being parsed, or null. Set by the parser, under its lock.
+extern Interpreter* actInterpreterG;
+
 /// A part of a compiled script that may take long to build, such as an automaton. Shared by the
 /// node that uses it and by the list of pending builds.
 class PendingBuild {
