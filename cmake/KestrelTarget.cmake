@@ -12,6 +12,12 @@ function(kestrel_warnings target)
     endif()
 endfunction()
 
+# Those and the warnings for the product, where a conversion that loses something is worth a thought.
+function(kestrel_product_warnings target)
+    kestrel_warnings(${target})
+    target_compile_options(${target} PRIVATE -Wconversion)
+endfunction()
+
 # Makes faults of an optimised build harder to exploit: full RELRO, guarded stacks, checked calls of
 # the C library, and marks for the processor's control-flow enforcement; never passed on to users.
 function(kestrel_hardening target)
@@ -48,7 +54,7 @@ function(kestrel_layer target)
     target_compile_definitions(${target} PRIVATE KESTREL_SPECIALISE=$<BOOL:${KESTREL_SPECIALISE}>
         KESTREL_NODE_POOL=$<BOOL:${KESTREL_NODE_POOL}>)
     target_link_libraries(${target} PUBLIC Threads::Threads)
-    kestrel_warnings(${target})
+    kestrel_product_warnings(${target})
     kestrel_hardening(${target})
     kestrel_precompile(${target})
 endfunction()

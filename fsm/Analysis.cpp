@@ -70,14 +70,14 @@ private:
 
     // One byte of each class except the class of NUL alone, the readable ones first.
     static std::vector<unsigned char> readableBytes(const Table& table) {
-        std::array<int, 256> best{};
-        for (int byte = 255; byte > 0; --byte) {
-            int& kept = best[table.classOf()[byte]];
+        std::array<unsigned char, 256> best{};
+        for (unsigned char byte = 255; byte > 0; --byte) {
+            unsigned char& kept = best[table.classOf()[byte]];
             if (kept == 0 || rank(byte) <= rank(kept)) kept = byte;
         }
         std::vector<unsigned char> bytes;
-        for (int byte : best) {
-            if (byte != 0) bytes.push_back(static_cast<unsigned char>(byte));
+        for (const unsigned char byte : best) {
+            if (byte != 0) bytes.push_back(byte);
         }
         std::sort(bytes.begin(), bytes.end(), [](unsigned char a, unsigned char b) {
             return std::pair(rank(a), a) < std::pair(rank(b), b);
@@ -105,7 +105,8 @@ public:
         for (std::uint32_t state : texts_.order()) {
             const Paths& list = table.states()[state].pathNumbers();
             if (list.empty()) continue;
-            std::size_t known = std::lower_bound(seen.begin(), seen.end(), &list) - seen.begin();
+            const auto known = static_cast<std::size_t>(
+                std::lower_bound(seen.begin(), seen.end(), &list) - seen.begin());
             if (isTaken[known]) continue;
             isTaken[known] = true;
             countWork(8 * (1 + list.size()));
@@ -137,7 +138,8 @@ private:
     };
 
     std::size_t indexOf(std::int32_t path) const {
-        return std::lower_bound(paths_.begin(), paths_.end(), path) - paths_.begin();
+        return static_cast<std::size_t>(std::lower_bound(paths_.begin(), paths_.end(), path) -
+                                        paths_.begin());
     }
 
     bool isEverFirst(std::size_t index) const {

@@ -60,20 +60,21 @@ class SettledPaths {
 public:
     static constexpr bool isUsed = true;
 
-    explicit SettledPaths(std::vector<std::int32_t>& paths) : paths_(paths), begin_(paths.size()) {}
+    explicit SettledPaths(std::vector<std::int32_t>& paths)
+        : paths_(paths), begin_(std::ssize(paths)) {}
 
-    bool isAnySettled() const { return paths_.size() > begin_; }
+    bool isAnySettled() const { return std::ssize(paths_) > begin_; }
     void settle(const std::vector<std::int32_t>& settled) {
         for (std::int32_t path : settled) {
             auto place = std::lower_bound(paths_.begin() + begin_, paths_.end(), path);
             if (place == paths_.end() || *place != path) paths_.insert(place, path);
         }
     }
-    void forget() { paths_.resize(begin_); }
+    void forget() { paths_.erase(paths_.begin() + begin_, paths_.end()); }
 
 private:
     std::vector<std::int32_t>& paths_;
-    std::size_t begin_;
+    std::ptrdiff_t begin_;
 };
 
 // The lowest number of the patterns that have settled, or -1.
@@ -325,7 +326,7 @@ bool EngineGroup::Parts::walk(const char* text, std::size_t length, Visitor visi
 // Appends the path numbers that all parts report, ascending and each once, ignoring that the text
 // may have left all of them; false if it has.
 bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
-    std::size_t before = paths.size();
+    const std::ptrdiff_t before = std::ssize(paths);
     std::size_t lists = 0;
     auto append = [&](const Table& table, Table::Row row) {
         const auto& list = row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers();

@@ -256,8 +256,9 @@ private:
                 values.insert(values.end(), nfa_.patterns_.begin(state), nfa_.patterns_.end(state));
             }
             if (group.size() > 1) {
-                std::sort(edges.begin() + begin, edges.end());
-                edges.erase(std::unique(edges.begin() + begin, edges.end()), edges.end());
+                const auto first = edges.begin() + static_cast<std::ptrdiff_t>(begin);
+                std::sort(first, edges.end());
+                edges.erase(std::unique(first, edges.end()), edges.end());
             }
             countWork(8 * (1 + edges.size() - begin));
             edgeEnds.push_back(edges.size());

@@ -67,7 +67,8 @@ void MultiEngine::stateLimit(std::size_t states) {
 
 bool MultiEngine::insertPatterns(const std::vector<FND::String>& patterns,
                                  unsigned long pathNumber) {
-    unsigned long path = pathNumber == nextPathCM ? rows_->count : pathNumber;
+    const unsigned long path =
+        pathNumber == nextPathCM ? static_cast<unsigned long>(rows_->count) : pathNumber;
     if (rows_->isSetUp) {
         rows_->error = "no row may be inserted after finalSetup";
     } else if (patterns.empty() || patterns.size() > maxWordsCM) {

@@ -113,7 +113,7 @@ void NonDetState::print(const std::map<const State*, int>& numbers, std::ostream
                         int indent) const {
     State::print(numbers, out, indent);
     if (epsilons_.empty()) return;
-    out << std::string(indent, ' ') << "  epsilon ->";
+    out << std::string(static_cast<std::size_t>(indent), ' ') << "  epsilon ->";
     for (const State* target : epsilons_) {
         out << ' ';
         printNumber(numbers, out, target);

@@ -28,8 +28,9 @@ void State::pathNumbers(std::vector<bool>& bits) const {
     std::fill(bits.begin(), bits.end(), false);
     for (std::int32_t path : pathNumbers()) {
         if (path < 0) continue;
-        if (static_cast<std::size_t>(path) >= bits.size()) bits.resize(std::size_t{1} + path);
-        bits[path] = true;
+        const auto bit = static_cast<std::size_t>(path);
+        if (bit >= bits.size()) bits.resize(bit + 1);
+        bits[bit] = true;
     }
 }
 
@@ -58,7 +59,8 @@ void State::setNextWordFSM(Engine*) {}
 Engine* State::getNextWordFSM() const { return nullptr; }
 
 void State::print(const std::map<const State*, int>& numbers, std::ostream& out, int indent) const {
-    out << std::string(indent, ' ') << "state ";
+    const std::string margin(static_cast<std::size_t>(indent), ' ');
+    out << margin << "state ";
     printNumber(numbers, out, this);
     if (!pathNumbers().empty()) out << " paths " << pathString();
     out << '\n';
@@ -67,7 +69,7 @@ void State::print(const std::map<const State*, int>& numbers, std::ostream& out,
         int last = first;
         while (last < 255 && succState(static_cast<unsigned char>(last + 1)) == target) ++last;
         if (target != nullptr) {
-            out << std::string(indent, ' ') << "  ";
+            out << margin << "  ";
             printByte(out, first);
             if (last != first) {
                 out << '-';

@@ -242,7 +242,7 @@ void Table::findLoops() {
 }
 
 State* Table::successor(const DetState& state, unsigned char c) const {
-    std::size_t stateIndex = &state - states_.get();
+    const auto stateIndex = static_cast<std::size_t>(&state - states_.get());
     Row row = rows_[stateIndex * stride_ + classOf_[c]];
     return row == 0 ? nullptr : &states_[index(row)];
 }

@@ -188,8 +188,8 @@ struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
 constexpr std::array<short, 256> digitValuesS = [] {
     std::array<short, 256> values{};
     values.fill(-1);
-    for (int i = 0; i < 10; ++i) values['0' + i] = static_cast<short>(i);
-    for (int i = 10; i < 16; ++i) {
+    for (unsigned i = 0; i < 10; ++i) values['0' + i] = static_cast<short>(i);
+    for (unsigned i = 10; i < 16; ++i) {
         values['A' + i - 10] = values['a' + i - 10] = static_cast<short>(i);
     }
     return values;

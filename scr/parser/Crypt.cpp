@@ -29,9 +29,9 @@ constexpr std::uint8_t noDigitS = 255;
 constexpr std::array<std::uint8_t, 256> digitValuesS = [] {
     std::array<std::uint8_t, 256> values{};
     values.fill(noDigitS);
-    for (int digit = 0; digit < 16; ++digit) {
-        values["0123456789abcdef"[digit]] = digit;
-        values[digitsS[digit]] = digit;
+    for (std::uint8_t digit = 0; digit < 16; ++digit) {
+        values[static_cast<unsigned char>("0123456789abcdef"[digit])] = digit;
+        values[static_cast<unsigned char>(digitsS[digit])] = digit;
     }
     return values;
 }();
@@ -62,7 +62,8 @@ void drawRandom(std::array<unsigned char, Size>& bytes) {
     } while (got < 0 && errno == EINTR);
     if (got == static_cast<ssize_t>(Size)) return;
     // The splitmix64 generator of Steele, Lea and Flood.
-    std::uint64_t state = std::chrono::steady_clock::now().time_since_epoch().count();
+    auto state =
+        static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
     for (unsigned char& byte : bytes) {
         state += 0x9E3779B97F4A7C15;
         std::uint64_t mixed = (state ^ (state >> 30)) * 0xBF58476D1CE4E5B9;
@@ -156,7 +157,7 @@ bool Crypt::decrypt(const FND::String& scrambled, FND::String& plain) {
         key[i] ^= mask[i % maskLengthS];
     }
 
-    FND::String text((end - position) / 2, '\0');
+    FND::String text(static_cast<std::size_t>(end - position) / 2, '\0');
     char* out = text.data();
     Pad pad(mask, key, keyLength);
     while (position != end) {
@@ -169,7 +170,7 @@ bool Crypt::decrypt(const FND::String& scrambled, FND::String& plain) {
             *out++ = static_cast<char>(byte ^ pad.next());
         }
     }
-    text.resize(out - text.data());
+    text.resize(static_cast<std::size_t>(out - text.data()));
     plain = std::move(text);
     return true;
 }
@@ -181,7 +182,7 @@ FND::String Crypt::hexString(unsigned char byte) {
 bool Crypt::charFromHex(std::string_view& cursor, unsigned char& byte) {
     const char* position = cursor.data();
     if (!readUnit(position, cursor.data() + cursor.size(), byte)) return false;
-    cursor.remove_prefix(position - cursor.data());
+    cursor.remove_prefix(static_cast<std::size_t>(position - cursor.data()));
     return true;
 }
 
