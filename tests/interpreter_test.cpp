@@ -290,7 +290,7 @@ TEST(NestingTest, DeepTextsRunOrAreRefusedOnASmallStack) {
         const struct {
             int depth;
             std::int64_t nesting;
-        } sizes[] = {{240, SCR::Limits().nesting},
+        } sizes[] = {{300, SCR::Limits().nesting},
                      {100000, SCR::Limits().nesting},
                      {100000, SCR::Limits::none}};
         for (const auto& size : sizes) {
