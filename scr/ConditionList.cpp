@@ -198,7 +198,9 @@ bool ConditionList::State::isCurrent() {
 }
 
 bool ConditionList::State::holds(std::size_t index) {
+    constexpr std::size_t workOfCondition = 64;
     try {
+        countWork(workOfCondition);
         return conditions[index]->result();
     } catch (ScriptStopped& stopped) {
         interpreter.runControl().stoppedAt("condition " + std::to_string(index) + ": ");

@@ -315,6 +315,17 @@ TEST(StopTest, TimeIsNoticedWhereverItGoes) {
         EXPECT_FALSE(interpreter.execute()) << row.script.substr(0, 60);
         EXPECT_NE(log.text.find("limit `time' of"), std::string::npos) << log.text;
     }
+    // Conditions, none of which takes long.
+    MemoryLog log;
+    Interpreter interpreter(&log);
+    SCR::ConditionList conditions(interpreter);
+    std::string list;
+    for (int i = 0; i < 10'000; ++i) list += "1 < 2;";
+    ASSERT_TRUE(conditions.compile(list)) << log.text;
+    interpreter.runControl().stopAtQuestion(-1);
+    bool value = false;
+    EXPECT_TRUE(conditions.all(value) && value);
+    EXPECT_GT(interpreter.runControl().questions(), 4);
 }
 
 // Calls of the system take longer than other calls, and much longer on some machines.
