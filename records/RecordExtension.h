@@ -49,7 +49,7 @@ struct CurrentRecord {
     std::int64_t number = 0;           ///< 1-based
     bool isDropped = false;
     bool isRejected = false;
-    std::string reason;   ///< why the record is rejected
+    std::string reason;        ///< why the record is rejected
     SCR::ScriptCharge charge;  ///< for the reason
 
     /// Gives back what the script was charged for. To be called once the next record is taken.

@@ -14,7 +14,7 @@ class ElementTrail;
 
 /// Links a file function to the File variable that it works on; the variable is not owned. It has
 /// no value. The node of a named variable is never executed.
-class KESTREL_API FileData : public Node {
+class FileData : public Node {
 public:
     explicit FileData(FileVariable* variable) : variable_(variable) {}
 

@@ -13,7 +13,7 @@ class RunControl;
 
 /// The open files of one interpreter's scripts, and the known failures of outputs. Thread rule of
 /// the interpreter.
-class KESTREL_API OpenFiles {
+class OpenFiles {
 public:
     /// `control` is that of the scripts; not owned, must outlive this object.
     explicit OpenFiles(const RunControl& control) : control_(control) {}

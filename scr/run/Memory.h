@@ -22,13 +22,13 @@ class Variable;
 // interpreter counts what its variables really hold and goes on from that. See `RunControl`.
 
 /// Charges `bytes` for a variable or an element of a container.
-KESTREL_API void chargeMemory(std::size_t bytes);
+void chargeMemory(std::size_t bytes);
 
 /// Charges `bytes` outside the variables, such as a node's result or a copy that is kept during a
 /// call.
-KESTREL_API void chargeBuffer(std::size_t bytes);
+void chargeBuffer(std::size_t bytes);
 /// Gives back what `chargeBuffer` took.
-KESTREL_API void giveBuffer(std::size_t bytes) noexcept;
+void giveBuffer(std::size_t bytes) noexcept;
 
 /// The heap memory of a block of `size` bytes: with a header, in steps of 16 bytes.
 inline std::size_t blockBytes(std::size_t size) { return (size + 8 + 15) / 16 * 16; }
@@ -40,7 +40,7 @@ inline std::size_t heapBytes(const FND::String& string) {
 
 /// The memory of a variable's value outside the variable: the text of a string, the elements of a
 /// container.
-KESTREL_API std::size_t heapBytes(const Variable& variable);
+std::size_t heapBytes(const Variable& variable);
 
 /// The additional bytes that `string` takes when it grows to hold `size`, which it does not hold
 /// yet.
@@ -55,7 +55,7 @@ inline void chargeGrowth(const FND::String& target, std::size_t size) {
 }
 
 /// Assigns a long text, after making room for it.
-KESTREL_API void storeLarge(FND::String& target, const FND::String& value);
+void storeLarge(FND::String& target, const FND::String& value);
 
 /// Assigns a new value to a variable's value.
 template <class Value>

@@ -14,7 +14,7 @@ namespace SCR {
 /// The mutexes that the scripts of one interpreter create and use by number. Handles count from 0;
 /// the lowest free one is reused first. Several threads may create and destroy mutexes at once; a
 /// mutex must be created before other threads use it.
-class KESTREL_API ScriptMutexes {
+class ScriptMutexes {
 public:
     ScriptMutexes() = default;
     ScriptMutexes(const ScriptMutexes&) = delete;

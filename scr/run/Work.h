@@ -15,7 +15,7 @@ namespace SCR {
 
 /// Counts work on `bytes` bytes. Every few hundred kilobytes it checks whether the script has to
 /// stop, and throws `ScriptStopped` then.
-KESTREL_API void countWork(std::size_t bytes);
+void countWork(std::size_t bytes);
 
 /// Whether work on a string of `size` bytes is worth counting.
 inline bool isLarge(std::size_t size) { return size > 1024; }
@@ -52,13 +52,13 @@ inline void appendInPieces(FND::String& target, std::string_view text) {
 }
 
 /// A copy of `text`.
-KESTREL_API FND::String copyOfLarge(const FND::String& text);
+FND::String copyOfLarge(const FND::String& text);
 inline FND::String copyOf(const FND::String& text) {
     return isLarge(text.size()) ? copyOfLarge(text) : FND::String(text);
 }
 
 /// Makes `target`, which keeps its text, hold `capacity` bytes without further allocation.
 /// `capacity` is not less than its size.
-KESTREL_API void reserveInPieces(FND::String& target, std::size_t capacity);
+void reserveInPieces(FND::String& target, std::size_t capacity);
 
 }  // namespace SCR

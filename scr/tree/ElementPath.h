@@ -40,7 +40,7 @@ private:
 /// then find the element several times, whatever happened to it in between. `Found` is the class of
 /// an element that is a container; for other elements it is the type of the value.
 template <class Found>
-class KESTREL_API ElementPath {
+class ElementPath {
 public:
     ElementPath() = default;
     ElementPath(const ElementPath&) = delete;

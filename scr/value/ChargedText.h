@@ -39,8 +39,8 @@ public:
     }
 
 private:
-    KESTREL_API void makeRoom(std::size_t size);
-    KESTREL_API void swap(ChargedText& other) noexcept;
+    void makeRoom(std::size_t size);
+    void swap(ChargedText& other) noexcept;
 
     FND::String text_;
     std::optional<BufferCharge> charge_;  // none for a text that lies in the string object itself

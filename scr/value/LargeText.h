@@ -16,13 +16,13 @@ namespace SCR {
 constexpr std::size_t textPieceSizeS = 64 * 1024;
 
 /// Compares the bytes of two texts as unsigned numbers: negative, 0 or positive.
-KESTREL_API int compareLarge(std::string_view a, std::string_view b);
+int compareLarge(std::string_view a, std::string_view b);
 
 /// The number of bytes at the start that both texts have in common.
-KESTREL_API std::size_t commonLength(std::string_view a, std::string_view b);
+std::size_t commonLength(std::string_view a, std::string_view b);
 
 /// The position of the first `byte` in `text`; the length of `text` if there is none.
-KESTREL_API std::size_t findByte(std::string_view text, char byte);
+std::size_t findByte(std::string_view text, char byte);
 
 /// Whether two texts are equal.
 inline bool areEqual(const FND::String& a, const FND::String& b) {
@@ -59,6 +59,6 @@ std::string_view withoutBack(std::string_view text, Set set) {
 /// The first place in `text` where `part` stands, or null; for a `part` so long that a single
 /// comparison counts as work. Takes time in proportion to the lengths of both, by fingerprints
 /// after Rabin and Karp with a base drawn at random.
-KESTREL_API const char* findLarge(std::string_view text, std::string_view part);
+const char* findLarge(std::string_view text, std::string_view part);
 
 }  // namespace SCR
