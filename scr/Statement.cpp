@@ -99,7 +99,8 @@ std::unique_ptr<IfStatement> IfStatement::make(std::unique_ptr<BoolNode> conditi
             return part->makeIf(std::move(condition));
         }
     }
-    return std::make_unique<IfStatement>(condition.release());
+    // The statement has its memory before the condition loses its owner.
+    return std::unique_ptr<IfStatement>(new IfStatement(condition.release()));
 }
 
 std::int32_t IfStatement::execute() { return parts_.choose(condition_->result()); }

@@ -210,8 +210,11 @@ private:
 
 }  // namespace
 
+// The pointer has an owner before anything is allocated.
 LongSwitchCase::LongSwitchCase(LongNode* selector)
-    : selector_(selector), labels_(std::make_unique<Labels>(bodies())) {}
+    : LongSwitchCase(std::unique_ptr<LongNode>(selector)) {}
+LongSwitchCase::LongSwitchCase(std::unique_ptr<LongNode> selector)
+    : selector_(std::move(selector)), labels_(std::make_unique<Labels>(bodies())) {}
 LongSwitchCase::~LongSwitchCase() = default;
 
 std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> selector) {
@@ -317,8 +320,11 @@ private:
     std::size_t longest_ = 0;  // bytes of a label
 };
 
+// The pointer has an owner before anything is allocated.
 StringSwitchCase::StringSwitchCase(StringNode* selector)
-    : selector_(selector), labels_(std::make_unique<Labels>(bodies())) {}
+    : StringSwitchCase(std::unique_ptr<StringNode>(selector)) {}
+StringSwitchCase::StringSwitchCase(std::unique_ptr<StringNode> selector)
+    : selector_(std::move(selector)), labels_(std::make_unique<Labels>(bodies())) {}
 StringSwitchCase::~StringSwitchCase() = default;
 
 bool StringSwitchCase::nextCase(ParserStack& stack) {
@@ -444,8 +450,11 @@ private:
     std::vector<Number> bodies_;  // by label
 };
 
+// The pointer has an owner before anything is allocated.
 RegExprSwitchCase::RegExprSwitchCase(StringNode* selector, std::size_t stateLimit)
-    : selector_(selector), labels_(std::make_unique<Labels>(stateLimit)) {}
+    : RegExprSwitchCase(std::unique_ptr<StringNode>(selector), stateLimit) {}
+RegExprSwitchCase::RegExprSwitchCase(std::unique_ptr<StringNode> selector, std::size_t stateLimit)
+    : selector_(std::move(selector)), labels_(std::make_unique<Labels>(stateLimit)) {}
 RegExprSwitchCase::~RegExprSwitchCase() = default;
 
 bool RegExprSwitchCase::nextCase(ParserStack& stack) {

@@ -65,6 +65,8 @@ protected:
     const Labels& labels() const { return *labels_; }
 
 private:
+    explicit LongSwitchCase(std::unique_ptr<LongNode> selector);
+
     const std::unique_ptr<LongNode> selector_;
     const std::unique_ptr<Labels> labels_;
 };
@@ -83,6 +85,8 @@ public:
 
 private:
     class Labels;
+
+    explicit StringSwitchCase(std::unique_ptr<StringNode> selector);
 
     const std::unique_ptr<StringNode> selector_;
     const std::unique_ptr<Labels> labels_;
@@ -104,6 +108,8 @@ public:
 
 private:
     class Labels;
+
+    RegExprSwitchCase(std::unique_ptr<StringNode> selector, std::size_t stateLimit);
 
     const std::unique_ptr<StringNode> selector_;
     const std::unique_ptr<Labels> labels_;

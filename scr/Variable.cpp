@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include <iconv.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,13 +27,21 @@ constexpr std::size_t bufferSizeS = 32 * 1024;
 // The memory of an open stream: its buffer and the C library's own part.
 constexpr std::size_t streamBytesS = bufferSizeS + 2048;
 
-// Whether the C library knows the coding that a mode names after ",ccs=". It is tried on a file
-// that always exists.
+// Whether the C library converts between `first` and `second`.
+bool isConverted(const char* first, const char* second) {
+    const iconv_t converter = iconv_open(first, second);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how a failure is told
+    return converter != reinterpret_cast<iconv_t>(-1) && iconv_close(converter) == 0;
+}
+
+// Whether the C library knows the coding that a mode names after ",ccs=". A stream opened with it
+// would tell as well, but leaves memory behind.
 bool isKnownCoding(std::string_view coding) {
-    std::FILE* const stream = std::fopen("/dev/null", ("r" + FND::String(coding)).c_str());
-    if (stream == nullptr) return false;
-    std::fclose(stream);
-    return true;
+    coding = coding.substr(0, coding.find(','));
+    while (coding.ends_with('/')) coding.remove_suffix(1);
+    if (coding.empty() || coding.find('/') != std::string_view::npos) return false;
+    const FND::String name(coding);
+    return isConverted("WCHAR_T", name.c_str()) && isConverted(name.c_str(), "WCHAR_T");
 }
 
 std::FILE* openStream(const FileAccess& files, const FND::String& name, const char* mode) {
@@ -59,8 +68,9 @@ bool readMode(const FND::String& mode, FND::String& read) {
     if (letters.find('+') != std::string_view::npos) read += '+';
     if (letters.find('x') != std::string_view::npos) read += 'x';
     read += 'e';
-    const std::size_t coding = given.find(",ccs=", 1);
-    return coding == std::string_view::npos || isKnownCoding(given.substr(coding));
+    constexpr std::string_view mark = ",ccs=";
+    const std::size_t coding = given.find(mark, 1);
+    return coding == std::string_view::npos || isKnownCoding(given.substr(coding + mark.size()));
 }
 
 }  // namespace

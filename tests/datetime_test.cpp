@@ -349,7 +349,7 @@ TEST(TimeZone, NamesThatAreNoneAreTold) {
 class ZoneBytes {
 public:
     ZoneBytes& add(std::int64_t number, int size) {
-        while (size-- > 0) bytes += static_cast<char>(number >> (8 * size));
+        while (size-- > 0) bytes += static_cast<char>(size < 8 ? number >> (8 * size) : 0);
         return *this;
     }
     ZoneBytes& add(std::string_view text) {

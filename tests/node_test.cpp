@@ -1,19 +1,11 @@
 #include "scr/Node.h"
 #include "Test.h"
-#include "fsm/State.h"
-#include "scr/CompareInterface.h"
 #include "scr/Constant.h"
-#include "scr/Extension.h"
-#include "scr/FctDescr.h"
-#include "scr/Function.h"
-#include "scr/Log.h"
 #include "scr/Statement.h"
 #include "scr/SwitchCase.h"
 #include "scr/Variable.h"
-#include "scr/VariableAccess.h"
 #include "scr/os/FileData.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/FunctionCall.h"
 
 namespace {
 
@@ -41,53 +33,6 @@ TEST(NodeTest, TypeNames) {
     for (const char* name : {"", "long", "Unknown", "Longs"}) {
         EXPECT_EQ(Node::typeIdForName(name), 0) << name;
     }
-}
-
-// The place of a virtual function in the table of its class; a destructor takes two.
-template <class Function>
-std::size_t slotOf(Function function) {
-    struct Parts {
-        std::size_t function, adjustment;
-    };
-    return std::bit_cast<Parts>(function).function / sizeof(void*);
-}
-
-template <class... Functions>
-std::vector<std::size_t> slots(Functions... functions) {
-    return {slotOf(functions)...};
-}
-template <class... T>
-std::set<std::vector<std::size_t>> dataSlots() {
-    return {slots(&T::result, &T::set)...};
-}
-template <class... T>
-std::set<std::vector<std::size_t>> containerSlots() {
-    return {slots(&T::result, &T::containerType, &T::defaultValue)...};
-}
-
-// Extensions of other builders depend on this order, from 2 on.
-TEST(NodeTest, VirtualFunctionsHaveTheirSlots) {
-    using State = FSM::State;
-    using Slots = std::vector<std::size_t>;
-    EXPECT_EQ(slots(&Node::execute, &Node::addStatement, &Node::addIdentifier, &Node::getIdentifier,
-                    &Node::promote, &Node::returnsResult, &SCR::VoidNode::result),
-              (Slots{2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ((dataSlots<SCR::LongDataNode, SCR::DecimalDataNode, SCR::StringDataNode,
-                         SCR::DateDataNode, SCR::BoolDataNode, SCR::NexidDataNode>()),
-              (std::set{Slots{8, 9}}));
-    EXPECT_EQ(slots(&SCR::AdtNode::result, &SCR::AdtNode::subType, &SCR::AdtDataNode::set),
-              (Slots{8, 9, 10}));
-    EXPECT_EQ((containerSlots<SCR::ArrayNode, SCR::HashNode>()), (std::set{Slots{8, 9, 10}}));
-    EXPECT_EQ(slots(&SCR::Variable::clone), Slots{2});
-    EXPECT_EQ(slots(&SCR::Log::log), Slots{2});
-    EXPECT_EQ(slots(&SCR::Extension::extensionName, &SCR::Extension::variable), (Slots{2, 3}));
-    EXPECT_EQ(slots(&SCR::CompareInterface::condition, &SCR::CompareInterface::comparePattern),
-              (Slots{0, 1}));
-    using State = FSM::State;
-    EXPECT_EQ(slots(&State::epsilonSuccStates, &State::epsilonSuccState,
-                    &State::addEpsilonSuccState, &State::epsilonClosure, &State::setNextWordFSM,
-                    &State::getNextWordFSM, &State::print),
-              (Slots{2, 3, 4, 5, 6, 7, 8}));
 }
 
 TEST(NodeTest, VariablesCarryTheirFlags) {
