@@ -17,7 +17,7 @@
 #include "scr/parser/ParserStack.h"
 #include "scr/run/AutomataAccount.h"
 #include "scr/run/Entry.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/PendingBuilds.h"
 #include "scr/run/RunControl.h"
 #include "scr/value/LargeText.h"

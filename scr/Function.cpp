@@ -1,6 +1,6 @@
 #include "scr/Function.h"
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/tree/Operand.h"
 #include "scr/tree/StatementParts.h"
 

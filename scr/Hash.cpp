@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/value/ElementClass.h"
 #include "scr/value/Elements.h"
 #include "scr/value/KeyHash.h"

@@ -13,7 +13,7 @@
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/NodeMemory.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/ElementPath.h"

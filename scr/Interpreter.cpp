@@ -18,7 +18,7 @@
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/AutomataAccount.h"
 #include "scr/run/Entry.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/PendingBuilds.h"
 #include "scr/run/PlaceTable.h"
 #include "scr/run/RunControl.h"

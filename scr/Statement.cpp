@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "scr/run/CountedWork.h"
 #include "scr/run/RunControl.h"
-#include "scr/run/Work.h"
 #include "scr/tree/Condition.h"
 #include "scr/tree/Operand.h"
 #include "scr/tree/StatementParts.h"

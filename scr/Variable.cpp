@@ -15,7 +15,7 @@
 #include "scr/os/FileAccess.h"
 #include "scr/os/OpenFiles.h"
 #include "scr/os/WaitingFile.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

@@ -1,6 +1,6 @@
 #include "scr/VariableAccess.h"
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

@@ -239,13 +239,14 @@ TEST_F(CliTest, CheckTellsWhatTiesRecordsToOthers) {
     write("sum.ks",
           "include \"count.ks\";\nfunction END { logStdout(longToStr(count)); }\n\ntick();");
     write("count.ks", "Long count;\nfunction tick { count = count + recordNumber(); }\n");
-    expect({{"check --distributable sum.ks count.ks",
-             "count.ks:2: `count' keeps what earlier records left in it, assigned in line 2\n"
-             "count.ks:2: recordNumber depends on where the input was split\n"
-             "sum.ks:2: logStdout prints, which a retry does again\n"
-             "sum.ks:2: END reads `count', which knows the records of one worker only, assigned in "
-             "line 2 of count.ks\n",
-             "", 1}});
+    expect(
+        {{"check --distributable sum.ks count.ks",
+          "count.ks:2: `count' keeps what earlier executions left in it, assigned in line 2\n"
+          "count.ks:2: recordNumber depends on where the input was split\n"
+          "sum.ks:2: logStdout prints, which a retry does again\n"
+          "sum.ks:2: END reads `count', which knows the executions of one worker only, assigned in "
+          "line 2 of count.ks\n",
+          "", 1}});
 }
 
 TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {

@@ -8,7 +8,7 @@
 #include "scr/builtin/OperatorChain.h"
 #include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/LongArithmetic.h"
 #include "scr/tree/Operand.h"

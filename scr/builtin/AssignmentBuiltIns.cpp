@@ -3,7 +3,7 @@
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/StringSum.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/tree/ElementAccess.h"
 #include "scr/tree/LongArithmetic.h"
 #include "scr/tree/LongStep.h"

@@ -5,8 +5,8 @@
 #include "scr/Interpreter.h"
 #include "scr/message/Messages.h"
 #include "scr/run/AutomataAccount.h"
+#include "scr/run/CountedWork.h"
 #include "scr/run/RunControl.h"
-#include "scr/run/Work.h"
 
 namespace SCR {
 

@@ -7,9 +7,9 @@
 
 #include "scr/Types.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/run/Memory.h"
+#include "scr/run/CountedWork.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/NodeMemory.h"
-#include "scr/run/Work.h"
 #include "scr/tree/Operand.h"
 
 namespace SCR {

@@ -4,7 +4,7 @@
 #include <new>
 #include <string>
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

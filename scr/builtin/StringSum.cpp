@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <typeinfo>
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/Operand.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "scr/os/FileData.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/tree/ElementPath.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/TypeVisitor.h"

@@ -278,10 +278,10 @@ std::vector<Finding> FlowAnalysis::findings() const {
             all.emplace_back(place, before + ("`" + names_.at(variable)) + "'" + after + where);
         }
     };
-    carried(main_.needs, "", " keeps what earlier records left in it, assigned in ");
+    carried(main_.needs, "", " keeps what earlier executions left in it, assigned in ");
     if (end != nullptr) {
         carried(end->needs, "END reads ",
-                ", which knows the records of one worker only, assigned in ");
+                ", which knows the executions of one worker only, assigned in ");
     }
     if (stored_ > maxStoredS) all.emplace_back(Place(), "too large to be followed");
     std::sort(all.begin(), all.end(), [](const auto& a, const auto& b) {

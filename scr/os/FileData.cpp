@@ -8,9 +8,9 @@
 #include <stdio_ext.h>
 
 #include "scr/Variable.h"
-#include "scr/run/Memory.h"
+#include "scr/run/CountedWork.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
-#include "scr/run/Work.h"
 
 namespace SCR {
 

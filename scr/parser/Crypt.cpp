@@ -11,7 +11,7 @@
 #include <numeric>
 #include <utility>
 
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 
 namespace SCR {
 namespace {

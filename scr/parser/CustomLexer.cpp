@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "Grammar.h"
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 #include "scr/value/Words.h"
 
 namespace SCR {

@@ -15,7 +15,7 @@
 #include "scr/Log.h"
 #include "scr/os/FileAccess.h"
 #include "scr/parser/Crypt.h"
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 
 namespace SCR {
 namespace {

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "scr/Interpreter.h"
+#include "scr/run/CountedWork.h"
 #include "scr/run/RunControl.h"
-#include "scr/run/Work.h"
 
 namespace SCR {
 

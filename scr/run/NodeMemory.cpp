@@ -11,7 +11,7 @@
 #include <sys/mman.h>
 
 #include "fnd/ForkGuard.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

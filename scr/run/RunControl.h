@@ -79,7 +79,7 @@ public:
     static RunControl* current();
 
     /// Counts bytes that the script's variables are about to take; stops the script when its values
-    /// would hold more than the limit allows. See scr/run/Memory.h.
+    /// would hold more than the limit allows. See scr/run/MemoryCharge.h.
     void charge(std::size_t bytes) {
         charged_ += static_cast<std::int64_t>(bytes);
         if (charged_ > memoryBound_) [[unlikely]]
@@ -117,7 +117,7 @@ public:
     /// and cannot be stopped would pass the limit of time.
     void askFor(std::size_t milliseconds);
     /// Counts work on `bytes` bytes, beyond the usual work of a turn, and calls `ask` now and then.
-    /// See scr/run/Work.h.
+    /// See scr/run/CountedWork.h.
     void work(std::size_t bytes) {
         untilAsked_ -= static_cast<std::int64_t>(bytes);
         if (untilAsked_ < 0) [[unlikely]]

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
 
 namespace SCR {

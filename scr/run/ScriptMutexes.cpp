@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

@@ -10,7 +10,7 @@
 #include "scr/Array.h"
 #include "scr/Hash.h"
 #include "scr/os/FileData.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/tree/ElementPath.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/Elements.h"

@@ -7,7 +7,7 @@
 #include "scr/Interpreter.h"
 #include "scr/message/Messages.h"
 #include "scr/run/AutomataAccount.h"
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 
 namespace SCR {
 

@@ -2,7 +2,7 @@
 
 #include "scr/Node.h"
 #include "scr/Statement.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

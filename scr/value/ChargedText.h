@@ -5,7 +5,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

@@ -9,7 +9,7 @@
 #include "scr/Array.h"
 #include "scr/FctDescr.h"
 #include "scr/Hash.h"
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR {

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "fnd/Export.h"
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 
 namespace SCR {
 

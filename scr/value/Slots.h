@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 namespace SCR {
 

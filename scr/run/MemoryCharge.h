@@ -7,7 +7,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 
 namespace SCR {
 

@@ -1,4 +1,4 @@
-#include "scr/run/Memory.h"
+#include "scr/run/MemoryCharge.h"
 
 #include <typeinfo>
 

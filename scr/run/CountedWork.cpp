@@ -1,4 +1,4 @@
-#include "scr/run/Work.h"
+#include "scr/run/CountedWork.h"
 
 #include "scr/run/RunControl.h"
 
