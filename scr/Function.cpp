@@ -11,7 +11,7 @@ const FND::String Function::retValNameCM = "$$retval";
 bool Function::addIdentifier(const FND::String& name, Variable* variable) {
     const bool isParameter = phase_ == Phase::Parameters;
     if (isParameter) {  // first, since it may fail for want of memory
-        chargeBuffer(sizeof name);
+        chargeBuffer(sizeof(FND::String));
         parameterNames_.push_back(name);
     }
     const bool isAdded = StatementList::addIdentifier(name, variable);

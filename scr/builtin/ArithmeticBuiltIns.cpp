@@ -82,7 +82,7 @@ template <class Type, class Operation>
 typename OperatorChain<Type>::Link linkOf() {
     using Chain = OperatorChain<Type>;
     typename Chain::Link link;
-    if constexpr (isDivision<Operation>) {
+    if constexpr (isDivisionS<Operation>) {
         link.divide = [](const long& left, const long& right) {
             return right != 0 ? Operation::apply(left, right) : 0;
         };

@@ -47,7 +47,7 @@ struct LongRemainder {
 };
 
 template <class Operation>
-inline constexpr bool isDivision =
+inline constexpr bool isDivisionS =
     std::is_same_v<Operation, LongQuotient> || std::is_same_v<Operation, LongRemainder>;
 
 /// An operation with its operands; itself an operand of the node around it. Left is evaluated
@@ -65,7 +65,7 @@ public:
 
     // Otherwise GCC calls it, and a call costs more than the function does.
     [[gnu::always_inline]] long value() const {
-        if constexpr (isDivision<Operation>) {
+        if constexpr (isDivisionS<Operation>) {
             const long right = right_.value();
             return right != 0 ? Operation::apply(left_.value(), right) : 0;
         } else {
@@ -80,7 +80,7 @@ private:
 };
 
 template <class Operation, class Left>
-requires isDivision<Operation>
+requires isDivisionS<Operation>
 class LongPair<Operation, Left, ConstantOperand<LongType>> {
 public:
     LongPair(Left left, const ConstantOperand<LongType>& right)
