@@ -248,8 +248,7 @@ void handleException(Interpreter& interpreter, const FctDescr& function) {
 
 // Call this after `function` has returned. False when it reported a failure and gives the null
 // value then. Stops the script when the script has to stop.
-bool hasReturned(Interpreter& interpreter, const FctDescr& function) {
-    RunControl& control = interpreter.runControl();
+bool hasReturned(Interpreter& interpreter, RunControl& control, const FctDescr& function) {
     const bool hasFailed = control.hasFailed();
     if (hasFailed) [[unlikely]]
         handleFailure(interpreter, function, control.takeFailure());
@@ -275,6 +274,7 @@ class CallBody {
 public:
     CallBody(Interpreter& interpreter, const FctDescr& function)
         : interpreter_(interpreter),
+          control_(interpreter.runControl()),
           function_(static_cast<const HostDescriptor&>(function)),
           read_(function_.description().read),
           callable_(function_.description().callable.get()),
@@ -340,7 +340,7 @@ private:
             handleException(interpreter_, function_);
             return nullptr;
         }
-        if (!hasReturned(interpreter_, function_)) return nullptr;
+        if (!hasReturned(interpreter_, control_, function_)) return nullptr;
         if (writes_ && given != nullptr) [[unlikely]]
             storeOutputs(call);
         return given;
@@ -362,7 +362,8 @@ private:
         room_ = std::move(room);
     }
 
-    Interpreter& interpreter_;  // outlives the node
+    Interpreter& interpreter_;  // outlives the node, as its control does
+    RunControl& control_;
     const HostDescriptor& function_;
     const Read read_;
     void* const callable_;
