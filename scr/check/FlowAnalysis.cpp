@@ -109,7 +109,7 @@ void FlowAnalysis::addEffects(const FctDescr& function, Effect effects, const Pl
     unit_->effects.push_back({place, function.name() + " " + trouble});
 }
 
-void FlowAnalysis::library(const FND::String& name) {
+void FlowAnalysis::usesLibrary(const FND::String& name) {
     unit_->effects.push_back(
         {here(), "the functions of the library `" + name + "' may do anything"});
 }

@@ -52,7 +52,7 @@ public:
     /// The operands of the expression may not be evaluated.
     void mayBeSkipped() { forget(mark_); }
     /// A library of unknown functions is used.
-    void library(const FND::String& name);
+    void usesLibrary(const FND::String& name);
 
     // Structure.
 

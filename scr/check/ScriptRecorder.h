@@ -28,7 +28,7 @@ public:
     void call(const FctDescr& function, const ParserStack& stack, int count);
     void made(const Node* node);
     void mayBeSkipped() {}
-    void library(const FND::String& /*name*/) {}
+    void usesLibrary(const FND::String& /*name*/) {}
 
     void complete() { append(function().body, pending()); }
     void openBlock() { open(Structure::Block); }

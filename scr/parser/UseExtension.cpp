@@ -73,7 +73,7 @@ bool SCR_useExtension(std::string_view extensionName) {
         return true;
     }
     if (!SCR::actInterpreterG->insertExtension(extension.get())) return false;
-    SCR::tellAnalyses(*SCR::actInterpreterG, [&](auto& analysis) { analysis.library(name); });
+    SCR::tellAnalyses(*SCR::actInterpreterG, [&](auto& analysis) { analysis.usesLibrary(name); });
     extension.release();
     return true;
 }
