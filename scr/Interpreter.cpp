@@ -97,6 +97,7 @@ struct Interpreter::State {
 Interpreter::Interpreter(Log* log) {
     try {
         state_ = std::make_unique<State>(*this, log);
+        control_ = &state_->control;
         auto mainExtension = std::make_unique<MainExtension>();
         if (insertExtension(mainExtension.get())) {
             state_->mainExtension = mainExtension.release();
@@ -542,7 +543,6 @@ std::int64_t Interpreter::heapBytes() const {
 Analyses* Interpreter::analyses() const { return state_->analyses; }
 bool Interpreter::isChecking() const { return state_->analyses != nullptr; }
 PlaceTable& Interpreter::places() { return state_->places; }
-RunControl& Interpreter::runControl() { return state_->control; }
 const std::shared_ptr<const FileAccess>& Interpreter::files() const { return state_->files; }
 OpenFiles& Interpreter::openFiles() { return state_->openFiles; }
 AutomataAccount& Interpreter::automata() { return state_->automata; }

@@ -206,7 +206,7 @@ public:
     KESTREL_HIDDEN void compiledLines(std::int64_t lines);
     /// The places of the compiled statements and calls in the text.
     KESTREL_HIDDEN PlaceTable& places();
-    KESTREL_HIDDEN RunControl& runControl();
+    KESTREL_HIDDEN RunControl& runControl() { return *control_; }
     /// The files that the script under compilation may use.
     KESTREL_HIDDEN const std::shared_ptr<const FileAccess>& files() const;
     /// Writes `text` to the output for the node `place`, and stops the script afterwards if it has
@@ -233,7 +233,8 @@ private:
     class CompileScope;
     struct State;
 
-    std::unique_ptr<State> state_;  // null when there was no memory for it
+    std::unique_ptr<State> state_;   // null when there was no memory for it
+    RunControl* control_ = nullptr;  // in the state; at hand for the nodes
 };
 
 }  // namespace SCR

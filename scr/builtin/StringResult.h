@@ -4,6 +4,7 @@
 
 #include "fnd/String.h"
 #include "scr/Interpreter.h"
+#include "scr/run/RunControl.h"
 
 namespace SCR {
 
@@ -15,7 +16,7 @@ bool refuseResult(Interpreter& interpreter, std::size_t size);
 
 /// Whether the limit of a string allows `size` bytes for a result; false after a message.
 inline bool checkResultSize(Interpreter& interpreter, std::size_t size) {
-    if (size <= static_cast<std::size_t>(interpreter.limits().string)) [[likely]]
+    if (size <= static_cast<std::size_t>(interpreter.runControl().limits().string)) [[likely]]
         return true;
     return refuseResult(interpreter, size);
 }
