@@ -62,7 +62,7 @@ public:
                      {Effect::Sleep, "pauses"},
                      {Effect::StandardOutput, "writes to standard output"},
                      {Effect::Mutex, "uses mutexes"},
-                     {Effect::LocalZone, "goes by the time zone"}};
+                     {Effect::LocalZone, "depends on the time zone"}};
         std::string joined;
         for (const auto& [effect, text] : texts) {
             if (!has(row_->effects, effect)) continue;
@@ -156,8 +156,7 @@ void writeManual(const std::vector<Entry>& all) {
         if (entry.isOperator() && !isInOperators) {
             write(
                 "## Operators\n\n"
-                "What an operator does with operands of which types, and the type of its "
-                "value.\n\n");
+                "The operators, the types of their operands, and the type of their value.\n\n");
             isInOperators = true;
         }
         writeMarkdown(entry);

@@ -100,7 +100,7 @@ void RecordOptions::declare(CLI::App& command, Use use) {
             .add_option(
                 "--records", job_.input,
                 use == Use::Checked
-                    ? "Check what is to run on FILE: its format, and the names of its fields"
+                    ? "Check for a later run on FILE: its format, and the names of its fields"
                     : "Work on each record of FILE; - is standard input")
             ->type_name("FILE")
             ->required(isNeeded);

@@ -93,7 +93,7 @@ void addRunCommand(CLI::App& app, Action& action) {
     CLI::Option* file =
         command->add_option("FILE", options->file, "The script; - is standard input")
             ->type_name("");
-    command->add_option("-e", options->text, "The script's text itself, in place of FILE")
+    command->add_option("-e", options->text, "The script's text itself, instead of FILE")
         ->type_name("TEXT")
         ->excludes(file);
     command->footer(

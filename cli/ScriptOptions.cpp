@@ -69,15 +69,16 @@ void ScriptOptions::declare(CLI::App& command) {
             },
             "As --sandbox, but allow these: files, shell, env, sleep, use, include, all of them, "
             "or "
-            "what lies below a directory: files=DIR, files-ro=DIR to read it only, include=DIR; "
-            "may be repeated")
+            "files below a directory: files=DIR, files-ro=DIR only to read, include=DIR; may be "
+            "repeated")
         ->type_name("NAME,...")
         ->delimiter(',')
         ->allow_extra_args(false);
     command
-        .add_option("--zone", zone_,
-                    "The time zone that scripts go by, such as Europe/Berlin or UTC (default: that "
-                    "of the process; with --records UTC)")
+        .add_option(
+            "--zone", zone_,
+            "The local time zone of scripts, such as Europe/Berlin or UTC (default: that of "
+            "the process; with --records UTC)")
         ->type_name("NAME")
         ->check([](const std::string& name) {
             return FND::TimeZone::find(name) != nullptr ? ""

@@ -82,7 +82,7 @@ ExitStatus perform(int argc, char** argv) {
         "  2   bad usage, or a script that cannot be read\n"
         "  3   a script does not compile\n"
         "  4   stopped by a limit or an interruption\n"
-        "  74  reading or writing failed underway");
+        "  74  reading or writing failed on the way");
     Action action;
     for (const AddCommand addCommand : commandsS) addCommand(app, action);
     try {

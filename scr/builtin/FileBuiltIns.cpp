@@ -200,9 +200,9 @@ constexpr BuiltIn fileBuiltInsS[] = {
      .factory = FileClose::factory,
      .effects = Effect::WritesFiles,
      .manual =
-         "Writes out what is buffered and closes `file`; nothing when it is not open. When not "
-         "all that was written to it arrived, the host is told, and the command ends with status "
-         "74.",
+         "Writes out what is buffered and closes `file`; does nothing when it is not open. When "
+         "not everything written to it arrived, the host learns of it, and the command ends with "
+         "status 74.",
      .example = "File f; fileClose(f); fileIsOpen(f) == false"},
     {.number = 98,
      .signature = "Bool fileWriteStr(File file, String text)",
@@ -222,7 +222,7 @@ constexpr BuiltIn fileBuiltInsS[] = {
          "Writes `number` in decimal, as `fileWriteStr` does. Filled up to `width` bytes: with "
          "blanks before it, or when `left` is given with the first byte of `fill` (a blank when "
          "`fill` is empty or left out), after the number if `left` is true and before it if it is "
-         "false. A number that is longer than `width` is written as it is.",
+         "false. A number that is longer than `width` is written in full.",
      .example = R"(File f; fileOpen(f, "a.txt", "w+"); fileWriteLong(f, 42, 5, false, "0");
 fileSeek(f, 0); String s; fileReadLine(f, s, 80) and s == "00042")"},
     {.number = 100,

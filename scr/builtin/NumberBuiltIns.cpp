@@ -200,8 +200,8 @@ constexpr BuiltIn numberBuiltInsS[] = {
      .signature = "Decimal strToDecimal(String text)",
      .factory = StrToDecimal::factory,
      .manual = "The number that `text` spells: white space around an optional sign, digits and an "
-               "optional `.` with a digit or more behind it; the digits before the `.` may be "
-               "missing. Any other text, the empty one too, and a number too large give "
+               "optional `.` with a digit or more after it; the digits before the `.` may be "
+               "missing. Any other text, even the empty one, and a number too large give "
                "INVALID_DECIMAL. Digits beyond those that a Decimal has are rounded half to even.",
      .example = R"(strToDecimal(" -1.50 ") == -1.5 and strToDecimal("1,5") == INVALID_DECIMAL)"},
     {.number = 31,
@@ -218,8 +218,8 @@ constexpr BuiltIn numberBuiltInsS[] = {
      .signature = "Decimal trunc(Decimal number, [Long places])",
      .factory = Round::truncFactory,
      .manual =
-         "`number` without the digits behind the first `places` after the point: `round` with "
-         "the mode ROUND_DOWN.",
+         "`number` with only the first `places` digits after the point: `round` with the mode "
+         "ROUND_DOWN.",
      .example = "trunc(-2.7) == -2 and trunc(1.999, 1) == 1.9"},
     {.number = 33,
      .signature = "Decimal longToDecimal(Long number)",

@@ -311,15 +311,15 @@ constexpr BuiltIn stringBuiltInsS[] = {
      .signature = "Bool strStartsWith(String text, String prefix)",
      .factory = StrStartsWith::factory,
      .manual = "Whether `text` begins with `prefix`; true for an empty one. Bytes are compared up "
-               "to the length of `prefix` and no further than a NUL byte, the end of `text` "
-               "counting as one: what comes behind a NUL byte that both have makes no difference.",
+               "to the length of `prefix` and no further than a NUL byte; the end of `text` counts "
+               "as one. Bytes after a NUL byte that both have make no difference.",
      .example = R"(strStartsWith("kernel", "ker") == true)"},
     {.number = 51,
      .signature = "Bool strEndsWith(String text, String suffix)",
      .factory = StrEndsWith::factory,
      .manual = "Whether `text` ends with `suffix`; true for an empty one, false for one that is "
                "longer than `text`. Of the last bytes of `text`, as many as `suffix` has, those "
-               "behind a NUL byte that both have make no difference.",
+               "after a NUL byte that both have make no difference.",
      .example = R"(strEndsWith("kernel", "nel") == true)"},
     {.number = 55,
      .signature = "String strStrip(String text, [Long mode, String character])",
@@ -340,7 +340,7 @@ constexpr BuiltIn stringBuiltInsS[] = {
      .factory = StrPad::factory,
      .manual =
          "`text` made `length` bytes long: a longer one is cut at its end, a shorter one gets "
-         "the first byte of `fill` (a blank when that is empty) as often as needed, behind it "
+         "the first byte of `fill` (a blank when that is empty) as often as needed, after it "
          "when `atEnd` is true and before it when it is false. Logs an error and gives \"\" "
          "when `length` is negative or more than a string may have.",
      .example =

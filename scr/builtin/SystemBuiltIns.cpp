@@ -159,10 +159,10 @@ constexpr BuiltIn systemBuiltInsS[] = {
      .factory = LogStdout::factory,
      .effects = Effect::StandardOutput,
      .manual =
-         "Writes the bytes of `text` to standard output, or to where the host wants it, as they "
-         "are and without a line end of its own. Standard output is buffered as the host's is. A "
-         "reader that keeps it waiting is waited for until the script has to stop. When it fails "
-         "the script goes on, the host is told, and the command ends with status 74.",
+         "Writes the bytes of `text` unchanged, without adding a line end, to standard output, or "
+         "where the host directs them. Standard output shares its buffer with the host. The "
+         "function waits for the reader until the script has to stop. When it fails the script "
+         "goes on, the host learns of it, and the command ends with status 74.",
      .example = R"(logStdout(""); true)"},
     {.number = 121,
      .signature = "Long system(String command, [out String output])",
@@ -170,12 +170,12 @@ constexpr BuiltIn systemBuiltInsS[] = {
      .effects = Effect::Shell,
      .manual =
          "Runs `command`, up to its first NUL, by the shell `/bin/sh`, waits for it and gives "
-         "its exit status, from 0 to 255. What it writes to standard output is added to the "
-         "end of `output`, or dropped when that is left out; standard input and standard "
-         "error are those of the host, and no signal is blocked or ignored but SIGHUP, if it is "
-         "in the host. Gives -1 when the shell cannot be started or its "
-         "status is not to be had, and 0 when a signal ended the shell. The call lasts until "
-         "the output is closed, by processes in the background as well.",
+         "its exit status, from 0 to 255. Its standard output is added to the end of `output`, or "
+         "dropped when that is left out; standard input and standard error are those of the "
+         "host. No signal is blocked or ignored except SIGHUP, if the host ignores it. Gives -1 "
+         "when the shell cannot be started or its status is unknown, and 0 when a signal ended "
+         "the shell. The call lasts until all processes have closed the output, even those in "
+         "the background.",
      .example = R"(String out = "x"; system("echo a; exit 3", out) == 3 and out == "xa\n")"},
     {.number = 122,
      .signature = "String sysGetEnv(String name)",
