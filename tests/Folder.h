@@ -4,6 +4,12 @@
 
 namespace Harness {
 
+/// How many files this process has open.
+inline std::ptrdiff_t openFiles() {
+    const std::filesystem::directory_iterator handles("/proc/self/fd");
+    return std::distance(begin(handles), end(handles));
+}
+
 /// An empty folder, removed with its contents by the destructor.
 class Folder {
 public:

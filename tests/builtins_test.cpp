@@ -14,12 +14,10 @@ const SCR::FctDescr* descriptorOf(SCR::MainExtension& extension, const std::stri
     return dynamic_cast<SCR::FctDescr*>(extension.variable(name));
 }
 
-// docs/builtins.md, which is printed from the rows, shows what they declare. The argument that a
-// generated call passes for a parameter of the type word `type`.
+// docs/builtins.md, which is printed from the rows, shows what they declare.
 TEST(BuiltIns, EveryRowIsFoundByItsName) {
     SCR::MainExtension extension;
     const auto rows = SCR::builtIns();
-    EXPECT_EQ(rows.size(), 129U);
     for (std::size_t i = 0; i < rows.size(); ++i) {
         const SCR::BuiltIn& row = *rows[i];
         SCOPED_TRACE(std::string(row.signature));
@@ -27,7 +25,6 @@ TEST(BuiltIns, EveryRowIsFoundByItsName) {
         const std::unique_ptr<SCR::FctDescr> declared = SCR::describe(row);
         const SCR::FctDescr* const found = descriptorOf(extension, declared->name());
         ASSERT_NE(found, nullptr);
-        EXPECT_EQ(found->name(), declared->name());
         EXPECT_EQ(found->signature(), declared->signature());
         EXPECT_EQ(found->factory(), row.factory);
         EXPECT_NE(row.factory, nullptr);
@@ -54,28 +51,19 @@ std::vector<std::string> argumentsFor(int type) {
     using namespace SCR;
     if (Node::isConst(type)) return {"\".*\""};
     if (type == (TypeCode::String | TypeCode::LeftFlag)) return {"text"};
-    switch (Node::baseType(type)) {
-        case TypeCode::String:
-            return {"plain", "digits", "odd", "format", "name"};
-        case TypeCode::Long:
-            return {"0", "3000", "9223372036854775807"};
-        case TypeCode::Bool:
-            return {"true"};
-        case TypeCode::Decimal:
-            return {"1234567890.5"};
-        case TypeCode::Date:
-            return {"MAX_DATE"};
-        case TypeCode::File:
-            return {"file"};
-        case TypeCode::Array:
-            return {"fields"};
-        case TypeCode::Hash:
-            return {"counts"};
-        case TypeCode::Nexid:
-            return {"nexid"};
-        default:
-            return {};
-    }
+    const std::map<int, std::vector<std::string>> arguments{
+        {TypeCode::String, {"plain", "digits", "odd", "format", "name"}},
+        {TypeCode::Long, {"0", "3000", "9223372036854775807"}},
+        {TypeCode::Bool, {"true"}},
+        {TypeCode::Decimal, {"1234567890.5"}},
+        {TypeCode::Date, {"MAX_DATE"}},
+        {TypeCode::File, {"file"}},
+        {TypeCode::Array, {"fields"}},
+        {TypeCode::Hash, {"counts"}},
+        {TypeCode::Nexid, {"nexid"}},
+    };
+    const auto found = arguments.find(Node::baseType(type));
+    return found != arguments.end() ? found->second : std::vector<std::string>();
 }
 
 /// Calls of a function with all combinations of such arguments. Their texts are constants of the
@@ -161,7 +149,6 @@ TEST(BuiltIns, NoneGivesAStringBeyondTheLimit) {
     const Harness::ExampleFolder folder;
     SCR::MainExtension extension;
     CallBench bench(3000);
-    SCR::Limits limits;
     for (const SCR::FctDescr* function : textFunctions(extension)) {
         // The value assigned was made before.
         if (function->returnType() != SCR::TypeCode::String || function->name() == "String=") {
@@ -173,8 +160,7 @@ TEST(BuiltIns, NoneGivesAStringBeyondTheLimit) {
             bench.run(statement, {});
             longest = std::max(longest, bench.longest);
             for (const std::size_t limit : {10U, 1000U}) {
-                limits.string = static_cast<std::int64_t>(limit);
-                bench.run(statement, limits);
+                bench.run(statement, {.string = static_cast<std::int64_t>(limit)});
                 EXPECT_LE(bench.longest, limit) << call;
             }
         }
@@ -186,11 +172,9 @@ TEST(BuiltIns, NoneTakesMemoryBeyondTheLimit) {
     const Harness::ExampleFolder folder;
     SCR::MainExtension extension;
     CallBench bench(300'000);
-    SCR::Limits limits;
-    limits.memory = 100'000;
     for (const SCR::FctDescr* function : textFunctions(extension)) {
         for (const std::string& call : callsOf(*function)) {
-            bench.run(call + ";", limits);
+            bench.run(call + ";", {.memory = 100'000});
             EXPECT_LE(bench.taken, 150'000) << call;
         }
     }

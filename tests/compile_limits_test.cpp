@@ -153,14 +153,12 @@ TEST(CompileLimits, AutomataCountAsMemory) {
     const std::string script = R"(String t; String all[]; Long n; Long i;
         regExprSwitch (t) { case ".*a.{9}": n = 1; break; case "x": n = 2; }
         for (i = 0; i < 300; i = i + 1) { all[i] = strPad("", "x", 10000, true); })";
-    Limits limits;
     for (const std::int64_t spare : {-300'000, 300'000}) {
         interpreter.limits({});
         ASSERT_TRUE(interpreter.compile(script)) << log.text;
         const std::int64_t held = interpreter.automata().held();
         EXPECT_GT(held, 10'000);
-        limits.memory = held + 3'200'000 + spare;
-        interpreter.limits(limits);
+        interpreter.limits({.memory = held + 3'200'000 + spare});
         EXPECT_EQ(interpreter.execute(), spare > 0) << log.text;
     }
     ASSERT_TRUE(interpreter.compile("Long n;"));

@@ -132,9 +132,7 @@ TEST(Conditions, UseTheScriptAndStopWithIt) {
                                   "function Bool isSeen { return seen == 3; }"));
     ASSERT_TRUE(bench.interpreter.execute());
     ASSERT_TRUE(bench.conditions.compile("isSeen(); endless(); fail();"));
-    SCR::Limits limits;
-    limits.steps = 10'000;
-    bench.interpreter.limits(limits);
+    bench.interpreter.limits({.steps = 10'000});
     std::int32_t first = 99;
     EXPECT_TRUE(bench.conditions.first(first));
     EXPECT_EQ(first, 0);

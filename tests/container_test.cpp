@@ -256,32 +256,18 @@ TEST(Hash, DoesWhatAMapDoes) {
             Variable* const there =
                 SCR::HashElements::find<LongVariable>(hash, key, SCR::keyHash(key));
             ASSERT_EQ(there, known != map.end() ? known->second : nullptr);
-            switch (random() % 16) {
-                default:
-                    longAt(hash, key) = number;
-                    if (known != map.end()) {
-                        ASSERT_EQ(hash.find(key), known->second);
-                    } else {
-                        map[key] = hash.find(key);
-                    }
-                    break;
-                case 0:
-                case 1:
-                case 2:
-                case 3:
-                case 4:
-                    ASSERT_EQ(hash.remove(key), map.erase(key) > 0);
-                    break;
-                case 5:  // by a key of its own
-                    if (hash.size() == 0) break;
-                    map.erase(*hash.keys().front());
-                    ASSERT_TRUE(hash.remove(*hash.keys().front()));
-                    break;
-                case 6:
-                    if (random() % 500 != 0) break;
-                    hash.clear();
-                    map.clear();
-                    break;
+            const auto choice = random() % 16;
+            if (choice < 5) {
+                ASSERT_EQ(hash.remove(key), map.erase(key) > 0);
+            } else if (choice == 5 && hash.size() > 0) {  // by a key of its own
+                map.erase(*hash.keys().front());
+                ASSERT_TRUE(hash.remove(*hash.keys().front()));
+            } else if (choice == 6 && random() % 500 == 0) {
+                hash.clear();
+                map.clear();
+            } else if (choice > 6) {
+                longAt(hash, key) = number;
+                ASSERT_EQ(hash.find(key), map.try_emplace(key, hash.find(key)).first->second);
             }
             ASSERT_EQ(hash.size(), map.size());
         }

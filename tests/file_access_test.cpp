@@ -12,11 +12,6 @@ namespace fs = std::filesystem;
 using SCR::Capabilities;
 using SCR::FileAccess;
 
-std::size_t openFiles() {
-    const fs::directory_iterator handles("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
-}
-
 /// A tree of files: `in` is granted, `ro` for reading, `out` is not. Each test runs twice: the
 /// kernel follows the paths, and the library does, as on kernels that cannot.
 class FileAccessTest : public testing::TestWithParam<bool> {
@@ -102,7 +97,7 @@ TEST_P(FileAccessTest, OnlyWhatLiesBelowTheDirectoriesIsReached) {
         {deep, "", "raw"},
         {std::string(100'000, 'y'), "", "raw"},
     };
-    const std::size_t filesBefore = openFiles();
+    const auto filesBefore = Harness::openFiles();
     for (const auto& row : rows) {
         for (const char mode : std::string(row.good)) {
             EXPECT_TRUE(opens(row.name, {mode})) << mode << " " << row.name;
@@ -113,7 +108,7 @@ TEST_P(FileAccessTest, OnlyWhatLiesBelowTheDirectoriesIsReached) {
             EXPECT_FALSE(opens(row.name, {mode, '+'})) << mode << "+ " << row.name;
         }
     }
-    EXPECT_EQ(openFiles(), filesBefore);
+    EXPECT_EQ(Harness::openFiles(), filesBefore);
     EXPECT_EQ(contents("in/file") + contents("out/secret") + contents("ro/file"),
               "out/secretro/file");
     EXPECT_FALSE(fs::exists("out/made"));

@@ -70,9 +70,7 @@ TEST(OutputTest, AHostMayTakeWhatScriptsPrint) {
 
     Interpreter interpreter(&log);
     interpreter.output(&output);
-    SCR::Limits limits;
-    limits.time = 20;
-    interpreter.limits(limits);
+    interpreter.limits({.time = 20});
     output.pause = 5ms;
     ASSERT_TRUE(interpreter.compile("Long i; for (i = 0; i < 100; i = i + 1) logStdout(\"\");"));
     const auto before = Clock::now();
@@ -174,9 +172,7 @@ TEST(OutputTest, APipeThatNobodyReadsKeepsNoScriptWaiting) {
             Harness::MemoryLog log;
             const PipedOutput pipe;
             Interpreter interpreter(&log);
-            SCR::Limits limits;
-            if (!isInterrupted) limits.time = 50;
-            interpreter.limits(limits);
+            interpreter.limits({.time = isInterrupted ? SCR::Limits::none : 50});
             ASSERT_TRUE(interpreter.compile(script));
             std::thread other([&] {
                 std::this_thread::sleep_for(100ms);

@@ -134,11 +134,7 @@ int main(int argc, char** argv) {
     Harness::ScriptSetup setup;
     setup.repeat = 2;
     setup.prepare = [](SCR::Interpreter& interpreter) {
-        SCR::Limits limits;
-        limits.steps = 2000;
-        limits.string = 5000;
-        limits.elements = 1000;
-        interpreter.limits(limits);
+        interpreter.limits({.steps = 2000, .string = 5000, .elements = 1000});
     };
     std::uint64_t all = 0;
     long refused = 0;

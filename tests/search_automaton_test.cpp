@@ -4,6 +4,7 @@
 
 #include <regex.h>
 
+#include "Pieces.h"
 #include "RandomText.h"
 #include "scr/builtin/RegExpr.h"
 
@@ -36,33 +37,10 @@ TEST(SearchAutomaton, TakesPlainExpressionsOnly) {
         EXPECT_NE(SearchAutomaton::make(pattern), nullptr) << pattern;
         EXPECT_EQ(SearchAutomaton::make(forLibrary(pattern)), nullptr) << pattern;
     }
-    for (const char* pattern : {"",
-                                "a*",
-                                "a|b?",
-                                "^a",
-                                "a$",
-                                "\\ba",
-                                "a{2}",
-                                "a+?",
-                                "a**",
-                                "[[:alpha:]]",
-                                "[\\d]",
-                                "[]a]",
-                                "[^]a]",
-                                "[a-c-e]",
-                                "\\x41",
-                                "\\n",
-                                "\n",
-                                "\xe4",
-                                "a||b",
-                                "()",
-                                "(a",
-                                "a)",
-                                "[a",
-                                "\\",
-                                "*a",
-                                "[b-a]",
-                                "(a|b)*a(a|b)+c(a|b)*a.......x"}) {
+    for (const std::string& pattern : Harness::pieces(
+             "~a*~a|b?~^a~a$~\\ba~a{2}~a+?~a**~[[:alpha:]]~[\\d]~[]a]~[^]a]~[a-c-e]~\\x41~\\n~\n~"
+             "\xe4~a||b~()~(a~a)~[a~\\~*a~[b-a]~(a|b)*a(a|b)+c(a|b)*a.......x",
+             '~')) {
         EXPECT_EQ(SearchAutomaton::make(pattern), nullptr) << pattern;
     }
     EXPECT_EQ(SearchAutomaton::make(std::string(100000, '(')), nullptr);

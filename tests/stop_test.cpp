@@ -103,12 +103,7 @@ TEST(StopTest, GivingBackNeverStops) {
     MemoryLog log;
     Interpreter interpreter(&log);
     HostExtension& host = *HostExtension::insert(interpreter, "host");
-    host.function("lower", [&] {
-        Limits limits;
-        limits.memory = 0;
-        limits.steps = 0;
-        interpreter.limits(limits);
-    });
+    host.function("lower", [&] { interpreter.limits({.steps = 0, .memory = 0}); });
     SCR::ConditionList conditions(interpreter);
     bool value = false;
     for (const char* const script :
@@ -127,9 +122,7 @@ TEST(StopTest, GivingBackNeverStops) {
         ASSERT_TRUE(conditions.compile(text + ";")) << log.text;
         EXPECT_TRUE(interpreter.evaluateQuery(value) && conditions.all(value));
         EXPECT_GT(interpreter.runControl().buffers(), before);
-        Limits limits;
-        limits.memory = 1;
-        interpreter.limits(limits);
+        interpreter.limits({.memory = 1});
         EXPECT_FALSE(interpreter.compileQuery(text));
         EXPECT_FALSE(conditions.compile(text + ";"));
         conditions.clear();
@@ -161,17 +154,14 @@ TEST(StopTest, TheInterpreterMayBeCalledFromWhereItIsAtWork) {
     });
     host.function("across", [&] { other.execute(); });
     otherHost.function("back", [&] { interpreter.execute(); });
-    Limits limits;
-    limits.depth = 20;
-    interpreter.limits(limits);
+    interpreter.limits({.depth = 20});
     ASSERT_TRUE(interpreter.compile("again();"));
     EXPECT_TRUE(interpreter.execute());
     EXPECT_EQ(most, 21);
     EXPECT_EQ(log.messages, 1);
     // However deep they may nest, the stack is protected.
-    limits.depth = Limits::none;
-    interpreter.limits(limits);
-    other.limits(limits);
+    interpreter.limits({.depth = Limits::none});
+    other.limits({.depth = Limits::none});
     EXPECT_TRUE(interpreter.execute());
     EXPECT_GT(most, 100);
     ASSERT_TRUE(interpreter.compile("across();") && other.compile("back();"));
@@ -309,9 +299,7 @@ TEST(StopTest, TimeIsNoticedWhereverItGoes) {
             std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
         });
         ASSERT_TRUE(interpreter.compile(row.script)) << log.text;
-        Limits limits;
-        limits.time = row.time;
-        interpreter.limits(limits);
+        interpreter.limits({.time = row.time});
         EXPECT_FALSE(interpreter.execute()) << row.script.substr(0, 60);
         EXPECT_NE(log.text.find("limit `time' of"), std::string::npos) << log.text;
     }
@@ -384,9 +372,7 @@ TEST(StopTest, ConditionsOfHostsAreEvaluatedAsRuns) {
     EXPECT_NE(interpreter.generation(), generation);
     const std::int64_t before = interpreter.runControl().buffers();
     ASSERT_TRUE(interpreter.compileConditions("1 < 2; endless();", list)) << log.text;
-    Limits limits;
-    limits.steps = 1000;
-    interpreter.limits(limits);
+    interpreter.limits({.steps = 1000});
     bool value = false;
     EXPECT_TRUE(interpreter.evaluate(*list.nodes[0], value));
     EXPECT_TRUE(value);
@@ -456,9 +442,7 @@ TEST(StopTest, FibersRun) {
     std::vector<char> stack(4 << 20);
     for (const bool isSaid : {false, true}) {
         for (const long depth : {100, 20}) {
-            Limits limits;
-            limits.depth = depth;
-            interpreter.limits(limits);
+            interpreter.limits({.depth = depth});
             interpreter.stackEnd(isSaid ? stack.data() : nullptr);
             onFiber(stack, [] { hasRunS = interpreterS->execute(); });
             EXPECT_EQ(hasRunS, depth > 50) << log.text;

@@ -1,5 +1,7 @@
 // Functions that wait, and what makes them stop waiting.
 
+#include <sys/time.h>
+
 #include "Folder.h"
 #include "Script.h"
 #include "scr/run/ScriptMutexes.h"
@@ -18,11 +20,6 @@ bool isRunning(const std::string& mark) {
         if (line.find(mark) != std::string::npos) return true;
     }
     return false;
-}
-
-std::size_t openFiles() {
-    const fs::directory_iterator handles("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(handles), end(handles)));
 }
 
 TEST(Waiting, InterruptionsAndTheTimeLimitEndEveryWait) {
@@ -48,7 +45,7 @@ TEST(Waiting, InterruptionsAndTheTimeLimitEndEveryWait) {
         "fileCopy(\"/dev/null\", \"" + pipe + "\");",
         opened + "fileCopy(\"/dev/zero\", \"" + pipe + "\");",
     };
-    const std::size_t filesBefore = openFiles();
+    const auto filesBefore = Harness::openFiles();
     bool isTimed = false;
     for (const std::string& script : scripts) {
         Harness::MemoryLog log;
@@ -57,9 +54,7 @@ TEST(Waiting, InterruptionsAndTheTimeLimitEndEveryWait) {
             interpreter.compile("Long turn; turn = turn + 1; if (turn == 1) {" + script + "}"));
         // Every other wait is ended by the limit of time.
         isTimed = !isTimed;
-        SCR::Limits limits;
-        if (isTimed) limits.time = 50;
-        interpreter.limits(limits);
+        interpreter.limits({.time = isTimed ? 50 : SCR::Limits::none});
         std::thread other([&] {
             std::this_thread::sleep_for(50ms);
             if (!isTimed) interpreter.interrupt();
@@ -77,7 +72,7 @@ TEST(Waiting, InterruptionsAndTheTimeLimitEndEveryWait) {
     }
     EXPECT_FALSE(isRunning(shellMark));
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
-    EXPECT_EQ(openFiles(), filesBefore);
+    EXPECT_EQ(Harness::openFiles(), filesBefore);
 }
 
 TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
@@ -95,9 +90,7 @@ TEST(Waiting, TheStringLimitHoldsForWhatIsRead) {
     for (const auto& [script, ok] : rows) {
         const Harness::ScriptRun result =
             Harness::run(script, {.prepare = [](SCR::Interpreter& interpreter) {
-                             SCR::Limits limits;
-                             limits.string = 100'000;
-                             interpreter.limits(limits);
+                             interpreter.limits({.string = 100'000});
                          }});
         EXPECT_EQ(result.ok, ok) << script << result.log;
         EXPECT_EQ(result.log.find("limit `string'") == std::string::npos, ok) << result.log;
@@ -123,39 +116,16 @@ TEST(Waiting, AMutexIsHeldUntilAnotherThreadFreesIt) {
     }
 }
 
-/// Keeps sending this thread a signal that does nothing except interrupt system calls.
-class SignalStorm {
-public:
-    SignalStorm() : target_(pthread_self()) {
-        struct sigaction action {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &action, &before_);
-        sender_ = std::thread([this] {
-            while (!isOver_) {
-                pthread_kill(target_, SIGUSR1);
-                std::this_thread::sleep_for(100us);
-            }
-        });
-    }
-    SignalStorm(const SignalStorm&) = delete;
-    SignalStorm& operator=(const SignalStorm&) = delete;
-    ~SignalStorm() {
-        isOver_ = true;
-        sender_.join();
-        sigaction(SIGUSR1, &before_, nullptr);
-    }
-
-private:
-    pthread_t target_;
-    struct sigaction before_ {};
-    std::atomic<bool> isOver_ = false;
-    std::thread sender_;
-};
-
+// Signals that do nothing except interrupt system calls.
 TEST(Waiting, SignalsDisturbNothing) {
     const Harness::Folder folder;
     const std::string file = folder.path("file");
-    const SignalStorm storm;
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, &before);
+    const itimerval often{{0, 100}, {0, 100}};
+    setitimer(ITIMER_REAL, &often, nullptr);
     const Harness::ScriptRun result = Harness::run(
         R"(String out;
            Long status = system("for i in 1 2 3; do echo $i; sleep 0.05; done; exit 5", out);
@@ -164,6 +134,9 @@ TEST(Waiting, SignalsDisturbNothing) {
         file + R"(");
            if (fileCopy(")" +
         file + R"(", "/dev/null")) logStdout("copied");)");
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
     EXPECT_EQ(result.output, "51\n2\n3\ncopied");
 }
 
