@@ -14,7 +14,7 @@ enum class Effect : unsigned {
     Sleep = 32,
     StandardOutput = 64,
     Mutex = 128,
-    Position = 256,   ///< Tells how far the work on a larger whole has come.
+    Position = 256,   ///< Tells the place of an execution among others.
     LocalZone = 512,  ///< Depends on the local zone, at least with some arguments.
 };
 

@@ -457,7 +457,7 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
                description.arguments[6], description.arguments[7], description.arguments[8]),
       description_(std::move(description)),
       ids_(&ids) {
-    // Functions that read a record run no script code, unless they are given the interpreter.
+    // A field runs no script code, unless its functions are given the interpreter.
     if (description_.write != nullptr) mayRunScript(description_.takesInterpreter);
 }
 

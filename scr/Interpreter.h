@@ -63,8 +63,8 @@ public:
     /// Checks, and fills `findings`, in the order of the text, with everything that ties one
     /// execution of the script to others or to the world: variables that keep what an earlier
     /// execution left, and functions that do something else, or do it twice, when they are called
-    /// again. A script without findings may be executed again for the same records, anywhere for
-    /// parts of them, and in any order. When in doubt, it reports a finding.
+    /// again. A script without findings does the same wherever, in whatever order and however often
+    /// it is executed. When in doubt, it reports a finding.
     bool check(const FND::String& text, std::vector<Finding>& findings);
     /// Compiles a list of conditions, each ended by ";", and hands them to `target` one by one.
     /// False, after a message, when one does not compile; `target` already has those before it.

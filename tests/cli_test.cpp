@@ -178,7 +178,7 @@ TEST_F(CliTest, FilesAndZonesAreAsGranted) {
         {"run local.ks", "13 XYZ"},
         {"run local.ks --records - --fields a", "00 UTCx\n", "", 0, "x\n"},
         {"check local.ks --distributable",
-         "local.ks:1: logStdout prints, which a retry does again\n", "", 1},
+         "local.ks:1: logStdout prints, which a repeated execution does again\n", "", 1},
         {"check -I lib loses.ks", "",
          "WARNING: lost.ks: line 2: `n' is read after the call of `f' in line 2, which may have "
          "overwritten it\n"},
@@ -242,10 +242,10 @@ TEST_F(CliTest, CheckTellsWhatTiesRecordsToOthers) {
     expect(
         {{"check --distributable sum.ks count.ks",
           "count.ks:2: `count' keeps what earlier executions left in it, assigned in line 2\n"
-          "count.ks:2: recordNumber depends on where the input was split\n"
-          "sum.ks:2: logStdout prints, which a retry does again\n"
-          "sum.ks:2: END reads `count', which knows the executions of one worker only, assigned in "
-          "line 2 of count.ks\n",
+          "count.ks:2: recordNumber depends on the place of the execution among others\n"
+          "sum.ks:2: logStdout prints, which a repeated execution does again\n"
+          "sum.ks:2: END reads `count', which holds what the executions of one interpreter left in "
+          "it, assigned in line 2 of count.ks\n",
           "", 1}});
 }
 

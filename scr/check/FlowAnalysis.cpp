@@ -19,15 +19,19 @@ constexpr std::size_t maxStoredS = 2'000'000;
 
 // Why the effects of a function matter; null when they do not.
 const char* troubleOf(Effect effects) {
-    if (has(effects, Effect::WritesFiles)) return "works on files, which a retry does again";
-    if (has(effects, Effect::Shell)) return "runs a command, which a retry does again";
-    if (has(effects, Effect::StandardOutput)) return "prints, which a retry does again";
-    if (has(effects, Effect::ReadsFiles)) return "reads files, which may be others in a retry";
+    if (has(effects, Effect::WritesFiles))
+        return "works on files, which a repeated execution does again";
+    if (has(effects, Effect::Shell)) return "runs a command, which a repeated execution does again";
+    if (has(effects, Effect::StandardOutput))
+        return "prints, which a repeated execution does again";
+    if (has(effects, Effect::ReadsFiles))
+        return "reads files, which may differ in a repeated execution";
     if (has(effects, Effect::Environment)) return "reads what may differ between machines";
-    if (has(effects, Effect::Clock)) return "reads the clock, which differs in a retry";
-    if (has(effects, Effect::Position)) return "depends on where the input was split";
+    if (has(effects, Effect::Clock))
+        return "reads the clock, which differs in a repeated execution";
+    if (has(effects, Effect::Position)) return "depends on the place of the execution among others";
     if (has(effects, Effect::LocalZone)) {
-        return "goes by the time zone, which may be another one elsewhere";
+        return "depends on the time zone, which may be another one elsewhere";
     }
     if (has(effects, Effect::Mutex) || has(effects, Effect::Sleep)) {
         return "waits, which orders nothing between machines";
@@ -281,7 +285,7 @@ std::vector<Finding> FlowAnalysis::findings() const {
     carried(main_.needs, "", " keeps what earlier executions left in it, assigned in ");
     if (end != nullptr) {
         carried(end->needs, "END reads ",
-                ", which knows the executions of one worker only, assigned in ");
+                ", which holds what the executions of one interpreter left in it, assigned in ");
     }
     if (stored_ > maxStoredS) all.emplace_back(Place(), "too large to be followed");
     std::sort(all.begin(), all.end(), [](const auto& a, const auto& b) {

@@ -9,8 +9,9 @@
 
 namespace SCR {
 
-/// What a script makes a record take, charged to that script until the record is done. A script
-/// that would pass its limit of memory is stopped. Outside of a script nothing is charged.
+/// What a script makes an object of its host take, charged to that script until the host releases
+/// it. A script that would pass its limit of memory is stopped. Outside of a script nothing is
+/// charged.
 class ScriptCharge {
 public:
     /// To be called before the bytes are taken.
@@ -25,7 +26,7 @@ public:
     void grow(const std::string& text, std::size_t size) {
         if (size > text.capacity()) take(2 * growth(text, size));
     }
-    /// Whether more was taken than is worth keeping for the records to come.
+    /// Whether more was taken than is worth keeping for the executions to come.
     bool isLarge() const { return bytes_ > std::size_t{64} << 10; }
     /// Gives all of it back. The script's interpreter is still there.
     void release() noexcept {
