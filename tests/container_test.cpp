@@ -227,9 +227,9 @@ TEST(Container, HoldsNoMoreThanTheLimit) {
     Array array(new LongVariable);
     EXPECT_NE(array.at(9, 10), nullptr);
     EXPECT_EQ(array.at(10, 10), nullptr);
-    EXPECT_EQ(array.at(Array::maxSizeCM), nullptr);
+    EXPECT_EQ(array.at(1UL << 32), nullptr);
     const unsigned long huge = std::numeric_limits<unsigned long>::max();
-    for (const unsigned long index : {Array::maxSizeCM, huge - 1, huge}) {
+    for (const unsigned long index : {1UL << 32, huge - 1, huge}) {
         EXPECT_EQ(array.at(index, huge), nullptr);
     }
     EXPECT_EQ(array.size(), 10U);
