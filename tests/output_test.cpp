@@ -164,7 +164,7 @@ TEST(OutputTest, APipeThatNobodyReadsKeepsNoScriptWaiting) {
     const std::string scripts[] = {
         "while (true) logStdout(\"a line\\n\");",
         "logStdout(strPad(\"\", \"x\", 10000000, true));",
-        "Long i; for (i = 0; i < 70000; i = i + 1) logStdout(\"x\");",
+        "Long i; for (i = 0; i < 7000; i = i + 1) logStdout(\"xxxxxxxxxx\");",
     };
     for (const std::string& script : scripts) {
         for (const bool isInterrupted : {false, true}) {
