@@ -1,7 +1,6 @@
 #include "scr/Function.h"
 
 #include "scr/run/MemoryCharge.h"
-#include "scr/tree/Operand.h"
 #include "scr/tree/StatementParts.h"
 
 namespace SCR {
@@ -24,14 +23,12 @@ bool Function::addIdentifier(const FND::String& name, Variable* variable) {
     return isAdded;
 }
 
-void Function::close() {
-    StatementList::close();
-    if constexpr (SpecialisesNodes) {
-        const NodeList& statements = parts().statements;
-        if (statements.size() != 1) return;
-        const auto* const statement = dynamic_cast<ReturnStatement*>(statements.front().get());
-        if (statement != nullptr && statement->value() != nullptr) onlyReturn_ = statement;
+std::int32_t Function::execute() {
+    Parts& body = parts();
+    if (body.hot || body.hot.count([&](Code::Builder& code) { body.lower(code); })) {
+        return body.hot.run();
     }
+    return body.run();
 }
 
 }  // namespace SCR

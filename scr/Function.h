@@ -21,7 +21,7 @@ public:
     /// Declares like a block; while parameters are declared it also records their names.
     bool addIdentifier(const FND::String& name, Variable* variable) override;
 
-    void close() override;
+    std::int32_t execute() override;
 
     /// End or skip phases of the declaration: a function that returns nothing has no return
     /// variable, and what is declared after the parameters are closed is a plain local.
@@ -31,8 +31,6 @@ public:
     /// The variable that a return statement sets; null in a function that returns nothing. Owned by
     /// this block.
     Variable* returnVariable() const { return returnVariable_; }
-    /// The return statement, if the function does nothing else than return a value; otherwise null.
-    const ReturnStatement* onlyReturn() const { return onlyReturn_; }
     using Names = std::vector<FND::String>;
     /// In the order of declaration.
     const Names& parameterNames() const { return parameterNames_; }
@@ -43,7 +41,6 @@ private:
     Variable* returnVariable_ = nullptr;
     Names parameterNames_;
     Phase phase_ = Phase::ReturnVariable;
-    const ReturnStatement* onlyReturn_ = nullptr;
 };
 
 }  // namespace SCR

@@ -11,7 +11,9 @@ namespace SCR {
 class RunControl;
 class Variable;
 
-// What the statements consist of, their `Parts`, is the library's: scr/tree/StatementParts.h.
+namespace Code {
+class Builder;
+}
 
 /// Base of the statements that hold others. A class of its own between them and `Node`, because the
 /// number and order of the virtual functions of `Node` are fixed.
@@ -21,6 +23,9 @@ public:
 
     /// Called once all statements of this one have been added, and those of the blocks in it.
     virtual void close() = 0;
+    /// Emits the operations that do the same as `execute`. The base implementation emits a call of
+    /// it.
+    virtual void lower(Code::Builder& code);
 };
 
 /// A block: statements in order, and the identifiers declared in it. It owns both.
@@ -40,22 +45,20 @@ public:
     Variable* getIdentifier(const FND::String& name) override;
     /// True if any statement of the list returns a result.
     bool returnsResult() const override;
+    void lower(Code::Builder& code) override;
 
-    const Parts& parts() const { return *parts_; }
+    Parts& parts() const { return *parts_; }
 
 private:
     const std::unique_ptr<Parts> parts_;
 };
 
 /// Runs the first branch added when its condition holds, otherwise the second, if there is one.
-class KESTREL_API IfStatement : public CompoundStatement {
+class KESTREL_API IfStatement final : public CompoundStatement {
 public:
     /// Takes ownership of `condition`.
     explicit IfStatement(BoolNode* condition);
     ~IfStatement() override;
-
-    /// A new one of the class that fits `condition`; takes ownership of it.
-    static std::unique_ptr<IfStatement> make(std::unique_ptr<BoolNode> condition);
 
     std::int32_t execute() override;
     /// Takes the then-branch, then the else-branch; refuses any further statement.
@@ -63,17 +66,12 @@ public:
     void close() override;
     /// True only if both branches exist and return a result.
     bool returnsResult() const override;
-
-protected:
-    struct Parts;
-
-    /// For a class that has the parts in its objects.
-    IfStatement(BoolNode* condition, Parts& parts);
+    void lower(Code::Builder& code) override;
 
 private:
     const std::unique_ptr<BoolNode> condition_;
-    const std::unique_ptr<Parts> own_;  // unless the derived class has them
-    Parts& parts_;
+    std::unique_ptr<Node> then_;
+    std::unique_ptr<Node> else_;
 };
 
 /// Repeats its body as long as its condition holds.
@@ -87,6 +85,7 @@ public:
     /// Takes the body; refuses any further statement.
     bool addStatement(Node* statement) override;
     void close() override;
+    void lower(Code::Builder& code) override;
 
 private:
     struct Parts;
@@ -107,6 +106,7 @@ public:
     /// Takes the body; refuses any further statement.
     bool addStatement(Node* statement) override;
     void close() override;
+    void lower(Code::Builder& code) override;
     /// True if the body returns a result.
     bool returnsResult() const override;
 
@@ -131,6 +131,7 @@ public:
     /// refuses any further statement.
     bool addStatement(Node* statement) override;
     void close() override;
+    void lower(Code::Builder& code) override;
 
 private:
     struct Parts;

@@ -8,14 +8,12 @@
 #include <vector>
 
 #include "scr/Interpreter.h"
+#include "scr/code/Builder.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/CountedWork.h"
 #include "scr/run/MemoryCharge.h"
-#include "scr/tree/LongArithmetic.h"
-#include "scr/tree/Operand.h"
-#include "scr/tree/StatementParts.h"
 #include "scr/tree/SwitchAutomaton.h"
 #include "scr/value/KeyHash.h"
 
@@ -41,9 +39,6 @@ std::unique_ptr<Node> popLabel(ParserStack& stack, int expected) {
 // The memory of a label in a map, with its share of the map's own table.
 constexpr std::size_t labelBytesS = 80;
 
-// The usual computed selector.
-using SelectorPairs = PairsOf<VariableOperand<LongType>, ConstantOperand<LongType>, LongRemainder>;
-
 }  // namespace
 
 /// The bodies, and which of them runs into the next.
@@ -53,20 +48,12 @@ public:
     using Number = std::uint32_t;
     static constexpr Number none = ~Number{0};
 
-    /// What a label leads to.
-    struct Target {
-        LongStep sum;  ///< everything that the body does, if that is data
-        Number body = none;
-
-        explicit Target(Number number = none) : body(number) {}
-    };
-
     /// The body of the next label: the open one if it is still empty, otherwise a new one. Opens
     /// it.
     Number open() {
         if (state_ != State::Labelled) {
             if (state_ == State::Filled) bodies_.back().fallsThrough = true;
-            bodies_.push_back({std::make_unique<StatementList>(), StatementRun()});
+            bodies_.push_back({std::make_unique<StatementList>()});
             state_ = State::Labelled;
         }
         return static_cast<Number>(bodies_.size() - 1);
@@ -83,10 +70,7 @@ public:
         return true;
     }
     void close() {
-        for (Body& body : bodies_) {
-            body.statements->close();
-            body.run = StatementRun::of(*body.statements);
-        }
+        for (Body& body : bodies_) body.statements->close();
     }
     bool returnResult() const {
         if (default_ == none) return false;
@@ -101,19 +85,6 @@ public:
         return true;
     }
 
-    /// Sets what the body of `target` does, after the bodies are complete.
-    void complete(Target& target) const {
-        if (target.body == none || bodies_[target.body].fallsThrough) return;
-        target.sum = bodies_[target.body].run.sum();
-    }
-
-    std::int32_t run(const Target& target) const {
-        if (target.sum) {
-            target.sum.run();
-            return goOn;
-        }
-        return run(target.body);
-    }
     /// Executes the body, and those that it falls through into; `none` means the default body.
     std::int32_t run(Number number) const {
         if (number == none) number = default_;
@@ -121,16 +92,34 @@ public:
         // Falling through is a loop, so that calls do not nest however many labels there are.
         while (true) {
             const Body& body = bodies_[number];
-            const std::int32_t code = body.run.execute();
+            const std::int32_t code = body.statements->execute();
             if (code != goOn || !body.fallsThrough) return code;
             ++number;
         }
     }
 
+    /// Labels of the code of a switch: one for each body and the last one for the default.
+    std::vector<Code::Label> newLabels(Code::Builder& code) const {
+        std::vector<Code::Label> labels;
+        for (std::size_t i = 0; i <= bodies_.size(); ++i) labels.push_back(code.newLabel());
+        if (default_ != none) labels.back() = labels[default_];
+        return labels;
+    }
+    /// Emits the bodies.
+    void lower(Code::Builder& code, const std::vector<Code::Label>& labels) const {
+        const Code::Label end = code.newLabel();
+        for (std::size_t i = 0; i < bodies_.size(); ++i) {
+            code.bind(labels[i]);
+            code.statement(*bodies_[i].statements);
+            if (!bodies_[i].fallsThrough) code.jumpTo(end);
+        }
+        if (default_ == none) code.bind(labels.back());
+        code.bind(end);
+    }
+
 private:
     struct Body {
         std::unique_ptr<StatementList> statements;
-        StatementRun run;
         bool fallsThrough = false;  // into the next body
     };
 
@@ -159,6 +148,23 @@ bool SwitchCase::addDefault() {
 
 bool SwitchCase::returnsResult() const { return bodies_->returnResult(); }
 
+// The code of a switch over texts: a helper gives the number of the body.
+template <class Labels>
+void SwitchCase::lowerChoice(Code::Builder& code, StringNode& selector, const Labels& choice) {
+    constexpr auto choose = [](RunControl& /*control*/, long from, long text, long /*c*/) {
+        return static_cast<long>(Code::at<const Labels>(from).choose(Code::at<const FND::String>(text)));
+    };
+    static constexpr Code::Helper helper{Code::guarded<choose>, true, false};
+    const std::vector<Code::Label> labels = bodies().newLabels(code);
+    {
+        const Code::Builder::Frame frame(code);
+        const Code::Ref text = code.value(selector);
+        const Code::Ref body = code.call(helper, code.address(&choice), text);
+        code.switchOn(body, {0, {labels.begin(), labels.end() - 1}, labels.back()});
+    }
+    bodies().lower(code, labels);
+}
+
 // Long labels.
 
 class LongSwitchCase::Labels : public InNodeMemory {
@@ -170,15 +176,13 @@ public:
     bool contains(long label) const { return labels_.contains(label); }
     void add(long label, Number body) { labels_.emplace(label, body); }
     void setUp();
-    void complete() {
-        for (Bodies::Target& target : table_) bodies_.complete(target);
-    }
 
     /// Executes the body for the selector's value.
     std::int32_t choose(long value) const {
         const unsigned long index = static_cast<unsigned long>(value) - first_;
-        return index < table_.size() ? bodies_.run(table_[index]) : bodies_.run(find(value));
+        return bodies_.run(index < table_.size() ? table_[index] : find(value));
     }
+    void lower(Code::Builder& code, LongNode& selector) const;
 
 private:
     Number find(long value) const {
@@ -189,26 +193,10 @@ private:
 
     const Bodies& bodies_;
     // The bodies of all labels, beginning with the first one, when the labels lie close together.
-    std::vector<Bodies::Target> table_;
+    std::vector<Number> table_;
     unsigned long first_ = 0;
     std::unordered_map<long, Number, NumberHash> labels_;
 };
-
-namespace {
-
-template <class Operand>
-class LongSwitchOn final : public LongSwitchCase {
-public:
-    explicit LongSwitchOn(Operand selector)
-        : LongSwitchCase(nullptr), selector_(std::move(selector)) {}
-
-    std::int32_t execute() override { return labels().choose(selector_.value()); }
-
-private:
-    Operand selector_;
-};
-
-}  // namespace
 
 // The pointer has an owner before anything is allocated.
 LongSwitchCase::LongSwitchCase(LongNode* selector)
@@ -216,16 +204,6 @@ LongSwitchCase::LongSwitchCase(LongNode* selector)
 LongSwitchCase::LongSwitchCase(std::unique_ptr<LongNode> selector)
     : selector_(std::move(selector)), labels_(std::make_unique<Labels>(bodies())) {}
 LongSwitchCase::~LongSwitchCase() = default;
-
-std::unique_ptr<LongSwitchCase> LongSwitchCase::make(std::unique_ptr<LongNode> selector) {
-    using Made = std::unique_ptr<LongSwitchCase>;
-    const auto make = [](auto operand) -> Made {
-        return std::make_unique<LongSwitchOn<decltype(operand)>>(std::move(operand));
-    };
-    return withPair(SelectorPairs(), std::move(selector), make, [&](std::unique_ptr<Node> node) {
-        return withOperand<LongType>(std::move(node), make);
-    });
-}
 
 std::int32_t LongSwitchCase::execute() { return labels_->choose(selector_->result()); }
 
@@ -252,18 +230,36 @@ void LongSwitchCase::Labels::setUp() {
     const unsigned long range =
         static_cast<unsigned long>(greatest->first) - static_cast<unsigned long>(least->first);
     if (range / 4 > labels_.size()) return;
-    chargeBuffer(blockBytes((range + 1) * sizeof(Bodies::Target)));
-    countWork((range + 1) * sizeof(Bodies::Target));
+    chargeBuffer(blockBytes((range + 1) * sizeof(Number)));
+    countWork((range + 1) * sizeof(Number));
     first_ = static_cast<unsigned long>(least->first);
-    table_.resize(range + 1);
+    table_.resize(range + 1, Bodies::none);
     for (const auto& [label, body] : labels_) {
-        table_[static_cast<unsigned long>(label) - first_] = Bodies::Target(body);
+        table_[static_cast<unsigned long>(label) - first_] = body;
     }
 }
 
-void LongSwitchCase::close() {
-    SwitchCase::close();
-    labels_->complete();
+void LongSwitchCase::lower(Code::Builder& code) { labels_->lower(code, *selector_); }
+
+void LongSwitchCase::Labels::lower(Code::Builder& code, LongNode& selector) const {
+    const std::vector<Code::Label> labels = bodies_.newLabels(code);
+    {
+        const Code::Builder::Frame frame(code);
+        const Code::Ref value = code.value(selector);
+        if (table_.empty()) {
+            for (const auto& [label, body] : labels_) {
+                code.jumpIf(Code::Relation::Equal, value, code.constant(label), labels[body]);
+            }
+            code.jumpTo(labels.back());
+        } else {
+            Code::SwitchTable table{static_cast<long>(first_), {}, labels.back()};
+            for (const Number body : table_) {
+                table.labels.push_back(body != Bodies::none ? labels[body] : labels.back());
+            }
+            code.switchOn(value, std::move(table));
+        }
+    }
+    bodies_.lower(code, labels);
 }
 
 // String labels.
@@ -277,16 +273,12 @@ public:
     bool contains(const FND::String& label) const { return labels_.contains(label); }
     void add(const FND::String& label, Number body) { labels_.emplace(label, body); }
     void setUp();
-    void complete() {
-        for (Slot& slot : slots_) bodies_.complete(slot.target);
-    }
 
-    /// Executes what there is for the selector's value.
-    std::int32_t choose(const FND::String& value) const {
-        if (isLarge(value.size())) [[unlikely]]
-            return bodies_.run(findLarge(value));
-        return bodies_.run(find(value));
+    /// The body for the selector's value.
+    Number choose(const FND::String& value) const {
+        return isLarge(value.size()) ? findLarge(value) : find(value);
     }
+    const Bodies& bodies() const { return bodies_; }
 
 private:
     // A label's length and its first and last 8 bytes, which overlap in a shorter label. They
@@ -300,11 +292,11 @@ private:
     };
     struct Slot {
         Ends ends;
-        Bodies::Target target;  // without a body in a free slot
+        Number body = Bodies::none;  // none in a free slot
     };
 
     Number findLarge(const FND::String& value) const;
-    const Bodies::Target& find(const FND::String& value) const;
+    Number find(const FND::String& value) const;
     static Ends endsOf(const FND::String& text);
     std::size_t slotOf(const FND::String& label, const Ends& ends) const;
 
@@ -389,27 +381,22 @@ void StringSwitchCase::Labels::setUp() {
         longest_ = std::max(longest_, label.size());
         const Ends ends = endsOf(label);
         std::size_t at = slotOf(label, ends);
-        while (slots_[at & lastSlot_].target.body != Bodies::none) ++at;
-        slots_[at & lastSlot_] = {ends, Bodies::Target(body)};
+        while (slots_[at & lastSlot_].body != Bodies::none) ++at;
+        slots_[at & lastSlot_] = {ends, body};
         slotLabels_[at & lastSlot_] = &label;
     }
 }
 
-void StringSwitchCase::close() {
-    SwitchCase::close();
-    labels_->complete();
-}
-
-[[gnu::always_inline]] inline const SwitchCase::Bodies::Target& StringSwitchCase::Labels::find(
+[[gnu::always_inline]] inline SwitchCase::Bodies::Number StringSwitchCase::Labels::find(
     const FND::String& value) const {
     const Ends ends = endsOf(value);
     for (std::size_t at = slotOf(value, ends);; ++at) {
         const Slot& slot = slots_[at & lastSlot_];
         // A free slot has the ends of "".
         if (slot.ends == ends && (ends.size <= 16 || *slotLabels_[at & lastSlot_] == value)) {
-            return slot.target;
+            return slot.body;
         }
-        if (slot.target.body == Bodies::none) return slot.target;
+        if (slot.body == Bodies::none) return slot.body;
     }
 }
 
@@ -420,7 +407,11 @@ SwitchCase::Bodies::Number StringSwitchCase::Labels::findLarge(const FND::String
     return found != labels_.end() ? found->second : Bodies::none;
 }
 
-std::int32_t StringSwitchCase::execute() { return labels_->choose(selector_->result()); }
+std::int32_t StringSwitchCase::execute() {
+    return bodies().run(labels_->choose(selector_->result()));
+}
+
+void StringSwitchCase::lower(Code::Builder& code) { lowerChoice<Labels>(code, *selector_, *labels_); }
 
 // Patterns as labels.
 
@@ -439,7 +430,8 @@ public:
     }
     bool setUp() { return buildLater(automaton_, SwitchAutomaton::finalStep); }
 
-    Number find(const FND::String& text) const {
+    /// The body for the selector's value.
+    Number choose(const FND::String& text) const {
         const std::int32_t label =
             isLarge(text.size()) ? automaton_->firstOfLarge(text) : automaton_->first(text);
         return label >= 0 ? bodies_[static_cast<std::size_t>(label)] : Bodies::none;
@@ -467,7 +459,11 @@ bool RegExprSwitchCase::nextCase(ParserStack& stack) {
 bool RegExprSwitchCase::finalSetup() { return labels_->setUp(); }
 
 std::int32_t RegExprSwitchCase::execute() {
-    return bodies().run(labels_->find(selector_->result()));
+    return bodies().run(labels_->choose(selector_->result()));
+}
+
+void RegExprSwitchCase::lower(Code::Builder& code) {
+    lowerChoice<Labels>(code, *selector_, *labels_);
 }
 
 }  // namespace SCR

@@ -39,32 +39,28 @@ protected:
 
     SwitchCase();
     Bodies& bodies() const { return *bodies_; }
+    template <class Labels>
+    void lowerChoice(Code::Builder& code, StringNode& selector, const Labels& choice);
 
 private:
     const std::unique_ptr<Bodies> bodies_;
 };
 
 /// Long labels.
-class KESTREL_API LongSwitchCase : public SwitchCase {
+class KESTREL_API LongSwitchCase final : public SwitchCase {
 public:
     /// Takes ownership of the selector.
     explicit LongSwitchCase(LongNode* selector);
     ~LongSwitchCase() override;
 
-    /// A new one of the class that fits `selector`; takes ownership of it.
-    static std::unique_ptr<LongSwitchCase> make(std::unique_ptr<LongNode> selector);
-
     std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
-    void close() override;
-
-protected:
-    class Labels;
-
-    const Labels& labels() const { return *labels_; }
+    void lower(Code::Builder& code) override;
 
 private:
+    class Labels;
+
     explicit LongSwitchCase(std::unique_ptr<LongNode> selector);
 
     const std::unique_ptr<LongNode> selector_;
@@ -81,7 +77,7 @@ public:
     std::int32_t execute() override;
     bool nextCase(ParserStack& stack) override;
     bool finalSetup() override;
-    void close() override;
+    void lower(Code::Builder& code) override;
 
 private:
     class Labels;
@@ -105,6 +101,7 @@ public:
     bool nextCase(ParserStack& stack) override;
     /// Lets the automaton be built after the parse.
     bool finalSetup() override;
+    void lower(Code::Builder& code) override;
 
 private:
     class Labels;

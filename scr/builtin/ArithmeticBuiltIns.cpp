@@ -10,8 +10,8 @@
 #include "scr/parser/ParserStack.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
-#include "scr/tree/LongArithmetic.h"
 #include "scr/tree/Operand.h"
+#include "scr/value/LongArithmetic.h"
 
 namespace SCR {
 
@@ -42,38 +42,121 @@ struct DecimalDivision {
     static inline const FND::Decimal zeroS = FND::Decimal::fromString("0.0");
 };
 
-template <class Operation, class Left, class Right>
-class DecimalBinary final : public DecimalNode {
-public:
-    DecimalBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+template <class Operation>
+inline constexpr bool isDivisionS = std::is_same_v<Operation, LongQuotient> ||
+                                    std::is_same_v<Operation, LongRemainder> ||
+                                    std::is_same_v<Operation, DecimalDivision>;
 
-    const FND::Decimal& result() override {
-        const FND::Decimal left = left_.value();
-        result_ = Operation::apply(left, right_.value());
-        return result_;
+// Left is evaluated first. A division evaluates the divisor first, and if it is 0 nothing else.
+template <class Operation>
+class LongBinary final : public LongNode, public Code::Lowerable {
+public:
+    LongBinary(std::unique_ptr<Node> left, std::unique_ptr<Node> right)
+        : left_(std::move(left)), right_(std::move(right)) {}
+
+    long result() override {
+        if constexpr (isDivisionS<Operation>) {
+            const long right = right_.value();
+            return right != 0 ? Operation::apply(left_.value(), right) : 0;
+        } else {
+            const long left = left_.value();
+            return Operation::apply(left, right_.value());
+        }
+    }
+
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        if constexpr (isDivisionS<Operation>) {
+            return lowerDivision(code, target);
+        } else {
+            Code::Builder::Frame frame(code);
+            Code::Builder::Held left = code.hold(left_.lower(code));
+            const Code::Ref right = right_.lower(code);
+            const Code::Ref operand = left.release();
+            frame.end();
+            if (!target) target = code.temporary();
+            code.emit(opS, target, operand, right);
+            return target;
+        }
     }
 
 private:
-    Left left_;
-    Right right_;
-    FND::Decimal result_;
+    static constexpr Code::Op opS = std::is_same_v<Operation, LongAddition>      ? Code::Op::Add
+                                    : std::is_same_v<Operation, LongSubtraction> ? Code::Op::Subtract
+                                    : std::is_same_v<Operation, LongMultiplication>
+                                        ? Code::Op::Multiply
+                                    : std::is_same_v<Operation, LongQuotient> ? Code::Op::Divide
+                                                                              : Code::Op::Remainder;
+
+    Code::Ref lowerDivision(Code::Builder& code, Code::Ref target) {
+        const long* const divisor = constantOf<LongType>(right_.node());
+        if (divisor != nullptr && *divisor == 0) return code.constant(0);
+        if (!target) target = code.temporary();
+        const Code::Builder::Frame frame(code);
+        Code::Builder::Held right = code.hold(right_.lower(code));
+        const Code::Ref tested = right.operand();
+        const Code::Label isZero = code.newLabel();
+        if (divisor == nullptr) {
+            code.jumpIf(Code::Relation::Equal, tested, code.constant(0), isZero);
+        }
+        const Code::Ref left = left_.lower(code);
+        code.emit(opS, target, left, right.release());
+        if (divisor == nullptr) {
+            const Code::Label end = code.newLabel();
+            code.jumpTo(end);
+            code.bind(isZero);
+            code.emit(Code::Op::Move, target, code.constant(0));
+            code.bind(end);
+        }
+        return target;
+    }
+
+    Operand<LongType> left_;
+    Operand<LongType> right_;
 };
 
-// Evaluates the divisor first, and nothing else when it is zero.
-template <class Left, class Right>
-class DecimalBinary<DecimalDivision, Left, Right> final : public DecimalNode {
+// The same for Decimals.
+template <class Operation>
+class DecimalBinary final : public DecimalNode, public Code::Lowerable {
 public:
-    DecimalBinary(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+    DecimalBinary(std::unique_ptr<Node> left, std::unique_ptr<Node> right)
+        : left_(std::move(left)), right_(std::move(right)) {}
 
     const FND::Decimal& result() override {
-        const FND::Decimal right = right_.value();
-        result_ = right == FND_DECIMAL_NULL ? DecimalDivision::zeroS : left_.value() / right;
+        if constexpr (isDivisionS<Operation>) {
+            const FND::Decimal right = right_.value();
+            result_ = right == FND_DECIMAL_NULL ? DecimalDivision::zeroS : left_.value() / right;
+        } else {
+            const FND::Decimal left = left_.value();
+            result_ = Operation::apply(left, right_.value());
+        }
         return result_;
     }
 
+    // The target is a place for the result. The operand evaluated first stays where it is, so the
+    // other one must not be able to change it.
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        constexpr bool isDivision = isDivisionS<Operation>;
+        if ((isDivision ? left_ : right_).storage() == nullptr) {
+            return code.callNode(static_cast<DecimalNode&>(*this), target);
+        }
+        const Code::Builder::Frame frame(code);
+        const Code::Ref left = left_.lower(code);
+        const Code::Ref right = right_.lower(code);
+        if (!target) target = code.address(&result_);
+        static constexpr Code::Helper helper{Code::guarded<applyTo>, false, false};
+        code.call(helper, target, left, right);
+        return target;
+    }
+
 private:
-    Left left_;
-    Right right_;
+    static long applyTo(RunControl& /*control*/, long target, long left, long right) {
+        Code::at<FND::Decimal>(target) = Operation::apply(Code::at<const FND::Decimal>(left),
+                                                          Code::at<const FND::Decimal>(right));
+        return 0;
+    }
+
+    Operand<DecimalType> left_;
+    Operand<DecimalType> right_;
     FND::Decimal result_;
 };
 
@@ -82,7 +165,7 @@ template <class Type, class Operation>
 typename OperatorChain<Type>::Link linkOf() {
     using Chain = OperatorChain<Type>;
     typename Chain::Link link;
-    if constexpr (isDivisionS<Operation>) {
+    if constexpr (std::is_same_v<typename Chain::Value, long> && isDivisionS<Operation>) {
         link.divide = [](const long& left, const long& right) {
             return right != 0 ? Operation::apply(left, right) : 0;
         };
@@ -145,7 +228,7 @@ public:
 
 private:
     RunControl& control_;
-    std::vector<StringPart> parts_;
+    std::vector<Operand<StringType>> parts_;
     FND::String result_;
 };
 
@@ -158,20 +241,12 @@ struct DecimalFactory {
         }
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
-        return withOperands<DecimalType>(
-            std::move(left), std::move(right), [](auto leftOperand, auto rightOperand) -> Node* {
-                return new DecimalBinary<Operation, decltype(leftOperand), decltype(rightOperand)>(
-                    std::move(leftOperand), std::move(rightOperand));
-            });
+        return new DecimalBinary<Operation>(std::move(left), std::move(right));
     }
 };
 
-// Moves a pair of variables and constants on either side into the node.
 template <class Operation>
 struct LongFactory {
-    using Any = AnyOperand<LongType>;
-    using Named = VariableOperand<LongType>;
-
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
         if (isChainDue(stack)) {
@@ -179,50 +254,7 @@ struct LongFactory {
         }
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
-        return withOperand<LongType>(std::move(right), [&](auto operand) {
-            return takeLeft(std::move(left), std::move(operand));
-        });
-    }
-
-private:
-    template <class Right>
-    static Node* takeLeft(std::unique_ptr<Node> left, Right right) {
-        const auto makeWith = [&](auto operand) {
-            return make(std::move(operand), std::move(right));
-        };
-        const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
-            return withOperand<LongType>(std::move(node), makeWith);
-        };
-        if constexpr (std::is_same_v<Operation, LongRemainder> &&
-                      std::is_same_v<Right, ConstantOperand<LongType>>) {
-            return withPair(JoinedPairs<InnerPairs, CyclePairs>::Type(), std::move(left), makeWith,
-                            makeWithLeaf);
-        } else {
-            return withPair(InnerPairs(), std::move(left), makeWith, makeWithLeaf);
-        }
-    }
-
-    static Node* takeLeft(std::unique_ptr<Node> left, Any right) {
-        return withOperand<LongType>(std::move(left), [&](auto operand) {
-            return takeRight(std::move(operand), std::move(right));
-        });
-    }
-
-    template <class Left>
-    static Node* takeRight(Left left, Any right) {
-        return make(std::move(left), std::move(right));
-    }
-
-    static Node* takeRight(Named left, Any right) {
-        const auto makeWith = [&](auto operand) { return make(left, std::move(operand)); };
-        return withPair(InnerPairs(), std::move(right).node(), makeWith,
-                        [&](std::unique_ptr<Node> node) { return makeWith(Any(std::move(node))); });
-    }
-
-    template <class Left, class Right>
-    static Node* make(Left left, Right right) {
-        using Pair = LongPair<Operation, Left, Right>;
-        return new LongPairNode<Pair>(Pair(std::move(left), std::move(right)));
+        return new LongBinary<Operation>(std::move(left), std::move(right));
     }
 };
 
@@ -241,7 +273,6 @@ struct StringAdd {
                          const FctDescr& /*descriptor*/) {
         RunControl& control = interpreter.runControl();
         const bool isRightActive = stack.traits().mayRunScript;
-        const bool isLongRow = isChainDue(stack);
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         const Node& node = *left;
@@ -254,23 +285,32 @@ struct StringAdd {
             held->add(std::move(right));
             return held.release();
         }
-        return StringSum::make(control, std::move(left), std::move(right), isLongRow).release();
+        return StringSum::make(control, std::move(left), std::move(right)).release();
     }
 };
 
-class LongNegation final : public LongNode {
+class LongNegation final : public LongNode, public Code::Lowerable {
 public:
-    explicit LongNegation(std::unique_ptr<LongNode> operand) : operand_(std::move(operand)) {}
+    explicit LongNegation(std::unique_ptr<Node> operand) : operand_(std::move(operand)) {}
 
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
-        return new LongNegation(stack.pop<LongNode>());
+        return new LongNegation(stack.pop<Node>());
     }
 
-    long result() override { return LongSubtraction::apply(0, operand_->result()); }
+    long result() override { return LongSubtraction::apply(0, operand_.value()); }
+
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        Code::Builder::Frame frame(code);
+        const Code::Ref operand = operand_.lower(code);
+        frame.end();
+        if (!target) target = code.temporary();
+        code.emit(Code::Op::Negate, target, operand);
+        return target;
+    }
 
 private:
-    const std::unique_ptr<LongNode> operand_;
+    const Operand<LongType> operand_;
 };
 
 class DecimalNegation final : public DecimalNode {

@@ -5,8 +5,6 @@
 #include "scr/parser/ParserStack.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/tree/ElementAccess.h"
-#include "scr/tree/LongArithmetic.h"
-#include "scr/tree/LongStep.h"
 #include "scr/tree/Operand.h"
 
 namespace SCR {
@@ -14,10 +12,10 @@ namespace SCR {
 namespace {
 
 // The store into a named variable. Its value is what the variable holds after the store.
-template <class Type, class Operand>
-class VariableAssignment final : public Type::Node {
+template <class Type>
+class VariableAssignment final : public Type::Node, public Code::Lowerable {
 public:
-    VariableAssignment(typename Type::Variable* target, Operand value)
+    VariableAssignment(typename Type::Variable* target, std::unique_ptr<Node> value)
         : target_(&target->value()), value_(std::move(value)) {}
 
     std::int32_t execute() override {
@@ -34,32 +32,39 @@ public:
         }
     }
 
-    // The effect as data, for operands that lie in storage and for sums and differences of them.
-    LongStep step() const {
-        if constexpr (requires { value_.storage(); }) {
-            return {target_, value_.storage()};
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref /*target*/) override {
+        if constexpr (std::is_same_v<Type, LongType>) {
+            const Code::Ref variable = code.variable(target_);
+            const Code::Builder::Frame frame(code);
+            const Code::Ref value = value_.lower(code, variable);
+            if (value != variable) code.emit(Code::Op::Move, variable, value);
+            return variable;
+        } else if constexpr (std::is_same_v<Type, BoolType>) {
+            const Code::Ref value = value_.lower(code);
+            code.emit(Code::Op::StoreBool, {}, value, {}, target_);
+            return value;
         } else {
-            return {target_, value_.left().storage(), value_.right().storage(), Operand::subtracts};
+            const Code::Ref place = code.address(target_);
+            const Code::Builder::Frame frame(code);
+            // A text has to be charged before it takes the place.
+            constexpr bool isText = std::is_same_v<Type, StringType>;
+            const Code::Ref value = value_.lower(code, isText ? Code::Ref() : place);
+            static constexpr Code::Helper helper{Code::guarded<storeAt>, isText, false};
+            if (value != place) code.call(helper, place, value);
+            return place;
         }
     }
 
 private:
+    static long storeAt(RunControl& /*control*/, long target, long value, long /*c*/) {
+        using Value = typename Type::Value;
+        SCR::store(Code::at<Value>(target), Code::at<const Value>(value));
+        return 0;
+    }
+
     typename Type::Value* const target_;  // the variable's
-    Operand value_;
+    const Operand<Type> value_;
 };
-
-template <class Operand>
-bool findStep(const Node& node, LongStep& step) {
-    using Assigned = VariableAssignment<LongType, Operand>;
-    if (&typeid(node) != &typeid(Assigned)) return false;
-    step = static_cast<const Assigned&>(node).step();
-    return true;
-}
-
-template <class... Pairs>
-bool findStepOfPair(PairList<Pairs...> /*pairs*/, const Node& node, LongStep& step) {
-    return (findStep<Pairs>(node, step) || ...);
-}
 
 // Appends something to a variable's own text.
 class AppendAssignment final : public StringNode {
@@ -84,12 +89,12 @@ private:
 
 // The store into any other target. `rereads`: the target may run script code, so reading it again
 // can be observed, and finding the target's storage may invalidate a reference to the value.
-// `Target` is the class of the target, or a base of it.
-template <class Type, class Target, class Operand, bool rereads>
-class TargetAssignment final : public Type::Node {
+template <class Type, bool rereads>
+class TargetAssignment final : public Type::Node, public Code::Lowerable {
 public:
-    TargetAssignment(std::unique_ptr<Node> target, Operand value)
-        : target_(static_cast<Target*>(target.release())), value_(std::move(value)) {}
+    TargetAssignment(std::unique_ptr<Node> target, std::unique_ptr<Node> value)
+        : target_(static_cast<typename Type::DataNode*>(target.release())),
+          value_(std::move(value)) {}
 
     std::int32_t execute() override {
         if constexpr (rereads) {
@@ -109,6 +114,21 @@ public:
         }
     }
 
+    // As a statement; the value is seldom used.
+    void lowerStatement(Code::Builder& code) override {
+        auto* const element = dynamic_cast<LowerableTarget*>(target_.get());
+        if (rereads || element == nullptr || !element->isNamed()) {
+            code.execute(*this);
+            return;
+        }
+        const Code::Builder::Frame frame(code);
+        Code::Builder::Held value = code.hold(value_.lower(code));
+        element->lowerStore(code, value.release());
+    }
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        return code.callNode(static_cast<typename Type::Node&>(*this), target);
+    }
+
 private:
     // Gives the value stored; a reference only to something that outlives the call.
     std::conditional_t<Type::byReference, void, typename Type::Value> store() {
@@ -118,73 +138,14 @@ private:
             if constexpr (!Type::byReference) return held.value();
         } else {
             typename Type::Argument value = value_.value();
-            if constexpr (std::is_same_v<Target, typename Type::DataNode>) {
-                target_->set(value);
-            } else {
-                target_->Target::set(value);
-            }
+            target_->set(value);
             if constexpr (!Type::byReference) return value;
         }
     }
 
-    const std::unique_ptr<Target> target_;
-    Operand value_;
+    const std::unique_ptr<typename Type::DataNode> target_;
+    const Operand<Type> value_;
 };
-
-// Sets an element of a named container to its own value and a constant: `Access` finds it once.
-template <class Access, class Operation>
-class ElementUpdate final : public LongNode {
-public:
-    using Value =
-        LongPairNode<LongPair<Operation, AnyOperand<LongType>, ConstantOperand<LongType>>>;
-
-    ElementUpdate(std::unique_ptr<Access> target, std::unique_ptr<Value> value)
-        : target_(std::move(target)), value_(std::move(value)), read_(*readOf(*value_)) {}
-
-    long result() override {
-        const long constant = value_->pair().right().value();
-        if (long* const element = read_.element().findValue()) [[likely]] {
-            return *element = Operation::apply(*element, constant);
-        }
-        const long value = Operation::apply(0, constant);
-        target_->set(value);
-        return value;
-    }
-
-    // The node for the assignment of `value` to `target`, which then owns both, if both have the
-    // right form; otherwise null.
-    static Node* make(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
-        const Node& left = *target;
-        const Node& right = *value;
-        if (&typeid(left) != &typeid(Access) || &typeid(right) != &typeid(Value)) return nullptr;
-        auto& access = static_cast<Access&>(*target);
-        Access* const read = readOf(static_cast<Value&>(*value));
-        if (read == nullptr || !read->element().isSame(access.element())) return nullptr;
-        std::unique_ptr<Value> sum(static_cast<Value*>(value.release()));
-        std::unique_ptr<Access> element(static_cast<Access*>(target.release()));
-        return new ElementUpdate(std::move(element), std::move(sum));
-    }
-
-private:
-    static Access* readOf(Value& value) {
-        LongNode* const node = value.pair().left().peek();
-        return &typeid(*node) == &typeid(Access) ? static_cast<Access*>(node) : nullptr;
-    }
-
-    const std::unique_ptr<Access> target_;
-    const std::unique_ptr<Value> value_;
-    Access& read_;  // the operand in `value_`
-};
-
-Node* makeElementUpdate(std::unique_ptr<Node>& target, std::unique_ptr<Node>& value) {
-    using ByKey = HashAccess<LongType, NamedContainer<Hash>, VariableOperand<StringType>>;
-    using ByIndex = NamedElementAccess<LongType>;
-    if constexpr (!SpecialisesNodes) return nullptr;
-    if (Node* const node = ElementUpdate<ByKey, LongAddition>::make(target, value)) return node;
-    if (Node* const node = ElementUpdate<ByKey, LongSubtraction>::make(target, value)) return node;
-    if (Node* const node = ElementUpdate<ByIndex, LongAddition>::make(target, value)) return node;
-    return ElementUpdate<ByIndex, LongSubtraction>::make(target, value);
-}
 
 template <class Type>
 class Assignment {
@@ -195,14 +156,7 @@ public:
         auto value = stack.pop<Node>();
         auto target = stack.pop<Node>();
         if (auto* const variable = variableOf<Type>(*target)) {
-            const auto make = [&](auto operand) -> Node* {
-                return new VariableAssignment<Type, decltype(operand)>(variable,
-                                                                       std::move(operand));
-            };
-            const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
-                return withOperand<Type>(std::move(node), make);
-            };
-            if constexpr (SpecialisesNodes && std::is_same_v<Type, StringType>) {
+            if constexpr (std::is_same_v<Type, StringType>) {
                 Node& operand = *value;
                 if (&typeid(operand) == &typeid(StringSum) &&
                     static_cast<StringSum&>(operand).firstText() == &variable->value()) {
@@ -211,34 +165,14 @@ public:
                         std::unique_ptr<StringSum>(static_cast<StringSum*>(value.release())));
                 }
             }
-            if constexpr (std::is_same_v<Type, LongType>) {
-                return withPair(AssignedPairs(), std::move(value), make, makeWithLeaf);
-            } else {
-                return makeWithLeaf(std::move(value));
-            }
+            return new VariableAssignment<Type>(variable, std::move(value));
         }
         // A target that may run script code is evaluated again after the store, since its value is
         // used, and may change the object that a reference to the value refers to.
         if (isTargetActive) {
-            using Any = AnyOperand<Type>;
-            return new TargetAssignment<Type, typename Type::DataNode, Any, true>(
-                std::move(target), Any(std::move(value)));
+            return new TargetAssignment<Type, true>(std::move(target), std::move(value));
         }
-        if constexpr (std::is_same_v<Type, LongType>) {
-            if (Node* const node = makeElementUpdate(target, value)) return node;
-        }
-        return withOperand<Type>(std::move(value), [&](auto operand) -> Node* {
-            using Operand = decltype(operand);
-            if constexpr (SpecialisesNodes) {
-                using Element = NamedElementAccess<Type>;
-                if (isNamedElement<Type>(*target)) {
-                    return new TargetAssignment<Type, Element, Operand, false>(std::move(target),
-                                                                               std::move(operand));
-                }
-            }
-            return new TargetAssignment<Type, typename Type::DataNode, Operand, false>(
-                std::move(target), std::move(operand));
-        });
+        return new TargetAssignment<Type, false>(std::move(target), std::move(value));
     }
 };
 
@@ -320,16 +254,5 @@ constexpr BuiltIn assignmentBuiltInsS[] = {
 }  // namespace
 
 std::span<const BuiltIn> assignmentBuiltIns() { return assignmentBuiltInsS; }
-
-LongStep longStepOf(const Node& node) {
-    using Named = VariableOperand<LongType>;
-    using Constant = ConstantOperand<LongType>;
-    LongStep step;
-    if (!findStep<Named>(node, step) && !findStep<Constant>(node, step)) {
-        findStepOfPair(PairsOf<Named, Constant, LongAddition, LongSubtraction>(), node, step) ||
-            findStepOfPair(PairsOf<Named, Named, LongAddition, LongSubtraction>(), node, step);
-    }
-    return step;
-}
 
 }  // namespace SCR

@@ -1,177 +1,150 @@
 #include <algorithm>
 #include <compare>
+#include <memory>
+#include <utility>
 
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/OperatorChain.h"
 #include "scr/parser/ParserStack.h"
-#include "scr/tree/Condition.h"
-#include "scr/tree/ElementAccess.h"
-#include "scr/tree/LongArithmetic.h"
 #include "scr/tree/Operand.h"
-#include "scr/tree/StatementParts.h"
 #include "scr/value/LargeText.h"
 
 namespace SCR {
 
 namespace {
 
-struct Less {
-    static bool apply(const auto& left, const auto& right) { return left < right; }
-};
-struct Greater {
-    static bool apply(const auto& left, const auto& right) { return right < left; }
-};
-struct Equal {
-    static bool apply(const auto& left, const auto& right) { return left == right; }
-};
-struct NotEqual {
-    static bool apply(const auto& left, const auto& right) { return !(left == right); }
-};
-struct LessEqual {
-    static bool apply(const auto& left, const auto& right) { return !(right < left); }
-};
-struct GreaterEqual {
-    static bool apply(const auto& left, const auto& right) { return !(left < right); }
-};
+using Code::Relation;
 
-// The if-statement of a comparison.
-template <class Comparison>
-class IfComparison final : public IfStatement {
-public:
-    IfComparison(Comparison& comparison, std::unique_ptr<BoolNode> condition)
-        : IfStatement(condition.release(), branches_), comparison_(comparison) {}
-
-    std::int32_t execute() override { return branches_.choose(comparison_.holds()); }
-
-private:
-    Parts branches_;
-    Comparison& comparison_;  // the condition
-};
+template <Relation relation>
+bool holds(const auto& left, const auto& right) {
+    if constexpr (relation == Relation::Less) return left < right;
+    if constexpr (relation == Relation::Greater) return right < left;
+    if constexpr (relation == Relation::Equal) return left == right;
+    if constexpr (relation == Relation::NotEqual) return !(left == right);
+    if constexpr (relation == Relation::LessEqual) return !(right < left);
+    if constexpr (relation == Relation::GreaterEqual) return !(left < right);
+}
 
 // Long and Bool: left, then right.
-template <class Operation, class Left, class Right>
-class ForwardComparison final : public ConditionNode {
+template <class Type, Relation relation>
+class ForwardComparison final : public BoolNode, public Code::Lowerable {
 public:
-    ForwardComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+    ForwardComparison(std::unique_ptr<Node> left, std::unique_ptr<Node> right)
+        : left_(std::move(left)), right_(std::move(right)) {}
 
-    bool holds() const {
+    bool result() override {
         const auto left = left_.value();
-        return Operation::apply(left, right_.value());
+        return holds<relation>(left, right_.value());
     }
 
-    bool result() override { return holds(); }
-
-    std::int32_t repeat(const LoopTurn& turn) override {
-        return turn.repeatWhile([this] { return holds(); });
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        Code::Builder::Frame frame(code);
+        const auto [left, right] = lowerOperands(code);
+        frame.end();
+        if (!target) target = code.temporary();
+        code.emit(Code::setOf(relation), target, left, right);
+        return target;
     }
 
-    std::unique_ptr<IfStatement> makeIf(std::unique_ptr<BoolNode> self) override {
-        return std::make_unique<IfComparison<ForwardComparison>>(*this, std::move(self));
+    void lowerJump(Code::Builder& code, Code::Label label, bool when) override {
+        const Code::Builder::Frame frame(code);
+        const auto [left, right] = lowerOperands(code);
+        code.jumpIf(when ? relation : Code::opposite(relation), left, right, label);
     }
 
 private:
-    Left left_;
-    Right right_;
+    std::pair<Code::Ref, Code::Ref> lowerOperands(Code::Builder& code) const {
+        Code::Builder::Held left = code.hold(left_.lower(code));
+        const Code::Ref right = right_.lower(code);
+        return {left.release(), right};
+    }
+
+    const Operand<Type> left_;
+    const Operand<Type> right_;
 };
 
 // String, Decimal and Date: right, then left. `Held` keeps the right operand's value while the left
 // one is evaluated.
-template <class Operation, class Held, class Left, class Right>
-class BackwardComparison final : public BoolNode {
+template <class Type, Relation relation, class Held>
+class BackwardComparison final : public BoolNode, public Code::Lowerable {
 public:
-    BackwardComparison(Left left, Right right) : left_(std::move(left)), right_(std::move(right)) {}
+    BackwardComparison(std::unique_ptr<Node> left, std::unique_ptr<Node> right)
+        : left_(std::move(left)), right_(std::move(right)) {}
 
     bool result() override {
         const Held right = right_.value();
-        const auto& left = left_.value();
-        if constexpr (std::is_same_v<std::remove_cvref_t<Held>, FND::String>) {
-            if (isLarge(std::min(left.size(), right.size()))) [[unlikely]]
-                return Operation::apply(compareLarge(left, right), 0);
+        return compare(left_.value(), right);
+    }
+
+    // The value of the operand evaluated first stays where it is, so the other one must not be able
+    // to change it.
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        if (!std::is_reference_v<Held> && left_.storage() == nullptr) {
+            return code.callNode(static_cast<BoolNode&>(*this), target);
         }
-        return Operation::apply(left, static_cast<const Held&>(right));
+        Code::Builder::Frame frame(code);
+        const Code::Ref right = right_.lower(code);
+        const Code::Ref left = left_.lower(code);
+        frame.end();
+        static constexpr Code::Helper helper{Code::guarded<compareAt>,
+                                             std::is_same_v<Type, StringType>, false};
+        return code.call(helper, left, right, {}, target);
     }
 
 private:
-    Left left_;
-    Right right_;
+    using Value = typename Type::Value;
+
+    static bool compare(const Value& left, const Value& right) {
+        if constexpr (std::is_same_v<Value, FND::String>) {
+            if (isLarge(std::min(left.size(), right.size()))) [[unlikely]]
+                return holds<relation>(compareLarge(left, right), 0);
+        }
+        return holds<relation>(left, right);
+    }
+    static long compareAt(RunControl& /*control*/, long left, long right, long /*c*/) {
+        return compare(Code::at<const Value>(left), Code::at<const Value>(right)) ? 1 : 0;
+    }
+
+    const Operand<Type> left_;
+    const Operand<Type> right_;
 };
 
-template <class Type>
-constexpr bool isComparedForwardS =
-    std::is_same_v<Type, LongType> || std::is_same_v<Type, BoolType>;
-
-template <class Type, class Operation, class Left, class Right>
-Node* makeComparison(Left left, Right right) {
-    if constexpr (isComparedForwardS<Type>) {
-        return new ForwardComparison<Operation, Left, Right>(std::move(left), std::move(right));
+template <class Type, Relation relation>
+Node* comparisonFactory(Interpreter& /*interpreter*/, ParserStack& stack,
+                        const FctDescr& /*descriptor*/) {
+    constexpr bool isBool = std::is_same_v<Type, BoolType>;
+    if constexpr (isBool) {
+        if (isChainDue(stack)) {
+            OperatorChain<BoolType>::Link link;
+            link.apply = [](bool& left, BoolNode& right) {
+                left = holds<relation>(left, right.result());
+            };
+            return OperatorChain<BoolType>::make(stack, std::move(link));
+        }
+    }
+    const bool isLeftActive = stack.traits(1).mayRunScript;
+    auto right = stack.pop<Node>();
+    auto left = stack.pop<Node>();
+    if constexpr (isBool || std::is_same_v<Type, LongType>) {
+        return new ForwardComparison<Type, relation>(std::move(left), std::move(right));
     } else {
-        using Held = std::conditional_t<std::is_same_v<Type, StringType>, const FND::String&,
-                                        typename Type::Value>;
-        return new BackwardComparison<Operation, Held, Left, Right>(std::move(left),
-                                                                    std::move(right));
+        using Value = typename Type::Value;
+        if constexpr (std::is_same_v<Type, StringType>) {
+            if (!isLeftActive) {
+                return new BackwardComparison<Type, relation, const Value&>(std::move(left),
+                                                                            std::move(right));
+            }
+        }
+        // The left operand may change the object that a reference to the right one's value refers
+        // to.
+        return new BackwardComparison<Type, relation, Value>(std::move(left), std::move(right));
     }
 }
 
-// Remainders that scripts compare with a constant.
-using TestedPairs =
-    PairList<LongPair<LongRemainder, VariableOperand<LongType>, ConstantOperand<LongType>>,
-             LongPair<LongRemainder,
-                      LongPair<LongAddition, VariableOperand<LongType>, VariableOperand<LongType>>,
-                      ConstantOperand<LongType>>>;
-
-template <class Type>
-class Compare {
-public:
-    template <class Operation>
-    static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
-                         const FctDescr& /*descriptor*/) {
-        if constexpr (std::is_same_v<Type, BoolType>) {
-            if (isChainDue(stack)) {
-                OperatorChain<BoolType>::Link link;
-                link.apply = [](bool& left, BoolNode& right) {
-                    left = Operation::apply(left, right.result());
-                };
-                return OperatorChain<BoolType>::make(stack, std::move(link));
-            }
-        }
-        const bool isLeftActive = stack.traits(1).mayRunScript;
-        auto right = stack.pop<Node>();
-        auto left = stack.pop<Node>();
-        if constexpr (std::is_same_v<Type, StringType>) {
-            // The left operand may change the object that a reference to the right one's value
-            // refers to.
-            if (isLeftActive) {
-                using Any = AnyOperand<Type>;
-                return new BackwardComparison<Operation, FND::String, Any, Any>(
-                    Any(std::move(left)), Any(std::move(right)));
-            }
-        }
-        return withOperand<Type>(std::move(right), [&](auto rightOperand) -> Node* {
-            const auto make = [&](auto leftOperand) {
-                return makeComparison<Type, Operation>(std::move(leftOperand),
-                                                       std::move(rightOperand));
-            };
-            const auto makeWithLeaf = [&](std::unique_ptr<Node> node) {
-                if constexpr (SpecialisesNodes && isComparedForwardS<Type>) {
-                    if (isNamedElement<Type>(*node)) {
-                        return make(ElementOperand<Type>(std::move(node)));
-                    }
-                }
-                return withOperand<Type>(std::move(node), make);
-            };
-            if constexpr (std::is_same_v<decltype(rightOperand), ConstantOperand<LongType>>) {
-                return withPair(TestedPairs(), std::move(left), make, makeWithLeaf);
-            } else {
-                return makeWithLeaf(std::move(left));
-            }
-        });
-    }
-};
-
 // Evaluates the right operand only when the left one does not decide.
 template <bool deciding>
-class BoolJunction final : public BoolNode {
+class BoolJunction final : public BoolNode, public Code::Lowerable {
 public:
     BoolJunction(std::unique_ptr<BoolNode> left, std::unique_ptr<BoolNode> right)
         : left_(std::move(left)), right_(std::move(right)) {}
@@ -191,6 +164,31 @@ public:
     }
 
     bool result() override { return left_->result() == deciding ? deciding : right_->result(); }
+
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref /*target*/) override {
+        const Code::Ref value = code.temporary();
+        const Code::Label isDecided = code.newLabel();
+        const Code::Label end = code.newLabel();
+        lowerJump(code, isDecided, deciding);
+        code.emit(Code::Op::Move, value, code.constant(deciding ? 0 : 1));
+        code.jumpTo(end);
+        code.bind(isDecided);
+        code.emit(Code::Op::Move, value, code.constant(deciding ? 1 : 0));
+        code.bind(end);
+        return value;
+    }
+
+    void lowerJump(Code::Builder& code, Code::Label label, bool when) override {
+        if (when == deciding) {
+            code.jump(*left_, label, when);
+            code.jump(*right_, label, when);
+            return;
+        }
+        const Code::Label isDecided = code.newLabel();
+        code.jump(*left_, isDecided, deciding);
+        code.jump(*right_, label, when);
+        code.bind(isDecided);
+    }
 
 private:
     const std::unique_ptr<BoolNode> left_;
@@ -227,151 +225,151 @@ constexpr std::string_view dateOrderS =
 constexpr BuiltIn comparisonBuiltInsS[] = {
     {.number = 59,
      .signature = "Bool Long<(Long left, Long right)",
-     .factory = Compare<LongType>::factory<Less>,
+     .factory = comparisonFactory<LongType, Relation::Less>,
      .manual = "Whether `left` is less than `right`.",
      .example = "1 < 2"},
     {.number = 60,
      .signature = "Bool Long>(Long left, Long right)",
-     .factory = Compare<LongType>::factory<Greater>,
+     .factory = comparisonFactory<LongType, Relation::Greater>,
      .manual = "Whether `left` is greater than `right`.",
      .example = "2 > 1"},
     {.number = 61,
      .signature = "Bool Long==(Long left, Long right)",
-     .factory = Compare<LongType>::factory<Equal>,
+     .factory = comparisonFactory<LongType, Relation::Equal>,
      .manual = "Whether the operands are equal.",
      .example = "2 == 2"},
     {.number = 62,
      .signature = "Bool Long!=(Long left, Long right)",
-     .factory = Compare<LongType>::factory<NotEqual>,
+     .factory = comparisonFactory<LongType, Relation::NotEqual>,
      .manual = "Whether the operands differ.",
      .example = "1 != 2"},
     {.number = 63,
      .signature = "Bool Long<=(Long left, Long right)",
-     .factory = Compare<LongType>::factory<LessEqual>,
+     .factory = comparisonFactory<LongType, Relation::LessEqual>,
      .manual = "Whether `left` is not greater than `right`.",
      .example = "2 <= 2"},
     {.number = 64,
      .signature = "Bool Long>=(Long left, Long right)",
-     .factory = Compare<LongType>::factory<GreaterEqual>,
+     .factory = comparisonFactory<LongType, Relation::GreaterEqual>,
      .manual = "Whether `left` is not less than `right`.",
      .example = "2 >= 2"},
     {.number = 65,
      .signature = "Bool Bool==(Bool left, Bool right)",
-     .factory = Compare<BoolType>::factory<Equal>,
+     .factory = comparisonFactory<BoolType, Relation::Equal>,
      .facts = {.isChained = true},
      .manual = "Whether the operands are equal.",
      .example = "true == true"},
     {.number = 66,
      .signature = "Bool Bool!=(Bool left, Bool right)",
-     .factory = Compare<BoolType>::factory<NotEqual>,
+     .factory = comparisonFactory<BoolType, Relation::NotEqual>,
      .facts = {.isChained = true},
      .manual = "Whether the operands differ.",
      .example = "true != false"},
     {.number = 67,
      .signature = "Bool String<(String left, String right)",
-     .factory = Compare<StringType>::factory<Less>,
+     .factory = comparisonFactory<StringType, Relation::Less>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("ab" < "abc")"},
     {.number = 68,
      .signature = "Bool String>(String left, String right)",
-     .factory = Compare<StringType>::factory<Greater>,
+     .factory = comparisonFactory<StringType, Relation::Greater>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("b" > "abc")"},
     {.number = 69,
      .signature = "Bool String==(String left, String right)",
-     .factory = Compare<StringType>::factory<Equal>,
+     .factory = comparisonFactory<StringType, Relation::Equal>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = "Whether the operands have the same bytes. `right` is evaluated first.",
      .example = R"("a" == "a")"},
     {.number = 70,
      .signature = "Bool String!=(String left, String right)",
-     .factory = Compare<StringType>::factory<NotEqual>,
+     .factory = comparisonFactory<StringType, Relation::NotEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = "Whether the operands differ in any byte. `right` is evaluated first.",
      .example = R"("a" != "A")"},
     {.number = 71,
      .signature = "Bool String<=(String left, String right)",
-     .factory = Compare<StringType>::factory<LessEqual>,
+     .factory = comparisonFactory<StringType, Relation::LessEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("a" <= "a")"},
     {.number = 72,
      .signature = "Bool String>=(String left, String right)",
-     .factory = Compare<StringType>::factory<GreaterEqual>,
+     .factory = comparisonFactory<StringType, Relation::GreaterEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = stringOrderS,
      .example = R"("a" >= "a")"},
     {.number = 73,
      .signature = "Bool Decimal<(Decimal left, Decimal right)",
-     .factory = Compare<DecimalType>::factory<Less>,
+     .factory = comparisonFactory<DecimalType, Relation::Less>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 < 1.75"},
     {.number = 74,
      .signature = "Bool Decimal>(Decimal left, Decimal right)",
-     .factory = Compare<DecimalType>::factory<Greater>,
+     .factory = comparisonFactory<DecimalType, Relation::Greater>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "2 > 1.99"},
     {.number = 75,
      .signature = "Bool Decimal==(Decimal left, Decimal right)",
-     .factory = Compare<DecimalType>::factory<Equal>,
+     .factory = comparisonFactory<DecimalType, Relation::Equal>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.50 == 1.5"},
     {.number = 76,
      .signature = "Bool Decimal!=(Decimal left, Decimal right)",
-     .factory = Compare<DecimalType>::factory<NotEqual>,
+     .factory = comparisonFactory<DecimalType, Relation::NotEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 != 1.51"},
     {.number = 77,
      .signature = "Bool Decimal<=(Decimal left, Decimal right)",
-     .factory = Compare<DecimalType>::factory<LessEqual>,
+     .factory = comparisonFactory<DecimalType, Relation::LessEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 <= 1.50"},
     {.number = 78,
      .signature = "Bool Decimal>=(Decimal left, Decimal right)",
-     .factory = Compare<DecimalType>::factory<GreaterEqual>,
+     .factory = comparisonFactory<DecimalType, Relation::GreaterEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = decimalOrderS,
      .example = "1.5 >= 1.50"},
     {.number = 79,
      .signature = "Bool Date<(Date left, Date right)",
-     .factory = Compare<DateType>::factory<Less>,
+     .factory = comparisonFactory<DateType, Relation::Less>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MIN_DATE < MAX_DATE"},
     {.number = 80,
      .signature = "Bool Date>(Date left, Date right)",
-     .factory = Compare<DateType>::factory<Greater>,
+     .factory = comparisonFactory<DateType, Relation::Greater>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE > MIN_DATE"},
     {.number = 81,
      .signature = "Bool Date==(Date left, Date right)",
-     .factory = Compare<DateType>::factory<Equal>,
+     .factory = comparisonFactory<DateType, Relation::Equal>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE == MAX_DATE"},
     {.number = 82,
      .signature = "Bool Date!=(Date left, Date right)",
-     .factory = Compare<DateType>::factory<NotEqual>,
+     .factory = comparisonFactory<DateType, Relation::NotEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE != MIN_DATE"},
     {.number = 83,
      .signature = "Bool Date<=(Date left, Date right)",
-     .factory = Compare<DateType>::factory<LessEqual>,
+     .factory = comparisonFactory<DateType, Relation::LessEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MIN_DATE <= MAX_DATE"},
     {.number = 84,
      .signature = "Bool Date>=(Date left, Date right)",
-     .factory = Compare<DateType>::factory<GreaterEqual>,
+     .factory = comparisonFactory<DateType, Relation::GreaterEqual>,
      .facts = {.order = CallFacts::Order::Backward},
      .manual = dateOrderS,
      .example = "MAX_DATE >= MIN_DATE"},

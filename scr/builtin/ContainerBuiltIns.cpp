@@ -41,10 +41,10 @@ struct HashClear final : BuiltInNode<HashClear, VoidType(Hash)> {
 };
 
 // A question about a hash and a key. The key is evaluated before the hash.
-template <class Question, class Key>
+template <class Question>
 class KeyNode final : public BoolNode {
 public:
-    KeyNode(std::unique_ptr<HashNode> hash, Key key, bool copiesKey)
+    KeyNode(std::unique_ptr<HashNode> hash, std::unique_ptr<Node> key, bool copiesKey)
         : hash_(std::move(hash)), key_(std::move(key)), copiesKey_(copiesKey) {}
 
     bool result() override {
@@ -67,7 +67,7 @@ private:
     }
 
     const std::unique_ptr<HashNode> hash_;
-    const Key key_;
+    const Operand<StringType> key_;
     const bool copiesKey_;  // evaluating the hash may change the text that the key refers to
 };
 
@@ -76,10 +76,7 @@ Node* keyNode(Interpreter& /*interpreter*/, ParserStack& stack, const FctDescr& 
     const bool hashIsActive = stack.traits(1).mayRunScript;
     auto key = stack.pop<StringNode>();
     auto hash = stack.pop<HashNode>();
-    return withOperand<StringType>(std::move(key), [&](auto operand) -> Node* {
-        return new KeyNode<Question, decltype(operand)>(std::move(hash), std::move(operand),
-                                                        hashIsActive);
-    });
+    return new KeyNode<Question>(std::move(hash), std::move(key), hashIsActive);
 }
 
 struct HashContains {

@@ -80,7 +80,7 @@ public:
         auto node = DateFunction::build(interpreter, stack);
         if (hasFormat) {
             const FND::String* const format = constantOf<StringType>(node->template operand<1>());
-            if (SpecialisesNodes && format != nullptr && !isLarge(format->size())) {
+            if (format != nullptr && !isLarge(format->size())) {
                 node->format_.fix(*format);
             }
         }

@@ -9,21 +9,11 @@
 
 namespace SCR {
 
-StringPart::StringPart(std::unique_ptr<Node> node)
-    : node_(static_cast<StringNode*>(node.release())) {
-    if constexpr (!SpecialisesNodes) return;
-    if (const StringVariable* const variable = variableOf<StringType>(*node_)) {
-        text_ = &variable->value();
-    } else if (StringNode& operand = *node_; typeid(operand) == typeid(StringConstant)) {
-        text_ = &operand.result();
-    }
-}
-
 std::unique_ptr<StringSum> StringSum::make(RunControl& control, std::unique_ptr<Node> left,
-                                           std::unique_ptr<Node> right, bool isLongRow) {
+                                           std::unique_ptr<Node> right) {
     std::unique_ptr<StringSum> sum;
     if (Node& operand = *left;
-        (SpecialisesNodes || isLongRow) && typeid(operand) == typeid(StringSum)) {
+        typeid(operand) == typeid(StringSum)) {
         sum.reset(static_cast<StringSum*>(left.release()));
     } else {
         sum.reset(new StringSum(control));

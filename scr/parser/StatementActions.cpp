@@ -28,7 +28,7 @@ bool SCR_ifStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
     if (!condition) return false;
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
-    return openBlock(IfStatement::make(std::move(condition)), Messages::ifNotPushed);
+    return openBlock(makeOwner<IfStatement>(std::move(condition)), Messages::ifNotPushed);
 }
 
 void SCR_elseBranch() {

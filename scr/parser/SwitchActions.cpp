@@ -25,7 +25,7 @@ bool SCR_switchStatement() {
     const int type = stackG->popType();
     std::unique_ptr<SwitchCase> statement;
     if (Node::baseType(type) == TypeCode::Long) {
-        statement = LongSwitchCase::make(stackG->pop<LongNode>());
+        statement = makeOwner<LongSwitchCase>(stackG->pop<LongNode>());
     } else if (Node::baseType(type) == TypeCode::String) {
         statement = makeOwner<StringSwitchCase>(stackG->pop<StringNode>());
     } else {

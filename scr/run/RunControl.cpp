@@ -62,8 +62,8 @@ inline char* RunControl::stackEndHere() const {
 }
 
 inline void RunControl::startInterval() {
-    untilLook_ = std::min(stopsAt_ < 0 ? lookIntervalCM : std::int64_t{1}, stepsLeft_);
-    if (stepsLeft_ != Limits::none) stepsLeft_ -= untilLook_;
+    counters_.untilLook = std::min(stopsAt_ < 0 ? lookIntervalCM : std::int64_t{1}, stepsLeft_);
+    if (stepsLeft_ != Limits::none) stepsLeft_ -= counters_.untilLook;
 }
 
 inline void RunControl::begin() {
@@ -84,7 +84,7 @@ inline void RunControl::begin() {
 
 inline void RunControl::end() noexcept {
     state_.store(State::Idle, std::memory_order_relaxed);
-    untilLook_ = neverCM;
+    counters_.untilLook = neverCM;
     stepsLeft_ = Limits::none;
 }
 
@@ -95,31 +95,32 @@ void RunControl::finish() {
 
 void RunControl::limits(const Limits& limits) {
     limits_ = limits;
+    counters_.mostCalls = limits.depth;
     memoryBound_ = stopsAt_ < 0 ? limits.memory : -1;
 }
 
 RunScope::RunScope(RunControl& control)
-    : control_(control), openCalls_(control.openCalls_), stackEnd_(control.stackEnd_) {
+    : control_(control), openCalls_(control.counters_.openCalls), stackEnd_(control.counters_.stackEnd) {
     char* const end = control.stackEndHere();
     const bool isOutermost = control.depth_ == 0;
     if (isOutermost) {
         control.begin();
-    } else if (control.openCalls_ >= control.limits_.depth) {
+    } else if (control.counters_.openCalls >= control.limits_.depth) {
         control.stopAtLimit(nullptr, "depth", control.limits_.depth);
     }
     if (static_cast<char*>(__builtin_frame_address(0)) < end) {
         if (isOutermost) control.end();
         control.stopAtStackEnd(nullptr);
     }
-    if (!isOutermost) ++control.openCalls_;
+    if (!isOutermost) ++control.counters_.openCalls;
     ++control.depth_;
-    control.stackEnd_ = end;
+    control.counters_.stackEnd = end;
     outer_ = std::exchange(currentS, &control);
 }
 
 RunScope::~RunScope() {
-    control_.openCalls_ = openCalls_;
-    control_.stackEnd_ = stackEnd_;
+    control_.counters_.openCalls = openCalls_;
+    control_.counters_.stackEnd = stackEnd_;
     if (kept_ != nullptr) *kept_ += control_.buffers_ - before_;
     if (--control_.depth_ == 0) control_.end();
     currentS = outer_;
@@ -153,8 +154,18 @@ void RunControl::settle(std::int64_t bytes) {
 void RunControl::look(const Node* place) {
     if (stepsLeft_ == 0) stopAtLimit(place, "steps", limits_.steps);
     startInterval();
-    --untilLook_;
+    --counters_.untilLook;
     ask(place);
+}
+
+void RunControl::throwFailure(const Node* place) {
+    counters_.hasFailed = 0;
+    try {
+        std::rethrow_exception(std::exchange(failureInCode_, nullptr));
+    } catch (ScriptStopped& stopped) {
+        stopped.passedThrough(place);
+        throw;
+    }
 }
 
 void RunControl::lookAtWork() {

@@ -4,16 +4,28 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <utility>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "scr/CodeTier.h"
 #include "scr/Limits.h"
 
 namespace SCR {
 
 class Interpreter;
 class Node;
+
+/// What the code of a script counts by itself.
+struct RunCounters {
+    std::int64_t untilLook;      ///< turns before the next look
+    std::int64_t openCalls = 0;  ///< calls that are open
+    std::int64_t mostCalls = 0;  ///< calls that may be open
+    char* stackEnd = nullptr;    ///< the lowest address that a call may find itself at
+    std::uint32_t hasFailed = 0; ///< whether a failure was noted
+    std::uint32_t failedAt = 0;  ///< for the code that leaves: the statement
+};
 
 /// Thrown inside the library to unwind a script that was stopped (by a limit, an interruption or
 /// too deep a recursion). The interpreter's entry points catch it; it never leaves the library. An
@@ -51,7 +63,7 @@ public:
 
     /// Counts one turn of the loop `place`, or one call made by the call node `place`.
     void turn(const Node* place) {
-        if (--untilLook_ < 0) [[unlikely]]
+        if (--counters_.untilLook < 0) [[unlikely]]
             look(place);
     }
 
@@ -59,14 +71,27 @@ public:
     /// are open, or when they come near the end of the thread's stack.
     void enterCall(const Node* place) {
         turn(place);
-        if (++openCalls_ > limits_.depth) [[unlikely]]
+        if (++counters_.openCalls > counters_.mostCalls) [[unlikely]]
             stopAtLimit(place, "depth", limits_.depth);
-        if (static_cast<char*>(__builtin_frame_address(0)) < stackEnd_) [[unlikely]] {
+        if (static_cast<char*>(__builtin_frame_address(0)) < counters_.stackEnd) [[unlikely]] {
             stopAtStackEnd(place);
         }
     }
     /// Called when the call returns; not called when it is stopped.
-    void leaveCall() { --openCalls_; }
+    void leaveCall() { --counters_.openCalls; }
+    /// Looks whether the script has to stop, after a turn for which there was no count left.
+    void look(const Node* place);
+
+    /// The counters, for the code of a script.
+    RunCounters& counters() { return counters_; }
+    /// Called where something was caught that may not pass the code of a script: keeps it until
+    /// `throwFailure`.
+    void noteFailure() noexcept {
+        failureInCode_ = std::current_exception();
+        counters_.hasFailed = 1;
+    }
+    /// Throws what was noted, with `place` as the statement that was running.
+    [[noreturn]] void throwFailure(const Node* place);
 
     /// Stops the script when a string of `size` bytes is longer than the limit allows. Call it
     /// before making the string.
@@ -102,6 +127,9 @@ public:
     const Limits& limits() const { return limits_; }
     /// Sets the limits for later checks. The time and the steps of the current run stay.
     void limits(const Limits& limits);
+    /// The highest tier in which scripts run.
+    CodeTier codeTier() const { return codeTier_; }
+    void codeTier(CodeTier tier) { codeTier_ = tier; }
     /// Whether the last run was stopped.
     bool wasStopped() const { return wasStopped_; }
 
@@ -161,7 +189,6 @@ private:
     void finish();
     void end() noexcept;
     char* stackEndHere() const;
-    void look(const Node* place);
     void startInterval();
     void lookAtWork();
     void settle(std::int64_t bytes);
@@ -180,19 +207,19 @@ private:
     Interpreter& interpreter_;
     Limits limits_;
     std::int64_t memoryBound_ = limits_.memory;  // may be charged without a question
-    std::int64_t untilLook_ = neverCM;
+    RunCounters counters_{.untilLook = neverCM, .mostCalls = limits_.depth};
     std::int64_t untilAsked_ = workIntervalCM;
-    std::int64_t stepsLeft_ = Limits::none;  // in addition to those of untilLook_
-    std::int64_t openCalls_ = 0;
-    char* stackEnd_ = nullptr;
+    std::int64_t stepsLeft_ = Limits::none;  // in addition to those of untilLook
     const void* givenStackEnd_ = nullptr;
     std::chrono::steady_clock::time_point deadline_;
     int depth_ = 0;
+    CodeTier codeTier_ = CodeTier::Portable;
     std::int64_t charged_ = 0;  // at least what the script's values hold
     std::int64_t buffers_ = 0;  // the part of it outside the variables
     FND::String message_;       // why the script was last stopped
     FND::String prefix_;        // where the parser was then
     FND::String failure_;       // the message of `fail`
+    std::exception_ptr failureInCode_;
     bool wasStopped_ = false;
     std::uint64_t runs_ = 0;
     std::int64_t questions_ = 0;

@@ -21,46 +21,39 @@ namespace SCR {
 
 class Interpreter;
 
-// The ways in which an element access holds its container.
-
-/// A container variable, which it does not own.
-template <class Container>
-class NamedContainer {
-public:
-    /// Whether it always exists and finding it has no effect.
-    static constexpr bool isKnown = true;
-
-    explicit NamedContainer(Container* container) : container_(container) {}
-    Container* value() const { return container_; }
-    void note(ElementTrail& /*trail*/) const {}
-    Container* follow(ElementTrail& /*trail*/) const { return container_; }
-    bool operator==(const NamedContainer&) const = default;
-
-private:
-    Container* container_;
-};
-
-/// Any expression that gives a container or null.
+/// The container of an element access: a variable, which it does not own, or any expression that
+/// gives a container or null.
 template <class ContainerNode>
-class AnyContainer {
+class ContainerOperand {
 public:
     using Container = std::remove_pointer_t<decltype(std::declval<ContainerNode>().result())>;
-    static constexpr bool isKnown = false;
 
-    explicit AnyContainer(std::unique_ptr<ContainerNode> node)
-        : node_(std::move(node)), path_(dynamic_cast<ElementPath<Container>*>(node_.get())) {}
-    Container* value() const { return node_->result(); }
+    explicit ContainerOperand(std::unique_ptr<ContainerNode> node) : node_(std::move(node)) {
+        using Access =
+            std::conditional_t<std::is_same_v<Container, Array>, ArrayVariableAccess,
+                               HashVariableAccess>;
+        ContainerNode& given = *node_;
+        if (&typeid(given) == &typeid(Access)) {
+            variable_ = given.result();
+        } else {
+            path_ = dynamic_cast<ElementPath<Container>*>(node_.get());
+        }
+    }
+
+    Container* value() const { return variable_ != nullptr ? variable_ : node_->result(); }
+    /// The variable; null for an expression.
+    Container* variable() const { return variable_; }
     void note(ElementTrail& trail) const {
         if (path_ != nullptr) path_->note(trail);
     }
     Container* follow(ElementTrail& trail) const {
-        if (path_ == nullptr) return node_->result();
-        return path_->follow(trail);
+        return path_ != nullptr ? path_->follow(trail) : value();
     }
 
 private:
     std::unique_ptr<ContainerNode> node_;
-    ElementPath<Container>* path_;  // the node, when it gives an element
+    Container* variable_ = nullptr;
+    ElementPath<Container>* path_ = nullptr;  // the node, when it gives an element
 };
 
 /// Makes the elements that do not exist yet. When one cannot be made, logs that, once per
@@ -87,10 +80,11 @@ private:
 
 /// Finds the element of an array: the index is evaluated first, then the container. Null for a
 /// negative index, without a container, and for an element that cannot be made.
-template <class V, class Container, class Index>
+template <class V>
 class ArrayElement {
 public:
-    ArrayElement(Interpreter& interpreter, Container container, Index index)
+    ArrayElement(Interpreter& interpreter, std::unique_ptr<ArrayNode> container,
+                 std::unique_ptr<Node> index)
         : container_(std::move(container)), index_(std::move(index)), source_(interpreter) {}
 
     /// The element as a variable.
@@ -107,15 +101,15 @@ public:
     V* follow(ElementTrail& trail) { return elementAt(locate(trail)); }
     auto* followValue(ElementTrail& trail) { return valueAt(locate(trail)); }
 
-    /// Whether `other` finds the same element. Only for named containers with a variable as index.
-    bool isSame(const ArrayElement& other) const {
-        return container_ == other.container_ && index_.storage() == other.index_.storage();
+    /// The named container, or null, and the index; for code.
+    Array* variable() const { return container_.variable(); }
+    const Operand<LongType>& place() const { return index_; }
+    /// The value of the element that has this index in the named container.
+    auto* valueIn(long index) {
+        return valueAt({container_.variable(), static_cast<unsigned long>(index)});
     }
 
 private:
-    // For a known container a negative index is an element that cannot be made.
-    static constexpr bool looksFirst = !Container::isKnown;
-
     struct Position {
         Array* array = nullptr;  // null when there is no element
         unsigned long index = 0;
@@ -123,18 +117,18 @@ private:
 
     Position locate() {
         const long index = index_.value();
-        if (looksFirst && index < 0) [[unlikely]]
+        if (index < 0) [[unlikely]]
             return {};
         return {container_.value(), static_cast<unsigned long>(index)};
     }
     Position locate(ElementTrail& trail) {
         const long index = trail.nextIndex();
-        if (looksFirst && index < 0) return {};
+        if (index < 0) return {};
         return {container_.follow(trail), static_cast<unsigned long>(index)};
     }
 
     V* elementAt(Position position) {
-        if (looksFirst && position.array == nullptr) [[unlikely]]
+        if (position.array == nullptr) [[unlikely]]
             return nullptr;
         if (V* const element = ArrayElements::find<V>(*position.array, position.index)) [[likely]]
             return element;
@@ -142,7 +136,7 @@ private:
     }
     auto* valueAt(Position position) {
         using Found = decltype(ArrayElements::findValue<V>(*position.array, position.index));
-        if (looksFirst && position.array == nullptr) [[unlikely]]
+        if (position.array == nullptr) [[unlikely]]
             return Found(nullptr);
         if (const Found value = ArrayElements::findValue<V>(*position.array, position.index))
             [[likely]]
@@ -150,42 +144,27 @@ private:
         return Found(source_.template makeValue<V>(*position.array, position.index));
     }
 
-    Container container_;
-    Index index_;
+    const ContainerOperand<ArrayNode> container_;
+    const Operand<LongType> index_;
     ElementSource source_;
-};
-
-/// The hash of the key that an operand gives; for a constant it is computed in advance.
-template <class Key>
-class KeyHasher {
-public:
-    explicit KeyHasher(const Key& /*operand*/) {}
-    std::uint32_t hash(const FND::String& key) const { return keyHash(key); }
-};
-
-template <>
-class KeyHasher<ConstantOperand<StringType>> {
-public:
-    explicit KeyHasher(const ConstantOperand<StringType>& operand)
-        : hash_(keyHash(operand.value())) {}
-    std::uint32_t hash(const FND::String& /*key*/) const { return hash_; }
-
-private:
-    std::uint32_t hash_;
 };
 
 /// Finds the element of a hash: the key is evaluated first, then the container. Null without a
 /// container and for an element that cannot be made.
-template <class V, class Container, class Key>
+template <class V>
 class HashElement {
 public:
     /// `copiesKey`: evaluating the container may change the text that the key refers to.
-    HashElement(Interpreter& interpreter, Container container, Key key, bool copiesKey)
+    HashElement(Interpreter& interpreter, std::unique_ptr<HashNode> container,
+                std::unique_ptr<Node> key, bool copiesKey)
         : container_(std::move(container)),
           key_(std::move(key)),
-          hasher_(key_),
           source_(interpreter),
-          copiesKey_(copiesKey) {}
+          copiesKey_(copiesKey) {
+        const FND::String* const constant = constantOf<StringType>(key_.node());
+        if (constant != nullptr) constantHash_ = keyHash(*constant);
+        isConstant_ = constant != nullptr;
+    }
 
     V* find() {
         if (copiesKey_) [[unlikely]]
@@ -209,9 +188,12 @@ public:
     }
     auto* followValue(ElementTrail& trail) { return valueOf(follow(trail)); }
 
-    /// Whether `other` finds the same element. Only for named containers with a variable as key.
-    bool isSame(const HashElement& other) const {
-        return container_ == other.container_ && key_.storage() == other.key_.storage();
+    /// The named container, or null, and the key; for code.
+    Hash* variable() const { return container_.variable(); }
+    const Operand<StringType>& place() const { return key_; }
+    /// The value of the element that has this key in the named container.
+    auto* valueIn(long key) {
+        return valueOf(find(container_.variable(), Code::at<const FND::String>(key)));
     }
 
 private:
@@ -226,25 +208,41 @@ private:
         if (hash == nullptr) [[unlikely]]
             return nullptr;
         countString(key.size());
-        if (V* const element = HashElements::find<V>(*hash, key, hasher_.hash(key))) [[likely]] {
+        const std::uint32_t code = isConstant_ ? constantHash_ : keyHash(key);
+        if (V* const element = HashElements::find<V>(*hash, key, code)) [[likely]] {
             return element;
         }
         return static_cast<V*>(source_.make(*hash, key));
     }
 
-    Container container_;
-    Key key_;
-    [[no_unique_address]] KeyHasher<Key> hasher_;
+    const ContainerOperand<HashNode> container_;
+    const Operand<StringType> key_;
     ElementSource source_;
+    std::uint32_t constantHash_ = 0;  // of a constant key
+    bool isConstant_ = false;
     const bool copiesKey_;
 };
 
 // The accesses. Each is built from the container's prototype, which it does not own, and the
 // arguments of its `Element`.
 
+/// What an assignment to an element needs to write it as code.
+class LowerableTarget : public Code::Lowerable {
+public:
+    /// Whether the container is a variable, so that finding an element runs nothing else.
+    virtual bool isNamed() const = 0;
+    /// Emits the store of a value, as `lowerValue` gives it; the container is named.
+    virtual void lowerStore(Code::Builder& code, Code::Ref value) = 0;
+
+protected:
+    ~LowerableTarget() = default;
+};
+
 /// An element that holds a value of the type `Type`.
 template <class Type, class Element>
-class ElementAccess : public Type::DataNode, public ElementPath<typename Type::Value> {
+class ElementAccess : public Type::DataNode,
+                      public ElementPath<typename Type::Value>,
+                      public LowerableTarget {
 public:
     template <class... Arguments>
     explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
@@ -255,50 +253,62 @@ public:
             return *found;
         return emptyCM;
     }
-    bool set(typename Type::Argument value) override {
-        auto* const found = element_.findValue();
-        if (found == nullptr) [[unlikely]]
-            return false;
-        store(*found, value);
-        return true;
-    }
+    bool set(typename Type::Argument value) override { return setAt(element_.findValue(), value); }
     void note(ElementTrail& trail) override { element_.note(trail); }
     typename Type::Value* follow(ElementTrail& trail) override {
         return element_.followValue(trail);
     }
 
-    Element& element() { return element_; }
+    bool isNamed() const override { return element_.variable() != nullptr; }
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
+        static constexpr bool byReference = Type::byReference;
+        if (!isNamed()) {
+            return code.callNode(static_cast<typename Type::Node&>(*this), target);
+        }
+        Code::Builder::Frame frame(code);
+        const Code::Ref place = element_.place().lower(code);
+        frame.end();
+        static constexpr Code::Helper helper{Code::guarded<readAt>, true, false};
+        return code.call(helper, code.address(this), place, {}, byReference ? Code::Ref() : target);
+    }
+    void lowerStore(Code::Builder& code, Code::Ref value) override {
+        const Code::Builder::Frame frame(code);
+        const Code::Ref place = element_.place().lower(code);
+        static constexpr Code::Helper helper{Code::guarded<writeAt>, true, false};
+        code.call(helper, code.address(this), place, value);
+    }
 
 private:
-    inline static const typename Type::Value emptyCM{};
+    using Value = typename Type::Value;
+
+    static bool setAt(Value* found, typename Type::Argument value) {
+        if (found == nullptr) [[unlikely]]
+            return false;
+        store(*found, value);
+        return true;
+    }
+    static long readAt(RunControl& /*control*/, long access, long place, long /*c*/) {
+        auto* const found = Code::at<ElementAccess>(access).element_.valueIn(place);
+        if constexpr (Type::byReference) {
+            return reinterpret_cast<long>(found != nullptr ? found : &emptyCM);
+        } else {
+            return found != nullptr ? static_cast<long>(*found) : 0;
+        }
+    }
+    static long writeAt(RunControl& /*control*/, long access, long place, long value) {
+        auto* const found = Code::at<ElementAccess>(access).element_.valueIn(place);
+        if constexpr (Type::byReference) {
+            setAt(found, Code::at<const Value>(value));
+        } else {
+            setAt(found, static_cast<Value>(value));
+        }
+        return 0;
+    }
+
+    inline static const Value emptyCM{};
 
     Element element_;
 };
-
-/// The access to an element of a named array under a named index.
-template <class Type>
-using NamedElementAccess = ElementAccess<
-    Type, ArrayElement<typename Type::Variable, NamedContainer<Array>, VariableOperand<LongType>>>;
-
-/// Such an access as an operand: reading it needs no call of its node.
-template <class Type>
-class ElementOperand {
-public:
-    using Access = NamedElementAccess<Type>;
-
-    explicit ElementOperand(std::unique_ptr<Node> node)
-        : node_(static_cast<Access*>(node.release())) {}
-    typename Type::Argument value() const { return node_->Access::result(); }
-
-private:
-    std::unique_ptr<Access> node_;
-};
-
-/// Whether `node` is such an access.
-template <class Type>
-bool isNamedElement(const Node& node) {
-    return &typeid(node) == &typeid(NamedElementAccess<Type>);
-}
 
 /// A handle; all elements of a container share the name of the abstract data type.
 template <class Element>
@@ -381,12 +391,10 @@ struct AccessTo<HashType, Element> {
     using Class = ContainerElementAccess<HashNode, Hash, Element>;
 };
 
-/// The same for elements of an array or of a hash, found by operands of these kinds.
-template <class Type, class... Operands>
-using ArrayAccess =
-    typename AccessTo<Type, ArrayElement<typename Type::Variable, Operands...>>::Class;
-template <class Type, class... Operands>
-using HashAccess =
-    typename AccessTo<Type, HashElement<typename Type::Variable, Operands...>>::Class;
+/// The same for elements of an array or of a hash.
+template <class Type>
+using ArrayAccess = typename AccessTo<Type, ArrayElement<typename Type::Variable>>::Class;
+template <class Type>
+using HashAccess = typename AccessTo<Type, HashElement<typename Type::Variable>>::Class;
 
 }  // namespace SCR

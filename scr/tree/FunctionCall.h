@@ -1,13 +1,13 @@
 #pragma once
 
-#include <cstddef>
+#include <functional>
 #include <memory>
 #include <type_traits>
-#include <vector>
 
 #include "scr/Function.h"
+#include "scr/code/Builder.h"
+#include "scr/run/NodeMemory.h"
 #include "scr/run/RunControl.h"
-#include "scr/tree/StatementParts.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR {
@@ -16,13 +16,14 @@ class FctDescr;
 
 /// The common part of all calls of user functions: it assigns the arguments to the parameters and
 /// runs the function.
-class FunctionCall {
+class FunctionCall : public Code::Lowerable {
 public:
     /// One assignment node per parameter, in the order of the parameters.
     using Bindings = NodeList;
 
     /// Takes ownership of the bindings; reports every call to `control`, if there is one.
-    explicit FunctionCall(Bindings bindings, RunControl* control = nullptr);
+    explicit FunctionCall(Bindings bindings, RunControl* control = nullptr)
+        : bindings_(std::move(bindings)), control_(control) {}
 
     /// Sets the function to be called; not owned.
     void function(Function* function) { function_ = function; }
@@ -32,45 +33,23 @@ protected:
 
     /// Binds the arguments and executes the function; true when a return ran.
     bool call(const Node* place) {
-        enter(place);
-        const bool hasReturned = function_->parts().run() == Node::returned;
-        leave();
+        for (const std::unique_ptr<Node>& binding : bindings_) binding->execute();
+        if (control_ != nullptr) control_->enterCall(place);
+        const bool hasReturned = function_->execute() == Node::returned;
+        if (control_ != nullptr) control_->leaveCall();
         return hasReturned;
     }
+    /// Emits that. After a return, `load` gives the value, best in the operand given to it; after
+    /// any other end it is `null`. Without `null` there is no value.
+    Code::Ref lowerCall(Code::Builder& code, const Node* place,
+                        const std::function<Code::Ref(Code::Ref)>& load, Code::Ref null) const;
 
-    /// Binds the arguments and evaluates `value`, the assignment of the function's only statement.
-    template <class ValueNode>
-    decltype(auto) evaluate(const Node* place, const ReturnStatement& only) {
-        enter(place);
-        try {
-            decltype(auto) value = static_cast<ValueNode*>(only.value())->result();
-            leave();
-            return value;
-        } catch (ScriptStopped& stopped) {
-            stopped.passedThrough(&only);
-            throw;
-        }
-    }
-
-    const Function& function() const { return *function_; }
+    Function& function() const { return *function_; }
 
 private:
-    void enter(const Node* place) {
-        const BlockStep* step = steps_.data();
-        for (const BlockStep* const end = step + copyCount_; step != end; ++step)
-            step->sum.runCopy();
-        for (const BlockStep* const end = steps_.data() + steps_.size(); step != end; ++step) {
-            step->execute();
-        }
-        if (control_ != nullptr) control_->enterCall(place);
-    }
-    void leave() {
-        if (control_ != nullptr) control_->leaveCall();
-    }
+    bool lowerBody(Code::Builder& code, Code::Label& returned, Code::Label& other) const;
 
     const Bindings bindings_;
-    std::vector<BlockStep> steps_;  // one per binding
-    std::size_t copyCount_ = 0;     // how many of the first ones only copy a Long
     Function* function_ = nullptr;
     RunControl* const control_;
 };
@@ -88,11 +67,31 @@ public:
     using FunctionCall::FunctionCall;
 
     typename Type::Argument result() override {
-        if (const ReturnStatement* const only = function().onlyReturn()) {
-            return evaluate<typename Type::Node>(this, *only);
-        }
         if (!call(this)) return Type::null();
-        return static_cast<typename Type::Variable*>(function().returnVariable())->value();
+        return returned().value();
+    }
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref /*target*/) override {
+        using Value = typename Type::Value;
+        const Value* const home = &returned().value();
+        const auto load = [&](Code::Ref target) {
+            if constexpr (std::is_same_v<Value, long>) {
+                return code.variable(home);
+            } else if constexpr (std::is_same_v<Value, bool>) {
+                return code.load(home, target);
+            } else {
+                return code.address(home);
+            }
+        };
+        if constexpr (Type::byReference) {
+            return lowerCall(code, this, load, code.address(&Type::null()));
+        } else {
+            return lowerCall(code, this, load, code.constant(0));
+        }
+    }
+
+private:
+    typename Type::Variable& returned() const {
+        return static_cast<typename Type::Variable&>(*function().returnVariable());
     }
 };
 
@@ -102,6 +101,9 @@ public:
     using FunctionCall::FunctionCall;
 
     void result() override { call(this); }
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref /*target*/) override {
+        return lowerCall(code, this, {}, {});
+    }
 };
 
 /// Stands for a function that is named but not (yet) called; executing it does nothing.

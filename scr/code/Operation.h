@@ -1,0 +1,150 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace SCR {
+
+class Node;
+class RunControl;
+
+namespace Code {
+
+/// What an operation reads or writes: a temporary, the value of a Long variable in its home, or a
+/// constant. An address is a value like any other.
+class Ref {
+public:
+    enum class Kind : std::uint32_t { None, Temporary, Variable, Constant };
+
+    Ref() = default;
+    Ref(Kind kind, std::size_t index)
+        : kind_(kind), index_(static_cast<std::uint32_t>(index) & indexMaskCM) {}
+
+    Kind kind() const { return kind_; }
+    bool is(Kind kind) const { return kind_ == kind; }
+    explicit operator bool() const { return kind_ != Kind::None; }
+    /// The number of the temporary, or the index into the list of variables or constants.
+    std::size_t index() const { return index_; }
+    bool operator==(const Ref&) const = default;
+
+private:
+    static constexpr std::uint32_t indexMaskCM = (1U << 30) - 1;
+
+    Kind kind_ : 2 = Kind::None;
+    std::uint32_t index_ : 30 = 0;
+};
+
+/// What an operation does. `target`, `a`, `b`, `c`, `label` and `pointer` are its parts.
+enum class Op : std::uint8_t {
+    Nothing,
+    Move,
+    // target = a ? b. Sums, differences and products wrap around. The divisor is never 0.
+    Add,
+    Subtract,
+    Multiply,
+    Divide,
+    Remainder,
+    Negate,
+    // target = 1 if the comparison holds, otherwise 0. In the order of `Relation`.
+    Less,
+    Greater,
+    Equal,
+    NotEqual,
+    LessEqual,
+    GreaterEqual,
+    // Goes to the label if the comparison holds. In the same order.
+    JumpLess,
+    JumpGreater,
+    JumpEqual,
+    JumpNotEqual,
+    JumpLessEqual,
+    JumpGreaterEqual,
+    Jump,
+    // A Bool variable, whose home is at `pointer`: target = it, it = a (0 or 1).
+    LoadBool,
+    StoreBool,
+    // Counts a turn of the loop `pointer`.
+    Turn,
+    // Counts the call made by the node `pointer` and opens it; closes it.
+    EnterCall,
+    LeaveCall,
+    // Goes to the label for a in the table `pointer`.
+    Switch,
+    // target = the helper `pointer` with a, b, c.
+    Call,
+    // Leaves the fragment with the control-flow code a.
+    Leave,
+};
+
+enum class Relation : std::uint8_t { Less, Greater, Equal, NotEqual, LessEqual, GreaterEqual };
+
+/// The relation that holds when the given one does not.
+constexpr Relation opposite(Relation relation) {
+    constexpr Relation opposites[] = {Relation::GreaterEqual, Relation::LessEqual,
+                                      Relation::NotEqual,     Relation::Equal,
+                                      Relation::Greater,      Relation::Less};
+    return opposites[static_cast<std::size_t>(relation)];
+}
+
+constexpr Op setOf(Relation relation) {
+    return static_cast<Op>(static_cast<int>(Op::Less) + static_cast<int>(relation));
+}
+constexpr Op jumpOf(Relation relation) {
+    return static_cast<Op>(static_cast<int>(Op::JumpLess) + static_cast<int>(relation));
+}
+
+/// A place in the code that jumps go to.
+using Label = std::uint32_t;
+
+/// A function of the library that an operation calls. It throws nothing: when something is thrown
+/// inside, it notes that in the control, and the code leaves with it.
+struct Helper {
+    long (*run)(RunControl& control, long a, long b, long c) noexcept;
+    /// Whether it may note a failure.
+    bool mayFail = true;
+    /// Whether it may change Long and Bool variables.
+    bool mayAssign = true;
+};
+
+/// The labels of a switch over Longs. Values from `first` on look into `labels`, others go to
+/// `otherwise`.
+struct SwitchTable {
+    long first = 0;
+    std::vector<Label> labels;
+    Label otherwise = 0;
+};
+
+struct Operation {
+    Op op = Op::Nothing;
+    /// How many temporaries are in use while it runs, its operands aside.
+    std::uint8_t live = 0;
+    /// How many loops of the code are around it.
+    std::uint8_t loops = 0;
+    /// The statement that it belongs to.
+    std::uint32_t statement = 0;
+    Ref target;
+    Ref a;
+    Ref b;
+    union {
+        Ref c{};
+        Label label;
+    };
+    const void* pointer = nullptr;
+};
+
+/// Intermediate code: operations on temporaries, on variables in their homes and on constants. The
+/// code of a loop or a body of statements, which runs from its first operation to a `Leave`.
+struct Listing {
+    std::vector<Operation> operations;
+    /// By label: the number of the operation that it stands before.
+    std::vector<std::uint32_t> labels;
+    std::vector<long*> variables;
+    std::vector<long> constants;
+    std::vector<const Node*> statements;
+    std::vector<SwitchTable> switches;
+    std::size_t temporaries = 0;
+};
+
+}  // namespace Code
+}  // namespace SCR
