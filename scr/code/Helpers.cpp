@@ -36,4 +36,12 @@ void enterCall(RunControl& control, const Node* place) noexcept {
     }
 }
 
+void checkCall(RunControl& control, const Node* place) noexcept {
+    try {
+        control.checkCall(place);
+    } catch (...) {
+        control.noteFailure();
+    }
+}
+
 }  // namespace SCR::Code

@@ -54,5 +54,7 @@ extern const Helper workS;
 void look(RunControl& control, const Node* place) noexcept;
 /// Opens a call and stops the script when it may not be opened; notes a failure then.
 void enterCall(RunControl& control, const Node* place) noexcept;
+/// Notes the failure of a call that was counted and may not be open, made by the node `place`.
+void checkCall(RunControl& control, const Node* place) noexcept;
 
 }  // namespace SCR::Code

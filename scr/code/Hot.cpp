@@ -1,7 +1,9 @@
 #include "scr/code/Hot.h"
 
 #include <new>
+#include <utility>
 
+#include "scr/code/Native.h"
 #include "scr/run/RunControl.h"
 
 namespace SCR::Code {
@@ -12,7 +14,9 @@ bool Hot::make(void (*lower)(Builder& code, const void* how), const void* how) {
     try {
         Builder code(*control);
         lower(code, how);
-        fragment_ = makePortable(code.take(), *control);
+        Listing listing = code.take();
+        if (control->codeTier() == CodeTier::Native) fragment_ = makeNative(listing, *control);
+        if (fragment_ == nullptr) fragment_ = makePortable(std::move(listing), *control);
     } catch (const std::bad_alloc&) {
         // The nodes go on.
         return false;

@@ -71,7 +71,12 @@ public:
     /// are open, or when they come near the end of the thread's stack.
     void enterCall(const Node* place) {
         turn(place);
-        if (++counters_.openCalls > counters_.mostCalls) [[unlikely]]
+        ++counters_.openCalls;
+        checkCall(place);
+    }
+    /// The second half of that.
+    void checkCall(const Node* place) {
+        if (counters_.openCalls > counters_.mostCalls) [[unlikely]]
             stopAtLimit(place, "depth", limits_.depth);
         if (static_cast<char*>(__builtin_frame_address(0)) < counters_.stackEnd) [[unlikely]] {
             stopAtStackEnd(place);
@@ -213,7 +218,7 @@ private:
     const void* givenStackEnd_ = nullptr;
     std::chrono::steady_clock::time_point deadline_;
     int depth_ = 0;
-    CodeTier codeTier_ = CodeTier::Portable;
+    CodeTier codeTier_ = CodeTier::Native;
     std::int64_t charged_ = 0;  // at least what the script's values hold
     std::int64_t buffers_ = 0;  // the part of it outside the variables
     FND::String message_;       // why the script was last stopped

@@ -1,0 +1,617 @@
+#include "scr/code/Native.h"
+
+#include <asmjit/x86.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "scr/code/Divisor.h"
+#include "scr/code/Helpers.h"
+
+namespace SCR::Code {
+
+namespace {
+
+namespace x86 = asmjit::x86;
+using asmjit::imm;
+
+// Memory with code: written once, then executed only. It belongs to this process alone.
+class CodePages {
+public:
+    CodePages() = default;
+    CodePages(CodePages&& other) noexcept
+        : start_(std::exchange(other.start_, nullptr)), size_(other.size_) {}
+    CodePages& operator=(CodePages&&) = delete;
+    ~CodePages() {
+        if (start_ != nullptr) munmap(start_, size_);
+    }
+
+    void* reserve(std::size_t size) {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        size_ = (size + page - 1) / page * page;
+        void* const mapped =
+            mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        start_ = mapped != MAP_FAILED ? mapped : nullptr;
+        return start_;
+    }
+    bool makeExecutable() const { return mprotect(start_, size_, PROT_READ | PROT_EXEC) == 0; }
+
+private:
+    void* start_ = nullptr;
+    std::size_t size_ = 0;
+};
+
+class NativeFragment final : public Fragment {
+public:
+    NativeFragment(CodePages pages, void* entry, std::vector<const Node*> statements,
+                   RunControl& control)
+        : pages_(std::move(pages)),
+          entry_(reinterpret_cast<Entry>(entry)),
+          statements_(std::move(statements)),
+          control_(control) {}
+
+    std::int32_t run() override {
+        const std::int32_t code = entry_(&control_);
+        RunCounters& counters = control_.counters();
+        if (counters.hasFailed != 0) [[unlikely]] {
+            const std::uint32_t statement = counters.failedAt;
+            control_.throwFailure(statement > 0 ? statements_[statement - 1] : nullptr);
+        }
+        return code;
+    }
+
+private:
+    using Entry = std::int32_t (*)(RunControl*);
+
+    const CodePages pages_;
+    const Entry entry_;
+    const std::vector<const Node*> statements_;
+    RunControl& control_;
+};
+
+// Notes the first error of the assembler, which is then silent.
+class FirstError final : public asmjit::ErrorHandler {
+public:
+    void handleError(asmjit::Error error, const char* /*message*/,
+                     asmjit::BaseEmitter* /*origin*/) override {
+        if (first_ == asmjit::kErrorOk) first_ = error;
+    }
+    bool isSet() const { return first_ != asmjit::kErrorOk; }
+
+private:
+    asmjit::Error first_ = asmjit::kErrorOk;
+};
+
+// Temporaries live in registers that calls do not keep, and the variables used most in registers
+// that they do. A variable's home is always right: stores go there at once.
+constexpr std::array temporaryRegistersS{x86::r8, x86::r9, x86::r10, x86::r11};
+constexpr std::array variableRegistersS{x86::rbx, x86::rbp, x86::r12, x86::r13, x86::r14};
+constexpr x86::Gp controlRegisterS = x86::r15;
+
+class Translator {
+public:
+    Translator(const Listing& listing, RunControl& control, asmjit::CodeHolder& holder)
+        : listing_(listing), control_(control), asm_(&holder) {}
+
+    void translate() {
+        chooseVariables();
+        for (std::size_t i = 0; i < listing_.labels.size(); ++i) labels_.push_back(asm_.newLabel());
+        leave_ = asm_.newLabel();
+        prologue();
+        std::vector<std::pair<std::uint32_t, Label>> bound;
+        for (Label label = 0; label < listing_.labels.size(); ++label) {
+            bound.emplace_back(listing_.labels[label], label);
+        }
+        std::sort(bound.begin(), bound.end());
+        auto next = bound.begin();
+        for (std::uint32_t i = 0; i < listing_.operations.size(); ++i) {
+            for (; next != bound.end() && next->first == i; ++next) asm_.bind(labels_[next->second]);
+            emit(listing_.operations[i]);
+        }
+        epilogue();
+        for (std::size_t i = 0; i < cold_.size(); ++i) emitCold(i);
+        for (const auto& [at, number] : tables_) emitTable(at, listing_.switches[number]);
+    }
+
+private:
+    struct Cold {
+        asmjit::Label at;
+        asmjit::Label back;
+        const Operation* operation;
+        void (*helper)(RunControl&, const Node*) noexcept;  // null to leave with a failure
+    };
+
+    // Choice of registers.
+
+    void chooseVariables() {
+        std::vector<std::pair<double, std::size_t>> uses(listing_.variables.size());
+        for (std::size_t i = 0; i < uses.size(); ++i) uses[i].second = i;
+        for (const Operation& operation : listing_.operations) {
+            double weight = 1;
+            for (int loop = 0; loop < std::min<int>(operation.loops, 8); ++loop) weight *= 8;
+            const auto use = [&](Ref ref) {
+                if (ref.is(Ref::Kind::Variable)) uses[ref.index()].first += weight;
+            };
+            use(operation.target);
+            use(operation.a);
+            use(operation.b);
+            if (operation.op == Op::Call) use(operation.c);
+        }
+        std::sort(uses.begin(), uses.end(), std::greater<>());
+        registers_.assign(uses.size(), nullptr);
+        for (std::size_t i = 0; i < std::min(uses.size(), variableRegistersS.size()); ++i) {
+            registers_[uses[i].second] = &variableRegistersS[i];
+            cached_.push_back(uses[i].second);
+        }
+    }
+
+    // The register that always holds the operand's value; null if there is none.
+    const x86::Gp* registerOf(Ref ref) const {
+        if (ref.is(Ref::Kind::Variable)) return registers_[ref.index()];
+        if (ref.is(Ref::Kind::Temporary) && ref.index() < temporaryRegistersS.size()) {
+            return &temporaryRegistersS[ref.index()];
+        }
+        return nullptr;
+    }
+
+    // Memory.
+
+    static x86::Mem slotOf(std::size_t temporary) {
+        return x86::qword_ptr(x86::rsp, static_cast<std::int32_t>(temporary * 8));
+    }
+
+    // What lies at `address`. `scratch` may be needed to reach it.
+    x86::Mem at(const void* address, x86::Gp scratch, std::uint32_t size) {
+        const std::int64_t distance =
+            reinterpret_cast<std::intptr_t>(address) - reinterpret_cast<std::intptr_t>(&control_);
+        if (distance == static_cast<std::int32_t>(distance)) {
+            return x86::Mem(controlRegisterS, static_cast<std::int32_t>(distance), size);
+        }
+        asm_.mov(scratch, imm(reinterpret_cast<std::intptr_t>(address)));
+        return x86::Mem(scratch, 0, size);
+    }
+    x86::Mem counter(const void* field, std::uint32_t size = 8) { return at(field, x86::rax, size); }
+
+    // Operands.
+
+    long constantOf(Ref ref) const { return listing_.constants[ref.index()]; }
+    bool isShort(Ref ref) const {
+        return ref.is(Ref::Kind::Constant) &&
+               constantOf(ref) == static_cast<std::int32_t>(constantOf(ref));
+    }
+
+    // Loads the operand's value into `to`.
+    void load(x86::Gp to, Ref ref) {
+        if (const x86::Gp* const from = registerOf(ref)) {
+            if (*from != to) asm_.mov(to, *from);
+        } else if (ref.is(Ref::Kind::Variable)) {
+            asm_.mov(to, at(listing_.variables[ref.index()], to, 8));
+        } else if (ref.is(Ref::Kind::Temporary)) {
+            asm_.mov(to, slotOf(ref.index()));
+        } else if (const long value = ref ? constantOf(ref) : 0; value == 0) {
+            asm_.xor_(to.r32(), to.r32());
+        } else {
+            asm_.mov(to, imm(value));
+        }
+    }
+    // A register with the operand's value: its own or `scratch`.
+    x86::Gp inRegister(Ref ref, x86::Gp scratch) {
+        if (const x86::Gp* const own = registerOf(ref)) return *own;
+        load(scratch, ref);
+        return scratch;
+    }
+    // Calls `use` with the operand as a register, a place in memory or a constant.
+    template <class Use>
+    void withSource(Ref ref, x86::Gp scratch, const Use& use) {
+        if (const x86::Gp* const own = registerOf(ref)) return use(*own);
+        if (isShort(ref)) return use(imm(constantOf(ref)));
+        if (ref.is(Ref::Kind::Temporary)) return use(slotOf(ref.index()));
+        if (ref.is(Ref::Kind::Variable)) {
+            return use(at(listing_.variables[ref.index()], scratch, 8));
+        }
+        load(scratch, ref);
+        use(scratch);
+    }
+
+    // The register in which to compute the target's value.
+    x86::Gp workFor(Ref target) const {
+        const x86::Gp* const own = registerOf(target);
+        return own != nullptr ? *own : x86::rax;
+    }
+    // Stores a value in the target.
+    void store(Ref target, x86::Gp value) {
+        if (const x86::Gp* const own = registerOf(target)) {
+            if (*own != value) asm_.mov(*own, value);
+        }
+        if (target.is(Ref::Kind::Variable)) {
+            const x86::Gp scratch = value == x86::rcx ? x86::rdx : x86::rcx;
+            asm_.mov(at(listing_.variables[target.index()], scratch, 8), value);
+        } else if (registerOf(target) == nullptr && target.is(Ref::Kind::Temporary)) {
+            asm_.mov(slotOf(target.index()), value);
+        }
+    }
+
+    // Entry and exit.
+
+    void prologue() {
+        asm_.endbr64();
+        for (const x86::Gp& kept : keptCM) asm_.push(kept);
+        // After the return address and the registers, calls need a multiple of 16.
+        frame_ = static_cast<std::int32_t>((listing_.temporaries * 8 + 15) / 16 * 16 + 8);
+        asm_.sub(x86::rsp, frame_);
+        asm_.mov(controlRegisterS, x86::rdi);
+        loadVariables();
+    }
+    void epilogue() {
+        asm_.bind(leave_);
+        asm_.add(x86::rsp, frame_);
+        for (auto kept = keptCM.rbegin(); kept != keptCM.rend(); ++kept) asm_.pop(*kept);
+        asm_.ret();
+    }
+    void loadVariables() {
+        for (const std::size_t variable : cached_) {
+            const x86::Gp own = *registers_[variable];
+            asm_.mov(own, at(listing_.variables[variable], own, 8));
+        }
+    }
+    // Keeps the temporaries that are needed after a call, and takes them back.
+    void keepTemporaries(std::size_t live) {
+        for (std::size_t i = 0; i < std::min(live, temporaryRegistersS.size()); ++i) {
+            asm_.mov(slotOf(i), temporaryRegistersS[i]);
+        }
+    }
+    void takeTemporaries(std::size_t live) {
+        for (std::size_t i = 0; i < std::min(live, temporaryRegistersS.size()); ++i) {
+            asm_.mov(temporaryRegistersS[i], slotOf(i));
+        }
+    }
+
+    // A piece of code out of the way, for `operation`.
+    asmjit::Label newCold(const Operation& operation, asmjit::Label back = {},
+                          void (*helper)(RunControl&, const Node*) noexcept = nullptr) {
+        if (helper == nullptr) {
+            // All failures of a statement leave alike.
+            const auto same = std::find_if(cold_.begin(), cold_.end(), [&](const Cold& cold) {
+                return cold.helper == nullptr && cold.operation->statement == operation.statement;
+            });
+            if (same != cold_.end()) return same->at;
+        }
+        cold_.push_back({asm_.newLabel(), back, &operation, helper});
+        return cold_.back().at;
+    }
+    void emitCold(std::size_t number) {
+        const Cold cold = cold_[number];
+        asm_.bind(cold.at);
+        if (cold.helper == nullptr) {
+            asm_.mov(counter(&control_.counters().failedAt, 4), imm(cold.operation->statement));
+            asm_.jmp(leave_);
+            return;
+        }
+        keepTemporaries(cold.operation->live);
+        asm_.mov(x86::rdi, controlRegisterS);
+        asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(cold.operation->pointer)));
+        asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(cold.helper)));
+        asm_.call(x86::rax);
+        checkFailure(*cold.operation);
+        takeTemporaries(cold.operation->live);
+        asm_.jmp(cold.back);
+    }
+    void checkFailure(const Operation& operation) {
+        const x86::Mem hasFailed = at(&control_.counters().hasFailed, x86::rcx, 4);
+        asm_.cmp(hasFailed, imm(0));
+        asm_.jne(newCold(operation));
+    }
+
+    // Operations.
+
+    void emit(const Operation& operation) {
+        switch (operation.op) {
+            case Op::Nothing: break;
+            case Op::Move: emitMove(operation); break;
+            case Op::Add: emitCommutative(operation, x86::Inst::kIdAdd); break;
+            case Op::Multiply: emitCommutative(operation, x86::Inst::kIdImul); break;
+            case Op::Subtract: emitSubtract(operation); break;
+            case Op::Divide:
+            case Op::Remainder: emitDivision(operation); break;
+            case Op::Negate: {
+                const x86::Gp work = workFor(operation.target);
+                load(work, operation.a);
+                asm_.neg(work);
+                store(operation.target, work);
+                break;
+            }
+            case Op::Less:
+            case Op::Greater:
+            case Op::Equal:
+            case Op::NotEqual:
+            case Op::LessEqual:
+            case Op::GreaterEqual: {
+                const auto relation = static_cast<std::size_t>(operation.op) -
+                                      static_cast<std::size_t>(Op::Less);
+                emitCompare(operation);
+                asm_.set(conditionsCM[relation], x86::al);
+                asm_.movzx(x86::eax, x86::al);
+                store(operation.target, x86::rax);
+                break;
+            }
+            case Op::JumpLess:
+            case Op::JumpGreater:
+            case Op::JumpEqual:
+            case Op::JumpNotEqual:
+            case Op::JumpLessEqual:
+            case Op::JumpGreaterEqual: {
+                const auto relation = static_cast<std::size_t>(operation.op) -
+                                      static_cast<std::size_t>(Op::JumpLess);
+                emitCompare(operation);
+                asm_.j(conditionsCM[relation], labels_[operation.label]);
+                break;
+            }
+            case Op::Jump: asm_.jmp(labels_[operation.label]); break;
+            case Op::LoadBool: {
+                const x86::Gp work = workFor(operation.target);
+                asm_.movzx(work.r32(), at(operation.pointer, work, 1));
+                store(operation.target, work);
+                break;
+            }
+            case Op::StoreBool: emitStoreBool(operation); break;
+            case Op::Turn: emitTurn(operation); break;
+            case Op::EnterCall: emitEnterCall(operation); break;
+            case Op::LeaveCall: asm_.dec(counter(&control_.counters().openCalls)); break;
+            case Op::Switch: emitSwitch(operation); break;
+            case Op::Call: emitCall(operation); break;
+            case Op::Leave:
+                load(x86::rax, operation.a);
+                asm_.jmp(leave_);
+                break;
+        }
+    }
+
+    void emitMove(const Operation& operation) {
+        if (operation.target == operation.a) return;
+        const x86::Gp* const own = registerOf(operation.target);
+        if (own != nullptr) {
+            load(*own, operation.a);
+            store(operation.target, *own);
+        } else if (isShort(operation.a) && operation.target.is(Ref::Kind::Variable)) {
+            asm_.mov(at(listing_.variables[operation.target.index()], x86::rcx, 8),
+                     imm(constantOf(operation.a)));
+        } else {
+            store(operation.target, inRegister(operation.a, x86::rax));
+        }
+    }
+
+    // Whether the register is the operand's own.
+    bool uses(x86::Gp work, Ref ref) const {
+        const x86::Gp* const own = registerOf(ref);
+        return own != nullptr && *own == work;
+    }
+
+    void emitCommutative(const Operation& operation, asmjit::InstId instruction) {
+        const x86::Gp work = workFor(operation.target);
+        Ref a = operation.a;
+        Ref b = operation.b;
+        if (uses(work, b) || (a.is(Ref::Kind::Constant) && !b.is(Ref::Kind::Constant))) {
+            std::swap(a, b);
+        }
+        if (instruction == x86::Inst::kIdImul && isShort(b)) {
+            asm_.imul(work, inRegister(a, work), imm(constantOf(b)));
+        } else {
+            load(work, a);
+            withSource(b, x86::rcx, [&](const auto& source) { asm_.emit(instruction, work, source); });
+        }
+        store(operation.target, work);
+    }
+
+    void emitSubtract(const Operation& operation) {
+        x86::Gp work = workFor(operation.target);
+        if (uses(work, operation.b) && !uses(work, operation.a)) work = x86::rax;
+        load(work, operation.a);
+        withSource(operation.b, x86::rcx, [&](const auto& source) { asm_.sub(work, source); });
+        store(operation.target, work);
+    }
+
+    void emitDivision(const Operation& operation) {
+        const bool givesQuotient = operation.op == Op::Divide;
+        if (operation.b.is(Ref::Kind::Constant)) {
+            return emitConstantDivision(operation, constantOf(operation.b), givesQuotient);
+        }
+        const asmjit::Label isUsual = asm_.newLabel();
+        const asmjit::Label end = asm_.newLabel();
+        load(x86::rcx, operation.b);
+        load(x86::rax, operation.a);
+        asm_.cmp(x86::rcx, imm(-1));
+        asm_.jne(isUsual);
+        // The processor refuses the smallest value.
+        asm_.neg(x86::rax);
+        asm_.xor_(x86::edx, x86::edx);
+        asm_.jmp(end);
+        asm_.bind(isUsual);
+        asm_.cqo();
+        asm_.idiv(x86::rcx);
+        asm_.bind(end);
+        store(operation.target, givesQuotient ? x86::rax : x86::rdx);
+    }
+
+    // By a multiplication. The divisor is not 0.
+    void emitConstantDivision(const Operation& operation, long divisor, bool givesQuotient) {
+        if (divisor == 1 || divisor == -1) {
+            if (givesQuotient) {
+                load(x86::rax, operation.a);
+                if (divisor == -1) asm_.neg(x86::rax);
+            } else {
+                asm_.xor_(x86::eax, x86::eax);
+            }
+            return store(operation.target, x86::rax);
+        }
+        const Divisor factor = Divisor::of(divisor);
+        const x86::Gp number = inRegister(operation.a, x86::rcx);
+        asm_.mov(x86::rax, imm(factor.factor));
+        asm_.imul(number);
+        if (divisor > 0 && factor.factor < 0) asm_.add(x86::rdx, number);
+        if (divisor < 0 && factor.factor > 0) asm_.sub(x86::rdx, number);
+        if (factor.shift > 0) asm_.sar(x86::rdx, imm(factor.shift));
+        // Towards zero.
+        asm_.mov(x86::rax, x86::rdx);
+        asm_.shr(x86::rax, imm(63));
+        asm_.add(x86::rdx, x86::rax);
+        if (givesQuotient) return store(operation.target, x86::rdx);
+        if (divisor == static_cast<std::int32_t>(divisor)) {
+            asm_.imul(x86::rax, x86::rdx, imm(divisor));
+        } else {
+            asm_.mov(x86::rax, imm(divisor));
+            asm_.imul(x86::rax, x86::rdx);
+        }
+        asm_.mov(x86::rdx, number);
+        asm_.sub(x86::rdx, x86::rax);
+        store(operation.target, x86::rdx);
+    }
+
+    void emitCompare(const Operation& operation) {
+        const x86::Gp left = inRegister(operation.a, x86::rax);
+        if (isShort(operation.b) && constantOf(operation.b) == 0) {
+            asm_.test(left, left);
+        } else {
+            withSource(operation.b, x86::rcx, [&](const auto& source) { asm_.cmp(left, source); });
+        }
+    }
+
+    void emitStoreBool(const Operation& operation) {
+        if (isShort(operation.a)) {
+            asm_.mov(at(operation.pointer, x86::rcx, 1), imm(constantOf(operation.a)));
+        } else {
+            const x86::Gp value = inRegister(operation.a, x86::rax);
+            asm_.mov(at(operation.pointer, x86::rcx, 1), value.r8());
+        }
+    }
+
+    void emitTurn(const Operation& operation) {
+        const asmjit::Label back = asm_.newLabel();
+        asm_.sub(counter(&control_.counters().untilLook), imm(1));
+        asm_.js(newCold(operation, back, look));
+        asm_.bind(back);
+    }
+
+    void emitEnterCall(const Operation& operation) {
+        RunCounters& counters = control_.counters();
+        const asmjit::Label back = asm_.newLabel();
+        emitTurn(operation);
+        asm_.mov(x86::rax, at(&counters.openCalls, x86::rax, 8));
+        asm_.inc(x86::rax);
+        asm_.mov(at(&counters.openCalls, x86::rcx, 8), x86::rax);
+        const asmjit::Label stop = newCold(operation, back, checkCall);
+        asm_.cmp(x86::rax, at(&counters.mostCalls, x86::rcx, 8));
+        asm_.jg(stop);
+        asm_.cmp(x86::rsp, at(&counters.stackEnd, x86::rcx, 8));
+        asm_.jb(stop);
+        asm_.bind(back);
+    }
+
+    void emitSwitch(const Operation& operation) {
+        constexpr std::size_t fewLabels = 8;
+        const SwitchTable& table = listing_.switches[operation.label];
+        load(x86::rax, operation.a);
+        if (table.labels.size() < fewLabels) {
+            for (std::size_t i = 0; i < table.labels.size(); ++i) {
+                const long value =
+                    static_cast<long>(static_cast<unsigned long>(table.first) + i);
+                if (value == static_cast<std::int32_t>(value)) {
+                    asm_.cmp(x86::rax, imm(value));
+                } else {
+                    asm_.mov(x86::rcx, imm(value));
+                    asm_.cmp(x86::rax, x86::rcx);
+                }
+                asm_.je(labels_[table.labels[i]]);
+            }
+            asm_.jmp(labels_[table.otherwise]);
+            return;
+        }
+        if (table.first != 0) {
+            asm_.mov(x86::rcx, imm(table.first));
+            asm_.sub(x86::rax, x86::rcx);
+        }
+        asm_.cmp(x86::rax, imm(static_cast<std::int32_t>(table.labels.size())));
+        asm_.jae(labels_[table.otherwise]);
+        tables_.emplace_back(asm_.newLabel(), operation.label);
+        asm_.lea(x86::rcx, x86::ptr(tables_.back().first));
+        asm_.add(x86::rcx, x86::qword_ptr(x86::rcx, x86::rax, 3));
+        asm_.jmp(x86::rcx);
+    }
+    void emitTable(asmjit::Label at, const SwitchTable& table) {
+        asm_.align(asmjit::AlignMode::kData, 8);
+        asm_.bind(at);
+        for (const Label label : table.labels) asm_.embedLabelDelta(labels_[label], at, 8);
+    }
+
+    void emitCall(const Operation& operation) {
+        const auto& helper = *static_cast<const Helper*>(operation.pointer);
+        keepTemporaries(operation.live);
+        if (operation.a) load(x86::rsi, operation.a);
+        if (operation.b) load(x86::rdx, operation.b);
+        if (operation.c) load(x86::rcx, operation.c);
+        asm_.mov(x86::rdi, controlRegisterS);
+        asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(helper.run)));
+        asm_.call(x86::rax);
+        if (helper.mayFail) checkFailure(operation);
+        takeTemporaries(operation.live);
+        if (helper.mayAssign) loadVariables();
+        store(operation.target, x86::rax);
+    }
+
+    static constexpr std::array keptCM{x86::rbx, x86::rbp, x86::r12, x86::r13, x86::r14, x86::r15};
+    static constexpr std::array conditionsCM{x86::CondCode::kSignedLT, x86::CondCode::kSignedGT,
+                                             x86::CondCode::kEqual,    x86::CondCode::kNotEqual,
+                                             x86::CondCode::kSignedLE, x86::CondCode::kSignedGE};
+
+    const Listing& listing_;
+    RunControl& control_;
+    x86::Assembler asm_;
+    std::vector<asmjit::Label> labels_;
+    asmjit::Label leave_;
+    std::vector<const x86::Gp*> registers_;  // by variable; null if it has none
+    std::vector<std::size_t> cached_;        // the variables that have one
+    std::vector<Cold> cold_;
+    std::vector<std::pair<asmjit::Label, Label>> tables_;
+    std::int32_t frame_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Fragment> makeNative(const Listing& listing, RunControl& control) {
+    FirstError error;
+    asmjit::CodeHolder holder;
+    holder.init(asmjit::Environment::host());
+    holder.setErrorHandler(&error);
+    Translator(listing, control, holder).translate();
+    holder.flatten();
+    holder.resolveUnresolvedLinks();
+    if (error.isSet()) return nullptr;
+    CodePages pages;
+    void* const start = pages.reserve(holder.codeSize());
+    if (start == nullptr) return nullptr;
+    holder.relocateToBase(reinterpret_cast<std::uintptr_t>(start));
+    holder.copyFlattenedData(start, holder.codeSize());
+    if (error.isSet() || !pages.makeExecutable()) return nullptr;
+    return std::make_unique<NativeFragment>(std::move(pages), start, listing.statements, control);
+}
+
+}  // namespace SCR::Code
+
+// The library's own way to report a failed assertion uses the standard error stream of the process,
+// which code in a shared library cannot reach as it was compiled. Nothing that a script contains
+// leads to one.
+namespace asmjit {
+
+const char* DebugUtils::errorAsString(Error /*error*/) noexcept { return ""; }
+void DebugUtils::debugOutput(const char* /*text*/) noexcept {}
+void DebugUtils::assertionFailed(const char* /*file*/, int /*line*/, const char* /*text*/) noexcept {
+    std::abort();
+}
+
+}  // namespace asmjit

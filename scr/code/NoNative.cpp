@@ -1,0 +1,9 @@
+#include "scr/code/Native.h"
+
+namespace SCR::Code {
+
+std::unique_ptr<Fragment> makeNative(const Listing& /*listing*/, RunControl& /*control*/) {
+    return nullptr;
+}
+
+}  // namespace SCR::Code
