@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 
 #include "cli/Command.h"
 #include "fnd/TimeZone.h"
@@ -58,6 +59,15 @@ void ScriptOptions::declare(CLI::App& command) {
             "(in bytes), or a job: record (in bytes); none lifts one; may be repeated")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
+    command
+        .add_option("--tier", tier_,
+                    "The highest tier in which scripts run: tree, portable or native (default: the "
+                    "highest there is). They differ in speed and memory only")
+        ->type_name("TIER")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, SCR::CodeTier>{{"tree", SCR::CodeTier::Tree},
+                                                 {"portable", SCR::CodeTier::Portable},
+                                                 {"native", SCR::CodeTier::Native}}));
     command.add_flag("--sandbox", isSandboxed_,
                      "Let scripts neither touch files, run a shell, read the environment, sleep, "
                      "load extensions nor include files");
@@ -134,6 +144,7 @@ std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(
     SCR::Log& log, const std::string& defaultZone) const {
     auto interpreter = std::make_unique<SCR::Interpreter>(&log);
     interpreter->limits(limits_);
+    interpreter->codeTier(tier_);
     if (!interpreter->timeZone(zone(defaultZone))) return nullptr;
     if (isSandboxed_ && !interpreter->capabilities(capabilities_)) return nullptr;
     interpreter->includePath(includePath_);

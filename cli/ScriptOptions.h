@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "scr/Capabilities.h"
+#include "scr/CodeTier.h"
 #include "scr/Limits.h"
 
 namespace SCR {
@@ -53,6 +54,7 @@ private:
     std::int64_t record_ = std::int64_t{64} << 20;
     SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // granted despite --sandbox
     bool isSandboxed_ = false;
+    SCR::CodeTier tier_ = SCR::CodeTier::Native;
     std::string zone_;
     std::vector<std::string> given_;
     std::vector<std::string> includePath_;

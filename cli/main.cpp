@@ -11,6 +11,7 @@
 #include <string>
 
 #include "cli/Command.h"
+#include "scr/Interpreter.h"
 #include "scr/Output.h"
 
 namespace Cli {
@@ -61,7 +62,11 @@ constexpr AddCommand commandsS[] = {addRunCommand,     addQueryCommand,     addC
 
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");
-    app.set_version_flag("--version", "kestrel " KESTREL_VERSION);
+    app.set_version_flag("--version", [] {
+        const bool hasNative = SCR::Interpreter::highestCodeTier() == SCR::CodeTier::Native;
+        return std::string("kestrel " KESTREL_VERSION "\nscripts run in the ") +
+               (hasNative ? "native" : "portable") + " tier";
+    });
     app.require_subcommand(0, 1);
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     app.get_formatter()->label("Subcommands", "Commands");

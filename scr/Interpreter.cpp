@@ -17,6 +17,7 @@
 #include "scr/parser/Parser.h"
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/AutomataAccount.h"
+#include "scr/code/Native.h"
 #include "scr/run/Entry.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/PendingBuilds.h"
@@ -419,6 +420,20 @@ const Limits& Interpreter::limits() const {
 
 void Interpreter::limits(const Limits& limits) {
     if (state_ != nullptr) state_->control.limits(limits);
+}
+
+CodeTier Interpreter::codeTier() const {
+    return state_ != nullptr ? std::min(state_->control.codeTier(), highestCodeTier())
+                             : CodeTier::Tree;
+}
+
+void Interpreter::codeTier(CodeTier tier) {
+    if (state_ != nullptr) state_->control.codeTier(tier);
+}
+
+CodeTier Interpreter::highestCodeTier() {
+    static const bool hasNative = Code::hasNative();
+    return hasNative ? CodeTier::Native : CodeTier::Portable;
 }
 
 bool Interpreter::wasStopped() const { return state_ != nullptr && state_->control.wasStopped(); }

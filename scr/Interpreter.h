@@ -9,6 +9,7 @@
 #include "fnd/String.h"
 #include "fnd/TimeZone.h"
 #include "scr/Capabilities.h"
+#include "scr/CodeTier.h"
 #include "scr/Finding.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
@@ -138,6 +139,15 @@ public:
     /// How much scripts may take; see `Limits`. Holds for later compiles and executions.
     const Limits& limits() const;
     void limits(const Limits& limits);
+    /// The highest tier in which scripts run, at most `highestCodeTier()`, which is the default.
+    /// Holds for loops and functions that get code later; those that have some keep it. The tiers
+    /// differ in speed and memory only.
+    CodeTier codeTier() const;
+    void codeTier(CodeTier tier);
+    /// The highest tier that there is: `Native`, or `Portable` when the library was built without it
+    /// or the process may have no executable memory. Any thread.
+    static CodeTier highestCodeTier();
+
     /// Whether the last compile or execution was stopped, by a limit, an interruption or the
     /// failure of a host's function.
     bool wasStopped() const;

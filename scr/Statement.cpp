@@ -98,9 +98,8 @@ constexpr std::size_t workBefore(std::size_t number, std::size_t size) {
 
 }  // namespace
 
-std::int32_t StatementList::Parts::run() const {
+std::int32_t StatementList::Parts::runFrom(std::size_t next) const {
     const std::size_t size = statements.size();
-    std::size_t next = 0;
     try {
         for (; next < size; ++next) {
             if (const std::size_t work = workBefore(next, size); work > 0) countWork(work);
@@ -113,9 +112,19 @@ std::int32_t StatementList::Parts::run() const {
     return goOn;
 }
 
+long StatementList::Parts::runRest(RunControl& /*control*/, long list, long next, long /*c*/) {
+    return Code::at<const Parts>(list).runFrom(static_cast<std::size_t>(next));
+}
+
 void StatementList::Parts::lower(Code::Builder& code) const {
     const std::size_t size = statements.size();
     for (std::size_t next = 0; next < size; ++next) {
+        if (code.isFull()) {
+            static constexpr Code::Helper helper{Code::guarded<runRest>};
+            const Code::Builder::Frame frame(code);
+            const Code::Ref rest = code.constant(static_cast<long>(next));
+            return code.leaveUnlessGoOn(code.call(helper, code.address(this), rest));
+        }
         code.blockStatement(*statements[next], workBefore(next, size));
     }
 }

@@ -98,6 +98,8 @@ public:
         }
     }
 
+    /// Whether there are so few that their code stays short.
+    bool areFew() const { return bodies_.size() <= 256; }
     /// Labels of the code of a switch: one for each body and the last one for the default.
     std::vector<Code::Label> newLabels(Code::Builder& code) const {
         std::vector<Code::Label> labels;
@@ -151,6 +153,7 @@ bool SwitchCase::returnsResult() const { return bodies_->returnResult(); }
 // The code of a switch over texts: a helper gives the number of the body.
 template <class Labels>
 void SwitchCase::lowerChoice(Code::Builder& code, StringNode& selector, const Labels& choice) {
+    if (!bodies().areFew()) return code.execute(*this);
     constexpr auto choose = [](RunControl& /*control*/, long from, long text, long /*c*/) {
         return static_cast<long>(Code::at<const Labels>(from).choose(Code::at<const FND::String>(text)));
     };
@@ -182,6 +185,8 @@ public:
         const unsigned long index = static_cast<unsigned long>(value) - first_;
         return bodies_.run(index < table_.size() ? table_[index] : find(value));
     }
+    /// How many values the code tells apart.
+    std::size_t values() const { return std::max(table_.size(), labels_.size()); }
     void lower(Code::Builder& code, LongNode& selector) const;
 
 private:
@@ -239,7 +244,11 @@ void LongSwitchCase::Labels::setUp() {
     }
 }
 
-void LongSwitchCase::lower(Code::Builder& code) { labels_->lower(code, *selector_); }
+void LongSwitchCase::lower(Code::Builder& code) {
+    constexpr std::size_t mostValues = 1024;
+    if (!bodies().areFew() || labels_->values() > mostValues) return code.execute(*this);
+    labels_->lower(code, *selector_);
+}
 
 void LongSwitchCase::Labels::lower(Code::Builder& code, LongNode& selector) const {
     const std::vector<Code::Label> labels = bodies_.newLabels(code);
@@ -247,10 +256,12 @@ void LongSwitchCase::Labels::lower(Code::Builder& code, LongNode& selector) cons
         const Code::Builder::Frame frame(code);
         const Code::Ref value = code.value(selector);
         if (table_.empty()) {
-            for (const auto& [label, body] : labels_) {
-                code.jumpIf(Code::Relation::Equal, value, code.constant(label), labels[body]);
-            }
-            code.jumpTo(labels.back());
+            constexpr auto choose = [](RunControl& /*control*/, long from, long number, long /*c*/) {
+                return static_cast<long>(Code::at<const Labels>(from).find(number));
+            };
+            static constexpr Code::Helper helper{Code::guarded<choose>, false, false};
+            const Code::Ref body = code.call(helper, code.address(this), value);
+            code.switchOn(body, {0, {labels.begin(), labels.end() - 1}, labels.back()});
         } else {
             Code::SwitchTable table{static_cast<long>(first_), {}, labels.back()};
             for (const Number body : table_) {

@@ -35,6 +35,8 @@ struct ScriptSetup {
     int repeat = 1;  ///< how often the script is executed
     /// Called on the interpreter before the script is compiled.
     std::function<void(SCR::Interpreter&)> prepare = [](SCR::Interpreter&) {};
+    /// The same after it compiled.
+    std::function<void(SCR::Interpreter&)> compiled = [](SCR::Interpreter&) {};
 };
 
 /// Compiles `text` on a fresh interpreter, executes it if it compiled, and destroys the
@@ -48,6 +50,7 @@ inline ScriptRun run(const std::string& text, const ScriptSetup& setup = {}) {
         setup.prepare(interpreter);
         result.compiled = interpreter.compile(text);
         result.ok = result.compiled;
+        if (result.compiled) setup.compiled(interpreter);
         for (int turn = 0; turn < setup.repeat && result.ok; ++turn) {
             result.ok = interpreter.execute();
         }

@@ -22,10 +22,12 @@
 //
 // A blank line before the next case belongs to neither. A last line end may be missing in the
 // output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
-// stands, everywhere, for the case's own empty folder. The local zone is UTC.
+// stands, everywhere, for the case's own empty folder. The local zone is UTC. Each script runs in all
+// tiers of code, from its first run on.
 
 #include "Folder.h"
 #include "Script.h"
+#include "scr/code/Hot.h"
 
 namespace {
 
@@ -119,20 +121,31 @@ public:
     explicit CaseTest(Case testCase) : case_(std::move(testCase)) {}
 
     void TestBody() override {
-        const Harness::Folder folder;
-        for (std::string* text : {&case_.script, &case_.output, &case_.log}) {
-            replaceAll(*text, "@TMP@", folder.path());
-        }
-        const Harness::ScriptRun run = Harness::run(case_.script);
-        const testing::ScopedTrace where(case_.file.c_str(), case_.line, case_.script);
         EXPECT_EQ(case_.fault, "");
-        EXPECT_EQ(run.compiled, case_.compiles);
-        EXPECT_EQ(run.ok, case_.compiles && !case_.stopped);
-        EXPECT_EQ(printable(run.output), printable(case_.output));
-        EXPECT_EQ(printable(run.log), printable(case_.log));
+        for (const SCR::CodeTier tier :
+             {SCR::CodeTier::Tree, SCR::CodeTier::Portable, SCR::CodeTier::Native}) {
+            runIn(tier, case_);
+        }
     }
 
 private:
+    static void runIn(SCR::CodeTier tier, Case from) {
+        const Harness::Folder folder;
+        for (std::string* text : {&from.script, &from.output, &from.log}) {
+            replaceAll(*text, "@TMP@", folder.path());
+        }
+        Harness::ScriptSetup setup;
+        setup.prepare = [&](SCR::Interpreter& interpreter) { interpreter.codeTier(tier); };
+        const Harness::ScriptRun run = Harness::run(from.script, setup);
+        const testing::ScopedTrace where(
+            from.file.c_str(), from.line,
+            "tier " + std::to_string(static_cast<int>(tier)) + '\n' + from.script);
+        EXPECT_EQ(run.compiled, from.compiles);
+        EXPECT_EQ(run.ok, from.compiles && !from.stopped);
+        EXPECT_EQ(printable(run.output), printable(from.output));
+        EXPECT_EQ(printable(run.log), printable(from.log));
+    }
+
     Case case_;
 };
 
@@ -155,6 +168,7 @@ void registerCases(const fs::path& path) {
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     setenv("TZ", "UTC0", 1);
+    SCR::Code::Hot::makeAfter(1);
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(fs::path(KESTREL_TEST_DATA) / "cases")) {
         if (entry.path().extension() == ".cases") files.push_back(entry.path());

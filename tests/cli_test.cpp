@@ -150,7 +150,7 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         {"functions fileIsOpen",
          "Bool fileIsOpen(File file)\n    Whether `file` is open.\n    Effects: reads files.\n"
          "    Example:\n        File f; fileIsOpen(f) == false\n"},
-        {"--version", "kestrel " KESTREL_VERSION "\n"},
+        {"--version", "kestrel " KESTREL_VERSION "\nscripts run in the " KESTREL_TIER " tier\n"},
     });
 }
 

@@ -88,19 +88,17 @@ private:
                                                                               : Code::Op::Remainder;
 
     Code::Ref lowerDivision(Code::Builder& code, Code::Ref target) {
-        const long* const divisor = constantOf<LongType>(right_.node());
-        if (divisor != nullptr && *divisor == 0) return code.constant(0);
         if (!target) target = code.temporary();
         const Code::Builder::Frame frame(code);
         Code::Builder::Held right = code.hold(right_.lower(code));
         const Code::Ref tested = right.operand();
+        const bool isKnown = tested.is(Code::Ref::Kind::Constant);
+        if (isKnown && code.valueOf(tested) == 0) return tested;
         const Code::Label isZero = code.newLabel();
-        if (divisor == nullptr) {
-            code.jumpIf(Code::Relation::Equal, tested, code.constant(0), isZero);
-        }
+        if (!isKnown) code.jumpIf(Code::Relation::Equal, tested, code.constant(0), isZero);
         const Code::Ref left = left_.lower(code);
         code.emit(opS, target, left, right.release());
-        if (divisor == nullptr) {
+        if (!isKnown) {
             const Code::Label end = code.newLabel();
             code.jumpTo(end);
             code.bind(isZero);

@@ -32,6 +32,7 @@ public:
 
     Ref constant(long value);
     Ref address(const void* address) { return constant(reinterpret_cast<long>(address)); }
+    long valueOf(Ref constant) const { return listing_.constants[constant.index()]; }
     /// A Long variable with its value at `home`.
     Ref variable(const long* home);
     /// A new temporary.

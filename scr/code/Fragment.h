@@ -19,6 +19,8 @@ public:
 
     /// Runs it and gives the control-flow code. Throws what the nodes would throw.
     virtual std::int32_t run() = 0;
+    /// The memory that it takes.
+    virtual std::size_t bytes() const = 0;
 };
 
 /// The fragment of a listing that interprets operations; any processor.

@@ -17,11 +17,11 @@ bool Hot::make(void (*lower)(Builder& code, const void* how), const void* how) {
         Listing listing = code.take();
         if (control->codeTier() == CodeTier::Native) fragment_ = makeNative(listing, *control);
         if (fragment_ == nullptr) fragment_ = makePortable(std::move(listing), *control);
+        if (!control->takeForCode(fragment_->bytes())) fragment_ = nullptr;
     } catch (const std::bad_alloc&) {
         // The nodes go on.
-        return false;
     }
-    return true;
+    return fragment_ != nullptr;
 }
 
 }  // namespace SCR::Code

@@ -28,13 +28,16 @@ public:
                     &lower);
     }
 
+    /// For tests: the number of runs after which code is made, for what is compiled later.
+    static void makeAfter(std::int32_t runs) { runsBeforeS_ = runs; }
+
 private:
-    static constexpr std::int32_t firstRunsCM = 500;
+    inline static std::int32_t runsBeforeS_ = 500;
 
     // Makes the code, unless the interpreter executes trees only, or there is no room.
     [[gnu::noinline]] bool make(void (*lower)(Builder& code, const void* how), const void* how);
 
-    std::int32_t runsLeft_ = firstRunsCM;
+    std::int32_t runsLeft_ = runsBeforeS_;
     std::unique_ptr<Fragment> fragment_;
 };
 

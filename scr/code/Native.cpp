@@ -41,6 +41,7 @@ public:
         start_ = mapped != MAP_FAILED ? mapped : nullptr;
         return start_;
     }
+    std::size_t size() const { return size_; }
     bool makeExecutable() const { return mprotect(start_, size_, PROT_READ | PROT_EXEC) == 0; }
 
 private:
@@ -65,6 +66,10 @@ public:
             control_.throwFailure(statement > 0 ? statements_[statement - 1] : nullptr);
         }
         return code;
+    }
+
+    std::size_t bytes() const override {
+        return sizeof *this + pages_.size() + statements_.size() * sizeof(const Node*);
     }
 
 private:
@@ -599,6 +604,11 @@ std::unique_ptr<Fragment> makeNative(const Listing& listing, RunControl& control
     holder.copyFlattenedData(start, holder.codeSize());
     if (error.isSet() || !pages.makeExecutable()) return nullptr;
     return std::make_unique<NativeFragment>(std::move(pages), start, listing.statements, control);
+}
+
+bool hasNative() {
+    CodePages pages;
+    return pages.reserve(1) != nullptr && pages.makeExecutable();
 }
 
 }  // namespace SCR::Code

@@ -10,4 +10,7 @@ namespace SCR::Code {
 /// library was built without it, or the process may have no executable memory.
 std::unique_ptr<Fragment> makeNative(const Listing& listing, RunControl& control);
 
+/// Whether there are such fragments here and now.
+bool hasNative();
+
 }  // namespace SCR::Code

@@ -6,4 +6,6 @@ std::unique_ptr<Fragment> makeNative(const Listing& /*listing*/, RunControl& /*c
     return nullptr;
 }
 
+bool hasNative() { return false; }
+
 }  // namespace SCR::Code

@@ -188,6 +188,10 @@ public:
     PortableFragment(Listing listing, RunControl& control);
 
     std::int32_t run() override;
+    std::size_t bytes() const override {
+        return sizeof *this + listing_.operations.size() * sizeof(Operation) +
+               instructions_.size() * (sizeof(Instruction) + sizeof(std::uint32_t));
+    }
 
 private:
     const long* operand(Ref ref) const;

@@ -134,8 +134,17 @@ void RunControl::chargeBuffer(std::size_t bytes) {
     buffers_ += size;
 }
 
+bool RunControl::takeForCode(std::size_t bytes) {
+    const auto size = static_cast<std::int64_t>(bytes);
+    if (size > limits_.memory - limits_.memory / 64 - charged_) return false;
+    charged_ += size;
+    codeBytes_ += size;
+    return true;
+}
+
 void RunControl::clearCharges() {
     buffers_ = 0;
+    codeBytes_ = 0;
     charged_ = interpreter_.heapBytes();
 }
 
@@ -144,7 +153,7 @@ void RunControl::clearCharges() {
 void RunControl::settle(std::int64_t bytes) {
     charged_ -= bytes;
     count(nullptr);
-    charged_ = interpreter_.heapBytes() + buffers_;
+    charged_ = interpreter_.heapBytes() + buffers_ + codeBytes_;
     if (bytes > limits_.memory - limits_.memory / 64 - charged_) {
         stopAtLimit(nullptr, "memory", limits_.memory);
     }

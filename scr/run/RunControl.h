@@ -122,6 +122,9 @@ public:
         charged_ -= static_cast<std::int64_t>(bytes);
         buffers_ -= static_cast<std::int64_t>(bytes);
     }
+    /// Charges bytes for code of the script, which it keeps; false, and nothing happens, when that
+    /// would pass the limit.
+    bool takeForCode(std::size_t bytes);
     /// The bytes outside the variables that are charged at present.
     std::int64_t buffers() const { return buffers_; }
     /// Gives back bytes that `charge` took and that `Interpreter::heapBytes` no longer counts.
@@ -221,6 +224,7 @@ private:
     CodeTier codeTier_ = CodeTier::Native;
     std::int64_t charged_ = 0;  // at least what the script's values hold
     std::int64_t buffers_ = 0;  // the part of it outside the variables
+    std::int64_t codeBytes_ = 0;  // for code
     FND::String message_;       // why the script was last stopped
     FND::String prefix_;        // where the parser was then
     FND::String failure_;       // the message of `fail`

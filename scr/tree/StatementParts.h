@@ -17,8 +17,12 @@ struct StatementList::Parts : InNodeMemory {
     Code::Hot hot;
 
     /// Executes the statements in order up to the first that gives a code other than `goOn`.
-    std::int32_t run() const;
+    std::int32_t run() const { return runFrom(0); }
     void lower(Code::Builder& code) const;
+
+private:
+    std::int32_t runFrom(std::size_t next) const;
+    static long runRest(RunControl& control, long list, long next, long unused);
 };
 
 }  // namespace SCR
