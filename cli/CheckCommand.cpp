@@ -32,8 +32,10 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
                                        : interpreter.check(text);
     };
     if (job != nullptr) {
-        const auto make = [&] { return options.script.makeInterpreter(log, recordZoneS); };
-        const ExitStatus status = statusOf(job->check(make, compile));
+        const auto make = [&](SCR::Log& to) {
+            return options.script.makeInterpreter(to, recordZoneS);
+        };
+        const ExitStatus status = statusOf(job->check(log, make, compile));
         if (!job->error().empty()) report(job->error());
         return status;
     }

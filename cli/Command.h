@@ -16,11 +16,12 @@ namespace Cli {
 /// them.
 enum class ExitStatus : int {
     Success = 0,       ///< Compiled and ran.
-    Rejected = 1,      ///< Ran, but declared itself unusable or left records rejected.
-    Usage = 2,         ///< Bad command line, or a script file that cannot be read.
+    Rejected = 1,      ///< Declared itself unusable, or left rejected records that nobody took.
+    Usage = 2,         ///< Bad command line, or a file that cannot be read.
     NotCompiled = 3,   ///< A script does not compile.
-    Stopped = 4,       ///< A limit or an interruption stopped the script.
+    Stopped = 4,       ///< A signal, a limit or a failure stopped the work.
     InputOutput = 74,  ///< Reading or writing failed on the way.
+    TryAgain = 75,     ///< Failed for want of something that may be there later.
 };
 
 /// The work of the command that the user named; run after the whole command line has been checked.

@@ -10,21 +10,9 @@
 namespace Cli {
 namespace {
 
-// `text` as a JSON string. If a text is not UTF-8, each of its bytes is written as the character
-// with its number.
 std::string jsonString(std::string_view text) {
     std::string json;
-    if (simdjson::validate_utf8(text.data(), text.size())) {
-        Records::appendQuoted(text, json);
-        return json;
-    }
-    std::string characters;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80) characters += static_cast<char>(0xC0 | byte >> 6);
-        characters += byte >= 0x80 ? static_cast<char>(0x80 | (byte & 0x3F)) : c;
-    }
-    Records::appendQuoted(characters, json);
+    Records::appendText(text, json);
     return json;
 }
 

@@ -134,6 +134,7 @@ bool OutputDirectory::complete(Manifest& manifest) {
     if (stat(input_.c_str(), &status) != 0) return fail(input_);
     if (status.st_size != status_.st_size || !isSame(status.st_mtim, status_.st_mtim)) {
         error_ = input_ + " was changed while it was read";
+        hasInputChanged_ = true;
         return false;
     }
     if (!fitsTheOthers()) return false;

@@ -37,6 +37,8 @@ public:
     std::string output() const { return path_ + "/" + output_; }
     std::string rejects() const { return path_ + "/" + rejects_; }
     const std::string& error() const { return error_; }
+    /// Whether `complete` failed because the input changed.
+    bool hasInputChanged() const { return hasInputChanged_; }
 
 private:
     bool fail(const std::string& path);
@@ -53,6 +55,7 @@ private:
     std::string manifest_;
     struct stat status_ {};  // of the input
     std::string error_;
+    bool hasInputChanged_ = false;
 };
 
 }  // namespace Cli

@@ -2,11 +2,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "cli/OutputDirectory.h"
@@ -14,7 +17,9 @@
 #include "cli/ScriptFile.h"
 #include "cli/StderrLog.h"
 #include "fnd/TimeZone.h"
+#include "records/json/JsonRecord.h"
 #include "scr/Interpreter.h"
+#include "scr/message/Quote.h"
 
 namespace Cli {
 namespace {
@@ -81,9 +86,13 @@ ExitStatus statusOf(Records::RecordJob::End end) {
             return ExitStatus::Usage;
         case End::NotCompiled:
             return ExitStatus::NotCompiled;
+        case End::Unusable:
+            return ExitStatus::Rejected;
         case End::Stopped:
         case End::Interrupted:
             return ExitStatus::Stopped;
+        case End::TryAgain:
+            return ExitStatus::TryAgain;
         case End::Closed:
         case End::Failed:
             return ExitStatus::InputOutput;
@@ -137,6 +146,19 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                             "Where rejected records go: place, reason, tabulator, record")
                 ->type_name("FILE"));
     add(command
+            .add_option("--rejects-format", rejectsFormat_,
+                        "How they are written: text (default); input, just as they were read; or "
+                        "json, an object in a line")
+            ->type_name("FORMAT")
+            ->check(CLI::IsMember({"text", "input", "json"})))
+        ->needs(rejects);
+    add(command
+            .add_option("--on-error", onError_,
+                        "What becomes of a record on which the script fails: reject (default), "
+                        "keep it as it stands, or stop the job")
+            ->type_name("WHAT")
+            ->check(CLI::IsMember({"reject", "keep", "stop"})));
+    add(command
             .add_option("--jobs", job_.jobs,
                         "Work with N threads, each with an interpreter and variables of its own")
             ->type_name("N")
@@ -156,11 +178,22 @@ void RecordOptions::declare(CLI::App& command, Use use) {
     }
     add(command.add_flag("--progress", showsProgress_,
                          "Show how far it got, if standard error is a terminal"));
-    add(command.add_flag("--stats", printsCounts_, "Print the counts of records at the end"));
+    add(command.add_flag("--stats{text}", stats_,
+                         "Print the counts of records and of reasons for rejects at the end, as "
+                         "text or json: --stats=json"))
+        ->check(CLI::IsMember({"text", "json"}));
 }
 
 std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
     Records::JobOptions options = job_;
+    using Records::OnError;
+    using Records::RejectsFormat;
+    options.onError = onError_ == "keep"   ? OnError::Keep
+                      : onError_ == "stop" ? OnError::Stop
+                                           : OnError::Reject;
+    options.rejectsFormat = rejectsFormat_ == "input"  ? RejectsFormat::Input
+                            : rejectsFormat_ == "json" ? RejectsFormat::Json
+                                                       : RejectsFormat::Text;
     options.layout.isQuoted = format_ == "csv";
     options.isJson = format_ == "jsonl";
     options.layout.isWhole = format_ == "lines" || options.isJson;
@@ -219,6 +252,8 @@ std::vector<std::string> RecordOptions::given() const {
     if (job_.hasHeader) given.emplace_back("--header");
     if (fields_) given.push_back("--fields=" + *fields_);
     if (job_.where) given.push_back("--where=" + *job_.where);
+    given.push_back("--on-error=" + onError_);
+    given.push_back("--rejects-format=" + rejectsFormat_);
     return given;
 }
 
@@ -251,7 +286,45 @@ ExitStatus RecordOptions::runInDirectory(
     if (status != ExitStatus::Success) return status;
     if (directory.complete(manifest)) return status;
     report(directory.error());
-    return ExitStatus::InputOutput;
+    return directory.hasInputChanged() ? ExitStatus::TryAgain : ExitStatus::InputOutput;
+}
+
+void RecordOptions::printStats(const Records::RecordJob& job) const {
+    const Records::Counts& counts = job.counts();
+    using Named = std::pair<std::string, std::int64_t>;
+    const Named all[] = {{"read", counts.read},
+                         {"written", counts.written},
+                         {"dropped", counts.dropped},
+                         {"rejected", counts.rejected}};
+    std::vector<Named> reasons(job.reasons().all().begin(), job.reasons().all().end());
+    std::stable_sort(reasons.begin(), reasons.end(),
+                     [](const Named& a, const Named& b) { return a.second > b.second; });
+    const bool isJson = stats_ == "json";
+    std::string line;
+    const char* separator = "";
+    for (const auto& [name, count] : all) {
+        const std::string number = std::to_string(count);
+        line += separator + (isJson ? "\"" + name + "\":" + number : number + " " + name);
+        separator = isJson ? "," : ", ";
+    }
+    if (!isJson) {
+        report("records: " + line);
+        for (const auto& [reason, count] : reasons) {
+            FND::String text;
+            SCR::appendPrintable(text, reason);
+            report("rejected: " + std::to_string(count) + " " + text);
+        }
+        return;
+    }
+    line += ",\"reasons\":{";
+    separator = "";
+    for (const auto& [reason, count] : reasons) {
+        line += separator;
+        Records::appendText(reason, line);
+        line += ":" + std::to_string(count);
+        separator = ",";
+    }
+    std::fprintf(stderr, "{%s}}\n", line.c_str());
 }
 
 ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manifest,
@@ -271,7 +344,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
     using End = Records::RecordJob::End;
     Records::RecordJob job(std::move(jobOptions), stopG);
     const End end = job.run(
-        log, [&] { return options.makeInterpreter(log, recordZoneS); }, compile);
+        log, [&](SCR::Log& to) { return options.makeInterpreter(to, recordZoneS); }, compile);
     progress.clear();
     ExitStatus status = statusOf(end);
     const Records::Counts& counts = job.counts();
@@ -280,11 +353,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
                (job.hasOutput() ? "" : "; " + output + " is as it was before"));
     }
     if (!job.error().empty()) report(job.error());
-    if (printsCounts_) {
-        report("records: " + std::to_string(counts.read) + " read, " +
-               std::to_string(counts.written) + " written, " + std::to_string(counts.dropped) +
-               " dropped, " + std::to_string(counts.rejected) + " rejected");
-    }
+    if (!stats_.empty()) printStats(job);
     manifest.counts = counts;
     manifest.inputEnd = job.inputEnd();
     if (status == ExitStatus::Success) {

@@ -60,6 +60,7 @@ private:
     ExitStatus runJob(Records::JobOptions jobOptions, Manifest& manifest,
                       const ScriptOptions& options,
                       const std::function<bool(SCR::Interpreter&)>& compile) const;
+    void printStats(const Records::RecordJob& job) const;
     // The options that change the result.
     std::vector<std::string> given() const;
 
@@ -70,7 +71,9 @@ private:
     std::string part_;
     std::string directory_;
     bool isGiven_ = false;
-    bool printsCounts_ = false;
+    std::string onError_ = "reject";
+    std::string rejectsFormat_ = "text";
+    std::string stats_;  // how the counts are printed; empty: not at all
     bool showsProgress_ = false;
 };
 

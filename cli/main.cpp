@@ -1,6 +1,7 @@
 #include <poll.h>
 #include <stdio_ext.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <iostream>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "cli/Command.h"
 #include "scr/Interpreter.h"
@@ -60,6 +62,22 @@ constexpr AddCommand commandsS[] = {addRunCommand,     addQueryCommand,     addC
                                     addCheckCommand,   addFunctionsCommand, addMatchCommand,
                                     addEncryptCommand, addDecryptCommand};
 
+// The arguments in reverse, as the parser takes them. A flag takes a value only after "=".
+std::vector<std::string> argumentsOf(int argc, char** argv) {
+    std::vector<std::string> arguments;
+    for (int i = 1; i < argc; ++i) {
+        const bool isFormat =
+            std::strcmp(argv[i], "json") == 0 || std::strcmp(argv[i], "text") == 0;
+        if (isFormat && !arguments.empty() && arguments.back() == "--stats") {
+            arguments.back() += std::string("=") + argv[i];
+        } else {
+            arguments.emplace_back(argv[i]);
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
+}
+
 ExitStatus perform(int argc, char** argv) {
     CLI::App app("Compile and run scripts of the Kestrel language.", "kestrel");
     app.set_version_flag("--version", [] {
@@ -83,15 +101,16 @@ ExitStatus perform(int argc, char** argv) {
         "\n"
         "Exit status:\n"
         "  0   compiled and ran\n"
-        "  1   ran, but declared itself unusable or left records rejected\n"
-        "  2   bad usage, or a script that cannot be read\n"
+        "  1   rejected records that no --rejects took, or the script declared itself unusable\n"
+        "  2   bad usage, or a script or an input that cannot be read\n"
         "  3   a script does not compile\n"
-        "  4   stopped by a limit or an interruption\n"
-        "  74  reading or writing failed on the way");
+        "  4   stopped by a signal, a limit, or a failure under --on-error stop\n"
+        "  74  reading or writing failed underway\n"
+        "  75  worth trying again: no memory, files or threads to be had, or a changed input");
     Action action;
     for (const AddCommand addCommand : commandsS) addCommand(app, action);
     try {
-        app.parse(argc, argv);
+        app.parse(argumentsOf(argc, argv));
     } catch (const CLI::ParseError& error) {
         // Help and version end the parsing by an "error" with status 0.
         return app.exit(error) == 0 ? ExitStatus::Success : ExitStatus::Usage;
@@ -128,7 +147,7 @@ int main(int argc, char** argv) {
         status = Cli::perform(argc, argv);
     } catch (const std::bad_alloc&) {
         Cli::report("out of memory");
-        status = Cli::ExitStatus::Stopped;
+        status = Cli::ExitStatus::TryAgain;
     } catch (const std::exception& error) {
         Cli::report(error.what());
         status = Cli::ExitStatus::Stopped;

@@ -1,13 +1,11 @@
 #include "records/RecordExtension.h"
 
 #include <charconv>
-#include <stdexcept>
 
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
-#include "scr/message/Quote.h"
 
 namespace Records {
 namespace {
@@ -22,32 +20,22 @@ std::string normalized(std::string_view name) {
     return identifier;
 }
 
+constexpr std::size_t mostBytesOfReasonS = 1000;
+
 std::size_t indexOf(SCR::FieldAlias field) { return static_cast<std::size_t>(field.id()); }
 
 void assign(CurrentRecord& current, SCR::FieldAlias field, std::string_view value) {
-    if (current.record.assign(indexOf(field), value) || current.isRejected) return;
-    current.isRejected = true;
-    current.reason = "the format cannot hold the value of " + field.name();
+    if (current.record.assign(indexOf(field), value)) return;
+    current.fail("the format cannot hold this value", field.name(), value);
+}
+
+// An invalid value is not written: it leaves a field that holds nothing as it is.
+void refuseInvalid(CurrentRecord& current, SCR::FieldAlias field, const char* what) {
+    const std::string_view held = current.record.value(indexOf(field));
+    if (!held.empty()) current.fail(what, field.name(), held);
 }
 
 }  // namespace
-
-void CurrentRecord::release() {
-    if (charge.isLarge()) reason = {};
-    charge.release();
-    (json ? json->charge() : record.charge()).release();
-}
-
-long toLong(const CurrentRecord& current, const std::string& field, std::string_view text) {
-    long value = 0;
-    if (text.empty()) return value;
-    const char* const end = text.data() + text.size();
-    const char* const begin = text.data() + (text.front() == '+' && text.size() > 1 ? 1 : 0);
-    const auto [stop, error] = std::from_chars(begin, end, value);
-    if (error == std::errc() && stop == end) return value;
-    throw std::invalid_argument("field " + field + " of record " + std::to_string(current.number) +
-                                " is no Long: " + SCR::quotedValue(text));
-}
 
 void FieldNames::add(std::string_view name) {
     const std::string identifier = normalized(name);
@@ -78,30 +66,31 @@ void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const F
         "edrString", [&current](FieldAlias field) { return current.record.value(indexOf(field)); },
         [&current](FieldAlias field, std::string_view value) { assign(current, field, value); });
     host.field(
-            "edrLong",
-            [&current](FieldAlias field) {
-                return toLong(current, field.name(), current.record.value(indexOf(field)));
-            },
-            [&current](FieldAlias field, long value) {
-                assign(current, field, std::to_string(value));
-            })
-        ->nullOnFailure(true);
+        "edrLong",
+        [&current](FieldAlias field) {
+            return current.asLong(field.name(), current.record.value(indexOf(field)));
+        },
+        [&current](FieldAlias field, long value) {
+            assign(current, field, std::to_string(value));
+        });
     host.field(
         "edrDecimal",
         [&current](FieldAlias field) {
-            return FND::Decimal::fromString(current.record.value(indexOf(field)));
+            return current.asDecimal(field.name(), current.record.value(indexOf(field)));
         },
         [&current](FieldAlias field, const FND::Decimal& value) {
-            assign(current, field, value.isValid() ? value.toPlainString() : FND::String());
+            if (!value.isValid()) return refuseInvalid(current, field, noDecimalS);
+            assign(current, field, value.toPlainString());
         });
     host.field(
         "edrDate",
         [&current](FieldAlias field) {
-            return FND::DateTime::parse(current.record.value(indexOf(field)));
+            return current.asDate(field.name(), current.record.value(indexOf(field)));
         },
         [&current](FieldAlias field, const FND::DateTime& value) {
+            if (!value.isValid()) return refuseInvalid(current, field, noDateS);
             FND::String text;
-            if (value.isValid()) value.format(text);
+            value.format(text);
             assign(current, field, text);
         });
     host.function("edrMissingInput",
@@ -126,10 +115,11 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
         addFieldFunctions(*host, current, names);
     }
     host->function("recordDrop", [&current]() { current.isDropped = true; });
-    host->function("recordReject", [&current](std::string_view reason) {
-        current.charge.grow(current.reason, reason.size());
-        current.isRejected = true;
-        current.reason = reason;
+    host->function("recordReject", [&current](std::string_view reason) { current.reject(reason); });
+    host->function("stopJob", [&current](SCR::Interpreter& running, std::string_view reason) {
+        current.endsJob = true;
+        current.jobEnd = reason.substr(0, mostBytesOfReasonS);
+        running.fail("stopJob: " + current.jobEnd);
     });
     host->function("recordNumber", [&current]() { return current.number; })
         ->effects(SCR::Effect::Position);

@@ -7,8 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "records/Record.h"
-#include "records/json/JsonRecord.h"
+#include "records/CurrentRecord.h"
 #include "scr/value/KeyHash.h"
 
 namespace SCR {
@@ -39,27 +38,6 @@ private:
     bool hasAll_ = false;
 };
 
-/// What a script and its job tell each other about the current record.
-struct CurrentRecord {
-    CurrentRecord(const Layout& layout, bool isJson)
-        : record(layout), json(isJson ? std::make_unique<JsonRecord>() : nullptr) {}
-    Record record;
-    std::unique_ptr<JsonRecord> json;  ///< Used instead of `record` when records are JSON.
-    std::string_view original;         ///< The text as it was read.
-    std::int64_t number = 0;           ///< 1-based
-    bool isDropped = false;
-    bool isRejected = false;
-    std::string reason;        ///< why the record is rejected
-    SCR::ScriptCharge charge;  ///< for the reason
-
-    /// Gives back what the script was charged for. To be called once the next record is taken.
-    void release();
-};
-
-/// The whole number that `text` is, 0 for "". For any other text throws std::invalid_argument,
-/// which names the field and the record.
-long toLong(const CurrentRecord& current, const std::string& field, std::string_view text);
-
 /// Adds the field functions and the record functions to `interpreter`. They work on `current`.
 /// Neither `current` nor `names` is owned, and both must outlive the interpreter.
 void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
@@ -73,9 +51,13 @@ public:
     void addTo(SCR::Interpreter& interpreter) { addRecordFunctions(interpreter, current_, names_); }
 
 private:
-    CurrentRecord current_{Layout(), true};
+    CurrentRecord current_{Layout(), true, OnError::Reject};
     FieldNames names_;
 };
+
+/// Why a field does not take an invalid value.
+inline constexpr const char* noDecimalS = "the invalid Decimal does not replace what it holds";
+inline constexpr const char* noDateS = "the invalid Date does not replace what it holds";
 
 /// Adds the field functions for JSON records to `host`; names are paths into `current`.
 void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current);

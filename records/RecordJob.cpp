@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include <fcntl.h>
@@ -13,6 +14,25 @@
 
 namespace Records {
 namespace {
+
+// How long scripts may go on after the job was told to stop.
+constexpr std::chrono::milliseconds allowanceS(5000);
+
+// Whether the system may have later what it lacks now.
+bool isPassing(int error) {
+    switch (error) {
+        case ENOMEM:
+        case ENFILE:
+        case EMFILE:
+        case EAGAIN:
+        case EBUSY:
+        case ESTALE:
+        case ETIMEDOUT:
+            return true;
+        default:
+            return false;
+    }
+}
 
 bool isBlank(std::string_view text) {
     return text.find_first_not_of(" \t\r") == std::string_view::npos;
@@ -41,9 +61,13 @@ RecordJob::RecordJob(JobOptions options, StopSignal& stop)
 
 RecordJob::~RecordJob() = default;
 
-RecordJob::End RecordJob::fail(const std::string& error) {
+RecordJob::End RecordJob::fail(const std::string& error, int errorNumber) {
     error_ = error;
-    return End::Failed;
+    return isPassing(errorNumber) ? End::TryAgain : End::Failed;
+}
+
+RecordJob::End RecordJob::fail(const RecordOutput& output) {
+    return output.isClosed() ? End::Closed : fail(output.error(), output.errorNumber());
 }
 
 RecordJob::End RecordJob::readHeader() {
@@ -63,10 +87,11 @@ RecordJob::End RecordJob::readHeader() {
     Record header(options_.layout);
     header.take(reader_->text());
     for (std::size_t i = 0; header.has(i); ++i) names_.add(header.value(i));
-    if (options_.part == 1 && !options_.conditions) {
-        output_.buffer().append(header.text());
-        output_.buffer() += reader_->lineEnd().empty() ? "\n" : reader_->lineEnd();
-    }
+    if (options_.part != 1) return End::Done;
+    const std::string line = std::string(header.text()) +
+                             (reader_->lineEnd().empty() ? "\n" : std::string(reader_->lineEnd()));
+    if (!options_.conditions) output_.buffer() += line;
+    if (options_.rejectsFormat == RejectsFormat::Input) rejects_.buffer() += line;
     return End::Done;
 }
 
@@ -74,8 +99,9 @@ RecordJob::End RecordJob::openInput() {
     input_ = std::make_unique<Input>(options_.input);
     struct stat status {};
     if (input_->descriptor() < 0 || fstat(input_->descriptor(), &status) != 0) {
-        error_ = options_.input + ": " + std::strerror(errno);
-        return End::BadInput;
+        const int error = errno;
+        error_ = options_.input + ": " + std::strerror(error);
+        return isPassing(error) ? End::TryAgain : End::BadInput;
     }
     if (options_.parts > 1) {
         if (!S_ISREG(status.st_mode)) {
@@ -95,91 +121,135 @@ RecordJob::End RecordJob::openInput() {
     return options_.hasHeader ? readHeader() : End::Done;
 }
 
-RecordJob::End RecordJob::addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-                                    const std::function<bool(SCR::Interpreter&)>& compile) {
-    workers_.push_back(std::make_unique<RecordWorker>(options_, names_, stop_));
+RecordJob::End RecordJob::addWorker() {
+    workers_.push_back(std::make_unique<RecordWorker>(options_, names_, stop_, log_));
     RecordWorker& worker = *workers_.back();
-    std::unique_ptr<SCR::Interpreter> interpreter = make();
+    std::unique_ptr<SCR::Interpreter> interpreter = make_(worker.log());
     if (!interpreter) return End::BadInput;
     worker.adopt(std::move(interpreter));
-    if (compile(worker.interpreter()) && worker.compile()) return End::Done;
-    if (!worker.interpreter().wasStopped()) return End::NotCompiled;
-    error_ = "stopped before the first record";
+    if (watcher_) watcher_->watch(worker.interpreter());
+    const std::uint64_t errors = worker.interpreter().errorCount();
+    const bool isCompiled = compile_(worker.interpreter());
+    const bool hasErrors = isCompiled && worker.interpreter().errorCount() != errors;
+    if (const End end = afterBegin(worker, isCompiled, hasErrors); end != End::Done) return end;
+    return worker.compile() ? End::Done : End::NotCompiled;
+}
+
+RecordJob::End RecordJob::afterBegin(RecordWorker& worker, bool isCompiled, bool hasErrors) {
+    const SCR::Interpreter& interpreter = worker.interpreter();
+    if (worker.isClosed()) return End::Closed;
+    if (worker.endsJob()) {
+        error_ = "ended by the script before the first record: " + worker.jobEnd();
+        return End::Unusable;
+    }
+    if (!isCompiled) {
+        if (!interpreter.wasStopped()) return End::NotCompiled;
+        if (stop_.isRaised()) return End::Interrupted;
+        error_ = "stopped before the first record";
+        return End::Stopped;
+    }
+    if (!interpreter.isValid()) {
+        error_ = "the script declared itself unusable before the first record";
+        return End::Unusable;
+    }
+    if (!hasErrors || options_.onError == OnError::Keep) return End::Done;
+    error_ = "BEGIN failed; stopped before the first record";
     return End::Stopped;
 }
 
-RecordJob::End RecordJob::check(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-                                const std::function<bool(SCR::Interpreter&)>& compile) {
+RecordJob::End RecordJob::check(SCR::Log& log, const Make& make, const Compile& compile) {
     if (!input_) {
         if (const End end = openInput(); end != End::Done) {
             input_.reset();
             return end;
         }
     }
-    const End end = addWorker(make, compile);
+    log_ = &log;
+    make_ = make;
+    compile_ = compile;
+    const End end = addWorker();
     workers_.clear();
     return end;
 }
 
-RecordJob::End RecordJob::run(SCR::Log& log,
-                              const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-                              const std::function<bool(SCR::Interpreter&)>& compile) {
+RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& compile) {
     if (const End end = openInput(); end != End::Done) return end;
     log_ = &log;
     make_ = make;
     compile_ = compile;
-    if (!pool_.start(options_.jobs)) return end_;
-    if (!output_.open(options_.output)) return fail(output_.error());
-    if (!options_.rejects.empty() && !rejects_.open(options_.rejects)) {
-        return fail(rejects_.error());
+    watcher_.emplace(stop_);
+    const bool isStarted = pool_.start(options_.jobs);
+    watcher_->allow(allowanceS);
+    End end = isStarted ? End::Done : end_;
+    if (end == End::Done && !output_.open(options_.output)) end = fail(output_);
+    if (end == End::Done && options_.output != "-" && !prints_.open("-")) end = fail(prints_);
+    if (end == End::Done && !options_.rejects.empty() && !rejects_.open(options_.rejects)) {
+        end = fail(rejects_);
     }
-    End end = process();
-    for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
-    if (end != End::Done) {
-        // The records counted as written are in place, and so are the rejects, unless the output is
-        // a file, which does not appear then.
-        const bool isLost = end == End::Failed || end == End::Closed;
-        if (!isLost && output_.isDirect() && !output_.flush()) end = fail(output_.error());
-        const bool isKept = output_.isDirect() || rejects_.isDirect();
-        if (isKept && rejects_.isOpen() && !rejects_.finish() && !isLost) {
-            end = fail(rejects_.error());
-        }
-    } else {
-        const bool areRejectsWritten = !rejects_.isOpen() || rejects_.flush();
-        if (areRejectsWritten && !output_.finish()) {
-            end = output_.isClosed() ? End::Closed : fail(output_.error());
-        } else if (!areRejectsWritten || (rejects_.isOpen() && !rejects_.finish())) {
-            end = fail(rejects_.error());
-        }
+    if (end == End::Done) {
+        end = process();
+        for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
+        end = finishScripts(end);
+        end = finishOutputs(end);
     }
-    for (const auto& worker : workers_) {
-        const bool isFinished = finish(worker->interpreter());
-        failures_.add(worker->interpreter().outputFailures());
-        if (isFinished || end != End::Done) continue;
-        error_ = "the function END was stopped";
-        end = End::Stopped;
+    if (!isStarted) {
+        // Scripts whose BEGIN went well may still run END.
+        watcher_->allow(stop_.isRaised() ? allowanceS : std::chrono::milliseconds(0));
     }
+    for (const auto& worker : workers_) worker->finish();
+    watcher_.reset();
     workers_.clear();
     return end;
 }
 
-bool RecordJob::finish(SCR::Interpreter& interpreter) {
-    // Who ended the job does not wait for what END waits for.
-    if (stop_.isRaised()) {
-        SCR::Limits limits = interpreter.limits();
-        constexpr std::int64_t mostMilliseconds = 5000;
-        const auto share = mostMilliseconds / static_cast<std::int64_t>(workers_.size());
-        limits.time = std::min(limits.time, share);
-        interpreter.limits(limits);
+RecordJob::End RecordJob::finishScripts(End end) {
+    // Records and prints come before the prints of END.
+    const bool isFlushed =
+        (!output_.isDirect() || output_.flush()) && (!prints_.isOpen() || prints_.flush());
+    if (!isFlushed && end == End::Done) end = fail(output_.errorNumber() != 0 ? output_ : prints_);
+    // Who ended the job waits only so long, and who ends it now not at all.
+    watcher_->allow(stop_.isRaised() ? allowanceS : std::chrono::milliseconds(0));
+    for (const auto& worker : workers_) {
+        const bool isFinished = worker->finish();
+        failures_.add(worker->interpreter().outputFailures());
+        if (end != End::Done) continue;
+        if (worker->isClosed()) {
+            end = End::Closed;
+        } else if (worker->endsJob()) {
+            error_ = "ended by the script in END: " + worker->jobEnd();
+            end = End::Unusable;
+        } else if (!isFinished) {
+            error_ = "the function END was stopped";
+            end = End::Stopped;
+        }
     }
-    stop_.interrupts(&interpreter);
-    const bool isFinished = interpreter.finish();
-    stop_.interrupts(nullptr);
-    return isFinished;
+    return end;
+}
+
+RecordJob::End RecordJob::finishOutputs(End end) {
+    if (options_.rejects.empty() || options_.rejectsFormat == RejectsFormat::Input) {
+        const std::int64_t more = counts_.rejected - static_cast<std::int64_t>(reported_);
+        if (more > 0) {
+            log_->log(std::to_string(more) + " more records were rejected", FND::Status::Error);
+        }
+    }
+    if (end != End::Done) {
+        // The records counted as written are in place, and so are the rejects, unless the output is
+        // a file, which does not appear then.
+        const bool isLost = end == End::Failed || end == End::TryAgain || end == End::Closed;
+        if (!isLost && output_.isDirect() && !output_.flush()) end = fail(output_);
+        const bool isKept = output_.isDirect() || rejects_.isDirect();
+        if (isKept && rejects_.isOpen() && !rejects_.finish() && !isLost) end = fail(rejects_);
+        return end;
+    }
+    const bool areRejectsWritten = !rejects_.isOpen() || rejects_.flush();
+    if (areRejectsWritten && !output_.finish()) return fail(output_);
+    if (!areRejectsWritten || (rejects_.isOpen() && !rejects_.finish())) return fail(rejects_);
+    return End::Done;
 }
 
 RecordWorker* RecordJob::makeWorker() {
-    end_ = addWorker(make_, compile_);
+    end_ = addWorker();
     return end_ == End::Done ? workers_.back().get() : nullptr;
 }
 
@@ -191,7 +261,9 @@ RecordJob::End RecordJob::process() {
 }
 
 RecordJob::End RecordJob::failToRead() {
-    if (inputError_ != EMSGSIZE) return fail(options_.input + ": " + std::strerror(inputError_));
+    if (inputError_ != EMSGSIZE) {
+        return fail(options_.input + ": " + std::strerror(inputError_), inputError_);
+    }
     error_ = options_.input + ":" + std::to_string(reader_->line()) + ": limit `record' of " +
              std::to_string(options_.maxRecord) + " passed";
     return End::Stopped;
@@ -236,26 +308,41 @@ bool RecordJob::deliver(Batch& batch) {
 
 bool RecordJob::flush() {
     if (!output_.flush()) {
-        end_ = output_.isClosed() ? End::Closed : fail(output_.error());
+        end_ = fail(output_);
+    } else if (prints_.isOpen() && !prints_.flush()) {
+        end_ = fail(prints_);
     } else if (rejects_.isDirect() && !rejects_.flush()) {
-        end_ = fail(rejects_.error());
+        end_ = fail(rejects_);
     }
     return end_ == End::Done;
 }
 
 RecordJob::End RecordJob::write(const Batch& batch) {
-    for (const std::string& report : batch.reports) log_->log(report, FND::Status::Error);
+    for (const std::string& report : batch.reports) {
+        if (reported_ == Batch::reportsCM) break;
+        log_->log(report, FND::Status::Error);
+        ++reported_;
+    }
     counts_.read += batch.counts.read;
     counts_.written += batch.counts.written;
     counts_.dropped += batch.counts.dropped;
     counts_.rejected += batch.counts.rejected;
-    if (!output_.write(batch.output)) {
-        return output_.isClosed() ? End::Closed : fail(output_.error());
-    }
-    if (rejects_.isOpen() && !rejects_.write(batch.rejects)) return fail(rejects_.error());
-    if (!batch.isCut) return End::Done;
+    reasons_.add(batch.reasons);
+    if (!output_.write(batch.output)) return fail(output_);
+    if (prints_.isOpen() && !prints_.write(batch.prints)) return fail(prints_);
+    if (rejects_.isOpen() && !rejects_.write(batch.rejects)) return fail(rejects_);
     error_ = batch.error;
-    return error_.empty() ? End::Interrupted : End::Stopped;
+    switch (batch.cut) {
+        case Batch::Cut::Interrupted:
+            return End::Interrupted;
+        case Batch::Cut::Failed:
+            return End::Stopped;
+        case Batch::Cut::Ended:
+            return End::Unusable;
+        case Batch::Cut::None:
+            break;
+    }
+    return End::Done;
 }
 
 }  // namespace Records

@@ -12,6 +12,7 @@
 #include "records/RecordReader.h"
 #include "records/RecordWorker.h"
 #include "records/StopSignal.h"
+#include "records/StopWatcher.h"
 #include "records/WorkerPool.h"
 #include "scr/Output.h"
 
@@ -22,11 +23,20 @@ class Log;
 
 namespace Records {
 
+/// How rejected records are written.
+enum class RejectsFormat {
+    Text,   ///< "FILE:LINE: REASON", a tabulator, the record
+    Input,  ///< the record alone, after the header if there is one
+    Json    ///< an object in a line: file, line, number, reason, field, value, record
+};
+
 /// What a job reads and writes.
 struct JobOptions {
-    std::string input = "-";           ///< A path, or "-" for standard input.
-    std::string output = "-";          ///< A path, or "-" for standard output.
-    std::string rejects;               ///< A path; empty: rejected records are only reported.
+    std::string input = "-";   ///< A path, or "-" for standard input.
+    std::string output = "-";  ///< A path, or "-" for standard output.
+    std::string rejects;       ///< A path; empty: rejected records are only reported.
+    RejectsFormat rejectsFormat = RejectsFormat::Text;
+    OnError onError = OnError::Reject;
     std::optional<std::string> where;  ///< A query; records for which it does not hold are dropped.
     std::optional<std::string> conditions;  ///< Their numbers are written instead of records.
     Layout layout;
@@ -46,25 +56,37 @@ struct JobOptions {
 class RecordJob : private BatchStream {
 public:
     static constexpr std::int64_t unknownEndCM = INT64_MAX;
-    enum class End { Done, BadInput, NotCompiled, Stopped, Interrupted, Closed, Failed };
+    enum class End {
+        Done,
+        BadInput,
+        NotCompiled,
+        Stopped,   ///< By a limit, or by the failure of a record or of BEGIN.
+        Unusable,  ///< The script ended the job, or declared itself unusable in BEGIN.
+        Interrupted,
+        Closed,  ///< Nobody reads the output any more.
+        Failed,
+        TryAgain  ///< Failed for want of something that the system may have later.
+    };
+    /// Makes an interpreter with the log given, which outlives it; null after a report.
+    using Make = std::function<std::unique_ptr<SCR::Interpreter>(SCR::Log& log)>;
+    using Compile = std::function<bool(SCR::Interpreter&)>;
 
     /// `stop` ends the job after the current record; not owned. The job raises it itself when it
     /// cannot go on.
     RecordJob(JobOptions options, StopSignal& stop);
     ~RecordJob() override;
 
-    /// Runs the job. `make` gives a fresh interpreter, or null after a report; `compile` compiles
-    /// the script with it. `error` tells the reason for an end other than Done and NotCompiled.
-    End run(SCR::Log& log, const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-            const std::function<bool(SCR::Interpreter&)>& compile);
+    /// Runs the job. `compile` compiles the script with an interpreter from `make`. Messages go to
+    /// `log`. `error` tells the reason for an end other than Done and NotCompiled.
+    End run(SCR::Log& log, const Make& make, const Compile& compile);
 
     /// Compiles with `compile`, in an interpreter from `make`, as `run` would, including the names
     /// of fields, and works on no record. May be called for several scripts; the header is read
     /// once.
-    End check(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-              const std::function<bool(SCR::Interpreter&)>& compile);
+    End check(SCR::Log& log, const Make& make, const Compile& compile);
 
     const Counts& counts() const { return counts_; }
+    const RejectCounts& reasons() const { return reasons_; }
     /// How much of the input, in bytes, the result depends on: up to the end of the last record
     /// worked on or passed over; `unknownEndCM` when all of it may matter.
     std::int64_t inputEnd() const { return inputEnd_; }
@@ -80,16 +102,20 @@ private:
     class Input;
     End openInput();
     End readHeader();
-    End addWorker(const std::function<std::unique_ptr<SCR::Interpreter>()>& make,
-                  const std::function<bool(SCR::Interpreter&)>& compile);
+    End addWorker();
+    // Whether BEGIN of the worker's script went well; it logged errors if `hasErrors`.
+    End afterBegin(RecordWorker& worker, bool isCompiled, bool hasErrors);
     End process();
-    // Lets it run the function END; false when that was stopped.
-    bool finish(SCR::Interpreter& interpreter);
+    // Lets the scripts run the function END; `end` is how the job ended before.
+    End finishScripts(End end);
+    // Completes the files, or keeps what was written when the job ended early.
+    End finishOutputs(End end);
     // Tells why the reader failed.
     End failToRead();
     // Writes the results of a batch.
     End write(const Batch& batch);
-    End fail(const std::string& error);
+    End fail(const std::string& error, int errorNumber = 0);
+    End fail(const RecordOutput& output);
 
     RecordWorker* makeWorker() override;
     bool fill(Batch& batch) override;
@@ -103,13 +129,17 @@ private:
     std::optional<RecordReader> reader_;
     FieldNames names_;
     SCR::Log* log_ = nullptr;
-    std::function<std::unique_ptr<SCR::Interpreter>()> make_;
-    std::function<bool(SCR::Interpreter&)> compile_;
+    Make make_;
+    Compile compile_;
     std::vector<std::unique_ptr<RecordWorker>> workers_;
+    std::optional<StopWatcher> watcher_;  // while the job runs
     WorkerPool pool_{*this};
     RecordOutput output_;
+    RecordOutput prints_;  // of scripts, unless they join the output
     RecordOutput rejects_;
     Counts counts_;
+    RejectCounts reasons_;
+    std::size_t reported_ = 0;    // rejections that were printed
     std::int64_t partBegin_ = 0;  // in bytes of the file
     std::int64_t partEnd_ = -1;   // -1: to the end
     std::int64_t inputEnd_ = 0;

@@ -57,6 +57,7 @@ RecordOutput::~RecordOutput() {
 }
 
 bool RecordOutput::fail() {
+    errorNumber_ = errno;
     isClosed_ = errno == EPIPE;
     error_ = (path_ == "-" ? std::string("standard output") : path_) + ": " + std::strerror(errno);
     return false;
@@ -76,6 +77,7 @@ bool RecordOutput::open(const std::string& path) {
         descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         return descriptor_ >= 0 || fail();
     }
+    removeLeftovers(target_);
     if (!openTemporary()) return fail();
     const mode_t mask = umask(0);
     umask(mask);

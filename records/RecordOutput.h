@@ -21,7 +21,7 @@ public:
     // The following give false on failure, with the reason in `error`.
 
     bool open(const std::string& path);
-    /// Removes temporary files of `path` whose writers are gone.
+    /// Removes temporary files of `path` whose writers are gone; `open` does the same.
     static void removeLeftovers(const std::string& path);
     /// The bytes of the next flush; append whole records.
     std::string& buffer() { return buffer_; }
@@ -38,6 +38,8 @@ public:
     /// Whether the last failure was that nobody reads the output any more.
     bool isClosed() const { return isClosed_; }
     const std::string& error() const { return error_; }
+    /// The errno of the last failure.
+    int errorNumber() const { return errorNumber_; }
 
 private:
     static constexpr std::size_t flushSizeCM = std::size_t{1} << 16;
@@ -52,6 +54,7 @@ private:
     std::string temporary_;  // empty when written directly
     std::string buffer_;
     std::string error_;
+    int errorNumber_ = 0;
     bool isClosed_ = false;
 };
 

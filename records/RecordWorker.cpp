@@ -1,5 +1,7 @@
 #include "records/RecordWorker.h"
 
+#include <cerrno>
+
 #include "records/RecordJob.h"
 #include "scr/ConditionList.h"
 #include "scr/Interpreter.h"
@@ -15,22 +17,38 @@ void reuse(std::string& text) {
     if (text.capacity() > 2 * maxOutputS) text.shrink_to_fit();
 }
 
+// Whether a query tells by itself which dates are valid.
+bool asksForDates(std::string_view query) {
+    return query.find("dateIsValid") != std::string_view::npos;
+}
+
 }  // namespace
+
+void RejectCounts::add(const std::string& kind, std::int64_t count) {
+    constexpr std::size_t most = 100;
+    const bool isKnown = counts_.size() < most || counts_.contains(kind);
+    counts_[isKnown ? kind : "other reasons"] += count;
+}
+
+void RejectCounts::add(const RejectCounts& others) {
+    for (const auto& [kind, count] : others.counts_) add(kind, count);
+}
 
 void Batch::clear() {
     reuse(text);
     items.clear();
     next = 0;
     clearOutput();
-    isCut = false;
+    cut = Cut::None;
     error.clear();
 }
 
 void Batch::clearOutput() {
     reuse(output);
+    reuse(prints);
     reuse(rejects);
     reports.clear();
-    reportSize = 0;
+    reasons.clear();
     counts = {};
 }
 
@@ -40,18 +58,37 @@ void Batch::add(std::string_view record, std::string_view lineEnd, std::int64_t 
     text += record;
 }
 
-RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
-                           const StopSignal& stop)
-    : options_(options), names_(names), stop_(stop), current_(options.layout, options.isJson) {}
-
-RecordWorker::~RecordWorker() {
-    current_.record.take({});
-    if (current_.json) current_.json->take("");
-    current_.original = {};
+bool RecordWorker::Prints::isTaken(bool isWritten) {
+    if (isWritten || errno != EPIPE) return isWritten;
+    isClosed = true;
+    worker_.interpreter_->interrupt();
+    return true;
 }
+
+bool RecordWorker::Prints::write(std::string_view text) {
+    if (batch == nullptr) return isTaken(SCR::standardOutput().write(text));
+    std::string& out = worker_.options_.output == "-" ? batch->output : batch->prints;
+    out += text;
+    if (out.size() > maxOutputS && !(*deliver)()) worker_.interpreter_->interrupt();
+    return true;
+}
+
+bool RecordWorker::Prints::flush(bool mayWait) {
+    return batch != nullptr || isTaken(SCR::standardOutput().flush(mayWait));
+}
+
+RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
+                           const StopSignal& stop, SCR::Log* log)
+    : options_(options),
+      names_(names),
+      stop_(stop),
+      current_(options.layout, options.isJson, options.onError, log) {}
+
+RecordWorker::~RecordWorker() { current_.leave(); }
 
 void RecordWorker::adopt(std::unique_ptr<SCR::Interpreter> interpreter) {
     interpreter_ = std::move(interpreter);
+    interpreter_->output(&prints_);
     addRecordFunctions(*interpreter_, current_, names_);
 }
 
@@ -62,76 +99,109 @@ bool RecordWorker::compile() {
     return conditions_->compile(*options_.conditions);
 }
 
-void RecordWorker::reject(const Batch::Item& item, std::string_view reason, Batch& batch) const {
+bool RecordWorker::finish() {
+    current_.leave();
+    return interpreter_ == nullptr || interpreter_->finish();
+}
+
+std::string RecordWorker::placeOf(const Batch::Item& item) const {
+    return options_.input + ":" + std::to_string(item.line) + ": ";
+}
+
+void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const {
     ++batch.counts.rejected;
-    const std::string place = options_.input + ":" + std::to_string(item.line) + ": ";
-    if (options_.rejects.empty()) {
-        batch.reports.push_back(place + std::string(reason));
-        batch.reportSize += batch.reports.back().size();
-        return;
+    batch.reasons.add(rejection.kind());
+    const std::string_view record = std::string_view(batch.text).substr(item.begin, item.size);
+    const bool areTold =
+        !options_.rejects.empty() && options_.rejectsFormat != RejectsFormat::Input;
+    if (!areTold && batch.reports.size() < Batch::reportsCM) {
+        batch.reports.push_back(placeOf(item) + rejection.text());
     }
+    if (options_.rejects.empty()) return;
     std::string& out = batch.rejects;
-    out += place;
-    for (const char c : reason) out += c == '\n' || c == '\t' ? ' ' : c;
-    out += '\t';
-    out.append(batch.text, item.begin, item.size);
+    switch (options_.rejectsFormat) {
+        case RejectsFormat::Text:
+            out += placeOf(item) + rejection.text() + '\t';
+            out += record;
+            break;
+        case RejectsFormat::Input:
+            out += record;
+            if (item.endSize == 2) out += '\r';
+            break;
+        case RejectsFormat::Json: {
+            const auto add = [&](const char* name, std::string_view text) {
+                out += name;
+                appendText(text, out);
+            };
+            add("{\"file\":", options_.input);
+            out += ",\"line\":" + std::to_string(item.line) +
+                   ",\"number\":" + std::to_string(current_.number);
+            add(",\"reason\":", rejection.reason);
+            if (!rejection.field.empty()) {
+                add(",\"field\":", rejection.field);
+                add(",\"value\":", rejection.value);
+            }
+            add(",\"record\":", record);
+            if (!isUtf8(record)) out += ",\"encoding\":\"latin1\"";
+            out += '}';
+            break;
+        }
+    }
     out += '\n';
 }
 
-bool RecordWorker::process(Batch& batch) {
+bool RecordWorker::process(Batch& batch, const std::function<bool()>& deliver) {
     // The parser may read a little beyond the end of a record.
     if (current_.json && batch.next == 0) batch.text.append(JsonRecord::paddingCM, ' ');
+    prints_.deliver = &deliver;
     while (batch.next < batch.items.size()) {
-        if (stop_.isRaised() || !run(batch.items[batch.next], batch)) {
-            batch.isCut = true;
-            break;
-        }
+        const Batch::Item& item = batch.items[batch.next];
+        prints_.batch = &batch;
+        const bool goesOn =
+            stop_.isRaised() ? cut(item, batch, Batch::Cut::Interrupted) : run(item, batch);
+        prints_.batch = nullptr;
+        current_.end();
+        if (!goesOn) break;
         ++batch.next;
         const bool isLarge =
-            batch.output.size() + batch.rejects.size() + batch.reportSize > maxOutputS;
+            batch.output.size() + batch.prints.size() + batch.rejects.size() > maxOutputS;
         if (isLarge && batch.next < batch.items.size()) return false;
     }
     return true;
 }
 
-bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
-    current_.number = batch.firstNumber + static_cast<std::int64_t>(batch.next);
-    ++batch.counts.read;
-    current_.original = std::string_view(batch.text).substr(item.begin, item.size);
-    const char* malformed = item.reason;
-    if (malformed == nullptr) {
-        if (current_.json) {
-            malformed = current_.json->take(current_.original);
-        } else {
-            current_.record.take(current_.original);
-        }
+bool RecordWorker::cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const {
+    batch.cut = cut;
+    if (cut == Batch::Cut::Failed) batch.error = placeOf(item) + current_.rejection().text();
+    if (cut == Batch::Cut::Ended) {
+        batch.error = placeOf(item) + "ended by the script: " + current_.jobEnd;
     }
-    if (malformed != nullptr) {
-        reject(item, malformed, batch);
-        return true;
-    }
-    current_.release();
-    current_.isDropped = current_.isRejected = false;
-    bool holds = true;
-    bool ran = !options_.where || interpreter_->evaluateQuery(holds);
-    if (ran && holds) ran = interpreter_->execute();
-    if (conditions_ && ran && holds && !interpreter_->wasStopped()) {
-        ran = conditions_->holding(holding_);
-    }
-    if (interpreter_->wasStopped()) {
-        batch.error = options_.input + ":" + std::to_string(item.line) + ": the script was stopped";
-        --batch.counts.read;
+    return false;
+}
+
+bool RecordWorker::evaluateQuery(bool& holds) {
+    current_.readsNoDate = false;
+    if (!interpreter_->evaluateQuery(holds)) return false;
+    if (!holds || !current_.readsNoDate || asksForDates(*options_.where)) return true;
+    // No date is later than every date. A query that would not hold if it were earlier only holds
+    // because of that.
+    current_.noDate = FND::DateTime::min();
+    const bool isEvaluated = interpreter_->evaluateQuery(holds);
+    current_.noDate = {};
+    return isEvaluated;
+}
+
+bool RecordWorker::execute(bool& holds) {
+    if (options_.where && !evaluateQuery(holds)) {
+        holds = false;
         return false;
     }
-    if (current_.isRejected || !ran) {
-        reject(item, current_.isRejected ? current_.reason : "the script failed", batch);
-        return true;
-    }
-    if (!holds || current_.isDropped) {
-        ++batch.counts.dropped;
-        return true;
-    }
-    std::string& out = batch.output;
+    if (!holds) return true;
+    if (!interpreter_->execute()) return false;
+    return !conditions_ || conditions_->holding(holding_);
+}
+
+void RecordWorker::write(const Batch::Item& item, std::string& out) {
     if (conditions_) {
         const char* separator = "";
         for (const std::int32_t index : holding_) {
@@ -148,7 +218,38 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         if (item.endSize == 2) out += '\r';
     }
     out += '\n';
-    ++batch.counts.written;
+}
+
+bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
+    const char* malformed =
+        current_.begin(batch.firstNumber + static_cast<std::int64_t>(batch.next),
+                       std::string_view(batch.text).substr(item.begin, item.size));
+    if (item.reason != nullptr) malformed = item.reason;
+    if (malformed != nullptr) {
+        ++batch.counts.read;
+        reject(item, {malformed, {}, {}}, batch);
+        return true;
+    }
+    bool holds = true;
+    const bool ran = execute(holds);
+    const bool wasStopped = interpreter_->wasStopped();
+    if (wasStopped && current_.endsJob) return cut(item, batch, Batch::Cut::Ended);
+    if (wasStopped && stop_.isRaised()) return cut(item, batch, Batch::Cut::Interrupted);
+    if (!wasStopped && !ran) current_.fail("the script failed");
+    if (current_.hasFailed() && options_.onError == OnError::Stop) {
+        return cut(item, batch, Batch::Cut::Failed);
+    }
+    ++batch.counts.read;
+    if (current_.isRejected()) {
+        reject(item, current_.rejection(), batch);
+    } else if (!ran && !holds) {
+        reject(item, {"the query failed", {}, {}}, batch);
+    } else if (!holds || current_.isDropped) {
+        ++batch.counts.dropped;
+    } else {
+        write(item, batch.output);
+        ++batch.counts.written;
+    }
     return true;
 }
 

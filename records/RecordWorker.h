@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -8,6 +10,7 @@
 
 #include "records/RecordExtension.h"
 #include "records/StopSignal.h"
+#include "scr/Output.h"
 
 namespace SCR {
 class ConditionList;
@@ -24,6 +27,19 @@ struct Counts {
     std::int64_t written = 0;
     std::int64_t dropped = 0;
     std::int64_t rejected = 0;
+};
+
+/// How many records were rejected for each reason, values left out. Beyond a hundred reasons the
+/// others count as one.
+class RejectCounts {
+public:
+    void add(const std::string& kind, std::int64_t count = 1);
+    void add(const RejectCounts& others);
+    void clear() { counts_.clear(); }
+    const std::map<std::string, std::int64_t>& all() const { return counts_; }
+
+private:
+    std::map<std::string, std::int64_t> counts_;
 };
 
 /// The distance in memory at which two threads do not slow each other down: a pair of cache lines,
@@ -58,40 +74,86 @@ struct alignas(threadDistanceS) Batch {
 
     std::size_t next = 0;  ///< The item to go on with.
     std::string output;
+    std::string prints;  ///< of the script, when they do not join the output
     std::string rejects;
-    std::vector<std::string> reports;  ///< rejections, when no file takes them
-    std::size_t reportSize = 0;        ///< of all of them, in bytes
+    /// The first rejections, when no file takes their reasons.
+    static constexpr std::size_t reportsCM = 20;
+    std::vector<std::string> reports;
+    RejectCounts reasons;
     Counts counts;
-    bool isCut = false;  ///< The last records were not executed,
-    std::string error;   ///< because the script was stopped here; empty: because the job was.
+
+    /// Why the last records were not executed.
+    enum class Cut {
+        None,         ///< They were.
+        Interrupted,  ///< The job was.
+        Failed,       ///< A record failed, which stops the job.
+        Ended         ///< The script wanted to end the job.
+    };
+    Cut cut = Cut::None;
+    std::string error;  ///< The reason, unless the job was interrupted.
 };
 
 /// An interpreter that executes a script for records. Used by one thread at a time.
 class alignas(threadDistanceS) RecordWorker {
 public:
-    /// `options`, `names` and `stop`, which ends the work after the current record, must outlive
-    /// the worker.
-    RecordWorker(const JobOptions& options, const FieldNames& names, const StopSignal& stop);
-    /// Runs the script's function END.
+    /// `options`, `names`, `stop`, which ends the work after the current record, and `log`, for
+    /// messages that are about no record, must outlive the worker.
+    RecordWorker(const JobOptions& options, const FieldNames& names, const StopSignal& stop,
+                 SCR::Log* log);
+    /// Runs the script's function END, unless `finish` did.
     ~RecordWorker();
 
+    /// The log for the interpreter that it adopts.
+    SCR::Log& log() { return current_; }
     /// Takes ownership of a fresh interpreter and adds the functions of records to it.
     void adopt(std::unique_ptr<SCR::Interpreter> interpreter);
     /// Compiles the query and the conditions of the options, after the script.
     bool compile();
     /// Executes the script for each record of the batch. False when the output is so large that it
-    /// must be delivered before the rest.
-    bool process(Batch& batch);
+    /// must be delivered before the rest. When that happens within a record, calls `deliver`, which
+    /// gives false when the job is over.
+    bool process(Batch& batch, const std::function<bool()>& deliver);
+    /// Runs the script's function END; false when it was stopped.
+    bool finish();
+
     SCR::Interpreter& interpreter() { return *interpreter_; }
+    /// Whether the script wants to end the job, and why.
+    bool endsJob() const { return current_.endsJob; }
+    const std::string& jobEnd() const { return current_.jobEnd; }
+    /// Whether nobody reads what the script prints any more.
+    bool isClosed() const { return prints_.isClosed; }
 
 private:
+    // Where the script prints: between the records that go to standard output, and in their order.
+    // A script whose prints nobody reads any more is stopped.
+    class Prints final : public SCR::Output {
+    public:
+        explicit Prints(RecordWorker& worker) : worker_(worker) {}
+        bool write(std::string_view text) override;
+        bool flush(bool mayWait) override;
+        Batch* batch = nullptr;  // being worked on
+        const std::function<bool()>* deliver = nullptr;
+        bool isClosed = false;
+
+    private:
+        bool isTaken(bool isWritten);
+        RecordWorker& worker_;
+    };
+
     bool run(const Batch::Item& item, Batch& batch);
-    void reject(const Batch::Item& item, std::string_view reason, Batch& batch) const;
+    // Executes the script for the current record, if the query holds. False when a script failed.
+    bool execute(bool& holds);
+    bool evaluateQuery(bool& holds);
+    bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const;
+    void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const;
+    void write(const Batch::Item& item, std::string& out);
+    std::string placeOf(const Batch::Item& item) const;
 
     const JobOptions& options_;
     const FieldNames& names_;
     const StopSignal& stop_;
     CurrentRecord current_;
+    Prints prints_{*this};
     std::unique_ptr<SCR::Interpreter> interpreter_;   // works on current_
     std::unique_ptr<SCR::ConditionList> conditions_;  // of the interpreter
     std::vector<std::int32_t> holding_;

@@ -8,8 +8,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "scr/Interpreter.h"
-
 namespace Records {
 
 StopSignal::StopSignal() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -21,7 +19,6 @@ StopSignal::~StopSignal() {
 void StopSignal::raise() noexcept {
     const int error = errno;
     isRaised_.store(true, std::memory_order_relaxed);
-    if (SCR::Interpreter* const running = running_.load()) running->interrupt();
     const std::uint64_t count = 1;
     // This fails only if the event was raised an enormous number of times.
     [[maybe_unused]] const ssize_t written = write(event_, &count, sizeof count);

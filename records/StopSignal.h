@@ -2,10 +2,6 @@
 
 #include <atomic>
 
-namespace SCR {
-class Interpreter;
-}  // namespace SCR
-
 namespace Records {
 
 /// The request to end a job, raised by any thread or a signal handler. It wakes a thread that waits
@@ -20,16 +16,12 @@ public:
     /// Safe in a signal handler.
     void raise() noexcept;
     bool isRaised() const noexcept { return isRaised_.load(std::memory_order_relaxed); }
-    /// From now on `raise` interrupts `running` as well, null for nothing. Not owned.
-    void interrupts(SCR::Interpreter* running) noexcept { running_.store(running); }
     /// Waits until `descriptor` can be read, which at its end is at once, or the signal is raised.
     void waitForInput(int descriptor) const noexcept;
 
 private:
     std::atomic<bool> isRaised_{false};
     static_assert(std::atomic<bool>::is_always_lock_free);
-    std::atomic<SCR::Interpreter*> running_{nullptr};
-    static_assert(std::atomic<SCR::Interpreter*>::is_always_lock_free);
     const int event_;  // readable when it is raised
 };
 

@@ -85,8 +85,9 @@ void WorkerPool::work(RecordWorker& worker) {
                 number = filled_++;
                 if (!stream_.fill(*batch)) isOver_ = true;
             }
-            while (!worker.process(*batch)) {
-                if (!deliverPart(number, *batch)) return;
+            const auto deliverFirst = [&] { return deliverPart(number, *batch); };
+            while (!worker.process(*batch, deliverFirst)) {
+                if (!deliverFirst()) return;
             }
             deliver(number, std::move(batch));
         }

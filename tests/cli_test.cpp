@@ -324,23 +324,50 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
     write("second.ks", "if (edrLong(f1) == 2) while (true) {}");
     write("end.ks", "function END { while (true) {} }");
     const std::string stopped = "ERROR: line 1: script stopped: limit `steps' of 1000 passed\n";
+    const std::string limit = "line 1: script stopped: limit `steps' of 1000 passed\n";
     const std::string counts = "kestrel: records: ";
     expect({
         {"query 'edrLong(a) > 1' --records - --header --stats", "a,b\n2,yy\n3,z\n",
          counts + "3 read, 2 written, 1 dropped, 0 rejected\n", 0, csv},
         {"query 'edrLong(a) > 1' --records - --format jsonl --jobs 2 --stats", "{\"a\": 2}\n",
-         "-:2: no JSON object\n" + counts + "3 read, 1 written, 1 dropped, 1 rejected\n", 1,
-         "{\"a\":1}\n[]\n{\"a\": 2}\n"},
+         "-:2: no JSON object\n" + counts +
+             "3 read, 1 written, 1 dropped, 1 rejected\nkestrel: rejected: 1 no JSON object\n",
+         1, "{\"a\":1}\n[]\n{\"a\": 2}\n"},
         {"conditions conditions --records - --header", "1\n0 1\n0\n", "", 0, csv},
         {"query 'edrLong(nosuch) > 1' --records - --header", "",
          "ERROR: line 1: unknown field `nosuch'\n", 3, csv},
         {"run loops.ks --records - --limit steps=1000", "",
          stopped + "kestrel: stopped before the first record\n", 4, csv},
         {"run loops.ks --limit steps=1000", "", "..." + stopped, 4},
-        {"run second.ks --records - --limit steps=1000 --jobs 2 --stats", "1\n",
-         stopped + "kestrel: -:2: the script was stopped\n" + counts +
-             "1 read, 1 written, 0 dropped, 0 rejected\n",
-         4, "1\n2\n3\n"},
+        {"run second.ks --records - --limit steps=1000 --jobs 2 --stats json", "1\n3\n",
+         "-:2: " + limit +
+             "{\"read\":3,\"written\":2,\"dropped\":0,\"rejected\":1,\"reasons\":{\"" +
+             limit.substr(0, limit.size() - 1) + "\":1}}\n",
+         1, "1\n2\n3\n"},
+        {"run second.ks --records - --limit steps=1000 --jobs 2 --stats --on-error stop", "1\n",
+         "kestrel: -:2: " + limit + counts + "1 read, 1 written, 0 dropped, 0 rejected\n", 4,
+         "1\n2\n3\n"},
+        {"run second.ks --records - --limit steps=1000 --on-error keep", "1\n2\n3\n", stopped, 0,
+         "1\n2\n3\n"},
+        {"run -e 'if (edrLong(f1) == 2) stopJob(\"why\");' --records -", "1\n",
+         "kestrel: -:2: ended by the script: why\n", 1, "1\n2\n3\n"},
+        {"run -e 'function BEGIN { scriptUsable(false); }' --records -", "",
+         "kestrel: the script declared itself unusable before the first record\n", 1, "1\n"},
+        {"run -e 'function BEGIN { strPad(\"\", \"\", -1, true); }' --records -", "",
+         "...kestrel: BEGIN failed; stopped before the first record\n", 4, "1\n"},
+        {"run -e 'edrLong(f1);' --records - --output /dev/null --rejects-format json "
+         "--rejects /dev/stdout",
+         "{\"file\":\"-\",\"line\":1,\"number\":1,\"reason\":\"no Long\",\"field\":\"f1\","
+         "\"value\":\"a\",\"record\":\"a,\xC3\xBF\",\"encoding\":\"latin1\"}\n",
+         "", 0, "a,\xFF\n1\n"},
+        {"run -e 'edrLong(a);' --records - --header --output /dev/null --rejects-format input "
+         "--rejects /dev/stdout",
+         "a,b\r\nx,2\r\n", "-:3: field a: no Long: 'x'\n", 0, "a,b\r\n1,1\r\nx,2\r\n"},
+        {"run -e 'edrLong(f1);' --records -", "", "...'a'\n5 more records were rejected\n", 1,
+         "a\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\n"},
+        // Prints keep their places.
+        {"run -e 'logStdout(\"p\" + edrString(f1) + \" \");' --records - --jobs 2", "p1 1\np2 2\n",
+         "", 0, "1\n2\n"},
         {"run end.ks --records - --limit steps=1000", "1\n2\n",
          stopped + "kestrel: the function END was stopped\n", 4, "1\n2\n"},
         {"run -e '' --records - --part 2/2", "2\n", "", 0, "1\n2\n"},
@@ -368,7 +395,7 @@ TEST_F(CliTest, WhatRecordsTakeCountsAsMemory) {
     };
     for (const auto& row : rows) {
         const std::string line = "run -e '" + row.script + "' --records -" + row.options +
-                                 " --output /dev/null --limit memory=";
+                                 " --output /dev/null --on-error stop --limit memory=";
         const Result stopped = kestrel(line + "800000", row.input);
         EXPECT_EQ(stopped.status, 4) << row.script;
         EXPECT_NE(stopped.messages.find("limit `memory' of "), std::string::npos) << row.script;

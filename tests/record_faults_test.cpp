@@ -106,7 +106,7 @@ protected:
     static RecordJob::End run(RecordJob& job, const std::string& script) {
         Harness::MemoryLog log;
         return job.run(
-            log, [&] { return std::make_unique<SCR::Interpreter>(&log); },
+            log, [](SCR::Log& to) { return std::make_unique<SCR::Interpreter>(&to); },
             [&](SCR::Interpreter& interpreter) { return interpreter.compile(script); });
     }
 
@@ -288,7 +288,12 @@ TEST_F(RecordFaults, SignalsEndAJobAfterARecord) {
             EXPECT_EQ(command.wait(), isKilled ? 128 + signal : 4);
             EXPECT_EQ(folder_.read("out"), "old\n");
             if (isKilled) {
-                for (const std::string& name : files()) fs::remove(path(name));
+                // The next job removes what is left.
+                EXPECT_EQ(files().size(), 2U);
+                Command next(folder_,
+                             {"run", "-e", "", "--records", "/dev/null", "--output", "out"});
+                EXPECT_EQ(next.wait(), 0);
+                EXPECT_EQ(files(), std::set<std::string>{"out"});
             } else {
                 EXPECT_EQ(files(), std::set<std::string>{"out"});
                 EXPECT_EQ(command.messages(),
@@ -323,6 +328,13 @@ TEST_F(RecordFaults, ASignalStopsAJobThatIsAtWork) {
 
 TEST_F(RecordFaults, ASignalStopsAnEndThatNobodyReads) {
     folder_.write("in", records(1));
+    for (const char* const script :
+         {"function BEGIN { while (true) {} }", "function END { while (true) {} }"}) {
+        Command command(folder_, {"run", "-e", script, "--records", "in"});
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        command.kill(SIGTERM);
+        EXPECT_EQ(command.wait(), 4);
+    }
     Command command(folder_, {"run", "-e", "function END { while (true) { logStdout(\"x\"); } }",
                               "--records", "in", "--output", "/dev/null"});
     EXPECT_EQ(command.output(2), "xx");
@@ -339,6 +351,12 @@ TEST_F(RecordFaults, NobodyReadsTheOutputAnyMore) {
         command.endOutput();
         EXPECT_EQ(command.wait(), 74);
         EXPECT_EQ(command.messages(), "");
+        Command prints(folder_, {"run", "-e", "logStdout(\"xxxxxxxx\");", "--records", "in",
+                                 "--jobs", jobs, "--output", "/dev/null"});
+        EXPECT_EQ(prints.output(2), "xx");
+        prints.endOutput();
+        EXPECT_EQ(prints.wait(), 74);
+        EXPECT_EQ(prints.messages(), "");
     }
     Command command(folder_, {"run", "-e", "while (true) { logStdout(\"x\"); }"});
     EXPECT_EQ(command.output(2), "xx");

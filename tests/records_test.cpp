@@ -89,7 +89,7 @@ Outcome run(Records::JobOptions options, const std::string& input, const std::st
     Harness::MemoryLog log;
     Records::RecordJob job(options, stop);
     const Records::RecordJob::End end = job.run(
-        log, [&] { return std::make_unique<SCR::Interpreter>(&log); },
+        log, [](SCR::Log& to) { return std::make_unique<SCR::Interpreter>(&to); },
         [&](SCR::Interpreter& interpreter) { return interpreter.compile(script); });
     std::string rejects = folder.read("rejects");
     for (std::size_t at; (at = rejects.find(options.input)) != std::string::npos;) {
@@ -124,12 +124,39 @@ TEST(Records, JobsAccountForEveryRecord) {
          {2, 1, 1, 0},
          "edrString(dest) == \"49\""},
         {"", "", "", "", {0, 0, 0, 0}},
+        // What does not read as the script asks; empty fields do.
+        {"edrLong(id) = edrLong(id) + 1; edrDecimal(cost) = edrDecimal(cost) * 2;",
+         "id,cost\n 7 ,1e-1\nabc,2\n,\n5.0,\"12,5\"\n+4e1,\n5.5,1\n9e99,1\n",
+         "id,cost\n8,0.2\n1,\n41,\n",
+         ":3: field id: no Long: 'abc'\tabc,2\n:5: field cost: no Decimal: '12,5'\t5.0,\"12,5\"\n"
+         ":7: field id: no Long: '5.5'\t5.5,1\n:8: field id: no Long: '9e99'\t9e99,1\n",
+         {7, 3, 0, 4}},
+        {"edrDate(t) = dateAdd(edrDate(t), 0, 0, 0, 1); edrDate(u) = edrDate(v);",
+         "t,u,v\n2026-03-01T10:00:00.123Z,,\n 2026-03-01 10:30 ,,\n2026-02-30,,\n,,\n,x,\n",
+         "t,u,v\n2026-03-01 11:00:00,,\n2026-03-01 11:30:00,,\n,,\n",
+         ":4: field t: no Date: '2026-02-30'\t2026-02-30,,\n"
+         ":6: field u: the invalid Date does not replace what it holds: 'x'\t,x,\n",
+         {5, 3, 0, 2}},
+        // A filter by a date that there is not.
+        {"",
+         "t,a\n,1\n2026-03-01,2\nx,3\n,4\n",
+         "t,a\n2026-03-01,2\n,4\n",
+         ":4: field t: no Date: 'x'\tx,3\n",
+         {4, 2, 1, 1},
+         "edrDate(t) > MIN_DATE or edrLong(a) == 4"},
+        {"", "t\n\n", "t\n\n", "", {1, 1, 0, 0}, "dateIsValid(edrDate(t)) == false"},
+        // Errors that functions log; the first counts.
+        {"String s = strPad(\"a\", \"b\", edrLong(a), true);",
+         "a\n1\n-1\n",
+         "a\n1\n",
+         ":3: strPad: length is negative '-1'\t-1\n",
+         {2, 1, 0, 1}},
         // Without a record there is no header: names are not known, and need not be.
         {"edrString(id) = \"\";", "", "", "", {0, 0, 0, 0}, "edrLong(id) > 1"},
         {"edrString(a_b) = \"x\";", "a-b,a_b\n1,2\n", "a-b,a_b\n1,x\n", "", {1, 1, 0, 0}},
-        {"edrDate(id) = edrDate(dest); edrDecimal(cost) = edrDecimal(dest);",
-         "\xEF\xBB\xBFid,dest,cost\n1,,2\n",
-         "id,dest,cost\n,,\n",
+        {"edrDate(cost) = edrDate(dest); edrDecimal(cost) = edrDecimal(dest);",
+         "\xEF\xBB\xBFid,dest,cost\n1,,\n",
+         "id,dest,cost\n1,,\n",
          "",
          {1, 1, 0, 0}},
         {"", "id\n1\n", "", "", {0, 0, 0, 0}, "", End::NotCompiled},
@@ -158,6 +185,7 @@ struct Changed {
 Changed changeJson(const std::string& text, const std::string& script) {
     Records::JobOptions options;
     options.isJson = options.layout.isWhole = true;
+    options.onError = Records::OnError::Keep;
     Outcome outcome = run(options, text + "\n", script);
     EXPECT_EQ(outcome.end, Records::RecordJob::End::Done) << outcome.log;
     if (!outcome.output.empty()) outcome.output.pop_back();
@@ -195,6 +223,8 @@ TEST(Records, JsonIsReadAndChangedInPlace) {
         {"edrLong(a.x) = 1;", "", text, "no object"},
         {"edrString(a) = \"\xFF\";", "", text, "no UTF-8"},
         {"edrLong(user_id);", "", text, "no Long: 'u'"},
+        {"edrString(a) = edrString(a.x.y);", "1.50", "\"\"", "leads through what is no object"},
+        {"if (edrString(b.e.g) == \"\") edrDecimal(b.e) = edrDecimal(z);", "", text, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.script);
@@ -251,12 +281,15 @@ TEST(Records, JsonNumbersAreReadHoweverTheyAreWritten) {
         {"-120.50E+1", "Long", "-1205", ""},
         {"-0.0e99999999999", "Long", "0", ""},
         {"922337203685477580.70e1", "Long", "9223372036854775807", ""},
-        {"9223372036854775808.0", "Long", "0", "a of record 1 is no Long"},
-        {"1e400", "Long", "0", "a of record 1 is no Long: '1e400'"},
-        {"5.5", "Long", "0", "a of record 1 is no Long: '5.5'"},
-        {"\"5.0\"", "Long", "0", "a of record 1 is no Long: '5.0'"},
-        {std::string(60, '9'), "Decimal", "null", "is no Decimal: '999"},
-        {"\"x\"", "Decimal", "null", ""},
+        {"9223372036854775808.0", "Long", "0", "record 1: field a: no Long"},
+        {"1e400", "Long", "0", "field a: no Long: '1e400'"},
+        {"5.5", "Long", "0", "field a: no Long: '5.5'"},
+        {"\" +5.0 \"", "Long", "5", ""},
+        {"12.5e-1", "Decimal", "1.25", ""},
+        {"1e-400", "Decimal", "0", ""},
+        {std::string(60, '9'), "Decimal", "7", "no Decimal: '999"},
+        {"\"x\"", "Decimal", "7", "no Decimal: 'x'"},
+        {"{\"c\":1}", "Long", "0", "no Long: '{"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.number + " " + row.type);

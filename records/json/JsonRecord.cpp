@@ -155,6 +155,19 @@ void appendQuoted(std::string_view text, std::string& out) {
     out += '"';
 }
 
+bool isUtf8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
+
+void appendText(std::string_view text, std::string& out) {
+    if (isUtf8(text)) return appendQuoted(text, out);
+    std::string characters;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x80) characters += static_cast<char>(0xC0 | byte >> 6);
+        characters += byte >= 0x80 ? static_cast<char>(0x80 | (byte & 0x3F)) : c;
+    }
+    appendQuoted(characters, out);
+}
+
 const std::size_t JsonRecord::paddingCM = simdjson::SIMDJSON_PADDING;
 
 // Checks a whole record in one pass and notes the places of its members.
@@ -476,8 +489,9 @@ JsonRecord::Place JsonRecord::locate(Path& path, std::span<const long> indices) 
 
 JsonRecord::Value JsonRecord::find(long path, std::span<const long> indices) {
     const Place place = locate(paths_[static_cast<std::size_t>(path)], indices);
-    if (!place.child.isFound || place.isBroken) return {};
     Value value;
+    value.isBroken = place.isBroken && text_[place.child.valueBegin] != 'n';
+    if (!place.child.isFound || place.isBroken) return value;
     const std::size_t begin = place.child.valueBegin;
     std::size_t size = place.child.valueEnd - begin;
     if (gapBegin_ > begin && gapBegin_ < place.child.valueEnd) {

@@ -17,6 +17,11 @@ namespace Records {
 /// Appends `text`, which is UTF-8, as a JSON string.
 void appendQuoted(std::string_view text, std::string& out);
 
+bool isUtf8(std::string_view text);
+/// Appends any `text` as a JSON string. If it is not UTF-8, each of its bytes is written as the
+/// character with its number.
+void appendText(std::string_view text, std::string& out);
+
 /// One record that is a JSON object. Its text is checked when it is taken. Values are located when
 /// they are asked for and changed in place, so that all other bytes stay the same. Of members of
 /// the same name the last one counts. One thread.
@@ -27,6 +32,8 @@ public:
     struct Value {
         Kind kind = Kind::Missing;
         std::string_view raw;  ///< Its bytes in the record; valid until the record changes.
+        /// The path leads through a value that is neither an object or array nor null.
+        bool isBroken = false;
     };
     /// The number of bytes that must be readable after each text taken.
     static const std::size_t paddingCM;

@@ -1,0 +1,116 @@
+#include "records/CurrentRecord.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "records/FieldText.h"
+#include "scr/message/Quote.h"
+
+namespace Records {
+namespace {
+
+constexpr std::size_t mostBytesS = 1000;  // of a value, and of a message
+
+}  // namespace
+
+std::string Rejection::kind() const {
+    if (!field.empty()) return "field " + field + ": " + reason;
+    // The values in messages stand between quotes.
+    const std::size_t open = reason.find('\'');
+    const std::size_t close = reason.rfind('\'');
+    if (open >= close || close == std::string::npos) return reason;
+    return reason.substr(0, open + 1) + "..." + reason.substr(close);
+}
+
+std::string Rejection::text() const {
+    FND::String line;
+    SCR::appendPrintable(line, field.empty() ? reason : kind());
+    if (!value.empty()) line += ": " + SCR::quotedValue(value);
+    return line;
+}
+
+CurrentRecord::CurrentRecord(const Layout& layout, bool isJson, OnError onError, SCR::Log* log)
+    : record(layout),
+      json(isJson ? std::make_unique<JsonRecord>() : nullptr),
+      onError_(onError),
+      log_(log) {}
+
+const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
+    number = ordinal;
+    original = text;
+    isDropped = isRejected_ = hasFailed_ = false;
+    const char* malformed = nullptr;
+    if (json) {
+        malformed = json->take(text);
+        json->charge().release();
+    } else {
+        record.take(text);
+        record.charge().release();
+    }
+    if (charge_.isLarge()) rejection_ = {};
+    charge_.release();
+    isOpen_ = true;
+    return malformed;
+}
+
+void CurrentRecord::leave() {
+    begin(number, "");
+    original = {};
+    end();
+}
+
+void CurrentRecord::fail(std::string_view reason, std::string_view field, std::string_view value) {
+    hasFailed_ = hasFailed_ || isOpen_;
+    if (isOpen_ && isRejected_) return;
+    Rejection rejection{std::string(reason.substr(0, mostBytesS)), std::string(field),
+                        std::string(value.substr(0, mostBytesS))};
+    if (isOpen_ && onError_ != OnError::Keep) {
+        isRejected_ = true;
+        rejection_ = std::move(rejection);
+    } else if (log_ != nullptr) {
+        const std::string place = isOpen_ ? "record " + std::to_string(number) + ": " : "";
+        log_->log(place + rejection.text(), FND::Status::Error);
+    }
+}
+
+void CurrentRecord::log(const FND::String& message, FND::Status::Severity severity) {
+    constexpr std::string_view mark = "ERROR: ";
+    if (isOpen_ && severity >= FND::Status::Error && onError_ != OnError::Keep) {
+        fail(std::string_view(message).substr(message.starts_with(mark) ? mark.size() : 0));
+    } else if (log_ != nullptr) {
+        log_->log(message, severity);
+    }
+}
+
+void CurrentRecord::reject(std::string_view reason) {
+    if (isRejected_) return;
+    charge_.grow(rejection_.reason, reason.size());
+    isRejected_ = true;
+    rejection_.reason = reason;
+    rejection_.field.clear();
+    rejection_.value.clear();
+}
+
+long CurrentRecord::asLong(const std::string& name, std::string_view value) {
+    if (value.empty()) return 0;
+    const std::optional<long> whole = readLong(value);
+    if (!whole) fail("no Long", name, value);
+    return whole.value_or(0);
+}
+
+FND::Decimal CurrentRecord::asDecimal(const std::string& name, std::string_view value) {
+    if (value.empty()) return FND::Decimal::invalid();
+    const FND::Decimal decimal = readDecimal(value);
+    if (!decimal.isValid()) fail("no Decimal", name, value);
+    return decimal;
+}
+
+FND::DateTime CurrentRecord::asDate(const std::string& name, std::string_view value) {
+    const FND::DateTime date = value.empty() ? FND::DateTime() : readDate(value);
+    if (date.isValid()) return date;
+    if (!value.empty()) fail("no Date", name, value);
+    readsNoDate = true;
+    return noDate;
+}
+
+}  // namespace Records
