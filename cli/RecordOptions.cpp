@@ -163,6 +163,14 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                         "Work with N threads, each with an interpreter and variables of its own")
             ->type_name("N")
             ->check(CLI::Range(1, 256)));
+    if (!isNeeded) {
+        add(command
+                .add_option("--jobs-state", jobsState_,
+                            "each: let each thread or part have variables of its own, although the "
+                            "script carries something from record to record")
+                ->type_name("each")
+                ->check(CLI::IsMember({"each"})));
+    }
     add(command
             .add_option("--part", part_, "Work on part I of N of the file, split between records")
             ->type_name("I/N")
@@ -244,6 +252,28 @@ ExitStatus RecordOptions::run(const ScriptOptions& options,
     if (!job) return ExitStatus::Usage;
     Manifest manifest;
     return runJob(std::move(*job), manifest, options, compile);
+}
+
+bool RecordOptions::mayShare(SCR::Interpreter& interpreter, const std::string& text,
+                             const std::string& file, bool& isRefused) const {
+    std::int64_t part = 1;
+    std::int64_t parts = 1;
+    if (!part_.empty()) readPart(part_, part, parts);
+    if (!jobsState_.empty() || (job_.jobs == 1 && parts == 1)) return true;
+    std::vector<SCR::Finding> findings;
+    if (!interpreter.check(text, findings)) return false;
+    for (const SCR::Finding& finding : findings) {
+        if (!finding.isState) continue;
+        report((finding.file.empty() ? file : finding.file) + ":" + std::to_string(finding.line) +
+               ": " + finding.text);
+        isRefused = true;
+    }
+    if (isRefused) {
+        report(std::string("each worker would have variables of its own: ") +
+               (parts == 1 ? "use --jobs 1" : "do without --part") +
+               ", or accept that by --jobs-state each");
+    }
+    return !isRefused;
 }
 
 std::vector<std::string> RecordOptions::given() const {

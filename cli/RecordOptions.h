@@ -45,6 +45,11 @@ public:
     /// why it refuses a script.
     ExitStatus run(const ScriptOptions& options,
                    const std::function<bool(SCR::Interpreter&)>& compile) const;
+    /// Whether several workers may execute the script `text`, from `file`, which `interpreter` is
+    /// about to compile: they must carry nothing from record to record unless the user accepts
+    /// that each has variables of its own. False after a report, also when it does not compile.
+    bool mayShare(SCR::Interpreter& interpreter, const std::string& text, const std::string& file,
+                  bool& isRefused) const;
     /// Whether the result goes into a directory.
     bool hasDirectory() const { return !directory_.empty(); }
     /// Runs the job and leaves its result with a manifest in the directory, unless it is already
@@ -69,6 +74,7 @@ private:
     std::string delimiter_;
     std::optional<std::string> fields_;
     std::string part_;
+    std::string jobsState_;
     std::string directory_;
     bool isGiven_ = false;
     std::string onError_ = "reject";

@@ -56,14 +56,26 @@ ExitStatus run(const RunOptions& options) {
                      : options.records.script(options.file, options.script.mostBytes());
     if (!text) return ExitStatus::Usage;
     if (options.records.isGiven()) {
+        bool isChecked = false;
+        bool isRefused = false;
         const auto compile = [&](SCR::Interpreter& interpreter) {
+            const std::string file = options.text ? "-e" : options.file;
+            if (!isChecked && !options.records.mayShare(interpreter, *text, file, isRefused)) {
+                return false;
+            }
+            isChecked = true;
             return interpreter.compile(*text);
         };
-        if (!options.records.hasDirectory()) return options.records.run(options.script, compile);
-        Manifest manifest;
-        manifest.script(options.script.expand(*text).value_or(*text));
-        manifest.options = options.script.given();
-        return options.records.runInDirectory(std::move(manifest), options.script, compile);
+        ExitStatus status = ExitStatus::Success;
+        if (options.records.hasDirectory()) {
+            Manifest manifest;
+            manifest.script(options.script.expand(*text).value_or(*text));
+            manifest.options = options.script.given();
+            status = options.records.runInDirectory(std::move(manifest), options.script, compile);
+        } else {
+            status = options.records.run(options.script, compile);
+        }
+        return isRefused ? ExitStatus::Usage : status;
     }
     StderrLog log;
     Printer printer;

@@ -128,6 +128,7 @@ RecordJob::End RecordJob::addWorker() {
     if (!interpreter) return End::BadInput;
     worker.adopt(std::move(interpreter));
     if (watcher_) watcher_->watch(worker.interpreter());
+    worker.interpreter().shareMutexes(workers_.front()->interpreter());
     const std::uint64_t errors = worker.interpreter().errorCount();
     const bool isCompiled = compile_(worker.interpreter());
     const bool hasErrors = isCompiled && worker.interpreter().errorCount() != errors;

@@ -294,7 +294,15 @@ bool Interpreter::compileQuery(const FND::String& text) {
 bool Interpreter::execute() {
     if (state_ == nullptr || !state_->isCompiled) return false;
     Function* const main = state_->symbols.mainFunction();
-    return enterRun(*this, [&] { return main->execute() == Node::goOn; });
+    const bool isDone = enterRun(*this, [&] { return main->execute() == Node::goOn; });
+    if (!isDone) [[unlikely]]
+        state_->mainExtension->mutexes().giveUp();
+    return isDone;
+}
+
+bool Interpreter::shareMutexes(const Interpreter& other) {
+    if (state_ == nullptr || other.state_ == nullptr) return false;
+    return state_->mainExtension->mutexes().share(other.state_->mainExtension->mutexes());
 }
 
 bool Interpreter::evaluateQuery(bool& value) {

@@ -168,6 +168,12 @@ public:
     /// that scripts wrote. Complete after `finish`.
     OutputFailures& outputFailures();
 
+    /// From now on a handle of a mutex stands for the same mutex here and in `other`, as for
+    /// scripts that several threads execute, each with an interpreter of its own. When a script is
+    /// stopped, it gives up the shared mutexes that it holds. False when a script has created one
+    /// here.
+    bool shareMutexes(const Interpreter& other);
+
     // Exceptions of a log are dropped, and so is their message.
 
     /// How many errors were logged so far.

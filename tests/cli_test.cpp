@@ -365,6 +365,19 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
          "a,b\r\nx,2\r\n", "-:3: field a: no Long: 'x'\n", 0, "a,b\r\n1,1\r\nx,2\r\n"},
         {"run -e 'edrLong(f1);' --records -", "", "...'a'\n5 more records were rejected\n", 1,
          "a\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\na\n"},
+        // State, which several workers would have each.
+        {"run -e 'Long n; n = n + 1; edrLong(f1) = n;' --records - --jobs 2", "",
+         "kestrel: -e:1: `n\' keeps what earlier executions left in it, assigned in line 1\n"
+         "kestrel: each worker would have variables of its own: use --jobs 1, or accept that by "
+         "--jobs-state each\n",
+         2, "1\n"},
+        {"run -e 'Long n; n = n + 1;' --records - --part 1/1", "1\n", "", 0, "1\n"},
+        {"run -e 'Long n; n = n + 1;' --records - --jobs 2 --jobs-state each", "1\n", "", 0, "1\n"},
+        // A mutex of all workers; the record that is stopped gives it up.
+        {"run -e 'Long m; function BEGIN { m = mutexCreate(); } mutexAcquire(m); "
+         "if (edrLong(f1) < 3) while (true) {} mutexRelease(m);' --records - --jobs 2 "
+         "--limit steps=1000 --rejects /dev/null",
+         "3\n4\n", "", 0, "1\n2\n3\n4\n"},
         // Prints keep their places.
         {"run -e 'logStdout(\"p\" + edrString(f1) + \" \");' --records - --jobs 2", "p1 1\np2 2\n",
          "", 0, "1\n2\n"},

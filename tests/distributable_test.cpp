@@ -65,6 +65,17 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         {"File f; String s; if (fileIsOpen(f)) s = \"\";\nfileOpen(f, \"x\", \"r\");",
          "1 f; 2 fileOpen"},
 
+        // Looking up an element makes it, which the container as a whole shows.
+        {"Long h{}; String k = \"x\"; Bool b =\nhashContains(h, k); Long n = h{k};", "2 h"},
+        {"Long h{}; String k = \"x\"; Long n = h{k};", ""},
+        {"Long h{}; String k = \"x\"; if (hashContains(h, k)) { Long n = h{k}; }", ""},
+        {"Long h{}; String k = \"x\"; if (\nhashContains(h, k)) amount = 1; else amount = h{k};",
+         "2 h"},
+        {"Long h{}; String k = \"x\"; if (\nhashContains(h, k)) { k = \"y\"; amount = h{k}; }",
+         "2 h"},
+        {"Long h{}; String k = \"x\"; if (\nhashContains(h, k) == false) amount = h{k};", "2 h"},
+        {"Long h{}; amount = h{\"a\"}; String k[]; function END {\nhashKeys(h, k); }", "2 END h"},
+
         // Branches.
         {"Long a; if (amount > 1) a = 1;\namount = a;", "2 a"},
         {"Long a; if (amount > 1) { a = 1; } else if (amount < 1) a = 2; else { a = 3; }\n"

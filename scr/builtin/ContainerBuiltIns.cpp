@@ -195,6 +195,7 @@ constexpr BuiltIn containerBuiltInsS[] = {
     {.number = 118,
      .signature = "Bool hashContains(Hash hash, String key)",
      .factory = keyNode<HashContains>,
+     .facts = {.asksForKey = true},
      .manual = "Whether the hash has the key, which reading or writing an element makes and this "
                "function does not. `key` is evaluated first.",
      .example = R"(Long h{}; h{"a"} = 1; hashContains(h, "a"))"},

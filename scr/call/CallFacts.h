@@ -23,6 +23,8 @@ struct CallFacts {
     /// Whether it is an operator that goes on the chain which its left operand is, as the "-" of
     /// `a + b - c` does: however long, such a chain is one level of nesting.
     bool isChained = false;
+    /// Whether it tells if its first argument, a container, has the second as a key.
+    bool asksForKey = false;
     /// Of what goes by the local zone: whether a call with the `count` topmost operands of the
     /// stack does. Null when every call does.
     bool (*goesByZone)(const ParserStack& stack, int count) = nullptr;

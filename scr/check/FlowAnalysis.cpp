@@ -1,6 +1,7 @@
 #include "scr/check/FlowAnalysis.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "scr/FctDescr.h"
@@ -54,7 +55,7 @@ void FlowAnalysis::access(const Node* node, const Variable* variable) {
     name_ = here();
     if (!names_.contains(variable)) return;  // a constant, a function, or a host's
     const bool isKnown = unit_->isDead || unit_->assigned.contains(variable);
-    operands_[node] = {variable, false, isKnown, name_};
+    operands_[node] = {variable, false, isKnown, name_, nullptr};
 }
 
 FlowAnalysis::Operand FlowAnalysis::take(const Node* node) {
@@ -66,9 +67,11 @@ FlowAnalysis::Operand FlowAnalysis::take(const Node* node) {
 }
 
 void FlowAnalysis::element(const Node* container, const Node* index) {
-    read(take(index));
+    const Operand key = take(index);
+    read(key);
     element_ = take(container);
-    read(element_);
+    look(element_);
+    element_.key = key.isElement || element_.isElement ? nullptr : key.variable;
     element_.isElement = true;
 }
 
@@ -82,8 +85,11 @@ void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int 
     const auto callee = functions_.find(&function);
     const bool isOwn = callee != functions_.end();
     std::vector<const Variable*> assigned;
+    asked_.reset();
+    Guard asked;
     for (int i = 0; i < count; ++i) {
         const Operand operand = take(stack.data(static_cast<std::size_t>(count - 1 - i)));
+        if (i < 2 && !operand.isElement) (i == 0 ? asked.container : asked.key) = operand.variable;
         if (operand.variable == nullptr) continue;
         const Change change = isOwn ? Change::None : changeOf(function, i);
         const bool isWhole = change == Change::Whole && !operand.isElement;
@@ -92,6 +98,9 @@ void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int 
         if (isWhole) assigned.push_back(operand.variable);
     }
     for (const Variable* variable : assigned) assign(variable);
+    if (function.facts().asksForKey && asked.container != nullptr && asked.key != nullptr) {
+        asked_ = asked;
+    }
     if (isOwn) {
         callFunction(*callee->second);
     } else {
@@ -127,23 +136,45 @@ void FlowAnalysis::callFunction(const Unit& callee) {
     if (&callee == unit_) return;  // the outer call covers everything
     unit_->callees.push_back(&callee);
     const std::size_t assigned = callee.result ? callee.result->size() : 0;
-    if (!mayStore(callee.needs.size() + callee.writes.size() + assigned)) return;
+    const std::size_t looked = callee.observes.size() + callee.grows.size();
+    if (!mayStore(callee.needs.size() + callee.writes.size() + looked + assigned)) return;
     for (const auto& [variable, place] : callee.needs) {
         if (!unit_->isDead && !unit_->assigned.contains(variable)) {
             unit_->needs.emplace(variable, place);
         }
     }
+    for (const auto& [variable, place] : callee.observes) {
+        if (!unit_->isDead && !unit_->assigned.contains(variable)) {
+            unit_->observes.emplace(variable, place);
+        }
+    }
     for (const auto& [variable, place] : callee.writes) write(variable, place);
+    for (const auto& [variable, place] : callee.grows) unit_->grows.emplace(variable, place);
     if (!callee.result) return;
     for (const Variable* variable : *callee.result) assign(variable);
 }
 
 void FlowAnalysis::read(const Operand& operand) {
-    if (operand.variable == nullptr || operand.isElement || operand.isKnown) return;
-    unit_->needs.emplace(operand.variable, operand.place);
+    if (operand.variable == nullptr) return;
+    if (operand.isElement) {
+        const Guard guard{operand.variable, operand.key};
+        const bool isThere = std::find(guards_.begin(), guards_.end(), guard) != guards_.end();
+        if (!isThere) unit_->grows.emplace(operand.variable, operand.place);
+    } else if (!operand.isKnown) {
+        unit_->needs.emplace(operand.variable, operand.place);
+        unit_->observes.emplace(operand.variable, operand.place);
+    }
+}
+
+void FlowAnalysis::look(const Operand& container) {
+    if (container.variable == nullptr || container.isElement || container.isKnown) return;
+    unit_->needs.emplace(container.variable, container.place);
 }
 
 void FlowAnalysis::write(const Variable* variable, const Place& place) {
+    std::erase_if(guards_, [&](const Guard& guard) {
+        return guard.container == variable || guard.key == variable;
+    });
     unit_->writes.emplace(variable, place);
 }
 
@@ -161,16 +192,20 @@ void FlowAnalysis::forget(std::size_t length) {
 void FlowAnalysis::complete() {
     for (const auto& [node, operand] : operands_) read(operand);
     operands_.clear();
+    asked_.reset();
     mark_ = unit_->trail.size();
 }
 
 void FlowAnalysis::open(bool hasWays) {
+    const std::optional<Guard> guard = hasWays ? asked_ : std::nullopt;
     complete();
     Structure structure;
     structure.hasWays = hasWays;
     structure.isOpen = hasWays;
     structure.wasDead = unit_->isDead;
     structure.base = unit_->trail.size();
+    structure.guards = guards_.size();
+    if (guard) guards_.push_back(*guard);
     structures_.push_back(std::move(structure));
 }
 
@@ -183,10 +218,15 @@ void FlowAnalysis::merge(std::optional<Variables>& common, std::size_t base) con
     common = std::move(way);
 }
 
+void FlowAnalysis::leaveGuards(const Structure& structure) {
+    if (guards_.size() > structure.guards) guards_.resize(structure.guards);
+}
+
 void FlowAnalysis::nextWay() {
     complete();
     Structure& structure = structures_.back();
     forget(structure.base);
+    leaveGuards(structure);
     mark_ = unit_->trail.size();
     unit_->isDead = structure.wasDead;
     structure.isOpen = true;
@@ -197,6 +237,7 @@ void FlowAnalysis::endWay() {
     Structure& structure = structures_.back();
     if (structure.isOpen && !unit_->isDead) merge(structure.common, structure.base);
     forget(structure.base);
+    leaveGuards(structure);
     mark_ = unit_->trail.size();
     unit_->isDead = structure.wasDead;
     structure.isOpen = false;
@@ -207,6 +248,7 @@ void FlowAnalysis::isExhaustive() { structures_.back().isExhaustive = true; }
 void FlowAnalysis::close() {
     complete();
     if (structures_.back().hasWays) endWay();
+    leaveGuards(structures_.back());
     const Structure structure = std::move(structures_.back());
     structures_.pop_back();
     if (!structure.hasWays || !structure.isExhaustive) return;
@@ -234,6 +276,7 @@ void FlowAnalysis::openFunction(const FctDescr* descriptor) {
     auto function = std::make_unique<Unit>();
     unit_ = function.get();
     byName_[descriptor->name()] = unit_;
+    guards_.clear();
     functions_[descriptor] = std::move(function);
     mark_ = 0;
 }
@@ -259,7 +302,12 @@ const FlowAnalysis::Unit* FlowAnalysis::function(const char* name) const {
 }
 
 std::vector<Finding> FlowAnalysis::findings() const {
-    std::vector<std::pair<Place, FND::String>> all;
+    struct Found {
+        Place place;
+        FND::String text;
+        bool isState;
+    };
+    std::vector<Found> all;
     const Unit* const end = function("END");
     std::unordered_set<const Unit*> reached;
     std::vector<const Unit*> open{&main_, function("BEGIN"), end};
@@ -268,32 +316,45 @@ std::vector<Finding> FlowAnalysis::findings() const {
         open.pop_back();
         if (unit == nullptr || !reached.insert(unit).second) continue;
         open.insert(open.end(), unit->callees.begin(), unit->callees.end());
-        for (const Effects& effects : unit->effects) all.emplace_back(effects.place, effects.text);
+        for (const Effects& effects : unit->effects) {
+            all.push_back({effects.place, effects.text, false});
+        }
     }
-    const auto carried = [&](const Places& needs, const char* before, const char* after) {
-        for (const auto& [variable, place] : needs) {
-            const auto writer = main_.writes.find(variable);
-            if (writer == main_.writes.end()) continue;
-            const Place& given = writer->second;
+    const auto carried = [&](const Unit& reader, const char* before, const char* after) {
+        const auto add = [&](const Variable* variable, const Place& place, const Place& given,
+                             const char* how) {
             FND::String where = "line " + std::to_string(given.line);
             if (given.file != place.file) {
                 where += given.file.empty() ? FND::String(" of the script") : " of " + given.file;
             }
-            all.emplace_back(place, before + ("`" + names_.at(variable)) + "'" + after + where);
+            all.push_back(
+                {place, before + ("`" + names_.at(variable)) + "'" + after + how + where, true});
+        };
+        for (const auto& [variable, place] : reader.needs) {
+            const auto writer = main_.writes.find(variable);
+            if (writer != main_.writes.end()) add(variable, place, writer->second, "assigned in ");
+        }
+        for (const auto& [variable, place] : reader.observes) {
+            const auto grower = main_.grows.find(variable);
+            if (grower == main_.grows.end() || main_.writes.contains(variable)) continue;
+            add(variable, place, grower->second, "where looking up an element makes it: ");
         }
     };
-    carried(main_.needs, "", " keeps what earlier executions left in it, assigned in ");
+    carried(main_, "", " keeps what earlier executions left in it, ");
     if (end != nullptr) {
-        carried(end->needs, "END reads ",
-                ", which holds what the executions of one interpreter left in it, assigned in ");
+        carried(*end, "END reads ",
+                ", which holds what the executions of one interpreter left in it, ");
     }
-    if (stored_ > maxStoredS) all.emplace_back(Place(), "too large to be followed");
-    std::sort(all.begin(), all.end(), [](const auto& a, const auto& b) {
-        return std::pair(a.first.order, a.second) < std::pair(b.first.order, b.second);
+    if (stored_ > maxStoredS) all.push_back({Place(), "too large to be followed", true});
+    std::sort(all.begin(), all.end(), [](const Found& a, const Found& b) {
+        return std::tie(a.place.order, a.text) < std::tie(b.place.order, b.text);
     });
     std::vector<Finding> findings;
     findings.reserve(all.size());
-    for (auto& [place, text] : all) findings.push_back({place.file, place.line, std::move(text)});
+    for (Found& found : all) {
+        findings.push_back(
+            {found.place.file, found.place.line, std::move(found.text), found.isState});
+    }
     return findings;
 }
 

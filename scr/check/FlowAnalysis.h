@@ -97,6 +97,12 @@ private:
         Place place;
         FND::String text;
     };
+    // That `container` has an element under the value of `key`, so that looking it up makes none.
+    struct Guard {
+        const Variable* container = nullptr;
+        const Variable* key = nullptr;
+        bool operator==(const Guard& other) const = default;
+    };
     // The statements at the top of a script, or those of a function.
     struct Unit {
         Variables assigned;                  // with certainty, so far
@@ -105,6 +111,8 @@ private:
         std::optional<Variables> result;     // assigned on all ways that returned
         Places needs;                        // read where they may not be assigned yet
         Places writes;                       // possibly changed
+        Places grows;     // containers whose elements are looked up, which makes missing ones
+        Places observes;  // of `needs` those that are read as a whole, which shows such elements
         std::vector<Effects> effects;
         std::vector<const Unit*> callees;
     };
@@ -114,6 +122,7 @@ private:
         bool isExhaustive = false;
         bool wasDead = false;
         std::size_t base = 0;             // length of the trail
+        std::size_t guards = 0;           // of guards_ before it
         std::optional<Variables> common;  // assigned by all ways that ended
     };
     // An operand that stands for a variable or an element of one, and has not been used yet.
@@ -122,9 +131,11 @@ private:
         bool isElement = false;
         bool isKnown = false;  // certainly assigned where it stands
         Place place;
+        const Variable* key = nullptr;  // of the element, if it is a variable
     };
 
     void open(bool hasWays);
+    void leaveGuards(const Structure& structure);
     void assign(const Variable* variable);
     // Undoes the assignments made since the trail had this length.
     void forget(std::size_t length);
@@ -132,6 +143,7 @@ private:
     // variable when there is none.
     Operand take(const Node* node);
     void read(const Operand& operand);
+    void look(const Operand& container);
     void write(const Variable* variable, const Place& place);
     void callFunction(const Unit& callee);
     void addEffects(const FctDescr& function, Effect effects, const Place& place);
@@ -147,7 +159,9 @@ private:
     Place name_;                // of the identifier read last
     std::vector<Place> calls_;  // the open ones
     std::vector<Structure> structures_;
-    std::size_t mark_ = 0;  // the length of the trail where the current expression begins
+    std::vector<Guard> guards_;   // that hold here
+    std::optional<Guard> asked_;  // what the expression tells, if its last call asks for a key
+    std::size_t mark_ = 0;        // the length of the trail where the current expression begins
     std::size_t forMark_ = 0;
     std::unordered_map<const FctDescr*, std::unique_ptr<Unit>> functions_;
     std::unordered_map<FND::String, const Unit*, KeyHash> byName_;

@@ -7,6 +7,31 @@
 
 namespace SCR {
 
+ScriptMutexes::Lock& ScriptMutexes::Locks::at(std::size_t handle) {
+    const std::lock_guard lock(guard);
+    while (locks.size() <= handle) locks.emplace_back();
+    return locks[handle];
+}
+
+bool ScriptMutexes::share(const ScriptMutexes& other) {
+    const std::lock_guard lock(instanceMutex_);
+    if (size_ != 0) return false;
+    locks_ = other.locks_;
+    return true;
+}
+
+void ScriptMutexes::giveUp() {
+    if (locks_.use_count() == 1) return;
+    for (Entry& entry : entries_) {
+        Lock& held = entry.lock;
+        {
+            const std::lock_guard lock(held.guard);
+            if (!held.isLocked || held.holder != this) continue;
+        }
+        unlock(held);
+    }
+}
+
 long ScriptMutexes::create() {
     const std::lock_guard lock(instanceMutex_);
     std::size_t handle = firstUnused_;
@@ -17,7 +42,7 @@ long ScriptMutexes::create() {
         // They outlive the script: as much memory again is left for later scripts.
         const BufferCharge left(heapBytes());
         chargeMemory(entryBytesCM);
-        entries_.emplace_back();
+        entries_.emplace_back(locks_->at(handle));
         ++size_;
     } else {
         entries_[handle].isUsed = true;
@@ -30,7 +55,7 @@ bool ScriptMutexes::destroy(long handle) {
     const std::lock_guard lock(instanceMutex_);
     Entry* const entry = find(handle);
     if (entry == nullptr) return false;
-    unlock(*entry);
+    unlock(entry->lock);
     entry->isUsed = false;
     firstUnused_ = std::min(firstUnused_, static_cast<std::size_t>(handle));
     return true;
@@ -40,21 +65,23 @@ bool ScriptMutexes::acquire(long handle, const std::function<void()>& ask) {
     constexpr std::chrono::milliseconds interval(50);
     Entry* const entry = find(handle);
     if (entry == nullptr) return false;
-    std::unique_lock lock(entry->guard);
-    while (!entry->unlocked.wait_for(lock, interval, [&] { return !entry->isLocked; })) {
+    Lock& wanted = entry->lock;
+    std::unique_lock lock(wanted.guard);
+    while (!wanted.unlocked.wait_for(lock, interval, [&] { return !wanted.isLocked; })) {
         if (!ask) continue;
         lock.unlock();
         ask();
         lock.lock();
     }
-    entry->isLocked = true;
+    wanted.isLocked = true;
+    wanted.holder = this;
     return true;
 }
 
 bool ScriptMutexes::release(long handle) {
     Entry* const entry = find(handle);
     if (entry == nullptr) return false;
-    unlock(*entry);
+    unlock(entry->lock);
     return true;
 }
 
@@ -64,12 +91,12 @@ ScriptMutexes::Entry* ScriptMutexes::find(long handle) {
     return entry.isUsed ? &entry : nullptr;
 }
 
-void ScriptMutexes::unlock(Entry& entry) {
+void ScriptMutexes::unlock(Lock& lock) {
     {
-        const std::lock_guard lock(entry.guard);
-        entry.isLocked = false;
+        const std::lock_guard guard(lock.guard);
+        lock.isLocked = false;
     }
-    entry.unlocked.notify_one();
+    lock.unlocked.notify_one();
 }
 
 }  // namespace SCR
