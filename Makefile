@@ -25,7 +25,9 @@ bench:
 
 docs: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
+	@cmake --build build --parallel $(JOBS) --target modules/all
 	@build/bin/kestrel functions --markdown > docs/builtins.md
+	@build/bin/kestrel functions --modules > docs/modules.md
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "scr/Module.h"
 #include "scr/builtin/BuiltIn.h"
 
 namespace Cli {
@@ -17,25 +18,44 @@ using SCR::Effect;
 /// A row as a script's author sees it: a function or an operator.
 class Entry {
 public:
-    explicit Entry(const BuiltIn& row) : row_(&row) {
-        const std::string_view text = row.signature;
+    explicit Entry(const BuiltIn& row)
+        : Entry(row.signature, row.effects, row.manual, row.example) {
+        sign_ = signOf(name_);
+    }
+    Entry(const SCR::ModuleTable& module, const SCR::ModuleFunction& row)
+        : Entry(row.signature, row.effects, row.manual, row.example) {
+        module_ = module.name;
+    }
+    Entry(std::string_view text, Effect effects, std::string_view manual, std::string_view example)
+        : row_{text, effects, manual, example} {
         const std::size_t space = text.find(' ');
         const std::size_t parenthesis = text.find('(', space);
         name_ = text.substr(space + 1, parenthesis - space - 1);
         result_ = text.substr(0, space);
         arguments_ = text.substr(parenthesis + 1, text.size() - parenthesis - 2);
-        sign_ = signOf(name_);
     }
 
-    const BuiltIn& row() const { return *row_; }
+    struct Row {
+        std::string_view signature;
+        Effect effects;
+        std::string_view manual;
+        std::string_view example;
+    };
+    const Row& row() const { return row_; }
     std::string_view name() const { return name_; }
+    /// The module that it belongs to; empty for a built-in.
+    std::string_view module() const { return module_; }
     bool isOperator() const { return !sign_.empty(); }
     /// The operator as scripts write it; empty for a function.
     std::string_view sign() const { return sign_; }
 
     /// "Type name(Type name, [Type name])", or for an operator "Type name + Type name -> Type".
     std::string signature() const {
-        if (!isOperator()) return std::string(row_->signature);
+        if (!module_.empty()) {
+            return std::string(result_) + " " + std::string(module_) + "::" + std::string(name_) +
+                   "(" + std::string(arguments_) + ")";
+        }
+        if (!isOperator()) return std::string(row_.signature);
         std::string text;
         const std::size_t comma = arguments_.find(", ");
         if (comma != std::string_view::npos) {
@@ -62,10 +82,12 @@ public:
                      {Effect::Sleep, "pauses"},
                      {Effect::StandardOutput, "writes to standard output"},
                      {Effect::Mutex, "uses mutexes"},
+                     {Effect::Random, "gives random values"},
+                     {Effect::Log, "writes messages"},
                      {Effect::LocalZone, "depends on the time zone"}};
         std::string joined;
         for (const auto& [effect, text] : texts) {
-            if (!has(row_->effects, effect)) continue;
+            if (!has(row_.effects, effect)) continue;
             joined.append(joined.empty() ? "" : ", ").append(text);
         }
         return joined;
@@ -80,7 +102,8 @@ private:
         return sign == std::string_view::npos ? std::string_view() : name.substr(sign);
     }
 
-    const BuiltIn* row_;  // the library's
+    Row row_;  // the library's texts
+    std::string_view module_;
     std::string_view name_;
     std::string_view result_;
     std::string_view arguments_;
@@ -141,6 +164,42 @@ void writeMarkdown(const Entry& entry) {
     write("\nExample:\n\n```\n" + std::string(entry.row().example) + "\n```\n\n");
 }
 
+/// Those of the modules, in the order of their tables.
+std::vector<Entry> moduleEntries() {
+    std::vector<Entry> all;
+    for (const SCR::ModuleTable* table : SCR::shippedModules()) {
+        for (const SCR::ModuleFunction& row : table->functions) all.emplace_back(*table, row);
+    }
+    return all;
+}
+
+void writeModules() {
+    write(
+        "<!-- Made by `kestrel functions --modules` from the tables of the modules; do not edit. "
+        "-->\n\n"
+        "# Modules\n\n"
+        "A script loads a module by `use NAME;` and calls its functions as `NAME::function`, or "
+        "by\n"
+        "their names alone where those are not taken. `Type[]` is an array and `Type{}` a hash. A\n"
+        "variable after `out` is set, a container after it filled anew; one after `change` is\n"
+        "changed. Arguments in brackets may be left out from the end. An example ends in a\n"
+        "condition that holds.\n\n"
+        "A function that refuses its arguments writes one error to the log, `name: what 'value'`, "
+        "and\ngives 0, false, the empty text, the null decimal or the invalid date, unless its "
+        "text says\nsomething else; what it would have changed stays as it is.\n\n");
+    for (const SCR::ModuleTable* table : SCR::shippedModules()) {
+        write("- [" + std::string(table->name) + "](#" + std::string(table->name) + ")\n");
+    }
+    for (const SCR::ModuleTable* table : SCR::shippedModules()) {
+        write("\n## " + std::string(table->name) + "\n\n");
+        writeWrapped(table->manual, "");
+        for (const SCR::ModuleFunction& row : table->functions) {
+            write("\n");
+            writeMarkdown(Entry(*table, row));
+        }
+    }
+}
+
 void writeManual(const std::vector<Entry>& all) {
     write(
         "<!-- Made by `kestrel functions --markdown` from the table of built-ins; do not edit. "
@@ -165,16 +224,23 @@ void writeManual(const std::vector<Entry>& all) {
 
 ExitStatus showFunctions(const std::string& name, bool isMarkdown) {
     std::vector<Entry> shown = entries();
+    if (!isMarkdown) {
+        for (const Entry& entry : moduleEntries()) shown.push_back(entry);
+    }
     if (!name.empty()) {
         std::erase_if(shown, [&](const Entry& entry) {
-            const bool isNamed = entry.name() == name || entry.sign() == name ||
+            const std::string module(entry.module());
+            const bool isOfModule =
+                !module.empty() &&
+                (module == name || module + "::" + std::string(entry.name()) == name);
+            const bool isNamed = isOfModule || entry.name() == name || entry.sign() == name ||
                                  (name == "AND" && entry.sign() == "and") ||
                                  (name == "OR" && entry.sign() == "or");
             return !isNamed;
         });
     }
     if (shown.empty()) {
-        report("no built-in function or operator '" + name +
+        report("no built-in function, operator or module '" + name +
                "'\nkestrel functions lists all of them.");
         return ExitStatus::Usage;
     }
@@ -195,22 +261,33 @@ void addFunctionsCommand(CLI::App& app, Action& action) {
     struct Options {
         std::string name;
         bool isMarkdown = false;
+        bool isModules = false;
     };
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        app.add_subcommand("functions", "Describe the built-in functions and operators");
+    CLI::App* command = app.add_subcommand(
+        "functions", "Describe the functions and operators, built in and of modules");
     CLI::Option* name =
         command
-            ->add_option("NAME", options->name, "A function, or an operator such as +; default all")
+            ->add_option("NAME", options->name,
+                         "A function, an operator such as +, or a module; default all")
             ->type_name("");
-    command->add_flag("--markdown", options->isMarkdown, "Write all of them as a Markdown document")
+    command
+        ->add_flag("--markdown", options->isMarkdown,
+                   "Write all built-in ones as a Markdown document")
+        ->excludes(name);
+    command->add_flag("--modules", options->isModules, "Write those of modules as one")
         ->excludes(name);
     command->footer(
         "Examples:\n"
         "  kestrel functions strSubstr\n"
+        "  kestrel functions text::split\n"
         "  kestrel functions '=='");
     command->callback([options, &action] {
-        action = [options] { return showFunctions(options->name, options->isMarkdown); };
+        action = [options] {
+            if (!options->isModules) return showFunctions(options->name, options->isMarkdown);
+            writeModules();
+            return ExitStatus::Success;
+        };
     });
 }
 

@@ -1,5 +1,6 @@
 #include "scr/Capabilities.h"
 
+#include <algorithm>
 #include <array>
 
 namespace SCR {
@@ -40,6 +41,11 @@ bool Capabilities::allow(const FND::String& text) {
     const std::size_t equals = text.find('=');
     const FND::String name = text.substr(0, equals);
     const bool isBelow = equals != FND::String::npos;
+    if (isBelow && name == "use") {
+        if (equals + 1 == text.size()) return false;
+        if (!use) libraries.push_back(text.substr(equals + 1));
+        return true;
+    }
     const bool isFiles = name == "files" || (isBelow && name == "files-ro");
     const bool isOfFiles = isFiles || name == "include";
     bool Capabilities::*const flag = isFiles ? &Capabilities::files : capabilityOfName(name);
@@ -59,6 +65,10 @@ bool Capabilities::allow(const FND::String& text) {
     }
     this->*flag = true;
     return true;
+}
+
+bool Capabilities::mayUse(const FND::String& name) const {
+    return use || std::find(libraries.begin(), libraries.end(), name) != libraries.end();
 }
 
 const char* Capabilities::lacking(Effect effects) const {

@@ -29,6 +29,10 @@ struct KESTREL_API Capabilities {
     bool sleep = true;    ///< Pausing.
     bool use = true;      ///< Loading extension libraries, which are native code.
     bool include = true;  ///< Include lines.
+    /// The extension libraries that may be loaded without `use`, by name. The modules that come
+    /// with this library need no leave: of their functions, those may be called whose effects are
+    /// allowed.
+    std::vector<FND::String> libraries;
     /// The directories below which `files` may be read and written, and those below which they may
     /// only be read; any file when both are empty. An operation on another file fails.
     std::vector<FND::String> fileDirectories;
@@ -43,9 +47,13 @@ struct KESTREL_API Capabilities {
     KESTREL_API bool isAll() const;
 
     /// Additionally allows what `text` names: "all", one of the flags by its name ("files",
-    /// "shell", ...), or "files=DIR", "files-ro=DIR" or "include=DIR" for a directory. False when
-    /// it names none of these. The order of the calls does not matter.
+    /// "shell", ...), or "files=DIR", "files-ro=DIR" or "include=DIR" for a directory, or
+    /// "use=NAME" for a library. False when it names none of these. The order of the calls does not
+    /// matter.
     KESTREL_API bool allow(const FND::String& text);
+
+    /// Whether the extension library `name` may be loaded from anywhere.
+    bool mayUse(const FND::String& name) const;
 
     /// The name of the first capability that a function with these effects lacks; null when it
     /// lacks none.

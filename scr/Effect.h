@@ -15,6 +15,8 @@ enum class Effect : unsigned {
     StandardOutput = 64,
     Mutex = 128,
     Position = 256,   ///< Tells the place of an execution among others.
+    Random = 1024,    ///< Gives another value each time.
+    Log = 2048,       ///< Writes messages to the host's log.
     LocalZone = 512,  ///< Depends on the local zone, at least with some arguments.
 };
 

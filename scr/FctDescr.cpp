@@ -9,6 +9,7 @@
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/value/ElementClass.h"
 
 namespace SCR {
 
@@ -84,6 +85,26 @@ void FctDescr::addRest(int typeWord) {
     restType_ = typeWord;
 }
 
+void FctDescr::container(int index, int elementType, Use use) {
+    const auto at = static_cast<std::size_t>(index);
+    if (containers_.size() <= at) containers_.resize(at + 1);
+    containers_[at] = {elementType, use};
+}
+
+int FctDescr::elementType(int index) const {
+    const auto at = static_cast<std::size_t>(index);
+    return at < containers_.size() ? containers_[at].elementType : 0;
+}
+
+FctDescr::Use FctDescr::use(int index) const {
+    const auto at = static_cast<std::size_t>(index);
+    return at < containers_.size() ? containers_[at].use : Use::Reads;
+}
+
+const FctDescr* FctDescr::variantFor(const ParserStack& /*stack*/, int /*count*/) const {
+    return this;
+}
+
 FND::String FctDescr::signature() const {
     FND::String text = Node::datatypeAsString(returnType_) + " " + name_ + "(";
     const auto addTypes = [&](int first, int end) {
@@ -128,8 +149,20 @@ inline bool FctDescr::convertArguments(ParserStack& stack, int count) const {
     return true;
 }
 
+bool FctDescr::checkElements(const ParserStack& stack, int count) const {
+    for (int i = 0; i < count && static_cast<std::size_t>(i) < containers_.size(); ++i) {
+        const int expected = elementType(i);
+        if (expected == 0) continue;
+        const Variable& element = prototypeOf(*stack.data(static_cast<std::size_t>(count - 1 - i)));
+        if (Node::baseType(element.dataType()) == expected && hasClassOfType(element)) continue;
+        return SCR_YaccError(Messages::wrongElements(Node::baseType(argType(i)), {expected},
+                                                     element.dataType(), i + 1, signature()));
+    }
+    return true;
+}
+
 OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
-    OperandTraits traits{mayRunScript_, 1};
+    OperandTraits traits{mayRunScript(), 1};
     if (facts().isChained) traits.operators = stack.traits(1).operators + 1;
     for (int i = 0; i < count; ++i) {
         const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
@@ -153,7 +186,10 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     if (maximum_ != anyNumber && maximum_ < count) {
         return SCR_YaccError(Messages::toManyArguments(signature()));
     }
-    if (isChecked && !convertArguments(stack, count)) return false;
+    const FctDescr* const bound = variantFor(stack, count);
+    if (bound == nullptr) return false;
+    if (isChecked && !(bound->convertArguments(stack, count) && bound->checkElements(stack, count)))
+        return false;
     const OperandTraits traits = traitsOfCall(stack, count);
     if (traits.depth > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
@@ -165,7 +201,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         stack.pushData(node, returnType_, traits);
         return true;
     }
-    return makeNode(interpreter, stack, count, traits);
+    return bound->makeNode(interpreter, stack, count, traits);
 }
 
 // Checks that a factory from outside this library keeps its contract.

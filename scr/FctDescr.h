@@ -62,10 +62,24 @@ public:
     /// The type word given to `addRest`, or 0.
     int restType() const { return restType_; }
 
+    /// What a call does to a container that is its argument.
+    enum class Use : unsigned char { Reads, Changes, Replaces };
+
+    /// Declares that argument `index`, 0-based, is an array or a hash whose elements are of the
+    /// type code `elementType`, and what a call does to it. Calls with other containers do not
+    /// compile. Without this a factory gets containers of any elements, and must look itself.
+    void container(int index, int elementType, Use use);
+    /// The type code of the elements that argument `index` must have; 0 when it may have any.
+    int elementType(int index) const;
+    Use use(int index) const;
+
     /// Whether a call may run script code or change variables or containers, whatever its arguments
     /// are. True by default, since nothing is known about a host's function.
-    bool mayRunScript() const { return mayRunScript_; }
+    bool mayRunScript() const { return mayRunScript_ || writesArguments_; }
     void mayRunScript(bool may) { mayRunScript_ = may; }
+
+    /// Whether a call writes variables or changes containers that are its arguments.
+    bool writesArguments() const { return writesArguments_; }
 
     /// Whether a call whose function fails, by throwing or by `Interpreter::fail`, logs an error
     /// and gives the null value of its type. If not, which is the default, the failure stops the
@@ -95,10 +109,24 @@ public:
 protected:
     FctDescr(const FctDescr&) = default;  // for `clone`
 
+    /// Notes that a call writes its arguments, if it does.
+    void writesArguments(bool writes) { writesArguments_ = writesArguments_ || writes; }
+
+    /// The descriptor that a call with the `count` topmost operands of `stack` goes to: another one
+    /// for a function that is written once for containers of several element types. It takes as
+    /// many arguments as this one. Null after a report.
+    virtual const FctDescr* variantFor(const ParserStack& stack, int count) const;
+
 private:
     friend std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn);
 
+    struct Container {
+        int elementType = 0;
+        Use use = Use::Reads;
+    };
+
     bool convertArguments(ParserStack& stack, int count) const;
+    bool checkElements(const ParserStack& stack, int count) const;
     OperandTraits traitsOfCall(const ParserStack& stack, int count) const;
     bool makeNode(Interpreter& interpreter, ParserStack& stack, int count,
                   OperandTraits traits) const;
@@ -109,8 +137,10 @@ private:
     int maximum_;
     std::vector<int> argTypes_;
     int restType_ = 0;
+    std::vector<Container> containers_;  // by argument; may be shorter than the arguments
     Factory factory_;
     bool mayRunScript_ = true;
+    bool writesArguments_ = false;
     bool nullOnFailure_ = false;
     Effect effects_ = Effect::None;
     const CallFacts* facts_ = nullptr;  // of a built-in, whose factory's nodes need no check

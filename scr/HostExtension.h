@@ -80,6 +80,8 @@ public:
     ///   `FND::Decimal`, `FND::DateTime`, `FND::Identifier`  Decimal, Date, Nexid
     ///   `long&`, `bool&`, `FND::String&`, ...  a variable that the callable reads and writes
     ///   `std::optional` of a value, at the end an argument that may be left out
+    ///   `SCR::ArrayView<T>`, `SCR::HashView<T>`  an array or a hash of elements `T`, which it
+    ///   reads `SCR::ArrayRef<T>`, `SCR::HashRef<T>`  the same, which it may change
     ///   `SCR::FieldAlias`                      the name of a field (of the field functions only)
     /// and the result's type, one of the values above or void, decides what it gets. A first
     /// parameter `SCR::Interpreter&` is the interpreter that runs the script. References and views
@@ -90,11 +92,22 @@ public:
     /// log says where and "name: what", variables keep their values, and `execute` gives false.
     /// Gives the descriptor, owned by the extension, or null when the name is refused. If scripts
     /// should go on after a failure of the function, set `nullOnFailure(true)`: the log then gets
-    /// "name: what", and the script gets the null value of the type. If the function neither runs
-    /// script code nor changes variables, set `mayRunScript(false)`: scripts then avoid copies of
-    /// strings next to its calls.
+    /// "name: what", and the script gets the null value of the type. If the function runs no script
+    /// code, set `mayRunScript(false)`: scripts then avoid copies of strings next to its calls. One
+    /// that writes variables or changes containers keeps true, whatever is set.
     template <class F>
     FctDescr* function(const FND::String& name, F&& callable);
+
+    /// Makes `name` a function over containers of any of the types `Elements`: `callable` is a
+    /// functor whose constant `operator()` is a template of the element type, such as
+    ///
+    ///     host->functionOver<long, FND::Decimal>("top", []<class T>(SCR::ArrayView<T> all) {
+    ///         return all.size() > 0 ? *std::max_element(all.begin(), all.end()) : T();
+    ///     });
+    /// A call takes the instance for the elements of its first container. All instances take the
+    /// same number of arguments.
+    template <class... Elements, class F>
+    FctDescr* functionOver(const FND::String& name, const F& callable);
 
     /// Makes `name` a function that may stand on the left of "=": `reader` as for `function`, and
     /// `writer`, which takes the reader's arguments and then the value, and gives void or whether
@@ -153,8 +166,9 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
         static_assert(Signature::parametersKnown,
                       "a parameter of a host function must be an integer, bool, std::string_view, "
                       "FND::String, FND::Decimal, FND::DateTime or FND::Identifier (by value or "
-                      "const reference), std::optional of one of them, SCR::FieldAlias, or as an "
-                      "out-parameter a reference to long, bool or one of the FND classes");
+                      "const reference), std::optional of one of them, SCR::FieldAlias, "
+                      "SCR::ArrayView, ArrayRef, HashView or HashRef of a type of elements, or as "
+                      "an out-parameter a reference to long, bool or one of the FND classes");
         static_assert(Signature::optionalsLast,
                       "std::optional parameters of a host function must be the last ones");
         static_assert(Signature::resultKnown,
@@ -168,6 +182,22 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
         }
     }
     return nullptr;
+}
+
+template <class... Elements, class F>
+FctDescr* HostExtension::functionOver(const FND::String& name, const F& callable) {
+    static_assert(sizeof...(Elements) > 0 && (Host::Element<Elements> && ...),
+                  "the elements of containers are long, bool, FND::String, FND::Decimal, "
+                  "FND::DateTime, FND::Identifier, SCR::Array or SCR::Hash");
+    static_assert((Host::SignatureOf<Host::Instance<F, Elements>>::Type::parametersKnown && ...) &&
+                      (Host::SignatureOf<Host::Instance<F, Elements>>::Type::resultKnown && ...),
+                  "parameters and result of a function over containers are those of any host "
+                  "function, and its first container has elements of the type of the template");
+    std::vector<Host::Description> all{Host::describe(
+        std::make_shared<Host::Instance<F, Elements>>(Host::Instance<F, Elements>{callable}))...};
+    Host::Description first = all.front();
+    first.variants = std::move(all);
+    return insert(name, std::move(first));
 }
 
 template <class R, class W>

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "scr/Interpreter.h"
+#include "scr/call/Binding.h"
 #include "scr/call/HostDescriptor.h"
 #include "scr/call/OperandSlot.h"
 #include "scr/message/Messages.h"
@@ -18,6 +19,7 @@
 #include "scr/run/RunControl.h"
 #include "scr/tree/ElementPath.h"
 #include "scr/value/ChargedText.h"
+#include "scr/value/ElementClass.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR::Host {
@@ -30,6 +32,7 @@ struct Kept {
                  FND::Identifier>
         value;
     ElementTrail trail;
+    Variable* container = nullptr;
 
     // The value, whose type is the same in every call of this operand.
     template <class Value>
@@ -72,6 +75,8 @@ public:
     virtual void* evaluate(OpenCall& call, std::size_t index) = 0;
     /// A null value of its type.
     virtual void* null() = 0;
+    /// Finds the container that it evaluated before anew, if script code may have run since.
+    virtual void locate(Kept& /*kept*/) {}
     /// Stores what the callable left in `kept`, if it is a variable.
     virtual void store(Kept& /*kept*/) {}
 };
@@ -89,6 +94,8 @@ public:
     bool isGiven(std::size_t index) const;
     void* evaluate(std::size_t index) noexcept;
     Kept& kept(std::size_t index);
+    void mustLocate() { mustLocate_ = true; }
+    void locate() noexcept;
 
     /// Lets the call fail for what `throwIt` throws; always false.
     template <class Throw>
@@ -123,8 +130,10 @@ template <class Type>
 class ValueOperand final : public Operand {
 public:
     /// `keeps`: a later operand may run script code that changes the value.
-    ValueOperand(std::unique_ptr<Node> node, bool keeps) : keeps_(keeps) {
+    /// `isChanged`: the callable may change the container that the value lies in.
+    ValueOperand(std::unique_ptr<Node> node, bool keeps, bool isChanged) {
         slot_.take(std::move(node));
+        keeps_ = keeps || (isChanged && slot_.storage == nullptr);
     }
 
     void* evaluate([[maybe_unused]] OpenCall& call, [[maybe_unused]] std::size_t index) override {
@@ -146,7 +155,43 @@ private:
 
     OperandSlot<Type> slot_;
     [[no_unique_address]] Room value_{};
-    const bool keeps_;
+    bool keeps_;
+};
+
+/// A container, which the callable gets by reference.
+template <class Container, class ContainerNode>
+class ContainerOperand final : public Operand {
+public:
+    /// `keeps`: a later operand may run script code that removes the container.
+    ContainerOperand(std::unique_ptr<Node> node, bool keeps) {
+        node_.reset(static_cast<ContainerNode*>(node.release()));
+        if (keeps) path_ = dynamic_cast<ElementPath<Container>*>(node_.get());
+    }
+
+    void* evaluate(OpenCall& call, std::size_t index) override {
+        Kept& kept = call.kept(index);
+        if (path_ != nullptr) [[unlikely]] {
+            kept.trail.clear();
+            path_->note(kept.trail);
+            call.mustLocate();
+        } else {
+            kept.container = node_->result();
+        }
+        return &kept.container;
+    }
+    void locate(Kept& kept) override {
+        if (path_ == nullptr) return;
+        kept.trail.rewind();
+        kept.container = path_->follow(kept.trail);
+    }
+    void* null() override {
+        static Variable* none = nullptr;
+        return &none;
+    }
+
+private:
+    std::unique_ptr<ContainerNode> node_;
+    ElementPath<Container>* path_ = nullptr;  // the node, when the container must be found again
 };
 
 /// A variable that the callable reads and writes.
@@ -214,14 +259,22 @@ public:
 
     const Description& description() const { return description_; }
     const FieldIds& fieldIds() const { return *ids_; }
+    /// The descriptor that the host has.
+    const FctDescr& whole() const { return *whole_; }
+    bool changesContainers() const { return changesContainers_; }
 
 private:
     HostDescriptor(const HostDescriptor&) = default;
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor);
+    const FctDescr* variantFor(const ParserStack& stack, int count) const override;
 
+    // Of a function over several types of elements; what the host sets holds for all of them.
+    std::vector<std::shared_ptr<HostDescriptor>> variants_;
+    const FctDescr* whole_ = this;
     const Description description_;
     const FieldIds* const ids_;
+    bool changesContainers_ = false;
 };
 
 // When `function` fails: logs why if it gives the null value then, otherwise stops the script.
@@ -249,6 +302,8 @@ void handleException(Interpreter& interpreter, const FctDescr& function) {
 // Call this after `function` has returned. False when it reported a failure and gives the null
 // value then. Stops the script when the script has to stop.
 bool hasReturned(Interpreter& interpreter, RunControl& control, const FctDescr& function) {
+    if (control.isStopPending()) [[unlikely]]
+        control.ask(nullptr);
     const bool hasFailed = control.hasFailed();
     if (hasFailed) [[unlikely]]
         handleFailure(interpreter, function, control.takeFailure());
@@ -284,11 +339,12 @@ public:
     bool pop(ParserStack& stack) {
         bool isPopped = true;
         bool keeps = false;
+        const bool isChanged = function_.changesContainers();
         for (auto index = static_cast<std::size_t>(stack.topNumParams()); index-- > 0;) {
             const bool mayRunScript = stack.traits().mayRunScript;
             const int type = function_.argType(static_cast<int>(index));
             std::unique_ptr<Node> node(stack.popData());
-            if (isPopped) operands_[index] = makeOperand(std::move(node), type, keeps);
+            if (isPopped) operands_[index] = makeOperand(std::move(node), type, keeps, isChanged);
             isPopped = operands_[index] != nullptr;
             keeps = keeps || mayRunScript;
             writes_ = writes_ || Node::isLeft(type);
@@ -314,16 +370,21 @@ private:
     friend class OpenCall;
 
     // Null after a report.
-    std::unique_ptr<Operand> makeOperand(std::unique_ptr<Node> node, int type, bool keeps) const {
+    std::unique_ptr<Operand> makeOperand(std::unique_ptr<Node> node, int type, bool keeps,
+                                         bool isChanged) const {
         if (type == TypeCode::EdrAlias) {
             long id = 0;
             if (!resolveField(function_.fieldIds(), FieldOperand::nameIn(*node), id))
                 return nullptr;
             return std::make_unique<FieldOperand>(std::move(node), id);
         }
+        if (type == TypeCode::Array)
+            return std::make_unique<ContainerOperand<Array, ArrayNode>>(std::move(node), keeps);
+        if (type == TypeCode::Hash)
+            return std::make_unique<ContainerOperand<Hash, HashNode>>(std::move(node), keeps);
         return withType(HostTypes(), type, [&]<class Type>(Type) -> std::unique_ptr<Operand> {
             if (Node::isLeft(type)) return std::make_unique<OutOperand<Type>>(std::move(node));
-            return std::make_unique<ValueOperand<Type>>(std::move(node), keeps);
+            return std::make_unique<ValueOperand<Type>>(std::move(node), keeps, isChanged);
         });
     }
 
@@ -337,10 +398,10 @@ private:
                 call.throwFailure();
         } catch (...) {
             if (!call.isCalling()) throw;  // by an operand
-            handleException(interpreter_, function_);
+            handleException(interpreter_, function_.whole());
             return nullptr;
         }
-        if (!hasReturned(interpreter_, control_, function_)) return nullptr;
+        if (!hasReturned(interpreter_, control_, function_.whole())) return nullptr;
         if (writes_ && given != nullptr) [[unlikely]]
             storeOutputs(call);
         return given;
@@ -399,6 +460,16 @@ Kept& OpenCall::kept(std::size_t index) {
     return kept_[index];
 }
 
+inline void OpenCall::locate() noexcept {
+    for (std::size_t i = 0; i < body_.operands_.size() && !hasFailed_; ++i) {
+        try {
+            if (body_.operands_[i]) body_.operands_[i]->locate(kept(i));
+        } catch (...) {
+            fail([] { throw; });
+        }
+    }
+}
+
 namespace {
 
 class VoidCall final : public VoidNode {
@@ -415,13 +486,33 @@ public:
     ValueCall(Interpreter& interpreter, const FctDescr& function) : body(interpreter, function) {}
     typename Type::Argument result() override {
         const void* const given = body.read(&room_);
+        if constexpr (std::is_same_v<typename Type::Value, FND::String>) {
+            if (room_.capacity() != charged_) [[unlikely]]
+                charge();
+        }
         return given != nullptr ? *static_cast<const typename Type::Value*>(given) : Type::null();
     }
 
     CallBody body;
 
 private:
+    // The text that the callable made stays here until the next call.
+    [[gnu::noinline]] void charge() {
+        const std::size_t before = charged_ > FND::String().capacity() ? charged_ : 0;
+        giveBuffer(before);
+        charged_ = FND::String().capacity();
+        if (room_.capacity() <= charged_) return;
+        try {
+            chargeBuffer(room_.capacity());
+        } catch (...) {
+            FND::String().swap(room_);
+            throw;
+        }
+        charged_ = room_.capacity();
+    }
+
     typename Type::Value room_{};
+    std::size_t charged_ = FND::String().capacity();
 };
 
 template <class Type>
@@ -459,6 +550,38 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
       ids_(&ids) {
     // A field runs no script code, unless its functions are given the interpreter.
     if (description_.write != nullptr) mayRunScript(description_.takesInterpreter);
+    for (int i = 0; i < maximum(); ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        changesContainers_ = changesContainers_ || description_.isChanged[at];
+        writesArguments(description_.isChanged[at] || Node::isLeft(description_.arguments[at]));
+        if (description_.elements[at] == 0) continue;
+        container(i, description_.elements[at],
+                  description_.isChanged[at] ? Use::Changes : Use::Reads);
+    }
+    for (const Description& variant : description_.variants) {
+        variants_.push_back(std::make_shared<HostDescriptor>(name, variant, ids));
+        variants_.back()->whole_ = this;
+    }
+}
+
+const FctDescr* HostDescriptor::variantFor(const ParserStack& stack, int count) const {
+    if (variants_.empty()) return this;
+    std::vector<int> known;
+    for (int i = 0; i < count; ++i) {
+        if (elementType(i) == 0) continue;
+        const auto fromTop = static_cast<std::size_t>(count - 1 - i);
+        const Node* const node = stack.data(fromTop);
+        // What is no container is refused as an argument of the first variant.
+        if (!hasClassOfType(*node, argType(i))) break;
+        const int type = Node::baseType(prototypeOf(*node).dataType());
+        for (const auto& variant : variants_) {
+            if (variant->elementType(i) == type) return variant.get();
+            known.push_back(variant->elementType(i));
+        }
+        SCR_YaccError(Messages::wrongElements(argType(i), known, type, i + 1, signature()));
+        return nullptr;
+    }
+    return variants_.front().get();
 }
 
 }  // namespace
@@ -467,6 +590,8 @@ std::unique_ptr<FctDescr> makeDescriptor(const FND::String& name, Description de
                                          const FieldIds& ids) {
     return std::make_unique<HostDescriptor>(name, std::move(description), ids);
 }
+
+void Call::locate() noexcept { static_cast<OpenCall&>(*this).locate(); }
 
 bool Call::isGiven(std::size_t index) const {
     return static_cast<const OpenCall&>(*this).isGiven(index);

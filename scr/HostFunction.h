@@ -8,6 +8,7 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
@@ -39,13 +40,16 @@ public:
     /// Evaluates argument `index` and gives where its value is: of a type that is passed by
     /// reference until the call has ended, of any other until the callable runs. That of a variable
     /// may be changed, and is stored when the callable has returned; that of a field's name is a
-    /// `FieldAlias`. Throws nothing: an exception is kept, and this and all later arguments give a
-    /// null value.
+    /// `FieldAlias`, and that of a container a pointer to it, which is complete when the callable
+    /// runs, and null if there is none. Throws nothing: an exception is kept, and this and all
+    /// later arguments give a null value.
     KESTREL_API void* evaluate(std::size_t index) noexcept;
 
     /// Call this when all arguments are evaluated, just before the callable. False when one of them
     /// could not be evaluated.
     bool begin() {
+        if (mustLocate_) [[unlikely]]
+            locate();
         isCalling_ = !hasFailed_;
         return isCalling_;
     }
@@ -56,12 +60,16 @@ public:
 private:
     friend class OpenCall;
 
+    // Finds the containers anew whose place script code may have changed since they were evaluated.
+    KESTREL_API void locate() noexcept;
+
     explicit Call(Interpreter& interpreter) : interpreter_(interpreter) {}
     ~Call() = default;
 
     Interpreter& interpreter_;
     bool hasFailed_ = false;
     bool isCalling_ = false;
+    bool mustLocate_ = false;
 };
 
 /// The value of argument `index`, of the value type `Type`, as it is held until the call: by
@@ -150,6 +158,31 @@ struct Argument<Parameter, Passing::Field> {
     }
     static bool fits(Call& /*call*/, Held /*value*/) { return true; }
     static FieldAlias pass(Held value) { return value; }
+};
+
+template <class Parameter>
+struct Argument<Parameter, Passing::Container> {
+    using View = std::remove_cvref_t<Parameter>;
+    using Facts = ContainerOf<View>;
+    struct Held {
+        Variable* const* container;
+        Interpreter* interpreter;
+    };
+    static constexpr int typeWord = Facts::typeCode;
+
+    static Held read(Call& call, std::size_t index) {
+        return {static_cast<Variable* const*>(call.evaluate(index)), &call.interpreter()};
+    }
+    static bool fits(Call& /*call*/, Held /*held*/) { return true; }
+    static View pass(Held held) {
+        auto* const container = static_cast<typename Facts::Container*>(*held.container);
+        if (container == nullptr) return View();
+        if constexpr (Facts::isChanged) {
+            return View(*container, held.interpreter);
+        } else {
+            return View(*container);
+        }
+    }
 };
 
 /// Calls `callable` with the arguments of `call` for `Parameters` and then `written` for the
@@ -256,8 +289,43 @@ struct Description {
     int minimum = 0;
     int maximum = 0;
     std::array<int, 9> arguments{};
+    std::array<int, 9> elements{};    ///< of arguments that are containers: the elements' type code
+    std::array<bool, 9> isChanged{};  ///< whether an argument is a container that is changed
     bool takesInterpreter = false;
+    /// Further ones of the same function, for other types of elements.
+    std::vector<Description> variants;
 };
+
+template <class Parameter>
+constexpr int elementTypeS = 0;
+template <class Parameter>
+requires Contained<std::remove_cvref_t<Parameter>>
+constexpr int elementTypeS<Parameter> = ContainerOf<std::remove_cvref_t<Parameter>>::elementType;
+
+template <class Parameter>
+constexpr bool isChangedS = false;
+template <class Parameter>
+requires Contained<std::remove_cvref_t<Parameter>>
+constexpr bool isChangedS<Parameter> = ContainerOf<std::remove_cvref_t<Parameter>>::isChanged;
+
+template <class... Parameters>
+void describeContainers(Description& made, List<Parameters...> /*parameters*/) {
+    made.elements = {elementTypeS<Parameters>...};
+    made.isChanged = {isChangedS<Parameters>...};
+}
+
+/// A function object for one type of elements, made from one for many.
+template <class F, class Element, class Member>
+struct InstanceFor;
+template <class F, class Element, class C, class R, class... P>
+struct InstanceFor<F, Element, R (C::*)(P...) const> {
+    F callable;
+    R operator()(P... arguments) const {
+        return callable.template operator()<Element>(std::forward<P>(arguments)...);
+    }
+};
+template <class F, class Element>
+using Instance = InstanceFor<F, Element, decltype(&F::template operator()<Element>)>;
 
 template <class... Parameters>
 constexpr std::array<int, 9> typeWords(List<Parameters...> /*parameters*/) {
@@ -277,6 +345,7 @@ Description describe(std::shared_ptr<F> callable) {
     made.minimum = Signature::minimum;
     made.maximum = Signature::maximum;
     made.arguments = typeWords(typename Signature::Parameters());
+    describeContainers(made, typename Signature::Parameters());
     made.takesInterpreter = Signature::takesInterpreter;
     return made;
 }

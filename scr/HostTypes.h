@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "scr/HostContainers.h"
 #include "scr/Types.h"
 
 namespace SCR {
@@ -81,7 +82,38 @@ template <class T>
 concept Stored = Known<T> && std::same_as<typename TypeOf<T>::Type::Value, T>;
 
 /// The role of a parameter of a host's function, as the script sees it.
-enum class Passing { Refused, Value, Out, Optional, Field };
+enum class Passing { Refused, Value, Out, Optional, Field, Container };
+
+/// What a view of a container stands for; none for other types.
+template <class T>
+struct ContainerOf {};
+template <Element T>
+struct ContainerOf<ArrayView<T>> {
+    using Container = Array;
+    static constexpr int typeCode = TypeCode::Array;
+    static constexpr int elementType = ElementOf<T>::typeCode;
+    static constexpr bool isChanged = false;
+};
+template <Element T>
+struct ContainerOf<ArrayRef<T>> : ContainerOf<ArrayView<T>> {
+    static constexpr bool isChanged = true;
+};
+template <Element T>
+struct ContainerOf<HashView<T>> {
+    using Container = Hash;
+    static constexpr int typeCode = TypeCode::Hash;
+    static constexpr int elementType = ElementOf<T>::typeCode;
+    static constexpr bool isChanged = false;
+};
+template <Element T>
+struct ContainerOf<HashRef<T>> : ContainerOf<HashView<T>> {
+    static constexpr bool isChanged = true;
+};
+
+template <class T>
+concept Contained = requires {
+    ContainerOf<T>::typeCode;
+};
 
 template <class Parameter>
 struct PassingOf {
@@ -91,6 +123,7 @@ struct PassingOf {
     static constexpr Passing value = std::is_rvalue_reference_v<Parameter> ? Passing::Refused
                                      : isMutableReference
                                          ? (Stored<Bare> ? Passing::Out : Passing::Refused)
+                                     : Contained<Bare>                ? Passing::Container
                                      : std::same_as<Bare, FieldAlias> ? Passing::Field
                                      : Known<Bare>                    ? Passing::Value
                                                                       : Passing::Refused;
@@ -129,7 +162,10 @@ struct Signature {
     using Result = ResultT;
     using Parameters = List<ParameterT...>;
     static constexpr bool parametersKnown = ((passingOfS<ParameterT> != Passing::Refused) && ...);
-    static constexpr bool writesArguments = ((passingOfS<ParameterT> == Passing::Out) || ...);
+    /// A field's functions take values only.
+    static constexpr bool writesArguments =
+        ((passingOfS<ParameterT> == Passing::Out || passingOfS<ParameterT> == Passing::Container) ||
+         ...);
     static constexpr int maximum = sizeof...(ParameterT);
     /// The number of arguments that every call gives.
     static constexpr int minimum = [] {

@@ -79,6 +79,7 @@ struct Interpreter::State {
     Analyses* analyses = nullptr;            // not owned
     PendingBuilds* pendingBuilds = nullptr;  // not owned
     std::vector<FND::String> includePath;
+    std::vector<FND::String> modulePath;
     std::shared_ptr<const FND::TimeZone> timeZone;  // null for the zone of the process
     Capabilities capabilities;
     std::shared_ptr<const FileAccess> files = FileAccess::any();  // granted by `capabilities`
@@ -382,6 +383,15 @@ void Interpreter::includePath(const std::vector<FND::String>& directories) {
         return true;
     });
 }
+
+void Interpreter::modulePath(const std::vector<FND::String>& directories) {
+    contain(*this, [&] {
+        if (state_ != nullptr) state_->modulePath = directories;
+        return true;
+    });
+}
+
+const std::vector<FND::String>& Interpreter::modulePath() const { return state_->modulePath; }
 
 const Capabilities& Interpreter::capabilities() const {
     static const Capabilities none;

@@ -122,6 +122,11 @@ public:
     /// Directories in which include files are looked for, before those of the environment.
     void includePath(const std::vector<FND::String>& directories);
 
+    /// Directories in which extension libraries are looked for, after those of the system's loader
+    /// and before those of the environment's KESTREL_MODULES.
+    void modulePath(const std::vector<FND::String>& directories);
+    KESTREL_HIDDEN const std::vector<FND::String>& modulePath() const;
+
     /// Sets the local zone of this interpreter's scripts, for all later executions: "UTC", a zone
     /// of the system's database, such as "Europe/Berlin", or a rule, such as
     /// "CET-1CEST,M3.5.0,M10.5.0/3"; "" for the zone of the process, which is the default. False,

@@ -1,4 +1,5 @@
-// Runs the language cases of cases/*.cases: scripts and what they must print.
+// Runs the cases of the language in cases/*.cases, and those of modules in their folders: scripts
+// and what they must print.
 //
 //     === the title of a case, unique in its file
 //     logStdout("a script, on as many lines as it takes\n");
@@ -170,7 +171,7 @@ int main(int argc, char** argv) {
     setenv("TZ", "UTC0", 1);
     SCR::Code::Hot::makeAfter(1);
     std::vector<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(fs::path(KESTREL_TEST_DATA) / "cases")) {
+    for (const auto& entry : fs::recursive_directory_iterator(KESTREL_CASES)) {
         if (entry.path().extension() == ".cases") files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());

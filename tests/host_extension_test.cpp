@@ -201,6 +201,91 @@ TEST(HostExtension, WrongCallsDoNotCompile) {
     }
 }
 
+// Functions over containers: read and changed in place, whatever else the call's arguments are.
+TEST(HostExtension, ContainersArePassedByReference) {
+    using SCR::ArrayRef;
+    using SCR::ArrayView;
+    Harness::MemoryLog log;
+    Interpreter interpreter(&log);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    host.function("split", [](std::string_view text, ArrayRef<FND::String> parts) {
+        parts.clear();
+        for (const char byte : text) parts.append(FND::String(40, byte));
+        return parts.size();
+    });
+    host.function("total", [](ArrayView<long> all) {
+        long sum = 0;
+        for (const long value : all) sum += value;
+        return sum;
+    });
+    host.functionOver<long, FND::Decimal, FND::String>(
+        "last", []<class T>(ArrayView<T> all) { return all[all.size() - 1]; });
+    host.functionOver<long, FND::String>("fill", []<class T>(ArrayRef<T> all, const T& value) {
+        for (unsigned long i = 0; i < all.size(); ++i) all.set(i, value);
+    });
+    host.function("append", [](ArrayView<long> from, ArrayRef<long> to) {
+        const unsigned long count = from.size();
+        for (unsigned long i = 0; i < count; ++i) to.append(from[i]);
+    });
+    host.function("count", [](SCR::HashRef<long> counts, const FND::String& key) {
+        if (long* const count = counts.at(key)) ++*count;
+        long sum = 0;
+        counts.forEach([&](const FND::String&, long value) { sum += value; });
+        return sum * 10 + static_cast<long>(counts.keys().size());
+    });
+    host.function("width", [](ArrayView<SCR::Array> rows, long row) {
+        return ArrayView<long>(rows[static_cast<unsigned long>(row)]).size();
+    });
+    host.function("grow", [](ArrayRef<long> all) { return all.resize(1UL << 40); });
+    host.function("flood", [](ArrayRef<FND::String> all) {
+        while (all.append(FND::String(1000, 'x'))) {
+        }
+    });
+    const FND::String start =
+        "Long a[]; String s[]; Decimal d[]; Long h{}; Long n[][]; a[2] = 3; a[9000] = 4; ";
+    const struct {
+        const char* script;
+        const char* log;
+    } rows[] = {
+        {"check(total(a) == 7 and last(a) == 4 and size(a) == 9001);", ""},
+        {"d[0] = 1.5; check(last(d) == 1.5); s[0] = \"b\"; check(last(s) == \"b\");", ""},
+        {"fill(s, \"c\"); fill(a, 1); check(total(a) == 9001);", ""},
+        // Arguments that lie in what is changed.
+        {"s[0] = \"a long text that has memory of its own\";"
+         "check(split(s[0], s) == 38 and strLength(s[37]) == 40);",
+         ""},
+        {"a[9000] = 0; append(a, a); check(size(a) == 18002 and total(a) == 6);", ""},
+        {"append(a, n[3]); check(total(n[3]) == 7 and width(n, 3) == 9001 and width(n, 9) == 0);",
+         ""},
+        {"function Long drop { arrayClear(n); return 0; } n[1][0] = 5; fill(n[1], drop());"
+         "check(size(n) == 2 and size(n[1]) == 0);",
+         ""},
+        {"append(a, n[-1]); check(total(n[-1]) == 0);", ""},
+        {"count(h, \"b\"); check(count(h, \"a\") == 22 and h{\"b\"} == 1);", ""},
+        {"check(grow(a) == false);", "array: no room for more elements\n"},
+        {"flood(s);", "ERROR: line 1: script stopped: limit `memory' of 3000000 passed\n"},
+        {"total(s);",
+         "ERROR: line 1: expected Array of Long not of String as argument 1 in "
+         "`Long total(Array)'\n"},
+        {"last(h);",
+         "ERROR: line 1: expected Array not Hash as argument 1 in `Long last(Array)'\n"},
+        {"last(n);",
+         "ERROR: line 1: expected Array of Long, Decimal or String not of Array as "
+         "argument 1 in `Long last(Array)'\n"},
+    };
+    host.function("check", [](bool isRight) {
+        if (!isRight) throw std::runtime_error("wrong");
+    });
+    SCR::Limits limits;
+    limits.memory = 3'000'000;
+    interpreter.limits(limits);
+    for (const auto& row : rows) {
+        log.text.clear();
+        if (interpreter.compile(start + row.script)) interpreter.execute();
+        EXPECT_EQ(log.text, row.log) << row.script;
+    }
+}
+
 TEST(HostExtension, CopiesOfFunctionsAreAsForbiddenAsTheyAre) {
     // Gives a copy of another one's value.
     struct Copies final : SCR::Extension {

@@ -73,7 +73,7 @@ TEST(UseTest, BadLibrariesFailTheCompile) {
         bytes[place] = byte;
         return bytes;
     };
-    writeLibrary("text", "this is no library\n");
+    writeLibrary("prose", "this is no library\n");
     writeLibrary("short", good.substr(0, 100));
     writeLibrary("foreign", patched(18, 40));  // a machine that is not this one
     fs::remove_all(librariesS / "libfolder.so");
@@ -92,7 +92,7 @@ TEST(UseTest, BadLibrariesFailTheCompile) {
         {"thrower", ": generator function failed: no licence\n"},
         {"number", ": generator function failed: unknown exception\n"},
         {"nameless", ": generator function failed: no name\n"},
-        {"text", "@/libtext.so: "},
+        {"prose", "@/libprose.so: "},
         {"short", "@/libshort.so: "},
         {"foreign", "libforeign.so: "},
         {"folder", "libfolder.so: "},
@@ -111,6 +111,43 @@ TEST(UseTest, BadLibrariesFailTheCompile) {
         EXPECT_TRUE(interpreter.execute());
     }
     EXPECT_EQ(Harness::run("use one; logStdout(longToStr(alive()));").output, "1");
+}
+
+// A file of the same name that is no extension does not hide one further on.
+TEST(UseTest, PlacesAreSearchedInTheirOrder) {
+    const fs::path more = librariesS / "more";
+    fs::remove_all(more);
+    fs::create_directory(more);
+    fs::create_symlink("../libone.so", more / "libfar.so");
+    Dl_info other{};
+    ASSERT_NE(dladdr(reinterpret_cast<const void*>(&std::fopen), &other), 0);
+    fs::remove(librariesS / "libfar.so");
+    fs::create_symlink(fs::absolute(other.dli_fname), librariesS / "libfar.so");
+    const struct {
+        bool inPath, inEnvironment;
+        const char* allowed;
+        std::string log;
+    } rows[] = {
+        {true, false, "all", ""},
+        {false, true, "all", ""},
+        {true, false, "use=far", ""},
+        {true, false, "use=near",
+         "ERROR: line 1: can not use far: extension libraries are not allowed\n"},
+        {false, false, "all", ": undefined symbol: far_KestrelExtension (not in "},
+    };
+    for (const auto& row : rows) {
+        setenv("KESTREL_MODULES", row.inEnvironment ? ("/x:" + more.string()).c_str() : "", 1);
+        const auto run = Harness::run(
+            "use far;", {1, [&](SCR::Interpreter& interpreter) {
+                             if (row.inPath) interpreter.modulePath({"/nowhere", more.string()});
+                             SCR::Capabilities capabilities = SCR::Capabilities::none();
+                             EXPECT_TRUE(capabilities.allow(row.allowed));
+                             EXPECT_TRUE(interpreter.capabilities(capabilities));
+                         }});
+        EXPECT_EQ(run.compiled, row.log.empty()) << run.log;
+        EXPECT_NE(run.log.find(row.log), std::string::npos) << run.log;
+    }
+    unsetenv("KESTREL_MODULES");
 }
 
 TEST(UseTest, AnExtensionThatFailsLaterFailsTheCompile) {

@@ -10,6 +10,8 @@ Change changeOf(const FctDescr& function, int index) {
     const CallFacts& facts = function.facts();
     if (index == facts.replaces) return Change::Whole;
     if (index == facts.changes) return Change::Part;
+    if (function.use(index) == FctDescr::Use::Replaces) return Change::Whole;
+    if (function.use(index) == FctDescr::Use::Changes) return Change::Part;
     const int type = function.argType(index);
     if (Node::isLeft(type)) return Change::Part;
     return Node::baseType(type) == TypeCode::File ? Change::Part : Change::None;

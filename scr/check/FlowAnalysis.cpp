@@ -30,6 +30,9 @@ const char* troubleOf(Effect effects) {
     if (has(effects, Effect::Environment)) return "reads what may differ between machines";
     if (has(effects, Effect::Clock))
         return "reads the clock, which differs in a repeated execution";
+    if (has(effects, Effect::Random))
+        return "gives random values, which differ in a repeated execution";
+    if (has(effects, Effect::Log)) return "writes messages, which a repeated execution does again";
     if (has(effects, Effect::Position)) return "depends on the place of the execution among others";
     if (has(effects, Effect::LocalZone)) {
         return "depends on the time zone, which may be another one elsewhere";

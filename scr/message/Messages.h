@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "fnd/String.h"
 #include "scr/Node.h"
 
@@ -76,6 +78,16 @@ inline Text toManyArguments(const Text& signature) {
 inline Text wrongArgument(int expected, int actual, int position, const Text& signature) {
     return expectedType(expected, actual) + " as argument " + std::to_string(position) + " in " +
            quoted(signature);
+}
+inline Text wrongElements(int container, const std::vector<int>& expected, int actual, int position,
+                          const Text& signature) {
+    Text text = "expected " + typeName(container) + " of ";
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        if (i > 0) text += i + 1 < expected.size() ? ", " : " or ";
+        text += typeName(expected[i]);
+    }
+    return text + " not of " + typeName(actual) + " as argument " + std::to_string(position) +
+           " in " + quoted(signature);
 }
 inline Text conversionFailed(int actual, int expected, const Text& signature) {
     return "conversion of " + typeName(actual) + " to " + typeName(expected) + " failed in " +

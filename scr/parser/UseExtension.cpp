@@ -1,5 +1,3 @@
-#include <dlfcn.h>
-
 #include <exception>
 #include <memory>
 #include <new>
@@ -9,21 +7,17 @@
 #include "scr/Version.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
+#include "scr/os/ModuleFiles.h"
 #include "scr/parser/Actions.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 
 namespace {
 
-using Generator = SCR::Extension* (*)();
+using SCR::ModuleFiles::Generator;
 
 bool reportUse(const FND::String& name, const FND::String& reason) {
     return SCR_YaccError(SCR::Messages::cannotUse(name, reason));
-}
-
-FND::String loaderError() {
-    const char* const text = dlerror();
-    return text != nullptr ? text : "unknown error";
 }
 
 // Calls the generator and stores the extension's name in `module`; null after a report.
@@ -51,29 +45,31 @@ std::unique_ptr<SCR::Extension> generate(const FND::String& name, Generator gene
 
 bool SCR_useExtension(std::string_view extensionName) {
     const FND::String name(extensionName);
-    if (!SCR::actInterpreterG->capabilities().use) {
-        return reportUse(name, SCR::Messages::forbiddenUse);
+    SCR::Interpreter& interpreter = *SCR::actInterpreterG;
+    // Without leave there are only the modules that come with this library: each of their functions
+    // says what it does, and what is not allowed is refused call by call.
+    const bool isAllowed = interpreter.capabilities().mayUse(name);
+    const SCR::ModuleFiles::Library library =
+        SCR::ModuleFiles::load(name, !isAllowed, interpreter.modulePath());
+    if (library.generator == nullptr) {
+        return reportUse(name, isAllowed ? library.reason : SCR::Messages::forbiddenUse);
     }
-    void* const library = dlopen(("lib" + name + ".so").c_str(), RTLD_NOW | RTLD_GLOBAL);
-    if (library == nullptr) return reportUse(name, loaderError());
-    // The library stays loaded as long as the process runs, even after a failure.
-    const auto generator =
-        reinterpret_cast<Generator>(dlsym(library, (name + "_KestrelExtension").c_str()));
-    if (generator == nullptr) return reportUse(name, loaderError());
-    const auto* const built =
-        static_cast<const int*>(dlsym(library, (name + "_KestrelVersion").c_str()));
-    if (built != nullptr && *built != KESTREL_VERSION_MAJOR) {
-        return reportUse(name, SCR::Messages::builtForVersion(*built, KESTREL_VERSION_MAJOR));
+    if (!isAllowed && library.table == nullptr) return reportUse(name, SCR::Messages::forbiddenUse);
+    if (library.version != nullptr && *library.version != KESTREL_VERSION_MAJOR) {
+        return reportUse(name,
+                         SCR::Messages::builtForVersion(*library.version, KESTREL_VERSION_MAJOR));
     }
     FND::String module;
-    std::unique_ptr<SCR::Extension> extension = generate(name, generator, module);
+    std::unique_ptr<SCR::Extension> extension = generate(name, library.generator, module);
     if (!extension) return false;
-    if (SCR::actInterpreterG->extension(module) != nullptr) {
+    if (interpreter.extension(module) != nullptr) {
         SCR_YaccError(SCR::Messages::duplicateExtension(name));
         return true;
     }
-    if (!SCR::actInterpreterG->insertExtension(extension.get())) return false;
-    SCR::tellAnalyses(*SCR::actInterpreterG, [&](auto& analysis) { analysis.usesLibrary(name); });
+    if (!interpreter.insertExtension(extension.get())) return false;
+    if (library.table == nullptr) {
+        SCR::tellAnalyses(interpreter, [&](auto& analysis) { analysis.usesLibrary(name); });
+    }
     extension.release();
     return true;
 }

@@ -69,6 +69,7 @@ inline void RunControl::startInterval() {
 inline void RunControl::begin() {
     ++runs_;
     wasStopped_ = false;
+    isStopPending_ = false;
     failure_.clear();
     stepsLeft_ = limits_.steps;
     startInterval();
@@ -187,6 +188,10 @@ inline void RunControl::count(const Node* place) {
 }
 
 void RunControl::ask(const Node* place) {
+    if (isStopPending_) [[unlikely]] {
+        isStopPending_ = false;
+        throw ScriptStopped();
+    }
     count(place);
     if (!failure_.empty()) [[unlikely]]
         stop(place, takeFailure());
@@ -206,7 +211,8 @@ void RunControl::askFor(std::size_t milliseconds) {
 }
 
 bool RunControl::mustStop() const {
-    return !failure_.empty() || state_.load(std::memory_order_relaxed) == State::Interrupted ||
+    return isStopPending_ || !failure_.empty() ||
+           state_.load(std::memory_order_relaxed) == State::Interrupted ||
            (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_);
 }
 

@@ -174,6 +174,13 @@ public:
     /// Forgets the message of `fail` and returns it; empty when there was none.
     FND::String takeFailure() { return std::exchange(failure_, {}); }
 
+    /// For code that must not throw, when `ScriptStopped` was thrown there: the script stops at the
+    /// next check, for the same reason.
+    void stopLater() { isStopPending_ = true; }
+    bool isStopPending() const { return isStopPending_; }
+    /// True at the first call of each run.
+    bool isFirstShortage() { return std::exchange(shortageRun_, runs_) != runs_; }
+
     /// For tests: lets the question number `question`, 0-based and counted from now on, stop the
     /// script. Each look at the clock, at an interruption or at the memory taken is a question, and
     /// each report of a turn, of work or of bytes causes a look. A negative number ends that.
@@ -230,7 +237,9 @@ private:
     FND::String failure_;       // the message of `fail`
     std::exception_ptr failureInCode_;
     bool wasStopped_ = false;
+    bool isStopPending_ = false;
     std::uint64_t runs_ = 0;
+    std::uint64_t shortageRun_ = 0;  // the last run in which a container had no room
     std::int64_t questions_ = 0;
     std::int64_t stopsAt_ = -1;  // the question that stops the script; negative for none
     std::atomic<State> state_{State::Idle};

@@ -242,6 +242,12 @@ bool hasClassOfType(const Variable& variable) {
                     [&]<class Type>(Type) { return isA<typename Type::Variable>(variable); });
 }
 
+const Variable& prototypeOf(const Node& node) {
+    const auto* const array = dynamic_cast<const ArrayNode*>(&node);
+    return array != nullptr ? *array->defaultValue()
+                            : *static_cast<const HashNode&>(node).defaultValue();
+}
+
 bool holdsStrings(const ArrayNode& array) { return isA<StringVariable>(*array.defaultValue()); }
 
 }  // namespace SCR

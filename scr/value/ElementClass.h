@@ -44,6 +44,9 @@ struct ElementClass {
 /// class: a host may have made a class of its own, or changed the type word.
 bool hasClassOfType(const Variable& variable);
 
+/// The variable that the elements of a container are like; `node` is an `ArrayNode` or `HashNode`.
+const Variable& prototypeOf(const Node& node);
+
 /// Whether the elements of `array` are Strings of this library.
 bool holdsStrings(const ArrayNode& array);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -8,6 +9,9 @@
 
 #include "scr/Array.h"
 #include "scr/Hash.h"
+#include "scr/HostContainers.h"
+#include "scr/value/ElementClass.h"
+#include "scr/value/KeyHash.h"
 #include "scr/value/LargeText.h"
 #include "scr/value/Slots.h"
 
@@ -46,6 +50,35 @@ struct ArrayElements {
         return element != nullptr ? &element->value() : nullptr;
     }
 
+    /// The values of the elements from `index` on, which the array has, that lie in one chunk;
+    /// where that was not used yet, they are all `*unused`.
+    template <class V, class Value>
+    static Host::Run<const Value> run(const Array& array, unsigned long index,
+                                      const Value* unused) {
+        const std::size_t chunk = Slots::chunkOf(index);
+        const unsigned long end = std::min(array.size_, Slots::firstOf(chunk + 1));
+        if (!Slots::exists(array.chunks_, chunk)) return {unused, 0, end - index};
+        if constexpr (mayKeepValuesCM<V>) {
+            if (array.keepsValues_) {
+                return {in<Value>(Slots::find(array.chunks_, index, sizeof(Value))), sizeof(Value),
+                        end - index};
+            }
+        }
+        V* const first = in<V>(Slots::find(array.chunks_, index, sizeof(V)));
+        if constexpr (std::is_same_v<V, Value>) {
+            return {first, sizeof(V), end - index};
+        } else {
+            return {&first->value(), sizeof(V), end - index};
+        }
+    }
+    /// The same of elements whose chunk was used, to be changed.
+    template <class V, class Value>
+    static Host::Run<Value> change(Array& array, unsigned long index) {
+        const Value* const any = nullptr;
+        const auto found = run<V, Value>(array, index, any);
+        return {const_cast<Value*>(found.first), found.stride, found.count};
+    }
+
 private:
     template <class V>
     static constexpr bool mayKeepValuesCM =
@@ -66,6 +99,18 @@ struct HashElements {
         std::byte* const slot = look(hash, key, code, elementOffsetCM + sizeof(V)).slot;
         if (slot == nullptr) return nullptr;
         return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
+    }
+
+    /// The first entry from slot `position` on, which then is the slot after it: gives its key and
+    /// stores its element; null when there is none.
+    static const FND::String* next(const Hash& hash, std::size_t& position, Variable*& element) {
+        while (position < hash.usedSlots_) {
+            std::byte* const slot = Slots::find(hash.chunks_, position++, hash.slotSize());
+            if (slot == nullptr || !markOf(slot).isLive) continue;
+            element = hash.elementClass_->element(slot + elementOffsetCM);
+            return &keyIn(slot);
+        }
+        return nullptr;
     }
 
 private:

@@ -68,6 +68,7 @@ extern "C" {
 KESTREL_API SCR::Extension* one_KestrelExtension() { return make("one", 1).release(); }
 KESTREL_API SCR::Extension* later_KestrelExtension() { return make("later", 6).release(); }
 KESTREL_API SCR::Extension* two_KestrelExtension() { return make("two", 2).release(); }
+KESTREL_API SCR::Extension* far_KestrelExtension() { return make("far", 7).release(); }
 KESTREL_API SCR::Extension* dotted_KestrelExtension() { return make("dot.ted", 3).release(); }
 KESTREL_API SCR::Extension* impostor_KestrelExtension() { return make("one", 4).release(); }
 KESTREL_API SCR::Extension* null_KestrelExtension() { return nullptr; }

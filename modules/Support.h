@@ -1,0 +1,145 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "scr/Module.h"
+#include "scr/run/RunControl.h"
+
+/// What the functions of modules share: asking for stops, charging memory, and refusing bad input.
+namespace Modules {
+
+using SCR::ArrayRef;
+using SCR::ArrayView;
+using SCR::Effect;
+using SCR::HashRef;
+using SCR::HashView;
+using SCR::Interpreter;
+using SCR::ModuleFunction;
+
+/// Counts work on `bytes` bytes. Now and then it asks whether the script has to stop, and throws
+/// `SCR::ScriptStopped` then, which passes through the function.
+inline void work(std::size_t bytes) {
+    if (SCR::RunControl* const control = SCR::RunControl::current()) control->work(bytes);
+}
+
+/// Memory that a function takes, charged to the script as long as this object lives.
+class Charge {
+public:
+    Charge() = default;
+    explicit Charge(std::size_t bytes) { add(bytes); }
+    Charge(const Charge&) = delete;
+    Charge& operator=(const Charge&) = delete;
+    ~Charge() {
+        if (control_ != nullptr) control_->giveBuffer(bytes_);
+    }
+
+    /// Charges more, before it is taken; throws `SCR::ScriptStopped` beyond the limit.
+    void add(std::size_t bytes) {
+        control_ = SCR::RunControl::current();
+        if (control_ == nullptr) return;
+        control_->chargeBuffer(bytes);
+        bytes_ += bytes;
+    }
+
+private:
+    SCR::RunControl* control_ = nullptr;
+    std::size_t bytes_ = 0;
+};
+
+/// A list that is charged as it grows.
+template <class T>
+class List : public std::vector<T> {
+public:
+    void add(T value) {
+        if (this->size() == this->capacity()) room(2 * this->size() + 8);
+        this->push_back(std::move(value));
+    }
+    void room(std::size_t count) {
+        if (count <= this->capacity()) return;
+        charge_.add((count - this->capacity()) * sizeof(T));
+        this->reserve(count);
+    }
+    /// Makes it that long; the new values are as if made by `T()`.
+    void extend(std::size_t count) {
+        room(count);
+        this->resize(count);
+    }
+
+private:
+    Charge charge_;
+};
+
+/// What a function throws when it refuses its arguments: the log gets "name: what" and the script
+/// the null value of the result's type.
+class Refused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+[[noreturn]] inline void refuse(const char* what, std::string_view value) {
+    constexpr std::size_t shown = 60;
+    const std::string_view cut = value.substr(0, shown);
+    throw Refused(std::string(what) + " '" + std::string(cut) + (cut == value ? "'" : "...'"));
+}
+[[noreturn]] inline void refuse(const char* what, long number) {
+    refuse(what, std::to_string(number));
+}
+
+/// A text that a function makes. It is charged, and no longer than the limit of a string allows.
+class Text {
+public:
+    Text() = default;
+    explicit Text(std::size_t size) { room(size); }
+
+    void append(std::string_view more) {
+        room(text_.size() + more.size());
+        work(more.size());
+        text_.append(more);
+    }
+    void append(char byte) {
+        room(text_.size() + 1);
+        text_.push_back(byte);
+    }
+    void append(std::size_t count, char byte) {
+        room(text_.size() + count);
+        work(count);
+        text_.append(count, byte);
+    }
+    /// Makes room for so many more bytes.
+    void makeRoom(std::size_t more) {
+        constexpr auto most = static_cast<std::size_t>(std::numeric_limits<long>::max());
+        room(std::min(most, text_.size() + std::min(more, most)));
+    }
+    std::size_t size() const { return text_.size(); }
+    std::string& bytes() { return text_; }
+    std::string take() { return std::move(text_); }
+
+private:
+    static constexpr std::size_t longestCM = std::size_t{1} << 30;
+
+    void room(std::size_t size) {
+        if (size <= text_.capacity()) return;
+        const SCR::RunControl* const control = SCR::RunControl::current();
+        const std::size_t longest =
+            control != nullptr
+                ? std::min(longestCM, static_cast<std::size_t>(control->limits().string))
+                : longestCM;
+        if (size > longest) refuse("result is too long", static_cast<long>(size));
+        const std::size_t capacity = std::min(std::max(size, 2 * text_.capacity()), longest);
+        charge_.add(capacity - text_.capacity());
+        work(text_.size());
+        text_.reserve(capacity);
+    }
+
+    std::string text_;
+    Charge charge_;
+};
+
+}  // namespace Modules

@@ -1,0 +1,247 @@
+// Walks the tables of the modules: examples, signatures, limits and stops of every function.
+
+#include "Allocations.h"
+#include "Examples.h"
+#include "Script.h"
+#include "scr/Module.h"
+#include "scr/run/RunControl.h"
+
+namespace {
+
+using SCR::ModuleFunction;
+using SCR::ModuleTable;
+
+/// Calls `act` with each function; a failure names it.
+template <class Act>
+void forEachFunction(const Act& act) {
+    const auto tables = SCR::shippedModules();
+    EXPECT_GT(tables.size(), 0U);
+    for (const ModuleTable* table : tables) {
+        const std::unique_ptr<SCR::Extension> module(SCR::makeModule(*table));
+        for (const ModuleFunction& row : table->functions) {
+            SCOPED_TRACE(std::string(row.signature));
+            const std::string_view text = row.signature;
+            const std::size_t space = text.find(' ');
+            const std::string name(text.substr(space + 1, text.find('(') - space - 1));
+            auto* const function = dynamic_cast<SCR::FctDescr*>(module->variable(name));
+            ASSERT_NE(function, nullptr);
+            act(*table, row, *function);
+        }
+    }
+}
+
+std::string useOf(const ModuleTable& table) { return "use " + std::string(table.name) + "; "; }
+
+/// The signature as the descriptor shows it: without names and marks.
+std::string plain(std::string_view signature, const std::string& element) {
+    std::string made;
+    std::string word;
+    int words = 0;
+    bool isInside = false;
+    for (const char byte : signature) {
+        const bool isEnd = byte == ' ' || byte == ',' || byte == ')' || byte == ']' || byte == '(';
+        if (byte == '[' && word.empty() && isInside) made += '[';
+        if (!isEnd && !(byte == '[' && word.empty())) word += byte;
+        if (byte == ']' && word.ends_with('[')) {
+            word += ']';
+            continue;
+        }
+        if (!isEnd) continue;
+        if (word == "T") word = element;
+        if (word.ends_with("[]")) word = "Array";
+        if (word.ends_with("{}")) word = "Hash";
+        const bool isMark = word == "out" || word == "change";
+        if (!word.empty() && !isMark && (!isInside || words++ == 0)) made += word;
+        word.clear();
+        if (byte == ' ' && isInside) continue;
+        if (byte == ',') words = 0;
+        isInside = isInside || byte == '(';
+        made += byte;
+    }
+    return made;
+}
+
+TEST(Modules, EveryFunctionIsAsItsRowSays) {
+    const Harness::ExampleFolder folder;
+    forEachFunction(
+        [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
+            const std::string expected =
+                plain(row.signature, SCR::Node::datatypeAsString(function.returnType()));
+            EXPECT_EQ(function.signature(), expected);
+            EXPECT_TRUE(row.manual.ends_with('.')) << row.manual;
+            const std::string script = useOf(table) + Harness::scriptOf(row.example);
+            const Harness::ScriptRun result = Harness::run(script);
+            EXPECT_TRUE(result.ok) << script;
+            EXPECT_TRUE(result.output.ends_with("holds")) << script << "\n" << result.output;
+            EXPECT_EQ(result.log, "") << script;
+        });
+}
+
+TEST(Modules, ASandboxRefusesEffectsAndNothingElse) {
+    const Harness::ExampleFolder folder;
+    const Harness::ScriptSetup sandbox{1, [](SCR::Interpreter& interpreter) {
+                                           interpreter.capabilities(SCR::Capabilities::none());
+                                       }};
+    const SCR::Capabilities none = SCR::Capabilities::none();
+    forEachFunction([&](const ModuleTable& table, const ModuleFunction& row,
+                        const SCR::FctDescr& /*function*/) {
+        const bool isRefused = none.lacking(row.effects) != nullptr;
+        const auto run = Harness::run(useOf(table) + Harness::scriptOf(row.example), sandbox);
+        EXPECT_EQ(run.compiled, !isRefused) << run.log;
+        EXPECT_EQ(run.log.find("is not allowed") != std::string::npos, isRefused) << run.log;
+    });
+}
+
+/// Expressions for a parameter of the type word `type`, among them all that is large or odd.
+std::vector<std::string> argumentsFor(int type, int element, std::string_view row) {
+    using namespace SCR;
+    const bool isLeft = Node::isLeft(type);
+    switch (Node::baseType(type)) {
+        case TypeCode::String:
+            if (isLeft) return {"t"};
+            return {"plain", "odd", "\"(a)|.\"", "\"NFC\"", "\"\""};
+        case TypeCode::Long:
+            if (isLeft) return {"l"};
+            return {"0", "3", "-1", "9223372036854775807", "300000"};
+        case TypeCode::Bool:
+            return {isLeft ? "b" : "true"};
+        case TypeCode::Decimal:
+            if (isLeft) return {"c"};
+            return {"1234567890.5", "INVALID_DECIMAL", "-0.5"};
+        case TypeCode::Date:
+            if (isLeft) return {"dt"};
+            return {"MAX_DATE", "MIN_DATE"};
+        case TypeCode::Array:
+        case TypeCode::Hash: {
+            const std::string letter = element == TypeCode::String    ? "s"
+                                       : element == TypeCode::Long    ? "n"
+                                       : element == TypeCode::Decimal ? "d"
+                                       : element == TypeCode::Bool    ? "o"
+                                                                      : "e";
+            const bool isMany = row.find("T[]") != std::string_view::npos && letter == "n";
+            const std::string suffix = Node::baseType(type) == TypeCode::Array ? "a" : "h";
+            if (isMany) return {"na", "sa", "da"};
+            return {letter + suffix};
+        }
+        default:
+            return {};
+    }
+}
+
+/// Statements that call the function with every combination of such arguments, up to 25.
+std::vector<std::string> callsOf(const ModuleTable& table, const ModuleFunction& row,
+                                 const SCR::FctDescr& function) {
+    const std::string name = std::string(table.name) + "::" + function.name();
+    std::vector<std::string> lists{""};
+    std::vector<std::string> complete;
+    if (function.minimum() == 0) complete.push_back("");
+    for (int i = 0; i < function.maximum(); ++i) {
+        std::vector<std::string> longer;
+        for (const std::string& list : lists) {
+            for (const std::string& argument :
+                 argumentsFor(function.argType(i), function.elementType(i), row.signature)) {
+                longer.push_back(list + (i > 0 ? ", " : "") + argument);
+            }
+        }
+        lists = longer;
+        if (i + 1 >= function.minimum())
+            complete.insert(complete.end(), lists.begin(), lists.end());
+    }
+    for (std::string& call : complete) call = name + "(" + call + ");";
+    constexpr std::size_t most = 25;
+    std::vector<std::string> chosen;
+    for (std::size_t i = 0; i < complete.size(); i += complete.size() / most + 1) {
+        chosen.push_back(complete[i]);
+    }
+    return chosen;
+}
+
+/// An interpreter whose scripts have large texts and filled containers.
+class Bench {
+public:
+    Bench(const ModuleTable& table, std::size_t size) : interpreter_(&log_) {
+        FND::String odd;
+        while (odd.size() < size) odd += "\xC3\xA4\xFF 1.5,[2]{\"a\": \xCC\x88";
+        interpreter_.addGlobalConstant("plain", FND::String(size, 'x'));
+        interpreter_.addGlobalConstant("odd", odd);
+        auto* const host = SCR::HostExtension::insert(interpreter_, "host");
+        host->function("start", [this] {
+            SCR::RunControl::current()->stopAtQuestion(stopsAt_);
+            held_ = Allocations::startPeak();
+        });
+        host->function("stop", [this] {
+            questions_ = SCR::RunControl::current()->questions();
+            SCR::RunControl::current()->stopAtQuestion(-1);
+        });
+        before_ = useOf(table) +
+                  "String t; Long l; Bool b; Decimal c; Date dt; String sa[]; Long na[]; Decimal "
+                  "da[]; Bool oa[]; Date ea[]; String sh{}; Long nh{}; Decimal dh{};"
+                  "Long i; for (i = 0; i < 50; i = i + 1) { sa[i] = longToStr(50 - i); na[i] = i; "
+                  "da[i] = 1.5; oa[i] = true; ea[i] = MAX_DATE; sh{longToStr(i)} = \"x\";"
+                  "nh{longToStr(i)} = i; dh{longToStr(i)} = 0.5; }";
+    }
+
+    /// The number of questions until it ends; stops at question `stopsAt` if that is not negative.
+    std::int64_t run(const std::string& call, const SCR::Limits& limits, std::int64_t stopsAt) {
+        log_.text.clear();
+        stopsAt_ = stopsAt;
+        questions_ = -1;
+        interpreter_.limits(limits);
+        EXPECT_TRUE(interpreter_.compile(before_ + "start(); " + call + " stop();"))
+            << call << log_.text;
+        ok = interpreter_.execute();
+        taken = Allocations::peak() - held_;
+        return questions_;
+    }
+
+    bool ok = false;
+    long taken = 0;  ///< bytes of memory, at the most
+    const std::string& log() const { return log_.text; }
+
+private:
+    Harness::MemoryLog log_;
+    SCR::Interpreter interpreter_;
+    std::string before_;
+    std::int64_t stopsAt_ = -1;
+    std::int64_t questions_ = -1;
+    long held_ = 0;
+};
+
+constexpr SCR::Effect outsideS = SCR::Effect::Shell | SCR::Effect::WritesFiles | SCR::Effect::Sleep;
+
+TEST(Modules, NoneTakesMemoryBeyondTheLimit) {
+    const Harness::ExampleFolder folder;
+    forEachFunction(
+        [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
+            if (has(row.effects, outsideS)) return;
+            Bench bench(table, 100'000);
+            SCR::Limits limits;
+            limits.memory = 400'000;
+            for (const std::string& call : callsOf(table, row, function)) {
+                bench.run(call, limits, -1);
+                EXPECT_LE(bench.taken, 700'000) << call;
+            }
+        });
+}
+
+TEST(Modules, EachCanBeStopped) {
+    const Harness::ExampleFolder folder;
+    forEachFunction(
+        [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
+            if (has(row.effects, outsideS)) return;
+            Bench bench(table, 1000);
+            SCR::Limits limits;
+            limits.string = 20'000;
+            for (const std::string& call : callsOf(table, row, function)) {
+                bench.run(call, limits, -1);  // what is made once is there then
+                const std::int64_t questions = bench.run(call, limits, 1'000'000'000);
+                for (std::int64_t stop = 0; stop < questions; stop += questions / 8 + 1) {
+                    bench.run(call, limits, stop);
+                    EXPECT_FALSE(bench.ok) << call << stop;
+                    EXPECT_NE(bench.log().find("stopped by a test"), std::string::npos) << call;
+                }
+            }
+        });
+}
+
+}  // namespace
