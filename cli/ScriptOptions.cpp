@@ -55,8 +55,9 @@ void ScriptOptions::declare(CLI::App& command) {
                 for (const std::string& limit : limits) setLimit(limit);
             },
             "Stop a script that passes a limit: steps, depth, time (in milliseconds), string (in "
-            "bytes), elements, memory (in bytes), nesting, source (in bytes), states or automata "
-            "(in bytes), or a job: record (in bytes); none lifts one; may be repeated")
+            "bytes), elements, memory (in bytes), nesting, source (in bytes), states, patterns (in "
+            "bytes) or automata (in bytes), or a job: record (in bytes); none lifts one; may be "
+            "repeated")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command

@@ -14,15 +14,18 @@ using StateIndex = std::uint32_t;
 
 class Determiniser {
 public:
-    Determiniser(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
-                 Tails tails)
+    Determiniser(const Pattern* first, std::size_t count, const BuildLimits& limits,
+                 RawAutomaton& raw, Tails tails)
         : patterns_(first),
-          stateLimit_(stateLimit),
+          stateLimit_(limits.states),
+          byteLimit_(limits.bytes),
           nfa_(reducedNfa(first, count)),
           classes_(nfa_.sets()),
           raw_(raw),
-          memberLimit_(std::max<std::size_t>(stateLimit, 4096) * membersPerStateS),
-          stepLimit_(std::max<std::size_t>(stateLimit, 4096) * stepsPerStateS),
+          memberLimit_(std::max<std::size_t>(limits.states, 4096) * membersPerStateS),
+          stepLimit_(std::min(std::max<std::size_t>(limits.states, 4096) * stepsPerStateS,
+                              mostStepsS + nfa_.stateCount() * stepsPerStateS)),
+          stateBytes_(classes_.count() * sizeof(std::uint32_t) + bytesPerStateS),
           memberStamps_(nfa_.stateCount()),
           visitStamps_(nfa_.stateCount()),
           closureOf_(nfa_.isReduced() ? 0 : nfa_.stateCount(), unknownS),
@@ -60,12 +63,18 @@ private:
     static constexpr StateIndex firstMarkS = leftMarkS;
     static constexpr std::size_t membersPerStateS = 128;
     static constexpr std::size_t stepsPerStateS = 2048;
+    // However large the limits are, what takes longer than about a second is refused.
+    static constexpr std::size_t mostStepsS = std::size_t{1} << 28;
+    // Of a state, besides its row while it is built and its row in the table.
+    static constexpr std::size_t bytesPerStateS = 96;
     // Epsilon closures of up to this many states are kept.
     static constexpr std::size_t smallClosureS = 24;
 
     bool isPastLimit() const {
         return raw_.stateCount() > stateLimit_ || sets_.lists().totalSize() > memberLimit_ ||
-               steps_ > stepLimit_;
+               steps_ > stepLimit_ ||
+               raw_.stateCount() * stateBytes_ + sets_.lists().totalSize() * sizeof(StateIndex) >
+                   byteLimit_;
     }
 
     static FlatNfa reducedNfa(const Pattern* first, std::size_t count) {
@@ -345,6 +354,7 @@ private:
 
     const Pattern* patterns_;
     std::size_t stateLimit_;
+    std::size_t byteLimit_;
     FlatNfa nfa_;
     ByteClasses classes_;
     Vector<Vector<std::uint8_t>> classesOfSet_;
@@ -352,6 +362,7 @@ private:
     ListIndex sets_;  // the deterministic states: sets of states that matter, sorted
     std::size_t memberLimit_;
     std::size_t stepLimit_;
+    std::size_t stateBytes_;
     std::size_t steps_ = 0;
     std::size_t otherSteps_ = 0;  // of work that does not count for the limit
     std::size_t stepsTold_ = 0;
@@ -394,18 +405,18 @@ std::uint32_t* RowBlocks::add(std::uint32_t value) {
     return block.data() + block.size() - rowSize_;
 }
 
-bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
-                 Tails tails) {
-    return Determiniser(first, count, stateLimit, raw, tails).run();
+bool determinise(const Pattern* first, std::size_t count, const BuildLimits& limits,
+                 RawAutomaton& raw, Tails tails) {
+    return Determiniser(first, count, limits, raw, tails).run();
 }
 
-std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit,
+std::size_t patternsThatFit(const Pattern* first, std::size_t count, const BuildLimits& limits,
                             std::size_t guess) {
     RawAutomaton raw;
     std::size_t fit = 0;
     std::size_t tooMany = count + 1;
     auto tryOut = [&](std::size_t tried) {
-        bool fits = determinise(first, tried, stateLimit, raw);
+        bool fits = determinise(first, tried, limits, raw);
         (fits ? fit : tooMany) = tried;
         return fits;
     };

@@ -64,15 +64,14 @@ enum class Tails { Inside, Apart };
 
 /// Builds the deterministic automaton of `count` patterns from `first` on; the caller handles
 /// negation. Subset construction over byte classes, with hashed sets of states; no recursion. False
-/// if the automaton would have more than `stateLimit` states, or if its sets of states grow out of
-/// proportion to that limit; `raw` is empty then. Throws std::bad_alloc and the exceptions of the
-/// budget.
-bool determinise(const Pattern* first, std::size_t count, std::size_t stateLimit, RawAutomaton& raw,
-                 Tails tails = Tails::Inside);
+/// if the automaton would pass `limits`, or if its sets of states grow out of proportion to them;
+/// `raw` is empty then. Throws std::bad_alloc and the exceptions of the budget.
+bool determinise(const Pattern* first, std::size_t count, const BuildLimits& limits,
+                 RawAutomaton& raw, Tails tails = Tails::Inside);
 
-/// How many of the `count` patterns from `first` on, taken in order, fit into one automaton of at
-/// most `stateLimit` states. Takes the fewest trials if it is near `guess`.
-std::size_t patternsThatFit(const Pattern* first, std::size_t count, std::size_t stateLimit,
+/// How many of the `count` patterns from `first` on, taken in order, fit into one automaton of that
+/// keeps to `limits`. Takes the fewest trials if it is near `guess`.
+std::size_t patternsThatFit(const Pattern* first, std::size_t count, const BuildLimits& limits,
                             std::size_t guess = 1);
 
 }  // namespace FSM

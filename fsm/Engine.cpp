@@ -12,7 +12,8 @@
 namespace FSM {
 
 struct Engine::Setup {
-    std::size_t stateLimit = defaultStateLimitCM;
+    std::size_t stateLimit = mostStatesCM;
+    std::size_t byteLimit = BuildLimits::defaultBytesCM;
     std::int32_t patternCount = 0;
     std::int32_t guiltyPath = -1;
     bool isDone = false;
@@ -23,34 +24,14 @@ struct Engine::Setup {
 
 Engine::Engine(unsigned int) : setup_(std::make_unique<Setup>()) {}
 
-Engine::Engine(std::unique_ptr<Table> table) : Engine() {
-    table_ = std::move(table);
-    setup_->isDone = true;
-}
-
 Engine::~Engine() = default;
-
-void Engine::chain(Engine* next) {
-    for (std::size_t i = 1; i <= table_->stateCount(); ++i) {
-        DetState& state = table_->states()[i];
-        if (!state.pathNumbers().empty()) state.setNextWordFSM(next);
-    }
-}
-
-const State* Engine::stateInside(std::string_view text) const {
-    Table::Row row = table_->walk(text.data(), text.size());
-    return row == 0 ? nullptr : table_->state(row);
-}
-
-const std::vector<std::int32_t>& Engine::pathsOutside() const { return table_->negatedPaths(); }
 
 bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
     if (setup_->isDone) {
         setup_->error = "no pattern may be inserted after finalSetup";
         return false;
     }
-    if (!setup_->patterns.insert(pattern, pathNumber,
-                                 setup_->stateLimit * PatternList::statesPerLimitCM)) {
+    if (!setup_->patterns.insert(pattern, pathNumber, setup_->byteLimit, false)) {
         setup_->error = setup_->patterns.error();
         return false;
     }
@@ -81,17 +62,22 @@ bool Engine::finalSetup() {
 bool Engine::build() {
     const Vector<Pattern>& patterns = setup_->patterns.patterns();
     RawAutomaton raw;
-    if (!determinise(patterns.data(), patterns.size(), setup_->stateLimit, raw)) {
+    const BuildLimits limits{setup_->stateLimit, setup_->byteLimit};
+    if (!determinise(patterns.data(), patterns.size(), limits, raw)) {
         const Pattern& guilty =
-            patterns[patternsThatFit(patterns.data(), patterns.size() - 1, setup_->stateLimit)];
+            patterns[patternsThatFit(patterns.data(), patterns.size() - 1, limits)];
         setup_->guiltyPath = guilty.path;
-        setup_->error = PatternList::limitError(guilty, setup_->stateLimit);
+        setup_->error = setup_->stateLimit < mostStatesCM
+                            ? PatternList::limitError(guilty, setup_->stateLimit, "states")
+                            : PatternList::limitError(guilty, setup_->byteLimit, "bytes");
         return false;
     }
     table_ = std::make_unique<Table>();
     bool keepsDeadEnds = raw.acceptsEmpty();
     if (!table_->build(std::move(raw), PatternList::negatedPaths(patterns.data(), patterns.size()),
-                       keepsDeadEnds, setup_->stateLimit * Table::listedPerStateCM)) {
+                       keepsDeadEnds,
+                       std::min(setup_->stateLimit * Table::listedPerStateCM,
+                                setup_->byteLimit / sizeof(std::int32_t)))) {
         setup_->error = "limit of " + std::to_string(setup_->stateLimit) +
                         " states passed: too many path numbers to list";
         return false;
@@ -138,6 +124,10 @@ std::size_t Engine::stateLimit() const { return setup_->stateLimit; }
 void Engine::stateLimit(std::size_t states) {
     setup_->stateLimit = std::clamp<std::size_t>(states, 1, mostStatesCM);
 }
+
+std::size_t Engine::byteLimit() const { return setup_->byteLimit; }
+
+void Engine::byteLimit(std::size_t bytes) { setup_->byteLimit = bytes; }
 
 std::int32_t Engine::patternCount() const { return setup_->patternCount; }
 

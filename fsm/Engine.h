@@ -27,9 +27,7 @@ class KESTREL_API Engine {
 public:
     /// The path number that means the number of patterns inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
-    /// The default of `stateLimit`.
-    static constexpr std::size_t defaultStateLimitCM = 131072;
-    /// The most states that any automaton may have, whatever `stateLimit` says.
+    /// The most states that any automaton may have, and the default of `stateLimit`.
     static constexpr std::size_t mostStatesCM = std::size_t{1} << 24;
 
     /// `expectedCount` is the number of patterns to come, all ones for unknown; nothing depends on
@@ -78,6 +76,10 @@ public:
     std::size_t stateLimit() const;
     /// Sets the number of states that `finalSetup` may make, at least 1.
     void stateLimit(std::size_t states);
+    std::size_t byteLimit() const;
+    /// Sets the bytes that the patterns, and the automaton while it is built, may take; by default
+    /// 256 MiB.
+    void byteLimit(std::size_t bytes);
 
     /// Number of patterns inserted.
     std::int32_t patternCount() const;
@@ -101,17 +103,6 @@ public:
 private:
     friend KESTREL_API std::optional<Analysis> analyse(const Engine& engine,
                                                        std::size_t maxOverlaps);
-
-    friend class MultiEngine;
-
-    // Used by a multi-engine: an engine on a finished table; a link from all states that report
-    // something to the engine of the next word; the state in which a text ends, null if the text
-    // has left the automaton; and the path numbers reported then, without the special case of
-    // patterns that match "".
-    explicit Engine(std::unique_ptr<Table> table);
-    void chain(Engine* next);
-    const State* stateInside(std::string_view text) const;
-    const std::vector<std::int32_t>& pathsOutside() const;
 
     // Used by an analysis besides the table: all path numbers inserted.
     const std::vector<std::int32_t>& paths() const;

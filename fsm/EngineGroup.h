@@ -69,6 +69,9 @@ public:
     std::size_t stateLimit() const;
     /// Sets the number of states that any automaton may have, at least 1.
     void stateLimit(std::size_t states);
+    std::size_t byteLimit() const;
+    /// Sets the bytes that the patterns, and all parts together, may take; by default 256 MiB.
+    void byteLimit(std::size_t bytes);
     std::size_t partLimit() const;
     /// Sets the number of states that a part may have; only a pattern that needs more by itself
     /// gets a larger one. With 0, the default, the group tries one automaton for all patterns; if
@@ -89,13 +92,11 @@ private:
 
     friend class MultiEngine;
 
-    // Used by a multi-engine: a group with the patterns of a list; its table, null unless that is
-    // the only one and tells all; the path numbers of a text.
+    // Used by a multi-engine: a group with the patterns of a list; the path numbers of a text.
     explicit EngineGroup(std::unique_ptr<PatternList> patterns);
-    std::unique_ptr<Table> takeWholeTable();
     bool appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const;
 
-    // Used by an analysis: that table, or null, and all path numbers inserted.
+    // Used by an analysis: the table, null unless it is the only part, and all path numbers.
     const Table* wholeTable() const;
     const std::vector<std::int32_t>& paths() const;
 

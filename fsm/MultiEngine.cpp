@@ -14,7 +14,6 @@
 #include "fsm/EngineGroup.h"
 #include "fsm/PatternList.h"
 #include "fsm/RowTree.h"
-#include "fsm/Table.h"
 
 namespace FSM {
 
@@ -31,9 +30,7 @@ struct MultiEngine::Place {
         numbers;
     Charge textCharge;  // of the patterns as keys of these
     std::unique_ptr<PatternList> patterns = std::make_unique<PatternList>();
-    // Used after that: one of the two.
-    std::unique_ptr<Engine> engine;
-    std::unique_ptr<EngineGroup> group;
+    std::unique_ptr<EngineGroup> group;  // used after that
 };
 
 struct MultiEngine::Rows {
@@ -42,7 +39,8 @@ struct MultiEngine::Rows {
     template <class Visitor>
     void match(std::span<const std::string_view> words, Visitor visit) const;
 
-    std::size_t stateLimit = Engine::defaultStateLimitCM;
+    std::size_t stateLimit = Engine::mostStatesCM;
+    std::size_t byteLimit = BuildLimits::defaultBytesCM;
     std::int32_t count = 0;
     std::int32_t guiltyPath = -1;
     bool isSetUp = false;
@@ -101,8 +99,8 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
         }
         auto number = static_cast<std::int32_t>(place.patterns->patterns().size());
         // A pattern of a row that is refused later stays in the list, but in no row.
-        if (!place.patterns->insert(patterns[count], PatternList::nextPathCM,
-                                    rows_->stateLimit * PatternList::statesPerGroupLimitCM)) {
+        if (!place.patterns->insert(patterns[count], PatternList::nextPathCM, rows_->byteLimit,
+                                    true)) {
             rows_->error = place.patterns->error();
             return false;
         }
@@ -135,6 +133,7 @@ bool MultiEngine::build() {
         Place& place = rows_->places[i];
         auto group = std::unique_ptr<EngineGroup>(new EngineGroup(std::move(place.patterns)));
         group->stateLimit(rows_->stateLimit);
+        group->byteLimit(rows_->byteLimit);
         if (!group->finalSetup()) {
             rows_->error = "word " + std::to_string(i + 1) + ": " + group->error();
             for (const auto& [text, use] : place.numbers) {
@@ -144,16 +143,7 @@ bool MultiEngine::build() {
         }
         decltype(place.numbers)().swap(place.numbers);
         place.textCharge = Charge();
-        if (std::unique_ptr<Table> table = group->takeWholeTable()) {
-            place.engine.reset(new Engine(std::move(table)));
-        } else {
-            place.group = std::move(group);
-        }
-    }
-    for (std::size_t i = 0; i + 1 < rows_->places.size(); ++i) {
-        Engine* next = rows_->places[i + 1].engine.get();
-        if (next != nullptr && rows_->places[i].engine != nullptr)
-            rows_->places[i].engine->chain(next);
+        place.group = std::move(group);
     }
     rows_->tree.build();
     return true;
@@ -167,24 +157,11 @@ void MultiEngine::Rows::match(std::span<const std::string_view> words, Visitor v
     std::array<RowTree::Numbers, maxWordsCM> matching;
     std::array<std::size_t, maxWordsCM> joinedEnd;
     joined.clear();
-    const Engine* engine = places[0].engine.get();
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const Engine* next = i + 1 < words.size() ? places[i + 1].engine.get() : nullptr;
-        if (engine != nullptr) {
-            const State* state = engine->stateInside(words[i]);
-            matching[i] = state == nullptr ? engine->pathsOutside() : state->pathNumbers();
-            if (matching[i].empty()) return;
-            // A chained state names the engine itself.
-            if (next != nullptr && state != nullptr && state->getNextWordFSM() != nullptr) {
-                next = state->getNextWordFSM();
-            }
-        } else {
-            std::size_t before = joined.size();
-            places[i].group->appendPaths(words[i], joined);
-            if (joined.size() == before) return;
-        }
+        const std::size_t before = joined.size();
+        places[i].group->appendPaths(words[i], joined);
+        if (joined.size() == before) return;
         joinedEnd[i] = joined.size();
-        engine = next;
     }
     std::size_t begin = 0;
     for (std::size_t i = 0; i < words.size(); ++i) {
@@ -215,7 +192,6 @@ std::int32_t MultiEngine::firstPath(std::span<const std::string_view> words) con
 std::size_t MultiEngine::stateCount() const {
     std::size_t count = 0;
     for (const Place& place : rows_->places) {
-        if (place.engine != nullptr) count += place.engine->stateCount();
         if (place.group != nullptr) count += place.group->stateCount();
     }
     return count;
@@ -224,7 +200,6 @@ std::size_t MultiEngine::stateCount() const {
 std::size_t MultiEngine::memory() const {
     std::size_t bytes = rows_->isBuilt ? rows_->tree.memory() : 0;
     for (const Place& place : rows_->places) {
-        if (place.engine != nullptr) bytes += place.engine->memory();
         if (place.group != nullptr) bytes += place.group->memory();
     }
     return bytes;
@@ -235,6 +210,10 @@ const FND::String& MultiEngine::error() const { return rows_->error; }
 std::int32_t MultiEngine::guiltyPath() const { return rows_->guiltyPath; }
 
 std::size_t MultiEngine::stateLimit() const { return rows_->stateLimit; }
+
+std::size_t MultiEngine::byteLimit() const { return rows_->byteLimit; }
+
+void MultiEngine::byteLimit(std::size_t bytes) { rows_->byteLimit = bytes; }
 
 std::int32_t MultiEngine::rowCount() const { return rows_->count; }
 

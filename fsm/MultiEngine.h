@@ -50,6 +50,10 @@ public:
     std::size_t stateLimit() const;
     /// Sets the number of states that any automaton may have, at least 1.
     void stateLimit(std::size_t states);
+    std::size_t byteLimit() const;
+    /// Sets the bytes that the patterns of a place, and their automata, may take; by default 256
+    /// MiB.
+    void byteLimit(std::size_t bytes);
 
     /// Number of rows inserted.
     std::int32_t rowCount() const;

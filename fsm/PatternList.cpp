@@ -16,29 +16,40 @@ std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths) {
     return paths;
 }
 
+void Pattern::parse() {
+    if (part != nullptr) return;
+    FND::String error;
+    part = parsePattern(text, error);
+}
+
 bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
-                         std::size_t maxStates) {
+                         std::size_t byteLimit, bool keepsWords) {
     unsigned long path = pathNumber == nextPathCM ? patterns_.size() : pathNumber;
     if (path > static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max())) {
         error_ = "path number " + std::to_string(path) + " is above 2147483647";
         return false;
     }
     try {
-        std::unique_ptr<EnginePart> part = parsePattern(pattern, error_);
-        if (part == nullptr) {
-            std::cout << "FSM:Engine:insertPattern error=" << error_
-                      << "\nFSM:Engine:insertPattern pattern=" << pattern
-                      << ", pathNumber=" << pathNumber << std::endl;
+        std::size_t bytes = sizeof(Pattern) + blockBytes(pattern.size());
+        std::unique_ptr<EnginePart> part;
+        countWork(pattern.size() / 4 + 8);
+        if (!keepsWords || !shape_.read(pattern)) {
+            part = parsePattern(pattern, error_);
+            if (part == nullptr) {
+                std::cout << "FSM:Engine:insertPattern error=" << error_
+                          << "\nFSM:Engine:insertPattern pattern=" << pattern
+                          << ", pathNumber=" << pathNumber << std::endl;
+                return false;
+            }
+            bytes += part->stateCount() * bytesPerStateCM;
+        }
+        Pattern added{std::move(part), static_cast<std::int32_t>(path), pattern};
+        if (bytes > byteLimit - std::min(byteLimit, bytes_)) {
+            error_ = limitError(added, byteLimit, "bytes");
             return false;
         }
-        if (part->stateCount() > maxStates - std::min(maxStates, stateCount_)) {
-            error_ = "patterns need more than " + std::to_string(maxStates) +
-                     " states at pattern " + std::to_string(path);
-            return false;
-        }
-        const std::size_t states = part->stateCount();
-        patterns_.push_back({std::move(part), static_cast<std::int32_t>(path), pattern});
-        stateCount_ += states;
+        patterns_.push_back(std::move(added));
+        bytes_ += bytes;
     } catch (const std::bad_alloc&) {
         error_ = "FSM::EnginePart::operator new():no memory available";
         return false;
@@ -56,26 +67,26 @@ std::vector<std::int32_t> PatternList::paths() const {
 std::vector<std::int32_t> PatternList::negatedPaths(const Pattern* first, std::size_t count) {
     std::vector<std::int32_t> paths;
     for (const Pattern* pattern = first; pattern != first + count; ++pattern) {
-        if (pattern->part->isNegated()) paths.push_back(pattern->path);
+        if (pattern->isNegated()) paths.push_back(pattern->path);
     }
     return sortedOnce(std::move(paths));
 }
 
-FND::String PatternList::limitError(const Pattern& guilty, std::size_t stateLimit) {
+FND::String PatternList::limitError(const Pattern& guilty, std::size_t limit, const char* units) {
     constexpr std::size_t bytesShown = 200;
-    return "limit of " + std::to_string(stateLimit) + " states passed at pattern " +
+    return "limit of " + std::to_string(limit) + " " + units + " passed at pattern " +
            std::to_string(guilty.path) + ": " + guilty.text.substr(0, bytesShown);
 }
 
 Vector<Pattern> PatternList::take() {
-    stateCount_ = 0;
+    bytes_ = 0;
     return std::exchange(patterns_, {});
 }
 
 void PatternList::clear() {
     patterns_.clear();
     patterns_.shrink_to_fit();
-    stateCount_ = 0;
+    bytes_ = 0;
 }
 
 }  // namespace FSM

@@ -7,15 +7,28 @@
 
 #include "fnd/String.h"
 #include "fsm/EnginePart.h"
+#include "fsm/Shape.h"
 
 namespace FSM {
 
-/// A parsed pattern, with the number under which it is reported.
+/// A pattern, with the number under which it is reported.
 struct Pattern {
-    std::unique_ptr<EnginePart> part;
+    std::unique_ptr<EnginePart> part;  // null if it is only words and ".*" and not parsed yet
     std::int32_t path;
     FND::String text;
     Charge textCharge{blockBytes(text.size())};
+
+    bool isNegated() const { return part != nullptr && part->isNegated(); }
+    /// Parses it if that is still to be done.
+    void parse();
+};
+
+/// What an automaton, or all parts of a group, may take. The bytes are those of the finished
+/// automaton and of what is needed to build it.
+struct BuildLimits {
+    static constexpr std::size_t defaultBytesCM = std::size_t{256} << 20;
+    std::size_t states;
+    std::size_t bytes = defaultBytesCM;
 };
 
 /// `paths` in ascending order, each once.
@@ -28,32 +41,23 @@ public:
     /// The path number that means the number of patterns inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
 
-    /// The non-deterministic states that all patterns together may have, for each deterministic
-    /// state that their automata may have.
-    static constexpr std::size_t statesPerLimitCM = 8;
-    /// Deterministic states that all parts of a group together may have, for each one that a single
-    /// automaton may; and what their patterns then may have of non-deterministic ones.
-    static constexpr std::size_t groupFactorCM = 16;
-    static constexpr std::size_t statesPerGroupLimitCM = groupFactorCM * statesPerLimitCM;
-
     /// Parses `pattern` and appends it. False if it is refused; only `error` changes then. When it
-    /// does not parse, two lines on standard output say so. `maxStates` is the number of
-    /// non-deterministic states that all patterns together may have. Throws the exceptions of the
-    /// budget, with the list unchanged.
-    bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t maxStates);
+    /// does not parse, two lines on standard output say so. Also refused if the patterns together
+    /// take more than `byteLimit` bytes. Patterns of words and ".*" are not parsed if
+    /// `keepsWords`. Throws the exceptions of the budget, with the list unchanged.
+    bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t byteLimit,
+                bool keepsWords);
 
     const Vector<Pattern>& patterns() const { return patterns_; }
     /// Sorted numbers of all patterns, each once.
     std::vector<std::int32_t> paths() const;
-    /// Non-deterministic states of all patterns together.
-    std::size_t stateCount() const { return stateCount_; }
     const FND::String& error() const { return error_; }
 
     /// Sorted numbers of the patterns that are negated, each once.
     static std::vector<std::int32_t> negatedPaths(const Pattern* first, std::size_t count);
 
-    /// The error text for an automaton that passes `stateLimit` at the pattern `guilty`.
-    static FND::String limitError(const Pattern& guilty, std::size_t stateLimit);
+    /// The error text for a limit of so many `units`, such as "states", passed at `guilty`.
+    static FND::String limitError(const Pattern& guilty, std::size_t limit, const char* units);
 
     /// Moves all patterns out.
     Vector<Pattern> take();
@@ -61,8 +65,12 @@ public:
     void clear();
 
 private:
+    // Memory of a state while patterns are kept.
+    static constexpr std::size_t bytesPerStateCM = 128;
+
     Vector<Pattern> patterns_;
-    std::size_t stateCount_ = 0;
+    Shape shape_;  // reused
+    std::size_t bytes_ = 0;
     FND::String error_;
 };
 

@@ -37,6 +37,7 @@ public:
         engine_.emplace();
         const std::int64_t states = interpreter.limits().states;
         engine_->stateLimit(static_cast<std::size_t>(std::max<std::int64_t>(states, 1)));
+        engine_->byteLimit(interpreter.limits().patternBytes());
         if (!FSM::checkPattern(pattern, error)) return false;
         if (engine_->insertPatterns({pattern}) && engine_->finalSetup()) return true;
         error = engine_->error();

@@ -11,7 +11,7 @@ struct NamedLimit {
     std::int64_t Limits::*limit;
 };
 
-constexpr std::array<NamedLimit, 10> limitsS{{
+constexpr std::array<NamedLimit, 11> limitsS{{
     {"steps", &Limits::steps},
     {"depth", &Limits::depth},
     {"time", &Limits::time},
@@ -21,6 +21,7 @@ constexpr std::array<NamedLimit, 10> limitsS{{
     {"nesting", &Limits::nesting},
     {"source", &Limits::source},
     {"states", &Limits::states},
+    {"patterns", &Limits::patterns},
     {"automata", &Limits::automata},
 }};
 

@@ -55,10 +55,16 @@ struct Limits {
         return static_cast<std::size_t>(std::max<std::int64_t>(source, 1));
     }
 
-    /// States of the automaton of one regular-expression switch. A switch that needs more is split
-    /// over several automata of at most that many states each; one that needs many times more does
-    /// not compile.
-    std::int64_t states = 131'072;
+    /// States that an automaton of one regular-expression switch or pattern may have; one that needs
+    /// more does not compile.
+    std::int64_t states = std::int64_t{1} << 24;
+    /// Bytes that the patterns of one regular-expression switch, or one pattern, may take while they
+    /// are built and afterwards. Those that need more do not compile.
+    std::int64_t patterns = std::int64_t{256} << 20;
+    /// The number of bytes allowed, at least 1.
+    std::size_t patternBytes() const {
+        return static_cast<std::size_t>(std::max<std::int64_t>(patterns, 1));
+    }
 
     /// Bytes that all automata and regular expressions of a script take together, while they are
     /// built and as long as the script keeps them. A script that would pass the limit is stopped,

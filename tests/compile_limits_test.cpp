@@ -60,17 +60,17 @@ std::vector<Build> builds() {
     const std::string words = [] {
         std::string text = "String t; regExprSwitch (t) {\n";
         for (int i = 0; i < 5000; ++i)
-            text += "case \"49" + std::to_string(i * 7) + ".*\": t = t;\n";
+            text += "case \"49" + std::to_string(i * 7) + "[0-9]*\": t = t;\n";
         return text + "}";
     }();
     return {
         {"points", switches(20, "........")},
         {"counts", switches(20, ".{8}")},
-        {"negated", "String t; regExprSwitch (t) { case \"!.*a.{14}.*\": t = t; }"},
+        {"negated", "String t; regExprSwitch (t) { case \"!.*a.{40000}.*\": t = t; }"},
         {"one long pattern",
          "String t; regExprSwitch (t) { case \"" + repeat("a{100000}", 3) + "\": t = t; }"},
         {"many patterns", words},
-        {"pattern of a condition", "\"x\" =~ \".*a.{16}\";", true},
+        {"pattern of a condition", "\"x\" =~ \".*a.{40000}\";", true},
         {"parts left out", "\"x\" =~ \"" + repeat("a?", 5000) + "\";", true},
         {"expressions", searches(300, "a[ab]{14}[c1]"), false, Limits::none},
         {"large expressions", searches(60, "(x+y|z[a-f]*){150}"), false, Limits::none},
@@ -181,8 +181,6 @@ TEST(CompileLimits, FaultsAreReportedInTheOrderOfTheText) {
          "ERROR: line 4: invalid regular expression `(\n"},
         {"String t;\nregExprSwitch (t) {\ncase \"a\":\nt = t;\ncase \"(\": t = x; }",
          "ERROR: line 5: illegal regular expression: (\n"},
-        {"String t;\nregExprSwitch (t) {\ncase \".*a.{30}\": t = t; }\nt = x;",
-         "ERROR: line 3: limit of 131072 states passed at pattern 0: .*a.{30}\n"},
         {"function Long f { }\nString t;\nt = strMatch(t, \"(\");\nfunction Long g { }",
          "ERROR: line 1: possible missing return value in `Long f()'\n"
          "ERROR: line 3: invalid regular expression `(\n"},

@@ -135,10 +135,10 @@ TEST(FsmEngine, Hostile) {
         EXPECT_EQ(engine.guiltyPath(), c.isBuilt ? -1 : 0);
     }
     Engine engine;
-    engine.stateLimit(10000);
+    engine.byteLimit(10'000'000);
     while (engine.patternCount() < 100 && engine.insertPattern("a{10000}")) continue;
     EXPECT_EQ(engine.patternCount(), 7);
-    EXPECT_EQ(engine.error(), "patterns need more than 80000 states at pattern 7");
+    EXPECT_EQ(engine.error(), "limit of 10000000 bytes passed at pattern 7: a{10000}");
 }
 
 TEST(FsmEngine, Successors) {

@@ -29,14 +29,14 @@ std::optional<FND::String> SwitchAutomaton::build(Interpreter* interpreter, std:
                                                   const FND::String& file) {
     std::optional<AutomataScope> scope;
     if (interpreter != nullptr) scope.emplace(*interpreter);
-    if (!engine_) {
-        constexpr unsigned int unknownCount = ~0U;
-        engine_.emplace(unknownCount);
-        engine_->stateLimit(stateLimit_);
+    if (!group_) {
+        group_.emplace();
+        group_->stateLimit(stateLimit_);
+        if (interpreter != nullptr) group_->byteLimit(interpreter->limits().patternBytes());
     }
     if (step != finalStep) return insert(labels_[step]->result());
-    if (auto failure = setUp()) return failure;
-    if (!group_ && interpreter != nullptr && interpreter->isChecking()) {
+    if (!group_->finalSetup()) return group_->error();
+    if (interpreter != nullptr && interpreter->isChecking()) {
         warnOfUnreached(*interpreter, file);
     }
     decltype(labels_)().swap(labels_);
@@ -45,29 +45,15 @@ std::optional<FND::String> SwitchAutomaton::build(Interpreter* interpreter, std:
 }
 
 std::optional<FND::String> SwitchAutomaton::insert(const FND::String& pattern) {
-    fits_ = fits_ && engine_->insertPattern(pattern);
-    if (fits_) return std::nullopt;
     FND::String error;
     if (!FSM::checkPattern(pattern, error)) return Messages::illegalRegularExpression(pattern);
-    engine_->clear();  // it has no room for a good pattern; a group may have
-    return std::nullopt;
-}
-
-std::optional<FND::String> SwitchAutomaton::setUp() {
-    if (fits_ && engine_->finalSetup()) return std::nullopt;
-    auto group = std::make_unique<FSM::EngineGroup>();
-    group->stateLimit(stateLimit_);
-    for (const auto& label : labels_) {
-        if (!group->insertPattern(label->result())) return group->error();
-    }
-    if (!group->finalSetup()) return group->error();
-    group_ = std::move(group);
+    if (!group_->insertPattern(pattern)) return group_->error();
     return std::nullopt;
 }
 
 void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::String& file) const {
-    if (engine_->stateCount() > maxAnalysedStatesS) return;
-    const std::optional<FSM::Analysis> analysis = FSM::analyse(*engine_, 0);
+    if (group_->stateCount() > maxAnalysedStatesS) return;
+    const std::optional<FSM::Analysis> analysis = FSM::analyse(*group_, 0);
     if (!analysis) return;
     std::vector<FND::String> sentences = FSM::unreachedCases(*analysis, lines_);
     if (sentences.size() > maxWarningsS) {
@@ -82,7 +68,7 @@ void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::Strin
 
 std::int32_t SwitchAutomaton::firstOfLarge(const FND::String& text) const {
     countWork(text.size());
-    return group_ ? group_->firstPath(text) : engine_->firstPath(text, countWork);
+    return group_->firstPath(text);
 }
 
 }  // namespace SCR

@@ -7,7 +7,6 @@
 #include <optional>
 #include <vector>
 
-#include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "scr/Node.h"
 #include "scr/run/PendingBuilds.h"
@@ -20,8 +19,7 @@ class SwitchAutomaton final : public PendingBuild {
 public:
     static constexpr std::size_t finalStep = std::numeric_limits<std::size_t>::max();
 
-    /// `stateLimit` limits the states of the automaton of all patterns; a list that needs more is
-    /// split over a group of automata.
+    /// `stateLimit` limits the states of each automaton of the patterns.
     explicit SwitchAutomaton(std::size_t stateLimit) : stateLimit_(stateLimit) {}
 
     /// Adds the pattern of `label`, a constant in line `line`.
@@ -33,23 +31,17 @@ public:
                                      const FND::String& file) override;
 
     /// The number of the first label that matches `text`, or -1.
-    std::int32_t first(const FND::String& text) const {
-        return group_ ? group_->firstPath(text) : engine_->firstPath(text);
-    }
+    std::int32_t first(const FND::String& text) const { return group_->firstPath(text); }
     /// The same; counts as work.
     std::int32_t firstOfLarge(const FND::String& text) const;
 
 private:
     std::optional<FND::String> insert(const FND::String& pattern);
-    std::optional<FND::String> setUp();
     // Warns about the cases that no text reaches.
     void warnOfUnreached(Interpreter& interpreter, const FND::String& file) const;
 
     const std::size_t stateLimit_;
-    std::optional<FSM::Engine> engine_;
-    std::unique_ptr<FSM::EngineGroup>
-        group_;         // used instead of the engine when that would be too large
-    bool fits_ = true;  // the engine has had room so far
+    std::optional<FSM::EngineGroup> group_;
     std::vector<std::unique_ptr<StringNode>> labels_;  // until the set-up
     std::vector<std::int32_t> lines_;                  // until the set-up
 };

@@ -1,0 +1,343 @@
+#include "fsm/part/BitPart.h"
+
+#include <algorithm>
+#include <map>
+
+#include "fsm/ByteClasses.h"
+#include "fsm/FlatNfa.h"
+#include "fsm/Lists.h"
+#include "fsm/PatternList.h"
+
+namespace FSM {
+
+/// A place is a move of the automaton without its origin: the bytes that it takes and where it
+/// leads.
+class BitMaker {
+public:
+    BitMaker(const Pattern* first, std::size_t count, std::size_t placeLimit, std::size_t byteLimit)
+        : first_(first),
+          count_(count),
+          placeLimit_(placeLimit),
+          mostFollows_(byteLimit / sizeof(BitPart::Bits)),
+          nfa_(first, count) {
+        nfa_.reduce();
+    }
+
+    bool make(BitPart& part) {
+        findPlaces();
+        if (places_.size() > placeLimit_ || !findFollows()) return false;
+        part.words_ = std::max<std::size_t>((places_.size() + 63) / 64, 1);
+        order();
+        fill(part);
+        return true;
+    }
+
+private:
+    using Word = BitPart::Word;
+    using Numbers = Vector<std::uint32_t>;
+
+    void findPlaces() {
+        for (std::uint32_t state = 0; state < nfa_.stateCount(); ++state) {
+            for (const auto* edge = nfa_.edgesBegin(state); edge != nfa_.edgesEnd(state); ++edge) {
+                places_.push_back(*edge);
+            }
+        }
+        countWork(8 * places_.size());
+        std::sort(places_.begin(), places_.end());
+        places_.erase(std::unique(places_.begin(), places_.end()), places_.end());
+        placesOf_.resize(nfa_.stateCount());
+        for (std::uint32_t state = 0; state < nfa_.stateCount(); ++state) {
+            for (const auto* edge = nfa_.edgesBegin(state); edge != nfa_.edgesEnd(state); ++edge) {
+                countWork(4);
+                placesOf_[state].push_back(static_cast<std::uint32_t>(
+                    std::lower_bound(places_.begin(), places_.end(), *edge) - places_.begin()));
+            }
+        }
+    }
+
+    // For each target, the places that may be entered from there, and the patterns that end there.
+    bool findFollows() {
+        follows_.resize(nfa_.targetCount());
+        accepts_.resize(nfa_.targetCount());
+        isSeen_.resize(nfa_.stateCount());
+        for (const FlatNfa::Edge& place : places_) {
+            if (!findFollow(place.target, follows_[place.target], accepts_[place.target])) {
+                return false;
+            }
+        }
+        for (const std::uint32_t start : nfa_.starts()) {
+            if (!findFollow(start, startFollows_, startAccepts_)) return false;
+        }
+        return true;
+    }
+
+    bool findFollow(std::uint32_t target, Numbers& follow, Vector<std::int32_t>& accepts) {
+        if (&follow != &startFollows_ && (!follow.empty() || !accepts.empty())) return true;
+        Numbers states;
+        if (nfa_.isReduced()) {
+            states.assign(nfa_.targets().begin(target), nfa_.targets().end(target));
+        } else {
+            states.push_back(target);
+            isSeen_[target] = true;
+            for (std::size_t i = 0; i < states.size(); ++i) {
+                const std::uint32_t* const end = nfa_.epsilons().end(states[i]);
+                for (const auto* next = nfa_.epsilons().begin(states[i]); next != end; ++next) {
+                    if (isSeen_[*next]) continue;
+                    isSeen_[*next] = true;
+                    states.push_back(*next);
+                }
+            }
+            for (const std::uint32_t state : states) isSeen_[state] = false;
+        }
+        for (const std::uint32_t state : states) {
+            follow.insert(follow.end(), placesOf_[state].begin(), placesOf_[state].end());
+            const std::uint32_t* const end = nfa_.patterns().end(state);
+            for (const auto* pattern = nfa_.patterns().begin(state); pattern != end; ++pattern) {
+                accepts.push_back(first_[*pattern].path);
+            }
+        }
+        sortOnce(follow);
+        sortOnce(accepts);
+        countWork(4 * (states.size() + follow.size() + accepts.size()));
+        followCount_ += follow.size() + accepts.size() + states.size() / 8;
+        return followCount_ <= mostFollows_;
+    }
+
+    // Numbers the places so that many lead to the next one.
+    void order() {
+        constexpr std::uint32_t noneS = ~std::uint32_t{0};
+        bitOf_.assign(places_.size(), noneS);
+        std::uint32_t next = 0;
+        const auto follow = [&](const Numbers& starts) {
+            Numbers open(starts.rbegin(), starts.rend());
+            while (!open.empty()) {
+                const std::uint32_t place = open.back();
+                open.pop_back();
+                if (bitOf_[place] != noneS) continue;
+                bitOf_[place] = next++;
+                const Numbers& follows = follows_[places_[place].target];
+                countWork(1 + follows.size());
+                // The ones entered from here come right after it, those not seen yet the first.
+                for (auto to = follows.rbegin(); to != follows.rend(); ++to) {
+                    if (bitOf_[*to] == noneS) open.push_back(*to);
+                }
+            }
+        };
+        follow(startFollows_);
+        // Places that nothing leads to.
+        Numbers all(places_.size());
+        for (std::uint32_t i = 0; i < all.size(); ++i) all[i] = i;
+        follow(all);
+    }
+
+    void fill(BitPart& part) {
+        const std::size_t words = part.words_;
+        const ByteClasses classes(nfa_.sets());
+        part.classOf_ = classes.map();
+        Vector<Word> entered(classes.count() * words);
+        Vector<Word> start(words);
+        Vector<Word> shifts(words);
+        Vector<Word> loops(words);
+        Vector<Word> ends(words);
+        Vector<NumberLists::Ref> accepts(places_.size());
+        NumberLists::Maker lists;
+        Vector<Vector<std::uint8_t>> classesOfSet;
+        for (const ByteSet& set : nfa_.sets()) classesOfSet.push_back(classes.classesOf(set));
+        Vector<NumberLists::Ref> listOf;  // of each target
+        for (const Vector<std::int32_t>& list : accepts_) listOf.push_back(lists.add(list));
+
+        // Exceptions, by the places that they lead to.
+        std::map<Numbers, Numbers, std::less<>, CountedAllocator<std::pair<const Numbers, Numbers>>>
+            exceptions;
+        Numbers others;
+        for (std::uint32_t place = 0; place < places_.size(); ++place) {
+            const std::uint32_t bit = bitOf_[place];
+            const std::uint32_t target = places_[place].target;
+            for (const std::uint8_t c : classesOfSet[places_[place].set]) {
+                set(&entered[c * words], bit);
+            }
+            accepts[bit] = listOf[target];
+            if (listOf[target] != 0) set(ends.data(), bit);
+            others.clear();
+            for (const std::uint32_t follow : follows_[target]) {
+                const std::uint32_t to = bitOf_[follow];
+                if (to == bit) {
+                    set(loops.data(), bit);
+                } else if (to == bit + 1) {
+                    set(shifts.data(), bit);
+                } else {
+                    others.push_back(to);
+                }
+            }
+            countWork(8 + 4 * others.size());
+            std::sort(others.begin(), others.end());
+            if (!others.empty()) exceptions[others].push_back(bit);
+        }
+        for (const std::uint32_t follow : startFollows_) set(start.data(), bitOf_[follow]);
+
+        Vector<BitPart::Exception> flat;
+        Vector<BitPart::Bits> bits;
+        for (const auto& [to, from] : exceptions) {
+            const auto fromBegin = static_cast<std::uint32_t>(bits.size());
+            appendBits(from, bits);
+            flat.push_back({fromBegin, static_cast<std::uint32_t>(bits.size())});
+            appendBits(to, bits);
+        }
+        flat.push_back({static_cast<std::uint32_t>(bits.size()), 0});
+        part.entered_ = Flat<Word>(std::move(entered));
+        part.start_ = Flat<Word>(std::move(start));
+        part.shifts_ = Flat<Word>(std::move(shifts));
+        part.loops_ = Flat<Word>(std::move(loops));
+        part.ends_ = Flat<Word>(std::move(ends));
+        part.exceptions_ = Flat<BitPart::Exception>(std::move(flat));
+        part.bits_ = Flat<BitPart::Bits>(std::move(bits));
+        part.accepts_ = Flat<NumberLists::Ref>(std::move(accepts));
+        part.acceptsEmpty_ = lists.add(startAccepts_);
+        part.lists_ = NumberLists(lists.take());
+        part.negated_ = PatternList::negatedPaths(first_, count_);
+    }
+
+    static void set(Word* words, std::uint32_t bit) { words[bit / 64] |= Word{1} << (bit % 64); }
+
+    // `places` in any order.
+    static void appendBits(const Numbers& places, Vector<BitPart::Bits>& bits) {
+        const std::size_t begin = bits.size();
+        Numbers sorted = places;
+        std::sort(sorted.begin(), sorted.end());
+        for (const std::uint32_t place : sorted) {
+            if (bits.size() == begin || bits.back().word != place / 64) {
+                bits.push_back({place / 64, 0});
+            }
+            bits.back().bits |= Word{1} << (place % 64);
+        }
+    }
+
+    template <class Number>
+    static void sortOnce(Vector<Number>& values) {
+        std::sort(values.begin(), values.end());
+        values.erase(std::unique(values.begin(), values.end()), values.end());
+    }
+
+    const Pattern* first_;
+    std::size_t count_;
+    std::size_t placeLimit_;
+    std::size_t mostFollows_;
+    std::size_t followCount_ = 0;
+    FlatNfa nfa_;
+    Vector<FlatNfa::Edge> places_;  // sorted
+    Vector<Numbers> placesOf_;      // of each state
+    Vector<Numbers> follows_;       // of each target
+    Vector<Vector<std::int32_t>> accepts_;
+    Numbers startFollows_;
+    Vector<std::int32_t> startAccepts_;
+    Vector<bool> isSeen_;
+    Numbers bitOf_;  // of each place
+};
+
+std::unique_ptr<BitPart> BitPart::make(const Pattern* first, std::size_t count,
+                                       std::size_t placeLimit, std::size_t byteLimit) {
+    auto part = std::make_unique<BitPart>();
+    if (!BitMaker(first, count, placeLimit, byteLimit).make(*part)) return nullptr;
+    return part;
+}
+
+void BitPart::addMatches(const Word* state, Found& found) const {
+    for (std::size_t i = 0; i < words_; ++i) {
+        for (Word bits = state[i] & ends_[i]; bits != 0; bits &= bits - 1) {
+            lists_.add(accepts_[i * 64 + static_cast<unsigned>(__builtin_ctzll(bits))], found);
+        }
+    }
+}
+
+template <std::size_t fixedWords>
+bool BitPart::walk(std::string_view text, Found& found) const {
+    const std::size_t words = fixedWords != 0 ? fixedWords : words_;
+    Word fixed[2][fixedWords != 0 ? fixedWords : 1];
+    Word* state = fixed[0];
+    Word* next = fixed[1];
+    if constexpr (fixedWords == 0) {
+        thread_local std::vector<Word> roomS;
+        if (roomS.size() < 2 * words) roomS.resize(2 * words);
+        state = roomS.data();
+        next = state + words;
+    }
+    const auto* at = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* const end = at + text.size();
+    if (at == end || *at == 0) {
+        lists_.add(acceptsEmpty_, found);
+        return true;
+    }
+    const Word* entered = &entered_[classOf_[*at++] * words];
+    Word any = 0;
+    for (std::size_t i = 0; i < words; ++i) any |= state[i] = start_[i] & entered[i];
+    const Exception* const exceptionsEnd = exceptions_.data() + exceptions_.size() - 1;
+    for (; any != 0 && at != end && *at != 0; ++at) {
+        entered = &entered_[classOf_[*at] * words];
+        Word carry = 0;
+        for (std::size_t i = 0; i < words; ++i) {
+            const Word shifted = state[i] & shifts_[i];
+            next[i] = shifted << 1 | carry | (state[i] & loops_[i]);
+            carry = shifted >> 63;
+        }
+        for (const Exception* exception = exceptions_.data(); exception != exceptionsEnd;
+             ++exception) {
+            Word from = 0;
+            for (std::uint32_t i = exception->from; i < exception->to; ++i) {
+                from |= state[bits_[i].word] & bits_[i].bits;
+            }
+            if (from == 0) continue;
+            for (std::uint32_t i = exception->to; i < exception[1].from; ++i) {
+                next[bits_[i].word] |= bits_[i].bits;
+            }
+        }
+        any = 0;
+        for (std::size_t i = 0; i < words; ++i) any |= next[i] &= entered[i];
+        std::swap(state, next);
+    }
+    if (any == 0) return false;
+    addMatches(state, found);
+    return true;
+}
+
+bool BitPart::match(std::string_view text, Found& found) const {
+    const auto walkText = [&](Found& into) {
+        switch (words_) {
+            case 1:
+                return walk<1>(text, into);
+            case 2:
+                return walk<2>(text, into);
+            case 3:
+                return walk<3>(text, into);
+            case 4:
+                return walk<4>(text, into);
+            default:
+                return walk<0>(text, into);
+        }
+    };
+    if (negated_.empty()) return walkText(found);
+    // Negated patterns are reported where they do not match.
+    thread_local std::vector<std::int32_t> matchedS;
+    matchedS.clear();
+    Found matched(matchedS);
+    const bool isInside = walkText(matched);
+    matched.sortOnce();
+    auto negated = negated_.begin();
+    for (const std::int32_t path : matchedS) {
+        while (negated != negated_.end() && *negated < path) found.add(*negated++);
+        if (negated != negated_.end() && *negated == path) {
+            ++negated;
+        } else {
+            found.add(path);
+        }
+    }
+    while (negated != negated_.end()) found.add(*negated++);
+    return isInside;
+}
+
+std::size_t BitPart::memory() const {
+    return sizeof *this + entered_.bytes() + start_.bytes() + shifts_.bytes() + loops_.bytes() +
+           ends_.bytes() + exceptions_.bytes() + bits_.bytes() + accepts_.bytes() + lists_.bytes() +
+           negated_.capacity() * sizeof(std::int32_t);
+}
+
+}  // namespace FSM

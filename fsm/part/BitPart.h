@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "fsm/part/Flat.h"
+#include "fsm/part/Part.h"
+
+namespace FSM {
+
+struct Pattern;
+
+/// Patterns whose deterministic automaton would be too large: the non-deterministic one, with a bit
+/// for each place in the patterns. All places move at once: most to the next place, which is a
+/// shift, or stay; the others go by a list of exceptions. So a byte costs some nanoseconds for each
+/// 64 places, whatever the patterns.
+class BitPart final : public Part {
+public:
+    /// Makes a part of `count` patterns from `first` on; null if they have more than `placeLimit`
+    /// places or their moves take more than `byteLimit` bytes.
+    static std::unique_ptr<BitPart> make(const Pattern* first, std::size_t count,
+                                         std::size_t placeLimit, std::size_t byteLimit);
+
+    bool match(std::string_view text, Found& found) const override;
+    void addNegated(Found& found) const override { found.add(negated_); }
+    std::size_t stateCount() const override { return accepts_.size(); }
+    std::size_t memory() const override;
+
+private:
+    friend class BitMaker;
+
+    using Word = std::uint64_t;
+    struct Bits {  // of one word
+        std::uint32_t word;
+        Word bits;
+    };
+    // From any of some places to all of others; the lists end where those of the next begin.
+    struct Exception {
+        std::uint32_t from;
+        std::uint32_t to;
+    };
+
+    template <std::size_t fixedWords>
+    bool walk(std::string_view text, Found& found) const;
+    void addMatches(const Word* state, Found& found) const;
+
+    std::size_t words_ = 0;
+    std::array<std::uint8_t, 256> classOf_{};
+    Flat<Word> entered_;  // for each class, the places that its bytes enter
+    Flat<Word> start_;    // the places that a text may enter first
+    Flat<Word> shifts_;   // the places that lead to the next one
+    Flat<Word> loops_;    // the places that lead to themselves
+    Flat<Word> ends_;     // the places where a pattern may end
+    Flat<Exception> exceptions_;
+    Flat<Bits> bits_;                 // of the exceptions
+    Flat<NumberLists::Ref> accepts_;  // of each place
+    NumberLists::Ref acceptsEmpty_ = 0;
+    NumberLists lists_;
+    std::vector<std::int32_t> negated_;
+};
+
+}  // namespace FSM

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+
+#include "fsm/Account.h"
+#include "fsm/part/Part.h"
+
+namespace FSM {
+
+/// An array of plain values that is filled once and then only read: in memory of its own, or in a
+/// file that is mapped.
+template <class Value>
+class Flat {
+public:
+    Flat() = default;
+    explicit Flat(Vector<Value> values) : own_(std::move(values)) {
+        own_.shrink_to_fit();
+        view_ = own_;
+    }
+    /// Values that lie elsewhere and outlive this.
+    explicit Flat(std::span<const Value> values) : view_(values) {}
+    Flat(Flat&& other) noexcept = default;
+    Flat& operator=(Flat&& other) noexcept = default;
+
+    const Value& operator[](std::size_t index) const { return view_[index]; }
+    const Value* data() const { return view_.data(); }
+    std::size_t size() const { return view_.size(); }
+    bool empty() const { return view_.empty(); }
+    std::size_t bytes() const { return view_.size_bytes(); }
+    std::span<const Value> view() const { return view_; }
+
+private:
+    Vector<Value> own_;
+    std::span<const Value> view_;
+};
+
+/// Lists of path numbers in one array. A list is named by a reference: 0 is the empty list; with
+/// the highest bit it is the only number itself; otherwise the place of the list's length, which
+/// its numbers follow, ascending.
+class NumberLists {
+public:
+    using Ref = std::uint32_t;
+    static constexpr Ref singleCM = Ref{1} << 31;
+
+    /// Used while the lists are made.
+    class Maker {
+    public:
+        Maker() : values_(1) {}
+        /// Adds `numbers`, which are ascending.
+        Ref add(std::span<const std::int32_t> numbers);
+        Flat<std::int32_t> take() { return Flat<std::int32_t>(std::move(values_)); }
+
+    private:
+        Vector<std::int32_t> values_;
+    };
+
+    NumberLists() = default;
+    explicit NumberLists(Flat<std::int32_t> values) : values_(std::move(values)) {}
+
+    /// Adds the numbers of a list to `found`.
+    void add(Ref list, Found& found) const {
+        if (list == 0) return;
+        if ((list & singleCM) != 0) {
+            found.add(static_cast<std::int32_t>(list & ~singleCM));
+        } else {
+            found.add(values_.data() + list + 1, static_cast<std::size_t>(values_[list]));
+        }
+    }
+    std::size_t bytes() const { return values_.bytes(); }
+    const Flat<std::int32_t>& values() const { return values_; }
+
+private:
+    Flat<std::int32_t> values_;
+};
+
+}  // namespace FSM

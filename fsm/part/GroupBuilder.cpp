@@ -1,0 +1,383 @@
+#include "fsm/part/GroupBuilder.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "fsm/Determiniser.h"
+#include "fsm/Shape.h"
+#include "fsm/Table.h"
+#include "fsm/part/BitPart.h"
+#include "fsm/part/LiteralPart.h"
+#include "fsm/part/TablePart.h"
+#include "fsm/part/WordPart.h"
+
+namespace FSM {
+
+namespace {
+
+// A deterministic automaton with more states than this times those of the patterns grows with the
+// product of its patterns, unless it is small.
+constexpr std::size_t proportionS = 2;
+constexpr std::size_t smallS = 512;
+// What an automaton with tails apart may have in any case.
+constexpr std::size_t wholeS = 4096;
+// What one of several automata may have in any case.
+constexpr std::size_t splitS = 2048;
+// Fewer words are matched faster by a deterministic automaton.
+constexpr std::size_t fewLiteralBytesS = 4096;
+constexpr std::size_t fewWordBytesS = 2048;
+constexpr std::size_t fewSequencesS = 6;
+// States of patterns that share a part with a bit for each place.
+constexpr std::size_t bitsTogetherS = 192;
+// Automata of single patterns tried before a list is split.
+constexpr std::size_t fewPatternsS = 4096;
+// Deterministic states that all parts of a group together may have, for each one that a single
+// automaton may.
+constexpr std::size_t groupFactorS = 16;
+
+// Whether a part, ignoring its negation, matches "".
+bool acceptsEmpty(const EnginePart& part) {
+    for (const State* state : part.interior().members()) {
+        static_cast<const NonDetState*>(state)->mark(0);
+    }
+    part.start()->mark(1);
+    part.end()->mark(0);
+    Vector<const State*> open;
+    open.push_back(part.start());
+    while (!open.empty() && part.end()->mark() == 0) {
+        const State* const state = open.back();
+        open.pop_back();
+        for (const State* next : state->epsilonSuccStates()) {
+            const auto* const to = static_cast<const NonDetState*>(next);
+            if (to->mark() == 1) continue;
+            to->mark(1);
+            open.push_back(to);
+        }
+    }
+    countWork(part.stateCount());
+    return part.end()->mark() == 1;
+}
+
+std::size_t statesOf(const Pattern* first, std::size_t count) {
+    std::size_t states = 0;
+    for (std::size_t i = 0; i < count; ++i) states += first[i].part->stateCount();
+    return states;
+}
+
+template <class Value>
+using MapOfPaths = std::map<std::int32_t, Value, std::less<>,
+                            CountedAllocator<std::pair<const std::int32_t, Value>>>;
+
+// Joins patterns that a split must not separate: those that share a number, if one of them is
+// negated. They become neighbours. Gives, for each pattern, whether it may be the first of a part.
+Vector<bool> joinNegated(Vector<Pattern>& patterns) {
+    const auto hasNegation = [](const Pattern& pattern) { return pattern.isNegated(); };
+    if (std::none_of(patterns.begin(), patterns.end(), hasNegation)) {
+        return Vector<bool>(patterns.size(), true);
+    }
+    MapOfPaths<std::size_t> firstOfPath;
+    MapOfPaths<bool> isNegated;
+    Vector<std::size_t> keys;
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        countWork(16);
+        isNegated[patterns[i].path] |= patterns[i].isNegated();
+        keys.push_back(firstOfPath.try_emplace(patterns[i].path, i).first->second);
+    }
+    Vector<std::size_t> order(patterns.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
+        if (!isNegated[patterns[i].path]) keys[i] = i;
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+    Vector<Pattern> sorted;
+    Vector<bool> mayStart;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        sorted.push_back(std::move(patterns[order[i]]));
+        mayStart.push_back(i == 0 || keys[order[i]] != keys[order[i - 1]]);
+    }
+    patterns = std::move(sorted);
+    return mayStart;
+}
+
+}  // namespace
+
+struct GroupBuilder::Automaton {
+    std::size_t first;
+    std::size_t count;
+    RawAutomaton raw;
+};
+
+struct GroupBuilder::Words {
+    Shape shape;
+    Vector<Literal> literals;
+    WordPart::Maker sequences;
+
+    // A copy of `word` that stays where it is.
+    std::string_view keep(std::string_view word) {
+        constexpr std::size_t blockSize = 16384;
+        if (blocks.empty() || word.size() > blocks.back().capacity() - blocks.back().size()) {
+            blocks.emplace_back().reserve(std::max(blockSize, word.size()));
+        }
+        Vector<char>& block = blocks.back();
+        block.insert(block.end(), word.begin(), word.end());
+        return {block.data() + block.size() - word.size(), word.size()};
+    }
+    Vector<Vector<char>> blocks;
+};
+
+GroupBuilder::GroupBuilder(Vector<Pattern> patterns, const BuildLimits& limits,
+                           std::size_t partLimit)
+    : patterns_(std::move(patterns)),
+      limits_(limits),
+      partLimit_(partLimit),
+      words_(std::make_unique<Words>()) {}
+
+GroupBuilder::~GroupBuilder() = default;
+
+bool GroupBuilder::build(GroupParts& result) {
+    negated_ = PatternList::negatedPaths(patterns_.data(), patterns_.size());
+    findEmpty();
+    sortOut();
+    joinNegated();
+    if (guiltyPath_ >= 0) return false;
+    makeAutomata();
+    result.acceptsEmpty = acceptsEmpty_;
+    if (!words_->literals.empty()) {
+        result.parts.push_back(std::make_unique<LiteralPart>(words_->literals));
+    }
+    if (!words_->sequences.isEmpty()) {
+        result.parts.push_back(std::make_unique<WordPart>(words_->sequences));
+    }
+    return guiltyPath_ < 0 && makeTables(result) && makeBits(result);
+}
+
+void GroupBuilder::findEmpty() {
+    for (const Pattern& pattern : patterns_) {
+        acceptsEmpty_ = pattern.part != nullptr
+                            ? acceptsEmpty(*pattern.part)
+                            : words_->shape.read(pattern.text) && words_->shape.bytes.empty();
+        countWork(4);
+        if (acceptsEmpty_) return;
+    }
+}
+
+// Words go into their own parts when there are many.
+void GroupBuilder::sortOut() {
+    std::size_t literalBytes = 0;
+    std::size_t wordBytes = 0;
+    std::size_t sequences = 0;
+    for (const Pattern& pattern : patterns_) {
+        countWork(4);
+        if (pattern.part != nullptr || !words_->shape.read(pattern.text)) continue;
+        if (words_->shape.isLiteral()) {
+            literalBytes += 8 + words_->shape.bytes.size();
+        } else {
+            wordBytes += words_->shape.bytes.size();
+            if (words_->shape.wordCount() > 1) ++sequences;
+        }
+    }
+    const bool takesLiterals = partLimit_ != 0 || literalBytes > fewLiteralBytesS;
+    const bool takesWords =
+        partLimit_ != 0 || wordBytes > fewWordBytesS || sequences > fewSequencesS;
+    for (Pattern& pattern : patterns_) {
+        if (takeWords(pattern, takesLiterals, takesWords)) continue;
+        pattern.parse();
+        others_.push_back(std::move(pattern));
+    }
+}
+
+bool GroupBuilder::takeWords(Pattern& pattern, bool takesLiterals, bool takesWords) {
+    Shape& shape = words_->shape;
+    // Patterns that share a number with a negated one depend on each other.
+    if (pattern.isNegated() || std::binary_search(negated_.begin(), negated_.end(), pattern.path) ||
+        !shape.read(pattern.text)) {
+        return false;
+    }
+    countWork(8);
+    if (shape.isLiteral()) {
+        if (!takesLiterals) return false;
+        words_->literals.push_back({words_->keep(shape.bytes), pattern.path, shape.endsWild});
+        countBytes(pattern);
+        return true;
+    }
+    // The part cannot tell how long a text without matches was the beginning of one.
+    if (!takesWords || (acceptsEmpty_ && !shape.startsWild)) return false;
+    words_->sequences.add(shape, pattern.path);
+    countBytes(pattern);
+    return true;
+}
+
+// Notes the bytes that a pattern of words will take in its part.
+void GroupBuilder::countBytes(const Pattern& pattern) {
+    constexpr std::size_t bytesPerWord = 48;
+    bytes_ += bytesPerWord + words_->shape.bytes.size();
+    if (bytes_ > limits_.bytes && guiltyPath_ < 0) fail(pattern, limits_.bytes, "bytes");
+}
+
+// Joins patterns that a split must not separate: those that share a number, if one of them is
+// negated. They become neighbours.
+void GroupBuilder::joinNegated() { mayStart_ = FSM::joinNegated(others_); }
+
+void GroupBuilder::makeAutomata() {
+    if (others_.empty()) return;
+    if (partLimit_ == 0) {
+        if (determineWhole()) return;
+        // Words may be what makes it explode.
+        Vector<Pattern> rest;
+        for (Pattern& pattern : others_) {
+            if (!takeWords(pattern, true, true)) rest.push_back(std::move(pattern));
+        }
+        const bool isAnyTaken = rest.size() < others_.size();
+        others_ = std::move(rest);
+        if (others_.empty()) return;
+        joinNegated();
+        if (isAnyTaken && determineWhole()) return;
+    }
+    split();
+}
+
+// One automaton for all, with the tails inside or apart, if it does not grow out of proportion.
+bool GroupBuilder::determineWhole() { return determine(0, others_.size(), wholeS, true); }
+
+// Adds an automaton for `count` patterns from `first` on, if it has no more than `leastStates` or
+// grows in proportion.
+bool GroupBuilder::determine(std::size_t first, std::size_t count, std::size_t leastStates,
+                             bool mayKeepTails) {
+    const Pattern* const patterns = &others_[first];
+    const std::size_t proportionate =
+        mayKeepTails ? statesOf(patterns, count) * proportionS : leastStates;
+    struct Trial {
+        std::size_t states;
+        Tails tails;
+    };
+    const Trial trials[] = {
+        {std::max(mayKeepTails ? smallS : leastStates, proportionate), Tails::Inside},
+        {std::max(leastStates, proportionate), Tails::Apart}};
+    for (const Trial& trial : std::span(trials).first(mayKeepTails ? 2 : 1)) {
+        RawAutomaton raw;
+        const BuildLimits limits{std::min(limits_.states, trial.states), limits_.bytes};
+        if (!determinise(patterns, count, limits, raw, trial.tails)) continue;
+        automata_.push_back({first, count, std::move(raw)});
+        return true;
+    }
+    return false;
+}
+
+// Halves the list until each half grows in proportion. What cannot be halved explodes.
+void GroupBuilder::split() {
+    const auto unitEnd = [&](std::size_t first) {
+        ++first;
+        while (first < others_.size() && !mayStart_[first]) ++first;
+        return first;
+    };
+    const bool isFree = partLimit_ == 0;
+    const std::size_t least = isFree ? splitS : partLimit_;
+    struct Range {
+        std::size_t first;
+        std::size_t end;
+    };
+    // Those that explode by themselves would make all halves explode that they are in.
+    Vector<Range> open;
+    std::size_t begin = 0;
+    for (std::size_t first = 0;
+         isFree && others_.size() <= fewPatternsS && first < others_.size();) {
+        const std::size_t end = unitEnd(first);
+        if (determine(first, end - first, smallS, true)) {
+            automata_.pop_back();
+        } else {
+            if (begin < first) open.push_back({begin, first});
+            exploding_.push_back(first);
+            begin = end;
+        }
+        first = end;
+    }
+    if (begin < others_.size()) open.push_back({begin, others_.size()});
+    while (!open.empty()) {
+        const Range range = open.back();
+        open.pop_back();
+        if (determine(range.first, range.end - range.first, least, isFree)) continue;
+        std::size_t middle = range.first + (range.end - range.first) / 2;
+        while (middle > range.first && !mayStart_[middle]) --middle;
+        if (middle == range.first) middle = unitEnd(range.first);
+        if (middle >= range.end) {
+            exploding_.push_back(range.first);
+        } else {
+            open.push_back({middle, range.end});
+            open.push_back({range.first, middle});
+        }
+    }
+    std::sort(exploding_.begin(), exploding_.end());
+}
+
+bool GroupBuilder::makeTables(GroupParts& result) {
+    if (automata_.empty()) return true;
+    auto part = std::make_unique<TablePart>();
+    std::size_t states = 0;
+    for (Automaton& automaton : automata_) {
+        const Pattern* const first = &others_[automaton.first];
+        states += automaton.raw.stateCount();
+        if (states > limits_.states * groupFactorS) {
+            return fail(*first, limits_.states * groupFactorS, "states");
+        }
+        auto table = std::make_unique<Table>();
+        const std::size_t mostListed = std::min(limits_.states * Table::listedPerStateCM,
+                                                limits_.bytes / sizeof(std::int32_t));
+        if (!table->build(std::move(automaton.raw),
+                          PatternList::negatedPaths(first, automaton.count), acceptsEmpty_,
+                          mostListed)) {
+            error_ = "limit of " + std::to_string(limits_.states) +
+                     " states passed: too many path numbers to list";
+            return false;
+        }
+        bytes_ += table->memory();
+        if (bytes_ > limits_.bytes) return fail(*first, limits_.bytes, "bytes");
+        part->add(std::move(table));
+    }
+    result.parts.push_back(std::move(part));
+    return true;
+}
+
+bool GroupBuilder::makeBits(GroupParts& result) {
+    const std::size_t byteLimit = limits_.bytes - std::min(limits_.bytes, bytes_);
+    for (std::size_t i = 0; i < exploding_.size();) {
+        // The patterns of one part lie together.
+        Vector<Pattern> together;
+        std::size_t states = 0;
+        std::size_t units = 0;
+        do {
+            std::size_t at = exploding_[i];
+            std::size_t added = 0;
+            std::size_t end = at;
+            do {
+                added += others_[end++].part->stateCount();
+            } while (end < others_.size() && !mayStart_[end]);
+            if (units > 0 && states + added > bitsTogetherS) break;
+            states += added;
+            for (; at < end; ++at) together.push_back(std::move(others_[at]));
+            ++units;
+        } while (++i < exploding_.size());
+        auto part = BitPart::make(together.data(), together.size(), limits_.states, byteLimit);
+        if (part == nullptr) {
+            const bool isTooLong = states > limits_.states;
+            return fail(together[0], isTooLong ? limits_.states : limits_.bytes,
+                        isTooLong ? "states" : "bytes");
+        }
+        bytes_ += part->memory();
+        if (bytes_ > limits_.bytes) return fail(together[0], limits_.bytes, "bytes");
+        result.parts.push_back(std::move(part));
+    }
+    return true;
+}
+
+bool GroupBuilder::fail(const Pattern& guilty, std::size_t limit, const char* units) {
+    guiltyPath_ = guilty.path;
+    error_ = PatternList::limitError(guilty, limit, units);
+    return false;
+}
+
+}  // namespace FSM

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "fsm/Table.h"
+#include "fsm/part/Part.h"
+
+namespace FSM {
+
+/// Deterministic automata that are walked side by side, up to four at a time.
+class TablePart final : public Part {
+public:
+    void add(std::unique_ptr<Table> table);
+
+    bool match(std::string_view text, Found& found) const override;
+    void addNegated(Found& found) const override;
+    std::size_t stateCount() const override;
+    std::size_t memory() const override;
+
+    std::size_t automatonCount() const override { return plain_.size() + tailed_.size(); }
+    /// The only table, if it needs no memory beside its state; otherwise null.
+    const Table* only() const {
+        return plain_.size() == 1 && tailed_.empty() ? plain_[0].get() : nullptr;
+    }
+
+private:
+    std::vector<std::unique_ptr<Table>> plain_;
+    std::vector<std::unique_ptr<Table>> tailed_;  // with tails apart
+};
+
+}  // namespace FSM
