@@ -13,7 +13,7 @@
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/PatternList.h"
-#include "fsm/RowTree.h"
+#include "fsm/RowTable.h"
 
 namespace FSM {
 
@@ -47,7 +47,7 @@ struct MultiEngine::Rows {
     bool isBuilt = false;
     FND::String error;
     std::vector<Place> places;
-    RowTree tree;
+    RowTable table;
 };
 
 MultiEngine::MultiEngine() : rows_(std::make_unique<Rows>()) {}
@@ -56,7 +56,7 @@ MultiEngine::~MultiEngine() = default;
 
 void MultiEngine::Rows::clear() {
     places.clear();
-    tree.clear();
+    table.clear();
 }
 
 void MultiEngine::stateLimit(std::size_t states) {
@@ -108,7 +108,7 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
         place.numbers.emplace(patterns[count], Place::Use{number, path});
         row[count] = number;
     }
-    rows_->tree.insert({row.data(), count}, path);
+    rows_->table.insert({row.data(), count}, path);
     return true;
 }
 
@@ -129,11 +129,13 @@ bool MultiEngine::finalSetup() {
 }
 
 bool MultiEngine::build() {
+    std::vector<std::size_t> counts;
     for (std::size_t i = 0; i < rows_->places.size(); ++i) {
         Place& place = rows_->places[i];
         auto group = std::unique_ptr<EngineGroup>(new EngineGroup(std::move(place.patterns)));
         group->stateLimit(rows_->stateLimit);
         group->byteLimit(rows_->byteLimit);
+        counts.push_back(static_cast<std::size_t>(group->patternCount()));
         if (!group->finalSetup()) {
             rows_->error = "word " + std::to_string(i + 1) + ": " + group->error();
             for (const auto& [text, use] : place.numbers) {
@@ -145,32 +147,87 @@ bool MultiEngine::build() {
         place.textCharge = Charge();
         place.group = std::move(group);
     }
-    rows_->tree.build();
+    rows_->table.build(counts);
     return true;
 }
+
+namespace {
+
+// What a thread needs to match a sequence of words.
+struct MatchRoom {
+    std::array<std::vector<std::int32_t>, MultiEngine::maxWordsCM> matching;  // of each place
+    std::vector<RowTable::Row> candidates;
+};
+
+}  // namespace
 
 template <class Visitor>
 void MultiEngine::Rows::match(std::span<const std::string_view> words, Visitor visit) const {
     if (!isBuilt || words.empty() || words.size() > places.size()) return;
-    // For split places, collects the matching patterns, place after place.
-    thread_local std::vector<std::int32_t> joined;
-    std::array<RowTree::Numbers, maxWordsCM> matching;
-    std::array<std::size_t, maxWordsCM> joinedEnd;
-    joined.clear();
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::size_t before = joined.size();
-        places[i].group->appendPaths(words[i], joined);
-        if (joined.size() == before) return;
-        joinedEnd[i] = joined.size();
+    // Rows that are looked at one by one rather than walking another word.
+    constexpr std::size_t fewRows = 64;
+    thread_local MatchRoom room;
+    std::array<bool, maxWordsCM> isWalked{};
+    // Walks the places that tell most rows apart, until one leaves few.
+    std::size_t fewest = ~std::size_t{0};
+    std::size_t best = 0;
+    const auto walk = [&](std::size_t place) {
+        room.matching[place].clear();
+        places[place].group->appendPaths(words[place], room.matching[place]);
+        isWalked[place] = true;
+        return !room.matching[place].empty();
+    };
+    for (const std::uint32_t place : table.order()) {
+        if (place >= words.size()) continue;
+        if (!walk(place)) return;
+        std::size_t rowsLeft = 0;
+        for (const std::int32_t number : room.matching[place]) {
+            rowsLeft += table.rowsAt(place, number).size();
+        }
+        if (rowsLeft < fewest) {
+            fewest = rowsLeft;
+            best = place;
+        }
+        if (fewest <= fewRows) break;
     }
-    std::size_t begin = 0;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        if (joinedEnd[i] > begin) {
-            matching[i] = {joined.data() + begin, joinedEnd[i] - begin};
-            begin = joinedEnd[i];
+    const auto isMatching = [&](RowTable::Row row, std::size_t place) {
+        const std::vector<std::int32_t>& list = room.matching[place];
+        return std::binary_search(list.begin(), list.end(), table.number(row, place));
+    };
+    room.candidates.clear();
+    const auto consider = [&](std::span<const RowTable::Row> rows) {
+        for (const RowTable::Row row : rows) {
+            bool matches = table.hasLength(row, words.size());
+            for (std::size_t place = 0; matches && place < words.size(); ++place) {
+                matches = !isWalked[place] || place == best || isMatching(row, place);
+            }
+            if (matches) room.candidates.push_back(row);
+        }
+    };
+    // The rows with a number at the first place are ordered by their numbers at the second one.
+    constexpr std::size_t stepsOfSearch = 12;
+    const std::size_t first = table.order()[0];
+    const std::size_t second = table.order().size() > 1 ? table.order()[1] : first;
+    const bool areBothWalked = isWalked[first] && isWalked[second] && first != second;
+    if (areBothWalked &&
+        room.matching[first].size() * room.matching[second].size() * stepsOfSearch < fewest) {
+        best = first;
+        for (const std::int32_t number : room.matching[first]) {
+            for (const std::int32_t next : room.matching[second]) {
+                consider(table.rowsWith(number, next));
+            }
+        }
+    } else {
+        for (const std::int32_t number : room.matching[best]) {
+            consider(table.rowsAt(best, number));
         }
     }
-    tree.find({matching.data(), words.size()}, visit);
+    for (std::size_t place = 0; place < words.size() && !room.candidates.empty(); ++place) {
+        if (isWalked[place]) continue;
+        if (!walk(place)) return;
+        std::erase_if(room.candidates, [&](RowTable::Row row) { return !isMatching(row, place); });
+    }
+    for (const RowTable::Row row : room.candidates) visit(table.path(row));
 }
 
 void MultiEngine::process(std::span<const std::string_view> words,
@@ -198,7 +255,7 @@ std::size_t MultiEngine::stateCount() const {
 }
 
 std::size_t MultiEngine::memory() const {
-    std::size_t bytes = rows_->isBuilt ? rows_->tree.memory() : 0;
+    std::size_t bytes = rows_->isBuilt ? rows_->table.memory() : 0;
     for (const Place& place : rows_->places) {
         if (place.group != nullptr) bytes += place.group->memory();
     }

@@ -19,11 +19,10 @@ namespace FSM {
 /// Unlike an `Engine`, it never reports a pattern that matches "" for a word that leaves the
 /// automaton.
 ///
-/// All patterns of one place, each once however many rows have it, make one automaton, whose states
-/// lead to the engine of the next place. So a sequence takes one pass over each word, and then a
-/// look at the rows whose patterns have matched. Where one automaton would be too large, a group
-/// takes its place. Build time and memory are in proportion to the different patterns of each
-/// place, plus 12 to 20 bytes per row. Threads and failures: see `MultiEngineIf`.
+/// All patterns of one place, each once however many rows have it, make a group. A sequence walks
+/// the words of the places that tell most rows apart, and the others only for rows that may still
+/// match. Build time and memory are in proportion to the different patterns of each place, plus 8
+/// bytes for each pattern of a row. Threads and failures: see `MultiEngineIf`.
 class KESTREL_API MultiEngine : public MultiEngineIf {
 public:
     /// Patterns that a row may have.

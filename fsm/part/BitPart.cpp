@@ -35,6 +35,8 @@ public:
 private:
     using Word = BitPart::Word;
     using Numbers = Vector<std::uint32_t>;
+    using Exceptions = std::map<Numbers, Numbers, std::less<>,
+                                CountedAllocator<std::pair<const Numbers, Numbers>>>;
 
     void findPlaces() {
         for (std::uint32_t state = 0; state < nfa_.stateCount(); ++state) {
@@ -147,8 +149,7 @@ private:
         for (const Vector<std::int32_t>& list : accepts_) listOf.push_back(lists.add(list));
 
         // Exceptions, by the places that they lead to.
-        std::map<Numbers, Numbers, std::less<>, CountedAllocator<std::pair<const Numbers, Numbers>>>
-            exceptions;
+        Exceptions exceptions;
         Numbers others;
         for (std::uint32_t place = 0; place < places_.size(); ++place) {
             const std::uint32_t bit = bitOf_[place];
@@ -184,6 +185,7 @@ private:
             appendBits(to, bits);
         }
         flat.push_back({static_cast<std::uint32_t>(bits.size()), 0});
+        if (words <= BitPart::mostFixedCM) fillMoves(part, exceptions);
         part.entered_ = Flat<Word>(std::move(entered));
         part.start_ = Flat<Word>(std::move(start));
         part.shifts_ = Flat<Word>(std::move(shifts));
@@ -195,6 +197,27 @@ private:
         part.acceptsEmpty_ = lists.add(startAccepts_);
         part.lists_ = NumberLists(lists.take());
         part.negated_ = PatternList::negatedPaths(first_, count_);
+    }
+
+    void fillMoves(BitPart& part, const Exceptions& exceptions) const {
+        const std::size_t words = part.words_;
+        Vector<Word> origins(words);
+        Vector<std::uint32_t> exceptionOf(places_.size());
+        Vector<Word> moves(2 * words * exceptions.size());
+        std::uint32_t number = 0;
+        for (const auto& [to, from] : exceptions) {
+            Word* const own = &moves[2 * words * number];
+            for (const std::uint32_t place : from) {
+                set(origins.data(), place);
+                set(own, place);
+                exceptionOf[place] = number;
+            }
+            for (const std::uint32_t place : to) set(own + words, place);
+            ++number;
+        }
+        part.origins_ = Flat<Word>(std::move(origins));
+        part.exceptionOf_ = Flat<std::uint32_t>(std::move(exceptionOf));
+        part.moves_ = Flat<Word>(std::move(moves));
     }
 
     static void set(Word* words, std::uint32_t bit) { words[bit / 64] |= Word{1} << (bit % 64); }
@@ -249,6 +272,33 @@ void BitPart::addMatches(const Word* state, Found& found) const {
     }
 }
 
+// Adds the places that `state` leads to by exceptions.
+template <std::size_t fixedWords>
+inline void BitPart::follow(const Word* state, Word* next) const {
+    if constexpr (fixedWords != 0) {
+        for (std::size_t word = 0; word < fixedWords; ++word) {
+            for (Word bits = state[word] & origins_[word]; bits != 0;) {
+                const std::size_t place = word * 64 + static_cast<unsigned>(__builtin_ctzll(bits));
+                const Word* const move = &moves_[exceptionOf_[place] * 2 * fixedWords];
+                for (std::size_t i = 0; i < fixedWords; ++i) next[i] |= move[fixedWords + i];
+                bits &= ~move[word];
+            }
+        }
+        return;
+    }
+    const Exception* const end = exceptions_.data() + exceptions_.size() - 1;
+    for (const Exception* exception = exceptions_.data(); exception != end; ++exception) {
+        Word from = 0;
+        for (std::uint32_t i = exception->from; i < exception->to; ++i) {
+            from |= state[bits_[i].word] & bits_[i].bits;
+        }
+        if (from == 0) continue;
+        for (std::uint32_t i = exception->to; i < exception[1].from; ++i) {
+            next[bits_[i].word] |= bits_[i].bits;
+        }
+    }
+}
+
 template <std::size_t fixedWords>
 bool BitPart::walk(std::string_view text, Found& found) const {
     const std::size_t words = fixedWords != 0 ? fixedWords : words_;
@@ -270,7 +320,6 @@ bool BitPart::walk(std::string_view text, Found& found) const {
     const Word* entered = &entered_[classOf_[*at++] * words];
     Word any = 0;
     for (std::size_t i = 0; i < words; ++i) any |= state[i] = start_[i] & entered[i];
-    const Exception* const exceptionsEnd = exceptions_.data() + exceptions_.size() - 1;
     for (; any != 0 && at != end && *at != 0; ++at) {
         entered = &entered_[classOf_[*at] * words];
         Word carry = 0;
@@ -279,17 +328,7 @@ bool BitPart::walk(std::string_view text, Found& found) const {
             next[i] = shifted << 1 | carry | (state[i] & loops_[i]);
             carry = shifted >> 63;
         }
-        for (const Exception* exception = exceptions_.data(); exception != exceptionsEnd;
-             ++exception) {
-            Word from = 0;
-            for (std::uint32_t i = exception->from; i < exception->to; ++i) {
-                from |= state[bits_[i].word] & bits_[i].bits;
-            }
-            if (from == 0) continue;
-            for (std::uint32_t i = exception->to; i < exception[1].from; ++i) {
-                next[bits_[i].word] |= bits_[i].bits;
-            }
-        }
+        follow<fixedWords>(state, next);
         any = 0;
         for (std::size_t i = 0; i < words; ++i) any |= next[i] &= entered[i];
         std::swap(state, next);
@@ -336,7 +375,8 @@ bool BitPart::match(std::string_view text, Found& found) const {
 
 std::size_t BitPart::memory() const {
     return sizeof *this + entered_.bytes() + start_.bytes() + shifts_.bytes() + loops_.bytes() +
-           ends_.bytes() + exceptions_.bytes() + bits_.bytes() + accepts_.bytes() + lists_.bytes() +
+           ends_.bytes() + origins_.bytes() + exceptionOf_.bytes() + moves_.bytes() +
+           exceptions_.bytes() + bits_.bytes() + accepts_.bytes() + lists_.bytes() +
            negated_.capacity() * sizeof(std::int32_t);
 }
 

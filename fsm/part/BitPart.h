@@ -45,6 +45,8 @@ private:
     };
 
     template <std::size_t fixedWords>
+    void follow(const Word* state, Word* next) const;
+    template <std::size_t fixedWords>
     bool walk(std::string_view text, Found& found) const;
     void addMatches(const Word* state, Found& found) const;
 
@@ -56,6 +58,12 @@ private:
     Flat<Word> loops_;    // the places that lead to themselves
     Flat<Word> ends_;     // the places where a pattern may end
     Flat<Exception> exceptions_;
+    // Of up to `mostFixedCM` words: the places with exceptions, the exception of each place, and
+    // for each exception the words of its origins and of its targets.
+    static constexpr std::size_t mostFixedCM = 4;
+    Flat<Word> origins_;
+    Flat<std::uint32_t> exceptionOf_;
+    Flat<Word> moves_;
     Flat<Bits> bits_;                 // of the exceptions
     Flat<NumberLists::Ref> accepts_;  // of each place
     NumberLists::Ref acceptsEmpty_ = 0;

@@ -32,7 +32,7 @@ constexpr std::size_t fewLiteralBytesS = 4096;
 constexpr std::size_t fewWordBytesS = 2048;
 constexpr std::size_t fewSequencesS = 6;
 // States of patterns that share a part with a bit for each place.
-constexpr std::size_t bitsTogetherS = 192;
+constexpr std::size_t bitsTogetherS = 120;
 // Automata of single patterns tried before a list is split.
 constexpr std::size_t fewPatternsS = 4096;
 // Deterministic states that all parts of a group together may have, for each one that a single
