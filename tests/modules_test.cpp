@@ -65,8 +65,10 @@ TEST(Modules, EveryFunctionIsAsItsRowSays) {
     const Harness::ExampleFolder folder;
     forEachFunction(
         [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
-            const std::string expected =
-                plain(row.signature, SCR::Node::datatypeAsString(function.returnType()));
+            int element = 0;
+            for (int k = 8; k >= 0; --k) element = std::max(element, function.elementType(k));
+            if (function.elementType(0) != 0) element = function.elementType(0);
+            const std::string expected = plain(row.signature, SCR::Node::datatypeAsString(element));
             EXPECT_EQ(function.signature(), expected);
             EXPECT_TRUE(row.manual.ends_with('.')) << row.manual;
             const std::string script = useOf(table) + Harness::scriptOf(row.example);
@@ -92,8 +94,8 @@ TEST(Modules, ASandboxRefusesEffectsAndNothingElse) {
     });
 }
 
-/// Expressions for a parameter of the type word `type`, among them all that is large or odd.
-std::vector<std::string> argumentsFor(int type, int element, std::string_view row) {
+/// Expressions for a parameter of the type word `type`, among them what is large or odd.
+std::vector<std::string> argumentsFor(int type) {
     using namespace SCR;
     const bool isLeft = Node::isLeft(type);
     switch (Node::baseType(type)) {
@@ -109,49 +111,69 @@ std::vector<std::string> argumentsFor(int type, int element, std::string_view ro
             if (isLeft) return {"c"};
             return {"1234567890.5", "INVALID_DECIMAL", "-0.5"};
         case TypeCode::Date:
-            if (isLeft) return {"dt"};
-            return {"MAX_DATE", "MIN_DATE"};
-        case TypeCode::Array:
-        case TypeCode::Hash: {
-            const std::string letter = element == TypeCode::String    ? "s"
-                                       : element == TypeCode::Long    ? "n"
-                                       : element == TypeCode::Decimal ? "d"
-                                       : element == TypeCode::Bool    ? "o"
-                                                                      : "e";
-            const bool isMany = row.find("T[]") != std::string_view::npos && letter == "n";
-            const std::string suffix = Node::baseType(type) == TypeCode::Array ? "a" : "h";
-            if (isMany) return {"na", "sa", "da"};
-            return {letter + suffix};
-        }
+            return {isLeft ? "dt" : "MAX_DATE", isLeft ? "dt" : "MIN_DATE"};
         default:
             return {};
     }
 }
 
-/// Statements that call the function with every combination of such arguments, up to 25.
+/// The first letter of containers whose elements are of this type.
+std::string letterOf(int element) {
+    using namespace SCR;
+    const std::map<int, std::string> letters{{TypeCode::String, "s"},
+                                             {TypeCode::Long, "n"},
+                                             {TypeCode::Decimal, "d"},
+                                             {TypeCode::Bool, "o"},
+                                             {TypeCode::Date, "e"}};
+    return letters.at(element);
+}
+
+/// Statements that call the function with combinations of such arguments, up to 25 for each type of
+/// elements.
 std::vector<std::string> callsOf(const ModuleTable& table, const ModuleFunction& row,
                                  const SCR::FctDescr& function) {
-    const std::string name = std::string(table.name) + "::" + function.name();
-    std::vector<std::string> lists{""};
-    std::vector<std::string> complete;
-    if (function.minimum() == 0) complete.push_back("");
-    for (int i = 0; i < function.maximum(); ++i) {
-        std::vector<std::string> longer;
-        for (const std::string& list : lists) {
-            for (const std::string& argument :
-                 argumentsFor(function.argType(i), function.elementType(i), row.signature)) {
-                longer.push_back(list + (i > 0 ? ", " : "") + argument);
-            }
-        }
-        lists = longer;
-        if (i + 1 >= function.minimum())
-            complete.insert(complete.end(), lists.begin(), lists.end());
+    using namespace SCR;
+    std::vector<std::string_view> parameters;
+    for (std::string_view rest = row.signature.substr(row.signature.find('(')); !rest.empty();) {
+        const std::size_t end = std::min(rest.find(','), rest.size());
+        parameters.push_back(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
     }
-    for (std::string& call : complete) call = name + "(" + call + ");";
-    constexpr std::size_t most = 25;
+    const bool isGeneric = row.signature.find("(T[") != std::string_view::npos ||
+                           row.signature.find(" T[") != std::string_view::npos;
+    std::vector<int> elements{TypeCode::Long};
+    if (isGeneric) elements = {TypeCode::Long, TypeCode::String, TypeCode::Decimal};
     std::vector<std::string> chosen;
-    for (std::size_t i = 0; i < complete.size(); i += complete.size() / most + 1) {
-        chosen.push_back(complete[i]);
+    for (const int element : elements) {
+        std::vector<std::string> lists{""};
+        std::vector<std::string> complete;
+        if (function.minimum() == 0) complete.push_back("");
+        for (int i = 0; i < function.maximum(); ++i) {
+            const std::string_view parameter = parameters[static_cast<std::size_t>(i)];
+            const int type = function.argType(i);
+            const bool isArray = Node::baseType(type) == TypeCode::Array;
+            const bool isT = parameter.find("T[") != std::string_view::npos ||
+                             parameter.find("T{") != std::string_view::npos;
+            std::vector<std::string> arguments = argumentsFor(
+                isGeneric && parameter.find("T ") != std::string_view::npos ? element : type);
+            if (function.elementType(i) != 0) {
+                arguments = {letterOf(isT && isGeneric ? element : function.elementType(i)) +
+                             (isArray ? "a" : "h")};
+            }
+            std::vector<std::string> longer;
+            for (const std::string& list : lists) {
+                for (const std::string& argument : arguments) {
+                    longer.push_back(list + (i > 0 ? ", " : "") + argument);
+                }
+            }
+            lists = longer;
+            if (i + 1 >= function.minimum())
+                complete.insert(complete.end(), lists.begin(), lists.end());
+        }
+        for (std::size_t i = 0; i < complete.size(); i += complete.size() / 25 + 1) {
+            chosen.push_back(std::string(table.name) + "::" + function.name() + "(" + complete[i] +
+                             ");");
+        }
     }
     return chosen;
 }
@@ -187,8 +209,12 @@ public:
         stopsAt_ = stopsAt;
         questions_ = -1;
         interpreter_.limits(limits);
-        EXPECT_TRUE(interpreter_.compile(before_ + "start(); " + call + " stop();"))
-            << call << log_.text;
+        ok = interpreter_.compile(before_ + "start(); " + call + " stop();");
+        if (!ok) {
+            // A function for some types of elements only.
+            EXPECT_NE(log_.text.find(" not of "), std::string::npos) << call << log_.text;
+            return 0;
+        }
         ok = interpreter_.execute();
         taken = Allocations::peak() - held_;
         return questions_;

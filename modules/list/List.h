@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstring>
+#include <span>
+
+#include "modules/Support.h"
+
+namespace Modules::ListModule {
+
+/// Parts of the table, a file for each.
+std::span<const ModuleFunction> listFunctions();
+std::span<const ModuleFunction> orderFunctions();
+
+/// The work of touching a value once.
+inline std::size_t weight(const FND::String& text) { return 32 + text.size() / 8; }
+template <class T>
+std::size_t weight(const T& /*value*/) {
+    return 16;
+}
+
+/// A three-way comparison: texts by their bytes, numbers and dates by their values. Long texts are
+/// compared in pieces.
+template <class T>
+int compare(const T& a, const T& b) {
+    return a < b ? -1 : b < a ? 1 : 0;
+}
+inline int compare(const FND::String& a, const FND::String& b) {
+    constexpr std::size_t piece = 64 * 1024;
+    const std::size_t both = std::min(a.size(), b.size());
+    for (std::size_t at = 0; at < both; at += piece) {
+        const std::size_t size = std::min(piece, both - at);
+        if (const int order = std::memcmp(a.data() + at, b.data() + at, size)) return order;
+        if (both > piece) work(size);
+    }
+    return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
+}
+
+/// Calls `use(value)` for each element, counted as work.
+template <class T, class Use>
+void forEach(ArrayView<T> all, const Use& use) {
+    for (const T& value : all) {
+        work(weight(value));
+        use(value);
+    }
+}
+
+/// Assigns `value`; a text is copied in pieces, into memory that its owner has charged.
+template <class T>
+void give(ArrayRef<T> target, unsigned long index, const T& value) {
+    work(weight(value));
+    target.set(index, value);
+}
+
+/// Moves `values`, as many as `target` has elements or fewer, into it.
+template <class T>
+void replace(ArrayRef<T> target, List<T>& values) {
+    unsigned long index = 0;
+    for (T& value : values) give(target, index++, value);
+    target.resize(index);
+}
+
+}  // namespace Modules::ListModule
