@@ -1,0 +1,209 @@
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+#include <array>
+#include <memory>
+
+#include "modules/codec/Codec.h"
+
+namespace Modules::CodecModule {
+
+namespace {
+
+using Bytes = std::array<unsigned char, EVP_MAX_MD_SIZE>;
+
+/// A digest by its name, ready to be used again and again.
+class Hasher {
+public:
+    explicit Hasher(const char* name)
+        : kind_(EVP_MD_fetch(nullptr, name, nullptr), EVP_MD_free),
+          context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
+        if (!kind_ || !context_) return;
+        isReady_ = EVP_DigestInit_ex(context_.get(), kind_.get(), nullptr) == 1;
+    }
+
+    void begin() {
+        const bool isBegun = isReady_ && EVP_DigestInit_ex(context_.get(), nullptr, nullptr) == 1;
+        if (!isBegun) throw Refused("the library of digests does not have it");
+    }
+    void add(std::string_view text) {
+        inPieces(text, [&](std::string_view piece) {
+            EVP_DigestUpdate(context_.get(), piece.data(), piece.size());
+        });
+    }
+    std::span<const unsigned char> finish(Bytes& bytes) {
+        unsigned size = 0;
+        EVP_DigestFinal_ex(context_.get(), bytes.data(), &size);
+        return {bytes.data(), size};
+    }
+
+private:
+    std::unique_ptr<EVP_MD, void (*)(EVP_MD*)> kind_;
+    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
+    bool isReady_ = false;
+};
+
+FND::String hexOf(std::span<const unsigned char> bytes) {
+    Text made;
+    appendHex(made, bytes);
+    return made.take();
+}
+
+constexpr char sha256S[] = "SHA256";
+constexpr char sha1S[] = "SHA1";
+constexpr char md5S[] = "MD5";
+
+template <const char* name>
+class Digest {
+public:
+    FND::String operator()(std::string_view text) {
+        Bytes bytes;
+        hasher_.begin();
+        hasher_.add(text);
+        return hexOf(hasher_.finish(bytes));
+    }
+
+private:
+    Hasher hasher_{name};
+};
+
+/// HMAC with SHA-256.
+class Keyed {
+public:
+    std::span<const unsigned char> digest(std::string_view key, std::string_view text,
+                                          Bytes& bytes) {
+        constexpr std::size_t block = 64;
+        std::array<char, block> padded{};
+        if (key.size() > block) {
+            hasher_.begin();
+            hasher_.add(key);
+            const auto shorter = hasher_.finish(bytes);
+            std::copy(shorter.begin(), shorter.end(), padded.begin());
+        } else {
+            std::copy(key.begin(), key.end(), padded.begin());
+        }
+        for (char& byte : padded) byte ^= 0x36;
+        hasher_.begin();
+        hasher_.add({padded.data(), block});
+        hasher_.add(text);
+        const auto inner = hasher_.finish(bytes);
+        for (char& byte : padded) byte ^= 0x36 ^ 0x5C;
+        hasher_.begin();
+        hasher_.add({padded.data(), block});
+        hasher_.add({reinterpret_cast<const char*>(inner.data()), inner.size()});
+        return hasher_.finish(bytes);
+    }
+
+private:
+    Hasher hasher_{sha256S};
+};
+
+class Hmac {
+public:
+    FND::String operator()(std::string_view key, std::string_view text) {
+        Bytes bytes;
+        return hexOf(keyed_.digest(key, text, bytes));
+    }
+
+private:
+    Keyed keyed_;
+};
+
+class Pseudonym {
+public:
+    FND::String operator()(std::string_view text, std::string_view key) {
+        constexpr std::size_t least = 16;
+        if (key.size() < least) refuse("the key must have 16 bytes or more, not", long(key.size()));
+        Bytes bytes;
+        return hexOf(keyed_.digest(key, text, bytes).first(16));
+    }
+
+private:
+    Keyed keyed_;
+};
+
+constexpr std::array<std::uint32_t, 256> crcTableS = [] {
+    std::array<std::uint32_t, 256> table{};
+    for (std::uint32_t i = 0; i < 256; ++i) {
+        std::uint32_t value = i;
+        for (int bit = 0; bit < 8; ++bit) value = value >> 1 ^ (value & 1 ? 0xEDB88320U : 0U);
+        table[i] = value;
+    }
+    return table;
+}();
+
+long crc32(std::string_view text) {
+    std::uint32_t crc = ~std::uint32_t{0};
+    inPieces(text, [&](std::string_view piece) {
+        for (const char byte : piece) {
+            crc = crc >> 8 ^ crcTableS[(crc ^ static_cast<unsigned char>(byte)) & 255];
+        }
+    });
+    return static_cast<long>(~crc);
+}
+
+FND::String xxh3(std::string_view text) {
+    XXH3_state_t state;
+    XXH3_64bits_reset(&state);
+    inPieces(text, [&](std::string_view piece) {
+        XXH3_64bits_update(&state, piece.data(), piece.size());
+    });
+    XXH64_canonical_t bytes;
+    XXH64_canonicalFromHash(&bytes, XXH3_64bits_digest(&state));
+    return hexOf(bytes.digest);
+}
+
+FND::String uuid() {
+    std::array<unsigned char, 16> bytes{};
+    if (RAND_bytes(bytes.data(), 16) != 1) throw Refused("no random bytes");
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
+    FND::String text = hexOf(bytes);
+    for (const std::size_t place : {20U, 16U, 12U, 8U}) text.insert(place, 1, '-');
+    return text;
+}
+
+template <class F>
+SCR::FctDescr* add(SCR::HostExtension& module, const FND::String& name) {
+    return module.function(name, F());
+}
+
+constexpr ModuleFunction digestFunctionsS[] = {
+    {"String sha256(String bytes)", add<Digest<sha256S>>, Effect::None,
+     "The SHA-256 digest as 64 hexadecimal digits.",
+     R"(strSubstr(codec::sha256("abc"), 0, 8) == "ba7816bf")"},
+    {"String sha1(String bytes)", add<Digest<sha1S>>, Effect::None,
+     "The SHA-1 digest as 40 hexadecimal digits, for formats that ask for it: it protects nothing "
+     "any more.",
+     R"(strSubstr(codec::sha1("abc"), 0, 8) == "a9993e36")"},
+    {"String md5(String bytes)", add<Digest<md5S>>, Effect::None,
+     "The MD5 digest as 32 hexadecimal digits, for formats that ask for it: it protects nothing "
+     "any "
+     "more.",
+     R"(codec::md5("") == "d41d8cd98f00b204e9800998ecf8427e")"},
+    {"String hmac(String key, String text)", add<Hmac>, Effect::None,
+     "The keyed digest HMAC-SHA-256 as 64 hexadecimal digits.",
+     R"(strSubstr(codec::hmac("key", "text"), 0, 8) == "6afa9046")"},
+    {"String pseudonym(String text, String key)", add<Pseudonym>, Effect::None,
+     "32 hexadecimal digits that stand for `text`: always the same ones with the same key, and "
+     "without the key nobody can tell for which text. Keep the key, of 16 bytes or more, out of "
+     "the script; a shorter one is an error, and the result empty.",
+     R"(strLength(codec::pseudonym("0049301234", "a key of sixteen bytes")) == 32)"},
+    {"Long crc32(String bytes)", SCR::addFunction<crc32>, Effect::None,
+     "The checksum CRC-32 of gzip and PNG, 0 to 4294967295.",
+     R"(codec::crc32("123456789") == 3421780262)"},
+    {"String xxh3(String bytes)", SCR::addFunction<xxh3>, Effect::None,
+     "The fast hash XXH3 of 64 bits as 16 hexadecimal digits. It protects nothing.",
+     R"(codec::xxh3("") == "2d06800538d394c2")"},
+    {"String uuid()", SCR::addFunction<uuid>, Effect::Random,
+     "A new random identifier, as in 1b4e28ba-2fa1-41d2-883f-0016d3cca427.",
+     R"(strLength(codec::uuid()) == 36)"},
+};
+
+}  // namespace
+
+std::span<const ModuleFunction> digestFunctions() { return digestFunctionsS; }
+
+}  // namespace Modules::CodecModule
