@@ -35,7 +35,8 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
         const auto make = [&](SCR::Log& to) {
             return options.script.makeInterpreter(to, recordZoneS);
         };
-        const ExitStatus status = statusOf(job->check(log, make, compile));
+        const ExitStatus status =
+            statusOf(job->check(log, make, compile, options.script.expand(text).value_or(text)));
         if (!job->error().empty()) report(job->error());
         return status;
     }

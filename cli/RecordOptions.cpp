@@ -71,6 +71,14 @@ bool isSameFile(const std::string& first, const std::string& second) {
            fs::equivalent(first, second, error);
 }
 
+Records::Format formatOf(const std::string& name) {
+    using Records::Format;
+    return name == "csv"     ? Format::Csv
+           : name == "tsv"   ? Format::Tsv
+           : name == "jsonl" ? Format::Jsonl
+                             : Format::Lines;
+}
+
 std::string checkPart(const std::string& text) {
     std::int64_t part = 0;
     std::int64_t parts = 0;
@@ -134,6 +142,24 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                 ->type_name("QUERY"));
     }
     if (use == Use::Checked) return;
+    add(command
+            .add_option("--output-format", outputFormat_,
+                        "The format of the output: csv, tsv, jsonl or lines (default: that of "
+                        "the records)")
+            ->type_name("FORMAT")
+            ->check(CLI::IsMember({"csv", "tsv", "jsonl", "lines"})));
+    add(command
+            .add_option("--select", select_,
+                        "Write these fields, in this order: a,b; or all but these: -c,-d")
+            ->type_name("NAMES"));
+    add(command.add_option("--rename", renamed_, "Write the field OLD as NEW; may be repeated")
+            ->type_name("OLD=NEW")
+            ->allow_extra_args(false)
+            ->check([](const std::string& text) {
+                const std::size_t equals = text.find('=');
+                const bool isFit = equals != 0 && equals + 1 < text.size();
+                return isFit ? std::string() : "'" + text + "' is not OLD=NEW";
+            }));
     CLI::Option* const output =
         add(command
                 .add_option("--output", job_.output,
@@ -202,10 +228,25 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
     options.rejectsFormat = rejectsFormat_ == "input"  ? RejectsFormat::Input
                             : rejectsFormat_ == "json" ? RejectsFormat::Json
                                                        : RejectsFormat::Text;
+    options.format = formatOf(format_);
     options.layout.isQuoted = format_ == "csv";
-    options.isJson = format_ == "jsonl";
-    options.layout.isWhole = format_ == "lines" || options.isJson;
+    options.layout.isWhole = format_ == "lines" || options.isJson();
     options.layout.delimiter = !delimiter_.empty() ? delimiter_[0] : format_ == "tsv" ? '\t' : ',';
+    options.outputFormat = outputFormat_.empty() ? options.format : formatOf(outputFormat_);
+    const bool isTsv = options.outputFormat == Records::Format::Tsv;
+    options.outputDelimiter = options.outputFormat == options.format ? options.layout.delimiter
+                              : isTsv                                ? '\t'
+                                                                     : ',';
+    for (const std::string& name : split(select_)) {
+        if (name.empty()) continue;
+        const bool isLeft = name.front() == '-';
+        (isLeft ? options.columns.left : options.columns.selected)
+            .push_back(name.substr(isLeft ? 1 : 0));
+    }
+    for (const std::string& pair : renamed_) {
+        const std::size_t equals = pair.find('=');
+        options.columns.renamed.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
+    }
     if (fields_) options.fields = split(*fields_);
     if (format_ == "lines" && !fields_) options.fields = {"line"};
     if (!part_.empty()) readPart(part_, options.part, options.parts);
@@ -213,11 +254,11 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
         if (isGiven) report(option + (": " + std::string(why)));
         return isGiven;
     };
-    const char* const names = options.isJson ? "JSON names its fields itself"
-                                             : "the only field of a line is named `line'";
+    const char* const names = options.isJson() ? "JSON names its fields itself"
+                                               : "the only field of a line is named `line'";
     if (options.layout.isWhole &&
         (refuse(options.hasHeader, "--header", names) ||
-         refuse(options.isJson && fields_, "--fields", names) ||
+         refuse(options.isJson() && fields_, "--fields", names) ||
          refuse(!delimiter_.empty(), "--delimiter", "there are no fields to be delimited"))) {
         return std::nullopt;
     }
@@ -282,6 +323,9 @@ std::vector<std::string> RecordOptions::given() const {
     if (job_.hasHeader) given.emplace_back("--header");
     if (fields_) given.push_back("--fields=" + *fields_);
     if (job_.where) given.push_back("--where=" + *job_.where);
+    if (!outputFormat_.empty()) given.push_back("--output-format=" + outputFormat_);
+    if (!select_.empty()) given.push_back("--select=" + select_);
+    for (const std::string& renamed : renamed_) given.push_back("--rename=" + renamed);
     given.push_back("--on-error=" + onError_);
     given.push_back("--rejects-format=" + rejectsFormat_);
     return given;
@@ -299,7 +343,8 @@ ExitStatus RecordOptions::runInDirectory(
     if (zone != nullptr) manifest.zone.digest = zone->digest();
     manifest.part = job->part;
     manifest.parts = job->parts;
-    OutputDirectory directory(directory_, format_ == "lines" ? "txt" : format_, manifest);
+    const std::string& format = outputFormat_.empty() ? format_ : outputFormat_;
+    OutputDirectory directory(directory_, format == "lines" ? "txt" : format, manifest);
     if (!directory.open(job->input)) {
         report(directory.error());
         return ExitStatus::Usage;

@@ -38,6 +38,8 @@ public:
     std::optional<std::string> script(const std::string& file, std::size_t mostBytes) const;
     /// Limits the records further, to those for which `query` holds.
     void where(const std::string& query) { job_.where = query; }
+    /// Names the text of the script, with its include files.
+    void script(const std::string& expanded) { job_.script = expanded; }
     /// Instead of each record, writes the numbers of the conditions that hold for it.
     void conditions(const std::string& conditions) { job_.conditions = conditions; }
 
@@ -71,7 +73,10 @@ private:
 
     Records::JobOptions job_;
     std::string format_ = "csv";
+    std::string outputFormat_;
     std::string delimiter_;
+    std::string select_;
+    std::vector<std::string> renamed_;
     std::optional<std::string> fields_;
     std::string part_;
     std::string jobsState_;

@@ -66,14 +66,17 @@ ExitStatus run(const RunOptions& options) {
             isChecked = true;
             return interpreter.compile(*text);
         };
+        const std::string expanded = options.script.expand(*text).value_or(*text);
+        RecordOptions records = options.records;
+        records.script(expanded);
         ExitStatus status = ExitStatus::Success;
-        if (options.records.hasDirectory()) {
+        if (records.hasDirectory()) {
             Manifest manifest;
-            manifest.script(options.script.expand(*text).value_or(*text));
+            manifest.script(expanded);
             manifest.options = options.script.given();
-            status = options.records.runInDirectory(std::move(manifest), options.script, compile);
+            status = records.runInDirectory(std::move(manifest), options.script, compile);
         } else {
-            status = options.records.run(options.script, compile);
+            status = records.run(options.script, compile);
         }
         return isRefused ? ExitStatus::Usage : status;
     }

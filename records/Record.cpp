@@ -4,6 +4,27 @@
 
 namespace Records {
 
+bool holds(const Layout& layout, std::string_view value) {
+    if (layout.isQuoted && !layout.isWhole) return true;
+    return value.find_first_of("\r\n") == std::string_view::npos &&
+           (layout.isWhole || value.find(layout.delimiter) == std::string_view::npos);
+}
+
+void writeValue(const Layout& layout, std::string_view value, std::string& out) {
+    const char special[] = {layout.delimiter, '"', '\n', '\r'};
+    if (!layout.isQuoted || layout.isWhole ||
+        value.find_first_of(std::string_view(special, sizeof special)) == std::string_view::npos) {
+        out += value;
+        return;
+    }
+    out += '"';
+    for (const char c : value) {
+        if (c == '"') out += '"';
+        out += c;
+    }
+    out += '"';
+}
+
 void Record::take(std::string_view text) {
     text_ = text;
     if (charge_.isLarge()) fields_ = {};
@@ -61,13 +82,7 @@ std::string_view Record::value(std::size_t field) {
 }
 
 bool Record::assign(std::size_t field, std::string_view value) {
-    if (layout_.isWhole && field != 0) return false;
-    if (!layout_.isQuoted || layout_.isWhole) {
-        if (value.find_first_of("\r\n") != std::string_view::npos) return false;
-        if (!layout_.isWhole && value.find(layout_.delimiter) != std::string_view::npos) {
-            return false;
-        }
-    }
+    if ((layout_.isWhole && field != 0) || !holds(layout_, value)) return false;
     while (!locate(field)) {
         if (found_ == fields_.size()) {
             charge_.take(3 * sizeof(Field));  // while they move
@@ -86,21 +101,6 @@ bool Record::assign(std::size_t field, std::string_view value) {
     return true;
 }
 
-void Record::writeValue(std::string_view value, std::string& out) const {
-    const char special[] = {layout_.delimiter, '"', '\n', '\r'};
-    if (!layout_.isQuoted || layout_.isWhole ||
-        value.find_first_of(std::string_view(special, sizeof special)) == std::string_view::npos) {
-        out += value;
-        return;
-    }
-    out += '"';
-    for (const char c : value) {
-        if (c == '"') out += '"';
-        out += c;
-    }
-    out += '"';
-}
-
 void Record::write(std::string& out) {
     if (!isChanged_) {
         out += text_;
@@ -109,7 +109,7 @@ void Record::write(std::string& out) {
     for (std::size_t i = 0; i < found_; ++i) {
         if (i != 0) out += layout_.delimiter;
         if (fields_[i].isAssigned) {
-            writeValue(fields_[i].own, out);
+            writeValue(layout_, fields_[i].own, out);
         } else {
             out += fields_[i].raw;
         }
@@ -119,6 +119,18 @@ void Record::write(std::string& out) {
         out += layout_.delimiter;
         out += text_.substr(next_);
     }
+}
+
+bool Record::write(std::size_t field, const Layout& to, std::string& out) {
+    if (!locate(field)) return true;
+    if (to == layout_ && !fields_[field].isAssigned) {
+        out += fields_[field].raw;
+        return true;
+    }
+    const std::string_view text = value(field);
+    if (!holds(to, text)) return false;
+    writeValue(to, text, out);
+    return true;
 }
 
 }  // namespace Records

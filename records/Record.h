@@ -14,7 +14,13 @@ struct Layout {
     char delimiter = ',';
     bool isQuoted = true;  ///< Fields may stand in double quotes, doubled inside (RFC 4180).
     bool isWhole = false;  ///< The whole line is a single field.
+    bool operator==(const Layout& other) const = default;
 };
+
+/// Whether a field of the layout can have the value.
+bool holds(const Layout& layout, std::string_view value);
+/// Appends a value that it can have, in quotes if they are needed.
+void writeValue(const Layout& layout, std::string_view value, std::string& out);
 
 /// One record: its text, and fields that are located only when they are asked for. Fields that were
 /// not assigned are written as they were read, byte for byte. Field numbers are 0-based. One
@@ -41,6 +47,9 @@ public:
 
     /// Appends the record, without a line end, to `out`.
     void write(std::string& out);
+    /// Appends one field, nothing when it is missing, as it lies in the layout `to`. False, with
+    /// `out` unchanged, when that cannot express it.
+    bool write(std::size_t field, const Layout& to, std::string& out);
 
 private:
     struct Field {
@@ -50,7 +59,6 @@ private:
         bool isDecoded = false;
     };
     bool locate(std::size_t field);
-    void writeValue(std::string_view value, std::string& out) const;
 
     const Layout layout_;
     std::string_view text_;

@@ -1,24 +1,13 @@
 #include "records/RecordExtension.h"
 
-#include <charconv>
-
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
+#include "records/NamedFields.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 
 namespace Records {
 namespace {
-
-std::string normalized(std::string_view name) {
-    std::string identifier(name);
-    for (char& c : identifier) {
-        const bool isWord = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                            (c >= '0' && c <= '9') || c == '_' || c == '.';
-        if (!isWord) c = '_';
-    }
-    return identifier;
-}
 
 constexpr std::size_t mostBytesOfReasonS = 1000;
 
@@ -34,29 +23,6 @@ void refuseInvalid(CurrentRecord& current, SCR::FieldAlias field, const char* wh
     const std::string_view held = current.record.value(indexOf(field));
     if (!held.empty()) current.fail(what, field.name(), held);
 }
-
-}  // namespace
-
-void FieldNames::add(std::string_view name) {
-    const std::string identifier = normalized(name);
-    const Place place{count_++, identifier == name};
-    const auto [found, isNew] = names_.emplace(identifier, place);
-    if (!isNew && place.isExact && !found->second.isExact) found->second = place;
-}
-
-long FieldNames::index(const std::string& name) const {
-    if (const auto found = names_.find(name); found != names_.end()) return found->second.number;
-    if (hasAll_) return 0;
-    constexpr long maxFields = 1'000'000;
-    long number = 0;
-    const char* const end = name.data() + name.size();
-    if (name.size() < 2 || name[0] != 'f' || name[1] == '0') return -1;
-    const auto [stop, error] = std::from_chars(name.data() + 1, end, number);
-    if (error != std::errc() || stop != end || number < 1 || number > maxFields) return -1;
-    return number - 1;
-}
-
-namespace {
 
 // The field functions for records whose fields are numbered.
 void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const FieldNames& names) {
@@ -107,7 +73,7 @@ void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const F
 
 void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
                         const FieldNames& names) {
-    SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "record");
+    SCR::HostExtension* const host = insertRecordExtension(interpreter);
     if (host == nullptr) return;
     if (current.json) {
         addJsonFunctions(*host, current);

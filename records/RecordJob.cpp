@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "records/FieldScan.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 
@@ -87,12 +88,43 @@ RecordJob::End RecordJob::readHeader() {
     Record header(options_.layout);
     header.take(reader_->text());
     for (std::size_t i = 0; header.has(i); ++i) names_.add(header.value(i));
-    if (options_.part != 1) return End::Done;
-    const std::string line = std::string(header.text()) +
-                             (reader_->lineEnd().empty() ? "\n" : std::string(reader_->lineEnd()));
-    if (!options_.conditions) output_.buffer() += line;
-    if (options_.rejectsFormat == RejectsFormat::Input) rejects_.buffer() += line;
+    header_ = header.text();
+    headerEnd_ = reader_->lineEnd().empty() ? "\n" : reader_->lineEnd();
     return End::Done;
+}
+
+RecordJob::End RecordJob::planColumns(const std::string& script) {
+    const FieldScan scan(script);
+    const std::size_t added = names_.all().size();
+    ColumnOptions columns = options_.columns;
+    if (added != 0) {
+        for (const std::string& name : scan.assigned) {
+            const long field = names_.index(name);
+            if (field < 0 || field >= static_cast<long>(names_.all().size())) names_.add(name);
+        }
+        columns.left.insert(columns.left.end(), scan.deleted.begin(), scan.deleted.end());
+        std::erase_if(columns.left, [&](const std::string& name) {
+            const bool isScanned =
+                std::find(scan.deleted.begin(), scan.deleted.end(), name) != scan.deleted.end();
+            return isScanned && names_.index(name) < 0;  // the compiler tells
+        });
+    }
+    error_ = columns_.plan(columns, names_, added, options_.layout, options_.format,
+                           options_.outputFormat, options_.outputDelimiter);
+    return error_.empty() ? End::Done : End::BadInput;
+}
+
+void RecordJob::writeHeader() {
+    if (options_.part != 1) return;
+    const bool hasHeader = !header_.empty() || options_.isJson();
+    if (!header_.empty() && options_.rejectsFormat == RejectsFormat::Input) {
+        rejects_.buffer() += header_ + headerEnd_;
+    }
+    if (options_.conditions || !hasHeader) return;
+    std::string line = columns_.areUnchanged() ? header_ : columns_.header();
+    if (line.empty()) return;
+    const bool isSame = options_.format == options_.outputFormat;
+    output_.buffer() += line + (isSame && !headerEnd_.empty() ? headerEnd_ : "\n");
 }
 
 RecordJob::End RecordJob::openInput() {
@@ -122,7 +154,7 @@ RecordJob::End RecordJob::openInput() {
 }
 
 RecordJob::End RecordJob::addWorker() {
-    workers_.push_back(std::make_unique<RecordWorker>(options_, names_, stop_, log_));
+    workers_.push_back(std::make_unique<RecordWorker>(options_, names_, columns_, stop_, log_));
     RecordWorker& worker = *workers_.back();
     std::unique_ptr<SCR::Interpreter> interpreter = make_(worker.log());
     if (!interpreter) return End::BadInput;
@@ -158,23 +190,30 @@ RecordJob::End RecordJob::afterBegin(RecordWorker& worker, bool isCompiled, bool
     return End::Stopped;
 }
 
-RecordJob::End RecordJob::check(SCR::Log& log, const Make& make, const Compile& compile) {
+RecordJob::End RecordJob::check(SCR::Log& log, const Make& make, const Compile& compile,
+                                const std::string& script) {
     if (!input_) {
         if (const End end = openInput(); end != End::Done) {
             input_.reset();
             return end;
         }
     }
+    const FieldNames names = names_;
+    End end = planColumns(script);
     log_ = &log;
     make_ = make;
     compile_ = compile;
-    const End end = addWorker();
+    if (end == End::Done) end = addWorker();
     workers_.clear();
+    names_ = names;
+    columns_ = {};
     return end;
 }
 
 RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& compile) {
     if (const End end = openInput(); end != End::Done) return end;
+    if (const End end = planColumns(options_.script); end != End::Done) return end;
+    writeHeader();
     log_ = &log;
     make_ = make;
     compile_ = compile;
@@ -288,7 +327,7 @@ bool RecordJob::fill(Batch& batch) {
             last_ = RecordReader::State::End;
             return false;
         }
-        if (options_.isJson && isBlank(reader.text())) continue;
+        if (options_.isJson() && isBlank(reader.text())) continue;
         ++taken_;
         // It may take the whole file to find out that a quote is not closed.
         inputEnd_ = isMalformed ? unknownEndCM : std::max(inputEnd_, reader.end());

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "records/Columns.h"
 #include "records/RecordExtension.h"
 #include "records/RecordOutput.h"
 #include "records/RecordReader.h"
@@ -40,7 +41,12 @@ struct JobOptions {
     std::optional<std::string> where;  ///< A query; records for which it does not hold are dropped.
     std::optional<std::string> conditions;  ///< Their numbers are written instead of records.
     Layout layout;
-    bool isJson = false;              ///< JSON objects, one on each line; `layout` is one line.
+    Format format = Format::Csv;        ///< That `layout` is for,
+    Format outputFormat = Format::Csv;  ///< and that of the output,
+    char outputDelimiter = ',';         ///< whose fields this character separates.
+    ColumnOptions columns;
+    bool isJson() const { return format == Format::Jsonl; }
+    std::string script;               ///< Fields that it assigns or deletes are added or removed.
     bool hasHeader = false;           ///< The first record names the fields.
     std::vector<std::string> fields;  ///< The fields' names, without a header.
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
@@ -83,7 +89,7 @@ public:
     /// Compiles with `compile`, in an interpreter from `make`, as `run` would, including the names
     /// of fields, and works on no record. May be called for several scripts; the header is read
     /// once.
-    End check(SCR::Log& log, const Make& make, const Compile& compile);
+    End check(SCR::Log& log, const Make& make, const Compile& compile, const std::string& script);
 
     const Counts& counts() const { return counts_; }
     const RejectCounts& reasons() const { return reasons_; }
@@ -102,6 +108,9 @@ private:
     class Input;
     End openInput();
     End readHeader();
+    // Works out the columns of the output for `script`, and their names.
+    End planColumns(const std::string& script);
+    void writeHeader();
     End addWorker();
     // Whether BEGIN of the worker's script went well; it logged errors if `hasErrors`.
     End afterBegin(RecordWorker& worker, bool isCompiled, bool hasErrors);
@@ -128,6 +137,9 @@ private:
     std::unique_ptr<Input> input_;  // null until it is opened
     std::optional<RecordReader> reader_;
     FieldNames names_;
+    std::string header_;     // as it was read,
+    std::string headerEnd_;  // with its line end, if there is one
+    Columns columns_;
     SCR::Log* log_ = nullptr;
     Make make_;
     Compile compile_;

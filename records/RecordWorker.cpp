@@ -78,11 +78,14 @@ bool RecordWorker::Prints::flush(bool mayWait) {
 }
 
 RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
-                           const StopSignal& stop, SCR::Log* log)
+                           const Columns& columns, const StopSignal& stop, SCR::Log* log)
     : options_(options),
       names_(names),
       stop_(stop),
-      current_(options.layout, options.isJson, options.onError, log) {}
+      current_(options.layout, options.isJson(), options.onError, log),
+      columns_(columns) {
+    columns_.bind(current_);
+}
 
 RecordWorker::~RecordWorker() { current_.leave(); }
 
@@ -201,21 +204,28 @@ bool RecordWorker::execute(bool& holds) {
     return !conditions_ || conditions_->holding(holding_);
 }
 
-void RecordWorker::write(const Batch::Item& item, std::string& out) {
-    if (conditions_) {
-        const char* separator = "";
-        for (const std::int32_t index : holding_) {
-            out += separator;
-            out += std::to_string(index);
-            separator = " ";
+bool RecordWorker::write(std::string& out) {
+    if (!columns_.areUnchanged()) {
+        const std::size_t size = out.size();
+        if (!columns_.write(current_, out)) {
+            out.resize(size);
+            return false;
         }
+    } else if (current_.json) {
+        out += current_.json->text();
     } else {
-        if (current_.json) {
-            out += current_.json->text();
-        } else {
-            current_.record.write(out);
-        }
-        if (item.endSize == 2) out += '\r';
+        current_.record.write(out);
+    }
+    out += hasReturn_ && options_.format == options_.outputFormat ? "\r\n" : "\n";
+    return true;
+}
+
+void RecordWorker::writeConditions(std::string& out) const {
+    const char* separator = "";
+    for (const std::int32_t index : holding_) {
+        out += separator;
+        out += std::to_string(index);
+        separator = " ";
     }
     out += '\n';
 }
@@ -225,6 +235,10 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         current_.begin(batch.firstNumber + static_cast<std::int64_t>(batch.next),
                        std::string_view(batch.text).substr(item.begin, item.size));
     if (item.reason != nullptr) malformed = item.reason;
+    hasReturn_ = item.endSize == 2;
+    if (malformed == nullptr && !columns_.fits(current_)) {
+        malformed = "it has more fields than there are names";
+    }
     if (malformed != nullptr) {
         ++batch.counts.read;
         reject(item, {malformed, {}, {}}, batch);
@@ -236,6 +250,9 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     if (wasStopped && current_.endsJob) return cut(item, batch, Batch::Cut::Ended);
     if (wasStopped && stop_.isRaised()) return cut(item, batch, Batch::Cut::Interrupted);
     if (!wasStopped && !ran) current_.fail("the script failed");
+    const bool isWanted = holds && !current_.isDropped && !current_.isRejected();
+    bool isWritten = false;
+    if (isWanted && !conditions_) isWritten = write(batch.output);
     if (current_.hasFailed() && options_.onError == OnError::Stop) {
         return cut(item, batch, Batch::Cut::Failed);
     }
@@ -244,11 +261,15 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         reject(item, current_.rejection(), batch);
     } else if (!ran && !holds) {
         reject(item, {"the query failed", {}, {}}, batch);
-    } else if (!holds || current_.isDropped) {
+    } else if (!isWanted) {
         ++batch.counts.dropped;
-    } else {
-        write(item, batch.output);
+    } else if (conditions_) {
+        writeConditions(batch.output);
         ++batch.counts.written;
+    } else if (isWritten) {
+        ++batch.counts.written;
+    } else {
+        reject(item, {"the format cannot hold it", {}, {}}, batch);  // kept, but not to be written
     }
     return true;
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "records/Columns.h"
 #include "records/RecordExtension.h"
 #include "records/StopSignal.h"
 #include "scr/Output.h"
@@ -96,10 +97,10 @@ struct alignas(threadDistanceS) Batch {
 /// An interpreter that executes a script for records. Used by one thread at a time.
 class alignas(threadDistanceS) RecordWorker {
 public:
-    /// `options`, `names`, `stop`, which ends the work after the current record, and `log`, for
-    /// messages that are about no record, must outlive the worker.
-    RecordWorker(const JobOptions& options, const FieldNames& names, const StopSignal& stop,
-                 SCR::Log* log);
+    /// `columns` are those of the output. `options`, `names`, `stop`, which ends the work after the
+    /// current record, and `log`, for messages that are about no record, must outlive the worker.
+    RecordWorker(const JobOptions& options, const FieldNames& names, const Columns& columns,
+                 const StopSignal& stop, SCR::Log* log);
     /// Runs the script's function END, unless `finish` did.
     ~RecordWorker();
 
@@ -146,13 +147,17 @@ private:
     bool evaluateQuery(bool& holds);
     bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const;
     void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const;
-    void write(const Batch::Item& item, std::string& out);
+    // Appends the current record. False after a failure of the record, with `out` unchanged.
+    bool write(std::string& out);
+    void writeConditions(std::string& out) const;
     std::string placeOf(const Batch::Item& item) const;
 
     const JobOptions& options_;
     const FieldNames& names_;
     const StopSignal& stop_;
     CurrentRecord current_;
+    Columns columns_;         // for current_
+    bool hasReturn_ = false;  // before the line end of the current record
     Prints prints_{*this};
     std::unique_ptr<SCR::Interpreter> interpreter_;   // works on current_
     std::unique_ptr<SCR::ConditionList> conditions_;  // of the interpreter

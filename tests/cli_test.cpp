@@ -226,8 +226,8 @@ TEST_F(CliTest, CheckKnowsTheFunctionsOfRecords) {
         {"check seconds.ks items.ks --records calls.csv --header", "items.ks: does not compile\n",
          "ERROR: line 2: to many arguments in call to `Long edrLong(EdrAlias)'\n", 3},
         {"check items.ks --records - --format jsonl", ""},
-        {"check seconds.ks --records - --fields seconds", "",
-         "ERROR: line 1: unknown field `note'\n", 3},
+        {"check seconds.ks --records - --fields note", "",
+         "ERROR: line 1: unknown field `seconds'\n", 3},
         {"check seconds.ks --records - --format jsonl --where edrLong(a)", "",
          "expected `Bool' datatype instead of `Long' in where clause\n", 3},
         {"check seconds.ks --records nosuch", "", "kestrel: nosuch: No such file or directory\n",
@@ -388,6 +388,41 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
          "kestrel: -:3: limit `record' of 3 passed\n", 4, "1\n222\n4444\n5\n"},
         {"run -e '' --records - --limit record=2 --header", "",
          "kestrel: -:1: limit `record' of 2 passed\n", 4, "abc\n1\n"},
+    });
+}
+
+TEST_F(CliTest, ColumnsAreAddedChosenAndConverted) {
+    const std::string csv = "id,2nd name,x\r\n1,\"a,b\",5\r\n2,c,06\r\n";
+    const std::string json = "{\"a\":1,\"b\":{\"c\":\"x,y\"},\"d\":[1, 2]}\n{\"a\": 2}\n";
+    const std::string head = "run --records - --header -e ";
+    const std::string object = "run --records - --format jsonl -e ";
+    expect({
+        {head + "'if (edrLong(id) == 2) edrLong(twice) = edrLong(x) * 2; edrString(n) = \"n\";'",
+         "id,2nd name,x,twice,n\r\n1,\"a,b\",5,,n\r\n2,c,06,12,n\r\n", "", 0, csv},
+        {head + "'edrDeleteField(x); /* edrLong(no) = */ edrString(\"a b\") = edrString(\"2nd "
+                "name\") + "
+                "edrString(x);'",
+         "id,2nd name,a b\r\n1,\"a,b\",\"a,b\"\r\n2,c,c\r\n", "", 0, csv},
+        {head + "'' --select x,id --rename id=n --output-format tsv", "x\tn\n5\t1\n06\t2\n", "", 0,
+         csv},
+        {head + "'' --select=-x --output-format jsonl",
+         "{\"id\":1,\"2nd name\":\"a,b\"}\n{\"id\":2,\"2nd name\":\"c\"}\n", "", 0, csv},
+        {head + "'' --select x --output-format jsonl", "{\"x\":5}\n{\"x\":\"06\"}\n", "", 0, csv},
+        {head + "'' --select x --output-format lines --jobs 2", "5\n06\n", "", 0, csv},
+        {head + "'' --output-format tsv", "a\n2\n",
+         "-:2: field a: the format cannot hold this value: 'x\\ty'\n", 1, "a\nx\ty\n2\n"},
+        {head + "'edrLong(n) = 1;'", "a,n\n2,1\n", "-:2: it has more fields than there are names\n",
+         1, "a\n1,2\n2\n"},
+        {head + "'' --select nosuch", "", "kestrel: unknown field `nosuch'\n", 2, csv},
+        {head + "'edrLong(nosuch);'", "", "ERROR: line 1: unknown field `nosuch'\n", 3, csv},
+        {head + "'edrLong(\"a\" + \"b\");'", "", "...expected EdrAlias not String", 3, csv},
+        {object + "'' --output-format csv --select a,b.c,d --rename b.c=c",
+         "a,c,d\n1,\"x,y\",\"[1, 2]\"\n2,,\n", "", 0, json},
+        {object + "'edrLong(\"a b\") = 3;' --select=-a,-b --rename d=e",
+         "{\"a b\":3,\"e\":[1, 2]}\n{\"a b\":3}\n", "", 0, json},
+        {object + "'' --select d,a", "{\"d\":[1, 2],\"a\":1}\n{\"a\":2}\n", "", 0, json},
+        {object + "'' --output-format csv", "", "kestrel: --select must name the columns\n", 2,
+         json},
     });
 }
 

@@ -184,7 +184,8 @@ struct Changed {
 
 Changed changeJson(const std::string& text, const std::string& script) {
     Records::JobOptions options;
-    options.isJson = options.layout.isWhole = true;
+    options.format = options.outputFormat = Records::Format::Jsonl;
+    options.layout.isWhole = true;
     options.onError = Records::OnError::Keep;
     Outcome outcome = run(options, text + "\n", script);
     EXPECT_EQ(outcome.end, Records::RecordJob::End::Done) << outcome.log;
