@@ -7,14 +7,27 @@
 #include <utility>
 
 #include "scr/value/ElementClass.h"
+#include "scr/value/PlainBlock.h"
 #include "scr/value/Slots.h"
 
 namespace SCR {
+
+namespace {
+
+// Values that are never referred to, so that they may move.
+bool mayBePlain(const Variable& prototype) {
+    const int type = Node::baseType(prototype.dataType());
+    return (type == TypeCode::Long || type == TypeCode::Bool) &&
+           ElementClass::ofValues(prototype) != nullptr;
+}
+
+}  // namespace
 
 Array::Array(Variable* prototype)
     : Variable(TypeCode::Array),
       ownsPrototype_(true),
       keepsValues_(ElementClass::ofValues(*prototype) != nullptr),
+      isPlain_(mayBePlain(*prototype)),
       prototype_(prototype),
       elementClass_(keepsValues_ ? ElementClass::ofValues(*prototype)
                                  : &ElementClass::of(*prototype)) {}
@@ -23,6 +36,7 @@ Array::Array(const Array& source, Variable* sharedPrototype)
     : Variable(source.dataType()),
       ownsPrototype_(false),
       keepsValues_(source.keepsValues_),
+      isPlain_(source.isPlain_),
       prototype_(sharedPrototype),
       elementClass_(source.elementClass_) {
     try {
@@ -54,14 +68,47 @@ Variable* Array::at(unsigned long index, unsigned long limit) {
 
 bool Array::make(unsigned long index, unsigned long limit) {
     if (index >= size_ && index >= std::min(limit, maxSizeCM)) return false;
-    const std::size_t chunk = Slots::chunkOf(index);
     try {
-        if (!Slots::exists(chunks_, chunk)) makeChunk(chunk);
+        if (isPlain_ && PlainBlocks::isTooFar(block_, index)) spread();
+        if (isPlain_) {
+            PlainBlocks::reserve(block_, index + 1, elementClass_->size, valueOfNew());
+        } else if (const std::size_t chunk = Slots::chunkOf(index);
+                   !Slots::exists(chunks_, chunk)) {
+            makeChunk(chunk);
+        }
     } catch (const std::exception&) {
         return false;
     }
     size_ = std::max(size_, index + 1);
+    if (isPlain_) block_.size = size_;
     return true;
+}
+
+const std::byte* Array::valueOfNew() const {
+    if (elementClass_->size == sizeof(bool)) {
+        return reinterpret_cast<const std::byte*>(&static_cast<BoolVariable*>(prototype_)->value());
+    }
+    return reinterpret_cast<const std::byte*>(&static_cast<LongVariable*>(prototype_)->value());
+}
+
+void Array::spread() {
+    const std::size_t size = size_;
+    try {
+        for (std::size_t chunk = 0; size > 0 && chunk <= Slots::chunkOf(size - 1); ++chunk) {
+            makeChunk(chunk);
+            const std::size_t first = Slots::firstOf(chunk);
+            const std::size_t count = std::min(size - first, Slots::slotsOf(chunk));
+            countWork(count * elementClass_->size);
+            std::memcpy(chunks_[chunk].slots, block_.values + first * elementClass_->size,
+                        count * elementClass_->size);
+        }
+    } catch (...) {
+        for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) freeChunk(chunk);
+        Slots::trim(chunks_, 0);
+        throw;
+    }
+    isPlain_ = false;
+    PlainBlocks::clear(block_);
 }
 
 // Variables of plain values need no destruction, so it is safe when memory runs out at any step.
@@ -70,6 +117,7 @@ bool Array::makeVariables() {
     OwnedSlots made;
     std::unique_ptr<OwnedSlots> former;
     try {
+        if (isPlain_) spread();
         if (!chunks_.empty()) former = std::make_unique<OwnedSlots>();
         Slots::extend(made.chunks, chunks_.size());
         for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
@@ -97,7 +145,8 @@ bool Array::makeVariables() {
 }
 
 std::size_t Array::heapBytes() const {
-    std::size_t bytes = Slots::heapBytes(chunks_, elementClass_->size);
+    std::size_t bytes =
+        PlainBlocks::heapBytes(block_) + Slots::heapBytes(chunks_, elementClass_->size);
     if (formerValues_) {
         bytes += Slots::heapBytes(formerValues_->chunks, ElementClass::ofValues(*prototype_)->size);
     }
@@ -113,6 +162,11 @@ std::size_t Array::heapBytes() const {
 
 void Array::truncate(unsigned long count) {
     if (count >= size_) return;
+    if (isPlain_) {
+        PlainBlocks::truncate(block_, count, elementClass_->size, valueOfNew());
+        size_ = count;
+        return;
+    }
     if (count == 0) formerValues_.reset();
     constexpr unsigned long kept = 64;
     const unsigned long firstToFree = std::max(kept, 2 * count);
@@ -150,6 +204,7 @@ void Array::freeChunk(std::size_t chunk) noexcept {
 }
 
 void Array::freeElements() noexcept {
+    PlainBlocks::clear(block_);
     for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) freeChunk(chunk);
     formerValues_.reset();
     size_ = 0;
@@ -159,7 +214,16 @@ void Array::freeElements() noexcept {
 void Array::copyElements(const Array& source) {
     elementClass_ = source.elementClass_;
     keepsValues_ = source.keepsValues_;
+    isPlain_ = source.isPlain_;
     if (source.size_ == 0) return;
+    if (isPlain_) {
+        PlainBlocks::reserve(block_, source.size_, elementClass_->size, valueOfNew());
+        inPieces(source.size_ * elementClass_->size, [&](std::size_t begin, std::size_t end) {
+            std::memcpy(block_.values + begin, source.block_.values + begin, end - begin);
+        });
+        size_ = block_.size = source.size_;
+        return;
+    }
     Slots::extend(chunks_, source.chunks_.size());
     for (std::size_t chunk = 0; chunk <= Slots::chunkOf(source.size_ - 1); ++chunk) {
         std::byte* const from = source.chunks_[chunk].slots;

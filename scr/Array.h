@@ -15,11 +15,20 @@ struct SlotChunk;
 template <class Container>
 struct NestedMaker;
 
+/// A block of memory with plain values side by side.
+struct ArrayBlock {
+    std::byte* values = nullptr;
+    unsigned long size = 0;  ///< how many there are
+    unsigned long capacity = 0;
+    std::size_t bytes = 0;  ///< of the block
+};
+
 /// A container indexed from 0. All elements are alike: each starts as a clone of the prototype.
 /// Elements lie side by side in chunks. A chunk is made when one of its elements is first used, so
 /// an array takes memory for the parts of it that are in use, not for its size. Until somebody asks
 /// for an element as a variable, an array of Longs, Bools, Decimals or Dates keeps only their
-/// values. Thread rule of a variable.
+/// values, those of Longs and Bools in one block as long as most of it is in use. Thread rule of a
+/// variable.
 class KESTREL_API Array final : public Variable {
 public:
     /// The most elements that an array can have.
@@ -67,6 +76,9 @@ private:
     // An array like `source` whose prototype belongs to somebody else.
     Array(const Array& source, Variable* sharedPrototype);
 
+    const std::byte* valueOfNew() const;
+    // Moves the elements from the block into chunks.
+    void spread();
     // Turns the elements into variables; false when there is no memory.
     bool makeVariables();
     void makeChunk(std::size_t chunk);
@@ -77,9 +89,11 @@ private:
 
     const bool ownsPrototype_;
     bool keepsValues_;  // the slots hold values, not variables
+    bool isPlain_;      // the values lie in the block
     Variable* const prototype_;
     const ElementClass* elementClass_;
     unsigned long size_ = 0;
+    ArrayBlock block_;
     // In a chunk that exists all slots hold elements; those from `size_` on equal the prototype.
     std::vector<SlotChunk> chunks_;
     // The bare values that the variables were made from; somebody may still hold a reference to

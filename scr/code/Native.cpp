@@ -8,10 +8,12 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
-#include <limits>
+#include <functional>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "scr/Array.h"
 #include "scr/code/Divisor.h"
 #include "scr/code/Helpers.h"
 
@@ -121,16 +123,19 @@ public:
             emit(listing_.operations[i]);
         }
         epilogue();
-        for (std::size_t i = 0; i < cold_.size(); ++i) emitCold(i);
+        for (std::size_t i = 0; i < cold_.size(); ++i) {
+            asm_.bind(cold_[i].at);
+            const std::function<void()> emit = std::move(cold_[i].emit);
+            emit();
+        }
         for (const auto& [at, number] : tables_) emitTable(at, listing_.switches[number]);
     }
 
 private:
+    // Code out of the way.
     struct Cold {
         asmjit::Label at;
-        asmjit::Label back;
-        const Operation* operation;
-        void (*helper)(RunControl&, const Node*) noexcept;  // null to leave with a failure
+        std::function<void()> emit;
     };
 
     // Choice of registers.
@@ -278,40 +283,43 @@ private:
         }
     }
 
-    // A piece of code out of the way, for `operation`.
-    asmjit::Label newCold(const Operation& operation, asmjit::Label back = {},
-                          void (*helper)(RunControl&, const Node*) noexcept = nullptr) {
-        if (helper == nullptr) {
-            // All failures of a statement leave alike.
-            const auto same = std::find_if(cold_.begin(), cold_.end(), [&](const Cold& cold) {
-                return cold.helper == nullptr && cold.operation->statement == operation.statement;
-            });
-            if (same != cold_.end()) return same->at;
-        }
-        cold_.push_back({asm_.newLabel(), back, &operation, helper});
+    asmjit::Label newCold(std::function<void()> emit) {
+        cold_.push_back({asm_.newLabel(), std::move(emit)});
         return cold_.back().at;
     }
-    void emitCold(std::size_t number) {
-        const Cold cold = cold_[number];
-        asm_.bind(cold.at);
-        if (cold.helper == nullptr) {
-            asm_.mov(counter(&control_.counters().failedAt, 4), imm(cold.operation->statement));
-            asm_.jmp(leave_);
-            return;
+    // Leaves with a failure in the operation's statement.
+    asmjit::Label failureIn(const Operation& operation) {
+        const auto [found, isNew] = failures_.try_emplace(operation.statement);
+        if (isNew) {
+            found->second = newCold([this, statement = operation.statement] {
+                asm_.mov(counter(&control_.counters().failedAt, 4), imm(statement));
+                asm_.jmp(leave_);
+            });
         }
-        keepTemporaries(cold.operation->live);
+        return found->second;
+    }
+    // Calls a function for the node of the operation, and goes on at `back` unless it failed.
+    asmjit::Label newCall(const Operation& operation, asmjit::Label back,
+                          void (*function)(RunControl&, const Node*) noexcept) {
+        return newCold([this, &operation, back, function] {
+            keepTemporaries(operation.live);
+            asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(operation.pointer)));
+            call(reinterpret_cast<const void*>(function));
+            checkFailure(operation);
+            takeTemporaries(operation.live);
+            asm_.jmp(back);
+        });
+    }
+    // The other arguments are in place.
+    void call(const void* function) {
         asm_.mov(x86::rdi, controlRegisterS);
-        asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(cold.operation->pointer)));
-        asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(cold.helper)));
+        asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(function)));
         asm_.call(x86::rax);
-        checkFailure(*cold.operation);
-        takeTemporaries(cold.operation->live);
-        asm_.jmp(cold.back);
     }
     void checkFailure(const Operation& operation) {
         const x86::Mem hasFailed = at(&control_.counters().hasFailed, x86::rcx, 4);
         asm_.cmp(hasFailed, imm(0));
-        asm_.jne(newCold(operation));
+        asm_.jne(failureIn(operation));
     }
 
     // Operations.
@@ -370,6 +378,8 @@ private:
             case Op::EnterCall: emitEnterCall(operation); break;
             case Op::LeaveCall: asm_.dec(counter(&control_.counters().openCalls)); break;
             case Op::Switch: emitSwitch(operation); break;
+            case Op::LoadElement: emitLoadElement(operation); break;
+            case Op::StoreElement: emitStoreElement(operation); break;
             case Op::Call: emitCall(operation); break;
             case Op::Leave:
                 load(x86::rax, operation.a);
@@ -499,7 +509,7 @@ private:
     void emitTurn(const Operation& operation) {
         const asmjit::Label back = asm_.newLabel();
         asm_.sub(counter(&control_.counters().untilLook), imm(1));
-        asm_.js(newCold(operation, back, look));
+        asm_.js(newCall(operation, back, look));
         asm_.bind(back);
     }
 
@@ -510,7 +520,7 @@ private:
         asm_.mov(x86::rax, at(&counters.openCalls, x86::rax, 8));
         asm_.inc(x86::rax);
         asm_.mov(at(&counters.openCalls, x86::rcx, 8), x86::rax);
-        const asmjit::Label stop = newCold(operation, back, checkCall);
+        const asmjit::Label stop = newCall(operation, back, checkCall);
         asm_.cmp(x86::rax, at(&counters.mostCalls, x86::rcx, 8));
         asm_.jg(stop);
         asm_.cmp(x86::rsp, at(&counters.stackEnd, x86::rcx, 8));
@@ -554,15 +564,71 @@ private:
         for (const Label label : table.labels) asm_.embedLabelDelta(labels_[label], at, 8);
     }
 
+    // Compares the index with the number of elements at hand, goes to `other` for any other element
+    // and loads the address of the values into rcx.
+    void lookUp(const ElementPlace& place, x86::Gp index, asmjit::Label other) {
+        asm_.cmp(index, at(&place.block->size, x86::rcx, 8));
+        asm_.jae(other);
+        asm_.mov(x86::rcx, at(&place.block->values, x86::rcx, 8));
+    }
+    // The call for any other element; its operands are still where they were.
+    asmjit::Label newElementCall(const Operation& operation, asmjit::Label back,
+                                 const ElementPlace& place, const Helper& helper) {
+        return newCold([this, &operation, back, &place, &helper] {
+            keepTemporaries(operation.live);
+            if (operation.b) load(x86::rcx, operation.b);
+            load(x86::rdx, operation.a);
+            asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(place.access)));
+            call(reinterpret_cast<const void*>(helper.run));
+            checkFailure(operation);
+            takeTemporaries(operation.live);
+            if (operation.target) store(operation.target, x86::rax);
+            asm_.jmp(back);
+        });
+    }
+
+    void emitLoadElement(const Operation& operation) {
+        const auto& place = *static_cast<const ElementPlace*>(operation.pointer);
+        const asmjit::Label back = asm_.newLabel();
+        const x86::Gp index = inRegister(operation.a, x86::rax);
+        const x86::Gp work = workFor(operation.target);
+        lookUp(place, index, newElementCall(operation, back, place, *place.load));
+        if (place.isBool) {
+            asm_.movzx(work.r32(), x86::byte_ptr(x86::rcx, index));
+        } else {
+            asm_.mov(work, x86::qword_ptr(x86::rcx, index, 3));
+        }
+        store(operation.target, work);
+        asm_.bind(back);
+    }
+
+    void emitStoreElement(const Operation& operation) {
+        const auto& place = *static_cast<const ElementPlace*>(operation.pointer);
+        const asmjit::Label back = asm_.newLabel();
+        const x86::Gp index = inRegister(operation.a, x86::rax);
+        lookUp(place, index, newElementCall(operation, back, place, *place.store));
+        const x86::Mem element = place.isBool ? x86::byte_ptr(x86::rcx, index)
+                                              : x86::qword_ptr(x86::rcx, index, 3);
+        if (isShort(operation.b)) {
+            asm_.mov(element, imm(constantOf(operation.b)));
+        } else {
+            const x86::Gp value = inRegister(operation.b, x86::rdx);
+            if (place.isBool) {
+                asm_.mov(element, value.r8());
+            } else {
+                asm_.mov(element, value);
+            }
+        }
+        asm_.bind(back);
+    }
+
     void emitCall(const Operation& operation) {
         const auto& helper = *static_cast<const Helper*>(operation.pointer);
         keepTemporaries(operation.live);
         if (operation.a) load(x86::rsi, operation.a);
         if (operation.b) load(x86::rdx, operation.b);
         if (operation.c) load(x86::rcx, operation.c);
-        asm_.mov(x86::rdi, controlRegisterS);
-        asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(helper.run)));
-        asm_.call(x86::rax);
+        call(reinterpret_cast<const void*>(helper.run));
         if (helper.mayFail) checkFailure(operation);
         takeTemporaries(operation.live);
         if (helper.mayAssign) loadVariables();
@@ -582,6 +648,7 @@ private:
     std::vector<const x86::Gp*> registers_;  // by variable; null if it has none
     std::vector<std::size_t> cached_;        // the variables that have one
     std::vector<Cold> cold_;
+    std::unordered_map<std::uint32_t, asmjit::Label> failures_;  // by statement
     std::vector<std::pair<asmjit::Label, Label>> tables_;
     std::int32_t frame_ = 0;
 };

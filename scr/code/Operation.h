@@ -8,6 +8,7 @@ namespace SCR {
 
 class Node;
 class RunControl;
+struct ArrayBlock;
 
 namespace Code {
 
@@ -71,6 +72,9 @@ enum class Op : std::uint8_t {
     LeaveCall,
     // Goes to the label for a in the table `pointer`.
     Switch,
+    // target = the element a of the array, that element = b; `pointer` is its `ElementPlace`.
+    LoadElement,
+    StoreElement,
     // target = the helper `pointer` with a, b, c.
     Call,
     // Leaves the fragment with the control-flow code a.
@@ -105,6 +109,18 @@ struct Helper {
     bool mayFail = true;
     /// Whether it may change Long and Bool variables.
     bool mayAssign = true;
+};
+
+/// The elements of a named array of Longs or Bools.
+struct ElementPlace {
+    /// The array's own, which holds the values of the elements that need no more than a look.
+    const ArrayBlock* block;
+    /// Whether they are Bools.
+    bool isBool;
+    /// For any other element: called with `access`, the index and the value to store.
+    const void* access;
+    const Helper* load;
+    const Helper* store;
 };
 
 /// The labels of a switch over Longs. Values from `first` on look into `labels`, others go to

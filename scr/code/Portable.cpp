@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "scr/Array.h"
 #include "scr/code/Fragment.h"
 #include "scr/code/Helpers.h"
 #include "scr/value/LongArithmetic.h"
@@ -15,6 +16,8 @@ namespace SCR::Code {
 
 namespace {
 
+struct Table;
+
 // Operands are addresses: of temporaries, of constants and of the homes of variables.
 struct Instruction {
     const void* handler;
@@ -23,6 +26,7 @@ struct Instruction {
         const Instruction* next;  // of a jump
         const Node* place;
         bool* home;
+        const ElementPlace* storedElement;
     };
     union {
         const long* a;
@@ -30,7 +34,8 @@ struct Instruction {
     };
     union {
         const long* b;
-        const Instruction* const* labels;  // of a switch: first, count, the others, the labels
+        const Table* table;           // of a switch
+        const ElementPlace* element;  // of a load
     };
 };
 static_assert(sizeof(Instruction) == 32);
@@ -85,6 +90,8 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
         set(Op::EnterCall, &&enterCall);
         set(Op::LeaveCall, &&leaveCall);
         set(Op::Switch, &&switchOn);
+        set(Op::LoadElement, &&loadElement);
+        set(Op::StoreElement, &&storeElement);
         set(Op::Call, &&call);
         set(Op::Leave, &&leave);
         return 0;
@@ -158,11 +165,44 @@ leaveCall:
     control.leaveCall();
     KESTREL_NEXT;
 switchOn : {
-    const Table& table = *reinterpret_cast<const Table*>(at->labels);
+    const Table& table = *at->table;
     const unsigned long index =
         static_cast<unsigned long>(*at->a) - static_cast<unsigned long>(table.first);
     at = index < table.labels.size() ? table.labels[index] : table.otherwise;
     KESTREL_GO;
+}
+loadElement : {
+    const ElementPlace& place = *at->element;
+    const auto index = static_cast<unsigned long>(*at->a);
+    if (index < place.block->size) [[likely]] {
+        const std::byte* const values = place.block->values;
+        *at->target = place.isBool ? static_cast<long>(values[index])
+                                   : reinterpret_cast<const long*>(values)[index];
+        KESTREL_NEXT;
+    }
+    const long value =
+        place.load->run(control, reinterpret_cast<long>(place.access), *at->a, 0);
+    if (counters.hasFailed != 0) [[unlikely]]
+        goto failed;
+    *at->target = value;
+    KESTREL_NEXT;
+}
+storeElement : {
+    const ElementPlace& place = *at->storedElement;
+    const auto index = static_cast<unsigned long>(*at->a);
+    if (index < place.block->size) [[likely]] {
+        std::byte* const values = place.block->values;
+        if (place.isBool) {
+            values[index] = static_cast<std::byte>(*at->b);
+        } else {
+            reinterpret_cast<long*>(values)[index] = *at->b;
+        }
+        KESTREL_NEXT;
+    }
+    place.store->run(control, reinterpret_cast<long>(place.access), *at->a, *at->b);
+    if (counters.hasFailed != 0) [[unlikely]]
+        goto failed;
+    KESTREL_NEXT;
 }
 call : {
     const auto& more = reinterpret_cast<const CallInstruction&>(at[1]);
@@ -265,15 +305,19 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
             case Op::JumpLessEqual:
             case Op::JumpGreaterEqual:
             case Op::Jump: made.next = at(operation.label); break;
-            case Op::Switch:
-                made.labels = reinterpret_cast<const Instruction* const*>(&tables_[operation.label]);
-                break;
+            case Op::Switch: made.table = &tables_[operation.label]; break;
             case Op::LoadBool: made.source = static_cast<const bool*>(operation.pointer); break;
             case Op::StoreBool:
                 made.home = static_cast<bool*>(const_cast<void*>(operation.pointer));
                 break;
             case Op::Turn:
             case Op::EnterCall: made.place = static_cast<const Node*>(operation.pointer); break;
+            case Op::LoadElement:
+                made.element = static_cast<const ElementPlace*>(operation.pointer);
+                break;
+            case Op::StoreElement:
+                made.storedElement = static_cast<const ElementPlace*>(operation.pointer);
+                break;
             case Op::Call: {
                 const CallInstruction more{static_cast<const Helper*>(operation.pointer),
                                            operand(operation.c),

@@ -268,18 +268,38 @@ public:
         Code::Builder::Frame frame(code);
         const Code::Ref place = element_.place().lower(code);
         frame.end();
-        static constexpr Code::Helper helper{Code::guarded<readAt>, true, false};
-        return code.call(helper, code.address(this), place, {}, byReference ? Code::Ref() : target);
+        if constexpr (isPlainCM) {
+            if (!target) target = code.temporary();
+            code.emit(Code::Op::LoadElement, target, place, {}, elementPlace());
+            return target;
+        }
+        return code.call(readCM, code.address(this), place, {}, byReference ? Code::Ref() : target);
     }
     void lowerStore(Code::Builder& code, Code::Ref value) override {
         const Code::Builder::Frame frame(code);
         const Code::Ref place = element_.place().lower(code);
-        static constexpr Code::Helper helper{Code::guarded<writeAt>, true, false};
-        code.call(helper, code.address(this), place, value);
+        if constexpr (isPlainCM) {
+            code.emit(Code::Op::StoreElement, {}, place, value, elementPlace());
+        } else {
+            code.call(writeCM, code.address(this), place, value);
+        }
     }
 
 private:
     using Value = typename Type::Value;
+    static constexpr bool isPlainCM =
+        ArrayElements::mayBePlainCM<typename Type::Variable> &&
+        std::is_same_v<Element, ArrayElement<typename Type::Variable>>;
+
+    // Code refers to it.
+    const Code::ElementPlace* elementPlace() {
+        if (!place_) {
+            place_ = std::make_unique<Code::ElementPlace>(
+                Code::ElementPlace{&ArrayElements::block(*element_.variable()),
+                                   std::is_same_v<Value, bool>, this, &readCM, &writeCM});
+        }
+        return place_.get();
+    }
 
     static bool setAt(Value* found, typename Type::Argument value) {
         if (found == nullptr) [[unlikely]]
@@ -305,9 +325,12 @@ private:
         return 0;
     }
 
+    static constexpr Code::Helper readCM{Code::guarded<readAt>, true, false};
+    static constexpr Code::Helper writeCM{Code::guarded<writeAt>, true, false};
     inline static const Value emptyCM{};
 
     Element element_;
+    std::unique_ptr<Code::ElementPlace> place_;  // once there is code
 };
 
 /// A handle; all elements of a container share the name of the abstract data type.

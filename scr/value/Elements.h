@@ -40,7 +40,11 @@ struct ArrayElements {
     [[gnu::always_inline]] static auto findValue(const Array& array, unsigned long index)
         -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
         using Value = std::remove_reference_t<decltype(std::declval<V&>().value())>;
-        if (index >= array.size_) [[unlikely]]
+        if constexpr (mayBePlainCM<V>) {
+            if (index < array.block_.size) [[likely]]
+                return in<Value>(array.block_.values + index * sizeof(Value));
+        }
+        if (array.isPlain_ || index >= array.size_) [[unlikely]]
             return nullptr;
         if constexpr (mayKeepValuesCM<V>) {
             if (array.keepsValues_) [[likely]]
@@ -79,11 +83,19 @@ struct ArrayElements {
         return {const_cast<Value*>(found.first), found.stride, found.count};
     }
 
+    /// The block with the values of `array`, for code; it is as long as they are in one, and empty
+    /// otherwise. It belongs to the array.
+    static const ArrayBlock& block(const Array& array) { return array.block_; }
+
+    /// Whether the values of elements may lie in a block.
+    template <class V>
+    static constexpr bool mayBePlainCM =
+        std::is_same_v<V, LongVariable> || std::is_same_v<V, BoolVariable>;
+
 private:
     template <class V>
     static constexpr bool mayKeepValuesCM =
-        std::is_same_v<V, LongVariable> || std::is_same_v<V, BoolVariable> ||
-        std::is_same_v<V, DecimalVariable> || std::is_same_v<V, DateVariable>;
+        mayBePlainCM<V> || std::is_same_v<V, DecimalVariable> || std::is_same_v<V, DateVariable>;
 
     template <class Object>
     static Object* in(std::byte* slot) {
