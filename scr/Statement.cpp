@@ -102,7 +102,9 @@ std::int32_t StatementList::Parts::runFrom(std::size_t next) const {
     const std::size_t size = statements.size();
     try {
         for (; next < size; ++next) {
-            if (const std::size_t work = workBefore(next, size); work > 0) countWork(work);
+            if (size > shortS) [[unlikely]] {
+                if (const std::size_t work = workBefore(next, size); work > 0) countWork(work);
+            }
             if (const std::int32_t code = statements[next]->execute(); code != goOn) return code;
         }
     } catch (ScriptStopped& stopped) {

@@ -189,6 +189,30 @@ Ref Builder::call(const Helper& helper, Ref a, Ref b, Ref c, Ref target) {
     return target;
 }
 
+std::size_t Builder::openCall(const Node& place) {
+    emit(Op::EnterCall, {}, {}, {}, &place);
+    return listing_.operations.size() - 1;
+}
+
+void Builder::closeCall(std::size_t opened) {
+    const auto first = listing_.operations.begin() + static_cast<std::ptrdiff_t>(opened);
+    const auto mayLook = [](const Operation& operation) {
+        return operation.op == Op::EnterCall ||
+               (operation.op == Op::Call &&
+                static_cast<const Helper*>(operation.pointer)->mayAssign);
+    };
+    if (std::any_of(first + 1, listing_.operations.end(), mayLook)) {
+        emit(Op::LeaveCall, {});
+        return;
+    }
+    // Nobody sees the number of open calls meanwhile.
+    first->op = Op::CheckCall;
+    first->a = constant(0);
+    for (auto inner = first + 1; inner != listing_.operations.end(); ++inner) {
+        if (inner->op == Op::CheckCall) inner->a = constant(valueOf(inner->a) + 1);
+    }
+}
+
 Label Builder::newLabel() {
     listing_.labels.push_back(0);
     return static_cast<Label>(listing_.labels.size() - 1);

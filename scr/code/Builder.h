@@ -97,6 +97,9 @@ public:
     Label newLabel();
     void bind(Label label);
     void switchOn(Ref value, SwitchTable table);
+    /// Opens the call made by `place`; gives a mark for `closeCall`, after its body.
+    std::size_t openCall(const Node& place);
+    void closeCall(std::size_t opened);
     /// Between these two the code runs more often.
     void openLoop() { ++loops_; }
     void closeLoop() { --loops_; }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -99,7 +100,8 @@ private:
 // Temporaries live in registers that calls do not keep, and the variables used most in registers
 // that they do. A variable's home is always right: stores go there at once.
 constexpr std::array temporaryRegistersS{x86::r8, x86::r9, x86::r10, x86::r11};
-constexpr std::array variableRegistersS{x86::rbx, x86::rbp, x86::r12, x86::r13, x86::r14};
+constexpr std::array variableRegistersS{x86::rbx, x86::rbp, x86::r12, x86::r13};
+constexpr x86::Gp countRegisterS = x86::r14;  // the turns before the next look
 constexpr x86::Gp controlRegisterS = x86::r15;
 
 class Translator {
@@ -119,6 +121,8 @@ public:
         std::sort(bound.begin(), bound.end());
         auto next = bound.begin();
         for (std::uint32_t i = 0; i < listing_.operations.size(); ++i) {
+            // Where a turn of a loop begins.
+            if (listing_.operations[i].op == Op::Turn) asm_.align(asmjit::AlignMode::kCode, 32);
             for (; next != bound.end() && next->first == i; ++next) asm_.bind(labels_[next->second]);
             emit(listing_.operations[i]);
         }
@@ -257,10 +261,12 @@ private:
         frame_ = static_cast<std::int32_t>((listing_.temporaries * 8 + 15) / 16 * 16 + 8);
         asm_.sub(x86::rsp, frame_);
         asm_.mov(controlRegisterS, x86::rdi);
+        loadCount();
         loadVariables();
     }
     void epilogue() {
         asm_.bind(leave_);
+        asm_.mov(at(&control_.counters().untilLook, x86::rcx, 8), countRegisterS);
         asm_.add(x86::rsp, frame_);
         for (auto kept = keptCM.rbegin(); kept != keptCM.rend(); ++kept) asm_.pop(*kept);
         asm_.ret();
@@ -310,11 +316,17 @@ private:
             asm_.jmp(back);
         });
     }
-    // The other arguments are in place.
-    void call(const void* function) {
+    // The other arguments are in place. Functions that ask whether the script has to stop count
+    // turns.
+    void call(const void* function, bool asks = true) {
+        if (asks) asm_.mov(counter(&control_.counters().untilLook), countRegisterS);
         asm_.mov(x86::rdi, controlRegisterS);
         asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(function)));
         asm_.call(x86::rax);
+        if (asks) loadCount();
+    }
+    void loadCount() {
+        asm_.mov(countRegisterS, at(&control_.counters().untilLook, countRegisterS, 8));
     }
     void checkFailure(const Operation& operation) {
         const x86::Mem hasFailed = at(&control_.counters().hasFailed, x86::rcx, 4);
@@ -377,6 +389,7 @@ private:
             case Op::Turn: emitTurn(operation); break;
             case Op::EnterCall: emitEnterCall(operation); break;
             case Op::LeaveCall: asm_.dec(counter(&control_.counters().openCalls)); break;
+            case Op::CheckCall: emitCheckCall(operation); break;
             case Op::Switch: emitSwitch(operation); break;
             case Op::LoadElement: emitLoadElement(operation); break;
             case Op::StoreElement: emitStoreElement(operation); break;
@@ -465,8 +478,20 @@ private:
             }
             return store(operation.target, x86::rax);
         }
-        const Divisor factor = Divisor::of(divisor);
         const x86::Gp number = inRegister(operation.a, x86::rcx);
+        const auto size = divisor < 0 ? 0 - static_cast<unsigned long>(divisor)
+                                      : static_cast<unsigned long>(divisor);
+        if (!givesQuotient && std::has_single_bit(size) && size <= std::size_t{1} << 30) {
+            // What a negative number lacks to the next power is added, and taken off afterwards.
+            asm_.mov(x86::rdx, number);
+            asm_.sar(x86::rdx, imm(63));
+            asm_.shr(x86::rdx, imm(64 - std::countr_zero(size)));
+            asm_.lea(x86::rax, x86::ptr(number, x86::rdx));
+            asm_.and_(x86::rax, imm(static_cast<std::int64_t>(size - 1)));
+            asm_.sub(x86::rax, x86::rdx);
+            return store(operation.target, x86::rax);
+        }
+        const Divisor factor = Divisor::of(divisor);
         asm_.mov(x86::rax, imm(factor.factor));
         asm_.imul(number);
         if (divisor > 0 && factor.factor < 0) asm_.add(x86::rdx, number);
@@ -508,7 +533,7 @@ private:
 
     void emitTurn(const Operation& operation) {
         const asmjit::Label back = asm_.newLabel();
-        asm_.sub(counter(&control_.counters().untilLook), imm(1));
+        asm_.sub(countRegisterS, imm(1));
         asm_.js(newCall(operation, back, look));
         asm_.bind(back);
     }
@@ -526,6 +551,24 @@ private:
         asm_.cmp(x86::rsp, at(&counters.stackEnd, x86::rcx, 8));
         asm_.jb(stop);
         asm_.bind(back);
+    }
+
+    void emitCheckCall(const Operation& operation) {
+        RunCounters& counters = control_.counters();
+        emitTurn(operation);
+        const asmjit::Label stop = newCold([this, &operation, &counters] {
+            asm_.mov(x86::rax, imm(constantOf(operation.a) + 1));
+            asm_.add(at(&counters.openCalls, x86::rcx, 8), x86::rax);
+            asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(operation.pointer)));
+            call(reinterpret_cast<const void*>(checkCall));
+            asm_.jmp(failureIn(operation));
+        });
+        asm_.mov(x86::rax, at(&counters.openCalls, x86::rax, 8));
+        if (const long more = constantOf(operation.a); more != 0) asm_.add(x86::rax, imm(more));
+        asm_.cmp(x86::rax, at(&counters.mostCalls, x86::rcx, 8));
+        asm_.jge(stop);
+        asm_.cmp(x86::rsp, at(&counters.stackEnd, x86::rcx, 8));
+        asm_.jb(stop);
     }
 
     void emitSwitch(const Operation& operation) {
@@ -628,7 +671,7 @@ private:
         if (operation.a) load(x86::rsi, operation.a);
         if (operation.b) load(x86::rdx, operation.b);
         if (operation.c) load(x86::rcx, operation.c);
-        call(reinterpret_cast<const void*>(helper.run));
+        call(reinterpret_cast<const void*>(helper.run), helper.mayFail);
         if (helper.mayFail) checkFailure(operation);
         takeTemporaries(operation.live);
         if (helper.mayAssign) loadVariables();

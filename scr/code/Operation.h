@@ -70,6 +70,9 @@ enum class Op : std::uint8_t {
     // Counts the call made by the node `pointer` and opens it; closes it.
     EnterCall,
     LeaveCall,
+    // Counts the call, and checks that it and a more could be open: for a body that makes no other
+    // call.
+    CheckCall,
     // Goes to the label for a in the table `pointer`.
     Switch,
     // target = the element a of the array, that element = b; `pointer` is its `ElementPlace`.
@@ -107,7 +110,7 @@ struct Helper {
     long (*run)(RunControl& control, long a, long b, long c) noexcept;
     /// Whether it may note a failure.
     bool mayFail = true;
-    /// Whether it may change Long and Bool variables.
+    /// Whether it may run script code, and so change Long and Bool variables.
     bool mayAssign = true;
 };
 

@@ -89,6 +89,7 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
         set(Op::Turn, &&turn);
         set(Op::EnterCall, &&enterCall);
         set(Op::LeaveCall, &&leaveCall);
+        set(Op::CheckCall, &&checkCall);
         set(Op::Switch, &&switchOn);
         set(Op::LoadElement, &&loadElement);
         set(Op::StoreElement, &&storeElement);
@@ -163,6 +164,18 @@ enterCall:
     KESTREL_NEXT;
 leaveCall:
     control.leaveCall();
+    KESTREL_NEXT;
+checkCall:
+    if (--counters.untilLook < 0) [[unlikely]] {
+        look(control, at->place);
+        if (counters.hasFailed != 0) goto failed;
+    }
+    if (counters.openCalls + *at->a >= counters.mostCalls ||
+        static_cast<char*>(__builtin_frame_address(0)) < counters.stackEnd) [[unlikely]] {
+        counters.openCalls += *at->a + 1;
+        Code::checkCall(control, at->place);
+        goto failed;
+    }
     KESTREL_NEXT;
 switchOn : {
     const Table& table = *at->table;
@@ -311,6 +324,7 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
                 made.home = static_cast<bool*>(const_cast<void*>(operation.pointer));
                 break;
             case Op::Turn:
+            case Op::CheckCall:
             case Op::EnterCall: made.place = static_cast<const Node*>(operation.pointer); break;
             case Op::LoadElement:
                 made.element = static_cast<const ElementPlace*>(operation.pointer);

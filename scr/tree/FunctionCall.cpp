@@ -38,7 +38,7 @@ Code::Ref FunctionCall::lowerCall(Code::Builder& code, const Node* place,
                                   const std::function<Code::Ref(Code::Ref)>& load,
                                   Code::Ref null) const {
     for (const std::unique_ptr<Node>& binding : bindings_) code.statement(*binding);
-    if (control_ != nullptr) code.emit(Code::Op::EnterCall, {}, {}, {}, place);
+    const std::size_t opened = control_ != nullptr ? code.openCall(*place) : 0;
     Code::Label returned = 0;
     Code::Label other = 0;
     const bool hasOther = lowerBody(code, returned, other);
@@ -59,7 +59,7 @@ Code::Ref FunctionCall::lowerCall(Code::Builder& code, const Node* place,
         code.emit(Code::Op::Move, value, null);
         code.bind(end);
     }
-    if (control_ != nullptr) code.emit(Code::Op::LeaveCall, {});
+    if (control_ != nullptr) code.closeCall(opened);
     return value;
 }
 
