@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "scr/run/RunControl.h"
 #include "scr/value/ElementClass.h"
 #include "scr/value/PlainBlock.h"
 #include "scr/value/Slots.h"
@@ -81,6 +82,19 @@ bool Array::make(unsigned long index, unsigned long limit) {
     }
     size_ = std::max(size_, index + 1);
     if (isPlain_) block_.size = size_;
+    return true;
+}
+
+bool Array::keepPlaces() noexcept {
+    try {
+        if (isPlain_) spread();
+    } catch (const ScriptStopped&) {
+        // The script stops when the caller is done.
+        if (RunControl* const control = RunControl::current()) control->stopLater();
+        return false;
+    } catch (...) {
+        return false;
+    }
     return true;
 }
 

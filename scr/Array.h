@@ -60,6 +60,10 @@ public:
     /// Makes the element `index` as `at` does, without returning it; false where `at` gives null.
     bool make(unsigned long index, unsigned long limit = maxSizeCM);
 
+    /// Makes elements stay where they are from now on, as `at` does: values of Longs and Bools may
+    /// move when the array grows until then. False when there is no memory for it.
+    bool keepPlaces() noexcept;
+
     /// Bytes that the elements take, including everything that they hold.
     std::size_t heapBytes() const;
 

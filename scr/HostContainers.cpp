@@ -81,7 +81,9 @@ Result noRoom(Interpreter* interpreter, const char* container) {
 
 template <class T>
 ArrayView<T>::ArrayView(const Array& array)
-    : array_(holds<T>(array) ? const_cast<Array*>(&array) : nullptr) {}
+    : array_(holds<T>(array) ? const_cast<Array*>(&array) : nullptr) {
+    if (array_ != nullptr && !array_->keepPlaces()) array_ = nullptr;
+}
 
 template <class T>
 Host::Run<const T> ArrayView<T>::run(unsigned long index) const {

@@ -175,11 +175,12 @@ TEST(Array, KeepsPlainValuesAsTheyAreUntilAVariableIsAskedFor) {
     array.truncate(size - 5);
     const std::unique_ptr<Variable> copied(array.clone());
     auto& copy = static_cast<Array&>(*copied);
-    const bool* const former = value(array, 9);
     ASSERT_NE(array.at(size - 1), nullptr);
-    *value(array, 9) = false;
-    EXPECT_TRUE(*former);
-    *value(array, 9) = true;
+    Array dates(new SCR::DateVariable);
+    ASSERT_TRUE(dates.make(9));
+    const FND::DateTime* const former = SCR::ArrayElements::findValue<SCR::DateVariable>(dates, 9);
+    static_cast<SCR::DateVariable*>(dates.at(9))->value() = FND::DateTime::now();
+    EXPECT_FALSE(former->isValid());
     for (Array* const each : {&array, &copy}) {
         for (unsigned long i = 0; i < size - 5; ++i) ASSERT_EQ(*value(*each, i), i % 3 == 0) << i;
     }

@@ -34,8 +34,9 @@ struct ArrayElements {
     }
 
     /// The value of the element `index` if it exists and was used before, otherwise null; never
-    /// null after `make` gave true for it. The pointer stays valid as long as the element. After
-    /// the first call of `at` it only shows the value that the element had then.
+    /// null after `make` gave true for it. The pointer stays valid as long as the element; for a
+    /// Long or a Bool only until the array grows. After the first call of `at` it only shows the
+    /// value that the element had then.
     template <class V>
     [[gnu::always_inline]] static auto findValue(const Array& array, unsigned long index)
         -> std::remove_reference_t<decltype(std::declval<V&>().value())>* {
@@ -54,7 +55,8 @@ struct ArrayElements {
         return element != nullptr ? &element->value() : nullptr;
     }
 
-    /// The values of the elements from `index` on, which the array has, that lie in one chunk;
+    /// The values of the elements from `index` on, which the array has and which keep their places,
+    /// that lie in one chunk;
     /// where that was not used yet, they are all `*unused`.
     template <class V, class Value>
     static Host::Run<const Value> run(const Array& array, unsigned long index,
