@@ -81,7 +81,8 @@ std::string Manifest::toJson() const {
            ", \"written\": " + std::to_string(counts.written) +
            ", \"dropped\": " + std::to_string(counts.dropped) +
            ", \"rejected\": " + std::to_string(counts.rejected) +
-           "},\n  \"output\": " + file(output) + ",\n  \"rejects\": " + file(rejects) + "\n}\n";
+           ", \"extra\": " + std::to_string(counts.extra) + "},\n  \"output\": " + file(output) +
+           ",\n  \"rejects\": " + file(rejects) + "\n}\n";
 }
 
 std::optional<Manifest> Manifest::fromJson(const std::string& text) {
@@ -108,6 +109,7 @@ std::optional<Manifest> Manifest::fromJson(const std::string& text) {
         manifest.counts.written = counts["written"].get_int64();
         manifest.counts.dropped = counts["dropped"].get_int64();
         manifest.counts.rejected = counts["rejected"].get_int64();
+        manifest.counts.extra = counts["extra"].get_int64();
         manifest.output = readFile(json["output"]);
         manifest.rejects = readFile(json["rejects"]);
         return manifest;

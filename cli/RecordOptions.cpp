@@ -357,6 +357,7 @@ ExitStatus RecordOptions::runInDirectory(
     directory.clean();
     job->output = directory.output();
     job->rejects = directory.rejects();
+    job->hasNamedOutputs = false;
     const ExitStatus status = runJob(std::move(*job), manifest, options, compile);
     if (status != ExitStatus::Success) return status;
     if (directory.complete(manifest)) return status;
@@ -371,13 +372,15 @@ void RecordOptions::printStats(const Records::RecordJob& job) const {
                          {"written", counts.written},
                          {"dropped", counts.dropped},
                          {"rejected", counts.rejected}};
+    std::vector<Named> counted(std::begin(all), std::end(all));
+    if (counts.extra != 0 || stats_ == "json") counted.emplace_back("extra", counts.extra);
     std::vector<Named> reasons(job.reasons().all().begin(), job.reasons().all().end());
     std::stable_sort(reasons.begin(), reasons.end(),
                      [](const Named& a, const Named& b) { return a.second > b.second; });
     const bool isJson = stats_ == "json";
     std::string line;
     const char* separator = "";
-    for (const auto& [name, count] : all) {
+    for (const auto& [name, count] : counted) {
         const std::string number = std::to_string(count);
         line += separator + (isJson ? "\"" + name + "\":" + number : number + " " + name);
         separator = isJson ? "," : ", ";

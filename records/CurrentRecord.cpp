@@ -38,6 +38,7 @@ CurrentRecord::CurrentRecord(const Layout& layout, bool isJson, OnError onError,
 const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
     number = ordinal;
     original = text;
+    output.clear();
     isDropped = isRejected_ = hasFailed_ = false;
     const char* malformed = nullptr;
     if (json) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,6 +12,10 @@
 #include "records/json/JsonRecord.h"
 #include "scr/Log.h"
 #include "scr/run/ScriptCharge.h"
+
+namespace SCR {
+class Interpreter;
+}  // namespace SCR
 
 namespace Records {
 
@@ -71,8 +76,10 @@ public:
     std::string_view original;         ///< The text as it was read.
     std::int64_t number = 0;           ///< 1-based
     bool isDropped = false;
-    std::string jobEnd;        ///< why the script wants to end the job
-    bool endsJob = false;      ///< It wants to.
+    std::string output;  ///< The output that the script chose; empty: that of the job.
+    std::function<void(SCR::Interpreter&)> write;  ///< Writes the record as it stands.
+    std::string jobEnd;                            ///< why the script wants to end the job
+    bool endsJob = false;                          ///< It wants to.
     bool readsNoDate = false;  ///< A date was asked for that is missing, empty or none.
     FND::DateTime noDate;      ///< What was given then.
 

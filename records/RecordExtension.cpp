@@ -5,6 +5,7 @@
 #include "records/NamedFields.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
+#include "scr/message/Quote.h"
 
 namespace Records {
 namespace {
@@ -82,10 +83,27 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
     }
     host->function("recordDrop", [&current]() { current.isDropped = true; });
     host->function("recordReject", [&current](std::string_view reason) { current.reject(reason); });
+    host->function("recordWrite", [&current](SCR::Interpreter& running) {
+        if (current.write) current.write(running);
+    });
+    host->function(
+            "outputFile",
+            [&current](SCR::Interpreter& running, std::string_view name) {
+                const SCR::Capabilities& granted = running.capabilities();
+                if (!granted.fileDirectories.empty() || !granted.readOnlyDirectories.empty()) {
+                    running.fail("files are only allowed below some directories");
+                } else if (name.empty() || name == "-" ||
+                           name.find('\0') != std::string_view::npos) {
+                    running.fail("no name of a file: " + SCR::quotedValue(name));
+                } else {
+                    current.output = name;
+                }
+            })
+        ->effects(SCR::Effect::WritesFiles);
     host->function("stopJob", [&current](SCR::Interpreter& running, std::string_view reason) {
         current.endsJob = true;
         current.jobEnd = reason.substr(0, mostBytesOfReasonS);
-        running.fail("stopJob: " + current.jobEnd);
+        running.fail(current.jobEnd);
     });
     host->function("recordNumber", [&current]() { return current.number; })
         ->effects(SCR::Effect::Position);

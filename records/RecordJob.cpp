@@ -124,7 +124,9 @@ void RecordJob::writeHeader() {
     std::string line = columns_.areUnchanged() ? header_ : columns_.header();
     if (line.empty()) return;
     const bool isSame = options_.format == options_.outputFormat;
-    output_.buffer() += line + (isSame && !headerEnd_.empty() ? headerEnd_ : "\n");
+    line += isSame && !headerEnd_.empty() ? headerEnd_ : "\n";
+    output_.buffer() += line;
+    outputs_.header(line);
 }
 
 RecordJob::End RecordJob::openInput() {
@@ -214,6 +216,9 @@ RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& co
     if (const End end = openInput(); end != End::Done) return end;
     if (const End end = planColumns(options_.script); end != End::Done) return end;
     writeHeader();
+    for (const std::string* path : {&options_.input, &options_.output, &options_.rejects}) {
+        outputs_.taken(*path);
+    }
     log_ = &log;
     make_ = make;
     compile_ = compile;
@@ -236,7 +241,7 @@ RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& co
         // Scripts whose BEGIN went well may still run END.
         watcher_->allow(stop_.isRaised() ? allowanceS : std::chrono::milliseconds(0));
     }
-    for (const auto& worker : workers_) worker->finish();
+    for (const auto& worker : workers_) worker->finish([](Batch& /*batch*/) { return true; });
     watcher_.reset();
     workers_.clear();
     return end;
@@ -250,7 +255,12 @@ RecordJob::End RecordJob::finishScripts(End end) {
     // Who ended the job waits only so long, and who ends it now not at all.
     watcher_->allow(stop_.isRaised() ? allowanceS : std::chrono::milliseconds(0));
     for (const auto& worker : workers_) {
-        const bool isFinished = worker->finish();
+        const bool isWanted = end == End::Done;
+        const bool isFinished = worker->finish([&](Batch& batch) {
+            if (!isWanted) return true;
+            end = write(batch);
+            return end == End::Done;
+        });
         failures_.add(worker->interpreter().outputFailures());
         if (end != End::Done) continue;
         if (worker->isClosed()) {
@@ -283,6 +293,9 @@ RecordJob::End RecordJob::finishOutputs(End end) {
         return end;
     }
     const bool areRejectsWritten = !rejects_.isOpen() || rejects_.flush();
+    if (areRejectsWritten && !outputs_.finish()) {
+        return fail(outputs_.error(), outputs_.errorNumber());
+    }
     if (areRejectsWritten && !output_.finish()) return fail(output_);
     if (!areRejectsWritten || (rejects_.isOpen() && !rejects_.finish())) return fail(rejects_);
     return End::Done;
@@ -367,8 +380,16 @@ RecordJob::End RecordJob::write(const Batch& batch) {
     counts_.written += batch.counts.written;
     counts_.dropped += batch.counts.dropped;
     counts_.rejected += batch.counts.rejected;
+    counts_.extra += batch.counts.extra;
     reasons_.add(batch.reasons);
     if (!output_.write(batch.output)) return fail(output_);
+    for (const auto& [path, records] : batch.outputs) {
+        if (options_.hasNamedOutputs && outputs_.write(path, records)) continue;
+        if (outputs_.errorNumber() != 0) return fail(outputs_.error(), outputs_.errorNumber());
+        error_ = options_.hasNamedOutputs ? outputs_.error()
+                                          : "outputFile: a directory of parts has one output";
+        return End::Stopped;
+    }
     if (prints_.isOpen() && !prints_.write(batch.prints)) return fail(prints_);
     if (rejects_.isOpen() && !rejects_.write(batch.rejects)) return fail(rejects_);
     error_ = batch.error;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "records/Columns.h"
+#include "records/NamedOutputs.h"
 #include "records/RecordExtension.h"
 #include "records/RecordOutput.h"
 #include "records/RecordReader.h"
@@ -50,6 +51,7 @@ struct JobOptions {
     bool hasHeader = false;           ///< The first record names the fields.
     std::vector<std::string> fields;  ///< The fields' names, without a header.
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
+    bool hasNamedOutputs = true;                        ///< Whether scripts may name outputs.
     int jobs = 1;            ///< Workers, each with an interpreter and a thread.
     std::int64_t part = 1;   ///< The part to work on, from 1, of `parts` parts of the file:
     std::int64_t parts = 1;  ///< the records that begin in that part of its bytes.
@@ -147,6 +149,7 @@ private:
     std::optional<StopWatcher> watcher_;  // while the job runs
     WorkerPool pool_{*this};
     RecordOutput output_;
+    NamedOutputs outputs_;
     RecordOutput prints_;  // of scripts, unless they join the output
     RecordOutput rejects_;
     Counts counts_;

@@ -63,7 +63,7 @@ bool RecordOutput::fail() {
     return false;
 }
 
-bool RecordOutput::open(const std::string& path) {
+bool RecordOutput::open(const std::string& path, bool cleans) {
     path_ = path;
     if (path == "-") {
         descriptor_ = STDOUT_FILENO;
@@ -77,7 +77,7 @@ bool RecordOutput::open(const std::string& path) {
         descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         return descriptor_ >= 0 || fail();
     }
-    removeLeftovers(target_);
+    if (cleans) removeLeftovers(target_);
     if (!openTemporary()) return fail();
     const mode_t mask = umask(0);
     umask(mask);

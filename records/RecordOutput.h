@@ -20,8 +20,9 @@ public:
 
     // The following give false on failure, with the reason in `error`.
 
-    bool open(const std::string& path);
-    /// Removes temporary files of `path` whose writers are gone; `open` does the same.
+    /// `cleans`: removes leftovers for `path` first.
+    bool open(const std::string& path, bool cleans = true);
+    /// Removes temporary files of `path` whose writers are gone.
     static void removeLeftovers(const std::string& path);
     /// The bytes of the next flush; append whole records.
     std::string& buffer() { return buffer_; }

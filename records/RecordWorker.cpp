@@ -45,6 +45,8 @@ void Batch::clear() {
 
 void Batch::clearOutput() {
     reuse(output);
+    outputs.clear();
+    outputSize = 0;
     reuse(prints);
     reuse(rejects);
     reports.clear();
@@ -66,7 +68,12 @@ bool RecordWorker::Prints::isTaken(bool isWritten) {
 }
 
 bool RecordWorker::Prints::write(std::string_view text) {
-    if (batch == nullptr) return isTaken(SCR::standardOutput().write(text));
+    const bool joins = batch != nullptr || !worker_.end_.output.empty();
+    if (!joins) return isTaken(SCR::standardOutput().write(text));
+    if (batch == nullptr) {
+        (worker_.options_.output == "-" ? worker_.end_.output : worker_.end_.prints) += text;
+        return true;
+    }
     std::string& out = worker_.options_.output == "-" ? batch->output : batch->prints;
     out += text;
     if (out.size() > maxOutputS && !(*deliver)()) worker_.interpreter_->interrupt();
@@ -85,6 +92,7 @@ RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
       current_(options.layout, options.isJson(), options.onError, log),
       columns_(columns) {
     columns_.bind(current_);
+    current_.write = [this](SCR::Interpreter& running) { writeExtra(running); };
 }
 
 RecordWorker::~RecordWorker() { current_.leave(); }
@@ -102,9 +110,16 @@ bool RecordWorker::compile() {
     return conditions_->compile(*options_.conditions);
 }
 
-bool RecordWorker::finish() {
+bool RecordWorker::finish(const std::function<bool(Batch&)>& deliver) {
     current_.leave();
-    return interpreter_ == nullptr || interpreter_->finish();
+    if (interpreter_ == nullptr) return true;
+    // END begins with an empty record of all columns.
+    const std::size_t fields = names_.all().size();
+    if (!current_.json && fields > 1) current_.record.assign(fields - 1, {});
+    deliverEnd_ = &deliver;
+    const bool isFinished = interpreter_->finish();
+    deliverEnd_ = nullptr;
+    return deliver(end_) && isFinished;
 }
 
 std::string RecordWorker::placeOf(const Batch::Item& item) const {
@@ -167,7 +182,8 @@ bool RecordWorker::process(Batch& batch, const std::function<bool()>& deliver) {
         if (!goesOn) break;
         ++batch.next;
         const bool isLarge =
-            batch.output.size() + batch.prints.size() + batch.rejects.size() > maxOutputS;
+            batch.output.size() + batch.outputSize + batch.prints.size() + batch.rejects.size() >
+            maxOutputS;
         if (isLarge && batch.next < batch.items.size()) return false;
     }
     return true;
@@ -204,11 +220,33 @@ bool RecordWorker::execute(bool& holds) {
     return !conditions_ || conditions_->holding(holding_);
 }
 
-bool RecordWorker::write(std::string& out) {
+std::string& RecordWorker::outputFor(Batch& batch) const {
+    return current_.output.empty() ? batch.output : batch.outputs[current_.output];
+}
+
+void RecordWorker::writeExtra(SCR::Interpreter& running) {
+    if (current_.isRejected()) return;
+    Batch* const batch = prints_.batch != nullptr ? prints_.batch
+                         : deliverEnd_ != nullptr ? &end_
+                                                  : nullptr;
+    if (batch == nullptr) return running.logError("recordWrite: there is no record yet");
+    if (!write(*batch)) return;
+    ++batch->counts.extra;
+    if (batch->output.size() + batch->outputSize <= maxOutputS) return;
+    if (batch == &end_) {
+        if (!(*deliverEnd_)(end_)) running.interrupt();
+        end_.clearOutput();
+    } else if (!(*prints_.deliver)()) {
+        running.interrupt();
+    }
+}
+
+bool RecordWorker::write(Batch& batch) {
+    std::string& out = outputFor(batch);
+    const std::size_t before = out.size();
     if (!columns_.areUnchanged()) {
-        const std::size_t size = out.size();
         if (!columns_.write(current_, out)) {
-            out.resize(size);
+            out.resize(before);
             return false;
         }
     } else if (current_.json) {
@@ -217,6 +255,7 @@ bool RecordWorker::write(std::string& out) {
         current_.record.write(out);
     }
     out += hasReturn_ && options_.format == options_.outputFormat ? "\r\n" : "\n";
+    if (!current_.output.empty()) batch.outputSize += out.size() - before;
     return true;
 }
 
@@ -252,7 +291,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     if (!wasStopped && !ran) current_.fail("the script failed");
     const bool isWanted = holds && !current_.isDropped && !current_.isRejected();
     bool isWritten = false;
-    if (isWanted && !conditions_) isWritten = write(batch.output);
+    if (isWanted && !conditions_) isWritten = write(batch);
     if (current_.hasFailed() && options_.onError == OnError::Stop) {
         return cut(item, batch, Batch::Cut::Failed);
     }

@@ -22,12 +22,14 @@ namespace Records {
 
 struct JobOptions;
 
-/// Counts of the results: read = written + dropped + rejected.
+/// Counts of the results: read = written + dropped + rejected. `extra` are records that scripts
+/// wrote besides, which were not read.
 struct Counts {
     std::int64_t read = 0;
     std::int64_t written = 0;
     std::int64_t dropped = 0;
     std::int64_t rejected = 0;
+    std::int64_t extra = 0;
 };
 
 /// How many records were rejected for each reason, values left out. Beyond a hundred reasons the
@@ -75,6 +77,8 @@ struct alignas(threadDistanceS) Batch {
 
     std::size_t next = 0;  ///< The item to go on with.
     std::string output;
+    std::map<std::string, std::string> outputs;  ///< those that the script names
+    std::size_t outputSize = 0;                  ///< of these, in bytes
     std::string prints;  ///< of the script, when they do not join the output
     std::string rejects;
     /// The first rejections, when no file takes their reasons.
@@ -114,8 +118,9 @@ public:
     /// must be delivered before the rest. When that happens within a record, calls `deliver`, which
     /// gives false when the job is over.
     bool process(Batch& batch, const std::function<bool()>& deliver);
-    /// Runs the script's function END; false when it was stopped.
-    bool finish();
+    /// Runs the script's function END; false when it was stopped. What END writes is given to
+    /// `deliver`, in pieces.
+    bool finish(const std::function<bool(Batch&)>& deliver);
 
     SCR::Interpreter& interpreter() { return *interpreter_; }
     /// Whether the script wants to end the job, and why.
@@ -142,13 +147,17 @@ private:
     };
 
     bool run(const Batch::Item& item, Batch& batch);
+    // Writes the current record besides, in the middle of a script.
+    void writeExtra(SCR::Interpreter& running);
+    // Where the current record goes.
+    std::string& outputFor(Batch& batch) const;
     // Executes the script for the current record, if the query holds. False when a script failed.
     bool execute(bool& holds);
     bool evaluateQuery(bool& holds);
     bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const;
     void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const;
     // Appends the current record. False after a failure of the record, with `out` unchanged.
-    bool write(std::string& out);
+    bool write(Batch& batch);
     void writeConditions(std::string& out) const;
     std::string placeOf(const Batch::Item& item) const;
 
@@ -159,8 +168,10 @@ private:
     Columns columns_;         // for current_
     bool hasReturn_ = false;  // before the line end of the current record
     Prints prints_{*this};
-    std::unique_ptr<SCR::Interpreter> interpreter_;   // works on current_
-    std::unique_ptr<SCR::ConditionList> conditions_;  // of the interpreter
+    Batch end_;                                                // what END writes
+    const std::function<bool(Batch&)>* deliverEnd_ = nullptr;  // while END runs
+    std::unique_ptr<SCR::Interpreter> interpreter_;            // works on current_
+    std::unique_ptr<SCR::ConditionList> conditions_;           // of the interpreter
     std::vector<std::int32_t> holding_;
 };
 

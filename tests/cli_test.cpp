@@ -341,7 +341,7 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
         {"run loops.ks --limit steps=1000", "", "..." + stopped, 4},
         {"run second.ks --records - --limit steps=1000 --jobs 2 --stats json", "1\n3\n",
          "-:2: " + limit +
-             "{\"read\":3,\"written\":2,\"dropped\":0,\"rejected\":1,\"reasons\":{\"" +
+             "{\"read\":3,\"written\":2,\"dropped\":0,\"rejected\":1,\"extra\":0,\"reasons\":{\"" +
              limit.substr(0, limit.size() - 1) + "\":1}}\n",
          1, "1\n2\n3\n"},
         {"run second.ks --records - --limit steps=1000 --jobs 2 --stats --on-error stop", "1\n",
@@ -423,6 +423,47 @@ TEST_F(CliTest, ColumnsAreAddedChosenAndConverted) {
         {object + "'' --select d,a", "{\"d\":[1, 2],\"a\":1}\n{\"a\":2}\n", "", 0, json},
         {object + "'' --output-format csv", "", "kestrel: --select must name the columns\n", 2,
          json},
+    });
+}
+
+TEST_F(CliTest, ScriptsWriteRecordsAndFilesOfTheirOwn) {
+    const std::string csv = "k,v\na,1\nb,2\na,3\n";
+    const std::string head = "run --records - --header --stats -e ";
+    const std::string counts = "kestrel: records: 3 read, ";
+    write("last.ks",
+          "String last{}; last{edrString(k)} = edrString(v); recordDrop();\n"
+          "function END { String ks[]; Long n = hashKeys(last, ks); Long i;\n"
+          "for (i = 0; i < n; i = i + 1) { String key = ks[i]; edrString(k) = key;\n"
+          "edrString(v) = last{key}; logStdout(\"p\\n\"); recordWrite(); } }");
+    const std::string split = "'outputFile(\"out-\" + edrString(k));";
+    expect({
+        {head + "'Long i; for (i = 1; i < edrLong(v); i = i + 1) { edrLong(n) = i; recordWrite(); }"
+                "if (edrLong(v) == 2) recordDrop();'",
+         "k,v,n\na,1,\nb,2,1\na,3,1\na,3,2\na,3,2\n",
+         counts + "2 written, 1 dropped, 0 rejected, 3 extra\n", 0, csv},
+        {"run last.ks --records - --header", "k,v\np\na,3\np\nb,2\n", "", 0, csv},
+        {head + split + " if (edrLong(v) == 3) stopJob(\"x\");'", "k,v\n",
+         "kestrel: -:4: ended by the script: x\n" + counts.substr(0, 18) +
+             "2 read, 2 written, 0 dropped, 0 rejected\n",
+         1, csv},
+        {"run --records - -e 'edrLong(b) = 1; recordWrite(); function END { edrLong(z) = 2; "
+         "recordWrite(); }' --format jsonl",
+         "{\"b\":1}\n{\"b\":1}\n{\"z\":2}\n", "", 0, "{}\n"},
+    });
+    EXPECT_FALSE(fs::exists(folder_.path("out-a")));
+    write(".out-a.aaaaaa", "left by a killed job");
+    expect({{head + split + "' --jobs 2", "k,v\n", counts + "3 written, 0 dropped, 0 rejected\n", 0,
+             csv}});
+    EXPECT_EQ(folder_.read("out-a") + folder_.read("out-b"), "k,v\na,1\na,3\nk,v\nb,2\n");
+    EXPECT_FALSE(fs::exists(folder_.path(".out-a.aaaaaa")));
+    write("in", csv);
+    const std::string file = " --records in -e 'outputFile(\"in\");'";
+    expect({
+        {"run" + file, "", "kestrel: outputFile: the job has another output or input in `in'\n", 4},
+        {"run" + file + " --out dir", "",
+         "kestrel: outputFile: a directory of parts has one output\n", 4},
+        {"run --sandbox" + file, "", "...`outputFile' is not allowed (files)", 3},
+        {"run --allow files=. --rejects /dev/null" + file, ""},
     });
 }
 
