@@ -193,6 +193,7 @@ bool build(Matcher& matcher, const MatchOptions& options) {
 }
 
 ExitStatus match(MatchOptions options) {
+    const std::size_t given = options.patterns.size();
     if (!options.file.empty()) {
         const std::optional<std::string> text = readScript(options.file);
         if (!text) return ExitStatus::Usage;
@@ -201,8 +202,14 @@ ExitStatus match(MatchOptions options) {
     bool isParsed = true;
     for (std::size_t i = 0; i < options.patterns.size(); ++i) {
         FND::String error;
-        if (FSM::checkPattern(options.patterns[i], error)) continue;
-        report("pattern " + std::to_string(i) + ": " + error);
+        std::size_t place = 0;
+        if (FSM::checkPattern(options.patterns[i], error, place)) continue;
+        const std::string column = std::to_string(place + 1);
+        const std::string where =
+            i < given
+                ? ", column " + column
+                : " (" + options.file + ":" + std::to_string(i - given + 1) + ":" + column + ")";
+        report("pattern " + std::to_string(i) + where + ": " + error);
         isParsed = false;
     }
     if (!isParsed) return ExitStatus::NotCompiled;

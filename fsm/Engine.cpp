@@ -8,6 +8,8 @@
 
 #include "fsm/PatternList.h"
 #include "fsm/Table.h"
+#include "fsm/Walk.h"
+#include "fsm/part/Searcher.h"
 
 namespace FSM {
 
@@ -17,6 +19,7 @@ struct Engine::Setup {
     std::int32_t patternCount = 0;
     std::int32_t guiltyPath = -1;
     bool isDone = false;
+    bool isSearching = false;
     FND::String error;
     std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
     PatternList patterns;
@@ -35,6 +38,11 @@ bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber)
         setup_->error = setup_->patterns.error();
         return false;
     }
+    if (setup_->isSearching && setup_->patterns.patterns().back().isNegated()) {
+        setup_->patterns.dropLast();
+        setup_->error = "a negated pattern cannot be searched for";
+        return false;
+    }
     ++setup_->patternCount;
     return true;
 }
@@ -51,10 +59,14 @@ bool Engine::finalSetup() {
         setup_->error = "no memory available for the automaton";
     } catch (...) {
         table_.reset();
+        searcher_.reset();
         cleanup();
         throw;
     }
-    if (!isBuilt) table_.reset();
+    if (!isBuilt) {
+        table_.reset();
+        searcher_.reset();
+    }
     cleanup();
     return isBuilt;
 }
@@ -71,6 +83,15 @@ bool Engine::build() {
                             ? PatternList::limitError(guilty, setup_->stateLimit, "states")
                             : PatternList::limitError(guilty, setup_->byteLimit, "bytes");
         return false;
+    }
+    if (setup_->isSearching) {
+        // Takes the parsed patterns, which are not needed any more.
+        searcher_ = std::make_unique<Searcher>();
+        if (!searcher_->build(setup_->patterns.patterns(), limits)) {
+            setup_->error = "limit of " + std::to_string(limits.bytes) +
+                            " bytes passed by the automata for searching";
+            return false;
+        }
     }
     table_ = std::make_unique<Table>();
     bool keepsDeadEnds = raw.acceptsEmpty();
@@ -115,6 +136,48 @@ std::int32_t Engine::firstPath(std::string_view text, void (*pause)(std::size_t 
     return table_->firstPath(row);
 }
 
+bool Engine::isSearching() const { return setup_->isSearching; }
+
+void Engine::isSearching(bool searches) { setup_->isSearching = searches; }
+
+bool Engine::find(std::string_view text, Find what, std::vector<Match>& matches) const {
+    matches.clear();
+    if (searcher_ == nullptr) return false;
+    searcher_->find(text, what, matches);
+    return true;
+}
+
+struct Walk::Search : Searcher::Progress {};
+
+Walk::Walk(const Engine& engine) : engine_(engine), progress_(std::make_unique<Search>()) {
+    begin();
+}
+
+Walk::~Walk() = default;
+
+void Walk::begin() {
+    row_ = engine_.table_ == nullptr ? 0 : engine_.table_->startRow();
+    isEnded_ = false;
+    *progress_ = Search();
+}
+
+void Walk::feed(std::string_view piece) {
+    if (isEnded_ || engine_.table_ == nullptr) return;
+    isEnded_ = piece.find('\0') != std::string_view::npos;
+    row_ = engine_.table_->walkOn(row_, piece.data(), piece.size());
+    // A text that has left the automaton does not come back.
+    isEnded_ = isEnded_ || row_ == 0;
+}
+
+void Walk::feed(std::string_view piece, std::vector<Match>& matches) {
+    feed(piece);
+    if (engine_.searcher_ != nullptr) engine_.searcher_->findOn(*progress_, piece, matches);
+}
+
+const State* Walk::end() const {
+    return engine_.table_ == nullptr ? nullptr : engine_.table_->state(row_);
+}
+
 const FND::String& Engine::error() const { return setup_->error; }
 
 std::int32_t Engine::guiltyPath() const { return setup_->guiltyPath; }
@@ -153,6 +216,7 @@ void Engine::cleanup() { setup_->patterns.clear(); }
 void Engine::clear() {
     cleanup();
     table_.reset();
+    searcher_.reset();
     setup_->error.clear();
     setup_->paths.clear();
     setup_->patternCount = 0;

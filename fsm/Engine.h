@@ -10,11 +10,13 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "fsm/Match.h"
 #include "fsm/State.h"
 
 namespace FSM {
 
 struct Analysis;
+class Searcher;
 class Table;
 
 /// One deterministic automaton for a list of patterns. In one pass over a text it tells which of
@@ -67,6 +69,18 @@ public:
     /// may throw to give up.
     std::int32_t firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const;
 
+    /// Whether the engine searches: `find` and `Walk` look for matches within texts then, besides
+    /// the matches of whole texts. To be set before the first pattern; off by default. No pattern
+    /// of such an engine may be negated. Words without operators are searched without an automaton;
+    /// other patterns need two more.
+    bool isSearching() const;
+    void isSearching(bool searches);
+    /// Replaces `matches` by the matches in `text`, whose bytes may have any value, in ascending
+    /// order of their ends. False, without matches, if the engine does not search or is not set up.
+    /// Any number of threads may search at once. Time is in proportion to the text and to what
+    /// is found; for `LeftmostLongest` also to how far a match might have gone on.
+    bool find(std::string_view text, Find what, std::vector<Match>& matches) const;
+
     /// The text of the last failure; empty if there was none.
     const FND::String& error() const;
     /// After `finalSetup` has failed at the state limit: the path number of the pattern at which
@@ -109,9 +123,12 @@ private:
 
     bool build();
 
+    friend class Walk;
+
     struct Setup;
     std::unique_ptr<Setup> setup_;  // the patterns and what became of them
     std::unique_ptr<Table> table_;  // all that matching needs
+    std::unique_ptr<Searcher> searcher_;
 };
 
 }  // namespace FSM

@@ -23,6 +23,15 @@ struct EngineGroup::Setup {
     FND::String error;
     std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
     std::unique_ptr<PatternList> patterns;
+    // Of a changeable group, all patterns; the list is only filled while it is set up.
+    struct Kept {
+        FND::String text;
+        std::int32_t path;
+        Charge charge{sizeof(FND::String) + blockBytes(text.size())};
+    };
+    bool isChangeable = false;
+    std::int64_t nextPath = 0;
+    std::vector<Kept> kept;
 };
 
 struct EngineGroup::Parts : GroupParts {
@@ -46,13 +55,22 @@ void EngineGroup::stateLimit(std::size_t states) {
 }
 
 bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
-    if (setup_->isDone) {
+    if (setup_->isDone && !setup_->isChangeable) {
         setup_->error = "no pattern may be inserted after finalSetup";
         return false;
+    }
+    if (setup_->isChangeable && pathNumber == nextPathCM) {
+        pathNumber = static_cast<unsigned long>(setup_->nextPath);
     }
     if (!setup_->patterns->insert(pattern, pathNumber, setup_->byteLimit, true)) {
         setup_->error = setup_->patterns->error();
         return false;
+    }
+    if (setup_->isChangeable) {
+        setup_->patterns->clear();
+        setup_->kept.push_back({pattern, static_cast<std::int32_t>(pathNumber)});
+        setup_->nextPath = std::max(setup_->nextPath, static_cast<std::int64_t>(pathNumber) + 1);
+        setup_->isDone = false;
     }
     ++setup_->patternCount;
     return true;
@@ -68,10 +86,21 @@ bool EngineGroup::insertPatterns(const std::vector<FND::String>& patterns,
 
 bool EngineGroup::finalSetup() {
     if (setup_->isDone) return !parts_->parts.empty();
-    if (setup_->patterns->patterns().empty()) return true;
-    setup_->isDone = true;
     bool isBuilt = false;
     try {
+        for (const Setup::Kept& kept : setup_->kept) {
+            if (setup_->patterns->insert(kept.text, static_cast<unsigned long>(kept.path),
+                                         setup_->byteLimit, true)) {
+                continue;
+            }
+            setup_->error = setup_->patterns->error();
+            setup_->guiltyPath = kept.path;
+            setup_->patterns->clear();
+            return false;
+        }
+        parts_->clear();
+        if (setup_->patterns->patterns().empty()) return true;
+        setup_->isDone = true;
         setup_->paths = setup_->patterns->paths();
         isBuilt = build();
     } catch (const std::bad_alloc&) {
@@ -123,6 +152,42 @@ void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& path
     }
     if (!appendPaths(text, paths) && parts_->acceptsEmpty)
         paths.assign(parts_->pathsOutside.begin(), parts_->pathsOutside.end());
+}
+
+void EngineGroup::process(std::string_view text, const std::vector<bool>& mask,
+                          std::vector<std::int32_t>& paths) const {
+    process(text, paths);
+    std::erase_if(paths, [&](std::int32_t path) {
+        const auto bit = static_cast<std::size_t>(path);
+        return bit >= mask.size() || !mask[bit];
+    });
+}
+
+void EngineGroup::matchAll(std::span<const std::string_view> texts, std::vector<std::size_t>& ends,
+                           std::vector<std::int32_t>& paths) const {
+    ends.clear();
+    paths.clear();
+    for (const std::string_view text : texts) {
+        const auto before = static_cast<std::ptrdiff_t>(paths.size());
+        if (!appendPaths(text, paths) && parts_->acceptsEmpty) {
+            paths.erase(paths.begin() + before, paths.end());
+            paths.insert(paths.end(), parts_->pathsOutside.begin(), parts_->pathsOutside.end());
+        }
+        ends.push_back(paths.size());
+    }
+}
+
+bool EngineGroup::isChangeable() const { return setup_->isChangeable; }
+
+void EngineGroup::isChangeable(bool changes) { setup_->isChangeable = changes; }
+
+std::size_t EngineGroup::removePatterns(std::int32_t pathNumber) {
+    if (!setup_->isChangeable) return 0;
+    const std::size_t count = std::erase_if(
+        setup_->kept, [&](const Setup::Kept& kept) { return kept.path == pathNumber; });
+    setup_->patternCount -= static_cast<std::int32_t>(count);
+    if (count > 0) setup_->isDone = false;
+    return count;
 }
 
 void EngineGroup::process(std::span<const std::string_view> words,
@@ -193,6 +258,8 @@ void EngineGroup::clear() {
     setup_->patternCount = 0;
     setup_->guiltyPath = -1;
     setup_->isDone = false;
+    setup_->kept.clear();
+    setup_->nextPath = 0;
 }
 
 }  // namespace FSM

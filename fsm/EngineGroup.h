@@ -53,6 +53,14 @@ public:
     void process(std::span<const std::string_view> words,
                  std::vector<std::int32_t>& paths) const override;
 
+    /// The same without the numbers of which `mask` has no bit set.
+    void process(std::string_view text, const std::vector<bool>& mask,
+                 std::vector<std::int32_t>& paths) const;
+    /// The same for many texts: `paths` holds the numbers of one text after the other, and `ends`
+    /// where those of each text end.
+    void matchAll(std::span<const std::string_view> texts, std::vector<std::size_t>& ends,
+                  std::vector<std::int32_t>& paths) const;
+
     /// The lowest path number that `process` reports for the text, or -1. Takes no memory and no
     /// lock.
     std::int32_t firstPath(const char* text, std::size_t length) const;
@@ -77,6 +85,14 @@ public:
     /// gets a larger one. With 0, the default, the group tries one automaton for all patterns; if
     /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM`.
     void partLimit(std::size_t states);
+
+    bool isChangeable() const;
+    /// Whether the group may change after it is set up, for which it keeps the texts of its
+    /// patterns: `insertPattern` and `removePatterns` then wait for the next `finalSetup`, until
+    /// which the group matches as before. To be set before the first pattern; off by default.
+    void isChangeable(bool changes);
+    /// Takes the patterns under `pathNumber` out of a changeable group. Gives their number.
+    std::size_t removePatterns(std::int32_t pathNumber);
 
     /// Number of patterns inserted.
     std::int32_t patternCount() const;

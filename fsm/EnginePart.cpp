@@ -1,5 +1,8 @@
 #include "fsm/EnginePart.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "fsm/Pool.h"
 
 namespace FSM {
@@ -150,6 +153,90 @@ void EnginePart::alternative(EnginePart& other) {
     other.start_ = nullptr;
     interior_.insert(other.end_);
     other.end_ = nullptr;
+}
+
+std::unique_ptr<EnginePart> EnginePart::reversed() const {
+    auto result = std::make_unique<EnginePart>(false);
+    result->checkEndState();
+    // Each state by its mark; the ends change places.
+    std::vector<const State*> states{start_, end_};
+    for (const State* state : interior_.members()) states.push_back(state);
+    std::vector<NonDetState*> twins{result->end_, result->start_};
+    const Charge charge(2 * blockBytes(states.size() * sizeof(void*)));
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        countWork(4);
+        static_cast<const NonDetState*>(states[i])->mark(static_cast<std::uint32_t>(i));
+        if (i >= 2) twins.push_back(result->insertState());
+    }
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        const auto& state = static_cast<const NonDetState&>(*states[i]);
+        const auto twin = [&](const State* target) {
+            return twins[static_cast<const NonDetState*>(target)->mark()];
+        };
+        // Several moves on a byte may lead back from a state, so each gets a state of its own.
+        const auto add = [&](int first, int last, const State* target) {
+            NonDetState* const between = result->insertState();
+            twin(target)->epsilonSuccState(between);
+            between->succStates(static_cast<unsigned char>(first), static_cast<unsigned char>(last),
+                                twins[i]);
+        };
+        int next = 0;  // the first byte that the wild card may take
+        const auto addWild = [&](int end) {
+            if (state.wildCardState() == nullptr) return;
+            for (const auto& [first, last] : {std::pair(next, std::min<int>(end, '\n')),
+                                              std::pair(std::max<int>(next, '\n' + 1), end)}) {
+                if (first < last) add(first, last - 1, state.wildCardState());
+            }
+        };
+        for (const NonDetState::Transition& transition : state.transitions()) {
+            countWork(4);
+            addWild(transition.first);
+            add(transition.first, transition.last, transition.target);
+            next = transition.last + 1;
+        }
+        addWild(256);
+        for (const State* target : state.epsilonSuccStates())
+            twin(target)->epsilonSuccState(twins[i]);
+    }
+    return result;
+}
+
+std::unique_ptr<EnginePart> EnginePart::nonEmpty() const {
+    auto result = std::make_unique<EnginePart>(false);
+    result->checkEndState();
+    std::vector<const State*> states{start_, end_};
+    for (const State* state : interior_.members()) states.push_back(state);
+    // Each state twice: before the first byte and after it.
+    std::vector<NonDetState*> before{result->start_, result->insertState()};
+    std::vector<NonDetState*> after{result->insertState(), result->end_};
+    const Charge charge(3 * blockBytes(states.size() * sizeof(void*)));
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        countWork(4);
+        static_cast<const NonDetState*>(states[i])->mark(static_cast<std::uint32_t>(i));
+        if (i < 2) continue;
+        before.push_back(result->insertState());
+        after.push_back(result->insertState());
+    }
+    const auto markOf = [](const State* state) {
+        return static_cast<const NonDetState*>(state)->mark();
+    };
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        const auto& state = static_cast<const NonDetState&>(*states[i]);
+        for (NonDetState* const twin : {before[i], after[i]}) {
+            for (const NonDetState::Transition& transition : state.transitions()) {
+                twin->succStates(transition.first, transition.last,
+                                 after[markOf(transition.target)]);
+            }
+            if (state.wildCardState() != nullptr) {
+                twin->wildCardState(after[markOf(state.wildCardState())]);
+            }
+        }
+        for (const State* target : state.epsilonSuccStates()) {
+            before[i]->epsilonSuccState(before[markOf(target)]);
+            after[i]->epsilonSuccState(after[markOf(target)]);
+        }
+    }
+    return result;
 }
 
 bool EnginePart::multiply(unsigned minimum, unsigned maximum) {

@@ -63,6 +63,12 @@ public:
     /// and the part unchanged, if the result would be too large.
     bool multiply(unsigned minimum, unsigned maximum);
 
+    /// A part that matches what this one does, read backwards.
+    std::unique_ptr<EnginePart> reversed() const;
+
+    /// A part that matches what this one does, but for the empty text.
+    std::unique_ptr<EnginePart> nonEmpty() const;
+
     bool isNegated() const { return negated_; }
     /// Marks a pattern that matches exactly what this part does not.
     void negate() { negated_ = true; }

@@ -7,8 +7,14 @@
 namespace FSM {
 
 bool checkPattern(const FND::String& pattern, FND::String& error) {
+    std::size_t place = 0;
+    return checkPattern(pattern, error, place);
+}
+
+bool checkPattern(const FND::String& pattern, FND::String& error, std::size_t& place) {
+    place = 0;
     try {
-        return parsePattern(pattern, error) != nullptr;
+        return parsePattern(pattern, error, &place) != nullptr;
     } catch (const std::bad_alloc&) {
         error = "FSM::EnginePart::operator new():no memory available";
         return false;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "fnd/Export.h"
 #include "fnd/String.h"
 
@@ -7,5 +9,7 @@ namespace FSM {
 
 /// Whether `pattern` parses. If not, `error` tells why; nothing is printed. Any thread.
 KESTREL_API bool checkPattern(const FND::String& pattern, FND::String& error);
+/// The same; `place` is then the byte of the pattern, from 0 on, at which it stopped.
+KESTREL_API bool checkPattern(const FND::String& pattern, FND::String& error, std::size_t& place);
 
 }  // namespace FSM

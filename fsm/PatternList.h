@@ -49,6 +49,9 @@ public:
                 bool keepsWords);
 
     const Vector<Pattern>& patterns() const { return patterns_; }
+    Vector<Pattern>& patterns() { return patterns_; }
+    /// Takes back the last insertion.
+    void dropLast() { patterns_.pop_back(); }
     /// Sorted numbers of all patterns, each once.
     std::vector<std::int32_t> paths() const;
     const FND::String& error() const { return error_; }

@@ -66,9 +66,11 @@ int FSM_parse(FSM_FlexLexer& scanner) {
     }
 }
 
-std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern, FND::String& error) {
+std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern, FND::String& error,
+                                                   std::size_t* place) {
     FSM_FlexLexer scanner(pattern);
     if (FSM_parse(scanner) != 0) {
+        if (place != nullptr) *place = scanner.tokenBegin();
         error = EnginePart::errorTextCM;
         return nullptr;
     }

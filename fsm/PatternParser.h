@@ -21,7 +21,9 @@ void FSM_printerror(const char* message, int value);
 namespace FSM {
 
 /// Parses `pattern`. Null, with the reason in `error`, if that fails. Any number of threads may
-/// parse at once. Throws std::bad_alloc and the exceptions of the budget.
-std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, FND::String& error);
+/// parse at once. `place`, unless null, is then the byte of the pattern at which it failed. Throws
+/// std::bad_alloc and the exceptions of the budget.
+std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, FND::String& error,
+                                         std::size_t* place = nullptr);
 
 }  // namespace FSM

@@ -28,6 +28,7 @@ FSM_FlexLexer::FSM_FlexLexer(std::string pattern) : pattern_(std::move(pattern))
 
 int FSM_FlexLexer::yylex(int& value) {
     value = 0;
+    tokenBegin_ = position_;
     int token = scan(value);
     lastValue_ = value;
     atLineStart_ = position_ > 0 && pattern_[position_ - 1] == '\n';

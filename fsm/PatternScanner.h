@@ -22,6 +22,9 @@ public:
     /// The value of the token read last; 0 before the first.
     int lastValue() const { return lastValue_; }
 
+    /// Where the token read last begins, in bytes.
+    std::size_t tokenBegin() const { return tokenBegin_; }
+
     /// Memory for the parser that reads from this scanner; freed with the scanner.
     void* takeMemory(std::size_t bytes);
 
@@ -35,6 +38,7 @@ private:
 
     std::string pattern_;
     std::size_t position_ = 0;
+    std::size_t tokenBegin_ = 0;
     Condition condition_ = Condition::Initial;
     bool atLineStart_ = true;
     int lastValue_ = 0;

@@ -95,6 +95,10 @@ public:
     // Used by a walk over several tables at once.
     const Row* rows() const { return rows_.data(); }
     Row startRow() const { return start_; }
+    /// The row after one more byte; row 0 stays row 0.
+    Row next(Row row, char byte) const {
+        return rows_[row + classOf_[static_cast<unsigned char>(byte)]];
+    }
     /// The last row of a state that no byte but newline leaves.
     Row lastLineLoop() const { return lastLineLoop_; }
     /// The last row of a state that no byte leaves, row 0 included.

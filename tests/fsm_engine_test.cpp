@@ -2,6 +2,8 @@
 
 #include "Test.h"
 #include "fsm/Engine.h"
+#include "fsm/Walk.h"
+#include "fsm_reference.h"
 
 namespace {
 
@@ -139,6 +141,74 @@ TEST(FsmEngine, Hostile) {
     while (engine.patternCount() < 100 && engine.insertPattern("a{10000}")) continue;
     EXPECT_EQ(engine.patternCount(), 7);
     EXPECT_EQ(engine.error(), "limit of 10000000 bytes passed at pattern 7: a{10000}");
+}
+
+using Matches = std::vector<FSM::Match>;
+
+// All (end, pattern) of non-empty matches, and the leftmost longest ones, by trying all places.
+std::pair<Matches, Matches> naiveMatches(const std::vector<reference::Pattern>& patterns,
+                                         const std::string& text) {
+    Matches ends;
+    std::vector<FSM::Match> longest(text.size(), FSM::Match{0, 0, -1});
+    for (std::size_t end = 1; end <= text.size(); ++end) {
+        for (std::size_t path = 0; path < patterns.size(); ++path) {
+            bool isFound = false;
+            for (std::size_t begin = 0; begin < end; ++begin) {
+                const std::string part = text.substr(begin, end - begin);
+                if (!reference::Matcher::match(*patterns[path].root, part).matches) continue;
+                isFound = true;
+                const auto number = static_cast<std::int32_t>(path);
+                if (longest[begin].end < end) longest[begin] = {begin, end, number};
+            }
+            if (isFound) ends.push_back({0, end, static_cast<std::int32_t>(path)});
+        }
+    }
+    Matches leftmost;
+    for (std::size_t at = 0; at < text.size();) {
+        if (longest[at].path >= 0) leftmost.push_back(longest[at]);
+        at = std::max(at + 1, longest[at].end);
+    }
+    return {ends, leftmost};
+}
+
+// Searches in whole texts and in texts cut anywhere, against trying all places.
+TEST(FsmEngine, FindsWithinTexts) {
+    reference::RandomPatterns random(3);
+    for (int round = 0; round < 400; ++round) {
+        Engine engine;
+        engine.isSearching(true);
+        std::vector<reference::Pattern> patterns;
+        const bool isWords = round % 2 == 0;
+        for (std::size_t n = random.below(4) + 1; n > 0; --n) {
+            std::string pattern = isWords ? "" : random.pattern();
+            for (std::size_t k = random.below(7); isWords && k > 0; --k) pattern += "abb"[k % 3];
+            if (pattern.substr(0, 1) == "!") pattern.erase(0, 1);
+            if (!engine.insertPattern(pattern)) continue;
+            patterns.push_back(std::move(*reference::Parser::parse(pattern)));
+        }
+        if (!engine.finalSetup()) continue;
+        FSM::Walk walk(engine);
+        for (int i = 0; i < 20; ++i) {
+            std::string text;
+            for (std::size_t n = random.below(24); n > 0; --n) text += "aabbc\n"[random.below(6)];
+            const auto [ends, leftmost] = naiveMatches(patterns, text);
+            Matches found;
+            ASSERT_TRUE(engine.find(text, FSM::Find::LeftmostLongest, found));
+            ASSERT_EQ(found, leftmost) << testing::PrintToString(text) << " in round " << round;
+            ASSERT_TRUE(engine.find(text, FSM::Find::AllEnds, found));
+            Matches inPieces;
+            walk.begin();
+            for (std::size_t at = 0, size = 0; at < text.size(); at += size) {
+                size = random.below(text.size() - at + 1);
+                walk.feed(std::string_view(text).substr(at, size), inPieces);
+            }
+            ASSERT_EQ(inPieces, found) << testing::PrintToString(text) << " in round " << round;
+            ASSERT_EQ(walk.end(), patterns.empty() ? nullptr : engine.process(text));
+            for (FSM::Match& match : found) match.begin = 0;
+            std::sort(found.begin(), found.end());
+            ASSERT_EQ(found, ends) << testing::PrintToString(text) << " in round " << round;
+        }
+    }
 }
 
 TEST(FsmEngine, Successors) {

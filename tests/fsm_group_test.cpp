@@ -80,6 +80,37 @@ TEST(FsmGroup, Failures) {
     EXPECT_EQ(processed(group, Words{"a", "a"}), Paths{});
 }
 
+TEST(FsmGroup, ChangesMasksAndBatches) {
+    EngineGroup group;
+    group.isChangeable(true);
+    for (const char* pattern : {"a.*", "ab", ".*b", "!b*"}) {
+        ASSERT_TRUE(group.insertPattern(pattern));
+    }
+    ASSERT_TRUE(group.finalSetup());
+    EXPECT_EQ(processed(group, std::string("ab")), (Paths{0, 1, 2, 3}));
+    EXPECT_TRUE(group.insertPattern("[ab]+"));
+    EXPECT_EQ(group.removePatterns(1), 1U);
+    EXPECT_EQ(processed(group, std::string("ab")), (Paths{0, 1, 2, 3}));
+    ASSERT_TRUE(group.finalSetup());
+    EXPECT_EQ(processed(group, std::string("ab")), (Paths{0, 2, 3, 4}));
+    Paths paths;
+    group.process("ab", {true, true, true}, paths);
+    EXPECT_EQ(paths, (Paths{0, 2}));
+    const Words texts{"ab", "", "\n", "ba"};
+    std::vector<std::size_t> ends;
+    group.matchAll(texts, ends, paths);
+    Paths joined;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const Paths each = processed(group, texts[i]);
+        joined.insert(joined.end(), each.begin(), each.end());
+        EXPECT_EQ(ends[i], joined.size());
+    }
+    EXPECT_EQ(paths, joined);
+    for (const std::int32_t path : {0, 2, 3, 4}) EXPECT_EQ(group.removePatterns(path), 1U);
+    EXPECT_TRUE(group.finalSetup());
+    EXPECT_EQ(processed(group, std::string("ab")), Paths{});
+}
+
 TEST(FsmMultiEngine, Rows) {
     MultiEngine engine;
     EXPECT_TRUE(engine.insertPatterns({"a*", "b", "c"}));

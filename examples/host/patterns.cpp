@@ -5,6 +5,7 @@
 #include <fsm/Engine.h>
 #include <fsm/EngineGroup.h>
 #include <fsm/MultiEngine.h>
+#include <fsm/Walk.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -66,6 +67,20 @@ int main() {
     Paths paths;  // keeps its memory between texts
     group.process("a blue hat and a red one", paths);
     check(paths == Paths{0, 2});
+
+    FSM::Engine search;
+    search.isSearching(true);
+    search.insertPattern("cat");
+    search.insertPattern("cat[a-z]+");
+    if (!search.finalSetup()) return fail(search.error());
+    std::vector<FSM::Match> matches;
+    search.find("a cat and cattle", FSM::Find::LeftmostLongest, matches);
+    check(matches == std::vector<FSM::Match>{{2, 5, 0}, {10, 16, 1}});
+    FSM::Walk walk(search);
+    matches.clear();
+    walk.feed("a c", matches);
+    walk.feed("at", matches);
+    check(matches.size() == 1 && matches[0].end == 5);
 
     FSM::MultiEngine table;
     table.insertPatterns({"4989.*", "00[1-9].*", "workday|weekend"});

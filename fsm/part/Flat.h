@@ -69,6 +69,17 @@ public:
             found.add(values_.data() + list + 1, static_cast<std::size_t>(values_[list]));
         }
     }
+    /// Calls visit(number) for the numbers of a list.
+    template <class Visitor>
+    void visit(Ref list, Visitor visit) const {
+        if (list == 0) return;
+        if ((list & singleCM) != 0) {
+            visit(static_cast<std::int32_t>(list & ~singleCM));
+            return;
+        }
+        const std::int32_t* const begin = values_.data() + list + 1;
+        for (const auto* number = begin; number != begin + values_[list]; ++number) visit(*number);
+    }
     std::size_t bytes() const { return values_.bytes(); }
     const Flat<std::int32_t>& values() const { return values_; }
 
