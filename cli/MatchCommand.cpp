@@ -28,6 +28,8 @@ constexpr std::size_t blockSizeS = std::size_t{1} << 16;
 struct MatchOptions {
     std::vector<std::string> patterns;
     std::string file;
+    std::string savesTo;
+    std::string loadsFrom;
     bool givesFirst = false;
     bool printsStats = false;
     bool isAnalysis = false;
@@ -220,7 +222,20 @@ ExitStatus match(MatchOptions options) {
         return printAnalysis(analysis.value_or(FSM::Analysis()), options.patterns);
     }
     FSM::EngineGroup group;
-    if (!build(group, options)) return ExitStatus::Stopped;
+    if (!options.loadsFrom.empty()) {
+        if (!group.load(options.loadsFrom)) {
+            report(group.error());
+            return ExitStatus::Usage;
+        }
+    } else if (!build(group, options)) {
+        return ExitStatus::Stopped;
+    }
+    if (!options.savesTo.empty()) {
+        FND::String error;
+        if (group.save(options.savesTo, error)) return ExitStatus::Success;
+        report(error);
+        return ExitStatus::InputOutput;
+    }
     return matchLines(group, options.givesFirst);
 }
 
@@ -239,14 +254,24 @@ void addMatchCommand(CLI::App& app, Action& action) {
         ->add_option("-f", options->file,
                      "More patterns, a line each, numbered after those of -p; - is standard input")
         ->type_name("FILE");
+    command->add_option("--save", options->savesTo, "Read no texts; write the automata to a file")
+        ->type_name("FILE");
+    CLI::Option* const load =
+        command
+            ->add_option("--load", options->loadsFrom,
+                         "Take the automata from such a file instead of building them")
+            ->type_name("FILE")
+            ->excludes("-p", "-f", "--save");
     command->add_flag("--first", options->givesFirst,
                       "Print only the lowest number of those that match");
     command->add_flag("--stats", options->printsStats,
                       "Print the number of states, their memory and the time to build them, on "
                       "standard error");
-    command->add_flag("--analyse", options->isAnalysis,
-                      "Read no texts; print which patterns match nothing, are never the lowest or "
-                      "overlap, each with a shortest text");
+    command
+        ->add_flag("--analyse", options->isAnalysis,
+                   "Read no texts; print which patterns match nothing, are never the lowest or "
+                   "overlap, each with a shortest text")
+        ->excludes(load);
     command->footer(
         "For each line the numbers of the matching patterns are printed, separated by blanks; an\n"
         "empty line if there are none. A line is bytes of any kind and ends, for the match, at\n"
@@ -264,7 +289,7 @@ void addMatchCommand(CLI::App& app, Action& action) {
         "  kestrel match -f prefixes --first --stats < numbers\n"
         "  kestrel match -f prefixes --analyse");
     command->callback([command, options, &action] {
-        if (command->count("-p") + command->count("-f") == 0) {
+        if (command->count("-p") + command->count("-f") + command->count("--load") == 0) {
             throw CLI::RequiredError("-p PATTERN or -f FILE");
         }
         action = [options] { return match(*options); };

@@ -9,6 +9,8 @@
 #include "fsm/PatternList.h"
 #include "fsm/Table.h"
 #include "fsm/Walk.h"
+#include "fsm/part/Archive.h"
+#include "fsm/part/SavedFile.h"
 #include "fsm/part/Searcher.h"
 
 namespace FSM {
@@ -134,6 +136,52 @@ std::int32_t Engine::firstPath(std::string_view text, void (*pause)(std::size_t 
         pause(piece.size());
     }
     return table_->firstPath(row);
+}
+
+bool Engine::save(const FND::String& file, FND::String& error) const {
+    if (table_ == nullptr || searcher_ != nullptr) {
+        error =
+            table_ == nullptr ? "the engine is not set up" : "an engine that searches is not saved";
+        return false;
+    }
+    try {
+        std::string content;
+        Archive archive(content);
+        archive.value(setup_->patternCount);
+        archive.array(setup_->paths);
+        table_->archive(archive);
+        error = SavedFile::write(file, content, 'e');
+    } catch (const std::bad_alloc&) {
+        error = "no memory available for saving";
+    }
+    return error.empty();
+}
+
+bool Engine::load(const FND::String& file) {
+    if (setup_->isDone || setup_->patternCount > 0) {
+        setup_->error = "only an empty engine can be loaded";
+        return false;
+    }
+    try {
+        SavedFile saved;
+        setup_->error = saved.map(file, 'e');
+        if (!setup_->error.empty()) return false;
+        Archive archive(saved.content());
+        auto table = std::make_unique<Table>();
+        archive.value(setup_->patternCount);
+        archive.array(setup_->paths);
+        if (table->archive(archive) && archive.isAtEnd()) {
+            table_ = std::move(table);
+            setup_->isDone = true;
+            return true;
+        }
+        setup_->error = file + ": damaged";
+    } catch (const std::bad_alloc&) {
+        setup_->error = "no memory available for loading";
+    }
+    setup_->patternCount = 0;
+    setup_->paths.clear();
+    return false;
 }
 
 bool Engine::isSearching() const { return setup_->isSearching; }

@@ -87,6 +87,13 @@ public:
     /// the limit was passed. Otherwise -1.
     std::int32_t guiltyPath() const;
 
+    /// Writes the finished automaton to a file, for `load`. False, with a reason in `error`, if
+    /// that fails, or if the engine is not set up or searches.
+    bool save(const FND::String& file, FND::String& error) const;
+    /// Sets up an empty engine from a file that `save` wrote with the same version on the same kind
+    /// of machine. Any other file is refused: false, and a reason in `error()`.
+    bool load(const FND::String& file);
+
     std::size_t stateLimit() const;
     /// Sets the number of states that `finalSetup` may make, at least 1.
     void stateLimit(std::size_t states);

@@ -6,8 +6,13 @@
 
 #include "fsm/Engine.h"
 #include "fsm/PatternList.h"
+#include "fsm/part/Archive.h"
+#include "fsm/part/BitPart.h"
 #include "fsm/part/GroupBuilder.h"
+#include "fsm/part/LiteralPart.h"
+#include "fsm/part/SavedFile.h"
 #include "fsm/part/TablePart.h"
+#include "fsm/part/WordPart.h"
 
 namespace FSM {
 
@@ -36,6 +41,9 @@ struct EngineGroup::Setup {
 
 struct EngineGroup::Parts : GroupParts {
     void clear() { *this = Parts(); }
+    void findWhole();
+
+    std::shared_ptr<SavedFile> file;         // that holds the parts, if they were loaded
     std::vector<std::int32_t> pathsOutside;  // of a text that has left all parts
     const Table* whole = nullptr;            // the only part, if one table tells all
 };
@@ -126,11 +134,101 @@ bool EngineGroup::build() {
     Found outside(parts_->pathsOutside);
     for (const auto& part : parts_->parts) part->match("", outside);
     outside.sortOnce();
-    if (parts_->parts.size() == 1) {
-        const auto* const tables = dynamic_cast<const TablePart*>(parts_->parts[0].get());
-        if (tables != nullptr) parts_->whole = tables->only();
-    }
+    parts_->findWhole();
     return true;
+}
+
+void EngineGroup::Parts::findWhole() {
+    if (parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return;
+    whole = static_cast<const TablePart*>(parts[0].get())->only();
+}
+
+bool EngineGroup::save(const FND::String& file, FND::String& error) const {
+    if (parts_->parts.empty()) {
+        error = "the group is not set up";
+        return false;
+    }
+    try {
+        std::string content;
+        Archive archive(content);
+        std::uint64_t count = parts_->parts.size();
+        archive.value(count);
+        archive.value(setup_->patternCount);
+        std::uint32_t acceptsEmpty = parts_->acceptsEmpty ? 1 : 0;
+        archive.value(acceptsEmpty);
+        archive.array(parts_->pathsOutside);
+        archive.array(setup_->paths);
+        for (const auto& part : parts_->parts) {
+            Part::Kind kind = part->kind();
+            archive.value(kind);
+            part->archive(archive);
+        }
+        error = SavedFile::write(file, content, 'g');
+    } catch (const std::bad_alloc&) {
+        error = "no memory available for saving";
+    }
+    return error.empty();
+}
+
+bool EngineGroup::load(const FND::String& file) {
+    if (setup_->isDone || setup_->patternCount > 0) {
+        setup_->error = "only an empty group can be loaded";
+        return false;
+    }
+    try {
+        auto saved = std::make_shared<SavedFile>();
+        setup_->error = saved->map(file, 'g');
+        if (!setup_->error.empty()) return false;
+        parts_->file = std::move(saved);
+        if (loadParts(parts_->file->content())) {
+            setup_->isDone = true;
+            return true;
+        }
+        setup_->error = file + ": damaged";
+    } catch (const std::bad_alloc&) {
+        setup_->error = "no memory available for loading";
+    }
+    const FND::String error = setup_->error;
+    clear();
+    setup_->error = error;
+    return false;
+}
+
+bool EngineGroup::loadParts(std::string_view content) {
+    Archive archive(content);
+    std::uint64_t count = 0;
+    std::uint32_t acceptsEmpty = 0;
+    archive.value(count);
+    archive.value(setup_->patternCount);
+    archive.value(acceptsEmpty);
+    parts_->acceptsEmpty = acceptsEmpty != 0;
+    archive.array(parts_->pathsOutside);
+    archive.array(setup_->paths);
+    while (archive.isGood() && count-- > 0) {
+        Part::Kind kind{};
+        archive.value(kind);
+        std::unique_ptr<Part> part;
+        switch (kind) {
+            case Part::Kind::Tables:
+                part = std::make_unique<TablePart>();
+                break;
+            case Part::Kind::Literals:
+                part = std::make_unique<LiteralPart>();
+                break;
+            case Part::Kind::Words:
+                part = std::make_unique<WordPart>();
+                break;
+            case Part::Kind::Bits:
+                part = std::make_unique<BitPart>();
+                break;
+            default:
+                return false;
+        }
+        if (!part->archive(archive)) return false;
+        parts_->parts.push_back(std::move(part));
+    }
+    parts_->findWhole();
+    return archive.isGood() && archive.isAtEnd() && !parts_->parts.empty();
 }
 
 // Appends the path numbers that all parts report, ascending and each once, ignoring that the text

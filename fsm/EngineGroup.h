@@ -94,6 +94,15 @@ public:
     /// Takes the patterns under `pathNumber` out of a changeable group. Gives their number.
     std::size_t removePatterns(std::int32_t pathNumber);
 
+    /// Writes the finished automata to a file, for `load`. False, with a reason in `error`, if that
+    /// fails or the group is not set up.
+    bool save(const FND::String& file, FND::String& error) const;
+    /// Sets up an empty group from a file that `save` wrote with the same version on the same kind
+    /// of machine. Any other file is refused: false, and a reason in `error()`. The file is mapped,
+    /// so processes share the memory of words; it may be replaced by renaming another one, but not
+    /// changed while a group uses it.
+    bool load(const FND::String& file);
+
     /// Number of patterns inserted.
     std::int32_t patternCount() const;
     /// Number of automata that the list was split into; 0 before `finalSetup`.
@@ -117,6 +126,7 @@ private:
     const std::vector<std::int32_t>& paths() const;
 
     bool build();
+    bool loadParts(std::string_view content);
 
     struct Setup;
     struct Parts;

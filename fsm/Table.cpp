@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "fsm/ByteClasses.h"
+#include "fsm/part/Archive.h"
 
 namespace FSM {
 
@@ -204,17 +205,115 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
             list = std::move(reported);
         }
     }
-    charge_.take(blockBytes((order.size() + 1) * sizeof(DetState)));
-    states_ = std::make_unique<DetState[]>(order.size() + 1);
-    firstPaths_.resize(order.size() + 1);
-    for (std::size_t i = 0; i <= order.size(); ++i) {
+    Vector<std::uint32_t> listOf(1, raw.acceptedLists[0]);
+    for (const std::uint32_t state : order) listOf.push_back(raw.acceptedLists[state]);
+    listStates(listOf);
+    return true;
+}
+
+// Makes the states; `listOf` tells the list of path numbers of each.
+void Table::listStates(const Vector<std::uint32_t>& listOf) {
+    charge_.take(blockBytes(listOf.size() * sizeof(DetState)));
+    states_ = std::make_unique<DetState[]>(listOf.size());
+    firstPaths_.resize(listOf.size());
+    for (std::size_t i = 0; i < listOf.size(); ++i) {
         countWork(1);
-        const Paths& list = lists_[raw.acceptedLists[i == 0 ? 0 : order[i - 1]]];
+        const Paths& list = lists_[listOf[i]];
         states_[i].paths_ = &list;
         states_[i].table_ = this;
         firstPaths_[i] = list.empty() ? -1 : list.front();
     }
+}
+
+namespace {
+
+// Lists of path numbers, one after the other.
+struct FlatLists {
+    std::vector<std::int32_t> numbers;
+    std::vector<std::uint64_t> ends;
+
+    void add(const Table::Paths& list) {
+        numbers.insert(numbers.end(), list.begin(), list.end());
+        ends.push_back(numbers.size());
+    }
+    // Null if the ends are not ascending.
+    bool giveTo(std::vector<Table::Paths>& lists) const {
+        std::size_t begin = 0;
+        for (const std::uint64_t end : ends) {
+            if (end < begin || end > numbers.size()) return false;
+            lists.emplace_back(numbers.begin() + static_cast<std::ptrdiff_t>(begin),
+                               numbers.begin() + static_cast<std::ptrdiff_t>(end));
+            begin = end;
+        }
+        return true;
+    }
+    void archive(Archive& archive) {
+        archive.array(numbers);
+        archive.array(ends);
+    }
+};
+
+}  // namespace
+
+bool Table::archive(Archive& archive) {
+    std::vector<std::uint32_t> rows(rows_.begin(), rows_.end());
+    std::vector<std::uint32_t> listOf;
+    FlatLists lists;
+    FlatLists settled;
+    std::vector<std::uint8_t> isAfterNewline;
+    if (!archive.isReading()) {
+        for (const Paths& list : lists_) lists.add(list);
+        for (std::size_t i = 0; i <= stateCount(); ++i) {
+            listOf.push_back(static_cast<std::uint32_t>(states_[i].paths_ - lists_.data()));
+        }
+        for (const Special& special : specials_) {
+            settled.add(special.settled);
+            isAfterNewline.push_back(special.isAfterNewline ? 1 : 0);
+        }
+    }
+    archive.value(classOf_);
+    for (Row* row :
+         {&start_, &lastTrap_, &lastLineLoop_, &lastSpecial_, &leftByNewline_, &stride_}) {
+        archive.value(*row);
+    }
+    archive.array(rows);
+    archive.array(listOf);
+    lists.archive(archive);
+    settled.archive(archive);
+    archive.array(isAfterNewline);
+    archive.array(negated_);
+    if (!archive.isReading()) return true;
+    if (!archive.isGood() || stride_ == 0 || stride_ > 256 || rows.size() % stride_ != 0 ||
+        rows.size() < 2 * std::size_t{stride_} || listOf.size() != rows.size() / stride_) {
+        return false;
+    }
+    rows_.assign(rows.begin(), rows.end());
+    reciprocal_ = (std::uint64_t{1} << 32) / stride_ + 1;
+    startIndex_ = start_ / stride_;
+    std::vector<Paths> settledLists;
+    if (!isSound() || !lists.giveTo(lists_) || !settled.giveTo(settledLists) ||
+        settledLists.size() != (lastSpecial_ - lastLineLoop_) / stride_ ||
+        isAfterNewline.size() != settledLists.size() ||
+        std::any_of(listOf.begin(), listOf.end(),
+                    [&](std::uint32_t list) { return list >= lists_.size(); })) {
+        return false;
+    }
+    for (std::size_t i = 0; i < settledLists.size(); ++i) {
+        specials_.push_back({isAfterNewline[i] != 0, std::move(settledLists[i])});
+    }
+    listStates({listOf.begin(), listOf.end()});
+    findLoops();
     return true;
+}
+
+bool Table::isSound() const {
+    const auto isRow = [&](Row row) { return row < rows_.size() && row % stride_ == 0; };
+    return std::all_of(rows_.begin(), rows_.end(), isRow) && isRow(start_) && start_ != 0 &&
+           isRow(lastTrap_) && isRow(lastLineLoop_) && isRow(lastSpecial_) &&
+           isRow(leftByNewline_) && lastTrap_ <= lastLineLoop_ && lastLineLoop_ <= lastSpecial_ &&
+           std::all_of(rows_.begin(), rows_.begin() + stride_, [](Row row) { return row == 0; }) &&
+           std::all_of(classOf_.begin(), classOf_.end(),
+                       [&](std::uint8_t c) { return c < stride_; });
 }
 
 // Notes the bytes on which a state stays as it is. States that only newline leaves are left out:

@@ -12,6 +12,8 @@
 
 namespace FSM {
 
+class Archive;
+
 /// The walk over a table whose patterns have no tails apart: there is nothing to remember.
 struct NothingSettles {
     static constexpr bool isUsed = false;
@@ -38,6 +40,9 @@ public:
     Table() = default;
     Table(const Table&) = delete;
     Table& operator=(const Table&) = delete;
+
+    /// Writes the table to a file, or reads one. False if it is not sound.
+    bool archive(Archive& archive);
 
     /// Takes ownership of `raw`. `negated` holds the numbers of the negated patterns, ascending.
     /// With `keepsDeadEnds` the table distinguishes texts that have left the automaton from those
@@ -109,6 +114,8 @@ public:
 
 private:
     void findLoops();
+    void listStates(const Vector<std::uint32_t>& listOf);
+    bool isSound() const;
     std::size_t index(Row row) const { return (std::uint64_t{row} * reciprocal_) >> 32; }
 
     // After this many bytes the walk checks whether it is still in the same state.

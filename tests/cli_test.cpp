@@ -282,10 +282,11 @@ TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
         {"match -p a.* -p ab", "0 1\n0\n\n\n0\n", "", 0, "ab\nax\nb\n\nabc"},
         {"match -p a.* -p ab --first", "0\n0\n\n", "", 0, "ab\nax\nb\n"},
         {"match -p b -f patterns", "1 2\n0\n", "", 0, "ab\nb\n"},
-        {"match -f open", "", "kestrel: pattern 2: unexpected end of pattern\n", 3},
+        {"match -f open", "", "kestrel: pattern 2 (open:3:3): unexpected end of pattern\n", 3},
         {"match -p a) -p []", "",
-         "kestrel: pattern 0: parse error near )\nkestrel: pattern 1: parse error near ]\n", 3,
-         "a\n"},
+         "kestrel: pattern 0, column 2: parse error near )\n"
+         "kestrel: pattern 1, column 2: parse error near ]\n",
+         3, "a\n"},
         {"match -p \xC3\xA9+ -p [^a]", "0\n1\n", "", 0, "\xC3\xA9\n\xFF\n"},
         {"match -p a*", "0\n0\n", "", 0, std::string(300000, 'a') + "\n" + std::string(70000, 'b')},
         {"match -p ''", "0\n0\n", "", 0, "\nx\n"},
@@ -295,6 +296,9 @@ TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
          "pattern 1 (\"ab\") is never the lowest: pattern 0 (\"a.*\") matches all its texts, such "
          "as \"ab\"\npatterns 0 (\"a.*\") and 1 (\"ab\") both match \"ab\"\n"},
         {"match -p \\.[z-b] --analyse", "pattern 0 (\"\\.[z-b]\") matches nothing\n"},
+        {"match -p a.* -p !b --save saved", ""},
+        {"match --load saved", "0 1\n\n", "", 0, "ab\nb\n"},
+        {"match --load open", "", "kestrel: open: not a file of patterns\n", 2},
         {"match -f large --analyse", "", "...kestrel: ", 4},
     });
 }

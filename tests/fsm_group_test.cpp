@@ -1,10 +1,12 @@
 // Pattern lists split over several automata, and rows of patterns matched with word sequences.
 
+#include "Folder.h"
 #include "Test.h"
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/MultiEngine.h"
+#include "fsm/part/SavedFile.h"
 #include "fsm_reference.h"
 
 namespace {
@@ -109,6 +111,50 @@ TEST(FsmGroup, ChangesMasksAndBatches) {
     for (const std::int32_t path : {0, 2, 3, 4}) EXPECT_EQ(group.removePatterns(path), 1U);
     EXPECT_TRUE(group.finalSetup());
     EXPECT_EQ(processed(group, std::string("ab")), Paths{});
+}
+
+// Saved groups of all kinds of parts. What is changed in a file is refused, or does no harm.
+TEST(FsmGroup, SavedAndLoaded) {
+    const Harness::Folder folder;
+    const std::string file = folder.path() + "/saved";
+    reference::RandomPatterns random(9);
+    int refused = 0;
+    for (int round = 0; round < 60; ++round) {
+        EngineGroup group;
+        group.partLimit(random.below(3) * 9);
+        const char* const texts[] = {"ab", "abc.*", ".*bca.*", ".*ab.*c.*", ".*a.{9}b"};
+        for (std::size_t n = random.below(20) + 1; n > 0; --n) {
+            const std::string pattern = random.pattern();
+            group.insertPattern(n % 2 == 0 ? pattern : pattern + "|" + texts[random.below(5)]);
+            group.insertPattern(texts[random.below(5)] + std::string(random.below(9), 'c'));
+        }
+        ASSERT_TRUE(group.finalSetup());
+        FND::String error;
+        ASSERT_TRUE(group.save(file, error)) << error;
+        EngineGroup loaded;
+        ASSERT_TRUE(loaded.load(file)) << loaded.error();
+        EXPECT_FALSE(loaded.insertPattern("a") || loaded.load(file));
+        FSM::SavedFile saved;
+        ASSERT_EQ(saved.map(file, 'g'), "");
+        std::string content(saved.content());
+        for (std::size_t n = random.below(4) + 1; n > 0; --n) {
+            content[random.below(content.size())] ^= static_cast<char>(1 << random.below(8));
+        }
+        ASSERT_EQ(FSM::SavedFile::write(file + "2", content, 'g'), "");
+        EngineGroup changed;
+        const bool isTaken = changed.load(file + "2");
+        EXPECT_NE(isTaken, changed.error() == file + "2: damaged");
+        refused += isTaken ? 0 : 1;
+        for (const std::string& text : reference::textsOf("abc\n", 4)) {
+            ASSERT_EQ(processed(loaded, text), processed(group, text));
+            Paths paths;
+            changed.process(text, paths);
+        }
+    }
+    EXPECT_GT(refused, 5);
+    EngineGroup wrong;
+    EXPECT_FALSE(wrong.load(folder.path()));
+    EXPECT_EQ(wrong.error(), folder.path() + ": not a file of patterns");
 }
 
 TEST(FsmMultiEngine, Rows) {

@@ -7,6 +7,7 @@
 #include "fsm/FlatNfa.h"
 #include "fsm/Lists.h"
 #include "fsm/PatternList.h"
+#include "fsm/part/Archive.h"
 
 namespace FSM {
 
@@ -371,6 +372,62 @@ bool BitPart::match(std::string_view text, Found& found) const {
     }
     while (negated != negated_.end()) found.add(*negated++);
     return isInside;
+}
+
+bool BitPart::archive(Archive& archive) {
+    archive.value(words_);
+    archive.value(classOf_);
+    for (Flat<Word>* words : {&entered_, &start_, &shifts_, &loops_, &ends_, &origins_, &moves_}) {
+        archive.array(*words);
+    }
+    archive.array(exceptions_);
+    archive.array(exceptionOf_);
+    archive.array(bits_);
+    archive.array(accepts_);
+    archive.value(acceptsEmpty_);
+    archive.array(lists_.values());
+    archive.array(negated_);
+    return archive.isGood() && (!archive.isReading() || isSound());
+}
+
+bool BitPart::isSound() const {
+    const std::size_t places = accepts_.size();
+    if (words_ == 0 || words_ > entered_.size() || entered_.size() % words_ != 0 ||
+        start_.size() != words_ || shifts_.size() != words_ || loops_.size() != words_ ||
+        ends_.size() != words_ || places > words_ * 64 || exceptions_.empty()) {
+        return false;
+    }
+    for (const std::uint8_t c : classOf_) {
+        if ((std::size_t{c} + 1) * words_ > entered_.size()) return false;
+    }
+    for (std::size_t place = 0; place < words_ * 64; ++place) {
+        if ((ends_[place / 64] >> (place % 64) & 1) != 0 && place >= places) return false;
+    }
+    for (const NumberLists::Ref list : accepts_.view()) {
+        if (!lists_.isSound(list)) return false;
+    }
+    if (!lists_.isSound(acceptsEmpty_)) return false;
+    for (std::size_t i = 0; i + 1 < exceptions_.size(); ++i) {
+        const Exception& exception = exceptions_[i];
+        if (exception.from > exception.to || exception.to > exceptions_[i + 1].from) return false;
+    }
+    if (exceptions_[exceptions_.size() - 1].from > bits_.size()) return false;
+    for (const Bits& bits : bits_.view()) {
+        if (bits.word >= words_) return false;
+    }
+    if (words_ > mostFixedCM) return true;
+    if (origins_.size() != words_ || exceptionOf_.size() != places) return false;
+    for (std::size_t place = 0; place < words_ * 64; ++place) {
+        if ((origins_[place / 64] >> (place % 64) & 1) == 0) continue;
+        // Following an exception strikes out its origins, or it would not end.
+        if (place >= places) return false;
+        const std::size_t move = std::size_t{exceptionOf_[place]} * 2 * words_;
+        if (move + 2 * words_ > moves_.size() ||
+            (moves_[move + place / 64] >> (place % 64) & 1) == 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 std::size_t BitPart::memory() const {

@@ -25,6 +25,8 @@ public:
     static std::unique_ptr<BitPart> make(const Pattern* first, std::size_t count,
                                          std::size_t placeLimit, std::size_t byteLimit);
 
+    Kind kind() const override { return Kind::Bits; }
+    bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
     void addNegated(Found& found) const override { found.add(negated_); }
     std::size_t stateCount() const override { return accepts_.size(); }
@@ -50,7 +52,9 @@ private:
     bool walk(std::string_view text, Found& found) const;
     void addMatches(const Word* state, Found& found) const;
 
-    std::size_t words_ = 0;
+    bool isSound() const;
+
+    std::uint64_t words_ = 0;
     std::array<std::uint8_t, 256> classOf_{};
     Flat<Word> entered_;  // for each class, the places that its bytes enter
     Flat<Word> start_;    // the places that a text may enter first

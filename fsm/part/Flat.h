@@ -80,6 +80,13 @@ public:
         const std::int32_t* const begin = values_.data() + list + 1;
         for (const auto* number = begin; number != begin + values_[list]; ++number) visit(*number);
     }
+    /// Whether a reference that was read names a list.
+    bool isSound(Ref list) const {
+        if (list == 0 || (list & singleCM) != 0) return true;
+        return list < values_.size() && values_[list] >= 0 &&
+               static_cast<std::size_t>(values_[list]) < values_.size() - list;
+    }
+    Flat<std::int32_t>& values() { return values_; }
     std::size_t bytes() const { return values_.bytes(); }
     const Flat<std::int32_t>& values() const { return values_; }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fsm/ByteScan.h"
+#include "fsm/part/Archive.h"
 
 namespace FSM {
 
@@ -63,13 +64,27 @@ LiteralPart::LiteralPart(Vector<Literal>& literals) {
             }
             (isOpen ? ends.back().open : ends.back().whole) = lists.add(numbers);
         }
-        longest_ = std::max(longest_, words.back().size());
-        hasOpen_ = hasOpen_ || ends.back().open != 0;
+        longest_ = std::max<std::uint64_t>(longest_, words.back().size());
+        if (ends.back().open != 0) hasOpen_ = 1;
     }
     linkPrefixes(words, ends);
     trie_ = Trie(words);
     ends_ = Flat<End>(std::move(ends));
     lists_ = NumberLists(lists.take());
+}
+
+bool LiteralPart::archive(Archive& archive) {
+    archive.value(longest_);
+    archive.value(hasOpen_);
+    archive.array(ends_);
+    archive.array(lists_.values());
+    if (!archive.isGood() || !trie_.archive(archive, ends_.size())) return false;
+    if (!archive.isReading()) return true;
+    for (std::size_t i = 0; i < ends_.size(); ++i) {
+        const End& end = ends_[i];
+        if (!lists_.isSound(end.whole) || !lists_.isSound(end.open) || end.before > i) return false;
+    }
+    return longest_ < ~std::uint64_t{0};
 }
 
 void LiteralPart::linkPrefixes(const Vector<std::string_view>& words, Vector<End>& ends) const {
@@ -95,7 +110,7 @@ template <bool halves>
     const auto* at = reinterpret_cast<const unsigned char*>(text.data());
     const auto* const end = at + text.size();
     // A text that is too long for all words has left the automaton, unless a NUL ends it before.
-    if (!hasOpen_ && text.size() > longest_ && std::memchr(at, 0, longest_ + 1) == nullptr) {
+    if (hasOpen_ == 0 && text.size() > longest_ && std::memchr(at, 0, longest_ + 1) == nullptr) {
         return false;
     }
     const Trie::Record* record = trie_.records();

@@ -23,6 +23,10 @@ public:
     /// The words are only read while the part is made. `literals` is sorted.
     explicit LiteralPart(Vector<Literal>& literals);
 
+    LiteralPart() = default;
+
+    Kind kind() const override { return Kind::Literals; }
+    bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
     std::size_t stateCount() const override { return trie_.recordCount(); }
     std::size_t memory() const override {
@@ -46,8 +50,8 @@ private:
     Trie trie_;
     Flat<End> ends_;  // of each word
     NumberLists lists_;
-    std::size_t longest_ = 0;
-    bool hasOpen_ = false;
+    std::uint64_t longest_ = 0;
+    std::uint32_t hasOpen_ = 0;
 };
 
 }  // namespace FSM

@@ -6,6 +6,8 @@
 
 namespace FSM {
 
+class Archive;
+
 /// Path numbers found in the parts of a group: all of them, or only the lowest.
 class Found {
 public:
@@ -72,6 +74,13 @@ public:
     virtual bool match(std::string_view text, Found& found) const = 0;
     /// Adds the numbers of the negated patterns, which match a text that has left the automaton.
     virtual void addNegated(Found& found) const;
+
+    /// The kinds of parts, as saved files name them.
+    enum class Kind : std::uint32_t { Tables, Literals, Words, Bits };
+    virtual Kind kind() const = 0;
+    /// Writes the part, or takes it from a file. False if what was read is not sound: whatever it
+    /// is, matching with a part that is sound reads nothing outside and comes to an end.
+    virtual bool archive(Archive& archive) = 0;
 
     virtual std::size_t automatonCount() const { return 1; }
     virtual std::size_t stateCount() const = 0;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "fsm/ByteScan.h"
+#include "fsm/part/Archive.h"
 
 namespace FSM {
 
@@ -87,6 +88,22 @@ private:
 
 void TablePart::add(std::unique_ptr<Table> table) {
     (table->hasTailsApart() ? tailed_ : plain_).push_back(std::move(table));
+}
+
+bool TablePart::archive(Archive& archive) {
+    std::uint64_t count = automatonCount();
+    archive.value(count);
+    if (!archive.isReading()) {
+        for (const auto& table : plain_) table->archive(archive);
+        for (const auto& table : tailed_) table->archive(archive);
+        return true;
+    }
+    while (archive.isGood() && count-- > 0) {
+        auto table = std::make_unique<Table>();
+        if (!table->archive(archive)) return false;
+        add(std::move(table));
+    }
+    return archive.isGood();
 }
 
 bool TablePart::match(std::string_view text, Found& found) const {

@@ -14,6 +14,8 @@ class TablePart final : public Part {
 public:
     void add(std::unique_ptr<Table> table);
 
+    Kind kind() const override { return Kind::Tables; }
+    bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
     void addNegated(Found& found) const override;
     std::size_t stateCount() const override;

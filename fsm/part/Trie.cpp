@@ -3,6 +3,8 @@
 #include <bitset>
 #include <new>
 
+#include "fsm/part/Archive.h"
+
 namespace FSM {
 
 bool canCountBits() {
@@ -41,17 +43,17 @@ private:
             countWork(text.size() / 4 + 1);
             for (const char byte : text) used.set(static_cast<unsigned char>(byte));
         }
-        trie_.usesHalves_ = used.count() > noClassCM;
+        trie_.usesHalves_ = used.count() > noClassCM ? 1 : 0;
         trie_.classOf_.fill(noClassCM);
         std::uint8_t next = 0;
-        for (unsigned byte = 0; byte < 256 && !trie_.usesHalves_; ++byte) {
+        for (unsigned byte = 0; byte < 256 && trie_.usesHalves_ == 0; ++byte) {
             if (used[byte]) trie_.classOf_[byte] = next++;
         }
     }
 
     unsigned stepOf(const Range& range, std::uint32_t text) const {
         const auto byte = static_cast<unsigned char>(texts_[text][range.depth]);
-        if (!trie_.usesHalves_) return trie_.classOf_[byte];
+        if (!trie_.usesHalves()) return trie_.classOf_[byte];
         return range.isHalf ? 16U + (byte & 15) : byte >> 4;
     }
 
@@ -82,7 +84,7 @@ private:
             records_[index].text = ++range.begin;
         }
         records_[index].child = static_cast<std::uint32_t>(records_.size());
-        const bool isWhole = !trie_.usesHalves_ || range.isHalf;
+        const bool isWhole = !trie_.usesHalves() || range.isHalf;
         while (range.begin < range.end) {
             const unsigned step = stepOf(range, range.begin);
             std::uint32_t next = range.begin + 1;
@@ -103,12 +105,69 @@ private:
 
 Trie::Trie(const Vector<std::string_view>& texts) { Maker(*this, texts).run(); }
 
+bool Trie::archive(Archive& archive, std::size_t textCount) {
+    archive.value(usesHalves_);
+    archive.value(classOf_);
+    archive.array(records_);
+    archive.array(rests_);
+    return !archive.isReading() || (archive.isGood() && isSound(textCount));
+}
+
+bool Trie::isSound(std::size_t textCount) const {
+    if (records_.empty() || usesHalves_ > 1) return false;
+    for (const std::uint8_t c : classOf_) {
+        if (c > noClassCM) return false;
+    }
+    // Between the halves of a byte there is no leaf. 0: not reached yet, 1: whole, 2: between.
+    Vector<std::uint8_t> levels(usesHalves_ != 0 ? records_.size() : 0);
+    if (!levels.empty()) levels[0] = 1;
+    for (std::size_t i = 0; i < records_.size(); ++i) {
+        const Record& record = records_[i];
+        if (record.text > textCount) return false;
+        if ((record.child & leafCM) != 0) {
+            const std::size_t length = record.child & ~leafCM;
+            if (record.text == 0 || (!levels.empty() && levels[i] == 2)) return false;
+            if (length > inlineCM &&
+                (length > rests_.size() || record.mask > rests_.size() - length)) {
+                return false;
+            }
+            continue;
+        }
+        const auto children = static_cast<std::size_t>(__builtin_popcountll(record.mask));
+        if (record.mask >> noClassCM != 0) return false;
+        if (!levels.empty() && ((levels[i] == 1 && record.mask >> 16 != 0) ||
+                                (levels[i] == 2 && (record.mask & 0xffff) != 0))) {
+            return false;
+        }
+        if (children == 0) continue;
+        if (record.child <= i || children > records_.size() ||
+            record.child > records_.size() - children) {
+            return false;
+        }
+        for (std::size_t child = 0; !levels.empty() && child < children; ++child) {
+            std::uint8_t& level = levels[record.child + child];
+            const std::uint8_t wanted = levels[i] == 1 ? 2 : 1;
+            if (levels[i] == 0 || (level != 0 && level != wanted)) return false;
+            level = wanted;
+        }
+    }
+    return true;
+}
+
+// A place between the halves of a byte has bits of the lower half only.
+bool Trie::isSound(const Place& place) const {
+    if (place.record >= records_.size()) return false;
+    if (usesHalves_ == 0) return true;
+    const Record& record = records_[place.record];
+    return (record.child & leafCM) != 0 || (record.mask & 0xffff0000u) == 0;
+}
+
 Trie::Place Trie::find(std::string_view text, std::size_t depth) const {
     const Record* record = records_.data();
     std::uint32_t at = 0;
     while (at < depth && (record->child & leafCM) == 0) {
         const auto byte = static_cast<unsigned char>(text[at++]);
-        record = usesHalves_ ? step<true>(record, byte) : step<false>(record, byte);
+        record = usesHalves() ? step<true>(record, byte) : step<false>(record, byte);
     }
     return {static_cast<std::uint32_t>(record - records_.data()), at};
 }

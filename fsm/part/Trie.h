@@ -39,7 +39,7 @@ public:
     explicit Trie(const Vector<std::string_view>& texts);
 
     const Record* records() const { return records_.data(); }
-    bool usesHalves() const { return usesHalves_; }
+    bool usesHalves() const { return usesHalves_ != 0; }
     const std::uint8_t* classOf() const { return classOf_.data(); }
     const unsigned char* rest(const Record& leaf) const {
         return (leaf.child & ~leafCM) <= inlineCM
@@ -85,6 +85,11 @@ public:
         }
     }
 
+    /// Writes or reads the tree. False if it is not sound, with numbers of texts below `textCount`.
+    bool archive(Archive& archive, std::size_t textCount);
+    /// Whether a place that was read is one from which texts may go on.
+    bool isSound(const Place& place) const;
+
     std::size_t recordCount() const { return records_.size(); }
     std::size_t bytes() const { return records_.bytes() + rests_.bytes(); }
 
@@ -97,7 +102,9 @@ private:
                          static_cast<unsigned>(__builtin_popcountll(record->mask & (bit - 1)))];
     }
 
-    bool usesHalves_ = false;
+    bool isSound(std::size_t textCount) const;
+
+    std::uint32_t usesHalves_ = 0;
     std::array<std::uint8_t, 256> classOf_{};
     Flat<Record> records_;
     Flat<unsigned char> rests_;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "fsm/ByteScan.h"
+#include "fsm/part/Archive.h"
 
 namespace FSM {
 
@@ -53,9 +54,11 @@ WordPart::WordPart(const Maker& maker) {
         for (; at < sequence.lastWord; ++at) {
             const std::size_t begin = at == 0 ? 0 : maker.wordEnds_[at - 1];
             const bool isLast = at + 1 == sequence.lastWord;
-            uses.push_back({{maker.bytes_.data() + begin, maker.wordEnds_[at] - begin},
-                            {slotCount_, isLast ? sequence.path : -1, at == first,
-                             at == first && !sequence.startsWild, isLast && !sequence.endsWild}});
+            Use use{slotCount_, isLast ? sequence.path : -1, 0, 0, 0};
+            if (at == first) use.isFirst = 1;
+            if (at == first && !sequence.startsWild) use.isAtStart = 1;
+            if (isLast && !sequence.endsWild) use.isAtEnd = 1;
+            uses.push_back({{maker.bytes_.data() + begin, maker.wordEnds_[at] - begin}, use});
             const bool isAlone = at == first && isLast && sequence.startsWild && sequence.endsWild;
             if (!isAlone) ++slotCount_;
         }
@@ -82,7 +85,7 @@ WordPart::WordPart(const Maker& maker) {
             paths.clear();
             for (; next < uses.size() && uses[next].word == word; ++next) {
                 const Use& use = uses[next].use;
-                if (use.isFirst && use.path >= 0 && !use.isAtStart && !use.isAtEnd) {
+                if (use.isFirst != 0 && use.path >= 0 && use.isAtStart == 0 && use.isAtEnd == 0) {
                     paths.push_back(use.path);
                 } else {
                     flatUses.push_back(use);
@@ -101,6 +104,36 @@ WordPart::WordPart(const Maker& maker) {
     }
     uses_ = Flat<Use>(std::move(flatUses));
     lists_ = NumberLists(lists.take());
+}
+
+bool WordPart::archive(Archive& archive) {
+    archive.value(firstWord_);
+    archive.value(slotCount_);
+    archive.value(wordCount_);
+    archive.array(uses_);
+    archive.array(lists_.values());
+    std::size_t count = 0;
+    bool isSound = true;
+    for (std::size_t kind = 0; kind < words_.size(); ++kind) {
+        Words& words = words_[kind];
+        isSound = isSound && firstWord_[kind] == count;
+        archive.array(words.alone);
+        archive.array(words.usesBegin);
+        if (!archive.isGood() || !words.scan.archive(archive, words.alone.size())) return false;
+        count += words.alone.size();
+        if (!archive.isReading()) continue;
+        isSound = isSound && words.usesBegin.size() == words.alone.size() + 1;
+        for (std::size_t i = 0; isSound && i < words.alone.size(); ++i) {
+            isSound =
+                lists_.isSound(words.alone[i]) && words.usesBegin[i] <= words.usesBegin[i + 1];
+        }
+        isSound = isSound && words.usesBegin[words.alone.size()] <= uses_.size();
+    }
+    isSound = isSound && count == wordCount_ && slotCount_ <= uses_.size();
+    for (std::size_t i = 0; isSound && i < uses_.size(); ++i) {
+        isSound = uses_[i].slot < slotCount_ && (uses_[i].isFirst != 0 || uses_[i].slot > 0);
+    }
+    return !archive.isReading() || isSound;
 }
 
 bool WordPart::match(std::string_view text, Found& found) const {
@@ -147,13 +180,13 @@ inline void WordPart::meet(const Words& words, std::uint32_t word, std::size_t b
     }
     for (std::uint32_t i = words.usesBegin[word]; i < words.usesBegin[word + 1]; ++i) {
         const Use& use = uses_[i];
-        if (use.isFirst) {
-            if (use.isAtStart && begin != 0) continue;
+        if (use.isFirst != 0) {
+            if (use.isAtStart != 0 && begin != 0) continue;
         } else {
             const Memory::Slot& before = memory.slots[use.slot - 1];
             if (before.stamp != memory.stamp || before.end > begin) continue;
         }
-        if (use.isAtEnd && end != textEnd) continue;
+        if (use.isAtEnd != 0 && end != textEnd) continue;
         Memory::Slot& own = memory.slots[use.slot];
         if (own.stamp != memory.stamp) {
             own = {end, memory.stamp};

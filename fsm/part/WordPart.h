@@ -41,6 +41,10 @@ public:
 
     explicit WordPart(const Maker& maker);
 
+    WordPart() = default;
+
+    Kind kind() const override { return Kind::Words; }
+    bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
     std::size_t stateCount() const override;
     std::size_t memory() const override;
@@ -50,9 +54,9 @@ private:
     struct Use {
         std::uint32_t slot;  // of the memory for it
         std::int32_t path;   // reported once the word is met; -1 if more words follow
-        bool isFirst;
-        bool isAtStart;  // the word must begin the text
-        bool isAtEnd;    // the word must end the text
+        std::uint8_t isFirst;
+        std::uint8_t isAtStart;  // the word must begin the text
+        std::uint16_t isAtEnd;   // the word must end the text
     };
     // Short words pass a filter that is of no use for long ones.
     static constexpr std::size_t shortestLongCM = 4;

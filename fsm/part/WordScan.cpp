@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "fsm/part/Archive.h"
+
 namespace FSM {
 
 namespace {
@@ -24,8 +26,8 @@ WordScan::WordScan(const Vector<std::string_view>& words) : trie_(words) {
     if (words.empty()) return;
     keyBytes_ = mostKeyBytesCM;
     for (std::string_view word : words) {
-        keyBytes_ = std::min(keyBytes_, word.size());
-        longest_ = std::max(longest_, word.size());
+        keyBytes_ = std::min<std::uint64_t>(keyBytes_, word.size());
+        longest_ = std::max<std::uint64_t>(longest_, word.size());
     }
     keyMask_ = ~std::uint64_t{0} >> (64 - 8 * keyBytes_);
     const auto bits = static_cast<unsigned>(std::bit_width(words.size() * bitsPerWordS));
@@ -48,6 +50,31 @@ WordScan::WordScan(const Vector<std::string_view>& words) : trie_(words) {
     }
     bitmap_ = Flat<std::uint64_t>(std::move(bitmap));
     slots_ = Flat<Slot>(std::move(slots));
+}
+
+bool WordScan::archive(Archive& archive, std::size_t wordCount) {
+    archive.value(keyBytes_);
+    archive.value(longest_);
+    archive.value(keyMask_);
+    archive.value(bitShift_);
+    archive.value(slotShift_);
+    archive.array(bitmap_);
+    archive.array(slots_);
+    if (!archive.isGood() || !trie_.archive(archive, wordCount)) return false;
+    if (!archive.isReading() || slots_.empty()) return true;
+    if (keyBytes_ < 1 || keyBytes_ > mostKeyBytesCM ||
+        keyMask_ != ~std::uint64_t{0} >> (64 - 8 * keyBytes_) || bitShift_ < 64 - mostBitsS ||
+        bitShift_ > 64 - leastBitsS || slotShift_ < 32 || slotShift_ > 63 ||
+        bitmap_.size() != (std::size_t{1} << (64 - bitShift_)) / 64 ||
+        slots_.size() != std::size_t{1} << (64 - slotShift_)) {
+        return false;
+    }
+    bool hasEmpty = false;  // a search for a key ends there
+    for (std::size_t i = 0; i < slots_.size(); ++i) {
+        hasEmpty = hasEmpty || slots_[i].key == 0;
+        if (!trie_.isSound(slots_[i].place) || slots_[i].place.depth > keyBytes_) return false;
+    }
+    return hasEmpty;
 }
 
 }  // namespace FSM

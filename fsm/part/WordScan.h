@@ -32,6 +32,9 @@ public:
         }
     }
 
+    /// Writes or reads it. False if it is not sound, for `wordCount` words.
+    bool archive(Archive& archive, std::size_t wordCount);
+
     std::size_t recordCount() const { return trie_.recordCount(); }
     std::size_t longest() const { return longest_; }
     std::size_t bytes() const { return trie_.bytes() + bitmap_.bytes() + slots_.bytes(); }
@@ -118,8 +121,8 @@ private:
     }
 
     Trie trie_;
-    std::size_t keyBytes_ = 0;
-    std::size_t longest_ = 0;
+    std::uint64_t keyBytes_ = 0;
+    std::uint64_t longest_ = 0;
     std::uint64_t keyMask_ = 0;
     unsigned bitShift_ = 0;
     unsigned slotShift_ = 0;
