@@ -34,8 +34,9 @@ class Charge {
 public:
     Charge() = default;
     explicit Charge(std::size_t bytes) { add(bytes); }
-    Charge(const Charge&) = delete;
-    Charge& operator=(const Charge&) = delete;
+    Charge(Charge&& other) noexcept
+        : control_(std::exchange(other.control_, nullptr)), bytes_(other.bytes_) {}
+    Charge& operator=(Charge&&) = delete;
     ~Charge() {
         if (control_ != nullptr) control_->giveBuffer(bytes_);
     }
