@@ -1,0 +1,367 @@
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstring>
+#include <map>
+#include <memory>
+
+#include "modules/net/Net.h"
+#include "scr/Interpreter.h"
+
+namespace Modules::NetModule {
+
+namespace {
+
+std::optional<Address> addressOf(std::string_view text) {
+    char copy[INET6_ADDRSTRLEN + 1];
+    if (text.empty() || text.size() >= sizeof copy) return std::nullopt;
+    if (std::memchr(text.data(), 0, text.size()) != nullptr) return std::nullopt;
+    *std::copy(text.begin(), text.end(), copy) = '\0';
+    const bool isSix = std::memchr(text.data(), ':', text.size()) != nullptr;
+    std::array<unsigned char, 16> bytes{};
+    if (inet_pton(isSix ? AF_INET6 : AF_INET, copy, bytes.data()) != 1) return std::nullopt;
+    Address address{0, isSix ? 128 : 32};
+    for (int i = 0; i < address.bits / 8; ++i) {
+        address.number = address.number << 8 | bytes[static_cast<std::size_t>(i)];
+    }
+    return address;
+}
+
+FND::String textOf(const Address& address) {
+    std::array<unsigned char, 16> bytes{};
+    for (int i = 0; i < address.bits / 8; ++i) {
+        bytes[static_cast<std::size_t>(i)] =
+            static_cast<unsigned char>(address.number >> (address.bits - 8 - 8 * i) & 255);
+    }
+    char made[INET6_ADDRSTRLEN] = "";
+    inet_ntop(address.bits == 128 ? AF_INET6 : AF_INET, bytes.data(), made, sizeof made);
+    return made;
+}
+
+// The bits that a range of this length leaves open.
+Number openBits(int bits, int length) {
+    return length == 0 && bits == 128 ? ~Number{0} : (Number{1} << (bits - length)) - 1;
+}
+
+std::optional<Range> rangeOf(std::string_view text) {
+    const std::size_t slash = std::min(text.find('/'), text.size());
+    const std::optional<Address> address = addressOf(text.substr(0, slash));
+    if (!address) return std::nullopt;
+    Range range{*address, address->bits};
+    if (slash < text.size()) {
+        const std::string_view length = text.substr(slash + 1);
+        const auto read =
+            std::from_chars(length.data(), length.data() + length.size(), range.length);
+        const bool isRead = read.ec == std::errc() && read.ptr == length.data() + length.size();
+        if (!isRead || range.length < 0 || range.length > address->bits) return std::nullopt;
+    }
+    range.first.number &= ~openBits(address->bits, range.length);
+    return range;
+}
+
+Address addressIn(std::string_view text) {
+    const std::optional<Address> address = addressOf(text);
+    if (!address) refuse("no address", text);
+    return *address;
+}
+
+Range rangeIn(std::string_view text) {
+    const std::optional<Range> range = rangeOf(text);
+    if (!range) refuse("no range of addresses", text);
+    return *range;
+}
+
+long ipVersion(std::string_view text) {
+    const std::optional<Address> address = addressOf(text);
+    return !address ? 0 : address->bits == 32 ? 4 : 6;
+}
+
+FND::String ip(std::string_view text) {
+    const std::optional<Address> address = addressOf(text);
+    return address ? textOf(*address) : "";
+}
+
+bool inRange(std::string_view text, std::string_view rangeText) {
+    const Range range = rangeIn(rangeText);
+    const std::optional<Address> address = addressOf(text);
+    return address && address->bits == range.first.bits &&
+           (address->number & ~openBits(address->bits, range.length)) == range.first.number;
+}
+
+FND::String rangeFirst(std::string_view text) { return textOf(rangeIn(text).first); }
+
+FND::String rangeLast(std::string_view text) {
+    Range range = rangeIn(text);
+    range.first.number |= openBits(range.first.bits, range.length);
+    return textOf(range.first);
+}
+
+FND::String mask(std::string_view text, long length) {
+    const Address address = addressIn(text);
+    if (length < 0 || length > address.bits) refuse("an address has not so many bits", length);
+    return textOf(
+        {address.number & ~openBits(address.bits, static_cast<int>(length)), address.bits});
+}
+
+long ipToLong(std::string_view text) {
+    const Address address = addressIn(text);
+    if (address.bits != 32) refuse("not of IPv4", text);
+    return static_cast<long>(address.number);
+}
+
+FND::String longToIp(long number) {
+    if (number < 0 || number > 0xFFFFFFFFL) refuse("no address of IPv4 has the number", number);
+    return textOf({static_cast<Number>(number), 32});
+}
+
+/// Where a value begins to hold, up to the next one.
+template <class Key>
+struct Step {
+    Key first;
+    std::uint32_t value;
+};
+
+constexpr std::uint32_t noValueS = UINT32_MAX;
+
+/// Ranges made flat: sorted steps, and every 64th of them once more, close together.
+template <class Key>
+class Steps {
+public:
+    /// `ranges` by their first addresses, those that hold others before these.
+    template <class Ranges>
+    void build(const Ranges& ranges) {
+        struct Open {
+            Key last;
+            std::uint32_t value;
+        };
+        List<Open> open;
+        const auto begin = [&](Key first, std::uint32_t value) {
+            if (!steps_.empty() && steps_.back().first == first) {
+                steps_.back().value = value;
+            } else {
+                steps_.add({first, value});
+            }
+        };
+        const auto closeBefore = [&](Key next, bool isAll) {
+            while (!open.empty() && (isAll || open.back().last < next)) {
+                const Key last = open.back().last;
+                open.pop_back();
+                const bool isEnd = last == static_cast<Key>(~Key{0});
+                if (!isEnd) begin(last + 1, open.empty() ? noValueS : open.back().value);
+            }
+        };
+        for (const auto& range : ranges) {
+            work(64);
+            closeBefore(static_cast<Key>(range.first), false);
+            begin(static_cast<Key>(range.first), range.value);
+            open.add({static_cast<Key>(range.last), range.value});
+        }
+        closeBefore(0, true);
+        for (std::size_t i = 0; i < steps_.size(); i += everyCM) guide_.add(steps_[i].first);
+    }
+
+    std::uint32_t find(Key key) const {
+        const auto guide = std::upper_bound(guide_.begin(), guide_.end(), key);
+        if (guide == guide_.begin()) return noValueS;
+        const auto block = static_cast<std::size_t>(guide - guide_.begin() - 1) * everyCM;
+        const auto first = steps_.begin() + static_cast<std::ptrdiff_t>(block);
+        const auto last =
+            steps_.begin() + static_cast<std::ptrdiff_t>(std::min(block + everyCM, steps_.size()));
+        return std::prev(std::upper_bound(first, last, key,
+                                          [](Key a, const Step<Key>& b) { return a < b.first; }))
+            ->value;
+    }
+
+private:
+    static constexpr std::size_t everyCM = 64;
+
+    List<Step<Key>> steps_;
+    List<Key> guide_;
+};
+
+struct TableRange {
+    Number first;
+    Number last;
+    std::uint32_t value;
+};
+
+/// Ranges with values.
+class Table {
+public:
+    Table(ArrayView<FND::String> ranges, ArrayView<FND::String> values) {
+        List<TableRange> four;
+        List<TableRange> six;
+        std::map<std::string_view, std::uint32_t> known;
+        std::uint32_t index = 0;
+        for (const FND::String& text : ranges) {
+            work(128);
+            const Range range = rangeIn(text);
+            const Number first = range.first.number;
+            const Number last = first | openBits(range.first.bits, range.length);
+            const std::uint32_t value = valueFor(values[index++], known);
+            (range.first.bits == 32 ? four : six).add({first, last, value});
+        }
+        sort(four);
+        sort(six);
+        four_.build(four);
+        six_.build(six);
+    }
+
+    std::string_view find(const Address& address) const {
+        const std::uint32_t value = address.bits == 32
+                                        ? four_.find(static_cast<std::uint32_t>(address.number))
+                                        : six_.find(address.number);
+        return value != noValueS ? std::string_view(values_[value]) : std::string_view();
+    }
+
+private:
+    std::uint32_t valueFor(const FND::String& text,
+                           std::map<std::string_view, std::uint32_t>& known) {
+        const auto found = known.find(text);
+        if (found != known.end()) return found->second;
+        charge_.add(text.size() + 128);
+        values_.add(text);
+        const auto index = static_cast<std::uint32_t>(values_.size() - 1);
+        known.emplace(text, index);
+        return index;
+    }
+
+    // Of the same range given twice, the later one counts.
+    static void sort(List<TableRange>& ranges) {
+        const auto isBefore = [](const TableRange& a, const TableRange& b) {
+            work(32);
+            return a.first != b.first ? a.first < b.first : a.last > b.last;
+        };
+        const Charge buffer(ranges.size() * sizeof(TableRange));
+        std::stable_sort(ranges.begin(), ranges.end(), isBefore);
+    }
+
+    Steps<std::uint32_t> four_;
+    Steps<Number> six_;
+    List<FND::String> values_;
+    Charge charge_;
+};
+
+/// The tables of one interpreter's script.
+struct Tables {
+    std::map<long, std::unique_ptr<Table>> all;
+    long last = 0;
+    std::uint64_t generation = 0;
+
+    // A new script has no numbers of tables from before.
+    void enter(const Interpreter& interpreter) {
+        if (std::exchange(generation, interpreter.generation()) == interpreter.generation()) return;
+        // With the former script its charges were forgotten, and cannot be given back once more.
+        SCR::RunControl* const control = SCR::RunControl::current();
+        const std::int64_t before = control != nullptr ? control->buffers() : 0;
+        all.clear();
+        if (control != nullptr) {
+            control->chargeBuffer(static_cast<std::size_t>(before - control->buffers()));
+        }
+    }
+    Table& find(long number) const {
+        const auto found = all.find(number);
+        if (found == all.end()) refuse("there is no table", number);
+        return *found->second;
+    }
+};
+
+struct RangeTable {
+    std::shared_ptr<Tables> tables;
+
+    long operator()(Interpreter& interpreter, ArrayView<FND::String> ranges,
+                    ArrayView<FND::String> values) const {
+        constexpr std::size_t most = 64;
+        tables->enter(interpreter);
+        if (ranges.size() != values.size() || ranges.size() >= noValueS) {
+            refuse("as many values as ranges are needed, not", static_cast<long>(values.size()));
+        }
+        if (tables->all.size() >= most) refuse("more tables than 64", tables->last);
+        auto made = std::make_unique<Table>(ranges, values);
+        tables->all.emplace(++tables->last, std::move(made));
+        return tables->last;
+    }
+};
+
+struct RangeFind {
+    std::shared_ptr<Tables> tables;
+
+    std::string_view operator()(Interpreter& interpreter, long table, std::string_view text) const {
+        tables->enter(interpreter);
+        const Table& found = tables->find(table);
+        const std::optional<Address> address = addressOf(text);
+        return address ? found.find(*address) : std::string_view();
+    }
+};
+
+struct RangeDrop {
+    std::shared_ptr<Tables> tables;
+
+    bool operator()(Interpreter& interpreter, long table) const {
+        tables->enter(interpreter);
+        return tables->all.erase(table) > 0;
+    }
+};
+
+// The functions of one extension are added one after another, and share its tables.
+std::shared_ptr<Tables> tablesOf(const SCR::HostExtension& module) {
+    thread_local const SCR::HostExtension* last = nullptr;
+    thread_local std::weak_ptr<Tables> lastTables;
+    std::shared_ptr<Tables> tables = last == &module ? lastTables.lock() : nullptr;
+    if (!tables) tables = std::make_shared<Tables>();
+    last = &module;
+    lastTables = tables;
+    return tables;
+}
+
+template <class F>
+SCR::FctDescr* addShared(SCR::HostExtension& module, const FND::String& name) {
+    return module.function(name, F{tablesOf(module)});
+}
+
+constexpr ModuleFunction rangeFunctionsS[] = {
+    {"Long ipVersion(String text)", SCR::addFunction<ipVersion>, Effect::None,
+     "4 or 6 for an address of IPv4 or IPv6, otherwise 0.",
+     R"(net::ipVersion("::1") == 6 and net::ipVersion("1.2.3.256") == 0)"},
+    {"String ip(String text)", SCR::addFunction<ip>, Effect::None,
+     "The address in its usual form; empty for any other text.",
+     R"(net::ip("2001:DB8:0:0:0:0:0:1") == "2001:db8::1")"},
+    {"Bool inRange(String ip, String range)", SCR::addFunction<inRange>, Effect::None,
+     "Whether the address lies in a range such as \"10.0.0.0/8\". What is no address lies in none; "
+     "what is no range is an error, here and below.",
+     R"(net::inRange("10.1.2.3", "10.0.0.0/8") and net::inRange("::1", "::/0"))"},
+    {"String rangeFirst(String range)", SCR::addFunction<rangeFirst>, Effect::None,
+     "The first address of a range.", R"(net::rangeFirst("10.1.2.3/8") == "10.0.0.0")"},
+    {"String rangeLast(String range)", SCR::addFunction<rangeLast>, Effect::None,
+     "The last address of a range.", R"(net::rangeLast("10.1.2.3/8") == "10.255.255.255")"},
+    {"String mask(String ip, Long bits)", SCR::addFunction<mask>, Effect::None,
+     "The address with all but its first `bits` bits 0, such as for a record without names.",
+     R"(net::mask("192.168.7.9", 24) == "192.168.7.0")"},
+    {"Long ipToLong(String ip)", SCR::addFunction<ipToLong>, Effect::None,
+     "The number that an address of IPv4 is; for any other text an error, and 0.",
+     R"(net::ipToLong("0.0.1.2") == 258)"},
+    {"String longToIp(Long number)", SCR::addFunction<longToIp>, Effect::None,
+     "The address of IPv4 that is this number.", R"(net::longToIp(258) == "0.0.1.2")"},
+    {"Long rangeTable(String[] ranges, String[] values)", addShared<RangeTable>, Effect::None,
+     "Makes a table of ranges, each with the value at the same place, and gives the table's "
+     "number, "
+     "which is above 0. It lasts as long as the script, which may have 64. Of a range that is "
+     "given "
+     "twice the later value counts. A text that is no range is an error, and the result 0.",
+     R"(String r[]; String v[]; r[0] = "10.0.0.0/8"; v[0] = "own"; Long t = net::rangeTable(r, v);
+net::rangeFind(t, "10.1.1.1") == "own")"},
+    {"String rangeFind(Long table, String ip)", addShared<RangeFind>, Effect::None,
+     "The value of the smallest range of the table that the address lies in; empty when it lies in "
+     "none. A number that is no table's is an error.",
+     R"(String r[]; String v[]; r[0] = "::/0"; v[0] = "all"; r[1] = "::1"; v[1] = "here";
+net::rangeFind(net::rangeTable(r, v), "::1") == "here")"},
+    {"Bool rangeDrop(Long table)", addShared<RangeDrop>, Effect::None,
+     "Gives the memory of a table back; false when there is none of this number.",
+     R"(net::rangeDrop(7) == false)"},
+};
+
+}  // namespace
+
+std::span<const ModuleFunction> rangeFunctions() { return rangeFunctionsS; }
+
+}  // namespace Modules::NetModule
