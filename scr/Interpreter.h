@@ -229,7 +229,7 @@ public:
     KESTREL_HIDDEN PlaceTable& places();
     KESTREL_HIDDEN RunControl& runControl() { return *control_; }
     /// The files that the script under compilation may use.
-    KESTREL_HIDDEN const std::shared_ptr<const FileAccess>& files() const;
+    const std::shared_ptr<const FileAccess>& files() const;
     /// Writes `text` to the output for the node `place`, and stops the script afterwards if it has
     /// to stop. A failure is noted.
     KESTREL_HIDDEN void print(const Node* place, std::string_view text);

@@ -436,6 +436,23 @@ bool FileAccess::unlink(const FND::String& path) const {
     return unlinkat(place.folder.number(), place.name.c_str(), 0) == 0;
 }
 
+bool FileAccess::makeFolder(const FND::String& path) const {
+    constexpr mode_t mode = 0777;
+    if (isAny_) return mkdir(path.c_str(), mode) == 0;
+    Place place;
+    if (!find(path, writeS, false, place)) return false;
+    if (!place.mayUse(writeS)) return fail(EACCES);
+    return mkdirat(place.folder.number(), place.name.c_str(), mode) == 0;
+}
+
+bool FileAccess::removeFolder(const FND::String& path) const {
+    if (isAny_) return rmdir(path.c_str()) == 0;
+    Place place;
+    if (!find(path, writeS, false, place)) return false;
+    if (!place.mayUse(writeS)) return fail(EACCES);
+    return unlinkat(place.folder.number(), place.name.c_str(), AT_REMOVEDIR) == 0;
+}
+
 bool FileAccess::rename(const FND::String& from, const FND::String& to) const {
     if (isAny_) return std::rename(from.c_str(), to.c_str()) == 0;
     Place source;

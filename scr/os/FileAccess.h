@@ -7,6 +7,7 @@
 
 #include <sys/stat.h>
 
+#include "fnd/Export.h"
 #include "fnd/String.h"
 
 namespace SCR {
@@ -26,7 +27,7 @@ struct Capabilities;
 ///
 /// Immutable: any number of threads may use one. Failures set errno, EACCES for a file that is not
 /// granted. Throws nothing but std::bad_alloc.
-class FileAccess {
+class KESTREL_API FileAccess {
 public:
     struct Grant {
         FND::String directory;
@@ -59,6 +60,9 @@ public:
     int open(const FND::String& path, int flags) const;
     bool status(const FND::String& path, struct stat& status) const;
     bool unlink(const FND::String& path) const;
+    bool makeFolder(const FND::String& path) const;
+    /// Removes an empty folder.
+    bool removeFolder(const FND::String& path) const;
     bool rename(const FND::String& from, const FND::String& to) const;
 
     /// Whether the kernel itself can follow paths below a directory. If not, and for paths that

@@ -40,15 +40,28 @@ void signalFamily(pid_t process, int signal) {
 }  // namespace
 
 ShellCommand::ShellCommand(const FND::String& command) {
+    const char* const arguments[] = {"sh", "-c", "--", command.c_str(), nullptr};
+    open(shellS, arguments);
+}
+
+ShellCommand::ShellCommand(const std::vector<FND::String>& arguments) {
+    std::vector<const char*> list;
+    list.reserve(arguments.size() + 1);
+    for (const FND::String& argument : arguments) list.push_back(argument.c_str());
+    list.push_back(nullptr);
+    if (!arguments.empty()) open(list[0], list.data());
+}
+
+void ShellCommand::open(const char* program, const char* const* arguments) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return;
     output_ = ends[0];
     fcntl(output_, F_SETFL, O_NONBLOCK);
-    start(command.c_str(), ends[1]);
+    start(program, arguments, ends[1]);
     close(ends[1]);
 }
 
-void ShellCommand::start(const char* command, int output) {
+void ShellCommand::start(const char* program, const char* const* arguments, int output) {
     posix_spawn_file_actions_t actions;
     if (posix_spawn_file_actions_init(&actions) != 0) return;
     posix_spawnattr_t attributes;
@@ -61,15 +74,14 @@ void ShellCommand::start(const char* command, int output) {
         sigfillset(&defaults);
         sigdelset(&defaults, SIGHUP);
         sigemptyset(&blocked);
-        const char* const arguments[] = {"sh", "-c", "--", command, nullptr};
         if (posix_spawnattr_setsigdefault(&attributes, &defaults) != 0 ||
             posix_spawnattr_setsigmask(&attributes, &blocked) != 0 ||
             posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) !=
                 0 ||
             posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) != 0 ||
             posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1) != 0 ||
-            posix_spawn(&process_, shellS, &actions, &attributes, const_cast<char**>(arguments),
-                        environ) != 0) {
+            posix_spawnp(&process_, program, &actions, &attributes, const_cast<char**>(arguments),
+                         environ) != 0) {
             process_ = -1;
         }
         posix_spawnattr_destroy(&attributes);

@@ -3,30 +3,35 @@
 #include <chrono>
 #include <cstddef>
 #include <optional>
+#include <vector>
 
 #include <sys/types.h>
 
+#include "fnd/Export.h"
 #include "fnd/String.h"
 
 namespace SCR {
 
-/// A command that the system's shell runs, with its standard output piped to this process. It
-/// shares standard input, standard error and environment with this process and inherits no other
-/// open file. No signal is blocked in it. None is ignored except SIGHUP, if this process ignores
-/// it. Used by one thread.
-class ShellCommand {
+/// A command that the system's shell runs, or a program, with its standard output piped to this
+/// process. It shares standard input, standard error and environment with this process and inherits
+/// no other open file. No signal is blocked in it. None is ignored except SIGHUP, if this process
+/// ignores it. Used by one thread.
+class KESTREL_API ShellCommand {
 public:
     using Duration = std::chrono::milliseconds;
 
     /// Starts the shell with `command`, up to its first NUL.
     explicit ShellCommand(const FND::String& command);
+    /// Starts a program: the first argument, looked for in the folders of PATH. No shell takes
+    /// part.
+    explicit ShellCommand(const std::vector<FND::String>& arguments);
     ShellCommand(const ShellCommand&) = delete;
     ShellCommand& operator=(const ShellCommand&) = delete;
     /// Ends a command that still runs, and the processes that it started: asks them to end, and
     /// kills them if the shell still runs a tenth of a second later.
     ~ShellCommand();
 
-    /// Whether the shell was started.
+    /// Whether the shell or the program was started.
     bool isStarted() const { return process_ > 0; }
 
     /// Reads at most `size` bytes of output into `buffer`, waiting for at most `duration`. Gives
@@ -38,7 +43,8 @@ public:
     std::optional<int> wait(Duration duration);
 
 private:
-    void start(const char* command, int output);
+    void open(const char* program, const char* const* arguments);
+    void start(const char* program, const char* const* arguments, int output);
     void closeOutput();
 
     int output_ = -1;
