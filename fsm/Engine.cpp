@@ -125,17 +125,7 @@ std::int32_t Engine::firstPath(const char* text, std::size_t length) const {
 
 std::int32_t Engine::firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const {
     if (table_ == nullptr) return -1;
-    constexpr std::size_t pieceSize = 64 * 1024;
-    Table::Row row = table_->startRow();
-    for (;;) {
-        const std::string_view piece = text.substr(0, pieceSize);
-        row = table_->walkOn(row, piece.data(), piece.size());
-        text.remove_prefix(piece.size());
-        // A text ends at its first NUL.
-        if (row == 0 || text.empty() || piece.find('\0') != std::string_view::npos) break;
-        pause(piece.size());
-    }
-    return table_->firstPath(row);
+    return table_->firstPath(table_->walk(text, pause));
 }
 
 bool Engine::save(const FND::String& file, FND::String& error) const {

@@ -67,6 +67,9 @@ public:
     std::int32_t firstPath(std::string_view text) const {
         return firstPath(text.data(), text.size());
     }
+    /// The same; a group of one automaton calls `pause` after each piece of a long text, with its
+    /// size. `pause` may throw.
+    std::int32_t firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const;
     std::int32_t firstPath(std::span<const std::string_view> words) const override;
 
     const FND::String& error() const override;

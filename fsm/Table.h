@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "fsm/ByteScan.h"
@@ -68,6 +69,19 @@ public:
         NothingSettles memory;
         auto begin = reinterpret_cast<const unsigned char*>(text);
         return walkBytes<true>(begin, begin + length, memory, row);
+    }
+    /// The row after the whole text. Calls `pause` after each piece of a long one, with its size.
+    Row walk(std::string_view text, void (*pause)(std::size_t bytes)) const {
+        constexpr std::size_t pieceSize = 64 * 1024;
+        Row row = startRow();
+        for (;;) {
+            const std::string_view piece = text.substr(0, pieceSize);
+            row = walkOn(row, piece.data(), piece.size());
+            text.remove_prefix(piece.size());
+            // A text ends at its first NUL.
+            if (row == 0 || text.empty() || piece.find('\0') != std::string_view::npos) return row;
+            pause(piece.size());
+        }
     }
     /// The same with tails apart. Calls settle(paths) of `memory` for the patterns that match from
     /// there to the end of the line, and forget() for a newline after which none of them does.

@@ -68,7 +68,7 @@ void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::Strin
 
 std::int32_t SwitchAutomaton::firstOfLarge(const FND::String& text) const {
     countWork(text.size());
-    return group_->firstPath(text);
+    return group_->firstPath(text, countWork);
 }
 
 }  // namespace SCR
