@@ -137,7 +137,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     check(engine.stateCount() <= stateLimitS);
-    check(group.finalSetup() && split.finalSetup());
+    check(group.finalSetup());
+    // Small parts are built in another order, so the limit may hold one of them.
+    if (!split.finalSetup()) {
+        check(split.error().find(" states") != std::string::npos);
+        return 0;
+    }
     for (std::size_t length = 0; length <= text.size(); ++length) {
         checkText(engine, group, split, meanings, std::string_view(text).substr(0, length));
     }
