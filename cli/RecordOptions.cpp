@@ -115,13 +115,18 @@ void RecordOptions::declare(CLI::App& command, Use use) {
     CLI::Option* const records =
         command
             .add_option(
-                "--records", job_.input,
+                "--records", inputs_,
                 use == Use::Checked
                     ? "Check for a later run on FILE: its format, and the names of its fields"
-                    : "Work on each record of FILE; - is standard input")
+                    : "Work on each record of FILE, which may be compressed by gzip or zstd; - is "
+                      "standard input; may be repeated")
             ->type_name("FILE")
+            ->allow_extra_args(false)
             ->required(isNeeded);
-    records->each([this](const std::string&) { isGiven_ = true; });
+    records->each([this](const std::string& path) {
+        (isGiven_ ? job_.more.emplace_back() : job_.input) = path;
+        isGiven_ = true;
+    });
     const auto add = [&](CLI::Option* option) { return option->needs(records); };
     add(command.add_option("--format", format_, "The records: csv (default), tsv, jsonl or lines")
             ->type_name("FORMAT")
@@ -142,6 +147,14 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                 ->type_name("QUERY"));
     }
     if (use == Use::Checked) return;
+    add(command.add_option("--skip", job_.skip, "Pass over the first N records")
+            ->type_name("N")
+            ->check(CLI::NonNegativeNumber));
+    add(command
+            .add_option("--blank-lines", blankLines_,
+                        "keep (default): a blank line is a record with one field; or skip it")
+            ->type_name("WHAT")
+            ->check(CLI::IsMember({"keep", "skip"})));
     add(command
             .add_option("--output-format", outputFormat_,
                         "The format of the output: csv, tsv, jsonl or lines (default: that of "
@@ -247,6 +260,7 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
         const std::size_t equals = pair.find('=');
         options.columns.renamed.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
     }
+    options.skipsBlank = blankLines_ == "skip";
     if (fields_) options.fields = split(*fields_);
     if (format_ == "lines" && !fields_) options.fields = {"line"};
     if (!part_.empty()) readPart(part_, options.part, options.parts);
@@ -262,11 +276,18 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
          refuse(!delimiter_.empty(), "--delimiter", "there are no fields to be delimited"))) {
         return std::nullopt;
     }
+    if (refuse(options.parts > 1 && !options.more.empty(), "--part", "only one file has parts")) {
+        return std::nullopt;
+    }
+    const auto isInput = [&](const std::string& path) {
+        return isSameFile(path, options.input) ||
+               std::any_of(options.more.begin(), options.more.end(),
+                           [&](const std::string& input) { return isSameFile(path, input); });
+    };
     const bool toRejects = !options.rejects.empty();
     if (refuse(toRejects && isSameFile(options.rejects, options.output), "--rejects",
                "the records go there") ||
-        refuse(toRejects && isSameFile(options.rejects, options.input), "--rejects",
-               "the records come from there")) {
+        refuse(toRejects && isInput(options.rejects), "--rejects", "the records come from there")) {
         return std::nullopt;
     }
     return options;
@@ -319,6 +340,8 @@ bool RecordOptions::mayShare(SCR::Interpreter& interpreter, const std::string& t
 
 std::vector<std::string> RecordOptions::given() const {
     std::vector<std::string> given{"--records=" + job_.input, "--format=" + format_};
+    if (job_.skip != 0) given.push_back("--skip=" + std::to_string(job_.skip));
+    if (blankLines_ != "keep") given.push_back("--blank-lines=" + blankLines_);
     if (!delimiter_.empty()) given.push_back("--delimiter=" + delimiter_);
     if (job_.hasHeader) given.emplace_back("--header");
     if (fields_) given.push_back("--fields=" + *fields_);
@@ -336,6 +359,10 @@ ExitStatus RecordOptions::runInDirectory(
     const std::function<bool(SCR::Interpreter&)>& compile) const {
     std::optional<Records::JobOptions> job = jobOptions();
     if (!job) return ExitStatus::Usage;
+    if (!job->more.empty()) {
+        report("--out: the records must come from one file");
+        return ExitStatus::Usage;
+    }
     const std::vector<std::string> own = given();
     manifest.options.insert(manifest.options.end(), own.begin(), own.end());
     manifest.zone.name = options.zone(recordZoneS);
@@ -417,6 +444,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         };
     }
     jobOptions.maxRecord = options.mostBytesOfRecord();
+    jobOptions.most = options.mostRecords();
     catchSignals();
     StderrLog log;
     using End = Records::RecordJob::End;

@@ -72,6 +72,8 @@ private:
     std::vector<std::string> given() const;
 
     Records::JobOptions job_;
+    std::vector<std::string> inputs_;
+    std::string blankLines_ = "keep";
     std::string format_ = "csv";
     std::string outputFormat_;
     std::string delimiter_;

@@ -57,7 +57,7 @@ void ScriptOptions::declare(CLI::App& command) {
             "Stop a script that passes a limit: steps, depth, time (in milliseconds), string (in "
             "bytes), elements, memory (in bytes), nesting, source (in bytes), states, patterns (in "
             "bytes) or automata (in bytes), or a job: record (in bytes); none lifts one; may be "
-            "repeated")
+            "repeated. A number alone: work on so many records at most")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command
@@ -98,6 +98,12 @@ void ScriptOptions::declare(CLI::App& command) {
 }
 
 void ScriptOptions::setLimit(const std::string& text) {
+    if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), records_);
+        if (error != std::errc()) throw CLI::ValidationError("--limit", "too large: " + text);
+        given_.push_back("--limit=" + text);
+        return;
+    }
     const auto equals = std::min(text.find('='), text.size());
     const std::string name = text.substr(0, equals);
     std::int64_t SCR::Limits::*const limit = SCR::limitOfName(name);

@@ -42,6 +42,8 @@ public:
     std::size_t mostBytes() const;
     /// The bytes that a record may have.
     std::size_t mostBytesOfRecord() const { return static_cast<std::size_t>(record_); }
+    /// How many records a job may work on.
+    std::int64_t mostRecords() const { return records_; }
     /// The options that change what a script does, as they were given.
     const std::vector<std::string>& given() const { return given_; }
 
@@ -51,6 +53,7 @@ private:
     void allow(const std::string& name);     // a capability, or "include=DIR"
 
     SCR::Limits limits_;
+    std::int64_t records_ = INT64_MAX;
     std::int64_t record_ = std::int64_t{64} << 20;
     SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // granted despite --sandbox
     bool isSandboxed_ = false;

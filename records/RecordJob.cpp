@@ -75,8 +75,13 @@ RecordJob::End RecordJob::readHeader() {
     RecordReader::State state = RecordReader::State::Waiting;
     while ((state = reader_->next()) == RecordReader::State::Waiting) reader_->wait();
     if (state == RecordReader::State::Malformed) {
-        error_ = options_.input + ":1: the header: " + reader_->reason();
+        error_ = options_.inputName(file_) + ":1: the header: " + reader_->reason();
         return End::BadInput;
+    }
+    if (state == RecordReader::State::End && file_ < options_.more.size()) {
+        ++file_;
+        const End end = openFile();
+        return end == End::Done ? readHeader() : end;
     }
     if (state != RecordReader::State::Record) {
         last_ = state;
@@ -129,14 +134,44 @@ void RecordJob::writeHeader() {
     outputs_.header(line);
 }
 
-RecordJob::End RecordJob::openInput() {
-    input_ = std::make_unique<Input>(options_.input);
+RecordJob::End RecordJob::openFile() {
+    input_ = std::make_unique<Input>(options_.inputName(file_));
     struct stat status {};
     if (input_->descriptor() < 0 || fstat(input_->descriptor(), &status) != 0) {
         const int error = errno;
-        error_ = options_.input + ": " + std::strerror(error);
+        error_ = options_.inputName(file_) + ": " + std::strerror(error);
         return isPassing(error) ? End::TryAgain : End::BadInput;
     }
+    reader_.emplace(input_->descriptor(), options_.layout, stop_, options_.maxRecord);
+    return End::Done;
+}
+
+bool RecordJob::openNext() {
+    if (last_ != RecordReader::State::End || file_ == options_.more.size()) return false;
+    ++file_;
+    if (const End end = openFile(); end != End::Done) return failInput(end);
+    last_ = RecordReader::State::Record;
+    if (!options_.hasHeader) return true;
+    while ((last_ = reader_->next()) == RecordReader::State::Waiting) reader_->wait();
+    inputError_ = errno;
+    if (last_ == RecordReader::State::End) return openNext();
+    if (last_ != RecordReader::State::Record) return false;
+    if (reader_->text() == header_) return true;
+    error_ = options_.inputName(file_) + ": its header is not that of " + options_.input;
+    return failInput(End::BadInput);
+}
+
+bool RecordJob::failInput(End end) {
+    fault_ = end;
+    faultText_ = std::move(error_);
+    error_.clear();
+    return false;
+}
+
+RecordJob::End RecordJob::openInput() {
+    if (const End end = openFile(); end != End::Done) return end;
+    struct stat status {};
+    if (fstat(input_->descriptor(), &status) != 0) return End::BadInput;
     if (options_.parts > 1) {
         if (!S_ISREG(status.st_mode)) {
             error_ = options_.input + ": only a file has parts";
@@ -150,7 +185,6 @@ RecordJob::End RecordJob::openInput() {
         partBegin_ = bound(options_.part - 1);
         partEnd_ = bound(options_.part);
     }
-    reader_.emplace(input_->descriptor(), options_.layout, stop_, options_.maxRecord);
     for (const std::string& name : options_.fields) names_.add(name);
     return options_.hasHeader ? readHeader() : End::Done;
 }
@@ -219,6 +253,7 @@ RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& co
     for (const std::string* path : {&options_.input, &options_.output, &options_.rejects}) {
         outputs_.taken(*path);
     }
+    for (const std::string& path : options_.more) outputs_.taken(path);
     log_ = &log;
     make_ = make;
     compile_ = compile;
@@ -309,23 +344,32 @@ RecordWorker* RecordJob::makeWorker() {
 RecordJob::End RecordJob::process() {
     if (last_ == RecordReader::State::Record) pool_.run();
     if (end_ != End::Done) return end_;
+    if (fault_ != End::Done) {
+        error_ = faultText_;
+        return fault_;
+    }
     if (last_ == RecordReader::State::Interrupted) return End::Interrupted;
     return last_ == RecordReader::State::Failed ? failToRead() : End::Done;
 }
 
 RecordJob::End RecordJob::failToRead() {
-    if (inputError_ != EMSGSIZE) {
-        return fail(options_.input + ": " + std::strerror(inputError_), inputError_);
+    if (!reader_->error().empty()) {
+        const End end = fail(options_.inputName(file_) + ": " + reader_->error());
+        return taken_ == 0 ? End::BadInput : end;
     }
-    error_ = options_.input + ":" + std::to_string(reader_->line()) + ": limit `record' of " +
-             std::to_string(options_.maxRecord) + " passed";
+    if (inputError_ != EMSGSIZE) {
+        return fail(options_.inputName(file_) + ": " + std::strerror(inputError_), inputError_);
+    }
+    error_ = options_.inputName(file_) + ":" + std::to_string(reader_->line()) +
+             ": limit `record' of " + std::to_string(options_.maxRecord) + " passed";
     return End::Stopped;
 }
 
 bool RecordJob::fill(Batch& batch) {
-    RecordReader& reader = *reader_;
+    batch.file = file_;
     while (!batch.isFull()) {
-        last_ = reader.next();
+        RecordReader& reader = *reader_;
+        last_ = taken_ - options_.skip >= options_.most ? RecordReader::State::End : reader.next();
         if (last_ == RecordReader::State::Waiting) {
             if (!batch.items.empty()) return true;
             pool_.waitForInput([&] { reader.wait(); });
@@ -334,17 +378,23 @@ bool RecordJob::fill(Batch& batch) {
         const bool isMalformed = last_ == RecordReader::State::Malformed;
         if (!isMalformed && last_ != RecordReader::State::Record) {
             inputError_ = errno;
-            return false;
+            const bool isEnough = taken_ - options_.skip >= options_.most;
+            return !isEnough && openNext();
+        }
+        if (options_.parts > 1 && reader.isCompressed()) {
+            error_ = options_.input + ": it is compressed; only other files have parts";
+            return failInput(End::BadInput);
         }
         if (partEnd_ >= 0 && reader.offset() >= partEnd_) {
             last_ = RecordReader::State::End;
             return false;
         }
-        if (options_.isJson() && isBlank(reader.text())) continue;
+        if ((options_.isJson() || options_.skipsBlank) && isBlank(reader.text())) continue;
         ++taken_;
         // It may take the whole file to find out that a quote is not closed.
-        inputEnd_ = isMalformed ? unknownEndCM : std::max(inputEnd_, reader.end());
-        if (reader.offset() < partBegin_) continue;
+        inputEnd_ =
+            isMalformed || reader.isCompressed() ? unknownEndCM : std::max(inputEnd_, reader.end());
+        if (reader.offset() < partBegin_ || taken_ <= options_.skip) continue;
         if (batch.items.empty()) batch.firstNumber = taken_;
         batch.add(reader.text(), reader.lineEnd(), reader.line(),
                   isMalformed ? reader.reason() : nullptr);

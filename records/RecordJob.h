@@ -34,7 +34,12 @@ enum class RejectsFormat {
 
 /// What a job reads and writes.
 struct JobOptions {
-    std::string input = "-";   ///< A path, or "-" for standard input.
+    std::string input = "-";        ///< A path, or "-" for standard input.
+    std::vector<std::string> more;  ///< Further inputs, which have the same header.
+    std::int64_t skip = 0;          ///< The first records that are passed over,
+    std::int64_t most = INT64_MAX;  ///< and how many of the others are worked on.
+    bool skipsBlank = false;        ///< Lines of blanks are no records.
+    const std::string& inputName(std::size_t i) const { return i == 0 ? input : more[i - 1]; }
     std::string output = "-";  ///< A path, or "-" for standard output.
     std::string rejects;       ///< A path; empty: rejected records are only reported.
     RejectsFormat rejectsFormat = RejectsFormat::Text;
@@ -110,6 +115,10 @@ private:
     class Input;
     End openInput();
     End readHeader();
+    // Goes on with the next input; false when there is none, or it cannot be read.
+    bool openNext();
+    bool failInput(End end);
+    End openFile();
     // Works out the columns of the output for `script`, and their names.
     End planColumns(const std::string& script);
     void writeHeader();
@@ -155,13 +164,16 @@ private:
     Counts counts_;
     RejectCounts reasons_;
     std::size_t reported_ = 0;    // rejections that were printed
+    std::size_t file_ = 0;        // the number of the input being read
     std::int64_t partBegin_ = 0;  // in bytes of the file
     std::int64_t partEnd_ = -1;   // -1: to the end
     std::int64_t inputEnd_ = 0;
     std::int64_t taken_ = 0;  // records read so far, including those before the part
     RecordReader::State last_ = RecordReader::State::Record;
-    int inputError_ = 0;   // errno, when last_ is Failed
-    End end_ = End::Done;  // of what was delivered
+    End fault_ = End::Done;  // of the input, found while a batch was filled,
+    std::string faultText_;  // and the reason
+    int inputError_ = 0;     // errno, when last_ is Failed
+    End end_ = End::Done;    // of what was delivered
     std::string error_;
     SCR::OutputFailures failures_;
     bool isValid_ = true;

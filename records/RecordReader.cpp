@@ -56,19 +56,27 @@ RecordReader::State RecordReader::fill() {
     }
     if (end_ == buffer_.size()) {
         // Lines in quotes, one more line of the greatest length, and some bytes that are too many.
-        constexpr std::size_t besides = maxQuotedCM + blockSizeS;
+        const std::size_t besides = blockSizeS + std::min(maxRecord_, ~maxRecord_ - blockSizeS);
         const std::size_t most = maxRecord_ + std::min(besides, ~maxRecord_);
         buffer_.resize(std::max(std::min(2 * buffer_.size(), most), end_ + 1));
     }
+    std::size_t count = 0;
+    const State state =
+        decoder_ ? decode(count) : readBytes(buffer_.data() + end_, buffer_.size() - end_, count);
+    end_ += count;
+    isAtEnd_ = state == State::Record && count == 0;
+    return state;
+}
+
+RecordReader::State RecordReader::readBytes(char* to, std::size_t size, std::size_t& count) {
     while (!stop_.isRaised()) {
         pollfd input{descriptor_, POLLIN, 0};
         const int ready = poll(&input, 1, 0);
         // Otherwise the read would not check the signal again.
         if (ready == 0 || (ready < 0 && errno == EINTR)) return State::Waiting;
-        const ssize_t count = read(descriptor_, buffer_.data() + end_, buffer_.size() - end_);
-        if (count >= 0) {
-            end_ += static_cast<std::size_t>(count);
-            isAtEnd_ = count == 0;
+        const ssize_t given = read(descriptor_, to, size);
+        if (given >= 0) {
+            count = static_cast<std::size_t>(given);
             return State::Record;
         }
         if (errno == EAGAIN) return State::Waiting;
@@ -77,7 +85,51 @@ RecordReader::State RecordReader::fill() {
     return State::Interrupted;
 }
 
+RecordReader::State RecordReader::fail(const std::string& error) {
+    error_ = error;
+    return State::Failed;
+}
+
+RecordReader::State RecordReader::decode(std::size_t& count) {
+    for (;;) {
+        count = decoder_->decode(buffer_.data() + end_, buffer_.size() - end_);
+        if (count != 0) return State::Record;
+        if (decoder_->isDamaged()) return fail("the compressed data is damaged");
+        std::string bytes(blockSizeS, '\0');
+        std::size_t given = 0;
+        const State state = readBytes(bytes.data(), bytes.size(), given);
+        if (state != State::Record) return state;
+        if (given == 0) {
+            return decoder_->isComplete() ? State::Record
+                                          : fail("the compressed data ends too early");
+        }
+        bytes.resize(given);
+        decoder_->take(bytes);
+    }
+}
+
+RecordReader::State RecordReader::recognise() {
+    const auto bytes = [this] { return std::string_view(buffer_.data(), end_); };
+    while (!isAtEnd_ && end_ < Decoder::markCM && Decoder::mayBeBinary(bytes())) {
+        if (const State state = fill(); state != State::Record) return state;
+    }
+    if (const char* const what = Decoder::foreign(bytes())) {
+        return fail(std::string("it is ") + what + ", not lines of text");
+    }
+    decoder_ = Decoder::of(bytes());
+    if (decoder_) {
+        decoder_->take(bytes());
+        end_ = 0;
+        isAtEnd_ = false;
+    }
+    isRecognised_ = true;
+    return State::Record;
+}
+
 RecordReader::State RecordReader::skipMark() {
+    if (!isRecognised_) {
+        if (const State state = recognise(); state != State::Record) return state;
+    }
     const auto bytes = [this] { return std::string_view(buffer_.data(), end_); };
     while (!isAtEnd_ && end_ < markS.size() && markS.starts_with(bytes())) {
         if (const State state = fill(); state != State::Record) return state;
@@ -105,7 +157,7 @@ bool RecordReader::goesOn(State& state) {
     // An earlier line has shown that a quote is open until after this line.
     const bool isKnown = isOpen && !lineEnd_.empty() &&
                          nextOffset_ + static_cast<std::int64_t>(lineEnd) <= openUntil_;
-    if (isOpen && !lineEnd_.empty() && text_.size() < maxQuotedCM && !isKnown) return true;
+    if (isOpen && !lineEnd_.empty() && text_.size() < maxRecord_ && !isKnown) return true;
     if (!isKnown) {
         reason_ = isOpen ? "a quote is not closed" : "text follows a closing quote";
         openUntil_ = nextOffset_ + static_cast<std::int64_t>(isOpen ? lineEnd : openFrom);

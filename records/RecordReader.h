@@ -2,10 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "records/Decoder.h"
 #include "records/Record.h"
 #include "records/StopSignal.h"
 
@@ -17,14 +19,13 @@ class RecordReader {
 public:
     enum class State { Record, Malformed, Waiting, End, Interrupted, Failed };
 
-    /// A quoted record longer than this, in bytes, counts as one whose quotes are not closed.
-    static constexpr std::size_t maxQuotedCM = std::size_t{16} << 20;
-
     /// What a record may have, in bytes, if nothing else is said.
     static constexpr std::size_t maxRecordCM = std::size_t{64} << 20;
 
-    /// `descriptor` is not owned. `stop` ends the reading between two records; not owned. At a
-    /// record of more than `maxRecord` bytes, its line end not counted, the reading fails.
+    /// `descriptor` is not owned; what it gives may be compressed. `stop` ends the reading between
+    /// two records; not owned. At a record of more than `maxRecord` bytes, its line end not
+    /// counted, the reading fails; a quote that is not closed within so many bytes counts as one
+    /// that never is.
     RecordReader(int descriptor, const Layout& layout, const StopSignal& stop,
                  std::size_t maxRecord = maxRecordCM);
 
@@ -32,6 +33,9 @@ public:
     /// the next record begins after that. `Waiting`: no whole record has arrived yet. `Failed`:
     /// errno tells why, EMSGSIZE for a record that is too long; `line` tells where.
     State next();
+    /// Why the reading failed, if errno does not tell; otherwise "".
+    const std::string& error() const { return error_; }
+    bool isCompressed() const { return decoder_ != nullptr; }
     /// Waits until there is more to read, or until the reading should end.
     void wait() const { stop_.waitForInput(descriptor_); }
     /// The record without its line end; valid until `next`.
@@ -66,6 +70,13 @@ private:
     // quotes are wrong, the record is its first line and `state` is `Malformed`.
     bool goesOn(State& state);
 
+    // Reads bytes to the end of the buffer as they are; `count` of them.
+    State readBytes(char* to, std::size_t size, std::size_t& count);
+    // The same, decompressed.
+    State decode(std::size_t& count);
+    State fail(const std::string& error);
+    State recognise();
+
     const int descriptor_;
     const Layout layout_;
     const StopSignal& stop_;
@@ -74,7 +85,10 @@ private:
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     bool isAtEnd_ = false;
-    bool isBegun_ = false;  // after a byte order mark
+    std::unique_ptr<Decoder> decoder_;  // null: the bytes are not compressed
+    std::string error_;
+    bool isRecognised_ = false;  // what it reads
+    bool isBegun_ = false;       // after a byte order mark
     Scan scan_;
     // A record that was given up has shown: a quote open at the end of a line before this place in
     // the input is open here too. So no byte is looked at again and again.

@@ -122,8 +122,8 @@ bool RecordWorker::finish(const std::function<bool(Batch&)>& deliver) {
     return deliver(end_) && isFinished;
 }
 
-std::string RecordWorker::placeOf(const Batch::Item& item) const {
-    return options_.input + ":" + std::to_string(item.line) + ": ";
+std::string RecordWorker::placeOf(const Batch::Item& item, const Batch& batch) const {
+    return options_.inputName(batch.file) + ":" + std::to_string(item.line) + ": ";
 }
 
 void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const {
@@ -133,13 +133,13 @@ void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, B
     const bool areTold =
         !options_.rejects.empty() && options_.rejectsFormat != RejectsFormat::Input;
     if (!areTold && batch.reports.size() < Batch::reportsCM) {
-        batch.reports.push_back(placeOf(item) + rejection.text());
+        batch.reports.push_back(placeOf(item, batch) + rejection.text());
     }
     if (options_.rejects.empty()) return;
     std::string& out = batch.rejects;
     switch (options_.rejectsFormat) {
         case RejectsFormat::Text:
-            out += placeOf(item) + rejection.text() + '\t';
+            out += placeOf(item, batch) + rejection.text() + '\t';
             out += record;
             break;
         case RejectsFormat::Input:
@@ -151,7 +151,7 @@ void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, B
                 out += name;
                 appendText(text, out);
             };
-            add("{\"file\":", options_.input);
+            add("{\"file\":", options_.inputName(batch.file));
             out += ",\"line\":" + std::to_string(item.line) +
                    ",\"number\":" + std::to_string(current_.number);
             add(",\"reason\":", rejection.reason);
@@ -191,9 +191,9 @@ bool RecordWorker::process(Batch& batch, const std::function<bool()>& deliver) {
 
 bool RecordWorker::cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const {
     batch.cut = cut;
-    if (cut == Batch::Cut::Failed) batch.error = placeOf(item) + current_.rejection().text();
+    if (cut == Batch::Cut::Failed) batch.error = placeOf(item, batch) + current_.rejection().text();
     if (cut == Batch::Cut::Ended) {
-        batch.error = placeOf(item) + "ended by the script: " + current_.jobEnd;
+        batch.error = placeOf(item, batch) + "ended by the script: " + current_.jobEnd;
     }
     return false;
 }

@@ -73,6 +73,7 @@ struct alignas(threadDistanceS) Batch {
     std::string text;
     std::vector<Item> items;
     std::int64_t firstNumber = 1;
+    std::size_t file = 0;     ///< The input that they are from.
     std::int64_t offset = 0;  ///< The position in the input, in bytes, where the last one begins.
 
     std::size_t next = 0;  ///< The item to go on with.
@@ -159,7 +160,7 @@ private:
     // Appends the current record. False after a failure of the record, with `out` unchanged.
     bool write(Batch& batch);
     void writeConditions(std::string& out) const;
-    std::string placeOf(const Batch::Item& item) const;
+    std::string placeOf(const Batch::Item& item, const Batch& batch) const;
 
     const JobOptions& options_;
     const FieldNames& names_;

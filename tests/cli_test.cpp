@@ -430,6 +430,44 @@ TEST_F(CliTest, ColumnsAreAddedChosenAndConverted) {
     });
 }
 
+TEST_F(CliTest, InputsAreSeveralAndCompressed) {
+    const auto bytes = [](const char* hex) {
+        std::string text;
+        for (; *hex != 0; hex += 2) {
+            text += static_cast<char>(std::stoi(std::string(hex, 2), nullptr, 16));
+        }
+        return text;
+    };
+    // "k,v\na,1\n"
+    const std::string gzip = bytes("1f8b08000000000002ffcbd629e34ad431e402005f0730e308000000");
+    const std::string zstd = bytes("28b52ffd20084100006b2c760a612c310a");
+    write("a", gzip);
+    write("b", "k,v\nb,x\n");
+    write("c", "k,w\n");
+    write("e", "");
+    write("cut", gzip.substr(0, 12));
+    write("zip", "PK\3\4...");
+    const std::string head = "run -e 'edrLong(v);' --header ";
+    const std::string skip = "run -e '' --records - ";
+    expect({
+        {head + "--records e --records a --records - --records e --records b --jobs 2 --stats",
+         "k,v\na,1\na,1\n",
+         "b:2: field v: no Long: 'x'\nkestrel: records: 3 read, 2 written, 0 dropped, 1 rejected\n"
+         "kestrel: rejected: 1 field v: no Long\n",
+         1, zstd},
+        {head + "--records a --records c", "k,v\na,1\n",
+         "kestrel: c: its header is not that of a\n", 2},
+        {skip, "k,v\na,1\nk,v\na,1\n", "", 0, gzip + gzip},
+        {skip, "k,v\na,1\nk,v\na,1\n", "", 0, zstd + zstd},
+        {head + "--records cut", "", "...cut: the compressed data ends too early\n", 2},
+        {head + "--records zip", "", "kestrel: zip: it is a ZIP archive, not lines of text\n", 2},
+        {head + "--records a --part 1/2", "k,v\n",
+         "kestrel: a: it is compressed; only other files have parts\n", 2},
+        {skip + "--skip 1 --limit 2 --blank-lines skip --stats", "b\nc\n",
+         "kestrel: records: 2 read, 2 written, 0 dropped, 0 rejected\n", 0, "a\n\nb\n \nc\nd\n"},
+    });
+}
+
 TEST_F(CliTest, ScriptsWriteRecordsAndFilesOfTheirOwn) {
     const std::string csv = "k,v\na,1\nb,2\na,3\n";
     const std::string head = "run --records - --header --stats -e ";
