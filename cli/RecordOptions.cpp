@@ -223,6 +223,13 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                 ->excludes(output)
                 ->excludes(rejects));
     }
+    add(command
+            .add_option("--dry-run", dryRun_,
+                        "Show what the first N records would become, and write no file")
+            ->type_name("N")
+            ->check(CLI::PositiveNumber)
+            ->excludes(output)
+            ->excludes(rejects));
     add(command.add_flag("--progress", showsProgress_,
                          "Show how far it got, if standard error is a terminal"));
     add(command.add_flag("--stats{text}", stats_,
@@ -445,6 +452,11 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
     }
     jobOptions.maxRecord = options.mostBytesOfRecord();
     jobOptions.most = options.mostRecords();
+    if (dryRun_ > 0) {
+        jobOptions.most = std::min(jobOptions.most, dryRun_);
+        jobOptions.isDryRun = true;
+        jobOptions.jobs = 1;
+    }
     catchSignals();
     StderrLog log;
     using End = Records::RecordJob::End;

@@ -73,6 +73,7 @@ private:
 
     Records::JobOptions job_;
     std::vector<std::string> inputs_;
+    std::int64_t dryRun_ = 0;  // records to be shown; 0: no dry run
     std::string blankLines_ = "keep";
     std::string format_ = "csv";
     std::string outputFormat_;

@@ -56,10 +56,12 @@ struct JobOptions {
     bool hasHeader = false;           ///< The first record names the fields.
     std::vector<std::string> fields;  ///< The fields' names, without a header.
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
-    bool hasNamedOutputs = true;                        ///< Whether scripts may name outputs.
-    int jobs = 1;            ///< Workers, each with an interpreter and a thread.
-    std::int64_t part = 1;   ///< The part to work on, from 1, of `parts` parts of the file:
-    std::int64_t parts = 1;  ///< the records that begin in that part of its bytes.
+    /// Shows what each record would become, before and after, and writes no file.
+    bool isDryRun = false;
+    bool hasNamedOutputs = true;  ///< Whether scripts may name outputs.
+    int jobs = 1;                 ///< Workers, each with an interpreter and a thread.
+    std::int64_t part = 1;        ///< The part to work on, from 1, of `parts` parts of the file:
+    std::int64_t parts = 1;       ///< the records that begin in that part of its bytes.
     /// Called now and then with the counts and the bytes read so far.
     std::function<void(const Counts&, std::int64_t)> progress;
 };

@@ -1,5 +1,6 @@
 #include "records/RecordWorker.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "records/RecordJob.h"
@@ -175,11 +176,13 @@ bool RecordWorker::process(Batch& batch, const std::function<bool()>& deliver) {
     while (batch.next < batch.items.size()) {
         const Batch::Item& item = batch.items[batch.next];
         prints_.batch = &batch;
+        const std::size_t before = batch.output.size();
         const bool goesOn =
             stop_.isRaised() ? cut(item, batch, Batch::Cut::Interrupted) : run(item, batch);
         prints_.batch = nullptr;
         current_.end();
         if (!goesOn) break;
+        if (options_.isDryRun) show(item, batch, before);
         ++batch.next;
         const bool isLarge =
             batch.output.size() + batch.outputSize + batch.prints.size() + batch.rejects.size() >
@@ -221,7 +224,8 @@ bool RecordWorker::execute(bool& holds) {
 }
 
 std::string& RecordWorker::outputFor(Batch& batch) const {
-    return current_.output.empty() ? batch.output : batch.outputs[current_.output];
+    return current_.output.empty() || options_.isDryRun ? batch.output
+                                                        : batch.outputs[current_.output];
 }
 
 void RecordWorker::writeExtra(SCR::Interpreter& running) {
@@ -269,6 +273,26 @@ void RecordWorker::writeConditions(std::string& out) const {
     out += '\n';
 }
 
+void RecordWorker::show(const Batch::Item& item, Batch& batch, std::size_t before) const {
+    before = std::min(before, batch.output.size());  // long prints were delivered meanwhile
+    const std::string result = batch.output.substr(before);
+    batch.output.resize(before);
+    const std::string number = std::to_string(current_.number);
+    const std::string old = batch.text.substr(item.begin, item.size) + '\n';
+    if (result == old) {
+        batch.output += number + " = " + old;
+        return;
+    }
+    batch.output += number + " - " + old;
+    if (current_.isRejected()) {
+        batch.output += number + " ! " + current_.rejection().text() + '\n';
+    } else if (result.empty()) {
+        batch.output += number + " dropped\n";
+    } else {
+        batch.output += number + " + " + result;
+    }
+}
+
 bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     const char* malformed =
         current_.begin(batch.firstNumber + static_cast<std::int64_t>(batch.next),
@@ -280,7 +304,8 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     }
     if (malformed != nullptr) {
         ++batch.counts.read;
-        reject(item, {malformed, {}, {}}, batch);
+        current_.reject(malformed);
+        reject(item, current_.rejection(), batch);
         return true;
     }
     bool holds = true;

@@ -152,6 +152,8 @@ private:
     void writeExtra(SCR::Interpreter& running);
     // Where the current record goes.
     std::string& outputFor(Batch& batch) const;
+    // Shows in `batch` what became of the record, whose result begins at `before` in the output.
+    void show(const Batch::Item& item, Batch& batch, std::size_t before) const;
     // Executes the script for the current record, if the query holds. False when a script failed.
     bool execute(bool& holds);
     bool evaluateQuery(bool& holds);

@@ -461,6 +461,13 @@ TEST_F(CliTest, InputsAreSeveralAndCompressed) {
         {skip, "k,v\na,1\nk,v\na,1\n", "", 0, zstd + zstd},
         {head + "--records cut", "", "...cut: the compressed data ends too early\n", 2},
         {head + "--records zip", "", "kestrel: zip: it is a ZIP archive, not lines of text\n", 2},
+        {"run -e 'if (edrLong(v) == 2) recordDrop(); if (edrLong(v) == 1) edrLong(n) = 1; "
+         "outputFile(\"f\");' --records - --header --dry-run 3",
+         "k,v,n\n1 - a,1\n1 + a,1,1\n2 - b,2\n2 dropped\n3 - c,x\n3 ! field v: no Long: 'x'\n",
+         "-:4: field v: no Long: 'x'\n", 1, "k,v\na,1\nb,2\nc,x\nd,1\n"},
+        {"run -e '' --records - --dry-run 1", "1 = a\n", "", 0, "a\nb\n"},
+        {"run -e '' --records - --dry-run 9", "1 - \"a\n1 ! a quote is not closed\n",
+         "-:1: a quote is not closed\n", 1, "\"a\n"},
         {head + "--records a --part 1/2", "k,v\n",
          "kestrel: a: it is compressed; only other files have parts\n", 2},
         {skip + "--skip 1 --limit 2 --blank-lines skip --stats", "b\nc\n",
