@@ -28,6 +28,7 @@ docs: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target modules/all
 	@build/bin/kestrel functions --markdown > docs/builtins.md
 	@build/bin/kestrel functions --modules > docs/modules.md
+	@build/bin/kestrel explain --markdown > docs/messages.md
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

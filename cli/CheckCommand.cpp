@@ -19,14 +19,14 @@ struct CheckOptions {
     ScriptOptions script;
     RecordOptions records;
     bool isDistributable = false;
+    bool failsOnWarnings = false;
     std::vector<std::string> files;
 };
 
 // `findings` collects what makes the script unfit for work on parts of the records, if that is
 // asked for.
-ExitStatus check(const std::string& text, const CheckOptions& options, Records::RecordJob* job,
-                 std::vector<SCR::Finding>& findings) {
-    StderrLog log;
+ExitStatus check(const std::string& text, const CheckOptions& options, StderrLog& log,
+                 Records::RecordJob* job, std::vector<SCR::Finding>& findings) {
     const auto compile = [&](SCR::Interpreter& interpreter) {
         return options.isDistributable ? interpreter.check(text, findings)
                                        : interpreter.check(text);
@@ -48,27 +48,31 @@ ExitStatus check(const std::string& text, const CheckOptions& options, Records::
     return interpreter->wasStopped() ? ExitStatus::Stopped : ExitStatus::NotCompiled;
 }
 
-ExitStatus checkAll(const CheckOptions& options) {
+ExitStatus checkAll(CheckOptions& options) {
     std::unique_ptr<Records::RecordJob> job;
     if (options.records.isGiven()) {
         job = options.records.checkingJob();
         if (!job) return ExitStatus::Usage;
     }
     ExitStatus worst = ExitStatus::Success;
+    StderrLog log(options.script.messageStyle({}));
     for (const std::string& path : options.files) {
         const std::optional<std::string> text =
             options.records.script(path, options.script.mostBytes());
         std::vector<SCR::Finding> findings;
-        ExitStatus status = text ? check(*text, options, job.get(), findings) : ExitStatus::Usage;
+        options.script.scriptName(path);
+        log.script(path == "-" ? "standard input" : path);
+        const std::size_t warnings = log.warnings();
+        ExitStatus status =
+            text ? check(*text, options, log, job.get(), findings) : ExitStatus::Usage;
+        if (options.failsOnWarnings && log.warnings() > warnings) {
+            status = std::max(status, ExitStatus::NotCompiled);
+        }
         for (const SCR::Finding& finding : findings) {
             std::printf("%s:%d: %s\n", (finding.file.empty() ? path : finding.file).c_str(),
                         finding.line, finding.text.c_str());
         }
         if (!findings.empty()) status = std::max(status, ExitStatus::Rejected);
-        // Messages do not name the script; the user needs the name when there are several.
-        if (status == ExitStatus::NotCompiled && options.files.size() > 1) {
-            std::printf("%s: does not compile\n", path.c_str());
-        }
         worst = std::max(worst, status);
     }
     return worst;
@@ -85,6 +89,8 @@ void addCheckCommand(CLI::App& app, Action& action) {
     command->add_flag("--distributable", options->isDistributable,
                       "List what carries state from record to record or makes it unsafe to work "
                       "on records again; exit status 1 if there is any");
+    command->add_flag("--werror", options->failsOnWarnings,
+                      "Exit with status 3 when there is a warning");
     command->add_option("FILE", options->files, "The scripts; - is standard input")
         ->type_name("...")
         ->required();

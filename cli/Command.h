@@ -35,6 +35,7 @@ void addCheckCommand(CLI::App& app, Action& action);
 void addConditionsCommand(CLI::App& app, Action& action);
 void addDecryptCommand(CLI::App& app, Action& action);
 void addEncryptCommand(CLI::App& app, Action& action);
+void addExplainCommand(CLI::App& app, Action& action);
 void addFunctionsCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
 void addQueryCommand(CLI::App& app, Action& action);

@@ -38,6 +38,7 @@ void addQueryCommand(CLI::App& app, Action& action) {
     command->callback([options, &action] {
         action = [options] {
             options->records.where(options->text);
+            options->script.scriptName("query");
             return runWithoutScript(*options);
         };
     });
@@ -66,6 +67,7 @@ void addConditionsCommand(CLI::App& app, Action& action) {
                 options->records.script(options->text, options->script.mostBytes());
             if (!text) return ExitStatus::Usage;
             options->records.conditions(*text);
+            options->script.scriptName(options->text);
             return runWithoutScript(*options);
         };
     });

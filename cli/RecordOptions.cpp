@@ -458,7 +458,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         jobOptions.jobs = 1;
     }
     catchSignals();
-    StderrLog log;
+    StderrLog log(options.messageStyle(options.scriptName()));
     using End = Records::RecordJob::End;
     Records::RecordJob job(std::move(jobOptions), stopG);
     const End end = job.run(

@@ -80,7 +80,7 @@ ExitStatus run(const RunOptions& options) {
         }
         return isRefused ? ExitStatus::Usage : status;
     }
-    StderrLog log;
+    StderrLog log(options.script.messageStyle(options.script.scriptName()));
     Printer printer;
     const auto interpreter = options.script.makeInterpreter(log);
     if (!interpreter) return ExitStatus::Usage;
@@ -118,6 +118,7 @@ void addRunCommand(CLI::App& app, Action& action) {
         "  kestrel run rate.ks --records calls.csv --header --output rated.csv --stats");
     command->callback([options, file, &action] {
         if (!options->text && file->count() == 0) throw CLI::RequiredError("FILE or -e TEXT");
+        options->script.scriptName(options->text ? "-e" : options->file);
         action = [options] { return run(*options); };
     });
 }

@@ -33,6 +33,8 @@ std::optional<std::string> readScript(const std::string& path, std::size_t mostB
                (length = std::fread(block.data(), 1, block.size(), stream)) > 0) {
             text.append(block.data(), length);
         }
+        // Some editors put a byte order mark before a text.
+        if (text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
         if (std::ferror(stream) == 0) return text;
     }
     report((isStandardInput ? "standard input" : path) + ": " + std::strerror(errno));

@@ -1,8 +1,12 @@
 #include "cli/ScriptOptions.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <map>
+#include <string_view>
 
 #include "cli/Command.h"
 #include "fnd/TimeZone.h"
@@ -25,6 +29,16 @@ bool isIdentifier(const std::string& name) {
 }  // namespace
 
 void ScriptOptions::declare(CLI::App& command) {
+    using Form = MessageStyle::Form;
+    CLI::Option* const json = command.add_flag_callback(
+        "--json", [this] { form_ = Form::Json; },
+        "Write each message as a JSON object in a line of its own");
+    CLI::Option* const sarif = command.add_flag_callback(
+        "--sarif", [this] { form_ = Form::Sarif; }, "Write the messages as a SARIF report");
+    CLI::Option* const log = command.add_flag_callback(
+        "--log", [this] { form_ = Form::Log; }, "Write each message as the log of a host gets it");
+    sarif->excludes(json)->excludes(log);
+    log->excludes(json);
     command
         .add_option("-I", includePath_,
                     "Look for include files in DIR, before the directories of KESTREL_INCLUDE; "
@@ -97,6 +111,23 @@ void ScriptOptions::declare(CLI::App& command) {
         });
 }
 
+MessageStyle ScriptOptions::messageStyle(const std::string& script) const {
+    MessageStyle style;
+    style.form = form_;
+    const char* const noColour = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    style.hasColour = (noColour == nullptr || *noColour == '\0') && isatty(STDERR_FILENO) != 0 &&
+                      terminal != nullptr && std::string_view(terminal) != "dumb";
+    style.script = script == "-" ? "standard input" : script;
+    return style;
+}
+
+std::vector<std::string> ScriptOptions::lastIncludePath() const {
+    const auto slash = scriptName_.rfind('/');
+    if (scriptName_.empty() || slash == std::string::npos) return {};
+    return {slash == 0 ? "/" : scriptName_.substr(0, slash)};
+}
+
 void ScriptOptions::setLimit(const std::string& text) {
     if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), records_);
@@ -133,6 +164,7 @@ void ScriptOptions::allow(const std::string& name) {
 std::optional<std::string> ScriptOptions::expand(const std::string& text) const {
     SCR::PreprocessorOptions options;
     options.searchPath = includePath_;
+    options.lastSearchPath = lastIncludePath();
     options.maxBytes = limits_.sourceBytes();
     if (isSandboxed_) options.allow(capabilities_);
     SCR::Preprocessor preprocessor(nullptr, options);
@@ -155,6 +187,7 @@ std::unique_ptr<SCR::Interpreter> ScriptOptions::makeInterpreter(
     if (!interpreter->timeZone(zone(defaultZone))) return nullptr;
     if (isSandboxed_ && !interpreter->capabilities(capabilities_)) return nullptr;
     interpreter->includePath(includePath_);
+    interpreter->lastIncludePath(lastIncludePath());
     for (const auto& [name, value] : constants_) {
         if (interpreter->addGlobalConstant(name, value)) continue;
         report("-D: the constant " + name + " is given twice");

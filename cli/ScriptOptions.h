@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/StderrLog.h"
 #include "scr/Capabilities.h"
 #include "scr/CodeTier.h"
 #include "scr/Limits.h"
@@ -29,6 +30,12 @@ public:
     /// options give none, "" for the zone of the process.
     std::unique_ptr<SCR::Interpreter> makeInterpreter(SCR::Log& log,
                                                       const std::string& defaultZone = "") const;
+    /// How messages are shown; `script` names the script in them.
+    MessageStyle messageStyle(const std::string& script) const;
+    /// The name of the script in messages that no other name is given for.
+    void scriptName(const std::string& name) { scriptName_ = name; }
+    const std::string& scriptName() const { return scriptName_; }
+
     /// The name of the local zone.
     const std::string& zone(const std::string& defaultZone) const {
         return zone_.empty() ? defaultZone : zone_;
@@ -48,10 +55,14 @@ public:
     const std::vector<std::string>& given() const { return given_; }
 
 private:
+    // The directory of the script, unless it is the current one.
+    std::vector<std::string> lastIncludePath() const;
     // These throw CLI::ValidationError.
     void setLimit(const std::string& text);  // "NAME=VALUE"
     void allow(const std::string& name);     // a capability, or "include=DIR"
 
+    MessageStyle::Form form_ = MessageStyle::Form::Text;
+    std::string scriptName_;
     SCR::Limits limits_;
     std::int64_t records_ = INT64_MAX;
     std::int64_t record_ = std::int64_t{64} << 20;

@@ -1,9 +1,9 @@
 #include "fsm/Engine.h"
 
 #include <algorithm>
+#include <iostream>
 #include <map>
 #include <new>
-#include <ostream>
 #include <utility>
 
 #include "fsm/PatternList.h"
@@ -32,6 +32,16 @@ Engine::Engine(unsigned int) : setup_(std::make_unique<Setup>()) {}
 Engine::~Engine() = default;
 
 bool Engine::insertPattern(const FND::String& pattern, unsigned long pathNumber) {
+    if (addPattern(pattern, pathNumber)) return true;
+    if (!setup_->isDone && setup_->patterns.isUnparsed()) {
+        std::cout << "FSM:Engine:insertPattern error=" << setup_->error
+                  << "\nFSM:Engine:insertPattern pattern=" << pattern
+                  << ", pathNumber=" << pathNumber << std::endl;
+    }
+    return false;
+}
+
+bool Engine::addPattern(const FND::String& pattern, unsigned long pathNumber) {
     if (setup_->isDone) {
         setup_->error = "no pattern may be inserted after finalSetup";
         return false;

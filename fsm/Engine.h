@@ -44,6 +44,8 @@ public:
     /// output say so), if the number is out of range, if the patterns grow out of proportion to the
     /// state limit, or after `finalSetup`; only the error text changes then.
     bool insertPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
+    /// The same without the lines on standard output.
+    bool addPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
 
     /// Builds the automaton and frees the patterns. True when it was built, now or before, or when
     /// there is nothing to build. False when it would pass the state limit or memory ran out: all

@@ -1,7 +1,6 @@
 #include "fsm/PatternList.h"
 
 #include <algorithm>
-#include <iostream>
 #include <limits>
 #include <new>
 #include <utility>
@@ -24,6 +23,7 @@ void Pattern::parse() {
 
 bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
                          std::size_t byteLimit, bool keepsWords) {
+    isUnparsed_ = false;
     unsigned long path = pathNumber == nextPathCM ? patterns_.size() : pathNumber;
     if (path > static_cast<unsigned long>(std::numeric_limits<std::int32_t>::max())) {
         error_ = "path number " + std::to_string(path) + " is above 2147483647";
@@ -35,12 +35,8 @@ bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
         countWork(pattern.size() / 4 + 8);
         if (!keepsWords || !shape_.read(pattern)) {
             part = parsePattern(pattern, error_);
-            if (part == nullptr) {
-                std::cout << "FSM:Engine:insertPattern error=" << error_
-                          << "\nFSM:Engine:insertPattern pattern=" << pattern
-                          << ", pathNumber=" << pathNumber << std::endl;
-                return false;
-            }
+            isUnparsed_ = part == nullptr;
+            if (isUnparsed_) return false;
             bytes += part->stateCount() * bytesPerStateCM;
         }
         Pattern added{std::move(part), static_cast<std::int32_t>(path), pattern};

@@ -41,10 +41,10 @@ public:
     /// The path number that means the number of patterns inserted before.
     static constexpr unsigned long nextPathCM = ~0UL;
 
-    /// Parses `pattern` and appends it. False if it is refused; only `error` changes then. When it
-    /// does not parse, two lines on standard output say so. Also refused if the patterns together
-    /// take more than `byteLimit` bytes. Patterns of words and ".*" are not parsed if
-    /// `keepsWords`. Throws the exceptions of the budget, with the list unchanged.
+    /// Parses `pattern` and appends it. False if it is refused; only `error` changes then. Also
+    /// refused if the patterns together take more than `byteLimit` bytes. Patterns of words and
+    /// ".*" are not parsed if `keepsWords`. Throws the exceptions of the budget, with the list
+    /// unchanged.
     bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t byteLimit,
                 bool keepsWords);
 
@@ -55,6 +55,8 @@ public:
     /// Sorted numbers of all patterns, each once.
     std::vector<std::int32_t> paths() const;
     const FND::String& error() const { return error_; }
+    /// Whether the pattern given last was refused because it does not parse.
+    bool isUnparsed() const { return isUnparsed_; }
 
     /// Sorted numbers of the patterns that are negated, each once.
     static std::vector<std::int32_t> negatedPaths(const Pattern* first, std::size_t count);
@@ -75,6 +77,7 @@ private:
     Shape shape_;  // reused
     std::size_t bytes_ = 0;
     FND::String error_;
+    bool isUnparsed_ = false;
 };
 
 }  // namespace FSM

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "records/FieldText.h"
+#include "scr/Diagnostic.h"
 #include "scr/message/Quote.h"
 
 namespace Records {
@@ -74,12 +75,18 @@ void CurrentRecord::fail(std::string_view reason, std::string_view field, std::s
     }
 }
 
-void CurrentRecord::log(const FND::String& message, FND::Status::Severity severity) {
+void CurrentRecord::diagnose(const SCR::Diagnostic& diagnostic) {
     constexpr std::string_view mark = "ERROR: ";
-    if (isOpen_ && severity >= FND::Status::Error && onError_ != OnError::Keep) {
-        fail(std::string_view(message).substr(message.starts_with(mark) ? mark.size() : 0));
+    const std::string_view text = diagnostic.text;
+    const bool isError = diagnostic.logSeverity >= FND::Status::Error;
+    if (isOpen_ && isError && onError_ != OnError::Keep) {
+        fail(text.substr(text.starts_with(mark) ? mark.size() : 0));
+    } else if (log_ != nullptr && isOpen_) {
+        SCR::Diagnostic placed = diagnostic;
+        placed.notes.push_back({"in record " + std::to_string(number), {}});
+        log_->diagnose(placed);
     } else if (log_ != nullptr) {
-        log_->log(message, severity);
+        log_->diagnose(diagnostic);
     }
 }
 

@@ -56,7 +56,7 @@ public:
 
     /// Notes a failure; the first one counts.
     void fail(std::string_view reason, std::string_view field = {}, std::string_view value = {});
-    void log(const FND::String& message, FND::Status::Severity severity) override;
+    void diagnose(const SCR::Diagnostic& diagnostic) override;
     /// The script rejects the record, for a reason that counts if there was no failure.
     void reject(std::string_view reason);
 

@@ -57,8 +57,8 @@ class ConstantPattern final : public PendingBuild {
 public:
     explicit ConstantPattern(std::unique_ptr<StringNode> pattern) : pattern_(std::move(pattern)) {}
 
-    std::optional<FND::String> build(Interpreter* interpreter, std::size_t /*step*/,
-                                     const FND::String& /*file*/) override {
+    std::optional<Messages::Message> build(Interpreter* interpreter, std::size_t /*step*/,
+                                           const FND::String& /*file*/) override {
         FND::String error;
         const FND::String& pattern = pattern_->result();
         if (compiled_.compile(*interpreter, pattern, error)) return std::nullopt;

@@ -6,4 +6,6 @@ Extension::~Extension() = default;
 
 Variable* Extension::variable(const FND::String& /*name*/) { return nullptr; }
 
+void Extension::visitNames(const std::function<void(const FND::String& name)>& /*visit*/) const {}
+
 }  // namespace SCR

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "fnd/Export.h"
 #include "fnd/String.h"
 
@@ -25,6 +27,10 @@ public:
     /// stays the extension's and must live as long as the extension does. The base class gives
     /// null.
     virtual Variable* variable(const FND::String& name);
+
+    /// Calls `visit` with the names that `variable` knows, in any order, so that messages can name
+    /// the one that was meant. The base class names none.
+    virtual void visitNames(const std::function<void(const FND::String& name)>& visit) const;
 };
 
 }  // namespace SCR

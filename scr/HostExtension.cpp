@@ -51,6 +51,10 @@ Variable* HostExtension::variable(const FND::String& name) {
     return found != state_->variables.end() ? found->second.get() : nullptr;
 }
 
+void HostExtension::visitNames(const std::function<void(const FND::String& name)>& visit) const {
+    for (const auto& [name, variable] : state_->variables) visit(name);
+}
+
 bool HostExtension::enter(Interpreter& interpreter) {
     if (!isName(state_->name)) {
         interpreter.logError(

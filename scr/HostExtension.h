@@ -135,6 +135,7 @@ public:
     template <class T>
     bool constant(const FND::String& name, const T& value);
 
+    void visitNames(const std::function<void(const FND::String& name)>& visit) const override;
     FND::String extensionName() const override;
     Variable* variable(const FND::String& name) override;
 

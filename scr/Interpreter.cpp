@@ -11,13 +11,13 @@
 #include "scr/MainExtension.h"
 #include "scr/check/Analyses.h"
 #include "scr/check/Reentry.h"
+#include "scr/code/Native.h"
 #include "scr/message/Messages.h"
 #include "scr/os/FileAccess.h"
 #include "scr/os/OpenFiles.h"
 #include "scr/parser/Parser.h"
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/AutomataAccount.h"
-#include "scr/code/Native.h"
 #include "scr/run/Entry.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/PendingBuilds.h"
@@ -42,6 +42,7 @@ public:
     void log(const FND::String& message, FND::Status::Severity severity) override {
         interpreter_.log(message, severity);
     }
+    void diagnose(const Diagnostic& diagnostic) override { interpreter_.diagnose(diagnostic); }
 
 private:
     Interpreter& interpreter_;
@@ -61,7 +62,7 @@ struct Interpreter::State {
     void discardScript();
     bool runFunction(const FND::String& name);
     bool expand(const FND::String& text, ExpandedText& expanded);
-    void deliver(const FND::String& message, FND::Status::Severity severity) noexcept;
+    void deliver(const Diagnostic& diagnostic) noexcept;
     bool flushOutput(bool mayWait);
 
     Interpreter& interpreter;
@@ -72,14 +73,17 @@ struct Interpreter::State {
     std::uint64_t generation = 0;
     int openLogs = 0;  // nested calls of the log
     bool isCompiling = false;
+    bool isChecking = false;
     bool isCompiled = false;
     bool isValid = false;
     bool runsEnd = false;
-    bool hasPrinted = false;                 // something may wait in the output
-    Analyses* analyses = nullptr;            // not owned
+    bool hasPrinted = false;       // something may wait in the output
+    Analyses* analyses = nullptr;  // not owned
+    std::vector<Diagnostic> diagnostics;
     PendingBuilds* pendingBuilds = nullptr;  // not owned
     std::vector<FND::String> includePath;
     std::vector<FND::String> modulePath;
+    std::vector<FND::String> lastIncludePath;
     std::shared_ptr<const FND::TimeZone> timeZone;  // null for the zone of the process
     Capabilities capabilities;
     std::shared_ptr<const FileAccess> files = FileAccess::any();  // granted by `capabilities`
@@ -127,6 +131,7 @@ public:
         isEntered_ = !state.isCompiling && !state.control.isRunning();
         if (isEntered_) {
             state.isCompiling = true;
+            state.diagnostics.clear();
         } else {
             contain(state.interpreter, [&] {
                 state.interpreter.logError(
@@ -142,6 +147,7 @@ public:
         if (!isEntered_) return;
         state_.isCompiling = false;
         state_.analyses = nullptr;
+        state_.isChecking = false;
     }
     explicit operator bool() const { return isEntered_; }
 
@@ -181,10 +187,13 @@ void Interpreter::State::logReentries(const ScriptRecord& record) {
     constexpr std::size_t most = 50;
     const std::vector<Finding> findings = findReentries(record);
     for (std::size_t i = 0; i < std::min(findings.size(), most); ++i) {
-        interpreter.log(
-            Messages::warning(findings[i].file,
-                              "line " + std::to_string(findings[i].line) + ": " + findings[i].text),
-            FND::Status::Warning);
+        Diagnostic warning;
+        warning.severity = warning.logSeverity = FND::Status::Warning;
+        warning.code = codeName(MessageCode::LostValue);
+        warning.place = {findings[i].file, findings[i].line, 0, 0};
+        warning.text = Messages::warning(
+            findings[i].file, "line " + std::to_string(findings[i].line) + ": " + findings[i].text);
+        interpreter.diagnose(std::move(warning));
     }
     if (findings.size() > most) {
         interpreter.log(Messages::warning({}, Messages::moreLostValues(findings.size() - most)),
@@ -196,6 +205,7 @@ bool Interpreter::State::compileScript(const FND::String& text, Analyses* follow
     const CompileScope scope(*this);
     if (!scope) return false;
     analyses = follower;
+    isChecking = follower != nullptr;
     discardScript();
     bool isGood = enterRun(interpreter, [&] {
         if (mainExtension == nullptr) return false;
@@ -239,6 +249,7 @@ bool Interpreter::State::expand(const FND::String& text, ExpandedText& expanded)
     const Limits& limits = control.limits();
     PreprocessorOptions options;
     options.searchPath = includePath;
+    options.lastSearchPath = lastIncludePath;
     options.includesAllowed = capabilities.include;
     options.files = includeFiles;
     options.maxBytes = std::min(limits.sourceBytes(),
@@ -391,6 +402,13 @@ void Interpreter::modulePath(const std::vector<FND::String>& directories) {
     });
 }
 
+void Interpreter::lastIncludePath(const std::vector<FND::String>& directories) {
+    contain(*this, [&] {
+        if (state_ != nullptr) state_->lastIncludePath = directories;
+        return true;
+    });
+}
+
 const std::vector<FND::String>& Interpreter::modulePath() const { return state_->modulePath; }
 
 const Capabilities& Interpreter::capabilities() const {
@@ -504,27 +522,46 @@ std::uint64_t Interpreter::errorCount() const { return state_ != nullptr ? state
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
 
 void Interpreter::logOutOfMemory() {
-    if (state_ != nullptr) state_->deliver(outOfMemoryS, FND::Status::Error);
-}
-
-void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
-    if (state_ == nullptr) return;
-    if (severity >= FND::Status::Error) ++state_->errorCount;
-    if (state_->pendingBuilds != nullptr) {
-        state_->pendingBuilds->hold(message, severity);
-    } else {
-        state_->deliver(message, severity);
+    if (state_ == nullptr || state_->log == nullptr) return;
+    try {
+        state_->log->log(outOfMemoryS, FND::Status::Error);
+    } catch (...) {
     }
 }
 
-void Interpreter::State::deliver(const FND::String& message,
-                                 FND::Status::Severity severity) noexcept {
+void Interpreter::log(const FND::String& message, FND::Status::Severity severity) {
+    Diagnostic diagnostic;
+    diagnostic.severity = diagnostic.logSeverity = severity;
+    diagnostic.code = codeName(MessageCode::Run);
+    diagnostic.text = message;
+    diagnose(std::move(diagnostic));
+}
+
+void Interpreter::diagnose(Diagnostic diagnostic) {
+    if (state_ == nullptr) return;
+    if (diagnostic.logSeverity >= FND::Status::Error) ++state_->errorCount;
+    if (state_->pendingBuilds != nullptr) {
+        state_->pendingBuilds->hold(std::move(diagnostic));
+        return;
+    }
+    state_->deliver(diagnostic);
+    constexpr std::size_t mostKept = 100;
+    const bool isKept = state_->isCompiling || state_->diagnostics.size() < mostKept;
+    if (isKept && !diagnostic.isDetail) state_->diagnostics.push_back(std::move(diagnostic));
+}
+
+const std::vector<Diagnostic>& Interpreter::diagnostics() const {
+    static const std::vector<Diagnostic> none;
+    return state_ != nullptr ? state_->diagnostics : none;
+}
+
+void Interpreter::State::deliver(const Diagnostic& diagnostic) noexcept {
     // A log may call the interpreter, which may log.
     constexpr int most = 8;
     if (log == nullptr || openLogs >= most) return;
     ++openLogs;
     try {
-        log->log(message, severity);
+        log->diagnose(diagnostic);
     } catch (...) {
     }
     --openLogs;
@@ -574,7 +611,9 @@ std::int64_t Interpreter::heapBytes() const {
 }
 
 Analyses* Interpreter::analyses() const { return state_->analyses; }
-bool Interpreter::isChecking() const { return state_->analyses != nullptr; }
+void Interpreter::dropAnalyses() { state_->analyses = nullptr; }
+bool Interpreter::isChecking() const { return state_->isChecking; }
+void Interpreter::visitNames(const NameVisitor& visit) const { state_->symbols.visitNames(visit); }
 PlaceTable& Interpreter::places() { return state_->places; }
 const std::shared_ptr<const FileAccess>& Interpreter::files() const { return state_->files; }
 OpenFiles& Interpreter::openFiles() { return state_->openFiles; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "fnd/TimeZone.h"
 #include "scr/Capabilities.h"
 #include "scr/CodeTier.h"
+#include "scr/Diagnostic.h"
 #include "scr/Finding.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
@@ -31,6 +33,7 @@ class PlaceTable;
 class RunControl;
 class Variable;
 struct Analyses;
+using NameVisitor = std::function<void(const FND::String& name, const FND::String& extension)>;
 
 /// Compiles and executes scripts: the one object that a host program deals with. A compiled script
 /// is executed as often as needed; its variables keep their values from one execution to the next.
@@ -75,6 +78,11 @@ public:
     /// Compiles one expression of type Bool, without includes, and keeps it for `evaluateQuery`.
     /// False after a message; no query is kept then. Compiling a script drops the query.
     bool compileQuery(const FND::String& text);
+
+    /// The messages since the last compile, check, query or list of conditions began, in their
+    /// order, without those that the next one says in more words; of a run at most the first
+    /// hundred. Valid until the next message or compile.
+    const std::vector<Diagnostic>& diagnostics() const;
 
     /// Executes the compiled script once. True when it ran to its end; false when a top-level
     /// statement gave another code, the script was stopped, or no script is compiled.
@@ -126,6 +134,10 @@ public:
     /// and before those of the environment's KESTREL_MODULES.
     void modulePath(const std::vector<FND::String>& directories);
     KESTREL_HIDDEN const std::vector<FND::String>& modulePath() const;
+
+    /// Directories in which include files are looked for after all others: none at first. A command
+    /// that compiles a file gives the directory of that file.
+    void lastIncludePath(const std::vector<FND::String>& directories);
 
     /// Sets the local zone of this interpreter's scripts, for all later executions: "UTC", a zone
     /// of the system's database, such as "Europe/Berlin", or a rule, such as
@@ -222,6 +234,12 @@ public:
 
     /// The analyses that follow the current parse, when it is that of `check`; otherwise null.
     KESTREL_HIDDEN Analyses* analyses() const;
+    /// Lets the analyses rest: the script has an error.
+    KESTREL_HIDDEN void dropAnalyses();
+    /// Counts and passes on a message, or keeps it while there are pending builds.
+    KESTREL_HIDDEN void diagnose(Diagnostic diagnostic);
+    /// Calls visit(name, extension's name) for all names that extensions and the host give.
+    KESTREL_HIDDEN void visitNames(const NameVisitor& visit) const;
     /// Whether the current compile is that of `check`.
     KESTREL_HIDDEN bool isChecking() const;
     KESTREL_HIDDEN void compiledLines(std::int64_t lines);

@@ -11,6 +11,7 @@
 #include "scr/call/Operator.h"
 #include "scr/run/NodeMemory.h"
 #include "scr/run/ScriptMutexes.h"
+#include "scr/value/Words.h"
 
 namespace SCR {
 
@@ -83,6 +84,24 @@ FND::String MainExtension::extensionName() const { return "main"; }
 Variable* MainExtension::variable(const FND::String& name) {
     const auto found = constantsS.find(name);
     return found != constantsS.end() ? found->second.get() : nullptr;
+}
+
+void MainExtension::visitNames(const std::function<void(const FND::String& name)>& visit) const {
+    // Operators are no names.
+    for (const auto& [name, variable] : constantsS) {
+        if (isName(name)) visit(name);
+    }
+}
+
+std::string_view MainExtension::signatureOf(std::string_view name) {
+    for (const BuiltIn* row : builtIns()) {
+        const std::size_t begin = row->signature.find(' ') + 1;
+        const std::string_view rest = row->signature.substr(begin);
+        if (rest.starts_with(name) && rest.substr(name.size()).starts_with('(')) {
+            return row->signature;
+        }
+    }
+    return {};
 }
 
 const FctDescr* MainExtension::operatorFor(int code, Operator sign) {

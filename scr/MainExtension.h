@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string_view>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
@@ -27,6 +28,11 @@ public:
     /// The descriptor or constant `name`, or null; do not use it after the last instance is gone.
     Variable* variable(const FND::String& name) override;
 
+    void visitNames(const std::function<void(const FND::String& name)>& visit) const override;
+
+    /// The signature of the built-in function `name` with the names of its parameters; empty when
+    /// there is none.
+    KESTREL_HIDDEN static std::string_view signatureOf(std::string_view name);
     /// The descriptor of an operator for operands of the base type `code`, or null; the same one
     /// that `variable` gives for its name.
     KESTREL_HIDDEN static const FctDescr* operatorFor(int code, Operator sign);

@@ -113,7 +113,9 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
     write("phases.ks",
           "function BEGIN { logStdout(\"begin\"); } function END { logStdout(\"end\"); }\n"
           "logStdout(\"main\");\n");
-    const std::string parseError = "ERROR: line 2: parse error\n";
+    const std::string parseError =
+        "wrong.ks:2:11: error[K0014]: a value is missing after `(`\n"
+        " 2 | logStdout(;\n   |           ^\n";
     const std::string sourceLimit = "the script and its includes exceed the source limit of ";
     expect({
         {"run hello.ks", "hello\n"},
@@ -125,27 +127,39 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         {"run -I lib -I other includes.ks", "lib"},
         {"run -I other includes.ks -I lib", "other"},
         {"run -I lib nested.ks", "",
-         "ERROR: inner.ks: line 3: expected Bool not Long as argument 1 in `Bool "
-         "Bool=(Bool,Bool)'\n",
+         "inner.ks:3:5: error[K0202]: cannot store a Bool in the Long `a`\n"
+         " 3 | a = true;\n   |     ^~~~\n",
          3},
         {"run -I lib after.ks", "",
+         "after.ks:2:9: warning[K0602]: `fine.ks' included more than once\n"
+         " 2 | include \"fine.ks\";\n   |         ^~~~~~~~~\n"
+         "after.ks:3:1: error[K0101]: unknown name `broken`\n 3 | broken;\n   | ^~~~~~\n"
+         "  help: declare it above, as in `Long broken;`\n",
+         3},
+        {"run --log -I lib after.ks", "",
          "`fine.ks' included more than once\nERROR: line 3: unknown identifier `broken'\n", 3},
-        {"run -I lib cycles.ks", "once", "`cycle.ks' included more than once\n"},
+        {"run -I lib cycles.ks", "once",
+         "cycle.ks:1:9: warning[K0602]: `cycle.ks' included more than once\n"
+         " 1 | include \"cycle.ks\";\n   |         ^~~~~~~~~~\n"
+         "  note: included here (cycles.ks:1)\n"},
         {"run -I lib hides.ks", ""},
-        {"run --sandbox -I lib includes.ks", "", "include of `part.ks' is not allowed\n", 3},
+        {"run --log --sandbox -I lib includes.ks", "", "include of `part.ks' is not allowed\n", 3},
         {"run --allow include=lib -I lib includes.ks", "lib"},
         {"run --allow include=other -I lib includes.ks", "",
-         "failed to open include file `part.ks' in the directories allowed for includes\n", 3},
+         "includes.ks:1:9: error[K0601]: failed to open include file `part.ks' in the directories "
+         "allowed for includes\n 1 | include \"part.ks\";\n   |         ^~~~~~~~~\n"
+         "  note: looked for in `lib`\n  note: looked for in `.`\n",
+         3},
         {"run --limit source=1000 /dev/zero", "", sourceLimit + "1000 bytes\n", 3},
         {"run --limit source=0 -e 'Long a;'", "", sourceLimit + "1 bytes\n", 3},
         {"run --limit memory=100000 -e 'String s = strPad(\"\", \"x\", 200000, true);'", "",
-         "ERROR: line 1: script stopped: limit `memory' of 100000 passed\n", 4},
+         "-e:1: error[K0605]: script stopped: limit `memory' of 100000 passed\n", 4},
         {"run wrong.ks", "", parseError, 3},
         {"run -e 'logStdout(\"a\"); scriptUsable(false);'", "a", "", 1},
         {"run phases.ks", "beginmainend"},
         {"check -I lib includes.ks hello.ks", ""},
-        {"check wrong.ks none.ks", "wrong.ks: does not compile\n",
-         parseError + "kestrel: none.ks: No such file or directory\n", 3},
+        {"check wrong.ks none.ks", "", parseError + "kestrel: none.ks: No such file or directory\n",
+         3},
         {"decrypt", "A\n", "", 0, "0A42000000000000000006000000000000410a\n"},
         {"functions fileIsOpen",
          "Bool fileIsOpen(File file)\n    Whether `file` is open.\n    Effects: reads files.\n"
@@ -180,7 +194,7 @@ TEST_F(CliTest, FilesAndZonesAreAsGranted) {
         {"check local.ks --distributable",
          "local.ks:1: logStdout prints, which a repeated execution does again\n", "", 1},
         {"check -I lib loses.ks", "",
-         "WARNING: lost.ks: line 2: `n' is read after the call of `f' in line 2, which may have "
+         "lost.ks:2: warning[K0802]: `n' is read after the call of `f' in line 2, which may have "
          "overwritten it\n"},
     });
     unsetenv("TZ");
@@ -221,14 +235,23 @@ TEST_F(CliTest, CheckKnowsTheFunctionsOfRecords) {
     write("bad.ks", "edrNothing(seconds);");
     expect({
         {"check seconds.ks items.ks", ""},
-        {"check bad.ks", "", "ERROR: line 1: unknown identifier `edrNothing'\n", 3},
+        {"check bad.ks", "",
+         "bad.ks:1:1: error[K0101]: unknown name `edrNothing`\n 1 | edrNothing(seconds);\n"
+         "   | ^~~~~~~~~~\n  help: did you mean `edrString`?\n",
+         3},
         {"check seconds.ks --records calls.csv --header", ""},
-        {"check seconds.ks items.ks --records calls.csv --header", "items.ks: does not compile\n",
-         "ERROR: line 2: to many arguments in call to `Long edrLong(EdrAlias)'\n", 3},
+        {"check seconds.ks items.ks --records calls.csv --header", "",
+         "items.ks:2:1: error[K0302]: `edrLong` takes fewer arguments\n"
+         " 2 | edrLong(call.items, 1) = 2;\n   | ^~~~~~~~~~~~~~~~~~~~~~\n"
+         "  help: it is declared `Long edrLong(EdrAlias)`\n",
+         3},
         {"check items.ks --records - --format jsonl", ""},
         {"check seconds.ks --records - --fields note", "",
-         "ERROR: line 1: unknown field `seconds'\n", 3},
-        {"check seconds.ks --records - --format jsonl --where edrLong(a)", "",
+         "seconds.ks:1:13: error[K0103]: the records have no field `seconds`\n"
+         " 1 | if (edrLong(seconds) > 1) edrString(note) = recordText();\n"
+         "   |             ^~~~~~~\n",
+         3},
+        {"check seconds.ks --records - --format jsonl --where edrLong(a) --log", "",
          "expected `Bool' datatype instead of `Long' in where clause\n", 3},
         {"check seconds.ks --records nosuch", "", "kestrel: nosuch: No such file or directory\n",
          2},
@@ -246,7 +269,9 @@ TEST_F(CliTest, CheckTellsWhatTiesRecordsToOthers) {
           "sum.ks:2: logStdout prints, which a repeated execution does again\n"
           "sum.ks:2: END reads `count', which holds what the executions of one interpreter left in "
           "it, assigned in line 2 of count.ks\n",
-          "", 1}});
+          "count.ks:2:10: warning[K0807]: the function `tick` is never called\n"
+          " 2 | function tick { count = count + recordNumber(); }\n   |          ^~~~\n",
+          1}});
 }
 
 TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
@@ -304,19 +329,20 @@ TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
 }
 
 TEST_F(CliTest, CheckWarnsOfCasesThatAreNeverReached) {
-    write("cases.ks",
-          "String s;\nregExprSwitch (s) {\ncase \"a.*\":\ncase \"x\": break;\ncase \"[0-4]\": "
-          "break;\ncase \"[5-9]\": break;\ncase \"ab\": break;\ncase \"[0-9]\": break;\ncase "
-          "\"b[z-a]\": break;\n}");
-    expect({{"check cases.ks", "",
+    write(
+        "cases.ks",
+        "String s = \"\";\nregExprSwitch (s) {\ncase \"a.*\":\ncase \"x\": break;\ncase \"[0-4]\": "
+        "break;\ncase \"[5-9]\": break;\ncase \"ab\": break;\ncase \"[0-9]\": break;\ncase "
+        "\"b[z-a]\": break;\n}");
+    expect({{"check --log cases.ks", "",
              "WARNING: the case in line 7 is never reached: line 3 matches all its texts\n"
              "WARNING: the case in line 8 is never reached: lines 5, 6 together match all its "
              "texts\n"
              "WARNING: the case in line 9 is never reached: its pattern matches no text\n"},
             {"run cases.ks", ""}});
-    std::string many = "String s;\nregExprSwitch (s) {\ncase \".*\":\n";
+    std::string many = "String s = \"\";\nregExprSwitch (s) {\ncase \".*\":\n";
     for (int i = 0; i < 60; ++i) many += "case \"" + std::to_string(i) + "\": break;\n";
-    const std::string warnings = kestrel("check -", many + "}").messages;
+    const std::string warnings = kestrel("check --log -", many + "}").messages;
     EXPECT_EQ(std::count(warnings.begin(), warnings.end(), '\n'), 51);
     EXPECT_NE(warnings.find("WARNING: 10 more cases are never reached\n"), std::string::npos);
 }
@@ -327,7 +353,8 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
     write("loops.ks", "function BEGIN { while (true) {} }");
     write("second.ks", "if (edrLong(f1) == 2) while (true) {}");
     write("end.ks", "function END { while (true) {} }");
-    const std::string stopped = "ERROR: line 1: script stopped: limit `steps' of 1000 passed\n";
+    const std::string stopped =
+        ".ks:1: error[K0605]: script stopped: limit `steps' of 1000 passed\n";
     const std::string limit = "line 1: script stopped: limit `steps' of 1000 passed\n";
     const std::string counts = "kestrel: records: ";
     expect({
@@ -339,10 +366,12 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
          1, "{\"a\":1}\n[]\n{\"a\": 2}\n"},
         {"conditions conditions --records - --header", "1\n0 1\n0\n", "", 0, csv},
         {"query 'edrLong(nosuch) > 1' --records - --header", "",
-         "ERROR: line 1: unknown field `nosuch'\n", 3, csv},
+         "query:1:9: error[K0103]: the records have no field `nosuch`\n"
+         " 1 | edrLong(nosuch) > 1\n   |         ^~~~~~\n",
+         3, csv},
         {"run loops.ks --records - --limit steps=1000", "",
-         stopped + "kestrel: stopped before the first record\n", 4, csv},
-        {"run loops.ks --limit steps=1000", "", "..." + stopped, 4},
+         "loops" + stopped + "kestrel: stopped before the first record\n", 4, csv},
+        {"run loops.ks --limit steps=1000", "", "...loops" + stopped, 4},
         {"run second.ks --records - --limit steps=1000 --jobs 2 --stats json", "1\n3\n",
          "-:2: " + limit +
              "{\"read\":3,\"written\":2,\"dropped\":0,\"rejected\":1,\"extra\":0,\"reasons\":{\"" +
@@ -351,8 +380,8 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
         {"run second.ks --records - --limit steps=1000 --jobs 2 --stats --on-error stop", "1\n",
          "kestrel: -:2: " + limit + counts + "1 read, 1 written, 0 dropped, 0 rejected\n", 4,
          "1\n2\n3\n"},
-        {"run second.ks --records - --limit steps=1000 --on-error keep", "1\n2\n3\n", stopped, 0,
-         "1\n2\n3\n"},
+        {"run second.ks --records - --limit steps=1000 --on-error keep", "1\n2\n3\n",
+         "second" + stopped + "  note: in record 2\n", 0, "1\n2\n3\n"},
         {"run -e 'if (edrLong(f1) == 2) stopJob(\"why\");' --records -", "1\n",
          "kestrel: -:2: ended by the script: why\n", 1, "1\n2\n3\n"},
         {"run -e 'function BEGIN { scriptUsable(false); }' --records -", "",
@@ -386,7 +415,7 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
         {"run -e 'logStdout(\"p\" + edrString(f1) + \" \");' --records - --jobs 2", "p1 1\np2 2\n",
          "", 0, "1\n2\n"},
         {"run end.ks --records - --limit steps=1000", "1\n2\n",
-         stopped + "kestrel: the function END was stopped\n", 4, "1\n2\n"},
+         "end" + stopped + "kestrel: the function END was stopped\n", 4, "1\n2\n"},
         {"run -e '' --records - --part 2/2", "2\n", "", 0, "1\n2\n"},
         {"run -e '' --records - --limit record=3", "1\n222\n",
          "kestrel: -:3: limit `record' of 3 passed\n", 4, "1\n222\n4444\n5\n"},
@@ -418,8 +447,12 @@ TEST_F(CliTest, ColumnsAreAddedChosenAndConverted) {
         {head + "'edrLong(n) = 1;'", "a,n\n2,1\n", "-:2: it has more fields than there are names\n",
          1, "a\n1,2\n2\n"},
         {head + "'' --select nosuch", "", "kestrel: unknown field `nosuch'\n", 2, csv},
-        {head + "'edrLong(nosuch);'", "", "ERROR: line 1: unknown field `nosuch'\n", 3, csv},
-        {head + "'edrLong(\"a\" + \"b\");'", "", "...expected EdrAlias not String", 3, csv},
+        {head + "'edrLong(nosuch);'", "",
+         "-e:1:9: error[K0103]: the records have no field `nosuch`\n 1 | edrLong(nosuch);\n   |    "
+         "     ^~~~~~\n",
+         3, csv},
+        {head + "'edrLong(\"a\" + \"b\");'", "",
+         "...is a String, where the name of a field is needed", 3, csv},
         {object + "'' --output-format csv --select a,b.c,d --rename b.c=c",
          "a,c,d\n1,\"x,y\",\"[1, 2]\"\n2,,\n", "", 0, json},
         {object + "'edrLong(\"a b\") = 3;' --select=-a,-b --rename d=e",

@@ -36,8 +36,8 @@ while IFS= read -r line; do
             console | output) check "$text" ;;
             kestrel)
                 script=$text
-                printf '%s' "$text" >"$work/.script"
-                command='kestrel run .script 2>.messages; cat .messages'
+                printf '%s' "$text" >"$work/script.ks"
+                command='kestrel run script.ks 2>.messages; cat .messages'
                 ;;
             *) printf '%s' "$text" >"$work/${state#kestrel }" ;;
         esac

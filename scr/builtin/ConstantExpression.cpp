@@ -39,9 +39,9 @@ void ConstantExpression::compile() {
     automata.shareTaken(share);
 }
 
-std::optional<FND::String> ConstantExpression::build(Interpreter* /*interpreter*/,
-                                                     std::size_t /*step*/,
-                                                     const FND::String& /*file*/) {
+std::optional<Messages::Message> ConstantExpression::build(Interpreter* /*interpreter*/,
+                                                           std::size_t /*step*/,
+                                                           const FND::String& /*file*/) {
     if (!expression().isValid()) return Messages::invalidRegularExpression(pattern_);
     FND::String().swap(pattern_);
     patternCharge_ = FSM::Charge();

@@ -18,8 +18,8 @@ public:
     ConstantExpression(Interpreter& interpreter, const FND::String& pattern);
     ~ConstantExpression() override;
 
-    std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
-                                     const FND::String& file) override;
+    std::optional<Messages::Message> build(Interpreter* interpreter, std::size_t step,
+                                           const FND::String& file) override;
 
     /// The expression. Compiled at once when a call is evaluated earlier, for example by a host
     /// that tries out a condition as soon as it gets it. An invalid expression matches nothing

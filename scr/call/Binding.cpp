@@ -38,7 +38,7 @@ bool hasClassOfType(const Node& node, int typeWord) {
 ErrorWatch::ErrorWatch(const Interpreter& interpreter)
     : interpreter_(interpreter), errors_(interpreter.errorCount()) {}
 
-bool ErrorWatch::fail(const FND::String& message) const {
+bool ErrorWatch::fail(const Messages::Message& message) const {
     return interpreter_.errorCount() == errors_ && SCR_YaccError(message);
 }
 

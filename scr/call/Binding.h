@@ -5,6 +5,7 @@
 
 #include "fnd/String.h"
 #include "scr/Node.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -28,7 +29,7 @@ class ErrorWatch {
 public:
     explicit ErrorWatch(const Interpreter& interpreter);
     /// Reports `message`, unless an error was logged since this object was made. Always false.
-    bool fail(const FND::String& message) const;
+    bool fail(const Messages::Message& message) const;
 
 private:
     const Interpreter& interpreter_;

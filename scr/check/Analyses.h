@@ -3,6 +3,7 @@
 #include "scr/Interpreter.h"
 #include "scr/check/FlowAnalysis.h"
 #include "scr/check/ScriptRecorder.h"
+#include "scr/check/Usage.h"
 
 namespace SCR {
 
@@ -11,6 +12,7 @@ namespace SCR {
 struct Analyses {
     FlowAnalysis* flow = nullptr;  ///< not owned; null when nobody asks for its findings
     ScriptRecorder recorder;
+    Usage usage;
 };
 
 /// Calls `tell` with each analysis that follows the parse of `interpreter`.
@@ -21,6 +23,7 @@ void tellAnalyses(const Interpreter& interpreter, Tell tell) {
         return;
     if (analyses->flow != nullptr) tell(*analyses->flow);
     tell(analyses->recorder);
+    tell(analyses->usage);
 }
 
 }  // namespace SCR

@@ -27,7 +27,7 @@ void recordPlace(const Node* node) {
     actInterpreterG->places().add(node, lexer.fileName(), lexer.line());
 }
 
-bool openBlock(std::unique_ptr<Node> block, const FND::String& failure) {
+bool openBlock(std::unique_ptr<Node> block, const Messages::Message& failure) {
     if (actInterpreterG->statementDepth() > actInterpreterG->limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
@@ -89,8 +89,3 @@ std::unique_ptr<Node> accessNode(Variable* variable) {
 }
 
 }  // namespace SCR
-
-void SCR_parserError(SCR::CustomLexer& lexer, std::string_view message) {
-    const bool isSyntax = message == "syntax error";
-    SCR::YaccError(isSyntax ? SCR::Messages::parseError : SCR::Messages::nestedTooDeep, &lexer);
-}

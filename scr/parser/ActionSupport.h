@@ -7,6 +7,7 @@
 
 #include "scr/Node.h"
 #include "scr/call/Binding.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -29,7 +30,7 @@ void recordPlace(const Node* node);
 
 /// Adds `block` to the innermost open block and opens it, or reports `failure` and destroys it.
 /// Refuses blocks nested too deep.
-bool openBlock(std::unique_ptr<Node> block, const FND::String& failure);
+bool openBlock(std::unique_ptr<Node> block, const Messages::Message& failure);
 
 /// Adds a statement to the innermost open block, or reports and destroys it.
 bool appendStatement(std::unique_ptr<Node> statement);

@@ -72,7 +72,10 @@ bool SCR_functionCall() {
 void SCR_countParameter() { stackG->incTopNumParams(); }
 
 bool SCR_endFunctionCall() {
-    if (!stackG->topFunction()->create(*actInterpreterG, *stackG)) return false;
+    if (!stackG->topFunction()->create(*actInterpreterG, *stackG)) {
+        parseContextG->recovery.fault.function = stackG->topFunction();
+        return false;
+    }
     stackG->popFunction();
     stackG->popNumParams();
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.closeCall(); });

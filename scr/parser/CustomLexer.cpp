@@ -142,7 +142,8 @@ CustomLexer::CustomLexer(std::string_view head, std::string_view text, std::stri
     : parts_{head, text, tail},
       position_(head.data()),
       end_(head.data() + head.size()),
-      counted_(head.data()) {}
+      counted_(head.data()),
+      token_(head.data()) {}
 
 int CustomLexer::yylex(FND::String* text) {
     std::string_view view;
@@ -157,11 +158,12 @@ int CustomLexer::yylex(FND::String* text) {
 }
 
 int CustomLexer::next(std::string_view& text) {
-    if (!findToken()) {
+    const bool isFound = findToken();
+    const char* const begin = token_ = position_;
+    if (!isFound) {
         text = {};
         return 0;
     }
-    const char* const begin = position_;
     const int code = scanToken();
     text = {begin, static_cast<std::size_t>(position_ - begin)};
     if (code == SCR_STRING) text = text.substr(1, text.size() - 2);
@@ -238,7 +240,11 @@ bool CustomLexer::findToken() {
                 break;
             case Kind::Hash:
                 if (!std::string_view(position_, end_).starts_with(lineDirectiveS)) return true;
-                if (readLineDirective()) break;
+                badDirective_ = position_;
+                if (readLineDirective()) {
+                    badDirective_ = nullptr;
+                    break;
+                }
                 position_ = end_;
                 part_ = parts_.size();
                 return false;
@@ -249,12 +255,19 @@ bool CustomLexer::findToken() {
 }
 
 void CustomLexer::skipComment() {
+    const char* const begin = position_ - 2;
     for (;;) {
         position_ = endOfRun(position_, [](char byte) { return byte != '*' && byte != '\n'; });
         if (position_ == end_) {
-            if (!enterNextPart()) return;
+            if (!enterNextPart()) {
+                openComment_ = begin;
+                return;
+            }
         } else if (*position_++ == '\n') {
             countLines(1);
+            // An include line in a comment is replaced, too; the numbers after it stay right.
+            if (position_ != end_ && *position_ == '#') [[unlikely]]
+                skipLineDirective();
         } else if (position_ != end_ && *position_ == '/') {
             ++position_;
             return;
@@ -263,12 +276,23 @@ void CustomLexer::skipComment() {
     }
 }
 
+void CustomLexer::skipLineDirective() {
+    if (!std::string_view(position_, end_).starts_with(lineDirectiveS)) return;
+    const char* const begin = position_ + lineDirectiveS.size();
+    const char* const end = endOfRun(begin, isNoLineEnd);
+    if (end != end_ && goTo({begin, end})) position_ = end + 1;
+}
+
 bool CustomLexer::readLineDirective() {
     const char* const begin = position_ + lineDirectiveS.size();
     position_ = endOfRun(begin, isNoLineEnd);
     std::string_view text(begin, position_);
     if (isLineEndNext() && (position_ != end_ || enterNextPart())) ++position_;
 
+    return goTo(text);
+}
+
+bool CustomLexer::goTo(std::string_view text) {
     const std::size_t open = text.find('"');
     const std::size_t close = text.rfind('"');
     if (open == close) return false;

@@ -25,6 +25,17 @@ public:
     /// The same without a copy: the text of a string literal is what stands between the quotes,
     /// escapes not converted. Valid as long as the script's text.
     int next(std::string_view& text);
+    /// The token that `next` gave last, as it stands in the text. At the end of the input, the
+    /// empty stretch there.
+    std::string_view token() const {
+        return {token_, static_cast<std::size_t>(position_ - token_)};
+    }
+    /// What it reads.
+    const std::array<std::string_view, 3>& parts() const { return parts_; }
+    /// Where a comment begins that is not closed; null when there is none.
+    const char* openComment() const { return openComment_; }
+    /// A "#line" line that ended the input, as it does not say a line and a file; null for none.
+    const char* badDirective() const { return badDirective_; }
 
     /// The line that the scanner has reached, 1-based.
     int line() const { return line_; }
@@ -44,6 +55,10 @@ private:
     void skipComment();
     // Moves over a "#line" line. False when it does not say a line and a file.
     bool readLineDirective();
+    // The same within a comment, where other lines are left alone.
+    void skipLineDirective();
+    // Goes on in the line and file that `text`, the rest of a "#line" line, says.
+    bool goTo(std::string_view text);
     // Moves over a token and gives its code. One that cannot begin there is a token of one byte.
     int scanToken();
     int scanWord();
@@ -63,6 +78,9 @@ private:
     const char* position_;
     const char* end_;      // of the part
     const char* counted_;  // what lies before was counted
+    const char* token_;
+    const char* openComment_ = nullptr;
+    const char* badDirective_ = nullptr;
     int line_ = 1;
     int braceDepth_ = 0;
     FND::String fileName_;

@@ -34,7 +34,7 @@ std::unique_ptr<Variable> makeVariable(std::string_view name) {
 // Declares `variable` in the innermost block; or reports, in the words of `taken`, that the name is
 // taken, and destroys it.
 bool declare(const FND::String& name, std::unique_ptr<Variable> variable,
-             FND::String (*taken)(const FND::String& name)) {
+             Messages::Message (*taken)(const FND::String& name)) {
     if (!actInterpreterG->addIdentifier(name, variable.get())) return SCR_YaccError(taken(name));
     variable.release();
     return true;
@@ -91,11 +91,19 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
         }
     }
     const FND::String name(identifier);
+    const Variable* const outer =
+        parseContextG->isWatched ? actInterpreterG->getVariable({}, name) : nullptr;
     if (!actInterpreterG->addIdentifier(name, variable.get())) {
         return SCR_YaccError(Messages::identifierDefined(name));
     }
+    if (parseContextG->isWatched) {
+        const std::string_view place = actInterpreterG->analyses()->usage.placeOf(outer);
+        if (!place.empty()) parseContextG->recovery.lint.addShadowed(identifier, place);
+    }
+    SCR_about({identifier.data(), identifier.data() + identifier.size()});
     tellAnalyses(*actInterpreterG,
                  [&](auto& analysis) { analysis.declared(variable.get(), name); });
+    SCR_about({});
     variable.release();
     return true;
 }
@@ -134,7 +142,9 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
     parseContextG->function = function.release();
     parseContextG->functionDescriptor = declared;
     ++parseContextG->declaredFunctions;
+    SCR_about({name.data(), name.data() + name.size()});
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openFunction(declared); });
+    SCR_about({});
     if (type == TypeCode::Void) {
         parseContextG->function->startParameters();
         return true;
@@ -143,6 +153,7 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
 }
 
 bool SCR_functionAddParameters() {
+    if (parseContextG->isLostFunction) return true;
     Function& function = *parseContextG->function;
     FctDescr* const descriptor = parseContextG->functionDescriptor;
     // A parameter may have the function's name.
@@ -159,6 +170,7 @@ bool SCR_functionAddParameters() {
 }
 
 bool SCR_endFunctionDeclaration() {
+    if (std::exchange(parseContextG->isLostFunction, false)) return SCR_endBlock();
     const Function& function = *parseContextG->function;
     if (!actInterpreterG->popStatement()) return SCR_YaccError(Messages::blockNotPopped);
     const FctDescr* const descriptor = stackG->popFunction();
@@ -167,8 +179,11 @@ bool SCR_endFunctionDeclaration() {
     parseContextG->function = nullptr;
     parseContextG->functionDescriptor = nullptr;
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.closeFunction(); });
-    if (descriptor->returnType() != TypeCode::Void && !function.returnsResult()) {
-        SCR_YaccError(Messages::possibleMissingReturn(descriptor->signature()));
+    // A `return` that has an error may be missing.
+    if (descriptor->returnType() != TypeCode::Void && !function.returnsResult() &&
+        parseContextG->recovery.errors == 0) {
+        SCR_YaccError(Messages::possibleMissingReturn(descriptor->signature(), descriptor->name(),
+                                                      descriptor->returnType()));
     }
     return true;
 }

@@ -117,7 +117,13 @@ bool SCR_identifier(const FND::String& module, const FND::String& name) {
         return true;
     }
     Variable* const variable = actInterpreterG->getVariable(module, name);
-    if (variable == nullptr) return SCR_YaccError(Messages::unknownIdentifier(module, name));
+    if (variable == nullptr) {
+        if (!SCR_isForgiven(module, name)) {
+            return SCR_YaccError(Messages::unknownIdentifier(module, name));
+        }
+        parseContextG->isLost = true;
+        return true;
+    }
     std::unique_ptr<Node> access = accessNode(variable);
     if (!access) {
         const int type = variable->dataType();
@@ -166,14 +172,31 @@ bool SCR_stringConstant() {
     return true;
 }
 
+namespace {
+
+// Completes the error of a binary operator. Always false.
+bool noteOperands(Operator sign, int left, int right) {
+    Fault& fault = parseContextG->recovery.fault;
+    fault.isBinary = true;
+    fault.sign = sign;
+    fault.left = left;
+    fault.right = right;
+    return false;
+}
+
+}  // namespace
+
 bool SCR_expression(Operator sign) {
     const int type = stackG->operandsType();
+    const int left = stackG->typeBelow();
+    const int right = stackG->topType();
     const FctDescr* const descriptor = MainExtension::operatorFor(Node::baseType(type), sign);
     if (descriptor == nullptr) {
         const FND::String text(operatorSignsS[static_cast<std::size_t>(sign)]);
-        return SCR_YaccError(Messages::noOperator(text, Node::datatypeAsString(type)));
+        SCR_YaccError(Messages::noOperator(text, Node::datatypeAsString(type)));
+        return noteOperands(sign, left, right);
     }
-    return bindOperator(*descriptor, 2);
+    return bindOperator(*descriptor, 2) || noteOperands(sign, left, right);
 }
 
 bool SCR_boolExpression(std::string_view sign) {

@@ -3,6 +3,11 @@
 %code requires {
 #include <string_view>
 
+#include "scr/parser/Span.h"
+
+// Lets the parser's stacks grow.
+#define SCR_LTYPE_IS_TRIVIAL 1
+
 namespace SCR {
 class CustomLexer;
 }
@@ -12,6 +17,7 @@ class CustomLexer;
 #include "scr/parser/Actions.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseState.h"
+#include "scr/parser/Recovery.h"
 
 // The depth at which a text is refused; each level of parentheses takes two.
 #define YYMAXDEPTH 10000
@@ -20,9 +26,45 @@ class CustomLexer;
 #define YYMALLOC SCR_parserMemory
 #define YYFREE(memory) static_cast<void>(memory)
 
+// An action on operands. After an error, which is in the first of the stretches of text given, the
+// parse ends or goes on without operands.
+#define TRY(action, ...)                                                                       \
+    if (!SCR::parseContextG->isLost && !(action) && !SCR_recover({__VA_ARGS__})) YYABORT
+// An action that opens a statement with the condition on the stack.
+#define TRY_CONDITION(action, ...)                                                             \
+    do {                                                                                       \
+        TRY(action, __VA_ARGS__);                                                              \
+        if (SCR::parseContextG->isLost) {                                                      \
+            SCR_settleCondition();                                                             \
+            if (!(action)) YYABORT;                                                            \
+        }                                                                                      \
+    } while (0)
+// An action that ends a statement.
+#define END(action, ...)                                                                       \
+    TRY(action, __VA_ARGS__);                                                                  \
+    SCR_settle()
+
+// Tells the watcher of a script that is checked.
+#define WATCH(event)                                                                           \
+    if (SCR::parseContextG->isWatched) [[unlikely]]                                            \
+        SCR::parseContextG->recovery.lint.event
+
+#define YYLLOC_DEFAULT(Current, Rhs, N)                                                        \
+    (Current).begin = (N) ? YYRHSLOC(Rhs, 1).begin : YYRHSLOC(Rhs, 0).end;                     \
+    (Current).end = (N) ? YYRHSLOC(Rhs, N).end : YYRHSLOC(Rhs, 0).end
+
 namespace {
 
-int SCR_lex(std::string_view* text, SCR::CustomLexer& lexer) { return lexer.next(*text); }
+SCR::Span spanOf(std::string_view text) { return {text.data(), text.data() + text.size()}; }
+
+int SCR_lex(std::string_view* text, SCR::Span* span, SCR::CustomLexer& lexer) {
+    if (SCR::parseContextG->needsCare) [[unlikely]]
+        return SCR_carefulToken(*text, *span, lexer);
+    const int code = lexer.next(*text);
+    const std::string_view token = lexer.token();
+    *span = {token.data(), token.data() + token.size()};
+    return code;
+}
 
 void* SCR_parserMemory(std::size_t bytes) {
     auto& memory = SCR::parseContextG->memory;
@@ -30,7 +72,9 @@ void* SCR_parserMemory(std::size_t bytes) {
     return memory.back().get();
 }
 
-void SCR_error(SCR::CustomLexer& lexer, const char* message) { SCR_parserError(lexer, message); }
+void SCR_error(SCR::Span* /*span*/, SCR::CustomLexer& lexer, const char* message) {
+    SCR_parserError(lexer, message);
+}
 
 }  // namespace
 }
@@ -39,6 +83,8 @@ void SCR_error(SCR::CustomLexer& lexer, const char* message) { SCR_parserError(l
 %define api.pure full
 %define api.token.prefix {SCR_}
 %define api.value.type {std::string_view}
+%define api.location.type {SCR::Span}
+%locations
 %param {SCR::CustomLexer& lexer}
 %expect 0
 
@@ -46,6 +92,7 @@ void SCR_error(SCR::CustomLexer& lexer, const char* message) { SCR_parserError(l
 %token OPEN_PARENTHESIS CLOSE_PARENTHESIS OPEN_BRACKET CLOSE_BRACKET PATTERN_COMPARE STRING
 %token IDENTIFIER LONG_NUMBER DECIMAL_NUMBER BOOL_CONSTANT CONST_CONSTANT VAR_DECLARATION
 %token FCT_DECLARATION DO WHILE IF FOR SWITCH REGEXPR_SWITCH CASE BREAK RETURN DEFAULT
+%token RECOVERED
 
 %right '='
 %left BOOL_OPERATOR
@@ -54,7 +101,7 @@ void SCR_error(SCR::CustomLexer& lexer, const char* message) { SCR_parserError(l
 %left '*' '/' '%'
 %precedence UMINUS
 %precedence LOWER_THAN_ELSE
-%precedence ELSE
+%precedence ELSE error
 
 %start start
 
@@ -76,43 +123,53 @@ condition_list:
   ;
 
 condition:
-    expression compare_pattern              { if (!SCR_ruleCondition()) YYABORT; }
+    expression compare_pattern              { TRY(SCR_ruleCondition(), @1); }
   ;
 
 compare_pattern:
     SEMICOLON
-  | PATTERN_COMPARE expression SEMICOLON    { if (!SCR_comparePattern()) YYABORT; }
+  | PATTERN_COMPARE expression SEMICOLON    { SCR_about(@2);
+                                              TRY(SCR_comparePattern(), @2); }
   ;
 
 statement_list:
-    statement_list instruction
+    statement_list instruction              { WATCH(listed(@2)); }
   | statement_list variable_declaration optional_assignment SEMICOLON
+                                            { SCR_settle(); WATCH(listed(@2)); }
   | statement_list const_declaration SEMICOLON
   | statement_list function_declaration
-  | statement_list use_statement SEMICOLON
-  | %empty
+  | statement_list use_statement SEMICOLON  { SCR_settle(); }
+  | %empty                                  { WATCH(openList()); }
   ;
 
 instruction:
-    expression SEMICOLON                    { if (!SCR_createVoidCallStatement()) YYABORT; }
-  | OPEN_BRACE                              { if (!SCR_startBlock()) YYABORT; }
-    statement_list CLOSE_BRACE              { if (!SCR_endBlock()) YYABORT; }
+    expression SEMICOLON                    { WATCH(statement(@1));
+                                              END(SCR_createVoidCallStatement(), @1); }
+  | OPEN_BRACE                              { END(SCR_startBlock(), @1); }
+    statement_list CLOSE_BRACE              { WATCH(closeList()); END(SCR_endBlock(), @4); }
   | IF OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_ifStatement()) YYABORT; }
-    instruction else_case                   { if (!SCR_endBlock()) YYABORT; }
+                                            { TRY_CONDITION(SCR_ifStatement(), @3);
+                                              WATCH(condition(@3)); }
+    instruction else_case                   { TRY(SCR_endBlock(), @1); }
   | WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_whileStatement()) YYABORT; }
-    instruction                             { if (!SCR_endBlock()) YYABORT; }
+                                            { TRY_CONDITION(SCR_whileStatement(), @3);
+                                              WATCH(condition(@3)); }
+    instruction                             { TRY(SCR_endBlock(), @1); }
   | FOR OPEN_PARENTHESIS expression SEMICOLON
                                             { SCR_forInit(); }
     expression SEMICOLON
                                             { SCR_forCondition(); }
     expression CLOSE_PARENTHESIS
-                                            { if (!SCR_forLoop()) YYABORT; }
-    instruction                             { if (!SCR_endBlock()) YYABORT; }
+                                            { TRY(SCR_forLoop(), @6);
+                                              if (!SCR_settleFor()) YYABORT; }
+    instruction                             { TRY(SCR_endBlock(), @1); }
   | do_statement SEMICOLON
+  | do_head instruction error               { if (!SCR_startSkipping()) YYABORT; }
+    RECOVERED                               { yyerrok; END(SCR_endBlock(), @1); }
   | switch_case
   | return_statement SEMICOLON
+  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+    RECOVERED                               { yyerrok; SCR_settle(); }
   ;
 
 else_case:
@@ -122,18 +179,24 @@ else_case:
   ;
 
 use_statement:
-    USE IDENTIFIER                          { if (!SCR_useExtension($2)) YYABORT; }
+    USE IDENTIFIER                          { TRY(SCR_useExtension($2), @2);
+                                              SCR_complete(@2); }
   ;
 
 return_statement:
-    RETURN expression                       { if (!SCR_returnStatement(true)) YYABORT; }
-  | RETURN                                  { if (!SCR_returnStatement(false)) YYABORT; }
+    RETURN expression                       { END(SCR_returnStatement(true), @2); }
+  | RETURN                                  { END(SCR_returnStatement(false), @1); }
   ;
 
 function_declaration:
-    FCT_DECLARATION return_value IDENTIFIER { if (!SCR_startFunctionDeclaration($2, $3)) YYABORT; }
-    optional_parameter_list                 { if (!SCR_functionAddParameters()) YYABORT; }
-    OPEN_BRACE statement_list CLOSE_BRACE   { if (!SCR_endFunctionDeclaration()) YYABORT; }
+    FCT_DECLARATION return_value IDENTIFIER { TRY(SCR_startFunctionDeclaration($2, $3), @3);
+                                              if (!SCR_settleFunction($3)) YYABORT; }
+    optional_parameter_list                 { WATCH(function($3, @5.begin != @5.end));
+                                              TRY(SCR_functionAddParameters(), @3);
+                                              SCR_settle(); }
+    OPEN_BRACE statement_list CLOSE_BRACE   { WATCH(closeList());
+                                              END(SCR_endFunctionDeclaration(), @9);
+                                              SCR_complete(@9); }
   ;
 
 return_value:
@@ -144,6 +207,8 @@ return_value:
 optional_parameter_list:
     OPEN_PARENTHESIS parameter_dec_list CLOSE_PARENTHESIS
   | %empty
+  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+    RECOVERED                               { yyerrok; SCR_settle(); }
   ;
 
 parameter_dec_list:
@@ -152,38 +217,46 @@ parameter_dec_list:
   ;
 
 variable_declaration:
-    VAR_DECLARATION IDENTIFIER              { if (!SCR_variableDeclaration($1, $2, "")) YYABORT;
+    VAR_DECLARATION IDENTIFIER              { TRY(SCR_variableDeclaration($1, $2, ""), @2);
                                               $$ = $2; }
-  | VAR_DECLARATION IDENTIFIER modifiers    { if (!SCR_declareVariable($1, $2)) YYABORT; $$ = $2; }
+  | VAR_DECLARATION IDENTIFIER modifiers    { TRY(SCR_declareVariable($1, $2), @2); $$ = $2; }
   ;
 
 modifiers:
     OPEN_BRACKET CLOSE_BRACKET              { SCR_startModifiers();
-                                              if (!SCR_addModifier('A')) YYABORT; }
+                                              TRY(SCR_addModifier('A'), @1); }
   | OPEN_BRACE CLOSE_BRACE                  { SCR_startModifiers();
-                                              if (!SCR_addModifier('H')) YYABORT; }
-  | modifiers OPEN_BRACKET CLOSE_BRACKET    { if (!SCR_addModifier('A')) YYABORT; }
-  | modifiers OPEN_BRACE CLOSE_BRACE        { if (!SCR_addModifier('H')) YYABORT; }
+                                              TRY(SCR_addModifier('H'), @1); }
+  | modifiers OPEN_BRACKET CLOSE_BRACKET    { TRY(SCR_addModifier('A'), @2); }
+  | modifiers OPEN_BRACE CLOSE_BRACE        { TRY(SCR_addModifier('H'), @2); }
   ;
 
 optional_assignment:
-    '='                                     { if (!SCR_plainIdentifier($0)) YYABORT; }
-    expression                              { if (!SCR_initialise()) YYABORT; }
+    '='                                     { TRY(SCR_plainIdentifier($0), spanOf($0)); }
+    expression                              { TRY(SCR_initialise(), @1, spanOf($0), @3); }
   | %empty
   ;
 
 const_declaration:
     CONST_CONSTANT VAR_DECLARATION IDENTIFIER '=' expression
-                                            { if (!SCR_constDeclaration($2, $3)) YYABORT; }
+                                            { END(SCR_constDeclaration($2, $3), @5, @3); }
   ;
 
 switch_case:
     SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_switchStatement()) YYABORT; }
-    OPEN_BRACE case_list CLOSE_BRACE        { if (!SCR_endSwitch()) YYABORT; }
+                                            { TRY(SCR_switchStatement(), @3);
+                                              if (!SCR_settleSwitch()) YYABORT; }
+    cases                                   { SCR_about(@1); TRY(SCR_endSwitch(), @1); }
   | REGEXPR_SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_regExprSwitchStatement()) YYABORT; }
-    OPEN_BRACE case_list CLOSE_BRACE        { if (!SCR_regExprFinalSetup()) YYABORT; }
+                                            { TRY(SCR_regExprSwitchStatement(), @3);
+                                              if (!SCR_settleSwitch()) YYABORT; }
+    cases                                   { SCR_about(@1); TRY(SCR_regExprFinalSetup(), @1); }
+  ;
+
+cases:
+    OPEN_BRACE case_list CLOSE_BRACE
+  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+    RECOVERED                               { yyerrok; SCR_settle(); }
   ;
 
 case_list:
@@ -193,13 +266,19 @@ case_list:
 
 single_case:
     CASE case_expression_list COLON case_body
-  | DEFAULT COLON                           { if (!SCR_switchDefault()) YYABORT; }
+  | DEFAULT COLON                           { TRY(SCR_switchDefault(), @1); SCR_settle(); }
     case_body
+  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+    RECOVERED                               { yyerrok; SCR_settle(); }
   ;
 
 case_expression_list:
-    case_expression_list ',' expression     { if (!SCR_caseStatement()) YYABORT; }
-  | expression                              { if (!SCR_caseStatement()) YYABORT; }
+    case_expression_list ',' expression     { SCR_about(@3);
+                                              TRY(SCR_caseStatement(), @3);
+                                              if (!SCR_settleCase()) YYABORT; }
+  | expression                              { SCR_about(@1);
+                                              TRY(SCR_caseStatement(), @1);
+                                              if (!SCR_settleCase()) YYABORT; }
   ;
 
 case_body:
@@ -208,32 +287,40 @@ case_body:
   ;
 
 optional_break:
-    BREAK SEMICOLON                         { if (!SCR_switchBreak()) YYABORT; }
-  | %empty
+    BREAK SEMICOLON                         { END(SCR_switchBreak(), @1); }
+  | %empty                                  %prec LOWER_THAN_ELSE
+  ;
+
+do_head:
+    DO                                      { TRY(SCR_doStatement(), @1); }
   ;
 
 do_statement:
-    DO                                      { if (!SCR_doStatement()) YYABORT; }
-    instruction WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { if (!SCR_doCondition()) YYABORT; }
+    do_head instruction WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
+                                            { TRY_CONDITION(SCR_doCondition(), @5);
+                                              WATCH(condition(@5)); }
   ;
 
 expression:
-    expression '=' expression               { if (!SCR_expression(SCR::Operator::Assign)) YYABORT; }
-  | expression COMPARE_OPERATOR expression  { if (!SCR_expression(SCR::operatorOf($2))) YYABORT; }
-  | expression BOOL_OPERATOR expression     { if (!SCR_boolExpression($2)) YYABORT; }
-  | expression '+' expression               { if (!SCR_expression(SCR::Operator::Add)) YYABORT; }
-  | expression '-' expression               { if (!SCR_expression(SCR::Operator::Subtract)) YYABORT; }
-  | expression '*' expression               { if (!SCR_expression(SCR::Operator::Multiply)) YYABORT; }
-  | expression '/' expression               { if (!SCR_expression(SCR::Operator::Divide)) YYABORT; }
-  | expression '%' expression               { if (!SCR_expression(SCR::Operator::Remainder)) YYABORT; }
-  | '-' expression %prec UMINUS             { if (!SCR_negation()) YYABORT; }
+    expression '=' expression               { TRY(SCR_expression(SCR::Operator::Assign), @2, @1, @3); }
+  | expression COMPARE_OPERATOR expression  { WATCH(comparison(@1, @2, @3));
+                                              TRY(SCR_expression(SCR::operatorOf($2)), @2, @1, @3); }
+  | expression BOOL_OPERATOR expression     { TRY(SCR_boolExpression($2), @2, @1, @3); }
+  | expression '+' expression               { TRY(SCR_expression(SCR::Operator::Add), @2, @1, @3); }
+  | expression '-' expression               { TRY(SCR_expression(SCR::Operator::Subtract), @2, @1, @3); }
+  | expression '*' expression               { TRY(SCR_expression(SCR::Operator::Multiply), @2, @1, @3); }
+  | expression '/' expression               { WATCH(quotient(@2, @3));
+                                              TRY(SCR_expression(SCR::Operator::Divide), @2, @1, @3); }
+  | expression '%' expression               { WATCH(quotient(@2, @3));
+                                              TRY(SCR_expression(SCR::Operator::Remainder), @2, @1, @3); }
+  | '-' expression %prec UMINUS             { TRY(SCR_negation(), @1, @2); }
   | OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
   | access
-  | LONG_NUMBER                             { if (!SCR_longConstant($1)) YYABORT; }
-  | DECIMAL_NUMBER                          { if (!SCR_decimalConstant($1)) YYABORT; }
-  | BOOL_CONSTANT                           { if (!SCR_boolConstant($1)) YYABORT; }
-  | string_constant                         { if (!SCR_stringConstant()) YYABORT; }
+  | LONG_NUMBER                             { TRY(SCR_longConstant($1), @1); }
+  | DECIMAL_NUMBER                          { WATCH(decimal(@1));
+                                              TRY(SCR_decimalConstant($1), @1); }
+  | BOOL_CONSTANT                           { TRY(SCR_boolConstant($1), @1); }
+  | string_constant                         { TRY(SCR_stringConstant(), @1); }
   ;
 
 string_constant:
@@ -242,24 +329,25 @@ string_constant:
   ;
 
 access:
-    IDENTIFIER                              { if (!SCR_plainIdentifier($1)) YYABORT; }
-  | MODULE_IDENTIFIER                       { if (!SCR_identifier($1)) YYABORT; }
-  | access OPEN_PARENTHESIS                 { if (!SCR_functionCall()) YYABORT; }
-    call_parameter_list CLOSE_PARENTHESIS   { if (!SCR_endFunctionCall()) YYABORT; }
+    IDENTIFIER                              { TRY(SCR_plainIdentifier($1), @1); }
+  | MODULE_IDENTIFIER                       { TRY(SCR_identifier($1), @1); }
+  | access OPEN_PARENTHESIS                 { TRY(SCR_functionCall(), @1); }
+    call_parameter_list CLOSE_PARENTHESIS   { WATCH(call(@$)); SCR_about(@$);
+                                              TRY(SCR_endFunctionCall(), @$); }
   | access OPEN_BRACKET expression CLOSE_BRACKET
-                                            { if (!SCR_arrayAccess()) YYABORT; }
+                                            { TRY(SCR_arrayAccess(), @1, @1, @3); }
   | access OPEN_BRACE expression CLOSE_BRACE
-                                            { if (!SCR_hashAccess()) YYABORT; }
+                                            { TRY(SCR_hashAccess(), @1, @1, @3); }
   ;
 
 call_parameter_list:
-    expression                              { SCR_countParameter(); }
+    expression                              { TRY((SCR_countParameter(), true), @1); }
     more_parameters
   | %empty
   ;
 
 more_parameters:
-    more_parameters ',' expression          { SCR_countParameter(); }
+    more_parameters ',' expression          { TRY((SCR_countParameter(), true), @3); }
   | %empty
   ;
 

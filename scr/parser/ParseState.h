@@ -8,6 +8,7 @@
 
 #include "fnd/String.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/parser/Recovery.h"
 #include "scr/run/PendingBuilds.h"
 
 namespace SCR {
@@ -34,6 +35,17 @@ struct ParseContext {
     /// A buffer for the names being looked up, so that none is allocated for each.
     FND::String module;
     FND::String name;
+    /// A script is checked, and has had no error so far.
+    bool isWatched = false;
+    /// The operands are lost, as an error was found among them: actions on them do nothing.
+    bool isLost = false;
+    /// What the automata that are made now are about.
+    Span about;
+    /// The next token is not just that of the lexer.
+    bool needsCare = false;
+    /// The function being declared is only a block, as its declaration was lost.
+    bool isLostFunction = false;
+    Recovery recovery;
     /// The memory of the parser's own stack when it is deep.
     std::vector<std::unique_ptr<std::byte[]>> memory;
 };

@@ -1,5 +1,6 @@
 #include "scr/parser/Parser.h"
 
+#include <array>
 #include <chrono>
 #include <string_view>
 #include <utility>
@@ -8,6 +9,7 @@
 #include "fnd/ForkGuard.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
+#include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
@@ -73,13 +75,22 @@ public:
     }
 
     // Parses `text`, followed by `tail`, in the mode given by the word at the start of `head`.
-    bool parse(std::string_view head, std::string_view text, std::string_view tail = {}) {
+    // `isTolerant`: goes on after errors.
+    bool parse(std::string_view head, std::string_view text, std::string_view tail = {},
+               bool isTolerant = false) {
+        ownContext_.recovery.isTolerant = ownContext_.isWatched = isTolerant;
         SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
         try {
-            const bool isParsed = SCR_parse(lexer) == 0;
+            const bool isParsed = SCR_parse(lexer) == 0 && ownContext_.recovery.errors == 0;
             actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
             ownContext_.lexer = nullptr;
+            if (isTolerant) {
+                const Analyses* const analyses = actInterpreterG->analyses();
+                ownContext_.recovery.lint.report(
+                    *actInterpreterG, {head, text, tail},
+                    isParsed && analyses != nullptr ? &analyses->usage : nullptr);
+            }
             return isParsed;
         } catch (const SCR::ScriptStopped&) {
             pending_.stoppedAt(lexer.fileName(), lexer.line());
@@ -100,8 +111,18 @@ private:
 
 // Calls parse(pending), which takes the parse lock, and after releasing it builds what is pending.
 template <class Parse>
-bool parseAndBuild(SCR::Interpreter& interpreter, Parse parse) {
+bool parseAndBuild(SCR::Interpreter& interpreter, std::array<std::string_view, 3> parts,
+                   Parse parse) {
     PendingBuilds pending(interpreter);
+    pending.completer(
+        [&](const Messages::Message& message, std::string_view at, Diagnostic& diagnostic) {
+            Scout scout(parts[0], parts[1], parts[2]);
+            if (at.data() != nullptr) scout.readTo(at.data());
+            Fault fault;
+            fault.message = message;
+            fault.spans.push_back({at.data(), at.data() + at.size()});
+            Advice(interpreter, scout, fault, diagnostic).give();
+        });
     bool isParsed = false;
     try {
         isParsed = parse(pending);
@@ -112,32 +133,60 @@ bool parseAndBuild(SCR::Interpreter& interpreter, Parse parse) {
     return pending.finish() && isParsed;
 }
 
+void reportError(const Messages::Message& message, const CustomLexer* lexer) {
+    Diagnostic diagnostic;
+    diagnostic.code = codeName(message.code);
+    if (const MessagePage* const page = messagePage(message.code)) {
+        diagnostic.severity = page->severity;
+    }
+    diagnostic.logSeverity = FND::Status::Error;
+    diagnostic.text = "ERROR: " + message.text;
+    if (lexer != nullptr) {
+        diagnostic.text = Messages::error(lexer->fileName(), lexer->line(), message.text);
+        diagnostic.place = {lexer->fileName(), lexer->line(), 0, 0};
+    }
+    if (parseContextG != nullptr) {
+        Fault& fault = parseContextG->recovery.fault;
+        fault = {};
+        fault.message = message;
+    }
+    actInterpreterG->diagnose(std::move(diagnostic));
+}
+
 }  // namespace
 
 bool SCR_parseScript(SCR::Interpreter& interpreter, const SCR::ExpandedText& text) {
-    return parseAndBuild(interpreter, [&](PendingBuilds& pending) {
+    const FND::String head = "RESULTS: " + text.head;
+    return parseAndBuild(interpreter, {head, text.body, text.tail}, [&](PendingBuilds& pending) {
         ParseScope scope(interpreter, nullptr, pending);
-        return scope.parse("RESULTS: " + text.head, text.body, text.tail);
+        return scope.parse(head, text.body, text.tail, interpreter.isChecking());
     });
 }
 
 bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& target,
                         const SCR::ExpandedText& text) {
-    return parseAndBuild(interpreter, [&](PendingBuilds& pending) {
+    const FND::String head = "CONDITIONS: " + text.head;
+    return parseAndBuild(interpreter, {head, text.body, text.tail}, [&](PendingBuilds& pending) {
         ParseScope scope(interpreter, &target, pending);
-        return scope.parse("CONDITIONS: " + text.head, text.body, text.tail);
+        return scope.parse(head, text.body, text.tail);
     });
 }
 
 bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,
                     std::unique_ptr<SCR::BoolNode>& query) {
     std::unique_ptr<SCR::BoolNode> parsed;
-    const bool isGood = parseAndBuild(interpreter, [&](PendingBuilds& pending) {
+    constexpr std::string_view head = "QUERY: ";
+    const bool isGood = parseAndBuild(interpreter, {head, text, {}}, [&](PendingBuilds& pending) {
         ParseScope scope(interpreter, nullptr, pending);
-        if (!scope.parse("QUERY: ", text)) return false;
+        if (!scope.parse(head, text)) return false;
         const int type = stackG->popType();
         if (SCR::Node::baseType(type) != SCR::TypeCode::Bool) {
-            interpreter.logError(SCR::Messages::whereClause(type));
+            const Messages::Message message = Messages::whereClause(type);
+            Diagnostic diagnostic;
+            diagnostic.code = codeName(message.code);
+            diagnostic.text = message.text;
+            pending.complete(message, text, diagnostic);
+            interpreter.diagnose(std::move(diagnostic));
             return false;
         }
         parsed = stackG->pop<SCR::BoolNode>();
@@ -153,9 +202,13 @@ bool SCR_parseMapping(SCR::Interpreter& /*interpreter*/, const FND::String& /*te
 
 void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
     if (actInterpreterG == nullptr) return;
-    actInterpreterG->logError(lexer != nullptr
-                                  ? Messages::error(lexer->fileName(), lexer->line(), message)
-                                  : "ERROR: " + message);
+    reportError({.code = MessageCode::HostContract, .text = message}, lexer);
+}
+
+std::string_view SCR::parsedText() {
+    if (parseContextG == nullptr || parseContextG->lexer == nullptr) return {};
+    const Span about = parseContextG->about;
+    return about.begin != nullptr ? about.text() : parseContextG->lexer->token();
 }
 
 int SCR::parsedLine() {
@@ -172,5 +225,12 @@ FND::String SCR::parsedFile() {
 
 bool SCR_YaccError(const FND::String& message) {
     SCR::YaccError(message, parseContextG != nullptr ? parseContextG->lexer : nullptr);
+    return false;
+}
+
+bool SCR_YaccError(const Messages::Message& message) {
+    if (actInterpreterG != nullptr) {
+        reportError(message, parseContextG != nullptr ? parseContextG->lexer : nullptr);
+    }
     return false;
 }

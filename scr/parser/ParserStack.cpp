@@ -1,5 +1,7 @@
 #include "scr/parser/ParserStack.h"
 
+#include <algorithm>
+
 #include <cstdio>
 #include <ostream>
 
@@ -46,6 +48,13 @@ void ParserStack::clear() {
     types_.clear();
     functions_.clear();
     numParams_.clear();
+}
+
+void ParserStack::clearTo(std::size_t functions) {
+    data_.clear();
+    types_.clear();
+    functions_.resize(std::min(functions, functions_.size()));
+    numParams_.resize(std::min(functions, numParams_.size()));
 }
 
 void ParserStack::print(std::ostream& stream) const {

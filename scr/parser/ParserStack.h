@@ -63,6 +63,8 @@ public:
     /// Pops the top type word; 0 after a message on standard error when there is none.
     int popType() { return pop(types_, typesCM, typeFloor_); }
     int topType() const { return top(types_, typesCM, typeFloor_); }
+    /// The type word below the top one; 0 when there is none.
+    int typeBelow() const { return types_.size() > typeFloor_ + 1 ? types_[types_.size() - 2] : 0; }
     /// The common type of the whole type stack; 0 when it is empty, the unchanged top entry when
     /// there is no common type.
     int superType() const;
@@ -103,6 +105,8 @@ public:
 
     /// Destroys the nodes held and empties all four stacks.
     void clear();
+    /// The same, but keeps the lowest `functions` descriptors and counts.
+    void clearTo(std::size_t functions);
 
     /// Whether all four stacks are empty.
     bool isEmpty() const {

@@ -12,7 +12,9 @@
 #include <utility>
 
 #include "scr/Capabilities.h"
+#include "scr/Diagnostic.h"
 #include "scr/Log.h"
+#include "scr/message/Codes.h"
 #include "scr/os/FileAccess.h"
 #include "scr/parser/Crypt.h"
 #include "scr/run/CountedWork.h"
@@ -151,7 +153,10 @@ Reading readFile(const FileAccess& files, const FND::String& path, std::size_t m
 }  // namespace
 
 PreProFileData::PreProFileData(FND::String name, FND::String content) : name_(std::move(name)) {
-    if (!Crypt::decrypt(content, text_)) text_ = std::move(content);
+    if (Crypt::decrypt(content, text_)) return;
+    // Some editors put a byte order mark before a text.
+    if (content.starts_with("\xEF\xBB\xBF")) content.erase(0, 3);
+    text_ = std::move(content);
 }
 
 PreProFileData PreProFileData::mainText(const FND::String& content) {
@@ -217,6 +222,9 @@ Preprocessor::Preprocessor(Log* log, PreprocessorOptions options)
     for (FND::String& directory : split(directories ? directories : ".", ';')) {
         options_.searchPath.push_back(std::move(directory));
     }
+    for (const FND::String& directory : options_.lastSearchPath) {
+        options_.searchPath.push_back(directory);
+    }
 }
 
 bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
@@ -233,6 +241,8 @@ bool Preprocessor::preprocess(const FND::String& text, FND::String& output) {
 
 bool Preprocessor::expand(const FND::String& text, ExpandedText& output) {
     includedNames_.clear();
+    line_.clear();
+    hasSearched_ = false;
     fileStack_.clear();
     chargedBytes_ = 0;
     limitExceeded_ = false;
@@ -259,7 +269,9 @@ bool Preprocessor::expand(const FND::String& text, ExpandedText& output) {
             fileStack_.pop_back();
         } else if (isIncludeLine(line, name)) {
             chargedBytes_ -= line.size() + 1;
+            line_ = line;
             if (!appendLineMark(expanded, 1, name) || !include(name)) return false;
+            line_.clear();
         }
     }
     output = {{}, {}, {}, std::move(expanded)};
@@ -310,6 +322,7 @@ bool Preprocessor::include(const FND::String& name) {
     }
     switch (reading) {
         case Reading::Absent:
+            hasSearched_ = !name.starts_with('/');
             return fail(
                 "failed to open include file `" + name + "'" +
                 (files.isByDirectories() ? " in the directories allowed for includes" : ""));
@@ -356,7 +369,31 @@ bool Preprocessor::fail(const FND::String& message) {
 }
 
 void Preprocessor::report(const FND::String& message, FND::Status::Severity severity) {
-    if (log_) log_->log(message, severity);
+    if (log_ == nullptr) return;
+    Diagnostic diagnostic;
+    diagnostic.severity = diagnostic.logSeverity = severity;
+    diagnostic.code =
+        codeName(severity < FND::Status::Error ? MessageCode::IncludedTwice : MessageCode::Include);
+    diagnostic.text = message;
+    if (!fileStack_.empty() && !line_.empty()) {
+        PreProFileData& file = fileStack_.back();
+        const std::size_t quote = line_.find('"');
+        const auto column = static_cast<int>(std::min<std::size_t>(quote, 200)) + 1;
+        const std::size_t length = line_.rfind('"') - quote + 1;
+        diagnostic.place = {file.name(), static_cast<int>(file.lineIndex()), column,
+                            static_cast<int>(std::min<std::size_t>(length, 200))};
+        constexpr std::size_t mostShown = 400;
+        diagnostic.source = line_.substr(0, mostShown);
+        for (std::size_t i = fileStack_.size() - 1; i > 0; --i) {
+            PreProFileData& outer = fileStack_[i - 1];
+            diagnostic.notes.push_back(
+                {"included here", {outer.name(), static_cast<int>(outer.lineIndex()), 0, 0}});
+        }
+    }
+    for (std::size_t i = 0; hasSearched_ && i < options_.searchPath.size(); ++i) {
+        diagnostic.notes.push_back({"looked for in `" + options_.searchPath[i] + "`", {}});
+    }
+    log_->diagnose(diagnostic);
 }
 
 }  // namespace SCR

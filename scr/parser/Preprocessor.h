@@ -22,7 +22,8 @@ struct Capabilities;
 class KESTREL_API PreProFileData {
 public:
     /// `name` is the include name as written, empty for the main text. A `content` in the scrambled
-    /// form is converted to its plain text first; any other is used unchanged.
+    /// form is converted to its plain text first; any other is used without the byte order mark
+    /// that may precede it.
     PreProFileData(FND::String name, FND::String content);
     /// The main text, which is not copied and must outlive this object if it is not scrambled.
     static PreProFileData mainText(const FND::String& content);
@@ -75,6 +76,8 @@ struct ExpandedText {
 struct PreprocessorOptions {
     /// Directories that are searched, in this order, before those of KESTREL_INCLUDE.
     std::vector<FND::String> searchPath;
+    /// Directories that are searched after those.
+    std::vector<FND::String> lastSearchPath;
     /// The most bytes that the expanded text may have, 0 for no limit. Checked before memory is
     /// taken: the text of a file counts as soon as it is included. A scrambled file may take twice
     /// as much while it is read.
@@ -140,6 +143,8 @@ private:
     bool charge(std::size_t bytes);
     bool failForSize();
     bool fail(const FND::String& message);
+    // Logs a message about the include line that was handed out last. The notes tell where files
+    // are looked for if they were.
     void report(const FND::String& message, FND::Status::Severity severity);
 
     Log* log_;  // not owned
@@ -148,6 +153,8 @@ private:
     std::vector<PreProFileData> fileStack_;  // the innermost file last
     std::size_t chargedBytes_ = 0;           // written text and text waiting in the file stack
     bool limitExceeded_ = false;
+    FND::String line_;  // the include line being replaced
+    bool hasSearched_ = false;
 };
 
 }  // namespace SCR

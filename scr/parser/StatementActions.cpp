@@ -110,7 +110,13 @@ std::unique_ptr<Node> bindReturnValue() {
 }  // namespace
 
 bool SCR_returnStatement(bool withValue) {
-    if (parseContextG->function == nullptr) return SCR_YaccError(Messages::illegalReturn);
+    if (parseContextG->function == nullptr || parseContextG->isLostFunction) {
+        if (parseContextG->recovery.lostFunctions == 0) {
+            return SCR_YaccError(Messages::illegalReturn);
+        }
+        parseContextG->isLost = true;
+        return true;
+    }
     std::unique_ptr<Node> value;
     if (withValue) {
         value = bindReturnValue();

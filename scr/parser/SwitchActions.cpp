@@ -51,6 +51,16 @@ bool SCR_regExprSwitchStatement() {
 bool SCR_caseStatement() {
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.nextWay(); });
     SwitchCase* const open = openSwitch();
+    if (open != nullptr && parseContextG->recovery.lostSwitches.contains(open) &&
+        Node::baseType(stackG->topType()) != TypeCode::String) {
+        parseContextG->isLost = true;
+        return true;
+    }
+    if (parseContextG->isWatched && dynamic_cast<RegExprSwitchCase*>(open) != nullptr &&
+        Node::isConst(stackG->topType()) && Node::baseType(stackG->topType()) == TypeCode::String) {
+        parseContextG->recovery.lint.pattern(parseContextG->about,
+                                             static_cast<StringNode&>(*stackG->data()).result());
+    }
     return open != nullptr && open->nextCase(*stackG);
 }
 

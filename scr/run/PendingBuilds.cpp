@@ -24,25 +24,27 @@ void PendingBuilds::add(std::shared_ptr<PendingBuild> build, std::size_t step) {
     // A parse usually stays in one file for a long time.
     FND::String file = parsedFile();
     if (files_.empty() || files_.back() != file) files_.push_back(std::move(file));
-    entries_.push_back(
-        {std::move(build), step, static_cast<std::uint32_t>(files_.size() - 1), parsedLine()});
+    entries_.push_back({std::move(build), step, static_cast<std::uint32_t>(files_.size() - 1),
+                        parsedLine(), parsedText()});
 }
 
-void PendingBuilds::hold(const FND::String& message, FND::Status::Severity severity) {
-    messages_.push_back({message, severity});
-    entries_.push_back({nullptr, messages_.size() - 1, 0, 0});
+void PendingBuilds::hold(Diagnostic diagnostic) {
+    messages_.push_back(std::move(diagnostic));
+    entries_.push_back({nullptr, messages_.size() - 1, 0, 0, {}});
 }
 
 bool PendingBuilds::finish() {
     release();
+    bool isGood = true;
     for (Entry& entry : entries_) {
         if (entry.build == nullptr) {
             log(entry);
         } else if (!build(entry)) {
-            return false;
+            isGood = false;
+            if (!interpreter_.isChecking()) break;
         }
     }
-    return true;
+    return isGood;
 }
 
 void PendingBuilds::abandon() {
@@ -53,17 +55,31 @@ void PendingBuilds::abandon() {
 }
 
 void PendingBuilds::log(const Entry& entry) {
-    const Message& message = messages_[entry.step];
-    interpreter_.log(message.text, message.severity);
+    interpreter_.diagnose(std::move(messages_[entry.step]));
 }
 
 bool PendingBuilds::build(Entry& entry) {
     const FND::String& file = files_[entry.file];
     try {
         const auto failure = entry.build->build(&interpreter_, entry.step, file);
+        for (const PendingBuild::Warning& warning : entry.build->takeWarnings()) {
+            Diagnostic diagnostic;
+            diagnostic.severity = diagnostic.logSeverity = FND::Status::Warning;
+            diagnostic.code = codeName(warning.message.code);
+            diagnostic.text = Messages::warning(file, warning.message.text);
+            diagnostic.place = {file, warning.line, 0, 0};
+            if (warning.at.data() != nullptr) complete(warning.message, warning.at, diagnostic);
+            interpreter_.diagnose(std::move(diagnostic));
+        }
         entry.build.reset();
-        if (failure) interpreter_.logError(Messages::error(file, entry.line, *failure));
-        return !failure;
+        if (!failure) return true;
+        Diagnostic diagnostic;
+        diagnostic.code = codeName(failure->code);
+        diagnostic.text = Messages::error(file, entry.line, failure->text);
+        diagnostic.place = {file, entry.line, 0, 0};
+        complete(*failure, entry.at, diagnostic);
+        interpreter_.diagnose(std::move(diagnostic));
+        return false;
     } catch (const ScriptStopped&) {
         stoppedAt(file, entry.line);
         throw;

@@ -3,12 +3,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
-#include "fnd/Status.h"
 #include "fnd/String.h"
+#include "scr/Diagnostic.h"
+#include "scr/message/Messages.h"
 
 namespace SCR {
 
@@ -17,6 +20,9 @@ class ScriptStopped;
 
 /// The interpreter whose text is being parsed, or null. Set by the parser, under its lock.
 extern Interpreter* actInterpreterG;
+
+/// What is being compiled, or else the token read last; empty outside of a parse. The parser's.
+std::string_view parsedText();
 
 /// A part of a compiled script that may take long to build, such as an automaton. Shared by the
 /// node that uses it and by the list of pending builds.
@@ -27,10 +33,18 @@ public:
     PendingBuild& operator=(const PendingBuild&) = delete;
     virtual ~PendingBuild() = default;
 
+    struct Warning {
+        Messages::Message message;  ///< its text as the log takes it
+        std::string_view at;
+        int line;
+    };
+
     /// Does the step for one place in the text, which lies in `file`. Gives the message of a
     /// failure. `interpreter` is null when a host builds nodes of its own, outside of a parse.
-    virtual std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
-                                             const FND::String& file) = 0;
+    virtual std::optional<Messages::Message> build(Interpreter* interpreter, std::size_t step,
+                                                   const FND::String& file) = 0;
+    /// The warnings of the steps so far, which are then forgotten.
+    virtual std::vector<Warning> takeWarnings() { return {}; }
 };
 
 /// The work of a compile after its parse, when others may parse again: it builds what takes long
@@ -47,7 +61,16 @@ public:
     /// Notes a step for the current place of the parser.
     void add(std::shared_ptr<PendingBuild> build, std::size_t step);
     /// Notes a message.
-    void hold(const FND::String& message, FND::Status::Severity severity);
+    void hold(Diagnostic diagnostic);
+    /// The messages noted so far, which may still be completed.
+    std::vector<Diagnostic>& messages() { return messages_; }
+    /// Completes a message about the stretch `at` of the text.
+    using Completer = std::function<void(const Messages::Message& message, std::string_view at,
+                                         Diagnostic& diagnostic)>;
+    void completer(Completer completer) { completer_ = std::move(completer); }
+    void complete(const Messages::Message& message, std::string_view at, Diagnostic& diagnostic) {
+        if (completer_) completer_(message, at, diagnostic);
+    }
 
     /// Builds everything and logs everything. False after the message of the first build that
     /// failed; whatever comes after it in the text is dropped.
@@ -64,10 +87,7 @@ private:
         std::size_t step;                     // of the build, or the number of the message
         std::uint32_t file;
         std::int32_t line;
-    };
-    struct Message {
-        FND::String text;
-        FND::Status::Severity severity;
+        std::string_view at;  // the token read last
     };
 
     void release();
@@ -77,7 +97,8 @@ private:
     Interpreter& interpreter_;
     PendingBuilds* const outer_;
     std::deque<Entry> entries_;
-    std::vector<Message> messages_;
+    std::vector<Diagnostic> messages_;
+    Completer completer_;
     std::vector<FND::String> files_;
 };
 

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "scr/Diagnostic.h"
 #include "scr/Interpreter.h"
+#include "scr/message/Codes.h"
 #include "scr/run/PlaceTable.h"
 
 namespace SCR {
@@ -255,10 +257,17 @@ void RunControl::report(const ScriptStopped& stopped) {
     if (message_.empty()) return;
     const FND::String message = std::exchange(message_, {});
     const FND::String prefix = std::exchange(prefix_, {});
-    interpreter_.logError(
+    Diagnostic diagnostic;
+    diagnostic.code = codeName(MessageCode::Stopped);
+    diagnostic.text =
         "ERROR: " +
         (stopped.place() != nullptr ? interpreter_.places().prefix(stopped.place()) : prefix) +
-        "script stopped: " + message);
+        "script stopped: " + message;
+    const PlaceTable& places = interpreter_.places();
+    const PlaceTable::Place* const place =
+        stopped.place() != nullptr ? places.find(stopped.place()) : nullptr;
+    if (place != nullptr) diagnostic.place = {places.fileName(*place), place->line, 0, 0};
+    interpreter_.diagnose(std::move(diagnostic));
 }
 
 }  // namespace SCR

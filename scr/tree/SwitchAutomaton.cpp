@@ -1,5 +1,7 @@
 #include "scr/tree/SwitchAutomaton.h"
 
+#include <algorithm>
+#include <map>
 #include <utility>
 
 #include "fsm/Analysis.h"
@@ -18,15 +20,22 @@ constexpr std::size_t maxAnalysedStatesS = 20000;
 // Warnings for one switch; the others are only counted.
 constexpr std::size_t maxWarningsS = 50;
 
+Messages::Message tooLarge(const FND::String& error) {
+    return {.code = MessageCode::PatternSize, .text = error};
+}
+
 }  // namespace
 
 void SwitchAutomaton::add(std::unique_ptr<StringNode> label, int line) {
     lines_.push_back(line);
+    if (actInterpreterG != nullptr && actInterpreterG->isChecking()) {
+        places_.push_back(parsedText());
+    }
     labels_.push_back(std::move(label));
 }
 
-std::optional<FND::String> SwitchAutomaton::build(Interpreter* interpreter, std::size_t step,
-                                                  const FND::String& file) {
+std::optional<Messages::Message> SwitchAutomaton::build(Interpreter* interpreter, std::size_t step,
+                                                        const FND::String& /*file*/) {
     std::optional<AutomataScope> scope;
     if (interpreter != nullptr) scope.emplace(*interpreter);
     if (!group_) {
@@ -34,24 +43,31 @@ std::optional<FND::String> SwitchAutomaton::build(Interpreter* interpreter, std:
         group_->stateLimit(stateLimit_);
         if (interpreter != nullptr) group_->byteLimit(interpreter->limits().patternBytes());
     }
-    if (step != finalStep) return insert(labels_[step]->result());
-    if (!group_->finalSetup()) return group_->error();
+    if (step != finalStep) {
+        auto failure = insert(labels_[step]->result());
+        isRefused_ = isRefused_ || failure;
+        return failure;
+    }
+    if (isRefused_) return std::nullopt;  // told already
+    if (!group_->finalSetup()) return tooLarge(group_->error());
     if (interpreter != nullptr && interpreter->isChecking()) {
-        warnOfUnreached(*interpreter, file);
+        warnOfUnreached();
     }
     decltype(labels_)().swap(labels_);
     decltype(lines_)().swap(lines_);
     return std::nullopt;
 }
 
-std::optional<FND::String> SwitchAutomaton::insert(const FND::String& pattern) {
+std::optional<Messages::Message> SwitchAutomaton::insert(const FND::String& pattern) {
     FND::String error;
-    if (!FSM::checkPattern(pattern, error)) return Messages::illegalRegularExpression(pattern);
-    if (!group_->insertPattern(pattern)) return group_->error();
+    if (!FSM::checkPattern(pattern, error)) {
+        return Messages::illegalRegularExpression(pattern, error);
+    }
+    if (!group_->insertPattern(pattern)) return tooLarge(group_->error());
     return std::nullopt;
 }
 
-void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::String& file) const {
+void SwitchAutomaton::warnOfUnreached() {
     if (group_->stateCount() > maxAnalysedStatesS) return;
     const std::optional<FSM::Analysis> analysis = FSM::analyse(*group_, 0);
     if (!analysis) return;
@@ -61,8 +77,36 @@ void SwitchAutomaton::warnOfUnreached(Interpreter& interpreter, const FND::Strin
         sentences.resize(maxWarningsS);
         sentences.push_back(std::to_string(rest) + " more cases are never reached");
     }
+    // In the order of the sentences.
+    std::map<std::int32_t, FND::String> reasons;
+    const auto named = [&](std::int32_t path) {
+        const auto index = static_cast<std::size_t>(path);
+        return index < labels_.size()
+                   ? "`" + labels_[index]->result() + "` in line " + std::to_string(lines_[index])
+                   : FND::String();
+    };
+    for (const std::int32_t path : analysis->empty) reasons[path] = "it matches no text";
+    for (const FSM::Analysis::Shadowed& shadowed : analysis->shadowed) {
+        constexpr std::size_t mostNamed = 5;
+        FND::String& reason = reasons[shadowed.path];
+        for (std::size_t i = 0; i < std::min(shadowed.by.size(), mostNamed); ++i) {
+            reason += (i == 0 ? "" : ", ") + named(shadowed.by[i]);
+        }
+        reason +=
+            shadowed.by.size() == 1 ? " matches all its texts" : " together match all its texts";
+    }
+    auto reason = reasons.begin();
     for (const FND::String& sentence : sentences) {
-        interpreter.log(Messages::warning(file, sentence), FND::Status::Warning);
+        Warning warning{{.code = MessageCode::CaseNotReached, .text = sentence}, {}, 0};
+        if (reason != reasons.end()) {
+            const auto index = static_cast<std::size_t>(reason->first);
+            warning.message.reason =
+                "the case `" + labels_[index]->result() + "` is never reached: " + reason->second;
+            warning.line = lines_[index];
+            if (index < places_.size()) warning.at = places_[index];
+            ++reason;
+        }
+        warnings_.push_back(std::move(warning));
     }
 }
 

@@ -5,6 +5,8 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "fsm/EngineGroup.h"
@@ -27,8 +29,9 @@ public:
     /// The number of labels added.
     std::size_t size() const { return labels_.size(); }
 
-    std::optional<FND::String> build(Interpreter* interpreter, std::size_t step,
-                                     const FND::String& file) override;
+    std::optional<Messages::Message> build(Interpreter* interpreter, std::size_t step,
+                                           const FND::String& file) override;
+    std::vector<Warning> takeWarnings() override { return std::exchange(warnings_, {}); }
 
     /// The number of the first label that matches `text`, or -1.
     std::int32_t first(const FND::String& text) const { return group_->firstPath(text); }
@@ -36,14 +39,17 @@ public:
     std::int32_t firstOfLarge(const FND::String& text) const;
 
 private:
-    std::optional<FND::String> insert(const FND::String& pattern);
+    std::optional<Messages::Message> insert(const FND::String& pattern);
     // Warns about the cases that no text reaches.
-    void warnOfUnreached(Interpreter& interpreter, const FND::String& file) const;
+    void warnOfUnreached();
 
     const std::size_t stateLimit_;
+    bool isRefused_ = false;  // a pattern was refused
     std::optional<FSM::EngineGroup> group_;
     std::vector<std::unique_ptr<StringNode>> labels_;  // until the set-up
     std::vector<std::int32_t> lines_;                  // until the set-up
+    std::vector<std::string_view> places_;             // of the labels, while a script is checked
+    std::vector<Warning> warnings_;
 };
 
 }  // namespace SCR

@@ -103,6 +103,15 @@ Extension* SymbolTable::extension(const FND::String& name) const {
     return nullptr;
 }
 
+void SymbolTable::visitNames(
+    const std::function<void(const FND::String& name, const FND::String& extension)>& visit) const {
+    for (const auto& [name, constant] : globalIdentifiers_) visit(name, {});
+    for (const std::unique_ptr<Extension>& extension : extensions_) {
+        const FND::String module = extension->extensionName();
+        extension->visitNames([&](const FND::String& name) { visit(name, module); });
+    }
+}
+
 void SymbolTable::insertExtension(Extension* extension) {
     makeRoom(extensions_);
     extensions_.emplace_back(extension);

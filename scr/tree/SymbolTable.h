@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -51,6 +52,11 @@ public:
     Extension* extension(const FND::String& name) const;
     /// Takes ownership of the extension; when it throws, the caller still owns it.
     void insertExtension(Extension* extension);
+
+    /// Calls visit(name, extension's name) for the names of the host's constants, whose extension
+    /// is "", of the built-in library and of host extensions.
+    void visitNames(const std::function<void(const FND::String& name,
+                                             const FND::String& extension)>& visit) const;
 
     /// The memory of the script's variables outside the variables themselves, in bytes.
     std::size_t heapBytes() const;

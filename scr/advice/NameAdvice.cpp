@@ -1,0 +1,258 @@
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <utility>
+
+#include "Grammar.h"
+#include "scr/Interpreter.h"
+#include "scr/MainExtension.h"
+#include "scr/Variable.h"
+#include "scr/advice/Advice.h"
+
+// What is meant by a name that means nothing.
+
+namespace SCR {
+
+namespace {
+
+FND::String quoted(std::string_view text) { return "`" + FND::String(text) + "`"; }
+
+FND::String lowered(std::string_view text) {
+    FND::String lower(text);
+    for (char& byte : lower) {
+        if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
+    }
+    return lower;
+}
+
+// The number of letters to insert, remove, change or exchange; more than `most` when there are
+// more.
+std::size_t distance(std::string_view a, std::string_view b, std::size_t most) {
+    constexpr std::size_t longest = 64;
+    if (a.size() > longest || b.size() > longest) return most + 1;
+    if (std::max(a.size(), b.size()) - std::min(a.size(), b.size()) > most) return most + 1;
+    std::array<std::array<std::size_t, longest + 1>, 3> rows{};
+    for (std::size_t j = 0; j <= b.size(); ++j) rows[0][j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        auto& row = rows[i % 3];
+        const auto& above = rows[(i - 1) % 3];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            row[j] = std::min(
+                {above[j] + 1, row[j - 1] + 1, above[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                row[j] = std::min(row[j], rows[(i - 2) % 3][j - 2] + 1);
+            }
+        }
+    }
+    return rows[a.size() % 3][b.size()];
+}
+
+struct Habit {
+    std::string_view word;
+    std::string_view says;
+    std::string_view instead = {};  // what to write, when it is a word
+};
+
+constexpr std::string_view typesS =
+    "the types are Long, Decimal, String, Bool, Date, File and Nexid";
+
+// Words of other languages.
+constexpr Habit habitsS[] = {
+    {"int", typesS, "Long"},
+    {"integer", typesS, "Long"},
+    {"long", typesS, "Long"},
+    {"short", typesS, "Long"},
+    {"unsigned", typesS, "Long"},
+    {"number", typesS, "Decimal"},
+    {"float", typesS, "Decimal"},
+    {"double", typesS, "Decimal"},
+    {"real", typesS, "Decimal"},
+    {"str", typesS, "String"},
+    {"string", typesS, "String"},
+    {"char", typesS, "String"},
+    {"bool", typesS, "Bool"},
+    {"boolean", typesS, "Bool"},
+    {"date", typesS, "Date"},
+    {"datetime", typesS, "Date"},
+    {"var", "a variable is declared with its type, as in `Long n = 0;`"},
+    {"let", "a variable is declared with its type, as in `Long n = 0;`"},
+    {"auto", "a variable is declared with its type, as in `Long n = 0;`"},
+    {"void", "a function without a result is declared without a type, as in `function f { ... }`"},
+    {"def", "a function is declared by `function`", "function"},
+    {"func", "a function is declared by `function`", "function"},
+    {"fn", "a function is declared by `function`", "function"},
+    {"sub", "a function is declared by `function`", "function"},
+    {"elif", "an `if` goes on with `else if`", "else if"},
+    {"elsif", "an `if` goes on with `else if`", "else if"},
+    {"elseif", "an `if` goes on with `else if`", "else if"},
+    {"not", "there is no `not`: compare with false, as in `done == false`"},
+    {"xor", "there is no `xor`: compare the two by `!=`"},
+    {"then", "there is no `then`: the statement follows at once"},
+    {"begin", "statements are put together by `{` and `}`"},
+    {"end", "statements are put together by `{` and `}`"},
+    {"endif", "statements are put together by `{` and `}`"},
+    {"null", "there is no null: a variable has a value of its type from the start"},
+    {"nil", "there is no null: a variable has a value of its type from the start"},
+    {"none", "there is no null: a variable has a value of its type from the start"},
+    {"undefined", "there is no null: a variable has a value of its type from the start"},
+    {"continue", "there is no `continue`: put the rest of the loop into an `if`"},
+    {"foreach", "there is no `foreach`: count through the array by `for`", "for"},
+    {"until", "there is no `until`: use `while` with the opposite condition", "while"},
+    {"unless", "there is no `unless`: use `if` with the opposite condition", "if"},
+    {"goto", "there is no `goto`"},
+    {"print", "texts are printed by `logStdout`", "logStdout"},
+    {"println", "texts are printed by `logStdout`, and a line end is written `\\n`", "logStdout"},
+    {"printf", "texts are printed by `logStdout`", "logStdout"},
+    {"echo", "texts are printed by `logStdout`", "logStdout"},
+    {"puts", "texts are printed by `logStdout`", "logStdout"},
+    {"console.log", "texts are printed by `logStdout`", "logStdout"},
+    {"try", "there are no exceptions: functions give a value that says that they failed"},
+    {"throw", "there are no exceptions: functions give a value that says that they failed"},
+    {"import", "a file is included by `include \"name\";`, a library by `use name;`"},
+    {"require", "a file is included by `include \"name\";`, a library by `use name;`"},
+    {"class", "there are no classes"},
+    {"struct", "there are no structures: use several variables, or a hash"},
+    {"len", "the length of a text is given by `strLength`", "strLength"},
+    {"length", "the length of a text is given by `strLength`", "strLength"},
+    {"strlen", "the length of a text is given by `strLength`", "strLength"},
+    {"substr", "a part of a text is given by `strSubstr`", "strSubstr"},
+    {"substring", "a part of a text is given by `strSubstr`", "strSubstr"},
+};
+
+constexpr std::string_view wordsS[] = {
+    "if",   "else",  "while",  "for",   "do",      "switch",   "regExprSwitch",
+    "case", "break", "return", "const", "default", "function", "use",
+    "true", "false", "and",    "or",    "Long",    "Decimal",  "String",
+    "Bool", "Date",  "File",   "Nexid", "include"};
+
+}  // namespace
+
+FND::String nearestName(std::string_view name, const std::vector<FND::String>& candidates) {
+    const std::size_t most = name.size() < 3 ? 0 : name.size() < 6 ? 1 : name.size() < 10 ? 2 : 3;
+    const FND::String lower = lowered(name);
+    FND::String best;
+    std::size_t least = 2 * most + 2;
+    for (const FND::String& candidate : candidates) {
+        if (candidate == name) continue;
+        // Upper and lower case are the smallest difference.
+        const std::size_t found = 2 * distance(lower, lowered(candidate), most) +
+                                  (candidate.size() != name.size() ? 1 : 0);
+        if (found < least || (found == least && !best.empty() && candidate < best)) {
+            least = found;
+            best = candidate;
+        }
+    }
+    return best;
+}
+
+void Advice::name() {
+    const Messages::Message& message = fault_.message;
+    const Span span = fault_.spans.empty() ? Span() : fault_.spans[0];
+    const Scout::Token next =
+        scout_.token().span.begin == span.begin ? scout_.next() : scout_.token();
+    const bool isCall = next.code == SCR_OPEN_PARENTHESIS;
+    const FND::String lower = lowered(message.name);
+
+    if (!message.module.empty()) {
+        std::vector<FND::String> modules;
+        std::vector<FND::String> names;
+        interpreter_.visitNames([&](const FND::String& name, const FND::String& extension) {
+            if (modules.empty() || modules.back() != extension) modules.push_back(extension);
+            if (extension == message.module) names.push_back(name);
+        });
+        const bool isKnown =
+            const_cast<Interpreter&>(interpreter_).extension(message.module) != nullptr;
+        if (isKnown) {
+            const FND::String nearest = nearestName(message.name, names);
+            say(MessageCode::UnknownName, span,
+                "the module " + quoted(message.module) + " has no " + quoted(message.name));
+            if (!nearest.empty()) {
+                cureBy({span.end - message.name.size(), span.end}, nearest);
+                diagnostic_.cure = "did you mean " + quoted(message.module + "::" + nearest) + "?";
+            }
+            return;
+        }
+        const FND::String nearest = nearestName(message.module, modules);
+        say(MessageCode::UnknownModule, {span.begin, span.begin + message.module.size()},
+            "there is no module " + quoted(message.module) + ": is a `use " + message.module +
+                ";` missing?",
+            nearest.empty() ? "" : "did you mean " + quoted(nearest + "::" + message.name) + "?");
+        return;
+    }
+
+    FND::String explanation = "unknown name " + quoted(message.name);
+    if (lower == "include") {
+        say(MessageCode::Include, span,
+            "an include line is written `include \"name\";`, alone in its line");
+        return;
+    }
+    for (const std::string_view word : wordsS) {
+        if (message.name != word && lower == lowered(word)) {
+            say(MessageCode::OtherLanguage, span,
+                explanation + "; did you mean " + quoted(word) + "? Upper and lower case differ");
+            cureBy(span, FND::String(word));
+            return;
+        }
+    }
+    // Names in reach, then those of the library and the host.
+    std::vector<FND::String> candidates;
+    const Scout::Declaration* hidden = nullptr;
+    auto& symbols = const_cast<Interpreter&>(interpreter_);
+    for (const Scout::Declaration& declaration : scout_.declarations()) {
+        FND::String name(declaration.name);
+        if (name == message.name) hidden = &declaration;
+        if (symbols.getVariable({}, name) != nullptr) candidates.push_back(std::move(name));
+    }
+    const std::size_t own = candidates.size();
+    interpreter_.visitNames([&](const FND::String& name, const FND::String& /*extension*/) {
+        Variable* const variable = symbols.getVariable({}, name);
+        const bool isFunction =
+            variable != nullptr && Node::baseType(variable->dataType()) == TypeCode::Function;
+        if (isFunction == isCall) candidates.push_back(name);
+    });
+    if (hidden != nullptr && hidden->span.begin != span.begin) {
+        say(MessageCode::UnknownName, span,
+            quoted(message.name) + " is known only inside the block in which it is declared");
+        note("declared here", hidden->span);
+        diagnostic_.cure = "declare it above that block";
+        return;
+    }
+    for (const Habit& habit : habitsS) {
+        if (lower != habit.word) continue;
+        say(MessageCode::OtherLanguage, span, explanation + "; " + FND::String(habit.says));
+        if (!habit.instead.empty()) {
+            cureBy(span, FND::String(habit.instead));
+            diagnostic_.cure = "did you mean " + quoted(habit.instead) + "?";
+        }
+        return;
+    }
+    for (const Scout::Declaration& declaration : scout_.laterDeclarations()) {
+        if (declaration.name != message.name) continue;
+        say(MessageCode::UnknownName, span, quoted(message.name) + " is declared only further down",
+            FND::String("declare ") + (declaration.isFunction ? "a function" : "it") +
+                " above its first use");
+        note("declared here", declaration.span);
+        return;
+    }
+    FND::String nearest = nearestName(
+        message.name, {candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(own)});
+    if (nearest.empty() || lowered(nearest) != lower) {
+        const FND::String other = nearestName(message.name, candidates);
+        if (nearest.empty() || lowered(other) == lower) nearest = other;
+    }
+    if (nearest.empty()) {
+        const bool isFunction = isCall;
+        say(MessageCode::UnknownName, span, explanation,
+            isFunction ? "declare a function of that name above, or see `kestrel functions`"
+                       : "declare it above, as in `Long " + message.name + ";`");
+        return;
+    }
+    const bool isCase = lowered(nearest) == lower;
+    say(MessageCode::UnknownName, span, explanation);
+    cureBy(span, nearest);
+    diagnostic_.cure =
+        "did you mean " + quoted(nearest) + "?" + (isCase ? " Upper and lower case differ." : "");
+}
+
+}  // namespace SCR

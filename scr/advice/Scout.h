@@ -1,0 +1,116 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <deque>
+#include <string_view>
+#include <vector>
+
+#include "fnd/String.h"
+#include "scr/Diagnostic.h"
+#include "scr/parser/CustomLexer.h"
+#include "scr/parser/Span.h"
+
+namespace SCR {
+
+/// Reads the tokens of a text again, after an error, to tell what stands where. It goes over the
+/// text once, however many errors there are.
+class Scout {
+public:
+    struct Token {
+        int code = 0;
+        Span span;
+        std::string_view text() const { return span.text(); }
+        bool is(std::string_view word) const { return text() == word; }
+    };
+    struct Bracket {
+        Token token;
+        Token before;               // the token before it
+        std::size_t indent = 0;     // of the line that it is in
+        std::size_t statement = 0;  // the number of the statement that it is in
+        bool isSwitch = false;      // a brace that begins the cases of a switch
+    };
+    struct Declaration {
+        std::string_view name;
+        Span span;
+        bool isFunction = false;
+    };
+
+    Scout(std::string_view head, std::string_view body, std::string_view tail);
+
+    /// Reads up to and including the token that begins at `begin`.
+    void readTo(const char* begin);
+    void readToEnd();
+    /// The token `back` tokens before the one read last; code 0 when there is none.
+    Token token(std::size_t back = 0) const;
+    /// The token after the one read last.
+    Token next() const;
+    /// The tokens in `span`, of a long one the first few hundred.
+    std::vector<Token> tokensIn(Span span) const;
+
+    /// The brackets that are open, without the one read last.
+    const std::vector<Bracket>& open() const { return open_; }
+    /// The number of the statement of the token read last.
+    std::size_t statement() const { return statement_; }
+    /// A brace whose closing one stands further left than its line; null begin for none.
+    const Bracket& suspect() const { return suspect_; }
+    /// The first text over several lines of the statement being read or the one before.
+    const Token& longText() const { return longText_; }
+    /// What is declared up to the token read last, and in the rest of the text.
+    const std::vector<Declaration>& declarations() const { return declarations_; }
+    std::vector<Declaration> laterDeclarations() const;
+    const CustomLexer& lexer() const { return lexer_; }
+
+    /// Whether `span` lies in the text, and so is not a part of what the parser puts before it.
+    bool isInText(Span span) const;
+    Diagnostic::Place place(Span span) const;
+    /// Whether a comment in the line of `span`, or in the one before, tells to ignore `code`.
+    bool isIgnored(Span span, std::string_view code) const;
+    /// Whether both lie in the same line.
+    bool isSameLine(const char* first, const char* second) const;
+    /// Sets the place, and the line of the text with it.
+    void locate(Span span, Diagnostic& diagnostic) const;
+    /// The width of the blanks before the line's first character.
+    std::size_t indentOf(const char* at) const;
+    /// The first bytes of the text.
+    std::string_view textBegin() const { return parts_[1].substr(0, 200); }
+    /// The number of bytes from `at` to the end of the piece of text that it is in.
+    std::size_t rest(const char* at) const;
+    /// `span` in one line, cut if it is long: for a message.
+    static FND::String shown(Span span);
+
+private:
+    struct Mark {
+        const char* at;
+        int line;
+        std::size_t file;
+    };
+
+    bool read();
+    void note(const Token& token);
+    std::string_view partOf(const char* at) const;
+    std::string_view lineOf(const char* at) const;
+    int columnOf(std::string_view line, std::size_t before) const;
+    void mark();
+
+    std::array<std::string_view, 3> parts_;
+    CustomLexer lexer_;
+    bool isAtEnd_ = false;
+    std::deque<Token> tokens_;  // the last ones
+    std::size_t count_ = 0;
+    std::size_t statement_ = 0;
+    std::vector<Bracket> open_;
+    bool isAfterSwitch_ = false;  // the parenthesis closed last was that of a switch
+    Bracket suspect_;
+    Token longText_;
+    std::size_t longTextStatement_ = 0;
+    std::vector<Declaration> declarations_;
+    std::vector<FND::String> files_;
+    std::vector<Mark> marks_;
+    // The column found last.
+    mutable const char* lastLine_ = nullptr;
+    mutable std::size_t lastBefore_ = 0;
+    mutable int lastColumn_ = 1;
+};
+
+}  // namespace SCR

@@ -1,0 +1,322 @@
+#include "scr/parser/Recovery.h"
+
+#include <limits>
+
+#include "Grammar.h"
+#include "scr/Constant.h"
+#include "scr/Interpreter.h"
+#include "scr/SwitchCase.h"
+#include "scr/parser/Actions.h"
+#include "scr/parser/CustomLexer.h"
+#include "scr/parser/ParseErrors.h"
+#include "scr/parser/ParseState.h"
+#include "scr/run/PendingBuilds.h"
+
+namespace SCR {
+
+namespace {
+
+Scout& scout() {
+    Recovery& recovery = parseContextG->recovery;
+    if (!recovery.scout) {
+        const auto& parts = parseContextG->lexer->parts();
+        recovery.scout = std::make_unique<Scout>(parts[0], parts[1], parts[2]);
+    }
+    return *recovery.scout;
+}
+
+Span lastToken() {
+    const std::string_view token = parseContextG->lexer->token();
+    return {token.data(), token.data() + token.size()};
+}
+
+bool beginsStatement(int code) {
+    return code == SCR_IF || code == SCR_WHILE || code == SCR_FOR || code == SCR_DO ||
+           code == SCR_SWITCH || code == SCR_REGEXPR_SWITCH || code == SCR_RETURN ||
+           code == SCR_VAR_DECLARATION || code == SCR_FCT_DECLARATION ||
+           code == SCR_CONST_CONSTANT || code == SCR_USE || code == SCR_IDENTIFIER ||
+           code == SCR_MODULE_IDENTIFIER;
+}
+
+bool beginsHeader(int code) {
+    return code == SCR_IF || code == SCR_WHILE || code == SCR_FOR || code == SCR_SWITCH ||
+           code == SCR_REGEXPR_SWITCH || code == SCR_FCT_DECLARATION;
+}
+
+void forget(const Scout::Token& token) {
+    if (token.code == SCR_IDENTIFIER) {
+        parseContextG->recovery.lostNames.insert(FND::String(token.text()));
+    }
+}
+
+}  // namespace
+
+}  // namespace SCR
+
+using namespace SCR;
+
+namespace {
+
+void complete(std::initializer_list<Span> spans) {
+    Recovery& recovery = parseContextG->recovery;
+    std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
+    if (recovery.completed >= messages.size()) return;
+    Scout& guide = scout();
+    const Span last = lastToken();
+    guide.readTo(last.begin);
+    for (std::size_t i = recovery.completed; i + 1 < messages.size(); ++i) {
+        messages[i].isDetail = messages[i].severity >= FND::Status::Error;
+    }
+    Fault& fault = recovery.fault;
+    fault.spans.assign(spans);
+    if (fault.spans.empty()) fault.spans.push_back(last);
+    Advice(*actInterpreterG, guide, fault, messages.back()).give();
+    recovery.completed = messages.size();
+}
+
+}  // namespace
+
+void SCR_complete(Span span) {
+    if (parseContextG->recovery.completed == actInterpreterG->pendingBuilds()->messages().size()) {
+        return;
+    }
+    complete({span});
+}
+
+void SCR_about(Span span) { parseContextG->about = span; }
+
+bool SCR_recover(std::initializer_list<Span> spans) {
+    Recovery& recovery = parseContextG->recovery;
+    complete(spans);
+    if (!recovery.isTolerant) return false;
+    Scout& guide = scout();
+    recovery.hasLostLibrary =
+        recovery.hasLostLibrary || recovery.fault.message.code == MessageCode::Library;
+    for (const Span span : spans) {
+        for (const Scout::Token& token : guide.tokensIn(span)) {
+            if (token.code == SCR_IDENTIFIER &&
+                actInterpreterG->getVariable({}, FND::String(token.text())) == nullptr) {
+                forget(token);
+            }
+        }
+    }
+    actInterpreterG->dropAnalyses();
+    parseContextG->isWatched = false;
+    parseContextG->isLost = true;
+    return ++recovery.errors < Recovery::mostCM;
+}
+
+void SCR_settle() {
+    parseContextG->recovery.braces = parseContextG->lexer->braceDepth();
+    if (!parseContextG->isLost) return;
+    parseContextG->isLost = false;
+    stackG->clearTo(static_cast<std::size_t>(parseContextG->declaredFunctions));
+}
+
+void SCR_settleCondition() {
+    SCR_settle();
+    stackG->pushData(new BoolConstant(true), TypeCode::Bool);
+}
+
+bool SCR_settleFor() {
+    if (!parseContextG->isLost) return true;
+    SCR_settle();
+    stackG->pushData(new LongConstant(0), TypeCode::Long);
+    stackG->pushData(new BoolConstant(true), TypeCode::Bool);
+    stackG->pushData(new LongConstant(0), TypeCode::Long);
+    return SCR_forLoop();
+}
+
+bool SCR_settleSwitch() {
+    if (!parseContextG->isLost) return true;
+    SCR_settle();
+    stackG->pushData(new StringConstant(FND::String()), TypeCode::String);
+    if (!SCR_switchStatement()) return false;
+    parseContextG->recovery.lostSwitches.insert(actInterpreterG->topStatement());
+    return true;
+}
+
+bool SCR_settleCase() {
+    Recovery& recovery = parseContextG->recovery;
+    if (!parseContextG->isLost) return true;
+    SCR_settle();
+    // A label that no other one equals.
+    const long number = --recovery.lostLabels;
+    Node* const open = actInterpreterG->topStatement();
+    if (dynamic_cast<LongSwitchCase*>(open) != nullptr) {
+        stackG->pushData(new LongConstant(std::numeric_limits<long>::max() + number),
+                         TypeCode::Long | TypeCode::ConstFlag);
+    } else {
+        stackG->pushData(new StringConstant("lost" + std::to_string(-number)),
+                         TypeCode::String | TypeCode::ConstFlag);
+    }
+    return SCR_caseStatement();
+}
+
+bool SCR_settleFunction(std::string_view name) {
+    Recovery& recovery = parseContextG->recovery;
+    if (!parseContextG->isLost) return true;
+    SCR_settle();
+    recovery.lostNames.insert(FND::String(name));
+    ++recovery.lostFunctions;
+    parseContextG->isLostFunction = true;
+    return SCR_startBlock();
+}
+
+bool SCR_isForgiven(const FND::String& module, const FND::String& name) {
+    const auto& lost = parseContextG->recovery.lostNames;
+    return parseContextG->recovery.hasLostLibrary ||
+           (!lost.empty() && lost.contains(module.empty() ? name : module));
+}
+
+void SCR_parserError(CustomLexer& lexer, std::string_view message) {
+    Recovery& recovery = parseContextG->recovery;
+    if (message != "syntax error") {
+        SCR_YaccError(Messages::nestedTooDeep);
+        SCR_recover({});
+        recovery.isTolerant = false;
+        return;
+    }
+    if (recovery.isTolerant) {
+        Scout& guide = scout();
+        guide.readTo(lexer.token().data());
+        const bool isRest = recovery.lostHeaders > 0 && guide.token().code == SCR_ELSE;
+        // What follows a part that was lost is no second mistake.
+        if (parseContextG->isLost || isRest) return;
+    }
+    SCR_YaccError(Messages::parseError);
+    SCR_recover({});
+}
+
+bool SCR_startSkipping() {
+    parseContextG->isWatched = false;
+    Recovery& recovery = parseContextG->recovery;
+    if (!recovery.isTolerant || recovery.errors >= Recovery::mostCM) return false;
+    parseContextG->needsCare = true;
+    recovery.isSkipping = true;
+    return true;
+}
+
+namespace {
+
+Recovery::Token readToken(CustomLexer& lexer) {
+    Recovery::Token token;
+    token.code = lexer.next(token.value);
+    const std::string_view text = lexer.token();
+    token.span = {text.data(), text.data() + text.size()};
+    return token;
+}
+
+// Moves over the tokens that belong to a broken statement; the token that follows it is kept in
+// `again`.
+void skip(CustomLexer& lexer, Recovery& recovery) {
+    Scout& guide = scout();
+    const char* const begin = lexer.token().data();
+    guide.readTo(begin);
+    Recovery::Token token;
+    token.code = guide.token().code;
+    token.span = guide.token().span;
+    token.value = token.span.text();
+    if (token.code == SCR_STRING) token.value = token.value.substr(1, token.value.size() - 2);
+
+    // The words of the statement so far.
+    bool isHeader = false;
+    int parentheses = 0;
+    const std::size_t statement = guide.statement();
+    for (std::size_t back = 1; back < 60; ++back) {
+        const Scout::Token before = guide.token(back);
+        if (before.code == 0 || before.code == SCR_SEMICOLON || before.code == SCR_OPEN_BRACE ||
+            before.code == SCR_CLOSE_BRACE) {
+            break;
+        }
+        if (actInterpreterG->getVariable({}, FND::String(before.text())) == nullptr) forget(before);
+        if (beginsHeader(before.code)) {
+            isHeader = true;
+            if (before.code == SCR_FCT_DECLARATION) ++recovery.lostFunctions;
+            break;
+        }
+    }
+    for (const Scout::Bracket& open : guide.open()) {
+        if (open.token.code != SCR_OPEN_PARENTHESIS || open.statement != statement) continue;
+        if (beginsHeader(open.before.code)) isHeader = true;
+        ++parentheses;
+    }
+    if (!guide.open().empty() && guide.open().back().token.code == SCR_OPEN_PARENTHESIS) {
+        for (const Scout::Bracket& open : guide.open()) {
+            isHeader = isHeader || open.before.code == SCR_FOR;
+        }
+        isHeader = isHeader || beginsHeader(guide.open().back().before.code);
+    }
+    if (isHeader) ++recovery.lostHeaders;
+    // The rest of a case is no second mistake.
+    const bool isInSwitch = !guide.open().empty() && guide.open().back().isSwitch;
+    int depth = lexer.braceDepth() - recovery.braces;
+    // The token that does not fit is counted when it is looked at.
+    if (token.code == SCR_OPEN_BRACE) --depth;
+    if (token.code == SCR_CLOSE_BRACE) ++depth;
+    const bool isForHeader = isHeader && parentheses > 0;
+    const char* lastEnd = guide.token(1).span.end;
+    const auto giveAgain = [&] {
+        if (recovery.given == token.span.begin) return false;
+        recovery.again = token;
+        recovery.given = token.span.begin;
+        return true;
+    };
+    if (token.code == SCR_ELSE && recovery.lostHeaders > 0) return;
+    for (bool isFirst = true;; isFirst = false) {
+        if (token.code == 0) {
+            recovery.again = token;
+            recovery.isTolerant = false;  // there is nothing left to go on with
+            return;
+        }
+        const bool isNewLine = lastEnd != nullptr && !guide.isSameLine(lastEnd, token.span.begin);
+        if (token.code == SCR_OPEN_BRACE) {
+            if (isHeader && depth <= 0 && giveAgain()) return;
+            ++depth;
+        } else if (token.code == SCR_CLOSE_BRACE) {
+            if (depth <= 0) {
+                if (actInterpreterG->statementDepth() > 1 && giveAgain()) return;
+                if (isFirst) return;
+            } else if (--depth == 0 && !isHeader && !isInSwitch) {
+                return;
+            }
+        } else if (depth <= 0 && token.code == SCR_SEMICOLON && !isInSwitch &&
+                   !(isForHeader && parentheses > 0)) {
+            return;
+        } else if (depth <= 0 && isNewLine && !isInSwitch && beginsStatement(token.code) &&
+                   !(isHeader && parentheses > 0 && token.code == SCR_IDENTIFIER) && giveAgain()) {
+            return;
+        } else if (depth <= 0 && (token.code == SCR_CASE || token.code == SCR_DEFAULT) &&
+                   giveAgain()) {
+            return;
+        } else if (token.code == SCR_OPEN_PARENTHESIS) {
+            ++parentheses;
+        } else if (token.code == SCR_CLOSE_PARENTHESIS) {
+            if (--parentheses == 0 && isForHeader && depth <= 0) return;
+        } else if (token.code == SCR_IDENTIFIER &&
+                   actInterpreterG->getVariable({}, FND::String(token.value)) == nullptr) {
+            recovery.lostNames.insert(FND::String(token.value));
+        }
+        lastEnd = token.span.end;
+        token = readToken(lexer);
+    }
+}
+
+}  // namespace
+
+int SCR_carefulToken(std::string_view& value, Span& span, CustomLexer& lexer) {
+    Recovery& recovery = parseContextG->recovery;
+    if (recovery.isSkipping) {
+        recovery.isSkipping = false;
+        skip(lexer, recovery);
+        value = {};
+        return SCR_RECOVERED;
+    }
+    Recovery::Token token = recovery.again;
+    parseContextG->needsCare = false;
+    if (token.span.begin == nullptr) token = readToken(lexer);
+    recovery.again = {};
+    value = token.value;
+    span = token.span;
+    return token.code;
+}

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <initializer_list>
+#include <memory>
+#include <string_view>
+#include <unordered_set>
+
+#include "fnd/String.h"
+#include "scr/advice/Advice.h"
+#include "scr/advice/Lint.h"
+#include "scr/parser/Span.h"
+
+namespace SCR {
+
+/// How a parse tells about its errors and, while a script is checked, goes on after them.
+///
+/// After an error in an expression, the rest of the expression is only read: the operands are lost,
+/// up to the end of the statement or header that it belongs to. After one in the grammar, tokens
+/// are skipped up to the end of the statement. Names whose declaration was lost cause no errors.
+struct Recovery {
+    /// The most errors that are told.
+    static constexpr int mostCM = 20;
+
+    struct Token {
+        int code = 0;
+        std::string_view value;
+        Span span;
+    };
+
+    /// The parser goes on after errors.
+    bool isTolerant = false;
+    int errors = 0;
+    Fault fault;                   ///< the error reported last
+    std::size_t completed = 0;     ///< the messages before this one are complete
+    std::unique_ptr<Scout> scout;  ///< made when it is needed first
+
+    Lint lint;  ///< used while a script is checked
+
+    bool isSkipping = false;      ///< the next token ends the skipping
+    Token found;                  ///< the one that does not fit
+    Token again;                  ///< read, and to be given out again; without a code for none
+    const char* given = nullptr;  ///< the token given out again last
+    int braces = 0;               ///< open at the end of the last statement
+    int lostHeaders = 0;
+    int lostFunctions = 0;
+    bool hasLostLibrary = false;
+    std::unordered_set<FND::String> lostNames;
+    std::unordered_set<const void*> lostSwitches;
+    long lostLabels = 0;
+};
+
+}  // namespace SCR
+
+/// After an action has reported an error: completes the message, which is about `spans`. True when
+/// the parse goes on without the operands.
+bool SCR_recover(std::initializer_list<SCR::Span> spans);
+/// Completes the warnings that an action has reported, which are about `span`.
+void SCR_complete(SCR::Span span);
+/// What is built later, at the end of the parse, is about `span`.
+void SCR_about(SCR::Span span);
+/// The statement has ended: operands that were lost matter no more.
+void SCR_settle();
+/// Puts a condition in the place of one that was lost.
+void SCR_settleCondition();
+/// The same for the three parts of a `for`, the value of a switch and a label: true when nothing
+/// was lost or something was put in its place.
+bool SCR_settleFor();
+bool SCR_settleSwitch();
+bool SCR_settleCase();
+/// Opens a function in the place of one whose declaration was lost.
+bool SCR_settleFunction(std::string_view name);
+/// Whether the name may mean something that was lost with an error.
+bool SCR_isForgiven(const FND::String& module, const FND::String& name);
+/// After the grammar had no rule: the parser asks for tokens up to the end of the statement.
+bool SCR_startSkipping();
+/// The next token, when it is not just the lexer's.
+int SCR_carefulToken(std::string_view& value, SCR::Span& span, SCR::CustomLexer& lexer);

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace SCR {
+
+/// A stretch of the text being parsed.
+struct Span {
+    Span() = default;
+    Span(const char* first, const char* last) : begin(first), end(last) {}
+    /// The parser's start value, which is in no text.
+    Span(int /*line*/, int /*column*/, int /*endLine*/, int /*endColumn*/) {}
+
+    const char* begin = nullptr;
+    const char* end = nullptr;
+
+    std::string_view text() const { return {begin, static_cast<std::size_t>(end - begin)}; }
+};
+
+}  // namespace SCR
