@@ -90,11 +90,31 @@ bool Scout::read() {
         lexer_.fileName() != files_[marks_.back().file] || !isCounted()) {
         mark();
     }
+    measure(token);
     note(token);
     tokens_.push_back(token);
     if (tokens_.size() > keptTokensS) tokens_.pop_front();
     ++count_;
     return true;
+}
+
+// Looks at the bytes since the token before, so that all tokens together take one pass.
+void Scout::measure(Token& token) {
+    const char* from = this->token().span.begin;
+    if (lineBegin_ == nullptr || from == nullptr ||
+        partOf(from).data() != partOf(token.span.begin).data()) {
+        from = lineBegin_ = partOf(token.span.begin).data();
+    }
+    const std::string_view passed(from, static_cast<std::size_t>(token.span.begin - from));
+    const std::size_t end = passed.rfind('\n');
+    if (end != std::string_view::npos) lineBegin_ = from + end + 1;
+    token.isFirst = end != std::string_view::npos || from == lineBegin_;
+    if (token.isFirst) lineIndent_ = static_cast<std::size_t>(token.span.begin - lineBegin_);
+    token.indent = lineIndent_;
+}
+
+void Scout::dropOpen() {
+    while (!open_.empty() && open_.back().token.code != SCR_OPEN_BRACE) open_.pop_back();
 }
 
 void Scout::note(const Token& token) {
@@ -104,19 +124,15 @@ void Scout::note(const Token& token) {
         const Token word = this->token(1);
         const bool isSwitch =
             before.code == SCR_OPEN_BRACE && word.code == SCR_CLOSE_PARENTHESIS && isAfterSwitch_;
-        open_.push_back({before, word, indentOf(before.span.begin), statement_, isSwitch});
+        open_.push_back({before, word, statement_, isSwitch});
     } else if (const int opening = openingOf(before.code)) {
         const auto found = std::find_if(open_.rbegin(), open_.rend(), [&](const Bracket& bracket) {
             return bracket.token.code == opening;
         });
         if (found != open_.rend()) {
-            const bool isBrace = opening == SCR_OPEN_BRACE;
-            const bool isFirst =
-                isBrace &&
-                lineOf(before.span.begin).find_first_not_of(" \t") ==
-                    static_cast<std::size_t>(before.span.begin - lineOf(before.span.begin).data());
-            if (isFirst && suspect_.token.span.begin == nullptr &&
-                indentOf(before.span.begin) < found->indent) {
+            const bool isBrace = opening == SCR_OPEN_BRACE && before.isFirst;
+            if (isBrace && suspect_.token.span.begin == nullptr &&
+                before.indent < found->token.indent) {
                 suspect_ = *found;
             }
             isAfterSwitch_ =
@@ -230,11 +246,6 @@ std::string_view Scout::lineOf(const char* at) const {
 std::size_t Scout::rest(const char* at) const {
     const std::string_view part = partOf(at);
     return part.empty() ? 0 : static_cast<std::size_t>(part.data() + part.size() - at);
-}
-
-std::size_t Scout::indentOf(const char* at) const {
-    const std::string_view line = lineOf(at);
-    return std::min(line.find_first_not_of(" \t"), line.size());
 }
 
 bool Scout::isSameLine(const char* first, const char* second) const {

@@ -20,13 +20,14 @@ public:
     struct Token {
         int code = 0;
         Span span;
+        std::size_t indent = 0;  // of the line that it is in
+        bool isFirst = false;    // in its line
         std::string_view text() const { return span.text(); }
         bool is(std::string_view word) const { return text() == word; }
     };
     struct Bracket {
         Token token;
         Token before;               // the token before it
-        std::size_t indent = 0;     // of the line that it is in
         std::size_t statement = 0;  // the number of the statement that it is in
         bool isSwitch = false;      // a brace that begins the cases of a switch
     };
@@ -50,6 +51,8 @@ public:
 
     /// The brackets that are open, without the one read last.
     const std::vector<Bracket>& open() const { return open_; }
+    /// A statement is given up: its parentheses and brackets are not open any more.
+    void dropOpen();
     /// The number of the statement of the token read last.
     std::size_t statement() const { return statement_; }
     /// A brace whose closing one stands further left than its line; null begin for none.
@@ -70,8 +73,6 @@ public:
     bool isSameLine(const char* first, const char* second) const;
     /// Sets the place, and the line of the text with it.
     void locate(Span span, Diagnostic& diagnostic) const;
-    /// The width of the blanks before the line's first character.
-    std::size_t indentOf(const char* at) const;
     /// The first bytes of the text.
     std::string_view textBegin() const { return parts_[1].substr(0, 200); }
     /// The number of bytes from `at` to the end of the piece of text that it is in.
@@ -87,6 +88,7 @@ private:
     };
 
     bool read();
+    void measure(Token& token);
     void note(const Token& token);
     std::string_view partOf(const char* at) const;
     std::string_view lineOf(const char* at) const;
@@ -96,6 +98,8 @@ private:
     std::array<std::string_view, 3> parts_;
     CustomLexer lexer_;
     bool isAtEnd_ = false;
+    const char* lineBegin_ = nullptr;  // of the token read last
+    std::size_t lineIndent_ = 0;
     std::deque<Token> tokens_;  // the last ones
     std::size_t count_ = 0;
     std::size_t statement_ = 0;

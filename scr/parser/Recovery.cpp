@@ -191,7 +191,9 @@ void SCR_parserError(CustomLexer& lexer, std::string_view message) {
 bool SCR_startSkipping() {
     parseContextG->isWatched = false;
     Recovery& recovery = parseContextG->recovery;
+    constexpr int mostSkips = 1000;
     if (!recovery.isTolerant || recovery.errors >= Recovery::mostCM) return false;
+    if (++recovery.skips > mostSkips) return false;
     parseContextG->needsCare = true;
     recovery.isSkipping = true;
     return true;
@@ -309,6 +311,7 @@ int SCR_carefulToken(std::string_view& value, Span& span, CustomLexer& lexer) {
     if (recovery.isSkipping) {
         recovery.isSkipping = false;
         skip(lexer, recovery);
+        scout().dropOpen();
         value = {};
         return SCR_RECOVERED;
     }

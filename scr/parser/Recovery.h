@@ -43,6 +43,7 @@ struct Recovery {
     const char* given = nullptr;  ///< the token given out again last
     int braces = 0;               ///< open at the end of the last statement
     int lostHeaders = 0;
+    int skips = 0;
     int lostFunctions = 0;
     bool hasLostLibrary = false;
     std::unordered_set<FND::String> lostNames;
