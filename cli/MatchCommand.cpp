@@ -15,7 +15,6 @@
 #include "cli/Command.h"
 #include "cli/ScriptFile.h"
 #include "fsm/Analysis.h"
-#include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/PatternCheck.h"
 #include "records/RecordOutput.h"
@@ -160,6 +159,9 @@ ExitStatus printAnalysis(const FSM::Analysis& analysis, const std::vector<std::s
         isWritten = isWritten && output.settle();
     }
     if (!analysis.hasAllOverlaps) text += "more patterns overlap\n";
+    if (analysis.notExamined > 0) {
+        text += std::to_string(analysis.notExamined) + " pairs of patterns were not examined\n";
+    }
     if (isWritten) isWritten = output.finish();
     if (!isWritten) report(output.error());
     return isWritten ? ExitStatus::Success : ExitStatus::InputOutput;
@@ -216,9 +218,10 @@ ExitStatus match(MatchOptions options) {
     }
     if (!isParsed) return ExitStatus::NotCompiled;
     if (options.isAnalysis) {
-        FSM::Engine engine;
-        if (!build(engine, options)) return ExitStatus::Stopped;
-        const std::optional<FSM::Analysis> analysis = FSM::analyse(engine);
+        FSM::EngineGroup group;
+        if (!build(group, options)) return ExitStatus::Stopped;
+        std::optional<FSM::Analysis> analysis = FSM::analyse(group);
+        if (!analysis && group.patternCount() > 0) analysis = FSM::analyse(options.patterns);
         return printAnalysis(analysis.value_or(FSM::Analysis()), options.patterns);
     }
     FSM::EngineGroup group;

@@ -43,6 +43,8 @@ struct KESTREL_API Analysis {
     std::vector<Overlap> overlaps;
     /// Whether `overlaps` is complete, that is, was not cut off at the number asked for.
     bool hasAllOverlaps = true;
+    /// Pairs of patterns that were not examined, as that would have taken too long.
+    std::size_t notExamined = 0;
 };
 
 /// Analyses the patterns of a finished engine, with up to `maxOverlaps` overlaps. Nothing before
@@ -53,6 +55,13 @@ KESTREL_API std::optional<Analysis> analyse(const Engine& engine, std::size_t ma
 /// The same for a finished group. Also nothing if the group was split: its automata do not show how
 /// patterns of different parts relate.
 KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
+                                            std::size_t maxOverlaps = 10000);
+
+/// The same for a list of any size, numbered from 0. It is examined pair by pair: words are looked
+/// up, and other pairs make an automaton each, as far as that takes some seconds; what is found is
+/// exact. A pattern that only several others together cover is not found; negated patterns are not
+/// examined in pairs. Nothing if a pattern does not parse or memory runs out.
+KESTREL_API std::optional<Analysis> analyse(std::span<const FND::String> patterns,
                                             std::size_t maxOverlaps = 10000);
 
 /// For each pattern that can never be the one with the lowest number, in ascending order, a

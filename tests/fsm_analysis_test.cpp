@@ -4,6 +4,7 @@
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
+#include "fsm_reference.h"
 
 namespace {
 
@@ -63,6 +64,41 @@ TEST(FsmAnalysis, Findings) {
     split.partLimit(2);
     EXPECT_TRUE(split.insertPattern("a") && split.insertPattern("b") && split.finalSetup());
     EXPECT_FALSE(FSM::analyse(split).has_value());
+}
+
+// A list examined pair by pair finds what an analysis of the whole does, but for joint covers.
+TEST(FsmAnalysis, PairByPair) {
+    reference::RandomPatterns random(4);
+    const char* const shapes[] = {"ab", "a.*", "ab.*", ".*b.*", ".*a.*b.*", "a.*b", "b\n.*", ""};
+    for (int round = 0; round < 300; ++round) {
+        std::vector<FND::String> patterns;
+        Engine engine;
+        for (std::size_t n = random.below(6) + 1; n > 0; --n) {
+            patterns.push_back(random.below(3) == 0 ? random.pattern() : shapes[random.below(8)]);
+            if (patterns.back()[0] == '!') patterns.back().erase(0, 1);
+            ASSERT_TRUE(engine.insertPattern(patterns.back()));
+        }
+        if (!engine.finalSetup()) continue;
+        const Analysis whole = FSM::analyse(engine).value();
+        const Analysis pairs = FSM::analyse(patterns).value();
+        const std::string all = testing::PrintToString(patterns);
+        ASSERT_EQ(pairs.empty, whole.empty) << all;
+        ASSERT_EQ(pairs.notExamined, 0U) << all;
+        ASSERT_EQ(pairs.overlaps.size(), whole.overlaps.size()) << all;
+        for (std::size_t i = 0; i < whole.overlaps.size(); ++i) {
+            ASSERT_EQ(pairs.overlaps[i].first, whole.overlaps[i].first) << all;
+            ASSERT_EQ(pairs.overlaps[i].second, whole.overlaps[i].second) << all;
+        }
+        std::map<std::int32_t, std::vector<std::int32_t>> single;
+        for (const Analysis::Shadowed& each : whole.shadowed) {
+            if (each.by.size() == 1) single[each.path] = each.by;
+        }
+        for (const Analysis::Shadowed& each : pairs.shadowed) {
+            ASSERT_EQ(single[each.path], each.by) << all;
+            single.erase(each.path);
+        }
+        ASSERT_TRUE(single.empty()) << all;
+    }
 }
 
 // The line numbers are those of the cases, which may share lines or have none.

@@ -1,0 +1,194 @@
+#include <algorithm>
+#include <map>
+#include <new>
+#include <set>
+#include <utility>
+
+#include "fsm/Account.h"
+#include "fsm/Analysis.h"
+#include "fsm/Engine.h"
+#include "fsm/EngineGroup.h"
+#include "fsm/PatternCheck.h"
+#include "fsm/Shape.h"
+
+namespace FSM {
+
+namespace {
+
+using Paths = std::vector<std::int32_t>;
+
+/// Looks at patterns pair by pair.
+class ListAnalyser {
+public:
+    ListAnalyser(std::span<const FND::String> patterns, std::size_t maxOverlaps)
+        : patterns_(patterns), maxOverlaps_(maxOverlaps), kinds_(patterns.size()) {}
+
+    bool run(Analysis& result) {
+        for (std::size_t i = 0; i < patterns_.size(); ++i) {
+            FND::String error;
+            if (!shape_.read(patterns_[i]) && !FSM::checkPattern(patterns_[i], error)) return false;
+            if (!group_.insertPattern(patterns_[i])) return false;
+            kinds_[i] = kindOf(patterns_[i]);
+        }
+        if (!group_.finalSetup()) return false;
+        for (std::size_t i = 0; i < patterns_.size(); ++i) {
+            const auto path = static_cast<std::int32_t>(i);
+            if (kinds_[i] == Kind::General) {
+                examineGeneral(path);
+            } else {
+                examineWord(path);
+            }
+        }
+        give(result);
+        return true;
+    }
+
+private:
+    // A word; a word with a tail; a word with ".*" before and after; or something else.
+    enum class Kind : std::uint8_t { Word, Open, Inside, General };
+    // Automata made of pairs; most take a tenth of a millisecond.
+    static constexpr std::size_t mostPairsCM = 20000;
+    static constexpr std::size_t mostStatesCM = 4096;
+
+    Kind kindOf(const FND::String& pattern) {
+        if (!shape_.read(pattern)) return Kind::General;
+        if (shape_.isLiteral()) return shape_.endsWild ? Kind::Open : Kind::Word;
+        const bool isInside = shape_.startsWild && shape_.endsWild && shape_.wordCount() == 1;
+        return isInside ? Kind::Inside : Kind::General;
+    }
+
+    // The shortest text of a pattern of words.
+    FND::String textOf(std::int32_t path) {
+        shape_.read(patterns_[static_cast<std::size_t>(path)]);
+        return shape_.bytes;
+    }
+    // What a negated pattern matches depends on the other patterns of the list.
+    bool isNegated(std::int32_t path) const {
+        return patterns_[static_cast<std::size_t>(path)].substr(0, 1) == "!";
+    }
+    Kind kind(std::int32_t path) const { return kinds_[static_cast<std::size_t>(path)]; }
+
+    // Whatever follows the shortest text of such a pattern, those that go on matching do so.
+    void examineWord(std::int32_t path) {
+        const FND::String text = textOf(path);
+        group_.process(text, matching_);
+        const Paths matching = matching_;
+        for (const std::int32_t other : matching) {
+            if (other == path) continue;
+            const bool coversAll = kind(path) == Kind::Word || kind(other) == Kind::Inside ||
+                                   (kind(path) == Kind::Open && kind(other) == Kind::Open);
+            overlap(path, other, text);
+            if (kind(other) != Kind::General || kind(path) == Kind::Word) {
+                if (coversAll && other < path) shadow(path, other, text);
+            }
+            // The other may have no texts besides the word, or cover what follows it.
+            if (kind(other) == Kind::General && (kind(path) != Kind::Word || path < other)) {
+                examinePair(path, other);
+            }
+        }
+        if (kind(path) == Kind::Word || text.find('\n') != FND::String::npos) return;
+        // Some texts begin with this word and hold the other one after it.
+        for (std::int32_t other = 0;
+             hasRoom() && other < static_cast<std::int32_t>(patterns_.size()); ++other) {
+            countWork(1);
+            if (kind(other) != Kind::Inside || other == path) continue;
+            if (!std::binary_search(matching.begin(), matching.end(), other)) {
+                overlap(path, other, text + textOf(other));
+            }
+        }
+    }
+
+    void examineGeneral(std::int32_t path) {
+        Engine engine;
+        engine.stateLimit(mostStatesCM);
+        engine.insertPattern(patterns_[static_cast<std::size_t>(path)]);
+        const bool isAlone = !isNegated(path) && engine.finalSetup();
+        if (isAlone && !analyse(engine, 0).value_or(Analysis()).empty.empty()) {
+            empty_.push_back(path);
+            return;
+        }
+        for (std::int32_t other = 0; other < static_cast<std::int32_t>(patterns_.size()); ++other) {
+            // A word looks up what matches it, and of two of this kind the first one looks.
+            if (kind(other) == Kind::Word || (kind(other) == Kind::General && other <= path))
+                continue;
+            examinePair(path, other);
+        }
+    }
+
+    void examinePair(std::int32_t one, std::int32_t other) {
+        const std::pair pair = std::minmax(one, other);
+        if (!examined_.insert(pair).second) return;
+        Engine engine;
+        engine.stateLimit(mostStatesCM);
+        if (isNegated(one) || isNegated(other) || pairs_++ >= mostPairsCM ||
+            !engine.insertPattern(patterns_[static_cast<std::size_t>(pair.first)]) ||
+            !engine.insertPattern(patterns_[static_cast<std::size_t>(pair.second)]) ||
+            !engine.finalSetup()) {
+            ++notExamined_;
+            return;
+        }
+        const std::optional<Analysis> both = analyse(engine, 1);
+        if (!both) {
+            ++notExamined_;
+            return;
+        }
+        for (const Analysis::Overlap& found : both->overlaps) {
+            overlap(pair.first, pair.second, found.text);
+        }
+        for (const Analysis::Shadowed& found : both->shadowed) {
+            shadow(pair.second, pair.first, found.text);
+        }
+    }
+
+    bool hasRoom() const { return overlaps_.size() <= maxOverlaps_; }
+
+    void overlap(std::int32_t one, std::int32_t other, const FND::String& text) {
+        if (hasRoom()) overlaps_.try_emplace(std::minmax(one, other), text);
+    }
+
+    void shadow(std::int32_t path, std::int32_t by, const FND::String& text) {
+        const auto [known, isNew] = shadowed_.try_emplace(path, by, text);
+        if (!isNew && by < known->second.first) known->second.first = by;
+    }
+
+    void give(Analysis& result) {
+        result.empty = std::move(empty_);
+        for (const auto& [path, found] : shadowed_) {
+            result.shadowed.push_back({path, {found.first}, found.second});
+        }
+        for (const auto& [pair, text] : overlaps_) {
+            if (result.overlaps.size() == maxOverlaps_) {
+                result.hasAllOverlaps = false;
+                break;
+            }
+            result.overlaps.push_back({pair.first, pair.second, text});
+        }
+        result.notExamined = notExamined_;
+    }
+
+    const std::span<const FND::String> patterns_;
+    const std::size_t maxOverlaps_;
+    std::vector<Kind> kinds_;
+    Shape shape_;
+    EngineGroup group_;
+    Paths matching_;
+    Paths empty_;
+    std::set<std::pair<std::int32_t, std::int32_t>> examined_;
+    std::map<std::pair<std::int32_t, std::int32_t>, FND::String> overlaps_;
+    std::map<std::int32_t, std::pair<std::int32_t, FND::String>> shadowed_;
+    std::size_t pairs_ = 0;
+    std::size_t notExamined_ = 0;
+};
+
+}  // namespace
+
+std::optional<Analysis> analyse(std::span<const FND::String> patterns, std::size_t maxOverlaps) {
+    try {
+        Analysis result;
+        if (ListAnalyser(patterns, maxOverlaps).run(result)) return result;
+    } catch (const std::bad_alloc&) {
+    }
+    return std::nullopt;
+}
+
+}  // namespace FSM
