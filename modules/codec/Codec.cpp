@@ -5,12 +5,14 @@
 
 namespace Modules::CodecModule {
 
-void appendHex(Text& text, std::span<const unsigned char> bytes) {
+FND::String hexOf(std::span<const unsigned char> bytes) {
     constexpr char digits[] = "0123456789abcdef";
-    for (const unsigned char byte : bytes) {
-        text.append(digits[byte >> 4]);
-        text.append(digits[byte & 15]);
+    FND::String made(2 * bytes.size(), '0');
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        made[2 * i] = digits[bytes[i] >> 4];
+        made[2 * i + 1] = digits[bytes[i] & 15];
     }
+    return made;
 }
 
 namespace {

@@ -11,8 +11,8 @@ std::span<const ModuleFunction> codecFunctions();
 std::span<const ModuleFunction> digestFunctions();
 std::span<const ModuleFunction> jsonFunctions();
 
-/// Appends `bytes` as hexadecimal digits.
-void appendHex(Text& text, std::span<const unsigned char> bytes);
+/// The bytes, which are few, as hexadecimal digits.
+FND::String hexOf(std::span<const unsigned char> bytes);
 
 /// Calls `use(piece)` for consecutive pieces, counted as work.
 template <class Use>

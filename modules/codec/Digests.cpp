@@ -45,12 +45,6 @@ private:
     bool isReady_ = false;
 };
 
-FND::String hexOf(std::span<const unsigned char> bytes) {
-    Text made;
-    appendHex(made, bytes);
-    return made.take();
-}
-
 constexpr char sha256S[] = "SHA256";
 constexpr char sha1S[] = "SHA1";
 constexpr char md5S[] = "MD5";

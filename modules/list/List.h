@@ -3,6 +3,7 @@
 #include <cstring>
 #include <span>
 
+#include "fnd/Decimal.h"
 #include "modules/Support.h"
 
 namespace Modules::ListModule {
@@ -24,6 +25,7 @@ template <class T>
 int compare(const T& a, const T& b) {
     return a < b ? -1 : b < a ? 1 : 0;
 }
+inline int compare(const FND::Decimal& a, const FND::Decimal& b) { return a.compare(b); }
 inline int compare(const FND::String& a, const FND::String& b) {
     constexpr std::size_t piece = 64 * 1024;
     const std::size_t both = std::min(a.size(), b.size());
