@@ -121,21 +121,27 @@ void arrange(ArrayRef<T> all, const Order& order) {
         work(run.count);
         i += run.count;
     }
-    List<bool> isDone;
-    isDone.extend(order.size());
-    for (std::size_t start = 0; start < order.size(); ++start) {
-        if (isDone[start]) continue;
-        // The values move within the array: none is copied, and none is lost when it stops here.
-        std::size_t at = start;
-        while (order[at].index != start) {
-            const std::size_t from = order[at].index;
-            std::swap(*elements[at], *elements[from]);
-            work(16);
-            isDone[at] = true;
-            at = from;
+    // The values move out in their new order and back in. When the script is stopped on the way,
+    // those that are out go back to their old places.
+    struct Moved {
+        List<T*>& elements;
+        const Order& order;
+        List<T> values;
+        bool isComplete = false;
+
+        ~Moved() {
+            for (std::size_t i = 0; i < values.size(); ++i) {
+                T* const to = elements[isComplete ? i : order[i].index];
+                *to = std::move(values[i]);
+            }
         }
-        isDone[at] = true;
+    } moved{elements, order, {}};
+    moved.values.room(order.size());
+    for (const auto& ranked : order) {
+        moved.values.push_back(std::move(*elements[ranked.index]));
+        work(16);
     }
+    moved.isComplete = true;
 }
 
 /// How the elements of a type are ranked: by their values, and texts by their heads first.
