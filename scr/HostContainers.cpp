@@ -97,12 +97,15 @@ ArrayRef<T>::ArrayRef(Array& array, Interpreter* interpreter)
     : ArrayView<T>(array), interpreter_(interpreter) {}
 
 template <class T>
-bool ArrayRef<T>::set(unsigned long index, const T& value) const
-    requires(!std::is_base_of_v<Variable, T>) {
+bool ArrayRef<T>::set(unsigned long index, const T& value) const {
     return guarded(interpreter_, [&] {
-        T* const element = at(index);
-        if (element != nullptr) store(*element, value);
-        return element != nullptr;
+        [[maybe_unused]] T* const element = at(index);
+        if constexpr (std::is_base_of_v<Variable, T>) {
+            return false;
+        } else {
+            if (element != nullptr) store(*element, value);
+            return element != nullptr;
+        }
     });
 }
 
@@ -174,12 +177,15 @@ HashRef<T>::HashRef(Hash& hash, Interpreter* interpreter)
     : HashView<T>(hash), interpreter_(interpreter) {}
 
 template <class T>
-bool HashRef<T>::set(const FND::String& key, const T& value) const
-    requires(!std::is_base_of_v<Variable, T>) {
+bool HashRef<T>::set(const FND::String& key, const T& value) const {
     return guarded(interpreter_, [&] {
-        T* const element = at(key);
-        if (element != nullptr) store(*element, value);
-        return element != nullptr;
+        [[maybe_unused]] T* const element = at(key);
+        if constexpr (std::is_base_of_v<Variable, T>) {
+            return false;
+        } else {
+            if (element != nullptr) store(*element, value);
+            return element != nullptr;
+        }
     });
 }
 

@@ -143,11 +143,10 @@ public:
     /// one whose limits hold, or null for none.
     ArrayRef(Array& array, Interpreter* interpreter);
 
-    /// Sets an element; the array grows so far if it is shorter. False when there is no room.
-    bool set(unsigned long index, const T& value) const requires(!std::is_base_of_v<Variable, T>);
-    bool append(const T& value) const requires(!std::is_base_of_v<Variable, T>) {
-        return set(this->size(), value);
-    }
+    /// Sets an element; the array grows so far if it is shorter. False when there is no room, and
+    /// for a container, which `at` gives.
+    bool set(unsigned long index, const T& value) const;
+    bool append(const T& value) const { return set(this->size(), value); }
     /// The element `index`, to be changed in place, but not made to take more memory; it is made
     /// when it is missing. Null when there is no room.
     T* at(unsigned long index) const;
@@ -198,8 +197,7 @@ public:
     HashRef() = default;
     HashRef(Hash& hash, Interpreter* interpreter);
 
-    bool set(const FND::String& key, const T& value) const
-        requires(!std::is_base_of_v<Variable, T>);
+    bool set(const FND::String& key, const T& value) const;
     /// The element under `key`, made when it is missing. Null when there is no room.
     T* at(const FND::String& key) const;
     /// False when there is no such key.
