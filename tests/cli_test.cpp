@@ -544,7 +544,7 @@ TEST_F(CliTest, ScriptsWriteRecordsAndFilesOfTheirOwn) {
         {"run" + file, "", "kestrel: outputFile: the job has another output or input in `in'\n", 4},
         {"run" + file + " --out dir", "",
          "kestrel: outputFile: a directory of parts has one output\n", 4},
-        {"run --sandbox" + file, "", "...`outputFile' is not allowed (files)", 3},
+        {"run --sandbox" + file, "", "...`outputFile` is not allowed (files)", 3},
         {"run --allow files=. --rejects /dev/null" + file, ""},
     });
 }

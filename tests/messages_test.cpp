@@ -44,6 +44,7 @@ TEST(MessagesTest, PlacesAndCausesAreRight) {
         {"Long a = 1\n\nlogStdout(\"x\");", "1:11 K0002"},
         {"logStdout(longToStr(1\n  + 2);\n", "2:7 K0003"},
         {"{\n  if (true) {\n  logStdout(\"x\");\n}\n", "2:13 K0004"},
+        {"if (true) {\n  logStdout(\"x\");\nwhile (false) {\n  logStdout(\"y\");\n}\n", "1:11 K0004"},
         {"Long n;\nlogStdout(\"a\" +\n  \"b\" + n +\n \"c\");", "3:7 K0201"},
         {"String s = \"\xC3\xA4\" + 1;", "1:16 K0201"},
         {"Long n; n++;", "1:10 K0008"},

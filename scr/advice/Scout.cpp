@@ -101,14 +101,13 @@ bool Scout::read() {
 // Looks at the bytes since the token before, so that all tokens together take one pass.
 void Scout::measure(Token& token) {
     const char* from = this->token().span.begin;
-    if (lineBegin_ == nullptr || from == nullptr ||
-        partOf(from).data() != partOf(token.span.begin).data()) {
-        from = lineBegin_ = partOf(token.span.begin).data();
-    }
+    const std::string_view part = partOf(token.span.begin);
+    const bool isNew = from == nullptr || partOf(from).data() != part.data();
+    if (isNew) from = lineBegin_ = part.data();
     const std::string_view passed(from, static_cast<std::size_t>(token.span.begin - from));
     const std::size_t end = passed.rfind('\n');
     if (end != std::string_view::npos) lineBegin_ = from + end + 1;
-    token.isFirst = end != std::string_view::npos || from == lineBegin_;
+    token.isFirst = end != std::string_view::npos || isNew;
     if (token.isFirst) lineIndent_ = static_cast<std::size_t>(token.span.begin - lineBegin_);
     token.indent = lineIndent_;
 }

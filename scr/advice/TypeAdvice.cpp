@@ -513,7 +513,8 @@ void Advice::rest() {
                 "`=~` compares texts, and one side is " + aType(message.actual));
             return;
         case MessageCode::Forbidden:
-            say(MessageCode::Forbidden, span, quoted(message.name) + " is not allowed here",
+            say(MessageCode::Forbidden, span,
+                quoted(message.name) + " is not allowed (" + message.reason + ")",
                 "whoever runs the script grants this right, for example by `--allow`");
             return;
         default:

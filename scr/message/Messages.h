@@ -400,7 +400,8 @@ inline Message possibleMissingReturn(const Text& signature, const Text& name, in
 inline Message forbiddenCall(const Text& name, const Text& capability) {
     return {.code = MessageCode::Forbidden,
             .text = "call of `" + name + "' is not allowed (" + capability + ")",
-            .name = name};
+            .name = name,
+            .reason = capability};
 }
 inline const Text forbiddenUse = "extension libraries are not allowed";
 
