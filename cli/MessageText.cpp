@@ -25,7 +25,7 @@ std::string number(int value) { return std::to_string(value); }
 
 // The place as editors know it; without parts that are not known.
 std::string placeOf(const Diagnostic::Place& place, const std::string& script) {
-    std::string text = shown(fileOf(place, script));
+    std::string text = readable(fileOf(place, script));
     if (place.line > 0) text += ":" + number(place.line);
     if (place.column > 0) text += ":" + number(place.column);
     return text;
@@ -38,7 +38,7 @@ std::string json(std::string_view text) {
         const std::string_view character = text.substr(at, std::max<std::size_t>(size, 1));
         const auto byte = static_cast<unsigned char>(text[at]);
         if (size == 0) {
-            result += "\\\\" + shown(character).substr(1);
+            result += "\\\\" + readable(character).substr(1);
         } else if (byte == '"' || byte == '\\') {
             result += '\\';
             result += character;
@@ -74,7 +74,7 @@ std::string excerpt(const Diagnostic& diagnostic, const char* colour, const char
     const bool isCut = diagnostic.sourceColumn > 1;
     while (!rest.empty()) {
         const std::size_t size = std::max<std::size_t>(SCR::characterSize(rest), 1);
-        const std::string character = rest[0] == '\t' ? "\t" : shown(rest.substr(0, size));
+        const std::string character = rest[0] == '\t' ? "\t" : readable(rest.substr(0, size));
         // An escape takes several columns; a character of several bytes takes one.
         const std::size_t width = size > 1 ? 1 : character.size();
         source += character;
@@ -95,7 +95,7 @@ std::string excerpt(const Diagnostic& diagnostic, const char* colour, const char
 
 }  // namespace
 
-std::string shown(std::string_view text) {
+std::string readable(std::string_view text) {
     std::string result;
     while (!text.empty()) {
         const std::size_t size = SCR::characterSize(text);
@@ -124,21 +124,21 @@ std::string textOf(const Diagnostic& diagnostic, const std::string& script, bool
     if (diagnostic.place.line > 0) {
         text += bold + placeOf(diagnostic.place, script) + ": " + end;
     } else if (!script.empty()) {
-        text += bold + shown(script) + ": " + end;
+        text += bold + readable(script) + ": " + end;
     }
     text += colour;
     text += severityOf(diagnostic);
     if (!diagnostic.code.empty()) text += "[" + diagnostic.code + "]";
-    text += std::string(":") + end + " " + bold + shown(diagnostic.headline()) + end + "\n";
+    text += std::string(":") + end + " " + bold + readable(diagnostic.headline()) + end + "\n";
     if (!diagnostic.source.empty() && diagnostic.place.column > 0) {
         text += excerpt(diagnostic, colour, end);
     }
     for (const Diagnostic::Note& note : diagnostic.notes) {
-        text += "  note: " + shown(note.text);
+        text += "  note: " + readable(note.text);
         if (note.place.line > 0) text += " (" + placeOf(note.place, script) + ")";
         text += "\n";
     }
-    if (!diagnostic.cure.empty()) text += "  help: " + shown(diagnostic.cure) + "\n";
+    if (!diagnostic.cure.empty()) text += "  help: " + readable(diagnostic.cure) + "\n";
     return text;
 }
 

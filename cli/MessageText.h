@@ -20,6 +20,6 @@ std::string sarifOf(const SCR::Diagnostic& diagnostic, const std::string& script
 std::string sarifReport(const std::vector<std::string>& results);
 
 /// `text` with control bytes, and bytes that are no UTF-8, as escapes.
-std::string shown(std::string_view text);
+std::string readable(std::string_view text);
 
 }  // namespace Cli
