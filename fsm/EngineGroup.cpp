@@ -306,8 +306,7 @@ std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const 
     return parts_->pathsOutside.empty() ? -1 : parts_->pathsOutside.front();
 }
 
-std::int32_t EngineGroup::firstPath(std::string_view text,
-                                    void (*pause)(std::size_t bytes)) const {
+std::int32_t EngineGroup::firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const {
     if (parts_->whole != nullptr) return parts_->whole->firstPath(parts_->whole->walk(text, pause));
     return firstPath(text);
 }

@@ -51,13 +51,11 @@ std::unique_ptr<Node> hashAccess(Interpreter& interpreter, std::unique_ptr<HashN
                                  std::unique_ptr<StringNode> key, bool containerMayRunScript) {
     const Variable* const prototype = container->defaultValue();
     if (!hasClassOfType(*prototype)) return nullptr;
-    return withType(StorageTypes(), prototype->dataType(),
-                    [&]<class Type>(Type) -> std::unique_ptr<Node> {
-                        return std::make_unique<HashAccess<Type>>(prototype, interpreter,
-                                                                  std::move(container),
-                                                                  std::move(key),
-                                                                  containerMayRunScript);
-                    });
+    return withType(
+        StorageTypes(), prototype->dataType(), [&]<class Type>(Type) -> std::unique_ptr<Node> {
+            return std::make_unique<HashAccess<Type>>(prototype, interpreter, std::move(container),
+                                                      std::move(key), containerMayRunScript);
+        });
 }
 
 }  // namespace SCR

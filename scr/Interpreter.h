@@ -161,8 +161,8 @@ public:
     /// differ in speed and memory only.
     CodeTier codeTier() const;
     void codeTier(CodeTier tier);
-    /// The highest tier that there is: `Native`, or `Portable` when the library was built without it
-    /// or the process may have no executable memory. Any thread.
+    /// The highest tier that there is: `Native`, or `Portable` when the library was built without
+    /// it or the process may have no executable memory. Any thread.
     static CodeTier highestCodeTier();
 
     /// Whether the last compile or execution was stopped, by a limit, an interruption or the

@@ -55,11 +55,11 @@ struct Limits {
         return static_cast<std::size_t>(std::max<std::int64_t>(source, 1));
     }
 
-    /// States that an automaton of one regular-expression switch or pattern may have; one that needs
-    /// more does not compile.
+    /// States that an automaton of one regular-expression switch or pattern may have; one that
+    /// needs more does not compile.
     std::int64_t states = std::int64_t{1} << 24;
-    /// Bytes that the patterns of one regular-expression switch, or one pattern, may take while they
-    /// are built and afterwards. Those that need more do not compile.
+    /// Bytes that the patterns of one regular-expression switch, or one pattern, may take while
+    /// they are built and afterwards. Those that need more do not compile.
     std::int64_t patterns = std::int64_t{256} << 20;
     /// The number of bytes allowed, at least 1.
     std::size_t patternBytes() const {

@@ -155,7 +155,8 @@ template <class Labels>
 void SwitchCase::lowerChoice(Code::Builder& code, StringNode& selector, const Labels& choice) {
     if (!bodies().areFew()) return code.execute(*this);
     constexpr auto choose = [](RunControl& /*control*/, long from, long text, long /*c*/) {
-        return static_cast<long>(Code::at<const Labels>(from).choose(Code::at<const FND::String>(text)));
+        return static_cast<long>(
+            Code::at<const Labels>(from).choose(Code::at<const FND::String>(text)));
     };
     static constexpr Code::Helper helper{Code::guarded<choose>, true, false};
     const std::vector<Code::Label> labels = bodies().newLabels(code);
@@ -256,7 +257,8 @@ void LongSwitchCase::Labels::lower(Code::Builder& code, LongNode& selector) cons
         const Code::Builder::Frame frame(code);
         const Code::Ref value = code.value(selector);
         if (table_.empty()) {
-            constexpr auto choose = [](RunControl& /*control*/, long from, long number, long /*c*/) {
+            constexpr auto choose = [](RunControl& /*control*/, long from, long number,
+                                       long /*c*/) {
                 return static_cast<long>(Code::at<const Labels>(from).find(number));
             };
             static constexpr Code::Helper helper{Code::guarded<choose>, false, false};
@@ -422,7 +424,9 @@ std::int32_t StringSwitchCase::execute() {
     return bodies().run(labels_->choose(selector_->result()));
 }
 
-void StringSwitchCase::lower(Code::Builder& code) { lowerChoice<Labels>(code, *selector_, *labels_); }
+void StringSwitchCase::lower(Code::Builder& code) {
+    lowerChoice<Labels>(code, *selector_, *labels_);
+}
 
 // Patterns as labels.
 

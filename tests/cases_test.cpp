@@ -23,8 +23,8 @@
 //
 // A blank line before the next case belongs to neither. A last line end may be missing in the
 // output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
-// stands, everywhere, for the case's own empty folder. The local zone is UTC. Each script runs in all
-// tiers of code, from its first run on.
+// stands, everywhere, for the case's own empty folder. The local zone is UTC. Each script runs in
+// all tiers of code, from its first run on.
 
 #include "Folder.h"
 #include "Script.h"

@@ -1,5 +1,5 @@
-// Executes random programs in all tiers of code, from the first run of each loop and function on, and
-// compares what they write and log. Some are stopped: by a limit, or at a question.
+// Executes random programs in all tiers of code, from the first run of each loop and function on,
+// and compares what they write and log. Some are stopped: by a limit, or at a question.
 //
 // usage: random_programs [first program, 0 [number of programs, 1000 [--show]]]
 #include <cstdio>

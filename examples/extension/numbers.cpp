@@ -14,8 +14,7 @@ namespace {
 FND::String ordinal(long number) {
     const long tens = number % 100;
     const long ones = tens / 10 == 1 ? 0 : number % 10;
-    return std::to_string(number) +
-           (ones == 1 ? "st" : ones == 2 ? "nd" : ones == 3 ? "rd" : "th");
+    return std::to_string(number) + (ones == 1 ? "st" : ones == 2 ? "nd" : ones == 3 ? "rd" : "th");
 }
 
 }  // namespace

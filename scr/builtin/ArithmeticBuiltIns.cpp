@@ -43,9 +43,9 @@ struct DecimalDivision {
 };
 
 template <class Operation>
-inline constexpr bool isDivisionS = std::is_same_v<Operation, LongQuotient> ||
-                                    std::is_same_v<Operation, LongRemainder> ||
-                                    std::is_same_v<Operation, DecimalDivision>;
+inline constexpr bool isDivisionS =
+    std::is_same_v<Operation, LongQuotient> || std::is_same_v<Operation, LongRemainder> ||
+    std::is_same_v<Operation, DecimalDivision>;
 
 // Left is evaluated first. A division evaluates the divisor first, and if it is 0 nothing else.
 template <class Operation>
@@ -80,12 +80,12 @@ public:
     }
 
 private:
-    static constexpr Code::Op opS = std::is_same_v<Operation, LongAddition>      ? Code::Op::Add
-                                    : std::is_same_v<Operation, LongSubtraction> ? Code::Op::Subtract
-                                    : std::is_same_v<Operation, LongMultiplication>
-                                        ? Code::Op::Multiply
-                                    : std::is_same_v<Operation, LongQuotient> ? Code::Op::Divide
-                                                                              : Code::Op::Remainder;
+    static constexpr Code::Op opS =
+        std::is_same_v<Operation, LongAddition>         ? Code::Op::Add
+        : std::is_same_v<Operation, LongSubtraction>    ? Code::Op::Subtract
+        : std::is_same_v<Operation, LongMultiplication> ? Code::Op::Multiply
+        : std::is_same_v<Operation, LongQuotient>       ? Code::Op::Divide
+                                                        : Code::Op::Remainder;
 
     Code::Ref lowerDivision(Code::Builder& code, Code::Ref target) {
         if (!target) target = code.temporary();

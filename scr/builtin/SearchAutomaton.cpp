@@ -190,7 +190,8 @@ private:
 std::unique_ptr<SearchAutomaton> SearchAutomaton::make(std::string_view pattern) {
     const FSM::Pattern read{Reader(pattern).read(), 0, {}};
     FSM::RawAutomaton raw;
-    if (!read.part || !FSM::determinise(&read, 1, {maxStatesCM - firstCM}, raw) || raw.acceptsEmpty())
+    if (!read.part || !FSM::determinise(&read, 1, {maxStatesCM - firstCM}, raw) ||
+        raw.acceptsEmpty())
         return nullptr;
 
     std::unique_ptr<SearchAutomaton> made(new SearchAutomaton);

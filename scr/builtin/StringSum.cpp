@@ -12,8 +12,7 @@ namespace SCR {
 std::unique_ptr<StringSum> StringSum::make(RunControl& control, std::unique_ptr<Node> left,
                                            std::unique_ptr<Node> right) {
     std::unique_ptr<StringSum> sum;
-    if (Node& operand = *left;
-        typeid(operand) == typeid(StringSum)) {
+    if (Node& operand = *left; typeid(operand) == typeid(StringSum)) {
         sum.reset(static_cast<StringSum*>(left.release()));
     } else {
         sum.reset(new StringSum(control));

@@ -94,7 +94,8 @@ void Builder::execute(Node& node) {
 }
 
 Ref Builder::leafOf(const LongNode& node, Ref /*target*/) {
-    if (const LongVariable* const read = variableOf<LongType>(node)) return variable(&read->value());
+    if (const LongVariable* const read = variableOf<LongType>(node))
+        return variable(&read->value());
     if (const long* const value = constantOf<LongType>(node)) return constant(*value);
     return {};
 }

@@ -37,7 +37,8 @@ public:
     Ref variable(const long* home);
     /// A new temporary.
     Ref temporary();
-    /// Emits the load of a Bool variable with its value at `home`, into `target` when that is given.
+    /// Emits the load of a Bool variable with its value at `home`, into `target` when that is
+    /// given.
     Ref load(const bool* home, Ref target = {});
 
     /// Gives back, at its end, the temporaries that were taken meanwhile.

@@ -123,7 +123,8 @@ public:
         for (std::uint32_t i = 0; i < listing_.operations.size(); ++i) {
             // Where a turn of a loop begins.
             if (listing_.operations[i].op == Op::Turn) asm_.align(asmjit::AlignMode::kCode, 32);
-            for (; next != bound.end() && next->first == i; ++next) asm_.bind(labels_[next->second]);
+            for (; next != bound.end() && next->first == i; ++next)
+                asm_.bind(labels_[next->second]);
             emit(listing_.operations[i]);
         }
         epilogue();
@@ -191,7 +192,9 @@ private:
         asm_.mov(scratch, imm(reinterpret_cast<std::intptr_t>(address)));
         return x86::Mem(scratch, 0, size);
     }
-    x86::Mem counter(const void* field, std::uint32_t size = 8) { return at(field, x86::rax, size); }
+    x86::Mem counter(const void* field, std::uint32_t size = 8) {
+        return at(field, x86::rax, size);
+    }
 
     // Operands.
 
@@ -338,13 +341,24 @@ private:
 
     void emit(const Operation& operation) {
         switch (operation.op) {
-            case Op::Nothing: break;
-            case Op::Move: emitMove(operation); break;
-            case Op::Add: emitCommutative(operation, x86::Inst::kIdAdd); break;
-            case Op::Multiply: emitCommutative(operation, x86::Inst::kIdImul); break;
-            case Op::Subtract: emitSubtract(operation); break;
+            case Op::Nothing:
+                break;
+            case Op::Move:
+                emitMove(operation);
+                break;
+            case Op::Add:
+                emitCommutative(operation, x86::Inst::kIdAdd);
+                break;
+            case Op::Multiply:
+                emitCommutative(operation, x86::Inst::kIdImul);
+                break;
+            case Op::Subtract:
+                emitSubtract(operation);
+                break;
             case Op::Divide:
-            case Op::Remainder: emitDivision(operation); break;
+            case Op::Remainder:
+                emitDivision(operation);
+                break;
             case Op::Negate: {
                 const x86::Gp work = workFor(operation.target);
                 load(work, operation.a);
@@ -358,8 +372,8 @@ private:
             case Op::NotEqual:
             case Op::LessEqual:
             case Op::GreaterEqual: {
-                const auto relation = static_cast<std::size_t>(operation.op) -
-                                      static_cast<std::size_t>(Op::Less);
+                const auto relation =
+                    static_cast<std::size_t>(operation.op) - static_cast<std::size_t>(Op::Less);
                 emitCompare(operation);
                 asm_.set(conditionsCM[relation], x86::al);
                 asm_.movzx(x86::eax, x86::al);
@@ -372,28 +386,48 @@ private:
             case Op::JumpNotEqual:
             case Op::JumpLessEqual:
             case Op::JumpGreaterEqual: {
-                const auto relation = static_cast<std::size_t>(operation.op) -
-                                      static_cast<std::size_t>(Op::JumpLess);
+                const auto relation =
+                    static_cast<std::size_t>(operation.op) - static_cast<std::size_t>(Op::JumpLess);
                 emitCompare(operation);
                 asm_.j(conditionsCM[relation], labels_[operation.label]);
                 break;
             }
-            case Op::Jump: asm_.jmp(labels_[operation.label]); break;
+            case Op::Jump:
+                asm_.jmp(labels_[operation.label]);
+                break;
             case Op::LoadBool: {
                 const x86::Gp work = workFor(operation.target);
                 asm_.movzx(work.r32(), at(operation.pointer, work, 1));
                 store(operation.target, work);
                 break;
             }
-            case Op::StoreBool: emitStoreBool(operation); break;
-            case Op::Turn: emitTurn(operation); break;
-            case Op::EnterCall: emitEnterCall(operation); break;
-            case Op::LeaveCall: asm_.dec(counter(&control_.counters().openCalls)); break;
-            case Op::CheckCall: emitCheckCall(operation); break;
-            case Op::Switch: emitSwitch(operation); break;
-            case Op::LoadElement: emitLoadElement(operation); break;
-            case Op::StoreElement: emitStoreElement(operation); break;
-            case Op::Call: emitCall(operation); break;
+            case Op::StoreBool:
+                emitStoreBool(operation);
+                break;
+            case Op::Turn:
+                emitTurn(operation);
+                break;
+            case Op::EnterCall:
+                emitEnterCall(operation);
+                break;
+            case Op::LeaveCall:
+                asm_.dec(counter(&control_.counters().openCalls));
+                break;
+            case Op::CheckCall:
+                emitCheckCall(operation);
+                break;
+            case Op::Switch:
+                emitSwitch(operation);
+                break;
+            case Op::LoadElement:
+                emitLoadElement(operation);
+                break;
+            case Op::StoreElement:
+                emitStoreElement(operation);
+                break;
+            case Op::Call:
+                emitCall(operation);
+                break;
             case Op::Leave:
                 load(x86::rax, operation.a);
                 asm_.jmp(leave_);
@@ -432,7 +466,8 @@ private:
             asm_.imul(work, inRegister(a, work), imm(constantOf(b)));
         } else {
             load(work, a);
-            withSource(b, x86::rcx, [&](const auto& source) { asm_.emit(instruction, work, source); });
+            withSource(b, x86::rcx,
+                       [&](const auto& source) { asm_.emit(instruction, work, source); });
         }
         store(operation.target, work);
     }
@@ -577,8 +612,7 @@ private:
         load(x86::rax, operation.a);
         if (table.labels.size() < fewLabels) {
             for (std::size_t i = 0; i < table.labels.size(); ++i) {
-                const long value =
-                    static_cast<long>(static_cast<unsigned long>(table.first) + i);
+                const long value = static_cast<long>(static_cast<unsigned long>(table.first) + i);
                 if (value == static_cast<std::int32_t>(value)) {
                     asm_.cmp(x86::rax, imm(value));
                 } else {
@@ -650,8 +684,8 @@ private:
         const asmjit::Label back = asm_.newLabel();
         const x86::Gp index = inRegister(operation.a, x86::rax);
         lookUp(place, index, newElementCall(operation, back, place, *place.store));
-        const x86::Mem element = place.isBool ? x86::byte_ptr(x86::rcx, index)
-                                              : x86::qword_ptr(x86::rcx, index, 3);
+        const x86::Mem element =
+            place.isBool ? x86::byte_ptr(x86::rcx, index) : x86::qword_ptr(x86::rcx, index, 3);
         if (isShort(operation.b)) {
             asm_.mov(element, imm(constantOf(operation.b)));
         } else {
@@ -730,7 +764,8 @@ namespace asmjit {
 
 const char* DebugUtils::errorAsString(Error /*error*/) noexcept { return ""; }
 void DebugUtils::debugOutput(const char* /*text*/) noexcept {}
-void DebugUtils::assertionFailed(const char* /*file*/, int /*line*/, const char* /*text*/) noexcept {
+void DebugUtils::assertionFailed(const char* /*file*/, int /*line*/,
+                                 const char* /*text*/) noexcept {
     std::abort();
 }
 

@@ -100,15 +100,15 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
 
     const Instruction* at = start;
     RunCounters& counters = control.counters();
-#define KESTREL_GO goto* at->handler
+#define KESTREL_GO goto * at->handler
 #define KESTREL_NEXT \
     ++at;            \
     KESTREL_GO
-#define KESTREL_COMPARISON(name, jumpName, sign) \
-    name:                                        \
-    *at->target = *at->a sign * at->b ? 1 : 0;   \
-    KESTREL_NEXT;                                \
-    jumpName:                                    \
+#define KESTREL_COMPARISON(name, jumpName, sign)  \
+    name:                                         \
+    *at->target = *at->a sign * at->b ? 1 : 0;    \
+    KESTREL_NEXT;                                 \
+    jumpName:                                     \
     at = *at->a sign * at->b ? at->next : at + 1; \
     KESTREL_GO;
 
@@ -193,8 +193,7 @@ loadElement : {
                                    : reinterpret_cast<const long*>(values)[index];
         KESTREL_NEXT;
     }
-    const long value =
-        place.load->run(control, reinterpret_cast<long>(place.access), *at->a, 0);
+    const long value = place.load->run(control, reinterpret_cast<long>(place.access), *at->a, 0);
     if (counters.hasFailed != 0) [[unlikely]]
         goto failed;
     *at->target = value;
@@ -262,10 +261,14 @@ private:
 const long* PortableFragment::operand(Ref ref) const {
     static constexpr long unused = 0;
     switch (ref.kind()) {
-        case Ref::Kind::Temporary: return &temporaries_[ref.index()];
-        case Ref::Kind::Variable: return listing_.variables[ref.index()];
-        case Ref::Kind::Constant: return &listing_.constants[ref.index()];
-        case Ref::Kind::None: break;
+        case Ref::Kind::Temporary:
+            return &temporaries_[ref.index()];
+        case Ref::Kind::Variable:
+            return listing_.variables[ref.index()];
+        case Ref::Kind::Constant:
+            return &listing_.constants[ref.index()];
+        case Ref::Kind::None:
+            break;
     }
     return &unused;
 }
@@ -317,15 +320,23 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
             case Op::JumpNotEqual:
             case Op::JumpLessEqual:
             case Op::JumpGreaterEqual:
-            case Op::Jump: made.next = at(operation.label); break;
-            case Op::Switch: made.table = &tables_[operation.label]; break;
-            case Op::LoadBool: made.source = static_cast<const bool*>(operation.pointer); break;
+            case Op::Jump:
+                made.next = at(operation.label);
+                break;
+            case Op::Switch:
+                made.table = &tables_[operation.label];
+                break;
+            case Op::LoadBool:
+                made.source = static_cast<const bool*>(operation.pointer);
+                break;
             case Op::StoreBool:
                 made.home = static_cast<bool*>(const_cast<void*>(operation.pointer));
                 break;
             case Op::Turn:
             case Op::CheckCall:
-            case Op::EnterCall: made.place = static_cast<const Node*>(operation.pointer); break;
+            case Op::EnterCall:
+                made.place = static_cast<const Node*>(operation.pointer);
+                break;
             case Op::LoadElement:
                 made.element = static_cast<const ElementPlace*>(operation.pointer);
                 break;
@@ -333,14 +344,14 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
                 made.storedElement = static_cast<const ElementPlace*>(operation.pointer);
                 break;
             case Op::Call: {
-                const CallInstruction more{static_cast<const Helper*>(operation.pointer),
-                                           operand(operation.c),
-                                           {}};
+                const CallInstruction more{
+                    static_cast<const Helper*>(operation.pointer), operand(operation.c), {}};
                 std::memcpy(&instructions_[places[i] + 1], &more, sizeof more);
                 statements_.push_back(operation.statement);
                 break;
             }
-            default: break;
+            default:
+                break;
         }
     }
 }

@@ -103,7 +103,9 @@ void RunControl::limits(const Limits& limits) {
 }
 
 RunScope::RunScope(RunControl& control)
-    : control_(control), openCalls_(control.counters_.openCalls), stackEnd_(control.counters_.stackEnd) {
+    : control_(control),
+      openCalls_(control.counters_.openCalls),
+      stackEnd_(control.counters_.stackEnd) {
     char* const end = control.stackEndHere();
     const bool isOutermost = control.depth_ == 0;
     if (isOutermost) {

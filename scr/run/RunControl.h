@@ -19,12 +19,12 @@ class Node;
 
 /// What the code of a script counts by itself.
 struct RunCounters {
-    std::int64_t untilLook;      ///< turns before the next look
-    std::int64_t openCalls = 0;  ///< calls that are open
-    std::int64_t mostCalls = 0;  ///< calls that may be open
-    char* stackEnd = nullptr;    ///< the lowest address that a call may find itself at
-    std::uint32_t hasFailed = 0; ///< whether a failure was noted
-    std::uint32_t failedAt = 0;  ///< for the code that leaves: the statement
+    std::int64_t untilLook;       ///< turns before the next look
+    std::int64_t openCalls = 0;   ///< calls that are open
+    std::int64_t mostCalls = 0;   ///< calls that may be open
+    char* stackEnd = nullptr;     ///< the lowest address that a call may find itself at
+    std::uint32_t hasFailed = 0;  ///< whether a failure was noted
+    std::uint32_t failedAt = 0;   ///< for the code that leaves: the statement
 };
 
 /// Thrown inside the library to unwind a script that was stopped (by a limit, an interruption or
@@ -229,12 +229,12 @@ private:
     std::chrono::steady_clock::time_point deadline_;
     int depth_ = 0;
     CodeTier codeTier_ = CodeTier::Native;
-    std::int64_t charged_ = 0;  // at least what the script's values hold
-    std::int64_t buffers_ = 0;  // the part of it outside the variables
+    std::int64_t charged_ = 0;    // at least what the script's values hold
+    std::int64_t buffers_ = 0;    // the part of it outside the variables
     std::int64_t codeBytes_ = 0;  // for code
-    FND::String message_;       // why the script was last stopped
-    FND::String prefix_;        // where the parser was then
-    FND::String failure_;       // the message of `fail`
+    FND::String message_;         // why the script was last stopped
+    FND::String prefix_;          // where the parser was then
+    FND::String failure_;         // the message of `fail`
     std::exception_ptr failureInCode_;
     bool wasStopped_ = false;
     bool isStopPending_ = false;

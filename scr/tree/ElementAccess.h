@@ -29,9 +29,8 @@ public:
     using Container = std::remove_pointer_t<decltype(std::declval<ContainerNode>().result())>;
 
     explicit ContainerOperand(std::unique_ptr<ContainerNode> node) : node_(std::move(node)) {
-        using Access =
-            std::conditional_t<std::is_same_v<Container, Array>, ArrayVariableAccess,
-                               HashVariableAccess>;
+        using Access = std::conditional_t<std::is_same_v<Container, Array>, ArrayVariableAccess,
+                                          HashVariableAccess>;
         ContainerNode& given = *node_;
         if (&typeid(given) == &typeid(Access)) {
             variable_ = given.result();

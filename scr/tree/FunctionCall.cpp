@@ -13,8 +13,8 @@ constexpr Code::Helper executeFunctionS{Code::guarded<executeFunction>};
 
 }  // namespace
 
-// Emits the body in place of the call, or a call of it. Either leads to the label `returned` after a
-// return, and to `other` after any other end. Gives whether there is another end.
+// Emits the body in place of the call, or a call of it. Either leads to the label `returned` after
+// a return, and to `other` after any other end. Gives whether there is another end.
 bool FunctionCall::lowerBody(Code::Builder& code, Code::Label& returned, Code::Label& other) const {
     constexpr std::size_t mostInlined = 16;
     StatementList::Parts& parts = function_->parts();
