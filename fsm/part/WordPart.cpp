@@ -174,7 +174,8 @@ inline void WordPart::meet(const Words& words, std::uint32_t word, std::size_t b
                            std::size_t end, std::size_t textEnd, Memory& memory,
                            Found& found) const {
     if (const NumberLists::Ref list = words.alone[word]) {
-        std::uint32_t& met = memory.met[firstWord_[&words - words_.data()] + word];
+        std::uint32_t& met =
+            memory.met[firstWord_[static_cast<std::size_t>(&words - words_.data())] + word];
         if (met != memory.stamp) lists_.add(list, found);
         met = memory.stamp;
     }
