@@ -102,6 +102,7 @@ bool Scout::read() {
 void Scout::measure(Token& token) {
     const char* from = this->token().span.begin;
     const std::string_view part = partOf(token.span.begin);
+    if (part.empty()) return;
     const bool isNew = from == nullptr || partOf(from).data() != part.data();
     if (isNew) from = lineBegin_ = part.data();
     const std::string_view passed(from, static_cast<std::size_t>(token.span.begin - from));
