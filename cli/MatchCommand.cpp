@@ -213,7 +213,8 @@ ExitStatus match(MatchOptions options) {
             i < given
                 ? ", column " + column
                 : " (" + options.file + ":" + std::to_string(i - given + 1) + ":" + column + ")";
-        report("pattern " + std::to_string(i) + where + ": " + error);
+        std::string message = "pattern " + std::to_string(i);
+        report(message.append(where).append(": ").append(error));
         isParsed = false;
     }
     if (!isParsed) return ExitStatus::NotCompiled;

@@ -416,7 +416,12 @@ void RecordOptions::printStats(const Records::RecordJob& job) const {
     const char* separator = "";
     for (const auto& [name, count] : counted) {
         const std::string number = std::to_string(count);
-        line += separator + (isJson ? "\"" + name + "\":" + number : number + " " + name);
+        line += separator;
+        if (isJson) {
+            line.append("\"").append(name).append("\":").append(number);
+        } else {
+            line.append(number).append(" ").append(name);
+        }
         separator = isJson ? "," : ", ";
     }
     if (!isJson) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -77,17 +78,20 @@ FND::String SavedFile::write(const FND::String& path, std::string_view content, 
     header.kind = static_cast<unsigned char>(kind);
     header.size = content.size();
     header.sum = sumOf(content);
-    std::string beside = path + ".XXXXXX";
-    const int file = mkostemp(beside.data(), O_CLOEXEC);
+    // Not by mkostemp, which lets nobody else read the file.
+    static std::atomic<unsigned> saved = 0;
+    std::string beside;
+    int file = -1;
+    do {
+        beside = path + '.' + std::to_string(getpid()) + '.' + std::to_string(saved++);
+        file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    } while (file < 0 && errno == EEXIST);
     if (file < 0) return failure(path);
-    const mode_t mask = umask(0);
-    umask(mask);
-    bool isWritten = fchmod(file, 0666 & ~mask) == 0 &&
-                     writeAll(file, {reinterpret_cast<const char*>(&header), sizeof header}) &&
+    bool isWritten = writeAll(file, {reinterpret_cast<const char*>(&header), sizeof header}) &&
                      writeAll(file, content);
     isWritten = close(file) == 0 && isWritten;
     if (isWritten && std::rename(beside.c_str(), path.c_str()) == 0) return "";
-    const FND::String error = failure(path);
+    FND::String error = failure(path);
     unlink(beside.c_str());
     return error;
 }

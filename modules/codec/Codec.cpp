@@ -67,7 +67,7 @@ FND::String fromBase64(std::string_view text) {
     std::size_t digits = 0;
     for (const char byte : text) {
         if (++digits % 1024 == 0) work(1024);
-        const int digit = digitValuesS[static_cast<unsigned char>(byte)];
+        const signed char digit = digitValuesS[static_cast<unsigned char>(byte)];
         if (digit < 0) refuse("no base64", whole);
         value = (value << 6 | static_cast<unsigned>(digit)) & 0xFFFF;
         bits += 6;

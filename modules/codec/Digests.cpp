@@ -135,7 +135,8 @@ long crc32(std::string_view text) {
             crc = crc >> 8 ^ crcTableS[(crc ^ static_cast<unsigned char>(byte)) & 255];
         }
     });
-    return static_cast<long>(~crc);
+    crc = ~crc;
+    return static_cast<long>(crc);
 }
 
 FND::String xxh3(std::string_view text) {

@@ -101,7 +101,7 @@ bool forEachPart(Value& value, const Use& use) {
         std::size_t index = 0;
         for (auto found : array) {
             ondemand::value element;
-            if (std::move(found).get(element)) return false;
+            if (found.get(element)) return false;
             work(32);
             if (use(std::to_string(index++), element)) return true;
         }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -59,7 +60,8 @@ void mergeSort(T* values, T* buffer, std::size_t count, const Less& less) {
 std::uint64_t headOf(const FND::String& text, std::size_t skip) {
     unsigned char bytes[8] = {};
     if (text.size() > skip) {
-        std::memcpy(bytes, text.data() + skip, std::min<std::size_t>(8, text.size() - skip));
+        const std::size_t count = std::min<std::size_t>(8, text.size() - skip);
+        std::copy_n(text.data() + skip, count, bytes);
     }
     std::uint64_t head = 0;
     for (const unsigned char byte : bytes) head = head << 8 | byte;

@@ -343,9 +343,9 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
             if (token.code != SCR_VAR_DECLARATION) continue;
             if (scout_.token(back + 1).code == SCR_FCT_DECLARATION) break;
             const FND::String type(token.text());
-            return say(MessageCode::SeveralVariables, found.span,
-                       "a declaration declares one variable",
-                       "write `" + type + " a; " + type + " b;`");
+            return say(
+                MessageCode::SeveralVariables, found.span, "a declaration declares one variable",
+                FND::String("write `").append(type).append(" a; ").append(type).append(" b;`"));
         }
     }
     if (found.code == SCR_VAR_DECLARATION) {

@@ -72,6 +72,7 @@ public:
     }
 
     std::size_t bytes() const override {
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): of pointers
         return sizeof *this + pages_.size() + statements_.size() * sizeof(const Node*);
     }
 
@@ -104,6 +105,8 @@ constexpr std::array variableRegistersS{x86::rbx, x86::rbp, x86::r12, x86::r13};
 constexpr x86::Gp countRegisterS = x86::r14;  // the turns before the next look
 constexpr x86::Gp controlRegisterS = x86::r15;
 
+// Registers and labels are small values.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 class Translator {
 public:
     Translator(const Listing& listing, RunControl& control, asmjit::CodeHolder& holder)
@@ -729,6 +732,7 @@ private:
     std::vector<std::pair<asmjit::Label, Label>> tables_;
     std::int32_t frame_ = 0;
 };
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace
 

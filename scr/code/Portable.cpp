@@ -100,6 +100,7 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
 
     const Instruction* at = start;
     RunCounters& counters = control.counters();
+// NOLINTBEGIN(bugprone-macro-parentheses): labels and statements
 #define KESTREL_GO goto * at->handler
 #define KESTREL_NEXT \
     ++at;            \
@@ -111,6 +112,8 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
     jumpName:                                     \
     at = *at->a sign * at->b ? at->next : at + 1; \
     KESTREL_GO;
+
+    // NOLINTEND(bugprone-macro-parentheses)
 
     KESTREL_GO;
 nothing:

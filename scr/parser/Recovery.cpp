@@ -282,14 +282,13 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
             } else if (--depth == 0 && !isHeader && !isInSwitch) {
                 return;
             }
-        } else if (depth <= 0 && token.code == SCR_SEMICOLON && !isInSwitch &&
-                   !(isForHeader && parentheses > 0)) {
-            return;
-        } else if (depth <= 0 && isNewLine && !isInSwitch && beginsStatement(token.code) &&
-                   !(isHeader && parentheses > 0 && token.code == SCR_IDENTIFIER) && giveAgain()) {
-            return;
-        } else if (depth <= 0 && (token.code == SCR_CASE || token.code == SCR_DEFAULT) &&
-                   giveAgain()) {
+        } else if (depth <= 0 &&
+                   ((token.code == SCR_SEMICOLON && !isInSwitch &&
+                     !(isForHeader && parentheses > 0)) ||
+                    (((isNewLine && !isInSwitch && beginsStatement(token.code) &&
+                       !(isHeader && parentheses > 0 && token.code == SCR_IDENTIFIER)) ||
+                      token.code == SCR_CASE || token.code == SCR_DEFAULT) &&
+                     giveAgain()))) {
             return;
         } else if (token.code == SCR_OPEN_PARENTHESIS) {
             ++parentheses;
