@@ -35,7 +35,7 @@ const Harness::RandomText::Rules rulesS = {
       "strSearch($string, $string) | mix($number, $long) | mix($long, $long) | "
       "n[$var % 3] | n[$var + 1] | n[$var - 2] | (($var * 31 + c) % $number) | "
       "(($var * 7 + 5) % 7) | (($var + b) % -5) | (($var * 3) % 1000003) | (($var + 4) % 0) | "
-      "wipe($long)"}},
+      "(($var - 2) / -1) | dive($long) | wipe($long)"}},
     // Sometimes enough operands for a row.
     {"sum",
      {"($long$sign$long) | ($long$sign$long) | ($long$sign$long) | ($long$sign$long) | "
@@ -97,6 +97,7 @@ function String tell(String i) { t = t + i; k{i} = s; return t; }
 function Bool flip { p = p == false; b = b + 1; return p; }
 function Long twist(Long i, Long j) {
     if (i > j) { return i - j; } else { while (j > i) { j = j - 3; return j * i; } } return 1; }
+function Long dive(Long i) { if (i % 4 > 0) { return dive(i - 1) + 1; } return bump(i); }
 function Long mix(Long i, Long j) { return i * 3 + j % 5; }
 function String both(String i, String j) { return i + tell(j); }
 function Bool near(Long i) { return (i - a) % 4 == 0; }
