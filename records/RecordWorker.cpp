@@ -18,11 +18,6 @@ void reuse(std::string& text) {
     if (text.capacity() > 2 * maxOutputS) text.shrink_to_fit();
 }
 
-// Whether a query tells by itself which dates are valid.
-bool asksForDates(std::string_view query) {
-    return query.find("dateIsValid") != std::string_view::npos;
-}
-
 }  // namespace
 
 void RejectCounts::add(const std::string& kind, std::int64_t count) {
@@ -105,7 +100,10 @@ void RecordWorker::adopt(std::unique_ptr<SCR::Interpreter> interpreter) {
 }
 
 bool RecordWorker::compile() {
-    if (options_.where && !interpreter_->compileQuery(*options_.where)) return false;
+    if (options_.where) {
+        if (!interpreter_->compileQuery(*options_.where)) return false;
+        asksForDates_ = options_.where->find("dateIsValid") != std::string::npos;
+    }
     if (!options_.conditions) return true;
     conditions_ = std::make_unique<SCR::ConditionList>(*interpreter_);
     return conditions_->compile(*options_.conditions);
@@ -204,7 +202,7 @@ bool RecordWorker::cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) co
 bool RecordWorker::evaluateQuery(bool& holds) {
     current_.readsNoDate = false;
     if (!interpreter_->evaluateQuery(holds)) return false;
-    if (!holds || !current_.readsNoDate || asksForDates(*options_.where)) return true;
+    if (!holds || !current_.readsNoDate || asksForDates_) return true;
     // No date is later than every date. A query that would not hold if it were earlier only holds
     // because of that.
     current_.noDate = FND::DateTime::min();

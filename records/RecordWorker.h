@@ -168,8 +168,9 @@ private:
     const FieldNames& names_;
     const StopSignal& stop_;
     CurrentRecord current_;
-    Columns columns_;         // for current_
-    bool hasReturn_ = false;  // before the line end of the current record
+    Columns columns_;            // for current_
+    bool asksForDates_ = false;  // the query tells by itself which dates are valid
+    bool hasReturn_ = false;     // before the line end of the current record
     Prints prints_{*this};
     Batch end_;                                                // what END writes
     const std::function<bool(Batch&)>* deliverEnd_ = nullptr;  // while END runs

@@ -33,6 +33,17 @@ bool holds(const Container& container) {
     return typeid(prototype) == typeid(VariableOf<T>);
 }
 
+// Stores a value in an element; false when there is none. A container cannot be stored.
+template <class T>
+bool storeIn([[maybe_unused]] T* element, [[maybe_unused]] const T& value) {
+    if constexpr (std::is_base_of_v<Variable, T>) {
+        return false;
+    } else {
+        if (element != nullptr) store(*element, value);
+        return element != nullptr;
+    }
+}
+
 template <class T, class Container>
 const T& newValue(const Container& container) {
     return valueOf<T>(static_cast<VariableOf<T>&>(*container.defaultValue()));
@@ -98,15 +109,7 @@ ArrayRef<T>::ArrayRef(Array& array, Interpreter* interpreter)
 
 template <class T>
 bool ArrayRef<T>::set(unsigned long index, const T& value) const {
-    return guarded(interpreter_, [&] {
-        [[maybe_unused]] T* const element = at(index);
-        if constexpr (std::is_base_of_v<Variable, T>) {
-            return false;
-        } else {
-            if (element != nullptr) store(*element, value);
-            return element != nullptr;
-        }
-    });
+    return guarded(interpreter_, [&] { return storeIn(at(index), value); });
 }
 
 template <class T>
@@ -178,15 +181,7 @@ HashRef<T>::HashRef(Hash& hash, Interpreter* interpreter)
 
 template <class T>
 bool HashRef<T>::set(const FND::String& key, const T& value) const {
-    return guarded(interpreter_, [&] {
-        [[maybe_unused]] T* const element = at(key);
-        if constexpr (std::is_base_of_v<Variable, T>) {
-            return false;
-        } else {
-            if (element != nullptr) store(*element, value);
-            return element != nullptr;
-        }
-    });
+    return guarded(interpreter_, [&] { return storeIn(at(key), value); });
 }
 
 template <class T>
