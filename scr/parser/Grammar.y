@@ -14,7 +14,7 @@ class CustomLexer;
 }
 
 %code {
-#include "scr/parser/Actions.h"
+#include "scr/action/Actions.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseState.h"
 #include "scr/parser/Recovery.h"

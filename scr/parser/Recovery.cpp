@@ -6,7 +6,7 @@
 #include "scr/Constant.h"
 #include "scr/Interpreter.h"
 #include "scr/SwitchCase.h"
-#include "scr/parser/Actions.h"
+#include "scr/action/Actions.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"

@@ -2,10 +2,10 @@
 
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
+#include "scr/action/ActionSupport.h"
+#include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
-#include "scr/parser/ActionSupport.h"
-#include "scr/parser/Actions.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/run/RunControl.h"

@@ -1,4 +1,4 @@
-#include "scr/parser/ActionSupport.h"
+#include "scr/action/ActionSupport.h"
 
 #include <typeinfo>
 
@@ -7,10 +7,10 @@
 #include "scr/Interpreter.h"
 #include "scr/Statement.h"
 #include "scr/VariableAccess.h"
+#include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/os/FileData.h"
-#include "scr/parser/Actions.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"

@@ -1,8 +1,8 @@
 #include "scr/CompareInterface.h"
 #include "scr/Interpreter.h"
+#include "scr/action/ActionSupport.h"
+#include "scr/action/Actions.h"
 #include "scr/message/Messages.h"
-#include "scr/parser/ActionSupport.h"
-#include "scr/parser/Actions.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 

@@ -1,9 +1,9 @@
 #include "scr/Interpreter.h"
 #include "scr/SwitchCase.h"
+#include "scr/action/ActionSupport.h"
+#include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
-#include "scr/parser/ActionSupport.h"
-#include "scr/parser/Actions.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 

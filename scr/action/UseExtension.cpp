@@ -5,10 +5,10 @@
 #include "scr/Extension.h"
 #include "scr/Interpreter.h"
 #include "scr/Version.h"
+#include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/os/ModuleFiles.h"
-#include "scr/parser/Actions.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 
