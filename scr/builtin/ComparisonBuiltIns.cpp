@@ -48,8 +48,9 @@ public:
     }
 
     void lowerJump(Code::Builder& code, Code::Label label, bool when) override {
-        const Code::Builder::Frame frame(code);
+        Code::Builder::Frame frame(code);
         const auto [left, right] = lowerOperands(code);
+        frame.end();
         code.jumpIf(when ? relation : Code::opposite(relation), left, right, label);
     }
 

@@ -9,8 +9,9 @@
 namespace SCR::Code {
 
 void Lowerable::lowerJump(Builder& code, Label label, bool when) {
-    const Builder::Frame frame(code);
+    Builder::Frame frame(code);
     const Ref value = lowerValue(code, {});
+    frame.end();
     code.jumpIf(when ? Relation::NotEqual : Relation::Equal, value, code.constant(0), label);
 }
 

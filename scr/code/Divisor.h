@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 namespace SCR::Code {
@@ -33,6 +34,27 @@ struct Divisor {
         const auto factor = static_cast<std::uint64_t>(
             (whole + size - static_cast<std::uint64_t>(whole % size)) / size);
         return {static_cast<std::int64_t>(divisor < 0 ? 0 - factor : factor), power - 64};
+    }
+};
+
+/// How to see whether a number is a multiple: its product with `factor`, plus `sum`, rotated right
+/// by `rotation`, is at most `greatest`, without signs. (Section 10-17 of the same book.)
+struct MultipleTest {
+    std::uint64_t factor;
+    std::uint64_t sum;
+    int rotation;
+    std::uint64_t greatest;
+
+    /// Of a `size` below 2 to the power of 63 that is no power of 2.
+    static constexpr MultipleTest of(std::uint64_t size) {
+        const int twos = std::countr_zero(size);
+        const std::uint64_t odd = size >> twos;
+        // Each step of Newton's method doubles the number of right bits.
+        std::uint64_t inverse = odd;
+        for (int bits = 3; bits < 64; bits *= 2) inverse *= 2 - odd * inverse;
+        constexpr std::uint64_t most = (std::uint64_t{1} << 63) - 1;
+        const std::uint64_t sum = most / odd >> twos << twos;
+        return {inverse, sum, twos, 2 * sum >> twos};
     }
 };
 

@@ -17,6 +17,8 @@
 #include "scr/Array.h"
 #include "scr/code/Divisor.h"
 #include "scr/code/Helpers.h"
+#include "scr/code/Remainders.h"
+#include "scr/code/Selects.h"
 
 namespace SCR::Code {
 
@@ -137,6 +139,11 @@ public:
             emit();
         }
         for (const auto& [at, number] : tables_) emitTable(at, listing_.switches[number]);
+        asm_.align(asmjit::AlignMode::kData, 8);
+        for (const auto& [value, at] : pool_) {
+            asm_.bind(at);
+            asm_.embedUInt64(value);
+        }
     }
 
 private:
@@ -160,7 +167,7 @@ private:
             use(operation.target);
             use(operation.a);
             use(operation.b);
-            if (operation.op == Op::Call) use(operation.c);
+            if (operation.op == Op::Call || isSelect(operation.op)) use(operation.c);
         }
         std::sort(uses.begin(), uses.end(), std::greater<>());
         registers_.assign(uses.size(), nullptr);
@@ -245,12 +252,13 @@ private:
         const x86::Gp* const own = registerOf(target);
         return own != nullptr ? *own : x86::rax;
     }
+    bool isInRegisterOnly(Ref target) const { return isPassing_ && registerOf(target) != nullptr; }
     // Stores a value in the target.
     void store(Ref target, x86::Gp value) {
         if (const x86::Gp* const own = registerOf(target)) {
             if (*own != value) asm_.mov(*own, value);
         }
-        if (target.is(Ref::Kind::Variable)) {
+        if (target.is(Ref::Kind::Variable) && !isInRegisterOnly(target)) {
             const x86::Gp scratch = value == x86::rcx ? x86::rdx : x86::rcx;
             asm_.mov(at(listing_.variables[target.index()], scratch, 8), value);
         } else if (registerOf(target) == nullptr && target.is(Ref::Kind::Temporary)) {
@@ -343,6 +351,7 @@ private:
     // Operations.
 
     void emit(const Operation& operation) {
+        isPassing_ = operation.isPassing;
         switch (operation.op) {
             case Op::Nothing:
                 break;
@@ -375,10 +384,8 @@ private:
             case Op::NotEqual:
             case Op::LessEqual:
             case Op::GreaterEqual: {
-                const auto relation =
-                    static_cast<std::size_t>(operation.op) - static_cast<std::size_t>(Op::Less);
-                emitCompare(operation);
-                asm_.set(conditionsCM[relation], x86::al);
+                const x86::CondCode holds = emitCompare(operation, Op::Less);
+                asm_.set(holds, x86::al);
                 asm_.movzx(x86::eax, x86::al);
                 store(operation.target, x86::rax);
                 break;
@@ -389,10 +396,8 @@ private:
             case Op::JumpNotEqual:
             case Op::JumpLessEqual:
             case Op::JumpGreaterEqual: {
-                const auto relation =
-                    static_cast<std::size_t>(operation.op) - static_cast<std::size_t>(Op::JumpLess);
-                emitCompare(operation);
-                asm_.j(conditionsCM[relation], labels_[operation.label]);
+                const x86::CondCode holds = emitCompare(operation, Op::JumpLess);
+                asm_.j(holds, labels_[operation.label]);
                 break;
             }
             case Op::Jump:
@@ -406,6 +411,14 @@ private:
             }
             case Op::StoreBool:
                 emitStoreBool(operation);
+                break;
+            case Op::SelectLess:
+            case Op::SelectGreater:
+            case Op::SelectEqual:
+            case Op::SelectNotEqual:
+            case Op::SelectLessEqual:
+            case Op::SelectGreaterEqual:
+                emitSelect(operation);
                 break;
             case Op::Turn:
                 emitTurn(operation);
@@ -468,11 +481,28 @@ private:
         if (instruction == x86::Inst::kIdImul && isShort(b)) {
             asm_.imul(work, inRegister(a, work), imm(constantOf(b)));
         } else {
+            if (instruction == x86::Inst::kIdAdd && addInOne(work, a, b)) {
+                return store(operation.target, work);
+            }
             load(work, a);
             withSource(b, x86::rcx,
                        [&](const auto& source) { asm_.emit(instruction, work, source); });
         }
         store(operation.target, work);
+    }
+
+    // Adds into a third register with one instruction, when both operands suit it.
+    bool addInOne(x86::Gp work, Ref a, Ref b) {
+        const x86::Gp* const first = registerOf(a);
+        if (first == nullptr || *first == work) return false;
+        if (const x86::Gp* const second = registerOf(b)) {
+            asm_.lea(work, x86::ptr(*first, *second));
+        } else if (isShort(b)) {
+            asm_.lea(work, x86::ptr(*first, static_cast<std::int32_t>(constantOf(b))));
+        } else {
+            return false;
+        }
+        return true;
     }
 
     void emitSubtract(const Operation& operation) {
@@ -551,13 +581,52 @@ private:
         store(operation.target, x86::rdx);
     }
 
-    void emitCompare(const Operation& operation) {
+    // Compares, for an operation of the group that begins with `first`; gives the condition under
+    // which its relation holds.
+    x86::CondCode emitCompare(const Operation& operation, Op first) {
+        const Relation relation = relationOf(operation.op, first);
+        if (operation.testsRemainder) return emitRemainderTest(operation, relation);
         const x86::Gp left = inRegister(operation.a, x86::rax);
         if (isShort(operation.b) && constantOf(operation.b) == 0) {
             asm_.test(left, left);
         } else {
             withSource(operation.b, x86::rcx, [&](const auto& source) { asm_.cmp(left, source); });
         }
+        return conditionsCM[static_cast<std::size_t>(relation)];
+    }
+    x86::CondCode emitRemainderTest(const Operation& operation, Relation relation) {
+        const bool isEqual = relation == Relation::Equal;
+        const long divisor = constantOf(operation.b);
+        const auto size = divisor < 0 ? 0 - static_cast<unsigned long>(divisor)
+                                      : static_cast<unsigned long>(divisor);
+        if (std::has_single_bit(size)) {
+            const x86::Gp number = inRegister(operation.a, x86::rax);
+            asm_.mov(x86::rcx, imm(static_cast<std::int64_t>(size - 1)));
+            asm_.test(number, x86::rcx);
+            return isEqual ? x86::CondCode::kEqual : x86::CondCode::kNotEqual;
+        }
+        const MultipleTest test = MultipleTest::of(size);
+        load(x86::rax, operation.a);
+        asm_.imul(x86::rax, inMemory(test.factor));
+        asm_.add(x86::rax, inMemory(test.sum));
+        if (test.rotation > 0) asm_.ror(x86::rax, imm(test.rotation));
+        // This way round one flag tells.
+        asm_.cmp(inMemory(test.greatest), x86::rax);
+        return isEqual ? x86::CondCode::kUnsignedGE : x86::CondCode::kUnsignedLT;
+    }
+    // A constant that no instruction can hold.
+    x86::Mem inMemory(std::uint64_t value) {
+        const auto [found, isNew] = pool_.try_emplace(value);
+        if (isNew) found->second = asm_.newLabel();
+        return x86::qword_ptr(found->second);
+    }
+
+    void emitSelect(const Operation& operation) {
+        const x86::Gp value = inRegister(operation.c, x86::rdx);
+        const x86::Gp work = inRegister(operation.target, x86::rsi);
+        const x86::CondCode holds = emitCompare(operation, Op::SelectLess);
+        asm_.cmov(holds, work, value);
+        store(operation.target, work);
     }
 
     void emitStoreBool(const Operation& operation) {
@@ -730,13 +799,17 @@ private:
     std::vector<Cold> cold_;
     std::unordered_map<std::uint32_t, asmjit::Label> failures_;  // by statement
     std::vector<std::pair<asmjit::Label, Label>> tables_;
+    std::unordered_map<std::uint64_t, asmjit::Label> pool_;  // constants in memory
     std::int32_t frame_ = 0;
+    bool isPassing_ = false;  // of the operation that is being emitted
 };
 // NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace
 
-std::unique_ptr<Fragment> makeNative(const Listing& listing, RunControl& control) {
+std::unique_ptr<Fragment> makeNative(Listing listing, RunControl& control) {
+    testRemainders(listing);
+    useSelects(listing);
     FirstError error;
     asmjit::CodeHolder holder;
     holder.init(asmjit::Environment::host());

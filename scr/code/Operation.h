@@ -65,6 +65,14 @@ enum class Op : std::uint8_t {
     // A Bool variable, whose home is at `pointer`: target = it, it = a (0 or 1).
     LoadBool,
     StoreBool,
+    // target = c if the comparison of a with b holds, otherwise target stays. In the same order.
+    // Only `useSelects` makes them.
+    SelectLess,
+    SelectGreater,
+    SelectEqual,
+    SelectNotEqual,
+    SelectLessEqual,
+    SelectGreaterEqual,
     // Counts a turn of the loop `pointer`.
     Turn,
     // Counts the call made by the node `pointer` and opens it; closes it.
@@ -99,6 +107,15 @@ constexpr Op setOf(Relation relation) {
 }
 constexpr Op jumpOf(Relation relation) {
     return static_cast<Op>(static_cast<int>(Op::JumpLess) + static_cast<int>(relation));
+}
+constexpr Op selectOf(Relation relation) {
+    return static_cast<Op>(static_cast<int>(Op::SelectLess) + static_cast<int>(relation));
+}
+
+constexpr bool isSelect(Op op) { return op >= Op::SelectLess && op <= Op::SelectGreaterEqual; }
+/// The relation of an operation of the group that begins with `first`.
+constexpr Relation relationOf(Op op, Op first) {
+    return static_cast<Relation>(static_cast<int>(op) - static_cast<int>(first));
 }
 
 /// A place in the code that jumps go to.
@@ -140,6 +157,12 @@ struct Operation {
     std::uint8_t live = 0;
     /// How many loops of the code are around it.
     std::uint8_t loops = 0;
+    /// Of a comparison for being equal: whether it compares not a with b, but the remainder of a
+    /// divided by the constant b with 0. Only `testRemainders` sets it.
+    bool testsRemainder = false;
+    /// Whether the target's value is set again before anybody can see its home. Only `useSelects`
+    /// sets it.
+    bool isPassing = false;
     /// The statement that it belongs to.
     std::uint32_t statement = 0;
     Ref target;
