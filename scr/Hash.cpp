@@ -127,6 +127,7 @@ void Hash::clear() noexcept {
     size_ = 0;
     usedSlots_ = 0;
     freeSlot_ = noSlotS;
+    recent_ = nullptr;
 }
 
 std::vector<const FND::String*> Hash::keys() const {
@@ -189,6 +190,7 @@ Variable* Hash::insert(const FND::String& key, std::uint32_t hash) {
     while (buckets_[at & mask_].entry != 0) ++at;
     buckets_[at & mask_] = {hash, number + 1};
     ++size_;
+    recent_ = slot;
     return elementClass_->element(slot + HashElements::elementOffsetCM);
 }
 
@@ -215,6 +217,7 @@ void Hash::resizeTable(std::size_t buckets) {
 
 void Hash::erase(Bucket& bucket, std::byte* slot) noexcept {
     destroyEntry(slot);
+    recent_ = nullptr;
     new (slot) HashElements::Mark{freeSlot_, false};
     freeSlot_ = bucket.entry - 1;
     --size_;
@@ -238,6 +241,7 @@ void Hash::freeElements() noexcept {
     size_ = 0;
     usedSlots_ = 0;
     freeSlot_ = noSlotS;
+    recent_ = nullptr;
 }
 
 void Hash::copyElements(const Hash& source) {

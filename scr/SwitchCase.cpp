@@ -308,21 +308,32 @@ private:
         Number body = Bodies::none;  // none in a free slot
     };
 
+    static constexpr std::size_t fewCM = 32;
+    static constexpr std::uint64_t anyFactorCM = 0x9e3779b97f4a7c15;
+
     Number findLarge(const FND::String& value) const;
     Number find(const FND::String& value) const;
+    [[gnu::noinline]] Number findInRow(const FND::String& value) const;
     static Ends endsOf(const FND::String& text);
-    std::size_t slotOf(const FND::String& label, const Ends& ends) const;
+    std::size_t slotOf(const Ends& ends) const {
+        return ((ends.first ^ std::rotl(ends.last, 23)) * factor_) >> hashShift_;
+    }
+    bool haveSlotsOfTheirOwn() const;
+    void chooseFactor();
 
     const Bodies& bodies_;
     std::unordered_map<FND::String, Number, KeyHash> labels_;
 
     // The labels by their hash; a label whose slot is taken lies in the next free one. More than
-    // half of the slots are free; their number is a power of 2.
+    // half of the slots are free; their number is a power of 2. A few short labels are direct: they
+    // have a hash of their own that gives each another slot.
     std::vector<Slot> slots_;
     std::vector<const FND::String*> slotLabels_;  // by slot, keys of `labels_`
     std::size_t lastSlot_ = 0;
-    int hashShift_ = 63;       // 64 minus the number of bits of a slot's number
-    std::size_t longest_ = 0;  // bytes of a label
+    int hashShift_ = 63;  // 64 minus the number of bits of a slot's number
+    bool isDirect_ = false;
+    std::uint64_t factor_ = anyFactorCM;  // of the hash of direct labels
+    std::size_t longest_ = 0;             // bytes of a label
 };
 
 // The pointer has an owner before anything is allocated.
@@ -367,22 +378,34 @@ bool StringSwitchCase::nextCase(ParserStack& stack) {
     return ends;
 }
 
-// When there are few labels, they usually differ at their ends.
-inline std::size_t StringSwitchCase::Labels::slotOf(const FND::String& label,
-                                                    const Ends& ends) const {
-    constexpr std::size_t few = 64;
-    if (lastSlot_ >= few) [[unlikely]]
-        return keyHash(label);
-    return ((ends.first ^ std::rotl(ends.last, 23)) * 0x9e3779b97f4a7c15) >> hashShift_;
-}
-
 bool StringSwitchCase::finalSetup() {
     labels_->setUp();
     return true;
 }
 
+bool StringSwitchCase::Labels::haveSlotsOfTheirOwn() const {
+    std::uint64_t taken[4 * fewCM / 64] = {};
+    for (const auto& label : labels_) {
+        const std::size_t slot = slotOf(endsOf(label.first));
+        const std::uint64_t bit = std::uint64_t{1} << slot % 64;
+        if ((taken[slot / 64] & bit) != 0) return false;
+        taken[slot / 64] |= bit;
+    }
+    return true;
+}
+
+// Looks for a hash that gives each label a slot of its own.
+void StringSwitchCase::Labels::chooseFactor() {
+    for (int tries = 100; tries > 0; --tries) {
+        isDirect_ = haveSlotsOfTheirOwn();
+        if (isDirect_) return;
+        factor_ += anyFactorCM << 1;
+    }
+}
+
 void StringSwitchCase::Labels::setUp() {
-    const std::size_t slots = std::bit_ceil(2 * labels_.size() + 2);
+    const bool areFew = labels_.size() < fewCM;
+    const std::size_t slots = std::bit_ceil((areFew ? 4 : 2) * (labels_.size() + 1));
     // NOLINTNEXTLINE(bugprone-sizeof-expression): of pointers
     chargeBuffer(blockBytes(slots * sizeof(Slot)) + blockBytes(slots * sizeof slotLabels_[0]));
     countWork(slots * sizeof(Slot));
@@ -390,10 +413,11 @@ void StringSwitchCase::Labels::setUp() {
     slotLabels_.resize(slots_.size());
     lastSlot_ = slots_.size() - 1;
     hashShift_ = std::countl_zero(slots_.size()) + 1;
+    for (const auto& label : labels_) longest_ = std::max(longest_, label.first.size());
+    if (areFew && longest_ <= 16) chooseFactor();
     for (const auto& [label, body] : labels_) {
-        longest_ = std::max(longest_, label.size());
         const Ends ends = endsOf(label);
-        std::size_t at = slotOf(label, ends);
+        std::size_t at = isDirect_ ? slotOf(ends) : keyHash(label);
         while (slots_[at & lastSlot_].body != Bodies::none) ++at;
         slots_[at & lastSlot_] = {ends, body};
         slotLabels_[at & lastSlot_] = &label;
@@ -402,8 +426,15 @@ void StringSwitchCase::Labels::setUp() {
 
 [[gnu::always_inline]] inline SwitchCase::Bodies::Number StringSwitchCase::Labels::find(
     const FND::String& value) const {
+    if (!isDirect_) return findInRow(value);
     const Ends ends = endsOf(value);
-    for (std::size_t at = slotOf(value, ends);; ++at) {
+    const Slot& slot = slots_[slotOf(ends)];
+    return slot.ends == ends ? slot.body : Bodies::none;
+}
+
+SwitchCase::Bodies::Number StringSwitchCase::Labels::findInRow(const FND::String& value) const {
+    const Ends ends = endsOf(value);
+    for (std::size_t at = keyHash(value);; ++at) {
         const Slot& slot = slots_[at & lastSlot_];
         // A free slot has the ends of "".
         if (slot.ends == ends && (ends.size <= 16 || *slotLabels_[at & lastSlot_] == value)) {

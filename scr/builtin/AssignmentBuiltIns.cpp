@@ -66,19 +66,19 @@ private:
     const Operand<Type> value_;
 };
 
-// Appends something to a variable's own text.
-class AppendAssignment final : public StringNode {
+// The store of a sum of texts into a named variable, which is where they are put together.
+class SumAssignment final : public StringNode {
 public:
-    AppendAssignment(FND::String& target, std::unique_ptr<StringSum> sum)
+    SumAssignment(FND::String& target, std::unique_ptr<StringSum> sum)
         : target_(target), sum_(std::move(sum)) {}
 
     std::int32_t execute() override {
-        sum_->appendTo(target_);
+        sum_->storeIn(target_);
         return Node::goOn;
     }
 
     const FND::String& result() override {
-        sum_->appendTo(target_);
+        sum_->storeIn(target_);
         return target_;
     }
 
@@ -158,9 +158,8 @@ public:
         if (auto* const variable = variableOf<Type>(*target)) {
             if constexpr (std::is_same_v<Type, StringType>) {
                 Node& operand = *value;
-                if (&typeid(operand) == &typeid(StringSum) &&
-                    static_cast<StringSum&>(operand).firstText() == &variable->value()) {
-                    return new AppendAssignment(
+                if (&typeid(operand) == &typeid(StringSum)) {
+                    return new SumAssignment(
                         variable->value(),
                         std::unique_ptr<StringSum>(static_cast<StringSum*>(value.release())));
                 }

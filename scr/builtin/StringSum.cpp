@@ -37,8 +37,9 @@ std::size_t StringSum::evaluate() {
     return size;
 }
 
-const FND::String& StringSum::result() {
-    const std::size_t size = evaluate();
+const FND::String& StringSum::result() { return assemble(evaluate()); }
+
+const FND::String& StringSum::assemble(std::size_t size) {
     growBuffer(result_, size);
     if (isLarge(size)) [[unlikely]] {
         result_.clear();
@@ -50,14 +51,27 @@ const FND::String& StringSum::result() {
     return result_;
 }
 
-void StringSum::appendTo(FND::String& target) {
+void StringSum::storeIn(FND::String& target) {
     const std::size_t size = evaluate();
     const auto others = values_.begin() + 1;
-    if (std::find(others, values_.end(), &target) != values_.end()) {
-        // The target occurs again in the sum.
-        store(target, result());
+    const bool isFirst = values_.front() == &target;
+    if (std::find(others, values_.end(), &target) != values_.end() || (!isFirst && isLarge(size))) {
+        // The target occurs in the middle, or it must not be lost when the script is stopped.
+        store(target, assemble(size));
         return;
     }
+    if (isFirst) return appendTo(target, size);
+    chargeGrowth(target, size);
+    if (size > target.capacity()) {
+        target.clear();
+        target.reserve(size);
+    }
+    target.assign(*values_.front());
+    for (auto value = others; value != values_.end(); ++value) target.append(**value);
+}
+
+void StringSum::appendTo(FND::String& target, std::size_t size) {
+    const auto others = values_.begin() + 1;
     if (size > target.capacity()) {
         chargeGrowth(target, size);
         reserveInPieces(target, std::max(size, 2 * target.capacity()));

@@ -19,10 +19,9 @@ public:
 
     const FND::String& result() override;
 
-    /// The first text, if that is a variable or a constant; otherwise null.
-    const FND::String* firstText() const { return parts_.front().storage(); }
-    /// Sets `target`, whose text comes first, to the result, without copying that text.
-    void appendTo(FND::String& target);
+    /// Sets `target` to the result. It is made there, and where the sum begins with `target`, that
+    /// text is not copied.
+    void storeIn(FND::String& target);
 
 private:
     explicit StringSum(RunControl& control) : control_(control) {}
@@ -30,6 +29,9 @@ private:
     void add(std::unique_ptr<Node> operand);
     // Evaluates the operands into `values_` and returns their total length.
     std::size_t evaluate();
+    // Put the values of the parts together: in `result_`, or in the first of them.
+    const FND::String& assemble(std::size_t size);
+    void appendTo(FND::String& target, std::size_t size);
 
     RunControl& control_;
     std::vector<Operand<StringType>> parts_;

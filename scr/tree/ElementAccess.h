@@ -133,7 +133,7 @@ private:
             return element;
         return static_cast<V*>(source_.make(*position.array, position.index));
     }
-    auto* valueAt(Position position) {
+    [[gnu::always_inline]] auto* valueAt(Position position) {
         using Found = decltype(ArrayElements::findValue<V>(*position.array, position.index));
         if (position.array == nullptr) [[unlikely]]
             return Found(nullptr);
@@ -207,6 +207,7 @@ private:
         if (hash == nullptr) [[unlikely]]
             return nullptr;
         countString(key.size());
+        if (V* const element = HashElements::findAgain<V>(*hash, key)) return element;
         const std::uint32_t code = isConstant_ ? constantHash_ : keyHash(key);
         if (V* const element = HashElements::find<V>(*hash, key, code)) [[likely]] {
             return element;

@@ -107,12 +107,20 @@ private:
 
 /// Those of hashes.
 struct HashElements {
+    /// The element under `key`, if it is the one that `find` gave last; otherwise null.
+    template <class V>
+    static V* findAgain(const Hash& hash, const FND::String& key) {
+        std::byte* const slot = hash.recent_;
+        if (slot == nullptr || !areEqualKeys(keyIn(slot), key)) return nullptr;
+        return elementIn<V>(slot);
+    }
     /// The element under `key`, whose `keyHash` is `code`; null when it is missing.
     template <class V>
     static V* find(const Hash& hash, const FND::String& key, std::uint32_t code) {
         std::byte* const slot = look(hash, key, code, elementOffsetCM + sizeof(V)).slot;
         if (slot == nullptr) return nullptr;
-        return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
+        hash.recent_ = slot;
+        return elementIn<V>(slot);
     }
 
     /// The first entry from slot `position` on, which then is the slot after it: gives its key and
@@ -138,6 +146,10 @@ private:
     static constexpr std::size_t keyOffsetCM = sizeof(Mark);
     static constexpr std::size_t elementOffsetCM = keyOffsetCM + sizeof(FND::String);
 
+    template <class V>
+    static V* elementIn(std::byte* slot) {
+        return std::launder(reinterpret_cast<V*>(slot + elementOffsetCM));
+    }
     static FND::String& keyIn(std::byte* slot) {
         return *std::launder(reinterpret_cast<FND::String*>(slot + keyOffsetCM));
     }
@@ -156,7 +168,7 @@ private:
             if (bucket.entry == 0) return {};
             if (bucket.hash != code) continue;
             std::byte* const slot = Slots::find(hash.chunks_, bucket.entry - 1, slotSize);
-            if (areEqual(keyIn(slot), key)) [[likely]]
+            if (areEqualKeys(keyIn(slot), key)) [[likely]]
                 return {&bucket, slot};
         }
     }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "fnd/Export.h"
@@ -29,6 +31,24 @@ inline bool areEqual(const FND::String& a, const FND::String& b) {
     if (isLarge(a.size())) [[unlikely]]
         return a.size() == b.size() && compareLarge(a, b) == 0;
     return a == b;
+}
+
+/// The same, faster for texts of up to 16 bytes, as keys mostly are.
+[[gnu::always_inline]] inline bool areEqualKeys(const FND::String& a, const FND::String& b) {
+    const std::size_t size = a.size();
+    if (size != b.size()) return false;
+    // Two words, which overlap in a text of less than 16 bytes.
+    const auto areEqualWords = [&]<class Word>(Word first) {
+        Word others[3];
+        std::memcpy(&first, a.data(), sizeof(Word));
+        std::memcpy(&others[0], b.data(), sizeof(Word));
+        std::memcpy(&others[1], a.data() + size - sizeof(Word), sizeof(Word));
+        std::memcpy(&others[2], b.data() + size - sizeof(Word), sizeof(Word));
+        return ((first ^ others[0]) | (others[1] ^ others[2])) == 0;
+    };
+    if (size - 8 <= 8) return areEqualWords(std::uint64_t{});
+    if (size - 4 < 4) return areEqualWords(std::uint32_t{});
+    return areEqual(a, b);
 }
 
 /// `text` without leading bytes of `set`, a byte or several.
