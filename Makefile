@@ -2,7 +2,7 @@
 MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 
-.PHONY: run test bench docs format lint check clean
+.PHONY: run test bench docs manual format lint check clean
 
 run: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
@@ -29,6 +29,13 @@ docs: build/build.ninja
 	@build/bin/kestrel functions --markdown > docs/builtins.md
 	@build/bin/kestrel functions --modules > docs/modules.md
 	@build/bin/kestrel explain --markdown > docs/messages.md
+
+# The site of the manual, after all its examples have run.
+manual: build/build.ninja
+	@cmake --build build --parallel $(JOBS) --target kestrel_cli
+	@cmake --build build --parallel $(JOBS) --target modules/all
+	@ctest --preset release --parallel $(JOBS) -R '^(embedding|patterns)$$|^manual\.|\.examples$$'
+	@tools/manual
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
