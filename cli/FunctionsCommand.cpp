@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "records/RecordManual.h"
 #include "scr/Module.h"
 #include "scr/builtin/BuiltIn.h"
 
@@ -26,6 +27,9 @@ public:
         : Entry(row.signature, row.effects, row.manual, row.example) {
         module_ = module.name;
     }
+    /// A function of records, which scripts call by its name alone.
+    explicit Entry(const SCR::ModuleFunction& row)
+        : Entry(row.signature, row.effects, row.manual, row.example) {}
     Entry(std::string_view text, Effect effects, std::string_view manual, std::string_view example)
         : row_{text, effects, manual, example} {
         const std::size_t space = text.find(' ');
@@ -84,6 +88,7 @@ public:
                      {Effect::Mutex, "uses mutexes"},
                      {Effect::Random, "gives random values"},
                      {Effect::Log, "writes messages"},
+                     {Effect::Position, "tells the place of the record among others"},
                      {Effect::LocalZone, "depends on the time zone"}};
         std::string joined;
         for (const auto& [effect, text] : texts) {
@@ -164,6 +169,11 @@ void writeMarkdown(const Entry& entry) {
     write("\nExample:\n\n```\n" + std::string(entry.row().example) + "\n```\n\n");
 }
 
+std::vector<Entry> recordEntries() {
+    const auto rows = Records::recordManual().functions;
+    return {rows.begin(), rows.end()};
+}
+
 /// Those of the modules, in the order of their tables.
 std::vector<Entry> moduleEntries() {
     std::vector<Entry> all;
@@ -205,6 +215,9 @@ void writeManual(const std::vector<Entry>& all) {
         "<!-- Made by `kestrel functions --markdown` from the table of built-ins; do not edit. "
         "-->\n\n"
         "# Built-in functions and operators\n\n"
+        "- [Functions](#functions)\n"
+        "- [Operators](#operators)\n"
+        "- [Functions for records](#functions-for-records)\n\n"
         "An argument after `out` must be a variable, or an element of a container, that can be\n"
         "assigned; one after `constant` must be a constant. Arguments in brackets may be left out\n"
         "from the end; `...` stands for any number of further ones. A Long is taken where a\n"
@@ -220,11 +233,16 @@ void writeManual(const std::vector<Entry>& all) {
         }
         writeMarkdown(entry);
     }
+    write("## Functions for records\n\n");
+    writeWrapped(Records::recordManual().manual, "");
+    write("[Records](records.md) tells about records.\n\n");
+    for (const Entry& entry : recordEntries()) writeMarkdown(entry);
 }
 
 ExitStatus showFunctions(const std::string& name, bool isMarkdown) {
     std::vector<Entry> shown = entries();
     if (!isMarkdown) {
+        for (const Entry& entry : recordEntries()) shown.push_back(entry);
         for (const Entry& entry : moduleEntries()) shown.push_back(entry);
     }
     if (!name.empty()) {
@@ -240,7 +258,7 @@ ExitStatus showFunctions(const std::string& name, bool isMarkdown) {
         });
     }
     if (shown.empty()) {
-        report("no built-in function, operator or module '" + name +
+        report("no function, operator or module '" + name +
                "'\nkestrel functions lists all of them.");
         return ExitStatus::Usage;
     }
@@ -265,7 +283,7 @@ void addFunctionsCommand(CLI::App& app, Action& action) {
     };
     auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand(
-        "functions", "Describe the functions and operators, built in and of modules");
+        "functions", "Describe the functions and operators: built in, for records and of modules");
     CLI::Option* name =
         command
             ->add_option("NAME", options->name,
@@ -273,13 +291,14 @@ void addFunctionsCommand(CLI::App& app, Action& action) {
             ->type_name("");
     command
         ->add_flag("--markdown", options->isMarkdown,
-                   "Write all built-in ones as a Markdown document")
+                   "Write all but those of modules as a Markdown document")
         ->excludes(name);
     command->add_flag("--modules", options->isModules, "Write those of modules as one")
         ->excludes(name);
     command->footer(
         "Examples:\n"
         "  kestrel functions strSubstr\n"
+        "  kestrel functions edrLong\n"
         "  kestrel functions text::split\n"
         "  kestrel functions '=='");
     command->callback([options, &action] {

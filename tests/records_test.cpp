@@ -1,9 +1,12 @@
 // Tests the cutting of text into records, the access to fields, and whole jobs, by tables.
 
+#include "Examples.h"
 #include "Folder.h"
 #include "Script.h"
 #include "records/Record.h"
+#include "records/RecordExtension.h"
 #include "records/RecordJob.h"
+#include "records/RecordManual.h"
 #include "records/RecordReader.h"
 #include "records/json/JsonRecord.h"
 
@@ -359,6 +362,33 @@ TEST(Records, WorkersAndPartsGiveTheSameResult) {
             EXPECT_EQ(counts.rejected, 30);
         }
     }
+}
+
+TEST(Records, EachFunctionHasAManualWhoseExampleHolds) {
+    const Harness::ExampleFolder folder;
+    SCR::Log log;
+    Records::AnyRecord record;
+    SCR::Interpreter interpreter(&log);
+    record.addTo(interpreter);
+    std::set<std::string> undescribed;
+    interpreter.extension("record")->visitNames(
+        [&](const auto& name) { undescribed.insert(name); });
+    Records::JobOptions options;
+    options.format = options.outputFormat = Records::Format::Jsonl;
+    options.layout.isWhole = true;
+    for (const SCR::ModuleFunction& row : Records::recordManual().functions) {
+        const std::string name(row.signature.substr(0, row.signature.find('(')));
+        EXPECT_EQ(undescribed.erase(name.substr(name.find(' ') + 1)), 1) << name;
+        std::string script = Harness::scriptOf(row.example);
+        script.replace(script.find("logStdout"), 9, "recordReject");
+        const Outcome outcome =
+            run(options,
+                R"({"name":"Bert","seconds":61,"cost":0.1,"empty":"","begin":)"
+                R"("2024-03-01 20:03:04","items":[{"price":1.5},{"price":2.5}]})",
+                script);
+        EXPECT_NE(outcome.rejects.find(": holds"), std::string::npos) << script << outcome.log;
+    }
+    EXPECT_EQ(undescribed, std::set<std::string>());
 }
 
 }  // namespace
