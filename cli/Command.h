@@ -36,6 +36,7 @@ void addConditionsCommand(CLI::App& app, Action& action);
 void addDecryptCommand(CLI::App& app, Action& action);
 void addEncryptCommand(CLI::App& app, Action& action);
 void addExplainCommand(CLI::App& app, Action& action);
+void addFormatCommand(CLI::App& app, Action& action);
 void addFunctionsCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
 void addQueryCommand(CLI::App& app, Action& action);

@@ -58,9 +58,10 @@ void endByClosedPipe() { std::raise(SIGPIPE); }
 
 namespace {
 
-constexpr AddCommand commandsS[] = {addRunCommand,   addQueryCommand,   addConditionsCommand,
-                                    addCheckCommand, addExplainCommand, addFunctionsCommand,
-                                    addMatchCommand, addEncryptCommand, addDecryptCommand};
+constexpr AddCommand commandsS[] = {addRunCommand,       addQueryCommand,   addConditionsCommand,
+                                    addCheckCommand,     addExplainCommand, addFormatCommand,
+                                    addFunctionsCommand, addMatchCommand,   addEncryptCommand,
+                                    addDecryptCommand};
 
 // The arguments in reverse, as the parser takes them. A flag takes a value only after "=".
 std::vector<std::string> argumentsOf(int argc, char** argv) {

@@ -274,6 +274,30 @@ TEST_F(CliTest, CheckTellsWhatTiesRecordsToOthers) {
           1}});
 }
 
+TEST_F(CliTest, ScriptsAreLaidOutInPlace) {
+    write("a.ks", "a=1;\n");
+    write("good.ks", "a = 1;\n");
+    write("bad.ks", "\nf((\xC3\xA4];\n");
+    fs::permissions(folder_.path("a.ks"), fs::perms(0640));
+    fs::create_symlink("a.ks", folder_.path("link.ks"));
+    fs::create_directory(folder_.path("folder"));
+    expect({
+        {"fmt --check a.ks good.ks", "a.ks\n", "", 1},
+        {"fmt --diff a.ks good.ks",
+         "--- a.ks\n+++ a.ks (formatted)\n@@ -1,1 +1,1 @@\n-a=1;\n+a = 1;\n", "", 1},
+        {"fmt -", "b = 2;\n", "", 0, "b=2;"},
+        {"fmt bad.ks folder none.ks link.ks", "",
+         "kestrel: bad.ks:2:4: no statement has this sign; the text is left alone\n"
+         "kestrel: folder: is no file that can be replaced\n"
+         "kestrel: none.ks: No such file or directory\n",
+         3},
+    });
+    EXPECT_EQ(folder_.read("a.ks"), "a = 1;\n");
+    EXPECT_TRUE(fs::is_symlink(folder_.path("link.ks")));
+    EXPECT_EQ(fs::status(folder_.path("a.ks")).permissions(), fs::perms(0640));
+    EXPECT_EQ(folder_.read("bad.ks"), "\nf((\xC3\xA4];\n");
+}
+
 TEST_F(CliTest, ScrambledScriptsRunAndComeBack) {
     const std::string script("logStdout(\"a\0\xFF\");\r\n// end", 25);
     write("plain.ks", script);

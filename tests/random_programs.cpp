@@ -1,5 +1,6 @@
 // Executes random programs in all tiers of code, from the first run of each loop and function on,
-// and compares what they write and log. Some are stopped: by a limit, or at a question.
+// and compares what they write and log. Some are stopped: by a limit, or at a question. The same
+// program in its canonical layout does the same, too.
 //
 // usage: random_programs [first program, 0 [number of programs, 1000 [--show]]]
 #include <cstdio>
@@ -9,6 +10,7 @@
 
 #include "RandomText.h"
 #include "Script.h"
+#include "author/Format.h"
 #include "scr/code/Hot.h"
 #include "scr/run/RunControl.h"
 
@@ -148,6 +150,21 @@ Harness::ScriptRun runIn(SCR::CodeTier tier, const std::string& text, unsigned l
     return Harness::run(text, setup);
 }
 
+// A log without its numbers, as lines change with the layout.
+std::string withoutNumbers(std::string log) {
+    log.erase(std::remove_if(log.begin(), log.end(), ::isdigit), log.end());
+    return log;
+}
+
+bool isSameLaidOut(const std::string& text, const Harness::ScriptRun& expected,
+                   unsigned long number) {
+    const Author::Formatted once = Author::format(text);
+    const Harness::ScriptRun run = runIn(SCR::CodeTier::Tree, once.text, number);
+    return once.fault.empty() && Author::format(once.text).text == once.text &&
+           run.output == expected.output && run.ok == expected.ok &&
+           withoutNumbers(run.log) == withoutNumbers(expected.log);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -164,6 +181,10 @@ int main(int argc, char** argv) {
         if (shows) {
             std::printf("%s--- output\n%s--- log\n%s", text.c_str(), expected.output.c_str(),
                         expected.log.c_str());
+        }
+        if (!isSameLaidOut(text, expected, seed)) {
+            ++faults;
+            std::printf("program %ld differs when it is laid out\n", number);
         }
         for (const SCR::CodeTier tier : {SCR::CodeTier::Portable, SCR::CodeTier::Native}) {
             const Harness::ScriptRun run = runIn(tier, text, seed);
