@@ -38,7 +38,7 @@ void HostExtension::fieldIds(Host::FieldIds ids) { state_->fieldIds = std::move(
 
 HostExtension* HostExtension::insert(Interpreter& interpreter, const FND::String& name) {
     if (interpreter.extension(name) != nullptr) {
-        interpreter.logError(Messages::extensionTaken(name));
+        interpreter.diagnose(Messages::setting(Messages::extensionTaken(name), FND::Status::Error));
         return nullptr;
     }
     auto extension = std::make_unique<HostExtension>(name);
@@ -57,18 +57,22 @@ void HostExtension::visitNames(const std::function<void(const FND::String& name)
 
 bool HostExtension::enter(Interpreter& interpreter) {
     if (!isName(state_->name)) {
-        interpreter.logError(
-            Messages::extensionRefused(state_->name, Messages::noIdentifier(state_->name)));
+        interpreter.diagnose(Messages::setting(
+            Messages::extensionRefused(state_->name, Messages::noIdentifier(state_->name)),
+            FND::Status::Error));
         return false;
     }
-    for (const auto& [message, severity] : state_->messages) interpreter.log(message, severity);
+    for (const auto& [message, severity] : state_->messages) {
+        interpreter.diagnose(Messages::setting(message, severity));
+    }
     state_->messages.clear();
     std::set<FND::String> hidden;  // ordered, so that messages do not vary
     for (const auto& [name, variable] : state_->variables) {
         if (interpreter.isPredefined(name)) hidden.insert(name);
     }
     for (const FND::String& name : hidden) {
-        interpreter.log(Messages::onlyQualified(state_->name, name), FND::Status::Warning);
+        interpreter.diagnose(
+            Messages::setting(Messages::onlyQualified(state_->name, name), FND::Status::Warning));
     }
     state_->interpreter = &interpreter;
     return true;
@@ -76,7 +80,7 @@ bool HostExtension::enter(Interpreter& interpreter) {
 
 void HostExtension::State::log(const FND::String& message, FND::Status::Severity severity) {
     if (interpreter != nullptr) {
-        interpreter->log(message, severity);
+        interpreter->diagnose(Messages::setting(message, severity));
     } else {
         messages.emplace_back(message, severity);
     }

@@ -426,7 +426,7 @@ bool Interpreter::capabilities(const Capabilities& capabilities) {
         state_->capabilities = std::move(copy);
         state_->files = std::move(files);
         state_->includeFiles = std::move(includeFiles);
-        if (!error.empty()) logError("ERROR: " + error);
+        if (!error.empty()) diagnose(Messages::setting("ERROR: " + error, FND::Status::Error));
         return error.empty();
     });
 }
@@ -436,7 +436,8 @@ bool Interpreter::timeZone(const FND::String& name) {
         if (state_ == nullptr) return false;
         auto zone = name.empty() ? nullptr : FND::TimeZone::find(name);
         if (!name.empty() && zone == nullptr) {
-            logError("ERROR: unknown time zone `" + name + "'");
+            diagnose(
+                Messages::setting("ERROR: unknown time zone `" + name + "'", FND::Status::Error));
             return false;
         }
         state_->timeZone = std::move(zone);

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
 #include "Script.h"
 #include "scr/message/Codes.h"
 
@@ -21,7 +25,85 @@ std::string checked(const std::string& text) {
     return places;
 }
 
+// What stands between quotes in a source, without lines of comments and of the preprocessor.
+std::vector<std::string> literalsOf(const std::filesystem::path& source) {
+    std::vector<std::string> literals;
+    std::ifstream file(source);
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t first = line.find_first_not_of(' ');
+        if (first == std::string::npos || line[first] == '#' || line[first] == '/') continue;
+        for (std::size_t at = line.find('"'); at != std::string::npos;
+             at = line.find('"', at + 1)) {
+            std::string literal;
+            if (at > 0 && line[at - 1] == '\'') continue;
+            for (++at; at < line.size() && line[at] != '"'; ++at) {
+                if (line[at] == '\\') ++at;
+                literal += line[at];
+            }
+            literals.push_back(literal);
+        }
+    }
+    return literals;
+}
+
+// What a check of `text` logs.
+std::string logOf(const std::string& text) {
+    Harness::MemoryLog log;
+    SCR::Interpreter(&log).check(text);
+    return log.text;
+}
+
+// Whether a line of `log` reads as one of the texts of `code`.
+bool isDescribed(SCR::MessageCode code, const std::string& log) {
+    for (const SCR::LogText& logged : SCR::logTexts(code)) {
+        const std::regex special("[.(){}+*^$|?\\[\\]\\\\]"), capital("\\b[A-Z]\\b");
+        std::string form(logged.text);
+        form = std::regex_replace(form, special, "\\$&");
+        form = std::regex_replace(form, capital, ".*");
+        if (std::regex_search(log, std::regex("(^|: |\n)" + form))) return true;
+    }
+    return false;
+}
+
 }  // namespace
+
+TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
+    EXPECT_TRUE(std::ranges::is_sorted(SCR::logTexts(), {}, &SCR::LogText::code));
+    std::string all;
+    for (const SCR::LogText& logged : SCR::logTexts()) all += std::string(logged.text) + "\n";
+    // Warnings have examples; other files hold explanations, findings and manuals.
+    const std::regex others(
+        "/(advice|builtin)/"
+        "|(FlowAnalysis|SwitchAutomaton|Pages|LogTexts|ParserStack|Crypt|Node)[.]");
+    const std::regex words("[A-Za-z]{2,}[^A-Za-z]* .*[A-Za-z]{2,}");
+    const std::set<std::string> notes{"included here",
+                                      "syntax error",
+                                      " (not in ",
+                                      ", not of ",
+                                      "looked for in `",
+                                      "standard output",
+                                      "stopped by a test",
+                                      " of the script",
+                                      "unknown error",
+                                      "no module of this name",
+                                      "no module of this name in "};
+    int count = 0;
+    const std::filesystem::path root = std::filesystem::path(KESTREL_TEST_DATA) / "../scr";
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+        const std::string name = entry.path().string();
+        const bool isSource = name.ends_with(".cpp") || name.ends_with("Messages.h");
+        if (!isSource || std::regex_search(name, others)) continue;
+        for (std::string literal : literalsOf(entry.path())) {
+            for (const std::string_view severity : {"ERROR: ", "WARNING: "}) {
+                if (literal.starts_with(severity)) literal.erase(0, severity.size());
+            }
+            if (notes.contains(literal) || !std::regex_search(literal, words)) continue;
+            EXPECT_NE(all.find(literal), std::string::npos) << name << ": " << literal;
+            ++count;
+        }
+    }
+    EXPECT_GT(count, 100);
+}
 
 TEST(MessagesTest, ThePageOfEachCodeIsTrue) {
     for (const SCR::MessagePage& page : SCR::messagePages()) {
@@ -31,6 +113,8 @@ TEST(MessagesTest, ThePageOfEachCodeIsTrue) {
         if (!page.wrong.empty()) {
             EXPECT_TRUE(checked(std::string(page.wrong)).ends_with(code))
                 << checked(std::string(page.wrong));
+            EXPECT_TRUE(isDescribed(page.code, logOf(std::string(page.wrong))))
+                << logOf(std::string(page.wrong));
         }
         EXPECT_EQ(checked(std::string(page.right)), "");
     }

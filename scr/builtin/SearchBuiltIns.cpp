@@ -100,8 +100,7 @@ protected:
         const std::size_t length = text.size() - static_cast<std::size_t>(first);
         countWork(length * (1 + expression().size() / 32));
         if (length > longestText()) {
-            this->interpreter().logError(
-                "regular expression and text are too large for the limit `time'");
+            this->interpreter().logError(Messages::searchTooLarge);
             return std::nullopt;
         }
         return static_cast<std::size_t>(first);

@@ -6,6 +6,7 @@
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/NumberText.h"
+#include "scr/message/Messages.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/value/LargeText.h"
 
@@ -127,7 +128,7 @@ struct StrPad final : BuiltInNode<StrPad, StringType(StringType, StringType, Lon
                       const FND::String& fill, long length, bool atEnd) {
         result.clear();
         if (length < 0) {
-            interpreter.logError("strPad: length is negative '" + std::to_string(length) + "'");
+            interpreter.logError(Messages::negativeLength(length));
             return;
         }
         const auto size = static_cast<std::size_t>(length);
@@ -157,7 +158,7 @@ bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size)
     result.clear();
     if (!checkResultSize(interpreter, size)) return false;
     if (tryReserveResult(result, size)) return true;
-    interpreter.logError("ERROR: Out of memory!  Returning...");
+    interpreter.logError(Messages::noMemoryForDigits);
     return false;
 }
 
@@ -209,15 +210,15 @@ struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
             }
         });
         if (isSound) return;
-        interpreter.logError("ERROR: conversion of hexadecimal string failed, returning...");
+        interpreter.logError(Messages::noDigits);
         result.clear();
     }
 
 private:
     /// Unlike others, this message holds the whole text, whatever its length.
     static void logInvalid(Interpreter& interpreter, const FND::String& text) {
-        constexpr std::string_view before = "ERROR: input string ";
-        constexpr std::string_view after = " is invalid, returning...";
+        constexpr std::string_view before = Messages::beforeOddDigits;
+        constexpr std::string_view after = Messages::afterOddDigits;
         const std::size_t size = before.size() + text.size() + after.size();
         const BufferCharge charge(blockBytes(size + 1));
         FND::String message;

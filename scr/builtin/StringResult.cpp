@@ -4,6 +4,7 @@
 #include <new>
 #include <string>
 
+#include "scr/message/Messages.h"
 #include "scr/run/MemoryCharge.h"
 
 namespace SCR {
@@ -22,7 +23,7 @@ bool tryReserveResult(FND::String& result, std::size_t size) {
 }
 
 bool refuseResult(Interpreter& interpreter, std::size_t size) {
-    interpreter.logError("String result is too long '" + std::to_string(size) + "'");
+    interpreter.logError(Messages::resultTooLong(size));
     return false;
 }
 

@@ -110,6 +110,17 @@ struct MessagePage {
     std::string_view right;
 };
 
+/// How a message of a code reads in the log, without "ERROR: " and the place. A capital letter on
+/// its own stands for what the script gives: a name, a type, a number.
+struct LogText {
+    MessageCode code;
+    std::string_view text;
+};
+
+/// All families of texts that the library logs, in the order of their codes, and those of a code.
+KESTREL_API std::span<const LogText> logTexts();
+KESTREL_API std::span<const LogText> logTexts(MessageCode code);
+
 /// All pages in the order of their codes.
 KESTREL_API std::span<const MessagePage> messagePages();
 /// The page of a code; null when there is none.

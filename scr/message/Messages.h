@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "fnd/String.h"
+#include "scr/Diagnostic.h"
 #include "scr/Node.h"
 #include "scr/message/Codes.h"
 
@@ -396,6 +397,22 @@ inline Message possibleMissingReturn(const Text& signature, const Text& name, in
             .name = name};
 }
 
+// What built-in functions say while a script runs.
+inline Text negativeLength(long length) {
+    return "strPad: length is negative '" + std::to_string(length) + "'";
+}
+inline Text resultTooLong(std::size_t size) {
+    return "String result is too long '" + std::to_string(size) + "'";
+}
+inline constexpr const char* searchTooLarge =
+    "regular expression and text are too large for the limit `time'";
+inline constexpr const char* noMemoryForDigits = "ERROR: Out of memory!  Returning...";
+inline constexpr const char* noDigits =
+    "ERROR: conversion of hexadecimal string failed, returning...";
+// Around the text, which may be large.
+inline constexpr std::string_view beforeOddDigits = "ERROR: input string ";
+inline constexpr std::string_view afterOddDigits = " is invalid, returning...";
+
 // Capabilities.
 inline Message forbiddenCall(const Text& name, const Text& capability) {
     return {.code = MessageCode::Forbidden,
@@ -414,6 +431,15 @@ inline const Text generatorFailed = "generator function failed";
 inline Text builtForVersion(int built, int own) {
     return "built for version " + std::to_string(built) + " of Kestrel, and this is " +
            std::to_string(own);
+}
+
+/// About a setting of the host, which is not used, or not as it may seem.
+inline Diagnostic setting(const Text& text, FND::Status::Severity severity) {
+    Diagnostic diagnostic;
+    diagnostic.severity = diagnostic.logSeverity = severity;
+    diagnostic.code = codeName(MessageCode::Setting);
+    diagnostic.text = text;
+    return diagnostic;
 }
 
 inline Text extensionRefused(const Text& extension, const Text& reason) {

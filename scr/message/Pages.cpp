@@ -117,7 +117,8 @@ constexpr MessagePage pagesS[] = {
      "`strToLong`, `longToStr`, `decimalToLong`, `longToDecimal` and others.",
      "Long n;\nn = \"5\";\n", "Long n;\nn = strToLong(\"5\");\nlogStdout(longToStr(n));\n"},
     {MessageCode::NoOperator, errorS, "an operator that the type does not have",
-     "Not every operator is defined for every type.", "Bool a = true;\nBool b = a + a;\n",
+     "Not every operator is defined for every type. The type `Unknown`, in the log, is the name of a "
+     "function without its parentheses.", "Bool a = true;\nBool b = a + a;\n",
      "Bool a = true;\nBool b = a or a == false;\nif (b) logStdout(\"b\");\n"},
     {MessageCode::NotAssignable, errorS, "something that can not be assigned to",
      "To the left of `=` stands a variable, or an element of an array or a hash.",
@@ -190,7 +191,7 @@ constexpr MessagePage pagesS[] = {
      "function f {\n    logStdout(\"f\");\n}\nf();\n"},
     {MessageCode::ReturnValue, errorS, "a result that does not fit the function",
      "A function gives a value of the type that stands after `function`, and none when there is "
-     "no type.",
+     "no type. A Decimal is written `5.0`, not `5`.",
      "function f {\n    return 1;\n}\nf();\n",
      "function Long f {\n    return 1;\n}\nlogStdout(longToStr(f()));\n"},
     {MessageCode::ReturnPlace, errorS, "a return outside of functions",
@@ -201,9 +202,9 @@ constexpr MessagePage pagesS[] = {
      "regular expressions of the functions.",
      "regExprSwitch (\"0049\") {\n    case \"00(49\": logStdout(\"de\"); break;\n}\n",
      "regExprSwitch (\"0049\") {\n    case \"0049\": logStdout(\"de\"); break;\n}\n"},
-    {MessageCode::PatternSize, errorS, "patterns that need too many states",
-     "The patterns of the switch need more states than the limit allows. Split the switch, or "
-     "raise the limit.",
+    {MessageCode::PatternSize, errorS, "patterns that need too much",
+     "The patterns of the switch need more bytes or states than the limits `patterns` and `states` "
+     "allow. Split the switch, or raise the limit.",
      "", ""},
     {MessageCode::Include, errorS, "an include file that can not be read",
      "Files are looked for in the directories of `-I`, in those of KESTREL_INCLUDE (the current "
@@ -219,8 +220,9 @@ constexpr MessagePage pagesS[] = {
      "libraries and includes.",
      "", ""},
     {MessageCode::Stopped, errorS, "a script that was stopped",
-     "A limit, an interruption or the failure of a function of the host stopped the script.", "",
-     ""},
+     "A limit, an interruption or the failure of a function of the host stopped the script. Most "
+     "often a loop or a chain of calls does not end.",
+     "", ""},
     {MessageCode::Memory, errorS, "no memory", "The machine, or a limit, gave no more memory.", "",
      ""},
     {MessageCode::Setting, errorS, "a setting of the host that can not be used",
@@ -229,7 +231,7 @@ constexpr MessagePage pagesS[] = {
      "This should never be seen. Please report it with the script.", "", ""},
     {MessageCode::Run, errorS, "a message of a running script",
      "A function could not do its work and says why. It gives the value that its manual tells, "
-     "and the script goes on.",
+     "and the script goes on. Most texts begin with the name of the function, as in `strPad: ...`.",
      "", ""},
     {MessageCode::MissingReturn, warningS, "a function that may end without a return",
      "A function with a result that reaches its end without a `return` gives the null value of "
