@@ -327,13 +327,13 @@ private:
         return between(begin, end).find(ignoreS) != std::string_view::npos;
     }
     void blankLine() {
-        if (!out_.ends_with(end_ + end_)) newLine();
+        if (!out_.ends_with(std::string(end_).append(end_))) newLine();
     }
 
     const Lines& lines_;
     const std::string_view text_;
     Breaks breaks_;
-    std::string end_ = "\n";
+    std::string_view end_ = "\n";
     std::vector<bool> fixed_;
     std::string out_;
     bool isAtBegin_ = true;     // of a line

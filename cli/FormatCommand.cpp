@@ -18,6 +18,7 @@
 #include "author/Format.h"
 #include "cli/Command.h"
 #include "cli/MessageText.h"
+#include "cli/ScriptFile.h"
 #include "records/RecordOutput.h"
 #include "scr/Output.h"
 
@@ -29,17 +30,6 @@ struct FormatOptions {
     bool showsDifference = false;
     std::vector<std::string> files;
 };
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t begin = 0;
-    while (begin < text.size()) {
-        const std::size_t end = std::min(text.find('\n', begin), text.size());
-        lines.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return lines;
-}
 
 void print(const std::string& text) { SCR::standardOutput().write(text); }
 

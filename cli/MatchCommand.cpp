@@ -34,17 +34,6 @@ struct MatchOptions {
     bool isAnalysis = false;
 };
 
-/// The lines of a text; the rest after the last line end is a line unless it is empty.
-std::vector<std::string> linesOf(std::string_view text) {
-    std::vector<std::string> lines;
-    while (!text.empty()) {
-        const std::size_t length = text.find('\n');
-        lines.emplace_back(text.substr(0, length));
-        text.remove_prefix(length == std::string_view::npos ? text.size() : length + 1);
-    }
-    return lines;
-}
-
 /// In double quotes, with unprintable bytes as escapes of the pattern language. If `isPattern`, the
 /// escapes that it already has stay unchanged.
 std::string shown(std::string_view text, bool isPattern = false) {

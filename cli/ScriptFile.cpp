@@ -41,4 +41,14 @@ std::optional<std::string> readScript(const std::string& path, std::size_t mostB
     return std::nullopt;
 }
 
+std::vector<std::string> linesOf(std::string_view text) {
+    std::vector<std::string> lines;
+    while (!text.empty()) {
+        const std::size_t length = text.find('\n');
+        lines.emplace_back(text.substr(0, length));
+        text.remove_prefix(length == std::string_view::npos ? text.size() : length + 1);
+    }
+    return lines;
+}
+
 }  // namespace Cli
