@@ -7,166 +7,8 @@
 #include <utility>
 
 namespace Records {
-namespace {
 
 namespace Json = simdjson::ondemand;
-
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-bool endsWord(char c) { return c == ',' || c == ']' || c == '}' || isSpace(c); }
-
-bool isWord(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_' || c == '.';
-}
-
-// Whether a script's `name` stands for the member `key`.
-bool standsFor(std::string_view name, std::string_view key) {
-    if (name == key) return true;
-    return name.size() == key.size() &&
-           std::equal(name.begin(), name.end(), key.begin(),
-                      [](char n, char k) { return n == k || (n == '_' && !isWord(k)); });
-}
-
-// The numbers of JSON, however large: -? int frac? exp?
-bool isNumber(std::string_view text) {
-    std::size_t i = 0;
-    const auto digits = [&] {
-        const std::size_t from = i;
-        while (i < text.size() && isDigit(text[i])) ++i;
-        return i != from;
-    };
-    if (i < text.size() && text[i] == '-') ++i;
-    const bool isZero = i < text.size() && text[i] == '0';
-    const std::size_t from = i;
-    if (!digits() || (isZero && i != from + 1)) return false;
-    if (i < text.size() && text[i] == '.' && (++i, !digits())) return false;
-    if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
-        ++i;
-        if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
-        if (!digits()) return false;
-    }
-    return i == text.size();
-}
-
-// The position after the string that begins at `i`, in valid JSON.
-std::size_t skipString(std::string_view text, std::size_t i) {
-    for (++i; text[i] != '"'; ++i) {
-        if (text[i] == '\\') ++i;
-    }
-    return i + 1;
-}
-
-unsigned hexOf(std::string_view digits) {
-    unsigned code = 0;
-    for (const char c : digits) {
-        code = code * 16 + static_cast<unsigned>(isDigit(c) ? c - '0' : (c | 0x20) - 'a' + 10);
-    }
-    return code;
-}
-
-void appendUtf8(unsigned code, std::string& out) {
-    const auto add = [&](unsigned byte) { out += static_cast<char>(byte); };
-    if (code < 0x80) {
-        add(code);
-        return;
-    }
-    if (code < 0x800) {
-        add(0xC0 | code >> 6);
-    } else {
-        if (code < 0x10000) {
-            add(0xE0 | code >> 12);
-        } else {
-            add(0xF0 | code >> 18);
-            add(0x80 | (code >> 12 & 0x3F));
-        }
-        add(0x80 | (code >> 6 & 0x3F));
-    }
-    add(0x80 | (code & 0x3F));
-}
-
-// The text between the quotes of a string, without its escapes.
-void unescape(std::string_view inner, std::string& out) {
-    out.clear();
-    for (std::size_t i = 0; i < inner.size(); ++i) {
-        if (inner[i] != '\\') {
-            out += inner[i];
-            continue;
-        }
-        const char c = inner[++i];
-        constexpr std::string_view letters = "bfnrt";
-        if (c == 'u') {
-            unsigned code = hexOf(inner.substr(i + 1, 4));
-            i += 4;
-            if (code >= 0xD800 && code < 0xDC00 && inner.substr(i + 1, 2) == "\\u") {
-                code = 0x10000 + ((code - 0xD800) << 10) + (hexOf(inner.substr(i + 3, 4)) - 0xDC00);
-                i += 6;
-            }
-            appendUtf8(code, out);
-        } else if (const std::size_t letter = letters.find(c); letter != std::string_view::npos) {
-            out += "\b\f\n\r\t"[letter];
-        } else {
-            out += c;
-        }
-    }
-}
-
-}  // namespace
-
-namespace {
-
-// The size of `text` as a JSON string.
-std::size_t quotedSize(std::string_view text) {
-    std::size_t size = text.size() + 2;
-    for (const char c : text) {
-        if (c == '"' || c == '\\' || c == '\n' || c == '\r' || c == '\t') {
-            size += 1;
-        } else if (static_cast<unsigned char>(c) < ' ') {
-            size += 5;
-        }
-    }
-    return size;
-}
-
-}  // namespace
-
-void appendQuoted(std::string_view text, std::string& out) {
-    out += '"';
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (byte < ' ') {
-            constexpr char digits[] = "0123456789abcdef";
-            out += "\\u00";
-            out += digits[byte >> 4];
-            out += digits[byte & 15];
-        } else {
-            out += c;
-        }
-    }
-    out += '"';
-}
-
-bool isUtf8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
-
-void appendText(std::string_view text, std::string& out) {
-    if (isUtf8(text)) return appendQuoted(text, out);
-    std::string characters;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80) characters += static_cast<char>(0xC0 | byte >> 6);
-        characters += byte >= 0x80 ? static_cast<char>(0x80 | (byte & 0x3F)) : c;
-    }
-    appendQuoted(characters, out);
-}
 
 const std::size_t JsonRecord::paddingCM = simdjson::SIMDJSON_PADDING;
 
@@ -188,8 +30,8 @@ simdjson::error_code JsonRecord::Checker::checkScalar(Json::value& value, Json::
             return value.get_bool().error();
         case Json::json_type::number: {
             std::string_view token = value.raw_json_token();
-            while (!token.empty() && isSpace(token.back())) token.remove_suffix(1);
-            return isNumber(token) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
+            while (!token.empty() && JsonText::isSpace(token.back())) token.remove_suffix(1);
+            return JsonText::isNumber(token) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
         }
         default: {
             bool isNull = false;
@@ -251,7 +93,7 @@ const char* JsonRecord::Checker::check(std::string_view text, std::vector<Member
         if (isContainer && document.current_location().get(end) != simdjson::SUCCESS) {
             return "the object is not closed";
         }
-        while (isSpace(end[-1])) --end;
+        while (JsonText::isSpace(end[-1])) --end;
         members.push_back({name, static_cast<std::size_t>(token.data() - text.data()),
                            static_cast<std::size_t>(end - text.data())});
     }
@@ -309,7 +151,7 @@ std::string_view JsonRecord::text() {
 // The following functions walk over valid JSON.
 
 std::size_t JsonRecord::skipSpace(std::size_t i) const {
-    while (isSpace(text_[i])) i = i == gapBegin_ ? gapEnd_ : i + 1;
+    while (JsonText::isSpace(text_[i])) i = i == gapBegin_ ? gapEnd_ : i + 1;
     return i;
 }
 
@@ -319,7 +161,7 @@ std::size_t JsonRecord::skipValue(std::size_t i) const {
     do {
         switch (text_[i]) {
             case '"':
-                i = skipString(text_, i);
+                i = JsonText::skipString(text_, i);
                 break;
             case '{':
             case '[':
@@ -342,7 +184,7 @@ std::size_t JsonRecord::skipValue(std::size_t i) const {
                 i = skipSpace(i);
                 break;
             default:
-                while (!endsWord(text_[i])) ++i;
+                while (!JsonText::endsWord(text_[i])) ++i;
         }
     } while (depth != 0);
     return i;
@@ -352,10 +194,10 @@ std::size_t JsonRecord::skipValue(std::size_t i) const {
 // end of the object.
 bool JsonRecord::readKey(std::size_t& i, std::string& scratch, std::string_view& key) const {
     if (text_[i] == '}') return false;
-    const std::size_t end = skipString(text_, i);
+    const std::size_t end = JsonText::skipString(text_, i);
     key = text_.substr(i + 1, end - i - 2);
     if (key.find('\\') != std::string_view::npos) {
-        unescape(key, scratch);
+        JsonText::unescape(key, scratch);
         key = scratch;
     }
     i = end;
@@ -372,7 +214,7 @@ bool JsonRecord::findMember(Path& path, Child& child) {
         };
         if (!find([&](const Member& member) { return member.name == name; }) &&
             name.find('_') != std::string::npos) {
-            find([&](const Member& member) { return standsFor(name, member.name); });
+            find([&](const Member& member) { return JsonText::standsFor(name, member.name); });
         }
         path.shape = shape_;
     }
@@ -395,7 +237,7 @@ JsonRecord::Child JsonRecord::scanObject(std::size_t begin, std::string_view nam
         if (!readKey(i, scratch, key)) break;
         child.valueBegin = skipSpace(skipSpace(i) + 1);
         child.valueEnd = skipValue(child.valueBegin);
-        if (standsFor(name, key)) {
+        if (JsonText::standsFor(name, key)) {
             Child& found = key == name ? exact : similar;
             found = child;
             found.isFound = true;
@@ -538,7 +380,7 @@ std::string_view JsonRecord::textOf(const Value& value) {
     if (value.kind != Kind::String) return value.raw;
     const std::string_view inner = value.raw.substr(1, value.raw.size() - 2);
     if (inner.find('\\') == std::string_view::npos) return inner;
-    unescape(inner, scratch_);
+    JsonText::unescape(inner, scratch_);
     return scratch_;
 }
 
@@ -690,7 +532,7 @@ const char* JsonRecord::assignText(long path, std::span<const long> indices,
                                    std::string_view text) {
     if (!simdjson::validate_utf8(text.data(), text.size())) return "the text is no UTF-8";
     scratch_.clear();
-    charge_.grow(scratch_, quotedSize(text));
+    charge_.grow(scratch_, JsonText::quotedSize(text));
     appendQuoted(text, scratch_);
     return assign(path, indices, scratch_);
 }

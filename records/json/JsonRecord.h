@@ -10,17 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "records/json/JsonText.h"
 #include "scr/run/ScriptCharge.h"
 
 namespace Records {
-
-/// Appends `text`, which is UTF-8, as a JSON string.
-void appendQuoted(std::string_view text, std::string& out);
-
-bool isUtf8(std::string_view text);
-/// Appends any `text` as a JSON string. If it is not UTF-8, each of its bytes is written as the
-/// character with its number.
-void appendText(std::string_view text, std::string& out);
 
 /// One record that is a JSON object. Its text is checked when it is taken. Values are located when
 /// they are asked for and changed in place, so that all other bytes stay the same. Of members of
