@@ -26,7 +26,8 @@ struct CheckOptions {
 // `findings` collects what makes the script unfit for work on parts of the records, if that is
 // asked for.
 ExitStatus check(const std::string& text, const CheckOptions& options, StderrLog& log,
-                 Records::RecordJob* job, std::vector<SCR::Finding>& findings) {
+                 Records::RecordJob* job, const Records::Tables& tables,
+                 std::vector<SCR::Finding>& findings) {
     const auto compile = [&](SCR::Interpreter& interpreter) {
         return options.isDistributable ? interpreter.check(text, findings)
                                        : interpreter.check(text);
@@ -40,7 +41,7 @@ ExitStatus check(const std::string& text, const CheckOptions& options, StderrLog
         if (!job->error().empty()) report(job->error());
         return status;
     }
-    Records::AnyRecord record;
+    Records::AnyRecord record(tables);
     const auto interpreter = options.script.makeInterpreter(log, recordZoneS);
     if (!interpreter) return ExitStatus::Usage;
     record.addTo(*interpreter);
@@ -51,8 +52,13 @@ ExitStatus check(const std::string& text, const CheckOptions& options, StderrLog
 ExitStatus checkAll(CheckOptions& options) {
     std::unique_ptr<Records::RecordJob> job;
     if (options.records.isGiven()) {
-        job = options.records.checkingJob();
+        job = options.records.checkingJob(options.script);
         if (!job) return ExitStatus::Usage;
+    }
+    Records::Tables tables;
+    if (!job) {
+        const ExitStatus status = options.records.readTables(options.script, tables);
+        if (status != ExitStatus::Success) return status;
     }
     ExitStatus worst = ExitStatus::Success;
     StderrLog log(options.script.messageStyle({}));
@@ -64,7 +70,7 @@ ExitStatus checkAll(CheckOptions& options) {
         log.script(path == "-" ? "standard input" : path);
         const std::size_t warnings = log.warnings();
         ExitStatus status =
-            text ? check(*text, options, log, job.get(), findings) : ExitStatus::Usage;
+            text ? check(*text, options, log, job.get(), tables, findings) : ExitStatus::Usage;
         if (options.failsOnWarnings && log.warnings() > warnings) {
             status = std::max(status, ExitStatus::NotCompiled);
         }

@@ -20,18 +20,29 @@ std::string file(const Manifest::File& file) {
     return "{\"name\": " + jsonString(file.name) + ", \"digest\": " + jsonString(file.digest) + "}";
 }
 
+std::string digests(const std::map<std::string, std::string>& files) {
+    std::string json;
+    for (const auto& [name, digest] : files) {
+        json += (json.empty() ? "{" : ", ") + jsonString(name) + ": " + jsonString(digest);
+    }
+    return json.empty() ? "{}" : json + "}";
+}
+
+std::map<std::string, std::string> readDigests(const simdjson::dom::element& element) {
+    std::map<std::string, std::string> files;
+    for (const auto [name, digest] : element.get_object()) {
+        files[std::string(name)] = digest.get_string().value();
+    }
+    return files;
+}
+
 // The text of everything that decides what a run does, except for the input's bytes.
 std::string jobOf(const Manifest& manifest) {
     std::string json = "  \"kestrel\": " + jsonString(KESTREL_VERSION) +
                        ",\n  \"script\": " + jsonString(manifest.scriptDigest) +
-                       ",\n  \"includes\": {";
+                       ",\n  \"includes\": " + digests(manifest.includes) +
+                       ",\n  \"tables\": " + digests(manifest.tables) + ",\n  \"options\": [";
     const char* separator = "";
-    for (const auto& [name, digest] : manifest.includes) {
-        json += separator + jsonString(name) + ": " + jsonString(digest);
-        separator = ", ";
-    }
-    json += "},\n  \"options\": [";
-    separator = "";
     for (const std::string& option : manifest.options) {
         json += separator + jsonString(option);
         separator = ", ";
@@ -92,9 +103,8 @@ std::optional<Manifest> Manifest::fromJson(const std::string& text) {
         if (json["kestrel"].get_string().value() != KESTREL_VERSION) return std::nullopt;
         Manifest manifest;
         manifest.scriptDigest = json["script"].get_string().value();
-        for (const auto [name, digest] : json["includes"].get_object()) {
-            manifest.includes[std::string(name)] = digest.get_string().value();
-        }
+        manifest.includes = readDigests(json["includes"]);
+        manifest.tables = readDigests(json["tables"]);
         for (const auto option : json["options"].get_array()) {
             manifest.options.emplace_back(option.get_string().value());
         }

@@ -28,6 +28,7 @@ struct Manifest {
     std::string scriptDigest;
     std::map<std::string, std::string> includes;  ///< Digests by the names in the include lines.
     std::vector<std::string> options;             ///< Those that change the result.
+    std::map<std::string, std::string> tables;    ///< Digests of the tables' files by name.
     File zone;                                    ///< The zone that the scripts use.
     std::int64_t part = 1;
     std::int64_t parts = 1;

@@ -3,15 +3,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "cli/Digest.h"
 #include "cli/OutputDirectory.h"
 #include "cli/Progress.h"
 #include "cli/ScriptFile.h"
@@ -46,18 +49,6 @@ bool readPart(const std::string& text, std::int64_t& part, std::int64_t& parts) 
     const auto second = std::from_chars(first.ptr + 1, end, parts);
     return second.ec == std::errc() && second.ptr == end && part >= 1 && part <= parts &&
            parts <= 1'000'000;
-}
-
-std::vector<std::string> split(const std::string& names) {
-    std::vector<std::string> parts(1);
-    for (const char c : names) {
-        if (c == ',') {
-            parts.emplace_back();
-        } else {
-            parts.back() += c;
-        }
-    }
-    return parts;
 }
 
 // Whether two paths, which may be "-", mean one file. Devices and pipes may take several outputs.
@@ -146,6 +137,7 @@ void RecordOptions::declare(CLI::App& command, Use use) {
         add(command.add_option("--where", job_.where, "Drop records for which QUERY does not hold")
                 ->type_name("QUERY"));
     }
+    tables_.declare(command);
     if (use == Use::Checked) return;
     add(command.add_option("--skip", job_.skip, "Pass over the first N records")
             ->type_name("N")
@@ -257,7 +249,7 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
     options.outputDelimiter = options.outputFormat == options.format ? options.layout.delimiter
                               : isTsv                                ? '\t'
                                                                      : ',';
-    for (const std::string& name : split(select_)) {
+    for (const std::string& name : splitNames(select_)) {
         if (name.empty()) continue;
         const bool isLeft = name.front() == '-';
         (isLeft ? options.columns.left : options.columns.selected)
@@ -267,8 +259,11 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
         const std::size_t equals = pair.find('=');
         options.columns.renamed.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
     }
+    auto tables = tables_.files();
+    if (!tables) return std::nullopt;
+    options.tables = std::move(*tables);
     options.skipsBlank = blankLines_ == "skip";
-    if (fields_) options.fields = split(*fields_);
+    if (fields_) options.fields = splitNames(*fields_);
     if (format_ == "lines" && !fields_) options.fields = {"line"};
     if (!part_.empty()) readPart(part_, options.part, options.parts);
     const auto refuse = [&](bool isGiven, const char* option, const char* why) {
@@ -300,10 +295,24 @@ std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
     return options;
 }
 
-std::unique_ptr<Records::RecordJob> RecordOptions::checkingJob() const {
-    std::optional<Records::JobOptions> options = jobOptions();
-    if (!options) return nullptr;
-    return std::make_unique<Records::RecordJob>(std::move(*options), stopG);
+std::unique_ptr<Records::RecordJob> RecordOptions::checkingJob(const ScriptOptions& options) const {
+    std::optional<Records::JobOptions> job = jobOptions();
+    if (!job) return nullptr;
+    job->maxRecord = options.mostBytesOfRecord();
+    job->tableBytes = options.mostBytesOfTables();
+    return std::make_unique<Records::RecordJob>(std::move(*job), stopG);
+}
+
+ExitStatus RecordOptions::readTables(const ScriptOptions& options, Records::Tables& tables) const {
+    const auto files = tables_.files();
+    if (!files) return ExitStatus::Usage;
+    using End = Records::Tables::End;
+    const End end =
+        tables.read(*files, options.mostBytesOfRecord(), options.mostBytesOfTables(), stopG);
+    if (!tables.error().empty()) report(tables.error());
+    return end == End::Done       ? ExitStatus::Success
+           : end == End::BadInput ? ExitStatus::Usage
+                                  : ExitStatus::Stopped;
 }
 
 std::optional<std::string> RecordOptions::script(const std::string& file,
@@ -353,6 +362,7 @@ std::vector<std::string> RecordOptions::given() const {
     if (job_.hasHeader) given.emplace_back("--header");
     if (fields_) given.push_back("--fields=" + *fields_);
     if (job_.where) given.push_back("--where=" + *job_.where);
+    for (const std::string& table : tables_.given()) given.push_back(table);
     if (!outputFormat_.empty()) given.push_back("--output-format=" + outputFormat_);
     if (!select_.empty()) given.push_back("--select=" + select_);
     for (const std::string& renamed : renamed_) given.push_back("--rename=" + renamed);
@@ -375,6 +385,15 @@ ExitStatus RecordOptions::runInDirectory(
     manifest.zone.name = options.zone(recordZoneS);
     const auto zone = FND::TimeZone::find(manifest.zone.name);
     if (zone != nullptr) manifest.zone.digest = zone->digest();
+    for (const Records::TableFile& table : job->tables) {
+        std::optional<std::string> digest = Digest::ofFile(table.path);
+        if (!digest) {
+            report(table.path + ": " + std::strerror(errno));
+            return ExitStatus::Usage;
+        }
+        manifest.tables[table.name] = std::move(*digest);
+    }
+    const std::vector<Records::TableFile> tables = job->tables;
     manifest.part = job->part;
     manifest.parts = job->parts;
     const std::string& format = outputFormat_.empty() ? format_ : outputFormat_;
@@ -394,6 +413,11 @@ ExitStatus RecordOptions::runInDirectory(
     job->hasNamedOutputs = false;
     const ExitStatus status = runJob(std::move(*job), manifest, options, compile);
     if (status != ExitStatus::Success) return status;
+    for (const Records::TableFile& table : tables) {
+        if (Digest::ofFile(table.path) == manifest.tables[table.name]) continue;
+        report(table.path + " was changed while it was used");
+        return ExitStatus::TryAgain;
+    }
     if (directory.complete(manifest)) return status;
     report(directory.error());
     return directory.hasInputChanged() ? ExitStatus::TryAgain : ExitStatus::InputOutput;
@@ -456,6 +480,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         };
     }
     jobOptions.maxRecord = options.mostBytesOfRecord();
+    jobOptions.tableBytes = options.mostBytesOfTables();
     jobOptions.most = options.mostRecords();
     if (dryRun_ > 0) {
         jobOptions.most = std::min(jobOptions.most, dryRun_);

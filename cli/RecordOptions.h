@@ -10,6 +10,7 @@
 #include "cli/Command.h"
 #include "cli/Manifest.h"
 #include "cli/ScriptOptions.h"
+#include "cli/TableOptions.h"
 #include "records/RecordJob.h"
 
 namespace Cli {
@@ -59,7 +60,9 @@ public:
     ExitStatus runInDirectory(Manifest manifest, const ScriptOptions& options,
                               const std::function<bool(SCR::Interpreter&)>& compile) const;
     /// A job that only checks; null after a report. It must not outlive this object.
-    std::unique_ptr<Records::RecordJob> checkingJob() const;
+    std::unique_ptr<Records::RecordJob> checkingJob(const ScriptOptions& options) const;
+    /// Reads the tables that the options name. `Success`, or another status after a report.
+    ExitStatus readTables(const ScriptOptions& options, Records::Tables& tables) const;
 
 private:
     std::optional<Records::JobOptions> jobOptions() const;
@@ -82,6 +85,7 @@ private:
     std::vector<std::string> renamed_;
     std::optional<std::string> fields_;
     std::string part_;
+    TableOptions tables_;
     std::string jobsState_;
     std::string directory_;
     bool isGiven_ = false;

@@ -28,6 +28,18 @@ bool isIdentifier(const std::string& name) {
 
 }  // namespace
 
+std::vector<std::string> splitNames(const std::string& names) {
+    std::vector<std::string> parts(1);
+    for (const char c : names) {
+        if (c == ',') {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    return parts;
+}
+
 void ScriptOptions::declare(CLI::App& command) {
     using Form = MessageStyle::Form;
     CLI::Option* const json = command.add_flag_callback(
@@ -70,7 +82,8 @@ void ScriptOptions::declare(CLI::App& command) {
             },
             "Stop a script that passes a limit: steps, depth, time (in milliseconds), string (in "
             "bytes), elements, memory (in bytes), nesting, source (in bytes), states, patterns (in "
-            "bytes) or automata (in bytes), or a job: record (in bytes); none lifts one; may be "
+            "bytes) or automata (in bytes), or a job: record, tables (in bytes); none lifts one; "
+            "may be "
             "repeated. A number alone: work on so many records at most")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
@@ -138,8 +151,8 @@ void ScriptOptions::setLimit(const std::string& text) {
     const auto equals = std::min(text.find('='), text.size());
     const std::string name = text.substr(0, equals);
     std::int64_t SCR::Limits::*const limit = SCR::limitOfName(name);
-    const bool isOfRecord = name == "record";
-    if ((limit == nullptr && !isOfRecord) || equals == text.size()) {
+    std::int64_t* const ofJob = name == "record" ? &record_ : name == "tables" ? &tables_ : nullptr;
+    if ((limit == nullptr && ofJob == nullptr) || equals == text.size()) {
         throw CLI::ValidationError("--limit", "'" + text + "' names no limit");
     }
     const std::string value = text.substr(equals + 1);
@@ -149,7 +162,7 @@ void ScriptOptions::setLimit(const std::string& text) {
     if (value != "none" && (read.ec != std::errc() || read.ptr != end || number < 0)) {
         throw CLI::ValidationError("--limit", "'" + value + "' is no number of 0 or more");
     }
-    (isOfRecord ? record_ : limits_.*limit) = number;
+    (ofJob != nullptr ? *ofJob : limits_.*limit) = number;
     given_.push_back("--limit=" + text);
 }
 

@@ -19,6 +19,9 @@ class Log;
 
 namespace Cli {
 
+/// The names between the commas of `names`.
+std::vector<std::string> splitNames(const std::string& names);
+
 /// The options of every command that compiles a script: the environment of the script.
 class ScriptOptions {
 public:
@@ -49,6 +52,8 @@ public:
     std::size_t mostBytes() const;
     /// The bytes that a record may have.
     std::size_t mostBytesOfRecord() const { return static_cast<std::size_t>(record_); }
+    /// The memory that the tables of a job may take.
+    std::size_t mostBytesOfTables() const { return static_cast<std::size_t>(tables_); }
     /// How many records a job may work on.
     std::int64_t mostRecords() const { return records_; }
     /// The options that change what a script does, as they were given.
@@ -66,6 +71,7 @@ private:
     SCR::Limits limits_;
     std::int64_t records_ = INT64_MAX;
     std::int64_t record_ = std::int64_t{64} << 20;
+    std::int64_t tables_ = std::int64_t{1} << 30;
     SCR::Capabilities capabilities_ = SCR::Capabilities::none();  // granted despite --sandbox
     bool isSandboxed_ = false;
     SCR::CodeTier tier_ = SCR::CodeTier::Native;

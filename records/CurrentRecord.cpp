@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "records/FieldText.h"
 #include "scr/Diagnostic.h"
@@ -30,8 +31,10 @@ std::string Rejection::text() const {
     return line;
 }
 
-CurrentRecord::CurrentRecord(const Layout& layout, bool isJson, OnError onError, SCR::Log* log)
+CurrentRecord::CurrentRecord(const Layout& layout, bool isJson, OnError onError, SCR::Log* log,
+                             TableRows tableRows)
     : record(layout),
+      tables(std::move(tableRows)),
       json(isJson ? std::make_unique<JsonRecord>() : nullptr),
       onError_(onError),
       log_(log) {}
@@ -40,6 +43,7 @@ const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
     number = ordinal;
     original = text;
     output.clear();
+    tables.leave();
     isDropped = isRejected_ = hasFailed_ = false;
     const char* malformed = nullptr;
     if (json) {

@@ -9,6 +9,7 @@
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
 #include "records/Record.h"
+#include "records/TableExtension.h"
 #include "records/json/JsonRecord.h"
 #include "scr/Log.h"
 #include "scr/run/ScriptCharge.h"
@@ -44,7 +45,9 @@ struct Rejection {
 class CurrentRecord final : public SCR::Log {
 public:
     /// `log`, which is not owned, takes messages that are no failure of a record; null drops them.
-    CurrentRecord(const Layout& layout, bool isJson, OnError onError, SCR::Log* log = nullptr);
+    /// `tables` are those that the script looks up rows in.
+    CurrentRecord(const Layout& layout, bool isJson, OnError onError, SCR::Log* log = nullptr,
+                  TableRows tables = {});
 
     /// The script is about to work on record `number`. Gives the reason why `text`, which must live
     /// until the next record or `leave`, is malformed, or null.
@@ -72,6 +75,7 @@ public:
     const Rejection& rejection() const { return rejection_; }
 
     Record record;
+    TableRows tables;
     std::unique_ptr<JsonRecord> json;  ///< Used instead of `record` when records are JSON.
     std::string_view original;         ///< The text as it was read.
     std::int64_t number = 0;           ///< 1-based

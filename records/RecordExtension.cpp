@@ -105,6 +105,7 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
         current.jobEnd = reason.substr(0, mostBytesOfReasonS);
         running.fail(current.jobEnd);
     });
+    addTableFunctions(interpreter, current.tables);
     host->function("recordNumber", [&current]() { return current.number; })
         ->effects(SCR::Effect::Position);
     host->function("recordText", [&current]() { return current.original; });

@@ -19,11 +19,14 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
 /// known, and calls may give indices.
 class AnyRecord {
 public:
+    /// The script may look up rows in `tables`, which are not owned.
+    explicit AnyRecord(const Tables& tables = {})
+        : current_(Layout(), true, OnError::Reject, nullptr, TableRows(tables)) {}
     /// Adds the functions of records to `interpreter`, which this object must outlive.
     void addTo(SCR::Interpreter& interpreter) { addRecordFunctions(interpreter, current_, names_); }
 
 private:
-    CurrentRecord current_{Layout(), true, OnError::Reject};
+    CurrentRecord current_;
     FieldNames names_;
 };
 

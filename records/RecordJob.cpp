@@ -189,8 +189,19 @@ RecordJob::End RecordJob::openInput() {
     return options_.hasHeader ? readHeader() : End::Done;
 }
 
+RecordJob::End RecordJob::readTables() {
+    const Tables::End end =
+        tables_.read(options_.tables, options_.maxRecord, options_.tableBytes, stop_);
+    error_ = tables_.error();
+    return end == Tables::End::Done       ? End::Done
+           : end == Tables::End::TooLarge ? End::Stopped
+           : end == Tables::End::BadInput ? End::BadInput
+                                          : End::Interrupted;
+}
+
 RecordJob::End RecordJob::addWorker() {
-    workers_.push_back(std::make_unique<RecordWorker>(options_, names_, columns_, stop_, log_));
+    workers_.push_back(
+        std::make_unique<RecordWorker>(options_, names_, columns_, tables_, stop_, log_));
     RecordWorker& worker = *workers_.back();
     std::unique_ptr<SCR::Interpreter> interpreter = make_(worker.log());
     if (!interpreter) return End::BadInput;
@@ -229,7 +240,9 @@ RecordJob::End RecordJob::afterBegin(RecordWorker& worker, bool isCompiled, bool
 RecordJob::End RecordJob::check(SCR::Log& log, const Make& make, const Compile& compile,
                                 const std::string& script) {
     if (!input_) {
-        if (const End end = openInput(); end != End::Done) {
+        End end = readTables();
+        if (end == End::Done) end = openInput();
+        if (end != End::Done) {
             input_.reset();
             return end;
         }
@@ -247,6 +260,7 @@ RecordJob::End RecordJob::check(SCR::Log& log, const Make& make, const Compile& 
 }
 
 RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& compile) {
+    if (const End end = readTables(); end != End::Done) return end;
     if (const End end = openInput(); end != End::Done) return end;
     if (const End end = planColumns(options_.script); end != End::Done) return end;
     writeHeader();

@@ -15,6 +15,7 @@
 #include "records/RecordWorker.h"
 #include "records/StopSignal.h"
 #include "records/StopWatcher.h"
+#include "records/Tables.h"
 #include "records/WorkerPool.h"
 #include "scr/Output.h"
 
@@ -52,9 +53,11 @@ struct JobOptions {
     char outputDelimiter = ',';         ///< whose fields this character separates.
     ColumnOptions columns;
     bool isJson() const { return format == Format::Jsonl; }
-    std::string script;               ///< Fields that it assigns or deletes are added or removed.
-    bool hasHeader = false;           ///< The first record names the fields.
-    std::vector<std::string> fields;  ///< The fields' names, without a header.
+    std::vector<TableFile> tables;      ///< that scripts look up rows in
+    std::size_t tableBytes = SIZE_MAX;  ///< Memory that they may take.
+    std::string script;                 ///< Fields that it assigns or deletes are added or removed.
+    bool hasHeader = false;             ///< The first record names the fields.
+    std::vector<std::string> fields;    ///< The fields' names, without a header.
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
     /// Shows what each record would become, before and after, and writes no file.
     bool isDryRun = false;
@@ -121,6 +124,7 @@ private:
     bool openNext();
     bool failInput(End end);
     End openFile();
+    End readTables();
     // Works out the columns of the output for `script`, and their names.
     End planColumns(const std::string& script);
     void writeHeader();
@@ -150,6 +154,7 @@ private:
     std::unique_ptr<Input> input_;  // null until it is opened
     std::optional<RecordReader> reader_;
     FieldNames names_;
+    Tables tables_;
     std::string header_;     // as it was read,
     std::string headerEnd_;  // with its line end, if there is one
     Columns columns_;

@@ -81,11 +81,12 @@ bool RecordWorker::Prints::flush(bool mayWait) {
 }
 
 RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
-                           const Columns& columns, const StopSignal& stop, SCR::Log* log)
+                           const Columns& columns, const Tables& tables, const StopSignal& stop,
+                           SCR::Log* log)
     : options_(options),
       names_(names),
       stop_(stop),
-      current_(options.layout, options.isJson(), options.onError, log),
+      current_(options.layout, options.isJson(), options.onError, log, TableRows(tables)),
       columns_(columns) {
     columns_.bind(current_);
     current_.write = [this](SCR::Interpreter& running) { writeExtra(running); };

@@ -102,10 +102,11 @@ struct alignas(threadDistanceS) Batch {
 /// An interpreter that executes a script for records. Used by one thread at a time.
 class alignas(threadDistanceS) RecordWorker {
 public:
-    /// `columns` are those of the output. `options`, `names`, `stop`, which ends the work after the
-    /// current record, and `log`, for messages that are about no record, must outlive the worker.
+    /// `columns` are those of the output. `options`, `names`, `tables`, `stop`, which ends the work
+    /// after the current record, and `log`, for messages that are about no record, must outlive the
+    /// worker.
     RecordWorker(const JobOptions& options, const FieldNames& names, const Columns& columns,
-                 const StopSignal& stop, SCR::Log* log);
+                 const Tables& tables, const StopSignal& stop, SCR::Log* log);
     /// Runs the script's function END, unless `finish` did.
     ~RecordWorker();
 

@@ -532,6 +532,56 @@ TEST_F(CliTest, InputsAreSeveralAndCompressed) {
     });
 }
 
+TEST_F(CliTest, TablesAreLookedUp) {
+    const std::string csv = "to,secs\n49,10\n33,20\n1,30\n";
+    write("rates.csv",
+          "prefix,unit price:Decimal,since:Date\n49,0.10,\n33,0.25,2026-02-01\n33,1,2026-03-01\n");
+    write("zones.jsonl",
+          "{\"z\":{\"b\":1.50,\"a\":\"x\"},\"v\":[1,{\"q\":\"]\"}]}\n\n{\"w\":\"\\u00e4\"}\n");
+    write("join.ks",
+          "Bool found = tableFind(rates, edrString(to));\n"
+          "while (found) { edrDecimal(price) = tableField(rates.unit_price) * edrDecimal(secs);\n"
+          "edrDate(since) = tableField(since); recordWrite(); found = tableNext(rates); }\n"
+          "recordDrop();\n");
+    write("bad.csv", "a:Long,b\n1,\nx,\n");
+    write("wide.csv", "a\n1,2\n");
+    const std::string head = "run --records - --header --jobs 2 --table rates=rates.csv ";
+    const std::string zones =
+        "--table zones=zones.jsonl --table-type zones=z.b:Decimal "
+        "--table-key zones=z.a,z.b -e 'tableFind(zones, ";
+    const std::string joined =
+        "to,secs,price,since\n49,10,1.00,\n33,20,5.00,2026-02-01 00:00:00\n33,20,20,2026-03-01 "
+        "00:00:00\n";
+    expect({
+        {head + "join.ks", joined, "", 0, csv},
+        {head + zones +
+             "\"x\", 1.5); logStdout(tableField(v) + tableField(w)); edrString(w) = "
+             "tableField(zones.z.a);'",
+         "to,w\n[1,{\"q\":\"]\"}]1,x\n", "", 0, "to\n1\n"},
+        {head + zones + "\"\", strToDecimal(\"\")); edrString(w) = tableField(w);'",
+         "to,w\n1,\xC3\xA4\n", "", 0, "to\n1\n"},
+        // What is found lasts for one record.
+        {head + "-e 'if (edrLong(to) == 49) tableFind(rates, \"49\"); edrDecimal(p) = "
+                "tableField(unit_price);'",
+         "to,p\n49,0.10\n1,\n", "", 0, "to\n49\n1\n"},
+        {"check --distributable --table rates=rates.csv join.ks", ""},
+        {"query 'tableFind(rates, edrString(to))' --records - --header --table rates=rates.csv",
+         "to\n33\n", "", 0, "to\n1\n33\n"},
+        {head + "-e 'tableFind(none, \"\");'", "", "...there is no table 'none'", 3, csv},
+        {head + "-e 'tableFind(rates, 1);'", "", "...is a String, not a Long", 3, csv},
+        {head + "-e 'tableFind(rates, \"\", \"\");'", "", "...of the table rates has 1 columns", 3,
+         csv},
+        {head + "-e 'Long n = tableField(since);'", "", "...store a Date in the Long", 3, csv},
+        {head + "--table more=rates.csv -e 'tableField(since);'", "", "...say rates.since", 3, csv},
+        {head + "--table bad=bad.csv -e ''", "", "kestrel: bad.csv:3: column a: no Long: 'x'\n", 2},
+        {head + "--table wide=wide.csv -e ''", "",
+         "kestrel: wide.csv:2: it has more fields than there are names\n", 2},
+        {head + "--table-key rates=x -e ''", "", "kestrel: rates.csv: it has no column 'x'\n", 2},
+        {head + "--limit tables=100 -e ''", "",
+         "kestrel: rates.csv: limit `tables' of 100 bytes passed\n", 4},
+    });
+}
+
 TEST_F(CliTest, ScriptsWriteRecordsAndFilesOfTheirOwn) {
     const std::string csv = "k,v\na,1\nb,2\na,3\n";
     const std::string head = "run --records - --header --stats -e ";
@@ -606,7 +656,8 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
     write("drop.ks",
           "if (edrLong(n) % 7 == 0) recordDrop();\n"
           "if (edrLong(n) % 11 == 0) recordReject(\"eleven\");\n");
-    const std::string base = "run double.ks -D factor=2 --records in.csv --header ";
+    write("t.csv", "k\n");
+    const std::string base = "run double.ks -D factor=2 --records in.csv --header --table t=t.csv ";
     const auto run = [&](const std::string& part, const std::string& options = "") {
         return kestrel(base + options + " --out out --part " + part);
     };
@@ -657,6 +708,7 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
         {"the include file", [&] { write("drop.ks", "\n"); }},
         {"the script", [&] { write("double.ks", "include \"drop.ks\";\n"); }},
         {"the input", [&] { write("in.csv", csv.replace(7, 1, "5")); }},
+        {"a table", [&] { write("t.csv", "k\nv\n"); }},
         {"a limit", [] {}, "--limit depth=100"},
         {"a zone", [] {}, "--zone ABC-5"},
         {"a query", [] {}, "--where 'edrLong(n) > 3'"},

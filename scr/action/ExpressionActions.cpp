@@ -44,7 +44,9 @@ constexpr std::array<std::string_view, 19> fieldFunctionsS{"edrString",
 bool isFieldAlias() {
     if (stackG->numFunctions() <= parseContextG->declaredFunctions) return false;
     if (stackG->topNumParams() != 0) return false;
-    const FND::String& name = stackG->topFunction()->name();
+    const FctDescr& function = *stackG->topFunction();
+    if (Node::baseType(function.argType(0)) == TypeCode::EdrAlias) return true;
+    const FND::String& name = function.name();
     if (!name.starts_with("edr")) return false;
     return std::find(fieldFunctionsS.begin(), fieldFunctionsS.end(), name) != fieldFunctionsS.end();
 }
