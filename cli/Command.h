@@ -39,6 +39,7 @@ void addExplainCommand(CLI::App& app, Action& action);
 void addFormatCommand(CLI::App& app, Action& action);
 void addFunctionsCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
+void addMergeCommand(CLI::App& app, Action& action);
 void addQueryCommand(CLI::App& app, Action& action);
 void addRunCommand(CLI::App& app, Action& action);
 

@@ -2,6 +2,8 @@
 
 #include <simdjson.h>
 
+#include <fstream>
+#include <iterator>
 #include <string_view>
 
 #include "cli/Digest.h"
@@ -18,6 +20,22 @@ std::string jsonString(std::string_view text) {
 
 std::string file(const Manifest::File& file) {
     return "{\"name\": " + jsonString(file.name) + ", \"digest\": " + jsonString(file.digest) + "}";
+}
+
+std::string list(const std::vector<std::string>& texts) {
+    std::string json = "[";
+    const char* separator = "";
+    for (const std::string& text : texts) {
+        json += separator + jsonString(text);
+        separator = ", ";
+    }
+    return json + "]";
+}
+
+std::vector<std::string> readList(const simdjson::dom::element& element) {
+    std::vector<std::string> texts;
+    for (const auto text : element.get_array()) texts.emplace_back(text.get_string().value());
+    return texts;
 }
 
 std::string digests(const std::map<std::string, std::string>& files) {
@@ -41,13 +59,9 @@ std::string jobOf(const Manifest& manifest) {
     std::string json = "  \"kestrel\": " + jsonString(KESTREL_VERSION) +
                        ",\n  \"script\": " + jsonString(manifest.scriptDigest) +
                        ",\n  \"includes\": " + digests(manifest.includes) +
-                       ",\n  \"tables\": " + digests(manifest.tables) + ",\n  \"options\": [";
-    const char* separator = "";
-    for (const std::string& option : manifest.options) {
-        json += separator + jsonString(option);
-        separator = ", ";
-    }
-    return json + "],\n  \"zone\": " + file(manifest.zone) +
+                       ",\n  \"tables\": " + digests(manifest.tables) +
+                       ",\n  \"options\": " + list(manifest.options);
+    return json + ",\n  \"zone\": " + file(manifest.zone) +
            ",\n  \"part\": " + std::to_string(manifest.part) +
            ",\n  \"parts\": " + std::to_string(manifest.parts) +
            ",\n  \"inputSize\": " + std::to_string(manifest.inputSize);
@@ -93,7 +107,13 @@ std::string Manifest::toJson() const {
            ", \"dropped\": " + std::to_string(counts.dropped) +
            ", \"rejected\": " + std::to_string(counts.rejected) +
            ", \"extra\": " + std::to_string(counts.extra) + "},\n  \"output\": " + file(output) +
-           ",\n  \"rejects\": " + file(rejects) + "\n}\n";
+           ",\n  \"rejects\": " + file(rejects) + ",\n  \"state\": " + file(state) +
+           ",\n  \"arguments\": " + list(arguments) + "\n}\n";
+}
+
+std::optional<Manifest> Manifest::ofFile(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return fromJson({std::istreambuf_iterator<char>(stream), {}});
 }
 
 std::optional<Manifest> Manifest::fromJson(const std::string& text) {
@@ -105,9 +125,8 @@ std::optional<Manifest> Manifest::fromJson(const std::string& text) {
         manifest.scriptDigest = json["script"].get_string().value();
         manifest.includes = readDigests(json["includes"]);
         manifest.tables = readDigests(json["tables"]);
-        for (const auto option : json["options"].get_array()) {
-            manifest.options.emplace_back(option.get_string().value());
-        }
+        manifest.options = readList(json["options"]);
+        manifest.arguments = readList(json["arguments"]);
         manifest.zone = readFile(json["zone"]);
         manifest.part = json["part"].get_int64();
         manifest.parts = json["parts"].get_int64();
@@ -122,6 +141,7 @@ std::optional<Manifest> Manifest::fromJson(const std::string& text) {
         manifest.counts.extra = counts["extra"].get_int64();
         manifest.output = readFile(json["output"]);
         manifest.rejects = readFile(json["rejects"]);
+        manifest.state = readFile(json["state"]);
         return manifest;
     } catch (const simdjson::simdjson_error&) {
         return std::nullopt;

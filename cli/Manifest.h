@@ -40,6 +40,11 @@ struct Manifest {
     Records::Counts counts;
     File output;
     File rejects;
+    File state;  ///< Its totals and keys; without a name when it has none.
+
+    /// How the run named its script, and where it looked for include files: arguments that, with
+    /// the options, tell the command again. They do not matter for the result.
+    std::vector<std::string> arguments;
 
     /// Whether `other` is about the same script, options and part; of the input it compares only
     /// the size.
@@ -48,6 +53,8 @@ struct Manifest {
     std::string toJson() const;
     /// None when `text` is no manifest of this version of the program.
     static std::optional<Manifest> fromJson(const std::string& text);
+    /// The same for the text of a file.
+    static std::optional<Manifest> ofFile(const std::string& path);
 };
 
 }  // namespace Cli

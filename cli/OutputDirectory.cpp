@@ -6,8 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include "cli/Digest.h"
@@ -30,11 +28,6 @@ bool isAsDescribed(const std::string& directory, const Manifest::File& file,
     return file.name == name && Digest::ofFile(directory + "/" + name) == file.digest;
 }
 
-std::optional<Manifest> readManifest(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return Manifest::fromJson({std::istreambuf_iterator<char>(stream), {}});
-}
-
 bool isSame(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
@@ -46,6 +39,7 @@ OutputDirectory::OutputDirectory(std::string path, const std::string& extension,
     const std::string name = "-" + padded(job.part) + division_;
     output_ = "part" + name + extension;
     rejects_ = "rejects" + name + "txt";
+    state_ = "state" + name + "txt";
     manifest_ = "manifest" + name + "json";
 }
 
@@ -88,7 +82,7 @@ bool OutputDirectory::fitsTheOthers() {
         }
         // One other manifest stands for all: each was compared with an earlier one.
         if (!isManifest || name == manifest_ || isZoneKnown) continue;
-        const std::optional<Manifest> other = readManifest(entry->path());
+        const std::optional<Manifest> other = Manifest::ofFile(entry->path());
         isZoneKnown = other.has_value();
         if (!isZoneKnown || other->zone == job_.zone) continue;
         error_ = path_ + " holds " + name + ", which was made in the time zone " +
@@ -102,15 +96,18 @@ bool OutputDirectory::fitsTheOthers() {
 }
 
 bool OutputDirectory::isComplete() const {
-    const std::optional<Manifest> found = readManifest(manifest());
-    return found && found->isSameJob(job_) && isAsDescribed(path_, found->output, output_) &&
+    const std::optional<Manifest> found = Manifest::ofFile(manifest());
+    const bool isStateThere =
+        found && (found->state.name.empty() || isAsDescribed(path_, found->state, state_));
+    return isStateThere && found->isSameJob(job_) && isAsDescribed(path_, found->output, output_) &&
            isAsDescribed(path_, found->rejects, rejects_) &&
            Digest::ofFile(input_, found->inputEnd) == found->inputDigest;
 }
 
 void OutputDirectory::clean() const {
     unlink(manifest().c_str());
-    for (const std::string& path : {output(), rejects(), manifest()}) {
+    unlink(state().c_str());
+    for (const std::string& path : {output(), rejects(), state(), manifest()}) {
         Records::RecordOutput::removeLeftovers(path);
     }
 }
@@ -129,6 +126,10 @@ bool OutputDirectory::complete(Manifest& manifest) {
         !digest(output(), manifest.output.digest, -1) ||
         !digest(rejects(), manifest.rejects.digest, -1)) {
         return false;
+    }
+    if (access(state().c_str(), F_OK) == 0) {
+        manifest.state.name = state_;
+        if (!digest(state(), manifest.state.digest, -1)) return false;
     }
     struct stat status {};
     if (stat(input_.c_str(), &status) != 0) return fail(input_);

@@ -33,8 +33,9 @@ public:
     /// `open`, and when parts of another time zone were added meanwhile.
     bool complete(Manifest& manifest);
 
-    /// The paths for the records and the rejects.
+    /// The paths for the records, the rejects and what else the script counts.
     std::string output() const { return path_ + "/" + output_; }
+    std::string state() const { return path_ + "/" + state_; }
     std::string rejects() const { return path_ + "/" + rejects_; }
     const std::string& error() const { return error_; }
     /// Whether `complete` failed because the input changed.
@@ -52,6 +53,7 @@ private:
     std::string division_;  // "-of-N.", in all names
     std::string output_;
     std::string rejects_;
+    std::string state_;
     std::string manifest_;
     struct stat status_ {};  // of the input
     std::string error_;

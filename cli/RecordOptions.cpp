@@ -16,6 +16,7 @@
 
 #include "cli/Digest.h"
 #include "cli/OutputDirectory.h"
+#include "cli/PartsDirectory.h"
 #include "cli/Progress.h"
 #include "cli/ScriptFile.h"
 #include "cli/StderrLog.h"
@@ -181,8 +182,7 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                         "How they are written: text (default); input, just as they were read; or "
                         "json, an object in a line")
             ->type_name("FORMAT")
-            ->check(CLI::IsMember({"text", "input", "json"})))
-        ->needs(rejects);
+            ->check(CLI::IsMember({"text", "input", "json"})));
     add(command
             .add_option("--on-error", onError_,
                         "What becomes of a record on which the script fails: reject (default), "
@@ -328,6 +328,10 @@ ExitStatus RecordOptions::run(const ScriptOptions& options,
                               const std::function<bool(SCR::Interpreter&)>& compile) const {
     std::optional<Records::JobOptions> job = jobOptions();
     if (!job) return ExitStatus::Usage;
+    if (rejectsFormat_ != "text" && job->rejects.empty()) {
+        report("--rejects-format: there are no --rejects");
+        return ExitStatus::Usage;
+    }
     Manifest manifest;
     return runJob(std::move(*job), manifest, options, compile);
 }
@@ -411,6 +415,7 @@ ExitStatus RecordOptions::runInDirectory(
     job->output = directory.output();
     job->rejects = directory.rejects();
     job->hasNamedOutputs = false;
+    job->state = directory.state();
     const ExitStatus status = runJob(std::move(*job), manifest, options, compile);
     if (status != ExitStatus::Success) return status;
     for (const Records::TableFile& table : tables) {
@@ -423,7 +428,37 @@ ExitStatus RecordOptions::runInDirectory(
     return directory.hasInputChanged() ? ExitStatus::TryAgain : ExitStatus::InputOutput;
 }
 
-void RecordOptions::printStats(const Records::RecordJob& job) const {
+ExitStatus RecordOptions::merge(const PartsDirectory& directory, const MergeOutput& output,
+                                const ScriptOptions& options,
+                                const std::function<bool(SCR::Interpreter&)>& compile) const {
+    std::optional<Records::JobOptions> job = jobOptions();
+    if (!job) return ExitStatus::Usage;
+    for (const Records::TableFile& table : job->tables) {
+        const auto known = directory.first().tables.find(table.name);
+        if (known != directory.first().tables.end() &&
+            Digest::ofFile(table.path) == known->second) {
+            continue;
+        }
+        report(table.path + " was changed after the parts were made");
+        return ExitStatus::Usage;
+    }
+    job->output = output.output;
+    job->rejects = output.rejects;
+    job->maxRecord = options.mostBytesOfRecord();
+    job->tableBytes = options.mostBytesOfTables();
+    catchSignals();
+    StderrLog log(options.messageStyle(options.scriptName()));
+    const std::string& zone = directory.first().zone.name;
+    Records::RecordJob merged(std::move(*job), stopG);
+    const auto end = merged.merge(
+        log, [&](SCR::Log& to) { return options.makeInterpreter(to, zone); }, compile,
+        directory.files(), directory.counts());
+    if (!merged.error().empty()) report(merged.error());
+    if (!output.stats.empty()) printStats(merged, output.stats);
+    return statusAfter(statusOf(end), merged.failures());
+}
+
+void RecordOptions::printStats(const Records::RecordJob& job, const std::string& form) {
     const Records::Counts& counts = job.counts();
     using Named = std::pair<std::string, std::int64_t>;
     const Named all[] = {{"read", counts.read},
@@ -431,11 +466,11 @@ void RecordOptions::printStats(const Records::RecordJob& job) const {
                          {"dropped", counts.dropped},
                          {"rejected", counts.rejected}};
     std::vector<Named> counted(std::begin(all), std::end(all));
-    if (counts.extra != 0 || stats_ == "json") counted.emplace_back("extra", counts.extra);
+    if (counts.extra != 0 || form == "json") counted.emplace_back("extra", counts.extra);
     std::vector<Named> reasons(job.reasons().all().begin(), job.reasons().all().end());
     std::stable_sort(reasons.begin(), reasons.end(),
                      [](const Named& a, const Named& b) { return a.second > b.second; });
-    const bool isJson = stats_ == "json";
+    const bool isJson = form == "json";
     std::string line;
     const char* separator = "";
     for (const auto& [name, count] : counted) {
@@ -501,7 +536,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
                (job.hasOutput() ? "" : "; " + output + " is as it was before"));
     }
     if (!job.error().empty()) report(job.error());
-    if (!stats_.empty()) printStats(job);
+    if (!stats_.empty()) printStats(job, stats_);
     manifest.counts = counts;
     manifest.inputEnd = job.inputEnd();
     if (status == ExitStatus::Success) {

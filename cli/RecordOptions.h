@@ -15,12 +15,21 @@
 
 namespace Cli {
 
+class PartsDirectory;
+
 /// The local zone of scripts that are executed for records, unless the user names one: the same on
 /// every machine that works on a part of the records.
 inline constexpr const char* recordZoneS = "UTC";
 
 /// The status for a job's end.
 ExitStatus statusOf(Records::RecordJob::End end);
+
+/// Where the merged result of parts goes.
+struct MergeOutput {
+    std::string output = "-";
+    std::string rejects;
+    std::string stats;
+};
 
 /// The options of a command that does something for each record of a file.
 class RecordOptions {
@@ -59,6 +68,10 @@ public:
     /// there. `manifest` names the script; this function sets its other members.
     ExitStatus runInDirectory(Manifest manifest, const ScriptOptions& options,
                               const std::function<bool(SCR::Interpreter&)>& compile) const;
+    /// Merges the parts of `directory`, which were made with these options.
+    ExitStatus merge(const PartsDirectory& directory, const MergeOutput& output,
+                     const ScriptOptions& options,
+                     const std::function<bool(SCR::Interpreter&)>& compile) const;
     /// A job that only checks; null after a report. It must not outlive this object.
     std::unique_ptr<Records::RecordJob> checkingJob(const ScriptOptions& options) const;
     /// Reads the tables that the options name. `Success`, or another status after a report.
@@ -70,7 +83,7 @@ private:
     ExitStatus runJob(Records::JobOptions jobOptions, Manifest& manifest,
                       const ScriptOptions& options,
                       const std::function<bool(SCR::Interpreter&)>& compile) const;
-    void printStats(const Records::RecordJob& job) const;
+    static void printStats(const Records::RecordJob& job, const std::string& form);
     // The options that change the result.
     std::vector<std::string> given() const;
 

@@ -74,6 +74,14 @@ ExitStatus run(const RunOptions& options) {
             Manifest manifest;
             manifest.script(expanded);
             manifest.options = options.script.given();
+            if (options.text) {
+                manifest.arguments = {"-e", *options.text};
+            } else {
+                manifest.arguments = {options.file};
+            }
+            for (const std::string& directory : options.script.includePath()) {
+                manifest.arguments.insert(manifest.arguments.end(), {"-I", directory});
+            }
             status = records.runInDirectory(std::move(manifest), options.script, compile);
         } else {
             status = records.run(options.script, compile);

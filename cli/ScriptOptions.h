@@ -56,6 +56,8 @@ public:
     std::size_t mostBytesOfTables() const { return static_cast<std::size_t>(tables_); }
     /// How many records a job may work on.
     std::int64_t mostRecords() const { return records_; }
+    /// The directories of include files that the options name.
+    const std::vector<std::string>& includePath() const { return includePath_; }
     /// The options that change what a script does, as they were given.
     const std::vector<std::string>& given() const { return given_; }
 

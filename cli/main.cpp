@@ -60,8 +60,8 @@ namespace {
 
 constexpr AddCommand commandsS[] = {addRunCommand,       addQueryCommand,   addConditionsCommand,
                                     addCheckCommand,     addExplainCommand, addFormatCommand,
-                                    addFunctionsCommand, addMatchCommand,   addEncryptCommand,
-                                    addDecryptCommand};
+                                    addFunctionsCommand, addMatchCommand,   addMergeCommand,
+                                    addEncryptCommand,   addDecryptCommand};
 
 // The arguments in reverse, as the parser takes them. A flag takes a value only after "=".
 std::vector<std::string> argumentsOf(int argc, char** argv) {

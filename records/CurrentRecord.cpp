@@ -44,6 +44,8 @@ const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
     original = text;
     output.clear();
     tables.leave();
+    totals.begin();
+    hasKey = false;
     isDropped = isRejected_ = hasFailed_ = false;
     const char* malformed = nullptr;
     if (json) {
@@ -53,7 +55,10 @@ const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
         record.take(text);
         record.charge().release();
     }
-    if (charge_.isLarge()) rejection_ = {};
+    if (charge_.isLarge()) {
+        rejection_ = {};
+        key = {};
+    }
     charge_.release();
     isOpen_ = true;
     return malformed;
@@ -92,6 +97,12 @@ void CurrentRecord::diagnose(const SCR::Diagnostic& diagnostic) {
     } else if (log_ != nullptr) {
         log_->diagnose(diagnostic);
     }
+}
+
+void CurrentRecord::keepFirst(std::string_view uniqueKey) {
+    charge_.grow(key, uniqueKey.size());
+    key = uniqueKey;
+    hasKey = true;
 }
 
 void CurrentRecord::reject(std::string_view reason) {

@@ -11,6 +11,7 @@
 #include "records/Record.h"
 #include "records/TableExtension.h"
 #include "records/json/JsonRecord.h"
+#include "records/store/Totals.h"
 #include "scr/Log.h"
 #include "scr/run/ScriptCharge.h"
 
@@ -53,13 +54,18 @@ public:
     /// until the next record or `leave`, is malformed, or null.
     const char* begin(std::int64_t number, std::string_view text);
     /// The script has worked on it: messages are about no record any more.
-    void end() { isOpen_ = false; }
+    void end() {
+        isOpen_ = false;
+        totals.end();
+    }
     /// Forgets the record.
     void leave();
 
     /// Notes a failure; the first one counts.
     void fail(std::string_view reason, std::string_view field = {}, std::string_view value = {});
     void diagnose(const SCR::Diagnostic& diagnostic) override;
+    /// Of the records with this key, those that are written, only the first stays.
+    void keepFirst(std::string_view uniqueKey);
     /// The script rejects the record, for a reason that counts if there was no failure.
     void reject(std::string_view reason);
 
@@ -76,10 +82,13 @@ public:
 
     Record record;
     TableRows tables;
+    Totals totals;
     std::unique_ptr<JsonRecord> json;  ///< Used instead of `record` when records are JSON.
     std::string_view original;         ///< The text as it was read.
     std::int64_t number = 0;           ///< 1-based
     bool isDropped = false;
+    bool hasKey = false;  ///< Only the first record with the key stays.
+    std::string key;
     std::string output;  ///< The output that the script chose; empty: that of the job.
     std::function<void(SCR::Interpreter&)> write;  ///< Writes the record as it stands.
     std::string jobEnd;                            ///< why the script wants to end the job

@@ -3,6 +3,7 @@
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
 #include "records/NamedFields.h"
+#include "records/TotalExtension.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 #include "scr/message/Quote.h"
@@ -106,6 +107,7 @@ void addRecordFunctions(SCR::Interpreter& interpreter, CurrentRecord& current,
         running.fail(current.jobEnd);
     });
     addTableFunctions(interpreter, current.tables);
+    addTotalFunctions(interpreter, current);
     host->function("recordNumber", [&current]() { return current.number; })
         ->effects(SCR::Effect::Position);
     host->function("recordText", [&current]() { return current.original; });

@@ -16,9 +16,6 @@
 namespace Records {
 namespace {
 
-// How long scripts may go on after the job was told to stop.
-constexpr std::chrono::milliseconds allowanceS(5000);
-
 // Whether the system may have later what it lacks now.
 bool isPassing(int error) {
     switch (error) {
@@ -131,6 +128,7 @@ void RecordJob::writeHeader() {
     const bool isSame = options_.format == options_.outputFormat;
     line += isSame && !headerEnd_.empty() ? headerEnd_ : "\n";
     output_.buffer() += line;
+    outputSize_ += line.size();
     outputs_.header(line);
 }
 
@@ -273,27 +271,35 @@ RecordJob::End RecordJob::run(SCR::Log& log, const Make& make, const Compile& co
     compile_ = compile;
     watcher_.emplace(stop_);
     const bool isStarted = pool_.start(options_.jobs);
-    watcher_->allow(allowanceS);
-    End end = isStarted ? End::Done : end_;
-    if (end == End::Done && !output_.open(options_.output)) end = fail(output_);
-    if (end == End::Done && options_.output != "-" && !prints_.open("-")) end = fail(prints_);
-    if (end == End::Done && !options_.rejects.empty() && !rejects_.open(options_.rejects)) {
-        end = fail(rejects_);
-    }
+    watcher_->allow(allowanceCM);
+    End end = isStarted ? openOutputs() : end_;
     if (end == End::Done) {
         end = process();
         for (const auto& worker : workers_) isValid_ = isValid_ && worker->interpreter().isValid();
-        end = finishScripts(end);
+        end = finishScripts(joinTotals(end));
         end = finishOutputs(end);
     }
     if (!isStarted) {
         // Scripts whose BEGIN went well may still run END.
-        watcher_->allow(stop_.isRaised() ? allowanceS : std::chrono::milliseconds(0));
+        watcher_->allow(stop_.isRaised() ? allowanceCM : std::chrono::milliseconds(0));
     }
     for (const auto& worker : workers_) worker->finish([](Batch& /*batch*/) { return true; });
     watcher_.reset();
     workers_.clear();
     return end;
+}
+
+RecordJob::End RecordJob::openOutputs() {
+    const bool isPart = options_.parts > 1 && options_.state.empty();
+    if (isPart && workers_.front()->totals().areUsed()) {
+        workers_.front()->interpreter().skipEnd();
+        error_ = "--part: totals and keys of parts need --out, and `kestrel merge'";
+        return End::BadInput;
+    }
+    if (!output_.open(options_.output)) return fail(output_);
+    if (options_.output != "-" && !prints_.open("-")) return fail(prints_);
+    const bool areRejectsOpen = options_.rejects.empty() || rejects_.open(options_.rejects);
+    return areRejectsOpen ? End::Done : fail(rejects_);
 }
 
 RecordJob::End RecordJob::finishScripts(End end) {
@@ -302,7 +308,7 @@ RecordJob::End RecordJob::finishScripts(End end) {
         (!output_.isDirect() || output_.flush()) && (!prints_.isOpen() || prints_.flush());
     if (!isFlushed && end == End::Done) end = fail(output_.errorNumber() != 0 ? output_ : prints_);
     // Who ended the job waits only so long, and who ends it now not at all.
-    watcher_->allow(stop_.isRaised() ? allowanceS : std::chrono::milliseconds(0));
+    watcher_->allow(stop_.isRaised() ? allowanceCM : std::chrono::milliseconds(0));
     for (const auto& worker : workers_) {
         const bool isWanted = end == End::Done;
         const bool isFinished = worker->finish([&](Batch& batch) {
@@ -434,7 +440,11 @@ bool RecordJob::flush() {
     return end_ == End::Done;
 }
 
-RecordJob::End RecordJob::write(const Batch& batch) {
+RecordJob::End RecordJob::write(Batch& batch) {
+    if (!batch.keyed.empty()) {
+        if (const End end = dropRepeated(batch); end != End::Done) return end;
+    }
+    outputSize_ += batch.output.size();
     for (const std::string& report : batch.reports) {
         if (reported_ == Batch::reportsCM) break;
         log_->log(report, FND::Status::Error);

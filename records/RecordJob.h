@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "records/StopWatcher.h"
 #include "records/Tables.h"
 #include "records/WorkerPool.h"
+#include "records/store/KeyIndex.h"
 #include "scr/Output.h"
 
 namespace SCR {
@@ -65,6 +67,9 @@ struct JobOptions {
     int jobs = 1;                 ///< Workers, each with an interpreter and a thread.
     std::int64_t part = 1;        ///< The part to work on, from 1, of `parts` parts of the file:
     std::int64_t parts = 1;       ///< the records that begin in that part of its bytes.
+    /// Where a part leaves its totals and the keys of its records for `RecordJob::merge`, a path.
+    /// Its script does not run END then. No file is made if the script has neither.
+    std::string state;
     /// Called now and then with the counts and the bytes read so far.
     std::function<void(const Counts&, std::int64_t)> progress;
 };
@@ -103,6 +108,19 @@ public:
     /// once.
     End check(SCR::Log& log, const Make& make, const Compile& compile, const std::string& script);
 
+    /// The files that a job with `JobOptions::state` left; no state if it left none.
+    struct PartFiles {
+        std::string records;
+        std::string rejects;
+        std::string state;
+    };
+    /// Instead of records, takes the results of all `parts` of a job with the same script and
+    /// options. Compiles with `compile`, writes their records, except for those whose key an
+    /// earlier one has, and lets END write more from the totals of all. `counts` are those of the
+    /// parts together.
+    End merge(SCR::Log& log, const Make& make, const Compile& compile,
+              const std::vector<PartFiles>& parts, const Counts& counts);
+
     const Counts& counts() const { return counts_; }
     const RejectCounts& reasons() const { return reasons_; }
     /// How much of the input, in bytes, the result depends on: up to the end of the last record
@@ -118,6 +136,8 @@ public:
 
 private:
     class Input;
+    // How long scripts may go on after the job was told to stop.
+    static constexpr std::chrono::milliseconds allowanceCM{5000};
     End openInput();
     End readHeader();
     // Goes on with the next input; false when there is none, or it cannot be read.
@@ -132,6 +152,12 @@ private:
     // Whether BEGIN of the worker's script went well; it logged errors if `hasErrors`.
     End afterBegin(RecordWorker& worker, bool isCompiled, bool hasErrors);
     End process();
+    End openOutputs();
+    // Merges the totals of the workers, of which one runs END then, or leaves them in a file.
+    End joinTotals(End end);
+    // Removes records whose keys earlier ones have.
+    End dropRepeated(Batch& batch);
+    End addPart(const PartFiles& part);
     // Lets the scripts run the function END; `end` is how the job ended before.
     End finishScripts(End end);
     // Completes the files, or keeps what was written when the job ended early.
@@ -139,7 +165,7 @@ private:
     // Tells why the reader failed.
     End failToRead();
     // Writes the results of a batch.
-    End write(const Batch& batch);
+    End write(Batch& batch);
     End fail(const std::string& error, int errorNumber = 0);
     End fail(const RecordOutput& output);
 
@@ -168,6 +194,9 @@ private:
     NamedOutputs outputs_;
     RecordOutput prints_;  // of scripts, unless they join the output
     RecordOutput rejects_;
+    KeyIndex keys_;               // of records of which only the first stays
+    std::size_t outputSize_ = 0;  // bytes that output_ took
+    std::string state_;           // of a part: its keys
     Counts counts_;
     RejectCounts reasons_;
     std::size_t reported_ = 0;    // rejections that were printed

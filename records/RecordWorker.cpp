@@ -47,6 +47,7 @@ void Batch::clearOutput() {
     reuse(rejects);
     reports.clear();
     reasons.clear();
+    keyed.clear();
     counts = {};
 }
 
@@ -126,7 +127,8 @@ std::string RecordWorker::placeOf(const Batch::Item& item, const Batch& batch) c
     return options_.inputName(batch.file) + ":" + std::to_string(item.line) + ": ";
 }
 
-void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const {
+void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) {
+    current_.totals.takeBack();
     ++batch.counts.rejected;
     batch.reasons.add(rejection.kind());
     const std::string_view record = std::string_view(batch.text).substr(item.begin, item.size);
@@ -191,7 +193,8 @@ bool RecordWorker::process(Batch& batch, const std::function<bool()>& deliver) {
     return true;
 }
 
-bool RecordWorker::cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const {
+bool RecordWorker::cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) {
+    current_.totals.takeBack();
     batch.cut = cut;
     if (cut == Batch::Cut::Failed) batch.error = placeOf(item, batch) + current_.rejection().text();
     if (cut == Batch::Cut::Ended) {
@@ -262,6 +265,15 @@ bool RecordWorker::write(Batch& batch) {
     return true;
 }
 
+bool RecordWorker::writeFirst(Batch& batch) {
+    const std::size_t begin = outputFor(batch).size();
+    if (!write(batch)) return false;
+    if (current_.hasKey && !options_.isDryRun) {
+        batch.keyed.push_back({current_.output, begin, outputFor(batch).size(), current_.key});
+    }
+    return true;
+}
+
 void RecordWorker::writeConditions(std::string& out) const {
     const char* separator = "";
     for (const std::int32_t index : holding_) {
@@ -272,9 +284,10 @@ void RecordWorker::writeConditions(std::string& out) const {
     out += '\n';
 }
 
-void RecordWorker::show(const Batch::Item& item, Batch& batch, std::size_t before) const {
+void RecordWorker::show(const Batch::Item& item, Batch& batch, std::size_t before) {
     before = std::min(before, batch.output.size());  // long prints were delivered meanwhile
-    const std::string result = batch.output.substr(before);
+    std::string result = batch.output.substr(before);
+    if (!result.empty() && current_.hasKey && !shown_.add(current_.key).second) result.clear();
     batch.output.resize(before);
     const std::string number = std::to_string(current_.number);
     const std::string old = batch.text.substr(item.begin, item.size) + '\n';
@@ -315,7 +328,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     if (!wasStopped && !ran) current_.fail("the script failed");
     const bool isWanted = holds && !current_.isDropped && !current_.isRejected();
     bool isWritten = false;
-    if (isWanted && !conditions_) isWritten = write(batch);
+    if (isWanted && !conditions_) isWritten = writeFirst(batch);
     if (current_.hasFailed() && options_.onError == OnError::Stop) {
         return cut(item, batch, Batch::Cut::Failed);
     }

@@ -11,6 +11,7 @@
 #include "records/Columns.h"
 #include "records/RecordExtension.h"
 #include "records/StopSignal.h"
+#include "records/store/KeyIndex.h"
 #include "scr/Output.h"
 
 namespace SCR {
@@ -97,6 +98,15 @@ struct alignas(threadDistanceS) Batch {
     };
     Cut cut = Cut::None;
     std::string error;  ///< The reason, unless the job was interrupted.
+
+    /// A record that stays only if it is the first with its key.
+    struct Keyed {
+        std::string output;  ///< the one that the script named
+        std::size_t begin;   ///< in that output
+        std::size_t end;
+        std::string key;
+    };
+    std::vector<Keyed> keyed;
 };
 
 /// An interpreter that executes a script for records. Used by one thread at a time.
@@ -124,6 +134,8 @@ public:
     /// `deliver`, in pieces.
     bool finish(const std::function<bool(Batch&)>& deliver);
 
+    /// What the script counts from record to record.
+    Totals& totals() { return current_.totals; }
     SCR::Interpreter& interpreter() { return *interpreter_; }
     /// Whether the script wants to end the job, and why.
     bool endsJob() const { return current_.endsJob; }
@@ -154,12 +166,14 @@ private:
     // Where the current record goes.
     std::string& outputFor(Batch& batch) const;
     // Shows in `batch` what became of the record, whose result begins at `before` in the output.
-    void show(const Batch::Item& item, Batch& batch, std::size_t before) const;
+    void show(const Batch::Item& item, Batch& batch, std::size_t before);
     // Executes the script for the current record, if the query holds. False when a script failed.
     bool execute(bool& holds);
     bool evaluateQuery(bool& holds);
-    bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) const;
-    void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) const;
+    bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut);
+    void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch);
+    // Writes the current record, and notes its key.
+    bool writeFirst(Batch& batch);
     // Appends the current record. False after a failure of the record, with `out` unchanged.
     bool write(Batch& batch);
     void writeConditions(std::string& out) const;
@@ -178,6 +192,7 @@ private:
     std::unique_ptr<SCR::Interpreter> interpreter_;            // works on current_
     std::unique_ptr<SCR::ConditionList> conditions_;           // of the interpreter
     std::vector<std::int32_t> holding_;
+    KeyIndex shown_;  // keys, in a dry run
 };
 
 }  // namespace Records

@@ -17,6 +17,7 @@ enum class Effect : unsigned {
     Position = 256,   ///< Tells the place of an execution among others.
     Random = 1024,    ///< Gives another value each time.
     Log = 2048,       ///< Writes messages to the host's log.
+    Totals = 4096,    ///< Adds to its first argument what the host combines over executions.
     LocalZone = 512,  ///< Depends on the local zone, at least with some arguments.
 };
 

@@ -82,7 +82,7 @@ public:
     ///   `std::optional` of a value, at the end an argument that may be left out
     ///   `SCR::ArrayView<T>`, `SCR::HashView<T>`  an array or a hash of elements `T`, which it
     ///   reads `SCR::ArrayRef<T>`, `SCR::HashRef<T>`  the same, which it may change
-    ///   `SCR::FieldAlias`                      the name of a field (of the field functions only)
+    ///   `SCR::FieldAlias`                      a name, as of a field (only as the first argument)
     /// and the result's type, one of the values above or void, decides what it gets. A first
     /// parameter `SCR::Interpreter&` is the interpreter that runs the script. References and views
     /// are valid during the call; a result of type `const FND::String&` must not change before the

@@ -351,6 +351,10 @@ bool Interpreter::finish() {
     return state_->flushOutput(mayWait && isDone) && isDone;
 }
 
+void Interpreter::skipEnd() {
+    if (state_ != nullptr) state_->runsEnd = false;
+}
+
 void Interpreter::print(const Node* place, std::string_view text) {
     // A stream that is written to at the end of each line calls the system.
     constexpr std::size_t workOfCall = 1024;

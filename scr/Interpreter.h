@@ -92,6 +92,9 @@ public:
     /// the output if something was printed; failures are noted in `outputFailures`. False when it
     /// was stopped, for example while it waited for the reader of a pipe.
     bool finish();
+    /// The function "END" of the script compiled last will not run: another interpreter runs it for
+    /// the executions of both.
+    void skipEnd();
     /// Evaluates the query compiled last into `value`. False, with `value` unchanged, when there is
     /// none or the evaluation was stopped.
     bool evaluateQuery(bool& value);

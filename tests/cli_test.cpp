@@ -582,6 +582,92 @@ TEST_F(CliTest, TablesAreLookedUp) {
     });
 }
 
+TEST_F(CliTest, TotalsAreThoseOfOneRun) {
+    std::string csv = "id,country,price,day,secs\n";
+    for (int i = 0; i < 12'000; ++i) {
+        const int n = i * 7919 % 10'007;
+        csv += std::to_string(n % 5000) + "," + (n % 3 == 0 ? "de" : "fr\xFF") + "," +
+               (n % 13 == 0   ? "bad"
+                : n % 17 == 0 ? ""
+                              : std::to_string(n) + ".5") +
+               ",2026-01-" + std::to_string(10 + n % 20) + "," + std::to_string(n % 100 - 50) +
+               "\n";
+    }
+    write("in.csv", csv);
+    write("total.ks", R"(
+Decimal sum; Decimal by{}; Long n; Long c{}; Long low; Date first{}; String last; Bool ids{};
+function count(String key) { totalCount(n); totalCount(c, key); }
+total(by, edrString(country), edrDecimal(price));  // which fails for some records
+count(edrString(country));
+total(sum, edrDecimal(price));
+totalMin(low, edrLong(secs));
+totalMin(first, edrString(country), edrDate(day));
+totalMax(last, edrString(day));
+totalSet(ids, edrString(id));
+edrDecimal(price);
+recordUnique(edrString(id));
+function END {
+    String ks[]; Long k = hashKeys(c, ks); Long i;
+    for (i = 0; i < k; i = i + 1) {
+        String key = ks[i]; edrString(country) = key; edrDecimal(price) = by{key};
+        edrLong(secs) = c{key}; edrDate(day) = first{key}; recordWrite();
+    }
+    edrDecimal(price) = sum; edrLong(secs) = low; edrString(day) = last;
+    edrLong(id) = hashKeys(ids, ks); edrLong(country) = n; recordWrite();
+})");
+    const std::string base = "run total.ks --records in.csv --header ";
+    const auto counted = [&](const std::string& line) {
+        const Result result = kestrel(line + " --output out --rejects rejects --stats");
+        EXPECT_EQ(result.status, 0) << line << result.messages;
+        const std::string counts = result.messages.substr(0, result.messages.find('\n'));
+        return counts + folder_.read("out") + folder_.read("rejects");
+    };
+    const std::string single = counted(base + "--jobs 1");
+    EXPECT_NE(single.find("12000 read, 5000 written, 6073 dropped, 927 rejected, 3 extra"),
+              std::string::npos)
+        << single.substr(0, 100);
+    EXPECT_NE(single.find("\n5000,11073,52152666.0,2026-01-29,-50\n"), std::string::npos);
+    EXPECT_TRUE(counted(base + "--jobs 3") == single);
+    expect({{"check --distributable total.ks", ""}});
+    for (const int parts : {1, 5}) {
+        fs::remove_all(folder_.path("dir"));
+        for (int part = parts; part > 0; --part) {
+            EXPECT_EQ(kestrel("merge dir").status, 2);  // parts are missing
+            const std::string name = std::to_string(part) + "/" + std::to_string(parts);
+            EXPECT_EQ(kestrel(base + "--jobs 2 --out dir --part " + name).status, 0);
+        }
+        EXPECT_TRUE(counted("merge dir") == single) << parts;
+    }
+    write("dir/state-0000002-of-0000005.txt", "kestrel state 1\n");
+    const std::string head = "run --records - -e ";
+    const std::string keys = "a\nb\na\nc\nb\n";
+    expect({
+        {"merge dir", "", "...state-0000002-of-0000005.txt is not as its manifest says\n", 2},
+        {base + "--part 1/2", "", "...need --out, and `kestrel merge'\n", 2},
+        {head + "'recordUnique(edrString(f1));' --jobs 2", "a\nb\nc\n", "", 0, keys},
+        {head + "'recordUnique(edrString(f1));' --dry-run 3", "1 = a\n2 = b\n3 - a\n3 dropped\n",
+         "", 0, keys},
+        // Neither what is dropped nor what is rejected takes the key.
+        {head + "'recordUnique(edrString(f1)); if (recordNumber() < 3) recordDrop();'", "a\nc\nb\n",
+         "", 0, keys},
+        {head + "'recordUnique(edrString(f1));' --limit tables=0", "",
+         "kestrel: recordUnique: limit `tables' of 0 bytes passed\n", 4, keys},
+        {head + "'Decimal d; total(d, edrDecimal(f1)); function END { edrDecimal(f1) = d; "
+                "recordWrite(); }'",
+         "9000000000000000000000000001\n9000000000000000000000000001\n",
+         "...more digits than a Decimal", 1, "9000000000000000000000000001\n0.1\n"},
+        {head + "'Long n; total(n, edrLong(f1)); function END { edrLong(f1) = n; recordWrite(); }' "
+                "--jobs 2",
+         "9223372036854775807\n9223372036854775807\n", "...the sum does not fit a Long", 1,
+         "9223372036854775807\n1\n"},
+        {head + "'Long n; function BEGIN { totalCount(n); }'", "", "...there is no record yet", 4},
+        {head + "'Long h{}; total(h{\"a\"}, 1);'", "", "...must be a variable, or a hash and", 3},
+        {head + "'Long n; total(n, 1); totalMax(n, 1);'", "", "...a total of another kind", 3},
+        {head + "'Long n; total(n, 1.5);'", "", "...a Long is needed, not a Decimal", 3},
+        {head + "'Bool b; totalMin(b, true);'", "", "...no total is a Bool", 3},
+    });
+}
+
 TEST_F(CliTest, ScriptsWriteRecordsAndFilesOfTheirOwn) {
     const std::string csv = "k,v\na,1\nb,2\na,3\n";
     const std::string head = "run --records - --header --stats -e ";
@@ -755,8 +841,8 @@ TEST_F(CliTest, PartsInADirectoryAreMadeOnce) {
 }
 
 TEST_F(CliTest, EveryHelpGivesAnExample) {
-    for (const std::string command :
-         {"", "run", "query", "conditions", "check", "functions", "match", "encrypt", "decrypt"}) {
+    for (const std::string command : {"", "run", "query", "conditions", "check", "functions",
+                                      "match", "merge", "encrypt", "decrypt"}) {
         const Result result = kestrel(command + " --help");
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_NE(result.output.find("Example"), std::string::npos) << command;

@@ -20,6 +20,8 @@ std::string findingsOf(const std::string& script, bool& isGood, const std::strin
     SCR::HostExtension* const host = SCR::HostExtension::insert(interpreter, "host");
     host->function("fill", [](long& value) { value = 1; });
     host->variable<long>("amount");
+    host->function("total", [](long& sum, long value) { sum += value; })
+        ->effects(SCR::Effect::Totals);
     std::vector<SCR::Finding> findings;
     isGood = interpreter.check(script, findings);
     std::string text;
@@ -64,6 +66,13 @@ TEST(Distributable, WhatIsCarriedIsFound) {
         {"Decimal d; Long a;\nd = d + 1.0; amount = a; a = 1;", "2 d; 2 a"},
         {"File f; String s; if (fileIsOpen(f)) s = \"\";\nfileOpen(f, \"x\", \"r\");",
          "1 f; 2 fileOpen"},
+
+        // Totals are combined; only END may read them.
+        {"Long n; total(n, 1); function END { amount = n; n = 0; }", ""},
+        {"Long n; function f { total(n, 1); } f();\namount = n;", "2 the"},
+        {"Long n;\ntotal(n, n);", "2 the"},
+        {"Long n; function BEGIN {\nn = 5; }\ntotal(n, 1);", "2 the"},
+        {"Long n =\n0;\ntotal(n, 1);", "1 the"},
 
         // Looking up an element makes it, which the container as a whole shows.
         {"Long h{}; String k = \"x\"; Bool b =\nhashContains(h, k); Long n = h{k};", "2 h"},

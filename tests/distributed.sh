@@ -60,6 +60,35 @@ KESTREL=$command "$examples/parallel.sh" slow.ks calls.csv rated 8 --header --jo
     2> messages
 test "$(grep -c 'is complete in rated, skipped' messages)" -eq 8
 
+# A join with totals and the first record of each key.
+awk 'BEGIN { print "prefix,price:Decimal"; for (i = 0; i < 90; ++i) print 49000 + i * 1000 "," i ".25" }' > rates.csv
+cat > join.ks <<'END'
+Decimal sum; Decimal by{}; Long n;
+String prefix = strSubstr(edrString(destination), 0, 2) + "000";
+if (tableFind(rates, prefix) == false) recordReject("no rate");
+edrDecimal(price) = tableField(price) * edrDecimal(seconds);
+total(sum, edrDecimal(price));
+total(by, prefix, edrDecimal(price));
+totalCount(n);
+recordUnique(edrString(seconds) + prefix);
+function END {
+    String ks[]; Long k = hashKeys(by, ks); Long i;
+    for (i = 0; i < k; i = i + 1) { String key = ks[i]; edrString(customer) = key; edrDecimal(price) = by{key}; recordWrite(); }
+    edrLong(seconds) = n; edrDecimal(price) = sum; recordWrite();
+}
+END
+join=(join.ks --records calls.csv --header --table rates=rates.csv)
+"$command" run "${join[@]}" --output joined.csv --rejects joined.txt
+test "$(wc -l < joined.csv)" -gt 1000
+{ cat join.ks; echo 'Long i = 0; for (i = 0; i < 3000; i = i + 1) {}'; } > slowjoin.ks
+: > attempts
+: > killed
+rm -r rated
+KESTREL=$work/mortal "$examples/parallel.sh" slowjoin.ks calls.csv rated 8 --header --table rates=rates.csv 2> messages
+test "$(wc -l < killed)" -ge 8
+"$command" merge rated --rejects merged.txt | cmp - joined.csv
+cmp merged.txt joined.txt
+
 # The tasks of an array job, in any order.
 export SLURM_ARRAY_TASK_COUNT=3
 for SLURM_ARRAY_TASK_ID in 2 3 1 2; do

@@ -7,6 +7,7 @@
 namespace SCR {
 
 Change changeOf(const FctDescr& function, int index) {
+    if (index == 0 && has(function.effects(), Effect::Totals)) return Change::Part;
     const CallFacts& facts = function.facts();
     if (index == facts.replaces) return Change::Whole;
     if (index == facts.changes) return Change::Part;

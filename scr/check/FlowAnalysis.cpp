@@ -94,6 +94,10 @@ void FlowAnalysis::call(const FctDescr& function, const ParserStack& stack, int 
         const Operand operand = take(stack.data(static_cast<std::size_t>(count - 1 - i)));
         if (i < 2 && !operand.isElement) (i == 0 ? asked.container : asked.key) = operand.variable;
         if (operand.variable == nullptr) continue;
+        if (i == 0 && has(function.effects(), Effect::Totals)) {
+            unit_->totals.emplace(operand.variable, operand.place);
+            continue;
+        }
         const Change change = isOwn ? Change::None : changeOf(function, i);
         const bool isWhole = change == Change::Whole && !operand.isElement;
         if (!isWhole) read(operand);
@@ -139,7 +143,7 @@ void FlowAnalysis::callFunction(const Unit& callee) {
     if (&callee == unit_) return;  // the outer call covers everything
     unit_->callees.push_back(&callee);
     const std::size_t assigned = callee.result ? callee.result->size() : 0;
-    const std::size_t looked = callee.observes.size() + callee.grows.size();
+    const std::size_t looked = callee.observes.size() + callee.grows.size() + callee.totals.size();
     if (!mayStore(callee.needs.size() + callee.writes.size() + looked + assigned)) return;
     for (const auto& [variable, place] : callee.needs) {
         if (!unit_->isDead && !unit_->assigned.contains(variable)) {
@@ -153,6 +157,7 @@ void FlowAnalysis::callFunction(const Unit& callee) {
     }
     for (const auto& [variable, place] : callee.writes) write(variable, place);
     for (const auto& [variable, place] : callee.grows) unit_->grows.emplace(variable, place);
+    for (const auto& [variable, place] : callee.totals) unit_->totals.emplace(variable, place);
     if (!callee.result) return;
     for (const Variable* variable : *callee.result) assign(variable);
 }
@@ -343,6 +348,17 @@ std::vector<Finding> FlowAnalysis::findings() const {
             add(variable, place, grower->second, "where looking up an element makes it: ");
         }
     };
+    const auto complain = [&](const Places& places, const char* what) {
+        for (const auto& [variable, place] : places) {
+            if (!main_.totals.contains(variable)) continue;
+            all.push_back({place, "the total `" + names_.at(variable) + "' " + what, true});
+        }
+    };
+    complain(main_.needs, "is complete only in END");
+    complain(main_.writes, "is changed by other means than totals");
+    if (const Unit* const begin = function("BEGIN")) {
+        complain(begin->writes, "is changed by other means than totals");
+    }
     carried(main_, "", " keeps what earlier executions left in it, ");
     if (end != nullptr) {
         carried(*end, "END reads ",

@@ -112,6 +112,7 @@ private:
         Places needs;                        // read where they may not be assigned yet
         Places writes;                       // possibly changed
         Places grows;     // containers whose elements are looked up, which makes missing ones
+        Places totals;    // of which the host combines what executions add
         Places observes;  // of `needs` those that are read as a whole, which shows such elements
         std::vector<Effects> effects;
         std::vector<const Unit*> callees;
