@@ -65,6 +65,38 @@ constexpr SCR::ModuleFunction functionsS[] = {
      "Ends the job at once with status 1. The record and those after it are not counted, and an "
      "output file does not appear.",
      "if (edrMissingInput(name)) stopJob(\"this is another kind of file\");"},
+    {"Bool tableFind(Table table, Key key, ...)", nullptr, Effect::None,
+     "Goes to the first row with the key in a table that `--table` names, and tells whether there "
+     "is one. A key of several columns takes an argument for each.",
+     "tableFind(rates, \"49\")"},
+    {"Bool tableNext(Table table)", nullptr, Effect::None,
+     "Goes to the next row with the same key, in the order of the file, and tells whether there is "
+     "one.",
+     "tableFind(rates, \"49\") and tableNext(rates)"},
+    {"Value tableField(Column column)", nullptr, Effect::None,
+     "The value in a column of the row found, of the column's type; the null value where there is "
+     "no row, or the cell is empty.",
+     "tableFind(rates, \"49\") and tableField(rates.price) == 0.25"},
+    {"Void total(Variable total, [String key], Value value)", nullptr, Effect::Totals,
+     "Adds to a variable, or to the element of a hash, Long or Decimal. END finds the sum of all "
+     "threads and parts in it; only END may read it.",
+     "Decimal sum; total(sum, edrDecimal(cost));"},
+    {"Void totalMin(Variable total, [String key], Value value)", nullptr, Effect::Totals,
+     "The same for the smallest value, a Long, Decimal, Date or String.",
+     "Date first; totalMin(first, edrDate(begin));"},
+    {"Void totalMax(Variable total, [String key], Value value)", nullptr, Effect::Totals,
+     "The same for the largest value.",
+     "Long most{}; totalMax(most, edrString(name), edrLong(seconds));"},
+    {"Void totalCount(Variable total, [String key])", nullptr, Effect::Totals,
+     "Adds 1 to a Long, or to an element of a hash of Long.",
+     "Long calls{}; totalCount(calls, edrString(name));"},
+    {"Void totalSet(Variable hash, String key)", nullptr, Effect::Totals,
+     "Gives the hash, of Bool or Long, the key.",
+     "Bool names{}; totalSet(names, edrString(name));"},
+    {"Void recordUnique(String key)", nullptr, Effect::None,
+     "Of the records with this key that are written, only the first in the order of the input "
+     "stays; the others are dropped.",
+     "recordUnique(edrString(name));"},
     {"Long recordNumber()", nullptr, Effect::Position,
      "The number of the record, from 1, without the header.", "recordNumber() == 1"},
     {"String recordText()", nullptr, Effect::None, "The record as it was read.",

@@ -371,9 +371,14 @@ TEST(Records, EachFunctionHasAManualWhoseExampleHolds) {
     SCR::Interpreter interpreter(&log);
     record.addTo(interpreter);
     std::set<std::string> undescribed;
-    interpreter.extension("record")->visitNames(
-        [&](const auto& name) { undescribed.insert(name); });
+    for (const char* const extension : {"record", "table", "totals"}) {
+        interpreter.extension(extension)->visitNames(
+            [&](const auto& name) { undescribed.insert(name); });
+    }
+    const Harness::Folder tables;
     Records::JobOptions options;
+    options.tables = {
+        {"rates", tables.write("rates.csv", "prefix,price:Decimal\n49,0.25\n49,1\n"), {}, {}}};
     options.format = options.outputFormat = Records::Format::Jsonl;
     options.layout.isWhole = true;
     for (const SCR::ModuleFunction& row : Records::recordManual().functions) {

@@ -14,6 +14,13 @@ script=$1 input=$2 out=$3 parts=$4
 shift 4
 kestrel=${KESTREL:-kestrel}
 
-"$kestrel" check --distributable "$script"
+# The check needs the options that name tables, too.
+tables=() isValue=false
+for option; do
+    if $isValue || [[ $option == --table* ]]; then tables+=("$option"); fi
+    [[ $option == --table || $option == --table-key || $option == --table-type ]] &&
+        isValue=true || isValue=false
+done
+"$kestrel" check --distributable ${tables[@]+"${tables[@]}"} "$script"
 seq "$parts" | parallel --will-cite --quote --retries 5 \
     "$kestrel" run "$script" --records "$input" --part "{}/$parts" --out "$out" "$@"
