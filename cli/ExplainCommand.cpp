@@ -78,7 +78,7 @@ void printManual() {
             if (script.empty()) return;
             std::string text(script);
             if (text.back() != '\n') text += '\n';
-            std::printf("\n%s:\n\n```\n%s```\n", title, text.c_str());
+            std::printf("\n%s:\n\n```kestrel\n%s```\n", title, text.c_str());
         };
         const std::string title(page.title);
         const std::string text(page.text);

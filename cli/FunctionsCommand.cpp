@@ -166,7 +166,7 @@ void writeMarkdown(const Entry& entry) {
     write("```\n" + entry.signature() + "\n```\n\n");
     writeWrapped(entry.row().manual, "");
     if (!entry.effects().empty()) write("\nEffects: " + entry.effects() + ".\n");
-    write("\nExample:\n\n```\n" + std::string(entry.row().example) + "\n```\n\n");
+    write("\nExample:\n\n```kestrel\n" + std::string(entry.row().example) + "\n```\n\n");
 }
 
 std::vector<Entry> recordEntries() {
