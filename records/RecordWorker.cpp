@@ -72,7 +72,9 @@ bool RecordWorker::Prints::write(std::string_view text) {
         return true;
     }
     std::string& out = worker_.options_.output == "-" ? batch->output : batch->prints;
+    const bool isFirst = &out == &batch->output && end == out.size();
     out += text;
+    if (isFirst) end = out.size();
     if (out.size() > maxOutputS && !(*deliver)()) worker_.interpreter_->interrupt();
     return true;
 }
@@ -177,13 +179,13 @@ bool RecordWorker::process(Batch& batch, const std::function<bool()>& deliver) {
     while (batch.next < batch.items.size()) {
         const Batch::Item& item = batch.items[batch.next];
         prints_.batch = &batch;
-        const std::size_t before = batch.output.size();
+        prints_.end = batch.output.size();
         const bool goesOn =
             stop_.isRaised() ? cut(item, batch, Batch::Cut::Interrupted) : run(item, batch);
         prints_.batch = nullptr;
         current_.end();
         if (!goesOn) break;
-        if (options_.isDryRun) show(item, batch, before);
+        if (options_.isDryRun) show(item, batch, prints_.end);
         ++batch.next;
         const bool isLarge =
             batch.output.size() + batch.outputSize + batch.prints.size() + batch.rejects.size() >

@@ -152,6 +152,8 @@ private:
         bool write(std::string_view text) override;
         bool flush(bool mayWait) override;
         Batch* batch = nullptr;  // being worked on
+        // Where the prints end that stand in the output before anything of the current record.
+        std::size_t end = 0;
         const std::function<bool()>* deliver = nullptr;
         bool isClosed = false;
 

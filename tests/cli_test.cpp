@@ -523,6 +523,8 @@ TEST_F(CliTest, InputsAreSeveralAndCompressed) {
          "k,v,n\n1 - a,1\n1 + a,1,1\n2 - b,2\n2 dropped\n3 - c,x\n3 ! field v: no Long: 'x'\n",
          "-:4: field v: no Long: 'x'\n", 1, "k,v\na,1\nb,2\nc,x\nd,1\n"},
         {"run -e '' --records - --dry-run 1", "1 = a\n", "", 0, "a\nb\n"},
+        {"run -e 'logStdout(\"p\\n\"); recordDrop();' --records - --dry-run 1",
+         "p\n1 - a\n1 dropped\n", "", 0, "a\nb\n"},
         {"run -e '' --records - --dry-run 9", "1 - \"a\n1 ! a quote is not closed\n",
          "-:1: a quote is not closed\n", 1, "\"a\n"},
         {head + "--records a --part 1/2", "k,v\n",
