@@ -202,8 +202,9 @@ constexpr LogText textsS[] = {
 std::span<const LogText> logTexts() { return textsS; }
 
 std::span<const LogText> logTexts(MessageCode code) {
-    const auto found = std::ranges::equal_range(textsS, code, {}, &LogText::code);
-    return {found.begin(), found.end()};
+    const auto* const begin = std::ranges::lower_bound(textsS, code, {}, &LogText::code);
+    const auto* const end = std::ranges::upper_bound(textsS, code, {}, &LogText::code);
+    return {begin, end};
 }
 
 }  // namespace SCR

@@ -117,8 +117,10 @@ constexpr MessagePage pagesS[] = {
      "`strToLong`, `longToStr`, `decimalToLong`, `longToDecimal` and others.",
      "Long n;\nn = \"5\";\n", "Long n;\nn = strToLong(\"5\");\nlogStdout(longToStr(n));\n"},
     {MessageCode::NoOperator, errorS, "an operator that the type does not have",
-     "Not every operator is defined for every type. The type `Unknown`, in the log, is the name of a "
-     "function without its parentheses.", "Bool a = true;\nBool b = a + a;\n",
+     "Not every operator is defined for every type. The type `Unknown`, in the log, is the name of "
+     "a "
+     "function without its parentheses.",
+     "Bool a = true;\nBool b = a + a;\n",
      "Bool a = true;\nBool b = a or a == false;\nif (b) logStdout(\"b\");\n"},
     {MessageCode::NotAssignable, errorS, "something that can not be assigned to",
      "To the left of `=` stands a variable, or an element of an array or a hash.",
