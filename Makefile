@@ -34,7 +34,8 @@ docs: build/build.ninja
 manual: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
 	@cmake --build build --parallel $(JOBS) --target modules/all
-	@ctest --preset release --parallel $(JOBS) -R '^(embedding|patterns)$$|^manual\.|\.examples$$'
+	@ctest --preset release --parallel $(JOBS) -R '^(embedding|patterns)$$|^manual\.|\.examples$$' \
+		-E '^package'
 	@tools/manual
 
 format:
