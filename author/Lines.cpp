@@ -68,6 +68,13 @@ bool Lines::isUnseenBefore(std::size_t index) const {
     return index > 0 && words_[index] != words_[index - 1] + 1;
 }
 
+bool Lines::isIncludeBefore(std::size_t index) const {
+    for (std::size_t i = words_[index - 1] + 1; i < words_[index]; ++i) {
+        if (source_.tokens[i].kind == SourceKind::IncludeLine) return true;
+    }
+    return false;
+}
+
 bool Lines::fail(const std::string& fault, std::size_t index) {
     fault_ = fault;
     faultAt_ = index < words_.size() ? word(index).begin : text_.size();
@@ -210,6 +217,7 @@ bool Lines::oneCase(std::size_t level) {
         }
         if (!brackets()) return false;
     }
+    if (!operandsFit(from)) return false;
     ++next_;
     const auto isBreak = [&] { return wordAt(next_) == Word::Break; };
     const auto leave = [&](std::size_t begin, std::size_t breakLevel) {
@@ -263,8 +271,28 @@ bool Lines::simple(std::size_t level) {
         }
         if (!brackets()) return false;
     }
+    if (!operandsFit(from)) return false;
     ++next_;
     add(from, level).isSimple = true;
+    return true;
+}
+
+bool Lines::operandsFit(std::size_t from) {
+    const auto endsOperand = [&](std::size_t index) {
+        const SCR::SourceToken& token = word(index);
+        return token.kind == SourceKind::Name || token.kind == SourceKind::ModuleName ||
+               token.kind == SourceKind::Long || token.kind == SourceKind::Decimal ||
+               token.kind == SourceKind::String || token.word == Word::BoolConstant ||
+               (token.kind == SourceKind::Sign && isClosing(textOf(index)));
+    };
+    for (std::size_t i = from + 1; i < next_; ++i) {
+        const bool beginsOperand = endsOperand(i) && word(i).kind != SourceKind::Sign;
+        const bool areTexts =
+            word(i).kind == SourceKind::String && word(i - 1).kind == SourceKind::String;
+        if (beginsOperand && endsOperand(i - 1) && !areTexts && !isIncludeBefore(i)) {
+            return fail("`;` or an operator is missing before this", i);
+        }
+    }
     return true;
 }
 
@@ -292,7 +320,8 @@ bool Lines::brackets() {
 bool Lines::header() {
     ++next_;
     if (!isSign(next_, '(')) return fail("`(` is missing before this", next_);
-    return brackets();
+    const std::size_t from = next_;
+    return brackets() && operandsFit(from);
 }
 
 bool Lines::expect(char sign, const char* fault) {

@@ -47,6 +47,7 @@ private:
     bool isSign(std::size_t index, char sign) const;
     SCR::Word wordAt(std::size_t index) const;
     bool isUnseenBefore(std::size_t index) const;
+    bool isIncludeBefore(std::size_t index) const;
     bool fail(const std::string& fault, std::size_t index);
     bool failAtOpen(std::size_t index);
 
@@ -66,6 +67,9 @@ private:
     bool body(std::size_t level, std::size_t from);
     bool brackets();
     bool header();
+    // Whether an operator stands between any two operands among the words that were moved over
+    // since `from`.
+    bool operandsFit(std::size_t from);
     bool expect(char sign, const char* fault);
 
     Line& add(std::size_t from, std::size_t level);

@@ -38,6 +38,7 @@ void addEncryptCommand(CLI::App& app, Action& action);
 void addExplainCommand(CLI::App& app, Action& action);
 void addFormatCommand(CLI::App& app, Action& action);
 void addFunctionsCommand(CLI::App& app, Action& action);
+void addLspCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
 void addMergeCommand(CLI::App& app, Action& action);
 void addQueryCommand(CLI::App& app, Action& action);

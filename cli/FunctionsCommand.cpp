@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "cli/MessageText.h"
 #include "records/RecordManual.h"
 #include "scr/Module.h"
 #include "scr/builtin/BuiltIn.h"
@@ -239,7 +240,21 @@ void writeManual(const std::vector<Entry>& all) {
     for (const Entry& entry : recordEntries()) writeMarkdown(entry);
 }
 
-ExitStatus showFunctions(const std::string& name, bool isMarkdown) {
+// What `kestrel lsp` reads of a host's functions.
+void writeJson(const std::vector<Entry>& entries) {
+    write("[");
+    for (const Entry& entry : entries) {
+        write(&entry == &entries.front() ? "\n" : ",\n");
+        write("{\"module\":" + jsonText(entry.module()) + ",\"name\":" + jsonText(entry.name()) +
+              ",\"sign\":" + jsonText(entry.sign()) + ",\"signature\":" +
+              jsonText(entry.row().signature) + ",\"effects\":" + jsonText(entry.effects()) +
+              ",\"manual\":" + jsonText(entry.row().manual) +
+              ",\"example\":" + jsonText(entry.row().example) + "}");
+    }
+    write("\n]\n");
+}
+
+ExitStatus showFunctions(const std::string& name, bool isMarkdown, bool isJson) {
     std::vector<Entry> shown = entries();
     if (!isMarkdown) {
         for (const Entry& entry : recordEntries()) shown.push_back(entry);
@@ -266,6 +281,10 @@ ExitStatus showFunctions(const std::string& name, bool isMarkdown) {
         writeManual(shown);
         return ExitStatus::Success;
     }
+    if (isJson) {
+        writeJson(shown);
+        return ExitStatus::Success;
+    }
     for (std::size_t i = 0; i < shown.size(); ++i) {
         if (i > 0) write("\n");
         writePlain(shown[i]);
@@ -280,6 +299,7 @@ void addFunctionsCommand(CLI::App& app, Action& action) {
         std::string name;
         bool isMarkdown = false;
         bool isModules = false;
+        bool isJson = false;
     };
     auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand(
@@ -293,6 +313,7 @@ void addFunctionsCommand(CLI::App& app, Action& action) {
         ->add_flag("--markdown", options->isMarkdown,
                    "Write all but those of modules as a Markdown document")
         ->excludes(name);
+    command->add_flag("--json", options->isJson, "Write them as a JSON array of objects");
     command->add_flag("--modules", options->isModules, "Write those of modules as one")
         ->excludes(name);
     command->footer(
@@ -303,7 +324,9 @@ void addFunctionsCommand(CLI::App& app, Action& action) {
         "  kestrel functions '=='");
     command->callback([options, &action] {
         action = [options] {
-            if (!options->isModules) return showFunctions(options->name, options->isMarkdown);
+            if (!options->isModules) {
+                return showFunctions(options->name, options->isMarkdown, options->isJson);
+            }
             writeModules();
             return ExitStatus::Success;
         };

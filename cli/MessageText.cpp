@@ -95,6 +95,8 @@ std::string excerpt(const Diagnostic& diagnostic, const char* colour, const char
 
 }  // namespace
 
+std::string jsonText(std::string_view text) { return json(text); }
+
 std::string readable(std::string_view text) {
     std::string result;
     while (!text.empty()) {

@@ -19,6 +19,9 @@ std::string sarifOf(const SCR::Diagnostic& diagnostic, const std::string& script
 /// The report with these results, and with the rules of all codes.
 std::string sarifReport(const std::vector<std::string>& results);
 
+/// `text` as a JSON string, with its quotes; bytes that are no UTF-8 as escapes.
+std::string jsonText(std::string_view text);
+
 /// `text` with control bytes, and bytes that are no UTF-8, as escapes.
 std::string readable(std::string_view text);
 

@@ -146,7 +146,7 @@ TEST(Format, DependsOnTokensCommentsAndBlankLinesOnly) {
                                         " // c\n",
                                         "\n// c\n",
                                         " /* c */ ",
-                                        "/* c */\n",
+                                        " /* c */\n",
                                         "\n\n\n",
                                         " /* c\n * d\n   e */ ",
                                         "\n#line 3 \"f\"\n",

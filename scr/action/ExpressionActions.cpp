@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <charconv>
 
 #include "scr/Constant.h"
@@ -14,41 +13,18 @@
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/value/Words.h"
 
 namespace SCR {
 
 namespace {
-
-// Functions of hosts. If their first argument is an identifier, it is the name of a field.
-constexpr std::array<std::string_view, 19> fieldFunctionsS{"edrString",
-                                                           "edrLong",
-                                                           "edrDate",
-                                                           "edrDecimal",
-                                                           "edrNew",
-                                                           "edrAddDatablock",
-                                                           "edrNumDatablocks",
-                                                           "edrDatablockIsValid",
-                                                           "edrConnectToken",
-                                                           "edrFieldConnectInfo",
-                                                           "edrFieldTokenBytePos",
-                                                           "edrDeleteField",
-                                                           "edrDeleteDatablock",
-                                                           "edrMissingInput",
-                                                           "edrEmptyInput",
-                                                           "edrInputState",
-                                                           "edrInternalState",
-                                                           "edrNexid",
-                                                           "edrArrayIndex"};
 
 // Whether an identifier read now is the first argument of a field function whose call is open.
 bool isFieldAlias() {
     if (stackG->numFunctions() <= parseContextG->declaredFunctions) return false;
     if (stackG->topNumParams() != 0) return false;
     const FctDescr& function = *stackG->topFunction();
-    if (Node::baseType(function.argType(0)) == TypeCode::EdrAlias) return true;
-    const FND::String& name = function.name();
-    if (!name.starts_with("edr")) return false;
-    return std::find(fieldFunctionsS.begin(), fieldFunctionsS.end(), name) != fieldFunctionsS.end();
+    return Node::baseType(function.argType(0)) == TypeCode::EdrAlias || namesField(function.name());
 }
 
 void pushConstant(std::unique_ptr<Node> constant, int typeCode) {

@@ -130,6 +130,12 @@ SourceTokens sourceTokens(std::string_view text) {
     return result;
 }
 
+FND::String literalText(std::string_view literal) {
+    FND::String text;
+    if (literal.size() >= 2) convertEscapeChars(literal.substr(1, literal.size() - 2), text);
+    return text;
+}
+
 std::string_view includeName(std::string_view line) {
     const std::size_t open = line.find('"');
     const std::size_t close = line.rfind('"');

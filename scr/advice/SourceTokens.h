@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "fnd/Export.h"
+#include "fnd/String.h"
 #include "scr/value/Words.h"
 
 namespace SCR {
@@ -50,6 +51,9 @@ struct SourceTokens {
 /// Reads a text that is not scrambled. Include lines are not replaced. Any bytes and any thread;
 /// time is in proportion to the text. Throws `std::bad_alloc` only.
 KESTREL_API SourceTokens sourceTokens(std::string_view text);
+
+/// The text that a string literal stands for, quotes included in `literal`.
+KESTREL_API FND::String literalText(std::string_view literal);
 
 /// The name in an include line.
 KESTREL_API std::string_view includeName(std::string_view line);

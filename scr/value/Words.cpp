@@ -45,6 +45,27 @@ constexpr Entry wordsS[] = {
     {"false", Word::BoolConstant},
 };
 
+// Functions of hosts. If their first argument is an identifier, it is the name of a field.
+constexpr std::array<std::string_view, 19> fieldFunctionsS{"edrString",
+                                                           "edrLong",
+                                                           "edrDate",
+                                                           "edrDecimal",
+                                                           "edrNew",
+                                                           "edrAddDatablock",
+                                                           "edrNumDatablocks",
+                                                           "edrDatablockIsValid",
+                                                           "edrConnectToken",
+                                                           "edrFieldConnectInfo",
+                                                           "edrFieldTokenBytePos",
+                                                           "edrDeleteField",
+                                                           "edrDeleteDatablock",
+                                                           "edrMissingInput",
+                                                           "edrEmptyInput",
+                                                           "edrInputState",
+                                                           "edrInternalState",
+                                                           "edrNexid",
+                                                           "edrArrayIndex"};
+
 // The words where their lengths and ends say, or after that. At most half of the slots are taken.
 constexpr std::size_t numSlotsS = 128;
 
@@ -72,6 +93,18 @@ Word wordOf(std::string_view text) {
         slot = (slot + 1) % numSlotsS;
     }
     return Word::None;
+}
+
+std::vector<std::string_view> languageWords() {
+    std::vector<std::string_view> words;
+    for (const Entry& entry : wordsS) words.push_back(entry.text);
+    return words;
+}
+
+bool namesField(std::string_view function) {
+    if (!function.starts_with("edr")) return false;
+    return std::find(fieldFunctionsS.begin(), fieldFunctionsS.end(), function) !=
+           fieldFunctionsS.end();
 }
 
 bool isName(std::string_view text) {

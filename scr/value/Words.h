@@ -3,6 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <string_view>
+#include <vector>
+
+#include "fnd/Export.h"
 
 namespace SCR {
 
@@ -29,7 +32,7 @@ enum class Word : unsigned char {
 };
 
 /// What `text`, which is not empty, is for.
-Word wordOf(std::string_view text);
+KESTREL_API Word wordOf(std::string_view text);
 
 /// Whether a name can begin with `byte`.
 constexpr bool beginsName(char byte) {
@@ -48,7 +51,14 @@ inline constexpr std::array<bool, 256> nameBytesS = [] {
 
 inline bool isOfName(char byte) { return nameBytesS[static_cast<unsigned char>(byte)]; }
 
+/// All words of the language.
+KESTREL_API std::vector<std::string_view> languageWords();
+
+/// Whether an identifier as the first argument of the host's function `function` is the name of a
+/// field.
+KESTREL_API bool namesField(std::string_view function);
+
 /// Whether `text` is a name as scripts write it, be it a word of the language or not.
-bool isName(std::string_view text);
+KESTREL_API bool isName(std::string_view text);
 
 }  // namespace SCR
