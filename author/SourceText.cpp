@@ -9,22 +9,30 @@ using SCR::SourceToken;
 
 namespace {
 
-bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
+// The UTF-16 units of the character that begins with `byte`; none for the other bytes of one.
 // Characters beyond the first plane, of four bytes, are two units.
-std::size_t unitsOf(char first) { return static_cast<unsigned char>(first) >= 0xF0 ? 2 : 1; }
+std::size_t unitsOf(char byte) {
+    const auto value = static_cast<unsigned char>(byte);
+    return (value & 0xC0) == 0x80 ? 0 : value >= 0xF0 ? 2 : 1;
+}
 
 }  // namespace
 
 void LineTable::update(std::string_view text) {
     begins_.assign(1, 0);
-    const char* const data = text.data();
+    columns_.clear();
+    std::size_t column = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (data[i] > '\r') [[likely]]
-            continue;
-        if (data[i] == '\r' && i + 1 < text.size() && data[i + 1] == '\n') ++i;
-        if (data[i] == '\n' || data[i] == '\r') begins_.push_back(i + 1);
+        if (i % blockCM == 0) columns_.push_back(column);
+        const char byte = text[i];
+        column += unitsOf(byte);
+        const bool isPair = byte == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
+        if ((byte == '\n' || byte == '\r') && !isPair) {
+            begins_.push_back(i + 1);
+            column = 0;
+        }
     }
+    columns_.push_back(column);
 }
 
 std::size_t LineTable::lineOf(std::size_t offset) const {
@@ -36,11 +44,14 @@ Position LineTable::position(std::string_view text, std::size_t offset) const {
     offset = std::min(offset, text.size());
     Position position;
     position.line = lineOf(offset);
-    for (std::size_t i = begins_[position.line]; i < offset;) {
-        const std::size_t begin = i++;
-        while (i < text.size() && isContinuation(text[i])) ++i;
-        if (i <= offset) position.column += unitsOf(text[begin]);
+    // A line may be long: not all of it is counted.
+    std::size_t i = begins_[position.line];
+    const std::size_t block = offset / blockCM;
+    if (i < block * blockCM) {
+        i = block * blockCM;
+        position.column = columns_[block];
     }
+    for (; i < offset; ++i) position.column += unitsOf(text[i]);
     return position;
 }
 
@@ -53,7 +64,7 @@ std::size_t LineTable::offset(std::string_view text, Position position) const {
         column += unitsOf(text[at]);
         if (column > position.column) break;
         ++at;
-        while (at < text.size() && isContinuation(text[at])) ++at;
+        while (at < text.size() && unitsOf(text[at]) == 0) ++at;
     }
     return at;
 }

@@ -29,14 +29,17 @@ public:
     std::size_t lineOf(std::size_t offset) const;
     std::size_t begin(std::size_t line) const { return begins_[line]; }
 
-    /// A byte in the middle of a character counts as its begin; a place behind the text as its end.
+    /// A byte in the middle of a character counts as its end; a place after the text as its end.
     Position position(std::string_view text, std::size_t offset) const;
     /// A place after the end of a line is that end; one after the last line the end of the text.
     /// The second half of a character is its begin.
     std::size_t offset(std::string_view text, Position position) const;
 
 private:
+    static constexpr std::size_t blockCM = 512;
+
     std::vector<std::size_t> begins_;
+    std::vector<std::size_t> columns_;  // of every 512th byte, and of the end
 };
 
 /// A text that does not change, with its tokens and lines.

@@ -248,8 +248,8 @@ TEST_F(LspTest, ServesOnAfterWhatIsWrong) {
     EXPECT_EQ(code("textDocument/hover", Json::array()), -32602);
     EXPECT_EQ(code("textDocument/hover", {{"textDocument", {{"uri", 3}}}}), -32602);
     client_->notify("textDocument/didChange", {{"textDocument", 7}});
-    std::string deep(100000, '[');
-    client_->write(Client::framed(deep));
+    client_->write(Client::framed(R"({"id": 1, "method": "x", "params": )" +
+                                  std::string(1000000, '[') + std::string(1000000, ']') + "}"));
     EXPECT_EQ(client_->answer(nullptr)["code"], -32700);
     EXPECT_TRUE(client_
                     ->request("textDocument/hover", {{"textDocument", {{"uri", "file:///none"}}},

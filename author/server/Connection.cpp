@@ -22,6 +22,26 @@ std::string textOf(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+// The levels of objects and arrays. Copies of deep ones would take more stack than there is.
+std::size_t depthOf(std::string_view text) {
+    std::size_t depth = 0;
+    std::size_t deepest = 0;
+    bool isText = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char byte = text[i];
+        if (isText && byte == '\\') {
+            ++i;
+        } else if (byte == '"') {
+            isText = !isText;
+        } else if (!isText && (byte == '[' || byte == '{')) {
+            deepest = std::max(deepest, ++depth);
+        } else if (!isText && (byte == ']' || byte == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
 std::string methodOf(const std::string& message) {
     const Json json = Json::parse(message, nullptr, false);
     if (!json.is_object() || !json.contains("method") || !json["method"].is_string()) return {};
@@ -135,9 +155,12 @@ std::optional<Json> Connection::next() {
             messages_.pop_front();
             arrived_.notify_all();
         }
-        Json json = Json::parse(text, nullptr, false);
-        if (!json.is_discarded()) return json;
-        fail(nullptr, ParseError, "the message is no JSON");
+        constexpr std::size_t mostDepth = 200;
+        const bool isDeep = depthOf(text) > mostDepth;
+        Json json = isDeep ? Json() : Json::parse(text, nullptr, false);
+        if (!isDeep && !json.is_discarded()) return json;
+        fail(nullptr, ParseError,
+             isDeep ? "the message is nested too deep" : "the message is no JSON");
     }
 }
 
