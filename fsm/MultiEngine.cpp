@@ -166,7 +166,10 @@ void MultiEngine::Rows::match(std::span<const std::string_view> words, Visitor v
     if (!isBuilt || words.empty() || words.size() > places.size()) return;
     // Rows that are looked at one by one rather than walking another word.
     constexpr std::size_t fewRows = 64;
-    thread_local MatchRoom room;
+    // A pointer, as a library that a running program loads has little room for variables of
+    // threads.
+    thread_local const auto owner = std::make_unique<MatchRoom>();
+    MatchRoom& room = *owner;
     std::array<bool, maxWordsCM> isWalked{};
     // Walks the places that tell most rows apart, until one leaves few.
     std::size_t fewest = ~std::size_t{0};

@@ -17,6 +17,7 @@
 #include "scr/parser/ParserStack.h"
 #include "scr/run/AutomataAccount.h"
 #include "scr/run/Entry.h"
+#include "scr/run/Link.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/PendingBuilds.h"
 #include "scr/run/RunControl.h"
@@ -142,6 +143,22 @@ struct ConditionList::State {
     bool holds(std::size_t index);
     template <class Action>
     bool run(Action action);
+    // Calls action() as one call of the host.
+    template <class Action>
+    bool attempt(const Action& action) {
+        const LightUse use(interpreter.link());
+        return use && action();
+    }
+    template <class Action>
+    Outcome watch(const Action& action, Outcome::Kind otherwise = Outcome::Kind::Failed) {
+        const auto call = [&] { return action() ? Outcome::Kind::Finished : otherwise; };
+        return interpreter.watch(std::ref(call));
+    }
+    bool compile(ConditionList& list, const FND::String& text);
+    bool evaluate(std::int32_t index, bool& value);
+    bool evaluateAll(bool& value);
+    bool findFirst(std::int32_t& index);
+    bool findAll(std::vector<std::int32_t>& indices);
 
     Interpreter& interpreter;
     std::vector<std::unique_ptr<BoolNode>> conditions;
@@ -162,18 +179,25 @@ std::int32_t ConditionList::size() const {
 }
 
 bool ConditionList::compile(const FND::String& text) {
-    if (state_ == nullptr) return false;
-    State& state = *state_;
-    if (state.conditions.empty()) state.generation = state.interpreter.generation();
-    if (!state.isCurrent()) return false;
-    const std::size_t before = state.conditions.size();
-    std::int64_t buffers = 0;
-    if (state.interpreter.compileConditions(text, *this, buffers)) {
-        state.buffers += buffers;
+    return state_ != nullptr && state_->attempt([&] { return state_->compile(*this, text); });
+}
+
+Outcome ConditionList::tryCompile(const FND::String& text) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch([&] { return state_->compile(*this, text); }, Outcome::Kind::Invalid);
+}
+
+bool ConditionList::State::compile(ConditionList& list, const FND::String& text) {
+    if (conditions.empty()) generation = interpreter.generation();
+    if (!isCurrent()) return false;
+    const std::size_t before = conditions.size();
+    std::int64_t taken = 0;
+    if (interpreter.compileConditions(text, list, taken)) {
+        buffers += taken;
         return true;
     }
-    state.conditions.resize(before);
-    state.interpreter.runControl().giveBuffer(static_cast<std::size_t>(buffers));
+    conditions.resize(before);
+    interpreter.runControl().giveBuffer(static_cast<std::size_t>(taken));
     return false;
 }
 
@@ -194,6 +218,7 @@ void ConditionList::clear() {
 
 bool ConditionList::State::isCurrent() {
     if (generation == interpreter.generation()) return true;
+    interpreter.noteStop(Outcome::Kind::Refused, {}, {});
     interpreter.logError("ERROR: the conditions belong to a script that is gone");
     return false;
 }
@@ -224,37 +249,79 @@ bool ConditionList::State::run(Action action) {
     return isDone;
 }
 
-bool ConditionList::holds(std::int32_t index, bool& value) {
-    return state_ != nullptr && state_->run([&] {
-        value = index >= 0 && index < size() && state_->holds(static_cast<std::size_t>(index));
+bool ConditionList::State::evaluate(std::int32_t index, bool& value) {
+    const auto at = static_cast<std::size_t>(index);
+    return run([&] { value = index >= 0 && at < conditions.size() && holds(at); });
+}
+
+bool ConditionList::State::evaluateAll(bool& value) {
+    return run([&] {
+        std::size_t i = 0;
+        while (i < conditions.size() && holds(i)) ++i;
+        value = i == conditions.size();
     });
+}
+
+bool ConditionList::State::findFirst(std::int32_t& index) {
+    return run([&] {
+        std::size_t i = 0;
+        while (i < conditions.size() && !holds(i)) ++i;
+        index = i < conditions.size() ? static_cast<std::int32_t>(i) : -1;
+    });
+}
+
+bool ConditionList::State::findAll(std::vector<std::int32_t>& indices) {
+    indices.clear();
+    return run([&] {
+        for (std::size_t i = 0; i < conditions.size(); ++i) {
+            if (holds(i)) indices.push_back(static_cast<std::int32_t>(i));
+        }
+    });
+}
+
+bool ConditionList::holds(std::int32_t index, bool& value) {
+    return state_ != nullptr && state_->attempt([&] { return state_->evaluate(index, value); });
 }
 
 bool ConditionList::all(bool& value) {
-    return state_ != nullptr && state_->run([&] {
-        const std::size_t count = state_->conditions.size();
-        std::size_t i = 0;
-        while (i < count && state_->holds(i)) ++i;
-        value = i == count;
-    });
+    return state_ != nullptr && state_->attempt([&] { return state_->evaluateAll(value); });
 }
 
 bool ConditionList::first(std::int32_t& index) {
-    return state_ != nullptr && state_->run([&] {
-        const std::size_t count = state_->conditions.size();
-        std::size_t i = 0;
-        while (i < count && !state_->holds(i)) ++i;
-        index = i < count ? static_cast<std::int32_t>(i) : -1;
-    });
+    return state_ != nullptr && state_->attempt([&] { return state_->findFirst(index); });
 }
 
 bool ConditionList::holding(std::vector<std::int32_t>& indices) {
-    indices.clear();
-    return state_ != nullptr && state_->run([&] {
-        for (std::size_t i = 0; i < state_->conditions.size(); ++i) {
-            if (state_->holds(i)) indices.push_back(static_cast<std::int32_t>(i));
-        }
-    });
+    return state_ != nullptr && state_->attempt([&] { return state_->findAll(indices); });
+}
+
+Result<bool> ConditionList::tryHolds(std::int32_t index) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    bool value = false;
+    Outcome outcome = state_->watch([&] { return state_->evaluate(index, value); });
+    if (!outcome) return outcome;
+    return value;
+}
+
+Result<bool> ConditionList::tryAll() {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    bool value = false;
+    Outcome outcome = state_->watch([&] { return state_->evaluateAll(value); });
+    if (!outcome) return outcome;
+    return value;
+}
+
+Result<std::int32_t> ConditionList::tryFirst() {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    std::int32_t index = -1;
+    Outcome outcome = state_->watch([&] { return state_->findFirst(index); });
+    if (!outcome) return outcome;
+    return index;
+}
+
+Outcome ConditionList::tryHolding(std::vector<std::int32_t>& indices) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch([&] { return state_->findAll(indices); });
 }
 
 bool ConditionList::condition(BoolNode* condition) {

@@ -7,6 +7,7 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "scr/CompareInterface.h"
+#include "scr/Outcome.h"
 
 namespace SCR {
 
@@ -46,6 +47,14 @@ public:
     /// Evaluates all conditions and fills `indices`, ascending, with those that hold. The vector
     /// loses its former contents in any case and keeps its memory.
     bool holding(std::vector<std::int32_t>& indices);
+
+    // The same, with the outcome as a value.
+
+    Outcome tryCompile(const FND::String& text);
+    Result<bool> tryHolds(std::int32_t index);
+    Result<bool> tryAll();
+    Result<std::int32_t> tryFirst();
+    Outcome tryHolding(std::vector<std::int32_t>& indices);
 
     /// Adds a condition. Called by the interpreter.
     bool condition(BoolNode* condition) override;

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <compare>
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -15,6 +19,37 @@ namespace SCR {
 
 namespace Host {
 
+/// What stands next to a variable of type `T` in an expression, as a `T`.
+template <class T, class U>
+decltype(auto) operandOf(const U& value) {
+    if constexpr (requires { value.isDeclared(); }) {
+        return operandOf<T>(value.value());
+    } else if constexpr (std::is_same_v<T, U>) {
+        return (value);
+    } else if constexpr (std::is_same_v<T, long>) {
+        static_assert(Integer<U> && (sizeof(U) < sizeof(long) || std::is_signed_v<U>),
+                      "a variable of type long takes integers that fit it");
+        return static_cast<long>(value);
+    } else if constexpr (std::is_same_v<T, FND::Decimal>) {
+        static_assert(Integer<U> && (sizeof(U) < sizeof(long) || std::is_signed_v<U>),
+                      "a variable of type FND::Decimal takes an FND::Decimal or an integer; for a "
+                      "double say FND::Decimal::fromDouble, for a text fromString");
+        return FND::Decimal(static_cast<std::int64_t>(value));
+    } else if constexpr (std::is_same_v<T, FND::String>) {
+        static_assert(std::is_convertible_v<const U&, std::string_view>,
+                      "a variable of type FND::String takes texts");
+        return std::string_view(value);
+    } else {
+        static_assert(std::is_same_v<T, U>,
+                      "a variable of type bool, FND::DateTime or FND::Identifier takes values of "
+                      "its own type only");
+        return T();
+    }
+}
+
+template <class T>
+concept Ordered = std::three_way_comparable<T, std::weak_ordering>;
+
 /// Where a variable's value lies, and whether scripts see it.
 struct Storage {
     void* value;
@@ -24,7 +59,9 @@ struct Storage {
 }  // namespace Host
 
 /// A variable that a host shares with scripts: reads and writes go straight to the storage that the
-/// script uses. It stands for that variable like a reference. The extension that made it owns the
+/// script uses. It stands for that variable like a reference: it is assigned, compared and changed
+/// as its value is, by values of its own type and of those that become it without loss, such as
+/// integers for a Decimal and `const char*` for a String. The extension that made it owns the
 /// variable, and this object is valid as long as the extension. Do not write to it while a callable
 /// still reads a reference into it.
 template <class T>
@@ -38,6 +75,44 @@ public:
         *value_ = value;
         return *this;
     }
+    template <class U>
+    HostVariable& operator=(const U& value) {
+        *value_ = Host::operandOf<T>(value);
+        return *this;
+    }
+
+    template <class U>
+    HostVariable& operator+=(const U& value) {
+        if constexpr (std::is_same_v<T, FND::String>) {
+            value_->append(std::string_view(Host::operandOf<T>(value)));
+            return *this;
+        } else {
+            return change(value, std::plus<>());
+        }
+    }
+    template <class U>
+    HostVariable& operator-=(const U& value) {
+        return change(value, std::minus<>());
+    }
+    template <class U>
+    HostVariable& operator*=(const U& value) {
+        return change(value, std::multiplies<>());
+    }
+    template <class U>
+    HostVariable& operator/=(const U& value) {
+        return change(value, std::divides<>());
+    }
+
+    template <class U>
+    friend bool operator==(const HostVariable& a, const U& b) {
+        return *a.value_ == Host::operandOf<T>(b);
+    }
+    template <class U>
+    friend auto operator<=>(const HostVariable& a, const U& b) {
+        static_assert(Host::Ordered<T>, "variables of type FND::Identifier have no order");
+        return *a.value_ <=> Host::operandOf<T>(b);
+    }
+
     const T& value() const { return *value_; }
     void value(const T& value) { *value_ = value; }
     operator const T&() const { return *value_; }
@@ -45,6 +120,17 @@ public:
     bool isDeclared() const { return isDeclared_; }
 
 private:
+    template <class U, class Change>
+    HostVariable& change(const U& value, const Change& made) {
+        constexpr bool isKnown =
+            std::is_invocable_v<const Change&, const T&, const T&> && !std::is_same_v<T, bool>;
+        static_assert(isKnown,
+                      "this operator works on variables of type long and FND::Decimal, += on "
+                      "FND::String too");
+        if constexpr (isKnown) *value_ = made(*value_, Host::operandOf<T>(value));
+        return *this;
+    }
+
     T* value_;  // in a variable of the extension
     bool isDeclared_;
 };
@@ -80,6 +166,7 @@ public:
     ///   `FND::Decimal`, `FND::DateTime`, `FND::Identifier`  Decimal, Date, Nexid
     ///   `long&`, `bool&`, `FND::String&`, ...  a variable that the callable reads and writes
     ///   `std::optional` of a value, at the end an argument that may be left out
+    ///   `SCR::Rest<T>`, the very last one      any number of arguments of the type `T`
     ///   `SCR::ArrayView<T>`, `SCR::HashView<T>`  an array or a hash of elements `T`, which it
     ///   reads `SCR::ArrayRef<T>`, `SCR::HashRef<T>`  the same, which it may change
     ///   `SCR::FieldAlias`                      a name, as of a field (only as the first argument)
@@ -135,6 +222,15 @@ public:
     template <class T>
     bool constant(const FND::String& name, const T& value);
 
+    // For bindings to other languages, where types are known at run time only.
+
+    /// Makes a function of what `description` says; null when the name is refused.
+    FctDescr* insert(const FND::String& name, Host::Description description);
+    /// Declares a variable, or a constant, of the base type `typeCode` with a copy of the value of
+    /// that type at `value`.
+    Host::Storage declare(const FND::String& name, int typeCode, const void* value);
+    bool declareConstant(const FND::String& name, int typeCode, const void* value);
+
     void visitNames(const std::function<void(const FND::String& name)>& visit) const override;
     FND::String extensionName() const override;
     Variable* variable(const FND::String& name) override;
@@ -145,12 +241,6 @@ public:
 
 private:
     struct State;
-
-    // The descriptor of the function declared, or null.
-    FctDescr* insert(const FND::String& name, Host::Description description);
-    // The variable declared, whose value has the type of `typeCode`.
-    Host::Storage declare(const FND::String& name, int typeCode, const void* value);
-    bool declareConstant(const FND::String& name, int typeCode, const void* value);
 
     const std::unique_ptr<State> state_;
 };
@@ -164,14 +254,17 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
                   "member function is called from a lambda");
     if constexpr (Host::Callable<Bare>) {
         using Signature = typename Host::SignatureOf<Bare>::Type;
-        static_assert(Signature::parametersKnown,
-                      "a parameter of a host function must be an integer, bool, std::string_view, "
-                      "FND::String, FND::Decimal, FND::DateTime or FND::Identifier (by value or "
-                      "const reference), std::optional of one of them, SCR::FieldAlias, "
-                      "SCR::ArrayView, ArrayRef, HashView or HashRef of a type of elements, or as "
-                      "an out-parameter a reference to long, bool or one of the FND classes");
-        static_assert(Signature::optionalsLast,
-                      "std::optional parameters of a host function must be the last ones");
+        static_assert(
+            Signature::parametersKnown,
+            "a parameter of a host function must be an integer, bool, std::string_view, "
+            "FND::String, FND::Decimal, FND::DateTime or FND::Identifier (by value or "
+            "const reference), std::optional or SCR::Rest of one of them, SCR::FieldAlias, "
+            "SCR::ArrayView, ArrayRef, HashView or HashRef of a type of elements, or as "
+            "an out-parameter a reference to long, bool or one of the FND classes");
+        static_assert(
+            Signature::optionalsLast,
+            "std::optional parameters of a host function must be the last ones, and after "
+            "them at most one SCR::Rest");
         static_assert(Signature::resultKnown,
                       "the result of a host function must be void, an integer, bool, "
                       "std::string_view, FND::String, FND::Decimal, FND::DateTime or "

@@ -1,5 +1,6 @@
 #include "scr/HostFunction.h"
 
+#include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <type_traits>
@@ -92,6 +93,7 @@ public:
     ~OpenCall();
 
     bool isGiven(std::size_t index) const;
+    void* const* evaluateRest(std::size_t first, std::size_t& count) noexcept;
     void* evaluate(std::size_t index) noexcept;
     Kept& kept(std::size_t index);
     void mustLocate() { mustLocate_ = true; }
@@ -116,6 +118,7 @@ private:
     CallBody& body_;
     std::unique_ptr<Kept[]> kept_;  // one for each operand, once one of them needs it
     std::exception_ptr failure_;
+    std::vector<void*> rest_;
 };
 
 namespace {
@@ -133,10 +136,10 @@ public:
     /// `isChanged`: the callable may change the container that the value lies in.
     ValueOperand(std::unique_ptr<Node> node, bool keeps, bool isChanged) {
         slot_.take(std::move(node));
-        keeps_ = keeps || (isChanged && slot_.storage == nullptr);
+        keeps_ = keeps || (Type::byReference && isChanged && slot_.storage == nullptr);
     }
 
-    void* evaluate([[maybe_unused]] OpenCall& call, [[maybe_unused]] std::size_t index) override {
+    void* evaluate(OpenCall& call, std::size_t index) override {
         if constexpr (Type::byReference) {
             const auto& value = slot_.evaluate();
             if (keeps_) [[unlikely]]
@@ -144,6 +147,8 @@ public:
             return const_cast<typename Type::Value*>(&value);
         } else {
             value_ = slot_.evaluate();
+            if (keeps_) [[unlikely]]
+                return &call.kept(index).hold(value_);
             return &value_;
         }
     }
@@ -280,7 +285,8 @@ private:
 // When `function` fails: logs why if it gives the null value then, otherwise stops the script.
 void handleFailure(Interpreter& interpreter, const FctDescr& function, const FND::String& reason) {
     const FND::String message = function.name() + ": " + reason;
-    if (!function.nullOnFailure()) interpreter.runControl().stop(nullptr, message);
+    if (!function.nullOnFailure())
+        interpreter.runControl().stopForFailure(function.name(), message);
     interpreter.logError(message);
 }
 
@@ -333,18 +339,23 @@ public:
           function_(static_cast<const HostDescriptor&>(function)),
           read_(function_.description().read),
           callable_(function_.description().callable.get()),
-          operands_(static_cast<std::size_t>(function.maximum())) {}
+          operands_(static_cast<std::size_t>(function_.description().maximum)) {}
 
     /// Takes the operands from the stack, the last one first; false after a report.
     bool pop(ParserStack& stack) {
         bool isPopped = true;
         bool keeps = false;
         const bool isChanged = function_.changesContainers();
-        for (auto index = static_cast<std::size_t>(stack.topNumParams()); index-- > 0;) {
+        const std::size_t declared = operands_.size();
+        const auto given = static_cast<std::size_t>(stack.topNumParams());
+        operands_.resize(std::max(declared, given));
+        for (std::size_t index = given; index-- > 0;) {
             const bool mayRunScript = stack.traits().mayRunScript;
             const int type = function_.argType(static_cast<int>(index));
             std::unique_ptr<Node> node(stack.popData());
-            if (isPopped) operands_[index] = makeOperand(std::move(node), type, keeps, isChanged);
+            // The callable sees those beyond the declared ones where they are kept.
+            const bool isKept = keeps || index >= declared;
+            if (isPopped) operands_[index] = makeOperand(std::move(node), type, isKept, isChanged);
             isPopped = operands_[index] != nullptr;
             keeps = keeps || mayRunScript;
             writes_ = writes_ || Node::isLeft(type);
@@ -384,7 +395,8 @@ private:
             return std::make_unique<ContainerOperand<Hash, HashNode>>(std::move(node), keeps);
         return withType(HostTypes(), type, [&]<class Type>(Type) -> std::unique_ptr<Operand> {
             if (Node::isLeft(type)) return std::make_unique<OutOperand<Type>>(std::move(node));
-            return std::make_unique<ValueOperand<Type>>(std::move(node), keeps, isChanged);
+            const bool isKept = keeps && (Type::byReference || function_.restType() != 0);
+            return std::make_unique<ValueOperand<Type>>(std::move(node), isKept, isChanged);
         });
     }
 
@@ -441,7 +453,22 @@ inline OpenCall::~OpenCall() {
         body_.giveBack(std::move(kept_));
 }
 
-inline bool OpenCall::isGiven(std::size_t index) const { return body_.operands_[index] != nullptr; }
+inline bool OpenCall::isGiven(std::size_t index) const {
+    return index < body_.operands_.size() && body_.operands_[index] != nullptr;
+}
+
+inline void* const* OpenCall::evaluateRest(std::size_t first, std::size_t& count) noexcept {
+    count = 0;
+    try {
+        rest_.reserve(body_.operands_.size());
+        for (std::size_t i = first; isGiven(i); ++i) rest_.push_back(evaluate(i));
+    } catch (...) {
+        fail([] { throw; });
+        return nullptr;
+    }
+    count = rest_.size();
+    return rest_.data();
+}
 
 inline void* OpenCall::evaluate(std::size_t index) noexcept {
     Operand& operand = *body_.operands_[index];
@@ -548,9 +575,10 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
                description.arguments[6], description.arguments[7], description.arguments[8]),
       description_(std::move(description)),
       ids_(&ids) {
+    if (description_.rest != 0) addRest(description_.rest);
     // A field runs no script code, unless its functions are given the interpreter.
     if (description_.write != nullptr) mayRunScript(description_.takesInterpreter);
-    for (int i = 0; i < maximum(); ++i) {
+    for (int i = 0; i < description_.maximum; ++i) {
         const auto at = static_cast<std::size_t>(i);
         changesContainers_ = changesContainers_ || description_.isChanged[at];
         writesArguments(description_.isChanged[at] || Node::isLeft(description_.arguments[at]));
@@ -595,6 +623,10 @@ void Call::locate() noexcept { static_cast<OpenCall&>(*this).locate(); }
 
 bool Call::isGiven(std::size_t index) const {
     return static_cast<const OpenCall&>(*this).isGiven(index);
+}
+
+void* const* Call::evaluateRest(std::size_t first, std::size_t& count) noexcept {
+    return static_cast<OpenCall&>(*this).evaluateRest(first, count);
 }
 
 void* Call::evaluate(std::size_t index) noexcept {

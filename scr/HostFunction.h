@@ -45,6 +45,10 @@ public:
     /// later arguments give a null value.
     KESTREL_API void* evaluate(std::size_t index) noexcept;
 
+    /// Evaluates all arguments from `first` on and gives where their values are, until the call has
+    /// ended; sets `count` to their number.
+    KESTREL_API void* const* evaluateRest(std::size_t first, std::size_t& count) noexcept;
+
     /// Call this when all arguments are evaluated, just before the callable. False when one of them
     /// could not be evaluated.
     bool begin() {
@@ -158,6 +162,23 @@ struct Argument<Parameter, Passing::Field> {
     }
     static bool fits(Call& /*call*/, Held /*value*/) { return true; }
     static FieldAlias pass(Held value) { return value; }
+};
+
+template <class Parameter>
+struct Argument<Parameter, Passing::Rest> {
+    struct Held {
+        void* const* places;
+        std::size_t count;
+    };
+    static constexpr int typeWord = 0;
+
+    static Held read(Call& call, std::size_t index) {
+        Held held{};
+        held.places = call.evaluateRest(index, held.count);
+        return held;
+    }
+    static bool fits(Call& /*call*/, Held /*held*/) { return true; }
+    static std::remove_cvref_t<Parameter> pass(Held held) { return {held.places, held.count}; }
 };
 
 template <class Parameter>
@@ -288,6 +309,7 @@ struct Description {
     int result = TypeCode::Void;
     int minimum = 0;
     int maximum = 0;
+    int rest = 0;  ///< the type of any number of further arguments; 0 for none
     std::array<int, 9> arguments{};
     std::array<int, 9> elements{};    ///< of arguments that are containers: the elements' type code
     std::array<bool, 9> isChanged{};  ///< whether an argument is a container that is changed
@@ -310,8 +332,10 @@ constexpr bool isChangedS<Parameter> = ContainerOf<std::remove_cvref_t<Parameter
 
 template <class... Parameters>
 void describeContainers(Description& made, List<Parameters...> /*parameters*/) {
-    made.elements = {elementTypeS<Parameters>...};
-    made.isChanged = {isChangedS<Parameters>...};
+    std::size_t count = 0;
+    ((made.elements[count % 9] = elementTypeS<Parameters>,
+      made.isChanged[count++ % 9] = isChangedS<Parameters>),
+     ...);
 }
 
 /// A function object for one type of elements, made from one for many.
@@ -327,9 +351,18 @@ struct InstanceFor<F, Element, R (C::*)(P...) const> {
 template <class F, class Element>
 using Instance = InstanceFor<F, Element, decltype(&F::template operator()<Element>)>;
 
+template <class Parameter>
+constexpr int restTypeS = 0;
+template <class T>
+constexpr int restTypeS<Rest<T>> = TypeOf<T>::Type::typeCode;
+
 template <class... Parameters>
-constexpr std::array<int, 9> typeWords(List<Parameters...> /*parameters*/) {
-    return {Argument<Parameters>::typeWord...};
+void describeArguments(Description& made, List<Parameters...> /*parameters*/) {
+    std::size_t count = 0;
+    ((passingOfS<Parameters> != Passing::Rest
+          ? void(made.arguments[count++] = Argument<Parameters>::typeWord)
+          : void(made.rest = restTypeS<std::remove_cvref_t<Parameters>>)),
+     ...);
 }
 
 template <class F>
@@ -344,7 +377,7 @@ Description describe(std::shared_ptr<F> callable) {
     }
     made.minimum = Signature::minimum;
     made.maximum = Signature::maximum;
-    made.arguments = typeWords(typename Signature::Parameters());
+    describeArguments(made, typename Signature::Parameters());
     describeContainers(made, typename Signature::Parameters());
     made.takesInterpreter = Signature::takesInterpreter;
     return made;

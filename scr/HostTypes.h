@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <cstddef>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,46 @@ public:
 private:
     const FND::String* name_;
     long id_;
+};
+
+/// The arguments of a call from some position on, any number of them: the last parameter of a
+/// host's function. `T` is long, bool, FND::String, FND::Decimal, FND::DateTime or FND::Identifier.
+/// The values are valid during the call.
+template <class T>
+class Rest {
+public:
+    class Iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const T*;
+        using reference = const T&;
+
+        Iterator() = default;
+        explicit Iterator(void* const* at) : at_(at) {}
+        const T& operator*() const { return *static_cast<const T*>(*at_); }
+        const T* operator->() const { return static_cast<const T*>(*at_); }
+        Iterator& operator++() {
+            ++at_;
+            return *this;
+        }
+        Iterator operator++(int) { return Iterator(at_++); }
+        bool operator==(const Iterator&) const = default;
+
+    private:
+        void* const* at_ = nullptr;
+    };
+
+    Rest(void* const* places, std::size_t size) : places_(places), size_(size) {}
+    std::size_t size() const { return size_; }
+    const T& operator[](std::size_t index) const { return *static_cast<const T*>(places_[index]); }
+    Iterator begin() const { return Iterator(places_); }
+    Iterator end() const { return Iterator(places_ + size_); }
+
+private:
+    void* const* places_;
+    std::size_t size_;
 };
 
 /// How the C++ types of a host's functions and variables map to types of the language.
@@ -82,7 +123,7 @@ template <class T>
 concept Stored = Known<T> && std::same_as<typename TypeOf<T>::Type::Value, T>;
 
 /// The role of a parameter of a host's function, as the script sees it.
-enum class Passing { Refused, Value, Out, Optional, Field, Container };
+enum class Passing { Refused, Value, Out, Optional, Field, Container, Rest };
 
 /// What a view of a container stands for; none for other types.
 template <class T>
@@ -134,6 +175,12 @@ struct PassingOf<std::optional<T>> {
 };
 template <class T>
 struct PassingOf<const std::optional<T>&> : PassingOf<std::optional<T>> {};
+template <class T>
+struct PassingOf<Rest<T>> {
+    static constexpr Passing value = Stored<T> ? Passing::Rest : Passing::Refused;
+};
+template <class T>
+struct PassingOf<const Rest<T>&> : PassingOf<Rest<T>> {};
 
 template <class Parameter>
 inline constexpr Passing passingOfS = PassingOf<Parameter>::value;
@@ -166,18 +213,24 @@ struct Signature {
     static constexpr bool writesArguments =
         ((passingOfS<ParameterT> == Passing::Out || passingOfS<ParameterT> == Passing::Container) ||
          ...);
-    static constexpr int maximum = sizeof...(ParameterT);
+    /// The number of arguments that a call may give besides those for `Rest`.
+    static constexpr int maximum = ((passingOfS<ParameterT> != Passing::Rest ? 1 : 0) + ... + 0);
     /// The number of arguments that every call gives.
-    static constexpr int minimum = [] {
-        int count = 0;
-        ((count += passingOfS<ParameterT> != Passing::Optional ? 1 : 0), ...);
-        return count;
-    }();
+    static constexpr int minimum =
+        ((passingOfS<ParameterT> != Passing::Optional && passingOfS<ParameterT> != Passing::Rest
+              ? 1
+              : 0) +
+         ... + 0);
+    /// Whether the parameters that need not be given come after the others, `Rest` at the very end.
     static constexpr bool optionalsLast = [] {
-        bool seen = false;
+        int last = 0;
         bool holds = true;
-        ((passingOfS<ParameterT> == Passing::Optional ? void(seen = true) : void(holds &= !seen)),
-         ...);
+        [[maybe_unused]] const auto next = [&](Passing passing) {
+            const int rank = passing == Passing::Rest ? 2 : passing == Passing::Optional ? 1 : 0;
+            holds = holds && rank >= last && last < 2;
+            last = rank;
+        };
+        (next(passingOfS<ParameterT>), ...);
         return holds;
     }();
     static constexpr bool resultKnown =

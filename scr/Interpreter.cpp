@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <optional>
 #include <typeinfo>
 #include <utility>
 
 #include "scr/CompareInterface.h"
 #include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
+#include "scr/Program.h"
 #include "scr/check/Analyses.h"
 #include "scr/check/Reentry.h"
 #include "scr/code/Native.h"
@@ -19,11 +21,13 @@
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/AutomataAccount.h"
 #include "scr/run/Entry.h"
+#include "scr/run/Link.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/PendingBuilds.h"
 #include "scr/run/PlaceTable.h"
 #include "scr/run/RunControl.h"
 #include "scr/run/ScriptMutexes.h"
+#include "scr/run/SharedScript.h"
 #include "scr/tree/SymbolTable.h"
 
 namespace SCR {
@@ -50,14 +54,53 @@ private:
 
 }  // namespace
 
+// What becomes known of a call whose outcome is wanted.
+struct Interpreter::Watching {
+    Outcome::Kind kind = Outcome::Kind::Failed;
+    int depth = 0;             // of the runs around it
+    bool isCompile = false;    // the first error counts, otherwise the last one
+    bool isStopped = false;    // kind, limit and function are known
+    bool isExhausted = false;  // there was no memory
+    FND::String limit;
+    FND::String function;
+    std::optional<Diagnostic> error;
+};
+
 // The whole state of an interpreter.
 struct Interpreter::State {
     State(Interpreter& self, Log* sink)
-        : interpreter(self), log(sink), control(self), automata(self) {}
+        : interpreter(self), log(sink), control(self), automata(self) {
+        link->interpreter = &self;
+    }
+    ~State() {
+        link->interpreter = nullptr;
+        link->isReady = false;
+    }
 
+    // A text, or one that is shared, and what follows its parse or is filled by it.
+    struct Source {
+        const FND::String* text = nullptr;
+        Analyses* follower = nullptr;
+        SharedScript* filled = nullptr;
+        std::shared_ptr<const SharedScript> shared = {};
+    };
     // Runs "BEGIN", unless there are analyses, which then follow the parse.
-    bool compileScript(const FND::String& text, Analyses* follower);
-    bool checkScript(const FND::String& text, FlowAnalysis* flow);
+    bool compileScript(const Source& source);
+    bool checkScript(const FND::String& text, FlowAnalysis* flow, SharedScript* filled = nullptr);
+    bool parseScript(const Source& source);
+    Outcome::Kind executeScript();
+    bool compileQuery(const FND::String& text);
+    bool evaluateQuery(bool& value);
+    bool finish();
+    // Calls action(), which throws nothing and gives the kind of the outcome; nothing while another
+    // thread uses the interpreter.
+    template <class Action>
+    Outcome watch(bool isCompile, Action action);
+    // Calls action(), which tells whether it is done, and tells nothing else.
+    template <class Action>
+    bool attempt(Action action);
+    // Notes, for the outcome, why a call is not possible.
+    void refuse(const char* reason);
     void logReentries(const ScriptRecord& record);
     void discardScript();
     bool runFunction(const FND::String& name);
@@ -67,14 +110,14 @@ struct Interpreter::State {
 
     Interpreter& interpreter;
     Log* const log;
+    const std::shared_ptr<Link> link = std::make_shared<Link>();
+    Watching* watching = nullptr;            // of the innermost call whose outcome is wanted
     MainExtension* mainExtension = nullptr;  // owned by the symbols
     std::int64_t compiledLines = 0;
     std::uint64_t errorCount = 0;
-    std::uint64_t generation = 0;
     int openLogs = 0;  // nested calls of the log
     bool isCompiling = false;
     bool isChecking = false;
-    bool isCompiled = false;
     bool isValid = false;
     bool runsEnd = false;
     bool hasPrinted = false;       // something may wait in the output
@@ -94,6 +137,9 @@ struct Interpreter::State {
     OpenFiles openFiles{control};
     Output* output = &standardOutput();  // not owned
     AutomataAccount automata;
+    std::shared_ptr<const SharedScript> program;  // whose automata the script uses
+    SharedScript* filled = nullptr;               // while it is compiled
+    const SharedScript* shared = nullptr;
     // These are destroyed first, as they use the rest.
     SymbolTable symbols;
     std::unique_ptr<BoolNode> query;
@@ -121,7 +167,72 @@ Interpreter::Interpreter(Log* log) {
     }
 }
 
+Interpreter::Interpreter(const Program& program, Log* log) : Interpreter(log) {
+    contain(*this, [&] {
+        if (program.setup()) program.setup()(*this);
+        return true;
+    });
+    if (!compile(program)) isValid(false);
+}
+
 Interpreter::~Interpreter() { finish(); }
+
+template <class Action>
+Outcome Interpreter::State::watch(bool isCompile, Action action) {
+    const Use use(*link);
+    if (!use) return Outcome::refused("another thread uses the interpreter");
+    Watching now;
+    now.isCompile = isCompile;
+    now.depth = control.depth();
+    Watching* const outer = std::exchange(watching, &now);
+    const Outcome::Kind kind = action();
+    watching = outer;
+    if (kind <= Outcome::Kind::Returned) [[likely]]
+        return Outcome(kind);
+    if (now.isExhausted) return Outcome(Outcome::Kind::Failed);
+    Outcome::Details details;
+    details.limit = std::move(now.limit);
+    details.function = std::move(now.function);
+    if (now.error) details.diagnostic = *std::move(now.error);
+    return {now.isStopped ? now.kind : kind, std::move(details)};
+}
+
+template <class Action>
+bool Interpreter::State::attempt(Action action) {
+    const LightUse use(*link);
+    return use && action();
+}
+
+Outcome Interpreter::watch(const std::function<Outcome::Kind()>& action) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(false, [&] { return action(); });
+}
+
+void Interpreter::noteStop(Outcome::Kind kind, const FND::String& limit,
+                           const FND::String& function) {
+    if (state_ == nullptr || state_->watching == nullptr) return;
+    Watching& watching = *state_->watching;
+    if (watching.depth != state_->control.depth()) return;  // a call within the call
+    watching.isStopped = true;
+    watching.isCompile = false;
+    watching.kind = kind;
+    watching.limit = limit;
+    watching.function = function;
+}
+
+void Interpreter::State::refuse(const char* reason) {
+    contain(interpreter, [&] {
+        interpreter.noteStop(Outcome::Kind::Refused, {}, {});
+        watching->error = Outcome::refused(reason).diagnostic();
+        return false;
+    });
+}
+
+Link& Interpreter::link() { return *state_->link; }
+const std::shared_ptr<Link>& Interpreter::sharedLink() const { return state_->link; }
+Function& Interpreter::mainFunction() { return *state_->symbols.mainFunction(); }
+SharedScript* Interpreter::filledScript() const { return state_->filled; }
+const SharedScript* Interpreter::sharedScript() const { return state_->shared; }
 
 // Keeps others from compiling; false, after a message, while something is compiled or executed, as
 // a compile would destroy it.
@@ -134,6 +245,7 @@ public:
             state.diagnostics.clear();
         } else {
             contain(state.interpreter, [&] {
+                state.interpreter.noteStop(Outcome::Kind::Refused, {}, {});
                 state.interpreter.logError(
                     "ERROR: can not compile while the interpreter " +
                     FND::String(state.isCompiling ? "compiles" : "executes"));
@@ -157,28 +269,77 @@ private:
 };
 
 bool Interpreter::compile(const FND::String& text) {
-    return state_ != nullptr && state_->compileScript(text, nullptr);
+    return state_ != nullptr &&
+           state_->attempt([&] { return state_->compileScript({.text = &text}); });
+}
+
+bool Interpreter::compile(const Program& program) {
+    return state_ != nullptr &&
+           state_->attempt([&] { return state_->compileScript({.shared = program.script()}); });
+}
+
+Outcome Interpreter::tryCompile(const FND::String& text) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(true, [&] {
+        return state_->compileScript({.text = &text}) ? Outcome::Kind::Finished
+                                                      : Outcome::Kind::Invalid;
+    });
+}
+
+Outcome Interpreter::tryCompile(const Program& program) {
+    if (!program) return program.outcome();
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(true, [&] {
+        return state_->compileScript({.shared = program.script()}) ? Outcome::Kind::Finished
+                                                                   : Outcome::Kind::Invalid;
+    });
+}
+
+Outcome Interpreter::tryCheck(const FND::String& text) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(true, [&] {
+        const bool isGood = contain(*this, [&] { return state_->checkScript(text, nullptr); });
+        return isGood ? Outcome::Kind::Finished : Outcome::Kind::Invalid;
+    });
 }
 
 bool Interpreter::check(const FND::String& text) {
-    return contain(*this, [&] { return state_ != nullptr && state_->checkScript(text, nullptr); });
+    return state_ != nullptr && state_->attempt([&] {
+        return contain(*this, [&] { return state_->checkScript(text, nullptr); });
+    });
 }
 
 bool Interpreter::check(const FND::String& text, std::vector<Finding>& findings) {
     findings.clear();
-    return contain(*this, [&] {
-        if (state_ == nullptr) return false;
-        FlowAnalysis flow(state_->timeZone != nullptr);
-        const bool isGood = state_->checkScript(text, &flow);
-        if (isGood) findings = flow.findings();
-        return isGood;
+    return state_ != nullptr && state_->attempt([&] {
+        return contain(*this, [&] {
+            FlowAnalysis flow(state_->timeZone != nullptr);
+            const bool isGood = state_->checkScript(text, &flow);
+            if (isGood) findings = flow.findings();
+            return isGood;
+        });
     });
 }
 
-bool Interpreter::State::checkScript(const FND::String& text, FlowAnalysis* flow) {
+Outcome Interpreter::share(const FND::String& text, SharedScript& script,
+                           std::vector<Finding>& findings) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(true, [&] {
+        const bool isGood = contain(*this, [&] {
+            FlowAnalysis flow(state_->timeZone != nullptr);
+            if (!state_->checkScript(text, &flow, &script)) return false;
+            findings = flow.findings();
+            return true;
+        });
+        return isGood ? Outcome::Kind::Finished : Outcome::Kind::Invalid;
+    });
+}
+
+bool Interpreter::State::checkScript(const FND::String& text, FlowAnalysis* flow,
+                                     SharedScript* fills) {
     Analyses followers;
     followers.flow = flow;
-    if (!compileScript(text, &followers)) return false;
+    if (!compileScript({.text = &text, .follower = &followers, .filled = fills})) return false;
     logReentries(followers.recorder.record());
     return true;
 }
@@ -201,28 +362,51 @@ void Interpreter::State::logReentries(const ScriptRecord& record) {
     }
 }
 
-bool Interpreter::State::compileScript(const FND::String& text, Analyses* follower) {
+bool Interpreter::State::parseScript(const Source& source) {
+    if (mainExtension == nullptr || (source.text == nullptr && source.shared == nullptr)) {
+        return false;
+    }
+    const NodeMemory::Scope memory;
+    symbols.startScript();
+    // A text without includes is not copied, so the one that is shared is.
+    struct Owner {
+        FND::String text;
+        ExpandedText expanded;
+    };
+    const auto own = std::make_shared<Owner>();
+    const ExpandedText* expanded = &own->expanded;
+    if (source.shared != nullptr) {
+        expanded = source.shared->text.get();
+    } else {
+        if (source.filled != nullptr) own->text = *source.text;
+        if (!expand(source.filled != nullptr ? own->text : *source.text, own->expanded)) {
+            return false;
+        }
+    }
+    const BufferCharge charge(own->expanded.storage.size());
+    // The texts of the script's constants.
+    chargeBuffer(expanded->body.size());
+    filled = source.filled;
+    shared = source.shared.get();
+    if (!SCR_parseScript(interpreter, *expanded)) return false;
+    if (filled != nullptr) filled->text = {own, expanded};
+    symbols.mainFunction()->close();
+    return true;
+}
+
+bool Interpreter::State::compileScript(const Source& source) {
     const CompileScope scope(*this);
     if (!scope) return false;
-    analyses = follower;
-    isChecking = follower != nullptr;
+    analyses = source.follower;
+    isChecking = source.follower != nullptr;
     discardScript();
-    bool isGood = enterRun(interpreter, [&] {
-        if (mainExtension == nullptr) return false;
-        const NodeMemory::Scope memory;
-        symbols.startScript();
-        ExpandedText expanded;
-        if (!expand(text, expanded)) return false;
-        const BufferCharge charge(expanded.storage.size());
-        // The texts of the script's constants.
-        chargeBuffer(expanded.body.size());
-        if (!SCR_parseScript(interpreter, expanded)) return false;
-        symbols.mainFunction()->close();
-        return true;
-    });
-    isCompiled = isGood;
+    program = source.shared;
+    bool isGood = enterRun(interpreter, [&] { return parseScript(source); });
+    filled = nullptr;
+    shared = nullptr;
+    link->isReady = isGood;
     scriptPlaces = places.size();
-    if (isGood && follower == nullptr) {
+    if (isGood && source.follower == nullptr) {
         isGood = runFunction(beginFunctionS);
         runsEnd = isGood;
     }
@@ -232,7 +416,8 @@ bool Interpreter::State::compileScript(const FND::String& text, Analyses* follow
 }
 
 void Interpreter::State::discardScript() {
-    ++generation;
+    ++link->generation;
+    link->isReady = false;
     // A query may use the script's variables and functions.
     query.reset();
     queryBuffers = 0;
@@ -241,8 +426,8 @@ void Interpreter::State::discardScript() {
     places.clear();
     scriptPlaces = 0;
     compiledLines = 0;
-    isCompiled = false;
     runsEnd = false;
+    program.reset();
 }
 
 bool Interpreter::State::expand(const FND::String& text, ExpandedText& expanded) {
@@ -271,6 +456,8 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target,
                                     std::int64_t& buffers) {
     if (state_ == nullptr) return false;
+    const LightUse use(*state_->link);
+    if (!use) return false;
     const CompileScope scope(*state_);
     const auto parse = [&] {
         if (state_->mainExtension == nullptr) return false;
@@ -285,31 +472,58 @@ bool Interpreter::compileConditions(const FND::String& text, CompareInterface& t
 }
 
 bool Interpreter::compileQuery(const FND::String& text) {
-    if (state_ == nullptr) return false;
-    const CompileScope scope(*state_);
+    return state_ != nullptr && state_->attempt([&] { return state_->compileQuery(text); });
+}
+
+Outcome Interpreter::tryCompileQuery(const FND::String& text) {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(true, [&] {
+        return state_->compileQuery(text) ? Outcome::Kind::Finished : Outcome::Kind::Invalid;
+    });
+}
+
+bool Interpreter::State::compileQuery(const FND::String& text) {
+    const CompileScope scope(*this);
     if (!scope) return false;
-    State& state = *state_;
-    state.query.reset();
-    state.control.giveBuffer(static_cast<std::size_t>(std::exchange(state.queryBuffers, 0)));
-    state.places.truncate(state.scriptPlaces);
+    query.reset();
+    control.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers, 0)));
+    places.truncate(scriptPlaces);
     const auto parse = [&] {
-        if (state.mainExtension == nullptr) return false;
+        if (mainExtension == nullptr) return false;
         const NodeMemory::Scope memory;
         chargeBuffer(text.size());
-        return SCR_parseQuery(*this, text, state.query);
+        return SCR_parseQuery(interpreter, text, query);
     };
-    if (enterRun(*this, parse, &state.queryBuffers)) return true;
-    state.query.reset();
+    if (enterRun(interpreter, parse, &queryBuffers)) return true;
+    query.reset();
     return false;
 }
 
 bool Interpreter::execute() {
-    if (state_ == nullptr || !state_->isCompiled) return false;
-    Function* const main = state_->symbols.mainFunction();
-    const bool isDone = enterRun(*this, [&] { return main->execute() == Node::goOn; });
-    if (!isDone) [[unlikely]]
-        state_->mainExtension->mutexes().giveUp();
-    return isDone;
+    return state_ != nullptr &&
+           state_->attempt([&] { return state_->executeScript() == Outcome::Kind::Finished; });
+}
+
+Outcome Interpreter::tryExecute() {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(false, [&] {
+        if (!state_->link->isReady) state_->refuse("no script is compiled");
+        return state_->executeScript();
+    });
+}
+
+Outcome::Kind Interpreter::State::executeScript() {
+    if (!link->isReady) return Outcome::Kind::Refused;
+    Function* const main = symbols.mainFunction();
+    Outcome::Kind kind = Outcome::Kind::Failed;
+    const bool isDone = enterRun(interpreter, [&] {
+        kind = main->execute() == Node::goOn ? Outcome::Kind::Finished : Outcome::Kind::Returned;
+        return true;
+    });
+    if (!isDone) kind = Outcome::Kind::Failed;
+    if (kind != Outcome::Kind::Finished) [[unlikely]]
+        mainExtension->mutexes().giveUp();
+    return kind;
 }
 
 bool Interpreter::shareMutexes(const Interpreter& other) {
@@ -318,21 +532,37 @@ bool Interpreter::shareMutexes(const Interpreter& other) {
 }
 
 bool Interpreter::evaluateQuery(bool& value) {
-    if (state_ == nullptr || !state_->query) return false;
-    return enterRun(
-        *this,
-        [&] {
-            value = state_->query->result();
-            return true;
-        },
-        &state_->queryBuffers);
+    return state_ != nullptr && state_->attempt([&] { return state_->evaluateQuery(value); });
+}
+
+Result<bool> Interpreter::tryQuery() {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    bool value = false;
+    Outcome outcome = state_->watch(false, [&] {
+        if (!state_->query) state_->refuse("no query is compiled");
+        return state_->evaluateQuery(value) ? Outcome::Kind::Finished : Outcome::Kind::Failed;
+    });
+    if (!outcome) return outcome;
+    return value;
+}
+
+bool Interpreter::State::evaluateQuery(bool& value) {
+    return query && enterRun(
+                        interpreter,
+                        [&] {
+                            value = query->result();
+                            return true;
+                        },
+                        &queryBuffers);
 }
 
 bool Interpreter::evaluate(BoolNode& condition, bool& value) {
-    return state_ != nullptr && enterRun(*this, [&] {
-               value = condition.result();
-               return true;
-           });
+    return state_ != nullptr && state_->attempt([&] {
+        return enterRun(*this, [&] {
+            value = condition.result();
+            return true;
+        });
+    });
 }
 
 bool Interpreter::State::runFunction(const FND::String& name) {
@@ -344,11 +574,20 @@ bool Interpreter::State::runFunction(const FND::String& name) {
 }
 
 bool Interpreter::finish() {
-    if (state_ == nullptr) return false;
-    const bool mayWait = !wasStopped();
-    const bool isDone = !std::exchange(state_->runsEnd, false) || state_->runFunction(endFunctionS);
-    state_->openFiles.closeAll();
-    return state_->flushOutput(mayWait && isDone) && isDone;
+    return state_ != nullptr && state_->attempt([&] { return state_->finish(); });
+}
+
+Outcome Interpreter::tryFinish() {
+    if (state_ == nullptr) return Outcome(Outcome::Kind::Failed);
+    return state_->watch(
+        false, [&] { return state_->finish() ? Outcome::Kind::Finished : Outcome::Kind::Failed; });
+}
+
+bool Interpreter::State::finish() {
+    const bool mayWait = !control.wasStopped();
+    const bool isDone = !std::exchange(runsEnd, false) || runFunction(endFunctionS);
+    openFiles.closeAll();
+    return flushOutput(mayWait && isDone) && isDone;
 }
 
 void Interpreter::skipEnd() {
@@ -384,7 +623,9 @@ bool Interpreter::fail(const FND::String& message) {
     return state_ != nullptr && state_->control.fail(message);
 }
 
-std::uint64_t Interpreter::generation() const { return state_ != nullptr ? state_->generation : 0; }
+std::uint64_t Interpreter::generation() const {
+    return state_ != nullptr ? state_->link->generation : 0;
+}
 
 bool Interpreter::isValid() const { return state_ != nullptr && state_->isValid; }
 
@@ -527,6 +768,7 @@ std::uint64_t Interpreter::errorCount() const { return state_ != nullptr ? state
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
 
 void Interpreter::logOutOfMemory() {
+    if (state_ != nullptr && state_->watching != nullptr) state_->watching->isExhausted = true;
     if (state_ == nullptr || state_->log == nullptr) return;
     try {
         state_->log->log(outOfMemoryS, FND::Status::Error);
@@ -548,6 +790,11 @@ void Interpreter::diagnose(Diagnostic diagnostic) {
     if (state_->pendingBuilds != nullptr) {
         state_->pendingBuilds->hold(std::move(diagnostic));
         return;
+    }
+    Watching* const watching = state_->watching;
+    if (watching != nullptr && diagnostic.logSeverity >= FND::Status::Error &&
+        !diagnostic.isDetail && !(watching->isCompile && watching->error)) {
+        watching->error = diagnostic;
     }
     state_->deliver(diagnostic);
     constexpr std::size_t mostKept = 100;

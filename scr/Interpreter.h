@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -15,12 +16,15 @@
 #include "scr/Finding.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
+#include "scr/Outcome.h"
 #include "scr/Output.h"
 
 namespace SCR {
 
 class AutomataAccount;
+class BatchOutcome;
 class BoolNode;
+class Column;
 class CompareInterface;
 class Extension;
 class FileAccess;
@@ -30,23 +34,38 @@ class Node;
 class OpenFiles;
 class PendingBuilds;
 class PlaceTable;
+class Program;
 class RunControl;
+class ScriptHandle;
 class Variable;
 struct Analyses;
+struct Link;
+struct SharedScript;
+template <class Signature>
+class ScriptFunction;
+template <class T>
+class ScriptVariable;
 using NameVisitor = std::function<void(const FND::String& name, const FND::String& extension)>;
 
 /// Compiles and executes scripts: the one object that a host program deals with. A compiled script
 /// is executed as often as needed; its variables keep their values from one execution to the next.
 /// During a compile the interpreter is also the parser's symbol table and its stack of open blocks.
-/// One thread at a time may use an interpreter; only `interrupt()` may come from any thread.
-/// Different interpreters may run in parallel, but only one parses at a time. Nothing is thrown.
-/// A host's functions, logs and extensions may call the interpreter while it works: it executes,
-/// nested as deep as the limit of depth and the stack allow, but compiles nothing.
+/// One thread at a time may use an interpreter; only `interrupt()` may come from any thread. What
+/// compiles, executes or evaluates, and the handles of variables and functions, refuse to work
+/// while another thread does one of these. Functions that give a Bool notice it once the other call
+/// has begun; those that give an `Outcome` or a `Result`, and handles, exclude each other for
+/// certain. Different interpreters may run in parallel, but only one
+/// parses at a time. Nothing is thrown. A host's functions, logs and extensions may call the
+/// interpreter while it works: it executes, nested as deep as the limit of depth and the stack
+/// allow, but compiles nothing.
 class KESTREL_API Interpreter {
 public:
     /// `log` receives all messages; not owned, must outlive the interpreter. When there is no
     /// memory, the new interpreter is not valid and compiles nothing.
     explicit Interpreter(Log* log);
+    /// Makes an interpreter as the setup of `program` says, and does what `compile(program)` does;
+    /// `isValid` is false when that fails.
+    explicit Interpreter(const Program& program, Log* log = nullptr);
     Interpreter(const Interpreter&) = delete;
     Interpreter& operator=(const Interpreter&) = delete;
     /// Does what `finish` does, then frees everything.
@@ -60,6 +79,10 @@ public:
     /// host's function or log calls this or another compiling function then, it changes nothing,
     /// logs an error and gives false.
     bool compile(const FND::String& text);
+    /// Does the same with the text of a program, which is expanded and checked already and whose
+    /// automata exist. The interpreter must have the extensions that the program's setup gives, and
+    /// keeps a share of the program.
+    bool compile(const Program& program);
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
     /// warning for each case of a `regExprSwitch` that is never reached and, when the script
     /// compiles, for each call that loses values because a function has one set of parameters.
@@ -98,6 +121,34 @@ public:
     /// Evaluates the query compiled last into `value`. False, with `value` unchanged, when there is
     /// none or the evaluation was stopped.
     bool evaluateQuery(bool& value);
+
+    // The same, with the outcome as a value.
+
+    Outcome tryCompile(const FND::String& text);
+    Outcome tryCompile(const Program& program);
+    Outcome tryCheck(const FND::String& text);
+    Outcome tryCompileQuery(const FND::String& text);
+    Outcome tryExecute();
+    Outcome tryFinish();
+    Result<bool> tryQuery();
+
+    /// Executes the script for `count` records, whose inputs and outputs lie in `columns`, from
+    /// scr/Batch.h. Every record is an execution of its own under the limits, and the batch ends
+    /// after the first that goes wrong. `first` is the number of the first record, to go on after
+    /// one. Refused, with nothing done, when a column names no variable of its type or is too
+    /// short.
+    BatchOutcome executeBatch(std::span<const Column> columns, std::size_t count,
+                              std::size_t first = 0);
+
+    /// The variable `name` of the script, or one that its extensions declare ("module::name" of a
+    /// certain one); a dead handle, whose `outcome` says why, when there is none that can be read
+    /// as a `T`. Defined in scr/ScriptHandle.h.
+    template <class T>
+    ScriptVariable<T> variable(const FND::String& name);
+    /// The function `name` of the script, such as `function<long(std::string_view)>("f")`; a dead
+    /// handle when there is none of this signature. Defined in scr/ScriptHandle.h.
+    template <class Signature>
+    ScriptFunction<Signature> function(const FND::String& name);
 
     /// Evaluates a condition that was handed to a `CompareInterface` of the host, as
     /// `evaluateQuery` evaluates the query. This interpreter must have compiled it, and no other
@@ -233,7 +284,32 @@ public:
     /// The number of lines of the text compiled last; 0 when it did not compile.
     std::int64_t compiledLines() const;
 
+    // For bindings to other languages; hosts call `variable` and `function`.
+
+    /// Lets `handle` stand for the variable `name` of the type `shape`: type codes from the
+    /// outermost container inwards, none for any type.
+    void bindVariable(ScriptHandle& handle, const FND::String& name, std::span<const int> shape);
+    /// The same for a function and the shapes of its result and its parameters, none for any.
+    void bindFunction(ScriptHandle& handle, const FND::String& name,
+                      std::span<const std::span<const int>> shapes);
+
     // Used by the parts of the library; hidden from hosts.
+
+    /// Calls `action`, unless another thread uses the interpreter, and tells what went wrong.
+    KESTREL_HIDDEN Outcome watch(const std::function<Outcome::Kind()>& action);
+    /// Notes why the script is being stopped.
+    KESTREL_HIDDEN void noteStop(Outcome::Kind kind, const FND::String& limit,
+                                 const FND::String& function);
+    KESTREL_HIDDEN Link& link();
+    KESTREL_HIDDEN const std::shared_ptr<Link>& sharedLink() const;
+    /// Of a script that is compiled.
+    KESTREL_HIDDEN Function& mainFunction();
+    /// Checks `text` and fills what others compile it from.
+    KESTREL_HIDDEN Outcome share(const FND::String& text, SharedScript& script,
+                                 std::vector<Finding>& findings);
+    /// While a script is compiled: what it fills, and what it uses.
+    KESTREL_HIDDEN SharedScript* filledScript() const;
+    KESTREL_HIDDEN const SharedScript* sharedScript() const;
 
     /// The analyses that follow the current parse, when it is that of `check`; otherwise null.
     KESTREL_HIDDEN Analyses* analyses() const;
@@ -274,6 +350,11 @@ public:
 private:
     class CompileScope;
     struct State;
+    struct Watching;
+
+    // Calls bindTo(variable named so or null), which sets the target or tells why there is none.
+    template <class Bind>
+    KESTREL_HIDDEN Outcome bind(ScriptHandle& handle, const FND::String& name, const Bind& bindTo);
 
     std::unique_ptr<State> state_;   // null when there was no memory for it
     RunControl* control_ = nullptr;  // in the state; at hand for the nodes

@@ -49,6 +49,16 @@ void fill(HostExtension& host, Record& record) {
         return std::to_string(a) + "," + (b ? std::to_string(*b) : "-") + "," +
                FND::String(c.value_or("-"));
     });
+    host.function("all", [](std::string_view sign, SCR::Rest<FND::String> parts) {
+        FND::String text;
+        for (const FND::String& part : parts) text.append(sign).append(part);
+        return text;
+    });
+    host.function("sum", [](const SCR::Rest<long>& numbers) {
+        long sum = 0;
+        for (std::size_t i = 0; i < numbers.size(); ++i) sum += numbers[i];
+        return sum;
+    });
     host.function("divide", [](long a, long b, long& quotient, FND::String& text) {
         quotient = 1;
         if (b == 0) throw std::invalid_argument("division by zero");
@@ -99,6 +109,29 @@ void giveNull(HostExtension& host) {
     }
 }
 
+TEST(HostExtension, VariablesActAsTheirValues) {
+    Interpreter interpreter(nullptr);
+    HostExtension& host = *HostExtension::insert(interpreter, "host");
+    auto n = host.variable<long>("n");
+    auto d = host.variable<FND::Decimal>("d");
+    auto s = host.variable<FND::String>("s");
+    n = 5;
+    n += n;
+    n *= 3U;
+    n -= short{2};
+    n /= 4;
+    d = n;
+    d += 1;
+    d *= FND::Decimal::fromString("0.5");
+    s = "ab";
+    s += std::string_view("cd");
+    s += s;
+    ASSERT_TRUE(interpreter.compile("n = n + 1; s = s + \"!\";") && interpreter.execute());
+    EXPECT_TRUE(n == 8 && 8 == n && n != 7L && n > short{7} && n <= 8 && n == n);
+    EXPECT_TRUE(d == 4 && d < 5 && d == FND::Decimal(4) && d != n);
+    EXPECT_TRUE(s == "abcdabcd!" && s != std::string_view("a") && s > "ab" && s == s.value());
+}
+
 TEST(HostExtension, CallsAndFields) {
     const struct {
         const char* script;  // ends in the argument of `show`
@@ -118,6 +151,9 @@ TEST(HostExtension, CallsAndFields) {
         {"boolText(either(false, YES))", "yes"},
         {"optional(1)", "1,-,-"},
         {"optional(1, 2, \"x\")", "1,2,x"},
+        {"all(\",\")", ""},
+        {"all(\",\", GREETING, view(\"abc\"), view(\"xyz\"))", ",hello,ab,xy"},
+        {"longToStr(sum(count(), count(), count(), 40))", "46"},
         {"optional(1, 3000000000)", "", "optional: value out of range '3000000000'\n"},
         // A value that was evaluated first stays, whatever a later argument changes.
         {"join(text, change(\"new\"), text)", "oldnewnew"},

@@ -33,19 +33,33 @@ void ConstantExpression::compile() {
     endExpecting();
     interpreter_.runControl().askFor(RegExpr::millisecondsToCompile(pattern_));
     const std::int64_t share = automata.expressionShare();
-    expression_.emplace(pattern_, share);
+    expression_ = std::make_shared<const RegExpr>(pattern_, share);
     if (expression_->isPlain()) return;
     share_ = share;
     automata.shareTaken(share);
 }
 
-std::optional<Messages::Message> ConstantExpression::build(Interpreter* /*interpreter*/,
+std::optional<Messages::Message> ConstantExpression::build(Interpreter* interpreter,
                                                            std::size_t /*step*/,
                                                            const FND::String& /*file*/) {
     if (!expression().isValid()) return Messages::invalidRegularExpression(pattern_);
+    // Others that adopt it compare the pattern.
+    if (interpreter == nullptr || interpreter->filledScript() == nullptr) dropPattern();
+    return std::nullopt;
+}
+
+bool ConstantExpression::adopt(const PendingBuild& built) {
+    const auto* const other = dynamic_cast<const ConstantExpression*>(&built);
+    if (other == nullptr || pattern_ != other->pattern_) return false;
+    endExpecting();
+    expression_ = other->expression_;
+    dropPattern();
+    return true;
+}
+
+void ConstantExpression::dropPattern() {
     FND::String().swap(pattern_);
     patternCharge_ = FSM::Charge();
-    return std::nullopt;
 }
 
 }  // namespace SCR

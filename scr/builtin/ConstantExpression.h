@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "fnd/String.h"
@@ -20,6 +21,7 @@ public:
 
     std::optional<Messages::Message> build(Interpreter* interpreter, std::size_t step,
                                            const FND::String& file) override;
+    bool adopt(const PendingBuild& built) override;
 
     /// The expression. Compiled at once when a call is evaluated earlier, for example by a host
     /// that tries out a condition as soon as it gets it. An invalid expression matches nothing
@@ -33,13 +35,14 @@ public:
 private:
     void compile();
     void endExpecting();
+    void dropPattern();
 
     Interpreter& interpreter_;
     FSM::Charge patternCharge_;
     FND::String pattern_;
     bool isExpected_ = true;
     std::int64_t share_ = 0;
-    std::optional<RegExpr> expression_;
+    std::shared_ptr<const RegExpr> expression_;
 };
 
 }  // namespace SCR

@@ -6,6 +6,7 @@
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/run/RunControl.h"
+#include "scr/run/SharedScript.h"
 
 namespace SCR {
 
@@ -21,6 +22,7 @@ PendingBuilds::~PendingBuilds() { release(); }
 void PendingBuilds::release() { interpreter_.pendingBuilds(outer_); }
 
 void PendingBuilds::add(std::shared_ptr<PendingBuild> build, std::size_t step) {
+    if (build->number < 0) build->number = builds_++;
     // A parse usually stays in one file for a long time.
     FND::String file = parsedFile();
     if (files_.empty() || files_.back() != file) files_.push_back(std::move(file));
@@ -39,12 +41,26 @@ bool PendingBuilds::finish() {
     for (Entry& entry : entries_) {
         if (entry.build == nullptr) {
             log(entry);
-        } else if (!build(entry)) {
+        } else if (!isAdopted(entry) && !build(entry)) {
             isGood = false;
             if (!interpreter_.isChecking()) break;
         }
     }
     return isGood;
+}
+
+bool PendingBuilds::isAdopted(Entry& entry) {
+    const auto number = static_cast<std::size_t>(entry.build->number);
+    if (SharedScript* const filled = interpreter_.filledScript()) {
+        if (number == filled->builds.size()) filled->builds.push_back(entry.build);
+    }
+    const SharedScript* const shared = interpreter_.sharedScript();
+    if (shared == nullptr) return false;
+    if (number == isAdopted_.size()) {
+        isAdopted_.push_back(number < shared->builds.size() &&
+                             entry.build->adopt(*shared->builds[number]));
+    }
+    return isAdopted_[number];
 }
 
 void PendingBuilds::abandon() {

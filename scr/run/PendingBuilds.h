@@ -45,6 +45,12 @@ public:
                                                    const FND::String& file) = 0;
     /// The warnings of the steps so far, which are then forgotten.
     virtual std::vector<Warning> takeWarnings() { return {}; }
+    /// Takes over what `built` has, if that was made from the same constants; it is shared then,
+    /// and no step is done. `built` outlives this one.
+    virtual bool adopt(const PendingBuild& /*built*/) { return false; }
+
+    /// Its number among those of the script, in the order of their first steps; -1 before.
+    std::int64_t number = -1;
 };
 
 /// The work of a compile after its parse, when others may parse again: it builds what takes long
@@ -93,6 +99,8 @@ private:
     void release();
     void log(const Entry& entry);
     bool build(Entry& entry);
+    // Whether the script shares the build with others that exist.
+    bool isAdopted(Entry& entry);
 
     Interpreter& interpreter_;
     PendingBuilds* const outer_;
@@ -100,6 +108,8 @@ private:
     std::vector<Diagnostic> messages_;
     Completer completer_;
     std::vector<FND::String> files_;
+    std::int64_t builds_ = 0;
+    std::vector<bool> isAdopted_;  // by number, of the builds seen so far
 };
 
 /// Notes a step of `pending` for the end of the current parse, or does it at once outside of a

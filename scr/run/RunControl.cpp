@@ -68,11 +68,8 @@ inline void RunControl::startInterval() {
     if (stepsLeft_ != Limits::none) stepsLeft_ -= counters_.untilLook;
 }
 
-inline void RunControl::begin() {
+void RunControl::startExecution() {
     ++runs_;
-    wasStopped_ = false;
-    isStopPending_ = false;
-    failure_.clear();
     stepsLeft_ = limits_.steps;
     startInterval();
     if (limits_.time != Limits::none) {
@@ -82,6 +79,13 @@ inline void RunControl::begin() {
     } else {
         deadline_ = std::chrono::steady_clock::time_point::max();
     }
+}
+
+inline void RunControl::begin() {
+    wasStopped_ = false;
+    isStopPending_ = false;
+    failure_.clear();
+    startExecution();
     state_.store(State::Running, std::memory_order_relaxed);
 }
 
@@ -197,8 +201,10 @@ void RunControl::ask(const Node* place) {
         throw ScriptStopped();
     }
     count(place);
-    if (!failure_.empty()) [[unlikely]]
+    if (!failure_.empty()) [[unlikely]] {
+        kind_ = Outcome::Kind::Failed;
         stop(place, takeFailure());
+    }
     if (state_.load(std::memory_order_relaxed) == State::Interrupted) stop(place, "interrupted");
     if (limits_.time != Limits::none && std::chrono::steady_clock::now() > deadline_) {
         stopAtLimit(place, "time", limits_.time);
@@ -240,11 +246,19 @@ void RunControl::stopAtQuestion(std::int64_t question) {
 }
 
 void RunControl::stopAtStackEnd(const Node* place) {
+    limit_ = "stack";
     stop(place, "calls are nested too deep for the stack");
 }
 
 void RunControl::stopAtLimit(const Node* place, const char* name, std::int64_t limit) {
+    limit_ = name;
     stop(place, FND::String("limit `") + name + "' of " + std::to_string(limit) + " passed");
+}
+
+void RunControl::stopForFailure(const FND::String& function, const FND::String& message) {
+    kind_ = Outcome::Kind::Failed;
+    function_ = function;
+    stop(nullptr, message);
 }
 
 void RunControl::stop(const Node* place, const FND::String& message) {
@@ -257,6 +271,8 @@ void RunControl::stop(const Node* place, const FND::String& message) {
 
 void RunControl::report(const ScriptStopped& stopped) {
     if (message_.empty()) return;
+    interpreter_.noteStop(std::exchange(kind_, Outcome::Kind::Stopped), std::exchange(limit_, {}),
+                          std::exchange(function_, {}));
     const FND::String message = std::exchange(message_, {});
     const FND::String prefix = std::exchange(prefix_, {});
     Diagnostic diagnostic;

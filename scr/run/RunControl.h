@@ -11,6 +11,7 @@
 #include "fnd/String.h"
 #include "scr/CodeTier.h"
 #include "scr/Limits.h"
+#include "scr/Outcome.h"
 
 namespace SCR {
 
@@ -161,6 +162,14 @@ public:
     }
     /// Whether `ask` would stop the script.
     bool mustStop() const;
+    /// Between two executions that are one run: counts the steps and the time of the next one anew.
+    /// Stops the script if it has to stop. Without effect in an inner run.
+    void nextExecution() {
+        ask(nullptr);
+        if (depth_ == 1) startExecution();
+    }
+    /// The number of runs that are open, one within the other.
+    int depth() const { return depth_; }
     /// Whether anything is being compiled or executed.
     bool isRunning() const { return depth_ > 0; }
 
@@ -191,6 +200,8 @@ public:
     /// Stops the script; `report` then logs `message` with the line of `place` or, when that is not
     /// known, of the innermost statement that ran.
     [[noreturn]] void stop(const Node* place, const FND::String& message);
+    /// The same because the host's function `function` failed.
+    [[noreturn]] void stopForFailure(const FND::String& function, const FND::String& message);
     /// The place of the parser when it was stopped, as "line N: ".
     void stoppedAt(const FND::String& prefix) { prefix_ = prefix; }
     [[noreturn]] void stopAtLimit(const Node* place, const char* name, std::int64_t limit);
@@ -204,6 +215,7 @@ private:
     void finish();
     void end() noexcept;
     char* stackEndHere() const;
+    void startExecution();
     void startInterval();
     void lookAtWork();
     void settle(std::int64_t bytes);
@@ -233,8 +245,11 @@ private:
     std::int64_t buffers_ = 0;    // the part of it outside the variables
     std::int64_t codeBytes_ = 0;  // for code
     FND::String message_;         // why the script was last stopped
-    FND::String prefix_;          // where the parser was then
-    FND::String failure_;         // the message of `fail`
+    Outcome::Kind kind_ = Outcome::Kind::Stopped;
+    FND::String limit_;
+    FND::String function_;
+    FND::String prefix_;   // where the parser was then
+    FND::String failure_;  // the message of `fail`
     std::exception_ptr failureInCode_;
     bool wasStopped_ = false;
     bool isStopPending_ = false;

@@ -39,7 +39,8 @@ std::optional<Messages::Message> SwitchAutomaton::build(Interpreter* interpreter
     std::optional<AutomataScope> scope;
     if (interpreter != nullptr) scope.emplace(*interpreter);
     if (!group_) {
-        group_.emplace();
+        isShared_ = interpreter != nullptr && interpreter->filledScript() != nullptr;
+        group_ = std::make_shared<FSM::EngineGroup>();
         group_->stateLimit(stateLimit_);
         if (interpreter != nullptr) group_->byteLimit(interpreter->limits().patternBytes());
     }
@@ -53,9 +54,30 @@ std::optional<Messages::Message> SwitchAutomaton::build(Interpreter* interpreter
     if (interpreter != nullptr && interpreter->isChecking()) {
         warnOfUnreached();
     }
+    if (isShared_) {
+        for (const auto& label : labels_) patterns_.push_back(label->result());
+    }
+    dropLabels();
+    return std::nullopt;
+}
+
+bool SwitchAutomaton::adopt(const PendingBuild& built) {
+    const auto* const other = dynamic_cast<const SwitchAutomaton*>(&built);
+    const auto isSame = [](const std::unique_ptr<StringNode>& label, const FND::String& pattern) {
+        return label->result() == pattern;
+    };
+    if (other == nullptr || stateLimit_ != other->stateLimit_ ||
+        !std::ranges::equal(labels_, other->patterns_, isSame)) {
+        return false;
+    }
+    group_ = other->group_;
+    dropLabels();
+    return true;
+}
+
+void SwitchAutomaton::dropLabels() {
     decltype(labels_)().swap(labels_);
     decltype(lines_)().swap(lines_);
-    return std::nullopt;
 }
 
 std::optional<Messages::Message> SwitchAutomaton::insert(const FND::String& pattern) {

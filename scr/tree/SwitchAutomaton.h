@@ -31,6 +31,7 @@ public:
 
     std::optional<Messages::Message> build(Interpreter* interpreter, std::size_t step,
                                            const FND::String& file) override;
+    bool adopt(const PendingBuild& built) override;
     std::vector<Warning> takeWarnings() override { return std::exchange(warnings_, {}); }
 
     /// The number of the first label that matches `text`, or -1.
@@ -40,16 +41,19 @@ public:
 
 private:
     std::optional<Messages::Message> insert(const FND::String& pattern);
+    void dropLabels();
     // Warns about the cases that no text reaches.
     void warnOfUnreached();
 
     const std::size_t stateLimit_;
     bool isRefused_ = false;  // a pattern was refused
-    std::optional<FSM::EngineGroup> group_;
+    std::shared_ptr<FSM::EngineGroup> group_;
     std::vector<std::unique_ptr<StringNode>> labels_;  // until the set-up
     std::vector<std::int32_t> lines_;                  // until the set-up
     std::vector<std::string_view> places_;             // of the labels, while a script is checked
     std::vector<Warning> warnings_;
+    bool isShared_ = false;              // others may adopt it
+    std::vector<FND::String> patterns_;  // when it is shared
 };
 
 }  // namespace SCR

@@ -1,0 +1,137 @@
+#include "scr/Batch.h"
+
+#include <optional>
+#include <vector>
+
+#include "scr/Function.h"
+#include "scr/Interpreter.h"
+#include "scr/MainExtension.h"
+#include "scr/run/Entry.h"
+#include "scr/run/Link.h"
+#include "scr/run/ScriptMutexes.h"
+#include "scr/value/TypeVisitor.h"
+
+namespace SCR {
+
+namespace {
+
+// A column, and the storage of its variable.
+class BoundColumn {
+public:
+    // `variable` has the column's type.
+    BoundColumn(const Column& column, Variable& variable)
+        : type_(column.isView() ? viewCM : column.type()), values_(column.values()) {
+        withType(HostTypes(), column.type(), [&]<class Type>(Type) {
+            stored_ = &static_cast<typename Type::Variable&>(variable).value();
+            return true;
+        });
+    }
+
+    // Copies the value of record `index` to the variable.
+    void read(std::size_t index) const {
+        visit([&]<class T>(T* stored) {
+            if constexpr (std::is_same_v<T, FND::String>) {
+                if (type_ == viewCM) {
+                    stored->assign(static_cast<const std::string_view*>(values_)[index]);
+                    return;
+                }
+            }
+            *stored = static_cast<const T*>(values_)[index];
+        });
+    }
+    void write(std::size_t index) const {
+        visit([&]<class T>(T* stored) { static_cast<T*>(values_)[index] = *stored; });
+    }
+
+private:
+    static constexpr int viewCM = -1;
+
+    template <class Action>
+    void visit(const Action& action) const {
+        switch (type_) {
+            case TypeCode::Long:
+                return action(static_cast<long*>(stored_));
+            case TypeCode::Bool:
+                return action(static_cast<bool*>(stored_));
+            case TypeCode::Decimal:
+                return action(static_cast<FND::Decimal*>(stored_));
+            case TypeCode::Date:
+                return action(static_cast<FND::DateTime*>(stored_));
+            case TypeCode::Nexid:
+                return action(static_cast<FND::Identifier*>(stored_));
+            default:
+                return action(static_cast<FND::String*>(stored_));
+        }
+    }
+
+    int type_;
+    void* values_;
+    void* stored_ = nullptr;
+};
+
+struct BoundColumns {
+    std::vector<BoundColumn> inputs;
+    std::vector<BoundColumn> outputs;
+
+    // Why that is not possible; empty when it is done.
+    FND::String bind(Interpreter& interpreter, std::span<const Column> columns, std::size_t count) {
+        for (const Column& column : columns) {
+            Variable* const variable = interpreter.getVariable({}, column.name());
+            const bool isInput = column.use() == Column::Use::Input;
+            const FND::String about = "column `" + column.name() + "': ";
+            if (variable == nullptr) return about + "there is no such variable";
+            if (Node::baseType(variable->dataType()) != column.type()) {
+                return about + "the variable is " + Node::datatypeAsString(variable->dataType()) +
+                       ", not " + Node::datatypeAsString(column.type());
+            }
+            if (isInput && !Node::isLeft(variable->dataType())) return about + "it is a constant";
+            if (column.size() < count) {
+                return about + "it has " + std::to_string(column.size()) + " of " +
+                       std::to_string(count) + " values";
+            }
+            (isInput ? inputs : outputs).emplace_back(column, *variable);
+        }
+        return {};
+    }
+};
+
+}  // namespace
+
+BatchOutcome Interpreter::executeBatch(std::span<const Column> columns, std::size_t count,
+                                       std::size_t first) {
+    std::size_t record = first;
+    FND::String problem;
+    BoundColumns bound;
+    const auto execute = [&] {
+        if (!link().isReady) {
+            problem = "no script is compiled";
+        } else if (!contain(*this, [&] {
+                       problem = bound.bind(*this, columns, count);
+                       return true;
+                   })) {
+            return Outcome::Kind::Failed;
+        }
+        if (!problem.empty()) return Outcome::Kind::Finished;
+        Function& main = mainFunction();
+        RunControl& control = runControl();
+        const bool isDone = enterRun(*this, [&] {
+            while (record < count) {
+                for (const BoundColumn& column : bound.inputs) column.read(record);
+                if (main.execute() != Node::goOn) [[unlikely]]
+                    mainExtension().mutexes().giveUp();
+                for (const BoundColumn& column : bound.outputs) column.write(record);
+                ++record;
+                control.nextExecution();
+            }
+            return true;
+        });
+        if (isDone) return Outcome::Kind::Finished;
+        mainExtension().mutexes().giveUp();
+        return Outcome::Kind::Failed;
+    };
+    Outcome outcome = watch(std::ref(execute));
+    if (outcome && !problem.empty()) outcome = Outcome::refused(problem);
+    return {std::move(outcome), record};
+}
+
+}  // namespace SCR
