@@ -5,7 +5,8 @@ set(kestrel_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Kestrel)
 
 install(TARGETS kestrel EXPORT KestrelTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    FILE_SET HEADERS DESTINATION ${kestrel_include_dir} COMPONENT headers)
+    FILE_SET HEADERS DESTINATION ${kestrel_include_dir} COMPONENT headers
+    FILE_SET c DESTINATION ${kestrel_include_dir} COMPONENT headers)
 install(EXPORT KestrelTargets NAMESPACE Kestrel:: DESTINATION ${kestrel_package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/KestrelConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)

@@ -2,7 +2,7 @@
 # version script that keeps everything else in.
 add_library(kestrel SHARED)
 add_library(Kestrel::kestrel ALIAS kestrel)
-set(kestrel_layers kestrel_fnd kestrel_fsm kestrel_scr)
+set(kestrel_layers kestrel_fnd kestrel_fsm kestrel_scr kestrel_capi)
 target_link_libraries(kestrel PRIVATE ${kestrel_layers} ${CMAKE_DL_LIBS})
 target_compile_features(kestrel PUBLIC cxx_std_20)
 kestrel_warnings(kestrel)
@@ -16,6 +16,10 @@ foreach(layer IN LISTS kestrel_layers)
             FILES ${headers})
     endif()
 endforeach()
+
+# Hosts in C include it by its name alone.
+target_sources(kestrel PUBLIC FILE_SET c TYPE HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/capi
+    FILES ${PROJECT_SOURCE_DIR}/capi/kestrel.h)
 
 set(kestrel_exports ${CMAKE_CURRENT_LIST_DIR}/kestrel.map)
 # Calls within the library go straight to their targets; nobody may redirect them.

@@ -23,7 +23,7 @@ foreach(line IN LISTS lines)
         set(interpreter TRUE)
     endif()
     if(NOT symbol MATCHES "^${of}(SCR|FSM|FND)::" AND NOT symbol MATCHES "^FND_[A-Z0-9_]+(\\[abi|$)"
-            AND NOT symbol MATCHES "^SCR_YaccError\\(")
+            AND NOT symbol MATCHES "^SCR_YaccError\\(" AND NOT symbol MATCHES "^kestrel_[a-z_]+$")
         list(APPEND foreign "${symbol}")
     endif()
 endforeach()

@@ -1,0 +1,369 @@
+/* The interface for C, used as C99, with values, calls and handles that are wrong in every way. */
+
+#include <pthread.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "kestrel.h"
+
+static int failures = 0;
+
+static void expect(int holds, const char* what, int line) {
+    if (holds) return;
+    kestrel_diagnostic error;
+    kestrel_error(&error);
+    printf("line %d: %s; the last error: %s\n", line, what, error.text);
+    ++failures;
+}
+#define EXPECT(condition) expect((condition), #condition, __LINE__)
+
+/* Whether the last error is this one. */
+static int told(const char* text) {
+    kestrel_diagnostic error;
+    kestrel_error(&error);
+    return strcmp(error.text, text) == 0;
+}
+
+static int area(kestrel_call* call, void* data) {
+    kestrel_value width;
+    kestrel_value height;
+    EXPECT(kestrel_call_get(call, 0, &width) == KESTREL_FINISHED);
+    if (kestrel_call_count(call) == 1) {
+        height = width;
+    } else {
+        EXPECT(kestrel_call_get(call, 1, &height) == KESTREL_FINISHED);
+    }
+    if (width.as.number < 0) return kestrel_call_fail(call, "negative"), 1;
+    kestrel_value wrong = kestrel_string("x", 1);
+    EXPECT(kestrel_call_result(call, &wrong) == KESTREL_REFUSED);
+    kestrel_value result = kestrel_long(width.as.number * height.as.number);
+    EXPECT(kestrel_call_result(call, &result) == KESTREL_FINISHED);
+    EXPECT(kestrel_call_set(call, 0, &result) == KESTREL_REFUSED);
+    *(kestrel_call**)data = call;
+    return 0;
+}
+
+static int cut(kestrel_call* call, void* data) {
+    kestrel_value text;
+    (void)data;
+    EXPECT(kestrel_call_get(call, 0, &text) == KESTREL_FINISHED);
+    EXPECT(kestrel_call_get(call, 1, &text) == KESTREL_REFUSED);
+    EXPECT(kestrel_call_get(call, 0, &text) == KESTREL_FINISHED);
+    char copy[16];
+    size_t size = text.as.text.size < 3 ? text.as.text.size : 3;
+    memcpy(copy, text.as.text.data, size);
+    kestrel_value shorter = kestrel_string(copy, size);
+    EXPECT(kestrel_call_set(call, 0, &shorter) == KESTREL_FINISHED);
+    return 0;
+}
+
+/* Calls the interpreter while it runs. */
+static int again(kestrel_call* call, void* data) {
+    kestrel_interpreter* own = kestrel_call_interpreter(call);
+    int* depth = data;
+    EXPECT(own != NULL);
+    EXPECT(kestrel_compile(own, "", KESTREL_NUL) == KESTREL_REFUSED);
+    EXPECT(kestrel_interpreter_free(own) == KESTREL_REFUSED);
+    EXPECT(kestrel_output_to(own, NULL, NULL) == KESTREL_REFUSED);
+    if (++*depth < 3) EXPECT(kestrel_call_script(own, "nest", NULL, 0, NULL) == KESTREL_FINISHED);
+    return 0;
+}
+
+static char record[32] = "Ann";
+static int readField(kestrel_call* call, void* data) {
+    kestrel_value field;
+    (void)data;
+    EXPECT(kestrel_call_get(call, 0, &field) == KESTREL_FINISHED && field.type == KESTREL_FIELD);
+    EXPECT(field.as.field.id == 7 && strcmp(field.as.field.name.data, "name") == 0);
+    kestrel_value value = kestrel_string(record, KESTREL_NUL);
+    return (int)kestrel_call_result(call, &value);
+}
+static int writeField(kestrel_call* call, void* data) {
+    kestrel_value value;
+    (void)data;
+    EXPECT(kestrel_call_get(call, 1, &value) == KESTREL_FINISHED);
+    snprintf(record, sizeof record, "%.*s", (int)value.as.text.size, value.as.text.data);
+    return 0;
+}
+static int64_t fieldId(void* data, const char* name, size_t size) {
+    (void)data;
+    return size == 4 && memcmp(name, "name", 4) == 0 ? 7 : -1;
+}
+
+static void count(void* data) { ++*(int*)data; }
+static void countLog(void* data, const kestrel_diagnostic* message) {
+    *(int*)data += message->severity == 4;
+}
+static int collect(void* data, const char* text, size_t size) {
+    strncat(data, text, size);
+    return 1;
+}
+static int addUp(void* data, kestrel_text key, const kestrel_value* value) {
+    *(int64_t*)data += value->as.number * (int64_t)key.size;
+    return 0;
+}
+
+static void* interrupt(void* interpreter) {
+    /* Ends, too, when nothing runs, as then the test has failed. */
+    for (long tries = 0; tries < 50000000 && !kestrel_interrupt(interpreter); ++tries) {
+    }
+    return NULL;
+}
+static void* intrude(void* variable) {
+    kestrel_value value = kestrel_long(1);
+    return kestrel_set(variable, &value) == KESTREL_REFUSED ? variable : NULL;
+}
+static int second(kestrel_call* call, void* data) {
+    pthread_t thread;
+    void* refused = NULL;
+    (void)call;
+    pthread_create(&thread, NULL, intrude, *(kestrel_variable**)data);
+    pthread_join(thread, &refused);
+    EXPECT(refused != NULL);
+    return 0;
+}
+
+static void values(void) {
+    char text[48];
+    kestrel_decimal third = kestrel_decimal_compute(kestrel_decimal_from_long(1), '/',
+                                                    kestrel_decimal_from_text("3", 1));
+    EXPECT(kestrel_decimal_to_text(third, text, sizeof text) == 30);
+    EXPECT(strcmp(text, "0.3333333333333333333333333333") == 0);
+    EXPECT(kestrel_decimal_to_text(third, text, 5) == 30 && strcmp(text, "0.33") == 0);
+    EXPECT(kestrel_decimal_compare(kestrel_decimal_from_double(0.1),
+                                   kestrel_decimal_from_text("0.10", KESTREL_NUL)) == 0);
+    EXPECT(!kestrel_decimal_is_valid(kestrel_decimal_compute(third, '?', third)));
+    EXPECT(!kestrel_decimal_is_valid(kestrel_decimal_from_text(NULL, 4)));
+    /* Words that no decimal has. */
+    const uint64_t words[][2] = {{0, 29},
+                                 {UINT64_MAX, 0x100},
+                                 {1, 0x100},
+                                 {0, ~UINT64_C(0)},
+                                 {UINT64_C(1000000000000000000), 0}};
+    for (size_t i = 0; i < sizeof words / sizeof *words; ++i) {
+        kestrel_decimal made = {{words[i][0], words[i][1]}};
+        EXPECT(kestrel_decimal_is_valid(made) == (i == 1));
+    }
+}
+
+static void talk(void) {
+    int released = 0;
+    int logged = 0;
+    int depth = 0;
+    char printed[64] = "";
+    kestrel_call* dead = NULL;
+    kestrel_variable* guarded = NULL;
+    kestrel_interpreter* own = kestrel_interpreter_new(countLog, &logged);
+    EXPECT(kestrel_add_function(own, "Long area(Long width, [Long height])", area, &dead, NULL) ==
+           KESTREL_FINISHED);
+    EXPECT(kestrel_add_function(own, "Void cut(String& text)", cut, &released, count) ==
+           KESTREL_FINISHED);
+    EXPECT(kestrel_add_function(own, "Void again()", again, &depth, NULL) == KESTREL_FINISHED);
+    EXPECT(kestrel_add_function(own, "Void second()", second, &guarded, NULL) == KESTREL_FINISHED);
+    EXPECT(kestrel_field_ids(own, fieldId, NULL) == KESTREL_FINISHED);
+    EXPECT(kestrel_add_field(own, "String edrString(Field)", readField, writeField, NULL, NULL) ==
+           KESTREL_FINISHED);
+    const char* const refused[] = {"",
+                                   "area",
+                                   "Lon f()",
+                                   "Long f(",
+                                   "Long f(,)",
+                                   "Long f(Void)",
+                                   "Field f()",
+                                   "Long f([Long], Long)",
+                                   "Long f() x",
+                                   "Long area()",
+                                   "Long f([Long&])",
+                                   "Long f(Long,Long,Long,Long,Long,Long,Long,Long,Long,Long)"};
+    for (size_t i = 0; i < sizeof refused / sizeof *refused; ++i) {
+        EXPECT(kestrel_add_function(own, refused[i], area, &released, count) == KESTREL_REFUSED);
+    }
+    EXPECT(released == 0);
+    kestrel_value seven = kestrel_long(7);
+    EXPECT(kestrel_declare(own, "amount", &seven) == KESTREL_FINISHED);
+    EXPECT(kestrel_constant(own, "SEVEN", &seven) == KESTREL_FINISHED);
+    EXPECT(kestrel_constant(own, "SEVEN", &seven) == KESTREL_REFUSED);
+    EXPECT(kestrel_limit(own, "steps", 1000) == KESTREL_FINISHED);
+    EXPECT(kestrel_limit(own, "stairs", 1000) == KESTREL_REFUSED);
+    const char* none[] = {"shell", "nothing"};
+    EXPECT(kestrel_capabilities(own, none, 2) == KESTREL_REFUSED);
+    EXPECT(kestrel_capabilities(own, NULL, 0) == KESTREL_FINISHED);
+    EXPECT(kestrel_time_zone(own, "UTC") == KESTREL_FINISHED);
+    EXPECT(kestrel_output_to(own, collect, printed) == KESTREL_FINISHED);
+
+    EXPECT(kestrel_compile(own, "system(\"true\");", KESTREL_NUL) == KESTREL_INVALID);
+    kestrel_diagnostic message;
+    EXPECT(kestrel_diagnostic_get(own, 0, &message) == KESTREL_FINISHED && message.line == 1);
+    EXPECT(logged > 0);
+    EXPECT(kestrel_compile(
+               own,
+               "Decimal price; Long list[]; Long by{}; String name; String lists[][];"
+               "name = \"Anneliese\"; cut(name); price = longToDecimal(area(amount, 2));"
+               "list[2] = area(3); by{\"k\"} = 4; edrString(name) = edrString(name) + name;"
+               "again(); second(); logStdout(name);"
+               "function nest { again(); }"
+               "function String greet(String who, Long times) { if (times > 0) "
+               "{ return who + longToStr(times); } }"
+               "function Bool loop(Bool b) { while (b) {} return true; }"
+               "function END { logStdout(\" end\"); again(); }",
+               KESTREL_NUL) == KESTREL_FINISHED);
+    guarded = kestrel_variable_new(own, "amount");
+    kestrel_variable* price = kestrel_variable_new(own, "price");
+    kestrel_variable* list = kestrel_variable_new(own, "list");
+    kestrel_variable* by = kestrel_variable_new(own, "by");
+    kestrel_variable* lists = kestrel_variable_new(own, "lists");
+    EXPECT(kestrel_variable_new(own, "prize") == NULL);
+    EXPECT(told("ERROR: there is no variable `prize'"));
+    EXPECT(kestrel_execute(own) == KESTREL_FINISHED);
+    EXPECT(depth == 3 && strcmp(printed, "Ann") == 0 && strcmp(record, "AnnAnn") == 0);
+    kestrel_value value;
+    EXPECT(kestrel_get(price, &value) == KESTREL_FINISHED && value.type == KESTREL_DECIMAL);
+    EXPECT(kestrel_decimal_compare(value.as.decimal, kestrel_decimal_from_long(14)) == 0);
+    EXPECT(kestrel_set(price, &seven) == KESTREL_FINISHED);
+    value = kestrel_bool(1);
+    EXPECT(kestrel_set(price, &value) == KESTREL_REFUSED);
+    EXPECT(told("ERROR: `price': the value has another type"));
+    EXPECT(kestrel_size(list) == 3 && kestrel_size(by) == 1 && kestrel_size(price) == 0);
+    EXPECT(kestrel_array_get(list, 2, &value) == KESTREL_FINISHED && value.as.number == 9);
+    EXPECT(kestrel_array_get(list, 3, &value) == KESTREL_REFUSED);
+    EXPECT(kestrel_array_set(list, 4, &seven) == KESTREL_FINISHED && kestrel_size(list) == 5);
+    EXPECT(kestrel_array_set(by, 4, &seven) == KESTREL_REFUSED);
+    EXPECT(kestrel_array_get(lists, 0, &value) == KESTREL_REFUSED);
+    EXPECT(kestrel_hash_set(by, "longer", KESTREL_NUL, &seven) == KESTREL_FINISHED);
+    EXPECT(kestrel_hash_get(by, "k", 1, &value) == KESTREL_FINISHED && value.as.number == 4);
+    EXPECT(kestrel_hash_get(by, "none", 4, &value) == KESTREL_REFUSED);
+    int64_t sum = 0;
+    EXPECT(kestrel_hash_visit(by, addUp, &sum) == KESTREL_FINISHED && sum == 4 + 7 * 6);
+    EXPECT(kestrel_clear(by) == KESTREL_FINISHED && kestrel_size(by) == 0);
+    EXPECT(kestrel_variable_type(by) == KESTREL_HASH);
+
+    kestrel_value arguments[] = {kestrel_string("Bob", KESTREL_NUL), kestrel_long(3)};
+    EXPECT(kestrel_call_script(own, "greet", arguments, 2, &value) == KESTREL_FINISHED);
+    EXPECT(value.type == KESTREL_STRING && strcmp(value.as.text.data, "Bob3") == 0);
+    arguments[1].as.number = 0;
+    EXPECT(kestrel_call_script(own, "greet", arguments, 2, &value) == KESTREL_FINISHED);
+    EXPECT(value.type == KESTREL_STRING && value.as.text.size == 0);
+    EXPECT(kestrel_call_script(own, "greet", arguments, 1, &value) == KESTREL_REFUSED);
+    EXPECT(kestrel_call_script(own, "greet", arguments + 1, 2, &value) == KESTREL_REFUSED);
+    EXPECT(kestrel_call_script(own, "greets", arguments, 2, &value) == KESTREL_REFUSED);
+    arguments[0] = kestrel_bool(1);
+    EXPECT(kestrel_call_script(own, "loop", arguments, 1, &value) == KESTREL_STOPPED);
+    kestrel_error(&message);
+    EXPECT(strcmp(message.limit, "steps") == 0);
+    EXPECT(kestrel_limit(own, "steps", -1) == KESTREL_FINISHED);
+    pthread_t thread;
+    pthread_create(&thread, NULL, interrupt, own);
+    EXPECT(kestrel_call_script(own, "loop", arguments, 1, &value) == KESTREL_STOPPED);
+    pthread_join(thread, NULL);
+    value = kestrel_long(-1);
+    EXPECT(kestrel_set(guarded, &value) == KESTREL_FINISHED);
+    EXPECT(kestrel_execute(own) == KESTREL_FAILED);
+    kestrel_error(&message);
+    EXPECT(strcmp(message.function, "area") == 0 && message.line == 1);
+
+    int holds = 0;
+    int32_t first = 0;
+    EXPECT(kestrel_compile_query(own, "amount == -1", KESTREL_NUL) == KESTREL_FINISHED);
+    EXPECT(kestrel_query(own, &holds) == KESTREL_FINISHED && holds);
+    kestrel_conditions* conditions = kestrel_conditions_new(own, "amount > 0; amount < 0;", 23);
+    EXPECT(kestrel_conditions_count(conditions) == 2);
+    EXPECT(kestrel_conditions_first(conditions, &first) == KESTREL_FINISHED && first == 1);
+    EXPECT(kestrel_conditions_hold(conditions, 0, &holds) == KESTREL_FINISHED && !holds);
+    EXPECT(kestrel_conditions_hold(conditions, 2, &holds) == KESTREL_REFUSED);
+    EXPECT(kestrel_conditions_new(own, "1;", KESTREL_NUL) == NULL);
+
+    /* Whatever is dead is refused: a call that has returned, and all that an interpreter had. */
+    EXPECT(kestrel_call_result(dead, &seven) == KESTREL_REFUSED && kestrel_call_count(dead) == 0);
+    EXPECT(kestrel_finish(own) == KESTREL_FINISHED && strcmp(printed, "Ann end") == 0);
+    EXPECT(kestrel_interpreter_free(own) == KESTREL_FINISHED && released == 1);
+    EXPECT(kestrel_interpreter_free(own) == KESTREL_REFUSED);
+    EXPECT(told("ERROR: the handle names no interpreter"));
+    EXPECT(kestrel_execute(own) == KESTREL_REFUSED && kestrel_diagnostic_count(own) == 0);
+    EXPECT(!kestrel_interrupt(own));
+    EXPECT(kestrel_get(price, &value) == KESTREL_REFUSED && kestrel_size(list) == 0);
+    EXPECT(kestrel_variable_type(price) == KESTREL_VOID);
+    EXPECT(kestrel_conditions_first(conditions, &first) == KESTREL_REFUSED);
+    EXPECT(kestrel_call_set(dead, 0, &seven) == KESTREL_REFUSED);
+    EXPECT(kestrel_conditions_free(conditions) == KESTREL_FINISHED);
+    kestrel_variable* const all[] = {guarded, price, list, by, lists};
+    for (size_t i = 0; i < 5; ++i) EXPECT(kestrel_variable_free(all[i]) == KESTREL_FINISHED);
+    EXPECT(kestrel_variable_free(price) == KESTREL_REFUSED);
+    /* Of another kind, or never a handle. */
+    kestrel_interpreter* other = kestrel_interpreter_new(NULL, NULL);
+    EXPECT(kestrel_get((kestrel_variable*)other, &value) == KESTREL_REFUSED);
+    EXPECT(kestrel_execute((kestrel_interpreter*)&value) == KESTREL_REFUSED);
+    EXPECT(kestrel_interpreter_free(other) == KESTREL_FINISHED);
+}
+
+static void nulls(void) {
+    kestrel_interpreter* own = kestrel_interpreter_new(NULL, NULL);
+    EXPECT(kestrel_compile(own, NULL, 5) == KESTREL_REFUSED);
+    EXPECT(kestrel_add_function(own, NULL, area, NULL, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_add_function(own, "Long f()", NULL, NULL, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_declare(own, NULL, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_variable_new(own, NULL) == NULL && kestrel_variable_new(NULL, "a") == NULL);
+    EXPECT(kestrel_call_script(own, NULL, NULL, 0, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_call_script(own, "f", NULL, 2, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_include_path(own, NULL, 1) == KESTREL_REFUSED);
+    EXPECT(kestrel_limit(own, NULL, 1) == KESTREL_REFUSED);
+    EXPECT(kestrel_query(own, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_program_new(NULL, 0, NULL, NULL) == NULL);
+    EXPECT(kestrel_conditions_new(own, NULL, 0) == NULL);
+    EXPECT(kestrel_patterns_new(NULL, 1) == NULL);
+    EXPECT(kestrel_interpreter_free(NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_call_count(NULL) == 0 && kestrel_call_interpreter(NULL) == NULL);
+    kestrel_error(NULL);
+    EXPECT(kestrel_interpreter_free(own) == KESTREL_FINISHED);
+}
+
+static void prepare(kestrel_interpreter* interpreter, void* data) {
+    kestrel_value one = kestrel_long(1);
+    ++*(int*)data;
+    EXPECT(kestrel_declare(interpreter, "step", &one) == KESTREL_FINISHED);
+    EXPECT(kestrel_interpreter_free(interpreter) == KESTREL_REFUSED);
+}
+
+static void programs(void) {
+    int prepared = 0;
+    kestrel_program* program =
+        kestrel_program_new("Long n; function BEGIN { n = 5; } n = n + step; Long unused;",
+                            KESTREL_NUL, prepare, &prepared);
+    EXPECT(kestrel_program_status(program) == KESTREL_FINISHED);
+    EXPECT(kestrel_program_diagnostic_count(program) == 1);
+    kestrel_interpreter* a = kestrel_interpreter_from(program, NULL, NULL);
+    kestrel_interpreter* b = kestrel_interpreter_from(program, NULL, NULL);
+    EXPECT(kestrel_program_free(program) == KESTREL_FINISHED);
+    EXPECT(kestrel_interpreter_from(program, NULL, NULL) == NULL);
+    EXPECT(prepared == 3 && kestrel_execute(a) == KESTREL_FINISHED);
+    kestrel_variable* n = kestrel_variable_new(a, "n");
+    kestrel_value value;
+    EXPECT(kestrel_get(n, &value) == KESTREL_FINISHED && value.as.number == 6);
+    EXPECT(kestrel_variable_free(n) == KESTREL_FINISHED);
+    EXPECT(kestrel_interpreter_free(a) == KESTREL_FINISHED);
+    EXPECT(kestrel_execute(b) == KESTREL_FINISHED);
+    EXPECT(kestrel_interpreter_free(b) == KESTREL_FINISHED);
+
+    kestrel_program* broken = kestrel_program_new("Long", 4, NULL, NULL);
+    kestrel_diagnostic message;
+    EXPECT(kestrel_program_status(broken) == KESTREL_INVALID);
+    EXPECT(kestrel_program_diagnostic_get(broken, 0, &message) == KESTREL_FINISHED);
+    EXPECT(kestrel_interpreter_from(broken, NULL, NULL) == NULL);
+    EXPECT(kestrel_program_free(broken) == KESTREL_FINISHED);
+
+    const char* const patterns[] = {"ab*", "c.", "("};
+    EXPECT(kestrel_patterns_new(patterns, 3) == NULL);
+    kestrel_patterns* automaton = kestrel_patterns_new(patterns, 2);
+    EXPECT(kestrel_patterns_match(automaton, "cd", 2) == 1);
+    EXPECT(kestrel_patterns_match(automaton, "x", KESTREL_NUL) == -1);
+    EXPECT(kestrel_patterns_free(automaton) == KESTREL_FINISHED);
+    EXPECT(kestrel_patterns_match(automaton, "cd", 2) == -1);
+}
+
+int main(void) {
+    values();
+    talk();
+    nulls();
+    programs();
+    printf("%d failures\n", failures);
+    return failures != 0;
+}
