@@ -1,6 +1,5 @@
 #include "scr/Batch.h"
 
-#include <optional>
 #include <vector>
 
 #include "scr/Function.h"
@@ -69,9 +68,26 @@ private:
     void* stored_ = nullptr;
 };
 
+// Most columns have Longs, which are copied without asking for their type.
+struct LongColumn {
+    long* values;
+    long* stored;
+};
+
 struct BoundColumns {
+    std::vector<LongColumn> longInputs;
+    std::vector<LongColumn> longOutputs;
     std::vector<BoundColumn> inputs;
     std::vector<BoundColumn> outputs;
+
+    void read(std::size_t record) const {
+        for (const LongColumn& column : longInputs) *column.stored = column.values[record];
+        for (const BoundColumn& column : inputs) column.read(record);
+    }
+    void write(std::size_t record) const {
+        for (const LongColumn& column : longOutputs) column.values[record] = *column.stored;
+        for (const BoundColumn& column : outputs) column.write(record);
+    }
 
     // Why that is not possible; empty when it is done.
     FND::String bind(Interpreter& interpreter, std::span<const Column> columns, std::size_t count) {
@@ -89,7 +105,13 @@ struct BoundColumns {
                 return about + "it has " + std::to_string(column.size()) + " of " +
                        std::to_string(count) + " values";
             }
-            (isInput ? inputs : outputs).emplace_back(column, *variable);
+            if (column.type() == TypeCode::Long) {
+                (isInput ? longInputs : longOutputs)
+                    .push_back({static_cast<long*>(column.values()),
+                                &static_cast<LongVariable&>(*variable).value()});
+            } else {
+                (isInput ? inputs : outputs).emplace_back(column, *variable);
+            }
         }
         return {};
     }
@@ -116,10 +138,10 @@ BatchOutcome Interpreter::executeBatch(std::span<const Column> columns, std::siz
         RunControl& control = runControl();
         const bool isDone = enterRun(*this, [&] {
             while (record < count) {
-                for (const BoundColumn& column : bound.inputs) column.read(record);
+                bound.read(record);
                 if (main.execute() != Node::goOn) [[unlikely]]
                     mainExtension().mutexes().giveUp();
-                for (const BoundColumn& column : bound.outputs) column.write(record);
+                bound.write(record);
                 ++record;
                 control.nextExecution();
             }

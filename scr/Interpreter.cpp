@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <optional>
 #include <typeinfo>
 #include <utility>
 
@@ -57,13 +56,12 @@ private:
 // What becomes known of a call whose outcome is wanted.
 struct Interpreter::Watching {
     Outcome::Kind kind = Outcome::Kind::Failed;
-    int depth = 0;             // of the runs around it
-    bool isCompile = false;    // the first error counts, otherwise the last one
-    bool isStopped = false;    // kind, limit and function are known
-    bool isExhausted = false;  // there was no memory
-    FND::String limit;
-    FND::String function;
-    std::optional<Diagnostic> error;
+    int depth = 0;                              // of the runs around it
+    bool isCompile = false;                     // the first error counts, otherwise the last one
+    bool isStopped = false;                     // kind, limit and function are known
+    bool isExhausted = false;                   // there was no memory
+    bool hasError = false;                      // the diagnostic is that of an error
+    std::unique_ptr<Outcome::Details> details;  // rarely needed, so it takes no time to make
 };
 
 // The whole state of an interpreter.
@@ -190,11 +188,8 @@ Outcome Interpreter::State::watch(bool isCompile, Action action) {
     if (kind <= Outcome::Kind::Returned) [[likely]]
         return Outcome(kind);
     if (now.isExhausted) return Outcome(Outcome::Kind::Failed);
-    Outcome::Details details;
-    details.limit = std::move(now.limit);
-    details.function = std::move(now.function);
-    if (now.error) details.diagnostic = *std::move(now.error);
-    return {now.isStopped ? now.kind : kind, std::move(details)};
+    return {now.isStopped ? now.kind : kind,
+            now.details != nullptr ? std::move(*now.details) : Outcome::Details()};
 }
 
 template <class Action>
@@ -216,14 +211,15 @@ void Interpreter::noteStop(Outcome::Kind kind, const FND::String& limit,
     watching.isStopped = true;
     watching.isCompile = false;
     watching.kind = kind;
-    watching.limit = limit;
-    watching.function = function;
+    if (!watching.details) watching.details = std::make_unique<Outcome::Details>();
+    watching.details->limit = limit;
+    watching.details->function = function;
 }
 
 void Interpreter::State::refuse(const char* reason) {
     contain(interpreter, [&] {
         interpreter.noteStop(Outcome::Kind::Refused, {}, {});
-        watching->error = Outcome::refused(reason).diagnostic();
+        watching->details->diagnostic = Outcome::refused(reason).diagnostic();
         return false;
     });
 }
@@ -363,7 +359,9 @@ void Interpreter::State::logReentries(const ScriptRecord& record) {
 }
 
 bool Interpreter::State::parseScript(const Source& source) {
-    if (mainExtension == nullptr || (source.text == nullptr && source.shared == nullptr)) {
+    if (mainExtension == nullptr) return false;
+    if (source.text == nullptr && source.shared == nullptr) {
+        interpreter.logError("ERROR: the program did not compile");
         return false;
     }
     const NodeMemory::Scope memory;
@@ -793,8 +791,10 @@ void Interpreter::diagnose(Diagnostic diagnostic) {
     }
     Watching* const watching = state_->watching;
     if (watching != nullptr && diagnostic.logSeverity >= FND::Status::Error &&
-        !diagnostic.isDetail && !(watching->isCompile && watching->error)) {
-        watching->error = diagnostic;
+        !diagnostic.isDetail && !(watching->isCompile && watching->hasError)) {
+        if (!watching->details) watching->details = std::make_unique<Outcome::Details>();
+        watching->details->diagnostic = diagnostic;
+        watching->hasError = true;
     }
     state_->deliver(diagnostic);
     constexpr std::size_t mostKept = 100;

@@ -168,7 +168,7 @@ constexpr MessagePage pagesS[] = {
      "Nexid n;\nnexidSet(n, 42, \"/account\", 1, 0);\nlogStdout(nexidToStr(n));\n"},
     {MessageCode::HostContract, errorS, "a fault in an extension of the host",
      "The script is not to blame: a function or library that the host provides does not keep to "
-     "its contract.",
+     "its contract, or the host asked for what the script does not have.",
      "", ""},
     {MessageCode::SwitchType, errorS, "a switch over another type",
      "A `switch` tells Longs or Strings apart, a `regExprSwitch` Strings.",
