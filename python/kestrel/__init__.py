@@ -70,7 +70,7 @@ def _type_name(annotation, what):
 
 class Program(_kestrel.Program):
     """A script compiled and checked once, for the interpreters of several threads. `setup(interpreter)`
-    prepares each of them. Raises Invalid; `diagnostics` then are those of the exception's `program`."""
+    prepares each of them. Raises Invalid for a text with errors; `diagnostics` has the warnings."""
 
     def __init__(self, text, setup=None):
         super().__init__(text, _prepared(setup) if setup is not None else None)
