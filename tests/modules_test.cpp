@@ -1,5 +1,7 @@
 // Walks the tables of the modules: examples, signatures, limits and stops of every function.
 
+#include <random>
+
 #include "Allocations.h"
 #include "Examples.h"
 #include "Script.h"
@@ -268,6 +270,57 @@ TEST(Modules, EachCanBeStopped) {
                 }
             }
         });
+}
+
+// The second of two equal patterns is always left to the library.
+TEST(Modules, PatternsMatchedStraightOnFindTheSame) {
+    const std::vector<std::string> parts{"a",        "b",    "ab",     "\\d",     "\\w",
+                                         "\\S",      "[^a]", ".",      "[a-c,-]", "\\.",
+                                         "[\\s\\d]", "\\n",  "[^\\w]", "\\D",     "k"};
+    const std::vector<std::string> counts{"", "", "", "+", "*", "?", "{2}", "{1,2}", "{2,}", "{0}"};
+    const std::vector<std::string> bytes{"a",  "b", "c",        "1",    "22",
+                                         "_",  ".", ",",        "-",    " ",
+                                         "\n", "k", "\xC3\xA4", "\xFF", std::string(1, '\0')};
+    std::mt19937 random(1);
+    const auto any = [&](const auto& from) { return from[random() % from.size()]; };
+    Harness::MemoryLog log;
+    SCR::Interpreter interpreter(&log);
+    std::string pattern;
+    std::string other;
+    std::string text;
+    auto* const host = SCR::HostExtension::insert(interpreter, "host");
+    host->function("pattern", [&](long which) { return which == 0 ? pattern : other; });
+    host->function("text", [&] { return text; });
+    host->function("compare", [&](const FND::String& straight, const FND::String& library) {
+        ASSERT_EQ(straight, library) << pattern << " in " << testing::PrintToString(text);
+    });
+    ASSERT_TRUE(interpreter.compile(
+        "use text; String r[]; Long i; for (i = 0; i < 2; i = i + 1) { String p = pattern(i); "
+        "String t = text(); String g[]; String all[]; text::captures(t, p, g);"
+        "text::findAll(t, p, all); r[i] = text::join(g, \"|\") + \"/\" + text::join(all, \"|\") + "
+        "\"/\" + text::replacePattern(t, p, \"<\\\\0>\"); }"
+        "compare(r[0], r[1]);"))
+        << log.text;
+    for (int i = 0; i < 3000; ++i) {
+        pattern = random() % 4 == 0 ? "^" : "";
+        bool isOpen = false;
+        for (auto left = random() % 6 + 1; left > 0; --left) {
+            if (random() % 3 == 0) {
+                pattern += isOpen ? ")" : "(";
+                isOpen = !isOpen;
+            }
+            pattern += any(parts) + any(counts);
+        }
+        pattern += isOpen ? ")" : "";
+        pattern += random() % 4 == 0 ? "$" : "";
+        other = "(?:" + pattern + ")";
+        for (int k = 0; k < 8; ++k) {
+            text.clear();
+            for (auto left = random() % 12; left > 0; --left) text += any(bytes);
+            ASSERT_TRUE(interpreter.execute()) << log.text;
+        }
+    }
+    EXPECT_EQ(log.text, "");
 }
 
 }  // namespace

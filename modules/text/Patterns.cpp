@@ -4,16 +4,28 @@
 #include <memory>
 #include <optional>
 
+#include "modules/text/StraightPattern.h"
 #include "modules/text/Text.h"
 
 namespace Modules::TextModule {
 
 namespace {
 
-// A search of the library cannot be stopped, so its input is bounded.
+// A search of the library cannot be stopped, so its input is bounded: at worst it takes some
+// nanoseconds for each byte and instruction.
 constexpr std::size_t longestTextS = std::size_t{4} << 20;
+constexpr std::size_t mostStepsS = std::size_t{1} << 25;
 constexpr std::size_t longestPatternS = 4096;
 constexpr int mostGroupsS = 100;
+
+struct Pattern {
+    std::unique_ptr<re2::RE2> library;
+    std::optional<StraightPattern> straight;
+
+    std::size_t groupCount() const {
+        return static_cast<std::size_t>(library->NumberOfCapturingGroups());
+    }
+};
 
 /// The patterns that a function used last, compiled. Each call of a module's extension has its own,
 /// and only one thread uses it.
@@ -23,48 +35,62 @@ public:
     Patterns(const Patterns&) {}
     Patterns& operator=(const Patterns&) = delete;
 
-    const re2::RE2& find(std::string_view pattern) {
-        const auto found = kept_.find(pattern);
-        if (found != kept_.end()) return *found->second;
-        if (pattern.size() > longestPatternS) {
-            refuse("pattern is longer than 4 KiB", static_cast<long>(pattern.size()));
+    const Pattern& find(std::string_view text) {
+        if (last_ == nullptr || last_->first != text) last_ = &get(text);
+        return last_->second;
+    }
+
+private:
+    using Kept = std::map<std::string, Pattern, std::less<>>;
+    static constexpr std::size_t memoryCM = 256 * 1024;
+    static constexpr std::size_t mostKeptCM = 16;
+
+    const Kept::value_type& get(std::string_view text) {
+        const auto found = kept_.find(text);
+        if (found != kept_.end()) return *found;
+        if (text.size() > longestPatternS) {
+            refuse("pattern is longer than 4 KiB", static_cast<long>(text.size()));
         }
         // Charged while it is made: what is kept is bounded.
         const Charge charge(memoryCM);
         re2::RE2::Options options;
         options.set_log_errors(false);
         options.set_max_mem(memoryCM);
-        auto made =
-            std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()), options);
-        if (!made->ok()) made = latin(pattern, options);
-        if (!made->ok()) refuse(("bad pattern: " + made->error() + " in").c_str(), pattern);
-        if (made->NumberOfCapturingGroups() > mostGroupsS) {
-            refuse("pattern with more than 100 groups", pattern);
+        Pattern made{compile(text, options), {}};
+        if (!made.library->ok()) {
+            // A pattern that is not UTF-8 is one of bytes.
+            options.set_encoding(re2::RE2::Options::EncodingLatin1);
+            made.library = compile(text, options);
         }
+        if (!made.library->ok()) {
+            refuse(("bad pattern: " + made.library->error() + " in").c_str(), text);
+        }
+        if (made.library->NumberOfCapturingGroups() > mostGroupsS) {
+            refuse("pattern with more than 100 groups", text);
+        }
+        made.straight = StraightPattern::read(text);
         work(memoryCM);
-        if (kept_.size() >= mostKeptCM) kept_.clear();
-        return *kept_.emplace(pattern, std::move(made)).first->second;
+        if (kept_.size() >= mostKeptCM) {
+            last_ = nullptr;
+            kept_.clear();
+        }
+        return *kept_.emplace(text, std::move(made)).first;
+    }
+    static std::unique_ptr<re2::RE2> compile(std::string_view text,
+                                             const re2::RE2::Options& options) {
+        return std::make_unique<re2::RE2>(re2::StringPiece(text.data(), text.size()), options);
     }
 
-private:
-    static constexpr std::size_t memoryCM = 256 * 1024;
-    static constexpr std::size_t mostKeptCM = 16;
-
-    // A pattern that is not UTF-8 is one of bytes.
-    static std::unique_ptr<re2::RE2> latin(std::string_view pattern, re2::RE2::Options options) {
-        options.set_encoding(re2::RE2::Options::EncodingLatin1);
-        return std::make_unique<re2::RE2>(re2::StringPiece(pattern.data(), pattern.size()),
-                                          options);
-    }
-
-    std::map<std::string, std::unique_ptr<re2::RE2>, std::less<>> kept_;
+    Kept kept_;
+    const Kept::value_type* last_ = nullptr;
 };
 
 /// One search after another through a text.
 class Search {
 public:
-    Search(const re2::RE2& pattern, std::string_view text)
-        : pattern_(pattern), text_(text.data(), text.size()), groups_(groupCount(pattern)) {
+    /// `groups`: how many groups of the pattern it has to find, besides the whole match.
+    Search(const Pattern& pattern, std::string_view text, std::size_t groups)
+        : pattern_(pattern), text_(text), count_(groups + 1) {
         if (text.size() > longestTextS) {
             refuse("text is longer than 4 MiB", static_cast<long>(text.size()));
         }
@@ -73,17 +99,18 @@ public:
     /// Finds the next match from `from` on.
     bool find(std::size_t from) {
         if (from > text_.size()) return false;
-        const bool isFound = pattern_.Match(text_, from, text_.size(), re2::RE2::UNANCHORED,
-                                            groups_.data(), static_cast<int>(groups_.size()));
-        work(isFound ? endOf(0) - from + 64 : text_.size() - from + 64);
-        return isFound;
+        if (pattern_.straight) {
+            const auto outcome = pattern_.straight->find(text_, from, straight_);
+            groups_ = straight_.data();
+            if (outcome == StraightPattern::Outcome::Found) return true;
+            if (outcome == StraightPattern::Outcome::None) return false;
+        }
+        return findByLibrary(from);
     }
 
-    std::size_t count() const { return groups_.size(); }
-    std::string_view group(std::size_t index) const {
-        return {groups_[index].data() != nullptr ? groups_[index].data() : "",
-                groups_[index].size()};
-    }
+    /// The number of groups, the whole match included.
+    std::size_t count() const { return count_; }
+    std::string_view group(std::size_t index) const { return groups_[index]; }
     std::size_t beginOf(std::size_t index) const {
         return static_cast<std::size_t>(groups_[index].data() - text_.data());
     }
@@ -102,9 +129,27 @@ public:
     }
 
 private:
-    static std::size_t groupCount(const re2::RE2& pattern) {
-        return static_cast<std::size_t>(pattern.NumberOfCapturingGroups()) + 1;
+    bool findByLibrary(std::size_t from) {
+        const auto size = static_cast<std::size_t>(pattern_.library->ProgramSize());
+        if (text_.size() > mostStepsS / std::max<std::size_t>(size, 1)) {
+            refuse("text is too long for so complex a pattern", static_cast<long>(text_.size()));
+        }
+        found_.resize(count_);
+        all_.resize(count_);
+        const bool isFound =
+            pattern_.library->Match({text_.data(), text_.size()}, from, text_.size(),
+                                    re2::RE2::UNANCHORED, found_.data(), static_cast<int>(count_));
+        // How far it looked is unknown. In a long text each search is followed by a question.
+        constexpr std::size_t many = 4096;
+        const std::size_t rest = text_.size() - from;
+        for (std::size_t i = 0; isFound && i < count_; ++i) {
+            all_[i] = {found_[i].data() != nullptr ? found_[i].data() : "", found_[i].size()};
+        }
+        groups_ = all_.data();
+        work(rest > many ? std::max(rest, askedAtCM) : isFound ? endOf(0) - from + 64 : rest + 64);
+        return isFound;
     }
+
     // The bytes of the character there.
     std::size_t sizeAt(std::size_t at) const {
         std::size_t size = 1;
@@ -115,15 +160,21 @@ private:
         return size;
     }
 
-    const re2::RE2& pattern_;
-    re2::StringPiece text_;
-    std::vector<re2::StringPiece> groups_;
+    static constexpr std::size_t askedAtCM = 256 * 1024;
+
+    const Pattern& pattern_;
+    const std::string_view text_;
+    const std::size_t count_;
+    const std::string_view* groups_ = nullptr;
+    StraightPattern::Groups straight_;
+    std::vector<std::string_view> all_;
+    std::vector<re2::StringPiece> found_;
 };
 
 class Matches {
 public:
     bool operator()(std::string_view text, std::string_view pattern) {
-        return Search(patterns_.find(pattern), text).find(0);
+        return Search(patterns_.find(pattern), text, 0).find(0);
     }
 
 private:
@@ -133,32 +184,27 @@ private:
 class Captures {
 public:
     bool operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
-        Search search(patterns_.find(pattern), text);
-        if (!search.find(0)) {
-            out.clear();
-            return false;
-        }
-        for (std::size_t i = 0; i < search.count(); ++i) {
-            value_.assign(search.group(i));
-            out.set(i, value_);
-        }
-        out.resize(search.count());
-        return true;
+        const Pattern& compiled = patterns_.find(pattern);
+        Search search(compiled, text, compiled.groupCount());
+        Parts parts(out);
+        const bool isFound = search.find(0);
+        for (std::size_t i = 0; isFound && i < search.count(); ++i) parts.add(search.group(i));
+        parts.finish();
+        return isFound;
     }
 
 private:
     Patterns patterns_;
-    FND::String value_;
 };
 
 class CapturesNamed {
 public:
     bool operator()(std::string_view text, std::string_view pattern, HashRef<FND::String> out) {
-        const re2::RE2& compiled = patterns_.find(pattern);
-        Search search(compiled, text);
+        const Pattern& compiled = patterns_.find(pattern);
+        Search search(compiled, text, compiled.groupCount());
         out.clear();
         if (!search.find(0)) return false;
-        for (const auto& [name, index] : compiled.NamedCapturingGroups()) {
+        for (const auto& [name, index] : compiled.library->NamedCapturingGroups()) {
             out.set(name, FND::String(search.group(static_cast<std::size_t>(index))));
         }
         return true;
@@ -171,13 +217,12 @@ private:
 class FindAll {
 public:
     long operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
-        Search search(patterns_.find(pattern), text);
-        unsigned long count = 0;
-        search.forEach([&] {
-            if (out.set(count, FND::String(search.group(search.count() > 1 ? 1 : 0)))) ++count;
-        });
-        out.resize(count);
-        return static_cast<long>(count);
+        const Pattern& compiled = patterns_.find(pattern);
+        const std::size_t group = compiled.groupCount() > 0 ? 1 : 0;
+        Search search(compiled, text, group);
+        Parts parts(out);
+        search.forEach([&] { parts.add(search.group(group)); });
+        return parts.finish();
     }
 
 private:
@@ -187,20 +232,16 @@ private:
 class SplitPattern {
 public:
     long operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
-        Search search(patterns_.find(pattern), text);
-        unsigned long count = 0;
+        Search search(patterns_.find(pattern), text, 0);
+        Parts parts(out);
         std::size_t end = 0;
-        const auto add = [&](std::size_t to) {
-            if (out.set(count, FND::String(text.substr(end, to - end)))) ++count;
-        };
         search.forEach([&] {
             if (search.group(0).empty()) return;
-            add(search.beginOf(0));
+            parts.add(text.substr(end, search.beginOf(0) - end));
             end = search.endOf(0);
         });
-        add(text.size());
-        out.resize(count);
-        return static_cast<long>(count);
+        parts.add(text.substr(end));
+        return parts.finish();
     }
 
 private:
@@ -210,8 +251,8 @@ private:
 class ReplacePattern {
 public:
     FND::String operator()(std::string_view text, std::string_view pattern, std::string_view by) {
-        const re2::RE2& compiled = patterns_.find(pattern);
-        Search search(compiled, text);
+        const Pattern& compiled = patterns_.find(pattern);
+        Search search(compiled, text, compiled.groupCount());
         Text made;
         std::size_t end = 0;
         search.forEach([&] {
@@ -258,10 +299,9 @@ SCR::FctDescr* add(SCR::HostExtension& module, const FND::String& name) {
 constexpr ModuleFunction patternFunctionsS[] = {
     {"Bool matches(String text, String pattern)", add<Matches>, Effect::None,
      "Whether the regular expression `pattern` matches a part of `text`. This and the next "
-     "functions take texts of up to 4 MiB and patterns of up to 4 KiB and 100 groups; anything "
-     "else "
-     "is an error, and the result that of no match. `(?i)` at the start ignores case. A pattern "
-     "that is not UTF-8 is one of bytes.",
+     "functions take texts of up to 4 MiB, less for a complex pattern, and patterns of up to 4 KiB "
+     "and 100 groups; anything else is an error, and the result that of no match. `(?i)` at the "
+     "start ignores case. A pattern that is not UTF-8 is one of bytes.",
      R"re(text::matches("Order 17", "(?i)order \\d+"))re"},
     {"Bool captures(String text, String pattern, out String[] groups)", add<Captures>, Effect::None,
      "Whether `pattern` matches a part of `text`: then `groups[0]` is that part and the others are "

@@ -88,26 +88,6 @@ FND::String replaceAll(std::string_view text, std::string_view part, std::string
     return made.take();
 }
 
-// Sets the elements of `parts` one by one, which keeps their memory, and cuts the rest off.
-class Parts {
-public:
-    explicit Parts(ArrayRef<FND::String> parts) : parts_(parts) {}
-    void add(std::string_view part) {
-        value_.assign(part);
-        work(part.size() + 32);
-        if (parts_.set(count_, value_)) ++count_;
-    }
-    long finish() {
-        parts_.resize(count_);
-        return static_cast<long>(count_);
-    }
-
-private:
-    ArrayRef<FND::String> parts_;
-    FND::String value_;
-    unsigned long count_ = 0;
-};
-
 long split(std::string_view text, std::string_view separator, ArrayRef<FND::String> out) {
     Parts parts(out);
     std::size_t end = 0;

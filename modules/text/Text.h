@@ -11,4 +11,38 @@ std::span<const ModuleFunction> plainFunctions();
 std::span<const ModuleFunction> patternFunctions();
 std::span<const ModuleFunction> unicodeFunctions();
 
+/// Fills an array with texts, from its first element on, and keeps the memory of its elements.
+class Parts {
+public:
+    explicit Parts(ArrayRef<FND::String> parts) : parts_(parts) {}
+
+    void add(std::string_view part) {
+        work(part.size() + 32);
+        if (at_ == run_.count) {
+            run_ = parts_.change(count_);
+            at_ = 0;
+        }
+        if (at_ < run_.count && part.size() <= run_[at_].capacity()) {
+            run_[at_].assign(part);
+        } else {
+            value_.assign(part);
+            if (!parts_.set(count_, value_)) return;
+        }
+        if (at_ < run_.count) ++at_;
+        ++count_;
+    }
+    /// Cuts off the elements after those, and gives their number.
+    long finish() {
+        if (parts_.size() != count_) parts_.resize(count_);
+        return static_cast<long>(count_);
+    }
+
+private:
+    ArrayRef<FND::String> parts_;
+    SCR::Host::Run<FND::String> run_;  // of elements that exist
+    unsigned long at_ = 0;
+    FND::String value_;
+    unsigned long count_ = 0;
+};
+
 }  // namespace Modules::TextModule
