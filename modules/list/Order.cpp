@@ -146,6 +146,68 @@ void arrange(ArrayRef<T> all, const Order& order) {
     moved.isComplete = true;
 }
 
+/// Sorts texts by eight bytes at a time: first all of them, then those that are equal so far by
+/// the next eight. So a text is looked at a few times only, however many it is compared with.
+class TextOrder {
+public:
+    using Entry = Ranked<std::uint64_t>;
+
+    TextOrder(const List<const FND::String*>& texts, bool descends)
+        : texts_(texts), descends_(descends) {}
+
+    void sort(List<Entry>& order, std::size_t skip) {
+        const Charge charge(order.size() * sizeof(Entry));
+        const auto buffer = std::make_unique_for_overwrite<Entry[]>(order.size());
+        buffer_ = buffer.get();
+        sort(order.data(), order.size(), skip, 0);
+    }
+
+private:
+    static constexpr std::size_t fewCM = 8;
+    static constexpr int deepestCM = 8;
+
+    // `entries` have the heads of their texts after `skip` bytes, which are equal.
+    void sort(Entry* entries, std::size_t count, std::size_t skip, int depth) {
+        if (count <= fewCM || depth == deepestCM) {
+            return mergeBy(entries, count, [this](const Entry& a, const Entry& b) {
+                if (a.key != b.key) return a.key < b.key ? -1 : 1;
+                return compare(*texts_[a.index], *texts_[b.index]);
+            });
+        }
+        mergeBy(entries, count, [](const Entry& a, const Entry& b) {
+            return a.key < b.key ? -1 : a.key > b.key ? 1 : 0;
+        });
+        for (std::size_t begin = 0; begin < count;) {
+            std::size_t end = begin + 1;
+            while (end < count && entries[end].key == entries[begin].key) ++end;
+            if (end - begin > 1) {
+                for (std::size_t i = begin; i < end; ++i) {
+                    entries[i].key = headOf(*texts_[entries[i].index], skip + 8);
+                }
+                work((end - begin) * 16);
+                sort(entries + begin, end - begin, skip + 8, depth + 1);
+            }
+            begin = end;
+        }
+        work(count);
+    }
+
+    template <class Compare>
+    void mergeBy(Entry* entries, std::size_t count, const Compare& compareEntries) {
+        if (descends_) {
+            mergeSort(entries, buffer_, count,
+                      [&](const Entry& a, const Entry& b) { return compareEntries(b, a) < 0; });
+        } else {
+            mergeSort(entries, buffer_, count,
+                      [&](const Entry& a, const Entry& b) { return compareEntries(a, b) < 0; });
+        }
+    }
+
+    const List<const FND::String*>& texts_;
+    const bool descends_;
+    Entry* buffer_ = nullptr;
+};
+
 /// How the elements of a type are ranked: by their values, and texts by their heads first.
 template <class T, class Use>
 void withRanking(ArrayView<T> all, bool descends, const Use& use) {
@@ -158,10 +220,7 @@ void withRanking(ArrayView<T> all, bool descends, const Use& use) {
             texts.push_back(&text);
             return headOf(text, skip);
         });
-        ranking.sort(descends, [&](const auto& a, const auto& b) {
-            if (a.key != b.key) return a.key < b.key ? -1 : 1;
-            return compare(*texts[a.index], *texts[b.index]);
-        });
+        TextOrder(texts, descends).sort(ranking.order, skip);
         use(ranking.order);
     } else {
         Ranking<T, T> ranking(all, [](const T& value) { return value; });

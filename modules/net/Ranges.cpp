@@ -123,7 +123,9 @@ struct Step {
 
 constexpr std::uint32_t noValueS = UINT32_MAX;
 
-/// Ranges made flat: sorted steps, and every 64th of them once more, close together.
+/// Ranges made flat: sorted steps, and a guide to them. For short keys the guide has the place of
+/// the first step for each beginning of a key; long ones are too unevenly spread for that, and it
+/// has every 64th of them once more, close together.
 template <class Key>
 class Steps {
 public:
@@ -157,23 +159,47 @@ public:
             open.add({static_cast<Key>(range.last), range.value});
         }
         closeBefore(0, true);
-        for (std::size_t i = 0; i < steps_.size(); i += everyCM) guide_.add(steps_[i].first);
+        if constexpr (isShortCM) {
+            constexpr int most = 20;
+            while (bits_ < most && std::size_t{1} << bits_ < steps_.size()) ++bits_;
+            std::size_t at = 0;
+            guide_.room((std::size_t{1} << bits_) + 1);
+            for (Key head = 0; head <= Key{1} << bits_; ++head) {
+                while (at < steps_.size() && headOf(steps_[at].first) < head) ++at;
+                guide_.push_back(static_cast<Key>(at));
+                work(16);
+            }
+        } else {
+            for (std::size_t i = 0; i < steps_.size(); i += everyCM) guide_.add(steps_[i].first);
+        }
     }
 
     std::uint32_t find(Key key) const {
+        if constexpr (isShortCM) {
+            if (guide_.empty()) return noValueS;
+            const auto head = static_cast<std::size_t>(headOf(key));
+            const auto place = upperBound(guide_[head], guide_[head + 1], key);
+            return place != steps_.begin() ? std::prev(place)->value : noValueS;
+        }
         const auto guide = std::upper_bound(guide_.begin(), guide_.end(), key);
         if (guide == guide_.begin()) return noValueS;
         const auto block = static_cast<std::size_t>(guide - guide_.begin() - 1) * everyCM;
-        const auto first = steps_.begin() + static_cast<std::ptrdiff_t>(block);
-        const auto last =
-            steps_.begin() + static_cast<std::ptrdiff_t>(std::min(block + everyCM, steps_.size()));
-        return std::prev(std::upper_bound(first, last, key,
-                                          [](Key a, const Step<Key>& b) { return a < b.first; }))
-            ->value;
+        return std::prev(upperBound(block, std::min(block + everyCM, steps_.size()), key))->value;
     }
 
 private:
     static constexpr std::size_t everyCM = 64;
+    static constexpr bool isShortCM = sizeof(Key) <= sizeof(std::uint32_t);
+
+    Key headOf(Key key) const { return key >> (32 - bits_); }
+    // The first of these steps that begins after `key`.
+    auto upperBound(std::size_t begin, std::size_t end, Key key) const {
+        return std::upper_bound(steps_.begin() + static_cast<std::ptrdiff_t>(begin),
+                                steps_.begin() + static_cast<std::ptrdiff_t>(end), key,
+                                [](Key a, const Step<Key>& b) { return a < b.first; });
+    }
+
+    int bits_ = 1;
 
     List<Step<Key>> steps_;
     List<Key> guide_;
