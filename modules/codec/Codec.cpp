@@ -5,14 +5,13 @@
 
 namespace Modules::CodecModule {
 
-FND::String hexOf(std::span<const unsigned char> bytes) {
+std::string_view Hex::of(std::span<const unsigned char> bytes) {
     constexpr char digits[] = "0123456789abcdef";
-    FND::String made(2 * bytes.size(), '0');
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        made[2 * i] = digits[bytes[i] >> 4];
-        made[2 * i + 1] = digits[bytes[i] & 15];
+        digits_[2 * i] = digits[bytes[i] >> 4];
+        digits_[2 * i + 1] = digits[bytes[i] & 15];
     }
-    return made;
+    return {digits_.data(), 2 * bytes.size()};
 }
 
 namespace {
@@ -187,6 +186,47 @@ FND::String csvQuote(std::string_view text, std::optional<std::string_view> sepa
     return made.take();
 }
 
+// A quote within a field that is not in quotes is an ordinary byte.
+long csvSplit(std::string_view line, ArrayRef<FND::String> out,
+              std::optional<std::string_view> separator) {
+    const std::string_view mark = separator.value_or(",");
+    if (mark.size() != 1 || mark == "\"") refuse("the separator must be one byte, not", mark);
+    if (line.ends_with('\n')) line.remove_suffix(1);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    List<FND::String> fields;
+    for (bool isLast = false; !isLast;) {
+        Text field;
+        if (line.starts_with('"')) {
+            line.remove_prefix(1);
+            for (;;) {
+                const std::size_t end = line.find('"');
+                if (end == std::string_view::npos) refuse("a quote is not closed before", line);
+                field.append(line.substr(0, end));
+                line.remove_prefix(end + 1);
+                if (!line.starts_with('"')) break;
+                field.append('"');
+                line.remove_prefix(1);
+            }
+            if (!line.empty() && line[0] != mark[0]) refuse("text after a closing quote", line);
+        } else {
+            const std::size_t end = std::min(line.find(mark[0]), line.size());
+            field.append(line.substr(0, end));
+            line.remove_prefix(end);
+        }
+        isLast = line.empty();
+        line.remove_prefix(isLast ? 0 : 1);
+        work(64);
+        fields.add(field.take());
+    }
+    unsigned long count = 0;
+    for (const FND::String& field : fields) {
+        work(field.size() + 32);
+        if (out.set(count, field)) ++count;
+    }
+    out.resize(count);
+    return static_cast<long>(count);
+}
+
 constexpr ModuleFunction codecFunctionsS[] = {
     {"String base64(String bytes)", SCR::addFunction<toBase64<false>>, Effect::None,
      "The bytes in base64.", R"(codec::base64("light wor") == "bGlnaHQgd29y")"},
@@ -213,6 +253,13 @@ constexpr ModuleFunction codecFunctionsS[] = {
      "`text` as a field of CSV: in quotes if it has one, a line end or a byte of `separators`, "
      "which is a comma by default.",
      R"(codec::csvQuote("a,b") == "\"a,b\"" and codec::csvQuote("a") == "a")"},
+    {"Long csvSplit(String line, out String[] fields, [String separator])",
+     SCR::addFunction<csvSplit>, Effect::None,
+     "Fills `fields` with the fields of a line of CSV, without their quotes, and gives their "
+     "number. "
+     "Fields in quotes may hold line ends. The separator is one byte, a comma by default. A quote "
+     "that is not closed, or is followed by text, is an error, and the result 0.",
+     R"(String f[]; codec::csvSplit("a,\"b,\"\"c\"\"\"", f) == 2 and f[1] == "b,\"c\"")"},
 };
 
 }  // namespace

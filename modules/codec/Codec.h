@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <span>
 
 #include "modules/Support.h"
@@ -11,8 +12,15 @@ std::span<const ModuleFunction> codecFunctions();
 std::span<const ModuleFunction> digestFunctions();
 std::span<const ModuleFunction> jsonFunctions();
 
-/// The bytes, which are few, as hexadecimal digits.
-FND::String hexOf(std::span<const unsigned char> bytes);
+/// Bytes as hexadecimal digits.
+class Hex {
+public:
+    /// At most 64 bytes; valid until the next call.
+    std::string_view of(std::span<const unsigned char> bytes);
+
+private:
+    std::array<char, 128> digits_;
+};
 
 /// Calls `use(piece)` for consecutive pieces, counted as work.
 template <class Use>

@@ -46,20 +46,22 @@ private:
 };
 
 constexpr char sha256S[] = "SHA256";
+constexpr char sha512S[] = "SHA512";
 constexpr char sha1S[] = "SHA1";
 constexpr char md5S[] = "MD5";
 
 template <const char* name>
 class Digest {
 public:
-    FND::String operator()(std::string_view text) {
+    std::string_view operator()(std::string_view text) {
         Bytes bytes;
         hasher_.begin();
         hasher_.add(text);
-        return hexOf(hasher_.finish(bytes));
+        return hex_.of(hasher_.finish(bytes));
     }
 
 private:
+    Hex hex_;
     Hasher hasher_{name};
 };
 
@@ -96,25 +98,27 @@ private:
 
 class Hmac {
 public:
-    FND::String operator()(std::string_view key, std::string_view text) {
+    std::string_view operator()(std::string_view key, std::string_view text) {
         Bytes bytes;
-        return hexOf(keyed_.digest(key, text, bytes));
+        return hex_.of(keyed_.digest(key, text, bytes));
     }
 
 private:
+    Hex hex_;
     Keyed keyed_;
 };
 
 class Pseudonym {
 public:
-    FND::String operator()(std::string_view text, std::string_view key) {
+    std::string_view operator()(std::string_view text, std::string_view key) {
         constexpr std::size_t least = 16;
         if (key.size() < least) refuse("the key must have 16 bytes or more, not", long(key.size()));
         Bytes bytes;
-        return hexOf(keyed_.digest(key, text, bytes).first(16));
+        return hex_.of(keyed_.digest(key, text, bytes).first(16));
     }
 
 private:
+    Hex hex_;
     Keyed keyed_;
 };
 
@@ -147,7 +151,7 @@ FND::String xxh3(std::string_view text) {
     });
     XXH64_canonical_t bytes;
     XXH64_canonicalFromHash(&bytes, XXH3_64bits_digest(&state));
-    return hexOf(bytes.digest);
+    return FND::String(Hex().of(bytes.digest));
 }
 
 FND::String uuid() {
@@ -155,7 +159,7 @@ FND::String uuid() {
     if (RAND_bytes(bytes.data(), 16) != 1) throw Refused("no random bytes");
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
-    FND::String text = hexOf(bytes);
+    FND::String text(Hex().of(bytes));
     for (const std::size_t place : {20U, 16U, 12U, 8U}) text.insert(place, 1, '-');
     return text;
 }
@@ -169,6 +173,9 @@ constexpr ModuleFunction digestFunctionsS[] = {
     {"String sha256(String bytes)", add<Digest<sha256S>>, Effect::None,
      "The SHA-256 digest as 64 hexadecimal digits.",
      R"(strSubstr(codec::sha256("abc"), 0, 8) == "ba7816bf")"},
+    {"String sha512(String bytes)", add<Digest<sha512S>>, Effect::None,
+     "The SHA-512 digest as 128 hexadecimal digits.",
+     R"(strSubstr(codec::sha512("abc"), 0, 8) == "ddaf35a1")"},
     {"String sha1(String bytes)", add<Digest<sha1S>>, Effect::None,
      "The SHA-1 digest as 40 hexadecimal digits, for formats that ask for it: it protects nothing "
      "any more.",
