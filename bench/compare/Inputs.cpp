@@ -40,6 +40,43 @@ std::string callRecords(Dice& dice, long records) {
     return text;
 }
 
+// Lines of a log, numbers, and ranges of addresses of which none overlaps another, for what modules
+// do.
+bool writeLines(const std::string& directory, Dice& dice) {
+    constexpr long count = 1'000'000;
+    const auto padded = [&](unsigned long number) {
+        return (number < 10 ? "0" : "") + std::to_string(number);
+    };
+    const auto address = [](unsigned long number) {
+        return std::to_string(number >> 24) + "." + std::to_string(number >> 16 & 255) + "." +
+               std::to_string(number >> 8 & 255) + "." + std::to_string(number & 255);
+    };
+    std::string lines;
+    std::string numbers;
+    std::string addresses;
+    for (long i = 0; i < count; ++i) {
+        constexpr const char* const countries[] = {"49", "44", "1", "33"};
+        const std::string seconds = std::to_string(dice.below(1000)) + "." + dice.text(digitsS, 2);
+        lines += "2024-" + padded(dice.below(12) + 1) + "-" + padded(dice.below(28) + 1) + " " +
+                 padded(dice.below(24)) + ":" + padded(dice.below(60)) + ":" +
+                 padded(dice.below(60)) + " node" + std::to_string(dice.below(99) + 1) + " call +" +
+                 countries[dice.below(4)] + "-" +
+                 std::to_string(1'000'000 + dice.below(900'000'000)) + " took " + seconds + " s\n";
+        numbers += std::to_string(dice.below(1'000'000)) + "." + dice.text(digitsS, 2) + "\n";
+        addresses += address(dice.below(1UL << 32)) + "\n";
+    }
+    std::string ranges;
+    for (unsigned long i = 0; i < 100'000; ++i) {
+        const unsigned long bits = 18 + dice.below(3);
+        const unsigned long size = 1UL << (32 - bits);
+        constexpr unsigned long distance = 42'000;
+        ranges += address((i * distance + size - 1) / size * size) + "/" + std::to_string(bits) +
+                  "," + std::to_string(i) + "\n";
+    }
+    return save(directory + "/lines.txt", lines) && save(directory + "/numbers.txt", numbers) &&
+           save(directory + "/addresses.txt", addresses) && save(directory + "/ranges.csv", ranges);
+}
+
 // Codes of goods, a pattern for each of 50 kinds; most texts begin with a code of a known kind, and
 // have a reference in capitals somewhere after it.
 bool writeTexts(const std::string& directory, Dice& dice) {
@@ -143,5 +180,5 @@ bool writeInputs(const std::string& directory, long records, long lines) {
     for (const Dialect& dialect : dialectsS) {
         if (!save(directory + dialect.file, generatedScript(dialect, lines))) return false;
     }
-    return true;
+    return writeLines(directory, dice);
 }

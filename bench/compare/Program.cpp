@@ -40,6 +40,8 @@ ProgramRun runProgram(const std::vector<std::string>& command, const std::string
     if (wait4(child, &status, 0, &usage) != child) return {};
     ProgramRun run;
     run.hasSucceeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    constexpr int lacksLibrary = 77;
+    run.lacksLibrary = WIFEXITED(status) && WEXITSTATUS(status) == lacksLibrary;
     run.seconds = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
     std::ifstream file(directory + "/output", std::ios::binary);
     run.output.assign(std::istreambuf_iterator<char>(file), {});

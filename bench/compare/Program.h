@@ -6,8 +6,9 @@
 /// The time and the output of one run of a program.
 struct ProgramRun {
     bool hasSucceeded = false;
-    double seconds = 0;  ///< processor time, in user mode and in the kernel
-    std::string output;  ///< all that it wrote
+    bool lacksLibrary = false;  ///< it ended with the status 77
+    double seconds = 0;         ///< processor time, in user mode and in the kernel
+    std::string output;         ///< all that it wrote
 };
 
 /// Runs the program `command[0]`, a path or a name that is looked up like in a shell, with the

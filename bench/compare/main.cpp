@@ -56,6 +56,13 @@ const Workload workloadTableS[] = {
       "caller,called,seconds,rate,price"}},
     {"compile 200000 lines", "", {"check", "generated.ks"}, false, "generated"},
     {"embedded rule", "embedded", {}, true},
+    {"capture by pattern", "text_capture", {"run", "@/script.ks"}},
+    {"replace by pattern", "text_replace", {"run", "@/script.ks"}},
+    {"sort texts", "text_sort", {"run", "@/script.ks"}},
+    {"sort decimals", "decimal_sort", {"run", "@/script.ks"}},
+    {"SHA-256", "sha256", {"run", "@/script.ks"}},
+    {"dates into a zone", "zones", {"run", "@/script.ks"}},
+    {"ranges of addresses", "ranges", {"run", "@/script.ks"}},
 };
 
 /// A way to run the peers' scripts.
@@ -71,6 +78,7 @@ const Interpreter interpretersS[] = {
     {"AngelScript", ".as", {std::string(programsS) + "/angelscript_host"}},
     {"Python", ".py", {"/usr/bin/python3"}},
     {"mawk", ".awk", {"mawk", "-f"}},
+    {"Miller", ".sh", {"sh"}},
 };
 
 /// A program of a workload: the name of its file is the folder's and the suffix.
@@ -95,6 +103,7 @@ struct Contender {
     std::string name;
     std::vector<std::string> command;
     std::vector<double> seconds;
+    bool isSkipped = false;
 };
 
 double median(std::vector<double> values) {
@@ -106,7 +115,7 @@ double median(std::vector<double> values) {
 // Ours first, then the available peers.
 std::vector<Contender> contendersOf(const Workload& workload) {
     const std::string scripts = std::string(workloadsS) + "/" + workload.folder;
-    Contender ours{"Kestrel", {}, {}};
+    Contender ours{"Kestrel", {}, {}, false};
     if (workload.isProgram) {
         ours.command = {std::string(programsS) + "/" + workload.folder + "_kestrel"};
     } else {
@@ -125,7 +134,7 @@ std::vector<Contender> contendersOf(const Workload& workload) {
             std::printf("%s: no %s, skipped\n", workload.name, interpreter.name);
             continue;
         }
-        Contender peer{interpreter.name, interpreter.command, {}};
+        Contender peer{interpreter.name, interpreter.command, {}, false};
         peer.command.push_back(script);
         contenders.push_back(peer);
     }
@@ -136,7 +145,7 @@ std::vector<Contender> contendersOf(const Workload& workload) {
             std::printf("%s: no %s, skipped\n", workload.name, program.name);
             continue;
         }
-        contenders.push_back({program.name, {file}, {}});
+        contenders.push_back({program.name, {file}, {}, false});
     }
     return contenders;
 }
@@ -150,7 +159,14 @@ bool compare(const Workload& workload, const Options& options, const Results& be
     // The first round only warms up and compares the outputs.
     for (int round = -1; round < options.rounds; ++round) {
         for (Contender& contender : contenders) {
+            if (contender.isSkipped) continue;
             const ProgramRun run = runProgram(contender.command, ".");
+            if (run.lacksLibrary) {
+                std::printf("%s: no library for %s, skipped\n", workload.name,
+                            contender.name.c_str());
+                contender.isSkipped = true;
+                continue;
+            }
             if (!run.hasSucceeded) {
                 std::printf("%s: %s failed\n", workload.name, contender.name.c_str());
                 return false;
@@ -168,6 +184,7 @@ bool compare(const Workload& workload, const Options& options, const Results& be
     const double ours = median(contenders.front().seconds);
     std::printf("%-21s %7.3f s", workload.name, ours);
     for (const Contender& contender : contenders) {
+        if (contender.isSkipped) continue;
         const double seconds = median(contender.seconds);
         results[{workload.name, contender.name}] = seconds;
         if (&contender == &contenders.front()) {
