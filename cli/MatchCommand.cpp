@@ -32,6 +32,7 @@ struct MatchOptions {
     bool givesFirst = false;
     bool printsStats = false;
     bool isAnalysis = false;
+    FSM::PatternOptions reading;
 };
 
 /// In double quotes, with unprintable bytes as escapes of the pattern language. If `isPattern`, the
@@ -157,12 +158,12 @@ ExitStatus printAnalysis(const FSM::Analysis& analysis, const std::vector<std::s
 }
 
 /// Builds `matcher` from the patterns; prints its counts on standard error if they are asked for.
-template <class Matcher>
-bool build(Matcher& matcher, const MatchOptions& options) {
+bool build(FSM::EngineGroup& matcher, const MatchOptions& options) {
+    matcher.options(options.reading);
     const auto start = std::chrono::steady_clock::now();
     for (const std::string& pattern : options.patterns) {
         if (matcher.insertPattern(pattern)) continue;
-        report("pattern " + std::to_string(matcher.patternCount()) + ": " + matcher.error());
+        report(matcher.error());
         return false;
     }
     if (!matcher.finalSetup()) {
@@ -172,10 +173,8 @@ bool build(Matcher& matcher, const MatchOptions& options) {
     if (!options.printsStats) return true;
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
     std::string automata = "one automaton";
-    if constexpr (requires { matcher.partCount(); }) {
-        if (matcher.partCount() > 1) {
-            automata = std::to_string(matcher.partCount()) + " automata, as one would be too large";
-        }
+    if (matcher.partCount() > 1) {
+        automata = std::to_string(matcher.partCount()) + " automata, as one would be too large";
     }
     char milliseconds[32];
     std::snprintf(milliseconds, sizeof milliseconds, "%.2f", time.count());
@@ -196,7 +195,7 @@ ExitStatus match(MatchOptions options) {
     for (std::size_t i = 0; i < options.patterns.size(); ++i) {
         FND::String error;
         std::size_t place = 0;
-        if (FSM::checkPattern(options.patterns[i], error, place)) continue;
+        if (FSM::checkPattern(options.patterns[i], error, place, options.reading)) continue;
         const std::string column = std::to_string(place + 1);
         const std::string where =
             i < given
@@ -210,8 +209,9 @@ ExitStatus match(MatchOptions options) {
     if (options.isAnalysis) {
         FSM::EngineGroup group;
         if (!build(group, options)) return ExitStatus::Stopped;
-        std::optional<FSM::Analysis> analysis = FSM::analyse(group);
-        if (!analysis && group.patternCount() > 0) analysis = FSM::analyse(options.patterns);
+        constexpr std::size_t mostOverlaps = 10000;
+        std::optional<FSM::Analysis> analysis = FSM::analyse(group, mostOverlaps);
+        if (!analysis && group.patternCount() > 0) analysis = FSM::analyse(options.patterns, mostOverlaps, options.reading);
         return printAnalysis(analysis.value_or(FSM::Analysis()), options.patterns);
     }
     FSM::EngineGroup group;
@@ -255,6 +255,20 @@ void addMatchCommand(CLI::App& app, Action& action) {
                          "Take the automata from such a file instead of building them")
             ->type_name("FILE")
             ->excludes("-p", "-f", "--save");
+    const std::pair<const char*, std::pair<bool*, const char*>> readings[] = {
+        {"--ignore-case",
+         {&options->reading.ignoresCase,
+          "A letter matches its upper and lower case; with --utf8 all letters of Unicode do"}},
+        {"--utf8",
+         {&options->reading.isUtf8,
+          "Patterns and texts are UTF-8; . and sets stand for characters"}},
+        {"--textbook",
+         {&options->reading.leavesByTextbook,
+          "A pattern that matches the empty text is not reported for texts that nothing matches"}},
+        {"--nul", {&options->reading.takesNul, "NUL is a byte like others and ends no line"}}};
+    for (const auto& [name, reading] : readings) {
+        command->add_flag(name, *reading.first, reading.second)->excludes(load);
+    }
     command->add_flag("--first", options->givesFirst,
                       "Print only the lowest number of those that match");
     command->add_flag("--stats", options->printsStats,
@@ -268,7 +282,8 @@ void addMatchCommand(CLI::App& app, Action& action) {
     command->footer(
         "For each line the numbers of the matching patterns are printed, separated by blanks; an\n"
         "empty line if there are none. A line is bytes of any kind and ends, for the match, at\n"
-        "its first NUL. docs/patterns.md describes the patterns.\n"
+        "its first NUL unless --nul is given. A saved file keeps --ignore-case, --utf8, --textbook\n"
+        "and --nul. docs/patterns.md describes the patterns.\n"
         "\n"
         "Exit status:\n"
         "  0   all lines were read and answered\n"

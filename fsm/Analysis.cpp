@@ -68,16 +68,18 @@ private:
         bool isReached = false;
     };
 
-    // One byte of each class except the class of NUL alone, the readable ones first.
+    // One byte of each class, the readable ones first. A NUL that ends texts is none of them.
     static std::vector<unsigned char> readableBytes(const Table& table) {
-        std::array<unsigned char, 256> best{};
-        for (unsigned char byte = 255; byte > 0; --byte) {
-            unsigned char& kept = best[table.classOf()[byte]];
-            if (kept == 0 || rank(byte) <= rank(kept)) kept = byte;
+        std::array<int, 256> best;
+        best.fill(-1);
+        for (int byte = 255; byte >= (table.takesNul() ? 0 : 1); --byte) {
+            int& kept = best[table.classOf()[static_cast<std::size_t>(byte)]];
+            const auto rankOf = [](int each) { return rank(static_cast<unsigned char>(each)); };
+            if (kept < 0 || rankOf(byte) <= rankOf(kept)) kept = byte;
         }
         std::vector<unsigned char> bytes;
-        for (const unsigned char byte : best) {
-            if (byte != 0) bytes.push_back(byte);
+        for (const int byte : best) {
+            if (byte >= 0) bytes.push_back(static_cast<unsigned char>(byte));
         }
         std::sort(bytes.begin(), bytes.end(), [](unsigned char a, unsigned char b) {
             return std::pair(rank(a), a) < std::pair(rank(b), b);
@@ -92,8 +94,11 @@ private:
 /// Visits each distinct list of path numbers once, with the shortest text for which it is reported.
 class Analyser {
 public:
-    Analyser(const Table& table, const Paths& paths, std::size_t maxOverlaps)
-        : texts_(table), paths_(paths), maxOverlaps_(maxOverlaps), listsOf_(paths.size()) {
+    Analyser(const Table& table, Paths paths, std::size_t maxOverlaps)
+        : texts_(table),
+          paths_(std::move(paths)),
+          maxOverlaps_(maxOverlaps),
+          listsOf_(paths_.size()) {
         Vector<const Paths*> seen;
         for (std::uint32_t state : texts_.order()) {
             const Paths& list = table.states()[state].pathNumbers();
@@ -205,18 +210,17 @@ private:
     }
 
     ShortestTexts texts_;
-    const Paths& paths_;  // of all patterns, ascending
+    const Paths paths_;  // of all patterns, ascending
     std::size_t maxOverlaps_;
     std::size_t stepsLeft_ = std::size_t{1} << 28;  // of the search for single shadows
     Vector<List> lists_;                            // by length of text
     Vector<Vector<std::uint32_t>> listsOf_;         // of each pattern
 };
 
-std::optional<Analysis> analyseTable(const Table* table, const Paths& paths,
-                                     std::size_t maxOverlaps) {
+std::optional<Analysis> analyseTable(const Table* table, Paths paths, std::size_t maxOverlaps) {
     if (table == nullptr) return std::nullopt;
     try {
-        return Analyser(*table, paths, maxOverlaps).run();
+        return Analyser(*table, std::move(paths), maxOverlaps).run();
     } catch (const std::bad_alloc&) {
         return std::nullopt;
     }

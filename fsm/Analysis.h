@@ -8,6 +8,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
+#include "fsm/PatternOptions.h"
 
 namespace FSM {
 
@@ -62,7 +63,8 @@ KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
 /// exact. A pattern that only several others together cover is not found; negated patterns are not
 /// examined in pairs. Nothing if a pattern does not parse or memory runs out.
 KESTREL_API std::optional<Analysis> analyse(std::span<const FND::String> patterns,
-                                            std::size_t maxOverlaps = 10000);
+                                            std::size_t maxOverlaps = 10000,
+                                            const PatternOptions& options = {});
 
 /// For each pattern that can never be the one with the lowest number, in ascending order, a
 /// sentence for the author of a list of cases of which the first match is taken: "the case in line

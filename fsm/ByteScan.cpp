@@ -30,6 +30,11 @@ ByteScan::ByteScan(const std::bitset<256>& bytes) {
     }
 }
 
+bool ByteScan::contains(unsigned char byte) const {
+    const unsigned char* table = byte < 128 ? below128_ : from128_;
+    return (table[byte & 15] >> (byte >> 4 & 7) & 1) != 0;
+}
+
 __attribute__((target("ssse3"), no_sanitize("address", "thread"))) const unsigned char*
 ByteScan::skip(const unsigned char* text) const {
     if (!hasShuffleS) return text;

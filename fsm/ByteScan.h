@@ -41,11 +41,21 @@ inline const unsigned char* lineEnd(const unsigned char* text, const unsigned ch
     return text;
 }
 
+/// The same, but where `takesNul` the first newline alone.
+inline const unsigned char* lineEnd(const unsigned char* text, const unsigned char* end,
+                                    bool takesNul) {
+    text = lineEnd(text, end);
+    while (takesNul && text != end && *text == 0) text = lineEnd(text + 1, end);
+    return text;
+}
+
 /// A set of bytes without NUL, in a form in which 16 bytes of a text are looked up at once: for
 /// each low half of a byte, a bit for each high half. Does nothing on a processor without SSSE3.
 class ByteScan {
 public:
     explicit ByteScan(const std::bitset<256>& bytes);
+
+    bool contains(unsigned char byte) const;
 
     /// The first byte at or after `text` that is not in the set, or any byte before that. Reads
     /// like `lineEnd`.

@@ -25,6 +25,15 @@ struct Engine::Setup {
     FND::String error;
     std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
     PatternList patterns;
+
+    // What is saved besides the table.
+    void archive(Archive& archive) {
+        PatternOptions options = patterns.options();
+        archive.options(options);
+        patterns.options(options);
+        archive.value(patternCount);
+        archive.array(paths);
+    }
 };
 
 Engine::Engine(unsigned int) : setup_(std::make_unique<Setup>()) {}
@@ -99,7 +108,7 @@ bool Engine::build() {
     if (setup_->isSearching) {
         // Takes the parsed patterns, which are not needed any more.
         searcher_ = std::make_unique<Searcher>();
-        if (!searcher_->build(setup_->patterns.patterns(), limits)) {
+        if (!searcher_->build(setup_->patterns.patterns(), options(), limits)) {
             setup_->error = "limit of " + std::to_string(limits.bytes) +
                             " bytes passed by the automata for searching";
             return false;
@@ -108,7 +117,7 @@ bool Engine::build() {
     table_ = std::make_unique<Table>();
     bool keepsDeadEnds = raw.acceptsEmpty();
     if (!table_->build(std::move(raw), PatternList::negatedPaths(patterns.data(), patterns.size()),
-                       keepsDeadEnds,
+                       options(), keepsDeadEnds,
                        std::min(setup_->stateLimit * Table::listedPerStateCM,
                                 setup_->byteLimit / sizeof(std::int32_t)))) {
         setup_->error = "limit of " + std::to_string(setup_->stateLimit) +
@@ -147,8 +156,7 @@ bool Engine::save(const FND::String& file, FND::String& error) const {
     try {
         std::string content;
         Archive archive(content);
-        archive.value(setup_->patternCount);
-        archive.array(setup_->paths);
+        setup_->archive(archive);
         table_->archive(archive);
         error = SavedFile::write(file, content, 'e');
     } catch (const std::bad_alloc&) {
@@ -163,14 +171,14 @@ bool Engine::load(const FND::String& file) {
         return false;
     }
     try {
-        SavedFile saved;
-        setup_->error = saved.map(file, 'e');
+        auto saved = std::make_unique<SavedFile>();
+        setup_->error = saved->map(file, 'e');
         if (!setup_->error.empty()) return false;
-        Archive archive(saved.content());
+        Archive archive(saved->content());
         auto table = std::make_unique<Table>();
-        archive.value(setup_->patternCount);
-        archive.array(setup_->paths);
+        setup_->archive(archive);
         if (table->archive(archive) && archive.isAtEnd()) {
+            file_ = std::move(saved);
             table_ = std::move(table);
             setup_->isDone = true;
             return true;
@@ -183,6 +191,10 @@ bool Engine::load(const FND::String& file) {
     setup_->paths.clear();
     return false;
 }
+
+const PatternOptions& Engine::options() const { return setup_->patterns.options(); }
+
+void Engine::options(const PatternOptions& options) { setup_->patterns.options(options); }
 
 bool Engine::isSearching() const { return setup_->isSearching; }
 
@@ -211,7 +223,7 @@ void Walk::begin() {
 
 void Walk::feed(std::string_view piece) {
     if (isEnded_ || engine_.table_ == nullptr) return;
-    isEnded_ = piece.find('\0') != std::string_view::npos;
+    isEnded_ = engine_.table_->endsIn(piece);
     row_ = engine_.table_->walkOn(row_, piece.data(), piece.size());
     // A text that has left the automaton does not come back.
     isEnded_ = isEnded_ || row_ == 0;
@@ -264,6 +276,7 @@ void Engine::cleanup() { setup_->patterns.clear(); }
 void Engine::clear() {
     cleanup();
     table_.reset();
+    file_.reset();
     searcher_.reset();
     setup_->error.clear();
     setup_->paths.clear();

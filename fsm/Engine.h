@@ -11,11 +11,13 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "fsm/Match.h"
+#include "fsm/PatternOptions.h"
 #include "fsm/State.h"
 
 namespace FSM {
 
 struct Analysis;
+class SavedFile;
 class Searcher;
 class Table;
 
@@ -38,6 +40,10 @@ public:
     ~Engine();
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
+
+    const PatternOptions& options() const;
+    /// Sets how patterns and texts are read. To be set before the first pattern.
+    void options(const PatternOptions& options);
 
     /// Adds a pattern that is reported as `pathNumber` (0 to 2147483647). Patterns that share a
     /// number are reported as one. False if the pattern does not parse (two lines on standard
@@ -93,7 +99,9 @@ public:
     /// that fails, or if the engine is not set up or searches.
     bool save(const FND::String& file, FND::String& error) const;
     /// Sets up an empty engine from a file that `save` wrote with the same version on the same kind
-    /// of machine. Any other file is refused: false, and a reason in `error()`.
+    /// of machine, options included. Any other file is refused: false, and a reason in `error()`.
+    /// The file is mapped, so processes share its memory; it may be replaced by renaming another
+    /// one, but not changed while an engine uses it.
     bool load(const FND::String& file);
 
     std::size_t stateLimit() const;
@@ -117,7 +125,7 @@ public:
 
     /// Frees the patterns; the finished automaton stays.
     void cleanup();
-    /// Restores the state after construction. The state limit stays.
+    /// Restores the state after construction. The limits and options stay.
     void clear();
 
     /// Prints all states, for diagnosis.
@@ -135,8 +143,9 @@ private:
     friend class Walk;
 
     struct Setup;
-    std::unique_ptr<Setup> setup_;  // the patterns and what became of them
-    std::unique_ptr<Table> table_;  // all that matching needs
+    std::unique_ptr<Setup> setup_;     // the patterns and what became of them
+    std::unique_ptr<SavedFile> file_;  // that holds the table, if it was loaded
+    std::unique_ptr<Table> table_;     // all that matching needs
     std::unique_ptr<Searcher> searcher_;
 };
 

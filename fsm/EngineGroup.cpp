@@ -6,13 +6,10 @@
 
 #include "fsm/Engine.h"
 #include "fsm/PatternList.h"
+#include "fsm/Table.h"
 #include "fsm/part/Archive.h"
-#include "fsm/part/BitPart.h"
 #include "fsm/part/GroupBuilder.h"
-#include "fsm/part/LiteralPart.h"
 #include "fsm/part/SavedFile.h"
-#include "fsm/part/TablePart.h"
-#include "fsm/part/WordPart.h"
 
 namespace FSM {
 
@@ -26,7 +23,7 @@ struct EngineGroup::Setup {
     std::int32_t guiltyPath = -1;
     bool isDone = false;
     FND::String error;
-    std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
+    std::vector<std::int32_t> paths;  // of all patterns in the main parts, ascending
     std::unique_ptr<PatternList> patterns;
     // Of a changeable group, all patterns; the list is only filled while it is set up.
     struct Kept {
@@ -37,15 +34,26 @@ struct EngineGroup::Setup {
     bool isChangeable = false;
     std::int64_t nextPath = 0;
     std::vector<Kept> kept;
+    std::size_t mainCount = 0;          // of those kept, the first ones, that are in the main parts
+    std::vector<std::int32_t> removed;  // numbers that the main parts hold besides
 };
 
-struct EngineGroup::Parts : GroupParts {
-    void clear() { *this = Parts(); }
-    void findWhole();
+struct EngineGroup::Parts {
+    GroupParts main;
+    GroupParts added;                   // for patterns inserted since `main` was made
+    std::vector<std::int32_t> removed;  // what `main` must not report any more, ascending
+    // Of a text that has left all parts, if a pattern matches "": there are no changes then.
+    std::vector<std::int32_t> pathsOutside;
+    const Table* whole = nullptr;     // the only part, if one table tells all
+    std::unique_ptr<SavedFile> file;  // that holds the parts, if they were loaded
 
-    std::shared_ptr<SavedFile> file;         // that holds the parts, if they were loaded
-    std::vector<std::int32_t> pathsOutside;  // of a text that has left all parts
-    const Table* whole = nullptr;            // the only part, if one table tells all
+    bool hasChanges() const { return !added.parts.empty() || !removed.empty(); }
+    void findWhole() { whole = hasChanges() ? nullptr : main.onlyTable(); }
+    bool archive(Archive& archive) {
+        archive.array(pathsOutside);
+        archive.array(removed);
+        return main.archive(archive) && added.archive(archive);
+    }
 };
 
 EngineGroup::EngineGroup() : EngineGroup(std::make_unique<PatternList>()) {}
@@ -67,17 +75,20 @@ bool EngineGroup::insertPattern(const FND::String& pattern, unsigned long pathNu
         setup_->error = "no pattern may be inserted after finalSetup";
         return false;
     }
-    if (setup_->isChangeable && pathNumber == nextPathCM) {
-        pathNumber = static_cast<unsigned long>(setup_->nextPath);
-    }
-    if (!setup_->patterns->insert(pattern, pathNumber, setup_->byteLimit, true)) {
-        setup_->error = setup_->patterns->error();
+    const unsigned long next = setup_->isChangeable
+                                   ? static_cast<unsigned long>(setup_->nextPath)
+                                   : static_cast<unsigned long>(setup_->patternCount);
+    const unsigned long number = pathNumber == nextPathCM ? next : pathNumber;
+    if (!setup_->patterns->insert(pattern, number, setup_->byteLimit, true)) {
+        setup_->error = setup_->patterns->isUnparsed()
+                            ? "pattern " + std::to_string(number) + ": " + setup_->patterns->error()
+                            : setup_->patterns->error();
         return false;
     }
     if (setup_->isChangeable) {
         setup_->patterns->clear();
-        setup_->kept.push_back({pattern, static_cast<std::int32_t>(pathNumber)});
-        setup_->nextPath = std::max(setup_->nextPath, static_cast<std::int64_t>(pathNumber) + 1);
+        setup_->kept.push_back({pattern, static_cast<std::int32_t>(number)});
+        setup_->nextPath = std::max(setup_->nextPath, static_cast<std::int64_t>(number) + 1);
         setup_->isDone = false;
     }
     ++setup_->patternCount;
@@ -93,76 +104,116 @@ bool EngineGroup::insertPatterns(const std::vector<FND::String>& patterns,
 }
 
 bool EngineGroup::finalSetup() {
-    if (setup_->isDone) return !parts_->parts.empty();
+    if (setup_->isDone) return !parts_->main.parts.empty();
+    if (setup_->patternCount == 0) {
+        parts_ = std::make_unique<Parts>();
+        setup_->mainCount = 0;
+        return true;
+    }
+    setup_->isDone = true;
     bool isBuilt = false;
     try {
-        for (const Setup::Kept& kept : setup_->kept) {
-            if (setup_->patterns->insert(kept.text, static_cast<unsigned long>(kept.path),
-                                         setup_->byteLimit, true)) {
-                continue;
-            }
-            setup_->error = setup_->patterns->error();
-            setup_->guiltyPath = kept.path;
-            setup_->patterns->clear();
-            return false;
-        }
-        parts_->clear();
-        if (setup_->patterns->patterns().empty()) return true;
-        setup_->isDone = true;
-        setup_->paths = setup_->patterns->paths();
-        isBuilt = build();
+        isBuilt = changeParts() || (fillList(0) && build());
     } catch (const std::bad_alloc&) {
         setup_->error = "no memory available for the automata";
     } catch (...) {
-        parts_->clear();
+        if (!setup_->isChangeable) parts_ = std::make_unique<Parts>();
         setup_->patterns->clear();
         throw;
     }
-    if (!isBuilt) parts_->clear();
+    // A group that cannot be changed as asked goes on as before.
+    if (!isBuilt && setup_->isChangeable) setup_->isDone = false;
     setup_->patterns->clear();
     return isBuilt;
 }
 
-bool EngineGroup::build() {
-    GroupBuilder builder(setup_->patterns->take(), {setup_->stateLimit, setup_->byteLimit},
-                         std::min(setup_->partLimit, setup_->stateLimit));
-    if (!builder.build(*parts_)) {
-        setup_->error = builder.error();
-        setup_->guiltyPath = builder.guiltyPath();
+// Puts the kept patterns from number `first` on into the list. False if they pass the byte limit.
+bool EngineGroup::fillList(std::size_t first) {
+    for (std::size_t i = first; i < setup_->kept.size(); ++i) {
+        const Setup::Kept& kept = setup_->kept[i];
+        if (setup_->patterns->insert(kept.text, static_cast<unsigned long>(kept.path),
+                                     setup_->byteLimit, true)) {
+            continue;
+        }
+        setup_->error = setup_->patterns->error();
+        setup_->guiltyPath = kept.path;
         return false;
     }
-    Found outside(parts_->pathsOutside);
-    for (const auto& part : parts_->parts) part->match("", outside);
+    return true;
+}
+
+// Makes `parts` of the patterns in the list.
+bool EngineGroup::makeParts(std::size_t byteLimit, GroupParts& parts) {
+    GroupBuilder builder(setup_->patterns->take(), options(), {setup_->stateLimit, byteLimit},
+                         std::min(setup_->partLimit, setup_->stateLimit));
+    if (builder.build(parts)) return true;
+    setup_->error = builder.error();
+    setup_->guiltyPath = builder.guiltyPath();
+    return false;
+}
+
+bool EngineGroup::build() {
+    std::vector<std::int32_t> paths = setup_->patterns->paths();
+    auto parts = std::make_unique<Parts>();
+    if (!makeParts(setup_->byteLimit, parts->main)) return false;
+    Found outside(parts->pathsOutside);
+    parts->main.match("", outside);
     outside.sortOnce();
+    parts->findWhole();
+    parts_ = std::move(parts);
+    setup_->paths = std::move(paths);
+    setup_->mainCount = setup_->kept.size();
+    setup_->removed.clear();
+    return true;
+}
+
+// Changes the parts of a group with a few small ones for what was inserted, and leaves out what was
+// removed. False if all have to be made anew.
+bool EngineGroup::changeParts() {
+    constexpr std::size_t mostInserted = 1024;
+    const std::size_t inserted =
+        setup_->kept.size() - std::min(setup_->kept.size(), setup_->mainCount);
+    if (parts_->main.parts.empty() || setup_->mainCount == 0 || parts_->main.acceptsEmpty ||
+        inserted > mostInserted || setup_->removed.size() > setup_->mainCount) {
+        return false;
+    }
+    std::vector<std::int32_t> removed = sortedOnce(setup_->removed);
+    for (std::size_t i = setup_->mainCount; i < setup_->kept.size(); ++i) {
+        // Patterns that share a number may depend on each other.
+        const std::int32_t path = setup_->kept[i].path;
+        if (std::binary_search(setup_->paths.begin(), setup_->paths.end(), path) &&
+            !std::binary_search(removed.begin(), removed.end(), path)) {
+            return false;
+        }
+    }
+    GroupParts added;
+    const std::size_t taken = parts_->main.memory();
+    if (inserted > 0 &&
+        (!fillList(setup_->mainCount) ||
+         !makeParts(setup_->byteLimit - std::min(setup_->byteLimit, taken), added) ||
+         added.acceptsEmpty)) {
+        setup_->patterns->clear();
+        return false;
+    }
+    added.options = options();
+    parts_->added = std::move(added);
+    parts_->removed = std::move(removed);
     parts_->findWhole();
     return true;
 }
 
-void EngineGroup::Parts::findWhole() {
-    if (parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return;
-    whole = static_cast<const TablePart*>(parts[0].get())->only();
-}
-
 bool EngineGroup::save(const FND::String& file, FND::String& error) const {
-    if (parts_->parts.empty()) {
+    if (parts_->main.parts.empty()) {
         error = "the group is not set up";
         return false;
     }
     try {
         std::string content;
         Archive archive(content);
-        std::uint64_t count = parts_->parts.size();
-        archive.value(count);
         archive.value(setup_->patternCount);
-        std::uint32_t acceptsEmpty = parts_->acceptsEmpty ? 1 : 0;
-        archive.value(acceptsEmpty);
-        archive.array(parts_->pathsOutside);
-        archive.array(setup_->paths);
-        for (const auto& part : parts_->parts) {
-            Part::Kind kind = part->kind();
-            archive.value(kind);
-            part->archive(archive);
-        }
+        std::vector<std::int32_t> numbers = paths();
+        archive.array(numbers);
+        parts_->archive(archive);
         error = SavedFile::write(file, content, 'g');
     } catch (const std::bad_alloc&) {
         error = "no memory available for saving";
@@ -176,67 +227,40 @@ bool EngineGroup::load(const FND::String& file) {
         return false;
     }
     try {
-        auto saved = std::make_shared<SavedFile>();
-        setup_->error = saved->map(file, 'g');
+        auto parts = std::make_unique<Parts>();
+        parts->file = std::make_unique<SavedFile>();
+        setup_->error = parts->file->map(file, 'g');
         if (!setup_->error.empty()) return false;
-        parts_->file = std::move(saved);
-        if (loadParts(parts_->file->content())) {
+        Archive archive(parts->file->content());
+        std::int32_t count = 0;
+        std::vector<std::int32_t> numbers;
+        archive.value(count);
+        archive.array(numbers);
+        if (parts->archive(archive) && archive.isAtEnd() && !parts->main.parts.empty()) {
+            parts->findWhole();
+            setup_->patterns->options(parts->main.options);
+            setup_->patternCount = count;
+            setup_->paths = std::move(numbers);
             setup_->isDone = true;
+            parts_ = std::move(parts);
             return true;
         }
         setup_->error = file + ": damaged";
     } catch (const std::bad_alloc&) {
         setup_->error = "no memory available for loading";
     }
-    const FND::String error = setup_->error;
-    clear();
-    setup_->error = error;
     return false;
-}
-
-bool EngineGroup::loadParts(std::string_view content) {
-    Archive archive(content);
-    std::uint64_t count = 0;
-    std::uint32_t acceptsEmpty = 0;
-    archive.value(count);
-    archive.value(setup_->patternCount);
-    archive.value(acceptsEmpty);
-    parts_->acceptsEmpty = acceptsEmpty != 0;
-    archive.array(parts_->pathsOutside);
-    archive.array(setup_->paths);
-    while (archive.isGood() && count-- > 0) {
-        Part::Kind kind{};
-        archive.value(kind);
-        std::unique_ptr<Part> part;
-        switch (kind) {
-            case Part::Kind::Tables:
-                part = std::make_unique<TablePart>();
-                break;
-            case Part::Kind::Literals:
-                part = std::make_unique<LiteralPart>();
-                break;
-            case Part::Kind::Words:
-                part = std::make_unique<WordPart>();
-                break;
-            case Part::Kind::Bits:
-                part = std::make_unique<BitPart>();
-                break;
-            default:
-                return false;
-        }
-        if (!part->archive(archive)) return false;
-        parts_->parts.push_back(std::move(part));
-    }
-    parts_->findWhole();
-    return archive.isGood() && archive.isAtEnd() && !parts_->parts.empty();
 }
 
 // Appends the path numbers that all parts report, ascending and each once, ignoring that the text
 // may have left all of them; false if it has.
 bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
     Found found(paths);
-    bool isInside = false;
-    for (const auto& part : parts_->parts) isInside = part->match(text, found) || isInside;
+    bool isInside = parts_->main.match(text, found);
+    if (parts_->hasChanges()) {
+        found.remove(parts_->removed);
+        isInside = parts_->added.match(text, found) || isInside;
+    }
     found.sortOnce();
     return isInside;
 }
@@ -248,7 +272,7 @@ void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& path
         if (!list.empty()) paths.assign(list.begin(), list.end());
         return;
     }
-    if (!appendPaths(text, paths) && parts_->acceptsEmpty)
+    if (!appendPaths(text, paths) && parts_->main.acceptsEmpty)
         paths.assign(parts_->pathsOutside.begin(), parts_->pathsOutside.end());
 }
 
@@ -267,7 +291,7 @@ void EngineGroup::matchAll(std::span<const std::string_view> texts, std::vector<
     paths.clear();
     for (const std::string_view text : texts) {
         const auto before = static_cast<std::ptrdiff_t>(paths.size());
-        if (!appendPaths(text, paths) && parts_->acceptsEmpty) {
+        if (!appendPaths(text, paths) && parts_->main.acceptsEmpty) {
             paths.erase(paths.begin() + before, paths.end());
             paths.insert(paths.end(), parts_->pathsOutside.begin(), parts_->pathsOutside.end());
         }
@@ -281,8 +305,15 @@ void EngineGroup::isChangeable(bool changes) { setup_->isChangeable = changes; }
 
 std::size_t EngineGroup::removePatterns(std::int32_t pathNumber) {
     if (!setup_->isChangeable) return 0;
-    const std::size_t count = std::erase_if(
-        setup_->kept, [&](const Setup::Kept& kept) { return kept.path == pathNumber; });
+    std::vector<Setup::Kept>& kept = setup_->kept;
+    const auto isRemoved = [&](const Setup::Kept& each) { return each.path == pathNumber; };
+    const std::size_t before = kept.size();
+    const auto main = kept.begin() + static_cast<std::ptrdiff_t>(setup_->mainCount);
+    const auto inMain = static_cast<std::size_t>(std::count_if(kept.begin(), main, isRemoved));
+    if (inMain > 0) setup_->removed.push_back(pathNumber);
+    setup_->mainCount -= inMain;
+    std::erase_if(kept, isRemoved);
+    const std::size_t count = before - kept.size();
     setup_->patternCount -= static_cast<std::int32_t>(count);
     if (count > 0) setup_->isDone = false;
     return count;
@@ -297,12 +328,15 @@ void EngineGroup::process(std::span<const std::string_view> words,
 std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const {
     if (parts_->whole != nullptr)
         return parts_->whole->firstPath(parts_->whole->walk(text, length));
-    Found found;
-    bool isInside = false;
-    for (const auto& part : parts_->parts) {
-        isInside = part->match({text, length}, found) || isInside;
+    if (parts_->hasChanges()) {
+        thread_local std::vector<std::int32_t> pathsS;
+        pathsS.clear();
+        appendPaths({text, length}, pathsS);
+        return pathsS.empty() ? -1 : pathsS.front();
     }
-    if (isInside || !parts_->acceptsEmpty) return found.first();
+    Found found;
+    const bool isInside = parts_->main.match({text, length}, found);
+    if (isInside || !parts_->main.acceptsEmpty) return found.first();
     return parts_->pathsOutside.empty() ? -1 : parts_->pathsOutside.front();
 }
 
@@ -317,7 +351,17 @@ std::int32_t EngineGroup::firstPath(std::span<const std::string_view> words) con
 
 const Table* EngineGroup::wholeTable() const { return parts_->whole; }
 
-const std::vector<std::int32_t>& EngineGroup::paths() const { return setup_->paths; }
+// The numbers of all patterns, ascending.
+std::vector<std::int32_t> EngineGroup::paths() const {
+    if (!setup_->isChangeable) return setup_->paths;
+    std::vector<std::int32_t> paths;
+    for (const Setup::Kept& kept : setup_->kept) paths.push_back(kept.path);
+    return sortedOnce(std::move(paths));
+}
+
+const PatternOptions& EngineGroup::options() const { return setup_->patterns->options(); }
+
+void EngineGroup::options(const PatternOptions& options) { setup_->patterns->options(options); }
 
 const FND::String& EngineGroup::error() const { return setup_->error; }
 
@@ -336,32 +380,26 @@ void EngineGroup::partLimit(std::size_t states) { setup_->partLimit = states; }
 std::int32_t EngineGroup::patternCount() const { return setup_->patternCount; }
 
 std::size_t EngineGroup::partCount() const {
-    std::size_t count = 0;
-    for (const auto& part : parts_->parts) count += part->automatonCount();
-    return count;
+    return parts_->main.automatonCount() + parts_->added.automatonCount();
 }
 
 std::size_t EngineGroup::stateCount() const {
-    std::size_t count = 0;
-    for (const auto& part : parts_->parts) count += part->stateCount();
-    return count;
+    return parts_->main.stateCount() + parts_->added.stateCount();
 }
 
-std::size_t EngineGroup::memory() const {
-    std::size_t bytes = 0;
-    for (const auto& part : parts_->parts) bytes += part->memory();
-    return bytes;
-}
+std::size_t EngineGroup::memory() const { return parts_->main.memory() + parts_->added.memory(); }
 
 void EngineGroup::clear() {
     setup_->patterns->clear();
-    parts_->clear();
+    parts_ = std::make_unique<Parts>();
     setup_->error.clear();
     setup_->paths.clear();
     setup_->patternCount = 0;
     setup_->guiltyPath = -1;
     setup_->isDone = false;
     setup_->kept.clear();
+    setup_->mainCount = 0;
+    setup_->removed.clear();
     setup_->nextPath = 0;
 }
 

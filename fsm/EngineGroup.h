@@ -11,10 +11,12 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "fsm/MultiEngineIf.h"
+#include "fsm/PatternOptions.h"
 
 namespace FSM {
 
 struct Analysis;
+struct GroupParts;
 class PatternList;
 class Table;
 
@@ -34,15 +36,20 @@ public:
     EngineGroup(const EngineGroup&) = delete;
     EngineGroup& operator=(const EngineGroup&) = delete;
 
+    const PatternOptions& options() const;
+    /// Sets how patterns and texts are read. To be set before the first pattern.
+    void options(const PatternOptions& options);
+
     /// Adds a pattern that is reported as `pathNumber`, under the conditions of
-    /// `Engine::insertPattern`.
+    /// `Engine::addPattern`. `error` then names the number of a pattern that does not parse.
     bool insertPattern(const FND::String& pattern, unsigned long pathNumber = nextPathCM);
     /// The same for a row, which must have exactly one pattern.
     bool insertPatterns(const std::vector<FND::String>& patterns,
                         unsigned long pathNumber = nextPathCM) override;
 
     /// Fails only when a single pattern needs more states than the state limit allows, or all parts
-    /// together more than 16 times that number.
+    /// together more than 16 times that number, or the bytes pass their limit. A changeable group
+    /// that was set up before then matches as before.
     bool finalSetup() override;
 
     /// Fills `paths` with the numbers of the patterns that match the whole text, ascending and each
@@ -92,7 +99,9 @@ public:
     bool isChangeable() const;
     /// Whether the group may change after it is set up, for which it keeps the texts of its
     /// patterns: `insertPattern` and `removePatterns` then wait for the next `finalSetup`, until
-    /// which the group matches as before. To be set before the first pattern; off by default.
+    /// which the group matches as before. A few changes at a time cost little, however long the
+    /// list is; after some hundred, or where a pattern matches "" or shares a number with another
+    /// one, all is built anew. To be set before the first pattern; off by default.
     void isChangeable(bool changes);
     /// Takes the patterns under `pathNumber` out of a changeable group. Gives their number.
     std::size_t removePatterns(std::int32_t pathNumber);
@@ -101,9 +110,9 @@ public:
     /// fails or the group is not set up.
     bool save(const FND::String& file, FND::String& error) const;
     /// Sets up an empty group from a file that `save` wrote with the same version on the same kind
-    /// of machine. Any other file is refused: false, and a reason in `error()`. The file is mapped,
-    /// so processes share the memory of words; it may be replaced by renaming another one, but not
-    /// changed while a group uses it.
+    /// of machine, options included. Any other file is refused: false, and a reason in `error()`.
+    /// The file is mapped, so processes share its memory; it may be replaced by renaming another
+    /// one, but not changed while a group uses it. Such a group is not changeable.
     bool load(const FND::String& file);
 
     /// Number of patterns inserted.
@@ -111,7 +120,7 @@ public:
     /// Number of automata that the list was split into; 0 before `finalSetup`.
     std::size_t partCount() const;
 
-    /// Restores the state after construction. The limits stay.
+    /// Restores the state after construction. The limits and options stay.
     void clear();
 
 private:
@@ -126,10 +135,12 @@ private:
 
     // Used by an analysis: the table, null unless it is the only part, and all path numbers.
     const Table* wholeTable() const;
-    const std::vector<std::int32_t>& paths() const;
+    std::vector<std::int32_t> paths() const;
 
+    bool fillList(std::size_t first);
+    bool makeParts(std::size_t byteLimit, GroupParts& parts);
     bool build();
-    bool loadParts(std::string_view content);
+    bool changeParts();
 
     struct Setup;
     struct Parts;

@@ -48,6 +48,8 @@ public:
     /// Gives a part of one state, a set without members, its end state; false if it already has
     /// one.
     bool checkEndState();
+    /// Adds a state between start and end; owned by this part.
+    NonDetState* insertState();
     /// Puts a fresh state before the start and one after the end, not yet joined to them.
     void makeEnds();
 
@@ -89,7 +91,6 @@ public:
 
 private:
     void copy(const EnginePart& other);
-    NonDetState* insertState();
     /// Turns a part of one state into the empty string.
     void closeEnds();
 

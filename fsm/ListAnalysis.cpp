@@ -8,7 +8,6 @@
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/PatternCheck.h"
 #include "fsm/Shape.h"
 
 namespace FSM {
@@ -20,13 +19,17 @@ using Paths = std::vector<std::int32_t>;
 /// Looks at patterns pair by pair.
 class ListAnalyser {
 public:
-    ListAnalyser(std::span<const FND::String> patterns, std::size_t maxOverlaps)
-        : patterns_(patterns), maxOverlaps_(maxOverlaps), kinds_(patterns.size()) {}
+    ListAnalyser(std::span<const FND::String> patterns, std::size_t maxOverlaps,
+                 const PatternOptions& options)
+        : patterns_(patterns),
+          maxOverlaps_(maxOverlaps),
+          options_(options),
+          kinds_(patterns.size()) {
+        group_.options(options);
+    }
 
     bool run(Analysis& result) {
         for (std::size_t i = 0; i < patterns_.size(); ++i) {
-            FND::String error;
-            if (!shape_.read(patterns_[i]) && !FSM::checkPattern(patterns_[i], error)) return false;
             if (!group_.insertPattern(patterns_[i])) return false;
             kinds_[i] = kindOf(patterns_[i]);
         }
@@ -51,7 +54,7 @@ private:
     static constexpr std::size_t mostStatesCM = 4096;
 
     Kind kindOf(const FND::String& pattern) {
-        if (!shape_.read(pattern)) return Kind::General;
+        if (!shape_.read(pattern, options_)) return Kind::General;
         if (shape_.isLiteral()) return shape_.endsWild ? Kind::Open : Kind::Word;
         const bool isInside = shape_.startsWild && shape_.endsWild && shape_.wordCount() == 1;
         return isInside ? Kind::Inside : Kind::General;
@@ -59,7 +62,7 @@ private:
 
     // The shortest text of a pattern of words.
     FND::String textOf(std::int32_t path) {
-        shape_.read(patterns_[static_cast<std::size_t>(path)]);
+        shape_.read(patterns_[static_cast<std::size_t>(path)], options_);
         return shape_.bytes;
     }
     // What a negated pattern matches depends on the other patterns of the list.
@@ -100,8 +103,9 @@ private:
 
     void examineGeneral(std::int32_t path) {
         Engine engine;
+        engine.options(options_);
         engine.stateLimit(mostStatesCM);
-        engine.insertPattern(patterns_[static_cast<std::size_t>(path)]);
+        engine.addPattern(patterns_[static_cast<std::size_t>(path)]);
         const bool isAlone = !isNegated(path) && engine.finalSetup();
         if (isAlone && !analyse(engine, 0).value_or(Analysis()).empty.empty()) {
             empty_.push_back(path);
@@ -119,10 +123,11 @@ private:
         const std::pair pair = std::minmax(one, other);
         if (!examined_.insert(pair).second) return;
         Engine engine;
+        engine.options(options_);
         engine.stateLimit(mostStatesCM);
         if (isNegated(one) || isNegated(other) || pairs_++ >= mostPairsCM ||
-            !engine.insertPattern(patterns_[static_cast<std::size_t>(pair.first)]) ||
-            !engine.insertPattern(patterns_[static_cast<std::size_t>(pair.second)]) ||
+            !engine.addPattern(patterns_[static_cast<std::size_t>(pair.first)]) ||
+            !engine.addPattern(patterns_[static_cast<std::size_t>(pair.second)]) ||
             !engine.finalSetup()) {
             ++notExamined_;
             return;
@@ -168,6 +173,7 @@ private:
 
     const std::span<const FND::String> patterns_;
     const std::size_t maxOverlaps_;
+    const PatternOptions options_;
     std::vector<Kind> kinds_;
     Shape shape_;
     EngineGroup group_;
@@ -182,10 +188,11 @@ private:
 
 }  // namespace
 
-std::optional<Analysis> analyse(std::span<const FND::String> patterns, std::size_t maxOverlaps) {
+std::optional<Analysis> analyse(std::span<const FND::String> patterns, std::size_t maxOverlaps,
+                                const PatternOptions& options) {
     try {
         Analysis result;
-        if (ListAnalyser(patterns, maxOverlaps).run(result)) return result;
+        if (ListAnalyser(patterns, maxOverlaps, options).run(result)) return result;
     } catch (const std::bad_alloc&) {
     }
     return std::nullopt;

@@ -39,6 +39,7 @@ struct MultiEngine::Rows {
     template <class Visitor>
     void match(std::span<const std::string_view> words, Visitor visit) const;
 
+    PatternOptions options;
     std::size_t stateLimit = Engine::mostStatesCM;
     std::size_t byteLimit = BuildLimits::defaultBytesCM;
     std::int32_t count = 0;
@@ -87,7 +88,9 @@ bool MultiEngine::insertPatterns(const std::vector<FND::String>& patterns,
 }
 
 bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32_t path) {
-    if (rows_->places.size() < patterns.size()) rows_->places.resize(patterns.size());
+    while (rows_->places.size() < patterns.size()) {
+        rows_->places.emplace_back().patterns->options(rows_->options);
+    }
     std::array<std::int32_t, maxWordsCM> row;
     std::size_t count = 0;
     for (; count < patterns.size(); ++count) {
@@ -101,7 +104,8 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
         // A pattern of a row that is refused later stays in the list, but in no row.
         if (!place.patterns->insert(patterns[count], PatternList::nextPathCM, rows_->byteLimit,
                                     true)) {
-            rows_->error = place.patterns->error();
+            rows_->error = "row " + std::to_string(path) + ", pattern " +
+                           std::to_string(count + 1) + ": " + place.patterns->error();
             return false;
         }
         place.textCharge.take(blockBytes(patterns[count].size()));
@@ -268,6 +272,10 @@ std::size_t MultiEngine::memory() const {
 const FND::String& MultiEngine::error() const { return rows_->error; }
 
 std::int32_t MultiEngine::guiltyPath() const { return rows_->guiltyPath; }
+
+const PatternOptions& MultiEngine::options() const { return rows_->options; }
+
+void MultiEngine::options(const PatternOptions& options) { rows_->options = options; }
 
 std::size_t MultiEngine::stateLimit() const { return rows_->stateLimit; }
 

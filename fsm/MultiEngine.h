@@ -10,6 +10,7 @@
 #include "fnd/Export.h"
 #include "fnd/String.h"
 #include "fsm/MultiEngineIf.h"
+#include "fsm/PatternOptions.h"
 
 namespace FSM {
 
@@ -32,6 +33,10 @@ public:
     ~MultiEngine() override;
     MultiEngine(const MultiEngine&) = delete;
     MultiEngine& operator=(const MultiEngine&) = delete;
+
+    const PatternOptions& options() const;
+    /// Sets how patterns and words are read. To be set before the first row.
+    void options(const PatternOptions& options);
 
     /// Rows may differ in length, from 1 to `maxWordsCM`.
     bool insertPatterns(const std::vector<FND::String>& patterns,

@@ -17,10 +17,15 @@ void pushPart(Arguments... arguments) {
     EnginePart::stackCM.push_back(std::make_unique<EnginePart>(arguments...));
 }
 
-/// Pushes the part of one byte, the low 8 bits of `value`.
-void pushByte(int value);
-/// Adds the bytes from `first` to `last`, the low 8 bits of each, to the set on top.
-void addBytes(int first, int last);
+/// Pushes the part of the byte or character that is the `value` of a token.
+void pushCharacter(const FSM_FlexLexer& scanner, int value);
+/// Pushes the part of any byte or character but newline.
+void pushWildCard(const FSM_FlexLexer& scanner);
+/// Begins a set, to which those from `first` to `last` are added until it is closed, which pushes
+/// its part.
+void openSet(const FSM_FlexLexer& scanner, bool isNegated);
+void addCharacters(const FSM_FlexLexer& scanner, int first, int last);
+void closeSet();
 /// Replaces the two parts on top by the first followed by the second.
 void concatenateParts();
 /// Replaces the two parts on top by a part that matches either.

@@ -11,10 +11,11 @@ bool checkPattern(const FND::String& pattern, FND::String& error) {
     return checkPattern(pattern, error, place);
 }
 
-bool checkPattern(const FND::String& pattern, FND::String& error, std::size_t& place) {
+bool checkPattern(const FND::String& pattern, FND::String& error, std::size_t& place,
+                  const PatternOptions& options) {
     place = 0;
     try {
-        return parsePattern(pattern, error, &place) != nullptr;
+        return parsePattern(pattern, options, error, &place) != nullptr;
     } catch (const std::bad_alloc&) {
         error = "FSM::EnginePart::operator new():no memory available";
         return false;

@@ -55,18 +55,18 @@ term: OPEN_PARENTHESIS alternative CLOSE_PARENTHESIS
     | terminal
     ;
 
-terminal: FSM_CHAR                                { pushByte($1); }
-        | FSM_POINT                               { pushPart(256); }
-        | SET_START_NEG negated_set_marker set set_list SET_END
-        | SET_START set_marker set set_list SET_END
+terminal: FSM_CHAR                                { pushCharacter(scanner, $1); }
+        | FSM_POINT                               { pushWildCard(scanner); }
+        | SET_START_NEG negated_set_marker set set_list SET_END { closeSet(); }
+        | SET_START set_marker set set_list SET_END       { closeSet(); }
         ;
 
-negated_set_marker: %empty                        { pushPart(true); };
+negated_set_marker: %empty                        { openSet(scanner, true); };
 
-set_marker: %empty                                { pushPart(false); };
+set_marker: %empty                                { openSet(scanner, false); };
 
-set: FSM_CHAR                                     { addBytes($1, $1); }
-   | FSM_CHAR HYPHEN FSM_CHAR                     { addBytes($1, $3); }
+set: FSM_CHAR                                     { addCharacters(scanner, $1, $1); }
+   | FSM_CHAR HYPHEN FSM_CHAR                     { addCharacters(scanner, $1, $3); }
    ;
 
 set_list: set set_list

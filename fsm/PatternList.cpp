@@ -15,10 +15,11 @@ std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths) {
     return paths;
 }
 
-void Pattern::parse() {
+void Pattern::parse(const PatternOptions& options) {
     if (part != nullptr) return;
     FND::String error;
-    part = parsePattern(text, error);
+    part = parsePattern(text, options, error);
+    if (part == nullptr) throw std::bad_alloc();
 }
 
 bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
@@ -33,8 +34,8 @@ bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
         std::size_t bytes = sizeof(Pattern) + blockBytes(pattern.size());
         std::unique_ptr<EnginePart> part;
         countWork(pattern.size() / 4 + 8);
-        if (!keepsWords || !shape_.read(pattern)) {
-            part = parsePattern(pattern, error_);
+        if (!keepsWords || !shape_.read(pattern, options_)) {
+            part = parsePattern(pattern, options_, error_);
             isUnparsed_ = part == nullptr;
             if (isUnparsed_) return false;
             bytes += part->stateCount() * bytesPerStateCM;

@@ -7,6 +7,7 @@
 
 #include "fnd/String.h"
 #include "fsm/EnginePart.h"
+#include "fsm/PatternOptions.h"
 #include "fsm/Shape.h"
 
 namespace FSM {
@@ -19,8 +20,8 @@ struct Pattern {
     Charge textCharge{blockBytes(text.size())};
 
     bool isNegated() const { return part != nullptr && part->isNegated(); }
-    /// Parses it if that is still to be done.
-    void parse();
+    /// Parses it if that is still to be done. Throws std::bad_alloc.
+    void parse(const PatternOptions& options);
 };
 
 /// What an automaton, or all parts of a group, may take. The bytes are those of the finished
@@ -48,6 +49,10 @@ public:
     bool insert(const FND::String& pattern, unsigned long pathNumber, std::size_t byteLimit,
                 bool keepsWords);
 
+    const PatternOptions& options() const { return options_; }
+    /// To be set before the first pattern.
+    void options(const PatternOptions& options) { options_ = options; }
+
     const Vector<Pattern>& patterns() const { return patterns_; }
     Vector<Pattern>& patterns() { return patterns_; }
     /// Takes back the last insertion.
@@ -73,6 +78,7 @@ private:
     // Memory of a state while patterns are kept.
     static constexpr std::size_t bytesPerStateCM = 128;
 
+    PatternOptions options_;
     Vector<Pattern> patterns_;
     Shape shape_;  // reused
     std::size_t bytes_ = 0;

@@ -4,20 +4,22 @@
 #include <utility>
 
 #include "PatternGrammar.h"
+#include "fsm/CharacterSet.h"
+#include "fsm/Characters.h"
 #include "fsm/PatternActions.h"
 
 namespace FSM {
 
-void pushByte(int value) {
-    unsigned char byte = static_cast<unsigned char>(value);
-    pushPart(byte, byte);
-}
-
-void addBytes(int first, int last) {
-    topPart().addCharacters(static_cast<unsigned char>(first), static_cast<unsigned char>(last));
-}
-
 namespace {
+
+// The set that the calling thread's parse is reading.
+thread_local CharacterSet openSetS;
+
+// Of the value of a token, which is a character or the low 8 bits of it a byte.
+char32_t codeOf(const FSM_FlexLexer& scanner, int value) {
+    return scanner.options().isUtf8 ? static_cast<char32_t>(value)
+                                    : static_cast<unsigned char>(value);
+}
 
 std::unique_ptr<EnginePart> popPart() {
     std::unique_ptr<EnginePart> part = std::move(EnginePart::stackCM.back());
@@ -26,6 +28,39 @@ std::unique_ptr<EnginePart> popPart() {
 }
 
 }  // namespace
+
+void pushCharacter(const FSM_FlexLexer& scanner, int value) {
+    const char32_t code = codeOf(scanner, value);
+    const PatternOptions& options = scanner.options();
+    if (!options.ignoresCase && (!options.isUtf8 || code < 0x80)) {
+        const auto byte = static_cast<unsigned char>(code);
+        pushPart(byte, byte);
+        return;
+    }
+    openSet(scanner, false);
+    openSetS.add(code, code);
+    closeSet();
+}
+
+void pushWildCard(const FSM_FlexLexer& scanner) {
+    if (!scanner.options().isUtf8) {
+        pushPart(256);
+        return;
+    }
+    openSet(scanner, true);
+    openSetS.add('\n', '\n');
+    closeSet();
+}
+
+void openSet(const FSM_FlexLexer& scanner, bool isNegated) {
+    openSetS = CharacterSet(scanner.options(), isNegated);
+}
+
+void addCharacters(const FSM_FlexLexer& scanner, int first, int last) {
+    openSetS.add(codeOf(scanner, first), codeOf(scanner, last));
+}
+
+void closeSet() { EnginePart::stackCM.push_back(openSetS.part()); }
 
 void concatenateParts() {
     std::unique_ptr<EnginePart> right = popPart();
@@ -48,6 +83,10 @@ int FSM_debug = 0;
 int fsm_lex(int* value, FSM_FlexLexer& scanner) { return scanner.yylex(*value); }
 
 void fsm_error(FSM_FlexLexer& scanner, const char* message) {
+    if (scanner.isMisencoded()) {
+        FSM::EnginePart::errorTextCM = "not UTF-8";
+        return;
+    }
     FSM_printerror(message, scanner.lastValue());
 }
 
@@ -66,9 +105,10 @@ int FSM_parse(FSM_FlexLexer& scanner) {
     }
 }
 
-std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern, FND::String& error,
-                                                   std::size_t* place) {
-    FSM_FlexLexer scanner(pattern);
+std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern,
+                                                   const PatternOptions& options,
+                                                   FND::String& error, std::size_t* place) {
+    FSM_FlexLexer scanner(pattern, options);
     if (FSM_parse(scanner) != 0) {
         if (place != nullptr) *place = scanner.tokenBegin();
         error = EnginePart::errorTextCM;

@@ -23,7 +23,7 @@ namespace FSM {
 /// Parses `pattern`. Null, with the reason in `error`, if that fails. Any number of threads may
 /// parse at once. `place`, unless null, is then the byte of the pattern at which it failed. Throws
 /// std::bad_alloc and the exceptions of the budget.
-std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, FND::String& error,
-                                         std::size_t* place = nullptr);
+std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, const PatternOptions& options,
+                                         FND::String& error, std::size_t* place = nullptr);
 
 }  // namespace FSM

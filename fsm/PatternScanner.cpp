@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "PatternGrammar.h"
+#include "fsm/Characters.h"
 
 namespace {
 
@@ -22,8 +23,9 @@ int signedValue(char c) {
 FSM_FlexLexer::FSM_FlexLexer(std::istream* in, std::ostream*)
     : FSM_FlexLexer(std::string(std::istreambuf_iterator<char>(*in), {})) {}
 
-FSM_FlexLexer::FSM_FlexLexer(std::string pattern) : pattern_(std::move(pattern)) {
-    pattern_.resize(std::char_traits<char>::length(pattern_.c_str()));
+FSM_FlexLexer::FSM_FlexLexer(std::string pattern, const FSM::PatternOptions& options)
+    : options_(options), pattern_(std::move(pattern)) {
+    if (!options.takesNul) pattern_.resize(std::char_traits<char>::length(pattern_.c_str()));
 }
 
 int FSM_FlexLexer::yylex(int& value) {
@@ -45,12 +47,12 @@ char FSM_FlexLexer::look(std::size_t distance) const {
 }
 
 int FSM_FlexLexer::scan(int& value) {
-    char c = look(0);
-    if (c == '\0') return 0;
-    if (c == '\\' && look(1) != '\0' && look(1) != '\n') return scanEscape(value);
+    if (position_ == pattern_.size()) return 0;
+    const char c = look(0);
+    if (c == '\\' && position_ + 1 < pattern_.size() && look(1) != '\n') return scanEscape(value);
     if (condition_ == Condition::Count && isDigit(c)) return scanNumber(value);
-    ++position_;
-    value = signedValue(c);
+    value = takeCharacter();
+    if (isMisencoded_) return FSM_ERROR;
 
     if (condition_ == Condition::Set) {
         switch (c) {
@@ -108,20 +110,32 @@ int FSM_FlexLexer::scan(int& value) {
     }
 }
 
+// The byte here, or with UTF-8 the character, as the value of a token.
+int FSM_FlexLexer::takeCharacter() {
+    const char c = look(0);
+    if (!options_.isUtf8) {
+        ++position_;
+        return signedValue(c);
+    }
+    const FSM::Character character = FSM::characterOf(std::string_view(pattern_).substr(position_));
+    isMisencoded_ = character.length == 0;
+    position_ += isMisencoded_ ? 1 : character.length;
+    return isMisencoded_ ? signedValue(c) : static_cast<int>(character.code);
+}
+
 // A backslash and three digits is the byte with that decimal code; a backslash and any other byte
-// is that byte.
+// is that byte, or with UTF-8 that character.
 int FSM_FlexLexer::scanEscape(int& value) {
     if (isDigit(look(1)) && isDigit(look(2)) && isDigit(look(3))) {
         value = (look(1) - '0') * 100 + (look(2) - '0') * 10 + (look(3) - '0');
         position_ += 4;
         return value > 255 ? FSM_ERROR : FSM_CHAR;
     }
-    char c = look(1);
-    position_ += 2;
-    if (c == 'n') c = '\n';
-    if (c == 't') c = '\t';
-    value = signedValue(c);
-    return FSM_CHAR;
+    ++position_;
+    value = takeCharacter();
+    if (value == 'n') value = '\n';
+    if (value == 't') value = '\t';
+    return isMisencoded_ ? FSM_ERROR : FSM_CHAR;
 }
 
 int FSM_FlexLexer::scanNumber(int& value) {

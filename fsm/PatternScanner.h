@@ -6,17 +6,25 @@
 #include <string>
 #include <vector>
 
+#include "fsm/PatternOptions.h"
+
 /// The scanner of patterns: gives the tokens of one pattern, one after the other. The token codes
 /// are those of the grammar, 257 to 274. Used by one thread at a time.
 class FSM_FlexLexer {
 public:
-    /// Reads `in` to its end; the pattern ends at the first NUL, if there is one. `out` is not
-    /// used: every byte of a pattern belongs to a token. Neither is kept.
+    /// Reads `in` to its end; the pattern ends at the first NUL, if there is one, unless the
+    /// options say that NUL is a byte like others. `out` is not used: every byte of a pattern
+    /// belongs to a token. Neither is kept.
     explicit FSM_FlexLexer(std::istream* in, std::ostream* out = nullptr);
-    explicit FSM_FlexLexer(std::string pattern);
+    explicit FSM_FlexLexer(std::string pattern, const FSM::PatternOptions& options = {});
+
+    const FSM::PatternOptions& options() const { return options_; }
+    /// Whether the pattern should be UTF-8 and is not, at the token read last.
+    bool isMisencoded() const { return isMisencoded_; }
 
     /// The code of the next token. Sets `value` to its value: for a token of one byte, the byte as
-    /// a signed number; for NUMBER, the number, at most 2147483647. 0, with value 0, at the end.
+    /// a signed number, or with UTF-8 the code of its character; for NUMBER, the number, at most
+    /// 2147483647. 0, with value 0, at the end.
     int yylex(int& value);
 
     /// The value of the token read last; 0 before the first.
@@ -32,15 +40,18 @@ private:
     enum class Condition { Initial, Set, Count };
 
     int scan(int& value);
+    int takeCharacter();
     int scanEscape(int& value);
     int scanNumber(int& value);
     char look(std::size_t distance) const;
 
+    FSM::PatternOptions options_;
     std::string pattern_;
     std::size_t position_ = 0;
     std::size_t tokenBegin_ = 0;
     Condition condition_ = Condition::Initial;
     bool atLineStart_ = true;
+    bool isMisencoded_ = false;
     int lastValue_ = 0;
     std::vector<std::unique_ptr<std::byte[]>> memory_;
 };

@@ -1,6 +1,9 @@
 #include "fsm/Shape.h"
 
 #include <optional>
+#include <utility>
+
+#include "fsm/Characters.h"
 
 namespace FSM {
 
@@ -30,11 +33,13 @@ std::optional<char> takeByte(std::string_view& left) {
 
 }  // namespace
 
-bool Shape::read(std::string_view pattern) {
+bool Shape::read(std::string_view pattern, const PatternOptions& options) {
     bytes.clear();
     ends.clear();
     startsWild = endsWild = false;
     std::string_view left = pattern.substr(0, pattern.find('\0'));
+    if (options.takesNul && left.size() < pattern.size()) return false;
+    if (options.isUtf8 && !isUtf8(left)) return false;
     if (!left.empty() && (left[0] == '!' || isRepetition(left[0]))) return false;
     std::size_t begin = 0;  // of the current word
     while (!left.empty()) {
@@ -58,9 +63,15 @@ bool Shape::read(std::string_view pattern) {
             default: {
                 // A "!" at the beginning of a line is an operator.
                 if (left[0] == '\n' && left.size() > 1 && left[1] == '!') return false;
+                const bool isCode = left[0] == '\\' && left.size() > 1 && isDigit(left[1]);
                 const std::optional<char> byte = takeByte(left);
                 if (!byte) return false;
-                bytes += *byte;
+                // With UTF-8, the code of a byte is that of a character.
+                if (options.isUtf8 && isCode) {
+                    appendUtf8(static_cast<unsigned char>(*byte), bytes);
+                } else {
+                    bytes += *byte;
+                }
                 endsWild = false;
                 break;
             }
@@ -68,9 +79,22 @@ bool Shape::read(std::string_view pattern) {
         if (!left.empty() && isRepetition(left[0])) return false;
     }
     if (begin < bytes.size() || ends.empty()) ends.push_back(bytes.size());
+    if (options.ignoresCase) fold(options);
     if (bytes.empty()) startsWild = false;  // ".*" is the empty word with a tail
     // A newline ends what ".*" may skip, so words that hold one are not independent of it.
     return isLiteral() || bytes.find('\n') == std::string::npos;
+}
+
+void Shape::fold(const PatternOptions& options) {
+    std::string folded;
+    std::string all;
+    std::size_t begin = 0;
+    for (std::size_t& end : ends) {
+        foldCase(std::string_view(bytes).substr(begin, end - begin), options, folded);
+        begin = end;
+        end = all.append(folded).size();
+    }
+    bytes = std::move(all);
 }
 
 }  // namespace FSM

@@ -94,16 +94,16 @@ void mergeClasses(RawAutomaton& raw) {
     for (std::uint8_t& c : raw.classOf) c = renamed[c];
 }
 
-// How a state is left: not at all, only by newline, or otherwise. NUL does not count, as it ends a
-// text before it is looked up. In between come the states at which a walk has to remember
+// How a state is left: not at all, only by newline, or otherwise. NUL counts only if it does not
+// end a text before it is looked up. In between come the states at which a walk has to remember
 // something.
 enum class Kind { Trap, LineLoop, Special, Other };
 constexpr std::size_t kindsS = 4;
 
-Vector<Kind> kindsOf(const RawAutomaton& raw) {
-    // 0: only NUL, 1: newline and perhaps NUL, 2: others.
+Vector<Kind> kindsOf(const RawAutomaton& raw, bool takesNul) {
+    // 0: only NUL that does not count, 1: newline and perhaps that, 2: others.
     Vector<int> kindOfClass(raw.classCount, 0);
-    for (unsigned byte = 1; byte < 256; ++byte) {
+    for (unsigned byte = takesNul ? 0 : 1; byte < 256; ++byte) {
         int& kind = kindOfClass[raw.classOf[byte]];
         kind = std::max(kind, byte == '\n' ? 1 : 2);
     }
@@ -126,8 +126,11 @@ Vector<Kind> kindsOf(const RawAutomaton& raw) {
 
 }  // namespace
 
-bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
-                  std::size_t maxListed) {
+bool Table::build(RawAutomaton raw, const Paths& negated, const PatternOptions& options,
+                  bool keepsDeadEnds, std::size_t maxListed) {
+    takesNul_ = options.takesNul ? 1 : 0;
+    leavesByTextbook_ = options.leavesByTextbook ? 1 : 0;
+    keepsDeadEnds = keepsDeadEnds && !options.leavesByTextbook;
     Vector<bool> isKept(raw.stateCount(), true);
     if (!keepsDeadEnds && !raw.hasTailsApart()) {
         isKept = liveStates(raw);
@@ -142,7 +145,7 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
     mergeClasses(raw);
 
     // Rows: 0, then the states sorted by their kinds, in raw order.
-    const Vector<Kind> kinds = kindsOf(raw);
+    const Vector<Kind> kinds = kindsOf(raw, options.takesNul);
     Vector<std::uint32_t> order;
     std::size_t countUpTo[kindsS];
     for (std::size_t kind = 0; kind < kindsS; ++kind) {
@@ -166,16 +169,18 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
         rowOf[order[i]] = static_cast<Row>((i + 1) * stride_);
     }
     start_ = rowOf[0];
-    startIndex_ = start_ / stride_;
-    rows_.reserve((order.size() + 1) * stride_);
-    rows_.resize(stride_);
+    findStart();
+    Vector<Row> rows;
+    rows.reserve((order.size() + 1) * stride_);
+    rows.resize(stride_);
     for (std::uint32_t state : order) {
         const std::uint32_t* const row = raw.next.row(state);
         countWork(stride_);
         for (unsigned c = 0; c < stride_; ++c) {
-            rows_.push_back(row[c] == noStateS ? 0 : rowOf[row[c]]);
+            rows.push_back(row[c] == noStateS ? 0 : rowOf[row[c]]);
         }
     }
+    rows_ = Flat<Row>(std::move(rows));
 
     findLoops();
     for (std::size_t i = countUpTo[1]; i < countUpTo[2]; ++i) {
@@ -205,24 +210,38 @@ bool Table::build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds,
             list = std::move(reported);
         }
     }
-    Vector<std::uint32_t> listOf(1, raw.acceptedLists[0]);
+    // The first list is that of no accepted pattern.
+    Vector<std::uint32_t> listOf(1, options.leavesByTextbook ? 0 : raw.acceptedLists[0]);
     for (const std::uint32_t state : order) listOf.push_back(raw.acceptedLists[state]);
     listStates(listOf);
+    findFirstPaths();
     return true;
 }
 
+void Table::findStart() {
+    startIndex_ = start_ / stride_;
+    leftIndex_ = leavesByTextbook_ != 0 ? 0 : startIndex_;
+}
+
 // Makes the states; `listOf` tells the list of path numbers of each.
-void Table::listStates(const Vector<std::uint32_t>& listOf) {
+void Table::listStates(std::span<const std::uint32_t> listOf) {
     charge_.take(blockBytes(listOf.size() * sizeof(DetState)));
     states_ = std::make_unique<DetState[]>(listOf.size());
-    firstPaths_.resize(listOf.size());
     for (std::size_t i = 0; i < listOf.size(); ++i) {
         countWork(1);
-        const Paths& list = lists_[listOf[i]];
-        states_[i].paths_ = &list;
+        states_[i].paths_ = &lists_[listOf[i]];
         states_[i].table_ = this;
-        firstPaths_[i] = list.empty() ? -1 : list.front();
     }
+}
+
+void Table::findFirstPaths() {
+    Vector<std::int32_t> firstPaths;
+    firstPaths.reserve(stateCount() + 1);
+    for (std::size_t i = 0; i <= stateCount(); ++i) {
+        const Paths& list = states_[i].pathNumbers();
+        firstPaths.push_back(list.empty() ? -1 : list.front());
+    }
+    firstPaths_ = Flat<std::int32_t>(std::move(firstPaths));
 }
 
 namespace {
@@ -256,7 +275,6 @@ struct FlatLists {
 }  // namespace
 
 bool Table::archive(Archive& archive) {
-    std::vector<std::uint32_t> rows(rows_.begin(), rows_.end());
     std::vector<std::uint32_t> listOf;
     FlatLists lists;
     FlatLists settled;
@@ -272,24 +290,27 @@ bool Table::archive(Archive& archive) {
         }
     }
     archive.value(classOf_);
-    for (Row* row :
-         {&start_, &lastTrap_, &lastLineLoop_, &lastSpecial_, &leftByNewline_, &stride_}) {
+    for (Row* row : {&start_, &lastTrap_, &lastLineLoop_, &lastSpecial_, &leftByNewline_, &stride_,
+                     &takesNul_, &leavesByTextbook_}) {
         archive.value(*row);
     }
-    archive.array(rows);
+    archive.array(rows_);
+    archive.array(firstPaths_);
+    archive.array(loopOf_);
+    archive.array(loops_);
     archive.array(listOf);
     lists.archive(archive);
     settled.archive(archive);
     archive.array(isAfterNewline);
     archive.array(negated_);
     if (!archive.isReading()) return true;
-    if (!archive.isGood() || stride_ == 0 || stride_ > 256 || rows.size() % stride_ != 0 ||
-        rows.size() < 2 * std::size_t{stride_} || listOf.size() != rows.size() / stride_) {
+    if (!archive.isGood() || stride_ == 0 || stride_ > 256 || rows_.size() % stride_ != 0 ||
+        rows_.size() < 2 * std::size_t{stride_} || rows_.size() > std::numeric_limits<Row>::max() ||
+        listOf.size() != rows_.size() / stride_) {
         return false;
     }
-    rows_.assign(rows.begin(), rows.end());
     reciprocal_ = (std::uint64_t{1} << 32) / stride_ + 1;
-    startIndex_ = start_ / stride_;
+    findStart();
     std::vector<Paths> settledLists;
     if (!isSound() || !lists.giveTo(lists_) || !settled.giveTo(settledLists) ||
         settledLists.size() != (lastSpecial_ - lastLineLoop_) / stride_ ||
@@ -301,17 +322,25 @@ bool Table::archive(Archive& archive) {
     for (std::size_t i = 0; i < settledLists.size(); ++i) {
         specials_.push_back({isAfterNewline[i] != 0, std::move(settledLists[i])});
     }
-    listStates({listOf.begin(), listOf.end()});
-    findLoops();
+    listStates(listOf);
     return true;
 }
 
 bool Table::isSound() const {
-    const auto isRow = [&](Row row) { return row < rows_.size() && row % stride_ == 0; };
-    return std::all_of(rows_.begin(), rows_.end(), isRow) && isRow(start_) && start_ != 0 &&
+    const auto isRow = [&](Row row) { return row < rows_.size() && index(row) * stride_ == row; };
+    const std::span<const Row> rows = rows_.view();
+    const std::span<const ByteScan> loops = loops_.view();
+    const std::span<const std::uint16_t> loopOf = loopOf_.view();
+    return std::all_of(rows.begin(), rows.end(), isRow) && isRow(start_) && start_ != 0 &&
+           firstPaths_.size() == rows.size() / stride_ && loopOf.size() == firstPaths_.size() &&
+           std::all_of(loopOf.begin(), loopOf.end(),
+                       [&](std::uint16_t loop) { return loop <= loops.size(); }) &&
+           // Or a walk would go on after the end of a text.
+           std::none_of(loops.begin(), loops.end(),
+                        [](const ByteScan& loop) { return loop.contains(0); }) &&
            isRow(lastTrap_) && isRow(lastLineLoop_) && isRow(lastSpecial_) &&
            isRow(leftByNewline_) && lastTrap_ <= lastLineLoop_ && lastLineLoop_ <= lastSpecial_ &&
-           std::all_of(rows_.begin(), rows_.begin() + stride_, [](Row row) { return row == 0; }) &&
+           std::all_of(rows.begin(), rows.begin() + stride_, [](Row row) { return row == 0; }) &&
            std::all_of(classOf_.begin(), classOf_.end(),
                        [&](std::uint8_t c) { return c < stride_; });
 }
@@ -320,7 +349,8 @@ bool Table::isSound() const {
 // the walk never looks at their bytes.
 void Table::findLoops() {
     std::size_t stateCount = this->stateCount();
-    loopOf_.resize(stateCount + 1);
+    Vector<std::uint16_t> loopOf(stateCount + 1);
+    Vector<ByteScan> loops;
     ByteSetNumbers<std::uint16_t> known;
     for (std::size_t i = lastSpecial_ / stride_ + 1; i <= stateCount; ++i) {
         Row row = static_cast<Row>(i * stride_);
@@ -332,12 +362,14 @@ void Table::findLoops() {
         ByteSet bytes;
         for (unsigned byte = 1; byte < 256; ++byte) bytes[byte] = classes[classOf_[byte]];
         std::uint16_t& number = known[bytes];
-        if (number == 0 && loops_.size() < std::numeric_limits<std::uint16_t>::max()) {
-            loops_.emplace_back(bytes);
-            number = static_cast<std::uint16_t>(loops_.size());
+        if (number == 0 && loops.size() < std::numeric_limits<std::uint16_t>::max()) {
+            loops.emplace_back(bytes);
+            number = static_cast<std::uint16_t>(loops.size());
         }
-        loopOf_[i] = number;
+        loopOf[i] = number;
     }
+    loopOf_ = Flat<std::uint16_t>(std::move(loopOf));
+    loops_ = Flat<ByteScan>(std::move(loops));
 }
 
 State* Table::successor(const DetState& state, unsigned char c) const {
@@ -347,11 +379,10 @@ State* Table::successor(const DetState& state, unsigned char c) const {
 }
 
 std::size_t Table::memory() const {
-    std::size_t bytes =
-        sizeof *this + rows_.capacity() * sizeof(Row) + (stateCount() + 1) * sizeof(DetState) +
-        firstPaths_.capacity() * sizeof(std::int32_t) + lists_.capacity() * sizeof(Paths) +
-        negated_.capacity() * sizeof(std::int32_t) + loopOf_.capacity() * sizeof(std::uint16_t) +
-        loops_.capacity() * sizeof(ByteScan);
+    std::size_t bytes = sizeof *this + rows_.bytes() + (stateCount() + 1) * sizeof(DetState) +
+                        firstPaths_.bytes() + lists_.capacity() * sizeof(Paths) +
+                        negated_.capacity() * sizeof(std::int32_t) + loopOf_.bytes() +
+                        loops_.bytes();
     for (const Paths& list : lists_) bytes += list.capacity() * sizeof(std::int32_t);
     for (const Special& special : specials_) {
         bytes += sizeof special + special.settled.capacity() * sizeof(std::int32_t);

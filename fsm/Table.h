@@ -4,12 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "fsm/ByteScan.h"
 #include "fsm/DetState.h"
 #include "fsm/Determiniser.h"
+#include "fsm/Flat.h"
+#include "fsm/PatternOptions.h"
 
 namespace FSM {
 
@@ -42,18 +45,19 @@ public:
     Table(const Table&) = delete;
     Table& operator=(const Table&) = delete;
 
-    /// Writes the table to a file, or reads one. False if it is not sound.
+    /// Writes the table to a file, or reads one, which must outlive it. False if it is not sound.
     bool archive(Archive& archive);
 
     /// Takes ownership of `raw`. `negated` holds the numbers of the negated patterns, ascending.
     /// With `keepsDeadEnds` the table distinguishes texts that have left the automaton from those
     /// inside it from which nothing can match any more; that is unnecessary if no pattern matches
-    /// "". False if the lists of path numbers together would take more than `maxListed` numbers.
-    /// Throws the exceptions of the budget.
-    bool build(RawAutomaton raw, const Paths& negated, bool keepsDeadEnds, std::size_t maxListed);
+    /// "", or if `options` make no difference between them. False if the lists of path numbers
+    /// together would take more than `maxListed` numbers. Throws the exceptions of the budget.
+    bool build(RawAutomaton raw, const Paths& negated, const PatternOptions& options,
+               bool keepsDeadEnds, std::size_t maxListed);
 
     /// The row after the whole text, which ends at its first NUL; 0 when the text has left the
-    /// automaton.
+    /// automaton. Where NUL is a byte like others, only a text of known length may hold it.
     Row walk(const char* text) const {
         NothingSettles memory;
         return walkBytes<false>(reinterpret_cast<const unsigned char*>(text), nullptr, memory,
@@ -78,8 +82,7 @@ public:
             const std::string_view piece = text.substr(0, pieceSize);
             row = walkOn(row, piece.data(), piece.size());
             text.remove_prefix(piece.size());
-            // A text ends at its first NUL.
-            if (row == 0 || text.empty() || piece.find('\0') != std::string_view::npos) return row;
+            if (row == 0 || text.empty() || endsIn(piece)) return row;
             pause(piece.size());
         }
     }
@@ -91,13 +94,18 @@ public:
         return walkBytes<true>(begin, begin + length, memory, start_);
     }
 
+    /// Whether a text ends in `piece`, by a NUL.
+    bool endsIn(std::string_view piece) const {
+        return takesNul_ == 0 && piece.find('\0') != std::string_view::npos;
+    }
+    bool takesNul() const { return takesNul_ != 0; }
     /// Whether a walk has to remember patterns with tails.
     bool hasTailsApart() const { return lastSpecial_ != lastLineLoop_; }
     /// Whether a text that ends in `row` has not left the automaton, ignoring settled patterns.
     bool isInside(Row row) const { return row != 0 && row != leftByNewline_; }
 
-    /// The state of a row; the start state for row 0.
-    const DetState* state(Row row) const { return &states_[row == 0 ? startIndex_ : index(row)]; }
+    /// The state of a row; for row 0 the start state or, with textbook leaving, one of its own.
+    const DetState* state(Row row) const { return &states_[row == 0 ? leftIndex_ : index(row)]; }
     /// The lowest path number reported in a row, -1 for none.
     std::int32_t firstPath(Row row) const { return firstPaths_[index(row)]; }
     /// The numbers of the negated patterns.
@@ -105,7 +113,7 @@ public:
 
     DetState* start() const { return &states_[startIndex_]; }
     State* successor(const DetState& state, unsigned char c) const;
-    /// The states in the order of their rows; entry 0 is not a state.
+    /// The states in the order of their rows; entry 0 is for texts that have left the automaton.
     DetState* states() const { return states_.get(); }
     std::size_t stateCount() const { return rows_.size() / stride_ - 1; }
     const std::array<std::uint8_t, 256>& classOf() const { return classOf_; }
@@ -128,7 +136,9 @@ public:
 
 private:
     void findLoops();
-    void listStates(const Vector<std::uint32_t>& listOf);
+    void findStart();
+    void listStates(std::span<const std::uint32_t> listOf);
+    void findFirstPaths();
     bool isSound() const;
     std::size_t index(Row row) const { return (std::uint64_t{row} * reciprocal_) >> 32; }
 
@@ -148,13 +158,15 @@ private:
         const Row* rows = rows_.data();
         const std::uint8_t* classOf = classOf_.data();
         const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
-        auto isAtEnd = [&] { return (isBounded && text == end) || *text == 0; };
+        auto isAtEnd = [&] {
+            return (isBounded && text == end) || (*text == 0 && (!isBounded || takesNul_ == 0));
+        };
         for (;;) {
             if (row <= lastQuiet) {
                 if (Memory::isUsed && row > lastLineLoop_) {
                     remember(row, memory);
                 } else if (row > lastTrap_ || memory.isAnySettled()) {
-                    text = isBounded ? lineEnd(text, end) : lineEnd(text);
+                    text = isBounded ? lineEnd(text, end, takesNul_ != 0) : lineEnd(text);
                     if (row == 0 && !isAtEnd()) memory.forget();
                 }
                 if (row <= lastTrap_ || isAtEnd()) return row;
@@ -186,7 +198,7 @@ private:
     };
 
     std::array<std::uint8_t, 256> classOf_{};
-    Vector<Row> rows_;
+    Flat<Row> rows_;
     Row start_ = 0;
     Row lastTrap_ = 0;
     Row lastLineLoop_ = 0;
@@ -195,10 +207,13 @@ private:
     unsigned stride_ = 1;
     std::uint64_t reciprocal_ = 0;  // of the stride, times 2^32
     std::size_t startIndex_ = 0;
+    std::size_t leftIndex_ = 0;
+    std::uint32_t takesNul_ = 0;
+    std::uint32_t leavesByTextbook_ = 0;
     std::unique_ptr<DetState[]> states_;
-    Vector<std::int32_t> firstPaths_;
-    Vector<std::uint16_t> loopOf_;  // for each state, the number of its loop from 1 on, or 0
-    Vector<ByteScan> loops_;        // the bytes on which states stay
+    Flat<std::int32_t> firstPaths_;
+    Flat<std::uint16_t> loopOf_;  // for each state, the number of its loop from 1 on, or 0
+    Flat<ByteScan> loops_;        // the bytes on which states stay
     Vector<Special> specials_;
     std::vector<Paths> lists_;
     Charge listsCharge_;

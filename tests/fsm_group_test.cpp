@@ -121,6 +121,9 @@ TEST(FsmGroup, SavedAndLoaded) {
     int refused = 0;
     for (int round = 0; round < 60; ++round) {
         EngineGroup group;
+        group.options({.ignoresCase = round % 4 == 0,
+                       .isUtf8 = round % 5 == 0,
+                       .leavesByTextbook = round % 3 == 0});
         group.partLimit(random.below(3) * 9);
         const char* const texts[] = {"ab", "abc.*", ".*bca.*", ".*ab.*c.*", ".*a.{9}b"};
         for (std::size_t n = random.below(20) + 1; n > 0; --n) {
@@ -134,6 +137,7 @@ TEST(FsmGroup, SavedAndLoaded) {
         EngineGroup loaded;
         ASSERT_TRUE(loaded.load(file)) << loaded.error();
         EXPECT_FALSE(loaded.insertPattern("a") || loaded.load(file));
+        EXPECT_EQ(loaded.options(), group.options());
         FSM::SavedFile saved;
         ASSERT_EQ(saved.map(file, 'g'), "");
         std::string content(saved.content());
@@ -171,7 +175,7 @@ TEST(FsmMultiEngine, Rows) {
     testing::internal::CaptureStdout();
     EXPECT_FALSE(engine.insertPatterns({"new", "(", "c"}));
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(engine.error(), "unexpected end of pattern");
+    EXPECT_EQ(engine.error(), "row 6, pattern 2: unexpected end of pattern");
     EXPECT_EQ(processed(engine, Words{"a"}), Paths{});
     ASSERT_TRUE(engine.finalSetup()) << engine.error();
     EXPECT_FALSE(engine.insertPatterns({"a"}));

@@ -68,6 +68,13 @@ int main() {
     group.process("a blue hat and a red one", paths);
     check(paths == Paths{0, 2});
 
+    FSM::EngineGroup german;
+    german.options({.ignoresCase = true, .isUtf8 = true});
+    german.insertPattern("gr.n.*");
+    if (!german.finalSetup()) return fail(german.error());
+    german.process("GRÜNKOHL", paths);
+    check(paths == Paths{0});
+
     FSM::Engine search;
     search.isSearching(true);
     search.insertPattern("cat");

@@ -10,7 +10,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "fsm/part/Flat.h"
+#include "fsm/Flat.h"
+#include "fsm/PatternOptions.h"
 
 namespace FSM {
 
@@ -36,6 +37,18 @@ public:
         std::span<const Value> own(&value, 1);
         const std::span<const Value> taken = values(own);
         if (isReading() && !taken.empty()) std::memcpy(&value, taken.data(), sizeof value);
+    }
+    /// Any number but 0 is read as true.
+    void flag(bool& flag) {
+        std::uint32_t number = flag ? 1 : 0;
+        value(number);
+        flag = number != 0;
+    }
+    void options(PatternOptions& options) {
+        for (bool* option : {&options.ignoresCase, &options.isUtf8, &options.leavesByTextbook,
+                             &options.takesNul}) {
+            flag(*option);
+        }
     }
     template <class Value>
     void array(Flat<Value>& array) {

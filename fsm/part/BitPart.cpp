@@ -259,8 +259,10 @@ private:
 };
 
 std::unique_ptr<BitPart> BitPart::make(const Pattern* first, std::size_t count,
-                                       std::size_t placeLimit, std::size_t byteLimit) {
+                                       const PatternOptions& options, std::size_t placeLimit,
+                                       std::size_t byteLimit) {
     auto part = std::make_unique<BitPart>();
+    part->takesNul_ = options.takesNul ? 1 : 0;
     if (!BitMaker(first, count, placeLimit, byteLimit).make(*part)) return nullptr;
     return part;
 }
@@ -314,14 +316,15 @@ bool BitPart::walk(std::string_view text, Found& found) const {
     }
     const auto* at = reinterpret_cast<const unsigned char*>(text.data());
     const auto* const end = at + text.size();
-    if (at == end || *at == 0) {
+    const auto isTextEnd = [&] { return at == end || (*at == 0 && takesNul_ == 0); };
+    if (isTextEnd()) {
         lists_.add(acceptsEmpty_, found);
         return true;
     }
     const Word* entered = &entered_[classOf_[*at++] * words];
     Word any = 0;
     for (std::size_t i = 0; i < words; ++i) any |= state[i] = start_[i] & entered[i];
-    for (; any != 0 && at != end && *at != 0; ++at) {
+    for (; any != 0 && !isTextEnd(); ++at) {
         entered = &entered_[classOf_[*at] * words];
         Word carry = 0;
         for (std::size_t i = 0; i < words; ++i) {
@@ -376,6 +379,7 @@ bool BitPart::match(std::string_view text, Found& found) const {
 
 bool BitPart::archive(Archive& archive) {
     archive.value(words_);
+    archive.value(takesNul_);
     archive.value(classOf_);
     for (Flat<Word>* words : {&entered_, &start_, &shifts_, &loops_, &ends_, &origins_, &moves_}) {
         archive.array(*words);

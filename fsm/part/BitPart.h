@@ -7,12 +7,13 @@
 #include <string_view>
 #include <vector>
 
-#include "fsm/part/Flat.h"
+#include "fsm/part/NumberLists.h"
 #include "fsm/part/Part.h"
 
 namespace FSM {
 
 struct Pattern;
+struct PatternOptions;
 
 /// Patterns whose deterministic automaton would be too large: the non-deterministic one, with a bit
 /// for each place in the patterns. All places move at once: most to the next place, which is a
@@ -23,7 +24,8 @@ public:
     /// Makes a part of `count` patterns from `first` on; null if they have more than `placeLimit`
     /// places or their moves take more than `byteLimit` bytes.
     static std::unique_ptr<BitPart> make(const Pattern* first, std::size_t count,
-                                         std::size_t placeLimit, std::size_t byteLimit);
+                                         const PatternOptions& options, std::size_t placeLimit,
+                                         std::size_t byteLimit);
 
     Kind kind() const override { return Kind::Bits; }
     bool archive(Archive& archive) override;
@@ -55,6 +57,7 @@ private:
     bool isSound() const;
 
     std::uint64_t words_ = 0;
+    std::uint32_t takesNul_ = 0;
     std::array<std::uint8_t, 256> classOf_{};
     Flat<Word> entered_;  // for each class, the places that its bytes enter
     Flat<Word> start_;    // the places that a text may enter first

@@ -130,9 +130,10 @@ struct GroupBuilder::Words {
     Vector<Vector<char>> blocks;
 };
 
-GroupBuilder::GroupBuilder(Vector<Pattern> patterns, const BuildLimits& limits,
-                           std::size_t partLimit)
+GroupBuilder::GroupBuilder(Vector<Pattern> patterns, const PatternOptions& options,
+                           const BuildLimits& limits, std::size_t partLimit)
     : patterns_(std::move(patterns)),
+      options_(options),
       limits_(limits),
       partLimit_(partLimit),
       words_(std::make_unique<Words>()) {}
@@ -146,21 +147,23 @@ bool GroupBuilder::build(GroupParts& result) {
     joinNegated();
     if (guiltyPath_ >= 0) return false;
     makeAutomata();
+    result.options = options_;
     result.acceptsEmpty = acceptsEmpty_;
     if (!words_->literals.empty()) {
-        result.parts.push_back(std::make_unique<LiteralPart>(words_->literals));
+        result.parts.push_back(std::make_unique<LiteralPart>(words_->literals, options_));
     }
     if (!words_->sequences.isEmpty()) {
-        result.parts.push_back(std::make_unique<WordPart>(words_->sequences));
+        result.parts.push_back(std::make_unique<WordPart>(words_->sequences, options_));
     }
     return guiltyPath_ < 0 && makeTables(result) && makeBits(result);
 }
 
 void GroupBuilder::findEmpty() {
+    if (options_.leavesByTextbook) return;
     for (const Pattern& pattern : patterns_) {
-        acceptsEmpty_ = pattern.part != nullptr
-                            ? acceptsEmpty(*pattern.part)
-                            : words_->shape.read(pattern.text) && words_->shape.bytes.empty();
+        acceptsEmpty_ = pattern.part != nullptr ? acceptsEmpty(*pattern.part)
+                                                : words_->shape.read(pattern.text, options_) &&
+                                                      words_->shape.bytes.empty();
         countWork(4);
         if (acceptsEmpty_) return;
     }
@@ -173,7 +176,7 @@ void GroupBuilder::sortOut() {
     std::size_t sequences = 0;
     for (const Pattern& pattern : patterns_) {
         countWork(4);
-        if (pattern.part != nullptr || !words_->shape.read(pattern.text)) continue;
+        if (pattern.part != nullptr || !words_->shape.read(pattern.text, options_)) continue;
         if (words_->shape.isLiteral()) {
             literalBytes += 8 + words_->shape.bytes.size();
         } else {
@@ -186,7 +189,7 @@ void GroupBuilder::sortOut() {
         partLimit_ != 0 || wordBytes > fewWordBytesS || sequences > fewSequencesS;
     for (Pattern& pattern : patterns_) {
         if (takeWords(pattern, takesLiterals, takesWords)) continue;
-        pattern.parse();
+        pattern.parse(options_);
         others_.push_back(std::move(pattern));
     }
 }
@@ -195,9 +198,11 @@ bool GroupBuilder::takeWords(Pattern& pattern, bool takesLiterals, bool takesWor
     Shape& shape = words_->shape;
     // Patterns that share a number with a negated one depend on each other.
     if (pattern.isNegated() || std::binary_search(negated_.begin(), negated_.end(), pattern.path) ||
-        !shape.read(pattern.text)) {
+        !shape.read(pattern.text, options_)) {
         return false;
     }
+    // Words do not tell how a text that is not UTF-8, or a letter cut in two, leaves.
+    if (options_.isUtf8 && acceptsEmpty_ && (options_.ignoresCase || shape.isWild())) return false;
     countWork(8);
     if (shape.isLiteral()) {
         if (!takesLiterals) return false;
@@ -328,8 +333,8 @@ bool GroupBuilder::makeTables(GroupParts& result) {
         const std::size_t mostListed = std::min(limits_.states * Table::listedPerStateCM,
                                                 limits_.bytes / sizeof(std::int32_t));
         if (!table->build(std::move(automaton.raw),
-                          PatternList::negatedPaths(first, automaton.count), acceptsEmpty_,
-                          mostListed)) {
+                          PatternList::negatedPaths(first, automaton.count), options_,
+                          acceptsEmpty_, mostListed)) {
             error_ = "limit of " + std::to_string(limits_.states) +
                      " states passed: too many path numbers to list";
             return false;
@@ -361,7 +366,8 @@ bool GroupBuilder::makeBits(GroupParts& result) {
             for (; at < end; ++at) together.push_back(std::move(others_[at]));
             ++units;
         } while (++i < exploding_.size());
-        auto part = BitPart::make(together.data(), together.size(), limits_.states, byteLimit);
+        auto part =
+            BitPart::make(together.data(), together.size(), options_, limits_.states, byteLimit);
         if (part == nullptr) {
             const bool isTooLong = states > limits_.states;
             return fail(together[0], isTooLong ? limits_.states : limits_.bytes,

@@ -6,17 +6,9 @@
 #include <vector>
 
 #include "fsm/PatternList.h"
-#include "fsm/part/Part.h"
+#include "fsm/part/GroupParts.h"
 
 namespace FSM {
-
-/// The parts of a group, each for the patterns that suit it.
-struct GroupParts {
-    std::vector<std::unique_ptr<Part>> parts;
-    /// Whether a pattern, ignoring its negation, matches "": then it matters whether a text has
-    /// left all parts.
-    bool acceptsEmpty = false;
-};
 
 /// Sorts patterns into parts and builds these. Words, with or without ".*", need no automaton: they
 /// go into trees as soon as there are many. All others make one deterministic automaton as long as
@@ -26,7 +18,8 @@ class GroupBuilder {
 public:
     /// `partLimit` is the number of states that a deterministic automaton may have; 0 leaves it to
     /// the growth.
-    GroupBuilder(Vector<Pattern> patterns, const BuildLimits& limits, std::size_t partLimit);
+    GroupBuilder(Vector<Pattern> patterns, const PatternOptions& options, const BuildLimits& limits,
+                 std::size_t partLimit);
     ~GroupBuilder();
 
     /// False if a limit would be passed; `error` and `guiltyPath` tell which and where.
@@ -55,6 +48,7 @@ private:
     bool fail(const Pattern& guilty, std::size_t limit, const char* units);
 
     Vector<Pattern> patterns_;
+    const PatternOptions options_;
     const BuildLimits limits_;
     const std::size_t partLimit_;
     bool acceptsEmpty_ = false;

@@ -44,7 +44,8 @@ void sortByWord(Vector<Literal>& literals) {
 
 }  // namespace
 
-LiteralPart::LiteralPart(Vector<Literal>& literals) {
+LiteralPart::LiteralPart(Vector<Literal>& literals, const PatternOptions& options)
+    : takesNul_(options.takesNul ? 1 : 0) {
     sortByWord(literals);
     NumberLists::Maker lists;
     Vector<std::string_view> words;
@@ -76,6 +77,7 @@ LiteralPart::LiteralPart(Vector<Literal>& literals) {
 bool LiteralPart::archive(Archive& archive) {
     archive.value(longest_);
     archive.value(hasOpen_);
+    archive.value(takesNul_);
     archive.array(ends_);
     archive.array(lists_.values());
     if (!archive.isGood() || !trie_.archive(archive, ends_.size())) return false;
@@ -110,11 +112,13 @@ template <bool halves>
     const auto* at = reinterpret_cast<const unsigned char*>(text.data());
     const auto* const end = at + text.size();
     // A text that is too long for all words has left the automaton, unless a NUL ends it before.
-    if (hasOpen_ == 0 && text.size() > longest_ && std::memchr(at, 0, longest_ + 1) == nullptr) {
+    if (hasOpen_ == 0 && text.size() > longest_ &&
+        (takesNul_ != 0 || std::memchr(at, 0, longest_ + 1) == nullptr)) {
         return false;
     }
     const Trie::Record* record = trie_.records();
     std::uint32_t open = 0;  // the last word with an open end, plus 1
+    const auto isTextEnd = [&] { return at == end || (*at == 0 && takesNul_ == 0); };
     for (;;) {
         if ((record->child & Trie::leafCM) != 0) {
             const unsigned char* rest = trie_.rest(*record);
@@ -124,7 +128,7 @@ template <bool halves>
                 ++rest;
                 ++at;
             }
-            const bool isAtEnd = at == end || *at == 0;
+            const bool isAtEnd = isTextEnd();
             if (rest == restEnd) {
                 if (isAtEnd) lists_.add(ends_[record->text - 1].whole, found);
                 if (ends_[record->text - 1].open != 0) open = record->text;
@@ -135,7 +139,7 @@ template <bool halves>
             break;
         }
         if (record->text != 0 && ends_[record->text - 1].open != 0) open = record->text;
-        if (at == end || *at == 0) {
+        if (isTextEnd()) {
             if (record->text != 0) lists_.add(ends_[record->text - 1].whole, found);
             addOpen(open, found);
             return true;
@@ -146,12 +150,12 @@ template <bool halves>
         ++at;
     }
     // The text goes on where no word does, or ends with a word.
-    if (at == end || *at == 0) {
+    if (isTextEnd()) {
         addOpen(open, found);
         return true;
     }
     if (open == 0) return false;
-    at = lineEnd(at, end);
+    at = lineEnd(at, end, takesNul_ != 0);
     if (at != end && *at == '\n') return false;
     addOpen(open, found);
     return true;

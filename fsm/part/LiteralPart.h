@@ -3,7 +3,8 @@
 #include <string_view>
 #include <utility>
 
-#include "fsm/part/Flat.h"
+#include "fsm/PatternOptions.h"
+#include "fsm/part/NumberLists.h"
 #include "fsm/part/Part.h"
 #include "fsm/part/Trie.h"
 
@@ -21,11 +22,12 @@ struct Literal {
 class LiteralPart final : public Part {
 public:
     /// The words are only read while the part is made. `literals` is sorted.
-    explicit LiteralPart(Vector<Literal>& literals);
+    LiteralPart(Vector<Literal>& literals, const PatternOptions& options);
 
     LiteralPart() = default;
 
     Kind kind() const override { return Kind::Literals; }
+    bool holdsWords() const override { return true; }
     bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
     std::size_t stateCount() const override { return trie_.recordCount(); }
@@ -52,6 +54,7 @@ private:
     NumberLists lists_;
     std::uint64_t longest_ = 0;
     std::uint32_t hasOpen_ = 0;
+    std::uint32_t takesNul_ = 0;
 };
 
 }  // namespace FSM

@@ -9,6 +9,14 @@ Part::~Part() = default;
 
 void Part::addNegated(Found&) const {}
 
+void Found::remove(const std::vector<std::int32_t>& removed) {
+    const auto isRemoved = [&](std::int32_t path) {
+        return std::binary_search(removed.begin(), removed.end(), path);
+    };
+    paths_->erase(std::remove_if(paths_->begin() + begin_, paths_->end(), isRemoved),
+                  paths_->end());
+}
+
 void Found::sortOnce() {
     if (lists_ < 2) return;
     const auto begin = paths_->begin() + begin_;

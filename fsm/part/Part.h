@@ -43,6 +43,9 @@ public:
     std::vector<std::int32_t>& paths() { return *paths_; }
     void countList() { ++lists_; }
 
+    /// Takes those appended so far that are in `removed`, which is ascending, out again.
+    void remove(const std::vector<std::int32_t>& removed);
+
     /// The lowest number, or -1.
     std::int32_t first() const { return first_; }
     /// Brings the numbers appended into ascending order, each once.
@@ -78,6 +81,8 @@ public:
     /// The kinds of parts, as saved files name them.
     enum class Kind : std::uint32_t { Tables, Literals, Words, Bits };
     virtual Kind kind() const = 0;
+    /// Whether the part compares words with texts, which are in one case then if that is ignored.
+    virtual bool holdsWords() const { return false; }
     /// Writes the part, or takes it from a file. False if what was read is not sound: whatever it
     /// is, matching with a part that is sound reads nothing outside and comes to an end.
     virtual bool archive(Archive& archive) = 0;

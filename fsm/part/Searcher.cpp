@@ -4,6 +4,7 @@
 #include <tuple>
 #include <utility>
 
+#include "fsm/Characters.h"
 #include "fsm/Determiniser.h"
 
 namespace FSM {
@@ -25,9 +26,10 @@ std::unique_ptr<EnginePart> afterAnything(const EnginePart& part) {
 
 }  // namespace
 
-bool Searcher::build(Vector<Pattern>& patterns, const BuildLimits& limits) {
-    if (takeWords(patterns)) return true;
-    for (Pattern& pattern : patterns) pattern.parse();
+bool Searcher::build(Vector<Pattern>& patterns, const PatternOptions& options,
+                     const BuildLimits& limits) {
+    if (takeWords(patterns, options)) return true;
+    for (Pattern& pattern : patterns) pattern.parse(options);
     if (!makeTable(patterns, limits, whole_)) return false;
     Vector<std::unique_ptr<EnginePart>> parts;
     for (Pattern& pattern : patterns) {
@@ -44,10 +46,13 @@ bool Searcher::build(Vector<Pattern>& patterns, const BuildLimits& limits) {
 bool Searcher::makeTable(Vector<Pattern>& patterns, const BuildLimits& limits, Table& table) {
     RawAutomaton raw;
     return determinise(patterns.data(), patterns.size(), limits, raw) &&
-           table.build(std::move(raw), {}, false, limits.bytes / sizeof(std::int32_t));
+           table.build(std::move(raw), {}, {}, false, limits.bytes / sizeof(std::int32_t));
 }
 
-bool Searcher::takeWords(const Vector<Pattern>& patterns) {
+bool Searcher::takeWords(const Vector<Pattern>& patterns, const PatternOptions& options) {
+    // The cases of a character may differ in length.
+    if (options.ignoresCase && options.isUtf8) return false;
+    foldsWords_ = options.ignoresCase;
     struct Word {
         std::string text;
         std::int32_t path;
@@ -56,7 +61,8 @@ bool Searcher::takeWords(const Vector<Pattern>& patterns) {
     std::vector<Word> words;
     Charge charge;
     for (const Pattern& pattern : patterns) {
-        if (!shape.read(pattern.text) || !shape.isLiteral() || shape.endsWild) return false;
+        if (!shape.read(pattern.text, options) || !shape.isLiteral() || shape.endsWild)
+            return false;
         if (shape.bytes.empty()) continue;  // matches are never empty
         charge.take(sizeof(Word) + blockBytes(shape.bytes.size()));
         words.push_back({shape.bytes, pattern.path});
@@ -108,6 +114,14 @@ void Searcher::addEnds(Table::Row row, std::size_t end, std::vector<Match>& matc
     }
 }
 
+// The text in which words are searched, until the next call of this thread.
+std::string_view Searcher::inOneCase(std::string_view text) const {
+    if (!foldsWords_) return text;
+    thread_local std::string foldedS;
+    foldCase(text, {}, foldedS);
+    return foldedS;
+}
+
 void Searcher::find(std::string_view text, Find what, std::vector<Match>& matches) const {
     if (what == Find::AllEnds) {
         Progress progress;
@@ -132,6 +146,7 @@ void Searcher::findOn(Progress& progress, std::string_view piece,
         progress.before += piece.size();
         return;
     }
+    piece = inOneCase(piece);
     // Words may begin in the bytes kept of earlier pieces; those that end there are known.
     const std::size_t longest = std::max(words_[0].scan.longest(), words_[1].scan.longest());
     const auto search = [&](std::string_view text, std::size_t offset, std::size_t known) {
@@ -180,7 +195,7 @@ void Searcher::findLongestWords(std::string_view text, std::vector<Match>& match
     // The best word at each place comes last of its scan; both scans are merged by their places.
     thread_local std::vector<Match> roomS;
     roomS.clear();
-    visitWords(text, 0, [&](NumberLists::Ref list, std::size_t begin, std::size_t end) {
+    visitWords(inOneCase(text), 0, [&](NumberLists::Ref list, std::size_t begin, std::size_t end) {
         std::int32_t lowest = -1;
         lists_.visit(list, [&](std::int32_t path) {
             if (lowest < 0) lowest = path;

@@ -10,7 +10,7 @@
 #include "fsm/Match.h"
 #include "fsm/PatternList.h"
 #include "fsm/Table.h"
-#include "fsm/part/Flat.h"
+#include "fsm/part/NumberLists.h"
 #include "fsm/part/WordScan.h"
 
 namespace FSM {
@@ -21,7 +21,7 @@ namespace FSM {
 class Searcher {
 public:
     /// False if the automata would pass the limits. No pattern is negated.
-    bool build(Vector<Pattern>& patterns, const BuildLimits& limits);
+    bool build(Vector<Pattern>& patterns, const PatternOptions& options, const BuildLimits& limits);
 
     /// Appends the matches in a text, in ascending order. Bytes of any value belong to it.
     void find(std::string_view text, Find what, std::vector<Match>& matches) const;
@@ -38,7 +38,8 @@ public:
     std::size_t memory() const;
 
 private:
-    bool takeWords(const Vector<Pattern>& patterns);
+    bool takeWords(const Vector<Pattern>& patterns, const PatternOptions& options);
+    std::string_view inOneCase(std::string_view text) const;
     bool makeTable(Vector<Pattern>& patterns, const BuildLimits& limits, Table& table);
     void addEnds(Table::Row row, std::size_t end, std::vector<Match>& matches) const;
     template <class Visitor>
@@ -51,6 +52,7 @@ private:
         Flat<NumberLists::Ref> lists;  // of each word
     };
     bool hasWords_ = false;
+    bool foldsWords_ = false;
     std::array<Words, 2> words_;  // short ones and long ones
     NumberLists lists_;
     Table ends_;

@@ -23,12 +23,14 @@ void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::s
         classOf[i] = tables[i]->classOf().data();
         row[i] = tables[i]->startRow();
     }
+    const bool takesNul = tables[0]->takesNul();  // as all of them
+    const auto isEnd = [&](unsigned char byte) { return byte == 0 && !takesNul; };
     auto next = reinterpret_cast<const unsigned char*>(text);
     const unsigned char* end = next + length;
-    while (next != end && *next != 0) {
+    while (next != end && !isEnd(*next)) {
         // A few bytes at a time, as most checks find something to do.
         const unsigned char* stop = end - next > 8 ? next + 8 : end;
-        for (; next != stop && *next != 0; ++next) {
+        for (; next != stop && !isEnd(*next); ++next) {
             for (std::size_t i = 0; i < count; ++i) {
                 row[i] = (tableRows[i] + classOf[i][*next])[row[i]];
             }
@@ -41,7 +43,7 @@ void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::s
         }
         if (isBusy) continue;
         if (isTrapped) break;
-        next = lineEnd(next, end);
+        next = lineEnd(next, end, takesNul);
     }
     std::copy(row, row + count, rows);
 }

@@ -6,9 +6,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "fsm/part/Flat.h"
+#include "fsm/Flat.h"
 
 namespace FSM {
+
+class Archive;
 
 /// Whether the processor counts the bits of a word in one instruction.
 bool canCountBits();

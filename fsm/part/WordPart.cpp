@@ -41,7 +41,8 @@ void WordPart::Maker::add(const Shape& shape, std::int32_t path) {
     sequences_.push_back({wordEnds_.size(), path, shape.startsWild, shape.endsWild});
 }
 
-WordPart::WordPart(const Maker& maker) {
+WordPart::WordPart(const Maker& maker, const PatternOptions& options)
+    : takesNul_(options.takesNul ? 1 : 0) {
     // Each use of a word, by the words.
     struct WordUse {
         std::string_view word;
@@ -110,6 +111,7 @@ bool WordPart::archive(Archive& archive) {
     archive.value(firstWord_);
     archive.value(slotCount_);
     archive.value(wordCount_);
+    archive.value(takesNul_);
     archive.array(uses_);
     archive.array(lists_.values());
     std::size_t count = 0;
@@ -138,7 +140,7 @@ bool WordPart::archive(Archive& archive) {
 
 bool WordPart::match(std::string_view text, Found& found) const {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
-    const unsigned char* const end = lineEnd(bytes, bytes + text.size());
+    const unsigned char* const end = lineEnd(bytes, bytes + text.size(), takesNul_ != 0);
     if (end != bytes + text.size() && *end == '\n') return false;
     text = text.substr(0, static_cast<std::size_t>(end - bytes));
     thread_local Memory memory;

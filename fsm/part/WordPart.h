@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "fsm/Shape.h"
-#include "fsm/part/Flat.h"
+#include "fsm/part/NumberLists.h"
 #include "fsm/part/Part.h"
 #include "fsm/part/WordScan.h"
 
@@ -39,11 +39,12 @@ public:
         Vector<Sequence> sequences_;
     };
 
-    explicit WordPart(const Maker& maker);
+    WordPart(const Maker& maker, const PatternOptions& options);
 
     WordPart() = default;
 
     Kind kind() const override { return Kind::Words; }
+    bool holdsWords() const override { return true; }
     bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
     std::size_t stateCount() const override;
@@ -76,6 +77,7 @@ private:
     NumberLists lists_;
     std::uint32_t slotCount_ = 0;
     std::uint32_t wordCount_ = 0;
+    std::uint32_t takesNul_ = 0;
 };
 
 }  // namespace FSM

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "fsm/part/Flat.h"
+#include "fsm/Flat.h"
 #include "fsm/part/Trie.h"
 
 namespace FSM {
+
+class Archive;
 
 /// Finds all places of many words in a text. A bitmap over the first bytes of the words passes over
 /// nearly all places where none begins; a hash table of these bytes leads into a tree of the

@@ -1,4 +1,4 @@
-#include "fsm/part/Flat.h"
+#include "fsm/part/NumberLists.h"
 
 #include <new>
 

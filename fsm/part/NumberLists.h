@@ -6,36 +6,10 @@
 #include <utility>
 
 #include "fsm/Account.h"
+#include "fsm/Flat.h"
 #include "fsm/part/Part.h"
 
 namespace FSM {
-
-/// An array of plain values that is filled once and then only read: in memory of its own, or in a
-/// file that is mapped.
-template <class Value>
-class Flat {
-public:
-    Flat() = default;
-    explicit Flat(Vector<Value> values) : own_(std::move(values)) {
-        own_.shrink_to_fit();
-        view_ = own_;
-    }
-    /// Values that lie elsewhere and outlive this.
-    explicit Flat(std::span<const Value> values) : view_(values) {}
-    Flat(Flat&& other) noexcept = default;
-    Flat& operator=(Flat&& other) noexcept = default;
-
-    const Value& operator[](std::size_t index) const { return view_[index]; }
-    const Value* data() const { return view_.data(); }
-    std::size_t size() const { return view_.size(); }
-    bool empty() const { return view_.empty(); }
-    std::size_t bytes() const { return view_.size_bytes(); }
-    std::span<const Value> view() const { return view_; }
-
-private:
-    Vector<Value> own_;
-    std::span<const Value> view_;
-};
 
 /// Lists of path numbers in one array. A list is named by a reference: 0 is the empty list; with
 /// the highest bit it is the only number itself; otherwise the place of the list's length, which
