@@ -10,7 +10,7 @@ namespace FND {
 class ForkGuard {
 public:
     /// In the order in which one thread takes the locks, the first one first.
-    enum class Rank { Parse, BuiltIns, PatternMemory, NodeMemory, Handles };
+    enum class Rank { Parse, BuiltIns, PatternGroups, PatternMemory, NodeMemory, Handles };
 
     template <class Mutex>
     ForkGuard(Rank rank, Mutex& mutex)

@@ -363,6 +363,21 @@ const PatternOptions& EngineGroup::options() const { return setup_->patterns->op
 
 void EngineGroup::options(const PatternOptions& options) { setup_->patterns->options(options); }
 
+std::string EngineGroup::content() const {
+    std::string content;
+    Archive archive(content);
+    PatternOptions reading = options();
+    archive.options(reading);
+    for (std::size_t limit : {setup_->stateLimit, setup_->byteLimit, setup_->partLimit}) {
+        archive.value(limit);
+    }
+    for (const Pattern& pattern : setup_->patterns->patterns()) {
+        content += std::to_string(pattern.path) + ' ' + std::to_string(pattern.text.size()) + ' ';
+        content += pattern.text;
+    }
+    return content;
+}
+
 const FND::String& EngineGroup::error() const { return setup_->error; }
 
 std::int32_t EngineGroup::guiltyPath() const { return setup_->guiltyPath; }

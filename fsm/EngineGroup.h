@@ -128,10 +128,14 @@ private:
                                                        std::size_t maxOverlaps);
 
     friend class MultiEngine;
+    friend class SharedGroup;
 
     // Used by a multi-engine: a group with the patterns of a list; the path numbers of a text.
     explicit EngineGroup(std::unique_ptr<PatternList> patterns);
     bool appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const;
+
+    // Used to share groups: all that decides what becomes of the list.
+    std::string content() const;
 
     // Used by an analysis: the table, null unless it is the only part, and all path numbers.
     const Table* wholeTable() const;

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "fsm/MultiEngine.h"
 #include "fsm/PatternCheck.h"
+#include "fsm/SharedGroup.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
 #include "scr/call/Binding.h"
@@ -27,30 +27,30 @@ namespace SCR {
 
 namespace {
 
-// A pattern that matches whole texts; until it is compiled it matches none. (A single `FSM::Engine`
-// would treat a text that leaves the automaton as an empty one.)
+// A pattern that matches whole texts; until it is compiled it matches none.
 class WholePattern {
 public:
     // False, with the reason in `error`, when the pattern is invalid or needs more states than the
     // limit allows; it matches nothing then.
     bool compile(Interpreter& interpreter, const FND::String& pattern, FND::String& error) {
         const AutomataScope scope(interpreter);
-        engine_.emplace();
-        const std::int64_t states = interpreter.limits().states;
-        engine_->stateLimit(static_cast<std::size_t>(std::max<std::int64_t>(states, 1)));
-        engine_->byteLimit(interpreter.limits().patternBytes());
+        group_ = FSM::SharedGroup();
         if (!FSM::checkPattern(pattern, error)) return false;
-        if (engine_->insertPatterns({pattern}) && engine_->finalSetup()) return true;
-        error = engine_->error();
+        auto list = std::make_unique<FSM::EngineGroup>();
+        // Otherwise a text that leaves the automaton would count as an empty one.
+        list->options({.leavesByTextbook = true});
+        const std::int64_t states = interpreter.limits().states;
+        list->stateLimit(static_cast<std::size_t>(std::max<std::int64_t>(states, 1)));
+        list->byteLimit(interpreter.limits().patternBytes());
+        if (list->insertPattern(pattern)) return group_.take(std::move(list), error);
+        error = list->error();
         return false;
     }
 
-    bool matches(std::string_view text) const {
-        return engine_ && engine_->firstPath(std::span(&text, 1)) >= 0;
-    }
+    bool matches(std::string_view text) const { return group_ && group_->firstPath(text) >= 0; }
 
 private:
-    std::optional<FSM::MultiEngine> engine_;
+    FSM::SharedGroup group_;
 };
 
 // A constant pattern.

@@ -1,8 +1,10 @@
 // The engine's interface: what it reports, its limits and its failures.
 
+#include "Folder.h"
 #include "Test.h"
 #include "fsm/Engine.h"
 #include "fsm/Walk.h"
+#include "fsm/part/SavedFile.h"
 #include "fsm_reference.h"
 
 namespace {
@@ -208,6 +210,34 @@ TEST(FsmEngine, FindsWithinTexts) {
             std::sort(found.begin(), found.end());
             ASSERT_EQ(found, ends) << testing::PrintToString(text) << " in round " << round;
         }
+    }
+}
+
+// All texts of a loaded engine, and none of a file with any bit changed that is not refused.
+TEST(FsmEngine, SavedAndLoaded) {
+    const Harness::Folder folder;
+    const std::string file = folder.path() + "/saved";
+    auto engine = engineOf({"a.*", "[^b]+c", "!.*\n", "b*"});
+    FND::String error;
+    ASSERT_TRUE(engine->save(file, error)) << error;
+    Engine loaded;
+    ASSERT_TRUE(loaded.load(file)) << loaded.error();
+    EXPECT_EQ(loaded.pathString(), "0 1 2 3");
+    const std::vector<std::string> texts = reference::textsOf("abc\n", 4);
+    for (const std::string& text : texts) {
+        ASSERT_EQ(loaded.process(text)->pathNumbers(), engine->process(text)->pathNumbers());
+    }
+    FSM::SavedFile saved;
+    ASSERT_EQ(saved.map(file, 'e'), "");
+    std::string content(saved.content());
+    for (std::size_t bit = 0; bit < 8 * content.size(); bit += 3) {
+        content[bit / 8] ^= static_cast<char>(1 << bit % 8);
+        ASSERT_EQ(FSM::SavedFile::write(file, content, 'e'), "");
+        Engine changed;
+        if (changed.load(file)) {
+            for (const std::string& text : texts) changed.process(text.c_str())->pathString();
+        }
+        content[bit / 8] ^= static_cast<char>(1 << bit % 8);
     }
 }
 

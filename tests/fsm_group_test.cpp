@@ -6,6 +6,7 @@
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/MultiEngine.h"
+#include "fsm/SharedGroup.h"
 #include "fsm/part/SavedFile.h"
 #include "fsm_reference.h"
 
@@ -108,9 +109,89 @@ TEST(FsmGroup, ChangesMasksAndBatches) {
         EXPECT_EQ(ends[i], joined.size());
     }
     EXPECT_EQ(paths, joined);
+    EXPECT_TRUE(group.insertPattern("c"));
+    group.byteLimit(1);
+    EXPECT_FALSE(group.finalSetup());
+    EXPECT_EQ(processed(group, std::string("ab")), (Paths{0, 2, 3, 4}));
+    EXPECT_EQ(group.removePatterns(5), 1U);
     for (const std::int32_t path : {0, 2, 3, 4}) EXPECT_EQ(group.removePatterns(path), 1U);
     EXPECT_TRUE(group.finalSetup());
     EXPECT_EQ(processed(group, std::string("ab")), Paths{});
+}
+
+// A group that is changed again and again, also after it is saved, against one made at once.
+TEST(FsmGroup, RandomChanges) {
+    const Harness::Folder folder;
+    const std::vector<std::string> texts = reference::textsOf("abc\n", 4);
+    reference::RandomPatterns random(21);
+    for (int round = 0; round < 12; ++round) {
+        EngineGroup group;
+        group.isChangeable(true);
+        group.options({.leavesByTextbook = round % 2 == 0});
+        std::multimap<std::int32_t, std::string> patterns;
+        for (int step = 0; step < 8; ++step) {
+            for (std::size_t n = random.below(step == 0 ? 20 : 3); n > 0; --n) {
+                const auto path = static_cast<std::int32_t>(random.below(30));
+                const std::string word = "a" + random.pattern();
+                const std::string& pattern = patterns.emplace(path, word)->second;
+                ASSERT_TRUE(group.insertPattern(pattern, static_cast<unsigned long>(path)));
+            }
+            const auto removed = static_cast<std::int32_t>(random.below(30));
+            EXPECT_EQ(group.removePatterns(removed), patterns.erase(removed));
+            EngineGroup fresh;
+            fresh.options(group.options());
+            for (const auto& [path, pattern] : patterns)
+                fresh.insertPattern(pattern, static_cast<unsigned long>(path));
+            ASSERT_TRUE(group.finalSetup() && fresh.finalSetup());
+            FND::String error;
+            EngineGroup loaded;
+            const bool isSaved = group.save(folder.path() + "/changed", error);
+            EXPECT_NE(isSaved, patterns.empty());
+            EXPECT_TRUE(!isSaved || loaded.load(folder.path() + "/changed")) << loaded.error();
+            for (const std::string& text : texts) {
+                const Paths expected = processed(fresh, text);
+                ASSERT_EQ(processed(group, text), expected) << round << ' ' << step;
+                ASSERT_TRUE(!isSaved || processed(loaded, text) == expected) << round;
+            }
+        }
+    }
+}
+
+// Equal lists are shared while somebody holds them, and each holder is charged.
+TEST(FsmGroup, Shared) {
+    struct Counted final : FSM::Budget {
+        void take(std::size_t more) override { bytes += more; }
+        void give(std::size_t fewer) noexcept override { bytes -= fewer; }
+        void work(std::size_t) override {}
+        std::size_t bytes = 0;
+    };
+    const auto taken = [](FSM::SharedGroup& shared, FSM::Budget& budget, const char* last,
+                          const FSM::PatternOptions& options = {}) {
+        const FSM::BudgetScope scope(&budget);
+        auto list = std::make_unique<EngineGroup>();
+        list->options(options);
+        list->stateLimit(1000);
+        EXPECT_TRUE(list->insertPattern("[ab]c") && list->insertPattern(last));
+        FND::String error;
+        return shared.take(std::move(list), error) ? "" : error;
+    };
+    Counted first, second, third;
+    {
+        FSM::SharedGroup one, other, different, refused;
+        EXPECT_EQ(taken(one, first, "[xy]z"), "");
+        EXPECT_EQ(taken(other, second, "[xy]z"), "");
+        EXPECT_EQ(taken(different, third, "[xy]z", {.ignoresCase = true}), "");
+        EXPECT_EQ(&*one, &*other);
+        EXPECT_NE(&*one, &*different);
+        EXPECT_EQ(first.bytes, second.bytes);
+        EXPECT_GT(first.bytes, one->memory());
+        EXPECT_NE(taken(refused, third, "(a|b)*a(a|b){2000}"), "");
+        EXPECT_FALSE(refused);
+        one = FSM::SharedGroup();
+        EXPECT_EQ(first.bytes, 0U);
+        EXPECT_EQ(other->firstPath("yz"), 1);
+    }
+    EXPECT_EQ(second.bytes + third.bytes, 0U);
 }
 
 // Saved groups of all kinds of parts. What is changed in a file is refused, or does no harm.

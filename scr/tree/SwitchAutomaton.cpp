@@ -38,11 +38,11 @@ std::optional<Messages::Message> SwitchAutomaton::build(Interpreter* interpreter
                                                         const FND::String& /*file*/) {
     std::optional<AutomataScope> scope;
     if (interpreter != nullptr) scope.emplace(*interpreter);
-    if (!group_) {
+    if (list_ == nullptr) {
         isShared_ = interpreter != nullptr && interpreter->filledScript() != nullptr;
-        group_ = std::make_shared<FSM::EngineGroup>();
-        group_->stateLimit(stateLimit_);
-        if (interpreter != nullptr) group_->byteLimit(interpreter->limits().patternBytes());
+        list_ = std::make_unique<FSM::EngineGroup>();
+        list_->stateLimit(stateLimit_);
+        if (interpreter != nullptr) list_->byteLimit(interpreter->limits().patternBytes());
     }
     if (step != finalStep) {
         auto failure = insert(labels_[step]->result());
@@ -50,7 +50,8 @@ std::optional<Messages::Message> SwitchAutomaton::build(Interpreter* interpreter
         return failure;
     }
     if (isRefused_) return std::nullopt;  // told already
-    if (!group_->finalSetup()) return tooLarge(group_->error());
+    FND::String error;
+    if (!group_.take(std::move(list_), error)) return tooLarge(error);
     if (interpreter != nullptr && interpreter->isChecking()) {
         warnOfUnreached();
     }
@@ -70,7 +71,7 @@ bool SwitchAutomaton::adopt(const PendingBuild& built) {
         !std::ranges::equal(labels_, other->patterns_, isSame)) {
         return false;
     }
-    group_ = other->group_;
+    group_.share(other->group_);
     dropLabels();
     return true;
 }
@@ -85,7 +86,7 @@ std::optional<Messages::Message> SwitchAutomaton::insert(const FND::String& patt
     if (!FSM::checkPattern(pattern, error)) {
         return Messages::illegalRegularExpression(pattern, error);
     }
-    if (!group_->insertPattern(pattern)) return tooLarge(group_->error());
+    if (!list_->insertPattern(pattern)) return tooLarge(list_->error());
     return std::nullopt;
 }
 

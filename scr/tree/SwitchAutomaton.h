@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "fsm/EngineGroup.h"
+#include "fsm/SharedGroup.h"
 #include "scr/Node.h"
 #include "scr/run/PendingBuilds.h"
 
@@ -46,8 +46,9 @@ private:
     void warnOfUnreached();
 
     const std::size_t stateLimit_;
-    bool isRefused_ = false;  // a pattern was refused
-    std::shared_ptr<FSM::EngineGroup> group_;
+    bool isRefused_ = false;                  // a pattern was refused
+    std::unique_ptr<FSM::EngineGroup> list_;  // until the set-up
+    FSM::SharedGroup group_;
     std::vector<std::unique_ptr<StringNode>> labels_;  // until the set-up
     std::vector<std::int32_t> lines_;                  // until the set-up
     std::vector<std::string_view> places_;             // of the labels, while a script is checked
