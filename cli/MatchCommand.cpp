@@ -133,6 +133,10 @@ ExitStatus printAnalysis(const FSM::Analysis& analysis, const std::vector<std::s
     for (const std::int32_t path : analysis.empty) {
         text += "pattern " + pattern(path) + " matches nothing\n";
     }
+    for (const std::int32_t path : analysis.leaving) {
+        text += "pattern " + pattern(path) +
+                " matches the empty text, hence every text that leaves the automaton\n";
+    }
     for (const FSM::Analysis::Shadowed& shadowed : analysis.shadowed) {
         text += "pattern " + pattern(shadowed.path) + " is never the lowest: ";
         text += shadowed.by.size() == 1 ? "pattern " : "patterns ";
@@ -211,7 +215,8 @@ ExitStatus match(MatchOptions options) {
         if (!build(group, options)) return ExitStatus::Stopped;
         constexpr std::size_t mostOverlaps = 10000;
         std::optional<FSM::Analysis> analysis = FSM::analyse(group, mostOverlaps);
-        if (!analysis && group.patternCount() > 0) analysis = FSM::analyse(options.patterns, mostOverlaps, options.reading);
+        if (!analysis && group.patternCount() > 0)
+            analysis = FSM::analyse(options.patterns, mostOverlaps, options.reading);
         return printAnalysis(analysis.value_or(FSM::Analysis()), options.patterns);
     }
     FSM::EngineGroup group;
@@ -282,7 +287,8 @@ void addMatchCommand(CLI::App& app, Action& action) {
     command->footer(
         "For each line the numbers of the matching patterns are printed, separated by blanks; an\n"
         "empty line if there are none. A line is bytes of any kind and ends, for the match, at\n"
-        "its first NUL unless --nul is given. A saved file keeps --ignore-case, --utf8, --textbook\n"
+        "its first NUL unless --nul is given. A saved file keeps --ignore-case, --utf8, "
+        "--textbook\n"
         "and --nul. docs/patterns.md describes the patterns.\n"
         "\n"
         "Exit status:\n"

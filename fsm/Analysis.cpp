@@ -30,7 +30,7 @@ int rank(unsigned char byte) {
 /// The states of an automaton in the order of their shortest texts.
 class ShortestTexts {
 public:
-    explicit ShortestTexts(const Table& table) : previous_(table.stateCount() + 1) {
+    explicit ShortestTexts(const Table& table) : table_(table), previous_(table.stateCount() + 1) {
         std::vector<unsigned char> bytes = readableBytes(table);
         auto start = static_cast<std::uint32_t>(table.start() - table.states());
         previous_[start].isReached = true;
@@ -47,6 +47,15 @@ public:
                 order_.push_back(index);
             }
         }
+    }
+
+    /// The numbers reported for "" and for texts that leave, but for negated patterns.
+    Paths leaving() const {
+        Paths paths;
+        const Paths& left = table_.state(0)->pathNumbers();
+        std::set_difference(left.begin(), left.end(), table_.negatedPaths().begin(),
+                            table_.negatedPaths().end(), std::back_inserter(paths));
+        return paths;
     }
 
     /// The numbers of all states that texts without NUL reach.
@@ -87,6 +96,7 @@ private:
         return bytes;
     }
 
+    const Table& table_;
     Vector<std::uint32_t> order_;
     Vector<Step> previous_;
 };
@@ -124,6 +134,7 @@ public:
 
     Analysis run() {
         Analysis result;
+        result.leaving = texts_.leaving();
         for (std::size_t i = 0; i < paths_.size(); ++i) {
             if (listsOf_[i].empty()) {
                 result.empty.push_back(paths_[i]);

@@ -38,6 +38,9 @@ struct KESTREL_API Analysis {
 
     /// Numbers of the patterns that match no text at all, ascending.
     std::vector<std::int32_t> empty;
+    /// Numbers of the patterns that match "" and are therefore reported for each text that leaves
+    /// the automaton, ascending. None of them is negated; none at all with textbook leaving.
+    std::vector<std::int32_t> leaving;
     /// Ascending by number.
     std::vector<Shadowed> shadowed;
     /// Ascending by numbers.

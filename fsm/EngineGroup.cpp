@@ -44,11 +44,10 @@ struct EngineGroup::Parts {
     std::vector<std::int32_t> removed;  // what `main` must not report any more, ascending
     // Of a text that has left all parts, if a pattern matches "": there are no changes then.
     std::vector<std::int32_t> pathsOutside;
-    const Table* whole = nullptr;     // the only part, if one table tells all
     std::unique_ptr<SavedFile> file;  // that holds the parts, if they were loaded
 
     bool hasChanges() const { return !added.parts.empty() || !removed.empty(); }
-    void findWhole() { whole = hasChanges() ? nullptr : main.onlyTable(); }
+    const Table* whole() const { return hasChanges() ? nullptr : main.onlyTable(); }
     bool archive(Archive& archive) {
         archive.array(pathsOutside);
         archive.array(removed);
@@ -106,7 +105,7 @@ bool EngineGroup::insertPatterns(const std::vector<FND::String>& patterns,
 bool EngineGroup::finalSetup() {
     if (setup_->isDone) return !parts_->main.parts.empty();
     if (setup_->patternCount == 0) {
-        parts_ = std::make_unique<Parts>();
+        use(std::make_unique<Parts>());
         setup_->mainCount = 0;
         return true;
     }
@@ -117,7 +116,7 @@ bool EngineGroup::finalSetup() {
     } catch (const std::bad_alloc&) {
         setup_->error = "no memory available for the automata";
     } catch (...) {
-        if (!setup_->isChangeable) parts_ = std::make_unique<Parts>();
+        if (!setup_->isChangeable) use(std::make_unique<Parts>());
         setup_->patterns->clear();
         throw;
     }
@@ -152,6 +151,11 @@ bool EngineGroup::makeParts(std::size_t byteLimit, GroupParts& parts) {
     return false;
 }
 
+void EngineGroup::use(std::unique_ptr<Parts> parts) {
+    parts_ = std::move(parts);
+    whole_ = parts_->whole();
+}
+
 bool EngineGroup::build() {
     std::vector<std::int32_t> paths = setup_->patterns->paths();
     auto parts = std::make_unique<Parts>();
@@ -159,8 +163,7 @@ bool EngineGroup::build() {
     Found outside(parts->pathsOutside);
     parts->main.match("", outside);
     outside.sortOnce();
-    parts->findWhole();
-    parts_ = std::move(parts);
+    use(std::move(parts));
     setup_->paths = std::move(paths);
     setup_->mainCount = setup_->kept.size();
     setup_->removed.clear();
@@ -198,7 +201,7 @@ bool EngineGroup::changeParts() {
     added.options = options();
     parts_->added = std::move(added);
     parts_->removed = std::move(removed);
-    parts_->findWhole();
+    whole_ = parts_->whole();
     return true;
 }
 
@@ -237,12 +240,11 @@ bool EngineGroup::load(const FND::String& file) {
         archive.value(count);
         archive.array(numbers);
         if (parts->archive(archive) && archive.isAtEnd() && !parts->main.parts.empty()) {
-            parts->findWhole();
             setup_->patterns->options(parts->main.options);
             setup_->patternCount = count;
             setup_->paths = std::move(numbers);
             setup_->isDone = true;
-            parts_ = std::move(parts);
+            use(std::move(parts));
             return true;
         }
         setup_->error = file + ": damaged";
@@ -267,9 +269,14 @@ bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& 
 
 void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
     paths.clear();
-    if (const Table* const table = parts_->whole) {
-        const auto& list = table->state(table->walk(text.data(), text.size()))->pathNumbers();
-        if (!list.empty()) paths.assign(list.begin(), list.end());
+    if (whole_ != nullptr) {
+        const auto& list = whole_->state(whole_->walk(text.data(), text.size()))->pathNumbers();
+        constexpr std::size_t few = 8;  // are copied faster one by one
+        if (list.size() > few) {
+            paths.assign(list.begin(), list.end());
+        } else {
+            for (const std::int32_t path : list) paths.push_back(path);
+        }
         return;
     }
     if (!appendPaths(text, paths) && parts_->main.acceptsEmpty)
@@ -326,8 +333,7 @@ void EngineGroup::process(std::span<const std::string_view> words,
 }
 
 std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const {
-    if (parts_->whole != nullptr)
-        return parts_->whole->firstPath(parts_->whole->walk(text, length));
+    if (whole_ != nullptr) return whole_->firstPath(whole_->walk(text, length));
     if (parts_->hasChanges()) {
         thread_local std::vector<std::int32_t> pathsS;
         pathsS.clear();
@@ -341,7 +347,7 @@ std::int32_t EngineGroup::firstPath(const char* text, std::size_t length) const 
 }
 
 std::int32_t EngineGroup::firstPath(std::string_view text, void (*pause)(std::size_t bytes)) const {
-    if (parts_->whole != nullptr) return parts_->whole->firstPath(parts_->whole->walk(text, pause));
+    if (whole_ != nullptr) return whole_->firstPath(whole_->walk(text, pause));
     return firstPath(text);
 }
 
@@ -349,7 +355,7 @@ std::int32_t EngineGroup::firstPath(std::span<const std::string_view> words) con
     return words.size() == 1 ? firstPath(words[0]) : -1;
 }
 
-const Table* EngineGroup::wholeTable() const { return parts_->whole; }
+const Table* EngineGroup::wholeTable() const { return whole_; }
 
 // The numbers of all patterns, ascending.
 std::vector<std::int32_t> EngineGroup::paths() const {
@@ -406,7 +412,7 @@ std::size_t EngineGroup::memory() const { return parts_->main.memory() + parts_-
 
 void EngineGroup::clear() {
     setup_->patterns->clear();
-    parts_ = std::make_unique<Parts>();
+    use(std::make_unique<Parts>());
     setup_->error.clear();
     setup_->paths.clear();
     setup_->patternCount = 0;

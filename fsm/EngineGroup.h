@@ -124,6 +124,9 @@ public:
     void clear();
 
 private:
+    struct Setup;
+    struct Parts;
+
     friend KESTREL_API std::optional<Analysis> analyse(const EngineGroup& group,
                                                        std::size_t maxOverlaps);
 
@@ -145,11 +148,11 @@ private:
     bool makeParts(std::size_t byteLimit, GroupParts& parts);
     bool build();
     bool changeParts();
+    void use(std::unique_ptr<Parts> parts);
 
-    struct Setup;
-    struct Parts;
     std::unique_ptr<Setup> setup_;  // the patterns and what became of them
     std::unique_ptr<Parts> parts_;  // all that matching needs
+    const Table* whole_ = nullptr;  // in the parts, the only one, if one table tells all
 };
 
 }  // namespace FSM

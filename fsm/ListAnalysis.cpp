@@ -42,6 +42,7 @@ public:
                 examineWord(path);
             }
         }
+        findLeaving(result.leaving);
         give(result);
         return true;
     }
@@ -58,6 +59,12 @@ private:
         if (shape_.isLiteral()) return shape_.endsWild ? Kind::Open : Kind::Word;
         const bool isInside = shape_.startsWild && shape_.endsWild && shape_.wordCount() == 1;
         return isInside ? Kind::Inside : Kind::General;
+    }
+
+    void findLeaving(Paths& leaving) {
+        if (options_.leavesByTextbook) return;
+        group_.process("", leaving);
+        std::erase_if(leaving, [&](std::int32_t path) { return isNegated(path); });
     }
 
     // The shortest text of a pattern of words.

@@ -173,10 +173,17 @@ private:
                 row = step(rows, classOf, *text++, row);
                 continue;
             }
-            Row before = row;
-            for (int i = 0; i < stepsCM && row > lastQuiet; ++i) {
-                if (isAtEnd()) return row;
-                row = step(rows, classOf, *text++, row);
+            const Row before = row;
+            if (!isBounded || end - text >= stepsCM) {
+                for (int i = 0; i < stepsCM && row > lastQuiet; ++i) {
+                    if (*text == 0 && (!isBounded || takesNul_ == 0)) return row;
+                    row = step(rows, classOf, *text++, row);
+                }
+            } else {
+                for (int i = 0; i < stepsCM && row > lastQuiet; ++i) {
+                    if (isAtEnd()) return row;
+                    row = step(rows, classOf, *text++, row);
+                }
             }
             if (row == before && loopOf_[index(row)] != 0) {
                 const ByteScan& loop = loops_[loopOf_[index(row)] - 1];

@@ -16,6 +16,7 @@ std::string shown(const Analysis& analysis) {
     std::string result;
     const auto number = [](std::int32_t path) { return std::to_string(path); };
     for (const std::int32_t path : analysis.empty) result += "; empty " + number(path);
+    for (const std::int32_t path : analysis.leaving) result += "; leaving " + number(path);
     for (const Analysis::Shadowed& shadowed : analysis.shadowed) {
         result += "; " + number(shadowed.path) + " behind";
         for (const std::int32_t path : shadowed.by) result += " " + number(path);
@@ -43,10 +44,13 @@ TEST(FsmAnalysis, Findings) {
         {{"[0-4]x", "[5-9]x", "[0-9]x"}, 9, "2 behind 0 1: 0x; 0 with 2: 0x; 1 with 2: 5x"},
         {{"x", "[0-9]*", "[0-9][0-9]", "\\050*"},
          9,
-         "2 behind 1: 00; 3 behind 1: ; 1 with 2: 00; 1 with 3: ; 2 with 3: 22"},
+         "leaving 1; leaving 3; 2 behind 1: 00; 3 behind 1: ; 1 with 2: 00; 1 with 3: ; "
+         "2 with 3: 22"},
         {{"a[c-a]", "\\000", "!(.|\n)*", "b"}, 9, "empty 0; empty 1; empty 2"},
         {{".", "!.", "[^a]"}, 9, "2 behind 0 1: b; 0 with 2: b; 1 with 2: ~"},
-        {{"a*", "a+", "aa+"}, 2, "1 behind 0: a; 2 behind 0: aa; 0 with 1: a; 0 with 2: aa; more"},
+        {{"a*", "a+", "aa+"},
+         2,
+         "leaving 0; 1 behind 0: a; 2 behind 0: aa; 0 with 1: a; 0 with 2: aa; more"},
     };
     for (const Case& c : cases) {
         Engine engine;
@@ -83,6 +87,7 @@ TEST(FsmAnalysis, PairByPair) {
         const Analysis pairs = FSM::analyse(patterns).value();
         const std::string all = testing::PrintToString(patterns);
         ASSERT_EQ(pairs.empty, whole.empty) << all;
+        ASSERT_EQ(pairs.leaving, whole.leaving) << all;
         ASSERT_EQ(pairs.notExamined, 0U) << all;
         ASSERT_EQ(pairs.overlaps.size(), whole.overlaps.size()) << all;
         for (std::size_t i = 0; i < whole.overlaps.size(); ++i) {

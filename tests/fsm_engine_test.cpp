@@ -147,32 +147,6 @@ TEST(FsmEngine, Hostile) {
 
 using Matches = std::vector<FSM::Match>;
 
-// All (end, pattern) of non-empty matches, and the leftmost longest ones, by trying all places.
-std::pair<Matches, Matches> naiveMatches(const std::vector<reference::Pattern>& patterns,
-                                         const std::string& text) {
-    Matches ends;
-    std::vector<FSM::Match> longest(text.size(), FSM::Match{0, 0, -1});
-    for (std::size_t end = 1; end <= text.size(); ++end) {
-        for (std::size_t path = 0; path < patterns.size(); ++path) {
-            bool isFound = false;
-            for (std::size_t begin = 0; begin < end; ++begin) {
-                const std::string part = text.substr(begin, end - begin);
-                if (!reference::Matcher::match(*patterns[path].root, part).matches) continue;
-                isFound = true;
-                const auto number = static_cast<std::int32_t>(path);
-                if (longest[begin].end < end) longest[begin] = {begin, end, number};
-            }
-            if (isFound) ends.push_back({0, end, static_cast<std::int32_t>(path)});
-        }
-    }
-    Matches leftmost;
-    for (std::size_t at = 0; at < text.size();) {
-        if (longest[at].path >= 0) leftmost.push_back(longest[at]);
-        at = std::max(at + 1, longest[at].end);
-    }
-    return {ends, leftmost};
-}
-
 // Searches in whole texts and in texts cut anywhere, against trying all places.
 TEST(FsmEngine, FindsWithinTexts) {
     reference::RandomPatterns random(3);
@@ -193,7 +167,7 @@ TEST(FsmEngine, FindsWithinTexts) {
         for (int i = 0; i < 20; ++i) {
             std::string text;
             for (std::size_t n = random.below(24); n > 0; --n) text += "aabbc\n"[random.below(6)];
-            const auto [ends, leftmost] = naiveMatches(patterns, text);
+            const auto [ends, leftmost] = reference::matches<FSM::Match>(patterns, text);
             Matches found;
             ASSERT_TRUE(engine.find(text, FSM::Find::LeftmostLongest, found));
             ASSERT_EQ(found, leftmost) << testing::PrintToString(text) << " in round " << round;

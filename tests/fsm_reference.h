@@ -1,11 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <bitset>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "RandomText.h"
@@ -258,6 +260,34 @@ inline std::vector<std::int32_t> report(const std::vector<Pattern>& patterns,
         if (outcome.matches != patterns[i].isNegated) paths.push_back(static_cast<int>(i));
     }
     return isInside || text.empty() ? paths : report(patterns, "");
+}
+
+/// The non-empty matches within `text`, by trying all places: each pattern at each end of one, with
+/// 0 for its beginning; and the leftmost longest ones. `Match` is {begin, end, pattern}.
+template <class Match>
+std::pair<std::vector<Match>, std::vector<Match>> matches(const std::vector<Pattern>& patterns,
+                                                          const std::string& text) {
+    std::vector<Match> ends;
+    std::vector<Match> longest(text.size(), Match{0, 0, -1});
+    for (std::size_t end = 1; end <= text.size(); ++end) {
+        for (std::size_t path = 0; path < patterns.size(); ++path) {
+            bool isFound = false;
+            for (std::size_t begin = 0; begin < end; ++begin) {
+                const std::string part = text.substr(begin, end - begin);
+                if (!Matcher::match(*patterns[path].root, part).matches) continue;
+                isFound = true;
+                const auto number = static_cast<std::int32_t>(path);
+                if (longest[begin].end < end) longest[begin] = {begin, end, number};
+            }
+            if (isFound) ends.push_back({0, end, static_cast<std::int32_t>(path)});
+        }
+    }
+    std::vector<Match> leftmost;
+    for (std::size_t at = 0; at < text.size();) {
+        if (longest[at].path >= 0) leftmost.push_back(longest[at]);
+        at = std::max(at + 1, longest[at].end);
+    }
+    return {ends, leftmost};
 }
 
 /// All texts over `bytes` of up to `length` bytes, the short ones first.

@@ -31,6 +31,8 @@ constexpr std::size_t splitS = 2048;
 constexpr std::size_t fewLiteralBytesS = 4096;
 constexpr std::size_t fewWordBytesS = 2048;
 constexpr std::size_t fewSequencesS = 6;
+// More words between wild cards than this are kept apart at once.
+constexpr std::size_t fewInnerS = 6;
 // States of patterns that share a part with a bit for each place.
 constexpr std::size_t bitsTogetherS = 120;
 // Automata of single patterns tried before a list is split.
@@ -189,6 +191,10 @@ void GroupBuilder::sortOut() {
         partLimit_ != 0 || wordBytes > fewWordBytesS || sequences > fewSequencesS;
     for (Pattern& pattern : patterns_) {
         if (takeWords(pattern, takesLiterals, takesWords)) continue;
+        const Shape& shape = words_->shape;
+        if (words_->shape.read(pattern.text, options_) && shape.startsWild && shape.endsWild) {
+            ++inner_;
+        }
         pattern.parse(options_);
         others_.push_back(std::move(pattern));
     }
@@ -239,6 +245,7 @@ void GroupBuilder::makeAutomata() {
         }
         const bool isAnyTaken = rest.size() < others_.size();
         others_ = std::move(rest);
+        inner_ = 0;
         if (others_.empty()) return;
         joinNegated();
         if (isAnyTaken && determineWhole()) return;
@@ -263,7 +270,10 @@ bool GroupBuilder::determine(std::size_t first, std::size_t count, std::size_t l
     const Trial trials[] = {
         {std::max(mayKeepTails ? smallS : leastStates, proportionate), Tails::Inside},
         {std::max(leastStates, proportionate), Tails::Apart}};
-    for (const Trial& trial : std::span(trials).first(mayKeepTails ? 2 : 1)) {
+    // Each state would tell which words have been met: with few of them, too many states already.
+    const bool mustKeepTails = mayKeepTails && count == others_.size() && inner_ > fewInnerS;
+    for (const Trial& trial : std::span(trials).subspan(mustKeepTails ? 1 : 0)) {
+        if (trial.tails == Tails::Apart && !mayKeepTails) break;
         RawAutomaton raw;
         const BuildLimits limits{std::min(limits_.states, trial.states), limits_.bytes};
         if (!determinise(patterns, count, limits, raw, trial.tails)) continue;

@@ -58,6 +58,7 @@ private:
     Vector<Pattern> others_;         // those that need automata
     Vector<bool> mayStart_;          // whether a part may begin with each of them
     Vector<std::size_t> exploding_;  // the first of each unit of others that explodes, ascending
+    std::size_t inner_ = 0;          // of the others, words with ".*" before and after
     std::vector<Automaton> automata_;
     std::size_t bytes_ = 0;  // that the parts take
 

@@ -15,7 +15,8 @@ namespace SCR {
 
 namespace {
 
-// The steps of a search for unreachable cases, as a check must not take long.
+// The states of an automaton that is searched for unreachable cases. Where it is larger, or the
+// list makes several, cases are looked at pair by pair, which takes some seconds at most.
 constexpr std::size_t maxAnalysedStatesS = 20000;
 // Warnings for one switch; the others are only counted.
 constexpr std::size_t maxWarningsS = 50;
@@ -91,8 +92,14 @@ std::optional<Messages::Message> SwitchAutomaton::insert(const FND::String& patt
 }
 
 void SwitchAutomaton::warnOfUnreached() {
-    if (group_->stateCount() > maxAnalysedStatesS) return;
-    const std::optional<FSM::Analysis> analysis = FSM::analyse(*group_, 0);
+    std::optional<FSM::Analysis> analysis;
+    if (group_->stateCount() <= maxAnalysedStatesS) analysis = FSM::analyse(*group_, 0);
+    if (!analysis) {
+        std::vector<FND::String> patterns;
+        patterns.reserve(labels_.size());
+        for (const auto& label : labels_) patterns.push_back(label->result());
+        analysis = FSM::analyse(patterns, 0);
+    }
     if (!analysis) return;
     std::vector<FND::String> sentences = FSM::unreachedCases(*analysis, lines_);
     if (sentences.size() > maxWarningsS) {
