@@ -10,6 +10,8 @@ namespace {
 
 class HyperscanMatcher : public Matcher {
 public:
+    /// Of words within texts, or of patterns for whole texts.
+    explicit HyperscanMatcher(bool isSearching) : isSearching_(isSearching) {}
     ~HyperscanMatcher() override {
         hs_free_scratch(scratch_);
         hs_free_database(database_);
@@ -18,11 +20,14 @@ public:
     const char* name() const override { return "Hyperscan"; }
 
     bool build(const std::vector<std::string>& patterns) override {
-        std::vector<std::string> anchored;
-        for (const std::string& pattern : patterns) anchored.push_back("\\A(?:" + pattern + ")\\z");
+        std::vector<std::string> given;
+        for (const std::string& pattern : patterns) {
+            given.push_back(isSearching_ ? pattern : "\\A(?:" + pattern + ")\\z");
+        }
         std::vector<const char*> texts;
-        for (const std::string& pattern : anchored) texts.push_back(pattern.c_str());
-        std::vector<unsigned> flags(texts.size(), HS_FLAG_SINGLEMATCH | HS_FLAG_ALLOWEMPTY);
+        for (const std::string& pattern : given) texts.push_back(pattern.c_str());
+        std::vector<unsigned> flags(texts.size(),
+                                    isSearching_ ? 0 : HS_FLAG_SINGLEMATCH | HS_FLAG_ALLOWEMPTY);
         std::vector<unsigned> ids(texts.size());
         std::iota(ids.begin(), ids.end(), 0u);
         hs_compile_error_t* error = nullptr;
@@ -62,13 +67,14 @@ private:
         return 0;
     }
 
+    const bool isSearching_;
     hs_database_t* database_ = nullptr;
     hs_scratch_t* scratch_ = nullptr;
     std::vector<std::int32_t> matches_;
 };
 
-const RegisterMatcher registerS([]() -> std::unique_ptr<Matcher> {
-    return std::make_unique<HyperscanMatcher>();
-});
+const RegisterMatcher registerS(
+    []() -> std::unique_ptr<Matcher> { return std::make_unique<HyperscanMatcher>(false); },
+    []() -> std::unique_ptr<Matcher> { return std::make_unique<HyperscanMatcher>(true); });
 
 }  // namespace

@@ -27,6 +27,14 @@ inline std::vector<MatcherFactory>& otherMatchers() {
     static std::vector<MatcherFactory> factories;
     return factories;
 }
+/// The same for those that take words without operators and count their matches within texts.
+inline std::vector<MatcherFactory>& otherSearchers() {
+    static std::vector<MatcherFactory> factories;
+    return factories;
+}
 struct RegisterMatcher {
-    explicit RegisterMatcher(MatcherFactory factory) { otherMatchers().push_back(factory); }
+    RegisterMatcher(MatcherFactory matcher, MatcherFactory searcher) {
+        otherMatchers().push_back(matcher);
+        otherSearchers().push_back(searcher);
+    }
 };

@@ -39,6 +39,7 @@ public:
         raw_ = RawAutomaton();
         raw_.classOf = classes_.map();
         raw_.classCount = classes_.count();
+        raw_.mayHaveDeadEnds = nfa_.mayHaveDeadEnds();
         raw_.next = RowBlocks(classes_.count());
         listIndex(paths_);  // The first list is the empty one.
         stateOf(nfa_.starts());

@@ -49,6 +49,9 @@ struct RawAutomaton {
     std::uint32_t leftByNewline =
         noStateCM;  // the state of a text that left the automaton this way
 
+    /// Whether a state may be one from which no pattern's end can be reached.
+    bool mayHaveDeadEnds = true;
+
     std::size_t stateCount() const { return acceptedLists.size(); }
     bool hasTailsApart() const { return !settledLists.empty(); }
     /// Whether a pattern, ignoring its negation, matches "".

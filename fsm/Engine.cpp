@@ -23,17 +23,9 @@ struct Engine::Setup {
     bool isDone = false;
     bool isSearching = false;
     FND::String error;
+    FND::String failure;  // of the set-up
     std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
     PatternList patterns;
-
-    // What is saved besides the table.
-    void archive(Archive& archive) {
-        PatternOptions options = patterns.options();
-        archive.options(options);
-        patterns.options(options);
-        archive.value(patternCount);
-        archive.array(paths);
-    }
 };
 
 Engine::Engine(unsigned int) : setup_(std::make_unique<Setup>()) {}
@@ -69,7 +61,11 @@ bool Engine::addPattern(const FND::String& pattern, unsigned long pathNumber) {
 }
 
 bool Engine::finalSetup() {
-    if (setup_->isDone) return table_ != nullptr || setup_->patternCount == 0;
+    if (setup_->isDone) {
+        const bool isBuilt = table_ != nullptr || setup_->patternCount == 0;
+        if (!isBuilt) setup_->error = setup_->failure;
+        return isBuilt;
+    }
     if (setup_->patterns.patterns().empty()) return true;
     setup_->isDone = true;
     bool isBuilt = false;
@@ -87,6 +83,7 @@ bool Engine::finalSetup() {
     if (!isBuilt) {
         table_.reset();
         searcher_.reset();
+        setup_->failure = setup_->error;
     }
     cleanup();
     return isBuilt;
@@ -153,15 +150,12 @@ bool Engine::save(const FND::String& file, FND::String& error) const {
             table_ == nullptr ? "the engine is not set up" : "an engine that searches is not saved";
         return false;
     }
-    try {
-        std::string content;
-        Archive archive(content);
-        setup_->archive(archive);
+    error = SavedFile::save(file, 'e', [&](Archive& archive) {
+        PatternOptions reading = options();
+        archive.options(reading);
+        archive.all(setup_->patternCount, setup_->paths);
         table_->archive(archive);
-        error = SavedFile::write(file, content, 'e');
-    } catch (const std::bad_alloc&) {
-        error = "no memory available for saving";
-    }
+    });
     return error.empty();
 }
 
@@ -170,26 +164,25 @@ bool Engine::load(const FND::String& file) {
         setup_->error = "only an empty engine can be loaded";
         return false;
     }
-    try {
-        auto saved = std::make_unique<SavedFile>();
-        setup_->error = saved->map(file, 'e');
-        if (!setup_->error.empty()) return false;
-        Archive archive(saved->content());
-        auto table = std::make_unique<Table>();
-        setup_->archive(archive);
-        if (table->archive(archive) && archive.isAtEnd()) {
-            file_ = std::move(saved);
-            table_ = std::move(table);
-            setup_->isDone = true;
-            return true;
-        }
-        setup_->error = file + ": damaged";
-    } catch (const std::bad_alloc&) {
-        setup_->error = "no memory available for loading";
-    }
-    setup_->patternCount = 0;
-    setup_->paths.clear();
-    return false;
+    PatternOptions reading;
+    std::int32_t count = 0;
+    std::vector<std::int32_t> numbers;
+    std::unique_ptr<Table> table;
+    std::unique_ptr<SavedFile> saved;
+    setup_->error = SavedFile::load(file, 'e', saved, [&](Archive& archive) {
+        table = std::make_unique<Table>();
+        archive.options(reading);
+        archive.all(count, numbers);
+        return table->archive(archive);
+    });
+    if (!setup_->error.empty()) return false;
+    file_ = std::move(saved);
+    table_ = std::move(table);
+    options(reading);
+    setup_->patternCount = count;
+    setup_->paths = std::move(numbers);
+    setup_->isDone = true;
+    return true;
 }
 
 const PatternOptions& Engine::options() const { return setup_->patterns.options(); }

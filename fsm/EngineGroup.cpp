@@ -23,6 +23,7 @@ struct EngineGroup::Setup {
     std::int32_t guiltyPath = -1;
     bool isDone = false;
     FND::String error;
+    FND::String failure;  // of the set-up
     std::vector<std::int32_t> paths;  // of all patterns in the main parts, ascending
     std::unique_ptr<PatternList> patterns;
     // Of a changeable group, all patterns; the list is only filled while it is set up.
@@ -49,8 +50,7 @@ struct EngineGroup::Parts {
     bool hasChanges() const { return !added.parts.empty() || !removed.empty(); }
     const Table* whole() const { return hasChanges() ? nullptr : main.onlyTable(); }
     bool archive(Archive& archive) {
-        archive.array(pathsOutside);
-        archive.array(removed);
+        archive.all(pathsOutside, removed);
         return main.archive(archive) && added.archive(archive);
     }
 };
@@ -103,7 +103,10 @@ bool EngineGroup::insertPatterns(const std::vector<FND::String>& patterns,
 }
 
 bool EngineGroup::finalSetup() {
-    if (setup_->isDone) return !parts_->main.parts.empty();
+    if (setup_->isDone) {
+        if (parts_->main.parts.empty()) setup_->error = setup_->failure;
+        return !parts_->main.parts.empty();
+    }
     if (setup_->patternCount == 0) {
         use(std::make_unique<Parts>());
         setup_->mainCount = 0;
@@ -120,6 +123,7 @@ bool EngineGroup::finalSetup() {
         setup_->patterns->clear();
         throw;
     }
+    if (!isBuilt) setup_->failure = setup_->error;
     // A group that cannot be changed as asked goes on as before.
     if (!isBuilt && setup_->isChangeable) setup_->isDone = false;
     setup_->patterns->clear();
@@ -210,17 +214,11 @@ bool EngineGroup::save(const FND::String& file, FND::String& error) const {
         error = "the group is not set up";
         return false;
     }
-    try {
-        std::string content;
-        Archive archive(content);
-        archive.value(setup_->patternCount);
+    error = SavedFile::save(file, 'g', [&](Archive& archive) {
         std::vector<std::int32_t> numbers = paths();
-        archive.array(numbers);
+        archive.all(setup_->patternCount, numbers);
         parts_->archive(archive);
-        error = SavedFile::write(file, content, 'g');
-    } catch (const std::bad_alloc&) {
-        error = "no memory available for saving";
-    }
+    });
     return error.empty();
 }
 
@@ -229,29 +227,23 @@ bool EngineGroup::load(const FND::String& file) {
         setup_->error = "only an empty group can be loaded";
         return false;
     }
-    try {
-        auto parts = std::make_unique<Parts>();
-        parts->file = std::make_unique<SavedFile>();
-        setup_->error = parts->file->map(file, 'g');
-        if (!setup_->error.empty()) return false;
-        Archive archive(parts->file->content());
-        std::int32_t count = 0;
-        std::vector<std::int32_t> numbers;
-        archive.value(count);
-        archive.array(numbers);
-        if (parts->archive(archive) && archive.isAtEnd() && !parts->main.parts.empty()) {
-            setup_->patterns->options(parts->main.options);
-            setup_->patternCount = count;
-            setup_->paths = std::move(numbers);
-            setup_->isDone = true;
-            use(std::move(parts));
-            return true;
-        }
-        setup_->error = file + ": damaged";
-    } catch (const std::bad_alloc&) {
-        setup_->error = "no memory available for loading";
-    }
-    return false;
+    std::int32_t count = 0;
+    std::vector<std::int32_t> numbers;
+    std::unique_ptr<Parts> parts;
+    std::unique_ptr<SavedFile> saved;
+    setup_->error = SavedFile::load(file, 'g', saved, [&](Archive& archive) {
+        parts = std::make_unique<Parts>();
+        archive.all(count, numbers);
+        return parts->archive(archive) && !parts->main.parts.empty();
+    });
+    if (!setup_->error.empty()) return false;
+    parts->file = std::move(saved);
+    options(parts->main.options);
+    setup_->patternCount = count;
+    setup_->paths = std::move(numbers);
+    setup_->isDone = true;
+    use(std::move(parts));
+    return true;
 }
 
 // Appends the path numbers that all parts report, ascending and each once, ignoring that the text

@@ -155,21 +155,23 @@ void EnginePart::alternative(EnginePart& other) {
     other.end_ = nullptr;
 }
 
+Vector<const NonDetState*> EnginePart::markedStates() const {
+    Vector<const NonDetState*> states{start_, end_};
+    for (State* state : interior_.members()) states.push_back(nonDet(state));
+    countWork(4 * states.size());
+    for (std::size_t i = 0; i < states.size(); ++i) states[i]->mark(static_cast<std::uint32_t>(i));
+    return states;
+}
+
 std::unique_ptr<EnginePart> EnginePart::reversed() const {
     auto result = std::make_unique<EnginePart>(false);
     result->checkEndState();
     // Each state by its mark; the ends change places.
-    std::vector<const State*> states{start_, end_};
-    for (const State* state : interior_.members()) states.push_back(state);
-    std::vector<NonDetState*> twins{result->end_, result->start_};
-    const Charge charge(2 * blockBytes(states.size() * sizeof(void*)));
+    const Vector<const NonDetState*> states = markedStates();
+    Vector<NonDetState*> twins{result->end_, result->start_};
+    while (twins.size() < states.size()) twins.push_back(result->insertState());
     for (std::size_t i = 0; i < states.size(); ++i) {
-        countWork(4);
-        static_cast<const NonDetState*>(states[i])->mark(static_cast<std::uint32_t>(i));
-        if (i >= 2) twins.push_back(result->insertState());
-    }
-    for (std::size_t i = 0; i < states.size(); ++i) {
-        const auto& state = static_cast<const NonDetState&>(*states[i]);
+        const NonDetState& state = *states[i];
         const auto twin = [&](const State* target) {
             return twins[static_cast<const NonDetState*>(target)->mark()];
         };
@@ -204,16 +206,11 @@ std::unique_ptr<EnginePart> EnginePart::reversed() const {
 std::unique_ptr<EnginePart> EnginePart::nonEmpty() const {
     auto result = std::make_unique<EnginePart>(false);
     result->checkEndState();
-    std::vector<const State*> states{start_, end_};
-    for (const State* state : interior_.members()) states.push_back(state);
+    const Vector<const NonDetState*> states = markedStates();
     // Each state twice: before the first byte and after it.
-    std::vector<NonDetState*> before{result->start_, result->insertState()};
-    std::vector<NonDetState*> after{result->insertState(), result->end_};
-    const Charge charge(3 * blockBytes(states.size() * sizeof(void*)));
-    for (std::size_t i = 0; i < states.size(); ++i) {
-        countWork(4);
-        static_cast<const NonDetState*>(states[i])->mark(static_cast<std::uint32_t>(i));
-        if (i < 2) continue;
+    Vector<NonDetState*> before{result->start_, result->insertState()};
+    Vector<NonDetState*> after{result->insertState(), result->end_};
+    while (before.size() < states.size()) {
         before.push_back(result->insertState());
         after.push_back(result->insertState());
     }
@@ -221,7 +218,7 @@ std::unique_ptr<EnginePart> EnginePart::nonEmpty() const {
         return static_cast<const NonDetState*>(state)->mark();
     };
     for (std::size_t i = 0; i < states.size(); ++i) {
-        const auto& state = static_cast<const NonDetState&>(*states[i]);
+        const NonDetState& state = *states[i];
         for (NonDetState* const twin : {before[i], after[i]}) {
             for (const NonDetState::Transition& transition : state.transitions()) {
                 twin->succStates(transition.first, transition.last,
@@ -271,15 +268,11 @@ bool EnginePart::multiply(unsigned minimum, unsigned maximum) {
 }
 
 void EnginePart::copy(const EnginePart& other) {
-    Vector<const NonDetState*> originals{other.start_, other.end_};
-    for (State* state : other.interior_.members()) originals.push_back(nonDet(state));
+    const Vector<const NonDetState*> originals = other.markedStates();
     checkEndState();
     Vector<NonDetState*> copies{start_, end_};
     copies.reserve(originals.size());
     while (copies.size() < originals.size()) copies.push_back(insertState());
-    for (std::size_t i = 0; i < originals.size(); ++i) {
-        originals[i]->mark(static_cast<std::uint32_t>(i));
-    }
     auto copyOf = [&](State* original) { return copies[nonDet(original)->mark()]; };
     for (std::size_t i = 0; i < originals.size(); ++i) {
         for (const NonDetState::Transition& transition : originals[i]->transitions()) {

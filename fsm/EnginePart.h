@@ -91,6 +91,8 @@ public:
 
 private:
     void copy(const EnginePart& other);
+    /// Start, end and the interior, each marked with its place here.
+    Vector<const NonDetState*> markedStates() const;
     /// Turns a part of one state into the empty string.
     void closeEnds();
 

@@ -304,4 +304,27 @@ private:
 
 void FlatNfa::reduce() { NfaReducer(*this).run(); }
 
+bool FlatNfa::mayHaveDeadEnds() const {
+    if (!isReduced_) return true;
+    // Most moves lead to states with higher numbers, so these are looked at first.
+    constexpr int mostPasses = 4;
+    Vector<bool> isLive(stateCount());
+    std::size_t left = stateCount();
+    for (int pass = 0; left > 0 && pass < mostPasses; ++pass) {
+        countWork(2 * stateCount());
+        for (auto state = static_cast<std::uint32_t>(stateCount()); state-- > 0;) {
+            if (isLive[state]) continue;
+            isLive[state] =
+                !patterns_.isEmpty(state) ||
+                std::any_of(edgesBegin(state), edgesEnd(state), [&](const Edge& edge) {
+                    return std::any_of(targets_.begin(edge.target), targets_.end(edge.target),
+                                       [&](std::uint32_t to) { return isLive[to]; });
+                });
+            if (isLive[state]) --left;
+        }
+    }
+    return left > 0 || std::any_of(edges_.begin(), edges_.end(),
+                                   [&](const Edge& edge) { return targets_.isEmpty(edge.target); });
+}
+
 }  // namespace FSM

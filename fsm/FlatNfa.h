@@ -50,6 +50,9 @@ public:
     bool isTransit(std::uint32_t state) const {
         return edgesBegin(state) == edgesEnd(state) && patterns_.isEmpty(state);
     }
+    /// Whether there may be states, or moves to none, from which no end can be reached. False is
+    /// certain.
+    bool mayHaveDeadEnds() const;
     /// For a reduced automaton: the states that each target stands for, ascending.
     const Lists& targets() const { return targets_; }
     /// For one that is not reduced: the states that each state goes on to without a byte.

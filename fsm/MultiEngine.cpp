@@ -47,6 +47,7 @@ struct MultiEngine::Rows {
     bool isSetUp = false;
     bool isBuilt = false;
     FND::String error;
+    FND::String failure;  // of the set-up
     std::vector<Place> places;
     RowTable table;
 };
@@ -117,7 +118,10 @@ bool MultiEngine::insertRow(const std::vector<FND::String>& patterns, std::int32
 }
 
 bool MultiEngine::finalSetup() {
-    if (rows_->isSetUp) return rows_->isBuilt;
+    if (rows_->isSetUp) {
+        if (!rows_->isBuilt) rows_->error = rows_->failure;
+        return rows_->isBuilt;
+    }
     if (rows_->count == 0) return true;
     rows_->isSetUp = true;
     try {
@@ -128,7 +132,10 @@ bool MultiEngine::finalSetup() {
         rows_->clear();
         throw;
     }
-    if (!rows_->isBuilt) rows_->clear();
+    if (!rows_->isBuilt) {
+        rows_->clear();
+        rows_->failure = rows_->error;
+    }
     return rows_->isBuilt;
 }
 

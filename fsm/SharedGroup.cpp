@@ -1,8 +1,10 @@
 #include "fsm/SharedGroup.h"
 
+#include <functional>
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -55,15 +57,13 @@ public:
         return found == groups_.end() ? nullptr : found->second.lock();
     }
     /// Gives the group of the same content that another thread made meanwhile, or `held`.
-    std::shared_ptr<const Held> insert(const std::string& content,
-                                       std::shared_ptr<const Held> held);
-    /// Called when nobody holds the group any more.
+    std::shared_ptr<const Held> insert(std::shared_ptr<const Held> held);
+    /// Called when nobody holds the group of this content any more.
     void forget(const std::string& content) noexcept {
         const std::lock_guard guard(lock_);
         const auto found = groups_.find(content);
-        if (found == groups_.end() || !found->second.expired()) return;
-        bytes_ -= content.size();
-        groups_.erase(found);
+        // Another group of the same content may have taken its place.
+        if (found != groups_.end() && found->first.data() == content.data()) erase(found);
     }
 
 private:
@@ -73,8 +73,16 @@ private:
 
     std::mutex lock_;
     FND::ForkGuard guard_{FND::ForkGuard::Rank::PatternGroups, lock_};
-    std::unordered_map<std::string, std::weak_ptr<const Held>, FND::SeededHash, std::equal_to<>>
-        groups_;
+    // The contents lie in the groups.
+    using Groups = std::unordered_map<std::string_view, std::weak_ptr<const Held>, FND::SeededHash,
+                                      std::equal_to<>>;
+
+    void erase(Groups::iterator group) {
+        bytes_ -= group->first.size();
+        groups_.erase(group);
+    }
+
+    Groups groups_;
     std::size_t bytes_ = 0;  // of their contents
 };
 
@@ -84,7 +92,7 @@ struct SharedGroup::Held {
     Held& operator=(const Held&) = delete;
     ~Held() { Cache::instance().forget(content); }
 
-    std::size_t bytes() const { return sizeof *this + 2 * content.size() + group->memory(); }
+    std::size_t bytes() const { return sizeof *this + content.size() + group->memory(); }
 
     const std::string content;
     BuildBudget budget;  // of the group's memory
@@ -92,13 +100,14 @@ struct SharedGroup::Held {
 };
 
 std::shared_ptr<const SharedGroup::Held> SharedGroup::Cache::insert(
-    const std::string& content, std::shared_ptr<const Held> held) {
+    std::shared_ptr<const Held> held) {
+    const std::string& content = held->content;
     const std::lock_guard guard(lock_);
-    const auto found = groups_.find(content);
-    if (found != groups_.end()) {
+    if (const auto found = groups_.find(content); found != groups_.end()) {
         if (std::shared_ptr<const Held> other = found->second.lock()) return other;
-        found->second = held;
-    } else if (groups_.size() < mostGroupsCM && content.size() <= mostBytesCM - bytes_) {
+        erase(found);
+    }
+    if (groups_.size() < mostGroupsCM && content.size() <= mostBytesCM - bytes_) {
         groups_.emplace(content, held);
         bytes_ += content.size();
     }
@@ -122,7 +131,7 @@ bool SharedGroup::take(std::unique_ptr<EngineGroup> group, FND::String& error) {
                 }
             }
             made->budget.release();
-            held_ = Cache::instance().insert(made->content, made);
+            held_ = Cache::instance().insert(made);
         }
         group_ = held_->group.get();
         charge_ = Charge(held_->bytes());

@@ -132,7 +132,7 @@ bool Table::build(RawAutomaton raw, const Paths& negated, const PatternOptions& 
     leavesByTextbook_ = options.leavesByTextbook ? 1 : 0;
     keepsDeadEnds = keepsDeadEnds && !options.leavesByTextbook;
     Vector<bool> isKept(raw.stateCount(), true);
-    if (!keepsDeadEnds && !raw.hasTailsApart()) {
+    if (!keepsDeadEnds && !raw.hasTailsApart() && raw.mayHaveDeadEnds) {
         isKept = liveStates(raw);
         for (std::size_t state = 0; state < raw.stateCount(); ++state) {
             std::uint32_t* const row = raw.next.row(state);
@@ -170,15 +170,12 @@ bool Table::build(RawAutomaton raw, const Paths& negated, const PatternOptions& 
     }
     start_ = rowOf[0];
     findStart();
-    Vector<Row> rows;
-    rows.reserve((order.size() + 1) * stride_);
-    rows.resize(stride_);
+    Vector<Row> rows((order.size() + 1) * stride_);
+    Row* next = rows.data() + stride_;
     for (std::uint32_t state : order) {
         const std::uint32_t* const row = raw.next.row(state);
         countWork(stride_);
-        for (unsigned c = 0; c < stride_; ++c) {
-            rows.push_back(row[c] == noStateS ? 0 : rowOf[row[c]]);
-        }
+        for (unsigned c = 0; c < stride_; ++c) *next++ = row[c] == noStateS ? 0 : rowOf[row[c]];
     }
     rows_ = Flat<Row>(std::move(rows));
 
@@ -266,10 +263,6 @@ struct FlatLists {
         }
         return true;
     }
-    void archive(Archive& archive) {
-        archive.array(numbers);
-        archive.array(ends);
-    }
 };
 
 }  // namespace
@@ -289,20 +282,9 @@ bool Table::archive(Archive& archive) {
             isAfterNewline.push_back(special.isAfterNewline ? 1 : 0);
         }
     }
-    archive.value(classOf_);
-    for (Row* row : {&start_, &lastTrap_, &lastLineLoop_, &lastSpecial_, &leftByNewline_, &stride_,
-                     &takesNul_, &leavesByTextbook_}) {
-        archive.value(*row);
-    }
-    archive.array(rows_);
-    archive.array(firstPaths_);
-    archive.array(loopOf_);
-    archive.array(loops_);
-    archive.array(listOf);
-    lists.archive(archive);
-    settled.archive(archive);
-    archive.array(isAfterNewline);
-    archive.array(negated_);
+    archive.all(classOf_, start_, lastTrap_, lastLineLoop_, lastSpecial_, leftByNewline_, stride_,
+                takesNul_, leavesByTextbook_, rows_, firstPaths_, loopOf_, loops_, listOf,
+                lists.numbers, lists.ends, settled.numbers, settled.ends, isAfterNewline, negated_);
     if (!archive.isReading()) return true;
     if (!archive.isGood() || stride_ == 0 || stride_ > 256 || rows_.size() % stride_ != 0 ||
         rows_.size() < 2 * std::size_t{stride_} || rows_.size() > std::numeric_limits<Row>::max() ||
@@ -355,9 +337,10 @@ void Table::findLoops() {
     for (std::size_t i = lastSpecial_ / stride_ + 1; i <= stateCount; ++i) {
         Row row = static_cast<Row>(i * stride_);
         countWork(stride_);
+        const auto own = rows_.view().subspan(row, stride_);
+        if (std::find(own.begin(), own.end(), row) == own.end()) continue;
         ByteSet classes;
         for (unsigned c = 0; c < stride_; ++c) classes[c] = rows_[row + c] == row;
-        if (classes.none()) continue;
         countWork(classes.size());
         ByteSet bytes;
         for (unsigned byte = 1; byte < 256; ++byte) bytes[byte] = classes[classOf_[byte]];

@@ -76,6 +76,9 @@ TEST(FsmGroup, Failures) {
     EXPECT_EQ(group.error(), "limit of 30 states passed at pattern 8: (a|b)*a(a|b){20}");
     EXPECT_EQ(processed(group, std::string("a")), Paths{});
     EXPECT_FALSE(group.insertPattern("a"));
+    EXPECT_EQ(group.error(), "no pattern may be inserted after finalSetup");
+    EXPECT_FALSE(group.finalSetup());
+    EXPECT_EQ(group.error(), "limit of 30 states passed at pattern 8: (a|b)*a(a|b){20}");
     group.clear();
     EXPECT_TRUE(group.insertPattern("a"));
     EXPECT_TRUE(group.finalSetup());

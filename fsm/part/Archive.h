@@ -44,6 +44,11 @@ public:
         value(number);
         flag = number != 0;
     }
+    /// Several values and arrays, one after the other.
+    template <class... Items>
+    void all(Items&... items) {
+        (item(items), ...);
+    }
     void options(PatternOptions& options) {
         for (bool* option : {&options.ignoresCase, &options.isUtf8, &options.leavesByTextbook,
                              &options.takesNul}) {
@@ -72,6 +77,15 @@ public:
 
 private:
     static constexpr std::size_t alignmentCM = 16;
+
+    template <class Item>
+    void item(Item& item) {
+        if constexpr (requires { array(item); }) {
+            array(item);
+        } else {
+            value(item);
+        }
+    }
 
     template <class Value>
     std::span<const Value> values(std::span<const Value> own) {

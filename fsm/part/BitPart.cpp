@@ -378,19 +378,9 @@ bool BitPart::match(std::string_view text, Found& found) const {
 }
 
 bool BitPart::archive(Archive& archive) {
-    archive.value(words_);
-    archive.value(takesNul_);
-    archive.value(classOf_);
-    for (Flat<Word>* words : {&entered_, &start_, &shifts_, &loops_, &ends_, &origins_, &moves_}) {
-        archive.array(*words);
-    }
-    archive.array(exceptions_);
-    archive.array(exceptionOf_);
-    archive.array(bits_);
-    archive.array(accepts_);
-    archive.value(acceptsEmpty_);
-    archive.array(lists_.values());
-    archive.array(negated_);
+    archive.all(words_, takesNul_, classOf_, entered_, start_, shifts_, loops_, ends_, origins_,
+                moves_, exceptions_, exceptionOf_, bits_, accepts_, acceptsEmpty_, lists_.values(),
+                negated_);
     return archive.isGood() && (!archive.isReading() || isSound());
 }
 

@@ -28,10 +28,11 @@ std::unique_ptr<Part> emptyPart(Part::Kind kind) {
     return nullptr;
 }
 
-template <class Count>
-std::size_t sum(const std::vector<std::unique_ptr<Part>>& parts, Count count) {
-    return std::accumulate(parts.begin(), parts.end(), std::size_t{0},
-                           [&](std::size_t all, const auto& part) { return all + count(*part); });
+std::size_t sum(const std::vector<std::unique_ptr<Part>>& parts,
+                std::size_t (Part::*count)() const) {
+    return std::accumulate(
+        parts.begin(), parts.end(), std::size_t{0},
+        [&](std::size_t all, const auto& part) { return all + (*part.*count)(); });
 }
 
 }  // namespace
@@ -93,16 +94,10 @@ bool GroupParts::archive(Archive& archive) {
     return archive.isGood();
 }
 
-std::size_t GroupParts::automatonCount() const {
-    return sum(parts, [](const Part& part) { return part.automatonCount(); });
-}
+std::size_t GroupParts::automatonCount() const { return sum(parts, &Part::automatonCount); }
 
-std::size_t GroupParts::stateCount() const {
-    return sum(parts, [](const Part& part) { return part.stateCount(); });
-}
+std::size_t GroupParts::stateCount() const { return sum(parts, &Part::stateCount); }
 
-std::size_t GroupParts::memory() const {
-    return sum(parts, [](const Part& part) { return part.memory(); });
-}
+std::size_t GroupParts::memory() const { return sum(parts, &Part::memory); }
 
 }  // namespace FSM

@@ -75,11 +75,7 @@ LiteralPart::LiteralPart(Vector<Literal>& literals, const PatternOptions& option
 }
 
 bool LiteralPart::archive(Archive& archive) {
-    archive.value(longest_);
-    archive.value(hasOpen_);
-    archive.value(takesNul_);
-    archive.array(ends_);
-    archive.array(lists_.values());
+    archive.all(longest_, hasOpen_, takesNul_, ends_, lists_.values());
     if (!archive.isGood() || !trie_.archive(archive, ends_.size())) return false;
     if (!archive.isReading()) return true;
     for (std::size_t i = 0; i < ends_.size(); ++i) {

@@ -106,10 +106,7 @@ private:
 Trie::Trie(const Vector<std::string_view>& texts) { Maker(*this, texts).run(); }
 
 bool Trie::archive(Archive& archive, std::size_t textCount) {
-    archive.value(usesHalves_);
-    archive.value(classOf_);
-    archive.array(records_);
-    archive.array(rests_);
+    archive.all(usesHalves_, classOf_, records_, rests_);
     return !archive.isReading() || (archive.isGood() && isSound(textCount));
 }
 

@@ -108,19 +108,13 @@ WordPart::WordPart(const Maker& maker, const PatternOptions& options)
 }
 
 bool WordPart::archive(Archive& archive) {
-    archive.value(firstWord_);
-    archive.value(slotCount_);
-    archive.value(wordCount_);
-    archive.value(takesNul_);
-    archive.array(uses_);
-    archive.array(lists_.values());
+    archive.all(firstWord_, slotCount_, wordCount_, takesNul_, uses_, lists_.values());
     std::size_t count = 0;
     bool isSound = true;
     for (std::size_t kind = 0; kind < words_.size(); ++kind) {
         Words& words = words_[kind];
         isSound = isSound && firstWord_[kind] == count;
-        archive.array(words.alone);
-        archive.array(words.usesBegin);
+        archive.all(words.alone, words.usesBegin);
         if (!archive.isGood() || !words.scan.archive(archive, words.alone.size())) return false;
         count += words.alone.size();
         if (!archive.isReading()) continue;

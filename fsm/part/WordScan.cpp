@@ -53,13 +53,7 @@ WordScan::WordScan(const Vector<std::string_view>& words) : trie_(words) {
 }
 
 bool WordScan::archive(Archive& archive, std::size_t wordCount) {
-    archive.value(keyBytes_);
-    archive.value(longest_);
-    archive.value(keyMask_);
-    archive.value(bitShift_);
-    archive.value(slotShift_);
-    archive.array(bitmap_);
-    archive.array(slots_);
+    archive.all(keyBytes_, longest_, keyMask_, bitShift_, slotShift_, bitmap_, slots_);
     if (!archive.isGood() || !trie_.archive(archive, wordCount)) return false;
     if (!archive.isReading() || slots_.empty()) return true;
     if (keyBytes_ < 1 || keyBytes_ > mostKeyBytesCM ||
