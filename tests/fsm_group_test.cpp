@@ -40,13 +40,14 @@ TEST(FsmGroup, TailsAmongRandomPatterns) {
         };
         const char* const heads[] = {".*", ".*", ".*", "[^a]*", "(.|\n)*", "!.*", "a|.*"};
         const char* const tails[] = {".*", ".*", ".*", ".+", ".*.*", ".*|b", "(.|\n)*"};
+        const bool isWords = round % 3 == 0;  // between wild cards, all of them
         for (int i = 0; i < 14; ++i) {
-            std::string pattern = heads[random.below(std::size(heads))];
+            std::string pattern = heads[isWords ? 0 : random.below(std::size(heads))];
             for (std::size_t n = random.below(3) + 2; n > 0; --n) {
-                pattern += "abcabcabc\n"[random.below(10)];
+                pattern += "abcabcabc\n"[random.below(isWords ? 9 : 10)];
             }
-            insert(pattern.append(tails[random.below(std::size(tails))]));
-            if (random.below(5) == 0) insert(random.below(2) == 0 ? "!a" : "b*");
+            insert(pattern.append(tails[isWords ? 0 : random.below(std::size(tails))]));
+            if (!isWords && random.below(5) == 0) insert(random.below(2) == 0 ? "!a" : "b*");
         }
         ASSERT_TRUE(group.finalSetup()) << group.error();
         listsApart += group.partCount() == 1 && !FSM::analyse(group).has_value();

@@ -10,6 +10,7 @@
 #include "fsm/Determiniser.h"
 #include "fsm/Shape.h"
 #include "fsm/Table.h"
+#include "fsm/WordAutomaton.h"
 #include "fsm/part/BitPart.h"
 #include "fsm/part/LiteralPart.h"
 #include "fsm/part/TablePart.h"
@@ -195,7 +196,6 @@ void GroupBuilder::sortOut() {
         if (words_->shape.read(pattern.text, options_) && shape.startsWild && shape.endsWild) {
             ++inner_;
         }
-        pattern.parse(options_);
         others_.push_back(std::move(pattern));
     }
 }
@@ -235,7 +235,8 @@ void GroupBuilder::countBytes(const Pattern& pattern) {
 void GroupBuilder::joinNegated() { mayStart_ = FSM::joinNegated(others_); }
 
 void GroupBuilder::makeAutomata() {
-    if (others_.empty()) return;
+    if (others_.empty() || (partLimit_ == 0 && determineWords())) return;
+    for (Pattern& pattern : others_) pattern.parse(options_);
     if (partLimit_ == 0) {
         if (determineWhole()) return;
         // Words may be what makes it explode.
@@ -251,6 +252,25 @@ void GroupBuilder::makeAutomata() {
         if (isAnyTaken && determineWhole()) return;
     }
     split();
+}
+
+// One automaton for all, if they are words between wild cards.
+bool GroupBuilder::determineWords() {
+    Shape& shape = words_->shape;
+    if (inner_ < others_.size() || options_.ignoresCase || options_.isUtf8) return false;
+    std::vector<InnerWord> words;
+    Charge charge;
+    std::size_t states = 2;
+    for (const Pattern& pattern : others_) {
+        if (!shape.read(pattern.text, options_) || shape.wordCount() > 1) return false;
+        charge.take(sizeof(InnerWord) + blockBytes(shape.bytes.size()));
+        words.push_back({shape.bytes, pattern.path});
+        states += shape.bytes.size();
+    }
+    if (states > limits_.states) return false;
+    automata_.push_back({0, others_.size(), {}});
+    FSM::determine(words, automata_.back().raw);
+    return true;
 }
 
 // One automaton for all, with the tails inside or apart, if it does not grow out of proportion.

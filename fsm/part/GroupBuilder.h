@@ -39,6 +39,7 @@ private:
     void countBytes(const Pattern& pattern);
     void joinNegated();
     void makeAutomata();
+    bool determineWords();
     bool determineWhole();
     void split();
     bool determine(std::size_t first, std::size_t count, std::size_t leastStates,
