@@ -26,7 +26,7 @@ public:
         addNewline();
         raw_.mayHaveDeadEnds = false;
         raw_.acceptedLists = raw_.settledLists;
-        raw_.listsCharge.take(raw_.lists.size() * blockBytes(sizeof(raw_.lists[0])));
+        raw_.listsCharge.take(blockBytes(raw_.lists.size() * sizeof(std::vector<std::int32_t>)));
     }
 
 private:
