@@ -41,8 +41,11 @@ void addFunctionsCommand(CLI::App& app, Action& action);
 void addLspCommand(CLI::App& app, Action& action);
 void addMatchCommand(CLI::App& app, Action& action);
 void addMergeCommand(CLI::App& app, Action& action);
+void addProfileCommand(CLI::App& app, Action& action);
 void addQueryCommand(CLI::App& app, Action& action);
 void addRunCommand(CLI::App& app, Action& action);
+void addTestCommand(CLI::App& app, Action& action);
+void addWhyCommand(CLI::App& app, Action& action);
 
 /// Writes "kestrel: `message`" and a line end to standard error.
 void report(const std::string& message);

@@ -53,6 +53,17 @@ public:
     /// Instead of each record, writes the numbers of the conditions that hold for it.
     void conditions(const std::string& conditions) { job_.conditions = conditions; }
 
+    /// Works on the records up to number `record`, writes no file, and shows only that one, to
+    /// `show`. `watch` is called with the number of each before it is worked on.
+    void only(std::int64_t record, std::function<void(const Records::Shown&)> show,
+              std::function<void(std::int64_t number)> watch) {
+        dryRun_ = job_.only = record;
+        job_.show = std::move(show);
+        job_.watch = std::move(watch);
+    }
+    /// The first input.
+    const std::string& input() const { return job_.input; }
+
     /// Runs the job, with an interpreter for each worker, set up by `options`. `compile` reports
     /// why it refuses a script.
     ExitStatus run(const ScriptOptions& options,

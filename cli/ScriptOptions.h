@@ -35,6 +35,7 @@ public:
                                                       const std::string& defaultZone = "") const;
     /// How messages are shown; `script` names the script in them.
     MessageStyle messageStyle(const std::string& script) const;
+    bool isJson() const { return form_ == MessageStyle::Form::Json; }
     /// The name of the script in messages that no other name is given for.
     void scriptName(const std::string& name) { scriptName_ = name; }
     const std::string& scriptName() const { return scriptName_; }
@@ -58,6 +59,9 @@ public:
     std::int64_t mostRecords() const { return records_; }
     /// The directories of include files that the options name.
     const std::vector<std::string>& includePath() const { return includePath_; }
+    /// The highest tier in which scripts run.
+    SCR::CodeTier tier() const { return tier_; }
+    void tier(SCR::CodeTier tier) { tier_ = tier; }
     /// The options that change what a script does, as they were given.
     const std::vector<std::string>& given() const { return given_; }
 

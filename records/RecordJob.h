@@ -35,6 +35,15 @@ enum class RejectsFormat {
     Json    ///< an object in a line: file, line, number, reason, field, value, record
 };
 
+/// What a dry run shows of a record.
+struct Shown {
+    enum class Result { Unchanged, Changed, Rejected, Dropped };
+    std::int64_t number = 0;  ///< 1-based
+    Result result = Result::Unchanged;
+    std::string before;  ///< the record as it was read
+    std::string after;   ///< what is written instead, a line each, or why it is rejected
+};
+
 /// What a job reads and writes.
 struct JobOptions {
     std::string input = "-";        ///< A path, or "-" for standard input.
@@ -63,6 +72,11 @@ struct JobOptions {
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
     /// Shows what each record would become, before and after, and writes no file.
     bool isDryRun = false;
+    /// In a dry run: the one record to show, with its prints, and where that goes; 0 shows all.
+    std::int64_t only = 0;
+    std::function<void(const Shown&)> show;
+    /// Called with the number of each record before the script is executed for it.
+    std::function<void(std::int64_t number)> watch;
     bool hasNamedOutputs = true;  ///< Whether scripts may name outputs.
     int jobs = 1;                 ///< Workers, each with an interpreter and a thread.
     std::int64_t part = 1;        ///< The part to work on, from 1, of `parts` parts of the file:

@@ -65,6 +65,11 @@ bool RecordWorker::Prints::isTaken(bool isWritten) {
 }
 
 bool RecordWorker::Prints::write(std::string_view text) {
+    const std::int64_t only = worker_.options_.only;
+    if (only != 0) {
+        const bool isShown = batch != nullptr && worker_.current_.number == only;
+        return !isShown || isTaken(SCR::standardOutput().write(text));
+    }
     const bool joins = batch != nullptr || !worker_.end_.output.empty();
     if (!joins) return isTaken(SCR::standardOutput().write(text));
     if (batch == nullptr) {
@@ -293,6 +298,18 @@ void RecordWorker::show(const Batch::Item& item, Batch& batch, std::size_t befor
     batch.output.resize(before);
     const std::string number = std::to_string(current_.number);
     const std::string old = batch.text.substr(item.begin, item.size) + '\n';
+    if (options_.only != 0) {
+        if (options_.only != current_.number || !options_.show) return;
+        using Result = Shown::Result;
+        Shown shown{current_.number, Result::Changed, old, result};
+        if (current_.isRejected()) {
+            shown.result = Result::Rejected;
+            shown.after = current_.rejection().text();
+        } else if (result == old || result.empty()) {
+            shown.result = result.empty() ? Result::Dropped : Result::Unchanged;
+        }
+        return options_.show(shown);
+    }
     if (result == old) {
         batch.output += number + " = " + old;
         return;
@@ -323,6 +340,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         return true;
     }
     bool holds = true;
+    if (options_.watch) options_.watch(current_.number);
     const bool ran = execute(holds);
     const bool wasStopped = interpreter_->wasStopped();
     if (wasStopped && current_.endsJob) return cut(item, batch, Batch::Cut::Ended);

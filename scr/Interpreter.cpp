@@ -9,6 +9,7 @@
 #include "scr/CompareInterface.h"
 #include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
+#include "scr/Observation.h"
 #include "scr/Program.h"
 #include "scr/check/Analyses.h"
 #include "scr/check/Reentry.h"
@@ -134,6 +135,7 @@ struct Interpreter::State {
     RunControl control;
     OpenFiles openFiles{control};
     Output* output = &standardOutput();  // not owned
+    Observation* observation = nullptr;  // not owned
     AutomataAccount automata;
     std::shared_ptr<const SharedScript> program;  // whose automata the script uses
     SharedScript* filled = nullptr;               // while it is compiled
@@ -398,6 +400,7 @@ bool Interpreter::State::compileScript(const Source& source) {
     analyses = source.follower;
     isChecking = source.follower != nullptr;
     discardScript();
+    if (observation != nullptr && source.follower == nullptr) observation->clear();
     program = source.shared;
     bool isGood = enterRun(interpreter, [&] { return parseScript(source); });
     filled = nullptr;
@@ -521,6 +524,8 @@ Outcome::Kind Interpreter::State::executeScript() {
     if (!isDone) kind = Outcome::Kind::Failed;
     if (kind != Outcome::Kind::Finished) [[unlikely]]
         mainExtension->mutexes().giveUp();
+    if (observation != nullptr) [[unlikely]]
+        observation->leave(control.wasStopped());
     return kind;
 }
 
@@ -565,10 +570,13 @@ bool Interpreter::evaluate(BoolNode& condition, bool& value) {
 
 bool Interpreter::State::runFunction(const FND::String& name) {
     Function* const function = symbols.getFunction(name);
-    return function == nullptr || enterRun(interpreter, [&] {
-               function->execute();
-               return true;
-           });
+    if (function == nullptr) return true;
+    const bool isDone = enterRun(interpreter, [&] {
+        function->execute();
+        return true;
+    });
+    if (observation != nullptr) observation->leave(control.wasStopped());
+    return isDone;
 }
 
 bool Interpreter::finish() {
@@ -720,6 +728,14 @@ bool Interpreter::wasStopped() const { return state_ != nullptr && state_->contr
 
 bool Interpreter::mustStop() const { return state_ != nullptr && state_->control.mustStop(); }
 
+void Interpreter::observe(Observation* observation) {
+    if (state_ != nullptr) state_->observation = observation;
+}
+
+Observation* Interpreter::observation() const {
+    return state_ != nullptr ? state_->observation : nullptr;
+}
+
 void Interpreter::stackEnd(const void* lowest) {
     if (state_ != nullptr) state_->control.stackEnd(lowest);
 }
@@ -819,7 +835,11 @@ void Interpreter::State::deliver(const Diagnostic& diagnostic) noexcept {
     --openLogs;
 }
 
-bool Interpreter::pushStatement(Node* block) { return state_->symbols.pushStatement(block); }
+bool Interpreter::pushStatement(Node* block) { return pushStatement(block, block); }
+
+bool Interpreter::pushStatement(Node* block, Node* open) {
+    return state_->symbols.pushStatement(block, open);
+}
 
 bool Interpreter::popStatement() { return state_->symbols.popStatement(); }
 

@@ -31,6 +31,7 @@ class FileAccess;
 class Function;
 class MainExtension;
 class Node;
+class Observation;
 class OpenFiles;
 class PendingBuilds;
 class PlaceTable;
@@ -219,6 +220,11 @@ public:
     /// it or the process may have no executable memory. Any thread.
     static CodeTier highestCodeTier();
 
+    /// Lets `observation`, which is not owned, watch the scripts that are compiled later; null lets
+    /// nobody.
+    void observe(Observation* observation);
+    Observation* observation() const;
+
     /// Whether the last compile or execution was stopped, by a limit, an interruption or the
     /// failure of a host's function.
     bool wasStopped() const;
@@ -259,6 +265,8 @@ public:
     /// Adds `block` to the innermost open block and opens it. False: it was refused, and the caller
     /// still owns it.
     bool pushStatement(Node* block);
+    /// The same, but opens `open`, which belongs to `block`.
+    KESTREL_HIDDEN bool pushStatement(Node* block, Node* open);
     /// Closes the innermost open block; false when only the main function is open.
     bool popStatement();
     /// The innermost open block, or null.

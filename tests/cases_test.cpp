@@ -24,10 +24,11 @@
 // A blank line before the next case belongs to neither. A last line end may be missing in the
 // output. Control bytes and those above 127 may be written as \xHH in the expected texts. @TMP@
 // stands, everywhere, for the case's own empty folder. The local zone is UTC. Each script runs in
-// all tiers of code, from its first run on.
+// all tiers of code, from its first run on, and observed.
 
 #include "Folder.h"
 #include "Script.h"
+#include "scr/Observation.h"
 #include "scr/code/Hot.h"
 
 namespace {
@@ -123,24 +124,33 @@ public:
 
     void TestBody() override {
         EXPECT_EQ(case_.fault, "");
-        for (const SCR::CodeTier tier :
-             {SCR::CodeTier::Tree, SCR::CodeTier::Portable, SCR::CodeTier::Native}) {
-            runIn(tier, case_);
-        }
+        using SCR::Observation;
+        constexpr unsigned counted = Observation::countsCM | Observation::positionsCM;
+        runIn(SCR::CodeTier::Tree, Observation::eventsCM, case_);
+        runIn(SCR::CodeTier::Tree, 0, case_);
+        runIn(SCR::CodeTier::Portable, 0, case_);
+        runIn(SCR::CodeTier::Native, 0, case_);
+        runIn(SCR::CodeTier::Native, counted, case_);
     }
 
 private:
-    static void runIn(SCR::CodeTier tier, Case from) {
+    static void runIn(SCR::CodeTier tier, unsigned aspects, Case from) {
+        SCR::Observation observation(aspects);
+        observation.listen(true);
         const Harness::Folder folder;
         for (std::string* text : {&from.script, &from.output, &from.log}) {
             replaceAll(*text, "@TMP@", folder.path());
         }
         Harness::ScriptSetup setup;
-        setup.prepare = [&](SCR::Interpreter& interpreter) { interpreter.codeTier(tier); };
+        setup.prepare = [&](SCR::Interpreter& interpreter) {
+            interpreter.codeTier(tier);
+            if (aspects != 0) interpreter.observe(&observation);
+        };
         const Harness::ScriptRun run = Harness::run(from.script, setup);
-        const testing::ScopedTrace where(
-            from.file.c_str(), from.line,
-            "tier " + std::to_string(static_cast<int>(tier)) + '\n' + from.script);
+        const testing::ScopedTrace where(from.file.c_str(), from.line,
+                                         "tier " + std::to_string(static_cast<int>(tier)) +
+                                             ", observed " + std::to_string(aspects) + '\n' +
+                                             from.script);
         EXPECT_EQ(run.compiled, from.compiles);
         EXPECT_EQ(run.ok, from.compiles && !from.stopped);
         EXPECT_EQ(printable(run.output), printable(from.output));

@@ -1,16 +1,19 @@
 // Executes random programs in all tiers of code, from the first run of each loop and function on,
 // and compares what they write and log. Some are stopped: by a limit, or at a question. The same
-// program in its canonical layout does the same, too.
+// program in its canonical layout does the same, too. What was counted while one ran in code to its end
+// must be what an observer saw step by step.
 //
 // usage: random_programs [first program, 0 [number of programs, 1000 [--show]]]
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <string_view>
 
 #include "RandomText.h"
 #include "Script.h"
 #include "author/Format.h"
+#include "scr/Observation.h"
 #include "scr/code/Hot.h"
 #include "scr/run/RunControl.h"
 
@@ -130,10 +133,39 @@ const char* nameOf(SCR::CodeTier tier) {
     return names[static_cast<int>(tier)];
 }
 
-Harness::ScriptRun runIn(SCR::CodeTier tier, const std::string& text, unsigned long number) {
+/// Counts what it is told.
+class Watcher final : public SCR::Observation {
+public:
+    Watcher() : Observation(eventsCM) { listen(true); }
+    void statement(std::size_t site) override { ++seen[site]; }
+    void chosen(std::size_t site) override { ++seen[site]; }
+    void entered(std::size_t site) override { ++seen[site]; }
+    void condition(std::size_t site, bool holds) override { seen[site] += holds ? 1 : 0; }
+    std::map<std::size_t, long> seen;
+};
+
+/// The counts of the sites, by their kind and place.
+template <class CountOf>
+std::string countsOf(const SCR::Observation& observation, const CountOf& countOf) {
+    using Kind = SCR::ObservedSite::Kind;
+    std::map<std::string, long> counts;
+    for (std::size_t site = 0; site < observation.sites().size(); ++site) {
+        const SCR::ObservedSite& at = observation.sites()[site];
+        if (at.kind > Kind::Case) continue;
+        counts[std::to_string(static_cast<int>(at.kind)) + " " + std::to_string(at.line) + ":" +
+               std::to_string(at.column) + " " + at.text] += countOf(site);
+    }
+    std::string text;
+    for (const auto& [place, count] : counts) text += place + " " + std::to_string(count) + '\n';
+    return text;
+}
+
+Harness::ScriptRun runIn(SCR::CodeTier tier, const std::string& text, unsigned long number,
+                         SCR::Observation* observation = nullptr) {
     Harness::ScriptSetup setup;
     setup.repeat = 2;
     setup.prepare = [&](SCR::Interpreter& interpreter) {
+        interpreter.observe(observation);
         SCR::Limits limits;
         limits.steps = number % 4 == 1 ? static_cast<long>(number % 97) : 2000;
         limits.depth = number % 4 == 2 ? 1 + static_cast<long>(number % 5) : 100;
@@ -195,6 +227,20 @@ int main(int argc, char** argv) {
             std::printf("program %ld differs in the %s tier: %s%s", number, nameOf(tier),
                         run.output.c_str(), run.log.c_str());
         }
+        if (!expected.ok) continue;
+        Watcher watcher;
+        runIn(SCR::CodeTier::Tree, text, seed, &watcher);
+        using SCR::Observation;
+        Observation counter(Observation::countsCM | Observation::positionsCM);
+        const Harness::ScriptRun counted = runIn(SCR::CodeTier::Native, text, seed, &counter);
+        const std::string seen =
+            countsOf(watcher, [&](std::size_t site) { return watcher.seen[site]; });
+        const std::string counts =
+            countsOf(counter, [&](std::size_t site) { return counter.reached(site).all(); });
+        if (counted.output == expected.output && counts == seen) continue;
+        ++faults;
+        std::printf("program %ld differs when it is observed: %s%s\n%s--- seen\n%s", number,
+                    counted.output.c_str(), counted.log.c_str(), counts.c_str(), seen.c_str());
     }
     std::printf("%ld programs, %ld faults\n", count, faults);
     return faults == 0 ? 0 : 1;

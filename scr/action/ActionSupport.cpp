@@ -12,6 +12,7 @@
 #include "scr/message/Messages.h"
 #include "scr/os/FileData.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/run/PlaceTable.h"
@@ -31,14 +32,24 @@ bool openBlock(std::unique_ptr<Node> block, const Messages::Message& failure) {
     if (actInterpreterG->statementDepth() > actInterpreterG->limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
-    recordPlace(block.get());
-    if (!actInterpreterG->pushStatement(block.get())) return SCR_YaccError(failure);
+    Node* const opened = block.get();
+    recordPlace(opened);
+    if (parseContextG->observing) [[unlikely]] {
+        block = parseContextG->observing->wrap(std::move(block));
+        if (block.get() != opened) recordPlace(block.get());
+    }
+    if (!actInterpreterG->pushStatement(block.get(), opened)) return SCR_YaccError(failure);
     block.release();
+    if (parseContextG->observing) parseContextG->observing->opened(opened);
     return true;
 }
 
 bool appendStatement(std::unique_ptr<Node> statement) {
     recordPlace(statement.get());
+    if (parseContextG->observing) [[unlikely]] {
+        statement = parseContextG->observing->wrap(std::move(statement));
+        recordPlace(statement.get());
+    }
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.complete(); });
     if (!actInterpreterG->addStatement(statement.get())) {
         return SCR_YaccError(Messages::statementNotAdded);
@@ -62,7 +73,9 @@ std::unique_ptr<BoolNode> popCondition(const FND::String& place) {
         SCR_YaccError(Messages::conditionType(type, place));
         return nullptr;
     }
-    return std::unique_ptr<BoolNode>(static_cast<BoolNode*>(node.release()));
+    std::unique_ptr<BoolNode> condition(static_cast<BoolNode*>(node.release()));
+    if (!parseContextG->observing) return condition;
+    return parseContextG->observing->wrap(std::move(condition));
 }
 
 bool bindOperator(const FctDescr& descriptor, int count) {

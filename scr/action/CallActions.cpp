@@ -6,6 +6,7 @@
 #include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/run/RunControl.h"
@@ -40,8 +41,13 @@ struct Argument {
 };
 
 // The assignment of `argument` to the parameter `variable`; null after a report.
-std::unique_ptr<Node> bindArgument(ParserStack& stack, Variable* variable, Argument argument) {
+std::unique_ptr<Node> bindArgument(ParserStack& stack, Variable* variable, const FND::String& name,
+                                   Argument argument) {
     const int type = variable->dataType();
+    if (parseContextG->observing) {
+        argument.node =
+            parseContextG->observing->wrapArgument(std::move(argument.node), type, name);
+    }
     std::unique_ptr<Node> access = accessNode(variable);
     stack.pushData(access.release(), type);
     stack.pushData(argument.node.release(), Node::baseType(type), argument.traits);
@@ -100,7 +106,7 @@ Node* SCR_functionCallFactory(Interpreter& interpreter, ParserStack& stack,
     bindings.reserve(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
         Variable* const parameter = function->getIdentifier(names[i]);
-        bindings.push_back(bindArgument(stack, parameter, std::move(arguments[i])));
+        bindings.push_back(bindArgument(stack, parameter, names[i], std::move(arguments[i])));
         if (!bindings.back()) return nullptr;
     }
     const MakeCall makeCall = callMaker(descriptor.returnType());
@@ -108,5 +114,10 @@ Node* SCR_functionCallFactory(Interpreter& interpreter, ParserStack& stack,
         SCR_YaccError(Messages::unsupportedReturnType(descriptor.returnType()));
         return nullptr;
     }
-    return makeCall(std::move(bindings), interpreter.runControl(), function).release();
+    std::unique_ptr<Node> call = makeCall(std::move(bindings), interpreter.runControl(), function);
+    if (parseContextG->observing) {
+        call = parseContextG->observing->wrapCall(std::move(call), descriptor.returnType(),
+                                                  descriptor.name());
+    }
+    return call.release();
 }

@@ -8,6 +8,7 @@
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/value/TypeVisitor.h"
@@ -166,6 +167,7 @@ bool SCR_functionAddParameters() {
         tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.parameter(variable); });
     }
     function.closeParameters();
+    if (parseContextG->observing) parseContextG->observing->startBody();
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/run/RunControl.h"
@@ -18,6 +19,7 @@ bool SCR_startBlock() {
 }
 
 bool SCR_endBlock() {
+    if (parseContextG->observing) parseContextG->observing->closing();
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.close(); });
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::blockNotPopped);
 }
@@ -32,6 +34,7 @@ bool SCR_ifStatement() {
 }
 
 void SCR_elseBranch() {
+    if (parseContextG->observing) parseContextG->observing->closing();
     tellAnalyses(*actInterpreterG, [&](auto& analysis) {
         analysis.endWay();
         analysis.nextWay();
@@ -74,7 +77,11 @@ void SCR_forCondition() {
 
 bool SCR_forLoop() {
     auto loop = std::make_unique<ForLoop>(&actInterpreterG->runControl());
-    loop->addStatement(popExpressionStatement().release());
+    std::unique_ptr<Node> update = popExpressionStatement();
+    if (parseContextG->observing) {
+        update = parseContextG->observing->wrapUpdate(std::move(update));
+    }
+    loop->addStatement(update.release());
     std::unique_ptr<BoolNode> condition = popCondition(Messages::forLoop);
     if (!condition) return false;
     loop->condition(condition.release());
@@ -125,5 +132,6 @@ bool SCR_returnStatement(bool withValue) {
         return SCR_YaccError(Messages::missingReturnValue);
     }
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.returns(); });
+    if (parseContextG->observing) parseContextG->observing->returns();
     return appendStatement(makeOwner<ReturnStatement>(std::move(value)));
 }

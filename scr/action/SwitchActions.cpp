@@ -4,6 +4,7 @@
 #include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 
@@ -65,6 +66,7 @@ bool SCR_caseStatement() {
 }
 
 bool SCR_switchBreak() {
+    if (parseContextG->observing) parseContextG->observing->breaks();
     tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.endWay(); });
     SwitchCase* const open = openSwitch();
     return open != nullptr && open->addBreak();

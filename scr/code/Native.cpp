@@ -420,6 +420,9 @@ private:
             case Op::SelectGreaterEqual:
                 emitSelect(operation);
                 break;
+            case Op::Note:
+                asm_.mov(at(operation.pointer, x86::rax, 8), imm(constantOf(operation.a)));
+                break;
             case Op::Turn:
                 emitTurn(operation);
                 break;

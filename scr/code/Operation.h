@@ -73,6 +73,8 @@ enum class Op : std::uint8_t {
     SelectNotEqual,
     SelectLessEqual,
     SelectGreaterEqual,
+    // For who observes the script: stores a, a constant, at `pointer`.
+    Note,
     // Counts a turn of the loop `pointer`.
     Turn,
     // Counts the call made by the node `pointer` and opens it; closes it.

@@ -86,6 +86,7 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
         set(Op::Jump, &&jump);
         set(Op::LoadBool, &&loadBool);
         set(Op::StoreBool, &&storeBool);
+        set(Op::Note, &&move);
         set(Op::Turn, &&turn);
         set(Op::EnterCall, &&enterCall);
         set(Op::LeaveCall, &&leaveCall);
@@ -334,6 +335,9 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
                 break;
             case Op::StoreBool:
                 made.home = static_cast<bool*>(const_cast<void*>(operation.pointer));
+                break;
+            case Op::Note:
+                made.target = static_cast<long*>(const_cast<void*>(operation.pointer));
                 break;
             case Op::Turn:
             case Op::CheckCall:

@@ -16,6 +16,7 @@ class CustomLexer;
 %code {
 #include "scr/action/Actions.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseState.h"
 #include "scr/parser/Recovery.h"
 
@@ -48,6 +49,11 @@ class CustomLexer;
 #define WATCH(event)                                                                           \
     if (SCR::parseContextG->isWatched) [[unlikely]]                                            \
         SCR::parseContextG->recovery.lint.event
+
+// Tells the observer of a script that is to be observed.
+#define OBSERVE(event)                                                                         \
+    if (SCR::parseContextG->observing) [[unlikely]]                                            \
+        SCR::parseContextG->observing->event
 
 #define YYLLOC_DEFAULT(Current, Rhs, N)                                                        \
     (Current).begin = (N) ? YYRHSLOC(Rhs, 1).begin : YYRHSLOC(Rhs, 0).end;                     \
@@ -144,15 +150,20 @@ statement_list:
 
 instruction:
     expression SEMICOLON                    { WATCH(statement(@1));
+                                              OBSERVE(statement(@1, @2));
                                               END(SCR_createVoidCallStatement(), @1); }
   | OPEN_BRACE                              { END(SCR_startBlock(), @1); }
     statement_list CLOSE_BRACE              { WATCH(closeList()); END(SCR_endBlock(), @4); }
   | IF OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { TRY_CONDITION(SCR_ifStatement(), @3);
+                                            { OBSERVE(statement(@1, @4));
+                                              OBSERVE(condition(@3, false));
+                                              TRY_CONDITION(SCR_ifStatement(), @3);
                                               WATCH(condition(@3)); }
     instruction else_case                   { TRY(SCR_endBlock(), @1); }
   | WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { TRY_CONDITION(SCR_whileStatement(), @3);
+                                            { OBSERVE(statement(@1, @4));
+                                              OBSERVE(condition(@3, true));
+                                              TRY_CONDITION(SCR_whileStatement(), @3);
                                               WATCH(condition(@3)); }
     instruction                             { TRY(SCR_endBlock(), @1); }
   | FOR OPEN_PARENTHESIS expression SEMICOLON
@@ -160,7 +171,9 @@ instruction:
     expression SEMICOLON
                                             { SCR_forCondition(); }
     expression CLOSE_PARENTHESIS
-                                            { TRY(SCR_forLoop(), @6);
+                                            { OBSERVE(statement(@1, @10));
+                                              OBSERVE(condition(@6, true));
+                                              TRY(SCR_forLoop(), @6);
                                               if (!SCR_settleFor()) YYABORT; }
     instruction                             { TRY(SCR_endBlock(), @1); }
   | do_statement SEMICOLON
@@ -184,18 +197,23 @@ use_statement:
   ;
 
 return_statement:
-    RETURN expression                       { END(SCR_returnStatement(true), @2); }
-  | RETURN                                  { END(SCR_returnStatement(false), @1); }
+    RETURN expression                       { OBSERVE(returned(@2));
+                                              OBSERVE(statement(@1, @2));
+                                              END(SCR_returnStatement(true), @2); }
+  | RETURN                                  { OBSERVE(statement(@1, @1));
+                                              END(SCR_returnStatement(false), @1); }
   ;
 
 function_declaration:
-    FCT_DECLARATION return_value IDENTIFIER { TRY(SCR_startFunctionDeclaration($2, $3), @3);
+    FCT_DECLARATION return_value IDENTIFIER { OBSERVE(function(@3));
+                                              TRY(SCR_startFunctionDeclaration($2, $3), @3);
                                               if (!SCR_settleFunction($3)) YYABORT; }
     optional_parameter_list                 { WATCH(function($3, @5.begin != @5.end));
                                               TRY(SCR_functionAddParameters(), @3);
                                               SCR_settle(); }
     OPEN_BRACE statement_list CLOSE_BRACE   { WATCH(closeList());
                                               END(SCR_endFunctionDeclaration(), @9);
+                                              OBSERVE(endFunction());
                                               SCR_complete(@9); }
   ;
 
@@ -233,7 +251,9 @@ modifiers:
 
 optional_assignment:
     '='                                     { TRY(SCR_plainIdentifier($0), spanOf($0)); }
-    expression                              { TRY(SCR_initialise(), @1, spanOf($0), @3); }
+    expression                              { OBSERVE(assigned(spanOf($0)));
+                                              OBSERVE(statement(@0, @3));
+                                              TRY(SCR_initialise(), @1, spanOf($0), @3); }
   | %empty
   ;
 
@@ -244,11 +264,15 @@ const_declaration:
 
 switch_case:
     SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { TRY(SCR_switchStatement(), @3);
+                                            { OBSERVE(selector(@3));
+                                              OBSERVE(statement(@1, @4));
+                                              TRY(SCR_switchStatement(), @3);
                                               if (!SCR_settleSwitch()) YYABORT; }
     cases                                   { SCR_about(@1); TRY(SCR_endSwitch(), @1); }
   | REGEXPR_SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { TRY(SCR_regExprSwitchStatement(), @3);
+                                            { OBSERVE(selector(@3));
+                                              OBSERVE(statement(@1, @4));
+                                              TRY(SCR_regExprSwitchStatement(), @3);
                                               if (!SCR_settleSwitch()) YYABORT; }
     cases                                   { SCR_about(@1); TRY(SCR_regExprFinalSetup(), @1); }
   ;
@@ -266,7 +290,9 @@ case_list:
 
 single_case:
     CASE case_expression_list COLON case_body
-  | DEFAULT COLON                           { TRY(SCR_switchDefault(), @1); SCR_settle(); }
+  | DEFAULT COLON                           { OBSERVE(label(@1));
+                                              TRY(SCR_switchDefault(), @1); SCR_settle();
+                                              OBSERVE(labelled()); }
     case_body
   | error                                   { if (!SCR_startSkipping()) YYABORT; }
     RECOVERED                               { yyerrok; SCR_settle(); }
@@ -274,11 +300,15 @@ single_case:
 
 case_expression_list:
     case_expression_list ',' expression     { SCR_about(@3);
+                                              OBSERVE(label(@3));
                                               TRY(SCR_caseStatement(), @3);
-                                              if (!SCR_settleCase()) YYABORT; }
+                                              if (!SCR_settleCase()) YYABORT;
+                                              OBSERVE(labelled()); }
   | expression                              { SCR_about(@1);
+                                              OBSERVE(label(@1));
                                               TRY(SCR_caseStatement(), @1);
-                                              if (!SCR_settleCase()) YYABORT; }
+                                              if (!SCR_settleCase()) YYABORT;
+                                              OBSERVE(labelled()); }
   ;
 
 case_body:
@@ -292,20 +322,25 @@ optional_break:
   ;
 
 do_head:
-    DO                                      { TRY(SCR_doStatement(), @1); }
+    DO                                      { OBSERVE(statement(@1, @1));
+                                              TRY(SCR_doStatement(), @1); }
   ;
 
 do_statement:
     do_head instruction WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { TRY_CONDITION(SCR_doCondition(), @5);
+                                            { OBSERVE(condition(@5, true));
+                                              TRY_CONDITION(SCR_doCondition(), @5);
                                               WATCH(condition(@5)); }
   ;
 
 expression:
-    expression '=' expression               { TRY(SCR_expression(SCR::Operator::Assign), @2, @1, @3); }
+    expression '=' expression               { OBSERVE(assigned(@1));
+                                              TRY(SCR_expression(SCR::Operator::Assign), @2, @1, @3); }
   | expression COMPARE_OPERATOR expression  { WATCH(comparison(@1, @2, @3));
+                                              OBSERVE(operands(@1, @3));
                                               TRY(SCR_expression(SCR::operatorOf($2)), @2, @1, @3); }
-  | expression BOOL_OPERATOR expression     { TRY(SCR_boolExpression($2), @2, @1, @3); }
+  | expression BOOL_OPERATOR expression     { OBSERVE(operands(@1, @3));
+                                              TRY(SCR_boolExpression($2), @2, @1, @3); }
   | expression '+' expression               { TRY(SCR_expression(SCR::Operator::Add), @2, @1, @3); }
   | expression '-' expression               { TRY(SCR_expression(SCR::Operator::Subtract), @2, @1, @3); }
   | expression '*' expression               { TRY(SCR_expression(SCR::Operator::Multiply), @2, @1, @3); }

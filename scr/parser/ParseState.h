@@ -19,9 +19,13 @@ class CustomLexer;
 class FctDescr;
 class Function;
 class Interpreter;
+class Observing;
 
 /// State that the parser actions of one parse share besides the parser stack.
 struct ParseContext {
+    ParseContext();
+    ~ParseContext();
+
     CustomLexer* lexer = nullptr;
     /// The function being declared, or null, and its descriptor.
     Function* function = nullptr;
@@ -45,6 +49,8 @@ struct ParseContext {
     bool needsCare = false;
     /// The function being declared is only a block, as its declaration was lost.
     bool isLostFunction = false;
+    /// Makes the nodes of an observed script; null for any other.
+    std::unique_ptr<Observing> observing;
     Recovery recovery;
     /// The memory of the parser's own stack when it is deep.
     std::vector<std::unique_ptr<std::byte[]>> memory;

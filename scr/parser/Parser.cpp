@@ -12,6 +12,7 @@
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/parser/Preprocessor.h"
@@ -24,6 +25,9 @@ std::recursive_timed_mutex parserLockG;
 CompareInterface* actCompareInterfaceG = nullptr;
 ParserStack* stackG = nullptr;
 ParseContext* parseContextG = nullptr;
+
+ParseContext::ParseContext() = default;
+ParseContext::~ParseContext() = default;
 
 }  // namespace SCR
 
@@ -81,6 +85,12 @@ public:
         ownContext_.recovery.isTolerant = ownContext_.isWatched = isTolerant;
         SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
+        Observation* const observation = actInterpreterG->observation();
+        if (observation != nullptr && !isTolerant && actCompareInterfaceG == nullptr) {
+            ownContext_.observing =
+                std::make_unique<Observing>(*actInterpreterG, ownStack_, *observation);
+            if (head.starts_with("RESULTS")) ownContext_.observing->startBody();
+        }
         try {
             const bool isParsed = SCR_parse(lexer) == 0 && ownContext_.recovery.errors == 0;
             actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);

@@ -87,6 +87,16 @@ public:
         data_[data_.size() - 1 - fromTop].node = std::move(node);
     }
 
+    /// Puts `wrap(node, type word)`, a node that takes over that node and gives the same value, in
+    /// its place. It cannot be assigned to.
+    template <class Wrap>
+    void wrapData(std::size_t fromTop, const Wrap& wrap) {
+        std::unique_ptr<Node>& node = data_[data_.size() - 1 - fromTop].node;
+        int& type = types_[types_.size() - 1 - fromTop];
+        node = wrap(std::move(node), type);
+        type &= ~TypeCode::LeftFlag;
+    }
+
     void pushFunction(const FctDescr* descriptor) { functions_.push_back(descriptor); }
     /// Null after a message on standard error when there is none.
     const FctDescr* popFunction() { return pop(functions_, functionsCM); }

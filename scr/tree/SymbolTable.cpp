@@ -36,10 +36,10 @@ void SymbolTable::clearScript() {
     mainFunction_.reset();
 }
 
-bool SymbolTable::pushStatement(Node* block) {
+bool SymbolTable::pushStatement(Node* block, Node* open) {
     makeRoom(statementStack_);
     if (!addStatement(block)) return false;
-    statementStack_.push_back(block);
+    statementStack_.push_back(open);
     return true;
 }
 

@@ -33,7 +33,7 @@ public:
     /// Null when there is no script.
     Function* mainFunction() const { return mainFunction_.get(); }
 
-    bool pushStatement(Node* block);
+    bool pushStatement(Node* block, Node* open);
     bool popStatement();
     Node* topStatement() const {
         return statementStack_.empty() ? nullptr : statementStack_.back();

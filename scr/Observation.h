@@ -1,0 +1,131 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
+namespace SCR {
+
+/// A place of a script that an `Observation` tells about.
+struct ObservedSite {
+    enum class Kind : std::uint8_t {
+        Function,   ///< A function, or the script itself, which is site 0.
+        Statement,  ///< A statement, or the head of one that holds others.
+        Condition,  ///< The condition of an `if` or a loop.
+        Case,       ///< A label of a switch, or its `default`.
+        Operand,    ///< An operand of a comparison, of "and" or "or",
+        Selector,   ///< what a switch chooses by,
+        Argument,   ///< the value passed to a parameter,
+        Assigned,   ///< a value that is assigned, and the name of what it is assigned to,
+        Returned    ///< the value that a function returns: these only for events.
+    };
+    static constexpr std::size_t none = ~std::size_t{0};
+
+    Kind kind = Kind::Statement;
+    FND::String file;  ///< empty for the main text
+    int line = 0;      ///< 1-based, where it begins
+    int column = 0;    ///< in bytes, 1-based
+    int lastLine = 0;
+    FND::String text;          ///< as in the script, in one line; of a function its name
+    std::size_t function = 0;  ///< the site of the function that it is in
+    std::size_t owner = none;  ///< the statement that it belongs to or lies in, or none
+    std::size_t count = none;  ///< for `Observation`
+    std::size_t otherwise = none;
+};
+
+/// Watches how the scripts of an interpreter run: how often each place is reached, where a script
+/// is at any moment, and, for who derives from this class, each statement, condition and value as
+/// it comes. An interpreter that is given one compiles scripts with nodes for it; without one,
+/// nothing is there and nothing is paid.
+///
+/// Counts and positions are kept by the code of a script as well as by its tree. Scripts that send
+/// events run where their nodes call this class; take `CodeTier::Tree` for them. What a stopped
+/// script did not reach is not counted, provided that positions are observed too and no function
+/// had called itself.
+///
+/// The interpreter's thread uses this class; `where` may be called by any thread while no script is
+/// being compiled. An observation serves one interpreter at a time, and must outlive what that
+/// compiles meanwhile.
+class KESTREL_API Observation {
+public:
+    /// What is observed: a sum of these.
+    static constexpr unsigned countsCM = 1;
+    static constexpr unsigned positionsCM = 2;
+    static constexpr unsigned eventsCM = 4;
+
+    explicit Observation(unsigned aspects) : aspects_(aspects) {}
+    Observation(const Observation&) = delete;
+    Observation& operator=(const Observation&) = delete;
+    virtual ~Observation();
+
+    unsigned aspects() const { return aspects_; }
+    bool has(unsigned aspect) const { return (aspects_ & aspect) != 0; }
+
+    /// The sites of the script compiled last, each statement before what lies in it. The same text
+    /// gives the same sites.
+    const std::deque<ObservedSite>& sites() const { return sites_; }
+
+    /// How often something happened while nodes ran, and how often in code.
+    struct Count {
+        long tree = 0;
+        long code = 0;
+        long all() const { return tree + code; }
+    };
+    /// How often the site was reached: a statement begun, a function entered, a label chosen, and
+    /// how often a condition held.
+    Count reached(std::size_t site) const;
+    /// How often a condition did not hold.
+    Count otherwise(std::size_t site) const;
+
+    /// Fills `stack` with the statement that runs now, then the one with the call that it is in,
+    /// and so on; empties it when none runs. A function that calls itself is there once. Gives
+    /// whether the statement runs in code. Any thread.
+    bool where(std::vector<std::size_t>& stack) const;
+
+    // Events, while `listen(true)`. The arguments are sites.
+
+    virtual void statement(std::size_t site);
+    virtual void condition(std::size_t site, bool holds);
+    virtual void chosen(std::size_t site);
+    virtual void value(std::size_t site, const FND::String& text);
+    virtual void entered(std::size_t site);
+    virtual void left(std::size_t site);
+    void listen(bool listens) { listens_ = listens; }
+    bool listens() const { return listens_; }
+
+    // Used by the parts of the library.
+
+    KESTREL_HIDDEN void clear();
+    KESTREL_HIDDEN std::size_t add(ObservedSite site);
+    KESTREL_HIDDEN std::size_t addCount();
+    KESTREL_HIDDEN Count& countAt(std::size_t count) { return counts_[count]; }
+    KESTREL_HIDDEN ObservedSite& siteAt(std::size_t site) { return sites_[site]; }
+    /// Where the position is kept: twice the number of the site, from 1 on, and 1 more in code.
+    KESTREL_HIDDEN long* position() { return &position_; }
+    /// Where the position of the call is kept that the function `site` is in.
+    KESTREL_HIDDEN long* callerOf(std::size_t site) { return &callers_[site]; }
+    /// A label is chosen only right after the selector; otherwise it is passed.
+    /// `statement` is the switch; none afterwards.
+    KESTREL_HIDDEN void choose(std::size_t statement) { choosing_ = statement; }
+    KESTREL_HIDDEN std::size_t choosing() const { return choosing_; }
+    /// The run is over, at its end or because it was stopped.
+    KESTREL_HIDDEN void leave(bool isStopped);
+
+private:
+    void forget(std::size_t site);
+
+    const unsigned aspects_;
+    bool listens_ = false;
+    std::size_t choosing_ = ObservedSite::none;
+    std::deque<ObservedSite> sites_;
+    std::deque<Count> counts_;  // nodes and code know their addresses
+    std::deque<long> callers_;  // by site
+    std::vector<long> missed_;  // by site: how often a stopped script did not come there
+    long position_ = 0;
+};
+
+}  // namespace SCR
