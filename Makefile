@@ -29,6 +29,7 @@ docs: build/build.ninja
 	@build/bin/kestrel functions --markdown > docs/builtins.md
 	@build/bin/kestrel functions --modules > docs/modules.md
 	@build/bin/kestrel explain --markdown > docs/messages.md
+	@build/bin/kestrel prompt > docs/prompt.md
 
 # The site of the manual, after all its examples have run.
 manual: build/build.ninja

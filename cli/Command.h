@@ -31,6 +31,9 @@ using Action = std::function<ExitStatus()>;
 /// must live until the command line is parsed.
 using AddCommand = void (*)(CLI::App& app, Action& action);
 
+void addCompletionCommand(CLI::App& app, Action& action);
+void addManCommand(CLI::App& app, Action& action);
+void addPromptCommand(CLI::App& app, Action& action);
 void addCheckCommand(CLI::App& app, Action& action);
 void addConditionsCommand(CLI::App& app, Action& action);
 void addDecryptCommand(CLI::App& app, Action& action);

@@ -45,7 +45,7 @@ public:
         for (TestCase& each : cases_) {
             const bool hasScript = each.script.find_first_not_of(" \n") != std::string::npos;
             if (hasScript && !each.file.empty()) each.fault = "it has a script and names one";
-            if (!hasScript && each.file.empty()) takeNeighbour(each);
+            if (!hasScript && each.file.empty() && each.fault.empty()) takeNeighbour(each);
         }
         return std::move(cases_);
     }

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "cli/Command.h"
 #include "cli/MessageText.h"
@@ -22,31 +24,53 @@ struct WhyOptions {
 using Result = Records::Shown::Result;
 
 std::string resultOf(const Records::Shown& shown, bool isJson) {
-    if (!isJson) {
-        switch (shown.result) {
-            case Result::Rejected:
-                return "rejected: " + readable(shown.after) + '\n';
-            case Result::Dropped:
-                return "dropped\n";
-            default:
-                return "written: " + shown.after;
-        }
-    }
-    const char* const name = shown.result == Result::Rejected  ? "rejected"
+    const std::string before = shown.before.substr(0, shown.before.size() - 1);
+    const std::string name = shown.result == Result::Rejected  ? "rejected"
                              : shown.result == Result::Dropped ? "dropped"
                                                                : "written";
-    std::string text = std::string("{\"event\":\"") + name +
-                       "\",\"record\":" + std::to_string(shown.number) + ",\"before\":";
-    Records::appendText(readable(shown.before), text);
+    if (!isJson) {
+        std::string text = "read: " + readable(before) + '\n' + name;
+        if (shown.result == Result::Dropped) return text + '\n';
+        const bool isRejected = shown.result == Result::Rejected;
+        return text + ": " + (isRejected ? readable(shown.after) + '\n' : shown.after);
+    }
+    std::string text =
+        "{\"event\":\"" + name + "\",\"record\":" + std::to_string(shown.number) + ",\"before\":";
+    Records::appendText(readable(before), text);
     text += ",\"after\":";
-    Records::appendText(readable(shown.after), text);
+    const std::size_t end = shown.after.find_last_not_of('\n');
+    Records::appendText(readable(shown.after.substr(0, end + 1)), text);
     return text + "}\n";
 }
+
+// The prints of the script while its steps are told.
+class TracedPrints final : public SCR::Output {
+public:
+    TracedPrints(const Trace& trace, bool isJson) : trace_(trace), isJson_(isJson) {}
+    bool write(std::string_view text) override {
+        if (!trace_.listens()) return true;
+        if (!isJson_) return SCR::standardOutput().write(text);
+        std::string event = "{\"event\":\"print\",\"text\":";
+        std::string printed;
+        for (std::size_t end = 0; end != std::string_view::npos && !text.empty();) {
+            end = text.find('\n');
+            printed += readable(text.substr(0, end)) + (end != std::string_view::npos ? "\n" : "");
+            text.remove_prefix(std::min(end, text.size() - 1) + 1);
+        }
+        Records::appendText(printed, event);
+        return SCR::standardOutput().write(event + "}\n");
+    }
+
+private:
+    const Trace& trace_;
+    const bool isJson_;
+};
 
 ExitStatus run(WhyOptions& options) {
     if (!options.run.read()) return ExitStatus::Usage;
     const bool isJson = options.run.script().isJson();
     Trace trace(options.run.source(), isJson);
+    TracedPrints prints(trace, isJson);
     bool wasShown = false;
     const auto print = [](const std::string& text) { SCR::standardOutput().write(text); };
     if (options.record == 0) {
@@ -69,8 +93,10 @@ ExitStatus run(WhyOptions& options) {
                 trace.listen(true);
             });
     }
-    ExitStatus status =
-        options.run.run([&](SCR::Interpreter& interpreter) { interpreter.observe(&trace); });
+    ExitStatus status = options.run.run([&](SCR::Interpreter& interpreter) {
+        interpreter.observe(&trace);
+        interpreter.output(&prints);
+    });
     trace.listen(false);
     trace.finish();
     if (options.record == 0 || wasShown) {

@@ -58,25 +58,16 @@ void endByClosedPipe() { std::raise(SIGPIPE); }
 
 namespace {
 
-constexpr AddCommand commandsS[] = {constexpr AddCommand commandsS[] = {
-                                        addRunCommand,
-                                        addTestCommand,
-                                        addQueryCommand,
-                                        addConditionsCommand,
-                                        addCheckCommand,
-                                        addWhyCommand,
-                                        addProfileCommand,
-                                        addExplainCommand,
-                                        addFormatCommand,
-                                        addFunctionsCommand,
-                                        addMatchCommand,
-                                        addMergeCommand,
-                                        addEncryptCommand,
-                                        addDecryptCommand,
+constexpr AddCommand commandsS[] = {
+    addRunCommand,     addTestCommand,      addQueryCommand,   addConditionsCommand,
+    addCheckCommand,   addWhyCommand,       addProfileCommand, addExplainCommand,
+    addFormatCommand,  addFunctionsCommand, addMatchCommand,   addMergeCommand,
+    addEncryptCommand, addDecryptCommand,   addPromptCommand,  addCompletionCommand,
+    addManCommand,
 #ifdef KESTREL_LSP
-                                        addLspCommand,
+    addLspCommand,
 #endif
-                                    };
+};
 
 // The arguments in reverse, as the parser takes them. A flag takes a value only after "=".
 std::vector<std::string> argumentsOf(int argc, char** argv) {

@@ -28,3 +28,25 @@ endif()
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
+
+# The manual pages and completions are what the command tells about itself, so it has to run here.
+if(TARGET kestrel_cli AND NOT CMAKE_CROSSCOMPILING)
+    install(CODE "
+        set(prefix \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+        function(kestrel_page path)
+            get_filename_component(folder \"\${prefix}/\${path}\" DIRECTORY)
+            file(MAKE_DIRECTORY \"\${folder}\")
+            execute_process(COMMAND \"$<TARGET_FILE:kestrel_cli>\" \${ARGN}
+                OUTPUT_FILE \"\${prefix}/\${path}\" COMMAND_ERROR_IS_FATAL ANY)
+        endfunction()
+        kestrel_page(${CMAKE_INSTALL_DATADIR}/bash-completion/completions/kestrel completion bash)
+        kestrel_page(${CMAKE_INSTALL_DATADIR}/zsh/site-functions/_kestrel completion zsh)
+        kestrel_page(${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d/kestrel.fish completion fish)
+        kestrel_page(${CMAKE_INSTALL_MANDIR}/man1/kestrel.1 man)
+        execute_process(COMMAND \"$<TARGET_FILE:kestrel_cli>\" man --list
+            OUTPUT_VARIABLE commands COMMAND_ERROR_IS_FATAL ANY OUTPUT_STRIP_TRAILING_WHITESPACE)
+        string(REPLACE \"\\n\" \";\" commands \"\${commands}\")
+        foreach(command \${commands})
+            kestrel_page(${CMAKE_INSTALL_MANDIR}/man1/kestrel-\${command}.1 man \${command})
+        endforeach()")
+endif()

@@ -72,7 +72,7 @@ struct JobOptions {
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
     /// Shows what each record would become, before and after, and writes no file.
     bool isDryRun = false;
-    /// In a dry run: the one record to show, with its prints, and where that goes; 0 shows all.
+    /// In a dry run: the one record to show, and where that goes; 0 shows all.
     std::int64_t only = 0;
     std::function<void(const Shown&)> show;
     /// Called with the number of each record before the script is executed for it.

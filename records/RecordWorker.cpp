@@ -65,11 +65,6 @@ bool RecordWorker::Prints::isTaken(bool isWritten) {
 }
 
 bool RecordWorker::Prints::write(std::string_view text) {
-    const std::int64_t only = worker_.options_.only;
-    if (only != 0) {
-        const bool isShown = batch != nullptr && worker_.current_.number == only;
-        return !isShown || isTaken(SCR::standardOutput().write(text));
-    }
     const bool joins = batch != nullptr || !worker_.end_.output.empty();
     if (!joins) return isTaken(SCR::standardOutput().write(text));
     if (batch == nullptr) {

@@ -137,8 +137,9 @@ TEST_F(CliTest, ScriptsAreWatched) {
     EXPECT_NE(json.find("\"line\":2,\"text\":\"edrLong(n) == 3\",\"holds\":true}\n"),
               std::string::npos)
         << json;
-    EXPECT_TRUE(json.ends_with("{\"event\":\"rejected\",\"record\":1,\"before\":\"3,a\","
-                               "\"after\":\"three\"}\n"))
+    EXPECT_TRUE(
+        json.ends_with("{\"event\":\"rejected\",\"record\":1,\"before\":\"3,a\","
+                       "\"after\":\"three\"}\n"))
         << json;
     EXPECT_EQ(folder_.read("a.info"),
               "TN:\nSF:part.ks\nFN:1,twice\nFNDA:1,twice\nFNF:1\nFNH:1\nBRF:0\nBRH:0\nDA:1,1\n"
@@ -171,19 +172,22 @@ TEST_F(CliTest, ProjectsAreTested) {
           "=== errors\n--- errors\nLong a = ; ! ERROR: line 1: parse error\nLong b;\nb = ;\n"
           "! ERROR: line 2: parse error\n"
           "=== checks\nLong a = 1;\n--- checks\na == 1\na + 1 == 3\n");
-    const std::string fails = "ERROR: line 1: illegal operation = : ( Long, Bool )\n";
+    const std::string fails =
+        "ERROR: line 1: expected Bool not Long as argument 1 in `Bool Bool=(Bool,Bool)'\n";
     const std::string loops = "ERROR: line 1: script stopped: limit `steps' of 9 passed\n";
     expect({
         {"test rate.cases", "1 cases, 0 failed\n"},
         {"test",
          "FAILED more/a.cases:1: prints\n  output:\n      a\n    - c\n    + b\n      \\xE4\n"
          "FAILED more/a.cases:8: fails\n  it ended with status 3, not 0\n  output:\n    - x\n"
-         "  log:\n    - some\n    + " + fails +
-         "FAILED more/a.cases:15: prints\n  its title is taken\n"
-         "FAILED more/a.cases:16: loops\n  it ended with status 4, not 0\n  log:\n    + " + loops +
-         "FAILED more/a.cases:25: checks\n  it ended with status 1, not 0\n  log:\n"
-         "    + kestrel: check 2 does not hold: a + 1 == 3; a + 1 is 2\n"
-         "8 cases, 5 failed\n",
+         "  log:\n    - some\n    + " +
+             fails +
+             "FAILED more/a.cases:15: prints\n  its title is taken\n"
+             "FAILED more/a.cases:16: loops\n  it ended with status 4, not 0\n  log:\n    + " +
+             loops +
+             "FAILED more/a.cases:25: checks\n  it ended with status 1, not 0\n  log:\n"
+             "    + kestrel: check 2 does not hold: a + 1 == 3; a + 1 is 2\n"
+             "8 cases, 5 failed\n",
          "", 1},
         {"test more --filter loops --update --junit j.xml", "..."},
         {"test more --filter fails --update", "..."},
@@ -197,9 +201,11 @@ TEST_F(CliTest, ProjectsAreTested) {
     });
     const std::string updated =
         "=== prints\nlogStdout(\"a\\nb\\n\xe4\\n\");\n---\na\nb\n\\xE4\n\n"
-        "=== fails\nLong a = true;\n--- error\n" + fails +
+        "=== fails\nLong a = true;\n--- error\n" +
+        fails +
         "---\n\n=== prints\n=== loops\nwhile (true) { }\n--- options --limit steps=9\n"
-        "--- stopped\n" + loops;
+        "--- stopped\n" +
+        loops;
     EXPECT_EQ(folder_.read("more/a.cases").substr(0, updated.size()), updated);
     EXPECT_NE(folder_.read("j.xml").find("failures=\"1\""), std::string::npos);
 }

@@ -1,7 +1,7 @@
 // Executes random programs in all tiers of code, from the first run of each loop and function on,
 // and compares what they write and log. Some are stopped: by a limit, or at a question. The same
-// program in its canonical layout does the same, too. What was counted while one ran in code to its end
-// must be what an observer saw step by step.
+// program in its canonical layout does the same, too. What was counted while one ran in code to its
+// end must be what an observer saw step by step.
 //
 // usage: random_programs [first program, 0 [number of programs, 1000 [--show]]]
 #include <cstdio>
