@@ -163,7 +163,7 @@ private:
         skip();
         std::size_t length = 0;
         while (length < rest_.size() && isLetter(rest_[length])) ++length;
-        const FND::String found(rest_.substr(0, length));
+        FND::String found(rest_.substr(0, length));
         rest_.remove_prefix(length);
         return found;
     }
