@@ -117,12 +117,12 @@ void storeElement(int code, T* element, py::handle value, SCR::Interpreter& inte
 
 const Types& Types::get() {
     static const Types* const types = [] {
-        const py::module_ datetime = py::module_::import("datetime");
+        const py::module_ module = py::module_::import("datetime");
         auto* const made = new Types;  // for ever, as Python may end before the library
         made->decimal = py::module_::import("decimal").attr("Decimal");
-        made->datetime = datetime.attr("datetime");
-        made->delta = datetime.attr("timedelta");
-        made->epoch = made->datetime(1970, 1, 1, 0, 0, 0, 0, datetime.attr("timezone").attr("utc"));
+        made->datetime = module.attr("datetime");
+        made->delta = module.attr("timedelta");
+        made->epoch = made->datetime(1970, 1, 1, 0, 0, 0, 0, module.attr("timezone").attr("utc"));
         return made;
     }();
     return *types;
