@@ -369,7 +369,9 @@ std::vector<std::string> ignored(std::string_view text, const SCR::SourceTokens&
         std::string here = codesOf(line);
         const std::size_t end = at + line.size();
         for (; next < source.tokens.size() && source.tokens[next].begin <= end; ++next) {
-            if (source.tokens[next].isSeen()) result.push_back(before + "," + here);
+            if (!source.tokens[next].isSeen()) continue;
+            result.push_back(before);
+            result.back().append(",").append(here);
         }
         before = std::move(here);
         at = end + 1;

@@ -47,7 +47,7 @@ void Checker::work() {
         running_ = task.uri;
         isStopped_ = false;
         lock.unlock();
-        auto messages = check_(task.text, task.path, [&](SCR::Interpreter* interpreter) {
+        const auto messages = check_(task.text, task.path, [&](SCR::Interpreter* interpreter) {
             const std::lock_guard inner(mutex_);
             interpreter_ = interpreter;
         });
@@ -55,7 +55,7 @@ void Checker::work() {
         running_.clear();
         if (isStopped_) continue;
         lock.unlock();
-        done_(task, std::move(messages));
+        done_(task, messages);
         lock.lock();
     }
 }

@@ -32,7 +32,8 @@ public:
     using Check = std::function<std::vector<SCR::Diagnostic>(const std::string& text,
                                                              const std::string& path, Tell tell)>;
     /// Gets the messages of a check that was not stopped, on the checking thread.
-    using Done = std::function<void(const Task& task, std::vector<SCR::Diagnostic> messages)>;
+    using Done =
+        std::function<void(const Task& task, const std::vector<SCR::Diagnostic>& messages)>;
 
     Checker(Check check, Done done);
     Checker(const Checker&) = delete;

@@ -95,12 +95,12 @@ void Documents::includePath(std::vector<std::string> directories) {
     forgetIndexes();
 }
 
-Document& Documents::open(const std::string& uri, std::string text, std::int64_t version) {
+Document& Documents::open(const std::string& uri, const std::string& text, std::int64_t version) {
     forgetIndexes();
     documents_.erase(uri);
     return documents_
         .emplace(std::piecewise_construct, std::forward_as_tuple(uri),
-                 std::forward_as_tuple(uri, std::move(text), version))
+                 std::forward_as_tuple(uri, text, version))
         .first->second;
 }
 

@@ -51,7 +51,7 @@ public:
     /// The folders of the project.
     void folders(std::vector<std::string> folders) { folders_ = std::move(folders); }
 
-    Document& open(const std::string& uri, std::string text, std::int64_t version);
+    Document& open(const std::string& uri, const std::string& text, std::int64_t version);
     void close(const std::string& uri);
     /// Null for one that is not open.
     Document* find(const std::string& uri);

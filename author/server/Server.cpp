@@ -18,9 +18,10 @@ Server::Server(ServerOptions options, int input, int output)
     : options_(std::move(options)),
       functions_(Functions::shipped()),
       connection_(input, output),
-      checker_(options_.check, [this](const Checker::Task& task, std::vector<Diagnostic> messages) {
-          publish(task, messages);
-      }) {
+      checker_(options_.check,
+               [this](const Checker::Task& task, const std::vector<Diagnostic>& messages) {
+                   publish(task, messages);
+               }) {
     for (const FunctionEntry& function : options_.functions) functions_.add(function);
     documents_.includePath(options_.includePath);
 }
@@ -323,7 +324,7 @@ void Server::publish(const Checker::Task& task, const std::vector<Diagnostic>& m
         std::string words = message.headline();
         const auto own = range(message.place);
         if (!own && message.place.line > 0) {
-            words = message.place.file + ":" + std::to_string(message.place.line) + ": " + words;
+            words.insert(0, message.place.file + ":" + std::to_string(message.place.line) + ": ");
         }
         Json related = Json::array();
         for (const Diagnostic::Note& note : message.notes) {
