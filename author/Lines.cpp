@@ -82,7 +82,9 @@ bool Lines::fail(const std::string& fault, std::size_t index) {
 }
 
 bool Lines::failAtOpen(std::size_t index) {
-    return fail("`" + std::string(textOf(index)) + "` is not closed", index);
+    std::string fault = "`";
+    fault.append(textOf(index)).append("` is not closed");
+    return fail(fault, index);
 }
 
 Line& Lines::add(std::size_t from, std::size_t level) {

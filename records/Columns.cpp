@@ -34,6 +34,12 @@ bool isJsonNumber(std::string_view text) {
     return at == text.size();
 }
 
+// Of a field without a name.
+std::string nameOf(std::size_t field) {
+    std::string name = "f";
+    return name += std::to_string(field + 1);
+}
+
 std::string unknown(const std::string& name) { return "unknown field `" + name + "'"; }
 
 }  // namespace
@@ -59,8 +65,7 @@ std::string Columns::plan(const ColumnOptions& options, const FieldNames& names,
 std::string Columns::planTable(const ColumnOptions& options, const FieldNames& names) {
     const auto add = [&](std::size_t field) {
         const bool isNamed = field < names.all().size();
-        columns_.push_back(
-            {field, isNamed ? names.all()[field] : "f" + std::to_string(field + 1), {}});
+        columns_.push_back({field, isNamed ? names.all()[field] : nameOf(field), {}});
     };
     for (const std::string& name : options.selected) {
         const long field = names.index(name);
@@ -158,7 +163,7 @@ bool Columns::writeTable(CurrentRecord& current, std::string& out) const {
     };
     for (std::size_t i = 0; isOpen_ ? current.record.has(i) : i < columns_.size(); ++i) {
         if (i != 0) out += to_.delimiter;
-        if (!writeOne(isOpen_ ? Column{i, "f" + std::to_string(i + 1), {}} : columns_[i])) {
+        if (!writeOne(isOpen_ ? Column{i, nameOf(i), {}} : columns_[i])) {
             return false;
         }
     }
@@ -193,7 +198,7 @@ bool Columns::writeObject(CurrentRecord& current, std::string& out) const {
         if (!writeOne(column.field, column.name)) return false;
     }
     for (std::size_t i = 0; isOpen_ && current.record.has(i); ++i) {
-        if (!writeOne(i, "f" + std::to_string(i + 1))) return false;
+        if (!writeOne(i, nameOf(i))) return false;
     }
     if (*separator == '{') out += '{';
     out += '}';

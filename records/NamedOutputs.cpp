@@ -54,7 +54,9 @@ bool NamedOutputs::hasLeftover(const std::string& path) {
             }
         }
     }
-    return found->second.contains("." + place.filename().string() + ".");
+    std::string name = ".";
+    name.append(place.filename().string()).append(".");
+    return found->second.contains(name);
 }
 
 RecordOutput* NamedOutputs::open(const std::string& path) {

@@ -33,7 +33,9 @@ std::optional<std::string> targetOf(fs::path path) {
 
 // The beginning of the names of the temporary files of `path`.
 std::string temporaryPrefix(const fs::path& path) {
-    return path.parent_path() / ("." + path.filename().string() + ".");
+    std::string name = ".";
+    name.append(path.filename().string()).append(".");
+    return path.parent_path() / name;
 }
 
 // Makes the names in the directory of `path` durable. False, with errno set, when that fails; a

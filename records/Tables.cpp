@@ -88,7 +88,9 @@ private:
         return end;
     }
     End failAt(const RecordReader& reader, const std::string& reason) {
-        return fail(":" + std::to_string(reader.line()) + ": " + reason);
+        std::string place = ":";
+        place.append(std::to_string(reader.line())).append(": ");
+        return fail(place + reason);
     }
     End readAll(RecordReader& reader, std::size_t mostBytes);
     End addHeader(RecordReader& reader);
