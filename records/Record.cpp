@@ -106,19 +106,24 @@ void Record::write(std::string& out) {
         out += text_;
         return;
     }
+    std::size_t from = 0;  // of the text that is not written yet
     for (std::size_t i = 0; i < found_; ++i) {
-        if (i != 0) out += layout_.delimiter;
-        if (fields_[i].isAssigned) {
-            writeValue(layout_, fields_[i].own, out);
-        } else {
-            out += fields_[i].raw;
+        const Field& field = fields_[i];
+        const bool isAdded = field.raw.data() == nullptr;
+        if (isAdded) {
+            if (from <= text_.size()) out += text_.substr(from);
+            from = text_.size() + 1;
+            out += layout_.delimiter;
         }
+        if (!field.isAssigned) continue;
+        if (!isAdded) {
+            const auto begin = static_cast<std::size_t>(field.raw.data() - text_.data());
+            out += text_.substr(from, begin - from);
+            from = begin + field.raw.size();
+        }
+        writeValue(layout_, field.own, out);
     }
-    // The text after the last field located.
-    if (next_ <= text_.size()) {
-        out += layout_.delimiter;
-        out += text_.substr(next_);
-    }
+    if (from <= text_.size()) out += text_.substr(from);
 }
 
 bool Record::write(std::size_t field, const Layout& to, std::string& out) {

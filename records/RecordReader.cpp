@@ -52,6 +52,7 @@ RecordReader::State RecordReader::fill() {
     if (begin_ != 0) {
         std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
         end_ -= begin_;
+        quote_ -= std::min(quote_, begin_);
         begin_ = 0;
     }
     if (end_ == buffer_.size()) {
@@ -170,6 +171,16 @@ bool RecordReader::goesOn(State& state) {
     return false;
 }
 
+bool RecordReader::hasQuote(std::size_t size) {
+    if (begin_ + size <= quote_) return false;
+    const std::size_t from = std::max(begin_, quote_);
+    const void* const found = std::memchr(buffer_.data() + from, '"', end_ - from);
+    quote_ = found == nullptr
+                 ? end_
+                 : static_cast<std::size_t>(static_cast<const char*>(found) - buffer_.data());
+    return quote_ < begin_ + size;
+}
+
 RecordReader::State RecordReader::next() {
     if (stop_.isRaised()) return State::Interrupted;
     State state = isBegun_ ? State::Record : skipMark();
@@ -211,7 +222,7 @@ RecordReader::State RecordReader::next() {
         text_ = std::string_view(start, size);
         lineEnd_ = std::string_view(start + size, endSize);
         if (layout_.isQuoted && !layout_.isWhole && size != 0 &&
-            (openFrom != 0 || std::memchr(start, '"', size) != nullptr) && goesOn(state)) {
+            (openFrom != 0 || hasQuote(size)) && goesOn(state)) {
             scanned = openFrom = size + endSize;
             continue;
         }

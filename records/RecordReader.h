@@ -70,6 +70,8 @@ private:
     // quotes are wrong, the record is its first line and `state` is `Malformed`.
     bool goesOn(State& state);
 
+    // Whether a quote lies in the `size` bytes from begin_ on.
+    bool hasQuote(std::size_t size);
     // Reads bytes to the end of the buffer as they are; `count` of them.
     State readBytes(char* to, std::size_t size, std::size_t& count);
     // The same, decompressed.
@@ -84,6 +86,7 @@ private:
     std::vector<char> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
+    std::size_t quote_ = 0;  // from begin_ up to here no quote lies in the buffer
     bool isAtEnd_ = false;
     std::unique_ptr<Decoder> decoder_;  // null: the bytes are not compressed
     std::string error_;
