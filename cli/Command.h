@@ -49,6 +49,7 @@ void addQueryCommand(CLI::App& app, Action& action);
 void addRunCommand(CLI::App& app, Action& action);
 void addTestCommand(CLI::App& app, Action& action);
 void addWhyCommand(CLI::App& app, Action& action);
+void addWorkCommand(CLI::App& app, Action& action);
 
 /// Writes "kestrel: `message`" and a line end to standard error.
 void report(const std::string& message);

@@ -30,8 +30,8 @@ struct Manifest {
     std::vector<std::string> options;             ///< Those that change the result.
     std::map<std::string, std::string> tables;    ///< Digests of the tables' files by name.
     File zone;                                    ///< The zone that the scripts use.
-    std::int64_t part = 1;
-    std::int64_t parts = 1;
+    std::int64_t part = 1;                        ///< Or the number of a message,
+    std::int64_t parts = 1;                       ///< and 0.
     std::int64_t inputSize = 0;  ///< Of the whole file, in bytes: it decides where parts begin.
     std::int64_t inputEnd = 0;   ///< The result depends on the input up to here, in bytes,
     std::string inputDigest;     ///< and this is the digest up to there.

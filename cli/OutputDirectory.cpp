@@ -16,9 +16,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// `number` with leading zeros, so that names of up to a million parts sort by number.
-std::string padded(std::int64_t number) {
-    constexpr std::size_t width = 7;
+// `number` with leading zeros, so that names sort by number: of up to a million parts, or of
+// messages.
+std::string padded(std::int64_t number, bool isMessage = false) {
+    const std::size_t width = isMessage ? 12 : 7;
     const std::string digits = std::to_string(number);
     return std::string(width - std::min(width, digits.size()), '0') + digits;
 }
@@ -35,8 +36,10 @@ bool isSame(const timespec& a, const timespec& b) {
 }  // namespace
 
 OutputDirectory::OutputDirectory(std::string path, const std::string& extension, Manifest& job)
-    : path_(std::move(path)), job_(job), division_("-of-" + padded(job.parts) + ".") {
-    const std::string name = "-" + padded(job.part) + division_;
+    : path_(std::move(path)),
+      job_(job),
+      division_(job.parts == 0 ? "-of-stream." : "-of-" + padded(job.parts) + ".") {
+    const std::string name = "-" + padded(job.part, job.parts == 0) + division_;
     output_ = "part" + name + extension;
     rejects_ = "rejects" + name + "txt";
     state_ = "state" + name + "txt";
@@ -66,6 +69,7 @@ bool OutputDirectory::open(const std::string& input) {
 }
 
 bool OutputDirectory::fitsTheOthers() {
+    if (job_.parts == 0) return true;  // messages come one by one, too many to look at the others
     std::error_code error;
     bool isZoneKnown = false;
     fs::directory_iterator entry(path_, error);

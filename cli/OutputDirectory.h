@@ -13,8 +13,8 @@ namespace Cli {
 /// same time. One thread.
 class OutputDirectory {
 public:
-    /// `job` describes the task; `extension` ends the names of the files of records. `open` sets
-    /// `job.inputSize`; `job` must outlive this object.
+    /// `job` describes the task: a part, or with 0 `parts` a message; `extension` ends the names of
+    /// the files of records. `open` sets `job.inputSize`; `job` must outlive this object.
     OutputDirectory(std::string path, const std::string& extension, Manifest& job);
 
     // The following give false on failure, with the reason in `error`.

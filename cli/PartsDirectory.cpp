@@ -50,19 +50,25 @@ bool PartsDirectory::read() {
     std::sort(manifests_.begin(), manifests_.end(),
               [](const Manifest& a, const Manifest& b) { return a.part < b.part; });
     Manifest like = first();
-    for (std::int64_t part = 1; part <= first().parts; ++part) {
-        const auto at = static_cast<std::size_t>(part - 1);
-        like.part = part;
+    // Nobody knows how many messages there are. They begin and end with those that are there.
+    const bool areMessages = first().parts == 0;
+    const std::string kind = areMessages ? "message " : "part ";
+    const std::int64_t begin = areMessages ? first().part : 1;
+    const std::int64_t end = areMessages ? manifests_.back().part : first().parts;
+    for (std::int64_t part = begin; part <= end; ++part) {
+        const auto at = static_cast<std::size_t>(part - begin);
         if (at >= manifests_.size() || manifests_[at].part != part) {
-            error_ = path_ + ": part " + std::to_string(part) + " of " +
-                     std::to_string(first().parts) + " is missing";
+            error_ = path_ + ": " + kind + std::to_string(part) +
+                     (areMessages ? "" : " of " + std::to_string(end)) + " is missing";
             return false;
         }
         const Manifest& manifest = manifests_[at];
+        like.part = part;
+        if (areMessages) like.inputSize = manifest.inputSize;
         if (!manifest.isSameJob(like)) {
-            error_ = path_ + ": part " + std::to_string(part) +
-                     " was made by another script, from other files or with other options than "
-                     "part 1";
+            error_ = path_ + ": " + kind + std::to_string(part) +
+                     " was made by another script, from other files or with other options than " +
+                     kind + std::to_string(begin);
             return false;
         }
         if (!isWhole(manifest)) return false;

@@ -13,7 +13,8 @@ class PartsDirectory {
 public:
     explicit PartsDirectory(std::string path) : path_(std::move(path)) {}
 
-    /// Reads the manifests. False, with the reason in `error`, when a part is missing, is not as
+    /// Reads the manifests. False, with the reason in `error`, when a part, or a message between
+    /// two others, is missing, is not as
     /// its manifest says, or was made by another script, from other inputs or with other options
     /// than the others.
     bool read();

@@ -32,16 +32,6 @@ Records::StopSignal stopG;
 
 extern "C" void stopAtSignal(int /*signal*/) { stopG.raise(); }
 
-void catchSignals() {
-    struct sigaction action {};
-    action.sa_handler = stopAtSignal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGHUP, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe gives an error instead
-}
-
 // Takes "I/N", 1 <= I <= N.
 bool readPart(const std::string& text, std::int64_t& part, std::int64_t& parts) {
     const char* const end = text.data() + text.size();
@@ -78,6 +68,18 @@ std::string checkPart(const std::string& text) {
 }
 
 }  // namespace
+
+void catchSignals() {
+    struct sigaction action {};
+    action.sa_handler = stopAtSignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe gives an error instead
+}
+
+const Records::StopSignal& stopSignal() { return stopG; }
 
 ExitStatus statusOf(Records::RecordJob::End end) {
     using End = Records::RecordJob::End;
@@ -228,6 +230,21 @@ void RecordOptions::declare(CLI::App& command, Use use) {
                          "Print the counts of records and of reasons for rejects at the end, as "
                          "text or json: --stats=json"))
         ->check(CLI::IsMember({"text", "json"}));
+    if (use != Use::Messages) return;
+    // Each message has an input, an output and rejects of its own, and no header.
+    for (const char* const name : {"--records", "--header", "--skip", "--output", "--rejects",
+                                   "--part", "--dry-run", "--progress"}) {
+        command.remove_option(command.get_option(name));
+    }
+    command.get_option("--out")->required();
+}
+
+void RecordOptions::message(const std::string& file, const std::string& stream,
+                            std::int64_t number) {
+    job_.file = file;
+    job_.input = stream + "/" + std::to_string(number);
+    message_ = number;
+    isGiven_ = true;
 }
 
 std::optional<Records::JobOptions> RecordOptions::jobOptions() const {
@@ -341,7 +358,7 @@ bool RecordOptions::mayShare(SCR::Interpreter& interpreter, const std::string& t
     std::int64_t part = 1;
     std::int64_t parts = 1;
     if (!part_.empty()) readPart(part_, part, parts);
-    if (!jobsState_.empty() || (job_.jobs == 1 && parts == 1)) return true;
+    if (!jobsState_.empty() || (job_.jobs == 1 && parts == 1 && message_ == 0)) return true;
     std::vector<SCR::Finding> findings;
     if (!interpreter.check(text, findings)) return false;
     for (const SCR::Finding& finding : findings) {
@@ -352,14 +369,19 @@ bool RecordOptions::mayShare(SCR::Interpreter& interpreter, const std::string& t
     }
     if (isRefused) {
         report(std::string("each worker would have variables of its own: ") +
-               (parts == 1 ? "use --jobs 1" : "do without --part") +
-               ", or accept that by --jobs-state each");
+               (message_ != 0 ? ""
+                : parts == 1  ? "use --jobs 1, or "
+                              : "do without --part, or ") +
+               "accept that by --jobs-state each");
     }
     return !isRefused;
 }
 
 std::vector<std::string> RecordOptions::given() const {
-    std::vector<std::string> given{"--records=" + job_.input, "--format=" + format_};
+    // Of a message the stream: its number is the part.
+    const std::string input =
+        message_ != 0 ? job_.input.substr(0, job_.input.rfind('/')) : job_.input;
+    std::vector<std::string> given{"--records=" + input, "--format=" + format_};
     if (job_.skip != 0) given.push_back("--skip=" + std::to_string(job_.skip));
     if (blankLines_ != "keep") given.push_back("--blank-lines=" + blankLines_);
     if (!delimiter_.empty()) given.push_back("--delimiter=" + delimiter_);
@@ -398,16 +420,18 @@ ExitStatus RecordOptions::runInDirectory(
         manifest.tables[table.name] = std::move(*digest);
     }
     const std::vector<Records::TableFile> tables = job->tables;
-    manifest.part = job->part;
-    manifest.parts = job->parts;
+    manifest.part = message_ != 0 ? message_ : job->part;
+    manifest.parts = message_ != 0 ? 0 : job->parts;
     const std::string& format = outputFormat_.empty() ? format_ : outputFormat_;
     OutputDirectory directory(directory_, format == "lines" ? "txt" : format, manifest);
-    if (!directory.open(job->input)) {
+    if (!directory.open(job->inputPath(0))) {
         report(directory.error());
         return ExitStatus::Usage;
     }
     if (directory.isComplete()) {
-        report("part " + std::to_string(manifest.part) + "/" + std::to_string(manifest.parts) +
+        report((message_ != 0 ? job->input
+                              : "part " + std::to_string(manifest.part) + "/" +
+                                    std::to_string(manifest.parts)) +
                " is complete in " + directory_ + ", skipped");
         return ExitStatus::Success;
     }
@@ -416,6 +440,7 @@ ExitStatus RecordOptions::runInDirectory(
     job->rejects = directory.rejects();
     job->hasNamedOutputs = false;
     job->state = directory.state();
+    job->writesHeader = message_ <= 1;
     const ExitStatus status = runJob(std::move(*job), manifest, options, compile);
     if (status != ExitStatus::Success) return status;
     for (const Records::TableFile& table : tables) {

@@ -21,6 +21,11 @@ class PartsDirectory;
 /// every machine that works on a part of the records.
 inline constexpr const char* recordZoneS = "UTC";
 
+/// Lets signals end jobs, and the wait for one.
+void catchSignals();
+/// Whether one came.
+const Records::StopSignal& stopSignal();
+
 /// The status for a job's end.
 ExitStatus statusOf(Records::RecordJob::End end);
 
@@ -35,10 +40,11 @@ struct MergeOutput {
 class RecordOptions {
 public:
     /// What a command does with the records.
-    enum class Use { Optional, Needed, Checked };
+    enum class Use { Optional, Needed, Checked, Messages };
 
     /// Declares the options on `command`; this object must live until the command line is parsed.
-    /// `Checked` declares those that scripts depend on.
+    /// `Checked` declares those that scripts depend on, `Messages` those for inputs that `message`
+    /// gives.
     void declare(CLI::App& command, Use use = Use::Optional);
     /// Whether the user named records to work on.
     bool isGiven() const { return isGiven_; }
@@ -63,6 +69,9 @@ public:
     }
     /// The first input.
     const std::string& input() const { return job_.input; }
+    /// Makes one message of a stream the input: its records are in `file`, its sequence number in
+    /// the stream `stream` is `number`, from 1. `runInDirectory` keeps its result under that.
+    void message(const std::string& file, const std::string& stream, std::int64_t number);
 
     /// Runs the job, with an interpreter for each worker, set up by `options`. `compile` reports
     /// why it refuses a script.
@@ -113,6 +122,7 @@ private:
     std::string jobsState_;
     std::string directory_;
     bool isGiven_ = false;
+    std::int64_t message_ = 0;  // the number of the message; 0: the input is none
     std::string onError_ = "reject";
     std::string rejectsFormat_ = "text";
     std::string stats_;  // how the counts are printed; empty: not at all

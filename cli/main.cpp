@@ -67,6 +67,9 @@ constexpr AddCommand commandsS[] = {
 #ifdef KESTREL_LSP
     addLspCommand,
 #endif
+#ifdef KESTREL_HAS_NATS
+    addWorkCommand,
+#endif
 };
 
 // The arguments in reverse, as the parser takes them. A flag takes a value only after "=".

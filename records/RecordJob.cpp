@@ -117,7 +117,7 @@ RecordJob::End RecordJob::planColumns(const std::string& script) {
 }
 
 void RecordJob::writeHeader() {
-    if (options_.part != 1) return;
+    if (options_.part != 1 || !options_.writesHeader) return;
     const bool hasHeader = !header_.empty() || options_.isJson();
     if (!header_.empty() && options_.rejectsFormat == RejectsFormat::Input) {
         rejects_.buffer() += header_ + headerEnd_;
@@ -133,7 +133,7 @@ void RecordJob::writeHeader() {
 }
 
 RecordJob::End RecordJob::openFile() {
-    input_ = std::make_unique<Input>(options_.inputName(file_));
+    input_ = std::make_unique<Input>(options_.inputPath(file_));
     struct stat status {};
     if (input_->descriptor() < 0 || fstat(input_->descriptor(), &status) != 0) {
         const int error = errno;

@@ -47,11 +47,15 @@ struct Shown {
 /// What a job reads and writes.
 struct JobOptions {
     std::string input = "-";        ///< A path, or "-" for standard input.
+    std::string file;               ///< Where the input lies, if not at its name; read like that.
     std::vector<std::string> more;  ///< Further inputs, which have the same header.
     std::int64_t skip = 0;          ///< The first records that are passed over,
     std::int64_t most = INT64_MAX;  ///< and how many of the others are worked on.
     bool skipsBlank = false;        ///< Lines of blanks are no records.
     const std::string& inputName(std::size_t i) const { return i == 0 ? input : more[i - 1]; }
+    const std::string& inputPath(std::size_t i) const {
+        return i == 0 && !file.empty() ? file : inputName(i);
+    }
     std::string output = "-";  ///< A path, or "-" for standard output.
     std::string rejects;       ///< A path; empty: rejected records are only reported.
     RejectsFormat rejectsFormat = RejectsFormat::Text;
@@ -78,6 +82,7 @@ struct JobOptions {
     /// Called with the number of each record before the script is executed for it.
     std::function<void(std::int64_t number)> watch;
     bool hasNamedOutputs = true;  ///< Whether scripts may name outputs.
+    bool writesHeader = true;     ///< Of the output, where that has one.
     int jobs = 1;                 ///< Workers, each with an interpreter and a thread.
     std::int64_t part = 1;        ///< The part to work on, from 1, of `parts` parts of the file:
     std::int64_t parts = 1;       ///< the records that begin in that part of its bytes.

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Cli {
+
+/// A stream of messages that a server of NATS keeps, read as one of several workers that share them
+/// by a consumer of the stream: each message goes to one worker, and to another one if it is not
+/// acknowledged in time. The connection is made again whenever it breaks. One thread.
+class MessageStream {
+public:
+    struct Source {
+        std::string url;
+        std::string stream;
+        std::string consumer = "kestrel";  ///< Made when it is missing, and kept by the server.
+        std::int64_t ackSeconds = 60;      ///< For a consumer that is made.
+    };
+
+    /// A message that came; to be acknowledged, or left to another worker.
+    class Message {
+    public:
+        virtual ~Message() = default;
+        virtual std::string_view text() const = 0;
+        /// The sequence number in the stream, from 1.
+        virtual std::int64_t number() const = 0;
+        /// Tells the server that the message is done. False when that is not certain: it may come
+        /// again.
+        virtual bool acknowledge() = 0;
+    };
+
+    explicit MessageStream(Source source);
+    ~MessageStream();
+    MessageStream(const MessageStream&) = delete;
+    MessageStream& operator=(const MessageStream&) = delete;
+
+    /// Connects and finds the stream; false, with a reason in `error`.
+    bool open();
+    /// The next message, after a wait of up to half a second; null when none came.
+    std::unique_ptr<Message> next();
+    /// Whether all messages of the stream were acknowledged; false when the server does not answer.
+    bool isDone();
+    const std::string& error() const { return error_; }
+
+private:
+    struct Connection;
+
+    const Source source_;
+    std::unique_ptr<Connection> connection_;
+    std::string error_;
+};
+
+}  // namespace Cli
