@@ -389,7 +389,8 @@ bool RecordJob::fill(Batch& batch) {
     batch.file = file_;
     while (!batch.isFull()) {
         RecordReader& reader = *reader_;
-        last_ = taken_ - options_.skip >= options_.most ? RecordReader::State::End : reader.next();
+        const bool isEnough = taken_ - options_.skip >= options_.most;
+        last_ = isEnough ? RecordReader::State::End : reader.next();
         if (last_ == RecordReader::State::Waiting) {
             if (!batch.items.empty()) return true;
             pool_.waitForInput([&] { reader.wait(); });
@@ -398,7 +399,6 @@ bool RecordJob::fill(Batch& batch) {
         const bool isMalformed = last_ == RecordReader::State::Malformed;
         if (!isMalformed && last_ != RecordReader::State::Record) {
             inputError_ = errno;
-            const bool isEnough = taken_ - options_.skip >= options_.most;
             return !isEnough && openNext();
         }
         if (options_.parts > 1 && reader.isCompressed()) {
