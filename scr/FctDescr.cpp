@@ -161,13 +161,14 @@ bool FctDescr::checkElements(const ParserStack& stack, int count) const {
     return true;
 }
 
-OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
+inline OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
     OperandTraits traits{mayRunScript(), 1};
-    if (facts().isChained) traits.operators = stack.traits(1).operators + 1;
+    const bool isChained = facts_ != nullptr && facts_->isChained;
+    if (isChained) traits.operators = stack.traits(1).operators + 1;
     for (int i = 0; i < count; ++i) {
         const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
-        const bool isChain = facts().isChained && i == 1 && argument.operators > 0;
-        traits.mayRunScript = traits.mayRunScript || argument.mayRunScript;
+        const bool isChain = isChained && i == 1 && argument.operators > 0;
+        traits.mayRunScript |= argument.mayRunScript;
         traits.depth = std::max(traits.depth, argument.depth + (isChain ? 0 : 1));
     }
     return traits;
@@ -180,15 +181,17 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         }
     }
     const int count = stack.topNumParams();
-    tellAnalyses(interpreter, [&](auto& analysis) { analysis.call(*this, stack, count); });
+    tellAnalyses([&](auto& analysis) { analysis.call(*this, stack, count); });
     if (minimum_ > count) return SCR_YaccError(Messages::missingParameter(signature()));
     const bool isChecked = maximum_ != anyNumber || restType_ != 0;
     if (maximum_ != anyNumber && maximum_ < count) {
         return SCR_YaccError(Messages::toManyArguments(signature()));
     }
-    const FctDescr* const bound = variantFor(stack, count);
+    // A built-in has no variants.
+    const FctDescr* const bound = facts_ != nullptr ? this : variantFor(stack, count);
     if (bound == nullptr) return false;
-    if (isChecked && !(bound->convertArguments(stack, count) && bound->checkElements(stack, count)))
+    if (isChecked && !bound->convertArguments(stack, count)) return false;
+    if (isChecked && !bound->containers_.empty() && !bound->checkElements(stack, count))
         return false;
     const OperandTraits traits = traitsOfCall(stack, count);
     if (traits.depth > interpreter.limits().levels()) {
@@ -197,7 +200,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     if (facts_ != nullptr) {
         Node* const node = factory_(interpreter, stack, *this);
         if (node == nullptr) return false;
-        tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node); });
+        tellAnalyses([&](auto& analysis) { analysis.made(node); });
         stack.pushData(node, returnType_, traits);
         return true;
     }
@@ -220,7 +223,7 @@ bool FctDescr::makeNode(Interpreter& interpreter, ParserStack& stack, int count,
     if (!hasClassOfType(*node, returnType_)) {
         return SCR_YaccError(Messages::wrongCallMade(signature()));
     }
-    tellAnalyses(interpreter, [&](auto& analysis) { analysis.made(node.get()); });
+    tellAnalyses([&](auto& analysis) { analysis.made(node.get()); });
     stack.pushData(node.release(), returnType_, traits);
     return true;
 }

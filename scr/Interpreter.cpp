@@ -883,7 +883,6 @@ std::int64_t Interpreter::heapBytes() const {
 }
 
 Analyses* Interpreter::analyses() const { return state_->analyses; }
-void Interpreter::dropAnalyses() { state_->analyses = nullptr; }
 bool Interpreter::isChecking() const { return state_->isChecking; }
 void Interpreter::visitNames(const NameVisitor& visit) const { state_->symbols.visitNames(visit); }
 PlaceTable& Interpreter::places() { return state_->places; }

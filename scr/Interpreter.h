@@ -321,8 +321,6 @@ public:
 
     /// The analyses that follow the current parse, when it is that of `check`; otherwise null.
     KESTREL_HIDDEN Analyses* analyses() const;
-    /// Lets the analyses rest: the script has an error.
-    KESTREL_HIDDEN void dropAnalyses();
     /// Counts and passes on a message, or keeps it while there are pending builds.
     KESTREL_HIDDEN void diagnose(Diagnostic diagnostic);
     /// Calls visit(name, extension's name) for all names that extensions and the host give.

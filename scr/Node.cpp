@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
@@ -13,7 +14,7 @@ namespace {
 
 struct TypeName {
     int code;
-    const char* name;
+    std::string_view name;
     bool declarable;  // `typeIdForName` accepts it
 };
 
@@ -65,7 +66,7 @@ int Node::typeIdForName(const FND::String& name) {
 FND::String Node::datatypeAsString(int typeWord) {
     const int code = baseType(typeWord);
     for (const TypeName& type : typeNamesS) {
-        if (type.code == code) return type.name;
+        if (type.code == code) return FND::String(type.name);
     }
     return "Unknown";
 }

@@ -78,9 +78,8 @@ TEST(LexerTest, LinesFilesAndBraces) {
     };
     for (const auto& row : rows) {
         SCR::CustomLexer lexer("RESULTS: ", row.text, row.tail);
-        std::string_view token;
-        while (const int code = lexer.next(token)) EXPECT_NE(code, '\r') << row.text;
-        EXPECT_EQ(lexer.next(token), 0) << row.text;
+        while (const int code = lexer.next()) EXPECT_NE(code, '\r') << row.text;
+        EXPECT_EQ(lexer.next(), 0) << row.text;
         EXPECT_EQ(lexer.line(), row.line) << row.text;
         EXPECT_EQ(lexer.fileName(), row.file) << row.text;
         EXPECT_EQ(lexer.braceDepth(), row.depth) << row.text;

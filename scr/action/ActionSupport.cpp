@@ -50,7 +50,7 @@ bool appendStatement(std::unique_ptr<Node> statement) {
         statement = parseContextG->observing->wrap(std::move(statement));
         recordPlace(statement.get());
     }
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.complete(); });
+    tellAnalyses([&](auto& analysis) { analysis.complete(); });
     if (!actInterpreterG->addStatement(statement.get())) {
         return SCR_YaccError(Messages::statementNotAdded);
     }

@@ -47,7 +47,7 @@ void SCR_splitModuleIdentifier(std::string_view text, FND::String& module, FND::
 bool SCR_longConstant(std::string_view text);
 bool SCR_decimalConstant(std::string_view text);
 bool SCR_boolConstant(std::string_view text);
-/// Collects the adjacent literals of one string constant.
+/// Collects the adjacent literals, with their quotes, of one string constant.
 void SCR_startLiteral(std::string_view literal);
 void SCR_addLiteral(std::string_view literal);
 bool SCR_stringConstant();

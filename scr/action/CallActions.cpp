@@ -69,7 +69,7 @@ bool SCR_functionCall() {
         return SCR_YaccError(Messages::notCallable(type));
     const FctDescr* const descriptor = static_cast<const FctCallNode&>(*callee).descriptor();
     if (descriptor == nullptr) return SCR_YaccError(Messages::noDescription);
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openCall(); });
+    tellAnalyses([&](auto& analysis) { analysis.openCall(); });
     stackG->pushFunction(descriptor);
     stackG->pushNumParams(0);
     return true;
@@ -84,7 +84,7 @@ bool SCR_endFunctionCall() {
     }
     stackG->popFunction();
     stackG->popNumParams();
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.closeCall(); });
+    tellAnalyses([&](auto& analysis) { analysis.closeCall(); });
     recordPlace(stackG->data());
     return true;
 }

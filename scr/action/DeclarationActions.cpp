@@ -98,13 +98,14 @@ bool SCR_variableDeclaration(std::string_view typeName, std::string_view identif
         return SCR_YaccError(Messages::identifierDefined(name));
     }
     if (parseContextG->isWatched) {
-        const std::string_view place = actInterpreterG->analyses()->usage.placeOf(outer);
+        const std::string_view place = analysesG->usage.placeOf(outer);
         if (!place.empty()) parseContextG->recovery.lint.addShadowed(identifier, place);
     }
-    SCR_about({identifier.data(), identifier.data() + identifier.size()});
-    tellAnalyses(*actInterpreterG,
-                 [&](auto& analysis) { analysis.declared(variable.get(), name); });
-    SCR_about({});
+    tellAnalyses([&](auto& analysis) {
+        SCR_about(identifier);
+        analysis.declared(variable.get(), name);
+        SCR_about({});
+    });
     variable.release();
     return true;
 }
@@ -143,8 +144,8 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
     parseContextG->function = function.release();
     parseContextG->functionDescriptor = declared;
     ++parseContextG->declaredFunctions;
-    SCR_about({name.data(), name.data() + name.size()});
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openFunction(declared); });
+    SCR_about(name);
+    tellAnalyses([&](auto& analysis) { analysis.openFunction(declared); });
     SCR_about({});
     if (type == TypeCode::Void) {
         parseContextG->function->startParameters();
@@ -164,7 +165,7 @@ bool SCR_functionAddParameters() {
     for (const FND::String& parameter : function.parameterNames()) {
         const Variable* const variable = function.getIdentifier(parameter);
         descriptor->addArg(Node::baseType(variable->dataType()));
-        tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.parameter(variable); });
+        tellAnalyses([&](auto& analysis) { analysis.parameter(variable); });
     }
     function.closeParameters();
     if (parseContextG->observing) parseContextG->observing->startBody();
@@ -180,7 +181,7 @@ bool SCR_endFunctionDeclaration() {
     --parseContextG->declaredFunctions;
     parseContextG->function = nullptr;
     parseContextG->functionDescriptor = nullptr;
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.closeFunction(); });
+    tellAnalyses([&](auto& analysis) { analysis.closeFunction(); });
     // A `return` that has an error may be missing.
     if (descriptor->returnType() != TypeCode::Void && !function.returnsResult() &&
         parseContextG->recovery.errors == 0) {

@@ -51,12 +51,11 @@ bool accessElement(int containerCode, int indexCode, Access access) {
     auto index = stackG->pop<Index>();
     auto container = stackG->pop<Container>();
     const int elementType = container->containerType();
-    tellAnalyses(*actInterpreterG,
-                 [&](auto& analysis) { analysis.element(container.get(), index.get()); });
+    tellAnalyses([&](auto& analysis) { analysis.element(container.get(), index.get()); });
     std::unique_ptr<Node> element =
         access(*actInterpreterG, std::move(container), std::move(index));
     if (!element) return SCR_YaccError(Messages::noElementAccess(elementType));
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.elementMade(element.get()); });
+    tellAnalyses([&](auto& analysis) { analysis.elementMade(element.get()); });
     return pushNested(*actInterpreterG, *stackG, std::move(element), elementType, traits);
 }
 
@@ -109,8 +108,7 @@ bool SCR_identifier(const FND::String& module, const FND::String& name) {
         return SCR_YaccError(isForeign ? Messages::foreignVariable(name, type)
                                        : Messages::unknownIdentifierType(name));
     }
-    tellAnalyses(*actInterpreterG,
-                 [&](auto& analysis) { analysis.access(access.get(), variable); });
+    tellAnalyses([&](auto& analysis) { analysis.access(access.get(), variable); });
     stackG->pushData(access.release(), variable->dataType());
     return true;
 }
@@ -138,11 +136,11 @@ bool SCR_boolConstant(std::string_view text) {
 
 void SCR_startLiteral(std::string_view literal) {
     parseContextG->literal.clear();
-    convertEscapeChars(literal, parseContextG->literal);
+    SCR_addLiteral(literal);
 }
 
 void SCR_addLiteral(std::string_view literal) {
-    convertEscapeChars(literal, parseContextG->literal);
+    convertEscapeChars(literal.substr(1, literal.size() - 2), parseContextG->literal);
 }
 
 bool SCR_stringConstant() {
@@ -178,7 +176,7 @@ bool SCR_expression(Operator sign) {
 }
 
 bool SCR_boolExpression(std::string_view sign) {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.mayBeSkipped(); });
+    tellAnalyses([&](auto& analysis) { analysis.mayBeSkipped(); });
     return SCR_expression(sign == "and" || sign == "AND" ? Operator::And : Operator::Or);
 }
 

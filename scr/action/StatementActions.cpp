@@ -14,13 +14,13 @@
 using namespace SCR;
 
 bool SCR_startBlock() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openBlock(); });
+    tellAnalyses([&](auto& analysis) { analysis.openBlock(); });
     return openBlock(std::make_unique<StatementList>(), Messages::blockNotPushed);
 }
 
 bool SCR_endBlock() {
     if (parseContextG->observing) parseContextG->observing->closing();
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.close(); });
+    tellAnalyses([&](auto& analysis) { analysis.close(); });
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::blockNotPopped);
 }
 
@@ -29,13 +29,13 @@ bool SCR_createVoidCallStatement() { return appendStatement(popExpressionStateme
 bool SCR_ifStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::ifCondition);
     if (!condition) return false;
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
+    tellAnalyses([&](auto& analysis) { analysis.openWays(); });
     return openBlock(makeOwner<IfStatement>(std::move(condition)), Messages::ifNotPushed);
 }
 
 void SCR_elseBranch() {
     if (parseContextG->observing) parseContextG->observing->closing();
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) {
+    tellAnalyses([&](auto& analysis) {
         analysis.endWay();
         analysis.nextWay();
         analysis.isExhaustive();
@@ -45,14 +45,14 @@ void SCR_elseBranch() {
 bool SCR_whileStatement() {
     std::unique_ptr<BoolNode> condition = popCondition(Messages::whileCondition);
     if (!condition) return false;
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWhile(); });
+    tellAnalyses([&](auto& analysis) { analysis.openWhile(); });
     return openBlock(
         makeOwner<WhileStatement>(std::move(condition), &actInterpreterG->runControl()),
         Messages::whileNotPushed);
 }
 
 bool SCR_doStatement() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openDo(); });
+    tellAnalyses([&](auto& analysis) { analysis.openDo(); });
     return openBlock(std::make_unique<DoStatement>(&actInterpreterG->runControl()),
                      Messages::doNotPushed);
 }
@@ -63,16 +63,16 @@ bool SCR_doCondition() {
     auto* const statement = dynamic_cast<DoStatement*>(actInterpreterG->topStatement());
     if (statement == nullptr) return SCR_YaccError(Messages::doNotOnStack);
     statement->condition(condition.release());
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.close(); });
+    tellAnalyses([&](auto& analysis) { analysis.close(); });
     return actInterpreterG->popStatement() || SCR_YaccError(Messages::doNotPopped);
 }
 
 void SCR_forInit() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.complete(); });
+    tellAnalyses([&](auto& analysis) { analysis.complete(); });
 }
 
 void SCR_forCondition() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.forCondition(); });
+    tellAnalyses([&](auto& analysis) { analysis.forCondition(); });
 }
 
 bool SCR_forLoop() {
@@ -86,7 +86,7 @@ bool SCR_forLoop() {
     if (!condition) return false;
     loop->condition(condition.release());
     loop->addStatement(popExpressionStatement().release());
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.forBody(); });
+    tellAnalyses([&](auto& analysis) { analysis.forBody(); });
     return openBlock(std::move(loop), Messages::forNotPushed);
 }
 
@@ -131,7 +131,7 @@ bool SCR_returnStatement(bool withValue) {
     } else if (parseContextG->functionDescriptor->returnType() != TypeCode::Void) {
         return SCR_YaccError(Messages::missingReturnValue);
     }
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.returns(); });
+    tellAnalyses([&](auto& analysis) { analysis.returns(); });
     if (parseContextG->observing) parseContextG->observing->returns();
     return appendStatement(makeOwner<ReturnStatement>(std::move(value)));
 }

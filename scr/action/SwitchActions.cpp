@@ -22,7 +22,7 @@ SCR::SwitchCase* openSwitch() {
 using namespace SCR;
 
 bool SCR_switchStatement() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
+    tellAnalyses([&](auto& analysis) { analysis.openWays(); });
     const int type = stackG->popType();
     std::unique_ptr<SwitchCase> statement;
     if (Node::baseType(type) == TypeCode::Long) {
@@ -37,7 +37,7 @@ bool SCR_switchStatement() {
 }
 
 bool SCR_regExprSwitchStatement() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.openWays(); });
+    tellAnalyses([&](auto& analysis) { analysis.openWays(); });
     const int type = stackG->popType();
     if (Node::baseType(type) != TypeCode::String) {
         stackG->pop<Node>();
@@ -50,7 +50,7 @@ bool SCR_regExprSwitchStatement() {
 }
 
 bool SCR_caseStatement() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.nextWay(); });
+    tellAnalyses([&](auto& analysis) { analysis.nextWay(); });
     SwitchCase* const open = openSwitch();
     if (open != nullptr && parseContextG->recovery.lostSwitches.contains(open) &&
         Node::baseType(stackG->topType()) != TypeCode::String) {
@@ -67,13 +67,13 @@ bool SCR_caseStatement() {
 
 bool SCR_switchBreak() {
     if (parseContextG->observing) parseContextG->observing->breaks();
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) { analysis.endWay(); });
+    tellAnalyses([&](auto& analysis) { analysis.endWay(); });
     SwitchCase* const open = openSwitch();
     return open != nullptr && open->addBreak();
 }
 
 bool SCR_switchDefault() {
-    tellAnalyses(*actInterpreterG, [&](auto& analysis) {
+    tellAnalyses([&](auto& analysis) {
         analysis.nextWay();
         analysis.isExhaustive();
     });

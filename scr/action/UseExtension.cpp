@@ -68,7 +68,7 @@ bool SCR_useExtension(std::string_view extensionName) {
     }
     if (!interpreter.insertExtension(extension.get())) return false;
     if (library.table == nullptr) {
-        SCR::tellAnalyses(interpreter, [&](auto& analysis) { analysis.usesLibrary(name); });
+        SCR::tellAnalyses([&](auto& analysis) { analysis.usesLibrary(name); });
     }
     extension.release();
     return true;

@@ -24,10 +24,9 @@ constexpr std::size_t mostWarningsS = 100;
 Tokens tokensOf(Span span) {
     Tokens tokens;
     CustomLexer lexer({}, span.text());
-    std::string_view value;
     for (;;) {
         Scout::Token token;
-        token.code = lexer.next(value);
+        token.code = lexer.next();
         if (token.code == 0) return tokens;
         const std::string_view text = lexer.token();
         token.span = {text.data(), text.data() + text.size()};
@@ -50,6 +49,13 @@ bool isLiteral(int code) {
 
 bool isArithmetic(int code) {
     return code == '+' || code == '-' || code == '*' || code == '/' || code == '%';
+}
+
+Span withoutBlanks(Span span) {
+    while (span.end > span.begin &&
+           std::string_view(" \t\r\n").find(span.end[-1]) != std::string_view::npos)
+        --span.end;
+    return span;
 }
 
 // The first token with such a code that is in no brackets, or null.
@@ -75,7 +81,7 @@ bool hasCall(const Tokens& tokens) {
 
 Span spanOf(std::string_view text) { return {text.data(), text.data() + text.size()}; }
 
-FND::String quoted(std::string_view text) { return "`" + FND::String(text) + "'"; }
+FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("'"); }
 
 FND::String lowered(std::string_view text) {
     FND::String lower(text);
@@ -88,7 +94,7 @@ FND::String lowered(std::string_view text) {
 }  // namespace
 
 void Lint::add(MessageCode code, Span at, const FND::String& text, const FND::String& cure) {
-    if (warnings_.size() < mostWarningsS) warnings_.push_back({code, at, text, cure, {}});
+    if (warnings_.size() < mostWarningsS) warnings_.push_back({code, trimmed(at), text, cure, {}});
 }
 
 void Lint::addShadowed(std::string_view name, std::string_view outer) {
@@ -148,6 +154,8 @@ void Lint::condition(Span span) {
 }
 
 void Lint::comparison(Span left, Span sign, Span right) {
+    left = withoutBlanks(left);
+    right = withoutBlanks(right);
     if (left.text() == right.text()) {
         if (!hasCall(tokensOf(left))) {
             add(MessageCode::SameResult, sign,
@@ -156,10 +164,10 @@ void Lint::comparison(Span left, Span sign, Span right) {
         return;
     }
     const auto isConstant = [](Span side) {
-        const Tokens tokens = tokensOf(side);
-        return !tokens.empty() && std::all_of(tokens.begin(), tokens.end(), [](const auto& token) {
-            return isLiteral(token.code) || token.code == '-';
-        });
+        CustomLexer lexer({}, side.text());
+        int code = lexer.next();
+        while (isLiteral(code) || code == '-') code = lexer.next();
+        return code == 0;
     };
     if (isConstant(left) && isConstant(right)) {
         add(MessageCode::SameResult, sign,
@@ -168,7 +176,7 @@ void Lint::comparison(Span left, Span sign, Span right) {
 }
 
 void Lint::quotient(Span sign, Span right) {
-    const std::string_view text = right.text();
+    const std::string_view text = withoutBlanks(right).text();
     const bool isZero = !text.empty() && text.find('0') != std::string_view::npos &&
                         text.find_first_not_of("0.") == std::string_view::npos;
     if (isZero) add(MessageCode::DivisionByZero, {sign.begin, right.end}, "a division by 0");

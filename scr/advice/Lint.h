@@ -14,7 +14,8 @@ class Interpreter;
 class Usage;
 
 /// Warnings about a script that compiles but does not do what it seems to, found while it is
-/// checked. The grammar's rules report to it with their stretches of text.
+/// checked. The grammar's rules report to it with their stretches of text, which may end with
+/// blanks and comments.
 ///
 /// A comment with `kestrel: ignore K0807`, in the same line or in the one before, switches a
 /// warning off; several codes may be named.

@@ -15,7 +15,7 @@ namespace SCR {
 
 namespace {
 
-FND::String quoted(std::string_view text) { return "`" + FND::String(text) + "`"; }
+FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("`"); }
 
 FND::String lowered(std::string_view text) {
     FND::String lower(text);

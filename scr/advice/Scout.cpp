@@ -75,9 +75,8 @@ bool Scout::read() {
     if (isAtEnd_) return false;
     const int lineBefore = lexer_.line();
     const char* const endBefore = lexer_.token().data() + lexer_.token().size();
-    std::string_view value;
     Token token;
-    token.code = lexer_.next(value);
+    token.code = lexer_.next();
     const std::string_view text = lexer_.token();
     token.span = {text.data(), text.data() + text.size()};
     isAtEnd_ = token.code == 0;
@@ -196,9 +195,8 @@ Scout::Token Scout::token(std::size_t back) const {
 
 Scout::Token Scout::next() const {
     CustomLexer ahead = lexer_;
-    std::string_view value;
     Token token;
-    token.code = ahead.next(value);
+    token.code = ahead.next();
     const std::string_view text = ahead.token();
     token.span = {text.data(), text.data() + text.size()};
     return token;
@@ -209,10 +207,9 @@ std::vector<Scout::Token> Scout::tokensIn(Span span) const {
     std::vector<Token> tokens;
     if (!isInText(span)) return tokens;
     CustomLexer lexer({}, {span.begin, static_cast<std::size_t>(span.end - span.begin)});
-    std::string_view value;
     while (tokens.size() < most) {
         Token token;
-        token.code = lexer.next(value);
+        token.code = lexer.next();
         if (token.code == 0) break;
         const std::string_view text = lexer.token();
         token.span = {text.data(), text.data() + text.size()};
@@ -302,6 +299,14 @@ void Scout::locate(Span span, Diagnostic& diagnostic) const {
     diagnostic.source = line.substr(begin, end - begin);
     diagnostic.sourceColumn =
         diagnostic.place.column - static_cast<int>(characters(line.substr(begin, at - begin)));
+}
+
+Span trimmed(Span span) {
+    if (span.begin == nullptr) return span;
+    CustomLexer lexer({}, span.text());
+    const char* end = span.begin;
+    while (lexer.next() != 0) end = lexer.token().data() + lexer.token().size();
+    return {span.begin, end};
 }
 
 FND::String Scout::shown(Span span) {

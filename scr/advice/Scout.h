@@ -117,4 +117,7 @@ private:
     mutable int lastColumn_ = 1;
 };
 
+/// `span` up to the end of its last token.
+Span trimmed(Span span);
+
 }  // namespace SCR

@@ -10,7 +10,7 @@ namespace SCR {
 
 namespace {
 
-FND::String quoted(std::string_view text) { return "`" + FND::String(text) + "`"; }
+FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("`"); }
 
 // The character at the start of `text`, and its bytes; -1 for a byte that is no UTF-8.
 long characterAt(std::string_view text, std::size_t& size) {

@@ -12,7 +12,7 @@ namespace SCR {
 
 namespace {
 
-FND::String quoted(std::string_view text) { return "`" + FND::String(text) + "`"; }
+FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("`"); }
 
 struct Conversion {
     int from;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "scr/Interpreter.h"
 #include "scr/check/FlowAnalysis.h"
 #include "scr/check/ScriptRecorder.h"
 #include "scr/check/Usage.h"
@@ -15,15 +14,21 @@ struct Analyses {
     Usage usage;
 };
 
-/// Calls `tell` with each analysis that follows the parse of `interpreter`.
+/// Those of the current parse, or null. A part of the parse state, and guarded like that.
+extern Analyses* analysesG;
+
 template <class Tell>
-void tellAnalyses(const Interpreter& interpreter, Tell tell) {
-    Analyses* const analyses = interpreter.analyses();
-    if (analyses == nullptr) [[likely]]
-        return;
-    if (analyses->flow != nullptr) tell(*analyses->flow);
-    tell(analyses->recorder);
-    tell(analyses->usage);
+[[gnu::noinline, gnu::cold]] void tellEach(Tell& tell) {
+    if (analysesG->flow != nullptr) tell(*analysesG->flow);
+    tell(analysesG->recorder);
+    tell(analysesG->usage);
+}
+
+/// Calls `tell` with each analysis that follows the current parse.
+template <class Tell>
+void tellAnalyses(Tell tell) {
+    if (analysesG != nullptr) [[unlikely]]
+        tellEach(tell);
 }
 
 }  // namespace SCR

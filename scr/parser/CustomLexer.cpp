@@ -58,6 +58,9 @@ bool isNoLineEnd(char byte) { return byte != '\n'; }
 
 constexpr std::string_view lineDirectiveS = "#line";
 
+// The most bytes that are read before they are counted.
+constexpr std::ptrdiff_t pieceSizeS = 65536;
+
 int codeOfByte(char byte) { return static_cast<unsigned char>(byte); }
 
 int codeOfSign(char sign) {
@@ -146,28 +149,20 @@ CustomLexer::CustomLexer(std::string_view head, std::string_view text, std::stri
       token_(head.data()) {}
 
 int CustomLexer::yylex(FND::String* text) {
-    std::string_view view;
-    const int code = next(view);
+    const int code = next();
     if (code == SCR_STRING) {
         text->clear();
-        convertEscapeChars(view, *text);
+        convertEscapeChars(token().substr(1, token().size() - 2), *text);
     } else if (code != 0) {
-        text->assign(view);
+        text->assign(token());
     }
     return code;
 }
 
-int CustomLexer::next(std::string_view& text) {
+int CustomLexer::next() {
     const bool isFound = findToken();
-    const char* const begin = token_ = position_;
-    if (!isFound) {
-        text = {};
-        return 0;
-    }
-    const int code = scanToken();
-    text = {begin, static_cast<std::size_t>(position_ - begin)};
-    if (code == SCR_STRING) text = text.substr(1, text.size() - 2);
-    return code;
+    token_ = position_;
+    return isFound ? scanToken() : 0;
 }
 
 inline void CustomLexer::countTo(const char* end) {
@@ -180,9 +175,8 @@ inline void CustomLexer::countTo(const char* end) {
 
 template <class Predicate>
 inline const char* CustomLexer::endOfRun(const char* from, Predicate isOfRun) {
-    constexpr std::ptrdiff_t pieceSize = 65536;
     for (;;) {
-        const char* const stop = end_ - from > pieceSize ? from + pieceSize : end_;
+        const char* const stop = end_ - from > pieceSizeS ? from + pieceSizeS : end_;
         while (from != stop && isOfRun(*from)) ++from;
         if (from != stop || from == end_) return from;
         countTo(from);
@@ -209,7 +203,23 @@ bool CustomLexer::isLineEndNext() const {
     return part_ + 1 < parts_.size() && parts_[part_ + 1].starts_with('\n');
 }
 
-bool CustomLexer::findToken() {
+inline bool CustomLexer::findToken() {
+    // Before most tokens there are blanks and line ends alone.
+    const char* const stop = end_ - position_ > pieceSizeS ? position_ + pieceSizeS : end_;
+    while (position_ != stop) {
+        const Kind kind = kindOf(*position_);
+        if (kind > Kind::Hash) {
+            countTo(position_);
+            return true;
+        }
+        if (kind > Kind::LineEnd) break;
+        if (kind == Kind::LineEnd) countLines(1);
+        ++position_;
+    }
+    return findTokenAfterMore();
+}
+
+bool CustomLexer::findTokenAfterMore() {
     for (;;) {
         if (position_ == end_ && !enterNextPart()) return false;
         countTo(position_);

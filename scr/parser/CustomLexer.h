@@ -22,11 +22,10 @@ public:
     /// matched bytes, or for a string literal what stands between the quotes with escapes
     /// converted.
     int yylex(FND::String* text);
-    /// The same without a copy: the text of a string literal is what stands between the quotes,
-    /// escapes not converted. Valid as long as the script's text.
-    int next(std::string_view& text);
-    /// The token that `next` gave last, as it stands in the text. At the end of the input, the
-    /// empty stretch there.
+    /// The same without the text, which `token` gives.
+    int next();
+    /// The token that was read last, as it stands in the text and valid as long as that is. At the
+    /// end of the input, the empty stretch there.
     std::string_view token() const {
         return {token_, static_cast<std::size_t>(position_ - token_)};
     }
@@ -52,6 +51,8 @@ private:
 
     // Moves to the next token, over what stands before it. False at the end of the input.
     bool findToken();
+    // The same over comments and lines about lines, too.
+    bool findTokenAfterMore();
     void skipComment();
     // Moves over a "#line" line. False when it does not say a line and a file.
     bool readLineDirective();

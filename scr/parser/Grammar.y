@@ -1,15 +1,12 @@
 /* The grammar of the script language. A rule's action is one call of a parser action; operands
-   travel on the parser stack, and the value of a symbol is the text of its first token. */
+   travel on the parser stack, and the value of a symbol is the text of its first token; where the
+   symbol ends is found out when a message needs it. */
 %code requires {
 #include <string_view>
 
-#include "scr/parser/Span.h"
-
-// Lets the parser's stacks grow.
-#define SCR_LTYPE_IS_TRIVIAL 1
-
 namespace SCR {
 class CustomLexer;
+struct ParseContext;
 }
 }
 
@@ -30,45 +27,60 @@ class CustomLexer;
 // An action on operands. After an error, which is in the first of the stretches of text given, the
 // parse ends or goes on without operands.
 #define TRY(action, ...)                                                                       \
-    if (!SCR::parseContextG->isLost && !(action) && !SCR_recover({__VA_ARGS__})) YYABORT
+    if (!context.isLost && !(action)) [[unlikely]]                                             \
+        if (!SCR_recover({__VA_ARGS__})) YYABORT
 // An action that opens a statement with the condition on the stack.
 #define TRY_CONDITION(action, ...)                                                             \
     do {                                                                                       \
         TRY(action, __VA_ARGS__);                                                              \
-        if (SCR::parseContextG->isLost) {                                                      \
+        if (context.isLost) {                                                                  \
             SCR_settleCondition();                                                             \
             if (!(action)) YYABORT;                                                            \
         }                                                                                      \
     } while (0)
+// An action that binds a binary operator.
+#define TRY_OPERATOR(action, left, sign, right)                                                \
+    TRY(action, AT(sign), UNTIL(left, sign), SINCE(right))
 // An action that ends a statement.
 #define END(action, ...)                                                                       \
     TRY(action, __VA_ARGS__);                                                                  \
-    SCR_settle()
+    SETTLE()
+// The statement has ended.
+#define SETTLE()                                                                               \
+    do {                                                                                       \
+        context.recovery.braces = lexer.braceDepth();                                          \
+        if (context.isLost) [[unlikely]]                                                       \
+            SCR_settle();                                                                      \
+    } while (0)
 
 // Tells the watcher of a script that is checked.
 #define WATCH(event)                                                                           \
-    if (SCR::parseContextG->isWatched) [[unlikely]]                                            \
-        SCR::parseContextG->recovery.lint.event
+    if (context.isWatched) [[unlikely]]                                                        \
+        context.recovery.lint.event
 
 // Tells the observer of a script that is to be observed.
 #define OBSERVE(event)                                                                         \
-    if (SCR::parseContextG->observing) [[unlikely]]                                            \
-        SCR::parseContextG->observing->event
+    if (context.observing) [[unlikely]]                                                        \
+        context.observing->event
 
-#define YYLLOC_DEFAULT(Current, Rhs, N)                                                        \
-    (Current).begin = (N) ? YYRHSLOC(Rhs, 1).begin : YYRHSLOC(Rhs, 0).end;                     \
-    (Current).end = (N) ? YYRHSLOC(Rhs, N).end : YYRHSLOC(Rhs, 0).end
+// Stretches of text, made when a message needs them: of a token, from a symbol to the one after it,
+// and from a symbol to what was read last.
+#define AT(symbol) spanOf(symbol)
+#define REACH(symbol, end) SCR_reach(symbol, end)
+#define UNTIL(symbol, next) SCR_stretch(symbol, (next).data())
+#define SINCE(symbol) SCR_stretch(symbol, END_OF_RULE())
+#define END_OF_RULE()                                                                          \
+    (lexer.token().data() + (yychar == SCR_SCR_EMPTY ? lexer.token().size() : 0))
 
 namespace {
 
 SCR::Span spanOf(std::string_view text) { return {text.data(), text.data() + text.size()}; }
 
-int SCR_lex(std::string_view* text, SCR::Span* span, SCR::CustomLexer& lexer) {
-    if (SCR::parseContextG->needsCare) [[unlikely]]
-        return SCR_carefulToken(*text, *span, lexer);
-    const int code = lexer.next(*text);
-    const std::string_view token = lexer.token();
-    *span = {token.data(), token.data() + token.size()};
+int SCR_lex(std::string_view* text, SCR::CustomLexer& lexer, SCR::ParseContext& context) {
+    if (context.needsCare) [[unlikely]]
+        return SCR_carefulToken(*text, lexer);
+    const int code = lexer.next();
+    *text = lexer.token();
     return code;
 }
 
@@ -78,7 +90,7 @@ void* SCR_parserMemory(std::size_t bytes) {
     return memory.back().get();
 }
 
-void SCR_error(SCR::Span* /*span*/, SCR::CustomLexer& lexer, const char* message) {
+void SCR_error(SCR::CustomLexer& lexer, SCR::ParseContext& /*context*/, const char* message) {
     SCR_parserError(lexer, message);
 }
 
@@ -89,9 +101,7 @@ void SCR_error(SCR::Span* /*span*/, SCR::CustomLexer& lexer, const char* message
 %define api.pure full
 %define api.token.prefix {SCR_}
 %define api.value.type {std::string_view}
-%define api.location.type {SCR::Span}
-%locations
-%param {SCR::CustomLexer& lexer}
+%param {SCR::CustomLexer& lexer} {SCR::ParseContext& context}
 %expect 0
 
 %token RESULTS CONDITIONS QUERY MAPPING USE MODULE_IDENTIFIER SEMICOLON COLON OPEN_BRACE CLOSE_BRACE
@@ -129,60 +139,60 @@ condition_list:
   ;
 
 condition:
-    expression compare_pattern              { TRY(SCR_ruleCondition(), @1); }
+    expression compare_pattern              { TRY(SCR_ruleCondition(), UNTIL($1, $2)); }
   ;
 
 compare_pattern:
     SEMICOLON
-  | PATTERN_COMPARE expression SEMICOLON    { SCR_about(@2);
-                                              TRY(SCR_comparePattern(), @2); }
+  | PATTERN_COMPARE expression SEMICOLON    { SCR_about($2, $3.data());
+                                              TRY(SCR_comparePattern(), UNTIL($2, $3)); }
   ;
 
 statement_list:
-    statement_list instruction              { WATCH(listed(@2)); }
+    statement_list instruction              { WATCH(listed(REACH($2, END_OF_RULE()))); }
   | statement_list variable_declaration optional_assignment SEMICOLON
-                                            { SCR_settle(); WATCH(listed(@2)); }
+                                            { SETTLE(); WATCH(listed(REACH($2, END_OF_RULE()))); }
   | statement_list const_declaration SEMICOLON
   | statement_list function_declaration
-  | statement_list use_statement SEMICOLON  { SCR_settle(); }
+  | statement_list use_statement SEMICOLON  { SETTLE(); }
   | %empty                                  { WATCH(openList()); }
   ;
 
 instruction:
-    expression SEMICOLON                    { WATCH(statement(@1));
-                                              OBSERVE(statement(@1, @2));
-                                              END(SCR_createVoidCallStatement(), @1); }
-  | OPEN_BRACE                              { END(SCR_startBlock(), @1); }
-    statement_list CLOSE_BRACE              { WATCH(closeList()); END(SCR_endBlock(), @4); }
+    expression SEMICOLON                    { WATCH(statement(REACH($1, $2.data())));
+                                              OBSERVE(statement(AT($1), AT($2)));
+                                              END(SCR_createVoidCallStatement(), UNTIL($1, $2)); }
+  | OPEN_BRACE                              { END(SCR_startBlock(), AT($1)); }
+    statement_list CLOSE_BRACE              { WATCH(closeList()); END(SCR_endBlock(), AT($4)); }
   | IF OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { OBSERVE(statement(@1, @4));
-                                              OBSERVE(condition(@3, false));
-                                              TRY_CONDITION(SCR_ifStatement(), @3);
-                                              WATCH(condition(@3)); }
-    instruction else_case                   { TRY(SCR_endBlock(), @1); }
+                                            { OBSERVE(statement(AT($1), AT($4)));
+                                              OBSERVE(condition(UNTIL($3, $4), false));
+                                              TRY_CONDITION(SCR_ifStatement(), UNTIL($3, $4));
+                                              WATCH(condition(REACH($3, $4.data()))); }
+    instruction else_case                   { TRY(SCR_endBlock(), AT($1)); }
   | WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { OBSERVE(statement(@1, @4));
-                                              OBSERVE(condition(@3, true));
-                                              TRY_CONDITION(SCR_whileStatement(), @3);
-                                              WATCH(condition(@3)); }
-    instruction                             { TRY(SCR_endBlock(), @1); }
+                                            { OBSERVE(statement(AT($1), AT($4)));
+                                              OBSERVE(condition(UNTIL($3, $4), true));
+                                              TRY_CONDITION(SCR_whileStatement(), UNTIL($3, $4));
+                                              WATCH(condition(REACH($3, $4.data()))); }
+    instruction                             { TRY(SCR_endBlock(), AT($1)); }
   | FOR OPEN_PARENTHESIS expression SEMICOLON
                                             { SCR_forInit(); }
     expression SEMICOLON
                                             { SCR_forCondition(); }
     expression CLOSE_PARENTHESIS
-                                            { OBSERVE(statement(@1, @10));
-                                              OBSERVE(condition(@6, true));
-                                              TRY(SCR_forLoop(), @6);
+                                            { OBSERVE(statement(AT($1), AT($10)));
+                                              OBSERVE(condition(UNTIL($6, $7), true));
+                                              TRY(SCR_forLoop(), UNTIL($6, $7));
                                               if (!SCR_settleFor()) YYABORT; }
-    instruction                             { TRY(SCR_endBlock(), @1); }
+    instruction                             { TRY(SCR_endBlock(), AT($1)); }
   | do_statement SEMICOLON
   | do_head instruction error               { if (!SCR_startSkipping()) YYABORT; }
-    RECOVERED                               { yyerrok; END(SCR_endBlock(), @1); }
+    RECOVERED                               { yyerrok; END(SCR_endBlock(), AT($1)); }
   | switch_case
   | return_statement SEMICOLON
   | error                                   { if (!SCR_startSkipping()) YYABORT; }
-    RECOVERED                               { yyerrok; SCR_settle(); }
+    RECOVERED                               { yyerrok; SETTLE(); }
   ;
 
 else_case:
@@ -192,29 +202,29 @@ else_case:
   ;
 
 use_statement:
-    USE IDENTIFIER                          { TRY(SCR_useExtension($2), @2);
-                                              SCR_complete(@2); }
+    USE IDENTIFIER                          { TRY(SCR_useExtension($2), AT($2));
+                                              SCR_complete(AT($2)); }
   ;
 
 return_statement:
-    RETURN expression                       { OBSERVE(returned(@2));
-                                              OBSERVE(statement(@1, @2));
-                                              END(SCR_returnStatement(true), @2); }
-  | RETURN                                  { OBSERVE(statement(@1, @1));
-                                              END(SCR_returnStatement(false), @1); }
+    RETURN expression                       { OBSERVE(returned(SINCE($2)));
+                                              OBSERVE(statement(AT($1), SINCE($2)));
+                                              END(SCR_returnStatement(true), SINCE($2)); }
+  | RETURN                                  { OBSERVE(statement(AT($1), AT($1)));
+                                              END(SCR_returnStatement(false), AT($1)); }
   ;
 
 function_declaration:
-    FCT_DECLARATION return_value IDENTIFIER { OBSERVE(function(@3));
-                                              TRY(SCR_startFunctionDeclaration($2, $3), @3);
+    FCT_DECLARATION return_value IDENTIFIER { OBSERVE(function(AT($3)));
+                                              TRY(SCR_startFunctionDeclaration($2, $3), AT($3));
                                               if (!SCR_settleFunction($3)) YYABORT; }
-    optional_parameter_list                 { WATCH(function($3, @5.begin != @5.end));
-                                              TRY(SCR_functionAddParameters(), @3);
-                                              SCR_settle(); }
+    optional_parameter_list                 { WATCH(function($3, !$5.empty()));
+                                              TRY(SCR_functionAddParameters(), AT($3));
+                                              SETTLE(); }
     OPEN_BRACE statement_list CLOSE_BRACE   { WATCH(closeList());
-                                              END(SCR_endFunctionDeclaration(), @9);
+                                              END(SCR_endFunctionDeclaration(), AT($9));
                                               OBSERVE(endFunction());
-                                              SCR_complete(@9); }
+                                              SCR_complete(AT($9)); }
   ;
 
 return_value:
@@ -224,9 +234,9 @@ return_value:
 
 optional_parameter_list:
     OPEN_PARENTHESIS parameter_dec_list CLOSE_PARENTHESIS
-  | %empty
+  | %empty                                  { $$ = {}; }
   | error                                   { if (!SCR_startSkipping()) YYABORT; }
-    RECOVERED                               { yyerrok; SCR_settle(); }
+    RECOVERED                               { yyerrok; SETTLE(); }
   ;
 
 parameter_dec_list:
@@ -235,52 +245,55 @@ parameter_dec_list:
   ;
 
 variable_declaration:
-    VAR_DECLARATION IDENTIFIER              { TRY(SCR_variableDeclaration($1, $2, ""), @2);
+    VAR_DECLARATION IDENTIFIER              { OBSERVE(declaration(AT($1)));
+                                              TRY(SCR_variableDeclaration($1, $2, ""), AT($2));
                                               $$ = $2; }
-  | VAR_DECLARATION IDENTIFIER modifiers    { TRY(SCR_declareVariable($1, $2), @2); $$ = $2; }
+  | VAR_DECLARATION IDENTIFIER modifiers    { OBSERVE(declaration(AT($1)));
+                                              TRY(SCR_declareVariable($1, $2), AT($2)); $$ = $2; }
   ;
 
 modifiers:
     OPEN_BRACKET CLOSE_BRACKET              { SCR_startModifiers();
-                                              TRY(SCR_addModifier('A'), @1); }
+                                              TRY(SCR_addModifier('A'), AT($1)); }
   | OPEN_BRACE CLOSE_BRACE                  { SCR_startModifiers();
-                                              TRY(SCR_addModifier('H'), @1); }
-  | modifiers OPEN_BRACKET CLOSE_BRACKET    { TRY(SCR_addModifier('A'), @2); }
-  | modifiers OPEN_BRACE CLOSE_BRACE        { TRY(SCR_addModifier('H'), @2); }
+                                              TRY(SCR_addModifier('H'), AT($1)); }
+  | modifiers OPEN_BRACKET CLOSE_BRACKET    { TRY(SCR_addModifier('A'), AT($2)); }
+  | modifiers OPEN_BRACE CLOSE_BRACE        { TRY(SCR_addModifier('H'), AT($2)); }
   ;
 
 optional_assignment:
-    '='                                     { TRY(SCR_plainIdentifier($0), spanOf($0)); }
-    expression                              { OBSERVE(assigned(spanOf($0)));
-                                              OBSERVE(statement(@0, @3));
-                                              TRY(SCR_initialise(), @1, spanOf($0), @3); }
+    '='                                     { TRY(SCR_plainIdentifier($0), AT($0)); }
+    expression                              { OBSERVE(assigned(AT($0)));
+                                              OBSERVE(initialised(SINCE($3)));
+                                              TRY(SCR_initialise(), AT($1), AT($0), SINCE($3)); }
   | %empty
   ;
 
 const_declaration:
     CONST_CONSTANT VAR_DECLARATION IDENTIFIER '=' expression
-                                            { END(SCR_constDeclaration($2, $3), @5, @3); }
+                                            { END(SCR_constDeclaration($2, $3), SINCE($5), AT($3)); }
   ;
 
 switch_case:
     SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { OBSERVE(selector(@3));
-                                              OBSERVE(statement(@1, @4));
-                                              TRY(SCR_switchStatement(), @3);
+                                            { OBSERVE(selector(UNTIL($3, $4)));
+                                              OBSERVE(statement(AT($1), AT($4)));
+                                              TRY(SCR_switchStatement(), UNTIL($3, $4));
                                               if (!SCR_settleSwitch()) YYABORT; }
-    cases                                   { SCR_about(@1); TRY(SCR_endSwitch(), @1); }
+    cases                                   { SCR_about($1); TRY(SCR_endSwitch(), AT($1)); }
   | REGEXPR_SWITCH OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { OBSERVE(selector(@3));
-                                              OBSERVE(statement(@1, @4));
-                                              TRY(SCR_regExprSwitchStatement(), @3);
+                                            { OBSERVE(selector(UNTIL($3, $4)));
+                                              OBSERVE(statement(AT($1), AT($4)));
+                                              TRY(SCR_regExprSwitchStatement(), UNTIL($3, $4));
                                               if (!SCR_settleSwitch()) YYABORT; }
-    cases                                   { SCR_about(@1); TRY(SCR_regExprFinalSetup(), @1); }
+    cases                                   { SCR_about($1);
+                                              TRY(SCR_regExprFinalSetup(), AT($1)); }
   ;
 
 cases:
     OPEN_BRACE case_list CLOSE_BRACE
   | error                                   { if (!SCR_startSkipping()) YYABORT; }
-    RECOVERED                               { yyerrok; SCR_settle(); }
+    RECOVERED                               { yyerrok; SETTLE(); }
   ;
 
 case_list:
@@ -290,23 +303,23 @@ case_list:
 
 single_case:
     CASE case_expression_list COLON case_body
-  | DEFAULT COLON                           { OBSERVE(label(@1));
-                                              TRY(SCR_switchDefault(), @1); SCR_settle();
+  | DEFAULT COLON                           { OBSERVE(label(AT($1)));
+                                              TRY(SCR_switchDefault(), AT($1)); SETTLE();
                                               OBSERVE(labelled()); }
     case_body
   | error                                   { if (!SCR_startSkipping()) YYABORT; }
-    RECOVERED                               { yyerrok; SCR_settle(); }
+    RECOVERED                               { yyerrok; SETTLE(); }
   ;
 
 case_expression_list:
-    case_expression_list ',' expression     { SCR_about(@3);
-                                              OBSERVE(label(@3));
-                                              TRY(SCR_caseStatement(), @3);
+    case_expression_list ',' expression     { SCR_about($3, END_OF_RULE());
+                                              OBSERVE(label(SINCE($3)));
+                                              TRY(SCR_caseStatement(), SINCE($3));
                                               if (!SCR_settleCase()) YYABORT;
                                               OBSERVE(labelled()); }
-  | expression                              { SCR_about(@1);
-                                              OBSERVE(label(@1));
-                                              TRY(SCR_caseStatement(), @1);
+  | expression                              { SCR_about($1, END_OF_RULE());
+                                              OBSERVE(label(SINCE($1)));
+                                              TRY(SCR_caseStatement(), SINCE($1));
                                               if (!SCR_settleCase()) YYABORT;
                                               OBSERVE(labelled()); }
   ;
@@ -317,45 +330,46 @@ case_body:
   ;
 
 optional_break:
-    BREAK SEMICOLON                         { END(SCR_switchBreak(), @1); }
+    BREAK SEMICOLON                         { END(SCR_switchBreak(), AT($1)); }
   | %empty                                  %prec LOWER_THAN_ELSE
   ;
 
 do_head:
-    DO                                      { OBSERVE(statement(@1, @1));
-                                              TRY(SCR_doStatement(), @1); }
+    DO                                      { OBSERVE(statement(AT($1), AT($1)));
+                                              TRY(SCR_doStatement(), AT($1)); }
   ;
 
 do_statement:
     do_head instruction WHILE OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
-                                            { OBSERVE(condition(@5, true));
-                                              TRY_CONDITION(SCR_doCondition(), @5);
-                                              WATCH(condition(@5)); }
+                                            { OBSERVE(condition(UNTIL($5, $6), true));
+                                              TRY_CONDITION(SCR_doCondition(), UNTIL($5, $6));
+                                              WATCH(condition(REACH($5, $6.data()))); }
   ;
 
 expression:
-    expression '=' expression               { OBSERVE(assigned(@1));
-                                              TRY(SCR_expression(SCR::Operator::Assign), @2, @1, @3); }
-  | expression COMPARE_OPERATOR expression  { WATCH(comparison(@1, @2, @3));
-                                              OBSERVE(operands(@1, @3));
-                                              TRY(SCR_expression(SCR::operatorOf($2)), @2, @1, @3); }
-  | expression BOOL_OPERATOR expression     { OBSERVE(operands(@1, @3));
-                                              TRY(SCR_boolExpression($2), @2, @1, @3); }
-  | expression '+' expression               { TRY(SCR_expression(SCR::Operator::Add), @2, @1, @3); }
-  | expression '-' expression               { TRY(SCR_expression(SCR::Operator::Subtract), @2, @1, @3); }
-  | expression '*' expression               { TRY(SCR_expression(SCR::Operator::Multiply), @2, @1, @3); }
-  | expression '/' expression               { WATCH(quotient(@2, @3));
-                                              TRY(SCR_expression(SCR::Operator::Divide), @2, @1, @3); }
-  | expression '%' expression               { WATCH(quotient(@2, @3));
-                                              TRY(SCR_expression(SCR::Operator::Remainder), @2, @1, @3); }
-  | '-' expression %prec UMINUS             { TRY(SCR_negation(), @1, @2); }
+    expression '=' expression               { OBSERVE(assigned(UNTIL($1, $2)));
+                                              TRY_OPERATOR(SCR_expression(SCR::Operator::Assign), $1, $2, $3); }
+  | expression COMPARE_OPERATOR expression  { WATCH(comparison(REACH($1, $2.data()), AT($2),
+                                                               REACH($3, END_OF_RULE())));
+                                              OBSERVE(operands(UNTIL($1, $2), SINCE($3)));
+                                              TRY_OPERATOR(SCR_expression(SCR::operatorOf($2)), $1, $2, $3); }
+  | expression BOOL_OPERATOR expression     { OBSERVE(operands(UNTIL($1, $2), SINCE($3)));
+                                              TRY_OPERATOR(SCR_boolExpression($2), $1, $2, $3); }
+  | expression '+' expression               { TRY_OPERATOR(SCR_expression(SCR::Operator::Add), $1, $2, $3); }
+  | expression '-' expression               { TRY_OPERATOR(SCR_expression(SCR::Operator::Subtract), $1, $2, $3); }
+  | expression '*' expression               { TRY_OPERATOR(SCR_expression(SCR::Operator::Multiply), $1, $2, $3); }
+  | expression '/' expression               { WATCH(quotient(AT($2), REACH($3, END_OF_RULE())));
+                                              TRY_OPERATOR(SCR_expression(SCR::Operator::Divide), $1, $2, $3); }
+  | expression '%' expression               { WATCH(quotient(AT($2), REACH($3, END_OF_RULE())));
+                                              TRY_OPERATOR(SCR_expression(SCR::Operator::Remainder), $1, $2, $3); }
+  | '-' expression %prec UMINUS             { TRY(SCR_negation(), AT($1), SINCE($2)); }
   | OPEN_PARENTHESIS expression CLOSE_PARENTHESIS
   | access
-  | LONG_NUMBER                             { TRY(SCR_longConstant($1), @1); }
-  | DECIMAL_NUMBER                          { WATCH(decimal(@1));
-                                              TRY(SCR_decimalConstant($1), @1); }
-  | BOOL_CONSTANT                           { TRY(SCR_boolConstant($1), @1); }
-  | string_constant                         { TRY(SCR_stringConstant(), @1); }
+  | LONG_NUMBER                             { TRY(SCR_longConstant($1), AT($1)); }
+  | DECIMAL_NUMBER                          { WATCH(decimal(AT($1)));
+                                              TRY(SCR_decimalConstant($1), AT($1)); }
+  | BOOL_CONSTANT                           { TRY(SCR_boolConstant($1), AT($1)); }
+  | string_constant                         { TRY(SCR_stringConstant(), SINCE($1)); }
   ;
 
 string_constant:
@@ -364,25 +378,28 @@ string_constant:
   ;
 
 access:
-    IDENTIFIER                              { TRY(SCR_plainIdentifier($1), @1); }
-  | MODULE_IDENTIFIER                       { TRY(SCR_identifier($1), @1); }
-  | access OPEN_PARENTHESIS                 { TRY(SCR_functionCall(), @1); }
-    call_parameter_list CLOSE_PARENTHESIS   { WATCH(call(@$)); SCR_about(@$);
-                                              TRY(SCR_endFunctionCall(), @$); }
+    IDENTIFIER                              { TRY(SCR_plainIdentifier($1), AT($1)); }
+  | MODULE_IDENTIFIER                       { TRY(SCR_identifier($1), AT($1)); }
+  | access OPEN_PARENTHESIS                 { TRY(SCR_functionCall(), UNTIL($1, $2)); }
+    call_parameter_list CLOSE_PARENTHESIS   { WATCH(call(REACH($1, END_OF_RULE())));
+                                              SCR_about($1, END_OF_RULE());
+                                              TRY(SCR_endFunctionCall(), SINCE($1)); }
   | access OPEN_BRACKET expression CLOSE_BRACKET
-                                            { TRY(SCR_arrayAccess(), @1, @1, @3); }
+                                            { TRY(SCR_arrayAccess(), UNTIL($1, $2), UNTIL($1, $2),
+                                                  UNTIL($3, $4)); }
   | access OPEN_BRACE expression CLOSE_BRACE
-                                            { TRY(SCR_hashAccess(), @1, @1, @3); }
+                                            { TRY(SCR_hashAccess(), UNTIL($1, $2), UNTIL($1, $2),
+                                                  UNTIL($3, $4)); }
   ;
 
 call_parameter_list:
-    expression                              { TRY((SCR_countParameter(), true), @1); }
+    expression                              { TRY((SCR_countParameter(), true), SINCE($1)); }
     more_parameters
   | %empty
   ;
 
 more_parameters:
-    more_parameters ',' expression          { TRY((SCR_countParameter(), true), @3); }
+    more_parameters ',' expression          { TRY((SCR_countParameter(), true), SINCE($3)); }
   | %empty
   ;
 

@@ -27,6 +27,10 @@ public:
 
     /// A statement, or the head of one, from the beginning of `first` to the end of `last`.
     void statement(Span first, Span last);
+    /// A declaration, which begins with `type`.
+    void declaration(Span type) { declaration_ = type; }
+    /// The declaration read last is a statement, up to the end of `value`.
+    void initialised(Span value) { statement(declaration_, value); }
     /// The condition on the stack. `isRepeated`: of a loop.
     void condition(Span text, bool isRepeated);
     /// The two operands on the stack, or the one.
@@ -94,6 +98,7 @@ private:
     std::size_t site_ = ObservedSite::none;            // its node is about to be made
     bool isCounted_ = false;                           // by what stands before it
     std::size_t head_ = ObservedSite::none;            // the statement made last
+    Span declaration_;  // its type
     Span condition_;
     bool isRepeated_ = false;
     std::size_t conditionSite_ = ObservedSite::none;  // of the statement that is opened next

@@ -25,6 +25,7 @@ std::recursive_timed_mutex parserLockG;
 CompareInterface* actCompareInterfaceG = nullptr;
 ParserStack* stackG = nullptr;
 ParseContext* parseContextG = nullptr;
+Analyses* analysesG = nullptr;
 
 ParseContext::ParseContext() = default;
 ParseContext::~ParseContext() = default;
@@ -62,11 +63,13 @@ public:
           interpreter_(actInterpreterG),
           target_(actCompareInterfaceG),
           stack_(stackG),
-          context_(parseContextG) {
+          context_(parseContextG),
+          analyses_(analysesG) {
         actInterpreterG = &interpreter;
         actCompareInterfaceG = target;
         stackG = &ownStack_;
         parseContextG = &ownContext_;
+        analysesG = interpreter.analyses();
     }
     ParseScope(const ParseScope&) = delete;
     ParseScope& operator=(const ParseScope&) = delete;
@@ -76,6 +79,7 @@ public:
         actCompareInterfaceG = target_;
         stackG = stack_;
         parseContextG = context_;
+        analysesG = analyses_;
     }
 
     // Parses `text`, followed by `tail`, in the mode given by the word at the start of `head`.
@@ -92,14 +96,14 @@ public:
             if (head.starts_with("RESULTS")) ownContext_.observing->startBody();
         }
         try {
-            const bool isParsed = SCR_parse(lexer) == 0 && ownContext_.recovery.errors == 0;
+            const bool isParsed =
+                SCR_parse(lexer, ownContext_) == 0 && ownContext_.recovery.errors == 0;
             actInterpreterG->compiledLines(isParsed ? lexer.line() : 0);
             ownContext_.lexer = nullptr;
             if (isTolerant) {
-                const Analyses* const analyses = actInterpreterG->analyses();
                 ownContext_.recovery.lint.report(
                     *actInterpreterG, {head, text, tail},
-                    isParsed && analyses != nullptr ? &analyses->usage : nullptr);
+                    isParsed && analysesG != nullptr ? &analysesG->usage : nullptr);
             }
             return isParsed;
         } catch (const SCR::ScriptStopped&) {
@@ -115,6 +119,7 @@ private:
     SCR::CompareInterface* const target_;
     SCR::ParserStack* const stack_;
     SCR::ParseContext* const context_;
+    SCR::Analyses* const analyses_;
     SCR::ParserStack ownStack_;
     SCR::ParseContext ownContext_;
 };
@@ -130,7 +135,7 @@ bool parseAndBuild(SCR::Interpreter& interpreter, std::array<std::string_view, 3
             if (at.data() != nullptr) scout.readTo(at.data());
             Fault fault;
             fault.message = message;
-            fault.spans.push_back({at.data(), at.data() + at.size()});
+            fault.spans.push_back(trimmed({at.data(), at.data() + at.size()}));
             Advice(interpreter, scout, fault, diagnostic).give();
         });
     bool isParsed = false;
@@ -218,7 +223,8 @@ void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
 std::string_view SCR::parsedText() {
     if (parseContextG == nullptr || parseContextG->lexer == nullptr) return {};
     const Span about = parseContextG->about;
-    return about.begin != nullptr ? about.text() : parseContextG->lexer->token();
+    return about.begin != nullptr ? SCR_reach({about.begin, 0}, about.end).text()
+                                  : parseContextG->lexer->token();
 }
 
 int SCR::parsedLine() {

@@ -9,33 +9,23 @@
 
 namespace SCR {
 
-namespace {
-
-// The common type of the entries from `first` on, bottom to top.
-int commonType(const std::vector<int>& types, std::size_t first) {
-    const int running = Node::baseType(types[first]);
-    if (first + 1 == types.size()) return running != 0 ? running : types.back();
-    int common = running;
-    for (std::size_t i = first + 1; i < types.size(); ++i) {
-        common = Node::SuperType(common, Node::baseType(types[i]));
-        if (common == 0) return types.back();
-    }
-    return common;
-}
-
-}  // namespace
-
 ParserStack::~ParserStack() = default;
 
 void ParserStack::reportUnderflow(const char* stack) {
     std::fprintf(stderr, "ERROR: %s underflow\n", stack);
 }
 
-int ParserStack::superType() const { return types_.empty() ? 0 : commonType(types_, 0); }
+int ParserStack::superType() const { return types_.empty() ? 0 : commonType(0); }
 
-int ParserStack::operandsType() const {
-    if (types_.empty()) return 0;
-    return commonType(types_, types_.size() < 2 ? 0 : types_.size() - 2);
+int ParserStack::commonType(std::size_t first) const {
+    const int running = Node::baseType(types_[first]);
+    if (first + 1 == types_.size()) return running != 0 ? running : types_.back();
+    int common = running;
+    for (std::size_t i = first + 1; i < types_.size(); ++i) {
+        common = Node::SuperType(common, Node::baseType(types_[i]));
+        if (common == 0) return types_.back();
+    }
+    return common;
 }
 
 void ParserStack::appendDataStack(std::vector<std::unique_ptr<Node>>& nodes) {

@@ -69,7 +69,15 @@ public:
     /// there is no common type.
     int superType() const;
     /// The common type of the two topmost entries only, by the same rule.
-    int operandsType() const;
+    int operandsType() const {
+        const std::size_t size = types_.size();
+        if (size < 2) return superType();
+        const int last = Node::baseType(types_[size - 1]);
+        // Most operands are of the same type.
+        const bool isCommon =
+            last == Node::baseType(types_[size - 2]) && last > 0 && last <= TypeCode::Hash;
+        return isCommon ? last : commonType(size - 2);
+    }
 
     /// The number of nodes on the data stack.
     std::size_t dataSize() const { return data_.size(); }
@@ -181,6 +189,8 @@ private:
     static constexpr const char* numParamsCM = "number of parameter stack";
 
     static void reportUnderflow(const char* stack);
+    // The common type of the entries from `first` on, bottom to top.
+    int commonType(std::size_t first) const;
 
     // The top of `stack`; the type's zero value after a message when it is no higher than `floor`.
     template <class Value>

@@ -1,5 +1,6 @@
 #include "scr/parser/Recovery.h"
 
+#include <functional>
 #include <limits>
 
 #include "Grammar.h"
@@ -7,6 +8,7 @@
 #include "scr/Interpreter.h"
 #include "scr/SwitchCase.h"
 #include "scr/action/Actions.h"
+#include "scr/check/Analyses.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -83,7 +85,23 @@ void SCR_complete(Span span) {
     complete({span});
 }
 
-void SCR_about(Span span) { parseContextG->about = span; }
+Span SCR_reach(std::string_view first, const char* end) {
+    const char* const begin = first.data();
+    for (const std::string_view part : parseContextG->lexer->parts()) {
+        const char* const partEnd = part.data() + part.size();
+        const std::less_equal<const char*> isBefore;
+        if (!isBefore(part.data(), begin) || !isBefore(begin, partEnd)) continue;
+        const bool isSamePart = isBefore(begin, end) && isBefore(end, partEnd);
+        return {begin, isSamePart ? end : partEnd};
+    }
+    return {begin, begin + first.size()};
+}
+
+void SCR_about(std::string_view first, const char* end) {
+    parseContextG->about = {first.data(), end};
+}
+
+Span SCR_stretch(std::string_view first, const char* end) { return trimmed(SCR_reach(first, end)); }
 
 bool SCR_recover(std::initializer_list<Span> spans) {
     Recovery& recovery = parseContextG->recovery;
@@ -100,7 +118,7 @@ bool SCR_recover(std::initializer_list<Span> spans) {
             }
         }
     }
-    actInterpreterG->dropAnalyses();
+    analysesG = nullptr;  // they follow good scripts only
     parseContextG->isWatched = false;
     parseContextG->isLost = true;
     return ++recovery.errors < Recovery::mostCM;
@@ -108,7 +126,6 @@ bool SCR_recover(std::initializer_list<Span> spans) {
 
 void SCR_settle() {
     parseContextG->recovery.braces = parseContextG->lexer->braceDepth();
-    if (!parseContextG->isLost) return;
     parseContextG->isLost = false;
     stackG->clearTo(static_cast<std::size_t>(parseContextG->declaredFunctions));
 }
@@ -203,7 +220,7 @@ namespace {
 
 Recovery::Token readToken(CustomLexer& lexer) {
     Recovery::Token token;
-    token.code = lexer.next(token.value);
+    token.code = lexer.next();
     const std::string_view text = lexer.token();
     token.span = {text.data(), text.data() + text.size()};
     return token;
@@ -218,8 +235,6 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
     Recovery::Token token;
     token.code = guide.token().code;
     token.span = guide.token().span;
-    token.value = token.span.text();
-    if (token.code == SCR_STRING) token.value = token.value.substr(1, token.value.size() - 2);
 
     // The words of the statement so far.
     bool isHeader = false;
@@ -295,8 +310,8 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
         } else if (token.code == SCR_CLOSE_PARENTHESIS) {
             if (--parentheses == 0 && isForHeader && depth <= 0) return;
         } else if (token.code == SCR_IDENTIFIER &&
-                   actInterpreterG->getVariable({}, FND::String(token.value)) == nullptr) {
-            recovery.lostNames.insert(FND::String(token.value));
+                   actInterpreterG->getVariable({}, FND::String(token.span.text())) == nullptr) {
+            recovery.lostNames.insert(FND::String(token.span.text()));
         }
         lastEnd = token.span.end;
         token = readToken(lexer);
@@ -305,20 +320,19 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
 
 }  // namespace
 
-int SCR_carefulToken(std::string_view& value, Span& span, CustomLexer& lexer) {
+int SCR_carefulToken(std::string_view& text, CustomLexer& lexer) {
     Recovery& recovery = parseContextG->recovery;
     if (recovery.isSkipping) {
         recovery.isSkipping = false;
         skip(lexer, recovery);
         scout().dropOpen();
-        value = {};
+        text = {};
         return SCR_RECOVERED;
     }
     Recovery::Token token = recovery.again;
     parseContextG->needsCare = false;
     if (token.span.begin == nullptr) token = readToken(lexer);
     recovery.again = {};
-    value = token.value;
-    span = token.span;
+    text = token.span.text();
     return token.code;
 }

@@ -24,7 +24,6 @@ struct Recovery {
 
     struct Token {
         int code = 0;
-        std::string_view value;
         Span span;
     };
 
@@ -55,15 +54,21 @@ struct Recovery {
 
 /// After an action has reported an error: completes the message, which is about `spans`. True when
 /// the parse goes on without the operands.
-bool SCR_recover(std::initializer_list<SCR::Span> spans);
+[[gnu::cold]] bool SCR_recover(std::initializer_list<SCR::Span> spans);
 /// Completes the warnings that an action has reported, which are about `span`.
 void SCR_complete(SCR::Span span);
-/// What is built later, at the end of the parse, is about `span`.
-void SCR_about(SCR::Span span);
-/// The statement has ended: operands that were lost matter no more.
-void SCR_settle();
+/// The stretch of text from a token to `end`, or to the end of the piece of text that the token is
+/// in.
+[[gnu::cold]] SCR::Span SCR_reach(std::string_view first, const char* end);
+/// The same up to the last token before `end`. Reads the text again, so it is for messages.
+[[gnu::cold]] SCR::Span SCR_stretch(std::string_view first, const char* end);
+/// What is built later, at the end of the parse, is about the text from a token to `end`.
+void SCR_about(std::string_view first, const char* end);
+inline void SCR_about(std::string_view token) { SCR_about(token, token.data() + token.size()); }
+/// A statement with lost operands has ended: they matter no more.
+[[gnu::cold]] void SCR_settle();
 /// Puts a condition in the place of one that was lost.
-void SCR_settleCondition();
+[[gnu::cold]] void SCR_settleCondition();
 /// The same for the three parts of a `for`, the value of a switch and a label: true when nothing
 /// was lost or something was put in its place.
 bool SCR_settleFor();
@@ -76,4 +81,4 @@ bool SCR_isForgiven(const FND::String& module, const FND::String& name);
 /// After the grammar had no rule: the parser asks for tokens up to the end of the statement.
 bool SCR_startSkipping();
 /// The next token, when it is not just the lexer's.
-int SCR_carefulToken(std::string_view& value, SCR::Span& span, SCR::CustomLexer& lexer);
+int SCR_carefulToken(std::string_view& text, SCR::CustomLexer& lexer);

@@ -9,8 +9,6 @@ namespace SCR {
 struct Span {
     Span() = default;
     Span(const char* first, const char* last) : begin(first), end(last) {}
-    /// The parser's start value, which is in no text.
-    Span(int /*line*/, int /*column*/, int /*endLine*/, int /*endColumn*/) {}
 
     const char* begin = nullptr;
     const char* end = nullptr;

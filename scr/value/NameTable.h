@@ -14,7 +14,7 @@
 namespace SCR {
 
 /// Objects by their names, which the table owns. A few are compared one by one; more are hashed.
-/// They are destroyed in the order in which they were inserted.
+/// They are destroyed in the order in which they were inserted. Used by one thread at a time.
 template <class Value>
 class NameTable : public InNodeMemory {
 public:
@@ -45,8 +45,11 @@ public:
         const Entry* entry = first_;
         if (slots_.empty()) {
             while (entry != nullptr && !entry->has(name)) entry = entry->next;
+        } else if (recent_ != nullptr && recent_->has(name)) {
+            entry = recent_;
         } else {
             entry = slots_[slotOf(name, keyHash(name))].entry;
+            if (entry != nullptr) recent_ = entry;
         }
         return entry != nullptr ? entry->value.get() : nullptr;
     }
@@ -59,6 +62,7 @@ public:
     void clear() noexcept {
         while (first_ != nullptr) delete std::exchange(first_, first_->next);
         last_ = nullptr;
+        recent_ = nullptr;
         size_ = 0;
         std::vector<Slot>().swap(slots_);
     }
@@ -104,7 +108,7 @@ private:
         Entry* const added = entry.release();
         added->value.reset(value);
         (last_ != nullptr ? last_->next : first_) = added;
-        last_ = added;
+        recent_ = last_ = added;
         ++size_;
         return added;
     }
@@ -132,6 +136,7 @@ private:
 
     Entry* first_ = nullptr;
     Entry* last_ = nullptr;
+    mutable const Entry* recent_ = nullptr;  // found last: texts use a name several times in a row
     std::size_t size_ = 0;
     std::vector<Slot> slots_;  // of all entries, when there are more than a few
 };
