@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -14,10 +15,14 @@
 
 #include "cli/Command.h"
 #include "cli/ScriptFile.h"
+#include "cli/ScriptOptions.h"
+#include "cli/StderrLog.h"
 #include "fsm/Analysis.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/PatternCheck.h"
 #include "records/RecordOutput.h"
+#include "scr/message/Codes.h"
+#include "scr/message/Quote.h"
 
 namespace Cli {
 namespace {
@@ -188,6 +193,22 @@ bool build(FSM::EngineGroup& matcher, const MatchOptions& options) {
     return true;
 }
 
+// The message about a pattern that does not parse beyond byte `place`.
+SCR::Diagnostic refusal(std::string_view pattern, std::size_t place, const std::string& error) {
+    constexpr std::size_t mostShown = 160;
+    SCR::Diagnostic diagnostic;
+    diagnostic.code = SCR::codeName(SCR::MessageCode::Pattern);
+    diagnostic.text = diagnostic.explanation = error;
+    int column = 1;
+    for (std::size_t at = 0; at < std::min(place, pattern.size()); ++column) {
+        at += std::max<std::size_t>(SCR::characterSize(pattern.substr(at)), 1);
+    }
+    diagnostic.place.column = column;
+    diagnostic.place.length = 1;
+    if (pattern.size() <= mostShown) diagnostic.source = pattern;
+    return diagnostic;
+}
+
 ExitStatus match(MatchOptions options) {
     const std::size_t given = options.patterns.size();
     if (!options.file.empty()) {
@@ -196,17 +217,16 @@ ExitStatus match(MatchOptions options) {
         for (std::string& line : linesOf(*text)) options.patterns.push_back(std::move(line));
     }
     bool isParsed = true;
+    StderrLog log(ScriptOptions().messageStyle({}));
     for (std::size_t i = 0; i < options.patterns.size(); ++i) {
         FND::String error;
         std::size_t place = 0;
         if (FSM::checkPattern(options.patterns[i], error, place, options.reading)) continue;
-        const std::string column = std::to_string(place + 1);
-        const std::string where =
-            i < given
-                ? ", column " + column
-                : " (" + options.file + ":" + std::to_string(i - given + 1) + ":" + column + ")";
-        std::string message = "pattern " + std::to_string(i);
-        report(message.append(where).append(": ").append(error));
+        SCR::Diagnostic diagnostic = refusal(options.patterns[i], place, error);
+        const bool isInFile = i >= given;
+        diagnostic.place.file = isInFile ? options.file : "pattern " + std::to_string(i);
+        diagnostic.place.line = isInFile ? static_cast<int>(i - given) + 1 : 1;
+        log.diagnose(diagnostic);
         isParsed = false;
     }
     if (!isParsed) return ExitStatus::NotCompiled;

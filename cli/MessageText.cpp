@@ -167,9 +167,28 @@ std::string jsonOf(const Diagnostic& diagnostic, const std::string& script) {
 
 namespace {
 
+// The name of a file as a reference by the rules of URIs.
+std::string uriOf(std::string_view file) {
+    constexpr std::string_view plain = "-._~/!$&'()*+,;=@";
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string uri;
+    for (const char byte : file) {
+        const bool isPlain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                             (byte >= '0' && byte <= '9') || plain.find(byte) != plain.npos;
+        if (isPlain) {
+            uri += byte;
+            continue;
+        }
+        uri += '%';
+        uri += digits[static_cast<unsigned char>(byte) >> 4];
+        uri += digits[static_cast<unsigned char>(byte) & 15];
+    }
+    return uri;
+}
+
 std::string sarifPlace(const Diagnostic::Place& place, const std::string& script) {
-    std::string text =
-        "{\"physicalLocation\":{\"artifactLocation\":{\"uri\":" + json(fileOf(place, script)) + "}";
+    std::string text = "{\"physicalLocation\":{\"artifactLocation\":{\"uri\":" +
+                       json(uriOf(fileOf(place, script))) + "}";
     if (place.line > 0) {
         text += ",\"region\":{\"startLine\":" + number(place.line);
         if (place.column > 0) {

@@ -11,6 +11,7 @@
 #include "cli/Command.h"
 #include "fnd/TimeZone.h"
 #include "scr/Interpreter.h"
+#include "scr/message/Codes.h"
 #include "scr/parser/Preprocessor.h"
 
 namespace Cli {
@@ -51,6 +52,20 @@ void ScriptOptions::declare(CLI::App& command) {
         "--log", [this] { form_ = Form::Log; }, "Write each message as the log of a host gets it");
     sarif->excludes(json)->excludes(log);
     log->excludes(json);
+    command
+        .add_option("--no-warn", withoutWarnings_,
+                    "Leave out the warnings with these codes, such as K0807; may be repeated. A "
+                    "comment `kestrel: ignore K0807` does that for its line and the next one")
+        ->type_name("CODE,...")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check([](const std::string& code) {
+            const auto pages = SCR::messagePages();
+            const bool isWarning = std::any_of(pages.begin(), pages.end(), [&](const auto& page) {
+                return page.severity < FND::Status::Error && SCR::codeName(page.code) == code;
+            });
+            return isWarning ? "" : "'" + code + "' is no code of a warning";
+        });
     command
         .add_option("-I", includePath_,
                     "Look for include files in DIR, before the directories of KESTREL_INCLUDE; "
@@ -127,6 +142,7 @@ void ScriptOptions::declare(CLI::App& command) {
 MessageStyle ScriptOptions::messageStyle(const std::string& script) const {
     MessageStyle style;
     style.form = form_;
+    style.withoutWarnings = withoutWarnings_;
     const char* const noColour = std::getenv("NO_COLOR");
     const char* const terminal = std::getenv("TERM");
     style.hasColour = (noColour == nullptr || *noColour == '\0') && isatty(STDERR_FILENO) != 0 &&

@@ -73,6 +73,7 @@ private:
     void allow(const std::string& name);     // a capability, or "include=DIR"
 
     MessageStyle::Form form_ = MessageStyle::Form::Text;
+    std::vector<std::string> withoutWarnings_;
     std::string scriptName_;
     SCR::Limits limits_;
     std::int64_t records_ = INT64_MAX;

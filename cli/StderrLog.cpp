@@ -45,9 +45,13 @@ void StderrLog::log(const FND::String& message, FND::Status::Severity severity) 
 void StderrLog::diagnose(const SCR::Diagnostic& diagnostic) {
     // On a terminal that shows both, earlier prints of the script must come before the message.
     flushOutput(false);
-    if (diagnostic.severity == FND::Status::Warning) ++warnings_;
+    if (diagnostic.severity == FND::Status::Warning) {
+        const std::vector<std::string>& off = style_.withoutWarnings;
+        if (std::find(off.begin(), off.end(), diagnostic.code) != off.end()) return;
+        if (!diagnostic.isDetail) ++warnings_;
+    }
     const bool isPlain = diagnostic.place.line == 0 && diagnostic.explanation.empty() &&
-                         style_.form == MessageStyle::Form::Text;
+                         diagnostic.notes.empty() && style_.form == MessageStyle::Form::Text;
     if (style_.form == MessageStyle::Form::Log || isPlain) {
         writePrintable(diagnostic.text);
         return;

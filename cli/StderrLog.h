@@ -13,7 +13,8 @@ struct MessageStyle {
     enum class Form { Text, Json, Sarif, Log };
     Form form = Form::Text;
     bool hasColour = false;
-    std::string script;  ///< the name of the script for messages
+    std::string script;                        ///< the name of the script for messages
+    std::vector<std::string> withoutWarnings;  ///< the codes of those that are left out
 };
 
 /// The log of every command: messages on standard error. Control bytes and bytes that are no UTF-8

@@ -39,4 +39,11 @@ long FieldNames::index(const std::string& name) const {
     return number - 1;
 }
 
+std::vector<std::string> FieldNames::known() const {
+    std::vector<std::string> known;
+    known.reserve(names_.size());
+    for (const auto& [name, place] : names_) known.push_back(name);
+    return known;
+}
+
 }  // namespace Records

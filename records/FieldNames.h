@@ -25,6 +25,9 @@ public:
     /// The names as they are spelled, in the order of the fields.
     const std::vector<std::string>& all() const { return all_; }
 
+    /// The names as scripts know them, in no order.
+    std::vector<std::string> known() const;
+
 private:
     struct Place {
         long number;

@@ -29,7 +29,8 @@ void refuseInvalid(CurrentRecord& current, SCR::FieldAlias field, const char* wh
 // The field functions for records whose fields are numbered.
 void addFieldFunctions(SCR::HostExtension& host, CurrentRecord& current, const FieldNames& names) {
     using SCR::FieldAlias;
-    host.fieldIds([&names](const FND::String& name) { return names.index(name); });
+    host.fieldIds([&names](const FND::String& name) { return names.index(name); },
+                  [&names] { return names.known(); });
     host.field(
         "edrString", [&current](FieldAlias field) { return current.record.value(indexOf(field)); },
         [&current](FieldAlias field, std::string_view value) { assign(current, field, value); });

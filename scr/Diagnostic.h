@@ -46,8 +46,8 @@ struct Diagnostic {
     /// character. Empty when the text is not known.
     FND::String source;
     int sourceColumn = 1;
-    /// Whether the next message says the same in more words. Logs take both; whoever shows messages
-    /// to people leaves this one out.
+    /// Whether the next message says the same in more words, or a comment of the script switches
+    /// this one off. Logs take it nevertheless; whoever shows messages to people leaves it out.
     bool isDetail = false;
 
     /// The explanation or, when there is none, the text without its prefix.

@@ -25,7 +25,7 @@ struct HostExtension::State {
     std::vector<std::pair<FND::String, FND::Status::Severity>> messages;  // kept until there is one
     std::unordered_map<FND::String, std::unique_ptr<Variable>> variables;
     std::vector<std::unique_ptr<Variable>> nameless;
-    Host::FieldIds fieldIds;
+    Host::Fields fields;
 };
 
 HostExtension::HostExtension(FND::String name) : state_(std::make_unique<State>(std::move(name))) {}
@@ -34,7 +34,9 @@ HostExtension::~HostExtension() = default;
 
 FND::String HostExtension::extensionName() const { return state_->name; }
 
-void HostExtension::fieldIds(Host::FieldIds ids) { state_->fieldIds = std::move(ids); }
+void HostExtension::fieldIds(Host::FieldIds ids, Host::FieldNames names) {
+    state_->fields = {std::move(ids), std::move(names)};
+}
 
 HostExtension* HostExtension::insert(Interpreter& interpreter, const FND::String& name) {
     if (interpreter.extension(name) != nullptr) {
@@ -104,7 +106,7 @@ bool HostExtension::State::insert(const FND::String& variableName,
 
 FctDescr* HostExtension::insert(const FND::String& name, Host::Description description) {
     std::unique_ptr<FctDescr> made =
-        Host::makeDescriptor(name, std::move(description), state_->fieldIds);
+        Host::makeDescriptor(name, std::move(description), state_->fields);
     FctDescr* const descriptor = made.get();
     std::unique_ptr<Variable> variable = std::move(made);
     return state_->insert(name, variable) ? descriptor : nullptr;

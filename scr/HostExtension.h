@@ -208,7 +208,8 @@ public:
     /// Sets how field names become the numbers that `FieldAlias::id` gives. Called once for each
     /// place in a script that names a field, while the script is compiled; a negative number is a
     /// compile error, "unknown field". Functions that throw or are empty give errors and 0.
-    void fieldIds(Host::FieldIds ids);
+    /// `names` gives the names that there are, for messages about others.
+    void fieldIds(Host::FieldIds ids, Host::FieldNames names = {});
 
     /// Declares a variable that scripts see as `name` and the host uses through the result: `T` is
     /// `long`, `bool`, `FND::String`, `FND::Decimal`, `FND::DateTime` or `FND::Identifier`. When

@@ -9,9 +9,11 @@
 #include <vector>
 
 #include "scr/Interpreter.h"
+#include "scr/advice/Advice.h"
 #include "scr/call/Binding.h"
 #include "scr/call/HostDescriptor.h"
 #include "scr/call/OperandSlot.h"
+#include "scr/call/ShownValue.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
@@ -80,17 +82,22 @@ public:
     virtual void locate(Kept& /*kept*/) {}
     /// Stores what the callable left in `kept`, if it is a variable.
     virtual void store(Kept& /*kept*/) {}
+    /// The value that it was evaluated to, for messages.
+    virtual FND::String shown(OpenCall& call, std::size_t index) = 0;
 };
 
 class CallBody;
 
 /// A call under way, and what it keeps.
-class OpenCall final : public Call {
+class OpenCall final : public Call, public HostSite {
 public:
     explicit OpenCall(CallBody& body);
     OpenCall(const OpenCall&) = delete;
     OpenCall& operator=(const OpenCall&) = delete;
     ~OpenCall();
+
+    const Node* node() const override;
+    void describe(Diagnostic& diagnostic) override;
 
     bool isGiven(std::size_t index) const;
     void* const* evaluateRest(std::size_t first, std::size_t& count) noexcept;
@@ -141,10 +148,11 @@ public:
 
     void* evaluate(OpenCall& call, std::size_t index) override {
         if constexpr (Type::byReference) {
-            const auto& value = slot_.evaluate();
+            const auto* value = &slot_.evaluate();
             if (keeps_) [[unlikely]]
-                return &call.kept(index).hold(value);
-            return const_cast<typename Type::Value*>(&value);
+                value = &call.kept(index).hold(*value);
+            value_ = value;
+            return const_cast<typename Type::Value*>(value);
         } else {
             value_ = slot_.evaluate();
             if (keeps_) [[unlikely]]
@@ -153,13 +161,20 @@ public:
         }
     }
     void* null() override { return nullOf<Type>(); }
+    FND::String shown(OpenCall& /*call*/, std::size_t /*index*/) override {
+        if constexpr (Type::byReference) {
+            return shownValue(*value_);
+        } else {
+            return shownValue(value_);
+        }
+    }
 
 private:
-    struct NoValue {};
-    using Room = std::conditional_t<Type::byReference, NoValue, typename Type::Value>;
+    using Room =
+        std::conditional_t<Type::byReference, const typename Type::Value*, typename Type::Value>;
 
     OperandSlot<Type> slot_;
-    [[no_unique_address]] Room value_{};
+    Room value_{};  // the one evaluated last
     bool keeps_;
 };
 
@@ -193,6 +208,9 @@ public:
         static Variable* none = nullptr;
         return &none;
     }
+    FND::String shown(OpenCall& /*call*/, std::size_t /*index*/) override {
+        return std::is_same_v<Container, Array> ? "an array" : "a hash";
+    }
 
 private:
     std::unique_ptr<ContainerNode> node_;
@@ -219,6 +237,9 @@ public:
         return &kept.hold(element != nullptr ? *element : emptyCM);
     }
     void* null() override { return nullOf<Type>(); }
+    FND::String shown(OpenCall& call, std::size_t index) override {
+        return shownValue(call.kept(index).template as<Value>());
+    }
     void store(Kept& kept) override {
         const Value& value = kept.as<Value>();
         if (path_ == nullptr) {
@@ -250,6 +271,9 @@ public:
 
     void* evaluate(OpenCall& /*call*/, std::size_t /*index*/) override { return &field_; }
     void* null() override { return &field_; }
+    FND::String shown(OpenCall& /*call*/, std::size_t /*index*/) override {
+        return "the field " + quotedValue(nameIn(*node_));
+    }
 
 private:
     const std::unique_ptr<Node> node_;
@@ -258,12 +282,12 @@ private:
 
 class HostDescriptor final : public FctDescr {
 public:
-    HostDescriptor(const FND::String& name, Description description, const FieldIds& ids);
+    HostDescriptor(const FND::String& name, Description description, const Fields& fields);
 
     Variable* clone() const override { return new HostDescriptor(*this); }
 
     const Description& description() const { return description_; }
-    const FieldIds& fieldIds() const { return *ids_; }
+    const Fields& fields() const { return *fields_; }
     /// The descriptor that the host has.
     const FctDescr& whole() const { return *whole_; }
     bool changesContainers() const { return changesContainers_; }
@@ -278,7 +302,7 @@ private:
     std::vector<std::shared_ptr<HostDescriptor>> variants_;
     const FctDescr* whole_ = this;
     const Description description_;
-    const FieldIds* const ids_;
+    const Fields* const fields_;
     bool changesContainers_ = false;
 };
 
@@ -322,10 +346,12 @@ bool hasReturned(Interpreter& interpreter, RunControl& control, const FctDescr& 
 }
 
 // The number of the field `name`; false, after a report, for an unknown field.
-bool resolveField(const FieldIds& ids, const FND::String& name, long& id) {
-    if (!ids) return true;
-    id = ids(name);
-    return id >= 0 || SCR_YaccError(Messages::unknownField(name));
+bool resolveField(const Fields& fields, const FND::String& name, long& id) {
+    if (!fields.ids) return true;
+    id = fields.ids(name);
+    if (id >= 0) return true;
+    const FND::String nearest = fields.names ? nearestName(name, fields.names()) : FND::String();
+    return SCR_YaccError(Messages::unknownField(name, nearest));
 }
 
 }  // namespace
@@ -333,8 +359,9 @@ bool resolveField(const FieldIds& ids, const FND::String& name, long& id) {
 /// What the nodes of all calls share, whatever they give.
 class CallBody {
 public:
-    CallBody(Interpreter& interpreter, const FctDescr& function)
-        : interpreter_(interpreter),
+    CallBody(const Node* node, Interpreter& interpreter, const FctDescr& function)
+        : node_(node),
+          interpreter_(interpreter),
           control_(interpreter.runControl()),
           function_(static_cast<const HostDescriptor&>(function)),
           read_(function_.description().read),
@@ -385,8 +412,7 @@ private:
                                          bool isChanged) const {
         if (type == TypeCode::EdrAlias) {
             long id = 0;
-            if (!resolveField(function_.fieldIds(), FieldOperand::nameIn(*node), id))
-                return nullptr;
+            if (!resolveField(function_.fields(), FieldOperand::nameIn(*node), id)) return nullptr;
             return std::make_unique<FieldOperand>(std::move(node), id);
         }
         if (type == TypeCode::Array)
@@ -435,6 +461,7 @@ private:
         room_ = std::move(room);
     }
 
+    const Node* const node_;    // that it belongs to
     Interpreter& interpreter_;  // outlives the node, as its control does
     RunControl& control_;
     const HostDescriptor& function_;
@@ -446,11 +473,21 @@ private:
     std::unique_ptr<Kept[]> room_;
 };
 
-inline OpenCall::OpenCall(CallBody& body) : Call(body.interpreter_), body_(body) {}
+inline OpenCall::OpenCall(CallBody& body)
+    : Call(body.interpreter_), HostSite(body.control_), body_(body) {}
 
 inline OpenCall::~OpenCall() {
     if (kept_) [[unlikely]]
         body_.giveBack(std::move(kept_));
+}
+
+const Node* OpenCall::node() const { return isCalling_ || hasFailed_ ? body_.node_ : nullptr; }
+
+void OpenCall::describe(Diagnostic& diagnostic) {
+    for (std::size_t i = 0; i < body_.operands_.size(); ++i) {
+        if (!body_.operands_[i]) continue;
+        diagnostic.notes.push_back(Messages::argumentNote(i, body_.operands_[i]->shown(*this, i)));
+    }
 }
 
 inline bool OpenCall::isGiven(std::size_t index) const {
@@ -501,7 +538,8 @@ namespace {
 
 class VoidCall final : public VoidNode {
 public:
-    VoidCall(Interpreter& interpreter, const FctDescr& function) : body(interpreter, function) {}
+    VoidCall(Interpreter& interpreter, const FctDescr& function)
+        : body(this, interpreter, function) {}
     void result() override { body.read(nullptr); }
 
     CallBody body;
@@ -510,7 +548,8 @@ public:
 template <class Type, class Base>
 class ValueCall : public Base {
 public:
-    ValueCall(Interpreter& interpreter, const FctDescr& function) : body(interpreter, function) {}
+    ValueCall(Interpreter& interpreter, const FctDescr& function)
+        : body(this, interpreter, function) {}
     typename Type::Argument result() override {
         const void* const given = body.read(&room_);
         if constexpr (std::is_same_v<typename Type::Value, FND::String>) {
@@ -568,13 +607,13 @@ Node* HostDescriptor::factory(Interpreter& interpreter, ParserStack& stack,
 }
 
 HostDescriptor::HostDescriptor(const FND::String& name, Description description,
-                               const FieldIds& ids)
+                               const Fields& fields)
     : FctDescr(name, description.result, description.minimum, description.maximum, factory,
                description.arguments[0], description.arguments[1], description.arguments[2],
                description.arguments[3], description.arguments[4], description.arguments[5],
                description.arguments[6], description.arguments[7], description.arguments[8]),
       description_(std::move(description)),
-      ids_(&ids) {
+      fields_(&fields) {
     if (description_.rest != 0) addRest(description_.rest);
     // A field runs no script code, unless its functions are given the interpreter.
     if (description_.write != nullptr) mayRunScript(description_.takesInterpreter);
@@ -587,7 +626,7 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
                   description_.isChanged[at] ? Use::Changes : Use::Reads);
     }
     for (const Description& variant : description_.variants) {
-        variants_.push_back(std::make_shared<HostDescriptor>(name, variant, ids));
+        variants_.push_back(std::make_shared<HostDescriptor>(name, variant, fields));
         variants_.back()->whole_ = this;
     }
 }
@@ -615,8 +654,8 @@ const FctDescr* HostDescriptor::variantFor(const ParserStack& stack, int count) 
 }  // namespace
 
 std::unique_ptr<FctDescr> makeDescriptor(const FND::String& name, Description description,
-                                         const FieldIds& ids) {
-    return std::make_unique<HostDescriptor>(name, std::move(description), ids);
+                                         const Fields& fields) {
+    return std::make_unique<HostDescriptor>(name, std::move(description), fields);
 }
 
 void Call::locate() noexcept { static_cast<OpenCall&>(*this).locate(); }

@@ -26,6 +26,12 @@ namespace Host {
 
 /// Gives the number by which the host knows a field, or a negative one for an unknown field.
 using FieldIds = std::function<long(const FND::String&)>;
+/// Gives the names of the fields, for the messages about unknown ones.
+using FieldNames = std::function<std::vector<FND::String>()>;
+struct Fields {
+    FieldIds ids;
+    FieldNames names;
+};
 
 /// One call being made: what its callable needs from the library.
 class Call {

@@ -11,6 +11,7 @@
 #include "scr/MainExtension.h"
 #include "scr/Observation.h"
 #include "scr/Program.h"
+#include "scr/advice/Scout.h"
 #include "scr/check/Analyses.h"
 #include "scr/check/Reentry.h"
 #include "scr/code/Native.h"
@@ -100,11 +101,14 @@ struct Interpreter::State {
     bool attempt(Action action);
     // Notes, for the outcome, why a call is not possible.
     void refuse(const char* reason);
-    void logReentries(const ScriptRecord& record);
+    void logReentries(const ScriptRecord& record, const FND::String& text);
     void discardScript();
     bool runFunction(const FND::String& name);
     bool expand(const FND::String& text, ExpandedText& expanded);
     void deliver(const Diagnostic& diagnostic) noexcept;
+    void dropRunDiagnostics() noexcept {
+        if (!control.isRunning()) diagnostics.resize(ofCompile);
+    }
     bool flushOutput(bool mayWait);
 
     Interpreter& interpreter;
@@ -122,6 +126,7 @@ struct Interpreter::State {
     bool hasPrinted = false;       // something may wait in the output
     Analyses* analyses = nullptr;  // not owned
     std::vector<Diagnostic> diagnostics;
+    std::size_t ofCompile = 0;               // the first of them, which no run drops
     PendingBuilds* pendingBuilds = nullptr;  // not owned
     std::vector<FND::String> includePath;
     std::vector<FND::String> modulePath;
@@ -256,6 +261,7 @@ public:
     ~CompileScope() {
         if (!isEntered_) return;
         state_.isCompiling = false;
+        state_.ofCompile = state_.diagnostics.size();
         state_.analyses = nullptr;
         state_.isChecking = false;
     }
@@ -338,11 +344,11 @@ bool Interpreter::State::checkScript(const FND::String& text, FlowAnalysis* flow
     Analyses followers;
     followers.flow = flow;
     if (!compileScript({.text = &text, .follower = &followers, .filled = fills})) return false;
-    logReentries(followers.recorder.record());
+    logReentries(followers.recorder.record(), text);
     return true;
 }
 
-void Interpreter::State::logReentries(const ScriptRecord& record) {
+void Interpreter::State::logReentries(const ScriptRecord& record, const FND::String& text) {
     constexpr std::size_t most = 50;
     const std::vector<Finding> findings = findReentries(record);
     for (std::size_t i = 0; i < std::min(findings.size(), most); ++i) {
@@ -352,6 +358,8 @@ void Interpreter::State::logReentries(const ScriptRecord& record) {
         warning.place = {findings[i].file, findings[i].line, 0, 0};
         warning.text = Messages::warning(
             findings[i].file, "line " + std::to_string(findings[i].line) + ": " + findings[i].text);
+        warning.isDetail =
+            findings[i].file.empty() && isIgnoredInLine(text, findings[i].line, warning.code);
         interpreter.diagnose(std::move(warning));
     }
     if (findings.size() > most) {
@@ -515,6 +523,8 @@ Outcome Interpreter::tryExecute() {
 
 Outcome::Kind Interpreter::State::executeScript() {
     if (!link->isReady) return Outcome::Kind::Refused;
+    if (diagnostics.size() > ofCompile) [[unlikely]]
+        dropRunDiagnostics();
     Function* const main = symbols.mainFunction();
     Outcome::Kind kind = Outcome::Kind::Failed;
     const bool isDone = enterRun(interpreter, [&] {
@@ -781,6 +791,19 @@ std::uint64_t Interpreter::errorCount() const { return state_ != nullptr ? state
 
 void Interpreter::logError(const FND::String& message) { log(message, FND::Status::Error); }
 
+void Interpreter::logError(const FND::String& message, const Node* place,
+                           const std::vector<FND::String>& arguments) {
+    if (state_ == nullptr) return;
+    Diagnostic diagnostic;
+    diagnostic.code = codeName(MessageCode::Run);
+    diagnostic.text = message;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        diagnostic.notes.push_back(Messages::argumentNote(i, arguments[i]));
+    }
+    if (state_->control.isRunning()) state_->control.trace(diagnostic, place);
+    diagnose(std::move(diagnostic));
+}
+
 void Interpreter::logOutOfMemory() {
     if (state_ != nullptr && state_->watching != nullptr) state_->watching->isExhausted = true;
     if (state_ == nullptr || state_->log == nullptr) return;
@@ -795,6 +818,9 @@ void Interpreter::log(const FND::String& message, FND::Status::Severity severity
     diagnostic.severity = diagnostic.logSeverity = severity;
     diagnostic.code = codeName(MessageCode::Run);
     diagnostic.text = message;
+    if (state_ != nullptr && !state_->isCompiling && state_->control.isRunning()) {
+        state_->control.trace(diagnostic, nullptr);
+    }
     diagnose(std::move(diagnostic));
 }
 
@@ -814,7 +840,8 @@ void Interpreter::diagnose(Diagnostic diagnostic) {
     }
     state_->deliver(diagnostic);
     constexpr std::size_t mostKept = 100;
-    const bool isKept = state_->isCompiling || state_->diagnostics.size() < mostKept;
+    const bool isKept =
+        state_->isCompiling || state_->diagnostics.size() < state_->ofCompile + mostKept;
     if (isKept && !diagnostic.isDetail) state_->diagnostics.push_back(std::move(diagnostic));
 }
 

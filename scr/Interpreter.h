@@ -104,8 +104,9 @@ public:
     bool compileQuery(const FND::String& text);
 
     /// The messages since the last compile, check, query or list of conditions began, in their
-    /// order, without those that the next one says in more words; of a run at most the first
-    /// hundred. Valid until the next message or compile.
+    /// order, without those that the next one says in more words; of runs those of the last
+    /// `execute` and what followed it, at most the first hundred. Valid until the next message,
+    /// compile or execution.
     const std::vector<Diagnostic>& diagnostics() const;
 
     /// Executes the compiled script once. True when it ran to its end; false when a top-level
@@ -257,6 +258,10 @@ public:
     std::uint64_t errorCount() const;
     /// Logs `message` as an error.
     void logError(const FND::String& message);
+    /// The same from the node `place`, whose operands have the values `arguments`, as messages show
+    /// them.
+    KESTREL_HIDDEN void logError(const FND::String& message, const Node* place,
+                                 const std::vector<FND::String>& arguments);
     /// Logs that there is no memory; needs none for it.
     void logOutOfMemory();
     /// Logs `message` with the given severity.

@@ -243,7 +243,8 @@ TEST_F(CliTest, ScriptsRunAndSayHowTheyEnded) {
         {"run -I other includes.ks -I lib", "other"},
         {"run -I lib nested.ks", "",
          "inner.ks:3:5: error[K0202]: cannot store a Bool in the Long `a`\n"
-         " 3 | a = true;\n   |     ^~~~\n",
+         " 3 | a = true;\n   |     ^~~~\n"
+         "  note: included here (outer.ks:2)\n  note: included here (nested.ks:2)\n",
          3},
         {"run -I lib after.ks", "",
          "after.ks:2:9: warning[K0602]: `fine.ks' included more than once\n"
@@ -436,6 +437,39 @@ TEST_F(CliTest, OperatorsAreFoundByTheirSigns) {
               std::string::npos);
 }
 
+// The properties that the standard requires, and that every reader relies on.
+TEST_F(CliTest, ReportsForOtherToolsAreValid) {
+    write("a \xC3\xA4.ks", "Long n = \"x\";\ninclude \"in c.ks\";\nn == 2;\n");
+    write("in c.ks", "Long n = 1\n");
+    write("valid.py", R"(
+import json, sys, urllib.parse
+log = json.load(sys.stdin)
+assert log['version'] == '2.1.0' and log['$schema'].endswith('.json')
+run, = log['runs']
+rules = [rule['id'] for rule in run['tool']['driver']['rules']]
+assert run['tool']['driver']['name'] and len(set(rules)) == len(rules)
+assert run['columnKind'] in ('unicodeCodePoints', 'utf16CodeUnits')
+for result in run['results']:
+    assert result['ruleId'] in rules and result['level'] in ('error', 'warning', 'note', 'none')
+    assert result['message']['text']
+    for place in result['locations'] + result.get('relatedLocations', []):
+        physical = place['physicalLocation']
+        uri = physical['artifactLocation']['uri']
+        assert uri.isascii() and ' ' not in uri and urllib.parse.urlparse(uri).path == uri, uri
+        region = physical.get('region', {'startLine': 1})
+        assert region['startLine'] >= 1 and region.get('startColumn', 1) >= 1
+        assert region.get('endColumn', 2) > region.get('startColumn', 1)
+print([urllib.parse.unquote(r['locations'][0]['physicalLocation']['artifactLocation']['uri'])
+       for r in run['results']])
+)");
+    const Result report = kestrel("check --sarif 'a \xC3\xA4.ks'");
+    write("report", report.messages);
+    const std::string command =
+        "cd " + folder_.path() + " && python3 valid.py < report > list 2>&1";
+    EXPECT_EQ(std::system(command.c_str()), 0) << folder_.read("list") << report.messages;
+    EXPECT_EQ(folder_.read("list"), "['a \xC3\xA4.ks', 'in c.ks']\n");
+}
+
 TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
     write("patterns", "a.*\nab\n");
     write("open", "x\n\n(a");
@@ -446,10 +480,11 @@ TEST_F(CliTest, MatchNumbersThePatternsOfEachLine) {
         {"match -p a.* -p ab", "0 1\n0\n\n\n0\n", "", 0, "ab\nax\nb\n\nabc"},
         {"match -p a.* -p ab --first", "0\n0\n\n", "", 0, "ab\nax\nb\n"},
         {"match -p b -f patterns", "1 2\n0\n", "", 0, "ab\nb\n"},
-        {"match -f open", "", "kestrel: pattern 2 (open:3:3): unexpected end of pattern\n", 3},
+        {"match -f open", "",
+         "open:3:3: error[K0501]: unexpected end of pattern\n 3 | (a\n   |   ^\n", 3},
         {"match -p a) -p []", "",
-         "kestrel: pattern 0, column 2: parse error near )\n"
-         "kestrel: pattern 1, column 2: parse error near ]\n",
+         "pattern 0:1:2: error[K0501]: parse error near )\n 1 | a)\n   |  ^\n"
+         "pattern 1:1:2: error[K0501]: parse error near ]\n 1 | []\n   |  ^\n",
          3, "a\n"},
         {"match -p \xC3\xA9+ -p [^a]", "0\n1\n", "", 0, "\xC3\xA9\n\xFF\n"},
         {"match -p a*", "0\n0\n", "", 0, std::string(300000, 'a') + "\n" + std::string(70000, 'b')},
@@ -590,6 +625,10 @@ TEST_F(CliTest, ColumnsAreAddedChosenAndConverted) {
          "-e:1:9: error[K0103]: the records have no field `nosuch`\n 1 | edrLong(nosuch);\n   |    "
          "     ^~~~~~\n",
          3, csv},
+        {head + "'edrLong(valeu);'", "",
+         "-e:1:9: error[K0103]: the records have no field `valeu`\n 1 | edrLong(valeu);\n   |      "
+         "   ^~~~~\n  help: did you mean `value`?\n",
+         3, "id,value\n1,2\n"},
         {head + "'edrLong(\"a\" + \"b\");'", "",
          "...is a String, where the name of a field is needed", 3, csv},
         {object + "'' --output-format csv --select a,b.c,d --rename b.c=c",

@@ -79,6 +79,15 @@ TEST_F(IncludeTest, MessagesNameTheFileAndItsLine) {
     SCR::Interpreter interpreter(nullptr);
     interpreter.includePath({directory_});
     for (int turn = 0; turn < 2; ++turn) EXPECT_TRUE(interpreter.compile("include \"good\";"));
+    // One directory is looked into after all others.
+    write("first/bad", "Long here = 1;\n");
+    const std::string first = folder_.path("first");
+    for (const bool isLast : {false, true}) {
+        interpreter.includePath({isLast ? first : directory_.string()});
+        interpreter.lastIncludePath({isLast ? directory_.string() : first});
+        EXPECT_EQ(interpreter.compile("include \"bad\";"), isLast);
+        EXPECT_TRUE(interpreter.compile("include \"good\";"));
+    }
 }
 
 }  // namespace

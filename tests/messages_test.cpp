@@ -7,17 +7,22 @@
 #include <regex>
 
 #include "Script.h"
+#include "scr/HostExtension.h"
 #include "scr/message/Codes.h"
 
 namespace {
 
-// "LINE:COLUMN CODE" of each message of a check.
-std::string checked(const std::string& text) {
+std::vector<SCR::Diagnostic> diagnosticsOf(const std::string& text) {
     SCR::Log log;
     SCR::Interpreter interpreter(&log);
     interpreter.check(text);
+    return interpreter.diagnostics();
+}
+
+// "LINE:COLUMN CODE" of each message of a check.
+std::string checked(const std::string& text) {
     std::string places;
-    for (const SCR::Diagnostic& message : interpreter.diagnostics()) {
+    for (const SCR::Diagnostic& message : diagnosticsOf(text)) {
         if (!places.empty()) places += ", ";
         places += std::to_string(message.place.line) + ":" + std::to_string(message.place.column) +
                   " " + message.code;
@@ -77,6 +82,10 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
         "|(FlowAnalysis|SwitchAutomaton|Pages|LogTexts|ParserStack|Crypt|Node)[.]");
     const std::regex words("[A-Za-z]{2,}[^A-Za-z]* .*[A-Za-z]{2,}");
     const std::set<std::string> notes{"included here",
+                                      "called from here",
+                                      " calls before that",
+                                      "an array",
+                                      "the field ",
                                       "syntax error",
                                       " (not in ",
                                       ", not of ",
@@ -146,6 +155,19 @@ TEST(MessagesTest, PlacesAndCausesAreRight) {
         {"String s = NULL;", "1:12 K0105"},
         {"Date d; d = \"2024-01-01\";", "1:13 K0202"},
         {"function Long f(Long n) { return \"a\"; }", "1:34 K0406"},
+        {"Long n = 5;\nif (n = 5 and n > 2) n = 1;", "2:7 K0205"},
+        {"if (true) logStdout(\"a\") else logStdout(\"b\");", "1:25 K0002"},
+        {"function Long f(Long n) return n;\nlogStdout(longToStr(f(1)));", "1:25 K0013"},
+        {"logStdout(\"a\" . \"b\");", "1:15 K0008"},
+        {"Decimal d = 1,5;", "1:13 K0016"},
+        {"Long n := 5;", "1:8 K0008"},
+        {"logStdout(\"x\");;", "1:16 K0001"},
+        {"switch (1) { case 1: logStdout(\"a\"); break }", "1:43 K0002"},
+        {"BEGIN { logStdout(\"x\"); }", "1:1 K0105"},
+        {"do {\n} while (true)\nLong n = 1;\nlogStdout(longToStr(n));", "2:15 K0002"},
+        // Within a pattern, be it joined from several texts.
+        {"String n = strMatch(\"a\", \"x\\n(a\" \"[b\");\nlogStdout(n);", "1:35 K0501"},
+        {"regExprSwitch (\"a\") { case \"a**\": break; }", "1:31 K0501"},
         // Several mistakes, none of them twice.
         {"Long a = \"x\";\nString s = 5;\nnosuch(a);\nnosuch(s);\n",
          "1:10 K0202, 2:12 K0202, 3:1 K0101"},
@@ -162,4 +184,141 @@ TEST(MessagesTest, PlacesAndCausesAreRight) {
          "2:9 K0101, 3:8 K0205, 4:8 K0010"},
     };
     for (const auto& row : rows) EXPECT_EQ(checked(row.text), row.messages) << row.text;
+}
+
+// Each script has three mistakes that do not depend on one another. All are told, and nothing else;
+// but one about arguments is not when the mistake before it is among the parameters.
+TEST(MessagesTest, ThreeMistakesGiveThreeErrors) {
+    const struct {
+        const char* text;
+        const char* lines;
+    } rows[] = {
+        {"// count calls by zone\nLong count = 0\nString zone = \"local\";\nif (zone = \"local\") "
+         "{\n    count = count + 1;\n}\nlogStdout(\"calls: \" + count + \"\\n\");",
+         "2 4 7"},
+        {"function Long minutes(Long seconds) {\n    return secnds / 60;\n}\nLong m = "
+         "minutes(\"61\");\nlogStdout(longToStr(m) + \"\\n\";",
+         "2 4 5"},
+        {"Decimal price = 10.5;\nLong total = price * 3;\nString text = "
+         "decimalToStr(total);\nwhile (total > 0 && price > 0.0) {\n    total = total - 1;\n}",
+         "2 3 4"},
+        {"Long a, b;\nString name = 'x';\nlogStdout(strLenght(name));", "1 2 3"},
+        {"for (Long i = 0; i < 10; i = i + 1) {\n    logStdout(\"x\");\n}\nLong k = 1;\nk++;\nif "
+         "(k == 2) logStdot(\"two\");",
+         "1 5 6"},
+        {"Long zone = 1;\nswitch (zone) {\n    case 1:\n        logStdout(\"a\");\n        zone = "
+         "2;\n        break;\n    case \"2\":\n        logStdout(\"b\");\n        "
+         "break;\n}\nelseif (zone == 3) logStdout(\"c\");",
+         "5 7 11"},
+        {"String path = \"C:\\temp\\\";\nLong n = 1;\nn = \"one\";\nlogStdout(longToStr(n, 2));",
+         "1 3 4"},
+        {"Long list[10];\nlist[0] = 1;\nLong sum = 0;\nLong i;\nfor (i = 0; i < 10; i += 1) {\n    "
+         "sum = sum + list[i];\n}\nlogStdout(\"sum \" + longtoStr(sum));",
+         "1 5 8"},
+        {"int count = 0;\nString s = NULL;\nBool done = not true;", "1 2 3"},
+        {"function String label(Long code {\n    return \"code \" + "
+         "longToStr(code);\n}\nlogStdout(label(5, 6));\nDate d = \"2024-01-01\";",
+         "1 5"},
+        {"Long n = 3;\nif (n > 2) {\n    logStdout(\"big\");\nLong m = 4;\nm = m + "
+         "\"1\";\nlogStdout(strSubstr(\"abc\", 1));",
+         "5 6 2"},
+        {"String s = \xE2\x80\x9C"
+         "abc\xE2\x80\x9D"
+         ";\nLong n = strToLong(s;\nn = n % 2.5;",
+         "1 2 3"},
+        {"function void show(String s) {\n    logStdout(s);\n}\nshow(\"a\")\nLong x = "
+         "08a;\nshow(5);",
+         "1 4 5"},
+        {"Long h{};\nh{\"a\"} = 1;\nh[0] = 2;\nlogStdout(h{\"a\"});\nLong h = 3;", "3 4 5"},
+        {"Decimal d = 1;\nString s = d;\nBool b = s == 3;\nd = \"x\";", "2 3 4"},
+        {"do {\n    logStdout(\"x\");\n} while (true)\nLong n = foo(3);\nBool b = n;", "3 4 5"},
+        {"const Long limit = 10;\nlimit = 11;\nLong v = limit +;\nlogStdout(limit);", "2 3 4"},
+        {"if (true) then logStdout(\"x\");\nLong n = strlen(\"abc\");\nreturn "
+         "n;\nlogStdout(\"end\");",
+         "1 2 3"},
+        {"regExprSwitch (\"0049\") {\n    case \"00(49\": logStdout(\"de\\n\"); break;\n    case "
+         "49: logStdout(\"x\"); break;\n}\nLong n = True;",
+         "2 3 5"},
+        {"function Long twice(Long n) {\n    return n * \"2\";\n}\nString r = twice(3);\nLong q = "
+         "10 / ;\nlogStdout(r);",
+         "2 4 5"},
+    };
+    for (const auto& row : rows) {
+        std::string lines;
+        for (const SCR::Diagnostic& message : diagnosticsOf(row.text)) {
+            if (message.severity < FND::Status::Error) continue;
+            lines += (lines.empty() ? "" : " ") + std::to_string(message.place.line);
+        }
+        EXPECT_EQ(lines, row.lines) << row.text;
+    }
+}
+
+TEST(MessagesTest, CommentsSwitchWarningsOff) {
+    const std::string scripts[] = {
+        "function Long f(Long n) {\n  if (n > 0) return 1;\n#}\nlogStdout(longToStr(f(1)));\n",
+        "regExprSwitch (\"a\") {\n  case \"a.*\": break;\n#  case \"ab\": break;\n}\n",
+        "function Long f(Long a, Long b) { return a + b; }\n#logStdout(longToStr(f(1, f(2, "
+        "3))));\n",
+        "Long n = 1;\n#n == 2;\nlogStdout(longToStr(n));\n",
+    };
+    for (std::string script : scripts) {
+        const std::size_t mark = script.find('#');
+        const std::string code = checked(script.erase(mark, 1)).substr(4);
+        EXPECT_EQ(code.size(), 5) << code << script;
+        script.insert(mark, "// kestrel: ignore K0899, " + code + "\n");
+        EXPECT_EQ(checked(script), "");
+    }
+}
+
+// The line that logged a message of a run, then the notes with their lines.
+TEST(MessagesTest, RunsTellWhereAndWithWhat) {
+    const struct {
+        const char* text;
+        const char* told;
+    } rows[] = {
+        {"strPad(\"a\\nb\",\n \"x\", -1,\n true);",
+         "3: argument 1 is 'a\\nb'; argument 2 is 'x'; argument 3 is -1; argument 4 is true"},
+        {"function Long f(Long n) {\n  tell(1.5, n, false);\n  return n;\n}\n"
+         "function Long g(Long n) { return f(n); }\nLong i;\n"
+         "for (i = 0; i < 3000; i = i + 1)\n  if (i == 2999) g(i);",
+         "2: argument 1 is 1.500000; argument 2 is 2999; argument 3 is false; called from here 5; "
+         "called from here 8"},
+        {"function Long f(Long n) {\n  if (n == 0) return fails(strToDate(\"\"));\n"
+         "  return f(n - 1);\n}\nf(3);",
+         "2: argument 1 is an invalid Date; called from here, 3 times 3; called from here 5"},
+        // Of two calls in a row of operands, the one that fails.
+        {"function Long f(Long n) { return n; }\nfails(\nstrToDate(longToStr(f(1))));",
+         "3: argument 1 is an invalid Date"},
+        {"function f(Long n) {\n  stops(n);\n}\nf(7);", "2: argument 1 is 7; called from here 4"},
+    };
+    for (const auto& row : rows) {
+        for (const SCR::CodeTier tier :
+             {SCR::CodeTier::Tree, SCR::CodeTier::Portable, SCR::CodeTier::Native}) {
+            SCR::Log log;
+            SCR::Interpreter interpreter(&log);
+            interpreter.codeTier(tier);
+            SCR::HostExtension& host = *SCR::HostExtension::insert(interpreter, "host");
+            host.function("tell",
+                          [&](const FND::Decimal&, long, bool) { interpreter.logError("told"); });
+            host.function("fails",
+                          [&](const FND::DateTime&) {
+                              interpreter.fail("failed");
+                              return 1L;
+                          })
+                ->nullOnFailure(true);
+            host.function("stops", [&](long) { interpreter.fail("stopped"); });
+            ASSERT_TRUE(interpreter.compile(row.text)) << row.text;
+            for (int turn = 0; turn < 2; ++turn) {
+                interpreter.execute();
+                ASSERT_EQ(interpreter.diagnostics().size(), 1) << row.text;
+                const SCR::Diagnostic& message = interpreter.diagnostics().front();
+                std::string told = std::to_string(message.place.line) + ":";
+                for (const SCR::Diagnostic::Note& note : message.notes) {
+                    told += (told.ends_with(':') ? " " : "; ") + note.text;
+                    if (note.place.line > 0) told += ' ' + std::to_string(note.place.line);
+                }
+                EXPECT_EQ(told, row.told) << row.text;
+            }
+        }
+    }
 }

@@ -69,6 +69,11 @@ bool SCR_functionCall() {
         return SCR_YaccError(Messages::notCallable(type));
     const FctDescr* const descriptor = static_cast<const FctCallNode&>(*callee).descriptor();
     if (descriptor == nullptr) return SCR_YaccError(Messages::noDescription);
+    Recovery& recovery = parseContextG->recovery;
+    if (!recovery.looseFunctions.empty() && recovery.looseFunctions.contains(descriptor)) {
+        parseContextG->isLost = recovery.isForgiven = true;
+        return true;
+    }
     tellAnalyses([&](auto& analysis) { analysis.openCall(); });
     stackG->pushFunction(descriptor);
     stackG->pushNumParams(0);

@@ -98,7 +98,7 @@ bool SCR_identifier(const FND::String& module, const FND::String& name) {
         if (!SCR_isForgiven(module, name)) {
             return SCR_YaccError(Messages::unknownIdentifier(module, name));
         }
-        parseContextG->isLost = true;
+        parseContextG->isLost = parseContextG->recovery.isForgiven = true;
         return true;
     }
     std::unique_ptr<Node> access = accessNode(variable);

@@ -63,6 +63,7 @@ private:
     bool brackets(const Scout::Token& found, const Scout::Token& last);
     bool statement(const Scout::Token& found, const Scout::Token& last);
 
+    Scout::Token beforeParentheses(bool& endsDo) const;
     bool say(MessageCode code, Span span, FND::String explanation, FND::String cure = {});
     void note(const FND::String& text, Span span);
     void change(Span span, FND::String text);

@@ -169,6 +169,18 @@ void Lint::comparison(Span left, Span sign, Span right) {
         while (isLiteral(code) || code == '-') code = lexer.next();
         return code == 0;
     };
+    for (const Span side : {left, right}) {
+        const std::string_view text = side.text();
+        // Texts of at least a year, a month and a day.
+        const bool isDate = text.size() >= 12 && text.starts_with('"') &&
+                            text.find('"', 1) + 1 == text.size() &&
+                            FND::DateTime::parse(text.substr(1, text.size() - 2)).isValid();
+        if (!isDate || sign.text() == "==" || sign.text() == "!=") continue;
+        add(MessageCode::DateInString, side, "this date is a String, and is compared byte by byte",
+            "compare Dates: write `strToDate(" + FND::String(text) +
+                ")` and make a Date of the other side");
+        return;
+    }
     if (isConstant(left) && isConstant(right)) {
         add(MessageCode::SameResult, sign,
             "both sides of " + quoted(sign.text()) + " are constant");

@@ -75,6 +75,11 @@ constexpr Habit habitsS[] = {
     {"boolean", typesS, "Bool"},
     {"date", typesS, "Date"},
     {"datetime", typesS, "Date"},
+    {"array", "an array is declared with the type of its elements, as in `Long list[];`"},
+    {"list", "an array is declared with the type of its elements, as in `Long list[];`"},
+    {"hash", "a hash is declared with the type of its elements, as in `Long counts{};`"},
+    {"map", "a hash is declared with the type of its elements, as in `Long counts{};`"},
+    {"dict", "a hash is declared with the type of its elements, as in `Long counts{};`"},
     {"var", "a variable is declared with its type, as in `Long n = 0;`"},
     {"let", "a variable is declared with its type, as in `Long n = 0;`"},
     {"auto", "a variable is declared with its type, as in `Long n = 0;`"},
@@ -216,6 +221,11 @@ void Advice::name() {
             quoted(message.name) + " is known only inside the block in which it is declared");
         note("declared here", hidden->span);
         diagnostic_.cure = "declare it above that block";
+        return;
+    }
+    if ((message.name == "BEGIN" || message.name == "END") && next.code == SCR_OPEN_BRACE) {
+        say(MessageCode::OtherLanguage, span, quoted(message.name) + " is a function");
+        cureBy(span, "function " + message.name);
         return;
     }
     for (const Habit& habit : habitsS) {

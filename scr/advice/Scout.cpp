@@ -41,10 +41,26 @@ std::size_t characters(std::string_view text) {
     return count;
 }
 
+bool tellsToIgnore(std::string_view line, std::string_view code) {
+    const std::size_t found = line.find("kestrel: ignore");
+    return found != std::string_view::npos && line.find(code, found) != std::string_view::npos;
+}
+
 }  // namespace
 
-Scout::Scout(std::string_view head, std::string_view body, std::string_view tail)
+bool isIgnoredInLine(std::string_view text, int number, std::string_view code) {
+    for (int line = 1; line <= number; ++line) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        if (line + 1 >= number && tellsToIgnore(text.substr(0, end), code)) return true;
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return false;
+}
+
+Scout::Scout(std::string_view head, std::string_view body, std::string_view tail,
+             const std::vector<const char*>& openTexts)
     : parts_{head, body, tail}, lexer_(head, body, tail) {
+    for (const char* const text : openTexts) lexer_.endTextWithLine(text);
     mark();
 }
 
@@ -116,6 +132,10 @@ void Scout::dropOpen() {
     while (!open_.empty() && open_.back().token.code != SCR_OPEN_BRACE) open_.pop_back();
 }
 
+void Scout::dropParentheses() {
+    std::erase_if(open_, [](const auto& bracket) { return bracket.token.code != SCR_OPEN_BRACE; });
+}
+
 void Scout::note(const Token& token) {
     const Token before = this->token();
     // What the token read before changes for the one read now.
@@ -174,19 +194,11 @@ void Scout::readToEnd() {
 }
 
 bool Scout::isIgnored(Span span, std::string_view code) const {
-    constexpr std::string_view word = "kestrel: ignore";
     if (!isInText(span)) return false;
-    std::string_view line = lineOf(span.begin);
-    for (int i = 0; i < 2; ++i) {
-        const std::size_t found = line.find(word);
-        if (found != std::string_view::npos && line.find(code, found) != std::string_view::npos) {
-            return true;
-        }
-        const std::string_view part = partOf(span.begin);
-        if (line.data() == nullptr || line.data() == part.data()) return false;
-        line = lineOf(line.data() - 1);
-    }
-    return false;
+    const std::string_view line = lineOf(span.begin);
+    if (tellsToIgnore(line, code)) return true;
+    const bool isFirst = line.data() == nullptr || line.data() == partOf(span.begin).data();
+    return !isFirst && tellsToIgnore(lineOf(line.data() - 1), code);
 }
 
 Scout::Token Scout::token(std::size_t back) const {
@@ -286,9 +298,22 @@ int Scout::columnOf(std::string_view line, std::size_t before) const {
     return lastColumn_;
 }
 
+void Scout::addIncludes(Diagnostic& diagnostic) const {
+    constexpr const char* included = "included here";
+    std::erase_if(diagnostic.notes, [&](const auto& note) { return note.text == included; });
+    const auto& includes = lexer_.includes();
+    FND::String file = diagnostic.place.file;
+    for (auto include = includes.rbegin(); include != includes.rend(); ++include) {
+        if (file.empty() || include->file != file) continue;
+        diagnostic.notes.push_back({included, {include->from, include->line, 0, 0}});
+        file = include->from;
+    }
+}
+
 void Scout::locate(Span span, Diagnostic& diagnostic) const {
     if (!isInText(span)) return;
     diagnostic.place = place(span);
+    addIncludes(diagnostic);
     std::string_view line = lineOf(span.begin);
     if (line.ends_with('\r')) line.remove_suffix(1);
     const auto at = std::min(static_cast<std::size_t>(span.begin - line.data()), line.size());

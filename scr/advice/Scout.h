@@ -37,7 +37,9 @@ public:
         bool isFunction = false;
     };
 
-    Scout(std::string_view head, std::string_view body, std::string_view tail);
+    /// `openTexts` are the String literals that end with their lines.
+    Scout(std::string_view head, std::string_view body, std::string_view tail,
+          const std::vector<const char*>& openTexts = {});
 
     /// Reads up to and including the token that begins at `begin`.
     void readTo(const char* begin);
@@ -53,6 +55,8 @@ public:
     const std::vector<Bracket>& open() const { return open_; }
     /// A statement is given up: its parentheses and brackets are not open any more.
     void dropOpen();
+    /// The parentheses and brackets below the innermost brace are not open any more.
+    void dropParentheses();
     /// The number of the statement of the token read last.
     std::size_t statement() const { return statement_; }
     /// A brace whose closing one stands further left than its line; null begin for none.
@@ -94,6 +98,8 @@ private:
     std::string_view lineOf(const char* at) const;
     int columnOf(std::string_view line, std::size_t before) const;
     void mark();
+    // Notes of the include lines that led to the file of the place.
+    void addIncludes(Diagnostic& diagnostic) const;
 
     std::array<std::string_view, 3> parts_;
     CustomLexer lexer_;
@@ -116,6 +122,10 @@ private:
     mutable std::size_t lastBefore_ = 0;
     mutable int lastColumn_ = 1;
 };
+
+/// Whether a comment in line `number` of `text`, 1-based, or in the one before, tells to ignore the
+/// warning `code`.
+bool isIgnoredInLine(std::string_view text, int number, std::string_view code);
 
 /// `span` up to the end of its last token.
 Span trimmed(Span span);

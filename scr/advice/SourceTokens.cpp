@@ -108,8 +108,7 @@ SourceTokens sourceTokens(std::string_view text) {
     CustomLexer lexer({}, read);
     std::size_t last = 0;
     for (;;) {
-        std::string_view value;
-        const int code = lexer.next(value);
+        const int code = lexer.next();
         const std::string_view found = lexer.token();
         const std::size_t begin =
             code == 0 ? text.size() : static_cast<std::size_t>(found.data() - read.data());

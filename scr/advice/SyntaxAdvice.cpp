@@ -147,6 +147,10 @@ bool Advice::strangeSign(const Scout::Token& found) {
                        "texts stand between double quotes; `'` begins nothing",
                        "write `\"` instead of `'`");
         case '.':
+            if (endsValue(scout_.token(1).code) && scout_.token(1).code != SCR_LONG_NUMBER) {
+                return say(MessageCode::OtherOperator, span,
+                           "there is no `.` between values; texts are joined by `+`", "write `+`");
+            }
             return say(MessageCode::NumberForm, span, "a number needs a digit after its point",
                        "write `1.0` instead of `1.`");
         case '?':
@@ -269,9 +273,11 @@ bool Advice::otherOperator(const Scout::Token& found, const Scout::Token& last) 
         cureBy(both, right);
         return true;
     }
-    if (isJoined && last.code == SCR_COLON && found.code == '=') {
-        say(MessageCode::OtherOperator, both, "there is no `:=`; to assign, write `=`");
-        cureBy(both, "=");
+    const Scout::Token next = scout_.next();
+    if (found.code == SCR_COLON && next.code == '=' && next.span.begin == found.span.end) {
+        const Span sign{found.span.begin, next.span.end};
+        say(MessageCode::OtherOperator, sign, "there is no `:=`; to assign, write `=`");
+        cureBy(sign, "=");
         return true;
     }
     if (isJoined && last.code == '*' && found.code == '*') {
@@ -287,6 +293,22 @@ bool Advice::otherOperator(const Scout::Token& found, const Scout::Token& last) 
                    "to begin a name, use a letter or `_`");
     }
     return false;
+}
+
+// What stands before the parentheses that the token before the one found closes.
+Scout::Token Advice::beforeParentheses(bool& endsDo) const {
+    int depth = 0;
+    for (std::size_t back = 1; back < 60; ++back) {
+        const Scout::Token token = scout_.token(back);
+        if (token.code == SCR_CLOSE_PARENTHESIS) ++depth;
+        if (token.code != SCR_OPEN_PARENTHESIS || --depth > 0) continue;
+        const Scout::Token word = scout_.token(back + 1);
+        // Of `} while (...)`, in one line.
+        endsDo = word.code == SCR_WHILE && !word.isFirst &&
+                 scout_.token(back + 2).code == SCR_CLOSE_BRACE;
+        return word;
+    }
+    return {};
 }
 
 bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
@@ -334,6 +356,16 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
                    "write `function " + FND::String(first.text()) + " " + FND::String(last.text()) +
                        "(...)`");
     }
+    const Scout::Token next = scout_.next();
+    if (found.code == ',' && last.code == SCR_LONG_NUMBER && next.code == SCR_LONG_NUMBER &&
+        last.span.end == found.span.begin && next.span.begin == found.span.end &&
+        first.code == '=') {
+        say(MessageCode::NumberForm, {last.span.begin, next.span.end},
+            "a number has a point, not a comma");
+        cureBy({last.span.begin, next.span.end},
+               FND::String(last.text()) + "." + FND::String(next.text()));
+        return true;
+    }
     // A declaration in which a second name follows.
     if (found.code == ',' &&
         (scout_.open().empty() || scout_.open().back().token.code == SCR_OPEN_BRACE)) {
@@ -348,7 +380,30 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
                 FND::String("write `").append(type).append(" a; ").append(type).append(" b;`"));
         }
     }
+    // The brace of the body was taken for that of a hash.
+    const std::vector<Scout::Bracket>& open = scout_.open();
+    if (last.code == SCR_OPEN_BRACE && first.code == SCR_IDENTIFIER &&
+        before.code == SCR_VAR_DECLARATION && open.size() > 1) {
+        const Scout::Bracket& list = open[open.size() - 2];
+        if (list.token.code == SCR_OPEN_PARENTHESIS && list.before.code == SCR_IDENTIFIER) {
+            say(MessageCode::MissingParenthesis, after(first.span),
+                "missing `)` after the parameters of " + quoted(list.before.text()));
+            note("opened here", list.token.span);
+            cureBy(after(first.span), ")");
+            diagnostic_.cure = "write `)` here";
+            return true;
+        }
+    }
     if (found.code == SCR_VAR_DECLARATION) {
+        bool endsDo = false;
+        const bool isAfterCall = last.code == SCR_CLOSE_PARENTHESIS &&
+                                 (endsValue(beforeParentheses(endsDo).code) || endsDo);
+        if (isAfterCall) {
+            say(MessageCode::MissingSemicolon, after(last.span), "missing `;` after `)`");
+            cureBy(after(last.span), ";");
+            diagnostic_.cure = "write `;` here";
+            return true;
+        }
         if (last.code == SCR_OPEN_PARENTHESIS && first.code == SCR_FOR) {
             return say(MessageCode::DeclarationPlace, found.span,
                        "a variable can not be declared in `for (`: declare it above the loop");
@@ -377,6 +432,18 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
 }
 
 bool Advice::header(const Scout::Token& found, const Scout::Token& last) {
+    bool endsDo = false;
+    if (last.code == SCR_CLOSE_PARENTHESIS && found.code != SCR_OPEN_BRACE) {
+        const Scout::Token name = beforeParentheses(endsDo);
+        const auto& declared = scout_.declarations();
+        const bool isHeader = std::any_of(declared.begin(), declared.end(), [&](const auto& one) {
+            return one.isFunction && one.span.begin == name.span.begin;
+        });
+        if (isHeader && name.code != 0) {
+            return say(MessageCode::FunctionHeader, found.span,
+                       "the body of a function stands between `{` and `}`");
+        }
+    }
     const bool needsParenthesis = last.code == SCR_IF || last.code == SCR_WHILE ||
                                   last.code == SCR_FOR || isSwitchWord(last.code);
     if (needsParenthesis && found.code != SCR_OPEN_PARENTHESIS) {
@@ -504,6 +571,21 @@ bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
     if (last.is("include") && found.code == SCR_STRING) {
         return say(MessageCode::MissingSemicolon, after(found.span),
                    "an include line stands alone and ends in `;`");
+    }
+    const bool missesEnd =
+        (found.code == SCR_ELSE && endsValue(last.code) && last.code != SCR_CLOSE_BRACE) ||
+        (found.code == SCR_CLOSE_BRACE && last.code == SCR_BREAK);
+    if (missesEnd) {
+        say(MessageCode::MissingSemicolon, after(last.span),
+            "missing `;` after " + quoted(Scout::shown(last.span)));
+        cureBy(after(last.span), ";");
+        diagnostic_.cure = "write `;` here";
+        return true;
+    }
+    if (found.code == SCR_SEMICOLON && (last.code == SCR_SEMICOLON || last.code == SCR_OPEN_BRACE ||
+                                        last.code == SCR_CLOSE_BRACE)) {
+        return say(MessageCode::ParseError, found.span, "this `;` ends nothing",
+                   "remove it; an empty statement is `{}`");
     }
     if (found.code == SCR_ELSE) {
         return say(MessageCode::ParseError, found.span, "this `else` has no `if`",

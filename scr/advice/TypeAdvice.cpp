@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "Grammar.h"
+#include "fsm/PatternCheck.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
 #include "scr/MainExtension.h"
@@ -156,6 +157,12 @@ void Advice::operands() {
                                            : aType(fault_.left)) +
                 " " + target);
         convert(right, fault_.right, fault_.left);
+        const std::string_view value = right.begin != nullptr ? right.text() : std::string_view();
+        if (leftType == TypeCode::Date && rightType == TypeCode::Long) {
+            diagnostic_.cure = "a date is written as `strToDate(\"2024-02-29\")`";
+        } else if (leftType == TypeCode::Bool && (value == "\"true\"" || value == "\"false\"")) {
+            cureBy(right, FND::String(value.substr(1, value.size() - 2)));
+        }
         if (rightType == TypeCode::Decimal && leftType == TypeCode::Long) {
             diagnostic_.cure += ", or declare " + target + " as Decimal";
         }
@@ -169,6 +176,14 @@ void Advice::operands() {
                         (leftType == TypeCode::String || rightType == TypeCode::String);
     if (isBool) {
         const bool isLeftBad = leftType != TypeCode::Bool;
+        // In `a = 5 and b`, the comparison comes out as an assignment of all the rest.
+        for (std::size_t back = 1; isLeftBad && back < 60; ++back) {
+            const Scout::Token before = scout_.token(back + 1);
+            if (scout_.token(back).span.begin != left.begin || before.code != '=') continue;
+            say(MessageCode::ConditionType, before.span, "`=` assigns; to compare, write `==`");
+            cureBy(before.span, "==");
+            return;
+        }
         explanation = sign + " needs a Bool on both sides, and " +
                       (isLeftBad ? "the left one is " + aType(fault_.left)
                                  : "the right one is " + aType(fault_.right));
@@ -501,7 +516,12 @@ void Advice::rest() {
             say(MessageCode::UnknownField, span,
                 "the records have no field " + quoted(message.name));
             for (const Scout::Token& token : scout_.tokensIn(span)) {
-                if (token.is(message.name)) scout_.locate(token.span, diagnostic_);
+                if (!token.is(message.name)) continue;
+                scout_.locate(token.span, diagnostic_);
+                if (message.reason.empty()) break;
+                cureBy(token.span, message.reason);
+                diagnostic_.cure = "did you mean " + quoted(message.reason) + "?";
+                break;
             }
             return;
         case MessageCode::Pattern:
@@ -523,41 +543,101 @@ void Advice::rest() {
     }
 }
 
-void Advice::pattern() {
-    const FND::String& pattern = fault_.message.name;
-    diagnostic_.explanation =
-        "the pattern " + quoted(Scout::shown({pattern.data(), pattern.data() + pattern.size()}));
-    // What is open in it.
-    FND::String why = fault_.message.reason;
-    std::vector<char> open;
-    bool isInSet = false;
+namespace {
+
+// Where byte `index` of `pattern` stands: in the literals among `tokens` that join to it. Null when
+// it is made otherwise.
+const char* placeInLiterals(const std::vector<Scout::Token>& tokens, const FND::String& pattern,
+                            std::size_t index) {
+    constexpr std::size_t most = 65536;  // bytes that are worth it
+    FND::String joined;
+    std::vector<const char*> places;  // of its bytes, and of its end
+    for (std::size_t i = 0; i < tokens.size(); ++i) {
+        if (tokens[i].code != SCR_STRING) continue;
+        if (i == 0 || tokens[i - 1].code != SCR_STRING) {
+            joined.clear();
+            places.clear();
+        }
+        const std::string_view text = tokens[i].text();
+        if (joined.size() + text.size() > most) return nullptr;
+        for (std::size_t at = 1; at + 1 < text.size(); ++at) {
+            const std::size_t size = text[at] == '\\' ? 2 : 1;
+            convertEscapeChars(text.substr(at, size), joined);
+            places.push_back(text.data() + at);
+            at += size - 1;
+        }
+        places.resize(joined.size());
+        if (joined != pattern) continue;
+        places.push_back(text.data() + text.size() - 1);
+        return places[std::min(index, joined.size())];
+    }
+    return nullptr;
+}
+
+// What is open in a regular expression, and where; `why` stays when nothing is.
+std::size_t openPlace(const FND::String& pattern, FND::String& why) {
+    std::vector<std::size_t> open;
+    std::size_t set = FND::String::npos;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char c = pattern[i];
         if (c == '\\') {
-            if (++i == pattern.size()) why = "a `\\` ends it";
-        } else if (isInSet) {
-            isInSet = c != ']' || pattern[i - 1] == '[' ||
-                      (pattern[i - 1] == '^' && pattern[i - 2] == '[');
+            if (++i == pattern.size()) {
+                why = "a `\\` ends it";
+                return i - 1;
+            }
+        } else if (set != FND::String::npos) {
+            const bool isFirst = i == set + 1 || (i == set + 2 && pattern[set + 1] == '^');
+            if (c == ']' && !isFirst) set = FND::String::npos;
         } else if (c == '[') {
-            isInSet = true;
+            set = i;
         } else if (c == '(') {
-            open.push_back(c);
-        } else if (c == ')' && !open.empty()) {
-            open.pop_back();
-        } else if (c == ')') {
+            open.push_back(i);
+        } else if (c == ')' && open.empty()) {
             why = "`)` closes nothing";
-            break;
+            return i;
+        } else if (c == ')') {
+            open.pop_back();
         }
     }
-    if (isInSet) {
+    if (set != FND::String::npos) {
         why = "`[` is not closed";
-    } else if (!open.empty()) {
-        why = "`(` is not closed";
+        return set;
     }
-    const bool isRepeat =
-        !pattern.empty() && std::string_view("*+?").find(pattern[0]) != std::string_view::npos;
-    if (isRepeat) why = quoted(pattern.substr(0, 1)) + " has nothing before it to repeat";
-    diagnostic_.explanation += why.empty() ? " is refused" : ": " + why;
+    if (!open.empty()) {
+        why = "`(` is not closed";
+        return open.back();
+    }
+    if (!pattern.empty() && std::string_view("*+?").find(pattern[0]) != std::string_view::npos) {
+        why = quoted(pattern.substr(0, 1)) + " has nothing before it to repeat";
+        return 0;
+    }
+    return FND::String::npos;
+}
+
+}  // namespace
+
+void Advice::pattern() {
+    const FND::String& pattern = fault_.message.name;
+    const Span span = fault_.spans.empty() ? Span() : fault_.spans[0];
+    FND::String why = fault_.message.reason;
+    std::size_t place = openPlace(pattern, why);
+    FND::String error;
+    std::size_t stop = 0;
+    // The parser of patterns knows where it stopped; for other expressions there is no reason.
+    if (place == FND::String::npos && !why.empty() && !FSM::checkPattern(pattern, error, stop)) {
+        place = stop;
+    }
+    diagnostic_.explanation =
+        "the pattern " + quoted(Scout::shown({pattern.data(), pattern.data() + pattern.size()})) +
+        (why.empty() ? " is refused" : ": " + why);
+    if (place == FND::String::npos) return;
+    const char* const at = placeInLiterals(scout_.tokensIn(span), pattern, place);
+    if (at != nullptr) {
+        scout_.locate({at, at + 1}, diagnostic_);
+    } else {
+        diagnostic_.notes.push_back(
+            {"at byte " + std::to_string(place + 1) + " of the pattern", {}});
+    }
 }
 
 void Advice::give() {

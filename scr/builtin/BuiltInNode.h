@@ -9,6 +9,7 @@
 #include "scr/Interpreter.h"
 #include "scr/builtin/StringResult.h"
 #include "scr/call/OperandSlot.h"
+#include "scr/call/ShownValue.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -59,6 +60,12 @@ protected:
     }
 
     Interpreter& interpreter() const { return *interpreter_; }
+
+    /// Logs an error of this call, which has the arguments given.
+    template <class... Arguments>
+    [[gnu::cold]] void fail(const FND::String& message, const Arguments&... arguments) const {
+        interpreter_->logError(message, this, {shownValue(arguments)...});
+    }
 
     /// The node of operand `index`.
     template <std::size_t index>

@@ -100,7 +100,7 @@ protected:
         const std::size_t length = text.size() - static_cast<std::size_t>(first);
         countWork(length * (1 + expression().size() / 32));
         if (length > longestText()) {
-            this->interpreter().logError(Messages::searchTooLarge);
+            this->fail(Messages::searchTooLarge, text);
             return std::nullopt;
         }
         return static_cast<std::size_t>(first);

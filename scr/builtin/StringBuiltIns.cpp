@@ -124,11 +124,11 @@ struct StrStrip final
 };
 
 struct StrPad final : BuiltInNode<StrPad, StringType(StringType, StringType, LongType, BoolType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
-                      const FND::String& fill, long length, bool atEnd) {
+    void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+               const FND::String& fill, long length, bool atEnd) const {
         result.clear();
         if (length < 0) {
-            interpreter.logError(Messages::negativeLength(length));
+            fail(Messages::negativeLength(length), text, fill, length, atEnd);
             return;
         }
         const auto size = static_cast<std::size_t>(length);
@@ -197,9 +197,9 @@ constexpr std::array<short, 256> digitValuesS = [] {
 }();
 
 struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text) {
+    void value(Interpreter& interpreter, FND::String& result, const FND::String& text) const {
         result.clear();
-        if (text.size() % 2 != 0) return logInvalid(interpreter, text);
+        if (text.size() % 2 != 0) return logInvalid(text);
         if (!reserveHex(interpreter, result, text.size() / 2)) return;
         bool isSound = true;
         inPieces(text.size() / 2, [&](std::size_t begin, std::size_t end) {
@@ -210,13 +210,13 @@ struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
             }
         });
         if (isSound) return;
-        interpreter.logError(Messages::noDigits);
+        fail(Messages::noDigits, text);
         result.clear();
     }
 
 private:
     /// Unlike others, this message holds the whole text, whatever its length.
-    static void logInvalid(Interpreter& interpreter, const FND::String& text) {
+    void logInvalid(const FND::String& text) const {
         constexpr std::string_view before = Messages::beforeOddDigits;
         constexpr std::string_view after = Messages::afterOddDigits;
         const std::size_t size = before.size() + text.size() + after.size();
@@ -226,7 +226,7 @@ private:
         message += before;
         appendInPieces(message, text);
         message += after;
-        interpreter.logError(message);
+        fail(message, text);
     }
 
     /// Reads the two characters at `pair`, usually two digits. False when they are not.

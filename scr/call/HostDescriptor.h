@@ -8,8 +8,8 @@
 
 namespace SCR::Host {
 
-/// The descriptor of the function `name` of a host. `ids` is not owned and must outlive it.
+/// The descriptor of the function `name` of a host. `fields` is not owned and must outlive it.
 std::unique_ptr<FctDescr> makeDescriptor(const FND::String& name, Description description,
-                                         const FieldIds& ids);
+                                         const Fields& fields);
 
 }  // namespace SCR::Host

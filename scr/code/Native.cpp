@@ -202,6 +202,12 @@ private:
         asm_.mov(scratch, imm(reinterpret_cast<std::intptr_t>(address)));
         return x86::Mem(scratch, 0, size);
     }
+    // The object of the control at `begin`, an offset away.
+    x86::Mem indexed(const void* begin, x86::Gp offset) const {
+        const std::int64_t distance =
+            reinterpret_cast<std::intptr_t>(begin) - reinterpret_cast<std::intptr_t>(&control_);
+        return x86::Mem(controlRegisterS, offset, 0, static_cast<std::int32_t>(distance));
+    }
     x86::Mem counter(const void* field, std::uint32_t size = 8) {
         return at(field, x86::rax, size);
     }
@@ -655,6 +661,14 @@ private:
         asm_.mov(x86::rax, at(&counters.openCalls, x86::rax, 8));
         asm_.inc(x86::rax);
         asm_.mov(at(&counters.openCalls, x86::rcx, 8), x86::rax);
+        static_assert(sizeof(CallPlace) == 16 && offsetof(CallPlace, number) == 8);
+        asm_.mov(x86::ecx, x86::eax);
+        asm_.and_(x86::ecx, imm(RunCounters::placesCM - 1));
+        asm_.shl(x86::ecx, imm(4));
+        asm_.lea(x86::rcx, indexed(counters.places.data(), x86::rcx));
+        asm_.mov(x86::rdx, imm(reinterpret_cast<std::intptr_t>(operation.pointer)));
+        asm_.mov(x86::qword_ptr(x86::rcx), x86::rdx);
+        asm_.mov(x86::qword_ptr(x86::rcx, 8), x86::rax);
         const asmjit::Label stop = newCall(operation, back, checkCall);
         asm_.cmp(x86::rax, at(&counters.mostCalls, x86::rcx, 8));
         asm_.jg(stop);

@@ -96,6 +96,7 @@ enum class MessageCode : int {
     EventFunction = 816,
     Shadowed = 817,
     InvalidDate = 818,
+    DateInString = 819,
 };
 
 /// The page about a kind of message: shown by the command, printed in the manual, and tested.

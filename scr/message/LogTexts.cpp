@@ -209,6 +209,7 @@ constexpr LogText textsS[] = {
     {MessageCode::EventFunction, "`X' gets no arguments when it runs by itself"},
     {MessageCode::Shadowed, "`X' hides another one of the same name"},
     {MessageCode::InvalidDate, "this text is no date; the date is the invalid one"},
+    {MessageCode::DateInString, "this date is a String, and is compared byte by byte"},
 };
 
 }  // namespace

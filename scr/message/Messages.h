@@ -51,6 +51,11 @@ inline Text warning(const Text& file, const Text& text) {
     return "WARNING: " + (file.empty() ? "" : file + ": ") + text;
 }
 
+// Runs.
+inline Diagnostic::Note argumentNote(std::size_t index, const Text& shown) {
+    return {"argument " + std::to_string(index + 1) + " is " + shown, {}};
+}
+
 // Calls that lose values.
 inline Text argumentCallsAgain(std::size_t argument, const Text& function, const Text& callee,
                                const Text& parameter) {
@@ -242,9 +247,12 @@ inline Message noElementAccess(int type) {
     return {.code = MessageCode::ElementType,
             .text = "elements of type " + quoted(typeName(type)) + " can not be accessed"};
 }
-inline Message unknownField(const Text& name) {
-    return {
-        .code = MessageCode::UnknownField, .text = "unknown field " + quoted(name), .name = name};
+/// `nearest` is a field with a name like it, or empty.
+inline Message unknownField(const Text& name, const Text& nearest) {
+    return {.code = MessageCode::UnknownField,
+            .text = "unknown field " + quoted(name),
+            .name = name,
+            .reason = nearest};
 }
 inline Message illegalLong(const Text& text) {
     return {.code = MessageCode::NumberRange,

@@ -316,6 +316,12 @@ constexpr MessagePage pagesS[] = {
      "others.",
      "if (sysdate() > strToDate(\"2024-02-30\")) logStdout(\"a\");\n",
      "if (sysdate() > strToDate(\"2024-02-29\")) logStdout(\"a\");\n"},
+    {MessageCode::DateInString, warningS, "a date that is compared as a text",
+     "Strings are compared byte by byte. That is the order of time only when both texts have the "
+     "same form and the same zone; Dates are compared as instants.",
+     "String day = \"2024-03-01\";\nif (day < \"2024-02-29\") logStdout(\"a\");\n",
+     "Date day = strToDate(\"2024-03-01\");\n"
+     "if (day < strToDate(\"2024-02-29\")) logStdout(\"a\");\n"},
 };
 
 }  // namespace

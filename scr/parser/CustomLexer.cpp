@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <climits>
+#include <functional>
 #include <utility>
 
 #include "Grammar.h"
@@ -313,6 +314,8 @@ bool CustomLexer::goTo(std::string_view text) {
     if (std::from_chars(text.data(), text.data() + text.size(), number).ec != std::errc()) {
         return false;
     }
+    if (number == 1 && !file.empty() && file != fileName_)
+        includes_.push_back({FND::String(file), fileName_, line_});
     line_ = number;
     fileName_.assign(file);
     return true;
@@ -381,6 +384,10 @@ int CustomLexer::scanNumber() {
 int CustomLexer::scanString() {
     std::int64_t lines = 0;
     const char* byte = position_ + 1;
+    if (std::find(openTexts_.begin(), openTexts_.end(), position_) != openTexts_.end()) {
+        position_ = endOfRun(byte, isNoLineEnd);
+        return SCR_STRING;
+    }
     for (;;) {
         byte = endOfRun(byte, [](char c) { return c != '"' && c != '\\' && c != '\n'; });
         if (byte != end_ && *byte == '"') {
@@ -397,6 +404,24 @@ int CustomLexer::scanString() {
         if (*byte++ == '\n') ++lines;
         countTo(byte);
     }
+}
+
+bool CustomLexer::goBack(const char* token, const char* place) {
+    const std::string_view part = part_ < parts_.size() ? parts_[part_] : std::string_view();
+    const std::less<const char*> isBefore;
+    if (isBefore(token, part.data()) || isBefore(place, token) || isBefore(position_, place)) {
+        return false;
+    }
+    const std::string_view passed(token, static_cast<std::size_t>(position_ - token));
+    if (passed.find(lineDirectiveS) != std::string_view::npos) return false;
+    CustomLexer again({}, passed);
+    while (again.next() != 0) {
+    }
+    braceDepth_ -= again.braceDepth();
+    countLines(-std::count(place, position_, '\n'));
+    position_ = token_ = place;
+    counted_ = std::min(counted_, place, isBefore);
+    return true;
 }
 
 void convertEscapeChars(std::string_view literal, FND::String& out) {

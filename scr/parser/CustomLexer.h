@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "fnd/String.h"
 
@@ -35,6 +36,24 @@ public:
     const char* openComment() const { return openComment_; }
     /// A "#line" line that ended the input, as it does not say a line and a file; null for none.
     const char* badDirective() const { return badDirective_; }
+
+    /// A file that the text was expanded with, and where.
+    struct Include {
+        FND::String file;
+        FND::String from;
+        int line;
+    };
+    /// The String literal that begins at `text` ends with its line from now on: its closing quote
+    /// is missing.
+    void endTextWithLine(const char* text) { openTexts_.push_back(text); }
+    /// The literals for which that was called.
+    const std::vector<const char*>& openTexts() const { return openTexts_; }
+    /// Goes back to `place`, from `token`, a token read before, or further on, on to the last one.
+    /// All of it is in the same piece of text and has no "#line" line. False when that is not so.
+    bool goBack(const char* token, const char* place);
+
+    /// Those met so far, in their order.
+    const std::vector<Include>& includes() const { return includes_; }
 
     /// The line that the scanner has reached, 1-based.
     int line() const { return line_; }
@@ -85,6 +104,8 @@ private:
     int line_ = 1;
     int braceDepth_ = 0;
     FND::String fileName_;
+    std::vector<Include> includes_;
+    std::vector<const char*> openTexts_;
 };
 
 /// The text of a string literal: a backslash is dropped and the next byte taken for itself, but

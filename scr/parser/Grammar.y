@@ -45,6 +45,12 @@ struct ParseContext;
 #define END(action, ...)                                                                       \
     TRY(action, __VA_ARGS__);                                                                  \
     SETTLE()
+// After the grammar had no rule: what does not fit is skipped, from the token that was found on.
+#define SKIP()                                                                                 \
+    do {                                                                                       \
+        if (!SCR_startSkipping()) YYABORT;                                                     \
+        yyclearin;                                                                             \
+    } while (0)
 // The statement has ended.
 #define SETTLE()                                                                               \
     do {                                                                                       \
@@ -187,11 +193,11 @@ instruction:
                                               if (!SCR_settleFor()) YYABORT; }
     instruction                             { TRY(SCR_endBlock(), AT($1)); }
   | do_statement SEMICOLON
-  | do_head instruction error               { if (!SCR_startSkipping()) YYABORT; }
+  | do_head instruction error               { SKIP(); }
     RECOVERED                               { yyerrok; END(SCR_endBlock(), AT($1)); }
   | switch_case
   | return_statement SEMICOLON
-  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+  | error                                   { SKIP(); }
     RECOVERED                               { yyerrok; SETTLE(); }
   ;
 
@@ -235,8 +241,8 @@ return_value:
 optional_parameter_list:
     OPEN_PARENTHESIS parameter_dec_list CLOSE_PARENTHESIS
   | %empty                                  { $$ = {}; }
-  | error                                   { if (!SCR_startSkipping()) YYABORT; }
-    RECOVERED                               { yyerrok; SETTLE(); }
+  | error                                   { SKIP(); }
+    RECOVERED                               { yyerrok; SCR_loseParameters(); SETTLE(); }
   ;
 
 parameter_dec_list:
@@ -292,7 +298,7 @@ switch_case:
 
 cases:
     OPEN_BRACE case_list CLOSE_BRACE
-  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+  | error                                   { SKIP(); }
     RECOVERED                               { yyerrok; SETTLE(); }
   ;
 
@@ -307,7 +313,7 @@ single_case:
                                               TRY(SCR_switchDefault(), AT($1)); SETTLE();
                                               OBSERVE(labelled()); }
     case_body
-  | error                                   { if (!SCR_startSkipping()) YYABORT; }
+  | error                                   { SKIP(); }
     RECOVERED                               { yyerrok; SETTLE(); }
   ;
 

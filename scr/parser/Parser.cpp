@@ -137,6 +137,8 @@ bool parseAndBuild(SCR::Interpreter& interpreter, std::array<std::string_view, 3
             fault.message = message;
             fault.spans.push_back(trimmed({at.data(), at.data() + at.size()}));
             Advice(interpreter, scout, fault, diagnostic).give();
+            diagnostic.isDetail = diagnostic.severity < FND::Status::Error &&
+                                  scout.isIgnored(fault.spans[0], diagnostic.code);
         });
     bool isParsed = false;
     try {

@@ -22,7 +22,8 @@ Scout& scout() {
     Recovery& recovery = parseContextG->recovery;
     if (!recovery.scout) {
         const auto& parts = parseContextG->lexer->parts();
-        recovery.scout = std::make_unique<Scout>(parts[0], parts[1], parts[2]);
+        recovery.scout = std::make_unique<Scout>(parts[0], parts[1], parts[2],
+                                                 parseContextG->lexer->openTexts());
     }
     return *recovery.scout;
 }
@@ -73,6 +74,10 @@ void complete(std::initializer_list<Span> spans) {
     fault.spans.assign(spans);
     if (fault.spans.empty()) fault.spans.push_back(last);
     Advice(*actInterpreterG, guide, fault, messages.back()).give();
+    if (messages.back().severity < FND::Status::Error &&
+        guide.isIgnored(fault.spans[0], messages.back().code)) {
+        messages.back().isDetail = true;
+    }
     recovery.completed = messages.size();
 }
 
@@ -121,6 +126,7 @@ bool SCR_recover(std::initializer_list<Span> spans) {
     analysesG = nullptr;  // they follow good scripts only
     parseContextG->isWatched = false;
     parseContextG->isLost = true;
+    recovery.isForgiven = false;
     return ++recovery.errors < Recovery::mostCM;
 }
 
@@ -180,14 +186,35 @@ bool SCR_settleFunction(std::string_view name) {
     return SCR_startBlock();
 }
 
+void SCR_loseParameters() {
+    if (parseContextG->functionDescriptor == nullptr) return;
+    parseContextG->recovery.looseFunctions.insert(parseContextG->functionDescriptor);
+}
+
 bool SCR_isForgiven(const FND::String& module, const FND::String& name) {
     const auto& lost = parseContextG->recovery.lostNames;
     return parseContextG->recovery.hasLostLibrary ||
            (!lost.empty() && lost.contains(module.empty() ? name : module));
 }
 
+namespace {
+
+// Whether a statement that only names what was lost misses its semicolon all the same.
+bool misses(const Scout& guide) {
+    const Scout::Token found = guide.token();
+    const Scout::Token last = guide.token(1);
+    const bool isEnd = last.code == SCR_CLOSE_PARENTHESIS || last.code == SCR_CLOSE_BRACKET ||
+                       last.code == SCR_STRING || last.code == SCR_LONG_NUMBER;
+    return parseContextG->recovery.isForgiven && isEnd && found.isFirst &&
+           beginsStatement(found.code) &&
+           (guide.open().empty() || guide.open().back().token.code == SCR_OPEN_BRACE);
+}
+
+}  // namespace
+
 void SCR_parserError(CustomLexer& lexer, std::string_view message) {
     Recovery& recovery = parseContextG->recovery;
+    if (recovery.isAtEnd) return;
     if (message != "syntax error") {
         SCR_YaccError(Messages::nestedTooDeep);
         SCR_recover({});
@@ -199,10 +226,17 @@ void SCR_parserError(CustomLexer& lexer, std::string_view message) {
         guide.readTo(lexer.token().data());
         const bool isRest = recovery.lostHeaders > 0 && guide.token().code == SCR_ELSE;
         // What follows a part that was lost is no second mistake.
-        if (parseContextG->isLost || isRest) return;
+        if (isRest || (parseContextG->isLost && !misses(guide))) return;
     }
     SCR_YaccError(Messages::parseError);
     SCR_recover({});
+    // Without its body, a function does not end.
+    const std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
+    if (!messages.empty() && messages.back().code == codeName(MessageCode::FunctionHeader) &&
+        scout().token(1).code == SCR_CLOSE_PARENTHESIS) {
+        recovery.isAtEnd = true;
+        recovery.isTolerant = false;
+    }
 }
 
 bool SCR_startSkipping() {
@@ -226,15 +260,63 @@ Recovery::Token readToken(CustomLexer& lexer) {
     return token;
 }
 
+// After a text that was not closed: goes back to the end of its line, or to the brace there that
+// opens a body. Gives the beginning of the text; null when it was something else.
+const char* goBackToText(CustomLexer& lexer, Recovery& recovery) {
+    constexpr int most = 3;  // each reads the text again
+    const std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
+    if (messages.empty() || messages.back().code != codeName(MessageCode::OpenText) ||
+        recovery.openTexts >= most) {
+        return nullptr;
+    }
+    const Scout::Token found = scout().token();
+    const Scout::Token open = scout().longText();
+    const char* const text = open.code != 0 ? open.span.begin : found.span.begin;
+    std::string_view line(text, scout().rest(text));
+    line = line.substr(0, line.find('\n'));
+    while (!line.empty() && std::string_view(" \t\r").find(line.back()) != std::string_view::npos) {
+        line.remove_suffix(1);
+    }
+    const char* const place = line.data() + line.size() - (line.ends_with('{') ? 1 : 0);
+    if (!lexer.goBack(text, place)) return nullptr;
+    ++recovery.openTexts;
+    lexer.endTextWithLine(text);
+    recovery.scout.reset();
+    scout().readTo(text);
+    return text;
+}
+
+// After a list of parameters without its parenthesis: goes back to the brace that opens the body.
+bool goBackToBody(CustomLexer& lexer, Scout& guide) {
+    const Scout::Token brace = guide.token(1);
+    const Scout::Token name = guide.token(2);
+    const bool isBody = brace.code == SCR_OPEN_BRACE && name.code == SCR_IDENTIFIER &&
+                        guide.token().code != SCR_CLOSE_BRACE && guide.open().size() > 1 &&
+                        guide.open()[guide.open().size() - 2].token.code == SCR_OPEN_PARENTHESIS;
+    if (!isBody || guide.token(3).code != SCR_VAR_DECLARATION ||
+        !lexer.goBack(brace.span.begin, brace.span.begin)) {
+        return false;
+    }
+    for (std::size_t back = 2; back < 60; ++back) {
+        if (guide.token(back).code == SCR_OPEN_PARENTHESIS) break;
+        forget(guide.token(back));
+    }
+    guide.dropParentheses();
+    return true;
+}
+
 // Moves over the tokens that belong to a broken statement; the token that follows it is kept in
 // `again`.
 void skip(CustomLexer& lexer, Recovery& recovery) {
+    const char* const textEnd = goBackToText(lexer, recovery);
     Scout& guide = scout();
-    const char* const begin = lexer.token().data();
-    guide.readTo(begin);
+    const bool isBody = textEnd == nullptr && goBackToBody(lexer, guide);
+    guide.readTo(lexer.token().data());
     Recovery::Token token;
     token.code = guide.token().code;
     token.span = guide.token().span;
+    const std::string_view given = lexer.token();
+    if (given.data() != token.span.begin || textEnd != nullptr) token = readToken(lexer);
 
     // The words of the statement so far.
     bool isHeader = false;
@@ -264,6 +346,13 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
         }
         isHeader = isHeader || beginsHeader(guide.open().back().before.code);
     }
+    if (isBody) {
+        isHeader = true;
+        ++recovery.lostFunctions;
+    } else if (textEnd != nullptr) {
+        isHeader = isHeader && token.code == SCR_OPEN_BRACE;
+        parentheses = 0;
+    }
     if (isHeader) ++recovery.lostHeaders;
     // The rest of a case is no second mistake.
     const bool isInSwitch = !guide.open().empty() && guide.open().back().isSwitch;
@@ -272,7 +361,7 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
     if (token.code == SCR_OPEN_BRACE) --depth;
     if (token.code == SCR_CLOSE_BRACE) ++depth;
     const bool isForHeader = isHeader && parentheses > 0;
-    const char* lastEnd = guide.token(1).span.end;
+    const char* lastEnd = textEnd != nullptr ? textEnd : guide.token(1).span.end;
     const auto giveAgain = [&] {
         if (recovery.given == token.span.begin) return false;
         recovery.again = token;
@@ -283,7 +372,8 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
     for (bool isFirst = true;; isFirst = false) {
         if (token.code == 0) {
             recovery.again = token;
-            recovery.isTolerant = false;  // there is nothing left to go on with
+            recovery.isTolerant = false;
+            recovery.isAtEnd = true;
             return;
         }
         const bool isNewLine = lastEnd != nullptr && !guide.isSameLine(lastEnd, token.span.begin);

@@ -36,6 +36,9 @@ struct Recovery {
 
     Lint lint;  ///< used while a script is checked
 
+    bool isAtEnd = false;     ///< nothing is left to go on with
+    bool isForgiven = false;  ///< operands are lost for a name alone whose declaration was lost
+    int openTexts = 0;
     bool isSkipping = false;      ///< the next token ends the skipping
     Token found;                  ///< the one that does not fit
     Token again;                  ///< read, and to be given out again; without a code for none
@@ -47,6 +50,7 @@ struct Recovery {
     bool hasLostLibrary = false;
     std::unordered_set<FND::String> lostNames;
     std::unordered_set<const void*> lostSwitches;
+    std::unordered_set<const void*> looseFunctions;  ///< their parameters were lost
     long lostLabels = 0;
 };
 
@@ -76,6 +80,8 @@ bool SCR_settleSwitch();
 bool SCR_settleCase();
 /// Opens a function in the place of one whose declaration was lost.
 bool SCR_settleFunction(std::string_view name);
+/// The parameters of the function being declared were lost: any arguments will do.
+void SCR_loseParameters();
 /// Whether the name may mean something that was lost with an error.
 bool SCR_isForgiven(const FND::String& module, const FND::String& name);
 /// After the grammar had no rule: the parser asks for tokens up to the end of the statement.

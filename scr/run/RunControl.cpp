@@ -51,6 +51,9 @@ struct ThreadStack {
 
 }  // namespace
 
+RunControl::RunControl(Interpreter& interpreter) : interpreter_(interpreter) {}
+RunControl::~RunControl() = default;
+
 RunControl* RunControl::current() { return currentS; }
 
 inline char* RunControl::stackEndHere() const {
@@ -121,7 +124,7 @@ RunScope::RunScope(RunControl& control)
         if (isOutermost) control.end();
         control.stopAtStackEnd(nullptr);
     }
-    if (!isOutermost) ++control.counters_.openCalls;
+    if (!isOutermost) control.noteCall(nullptr);
     ++control.depth_;
     control.counters_.stackEnd = end;
     outer_ = std::exchange(currentS, &control);
@@ -266,6 +269,8 @@ void RunControl::stop(const Node* place, const FND::String& message) {
     message_ = message;
     prefix_.clear();
     const bool isKnown = place != nullptr && interpreter_.places().find(place) != nullptr;
+    stop_ = std::make_unique<Diagnostic>();
+    trace(*stop_, nullptr);
     throw ScriptStopped(isKnown ? place : nullptr);
 }
 
@@ -276,6 +281,7 @@ void RunControl::report(const ScriptStopped& stopped) {
     const FND::String message = std::exchange(message_, {});
     const FND::String prefix = std::exchange(prefix_, {});
     Diagnostic diagnostic;
+    if (stop_ != nullptr) diagnostic = std::move(*std::exchange(stop_, nullptr));
     diagnostic.code = codeName(MessageCode::Stopped);
     diagnostic.text =
         "ERROR: " +
@@ -286,6 +292,64 @@ void RunControl::report(const ScriptStopped& stopped) {
         stopped.place() != nullptr ? places.find(stopped.place()) : nullptr;
     if (place != nullptr) diagnostic.place = {places.fileName(*place), place->line, 0, 0};
     interpreter_.diagnose(std::move(diagnostic));
+}
+
+void RunControl::trace(Diagnostic& diagnostic, const Node* node) {
+    const std::int64_t openCalls = counters_.openCalls;
+    const bool isHost = node == nullptr && site_ != nullptr && site_->openCalls() == openCalls &&
+                        site_->node() != nullptr;
+    if (isHost) {
+        node = site_->node();
+        site_->describe(diagnostic);
+    }
+    const PlaceTable& places = interpreter_.places();
+    std::int64_t innermost = openCalls;
+    const CallPlace& last =
+        counters_.places[static_cast<std::size_t>(openCalls) % RunCounters::placesCM];
+    if (node == nullptr && openCalls > 0 && last.number == openCalls) {
+        node = last.node;
+        --innermost;
+    }
+    if (const PlaceTable::Place* const place = node != nullptr ? places.find(node) : nullptr) {
+        diagnostic.place = {places.fileName(*place), place->line, 0, 0};
+    }
+    addCalls(diagnostic, innermost);
+}
+
+void RunControl::addCalls(Diagnostic& diagnostic, std::int64_t innermost) const {
+    constexpr int mostPlaces = 10;
+    const PlaceTable& places = interpreter_.places();
+    const PlaceTable::Place* last = nullptr;
+    std::int64_t times = 0;
+    int shown = 0;
+    const auto add = [&] {
+        if (last == nullptr) return;
+        const FND::String often = times > 1 ? ", " + std::to_string(times) + " times" : "";
+        diagnostic.notes.push_back(
+            {"called from here" + often, {places.fileName(*last), last->line, 0, 0}});
+    };
+    std::int64_t number = innermost;
+    for (; number > 0; --number) {
+        const CallPlace& call =
+            counters_.places[static_cast<std::size_t>(number) % RunCounters::placesCM];
+        // A call that is not known any more has others of its kind after it.
+        if (call.number != number) break;
+        const PlaceTable::Place* const place =
+            call.node != nullptr ? places.find(call.node) : nullptr;
+        if (place == nullptr) continue;
+        if (last != nullptr && place->line == last->line && place->file == last->file) {
+            ++times;
+            continue;
+        }
+        if (++shown > mostPlaces) break;
+        add();
+        last = place;
+        times = 1;
+    }
+    add();
+    if (number > 0) {
+        diagnostic.notes.push_back({"and " + std::to_string(number) + " calls before that", {}});
+    }
 }
 
 }  // namespace SCR

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
@@ -17,6 +20,15 @@ namespace SCR {
 
 class Interpreter;
 class Node;
+class RunControl;
+struct Diagnostic;
+
+/// Where a call of a user function was made, if it is still the one that opened the call of this
+/// number.
+struct CallPlace {
+    const Node* node = nullptr;
+    std::int64_t number = 0;
+};
 
 /// What the code of a script counts by itself.
 struct RunCounters {
@@ -26,6 +38,34 @@ struct RunCounters {
     char* stackEnd = nullptr;     ///< the lowest address that a call may find itself at
     std::uint32_t hasFailed = 0;  ///< whether a failure was noted
     std::uint32_t failedAt = 0;   ///< for the code that leaves: the statement
+    /// The open calls by the lowest bits of their numbers, for messages. Deep ones may have taken
+    /// the places of others.
+    static constexpr std::size_t placesCM = 64;
+    std::array<CallPlace, placesCM> places{};
+};
+
+/// A function of the host that is being called, for the messages that it logs.
+class HostSite {
+public:
+    HostSite(const HostSite&) = delete;
+    HostSite& operator=(const HostSite&) = delete;
+
+    /// The node of the call, or null while its arguments are being evaluated.
+    virtual const Node* node() const = 0;
+    /// Adds the values of the arguments to the notes.
+    virtual void describe(Diagnostic& diagnostic) = 0;
+    /// The number of open calls of user functions when it began.
+    std::int64_t openCalls() const { return openCalls_; }
+
+protected:
+    /// Becomes the innermost one of `control`.
+    explicit inline HostSite(RunControl& control);
+    inline ~HostSite();
+
+private:
+    RunControl& control_;
+    HostSite* const outer_;
+    const std::int64_t openCalls_;
 };
 
 /// Thrown inside the library to unwind a script that was stopped (by a limit, an interruption or
@@ -55,7 +95,8 @@ private:
 /// A `RunScope` begins a run. Outside of a run nothing is counted and nothing is stopped.
 class KESTREL_API RunControl {
 public:
-    explicit RunControl(Interpreter& interpreter) : interpreter_(interpreter) {}
+    explicit RunControl(Interpreter& interpreter);
+    ~RunControl();
     RunControl(const RunControl&) = delete;
     RunControl& operator=(const RunControl&) = delete;
 
@@ -72,7 +113,7 @@ public:
     /// are open, or when they come near the end of the thread's stack.
     void enterCall(const Node* place) {
         turn(place);
-        ++counters_.openCalls;
+        noteCall(place);
         checkCall(place);
     }
     /// The second half of that.
@@ -208,8 +249,21 @@ public:
     /// Logs why `stop` stopped the script, and in which line.
     void report(const ScriptStopped& stopped);
 
+    /// Adds to a message of the run the place of `node`, which logs it, or when that is null of the
+    /// innermost call that is known; the calls that led there; and the values of the arguments of
+    /// the host's function that is being called.
+    void trace(Diagnostic& diagnostic, const Node* node);
+
 private:
     friend class RunScope;
+    friend class HostSite;
+
+    void noteCall(const Node* place) {
+        const std::int64_t number = ++counters_.openCalls;
+        counters_.places[static_cast<std::size_t>(number) % RunCounters::placesCM] = {place,
+                                                                                      number};
+    }
+    void addCalls(Diagnostic& diagnostic, std::int64_t innermost) const;
 
     void begin();
     void finish();
@@ -251,6 +305,8 @@ private:
     FND::String prefix_;   // where the parser was then
     FND::String failure_;  // the message of `fail`
     std::exception_ptr failureInCode_;
+    HostSite* site_ = nullptr;          // the innermost one
+    std::unique_ptr<Diagnostic> stop_;  // what was known where the script was stopped
     bool wasStopped_ = false;
     bool isStopPending_ = false;
     std::uint64_t runs_ = 0;
@@ -259,6 +315,13 @@ private:
     std::int64_t stopsAt_ = -1;  // the question that stops the script; negative for none
     std::atomic<State> state_{State::Idle};
 };
+
+inline HostSite::HostSite(RunControl& control)
+    : control_(control), outer_(control.site_), openCalls_(control.counters_.openCalls) {
+    control.site_ = this;
+}
+
+inline HostSite::~HostSite() { control_.site_ = outer_; }
 
 /// Keeps a `RunControl` entered on the calling thread. Scopes nest, since a host's function may run
 /// its interpreter again; only the outermost one resets the counts.
