@@ -14,10 +14,10 @@ using Kind = SCR::ObservedSite::Kind;
 // Where the texts of statements begin.
 constexpr std::size_t columnS = 16;
 
-std::string quoted(std::string_view text) {
-    std::string quoted;
-    Records::appendText(readable(text), quoted);
-    return quoted;
+std::string jsonOf(std::string_view text) {
+    std::string jsonOf;
+    Records::appendText(readable(text), jsonOf);
+    return jsonOf;
 }
 
 const char* roleOf(Kind kind) {
@@ -85,8 +85,8 @@ void Trace::add(const char* event, const SCR::ObservedSite& site, const std::str
     if (isFull()) return;
     std::string path = source_.file(site.file).path;
     line(std::string("{\"event\":\"") + event + "\",\"depth\":" + std::to_string(depth_) +
-         ",\"file\":" + quoted(path.empty() ? site.file : path) +
-         ",\"line\":" + std::to_string(site.line) + ",\"text\":" + quoted(site.text) + more + '}');
+         ",\"file\":" + jsonOf(path.empty() ? site.file : path) + ",\"line\":" +
+         std::to_string(site.line) + ",\"text\":" + jsonOf(site.text) + more + '}');
 }
 
 void Trace::statement(std::size_t site) {
@@ -117,8 +117,9 @@ void Trace::chosen(std::size_t site) {
 void Trace::value(std::size_t site, const FND::String& text) {
     const SCR::ObservedSite& at = sites()[site];
     if (isJson_) {
-        return add("value", at,
-                   std::string(",\"role\":\"") + roleOf(at.kind) + "\",\"value\":" + quoted(text));
+        return add(
+            "value", at,
+            std::string(",\"role\":\"") + roleOf(at.kind) + "\",\"value\":" + jsonOf(text));
     }
     if (!isCut_) values_.push_back({site, text});
 }

@@ -21,17 +21,17 @@ struct WhyOptions {
     std::int64_t record = 0;
 };
 
-using Result = Records::Shown::Result;
+using Outcome = Records::Shown::Result;
 
 std::string resultOf(const Records::Shown& shown, bool isJson) {
     const std::string before = shown.before.substr(0, shown.before.size() - 1);
-    const std::string name = shown.result == Result::Rejected  ? "rejected"
-                             : shown.result == Result::Dropped ? "dropped"
-                                                               : "written";
+    const std::string name = shown.result == Outcome::Rejected  ? "rejected"
+                             : shown.result == Outcome::Dropped ? "dropped"
+                                                                : "written";
     if (!isJson) {
         std::string text = "read: " + readable(before) + '\n' + name;
-        if (shown.result == Result::Dropped) return text + '\n';
-        const bool isRejected = shown.result == Result::Rejected;
+        if (shown.result == Outcome::Dropped) return text + '\n';
+        const bool isRejected = shown.result == Outcome::Rejected;
         return text + ": " + (isRejected ? readable(shown.after) + '\n' : shown.after);
     }
     std::string text =
