@@ -14,8 +14,14 @@ template <class Value>
 class Flat {
 public:
     Flat() = default;
-    explicit Flat(Vector<Value> values) : own_(std::move(values)) {
-        own_.shrink_to_fit();
+    /// Takes no more memory than the values need. Throws the exceptions of the budget, which
+    /// `shrink_to_fit` would keep to itself.
+    explicit Flat(Vector<Value> values) {
+        if (values.size() < values.capacity()) {
+            own_ = Vector<Value>(values.begin(), values.end());
+        } else {
+            own_ = std::move(values);
+        }
         view_ = own_;
     }
     /// Values that lie elsewhere and outlive this.

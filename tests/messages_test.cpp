@@ -91,6 +91,7 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
                                       ", not of ",
                                       "looked for in `",
                                       "standard output",
+                                      "no number",
                                       "stopped by a test",
                                       " of the script",
                                       "unknown error",
