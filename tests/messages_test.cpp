@@ -85,6 +85,7 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
                                       "called from here",
                                       " calls before that",
                                       "an array",
+                                      "no number",
                                       "the field ",
                                       "syntax error",
                                       " (not in ",

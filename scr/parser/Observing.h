@@ -98,7 +98,7 @@ private:
     std::size_t site_ = ObservedSite::none;            // its node is about to be made
     bool isCounted_ = false;                           // by what stands before it
     std::size_t head_ = ObservedSite::none;            // the statement made last
-    Span declaration_;  // its type
+    Span declaration_;                                 // its type
     Span condition_;
     bool isRepeated_ = false;
     std::size_t conditionSite_ = ObservedSite::none;  // of the statement that is opened next
