@@ -328,6 +328,11 @@ void Scout::locate(Span span, Diagnostic& diagnostic) const {
 
 Span trimmed(Span span) {
     if (span.begin == nullptr) return span;
+    // Without comments and lines about lines there are only blanks after the last token.
+    const std::string_view text = span.text();
+    if (text.find('/') == std::string_view::npos && text.find('#') == std::string_view::npos) {
+        return {span.begin, span.begin + text.find_last_not_of(" \t\r\n") + 1};
+    }
     CustomLexer lexer({}, span.text());
     const char* end = span.begin;
     while (lexer.next() != 0) end = lexer.token().data() + lexer.token().size();
