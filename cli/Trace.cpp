@@ -85,8 +85,8 @@ void Trace::add(const char* event, const SCR::ObservedSite& site, const std::str
     if (isFull()) return;
     std::string path = source_.file(site.file).path;
     line(std::string("{\"event\":\"") + event + "\",\"depth\":" + std::to_string(depth_) +
-         ",\"file\":" + jsonOf(path.empty() ? site.file : path) + ",\"line\":" +
-         std::to_string(site.line) + ",\"text\":" + jsonOf(site.text) + more + '}');
+         ",\"file\":" + jsonOf(path.empty() ? site.file : path) +
+         ",\"line\":" + std::to_string(site.line) + ",\"text\":" + jsonOf(site.text) + more + '}');
 }
 
 void Trace::statement(std::size_t site) {
@@ -117,9 +117,8 @@ void Trace::chosen(std::size_t site) {
 void Trace::value(std::size_t site, const FND::String& text) {
     const SCR::ObservedSite& at = sites()[site];
     if (isJson_) {
-        return add(
-            "value", at,
-            std::string(",\"role\":\"") + roleOf(at.kind) + "\",\"value\":" + jsonOf(text));
+        return add("value", at,
+                   std::string(",\"role\":\"") + roleOf(at.kind) + "\",\"value\":" + jsonOf(text));
     }
     if (!isCut_) values_.push_back({site, text});
 }
