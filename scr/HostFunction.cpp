@@ -82,7 +82,7 @@ public:
     virtual void locate(Kept& /*kept*/) {}
     /// Stores what the callable left in `kept`, if it is a variable.
     virtual void store(Kept& /*kept*/) {}
-    /// The value that it was evaluated to, for messages.
+    /// The value that it was evaluated to, for messages; nothing when it may be gone.
     virtual FND::String shown(OpenCall& call, std::size_t index) = 0;
 };
 
@@ -161,9 +161,13 @@ public:
         }
     }
     void* null() override { return nullOf<Type>(); }
-    FND::String shown(OpenCall& /*call*/, std::size_t /*index*/) override {
+    FND::String shown(OpenCall& call, std::size_t index) override {
+        if (keeps_) return shownValue(call.kept(index).template as<typename Type::Value>());
         if constexpr (Type::byReference) {
-            return shownValue(*value_);
+            // The callable may have run script code that removed the element.
+            const bool mayBeGone =
+                dynamic_cast<ElementPath<typename Type::Value>*>(slot_.node.get()) != nullptr;
+            return slot_.storage == nullptr && mayBeGone ? FND::String() : shownValue(*value_);
         } else {
             return shownValue(value_);
         }
@@ -486,7 +490,8 @@ const Node* OpenCall::node() const { return isCalling_ || hasFailed_ ? body_.nod
 void OpenCall::describe(Diagnostic& diagnostic) {
     for (std::size_t i = 0; i < body_.operands_.size(); ++i) {
         if (!body_.operands_[i]) continue;
-        diagnostic.notes.push_back(Messages::argumentNote(i, body_.operands_[i]->shown(*this, i)));
+        const FND::String shown = body_.operands_[i]->shown(*this, i);
+        if (!shown.empty()) diagnostic.notes.push_back(Messages::argumentNote(i, shown));
     }
 }
 

@@ -40,7 +40,7 @@ const Harness::RandomText::Rules rulesS = {
       "strSearch($string, $string) | mix($number, $long) | mix($long, $long) | "
       "n[$var % 3] | n[$var + 1] | n[$var - 2] | (($var * 31 + c) % $number) | "
       "(($var * 7 + 5) % 7) | (($var + b) % -5) | (($var * 3) % 1000003) | (($var + 4) % 0) | "
-      "(($var - 2) / -1) | dive($long) | wipe($long)"}},
+      "(($var - 2) / -1) | dive($long) | wipe($long) | pick($long)"}},
     // Sometimes enough operands for a row.
     {"sum",
      {"($long$sign$long) | ($long$sign$long) | ($long$sign$long) | ($long$sign$long) | "
@@ -95,7 +95,7 @@ const Harness::RandomText::Rules rulesS = {
 
 constexpr std::string_view prologueS = R"(
 Long a = 3; Long b = -7; Long c; Long d = 9223372036854775807; Bool p; Bool q = true; String s = "x";
-String t = "abc"; String u; Decimal x = 1.5; Decimal y; Long n[]; Long h{}; String w[]; String k{};
+Long r; String t = "abc"; String u; Decimal x = 1.5; Decimal y; Long n[]; Long h{}; String w[]; String k{};
 Bool f[]; Decimal m[];
 function Long bump(Long i) { a = a + i; s = s + "+"; n[i % 3] = a; return a; }
 function String tell(String i) { t = t + i; k{i} = s; return t; }
@@ -103,6 +103,7 @@ function Bool flip { p = p == false; b = b + 1; return p; }
 function Long twist(Long i, Long j) {
     if (i > j) { return i - j; } else { while (j > i) { j = j - 3; return j * i; } } return 1; }
 function Long dive(Long i) { if (i % 4 > 0) { return dive(i - 1) + 1; } return bump(i); }
+function Long pick(Long i) { r = 1; if (i % 3 == 0) { r = i; } return r; }
 function Long mix(Long i, Long j) { return i * 3 + j % 5; }
 function String both(String i, String j) { return i + tell(j); }
 function Bool near(Long i) { return (i - a) % 4 == 0; }
@@ -124,6 +125,13 @@ std::string program(unsigned long number) {
     std::string text(prologueS);
     for (std::size_t count = 4 + random.below(12); count > 0; --count) {
         text += random.made("statement", 5);
+    }
+    // An expression that holds more values than a byte can count.
+    if (number % 50 == 0) {
+        constexpr int levels = 300;
+        text += "c = ";
+        for (int i = 0; i < levels; ++i) text += "a * a + (";
+        text.append("pick(b)").append(levels, ')') += ";\n";
     }
     return text.append(epilogueS);
 }

@@ -63,8 +63,9 @@ void StringSum::storeIn(FND::String& target) {
     if (isFirst) return appendTo(target, size);
     chargeGrowth(target, size);
     if (size > target.capacity()) {
-        target.clear();
-        target.reserve(size);
+        FND::String room;
+        room.reserve(size);
+        target.swap(room);
     }
     target.assign(*values_.front());
     for (auto value = others; value != values_.end(); ++value) target.append(**value);

@@ -153,7 +153,8 @@ Ref Builder::Held::release() {
 Operation& Builder::append(Op op) {
     Operation& operation = listing_.operations.emplace_back();
     operation.op = op;
-    operation.live = static_cast<std::uint8_t>(std::min<std::uint32_t>(inUse_, 255));
+    // A listing has fewer operations than that.
+    operation.live = static_cast<std::uint16_t>(inUse_);
     operation.loops = static_cast<std::uint8_t>(std::min<std::uint32_t>(loops_, 255));
     operation.statement = statement_;
     return operation;

@@ -156,7 +156,7 @@ struct SwitchTable {
 struct Operation {
     Op op = Op::Nothing;
     /// How many temporaries are in use while it runs, its operands aside.
-    std::uint8_t live = 0;
+    std::uint16_t live = 0;
     /// How many loops of the code are around it.
     std::uint8_t loops = 0;
     /// Of a comparison for being equal: whether it compares not a with b, but the remainder of a

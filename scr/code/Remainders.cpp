@@ -44,6 +44,7 @@ public:
             comparison.a = operations[division].a;
             comparison.b = operations[division].b;
             operations[division].op = Op::Nothing;
+            operations[division].target = {};
         }
     }
 

@@ -223,6 +223,7 @@ private:
         Operation& move = made_.emplace_back(near);
         move.op = Op::Move;
         move.testsRemainder = false;
+        move.isPassing = false;
         move.target = target;
         move.a = from;
         move.b = {};
