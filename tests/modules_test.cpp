@@ -239,6 +239,7 @@ constexpr SCR::Effect outsideS = SCR::Effect::Shell | SCR::Effect::WritesFiles |
 
 TEST(Modules, NoneTakesMemoryBeyondTheLimit) {
     const Harness::ExampleFolder folder;
+    constexpr int stops = KESTREL_SANITIZED ? 2 : 8;
     forEachFunction(
         [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
             if (has(row.effects, outsideS)) return;
@@ -263,7 +264,7 @@ TEST(Modules, EachCanBeStopped) {
             for (const std::string& call : callsOf(table, row, function)) {
                 bench.run(call, limits, -1);  // what is made once is there then
                 const std::int64_t questions = bench.run(call, limits, 1'000'000'000);
-                for (std::int64_t stop = 0; stop < questions; stop += questions / 8 + 1) {
+                for (std::int64_t stop = 0; stop < questions; stop += questions / stops + 1) {
                     bench.run(call, limits, stop);
                     EXPECT_FALSE(bench.ok) << call << stop;
                     EXPECT_NE(bench.log().find("stopped by a test"), std::string::npos) << call;
