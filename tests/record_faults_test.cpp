@@ -331,7 +331,8 @@ TEST_F(RecordFaults, ASignalStopsAnEndThatNobodyReads) {
     for (const char* const script :
          {"function BEGIN { while (true) {} }", "function END { while (true) {} }"}) {
         Command command(folder_, {"run", "-e", script, "--records", "in"});
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        // Sanitizers take long to start.
+        std::this_thread::sleep_for(std::chrono::milliseconds(KESTREL_SANITIZED ? 900 : 100));
         command.kill(SIGTERM);
         EXPECT_EQ(command.wait(), 4);
     }
