@@ -89,6 +89,7 @@ std::string joined(const std::vector<std::string>& words) {
 
 std::string namesOf(const std::vector<Page>& pages) {
     std::vector<std::string> names;
+    names.reserve(pages.size());
     for (const Page& page : pages) names.push_back(page.name);
     return joined(names);
 }
@@ -128,7 +129,7 @@ std::string bashOf(const std::vector<Page>& pages) {
                 : flag.value == "DIR" ? "COMPREPLY=($(compgen -d -- \"$current\")); return"
                 : flag.takesFile()    ? "COMPREPLY=($(compgen -f -- \"$current\")); return"
                                       : "return";
-            out += "        " + pattern + ") " + action + " ;;\n";
+            out.append("        ").append(pattern).append(") ").append(action).append(" ;;\n");
         }
     }
     out +=
@@ -157,7 +158,7 @@ std::string bashOf(const std::vector<Page>& pages) {
 }
 
 std::string zshOf(const std::vector<Page>& pages) {
-    const auto described = [](std::string text) {
+    const auto described = [](const std::string& text) {
         std::string out;
         for (const char byte : text) {
             if (byte == '[' || byte == ']' || byte == ':' || byte == '\\') out += '\\';

@@ -66,9 +66,11 @@ bool PartsDirectory::read() {
         like.part = part;
         if (areMessages) like.inputSize = manifest.inputSize;
         if (!manifest.isSameJob(like)) {
-            error_ = path_ + ": " + kind + std::to_string(part) +
-                     " was made by another script, from other files or with other options than " +
-                     kind + std::to_string(begin);
+            error_ = path_ + ": " + kind;
+            error_.append(std::to_string(part))
+                .append(" was made by another script, from other files or with other options than ")
+                .append(kind)
+                .append(std::to_string(begin));
             return false;
         }
         if (!isWhole(manifest)) return false;

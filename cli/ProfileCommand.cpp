@@ -99,14 +99,15 @@ std::string right(const std::string& text, std::size_t width) {
 template <class Key>
 std::vector<const Cost*> sorted(const std::vector<Cost>& costs, const Key& key) {
     std::vector<const Cost*> order;
+    order.reserve(costs.size());
     for (const Cost& cost : costs) order.push_back(&cost);
     std::stable_sort(order.begin(), order.end(),
                      [&](const Cost* a, const Cost* b) { return key(*a) > key(*b); });
     return order;
 }
 
-auto bySelf = [](const Cost& cost) { return std::pair(cost.self.all(), cost.count); };
-auto byTotal = [](const Cost& cost) { return std::pair(cost.total.all(), cost.count); };
+constexpr auto bySelfS = [](const Cost& cost) { return std::pair(cost.self.all(), cost.count); };
+constexpr auto byTotalS = [](const Cost& cost) { return std::pair(cost.total.all(), cost.count); };
 
 const char* nameOf(SCR::CodeTier tier) {
     const SCR::CodeTier used = std::min(tier, SCR::Interpreter::highestCodeTier());
@@ -144,7 +145,7 @@ std::string table(const ProfileOptions& options, const Observations& observation
     const std::string none = "-";
     std::string out = about(options, observations, profile) + "\n\n";
     out += "   self ms  total ms         calls  in code  function\n";
-    for (const Cost* const cost : sorted(profile.functions, byTotal)) {
+    for (const Cost* const cost : sorted(profile.functions, byTotalS)) {
         if (cost->total.all() == 0 && cost->count == 0) continue;
         out += right(milliseconds(cost->self.all()), 10) +
                right(milliseconds(cost->total.all()), 10) +
@@ -154,7 +155,7 @@ std::string table(const ProfileOptions& options, const Observations& observation
     }
     out += "\n   self ms     share         count  in code  line\n";
     std::int64_t left = options.lines;
-    for (const Cost* const cost : sorted(profile.lines, bySelf)) {
+    for (const Cost* const cost : sorted(profile.lines, bySelfS)) {
         if (left-- <= 0) break;
         if (cost->self.all() == 0 && cost->count == 0) continue;
         std::string line = lineOf(*cost, source);
@@ -209,7 +210,7 @@ std::string page(const ProfileOptions& options, const Observations& observations
     const auto number = [&](long count) {
         return profile.hasCounts ? grouped(count) : std::string("\u2013");
     };
-    for (const Cost* const cost : sorted(profile.functions, byTotal)) {
+    for (const Cost* const cost : sorted(profile.functions, byTotalS)) {
         if (cost->total.all() == 0 && cost->count == 0) continue;
         out += "<tr><td class=l>" + escaped(cost->name) + "<td>" + milliseconds(cost->self.all()) +
                "<td class=l>" + bar(cost->self.all(), profile.time) + "<td>" +
@@ -247,8 +248,9 @@ std::string page(const ProfileOptions& options, const Observations& observations
                         (profile.hasCounts ? grouped(cost.count) : "") + "<td>" +
                         share(cost.inCode, cost.count);
             }
-            out += "<tr" + style + "><td class=n>" + std::to_string(i + 1) + cells +
-                   "<td class=c>" + highlighted(file.lines[i], isInComment) + "</tr>\n";
+            out.append("<tr").append(style).append("><td class=n>");
+            out.append(std::to_string(i + 1)).append(cells).append("<td class=c>");
+            out.append(highlighted(file.lines[i], isInComment)).append("</tr>\n");
         }
         out += "</table></div>\n";
     }

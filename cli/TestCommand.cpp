@@ -150,6 +150,7 @@ private:
 int Runner::execute(const std::vector<std::string>& words, const std::string& folder,
                     const TestFolder& temporary) const {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     const std::string out = temporary.path("stdout");

@@ -239,7 +239,6 @@ constexpr SCR::Effect outsideS = SCR::Effect::Shell | SCR::Effect::WritesFiles |
 
 TEST(Modules, NoneTakesMemoryBeyondTheLimit) {
     const Harness::ExampleFolder folder;
-    constexpr int stops = KESTREL_SANITIZED ? 2 : 8;
     forEachFunction(
         [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
             if (has(row.effects, outsideS)) return;
@@ -255,6 +254,7 @@ TEST(Modules, NoneTakesMemoryBeyondTheLimit) {
 
 TEST(Modules, EachCanBeStopped) {
     const Harness::ExampleFolder folder;
+    constexpr int stops = KESTREL_SANITIZED ? 2 : 8;
     forEachFunction(
         [](const ModuleTable& table, const ModuleFunction& row, const SCR::FctDescr& function) {
             if (has(row.effects, outsideS)) return;
