@@ -23,7 +23,7 @@ struct Engine::Setup {
     bool isDone = false;
     bool isSearching = false;
     FND::String error;
-    FND::String failure;  // of the set-up
+    FND::String failure;              // of the set-up
     std::vector<std::int32_t> paths;  // of all patterns, ascending; from finalSetup on
     PatternList patterns;
 };
