@@ -23,7 +23,7 @@ struct EngineGroup::Setup {
     std::int32_t guiltyPath = -1;
     bool isDone = false;
     FND::String error;
-    FND::String failure;  // of the set-up
+    FND::String failure;              // of the set-up
     std::vector<std::int32_t> paths;  // of all patterns in the main parts, ascending
     std::unique_ptr<PatternList> patterns;
     // Of a changeable group, all patterns; the list is only filled while it is set up.
