@@ -824,7 +824,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<Fragment> makeNative(Listing listing, RunControl& control) {
+std::unique_ptr<Fragment> makeNative(const Listing& plain, RunControl& control) {
+    Listing listing = plain;  // the portable code takes it as it is
     testRemainders(listing);
     useSelects(listing);
     FirstError error;

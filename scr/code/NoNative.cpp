@@ -2,7 +2,7 @@
 
 namespace SCR::Code {
 
-std::unique_ptr<Fragment> makeNative(Listing /*listing*/, RunControl& /*control*/) {
+std::unique_ptr<Fragment> makeNative(const Listing& /*listing*/, RunControl& /*control*/) {
     return nullptr;
 }
 

@@ -225,8 +225,9 @@ void SCR::YaccError(const FND::String& message, CustomLexer* lexer) {
 std::string_view SCR::parsedText() {
     if (parseContextG == nullptr || parseContextG->lexer == nullptr) return {};
     const Span about = parseContextG->about;
-    return about.begin != nullptr ? SCR_reach({about.begin, 0}, about.end).text()
-                                  : parseContextG->lexer->token();
+    return about.begin != nullptr
+               ? SCR_reach(Span(about.begin, about.begin).text(), about.end).text()
+               : parseContextG->lexer->token();
 }
 
 int SCR::parsedLine() {
