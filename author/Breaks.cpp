@@ -11,7 +11,7 @@ using SCR::Word;
 namespace {
 
 // Brackets nested deeper are not broken.
-constexpr int mostDepthS = 50;
+constexpr int mostLevelsS = 50;
 // Parts do not stand below one another further right.
 constexpr std::size_t mostAlignedS = 60;
 
@@ -183,7 +183,7 @@ std::vector<std::size_t> Breaks::place(const Line& line) {
 }
 
 void Breaks::range(std::size_t begin, std::size_t end, std::size_t tail, int depth) {
-    if (fits(begin, end, tail) || depth > mostDepthS) {
+    if (fits(begin, end, tail) || depth > mostLevelsS) {
         for (std::size_t i = begin; i < end; ++i) put(i, i == begin);
         return;
     }

@@ -30,6 +30,16 @@ function(kestrel_hardening target)
     target_link_options(${target} PRIVATE $<${is_optimised}:LINKER:-z,relro,-z,now>)
 endfunction()
 
+# Compiles several sources of a target as one, where that is asked for. GCC takes what such a source
+# includes for headers, in which nothing may depend on an anonymous namespace.
+function(kestrel_join_sources target)
+    if(KESTREL_PRECOMPILE)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+        target_compile_options(${target} PRIVATE
+            $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    endif()
+endfunction()
+
 # Lets the sources of a target use the standard headers that the first target compiled.
 function(kestrel_precompile target)
     if(NOT KESTREL_PRECOMPILE)
@@ -56,4 +66,5 @@ function(kestrel_layer target)
     kestrel_product_warnings(${target})
     kestrel_hardening(${target})
     kestrel_precompile(${target})
+    kestrel_join_sources(${target})
 endfunction()

@@ -5,12 +5,9 @@
 namespace FND {
 namespace {
 
-constexpr int daysPerWeekS = 7;
-constexpr std::int64_t secsPerDayS = 86400;
-
 /// Days since the last Monday.
 int daysSinceMonday(std::int64_t dayNumber) noexcept {
-    return (weekdayOf(dayNumber) + daysPerWeekS - 1) % daysPerWeekS;
+    return (weekdayOf(dayNumber) + DaysPerWeek - 1) % DaysPerWeek;
 }
 
 }  // namespace
@@ -25,8 +22,8 @@ bool dateExists(int year, int month, int day) noexcept {
 
 int weekdayOf(std::int64_t dayNumber) noexcept {
     constexpr int weekdayOfDayZero = 4;
-    const auto weekday = static_cast<int>((dayNumber + weekdayOfDayZero) % daysPerWeekS);
-    return weekday < 0 ? weekday + daysPerWeekS : weekday;
+    const auto weekday = static_cast<int>((dayNumber + weekdayOfDayZero) % DaysPerWeek);
+    return weekday < 0 ? weekday + DaysPerWeek : weekday;
 }
 
 std::int64_t isoYearStart(int isoYear) noexcept {
@@ -39,7 +36,7 @@ Calendar::Calendar(std::int64_t secs) noexcept {
     const auto day = std::chrono::floor<std::chrono::days>(clock);
     const std::chrono::year_month_day date(day);
     dayNumber_ = day.time_since_epoch().count();
-    const auto secondOfDay = static_cast<unsigned>(secs - dayNumber_ * secsPerDayS);
+    const auto secondOfDay = static_cast<unsigned>(secs - dayNumber_ * SecondsPerDay);
     deciding_[static_cast<std::size_t>(Field::Year)] = static_cast<int>(date.year());
     deciding_[static_cast<std::size_t>(Field::Month)] =
         static_cast<int>(static_cast<unsigned>(date.month()));
@@ -74,11 +71,11 @@ int Calendar::derived(Field field) const noexcept {
         case Field::IsoYearOfCentury:
             return isoYear() % 100;
         case Field::IsoWeek:
-            return static_cast<int>(dayNumber_ - isoYearStart(isoYear())) / daysPerWeekS + 1;
+            return static_cast<int>(dayNumber_ - isoYearStart(isoYear())) / DaysPerWeek + 1;
         case Field::SundayWeek:
-            return (daysSinceNewYear() + daysPerWeekS - weekdayOf(dayNumber_)) / daysPerWeekS;
+            return (daysSinceNewYear() + DaysPerWeek - weekdayOf(dayNumber_)) / DaysPerWeek;
         case Field::MondayWeek:
-            return (daysSinceNewYear() + daysPerWeekS - daysSinceMonday(dayNumber_)) / daysPerWeekS;
+            return (daysSinceNewYear() + DaysPerWeek - daysSinceMonday(dayNumber_)) / DaysPerWeek;
         case Field::SundayWeekday:
             return weekdayOf(dayNumber_);
         case Field::MondayWeekday:

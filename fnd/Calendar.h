@@ -5,6 +5,11 @@
 
 namespace FND {
 
+inline constexpr std::int64_t SecondsPerMinute = 60;
+inline constexpr std::int64_t SecondsPerHour = 3600;
+inline constexpr std::int64_t SecondsPerDay = 86400;
+inline constexpr int DaysPerWeek = 7;
+
 /// The fields of a date and clock, each as a number. The first six determine an instant.
 enum class Field : std::uint8_t {
     Year,

@@ -1,4 +1,5 @@
 #include "fnd/DateTime.h"
+#include "fnd/Calendar.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,15 +16,12 @@ using std::chrono::year_month_day;
 
 __extension__ using Wide = __int128;
 
-constexpr std::int64_t secsPerMinuteS = 60;
-constexpr std::int64_t secsPerHourS = 3600;
-constexpr std::int64_t secsPerDayS = 86400;
 constexpr std::int64_t monthsPerYearS = 12;
 // Larger amounts are out of range for any date.
 constexpr std::int64_t maxYearsS = 9999;
 constexpr std::int64_t maxMonthsS = maxYearsS * monthsPerYearS;
 constexpr std::int64_t maxDaysS = maxYearsS * 366;
-constexpr std::int64_t maxSpanS = maxDaysS * secsPerDayS;
+constexpr std::int64_t maxSpanS = maxDaysS * SecondsPerDay;
 
 constexpr bool isWithin(std::int64_t amount, std::int64_t limit) {
     return amount >= -limit && amount <= limit;
@@ -55,17 +53,17 @@ bool DateTime::addMonths(std::int64_t months) noexcept {
         date.year() / date.month() + std::chrono::months(static_cast<int>(months));
     const std::chrono::day last = (month / std::chrono::last).day();
     const sys_days reached(month / std::min(date.day(), last));
-    return moveTo(*this, secs_ + (reached - day).count() * secsPerDayS);
+    return moveTo(*this, secs_ + (reached - day).count() * SecondsPerDay);
 }
 
 bool DateTime::addDays(std::int64_t days) noexcept {
     if (!isValid() || !isWithin(days, maxDaysS)) return false;
-    return moveTo(*this, secs_ + days * secsPerDayS);
+    return moveTo(*this, secs_ + days * SecondsPerDay);
 }
 
 bool DateTime::addLocalTime(std::int64_t hours, std::int64_t minutes, std::int64_t seconds,
                             const TimeZone& local) noexcept {
-    const Wide span = Wide{hours} * secsPerHourS + Wide{minutes} * secsPerMinuteS + seconds;
+    const Wide span = Wide{hours} * SecondsPerHour + Wide{minutes} * SecondsPerMinute + seconds;
     if (!isValid() || span < -maxSpanS || span > maxSpanS) return false;
     const auto moved = static_cast<std::int64_t>(span);
     const std::int64_t offset = local.offsetAt(secs_);

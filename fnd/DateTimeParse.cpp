@@ -10,11 +10,6 @@
 namespace FND {
 namespace {
 
-constexpr std::int64_t secsPerMinuteS = 60;
-constexpr std::int64_t secsPerHourS = 3600;
-constexpr std::int64_t secsPerDayS = 86400;
-constexpr int daysPerWeekS = 7;
-
 // The functions that skip and read take matching bytes from the front of the text.
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
@@ -99,7 +94,7 @@ bool readOffset(std::string_view& text, std::int64_t& offset) {
     if (!readPair(text, false, 23, hours)) return false;
     const bool colon = text.starts_with(':');
     if (readPair(text, colon, 59, minutes) && colon) readPair(text, colon, 59, seconds);
-    offset = hours * secsPerHourS + minutes * secsPerMinuteS + seconds;
+    offset = hours * SecondsPerHour + minutes * SecondsPerMinute + seconds;
     if (negative) offset = -offset;
     return true;
 }
@@ -271,22 +266,22 @@ private:
         }
         const std::int64_t yearStart = dayNumberOf(year(), 1, 1);
         const int mondayWeekday =
-            get(Field::MondayWeekday, (get(Field::SundayWeekday, 1) + 6) % daysPerWeekS + 1) - 1;
+            get(Field::MondayWeekday, (get(Field::SundayWeekday, 1) + 6) % DaysPerWeek + 1) - 1;
         const int sundayWeekday =
-            get(Field::SundayWeekday, get(Field::MondayWeekday, 0) % daysPerWeekS);
+            get(Field::SundayWeekday, get(Field::MondayWeekday, 0) % DaysPerWeek);
         if (has(Field::DayOfYear)) {
             day = yearStart + get(Field::DayOfYear, 1) - 1;
         } else if (has(Field::IsoWeek)) {
-            day = isoYearStart(isoYear(year())) + (get(Field::IsoWeek, 1) - 1) * daysPerWeekS +
+            day = isoYearStart(isoYear(year())) + (get(Field::IsoWeek, 1) - 1) * DaysPerWeek +
                   mondayWeekday;
         } else if (has(Field::SundayWeek)) {
             const std::int64_t weekOne =
-                yearStart + (daysPerWeekS - weekdayOf(yearStart)) % daysPerWeekS;
-            day = weekOne + (get(Field::SundayWeek, 0) - 1) * daysPerWeekS + sundayWeekday;
+                yearStart + (DaysPerWeek - weekdayOf(yearStart)) % DaysPerWeek;
+            day = weekOne + (get(Field::SundayWeek, 0) - 1) * DaysPerWeek + sundayWeekday;
         } else if (has(Field::MondayWeek)) {
             const std::int64_t weekOne =
-                yearStart + (daysPerWeekS + 1 - weekdayOf(yearStart)) % daysPerWeekS;
-            day = weekOne + (get(Field::MondayWeek, 0) - 1) * daysPerWeekS + mondayWeekday;
+                yearStart + (DaysPerWeek + 1 - weekdayOf(yearStart)) % DaysPerWeek;
+            day = weekOne + (get(Field::MondayWeek, 0) - 1) * DaysPerWeek + mondayWeekday;
         } else {
             day = yearStart;
         }
@@ -311,7 +306,7 @@ private:
     bool findInstant(std::int64_t& secs, std::int64_t& clock) const {
         std::int64_t day = 0;
         if (!findDay(day)) return false;
-        clock = day * secsPerDayS + timeOfDay();
+        clock = day * SecondsPerDay + timeOfDay();
         secs = clock;
         if (offset_) {
             secs -= *offset_;
@@ -364,7 +359,7 @@ bool readClock(std::string_view& text, bool joined, std::int64_t& secs) {
     int second = 0;
     if (!readPair(text, false, 23, hour) || !readPair(text, !joined, 59, minute)) return false;
     const bool hasSeconds = readPair(text, !joined, 59, second);
-    secs = hour * secsPerHourS + minute * secsPerMinuteS + second;
+    secs = hour * SecondsPerHour + minute * SecondsPerMinute + second;
     return hasSeconds ? skipFraction(text) : !joined;
 }
 
@@ -395,7 +390,7 @@ DateTime DateTime::parse(std::string_view text) noexcept {
                               !readOffset(rest, offset) || !rest.empty()))
             return {};
     }
-    return DateTime(dayNumberOf(year, month, day) * secsPerDayS + secs - offset);
+    return DateTime(dayNumberOf(year, month, day) * SecondsPerDay + secs - offset);
 }
 
 DateTime DateTime::parse(std::string_view text, std::string_view pattern) noexcept {

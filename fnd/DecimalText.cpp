@@ -12,14 +12,14 @@ namespace FND {
 
 namespace {
 
-constexpr std::string_view invalidTextS = "INVALID";
+constexpr std::string_view invalidDecimalS = "INVALID";
 
-constexpr bool isBlank(char byte) noexcept { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
+constexpr bool isSpace(char byte) noexcept { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
 /// `text` without the blanks around it and without its sign, which is returned separately.
 std::string_view withoutSign(std::string_view text, bool& negative) noexcept {
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
     negative = !text.empty() && text.front() == '-';
     if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
     return text;
@@ -203,7 +203,7 @@ std::int64_t Decimal::toLong() const noexcept {
 
 void Decimal::format(String& out, int places) const {
     if (!isValid()) {
-        out.assign(invalidTextS);
+        out.assign(invalidDecimalS);
         return;
     }
     places = clampPlaces(places);
@@ -242,7 +242,7 @@ String Decimal::toPlainString() const { return toString(scale()); }
 
 void Decimal::formatHex(String& out, char separator, int places) const {
     if (!isValid()) {
-        out.assign(invalidTextS);
+        out.assign(invalidDecimalS);
         return;
     }
     places = clampPlaces(places);

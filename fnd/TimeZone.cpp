@@ -21,16 +21,15 @@ constexpr const char* databaseS = "/usr/share/zoneinfo";
 constexpr const char* localFileS = "/etc/localtime";
 constexpr std::string_view utcS = "UTC";
 
-constexpr std::int64_t secsPerDayS = 86400;
 constexpr int cycleYearsS = 400;
-constexpr std::int64_t cycleSecsS = 146097 * secsPerDayS;
+constexpr std::int64_t cycleSecsS = 146097 * SecondsPerDay;
 // Zones that follow one rule in the end have the same periods, whatever year their files end with.
 constexpr int cycleYearS = 2101;
 constexpr std::int64_t everS = std::numeric_limits<std::int64_t>::min();
 constexpr int stretchShiftS = 22;  // seven weeks: most hold one change at most
 constexpr std::size_t mostPeriodsS = 30'000;
 
-std::int64_t startOf(int year) { return dayNumberOf(year, 1, 1) * secsPerDayS; }
+std::int64_t startOf(int year) { return dayNumberOf(year, 1, 1) * SecondsPerDay; }
 
 // Whether `name` can be that of a file within the database, judging by the name.
 bool isDatabaseName(std::string_view name) {
@@ -145,8 +144,8 @@ std::shared_ptr<const TimeZone> TimeZone::make(std::vector<ZonePeriod> periods,
 
 // Periods that end before the years that count, or that change nothing, are left out.
 bool TimeZone::take(const std::vector<ZonePeriod>& periods) {
-    const std::int64_t first = foldsFrom_ == everS ? cycle_ : startOf(1) - 2 * secsPerDayS;
-    const std::int64_t last = startOf(10'000) + 2 * secsPerDayS;
+    const std::int64_t first = foldsFrom_ == everS ? cycle_ : startOf(1) - 2 * SecondsPerDay;
+    const std::int64_t last = startOf(10'000) + 2 * SecondsPerDay;
     for (const ZonePeriod& period : periods) {
         if (period.begin > last) break;
         while (!periods_.empty() &&
@@ -202,8 +201,8 @@ std::string_view TimeZone::nameAt(std::int64_t secs) const noexcept {
 }
 
 TimeZone::Instants TimeZone::instantsOf(std::int64_t localSecs) const noexcept {
-    const std::int64_t offsetBefore = offsetAt(localSecs - secsPerDayS);
-    const std::int64_t offsetAfter = offsetAt(localSecs + secsPerDayS);
+    const std::int64_t offsetBefore = offsetAt(localSecs - SecondsPerDay);
+    const std::int64_t offsetAfter = offsetAt(localSecs + SecondsPerDay);
     Instants instants{localSecs - offsetBefore, localSecs - offsetAfter, true, true};
     if (offsetBefore != offsetAfter) {
         instants.beforeIsReal = offsetAt(instants.before) == offsetBefore;

@@ -1,4 +1,5 @@
 #include "fnd/ZoneFile.h"
+#include "fnd/Calendar.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +10,6 @@ namespace {
 
 constexpr std::size_t headerSizeS = 44;
 constexpr std::size_t typeSizeS = 6;
-constexpr std::int64_t secsPerDayS = 86400;
 
 std::int64_t bigEndian(const char* bytes, std::size_t size) {
     std::uint64_t value = (bytes[0] & 0x80) != 0 ? ~std::uint64_t{0} : 0;
@@ -63,7 +63,7 @@ bool readData(std::string_view bytes, std::size_t timeSize, const Counts& counts
         const std::int64_t offset = bigEndian(data, 4);
         const std::size_t nameBegin = static_cast<unsigned char>(data[5]);
         const std::size_t nameEnd = names.find('\0', nameBegin);
-        const bool isFit = offset > -2 * secsPerDayS && offset < 2 * secsPerDayS &&
+        const bool isFit = offset > -2 * SecondsPerDay && offset < 2 * SecondsPerDay &&
                            nameEnd != std::string_view::npos;
         if (!isFit || (!file.periods.empty() && begin <= file.periods.back().begin)) return false;
         file.periods.push_back({begin, static_cast<std::int32_t>(offset),

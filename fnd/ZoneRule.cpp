@@ -5,11 +5,6 @@
 namespace FND {
 namespace {
 
-constexpr std::int64_t secsPerMinuteS = 60;
-constexpr std::int64_t secsPerHourS = 3600;
-constexpr std::int64_t secsPerDayS = 86400;
-constexpr int daysPerWeekS = 7;
-
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
@@ -69,7 +64,7 @@ public:
             if (!readNumber(0, 59, minutes)) return false;
             if (skip(':') && !readNumber(0, 59, seconds)) return false;
         }
-        secs = hours * secsPerHourS + minutes * secsPerMinuteS + seconds;
+        secs = hours * SecondsPerHour + minutes * SecondsPerMinute + seconds;
         if (isNegative) secs = -secs;
         return true;
     }
@@ -98,7 +93,7 @@ public:
             moment.kind = Moment::Kind::DayOfYear;
             if (!readNumber(0, 365, moment.day)) return false;
         }
-        moment.secs = 2 * secsPerHourS;
+        moment.secs = 2 * SecondsPerHour;
         return !skip('/') || readTime(mostHours, moment.secs);
     }
 
@@ -118,11 +113,11 @@ std::int64_t ZoneRule::Moment::secsIn(int year) const noexcept {
     } else if (kind == Kind::Weekday) {
         const std::int64_t first = dayNumberOf(year, month, 1);
         int date =
-            1 + (day - weekdayOf(first) + daysPerWeekS) % daysPerWeekS + (week - 1) * daysPerWeekS;
-        if (!dateExists(year, month, date)) date -= daysPerWeekS;
+            1 + (day - weekdayOf(first) + DaysPerWeek) % DaysPerWeek + (week - 1) * DaysPerWeek;
+        if (!dateExists(year, month, date)) date -= DaysPerWeek;
         number = first + date - 1;
     }
-    return number * secsPerDayS + secs;
+    return number * SecondsPerDay + secs;
 }
 
 std::optional<ZoneRule> ZoneRule::parse(std::string_view text) {
@@ -134,7 +129,7 @@ std::optional<ZoneRule> ZoneRule::parse(std::string_view text) {
     if (reader.atEnd()) return rule;
     rule.hasSummer_ = true;
     if (!reader.readName(rule.summer_.name)) return std::nullopt;
-    rule.summer_.offset = rule.standard_.offset + static_cast<std::int32_t>(secsPerHourS);
+    rule.summer_.offset = rule.standard_.offset + static_cast<std::int32_t>(SecondsPerHour);
     if (!reader.atEnd() && !reader.startsWith(',') && !reader.readOffset(rule.summer_.offset)) {
         return std::nullopt;
     }

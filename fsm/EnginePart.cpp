@@ -16,7 +16,7 @@ Pool<EnginePart>& enginePartPool() {
 }
 
 // Made while the library is loaded, so that a fork never finds it half made.
-[[maybe_unused]] const auto& poolS = enginePartPool();
+[[maybe_unused]] const auto& partPoolS = enginePartPool();
 
 NonDetState* nonDet(State* state) { return static_cast<NonDetState*>(state); }
 

@@ -21,7 +21,7 @@ Pool<NonDetState>& nonDetStatePool() {
 }
 
 // Made while the library is loaded, so that a fork never finds it half made.
-[[maybe_unused]] const auto& poolS = nonDetStatePool();
+[[maybe_unused]] const auto& statePoolS = nonDetStatePool();
 
 }  // namespace
 

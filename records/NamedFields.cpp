@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "records/Arguments.h"
 #include "scr/Constant.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
@@ -37,25 +38,14 @@ private:
 
 SCR::Node* NamedField::make(SCR::Interpreter& interpreter, SCR::ParserStack& stack,
                             const SCR::FctDescr& descriptor) {
-    struct Argument {
-        std::unique_ptr<SCR::Node> node;
-        int type;
-        SCR::OperandTraits traits;
-    };
-    std::vector<Argument> arguments;  // the last one first
-    for (int count = stack.topNumParams(); count > 0; --count) {
-        const SCR::OperandTraits traits = stack.traits();
-        const int type = stack.popType();
-        arguments.push_back({std::unique_ptr<SCR::Node>(stack.popData()), type, traits});
-    }
+    std::vector<Argument> arguments = popArguments(stack);
     if (!arguments.empty()) {
-        int& type = arguments.back().type;
-        const auto* const text =
-            dynamic_cast<const SCR::StringConstant*>(arguments.back().node.get());
-        if (text != nullptr) type = SCR::TypeCode::EdrAlias;
+        Argument& name = arguments.front();
+        if (dynamic_cast<const SCR::StringConstant*>(name.node.get()) != nullptr) {
+            name.type = SCR::TypeCode::EdrAlias;
+        }
     }
-    for (; !arguments.empty(); arguments.pop_back()) {
-        Argument& argument = arguments.back();
+    for (Argument& argument : arguments) {
         stack.pushData(argument.node.release(), argument.type, argument.traits);
     }
     if (!static_cast<const NamedField&>(descriptor).function_.create(interpreter, stack)) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "records/Arguments.h"
 #include "scr/Constant.h"
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
@@ -150,22 +151,6 @@ protected:
 private:
     const int most_;
 };
-
-struct Argument {
-    std::unique_ptr<SCR::Node> node;
-    int type;
-};
-
-// The arguments of a call, in their order.
-std::vector<Argument> popArguments(SCR::ParserStack& stack) {
-    std::vector<Argument> arguments;
-    for (int count = stack.topNumParams(); count > 0; --count) {
-        const int type = stack.popType();
-        arguments.push_back({std::unique_ptr<SCR::Node>(stack.popData()), type});
-    }
-    std::reverse(arguments.begin(), arguments.end());
-    return arguments;
-}
 
 class FindFunction final : public TableFunction {
 public:

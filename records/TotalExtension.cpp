@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "records/Arguments.h"
 #include "records/CurrentRecord.h"
 #include "scr/ContainerAccess.h"
 #include "scr/Effect.h"
@@ -134,24 +135,6 @@ private:
     CurrentRecord& current_;
     const std::unique_ptr<SCR::StringNode> key_;
 };
-
-struct Argument {
-    std::unique_ptr<SCR::Node> node;
-    int type;
-    SCR::OperandTraits traits;
-};
-
-// The arguments of a call, in their order.
-std::vector<Argument> popArguments(SCR::ParserStack& stack) {
-    std::vector<Argument> arguments;
-    for (int count = stack.topNumParams(); count > 0; --count) {
-        const SCR::OperandTraits traits = stack.traits();
-        const int type = stack.popType();
-        arguments.push_back({std::unique_ptr<SCR::Node>(stack.popData()), type, traits});
-    }
-    std::reverse(arguments.begin(), arguments.end());
-    return arguments;
-}
 
 // The variable that a node stands for, if it is not an element or a constant; null otherwise.
 SCR::Variable* variableOf(SCR::Node* node) {

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uintmax_t mostBytesS = std::uintmax_t{16} << 20;
+constexpr std::uintmax_t mostFileBytesS = std::uintmax_t{16} << 20;
 constexpr std::size_t mostScriptsS = 2000;
 
 int digitOf(char byte) {
@@ -165,7 +165,7 @@ std::shared_ptr<const SourceText> Documents::source(const std::string& path) {
     if (error || !fs::is_regular_file(status)) return nullptr;
     const auto time = fs::last_write_time(path, error);
     const std::uintmax_t size = fs::file_size(path, error);
-    if (error || size > mostBytesS) return nullptr;
+    if (error || size > mostFileBytesS) return nullptr;
     File& file = files_[path];
     if (file.source && file.time == time && file.size == size) return file.source;
     std::ifstream stream(path, std::ios::binary);

@@ -25,39 +25,43 @@ int kindOf(const Symbol& symbol) {
 }
 
 // In the order of the legend.
-enum TokenType {
-    Namespace,
-    TypeName,
-    Function,
-    Variable,
-    Parameter,
-    Property,
-    Keyword,
-    String,
-    Number,
-    Comment,
-    Operator,
-    Pattern
+struct TokenType {
+    enum Code {
+        Namespace,
+        TypeName,
+        Function,
+        Variable,
+        Parameter,
+        Property,
+        Keyword,
+        String,
+        Number,
+        Comment,
+        Operator,
+        Pattern
+    };
 };
-enum Modifier { Declared = 1, ReadOnly = 2, OfLibrary = 4 };
+struct Modifier {
+    enum Bit { Declared = 1, ReadOnly = 2, OfLibrary = 4 };
+};
 
 int typeOf(const SourceToken& token) {
     switch (token.kind) {
         case SourceKind::LineComment:
         case SourceKind::BlockComment:
-            return Comment;
+            return TokenType::Comment;
         case SourceKind::IncludeLine:
         case SourceKind::LineMark:
-            return Keyword;
+            return TokenType::Keyword;
         case SourceKind::Keyword:
-            return token.word == Word::TypeName ? TypeName : Keyword;
+            return token.word == Word::TypeName ? TokenType::TypeName : TokenType::Keyword;
         case SourceKind::Long:
         case SourceKind::Decimal:
-            return Number;
+            return TokenType::Number;
         case SourceKind::String:
-            return String;
+            return TokenType::String;
         case SourceKind::Comparison:
-            return Operator;
+            return TokenType::Operator;
         default:
             return -1;
     }
@@ -176,28 +180,28 @@ std::vector<std::uint32_t> Server::colours(const Where& where) const {
             if (sign == '{') switches.push_back(std::exchange(isPatternSwitch, false));
             if (sign == '}' && !switches.empty()) switches.pop_back();
             if (sign == ':') isLabel = false;
-            if (std::string_view("+-*/%=").find(sign) != std::string_view::npos) type = Operator;
+            if (std::string_view("+-*/%=").find(sign) != std::string_view::npos) type = TokenType::Operator;
         }
         const bool isAfterMatch = i > 0 && text.textOf(tokens[i - 1]) == "=~";
-        if (type == String && (isLabel || isAfterMatch)) type = Pattern;
+        if (type == TokenType::String && (isLabel || isAfterMatch)) type = TokenType::Pattern;
         if (token.kind == SourceKind::Name || token.kind == SourceKind::ModuleName) {
             const Use* const use = index.useAt(0, token.begin);
             if (use == nullptr) continue;
-            type = Variable;
+            type = TokenType::Variable;
             if (use->symbol != SymbolIndex::none) {
                 const Symbol& symbol = index.symbols()[use->symbol];
-                type = symbol.kind == Symbol::Kind::Function    ? Function
-                       : symbol.kind == Symbol::Kind::Parameter ? Parameter
-                                                                : Variable;
-                if (symbol.kind == Symbol::Kind::Constant) modifiers |= ReadOnly;
-                if (use->kind == Use::Kind::Declaration) modifiers |= Declared;
+                type = symbol.kind == Symbol::Kind::Function    ? TokenType::Function
+                       : symbol.kind == Symbol::Kind::Parameter ? TokenType::Parameter
+                                                                : TokenType::Variable;
+                if (symbol.kind == Symbol::Kind::Constant) modifiers |= Modifier::ReadOnly;
+                if (use->kind == Use::Kind::Declaration) modifiers |= Modifier::Declared;
             } else if (use->kind == Use::Kind::Field) {
-                type = Property;
+                type = TokenType::Property;
             } else if (use->kind == Use::Kind::Module) {
-                type = Namespace;
+                type = TokenType::Namespace;
             } else if (functions_.find(text.textOf(token), index.modules()) != nullptr) {
-                type = Function;
-                modifiers |= OfLibrary;
+                type = TokenType::Function;
+                modifiers |= Modifier::OfLibrary;
             }
         }
         if (type < 0) continue;

@@ -117,7 +117,7 @@ private:
 
 void appendNumber(std::size_t number, std::string& out) { out += std::to_string(number) + ' '; }
 
-void appendText(std::string_view text, std::string& out) {
+void appendSized(std::string_view text, std::string& out) {
     appendNumber(text.size(), out);
     out += text;
 }
@@ -296,8 +296,8 @@ void Totals::write(std::string& out) const {
         appendNumber(entry->isHash ? 1 : 0, out);
         appendNumber(count, out);
         forEach(*entry, [&](const FND::String& key, const auto& value) {
-            appendText(key, out);
-            appendText(spelled(value), out);
+            appendSized(key, out);
+            appendSized(spelled(value), out);
         });
     }
 }

@@ -9,6 +9,7 @@
 #include "fsm/Engine.h"
 #include "scr/Interpreter.h"
 #include "scr/Variable.h"
+#include "scr/advice/Wording.h"
 #include "scr/check/Usage.h"
 #include "scr/message/Messages.h"
 
@@ -32,14 +33,6 @@ Tokens tokensOf(Span span) {
         token.span = {text.data(), text.data() + text.size()};
         tokens.push_back(token);
     }
-}
-
-bool isOpening(int code) {
-    return code == SCR_OPEN_BRACE || code == SCR_OPEN_PARENTHESIS || code == SCR_OPEN_BRACKET;
-}
-
-bool isClosing(int code) {
-    return code == SCR_CLOSE_BRACE || code == SCR_CLOSE_PARENTHESIS || code == SCR_CLOSE_BRACKET;
 }
 
 bool isLiteral(int code) {
@@ -81,15 +74,8 @@ bool hasCall(const Tokens& tokens) {
 
 Span spanOf(std::string_view text) { return {text.data(), text.data() + text.size()}; }
 
-FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("'"); }
-
-FND::String lowered(std::string_view text) {
-    FND::String lower(text);
-    for (char& byte : lower) {
-        if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
-    }
-    return lower;
-}
+// As the log of a compile shows what it speaks of.
+FND::String loggedName(std::string_view text) { return FND::String("`").append(text).append("'"); }
 
 }  // namespace
 
@@ -98,8 +84,8 @@ void Lint::add(MessageCode code, Span at, const FND::String& text, const FND::St
 }
 
 void Lint::addShadowed(std::string_view name, std::string_view outer) {
-    add(MessageCode::Shadowed, spanOf(name), quoted(name) + " hides another one of the same name",
-        "choose another name");
+    add(MessageCode::Shadowed, spanOf(name),
+        loggedName(name) + " hides another one of the same name", "choose another name");
     warnings_.back().note = spanOf(outer);
 }
 
@@ -127,14 +113,14 @@ void Lint::statement(Span span) {
         findOuter(tokens, [](int code) { return code == SCR_COMPARE_OPERATOR; });
     if (comparison != nullptr) {
         add(MessageCode::NoEffect, comparison->span,
-            "the result of " + quoted(comparison->text()) + " is not used",
+            "the result of " + loggedName(comparison->text()) + " is not used",
             comparison->is("==") ? "to assign, write `=`" : "");
         return;
     }
     if (tokens.size() == 1 &&
         (tokens[0].code == SCR_IDENTIFIER || tokens[0].code == SCR_MODULE_IDENTIFIER)) {
         const FND::String name(tokens[0].text());
-        add(MessageCode::NoEffect, span, quoted(name) + " alone does nothing",
+        add(MessageCode::NoEffect, span, loggedName(name) + " alone does nothing",
             "to call a function, write `" + name + "()`");
         return;
     }
@@ -159,7 +145,7 @@ void Lint::comparison(Span left, Span sign, Span right) {
     if (left.text() == right.text()) {
         if (!hasCall(tokensOf(left))) {
             add(MessageCode::SameResult, sign,
-                "both sides of " + quoted(sign.text()) + " are the same");
+                "both sides of " + loggedName(sign.text()) + " are the same");
         }
         return;
     }
@@ -183,7 +169,7 @@ void Lint::comparison(Span left, Span sign, Span right) {
     }
     if (isConstant(left) && isConstant(right)) {
         add(MessageCode::SameResult, sign,
-            "both sides of " + quoted(sign.text()) + " are constant");
+            "both sides of " + loggedName(sign.text()) + " are constant");
     }
 }
 
@@ -260,7 +246,7 @@ void Lint::pattern(Span span, const FND::String& pattern) {
     const FSM::State* const state = engine.process(std::string_view());
     if (state != nullptr && !state->pathNumbers().empty() && pattern != ".*") {
         add(MessageCode::MatchesEmpty, span,
-            "the pattern " + quoted(pattern) + " matches the empty text");
+            "the pattern " + loggedName(pattern) + " matches the empty text");
     }
 }
 
@@ -270,11 +256,11 @@ void Lint::function(std::string_view name, bool hasParameters) {
     const FND::String right = lower == "begin" ? "BEGIN" : "END";
     if (name != right) {
         add(MessageCode::EventFunction, spanOf(name),
-            "the function " + quoted(name) + " does not run by itself",
+            "the function " + loggedName(name) + " does not run by itself",
             "did you mean `" + right + "`?");
     } else if (hasParameters) {
         add(MessageCode::EventFunction, spanOf(name),
-            quoted(name) + " gets no arguments when it runs by itself");
+            loggedName(name) + " gets no arguments when it runs by itself");
     }
 }
 

@@ -8,22 +8,13 @@
 #include "scr/MainExtension.h"
 #include "scr/Variable.h"
 #include "scr/advice/Advice.h"
+#include "scr/advice/Wording.h"
 
 // What is meant by a name that means nothing.
 
 namespace SCR {
 
 namespace {
-
-FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("`"); }
-
-FND::String lowered(std::string_view text) {
-    FND::String lower(text);
-    for (char& byte : lower) {
-        if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
-    }
-    return lower;
-}
 
 // The number of letters to insert, remove, change or exchange; more than `most` when there are
 // more.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Grammar.h"
+#include "scr/advice/Wording.h"
 #include "scr/message/Quote.h"
 
 namespace SCR {
@@ -15,10 +16,6 @@ constexpr std::size_t tokensPerMarkS = 512;
 constexpr std::size_t shownS = 160;
 
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-bool isOpening(int code) {
-    return code == SCR_OPEN_BRACE || code == SCR_OPEN_PARENTHESIS || code == SCR_OPEN_BRACKET;
-}
 
 int openingOf(int code) {
     switch (code) {

@@ -3,14 +3,13 @@
 
 #include "Grammar.h"
 #include "scr/advice/Advice.h"
+#include "scr/advice/Wording.h"
 
 // What is wrong where the grammar has no rule that goes on.
 
 namespace SCR {
 
 namespace {
-
-FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("`"); }
 
 // The character at the start of `text`, and its bytes; -1 for a byte that is no UTF-8.
 long characterAt(std::string_view text, std::size_t& size) {

@@ -6,14 +6,13 @@
 #include "scr/Interpreter.h"
 #include "scr/MainExtension.h"
 #include "scr/advice/Advice.h"
+#include "scr/advice/Wording.h"
 
 // What is wrong with types, and which conversion fits.
 
 namespace SCR {
 
 namespace {
-
-FND::String quoted(std::string_view text) { return FND::String("`").append(text).append("`"); }
 
 struct Conversion {
     int from;
@@ -236,11 +235,7 @@ void Advice::argument() {
     Span open;
     int depth = 0;
     for (const Scout::Token& token : scout_.tokensIn(span)) {
-        const bool isOpening = token.code == SCR_OPEN_PARENTHESIS ||
-                               token.code == SCR_OPEN_BRACKET || token.code == SCR_OPEN_BRACE;
-        const bool isClosing = token.code == SCR_CLOSE_PARENTHESIS ||
-                               token.code == SCR_CLOSE_BRACKET || token.code == SCR_CLOSE_BRACE;
-        if (isClosing && --depth == 0) open = token.span;
+        if (isClosing(token.code) && --depth == 0) open = token.span;
         if (depth == 1 && token.code == ',') {
             arguments.push_back({});
         } else if (depth > 0) {
@@ -249,7 +244,7 @@ void Advice::argument() {
             if (last.begin == nullptr) last.begin = token.span.begin;
             last.end = token.span.end;
         }
-        if (isOpening && ++depth == 1) arguments.clear();
+        if (isOpening(token.code) && ++depth == 1) arguments.clear();
     }
     const auto index = static_cast<std::size_t>(std::max(message.position - 1, 0));
     const bool hasArgument =

@@ -11,9 +11,9 @@ namespace {
 // Far more than the library takes; products of two of them do not overflow.
 constexpr std::size_t mostS = std::size_t{1} << 31;
 
-class Reader {
+class SizeReader {
 public:
-    explicit Reader(std::string_view pattern) : left_(pattern) {}
+    explicit SizeReader(std::string_view pattern) : left_(pattern) {}
 
     RegExprSize read() {
         while (!left_.empty()) {
@@ -146,6 +146,6 @@ private:
 
 }  // namespace
 
-RegExprSize sizeOfRegExpr(std::string_view pattern) { return Reader(pattern).read(); }
+RegExprSize sizeOfRegExpr(std::string_view pattern) { return SizeReader(pattern).read(); }
 
 }  // namespace SCR

@@ -15,9 +15,9 @@ using Bytes = FSM::ByteSet;
 using Piece = std::unique_ptr<FSM::EnginePart>;
 
 // Reads an expression into a part of an automaton; null when the expression is not plain.
-class Reader {
+class PieceReader {
 public:
-    explicit Reader(std::string_view pattern) : left_(pattern) {}
+    explicit PieceReader(std::string_view pattern) : left_(pattern) {}
 
     Piece read() {
         Piece all = alternatives(0);
@@ -188,7 +188,7 @@ private:
 }  // namespace
 
 std::unique_ptr<SearchAutomaton> SearchAutomaton::make(std::string_view pattern) {
-    const FSM::Pattern read{Reader(pattern).read(), 0, {}};
+    const FSM::Pattern read{PieceReader(pattern).read(), 0, {}};
     FSM::RawAutomaton raw;
     if (!read.part || !FSM::determinise(&read, 1, {maxStatesCM - firstCM}, raw) ||
         raw.acceptsEmpty())

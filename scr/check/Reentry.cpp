@@ -14,7 +14,6 @@ namespace {
 using Event = ScriptRecord::Event;
 using Place = ScriptRecord::Place;
 using Call = ScriptRecord::Call;
-using Function = ScriptRecord::Function;
 constexpr std::uint32_t noneS = ScriptRecord::none;
 
 // Takes tenths of a second; no real script comes near.
@@ -129,7 +128,7 @@ private:
     }
 
     void findFacts(std::uint32_t index) {
-        const Function& function = record_.functions[index];
+        const ScriptRecord::Function& function = record_.functions[index];
         Facts& facts = facts_.emplace_back(function.locals.size());
         facts.callsItself = function.callees.count(index) > 0;
         Bits isChanged(function.locals.size());
@@ -169,7 +168,7 @@ private:
 
     // Arguments that call the very function that they are passed to.
 
-    void findNestedCalls(const Function& function) {
+    void findNestedCalls(const ScriptRecord::Function& function) {
         std::vector<OpenCall> open;
         std::size_t epoch = 0;  // incremented with each change of a variable
         for (std::uint32_t at = function.body.first; at != noneS; at = record_.events[at].next) {
@@ -214,7 +213,7 @@ private:
                 call.arguments[i].isSame(again.arguments[i])) {
                 continue;
             }
-            const Function& function = record_.functions[call.function];
+            const ScriptRecord::Function& function = record_.functions[call.function];
             found_.emplace_back(again.place,
                                 Messages::argumentCallsAgain(outer.epochs.size() + 1, function.name,
                                                              record_.functions[again.function].name,
@@ -249,7 +248,7 @@ private:
     // Variables that are read after the function has called itself.
 
     void findLateReads(std::uint32_t index) {
-        const Function& function = record_.functions[index];
+        const ScriptRecord::Function& function = record_.functions[index];
         Causes causes;
         const std::vector<Bits> repeated = lostInLoops(index, causes);
         std::size_t loop = 0;
@@ -271,7 +270,7 @@ private:
     // For each loop, in the order of their beginnings: the variables that a turn leaves lost for
     // the next.
     std::vector<Bits> lostInLoops(std::uint32_t index, Causes& causes) {
-        const Function& function = record_.functions[index];
+        const ScriptRecord::Function& function = record_.functions[index];
         const Effect nothing{Bits(function.locals.size()), Bits(function.locals.size())};
         std::vector<Bits> lost;
         std::vector<std::pair<std::size_t, EffectState>>
@@ -318,7 +317,8 @@ private:
         }
     }
 
-    void reportLateRead(const Function& function, const Event& read, const Causes& causes) {
+    void reportLateRead(const ScriptRecord::Function& function, const Event& read,
+                        const Causes& causes) {
         const FND::String& name = function.locals[read.index].name;
         const bool isBound =
             read.index < causes.binding.size() && causes.binding[read.index] != noneS;

@@ -27,24 +27,24 @@ constexpr std::string_view keywordS = "include";
 constexpr std::size_t lineMarkS = 64;
 
 // Bytes of work between two questions whether the script has to stop.
-constexpr std::size_t pieceSizeS = 128 * 1024;
+constexpr std::size_t stretchSizeS = 128 * 1024;
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+bool isSpaceOrTab(char c) { return c == ' ' || c == '\t'; }
 
 std::size_t skipBlanks(std::string_view line, std::size_t position) {
     const std::size_t begin = position;
-    while (position < line.size() && isBlank(line[position])) {
-        if ((++position - begin) % pieceSizeS == 0) countWork(pieceSizeS);
+    while (position < line.size() && isSpaceOrTab(line[position])) {
+        if ((++position - begin) % stretchSizeS == 0) countWork(stretchSizeS);
     }
     return position;
 }
 
 // Where the line that `position` is in ends.
 std::size_t lineEnd(std::string_view text, std::size_t position) {
-    for (; text.size() - position > pieceSizeS; position += pieceSizeS) {
-        const std::size_t end = text.substr(position, pieceSizeS).find('\n');
+    for (; text.size() - position > stretchSizeS; position += stretchSizeS) {
+        const std::size_t end = text.substr(position, stretchSizeS).find('\n');
         if (end != std::string_view::npos) return position + end;
-        countWork(pieceSizeS);
+        countWork(stretchSizeS);
     }
     return std::min(text.find('\n', position), text.size());
 }
@@ -138,8 +138,8 @@ Reading readFile(const FileAccess& files, const FND::String& path, std::size_t m
     std::size_t size = 0;
     for (;;) {
         if (size == content.size()) content.resize(2 * size);
-        countWork(pieceSizeS);
-        const std::size_t room = std::min(content.size() - size, pieceSizeS);
+        countWork(stretchSizeS);
+        const std::size_t room = std::min(content.size() - size, stretchSizeS);
         const ssize_t got = file.read(content.data() + size, room);
         if (got < 0) return Reading::Failed;
         if (got == 0) break;
