@@ -11,6 +11,7 @@
 #include "scr/HostExtension.h"
 #include "scr/Node.h"
 #include "scr/builtin/BuiltIn.h"
+#include "scr/code/Hot.h"
 #include "scr/run/RunControl.h"
 
 namespace {
@@ -30,9 +31,10 @@ struct CountingLog final : SCR::Log {
 
 // Compiles and executes `script`, and makes question number `question` stop it. False when there
 // were fewer questions.
-bool runStopped(const std::string& script, std::int64_t question) {
+bool runStopped(const std::string& script, std::int64_t question, SCR::CodeTier tier) {
     CountingLog log;
     Interpreter interpreter(&log);
+    interpreter.codeTier(tier);
     interpreter.runControl().stopAtQuestion(question);
     bool isDone = interpreter.compile(script) && interpreter.execute();
     const bool wasAsked = interpreter.runControl().questions() > question;
@@ -47,14 +49,14 @@ bool runStopped(const std::string& script, std::int64_t question) {
 }
 
 // The number of questions, each of which has stopped the script once.
-std::int64_t sweep(const std::string& script) {
+std::int64_t sweep(const std::string& script, SCR::CodeTier tier = SCR::CodeTier::Native) {
     SCOPED_TRACE(script);
     // The first run makes the objects that are made once and kept.
     const Harness::StdoutCapture capture;
     std::int64_t question = 0;
-    while (runStopped(script, question) && !testing::Test::HasFailure()) {
+    while (runStopped(script, question, tier) && !testing::Test::HasFailure()) {
         const long held = Allocations::heldCM;
-        runStopped(script, question);
+        runStopped(script, question, tier);
         EXPECT_EQ(Allocations::heldCM, held) << "question " << question << " leaks";
         ++question;
     }
@@ -75,7 +77,7 @@ TEST(StopTest, EachQuestionMayStopEachBuiltIn) {
 }
 
 TEST(StopTest, EachQuestionMayStopTheLanguage) {
-    const std::int64_t questions = sweep(R"(
+    constexpr const char* script = R"(
         function String twice(String s) { return s + s; }
         Long list[];
         function Long sum {
@@ -93,9 +95,13 @@ TEST(StopTest, EachQuestionMayStopTheLanguage) {
         regExprSwitch (words[3]) { case "wo.*d": n = 1; break; case "word-*": n = 2; }
         switch (nested[0]{"kk"}) { case "none": n = 3; break; default: n = n + 1; }
         arrayClear(words); hashClear(counts);
-    )");
-    RecordProperty("questions", static_cast<int>(questions));
+    )";
+    SCR::Code::Hot::makeAfter(1);
+    const std::int64_t questions = sweep(script, SCR::CodeTier::Tree);
     EXPECT_GT(questions, 100);
+    EXPECT_EQ(sweep(script, SCR::CodeTier::Portable), questions);
+    EXPECT_EQ(sweep(script, SCR::CodeTier::Native), questions);
+    RecordProperty("questions", static_cast<int>(questions));
 }
 
 // A host that lowers the limits while memory is held gets it back without a stop.

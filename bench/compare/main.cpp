@@ -2,7 +2,10 @@
 // in turns, the median of several rounds, processor time. Prints the seconds that Kestrel takes and
 // their ratio to each peer's: below 1 Kestrel is faster.
 //
-// usage: kestrel_compare [--rounds N] [--records N] [--save FILE] [--against FILE] [WORKLOAD...]
+// With --itself it compares Kestrel with limits, and in its other tiers, instead.
+//
+// usage: kestrel_compare [--itself] [--rounds N] [--records N] [--save FILE] [--against FILE]
+//                        [WORKLOAD...]
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -26,6 +29,7 @@ struct Options {
     std::string save;
     std::string against;
     std::vector<std::string> workloads;
+    bool comparesItself = false;  // with its other tiers and limits, not with peers
 };
 
 /// A workload: a folder of scripts, and programs named after it.
@@ -93,10 +97,25 @@ constexpr PeerProgram peerProgramsS[] = {
     {"LuaJIT", "embedded", "_luajit"},
     {"AngelScript", "embedded", "_angelscript"},
     {"libgcc _Decimal128", "decimals", "_libgcc"},
+    {"128-bit integers", "decimals", "_integers"},
+    {"C++ by hand", "record_job", "_cpp"},
     {"RE2::Set", "regexpr_switch", "_re2"},
     {"PCRE2 JIT", "regexpr_switch", "_pcre2"},
     {"RE2", "regexpr_search", "_re2"},
+    {"PCRE2 JIT", "regexpr_search", "_pcre2"},
     {"C library", "dates", "_libc"},
+};
+
+/// Kestrel itself in another way, which `kestrel run` takes as options.
+struct Variant {
+    const char* name;
+    std::vector<std::string> options;
+};
+
+const Variant variantsS[] = {
+    {"with limits", {"--limit", "steps=1000000000000", "time=1000000000", "memory=8000000000"}},
+    {"portable", {"--tier", "portable"}},
+    {"tree", {"--tier", "tree"}},
 };
 
 struct Contender {
@@ -112,8 +131,8 @@ double median(std::vector<double> values) {
     return *middle;
 }
 
-// Ours first, then the available peers.
-std::vector<Contender> contendersOf(const Workload& workload) {
+// Ours first, then the available peers, or our own other ways.
+std::vector<Contender> contendersOf(const Workload& workload, bool comparesItself) {
     const std::string scripts = std::string(workloadsS) + "/" + workload.folder;
     Contender ours{"Kestrel", {}, {}, false};
     if (workload.isProgram) {
@@ -126,6 +145,16 @@ std::vector<Contender> contendersOf(const Workload& workload) {
         }
     }
     std::vector<Contender> contenders{ours};
+    if (comparesItself) {
+        for (const Variant& variant : variantsS) {
+            if (workload.command.empty() || workload.command.front() != "run") break;
+            Contender other{variant.name, ours.command, {}, false};
+            other.command.insert(other.command.end(), variant.options.begin(),
+                                 variant.options.end());
+            contenders.push_back(other);
+        }
+        return contenders;
+    }
     for (const Interpreter& interpreter : interpretersS) {
         const std::string name = std::string(workload.peers) + interpreter.extension;
         const std::string script = *workload.folder != '\0' ? scripts + "/" + name : name;
@@ -153,7 +182,7 @@ std::vector<Contender> contendersOf(const Workload& workload) {
 // Measures a workload and prints its line; false when a contender failed or gave another output.
 bool compare(const Workload& workload, const Options& options, const Results& before,
              Results& results) {
-    std::vector<Contender> contenders = contendersOf(workload);
+    std::vector<Contender> contenders = contendersOf(workload, options.comparesItself);
     bool isGood = true;
     std::string expected;
     // The first round only warms up and compares the outputs.
@@ -206,6 +235,10 @@ bool parse(int argc, char** argv, Options& options) {
             options.workloads.push_back(argument);
             continue;
         }
+        if (argument == "--itself") {
+            options.comparesItself = true;
+            continue;
+        }
         if (++i == argc) return false;
         if (argument == "--rounds") {
             options.rounds = std::atoi(argv[i]);
@@ -233,7 +266,7 @@ int main(int argc, char** argv) {
     Options options;
     if (!parse(argc, argv, options)) {
         std::fprintf(stderr,
-                     "usage: kestrel_compare [--rounds N] [--records N] [--save FILE] "
+                     "usage: kestrel_compare [--itself] [--rounds N] [--records N] [--save FILE] "
                      "[--against FILE] [WORKLOAD...]\n");
         return 2;
     }

@@ -48,6 +48,7 @@ public:
     }
 
     void lowerJump(Code::Builder& code, Code::Label label, bool when) override {
+        if (jumpAsOther(code, label, when)) return;
         Code::Builder::Frame frame(code);
         const auto [left, right] = lowerOperands(code);
         frame.end();
@@ -55,6 +56,22 @@ public:
     }
 
 private:
+    // A Bool that is compared with a constant is a condition itself, or the opposite of one.
+    bool jumpAsOther(Code::Builder& code, Code::Label label, bool when) const {
+        constexpr bool isEqual = relation == Relation::Equal;
+        if constexpr (std::is_same_v<Type, BoolType> &&
+                      (isEqual || relation == Relation::NotEqual)) {
+            const bool* const left = constantOf<BoolType>(left_.node());
+            const bool* const right = constantOf<BoolType>(right_.node());
+            if (left == nullptr && right == nullptr) return false;
+            const bool value = right != nullptr ? *right : *left;
+            code.jump(right != nullptr ? left_.node() : right_.node(), label,
+                      (value == when) == isEqual);
+            return true;
+        }
+        return false;
+    }
+
     std::pair<Code::Ref, Code::Ref> lowerOperands(Code::Builder& code) const {
         Code::Builder::Held left = code.hold(left_.lower(code));
         const Code::Ref right = right_.lower(code);
