@@ -33,7 +33,7 @@ void ElementSource::report(const FND::String& message) {
     const std::uint64_t run = interpreter_.runControl().runs();
     if (run == reportedRun_) return;
     reportedRun_ = run;
-    interpreter_.logError(message);
+    interpreter_.logError(message, &user_, {});
 }
 
 std::unique_ptr<Node> arrayAccess(Interpreter& interpreter, std::unique_ptr<ArrayNode> container,

@@ -55,6 +55,7 @@ bool accessElement(int containerCode, int indexCode, Access access) {
     std::unique_ptr<Node> element =
         access(*actInterpreterG, std::move(container), std::move(index));
     if (!element) return SCR_YaccError(Messages::noElementAccess(elementType));
+    recordPlace(element.get());
     tellAnalyses([&](auto& analysis) { analysis.elementMade(element.get()); });
     return pushNested(*actInterpreterG, *stackG, std::move(element), elementType, traits);
 }

@@ -4,12 +4,14 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
 #include "scr/builtin/StringResult.h"
 #include "scr/call/OperandSlot.h"
 #include "scr/call/ShownValue.h"
+#include "scr/message/Messages.h"
 #include "scr/parser/ParserStack.h"
 
 namespace SCR {
@@ -64,7 +66,23 @@ protected:
     /// Logs an error of this call, which has the arguments given.
     template <class... Arguments>
     [[gnu::cold]] void fail(const FND::String& message, const Arguments&... arguments) const {
-        interpreter_->logError(message, this, {shownValue(arguments)...});
+        std::vector<FND::String> shown;
+        (addShown(arguments, shown), ...);
+        interpreter_->logError(message, this, shown);
+    }
+
+    /// Makes `result`, which this call with the arguments given is about to fill, hold `size` bytes
+    /// without further allocation; its former text is lost. False, with an error logged and
+    /// `result` empty, when that would be longer than the limit of a string or `maxStringSize`
+    /// allow, or there is no memory. A built-in whose result may be long calls this before it fills
+    /// the result; the length of all others is checked afterwards.
+    template <class... Arguments>
+    bool reserve(FND::String& result, std::size_t size, const Arguments&... arguments) const {
+        if (isResultSize(*interpreter_, size) && tryReserveResult(result, size)) [[likely]]
+            return true;
+        result.clear();
+        fail(Messages::resultTooLong(size), arguments...);
+        return false;
     }
 
     /// The node of operand `index`.
@@ -80,6 +98,15 @@ private:
     struct NoValue {};
     using Stored = std::conditional_t<isReference, Value, NoValue>;
 
+    template <class Argument>
+    static void addShown(const Argument& argument, std::vector<FND::String>& shown) {
+        if constexpr (requires { shownValue(*argument); }) {
+            if (argument) shown.push_back(shownValue(*argument));
+        } else if constexpr (requires { shownValue(argument); }) {
+            shown.push_back(shownValue(argument));
+        }
+    }
+
     // Long texts count as work, whatever the built-in does with them.
     static void count(const FND::String& text) { countString(text.size()); }
     static void count(const FND::String* text) {
@@ -94,13 +121,19 @@ private:
             return static_cast<Derived*>(this)->value(*interpreter_, arguments...);
         } else if constexpr (std::is_same_v<Value, FND::String>) {
             static_cast<Derived*>(this)->value(*interpreter_, result_, arguments...);
-            if (!checkResultSize(*interpreter_, result_.size())) [[unlikely]]
-                result_.clear();
+            if (!isResultSize(*interpreter_, result_.size())) [[unlikely]]
+                refuse(arguments...);
             return static_cast<const Value&>(result_);
         } else {
             result_ = static_cast<Derived*>(this)->value(*interpreter_, arguments...);
             return static_cast<const Value&>(result_);
         }
+    }
+
+    template <class... Arguments>
+    [[gnu::cold]] void refuse(const Arguments&... arguments) {
+        fail(Messages::resultTooLong(result_.size()), arguments...);
+        result_.clear();
     }
 
     template <class Slot>

@@ -93,7 +93,7 @@ public:
              std::unique_ptr<ArrayNode> array, bool copiesKeys)
         : hash_(std::move(hash)),
           array_(std::move(array)),
-          source_(interpreter),
+          source_(interpreter, *this),
           copiesKeys_(copiesKeys) {}
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {

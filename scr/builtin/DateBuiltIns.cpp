@@ -104,8 +104,8 @@ public:
     }
 
 private:
-    static void formatLarge(Interpreter& interpreter, FND::String& result, const DateTime& date,
-                            const FND::String& format) {
+    void formatLarge(Interpreter& interpreter, FND::String& result, const DateTime& date,
+                     const FND::String& format) const {
         constexpr std::size_t pieceSize = 1024;
         if (!date.isValid()) return date.format(result);
         const std::size_t letter = findLocal(format);
@@ -121,7 +121,10 @@ private:
             } else {
                 date.format(text, pattern, interpreter.timeZone());
             }
-            if (!growResult(interpreter, result, result.size() + text.size())) return;
+            const std::size_t size = result.size() + text.size();
+            if (!growResult(interpreter, result, size)) {
+                return this->fail(Messages::resultTooLong(size), date, format);
+            }
             result += text;
             countWork(pattern.size() + text.size());
         }

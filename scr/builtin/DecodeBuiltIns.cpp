@@ -8,6 +8,7 @@
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/StringResult.h"
 #include "scr/message/Messages.h"
+#include "scr/message/Quote.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 
@@ -59,8 +60,11 @@ private:
 
     typename Type::Argument admit(typename Type::Argument value) const {
         if constexpr (std::is_same_v<Type, StringType>) {
-            if (!checkResultSize(*interpreter_, value.size())) [[unlikely]]
+            if (!isResultSize(*interpreter_, value.size())) [[unlikely]] {
+                interpreter_->logError(Messages::resultTooLong(value.size()), this,
+                                       {quotedValue(value)});
                 return StringType::null();
+            }
         }
         return value;
     }

@@ -133,12 +133,12 @@ struct StrSearchRegExpr final : RegExprFunction<StrSearchRegExpr, LongType> {
 };
 
 struct StrMatch final : RegExprFunction<StrMatch, StringType> {
-    void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
-               const FND::String& /*pattern*/, std::optional<long> start) {
+    void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& text,
+               const FND::String& pattern, std::optional<long> start) {
         const std::optional<std::size_t> first = admit(text, start);
         const std::string_view match =
             first ? this->expression().search(text, *first).value_or("") : "";
-        if (reserveResult(interpreter, result, match.size())) {
+        if (this->reserve(result, match.size(), text, pattern, start)) {
             result.clear();
             appendInPieces(result, match);
         }
@@ -148,7 +148,7 @@ struct StrMatch final : RegExprFunction<StrMatch, StringType> {
 /// Evaluates the array last, so that no script code runs after finding it and before filling it.
 class StrSplit final : public LongNode {
 public:
-    explicit StrSplit(Interpreter& interpreter) : elements_(interpreter) {}
+    explicit StrSplit(Interpreter& interpreter) : elements_(interpreter, *this) {}
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
         auto node = std::make_unique<StrSplit>(interpreter);

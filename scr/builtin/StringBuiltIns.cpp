@@ -24,8 +24,8 @@ struct Length final : BuiltInNode<Length, LongType(StringType)> {
 /// maps many bytes at once.
 template <char firstLetter>
 struct MapCase final : BuiltInNode<MapCase<firstLetter>, StringType(StringType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text) {
-        if (!reserveResult(interpreter, result, text.size())) return;
+    void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& text) const {
+        if (!this->reserve(result, text.size(), text)) return;
         result.clear();
         inPieces(text.size(), [&](std::size_t begin, std::size_t end) {
             result.resize(end);
@@ -48,11 +48,11 @@ bool isRange(const FND::String& text, long position, long length) {
 }
 
 struct Substr final : BuiltInNode<Substr, StringType(StringType, LongType, LongType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
-                      long position, long length) {
+    void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& text,
+               long position, long length) const {
         if (!isRange(text, position, length)) {
             result.clear();
-        } else if (reserveResult(interpreter, result, static_cast<std::size_t>(length))) {
+        } else if (reserve(result, static_cast<std::size_t>(length), text, position, length)) {
             result.clear();
             appendInPieces(result, std::string_view(text).substr(static_cast<std::size_t>(position),
                                                                  static_cast<std::size_t>(length)));
@@ -62,13 +62,16 @@ struct Substr final : BuiltInNode<Substr, StringType(StringType, LongType, LongT
 
 struct Replace final
     : BuiltInNode<Replace, StringType(StringType, LongType, LongType, StringType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
-                      long position, long length, const FND::String& replacement) {
+    void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& text,
+               long position, long length, const FND::String& replacement) const {
         result.clear();
         if (!isRange(text, position, length)) return;
         const auto start = static_cast<std::size_t>(position);
         const auto count = static_cast<std::size_t>(length);
-        if (!reserveResult(interpreter, result, text.size() - count + replacement.size())) return;
+        if (!reserve(result, text.size() - count + replacement.size(), text, position, length,
+                     replacement)) {
+            return;
+        }
         const std::string_view source = text;
         appendInPieces(result, source.substr(0, start));
         appendInPieces(result, replacement);
@@ -110,21 +113,21 @@ enum StripMode : long { Leading = 1, Trailing = 2, Both = 3 };
 
 struct StrStrip final
     : BuiltInNode<StrStrip, StringType(StringType, Optional<LongType>, Optional<StringType>)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
-                      std::optional<long> mode, const FND::String* character) {
+    void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& text,
+               std::optional<long> mode, const FND::String* character) const {
         const char stripped = character == nullptr || character->empty() ? ' ' : character->front();
         const long ends = mode.value_or(Trailing);
         std::string_view rest = text;
         if (ends == Leading || ends == Both) rest = withoutFront(rest, stripped);
         if (ends != Leading) rest = withoutBack(rest, stripped);
-        if (!reserveResult(interpreter, result, rest.size())) return;
+        if (!reserve(result, rest.size(), text, mode, character)) return;
         result.clear();
         appendInPieces(result, rest);
     }
 };
 
 struct StrPad final : BuiltInNode<StrPad, StringType(StringType, StringType, LongType, BoolType)> {
-    void value(Interpreter& interpreter, FND::String& result, const FND::String& text,
+    void value(Interpreter& /*interpreter*/, FND::String& result, const FND::String& text,
                const FND::String& fill, long length, bool atEnd) const {
         result.clear();
         if (length < 0) {
@@ -132,7 +135,7 @@ struct StrPad final : BuiltInNode<StrPad, StringType(StringType, StringType, Lon
             return;
         }
         const auto size = static_cast<std::size_t>(length);
-        if (!reserveResult(interpreter, result, size)) return;
+        if (!reserve(result, size, text, fill, length, atEnd)) return;
         const std::size_t padding = size - std::min(size, text.size());
         const char filler = fill.empty() ? ' ' : fill.front();
         const auto pad = [&] {
@@ -152,15 +155,21 @@ struct StrByteValue final : BuiltInNode<StrByteValue, LongType(StringType)> {
     }
 };
 
-/// Makes room for a result of the hexadecimal functions. False after a message when there is none;
-/// these functions have a message of their own for a lack of memory.
-bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size) {
-    result.clear();
-    if (!checkResultSize(interpreter, size)) return false;
-    if (tryReserveResult(result, size)) return true;
-    interpreter.logError(Messages::noMemoryForDigits);
-    return false;
-}
+/// The functions that write or read hexadecimal digits.
+template <class Derived>
+struct HexFunction : BuiltInNode<Derived, StringType(StringType)> {
+protected:
+    /// Makes room for a result. False after a message when there is none; these functions have a
+    /// message of their own for a lack of memory.
+    bool reserveHex(Interpreter& interpreter, FND::String& result, std::size_t size,
+                    const FND::String& text) const {
+        result.clear();
+        const bool isAllowed = isResultSize(interpreter, size);
+        if (isAllowed && tryReserveResult(result, size)) return true;
+        this->fail(isAllowed ? Messages::noMemoryForDigits : Messages::resultTooLong(size), text);
+        return false;
+    }
+};
 
 /// The two digits of each byte.
 constexpr std::array<std::array<char, 2>, 256> hexDigitsS = [] {
@@ -171,9 +180,9 @@ constexpr std::array<std::array<char, 2>, 256> hexDigitsS = [] {
     return digits;
 }();
 
-struct StrToHexStr final : BuiltInNode<StrToHexStr, StringType(StringType)> {
-    static void value(Interpreter& interpreter, FND::String& result, const FND::String& bytes) {
-        if (!reserveHex(interpreter, result, 2 * bytes.size())) return;
+struct StrToHexStr final : HexFunction<StrToHexStr> {
+    void value(Interpreter& interpreter, FND::String& result, const FND::String& bytes) const {
+        if (!reserveHex(interpreter, result, 2 * bytes.size(), bytes)) return;
         inPieces(bytes.size(), [&](std::size_t begin, std::size_t end) {
             result.resize(2 * end);
             char* out = result.data() + 2 * begin;
@@ -196,11 +205,11 @@ constexpr std::array<short, 256> digitValuesS = [] {
     return values;
 }();
 
-struct HexStrToStr final : BuiltInNode<HexStrToStr, StringType(StringType)> {
+struct HexStrToStr final : HexFunction<HexStrToStr> {
     void value(Interpreter& interpreter, FND::String& result, const FND::String& text) const {
         result.clear();
         if (text.size() % 2 != 0) return logInvalid(text);
-        if (!reserveHex(interpreter, result, text.size() / 2)) return;
+        if (!reserveHex(interpreter, result, text.size() / 2, text)) return;
         bool isSound = true;
         inPieces(text.size() / 2, [&](std::size_t begin, std::size_t end) {
             if (!isSound) return;

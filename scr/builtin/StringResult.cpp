@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <new>
-#include <string>
 
-#include "scr/message/Messages.h"
 #include "scr/run/MemoryCharge.h"
 
 namespace SCR {
@@ -22,21 +20,8 @@ bool tryReserveResult(FND::String& result, std::size_t size) {
     return true;
 }
 
-bool refuseResult(Interpreter& interpreter, std::size_t size) {
-    interpreter.logError(Messages::resultTooLong(size));
-    return false;
-}
-
-bool reserveResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
-    if (!checkResultSize(interpreter, size)) {
-        result.clear();
-        return false;
-    }
-    return tryReserveResult(result, size) || refuseResult(interpreter, size);
-}
-
 bool growResult(Interpreter& interpreter, FND::String& result, std::size_t size) {
-    if (size <= maxStringSize && size <= static_cast<std::size_t>(interpreter.limits().string)) {
+    if (size <= maxStringSize && isResultSize(interpreter, size)) {
         if (size <= result.capacity()) return true;
         const std::size_t capacity = std::max(size, 2 * result.capacity());
         const BufferCharge old(heapBytes(result));  // counted while both exist
@@ -48,7 +33,7 @@ bool growResult(Interpreter& interpreter, FND::String& result, std::size_t size)
         }
     }
     result.clear();
-    return refuseResult(interpreter, size);
+    return false;
 }
 
 }  // namespace SCR

@@ -102,7 +102,7 @@ struct SysGetEnv final : BuiltInNode<SysGetEnv, StringType(StringType)> {
         const bool isName = findByte(name, '=') == name.size();
         const char* const found = isName ? std::getenv(name.c_str()) : nullptr;
         const std::string_view value = found != nullptr ? found : "";
-        if (!reserveResult(interpreter, result, value.size())) return;
+        if (!reserve(result, value.size(), name)) return;
         result.clear();
         appendInPieces(result, value);
     }

@@ -59,7 +59,9 @@ private:
 /// execution, and gives null; for an index that is a negative Long it gives null without a message.
 class ElementSource {
 public:
-    explicit ElementSource(Interpreter& interpreter) : interpreter_(interpreter) {}
+    /// For the elements of one node, which messages are about.
+    ElementSource(Interpreter& interpreter, const Node& user)
+        : interpreter_(interpreter), user_(user) {}
 
     Variable* make(Array& array, unsigned long index);
     /// Makes the element and returns its value.
@@ -74,6 +76,7 @@ private:
     void report(const FND::String& message);
 
     Interpreter& interpreter_;
+    const Node& user_;
     std::uint64_t reportedRun_ = std::numeric_limits<std::uint64_t>::max();
 };
 
@@ -82,9 +85,9 @@ private:
 template <class V>
 class ArrayElement {
 public:
-    ArrayElement(Interpreter& interpreter, std::unique_ptr<ArrayNode> container,
+    ArrayElement(const Node& user, Interpreter& interpreter, std::unique_ptr<ArrayNode> container,
                  std::unique_ptr<Node> index)
-        : container_(std::move(container)), index_(std::move(index)), source_(interpreter) {}
+        : container_(std::move(container)), index_(std::move(index)), source_(interpreter, user) {}
 
     /// The element as a variable.
     V* find() { return elementAt(locate()); }
@@ -154,11 +157,11 @@ template <class V>
 class HashElement {
 public:
     /// `copiesKey`: evaluating the container may change the text that the key refers to.
-    HashElement(Interpreter& interpreter, std::unique_ptr<HashNode> container,
+    HashElement(const Node& user, Interpreter& interpreter, std::unique_ptr<HashNode> container,
                 std::unique_ptr<Node> key, bool copiesKey)
         : container_(std::move(container)),
           key_(std::move(key)),
-          source_(interpreter),
+          source_(interpreter, user),
           copiesKey_(copiesKey) {
         const FND::String* const constant = constantOf<StringType>(key_.node());
         if (constant != nullptr) constantHash_ = keyHash(*constant);
@@ -246,7 +249,7 @@ class ElementAccess : public Type::DataNode,
 public:
     template <class... Arguments>
     explicit ElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
-        : element_(std::forward<Arguments>(arguments)...) {}
+        : element_(*this, std::forward<Arguments>(arguments)...) {}
 
     typename Type::Argument result() override {
         if (const auto* const found = element_.findValue()) [[likely]]
@@ -354,7 +357,7 @@ class ContainerElementAccess final : public Base, public ElementPath<Container> 
 public:
     template <class... Arguments>
     explicit ContainerElementAccess(const Variable* prototype, Arguments&&... arguments)
-        : element_(std::forward<Arguments>(arguments)...),
+        : element_(*this, std::forward<Arguments>(arguments)...),
           prototype_(static_cast<const Container*>(prototype)) {}
 
     Container* result() override { return element_.find(); }
@@ -374,7 +377,7 @@ class FileElementAccess final : public FileData {
 public:
     template <class... Arguments>
     explicit FileElementAccess(const Variable* /*prototype*/, Arguments&&... arguments)
-        : element_(std::forward<Arguments>(arguments)...) {}
+        : element_(*this, std::forward<Arguments>(arguments)...) {}
 
     std::int32_t execute() override {
         find();
