@@ -65,8 +65,12 @@ using namespace SCR;
 bool SCR_functionCall() {
     const int type = stackG->popType();
     const auto callee = stackG->pop<Node>();
-    if (Node::baseType(type) != TypeCode::Function)
-        return SCR_YaccError(Messages::notCallable(type));
+    if (Node::baseType(type) != TypeCode::Function) {
+        if (!parseContextG->recovery.hasLostFunction)
+            return SCR_YaccError(Messages::notCallable(type));
+        parseContextG->isLost = parseContextG->recovery.isForgiven = true;
+        return true;
+    }
     const FctDescr* const descriptor = static_cast<const FctCallNode&>(*callee).descriptor();
     if (descriptor == nullptr) return SCR_YaccError(Messages::noDescription);
     Recovery& recovery = parseContextG->recovery;

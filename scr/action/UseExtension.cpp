@@ -52,7 +52,11 @@ bool SCR_useExtension(std::string_view extensionName) {
     const SCR::ModuleFiles::Library library =
         SCR::ModuleFiles::load(name, !isAllowed, interpreter.modulePath());
     if (library.generator == nullptr) {
-        return reportUse(name, isAllowed ? library.reason : SCR::Messages::forbiddenUse);
+        SCR::Messages::Message message = SCR::Messages::cannotUse(
+            name, isAllowed ? library.reason : SCR::Messages::forbiddenUse);
+        message.isAbsent = isAllowed && !library.isFound;
+        if (isAllowed) message.places = library.places;
+        return SCR_YaccError(message);
     }
     if (!isAllowed && library.table == nullptr) return reportUse(name, SCR::Messages::forbiddenUse);
     if (library.version != nullptr && *library.version != KESTREL_VERSION_MAJOR) {

@@ -48,8 +48,12 @@ private:
     const Fault& fault_;
     Diagnostic& diagnostic_;
 
+    void find();
     void syntax();
     void name();
+    bool nameByNeighbours(Span span, const Scout::Token& next);
+    bool method(Span span);
+    bool goesOnStrangely();
     void operands();
     void argument();
     void rest();
@@ -62,6 +66,9 @@ private:
     bool header(const Scout::Token& found, const Scout::Token& last);
     bool brackets(const Scout::Token& found, const Scout::Token& last);
     bool statement(const Scout::Token& found, const Scout::Token& last);
+    bool operatorWord(const Scout::Token& found);
+    bool closesInLine(const Scout::Token& found) const;
+    bool innerQuotes(const Scout::Token& found, const Scout::Token& last);
 
     Scout::Token beforeParentheses(bool& endsDo) const;
     bool say(MessageCode code, Span span, FND::String explanation, FND::String cure = {});

@@ -265,7 +265,7 @@ void Lint::function(std::string_view name, bool hasParameters) {
 }
 
 void Lint::report(Interpreter& interpreter, std::array<std::string_view, 3> parts,
-                  const Usage* usage) {
+                  const Usage* usage, bool hasErrors) {
     Scout scout(parts[0], parts[1], parts[2]);
     if (usage != nullptr) {
         for (const Usage::Finding& finding : usage->findings()) {
@@ -294,6 +294,8 @@ void Lint::report(Interpreter& interpreter, std::array<std::string_view, 3> part
         interpreter.diagnose(std::move(diagnostic));
     };
     for (const Warning& warning : warnings_) {
+        // Where braces are wrong, the order of statements is another one.
+        if (hasErrors && warning.code == MessageCode::NotReached) continue;
         scout.readTo(warning.at.begin);
         log(warning);
     }

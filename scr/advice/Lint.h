@@ -42,8 +42,8 @@ public:
 
     /// Logs the warnings in the order of the text, with those of `usage`, which may be null, and
     /// with what the end of the text tells.
-    void report(Interpreter& interpreter, std::array<std::string_view, 3> parts,
-                const Usage* usage);
+    void report(Interpreter& interpreter, std::array<std::string_view, 3> parts, const Usage* usage,
+                bool hasErrors);
 
 private:
     enum class State : unsigned char { Open, Left, Told };

@@ -105,6 +105,16 @@ constexpr Habit habitsS[] = {
     {"console.log", "texts are printed by `logStdout`", "logStdout"},
     {"try", "there are no exceptions: functions give a value that says that they failed"},
     {"throw", "there are no exceptions: functions give a value that says that they failed"},
+    {"repeat", "there is no `repeat`: write `do { ... } while (condition);`", "do"},
+    {"public", "a declaration begins with its type, or with `function` or `const`"},
+    {"private", "a declaration begins with its type, or with `function` or `const`"},
+    {"static", "a declaration begins with its type, or with `function` or `const`"},
+    {"global", "a declaration begins with its type, or with `function` or `const`"},
+    {"local", "a declaration begins with its type, or with `function` or `const`"},
+    {"my", "a variable is declared with its type, as in `Long n = 0;`"},
+    {"final", "a constant is declared by `const` and its type", "const"},
+    {"catch", "there are no exceptions: functions give a value that says that they failed"},
+    {"new", "a value is made by a function, as in `strToDate(\"2024-02-29\")`"},
     {"import", "a file is included by `include \"name\";`, a library by `use name;`"},
     {"require", "a file is included by `include \"name\";`, a library by `use name;`"},
     {"class", "there are no classes"},
@@ -139,7 +149,134 @@ FND::String nearestName(std::string_view name, const std::vector<FND::String>& c
             best = candidate;
         }
     }
+    constexpr std::size_t shortest = 4;
+    for (const FND::String& candidate : candidates) {
+        // A name that goes on.
+        const bool isLonger = name.size() >= shortest && candidate.size() > name.size() &&
+                              lowered(candidate).starts_with(lower);
+        if (isLonger && least == 2 * most + 2 &&
+            (best.empty() || candidate.size() < best.size() ||
+             (candidate.size() == best.size() && candidate < best))) {
+            best = candidate;
+        }
+    }
     return best;
+}
+
+namespace {
+
+struct Method {
+    std::string_view word;
+    int type;
+    std::string_view function;
+};
+
+// What other languages call on a value.
+constexpr Method methodsS[] = {
+    {"length", TypeCode::Array, "arraySize"},
+    {"size", TypeCode::Array, "arraySize"},
+    {"count", TypeCode::Array, "arraySize"},
+    {"clear", TypeCode::Array, "arrayClear"},
+    {"contains", TypeCode::Hash, "hashContains"},
+    {"has", TypeCode::Hash, "hashContains"},
+    {"keys", TypeCode::Hash, "hashKeys"},
+    {"remove", TypeCode::Hash, "hashRemove"},
+    {"delete", TypeCode::Hash, "hashRemove"},
+    {"clear", TypeCode::Hash, "hashClear"},
+    {"length", TypeCode::String, "strLength"},
+    {"size", TypeCode::String, "strLength"},
+    {"upper", TypeCode::String, "strToUpper"},
+    {"toUpper", TypeCode::String, "strToUpper"},
+    {"toUpperCase", TypeCode::String, "strToUpper"},
+    {"lower", TypeCode::String, "strToLower"},
+    {"toLower", TypeCode::String, "strToLower"},
+    {"toLowerCase", TypeCode::String, "strToLower"},
+    {"substr", TypeCode::String, "strSubstr"},
+    {"substring", TypeCode::String, "strSubstr"},
+    {"strip", TypeCode::String, "strStrip"},
+    {"trim", TypeCode::String, "strStrip"},
+    {"split", TypeCode::String, "strSplit"},
+    {"find", TypeCode::String, "strSearch"},
+    {"indexOf", TypeCode::String, "strSearch"},
+    {"startsWith", TypeCode::String, "strStartsWith"},
+    {"endsWith", TypeCode::String, "strEndsWith"},
+    {"replace", TypeCode::String, "strReplace"},
+    {"match", TypeCode::String, "strMatch"},
+    {"toString", TypeCode::Long, "longToStr"},
+    {"toString", TypeCode::Decimal, "decimalToStr"},
+    {"format", TypeCode::Date, "dateToStr"},
+};
+
+}  // namespace
+
+// A name of two parts, the first of which is a variable.
+bool Advice::method(Span span) {
+    const std::string_view whole = span.text();
+    const std::size_t point = whole.rfind('.');
+    if (point == 0 || point == std::string_view::npos) return false;
+    const FND::String object(whole.substr(0, point));
+    const std::string_view word = whole.substr(point + 1);
+    const bool isCall =
+        scout_.token().code == SCR_OPEN_PARENTHESIS || scout_.next().code == SCR_OPEN_PARENTHESIS;
+    Variable* const variable = const_cast<Interpreter&>(interpreter_).getVariable({}, object);
+    if (variable == nullptr) return false;
+    const int type = Node::baseType(variable->dataType());
+    if (type == TypeCode::Function) return false;
+    say(MessageCode::OtherLanguage, span,
+        "values have no functions of their own: " + quoted(whole) + " would be one name");
+    if (type == TypeCode::Hash && !isCall) {
+        cureBy(span, object + "{\"" + FND::String(word) + "\"}");
+        return true;
+    }
+    if (type == TypeCode::Array && (word == "push" || word == "append" || word == "add")) {
+        diagnostic_.cure = "an array grows when an element is set: `" + object + "[arraySize(" +
+                           object + ")] = ...`";
+        return true;
+    }
+    for (const Method& method : methodsS) {
+        if (method.type != type || method.word != word) continue;
+        diagnostic_.cure = "write `" + FND::String(method.function) + "(" + object + "...)`";
+        return true;
+    }
+    diagnostic_.cure = "a function gets the value as an argument: `f(" + object + ")`";
+    return true;
+}
+
+// What the tokens around an unknown name tell.
+bool Advice::nameByNeighbours(Span span, const Scout::Token& next) {
+    const std::size_t own = scout_.token().span.begin == span.begin ? 0 : 1;
+    const Scout::Token last = scout_.token(own + 1);
+    const Scout::Token first = scout_.token(own + 2);
+    if (last.code == '-' && first.code == '-' && first.span.end == last.span.begin &&
+        first.isFirst) {
+        say(MessageCode::OtherLanguage, {first.span.begin, last.span.end},
+            "`--` begins no comment; write `//`");
+        cureBy({first.span.begin, last.span.end}, "//");
+        return true;
+    }
+    const std::vector<Scout::Token> rest = scout_.tokensIn(
+        {next.span.end, next.span.end + std::min<std::size_t>(scout_.rest(next.span.end), 100)});
+    const bool hasName = !rest.empty() && rest.front().code == SCR_IDENTIFIER;
+    if (next.code == SCR_VAR_DECLARATION && !hasName &&
+        scout_.isSameLine(span.end, next.span.begin)) {
+        const Span both{span.begin, next.span.end};
+        say(MessageCode::OtherLanguage, both, "the type of a variable stands before its name");
+        cureBy(both, FND::String(next.text()) + " " + FND::String(span.text()));
+        return true;
+    }
+    if (next.code == SCR_STRING && next.span.begin == span.end) {
+        return say(MessageCode::OtherLanguage, span,
+                   "a text has nothing before its `\"`, and no values in it",
+                   "join values by `+`, as in `\"n is \" + longToStr(n)`");
+    }
+    const bool isInFor = !scout_.open().empty() && scout_.open().back().before.code == SCR_FOR;
+    if (isInFor && last.code == SCR_OPEN_PARENTHESIS &&
+        (next.is("in") || next.is("of") || next.code == SCR_COLON)) {
+        return say(MessageCode::OtherLanguage, span,
+                   "a `for` has three parts: `for (begin; condition; step)`",
+                   "count through an array: `for (i = 0; i < arraySize(list); i = i + 1)`");
+    }
+    return method(span);
 }
 
 void Advice::name() {
@@ -177,7 +314,9 @@ void Advice::name() {
         return;
     }
 
-    FND::String explanation = "unknown name " + quoted(message.name);
+    const FND::String shown =
+        Scout::shown({message.name.data(), message.name.data() + message.name.size()});
+    FND::String explanation = "unknown name " + quoted(shown);
     if (lower == "include") {
         say(MessageCode::Include, span,
             "an include line is written `include \"name\";`, alone in its line");
@@ -214,6 +353,7 @@ void Advice::name() {
         diagnostic_.cure = "declare it above that block";
         return;
     }
+    if (nameByNeighbours(span, next)) return;
     if ((message.name == "BEGIN" || message.name == "END") && next.code == SCR_OPEN_BRACE) {
         say(MessageCode::OtherLanguage, span, quoted(message.name) + " is a function");
         cureBy(span, "function " + message.name);
@@ -246,7 +386,7 @@ void Advice::name() {
         const bool isFunction = isCall;
         say(MessageCode::UnknownName, span, explanation,
             isFunction ? "declare a function of that name above, or see `kestrel functions`"
-                       : "declare it above, as in `Long " + message.name + ";`");
+                       : "declare it above, as in `Long " + shown + ";`");
         return;
     }
     const bool isCase = lowered(nearest) == lower;

@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::size_t keptTokensS = 64;
 constexpr std::size_t tokensPerMarkS = 512;
+// Brackets within each other that are known; a script has fewer.
+constexpr std::size_t mostOpenS = 5000;
 // Bytes of a line that a message shows.
 constexpr std::size_t shownS = 160;
 
@@ -140,7 +142,13 @@ void Scout::note(const Token& token) {
         const Token word = this->token(1);
         const bool isSwitch =
             before.code == SCR_OPEN_BRACE && word.code == SCR_CLOSE_PARENTHESIS && isAfterSwitch_;
-        open_.push_back({before, word, statement_, isSwitch});
+        if (open_.size() < mostOpenS) {
+            open_.push_back({before, word, statement_, isSwitch});
+        } else {
+            ++deeper_;
+        }
+    } else if (deeper_ > 0 && openingOf(before.code) != 0) {
+        --deeper_;
     } else if (const int opening = openingOf(before.code)) {
         const auto found = std::find_if(open_.rbegin(), open_.rend(), [&](const Bracket& bracket) {
             return bracket.token.code == opening;
@@ -153,6 +161,7 @@ void Scout::note(const Token& token) {
             }
             isAfterSwitch_ =
                 found->before.code == SCR_SWITCH || found->before.code == SCR_REGEXPR_SWITCH;
+            closed_ = *found;
             open_.erase(std::next(found).base(), open_.end());
         }
     }
@@ -258,6 +267,14 @@ bool Scout::isSameLine(const char* first, const char* second) const {
     const std::string_view part = partOf(first);
     if (part.data() != partOf(second).data() || second < first) return false;
     return std::find(first, second, '\n') == second;
+}
+
+bool Scout::afterParenthesis(const char* at) const {
+    const std::string_view part = partOf(at);
+    if (part.empty()) return false;
+    const std::string_view before(part.data(), static_cast<std::size_t>(at - part.data()));
+    const std::size_t last = before.find_last_not_of(" \t\r\n");
+    return last != std::string_view::npos && before[last] == ')';
 }
 
 Diagnostic::Place Scout::place(Span span) const {

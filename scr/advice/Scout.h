@@ -61,6 +61,10 @@ public:
     std::size_t statement() const { return statement_; }
     /// A brace whose closing one stands further left than its line; null begin for none.
     const Bracket& suspect() const { return suspect_; }
+    /// The bracket that was closed last, before the token read last.
+    const Bracket& closed() const { return closed_; }
+    /// Whether the text is a list of conditions.
+    bool isConditionList() const { return parts_[0].starts_with("CONDITIONS"); }
     /// The first text over several lines of the statement being read or the one before.
     const Token& longText() const { return longText_; }
     /// What is declared up to the token read last, and in the rest of the text.
@@ -68,6 +72,8 @@ public:
     std::vector<Declaration> laterDeclarations() const;
     const CustomLexer& lexer() const { return lexer_; }
 
+    /// Whether the last sign before `at` is a closing parenthesis.
+    bool afterParenthesis(const char* at) const;
     /// Whether `span` lies in the text, and so is not a part of what the parser puts before it.
     bool isInText(Span span) const;
     Diagnostic::Place place(Span span) const;
@@ -110,7 +116,9 @@ private:
     std::size_t count_ = 0;
     std::size_t statement_ = 0;
     std::vector<Bracket> open_;
+    std::size_t deeper_ = 0;      // brackets in those that are not known
     bool isAfterSwitch_ = false;  // the parenthesis closed last was that of a switch
+    Bracket closed_;
     Bracket suspect_;
     Token longText_;
     std::size_t longTextStatement_ = 0;

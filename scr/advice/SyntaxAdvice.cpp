@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "Grammar.h"
 #include "scr/advice/Advice.h"
@@ -87,9 +88,12 @@ void Advice::syntax() {
         return;
     }
     const FND::String what = quoted(Scout::shown(found.span));
+    const bool isFirst = last.code == 0 || !scout_.isInText(last.span) ||
+                         last.code == SCR_RESULTS || last.code == SCR_CONDITIONS ||
+                         last.code == SCR_QUERY;
     say(MessageCode::ParseError, found.span,
-        last.code == 0 ? what + " can not begin a script"
-                       : what + " does not fit after " + quoted(Scout::shown(last.span)));
+        isFirst ? what + " can not begin a script"
+                : what + " does not fit after " + quoted(Scout::shown(last.span)));
 }
 
 bool Advice::openText(const Scout::Token& found) {
@@ -182,7 +186,10 @@ bool Advice::strangeSign(const Scout::Token& found) {
                 if (character > ' ' &&
                     std::string_view("@$^~`\\").find(part[0]) != std::string_view::npos) {
                     return say(MessageCode::UnknownSign, span,
-                               quoted(span.text()) + " is no sign of the language");
+                               quoted(span.text()) + " is no sign of the language",
+                               part.starts_with("\\n") || part.starts_with("\\t")
+                                   ? "such a sign stands within a text: `\"\\n\"`"
+                                   : "");
                 }
                 if (character < ' ' && character != '\n') {
                     return say(MessageCode::UnknownSign, span, "a control character stands here");
@@ -230,6 +237,16 @@ bool Advice::strangeSign(const Scout::Token& found) {
 }
 
 bool Advice::otherOperator(const Scout::Token& found, const Scout::Token& last) {
+    if (found.code == SCR_PATTERN_COMPARE) {
+        return scout_.isConditionList()
+                   ? say(MessageCode::OtherOperator, found.span,
+                         "`=~` compares a whole condition: it stands neither in parentheses nor "
+                         "next to other comparisons",
+                         "write two conditions, or `strMatch`")
+                   : say(MessageCode::OtherOperator, found.span,
+                         "`=~` stands only in lists of conditions",
+                         "use `regExprSwitch`, or `strMatch(text, pattern) != \"\"`");
+    }
     const bool isJoined = last.span.end == found.span.begin;
     const Scout::Token first = scout_.token(2);
     const auto step = [&](const Scout::Token& one, const Scout::Token& two,
@@ -243,6 +260,15 @@ bool Advice::otherOperator(const Scout::Token& found, const Scout::Token& last) 
     };
     if (isJoined && last.code == '+' && found.code == '+') {
         return step(last, found, endsValue(first.code) ? first : scout_.next());
+    }
+    if (found.code == '+' && !endsValue(last.code) && scout_.next().code == '+') {
+        const Scout::Token next = scout_.next();
+        Scout::Token name;
+        const Span rest{next.span.end,
+                        next.span.end + std::min<std::size_t>(scout_.rest(next.span.end), 100)};
+        const std::vector<Scout::Token> tokens = scout_.tokensIn(rest);
+        if (!tokens.empty()) name = tokens.front();
+        return step(found, next, name);
     }
     if (last.code == first.code && (last.code == '+' || last.code == '-') &&
         first.span.end == last.span.begin && !beginsValue(found.code)) {
@@ -280,16 +306,27 @@ bool Advice::otherOperator(const Scout::Token& found, const Scout::Token& last) 
         return true;
     }
     if (isJoined && last.code == '*' && found.code == '*') {
-        return say(MessageCode::OtherOperator, both, "there is no `**`; see the function `power`");
+        return say(MessageCode::OtherOperator, both, "there is no `**`; multiply, as in `n * n`");
     }
     if (isJoined && last.code == '-' && found.is(">")) {
         return say(MessageCode::OtherOperator, both, "there is no `->`");
     }
     if (isJoined && (last.code == SCR_LONG_NUMBER || last.code == SCR_DECIMAL_NUMBER) &&
         found.code == SCR_IDENTIFIER) {
-        return say(MessageCode::NumberForm, both,
-                   quoted(both.text()) + " is no number: a number has digits and at most a point",
-                   "to begin a name, use a letter or `_`");
+        const std::string_view digits = both.text();
+        FND::String plain(digits);
+        std::erase(plain, '_');
+        say(MessageCode::NumberForm, both,
+            quoted(digits) + " is no number: a number has digits and at most a point");
+        if (digits.starts_with("0x") || digits.starts_with("0X")) {
+            diagnostic_.cure = "a hexadecimal number is read by `strHexToLong(\"" +
+                               FND::String(digits.substr(2)) + "\")`";
+        } else if (plain.find_first_not_of("0123456789") == FND::String::npos) {
+            cureBy(both, plain);
+        } else {
+            diagnostic_.cure = "to begin a name, use a letter or `_`";
+        }
+        return true;
     }
     return false;
 }
@@ -349,13 +386,21 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
         return say(MessageCode::MissingValue, after(last.span),
                    "the constant " + quoted(last.text()) + " needs a value");
     }
+    const Scout::Token next = scout_.next();
+    if (isName && first.code == SCR_VAR_DECLARATION && found.code == '-' &&
+        last.span.end == found.span.begin && next.code == SCR_IDENTIFIER) {
+        const Span whole{last.span.begin, next.span.end};
+        say(MessageCode::UnknownSign, whole,
+            "`-` is no part of a name: names are made of the letters A to Z, digits, `_` and `.`");
+        cureBy(whole, FND::String(last.text()) + "_" + FND::String(next.text()));
+        return true;
+    }
     if (isName && first.code == SCR_VAR_DECLARATION && before.code != SCR_FCT_DECLARATION &&
         found.code == SCR_OPEN_PARENTHESIS) {
         return say(MessageCode::FunctionHeader, first.span, "a function is declared by `function`",
                    "write `function " + FND::String(first.text()) + " " + FND::String(last.text()) +
                        "(...)`");
     }
-    const Scout::Token next = scout_.next();
     if (found.code == ',' && last.code == SCR_LONG_NUMBER && next.code == SCR_LONG_NUMBER &&
         last.span.end == found.span.begin && next.span.begin == found.span.end &&
         first.code == '=') {
@@ -415,6 +460,12 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
                        "declare it above, or put the statements into `{` and `}`");
         }
     }
+    const bool isHeader = first.code == SCR_FCT_DECLARATION ||
+                          (first.code == SCR_VAR_DECLARATION && before.code == SCR_FCT_DECLARATION);
+    if (isName && isHeader && (found.code == '=' || found.code == SCR_SEMICOLON)) {
+        return say(MessageCode::FunctionHeader, found.span,
+                   "the body of a function stands between `{` and `}`, after its parameters");
+    }
     const bool isFunction = first.code == SCR_FCT_DECLARATION;
     if (isName && isFunction && found.code == SCR_IDENTIFIER) {
         const bool isVoid = last.is("Void") || last.is("void");
@@ -438,10 +489,52 @@ bool Advice::header(const Scout::Token& found, const Scout::Token& last) {
         const bool isHeader = std::any_of(declared.begin(), declared.end(), [&](const auto& one) {
             return one.isFunction && one.span.begin == name.span.begin;
         });
+        if (isHeader && found.code == '-' && scout_.next().is(">")) {
+            return say(MessageCode::FunctionHeader, {found.span.begin, scout_.next().span.end},
+                       "there is no `->`: the type of the result stands before the name",
+                       "write `function Long " + FND::String(name.text()) + "(...)`");
+        }
         if (isHeader && name.code != 0) {
             return say(MessageCode::FunctionHeader, found.span,
                        "the body of a function stands between `{` and `}`");
         }
+    }
+    if (last.code == SCR_CLOSE_PARENTHESIS) {
+        const Scout::Token word = scout_.closed().before;
+        const bool isLoop = word.code == SCR_WHILE || word.code == SCR_FOR;
+        if (word.code == SCR_ELSE && found.code == SCR_OPEN_BRACE) {
+            say(MessageCode::OtherLanguage, word.span,
+                "a condition after `else` needs an `if` of its own");
+            cureBy(word.span, "else if");
+            return true;
+        }
+        if (found.code == SCR_SEMICOLON && (isLoop || word.code == SCR_IF)) {
+            return say(MessageCode::ParseError, found.span,
+                       "this `;` ends nothing: the statement of the " + quoted(word.text()) +
+                           " follows its `)`",
+                       "remove it; an empty statement is `{}`");
+        }
+        if ((isLoop || word.code == SCR_IF) &&
+            (isOperator(found.code) || found.code == SCR_BOOL_OPERATOR)) {
+            return say(MessageCode::MissingParenthesis, found.span,
+                       "the condition of the " + quoted(word.text()) + " ended at the `)` before",
+                       "put parentheses around the whole condition");
+        }
+    }
+    const bool isBlock = last.code == SCR_CLOSE_BRACE && scout_.closed().before.code == SCR_DO;
+    if (isBlock) {
+        const Span begin = scout_.closed().before.span;
+        if (scout_.afterParenthesis(begin.begin)) {
+            say(MessageCode::OtherLanguage, begin,
+                "`do` begins a loop of its own; the body of a `while` follows its `)`");
+            diagnostic_.cure = "remove `do`";
+            change(begin, "");
+            return true;
+        }
+        say(MessageCode::ParseError, after(last.span),
+            "a `do` ends with its condition: missing `while (...);` after `}`");
+        note("it begins here", begin);
+        return true;
     }
     const bool needsParenthesis = last.code == SCR_IF || last.code == SCR_WHILE ||
                                   last.code == SCR_FOR || isSwitchWord(last.code);
@@ -455,10 +548,14 @@ bool Advice::header(const Scout::Token& found, const Scout::Token& last) {
         const bool isParenthesis = open.token.code == SCR_OPEN_PARENTHESIS;
         if (isParenthesis && open.before.code == SCR_FOR && found.code != SCR_OPEN_BRACE &&
             (found.code == SCR_SEMICOLON || found.code == SCR_CLOSE_PARENTHESIS ||
-             found.code == SCR_COLON || found.code == SCR_IDENTIFIER)) {
+             found.code == SCR_COLON || found.code == SCR_IDENTIFIER || found.code == ',')) {
+            const bool isEach = found.code == SCR_COLON || found.code == SCR_IDENTIFIER;
             return say(MessageCode::ParseError, found.span,
                        "a `for` has three parts: `for (begin; condition; step)`",
-                       "for an endless loop write `while (true)`");
+                       isEach              ? "count through an array: `for (i = 0; i < "
+                                             "arraySize(list); i = i + 1)`"
+                       : found.code == ',' ? "between them stands `;`"
+                                           : "for an endless loop write `while (true)`");
         }
         // A parameter without a type.
         if (isParenthesis && open.before.code == SCR_IDENTIFIER && found.code != SCR_OPEN_BRACE) {
@@ -494,6 +591,20 @@ bool Advice::brackets(const Scout::Token& found, const Scout::Token& last) {
     if (open.empty()) {
         if (!isClosing) return false;
         FND::String cure = "remove it, or look for the opening one that is missing above";
+        // What stands right above it and not further in.
+        for (std::size_t back = 1; found.code == SCR_CLOSE_BRACE && found.isFirst; ++back) {
+            const Scout::Token token = scout_.token(back);
+            if (token.code == 0) break;
+            if (!token.isFirst || token.indent > found.indent) continue;
+            const bool opens = token.code == SCR_IF || token.code == SCR_WHILE ||
+                               token.code == SCR_FOR || token.code == SCR_ELSE ||
+                               token.code == SCR_DO || token.code == SCR_FCT_DECLARATION;
+            if (!opens || back < 2) break;
+            return say(MessageCode::MissingBrace, token.span,
+                       "the `}` in line " + std::to_string(scout_.place(found.span).line) +
+                           " closes nothing: this " + quoted(token.text()) + " has no `{`",
+                       "write `{` where the block begins");
+        }
         if (found.code == SCR_CLOSE_BRACE && scout_.suspect().token.span.begin != nullptr) {
             note("the indentation differs from here on", scout_.suspect().token.span);
         }
@@ -512,7 +623,7 @@ bool Advice::brackets(const Scout::Token& found, const Scout::Token& last) {
         if (found.code != 0) return false;
         const bool hasSuspect = scout_.suspect().token.span.begin != nullptr;
         const Span brace = hasSuspect ? scout_.suspect().token.span : inner.token.span;
-        const int line = scout_.place(found.span).line;
+        const int line = scout_.place(last.span).line;
         say(MessageCode::MissingBrace, brace,
             "the text ends in line " + std::to_string(line) + ", but this `{` is not closed",
             "write `}` where the block ends");
@@ -528,6 +639,12 @@ bool Advice::brackets(const Scout::Token& found, const Scout::Token& last) {
         beginsValue(found.code) && !scout_.isSameLine(last.span.end, found.span.begin);
     if (endsValue(last.code) && !(isFor && found.code == SCR_SEMICOLON) &&
         (endsStatement || isOther || isNextLine)) {
+        if (found.code == SCR_SEMICOLON && inner.before.code == SCR_IDENTIFIER &&
+            closesInLine(found)) {
+            say(MessageCode::OtherOperator, found.span, "arguments are separated by `,`");
+            cureBy(found.span, ",");
+            return true;
+        }
         const Diagnostic::Place place = scout_.place(inner.token.span);
         FND::String where = " in line " + std::to_string(place.line) + " column ";
         if (scout_.isSameLine(inner.token.span.begin, last.span.end)) where = " in column ";
@@ -541,11 +658,55 @@ bool Advice::brackets(const Scout::Token& found, const Scout::Token& last) {
     }
     if (beginsValue(found.code) && endsValue(last.code)) {
         if (found.is("not") || found.is("then")) return false;
+        if (innerQuotes(found, last) || operatorWord(found)) return true;
+        const bool isText = last.code == SCR_STRING || found.code == SCR_STRING;
         return say(MessageCode::ParseError, after(last.span),
                    "missing `,` or an operator between " + quoted(Scout::shown(last.span)) +
-                       " and " + quoted(Scout::shown(found.span)));
+                       " and " + quoted(Scout::shown(found.span)),
+                   isText ? "texts are joined by `+`" : "");
     }
     return false;
+}
+
+// Whether after the semicolon found, in its line, the parenthesis is closed and the statement ends.
+bool Advice::closesInLine(const Scout::Token& found) const {
+    const std::string_view text(found.span.end,
+                                std::min<std::size_t>(scout_.rest(found.span.end), 300));
+    const std::string_view line = text.substr(0, text.find('\n'));
+    int depth = 0;
+    for (const Scout::Token& token : scout_.tokensIn({line.data(), line.data() + line.size()})) {
+        if (token.code == SCR_OPEN_PARENTHESIS) ++depth;
+        if (token.code == '=' || token.code == SCR_VAR_DECLARATION) return false;
+        if (token.code == SCR_CLOSE_PARENTHESIS && --depth < 0) return true;
+    }
+    return false;
+}
+
+// An operator as other languages write it, in letters.
+bool Advice::operatorWord(const Scout::Token& found) {
+    constexpr std::pair<std::string_view, std::string_view> words[] = {
+        {"mod", "%"}, {"div", "/"}, {"is", "=="}, {"eq", "=="}, {"equals", "=="}, {"ne", "!="},
+        {"lt", "<"},  {"gt", ">"},  {"le", "<="}, {"ge", ">="}, {"xor", "!="},    {"plus", "+"},
+    };
+    for (const auto& [word, sign] : words) {
+        if (found.code != SCR_IDENTIFIER || !found.is(word)) continue;
+        say(MessageCode::OtherOperator, found.span, "there is no operator " + quoted(word));
+        cureBy(found.span, FND::String(sign));
+        return true;
+    }
+    return false;
+}
+
+// A text that holds quotes as they are.
+bool Advice::innerQuotes(const Scout::Token& found, const Scout::Token& last) {
+    const bool isText = last.code == SCR_STRING || found.code == SCR_STRING;
+    const bool isWord = last.code == SCR_IDENTIFIER || found.code == SCR_IDENTIFIER ||
+                        last.code == SCR_LONG_NUMBER || found.code == SCR_LONG_NUMBER;
+    if (!isText || !isWord || last.span.end != found.span.begin) return false;
+    const Span quote = last.code == SCR_STRING ? Span{last.span.end - 1, last.span.end}
+                                               : Span{found.span.begin, found.span.begin + 1};
+    return say(MessageCode::OpenText, quote, "this `\"` ends the text",
+               "a `\"` within a text is written `\\\"`");
 }
 
 bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
@@ -586,9 +747,24 @@ bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
         return say(MessageCode::ParseError, found.span, "this `;` ends nothing",
                    "remove it; an empty statement is `{}`");
     }
+    if (found.code == SCR_ELSE && isInSwitch && scout_.next().code == SCR_COLON) {
+        say(MessageCode::OtherLanguage, found.span, "the other cases of a switch are `default:`");
+        cureBy(found.span, "default");
+        return true;
+    }
     if (found.code == SCR_ELSE) {
         return say(MessageCode::ParseError, found.span, "this `else` has no `if`",
                    "only one statement may stand between: put several into `{` and `}`");
+    }
+    if (last.code == SCR_CASE && found.code == SCR_DEFAULT) {
+        say(MessageCode::CaseBody, {last.span.begin, found.span.end},
+            "`default` stands without `case`");
+        cureBy({last.span.begin, found.span.end}, "default");
+        return true;
+    }
+    if (last.code == SCR_CASE && found.code == SCR_COMPARE_OPERATOR) {
+        return say(MessageCode::CaseBody, found.span,
+                   "a case is for single values, as in `case 1, 2:`", "compare by `if`");
     }
     const bool isLabel = [&] {
         for (std::size_t back = 1; back < 40; ++back) {
@@ -611,6 +787,14 @@ bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
                        "a switch holds cases: `case value:` or `default:`");
         }
         const bool isEnd = last.code == SCR_SEMICOLON || last.code == SCR_CLOSE_BRACE;
+        const Scout::Bracket& cases = scout_.open().back();
+        if (isEnd && found.isFirst && found.indent <= cases.token.indent &&
+            found.code != SCR_CASE && found.code != SCR_DEFAULT) {
+            return say(MessageCode::MissingBrace, cases.token.span,
+                       "the cases go on in line " + std::to_string(scout_.place(found.span).line) +
+                           ", as this `{` is not closed",
+                       "write `}` where the switch ends");
+        }
         if (isEnd && found.code != SCR_CASE && found.code != SCR_DEFAULT) {
             return say(MessageCode::CaseBody, found.span,
                        "a case takes one statement; put several into `{` and `}`");
@@ -625,6 +809,7 @@ bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
                    quoted(found.text()) + " stands only in a switch");
     }
     if (last.code == SCR_RETURN || endsValue(last.code)) {
+        if (innerQuotes(found, last) || operatorWord(found)) return true;
         const bool isNext = found.code == 0 || found.code == SCR_CLOSE_BRACE ||
                             beginsStatement(found.code) ||
                             !scout_.isSameLine(last.span.end, found.span.begin);

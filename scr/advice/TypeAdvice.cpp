@@ -7,6 +7,7 @@
 #include "scr/MainExtension.h"
 #include "scr/advice/Advice.h"
 #include "scr/advice/Wording.h"
+#include "scr/os/ModuleFiles.h"
 
 // What is wrong with types, and which conversion fits.
 
@@ -95,6 +96,9 @@ void Advice::convert(Span span, int from, int to) {
     }
     const std::string_view function = conversionOf(from, to);
     if (function.empty() || whole.empty()) return;
+    const bool isWord = whole.starts_with('"') && isNumber(Node::baseType(to)) &&
+                        whole.find_first_of("0123456789+") == std::string_view::npos;
+    if (isWord) return;  // it is no number
     const bool isDecimal = Node::baseType(to) == TypeCode::Decimal;
     if (isDecimal && isDigits(whole)) {
         cureBy(span, FND::String(whole) + ".0");
@@ -120,7 +124,21 @@ void Advice::convert(Span span, int from, int to) {
     }
 }
 
+// Whether a sign that the language does not have is what follows, so that the types matter less.
+bool Advice::goesOnStrangely() {
+    const Scout::Token found = scout_.token();
+    if (found.code == '?') return strangeSign(found);
+    const Scout::Token last = scout_.token(1);
+    if (found.code == SCR_DECIMAL_NUMBER && last.code == SCR_DECIMAL_NUMBER &&
+        last.span.end == found.span.begin) {
+        return say(MessageCode::NumberForm, {last.span.begin, found.span.end},
+                   "a number has at most one point, and nothing between its thousands");
+    }
+    return false;
+}
+
 void Advice::operands() {
+    if (goesOnStrangely()) return;
     const Span place = fault_.spans.empty() ? Span() : fault_.spans[0];
     const Span left = fault_.operand(0);
     const Span right = fault_.operand(1);
@@ -150,6 +168,11 @@ void Advice::operands() {
                 target + " is a function and can not be assigned to");
             return;
         }
+        if (rightType == TypeCode::Void) {
+            say(MessageCode::StoredType, right.begin != nullptr ? right : place,
+                quoted(Scout::shown(right)) + " gives no value to store in " + target);
+            return;
+        }
         say(MessageCode::StoredType, right.begin != nullptr ? right : place,
             "cannot store " + aType(fault_.right) + " in " +
                 (Node::isLeft(fault_.left) ? "the " + Node::datatypeAsString(fault_.left)
@@ -175,6 +198,14 @@ void Advice::operands() {
                         (leftType == TypeCode::String || rightType == TypeCode::String);
     if (isBool) {
         const bool isLeftBad = leftType != TypeCode::Bool;
+        for (std::size_t back = 0; back < 20; ++back) {
+            const int code = scout_.token(back).code;
+            if (code == 0 || code == SCR_SEMICOLON || code == SCR_OPEN_PARENTHESIS) break;
+            if (code != SCR_CASE) continue;
+            say(MessageCode::OperandTypes, place, sign + " does not join the labels of a case",
+                "list them, as in `case 1, 2:`");
+            return;
+        }
         // In `a = 5 and b`, the comparison comes out as an assignment of all the rest.
         for (std::size_t back = 1; isLeftBad && back < 60; ++back) {
             const Scout::Token before = scout_.token(back + 1);
@@ -198,6 +229,16 @@ void Advice::operands() {
             leftType == TypeCode::Date ? "see the functions `dateAdd` and `dateDiff`" : "");
         return;
     }
+    const auto isCompared = [&](const Scout::Token& token) {
+        return token.code == SCR_COMPARE_OPERATOR;
+    };
+    if (isComparison && leftType == TypeCode::Bool &&
+        std::ranges::any_of(scout_.tokensIn(left), isCompared)) {
+        say(MessageCode::OperandTypes, place,
+            "comparisons do not follow one another: the left one gives a Bool",
+            "join two comparisons by `and`, as in `1 < n and n < 5`");
+        return;
+    }
     const FND::String types = aType(fault_.left) + " and " + aType(fault_.right);
     if (isText) {
         explanation = "cannot join " + types + " with `+`";
@@ -216,6 +257,16 @@ void Advice::operands() {
     } else if (isNumber(leftType) && isNumber(rightType)) {
         const bool isLeft = leftType == TypeCode::Long;
         convert(isLeft ? left : right, TypeCode::Long, TypeCode::Decimal);
+    } else if (!isComparison && (leftType == TypeCode::Date || rightType == TypeCode::Date)) {
+        diagnostic_.cure = "see the functions `dateAdd` and `dateDiff`";
+    } else if (isComparison && (leftType == TypeCode::Bool || rightType == TypeCode::Bool)) {
+        const Span other = leftType == TypeCode::Bool ? right : left;
+        const std::string_view value = other.begin != nullptr ? other.text() : std::string_view();
+        if (value == "\"true\"" || value == "\"false\"") {
+            cureBy(other, FND::String(value.substr(1, value.size() - 2)));
+        }
+    } else if (fault_.sign == Operator::Multiply && leftType == TypeCode::String) {
+        diagnostic_.cure = "a text is repeated by `strPad(\"\", \"-\", 10, true)`";
     } else if (leftType == TypeCode::Date || rightType == TypeCode::Date) {
         const bool isLeft = leftType != TypeCode::Date;
         convert(isLeft ? left : right, isLeft ? fault_.left : fault_.right, TypeCode::Date);
@@ -361,6 +412,13 @@ void Advice::rest() {
                         ? "write `decimalToLong(...)`"
                         : "");
                 convert(fault_.operand(1), message.actual, message.expected);
+                if (isKey && Node::baseType(message.actual) == TypeCode::Function) {
+                    cureBy(fault_.operand(1), "\"" + Scout::shown(fault_.operand(1)) + "\"");
+                }
+                if (!isKey && diagnostic_.cure.empty() &&
+                    Node::baseType(message.actual) == TypeCode::String) {
+                    diagnostic_.cure = "a hash has texts as keys: it is declared `Long h{}`";
+                }
                 if (fault_.operand(1).begin != nullptr)
                     scout_.locate(fault_.operand(1), diagnostic_);
                 return;
@@ -386,7 +444,12 @@ void Advice::rest() {
         }
         case MessageCode::NotCallable:
             say(MessageCode::NotCallable, span,
-                shown + " is " + aType(message.actual) + ", no function, and can not be called");
+                shown + " is " + aType(message.actual) + ", no function, and can not be called",
+                Node::baseType(message.actual) == TypeCode::Array
+                    ? "elements of an array are written `" + Scout::shown(span) + "[index]`"
+                : Node::baseType(message.actual) == TypeCode::Hash
+                    ? "elements of a hash are written `" + Scout::shown(span) + "{key}`"
+                    : FND::String());
             return;
         case MessageCode::NameTaken: {
             const std::vector<Scout::Declaration>& all = scout_.declarations();
@@ -434,6 +497,21 @@ void Advice::rest() {
             say(MessageCode::ReturnPlace, span, "`return` stands only in a function");
             return;
         case MessageCode::NestedFunction: {
+            const Scout::Bracket& last = scout_.suspect();
+            const bool isSuspect = last.token.span.begin != nullptr;
+            Scout::Token word;  // `function`, before the name that is being declared
+            for (std::size_t back = 0; back < 4 && word.code == 0; ++back) {
+                if (scout_.token(back).code == SCR_FCT_DECLARATION) word = scout_.token(back);
+            }
+            if (word.isFirst && !scout_.open().empty() &&
+                word.indent <= scout_.open().back().token.indent) {
+                say(MessageCode::MissingBrace,
+                    isSuspect ? last.token.span : scout_.open().back().token.span,
+                    "a function begins in line " + std::to_string(scout_.place(word.span).line) +
+                        ", but this `{` is not closed",
+                    "write `}` where the block ends");
+                return;
+            }
             say(MessageCode::NestedFunction, span, "a function can not be declared inside a block");
             const Scout::Bracket& suspect = scout_.suspect();
             const Span brace = suspect.token.span.begin != nullptr ? suspect.token.span
@@ -450,6 +528,10 @@ void Advice::rest() {
                     ? "a `regExprSwitch` tells texts apart, and this is " + aType(message.actual)
                     : "a `switch` tells Longs or Strings apart, and this is " +
                           aType(message.actual));
+            if (Node::baseType(message.actual) == TypeCode::Bool) {
+                diagnostic_.cure = "choose by `if` and `else if`";
+                return;
+            }
             convert(span, message.actual,
                     message.expected != 0                                 ? message.expected
                     : Node::baseType(message.actual) == TypeCode::Decimal ? TypeCode::Long
@@ -466,7 +548,17 @@ void Advice::rest() {
         case MessageCode::DefaultTwice:
             say(MessageCode::DefaultTwice, span, "there is a default already");
             return;
-        case MessageCode::NotConstant:
+        case MessageCode::NotConstant: {
+            const std::vector<Scout::Token> tokens = scout_.tokensIn(span);
+            const bool isRange = message.name.empty() && tokens.size() > 1 &&
+                                 std::ranges::all_of(tokens, [](const Scout::Token& token) {
+                                     return token.code == SCR_LONG_NUMBER || token.code == '-';
+                                 });
+            if (isRange) {
+                say(MessageCode::NotConstant, span, "there are no ranges of labels",
+                    "list the values, as in `case 1, 2, 3:`, or compare by `if`");
+                return;
+            }
             say(MessageCode::NotConstant, span,
                 message.name.empty()
                     ? "the label of a case is a constant, known before the script runs"
@@ -474,6 +566,7 @@ void Advice::rest() {
                           " must be known before the script runs",
                 "a literal, or the name of a constant");
             return;
+        }
         case MessageCode::ConstantType: {
             const int declared = Node::typeIdForName(message.name);
             if (message.actual == 0) {
@@ -526,6 +619,24 @@ void Advice::rest() {
         case MessageCode::OperandTypes:
             say(MessageCode::OperandTypes, span,
                 "`=~` compares texts, and one side is " + aType(message.actual));
+            return;
+        case MessageCode::Library:
+            if (message.name.empty()) return scout_.locate(span, diagnostic_);
+            say(MessageCode::Library, span,
+                message.isAbsent ? "there is no library or module " + quoted(message.name)
+                                 : quoted(message.name) + " can not be used: " + message.reason);
+            if (message.isAbsent) {
+                const FND::String nearest = nearestName(message.name, ModuleFiles::shippedNames());
+                if (!nearest.empty()) cureBy(span, nearest);
+                if (!nearest.empty()) {
+                    diagnostic_.cure = "did you mean " + quoted("use " + nearest + ";") + "?";
+                }
+            }
+            if (message.places.empty()) return;
+            diagnostic_.notes.push_back({"looked for where the system looks for libraries", {}});
+            for (const FND::String& place : message.places) {
+                diagnostic_.notes.push_back({"looked for in " + quoted(place), {}});
+            }
             return;
         case MessageCode::Forbidden:
             say(MessageCode::Forbidden, span,
@@ -602,6 +713,18 @@ std::size_t openPlace(const FND::String& pattern, FND::String& why) {
         why = "`(` is not closed";
         return open.back();
     }
+    for (std::size_t i = 0; why.empty() && i + 1 < pattern.size(); ++i) {
+        const std::string_view rest = std::string_view(pattern).substr(i);
+        if (rest.starts_with("(?=") || rest.starts_with("(?!") || rest.starts_with("(?<")) {
+            why = "there is no looking ahead or back, as by " + quoted(rest.substr(0, 3));
+            return i;
+        }
+        if (pattern[i] != '\\') continue;
+        if (pattern[++i] >= '1' && pattern[i] <= '9') {
+            why = "there are no references to groups, as by " + quoted(pattern.substr(i - 1, 2));
+            return i - 1;
+        }
+    }
     if (!pattern.empty() && std::string_view("*+?").find(pattern[0]) != std::string_view::npos) {
         why = quoted(pattern.substr(0, 1)) + " has nothing before it to repeat";
         return 0;
@@ -635,7 +758,27 @@ void Advice::pattern() {
     }
 }
 
+namespace {
+
+// A name may be as long as the text.
+void cut(FND::String& text) {
+    constexpr std::size_t most = 2000;
+    if (text.size() <= most) return;
+    std::size_t end = most;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    text.resize(end);
+    text += "...";
+}
+
+}  // namespace
+
 void Advice::give() {
+    find();
+    cut(diagnostic_.explanation);
+    cut(diagnostic_.cure);
+}
+
+void Advice::find() {
     diagnostic_.code = codeName(fault_.message.code);
     switch (fault_.message.code) {
         case MessageCode::ParseError:

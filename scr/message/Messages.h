@@ -24,6 +24,8 @@ struct Message {
     Text name = {};
     Text module = {};
     Text reason = {};
+    bool isAbsent = false;          ///< what is named was not found
+    std::vector<Text> places = {};  ///< where it was looked for
 };
 
 inline Text typeName(int typeWord) { return Node::datatypeAsString(typeWord); }
@@ -432,8 +434,10 @@ inline const Text forbiddenUse = "extension libraries are not allowed";
 
 // Extensions.
 inline Message cannotUse(const Text& name, const Text& reason) {
-    return {
-        .code = MessageCode::Library, .text = "can not use " + name + ": " + reason, .name = name};
+    return {.code = MessageCode::Library,
+            .text = "can not use " + name + ": " + reason,
+            .name = name,
+            .reason = reason};
 }
 inline const Text generatorFailed = "generator function failed";
 inline Text builtForVersion(int built, int own) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "scr/Version.h"
 
@@ -83,6 +84,7 @@ Library load(const FND::String& name, bool onlyShipped, const std::vector<FND::S
     if (!onlyShipped) {
         first = open(fileOf(name), name);
         if (first.generator != nullptr) return first;
+        first.isFound = first.reason.find("cannot open shared object") == FND::String::npos;
     }
     FND::String list;
     for (const FND::String& place : places) {
@@ -93,14 +95,16 @@ Library load(const FND::String& name, bool onlyShipped, const std::vector<FND::S
         Library library = open(path, name);
         if (library.generator != nullptr) return library;
         if (first.reason.empty()) first.reason = library.reason;
+        first.isFound = true;
     }
     if (first.reason.empty()) first.reason = "no module of this name";
     first.reason += " (not in " + list + " either)";
     if (onlyShipped) first.reason = "no module of this name in " + list;
+    first.places = std::move(places);
     return first;
 }
 
-std::vector<const ModuleTable*> shipped() {
+std::vector<FND::String> shippedNames() {
     std::vector<FND::String> names;
     if (DIR* const folder = opendir(shippedFolderS.c_str())) {
         while (const dirent* const entry = readdir(folder)) {
@@ -112,8 +116,12 @@ std::vector<const ModuleTable*> shipped() {
         closedir(folder);
     }
     std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<const ModuleTable*> shipped() {
     std::vector<const ModuleTable*> tables;
-    for (const FND::String& name : names) {
+    for (const FND::String& name : shippedNames()) {
         const Library library = load(name, true, {});
         if (library.table != nullptr) tables.push_back(library.table());
     }

@@ -19,9 +19,11 @@ using Table = const ModuleTable* (*)();
 /// A library that is loaded and has the entry of its name.
 struct Library {
     Generator generator = nullptr;
-    Table table = nullptr;         ///< of a module
-    const int* version = nullptr;  ///< for which major version it was built, if it says so
-    FND::String reason;            ///< why there is none
+    Table table = nullptr;            ///< of a module
+    const int* version = nullptr;     ///< for which major version it was built, if it says so
+    FND::String reason;               ///< why there is none
+    bool isFound = false;             ///< there is a file of the name, be it of use or not
+    std::vector<FND::String> places;  ///< the folders searched, besides the loader's own
 };
 
 /// The folder of the modules that come with this library.
@@ -33,7 +35,8 @@ const FND::String& shippedFolder();
 /// stay loaded as long as the process runs.
 Library load(const FND::String& name, bool onlyShipped, const std::vector<FND::String>& folders);
 
-/// The tables of all modules in that folder.
+/// The names of the modules in that folder, and their tables.
+std::vector<FND::String> shippedNames();
 std::vector<const ModuleTable*> shipped();
 
 }  // namespace ModuleFiles

@@ -141,11 +141,13 @@ query:
 
 condition_list:
     condition_list condition
+  | condition_list error                    { SKIP(); }
+    RECOVERED                               { yyerrok; SETTLE(); }
   | %empty
   ;
 
 condition:
-    expression compare_pattern              { TRY(SCR_ruleCondition(), UNTIL($1, $2)); }
+    expression compare_pattern              { END(SCR_ruleCondition(), UNTIL($1, $2)); }
   ;
 
 compare_pattern:
@@ -194,7 +196,8 @@ instruction:
     instruction                             { TRY(SCR_endBlock(), AT($1)); }
   | do_statement SEMICOLON
   | do_head instruction error               { SKIP(); }
-    RECOVERED                               { yyerrok; END(SCR_endBlock(), AT($1)); }
+    RECOVERED                               { yyerrok; SCR_settleCondition();
+                                              TRY(SCR_doCondition(), AT($1)); }
   | switch_case
   | return_statement SEMICOLON
   | error                                   { SKIP(); }
@@ -355,10 +358,10 @@ do_statement:
 expression:
     expression '=' expression               { OBSERVE(assigned(UNTIL($1, $2)));
                                               TRY_OPERATOR(SCR_expression(SCR::Operator::Assign), $1, $2, $3); }
-  | expression COMPARE_OPERATOR expression  { WATCH(comparison(REACH($1, $2.data()), AT($2),
-                                                               REACH($3, END_OF_RULE())));
-                                              OBSERVE(operands(UNTIL($1, $2), SINCE($3)));
-                                              TRY_OPERATOR(SCR_expression(SCR::operatorOf($2)), $1, $2, $3); }
+  | expression COMPARE_OPERATOR expression  { OBSERVE(operands(UNTIL($1, $2), SINCE($3)));
+                                              TRY_OPERATOR(SCR_expression(SCR::operatorOf($2)), $1, $2, $3);
+                                              WATCH(comparison(REACH($1, $2.data()), AT($2),
+                                                               REACH($3, END_OF_RULE()))); }
   | expression BOOL_OPERATOR expression     { OBSERVE(operands(UNTIL($1, $2), SINCE($3)));
                                               TRY_OPERATOR(SCR_boolExpression($2), $1, $2, $3); }
   | expression '+' expression               { TRY_OPERATOR(SCR_expression(SCR::Operator::Add), $1, $2, $3); }

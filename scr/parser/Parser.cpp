@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -103,7 +104,8 @@ public:
             if (isTolerant) {
                 ownContext_.recovery.lint.report(
                     *actInterpreterG, {head, text, tail},
-                    isParsed && analysesG != nullptr ? &analysesG->usage : nullptr);
+                    isParsed && analysesG != nullptr ? &analysesG->usage : nullptr,
+                    ownContext_.recovery.errors > 0);
             }
             return isParsed;
         } catch (const SCR::ScriptStopped&) {
@@ -129,9 +131,12 @@ template <class Parse>
 bool parseAndBuild(SCR::Interpreter& interpreter, std::array<std::string_view, 3> parts,
                    Parse parse) {
     PendingBuilds pending(interpreter);
+    // What is built lies in the order of the text, so one reads it for all messages.
+    std::optional<Scout> reader;
     pending.completer(
         [&](const Messages::Message& message, std::string_view at, Diagnostic& diagnostic) {
-            Scout scout(parts[0], parts[1], parts[2]);
+            if (!reader) reader.emplace(parts[0], parts[1], parts[2]);
+            Scout& scout = *reader;
             if (at.data() != nullptr) scout.readTo(at.data());
             Fault fault;
             fault.message = message;
@@ -185,7 +190,7 @@ bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& ta
     const FND::String head = "CONDITIONS: " + text.head;
     return parseAndBuild(interpreter, {head, text.body, text.tail}, [&](PendingBuilds& pending) {
         ParseScope scope(interpreter, &target, pending);
-        return scope.parse(head, text.body, text.tail);
+        return scope.parse(head, text.body, text.tail, interpreter.isChecking());
     });
 }
 

@@ -1,5 +1,6 @@
 #include "scr/parser/Recovery.h"
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 
@@ -123,6 +124,17 @@ bool SCR_recover(std::initializer_list<Span> spans) {
             }
         }
     }
+    const FND::String& code = actInterpreterG->pendingBuilds()->messages().back().code;
+    if (code == codeName(MessageCode::MissingBrace) && guide.token().code != SCR_CLOSE_BRACE) {
+        recovery.hasLostBrace = true;
+    }
+    if (code == codeName(MessageCode::OtherLanguage)) {
+        // What belongs to it in that language.
+        for (const char* const word : {"catch", "except", "finally", "then", "done", "end", "endif",
+                                       "fi", "next", "in", "until"}) {
+            recovery.lostNames.insert(word);
+        }
+    }
     analysesG = nullptr;  // they follow good scripts only
     parseContextG->isWatched = false;
     parseContextG->isLost = true;
@@ -210,6 +222,40 @@ bool misses(const Scout& guide) {
            (guide.open().empty() || guide.open().back().token.code == SCR_OPEN_BRACE);
 }
 
+// The word around the token found, when it is no name because of that token: a word of the language
+// after a type or in a value, or one with a sign that names do not have. Empty for none.
+FND::String brokenName(const Scout& guide) {
+    const Scout::Token found = guide.token();
+    const auto isPart = [](char byte) {
+        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+               (byte >= '0' && byte <= '9') || byte == '_' || byte == '$' || byte == '@' ||
+               static_cast<unsigned char>(byte) >= 0x80;
+    };
+    const bool isWord = found.code == SCR_CASE || found.code == SCR_DEFAULT ||
+                        found.code == SCR_BREAK || found.code == SCR_DO || found.code == SCR_USE;
+    const int last = guide.token(1).code;
+    if (isWord && (last == SCR_VAR_DECLARATION || last == SCR_OPEN_PARENTHESIS || last == ',' ||
+                   last == '=' || last == '+')) {
+        return FND::String(found.text());
+    }
+    const bool isSign = found.code > 0 && found.code < 256 && found.span.begin != nullptr &&
+                        (*found.span.begin == '$' || *found.span.begin == '@' ||
+                         static_cast<unsigned char>(*found.span.begin) >= 0x80);
+    if (!isSign) return {};
+    const Scout::Token before = guide.token(1);
+    const bool isJoined = before.code == SCR_IDENTIFIER && before.span.end == found.span.begin;
+    const char* const begin = isJoined ? before.span.begin : found.span.begin;
+    const std::string_view rest(begin, std::min<std::size_t>(guide.rest(begin), 100));
+    const auto end =
+        static_cast<std::size_t>(std::find_if_not(rest.begin(), rest.end(), isPart) - rest.begin());
+    const std::string_view name = rest.substr(0, end);
+    // Quotes are mistakes of their own.
+    if (name.find("\xE2\x80") != std::string_view::npos) return {};
+    const bool hasLetter = std::ranges::any_of(
+        name, [](char byte) { return static_cast<unsigned char>(byte) < 0x80 && byte != '$'; });
+    return hasLetter ? FND::String(name) : FND::String();
+}
+
 }  // namespace
 
 void SCR_parserError(CustomLexer& lexer, std::string_view message) {
@@ -224,16 +270,36 @@ void SCR_parserError(CustomLexer& lexer, std::string_view message) {
     if (recovery.isTolerant) {
         Scout& guide = scout();
         guide.readTo(lexer.token().data());
-        const bool isRest = recovery.lostHeaders > 0 && guide.token().code == SCR_ELSE;
-        // What follows a part that was lost is no second mistake.
-        if (isRest || (parseContextG->isLost && !misses(guide))) return;
+        const Scout::Token found = guide.token();
+        const Scout::Token last = guide.token(1);
+        const bool isFollower = recovery.lastFound != nullptr &&
+                                (recovery.lastFound == found.span.begin ||
+                                 (found.code == SCR_ELSE && recovery.lastFound == last.span.begin));
+        const bool isOfSwitch = found.code == SCR_CASE || found.code == SCR_DEFAULT ||
+                                found.code == SCR_BREAK || found.code == SCR_COLON;
+        const bool isRest = (recovery.lostHeaders > 0 && found.code == SCR_ELSE) || isFollower ||
+                            (recovery.hasLostSwitch && isOfSwitch) ||
+                            (recovery.hasLostBrace && found.code == 0);
+        recovery.lastFound = found.span.begin;
+        // What follows a part that was lost is no second mistake, nor is a name in use that could
+        // not be declared.
+        const FND::String name = brokenName(guide);
+        if (isRest || (parseContextG->isLost && !misses(guide)) ||
+            (!name.empty() && !recovery.brokenNames.insert(name).second)) {
+            return;
+        }
     }
     SCR_YaccError(Messages::parseError);
     SCR_recover({});
-    // Without its body, a function does not end.
     const std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
     if (!messages.empty() && messages.back().code == codeName(MessageCode::FunctionHeader) &&
-        scout().token(1).code == SCR_CLOSE_PARENTHESIS) {
+        scout().token().code == SCR_OPEN_PARENTHESIS) {
+        recovery.hasLostFunction = true;
+    }
+    // Without its body, a function does not end.
+    if (!messages.empty() && messages.back().code == codeName(MessageCode::FunctionHeader) &&
+        (scout().token(1).code == SCR_CLOSE_PARENTHESIS || scout().token().code == '=' ||
+         scout().token().code == SCR_SEMICOLON)) {
         recovery.isAtEnd = true;
         recovery.isTolerant = false;
     }
@@ -332,6 +398,9 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
         if (beginsHeader(before.code)) {
             isHeader = true;
             if (before.code == SCR_FCT_DECLARATION) ++recovery.lostFunctions;
+            if (before.code == SCR_SWITCH || before.code == SCR_REGEXPR_SWITCH) {
+                recovery.hasLostSwitch = true;
+            }
             break;
         }
     }
@@ -356,10 +425,16 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
     if (isHeader) ++recovery.lostHeaders;
     // The rest of a case is no second mistake.
     const bool isInSwitch = !guide.open().empty() && guide.open().back().isSwitch;
+    const bool hasSwitch =
+        std::ranges::any_of(guide.open(), [](const Scout::Bracket& open) { return open.isSwitch; });
     int depth = lexer.braceDepth() - recovery.braces;
     // The token that does not fit is counted when it is looked at.
     if (token.code == SCR_OPEN_BRACE) --depth;
     if (token.code == SCR_CLOSE_BRACE) ++depth;
+    // Semicolons between arguments.
+    const bool isList = !isHeader && parentheses > 0 && token.code == SCR_SEMICOLON &&
+                        actInterpreterG->pendingBuilds()->messages().back().code ==
+                            codeName(MessageCode::OtherOperator);
     const bool isForHeader = isHeader && parentheses > 0;
     const char* lastEnd = textEnd != nullptr ? textEnd : guide.token(1).span.end;
     const auto giveAgain = [&] {
@@ -389,10 +464,10 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
             }
         } else if (depth <= 0 &&
                    ((token.code == SCR_SEMICOLON && !isInSwitch &&
-                     !(isForHeader && parentheses > 0)) ||
+                     !((isForHeader || isList) && parentheses > 0)) ||
                     (((isNewLine && !isInSwitch && beginsStatement(token.code) &&
                        !(isHeader && parentheses > 0 && token.code == SCR_IDENTIFIER)) ||
-                      token.code == SCR_CASE || token.code == SCR_DEFAULT) &&
+                      ((token.code == SCR_CASE || token.code == SCR_DEFAULT) && hasSwitch)) &&
                      giveAgain()))) {
             return;
         } else if (token.code == SCR_OPEN_PARENTHESIS) {

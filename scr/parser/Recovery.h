@@ -48,7 +48,12 @@ struct Recovery {
     int skips = 0;
     int lostFunctions = 0;
     bool hasLostLibrary = false;
+    bool hasLostFunction = false;  ///< a function was declared as a variable
     std::unordered_set<FND::String> lostNames;
+    const char* lastFound = nullptr;  ///< where the last error of the grammar was
+    bool hasLostSwitch = false;       ///< the header of a switch was lost, and its cases were not
+    bool hasLostBrace = false;        ///< one that is missing was told
+    std::unordered_set<FND::String> brokenNames;  ///< told: they are no names
     std::unordered_set<const void*> lostSwitches;
     std::unordered_set<const void*> looseFunctions;  ///< their parameters were lost
     long lostLabels = 0;

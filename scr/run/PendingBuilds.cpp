@@ -37,13 +37,21 @@ void PendingBuilds::hold(Diagnostic diagnostic) {
 
 bool PendingBuilds::finish() {
     release();
+    constexpr int mostErrors = 20;  // that a check tells
+    const bool isChecking = interpreter_.isChecking();
+    int errors = 0;
     bool isGood = true;
     for (Entry& entry : entries_) {
+        const bool isError =
+            entry.build == nullptr && messages_[entry.step].severity >= FND::Status::Error;
+        if (isChecking && errors >= mostErrors && (isError || entry.build != nullptr)) continue;
         if (entry.build == nullptr) {
+            if (isError && !messages_[entry.step].isDetail) ++errors;
             log(entry);
         } else if (!isAdopted(entry) && !build(entry)) {
             isGood = false;
-            if (!interpreter_.isChecking()) break;
+            ++errors;
+            if (!isChecking) break;
         }
     }
     return isGood;
