@@ -10,6 +10,7 @@
 #include "cli/ScriptOptions.h"
 #include "cli/StderrLog.h"
 #include "records/RecordExtension.h"
+#include "scr/ConditionList.h"
 #include "scr/Interpreter.h"
 
 namespace Cli {
@@ -19,6 +20,7 @@ struct CheckOptions {
     ScriptOptions script;
     RecordOptions records;
     bool isDistributable = false;
+    bool areConditions = false;
     bool failsOnWarnings = false;
     std::vector<std::string> files;
 };
@@ -29,6 +31,7 @@ ExitStatus check(const std::string& text, const CheckOptions& options, StderrLog
                  Records::RecordJob* job, const Records::Tables& tables,
                  std::vector<SCR::Finding>& findings) {
     const auto compile = [&](SCR::Interpreter& interpreter) {
+        if (options.areConditions) return SCR::ConditionList(interpreter).check(text);
         return options.isDistributable ? interpreter.check(text, findings)
                                        : interpreter.check(text);
     };
@@ -36,8 +39,9 @@ ExitStatus check(const std::string& text, const CheckOptions& options, StderrLog
         const auto make = [&](SCR::Log& to) {
             return options.script.makeInterpreter(to, recordZoneS);
         };
-        const ExitStatus status =
-            statusOf(job->check(log, make, compile, options.script.expand(text).value_or(text)));
+        const ExitStatus status = statusOf(
+            job->check(log, make, compile,
+                       options.areConditions ? "" : options.script.expand(text).value_or(text)));
         if (!job->error().empty()) report(job->error());
         return status;
     }
@@ -95,6 +99,10 @@ void addCheckCommand(CLI::App& app, Action& action) {
     command->add_flag("--distributable", options->isDistributable,
                       "List what carries state from record to record or makes it unsafe to work "
                       "on records again; exit status 1 if there is any");
+    command
+        ->add_flag("--conditions", options->areConditions,
+                   "The files hold conditions, as for `kestrel conditions`, and no scripts")
+        ->excludes("--distributable");
     command->add_flag("--werror", options->failsOnWarnings,
                       "Exit with status 3 when there is a warning");
     command->add_option("FILE", options->files, "The scripts; - is standard input")

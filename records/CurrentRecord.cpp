@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "records/FieldText.h"
-#include "scr/Diagnostic.h"
 #include "scr/message/Quote.h"
 
 namespace Records {
@@ -47,6 +46,7 @@ const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
     totals.begin();
     hasKey = false;
     isDropped = isRejected_ = hasFailed_ = false;
+    cause_.reset();
     const char* malformed = nullptr;
     if (json) {
         malformed = json->take(text);
@@ -85,10 +85,12 @@ void CurrentRecord::fail(std::string_view reason, std::string_view field, std::s
 }
 
 void CurrentRecord::diagnose(const SCR::Diagnostic& diagnostic) {
+    if (isMuted_) return;
     constexpr std::string_view mark = "ERROR: ";
     const std::string_view text = diagnostic.text;
     const bool isError = diagnostic.logSeverity >= FND::Status::Error;
     if (isOpen_ && isError && onError_ != OnError::Keep) {
+        if (!isRejected_) cause_ = diagnostic;
         fail(text.substr(text.starts_with(mark) ? mark.size() : 0));
     } else if (log_ != nullptr && isOpen_) {
         SCR::Diagnostic placed = diagnostic;

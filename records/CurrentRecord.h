@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,7 @@
 #include "records/TableExtension.h"
 #include "records/json/JsonRecord.h"
 #include "records/store/Totals.h"
+#include "scr/Diagnostic.h"
 #include "scr/Log.h"
 #include "scr/run/ScriptCharge.h"
 
@@ -64,6 +66,8 @@ public:
     /// Notes a failure; the first one counts.
     void fail(std::string_view reason, std::string_view field = {}, std::string_view value = {});
     void diagnose(const SCR::Diagnostic& diagnostic) override;
+    /// Messages are dropped, or not any more.
+    void mute(bool isMuted) { isMuted_ = isMuted; }
     /// Of the records with this key, those that are written, only the first stays.
     void keepFirst(std::string_view uniqueKey);
     /// The script rejects the record, for a reason that counts if there was no failure.
@@ -79,6 +83,8 @@ public:
     bool isRejected() const { return isRejected_; }
     bool hasFailed() const { return hasFailed_; }
     const Rejection& rejection() const { return rejection_; }
+    /// The message of the script that the rejection is for; null when there was none.
+    const SCR::Diagnostic* cause() const { return cause_ ? &*cause_ : nullptr; }
 
     Record record;
     TableRows tables;
@@ -100,9 +106,11 @@ private:
     OnError onError_;
     SCR::Log* const log_;
     bool isOpen_ = false;
+    bool isMuted_ = false;
     bool hasFailed_ = false;
     bool isRejected_ = false;
     Rejection rejection_;
+    std::optional<SCR::Diagnostic> cause_;
     SCR::ScriptCharge charge_;  // for the reason
 };
 

@@ -445,9 +445,9 @@ RecordJob::End RecordJob::write(Batch& batch) {
         if (const End end = dropRepeated(batch); end != End::Done) return end;
     }
     outputSize_ += batch.output.size();
-    for (const std::string& report : batch.reports) {
+    for (const SCR::Diagnostic& report : batch.reports) {
         if (reported_ == Batch::reportsCM) break;
-        log_->log(report, FND::Status::Error);
+        log_->diagnose(report);
         ++reported_;
     }
     counts_.read += batch.counts.read;

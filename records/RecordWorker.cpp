@@ -110,7 +110,12 @@ bool RecordWorker::compile() {
     }
     if (!options_.conditions) return true;
     conditions_ = std::make_unique<SCR::ConditionList>(*interpreter_);
-    return conditions_->compile(*options_.conditions);
+    // A compile stops at the first mistake; when there is one, all are told.
+    current_.mute(true);
+    const bool isCompiled = conditions_->compile(*options_.conditions);
+    current_.mute(false);
+    return isCompiled ||
+           (conditions_->check(*options_.conditions) && conditions_->compile(*options_.conditions));
 }
 
 bool RecordWorker::finish(const std::function<bool(Batch&)>& deliver) {
@@ -129,6 +134,20 @@ std::string RecordWorker::placeOf(const Batch::Item& item, const Batch& batch) c
     return options_.inputName(batch.file) + ":" + std::to_string(item.line) + ": ";
 }
 
+SCR::Diagnostic RecordWorker::reportOf(const Batch::Item& item, const Rejection& rejection,
+                                       const Batch& batch) const {
+    SCR::Diagnostic report;
+    if (const SCR::Diagnostic* const cause = current_.cause()) {
+        report = *cause;
+        report.explanation = cause->headline();
+        report.notes.push_back(
+            {"in record " + std::to_string(current_.number),
+             {options_.inputName(batch.file), static_cast<int>(item.line), 0, 0}});
+    }
+    report.text = placeOf(item, batch) + rejection.text();
+    return report;
+}
+
 void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, Batch& batch) {
     current_.totals.takeBack();
     ++batch.counts.rejected;
@@ -137,7 +156,7 @@ void RecordWorker::reject(const Batch::Item& item, const Rejection& rejection, B
     const bool areTold =
         !options_.rejects.empty() && options_.rejectsFormat != RejectsFormat::Input;
     if (!areTold && batch.reports.size() < Batch::reportsCM) {
-        batch.reports.push_back(placeOf(item, batch) + rejection.text());
+        batch.reports.push_back(reportOf(item, rejection, batch));
     }
     if (options_.rejects.empty()) return;
     std::string& out = batch.rejects;

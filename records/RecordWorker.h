@@ -85,7 +85,7 @@ struct alignas(threadDistanceS) Batch {
     std::string rejects;
     /// The first rejections, when no file takes their reasons.
     static constexpr std::size_t reportsCM = 20;
-    std::vector<std::string> reports;
+    std::vector<SCR::Diagnostic> reports;
     RejectCounts reasons;
     Counts counts;
 
@@ -174,6 +174,9 @@ private:
     bool evaluateQuery(bool& holds);
     bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut);
     void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch);
+    // The message about the rejection of a record.
+    SCR::Diagnostic reportOf(const Batch::Item& item, const Rejection& rejection,
+                             const Batch& batch) const;
     // Writes the current record, and notes its key.
     bool writeFirst(Batch& batch);
     // Appends the current record. False after a failure of the record, with `out` unchanged.

@@ -112,7 +112,8 @@ private:
             lastPattern_ = pattern;
             FND::String error;
             if (!compiled_.compile(interpreter_, pattern, error)) {
-                interpreter_.logError("=~: illegal pattern " + quotedValue(pattern) + ": " + error);
+                interpreter_.logError("=~: illegal pattern " + quotedValue(pattern) + ": " + error,
+                                      this, {});
             }
             isCompiled_ = true;
         }
@@ -155,6 +156,7 @@ struct ConditionList::State {
         return interpreter.watch(std::ref(call));
     }
     bool compile(ConditionList& list, const FND::String& text);
+    bool check(ConditionList& list, const FND::String& text);
     bool evaluate(std::int32_t index, bool& value);
     bool evaluateAll(bool& value);
     bool findFirst(std::int32_t& index);
@@ -192,13 +194,28 @@ bool ConditionList::State::compile(ConditionList& list, const FND::String& text)
     if (!isCurrent()) return false;
     const std::size_t before = conditions.size();
     std::int64_t taken = 0;
-    if (interpreter.compileConditions(text, list, taken)) {
+    if (interpreter.compileConditions(text, list, taken, false)) {
         buffers += taken;
         return true;
     }
     conditions.resize(before);
     interpreter.runControl().giveBuffer(static_cast<std::size_t>(taken));
     return false;
+}
+
+bool ConditionList::check(const FND::String& text) {
+    return state_ != nullptr && state_->attempt([&] { return state_->check(*this, text); });
+}
+
+bool ConditionList::State::check(ConditionList& list, const FND::String& text) {
+    if (conditions.empty()) generation = interpreter.generation();
+    if (!isCurrent()) return false;
+    const std::size_t before = conditions.size();
+    std::int64_t taken = 0;
+    const bool isGood = interpreter.compileConditions(text, list, taken, true);
+    conditions.resize(before);
+    interpreter.runControl().giveBuffer(static_cast<std::size_t>(taken));
+    return isGood;
 }
 
 void ConditionList::clear() {

@@ -29,6 +29,10 @@ public:
     /// Compiles conditions, each ended by ";", and adds them at the end. False, after a message,
     /// when one does not compile; none is added then.
     bool compile(const FND::String& text);
+    /// As `compile`, but it adds no condition, and goes on after a mistake: it reports all
+    /// mistakes, at most 20, and warnings, as `Interpreter::check` does. Whether there is no
+    /// mistake.
+    bool check(const FND::String& text);
     /// Destroys all conditions. Logs an error instead while they are being evaluated.
     void clear();
     /// The number of conditions; they are numbered from 0 in the order of the text.

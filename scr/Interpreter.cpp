@@ -456,18 +456,19 @@ bool Interpreter::State::expand(const FND::String& text, ExpandedText& expanded)
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target) {
     if (state_ == nullptr) return false;
     std::int64_t buffers = 0;
-    const bool isGood = compileConditions(text, target, buffers);
+    const bool isGood = compileConditions(text, target, buffers, false);
     // It is not known how long the host keeps them.
     state_->control.giveBuffer(static_cast<std::size_t>(buffers));
     return isGood;
 }
 
 bool Interpreter::compileConditions(const FND::String& text, CompareInterface& target,
-                                    std::int64_t& buffers) {
+                                    std::int64_t& buffers, bool isChecking) {
     if (state_ == nullptr) return false;
     const LightUse use(*state_->link);
     if (!use) return false;
     const CompileScope scope(*state_);
+    if (scope) state_->isChecking = isChecking;
     const auto parse = [&] {
         if (state_->mainExtension == nullptr) return false;
         const NodeMemory::Scope memory;

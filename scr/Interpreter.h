@@ -354,9 +354,10 @@ public:
     KESTREL_HIDDEN void pendingBuilds(PendingBuilds* pending);
     /// The built-in library.
     KESTREL_HIDDEN MainExtension& mainExtension();
-    /// Like the public one; adds to `buffers` the bytes that the conditions took.
+    /// Like the public one; adds to `buffers` the bytes that the conditions took, and, when it only
+    /// checks, goes on after a mistake.
     KESTREL_HIDDEN bool compileConditions(const FND::String& text, CompareInterface& target,
-                                          std::int64_t& buffers);
+                                          std::int64_t& buffers, bool isChecking);
 
 private:
     class CompileScope;

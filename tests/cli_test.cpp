@@ -524,6 +524,7 @@ TEST_F(CliTest, CheckWarnsOfCasesThatAreNeverReached) {
 TEST_F(CliTest, RecordsComeOutAsTheyShould) {
     const std::string csv = "a,b\n1,x\n2,yy\n3,z\n";
     write("conditions", "edrLong(a) > 1; edrString(b) =~ \"[xy]+\";");
+    write("wrong", "edrLong(a) > \"1\"; 3;");
     write("loops.ks", "function BEGIN { while (true) {} }");
     write("second.ks", "if (edrLong(f1) == 2) while (true) {}");
     write("end.ks", "function END { while (true) {} }");
@@ -539,6 +540,16 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
              "3 read, 1 written, 1 dropped, 1 rejected\nkestrel: rejected: 1 no JSON object\n",
          1, "{\"a\":1}\n[]\n{\"a\": 2}\n"},
         {"conditions conditions --records - --header", "1\n0 1\n0\n", "", 0, csv},
+        {"conditions wrong --records - --header --jobs 2", "",
+         "wrong:1:12: error[K0201]: cannot compare a Long and a String with `>`\n"
+         " 1 | edrLong(a) > \"1\"; 3;\n   |            ^\n"
+         "  help: write `strToLong(\"1\")` or `1`\n"
+         "wrong:1:19: error[K0205]: a condition is a Bool, and this is a Long\n"
+         " 1 | edrLong(a) > \"1\"; 3;\n   |                   ^\n"
+         "  help: compare it, as in `3 != 0`\n",
+         3, csv},
+        {"check --conditions --werror conditions wrong", "", "...wrong:1:19: error[K0205]", 3},
+        {"check --conditions --werror conditions", ""},
         {"query 'edrLong(nosuch) > 1' --records - --header", "",
          "query:1:9: error[K0103]: the records have no field `nosuch`\n"
          " 1 | edrLong(nosuch) > 1\n   |         ^~~~~~\n",
@@ -547,7 +558,8 @@ TEST_F(CliTest, RecordsComeOutAsTheyShould) {
          "loops" + stopped + "kestrel: stopped before the first record\n", 4, csv},
         {"run loops.ks --limit steps=1000", "", "...loops" + stopped, 4},
         {"run second.ks --records - --limit steps=1000 --jobs 2 --stats json", "1\n3\n",
-         "-:2: " + limit +
+         "second" + stopped +
+             "  note: in record 2 (-:2)\n"
              "{\"read\":3,\"written\":2,\"dropped\":0,\"rejected\":1,\"extra\":0,\"reasons\":{\"" +
              limit.substr(0, limit.size() - 1) + "\":1}}\n",
          1, "1\n2\n3\n"},

@@ -4,25 +4,34 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
 
 #include "Script.h"
+#include "records/RecordReader.h"
+#include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
 #include "scr/message/Codes.h"
 
 namespace {
 
-std::vector<SCR::Diagnostic> diagnosticsOf(const std::string& text) {
+std::vector<SCR::Diagnostic> diagnosticsOf(const std::string& text, bool areConditions = false) {
     SCR::Log log;
     SCR::Interpreter interpreter(&log);
-    interpreter.check(text);
+    if (areConditions) {
+        SCR::ConditionList list(interpreter);
+        list.check(text);
+        EXPECT_EQ(list.size(), 0);
+    } else {
+        interpreter.check(text);
+    }
     return interpreter.diagnostics();
 }
 
 // "LINE:COLUMN CODE" of each message of a check.
-std::string checked(const std::string& text) {
+std::string checked(const std::string& text, bool areConditions = false) {
     std::string places;
-    for (const SCR::Diagnostic& message : diagnosticsOf(text)) {
+    for (const SCR::Diagnostic& message : diagnosticsOf(text, areConditions)) {
         if (!places.empty()) places += ", ";
         places += std::to_string(message.place.line) + ":" + std::to_string(message.place.column) +
                   " " + message.code;
@@ -91,6 +100,7 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
                                       " (not in ",
                                       ", not of ",
                                       "looked for in `",
+                                      "cannot open shared object",
                                       "standard output",
                                       "no number",
                                       "stopped by a test",
@@ -114,6 +124,26 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
         }
     }
     EXPECT_GT(count, 100);
+}
+
+TEST(MessagesTest, TheManualHasTheLimits) {
+    std::ifstream file(std::filesystem::path(KESTREL_TEST_DATA) / "../docs/language.md");
+    std::map<std::string, std::int64_t> limits;
+    const std::regex row("\\| `([a-z]+)` \\|.*\\| ([^|]+) \\|");
+    for (std::string line; std::getline(file, line);) {
+        std::smatch parts;
+        if (!std::regex_match(line, parts, row)) continue;
+        std::string value = std::regex_replace(parts[2].str(), std::regex(","), "");
+        std::int64_t& limit = limits[parts[1]];
+        limit = value == "none" ? SCR::Limits::none : std::atoll(value.c_str());
+        limit <<= value.ends_with(" GiB") ? 30 : value.ends_with(" MiB") ? 20 : 0;
+    }
+    const std::int64_t record = Records::RecordReader::maxRecordCM;
+    EXPECT_EQ(limits["record"], record);
+    for (const char* const name : {"steps", "depth", "time", "string", "memory", "automata",
+                                   "elements", "nesting", "source", "patterns", "states"}) {
+        EXPECT_EQ(limits[name], SCR::Limits().*SCR::limitOfName(name)) << name;
+    }
 }
 
 TEST(MessagesTest, ThePageOfEachCodeIsTrue) {
@@ -186,6 +216,24 @@ TEST(MessagesTest, PlacesAndCausesAreRight) {
          "2:9 K0101, 3:8 K0205, 4:8 K0010"},
     };
     for (const auto& row : rows) EXPECT_EQ(checked(row.text), row.messages) << row.text;
+}
+
+TEST(MessagesTest, ConditionsAreCheckedAsScriptsAre) {
+    const struct {
+        const char* text;
+        const char* messages;
+    } rows[] = {
+        {"strLength(\"ab\") < 2;\n\"a\" =~ \"a.*\";", ""},
+        {"1 < \"2\";\nnosuch > 1;\n\"a\" =~ \"(\";\n3;\n\"a\" == \"b\"\n2 > 1;\n\"a\" =~ 1;",
+         "1:3 K0201, 2:1 K0101, 3:9 K0501, 4:1 K0205, 5:11 K0002, 7:8 K0201"},
+        {"\"a\" =~ \"\\\\d\";\n\"a\" =~ \"^a\";\n\"a\" =~ \"a$\";\n\"a\" =~ \"\\\\x41\";\n"
+         "\"a\" =~ \"[\xC3\xA4]\";",
+         "1:8 K0810, 2:8 K0810, 3:8 K0810, 4:8 K0810, 5:8 K0810"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(checked(row.text, true), row.messages) << row.text;
+    std::string many;
+    for (int i = 0; i < 50; ++i) many += "nosuch" + std::to_string(i) + ";\n\"a\" =~ \"(\";\n";
+    EXPECT_EQ(diagnosticsOf(many, true).size(), 20);
 }
 
 // Each script has three mistakes that do not depend on one another. All are told, and nothing else;

@@ -18,11 +18,18 @@ bool SCR_ruleCondition() {
 
 bool SCR_comparePattern() {
     const ErrorWatch watch(*actInterpreterG);
+    const bool isConstant =
+        Node::isConst(stackG->topType()) && Node::baseType(stackG->topType()) == TypeCode::String;
+    if (parseContextG->isWatched && isConstant) {
+        parseContextG->recovery.lint.pattern(parseContextG->about,
+                                             static_cast<StringNode&>(*stackG->data()).result());
+    }
     if (!actCompareInterfaceG->comparePattern(*actInterpreterG, *stackG)) {
         return watch.fail(Messages::comparisonRefused);
     }
     if (stackG->dataSize() == 0 || !hasClassOfType(*stackG->data(), stackG->topType())) {
         return SCR_YaccError(Messages::wrongComparisonMade);
     }
+    recordPlace(stackG->data());
     return true;
 }
