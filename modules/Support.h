@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <initializer_list>
 #include <limits>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -142,5 +144,27 @@ private:
     std::string text_;
     Charge charge_;
 };
+
+/// The value of a hexadecimal digit; -1 for another byte.
+constexpr int hexValue(char byte) {
+    if (byte >= '0' && byte <= '9') return byte - '0';
+    const char lower = static_cast<char>(byte | 32);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+/// For the rows of a table: adds a functor, which keeps what its calls have in common. Each
+/// extension of the module has its own.
+template <class F>
+SCR::FctDescr* addFunctor(SCR::HostExtension& module, const FND::String& name) {
+    return module.function(name, F());
+}
+
+/// The rows of a module whose functions lie in several files.
+inline std::vector<ModuleFunction> joined(
+    std::initializer_list<std::span<const ModuleFunction>> parts) {
+    std::vector<ModuleFunction> all;
+    for (const auto part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
 
 }  // namespace Modules

@@ -318,15 +318,10 @@ std::span<const ModuleFunction> listFunctions() { return listFunctionsS; }
 
 namespace {
 
-const SCR::ModuleTable tableS = [] {
-    static std::vector<ModuleFunction> all;
-    for (const auto part : {listFunctions(), orderFunctions()}) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return SCR::ModuleTable{"list",
-                            "Arrays and hashes as a whole: order, sets and statistics.",
-                            {all.data(), all.size()}};
-}();
+const std::vector<ModuleFunction> functionsS = joined({listFunctions(), orderFunctions()});
+
+const SCR::ModuleTable tableS{"list", "Arrays and hashes as a whole: order, sets and statistics.",
+                              functionsS};
 
 }  // namespace
 

@@ -1,7 +1,10 @@
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <memory>
 #include <optional>
 
+#include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
 #include "modules/list/List.h"
 
@@ -9,10 +12,10 @@ namespace Modules::ListModule {
 
 namespace {
 
-/// An element's value, or what decides most comparisons of it, and its place.
-template <class Key>
+/// An element's place, and a number that grows with its value: where the numbers differ, the values
+/// are ordered as they are.
 struct Ranked {
-    Key key;
+    std::uint64_t key;
     std::uint32_t index;
 };
 
@@ -56,64 +59,164 @@ void mergeSort(T* values, T* buffer, std::size_t count, const Less& less) {
     }
 }
 
-// The first 8 bytes of a text after a prefix, so that their order is that of the texts.
-std::uint64_t headOf(const FND::String& text, std::size_t skip) {
-    unsigned char bytes[8] = {};
-    if (text.size() > skip) {
-        const std::size_t count = std::min<std::size_t>(8, text.size() - skip);
-        std::copy_n(text.data() + skip, count, bytes);
+// Sorts by the keys, stably: by merging, or, when there are many, by one byte of them after another
+// from the last.
+void sortByKeys(Ranked* values, Ranked* buffer, std::size_t count) {
+    constexpr std::size_t many = 1024;
+    if (count < many) {
+        return mergeSort(values, buffer, count,
+                         [](const Ranked& a, const Ranked& b) { return a.key < b.key; });
     }
+    constexpr int bits = 8;
+    constexpr std::size_t bytes = sizeof(std::uint64_t);
+    constexpr std::size_t mask = (1U << bits) - 1;
+    std::array<std::array<std::uint32_t, mask + 1>, bytes> counts{};
+    for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t byte = 0; byte < bytes; ++byte) {
+            ++counts[byte][values[i].key >> (bits * byte) & mask];
+        }
+        if (i % many == many - 1) work(many * 8);
+    }
+    Ranked* from = values;
+    Ranked* into = buffer;
+    for (std::size_t byte = 0; byte < bytes; ++byte) {
+        auto& places = counts[byte];
+        if (places[from[0].key >> (bits * byte) & mask] == count) continue;
+        std::uint32_t place = 0;
+        for (std::uint32_t& start : places) place += std::exchange(start, place);
+        for (std::size_t i = 0; i < count; ++i) {
+            into[places[from[i].key >> (bits * byte) & mask]++] = from[i];
+            if (i % many == many - 1) work(many * 8);
+        }
+        std::swap(from, into);
+    }
+    if (from == values) return;
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = from[i];
+        if (i % many == many - 1) work(many);
+    }
+}
+
+constexpr std::uint64_t signS = std::uint64_t{1} << 63;
+
+std::uint64_t keyOf(long number) { return static_cast<std::uint64_t>(number) ^ signS; }
+std::uint64_t keyOf(const FND::DateTime& date) { return keyOf(static_cast<long>(date.secs())); }
+// Unequal numbers may have the same nearest double.
+std::uint64_t keyOf(const FND::Decimal& number) {
+    if (!number.isValid()) return 0;
+    const double nearest = number.isZero() ? 0.0 : number.toDouble();
+    const auto bits = std::bit_cast<std::uint64_t>(nearest);
+    return (bits & signS) != 0 ? ~bits : bits | signS;
+}
+// The next eight bytes of a text.
+std::uint64_t keyOf(const FND::String& text, std::size_t skip) {
     std::uint64_t head = 0;
-    for (const unsigned char byte : bytes) head = head << 8 | byte;
-    return head;
+    if (text.size() >= skip + sizeof head) {
+        std::memcpy(&head, text.data() + skip, sizeof head);
+    } else if (text.size() > skip) {
+        std::memcpy(&head, text.data() + skip, text.size() - skip);
+    }
+    return __builtin_bswap64(head);
 }
 
 std::size_t commonPrefix(ArrayView<FND::String> all) {
     const FND::String& first = all[0];
     std::size_t common = first.size();
     forEach(all, [&](const FND::String& text) {
+        std::size_t same = 0;
         const std::size_t most = std::min(common, text.size());
-        common = static_cast<std::size_t>(
-            std::mismatch(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(most),
-                          first.begin())
-                .first -
-            text.begin());
+        while (same < most && text[same] == first[same]) ++same;
+        common = same;
     });
     return common;
 }
 
-template <class Key, class T>
-struct Ranking {
-    List<Ranked<Key>> order;
-
-    Ranking(ArrayView<T> all, const auto& keyOf) {
+/// The order of the elements of an array: the least first or the greatest; equal ones as they are.
+template <class T>
+class Order {
+public:
+    Order(ArrayView<T> all, bool descends) : descends_(descends) {
         constexpr unsigned long most = UINT32_MAX;
         if (all.size() > most) refuse("more elements than 2^32", static_cast<long>(all.size()));
-        order.room(all.size());
+        if (all.size() == 0) return;
+        entries_.room(all.size());
+        if constexpr (isText) prefix_ = commonPrefix(all);
+        if constexpr (isRefined) elements_.room(all.size());
         std::uint32_t index = 0;
-        forEach(all, [&](const T& value) { order.push_back({keyOf(value), index++}); });
+        forEach(all, [&](const T& value) {
+            if constexpr (isRefined) elements_.push_back(&value);
+            entries_.push_back({turned(keyFor(value, prefix_)), index++});
+        });
+        const Charge charge(entries_.size() * sizeof(Ranked));
+        const auto buffer = std::make_unique_for_overwrite<Ranked[]>(entries_.size());
+        buffer_ = buffer.get();
+        sort(entries_.data(), entries_.size(), prefix_, 0);
     }
 
-    template <class Less>
-    void sort(const Less& less) {
-        const Charge charge(order.size() * sizeof(Ranked<Key>));
-        const auto buffer = std::make_unique_for_overwrite<Ranked<Key>[]>(order.size());
-        mergeSort(order.data(), buffer.get(), order.size(), less);
-    }
-    // Sorts by `compareKeys(a, b)`, three-way.
-    template <class Compare>
-    void sort(bool descends, const Compare& compareKeys) {
-        if (descends) {
-            sort([&](const auto& a, const auto& b) { return compareKeys(b, a) < 0; });
+    std::size_t size() const { return entries_.size(); }
+    auto begin() const { return entries_.begin(); }
+    auto end() const { return entries_.end(); }
+    const Ranked& operator[](std::size_t place) const { return entries_[place]; }
+
+private:
+    static constexpr bool isText = std::is_same_v<T, FND::String>;
+    /// Whether equal keys do not mean equal values.
+    static constexpr bool isRefined = isText || std::is_same_v<T, FND::Decimal>;
+    static constexpr std::size_t fewCM = 8;
+    static constexpr int deepestCM = 8;
+
+    static std::uint64_t keyFor(const T& value, [[maybe_unused]] std::size_t skip) {
+        if constexpr (isText) {
+            return keyOf(value, skip);
         } else {
-            sort([&](const auto& a, const auto& b) { return compareKeys(a, b) < 0; });
+            return keyOf(value);
         }
     }
+    std::uint64_t turned(std::uint64_t key) const { return descends_ ? ~key : key; }
+
+    // `entries` have the keys of their elements; the first `skip` bytes of texts are equal.
+    void sort(Ranked* entries, std::size_t count, std::size_t skip, int depth) {
+        sortByKeys(entries, buffer_, count);
+        if constexpr (isRefined) {
+            for (std::size_t begin = 0; begin < count;) {
+                std::size_t end = begin + 1;
+                while (end < count && entries[end].key == entries[begin].key) ++end;
+                if (end - begin > 1) refine(entries + begin, end - begin, skip, depth);
+                begin = end;
+            }
+            work(count);
+        }
+    }
+
+    // Sorts elements whose keys are equal. A text is looked at a few times only, however many it is
+    // compared with, since it is sorted by its next bytes first.
+    void refine(Ranked* entries, std::size_t count, std::size_t skip, int depth) {
+        if constexpr (isText) {
+            if (count > fewCM && depth < deepestCM) {
+                constexpr std::size_t next = sizeof(std::uint64_t);
+                for (std::size_t i = 0; i < count; ++i) {
+                    entries[i].key = turned(keyOf(*elements_[entries[i].index], skip + next));
+                    if (i % 1024 == 1023) work(1024 * 16);
+                }
+                return sort(entries, count, skip + next, depth + 1);
+            }
+        }
+        mergeSort(entries, buffer_, count, [this](const Ranked& a, const Ranked& b) {
+            const int order = compare(*elements_[a.index], *elements_[b.index]);
+            return descends_ ? order > 0 : order < 0;
+        });
+    }
+
+    const bool descends_;
+    std::size_t prefix_ = 0;
+    List<Ranked> entries_;
+    List<const T*> elements_;
+    Ranked* buffer_ = nullptr;
 };
 
-// Puts the elements of `all` in the order of `ranking`, from a copy of them, cycle by cycle.
-template <class T, class Order>
-void arrange(ArrayRef<T> all, const Order& order) {
+// Puts the elements of `all` in the order of `order`.
+template <class T, class Places>
+void arrange(ArrayRef<T> all, const Places& order) {
     List<T*> elements;
     elements.room(all.size());
     for (unsigned long i = 0; i < all.size();) {
@@ -127,7 +230,7 @@ void arrange(ArrayRef<T> all, const Order& order) {
     // those that are out go back to their old places.
     struct Moved {
         List<T*>& elements;
-        const Order& order;
+        const Places& order;
         List<T> values;
         bool isComplete = false;
 
@@ -139,117 +242,49 @@ void arrange(ArrayRef<T> all, const Order& order) {
         }
     } moved{elements, order, {}};
     moved.values.room(order.size());
-    for (const auto& ranked : order) {
-        moved.values.push_back(std::move(*elements[ranked.index]));
+    // They lie all over the memory, so it is told early which ones are next.
+    constexpr std::size_t ahead = 16;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        if (i + ahead < order.size()) __builtin_prefetch(elements[order[i + ahead].index]);
+        moved.values.push_back(std::move(*elements[order[i].index]));
         work(16);
     }
     moved.isComplete = true;
-}
-
-/// Sorts texts by eight bytes at a time: first all of them, then those that are equal so far by
-/// the next eight. So a text is looked at a few times only, however many it is compared with.
-class TextOrder {
-public:
-    using Entry = Ranked<std::uint64_t>;
-
-    TextOrder(const List<const FND::String*>& texts, bool descends)
-        : texts_(texts), descends_(descends) {}
-
-    void sort(List<Entry>& order, std::size_t skip) {
-        const Charge charge(order.size() * sizeof(Entry));
-        const auto buffer = std::make_unique_for_overwrite<Entry[]>(order.size());
-        buffer_ = buffer.get();
-        sort(order.data(), order.size(), skip, 0);
-    }
-
-private:
-    static constexpr std::size_t fewCM = 8;
-    static constexpr int deepestCM = 8;
-
-    // `entries` have the heads of their texts after `skip` bytes, which are equal.
-    void sort(Entry* entries, std::size_t count, std::size_t skip, int depth) {
-        if (count <= fewCM || depth == deepestCM) {
-            return mergeBy(entries, count, [this](const Entry& a, const Entry& b) {
-                if (a.key != b.key) return a.key < b.key ? -1 : 1;
-                return compare(*texts_[a.index], *texts_[b.index]);
-            });
-        }
-        mergeBy(entries, count, [](const Entry& a, const Entry& b) {
-            return a.key < b.key ? -1 : a.key > b.key ? 1 : 0;
-        });
-        for (std::size_t begin = 0; begin < count;) {
-            std::size_t end = begin + 1;
-            while (end < count && entries[end].key == entries[begin].key) ++end;
-            if (end - begin > 1) {
-                for (std::size_t i = begin; i < end; ++i) {
-                    entries[i].key = headOf(*texts_[entries[i].index], skip + 8);
-                }
-                work((end - begin) * 16);
-                sort(entries + begin, end - begin, skip + 8, depth + 1);
-            }
-            begin = end;
-        }
-        work(count);
-    }
-
-    template <class Compare>
-    void mergeBy(Entry* entries, std::size_t count, const Compare& compareEntries) {
-        if (descends_) {
-            mergeSort(entries, buffer_, count,
-                      [&](const Entry& a, const Entry& b) { return compareEntries(b, a) < 0; });
-        } else {
-            mergeSort(entries, buffer_, count,
-                      [&](const Entry& a, const Entry& b) { return compareEntries(a, b) < 0; });
-        }
-    }
-
-    const List<const FND::String*>& texts_;
-    const bool descends_;
-    Entry* buffer_ = nullptr;
-};
-
-/// How the elements of a type are ranked: by their values, and texts by their heads first.
-template <class T, class Use>
-void withRanking(ArrayView<T> all, bool descends, const Use& use) {
-    if constexpr (std::is_same_v<T, FND::String>) {
-        if (all.size() == 0) return;
-        List<const FND::String*> texts;
-        texts.room(all.size());
-        const std::size_t skip = commonPrefix(all);
-        Ranking<std::uint64_t, T> ranking(all, [&](const FND::String& text) {
-            texts.push_back(&text);
-            return headOf(text, skip);
-        });
-        TextOrder(texts, descends).sort(ranking.order, skip);
-        use(ranking.order);
-    } else {
-        Ranking<T, T> ranking(all, [](const T& value) { return value; });
-        ranking.sort(descends, [](const auto& a, const auto& b) { return compare(a.key, b.key); });
-        use(ranking.order);
-    }
 }
 
 template <bool descends>
 struct Sort {
     template <class T>
     void operator()(ArrayRef<T> all) const {
-        withRanking<T>(all, descends, [&](const auto& order) { arrange(all, order); });
+        arrange(all, Order<T>(all, descends));
     }
 };
 
 // Numbers before other texts.
 void sortNumbers(ArrayRef<FND::String> all, std::optional<bool> descends) {
-    Ranking<FND::Decimal, FND::String> ranking(
-        all, [](const FND::String& text) { return FND::Decimal::fromString(text); });
-    List<const FND::String*> texts;
-    texts.room(all.size());
-    forEach<FND::String>(all, [&](const FND::String& text) { texts.push_back(&text); });
-    ranking.sort(descends.value_or(false), [&](const auto& a, const auto& b) {
-        if (a.key.isValid() != b.key.isValid()) return a.key.isValid() ? -1 : 1;
-        if (!a.key.isValid()) return compare(*texts[a.index], *texts[b.index]);
-        return compare(a.key, b.key);
+    struct Entry {
+        FND::Decimal number;
+        const FND::String* text;
+        std::uint32_t index;
+    };
+    constexpr unsigned long most = UINT32_MAX;
+    if (all.size() > most) refuse("more elements than 2^32", static_cast<long>(all.size()));
+    List<Entry> order;
+    List<Entry> buffer;
+    order.room(all.size());
+    buffer.extend(all.size());
+    std::uint32_t index = 0;
+    forEach<FND::String>(all, [&](const FND::String& text) {
+        order.push_back({FND::Decimal::fromString(text), &text, index++});
     });
-    arrange(all, ranking.order);
+    const bool isDown = descends.value_or(false);
+    mergeSort(order.data(), buffer.data(), order.size(), [&](const Entry& a, const Entry& b) {
+        if (a.number.isValid() != b.number.isValid()) return a.number.isValid();
+        const int order =
+            a.number.isValid() ? compare(a.number, b.number) : compare(*a.text, *b.text);
+        return isDown ? order > 0 : order < 0;
+    });
+    arrange(all, order);
 }
 
 // The order of one array, as places in it.
@@ -257,10 +292,9 @@ struct OrderOf {
     template <class T>
     long operator()(ArrayView<T> keys, ArrayRef<long> out, std::optional<bool> descends) const {
         List<long> places;
-        withRanking<T>(keys, descends.value_or(false), [&](const auto& order) {
-            places.room(order.size());
-            for (const auto& ranked : order) places.push_back(ranked.index);
-        });
+        const Order<T> order(keys, descends.value_or(false));
+        places.room(order.size());
+        for (const Ranked& ranked : order) places.push_back(ranked.index);
         replace(out, places);
         return static_cast<long>(places.size());
     }
@@ -295,23 +329,20 @@ struct Arrange {
 // The value below which the share `q` of all lies, between two neighbours by their distance.
 template <class T>
 FND::Decimal quantileOf(ArrayView<T> all, const FND::Decimal& q) {
-    FND::Decimal value = FND::Decimal::invalid();
     if (!q.isValid() || q < FND::Decimal(0) || q > FND::Decimal(1)) {
         FND::String text;
         q.format(text, 4);
         refuse("the share must be from 0 to 1, not", text);
     }
-    if (all.size() == 0) return value;
-    withRanking<T>(all, false, [&](const auto& order) {
-        const FND::Decimal place = q * FND::Decimal(static_cast<std::int64_t>(order.size() - 1));
-        const auto below = static_cast<std::size_t>(place.toLong());
-        const FND::Decimal low(order[below].key);
-        value = low;
-        if (below + 1 >= order.size()) return;
-        const FND::Decimal part = place - FND::Decimal(static_cast<std::int64_t>(below));
-        if (!part.isZero()) value = low + (FND::Decimal(order[below + 1].key) - low) * part;
-    });
-    return value;
+    if (all.size() == 0) return FND::Decimal::invalid();
+    const Order<T> order(all, false);
+    const auto valueAt = [&](std::size_t place) { return FND::Decimal(all[order[place].index]); };
+    const FND::Decimal place = q * FND::Decimal(static_cast<std::int64_t>(order.size() - 1));
+    const auto below = static_cast<std::size_t>(place.toLong());
+    const FND::Decimal low = valueAt(below);
+    if (below + 1 >= order.size()) return low;
+    const FND::Decimal part = place - FND::Decimal(static_cast<std::int64_t>(below));
+    return part.isZero() ? low : low + (valueAt(below + 1) - low) * part;
 }
 
 struct Quantile {
@@ -384,8 +415,8 @@ list::order(k, p); list::arrange(s, p) and s[0] == "two")"},
     {"Decimal quantile(T[] items, Decimal share)",
      SCR::addFunctionOver<Quantile, long, FND::Decimal>, Effect::None,
      "The value below which this share of the Longs or Decimals lies, from 0 to 1: between two "
-     "neighbours in proportion. INVALID_DECIMAL without elements, or after an error for another "
-     "share.",
+     "neighbours in proportion. INVALID_DECIMAL without elements. Another share is an error, and the "
+     "result 0.",
      R"(Long a[]; a[0] = 10; a[1] = 20; a[2] = 30; list::quantile(a, 0.25) == 15)"},
     {"Decimal median(T[] items)", SCR::addFunctionOver<Median, long, FND::Decimal>, Effect::None,
      "As `quantile` with the share 0.5.",
