@@ -80,12 +80,6 @@ FND::String urlPart(std::string_view text, std::string_view part) {
     refuse("an address has no part", part);
 }
 
-int hexValue(char byte) {
-    if (byte >= '0' && byte <= '9') return byte - '0';
-    const char lower = static_cast<char>(byte | 32);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 // As in forms: + is a blank; a % that no two digits follow is itself.
 FND::String decoded(std::string_view text) {
     FND::String made;
@@ -275,15 +269,10 @@ std::span<const ModuleFunction> lineFunctions() { return lineFunctionsS; }
 
 namespace {
 
-const SCR::ModuleTable tableS = [] {
-    static std::vector<ModuleFunction> all;
-    for (const auto part : {rangeFunctions(), lineFunctions()}) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return SCR::ModuleTable{"net",
-                            "Addresses, tables of their ranges, and lines about them.",
-                            {all.data(), all.size()}};
-}();
+const std::vector<ModuleFunction> functionsS = joined({rangeFunctions(), lineFunctions()});
+
+const SCR::ModuleTable tableS{"net", "Addresses, tables of their ranges, and lines about them.",
+                              functionsS};
 
 }  // namespace
 

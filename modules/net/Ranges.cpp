@@ -4,26 +4,47 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <unordered_map>
 
 #include "modules/net/Net.h"
 #include "scr/Interpreter.h"
+#include "scr/value/KeyHash.h"
 
 namespace Modules::NetModule {
 
 namespace {
 
+// Four numbers of 0 to 255 without zeros at their start.
+std::optional<Address> addressOfFour(std::string_view text) {
+    const auto isDigit = [&](std::size_t at) {
+        return at < text.size() && text[at] >= '0' && text[at] <= '9';
+    };
+    std::uint32_t number = 0;
+    std::size_t at = 0;
+    for (int part = 0; part < 4; ++part) {
+        if (part > 0 && (at >= text.size() || text[at++] != '.')) return std::nullopt;
+        if (!isDigit(at)) return std::nullopt;
+        auto value = static_cast<std::uint32_t>(text[at++] - '0');
+        while (value > 0 && value < 256 && isDigit(at)) {
+            value = value * 10 + static_cast<std::uint32_t>(text[at++] - '0');
+        }
+        if (value > 255) return std::nullopt;
+        number = number << 8 | value;
+    }
+    if (at != text.size()) return std::nullopt;
+    return Address{number, 32};
+}
+
 std::optional<Address> addressOf(std::string_view text) {
     char copy[INET6_ADDRSTRLEN + 1];
-    if (text.empty() || text.size() >= sizeof copy) return std::nullopt;
-    if (std::memchr(text.data(), 0, text.size()) != nullptr) return std::nullopt;
+    if (text.size() >= sizeof copy) return std::nullopt;
+    if (text.find(':') == std::string_view::npos) return addressOfFour(text);
+    if (text.find('\0') != std::string_view::npos) return std::nullopt;
     *std::copy(text.begin(), text.end(), copy) = '\0';
-    const bool isSix = std::memchr(text.data(), ':', text.size()) != nullptr;
     std::array<unsigned char, 16> bytes{};
-    if (inet_pton(isSix ? AF_INET6 : AF_INET, copy, bytes.data()) != 1) return std::nullopt;
-    Address address{0, isSix ? 128 : 32};
-    for (int i = 0; i < address.bits / 8; ++i) {
-        address.number = address.number << 8 | bytes[static_cast<std::size_t>(i)];
-    }
+    if (inet_pton(AF_INET6, copy, bytes.data()) != 1) return std::nullopt;
+    Address address{0, 128};
+    for (const unsigned char byte : bytes) address.number = address.number << 8 | byte;
     return address;
 }
 
@@ -205,9 +226,10 @@ private:
     List<Key> guide_;
 };
 
+template <class Key>
 struct TableRange {
-    Number first;
-    Number last;
+    Key first;
+    Key last;
     std::uint32_t value;
 };
 
@@ -215,18 +237,24 @@ struct TableRange {
 class Table {
 public:
     Table(ArrayView<FND::String> ranges, ArrayView<FND::String> values) {
-        List<TableRange> four;
-        List<TableRange> six;
-        std::map<std::string_view, std::uint32_t> known;
+        List<TableRange<std::uint32_t>> four;
+        List<TableRange<Number>> six;
+        const Charge known(ranges.size() * knownSizeCM);
         std::uint32_t index = 0;
         for (const FND::String& text : ranges) {
             work(128);
             const Range range = rangeIn(text);
             const Number first = range.first.number;
             const Number last = first | openBits(range.first.bits, range.length);
-            const std::uint32_t value = valueFor(values[index++], known);
-            (range.first.bits == 32 ? four : six).add({first, last, value});
+            const std::uint32_t value = valueFor(values[index++]);
+            if (range.first.bits == 32) {
+                four.add(
+                    {static_cast<std::uint32_t>(first), static_cast<std::uint32_t>(last), value});
+            } else {
+                six.add({first, last, value});
+            }
         }
+        known_ = {};
         sort(four);
         sort(six);
         four_.build(four);
@@ -241,29 +269,34 @@ public:
     }
 
 private:
-    std::uint32_t valueFor(const FND::String& text,
-                           std::map<std::string_view, std::uint32_t>& known) {
-        const auto found = known.find(text);
-        if (found != known.end()) return found->second;
-        charge_.add(text.size() + 128);
-        values_.add(text);
-        const auto index = static_cast<std::uint32_t>(values_.size() - 1);
-        known.emplace(text, index);
-        return index;
+    using Known = std::unordered_map<std::string_view, std::uint32_t, SCR::KeyHash>;
+    static constexpr std::size_t knownSizeCM = sizeof(Known::value_type) + 4 * sizeof(void*);
+
+    std::uint32_t valueFor(const FND::String& text) {
+        const auto next = static_cast<std::uint32_t>(values_.size());
+        const auto [entry, isNew] = known_.try_emplace(text, next);
+        if (isNew) {
+            if (text.size() >= sizeof(FND::String) / 2) charge_.add(text.size() + 16);
+            values_.add(text);
+        }
+        return entry->second;
     }
 
     // Of the same range given twice, the later one counts.
-    static void sort(List<TableRange>& ranges) {
-        const auto isBefore = [](const TableRange& a, const TableRange& b) {
+    template <class Key>
+    static void sort(List<TableRange<Key>>& ranges) {
+        const auto isBefore = [](const TableRange<Key>& a, const TableRange<Key>& b) {
             work(32);
             return a.first != b.first ? a.first < b.first : a.last > b.last;
         };
-        const Charge buffer(ranges.size() * sizeof(TableRange));
+        if (std::is_sorted(ranges.begin(), ranges.end(), isBefore)) return;
+        const Charge buffer(ranges.size() * sizeof(TableRange<Key>));
         std::stable_sort(ranges.begin(), ranges.end(), isBefore);
     }
 
     Steps<std::uint32_t> four_;
     Steps<Number> six_;
+    Known known_;  // while the table is made: places of values by their texts
     List<FND::String> values_;
     Charge charge_;
 };
