@@ -1,15 +1,21 @@
 #include "modules/codec/Codec.h"
 
 #include <array>
+#include <cstring>
 #include <optional>
 
 namespace Modules::CodecModule {
 
 std::string_view Hex::of(std::span<const unsigned char> bytes) {
-    constexpr char digits[] = "0123456789abcdef";
+    using Pair = std::array<char, 2>;
+    static constexpr std::array<Pair, 256> pairsS = [] {
+        constexpr char digits[] = "0123456789abcdef";
+        std::array<Pair, 256> pairs{};
+        for (std::size_t i = 0; i < pairs.size(); ++i) pairs[i] = {digits[i >> 4], digits[i & 15]};
+        return pairs;
+    }();
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        digits_[2 * i] = digits[bytes[i] >> 4];
-        digits_[2 * i + 1] = digits[bytes[i] & 15];
+        std::memcpy(&digits_[2 * i], pairsS[bytes[i]].data(), sizeof(Pair));
     }
     return {digits_.data(), 2 * bytes.size()};
 }
@@ -98,12 +104,6 @@ FND::String toPercent(std::string_view text) {
         made.append({escape, 3});
     }
     return made.take();
-}
-
-int hexValue(char byte) {
-    if (byte >= '0' && byte <= '9') return byte - '0';
-    const char lower = static_cast<char>(byte | 32);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 FND::String fromPercent(std::string_view text, std::optional<bool> plusIsBlank) {
@@ -268,15 +268,11 @@ std::span<const ModuleFunction> codecFunctions() { return codecFunctionsS; }
 
 namespace {
 
-const SCR::ModuleTable tableS = [] {
-    static std::vector<ModuleFunction> all;
-    for (const auto part : {codecFunctions(), jsonFunctions(), digestFunctions()}) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return SCR::ModuleTable{"codec",
-                            "Encodings, quoting, JSON in texts, digests and pseudonyms.",
-                            {all.data(), all.size()}};
-}();
+const std::vector<ModuleFunction> functionsS =
+    joined({codecFunctions(), jsonFunctions(), digestFunctions()});
+
+const SCR::ModuleTable tableS{"codec", "Encodings, quoting, JSON in texts, digests and pseudonyms.",
+                              functionsS};
 
 }  // namespace
 

@@ -1,10 +1,11 @@
-#include <openssl/evp.h>
-#include <openssl/rand.h>
+#include <nettle/md5.h>
+#include <nettle/sha1.h>
+#include <nettle/sha2.h>
+#include <sys/random.h>
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 
 #include <array>
-#include <memory>
 
 #include "modules/codec/Codec.h"
 
@@ -12,57 +13,45 @@ namespace Modules::CodecModule {
 
 namespace {
 
-using Bytes = std::array<unsigned char, EVP_MAX_MD_SIZE>;
+using Bytes = std::array<unsigned char, SHA512_DIGEST_SIZE>;
 
-/// A digest by its name, ready to be used again and again.
+/// The bytes of one digest after another, by the functions of the library.
+template <class Context, auto init, auto update, auto digest, std::size_t size>
 class Hasher {
 public:
-    explicit Hasher(const char* name)
-        : kind_(EVP_MD_fetch(nullptr, name, nullptr), EVP_MD_free),
-          context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-        if (!kind_ || !context_) return;
-        isReady_ = EVP_DigestInit_ex(context_.get(), kind_.get(), nullptr) == 1;
-    }
-
-    void begin() {
-        const bool isBegun = isReady_ && EVP_DigestInit_ex(context_.get(), nullptr, nullptr) == 1;
-        if (!isBegun) throw Refused("the library of digests does not have it");
-    }
+    void begin() { init(&context_); }
     void add(std::string_view text) {
         inPieces(text, [&](std::string_view piece) {
-            EVP_DigestUpdate(context_.get(), piece.data(), piece.size());
+            update(&context_, piece.size(), reinterpret_cast<const std::uint8_t*>(piece.data()));
         });
     }
     std::span<const unsigned char> finish(Bytes& bytes) {
-        unsigned size = 0;
-        EVP_DigestFinal_ex(context_.get(), bytes.data(), &size);
+        digest(&context_, size, bytes.data());
         return {bytes.data(), size};
     }
 
 private:
-    std::unique_ptr<EVP_MD, void (*)(EVP_MD*)> kind_;
-    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
-    bool isReady_ = false;
+    Context context_;
 };
 
-constexpr char sha256S[] = "SHA256";
-constexpr char sha512S[] = "SHA512";
-constexpr char sha1S[] = "SHA1";
-constexpr char md5S[] = "MD5";
+using Sha256 = Hasher<sha256_ctx, sha256_init, sha256_update, sha256_digest, SHA256_DIGEST_SIZE>;
+using Sha512 = Hasher<sha512_ctx, sha512_init, sha512_update, sha512_digest, SHA512_DIGEST_SIZE>;
+using Sha1 = Hasher<sha1_ctx, sha1_init, sha1_update, sha1_digest, SHA1_DIGEST_SIZE>;
+using Md5 = Hasher<md5_ctx, md5_init, md5_update, md5_digest, MD5_DIGEST_SIZE>;
 
-template <const char* name>
+template <class H>
 class Digest {
 public:
     std::string_view operator()(std::string_view text) {
+        H hasher;
         Bytes bytes;
-        hasher_.begin();
-        hasher_.add(text);
-        return hex_.of(hasher_.finish(bytes));
+        hasher.begin();
+        hasher.add(text);
+        return hex_.of(hasher.finish(bytes));
     }
 
 private:
     Hex hex_;
-    Hasher hasher_{name};
 };
 
 /// HMAC with SHA-256.
@@ -93,7 +82,7 @@ public:
     }
 
 private:
-    Hasher hasher_{sha256S};
+    Sha256 hasher_;
 };
 
 class Hmac {
@@ -156,7 +145,8 @@ FND::String xxh3(std::string_view text) {
 
 FND::String uuid() {
     std::array<unsigned char, 16> bytes{};
-    if (RAND_bytes(bytes.data(), 16) != 1) throw Refused("no random bytes");
+    if (getrandom(bytes.data(), bytes.size(), 0) != ssize_t(bytes.size()))
+        throw Refused("no random bytes");
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
     FND::String text(Hex().of(bytes));
@@ -164,31 +154,26 @@ FND::String uuid() {
     return text;
 }
 
-template <class F>
-SCR::FctDescr* add(SCR::HostExtension& module, const FND::String& name) {
-    return module.function(name, F());
-}
-
 constexpr ModuleFunction digestFunctionsS[] = {
-    {"String sha256(String bytes)", add<Digest<sha256S>>, Effect::None,
+    {"String sha256(String bytes)", addFunctor<Digest<Sha256>>, Effect::None,
      "The SHA-256 digest as 64 hexadecimal digits.",
      R"(strSubstr(codec::sha256("abc"), 0, 8) == "ba7816bf")"},
-    {"String sha512(String bytes)", add<Digest<sha512S>>, Effect::None,
+    {"String sha512(String bytes)", addFunctor<Digest<Sha512>>, Effect::None,
      "The SHA-512 digest as 128 hexadecimal digits.",
      R"(strSubstr(codec::sha512("abc"), 0, 8) == "ddaf35a1")"},
-    {"String sha1(String bytes)", add<Digest<sha1S>>, Effect::None,
+    {"String sha1(String bytes)", addFunctor<Digest<Sha1>>, Effect::None,
      "The SHA-1 digest as 40 hexadecimal digits, for formats that ask for it: it protects nothing "
      "any more.",
      R"(strSubstr(codec::sha1("abc"), 0, 8) == "a9993e36")"},
-    {"String md5(String bytes)", add<Digest<md5S>>, Effect::None,
+    {"String md5(String bytes)", addFunctor<Digest<Md5>>, Effect::None,
      "The MD5 digest as 32 hexadecimal digits, for formats that ask for it: it protects nothing "
      "any "
      "more.",
      R"(codec::md5("") == "d41d8cd98f00b204e9800998ecf8427e")"},
-    {"String hmac(String key, String text)", add<Hmac>, Effect::None,
+    {"String hmac(String key, String text)", addFunctor<Hmac>, Effect::None,
      "The keyed digest HMAC-SHA-256 as 64 hexadecimal digits.",
      R"(strSubstr(codec::hmac("key", "text"), 0, 8) == "6afa9046")"},
-    {"String pseudonym(String text, String key)", add<Pseudonym>, Effect::None,
+    {"String pseudonym(String text, String key)", addFunctor<Pseudonym>, Effect::None,
      "32 hexadecimal digits that stand for `text`: always the same ones with the same key, and "
      "without the key nobody can tell for which text. Keep the key, of 16 bytes or more, out of "
      "the script; a shorter one is an error, and the result empty.",

@@ -71,9 +71,9 @@ Place placeOf(Value& value) {
     ondemand::object object;
     ondemand::array array;
     if (place.type == ondemand::json_type::object && !value.get_object().get(object)) {
-        place.raw = object.raw_json().value_unsafe();
+        place.raw = trimmed(object.raw_json().value_unsafe());
     } else if (place.type == ondemand::json_type::array && !value.get_array().get(array)) {
-        place.raw = array.raw_json().value_unsafe();
+        place.raw = trimmed(array.raw_json().value_unsafe());
     } else {
         place.raw = trimmed(value.raw_json_token());
     }
@@ -252,6 +252,49 @@ FND::String jsonPut(std::string_view json, std::string_view path, std::string_vi
     });
 }
 
+FND::String jsonRemove(std::string_view json, std::string_view path) {
+    Document document(json);
+    Place place;
+    Text made;
+    if (path.empty()) refuse("nothing is left of", json);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) refuse("a path begins with /, unlike", path);
+    std::string_view last = path.substr(slash);
+    const std::string name = cutName(last);
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    if (locate(document, path.substr(0, slash), place)) {
+        const auto offset = static_cast<std::size_t>(place.raw.data() - document.text().data());
+        Document part(place.raw);
+        const std::string_view text = part.text();
+        const bool isRemoved = forEachPart(part.root(), [&](std::string_view each, auto& value) {
+            const std::string_view raw = placeOf(value).raw;
+            const auto endOfValue = static_cast<std::size_t>(raw.data() + raw.size() - text.data());
+            if (each != name) {
+                begin = endOfValue;
+                return false;
+            }
+            end = endOfValue;
+            return true;
+        });
+        if (isRemoved) {
+            // With the comma before it, or that after the first one.
+            if (begin == 0) {
+                begin = 1;
+                end = std::min(text.find_first_not_of(" \t\r\n", end), text.size());
+                if (text[end] == ',') ++end;
+            }
+            begin += offset;
+            end += offset;
+        } else {
+            begin = 0;
+        }
+    }
+    made.append(document.text().substr(0, begin));
+    made.append(document.text().substr(end));
+    return made.take();
+}
+
 FND::String jsonString(std::string_view text) {
     Text made;
     appendString(made, text);
@@ -281,6 +324,10 @@ constexpr ModuleFunction jsonFunctionsS[] = {
      "error, and "
      "the result empty.",
      R"(codec::jsonPut("{\"a\": 1}", "/b", "[true]") == "{\"a\": 1,\"b\":[true]}")"},
+    {"String jsonRemove(String json, String path)", SCR::addFunction<jsonRemove>, Effect::None,
+     "The document without what lies at a path; as it is when nothing lies there. The whole cannot "
+     "be removed: that is an error, and the result empty.",
+     R"(codec::jsonRemove("{\"a\": 1, \"b\": 2}", "/a") == "{ \"b\": 2}")"},
     {"String jsonString(String text)", SCR::addFunction<jsonString>, Effect::None,
      "`text` as a string of JSON, in quotes. Bytes that are not UTF-8 stay.",
      R"(codec::jsonString("a\"b") == "\"a\\\"b\"")"},
