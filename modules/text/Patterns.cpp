@@ -85,12 +85,19 @@ private:
     const Kept::value_type* last_ = nullptr;
 };
 
+/// What the searches of a function fill, one after another.
+struct Found {
+    StraightPattern::Groups straight;
+    std::vector<re2::StringPiece> library;
+    std::vector<std::string_view> groups;
+};
+
 /// One search after another through a text.
 class Search {
 public:
     /// `groups`: how many groups of the pattern it has to find, besides the whole match.
-    Search(const Pattern& pattern, std::string_view text, std::size_t groups)
-        : pattern_(pattern), text_(text), count_(groups + 1) {
+    Search(const Pattern& pattern, Found& found, std::string_view text, std::size_t groups)
+        : pattern_(pattern), found_(found), text_(text), count_(groups + 1) {
         if (text.size() > longestTextS) {
             refuse("text is longer than 4 MiB", static_cast<long>(text.size()));
         }
@@ -100,8 +107,8 @@ public:
     bool find(std::size_t from) {
         if (from > text_.size()) return false;
         if (pattern_.straight) {
-            const auto outcome = pattern_.straight->find(text_, from, straight_);
-            groups_ = straight_.data();
+            const auto outcome = pattern_.straight->find(text_, from, found_.straight);
+            groups_ = found_.straight.data();
             if (outcome == StraightPattern::Outcome::Found) return true;
             if (outcome == StraightPattern::Outcome::None) return false;
         }
@@ -134,18 +141,19 @@ private:
         if (text_.size() > mostStepsS / std::max<std::size_t>(size, 1)) {
             refuse("text is too long for so complex a pattern", static_cast<long>(text_.size()));
         }
-        found_.resize(count_);
-        all_.resize(count_);
-        const bool isFound =
-            pattern_.library->Match({text_.data(), text_.size()}, from, text_.size(),
-                                    re2::RE2::UNANCHORED, found_.data(), static_cast<int>(count_));
+        found_.library.resize(count_);
+        found_.groups.resize(count_);
+        const bool isFound = pattern_.library->Match(
+            {text_.data(), text_.size()}, from, text_.size(), re2::RE2::UNANCHORED,
+            found_.library.data(), static_cast<int>(count_));
         // How far it looked is unknown. In a long text each search is followed by a question.
         constexpr std::size_t many = 4096;
         const std::size_t rest = text_.size() - from;
         for (std::size_t i = 0; isFound && i < count_; ++i) {
-            all_[i] = {found_[i].data() != nullptr ? found_[i].data() : "", found_[i].size()};
+            const re2::StringPiece& group = found_.library[i];
+            found_.groups[i] = {group.data() != nullptr ? group.data() : "", group.size()};
         }
-        groups_ = all_.data();
+        groups_ = found_.groups.data();
         work(rest > many ? std::max(rest, askedAtCM) : isFound ? endOf(0) - from + 64 : rest + 64);
         return isFound;
     }
@@ -163,45 +171,50 @@ private:
     static constexpr std::size_t askedAtCM = 256 * 1024;
 
     const Pattern& pattern_;
+    Found& found_;
     const std::string_view text_;
     const std::size_t count_;
     const std::string_view* groups_ = nullptr;
-    StraightPattern::Groups straight_;
-    std::vector<std::string_view> all_;
-    std::vector<re2::StringPiece> found_;
 };
 
-class Matches {
-public:
-    bool operator()(std::string_view text, std::string_view pattern) {
-        return Search(patterns_.find(pattern), text, 0).find(0);
+/// A function with a pattern; it keeps what its calls have in common.
+class Searching {
+protected:
+    const Pattern& patternOf(std::string_view pattern) { return patterns_.find(pattern); }
+    Search searchFor(const Pattern& pattern, std::string_view text, std::size_t groups) {
+        return {pattern, found_, text, groups};
     }
 
 private:
     Patterns patterns_;
+    Found found_;
 };
 
-class Captures {
+class Matches : Searching {
+public:
+    bool operator()(std::string_view text, std::string_view pattern) {
+        return searchFor(patternOf(pattern), text, 0).find(0);
+    }
+};
+
+class Captures : Searching {
 public:
     bool operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
-        const Pattern& compiled = patterns_.find(pattern);
-        Search search(compiled, text, compiled.groupCount());
+        const Pattern& compiled = patternOf(pattern);
+        Search search = searchFor(compiled, text, compiled.groupCount());
         Parts parts(out);
         const bool isFound = search.find(0);
         for (std::size_t i = 0; isFound && i < search.count(); ++i) parts.add(search.group(i));
         parts.finish();
         return isFound;
     }
-
-private:
-    Patterns patterns_;
 };
 
-class CapturesNamed {
+class CapturesNamed : Searching {
 public:
     bool operator()(std::string_view text, std::string_view pattern, HashRef<FND::String> out) {
-        const Pattern& compiled = patterns_.find(pattern);
-        Search search(compiled, text, compiled.groupCount());
+        const Pattern& compiled = patternOf(pattern);
+        Search search = searchFor(compiled, text, compiled.groupCount());
         out.clear();
         if (!search.find(0)) return false;
         for (const auto& [name, index] : compiled.library->NamedCapturingGroups()) {
@@ -209,30 +222,24 @@ public:
         }
         return true;
     }
-
-private:
-    Patterns patterns_;
 };
 
-class FindAll {
+class FindAll : Searching {
 public:
     long operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
-        const Pattern& compiled = patterns_.find(pattern);
+        const Pattern& compiled = patternOf(pattern);
         const std::size_t group = compiled.groupCount() > 0 ? 1 : 0;
-        Search search(compiled, text, group);
+        Search search = searchFor(compiled, text, group);
         Parts parts(out);
         search.forEach([&] { parts.add(search.group(group)); });
         return parts.finish();
     }
-
-private:
-    Patterns patterns_;
 };
 
-class SplitPattern {
+class SplitPattern : Searching {
 public:
     long operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
-        Search search(patterns_.find(pattern), text, 0);
+        Search search = searchFor(patternOf(pattern), text, 0);
         Parts parts(out);
         std::size_t end = 0;
         search.forEach([&] {
@@ -243,16 +250,13 @@ public:
         parts.add(text.substr(end));
         return parts.finish();
     }
-
-private:
-    Patterns patterns_;
 };
 
-class ReplacePattern {
+class ReplacePattern : Searching {
 public:
     FND::String operator()(std::string_view text, std::string_view pattern, std::string_view by) {
-        const Pattern& compiled = patterns_.find(pattern);
-        Search search(compiled, text, compiled.groupCount());
+        const Pattern& compiled = patternOf(pattern);
+        Search search = searchFor(compiled, text, compiled.groupCount());
         Text made;
         std::size_t end = 0;
         search.forEach([&] {
@@ -287,39 +291,35 @@ private:
             by.remove_prefix(2);
         }
     }
-
-    Patterns patterns_;
 };
 
-template <class F>
-SCR::FctDescr* add(SCR::HostExtension& module, const FND::String& name) {
-    return module.function(name, F());
-}
-
 constexpr ModuleFunction patternFunctionsS[] = {
-    {"Bool matches(String text, String pattern)", add<Matches>, Effect::None,
+    {"Bool matches(String text, String pattern)", addFunctor<Matches>, Effect::None,
      "Whether the regular expression `pattern` matches a part of `text`. This and the next "
      "functions take texts of up to 4 MiB, less for a complex pattern, and patterns of up to 4 KiB "
      "and 100 groups; anything else is an error, and the result that of no match. `(?i)` at the "
      "start ignores case. A pattern that is not UTF-8 is one of bytes.",
      R"re(text::matches("Order 17", "(?i)order \\d+"))re"},
-    {"Bool captures(String text, String pattern, out String[] groups)", add<Captures>, Effect::None,
+    {"Bool captures(String text, String pattern, out String[] groups)", addFunctor<Captures>,
+     Effect::None,
      "Whether `pattern` matches a part of `text`: then `groups[0]` is that part and the others are "
      "the pattern's groups, empty if they took no part. Otherwise `groups` is empty.",
      R"re(String g[]; text::captures("call 49-30", "(\\d+)-(\\d+)", g) and g[2] == "30")re"},
-    {"Bool capturesNamed(String text, String pattern, out String{} groups)", add<CapturesNamed>,
-     Effect::None, "As `captures`, for the groups that have names, as in `(?P<year>\\d+)`.",
+    {"Bool capturesNamed(String text, String pattern, out String{} groups)",
+     addFunctor<CapturesNamed>, Effect::None,
+     "As `captures`, for the groups that have names, as in `(?P<year>\\d+)`.",
      R"re(String g{}; text::capturesNamed("49-30", "(?P<cc>\\d+)-", g) and hashContains(g, "cc"))re"},
-    {"Long findAll(String text, String pattern, out String[] matches)", add<FindAll>, Effect::None,
+    {"Long findAll(String text, String pattern, out String[] matches)", addFunctor<FindAll>,
+     Effect::None,
      "Fills `matches` with all matches, or with the first group of each if there are groups, and "
      "gives their number.",
      R"re(String m[]; text::findAll("a1 b22", "\\d+", m) == 2 and m[1] == "22")re"},
-    {"Long splitPattern(String text, String pattern, out String[] parts)", add<SplitPattern>,
+    {"Long splitPattern(String text, String pattern, out String[] parts)", addFunctor<SplitPattern>,
      Effect::None,
      "Fills `parts` with what stands between the matches that are not empty, and gives their "
      "number.",
      R"re(String p[]; text::splitPattern("a, b;c", "[,;] *", p) == 3 and p[2] == "c")re"},
-    {"String replacePattern(String text, String pattern, String by)", add<ReplacePattern>,
+    {"String replacePattern(String text, String pattern, String by)", addFunctor<ReplacePattern>,
      Effect::None,
      "`text` with `by` in the place of each match. `\\1` to `\\9` in `by` are the groups of the "
      "match, and `\\0` is all of it; any other byte after a backslash is itself.",

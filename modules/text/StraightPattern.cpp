@@ -23,6 +23,18 @@ bool isBlank(unsigned char byte) { return byte != 0 && std::strchr("\t\n\f\r ", 
 
 std::size_t indexOf(char byte) { return static_cast<unsigned char>(byte); }
 
+// The first place from `at` on whose byte does not satisfy `holds`, or `end`. Can be stopped.
+template <class Holds>
+const char* passed(const char* at, const char* end, const Holds& holds) {
+    constexpr std::ptrdiff_t piece = 64 * 1024;
+    for (;;) {
+        const char* const stop = at + std::min(end - at, piece);
+        while (at < stop && holds(*at)) ++at;
+        if (at < stop || at == end) return at;
+        work(piece);
+    }
+}
+
 }  // namespace
 
 /// Reads a pattern from left to right; gives up where it goes beyond what is matched straight on.
@@ -208,69 +220,77 @@ bool StraightPattern::needsNoChoice() const {
 
 void StraightPattern::findStart() {
     for (const Item& item : items_) {
-        const auto only = std::find(item.fits.begin(), item.fits.end(), Fits::Yes);
-        const bool isByte = item.least == 1 && item.most == 1 &&
-                            std::count(item.fits.begin(), item.fits.end(), Fits::No) == 255;
-        if (!isByte) break;
-        prefix_ += static_cast<char>(only - item.fits.begin());
-    }
-    for (const Item& item : items_) {
         const bool isLast = &item == &items_.back();
         for (std::size_t byte = 0; byte < 256; ++byte) {
             if (isLast || item.fits[byte] != Fits::No) starts_[byte] = Fits::Yes;
         }
         if (item.least > 0) break;
     }
+    auto item = items_.begin();
+    for (;; ++item) {
+        const auto only = std::find(item->fits.begin(), item->fits.end(), Fits::Yes);
+        const bool isByte = item->least == 1 && item->most == 1 &&
+                            std::count(item->fits.begin(), item->fits.end(), Fits::No) == 255;
+        if (!isByte) break;
+        for (const std::uint8_t mark : item->before) prefixMarks_.push_back({prefix_.size(), mark});
+        prefix_ += static_cast<char>(only - item->fits.begin());
+    }
+    items_.erase(items_.begin(), item);
 }
 
 // The first place from `from` on where a match may begin; at most the end of the text.
 std::size_t StraightPattern::nextStart(std::string_view text, std::size_t from) const {
-    if (!prefix_.empty()) return std::min(text.find(prefix_, from), text.size());
-    while (from < text.size() && starts_[indexOf(text[from])] == Fits::No) ++from;
-    return from;
+    constexpr std::size_t piece = 64 * 1024;
+    while (!prefix_.empty() && from < text.size()) {
+        const std::size_t place = text.substr(from, piece + prefix_.size() - 1).find(prefix_);
+        if (place != std::string_view::npos) return from + place;
+        if (text.size() - from <= piece) return text.size();
+        from += piece;
+        work(piece);
+    }
+    const char* const end = text.data() + text.size();
+    const auto isNone = [&](char byte) { return starts_[indexOf(byte)] == Fits::No; };
+    return static_cast<std::size_t>(passed(text.data() + from, end, isNone) - text.data());
 }
 
 StraightPattern::Outcome StraightPattern::matchAt(std::string_view text, std::size_t start,
                                                   Groups& groups, std::size_t& end,
                                                   std::size_t& run) const {
-    std::array<const char*, 2 * mostGroupsCM> marks;  // set before they are read
-    const char* at = text.data() + start;
+    for (const PrefixMark& mark : prefixMarks_) {
+        setMark(groups, mark.mark, text.data() + start + mark.offset);
+    }
+    const char* at = text.data() + start + prefix_.size();
     const char* const last = text.data() + text.size();
-    std::size_t index = 0;
+    run = end = start;
     for (const Item& item : items_) {
-        for (const std::uint8_t mark : item.before) marks[mark] = at;
+        for (const std::uint8_t mark : item.before) setMark(groups, mark, at);
         const char* const begin = at;
         const char* const most =
             item.most < static_cast<std::size_t>(last - at) ? at + item.most : last;
-        while (at < most && item.fits[indexOf(*at)] == Fits::Yes) ++at;
+        at = passed(at, most, [&](char byte) { return item.fits[indexOf(byte)] == Fits::Yes; });
         end = static_cast<std::size_t>(at - text.data());
-        if (index++ == 0) run = end;
+        if (&item == items_.data()) run = end;
         if (at < most && item.fits[indexOf(*at)] == Fits::Unknown) return Outcome::Unknown;
         if (static_cast<std::size_t>(at - begin) < item.least) return Outcome::None;
     }
     if (isAtEnd_ && at != last) return Outcome::None;
     groups[0] = text.substr(start, end - start);
-    for (const Item& item : items_) {
-        for (const std::uint8_t mark : item.before) {
-            if (mark % 2 == 0) continue;
-            const char* const begin = marks[mark - 1U];
-            groups[mark / 2U] = {begin, static_cast<std::size_t>(marks[mark] - begin)};
-        }
-    }
     return Outcome::Found;
 }
 
 StraightPattern::Outcome StraightPattern::find(std::string_view text, std::size_t from,
                                                Groups& groups) const {
-    if (isAtStart_ && from > 0) return Outcome::None;
-    const bool isFirstEndless = items_.front().most == endlessS && items_.front().least <= 1;
+    if (isAtStart_ && (from > 0 || !text.starts_with(prefix_))) return Outcome::None;
+    const bool isFirstEndless =
+        prefix_.empty() && items_.front().most == endlessS && items_.front().least <= 1;
     const std::size_t most = 4 * (text.size() - from) + 64;
     std::size_t looked = 0;
     for (std::size_t start = from;; ++start) {
         std::size_t end = start;
         if (!isAtStart_) start = nextStart(text, start);
         // Where every match begins with a byte, none begins at the end.
-        if (start == text.size() && starts_[0] == Fits::No) return Outcome::None;
+        const bool needsByte = !prefix_.empty() || starts_[0] == Fits::No;
+        if (start == text.size() && needsByte) return Outcome::None;
         std::size_t run = start;
         const std::size_t before = end;
         const Outcome outcome = matchAt(text, start, groups, end, run);

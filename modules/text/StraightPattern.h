@@ -36,6 +36,10 @@ private:
         std::size_t most = 1;
         std::vector<std::uint8_t> before;  // the ends and beginnings of groups, see `mark`
     };
+    struct PrefixMark {
+        std::size_t offset;
+        std::uint8_t mark;
+    };
     class Reader;
 
     // Where a group begins, for an even number, or ends.
@@ -43,18 +47,26 @@ private:
         return static_cast<std::uint8_t>(2 * group + (isEnd ? 1 : 0));
     }
 
+    static void setMark(Groups& groups, std::uint8_t mark, const char* at) {
+        std::string_view& group = groups[mark / 2U];
+        const char* const begin = mark % 2 == 0 ? at : group.data();
+        group = {begin, static_cast<std::size_t>(at - begin)};
+    }
+
     bool needsNoChoice() const;
     void findStart();
     std::size_t nextStart(std::string_view text, std::size_t from) const;
-    // `end` becomes the place where it failed or ended; `run` that after the first item.
+    // The text has the prefix at `start`. `end` becomes the place where it failed or ended; `run`
+    // that after the first item.
     Outcome matchAt(std::string_view text, std::size_t start, Groups& groups, std::size_t& end,
                     std::size_t& run) const;
 
-    std::vector<Item> items_;  // the last one has marks only
+    std::vector<Item> items_;  // after the prefix; the last one has marks only
     bool isAtStart_ = false;
     bool isAtEnd_ = false;
     std::string prefix_;  // bytes that each match begins with
-    Class starts_{};      // the bytes that it may begin with
+    std::vector<PrefixMark> prefixMarks_;
+    Class starts_{};  // the bytes that it may begin with
 };
 
 }  // namespace Modules::TextModule

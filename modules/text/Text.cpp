@@ -1,5 +1,6 @@
 #include "modules/text/Text.h"
 
+#include <charconv>
 #include <cstring>
 #include <limits>
 #include <optional>
@@ -13,11 +14,21 @@ namespace {
 
 constexpr std::size_t noneS = std::string_view::npos;
 
+void checkPart(std::string_view part) {
+    constexpr std::size_t longest = std::size_t{1} << 20;
+    if (part.size() > longest) refuse("part is longer than 1 MiB", long(part.size()));
+}
+
+// The bytes of a text in which `part` is looked for at a time. Each search reads `part` first.
+std::size_t pieceFor(std::string_view part) {
+    constexpr std::size_t least = 64 * 1024;
+    return std::max(least, part.size());
+}
+
 // The first place of `part` from `from` on. Searched in pieces, so that the script can be stopped.
 std::size_t place(std::string_view text, std::string_view part, std::size_t from) {
-    constexpr std::size_t longest = std::size_t{1} << 20;
-    constexpr std::size_t piece = 64 * 1024;
-    if (part.size() > longest) refuse("part is longer than 1 MiB", long(part.size()));
+    checkPart(part);
+    const std::size_t piece = pieceFor(part);
     while (from + part.size() <= text.size()) {
         const std::size_t end = std::min(text.size(), from + piece + part.size());
         const void* const found = memmem(text.data() + from, end - from, part.data(), part.size());
@@ -32,15 +43,23 @@ std::size_t place(std::string_view text, std::string_view part, std::size_t from
 }
 
 std::size_t lastPlace(std::string_view text, std::string_view part) {
-    constexpr std::size_t piece = 64 * 1024;
-    std::size_t end = text.size();
-    while (end >= part.size()) {
-        const std::size_t begin = end > piece + part.size() ? end - piece - part.size() : 0;
-        std::size_t last = noneS;
-        const std::string_view window = text.substr(0, end);
-        for (std::size_t at = begin; (at = place(window, part, at)) != noneS; ++at) last = at;
-        if (last != noneS || begin == 0) return last;
-        end = begin + part.size() - (part.empty() ? 0 : 1);
+    checkPart(part);
+    // Compares at each place, which is fine where both are short.
+    constexpr std::size_t few = 64 * 1024;
+    if (part.empty() || text.size() <= few / part.size()) return text.rfind(part);
+    // What is read backwards has its last place first.
+    const std::size_t piece = pieceFor(part);
+    const Charge charge(piece + 2 * part.size());
+    const std::string reversed(part.rbegin(), part.rend());
+    std::string window;
+    for (std::size_t end = text.size(); end >= part.size();) {
+        const std::size_t begin = end - std::min(end, piece + part.size());
+        window.assign(text.rend() - static_cast<std::ptrdiff_t>(end),
+                      text.rend() - static_cast<std::ptrdiff_t>(begin));
+        const std::size_t at = place(window, reversed, 0);
+        if (at != noneS) return end - at - part.size();
+        if (begin == 0) break;
+        end = begin + part.size() - 1;
     }
     return noneS;
 }
@@ -255,7 +274,9 @@ FND::String format(std::string_view pattern, ArrayView<FND::String> values) {
             work(1);
             continue;
         }
-        const std::size_t end = pattern.find('}');
+        // No field is longer.
+        constexpr std::size_t longest = 64;
+        const std::size_t end = pattern.substr(0, longest).find('}');
         if (byte == '}' || end == noneS) refuse("a brace without its other one at", pattern);
         const Field field = fieldOf(pattern.substr(1, end - 1));
         const unsigned long index = field.index ? *field.index : next++;
@@ -275,6 +296,30 @@ FND::String ofDecimal(const FND::Decimal& number) {
         if (text.ends_with('.')) text.pop_back();
     }
     return text;
+}
+
+void checkBase(long base) {
+    if (base < 2 || base > 36) refuse("the base must be from 2 to 36, not", base);
+}
+
+FND::String ofLong(long number, long base) {
+    checkBase(base);
+    char digits[66];
+    const auto made = std::to_chars(std::begin(digits), std::end(digits), number, int(base));
+    return {digits, made.ptr};
+}
+
+long toLong(std::string_view text, long base) {
+    checkBase(base);
+    const std::string_view digits = text.substr(text.starts_with('+') ? 1 : 0);
+    const bool hasTwoSigns = digits.size() < text.size() && digits.starts_with('-');
+    constexpr std::size_t longest = 1024;  // zeros at the start included
+    long number = 0;
+    const char* const end = digits.data() + digits.size();
+    if (hasTwoSigns || digits.size() > longest) refuse("no number in this base", text);
+    const auto read = std::from_chars(digits.data(), end, number, int(base));
+    if (read.ec != std::errc() || read.ptr != end) refuse("no number in this base", text);
+    return number;
 }
 
 // A row of the matrix of distances at a time.
@@ -362,6 +407,14 @@ text::format("{:>5}|{:.2}|{0:*<4}", v) == "  abc|2.35|abc*")"},
     {"String ofDecimal(Decimal number)", SCR::addFunction<ofDecimal>, Effect::None,
      "The number with as many decimal places as it needs; \"invalid\" for the invalid one.",
      R"(text::ofDecimal(1.500) == "1.5" and text::ofDecimal(3) == "3")"},
+    {"String ofLong(Long number, Long base)", SCR::addFunction<ofLong>, Effect::None,
+     "The number by digits and small letters in a base from 2 to 36. Another base is an error, and "
+     "the result empty.",
+     R"(text::ofLong(255, 16) == "ff" and text::ofLong(-5, 2) == "-101")"},
+    {"Long toLong(String text, Long base)", SCR::addFunction<toLong>, Effect::None,
+     "The number that a text spells in a base from 2 to 36, with small letters or capitals, after "
+     "a sign if there is one. Anything else, blanks included, is an error, and the result 0.",
+     R"(text::toLong("ZZ", 36) == 1295 and text::toLong("-101", 2) == -5)"},
     {"Long distance(String a, String b)", SCR::addFunction<distance>, Effect::None,
      "How many bytes must be added, removed or changed to make one text of the other. The time "
      "grows with the product of their lengths.",
@@ -374,17 +427,14 @@ std::span<const ModuleFunction> plainFunctions() { return plainFunctionsS; }
 
 namespace {
 
-const SCR::ModuleTable tableS = [] {
-    static List<ModuleFunction> all;
-    for (const auto part : {plainFunctions(), patternFunctions(), unicodeFunctions()}) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return SCR::ModuleTable{
-        "text",
-        "Searching, splitting, replacing, formatting and Unicode. Places and lengths are in bytes, "
-        "unless the manual speaks of characters.",
-        {all.data(), all.size()}};
-}();
+const std::vector<ModuleFunction> functionsS =
+    joined({plainFunctions(), patternFunctions(), unicodeFunctions()});
+
+const SCR::ModuleTable tableS{
+    "text",
+    "Searching, splitting, replacing, formatting and Unicode. Places and lengths are in bytes, "
+    "unless the manual speaks of characters.",
+    functionsS};
 
 }  // namespace
 

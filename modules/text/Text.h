@@ -17,7 +17,8 @@ public:
     explicit Parts(ArrayRef<FND::String> parts) : parts_(parts) {}
 
     void add(std::string_view part) {
-        work(part.size() + 32);
+        weight_ += part.size() + 32;
+        if (weight_ > manyCM) work(std::exchange(weight_, 0));
         if (at_ == run_.count) {
             run_ = parts_.change(count_);
             at_ = 0;
@@ -33,16 +34,20 @@ public:
     }
     /// Cuts off the elements after those, and gives their number.
     long finish() {
+        work(weight_);
         if (parts_.size() != count_) parts_.resize(count_);
         return static_cast<long>(count_);
     }
 
 private:
+    static constexpr std::size_t manyCM = 4096;
+
     ArrayRef<FND::String> parts_;
     SCR::Host::Run<FND::String> run_;  // of elements that exist
     unsigned long at_ = 0;
     FND::String value_;
     unsigned long count_ = 0;
+    std::size_t weight_ = 0;  // work that is not counted yet
 };
 
 }  // namespace Modules::TextModule
