@@ -1,3 +1,4 @@
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -265,6 +266,73 @@ FND::String duration(long seconds) {
     return made;
 }
 
+// Reads digits at the start of `text` and removes them; nothing when there are none, or too many.
+std::optional<long> cutNumber(std::string_view& text) {
+    long number = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isRead = !text.empty() && text[0] != '-' && read.ec == std::errc();
+    if (!isRead) return std::nullopt;
+    text.remove_prefix(static_cast<std::size_t>(read.ptr - text.data()));
+    return number;
+}
+
+// "2d 03:04:05", "1h30m" or "PT1H30M": numbers with units, from the largest to the least, and at
+// the end two or three numbers with colons.
+long fromDuration(std::string_view text) {
+    checkLength(text);
+    const std::string_view whole = text;
+    const auto cut = [&](std::string_view start) {
+        if (!text.starts_with(start)) return false;
+        text.remove_prefix(start.size());
+        return true;
+    };
+    const auto check = [&](bool isGood) {
+        if (!isGood) refuse("no duration", whole);
+    };
+    long sum = 0;
+    const auto add = [&](long count, long seconds) {
+        long part = 0;
+        check(!__builtin_mul_overflow(count, seconds, &part) &&
+              !__builtin_add_overflow(sum, part, &sum));
+    };
+    constexpr struct {
+        char name;
+        long seconds;
+    } units[] = {{'w', 7 * daySecondsS}, {'d', daySecondsS}, {'h', 3600}, {'m', 60}, {'s', 1}};
+    const bool isNegative = cut("-");
+    const bool isIso = cut("P");
+    bool isTime = !isIso;  // after the T, where M means minutes
+    const auto* unit = std::begin(units);
+    check(!text.empty());
+    while (!text.empty()) {
+        if (isIso && !isTime && cut("T")) isTime = true;
+        const std::optional<long> number = cutNumber(text);
+        check(number && !text.empty());
+        if (text[0] == ':' && !isIso) {
+            // Hours, minutes and perhaps seconds.
+            long factor = 3600;
+            check(unit <= std::begin(units) + 2);
+            add(*number, factor);
+            while (factor > 1 && cut(":")) {
+                const std::size_t before = text.size();
+                const std::optional<long> part = cutNumber(text);
+                check(part && *part < 60 && before - text.size() == 2);
+                add(*part, factor /= 60);
+            }
+            check(text.empty());
+            break;
+        }
+        const char name = static_cast<char>(text[0] | 32);
+        while (unit != std::end(units) && unit->name != name) ++unit;
+        check(unit != std::end(units) &&
+              (isTime ? !isIso || unit->seconds < daySecondsS : unit->seconds >= daySecondsS));
+        add(*number, unit++->seconds);
+        text.remove_prefix(1);
+        if (!isIso && text.size() > 1) cut(" ");
+    }
+    return isNegative ? -sum : sum;
+}
+
 /// The days on which nobody works besides weekends, sorted.
 List<std::int64_t> holidaysOf(ArrayView<FND::String> holidays) {
     List<std::int64_t> all;
@@ -319,28 +387,23 @@ struct AddWorkdays : Zoned {
     }
 };
 
-template <class F>
-SCR::FctDescr* add(SCR::HostExtension& module, const FND::String& name) {
-    return module.function(name, F());
-}
-
 constexpr ModuleFunction functionsS[] = {
-    {"String write(Date date, String zone, [String format])", add<Write>, Effect::None,
+    {"String write(Date date, String zone, [String format])", addFunctor<Write>, Effect::None,
      "The date by the clock of a zone, such as \"Europe/Berlin\", \"UTC\" or a rule: in the form "
      "2024-07-01T12:00:00+0200, or by the directives of `dateToStr`, up to 1 KiB. An unknown zone "
      "is an error here and below.",
      R"(time::write(time::fromEpoch(0), "Asia/Tokyo") == "1970-01-01T09:00:00+0900")"},
-    {"Date read(String text, String zone, [String format])", add<Read>, Effect::None,
+    {"Date read(String text, String zone, [String format])", addFunctor<Read>, Effect::None,
      "The date that a text names, as `strToDate` reads it. A text that says nothing of a zone is "
      "by "
      "the clock of `zone`. Of a time that occurs twice the first one is meant; one that the clock "
      "skips moves on by the gap.",
      R"(time::epoch(time::read("2024-07-01 12:00", "Europe/Berlin")) == 1719828000)"},
-    {"Long millis(String text, [String zone])", add<Millis>, Effect::None,
+    {"Long millis(String text, [String zone])", addFunctor<Millis>, Effect::None,
      "The milliseconds since 1970 of a timestamp with or without a fraction of a second; further "
      "digits are cut off. Without a zone in the text it is by the clock of `zone`, or UTC.",
      R"(time::millis("1970-01-01T00:00:01.25Z") == 1250)"},
-    {"String millisText(Long millis, [String zone])", add<MillisText>, Effect::None,
+    {"String millisText(Long millis, [String zone])", addFunctor<MillisText>, Effect::None,
      "Milliseconds since 1970 as 1970-01-01T00:00:01.250+0000, by the clock of the zone, or UTC.",
      R"(time::millisText(1250) == "1970-01-01T00:00:01.250+0000")"},
     {"Date fromMillis(Long millis)", SCR::addFunction<fromMillis>, Effect::None,
@@ -357,27 +420,27 @@ constexpr ModuleFunction functionsS[] = {
     {"Long elapsed(Date from, Date to)", SCR::addFunction<elapsed>, Effect::None,
      "The seconds from one date to another; negative when `to` is earlier.",
      R"(time::elapsed(time::fromEpoch(5), time::fromEpoch(8)) == 3)"},
-    {"Date add(Date date, Long months, Long days, String zone)", add<Add>, Effect::None,
+    {"Date add(Date date, Long months, Long days, String zone)", addFunctor<Add>, Effect::None,
      "Moves the date in the calendar of a zone and keeps the time on its clock, on days of 23 "
      "hours "
      "too. First come the months: the 31st becomes the last day of a shorter month. Invalid for "
      "an invalid date and outside of the years 1 to 9999.",
      R"(Date d = time::read("2024-03-30 12:00", "Europe/Berlin");
 time::elapsed(d, time::add(d, 0, 1, "Europe/Berlin")) == 82800)"},
-    {"Date startOf(Date date, String unit, String zone)", add<StartOf>, Effect::None,
+    {"Date startOf(Date date, String unit, String zone)", addFunctor<StartOf>, Effect::None,
      "The start of the `minute`, `hour`, `day`, `week` (Monday), `month`, `quarter` or `year` on "
      "the clock of a zone.",
      R"(time::startOf(time::fromEpoch(90000), "day", "UTC") == time::fromEpoch(86400))"},
-    {"Long weekday(Date date, String zone)", add<Weekday>, Effect::None,
+    {"Long weekday(Date date, String zone)", addFunctor<Weekday>, Effect::None,
      "1 for Monday to 7 for Sunday; 0 for an invalid date.",
      R"(time::weekday(strToDate("2024-07-01"), "UTC") == 1)"},
-    {"String isoWeek(Date date, String zone)", add<IsoWeek>, Effect::None,
+    {"String isoWeek(Date date, String zone)", addFunctor<IsoWeek>, Effect::None,
      "The week, as 2024-W27; empty for an invalid date.",
      R"(time::isoWeek(strToDate("2024-12-30"), "UTC") == "2025-W01")"},
-    {"Long daysBetween(Date from, Date to, String zone)", add<DaysBetween>, Effect::None,
+    {"Long daysBetween(Date from, Date to, String zone)", addFunctor<DaysBetween>, Effect::None,
      "How many midnights of the zone lie between two dates; negative when `to` is earlier.",
      R"(time::daysBetween(time::fromEpoch(86399), time::fromEpoch(86400), "UTC") == 1)"},
-    {"Long offset(Date date, String zone)", add<Offset>, Effect::None,
+    {"Long offset(Date date, String zone)", addFunctor<Offset>, Effect::None,
      "How many seconds the zone's clock is ahead of UTC then.",
      R"(time::offset(strToDate("2024-07-01"), "Europe/Berlin") == 7200)"},
     {"Bool isZone(String name)", SCR::addFunction<isZone>, Effect::None,
@@ -386,14 +449,20 @@ time::elapsed(d, time::add(d, 0, 1, "Europe/Berlin")) == 82800)"},
     {"String duration(Long seconds)", SCR::addFunction<duration>, Effect::None,
      "Seconds as `HH:MM:SS`, after the days if there are any, as in `2d 03:04:05`.",
      R"(time::duration(183845) == "2d 03:04:05" and time::duration(-61) == "-00:01:01")"},
-    {"Long workdays(Date from, Date to, String zone, String[] holidays)", add<Workdays>,
+    {"Long fromDuration(String text)", SCR::addFunction<fromDuration>, Effect::None,
+     "The seconds of a text such as `2d 03:04:05`, `12:30`, `1h 30m`, `90s` or "
+     "`P1DT2H30M`: weeks, days, hours, minutes and seconds, each at most once, the largest first, "
+     "after `-` for less than nothing. Any other text, or a fraction, is an error, and the result "
+     "0.",
+     R"(time::fromDuration("2d 03:04:05") == 183845 and time::fromDuration("PT1H30M") == 5400)"},
+    {"Long workdays(Date from, Date to, String zone, String[] holidays)", addFunctor<Workdays>,
      Effect::None,
      "The days from Monday to Friday that are not among `holidays`, such as \"2024-12-25\": from "
      "the day of `from` up to the one before that of `to`.",
      R"(String h[]; h[0] = "2024-12-25";
 time::workdays(strToDate("2024-12-23"), strToDate("2024-12-30"), "UTC", h) == 4)"},
-    {"Date addWorkdays(Date date, Long days, String zone, String[] holidays)", add<AddWorkdays>,
-     Effect::None,
+    {"Date addWorkdays(Date date, Long days, String zone, String[] holidays)",
+     addFunctor<AddWorkdays>, Effect::None,
      "Moves the date by so many of these days, at most a million, and keeps the time on the clock.",
      R"(String h[]; time::addWorkdays(strToDate("2024-12-27"), 1, "UTC", h) == strToDate("2024-12-30"))"},
 };
