@@ -1,7 +1,7 @@
 #include <arpa/inet.h>
 
 #include <charconv>
-#include <cstring>
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -55,6 +55,13 @@ FND::String textOf(const Address& address) {
             static_cast<unsigned char>(address.number >> (address.bits - 8 - 8 * i) & 255);
     }
     char made[INET6_ADDRSTRLEN] = "";
+    // The library would end ::1:2 in an address of IPv4, which only ::ffff:0:0/96 is for.
+    const bool isLow = address.bits == 128 && address.number >> 32 == 0;
+    if (isLow && address.number >> 16 != 0) {
+        std::snprintf(made, sizeof made, "::%x:%x", static_cast<unsigned>(address.number >> 16),
+                      static_cast<unsigned>(address.number & 0xFFFF));
+        return made;
+    }
     inet_ntop(address.bits == 128 ? AF_INET6 : AF_INET, bytes.data(), made, sizeof made);
     return made;
 }
