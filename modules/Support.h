@@ -145,6 +145,57 @@ private:
     Charge charge_;
 };
 
+/// Fills an array with texts, from its first element on, and keeps the memory of its elements.
+class Parts {
+public:
+    explicit Parts(ArrayRef<FND::String> parts) : parts_(parts) {}
+
+    void add(std::string_view part) {
+        weight_ += part.size() + 32;
+        if (weight_ > manyCM) work(std::exchange(weight_, 0));
+        if (at_ == run_.count) {
+            run_ = parts_.change(count_);
+            at_ = 0;
+        }
+        if (at_ < run_.count && part.size() <= run_[at_].capacity()) {
+            run_[at_].assign(part);
+        } else {
+            value_.assign(part);
+            if (!parts_.set(count_, value_)) return;
+        }
+        if (at_ < run_.count) ++at_;
+        ++count_;
+    }
+    /// Cuts off the elements after those, and gives their number.
+    long finish() {
+        work(weight_);
+        if (parts_.size() != count_) parts_.resize(count_);
+        return static_cast<long>(count_);
+    }
+
+private:
+    static constexpr std::size_t manyCM = 4096;
+
+    ArrayRef<FND::String> parts_;
+    SCR::Host::Run<FND::String> run_;  // of elements that exist
+    unsigned long at_ = 0;
+    FND::String value_;
+    unsigned long count_ = 0;
+    std::size_t weight_ = 0;  // work that is not counted yet
+};
+
+/// The first place of `byte`, or the end of the text. Can be stopped.
+inline std::size_t placeOf(char byte, std::string_view text) {
+    constexpr std::size_t piece = 64 * 1024;
+    for (std::size_t begin = 0; begin < text.size(); begin += piece) {
+        const std::string_view part = text.substr(begin, piece);
+        if (begin > 0) work(part.size());
+        const std::size_t place = part.find(byte);
+        if (place != std::string_view::npos) return begin + place;
+    }
+    return text.size();
+}
+
 /// The value of a hexadecimal digit; -1 for another byte.
 constexpr int hexValue(char byte) {
     if (byte >= '0' && byte <= '9') return byte - '0';

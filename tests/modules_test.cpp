@@ -96,6 +96,22 @@ TEST(Modules, ASandboxRefusesEffectsAndNothingElse) {
     });
 }
 
+TEST(Modules, AFolderThatIsGrantedIsSeen) {
+    const Harness::ExampleFolder folder;
+    ASSERT_EQ(Harness::run("use sys; sys::makeFolder(\"f\");").log, "");
+    const Harness::ScriptSetup granted{1, [](SCR::Interpreter& interpreter) {
+                                           SCR::Capabilities some = SCR::Capabilities::none();
+                                           ASSERT_TRUE(some.allow("files=f"));
+                                           interpreter.capabilities(some);
+                                       }};
+    const auto run = Harness::run(
+        "use sys; String n[]; logStdout(longToStr(listFolder(\"f\", n)) + longToStr(listFolder("
+        "\".\", n)) + longToStr(listFolder(\"\", n)));"
+        "if (isFolder(\"f\") and sys::exists(\"f\") and not isFolder(\"\")) logStdout(\" seen\");",
+        granted);
+    EXPECT_EQ(run.output, "0-1-1 seen") << run.log;
+}
+
 /// Expressions for a parameter of the type word `type`, among them what is large or odd.
 std::vector<std::string> argumentsFor(int type) {
     using namespace SCR;

@@ -161,7 +161,7 @@ FND::String html(std::string_view text) {
 }
 
 FND::String shellQuote(std::string_view text) {
-    if (text.find('\0') != std::string_view::npos) refuse("a shell takes no byte 0 as in", text);
+    if (placeOf('\0', text) < text.size()) refuse("a shell takes no byte 0 as in", text);
     Text made;
     made.append('\'');
     appendMapped(made, text, [](char byte) -> std::string_view {
@@ -193,38 +193,40 @@ long csvSplit(std::string_view line, ArrayRef<FND::String> out,
     if (mark.size() != 1 || mark == "\"") refuse("the separator must be one byte, not", mark);
     if (line.ends_with('\n')) line.remove_suffix(1);
     if (line.ends_with('\r')) line.remove_suffix(1);
-    List<FND::String> fields;
+    // Nothing is stored before the whole line is known to be good.
+    Text fields;
+    List<std::size_t> ends;
+    fields.makeRoom(line.size());
     for (bool isLast = false; !isLast;) {
-        Text field;
         if (line.starts_with('"')) {
             line.remove_prefix(1);
             for (;;) {
-                const std::size_t end = line.find('"');
-                if (end == std::string_view::npos) refuse("a quote is not closed before", line);
-                field.append(line.substr(0, end));
+                const std::size_t end = placeOf('"', line);
+                if (end == line.size()) refuse("a quote is not closed before", line);
+                fields.append(line.substr(0, end));
                 line.remove_prefix(end + 1);
                 if (!line.starts_with('"')) break;
-                field.append('"');
+                fields.append('"');
                 line.remove_prefix(1);
             }
             if (!line.empty() && line[0] != mark[0]) refuse("text after a closing quote", line);
         } else {
-            const std::size_t end = std::min(line.find(mark[0]), line.size());
-            field.append(line.substr(0, end));
+            const std::size_t end = placeOf(mark[0], line);
+            fields.append(line.substr(0, end));
             line.remove_prefix(end);
         }
         isLast = line.empty();
         line.remove_prefix(isLast ? 0 : 1);
-        work(64);
-        fields.add(field.take());
+        work(32);
+        ends.add(fields.size());
     }
-    unsigned long count = 0;
-    for (const FND::String& field : fields) {
-        work(field.size() + 32);
-        if (out.set(count, field)) ++count;
+    Parts parts(out);
+    std::size_t begin = 0;
+    for (const std::size_t end : ends) {
+        parts.add(std::string_view(fields.bytes()).substr(begin, end - begin));
+        begin = end;
     }
-    out.resize(count);
-    return static_cast<long>(count);
+    return parts.finish();
 }
 
 constexpr ModuleFunction codecFunctionsS[] = {

@@ -415,7 +415,8 @@ list::order(k, p); list::arrange(s, p) and s[0] == "two")"},
     {"Decimal quantile(T[] items, Decimal share)",
      SCR::addFunctionOver<Quantile, long, FND::Decimal>, Effect::None,
      "The value below which this share of the Longs or Decimals lies, from 0 to 1: between two "
-     "neighbours in proportion. INVALID_DECIMAL without elements. Another share is an error, and the "
+     "neighbours in proportion. INVALID_DECIMAL without elements. Another share is an error, and "
+     "the "
      "result 0.",
      R"(Long a[]; a[0] = 10; a[1] = 20; a[2] = 30; list::quantile(a, 0.25) == 15)"},
     {"Decimal median(T[] items)", SCR::addFunctionOver<Median, long, FND::Decimal>, Effect::None,

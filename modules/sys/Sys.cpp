@@ -74,14 +74,17 @@ bool statusOf(Interpreter& interpreter, const FND::String& path, struct stat& st
     return interpreter.files()->status(path, status);
 }
 
-bool exists(Interpreter& interpreter, const FND::String& path) {
-    struct stat status {};
-    return statusOf(interpreter, path, status);
-}
+// The folder itself. By its own name, a folder granted would lie in one that may not be.
+FND::String within(const FND::String& folder) { return folder.empty() ? folder : folder + "/."; }
 
 bool isFolder(Interpreter& interpreter, const FND::String& path) {
     struct stat status {};
-    return statusOf(interpreter, path, status) && S_ISDIR(status.st_mode);
+    return statusOf(interpreter, within(path), status);
+}
+
+bool exists(Interpreter& interpreter, const FND::String& path) {
+    struct stat status {};
+    return statusOf(interpreter, path, status) || isFolder(interpreter, path);
 }
 
 long fileSize(Interpreter& interpreter, const FND::String& path) {
@@ -91,7 +94,7 @@ long fileSize(Interpreter& interpreter, const FND::String& path) {
 
 long listFolder(Interpreter& interpreter, const FND::String& path, ArrayRef<FND::String> out) {
     checkName(path);
-    const int file = interpreter.files()->open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int file = interpreter.files()->open(within(path), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (file < 0) return -1;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(fdopendir(file), closedir);
     if (!folder) {
