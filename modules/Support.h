@@ -185,7 +185,7 @@ private:
 };
 
 /// The first place of `byte`, or the end of the text. Can be stopped.
-inline std::size_t placeOf(char byte, std::string_view text) {
+inline std::size_t placeOfByte(char byte, std::string_view text) {
     constexpr std::size_t piece = 64 * 1024;
     for (std::size_t begin = 0; begin < text.size(); begin += piece) {
         const std::string_view part = text.substr(begin, piece);

@@ -161,7 +161,7 @@ FND::String html(std::string_view text) {
 }
 
 FND::String shellQuote(std::string_view text) {
-    if (placeOf('\0', text) < text.size()) refuse("a shell takes no byte 0 as in", text);
+    if (placeOfByte('\0', text) < text.size()) refuse("a shell takes no byte 0 as in", text);
     Text made;
     made.append('\'');
     appendMapped(made, text, [](char byte) -> std::string_view {
@@ -201,7 +201,7 @@ long csvSplit(std::string_view line, ArrayRef<FND::String> out,
         if (line.starts_with('"')) {
             line.remove_prefix(1);
             for (;;) {
-                const std::size_t end = placeOf('"', line);
+                const std::size_t end = placeOfByte('"', line);
                 if (end == line.size()) refuse("a quote is not closed before", line);
                 fields.append(line.substr(0, end));
                 line.remove_prefix(end + 1);
@@ -211,7 +211,7 @@ long csvSplit(std::string_view line, ArrayRef<FND::String> out,
             }
             if (!line.empty() && line[0] != mark[0]) refuse("text after a closing quote", line);
         } else {
-            const std::size_t end = placeOf(mark[0], line);
+            const std::size_t end = placeOfByte(mark[0], line);
             fields.append(line.substr(0, end));
             line.remove_prefix(end);
         }

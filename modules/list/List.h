@@ -26,7 +26,7 @@ int compare(const T& a, const T& b) {
     return a < b ? -1 : b < a ? 1 : 0;
 }
 inline int compare(const FND::Decimal& a, const FND::Decimal& b) { return a.compare(b); }
-inline int compare(const FND::String& a, const FND::String& b) {
+inline int compare(std::string_view a, std::string_view b) {
     constexpr std::size_t piece = 64 * 1024;
     const std::size_t both = std::min(a.size(), b.size());
     for (std::size_t at = 0; at < both; at += piece) {
@@ -35,6 +35,9 @@ inline int compare(const FND::String& a, const FND::String& b) {
         if (both > piece) work(size);
     }
     return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
+}
+inline int compare(const FND::String& a, const FND::String& b) {
+    return compare(std::string_view(a), std::string_view(b));
 }
 
 /// Calls `use(value)` for each element, counted as work.

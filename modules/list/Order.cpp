@@ -97,6 +97,9 @@ void sortByKeys(Ranked* values, Ranked* buffer, std::size_t count) {
     }
 }
 
+/// How many elements ahead memory is asked for.
+constexpr std::size_t aheadS = 16;
+
 constexpr std::uint64_t signS = std::uint64_t{1} << 63;
 
 std::uint64_t keyOf(long number) { return static_cast<std::uint64_t>(number) ^ signS; }
@@ -109,7 +112,7 @@ std::uint64_t keyOf(const FND::Decimal& number) {
     return (bits & signS) != 0 ? ~bits : bits | signS;
 }
 // The next eight bytes of a text.
-std::uint64_t keyOf(const FND::String& text, std::size_t skip) {
+std::uint64_t keyOf(std::string_view text, std::size_t skip) {
     std::uint64_t head = 0;
     if (text.size() >= skip + sizeof head) {
         std::memcpy(&head, text.data() + skip, sizeof head);
@@ -144,7 +147,7 @@ public:
         if constexpr (isRefined) elements_.room(all.size());
         std::uint32_t index = 0;
         forEach(all, [&](const T& value) {
-            if constexpr (isRefined) elements_.push_back(&value);
+            if constexpr (isRefined) elements_.push_back(value);
             entries_.push_back({turned(keyFor(value, prefix_)), index++});
         });
         const Charge charge(entries_.size() * sizeof(Ranked));
@@ -162,6 +165,7 @@ private:
     static constexpr bool isText = std::is_same_v<T, FND::String>;
     /// Whether equal keys do not mean equal values.
     static constexpr bool isRefined = isText || std::is_same_v<T, FND::Decimal>;
+    using Kept = std::conditional_t<isText, std::string_view, T>;
     static constexpr std::size_t fewCM = 8;
     static constexpr int deepestCM = 8;
 
@@ -195,14 +199,19 @@ private:
             if (count > fewCM && depth < deepestCM) {
                 constexpr std::size_t next = sizeof(std::uint64_t);
                 for (std::size_t i = 0; i < count; ++i) {
-                    entries[i].key = turned(keyOf(*elements_[entries[i].index], skip + next));
+                    // The texts lie all over the memory: it is told early which ones are next.
+                    const Ranked* const later = entries + i + aheadS;
+                    if (later < entries_.data() + entries_.size()) {
+                        __builtin_prefetch(elements_[later->index].data() + skip + next);
+                    }
+                    entries[i].key = turned(keyOf(elements_[entries[i].index], skip + next));
                     if (i % 1024 == 1023) work(1024 * 16);
                 }
                 return sort(entries, count, skip + next, depth + 1);
             }
         }
         mergeSort(entries, buffer_, count, [this](const Ranked& a, const Ranked& b) {
-            const int order = compare(*elements_[a.index], *elements_[b.index]);
+            const int order = compare(elements_[a.index], elements_[b.index]);
             return descends_ ? order > 0 : order < 0;
         });
     }
@@ -210,7 +219,7 @@ private:
     const bool descends_;
     std::size_t prefix_ = 0;
     List<Ranked> entries_;
-    List<const T*> elements_;
+    List<Kept> elements_;
     Ranked* buffer_ = nullptr;
 };
 
@@ -242,10 +251,8 @@ void arrange(ArrayRef<T> all, const Places& order) {
         }
     } moved{elements, order, {}};
     moved.values.room(order.size());
-    // They lie all over the memory, so it is told early which ones are next.
-    constexpr std::size_t ahead = 16;
     for (std::size_t i = 0; i < order.size(); ++i) {
-        if (i + ahead < order.size()) __builtin_prefetch(elements[order[i + ahead].index]);
+        if (i + aheadS < order.size()) __builtin_prefetch(elements[order[i + aheadS].index]);
         moved.values.push_back(std::move(*elements[order[i].index]));
         work(16);
     }
