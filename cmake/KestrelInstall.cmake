@@ -4,7 +4,7 @@ set(kestrel_include_dir ${CMAKE_INSTALL_INCLUDEDIR}/kestrel)
 set(kestrel_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Kestrel)
 
 install(TARGETS kestrel EXPORT KestrelTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT headers
     FILE_SET HEADERS DESTINATION ${kestrel_include_dir} COMPONENT headers
     FILE_SET c DESTINATION ${kestrel_include_dir} COMPONENT headers)
 install(EXPORT KestrelTargets NAMESPACE Kestrel:: DESTINATION ${kestrel_package_dir})

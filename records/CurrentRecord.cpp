@@ -78,6 +78,7 @@ void CurrentRecord::fail(std::string_view reason, std::string_view field, std::s
     if (isOpen_ && onError_ != OnError::Keep) {
         isRejected_ = true;
         rejection_ = std::move(rejection);
+        if (noteFailure) noteFailure();
     } else if (log_ != nullptr) {
         const std::string place = isOpen_ ? "record " + std::to_string(number) + ": " : "";
         log_->log(place + rejection.text(), FND::Status::Error);
@@ -126,13 +127,22 @@ long CurrentRecord::asLong(const std::string& name, std::string_view value) {
 FND::Decimal CurrentRecord::asDecimal(const std::string& name, std::string_view value) {
     if (value.empty()) return FND::Decimal::invalid();
     const FND::Decimal decimal = readDecimal(value);
-    if (!decimal.isValid()) fail("no Decimal", name, value);
+    if (!decimal.isValid()) {
+        fail("no Decimal", name, value);
+    } else if (isExact && losesDigits(value)) {
+        fail("more digits than a Decimal has", name, value);
+    }
     return decimal;
 }
 
 FND::DateTime CurrentRecord::asDate(const std::string& name, std::string_view value) {
     const FND::DateTime date = value.empty() ? FND::DateTime() : readDate(value);
-    if (date.isValid()) return date;
+    if (date.isValid()) {
+        if (isExact && losesFraction(value)) {
+            fail("fractions of a second, which a Date has not", name, value);
+        }
+        return date;
+    }
     if (!value.empty()) fail("no Date", name, value);
     readsNoDate = true;
     return noDate;

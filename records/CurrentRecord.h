@@ -92,11 +92,15 @@ public:
     std::unique_ptr<JsonRecord> json;  ///< Used instead of `record` when records are JSON.
     std::string_view original;         ///< The text as it was read.
     std::int64_t number = 0;           ///< 1-based
+    /// Whether a Decimal with too many digits, or a Date with fractions of a second, is a failure
+    /// instead of being rounded or cut off.
+    bool isExact = false;
     bool isDropped = false;
     bool hasKey = false;  ///< Only the first record with the key stays.
     std::string key;
     std::string output;  ///< The output that the script chose; empty: that of the job.
     std::function<void(SCR::Interpreter&)> write;  ///< Writes the record as it stands.
+    std::function<void()> noteFailure;             ///< Called when the first failure is noted.
     std::string jobEnd;                            ///< why the script wants to end the job
     bool endsJob = false;                          ///< It wants to.
     bool readsNoDate = false;  ///< A date was asked for that is missing, empty or none.

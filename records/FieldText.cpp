@@ -102,6 +102,23 @@ FND::Decimal readDecimal(std::string_view text) {
     return FND::Decimal::fromString((number->isNegative ? "-" : "") + digits);
 }
 
+bool losesDigits(std::string_view text) {
+    constexpr auto most = static_cast<std::size_t>(FND::Decimal::maxScaleCM);
+    if (text.size() <= most && text.find_first_of("eE") == std::string_view::npos) return false;
+    const std::optional<Spelled> number = spell(trimmed(text));
+    return number &&
+           (number->digits.size() > most ||
+            static_cast<long>(number->digits.size()) - number->point > FND::Decimal::maxScaleCM);
+}
+
 FND::DateTime readDate(std::string_view text) { return FND::DateTime::parse(trimmed(text)); }
+
+bool losesFraction(std::string_view text) {
+    const std::size_t point = text.find_first_of(".,");
+    if (point == std::string_view::npos) return false;
+    text.remove_prefix(point + 1);
+    return text.substr(0, text.find_first_not_of("0123456789")).find_first_not_of('0') !=
+           std::string_view::npos;
+}
 
 }  // namespace Records
