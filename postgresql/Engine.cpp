@@ -274,7 +274,7 @@ Field Program::find(FieldAlias alias, Index i, Index j, Index k, bool isSpelled)
 
 // The functions that read fields, for results that are no record.
 void Program::addReaders(SCR::HostExtension& host) {
-    using Kind = Field::Kind;
+    using Held = Field::Kind;
     const auto text = [this](FieldAlias field, Index i, Index j, Index k) {
         const Field found = find(field, i, j, k, true);
         return std::string_view(found.data, found.size);
@@ -284,8 +284,8 @@ void Program::addReaders(SCR::HostExtension& host) {
     host.function("edrLong",
                   [this](FieldAlias field, Index i, Index j, Index k) {
                       const Field found = find(field, i, j, k, true);
-                      if (found.kind == Kind::False || found.kind == Kind::True) {
-                          return found.kind == Kind::True ? 1L : 0L;
+                      if (found.kind == Held::False || found.kind == Held::True) {
+                          return found.kind == Held::True ? 1L : 0L;
                       }
                       return current_.asLong(field.name(), {found.data, found.size});
                   })
@@ -301,16 +301,16 @@ void Program::addReaders(SCR::HostExtension& host) {
                   })
         ->mayRunScript(false);
     host.function("edrMissingInput", [this](FieldAlias field, Index i, Index j, Index k) {
-        return find(field, i, j, k, false).kind == Kind::Missing;
+        return find(field, i, j, k, false).kind == Held::Missing;
     });
     host.function("edrEmptyInput", [this](FieldAlias field, Index i, Index j, Index k) {
         const Field found = find(field, i, j, k, false);
-        return found.kind == Kind::Null || (found.kind == Kind::Text && found.size == 0);
+        return found.kind == Held::Null || (found.kind == Held::Text && found.size == 0);
     });
     host.function("edrArrayIndex", [this](FieldAlias field, Index i, Index j) {
         const Field found = find(field, i, j, {}, false);
-        const bool isNothing = found.kind == Kind::Missing || found.kind == Kind::Null;
-        return found.kind == Kind::Array || isNothing ? found.elements : -1L;
+        const bool isNothing = found.kind == Held::Missing || found.kind == Held::Null;
+        return found.kind == Held::Array || isNothing ? found.elements : -1L;
     });
 }
 

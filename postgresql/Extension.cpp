@@ -413,7 +413,7 @@ void defineSettings() {
 
 // The names by which the server finds them.
 #pragma GCC visibility push(default)
-// NOLINTBEGIN(readability-identifier-naming)
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" {
 
 PG_MODULE_MAGIC;
@@ -463,5 +463,5 @@ PG_FUNCTION_INFO_V1(kestrel_program);
 Datum kestrel_program(PG_FUNCTION_ARGS) { return programText(fcinfo); }
 
 }  // extern "C"
-// NOLINTEND(readability-identifier-naming)
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 #pragma GCC visibility pop
