@@ -287,9 +287,9 @@ void sortNumbers(ArrayRef<FND::String> all, std::optional<bool> descends) {
     const bool isDown = descends.value_or(false);
     mergeSort(order.data(), buffer.data(), order.size(), [&](const Entry& a, const Entry& b) {
         if (a.number.isValid() != b.number.isValid()) return a.number.isValid();
-        const int order =
+        const int sign =
             a.number.isValid() ? compare(a.number, b.number) : compare(*a.text, *b.text);
-        return isDown ? order > 0 : order < 0;
+        return isDown ? sign > 0 : sign < 0;
     });
     arrange(all, order);
 }

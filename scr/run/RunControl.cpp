@@ -201,17 +201,20 @@ inline void RunControl::count(const Node* place) {
 
 namespace {
 
-// The steady clock, a few milliseconds late where that is much cheaper: every call of a host's
-// function asks for it.
-std::chrono::steady_clock::time_point roughNow() {
+// Whether the steady clock is past `deadline`. Every call of a host's function asks for it, so the
+// exact time is only looked at near the deadline.
+bool isPast(std::chrono::steady_clock::time_point deadline) {
 #ifdef CLOCK_MONOTONIC_COARSE
+    // It is late by a tick of the kernel, at most ten milliseconds.
+    constexpr std::chrono::milliseconds near(20);
     timespec now{};
     if (clock_gettime(CLOCK_MONOTONIC_COARSE, &now) == 0) {
-        return std::chrono::steady_clock::time_point(std::chrono::seconds(now.tv_sec) +
-                                                     std::chrono::nanoseconds(now.tv_nsec));
+        const std::chrono::steady_clock::time_point rough(std::chrono::seconds(now.tv_sec) +
+                                                          std::chrono::nanoseconds(now.tv_nsec));
+        if (rough < deadline - near) return false;
     }
 #endif
-    return std::chrono::steady_clock::now();
+    return std::chrono::steady_clock::now() > deadline;
 }
 
 }  // namespace
@@ -227,7 +230,7 @@ void RunControl::ask(const Node* place) {
         stop(place, takeFailure());
     }
     if (state_.load(std::memory_order_relaxed) == State::Interrupted) stop(place, "interrupted");
-    if (limits_.time != Limits::none && roughNow() > deadline_) {
+    if (limits_.time != Limits::none && isPast(deadline_)) {
         stopAtLimit(place, "time", limits_.time);
     }
 }
