@@ -93,7 +93,7 @@ private:
     std::uint32_t usedSlots_ = 0;  // slots that hold or held an entry; later slots hold nothing
     std::uint32_t freeSlot_ = 0;   // the first one in the chain of free slots
     // The slot that was found last, or null: the next look is often for the same key.
-    mutable std::byte* recent_ = nullptr;
+    std::byte* recent_ = nullptr;
     std::vector<SlotChunk> chunks_;
 };
 

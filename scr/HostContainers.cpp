@@ -151,7 +151,7 @@ HashView<T>::HashView(const Hash& hash)
 template <class T>
 const T* HashView<T>::find(const FND::String& key) const {
     if (hash_ == nullptr) return nullptr;
-    auto* const found = HashElements::find<VariableOf<T>>(*hash_, key, keyHash(key));
+    auto* const found = HashElements::look<VariableOf<T>>(*hash_, key, keyHash(key));
     return found != nullptr ? &valueOf<T>(*found) : nullptr;
 }
 

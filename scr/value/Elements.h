@@ -116,11 +116,17 @@ struct HashElements {
     }
     /// The element under `key`, whose `keyHash` is `code`; null when it is missing.
     template <class V>
-    static V* find(const Hash& hash, const FND::String& key, std::uint32_t code) {
+    static V* find(Hash& hash, const FND::String& key, std::uint32_t code) {
         std::byte* const slot = look(hash, key, code, elementOffsetCM + sizeof(V)).slot;
         if (slot == nullptr) return nullptr;
         hash.recent_ = slot;
         return elementIn<V>(slot);
+    }
+    /// The same without remembering it, as several threads may look at once.
+    template <class V>
+    static V* look(const Hash& hash, const FND::String& key, std::uint32_t code) {
+        std::byte* const slot = look(hash, key, code, elementOffsetCM + sizeof(V)).slot;
+        return slot != nullptr ? elementIn<V>(slot) : nullptr;
     }
 
     /// The first entry from slot `position` on, which then is the slot after it: gives its key and
