@@ -53,7 +53,6 @@ const char* CurrentRecord::begin(std::int64_t ordinal, std::string_view text) {
         json->charge().release();
     } else {
         record.take(text);
-        record.charge().release();
     }
     if (charge_.isLarge()) {
         rejection_ = {};
@@ -145,6 +144,7 @@ FND::DateTime CurrentRecord::asDate(const std::string& name, std::string_view va
     }
     if (!value.empty()) fail("no Date", name, value);
     readsNoDate = true;
+    noDateField = name;
     return noDate;
 }
 

@@ -103,7 +103,8 @@ public:
     std::function<void()> noteFailure;             ///< Called when the first failure is noted.
     std::string jobEnd;                            ///< why the script wants to end the job
     bool endsJob = false;                          ///< It wants to.
-    bool readsNoDate = false;  ///< A date was asked for that is missing, empty or none.
+    bool readsNoDate = false;  ///< A date was asked for that is missing, empty or none,
+    std::string noDateField;   ///< last in this field.
     FND::DateTime noDate;      ///< What was given then.
 
 private:

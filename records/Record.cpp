@@ -25,14 +25,6 @@ void writeValue(const Layout& layout, std::string_view value, std::string& out) 
     out += '"';
 }
 
-void Record::take(std::string_view text) {
-    text_ = text;
-    if (charge_.isLarge()) fields_ = {};
-    found_ = 0;
-    next_ = 0;
-    isChanged_ = false;
-}
-
 bool Record::locate(std::size_t field) {
     while (found_ <= field) {
         if (next_ > text_.size()) return false;

@@ -30,7 +30,15 @@ public:
     explicit Record(const Layout& layout) : layout_(layout) {}
 
     /// Takes `text`, without its line end; not owned, must live until the next record is taken.
-    void take(std::string_view text);
+    void take(std::string_view text) {
+        text_ = text;
+        if (charge_.isLarge()) [[unlikely]]
+            fields_ = {};
+        found_ = 0;
+        next_ = 0;
+        isChanged_ = false;
+        charge_.release();
+    }
     std::string_view text() const { return text_; }
 
     /// Whether the record has the field.
@@ -41,6 +49,9 @@ public:
     /// Gives the field a value; missing fields before it become empty ones. False, with nothing
     /// changed, for a value that the layout cannot express.
     bool assign(std::size_t field, std::string_view value);
+
+    /// Whether a field was assigned.
+    bool isChanged() const { return isChanged_; }
 
     /// What assigned values take. Released once the next record is taken.
     SCR::ScriptCharge& charge() { return charge_; }

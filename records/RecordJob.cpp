@@ -33,7 +33,8 @@ bool isPassing(int error) {
 }
 
 bool isBlank(std::string_view text) {
-    return text.find_first_not_of(" \t\r") == std::string_view::npos;
+    return text.empty() ||
+           (text.front() <= ' ' && text.find_first_not_of(" \t\r") == std::string_view::npos);
 }
 
 }  // namespace
@@ -296,9 +297,11 @@ RecordJob::End RecordJob::openOutputs() {
         error_ = "--part: totals and keys of parts need --out, and `kestrel merge'";
         return End::BadInput;
     }
-    if (!output_.open(options_.output)) return fail(output_);
+    const bool isAlone = !options_.isWatchedOver;
+    if (!output_.open(options_.output, isAlone)) return fail(output_);
     if (options_.output != "-" && !prints_.open("-")) return fail(prints_);
-    const bool areRejectsOpen = options_.rejects.empty() || rejects_.open(options_.rejects);
+    const bool areRejectsOpen =
+        options_.rejects.empty() || rejects_.open(options_.rejects, isAlone);
     return areRejectsOpen ? End::Done : fail(rejects_);
 }
 
@@ -311,11 +314,13 @@ RecordJob::End RecordJob::finishScripts(End end) {
     watcher_->allow(stop_.isRaised() ? allowanceCM : std::chrono::milliseconds(0));
     for (const auto& worker : workers_) {
         const bool isWanted = end == End::Done;
-        const bool isFinished = worker->finish([&](Batch& batch) {
+        const auto deliverEnd = [&](Batch& batch) {
             if (!isWanted) return true;
             end = write(batch);
             return end == End::Done;
-        });
+        };
+        const bool isFinished =
+            worker->finish(deliverEnd, std::max<std::size_t>(headerEnd_.size(), 1));
         failures_.add(worker->interpreter().outputFailures());
         if (end != End::Done) continue;
         if (worker->isClosed()) {
@@ -385,9 +390,60 @@ RecordJob::End RecordJob::failToRead() {
     return End::Stopped;
 }
 
+void RecordJob::passLines() {
+    RecordReader& reader = *reader_;
+    const bool skipsBlank = options_.isJson() || options_.skipsBlank;
+    const auto count = [&](std::string_view text, std::size_t /*endSize*/, std::int64_t /*line*/) {
+        if (!skipsBlank || !isBlank(text)) ++taken_;
+    };
+    const std::int64_t before = partBegin_ - reader.end();
+    const std::int64_t skipped = options_.skip - taken_;
+    if (before > 0) {
+        reader.lines(SIZE_MAX, static_cast<std::size_t>(before), count);
+    } else if (skipped > 0) {
+        reader.lines(static_cast<std::size_t>(skipped), SIZE_MAX, count);
+    }
+    if (taken_ > 0) noteEnd(false);
+}
+
+void RecordJob::noteEnd(bool isMalformed) {
+    // It may take the whole file to find out that a quote is not closed.
+    const bool isUnknown = isMalformed || reader_->isCompressed();
+    inputEnd_ = isUnknown ? unknownEndCM : std::max(inputEnd_, reader_->end());
+}
+
+void RecordJob::fillLines(Batch& batch) {
+    RecordReader& reader = *reader_;
+    if (options_.parts > 1 && reader.isCompressed()) return;
+    if (batch.items.empty()) passLines();
+    if (reader.end() < partBegin_ || taken_ < options_.skip) return;
+    const bool skipsBlank = options_.isJson() || options_.skipsBlank;
+    const std::int64_t wanted = options_.most - (taken_ - options_.skip);
+    const std::size_t room = Batch::recordsCM - batch.items.size();
+    std::size_t bytes = batch.bytesLeft();
+    if (partEnd_ >= 0) {
+        const std::int64_t left = std::max<std::int64_t>(partEnd_ - reader.end(), 0);
+        bytes = std::min(bytes, static_cast<std::size_t>(left));
+    }
+    if (batch.items.empty()) batch.firstNumber = taken_ + 1;
+    const std::size_t before = batch.items.size();
+    reader.lines(std::min(room, static_cast<std::size_t>(std::max<std::int64_t>(wanted, 0))), bytes,
+                 [&](std::string_view text, std::size_t endSize, std::int64_t line) {
+                     if (skipsBlank && isBlank(text)) return;
+                     batch.add(text, endSize, line, nullptr);
+                 });
+    if (batch.items.size() == before) return;
+    taken_ += static_cast<std::int64_t>(batch.items.size() - before);
+    noteEnd(false);
+    batch.offset = reader.offset();
+}
+
 bool RecordJob::fill(Batch& batch) {
     batch.file = file_;
     while (!batch.isFull()) {
+        fillLines(batch);
+        batch.keep();
+        if (batch.isFull()) break;
         RecordReader& reader = *reader_;
         const bool isEnough = taken_ - options_.skip >= options_.most;
         last_ = isEnough ? RecordReader::State::End : reader.next();
@@ -411,15 +467,14 @@ bool RecordJob::fill(Batch& batch) {
         }
         if ((options_.isJson() || options_.skipsBlank) && isBlank(reader.text())) continue;
         ++taken_;
-        // It may take the whole file to find out that a quote is not closed.
-        inputEnd_ =
-            isMalformed || reader.isCompressed() ? unknownEndCM : std::max(inputEnd_, reader.end());
+        noteEnd(isMalformed);
         if (reader.offset() < partBegin_ || taken_ <= options_.skip) continue;
         if (batch.items.empty()) batch.firstNumber = taken_;
-        batch.add(reader.text(), reader.lineEnd(), reader.line(),
+        batch.add(reader.text(), reader.lineEnd().size(), reader.line(),
                   isMalformed ? reader.reason() : nullptr);
         batch.offset = reader.offset();
     }
+    batch.keep();
     return true;
 }
 

@@ -81,6 +81,8 @@ struct JobOptions {
     std::function<void(const Shown&)> show;
     /// Called with the number of each record before the script is executed for it.
     std::function<void(std::int64_t number)> watch;
+    /// The caller removes leftovers of its outputs before, and syncs their directory afterwards.
+    bool isWatchedOver = false;
     bool hasNamedOutputs = true;  ///< Whether scripts may name outputs.
     bool writesHeader = true;     ///< Of the output, where that has one.
     int jobs = 1;                 ///< Workers, each with an interpreter and a thread.
@@ -181,6 +183,13 @@ private:
     End finishScripts(End end);
     // Completes the files, or keeps what was written when the job ended early.
     End finishOutputs(End end);
+    // Of the records that are lines which were read already: passes those over that come before
+    // the wanted ones,
+    void passLines();
+    // and adds others.
+    void fillLines(Batch& batch);
+    // Notes how much of the input was read.
+    void noteEnd(bool isMalformed);
     // Tells why the reader failed.
     End failToRead();
     // Writes the results of a batch.

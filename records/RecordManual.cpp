@@ -25,7 +25,8 @@ constexpr SCR::ModuleFunction functionsS[] = {
      "edrDecimal(cost) = edrDecimal(cost) * 3; edrDecimal(cost) == 0.3"},
     {"Date edrDate(Field field, [Long i, Long j, Long k])", nullptr, Effect::None,
      "The field as a date, read as by `strToDate` without a format; the invalid date when it is "
-     "missing or empty. On the left of `=` it gives the field a date, as `2026-03-01 00:00:00`; "
+     "missing or empty, which fails when it is compared. On the left of `=` it gives the field a "
+     "date, as `2026-03-01 00:00:00`; "
      "the "
      "invalid date leaves a field that holds nothing as it is, and fails for any other.",
      "dateToStr(edrDate(begin), \"%H\") == \"20\""},

@@ -19,20 +19,21 @@ enum class Quotes { Closed, Open, Wrong };
 // text before left a quote open.
 Quotes checkQuotes(std::string_view text, std::size_t at, bool isOpen, char delimiter) {
     while (at < text.size()) {
-        if (isOpen || text[at] == '"') {
-            if (!isOpen) ++at;
-            isOpen = false;
-            for (;; at += 2) {
-                at = text.find('"', at);
-                if (at == std::string_view::npos) return Quotes::Open;
-                if (at + 1 == text.size()) return Quotes::Closed;
-                if (text[at + 1] != '"') break;
-            }
-            if (text[++at] != delimiter) return Quotes::Wrong;
-        } else {
-            at = text.find(delimiter, at);
+        if (!isOpen) {
+            at = text.find('"', at);
             if (at == std::string_view::npos) break;
+            const bool isFirst = at == 0 || text[at - 1] == delimiter;
+            ++at;
+            if (!isFirst) continue;
         }
+        isOpen = false;
+        for (;; at += 2) {
+            at = text.find('"', at);
+            if (at == std::string_view::npos) return Quotes::Open;
+            if (at + 1 == text.size()) return Quotes::Closed;
+            if (text[at + 1] != '"') break;
+        }
+        if (text[++at] != delimiter) return Quotes::Wrong;
         ++at;
     }
     return isOpen ? Quotes::Open : Quotes::Closed;
@@ -53,6 +54,7 @@ RecordReader::State RecordReader::fill() {
         std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
         end_ -= begin_;
         quote_ -= std::min(quote_, begin_);
+        lines_ = 0;
         begin_ = 0;
     }
     if (end_ == buffer_.size()) {
@@ -151,7 +153,9 @@ RecordReader::State RecordReader::failForSize() {
 
 bool RecordReader::goesOn(State& state) {
     auto& [scanned, openFrom, firstEnd, firstEndSize] = scan_;
-    const Quotes quotes = checkQuotes(text_, openFrom, openFrom != 0, layout_.delimiter);
+    const bool isOpenBefore = openFrom != 0;
+    const Quotes quotes = checkQuotes(text_, isOpenBefore ? openFrom : quote_ - begin_,
+                                      isOpenBefore, layout_.delimiter);
     if (quotes == Quotes::Closed) return false;
     const bool isOpen = quotes == Quotes::Open;
     const std::size_t lineEnd = text_.size() + lineEnd_.size();
@@ -179,6 +183,16 @@ bool RecordReader::hasQuote(std::size_t size) {
                  ? end_
                  : static_cast<std::size_t>(static_cast<const char*>(found) - buffer_.data());
     return quote_ < begin_ + size;
+}
+
+void RecordReader::findLines() {
+    const bool hasQuotes = layout_.isQuoted && !layout_.isWhole;
+    if (hasQuotes) hasQuote(end_ - begin_);
+    const std::size_t end = hasQuotes ? std::max(quote_, begin_) : end_;
+    const void* const last = memrchr(buffer_.data() + begin_, '\n', end - begin_);
+    lines_ = last == nullptr
+                 ? begin_
+                 : static_cast<std::size_t>(static_cast<const char*>(last) - buffer_.data()) + 1;
 }
 
 RecordReader::State RecordReader::next() {
@@ -221,8 +235,9 @@ RecordReader::State RecordReader::next() {
         line_ = nextLine_;
         text_ = std::string_view(start, size);
         lineEnd_ = std::string_view(start + size, endSize);
-        if (layout_.isQuoted && !layout_.isWhole && size != 0 &&
-            (openFrom != 0 || hasQuote(size)) && goesOn(state)) {
+        const bool isQuoted =
+            layout_.isQuoted && !layout_.isWhole && size != 0 && (openFrom != 0 || hasQuote(size));
+        if (isQuoted && goesOn(state)) {
             scanned = openFrom = size + endSize;
             continue;
         }
@@ -233,6 +248,7 @@ RecordReader::State RecordReader::next() {
         ++nextLine_;
         if (openFrom != 0) nextLine_ += std::count(text_.begin(), text_.end(), '\n');
         scan_ = {};
+        if (!isQuoted && begin_ >= lines_) findLines();  // else the next one may be, too
         return state;
     }
 }

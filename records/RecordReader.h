@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -33,6 +35,12 @@ public:
     /// the next record begins after that. `Waiting`: no whole record has arrived yet. `Failed`:
     /// errno tells why, EMSGSIZE for a record that is too long; `line` tells where.
     State next();
+    /// Reads records as `next` would, as long as they are lines without quotes that were read
+    /// already, at most `most` of them, and only those that begin within the next `bytes` bytes.
+    /// Calls visit(text, size of its line end, line) for each; gives how many there were. They and
+    /// their line ends lie one after the other in memory and stay there until `next` is called.
+    template <class Visit>
+    std::size_t lines(std::size_t most, std::size_t bytes, const Visit& visit);
     /// Why the reading failed, if errno does not tell; otherwise "".
     const std::string& error() const { return error_; }
     bool isCompressed() const { return decoder_ != nullptr; }
@@ -72,6 +80,8 @@ private:
 
     // Whether a quote lies in the `size` bytes from begin_ on.
     bool hasQuote(std::size_t size);
+    // Looks how far whole lines without quotes go.
+    void findLines();
     // Reads bytes to the end of the buffer as they are; `count` of them.
     State readBytes(char* to, std::size_t size, std::size_t& count);
     // The same, decompressed.
@@ -87,6 +97,7 @@ private:
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     std::size_t quote_ = 0;  // from begin_ up to here no quote lies in the buffer
+    std::size_t lines_ = 0;  // from begin_ up to here lie whole lines without quotes
     bool isAtEnd_ = false;
     std::unique_ptr<Decoder> decoder_;  // null: the bytes are not compressed
     std::string error_;
@@ -104,5 +115,33 @@ private:
     std::int64_t nextLine_ = 1;
     const char* reason_ = "";
 };
+
+template <class Visit>
+std::size_t RecordReader::lines(std::size_t most, std::size_t bytes, const Visit& visit) {
+    const char* const data = buffer_.data();
+    const std::size_t end = lines_;
+    const std::size_t stop = std::min(end, begin_ + std::min(bytes, end));
+    std::size_t begin = begin_;
+    std::size_t last = begin;
+    std::size_t count = 0;
+    for (; begin < stop && count < most; ++count) {
+        const char* const start = data + begin;
+        const auto size = static_cast<std::size_t>(
+            static_cast<const char*>(std::memchr(start, '\n', end - begin)) - start);
+        const std::size_t endSize = size != 0 && start[size - 1] == '\r' ? 2 : 1;
+        if (size > maxRecord_) [[unlikely]]
+            break;  // `next` tells
+        last = begin;
+        begin += size + 1;
+        visit(std::string_view(start, size + 1 - endSize), endSize,
+              nextLine_ + static_cast<std::int64_t>(count));
+    }
+    if (count == 0) return 0;
+    offset_ = nextOffset_ + static_cast<std::int64_t>(last - begin_);
+    nextOffset_ += static_cast<std::int64_t>(begin - begin_);
+    nextLine_ += static_cast<std::int64_t>(count);
+    begin_ = begin;
+    return count;
+}
 
 }  // namespace Records

@@ -51,15 +51,20 @@ void Batch::clearOutput() {
     counts = {};
 }
 
-void Batch::add(std::string_view record, std::string_view lineEnd, std::int64_t line,
-                const char* reason) {
-    items.push_back({text.size(), record.size(), lineEnd.size(), line, reason});
-    text += record;
+void Batch::begin(std::string_view record) {
+    keep();
+    stretch_ = {record.data(), 0};
+}
+
+void Batch::keep() {
+    text += stretch_;
+    stretch_ = {};
 }
 
 bool RecordWorker::Prints::isTaken(bool isWritten) {
     if (isWritten || errno != EPIPE) return isWritten;
     isClosed = true;
+    worker_.current_.mute(true);  // that this stops the script is no news
     worker_.interpreter_->interrupt();
     return true;
 }
@@ -90,7 +95,8 @@ RecordWorker::RecordWorker(const JobOptions& options, const FieldNames& names,
       names_(names),
       stop_(stop),
       current_(options.layout, options.isJson(), options.onError, log, TableRows(tables)),
-      columns_(columns) {
+      columns_(columns),
+      copies_(columns.areUnchanged() && !options.isJson()) {
     columns_.bind(current_);
     current_.write = [this](SCR::Interpreter& running) { writeExtra(running); };
 }
@@ -99,6 +105,7 @@ RecordWorker::~RecordWorker() { current_.leave(); }
 
 void RecordWorker::adopt(std::unique_ptr<SCR::Interpreter> interpreter) {
     interpreter_ = std::move(interpreter);
+    dates_ = &interpreter_->runControl().invalidDates();
     interpreter_->output(&prints_);
     addRecordFunctions(*interpreter_, current_, names_);
 }
@@ -118,8 +125,9 @@ bool RecordWorker::compile() {
            (conditions_->check(*options_.conditions) && conditions_->compile(*options_.conditions));
 }
 
-bool RecordWorker::finish(const std::function<bool(Batch&)>& deliver) {
+bool RecordWorker::finish(const std::function<bool(Batch&)>& deliver, std::size_t endSize) {
     current_.leave();
+    lineEndSize_ = endSize;
     if (interpreter_ == nullptr) return true;
     // END begins with an empty record of all columns.
     const std::size_t fields = names_.all().size();
@@ -225,9 +233,12 @@ bool RecordWorker::cut(const Batch::Item& item, Batch& batch, Batch::Cut cut) {
 }
 
 bool RecordWorker::evaluateQuery(bool& holds) {
+    *dates_ = {};
     current_.readsNoDate = false;
     if (!interpreter_->evaluateQuery(holds)) return false;
-    if (!holds || !current_.readsNoDate || asksForDates_) return true;
+    if (!holds || asksForDates_) return true;
+    if (dates_->areCompared && dates_->areRead) holds = false;
+    if (!holds || !current_.readsNoDate) return true;
     // No date is later than every date. A query that would not hold if it were earlier only holds
     // because of that.
     current_.noDate = FND::DateTime::min();
@@ -236,14 +247,28 @@ bool RecordWorker::evaluateQuery(bool& holds) {
     return isEvaluated;
 }
 
-bool RecordWorker::execute(bool& holds) {
-    if (options_.where && !evaluateQuery(holds)) {
-        holds = false;
-        return false;
+inline bool RecordWorker::execute(bool& holds) {
+    if (options_.where) {
+        if (!evaluateQuery(holds)) {
+            holds = false;
+            return false;
+        }
+        if (!holds) return true;
     }
-    if (!holds) return true;
+    *dates_ = {};
+    current_.readsNoDate = false;
     if (!interpreter_->execute()) return false;
     return !conditions_ || conditions_->holding(holding_);
+}
+
+inline bool RecordWorker::failsForDate() {
+    if (!dates_->areCompared) [[likely]]
+        return false;
+    if (!current_.readsNoDate && !dates_->areRead) return false;
+    dates_->areCompared = false;  // one failure is enough
+    current_.fail("no date to compare; ask dateIsValid first",
+                  current_.readsNoDate ? std::string_view(current_.noDateField) : "");
+    return current_.isRejected();
 }
 
 std::string& RecordWorker::outputFor(Batch& batch) const {
@@ -252,12 +277,21 @@ std::string& RecordWorker::outputFor(Batch& batch) const {
 }
 
 void RecordWorker::writeExtra(SCR::Interpreter& running) {
-    if (current_.isRejected()) return;
+    if (current_.isRejected() || failsForDate()) return;
     Batch* const batch = prints_.batch != nullptr ? prints_.batch
                          : deliverEnd_ != nullptr ? &end_
                                                   : nullptr;
     if (batch == nullptr) return running.logError("recordWrite: there is no record yet");
-    if (!write(*batch)) return;
+    // Writing moves the members that get other names or are left out; the script goes on with them.
+    const bool isMoved = current_.json && !columns_.areUnchanged();
+    std::string text(isMoved ? current_.json->text() : "");
+    const bool isWritten = write(*batch);
+    if (isMoved) {
+        const std::size_t size = text.size();
+        kept_ = std::move(text.append(JsonRecord::paddingCM, ' '));
+        current_.json->take(std::string_view(kept_).substr(0, size));
+    }
+    if (!isWritten) return;
     ++batch->counts.extra;
     if (batch->output.size() + batch->outputSize <= maxOutputS) return;
     if (batch == &end_) {
@@ -281,8 +315,17 @@ bool RecordWorker::write(Batch& batch) {
     } else {
         current_.record.write(out);
     }
-    out += hasReturn_ && options_.format == options_.outputFormat ? "\r\n" : "\n";
+    out += lineEndSize_ == 2 && options_.format == options_.outputFormat ? "\r\n" : "\n";
     if (!current_.output.empty()) batch.outputSize += out.size() - before;
+    return true;
+}
+
+inline bool RecordWorker::copy(Batch& batch) {
+    const bool isCopied = copies_ && lineEndSize_ != 0 && !current_.record.isChanged() &&
+                          !current_.hasKey && current_.output.empty();
+    if (!isCopied) return false;
+    // In the batch its line end follows it.
+    batch.output.append(current_.original.data(), current_.original.size() + lineEndSize_);
     return true;
 }
 
@@ -343,7 +386,7 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
         current_.begin(batch.firstNumber + static_cast<std::int64_t>(batch.next),
                        std::string_view(batch.text).substr(item.begin, item.size));
     if (item.reason != nullptr) malformed = item.reason;
-    hasReturn_ = item.endSize == 2;
+    lineEndSize_ = item.endSize;
     if (malformed == nullptr && !columns_.fits(current_)) {
         malformed = "it has more fields than there are names";
     }
@@ -360,9 +403,10 @@ bool RecordWorker::run(const Batch::Item& item, Batch& batch) {
     if (wasStopped && current_.endsJob) return cut(item, batch, Batch::Cut::Ended);
     if (wasStopped && stop_.isRaised()) return cut(item, batch, Batch::Cut::Interrupted);
     if (!wasStopped && !ran) current_.fail("the script failed");
+    if (holds) failsForDate();
     const bool isWanted = holds && !current_.isDropped && !current_.isRejected();
     bool isWritten = false;
-    if (isWanted && !conditions_) isWritten = writeFirst(batch);
+    if (isWanted && !conditions_) isWritten = copy(batch) || writeFirst(batch);
     if (current_.hasFailed() && options_.onError == OnError::Stop) {
         return cut(item, batch, Batch::Cut::Failed);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,6 +14,7 @@
 #include "records/StopSignal.h"
 #include "records/store/KeyIndex.h"
 #include "scr/Output.h"
+#include "scr/run/RunControl.h"
 
 namespace SCR {
 class ConditionList;
@@ -55,7 +57,11 @@ inline constexpr std::size_t threadDistanceS = 128;
 struct alignas(threadDistanceS) Batch {
     static constexpr std::size_t sizeCM = std::size_t{1} << 17;  ///< in bytes
     static constexpr std::size_t recordsCM = std::size_t{1} << 13;
-    bool isFull() const { return text.size() >= sizeCM || items.size() >= recordsCM; }
+    bool isFull() const { return bytesLeft() == 0 || items.size() >= recordsCM; }
+    /// How many bytes are left before it is full; the last record may need more.
+    std::size_t bytesLeft() const {
+        return sizeCM - std::min(sizeCM, text.size() + stretch_.size());
+    }
 
     struct Item {
         std::size_t begin;
@@ -68,10 +74,17 @@ struct alignas(threadDistanceS) Batch {
     void clear();
     /// Removes what was delivered.
     void clearOutput();
-    void add(std::string_view record, std::string_view lineEnd, std::int64_t line,
-             const char* reason);
+    /// Adds a record that its line end follows in memory. It is copied together with those that
+    /// follow it there, at the latest by `keep`.
+    void add(std::string_view record, std::size_t endSize, std::int64_t line, const char* reason) {
+        if (record.data() != stretch_.data() + stretch_.size()) begin(record);
+        items.push_back({text.size() + stretch_.size(), record.size(), endSize, line, reason});
+        stretch_ = {stretch_.data(), stretch_.size() + record.size() + endSize};
+    }
+    /// To be called before the memory of the records that were added is used for others.
+    void keep();
 
-    std::string text;
+    std::string text;  ///< of the records, with their line ends
     std::vector<Item> items;
     std::int64_t firstNumber = 1;
     std::size_t file = 0;     ///< The input that they are from.
@@ -107,6 +120,10 @@ struct alignas(threadDistanceS) Batch {
         std::string key;
     };
     std::vector<Keyed> keyed;
+
+private:
+    void begin(std::string_view record);
+    std::string_view stretch_;  // added, and not in `text` yet
 };
 
 /// An interpreter that executes a script for records. Used by one thread at a time.
@@ -131,8 +148,8 @@ public:
     /// gives false when the job is over.
     bool process(Batch& batch, const std::function<bool()>& deliver);
     /// Runs the script's function END; false when it was stopped. What END writes is given to
-    /// `deliver`, in pieces.
-    bool finish(const std::function<bool(Batch&)>& deliver);
+    /// `deliver`, in pieces; its lines end like the header, in `endSize` bytes.
+    bool finish(const std::function<bool(Batch&)>& deliver, std::size_t endSize = 1);
 
     /// What the script counts from record to record.
     Totals& totals() { return current_.totals; }
@@ -172,6 +189,8 @@ private:
     // Executes the script for the current record, if the query holds. False when a script failed.
     bool execute(bool& holds);
     bool evaluateQuery(bool& holds);
+    // Whether the record is rejected because the script compared a date that there is not.
+    bool failsForDate();
     bool cut(const Batch::Item& item, Batch& batch, Batch::Cut cut);
     void reject(const Batch::Item& item, const Rejection& rejection, Batch& batch);
     // The message about the rejection of a record.
@@ -181,6 +200,8 @@ private:
     bool writeFirst(Batch& batch);
     // Appends the current record. False after a failure of the record, with `out` unchanged.
     bool write(Batch& batch);
+    // The same with its line end, if it is written as it was read. Otherwise false.
+    bool copy(Batch& batch);
     void writeConditions(std::string& out) const;
     std::string placeOf(const Batch::Item& item, const Batch& batch) const;
 
@@ -188,13 +209,16 @@ private:
     const FieldNames& names_;
     const StopSignal& stop_;
     CurrentRecord current_;
-    Columns columns_;            // for current_
-    bool asksForDates_ = false;  // the query tells by itself which dates are valid
-    bool hasReturn_ = false;     // before the line end of the current record
+    Columns columns_;              // for current_
+    bool asksForDates_ = false;    // the query tells by itself which dates are valid
+    const bool copies_;            // records that were not changed
+    std::size_t lineEndSize_ = 0;  // of the current record
+    std::string kept_;             // the current record, after it was written besides
     Prints prints_{*this};
     Batch end_;                                                // what END writes
     const std::function<bool(Batch&)>* deliverEnd_ = nullptr;  // while END runs
     std::unique_ptr<SCR::Interpreter> interpreter_;            // works on current_
+    SCR::RunControl::InvalidDates* dates_ = nullptr;           // of the interpreter
     std::unique_ptr<SCR::ConditionList> conditions_;           // of the interpreter
     std::vector<std::int32_t> holding_;
     KeyIndex shown_;  // keys, in a dry run

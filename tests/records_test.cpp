@@ -148,6 +148,20 @@ TEST(Records, JobsAccountForEveryRecord) {
          {4, 2, 1, 1},
          "edrDate(t) > MIN_DATE or edrLong(a) == 4"},
         {"", "t\n\n", "t\n\n", "", {1, 1, 0, 0}, "dateIsValid(edrDate(t)) == false"},
+        {"", "t\nx\n", "t\n", "", {1, 0, 1, 0}, "strToDate(edrString(t)) > MIN_DATE"},
+        {"Date none; if (strToDate(edrString(u)) < none) recordDrop();"
+         "if (edrDate(t) < strToDate(\"2026-02-01\")) recordDrop(); recordWrite();",
+         "t,u\n,2026-01-01\n2026-01-05,\n2026-03-01,\n",
+         "t,u\n",
+         ":2: field t: no date to compare; ask dateIsValid first\t,2026-01-01\n"
+         ":3: no date to compare; ask dateIsValid first\t2026-01-05,\n"
+         ":4: no date to compare; ask dateIsValid first\t2026-03-01,\n",
+         {3, 0, 0, 3}},
+        {"Date none; Date t = edrDate(t); if (dateIsValid(t) and t < none) recordWrite();",
+         "t\n\n2026-01-05\n",
+         "t\n\n2026-01-05\n2026-01-05\n",
+         "",
+         {2, 2, 0, 0}},
         // Errors that functions log; the first counts.
         {"String s = strPad(\"a\", \"b\", edrLong(a), true);",
          "a\n1\n-1\n",

@@ -7,6 +7,7 @@
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/builtin/OperatorChain.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/RunControl.h"
 #include "scr/tree/Operand.h"
 #include "scr/value/LargeText.h"
 
@@ -24,6 +25,11 @@ bool holds(const auto& left, const auto& right) {
     if constexpr (relation == Relation::NotEqual) return !(left == right);
     if constexpr (relation == Relation::LessEqual) return !(right < left);
     if constexpr (relation == Relation::GreaterEqual) return !(left < right);
+}
+
+void noteInvalidDate() {
+    if (RunControl* const control = RunControl::current())
+        control->invalidDates().areCompared = true;
 }
 
 // Long and Bool: left, then right.
@@ -117,6 +123,10 @@ private:
         if constexpr (std::is_same_v<Value, FND::String>) {
             if (isLarge(std::min(left.size(), right.size()))) [[unlikely]]
                 return holds<relation>(compareLarge(left, right), 0);
+        }
+        if constexpr (std::is_same_v<Type, DateType>) {
+            if (!left.isValid() || !right.isValid()) [[unlikely]]
+                noteInvalidDate();
         }
         return holds<relation>(left, right);
     }

@@ -134,6 +134,14 @@ private:
 class StrToDate final : public DateFunction<StrToDate, DateType(StringType)> {
 public:
     DateTime value(Interpreter& interpreter, const FND::String& text, const FND::String* format) {
+        const DateTime date = read(interpreter, text, format);
+        if (!date.isValid()) [[unlikely]]
+            interpreter.runControl().invalidDates().areRead = true;
+        return date;
+    }
+
+private:
+    DateTime read(Interpreter& interpreter, const FND::String& text, const FND::String* format) {
         if (format == nullptr) return parse(text);
         if (isLarge(format->size())) return parseLarge(interpreter, text, *format);
         DateTime::Zone zone{};
@@ -141,7 +149,6 @@ public:
         return DateTime::parse(text, directives, interpreter.timeZone(), countWork);
     }
 
-private:
     // Only a fraction of a second has any number of digits, and those are ignored.
     static DateTime parse(const FND::String& text) {
         if (!isLarge(text.size())) [[likely]]

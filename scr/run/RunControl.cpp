@@ -220,6 +220,18 @@ bool isPast(std::chrono::steady_clock::time_point deadline) {
 }  // namespace
 
 void RunControl::ask(const Node* place) {
+    // What is usual is told apart at once.
+    const bool isQuiet = !isStopPending_ && failure_.empty() && questions_ != stopsAt_ &&
+                         limits_.time == Limits::none &&
+                         state_.load(std::memory_order_relaxed) != State::Interrupted;
+    if (isQuiet) [[likely]] {
+        ++questions_;
+        return;
+    }
+    askWhy(place);
+}
+
+void RunControl::askWhy(const Node* place) {
     if (isStopPending_) [[unlikely]] {
         isStopPending_ = false;
         throw ScriptStopped();

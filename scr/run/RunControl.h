@@ -211,6 +211,13 @@ public:
     }
     /// The number of runs that are open, one within the other.
     int depth() const { return depth_; }
+    /// What happened to invalid Dates since the host last reset this: texts that are no Date were
+    /// read, and an invalid Date was compared with another one.
+    struct InvalidDates {
+        bool areRead = false;
+        bool areCompared = false;
+    };
+    InvalidDates& invalidDates() { return invalidDates_; }
     /// Whether anything is being compiled or executed.
     bool isRunning() const { return depth_ > 0; }
 
@@ -274,6 +281,8 @@ private:
     void lookAtWork();
     void settle(std::int64_t bytes);
     void count(const Node* place);
+    // The same as `ask`, when there may be something.
+    void askWhy(const Node* place);
     [[noreturn]] void stopAtStackEnd(const Node* place);
 
     enum class State : int { Idle, Running, Interrupted };
@@ -307,6 +316,7 @@ private:
     std::exception_ptr failureInCode_;
     HostSite* site_ = nullptr;          // the innermost one
     std::unique_ptr<Diagnostic> stop_;  // what was known where the script was stopped
+    InvalidDates invalidDates_;
     bool wasStopped_ = false;
     bool isStopPending_ = false;
     std::uint64_t runs_ = 0;
