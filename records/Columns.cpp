@@ -42,6 +42,33 @@ std::string nameOf(std::size_t field) {
 
 std::string unknown(const std::string& name) { return "unknown field `" + name + "'"; }
 
+// A name that occurs twice among `names`, or "".
+std::string repeated(std::vector<std::string> names) {
+    std::sort(names.begin(), names.end());
+    const auto found = std::adjacent_find(names.begin(), names.end());
+    return found != names.end() ? *found : "";
+}
+
+// What is wrong with the options whatever the records are, or "".
+std::string faultOf(const ColumnOptions& options) {
+    std::vector<std::string> old;
+    std::vector<std::string> renamed;
+    for (const auto& [from, to] : options.renamed) {
+        old.push_back(from);
+        renamed.push_back(to);
+    }
+    if (const std::string name = repeated(options.selected); !name.empty()) {
+        return "--select: `" + name + "' is there twice";
+    }
+    if (const std::string name = repeated(old); !name.empty()) {
+        return "--rename: `" + name + "' gets two names";
+    }
+    if (const std::string name = repeated(renamed); !name.empty()) {
+        return "--rename: two fields become `" + name + "'";
+    }
+    return "";
+}
+
 }  // namespace
 
 std::string Columns::plan(const ColumnOptions& options, const FieldNames& names, std::size_t added,
@@ -55,7 +82,9 @@ std::string Columns::plan(const ColumnOptions& options, const FieldNames& names,
                  (isTable(output) && !(to_ == from));
     if (!isPlanned_ || names.hasAll()) return "";
     isSelection_ = !options.selected.empty();
-    std::string error = input == Format::Jsonl ? planJson(options) : planTable(options, names);
+    std::string error = faultOf(options);
+    if (!error.empty()) return error;
+    error = input == Format::Jsonl ? planJson(options) : planTable(options, names);
     if (error.empty() && output == Format::Lines && (isOpen_ || columns_.size() != 1)) {
         error = "--output-format lines writes one field; --select says which";
     }
@@ -92,6 +121,7 @@ std::string Columns::planTable(const ColumnOptions& options, const FieldNames& n
         if (found == columns_.end()) return unknown(old);
         found->name = name;
     }
+    if (std::string error = clash(options); !error.empty()) return error;
     return columns_.empty() && !isOpen_ ? "no columns are left" : "";
 }
 
@@ -108,8 +138,19 @@ std::string Columns::planJson(const ColumnOptions& options) {
             if (column.path == old) column.name = name;
         }
     }
+    if (std::string error = clash(options); !error.empty()) return error;
     if (!isSelection_) {
         for (const std::string& name : options.left) removed_.push_back({0, name, name});
+    }
+    return "";
+}
+
+std::string Columns::clash(const ColumnOptions& options) const {
+    for (const auto& [old, name] : options.renamed) {
+        const auto isNamed = [&name = name](const Column& column) { return column.name == name; };
+        if (std::count_if(columns_.begin(), columns_.end(), isNamed) > 1) {
+            return "--rename: there is another field `" + name + "'";
+        }
     }
     return "";
 }
@@ -207,14 +248,21 @@ bool Columns::writeObject(CurrentRecord& current, std::string& out) const {
 
 bool Columns::changeObject(CurrentRecord& current, std::string& out) const {
     JsonRecord& json = *current.json;
+    std::vector<std::string> values;  // of the renamed members, which may take each other's names
     for (const auto& [from, to] : renamed_) {
-        const std::string value(json.find(static_cast<long>(from.field), {}).raw);
-        if (value.empty()) continue;
-        if (const char* const reason = json.assign(static_cast<long>(to.field), {}, value)) {
+        values.emplace_back(json.find(static_cast<long>(from.field), {}).raw);
+    }
+    for (const auto& [from, to] : renamed_) json.remove(static_cast<long>(from.field), {});
+    for (std::size_t i = 0; i < renamed_.size(); ++i) {
+        const Column& to = renamed_[i].second;
+        if (values[i].empty()) continue;
+        const JsonRecord::Value there = json.find(static_cast<long>(to.field), {});
+        const char* reason = "a member is to be renamed, and there is one of this name";
+        if (there.raw.empty()) reason = json.assign(static_cast<long>(to.field), {}, values[i]);
+        if (reason != nullptr) {
             current.fail(reason, to.name);
             return false;
         }
-        json.remove(static_cast<long>(from.field), {});
     }
     for (const Column& column : removed_) json.remove(static_cast<long>(column.field), {});
     out += json.text();

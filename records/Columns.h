@@ -49,6 +49,8 @@ private:
     };
     std::string planTable(const ColumnOptions& options, const FieldNames& names);
     std::string planJson(const ColumnOptions& options);
+    // Tells when a field gets a name that another one has; otherwise "".
+    std::string clash(const ColumnOptions& options) const;
     bool writeTable(CurrentRecord& current, std::string& out) const;
     bool writeObject(CurrentRecord& current, std::string& out) const;
     bool changeObject(CurrentRecord& current, std::string& out) const;
