@@ -22,19 +22,20 @@ namespace {
 
 constexpr std::int64_t secondS = 1'000'000'000;
 constexpr std::int64_t waitMillisS = 500;
-// Messages that are asked for at once: while one is worked on, the others are on their way.
-constexpr int atOnceS = 4;
+// Messages that are asked for at once: while others are worked on, these are on their way.
+constexpr int atOnceS = 8;
 
 class NatsMessage final : public MessageStream::Message {
 public:
-    NatsMessage(NatsObject<natsMsg> message, std::int64_t number)
-        : message_(std::move(message)), number_(number) {}
+    NatsMessage(NatsObject<natsMsg> message, std::int64_t number, bool isRepeated)
+        : message_(std::move(message)), number_(number), isRepeated_(isRepeated) {}
 
     std::string_view text() const override {
         return {natsMsg_GetData(message_.get()),
                 static_cast<std::size_t>(natsMsg_GetDataLength(message_.get()))};
     }
     std::int64_t number() const override { return number_; }
+    bool isRepeated() const override { return isRepeated_; }
     bool acknowledge() override {
         return natsMsg_AckSync(message_.get(), nullptr, nullptr) == NATS_OK;
     }
@@ -42,6 +43,7 @@ public:
 private:
     NatsObject<natsMsg> message_;
     std::int64_t number_;
+    bool isRepeated_;
 };
 
 }  // namespace
@@ -134,8 +136,9 @@ std::unique_ptr<MessageStream::Message> MessageStream::next() {
     jsMsgMetaData* data = nullptr;
     if (natsMsg_GetMetaData(&data, message.get()) != NATS_OK) return nullptr;
     const auto number = static_cast<std::int64_t>(data->Sequence.Stream);
+    const bool isRepeated = data->NumDelivered > 1;
     jsMsgMetaData_Destroy(data);
-    return std::make_unique<NatsMessage>(std::move(message), number);
+    return std::make_unique<NatsMessage>(std::move(message), number, isRepeated);
 }
 
 bool MessageStream::isDone() {

@@ -11,7 +11,8 @@ namespace Cli {
 
 /// A stream of messages that a server of NATS keeps, read as one of several workers that share them
 /// by a consumer of the stream: each message goes to one worker, and to another one if it is not
-/// acknowledged in time. The connection is made again whenever it breaks. One thread.
+/// acknowledged in time. The connection is made again whenever it breaks. One thread at a time;
+/// messages are independent of each other.
 class MessageStream {
 public:
     struct Source {
@@ -28,6 +29,8 @@ public:
         virtual std::string_view text() const = 0;
         /// The sequence number in the stream, from 1.
         virtual std::int64_t number() const = 0;
+        /// Whether it was delivered before.
+        virtual bool isRepeated() const = 0;
         /// Tells the server that the message is done. False when that is not certain: it may come
         /// again.
         virtual bool acknowledge() = 0;

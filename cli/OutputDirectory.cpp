@@ -108,9 +108,10 @@ bool OutputDirectory::isComplete() const {
            Digest::ofFile(input_, found->inputEnd) == found->inputDigest;
 }
 
-void OutputDirectory::clean() const {
+void OutputDirectory::clean(bool mayHaveLeftovers) const {
     unlink(manifest().c_str());
     unlink(state().c_str());
+    if (!mayHaveLeftovers) return;
     for (const std::string& path : {output(), rejects(), state(), manifest()}) {
         Records::RecordOutput::removeLeftovers(path);
     }
@@ -144,9 +145,12 @@ bool OutputDirectory::complete(Manifest& manifest) {
     }
     if (!fitsTheOthers()) return false;
     Records::RecordOutput file;
-    if (file.open(this->manifest()) && file.write(manifest.toJson()) && file.finish()) return true;
-    error_ = file.error();
-    return false;
+    if (!file.open(this->manifest(), false) || !file.write(manifest.toJson()) || !file.finish()) {
+        error_ = file.error();
+        return false;
+    }
+    // Also for the other files. A manifest that is there without them does not describe the result.
+    return Records::RecordOutput::syncDirectory(this->manifest()) || fail(path_);
 }
 
 }  // namespace Cli

@@ -26,9 +26,9 @@ public:
     /// Whether the whole result of the job is there: its manifest, and the files as the manifest
     /// describes them, for an input that has not changed.
     bool isComplete() const;
-    /// Removes leftovers of killed runs for this part, and a manifest that no longer describes the
-    /// task.
-    void clean() const;
+    /// Removes a manifest that no longer describes the task and, if there may be any, leftovers of
+    /// killed runs for this part.
+    void clean(bool mayHaveLeftovers) const;
     /// Writes the manifest, after the files are in place. Fails when the input has changed since
     /// `open`, and when parts of another time zone were added meanwhile.
     bool complete(Manifest& manifest);

@@ -239,8 +239,9 @@ void RecordOptions::declare(CLI::App& command, Use use) {
     command.get_option("--out")->required();
 }
 
-void RecordOptions::message(const std::string& file, const std::string& stream,
-                            std::int64_t number) {
+void RecordOptions::message(const std::string& file, const std::string& stream, std::int64_t number,
+                            bool isFirstTime) {
+    isFirstTime_ = isFirstTime;
     job_.file = file;
     job_.input = stream + "/" + std::to_string(number);
     message_ = number;
@@ -435,7 +436,8 @@ ExitStatus RecordOptions::runInDirectory(
                " is complete in " + directory_ + ", skipped");
         return ExitStatus::Success;
     }
-    directory.clean();
+    directory.clean(!isFirstTime_);
+    job->isWatchedOver = true;
     job->output = directory.output();
     job->rejects = directory.rejects();
     job->hasNamedOutputs = false;
@@ -467,6 +469,8 @@ ExitStatus RecordOptions::merge(const PartsDirectory& directory, const MergeOutp
         report(table.path + " was changed after the parts were made");
         return ExitStatus::Usage;
     }
+    // Messages are not read again, and have no header.
+    if (directory.first().parts == 0) job->file = "/dev/null";
     job->output = output.output;
     job->rejects = output.rejects;
     job->maxRecord = options.mostBytesOfRecord();

@@ -69,9 +69,13 @@ public:
     }
     /// The first input.
     const std::string& input() const { return job_.input; }
+    /// Removes what killed workers left in the directory of results.
+    void removeLeftovers() const { Records::RecordOutput::removeAllLeftovers(directory_); }
     /// Makes one message of a stream the input: its records are in `file`, its sequence number in
     /// the stream `stream` is `number`, from 1. `runInDirectory` keeps its result under that.
-    void message(const std::string& file, const std::string& stream, std::int64_t number);
+    /// `isFirstTime`: no worker left anything for it.
+    void message(const std::string& file, const std::string& stream, std::int64_t number,
+                 bool isFirstTime);
 
     /// Runs the job, with an interpreter for each worker, set up by `options`. `compile` reports
     /// why it refuses a script.
@@ -122,6 +126,7 @@ private:
     std::string jobsState_;
     std::string directory_;
     bool isGiven_ = false;
+    bool isFirstTime_ = false;  // there are no leftovers
     std::int64_t message_ = 0;  // the number of the message; 0: the input is none
     std::string onError_ = "reject";
     std::string rejectsFormat_ = "text";

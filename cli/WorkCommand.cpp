@@ -4,10 +4,16 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "cli/Command.h"
 #include "cli/MessageStream.h"
@@ -23,6 +29,7 @@ struct WorkOptions {
     RecordOptions records;
     MessageStream::Source source;
     bool endsWhenDone = false;
+    int atOnce = 4;  // messages
     std::string file;
 };
 
@@ -62,7 +69,7 @@ ExitStatus workOn(const MessageStream::Message& message, const WorkOptions& opti
     }
     RecordOptions records = options.records;
     records.script(expanded);
-    records.message(input.path(), options.source.stream, message.number());
+    records.message(input.path(), options.source.stream, message.number(), !message.isRepeated());
     Manifest manifest;
     manifest.script(expanded);
     manifest.options = options.script.given();
@@ -79,30 +86,90 @@ ExitStatus workOn(const MessageStream::Message& message, const WorkOptions& opti
     return isRefused ? ExitStatus::Usage : status;
 }
 
+// Works on the messages of a stream, several at once: storing a result waits for the disk, and what
+// one of them waits for the others need not.
+class StreamWork {
+public:
+    StreamWork(const WorkOptions& options, MessageStream& stream, std::string text)
+        : options_(options),
+          stream_(stream),
+          text_(std::move(text)),
+          expanded_(options.script.expand(text_).value_or(text_)) {}
+
+    ExitStatus run() {
+        std::vector<std::thread> threads;
+        try {
+            while (static_cast<int>(threads.size()) + 1 < options_.atOnce) {
+                threads.emplace_back([this] { live(); });
+            }
+        } catch (const std::system_error&) {  // there are fewer, then
+        }
+        live();
+        for (std::thread& thread : threads) thread.join();
+        if (error_) std::rethrow_exception(error_);
+        return status_ == ExitStatus::Success && !isDone_ ? ExitStatus::Stopped : status_;
+    }
+
+private:
+    void live() {
+        try {
+            while (const auto message = next()) {
+                // Acknowledged only after the result is on the disk. A message that comes again,
+                // since the server does not know that, finds its result there.
+                const ExitStatus status = workOn(*message, options_, expanded_, text_);
+                if (status == ExitStatus::Success) {
+                    message->acknowledge();
+                } else {
+                    end(status);
+                }
+            }
+        } catch (...) {
+            const std::lock_guard lock(mutex_);
+            if (!error_) error_ = std::current_exception();
+            isOver_ = true;
+        }
+    }
+
+    // Null when there is nothing more to do.
+    std::unique_ptr<MessageStream::Message> next() {
+        for (;;) {
+            const std::lock_guard lock(mutex_);
+            if (isOver_ || stopSignal().isRaised()) return nullptr;
+            if (auto message = stream_.next()) return message;
+            isOver_ = isDone_ = options_.endsWhenDone && stream_.isDone();
+        }
+    }
+
+    // Of several ends the first one counts: it may have caused the others.
+    void end(ExitStatus status) {
+        const std::lock_guard lock(mutex_);
+        if (!isOver_) status_ = status;
+        isOver_ = true;
+    }
+
+    const WorkOptions& options_;
+    MessageStream& stream_;
+    const std::string text_;      // of the script,
+    const std::string expanded_;  // with its includes
+    std::mutex mutex_;            // for all below, and the stream
+    bool isOver_ = false;
+    bool isDone_ = false;
+    ExitStatus status_ = ExitStatus::Success;
+    std::exception_ptr error_;
+};
+
 ExitStatus work(const WorkOptions& options) {
     const std::optional<std::string> text =
         options.records.script(options.file, options.script.mostBytes());
     if (!text) return ExitStatus::Usage;
-    const std::string expanded = options.script.expand(*text).value_or(*text);
     catchSignals();
     MessageStream stream(options.source);
     if (!stream.open()) {
         report(stream.error());
         return ExitStatus::TryAgain;
     }
-    while (!stopSignal().isRaised()) {
-        const auto message = stream.next();
-        if (!message) {
-            if (options.endsWhenDone && stream.isDone()) return ExitStatus::Success;
-            continue;
-        }
-        // Acknowledged only after the result is on the disk. A message that comes again, since the
-        // server does not know that, finds its result there.
-        const ExitStatus status = workOn(*message, options, expanded, *text);
-        if (status != ExitStatus::Success) return status;
-        message->acknowledge();
-    }
-    return ExitStatus::Stopped;
+    options.records.removeLeftovers();
+    return StreamWork(options, stream, *text).run();
 }
 
 }  // namespace
@@ -129,6 +196,11 @@ void addWorkCommand(CLI::App& app, Action& action) {
         ->check(CLI::Range(1, 86'400));
     command->add_flag("--until-done", options->endsWhenDone,
                       "End when all messages are done, also those of other workers");
+    command
+        ->add_option("--at-once", options->atOnce,
+                     "Work on so many messages at once (default 4): storing a result takes time")
+        ->type_name("N")
+        ->check(CLI::Range(1, 64));
     options->script.declare(*command);
     options->records.declare(*command, RecordOptions::Use::Messages);
     command->add_option("FILE", options->file, "The script")->type_name("")->required();

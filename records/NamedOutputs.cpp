@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -96,6 +97,11 @@ bool NamedOutputs::finish() {
     }
     for (const auto& [path, output] : outputs_) {
         if (!output->finish()) return fail(*output);
+    }
+    for (const auto& [directory, files] : directories_) {
+        if (RecordOutput::syncDirectory(directory + "/.")) continue;
+        errorNumber_ = errno;
+        return fail(directory + ": " + std::strerror(errorNumber_));
     }
     return true;
 }

@@ -102,7 +102,8 @@ RecordJob::End RecordJob::joinTotals(End end) {
     totals.write(text);
     PartState::append(text, state_);
     RecordOutput file;
-    if (file.open(options_.state) && file.write(PartState::header() + state_) && file.finish()) {
+    if (file.open(options_.state, !options_.isWatchedOver) &&
+        file.write(PartState::header() + state_) && file.finish()) {
         return end;
     }
     return fail(file);

@@ -38,11 +38,32 @@ std::string temporaryPrefix(const fs::path& path) {
     return path.parent_path() / name;
 }
 
-// Makes the names in the directory of `path` durable. False, with errno set, when that fails; a
-// file system that cannot sync a directory is no failure.
-bool syncDirectory(const fs::path& path) {
+// Removes temporary files next to `path` whose names begin with `prefix`, or with anything if that
+// is empty, and whose writers are gone.
+void removeTemporaries(const fs::path& path, const std::string& prefix) {
+    const fs::path parent = path.parent_path();
+    std::error_code error;
+    for (fs::directory_iterator entry(parent.empty() ? "." : parent, error), end;
+         !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        const bool isTemporary =
+            name.size() > 8 && name.front() == '.' && name[name.size() - 7] == '.';
+        const bool isWanted =
+            prefix.empty() || (name.size() == prefix.size() + 6 && name.starts_with(prefix));
+        if (!isTemporary || !isWanted) continue;
+        const int descriptor = ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (descriptor < 0) continue;
+        if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) unlink(entry->path().c_str());
+        close(descriptor);
+    }
+}
+
+}  // namespace
+
+bool RecordOutput::syncDirectory(const std::string& file) {
+    const fs::path path(file);
     const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) return errno == EACCES;  // it may be writable but not readable
     const bool isSynced = fsync(descriptor) == 0 || errno == EINVAL;
     const int error = errno;
@@ -50,8 +71,6 @@ bool syncDirectory(const fs::path& path) {
     errno = error;
     return isSynced;
 }
-
-}  // namespace
 
 RecordOutput::~RecordOutput() {
     if (descriptor_ > STDERR_FILENO) close(descriptor_);
@@ -65,8 +84,9 @@ bool RecordOutput::fail() {
     return false;
 }
 
-bool RecordOutput::open(const std::string& path, bool cleans) {
+bool RecordOutput::open(const std::string& path, bool isAlone) {
     path_ = path;
+    isAlone_ = isAlone;
     if (path == "-") {
         descriptor_ = STDOUT_FILENO;
         return true;
@@ -79,10 +99,14 @@ bool RecordOutput::open(const std::string& path, bool cleans) {
         descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         return descriptor_ >= 0 || fail();
     }
-    if (cleans) removeLeftovers(target_);
+    if (isAlone) removeLeftovers(target_);
     if (!openTemporary()) return fail();
-    const mode_t mask = umask(0);
-    umask(mask);
+    // Read once, as that changes it for a moment, which other threads would see.
+    static const mode_t mask = [] {
+        const mode_t own = umask(0);
+        umask(own);
+        return own;
+    }();
     return fchmod(descriptor_, exists ? status.st_mode & 07777 : 0666 & ~mask) == 0 || fail();
 }
 
@@ -102,18 +126,11 @@ bool RecordOutput::openTemporary() {
 }
 
 void RecordOutput::removeLeftovers(const std::string& path) {
-    const std::string prefix = fs::path(temporaryPrefix(path)).filename();
-    const fs::path parent = fs::path(path).parent_path();
-    std::error_code error;
-    for (fs::directory_iterator entry(parent.empty() ? "." : parent, error), end;
-         !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        if (name.size() != prefix.size() + 6 || !name.starts_with(prefix)) continue;
-        const int descriptor = ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-        if (descriptor < 0) continue;
-        if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) unlink(entry->path().c_str());
-        close(descriptor);
-    }
+    removeTemporaries(path, fs::path(temporaryPrefix(path)).filename());
+}
+
+void RecordOutput::removeAllLeftovers(const std::string& directory) {
+    removeTemporaries(directory + "/.", "");
 }
 
 bool RecordOutput::write(std::string_view records) {
@@ -157,7 +174,7 @@ bool RecordOutput::finish() {
     if (temporary_.empty()) return true;
     if (fsync(descriptor_) != 0 || rename(temporary_.c_str(), target_.c_str()) != 0) return fail();
     temporary_.clear();
-    return syncDirectory(target_) || fail();
+    return !isAlone_ || syncDirectory(target_) || fail();
 }
 
 }  // namespace Records

@@ -20,10 +20,16 @@ public:
 
     // The following give false on failure, with the reason in `error`.
 
-    /// `cleans`: removes leftovers for `path` first.
-    bool open(const std::string& path, bool cleans = true);
+    /// `isAlone`: removes leftovers for `path` first, and `finish` syncs the directory. Otherwise
+    /// the caller does so for several files at once.
+    bool open(const std::string& path, bool isAlone = true);
     /// Removes temporary files of `path` whose writers are gone.
     static void removeLeftovers(const std::string& path);
+    /// The same for all files of a directory.
+    static void removeAllLeftovers(const std::string& directory);
+    /// Makes the names in the directory of `path` durable. False, with errno set, when that fails;
+    /// a file system that cannot sync a directory is no failure.
+    static bool syncDirectory(const std::string& path);
     /// The bytes of the next flush; append whole records.
     std::string& buffer() { return buffer_; }
     /// Writes out the buffer when it has grown large.
@@ -31,7 +37,7 @@ public:
     /// Takes whole records; many records are written at once.
     bool write(std::string_view records);
     bool flush();
-    /// Flushes and, for a file, syncs it, renames it and syncs the directory.
+    /// Flushes and, for a file, syncs it, renames it and, if it is alone, syncs the directory.
     bool finish();
     bool isOpen() const { return descriptor_ >= 0; }
     /// Whether the bytes written stay even if `finish` is not called.
@@ -57,6 +63,7 @@ private:
     std::string error_;
     int errorNumber_ = 0;
     bool isClosed_ = false;
+    bool isAlone_ = true;
 };
 
 }  // namespace Records

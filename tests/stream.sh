@@ -60,6 +60,27 @@ cat rated/part-* | cmp - single.csv
 cat rated/rejects-* | cut -f 2 | cmp - <(cut -f 2 single.txt)
 test -z "$(find rated -name '.*.??????')"
 
+# Totals, and the first record of each key, over all messages.
+cat > totals.ks <<'END'
+Decimal by{}; Long n;
+edrDecimal(price) = longToDecimal(edrLong(seconds)) * 0.25;
+total(by, strSubstr(edrString(destination), 0, 3), edrDecimal(price));
+totalCount(n);
+recordUnique(edrString(seconds));
+function END {
+    String ks[]; Long k = hashKeys(by, ks); Long i;
+    for (i = 0; i < k; i = i + 1) { edrString(customer) = ks[i]; edrDecimal(price) = by{ks[i]}; recordWrite(); }
+    edrLong(seconds) = n; recordWrite();
+}
+END
+"$command" run totals.ks --records calls.csv "${fields[@]}" --output single-totals.csv
+"$command" work totals.ks --nats "nats://127.0.0.1:$port" --stream CALLS --out totals \
+    --consumer totals "${fields[@]}" --until-done
+"$command" merge totals | cmp - single-totals.csv
+test "$(wc -l < single-totals.csv)" -gt 600
+rm totals/manifest-000000000007-*
+{ "$command" merge totals 2>&1 || test $? -eq 2; } | grep -q 'message 7 is missing'
+
 # Another group of workers gets all messages once more, and finds their results.
 before=$(stat -c %Y.%i rated/part-*)
 start --until-done --consumer again
