@@ -94,6 +94,7 @@ bool NamedOutputs::write(const std::string& path, std::string_view records) {
 bool NamedOutputs::finish() {
     for (const auto& [path, output] : outputs_) {
         if (!output->flush()) return fail(*output);
+        output->startSync();
     }
     for (const auto& [path, output] : outputs_) {
         if (!output->finish()) return fail(*output);

@@ -145,6 +145,10 @@ bool RecordOutput::flush() {
     return true;
 }
 
+void RecordOutput::startSync() {
+    if (!temporary_.empty()) sync_file_range(descriptor_, 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 bool RecordOutput::writeOut(std::string_view text) {
     if (descriptor_ != STDOUT_FILENO) return writeTo(text);
     // The prints of scripts wait in the buffer of the C library; they must not be cut in two.

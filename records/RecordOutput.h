@@ -37,6 +37,9 @@ public:
     /// Takes whole records; many records are written at once.
     bool write(std::string_view records);
     bool flush();
+    /// After a flush: lets the system write the file to the disk, so that `finish` need not wait as
+    /// long.
+    void startSync();
     /// Flushes and, for a file, syncs it, renames it and, if it is alone, syncs the directory.
     bool finish();
     bool isOpen() const { return descriptor_ >= 0; }

@@ -15,6 +15,7 @@
 #include "scr/message/Quote.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/run/RunControl.h"
 
 namespace Records {
 namespace {
@@ -85,6 +86,10 @@ public:
             value_ = Table::value(cell, FND::Decimal::invalid());
         } else {
             value_ = Table::value(cell, typename Type::Value());
+        }
+        if constexpr (std::is_same_v<Type, SCR::DateType>) {
+            SCR::RunControl* const control = SCR::RunControl::current();
+            if (!value_.isValid() && control != nullptr) control->invalidDates().areRead = true;
         }
         return value_;
     }

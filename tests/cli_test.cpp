@@ -742,6 +742,9 @@ TEST_F(CliTest, TablesAreLookedUp) {
         {head + "-e 'if (edrLong(to) == 49) tableFind(rates, \"49\"); edrDecimal(p) = "
                 "tableField(unit_price);'",
          "to,p\n49,0.10\n1,\n", "", 0, "to\n49\n1\n"},
+        {head + "-e 'tableFind(rates, edrString(to)); if (tableField(since) < "
+                "strToDate(\"2026-02-15\")) recordDrop();'",
+         "to\n", "-:2: no date to compare; ask dateIsValid first\n", 1, "to\n49\n33\n"},
         {"check --distributable --table rates=rates.csv join.ks", ""},
         {"query 'tableFind(rates, edrString(to))' --records - --header --table rates=rates.csv",
          "to\n33\n", "", 0, "to\n1\n33\n"},
