@@ -36,6 +36,17 @@ start() {
     "$command" work slow.ks --nats "nats://127.0.0.1:$port" --stream CALLS --out rated \
         --ack-wait 2 "${fields[@]}" "$@" 2>> workers.log &
 }
+# As a supervisor does: a worker that finds no server is worth trying again.
+persist() {
+    local status=75
+    while [ $status -eq 75 ]; do
+        status=0
+        "$command" work slow.ks --nats "nats://127.0.0.1:$port" --stream CALLS --out rated \
+            --ack-wait 2 "${fields[@]}" --until-done 2>> workers.log || status=$?
+        sleep 0.1
+    done
+    return $status
+}
 finished() { find rated -name 'manifest-*' 2> /dev/null | wc -l; }
 reach() { while [ "$(finished)" -lt "$1" ]; do sleep 0.02; done; }
 
@@ -47,8 +58,8 @@ kill -9 $first
 start; third=$!
 reach 12
 kill -9 $second $third
-start --until-done; fourth=$!
-start --until-done; fifth=$!
+persist & fourth=$!
+persist & fifth=$!
 reach 20
 kill -9 $server
 wait $server || true
