@@ -153,7 +153,8 @@ MessageStyle ScriptOptions::messageStyle(const std::string& script) const {
 
 std::vector<std::string> ScriptOptions::lastIncludePath() const {
     const auto slash = scriptName_.rfind('/');
-    if (scriptName_.empty() || slash == std::string::npos) return {};
+    if (scriptName_.empty() || scriptName_.starts_with('-')) return {};
+    if (slash == std::string::npos) return {"."};
     return {slash == 0 ? "/" : scriptName_.substr(0, slash)};
 }
 

@@ -66,7 +66,7 @@ public:
     const std::vector<std::string>& given() const { return given_; }
 
 private:
-    // The directory of the script, unless it is the current one.
+    // The directory of the script; none for a text that is no file.
     std::vector<std::string> lastIncludePath() const;
     // These throw CLI::ValidationError.
     void setLimit(const std::string& text);  // "NAME=VALUE"

@@ -222,8 +222,9 @@ Preprocessor::Preprocessor(Log* log, PreprocessorOptions options)
     for (FND::String& directory : split(directories ? directories : ".", ';')) {
         options_.searchPath.push_back(std::move(directory));
     }
+    std::vector<FND::String>& path = options_.searchPath;
     for (const FND::String& directory : options_.lastSearchPath) {
-        options_.searchPath.push_back(directory);
+        if (std::find(path.begin(), path.end(), directory) == path.end()) path.push_back(directory);
     }
 }
 
