@@ -390,6 +390,7 @@ bool Interpreter::State::parseScript(const Source& source) {
         if (!expand(source.filled != nullptr ? own->text : *source.text, own->expanded)) {
             return false;
         }
+        own->expanded.wasScrambled = source.text->starts_with("0A42");
     }
     const BufferCharge charge(own->expanded.storage.size());
     // The texts of the script's constants.

@@ -66,6 +66,7 @@ private:
     bool header(const Scout::Token& found, const Scout::Token& last);
     bool brackets(const Scout::Token& found, const Scout::Token& last);
     bool statement(const Scout::Token& found, const Scout::Token& last);
+    bool openCall(const Scout::Token& found, const Scout::Token& last);
     bool operatorWord(const Scout::Token& found);
     bool closesInLine(const Scout::Token& found) const;
     bool innerQuotes(const Scout::Token& found, const Scout::Token& last);

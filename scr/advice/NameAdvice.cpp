@@ -160,6 +160,14 @@ FND::String nearestName(std::string_view name, const std::vector<FND::String>& c
             best = candidate;
         }
     }
+    if (!best.empty()) return best;
+    for (const FND::String& candidate : candidates) {
+        // The beginning of the name.
+        const bool isShorter = candidate.size() >= shortest && candidate.size() > best.size() &&
+                               lower.starts_with(lowered(candidate)) &&
+                               candidate.size() < name.size();
+        if (isShorter) best = candidate;
+    }
     return best;
 }
 
@@ -264,7 +272,13 @@ bool Advice::nameByNeighbours(Span span, const Scout::Token& next) {
         cureBy(both, FND::String(next.text()) + " " + FND::String(span.text()));
         return true;
     }
-    if (next.code == SCR_STRING && next.span.begin == span.end) {
+    if (next.code == SCR_STRING && next.span.begin == span.end &&
+        next.text().find('\n') != std::string_view::npos) {
+        say(MessageCode::OpenText, span, "the text that ends here does not begin");
+        cureBy(span, "\"" + FND::String(span.text()));
+        return true;
+    }
+    if (next.code == SCR_STRING && next.span.begin == span.end && span.text().size() <= 2) {
         return say(MessageCode::OtherLanguage, span,
                    "a text has nothing before its `\"`, and no values in it",
                    "join values by `+`, as in `\"n is \" + longToStr(n)`");

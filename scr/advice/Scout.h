@@ -85,6 +85,8 @@ public:
     void locate(Span span, Diagnostic& diagnostic) const;
     /// The first bytes of the text.
     std::string_view textBegin() const { return parts_[1].substr(0, 200); }
+    /// The line that `at` is in.
+    std::string_view lineAt(const char* at) const { return lineOf(at); }
     /// The number of bytes from `at` to the end of the piece of text that it is in.
     std::size_t rest(const char* at) const;
     /// `span` in one line, cut if it is long: for a message.

@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "Grammar.h"
+#include "scr/Interpreter.h"
+#include "scr/Variable.h"
 #include "scr/advice/Advice.h"
 #include "scr/advice/Wording.h"
 
@@ -117,6 +119,10 @@ bool Advice::openText(const Scout::Token& found) {
     if (rest.find("\\\";") != std::string_view::npos || rest.ends_with("\\\"") ||
         rest.find("\\\")") != std::string_view::npos) {
         cure = "`\\` takes the character after it; a `\\` of the text itself is written `\\\\`";
+    }
+    if (first.text().find("\xE2\x80\x9C") != std::string_view::npos ||
+        first.text().find("\xE2\x80\x9D") != std::string_view::npos) {
+        cure = "a typographic quote does not close it; write `\"`";
     }
     return say(MessageCode::OpenText, first,
                "the text that begins here is not closed before the end of the line", cure);
@@ -401,13 +407,17 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
                    "write `function " + FND::String(first.text()) + " " + FND::String(last.text()) +
                        "(...)`");
     }
-    if (found.code == ',' && last.code == SCR_LONG_NUMBER && next.code == SCR_LONG_NUMBER &&
+    const bool isNumber = last.code == SCR_LONG_NUMBER || last.code == SCR_DECIMAL_NUMBER;
+    if (found.code == ',' && isNumber && next.code == SCR_LONG_NUMBER &&
         last.span.end == found.span.begin && next.span.begin == found.span.end &&
         first.code == '=') {
+        FND::String whole(last.text());
+        std::erase(whole, '.');
         say(MessageCode::NumberForm, {last.span.begin, next.span.end},
-            "a number has a point, not a comma");
-        cureBy({last.span.begin, next.span.end},
-               FND::String(last.text()) + "." + FND::String(next.text()));
+            last.code == SCR_LONG_NUMBER
+                ? "a number has a point, not a comma"
+                : "a number has a point, not a comma, and nothing between its thousands");
+        cureBy({last.span.begin, next.span.end}, whole + "." + FND::String(next.text()));
         return true;
     }
     // A declaration in which a second name follows.
@@ -437,6 +447,18 @@ bool Advice::declaration(const Scout::Token& found, const Scout::Token& last) {
             diagnostic_.cure = "write `)` here";
             return true;
         }
+    }
+    const auto& declared = scout_.declarations();
+    const Scout::Token name = scout_.closed().before;
+    const bool isAfterHeader = last.code == SCR_CLOSE_PARENTHESIS &&
+                               std::any_of(declared.begin(), declared.end(), [&](const auto& one) {
+                                   return one.isFunction && one.span.begin == name.span.begin;
+                               });
+    if (found.code == SCR_VAR_DECLARATION && isAfterHeader) {
+        return say(MessageCode::FunctionHeader, found.span,
+                   "the type of the result stands before the name",
+                   "write `function " + FND::String(found.text()) + " " + FND::String(name.text()) +
+                       "(...)`");
     }
     if (found.code == SCR_VAR_DECLARATION) {
         bool endsDo = false;
@@ -519,6 +541,20 @@ bool Advice::header(const Scout::Token& found, const Scout::Token& last) {
             return say(MessageCode::MissingParenthesis, found.span,
                        "the condition of the " + quoted(word.text()) + " ended at the `)` before",
                        "put parentheses around the whole condition");
+        }
+    }
+    if (last.code == SCR_SEMICOLON && found.code != SCR_WHILE) {
+        for (std::size_t back = 2; back < 60; ++back) {
+            const Scout::Token token = scout_.token(back);
+            if (token.code == 0 || token.code == SCR_SEMICOLON || token.code == SCR_OPEN_BRACE ||
+                token.code == SCR_CLOSE_BRACE) {
+                break;
+            }
+            if (token.code != SCR_DO) continue;
+            say(MessageCode::ParseError, found.span,
+                "a `do` takes one statement; put several into `{` and `}`");
+            note("it begins here", token.span);
+            return true;
         }
     }
     const bool isBlock = last.code == SCR_CLOSE_BRACE && scout_.closed().before.code == SCR_DO;
@@ -619,6 +655,21 @@ bool Advice::brackets(const Scout::Token& found, const Scout::Token& last) {
     const char* const closing = code == SCR_OPEN_PARENTHESIS ? ")"
                                 : code == SCR_OPEN_BRACKET   ? "]"
                                                              : "}";
+    // Several keys or indices in one element.
+    const Variable* const container = inner.before.code == SCR_IDENTIFIER
+                                          ? const_cast<Interpreter&>(interpreter_)
+                                                .getVariable({}, FND::String(inner.before.text()))
+                                          : nullptr;
+    const int type = container != nullptr ? Node::baseType(container->dataType()) : 0;
+    if (found.code == ',' && endsValue(last.code) &&
+        ((isBrace && type == TypeCode::Hash) ||
+         (code == SCR_OPEN_BRACKET && type == TypeCode::Array))) {
+        return say(
+            MessageCode::ElementType, found.span,
+            isBrace ? "an element of a hash has one key" : "an element of an array has one index",
+            "elements that are containers themselves are written one after the other, as "
+            "in `h{a}{b}`");
+    }
     if (isBrace && !isIndex) {
         if (found.code != 0) return false;
         const bool hasSuspect = scout_.suspect().token.span.begin != nullptr;
@@ -658,7 +709,7 @@ bool Advice::brackets(const Scout::Token& found, const Scout::Token& last) {
     }
     if (beginsValue(found.code) && endsValue(last.code)) {
         if (found.is("not") || found.is("then")) return false;
-        if (innerQuotes(found, last) || operatorWord(found)) return true;
+        if (innerQuotes(found, last) || operatorWord(found) || openCall(found, last)) return true;
         const bool isText = last.code == SCR_STRING || found.code == SCR_STRING;
         return say(MessageCode::ParseError, after(last.span),
                    "missing `,` or an operator between " + quoted(Scout::shown(last.span)) +
@@ -680,6 +731,20 @@ bool Advice::closesInLine(const Scout::Token& found) const {
         if (token.code == SCR_CLOSE_PARENTHESIS && --depth < 0) return true;
     }
     return false;
+}
+
+// A function before its argument.
+bool Advice::openCall(const Scout::Token& found, const Scout::Token& last) {
+    if (last.code != SCR_IDENTIFIER || !beginsValue(found.code) ||
+        !scout_.isSameLine(last.span.end, found.span.begin)) {
+        return false;
+    }
+    const Variable* const variable =
+        const_cast<Interpreter&>(interpreter_).getVariable({}, FND::String(last.text()));
+    return variable != nullptr && Node::baseType(variable->dataType()) == TypeCode::Function &&
+           say(MessageCode::MissingParenthesis, after(last.span),
+               "missing `(` after " + quoted(last.text()),
+               "the arguments of a function stand between `(` and `)`");
 }
 
 // An operator as other languages write it, in letters.
@@ -705,6 +770,19 @@ bool Advice::innerQuotes(const Scout::Token& found, const Scout::Token& last) {
     if (!isText || !isWord || last.span.end != found.span.begin) return false;
     const Span quote = last.code == SCR_STRING ? Span{last.span.end - 1, last.span.end}
                                                : Span{found.span.begin, found.span.begin + 1};
+    const std::string_view line = scout_.lineAt(quote.begin);
+    std::size_t quotes = 0;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] == '\\') {
+            ++i;
+        } else if (line[i] == '"') {
+            ++quotes;
+        }
+    }
+    if (quotes % 2 != 0) {
+        return say(MessageCode::OpenText, quote, "a `\"` is missing in this line",
+                   "each text begins and ends with one; a `\"` within it is written `\\\"`");
+    }
     return say(MessageCode::OpenText, quote, "this `\"` ends the text",
                "a `\"` within a text is written `\\\"`");
 }
@@ -777,6 +855,12 @@ bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
         }
         return false;
     }();
+    const int following = scout_.next().code;
+    if (isLabel && beginsValue(found.code) && (following == SCR_COLON || following == ',')) {
+        say(MessageCode::ParseError, after(last.span), "missing `,` between two labels");
+        cureBy(after(last.span), ",");
+        return true;
+    }
     if (isLabel && (endsValue(last.code) || last.code == SCR_DEFAULT)) {
         return say(MessageCode::ParseError, after(last.span),
                    "missing `:` after the label of the case");
@@ -809,7 +893,7 @@ bool Advice::statement(const Scout::Token& found, const Scout::Token& last) {
                    quoted(found.text()) + " stands only in a switch");
     }
     if (last.code == SCR_RETURN || endsValue(last.code)) {
-        if (innerQuotes(found, last) || operatorWord(found)) return true;
+        if (innerQuotes(found, last) || operatorWord(found) || openCall(found, last)) return true;
         const bool isNext = found.code == 0 || found.code == SCR_CLOSE_BRACE ||
                             beginsStatement(found.code) ||
                             !scout_.isSameLine(last.span.end, found.span.begin);

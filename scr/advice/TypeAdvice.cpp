@@ -97,7 +97,7 @@ void Advice::convert(Span span, int from, int to) {
     const std::string_view function = conversionOf(from, to);
     if (function.empty() || whole.empty()) return;
     const bool isWord = whole.starts_with('"') && isNumber(Node::baseType(to)) &&
-                        whole.find_first_of("0123456789+") == std::string_view::npos;
+                        whole.find_first_not_of("0123456789+-. \"") != std::string_view::npos;
     if (isWord) return;  // it is no number
     const bool isDecimal = Node::baseType(to) == TypeCode::Decimal;
     if (isDecimal && isDigits(whole)) {
@@ -180,6 +180,9 @@ void Advice::operands() {
                 " " + target);
         convert(right, fault_.right, fault_.left);
         const std::string_view value = right.begin != nullptr ? right.text() : std::string_view();
+        if (leftType == TypeCode::Bool && isNumber(rightType)) {
+            diagnostic_.cure = "compare it, as in " + quoted(Scout::shown(right) + " != 0");
+        }
         if (leftType == TypeCode::Date && rightType == TypeCode::Long) {
             diagnostic_.cure = "a date is written as `strToDate(\"2024-02-29\")`";
         } else if (leftType == TypeCode::Bool && (value == "\"true\"" || value == "\"false\"")) {
@@ -265,7 +268,8 @@ void Advice::operands() {
         if (value == "\"true\"" || value == "\"false\"") {
             cureBy(other, FND::String(value.substr(1, value.size() - 2)));
         }
-    } else if (fault_.sign == Operator::Multiply && leftType == TypeCode::String) {
+    } else if (fault_.sign == Operator::Multiply && leftType == TypeCode::String &&
+               left.begin != nullptr && *left.begin == '"') {
         diagnostic_.cure = "a text is repeated by `strPad(\"\", \"-\", 10, true)`";
     } else if (leftType == TypeCode::Date || rightType == TypeCode::Date) {
         const bool isLeft = leftType != TypeCode::Date;
@@ -389,6 +393,11 @@ void Advice::rest() {
                 return;
             }
             const int type = Node::baseType(message.actual);
+            if (type == TypeCode::Void) {
+                say(MessageCode::ConditionType, span,
+                    "a condition is a Bool, and " + shown + " gives no value");
+                return;
+            }
             say(MessageCode::ConditionType, span,
                 "a condition is a Bool, and this is " + aType(message.actual),
                 isNumber(type) ? "compare it, as in " + quoted(Scout::shown(span) + " != 0")
@@ -723,6 +732,17 @@ std::size_t openPlace(const FND::String& pattern, FND::String& why) {
         if (pattern[++i] >= '1' && pattern[i] <= '9') {
             why = "there are no references to groups, as by " + quoted(pattern.substr(i - 1, 2));
             return i - 1;
+        }
+    }
+    const auto repeats = [&](std::size_t at) {
+        return std::string_view("*+?").find(pattern[at]) != std::string_view::npos;
+    };
+    for (std::size_t i = 1; i < pattern.size(); ++i) {
+        if (pattern[i - 1] == '\\') {
+            ++i;
+        } else if (repeats(i - 1) && repeats(i) && why.starts_with("parse error")) {
+            why = quoted(pattern.substr(i - 1, 2)) + " repeats twice: a unit takes one operator";
+            return i;
         }
     }
     if (!pattern.empty() && std::string_view("*+?").find(pattern[0]) != std::string_view::npos) {

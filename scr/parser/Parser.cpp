@@ -181,6 +181,7 @@ bool SCR_parseScript(SCR::Interpreter& interpreter, const SCR::ExpandedText& tex
     const FND::String head = "RESULTS: " + text.head;
     return parseAndBuild(interpreter, {head, text.body, text.tail}, [&](PendingBuilds& pending) {
         ParseScope scope(interpreter, nullptr, pending);
+        parseContextG->recovery.wasScrambled = text.wasScrambled;
         return scope.parse(head, text.body, text.tail, interpreter.isChecking());
     });
 }

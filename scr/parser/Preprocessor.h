@@ -70,6 +70,7 @@ struct ExpandedText {
     std::string_view body;  ///< in `storage` or, when it has no include lines, the text given
     std::string_view tail;
     FND::String storage;
+    bool wasScrambled = false;
 };
 
 /// What a host grants to the include lines of a script.

@@ -47,6 +47,17 @@ bool beginsHeader(int code) {
            code == SCR_REGEXPR_SWITCH || code == SCR_FCT_DECLARATION;
 }
 
+// The message reported last, and whether its code is `code`.
+const Diagnostic* lastMessage() {
+    const std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
+    return messages.empty() ? nullptr : &messages.back();
+}
+
+bool isLast(MessageCode code) {
+    const Diagnostic* const last = lastMessage();
+    return last != nullptr && last->code == codeName(code);
+}
+
 void forget(const Scout::Token& token) {
     if (token.code == SCR_IDENTIFIER) {
         parseContextG->recovery.lostNames.insert(FND::String(token.text()));
@@ -75,6 +86,11 @@ void complete(std::initializer_list<Span> spans) {
     fault.spans.assign(spans);
     if (fault.spans.empty()) fault.spans.push_back(last);
     Advice(*actInterpreterG, guide, fault, messages.back()).give();
+    if (recovery.wasScrambled && messages.back().code != codeName(MessageCode::Scrambled) &&
+        (guide.token().code == 0 || guide.next().code == 0)) {
+        messages.back().notes.push_back(
+            {"the script was scrambled, and its text ends here: it may have been cut", {}});
+    }
     if (messages.back().severity < FND::Status::Error &&
         guide.isIgnored(fault.spans[0], messages.back().code)) {
         messages.back().isDetail = true;
@@ -124,11 +140,19 @@ bool SCR_recover(std::initializer_list<Span> spans) {
             }
         }
     }
-    const FND::String& code = actInterpreterG->pendingBuilds()->messages().back().code;
-    if (code == codeName(MessageCode::MissingBrace) && guide.token().code != SCR_CLOSE_BRACE) {
+    // Which texts begin where is not known then.
+    if (isLast(MessageCode::OpenText) && recovery.fault.message.code == MessageCode::UnknownName) {
+        recovery.isTolerant = false;
+        ++recovery.errors;
+        return false;
+    }
+    if (lastMessage() != nullptr && lastMessage()->change == "else if") {
+        ++recovery.lostHeaders;  // an `else` may follow
+    }
+    if (isLast(MessageCode::MissingBrace) && guide.token().code != SCR_CLOSE_BRACE) {
         recovery.hasLostBrace = true;
     }
-    if (code == codeName(MessageCode::OtherLanguage)) {
+    if (isLast(MessageCode::OtherLanguage)) {
         // What belongs to it in that language.
         for (const char* const word : {"catch", "except", "finally", "then", "done", "end", "endif",
                                        "fi", "next", "in", "until"}) {
@@ -277,10 +301,13 @@ void SCR_parserError(CustomLexer& lexer, std::string_view message) {
                                  (found.code == SCR_ELSE && recovery.lastFound == last.span.begin));
         const bool isOfSwitch = found.code == SCR_CASE || found.code == SCR_DEFAULT ||
                                 found.code == SCR_BREAK || found.code == SCR_COLON;
-        const bool isRest = (recovery.lostHeaders > 0 && found.code == SCR_ELSE) || isFollower ||
-                            (recovery.hasLostSwitch && isOfSwitch) ||
+        const bool endsDo = found.code == SCR_SEMICOLON && recovery.hasLostDo &&
+                            guide.closed().before.code == SCR_WHILE;
+        const bool isRest = endsDo || (recovery.lostHeaders > 0 && found.code == SCR_ELSE) ||
+                            isFollower || (recovery.hasLostSwitch && isOfSwitch) ||
                             (recovery.hasLostBrace && found.code == 0);
         recovery.lastFound = found.span.begin;
+        recovery.hasLostDo = recovery.hasLostDo || last.code == SCR_SEMICOLON;
         // What follows a part that was lost is no second mistake, nor is a name in use that could
         // not be declared.
         const FND::String name = brokenName(guide);
@@ -291,13 +318,11 @@ void SCR_parserError(CustomLexer& lexer, std::string_view message) {
     }
     SCR_YaccError(Messages::parseError);
     SCR_recover({});
-    const std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
-    if (!messages.empty() && messages.back().code == codeName(MessageCode::FunctionHeader) &&
-        scout().token().code == SCR_OPEN_PARENTHESIS) {
+    if (isLast(MessageCode::FunctionHeader) && scout().token().code == SCR_OPEN_PARENTHESIS) {
         recovery.hasLostFunction = true;
     }
     // Without its body, a function does not end.
-    if (!messages.empty() && messages.back().code == codeName(MessageCode::FunctionHeader) &&
+    if (isLast(MessageCode::FunctionHeader) &&
         (scout().token(1).code == SCR_CLOSE_PARENTHESIS || scout().token().code == '=' ||
          scout().token().code == SCR_SEMICOLON)) {
         recovery.isAtEnd = true;
@@ -330,9 +355,7 @@ Recovery::Token readToken(CustomLexer& lexer) {
 // opens a body. Gives the beginning of the text; null when it was something else.
 const char* goBackToText(CustomLexer& lexer, Recovery& recovery) {
     constexpr int most = 3;  // each reads the text again
-    const std::vector<Diagnostic>& messages = actInterpreterG->pendingBuilds()->messages();
-    if (messages.empty() || messages.back().code != codeName(MessageCode::OpenText) ||
-        recovery.openTexts >= most) {
+    if (!isLast(MessageCode::OpenText) || recovery.openTexts >= most) {
         return nullptr;
     }
     const Scout::Token found = scout().token();
@@ -423,6 +446,8 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
         parentheses = 0;
     }
     if (isHeader) ++recovery.lostHeaders;
+    const bool isValueList = (token.code == SCR_OPEN_BRACE && guide.token(1).code == '=') ||
+                             (token.code == ',' && isLast(MessageCode::ElementType));
     // The rest of a case is no second mistake.
     const bool isInSwitch = !guide.open().empty() && guide.open().back().isSwitch;
     const bool hasSwitch =
@@ -433,8 +458,7 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
     if (token.code == SCR_CLOSE_BRACE) ++depth;
     // Semicolons between arguments.
     const bool isList = !isHeader && parentheses > 0 && token.code == SCR_SEMICOLON &&
-                        actInterpreterG->pendingBuilds()->messages().back().code ==
-                            codeName(MessageCode::OtherOperator);
+                        isLast(MessageCode::OtherOperator);
     const bool isForHeader = isHeader && parentheses > 0;
     const char* lastEnd = textEnd != nullptr ? textEnd : guide.token(1).span.end;
     const auto giveAgain = [&] {
@@ -459,7 +483,7 @@ void skip(CustomLexer& lexer, Recovery& recovery) {
             if (depth <= 0) {
                 if (actInterpreterG->statementDepth() > 1 && giveAgain()) return;
                 if (isFirst) return;
-            } else if (--depth == 0 && !isHeader && !isInSwitch) {
+            } else if (--depth == 0 && !isHeader && !isInSwitch && !isValueList) {
                 return;
             }
         } else if (depth <= 0 &&

@@ -29,6 +29,7 @@ struct Recovery {
 
     /// The parser goes on after errors.
     bool isTolerant = false;
+    bool wasScrambled = false;  ///< the text was
     int errors = 0;
     Fault fault;                   ///< the error reported last
     std::size_t completed = 0;     ///< the messages before this one are complete
@@ -52,6 +53,7 @@ struct Recovery {
     std::unordered_set<FND::String> lostNames;
     const char* lastFound = nullptr;  ///< where the last error of the grammar was
     bool hasLostSwitch = false;       ///< the header of a switch was lost, and its cases were not
+    bool hasLostDo = false;           ///< an error was between statements, as after a `do`
     bool hasLostBrace = false;        ///< one that is missing was told
     std::unordered_set<FND::String> brokenNames;  ///< told: they are no names
     std::unordered_set<const void*> lostSwitches;
