@@ -70,6 +70,11 @@ void CurrentRecord::leave() {
 }
 
 void CurrentRecord::fail(std::string_view reason, std::string_view field, std::string_view value) {
+    if (aside != nullptr) {
+        const Rejection shown{std::string(reason.substr(0, mostBytesS)), std::string(field),
+                              std::string(value.substr(0, mostBytesS))};
+        return aside->push_back(shown.text());
+    }
     hasFailed_ = hasFailed_ || isOpen_;
     if (isOpen_ && isRejected_) return;
     Rejection rejection{std::string(reason.substr(0, mostBytesS)), std::string(field),
@@ -78,6 +83,7 @@ void CurrentRecord::fail(std::string_view reason, std::string_view field, std::s
         isRejected_ = true;
         rejection_ = std::move(rejection);
         if (noteFailure) noteFailure();
+        if (rejecting) rejecting(rejection_);
     } else if (log_ != nullptr) {
         const std::string place = isOpen_ ? "record " + std::to_string(number) + ": " : "";
         log_->log(place + rejection.text(), FND::Status::Error);
@@ -108,12 +114,17 @@ void CurrentRecord::keepFirst(std::string_view uniqueKey) {
 }
 
 void CurrentRecord::reject(std::string_view reason) {
+    if (aside != nullptr) {
+        aside->emplace_back(reason);
+        return;
+    }
     if (isRejected_) return;
     charge_.grow(rejection_.reason, reason.size());
     isRejected_ = true;
     rejection_.reason = reason;
     rejection_.field.clear();
     rejection_.value.clear();
+    if (rejecting) rejecting(rejection_);
 }
 
 long CurrentRecord::asLong(const std::string& name, std::string_view value) {

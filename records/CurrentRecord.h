@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fnd/DateTime.h"
 #include "fnd/Decimal.h"
@@ -103,6 +104,10 @@ public:
     std::function<void()> noteFailure;             ///< Called when the first failure is noted.
     std::string jobEnd;                            ///< why the script wants to end the job
     bool endsJob = false;                          ///< It wants to.
+    /// Called when the record becomes one that is rejected.
+    std::function<void(const Rejection&)> rejecting;
+    /// While set, failures and rejections only go there: the record stays as it is.
+    std::vector<std::string>* aside = nullptr;
     bool readsNoDate = false;  ///< A date was asked for that is missing, empty or none,
     std::string noDateField;   ///< last in this field.
     FND::DateTime noDate;      ///< What was given then.

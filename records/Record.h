@@ -29,6 +29,9 @@ class Record {
 public:
     explicit Record(const Layout& layout) : layout_(layout) {}
 
+    /// For the records taken from now on.
+    void layout(const Layout& layout) { layout_ = layout; }
+
     /// Takes `text`, without its line end; not owned, must live until the next record is taken.
     void take(std::string_view text) {
         text_ = text;
@@ -71,7 +74,7 @@ private:
     };
     bool locate(std::size_t field);
 
-    const Layout layout_;
+    Layout layout_;
     std::string_view text_;
     std::vector<Field> fields_;  // those from found_ on only keep their memory
     std::size_t found_ = 0;      // fields located so far

@@ -123,7 +123,7 @@ void RecordJob::writeHeader() {
     if (!header_.empty() && options_.rejectsFormat == RejectsFormat::Input) {
         rejects_.buffer() += header_ + headerEnd_;
     }
-    if (options_.conditions || !hasHeader || options_.only != 0) return;
+    if (options_.conditions || !hasHeader || options_.only != 0 || options_.show) return;
     std::string line = columns_.areUnchanged() ? header_ : columns_.header();
     if (line.empty()) return;
     const bool isSame = options_.format == options_.outputFormat;

@@ -76,13 +76,16 @@ struct JobOptions {
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
     /// Shows what each record would become, before and after, and writes no file.
     bool isDryRun = false;
-    /// In a dry run: the one record to show, and where that goes; 0 shows all.
+    /// In a dry run: the one record to show, 0 for all, and where that goes; without a place for it,
+    /// all are shown in the output.
     std::int64_t only = 0;
     std::function<void(const Shown&)> show;
     /// Called with the number of each record before the script is executed for it.
     std::function<void(std::int64_t number)> watch;
     /// The caller removes leftovers of its outputs before, and syncs their directory afterwards.
     bool isWatchedOver = false;
+    /// Called with what a worker's script and the job share, before the script is compiled.
+    std::function<void(CurrentRecord& record, const FieldNames& names)> attach;
     bool hasNamedOutputs = true;  ///< Whether scripts may name outputs.
     bool writesHeader = true;     ///< Of the output, where that has one.
     int jobs = 1;                 ///< Workers, each with an interpreter and a thread.

@@ -108,6 +108,7 @@ void RecordWorker::adopt(std::unique_ptr<SCR::Interpreter> interpreter) {
     dates_ = &interpreter_->runControl().invalidDates();
     interpreter_->output(&prints_);
     addRecordFunctions(*interpreter_, current_, names_);
+    if (options_.attach) options_.attach(current_, names_);
 }
 
 bool RecordWorker::compile() {
@@ -355,8 +356,8 @@ void RecordWorker::show(const Batch::Item& item, Batch& batch, std::size_t befor
     batch.output.resize(before);
     const std::string number = std::to_string(current_.number);
     const std::string old = batch.text.substr(item.begin, item.size) + '\n';
-    if (options_.only != 0) {
-        if (options_.only != current_.number || !options_.show) return;
+    if (options_.only != 0 && options_.only != current_.number) return;
+    if (options_.show) {
         using Result = Shown::Result;
         Shown shown{current_.number, Result::Changed, old, result};
         if (current_.isRejected()) {
@@ -367,6 +368,7 @@ void RecordWorker::show(const Batch::Item& item, Batch& batch, std::size_t befor
         }
         return options_.show(shown);
     }
+    if (options_.only != 0) return;
     if (result == old) {
         batch.output += number + " = " + old;
         return;

@@ -29,6 +29,7 @@
 #include "scr/run/RunControl.h"
 #include "scr/run/ScriptMutexes.h"
 #include "scr/run/SharedScript.h"
+#include "scr/tree/StatementParts.h"
 #include "scr/tree/SymbolTable.h"
 
 namespace SCR {
@@ -86,6 +87,7 @@ struct Interpreter::State {
     };
     // Runs "BEGIN", unless there are analyses, which then follow the parse.
     bool compileScript(const Source& source);
+    bool extendScript(const FND::String& text);
     bool checkScript(const FND::String& text, FlowAnalysis* flow, SharedScript* filled = nullptr);
     bool parseScript(const Source& source);
     Outcome::Kind executeScript();
@@ -126,8 +128,9 @@ struct Interpreter::State {
     bool hasPrinted = false;       // something may wait in the output
     Analyses* analyses = nullptr;  // not owned
     std::vector<Diagnostic> diagnostics;
-    std::size_t ofCompile = 0;               // the first of them, which no run drops
-    PendingBuilds* pendingBuilds = nullptr;  // not owned
+    std::vector<Diagnostic>* keptMessages = nullptr;  // not owned
+    std::size_t ofCompile = 0;                        // the first of them, which no run drops
+    PendingBuilds* pendingBuilds = nullptr;           // not owned
     std::vector<FND::String> includePath;
     std::vector<FND::String> modulePath;
     std::vector<FND::String> lastIncludePath;
@@ -280,6 +283,45 @@ bool Interpreter::compile(const FND::String& text) {
 bool Interpreter::compile(const Program& program) {
     return state_ != nullptr &&
            state_->attempt([&] { return state_->compileScript({.shared = program.script()}); });
+}
+
+bool Interpreter::extend(const FND::String& text) {
+    return state_ != nullptr && state_->attempt([&] { return state_->extendScript(text); });
+}
+
+bool Interpreter::State::extendScript(const FND::String& text) {
+    SymbolTable::Mark mark{};
+    {
+        const CompileScope scope(*this);
+        if (!scope || !link->isReady) return false;
+        // A query may use what this replaces.
+        query.reset();
+        control.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers, 0)));
+        places.truncate(scriptPlaces);
+        mark = symbols.mark();
+        const bool isGood = enterRun(interpreter, [&] {
+            const NodeMemory::Scope memory;
+            ExpandedText expanded;
+            if (!expand(text, expanded)) return false;
+            const BufferCharge charge(expanded.storage.size());
+            chargeBuffer(expanded.body.size());
+            return SCR_parseScript(interpreter, expanded);
+        });
+        if (!isGood) {
+            symbols.rollBack(mark);
+            places.truncate(scriptPlaces);
+            return false;
+        }
+        scriptPlaces = places.size();
+    }
+    const StatementList::Parts& parts = symbols.mainFunction()->parts();
+    bool isDone = false;
+    enterRun(interpreter, [&] {
+        isDone = parts.runFrom(mark.statements) == Node::goOn;
+        return true;
+    });
+    if (observation != nullptr) observation->leave(control.wasStopped());
+    return isDone;
 }
 
 Outcome Interpreter::tryCompile(const FND::String& text) {
@@ -828,6 +870,12 @@ void Interpreter::log(const FND::String& message, FND::Status::Severity severity
 
 void Interpreter::diagnose(Diagnostic diagnostic) {
     if (state_ == nullptr) return;
+    if (state_->keptMessages != nullptr && state_->pendingBuilds == nullptr) {
+        constexpr std::size_t most = 20;
+        const bool isKept = !diagnostic.isDetail && state_->keptMessages->size() < most;
+        if (isKept) state_->keptMessages->push_back(std::move(diagnostic));
+        return;
+    }
     if (diagnostic.logSeverity >= FND::Status::Error) ++state_->errorCount;
     if (state_->pendingBuilds != nullptr) {
         state_->pendingBuilds->hold(std::move(diagnostic));
@@ -841,6 +889,9 @@ void Interpreter::diagnose(Diagnostic diagnostic) {
         watching->hasError = true;
     }
     state_->deliver(diagnostic);
+    if (state_->observation != nullptr && state_->observation->listens()) {
+        state_->observation->message(diagnostic);
+    }
     constexpr std::size_t mostKept = 100;
     const bool isKept =
         state_->isCompiling || state_->diagnostics.size() < state_->ofCompile + mostKept;
@@ -879,7 +930,10 @@ int Interpreter::statementDepth() const { return state_->symbols.statementDepth(
 bool Interpreter::addStatement(Node* statement) { return state_->symbols.addStatement(statement); }
 
 bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
-    return state_->symbols.addIdentifier(name, variable);
+    if (!state_->symbols.addIdentifier(name, variable)) return false;
+    if (state_->observation != nullptr) [[unlikely]]
+        state_->observation->declare(name, variable, topStatement());
+    return true;
 }
 
 Variable* Interpreter::getVariable(const FND::String& module, const FND::String& name) {
@@ -901,6 +955,16 @@ bool Interpreter::pushFunction(const FND::String& name, Function* function) {
 
 std::int64_t Interpreter::compiledLines() const {
     return state_ != nullptr ? state_->compiledLines : 0;
+}
+
+const std::vector<Node*>& Interpreter::openBlocks() const { return state_->symbols.openBlocks(); }
+
+void Interpreter::exchangeBlocks(std::vector<Node*>& blocks) {
+    state_->symbols.openBlocks().swap(blocks);
+}
+
+std::vector<Diagnostic>* Interpreter::keepMessages(std::vector<Diagnostic>* messages) {
+    return std::exchange(state_->keptMessages, messages);
 }
 
 void Interpreter::compiledLines(std::int64_t lines) { state_->compiledLines = lines; }

@@ -84,6 +84,10 @@ public:
     /// automata exist. The interpreter must have the extensions that the program's setup gives, and
     /// keeps a share of the program.
     bool compile(const Program& program);
+    /// Compiles `text` as more of the script that is compiled, and executes only that, once: it may
+    /// use what the script declares, and declare more. False when it does not compile, which leaves
+    /// the script as it was, and when it was stopped or gave a code.
+    bool extend(const FND::String& text);
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
     /// warning for each case of a `regExprSwitch` that is never reached and, when the script
     /// compiles, for each call that loses values because a function has one set of parameters.
@@ -314,6 +318,12 @@ public:
     KESTREL_HIDDEN void noteStop(Outcome::Kind kind, const FND::String& limit,
                                  const FND::String& function);
     KESTREL_HIDDEN Link& link();
+    /// The open blocks, from the outermost inwards.
+    KESTREL_HIDDEN const std::vector<Node*>& openBlocks() const;
+    KESTREL_HIDDEN void exchangeBlocks(std::vector<Node*>& blocks);
+    /// From now on keeps messages in `messages`, for which nothing is logged; null logs them again.
+    /// Gives what was set before.
+    KESTREL_HIDDEN std::vector<Diagnostic>* keepMessages(std::vector<Diagnostic>* messages);
     KESTREL_HIDDEN const std::shared_ptr<Link>& sharedLink() const;
     /// Of a script that is compiled.
     KESTREL_HIDDEN Function& mainFunction();

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <utility>
 
+#include "scr/Variable.h"
+
 namespace SCR {
 
 namespace {
@@ -24,6 +26,8 @@ void Observation::chosen(std::size_t /*site*/) {}
 void Observation::value(std::size_t /*site*/, const FND::String& /*text*/) {}
 void Observation::entered(std::size_t /*site*/) {}
 void Observation::left(std::size_t /*site*/) {}
+void Observation::message(const Diagnostic& /*diagnostic*/) {}
+void Observation::ended() {}
 
 void Observation::clear() {
     position_ = 0;
@@ -31,6 +35,62 @@ void Observation::clear() {
     counts_.clear();
     callers_.clear();
     missed_.clear();
+    scopes_.clear();
+    openScopes_.clear();
+    declared_.clear();
+}
+
+void Observation::declare(const FND::String& name, Variable* variable, const Node* block) {
+    // That of a function's result has no name in a script.
+    if (!tellsSteps() || variable->dataType() == TypeCode::Function || name.starts_with('$')) {
+        return;
+    }
+    declared_.push_back({{name, variable}, block});
+}
+
+void Observation::setScope(ObservedSite& site, const std::vector<Node*>& open) {
+    std::size_t same = 0;
+    while (same < std::min(open.size(), openScopes_.size()) &&
+           scopes_[openScopes_[same]].block == open[same]) {
+        ++same;
+    }
+    openScopes_.resize(same);
+    for (; same < open.size(); ++same) {
+        scopes_.push_back({open[same], same > 0 ? openScopes_.back() : ObservedSite::none});
+        openScopes_.push_back(scopes_.size() - 1);
+    }
+    if (!openScopes_.empty()) site.scope = openScopes_.back();
+    site.names = declared_.size();
+}
+
+std::vector<Node*> Observation::blocksAt(std::size_t site) const {
+    std::vector<Node*> blocks;
+    if (site >= sites_.size()) return blocks;
+    for (std::size_t scope = sites_[site].scope; scope != ObservedSite::none;
+         scope = scopes_[scope].outer) {
+        blocks.push_back(scopes_[scope].block);
+    }
+    std::reverse(blocks.begin(), blocks.end());
+    return blocks;
+}
+
+std::vector<ObservedName> Observation::namesAt(std::size_t site) const {
+    std::vector<ObservedName> names;
+    const std::vector<Node*> blocks = blocksAt(site);
+    for (auto block = blocks.rbegin(); block != blocks.rend(); ++block) {
+        for (std::size_t i = 0; i < sites_[site].names; ++i) {
+            const Declared& declared = declared_[i];
+            const auto isSame = [&](const ObservedName& other) {
+                return other.name == declared.name.name;
+            };
+            if (declared.block != *block || std::any_of(names.begin(), names.end(), isSame)) {
+                continue;
+            }
+            names.push_back(declared.name);
+            names.back().isGlobal = *block == blocks.front();
+        }
+    }
+    return names;
 }
 
 std::size_t Observation::add(ObservedSite site) {
@@ -118,6 +178,7 @@ void Observation::leave(bool isStopped) {
     std::atomic_ref<long>(position_).store(0, std::memory_order_release);
     // A function that the script did not leave is called anew.
     if (isStopped) std::fill(callers_.begin(), callers_.end(), 0);
+    if (listens_) ended();
 }
 
 }  // namespace SCR

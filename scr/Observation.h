@@ -10,6 +10,10 @@
 
 namespace SCR {
 
+class Node;
+class Variable;
+struct Diagnostic;
+
 /// A place of a script that an `Observation` tells about.
 struct ObservedSite {
     enum class Kind : std::uint8_t {
@@ -35,6 +39,15 @@ struct ObservedSite {
     std::size_t owner = none;  ///< the statement that it belongs to or lies in, or none
     std::size_t count = none;  ///< for `Observation`
     std::size_t otherwise = none;
+    std::size_t scope = none;  ///< the innermost block that a statement stands in,
+    std::size_t names = 0;     ///< and how many names were declared before it; for steps and events
+};
+
+/// A variable of a script, or a constant, by the name that a statement uses.
+struct ObservedName {
+    FND::String name;
+    Variable* variable = nullptr;  ///< The script's.
+    bool isGlobal = false;         ///< Declared outside of functions and of blocks.
 };
 
 /// Watches how the scripts of an interpreter run: how often each place is reached, where a script
@@ -56,6 +69,7 @@ public:
     static constexpr unsigned countsCM = 1;
     static constexpr unsigned positionsCM = 2;
     static constexpr unsigned eventsCM = 4;
+    static constexpr unsigned stepsCM = 8;  ///< events except for `value` and `chosen`
 
     explicit Observation(unsigned aspects) : aspects_(aspects) {}
     Observation(const Observation&) = delete;
@@ -94,12 +108,27 @@ public:
     virtual void value(std::size_t site, const FND::String& text);
     virtual void entered(std::size_t site);
     virtual void left(std::size_t site);
+    /// The running script logged a message, which the log has.
+    virtual void message(const Diagnostic& diagnostic);
+    /// The run is over, at its end or because it was stopped.
+    virtual void ended();
     void listen(bool listens) { listens_ = listens; }
     bool listens() const { return listens_; }
+
+    /// The variables that a statement can use, those of the innermost block first, as far as they
+    /// are declared before it; only for steps and events. They stay valid until the next compile.
+    std::vector<ObservedName> namesAt(std::size_t site) const;
 
     // Used by the parts of the library.
 
     KESTREL_HIDDEN void clear();
+    KESTREL_HIDDEN bool tellsSteps() const { return has(eventsCM | stepsCM); }
+    /// A name was declared in `block`.
+    KESTREL_HIDDEN void declare(const FND::String& name, Variable* variable, const Node* block);
+    /// Notes for the statement `site` what is visible where `open` are the open blocks.
+    KESTREL_HIDDEN void setScope(ObservedSite& site, const std::vector<Node*>& open);
+    /// The blocks around a statement, from the outermost inwards.
+    KESTREL_HIDDEN std::vector<Node*> blocksAt(std::size_t site) const;
     KESTREL_HIDDEN std::size_t add(ObservedSite site);
     KESTREL_HIDDEN std::size_t addCount();
     KESTREL_HIDDEN Count& countAt(std::size_t count) { return counts_[count]; }
@@ -116,6 +145,15 @@ public:
     KESTREL_HIDDEN void leave(bool isStopped);
 
 private:
+    struct Scope {
+        Node* block;
+        std::size_t outer;
+    };
+    struct Declared {
+        ObservedName name;
+        const Node* block;
+    };
+
     void forget(std::size_t site);
 
     const unsigned aspects_;
@@ -126,6 +164,9 @@ private:
     std::deque<long> callers_;  // by site
     std::vector<long> missed_;  // by site: how often a stopped script did not come there
     long position_ = 0;
+    std::vector<Scope> scopes_;
+    std::vector<std::size_t> openScopes_;  // those of the blocks that were open last
+    std::vector<Declared> declared_;
 };
 
 }  // namespace SCR

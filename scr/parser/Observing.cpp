@@ -103,6 +103,7 @@ void Observing::statement(Span first, Span last) {
         }
         run = {site.count, returns_};
     }
+    if (hasEvents()) observation_.setScope(site, interpreter_.openBlocks());
     site_ = observation_.add(std::move(site));
     if (selector_ != ObservedSite::none) {
         observation_.siteAt(std::exchange(selector_, ObservedSite::none)).owner = site_;
@@ -117,7 +118,7 @@ void Observing::condition(Span text, bool isRepeated) {
 }
 
 void Observing::tell(std::size_t fromTop, Span text, ObservedSite::Kind kind) {
-    if (!hasEvents() || stack_.dataSize() <= fromTop) return;
+    if (!hasValues() || stack_.dataSize() <= fromTop) return;
     const int type = fromTop == 0 ? stack_.topType() : stack_.typeBelow();
     if (kind == ObservedSite::Kind::Operand && Node::isConst(type)) return;
     stack_.wrapData(fromTop, [&](std::unique_ptr<Node> node, int word) {
@@ -231,7 +232,7 @@ std::unique_ptr<Node> Observing::wrapCall(std::unique_ptr<Node> call, int type,
 
 std::unique_ptr<Node> Observing::wrapArgument(std::unique_ptr<Node> value, int type,
                                               const FND::String& name) {
-    if (!hasEvents()) return value;
+    if (!hasValues()) return value;
     ObservedSite site =
         siteOf({name.data(), name.data() + name.size()}, ObservedSite::Kind::Argument);
     std::unique_ptr<Node> wrapped =

@@ -84,7 +84,8 @@ private:
     std::size_t owner();
     void tell(std::size_t fromTop, Span text, ObservedSite::Kind kind);
     bool counts() const { return observation_.has(Observation::countsCM); }
-    bool hasEvents() const { return observation_.has(Observation::eventsCM); }
+    bool hasEvents() const { return observation_.tellsSteps(); }
+    bool hasValues() const { return observation_.has(Observation::eventsCM); }
 
     Interpreter& interpreter_;
     ParserStack& stack_;

@@ -219,6 +219,21 @@ bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,
     return isGood;
 }
 
+bool SCR_parseExpression(SCR::Interpreter& interpreter, const FND::String& text,
+                         std::unique_ptr<SCR::Node>& node, int& typeWord) {
+    std::unique_ptr<SCR::Node> parsed;
+    constexpr std::string_view head = "QUERY: ";
+    const bool isGood = parseAndBuild(interpreter, {head, text, {}}, [&](PendingBuilds& pending) {
+        ParseScope scope(interpreter, nullptr, pending);
+        if (!scope.parse(head, text)) return false;
+        typeWord = stackG->popType();
+        parsed = stackG->pop<SCR::Node>();
+        return parsed != nullptr;
+    });
+    if (isGood) node = std::move(parsed);
+    return isGood;
+}
+
 bool SCR_parseMapping(SCR::Interpreter& /*interpreter*/, const FND::String& /*text*/) {
     return false;
 }

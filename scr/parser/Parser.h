@@ -9,6 +9,7 @@ namespace SCR {
 class BoolNode;
 class CompareInterface;
 class Interpreter;
+class Node;
 struct ExpandedText;
 
 }  // namespace SCR
@@ -28,6 +29,10 @@ bool SCR_parseCondition(SCR::Interpreter& interpreter, SCR::CompareInterface& ta
 /// Compiles one expression of type Bool into `query`.
 bool SCR_parseQuery(SCR::Interpreter& interpreter, const FND::String& text,
                     std::unique_ptr<SCR::BoolNode>& query);
+
+/// Compiles one expression of any type into `node`, of the type `typeWord`.
+bool SCR_parseExpression(SCR::Interpreter& interpreter, const FND::String& text,
+                         std::unique_ptr<SCR::Node>& node, int& typeWord);
 
 /// Reserved: always false, without parsing.
 bool SCR_parseMapping(SCR::Interpreter& interpreter, const FND::String& text);

@@ -223,6 +223,11 @@ public:
 
     /// Makes the current run stop soon; false when there is none. Any thread.
     bool interrupt();
+    /// The innermost run was interrupted and is over; those around it go on.
+    void forgetInterruption() {
+        State state = State::Interrupted;
+        state_.compare_exchange_strong(state, State::Running, std::memory_order_relaxed);
+    }
     /// Makes the run stop with `message` at the next check, such as the one after the call of a
     /// host's function. False, with no effect, outside of a run.
     bool fail(const FND::String& message);

@@ -117,7 +117,7 @@ Code::Ref ObservedCondition::lowerValue(Code::Builder& code, Code::Ref target) {
 }
 
 void ObservedCondition::lowerJump(Code::Builder& code, Code::Label label, bool when) {
-    if (observation_->has(Observation::eventsCM)) return Lowerable::lowerJump(code, label, when);
+    if (observation_->tellsSteps()) return Lowerable::lowerJump(code, label, when);
     if (position_ != 0) lowerStore(code, observation_->position(), position_ + 1);
     Observation::Count* const stays = when ? otherwise_ : held_;
     Observation::Count* const leaves = when ? held_ : otherwise_;
@@ -197,7 +197,7 @@ public:
     }
 
     Code::Ref lowerValue(Code::Builder& code, Code::Ref target) override {
-        if (observation_->has(Observation::eventsCM)) {
+        if (observation_->tellsSteps()) {
             return code.callNode<CallBase<Type>>(*this, target);
         }
         if (!observation_->has(Observation::positionsCM)) return code.value(*call_, target);

@@ -26,7 +26,7 @@ public:
 
     Observation& observation() const { return *observation_; }
     std::size_t site() const { return site_; }
-    bool hasEvents() const { return observation_->has(Observation::eventsCM); }
+    bool hasEvents() const { return observation_->tellsSteps(); }
 
 private:
     Observation* observation_;

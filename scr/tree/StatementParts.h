@@ -18,10 +18,11 @@ struct StatementList::Parts : InNodeMemory {
 
     /// Executes the statements in order up to the first that gives a code other than `goOn`.
     std::int32_t run() const { return runFrom(0); }
+    /// The same from the statement number `next` on.
+    std::int32_t runFrom(std::size_t next) const;
     void lower(Code::Builder& code) const;
 
 private:
-    std::int32_t runFrom(std::size_t next) const;
     static long runRest(RunControl& control, long list, long next, long unused);
 };
 

@@ -3,6 +3,7 @@
 #include "scr/Node.h"
 #include "scr/Statement.h"
 #include "scr/run/MemoryCharge.h"
+#include "scr/tree/StatementParts.h"
 
 namespace SCR {
 
@@ -34,6 +35,21 @@ void SymbolTable::clearScript() {
     statementStack_.clear();
     functions_.clear();
     mainFunction_.reset();
+}
+
+SymbolTable::Mark SymbolTable::mark() const {
+    const StatementList::Parts& parts = mainFunction_->parts();
+    return {parts.statements.size(), parts.identifiers ? parts.identifiers->size() : 0,
+            functions_.size(), growing_.size()};
+}
+
+void SymbolTable::rollBack(const Mark& mark) noexcept {
+    StatementList::Parts& parts = mainFunction_->parts();
+    statementStack_.resize(1);
+    growing_.resize(mark.growing);
+    parts.statements.resize(mark.statements);
+    functions_.truncate(mark.functions);
+    if (parts.identifiers) parts.identifiers->truncate(mark.names);
 }
 
 bool SymbolTable::pushStatement(Node* block, Node* open) {

@@ -28,6 +28,16 @@ public:
 
     /// Begins a script with an empty main function as its only open block.
     void startScript();
+    /// How much of a script there is.
+    struct Mark {
+        std::size_t statements;  ///< of the main function
+        std::size_t names;       ///< declared in it
+        std::size_t functions;
+        std::size_t growing;
+    };
+    Mark mark() const;
+    /// Destroys what was added to the script since then.
+    void rollBack(const Mark& mark) noexcept;
     /// Destroys the script.
     void clearScript();
     /// Null when there is no script.
@@ -39,6 +49,8 @@ public:
         return statementStack_.empty() ? nullptr : statementStack_.back();
     }
     int statementDepth() const { return static_cast<int>(statementStack_.size()); }
+    /// The open blocks, from the outermost inwards.
+    std::vector<Node*>& openBlocks() { return statementStack_; }
     bool addStatement(Node* statement);
     bool addIdentifier(const FND::String& name, Variable* variable);
     Variable* getVariable(const FND::String& module, const FND::String& name);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -57,6 +58,27 @@ public:
     /// Prefetches the memory that `insert` and `find` of `name` read first, so that they wait less.
     void prefetch(std::string_view name) const {
         if (!slots_.empty()) __builtin_prefetch(&slots_[keyHash(name) & (slots_.size() - 1)]);
+    }
+
+    std::size_t size() const { return size_; }
+    /// Destroys all but the first `count` objects.
+    void truncate(std::size_t count) noexcept {
+        if (count >= size_) return;
+        Entry** end = &first_;
+        last_ = nullptr;
+        for (std::size_t i = 0; i < count; ++i) {
+            last_ = *end;
+            end = &last_->next;
+        }
+        Entry* dropped = std::exchange(*end, nullptr);
+        while (dropped != nullptr) delete std::exchange(dropped, dropped->next);
+        recent_ = nullptr;
+        size_ = count;
+        std::fill(slots_.begin(), slots_.end(), Slot());
+        if (slots_.empty()) return;
+        for (Entry* entry = first_; entry != nullptr; entry = entry->next) {
+            place({entry, keyHash(entry->name)});
+        }
     }
 
     void clear() noexcept {
