@@ -1,56 +1,14 @@
 // Speaks with `kestrel lsp` as an editor does, by the transcript in lsp.txt.
-#include <nlohmann/json.hpp>
-
-#include "Folder.h"
+#include "Program.h"
 
 namespace {
 
-using Json = nlohmann::json;
+using Harness::Json;
 
-/// The server as a process.
-class Client {
+class Client final : public Harness::Program {
 public:
-    Client() {
-        std::array<int, 2> to{};
-        std::array<int, 2> from{};
-        if (pipe2(to.data(), O_CLOEXEC) != 0 || pipe2(from.data(), O_CLOEXEC) != 0) abort();
-        child_ = fork();
-        if (child_ == 0) {
-            dup2(to[0], STDIN_FILENO);
-            dup2(from[1], STDOUT_FILENO);
-            unsetenv("KESTREL_INCLUDE");
-            alarm(100);
-            execl(KESTREL_COMMAND, KESTREL_COMMAND, "lsp", nullptr);
-            _exit(127);
-        }
-        close(to[0]);
-        close(from[1]);
-        to_ = to[1];
-        from_ = from[0];
-    }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-    ~Client() {
-        close(to_);
-        if (child_ > 0) waitpid(child_, nullptr, 0);
-        close(from_);
-    }
+    Client() : Program({"lsp"}) {}
 
-    int wait() {
-        int status = 0;
-        waitpid(std::exchange(child_, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    void write(std::string_view bytes) const {
-        while (!bytes.empty()) {
-            const ssize_t count = ::write(to_, bytes.data(), bytes.size());
-            if (count <= 0) return;
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        }
-    }
-    static std::string framed(const std::string& body) {
-        return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-    }
     void notify(const std::string& method, const Json& params) const {
         write(framed(Json{{"jsonrpc", "2.0"}, {"method", method}, {"params", params}}.dump()));
     }
@@ -64,77 +22,28 @@ public:
     }
     /// The result of a request, or the error.
     Json answer(const Json& id) {
-        return waitFor([&](const Json& message) {
+        return contents(waitFor([&](const Json& message) {
             return !message.contains("method") && message.value("id", Json()) == id;
-        });
+        }));
     }
     Json diagnostics(const std::string& uri, int version) {
-        return waitFor([&](const Json& message) {
+        return contents(waitFor([&](const Json& message) {
             return message.value("method", "") == "textDocument/publishDiagnostics" &&
                    message["params"]["uri"] == uri &&
                    message["params"].value("version", 0) == version;
-        });
+        }));
     }
 
 private:
-    template <class Predicate>
-    Json waitFor(Predicate isWanted) {
-        for (;;) {
-            for (auto message = kept_.begin(); message != kept_.end(); ++message) {
-                if (!isWanted(*message)) continue;
-                const Json found = *message;
-                kept_.erase(message);
-                for (const char* key : {"result", "error", "params"}) {
-                    if (found.contains(key)) return found[key];
-                }
-            }
-            if (!read()) return "the server has ended";
+    static Json contents(const Json& message) {
+        for (const char* key : {"result", "error", "params"}) {
+            if (message.contains(key)) return message[key];
         }
-    }
-    bool read() {
-        for (;;) {
-            const std::size_t end = buffer_.find("\r\n\r\n");
-            const std::size_t length =
-                end == std::string::npos
-                    ? 0
-                    : std::stoul(buffer_.substr(std::strlen("Content-Length: ")));
-            if (end != std::string::npos && buffer_.size() >= end + 4 + length) {
-                kept_.push_back(Json::parse(buffer_.substr(end + 4, length)));
-                buffer_.erase(0, end + 4 + length);
-                return true;
-            }
-            std::array<char, 65536> block;
-            const ssize_t count = ::read(from_, block.data(), block.size());
-            if (count <= 0) return false;
-            buffer_.append(block.data(), static_cast<std::size_t>(count));
-        }
+        return message;
     }
 
-    pid_t child_ = -1;
-    int to_ = -1;
-    int from_ = -1;
     int id_ = 0;
-    std::string buffer_;
-    std::vector<Json> kept_;
 };
-
-// Whether `found` has all that `expected` has; a text may be "..." and a part of it.
-bool fits(const Json& expected, const Json& found) {
-    if (expected.is_object() && found.is_object()) {
-        return std::all_of(expected.items().begin(), expected.items().end(), [&](const auto& item) {
-            return found.contains(item.key()) && fits(item.value(), found[item.key()]);
-        });
-    }
-    if (expected.is_array() && found.is_array()) {
-        return std::equal(expected.begin(), expected.end(), found.begin(), found.end(), fits);
-    }
-    if (expected.is_string() && found.is_string()) {
-        const std::string text = expected;
-        if (text.starts_with("..."))
-            return found.get<std::string>().find(text.substr(3)) != std::string::npos;
-    }
-    return expected == found;
-}
 
 Json placeOf(const std::string& text) {
     const std::size_t colon = text.find(':');
@@ -201,31 +110,10 @@ protected:
 
 TEST_F(LspTest, AnswersAsInTheTranscript) {
     start();
-    std::ifstream stream(KESTREL_TEST_DATA "/lsp.txt");
-    std::string line;
-    std::vector<std::string> lines;
-    while (std::getline(stream, line)) lines.push_back(line);
-    int answers = 0;
-    for (std::size_t i = 0; i < lines.size();) {
-        const std::size_t first = i;
-        std::istringstream words(lines[i++]);
-        std::string action;
-        words >> action;
-        if (action.empty() || action == "#") continue;
-        std::string block;
-        for (; i < lines.size() && lines[i].starts_with("|"); ++i)
-            block += lines[i].substr(std::min<std::size_t>(2, lines[i].size())) + '\n';
-        std::string expected;
-        for (; i < lines.size() && lines[i].starts_with("<"); ++i) expected += lines[i].substr(1);
-        SCOPED_TRACE("lsp.txt:" + std::to_string(first + 1) + ": " + lines[first]);
-        for (std::size_t at = 0; (at = expected.find("$ROOT", at)) != std::string::npos;) {
-            expected.replace(at, 5, "file://" + folder_.path());
-        }
-        const Json found = perform(words, action, block);
-        if (expected.empty()) continue;
-        ++answers;
-        EXPECT_TRUE(fits(Json::parse(expected), found)) << found.dump(1).substr(0, 4000);
-    }
+    const int answers =
+        Harness::follow(KESTREL_TEST_DATA "/lsp.txt", "file://" + folder_.path(),
+                        [&](std::istringstream& words, const std::string& action,
+                            const std::string& block) { return perform(words, action, block); });
     EXPECT_GT(answers, 25);
     client_->request("shutdown", nullptr);
     client_->notify("exit", nullptr);

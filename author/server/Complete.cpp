@@ -1,29 +1,37 @@
 // What may be written at a place.
 #include <algorithm>
 #include <fstream>
-#include <set>
 
+#include "author/Completion.h"
 #include "author/server/Server.h"
 
 namespace Author {
 
 using SCR::SourceKind;
 using SCR::SourceToken;
-using SCR::Word;
 
 namespace {
 
-// The kinds of the protocol.
-enum Kind {
-    Function = 3,
-    Field = 5,
-    Variable = 6,
-    Module = 9,
-    Keyword = 14,
-    File = 17,
-    Constant = 21,
-    Type = 25
-};
+// The kind of the protocol.
+int kindOf(Suggested::Kind kind) {
+    switch (kind) {
+        case Suggested::Kind::Function:
+            return 3;
+        case Suggested::Kind::Field:
+            return 5;
+        case Suggested::Kind::Variable:
+            return 6;
+        case Suggested::Kind::Module:
+            return 9;
+        case Suggested::Kind::Keyword:
+            return 14;
+        case Suggested::Kind::Constant:
+            return 21;
+        case Suggested::Kind::Type:
+            return 25;
+    }
+    return 1;
+}
 
 // Bytes of a sample record.
 constexpr std::size_t mostSampleS = 1 << 20;
@@ -108,136 +116,25 @@ std::vector<std::string> Server::fieldsFor(const Where& where) {
     return fieldsOf(path);
 }
 
-std::optional<Server::Call> Server::callAt(const Where& where) const {
-    constexpr std::size_t mostTokens = 5000;
-    const SourceText& text = where.text();
-    const auto& tokens = text.tokens();
-    std::size_t at = std::min(text.tokenAt(where.offset), tokens.size());
-    while (at < tokens.size() && tokens[at].end <= where.offset) ++at;
-    Call call;
-    int depth = 0;
-    for (std::size_t steps = 0; at > 0 && steps < mostTokens; ++steps) {
-        const SourceToken& token = tokens[--at];
-        if (token.kind != SourceKind::Sign || token.begin >= where.offset) continue;
-        const char sign = text.text()[token.begin];
-        if (sign == ')' || sign == ']' || sign == '}') ++depth;
-        if (sign == ',' && depth == 0) ++call.argument;
-        if (sign == ';') return std::nullopt;
-        if (sign != '(' && sign != '[' && sign != '{') continue;
-        if (--depth >= 0) continue;
-        const bool isName = sign == '(' && at > 0 &&
-                            (tokens[at - 1].kind == SourceKind::Name ||
-                             tokens[at - 1].kind == SourceKind::ModuleName);
-        if (isName) {
-            call.name = text.textOf(tokens[at - 1]);
-            return call;
-        }
-        if (sign == '{') return std::nullopt;
-        // Parentheses around a part of an argument.
-        depth = 0;
-        call.argument = 0;
-    }
-    return std::nullopt;
-}
-
 Json Server::completion(const Json& params) {
     Json items = Json::array();
     const auto place = where(params);
     if (!place) return items;
-    const SourceText& text = place->text();
-    const std::string_view all = text.text();
-    std::size_t begin = place->offset;
-    while (begin > 0 && SCR::isOfName(all[begin - 1])) --begin;
-
-    const auto add = [&](const std::string& label, Kind kind, const std::string& detail,
-                         const std::string& manual = "") {
-        Json item = {{"label", label}, {"kind", static_cast<int>(kind)}};
-        if (!detail.empty()) item["detail"] = detail;
-        if (!manual.empty()) {
-            item["documentation"] = {{"kind", "markdown"}, {"value", manual}};
+    const auto fields = [&] { return fieldsFor(*place); };
+    for (const Suggested& each : suggest(*place->index, place->offset, functions_, fields)) {
+        Json item = {{"label", each.label}, {"kind", kindOf(each.kind)}};
+        if (!each.detail.empty()) item["detail"] = each.detail;
+        if (!each.manual.empty()) {
+            item["documentation"] = {{"kind", "markdown"}, {"value", each.manual}};
         }
         items.push_back(std::move(item));
-    };
-    const auto addModules = [&] {
-        for (const auto& [name, manual] : functions_.modules()) add(name, Module, "", manual);
-    };
-    const auto addFunctions = [&](std::string_view module) {
-        for (const FunctionEntry& function : functions_.all()) {
-            if (function.module == module) {
-                add(function.name, Function, function.signature, function.manual);
-            }
-        }
-    };
-
-    // Within a comment or a text nothing is suggested.
-    const auto& tokens = text.tokens();
-    std::size_t at = text.tokenAt(begin);
-    while (at < tokens.size() && tokens[at].end <= begin &&
-           tokens[at].kind != SourceKind::LineComment) {
-        ++at;
-    }
-    const bool isInside = at < tokens.size() && tokens[at].begin < begin;
-    if (isInside && (!tokens[at].isSeen() || tokens[at].kind == SourceKind::String)) return items;
-    const bool isOpenText =
-        std::any_of(tokens.begin(), tokens.end(), [&](const SourceToken& token) {
-            return token.kind == SourceKind::Strange && token.end <= begin &&
-                   text.textOf(token) == "\"" &&
-                   all.substr(token.end, begin - token.end).find('\n') == std::string_view::npos;
-        });
-    if (isOpenText) return items;
-
-    if (begin >= 2 && all.substr(begin - 2, 2) == "::") {
-        std::size_t first = begin - 2;
-        while (first > 0 && SCR::isOfName(all[first - 1])) --first;
-        addFunctions(all.substr(first, begin - 2 - first));
-        return items;
-    }
-    // The token before the word.
-    std::size_t before = at;
-    while (before > 0 && (!tokens[before - 1].isSeen() || tokens[before - 1].begin >= begin))
-        --before;
-    const SourceToken last = before > 0 ? tokens[before - 1] : SourceToken();
-    if (before > 0 && last.word == Word::Use) {
-        addModules();
-        return items;
-    }
-    // A new name is made up, not chosen.
-    if (before > 0 && last.word == Word::TypeName) return items;
-
-    const auto call = callAt(*place);
-    if (call && call->argument == 0 && SCR::namesField(call->name)) {
-        for (const std::string& name : fieldsFor(*place)) add(name, Field, "field");
-        if (!items.empty()) return items;
-    }
-    std::set<std::string_view> names;
-    for (const std::size_t number : place->index->visibleAt(begin)) {
-        const Symbol& symbol = place->index->symbols()[number];
-        names.insert(symbol.name);
-        const Kind kind = symbol.kind == Symbol::Kind::Function   ? Function
-                          : symbol.kind == Symbol::Kind::Constant ? Constant
-                                                                  : Variable;
-        add(symbol.name, kind, signatureOf(*place->index, symbol));
-    }
-    addFunctions("");
-    for (const std::string& module : place->index->modules()) addFunctions(module);
-    const bool isStart = before == 0 || last.word == Word::Else || last.word == Word::Do ||
-                         text.textOf(last) == ";" || text.textOf(last) == "{" ||
-                         text.textOf(last) == "}" || text.textOf(last) == ")" ||
-                         text.textOf(last) == ":";
-    for (const std::string_view word : SCR::languageWords()) {
-        const Word kind = SCR::wordOf(word);
-        const bool isInValue =
-            kind == Word::BoolConstant || kind == Word::BoolOperator || kind == Word::TypeName;
-        // Those in capitals are for old scripts.
-        if (word == "AND" || word == "OR" || (!isStart && !isInValue)) continue;
-        add(std::string(word), kind == Word::TypeName ? Type : Keyword, "");
     }
     return items;
 }
 
 Json Server::signatureHelp(const Json& params) {
     const auto place = where(params);
-    const auto call = place ? callAt(*place) : std::nullopt;
+    const auto call = place ? callAt(place->text(), place->offset) : std::nullopt;
     if (!call) return nullptr;
     std::string label;
     std::string manual;

@@ -42,16 +42,16 @@ std::size_t depthOf(std::string_view text) {
     return deepest;
 }
 
-std::string methodOf(const std::string& message) {
+std::string methodOf(const std::string& message, const char* key = "method") {
     const Json json = Json::parse(message, nullptr, false);
-    if (!json.is_object() || !json.contains("method") || !json["method"].is_string()) return {};
-    return json["method"];
+    if (!json.is_object() || !json.contains(key) || !json[key].is_string()) return {};
+    return json[key];
 }
 
 }  // namespace
 
-Connection::Connection(int input, int output)
-    : input_(input), output_(output), reader_([this] { read(); }) {}
+Connection::Connection(int input, int output, Protocol protocol)
+    : input_(input), output_(output), protocol_(protocol), reader_([this] { read(); }) {}
 
 Connection::~Connection() { reader_.join(); }
 
@@ -130,9 +130,11 @@ void Connection::read() {
             }
         }
         // The client may keep its end open after this one.
+        const bool isDebug = protocol_ == Protocol::Debug;
+        const std::string last = isDebug ? "disconnect" : "exit";
         const bool isLast = message->size() < 1000 &&
-                            message->find("\"exit\"") != std::string::npos &&
-                            methodOf(*message) == "exit";
+                            message->find('"' + last + '"') != std::string::npos &&
+                            methodOf(*message, isDebug ? "command" : "method") == last;
         std::unique_lock lock(mutex_);
         arrived_.wait(lock, [&] { return messages_.size() < mostWaitingS; });
         messages_.push_back(std::move(*message));
@@ -159,6 +161,7 @@ std::optional<Json> Connection::next() {
         const bool isDeep = depthOf(text) > mostDepth;
         Json json = isDeep ? Json() : Json::parse(text, nullptr, false);
         if (!isDeep && !json.is_discarded()) return json;
+        if (protocol_ == Protocol::Debug) return Json();
         fail(nullptr, ParseError,
              isDeep ? "the message is nested too deep" : "the message is no JSON");
     }

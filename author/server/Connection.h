@@ -29,14 +29,19 @@ public:
         RequestCancelled = -32800,
     };
 
+    /// Who speaks: that of editors about texts, or that of debuggers, whose messages have another
+    /// form.
+    enum class Protocol { Language, Debug };
+
     /// Neither descriptor is owned.
-    Connection(int input, int output);
+    Connection(int input, int output, Protocol protocol = Protocol::Language);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
     /// Waits for the end of the input.
     ~Connection();
 
-    /// The next message, or none at the end of the input. One that is no JSON is answered.
+    /// The next message, or none at the end of the input. One that is no JSON is answered; in the
+    /// protocol of debuggers, null stands for it.
     std::optional<Json> next();
     /// Whether the request was cancelled; forgets that.
     bool wasCancelled(const Json& id);
@@ -45,6 +50,7 @@ public:
     void reply(const Json& id, Json result);
     void fail(const Json& id, Error code, const std::string& message);
     void notify(const std::string& method, Json params);
+    void send(const Json& message);
 
 private:
     void read();
@@ -52,10 +58,10 @@ private:
     std::optional<std::string> readMessage();
     bool readLine(std::string& line);
     bool fill();
-    void send(const Json& message);
 
     const int input_;
     const int output_;
+    const Protocol protocol_;
     std::string buffer_;
     std::size_t used_ = 0;
     std::mutex outputMutex_;

@@ -24,32 +24,7 @@ std::string inQuotes(std::string_view text) {
     return result + "\"";
 }
 
-// As a declaration has it: brackets come after the name.
-std::string declarationOf(const Symbol& symbol) {
-    const std::size_t modifiers = std::min(symbol.type.find_first_of("[{"), symbol.type.size());
-    return symbol.type.substr(0, modifiers) + " " + symbol.name + symbol.type.substr(modifiers);
-}
-
 }  // namespace
-
-std::string Server::signatureOf(const SymbolIndex& index, const Symbol& symbol) const {
-    switch (symbol.kind) {
-        case Symbol::Kind::Constant:
-            return "const " + symbol.type + " " + symbol.name + " = " + symbol.value;
-        case Symbol::Kind::Function: {
-            std::string text =
-                "function " + symbol.type + (symbol.type.empty() ? "" : " ") + symbol.name + "(";
-            for (const std::size_t number : symbol.parameters) {
-                const Symbol& parameter = index.symbols()[number];
-                if (!text.ends_with('(')) text += ", ";
-                text += declarationOf(parameter);
-            }
-            return text + ")";
-        }
-        default:
-            return declarationOf(symbol);
-    }
-}
 
 std::string Server::describe(const SymbolIndex& index, const Symbol& symbol) const {
     std::string text = code(signatureOf(index, symbol));

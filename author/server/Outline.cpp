@@ -146,24 +146,38 @@ Json Server::semanticChanges(const Json& params) {
     return {{"resultId", known.id}, {"edits", edits}};
 }
 
-std::vector<std::uint32_t> Server::colours(const Where& where) const {
+Json Server::semanticTokensIn(const Json& params) {
+    const auto place = where(params);
+    if (!place) return nullptr;
+    const Json& range = params.at("range");
+    const auto line = [&](const char* which) {
+        return range.at(which).at("line").get<std::size_t>();
+    };
+    return {{"data", colours(*place, line("start"), line("end"))}};
+}
+
+std::vector<std::uint32_t> Server::colours(const Where& where, std::size_t firstLine,
+                                           std::size_t lastLine) const {
     const SourceText& text = where.text();
     const SymbolIndex& index = *where.index;
     const auto& tokens = text.tokens();
     std::vector<std::uint32_t> data;
-    Position last;
+    Position before;
     const auto put = [&](std::size_t begin, std::size_t end, int type, int modifiers) {
         const Position at = text.position(begin);
         const Position to = text.position(end);
         if (to.column <= at.column) return;
-        data.push_back(static_cast<std::uint32_t>(at.line - last.line));
-        data.push_back(
-            static_cast<std::uint32_t>(at.line == last.line ? at.column - last.column : at.column));
+        data.push_back(static_cast<std::uint32_t>(at.line - before.line));
+        data.push_back(static_cast<std::uint32_t>(at.line == before.line ? at.column - before.column
+                                                                         : at.column));
         data.push_back(static_cast<std::uint32_t>(to.column - at.column));
         data.push_back(static_cast<std::uint32_t>(type));
         data.push_back(static_cast<std::uint32_t>(modifiers));
-        last = at;
+        before = at;
     };
+    const std::size_t first = text.offset({firstLine, 0});
+    const std::size_t last =
+        lastLine == std::string::npos ? lastLine : text.offset({lastLine + 1, 0});
     std::vector<bool> switches;  // the open braces: whether each begins cases of patterns
     bool isPatternSwitch = false;
     bool isLabel = false;
@@ -182,6 +196,8 @@ std::vector<std::uint32_t> Server::colours(const Where& where) const {
             if (sign == ':') isLabel = false;
             if (std::string_view("+-*/%=").find(sign) != std::string_view::npos) type = TokenType::Operator;
         }
+        if (token.end < first) continue;
+        if (token.begin >= last) break;
         const bool isAfterMatch = i > 0 && text.textOf(tokens[i - 1]) == "=~";
         if (type == TokenType::String && (isLabel || isAfterMatch)) type = TokenType::Pattern;
         if (token.kind == SourceKind::Name || token.kind == SourceKind::ModuleName) {

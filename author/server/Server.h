@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "author/Completion.h"
 #include "author/Functions.h"
 #include "author/server/Checker.h"
 #include "author/server/Connection.h"
@@ -41,11 +42,6 @@ private:
         std::size_t offset;
         const SourceText& text() const { return index->file(0); }
     };
-    /// A call that a place is in.
-    struct Call {
-        std::string name;
-        std::size_t argument = 0;
-    };
     struct Suggestion {
         Json range, edit;
         std::string uri, title;
@@ -67,13 +63,13 @@ private:
     void publish(const Checker::Task& task, const std::vector<SCR::Diagnostic>& messages);
 
     std::optional<Where> where(const Json& params);
-    std::vector<std::uint32_t> colours(const Where& where) const;
+    /// Of the lines from `firstLine` to `lastLine`, counted from 0.
+    std::vector<std::uint32_t> colours(const Where& where, std::size_t firstLine = 0,
+                                       std::size_t lastLine = std::string::npos) const;
     static Json rangeOf(const SourceText& text, std::size_t begin, std::size_t end);
     static Json locationOf(const SymbolIndex& index, const Extent& extent);
-    std::optional<Call> callAt(const Where& where) const;
     /// The pattern that the text at the place is; none if it is no pattern.
     std::optional<std::string> patternAt(const Where& where) const;
-    std::string signatureOf(const SymbolIndex& index, const Symbol& symbol) const;
     std::string describe(const SymbolIndex& index, const Symbol& symbol) const;
     static std::string describe(const FunctionEntry& function);
     std::vector<std::string> fieldsFor(const Where& where);
@@ -96,6 +92,7 @@ private:
     Json workspaceSymbols(const Json& params);
     Json semanticTokens(const Json& params);
     Json semanticChanges(const Json& params);
+    Json semanticTokensIn(const Json& params);
     Json formatting(const Json& params);
     Json codeActions(const Json& params);
     Json foldingRanges(const Json& params);
