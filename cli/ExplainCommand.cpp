@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cli/Command.h"
+#include "cli/ExplainPage.h"
 #include "scr/message/Codes.h"
 
 namespace Cli {
@@ -102,18 +103,22 @@ ExitStatus explain(const ExplainOptions& options) {
         }
         return ExitStatus::Success;
     }
-    std::string code = options.code;
-    if (code[0] == 'k') code[0] = 'K';
-    for (const SCR::MessagePage& page : SCR::messagePages()) {
-        if (SCR::codeName(page.code) != code) continue;
-        printPage(page);
-        return ExitStatus::Success;
-    }
+    if (printExplanation(options.code)) return ExitStatus::Success;
     report("there is no message " + options.code + "; kestrel explain lists them");
     return ExitStatus::Usage;
 }
 
 }  // namespace
+
+bool printExplanation(std::string code) {
+    if (code.starts_with('k')) code[0] = 'K';
+    for (const SCR::MessagePage& page : SCR::messagePages()) {
+        if (SCR::codeName(page.code) != code) continue;
+        printPage(page);
+        return true;
+    }
+    return false;
+}
 
 void addExplainCommand(CLI::App& app, Action& action) {
     auto options = std::make_shared<ExplainOptions>();

@@ -79,6 +79,8 @@ void catchSignals() {
     std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe gives an error instead
 }
 
+void stopJobs() { stopG.raise(); }
+
 const Records::StopSignal& stopSignal() { return stopG; }
 
 ExitStatus statusOf(Records::RecordJob::End end) {
@@ -551,7 +553,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         jobOptions.isDryRun = true;
         jobOptions.jobs = 1;
     }
-    catchSignals();
+    if (!keepsSignals_) catchSignals();
     StderrLog log(options.messageStyle(options.scriptName()));
     using End = Records::RecordJob::End;
     Records::RecordJob job(std::move(jobOptions), stopG);
@@ -560,7 +562,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
     progress.clear();
     ExitStatus status = statusOf(end);
     const Records::Counts& counts = job.counts();
-    if (end == End::Interrupted) {
+    if (end == End::Interrupted && !keepsSignals_) {
         report("interrupted after " + std::to_string(counts.read) + " records" +
                (job.hasOutput() ? "" : "; " + output + " is as it was before"));
     }

@@ -23,6 +23,8 @@ inline constexpr const char* recordZoneS = "UTC";
 
 /// Lets signals end jobs, and the wait for one.
 void catchSignals();
+/// Ends the jobs as a signal does.
+void stopJobs();
 /// Whether one came.
 const Records::StopSignal& stopSignal();
 
@@ -67,6 +69,20 @@ public:
         job_.show = std::move(show);
         job_.watch = std::move(watch);
     }
+    /// Works on all records with one worker, writes no file, and tells `watcher` of each.
+    struct Watcher {
+        std::function<void(Records::CurrentRecord&, const Records::FieldNames&)> attach;
+        std::function<void(std::int64_t number)> begins;
+        std::function<void(const Records::Shown&)> show;
+    };
+    void watch(Watcher watcher) {
+        if (dryRun_ == 0) dryRun_ = INT64_MAX;
+        job_.attach = std::move(watcher.attach);
+        job_.watch = std::move(watcher.begins);
+        job_.show = std::move(watcher.show);
+    }
+    /// The caller cares for signals.
+    void keepsSignals() { keepsSignals_ = true; }
     /// The first input.
     const std::string& input() const { return job_.input; }
     /// Removes what killed workers left in the directory of results.
@@ -132,6 +148,7 @@ private:
     std::string rejectsFormat_ = "text";
     std::string stats_;  // how the counts are printed; empty: not at all
     bool showsProgress_ = false;
+    bool keepsSignals_ = false;
 };
 
 }  // namespace Cli

@@ -59,11 +59,11 @@ void endByClosedPipe() { std::raise(SIGPIPE); }
 namespace {
 
 constexpr AddCommand commandsS[] = {
-    addRunCommand,     addTestCommand,      addQueryCommand,   addConditionsCommand,
-    addCheckCommand,   addWhyCommand,       addProfileCommand, addExplainCommand,
-    addFormatCommand,  addFunctionsCommand, addMatchCommand,   addMergeCommand,
-    addEncryptCommand, addDecryptCommand,   addPromptCommand,  addCompletionCommand,
-    addManCommand,
+    addRunCommand,     addTestCommand,       addQueryCommand,   addConditionsCommand,
+    addCheckCommand,   addWhyCommand,        addDebugCommand,   addReplCommand,
+    addProfileCommand, addExplainCommand,    addFormatCommand,  addFunctionsCommand,
+    addMatchCommand,   addMergeCommand,      addEncryptCommand, addDecryptCommand,
+    addPromptCommand,  addCompletionCommand, addManCommand,
 #ifdef KESTREL_LSP
     addLspCommand,
 #endif

@@ -17,7 +17,7 @@ expect() {
         echo "$*: offers ${COMPREPLY[*]}, not $word"
     done
 }
-expect "run test query" kestrel ""
+expect "run test query debug repl" kestrel ""
 expect "profile prompt" kestrel p
 expect "--records --coverage" kestrel run --
 expect "csv tsv jsonl lines" kestrel run a.ks --format ""

@@ -1,0 +1,663 @@
+#include "cli/DebugAdapter.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+
+#include "cli/MessageText.h"
+#include "scr/Output.h"
+
+namespace Cli {
+namespace {
+
+using Kind = Debugger::Breakpoint::Kind;
+using Resume = Debugger::Resume;
+using Author::Json;
+
+/// Why a request cannot be answered.
+struct Refusal {
+    std::string reason;
+};
+
+constexpr int threadS = 1;
+
+template <class Type>
+Type valueOf(const Json& json, const char* key, Type otherwise) {
+    const auto found = json.find(key);
+    return found != json.end() && !found->is_null() ? found->get<Type>() : otherwise;
+}
+
+Json sourceOf(const std::string& path) {
+    std::error_code error;
+    const std::string full = std::filesystem::absolute(path, error).lexically_normal().string();
+    return {{"name", path.substr(path.rfind('/') + 1)}, {"path", error ? path : full}};
+}
+
+// While it lives, what is written to a descriptor goes to the client.
+class Capture {
+public:
+    using Take = std::function<void(const char* category, std::string_view text)>;
+
+    Capture(int descriptor, const char* category, Take take)
+        : descriptor_(descriptor), before_(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)) {
+        std::array<int, 2> ends{};
+        if (before_ < 0 || pipe2(ends.data(), O_CLOEXEC) != 0) return;
+        dup2(ends[1], descriptor);
+        close(ends[1]);
+        reader_ = std::thread([this, from = ends[0], category, take = std::move(take)] {
+            read(from, category, take);
+            close(from);
+        });
+    }
+    Capture(const Capture&) = delete;
+    Capture& operator=(const Capture&) = delete;
+    ~Capture() {
+        isOver_ = true;
+        if (before_ >= 0) dup2(before_, descriptor_);
+        if (before_ >= 0) close(before_);
+        if (reader_.joinable()) reader_.join();
+    }
+
+private:
+    void read(int from, const char* category, const Take& take) const {
+        std::array<char, 4096> block;
+        for (;;) {
+            // A program that the script started may keep the other end.
+            constexpr int wait = 50;
+            pollfd input{from, POLLIN, 0};
+            const int found = poll(&input, 1, wait);
+            if (found == 0 && isOver_) return;
+            if (found <= 0) continue;
+            const ssize_t count = ::read(from, block.data(), block.size());
+            if (count < 0 && errno == EINTR) continue;
+            if (count <= 0) return;
+            take(category, {block.data(), static_cast<std::size_t>(count)});
+        }
+    }
+
+    const int descriptor_;
+    const int before_;
+    std::atomic<bool> isOver_{false};
+    std::thread reader_;
+};
+
+}  // namespace
+
+DebugAdapter::DebugAdapter(int input, int output, ScriptRun* run)
+    : debugger_(*this),
+      connection_(input, output, Author::Connection::Protocol::Debug),
+      given_(run) {}
+
+DebugAdapter::~DebugAdapter() = default;
+
+const std::map<std::string, DebugAdapter::Method>& DebugAdapter::immediate() {
+    static const std::map<std::string, Method> methods = {
+        {"initialize", &DebugAdapter::initialize},
+        {"launch", &DebugAdapter::launch},
+        {"setBreakpoints", &DebugAdapter::setBreakpoints},
+        {"setFunctionBreakpoints", &DebugAdapter::setFunctionBreakpoints},
+        {"setExceptionBreakpoints", &DebugAdapter::setExceptionBreakpoints},
+        {"setDataBreakpoints", &DebugAdapter::setDataBreakpoints},
+        {"configurationDone", &DebugAdapter::configurationDone},
+        {"threads", &DebugAdapter::threads},
+        {"pause", &DebugAdapter::pause},
+        {"terminate", &DebugAdapter::terminate},
+        {"source", &DebugAdapter::source},
+    };
+    return methods;
+}
+
+const std::map<std::string, DebugAdapter::Method>& DebugAdapter::stoppedOnly() {
+    static const std::map<std::string, Method> methods = {
+        {"continue", &DebugAdapter::goOn},
+        {"next", &DebugAdapter::next},
+        {"stepIn", &DebugAdapter::stepIn},
+        {"stepOut", &DebugAdapter::stepOut},
+        {"stackTrace", &DebugAdapter::stackTrace},
+        {"scopes", &DebugAdapter::scopes},
+        {"variables", &DebugAdapter::variables},
+        {"evaluate", &DebugAdapter::evaluate},
+        {"setVariable", &DebugAdapter::setVariable},
+        {"setExpression", &DebugAdapter::setExpression},
+        {"dataBreakpointInfo", &DebugAdapter::dataBreakpointInfo},
+    };
+    return methods;
+}
+
+ExitStatus DebugAdapter::run() {
+    const auto take = [this](const char* category, std::string_view text) {
+        event("output", {{"category", category}, {"output", text}});
+    };
+    const Capture output(STDOUT_FILENO, "stdout", take);
+    const Capture errors(STDERR_FILENO, "stderr", take);
+    while (!isOver_) {
+        const auto message = connection_.next();
+        if (!message) break;
+        handle(*message);
+    }
+    finish();
+    return ExitStatus::Success;
+}
+
+void DebugAdapter::finish() {
+    debugger_.end();
+    resume(Resume::End);
+    if (script_.joinable()) script_.join();
+    flushOutput(false);
+}
+
+void DebugAdapter::send(Json message) {
+    const std::lock_guard lock(outputMutex_);
+    message["seq"] = ++lastSent_;
+    connection_.send(message);
+}
+
+void DebugAdapter::event(const char* name, Json body) {
+    send({{"type", "event"}, {"event", name}, {"body", std::move(body)}});
+}
+
+void DebugAdapter::answer(const Json& request, Json body) {
+    send({{"type", "response"},
+          {"request_seq", request["seq"]},
+          {"command", request["command"]},
+          {"success", true},
+          {"body", std::move(body)}});
+}
+
+void DebugAdapter::refuse(const Json& request, const std::string& reason) {
+    send({{"type", "response"},
+          {"request_seq", valueOf<std::int64_t>(request, "seq", 0)},
+          {"command", valueOf<std::string>(request, "command", "")},
+          {"success", false},
+          {"message", reason},
+          {"body",
+           {{"error",
+             {{"id", 1},
+              {"format", "{_reason}"},
+              {"showUser", true},
+              {"variables", {{"_reason", reason}}}}}}}});
+}
+
+void DebugAdapter::handle(const Json& message) {
+    const bool isRequest = message.is_object() && message.contains("seq") &&
+                           message["seq"].is_number_integer() && message.contains("command") &&
+                           message["command"].is_string();
+    if (!isRequest) {
+        return event("output",
+                     {{"category", "important"}, {"output", "kestrel: a message is no request\n"}});
+    }
+    const std::string command = message["command"];
+    const Json arguments = message.value("arguments", Json::object());
+    if (command == "disconnect") {
+        isOver_ = true;
+        debugger_.end();
+        resume(Resume::End);
+        return answer(message, Json::object());
+    }
+    if (!isInitialized_ && command != "initialize") return refuse(message, "not initialized yet");
+    const auto now = immediate().find(command);
+    const auto later = stoppedOnly().find(command);
+    if (now == immediate().end() && later == stoppedOnly().end()) {
+        return refuse(message, "no request `" + readable(command) + "`");
+    }
+    if (later != stoppedOnly().end()) return hand(message, later->second);
+    try {
+        answer(message, (this->*now->second)(arguments));
+    } catch (const Refusal& refusal) {
+        return refuse(message, refusal.reason);
+    } catch (const Json::exception&) {
+        return refuse(message, "wrong arguments");
+    }
+    if (command == "initialize") event("initialized");
+    if (command.find("Breakpoints") != std::string::npos) {
+        // Of a script that runs, at its next statement.
+        const std::lock_guard lock(mutex_);
+        if (isStopped_) tasks_.push_back({[this] { debugger_.placeNew(); }});
+        changed_.notify_all();
+    }
+    if (command == "launch" || command == "configurationDone") startIfReady();
+}
+
+void DebugAdapter::hand(const Json& request, Method method) {
+    const std::lock_guard lock(mutex_);
+    if (!isStopped_) return refuse(request, "the script is not stopped");
+    tasks_.push_back({[this, request, method] {
+        try {
+            answer(request, (this->*method)(request.value("arguments", Json::object())));
+        } catch (const Refusal& refusal) {
+            refuse(request, refusal.reason);
+        } catch (const Json::exception&) {
+            refuse(request, "wrong arguments");
+        }
+    }});
+    changed_.notify_all();
+}
+
+void DebugAdapter::performTask(std::unique_lock<std::mutex>& lock) {
+    const Task task = std::move(tasks_.front());
+    tasks_.pop_front();
+    isPerforming_ = true;
+    debugger_.cancel(task.isCancelled);
+    lock.unlock();
+    task.perform();
+    lock.lock();
+    isPerforming_ = false;
+}
+
+Json DebugAdapter::initialize(const Json& /*arguments*/) {
+    if (isInitialized_) throw Refusal{"it is initialized already"};
+    isInitialized_ = true;
+    return {{"supportsConfigurationDoneRequest", true},
+            {"supportsConditionalBreakpoints", true},
+            {"supportsHitConditionalBreakpoints", true},
+            {"supportsFunctionBreakpoints", true},
+            {"supportsDataBreakpoints", true},
+            {"supportsEvaluateForHovers", true},
+            {"supportsSetVariable", true},
+            {"supportsSetExpression", true},
+            {"supportsTerminateRequest", true},
+            {"supportTerminateDebuggee", true},
+            {"exceptionBreakpointFilters",
+             {{{"filter", "message"}, {"label", "Messages of the script"}, {"default", true}},
+              {{"filter", "reject"}, {"label", "Rejected records"}, {"default", false}}}}};
+}
+
+// {"program": FILE, "args": [...], "cwd": FOLDER, "stopOnEntry": Bool, "record": N}
+Json DebugAdapter::launch(const Json& arguments) {
+    if (isLaunched_) throw Refusal{"the script is launched already"};
+    const std::string folder = valueOf<std::string>(arguments, "cwd", "");
+    if (!folder.empty() && chdir(folder.c_str()) != 0) throw Refusal{folder + ": no such folder"};
+    if (arguments.contains("program")) {
+        std::vector<std::string> words = valueOf(arguments, "args", std::vector<std::string>());
+        words.push_back(arguments["program"]);
+        app_ = std::make_unique<CLI::App>("", "debug");
+        own_ = std::make_unique<ScriptRun>();
+        own_->declare(*app_);
+        std::reverse(words.begin(), words.end());
+        try {
+            app_->parse(words);
+            own_->complete();
+        } catch (const CLI::Error& error) {
+            throw Refusal{error.what()};
+        }
+        given_ = own_.get();
+    }
+    if (given_ == nullptr) throw Refusal{"\"program\" is missing: the script to be debugged"};
+    if (!given_->read()) throw Refusal{given_->name() + " cannot be read"};
+    if (valueOf(arguments, "stopOnEntry", false)) debugger_.stopOnEntry();
+    if (const auto record = valueOf<std::int64_t>(arguments, "record", 0); record > 0) {
+        Debugger::Breakpoint breakpoint;
+        breakpoint.kind = Kind::Record;
+        breakpoint.number = record;
+        debugger_.add(std::move(breakpoint));
+    }
+    isLaunched_ = true;
+    return Json::object();
+}
+
+Json DebugAdapter::configurationDone(const Json& /*arguments*/) {
+    isConfigured_ = true;
+    return Json::object();
+}
+
+void DebugAdapter::startIfReady() {
+    if (!isConfigured_ || !isLaunched_ || script_.joinable()) return;
+    given_->records().keepsSignals();
+    script_ = std::thread([this] { runScript(); });
+}
+
+void DebugAdapter::runScript() {
+    event("thread", {{"reason", "started"}, {"threadId", threadS}});
+    const ExitStatus status = debugger_.run(*given_);
+    flushOutput(false);
+    event("exited", {{"exitCode", static_cast<int>(status)}});
+    event("terminated");
+}
+
+Json DebugAdapter::threads(const Json& /*arguments*/) {
+    return {{"threads", Json::array({{{"id", threadS}, {"name", "script"}}})}};
+}
+
+// Of a script that is stopped, ends the evaluations that are asked for.
+Json DebugAdapter::pause(const Json& /*arguments*/) {
+    const std::lock_guard lock(mutex_);
+    if (!isStopped_ || resume_) {
+        debugger_.pause();
+        return Json::object();
+    }
+    for (Task& task : tasks_) task.isCancelled = true;
+    if (isPerforming_) debugger_.cancel();
+    return Json::object();
+}
+
+Json DebugAdapter::terminate(const Json& /*arguments*/) {
+    debugger_.end();
+    resume(Resume::End);
+    return Json::object();
+}
+
+Json DebugAdapter::source(const Json& /*arguments*/) {
+    throw Refusal{"the text is where its path says"};
+}
+
+Json DebugAdapter::describe(const Debugger::Breakpoint& breakpoint) {
+    Json json = {{"id", breakpoint.id}, {"verified", breakpoint.isPlaced}};
+    if (breakpoint.line > 0) json["line"] = breakpoint.line;
+    if (!breakpoint.fault.empty()) json["message"] = breakpoint.fault;
+    return json;
+}
+
+// `hitCondition` is the number of a record or, without records, of the hits.
+Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Json& given) {
+    breakpoint.condition = valueOf<std::string>(given, "condition", "");
+    std::string number = valueOf<std::string>(given, "hitCondition", "");
+    std::erase_if(number, [](char byte) { return byte == ' ' || byte == '='; });
+    const auto read =
+        std::from_chars(number.data(), number.data() + number.size(), breakpoint.number);
+    const bool isNumber = read.ec == std::errc() && read.ptr == number.data() + number.size();
+    if (!number.empty() && (!isNumber || breakpoint.number < 1)) {
+        return {{"verified", false}, {"message", "the hit condition is no number"}};
+    }
+    breakpoint.id = debugger_.add(breakpoint);
+    return describe(breakpoint);
+}
+
+Json DebugAdapter::setBreakpoints(const Json& arguments) {
+    const std::string path = arguments.at("source").at("path");
+    debugger_.removeIf([&](const Debugger::Breakpoint& breakpoint) {
+        return breakpoint.kind == Kind::Line && breakpoint.path == path;
+    });
+    Json set = Json::array();
+    for (const Json& given : valueOf(arguments, "breakpoints", Json::array())) {
+        Debugger::Breakpoint breakpoint;
+        breakpoint.path = path;
+        breakpoint.line = given.at("line");
+        set.push_back(add(std::move(breakpoint), given));
+    }
+    return {{"breakpoints", set}};
+}
+
+Json DebugAdapter::setFunctionBreakpoints(const Json& arguments) {
+    debugger_.removeIf(
+        [](const Debugger::Breakpoint& breakpoint) { return breakpoint.kind == Kind::Function; });
+    Json set = Json::array();
+    for (const Json& given : arguments.at("breakpoints")) {
+        Debugger::Breakpoint breakpoint;
+        breakpoint.kind = Kind::Function;
+        breakpoint.name = given.at("name");
+        set.push_back(add(std::move(breakpoint), given));
+    }
+    return {{"breakpoints", set}};
+}
+
+Json DebugAdapter::setExceptionBreakpoints(const Json& arguments) {
+    debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
+        return breakpoint.kind == Kind::Message || breakpoint.kind == Kind::Reject;
+    });
+    for (const Json& filter : arguments.at("filters")) {
+        if (filter != "message" && filter != "reject") continue;
+        Debugger::Breakpoint breakpoint;
+        breakpoint.kind = filter == "message" ? Kind::Message : Kind::Reject;
+        debugger_.add(std::move(breakpoint));
+    }
+    return Json::object();
+}
+
+Json DebugAdapter::dataBreakpointInfo(const Json& arguments) {
+    const std::string name = arguments.at("name");
+    bool isKnown = false;
+    for (std::size_t frame = 0; frame < debugger_.frames().size() && !isKnown; ++frame) {
+        const std::vector<Debugger::Item> known = debugger_.variables(frame);
+        isKnown = std::any_of(known.begin(), known.end(), [&](const Debugger::Item& item) {
+            return item.name == name && !item.expression.empty();
+        });
+    }
+    if (!isKnown) return {{"dataId", nullptr}, {"description", "no variable that may change"}};
+    return {{"dataId", name}, {"description", name}, {"accessTypes", {"write"}}};
+}
+
+Json DebugAdapter::setDataBreakpoints(const Json& arguments) {
+    debugger_.removeIf(
+        [](const Debugger::Breakpoint& breakpoint) { return breakpoint.kind == Kind::Change; });
+    Json set = Json::array();
+    for (const Json& given : arguments.at("breakpoints")) {
+        Debugger::Breakpoint breakpoint;
+        breakpoint.kind = Kind::Change;
+        breakpoint.name = given.at("dataId");
+        set.push_back(add(std::move(breakpoint), Json::object()));
+    }
+    return {{"breakpoints", set}};
+}
+
+void DebugAdapter::placed(const Debugger::Breakpoint& breakpoint) {
+    event("breakpoint", {{"reason", "changed"}, {"breakpoint", describe(breakpoint)}});
+}
+
+void DebugAdapter::recordDone(const std::string& text) {
+    event("output", {{"category", "console"}, {"output", text + '\n'}});
+}
+
+void DebugAdapter::print(std::string_view text) {
+    event("output", {{"category", "stdout"}, {"output", text}});
+}
+
+Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
+    using Reason = Debugger::Reason;
+    std::unique_lock lock(mutex_);
+    // The client may have left meanwhile.
+    if (resume_ == Resume::End) return Resume::End;
+    resume_.reset();
+    isStopped_ = true;
+    references_.clear();
+    const char* const reason = stop.reason == Reason::Entry     ? "entry"
+                               : stop.reason == Reason::Step    ? "step"
+                               : stop.reason == Reason::Pause   ? "pause"
+                               : stop.reason == Reason::Change  ? "data breakpoint"
+                               : stop.reason == Reason::Message ? "exception"
+                               : stop.reason == Reason::Reject  ? "exception"
+                                                                : "breakpoint";
+    Json body = {{"reason", reason}, {"threadId", threadS}, {"allThreadsStopped", true}};
+    if (stop.breakpoint != 0) body["hitBreakpointIds"] = {stop.breakpoint};
+    if (stop.reason == Reason::Reject) body["description"] = "Rejects the record";
+    if (stop.reason == Reason::Message) body["description"] = "Message";
+    if (!stop.text.empty()) body["text"] = readable(stop.text);
+    event("stopped", body);
+    while (!resume_) {
+        if (tasks_.empty()) {
+            changed_.wait(lock);
+        } else {
+            performTask(lock);
+        }
+    }
+    isStopped_ = false;
+    const Resume how = *resume_;
+    if (how != Resume::End) resume_.reset();
+    // What was asked before the script goes on is answered.
+    while (!tasks_.empty()) performTask(lock);
+    return how;
+}
+
+void DebugAdapter::resume(Resume how) {
+    const std::lock_guard lock(mutex_);
+    resume_ = how;
+    if (how == Resume::End) {
+        for (Task& task : tasks_) task.isCancelled = true;
+        if (isPerforming_) debugger_.cancel();
+    }
+    changed_.notify_all();
+}
+
+Json DebugAdapter::goOn(const Json& /*arguments*/) {
+    resume(Resume::Go);
+    return {{"allThreadsContinued", true}};
+}
+
+Json DebugAdapter::next(const Json& /*arguments*/) {
+    resume(Resume::Over);
+    return Json::object();
+}
+
+Json DebugAdapter::stepIn(const Json& /*arguments*/) {
+    resume(Resume::Into);
+    return Json::object();
+}
+
+Json DebugAdapter::stepOut(const Json& /*arguments*/) {
+    resume(Resume::Out);
+    return Json::object();
+}
+
+Json DebugAdapter::stackTrace(const Json& arguments) {
+    const std::vector<Debugger::Frame> frames = debugger_.frames();
+    const auto first = std::min(valueOf<std::size_t>(arguments, "startFrame", 0), frames.size());
+    const auto levels = valueOf<std::size_t>(arguments, "levels", 0);
+    const std::size_t last =
+        levels == 0 ? frames.size() : first + std::min(levels, frames.size() - first);
+    Json list = Json::array();
+    for (std::size_t i = first; i < last; ++i) {
+        const Debugger::Frame& frame = frames[i];
+        std::string name = frame.function.empty() ? "the script" : frame.function;
+        if (i + 1 == frames.size() && debugger_.record() != 0) {
+            name += ", record " + std::to_string(debugger_.record());
+        }
+        list.push_back({{"id", i + 1},
+                        {"name", name},
+                        {"source", sourceOf(frame.path)},
+                        {"line", frame.line},
+                        {"column", frame.column}});
+    }
+    return {{"stackFrames", list}, {"totalFrames", frames.size()}};
+}
+
+int DebugAdapter::referenceTo(Reference::Kind kind, Debugger::Path path) {
+    references_.push_back({kind, std::move(path)});
+    return static_cast<int>(references_.size());
+}
+
+namespace {
+
+std::size_t frameIn(const Json& arguments, const Debugger& debugger) {
+    const auto frame = valueOf<std::int64_t>(arguments, "frameId", 1) - 1;
+    const auto count = static_cast<std::int64_t>(debugger.frames().size());
+    if (frame < 0 || frame >= count) throw Refusal{"there is no such frame"};
+    return static_cast<std::size_t>(frame);
+}
+
+}  // namespace
+
+Json DebugAdapter::scopes(const Json& arguments) {
+    const std::size_t frame = frameIn(arguments, debugger_);
+    Json list = Json::array();
+    const auto add = [&](const char* name, Reference::Kind kind) {
+        list.push_back({{"name", name},
+                        {"variablesReference", referenceTo(kind, {frame, "", {}})},
+                        {"expensive", false}});
+    };
+    add("Locals", Reference::Kind::Locals);
+    add("Globals", Reference::Kind::Globals);
+    if (debugger_.hasRecord()) add("Record", Reference::Kind::Fields);
+    return {{"scopes", list}};
+}
+
+std::vector<Debugger::Item> DebugAdapter::itemsOf(const Reference& reference, std::size_t first,
+                                                  std::size_t count) {
+    using What = Reference::Kind;
+    if (reference.kind == What::Container) return debugger_.elements(reference.path, first, count);
+    std::vector<Debugger::Item> items = reference.kind == What::Fields
+                                            ? debugger_.fields()
+                                            : debugger_.variables(reference.path.frame);
+    if (reference.kind != What::Fields) {
+        std::erase_if(items, [&](const Debugger::Item& item) {
+            return item.isGlobal != (reference.kind == What::Globals);
+        });
+    }
+    if (first >= items.size()) return {};
+    items.erase(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(first));
+    if (count < items.size()) items.resize(count);
+    return items;
+}
+
+Json DebugAdapter::variables(const Json& arguments) {
+    const auto number = arguments.at("variablesReference").get<std::size_t>();
+    if (number < 1 || number > references_.size()) throw Refusal{"there is no such reference"};
+    const Reference reference = references_[number - 1];
+    // Those who ask for all get so many.
+    constexpr std::size_t most = 10000;
+    const auto first = valueOf<std::size_t>(arguments, "start", 0);
+    const auto asked = valueOf<std::size_t>(arguments, "count", 0);
+    const std::size_t count = asked == 0 ? most : std::min(asked, most);
+    Json list = Json::array();
+    const std::vector<Debugger::Item> items = itemsOf(reference, first, count);
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const Debugger::Item& item = items[i];
+        Json json = {{"name", item.name},
+                     {"value", readable(item.value)},
+                     {"type", item.type},
+                     {"variablesReference", 0}};
+        if (!item.expression.empty()) json["evaluateName"] = item.expression;
+        if (item.elements > 0) {
+            const bool isElement = reference.kind == Reference::Kind::Container;
+            const auto inner = isElement ? debugger_.element(reference.path, first + i)
+                                         : Debugger::Path{reference.path.frame, item.name, {}};
+            if (inner) json["variablesReference"] = referenceTo(Reference::Kind::Container, *inner);
+            json["indexedVariables"] = item.elements;
+        }
+        list.push_back(std::move(json));
+    }
+    return {{"variables", list}};
+}
+
+namespace {
+
+Json resultOf(const Debugger::Answer& answer, const char* key) {
+    if (!answer.isGood) throw Refusal{readable(answer.text)};
+    return {{key, readable(answer.text)}, {"type", answer.type}, {"variablesReference", 0}};
+}
+
+}  // namespace
+
+Json DebugAdapter::evaluate(const Json& arguments) {
+    const std::string expression = arguments.at("expression");
+    const std::size_t frame = frameIn(arguments, debugger_);
+    const Debugger::Answer answer = debugger_.evaluate(expression, frame);
+    Json json = resultOf(answer, "result");
+    if (answer.elements <= 0) return json;
+    for (const Debugger::Item& item : debugger_.variables(frame)) {
+        if (item.name != expression) continue;
+        json["variablesReference"] =
+            referenceTo(Reference::Kind::Container, {frame, item.name, {}});
+        json["indexedVariables"] = answer.elements;
+    }
+    return json;
+}
+
+Json DebugAdapter::setVariable(const Json& arguments) {
+    const auto number = arguments.at("variablesReference").get<std::size_t>();
+    const std::string name = arguments.at("name");
+    if (number < 1 || number > references_.size()) throw Refusal{"there is no such reference"};
+    const Reference reference = references_[number - 1];
+    constexpr std::size_t most = 1000000;
+    for (const Debugger::Item& item : itemsOf(reference, 0, most)) {
+        if (item.name != name) continue;
+        if (item.expression.empty()) throw Refusal{name + " cannot be changed"};
+        return resultOf(
+            debugger_.assign(item.expression, arguments.at("value"), reference.path.frame),
+            "value");
+    }
+    throw Refusal{"there is no `" + readable(name) + "` here"};
+}
+
+Json DebugAdapter::setExpression(const Json& arguments) {
+    return resultOf(debugger_.assign(arguments.at("expression"), arguments.at("value"),
+                                     frameIn(arguments, debugger_)),
+                    "value");
+}
+
+}  // namespace Cli

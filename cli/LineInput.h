@@ -1,0 +1,33 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Cli {
+
+/// Lines that a user types. On a terminal they can be edited, are kept in a history and completed,
+/// if the library for that was there when this was built; otherwise lines are read as they are.
+class LineInput {
+public:
+    /// Gives the words that may end the line, of which the part after `begin` is being written.
+    using Complete =
+        std::function<std::vector<std::string>(const std::string& line, std::size_t begin)>;
+
+    /// The history is read from the file `history` now and written to it at the end; "" for none.
+    /// One object at a time.
+    LineInput(const Complete& complete, std::string history);
+    LineInput(const LineInput&) = delete;
+    LineInput& operator=(const LineInput&) = delete;
+    ~LineInput();
+
+    /// The next line, without its end; none at the end of the input.
+    std::optional<std::string> next(const std::string& prompt);
+
+private:
+    const bool isTerminal_;
+    const std::string history_;
+};
+
+}  // namespace Cli

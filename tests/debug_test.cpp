@@ -1,0 +1,81 @@
+// Speaks with `kestrel debug --dap` as an editor does, by the transcript in debug.txt.
+#include "Program.h"
+
+namespace {
+
+using Harness::Json;
+
+class Client final : public Harness::Program {
+public:
+    Client() : Program({"debug", "--dap"}) {}
+
+    int send(const std::string& command, const Json& arguments) {
+        write(framed(Json{
+            {"seq", ++last_}, {"type", "request"}, {"command", command}, {"arguments", arguments}}
+                         .dump()));
+        return last_;
+    }
+    /// The body, or the message of a failure.
+    Json answer(int request) {
+        const Json found = waitFor(
+            [&](const Json& message) { return message.value("request_seq", 0) == request; });
+        return found.value("success", false) ? found["body"] : found.value("message", Json());
+    }
+    Json request(const std::string& command, const Json& arguments) {
+        return answer(send(command, arguments));
+    }
+    Json event(const std::string& name, const Json& expected) {
+        return waitFor([&](const Json& message) {
+                   return message.value("event", "") == name &&
+                          Harness::fits(expected, message["body"]);
+               })
+            .value("body", Json());
+    }
+
+private:
+    int last_ = 0;
+};
+
+class DebugTest : public testing::Test {
+protected:
+    Json perform(std::istringstream& words, const std::string& action, const std::string& block) {
+        std::string name;
+        words >> name;
+        const Json json = Json::parse(block.empty() ? "{}" : block, nullptr, false);
+        if (action == "file") {
+            folder_.write(name, block);
+        } else if (action == "start") {
+            client_ = std::make_unique<Client>();
+            client_->request("initialize", {{"adapterID", "kestrel"}});
+        } else if (action == "event") {
+            return client_->event(name, json);
+        } else if (action == "send") {
+            sent_ = client_->send(name, json);
+        } else if (action == "answer") {
+            return client_->answer(sent_);
+        } else if (action == "raw") {
+            client_->write(Client::framed(block));
+        } else if (action == "close") {
+            client_->hangUp();
+        } else if (action == "exit") {
+            return client_->wait();
+        } else {
+            return client_->request(action, json);
+        }
+        return {};
+    }
+
+    const Harness::Folder folder_;
+    std::unique_ptr<Client> client_;
+    int sent_ = 0;
+};
+
+TEST_F(DebugTest, AnswersAsInTheTranscript) {
+    const int answers =
+        Harness::follow(KESTREL_TEST_DATA "/debug.txt", folder_.path(),
+                        [&](std::istringstream& words, const std::string& action,
+                            const std::string& block) { return perform(words, action, block); });
+    EXPECT_GT(answers, 30);
+}
+
+}  // namespace
