@@ -1,0 +1,1 @@
+autocmd BufNewFile,BufRead *.ks set filetype=kestrel
