@@ -76,8 +76,8 @@ struct JobOptions {
     std::size_t maxRecord = RecordReader::maxRecordCM;  ///< Bytes that a record may have.
     /// Shows what each record would become, before and after, and writes no file.
     bool isDryRun = false;
-    /// In a dry run: the one record to show, 0 for all, and where that goes; without a place for it,
-    /// all are shown in the output.
+    /// In a dry run: the one record to show, 0 for all, and where that goes; without a place for
+    /// it, all are shown in the output.
     std::int64_t only = 0;
     std::function<void(const Shown&)> show;
     /// Called with the number of each record before the script is executed for it.

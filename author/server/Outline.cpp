@@ -194,7 +194,8 @@ std::vector<std::uint32_t> Server::colours(const Where& where, std::size_t first
             if (sign == '{') switches.push_back(std::exchange(isPatternSwitch, false));
             if (sign == '}' && !switches.empty()) switches.pop_back();
             if (sign == ':') isLabel = false;
-            if (std::string_view("+-*/%=").find(sign) != std::string_view::npos) type = TokenType::Operator;
+            if (std::string_view("+-*/%=").find(sign) != std::string_view::npos)
+                type = TokenType::Operator;
         }
         if (token.end < first) continue;
         if (token.begin >= last) break;
