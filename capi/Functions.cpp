@@ -319,3 +319,28 @@ kestrel_interpreter* kestrel_call_interpreter(kestrel_call* call) {
     if (function == nullptr || function->frame == nullptr) return nullptr;
     return InterpreterObject::handleOf(function->frame->call->interpreter());
 }
+
+kestrel_status kestrel_describe(kestrel_interpreter* interpreter, const char* name,
+                                const char* parameters, const char* manual, const char* example) {
+    return with(interpreter, [&](InterpreterObject& object) {
+        if (name == nullptr || parameters == nullptr || manual == nullptr) {
+            return refuse("a text is null");
+        }
+        SCR::HostExtension* const host = object.host();
+        const bool isDone = host != nullptr && host->describe(name, parameters, manual,
+                                                              example != nullptr ? example : "");
+        return isDone ? KESTREL_FINISHED
+                      : refuse("there is no such function, or it has other parameters");
+    });
+}
+
+kestrel_status kestrel_functions_json(kestrel_interpreter* interpreter, kestrel_text* json) {
+    return with(interpreter, [&](InterpreterObject& object) {
+        if (json == nullptr) return refuse("the place for the text is null");
+        SCR::HostExtension* const host = object.host();
+        if (host == nullptr) return refuse("there is no room for functions");
+        object.functions() = host->functionsAsJson();
+        *json = {object.functions().data(), object.functions().size()};
+        return KESTREL_FINISHED;
+    });
+}

@@ -6,7 +6,16 @@
 namespace CApi {
 
 /// The kinds of objects that handles name.
-enum class Kind : unsigned char { Interpreter, Program, Variable, Conditions, Patterns, Call };
+enum class Kind : unsigned char {
+    Interpreter,
+    Program,
+    Variable,
+    Conditions,
+    Patterns,
+    Call,
+    Live,
+    Runner
+};
 
 /// What a handle names.
 class Object {

@@ -56,6 +56,12 @@ public:
     bool isBusy() const;
     void output(kestrel_output function, void* data);
 
+    /// The texts that the last batch gave the host.
+    std::vector<std::vector<FND::String>>& batchTexts() { return batchTexts_; }
+
+    /// The JSON that the host got last.
+    FND::String& functions() { return functions_; }
+
     /// The conditions that use it.
     std::vector<ConditionsObject*>& conditions() { return conditions_; }
 
@@ -66,6 +72,8 @@ public:
 private:
     FunctionLog log_;
     std::unique_ptr<FunctionOutput> output_;
+    std::vector<std::vector<FND::String>> batchTexts_;
+    FND::String functions_;
     std::vector<ConditionsObject*> conditions_;
     std::unique_ptr<SCR::Interpreter> owned_;
     SCR::Interpreter* const interpreter_;
@@ -81,6 +89,16 @@ template <class T>
 T* get(const void* handle) {
     return static_cast<T*>(Handles::find(handle, T::kindCM));
 }
+
+/// The handle of an object, which the host owns now.
+template <class Made>
+auto* give(std::unique_ptr<Made> object) {
+    if (object->handle() == nullptr) throw std::bad_alloc();
+    return object.release()->handle();
+}
+
+/// The program that `handle` names, or null.
+const SCR::Program* programOf(const kestrel_program* handle);
 
 /// Calls use(interpreter) when `handle` names one, and turns what it throws into a status.
 template <class Use>

@@ -33,13 +33,12 @@ private:
     const Handle entry_{*this};
 };
 
-template <class Made>
-auto* give(std::unique_ptr<Made> object) {
-    if (object->handle() == nullptr) throw std::bad_alloc();
-    return object.release()->handle();
-}
-
 }  // namespace
+
+const SCR::Program* programOf(const kestrel_program* handle) {
+    const auto* const object = get<ProgramObject>(handle);
+    return object != nullptr ? &object->program : nullptr;
+}
 
 }  // namespace CApi
 

@@ -30,6 +30,8 @@ typedef struct kestrel_variable kestrel_variable;
 typedef struct kestrel_conditions kestrel_conditions;
 typedef struct kestrel_patterns kestrel_patterns;
 typedef struct kestrel_call kestrel_call;
+typedef struct kestrel_live kestrel_live;
+typedef struct kestrel_runner kestrel_runner;
 
 /* How a call ended. After anything above KESTREL_RETURNED, kestrel_error tells why. */
 typedef enum kestrel_status {
@@ -239,6 +241,15 @@ KESTREL_C_API kestrel_status kestrel_add_field(kestrel_interpreter* interpreter,
                                                const char* signature, kestrel_function read,
                                                kestrel_function write, void* data,
                                                kestrel_release release);
+/* Says what a function does, for those who write scripts: the names of its parameters, apart by
+   commas, sentences in Markdown, and an example or null. */
+KESTREL_C_API kestrel_status kestrel_describe(kestrel_interpreter* interpreter, const char* name,
+                                              const char* parameters, const char* manual,
+                                              const char* example);
+/* The functions added so far as JSON, which the language server reads; lives until the next call
+   for the interpreter. */
+KESTREL_C_API kestrel_status kestrel_functions_json(kestrel_interpreter* interpreter,
+                                                    kestrel_text* json);
 /* Turns the name of a field into its number when a script is compiled; a negative one is a compile
    error. Without it all numbers are 0. */
 typedef int64_t (*kestrel_field_id)(void* data, const char* name, size_t size);
@@ -324,6 +335,46 @@ KESTREL_C_API kestrel_status kestrel_program_diagnostic_get(kestrel_program* pro
 /* An interpreter that runs the program; null, with an error, when there is none to be had. */
 KESTREL_C_API kestrel_interpreter* kestrel_interpreter_from(kestrel_program* program,
                                                             kestrel_log log, void* data);
+
+/* Batches */
+
+/* The values of one variable for the records of a batch, an array of as many as there are records:
+   int64_t for Long and Date, unsigned char for Bool, kestrel_text, kestrel_decimal. */
+typedef struct kestrel_column {
+    const char* name;
+    kestrel_type type;
+    int is_output; /* 0: assigned before each record; else stored after it */
+    void* values;  /* of inputs only read */
+} kestrel_column;
+
+/* Executes the script for `record_count` records. `*record`, 0 when null is given, is the first
+   one; afterwards it is the one that went wrong, or else `record_count`. Outputs of all records
+   before it are stored; texts in them live until the next batch of the interpreter. */
+KESTREL_C_API kestrel_status kestrel_execute_batch(kestrel_interpreter* interpreter,
+                                                   const kestrel_column* columns,
+                                                   size_t column_count, size_t record_count,
+                                                   size_t* record);
+
+/* Programs that are replaced while they run */
+
+/* What the threads of a host run now; any number of them may use one. `first` may be null. The
+   variables `kept` keep their values when a runner takes another program. */
+KESTREL_C_API kestrel_live* kestrel_live_new(kestrel_program* first, const char* const* kept,
+                                             size_t count);
+/* Runners that exist go on with what they have. */
+KESTREL_C_API kestrel_status kestrel_live_free(kestrel_live* live);
+/* Runners take `next` before their next record. One that did not compile changes nothing. */
+KESTREL_C_API kestrel_status kestrel_live_replace(kestrel_live* live, kestrel_program* next);
+/* Runs the programs of `live` on one thread. Functions and variables come from their setups. */
+KESTREL_C_API kestrel_runner* kestrel_runner_new(kestrel_live* live, kestrel_log log, void* data);
+KESTREL_C_API kestrel_status kestrel_runner_free(kestrel_runner* runner);
+/* Takes the newest program, if it does not run it yet. */
+KESTREL_C_API kestrel_status kestrel_runner_refresh(kestrel_runner* runner);
+/* Does that and executes the script once. */
+KESTREL_C_API kestrel_status kestrel_runner_execute(kestrel_runner* runner);
+/* The interpreter that runs now, to talk to its script; null when there is none. It belongs to the
+   runner, and the handle is dead once that has taken another program. */
+KESTREL_C_API kestrel_interpreter* kestrel_runner_interpreter(kestrel_runner* runner);
 
 /* Conditions */
 

@@ -1,6 +1,9 @@
 #include "scr/HostExtension.h"
 
+#include <algorithm>
+#include <map>
 #include <set>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -26,7 +29,79 @@ struct HostExtension::State {
     std::unordered_map<FND::String, std::unique_ptr<Variable>> variables;
     std::vector<std::unique_ptr<Variable>> nameless;
     Host::Fields fields;
+    // What people are told about a function.
+    struct Manual {
+        std::vector<FND::String> parameters;
+        FND::String text;
+        FND::String example;
+    };
+    std::map<FND::String, Manual> manuals;
 };
+
+namespace {
+
+// The names in a list, without the blanks around them.
+std::vector<FND::String> namesIn(std::string_view list) {
+    std::vector<FND::String> names;
+    while (!list.empty()) {
+        const std::size_t end = std::min(list.find(','), list.size());
+        std::string_view name = list.substr(0, end);
+        list.remove_prefix(std::min(end + 1, list.size()));
+        name.remove_prefix(std::min(name.find_first_not_of(' '), name.size()));
+        name = name.substr(0, name.find_last_not_of(' ') + 1);
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+// The parameter `index` as manuals write it: "Type name", "out Type name", "change Type[] name".
+FND::String spellParameter(const FctDescr& function, int index, const FND::String& name) {
+    const int type = function.argType(index);
+    const int base = Node::baseType(type);
+    FND::String text;
+    if (const int element = function.elementType(index); element != 0) {
+        if (function.use(index) == FctDescr::Use::Changes) text = "change ";
+        if (function.use(index) == FctDescr::Use::Replaces) text = "out ";
+        text += Node::datatypeAsString(element) + (base == TypeCode::Hash ? "{}" : "[]");
+    } else {
+        if (Node::isLeft(type)) text = "out ";
+        text += Node::datatypeAsString(base);
+    }
+    return text + " " + (name.empty() ? "a" + std::to_string(index + 1) : name);
+}
+
+FND::String spellSignature(const FctDescr& function, const std::vector<FND::String>& names) {
+    FND::String text = Node::datatypeAsString(function.returnType()) + " " + function.name() + "(";
+    const bool hasRest = function.maximum() == FctDescr::anyNumber;
+    const int declared =
+        hasRest ? std::max(function.minimum(), static_cast<int>(names.size())) : function.maximum();
+    for (int i = 0; i < declared; ++i) {
+        if (i > 0) text += ", ";
+        if (i == function.minimum()) text += "[";
+        const auto at = static_cast<std::size_t>(i);
+        text += spellParameter(function, i, at < names.size() ? names[at] : FND::String());
+    }
+    if (declared > function.minimum()) text += "]";
+    if (hasRest) text += declared > 0 ? ", ..." : "...";
+    return text + ")";
+}
+
+void appendJson(FND::String& json, const char* key, std::string_view value) {
+    constexpr const char* digits = "0123456789abcdef";
+    json.append(json.back() == '{' ? "\"" : ",\"").append(key).append("\":\"");
+    for (const char byte : value) {
+        const auto code = static_cast<unsigned char>(byte);
+        if (code < 0x20) {
+            json.append("\\u00").append(1, digits[code >> 4]).append(1, digits[code & 15]);
+        } else {
+            if (byte == '"' || byte == '\\') json += '\\';
+            json += byte;
+        }
+    }
+    json += '"';
+}
+
+}  // namespace
 
 HostExtension::HostExtension(FND::String name) : state_(std::make_unique<State>(std::move(name))) {}
 
@@ -110,6 +185,47 @@ FctDescr* HostExtension::insert(const FND::String& name, Host::Description descr
     FctDescr* const descriptor = made.get();
     std::unique_ptr<Variable> variable = std::move(made);
     return state_->insert(name, variable) ? descriptor : nullptr;
+}
+
+bool HostExtension::describe(const FND::String& name, const FND::String& parameters,
+                             const FND::String& manual, const FND::String& example) {
+    const auto* const function = dynamic_cast<const FctDescr*>(variable(name));
+    std::vector<FND::String> names = namesIn(parameters);
+    const auto count = static_cast<int>(names.size());
+    const bool fits = function != nullptr && count >= function->minimum() &&
+                      (function->maximum() == FctDescr::anyNumber || count == function->maximum());
+    if (!fits) {
+        const FND::String reason =
+            function != nullptr
+                ? "the description has another number of parameters than " + function->signature()
+                : "there is no function `" + name + "' to describe";
+        state_->log(Messages::extensionRefused(state_->name, reason), FND::Status::Error);
+        return false;
+    }
+    state_->manuals[name] = {std::move(names), manual, example};
+    return true;
+}
+
+FND::String HostExtension::functionsAsJson() const {
+    std::set<FND::String> names;  // ordered
+    visitNames([&](const FND::String& name) { names.insert(name); });
+    const State::Manual none;
+    FND::String json = "[";
+    for (const FND::String& name : names) {
+        const auto* const function =
+            dynamic_cast<const FctDescr*>(state_->variables.at(name).get());
+        if (function == nullptr) continue;
+        const auto found = state_->manuals.find(name);
+        const State::Manual& manual = found != state_->manuals.end() ? found->second : none;
+        json += json.size() > 1 ? ",\n{" : "\n{";
+        appendJson(json, "module", "");
+        appendJson(json, "name", name);
+        appendJson(json, "signature", spellSignature(*function, manual.parameters));
+        appendJson(json, "manual", manual.text);
+        appendJson(json, "example", manual.example);
+        json += "}";
+    }
+    return json + "\n]\n";
 }
 
 Host::Storage HostExtension::declare(const FND::String& name, int typeCode, const void* value) {

@@ -223,6 +223,15 @@ public:
     template <class T>
     bool constant(const FND::String& name, const T& value);
 
+    /// Says what the function `name` does, for those who write scripts: `parameters` are the names
+    /// of its parameters, apart by commas, `manual` is sentences in Markdown, `example` a piece of
+    /// a script. False, after an error, when there is no such function, or another number of names.
+    bool describe(const FND::String& name, const FND::String& parameters, const FND::String& manual,
+                  const FND::String& example = {});
+    /// The functions as JSON, as `kestrel functions --json` prints those of the library. The
+    /// language server reads it as the option `functions`, for hover, completion and checks.
+    FND::String functionsAsJson() const;
+
     // For bindings to other languages, where types are known at run time only.
 
     /// Makes a function of what `description` says; null when the name is refused.

@@ -359,7 +359,112 @@ static void programs(void) {
     EXPECT(kestrel_patterns_match(automaton, "cd", 2) == -1);
 }
 
+static void batches(void) {
+    kestrel_interpreter* rule = kestrel_interpreter_new(NULL, NULL);
+    const char* const text =
+        "Long n; Bool b; String s; Decimal d; Date t; Long twice; String both; Bool not; Decimal e; Date u;"
+        "twice = 10 / (n - 3); twice = n * 2; both = s + s; if (b) { not = false; } else { not = true; }"
+        "e = d * 2; u = t; if (n == 3) { while (true) {} }";
+    int64_t n[] = {1, 2, 3, 4};
+    unsigned char b[] = {1, 0, 7, 0};
+    const kestrel_text s[] = {{"a", 1}, {NULL, 0}, {"xyz", 2}, {"d", 1}};
+    kestrel_decimal d[4];
+    int64_t t[] = {0, KESTREL_NO_DATE, 5, 6};
+    int64_t twice[4] = {0};
+    unsigned char not[4] = {9, 9, 9, 9};
+    kestrel_text both[4];
+    kestrel_decimal e[4];
+    int64_t u[4] = {0};
+    for (int i = 0; i < 4; ++i) d[i] = kestrel_decimal_from_long(i);
+    const kestrel_column columns[] = {
+        {"n", KESTREL_LONG, 0, n},          {"b", KESTREL_BOOL, 0, b},
+        {"s", KESTREL_STRING, 0, (void*)s}, {"d", KESTREL_DECIMAL, 0, d},
+        {"t", KESTREL_DATE, 0, t},          {"twice", KESTREL_LONG, 1, twice},
+        {"both", KESTREL_STRING, 1, both},  {"not", KESTREL_BOOL, 1, not},
+        {"e", KESTREL_DECIMAL, 1, e},       {"u", KESTREL_DATE, 1, u}};
+    EXPECT(kestrel_limit(rule, "steps", 1000) == KESTREL_FINISHED);
+    EXPECT(kestrel_execute_batch(rule, columns, 10, 4, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_compile(rule, text, KESTREL_NUL) == KESTREL_FINISHED);
+    size_t at = 0;
+    EXPECT(kestrel_execute_batch(rule, columns, 10, 4, &at) == KESTREL_STOPPED);
+    EXPECT(at == 2 && twice[1] == 4 && both[0].size == 2 && memcmp(both[0].data, "aa", 2) == 0);
+    EXPECT(both[1].size == 0 && not[0] == 0 && not[1] == 1 && not[2] == 9 && u[1] == KESTREL_NO_DATE);
+    EXPECT(kestrel_decimal_compare(e[1], kestrel_decimal_from_long(2)) == 0 && twice[2] == 0);
+    at = 3;
+    EXPECT(kestrel_execute_batch(rule, columns, 10, 4, &at) == KESTREL_FINISHED);
+    EXPECT(at == 4 && twice[3] == 8 && u[3] == 6);
+    EXPECT(kestrel_execute_batch(rule, NULL, 10, 4, &at) == KESTREL_REFUSED);
+    const kestrel_column wrong[] = {{NULL, KESTREL_LONG, 0, n}, {"n", KESTREL_LONG, 0, NULL}, {"n", KESTREL_NEXID, 0, n},
+                                    {"n", KESTREL_BOOL, 0, b},  {"m", KESTREL_LONG, 1, n}};
+    at = 0;
+    for (size_t i = 0; i < sizeof(wrong) / sizeof(wrong[0]); ++i) {
+        EXPECT(kestrel_execute_batch(rule, &wrong[i], 1, 4, &at) == KESTREL_REFUSED);
+    }
+    EXPECT(kestrel_interpreter_free(rule) == KESTREL_FINISHED);
+    EXPECT(kestrel_execute_batch(rule, columns, 10, 4, &at) == KESTREL_REFUSED);
+}
+
+static kestrel_runner* running;
+static int meddle(kestrel_call* call, void* data) {
+    (void)call;
+    (void)data;
+    EXPECT(kestrel_runner_free(running) == KESTREL_REFUSED);
+    return 0;
+}
+static void giveMeddle(kestrel_interpreter* interpreter, void* data) {
+    EXPECT(kestrel_add_function(interpreter, "Void meddle()", meddle, data, NULL) == KESTREL_FINISHED);
+}
+static kestrel_status replaceBy(kestrel_live* live, const char* text) {
+    kestrel_program* next = kestrel_program_new(text, KESTREL_NUL, giveMeddle, NULL);
+    const kestrel_status status = kestrel_live_replace(live, next);
+    EXPECT(kestrel_program_free(next) == KESTREL_FINISHED);
+    return status;
+}
+static void live(void) {
+    const char* const kept[] = {"total"};
+    kestrel_live* programs = kestrel_live_new(NULL, kept, 1);
+    running = kestrel_runner_new(programs, NULL, NULL);
+    EXPECT(kestrel_runner_execute(running) == KESTREL_REFUSED);
+    EXPECT(kestrel_runner_interpreter(running) == NULL);
+    EXPECT(replaceBy(programs, "Long total; total = total + 1; meddle();") == KESTREL_FINISHED);
+    EXPECT(kestrel_runner_execute(running) == KESTREL_FINISHED);
+    kestrel_interpreter* first = kestrel_runner_interpreter(running);
+    kestrel_variable* total = kestrel_variable_new(first, "total");
+    kestrel_value value;
+    EXPECT(kestrel_get(total, &value) == KESTREL_FINISHED && value.as.number == 1);
+    EXPECT(kestrel_interpreter_free(first) == KESTREL_REFUSED);
+    EXPECT(replaceBy(programs, "Long total = ;") == KESTREL_INVALID);
+    EXPECT(replaceBy(programs, "Long total; total = total + 10;") == KESTREL_FINISHED);
+    EXPECT(kestrel_live_replace(programs, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_live_free(programs) == KESTREL_FINISHED);
+    EXPECT(kestrel_live_replace(programs, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_runner_execute(running) == KESTREL_FINISHED);
+    EXPECT(kestrel_get(total, &value) == KESTREL_REFUSED && kestrel_execute(first) == KESTREL_REFUSED);
+    EXPECT(kestrel_variable_free(total) == KESTREL_FINISHED);
+    total = kestrel_variable_new(kestrel_runner_interpreter(running), "total");
+    EXPECT(kestrel_get(total, &value) == KESTREL_FINISHED && value.as.number == 11);
+    EXPECT(kestrel_runner_free(running) == KESTREL_FINISHED);
+    EXPECT(kestrel_get(total, &value) == KESTREL_REFUSED);
+    EXPECT(kestrel_variable_free(total) == KESTREL_FINISHED);
+    EXPECT(kestrel_runner_execute(running) == KESTREL_REFUSED);
+}
+
+static void descriptions(void) {
+    kestrel_interpreter* rule = kestrel_interpreter_new(NULL, NULL);
+    kestrel_text json;
+    giveMeddle(rule, NULL);
+    EXPECT(kestrel_describe(rule, "meddle", "", "Meddles.", NULL) == KESTREL_FINISHED);
+    EXPECT(kestrel_describe(rule, "meddle", "a", "Meddles.", NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_describe(rule, NULL, "a", "Meddles.", NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_functions_json(rule, &json) == KESTREL_FINISHED && strstr(json.data, "\"Meddles.\"") != NULL);
+    EXPECT(kestrel_functions_json(rule, NULL) == KESTREL_REFUSED);
+    EXPECT(kestrel_interpreter_free(rule) == KESTREL_FINISHED);
+}
+
 int main(void) {
+    batches();
+    live();
+    descriptions();
     values();
     talk();
     nulls();

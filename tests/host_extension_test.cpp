@@ -216,6 +216,36 @@ TEST(HostExtension, CallsAndFields) {
     }
 }
 
+TEST(HostExtension, FunctionsAreDescribedForAuthors) {
+    Log log;
+    SCR::Interpreter interpreter(&log);
+    auto* const host = SCR::HostExtension::insert(interpreter, "host");
+    host->function("area", [](long width, std::optional<FND::Decimal>) { return width; });
+    host->function("fill", [](std::string_view, SCR::ArrayRef<long>, bool&) {});
+    host->function("all", [](FND::DateTime, SCR::Rest<FND::String>) { return FND::String(); });
+    host->constant("LIMIT", 5L);
+    EXPECT_TRUE(host->describe("area", " width, height", "The \"area\" \\.", "area(1)\n== 1"));
+    EXPECT_TRUE(host->describe("all", "day", "Joins."));
+    EXPECT_FALSE(host->describe("area", "width", "Too few."));
+    EXPECT_FALSE(host->describe("all", "", "Too few."));
+    EXPECT_FALSE(host->describe("LIMIT", "", "No function."));
+    EXPECT_EQ(
+        log.text,
+        "ERROR: extension `host': the description has another number of parameters than Long "
+        "area(Long,[Decimal])\n"
+        "ERROR: extension `host': the description has another number of parameters than String "
+        "all(Date,[String...])\n"
+        "ERROR: extension `host': there is no function `LIMIT' to describe\n");
+    EXPECT_EQ(host->functionsAsJson(),
+              R"([
+{"module":"","name":"all","signature":"String all(Date day, ...)","manual":"Joins.","example":""
+},
+{"module":"","name":"area","signature":"Long area(Long width, [Decimal height])","manual":"The \"area\" \\.","example":"area(1)\u000a== 1"},
+{"module":"","name":"fill","signature":"Void fill(String a1, change Long[] a2, out Bool a3)","manual":"","example":""}
+]
+)");
+}
+
 TEST(HostExtension, WrongCallsDoNotCompile) {
     const struct {
         const char *script, *message;
