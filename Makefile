@@ -2,7 +2,7 @@
 MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 
-.PHONY: run test bench docs manual format lint check clean
+.PHONY: run test bench docs package manual format lint check clean
 
 run: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
@@ -30,6 +30,11 @@ docs: build/build.ninja
 	@build/bin/kestrel functions --modules > docs/modules.md
 	@build/bin/kestrel explain --markdown > docs/messages.md
 	@build/bin/kestrel prompt > docs/prompt.md
+
+# Debian packages, in build/packages.
+package: build/build.ninja
+	@cmake --build build --parallel $(JOBS)
+	@cpack --config build/CPackConfig.cmake -B build/packages
 
 # The site of the manual, after all its examples have run.
 manual: build/build.ninja

@@ -53,6 +53,12 @@ add_test(NAME package.pkgconfig COMMAND make
     CXXFLAGS=${flags} run)
 add_test(NAME package.command COMMAND ${work}/prefix/${CMAKE_INSTALL_BINDIR}/kestrel
     run -e "if (strLength(\"installed\") > 3) { logStdout(\"runs\"); }")
+# Skipped where there are no tools for packages.
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KESTREL_SANITIZE)
+    add_test(NAME package.debian COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/packages.sh
+        ${PROJECT_BINARY_DIR} ${PROJECT_VERSION} ${CMAKE_CXX_COMPILER})
+    set_tests_properties(package.debian PROPERTIES SKIP_RETURN_CODE 77)
+endif()
 # Everything that the headers declare must link. clang, which reads them, may not be the compiler
 # that builds.
 find_program(KESTREL_clang++ clang++)

@@ -1,0 +1,41 @@
+# Debian packages, one for each component of the installation: `make package`.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kestrel)
+set(CPACK_PACKAGE_CONTACT "Kestrel maintainers <maintainers@localhost>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+function(kestrel_package component name depends summary)
+    string(TOUPPER ${component} key)
+    set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${name} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${key}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
+    set(CPACK_COMPONENT_${key}_DESCRIPTION "${summary}" PARENT_SCOPE)
+    if(NOT component STREQUAL "library")
+        set(CPACK_COMPONENT_${key}_DEPENDS library PARENT_SCOPE)  # of the same version
+    endif()
+    set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
+endfunction()
+set(CPACK_COMPONENTS_ALL "")
+kestrel_package(library libkestrel${PROJECT_VERSION_MAJOR} "" "Script engine for record processing, the library")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
+kestrel_package(headers libkestrel-dev ""
+    "Script engine for record processing, what programs need to be built with it")
+if(TARGET kestrel_cli)
+    kestrel_package(command kestrel ""
+        "Script engine for record processing, the command and the manual")
+endif()
+if(TARGET kestrel_python)
+    kestrel_package(python python3-kestrel python3
+        "Script engine for record processing, for programs in Python")
+endif()
+if(TARGET kestrel_postgresql)
+    kestrel_package(postgresql postgresql-15-kestrel postgresql-15
+        "Script engine for record processing, for databases of PostgreSQL")
+endif()
+include(CPack)
