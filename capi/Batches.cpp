@@ -118,25 +118,25 @@ private:
 using namespace CApi;
 
 kestrel_status kestrel_execute_batch(kestrel_interpreter* interpreter,
-                                     const kestrel_column* columns, size_t column_count,
-                                     size_t record_count, size_t* record) {
+                                     const kestrel_column* columns, size_t columnCount,
+                                     size_t recordCount, size_t* record) {
     size_t unused = 0;
     if (record == nullptr) record = &unused;
     return with(interpreter, [&](InterpreterObject& object) {
-        if (columns == nullptr && column_count > 0) return refuse("the columns are null");
+        if (columns == nullptr && columnCount > 0) return refuse("the columns are null");
         if (object.isBusy()) return refuse("the interpreter is in use");
         std::vector<ColumnValues> values;
         std::vector<SCR::Column> made;
-        values.reserve(column_count);
-        for (std::size_t i = 0; i < column_count; ++i) {
+        values.reserve(columnCount);
+        for (std::size_t i = 0; i < columnCount; ++i) {
             values.emplace_back(columns[i]);
-            const char* const problem = values.back().problem(record_count);
+            const char* const problem = values.back().problem(recordCount);
             if (problem != nullptr) return refuse(problem);
-            made.push_back(values.back().make(record_count));
+            made.push_back(values.back().make(recordCount));
         }
         const std::size_t first = *record;
         const SCR::BatchOutcome outcome =
-            object.interpreter().executeBatch(made, record_count, first);
+            object.interpreter().executeBatch(made, recordCount, first);
         *record = outcome.record();
         // The texts stay until the next batch; what the host gets are views of them.
         object.batchTexts().clear();

@@ -347,12 +347,12 @@ typedef struct kestrel_column {
     void* values;  /* of inputs only read */
 } kestrel_column;
 
-/* Executes the script for `record_count` records. `*record`, 0 when null is given, is the first
-   one; afterwards it is the one that went wrong, or else `record_count`. Outputs of all records
+/* Executes the script for `recordCount` records. `*record`, 0 when null is given, is the first
+   one; afterwards it is the one that went wrong, or else `recordCount`. Outputs of all records
    before it are stored; texts in them live until the next batch of the interpreter. */
 KESTREL_C_API kestrel_status kestrel_execute_batch(kestrel_interpreter* interpreter,
                                                    const kestrel_column* columns,
-                                                   size_t column_count, size_t record_count,
+                                                   size_t columnCount, size_t recordCount,
                                                    size_t* record);
 
 /* Programs that are replaced while they run */
