@@ -34,7 +34,7 @@ END
     "$cxx" -std=c++20 "$work/host.cpp" -o "$work/host" $(pkg-config --cflags --libs kestrel) \
         -Wl,-rpath,"$(pkg-config --variable=libdir kestrel)"
     "$work/host"
-    test ! -d "$root/usr/lib/python3" || PYTHONPATH=$root/usr/lib/python3/dist-packages python3 -c \
+    test ! -d "$root/usr/lib/python3" || PYTHONPATH=$root/usr/lib/python3/dist-packages python3 -B -c \
         'import kestrel; rule = kestrel.Interpreter(); rule.compile("Long n; n = 5;"); rule.execute(); assert rule["n"] == 5'
     for text in README.md SECURITY.md docs/embedding.md; do
         test -s "$root/usr/share/doc/kestrel/$text"
@@ -50,5 +50,5 @@ installed | awk -v version="$later" '$2 != version || $3 != "installed" { print 
 packages=$(installed | cut -d' ' -f1)
 # shellcheck disable=SC2086
 manage -P $packages
-left=$(find "$root/usr" -type f -o -type l)
+left=$(find "$root" -path "$root/var" -prune -o ! -type d -print)
 test -z "$left" || { echo "left: $left"; exit 1; }
