@@ -103,6 +103,10 @@ public:
 
     void append(std::string_view more) {
         room(text_.size() + more.size());
+        for (; more.size() > pieceCM; more.remove_prefix(pieceCM)) {
+            work(pieceCM);
+            text_.append(more.substr(0, pieceCM));
+        }
         work(more.size());
         text_.append(more);
     }
@@ -112,6 +116,10 @@ public:
     }
     void append(std::size_t count, char byte) {
         room(text_.size() + count);
+        for (; count > pieceCM; count -= pieceCM) {
+            work(pieceCM);
+            text_.append(pieceCM, byte);
+        }
         work(count);
         text_.append(count, byte);
     }
@@ -126,6 +134,8 @@ public:
 
 private:
     static constexpr std::size_t longestCM = std::size_t{1} << 30;
+    /// A long text is made in pieces, so that the script can be stopped.
+    static constexpr std::size_t pieceCM = 64 * 1024;
 
     void room(std::size_t size) {
         if (size <= text_.capacity()) return;
@@ -137,8 +147,14 @@ private:
         if (size > longest) refuse("result is too long", static_cast<long>(size));
         const std::size_t capacity = std::min(std::max(size, 2 * text_.capacity()), longest);
         charge_.add(capacity - text_.capacity());
-        work(text_.size());
-        text_.reserve(capacity);
+        if (text_.size() <= pieceCM) return text_.reserve(capacity);
+        std::string larger;
+        larger.reserve(capacity);
+        for (std::size_t at = 0; at < text_.size(); at += pieceCM) {
+            work(pieceCM);
+            larger.append(text_, at, pieceCM);
+        }
+        text_.swap(larger);
     }
 
     std::string text_;
@@ -195,6 +211,31 @@ inline std::size_t placeOfByte(char byte, std::string_view text) {
     }
     return text.size();
 }
+
+/// Some of the bytes.
+class ByteSet {
+public:
+    explicit ByteSet(std::string_view bytes) {
+        constexpr std::size_t piece = 64 * 1024;
+        for (; !bytes.empty(); bytes.remove_prefix(std::min(piece, bytes.size()))) {
+            work(std::min(piece, bytes.size()));
+            for (const char byte : bytes.substr(0, piece)) has_[indexOf(byte)] = true;
+        }
+    }
+    void add(char byte) { has_[indexOf(byte)] = true; }
+    bool has(char byte) const { return has_[indexOf(byte)]; }
+    /// The first byte of `text` that is in the set, if `isIn`, or is not; or the end of the text.
+    std::size_t placeIn(std::string_view text, bool isIn) const {
+        std::size_t place = 0;
+        while (place < text.size() && has(text[place]) != isIn) ++place;
+        return place;
+    }
+
+private:
+    static std::size_t indexOf(char byte) { return static_cast<unsigned char>(byte); }
+
+    bool has_[256] = {};
+};
 
 /// The value of a hexadecimal digit; -1 for another byte.
 constexpr int hexValue(char byte) {

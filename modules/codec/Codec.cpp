@@ -92,7 +92,7 @@ bool isUnreserved(char byte) {
 
 FND::String toPercent(std::string_view text) {
     constexpr char digits[] = "0123456789ABCDEF";
-    Text made;
+    Text made(text.size());
     for (const char byte : text) {
         work(1);
         if (isUnreserved(byte)) {
@@ -107,7 +107,7 @@ FND::String toPercent(std::string_view text) {
 }
 
 FND::String fromPercent(std::string_view text, std::optional<bool> plusIsBlank) {
-    Text made;
+    Text made(text.size());
     for (std::size_t at = 0; at < text.size(); ++at) {
         work(1);
         if (text[at] == '+' && plusIsBlank.value_or(false)) {
@@ -140,7 +140,7 @@ void appendMapped(Text& made, std::string_view text, const Map& map) {
 }
 
 FND::String html(std::string_view text) {
-    Text made;
+    Text made(text.size());
     appendMapped(made, text, [](char byte) -> std::string_view {
         switch (byte) {
             case '&':
@@ -162,7 +162,7 @@ FND::String html(std::string_view text) {
 
 FND::String shellQuote(std::string_view text) {
     if (placeOfByte('\0', text) < text.size()) refuse("a shell takes no byte 0 as in", text);
-    Text made;
+    Text made(text.size());
     made.append('\'');
     appendMapped(made, text, [](char byte) -> std::string_view {
         return byte == '\'' ? "'\\''" : std::string_view();
@@ -172,10 +172,11 @@ FND::String shellQuote(std::string_view text) {
 }
 
 FND::String csvQuote(std::string_view text, std::optional<std::string_view> separator) {
-    const std::string special = std::string(separator.value_or(",")) + "\"\r\n";
+    ByteSet special(separator.value_or(","));
+    for (const char byte : {'"', '\r', '\n'}) special.add(byte);
     bool isQuoted = false;
     inPieces(text, [&](std::string_view piece) {
-        isQuoted = isQuoted || piece.find_first_of(special) != std::string_view::npos;
+        isQuoted = isQuoted || special.placeIn(piece, true) < piece.size();
     });
     Text made;
     if (isQuoted) made.append('"');

@@ -127,6 +127,8 @@ bool locate(Value& at, std::string_view path, Place& place) {
 }
 
 bool locate(Document& document, std::string_view path, Place& place) {
+    constexpr std::size_t longest = 64 * 1024;
+    if (path.size() > longest) refuse("path is longer than 64 KiB", long(path.size()));
     if (!path.empty()) return locate(document.root(), path, place);
     place.type = document.root().type().value_unsafe();
     const std::string_view text = document.text();
@@ -257,13 +259,14 @@ FND::String jsonRemove(std::string_view json, std::string_view path) {
     Place place;
     Text made;
     if (path.empty()) refuse("nothing is left of", json);
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos) refuse("a path begins with /, unlike", path);
-    std::string_view last = path.substr(slash);
-    const std::string name = cutName(last);
     std::size_t begin = 0;
     std::size_t end = 0;
-    if (locate(document, path.substr(0, slash), place)) {
+    if (locate(document, path, place)) {
+        const std::size_t slash = path.rfind('/');
+        std::string_view last = path.substr(slash);
+        const std::string name = cutName(last);
+        document.root().rewind();
+        locate(document, path.substr(0, slash), place);
         const auto offset = static_cast<std::size_t>(place.raw.data() - document.text().data());
         Document part(place.raw);
         const std::string_view text = part.text();

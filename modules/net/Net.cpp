@@ -126,13 +126,14 @@ FND::String cutQuoted(std::string_view& text) {
 long keyValues(std::string_view text, HashRef<FND::String> out,
                std::optional<std::string_view> separators) {
     checkLength(text);
-    const std::string_view ends = separators.value_or(" \t,;");
+    const ByteSet ends(separators.value_or(" \t,;"));
+    ByteSet endsOfName = ends;
+    endsOfName.add('=');
     out.clear();
     for (;;) {
-        text.remove_prefix(std::min(text.find_first_not_of(ends), text.size()));
+        text.remove_prefix(ends.placeIn(text, false));
         if (text.empty()) return static_cast<long>(out.size());
-        const std::string_view name =
-            text.substr(0, std::min(text.find_first_of(ends), text.find('=')));
+        const std::string_view name = text.substr(0, endsOfName.placeIn(text, true));
         text.remove_prefix(name.size());
         FND::String value;
         if (text.starts_with('=')) {
@@ -140,7 +141,7 @@ long keyValues(std::string_view text, HashRef<FND::String> out,
             if (text.starts_with('"')) {
                 value = cutQuoted(text);
             } else {
-                value = text.substr(0, text.find_first_of(ends));
+                value = text.substr(0, ends.placeIn(text, true));
                 text.remove_prefix(value.size());
             }
         }

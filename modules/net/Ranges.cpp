@@ -72,6 +72,8 @@ Number openBits(int bits, int length) {
 }
 
 std::optional<Range> rangeOf(std::string_view text) {
+    constexpr std::size_t longest = 64;
+    if (text.size() > longest) return std::nullopt;
     const std::size_t slash = std::min(text.find('/'), text.size());
     const std::optional<Address> address = addressOf(text.substr(0, slash));
     if (!address) return std::nullopt;

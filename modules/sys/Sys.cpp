@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds askIntervalS(100);
 
 void checkName(const FND::String& path) {
     work(callWorkS);
-    if (path.find('\0') != FND::String::npos) refuse("a name has no byte 0 as in", path);
+    if (placeOfByte('\0', path) < path.size()) refuse("a name has no byte 0 as in", path);
 }
 
 void log(Interpreter& interpreter, std::string_view severity, const FND::String& message) {

@@ -272,7 +272,7 @@ private:
     // `by` with the groups in the places of \0 to \9; any other byte after a backslash is itself.
     static void append(Text& made, std::string_view by, const Search& search) {
         while (!by.empty()) {
-            const std::size_t plain = std::min(by.find('\\'), by.size());
+            const std::size_t plain = placeOfByte('\\', by);
             made.append(by.substr(0, plain));
             by.remove_prefix(plain);
             if (by.size() < 2) {
@@ -301,7 +301,8 @@ constexpr ModuleFunction patternFunctionsS[] = {
      "than its characters with repetitions written out, are at most 16 Mi: such a search cannot be "
      "interrupted, and takes a tenth of a second at worst. Anything else is an error, and the "
      "result that of no match. `(?i)` at the start ignores case. A pattern that is not UTF-8 is "
-     "one of bytes.",
+     "one of bytes. Bytes of a text that have not the form of a character in UTF-8 fit no `.` and "
+     "no class.",
      R"re(text::matches("Order 17", "(?i)order \\d+"))re"},
     {"Bool captures(String text, String pattern, out String[] groups)", addFunctor<Captures>,
      Effect::None,

@@ -143,14 +143,11 @@ FND::String join(ArrayView<FND::String> parts, std::string_view separator) {
 
 template <bool atStart, bool atEnd>
 FND::String trim(std::string_view text, std::optional<std::string_view> set) {
-    const std::string_view dropped = set.value_or(" \t\r\n\v\f");
-    bool isDropped[256] = {};
-    for (const char byte : dropped) isDropped[static_cast<unsigned char>(byte)] = true;
+    const ByteSet dropped(set.value_or(" \t\r\n\v\f"));
     const auto drops = [&](char byte) {
         work(1);
-        return isDropped[static_cast<unsigned char>(byte)];
+        return dropped.has(byte);
     };
-    work(dropped.size());
     while (atStart && !text.empty() && drops(text.front())) text.remove_prefix(1);
     while (atEnd && !text.empty() && drops(text.back())) text.remove_suffix(1);
     Text made;
