@@ -59,43 +59,112 @@ void mergeSort(T* values, T* buffer, std::size_t count, const Less& less) {
     }
 }
 
-// Sorts by the keys, stably: by merging, or, when there are many, by one byte of them after another
-// from the last.
-void sortByKeys(Ranked* values, Ranked* buffer, std::size_t count) {
-    constexpr std::size_t many = 1024;
-    if (count < many) {
-        return mergeSort(values, buffer, count,
-                         [](const Ranked& a, const Ranked& b) { return a.key < b.key; });
-    }
-    constexpr int bits = 8;
-    constexpr std::size_t bytes = sizeof(std::uint64_t);
-    constexpr std::size_t mask = (1U << bits) - 1;
-    std::array<std::array<std::uint32_t, mask + 1>, bytes> counts{};
+// Sorts by the lowest `bits` of the keys, stably, by one digit of so many bits after another.
+template <int digit>
+void sortByDigits(Ranked* values, Ranked* buffer, std::size_t count, int bits) {
+    constexpr std::size_t size = std::size_t{1} << digit;
+    constexpr std::size_t piece = 1024;
+    const auto digits = static_cast<std::size_t>((bits + digit - 1) / digit);
+    List<std::uint32_t> counts;
+    counts.extend(digits * size);
     for (std::size_t i = 0; i < count; ++i) {
-        for (std::size_t byte = 0; byte < bytes; ++byte) {
-            ++counts[byte][values[i].key >> (bits * byte) & mask];
+        std::uint64_t key = values[i].key;
+        for (std::size_t at = 0; at < digits * size; at += size, key >>= digit) {
+            ++counts[at + key % size];
         }
-        if (i % many == many - 1) work(many * 8);
+        if (i % piece == piece - 1) work(piece * 8);
     }
     Ranked* from = values;
     Ranked* into = buffer;
-    for (std::size_t byte = 0; byte < bytes; ++byte) {
-        auto& places = counts[byte];
-        if (places[from[0].key >> (bits * byte) & mask] == count) continue;
+    for (std::size_t k = 0; k < digits; ++k) {
+        const auto digitOf = [shift = k * digit](const Ranked& entry) {
+            return (entry.key >> shift) % size;
+        };
+        std::uint32_t* const places = &counts[k * size];
+        if (places[digitOf(from[0])] == count) continue;
         std::uint32_t place = 0;
-        for (std::uint32_t& start : places) place += std::exchange(start, place);
+        for (std::size_t i = 0; i < size; ++i) place += std::exchange(places[i], place);
+        work(size);
         for (std::size_t i = 0; i < count; ++i) {
-            into[places[from[i].key >> (bits * byte) & mask]++] = from[i];
-            if (i % many == many - 1) work(many * 8);
+            into[places[digitOf(from[i])]++] = from[i];
+            if (i % piece == piece - 1) work(piece * 8);
         }
         std::swap(from, into);
     }
     if (from == values) return;
     for (std::size_t i = 0; i < count; ++i) {
         values[i] = from[i];
-        if (i % many == many - 1) work(many);
+        if (i % piece == piece - 1) work(piece);
     }
 }
+
+// Sorts by the keys, stably; they differ in their lowest `bits` only.
+void sortByKeys(Ranked* values, Ranked* buffer, std::size_t count, int bits) {
+    constexpr std::size_t many = 1024;
+    constexpr std::size_t veryMany = 64 * 1024;
+    if (count < many) {
+        mergeSort(values, buffer, count,
+                  [](const Ranked& a, const Ranked& b) { return a.key < b.key; });
+    } else if (count < veryMany) {
+        sortByDigits<8>(values, buffer, count, bits);
+    } else {
+        sortByDigits<13>(values, buffer, count, bits);
+    }
+}
+
+/// Makes numbers of several words, the highest first, keys of one: of each byte it takes the bits
+/// from the first to the last in which the numbers differ, as long as they fit.
+template <std::size_t words>
+class Packing {
+public:
+    using Number = std::array<std::uint64_t, words>;
+
+    /// Called with each number, and then `finish`.
+    void see(const Number& number) {
+        if (!std::exchange(isBegun_, true)) first_ = number;
+        for (std::size_t i = 0; i < words; ++i) differing_[i] |= number[i] ^ first_[i];
+    }
+    void finish() {
+        for (; bytes_ < words * wordBytesCM; ++bytes_) {
+            const std::size_t word = bytes_ / wordBytesCM;
+            const auto shift = static_cast<int>(8 * (wordBytesCM - 1 - bytes_ % wordBytesCM));
+            const auto bits = static_cast<unsigned>(differing_[word] >> shift & 255);
+            const int low = bits != 0 ? std::countr_zero(bits) : 0;
+            const int width = static_cast<int>(std::bit_width(bits)) - low;
+            if (bits_ + width > 64) return;
+            bits_ += width;
+            if (width > 0) fields_[count_++] = {word, shift + low, width};
+        }
+    }
+
+    std::uint64_t keyOf(const Number& number) const {
+        std::uint64_t key = 0;
+        for (std::size_t i = 0; i < count_; ++i) {
+            const Field& field = fields_[i];
+            const std::uint64_t mask = (std::uint64_t{1} << field.width) - 1;
+            key = key << field.width | (number[field.word] >> field.shift & mask);
+        }
+        return key;
+    }
+    int bits() const { return bits_; }            ///< of the keys
+    std::size_t bytes() const { return bytes_; }  ///< of the numbers that the keys tell apart
+
+private:
+    static constexpr std::size_t wordBytesCM = sizeof(std::uint64_t);
+    struct Field {
+        std::size_t word;
+        int shift;
+        int width;
+    };
+
+    bool isBegun_ = false;
+    Number first_{};
+    Number differing_{};
+    std::array<Field, words * wordBytesCM> fields_{};
+    std::size_t count_ = 0;
+    std::size_t bytes_ = 0;
+    int bits_ = 0;
+};
 
 /// How many elements ahead memory is asked for.
 constexpr std::size_t aheadS = 16;
@@ -143,17 +212,20 @@ public:
         if (all.size() > most) refuse("more elements than 2^32", static_cast<long>(all.size()));
         if (all.size() == 0) return;
         entries_.room(all.size());
-        if constexpr (isText) prefix_ = commonPrefix(all);
+        const std::size_t prefix = prefixOf(all);
+        Packing<isText ? 3 : 1> packing;
+        forEach(all, [&](const T& value) { packing.see(numberOf(value, prefix)); });
+        packing.finish();
         if constexpr (isRefined) elements_.room(all.size());
         std::uint32_t index = 0;
         forEach(all, [&](const T& value) {
             if constexpr (isRefined) elements_.push_back(value);
-            entries_.push_back({turned(keyFor(value, prefix_)), index++});
+            entries_.push_back({turned(packing.keyOf(numberOf(value, prefix))), index++});
         });
         const Charge charge(entries_.size() * sizeof(Ranked));
         const auto buffer = std::make_unique_for_overwrite<Ranked[]>(entries_.size());
         buffer_ = buffer.get();
-        sort(entries_.data(), entries_.size(), prefix_, 0);
+        sort(entries_.data(), entries_.size(), packing.bits(), prefix + packing.bytes(), 0);
     }
 
     std::size_t size() const { return entries_.size(); }
@@ -169,18 +241,27 @@ private:
     static constexpr std::size_t fewCM = 8;
     static constexpr int deepestCM = 8;
 
-    static std::uint64_t keyFor(const T& value, [[maybe_unused]] std::size_t skip) {
+    static std::size_t prefixOf([[maybe_unused]] ArrayView<T> all) {
         if constexpr (isText) {
-            return keyOf(value, skip);
+            return commonPrefix(all);
         } else {
-            return keyOf(value);
+            return 0;
+        }
+    }
+    // The first bytes of a text after `skip`, or the key of another value.
+    static auto numberOf(const T& value, [[maybe_unused]] std::size_t skip) {
+        if constexpr (isText) {
+            return std::array{keyOf(value, skip), keyOf(value, skip + 8), keyOf(value, skip + 16)};
+        } else {
+            return std::array{keyOf(value)};
         }
     }
     std::uint64_t turned(std::uint64_t key) const { return descends_ ? ~key : key; }
 
-    // `entries` have the keys of their elements; the first `skip` bytes of texts are equal.
-    void sort(Ranked* entries, std::size_t count, std::size_t skip, int depth) {
-        sortByKeys(entries, buffer_, count);
+    // `entries` have the keys of their elements, which differ in so many bits. Texts with the same
+    // key have the same first `skip` bytes.
+    void sort(Ranked* entries, std::size_t count, int bits, std::size_t skip, int depth) {
+        sortByKeys(entries, buffer_, count, bits);
         if constexpr (isRefined) {
             for (std::size_t begin = 0; begin < count;) {
                 std::size_t end = begin + 1;
@@ -202,12 +283,12 @@ private:
                     // The texts lie all over the memory: it is told early which ones are next.
                     const Ranked* const later = entries + i + aheadS;
                     if (later < entries_.data() + entries_.size()) {
-                        __builtin_prefetch(elements_[later->index].data() + skip + next);
+                        __builtin_prefetch(elements_[later->index].data() + skip);
                     }
-                    entries[i].key = turned(keyOf(elements_[entries[i].index], skip + next));
+                    entries[i].key = turned(keyOf(elements_[entries[i].index], skip));
                     if (i % 1024 == 1023) work(1024 * 16);
                 }
-                return sort(entries, count, skip + next, depth + 1);
+                return sort(entries, count, 64, skip + next, depth + 1);
             }
         }
         mergeSort(entries, buffer_, count, [this](const Ranked& a, const Ranked& b) {
@@ -217,7 +298,6 @@ private:
     }
 
     const bool descends_;
-    std::size_t prefix_ = 0;
     List<Ranked> entries_;
     List<Kept> elements_;
     Ranked* buffer_ = nullptr;
