@@ -66,7 +66,7 @@ public:
         if constexpr (std::is_same_v<T, FND::String>) {
             if (value.size() >= sizeof(FND::String) / 2) texts_.add(value.size() + 24);
         }
-        this->add(value);
+        this->add(copyOf(value));
     }
 
 private:
@@ -171,7 +171,7 @@ struct Extreme {
         forEach(all, [&](const T& value) {
             if (best == nullptr || compare(value, *best) * sign > 0) best = &value;
         });
-        return best != nullptr ? *best : T();
+        return best != nullptr ? copyOf(*best) : T();
     }
 };
 

@@ -40,6 +40,17 @@ inline int compare(const FND::String& a, const FND::String& b) {
     return compare(std::string_view(a), std::string_view(b));
 }
 
+/// A copy; a long text is copied in pieces.
+inline FND::String copyOf(const FND::String& text) {
+    Text made;
+    made.append(text);
+    return made.take();
+}
+template <class T>
+T copyOf(const T& value) {
+    return value;
+}
+
 /// Calls `use(value)` for each element, counted as work.
 template <class T, class Use>
 void forEach(ArrayView<T> all, const Use& use) {
