@@ -173,11 +173,15 @@ public:
             run_ = parts_.change(count_);
             at_ = 0;
         }
-        if (at_ < run_.count && part.size() <= run_[at_].capacity()) {
+        if (part.size() <= longCM && at_ < run_.count && part.size() <= run_[at_].capacity()) {
             run_[at_].assign(part);
-        } else {
+        } else if (part.size() <= longCM) {
             value_.assign(part);
             if (!parts_.set(count_, value_)) return;
+        } else {
+            Text made;
+            made.append(part);
+            if (!parts_.set(count_, made.take())) return;
         }
         if (at_ < run_.count) ++at_;
         ++count_;
@@ -191,6 +195,7 @@ public:
 
 private:
     static constexpr std::size_t manyCM = 4096;
+    static constexpr std::size_t longCM = 64 * 1024;
 
     ArrayRef<FND::String> parts_;
     SCR::Host::Run<FND::String> run_;  // of elements that exist
