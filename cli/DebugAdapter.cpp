@@ -17,7 +17,7 @@
 namespace Cli {
 namespace {
 
-using Kind = Debugger::Breakpoint::Kind;
+using BreakKind = Debugger::Breakpoint::Kind;
 using Resume = Debugger::Resume;
 using Author::Json;
 
@@ -294,7 +294,7 @@ Json DebugAdapter::launch(const Json& arguments) {
     if (valueOf(arguments, "stopOnEntry", false)) debugger_.stopOnEntry();
     if (const auto record = valueOf<std::int64_t>(arguments, "record", 0); record > 0) {
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = Kind::Record;
+        breakpoint.kind = BreakKind::Record;
         breakpoint.number = record;
         debugger_.add(std::move(breakpoint));
     }
@@ -372,7 +372,7 @@ Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Json& given) {
 Json DebugAdapter::setBreakpoints(const Json& arguments) {
     const std::string path = arguments.at("source").at("path");
     debugger_.removeIf([&](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == Kind::Line && breakpoint.path == path;
+        return breakpoint.kind == BreakKind::Line && breakpoint.path == path;
     });
     Json set = Json::array();
     for (const Json& given : valueOf(arguments, "breakpoints", Json::array())) {
@@ -385,12 +385,13 @@ Json DebugAdapter::setBreakpoints(const Json& arguments) {
 }
 
 Json DebugAdapter::setFunctionBreakpoints(const Json& arguments) {
-    debugger_.removeIf(
-        [](const Debugger::Breakpoint& breakpoint) { return breakpoint.kind == Kind::Function; });
+    debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
+        return breakpoint.kind == BreakKind::Function;
+    });
     Json set = Json::array();
     for (const Json& given : arguments.at("breakpoints")) {
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = Kind::Function;
+        breakpoint.kind = BreakKind::Function;
         breakpoint.name = given.at("name");
         set.push_back(add(std::move(breakpoint), given));
     }
@@ -399,12 +400,12 @@ Json DebugAdapter::setFunctionBreakpoints(const Json& arguments) {
 
 Json DebugAdapter::setExceptionBreakpoints(const Json& arguments) {
     debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == Kind::Message || breakpoint.kind == Kind::Reject;
+        return breakpoint.kind == BreakKind::Message || breakpoint.kind == BreakKind::Reject;
     });
     for (const Json& filter : arguments.at("filters")) {
         if (filter != "message" && filter != "reject") continue;
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = filter == "message" ? Kind::Message : Kind::Reject;
+        breakpoint.kind = filter == "message" ? BreakKind::Message : BreakKind::Reject;
         debugger_.add(std::move(breakpoint));
     }
     return Json::object();
@@ -424,12 +425,13 @@ Json DebugAdapter::dataBreakpointInfo(const Json& arguments) {
 }
 
 Json DebugAdapter::setDataBreakpoints(const Json& arguments) {
-    debugger_.removeIf(
-        [](const Debugger::Breakpoint& breakpoint) { return breakpoint.kind == Kind::Change; });
+    debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
+        return breakpoint.kind == BreakKind::Change;
+    });
     Json set = Json::array();
     for (const Json& given : arguments.at("breakpoints")) {
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = Kind::Change;
+        breakpoint.kind = BreakKind::Change;
         breakpoint.name = given.at("dataId");
         set.push_back(add(std::move(breakpoint), Json::object()));
     }

@@ -12,7 +12,7 @@
 namespace Cli {
 namespace {
 
-using Kind = Debugger::Breakpoint::Kind;
+using BreakKind = Debugger::Breakpoint::Kind;
 using Resume = Debugger::Resume;
 
 constexpr const char* helpS =
@@ -59,19 +59,19 @@ std::string stripped(std::string_view text) {
 std::string placeOf(const Debugger::Breakpoint& breakpoint) {
     std::string text;
     switch (breakpoint.kind) {
-        case Kind::Message:
+        case BreakKind::Message:
             return "a message";
-        case Kind::Reject:
+        case BreakKind::Reject:
             return "a rejected record";
-        case Kind::Record:
+        case BreakKind::Record:
             return "record " + std::to_string(breakpoint.number);
-        case Kind::Change:
+        case BreakKind::Change:
             return "a change of " + breakpoint.name;
-        case Kind::Function:
+        case BreakKind::Function:
             text = breakpoint.name;
             if (breakpoint.line > 0) text += ", line " + std::to_string(breakpoint.line);
             break;
-        case Kind::Line:
+        case BreakKind::Line:
             text = breakpoint.path.empty() ? "line " : fileNameOf(breakpoint.path) + ':';
             text += std::to_string(breakpoint.line);
             break;
@@ -180,7 +180,7 @@ std::optional<Resume> DebugConsole::perform(const std::string& line) {
         if (rest.empty()) {
             say("w NAME: the variable is missing");
         } else {
-            addBreakpoint(Kind::Change, rest);
+            addBreakpoint(BreakKind::Change, rest);
         }
     } else if (word == "r" || word == "record") {
         const auto number = numberIn(rest);
@@ -189,7 +189,7 @@ std::optional<Resume> DebugConsole::perform(const std::string& line) {
             return std::nullopt;
         }
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = Kind::Record;
+        breakpoint.kind = BreakKind::Record;
         breakpoint.number = *number;
         debugger_.add(std::move(breakpoint));
         return Resume::Go;
@@ -221,7 +221,7 @@ std::optional<Resume> DebugConsole::perform(const std::string& line) {
     return std::nullopt;
 }
 
-void DebugConsole::addBreakpoint(Kind kind, const std::string& name) {
+void DebugConsole::addBreakpoint(BreakKind kind, const std::string& name) {
     Debugger::Breakpoint breakpoint;
     breakpoint.kind = kind;
     breakpoint.name = name;
@@ -238,7 +238,7 @@ void DebugConsole::addBreakpoint(std::string text) {
         return;
     }
     if (text == "message" || text == "reject") {
-        return addBreakpoint(text == "message" ? Kind::Message : Kind::Reject);
+        return addBreakpoint(text == "message" ? BreakKind::Message : BreakKind::Reject);
     }
     Debugger::Breakpoint breakpoint;
     const std::size_t condition = text.find(" if ");
@@ -256,7 +256,7 @@ void DebugConsole::addBreakpoint(std::string text) {
     const std::size_t colon = text.rfind(':');
     const auto line = numberIn(colon == std::string::npos ? text : text.substr(colon + 1));
     if (!line) {
-        breakpoint.kind = Kind::Function;
+        breakpoint.kind = BreakKind::Function;
         breakpoint.name = text;
     } else {
         breakpoint.line = static_cast<int>(std::min<std::int64_t>(*line, INT32_MAX));

@@ -36,25 +36,23 @@ public:
         virtual bool acknowledge() = 0;
     };
 
-    explicit MessageStream(Source source);
-    ~MessageStream();
+    /// Loads the client's library, which takes longer to load than most scripts to run, connects
+    /// and finds the stream. Null, with a reason in `error`, when one of them fails.
+    static std::unique_ptr<MessageStream> open(const Source& source, std::string& error);
+
+    MessageStream() = default;
     MessageStream(const MessageStream&) = delete;
     MessageStream& operator=(const MessageStream&) = delete;
+    virtual ~MessageStream() = default;
 
-    /// Connects and finds the stream; false, with a reason in `error`.
-    bool open();
     /// The next message, after a wait of up to half a second; null when none came.
-    std::unique_ptr<Message> next();
+    virtual std::unique_ptr<Message> next() = 0;
     /// Whether all messages of the stream were acknowledged; false when the server does not answer.
-    bool isDone();
-    const std::string& error() const { return error_; }
-
-private:
-    struct Connection;
-
-    const Source source_;
-    std::unique_ptr<Connection> connection_;
-    std::string error_;
+    virtual bool isDone() = 0;
 };
+
+/// What the library has under the name `openNatsStreamS`: as `MessageStream::open`.
+using OpenStream = MessageStream* (*)(const MessageStream::Source& source, std::string& error);
+inline constexpr const char* openNatsStreamS = "kestrel_open_nats_stream";
 
 }  // namespace Cli

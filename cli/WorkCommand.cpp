@@ -163,13 +163,14 @@ ExitStatus work(const WorkOptions& options) {
         options.records.script(options.file, options.script.mostBytes());
     if (!text) return ExitStatus::Usage;
     catchSignals();
-    MessageStream stream(options.source);
-    if (!stream.open()) {
-        report(stream.error());
+    std::string error;
+    const std::unique_ptr<MessageStream> stream = MessageStream::open(options.source, error);
+    if (stream == nullptr) {
+        report(error);
         return ExitStatus::TryAgain;
     }
     options.records.removeLeftovers();
-    return StreamWork(options, stream, *text).run();
+    return StreamWork(options, *stream, *text).run();
 }
 
 }  // namespace

@@ -25,6 +25,9 @@ if(TARGET kestrel_cli)
     file(RELATIVE_PATH kestrel_lib_from_bin /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
     set_target_properties(kestrel_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${kestrel_lib_from_bin}")
     install(TARGETS kestrel_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT command)
+    if(TARGET kestrel_nats)
+        install(TARGETS kestrel_nats LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT command)
+    endif()
 endif()
 
 # The texts refer to each other as they do in the source.
