@@ -17,10 +17,6 @@
 namespace Cli {
 namespace {
 
-using BreakKind = Debugger::Breakpoint::Kind;
-using Resume = Debugger::Resume;
-using Author::Json;
-
 /// Why a request cannot be answered.
 struct Refusal {
     std::string reason;
@@ -29,12 +25,12 @@ struct Refusal {
 constexpr int threadS = 1;
 
 template <class Type>
-Type valueOf(const Json& json, const char* key, Type otherwise) {
+Type valueOf(const Author::Json& json, const char* key, Type otherwise) {
     const auto found = json.find(key);
     return found != json.end() && !found->is_null() ? found->get<Type>() : otherwise;
 }
 
-Json sourceOf(const std::string& path) {
+Author::Json sourceOf(const std::string& path) {
     std::error_code error;
     const std::string full = std::filesystem::absolute(path, error).lexically_normal().string();
     return {{"name", path.substr(path.rfind('/') + 1)}, {"path", error ? path : full}};
@@ -148,22 +144,22 @@ ExitStatus DebugAdapter::run() {
 
 void DebugAdapter::finish() {
     debugger_.end();
-    resume(Resume::End);
+    resume(Debugger::Resume::End);
     if (script_.joinable()) script_.join();
     flushOutput(false);
 }
 
-void DebugAdapter::send(Json message) {
+void DebugAdapter::send(Author::Json message) {
     const std::lock_guard lock(outputMutex_);
     message["seq"] = ++lastSent_;
     connection_.send(message);
 }
 
-void DebugAdapter::event(const char* name, Json body) {
+void DebugAdapter::event(const char* name, Author::Json body) {
     send({{"type", "event"}, {"event", name}, {"body", std::move(body)}});
 }
 
-void DebugAdapter::answer(const Json& request, Json body) {
+void DebugAdapter::answer(const Author::Json& request, Author::Json body) {
     send({{"type", "response"},
           {"request_seq", request["seq"]},
           {"command", request["command"]},
@@ -171,7 +167,7 @@ void DebugAdapter::answer(const Json& request, Json body) {
           {"body", std::move(body)}});
 }
 
-void DebugAdapter::refuse(const Json& request, const std::string& reason) {
+void DebugAdapter::refuse(const Author::Json& request, const std::string& reason) {
     send({{"type", "response"},
           {"request_seq", valueOf<std::int64_t>(request, "seq", 0)},
           {"command", valueOf<std::string>(request, "command", "")},
@@ -185,7 +181,7 @@ void DebugAdapter::refuse(const Json& request, const std::string& reason) {
               {"variables", {{"_reason", reason}}}}}}}});
 }
 
-void DebugAdapter::handle(const Json& message) {
+void DebugAdapter::handle(const Author::Json& message) {
     const bool isRequest = message.is_object() && message.contains("seq") &&
                            message["seq"].is_number_integer() && message.contains("command") &&
                            message["command"].is_string();
@@ -194,12 +190,12 @@ void DebugAdapter::handle(const Json& message) {
                      {{"category", "important"}, {"output", "kestrel: a message is no request\n"}});
     }
     const std::string command = message["command"];
-    const Json arguments = message.value("arguments", Json::object());
+    const Author::Json arguments = message.value("arguments", Author::Json::object());
     if (command == "disconnect") {
         isOver_ = true;
         debugger_.end();
-        resume(Resume::End);
-        return answer(message, Json::object());
+        resume(Debugger::Resume::End);
+        return answer(message, Author::Json::object());
     }
     if (!isInitialized_ && command != "initialize") return refuse(message, "not initialized yet");
     const auto now = immediate().find(command);
@@ -212,7 +208,7 @@ void DebugAdapter::handle(const Json& message) {
         answer(message, (this->*now->second)(arguments));
     } catch (const Refusal& refusal) {
         return refuse(message, refusal.reason);
-    } catch (const Json::exception&) {
+    } catch (const Author::Json::exception&) {
         return refuse(message, "wrong arguments");
     }
     if (command == "initialize") event("initialized");
@@ -225,15 +221,15 @@ void DebugAdapter::handle(const Json& message) {
     if (command == "launch" || command == "configurationDone") startIfReady();
 }
 
-void DebugAdapter::hand(const Json& request, Method method) {
+void DebugAdapter::hand(const Author::Json& request, Method method) {
     const std::lock_guard lock(mutex_);
     if (!isStopped_) return refuse(request, "the script is not stopped");
     tasks_.push_back({[this, request, method] {
         try {
-            answer(request, (this->*method)(request.value("arguments", Json::object())));
+            answer(request, (this->*method)(request.value("arguments", Author::Json::object())));
         } catch (const Refusal& refusal) {
             refuse(request, refusal.reason);
-        } catch (const Json::exception&) {
+        } catch (const Author::Json::exception&) {
             refuse(request, "wrong arguments");
         }
     }});
@@ -251,7 +247,7 @@ void DebugAdapter::performTask(std::unique_lock<std::mutex>& lock) {
     isPerforming_ = false;
 }
 
-Json DebugAdapter::initialize(const Json& /*arguments*/) {
+Author::Json DebugAdapter::initialize(const Author::Json& /*arguments*/) {
     if (isInitialized_) throw Refusal{"it is initialized already"};
     isInitialized_ = true;
     return {{"supportsConfigurationDoneRequest", true},
@@ -270,7 +266,7 @@ Json DebugAdapter::initialize(const Json& /*arguments*/) {
 }
 
 // {"program": FILE, "args": [...], "cwd": FOLDER, "stopOnEntry": Bool, "record": N}
-Json DebugAdapter::launch(const Json& arguments) {
+Author::Json DebugAdapter::launch(const Author::Json& arguments) {
     if (isLaunched_) throw Refusal{"the script is launched already"};
     const std::string folder = valueOf<std::string>(arguments, "cwd", "");
     if (!folder.empty() && chdir(folder.c_str()) != 0) throw Refusal{folder + ": no such folder"};
@@ -294,17 +290,17 @@ Json DebugAdapter::launch(const Json& arguments) {
     if (valueOf(arguments, "stopOnEntry", false)) debugger_.stopOnEntry();
     if (const auto record = valueOf<std::int64_t>(arguments, "record", 0); record > 0) {
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = BreakKind::Record;
+        breakpoint.kind = Debugger::Breakpoint::Kind::Record;
         breakpoint.number = record;
         debugger_.add(std::move(breakpoint));
     }
     isLaunched_ = true;
-    return Json::object();
+    return Author::Json::object();
 }
 
-Json DebugAdapter::configurationDone(const Json& /*arguments*/) {
+Author::Json DebugAdapter::configurationDone(const Author::Json& /*arguments*/) {
     isConfigured_ = true;
-    return Json::object();
+    return Author::Json::object();
 }
 
 void DebugAdapter::startIfReady() {
@@ -321,41 +317,41 @@ void DebugAdapter::runScript() {
     event("terminated");
 }
 
-Json DebugAdapter::threads(const Json& /*arguments*/) {
-    return {{"threads", Json::array({{{"id", threadS}, {"name", "script"}}})}};
+Author::Json DebugAdapter::threads(const Author::Json& /*arguments*/) {
+    return {{"threads", Author::Json::array({{{"id", threadS}, {"name", "script"}}})}};
 }
 
 // Of a script that is stopped, ends the evaluations that are asked for.
-Json DebugAdapter::pause(const Json& /*arguments*/) {
+Author::Json DebugAdapter::pause(const Author::Json& /*arguments*/) {
     const std::lock_guard lock(mutex_);
     if (!isStopped_ || resume_) {
         debugger_.pause();
-        return Json::object();
+        return Author::Json::object();
     }
     for (Task& task : tasks_) task.isCancelled = true;
     if (isPerforming_) debugger_.cancel();
-    return Json::object();
+    return Author::Json::object();
 }
 
-Json DebugAdapter::terminate(const Json& /*arguments*/) {
+Author::Json DebugAdapter::terminate(const Author::Json& /*arguments*/) {
     debugger_.end();
-    resume(Resume::End);
-    return Json::object();
+    resume(Debugger::Resume::End);
+    return Author::Json::object();
 }
 
-Json DebugAdapter::source(const Json& /*arguments*/) {
+Author::Json DebugAdapter::source(const Author::Json& /*arguments*/) {
     throw Refusal{"the text is where its path says"};
 }
 
-Json DebugAdapter::describe(const Debugger::Breakpoint& breakpoint) {
-    Json json = {{"id", breakpoint.id}, {"verified", breakpoint.isPlaced}};
+Author::Json DebugAdapter::describe(const Debugger::Breakpoint& breakpoint) {
+    Author::Json json = {{"id", breakpoint.id}, {"verified", breakpoint.isPlaced}};
     if (breakpoint.line > 0) json["line"] = breakpoint.line;
     if (!breakpoint.fault.empty()) json["message"] = breakpoint.fault;
     return json;
 }
 
 // `hitCondition` is the number of a record or, without records, of the hits.
-Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Json& given) {
+Author::Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Author::Json& given) {
     breakpoint.condition = valueOf<std::string>(given, "condition", "");
     std::string number = valueOf<std::string>(given, "hitCondition", "");
     std::erase_if(number, [](char byte) { return byte == ' ' || byte == '='; });
@@ -369,13 +365,13 @@ Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Json& given) {
     return describe(breakpoint);
 }
 
-Json DebugAdapter::setBreakpoints(const Json& arguments) {
+Author::Json DebugAdapter::setBreakpoints(const Author::Json& arguments) {
     const std::string path = arguments.at("source").at("path");
     debugger_.removeIf([&](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == BreakKind::Line && breakpoint.path == path;
+        return breakpoint.kind == Debugger::Breakpoint::Kind::Line && breakpoint.path == path;
     });
-    Json set = Json::array();
-    for (const Json& given : valueOf(arguments, "breakpoints", Json::array())) {
+    Author::Json set = Author::Json::array();
+    for (const Author::Json& given : valueOf(arguments, "breakpoints", Author::Json::array())) {
         Debugger::Breakpoint breakpoint;
         breakpoint.path = path;
         breakpoint.line = given.at("line");
@@ -384,34 +380,36 @@ Json DebugAdapter::setBreakpoints(const Json& arguments) {
     return {{"breakpoints", set}};
 }
 
-Json DebugAdapter::setFunctionBreakpoints(const Json& arguments) {
+Author::Json DebugAdapter::setFunctionBreakpoints(const Author::Json& arguments) {
     debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == BreakKind::Function;
+        return breakpoint.kind == Debugger::Breakpoint::Kind::Function;
     });
-    Json set = Json::array();
-    for (const Json& given : arguments.at("breakpoints")) {
+    Author::Json set = Author::Json::array();
+    for (const Author::Json& given : arguments.at("breakpoints")) {
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = BreakKind::Function;
+        breakpoint.kind = Debugger::Breakpoint::Kind::Function;
         breakpoint.name = given.at("name");
         set.push_back(add(std::move(breakpoint), given));
     }
     return {{"breakpoints", set}};
 }
 
-Json DebugAdapter::setExceptionBreakpoints(const Json& arguments) {
+Author::Json DebugAdapter::setExceptionBreakpoints(const Author::Json& arguments) {
     debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == BreakKind::Message || breakpoint.kind == BreakKind::Reject;
+        return breakpoint.kind == Debugger::Breakpoint::Kind::Message ||
+               breakpoint.kind == Debugger::Breakpoint::Kind::Reject;
     });
-    for (const Json& filter : arguments.at("filters")) {
+    for (const Author::Json& filter : arguments.at("filters")) {
         if (filter != "message" && filter != "reject") continue;
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = filter == "message" ? BreakKind::Message : BreakKind::Reject;
+        breakpoint.kind = filter == "message" ? Debugger::Breakpoint::Kind::Message
+                                              : Debugger::Breakpoint::Kind::Reject;
         debugger_.add(std::move(breakpoint));
     }
-    return Json::object();
+    return Author::Json::object();
 }
 
-Json DebugAdapter::dataBreakpointInfo(const Json& arguments) {
+Author::Json DebugAdapter::dataBreakpointInfo(const Author::Json& arguments) {
     const std::string name = arguments.at("name");
     bool isKnown = false;
     for (std::size_t frame = 0; frame < debugger_.frames().size() && !isKnown; ++frame) {
@@ -424,16 +422,16 @@ Json DebugAdapter::dataBreakpointInfo(const Json& arguments) {
     return {{"dataId", name}, {"description", name}, {"accessTypes", {"write"}}};
 }
 
-Json DebugAdapter::setDataBreakpoints(const Json& arguments) {
+Author::Json DebugAdapter::setDataBreakpoints(const Author::Json& arguments) {
     debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == BreakKind::Change;
+        return breakpoint.kind == Debugger::Breakpoint::Kind::Change;
     });
-    Json set = Json::array();
-    for (const Json& given : arguments.at("breakpoints")) {
+    Author::Json set = Author::Json::array();
+    for (const Author::Json& given : arguments.at("breakpoints")) {
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = BreakKind::Change;
+        breakpoint.kind = Debugger::Breakpoint::Kind::Change;
         breakpoint.name = given.at("dataId");
-        set.push_back(add(std::move(breakpoint), Json::object()));
+        set.push_back(add(std::move(breakpoint), Author::Json::object()));
     }
     return {{"breakpoints", set}};
 }
@@ -450,11 +448,11 @@ void DebugAdapter::print(std::string_view text) {
     event("output", {{"category", "stdout"}, {"output", text}});
 }
 
-Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
+Debugger::Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
     using Reason = Debugger::Reason;
     std::unique_lock lock(mutex_);
     // The client may have left meanwhile.
-    if (resume_ == Resume::End) return Resume::End;
+    if (resume_ == Debugger::Resume::End) return Debugger::Resume::End;
     resume_.reset();
     isStopped_ = true;
     references_.clear();
@@ -465,7 +463,7 @@ Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
                                : stop.reason == Reason::Message ? "exception"
                                : stop.reason == Reason::Reject  ? "exception"
                                                                 : "breakpoint";
-    Json body = {{"reason", reason}, {"threadId", threadS}, {"allThreadsStopped", true}};
+    Author::Json body = {{"reason", reason}, {"threadId", threadS}, {"allThreadsStopped", true}};
     if (stop.breakpoint != 0) body["hitBreakpointIds"] = {stop.breakpoint};
     if (stop.reason == Reason::Reject) body["description"] = "Rejects the record";
     if (stop.reason == Reason::Message) body["description"] = "Message";
@@ -479,50 +477,50 @@ Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
         }
     }
     isStopped_ = false;
-    const Resume how = *resume_;
-    if (how != Resume::End) resume_.reset();
+    const Debugger::Resume how = *resume_;
+    if (how != Debugger::Resume::End) resume_.reset();
     // What was asked before the script goes on is answered.
     while (!tasks_.empty()) performTask(lock);
     return how;
 }
 
-void DebugAdapter::resume(Resume how) {
+void DebugAdapter::resume(Debugger::Resume how) {
     const std::lock_guard lock(mutex_);
     resume_ = how;
-    if (how == Resume::End) {
+    if (how == Debugger::Resume::End) {
         for (Task& task : tasks_) task.isCancelled = true;
         if (isPerforming_) debugger_.cancel();
     }
     changed_.notify_all();
 }
 
-Json DebugAdapter::goOn(const Json& /*arguments*/) {
-    resume(Resume::Go);
+Author::Json DebugAdapter::goOn(const Author::Json& /*arguments*/) {
+    resume(Debugger::Resume::Go);
     return {{"allThreadsContinued", true}};
 }
 
-Json DebugAdapter::next(const Json& /*arguments*/) {
-    resume(Resume::Over);
-    return Json::object();
+Author::Json DebugAdapter::next(const Author::Json& /*arguments*/) {
+    resume(Debugger::Resume::Over);
+    return Author::Json::object();
 }
 
-Json DebugAdapter::stepIn(const Json& /*arguments*/) {
-    resume(Resume::Into);
-    return Json::object();
+Author::Json DebugAdapter::stepIn(const Author::Json& /*arguments*/) {
+    resume(Debugger::Resume::Into);
+    return Author::Json::object();
 }
 
-Json DebugAdapter::stepOut(const Json& /*arguments*/) {
-    resume(Resume::Out);
-    return Json::object();
+Author::Json DebugAdapter::stepOut(const Author::Json& /*arguments*/) {
+    resume(Debugger::Resume::Out);
+    return Author::Json::object();
 }
 
-Json DebugAdapter::stackTrace(const Json& arguments) {
+Author::Json DebugAdapter::stackTrace(const Author::Json& arguments) {
     const std::vector<Debugger::Frame> frames = debugger_.frames();
     const auto first = std::min(valueOf<std::size_t>(arguments, "startFrame", 0), frames.size());
     const auto levels = valueOf<std::size_t>(arguments, "levels", 0);
     const std::size_t last =
         levels == 0 ? frames.size() : first + std::min(levels, frames.size() - first);
-    Json list = Json::array();
+    Author::Json list = Author::Json::array();
     for (std::size_t i = first; i < last; ++i) {
         const Debugger::Frame& frame = frames[i];
         std::string name = frame.function.empty() ? "the script" : frame.function;
@@ -545,7 +543,7 @@ int DebugAdapter::referenceTo(Reference::Kind kind, Debugger::Path path) {
 
 namespace {
 
-std::size_t frameIn(const Json& arguments, const Debugger& debugger) {
+std::size_t frameIn(const Author::Json& arguments, const Debugger& debugger) {
     const auto frame = valueOf<std::int64_t>(arguments, "frameId", 1) - 1;
     const auto count = static_cast<std::int64_t>(debugger.frames().size());
     if (frame < 0 || frame >= count) throw Refusal{"there is no such frame"};
@@ -554,9 +552,9 @@ std::size_t frameIn(const Json& arguments, const Debugger& debugger) {
 
 }  // namespace
 
-Json DebugAdapter::scopes(const Json& arguments) {
+Author::Json DebugAdapter::scopes(const Author::Json& arguments) {
     const std::size_t frame = frameIn(arguments, debugger_);
-    Json list = Json::array();
+    Author::Json list = Author::Json::array();
     const auto add = [&](const char* name, Reference::Kind kind) {
         list.push_back({{"name", name},
                         {"variablesReference", referenceTo(kind, {frame, "", {}})},
@@ -586,7 +584,7 @@ std::vector<Debugger::Item> DebugAdapter::itemsOf(const Reference& reference, st
     return items;
 }
 
-Json DebugAdapter::variables(const Json& arguments) {
+Author::Json DebugAdapter::variables(const Author::Json& arguments) {
     const auto number = arguments.at("variablesReference").get<std::size_t>();
     if (number < 1 || number > references_.size()) throw Refusal{"there is no such reference"};
     const Reference reference = references_[number - 1];
@@ -595,14 +593,14 @@ Json DebugAdapter::variables(const Json& arguments) {
     const auto first = valueOf<std::size_t>(arguments, "start", 0);
     const auto asked = valueOf<std::size_t>(arguments, "count", 0);
     const std::size_t count = asked == 0 ? most : std::min(asked, most);
-    Json list = Json::array();
+    Author::Json list = Author::Json::array();
     const std::vector<Debugger::Item> items = itemsOf(reference, first, count);
     for (std::size_t i = 0; i < items.size(); ++i) {
         const Debugger::Item& item = items[i];
-        Json json = {{"name", item.name},
-                     {"value", readable(item.value)},
-                     {"type", item.type},
-                     {"variablesReference", 0}};
+        Author::Json json = {{"name", item.name},
+                             {"value", readable(item.value)},
+                             {"type", item.type},
+                             {"variablesReference", 0}};
         if (!item.expression.empty()) json["evaluateName"] = item.expression;
         if (item.elements > 0) {
             const bool isElement = reference.kind == Reference::Kind::Container;
@@ -618,18 +616,18 @@ Json DebugAdapter::variables(const Json& arguments) {
 
 namespace {
 
-Json resultOf(const Debugger::Answer& answer, const char* key) {
+Author::Json resultOf(const Debugger::Answer& answer, const char* key) {
     if (!answer.isGood) throw Refusal{readable(answer.text)};
     return {{key, readable(answer.text)}, {"type", answer.type}, {"variablesReference", 0}};
 }
 
 }  // namespace
 
-Json DebugAdapter::evaluate(const Json& arguments) {
+Author::Json DebugAdapter::evaluate(const Author::Json& arguments) {
     const std::string expression = arguments.at("expression");
     const std::size_t frame = frameIn(arguments, debugger_);
     const Debugger::Answer answer = debugger_.evaluate(expression, frame);
-    Json json = resultOf(answer, "result");
+    Author::Json json = resultOf(answer, "result");
     if (answer.elements <= 0) return json;
     for (const Debugger::Item& item : debugger_.variables(frame)) {
         if (item.name != expression) continue;
@@ -640,7 +638,7 @@ Json DebugAdapter::evaluate(const Json& arguments) {
     return json;
 }
 
-Json DebugAdapter::setVariable(const Json& arguments) {
+Author::Json DebugAdapter::setVariable(const Author::Json& arguments) {
     const auto number = arguments.at("variablesReference").get<std::size_t>();
     const std::string name = arguments.at("name");
     if (number < 1 || number > references_.size()) throw Refusal{"there is no such reference"};
@@ -656,7 +654,7 @@ Json DebugAdapter::setVariable(const Json& arguments) {
     throw Refusal{"there is no `" + readable(name) + "` here"};
 }
 
-Json DebugAdapter::setExpression(const Json& arguments) {
+Author::Json DebugAdapter::setExpression(const Author::Json& arguments) {
     return resultOf(debugger_.assign(arguments.at("expression"), arguments.at("value"),
                                      frameIn(arguments, debugger_)),
                     "value");

@@ -12,10 +12,7 @@
 namespace Cli {
 namespace {
 
-using BreakKind = Debugger::Breakpoint::Kind;
-using Resume = Debugger::Resume;
-
-constexpr const char* helpS =
+constexpr const char* debugHelpS =
     "b LINE | FILE:LINE | FUNCTION   stop there; with \"if EXPRESSION\", when that holds;\n"
     "                                with \"record N\", for that record\n"
     "b message | b reject            stop at a message, or when a record is rejected\n"
@@ -31,10 +28,10 @@ constexpr const char* helpS =
     "An empty line does the last step again.\n";
 
 // The debugger that Ctrl-C stops.
-Debugger* interruptedS = nullptr;
+Debugger* debuggedG = nullptr;
 
 extern "C" void pauseAtSignal(int /*signal*/) {
-    if (interruptedS != nullptr) interruptedS->pause();
+    if (debuggedG != nullptr) debuggedG->pause();
 }
 
 void say(const std::string& text) { SCR::standardOutput().write(text + '\n'); }
@@ -56,22 +53,22 @@ std::string stripped(std::string_view text) {
     return std::string(text.substr(first, last == std::string_view::npos ? 0 : last + 1 - first));
 }
 
-std::string placeOf(const Debugger::Breakpoint& breakpoint) {
+std::string nameOf(const Debugger::Breakpoint& breakpoint) {
     std::string text;
     switch (breakpoint.kind) {
-        case BreakKind::Message:
+        case Debugger::Breakpoint::Kind::Message:
             return "a message";
-        case BreakKind::Reject:
+        case Debugger::Breakpoint::Kind::Reject:
             return "a rejected record";
-        case BreakKind::Record:
+        case Debugger::Breakpoint::Kind::Record:
             return "record " + std::to_string(breakpoint.number);
-        case BreakKind::Change:
+        case Debugger::Breakpoint::Kind::Change:
             return "a change of " + breakpoint.name;
-        case BreakKind::Function:
+        case Debugger::Breakpoint::Kind::Function:
             text = breakpoint.name;
             if (breakpoint.line > 0) text += ", line " + std::to_string(breakpoint.line);
             break;
-        case BreakKind::Line:
+        case Debugger::Breakpoint::Kind::Line:
             text = breakpoint.path.empty() ? "line " : fileNameOf(breakpoint.path) + ':';
             text += std::to_string(breakpoint.line);
             break;
@@ -89,13 +86,13 @@ ExitStatus DebugConsole::run(ScriptRun& run) {
     struct sigaction before {};
     action.sa_handler = pauseAtSignal;
     action.sa_flags = static_cast<int>(SA_RESTART);
-    interruptedS = &debugger_;
+    debuggedG = &debugger_;
     catchSignals();
     sigaction(SIGINT, &action, &before);
     run.records().keepsSignals();
     const ExitStatus status = debugger_.run(run);
     sigaction(SIGINT, &before, nullptr);
-    interruptedS = nullptr;
+    debuggedG = nullptr;
     return status;
 }
 
@@ -105,7 +102,7 @@ void DebugConsole::recordDone(const std::string& text) { say(text); }
 
 void DebugConsole::placed(const Debugger::Breakpoint& breakpoint) {
     const std::string number = std::to_string(breakpoint.id) + ": ";
-    say(breakpoint.isPlaced ? number + placeOf(breakpoint) : number + breakpoint.fault);
+    say(breakpoint.isPlaced ? number + nameOf(breakpoint) : number + breakpoint.fault);
 }
 
 void DebugConsole::showWhere() const {
@@ -126,7 +123,7 @@ void DebugConsole::showWhere() const {
     }
 }
 
-Resume DebugConsole::stopped(const Debugger::Stop& stop) {
+Debugger::Resume DebugConsole::stopped(const Debugger::Stop& stop) {
     frame_ = 0;
     listed_ = 0;
     using Reason = Debugger::Reason;
@@ -147,7 +144,7 @@ Resume DebugConsole::stopped(const Debugger::Stop& stop) {
         std::string line;
         if (!std::getline(std::cin, line)) {
             say("");
-            return Resume::End;
+            return Debugger::Resume::End;
         }
         line = stripped(line);
         if (line.empty()) line = last_;
@@ -158,14 +155,16 @@ Resume DebugConsole::stopped(const Debugger::Stop& stop) {
     }
 }
 
-std::optional<Resume> DebugConsole::perform(const std::string& line) {
+std::optional<Debugger::Resume> DebugConsole::perform(const std::string& line) {
     const std::size_t blank = std::min(line.find_first_of(" \t"), line.size());
     const std::string word = line.substr(0, blank);
     const std::string rest = stripped(std::string_view(line).substr(blank));
-    const std::pair<const char*, Resume> steps[] = {
-        {"c", Resume::Go},   {"continue", Resume::Go}, {"n", Resume::Over}, {"next", Resume::Over},
-        {"s", Resume::Into}, {"step", Resume::Into},   {"o", Resume::Out},  {"out", Resume::Out},
-        {"q", Resume::End},  {"quit", Resume::End}};
+    const std::pair<const char*, Debugger::Resume> steps[] = {
+        {"c", Debugger::Resume::Go},   {"continue", Debugger::Resume::Go},
+        {"n", Debugger::Resume::Over}, {"next", Debugger::Resume::Over},
+        {"s", Debugger::Resume::Into}, {"step", Debugger::Resume::Into},
+        {"o", Debugger::Resume::Out},  {"out", Debugger::Resume::Out},
+        {"q", Debugger::Resume::End},  {"quit", Debugger::Resume::End}};
     for (const auto& [name, resume] : steps) {
         if (word != name) continue;
         last_ = line;
@@ -180,7 +179,7 @@ std::optional<Resume> DebugConsole::perform(const std::string& line) {
         if (rest.empty()) {
             say("w NAME: the variable is missing");
         } else {
-            addBreakpoint(BreakKind::Change, rest);
+            addBreakpoint(Kind::Change, rest);
         }
     } else if (word == "r" || word == "record") {
         const auto number = numberIn(rest);
@@ -189,10 +188,10 @@ std::optional<Resume> DebugConsole::perform(const std::string& line) {
             return std::nullopt;
         }
         Debugger::Breakpoint breakpoint;
-        breakpoint.kind = BreakKind::Record;
+        breakpoint.kind = Kind::Record;
         breakpoint.number = *number;
         debugger_.add(std::move(breakpoint));
-        return Resume::Go;
+        return Debugger::Resume::Go;
     } else if (word == "p" || word == "print") {
         show(rest);
     } else if (word == "v" || word == "variables") {
@@ -214,14 +213,14 @@ std::optional<Resume> DebugConsole::perform(const std::string& line) {
         listed_ = 0;
         showWhere();
     } else if (word == "h" || word == "help") {
-        SCR::standardOutput().write(helpS);
+        SCR::standardOutput().write(debugHelpS);
     } else if (!word.empty()) {
         say("no command `" + readable(word) + "`; help lists them");
     }
     return std::nullopt;
 }
 
-void DebugConsole::addBreakpoint(BreakKind kind, const std::string& name) {
+void DebugConsole::addBreakpoint(Kind kind, const std::string& name) {
     Debugger::Breakpoint breakpoint;
     breakpoint.kind = kind;
     breakpoint.name = name;
@@ -232,13 +231,13 @@ void DebugConsole::addBreakpoint(BreakKind kind, const std::string& name) {
 void DebugConsole::addBreakpoint(std::string text) {
     if (text.empty()) {
         for (const Debugger::Breakpoint& each : debugger_.breakpoints()) {
-            say(std::to_string(each.id) + ": " + placeOf(each) +
+            say(std::to_string(each.id) + ": " + nameOf(each) +
                 (each.isPlaced ? "" : ": " + each.fault));
         }
         return;
     }
     if (text == "message" || text == "reject") {
-        return addBreakpoint(text == "message" ? BreakKind::Message : BreakKind::Reject);
+        return addBreakpoint(text == "message" ? Kind::Message : Kind::Reject);
     }
     Debugger::Breakpoint breakpoint;
     const std::size_t condition = text.find(" if ");
@@ -256,7 +255,7 @@ void DebugConsole::addBreakpoint(std::string text) {
     const std::size_t colon = text.rfind(':');
     const auto line = numberIn(colon == std::string::npos ? text : text.substr(colon + 1));
     if (!line) {
-        breakpoint.kind = BreakKind::Function;
+        breakpoint.kind = Kind::Function;
         breakpoint.name = text;
     } else {
         breakpoint.line = static_cast<int>(std::min<std::int64_t>(*line, INT32_MAX));

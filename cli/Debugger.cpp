@@ -26,7 +26,7 @@ std::string canonical(const std::string& path) {
     return error ? path : found.string();
 }
 
-bool isName(std::string_view text) {
+bool isIdentifier(std::string_view text) {
     return !text.empty() && (text[0] < '0' || text[0] > '9') &&
            std::all_of(text.begin(), text.end(),
                        [](unsigned char byte) { return std::isalnum(byte) != 0 || byte == '_'; });
@@ -556,7 +556,7 @@ std::vector<Debugger::Item> Debugger::fields() {
         item.name = i < names.size() ? names[i] : plain;
         item.type = "field";
         item.value = literalOf(current_->record.value(i));
-        item.expression = "edrString(" + (isName(item.name) ? item.name : plain) + ')';
+        item.expression = "edrString(" + (isIdentifier(item.name) ? item.name : plain) + ')';
         items.push_back(std::move(item));
     }
     return items;

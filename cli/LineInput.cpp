@@ -19,20 +19,20 @@ namespace Cli {
 namespace {
 
 // The library calls functions without an argument of ours.
-LineInput::Complete completeS;
-std::vector<std::string> wordsS;
+LineInput::Complete offerS;
+std::vector<std::string> offeredS;
 
 char* nextWord(const char* /*text*/, int state) {
-    if (static_cast<std::size_t>(state) >= wordsS.size()) return nullptr;
-    return strdup(wordsS[static_cast<std::size_t>(state)].c_str());
+    if (static_cast<std::size_t>(state) >= offeredS.size()) return nullptr;
+    return strdup(offeredS[static_cast<std::size_t>(state)].c_str());
 }
 
 char** completeLine(const char* text, int start, int end) {
     rl_attempted_completion_over = 1;
     rl_completion_append_character = '\0';
-    wordsS = completeS(std::string(rl_line_buffer, static_cast<std::size_t>(end)),
-                       static_cast<std::size_t>(start));
-    return wordsS.empty() ? nullptr : rl_completion_matches(text, nextWord);
+    offeredS = offerS(std::string(rl_line_buffer, static_cast<std::size_t>(end)),
+                      static_cast<std::size_t>(start));
+    return offeredS.empty() ? nullptr : rl_completion_matches(text, nextWord);
 }
 
 }  // namespace
@@ -42,7 +42,7 @@ LineInput::LineInput(const Complete& complete, std::string history)
     : isTerminal_(isatty(STDIN_FILENO) != 0), history_(std::move(history)) {
 #ifdef KESTREL_HAS_EDIT
     if (!isTerminal_) return;
-    completeS = complete;
+    offerS = complete;
     rl_initialize();
     static char name[] = "kestrel";
     static char breaks[] = " \t\n\"+-*/%=<>!,;(){}[]";
@@ -61,7 +61,7 @@ LineInput::LineInput(const Complete& complete, std::string history)
 LineInput::~LineInput() {
 #ifdef KESTREL_HAS_EDIT
     if (isTerminal_ && !history_.empty()) write_history(history_.c_str());
-    completeS = nullptr;
+    offerS = nullptr;
 #endif
 }
 
