@@ -50,7 +50,7 @@ TEST_F(InterpreterTest, EachCompileReplacesTheScript) {
 // More names than are compared one by one; a fault takes back everything that it came after.
 TEST_F(InterpreterTest, AScriptIsExtendedOrStaysAsItWas) {
     EXPECT_FALSE(interpreter_.extend("Long early = 1;"));
-    ASSERT_TRUE(interpreter_.compile("Long n = 1; function Long f() { return n; }"));
+    ASSERT_TRUE(interpreter_.compile("Long n = 1; function Long f { return n; }"));
     const auto value = [&](const FND::String& text) {
         SCR::Expression expression(interpreter_, text);
         FND::String result;
@@ -63,12 +63,12 @@ TEST_F(InterpreterTest, AScriptIsExtendedOrStaysAsItWas) {
         const std::string name = "v" + std::to_string(i);
         EXPECT_TRUE(
             interpreter_.extend("Long " + name + " = " + std::to_string(i) + "; n = n + 1;"));
-        EXPECT_FALSE(interpreter_.extend("Long w = 1; function Long g() { return 1; } w = ;"));
+        EXPECT_FALSE(interpreter_.extend("Long w = 1; function Long g { return 1; } w = ;"));
         EXPECT_FALSE(interpreter_.extend("Long x = 1; while (x == 1) { String y = x;"));
     }
     EXPECT_EQ(value("f() + v19"), "Long 39");
     EXPECT_EQ(value("w").substr(0, 12), "unknown name");
-    EXPECT_TRUE(interpreter_.extend("String w[]; function Long g() { return v7; } w[1] = \"a\";"));
+    EXPECT_TRUE(interpreter_.extend("String w[]; function Long g { return v7; } w[1] = \"a\";"));
     EXPECT_FALSE(interpreter_.extend("Long v3;"));
     EXPECT_EQ(value("w"), "String[] 2 elements");
     EXPECT_EQ(value("g() == 7"), "Bool true");
