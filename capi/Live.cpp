@@ -152,6 +152,8 @@ kestrel_status kestrel_runner_refresh(kestrel_runner* runner) {
 }
 
 kestrel_status kestrel_runner_execute(kestrel_runner* runner) {
+    // By itself first: no handle may name the former interpreter while the script runs.
+    kestrel_runner_refresh(runner);
     return withRunner(runner, [](SCR::LiveRunner& used) { return tell(used.execute()); });
 }
 

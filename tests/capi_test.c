@@ -362,8 +362,8 @@ static void programs(void) {
 static void batches(void) {
     kestrel_interpreter* rule = kestrel_interpreter_new(NULL, NULL);
     const char* const text =
-        "Long n; Bool b; String s; Decimal d; Date t; Long twice; String both; Bool not; Decimal e; Date u;"
-        "twice = 10 / (n - 3); twice = n * 2; both = s + s; if (b) { not = false; } else { not = true; }"
+        "Long n; Bool b; String s; Decimal d; Date t; Long twice; String both; Bool off; Decimal e; Date u;"
+        "twice = n * 2; both = s + s; if (b) { off = false; } else { off = true; }"
         "e = d * 2; u = t; if (n == 3) { while (true) {} }";
     int64_t n[] = {1, 2, 3, 4};
     unsigned char b[] = {1, 0, 7, 0};
@@ -371,7 +371,7 @@ static void batches(void) {
     kestrel_decimal d[4];
     int64_t t[] = {0, KESTREL_NO_DATE, 5, 6};
     int64_t twice[4] = {0};
-    unsigned char not[4] = {9, 9, 9, 9};
+    unsigned char off[4] = {9, 9, 9, 9};
     kestrel_text both[4];
     kestrel_decimal e[4];
     int64_t u[4] = {0};
@@ -380,7 +380,7 @@ static void batches(void) {
         {"n", KESTREL_LONG, 0, n},          {"b", KESTREL_BOOL, 0, b},
         {"s", KESTREL_STRING, 0, (void*)s}, {"d", KESTREL_DECIMAL, 0, d},
         {"t", KESTREL_DATE, 0, t},          {"twice", KESTREL_LONG, 1, twice},
-        {"both", KESTREL_STRING, 1, both},  {"not", KESTREL_BOOL, 1, not},
+        {"both", KESTREL_STRING, 1, both},  {"off", KESTREL_BOOL, 1, off},
         {"e", KESTREL_DECIMAL, 1, e},       {"u", KESTREL_DATE, 1, u}};
     EXPECT(kestrel_limit(rule, "steps", 1000) == KESTREL_FINISHED);
     EXPECT(kestrel_execute_batch(rule, columns, 10, 4, NULL) == KESTREL_REFUSED);
@@ -388,7 +388,7 @@ static void batches(void) {
     size_t at = 0;
     EXPECT(kestrel_execute_batch(rule, columns, 10, 4, &at) == KESTREL_STOPPED);
     EXPECT(at == 2 && twice[1] == 4 && both[0].size == 2 && memcmp(both[0].data, "aa", 2) == 0);
-    EXPECT(both[1].size == 0 && not[0] == 0 && not[1] == 1 && not[2] == 9 && u[1] == KESTREL_NO_DATE);
+    EXPECT(both[1].size == 0 && off[0] == 0 && off[1] == 1 && off[2] == 9 && u[1] == KESTREL_NO_DATE);
     EXPECT(kestrel_decimal_compare(e[1], kestrel_decimal_from_long(2)) == 0 && twice[2] == 0);
     at = 3;
     EXPECT(kestrel_execute_batch(rule, columns, 10, 4, &at) == KESTREL_FINISHED);
