@@ -217,7 +217,7 @@ TEST(HostExtension, CallsAndFields) {
 }
 
 TEST(HostExtension, FunctionsAreDescribedForAuthors) {
-    Log log;
+    Harness::MemoryLog log;
     SCR::Interpreter interpreter(&log);
     auto* const host = SCR::HostExtension::insert(interpreter, "host");
     host->function("area", [](long width, std::optional<FND::Decimal>) { return width; });
@@ -237,13 +237,12 @@ TEST(HostExtension, FunctionsAreDescribedForAuthors) {
         "all(Date,[String...])\n"
         "ERROR: extension `host': there is no function `LIMIT' to describe\n");
     EXPECT_EQ(host->functionsAsJson(),
-              R"([
-{"module":"","name":"all","signature":"String all(Date day, ...)","manual":"Joins.","example":""
-},
+              R"json([
+{"module":"","name":"all","signature":"String all(Date day, ...)","manual":"Joins.","example":""},
 {"module":"","name":"area","signature":"Long area(Long width, [Decimal height])","manual":"The \"area\" \\.","example":"area(1)\u000a== 1"},
 {"module":"","name":"fill","signature":"Void fill(String a1, change Long[] a2, out Bool a3)","manual":"","example":""}
 ]
-)");
+)json");
 }
 
 TEST(HostExtension, WrongCallsDoNotCompile) {
