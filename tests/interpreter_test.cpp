@@ -54,7 +54,7 @@ TEST_F(InterpreterTest, AScriptIsExtendedOrStaysAsItWas) {
     const auto value = [&](const FND::String& text) {
         SCR::Expression expression(interpreter_, text);
         FND::String result;
-        expression.evaluate(result);
+        if (expression) expression.evaluate(result);
         return expression ? expression.type() + ' ' + result
                           : expression.messages().at(0).headline();
     };
