@@ -40,7 +40,7 @@ const Harness::RandomText::Rules rulesS = {
       "strSearch($string, $string) | mix($number, $long) | mix($long, $long) | "
       "n[$var % 3] | n[$var + 1] | n[$var - 2] | (($var * 31 + c) % $number) | "
       "(($var * 7 + 5) % 7) | (($var + b) % -5) | (($var * 3) % 1000003) | (($var + 4) % 0) | "
-      "(($var - 2) / -1) | dive($long) | wipe($long) | pick($long)"}},
+      "(($var - 2) / -1) | (-$long) | dive($long) | wipe($long) | pick($long)"}},
     // Sometimes enough operands for a row.
     {"sum",
      {"($long$sign$long) | ($long$sign$long) | ($long$sign$long) | ($long$sign$long) | "
