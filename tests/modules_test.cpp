@@ -107,7 +107,8 @@ TEST(Modules, AFolderThatIsGrantedIsSeen) {
     const auto run = Harness::run(
         "use sys; String n[]; logStdout(longToStr(listFolder(\"f\", n)) + longToStr(listFolder("
         "\".\", n)) + longToStr(listFolder(\"\", n)));"
-        "if (isFolder(\"f\") and sys::exists(\"f\") and isFolder(\"\") == false) logStdout(\" seen\");",
+        "if (isFolder(\"f\") and sys::exists(\"f\") and isFolder(\"\") == false) logStdout(\" "
+        "seen\");",
         granted);
     EXPECT_EQ(run.output, "0-1-1 seen") << run.log;
 }
