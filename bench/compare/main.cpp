@@ -58,7 +58,7 @@ const Workload workloadTableS[] = {
      "record_job",
      {"run", "@/records.ks", "--records", "calls.csv", "--fields",
       "caller,called,seconds,rate,price"}},
-    {"compile 200000 lines", "", {"check", "generated.ks"}, false, "generated"},
+    {"compile 200000 lines", "", {"run", "generated.ks"}, false, "generated"},
     {"embedded rule", "embedded", {}, true},
     {"capture by pattern", "text_capture", {"run", "@/script.ks"}},
     {"replace by pattern", "text_replace", {"run", "@/script.ks"}},

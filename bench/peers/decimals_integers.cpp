@@ -1,6 +1,7 @@
 // The sums of decimals by hand: whole numbers of 128 bits with a number of digits after the point,
 // quotients to 28 digits.
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -21,18 +22,31 @@ Wide powerOfTen(int exponent) {
     return powers[exponent];
 }
 
-Decimal sum(Decimal a, Decimal b) {
-    if (a.scale < b.scale) a = {a.digits * powerOfTen(b.scale - a.scale), b.scale};
-    if (b.scale < a.scale) b = {b.digits * powerOfTen(a.scale - b.scale), a.scale};
-    return {a.digits + b.digits, a.scale};
+// Numbers that do not fit end the program.
+Wide checkedProduct(Wide a, Wide b) {
+    Wide result = 0;
+    if (__builtin_mul_overflow(a, b, &result)) std::abort();
+    return result;
 }
 
-Decimal product(Decimal a, Decimal b) { return {a.digits * b.digits, a.scale + b.scale}; }
+Decimal sum(Decimal a, Decimal b) {
+    if (a.scale < b.scale) {
+        a = {checkedProduct(a.digits, powerOfTen(b.scale - a.scale)), b.scale};
+    } else if (b.scale < a.scale) {
+        b = {checkedProduct(b.digits, powerOfTen(a.scale - b.scale)), a.scale};
+    }
+    if (__builtin_add_overflow(a.digits, b.digits, &a.digits)) std::abort();
+    return a;
+}
+
+Decimal product(Decimal a, Decimal b) {
+    return {checkedProduct(a.digits, b.digits), a.scale + b.scale};
+}
 
 Decimal quotient(Decimal a, long divisor) {
     int more = 0;
     while (a.digits < powerOfTen(27 - more) && a.scale + more < 28) ++more;
-    return {a.digits * powerOfTen(more) / divisor, a.scale + more};
+    return {checkedProduct(a.digits, powerOfTen(more)) / divisor, a.scale + more};
 }
 
 Decimal rounded(Decimal value, int scale) {
