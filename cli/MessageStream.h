@@ -53,6 +53,6 @@ public:
 
 /// What the library has under the name `openNatsStreamS`: as `MessageStream::open`.
 using OpenStream = MessageStream* (*)(const MessageStream::Source& source, std::string& error);
-inline constexpr const char* openNatsStreamS = "kestrel_open_nats_stream";
+inline constexpr const char* openNatsStreamS = "kestrelOpenNatsStream";
 
 }  // namespace Cli

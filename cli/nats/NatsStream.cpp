@@ -166,7 +166,7 @@ bool NatsStream::isDone() {
 
 }  // namespace Cli
 
-extern "C" __attribute__((visibility("default"))) Cli::MessageStream* kestrel_open_nats_stream(
+extern "C" __attribute__((visibility("default"))) Cli::MessageStream* kestrelOpenNatsStream(
     const Cli::MessageStream::Source& source, std::string& error) {
     auto stream = std::make_unique<Cli::NatsStream>(source);
     return stream->open(error) ? stream.release() : nullptr;
