@@ -210,6 +210,8 @@ void DebugAdapter::handle(const Author::Json& message) {
         return refuse(message, refusal.reason);
     } catch (const Author::Json::exception&) {
         return refuse(message, "wrong arguments");
+    } catch (const std::exception& error) {
+        return refuse(message, error.what());
     }
     if (command == "initialize") event("initialized");
     if (command.find("Breakpoints") != std::string::npos) {
@@ -231,6 +233,8 @@ void DebugAdapter::hand(const Author::Json& request, Method method) {
             refuse(request, refusal.reason);
         } catch (const Author::Json::exception&) {
             refuse(request, "wrong arguments");
+        } catch (const std::exception& error) {
+            refuse(request, error.what());
         }
     }});
     changed_.notify_all();
@@ -273,6 +277,8 @@ Author::Json DebugAdapter::launch(const Author::Json& arguments) {
     if (arguments.contains("program")) {
         std::vector<std::string> words = valueOf(arguments, "args", std::vector<std::string>());
         words.push_back(arguments["program"]);
+        // Of a launch that was refused.
+        if (given_ == own_.get()) given_ = nullptr;
         app_ = std::make_unique<CLI::App>("", "debug");
         own_ = std::make_unique<ScriptRun>();
         own_->declare(*app_);
@@ -286,6 +292,9 @@ Author::Json DebugAdapter::launch(const Author::Json& arguments) {
         given_ = own_.get();
     }
     if (given_ == nullptr) throw Refusal{"\"program\" is missing: the script to be debugged"};
+    if (given_->records().hasDirectory()) {
+        throw Refusal{"--out: a debugger writes no files of records"};
+    }
     if (!given_->read()) throw Refusal{given_->name() + " cannot be read"};
     if (valueOf(arguments, "stopOnEntry", false)) debugger_.stopOnEntry();
     if (const auto record = valueOf<std::int64_t>(arguments, "record", 0); record > 0) {
@@ -481,6 +490,8 @@ Debugger::Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
     if (how != Debugger::Resume::End) resume_.reset();
     // What was asked before the script goes on is answered.
     while (!tasks_.empty()) performTask(lock);
+    // What cancelled a task is not for the conditions to come.
+    if (how != Debugger::Resume::End) debugger_.cancel(false);
     return how;
 }
 
@@ -603,10 +614,12 @@ Author::Json DebugAdapter::variables(const Author::Json& arguments) {
                              {"variablesReference", 0}};
         if (!item.expression.empty()) json["evaluateName"] = item.expression;
         if (item.elements > 0) {
-            const bool isElement = reference.kind == Reference::Kind::Container;
-            const auto inner = isElement ? debugger_.element(reference.path, first + i)
-                                         : Debugger::Path{reference.path.frame, item.name, {}};
-            if (inner) json["variablesReference"] = referenceTo(Reference::Kind::Container, *inner);
+            Debugger::Path inner{reference.path.frame, item.name, {}};
+            if (reference.kind == Reference::Kind::Container) {
+                inner = reference.path;
+                inner.steps.push_back(item.step);
+            }
+            json["variablesReference"] = referenceTo(Reference::Kind::Container, std::move(inner));
             json["indexedVariables"] = item.elements;
         }
         list.push_back(std::move(json));

@@ -24,9 +24,16 @@ ExitStatus runDebugger(DebugOptions& options) {
     if (options.isAdapter) {
         // What the script prints must not mix with the messages.
         const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+        // Nor may it read them.
+        const int input = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+        if (const int none = open("/dev/null", O_RDONLY | O_CLOEXEC); none >= 0) {
+            dup2(none, STDIN_FILENO);
+            close(none);
+        }
         const ExitStatus status =
-            DebugAdapter(STDIN_FILENO, output, options.hasScript ? &options.run : nullptr).run();
+            DebugAdapter(input, output, options.hasScript ? &options.run : nullptr).run();
         close(output);
+        close(input);
         return status;
     }
 #endif

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <iostream>
 #include <sstream>
 
@@ -174,7 +175,8 @@ std::optional<Debugger::Resume> DebugConsole::perform(const std::string& line) {
         addBreakpoint(rest);
     } else if (word == "d" || word == "delete") {
         const auto id = numberIn(rest);
-        if (!id || !debugger_.remove(static_cast<int>(*id))) say("there is no breakpoint " + rest);
+        if (!id || *id > INT32_MAX || !debugger_.remove(static_cast<int>(*id)))
+            say("there is no breakpoint " + rest);
     } else if (word == "w" || word == "watch") {
         if (rest.empty()) {
             say("w NAME: the variable is missing");

@@ -133,12 +133,14 @@ std::vector<Debugger::Breakpoint> Debugger::breakpoints() const {
 void Debugger::pause() {
     isPausing_ = true;
     isAsked_ = true;
+    if (SCR::Interpreter* const evaluating = evaluating_) evaluating->interrupt();
 }
 
 void Debugger::cancel(bool isCancelled) {
     const std::lock_guard lock(mutex_);
     isCancelled_ = isCancelled;
-    if (isCancelled && evaluating_ != nullptr) evaluating_->interrupt();
+    SCR::Interpreter* const evaluating = evaluating_;
+    if (isCancelled && evaluating != nullptr) evaluating->interrupt();
 }
 
 void Debugger::end() {
@@ -269,6 +271,8 @@ void Debugger::aside(std::vector<std::string>& failures, Action action) {
     {
         const std::lock_guard lock(mutex_);
         evaluating_ = nullptr;
+        // One that came too late; whoever ends the script is heard at the next statement.
+        interpreter_->runControl().forgetInterruption();
     }
     if (current_ != nullptr) current_->aside = nullptr;
 }
@@ -318,8 +322,8 @@ std::optional<Debugger::Stop> Debugger::findStop(bool isStatement) {
             if (auto change = changed(placed); change && !found) found = std::move(change);
         } else if (kind == Kind::Record) {
             if (isNew && record_ == placed.breakpoint.number) found = Stop{Reason::Record, id, ""};
-        } else if (isStatement && placed.site == calls_.back().site && !found) {
-            if (applies(placed)) found = Stop{Reason::Breakpoint, id, ""};
+        } else if (isStatement && placed.site == calls_.back().site) {
+            if (applies(placed) && !found) found = Stop{Reason::Breakpoint, id, ""};
         }
     }
     if (found || !isStatement) return found;
@@ -496,20 +500,6 @@ SCR::Variable* Debugger::find(const Path& path) const {
     return variable;
 }
 
-std::optional<Debugger::Path> Debugger::element(const Path& path, std::size_t number) {
-    SCR::Variable* const variable = find(path);
-    if (variable == nullptr || static_cast<std::int64_t>(number) >= elementsOf(*variable)) {
-        return std::nullopt;
-    }
-    Path inner = path;
-    if (SCR::Node::baseType(variable->dataType()) == SCR::TypeCode::Array) {
-        inner.steps.emplace_back(static_cast<unsigned long>(number));
-    } else {
-        inner.steps.emplace_back(*static_cast<SCR::Hash&>(*variable).keys()[number]);
-    }
-    return inner;
-}
-
 std::vector<Debugger::Item> Debugger::elements(const Path& path, std::size_t first,
                                                std::size_t count) {
     std::vector<Item> items;
@@ -536,6 +526,7 @@ std::vector<Debugger::Item> Debugger::elements(const Path& path, std::size_t fir
             item.name = "{\"" + readable(*keys[i]) + "\"}";
         }
         item.expression = expressionOf(inner);
+        item.step = std::move(inner.steps.back());
         items.push_back(std::move(item));
     }
     return items;
@@ -545,7 +536,7 @@ std::vector<Debugger::Item> Debugger::fields() {
     std::vector<Item> items;
     if (!hasRecord()) return items;
     if (current_->json != nullptr) {
-        items.push_back({"record", "", std::string(current_->original), "", -1, false});
+        items.push_back({"record", "", std::string(current_->json->text()), "", -1, false, 0UL});
         return items;
     }
     const std::vector<std::string>& names = names_->all();
@@ -556,7 +547,12 @@ std::vector<Debugger::Item> Debugger::fields() {
         item.name = i < names.size() ? names[i] : plain;
         item.type = "field";
         item.value = literalOf(current_->record.value(i));
-        item.expression = "edrString(" + (isIdentifier(item.name) ? item.name : plain) + ')';
+        const bool isNamed = isIdentifier(item.name);
+        // Another field may have that name.
+        const long other = names_->index(plain);
+        if (isNamed || other < 0 || other == static_cast<long>(i)) {
+            item.expression = "edrString(" + (isNamed ? item.name : plain) + ')';
+        }
         items.push_back(std::move(item));
     }
     return items;

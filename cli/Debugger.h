@@ -110,6 +110,7 @@ public:
         std::string expression;      ///< that gives it, and can be assigned to; empty: none
         std::int64_t elements = -1;  ///< of a container
         bool isGlobal = false;
+        std::variant<unsigned long, FND::String> step = 0UL;  ///< to it, of an element
     };
     /// A container: a variable, and the elements that lead to it.
     struct Path {
@@ -120,8 +121,6 @@ public:
     std::vector<Item> variables(std::size_t frame);
     /// `count` elements from number `first` on.
     std::vector<Item> elements(const Path& path, std::size_t first, std::size_t count);
-    /// The way to the element with this number.
-    std::optional<Path> element(const Path& path, std::size_t number);
     std::vector<Item> fields();
 
     struct Answer {
@@ -197,7 +196,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<Breakpoint> breakpoints_;
     std::atomic<bool> areNew_{false};
-    SCR::Interpreter* evaluating_ = nullptr;
+    std::atomic<SCR::Interpreter*> evaluating_{nullptr};
     bool isCancelled_ = false;
     SCR::Interpreter* running_ = nullptr;
     int lastId_ = 0;

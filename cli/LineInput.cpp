@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -69,10 +70,12 @@ std::optional<std::string> LineInput::next(const std::string& prompt) {
     flushOutput(true);
 #ifdef KESTREL_HAS_EDIT
     if (isTerminal_) {
+        errno = 0;
         char* const read = readline(prompt.c_str());
         if (read == nullptr) {
+            const bool isInterrupted = errno == EINTR;
             std::cout << std::endl;  // after the sign for the end
-            return std::nullopt;
+            return isInterrupted ? std::optional<std::string>("") : std::nullopt;
         }
         std::string line = read;
         std::free(read);

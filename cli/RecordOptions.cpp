@@ -405,6 +405,10 @@ ExitStatus RecordOptions::runInDirectory(
     const std::function<bool(SCR::Interpreter&)>& compile) const {
     std::optional<Records::JobOptions> job = jobOptions();
     if (!job) return ExitStatus::Usage;
+    if (dryRun_ > 0) {
+        report("--out: nothing is written to files of records");
+        return ExitStatus::Usage;
+    }
     if (!job->more.empty()) {
         report("--out: the records must come from one file");
         return ExitStatus::Usage;
@@ -552,6 +556,9 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         jobOptions.most = std::min(jobOptions.most, dryRun_);
         jobOptions.isDryRun = true;
         jobOptions.jobs = 1;
+        // Whoever asked for it: no file is opened.
+        jobOptions.output = "-";
+        jobOptions.rejects.clear();
     }
     if (!keepsSignals_) catchSignals();
     StderrLog log(options.messageStyle(options.scriptName()));

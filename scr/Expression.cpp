@@ -28,6 +28,7 @@ public:
         : interpreter_(interpreter),
           observation_(interpreter.observation()),
           listens_(observation_ != nullptr && observation_->listens()),
+          wasStopped_(interpreter.runControl().wasStopped()),
           outer_(interpreter.keepMessages(&messages)) {
         if (observation_ != nullptr) observation_->listen(false);
         interpreter.observe(nullptr);
@@ -38,12 +39,16 @@ public:
         interpreter_.keepMessages(outer_);
         interpreter_.observe(observation_);
         if (observation_ != nullptr) observation_->listen(listens_);
+        // In the message of a run that was stopped.
+        RunControl& control = interpreter_.runControl();
+        if (observation_ != nullptr && !control.isRunning()) control.wasStopped(wasStopped_);
     }
 
 private:
     Interpreter& interpreter_;
     Observation* const observation_;
     const bool listens_;
+    const bool wasStopped_;
     std::vector<Diagnostic>* const outer_;
 };
 

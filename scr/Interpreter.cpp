@@ -299,6 +299,7 @@ bool Interpreter::State::extendScript(const FND::String& text) {
         control.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers, 0)));
         places.truncate(scriptPlaces);
         mark = symbols.mark();
+        const std::size_t declared = observation != nullptr ? observation->declared() : 0;
         const bool isGood = enterRun(interpreter, [&] {
             const NodeMemory::Scope memory;
             ExpandedText expanded;
@@ -309,6 +310,7 @@ bool Interpreter::State::extendScript(const FND::String& text) {
         });
         if (!isGood) {
             symbols.rollBack(mark);
+            if (observation != nullptr) observation->keepDeclared(declared);
             places.truncate(scriptPlaces);
             return false;
         }
@@ -604,13 +606,18 @@ Result<bool> Interpreter::tryQuery() {
 }
 
 bool Interpreter::State::evaluateQuery(bool& value) {
-    return query && enterRun(
-                        interpreter,
-                        [&] {
-                            value = query->result();
-                            return true;
-                        },
-                        &queryBuffers);
+    if (!query) return false;
+    const bool isDone = enterRun(
+        interpreter,
+        [&] {
+            value = query->result();
+            return true;
+        },
+        &queryBuffers);
+    // It may have called functions.
+    if (observation != nullptr && !control.isRunning()) [[unlikely]]
+        observation->leave(control.wasStopped());
+    return isDone;
 }
 
 bool Interpreter::evaluate(BoolNode& condition, bool& value) {

@@ -40,6 +40,10 @@ void Observation::clear() {
     declared_.clear();
 }
 
+void Observation::keepDeclared(std::size_t count) {
+    declared_.erase(declared_.begin() + static_cast<std::ptrdiff_t>(count), declared_.end());
+}
+
 void Observation::declare(const FND::String& name, Variable* variable, const Node* block) {
     // That of a function's result has no name in a script.
     if (!tellsSteps() || variable->dataType() == TypeCode::Function || name.starts_with('$')) {

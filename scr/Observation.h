@@ -141,6 +141,9 @@ public:
     /// `statement` is the switch; none afterwards.
     KESTREL_HIDDEN void choose(std::size_t statement) { choosing_ = statement; }
     KESTREL_HIDDEN std::size_t choosing() const { return choosing_; }
+    /// How many variables were declared, and forgets those after the first `count`.
+    KESTREL_HIDDEN std::size_t declared() const { return declared_.size(); }
+    KESTREL_HIDDEN void keepDeclared(std::size_t count);
     /// The run is over, at its end or because it was stopped.
     KESTREL_HIDDEN void leave(bool isStopped);
 

@@ -118,7 +118,7 @@ std::optional<std::string> Connection::readMessage() {
 void Connection::read() {
     while (auto message = readMessage()) {
         // Only these must be known before they have their turn.
-        if (message->size() < 1000 && message->find("$/cancelRequest") != std::string::npos) {
+        if (message->size() < 65'536 && message->find("$/cancelRequest") != std::string::npos) {
             if (methodOf(*message) == "$/cancelRequest") {
                 const Json json = Json::parse(*message, nullptr, false);
                 const Json params = json.value("params", Json());

@@ -182,6 +182,8 @@ public:
     void codeTier(CodeTier tier) { codeTier_ = tier; }
     /// Whether the last run was stopped.
     bool wasStopped() const { return wasStopped_; }
+    /// For what runs between a run and those who ask that.
+    void wasStopped(bool wasStopped) { wasStopped_ = wasStopped; }
 
     /// Sets the end of the stack of the running code: `lowest` is the lowest address that it may
     /// use. Null, the default, means the end of the calling thread's stack when the code runs on
