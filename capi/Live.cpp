@@ -33,7 +33,8 @@ public:
         : Object(kindCM), live_(std::move(live)), log_(log, data), runner_(*live_, &log_) {}
 
     kestrel_runner* handle() const { return static_cast<kestrel_runner*>(entry_.get()); }
-    bool isBusy() const { return uses_ > 0; }
+    /// Also when the host executes its interpreter by itself.
+    bool isBusy() const { return uses_ > 0 || (shown_ != nullptr && shown_->isBusy()); }
     // Calls use(runner), during which nobody may free this.
     template <class Use>
     kestrel_status use(const Use& use) {
@@ -154,7 +155,11 @@ kestrel_status kestrel_runner_refresh(kestrel_runner* runner) {
 kestrel_status kestrel_runner_execute(kestrel_runner* runner) {
     // By itself first: no handle may name the former interpreter while the script runs.
     kestrel_runner_refresh(runner);
-    return withRunner(runner, [](SCR::LiveRunner& used) { return tell(used.execute()); });
+    return withRunner(runner, [](SCR::LiveRunner& used) {
+        // Not by the runner, which takes a program that came meanwhile.
+        SCR::Interpreter* const now = used.interpreter();
+        return now != nullptr ? tell(now->tryExecute()) : refuse("there is no program to run");
+    });
 }
 
 kestrel_interpreter* kestrel_runner_interpreter(kestrel_runner* runner) {

@@ -19,6 +19,7 @@
 #include "scr/Interpreter.h"
 #include "scr/Output.h"
 #include "scr/ScriptHandle.h"
+#include "scr/run/RunControl.h"
 
 namespace PgApi {
 
@@ -119,6 +120,8 @@ auto guarded(Action&& action, decltype(action()) otherwise) noexcept {
 
 // The interpreter that works now; a signal handler reads it.
 std::atomic<SCR::Interpreter*> workingG{nullptr};
+// Whether what runs next is to be stopped, as nothing ran when that was asked for.
+std::atomic<bool> isAskedG{false};
 static_assert(std::atomic<SCR::Interpreter*>::is_always_lock_free);
 
 class Working {
@@ -127,6 +130,8 @@ public:
     Working(const Working&) = delete;
     Working& operator=(const Working&) = delete;
     ~Working() { workingG = nullptr; }
+    /// Whether it may begin.
+    explicit operator bool() const { return !isAskedG; }
 };
 
 // Keeps the first error of a run.
@@ -144,9 +149,14 @@ public:
     static constexpr std::size_t mostBytesCM = std::size_t{64} << 10;
 
     bool write(std::string_view added) override {
-        if (text.size() + added.size() > mostBytesCM)
-            added = added.substr(0, mostBytesCM - text.size());
-        text += added;
+        constexpr std::size_t characterCM = 4;
+        if (text.size() > mostBytesCM - characterCM) return true;
+        std::size_t end = added.size();
+        if (text.size() + end > mostBytesCM) {  // no part of a character
+            end = mostBytesCM - text.size();
+            while (end > 0 && (static_cast<unsigned char>(added[end]) & 0xC0) == 0x80) --end;
+        }
+        text += added.substr(0, end);
         return true;
     }
 
@@ -186,6 +196,7 @@ public:
     const std::string& printed() const { return prints_.text; }
     Value result();
     const std::vector<std::string>& rows() const { return rows_; }
+    void forgetRows() { rows_ = {}; }
     bool columns(const Column* columns, std::size_t count, Value* values);
 
 private:
@@ -238,6 +249,7 @@ private:
     std::optional<SCR::HostVariable<FND::DateTime>> date_;
     std::deque<NamedPath> paths_;
     bool isPrepared_ = false;
+    bool hasRecord_ = false;
     std::optional<std::vector<SCR::Finding>> findings_;
     std::vector<std::string> rows_;
     std::size_t rowBytes_ = 0;
@@ -264,6 +276,7 @@ Field Program::find(FieldAlias alias, Index i, Index j, Index k, bool isSpelled)
     }
     const std::vector<Name>& parts = paths_[static_cast<std::size_t>(alias.id())].parts;
     Field field;
+    if (!hasRecord_) return field;  // "BEGIN" runs when the program is compiled
     if (!findS({parts.data(), parts.size(), indices.data(), count}, isSpelled, field)) {
         interpreter_.fail("the record cannot be read");
     } else if (field.isBroken && isSpelled) {
@@ -381,6 +394,7 @@ bool Program::prepare() {
 bool Program::compile() {
     if (!prepare()) return false;
     const Working working(interpreter_);
+    if (!working) return tell(Kind::Interrupted, "interrupted");
     const SCR::Outcome outcome = interpreter_.tryCompile(text_);
     return outcome || fail(outcome, Kind::Text);
 }
@@ -450,12 +464,22 @@ bool Program::run(std::string_view json) {
     if (string_) *string_ = "";
     if (truth_) *truth_ = false;
     if (date_) *date_ = FND::DateTime();
+    SCR::RunControl::InvalidDates& dates = interpreter_.runControl().invalidDates();
+    dates = {};
+    current_.readsNoDate = false;
     SCR::Outcome outcome;
     {
         const Working working(interpreter_);
+        if (!working) return tell(Kind::Interrupted, "interrupted");
+        hasRecord_ = true;
         outcome = interpreter_.tryExecute();
+        hasRecord_ = false;
     }
     if (!outcome) return fail(outcome, Kind::Record);
+    if (dates.areCompared && (dates.areRead || current_.readsNoDate)) {
+        current_.fail("no date to compare; ask dateIsValid first",
+                      current_.readsNoDate ? std::string_view(current_.noDateField) : "");
+    }
     if (log_.first) return tell(Kind::Record, *log_.first, text_);
     if (current_.isRejected()) return tell(Kind::Record, current_.rejection().text());
     if (wanted_ == Wanted::Rows && !current_.isDropped) {
@@ -701,11 +725,16 @@ Value row(const Program& program, std::size_t index) noexcept {
     return textValue(program.rows()[index]);
 }
 
+void forgetRows(Program& program) noexcept { program.forgetRows(); }
+
 bool columns(Program& program, const Column* columns, std::size_t count, Value* values) noexcept {
     return guarded([&] { return program.columns(columns, count, values); }, false);
 }
 
+void forgetInterrupt() noexcept { isAskedG = false; }
+
 void interrupt() noexcept {
+    isAskedG = true;
     SCR::Interpreter* const working = workingG;
     if (working != nullptr) working->interrupt();
 }

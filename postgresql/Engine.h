@@ -114,10 +114,14 @@ bool result(Program& program, Value& value) noexcept;
 /// The number of records for `Rows`, and one of them.
 std::size_t rowCount(const Program& program) noexcept;
 Value row(const Program& program, std::size_t index) noexcept;
+/// Frees them.
+void forgetRows(Program& program) noexcept;
 /// Reads the variables for `Row`. False after a failure.
 bool columns(Program& program, const Column* columns, std::size_t count, Value* values) noexcept;
 
-/// Stops what runs now. A signal handler may call it.
+/// Stops what runs now, or else what runs next. A signal handler may call it.
 void interrupt() noexcept;
+/// From now on what runs next may run.
+void forgetInterrupt() noexcept;
 
 }  // namespace PgApi

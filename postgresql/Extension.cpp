@@ -17,6 +17,7 @@ extern "C" {
 #include <utils/jsonb.h>
 #include <utils/memutils.h>
 #include <utils/numeric.h>
+#include <utils/snapmgr.h>
 #include <utils/timestamp.h>
 }
 
@@ -72,6 +73,7 @@ void watchSignals() {
 
 void getReady() {
     watchSignals();
+    forgetInterrupt();  // before the look at what has been asked for, so that nothing gets lost
     CHECK_FOR_INTERRUPTS();
     if (configuredS == settingsS) return;
     if (GetDatabaseEncoding() != PG_UTF8) {
@@ -198,14 +200,16 @@ Datum evaluate(FunctionCallInfo fcinfo, Wanted wanted, bool isProven) {
 }
 
 Datum evaluateRows(FunctionCallInfo fcinfo, bool isProven) {
-    const Program& made = runOn(fcinfo, Wanted::Rows, isProven);
+    Program& made = runOn(fcinfo, Wanted::Rows, isProven);
     InitMaterializedSRF(fcinfo, MAT_SRF_USE_EXPECTED_DESC);
     auto* const results = reinterpret_cast<ReturnSetInfo*>(fcinfo->resultinfo);
     for (std::size_t i = 0; i < rowCount(made); ++i) {
         Datum record = jsonOf(row(made, i));
         bool isNull = false;
         tuplestore_putvalues(results->setResult, results->setDesc, &record, &isNull);
+        pfree(DatumGetPointer(record));
     }
+    forgetRows(made);
     return Datum{0};
 }
 
@@ -329,11 +333,15 @@ Datum checkText(FunctionCallInfo fcinfo) {
     PG_RETURN_VOID();
 }
 
-// What a call site of `program` keeps: the text for a name and a version.
+// What a call site of `program` keeps: the text for a name and a version, as the statement sees the
+// table. In PL/pgSQL a call site outlives its statement.
 struct Found {
     text* name;
     int32 version;
     text* program;
+    CommandId command;
+    TransactionId next;
+    uint32 running;
 };
 
 bool isSame(const text* a, const text* b) {
@@ -353,7 +361,9 @@ Datum programText(FunctionCallInfo fcinfo) {
     const int32 version = PG_ARGISNULL(1) ? 0 : PG_GETARG_INT32(1);
     FmgrInfo* const site = fcinfo->flinfo;
     auto* found = static_cast<Found*>(site->fn_extra);
-    if (found != nullptr && found->version == version && isSame(found->name, name)) {
+    const Snapshot seen = GetActiveSnapshot();
+    if (found != nullptr && found->version == version && found->command == seen->curcid &&
+        found->next == seen->xmax && found->running == seen->xcnt && isSame(found->name, name)) {
         PG_RETURN_TEXT_P(found->program);
     }
     SPI_connect();
@@ -376,10 +386,14 @@ Datum programText(FunctionCallInfo fcinfo) {
     const Datum value = SPI_getbinval(SPI_tuptable->vals[0], SPI_tuptable->tupdesc, 1, &isNull);
     text* const program = copyOf(DatumGetTextPP(value), site->fn_mcxt);
     SPI_finish();
+    text* const kept = copyOf(name, site->fn_mcxt);
     if (found == nullptr) {
         found = static_cast<Found*>(MemoryContextAlloc(site->fn_mcxt, sizeof(Found)));
+    } else {
+        pfree(found->name);
+        pfree(found->program);
     }
-    *found = {copyOf(name, site->fn_mcxt), version, program};
+    *found = {kept, version, program, seen->curcid, seen->xmax, seen->xcnt};
     site->fn_extra = found;
     PG_RETURN_TEXT_P(program);
 }

@@ -4,6 +4,7 @@
 
 extern "C" {
 #include <utils/builtins.h>
+#include <utils/memutils.h>
 #include <utils/numeric.h>
 }
 
@@ -14,6 +15,9 @@ namespace {
 // Errors of the server leave these functions by longjmp: no object here has a destructor.
 
 Jsonb* recordS = nullptr;
+// What the server takes to find a field, until the next one is looked for: a script may look for
+// millions.
+MemoryContext fieldsS = nullptr;
 bool hasErrorS = false;  // it lies on the server's stack of errors
 
 // Writes a number as numeric_out does. Gives the length, or 0 for one that is too long for that or
@@ -92,12 +96,13 @@ bool findMember(JsonbContainer* object, const Name& name, JsonbValue& value) {
     if (std::memchr(name.data, '_', name.size) == nullptr) return false;
     JsonbIterator* iterator = JsonbIteratorInit(object);
     JsonbValue part;
+    bool isFound = false;
     while (true) {
         const JsonbIteratorToken token = JsonbIteratorNext(&iterator, &part, true);
-        if (token == WJB_DONE) return false;
+        if (token == WJB_DONE) return isFound;
         if (token != WJB_KEY || !isAlike(part, name)) continue;
         JsonbIteratorNext(&iterator, &value, true);
-        return true;
+        isFound = true;  // the last one counts, as in other records
     }
 }
 
@@ -167,6 +172,10 @@ void describe(const JsonbValue& value, bool isSpelled, Field& field) {
 void openRecord(Jsonb* record) {
     recordS = record;
     hasErrorS = false;
+    if (fieldsS == nullptr) {
+        fieldsS = AllocSetContextCreate(TopMemoryContext, "kestrel fields", ALLOCSET_DEFAULT_SIZES);
+    }
+    MemoryContextReset(fieldsS);
 }
 
 bool findField(const Path& path, bool isSpelled, Field& field) noexcept {
@@ -174,8 +183,11 @@ bool findField(const Path& path, bool isSpelled, Field& field) noexcept {
     const MemoryContext before = CurrentMemoryContext;
     PG_TRY();
     {
+        MemoryContextReset(fieldsS);
+        MemoryContextSwitchTo(fieldsS);
         JsonbValue value;
         if (follow(path, value, field)) describe(value, isSpelled, field);
+        MemoryContextSwitchTo(before);
     }
     PG_CATCH();
     {

@@ -38,8 +38,8 @@ std::string temporaryPrefix(const fs::path& path) {
     return path.parent_path() / name;
 }
 
-// Removes temporary files next to `path` whose names begin with `prefix`, or with anything if that
-// is empty, and whose writers are gone.
+// Removes temporary files next to `path` whose names begin with `prefix`, or are those of results
+// of messages if that is empty, and whose writers are gone.
 void removeTemporaries(const fs::path& path, const std::string& prefix) {
     const fs::path parent = path.parent_path();
     std::error_code error;
@@ -48,8 +48,9 @@ void removeTemporaries(const fs::path& path, const std::string& prefix) {
         const std::string name = entry->path().filename();
         const bool isTemporary =
             name.size() > 8 && name.front() == '.' && name[name.size() - 7] == '.';
-        const bool isWanted =
-            prefix.empty() || (name.size() == prefix.size() + 6 && name.starts_with(prefix));
+        const bool isWanted = prefix.empty()
+                                  ? name.find("-of-stream.") != std::string::npos
+                                  : name.size() == prefix.size() + 6 && name.starts_with(prefix);
         if (!isTemporary || !isWanted) continue;
         const int descriptor = ::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
         if (descriptor < 0) continue;

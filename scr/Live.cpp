@@ -7,6 +7,7 @@
 #include "scr/HostContainers.h"
 #include "scr/Variable.h"
 #include "scr/run/Entry.h"
+#include "scr/run/RunControl.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR {
@@ -168,6 +169,9 @@ Outcome LiveRunner::State::take() {
 
 Outcome LiveRunner::refresh() {
     if (state_->executions > 0 || state_->live.version() == state_->tried) return {};
+    // The host may run the interpreter by itself, too.
+    Interpreter* const now = state_->interpreter.get();
+    if (now != nullptr && now->runControl().isRunning()) return {};
     return state_->take();
 }
 

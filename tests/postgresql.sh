@@ -78,6 +78,10 @@ expect "SELECT kestrel.eval_bool('result = edrEmptyInput(a) and edrMissingInput(
 for date in 0001-01-01T00:00:00+00:00 9999-12-31T23:59:59+00:00 2026-03-29T01:30:00+02:00; do
     expect "SELECT kestrel.eval_timestamptz('result = edrDate(t);', jsonb_build_object('t', '$date')) = '$date'" t
 done
+expect "SELECT kestrel.eval_text('String s; function BEGIN { s = edrString(a); } result = s + edrString(a);', '{\"a\": \"x\"}')" x
+expect "SELECT kestrel.eval_bool('result = edrDate(t) > strToDate(\"2020-01-01\");', '{}')" '*field t: no date to compare*'
+expect "SELECT kestrel.eval_text('result = edrString(x_y);', '{\"x-y\": 1, \"x y\": 2}')" 1
+expect "SELECT kestrel.eval_text('Long i; for (i = 0; i < 30000; i = i + 1) logStdout(\"öa\"); result = \"x\";', '{}')" '*x'
 expect "SELECT kestrel.eval_timestamptz('result = edrDate(t);', to_jsonb(x)) FROM (SELECT 'infinity'::timestamptz AS t) x" '*no Date*'
 expect "SELECT kestrel.eval_timestamptz('result = edrDate(t);', '{\"t\": \"2026-01-01 00:00:00.5\"}')" '*fractions of a second*'
 expect "SELECT kestrel.eval_jsonb('edrDecimal(a.b) = edrDecimal(a.b) + 0.1; edrDeleteField(c);', '{\"a\": {\"b\": 1}, \"c\": 2, \"d\": [3]}')" '{"a": {"b": 1.1}, "d": \[3\]}'
