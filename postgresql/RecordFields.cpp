@@ -173,7 +173,9 @@ void openRecord(Jsonb* record) {
     recordS = record;
     hasErrorS = false;
     if (fieldsS == nullptr) {
-        fieldsS = AllocSetContextCreate(TopMemoryContext, "kestrel fields", ALLOCSET_DEFAULT_SIZES);
+        // The macro of the server is no C++.
+        fieldsS = AllocSetContextCreateInternal(TopMemoryContext, "kestrel fields",
+                                                ALLOCSET_DEFAULT_SIZES);
     }
     MemoryContextReset(fieldsS);
 }
