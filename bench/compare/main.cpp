@@ -113,7 +113,9 @@ struct Variant {
 };
 
 const Variant variantsS[] = {
-    {"with limits", {"--limit", "steps=1000000000000", "time=1000000000", "memory=8000000000"}},
+    {"with limits",
+     {"--limit", "steps=1000000000000", "--limit", "time=1000000000", "--limit",
+      "memory=8000000000"}},
     {"portable", {"--tier", "portable"}},
     {"tree", {"--tier", "tree"}},
 };
