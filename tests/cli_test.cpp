@@ -156,6 +156,13 @@ TEST_F(CliTest, ScriptsAreWatched) {
     EXPECT_NE(profile.find("  3000"), std::string::npos) << profile;
     EXPECT_NE(profile.find("twice  part.ks:1"), std::string::npos) << profile;
     EXPECT_NE(folder_.read("p.html").find("3\u202f000"), std::string::npos);
+
+    // A debugger leaves files alone, and outlives a query that calls functions.
+    write("kept.csv", "kept\n");
+    write("call.ks", "function Bool f(Long n) { return n > 1; } edrLong(n) = 7;");
+    expect({{"debug call.ks --records n.csv --header --where f(2) --output kept.csv", "...", "...",
+             0, "b f if n > 0\nc\nc\nc\n"}});
+    EXPECT_EQ(folder_.read("kept.csv"), "kept\n");
 }
 
 TEST_F(CliTest, ProjectsAreTested) {
@@ -331,6 +338,8 @@ TEST_F(CliTest, BadUsageIsExplainedAndRunsNothing) {
         {"run -e '' --records - --part 3/2", "--part: '3/2' is not I/N with I from 1 to N"},
         {"run -e '' --records - --format jsonl --header", "--header: JSON names its fields itself"},
         {"run -e '' --records - --out out", "must come from a file"},
+        {"run -e '' --records hello.ks --dry-run 1 --out out", "--out: nothing is written"},
+        {"debug hello.ks --records hello.ks --out out", "--out: a debugger writes no files"},
         {"run - --records -", "can not both come from standard input"},
         {"conditions - --records -", "can not both come from standard input"},
         {"conditions nosuch --records -", "kestrel: nosuch: No such file or directory"},
