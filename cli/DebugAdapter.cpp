@@ -360,7 +360,7 @@ Author::Json DebugAdapter::describe(const Debugger::Breakpoint& breakpoint) {
 }
 
 // `hitCondition` is the number of a record or, without records, of the hits.
-Author::Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Author::Json& given) {
+void DebugAdapter::readCondition(Debugger::Breakpoint& breakpoint, const Author::Json& given) {
     breakpoint.condition = valueOf<std::string>(given, "condition", "");
     std::string number = valueOf<std::string>(given, "hitCondition", "");
     std::erase_if(number, [](char byte) { return byte == ' ' || byte == '='; });
@@ -368,39 +368,49 @@ Author::Json DebugAdapter::add(Debugger::Breakpoint breakpoint, const Author::Js
         std::from_chars(number.data(), number.data() + number.size(), breakpoint.number);
     const bool isNumber = read.ec == std::errc() && read.ptr == number.data() + number.size();
     if (!number.empty() && (!isNumber || breakpoint.number < 1)) {
-        return {{"verified", false}, {"message", "the hit condition is no number"}};
+        breakpoint.fault = "the hit condition is no number";
     }
-    breakpoint.id = debugger_.add(breakpoint);
-    return describe(breakpoint);
+}
+
+// All are read before any is changed: a request that is refused changes nothing.
+Author::Json DebugAdapter::replace(
+    const Debugger::Breakpoint& kind, const Author::Json& given,
+    const std::function<void(Debugger::Breakpoint&, const Author::Json&)>& read) {
+    std::vector<Debugger::Breakpoint> wanted;
+    for (const Author::Json& one : given) read(wanted.emplace_back(kind), one);
+    debugger_.removeIf([&](const Debugger::Breakpoint& breakpoint) {
+        return breakpoint.kind == kind.kind && breakpoint.path == kind.path;
+    });
+    Author::Json set = Author::Json::array();
+    for (Debugger::Breakpoint& breakpoint : wanted) {
+        if (breakpoint.fault.empty()) {
+            breakpoint.id = debugger_.add(breakpoint);
+            set.push_back(describe(breakpoint));
+        } else {
+            set.push_back({{"verified", false}, {"message", breakpoint.fault}});
+        }
+    }
+    return {{"breakpoints", set}};
 }
 
 Author::Json DebugAdapter::setBreakpoints(const Author::Json& arguments) {
-    const std::string path = arguments.at("source").at("path");
-    debugger_.removeIf([&](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == Debugger::Breakpoint::Kind::Line && breakpoint.path == path;
-    });
-    Author::Json set = Author::Json::array();
-    for (const Author::Json& given : valueOf(arguments, "breakpoints", Author::Json::array())) {
-        Debugger::Breakpoint breakpoint;
-        breakpoint.path = path;
-        breakpoint.line = given.at("line");
-        set.push_back(add(std::move(breakpoint), given));
-    }
-    return {{"breakpoints", set}};
+    Debugger::Breakpoint kind;
+    kind.path = arguments.at("source").at("path");
+    return replace(kind, valueOf(arguments, "breakpoints", Author::Json::array()),
+                   [](Debugger::Breakpoint& breakpoint, const Author::Json& given) {
+                       breakpoint.line = given.at("line");
+                       readCondition(breakpoint, given);
+                   });
 }
 
 Author::Json DebugAdapter::setFunctionBreakpoints(const Author::Json& arguments) {
-    debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == Debugger::Breakpoint::Kind::Function;
-    });
-    Author::Json set = Author::Json::array();
-    for (const Author::Json& given : arguments.at("breakpoints")) {
-        Debugger::Breakpoint breakpoint;
-        breakpoint.kind = Debugger::Breakpoint::Kind::Function;
-        breakpoint.name = given.at("name");
-        set.push_back(add(std::move(breakpoint), given));
-    }
-    return {{"breakpoints", set}};
+    Debugger::Breakpoint kind;
+    kind.kind = Debugger::Breakpoint::Kind::Function;
+    return replace(kind, arguments.at("breakpoints"),
+                   [](Debugger::Breakpoint& breakpoint, const Author::Json& given) {
+                       breakpoint.name = given.at("name");
+                       readCondition(breakpoint, given);
+                   });
 }
 
 Author::Json DebugAdapter::setExceptionBreakpoints(const Author::Json& arguments) {
@@ -432,17 +442,12 @@ Author::Json DebugAdapter::dataBreakpointInfo(const Author::Json& arguments) {
 }
 
 Author::Json DebugAdapter::setDataBreakpoints(const Author::Json& arguments) {
-    debugger_.removeIf([](const Debugger::Breakpoint& breakpoint) {
-        return breakpoint.kind == Debugger::Breakpoint::Kind::Change;
-    });
-    Author::Json set = Author::Json::array();
-    for (const Author::Json& given : arguments.at("breakpoints")) {
-        Debugger::Breakpoint breakpoint;
-        breakpoint.kind = Debugger::Breakpoint::Kind::Change;
-        breakpoint.name = given.at("dataId");
-        set.push_back(add(std::move(breakpoint), Author::Json::object()));
-    }
-    return {{"breakpoints", set}};
+    Debugger::Breakpoint kind;
+    kind.kind = Debugger::Breakpoint::Kind::Change;
+    return replace(kind, arguments.at("breakpoints"),
+                   [](Debugger::Breakpoint& breakpoint, const Author::Json& given) {
+                       breakpoint.name = given.at("dataId");
+                   });
 }
 
 void DebugAdapter::placed(const Debugger::Breakpoint& breakpoint) {

@@ -85,7 +85,10 @@ private:
     Json source(const Json& arguments);
 
     static Json describe(const Debugger::Breakpoint& breakpoint);
-    Json add(Debugger::Breakpoint breakpoint, const Json& given);
+    static void readCondition(Debugger::Breakpoint& breakpoint, const Json& given);
+    /// Sets the breakpoints of the kind and path of `kind`, each as `read` reads it.
+    Json replace(const Debugger::Breakpoint& kind, const Json& given,
+                 const std::function<void(Debugger::Breakpoint&, const Json&)>& read);
     int referenceTo(Reference::Kind kind, Debugger::Path path);
     std::vector<Debugger::Item> itemsOf(const Reference& reference, std::size_t first,
                                         std::size_t count);
