@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "scr/Array.h"
 #include "scr/code/Divisor.h"
 #include "scr/code/Helpers.h"
+#include "scr/code/PendingStores.h"
 #include "scr/code/Remainders.h"
 #include "scr/code/Selects.h"
 
@@ -101,7 +103,7 @@ private:
 };
 
 // Temporaries live in registers that calls do not keep, and the variables used most in registers
-// that they do. A variable's home is always right: stores go there at once.
+// that they do. A variable's home is right whenever anything else runs.
 constexpr std::array temporaryRegistersS{x86::r8, x86::r9, x86::r10, x86::r11};
 constexpr std::array variableRegistersS{x86::rbx, x86::rbp, x86::r12, x86::r13};
 constexpr x86::Gp countRegisterS = x86::r14;  // the turns before the next look
@@ -116,6 +118,7 @@ public:
 
     void translate() {
         chooseVariables();
+        pending_.emplace(listing_, cached_);
         for (std::size_t i = 0; i < listing_.labels.size(); ++i) labels_.push_back(asm_.newLabel());
         leave_ = asm_.newLabel();
         prologue();
@@ -130,11 +133,13 @@ public:
             if (listing_.operations[i].op == Op::Turn) asm_.align(asmjit::AlignMode::kCode, 32);
             for (; next != bound.end() && next->first == i; ++next)
                 asm_.bind(labels_[next->second]);
+            current_ = i;
             emit(listing_.operations[i]);
         }
         epilogue();
         for (std::size_t i = 0; i < cold_.size(); ++i) {
             asm_.bind(cold_[i].at);
+            current_ = cold_[i].operation;
             const std::function<void()> emit = std::move(cold_[i].emit);
             emit();
         }
@@ -150,6 +155,7 @@ private:
     // Code out of the way.
     struct Cold {
         asmjit::Label at;
+        std::size_t operation;  // that it belongs to
         std::function<void()> emit;
     };
 
@@ -258,7 +264,10 @@ private:
         const x86::Gp* const own = registerOf(target);
         return own != nullptr ? *own : x86::rax;
     }
-    bool isInRegisterOnly(Ref target) const { return isPassing_ && registerOf(target) != nullptr; }
+    bool isInRegisterOnly(Ref target) const {
+        const bool isLate = listing_.operations[current_].isPassing || pending_->isLate(current_);
+        return isLate && registerOf(target) != nullptr;
+    }
     // Stores a value in the target.
     void store(Ref target, x86::Gp value) {
         if (const x86::Gp* const own = registerOf(target)) {
@@ -269,6 +278,16 @@ private:
             asm_.mov(at(listing_.variables[target.index()], scratch, 8), value);
         } else if (registerOf(target) == nullptr && target.is(Ref::Kind::Temporary)) {
             asm_.mov(slotOf(target.index()), value);
+        }
+    }
+
+    // Stores the variables whose homes are out of date.
+    void storePending() {
+        const PendingStores::Set pending = pending_->before(current_);
+        for (std::size_t i = 0; i < cached_.size(); ++i) {
+            if ((pending >> i & 1) == 0) continue;
+            const std::size_t variable = cached_[i];
+            asm_.mov(at(listing_.variables[variable], x86::rax, 8), *registers_[variable]);
         }
     }
 
@@ -310,7 +329,7 @@ private:
     }
 
     asmjit::Label newCold(std::function<void()> emit) {
-        cold_.push_back({asm_.newLabel(), std::move(emit)});
+        cold_.push_back({asm_.newLabel(), current_, std::move(emit)});
         return cold_.back().at;
     }
     // Leaves with a failure in the operation's statement.
@@ -328,6 +347,7 @@ private:
     asmjit::Label newCall(const Operation& operation, asmjit::Label back,
                           void (*function)(RunControl&, const Node*) noexcept) {
         return newCold([this, &operation, back, function] {
+            storePending();
             keepTemporaries(operation.live);
             asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(operation.pointer)));
             call(reinterpret_cast<const void*>(function));
@@ -357,7 +377,6 @@ private:
     // Operations.
 
     void emit(const Operation& operation) {
-        isPassing_ = operation.isPassing;
         switch (operation.op) {
             case Op::Nothing:
                 break;
@@ -454,6 +473,7 @@ private:
                 emitCall(operation);
                 break;
             case Op::Leave:
+                storePending();
                 load(x86::rax, operation.a);
                 asm_.jmp(leave_);
                 break;
@@ -615,13 +635,26 @@ private:
             return isEqual ? x86::CondCode::kEqual : x86::CondCode::kNotEqual;
         }
         const MultipleTest test = MultipleTest::of(size);
-        load(x86::rax, operation.a);
-        asm_.imul(x86::rax, inMemory(test.factor));
-        asm_.add(x86::rax, inMemory(test.sum));
-        if (test.rotation > 0) asm_.ror(x86::rax, imm(test.rotation));
+        const x86::Gp work = isLastUse(operation) ? *registerOf(operation.a) : x86::rax;
+        load(work, operation.a);
+        asm_.imul(work, inMemory(test.factor));
+        asm_.add(work, inMemory(test.sum));
+        if (test.rotation > 0) asm_.ror(work, imm(test.rotation));
         // This way round one flag tells.
-        asm_.cmp(inMemory(test.greatest), x86::rax);
+        asm_.cmp(inMemory(test.greatest), work);
         return isEqual ? x86::CondCode::kUnsignedGE : x86::CondCode::kUnsignedLT;
+    }
+    // Whether nobody needs the register of the first operand after this operation, which must be
+    // the one that is being emitted.
+    bool isLastUse(const Operation& operation) const {
+        if (!operation.a.is(Ref::Kind::Temporary) || registerOf(operation.a) == nullptr) {
+            return false;
+        }
+        if (operation.a.index() < operation.live) return false;
+        // Several choices may follow one comparison.
+        if (current_ + 1 == listing_.operations.size()) return true;
+        const Operation& next = listing_.operations[current_ + 1];
+        return !isSelect(next.op);
     }
     // A constant that no instruction can hold.
     x86::Mem inMemory(std::uint64_t value) {
@@ -681,6 +714,7 @@ private:
         RunCounters& counters = control_.counters();
         emitTurn(operation);
         const asmjit::Label stop = newCold([this, &operation, &counters] {
+            storePending();
             asm_.mov(x86::rax, imm(constantOf(operation.a) + 1));
             asm_.add(at(&counters.openCalls, x86::rcx, 8), x86::rax);
             asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(operation.pointer)));
@@ -741,6 +775,7 @@ private:
     asmjit::Label newElementCall(const Operation& operation, asmjit::Label back,
                                  const ElementPlace& place, const Helper& helper) {
         return newCold([this, &operation, back, &place, &helper] {
+            storePending();
             keepTemporaries(operation.live);
             if (operation.b) load(x86::rcx, operation.b);
             load(x86::rdx, operation.a);
@@ -790,6 +825,7 @@ private:
 
     void emitCall(const Operation& operation) {
         const auto& helper = *static_cast<const Helper*>(operation.pointer);
+        storePending();
         keepTemporaries(operation.live);
         if (operation.a) load(x86::rsi, operation.a);
         if (operation.b) load(x86::rdx, operation.b);
@@ -818,7 +854,8 @@ private:
     std::vector<std::pair<asmjit::Label, Label>> tables_;
     std::unordered_map<std::uint64_t, asmjit::Label> pool_;  // constants in memory
     std::int32_t frame_ = 0;
-    bool isPassing_ = false;  // of the operation that is being emitted
+    std::size_t current_ = 0;  // the operation that is being emitted
+    std::optional<PendingStores> pending_;
 };
 // NOLINTEND(performance-unnecessary-value-param)
 
