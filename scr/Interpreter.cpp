@@ -143,7 +143,6 @@ struct Interpreter::State {
     RunControl control;
     OpenFiles openFiles{control};
     Output* output = &standardOutput();  // not owned
-    Observation* observation = nullptr;  // not owned
     AutomataAccount automata;
     std::shared_ptr<const SharedScript> program;  // whose automata the script uses
     SharedScript* filled = nullptr;               // while it is compiled
@@ -299,6 +298,7 @@ bool Interpreter::State::extendScript(const FND::String& text) {
         control.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers, 0)));
         places.truncate(scriptPlaces);
         mark = symbols.mark();
+        Observation* const observation = control.observation();
         const std::size_t declared = observation != nullptr ? observation->declared() : 0;
         const bool isGood = enterRun(interpreter, [&] {
             const NodeMemory::Scope memory;
@@ -322,7 +322,6 @@ bool Interpreter::State::extendScript(const FND::String& text) {
         isDone = parts.runFrom(mark.statements) == Node::goOn;
         return true;
     });
-    if (observation != nullptr) observation->leave(control.wasStopped());
     return isDone;
 }
 
@@ -453,7 +452,10 @@ bool Interpreter::State::compileScript(const Source& source) {
     analyses = source.follower;
     isChecking = source.follower != nullptr;
     discardScript();
-    if (observation != nullptr && source.follower == nullptr) observation->clear();
+    if (Observation* const observation = control.observation();
+        observation != nullptr && source.follower == nullptr) {
+        observation->clear();
+    }
     program = source.shared;
     bool isGood = enterRun(interpreter, [&] { return parseScript(source); });
     filled = nullptr;
@@ -580,8 +582,6 @@ Outcome::Kind Interpreter::State::executeScript() {
     if (!isDone) kind = Outcome::Kind::Failed;
     if (kind != Outcome::Kind::Finished) [[unlikely]]
         mainExtension->mutexes().giveUp();
-    if (observation != nullptr) [[unlikely]]
-        observation->leave(control.wasStopped());
     return kind;
 }
 
@@ -607,17 +607,13 @@ Result<bool> Interpreter::tryQuery() {
 
 bool Interpreter::State::evaluateQuery(bool& value) {
     if (!query) return false;
-    const bool isDone = enterRun(
+    return enterRun(
         interpreter,
         [&] {
             value = query->result();
             return true;
         },
         &queryBuffers);
-    // It may have called functions.
-    if (observation != nullptr && !control.isRunning()) [[unlikely]]
-        observation->leave(control.wasStopped());
-    return isDone;
 }
 
 bool Interpreter::evaluate(BoolNode& condition, bool& value) {
@@ -632,12 +628,10 @@ bool Interpreter::evaluate(BoolNode& condition, bool& value) {
 bool Interpreter::State::runFunction(const FND::String& name) {
     Function* const function = symbols.getFunction(name);
     if (function == nullptr) return true;
-    const bool isDone = enterRun(interpreter, [&] {
+    return enterRun(interpreter, [&] {
         function->execute();
         return true;
     });
-    if (observation != nullptr) observation->leave(control.wasStopped());
-    return isDone;
 }
 
 bool Interpreter::finish() {
@@ -790,11 +784,11 @@ bool Interpreter::wasStopped() const { return state_ != nullptr && state_->contr
 bool Interpreter::mustStop() const { return state_ != nullptr && state_->control.mustStop(); }
 
 void Interpreter::observe(Observation* observation) {
-    if (state_ != nullptr) state_->observation = observation;
+    if (state_ != nullptr) state_->control.observation(observation);
 }
 
 Observation* Interpreter::observation() const {
-    return state_ != nullptr ? state_->observation : nullptr;
+    return state_ != nullptr ? state_->control.observation() : nullptr;
 }
 
 void Interpreter::stackEnd(const void* lowest) {
@@ -896,9 +890,8 @@ void Interpreter::diagnose(Diagnostic diagnostic) {
         watching->hasError = true;
     }
     state_->deliver(diagnostic);
-    if (state_->observation != nullptr && state_->observation->listens()) {
-        state_->observation->message(diagnostic);
-    }
+    Observation* const observation = state_->control.observation();
+    if (observation != nullptr && observation->listens()) observation->message(diagnostic);
     constexpr std::size_t mostKept = 100;
     const bool isKept =
         state_->isCompiling || state_->diagnostics.size() < state_->ofCompile + mostKept;
@@ -938,8 +931,9 @@ bool Interpreter::addStatement(Node* statement) { return state_->symbols.addStat
 
 bool Interpreter::addIdentifier(const FND::String& name, Variable* variable) {
     if (!state_->symbols.addIdentifier(name, variable)) return false;
-    if (state_->observation != nullptr) [[unlikely]]
-        state_->observation->declare(name, variable, topStatement());
+    Observation* const observation = state_->control.observation();
+    if (observation != nullptr) [[unlikely]]
+        observation->declare(name, variable, topStatement());
     return true;
 }
 

@@ -2,7 +2,12 @@
 
 #include "scr/Observation.h"
 #include "Script.h"
+#include "scr/Batch.h"
+#include "scr/CompareInterface.h"
+#include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
+#include "scr/Node.h"
+#include "scr/ScriptHandle.h"
 #include "scr/code/Hot.h"
 
 namespace {
@@ -144,6 +149,67 @@ TEST(Observation, TellsEachStep) {
             {.prepare = [&](SCR::Interpreter& interpreter) { interpreter.observe(&steps); }});
         EXPECT_TRUE(run.ok) << run.log;
         EXPECT_EQ(steps.text, row.steps) << row.script;
+    }
+}
+
+// However a host calls the script, and also when that is stopped: once, and when the last message
+// has been told.
+TEST(Observation, TellsTheEndOfEachRun) {
+    struct Calls final : Observation {
+        Calls() : Observation(stepsCM) { listen(true); }
+        void entered(std::size_t /*site*/) override { text += ">"; }
+        void left(std::size_t /*site*/) override { text += "<"; }
+        void message(const SCR::Diagnostic& /*diagnostic*/) override { text += "!"; }
+        void ended() override { text += "."; }
+        std::string text;
+    } calls;
+    struct List final : SCR::CompareInterface {
+        bool condition(SCR::BoolNode* given) override {
+            node.reset(given);
+            return true;
+        }
+        bool comparePattern(SCR::Interpreter&, SCR::ParserStack&) override { return false; }
+        std::unique_ptr<SCR::BoolNode> node;
+    } list;
+    Harness::MemoryLog log;
+    SCR::Interpreter interpreter(&log);
+    SCR::Limits limits;
+    limits.steps = 100;
+    interpreter.limits(limits);
+    interpreter.codeTier(SCR::CodeTier::Tree);
+    interpreter.observe(&calls);
+    ASSERT_TRUE(
+        interpreter.compile("Bool stops; function Bool f { while (stops) {} return true; } f();"));
+    const auto stops = interpreter.variable<bool>("stops");
+    const auto f = interpreter.function<bool()>("f");
+    SCR::ConditionList conditions(interpreter);
+    ASSERT_TRUE(conditions.compile("f() or f();"));
+    ASSERT_TRUE(interpreter.compileConditions("f();", list));
+    bool value = false;
+    const struct {
+        const char* name;
+        std::function<bool()> call;
+        const char* whole = "><.";
+        const char* stopped = ">!.";
+    } rows[] = {
+        {"execute", [&] { return interpreter.execute(); }, ">><.", ">>!."},
+        {"batch", [&] { return bool(interpreter.executeBatch({}, 1)); }, ">><.", ">>!."},
+        {"extend", [&] { return interpreter.extend("f();"); }, ".>><.", ".>>!."},
+        {"function", [&] { return bool(f()); }, ">."},
+        {"query",
+         [&] { return interpreter.compileQuery("f()") && interpreter.evaluateQuery(value); },
+         ".><.", ".>!."},
+        {"conditions", [&] { return conditions.holds(0, value); }},
+        {"condition", [&] { return interpreter.evaluate(*list.node, value); }},
+    };
+    for (const auto& row : rows) {
+        for (const bool isStopped : {true, false}) {
+            SCOPED_TRACE(std::string(row.name) + (isStopped ? ", stopped" : ""));
+            ASSERT_TRUE(stops.set(isStopped));
+            calls.text.clear();
+            EXPECT_EQ(row.call(), !isStopped) << log.text;
+            EXPECT_EQ(calls.text, isStopped ? row.stopped : row.whole);
+        }
     }
 }
 

@@ -221,13 +221,25 @@ std::unique_ptr<BoolNode> Observing::wrap(std::unique_ptr<BoolNode> condition) {
                                                isRepeated_);
 }
 
+std::size_t Observing::functionNamed(const FND::String& name) {
+    const auto known = functions_.find(name);
+    if (known != functions_.end()) return known->second;
+    // A query calls those of the script that was read before it.
+    const auto& sites = observation_.sites();
+    const auto found = std::find_if(sites.rbegin(), sites.rend(), [&](const ObservedSite& site) {
+        return site.kind == ObservedSite::Kind::Function && site.function != 0 && site.text == name;
+    });
+    if (found == sites.rend()) return ObservedSite::none;
+    return functions_[name] = static_cast<std::size_t>(sites.rend() - found) - 1;
+}
+
 std::unique_ptr<Node> Observing::wrapCall(std::unique_ptr<Node> call, int type,
                                           const FND::String& name) {
-    const auto function = functions_.find(name);
-    if (function == functions_.end()) return call;
     if (!hasEvents() && !observation_.has(Observation::positionsCM)) return call;
+    const std::size_t function = functionNamed(name);
+    if (function == ObservedSite::none) return call;
     calls_.push_back(std::make_shared<std::size_t>(0));
-    return observedCall(std::move(call), type, observation_, function->second, calls_.back());
+    return observedCall(std::move(call), type, observation_, function, calls_.back());
 }
 
 std::unique_ptr<Node> Observing::wrapArgument(std::unique_ptr<Node> value, int type,

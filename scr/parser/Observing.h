@@ -81,6 +81,8 @@ private:
     };
 
     ObservedSite siteOf(Span text, ObservedSite::Kind kind) const;
+    /// The site of that function of the script, or none.
+    std::size_t functionNamed(const FND::String& name);
     std::size_t owner();
     void tell(std::size_t fromTop, Span text, ObservedSite::Kind kind);
     bool counts() const { return observation_.has(Observation::countsCM); }

@@ -91,7 +91,7 @@ public:
         SCR::CustomLexer lexer(head, text, tail);
         ownContext_.lexer = &lexer;
         Observation* const observation = actInterpreterG->observation();
-        if (observation != nullptr && !isTolerant && actCompareInterfaceG == nullptr) {
+        if (observation != nullptr && !isTolerant) {
             ownContext_.observing =
                 std::make_unique<Observing>(*actInterpreterG, ownStack_, *observation);
             if (head.starts_with("RESULTS")) ownContext_.observing->startBody();

@@ -20,6 +20,7 @@ namespace SCR {
 
 class Interpreter;
 class Node;
+class Observation;
 class RunControl;
 struct Diagnostic;
 
@@ -263,6 +264,10 @@ public:
     /// Logs why `stop` stopped the script, and in which line.
     void report(const ScriptStopped& stopped);
 
+    /// Who watches the script, or null.
+    Observation* observation() const { return observation_; }
+    void observation(Observation* observation) { observation_ = observation; }
+
     /// Adds to a message of the run the place of `node`, which logs it, or when that is null of the
     /// innermost call that is known; the calls that led there; and the values of the arguments of
     /// the host's function that is being called.
@@ -321,8 +326,9 @@ private:
     FND::String prefix_;   // where the parser was then
     FND::String failure_;  // the message of `fail`
     std::exception_ptr failureInCode_;
-    HostSite* site_ = nullptr;          // the innermost one
-    std::unique_ptr<Diagnostic> stop_;  // what was known where the script was stopped
+    HostSite* site_ = nullptr;            // the innermost one
+    Observation* observation_ = nullptr;  // not owned
+    std::unique_ptr<Diagnostic> stop_;    // what was known where the script was stopped
     InvalidDates invalidDates_;
     bool wasStopped_ = false;
     bool isStopPending_ = false;
