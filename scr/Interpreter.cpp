@@ -109,7 +109,9 @@ struct Interpreter::State {
     bool expand(const FND::String& text, ExpandedText& expanded);
     void deliver(const Diagnostic& diagnostic) noexcept;
     void dropRunDiagnostics() noexcept {
-        if (!control.isRunning()) diagnostics.resize(ofCompile);
+        if (control.isRunning()) return;
+        diagnostics.resize(ofCompile);
+        hasRunDiagnostics = false;
     }
     bool flushOutput(bool mayWait);
 
@@ -130,6 +132,7 @@ struct Interpreter::State {
     std::vector<Diagnostic> diagnostics;
     std::vector<Diagnostic>* keptMessages = nullptr;  // not owned
     std::size_t ofCompile = 0;                        // the first of them, which no run drops
+    bool hasRunDiagnostics = false;                   // there are others
     PendingBuilds* pendingBuilds = nullptr;           // not owned
     std::vector<FND::String> includePath;
     std::vector<FND::String> modulePath;
@@ -556,6 +559,26 @@ bool Interpreter::State::compileQuery(const FND::String& text) {
     return false;
 }
 
+// A host calls this for every record.
+Outcome::Kind Interpreter::State::executeScript() {
+    if (!link->isReady) return Outcome::Kind::Refused;
+    if (hasRunDiagnostics) [[unlikely]]
+        dropRunDiagnostics();
+    Function* const main = symbols.mainFunction();
+    Outcome::Kind kind = Outcome::Kind::Failed;
+    const bool isDone = enterRun(interpreter, [&] {
+        // The usual case without a further call.
+        Code::Hot& hot = main->parts().hot;
+        const std::int32_t code = hot ? hot.run() : main->execute();
+        kind = code == Node::goOn ? Outcome::Kind::Finished : Outcome::Kind::Returned;
+        return true;
+    });
+    if (!isDone) kind = Outcome::Kind::Failed;
+    if (kind != Outcome::Kind::Finished) [[unlikely]]
+        mainExtension->mutexes().giveUp();
+    return kind;
+}
+
 bool Interpreter::execute() {
     return state_ != nullptr &&
            state_->attempt([&] { return state_->executeScript() == Outcome::Kind::Finished; });
@@ -567,22 +590,6 @@ Outcome Interpreter::tryExecute() {
         if (!state_->link->isReady) state_->refuse("no script is compiled");
         return state_->executeScript();
     });
-}
-
-Outcome::Kind Interpreter::State::executeScript() {
-    if (!link->isReady) return Outcome::Kind::Refused;
-    if (diagnostics.size() > ofCompile) [[unlikely]]
-        dropRunDiagnostics();
-    Function* const main = symbols.mainFunction();
-    Outcome::Kind kind = Outcome::Kind::Failed;
-    const bool isDone = enterRun(interpreter, [&] {
-        kind = main->execute() == Node::goOn ? Outcome::Kind::Finished : Outcome::Kind::Returned;
-        return true;
-    });
-    if (!isDone) kind = Outcome::Kind::Failed;
-    if (kind != Outcome::Kind::Finished) [[unlikely]]
-        mainExtension->mutexes().giveUp();
-    return kind;
 }
 
 bool Interpreter::shareMutexes(const Interpreter& other) {
@@ -895,7 +902,10 @@ void Interpreter::diagnose(Diagnostic diagnostic) {
     constexpr std::size_t mostKept = 100;
     const bool isKept =
         state_->isCompiling || state_->diagnostics.size() < state_->ofCompile + mostKept;
-    if (isKept && !diagnostic.isDetail) state_->diagnostics.push_back(std::move(diagnostic));
+    if (isKept && !diagnostic.isDetail) {
+        state_->diagnostics.push_back(std::move(diagnostic));
+        state_->hasRunDiagnostics = !state_->isCompiling;
+    }
 }
 
 const std::vector<Diagnostic>& Interpreter::diagnostics() const {

@@ -60,33 +60,15 @@ class NativeFragment final : public Fragment {
 public:
     NativeFragment(CodePages pages, void* entry, std::vector<const Node*> statements,
                    RunControl& control)
-        : pages_(std::move(pages)),
-          entry_(reinterpret_cast<Entry>(entry)),
-          statements_(std::move(statements)),
-          control_(control) {}
-
-    std::int32_t run() override {
-        const std::int32_t code = entry_(&control_);
-        RunCounters& counters = control_.counters();
-        if (counters.hasFailed != 0) [[unlikely]] {
-            const std::uint32_t statement = counters.failedAt;
-            control_.throwFailure(statement > 0 ? statements_[statement - 1] : nullptr);
-        }
-        return code;
-    }
+        : Fragment(reinterpret_cast<Entry>(entry), &control, control, std::move(statements)),
+          pages_(std::move(pages)) {}
 
     std::size_t bytes() const override {
-        // NOLINTNEXTLINE(bugprone-sizeof-expression): of pointers
-        return sizeof *this + pages_.size() + statements_.size() * sizeof(const Node*);
+        return sizeof *this + pages_.size() + bytesOfStatements();
     }
 
 private:
-    using Entry = std::int32_t (*)(RunControl*);
-
     const CodePages pages_;
-    const Entry entry_;
-    const std::vector<const Node*> statements_;
-    RunControl& control_;
 };
 
 // Notes the first error of the assembler, which is then silent.
@@ -177,10 +159,22 @@ private:
         }
         std::sort(uses.begin(), uses.end(), std::greater<>());
         registers_.assign(uses.size(), nullptr);
+        // A register has to be kept and loaded, which a few uses are not worth.
+        constexpr double fewUses = 2;
         for (std::size_t i = 0; i < std::min(uses.size(), variableRegistersS.size()); ++i) {
+            if (uses[i].first <= fewUses) break;
             registers_[uses[i].second] = &variableRegistersS[i];
             cached_.push_back(uses[i].second);
+            kept_.push_back(variableRegistersS[i]);
         }
+        callsOut_ = std::any_of(listing_.operations.begin(), listing_.operations.end(),
+                                [](const Operation& operation) { return mayCall(operation.op); });
+        if (callsOut_) kept_.push_back(countRegisterS);
+        kept_.push_back(controlRegisterS);
+    }
+    static bool mayCall(Op op) {
+        return op == Op::Turn || op == Op::EnterCall || op == Op::CheckCall || op == Op::Call ||
+               op == Op::LoadElement || op == Op::StoreElement;
     }
 
     // The register that always holds the operand's value; null if there is none.
@@ -295,26 +289,62 @@ private:
 
     void prologue() {
         asm_.endbr64();
-        for (const x86::Gp& kept : keptCM) asm_.push(kept);
-        // After the return address and the registers, calls need a multiple of 16.
-        frame_ = static_cast<std::int32_t>((listing_.temporaries * 8 + 15) / 16 * 16 + 8);
-        asm_.sub(x86::rsp, frame_);
+        for (const x86::Gp& kept : kept_) asm_.push(kept);
+        const bool hasSlots = listing_.temporaries > temporaryRegistersS.size();
+        if (callsOut_ || hasSlots) {
+            // After the return address and the registers, calls need a multiple of 16.
+            const std::size_t pushed = (kept_.size() + 1) * 8;
+            const std::size_t all = (pushed + listing_.temporaries * 8 + 15) / 16 * 16;
+            frame_ = static_cast<std::int32_t>(all - pushed);
+        }
+        if (frame_ != 0) asm_.sub(x86::rsp, frame_);
         asm_.mov(controlRegisterS, x86::rdi);
-        loadCount();
-        loadVariables();
+        if (callsOut_) loadCount();
+        const std::vector<bool> isSet = setAtOnce();
+        for (const std::size_t variable : cached_) {
+            if (!isSet[variable]) loadVariable(variable);
+        }
     }
     void epilogue() {
         asm_.bind(leave_);
-        asm_.mov(at(&control_.counters().untilLook, x86::rcx, 8), countRegisterS);
-        asm_.add(x86::rsp, frame_);
-        for (auto kept = keptCM.rbegin(); kept != keptCM.rend(); ++kept) asm_.pop(*kept);
+        if (callsOut_) {
+            asm_.mov(at(&control_.counters().untilLook, x86::rcx, 8), countRegisterS);
+        }
+        if (frame_ != 0) asm_.add(x86::rsp, frame_);
+        for (auto kept = kept_.rbegin(); kept != kept_.rend(); ++kept) asm_.pop(*kept);
         asm_.ret();
     }
-    void loadVariables() {
-        for (const std::size_t variable : cached_) {
-            const x86::Gp own = *registers_[variable];
-            asm_.mov(own, at(listing_.variables[variable], own, 8));
+    // By variable: whether it is set before anything can read it.
+    std::vector<bool> setAtOnce() const {
+        std::vector<bool> isSet(listing_.variables.size());
+        std::vector<bool> isRead(listing_.variables.size());
+        const auto read = [&](Ref ref) {
+            if (ref.is(Ref::Kind::Variable)) isRead[ref.index()] = true;
+        };
+        std::size_t end = listing_.operations.size();
+        for (const std::uint32_t label : listing_.labels) end = std::min<std::size_t>(end, label);
+        for (std::size_t i = 0; i < end; ++i) {
+            const Operation& operation = listing_.operations[i];
+            if (operation.op > Op::SelectGreaterEqual || isJump(operation.op)) break;
+            read(operation.a);
+            read(operation.b);
+            if (isSelect(operation.op)) {
+                read(operation.c);
+                read(operation.target);
+            }
+            const Ref target = operation.target;
+            if (target.is(Ref::Kind::Variable) && !isRead[target.index()]) {
+                isSet[target.index()] = true;
+            }
         }
+        return isSet;
+    }
+    void loadVariables() {
+        for (const std::size_t variable : cached_) loadVariable(variable);
+    }
+    void loadVariable(std::size_t variable) {
+        const x86::Gp own = *registers_[variable];
+        asm_.mov(own, at(listing_.variables[variable], own, 8));
     }
     // Keeps the temporaries that are needed after a call, and takes them back.
     void keepTemporaries(std::size_t live) {
@@ -837,7 +867,6 @@ private:
         store(operation.target, x86::rax);
     }
 
-    static constexpr std::array keptCM{x86::rbx, x86::rbp, x86::r12, x86::r13, x86::r14, x86::r15};
     static constexpr std::array conditionsCM{x86::CondCode::kSignedLT, x86::CondCode::kSignedGT,
                                              x86::CondCode::kEqual,    x86::CondCode::kNotEqual,
                                              x86::CondCode::kSignedLE, x86::CondCode::kSignedGE};
@@ -849,6 +878,8 @@ private:
     asmjit::Label leave_;
     std::vector<const x86::Gp*> registers_;  // by variable; null if it has none
     std::vector<std::size_t> cached_;        // the variables that have one
+    std::vector<x86::Gp> kept_;              // the registers whose values belong to the caller
+    bool callsOut_ = false;                  // anything of the library
     std::vector<Cold> cold_;
     std::unordered_map<std::uint32_t, asmjit::Label> failures_;  // by statement
     std::vector<std::pair<asmjit::Label, Label>> tables_;

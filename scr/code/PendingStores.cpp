@@ -7,7 +7,6 @@ namespace SCR::Code {
 
 namespace {
 
-bool isJump(Op op) { return op >= Op::JumpLess && op <= Op::Jump; }
 bool endsPath(Op op) { return op == Op::Jump || op == Op::Switch || op == Op::Leave; }
 
 }  // namespace

@@ -243,22 +243,21 @@ class PortableFragment final : public Fragment {
 public:
     PortableFragment(Listing listing, RunControl& control);
 
-    std::int32_t run() override;
     std::size_t bytes() const override {
-        return sizeof *this + listing_.operations.size() * sizeof(Operation) +
+        return sizeof *this + bytesOfStatements() + listing_.operations.size() * sizeof(Operation) +
                instructions_.size() * (sizeof(Instruction) + sizeof(std::uint32_t));
     }
 
 private:
+    static std::int32_t enter(void* fragment);
     const long* operand(Ref ref) const;
     std::int32_t runOnce();
 
     Listing listing_;
-    RunControl& control_;
     std::vector<long> temporaries_;
     std::vector<Instruction> instructions_;
     std::vector<Table> tables_;
-    std::vector<std::uint32_t> statements_;  // by instruction
+    std::vector<std::uint32_t> statementNumbers_;  // by instruction
     int active_ = 0;
 };
 
@@ -278,7 +277,9 @@ const long* PortableFragment::operand(Ref ref) const {
 }
 
 PortableFragment::PortableFragment(Listing listing, RunControl& control)
-    : listing_(std::move(listing)), control_(control), temporaries_(listing_.temporaries + 1) {
+    : Fragment(enter, this, control, std::move(listing.statements)),
+      listing_(std::move(listing)),
+      temporaries_(listing_.temporaries + 1) {
     static const Handlers handlers = [&] {
         Handlers filled{};
         const Instruction* none = nullptr;
@@ -307,7 +308,7 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
         for (const Label label : from.labels) table.labels.push_back(at(label));
         table.otherwise = at(from.otherwise);
     }
-    statements_.reserve(count);
+    statementNumbers_.reserve(count);
     for (std::size_t i = 0; i < operations.size(); ++i) {
         const Operation& operation = operations[i];
         if (operation.op == Op::Nothing) continue;
@@ -316,7 +317,7 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
         made.target = const_cast<long*>(operand(operation.target));
         made.a = operand(operation.a);
         made.b = operand(operation.b);
-        statements_.push_back(operation.statement);
+        statementNumbers_.push_back(operation.statement);
         switch (operation.op) {
             case Op::JumpLess:
             case Op::JumpGreater:
@@ -354,7 +355,7 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
                 const CallInstruction more{
                     static_cast<const Helper*>(operation.pointer), operand(operation.c), {}};
                 std::memcpy(&instructions_[places[i] + 1], &more, sizeof more);
-                statements_.push_back(operation.statement);
+                statementNumbers_.push_back(operation.statement);
                 break;
             }
             default:
@@ -363,27 +364,24 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
     }
 }
 
-std::int32_t PortableFragment::run() {
-    if (active_ == 0) return runOnce();
+std::int32_t PortableFragment::enter(void* fragment) {
+    auto& self = *static_cast<PortableFragment*>(fragment);
+    if (self.active_ == 0) return self.runOnce();
     // The one that runs has values in the temporaries.
-    const std::vector<long> kept = temporaries_;
-    struct Restore {
-        ~Restore() { std::copy(kept.begin(), kept.end(), to.begin()); }
-        const std::vector<long>& kept;
-        std::vector<long>& to;
-    } restore{kept, temporaries_};
-    return runOnce();
+    const std::vector<long> kept = self.temporaries_;
+    const std::int32_t code = self.runOnce();
+    std::copy(kept.begin(), kept.end(), self.temporaries_.begin());
+    return code;
 }
 
 std::int32_t PortableFragment::runOnce() {
     const Instruction* at = instructions_.data();
     ++active_;
-    const std::int32_t code = interpret(at, control_, nullptr);
+    const std::int32_t code = interpret(at, control(), nullptr);
     --active_;
-    if (control_.counters().hasFailed != 0) [[unlikely]] {
-        const std::uint32_t statement =
-            statements_[static_cast<std::size_t>(at - instructions_.data())];
-        control_.throwFailure(statement > 0 ? listing_.statements[statement - 1] : nullptr);
+    if (control().counters().hasFailed != 0) [[unlikely]] {
+        control().counters().failedAt =
+            statementNumbers_[static_cast<std::size_t>(at - instructions_.data())];
     }
     return code;
 }

@@ -9,32 +9,15 @@
 #include "scr/Diagnostic.h"
 #include "scr/Interpreter.h"
 #include "scr/message/Codes.h"
+#include "scr/run/Entry.h"
 #include "scr/run/PlaceTable.h"
 
 namespace SCR {
 
-namespace {
+constinit thread_local RunControl* currentControlG = nullptr;
+constinit thread_local ThreadStack threadStackG;
 
-// In the library's own static storage, so that reading it needs no call.
-[[gnu::tls_model("initial-exec")]] thread_local RunControl* currentS = nullptr;
-
-// The part of a stack that is kept free: for the code between two calls, the deepest expression in
-// the deepest block.
-#ifdef __OPTIMIZE__
-constexpr std::size_t stackReserveS = 256 * 1024;
-#else
-constexpr std::size_t stackReserveS = 1024 * 1024;
-#endif
-
-// Of the calling thread's own stack. `end` is the lowest address that script code may reach.
-struct ThreadStack {
-    char* lowest = nullptr;
-    char* highest = nullptr;
-    char* end = nullptr;
-};
-
-// Asked once per thread, since the C library reads a file to answer for the main thread.
-[[gnu::noinline]] ThreadStack findStack() {
+ThreadStack ThreadStack::find() {
     ThreadStack stack;
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) return stack;
@@ -44,99 +27,30 @@ struct ThreadStack {
     pthread_attr_destroy(&attributes);
     stack.lowest = static_cast<char*>(lowest);
     stack.highest = stack.lowest + size;
-    stack.end = stack.lowest + std::min(stackReserveS, size / 2);
+    stack.end = stack.lowest + std::min(reserveCM, size / 2);
     return stack;
 }
-
-[[gnu::tls_model("initial-exec")]] thread_local ThreadStack stackS;
-
-}  // namespace
 
 RunControl::RunControl(Interpreter& interpreter) : interpreter_(interpreter) {}
 RunControl::~RunControl() = default;
 
-RunControl* RunControl::current() { return currentS; }
+RunControl* RunControl::current() { return currentControlG; }
 
-inline char* RunControl::stackEndHere() const {
-    if (givenStackEnd_ != nullptr) {
-        return static_cast<char*>(const_cast<void*>(givenStackEnd_)) + stackReserveS;
-    }
-    if (stackS.highest == nullptr) [[unlikely]]
-        stackS = findStack();
-    const char* const here = static_cast<char*>(__builtin_frame_address(0));
-    return here >= stackS.lowest && here < stackS.highest ? stackS.end : nullptr;
-}
-
-inline void RunControl::startInterval() {
-    counters_.untilLook = std::min(stopsAt_ < 0 ? lookIntervalCM : std::int64_t{1}, stepsLeft_);
-    if (stepsLeft_ != Limits::none) stepsLeft_ -= counters_.untilLook;
-}
-
-void RunControl::startExecution() {
-    ++runs_;
-    stepsLeft_ = limits_.steps;
-    startInterval();
-    if (limits_.time != Limits::none) {
-        constexpr std::int64_t longest = std::int64_t{1} << 40;  // the clock can count that far
-        deadline_ = std::chrono::steady_clock::now() +
-                    std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
-    } else {
-        deadline_ = std::chrono::steady_clock::time_point::max();
-    }
-}
-
-inline void RunControl::begin() {
-    wasStopped_ = false;
-    isStopPending_ = false;
-    failure_.clear();
-    startExecution();
-    state_.store(State::Running, std::memory_order_relaxed);
-}
-
-inline void RunControl::end() noexcept {
-    state_.store(State::Idle, std::memory_order_relaxed);
-    counters_.untilLook = neverCM;
-    stepsLeft_ = Limits::none;
-}
-
-void RunControl::finish() {
+void RunControl::nextExecution() {
     ask(nullptr);
-    wasStopped_ = false;
+    if (depth_ == 1) startExecution();
+}
+
+void RunControl::setDeadline() {
+    constexpr std::int64_t longest = std::int64_t{1} << 40;  // the clock can count that far
+    deadline_ = std::chrono::steady_clock::now() +
+                std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
 }
 
 void RunControl::limits(const Limits& limits) {
     limits_ = limits;
     counters_.mostCalls = limits.depth;
     memoryBound_ = stopsAt_ < 0 ? limits.memory : -1;
-}
-
-RunScope::RunScope(RunControl& control)
-    : control_(control),
-      openCalls_(control.counters_.openCalls),
-      stackEnd_(control.counters_.stackEnd) {
-    char* const end = control.stackEndHere();
-    const bool isOutermost = control.depth_ == 0;
-    if (isOutermost) {
-        control.begin();
-    } else if (control.counters_.openCalls >= control.limits_.depth) {
-        control.stopAtLimit(nullptr, "depth", control.limits_.depth);
-    }
-    if (static_cast<char*>(__builtin_frame_address(0)) < end) {
-        if (isOutermost) control.end();
-        control.stopAtStackEnd(nullptr);
-    }
-    if (!isOutermost) control.noteCall(nullptr);
-    ++control.depth_;
-    control.counters_.stackEnd = end;
-    outer_ = std::exchange(currentS, &control);
-}
-
-RunScope::~RunScope() {
-    control_.counters_.openCalls = openCalls_;
-    control_.counters_.stackEnd = stackEnd_;
-    if (kept_ != nullptr) *kept_ += control_.buffers_ - before_;
-    if (--control_.depth_ == 0) control_.end();
-    currentS = outer_;
 }
 
 void RunControl::chargeBuffer(std::size_t bytes) {
@@ -218,18 +132,6 @@ bool isPast(std::chrono::steady_clock::time_point deadline) {
 }
 
 }  // namespace
-
-void RunControl::ask(const Node* place) {
-    // What is usual is told apart at once.
-    const bool isQuiet = !isStopPending_ && failure_.empty() && questions_ != stopsAt_ &&
-                         limits_.time == Limits::none &&
-                         state_.load(std::memory_order_relaxed) != State::Interrupted;
-    if (isQuiet) [[likely]] {
-        ++questions_;
-        return;
-    }
-    askWhy(place);
-}
 
 void RunControl::askWhy(const Node* place) {
     if (isStopPending_) [[unlikely]] {

@@ -93,7 +93,8 @@ private:
 /// a script that must not go on. The usual cost of a turn is a decrement and a branch. Only the
 /// interpreter's thread uses this class; any thread may call `interrupt()`.
 ///
-/// A `RunScope` begins a run. Outside of a run nothing is counted and nothing is stopped.
+/// A `RunScope` (scr/run/Entry.h) begins a run. Outside of a run nothing is counted and nothing
+/// is stopped.
 class KESTREL_API RunControl {
 public:
     explicit RunControl(Interpreter& interpreter);
@@ -193,7 +194,17 @@ public:
 
     /// Stops the script now if it has to stop. Built-ins that wait or work for long call it several
     /// times a second. `place` is their node.
-    void ask(const Node* place);
+    [[gnu::always_inline]] void ask(const Node* place) {
+        // What is usual is told apart at once.
+        const bool isQuiet = !isStopPending_ && failure_.empty() && questions_ != stopsAt_ &&
+                             limits_.time == Limits::none &&
+                             state_.load(std::memory_order_relaxed) != State::Interrupted;
+        if (isQuiet) [[likely]] {
+            ++questions_;
+        } else {
+            askWhy(place);
+        }
+    }
     /// Stops the script now if it has to stop, or if an operation that takes so many milliseconds
     /// and cannot be stopped would pass the limit of time.
     void askFor(std::size_t milliseconds);
@@ -208,10 +219,7 @@ public:
     bool mustStop() const;
     /// Between two executions that are one run: counts the steps and the time of the next one anew.
     /// Stops the script if it has to stop. Without effect in an inner run.
-    void nextExecution() {
-        ask(nullptr);
-        if (depth_ == 1) startExecution();
-    }
+    void nextExecution();
     /// The number of runs that are open, one within the other.
     int depth() const { return depth_; }
     /// What happened to invalid Dates since the host last reset this: texts that are no Date were
@@ -284,12 +292,14 @@ private:
     }
     void addCalls(Diagnostic& diagnostic, std::int64_t innermost) const;
 
+    // See scr/run/Entry.h.
     void begin();
     void finish();
     void end() noexcept;
     char* stackEndHere() const;
-    void startExecution();
     void startInterval();
+    void startExecution();
+    void setDeadline();
     void lookAtWork();
     void settle(std::int64_t bytes);
     void count(const Node* place);
@@ -345,35 +355,5 @@ inline HostSite::HostSite(RunControl& control)
 }
 
 inline HostSite::~HostSite() { control_.site_ = outer_; }
-
-/// Keeps a `RunControl` entered on the calling thread. Scopes nest, since a host's function may run
-/// its interpreter again; only the outermost one resets the counts.
-class KESTREL_API RunScope {
-public:
-    /// Throws `ScriptStopped` when too many runs are nested, or when they come near the end of the
-    /// stack.
-    explicit RunScope(RunControl& control);
-    /// For nodes that do not end with the script: adds to `buffers` what they took for themselves.
-    /// It must be given back to the control when they end.
-    RunScope(RunControl& control, std::int64_t* buffers) : RunScope(control) {
-        kept_ = buffers;
-        before_ = control_.buffers_;
-    }
-    RunScope(const RunScope&) = delete;
-    RunScope& operator=(const RunScope&) = delete;
-    ~RunScope();
-
-    /// Call this when everything is done: throws `ScriptStopped` when the run had to stop and did
-    /// not notice.
-    void finish() { control_.finish(); }
-
-private:
-    RunControl& control_;
-    const std::int64_t openCalls_;
-    char* const stackEnd_;
-    RunControl* outer_ = nullptr;
-    std::int64_t* kept_ = nullptr;
-    std::int64_t before_ = 0;
-};
 
 }  // namespace SCR
