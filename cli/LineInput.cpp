@@ -2,87 +2,30 @@
 
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <utility>
 
-#ifdef KESTREL_HAS_EDIT
-#include <editline/readline.h>
-#endif
-
 #include "cli/Command.h"
+#include "cli/LineEditor.h"
+#include "cli/Loading.h"
 
 namespace Cli {
 
-#ifdef KESTREL_HAS_EDIT
-namespace {
-
-// The library calls functions without an argument of ours.
-LineInput::Complete offerS;
-std::vector<std::string> offeredS;
-
-char* nextWord(const char* /*text*/, int state) {
-    if (static_cast<std::size_t>(state) >= offeredS.size()) return nullptr;
-    return strdup(offeredS[static_cast<std::size_t>(state)].c_str());
-}
-
-char** completeLine(const char* text, int start, int end) {
-    rl_attempted_completion_over = 1;
-    rl_completion_append_character = '\0';
-    offeredS = offerS(std::string(rl_line_buffer, static_cast<std::size_t>(end)),
-                      static_cast<std::size_t>(start));
-    return offeredS.empty() ? nullptr : rl_completion_matches(text, nextWord);
-}
-
-}  // namespace
-#endif
-
 LineInput::LineInput(const Complete& complete, std::string history)
-    : isTerminal_(isatty(STDIN_FILENO) != 0), history_(std::move(history)) {
-#ifdef KESTREL_HAS_EDIT
+    : isTerminal_(isatty(STDIN_FILENO) != 0) {
     if (!isTerminal_) return;
-    offerS = complete;
-    rl_initialize();
-    static char name[] = "kestrel";
-    static char breaks[] = " \t\n\"+-*/%=<>!,;(){}[]";
-    rl_readline_name = name;
-    rl_basic_word_break_characters = breaks;
-    rl_completer_word_break_characters = breaks;
-    rl_attempted_completion_function = completeLine;
-    using_history();
-    stifle_history(1000);
-    if (!history_.empty()) read_history(history_.c_str());
-#else
-    static_cast<void>(complete);
-#endif
+    std::string error;
+    void* const open = loadPart("libkestrel-edit.so", openLineEditorS, error);
+    if (open != nullptr) {
+        editor_.reset(reinterpret_cast<OpenLineEditor>(open)(complete, std::move(history)));
+    }
 }
 
-LineInput::~LineInput() {
-#ifdef KESTREL_HAS_EDIT
-    if (isTerminal_ && !history_.empty()) write_history(history_.c_str());
-    offerS = nullptr;
-#endif
-}
+LineInput::~LineInput() = default;
 
 std::optional<std::string> LineInput::next(const std::string& prompt) {
     flushOutput(true);
-#ifdef KESTREL_HAS_EDIT
-    if (isTerminal_) {
-        errno = 0;
-        char* const read = readline(prompt.c_str());
-        if (read == nullptr) {
-            const bool isInterrupted = errno == EINTR;
-            std::cout << std::endl;  // after the sign for the end
-            return isInterrupted ? std::optional<std::string>("") : std::nullopt;
-        }
-        std::string line = read;
-        std::free(read);
-        if (line.find_first_not_of(" \t") != std::string::npos) add_history(line.c_str());
-        return line;
-    }
-#endif
+    if (editor_ != nullptr) return editor_->next(prompt);
     if (isTerminal_) std::cout << prompt << std::flush;
     std::string line;
     if (!std::getline(std::cin, line)) return std::nullopt;

@@ -1,14 +1,17 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace Cli {
 
+class LineEditor;
+
 /// Lines that a user types. On a terminal they can be edited, are kept in a history and completed,
-/// if the library for that was there when this was built; otherwise lines are read as they are.
+/// if the part of the command for that is installed; otherwise lines are read as they are.
 class LineInput {
 public:
     /// Gives the words that may end the line, of which the part after `begin` is being written.
@@ -27,7 +30,7 @@ public:
 
 private:
     const bool isTerminal_;
-    const std::string history_;
+    std::unique_ptr<LineEditor> editor_;  // if there is one
 };
 
 }  // namespace Cli
