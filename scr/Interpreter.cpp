@@ -14,7 +14,7 @@
 #include "scr/advice/Scout.h"
 #include "scr/check/Analyses.h"
 #include "scr/check/Reentry.h"
-#include "scr/code/Native.h"
+#include "scr/code/native/Native.h"
 #include "scr/message/Messages.h"
 #include "scr/os/FileAccess.h"
 #include "scr/os/OpenFiles.h"

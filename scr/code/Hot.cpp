@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "scr/code/Native.h"
+#include "scr/code/native/Native.h"
 #include "scr/run/RunControl.h"
 
 namespace SCR::Code {

@@ -1,4 +1,4 @@
-#include "scr/code/Remainders.h"
+#include "scr/code/native/Remainders.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "scr/code/Selects.h"
+#include "scr/code/native/Selects.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "scr/code/PendingStores.h"
+#include "scr/code/native/PendingStores.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "scr/code/Native.h"
+#include "scr/code/native/Native.h"
 
 namespace SCR::Code {
 

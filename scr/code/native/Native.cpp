@@ -1,60 +1,27 @@
-#include "scr/code/Native.h"
+#include "scr/code/native/Native.h"
 
 #include <asmjit/x86.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
 #include <cstring>
-#include <functional>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "scr/Array.h"
-#include "scr/code/Divisor.h"
 #include "scr/code/Helpers.h"
-#include "scr/code/PendingStores.h"
-#include "scr/code/Remainders.h"
-#include "scr/code/Selects.h"
+#include "scr/code/native/CodePages.h"
+#include "scr/code/native/Divisor.h"
+#include "scr/code/native/Frame.h"
+#include "scr/code/native/Remainders.h"
+#include "scr/code/native/Selects.h"
 
 namespace SCR::Code {
 
 namespace {
-
-namespace x86 = asmjit::x86;
-using asmjit::imm;
-
-// Memory with code: written once, then executed only. It belongs to this process alone.
-class CodePages {
-public:
-    CodePages() = default;
-    CodePages(CodePages&& other) noexcept
-        : start_(std::exchange(other.start_, nullptr)), size_(other.size_) {}
-    CodePages& operator=(CodePages&&) = delete;
-    ~CodePages() {
-        if (start_ != nullptr) munmap(start_, size_);
-    }
-
-    void* reserve(std::size_t size) {
-        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        size_ = (size + page - 1) / page * page;
-        void* const mapped =
-            mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        start_ = mapped != MAP_FAILED ? mapped : nullptr;
-        return start_;
-    }
-    std::size_t size() const { return size_; }
-    bool makeExecutable() const { return mprotect(start_, size_, PROT_READ | PROT_EXEC) == 0; }
-
-private:
-    void* start_ = nullptr;
-    std::size_t size_ = 0;
-};
 
 class NativeFragment final : public Fragment {
 public:
@@ -84,25 +51,14 @@ private:
     asmjit::Error first_ = asmjit::kErrorOk;
 };
 
-// Temporaries live in registers that calls do not keep, and the variables used most in registers
-// that they do. A variable's home is right whenever anything else runs.
-constexpr std::array temporaryRegistersS{x86::r8, x86::r9, x86::r10, x86::r11};
-constexpr std::array variableRegistersS{x86::rbx, x86::rbp, x86::r12, x86::r13};
-constexpr x86::Gp countRegisterS = x86::r14;  // the turns before the next look
-constexpr x86::Gp controlRegisterS = x86::r15;
-
 // Registers and labels are small values.
 // NOLINTBEGIN(performance-unnecessary-value-param)
-class Translator {
+class Translator : private Frame {
 public:
     Translator(const Listing& listing, RunControl& control, asmjit::CodeHolder& holder)
-        : listing_(listing), control_(control), asm_(&holder) {}
+        : Frame(listing, control, holder) {}
 
     void translate() {
-        chooseVariables();
-        pending_.emplace(listing_, cached_);
-        for (std::size_t i = 0; i < listing_.labels.size(); ++i) labels_.push_back(asm_.newLabel());
-        leave_ = asm_.newLabel();
         prologue();
         std::vector<std::pair<std::uint32_t, Label>> bound;
         for (Label label = 0; label < listing_.labels.size(); ++label) {
@@ -119,12 +75,7 @@ public:
             emit(listing_.operations[i]);
         }
         epilogue();
-        for (std::size_t i = 0; i < cold_.size(); ++i) {
-            asm_.bind(cold_[i].at);
-            current_ = cold_[i].operation;
-            const std::function<void()> emit = std::move(cold_[i].emit);
-            emit();
-        }
+        emitCold();
         for (const auto& [at, number] : tables_) emitTable(at, listing_.switches[number]);
         asm_.align(asmjit::AlignMode::kData, 8);
         for (const auto& [value, at] : pool_) {
@@ -134,278 +85,6 @@ public:
     }
 
 private:
-    // Code out of the way.
-    struct Cold {
-        asmjit::Label at;
-        std::size_t operation;  // that it belongs to
-        std::function<void()> emit;
-    };
-
-    // Choice of registers.
-
-    void chooseVariables() {
-        std::vector<std::pair<double, std::size_t>> uses(listing_.variables.size());
-        for (std::size_t i = 0; i < uses.size(); ++i) uses[i].second = i;
-        for (const Operation& operation : listing_.operations) {
-            double weight = 1;
-            for (int loop = 0; loop < std::min<int>(operation.loops, 8); ++loop) weight *= 8;
-            const auto use = [&](Ref ref) {
-                if (ref.is(Ref::Kind::Variable)) uses[ref.index()].first += weight;
-            };
-            use(operation.target);
-            use(operation.a);
-            use(operation.b);
-            if (operation.op == Op::Call || isSelect(operation.op)) use(operation.c);
-        }
-        std::sort(uses.begin(), uses.end(), std::greater<>());
-        registers_.assign(uses.size(), nullptr);
-        // A register has to be kept and loaded, which a few uses are not worth.
-        constexpr double fewUses = 2;
-        for (std::size_t i = 0; i < std::min(uses.size(), variableRegistersS.size()); ++i) {
-            if (uses[i].first <= fewUses) break;
-            registers_[uses[i].second] = &variableRegistersS[i];
-            cached_.push_back(uses[i].second);
-            kept_.push_back(variableRegistersS[i]);
-        }
-        callsOut_ = std::any_of(listing_.operations.begin(), listing_.operations.end(),
-                                [](const Operation& operation) { return mayCall(operation.op); });
-        if (callsOut_) kept_.push_back(countRegisterS);
-        kept_.push_back(controlRegisterS);
-    }
-    static bool mayCall(Op op) {
-        return op == Op::Turn || op == Op::EnterCall || op == Op::CheckCall || op == Op::Call ||
-               op == Op::LoadElement || op == Op::StoreElement;
-    }
-
-    // The register that always holds the operand's value; null if there is none.
-    const x86::Gp* registerOf(Ref ref) const {
-        if (ref.is(Ref::Kind::Variable)) return registers_[ref.index()];
-        if (ref.is(Ref::Kind::Temporary) && ref.index() < temporaryRegistersS.size()) {
-            return &temporaryRegistersS[ref.index()];
-        }
-        return nullptr;
-    }
-
-    // Memory.
-
-    static x86::Mem slotOf(std::size_t temporary) {
-        return x86::qword_ptr(x86::rsp, static_cast<std::int32_t>(temporary * 8));
-    }
-
-    // What lies at `address`. `scratch` may be needed to reach it.
-    x86::Mem at(const void* address, x86::Gp scratch, std::uint32_t size) {
-        const std::int64_t distance =
-            reinterpret_cast<std::intptr_t>(address) - reinterpret_cast<std::intptr_t>(&control_);
-        if (distance == static_cast<std::int32_t>(distance)) {
-            return x86::Mem(controlRegisterS, static_cast<std::int32_t>(distance), size);
-        }
-        asm_.mov(scratch, imm(reinterpret_cast<std::intptr_t>(address)));
-        return x86::Mem(scratch, 0, size);
-    }
-    // The object of the control at `begin`, an offset away.
-    x86::Mem indexed(const void* begin, x86::Gp offset) const {
-        const std::int64_t distance =
-            reinterpret_cast<std::intptr_t>(begin) - reinterpret_cast<std::intptr_t>(&control_);
-        return x86::Mem(controlRegisterS, offset, 0, static_cast<std::int32_t>(distance));
-    }
-    x86::Mem counter(const void* field, std::uint32_t size = 8) {
-        return at(field, x86::rax, size);
-    }
-
-    // Operands.
-
-    long constantOf(Ref ref) const { return listing_.constants[ref.index()]; }
-    bool isShort(Ref ref) const {
-        return ref.is(Ref::Kind::Constant) &&
-               constantOf(ref) == static_cast<std::int32_t>(constantOf(ref));
-    }
-
-    // Loads the operand's value into `to`.
-    void load(x86::Gp to, Ref ref) {
-        if (const x86::Gp* const from = registerOf(ref)) {
-            if (*from != to) asm_.mov(to, *from);
-        } else if (ref.is(Ref::Kind::Variable)) {
-            asm_.mov(to, at(listing_.variables[ref.index()], to, 8));
-        } else if (ref.is(Ref::Kind::Temporary)) {
-            asm_.mov(to, slotOf(ref.index()));
-        } else if (const long value = ref ? constantOf(ref) : 0; value == 0) {
-            asm_.xor_(to.r32(), to.r32());
-        } else {
-            asm_.mov(to, imm(value));
-        }
-    }
-    // A register with the operand's value: its own or `scratch`.
-    x86::Gp inRegister(Ref ref, x86::Gp scratch) {
-        if (const x86::Gp* const own = registerOf(ref)) return *own;
-        load(scratch, ref);
-        return scratch;
-    }
-    // Calls `use` with the operand as a register, a place in memory or a constant.
-    template <class Use>
-    void withSource(Ref ref, x86::Gp scratch, const Use& use) {
-        if (const x86::Gp* const own = registerOf(ref)) return use(*own);
-        if (isShort(ref)) return use(imm(constantOf(ref)));
-        if (ref.is(Ref::Kind::Temporary)) return use(slotOf(ref.index()));
-        if (ref.is(Ref::Kind::Variable)) {
-            return use(at(listing_.variables[ref.index()], scratch, 8));
-        }
-        load(scratch, ref);
-        use(scratch);
-    }
-
-    // The register in which to compute the target's value.
-    x86::Gp workFor(Ref target) const {
-        const x86::Gp* const own = registerOf(target);
-        return own != nullptr ? *own : x86::rax;
-    }
-    bool isInRegisterOnly(Ref target) const {
-        const bool isLate = listing_.operations[current_].isPassing || pending_->isLate(current_);
-        return isLate && registerOf(target) != nullptr;
-    }
-    // Stores a value in the target.
-    void store(Ref target, x86::Gp value) {
-        if (const x86::Gp* const own = registerOf(target)) {
-            if (*own != value) asm_.mov(*own, value);
-        }
-        if (target.is(Ref::Kind::Variable) && !isInRegisterOnly(target)) {
-            const x86::Gp scratch = value == x86::rcx ? x86::rdx : x86::rcx;
-            asm_.mov(at(listing_.variables[target.index()], scratch, 8), value);
-        } else if (registerOf(target) == nullptr && target.is(Ref::Kind::Temporary)) {
-            asm_.mov(slotOf(target.index()), value);
-        }
-    }
-
-    // Stores the variables whose homes are out of date.
-    void storePending() {
-        const PendingStores::Set pending = pending_->before(current_);
-        for (std::size_t i = 0; i < cached_.size(); ++i) {
-            if ((pending >> i & 1) == 0) continue;
-            const std::size_t variable = cached_[i];
-            asm_.mov(at(listing_.variables[variable], x86::rax, 8), *registers_[variable]);
-        }
-    }
-
-    // Entry and exit.
-
-    void prologue() {
-        asm_.endbr64();
-        for (const x86::Gp& kept : kept_) asm_.push(kept);
-        const bool hasSlots = listing_.temporaries > temporaryRegistersS.size();
-        if (callsOut_ || hasSlots) {
-            // After the return address and the registers, calls need a multiple of 16.
-            const std::size_t pushed = (kept_.size() + 1) * 8;
-            const std::size_t all = (pushed + listing_.temporaries * 8 + 15) / 16 * 16;
-            frame_ = static_cast<std::int32_t>(all - pushed);
-        }
-        if (frame_ != 0) asm_.sub(x86::rsp, frame_);
-        asm_.mov(controlRegisterS, x86::rdi);
-        if (callsOut_) loadCount();
-        const std::vector<bool> isSet = setAtOnce();
-        for (const std::size_t variable : cached_) {
-            if (!isSet[variable]) loadVariable(variable);
-        }
-    }
-    void epilogue() {
-        asm_.bind(leave_);
-        if (callsOut_) {
-            asm_.mov(at(&control_.counters().untilLook, x86::rcx, 8), countRegisterS);
-        }
-        if (frame_ != 0) asm_.add(x86::rsp, frame_);
-        for (auto kept = kept_.rbegin(); kept != kept_.rend(); ++kept) asm_.pop(*kept);
-        asm_.ret();
-    }
-    // By variable: whether it is set before anything can read it.
-    std::vector<bool> setAtOnce() const {
-        std::vector<bool> isSet(listing_.variables.size());
-        std::vector<bool> isRead(listing_.variables.size());
-        const auto read = [&](Ref ref) {
-            if (ref.is(Ref::Kind::Variable)) isRead[ref.index()] = true;
-        };
-        std::size_t end = listing_.operations.size();
-        for (const std::uint32_t label : listing_.labels) end = std::min<std::size_t>(end, label);
-        for (std::size_t i = 0; i < end; ++i) {
-            const Operation& operation = listing_.operations[i];
-            if (operation.op > Op::SelectGreaterEqual || isJump(operation.op)) break;
-            read(operation.a);
-            read(operation.b);
-            if (isSelect(operation.op)) {
-                read(operation.c);
-                read(operation.target);
-            }
-            const Ref target = operation.target;
-            if (target.is(Ref::Kind::Variable) && !isRead[target.index()]) {
-                isSet[target.index()] = true;
-            }
-        }
-        return isSet;
-    }
-    void loadVariables() {
-        for (const std::size_t variable : cached_) loadVariable(variable);
-    }
-    void loadVariable(std::size_t variable) {
-        const x86::Gp own = *registers_[variable];
-        asm_.mov(own, at(listing_.variables[variable], own, 8));
-    }
-    // Keeps the temporaries that are needed after a call, and takes them back.
-    void keepTemporaries(std::size_t live) {
-        for (std::size_t i = 0; i < std::min(live, temporaryRegistersS.size()); ++i) {
-            asm_.mov(slotOf(i), temporaryRegistersS[i]);
-        }
-    }
-    void takeTemporaries(std::size_t live) {
-        for (std::size_t i = 0; i < std::min(live, temporaryRegistersS.size()); ++i) {
-            asm_.mov(temporaryRegistersS[i], slotOf(i));
-        }
-    }
-
-    asmjit::Label newCold(std::function<void()> emit) {
-        cold_.push_back({asm_.newLabel(), current_, std::move(emit)});
-        return cold_.back().at;
-    }
-    // Leaves with a failure in the operation's statement.
-    asmjit::Label failureIn(const Operation& operation) {
-        const auto [found, isNew] = failures_.try_emplace(operation.statement);
-        if (isNew) {
-            found->second = newCold([this, statement = operation.statement] {
-                asm_.mov(counter(&control_.counters().failedAt, 4), imm(statement));
-                asm_.jmp(leave_);
-            });
-        }
-        return found->second;
-    }
-    // Calls a function for the node of the operation, and goes on at `back` unless it failed.
-    asmjit::Label newCall(const Operation& operation, asmjit::Label back,
-                          void (*function)(RunControl&, const Node*) noexcept) {
-        return newCold([this, &operation, back, function] {
-            storePending();
-            keepTemporaries(operation.live);
-            asm_.mov(x86::rsi, imm(reinterpret_cast<std::intptr_t>(operation.pointer)));
-            call(reinterpret_cast<const void*>(function));
-            checkFailure(operation);
-            takeTemporaries(operation.live);
-            asm_.jmp(back);
-        });
-    }
-    // The other arguments are in place. Functions that ask whether the script has to stop count
-    // turns.
-    void call(const void* function, bool asks = true) {
-        if (asks) asm_.mov(counter(&control_.counters().untilLook), countRegisterS);
-        asm_.mov(x86::rdi, controlRegisterS);
-        asm_.mov(x86::rax, imm(reinterpret_cast<std::intptr_t>(function)));
-        asm_.call(x86::rax);
-        if (asks) loadCount();
-    }
-    void loadCount() {
-        asm_.mov(countRegisterS, at(&control_.counters().untilLook, countRegisterS, 8));
-    }
-    void checkFailure(const Operation& operation) {
-        const x86::Mem hasFailed = at(&control_.counters().hasFailed, x86::rcx, 4);
-        asm_.cmp(hasFailed, imm(0));
-        asm_.jne(failureIn(operation));
-    }
-
-    // Operations.
-
     void emit(const Operation& operation) {
         switch (operation.op) {
             case Op::Nothing:
@@ -871,22 +550,8 @@ private:
                                              x86::CondCode::kEqual,    x86::CondCode::kNotEqual,
                                              x86::CondCode::kSignedLE, x86::CondCode::kSignedGE};
 
-    const Listing& listing_;
-    RunControl& control_;
-    x86::Assembler asm_;
-    std::vector<asmjit::Label> labels_;
-    asmjit::Label leave_;
-    std::vector<const x86::Gp*> registers_;  // by variable; null if it has none
-    std::vector<std::size_t> cached_;        // the variables that have one
-    std::vector<x86::Gp> kept_;              // the registers whose values belong to the caller
-    bool callsOut_ = false;                  // anything of the library
-    std::vector<Cold> cold_;
-    std::unordered_map<std::uint32_t, asmjit::Label> failures_;  // by statement
     std::vector<std::pair<asmjit::Label, Label>> tables_;
     std::unordered_map<std::uint64_t, asmjit::Label> pool_;  // constants in memory
-    std::int32_t frame_ = 0;
-    std::size_t current_ = 0;  // the operation that is being emitted
-    std::optional<PendingStores> pending_;
 };
 // NOLINTEND(performance-unnecessary-value-param)
 
