@@ -1,5 +1,7 @@
 // Pattern lists split over several automata, and rows of patterns matched with word sequences.
 
+#include <regex>
+
 #include "Folder.h"
 #include "Test.h"
 #include "fsm/Analysis.h"
@@ -61,6 +63,50 @@ TEST(FsmGroup, TailsAmongRandomPatterns) {
         }
     }
     EXPECT_GT(listsApart, 100);
+}
+
+// Words at a distance in texts of any length, saved and loaded, against another matcher.
+TEST(FsmGroup, CountedBytes) {
+    const Harness::Folder folder;
+    reference::RandomPatterns random(8);
+    const auto oneOf = [&](const auto& pieces) { return pieces[random.below(std::size(pieces))]; };
+    std::size_t matches = 0;
+    for (int round = 0; round < 60; ++round) {
+        EngineGroup group;
+        std::vector<std::regex> patterns;
+        for (int i = 0; i < 6; ++i) {
+            const char* const words[] = {"a", "b", "ab", "(ab|ba)", "[ab]c", "c*a", "(a|b)[bc]?"};
+            const char* const gaps[] = {".{9}",     ".{8,20}", ".{0,40}", ".*", ".{70}",
+                                        ".{3,130}", "[ab]*",   ".?",      ".+"};
+            std::string pattern = std::string(i == 0 ? ".{0,9}" : ".*") + oneOf(words);
+            for (std::size_t n = random.below(3) + 1; n > 0; --n) {
+                pattern.append(oneOf(gaps)).append(oneOf(words));
+            }
+            pattern += random.below(2) == 0 ? ".*" : "";
+            ASSERT_TRUE(group.insertPattern(pattern));
+            patterns.emplace_back(pattern);
+        }
+        ASSERT_TRUE(group.finalSetup()) << group.error();
+        EngineGroup loaded;
+        FND::String error;
+        ASSERT_TRUE(group.save(folder.path() + "/counted", error)) << error;
+        ASSERT_TRUE(loaded.load(folder.path() + "/counted")) << loaded.error();
+        for (int i = 0; i < 25; ++i) {
+            std::string text;
+            const std::size_t length = i < 4 ? 62 + i : random.below(220);
+            while (text.size() < length) text += "abcccddd"[random.below(8)];
+            if (random.below(8) == 0) text[random.below(length)] = '\n';
+            Paths expected;
+            for (std::int32_t path = 0; path < std::ssize(patterns); ++path) {
+                if (std::regex_match(text, patterns[static_cast<std::size_t>(path)]))
+                    expected.push_back(path);
+            }
+            ASSERT_EQ(processed(group, text), expected) << round << ' ' << text;
+            ASSERT_EQ(processed(loaded, text), expected) << round << ' ' << text;
+            matches += expected.size();
+        }
+    }
+    EXPECT_GT(matches, 1000U);
 }
 
 TEST(FsmGroup, Failures) {

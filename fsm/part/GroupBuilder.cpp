@@ -13,6 +13,7 @@
 #include "fsm/WordAutomaton.h"
 #include "fsm/part/BitPart.h"
 #include "fsm/part/LiteralPart.h"
+#include "fsm/part/StreamPart.h"
 #include "fsm/part/TablePart.h"
 #include "fsm/part/WordPart.h"
 
@@ -34,6 +35,9 @@ constexpr std::size_t fewWordBytesS = 2048;
 constexpr std::size_t fewSequencesS = 6;
 // More words between wild cards than this are kept apart at once.
 constexpr std::size_t fewInnerS = 6;
+// Patterns in which fewer places take several bytes do not explode by counting.
+constexpr std::size_t fewWideS = 8;
+constexpr std::size_t fewCountingS = 2;
 // States of patterns that share a part with a bit for each place.
 constexpr std::size_t bitsTogetherS = 120;
 // Automata of single patterns tried before a list is split.
@@ -158,7 +162,7 @@ bool GroupBuilder::build(GroupParts& result) {
     if (!words_->sequences.isEmpty()) {
         result.parts.push_back(std::make_unique<WordPart>(words_->sequences, options_));
     }
-    return guiltyPath_ < 0 && makeTables(result) && makeBits(result);
+    return guiltyPath_ < 0 && makeTables(result) && makeStreams(result) && makeBits(result);
 }
 
 void GroupBuilder::findEmpty() {
@@ -238,7 +242,8 @@ void GroupBuilder::makeAutomata() {
     if (others_.empty() || (partLimit_ == 0 && determineWords())) return;
     for (Pattern& pattern : others_) pattern.parse(options_);
     if (partLimit_ == 0) {
-        if (determineWhole()) return;
+        takeCounting();
+        if (others_.empty() || determineWhole()) return;
         // Words may be what makes it explode.
         Vector<Pattern> rest;
         for (Pattern& pattern : others_) {
@@ -252,6 +257,45 @@ void GroupBuilder::makeAutomata() {
         if (isAnyTaken && determineWhole()) return;
     }
     split();
+}
+
+// Takes out the patterns that count bytes after any place: if there are few, those of them that
+// explode by themselves, otherwise all, as their states would be multiplied.
+void GroupBuilder::takeCounting() {
+    Vector<bool> counts(others_.size());
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < others_.size(); ++i) {
+        counts[i] = maySuitStreams(others_[i]) &&
+                    StreamPart::traits(others_[i], acceptsEmpty_).countsFromAnywhere;
+        if (counts[i]) ++count;
+    }
+    if (count == 0) return;
+    Vector<Pattern> rest;
+    for (std::size_t i = 0; i < others_.size(); ++i) {
+        RawAutomaton raw;
+        const bool isTaken =
+            counts[i] &&
+            (count > fewCountingS || !determinise(&others_[i], 1, {smallS, limits_.bytes}, raw));
+        (isTaken ? streams_ : rest).push_back(std::move(others_[i]));
+    }
+    others_ = std::move(rest);
+    joinNegated();
+}
+
+// Looks at little, as it is asked of all patterns.
+bool GroupBuilder::maySuitStreams(const Pattern& pattern) const {
+    if (std::binary_search(negated_.begin(), negated_.end(), pattern.path)) return false;
+    std::size_t wide = 0;
+    for (const State* state : pattern.part->interior().members()) {
+        const auto& each = *static_cast<const NonDetState*>(state);
+        if (each.wildCardState() != nullptr || each.transitions().size() > 1 ||
+            (!each.transitions().empty() &&
+             each.transitions()[0].first != each.transitions()[0].last)) {
+            ++wide;
+        }
+    }
+    countWork(pattern.part->stateCount() / 4 + 1);
+    return wide >= fewWideS;
 }
 
 // One automaton for all, if they are words between wild cards.
@@ -373,6 +417,36 @@ bool GroupBuilder::makeTables(GroupParts& result) {
         if (bytes_ > limits_.bytes) return fail(*first, limits_.bytes, "bytes");
         part->add(std::move(table));
     }
+    result.parts.push_back(std::move(part));
+    return true;
+}
+
+bool GroupBuilder::makeStreams(GroupParts& result) {
+    // Of those that explode in other ways, what suits streams moves faster there.
+    Vector<std::size_t> rest;
+    for (const std::size_t first : exploding_) {
+        Pattern& pattern = others_[first];
+        const bool isAlone = first + 1 == others_.size() || mayStart_[first + 1];
+        if (isAlone && !std::binary_search(negated_.begin(), negated_.end(), pattern.path) &&
+            StreamPart::traits(pattern, acceptsEmpty_).suits) {
+            streams_.push_back(std::move(pattern));
+        } else {
+            rest.push_back(first);
+        }
+    }
+    exploding_ = std::move(rest);
+    if (streams_.empty()) return true;
+    auto part = StreamPart::make(streams_.data(), streams_.size(), options_);
+    if (part == nullptr) {
+        for (Pattern& pattern : streams_) {
+            exploding_.push_back(others_.size());
+            others_.push_back(std::move(pattern));
+            mayStart_.push_back(true);
+        }
+        return true;
+    }
+    bytes_ += part->memory();
+    if (bytes_ > limits_.bytes) return fail(streams_[0], limits_.bytes, "bytes");
     result.parts.push_back(std::move(part));
     return true;
 }

@@ -12,8 +12,9 @@ namespace FSM {
 
 /// Sorts patterns into parts and builds these. Words, with or without ".*", need no automaton: they
 /// go into trees as soon as there are many. All others make one deterministic automaton as long as
-/// that grows in proportion to them. Otherwise they are halved until it does; a pattern that
-/// explodes by itself moves a bit for each of its places.
+/// that grows in proportion to them. Otherwise they are halved until it does. Patterns that explode
+/// by themselves are matched by streams of bits, those that go round in other ways than in single
+/// states by moving a bit for each of their places.
 class GroupBuilder {
 public:
     /// `partLimit` is the number of states that a deterministic automaton may have; 0 leaves it to
@@ -39,12 +40,15 @@ private:
     void countBytes(const Pattern& pattern);
     void joinNegated();
     void makeAutomata();
+    void takeCounting();
+    bool maySuitStreams(const Pattern& pattern) const;
     bool determineWords();
     bool determineWhole();
     void split();
     bool determine(std::size_t first, std::size_t count, std::size_t leastStates,
                    bool mayKeepTails);
     bool makeTables(GroupParts& result);
+    bool makeStreams(GroupParts& result);
     bool makeBits(GroupParts& result);
     bool fail(const Pattern& guilty, std::size_t limit, const char* units);
 
@@ -56,6 +60,7 @@ private:
     std::vector<std::int32_t> negated_;  // numbers of negated patterns, ascending
 
     std::unique_ptr<Words> words_;
+    Vector<Pattern> streams_;        // those that explode and suit streams
     Vector<Pattern> others_;         // those that need automata
     Vector<bool> mayStart_;          // whether a part may begin with each of them
     Vector<std::size_t> exploding_;  // the first of each unit of others that explodes, ascending

@@ -7,6 +7,7 @@
 #include "fsm/part/Archive.h"
 #include "fsm/part/BitPart.h"
 #include "fsm/part/LiteralPart.h"
+#include "fsm/part/StreamPart.h"
 #include "fsm/part/TablePart.h"
 #include "fsm/part/WordPart.h"
 
@@ -24,6 +25,8 @@ std::unique_ptr<Part> emptyPart(Part::Kind kind) {
             return std::make_unique<WordPart>();
         case Part::Kind::Bits:
             return std::make_unique<BitPart>();
+        case Part::Kind::Streams:
+            return std::make_unique<StreamPart>();
     }
     return nullptr;
 }
@@ -75,6 +78,12 @@ bool GroupParts::matchOtherwise(std::string_view text, Found& found) const {
 const Table* GroupParts::onlyTable() const {
     if (parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return nullptr;
     return static_cast<const TablePart*>(parts[0].get())->only();
+}
+
+const LiteralPart* GroupParts::onlyLiterals() const {
+    const bool isPlain = !options.ignoresCase && !options.isUtf8;
+    if (!isPlain || parts.size() != 1 || parts[0]->kind() != Part::Kind::Literals) return nullptr;
+    return static_cast<const LiteralPart*>(parts[0].get());
 }
 
 bool GroupParts::archive(Archive& archive) {

@@ -10,6 +10,7 @@
 
 namespace FSM {
 
+class LiteralPart;
 class Table;
 
 /// The parts of a group, each for the patterns that suit it. Any number of threads may match at
@@ -25,6 +26,8 @@ struct GroupParts {
     bool match(std::string_view text, Found& found) const;
     /// The table that tells all by itself, or null.
     const Table* onlyTable() const;
+    /// The part of words, null unless it is the only one and takes texts as they are.
+    const LiteralPart* onlyLiterals() const;
     /// Writes the parts, or reads them. False if they are not sound.
     bool archive(Archive& archive);
 

@@ -79,7 +79,7 @@ public:
     virtual void addNegated(Found& found) const;
 
     /// The kinds of parts, as saved files name them.
-    enum class Kind : std::uint32_t { Tables, Literals, Words, Bits };
+    enum class Kind : std::uint32_t { Tables, Literals, Words, Bits, Streams };
     virtual Kind kind() const = 0;
     /// Whether the part compares words with texts, which are in one case then if that is ignored.
     virtual bool holdsWords() const { return false; }
