@@ -5,6 +5,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace FSM {
 
@@ -47,6 +48,14 @@ inline const unsigned char* lineEnd(const unsigned char* text, const unsigned ch
     text = lineEnd(text, end);
     while (takesNul && text != end && *text == 0) text = lineEnd(text + 1, end);
     return text;
+}
+
+/// Whether there is a NUL among the first `count` of `size` bytes.
+inline bool holdsNul(const unsigned char* text, std::size_t count, std::size_t size) {
+    if (count > 16 || size < 16) return std::memchr(text, 0, count) != nullptr;
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+    const int found = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128()));
+    return (static_cast<unsigned>(found) & ((1U << count) - 1)) != 0;
 }
 
 /// A set of bytes without NUL, in a form in which 16 bytes of a text are looked up at once: for

@@ -1,6 +1,7 @@
 #include "fsm/EngineGroup.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "fsm/Table.h"
 #include "fsm/part/Archive.h"
 #include "fsm/part/GroupBuilder.h"
+#include "fsm/part/LiteralPart.h"
 #include "fsm/part/SavedFile.h"
 
 namespace FSM {
@@ -45,7 +47,8 @@ struct EngineGroup::Parts {
     std::vector<std::int32_t> removed;  // what `main` must not report any more, ascending
     // Of a text that has left all parts, if a pattern matches "": there are no changes then.
     std::vector<std::int32_t> pathsOutside;
-    std::unique_ptr<SavedFile> file;  // that holds the parts, if they were loaded
+    std::unique_ptr<SavedFile> file;        // that holds the parts, if they were loaded
+    const LiteralPart* literals = nullptr;  // the only part, if it takes texts as they are
 
     bool hasChanges() const { return !added.parts.empty() || !removed.empty(); }
     const Table* whole() const { return hasChanges() ? nullptr : main.onlyTable(); }
@@ -158,6 +161,7 @@ bool EngineGroup::makeParts(std::size_t byteLimit, GroupParts& parts) {
 void EngineGroup::use(std::unique_ptr<Parts> parts) {
     parts_ = std::move(parts);
     whole_ = parts_->whole();
+    parts_->literals = parts_->hasChanges() ? nullptr : parts_->main.onlyLiterals();
 }
 
 bool EngineGroup::build() {
@@ -206,6 +210,7 @@ bool EngineGroup::changeParts() {
     parts_->added = std::move(added);
     parts_->removed = std::move(removed);
     whole_ = parts_->whole();
+    parts_->literals = parts_->hasChanges() ? nullptr : parts_->main.onlyLiterals();
     return true;
 }
 
@@ -250,6 +255,11 @@ bool EngineGroup::load(const FND::String& file) {
 // may have left all of them; false if it has.
 bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
     Found found(paths);
+    if (const LiteralPart* const literals = parts_->literals) {
+        const bool isInside = literals->match(text, found);
+        found.sortOnce();
+        return isInside;
+    }
     bool isInside = parts_->main.match(text, found);
     if (parts_->hasChanges()) {
         found.remove(parts_->removed);
@@ -288,13 +298,29 @@ void EngineGroup::matchAll(std::span<const std::string_view> texts, std::vector<
                            std::vector<std::int32_t>& paths) const {
     ends.clear();
     paths.clear();
-    for (const std::string_view text : texts) {
-        const auto before = static_cast<std::ptrdiff_t>(paths.size());
-        if (!appendPaths(text, paths) && parts_->main.acceptsEmpty) {
-            paths.erase(paths.begin() + before, paths.end());
+    const auto endText = [&](bool isInside) {
+        if (!isInside && parts_->main.acceptsEmpty) {
+            paths.resize(ends.empty() ? 0 : ends.back());
             paths.insert(paths.end(), parts_->pathsOutside.begin(), parts_->pathsOutside.end());
         }
         ends.push_back(paths.size());
+    };
+    const LiteralPart* const literals = parts_->literals;
+    if (literals == nullptr || !literals->paysTogether()) {
+        for (const std::string_view text : texts) endText(appendPaths(text, paths));
+        return;
+    }
+    std::array<LiteralPart::Walk, LiteralPart::togetherCM> walks;
+    while (!texts.empty()) {
+        const auto together = texts.first(std::min(texts.size(), walks.size()));
+        literals->walkTogether(together, walks);
+        for (LiteralPart::Walk& walk : std::span(walks).first(together.size())) {
+            Found found(paths);
+            const bool isInside = literals->finish(walk, found);
+            found.sortOnce();
+            endText(isInside);
+        }
+        texts = texts.subspan(together.size());
     }
 }
 

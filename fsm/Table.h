@@ -174,17 +174,13 @@ private:
                 continue;
             }
             const Row before = row;
-            if (!isBounded || end - text >= stepsCM) {
-                for (int i = 0; i < stepsCM && row > lastQuiet; ++i) {
-                    if (*text == 0 && (!isBounded || takesNul_ == 0)) return row;
-                    row = step(rows, classOf, *text++, row);
-                }
-            } else {
-                for (int i = 0; i < stepsCM && row > lastQuiet; ++i) {
-                    if (isAtEnd()) return row;
-                    row = step(rows, classOf, *text++, row);
-                }
+            const int steps =
+                isBounded && end - text < stepsCM ? static_cast<int>(end - text) : stepsCM;
+            for (int i = 0; i < steps && row > lastQuiet; ++i) {
+                if (*text == 0 && (!isBounded || takesNul_ == 0)) return row;
+                row = step(rows, classOf, *text++, row);
             }
+            if (isBounded && steps < stepsCM && row > lastQuiet) return row;
             if (row == before && loopOf_[index(row)] != 0) {
                 const ByteScan& loop = loops_[loopOf_[index(row)] - 1];
                 text = isBounded ? loop.skip(text, end) : loop.skip(text);

@@ -1,6 +1,7 @@
 #include "fsm/part/LiteralPart.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -103,67 +104,110 @@ void LiteralPart::addOpen(std::uint32_t end, Found& found) const {
     for (; end != 0; end = ends_[end - 1].before) lists_.add(ends_[end - 1].open, found);
 }
 
+// Goes on from the record of a walk. False where it ends.
 template <bool halves>
-[[gnu::always_inline]] inline bool LiteralPart::walk(std::string_view text, Found& found) const {
-    const auto* at = reinterpret_cast<const unsigned char*>(text.data());
-    const auto* const end = at + text.size();
-    // A text that is too long for all words has left the automaton, unless a NUL ends it before.
-    if (hasOpen_ == 0 && text.size() > longest_ &&
-        (takesNul_ != 0 || std::memchr(at, 0, longest_ + 1) == nullptr)) {
+[[gnu::always_inline]] inline bool LiteralPart::step(Walk& walk) const {
+    const Trie::Record* const record = walk.record;
+    if ((record->child & Trie::leafCM) != 0) {
+        const unsigned char* rest = trie_.rest(*record);
+        const unsigned char* const restEnd = rest + (record->child & ~Trie::leafCM);
+        while (rest != restEnd && walk.at != walk.end && *rest == *walk.at) {
+            if (*walk.at == '\n') walk.open = 0;
+            ++rest;
+            ++walk.at;
+        }
+        walk.stop = rest == restEnd ? Stop::Word : Stop::InWord;
         return false;
     }
-    const Trie::Record* record = trie_.records();
-    std::uint32_t open = 0;  // the last word with an open end, plus 1
-    const auto isTextEnd = [&] { return at == end || (*at == 0 && takesNul_ == 0); };
-    for (;;) {
-        if ((record->child & Trie::leafCM) != 0) {
-            const unsigned char* rest = trie_.rest(*record);
-            const unsigned char* const restEnd = rest + (record->child & ~Trie::leafCM);
-            while (rest != restEnd && at != end && *rest == *at) {
-                if (*at == '\n') open = 0;
-                ++rest;
-                ++at;
-            }
-            const bool isAtEnd = isTextEnd();
-            if (rest == restEnd) {
-                if (isAtEnd) lists_.add(ends_[record->text - 1].whole, found);
-                if (ends_[record->text - 1].open != 0) open = record->text;
-            } else if (isAtEnd) {
-                addOpen(open, found);
-                return true;
-            }
-            break;
-        }
-        if (record->text != 0 && ends_[record->text - 1].open != 0) open = record->text;
-        if (isTextEnd()) {
-            if (record->text != 0) lists_.add(ends_[record->text - 1].whole, found);
-            addOpen(open, found);
-            return true;
-        }
-        record = trie_.step<halves>(record, *at);
-        if (record == nullptr) break;
-        if (*at == '\n') open = 0;
-        ++at;
+    if (record->text != 0 && ends_[record->text - 1].open != 0) walk.open = record->text;
+    if (isAtEnd(walk)) {
+        walk.stop = Stop::Inside;
+        return false;
     }
-    // The text goes on where no word does, or ends with a word.
-    if (isTextEnd()) {
-        addOpen(open, found);
-        return true;
+    walk.record = trie_.step<halves>(record, *walk.at);
+    if (walk.record == nullptr) {
+        walk.stop = Stop::Outside;
+        return false;
     }
-    if (open == 0) return false;
-    at = lineEnd(at, end, takesNul_ != 0);
-    if (at != end && *at == '\n') return false;
-    addOpen(open, found);
+    if (*walk.at == '\n') walk.open = 0;
+    ++walk.at;
     return true;
 }
 
-bool LiteralPart::walkCounting(std::string_view text, Found& found) const {
-    return trie_.usesHalves() ? walk<true>(text, found) : walk<false>(text, found);
+bool LiteralPart::finish(Walk& walk, Found& found) const {
+    if (walk.stop == Stop::TooLong) return false;
+    const bool isEnd = isAtEnd(walk);
+    if (walk.stop == Stop::Word) {
+        const End& end = ends_[walk.record->text - 1];
+        if (isEnd) lists_.add(end.whole, found);
+        if (end.open != 0) walk.open = walk.record->text;
+    } else if (walk.stop == Stop::Inside && walk.record->text != 0) {
+        lists_.add(ends_[walk.record->text - 1].whole, found);
+    }
+    // The text goes on where no word does, or ends.
+    if (isEnd) {
+        addOpen(walk.open, found);
+        return true;
+    }
+    if (walk.open == 0) return false;
+    walk.at = lineEnd(walk.at, walk.end, takesNul_ != 0);
+    if (walk.at != walk.end && *walk.at == '\n') return false;
+    addOpen(walk.open, found);
+    return true;
+}
+
+template <bool halves>
+[[gnu::always_inline]] inline bool LiteralPart::matchOne(std::string_view text,
+                                                         Found& found) const {
+    Walk walk = begin(text);
+    if (walk.stop == Stop::TooLong) return false;
+    while (step<halves>(walk)) {
+    }
+    return finish(walk, found);
+}
+
+bool LiteralPart::matchCounting(std::string_view text, Found& found) const {
+    return trie_.usesHalves() ? matchOne<true>(text, found) : matchOne<false>(text, found);
 }
 
 bool LiteralPart::match(std::string_view text, Found& found) const {
-    if (canCountBits()) return walkCounting(text, found);
-    return trie_.usesHalves() ? walk<true>(text, found) : walk<false>(text, found);
+    if (canCountBits()) return matchCounting(text, found);
+    return trie_.usesHalves() ? matchOne<true>(text, found) : matchOne<false>(text, found);
+}
+
+// The walks take turns, so that each waits for its record while the others go on.
+template <bool halves>
+[[gnu::always_inline]] inline void LiteralPart::stepAll(std::span<Walk> walks) const {
+    std::array<Walk*, togetherCM> open;
+    std::size_t count = 0;
+    for (Walk& walk : walks) {
+        if (walk.stop != Stop::TooLong) open[count++] = &walk;
+    }
+    while (count > 0) {
+        std::size_t left = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            Walk& walk = *open[i];
+            if (step<halves>(walk)) {
+                __builtin_prefetch(walk.record);
+                open[left++] = &walk;
+            } else if (walk.stop == Stop::Word) {
+                __builtin_prefetch(&ends_[walk.record->text - 1]);
+            }
+        }
+        count = left;
+    }
+}
+
+void LiteralPart::stepAllCounting(std::span<Walk> walks) const {
+    trie_.usesHalves() ? stepAll<true>(walks) : stepAll<false>(walks);
+}
+
+void LiteralPart::walkTogether(std::span<const std::string_view> texts,
+                               std::span<Walk> walks) const {
+    for (std::size_t i = 0; i < texts.size(); ++i) walks[i] = begin(texts[i]);
+    walks = walks.first(texts.size());
+    if (canCountBits()) return stepAllCounting(walks);
+    trie_.usesHalves() ? stepAll<true>(walks) : stepAll<false>(walks);
 }
 
 }  // namespace FSM

@@ -49,11 +49,6 @@ private:
     static constexpr std::size_t mostKeyBytesCM = 6;
 
     static std::uint64_t hash(std::uint64_t key) { return key * 0x9e3779b97f4a7c15u; }
-    std::uint64_t keyAt(const unsigned char* bytes) const {
-        std::uint64_t key;
-        std::memcpy(&key, bytes, sizeof key);
-        return key & keyMask_;
-    }
     const Slot* slotOf(std::uint64_t key) const {
         for (std::size_t i = hash(key) >> slotShift_;; i = (i + 1) & (slots_.size() - 1)) {
             if (slots_[i].key == key) return &slots_[i];
@@ -93,13 +88,22 @@ private:
             }
             ++at;
         }
-        if (end - at >= 8) return;
-        unsigned char last[16] = {};
         const auto left = static_cast<std::size_t>(end - at);
-        if (left > 0) std::memcpy(last, at, left);
+        if (left >= 8 || left < keyBytes_) return;
+        std::uint64_t last = 0;
+        if (text.size() >= 8) {
+            std::memcpy(&last, end - 8, sizeof last);
+            last >>= 64 - 8 * left;
+        } else {
+            std::memcpy(&last, at, left);
+        }
         const std::size_t most = static_cast<std::size_t>(begin + to - at);
-        for (std::size_t i = 0; i < most && i + keyBytes_ <= left; ++i) {
-            if (!visitAt(begin, at + i, end, keyAt(last + i), visit)) return;
+        for (std::size_t i = 0; i < most && i + keyBytes_ <= left; ++i, last >>= 8) {
+            const std::uint64_t key = last & mask;
+            const std::uint64_t bit = hash(key) >> shift;
+            if ((bitmap[bit >> 6] >> (bit & 63) & 1) == 0) [[likely]]
+                continue;
+            if (!visitAt(begin, at + i, end, key, visit)) return;
         }
     }
 
