@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "scr/value/Slots.h"
+
 namespace SCR {
 
 class Node;
@@ -135,10 +137,13 @@ struct Helper {
     bool mayAssign = true;
 };
 
-/// The elements of a named array of Longs or Bools.
+/// The elements of a named array of Longs, Bools or Strings.
 struct ElementPlace {
-    /// The array's own, which holds the values of the elements that need no more than a look.
+    /// The array's own, which holds the values of the elements that need no more than a look; an
+    /// empty one for Strings.
     const ArrayBlock* block;
+    /// For Strings, whose value is their address.
+    ElementSlots slots;
     /// Whether they are Bools.
     bool isBool;
     /// For any other element: called with `access`, the index and the value to store.

@@ -271,8 +271,8 @@ public:
         Code::Builder::Frame frame(code);
         const Code::Ref place = element_.place().lower(code);
         frame.end();
-        if constexpr (isPlainCM) {
-            if (!target) target = code.temporary();
+        if constexpr (isPlainCM || isTextCM) {
+            if (!target || isTextCM) target = code.temporary();
             code.emit(Code::Op::LoadElement, target, place, {}, elementPlace());
             return target;
         }
@@ -294,12 +294,22 @@ private:
         ArrayElements::mayBePlainCM<typename Type::Variable> &&
         std::is_same_v<Element, ArrayElement<typename Type::Variable>>;
 
+    static constexpr bool isTextCM = std::is_same_v<Value, FND::String> &&
+                                     std::is_same_v<Element, ArrayElement<typename Type::Variable>>;
+
     // Code refers to it.
     const Code::ElementPlace* elementPlace() {
         if (!place_) {
-            place_ = std::make_unique<Code::ElementPlace>(
-                Code::ElementPlace{&ArrayElements::block(*element_.variable()),
-                                   std::is_same_v<Value, bool>, this, &readCM, &writeCM});
+            place_ = std::make_unique<Code::ElementPlace>();
+            *place_ = {&ArrayElements::block(*element_.variable()),
+                       {},
+                       std::is_same_v<Value, bool>,
+                       this,
+                       &readCM,
+                       &writeCM};
+            if constexpr (isTextCM) {
+                place_->slots = ArrayElements::slots<typename Type::Variable>(*element_.variable());
+            }
         }
         return place_.get();
     }

@@ -88,6 +88,16 @@ struct ArrayElements {
     /// The block with the values of `array`, for code; it is as long as they are in one, and empty
     /// otherwise. It belongs to the array.
     static const ArrayBlock& block(const Array& array) { return array.block_; }
+    /// Where code finds the values of the elements, each of the class V, of an array that does not
+    /// keep values only.
+    template <class V>
+    static ElementSlots slots(const Array& array) {
+        static_assert(!mayKeepValuesCM<V>);
+        auto& prototype = static_cast<V&>(*array.prototype_);
+        const auto offset = reinterpret_cast<const std::byte*>(&prototype.value()) -
+                            reinterpret_cast<const std::byte*>(&prototype);
+        return {&array.size_, &array.chunks_, sizeof(V), static_cast<std::size_t>(offset)};
+    }
 
     /// Whether the values of elements may lie in a block.
     template <class V>

@@ -17,6 +17,14 @@ struct SlotChunk {
     std::size_t first = 0;  ///< the number of the first
 };
 
+/// The elements of an array, each in a slot of its own, as code finds them.
+struct ElementSlots {
+    const unsigned long* size = nullptr;             ///< how many there are
+    const std::vector<SlotChunk>* chunks = nullptr;  ///< null when they do not lie in slots
+    std::size_t slotSize = 0;
+    std::size_t valueOffset = 0;  ///< in a slot
+};
+
 /// Memory for numbered slots of one size, in chunks that never move, so that the contents of a slot
 /// stay where they are when others are added. The chunks hold 4, 4, 8, 16, ... 2048 slots and, from
 /// slot 4096 on, 4096 each: few slots take little, many waste little. A chunk is made when it is

@@ -18,6 +18,7 @@
 #include "scr/code/native/Frame.h"
 #include "scr/code/native/Remainders.h"
 #include "scr/code/native/Selects.h"
+#include "scr/value/Slots.h"
 
 namespace SCR::Code {
 
@@ -497,8 +498,47 @@ private:
         });
     }
 
+    // Strings lie in chunks of slots. Those of the first thousands of elements, which a table
+    // finds, are usual.
+    void emitLoadAddress(const Operation& operation, const ElementPlace& place) {
+        const ElementSlots& slots = place.slots;
+        const asmjit::Label back = asm_.newLabel();
+        const asmjit::Label other = newElementCall(operation, back, place, *place.load);
+        const x86::Gp index = inRegister(operation.a, x86::rax);
+        asm_.cmp(index, at(slots.size, x86::rcx, 8));
+        asm_.jae(other);
+        asm_.cmp(index, imm(Slots::pageSlotsS));
+        asm_.jae(other);
+        asm_.mov(x86::rcx, index);
+        asm_.shr(x86::rcx, imm(std::countr_zero(Slots::firstSlotsS)));
+        asm_.mov(x86::rdx, imm(reinterpret_cast<std::intptr_t>(Slots::smallChunksS.data())));
+        asm_.movzx(x86::ecx, x86::byte_ptr(x86::rdx, x86::rcx));
+        static_assert(sizeof(SlotChunk) == 16 && offsetof(SlotChunk, slots) == 0);
+        asm_.shl(x86::ecx, imm(4));
+        asm_.add(x86::rcx, at(slots.chunks, x86::rdx, 8));
+        asm_.mov(x86::rdx, x86::qword_ptr(x86::rcx, offsetof(SlotChunk, slots)));
+        asm_.test(x86::rdx, x86::rdx);
+        asm_.jz(other);
+        asm_.mov(x86::rsi, index);
+        asm_.sub(x86::rsi, x86::qword_ptr(x86::rcx, offsetof(SlotChunk, first)));
+        asm_.imul(x86::rsi, x86::rsi, imm(slots.slotSize));
+        const x86::Gp work = workFor(operation.target);
+        asm_.lea(work, x86::ptr(x86::rdx, x86::rsi, 0, static_cast<int>(slots.valueOffset)));
+        store(operation.target, work);
+        asm_.bind(back);
+    }
+    // Whether a list of chunks begins with the address of the first, as code reads it.
+    static bool canRead(const std::vector<SlotChunk>& chunks) {
+        const SlotChunk* first = nullptr;
+        std::memcpy(&first, &chunks, sizeof first);
+        return first == chunks.data();
+    }
+
     void emitLoadElement(const Operation& operation) {
         const auto& place = *static_cast<const ElementPlace*>(operation.pointer);
+        if (place.slots.chunks != nullptr && canRead(*place.slots.chunks)) {
+            return emitLoadAddress(operation, place);
+        }
         const asmjit::Label back = asm_.newLabel();
         const x86::Gp index = inRegister(operation.a, x86::rax);
         const x86::Gp work = workFor(operation.target);
