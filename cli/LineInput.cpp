@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <utility>
 
 #include "cli/Command.h"
 #include "cli/LineEditor.h"
@@ -11,13 +10,13 @@
 
 namespace Cli {
 
-LineInput::LineInput(const Complete& complete, std::string history)
+LineInput::LineInput(const Complete& complete, const std::string& history)
     : isTerminal_(isatty(STDIN_FILENO) != 0) {
     if (!isTerminal_) return;
     std::string error;
     void* const open = loadPart("libkestrel-edit.so", openLineEditorS, error);
     if (open != nullptr) {
-        editor_.reset(reinterpret_cast<OpenLineEditor>(open)(complete, std::move(history)));
+        editor_.reset(reinterpret_cast<OpenLineEditor>(open)(complete, history));
     }
 }
 

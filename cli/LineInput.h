@@ -20,7 +20,7 @@ public:
 
     /// The history is read from the file `history` now and written to it at the end; "" for none.
     /// One object at a time.
-    LineInput(const Complete& complete, std::string history);
+    LineInput(const Complete& complete, const std::string& history);
     LineInput(const LineInput&) = delete;
     LineInput& operator=(const LineInput&) = delete;
     ~LineInput();

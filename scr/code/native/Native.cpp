@@ -529,9 +529,7 @@ private:
     }
     // Whether a list of chunks begins with the address of the first, as code reads it.
     static bool canRead(const std::vector<SlotChunk>& chunks) {
-        const SlotChunk* first = nullptr;
-        std::memcpy(&first, &chunks, sizeof first);
-        return first == chunks.data();
+        return *reinterpret_cast<const SlotChunk* const*>(&chunks) == chunks.data();
     }
 
     void emitLoadElement(const Operation& operation) {
