@@ -8,7 +8,9 @@
 #include "scr/builtin/BuiltInNode.h"
 #include "scr/os/FileAccess.h"
 #include "scr/os/FileCopy.h"
+#include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
+#include "scr/value/Leaves.h"
 
 namespace SCR {
 
@@ -125,7 +127,17 @@ struct FileReadLine final
         // One byte more than allowed shows that a line is too long.
         const long granted = interpreter.limits().string;
         if (maxLength > granted) maxLength = granted + 1;
-        const FND::String* const line = file.nextLine(static_cast<unsigned long>(maxLength));
+        const auto most = static_cast<unsigned long>(maxLength);
+        if (StringVariable* const variable = variableOf<StringType>(out)) {
+            const std::string_view line = file.nextInBuffer(most);
+            if (!line.empty()) {
+                interpreter.runControl().checkString(this, line.size());
+                chargeGrowth(variable->value(), line.size());
+                variable->value().assign(line);
+                return true;
+            }
+        }
+        const FND::String* const line = file.nextLine(most);
         if (!orStop(interpreter, this, line != nullptr)) return false;
         interpreter.runControl().checkString(this, line->size());
         return out.set(*line);

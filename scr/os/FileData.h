@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "fnd/Export.h"
 #include "scr/Node.h"
@@ -47,6 +48,9 @@ public:
     /// Like `readLine`, but gives the line, which is valid until the next one is read; null means
     /// false.
     const FND::String* nextLine(unsigned long maxLength);
+    /// Like `nextLine` where all of the line was read from the system before; otherwise empty,
+    /// which tells nothing. Valid until the file is used again.
+    std::string_view nextInBuffer(unsigned long maxLength);
     /// True when no stream is held or its end-of-file indicator is set.
     bool eof() const;
     /// True when the stream was flushed; false without one.
