@@ -187,12 +187,16 @@ template <class Container, class ContainerNode>
 class ContainerOperand final : public Operand {
 public:
     /// `keeps`: a later operand may run script code that removes the container.
-    ContainerOperand(std::unique_ptr<Node> node, bool keeps) {
+    ContainerOperand(std::unique_ptr<Node> node, bool keeps) : keeps_(keeps) {
         node_.reset(static_cast<ContainerNode*>(node.release()));
         if (keeps) path_ = dynamic_cast<ElementPath<Container>*>(node_.get());
     }
 
     void* evaluate(OpenCall& call, std::size_t index) override {
+        if (!keeps_) [[likely]] {
+            last_ = node_->result();
+            return &last_;
+        }
         Kept& kept = call.kept(index);
         if (path_ != nullptr) [[unlikely]] {
             kept.trail.clear();
@@ -218,6 +222,8 @@ public:
 
 private:
     std::unique_ptr<ContainerNode> node_;
+    const bool keeps_;
+    Variable* last_ = nullptr;                // the one evaluated last, unless it has to be kept
     ElementPath<Container>* path_ = nullptr;  // the node, when the container must be found again
 };
 
