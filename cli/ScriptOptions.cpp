@@ -113,16 +113,16 @@ void ScriptOptions::declare(CLI::App& command) {
                                                  {"native", SCR::CodeTier::Native}}));
     command.add_flag("--sandbox", isSandboxed_,
                      "Let scripts neither touch files, run a shell, read the environment, sleep, "
-                     "load extensions nor include files");
+                     "give random values, log messages, load extensions nor include files");
     command
         .add_option_function<std::vector<std::string>>(
             "--allow",
             [this](const std::vector<std::string>& names) {
                 for (const std::string& name : names) allow(name);
             },
-            "As --sandbox, but allow these: files, shell, env, sleep, use, include, all of them, "
-            "or "
-            "files below a directory: files=DIR, files-ro=DIR only to read, include=DIR; may be "
+            "As --sandbox, but allow these: files, shell, env, sleep, use, include, "
+            "random, log, all of them, or files below a directory: files=DIR, files-ro=DIR only to "
+            "read, include=DIR; may be "
             "repeated")
         ->type_name("NAME,...")
         ->delimiter(',')

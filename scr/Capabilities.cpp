@@ -13,13 +13,15 @@ struct NamedCapability {
     Effect effects;  // those of the functions that need it
 };
 
-constexpr std::array<NamedCapability, 6> capabilitiesS{{
+constexpr std::array<NamedCapability, 8> capabilitiesS{{
     {"files", &Capabilities::files, Effect::ReadsFiles | Effect::WritesFiles},
     {"shell", &Capabilities::shell, Effect::Shell},
     {"env", &Capabilities::env, Effect::Environment},
     {"sleep", &Capabilities::sleep, Effect::Sleep},
     {"use", &Capabilities::use, Effect::None},
     {"include", &Capabilities::include, Effect::None},
+    {"random", &Capabilities::random, Effect::Random},
+    {"log", &Capabilities::log, Effect::Log},
 }};
 
 }  // namespace

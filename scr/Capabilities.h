@@ -11,7 +11,8 @@ namespace SCR {
 /// What a host lets the scripts of one interpreter do besides computing: everything, unless it says
 /// otherwise. A script that calls a forbidden function, includes a forbidden file or uses an
 /// extension library without leave does not compile. Functions that hosts and extensions add are
-/// not covered, and standard output, the clock and mutexes are open to every script.
+/// not covered, unless they belong to a module, and standard output, the clock and mutexes are open
+/// to every script.
 ///
 /// Files may be granted by directories: a script may then use the files below them. Symbolic links
 /// are followed first, and it does not matter who else changes the directories meanwhile. A
@@ -29,6 +30,8 @@ struct KESTREL_API Capabilities {
     bool sleep = true;    ///< Pausing.
     bool use = true;      ///< Loading extension libraries, which are native code.
     bool include = true;  ///< Include lines.
+    bool random = true;   ///< Random values, as of modules: an execution could not be repeated.
+    bool log = true;      ///< Messages that a script writes to the log by a module.
     /// The extension libraries that may be loaded without `use`, by name. The modules that come
     /// with this library need no leave: of their functions, those may be called whose effects are
     /// allowed.

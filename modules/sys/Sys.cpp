@@ -227,7 +227,8 @@ constexpr ModuleFunction functionsS[] = {
 constexpr SCR::ModuleTable tableS{
     "sys",
     "Messages, programs, files and random numbers. Each function needs what its effects say: files "
-    "those of `--allow files=DIR`, programs `shell`, and the name of the machine `env`.",
+    "those of `--allow files=DIR`, programs `shell`, the name of the machine `env`, random numbers "
+    "`random` and messages `log`.",
     functionsS};
 
 }  // namespace
