@@ -147,6 +147,22 @@ void Advice::operands() {
     const FND::String sign = quoted(signOf(fault_.sign));
     if (fault_.sign == Operator::Assign) {
         const FND::String target = quoted(Scout::shown(left));
+        const bool isContainer = leftType == TypeCode::Array || leftType == TypeCode::Hash;
+        if (isContainer && fault_.function != nullptr) {
+            // The assignment of an argument to its parameter.
+            const FND::String what = leftType == TypeCode::Array ? "array" : "hash";
+            say(MessageCode::ArgumentType, place,
+                quoted(fault_.function->name()) + " can not be given " + aType(fault_.left) +
+                    ": functions of a script take values",
+                "declare the " + what + " outside of the functions, which all use it then");
+            return;
+        }
+        if (isContainer) {
+            say(MessageCode::StoredType, place,
+                target + " is " + aType(fault_.left) +
+                    ": only its elements can be set, one by one");
+            return;
+        }
         if (leftType == rightType && !Node::isLeft(fault_.left)) {
             const bool isConst = Node::isConst(fault_.left);
             const std::vector<Scout::Token> tokens = scout_.tokensIn(left);
@@ -155,12 +171,6 @@ void Advice::operands() {
                 isConst && isName ? target + " is a constant and can not be changed"
                                   : "only a variable can stand to the left of `=`",
                 isConst && isName ? "" : "to compare, write `==`");
-            return;
-        }
-        if (leftType == TypeCode::Array || leftType == TypeCode::Hash) {
-            say(MessageCode::StoredType, place,
-                target + " is " + aType(fault_.left) +
-                    ": only its elements can be set, one by one");
             return;
         }
         if (leftType == TypeCode::Function) {

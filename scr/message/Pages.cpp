@@ -156,7 +156,8 @@ constexpr MessagePage pagesS[] = {
      "logStdout(longToStr(1, 2));\n", "logStdout(longToStr(1));\n"},
     {MessageCode::ArgumentType, errorS, "an argument of another type",
      "Arguments have the types that the function declares; they are converted by functions such "
-     "as `strToLong`.",
+     "as `strToLong`. A function of a script takes values: an array or a hash that it works on is "
+     "declared outside of the functions.",
      "logStdout(longToStr(\"1\"));\n", "logStdout(longToStr(strToLong(\"1\")));\n"},
     {MessageCode::NotCallable, errorS, "a call of something that is no function",
      "Parentheses after a name call a function.", "Long n = 3;\nn();\n",
@@ -219,7 +220,7 @@ constexpr MessagePage pagesS[] = {
      "use thereIsNoSuchLibrary;\n", ""},
     {MessageCode::Forbidden, errorS, "something that the script may not do",
      "Whoever runs the script decides what it may do: files, the shell, the environment, sleeping, "
-     "libraries and includes.",
+     "libraries, includes, and random values and log messages of modules.",
      "", ""},
     {MessageCode::Stopped, errorS, "a script that was stopped",
      "A limit, an interruption or the failure of a function of the host stopped the script. Most "
