@@ -99,7 +99,8 @@ private:
     std::vector<Json> kept_;
 };
 
-/// Whether `found` has all that `expected` has; a text may be "..." and a part of it.
+/// Whether `found` has all that `expected` has; a text may be "..." and a part of it, a list "..."
+/// and some of its elements.
 inline bool fits(const Json& expected, const Json& found) {
     if (expected.is_object() && found.is_object()) {
         return std::all_of(expected.items().begin(), expected.items().end(), [&](const auto& item) {
@@ -107,6 +108,12 @@ inline bool fits(const Json& expected, const Json& found) {
         });
     }
     if (expected.is_array() && found.is_array()) {
+        if (!expected.empty() && expected[0] == "...") {
+            return std::all_of(expected.begin() + 1, expected.end(), [&](const Json& item) {
+                return std::any_of(found.begin(), found.end(),
+                                   [&](const Json& other) { return fits(item, other); });
+            });
+        }
         return std::equal(expected.begin(), expected.end(), found.begin(), found.end(), fits);
     }
     if (expected.is_string() && found.is_string()) {
