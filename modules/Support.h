@@ -4,12 +4,15 @@
 #include <cstddef>
 #include <initializer_list>
 #include <limits>
+#include <new>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <sys/mman.h>
 
 #include "scr/Module.h"
 #include "scr/run/RunControl.h"
@@ -56,9 +59,45 @@ private:
     std::size_t bytes_ = 0;
 };
 
+/// Where lists lie. Long ones, which are read here and there, get pages of 2 MiB where the system
+/// has them: with small ones, looking up the page costs as much again as the memory.
+template <class T>
+struct ListMemory {
+    using value_type = T;
+
+    ListMemory() = default;
+    template <class U>
+    ListMemory(const ListMemory<U>& /*other*/) {}
+
+    T* allocate(std::size_t count) {
+        const std::size_t bytes = count * sizeof(T);
+        if (count > std::numeric_limits<std::size_t>::max() / 2 / sizeof(T)) throw std::bad_alloc();
+        if (bytes < manyCM) return static_cast<T*>(::operator new(bytes));
+        const std::size_t whole = (bytes + pageCM - 1) / pageCM * pageCM;
+        void* const memory = ::operator new(whole, std::align_val_t(pageCM));
+        madvise(memory, whole, MADV_HUGEPAGE);
+        return static_cast<T*>(memory);
+    }
+    void deallocate(T* memory, std::size_t count) noexcept {
+        if (count * sizeof(T) < manyCM) {
+            ::operator delete(memory);
+        } else {
+            ::operator delete(memory, std::align_val_t(pageCM));
+        }
+    }
+    template <class U>
+    bool operator==(const ListMemory<U>& /*other*/) const {
+        return true;
+    }
+
+private:
+    static constexpr std::size_t pageCM = std::size_t{2} << 20;
+    static constexpr std::size_t manyCM = 2 * pageCM;
+};
+
 /// A list that is charged as it grows.
 template <class T>
-class List : public std::vector<T> {
+class List : public std::vector<T, ListMemory<T>> {
 public:
     void add(T value) {
         if (this->size() == this->capacity()) room(2 * this->size() + 8);

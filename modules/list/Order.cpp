@@ -59,56 +59,67 @@ void mergeSort(T* values, T* buffer, std::size_t count, const Less& less) {
     }
 }
 
-// Sorts by the lowest `bits` of the keys, stably, by one digit of so many bits after another.
+// Sorts by the lowest `bits` of the keys from bit `from` on, stably, by one digit after another.
 template <int digit>
-void sortByDigits(Ranked* values, Ranked* buffer, std::size_t count, int bits) {
+void sortByDigits(Ranked* values, Ranked* buffer, std::size_t count, int from, int bits) {
     constexpr std::size_t size = std::size_t{1} << digit;
     constexpr std::size_t piece = 1024;
-    const auto digits = static_cast<std::size_t>((bits + digit - 1) / digit);
+    const auto digits = static_cast<std::size_t>((bits - from + digit - 1) / digit);
     List<std::uint32_t> counts;
     counts.extend(digits * size);
     for (std::size_t i = 0; i < count; ++i) {
-        std::uint64_t key = values[i].key;
+        std::uint64_t key = values[i].key >> from;
         for (std::size_t at = 0; at < digits * size; at += size, key >>= digit) {
             ++counts[at + key % size];
         }
         if (i % piece == piece - 1) work(piece * 8);
     }
-    Ranked* from = values;
+    Ranked* source = values;
     Ranked* into = buffer;
     for (std::size_t k = 0; k < digits; ++k) {
-        const auto digitOf = [shift = k * digit](const Ranked& entry) {
+        const auto digitOf = [shift = from + static_cast<int>(k) * digit](const Ranked& entry) {
             return (entry.key >> shift) % size;
         };
         std::uint32_t* const places = &counts[k * size];
-        if (places[digitOf(from[0])] == count) continue;
+        if (places[digitOf(source[0])] == count) continue;
         std::uint32_t place = 0;
         for (std::size_t i = 0; i < size; ++i) place += std::exchange(places[i], place);
         work(size);
         for (std::size_t i = 0; i < count; ++i) {
-            into[places[digitOf(from[i])]++] = from[i];
+            into[places[digitOf(source[i])]++] = source[i];
             if (i % piece == piece - 1) work(piece * 8);
         }
-        std::swap(from, into);
+        std::swap(source, into);
     }
-    if (from == values) return;
+    if (source == values) return;
     for (std::size_t i = 0; i < count; ++i) {
-        values[i] = from[i];
+        values[i] = source[i];
         if (i % piece == piece - 1) work(piece);
     }
 }
 
-// Sorts by the keys, stably; they differ in their lowest `bits` only.
+// Sorts by the keys, stably; they differ in their lowest `bits` only. Many are sorted by their
+// highest digits first, which tell most of them apart.
 void sortByKeys(Ranked* values, Ranked* buffer, std::size_t count, int bits) {
     constexpr std::size_t many = 1024;
     constexpr std::size_t veryMany = 64 * 1024;
+    constexpr int digit = 8;
+    constexpr int longDigit = 13;
     if (count < many) {
-        mergeSort(values, buffer, count,
-                  [](const Ranked& a, const Ranked& b) { return a.key < b.key; });
-    } else if (count < veryMany) {
-        sortByDigits<8>(values, buffer, count, bits);
+        return mergeSort(values, buffer, count,
+                         [](const Ranked& a, const Ranked& b) { return a.key < b.key; });
+    }
+    const int from = std::max(0, bits - (count < veryMany ? 2 * digit : 2 * longDigit));
+    if (count < veryMany) {
+        sortByDigits<digit>(values, buffer, count, from, bits);
     } else {
-        sortByDigits<13>(values, buffer, count, bits);
+        sortByDigits<longDigit>(values, buffer, count, from, bits);
+    }
+    for (std::size_t begin = 0, end = 0; from > 0 && begin < count; begin = end) {
+        const std::uint64_t highest = values[begin].key >> from;
+        for (end = begin + 1; end < count && values[end].key >> from == highest;) ++end;
+        if (end - begin > 1) sortByKeys(values + begin, buffer, end - begin, from);
+        work(end - begin);
     }
 }
 
@@ -191,16 +202,18 @@ std::uint64_t keyOf(std::string_view text, std::size_t skip) {
     return __builtin_bswap64(head);
 }
 
-std::size_t commonPrefix(ArrayView<FND::String> all) {
-    const FND::String& first = all[0];
-    std::size_t common = first.size();
-    forEach(all, [&](const FND::String& text) {
-        std::size_t same = 0;
-        const std::size_t most = std::min(common, text.size());
-        while (same < most && text[same] == first[same]) ++same;
-        common = same;
-    });
-    return common;
+// How many of their first bytes, at most `most`, two texts share.
+std::size_t commonBytes(std::string_view a, std::string_view b, std::size_t most) {
+    constexpr std::size_t piece = 64 * 1024;
+    most = std::min({most, a.size(), b.size()});
+    for (std::size_t at = 0; at < most; at += piece) {
+        const std::size_t size = std::min(piece, most - at);
+        if (most > piece) work(size);
+        if (std::memcmp(a.data() + at, b.data() + at, size) == 0) continue;
+        while (a[at] == b[at]) ++at;
+        return at;
+    }
+    return most;
 }
 
 /// The order of the elements of an array: the least first or the greatest; equal ones as they are.
@@ -212,19 +225,22 @@ public:
         if (all.size() > most) refuse("more elements than 2^32", static_cast<long>(all.size()));
         if (all.size() == 0) return;
         entries_.room(all.size());
-        const std::size_t prefix = prefixOf(all);
-        Packing<isText ? 3 : 1> packing;
-        forEach(all, [&](const T& value) { packing.see(numberOf(value, prefix)); });
-        packing.finish();
         if constexpr (isRefined) elements_.room(all.size());
-        std::uint32_t index = 0;
         forEach(all, [&](const T& value) {
             if constexpr (isRefined) elements_.push_back(value);
-            entries_.push_back({turned(packing.keyOf(numberOf(value, prefix))), index++});
+            Ranked entry{0, static_cast<std::uint32_t>(entries_.size())};
+            if constexpr (!isText) entry.key = keyOf(value);
+            entries_.push_back(entry);
         });
-        const Charge charge(entries_.size() * sizeof(Ranked));
-        const auto buffer = std::make_unique_for_overwrite<Ranked[]>(entries_.size());
-        buffer_ = buffer.get();
+        Packing<isText ? 3 : 1> packing;
+        const std::size_t prefix = see(packing);
+        packing.finish();
+        forEachNumber(prefix, [&](std::size_t i, const auto& number) {
+            entries_[i].key = turned(packing.keyOf(number));
+        });
+        List<Ranked> buffer;
+        buffer.room(entries_.size());
+        buffer_ = buffer.data();
         sort(entries_.data(), entries_.size(), packing.bits(), prefix + packing.bytes(), 0);
     }
 
@@ -241,19 +257,47 @@ private:
     static constexpr std::size_t fewCM = 8;
     static constexpr int deepestCM = 8;
 
-    static std::size_t prefixOf([[maybe_unused]] ArrayView<T> all) {
+    // Shows all numbers to `packing`. Gives how many of their first bytes all texts share.
+    template <class Packing>
+    std::size_t see(Packing& packing) const {
+        std::size_t prefix = 0;
         if constexpr (isText) {
-            return commonPrefix(all);
-        } else {
-            return 0;
+            // What some of them share, most likely all do.
+            constexpr std::size_t some = 64;
+            const std::size_t step = elements_.size() / some + 1;
+            prefix = elements_[0].size();
+            for (std::size_t i = 0; i < elements_.size(); i += step) {
+                prefix = commonBytes(elements_[0], elements_[i], prefix);
+            }
+            const std::size_t likely = prefix;
+            forEachNumber(likely, [&](std::size_t i, const auto& number) {
+                prefix = commonBytes(elements_[0], elements_[i], prefix);
+                packing.see(number);
+            });
+            if (prefix == likely) return prefix;
+            packing = {};
         }
+        forEachNumber(prefix, [&](std::size_t /*i*/, const auto& number) { packing.see(number); });
+        return prefix;
     }
-    // The first bytes of a text after `skip`, or the key of another value.
-    static auto numberOf(const T& value, [[maybe_unused]] std::size_t skip) {
-        if constexpr (isText) {
-            return std::array{keyOf(value, skip), keyOf(value, skip + 8), keyOf(value, skip + 16)};
-        } else {
-            return std::array{keyOf(value)};
+    // Calls `use(i, number)` for each element, where the number of a text is made of its first
+    // bytes after `skip`.
+    template <class Use>
+    void forEachNumber([[maybe_unused]] std::size_t skip, const Use& use) const {
+        constexpr std::size_t piece = 1024;
+        for (std::size_t i = 0; i < entries_.size(); ++i) {
+            if constexpr (isText) {
+                // The texts may lie all over the memory: it is told early which ones are next.
+                if (i + aheadS < elements_.size()) {
+                    __builtin_prefetch(elements_[i + aheadS].data() + skip);
+                }
+                const std::string_view text = elements_[i];
+                use(i,
+                    std::array{keyOf(text, skip), keyOf(text, skip + 8), keyOf(text, skip + 16)});
+            } else {
+                use(i, std::array{entries_[i].key});
+            }
+            if (i % piece == piece - 1) work(piece * 32);
         }
     }
     std::uint64_t turned(std::uint64_t key) const { return descends_ ? ~key : key; }
@@ -280,7 +324,6 @@ private:
             if (count > fewCM && depth < deepestCM) {
                 constexpr std::size_t next = sizeof(std::uint64_t);
                 for (std::size_t i = 0; i < count; ++i) {
-                    // The texts lie all over the memory: it is told early which ones are next.
                     const Ranked* const later = entries + i + aheadS;
                     if (later < entries_.data() + entries_.size()) {
                         __builtin_prefetch(elements_[later->index].data() + skip);
@@ -303,40 +346,147 @@ private:
     Ranked* buffer_ = nullptr;
 };
 
-// Puts the elements of `all` in the order of `order`.
-template <class T, class Places>
-void arrange(ArrayRef<T> all, const Places& order) {
-    List<T*> elements;
-    elements.room(all.size());
-    for (unsigned long i = 0; i < all.size();) {
-        const auto run = all.change(i);
-        if (run.count == 0) return;
-        for (unsigned long k = 0; k < run.count; ++k) elements.push_back(&run[k]);
-        work(run.count);
-        i += run.count;
-    }
-    // The values move out in their new order and back in. When the script is stopped on the way,
-    // those that are out go back to their old places.
-    struct Moved {
-        List<T*>& elements;
-        const Places& order;
-        List<T> values;
-        bool isComplete = false;
-
-        ~Moved() {
-            for (std::size_t i = 0; i < values.size(); ++i) {
-                T* const to = elements[isComplete ? i : order[i].index];
-                *to = std::move(values[i]);
-            }
+/// Where the elements of an array lie, which are all made and keep their places.
+template <class T>
+class Elements {
+public:
+    explicit Elements(ArrayRef<T> all) {
+        for (unsigned long i = 0; i < all.size();) {
+            const auto run = all.change(i);
+            if (run.count == 0) return;
+            add(run, i, all.size() - i);
+            i += run.count;
         }
-    } moved{elements, order, {}};
-    moved.values.room(order.size());
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        if (i + aheadS < order.size()) __builtin_prefetch(elements[order[i + aheadS].index]);
-        moved.values.push_back(std::move(*elements[order[i].index]));
-        work(16);
+        isComplete_ = true;
     }
-    moved.isComplete = true;
+
+    /// False when there is no room for some of them.
+    bool isComplete() const { return isComplete_; }
+    T& operator[](std::size_t index) const {
+        const Block& block = blocks_[index / blockCM];
+        const std::size_t at = index % blockCM;
+        if (block.first == nullptr) return *singles_[block.firstSingle + at];
+        return *reinterpret_cast<T*>(block.first + at * stride_);
+    }
+
+private:
+    // So many elements, side by side if there is a first one, otherwise a pointer to each.
+    struct Block {
+        std::byte* first;
+        std::size_t firstSingle;
+    };
+    static constexpr std::size_t blockCM = 4096;
+
+    void add(const SCR::Host::Run<T>& run, std::size_t index, std::size_t left) {
+        stride_ = run.stride;
+        for (std::size_t k = 0; k < run.count;) {
+            if ((index + k) % blockCM == 0) {
+                const std::size_t size = std::min(blockCM, left - k);
+                const bool isWhole = size <= run.count - k;
+                auto* const first = reinterpret_cast<std::byte*>(&run[k]);
+                blocks_.add({isWhole ? first : nullptr, singles_.size()});
+                if (isWhole) {
+                    k += size;
+                    continue;
+                }
+            }
+            singles_.add(&run[k++]);
+        }
+        work(run.count);
+    }
+
+    List<Block> blocks_;
+    List<T*> singles_;
+    std::size_t stride_ = 0;
+    bool isComplete_ = false;
+};
+
+/// Puts the elements of an array in an order, in place: a value is taken into a hand, the one that
+/// belongs into its place moves there, which leaves another place empty, and so on until the one in
+/// the hand is wanted. Several hands work in turns, as each of them waits for the memory. When the
+/// script is stopped, the values in the hands go to the places that are empty.
+template <class T, class Order>
+class Arrangement {
+public:
+    Arrangement(ArrayRef<T> all, const Order& order) : elements_(all), order_(order) {
+        isTaken_.extend(order.size());
+    }
+    Arrangement(const Arrangement&) = delete;
+    Arrangement& operator=(const Arrangement&) = delete;
+    ~Arrangement() {
+        for (std::size_t i = 0; i < open_; ++i)
+            elements_[holes_[i].place] = std::move(hands_[i].value);
+    }
+
+    void run() {
+        if (!elements_.isComplete()) return;
+        do {
+            while (open_ < handsCM && take()) {
+            }
+            for (std::size_t i = 0; i < open_; ++i) {
+                holes_[i].source = order_[holes_[i].place].index;
+                __builtin_prefetch(&elements_[holes_[i].source], 1);
+            }
+            for (std::size_t i = open_; i-- > 0;) fill(i);
+            work(32 * handsCM);
+        } while (open_ > 0);
+    }
+
+private:
+    struct Hand {
+        std::size_t from = 0;
+        T value{};
+    };
+    struct Hole {
+        std::size_t place = 0;
+        std::size_t source = 0;  // of the value that belongs there
+    };
+    static constexpr std::size_t handsCM = 16;
+
+    // Takes another value that is not in its place; false when there is none.
+    bool take() {
+        for (; next_ < order_.size(); ++next_) {
+            if (next_ % 1024 == 1023) work(1024);
+            if (isTaken_[next_] || order_[next_].index == next_) continue;
+            isTaken_[next_] = true;
+            hands_[open_].value = std::move(elements_[next_]);
+            hands_[open_].from = holes_[open_].place = next_;
+            ++open_;
+            return true;
+        }
+        return false;
+    }
+    void fill(std::size_t i) {
+        Hole& hole = holes_[i];
+        T& empty = elements_[hole.place];
+        if (!isTaken_[hole.source]) {
+            empty = std::move(elements_[hole.source]);
+            isTaken_[hole.source] = true;
+            hole.place = hole.source;
+            __builtin_prefetch(&order_[hole.place]);
+            return;
+        }
+        std::size_t hand = 0;
+        while (hands_[hand].from != hole.source) ++hand;
+        empty = std::move(hands_[hand].value);
+        --open_;
+        if (hand != open_) hands_[hand] = std::move(hands_[open_]);
+        hole = holes_[open_];
+    }
+
+    const Elements<T> elements_;
+    const Order& order_;
+    List<bool> isTaken_;  // whether it has left its place
+    std::size_t next_ = 0;
+    std::size_t open_ = 0;  // hands and holes in use
+    std::array<Hand, handsCM> hands_;
+    std::array<Hole, handsCM> holes_;
+};
+
+// Puts the elements of `all` in the order of `order`.
+template <class T, class Order>
+void arrange(ArrayRef<T> all, const Order& order) {
+    Arrangement<T, Order>(all, order).run();
 }
 
 template <bool descends>
@@ -479,7 +629,8 @@ constexpr ModuleFunction orderFunctionsS[] = {
     {"Void sort(change T[] items)", SCR::addFunctionOver<Sort<false>, KESTREL_ORDERED>,
      Effect::None,
      "Sorts Longs, Decimals and Dates by their values and Strings by their bytes, ascending. What "
-     "is equal keeps its order.",
+     "is equal keeps its order. A script that is stopped meanwhile leaves the elements in some "
+     "order.",
      R"(Long a[]; a[0] = 3; a[1] = 1; list::sort(a); a[0] == 1 and a[1] == 3)"},
     {"Void sortDown(change T[] items)", SCR::addFunctionOver<Sort<true>, KESTREL_ORDERED>,
      Effect::None, "As `sort`, descending.",

@@ -191,8 +191,8 @@ public:
         closeBefore(0, true);
         if constexpr (isShortCM) {
             // A guide that fits the processor's caches costs less than the comparisons it saves.
-            constexpr int most = 18;
-            constexpr std::size_t stepsOfHead = 8;
+            constexpr int most = 20;
+            constexpr std::size_t stepsOfHead = 4;
             while (bits_ < most && stepsOfHead << bits_ < steps_.size()) ++bits_;
             std::size_t at = 0;
             guide_.room((std::size_t{1} << bits_) + 1);
@@ -210,8 +210,17 @@ public:
         if constexpr (isShortCM) {
             if (guide_.empty()) return noValueS;
             const auto head = static_cast<std::size_t>(headOf(key));
-            const auto place = upperBound(guide_[head], guide_[head + 1], key);
-            return place != steps_.begin() ? std::prev(place)->value : noValueS;
+            std::size_t place = guide_[head];
+            const std::size_t end = guide_[head + 1];
+            if (end - place > fewCM) {
+                place = static_cast<std::size_t>(upperBound(place, end, key) - steps_.begin());
+            } else {
+                // Counting them all waits for nothing.
+                std::size_t before = 0;
+                for (std::size_t i = place; i < end; ++i) before += steps_[i].first <= key ? 1 : 0;
+                place += before;
+            }
+            return place > 0 ? steps_[place - 1].value : noValueS;
         }
         const auto guide = std::upper_bound(guide_.begin(), guide_.end(), key);
         if (guide == guide_.begin()) return noValueS;
@@ -221,6 +230,7 @@ public:
 
 private:
     static constexpr std::size_t everyCM = 64;
+    static constexpr std::size_t fewCM = 16;
     static constexpr bool isShortCM = sizeof(Key) <= sizeof(std::uint32_t);
 
     Key headOf(Key key) const { return key >> (32 - bits_); }
