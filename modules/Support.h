@@ -72,7 +72,7 @@ struct ListMemory {
     T* allocate(std::size_t count) {
         const std::size_t bytes = count * sizeof(T);
         if (count > std::numeric_limits<std::size_t>::max() / 2 / sizeof(T)) throw std::bad_alloc();
-        if (bytes < manyCM) return static_cast<T*>(::operator new(bytes));
+        if (bytes < manyCM) return static_cast<T*>(::operator new(bytes, alignmentCM));
         const std::size_t whole = (bytes + pageCM - 1) / pageCM * pageCM;
         void* const memory = ::operator new(whole, std::align_val_t(pageCM));
         madvise(memory, whole, MADV_HUGEPAGE);
@@ -80,7 +80,7 @@ struct ListMemory {
     }
     void deallocate(T* memory, std::size_t count) noexcept {
         if (count * sizeof(T) < manyCM) {
-            ::operator delete(memory);
+            ::operator delete(memory, alignmentCM);
         } else {
             ::operator delete(memory, std::align_val_t(pageCM));
         }
@@ -91,6 +91,7 @@ struct ListMemory {
     }
 
 private:
+    static constexpr std::align_val_t alignmentCM{alignof(T)};
     static constexpr std::size_t pageCM = std::size_t{2} << 20;
     static constexpr std::size_t manyCM = 2 * pageCM;
 };

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
+#include <span>
 #include <unordered_map>
 
 #include "modules/net/Net.h"
@@ -153,99 +155,132 @@ struct Step {
 
 constexpr std::uint32_t noValueS = UINT32_MAX;
 
-/// Ranges made flat: sorted steps, and a guide to them. For short keys the guide has the place of
-/// the first step for each beginning of a key; long ones are too unevenly spread for that, and it
-/// has every 64th of them once more, close together.
+// The last of these steps that begins at `key` or before; the first of them does.
 template <class Key>
-class Steps {
+const Step<Key>& lastOf(const List<Step<Key>>& steps, std::size_t begin, std::size_t end, Key key) {
+    const auto first = steps.begin();
+    return *std::prev(std::upper_bound(first + static_cast<std::ptrdiff_t>(begin),
+                                       first + static_cast<std::ptrdiff_t>(end), key,
+                                       [](Key a, const Step<Key>& b) { return a < b.first; }));
+}
+
+/// Sorted steps of long keys, and a guide to them: every 64th key once more, close together.
+class LongSteps {
 public:
-    /// `ranges` by their first addresses, those that hold others before these.
-    template <class Ranges>
-    void build(const Ranges& ranges) {
-        struct Open {
-            Key last;
-            std::uint32_t value;
-        };
-        List<Open> open;
-        const auto begin = [&](Key first, std::uint32_t value) {
-            if (!steps_.empty() && steps_.back().first == first) {
-                steps_.back().value = value;
-            } else {
-                steps_.add({first, value});
-            }
-        };
-        const auto closeBefore = [&](Key next, bool isAll) {
-            while (!open.empty() && (isAll || open.back().last < next)) {
-                const Key last = open.back().last;
-                open.pop_back();
-                const bool isEnd = last == static_cast<Key>(~Key{0});
-                if (!isEnd) begin(last + 1, open.empty() ? noValueS : open.back().value);
-            }
-        };
-        for (const auto& range : ranges) {
-            work(64);
-            closeBefore(static_cast<Key>(range.first), false);
-            begin(static_cast<Key>(range.first), range.value);
-            open.add({static_cast<Key>(range.last), range.value});
-        }
-        closeBefore(0, true);
-        if constexpr (isShortCM) {
-            // A guide that fits the processor's caches costs less than the comparisons it saves.
-            constexpr int most = 20;
-            constexpr std::size_t stepsOfHead = 4;
-            while (bits_ < most && stepsOfHead << bits_ < steps_.size()) ++bits_;
-            std::size_t at = 0;
-            guide_.room((std::size_t{1} << bits_) + 1);
-            for (Key head = 0; head <= Key{1} << bits_; ++head) {
-                while (at < steps_.size() && headOf(steps_[at].first) < head) ++at;
-                guide_.push_back(static_cast<Key>(at));
-                work(16);
-            }
-        } else {
-            for (std::size_t i = 0; i < steps_.size(); i += everyCM) guide_.add(steps_[i].first);
-        }
+    explicit LongSteps(List<Step<Number>> steps) : steps_(std::move(steps)) {
+        for (std::size_t i = 0; i < steps_.size(); i += everyCM) guide_.add(steps_[i].first);
     }
 
-    std::uint32_t find(Key key) const {
-        if constexpr (isShortCM) {
-            if (guide_.empty()) return noValueS;
-            const auto head = static_cast<std::size_t>(headOf(key));
-            std::size_t place = guide_[head];
-            const std::size_t end = guide_[head + 1];
-            if (end - place > fewCM) {
-                place = static_cast<std::size_t>(upperBound(place, end, key) - steps_.begin());
-            } else {
-                // Counting them all waits for nothing.
-                std::size_t before = 0;
-                for (std::size_t i = place; i < end; ++i) before += steps_[i].first <= key ? 1 : 0;
-                place += before;
-            }
-            return place > 0 ? steps_[place - 1].value : noValueS;
-        }
+    std::uint32_t find(Number key) const {
         const auto guide = std::upper_bound(guide_.begin(), guide_.end(), key);
         if (guide == guide_.begin()) return noValueS;
         const auto block = static_cast<std::size_t>(guide - guide_.begin() - 1) * everyCM;
-        return std::prev(upperBound(block, std::min(block + everyCM, steps_.size()), key))->value;
+        return lastOf(steps_, block, std::min(block + everyCM, steps_.size()), key).value;
     }
 
 private:
     static constexpr std::size_t everyCM = 64;
-    static constexpr std::size_t fewCM = 16;
-    static constexpr bool isShortCM = sizeof(Key) <= sizeof(std::uint32_t);
 
-    Key headOf(Key key) const { return key >> (32 - bits_); }
-    // The first of these steps that begins after `key`.
-    auto upperBound(std::size_t begin, std::size_t end, Key key) const {
-        return std::upper_bound(steps_.begin() + static_cast<std::ptrdiff_t>(begin),
-                                steps_.begin() + static_cast<std::ptrdiff_t>(end), key,
-                                [](Key a, const Step<Key>& b) { return a < b.first; });
+    List<Step<Number>> steps_;
+    List<Number> guide_;
+};
+
+/// Sorted steps of short keys: the first bits of a key are the number of a line of the processor's
+/// cache, which has the steps that begin with them. So a key is looked up by waiting for the memory
+/// once, but for places where very many steps lie together.
+class ShortSteps {
+public:
+    explicit ShortSteps(const List<Step<std::uint32_t>>& steps) {
+        constexpr int most = 20;
+        constexpr std::size_t usual = 5;
+        while (bits_ < most && usual << bits_ < steps.size()) ++bits_;
+        lines_.extend(std::size_t{1} << bits_);
+        std::uint32_t before = noValueS;
+        std::size_t at = 0;
+        for (std::size_t i = 0; i < lines_.size(); ++i) {
+            std::size_t end = at;
+            while (end < steps.size() && headOf(steps[end].first) == i) ++end;
+            fill(lines_[i], before, std::span(steps).subspan(at, end - at));
+            if (end > at) before = steps[end - 1].value;
+            work(64 + 8 * (end - at));
+            at = end;
+        }
     }
 
-    int bits_ = 1;
+    std::uint32_t find(std::uint32_t key) const {
+        const Line& line = lines_[headOf(key)];
+        if (line.count <= Line::mostCM) {
+            std::size_t place = 0;
+            for (std::size_t i = 0; i < Line::mostCM; ++i) {
+                place += i < line.count && line.firsts[i] <= key ? 1 : 0;
+            }
+            return line.values[place];
+        }
+        if (key < dense_[line.firsts[0]].first) return line.values[0];
+        return lastOf(dense_, line.firsts[0], line.firsts[0] + line.count, key).value;
+    }
 
-    List<Step<Key>> steps_;
-    List<Key> guide_;
+private:
+    struct alignas(64) Line {
+        static constexpr std::size_t mostCM = 7;
+        std::uint32_t count;
+        std::uint32_t firsts[mostCM];      // where its steps begin; of more, the place of the first
+        std::uint32_t values[mostCM + 1];  // before the first step, and from each on
+    };
+
+    void fill(Line& line, std::uint32_t before, std::span<const Step<std::uint32_t>> steps) {
+        line = {static_cast<std::uint32_t>(steps.size()), {}, {before}};
+        if (steps.size() > Line::mostCM) {
+            line.firsts[0] = static_cast<std::uint32_t>(dense_.size());
+            for (const auto& step : steps) dense_.add(step);
+            return;
+        }
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            line.firsts[i] = steps[i].first;
+            line.values[i + 1] = steps[i].value;
+        }
+    }
+    std::size_t headOf(std::uint32_t key) const { return key >> (32 - bits_); }
+
+    int bits_ = 1;
+    List<Line> lines_;
+    List<Step<std::uint32_t>> dense_;
 };
+
+/// The steps that ranges make. `ranges` are by their first addresses, those that hold others before
+/// these.
+template <class Key, class Ranges>
+List<Step<Key>> stepsOf(const Ranges& ranges) {
+    List<Step<Key>> steps;
+    struct Open {
+        Key last;
+        std::uint32_t value;
+    };
+    List<Open> open;
+    const auto begin = [&](Key first, std::uint32_t value) {
+        if (!steps.empty() && steps.back().first == first) {
+            steps.back().value = value;
+        } else {
+            steps.add({first, value});
+        }
+    };
+    const auto closeBefore = [&](Key next, bool isAll) {
+        while (!open.empty() && (isAll || open.back().last < next)) {
+            const Key last = open.back().last;
+            open.pop_back();
+            const bool isEnd = last == static_cast<Key>(~Key{0});
+            if (!isEnd) begin(last + 1, open.empty() ? noValueS : open.back().value);
+        }
+    };
+    for (const auto& range : ranges) {
+        work(64);
+        closeBefore(static_cast<Key>(range.first), false);
+        begin(static_cast<Key>(range.first), range.value);
+        open.add({static_cast<Key>(range.last), range.value});
+    }
+    closeBefore(0, true);
+    return steps;
+}
 
 template <class Key>
 struct TableRange {
@@ -278,14 +313,14 @@ public:
         known_ = {};
         sort(four);
         sort(six);
-        four_.build(four);
-        six_.build(six);
+        four_.emplace(stepsOf<std::uint32_t>(four));
+        six_.emplace(stepsOf<Number>(six));
     }
 
     std::string_view find(const Address& address) const {
         const std::uint32_t value = address.bits == 32
-                                        ? four_.find(static_cast<std::uint32_t>(address.number))
-                                        : six_.find(address.number);
+                                        ? four_->find(static_cast<std::uint32_t>(address.number))
+                                        : six_->find(address.number);
         return value != noValueS ? std::string_view(values_[value]) : std::string_view();
     }
 
@@ -315,8 +350,8 @@ private:
         std::stable_sort(ranges.begin(), ranges.end(), isBefore);
     }
 
-    Steps<std::uint32_t> four_;
-    Steps<Number> six_;
+    std::optional<ShortSteps> four_;
+    std::optional<LongSteps> six_;
     Known known_;  // while the table is made: places of values by their texts
     List<FND::String> values_;
     Charge charge_;
