@@ -138,8 +138,13 @@ bool ArrayRef<T>::resize(unsigned long size) const {
         if (size > this->size() && !this->array_->make(size - 1, elementLimit(interpreter_))) {
             return noRoom<bool>(interpreter_, "array");
         }
-        countWork((std::max(size, this->size()) - size) * sizeof(VariableOf<T>));
-        this->array_->truncate(size);
+        // Freeing a million texts takes long, too.
+        constexpr unsigned long piece = 4096;
+        while (this->size() > size) {
+            const unsigned long count = std::min(piece, this->size() - size);
+            this->array_->truncate(this->size() - count);
+            countWork(count * sizeof(VariableOf<T>));
+        }
         return true;
     });
 }

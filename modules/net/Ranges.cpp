@@ -155,13 +155,14 @@ struct Step {
 
 constexpr std::uint32_t noValueS = UINT32_MAX;
 
-// The last of these steps that begins at `key` or before; the first of them does.
+// The place of the first of these steps that begins after `key`.
 template <class Key>
-const Step<Key>& lastOf(const List<Step<Key>>& steps, std::size_t begin, std::size_t end, Key key) {
-    const auto first = steps.begin();
-    return *std::prev(std::upper_bound(first + static_cast<std::ptrdiff_t>(begin),
-                                       first + static_cast<std::ptrdiff_t>(end), key,
-                                       [](Key a, const Step<Key>& b) { return a < b.first; }));
+std::size_t placeAfter(const List<Step<Key>>& steps, std::size_t begin, std::size_t end, Key key) {
+    const Step<Key>* const first = steps.data();
+    return static_cast<std::size_t>(
+        std::upper_bound(first + begin, first + end, key,
+                         [](Key a, const Step<Key>& b) { return a < b.first; }) -
+        first);
 }
 
 /// Sorted steps of long keys, and a guide to them: every 64th key once more, close together.
@@ -175,7 +176,8 @@ public:
         const auto guide = std::upper_bound(guide_.begin(), guide_.end(), key);
         if (guide == guide_.begin()) return noValueS;
         const auto block = static_cast<std::size_t>(guide - guide_.begin() - 1) * everyCM;
-        return lastOf(steps_, block, std::min(block + everyCM, steps_.size()), key).value;
+        const std::size_t end = std::min(block + everyCM, steps_.size());
+        return steps_[placeAfter(steps_, block, end, key) - 1].value;
     }
 
 private:
@@ -185,39 +187,61 @@ private:
     List<Number> guide_;
 };
 
-/// Sorted steps of short keys: the first bits of a key are the number of a line of the processor's
-/// cache, which has the steps that begin with them. So a key is looked up by waiting for the memory
-/// once, but for places where very many steps lie together.
+/// Sorted steps of short keys. The first bits of a key say where to look: as long as all of it fits
+/// the processor's caches, by a guide to the steps. Of more steps, each line of the cache has those
+/// that begin with the same bits, so that a key is looked up by waiting for the memory once, but
+/// for places where very many steps lie together.
 class ShortSteps {
 public:
     explicit ShortSteps(const List<Step<std::uint32_t>>& steps) {
         constexpr int most = 20;
-        constexpr std::size_t usual = 5;
+        constexpr std::size_t many = std::size_t{1} << 18;
+        const std::size_t usual = steps.size() > many ? 5 : 4;
         while (bits_ < most && usual << bits_ < steps.size()) ++bits_;
-        lines_.extend(std::size_t{1} << bits_);
+        const std::size_t heads = std::size_t{1} << bits_;
+        if (steps.size() <= many) {
+            guide_.room(heads + 1);
+        } else {
+            lines_.extend(heads);
+        }
         std::uint32_t before = noValueS;
         std::size_t at = 0;
-        for (std::size_t i = 0; i < lines_.size(); ++i) {
+        for (std::size_t i = 0; i < heads; ++i) {
             std::size_t end = at;
             while (end < steps.size() && headOf(steps[end].first) == i) ++end;
-            fill(lines_[i], before, std::span(steps).subspan(at, end - at));
+            if (lines_.empty()) {
+                guide_.push_back(static_cast<std::uint32_t>(at));
+            } else {
+                fill(lines_[i], before, std::span(steps).subspan(at, end - at));
+            }
             if (end > at) before = steps[end - 1].value;
             work(64 + 8 * (end - at));
             at = end;
         }
+        if (!lines_.empty()) return;
+        guide_.push_back(static_cast<std::uint32_t>(at));
+        steps_.room(steps.size());
+        for (const auto& step : steps) steps_.push_back(step);
     }
 
     std::uint32_t find(std::uint32_t key) const {
-        const Line& line = lines_[headOf(key)];
-        if (line.count <= Line::mostCM) {
-            std::size_t place = 0;
-            for (std::size_t i = 0; i < Line::mostCM; ++i) {
-                place += i < line.count && line.firsts[i] <= key ? 1 : 0;
-            }
-            return line.values[place];
+        const std::size_t head = headOf(key);
+        if (lines_.empty()) {
+            const std::size_t place =
+                guide_[head] + stepsUntil(key, guide_[head], guide_[head + 1]);
+            return place > 0 ? steps_[place - 1].value : noValueS;
         }
-        if (key < dense_[line.firsts[0]].first) return line.values[0];
-        return lastOf(dense_, line.firsts[0], line.firsts[0] + line.count, key).value;
+        const Line& line = lines_[head];
+        if (line.count > Line::mostCM) {
+            const std::size_t first = line.firsts[0];
+            const std::size_t count = stepsUntil(key, first, first + line.count);
+            return count > 0 ? steps_[first + count - 1].value : line.values[0];
+        }
+        std::size_t count = 0;
+        for (std::size_t i = 0; i < Line::mostCM; ++i) {
+            count += i < line.count && line.firsts[i] <= key ? 1 : 0;
+        }
+        return line.values[count];
     }
 
 private:
@@ -231,8 +255,8 @@ private:
     void fill(Line& line, std::uint32_t before, std::span<const Step<std::uint32_t>> steps) {
         line = {static_cast<std::uint32_t>(steps.size()), {}, {before}};
         if (steps.size() > Line::mostCM) {
-            line.firsts[0] = static_cast<std::uint32_t>(dense_.size());
-            for (const auto& step : steps) dense_.add(step);
+            line.firsts[0] = static_cast<std::uint32_t>(steps_.size());
+            for (const auto& step : steps) steps_.add(step);
             return;
         }
         for (std::size_t i = 0; i < steps.size(); ++i) {
@@ -242,9 +266,20 @@ private:
     }
     std::size_t headOf(std::uint32_t key) const { return key >> (32 - bits_); }
 
+    // How many of these steps begin at `key` or before.
+    std::size_t stepsUntil(std::uint32_t key, std::size_t begin, std::size_t end) const {
+        constexpr std::size_t few = 16;
+        if (end - begin > few) return placeAfter(steps_, begin, end, key) - begin;
+        // Counting them all waits for nothing.
+        std::size_t count = 0;
+        for (std::size_t i = begin; i < end; ++i) count += steps_[i].first <= key ? 1 : 0;
+        return count;
+    }
+
     int bits_ = 1;
+    List<std::uint32_t> guide_;
     List<Line> lines_;
-    List<Step<std::uint32_t>> dense_;
+    List<Step<std::uint32_t>> steps_;  // all of them, or those of lines that have too many
 };
 
 /// The steps that ranges make. `ranges` are by their first addresses, those that hold others before
