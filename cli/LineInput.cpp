@@ -12,12 +12,17 @@ namespace Cli {
 
 LineInput::LineInput(const Complete& complete, const std::string& history)
     : isTerminal_(isatty(STDIN_FILENO) != 0) {
+#ifdef KESTREL_HAS_EDIT
     if (!isTerminal_) return;
     std::string error;
     void* const open = loadPart("libkestrel-edit.so", openLineEditorS, error);
     if (open != nullptr) {
         editor_.reset(reinterpret_cast<OpenLineEditor>(open)(complete, history));
     }
+#else
+    static_cast<void>(complete);
+    static_cast<void>(history);
+#endif
 }
 
 LineInput::~LineInput() = default;

@@ -251,6 +251,8 @@ public:
         if (isEntered_) {
             state.isCompiling = true;
             state.diagnostics.clear();
+            state.ofCompile = 0;
+            state.hasRunDiagnostics = false;
         } else {
             contain(state.interpreter, [&] {
                 state.interpreter.noteStop(Outcome::Kind::Refused, {}, {});
@@ -682,7 +684,7 @@ bool Interpreter::State::flushOutput(bool mayWait) {
         if (mayWait || errno != EAGAIN) openFiles.failures().add(standardOutputS, errno);
         return true;
     };
-    return mayWait ? enterRun(interpreter, flush) : contain(interpreter, flush);
+    return mayWait ? enterQuietly(interpreter, flush) : contain(interpreter, flush);
 }
 
 bool Interpreter::interrupt() { return state_ != nullptr && state_->control.interrupt(); }

@@ -243,6 +243,45 @@ TEST(ScriptFunction, CallsAndChecks) {
     EXPECT_NE(fixture.log.text.find("limit `depth'"), FND::String::npos);
 }
 
+// Code keeps variables in registers; what a log does to them meanwhile is seen all the same.
+TEST(ScriptFunction, IsCalledByALog) {
+    constexpr const char* texts[] = {
+        "for (i = 0; i < 2000; i = i + 1) { if (i < 800) { x = i; n[0] = i; } n[i] = 1; }",
+        "for (i = 0; i < 2000; i = i + 1) { for (j = 0; j < 3; j = j + 1) { x = i; } "
+        "h{longToStr(i)} = 1; }",
+        "while (i < 2000) { i = i + 1; x = i; if (n[i] == 7) { j = 1; } }"};
+    struct CallingLog final : SCR::Log {
+        void log(const FND::String& /*text*/, FND::Status::Severity /*severity*/) override {
+            if (call) call();
+        }
+        std::function<void()> call;
+    };
+    for (const char* const text : texts) {
+        std::string values;
+        for (const auto tier :
+             {SCR::CodeTier::Tree, SCR::CodeTier::Portable, SCR::CodeTier::Native}) {
+            CallingLog log;
+            SCR::Interpreter interpreter(&log);
+            interpreter.codeTier(tier);
+            SCR::Limits limits;
+            limits.elements = 1000;
+            interpreter.limits(limits);
+            ASSERT_TRUE(
+                interpreter.compile(std::string("Long x; Long i; Long j; Long n[]; Long h{};"
+                                                "function mark { x = -1; i = 3000; }") +
+                                    text));
+            auto mark = interpreter.function<void()>("mark");
+            log.call = [&] { mark(); };
+            EXPECT_TRUE(interpreter.execute());
+            log.call = nullptr;
+            long x = 0;
+            EXPECT_TRUE(interpreter.variable<long>("x").get(x));
+            values += std::to_string(x) + " ";
+        }
+        EXPECT_EQ(values, "-1 -1 -1 ") << text;
+    }
+}
+
 TEST(ScriptHandle, RefusesASecondThread) {
     Fixture fixture;
     Interpreter& interpreter = fixture.interpreter;

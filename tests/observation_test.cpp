@@ -179,7 +179,8 @@ TEST(Observation, TellsTheEndOfEachRun) {
     interpreter.codeTier(SCR::CodeTier::Tree);
     interpreter.observe(&calls);
     ASSERT_TRUE(
-        interpreter.compile("Bool stops; function Bool f { while (stops) {} return true; } f();"));
+        interpreter.compile("Bool stops; function Bool f { while (stops) {} return true; } f();"
+                            "function END { logStdout(\"\"); }"));
     const auto stops = interpreter.variable<bool>("stops");
     const auto f = interpreter.function<bool()>("f");
     SCR::ConditionList conditions(interpreter);
@@ -211,6 +212,9 @@ TEST(Observation, TellsTheEndOfEachRun) {
             EXPECT_EQ(calls.text, isStopped ? row.stopped : row.whole);
         }
     }
+    calls.text.clear();
+    EXPECT_TRUE(interpreter.finish());
+    EXPECT_EQ(calls.text, ">.");
 }
 
 }  // namespace

@@ -185,18 +185,25 @@ bool contain(Interpreter& interpreter, const Action& action) noexcept {
     });
 }
 
+/// As `enterRun`, for what ends no run in the eyes of who watches.
+template <class Action>
+bool enterQuietly(Interpreter& interpreter, const Action& action,
+                  std::int64_t* buffers = nullptr) noexcept {
+    return contain(interpreter, [&] {
+        RunScope run(interpreter.runControl(), buffers);
+        const bool isGood = action();
+        run.finish();
+        return isGood;
+    });
+}
+
 /// Calls `action` as a run of the interpreter, under its limits: false when the action gave false,
 /// was stopped or threw. Adds to `buffers` the memory taken for nodes that do not end with the
 /// script.
 template <class Action>
 bool enterRun(Interpreter& interpreter, const Action& action,
               std::int64_t* buffers = nullptr) noexcept {
-    const bool isDone = contain(interpreter, [&] {
-        RunScope run(interpreter.runControl(), buffers);
-        const bool isGood = action();
-        run.finish();
-        return isGood;
-    });
+    const bool isDone = enterQuietly(interpreter, action, buffers);
     // After the message of a stop, whose place the observation still has.
     if (interpreter.runControl().observation() != nullptr) [[unlikely]]
         tellEnd(interpreter, isDone);

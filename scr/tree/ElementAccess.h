@@ -338,8 +338,9 @@ private:
         return 0;
     }
 
-    static constexpr Code::Helper readCM{Code::guarded<readAt>, true, false};
-    static constexpr Code::Helper writeCM{Code::guarded<writeAt>, true, false};
+    // An element for which there is no room is logged, and a log may call the script.
+    static constexpr Code::Helper readCM{Code::guarded<readAt>};
+    static constexpr Code::Helper writeCM{Code::guarded<writeAt>};
     inline static const Value emptyCM{};
 
     Element element_;

@@ -361,10 +361,12 @@ private:
             return false;
         }
         if (operation.a.index() < operation.live) return false;
-        // Several choices may follow one comparison.
-        if (current_ + 1 == listing_.operations.size()) return true;
-        const Operation& next = listing_.operations[current_ + 1];
-        return !isSelect(next.op);
+        // Several choices may follow one comparison, with copies between them.
+        std::size_t next = current_ + 1;
+        while (next < listing_.operations.size() && listing_.operations[next].op == Op::Move) {
+            ++next;
+        }
+        return next == listing_.operations.size() || !isSelect(listing_.operations[next].op);
     }
     // A constant that no instruction can hold.
     x86::Mem inMemory(std::uint64_t value) {
@@ -493,6 +495,7 @@ private:
             call(reinterpret_cast<const void*>(helper.run));
             checkFailure(operation);
             takeTemporaries(operation.live);
+            if (helper.mayAssign) loadVariables();
             if (operation.target) store(operation.target, x86::rax);
             asm_.jmp(back);
         });
