@@ -101,16 +101,31 @@ FctDescr::Use FctDescr::use(int index) const {
     return at < containers_.size() ? containers_[at].use : Use::Reads;
 }
 
+const FND::String& FctDescr::objectType(int index) const {
+    const auto at = static_cast<std::size_t>(index + 1);
+    return at < objectTypes_.size() ? objectTypes_[at] : FND_NULL_STRING;
+}
+
+void FctDescr::objectType(int index, const FND::String& name) {
+    const auto at = static_cast<std::size_t>(index + 1);
+    if (objectTypes_.size() <= at) objectTypes_.resize(at + 1);
+    objectTypes_[at] = name;
+}
+
 const FctDescr* FctDescr::variantFor(const ParserStack& /*stack*/, int /*count*/) const {
     return this;
 }
 
 FND::String FctDescr::signature() const {
-    FND::String text = Node::datatypeAsString(returnType_) + " " + name_ + "(";
+    const auto typeText = [&](int index, int type) {
+        const bool isObject = Node::baseType(type) == TypeCode::Adt && !objectType(index).empty();
+        return isObject ? objectType(index) : Node::datatypeAsString(type);
+    };
+    FND::String text = typeText(-1, returnType_) + " " + name_ + "(";
     const auto addTypes = [&](int first, int end) {
         for (int i = first; i < end; ++i) {
             if (i > first) text += ",";
-            text += Node::datatypeAsString(argType(i));
+            text += typeText(i, argType(i));
         }
     };
     addTypes(0, minimum_);
@@ -161,6 +176,23 @@ bool FctDescr::checkElements(const ParserStack& stack, int count) const {
     return true;
 }
 
+bool FctDescr::checkObjects(const ParserStack& stack, int count) const {
+    for (int i = 0; i < count; ++i) {
+        const FND::String& expected = objectType(i);
+        if (expected.empty()) continue;
+        const Node& node = *stack.data(static_cast<std::size_t>(count - 1 - i));
+        const FND::String* actual = nullptr;
+        if (elementType(i) == TypeCode::Adt) {
+            actual = &static_cast<const AdtVariable&>(prototypeOf(node)).subType();
+        } else if (const auto* const handle = dynamic_cast<const AdtNode*>(&node)) {
+            actual = &handle->subType();
+        }
+        if (actual == nullptr || mayBecome(*actual, expected)) continue;
+        return SCR_YaccError(Messages::wrongHandle(expected, *actual, i + 1, signature()));
+    }
+    return true;
+}
+
 inline OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
     OperandTraits traits{mayRunScript(), 1};
     const bool isChained = facts_ != nullptr && facts_->isChained;
@@ -193,6 +225,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
     if (isChecked && !bound->convertArguments(stack, count)) return false;
     if (isChecked && !bound->containers_.empty() && !bound->checkElements(stack, count))
         return false;
+    if (!bound->objectTypes_.empty() && !bound->checkObjects(stack, count)) return false;
     const OperandTraits traits = traitsOfCall(stack, count);
     if (traits.depth > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);

@@ -73,6 +73,11 @@ public:
     int elementType(int index) const;
     Use use(int index) const;
 
+    /// The name of the type of a host that argument `index`, or its elements, are of, or with -1 the
+    /// result; "" for any type.
+    const FND::String& objectType(int index) const;
+    void objectType(int index, const FND::String& name);
+
     /// Whether a call may run script code or change variables or containers, whatever its arguments
     /// are. True by default, since nothing is known about a host's function.
     bool mayRunScript() const { return mayRunScript_ || writesArguments_; }
@@ -127,6 +132,7 @@ private:
 
     bool convertArguments(ParserStack& stack, int count) const;
     bool checkElements(const ParserStack& stack, int count) const;
+    bool checkObjects(const ParserStack& stack, int count) const;
     OperandTraits traitsOfCall(const ParserStack& stack, int count) const;
     bool makeNode(Interpreter& interpreter, ParserStack& stack, int count,
                   OperandTraits traits) const;
@@ -138,6 +144,7 @@ private:
     std::vector<int> argTypes_;
     int restType_ = 0;
     std::vector<Container> containers_;  // by argument; may be shorter than the arguments
+    std::vector<FND::String> objectTypes_;  // of the result and the arguments; may be shorter
     Factory factory_;
     bool mayRunScript_ = true;
     bool writesArguments_ = false;

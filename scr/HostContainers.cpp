@@ -52,7 +52,10 @@ const T& newValue(const Container& container) {
 // What does not exist at all is as it would be in a container without a default.
 template <class T>
 const T& nullValue() {
-    if constexpr (std::is_base_of_v<Variable, T>) {
+    if constexpr (std::is_same_v<T, AdtVariable>) {
+        static const T none;
+        return none;
+    } else if constexpr (std::is_base_of_v<Variable, T>) {
         static T none(new LongVariable());
         return none;
     } else {
@@ -223,6 +226,7 @@ KESTREL_CONTAINERS_OF(FND::DateTime)
 KESTREL_CONTAINERS_OF(FND::Identifier)
 KESTREL_CONTAINERS_OF(Array)
 KESTREL_CONTAINERS_OF(Hash)
+KESTREL_CONTAINERS_OF(AdtVariable)
 #undef KESTREL_CONTAINERS_OF
 
 }  // namespace SCR

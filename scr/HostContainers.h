@@ -44,6 +44,12 @@ struct ElementOf<Hash> {
     using Variable = Hash;
 };
 
+template <>
+struct ElementOf<AdtVariable> {
+    static constexpr int typeCode = TypeCode::Adt;
+    using Variable = AdtVariable;
+};
+
 /// A type that elements may have.
 template <class T>
 concept Element = requires {
@@ -221,6 +227,7 @@ KESTREL_CONTAINERS_OF(FND::DateTime)
 KESTREL_CONTAINERS_OF(FND::Identifier)
 KESTREL_CONTAINERS_OF(Array)
 KESTREL_CONTAINERS_OF(Hash)
+KESTREL_CONTAINERS_OF(AdtVariable)
 #undef KESTREL_CONTAINERS_OF
 
 }  // namespace SCR

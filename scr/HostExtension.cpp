@@ -11,6 +11,7 @@
 #include "scr/Interpreter.h"
 #include "scr/call/HostDescriptor.h"
 #include "scr/message/Messages.h"
+#include "scr/value/ObjectTable.h"
 #include "scr/value/TypeVisitor.h"
 #include "scr/value/Words.h"
 
@@ -28,7 +29,11 @@ struct HostExtension::State {
     std::vector<std::pair<FND::String, FND::Status::Severity>> messages;  // kept until there is one
     std::unordered_map<FND::String, std::unique_ptr<Variable>> variables;
     std::vector<std::unique_ptr<Variable>> nameless;
+    // The name that an object of the class has; null for none.
+    const FND::String* typeOf(const void* kind) const;
+
     Host::Fields fields;
+    Host::ObjectTypes types;
     // What people are told about a function.
     struct Manual {
         std::vector<FND::String> parameters;
@@ -59,19 +64,25 @@ FND::String spellParameter(const FctDescr& function, int index, const FND::Strin
     const int type = function.argType(index);
     const int base = Node::baseType(type);
     FND::String text;
+    const auto nameOf = [&](int code) {
+        const FND::String& object = function.objectType(index);
+        return object.empty() ? Node::datatypeAsString(code) : object;
+    };
     if (const int element = function.elementType(index); element != 0) {
         if (function.use(index) == FctDescr::Use::Changes) text = "change ";
         if (function.use(index) == FctDescr::Use::Replaces) text = "out ";
-        text += Node::datatypeAsString(element) + (base == TypeCode::Hash ? "{}" : "[]");
+        text += nameOf(element) + (base == TypeCode::Hash ? "{}" : "[]");
     } else {
         if (Node::isLeft(type)) text = "out ";
-        text += Node::datatypeAsString(base);
+        text += nameOf(base);
     }
     return text + " " + (name.empty() ? "a" + std::to_string(index + 1) : name);
 }
 
 FND::String spellSignature(const FctDescr& function, const std::vector<FND::String>& names) {
-    FND::String text = Node::datatypeAsString(function.returnType()) + " " + function.name() + "(";
+    const FND::String& object = function.objectType(-1);
+    FND::String text = (object.empty() ? Node::datatypeAsString(function.returnType()) : object) +
+                       " " + function.name() + "(";
     const bool hasRest = function.maximum() == FctDescr::anyNumber;
     const int declared =
         hasRest ? std::max(function.minimum(), static_cast<int>(names.size())) : function.maximum();
@@ -151,8 +162,47 @@ bool HostExtension::enter(Interpreter& interpreter) {
         interpreter.diagnose(
             Messages::setting(Messages::onlyQualified(state_->name, name), FND::Status::Warning));
     }
+    for (const auto& [kind, type] : state_->types) {
+        if (!interpreter.objects().addType(kind, type)) {
+            interpreter.diagnose(Messages::setting(
+                Messages::extensionRefused(state_->name, Messages::nameTaken(type)),
+                FND::Status::Error));
+            return false;
+        }
+    }
     state_->interpreter = &interpreter;
     return true;
+}
+
+const FND::String* HostExtension::State::typeOf(const void* kind) const {
+    const auto own = types.find(kind);
+    if (own != types.end()) return &own->second;
+    return interpreter != nullptr ? interpreter->objects().nameOf(kind) : nullptr;
+}
+
+bool HostExtension::declareType(const void* kind, const FND::String& name) {
+    const bool isWord = wordOf(name) != Word::None && !isHandleType(name);
+    const bool isTaken =
+        isWord || state_->variables.contains(name) || state_->typeOf(kind) != nullptr ||
+        (state_->interpreter != nullptr && state_->interpreter->isPredefined(name));
+    const bool isOther = std::any_of(state_->types.begin(), state_->types.end(),
+                                     [&](const auto& type) { return type.second == name; });
+    const bool isGood = isName(name) && !isTaken && !isOther &&
+                        (state_->interpreter == nullptr ||
+                         state_->interpreter->objects().addType(kind, name));
+    if (!isGood) {
+        const FND::String reason =
+            isName(name) ? Messages::nameTaken(name) : Messages::noIdentifier(name);
+        state_->log(Messages::extensionRefused(state_->name, reason), FND::Status::Error);
+        return false;
+    }
+    state_->types.emplace(kind, name);
+    return true;
+}
+
+bool HostExtension::forgetObject(const void* kind, const void* object) {
+    return state_->interpreter != nullptr &&
+           state_->interpreter->objects().forget(kind, object);
 }
 
 void HostExtension::State::log(const FND::String& message, FND::Status::Severity severity) {
@@ -166,7 +216,9 @@ void HostExtension::State::log(const FND::String& message, FND::Status::Severity
 bool HostExtension::State::insert(const FND::String& variableName,
                                   std::unique_ptr<Variable>& variable) {
     const bool isGood = isName(variableName);
-    if (!isGood || !variables.try_emplace(variableName, std::move(variable)).second) {
+    const bool isType = std::any_of(types.begin(), types.end(),
+                                    [&](const auto& type) { return type.second == variableName; });
+    if (!isGood || isType || !variables.try_emplace(variableName, std::move(variable)).second) {
         const FND::String reason =
             isGood ? Messages::nameTaken(variableName) : Messages::noIdentifier(variableName);
         log(Messages::extensionRefused(name, reason), FND::Status::Error);
@@ -180,8 +232,20 @@ bool HostExtension::State::insert(const FND::String& variableName,
 }
 
 FctDescr* HostExtension::insert(const FND::String& name, Host::Description description) {
+    Host::ObjectTypes types;
+    for (const void* const kind : description.kinds) {
+        if (kind == nullptr) continue;
+        const FND::String* const type = state_->typeOf(kind);
+        if (type == nullptr) {
+            state_->log(Messages::extensionRefused(
+                            state_->name, "`" + name + "' uses a class that has no type yet"),
+                        FND::Status::Error);
+            return nullptr;
+        }
+        types[kind] = *type;
+    }
     std::unique_ptr<FctDescr> made =
-        Host::makeDescriptor(name, std::move(description), state_->fields);
+        Host::makeDescriptor(name, std::move(description), state_->fields, types);
     FctDescr* const descriptor = made.get();
     std::unique_ptr<Variable> variable = std::move(made);
     return state_->insert(name, variable) ? descriptor : nullptr;

@@ -169,6 +169,7 @@ public:
     ///   `SCR::Rest<T>`, the very last one      any number of arguments of the type `T`
     ///   `SCR::ArrayView<T>`, `SCR::HashView<T>`  an array or a hash of elements `T`, which it
     ///   reads `SCR::ArrayRef<T>`, `SCR::HashRef<T>`  the same, which it may change
+    ///   `SCR::Object<T>`                       an object of the type declared for the class `T`
     ///   `SCR::FieldAlias`                      a name, as of a field (only as the first argument)
     /// and the result's type, one of the values above or void, decides what it gets. A first
     /// parameter `SCR::Interpreter&` is the interpreter that runs the script. References and views
@@ -223,6 +224,22 @@ public:
     template <class T>
     bool constant(const FND::String& name, const T& value);
 
+    /// Declares `name` as the type of objects of the class `T`, which functions take and give as
+    /// `SCR::Object<T>` (scr/HostObject.h). Scripts declare variables, arrays, hashes, parameters
+    /// and results of the type; handles of two types do not mix. A name that scripts have for such
+    /// types already (Ebuf, Flist, Iterator, Nxid) will do, too. Do this before the functions that
+    /// use it. False, after an error, when the name or the class is taken.
+    template <class T>
+    bool type(const FND::String& name) {
+        return declareType(&Host::kindOfS<T>, name);
+    }
+    /// The object is gone, or will be: all handles of it are dead from now on, and its share is
+    /// given up. False when scripts have none.
+    template <class T>
+    bool forget(const T* object) {
+        return forgetObject(&Host::kindOfS<T>, object);
+    }
+
     /// Says what the function `name` does, for those who write scripts: `parameters` are the names
     /// of its parameters, apart by commas, `manual` is sentences in Markdown, `example` a piece of
     /// a script. False, after an error, when there is no such function, or another number of names.
@@ -240,6 +257,9 @@ public:
     /// that type at `value`.
     Host::Storage declare(const FND::String& name, int typeCode, const void* value);
     bool declareConstant(const FND::String& name, int typeCode, const void* value);
+    /// What `type` and `forget` do; `kind` is an address that stands for a class.
+    bool declareType(const void* kind, const FND::String& name);
+    bool forgetObject(const void* kind, const void* object);
 
     void visitNames(const std::function<void(const FND::String& name)>& visit) const override;
     FND::String extensionName() const override;
@@ -267,8 +287,8 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
         static_assert(
             Signature::parametersKnown,
             "a parameter of a host function must be an integer, bool, std::string_view, "
-            "FND::String, FND::Decimal, FND::DateTime or FND::Identifier (by value or "
-            "const reference), std::optional or SCR::Rest of one of them, SCR::FieldAlias, "
+            "FND::String, FND::Decimal, FND::DateTime, FND::Identifier or SCR::Object (by value "
+            "or const reference), std::optional or SCR::Rest of one of them, SCR::FieldAlias, "
             "SCR::ArrayView, ArrayRef, HashView or HashRef of a type of elements, or as "
             "an out-parameter a reference to long, bool or one of the FND classes");
         static_assert(
@@ -277,8 +297,8 @@ FctDescr* HostExtension::function(const FND::String& name, F&& callable) {
             "them at most one SCR::Rest");
         static_assert(Signature::resultKnown,
                       "the result of a host function must be void, an integer, bool, "
-                      "std::string_view, FND::String, FND::Decimal, FND::DateTime or "
-                      "FND::Identifier, by value or const reference");
+                      "std::string_view, FND::String, FND::Decimal, FND::DateTime, "
+                      "FND::Identifier or SCR::Object, by value or const reference");
         static_assert(Signature::maximum <= 9, "a host function takes at most nine arguments");
         if constexpr (Signature::parametersKnown && Signature::optionalsLast &&
                       Signature::resultKnown && Signature::maximum <= 9) {

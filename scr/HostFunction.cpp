@@ -23,6 +23,7 @@
 #include "scr/tree/ElementPath.h"
 #include "scr/value/ChargedText.h"
 #include "scr/value/ElementClass.h"
+#include "scr/value/ObjectTable.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR::Host {
@@ -162,6 +163,10 @@ public:
     }
     void* null() override { return nullOf<Type>(); }
     FND::String shown(OpenCall& call, std::size_t index) override {
+        if constexpr (std::is_same_v<Type, AdtType>) {
+            if (value_ == 0) return "the null handle";
+            return "a handle of the type " + slot_.node->subType();
+        }
         if (keeps_) return shownValue(call.kept(index).template as<typename Type::Value>());
         if constexpr (Type::byReference) {
             // The callable may have run script code that removed the element.
@@ -292,7 +297,8 @@ private:
 
 class HostDescriptor final : public FctDescr {
 public:
-    HostDescriptor(const FND::String& name, Description description, const Fields& fields);
+    HostDescriptor(const FND::String& name, Description description, const Fields& fields,
+                   const ObjectTypes& types);
 
     Variable* clone() const override { return new HostDescriptor(*this); }
 
@@ -429,6 +435,9 @@ private:
             return std::make_unique<ContainerOperand<Array, ArrayNode>>(std::move(node), keeps);
         if (type == TypeCode::Hash)
             return std::make_unique<ContainerOperand<Hash, HashNode>>(std::move(node), keeps);
+        if (type == TypeCode::Adt) {
+            return std::make_unique<ValueOperand<AdtType>>(asHandle(std::move(node)), false, false);
+        }
         return withType(HostTypes(), type, [&]<class Type>(Type) -> std::unique_ptr<Operand> {
             if (Node::isLeft(type)) return std::make_unique<OutOperand<Type>>(std::move(node));
             const bool isKept = keeps && (Type::byReference || function_.restType() != 0);
@@ -599,6 +608,16 @@ public:
     bool set(typename Type::Argument value) override { return this->body.write(&value); }
 };
 
+class ObjectCall final : public ValueCall<AdtType, AdtNode> {
+public:
+    ObjectCall(Interpreter& interpreter, const FctDescr& function)
+        : ValueCall(interpreter, function), type_(function.objectType(-1)) {}
+    const FND::String& subType() const override { return type_; }
+
+private:
+    const FND::String type_;
+};
+
 template <class Call>
 Node* makeCall(Interpreter& interpreter, ParserStack& stack, const FctDescr& function) {
     auto call = std::make_unique<Call>(interpreter, function);
@@ -610,6 +629,9 @@ Node* HostDescriptor::factory(Interpreter& interpreter, ParserStack& stack,
     if (descriptor.returnType() == TypeCode::Void) {
         return makeCall<VoidCall>(interpreter, stack, descriptor);
     }
+    if (descriptor.returnType() == TypeCode::Adt) {
+        return makeCall<ObjectCall>(interpreter, stack, descriptor);
+    }
     return withType(HostTypes(), descriptor.returnType(), [&]<class Type>(Type) {
         return Node::isLeft(descriptor.returnType())
                    ? makeCall<FieldCall<Type>>(interpreter, stack, descriptor)
@@ -618,7 +640,7 @@ Node* HostDescriptor::factory(Interpreter& interpreter, ParserStack& stack,
 }
 
 HostDescriptor::HostDescriptor(const FND::String& name, Description description,
-                               const Fields& fields)
+                               const Fields& fields, const ObjectTypes& types)
     : FctDescr(name, description.result, description.minimum, description.maximum, factory,
                description.arguments[0], description.arguments[1], description.arguments[2],
                description.arguments[3], description.arguments[4], description.arguments[5],
@@ -626,6 +648,10 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
       description_(std::move(description)),
       fields_(&fields) {
     if (description_.rest != 0) addRest(description_.rest);
+    for (int i = -1; i < description_.maximum; ++i) {
+        const void* const kind = description_.kinds[static_cast<std::size_t>(i + 1)];
+        if (kind != nullptr) objectType(i, types.at(kind));
+    }
     // A field runs no script code, unless its functions are given the interpreter.
     if (description_.write != nullptr) mayRunScript(description_.takesInterpreter);
     for (int i = 0; i < description_.maximum; ++i) {
@@ -637,7 +663,7 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
                   description_.isChanged[at] ? Use::Changes : Use::Reads);
     }
     for (const Description& variant : description_.variants) {
-        variants_.push_back(std::make_shared<HostDescriptor>(name, variant, fields));
+        variants_.push_back(std::make_shared<HostDescriptor>(name, variant, fields, types));
         variants_.back()->whole_ = this;
     }
 }
@@ -665,8 +691,8 @@ const FctDescr* HostDescriptor::variantFor(const ParserStack& stack, int count) 
 }  // namespace
 
 std::unique_ptr<FctDescr> makeDescriptor(const FND::String& name, Description description,
-                                         const Fields& fields) {
-    return std::make_unique<HostDescriptor>(name, std::move(description), fields);
+                                         const Fields& fields, const ObjectTypes& types) {
+    return std::make_unique<HostDescriptor>(name, std::move(description), fields, types);
 }
 
 void Call::locate() noexcept { static_cast<OpenCall&>(*this).locate(); }
@@ -681,6 +707,41 @@ void* const* Call::evaluateRest(std::size_t first, std::size_t& count) noexcept 
 
 void* Call::evaluate(std::size_t index) noexcept {
     return static_cast<OpenCall&>(*this).evaluate(index);
+}
+
+bool Call::refuseHandle(std::size_t index, long handle) noexcept {
+    return static_cast<OpenCall&>(*this).fail([&] {
+        const FND::String argument = "argument " + std::to_string(index + 1);
+        throw std::invalid_argument(
+            handle == 0 ? argument + " is the null handle"
+                        : "the object of " + argument + " is gone");
+    });
+}
+bool Call::refuseObject() noexcept {
+    return static_cast<OpenCall&>(*this).fail([] { throw std::bad_alloc(); });
+}
+
+const Place* objectOf(Interpreter& interpreter, const void* kind, long handle) noexcept {
+    return interpreter.objects().find(kind, handle);
+}
+
+bool isOfKind(Interpreter& interpreter, const void* kind, const FND::String& type) noexcept {
+    const FND::String* const name = interpreter.objects().nameOf(kind);
+    return name != nullptr && *name == type;
+}
+
+bool handleOf(Interpreter& interpreter, const void* kind, const Place& place,
+              long& handle) noexcept {
+    try {
+        handle = interpreter.objects().give(kind, place);
+        if (place.share) interpreter.runControl().giveObject();
+        return true;
+    } catch (const ScriptStopped&) {
+        interpreter.runControl().stopLater();
+    } catch (...) {
+        interpreter.fail("out of memory");
+    }
+    return false;
 }
 
 bool Call::refuse(long number) noexcept {

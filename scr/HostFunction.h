@@ -66,6 +66,10 @@ public:
     /// Makes the call fail because a number does not fit the C++ type; always false.
     KESTREL_API bool refuse(long number) noexcept;
     KESTREL_API bool refuse(unsigned long number) noexcept;
+    /// The same because argument `index` is no handle of an object.
+    KESTREL_API bool refuseHandle(std::size_t index, long handle) noexcept;
+    /// The same because there is no room for the object of the result.
+    KESTREL_API bool refuseObject() noexcept;
 
 private:
     friend class OpenCall;
@@ -124,6 +128,31 @@ struct Argument<Parameter, Passing::Value> {
         } else {
             return static_cast<Bare>(value);
         }
+    }
+};
+
+template <class Parameter>
+requires(isObjectS<std::remove_cvref_t<Parameter>>) struct Argument<Parameter, Passing::Value> {
+    using Bare = std::remove_cvref_t<Parameter>;
+    using Facts = ObjectFacts<Bare>;
+    struct Held {
+        long handle;
+        std::size_t index;
+        mutable const Place* place;
+    };
+    static constexpr int typeWord = TypeCode::Adt;
+
+    static Held read(Call& call, std::size_t index) {
+        return {*static_cast<const long*>(call.evaluate(index)), index, nullptr};
+    }
+    static bool fits(Call& call, const Held& held) {
+        held.place = objectOf(call.interpreter(), Facts::kind(), held.handle);
+        if (held.place == nullptr && !mayBeNullS<Bare>) [[unlikely]]
+            return call.refuseHandle(held.index, held.handle);
+        return true;
+    }
+    static Bare pass(const Held& held) {
+        return held.place != nullptr ? Facts::from(*held.place) : Bare();
     }
 };
 
@@ -204,7 +233,7 @@ struct Argument<Parameter, Passing::Container> {
     static View pass(Held held) {
         auto* const container = static_cast<typename Facts::Container*>(*held.container);
         if (container == nullptr) return View();
-        if constexpr (Facts::isChanged) {
+        if constexpr (Facts::isChanged || Facts::elementType == TypeCode::Adt) {
             return View(*container, held.interpreter);
         } else {
             return View(*container);
@@ -259,7 +288,15 @@ const void* readBy(void* callable, Call& call, void* room) {
             } else {
                 using Type = typename TypeOf<std::remove_cvref_t<Result>>::Type;
                 using Value = typename Type::Value;
-                if constexpr (Type::byReference && std::is_same_v<Result, const Value&>) {
+                if constexpr (isObjectS<std::remove_cvref_t<Result>>) {
+                    using Facts = ObjectFacts<std::remove_cvref_t<Result>>;
+                    const bool isGiven =
+                        handleOf(call.interpreter(), Facts::kind(), Facts::place(result()),
+                                 *static_cast<long*>(room));
+                    if (!isGiven) [[unlikely]]
+                        call.refuseObject();
+                    return isGiven ? room : nullptr;
+                } else if constexpr (Type::byReference && std::is_same_v<Result, const Value&>) {
                     return &result();
                 } else if constexpr (std::is_same_v<Type, LongType>) {
                     const auto number = result();
@@ -319,6 +356,9 @@ struct Description {
     std::array<int, 9> arguments{};
     std::array<int, 9> elements{};    ///< of arguments that are containers: the elements' type code
     std::array<bool, 9> isChanged{};  ///< whether an argument is a container that is changed
+    /// Of the result and the arguments: what `kindOfS` is for the class of an object, or of objects
+    /// in a container; null for other types.
+    std::array<const void*, 10> kinds{};
     bool takesInterpreter = false;
     /// Further ones of the same function, for other types of elements.
     std::vector<Description> variants;
@@ -342,6 +382,36 @@ void describeContainers(Description& made, List<Parameters...> /*parameters*/) {
     ((made.elements[count % 9] = elementTypeS<Parameters>,
       made.isChanged[count++ % 9] = isChangedS<Parameters>),
      ...);
+}
+
+template <class T>
+const void* kindIn() {
+    if constexpr (isObjectS<T>) {
+        return ObjectFacts<T>::kind();
+    } else {
+        return nullptr;
+    }
+}
+template <class T>
+struct KindIn {
+    static const void* kind() { return kindIn<T>(); }
+};
+template <class T>
+struct KindIn<std::optional<T>> : KindIn<T> {};
+template <class T>
+struct KindIn<ArrayView<T>> : KindIn<T> {};
+template <class T>
+struct KindIn<ArrayRef<T>> : KindIn<T> {};
+template <class T>
+struct KindIn<HashView<T>> : KindIn<T> {};
+template <class T>
+struct KindIn<HashRef<T>> : KindIn<T> {};
+
+template <class Result, class... Parameters>
+void describeObjects(Description& made, List<Parameters...> /*parameters*/) {
+    std::size_t count = 0;
+    made.kinds[count++] = KindIn<std::remove_cvref_t<Result>>::kind();
+    ((made.kinds[count++ % 10] = KindIn<std::remove_cvref_t<Parameters>>::kind()), ...);
 }
 
 /// A function object for one type of elements, made from one for many.
@@ -385,6 +455,7 @@ Description describe(std::shared_ptr<F> callable) {
     made.maximum = Signature::maximum;
     describeArguments(made, typename Signature::Parameters());
     describeContainers(made, typename Signature::Parameters());
+    describeObjects<Result>(made, typename Signature::Parameters());
     made.takesInterpreter = Signature::takesInterpreter;
     return made;
 }

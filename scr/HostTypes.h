@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "scr/HostContainers.h"
+#include "scr/HostObject.h"
 #include "scr/Types.h"
 
 namespace SCR {
@@ -110,6 +111,15 @@ struct TypeOf<FND::DateTime> {
 template <>
 struct TypeOf<FND::Identifier> {
     using Type = NexidType;
+};
+
+template <class T>
+struct TypeOf<Object<T>> {
+    using Type = AdtType;
+};
+template <class T>
+struct TypeOf<ObjectOrNull<T>> {
+    using Type = AdtType;
 };
 
 /// A type whose values scripts know.
@@ -284,7 +294,8 @@ requires(sizeof...(Q) == sizeof...(P) + 1 &&
     using Writes = Signature<b, Stored, Q...>;
     using Value = std::remove_cvref_t<std::tuple_element_t<sizeof...(P), std::tuple<Q...>>>;
     if constexpr (!Reads::parametersKnown || !Writes::parametersKnown || !Reads::resultKnown ||
-                  !Reads::optionalsLast || std::is_void_v<R> || !Known<Value>) {
+                  !Reads::optionalsLast || std::is_void_v<R> || !Known<Value> ||
+                  isObjectS<Value>) {
         return false;
     } else {
         // The parameters of both, without the value.

@@ -31,6 +31,7 @@
 #include "scr/run/SharedScript.h"
 #include "scr/tree/StatementParts.h"
 #include "scr/tree/SymbolTable.h"
+#include "scr/value/ObjectTable.h"
 
 namespace SCR {
 
@@ -76,6 +77,8 @@ struct Interpreter::State {
     ~State() {
         link->interpreter = nullptr;
         link->isReady = false;
+        // Before the functions of the host.
+        objects.clear();
     }
 
     // A text, or one that is shared, and what follows its parse or is filled by it.
@@ -150,6 +153,7 @@ struct Interpreter::State {
     std::shared_ptr<const SharedScript> program;  // whose automata the script uses
     SharedScript* filled = nullptr;               // while it is compiled
     const SharedScript* shared = nullptr;
+    ObjectTable objects;
     // These are destroyed first, as they use the rest.
     SymbolTable symbols;
     std::unique_ptr<BoolNode> query;
@@ -483,6 +487,7 @@ void Interpreter::State::discardScript() {
     query.reset();
     queryBuffers = 0;
     symbols.clearScript();
+    objects.clear();
     control.clearCharges();
     places.clear();
     scriptPlaces = 0;
@@ -983,9 +988,21 @@ std::vector<Diagnostic>* Interpreter::keepMessages(std::vector<Diagnostic>* mess
 void Interpreter::compiledLines(std::int64_t lines) { state_->compiledLines = lines; }
 
 std::int64_t Interpreter::heapBytes() const {
-    std::size_t bytes = state_->symbols.heapBytes() + state_->openFiles.heapBytes();
+    std::size_t bytes = state_->symbols.heapBytes() + state_->openFiles.heapBytes() +
+                        state_->objects.heapBytes();
     if (state_->mainExtension != nullptr) bytes += state_->mainExtension->mutexes().heapBytes();
     return static_cast<std::int64_t>(bytes) + state_->automata.held();
+}
+
+ObjectTable& Interpreter::objects() { return state_->objects; }
+
+void Interpreter::dropObjects() noexcept {
+    if (!state_->objects.mustSweep()) return;
+    try {
+        state_->objects.sweep([&](const auto& visit) { state_->symbols.visitHandles(visit); });
+    } catch (const std::bad_alloc&) {
+        // Those that are left are looked at after another run.
+    }
 }
 
 Analyses* Interpreter::analyses() const { return state_->analyses; }

@@ -31,6 +31,7 @@ class FileAccess;
 class Function;
 class MainExtension;
 class Node;
+class ObjectTable;
 class Observation;
 class OpenFiles;
 class PendingBuilds;
@@ -362,6 +363,10 @@ public:
     /// messages go there.
     KESTREL_HIDDEN PendingBuilds* pendingBuilds() const;
     KESTREL_HIDDEN void pendingBuilds(PendingBuilds* pending);
+    /// The objects of hosts that its scripts hold.
+    KESTREL_HIDDEN ObjectTable& objects();
+    /// Gives up the shares of those that the script has dropped, if it is time.
+    KESTREL_HIDDEN void dropObjects() noexcept;
     /// The built-in library.
     KESTREL_HIDDEN MainExtension& mainExtension();
     /// Like the public one; adds to `buffers` the bytes that the conditions took, and, when it only

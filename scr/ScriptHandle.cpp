@@ -41,8 +41,8 @@ bool hasShape(const Variable& variable, std::span<const int> shape) {
 }
 
 // A type as it is declared: the base type, and brackets from the outermost container inwards.
-FND::String typeText(std::span<const int> shape) {
-    FND::String text = Node::datatypeAsString(shape.back());
+FND::String typeText(std::span<const int> shape, const FND::String& object = {}) {
+    FND::String text = object.empty() ? Node::datatypeAsString(shape.back()) : object;
     for (const int code : shape.first(shape.size() - 1)) {
         text += code == TypeCode::Array ? "[]" : "{}";
     }
@@ -51,10 +51,13 @@ FND::String typeText(std::span<const int> shape) {
 
 FND::String typeText(const Variable& variable) {
     std::vector<int> shape;
-    for (const Variable* part = &variable; part != nullptr; part = prototypeOf(*part)) {
+    const Variable* last = &variable;
+    for (const Variable* part = last; part != nullptr; part = prototypeOf(*part)) {
         shape.push_back(Node::baseType(part->dataType()));
+        last = part;
     }
-    return typeText(shape);
+    if (shape.back() != TypeCode::Adt) return typeText(shape);
+    return typeText(shape, static_cast<const AdtVariable*>(last)->subType());
 }
 
 FND::String signatureText(const FND::String& name, std::span<const std::span<const int>> shapes) {

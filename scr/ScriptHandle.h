@@ -98,7 +98,7 @@ struct PlainExchange {
 
 template <Stored T>
 struct Exchange<T> : PlainExchange<T, T> {
-    static Problem read(const T& stored, T& value) {
+    static Problem read(const T& stored, T& value, Interpreter* /*interpreter*/) {
         value = stored;
         return nullptr;
     }
@@ -110,7 +110,7 @@ struct Exchange<T> : PlainExchange<T, T> {
 
 template <class T>
 requires(Integer<T> && !Stored<T>) struct Exchange<T> : PlainExchange<T, long> {
-    static Problem read(long stored, T& value) {
+    static Problem read(long stored, T& value, Interpreter* /*interpreter*/) {
         if (!std::in_range<T>(stored)) return "the number does not fit the integer type";
         value = static_cast<T>(stored);
         return nullptr;
@@ -124,7 +124,7 @@ requires(Integer<T> && !Stored<T>) struct Exchange<T> : PlainExchange<T, long> {
 
 template <>
 struct Exchange<std::string_view> : PlainExchange<std::string_view, FND::String> {
-    static Problem read(const FND::String& stored, std::string_view& value) {
+    static Problem read(const FND::String& stored, std::string_view& value, Interpreter* /*interpreter*/) {
         value = stored;
         return nullptr;
     }
@@ -137,7 +137,7 @@ struct Exchange<std::string_view> : PlainExchange<std::string_view, FND::String>
 
 template <>
 struct Exchange<Rounded> : PlainExchange<Rounded, FND::Decimal> {
-    static Problem read(const FND::Decimal& stored, Rounded& value) {
+    static Problem read(const FND::Decimal& stored, Rounded& value, Interpreter* /*interpreter*/) {
         value.value = stored.toDouble();
         return nullptr;
     }
@@ -152,7 +152,7 @@ struct Exchange<Rounded> : PlainExchange<Rounded, FND::Decimal> {
 /// Exact in both directions: a double is the decimal with the fewest digits that it is nearest to.
 template <>
 struct Exchange<double> : PlainExchange<double, FND::Decimal> {
-    static Problem read(const FND::Decimal& stored, double& value) {
+    static Problem read(const FND::Decimal& stored, double& value, Interpreter* /*interpreter*/) {
         const double number = stored.toDouble();
         if (FND::Decimal::fromDouble(number) != stored) return "no double has the Decimal's value";
         value = number;
@@ -184,7 +184,7 @@ T nothing() {
 
 template <Nullable T>
 struct Exchange<std::optional<T>> : PlainExchange<std::optional<T>, T> {
-    static Problem read(const T& stored, std::optional<T>& value) {
+    static Problem read(const T& stored, std::optional<T>& value, Interpreter* /*interpreter*/) {
         value = stored == nothing<T>() ? std::nullopt : std::optional<T>(stored);
         return nullptr;
     }
@@ -192,6 +192,25 @@ struct Exchange<std::optional<T>> : PlainExchange<std::optional<T>, T> {
         stored = value ? *value : nothing<T>();
         return nullptr;
     }
+};
+
+/// A null or dead handle reads as no object.
+template <class T>
+struct Exchange<Object<T>> : PlainExchange<Object<T>, AdtVariable> {
+    using Facts = ObjectFacts<Object<T>>;
+
+    static Problem read(const AdtVariable& stored, Object<T>& value, Interpreter* interpreter) {
+        if (!isOfKind(*interpreter, Facts::kind(), stored.subType())) return otherType;
+        value = objectIn<T>(&stored, interpreter);
+        return nullptr;
+    }
+    static Problem write(AdtVariable& stored, const Object<T>& value, Interpreter* interpreter) {
+        if (!isOfKind(*interpreter, Facts::kind(), stored.subType())) return otherType;
+        return storeObject(&stored, value, interpreter) ? nullptr : "there is no room for it";
+    }
+
+private:
+    static constexpr Problem otherType = "its type is not that of the object's class";
 };
 
 template <class Inner>
@@ -213,13 +232,13 @@ struct Exchange<std::vector<T, Allocator>> {
     using Values = std::vector<T, Allocator>;
     static constexpr auto shape = shapeAround(TypeCode::Array, Element::shape);
 
-    static Problem read(const Array& stored, Values& values) {
+    static Problem read(const Array& stored, Values& values, Interpreter* interpreter) {
         const ArrayView<typename Element::Storage> view(stored);
         values.clear();
         values.reserve(view.size());
         for (unsigned long i = 0; i < view.size(); ++i) {
             T value{};
-            if (const Problem problem = Element::read(view[i], value)) return problem;
+            if (const Problem problem = Element::read(view[i], value, interpreter)) return problem;
             values.push_back(std::move(value));
         }
         return nullptr;
@@ -251,13 +270,13 @@ struct Exchange<std::unordered_map<FND::String, T, Rest...>> {
     using Values = std::unordered_map<FND::String, T, Rest...>;
     static constexpr auto shape = shapeAround(TypeCode::Hash, Element::shape);
 
-    static Problem read(const Hash& stored, Values& values) {
+    static Problem read(const Hash& stored, Values& values, Interpreter* interpreter) {
         Problem problem = nullptr;
         values.clear();
         HashView<typename Element::Storage>(stored).forEach(
             [&](const FND::String& key, const typename Element::Storage& element) {
                 T value{};
-                const Problem found = Element::read(element, value);
+                const Problem found = Element::read(element, value, interpreter);
                 if (problem == nullptr) problem = found;
                 values.emplace(key, std::move(value));
             });
@@ -321,7 +340,7 @@ public:
         const HandleUse use(*this);
         if (!use) [[unlikely]]
             return use.refusal();
-        const Host::Problem problem = Host::Exchange<T>::read(storage(use), value);
+        const Host::Problem problem = Host::Exchange<T>::read(storage(use), value, &use.interpreter());
         if (problem != nullptr) [[unlikely]]
             return use.refusal(problem);
         return {};
@@ -412,7 +431,8 @@ public:
         } else {
             R value{};
             if (hasResult)
-                problem = Host::Exchange<R>::read(Host::storageIn<R>(*use.resultVariable()), value);
+                problem = Host::Exchange<R>::read(Host::storageIn<R>(*use.resultVariable()), value,
+                                                  &use.interpreter());
             if (problem != nullptr) [[unlikely]]
                 return use.refusal(problem);
             return value;

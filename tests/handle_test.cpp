@@ -171,7 +171,7 @@ TEST(ScriptVariable, ExchangesEveryType) {
         {interpreter.variable<std::vector<bool>>("all").outcome(), "`all' is Long[], not Bool[]"},
         {interpreter.variable<long>("none").outcome(), "there is no variable `none'"},
         {interpreter.variable<long>("f").outcome(), "`f' is a function"},
-        {interpreter.variable<long>("a").outcome(), "`a' is Adt, not Long"},
+        {interpreter.variable<long>("a").outcome(), "`a' is Nxid, not Long"},
         {interpreter.variable<signed char>("n").get().outcome(),
          "`n': the number does not fit the integer type"},
         {interpreter.variable<unsigned long>("n").set(~0UL), "`n': the number does not fit a Long"},

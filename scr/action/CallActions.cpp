@@ -4,6 +4,7 @@
 #include "scr/Interpreter.h"
 #include "scr/action/ActionSupport.h"
 #include "scr/action/Actions.h"
+#include "scr/call/Binding.h"
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/Observing.h"
@@ -127,6 +128,9 @@ Node* SCR_functionCallFactory(Interpreter& interpreter, ParserStack& stack,
     if (parseContextG->observing) {
         call = parseContextG->observing->wrapCall(std::move(call), descriptor.returnType(),
                                                   descriptor.name());
+    }
+    if (descriptor.returnType() == TypeCode::Adt) {
+        return asHandle(std::move(call), descriptor.objectType(-1)).release();
     }
     return call.release();
 }

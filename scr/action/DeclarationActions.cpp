@@ -11,15 +11,20 @@
 #include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
+#include "scr/value/ObjectTable.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR {
 
 namespace {
 
+bool isHostType(std::string_view name) {
+    return actInterpreterG->objects().typeNames().contains(name);
+}
+
 // A variable of the declarable type `name`, or null.
 std::unique_ptr<Variable> makeVariable(std::string_view name) {
-    if (name == "Nxid" || name == "Ebuf" || name == "Flist" || name == "Iterator") {
+    if (isHandleType(name) || isHostType(name)) {
         auto variable = std::make_unique<AdtVariable>();
         variable->subType(FND::String(name));
         return variable;
@@ -129,8 +134,11 @@ bool SCR_constDeclaration(std::string_view typeName, std::string_view identifier
 bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view name) {
     if (actInterpreterG->statementDepth() > 1) return SCR_YaccError(Messages::nestedFunction);
     const FND::String functionName(name);
-    const int type = Node::typeIdForName(FND::String(returnType));
+    const bool isHandle = isHostType(returnType);
+    const int type =
+        isHandle ? TypeCode::Adt : Node::typeIdForName(FND::String(returnType));
     auto descriptor = std::make_unique<FctDescr>(functionName, type, 0, 0, SCR_functionCallFactory);
+    if (isHandle) descriptor->objectType(-1, FND::String(returnType));
     FctDescr* const declared = descriptor.get();
     if (!declare(functionName, std::move(descriptor), Messages::functionDefined)) {
         return false;
@@ -164,7 +172,12 @@ bool SCR_functionAddParameters() {
     }
     for (const FND::String& parameter : function.parameterNames()) {
         const Variable* const variable = function.getIdentifier(parameter);
-        descriptor->addArg(Node::baseType(variable->dataType()));
+        const int type = Node::baseType(variable->dataType());
+        descriptor->addArg(type);
+        if (type == TypeCode::Adt) {
+            const FND::String& name = static_cast<const AdtVariable*>(variable)->subType();
+            if (isHostType(name)) descriptor->objectType(descriptor->minimum() - 1, name);
+        }
         tellAnalyses([&](auto& analysis) { analysis.parameter(variable); });
     }
     function.closeParameters();

@@ -50,7 +50,7 @@ SourceKind kindOf(int code, std::string_view text) {
             break;
     }
     if (beginsName(text.front())) {
-        return wordOf(text) != Word::None ? SourceKind::Keyword : SourceKind::Strange;
+        return wordOf(text, hostTypesG) != Word::None ? SourceKind::Keyword : SourceKind::Strange;
     }
     constexpr std::string_view signs = ",;:{}()[]+-*/%=";
     return signs.find(text.front()) != std::string_view::npos ? SourceKind::Sign
@@ -118,7 +118,7 @@ SourceTokens sourceTokens(std::string_view text) {
         token.begin = begin;
         token.end = last = begin + found.size();
         token.kind = kindOf(code, found);
-        if (token.kind == SourceKind::Keyword) token.word = wordOf(found);
+        if (token.kind == SourceKind::Keyword) token.word = wordOf(found, hostTypesG);
         result.tokens.push_back(token);
     }
     const auto offset = [&](const char* at) {

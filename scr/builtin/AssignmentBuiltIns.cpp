@@ -2,6 +2,8 @@
 
 #include "scr/builtin/BuiltIn.h"
 #include "scr/builtin/StringSum.h"
+#include "scr/call/Binding.h"
+#include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/tree/ElementAccess.h"
@@ -183,8 +185,12 @@ public:
 
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
-        auto value = stack.pop<AdtNode>();
+        auto value = asHandle(stack.pop<Node>());
         auto target = stack.pop<AdtDataNode>();
+        if (!mayBecome(value->subType(), target->subType())) {
+            SCR_YaccError(Messages::wrongHandle(target->subType(), value->subType()));
+            return nullptr;
+        }
         return new AdtAssignment(std::move(target), std::move(value));
     }
 

@@ -9,6 +9,23 @@
 
 namespace SCR {
 
+namespace {
+
+class LongHandle final : public AdtNode {
+public:
+    LongHandle(std::unique_ptr<LongNode> node, FND::String type)
+        : node_(std::move(node)), type_(std::move(type)) {}
+
+    long result() override { return node_->result(); }
+    const FND::String& subType() const override { return type_; }
+
+private:
+    const std::unique_ptr<LongNode> node_;
+    const FND::String type_;
+};
+
+}  // namespace
+
 bool pushNested(const Interpreter& interpreter, ParserStack& stack, std::unique_ptr<Node> node,
                 int typeWord, OperandTraits traits) {
     if (++traits.depth > interpreter.limits().levels()) {
@@ -33,6 +50,18 @@ bool hasClassOfType(const Node& node, int typeWord) {
                       : dynamic_cast<const typename Type::Node*>(&node) == nullptr;
     });
     return !isWrong;  // any other type is never used
+}
+
+std::unique_ptr<AdtNode> asHandle(std::unique_ptr<Node> node, const FND::String& type) {
+    if (auto* const number = dynamic_cast<LongNode*>(node.get())) {
+        node.release();
+        return std::make_unique<LongHandle>(std::unique_ptr<LongNode>(number), type);
+    }
+    return std::unique_ptr<AdtNode>(static_cast<AdtNode*>(node.release()));
+}
+
+bool mayBecome(const FND::String& actual, const FND::String& expected) {
+    return actual.empty() || expected.empty() || actual == expected;
 }
 
 ErrorWatch::ErrorWatch(const Interpreter& interpreter)

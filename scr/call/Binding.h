@@ -24,6 +24,14 @@ bool pushNested(const Interpreter& interpreter, ParserStack& stack, std::unique_
 /// may not be.
 bool hasClassOfType(const Node& node, int typeWord);
 
+/// Whether a handle of the type `actual` of a host may be used as one of the type `expected`; ""
+/// stands for any.
+bool mayBecome(const FND::String& actual, const FND::String& expected);
+
+/// A node of the type Adt as a handle: calls of a script's functions, and of some extensions, give
+/// it as a plain Long. `type` is the name of its type then.
+std::unique_ptr<AdtNode> asHandle(std::unique_ptr<Node> node, const FND::String& type = {});
+
 /// Notices whether a host's code gave false without a report.
 class ErrorWatch {
 public:

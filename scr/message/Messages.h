@@ -117,6 +117,18 @@ inline Message wrongArgument(int expected, int actual, int position, const Text&
             .actual = actual,
             .position = position};
 }
+inline Message wrongHandle(const Text& expected, const Text& actual) {
+    const Text text = "expected " + expected + " not " + actual;
+    return {.code = MessageCode::ArgumentType, .text = text, .reason = text};
+}
+inline Message wrongHandle(const Text& expected, const Text& actual, int position,
+                           const Text& signature) {
+    const Text text = "expected " + expected + " not " + actual;
+    return {.code = MessageCode::ArgumentType,
+            .text = text + " as argument " + std::to_string(position) + " in " + quoted(signature),
+            .position = position,
+            .reason = text};
+}
 inline Message wrongElements(int container, const std::vector<int>& expected, int actual,
                              int position, const Text& signature) {
     Text text = "expected " + typeName(container) + " of ";

@@ -364,7 +364,7 @@ int CustomLexer::scanWord() {
             return mode;
         }
     }
-    return codeOfWord(wordOf(word));
+    return codeOfWord(wordOf(word, types_));
 }
 
 int CustomLexer::scanNumber() {

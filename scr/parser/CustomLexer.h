@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fnd/String.h"
+#include "scr/value/Words.h"
 
 namespace SCR {
 
@@ -104,6 +105,7 @@ private:
     int line_ = 1;
     int braceDepth_ = 0;
     FND::String fileName_;
+    const TypeNames* types_ = hostTypesG;
     std::vector<Include> includes_;
     std::vector<const char*> openTexts_;
 };

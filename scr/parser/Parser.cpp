@@ -13,6 +13,7 @@
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
+#include "scr/value/ObjectTable.h"
 #include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
@@ -65,12 +66,15 @@ public:
           target_(actCompareInterfaceG),
           stack_(stackG),
           context_(parseContextG),
-          analyses_(analysesG) {
+          analyses_(analysesG),
+          types_(SCR::hostTypesG) {
         actInterpreterG = &interpreter;
         actCompareInterfaceG = target;
         stackG = &ownStack_;
         parseContextG = &ownContext_;
         analysesG = interpreter.analyses();
+        const SCR::TypeNames& types = interpreter.objects().typeNames();
+        SCR::hostTypesG = types.empty() ? nullptr : &types;
     }
     ParseScope(const ParseScope&) = delete;
     ParseScope& operator=(const ParseScope&) = delete;
@@ -81,6 +85,7 @@ public:
         stackG = stack_;
         parseContextG = context_;
         analysesG = analyses_;
+        SCR::hostTypesG = types_;
     }
 
     // Parses `text`, followed by `tail`, in the mode given by the word at the start of `head`.
@@ -122,6 +127,7 @@ private:
     SCR::ParserStack* const stack_;
     SCR::ParseContext* const context_;
     SCR::Analyses* const analyses_;
+    const SCR::TypeNames* const types_;
     SCR::ParserStack ownStack_;
     SCR::ParseContext ownContext_;
 };

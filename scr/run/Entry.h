@@ -123,6 +123,8 @@ public:
             *kept_ += control_.buffers_ - before_;
         if (--control_.depth_ == 0) control_.end();
         currentControlG = outer_;
+        if (control_.wasGivenObjects_) [[unlikely]]
+            control_.dropObjects();
     }
 
     /// Call this when everything is done: throws `ScriptStopped` when the run had to stop and did

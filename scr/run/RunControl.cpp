@@ -53,6 +53,12 @@ void RunControl::limits(const Limits& limits) {
     memoryBound_ = stopsAt_ < 0 ? limits.memory : -1;
 }
 
+void RunControl::dropObjects() noexcept {
+    if (depth_ > 0) return;
+    wasGivenObjects_ = false;
+    interpreter_.dropObjects();
+}
+
 void RunControl::chargeBuffer(std::size_t bytes) {
     const auto size = static_cast<std::int64_t>(bytes);
     charged_ += size;

@@ -251,6 +251,10 @@ public:
     /// next check, for the same reason.
     void stopLater() { isStopPending_ = true; }
     bool isStopPending() const { return isStopPending_; }
+    /// The interpreter looks after the run which objects its script has dropped.
+    void giveObject() { wasGivenObjects_ = true; }
+    /// Call this at the end of a run.
+    void dropObjects() noexcept;
     /// True at the first call of each run.
     bool isFirstShortage() { return std::exchange(shortageRun_, runs_) != runs_; }
 
@@ -341,6 +345,7 @@ private:
     std::unique_ptr<Diagnostic> stop_;    // what was known where the script was stopped
     InvalidDates invalidDates_;
     bool wasStopped_ = false;
+    bool wasGivenObjects_ = false;
     bool isStopPending_ = false;
     std::uint64_t runs_ = 0;
     std::uint64_t shortageRun_ = 0;  // the last run in which a container had no room

@@ -1,5 +1,6 @@
 #include "scr/tree/SymbolTable.h"
 
+#include "scr/HostContainers.h"
 #include "scr/Node.h"
 #include "scr/Statement.h"
 #include "scr/run/MemoryCharge.h"
@@ -13,6 +14,46 @@ namespace {
 template <class Element>
 void makeRoom(std::vector<Element>& elements) {
     if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 8);
+}
+
+// Calls visit(handle) for the objects of hosts that `variable` holds.
+void handlesIn(const Variable& variable, const std::function<void(long)>& visit);
+
+template <class T>
+void visitElements(const Variable& container, const std::function<void(long)>& visit) {
+    if (Node::baseType(container.dataType()) == TypeCode::Array) {
+        for (const T& element : ArrayView<T>(static_cast<const Array&>(container)))
+            handlesIn(element, visit);
+    } else {
+        HashView<T>(static_cast<const Hash&>(container))
+            .forEach([&](const FND::String& /*key*/, const T& element) {
+                handlesIn(element, visit);
+            });
+    }
+}
+
+void handlesIn(const Variable& variable, const std::function<void(long)>& visit) {
+    const Variable* inner = &variable;
+    const Variable* element = nullptr;
+    for (;;) {
+        const int type = Node::baseType(inner->dataType());
+        const Variable* next = nullptr;
+        if (type == TypeCode::Array) next = static_cast<const Array*>(inner)->defaultValue();
+        if (type == TypeCode::Hash) next = static_cast<const Hash*>(inner)->defaultValue();
+        if (next == nullptr) break;
+        if (element == nullptr) element = next;
+        inner = next;
+    }
+    if (Node::baseType(inner->dataType()) != TypeCode::Adt) return;
+    if (element == nullptr) {
+        visit(static_cast<const AdtVariable&>(variable).value());
+    } else if (element == inner) {
+        visitElements<AdtVariable>(variable, visit);
+    } else if (Node::baseType(element->dataType()) == TypeCode::Array) {
+        visitElements<Array>(variable, visit);
+    } else {
+        visitElements<Hash>(variable, visit);
+    }
 }
 
 }  // namespace
@@ -79,7 +120,8 @@ bool SymbolTable::addIdentifier(const FND::String& name, Variable* variable) {
     makeRoom(growing_);
     if (block == nullptr || !block->addIdentifier(name, variable)) return false;
     const int type = Node::baseType(variable->dataType());
-    if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash) {
+    if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash ||
+        type == TypeCode::Adt) {
         growing_.push_back(variable);
     }
     return true;
@@ -137,6 +179,10 @@ std::size_t SymbolTable::heapBytes() const {
     std::size_t bytes = 0;
     for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
     return bytes;
+}
+
+void SymbolTable::visitHandles(const std::function<void(long)>& visit) const {
+    for (const Variable* variable : growing_) handlesIn(*variable, visit);
 }
 
 }  // namespace SCR

@@ -73,13 +73,16 @@ public:
     /// The memory of the script's variables outside the variables themselves, in bytes.
     std::size_t heapBytes() const;
 
+    /// Calls visit(handle) for the objects of hosts that the script's variables hold.
+    void visitHandles(const std::function<void(long)>& visit) const;
+
 private:
     std::vector<Node*> statementStack_;
     std::map<FND::String, std::unique_ptr<Variable>> globalIdentifiers_;
     std::unique_ptr<Function> mainFunction_;
     NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
-    std::vector<const Variable*> growing_;  // the script's variables that may take memory
+    std::vector<const Variable*> growing_;  // the script's variables that may take memory or hold handles
 };
 
 }  // namespace SCR

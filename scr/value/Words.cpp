@@ -95,6 +95,10 @@ Word wordOf(std::string_view text) {
     return Word::None;
 }
 
+bool isHandleType(std::string_view name) {
+    return name == "Nxid" || name == "Ebuf" || name == "Flist" || name == "Iterator";
+}
+
 std::vector<std::string_view> languageWords() {
     std::vector<std::string_view> words;
     for (const Entry& entry : wordsS) words.push_back(entry.text);

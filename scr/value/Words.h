@@ -2,10 +2,13 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
+#include <set>
 #include <string_view>
 #include <vector>
 
 #include "fnd/Export.h"
+#include "fnd/String.h"
 
 namespace SCR {
 
@@ -33,6 +36,22 @@ enum class Word : unsigned char {
 
 /// What `text`, which is not empty, is for.
 KESTREL_API Word wordOf(std::string_view text);
+
+/// The names of types that a host declares.
+using TypeNames = std::set<FND::String, std::less<>>;
+
+/// Those of the interpreter that the calling thread compiles for; null for none.
+inline thread_local const TypeNames* hostTypesG = nullptr;
+
+/// The same where the names in `types` are words, too.
+inline Word wordOf(std::string_view text, const TypeNames* types) {
+    const Word word = wordOf(text);
+    if (types == nullptr || word != Word::None) return word;
+    return types->contains(text) ? Word::TypeName : Word::None;
+}
+
+/// Whether `name` is one of the language's own types for objects of hosts.
+KESTREL_API bool isHandleType(std::string_view name);
 
 /// Whether a name can begin with `byte`.
 constexpr bool beginsName(char byte) {
