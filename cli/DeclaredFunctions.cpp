@@ -7,12 +7,23 @@
 #include "scr/Node.h"
 #include "scr/Statement.h"
 #include "scr/parser/ParserStack.h"
+#include "scr/value/Words.h"
 
 namespace Cli {
 
 namespace {
 
 using SCR::Node;
+
+class NoObject final : public SCR::AdtNode {
+public:
+    explicit NoObject(FND::String type) : type_(std::move(type)) {}
+    long result() override { return 0; }
+    const FND::String& subType() const override { return type_; }
+
+private:
+    const FND::String type_;
+};
 
 // A node in the place of a call, which never runs.
 Node* placeholder(SCR::Interpreter& /*interpreter*/, SCR::ParserStack& stack,
@@ -33,6 +44,8 @@ Node* placeholder(SCR::Interpreter& /*interpreter*/, SCR::ParserStack& stack,
             return new SCR::DateConstant(FND::DateTime());
         case SCR::TypeCode::Nexid:
             return new SCR::NexidConstant(FND::Identifier());
+        case SCR::TypeCode::Adt:
+            return new NoObject(function.objectType(-1));
         default:
             return new SCR::StatementList();
     }
@@ -44,8 +57,18 @@ bool hasConstant(int type) {
            type == SCR::TypeCode::Date || type == SCR::TypeCode::Nexid;
 }
 
-// The type word that a parameter asks for; 0 for one that is not known.
-int typeOf(const std::string& parameter) {
+// Whether `word` is none of the language, so it is the name of a type of objects.
+bool isObjectType(const std::string& word) {
+    return SCR::isName(word) && Node::typeIdForName(word) == 0 && word != "Array" && word != "Hash";
+}
+
+int typeOfResult(const std::string& word) {
+    return isObjectType(word) ? SCR::TypeCode::Adt : Node::typeIdForName(word);
+}
+
+// The type word that a parameter asks for, with the name of its objects in `object`; 0 for one that
+// is not known.
+int typeOf(const std::string& parameter, std::string& object) {
     std::istringstream words(parameter);
     std::string word;
     int flags = 0;
@@ -61,6 +84,10 @@ int typeOf(const std::string& parameter) {
     }
     if (word.ends_with("[]") || word == "Array") return SCR::TypeCode::Array;
     if (word.ends_with("{}") || word == "Hash") return SCR::TypeCode::Hash;
+    if (isObjectType(word)) {
+        object = word;
+        return SCR::TypeCode::Adt;
+    }
     const int type = Node::typeIdForName(word);
     return hasConstant(type) ? type | flags : 0;
 }
@@ -68,22 +95,28 @@ int typeOf(const std::string& parameter) {
 std::unique_ptr<SCR::FctDescr> describe(const Author::FunctionEntry& function) {
     const std::vector<std::string> parameters = function.parameters();
     std::array<int, 9> types{};
+    std::array<std::string, 9> objects;
     int required = -1;
     bool isKnown = parameters.size() <= types.size();
     for (std::size_t i = 0; i < parameters.size() && isKnown; ++i) {
-        types[i] = typeOf(parameters[i]);
+        types[i] = typeOf(parameters[i], objects[i]);
         isKnown = types[i] != 0;
         if (required < 0 && parameters[i].starts_with('[')) required = static_cast<int>(i);
     }
-    const int result = Node::typeIdForName(function.result());
+    const int result = typeOfResult(function.result());
     const int count = static_cast<int>(parameters.size());
-    if (!isKnown) {
-        return std::make_unique<SCR::FctDescr>(function.name, result, 0, SCR::FctDescr::anyNumber,
-                                               placeholder);
+    auto made = isKnown ? std::make_unique<SCR::FctDescr>(
+                              function.name, result, required < 0 ? count : required, count,
+                              placeholder, types[0], types[1], types[2], types[3], types[4],
+                              types[5], types[6], types[7], types[8])
+                        : std::make_unique<SCR::FctDescr>(function.name, result, 0,
+                                                          SCR::FctDescr::anyNumber, placeholder);
+    if (result == SCR::TypeCode::Adt) made->objectType(-1, function.result());
+    for (int i = 0; isKnown && i < count; ++i) {
+        const std::string& object = objects[static_cast<std::size_t>(i)];
+        if (!object.empty()) made->objectType(i, object);
     }
-    return std::make_unique<SCR::FctDescr>(
-        function.name, result, required < 0 ? count : required, count, placeholder, types[0],
-        types[1], types[2], types[3], types[4], types[5], types[6], types[7], types[8]);
+    return made;
 }
 
 }  // namespace
@@ -92,9 +125,14 @@ DeclaredFunctions::DeclaredFunctions(std::string module,
                                      const std::vector<Author::FunctionEntry>& functions)
     : module_(std::move(module)) {
     for (const Author::FunctionEntry& function : functions) {
-        const int result = Node::typeIdForName(function.result());
-        const bool isKnown = hasConstant(result) || function.result() == "Void";
-        if (function.module == module_ && isKnown) functions_[function.name] = describe(function);
+        const int result = typeOfResult(function.result());
+        const bool isObject = result == SCR::TypeCode::Adt;
+        const bool isKnown = hasConstant(result) || isObject || function.result() == "Void";
+        if (function.module != module_ || !isKnown) continue;
+        const auto& made = functions_[function.name] = describe(function);
+        for (int i = -1; i < made->maximum(); ++i) {
+            if (!made->objectType(i).empty()) types_.insert(made->objectType(i));
+        }
     }
 }
 

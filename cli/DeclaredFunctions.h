@@ -2,6 +2,8 @@
 
 #include <map>
 #include <memory>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "author/Functions.h"
@@ -19,10 +21,14 @@ public:
 
     FND::String extensionName() const override;
     SCR::Variable* variable(const FND::String& name) override;
+    /// The names of the types of objects that occur in them.
+    const std::set<std::string>& types() const { return types_; }
+
     void visitNames(const std::function<void(const FND::String& name)>& visit) const override;
 
 private:
     std::string module_;
+    std::set<std::string> types_;
     std::map<std::string, std::unique_ptr<SCR::FctDescr>> functions_;
 };
 

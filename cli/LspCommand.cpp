@@ -13,6 +13,7 @@
 #include "cli/ScriptOptions.h"
 #include "records/RecordExtension.h"
 #include "records/RecordManual.h"
+#include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 
 namespace Cli {
@@ -35,10 +36,13 @@ std::vector<Author::FunctionEntry> recordFunctions() {
 
 // Lets scripts call these functions, and those without a module also by their names alone.
 void declare(SCR::Interpreter& interpreter, const std::vector<Author::FunctionEntry>& functions) {
+    SCR::HostExtension& types = *SCR::HostExtension::insert(interpreter, "typesOfTheHost");
     std::set<std::string> modules;
     for (const Author::FunctionEntry& function : functions) modules.insert(function.module);
     for (const std::string& module : modules) {
         auto extension = std::make_unique<DeclaredFunctions>(module, functions);
+        // Any address stands for a class.
+        for (const std::string& type : extension->types()) types.declareType(&type, type);
         if (interpreter.insertExtension(extension.get())) extension.release();
     }
 }

@@ -27,6 +27,11 @@ bool convertArgument(const FctDescr& descriptor, ParserStack& stack, int index, 
     const int expected = descriptor.argType(index);
     if (Node::baseType(actual) != Node::baseType(expected)) {
         const int common = Node::SuperType(Node::baseType(actual), Node::baseType(expected));
+        const FND::String& object = descriptor.objectType(index);
+        if (!object.empty() && Node::baseType(expected) == TypeCode::Adt) {
+            return SCR_YaccError(Messages::wrongObject(object, Messages::typeName(actual),
+                                                       index + 1, descriptor.signature()));
+        }
         if (common == 0 || common != Node::baseType(expected)) {
             return SCR_YaccError(
                 Messages::wrongArgument(expected, actual, index + 1, descriptor.signature()));
@@ -188,7 +193,7 @@ bool FctDescr::checkObjects(const ParserStack& stack, int count) const {
             actual = &handle->subType();
         }
         if (actual == nullptr || mayBecome(*actual, expected)) continue;
-        return SCR_YaccError(Messages::wrongHandle(expected, *actual, i + 1, signature()));
+        return SCR_YaccError(Messages::wrongObject(expected, *actual, i + 1, signature()));
     }
     return true;
 }

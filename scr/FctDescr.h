@@ -73,8 +73,8 @@ public:
     int elementType(int index) const;
     Use use(int index) const;
 
-    /// The name of the type of a host that argument `index`, or its elements, are of, or with -1 the
-    /// result; "" for any type.
+    /// The name of the type of a host that argument `index`, or its elements, are of, or with -1
+    /// the result; "" for any type.
     const FND::String& objectType(int index) const;
     void objectType(int index, const FND::String& name);
 
@@ -143,7 +143,7 @@ private:
     int maximum_;
     std::vector<int> argTypes_;
     int restType_ = 0;
-    std::vector<Container> containers_;  // by argument; may be shorter than the arguments
+    std::vector<Container> containers_;     // by argument; may be shorter than the arguments
     std::vector<FND::String> objectTypes_;  // of the result and the arguments; may be shorter
     Factory factory_;
     bool mayRunScript_ = true;

@@ -187,9 +187,9 @@ bool HostExtension::declareType(const void* kind, const FND::String& name) {
         (state_->interpreter != nullptr && state_->interpreter->isPredefined(name));
     const bool isOther = std::any_of(state_->types.begin(), state_->types.end(),
                                      [&](const auto& type) { return type.second == name; });
-    const bool isGood = isName(name) && !isTaken && !isOther &&
-                        (state_->interpreter == nullptr ||
-                         state_->interpreter->objects().addType(kind, name));
+    const bool isGood =
+        isName(name) && !isTaken && !isOther &&
+        (state_->interpreter == nullptr || state_->interpreter->objects().addType(kind, name));
     if (!isGood) {
         const FND::String reason =
             isName(name) ? Messages::nameTaken(name) : Messages::noIdentifier(name);
@@ -201,8 +201,7 @@ bool HostExtension::declareType(const void* kind, const FND::String& name) {
 }
 
 bool HostExtension::forgetObject(const void* kind, const void* object) {
-    return state_->interpreter != nullptr &&
-           state_->interpreter->objects().forget(kind, object);
+    return state_->interpreter != nullptr && state_->interpreter->objects().forget(kind, object);
 }
 
 void HostExtension::State::log(const FND::String& message, FND::Status::Severity severity) {

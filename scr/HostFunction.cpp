@@ -164,8 +164,8 @@ public:
     void* null() override { return nullOf<Type>(); }
     FND::String shown(OpenCall& call, std::size_t index) override {
         if constexpr (std::is_same_v<Type, AdtType>) {
-            if (value_ == 0) return "the null handle";
-            return "a handle of the type " + slot_.node->subType();
+            if (value_ == 0) return "null";
+            return "of the type " + slot_.node->subType();
         }
         if (keeps_) return shownValue(call.kept(index).template as<typename Type::Value>());
         if constexpr (Type::byReference) {
@@ -711,10 +711,9 @@ void* Call::evaluate(std::size_t index) noexcept {
 
 bool Call::refuseHandle(std::size_t index, long handle) noexcept {
     return static_cast<OpenCall&>(*this).fail([&] {
-        const FND::String argument = "argument " + std::to_string(index + 1);
         throw std::invalid_argument(
-            handle == 0 ? argument + " is the null handle"
-                        : "the object of " + argument + " is gone");
+            "argument " + std::to_string(index + 1) +
+            (handle == 0 ? " is the null handle" : " is an object that is gone"));
     });
 }
 bool Call::refuseObject() noexcept {

@@ -294,8 +294,7 @@ requires(sizeof...(Q) == sizeof...(P) + 1 &&
     using Writes = Signature<b, Stored, Q...>;
     using Value = std::remove_cvref_t<std::tuple_element_t<sizeof...(P), std::tuple<Q...>>>;
     if constexpr (!Reads::parametersKnown || !Writes::parametersKnown || !Reads::resultKnown ||
-                  !Reads::optionalsLast || std::is_void_v<R> || !Known<Value> ||
-                  isObjectS<Value>) {
+                  !Reads::optionalsLast || std::is_void_v<R> || !Known<Value> || isObjectS<Value>) {
         return false;
     } else {
         // The parameters of both, without the value.

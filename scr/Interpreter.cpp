@@ -988,8 +988,8 @@ std::vector<Diagnostic>* Interpreter::keepMessages(std::vector<Diagnostic>* mess
 void Interpreter::compiledLines(std::int64_t lines) { state_->compiledLines = lines; }
 
 std::int64_t Interpreter::heapBytes() const {
-    std::size_t bytes = state_->symbols.heapBytes() + state_->openFiles.heapBytes() +
-                        state_->objects.heapBytes();
+    std::size_t bytes =
+        state_->symbols.heapBytes() + state_->openFiles.heapBytes() + state_->objects.heapBytes();
     if (state_->mainExtension != nullptr) bytes += state_->mainExtension->mutexes().heapBytes();
     return static_cast<std::int64_t>(bytes) + state_->automata.held();
 }

@@ -124,7 +124,8 @@ requires(Integer<T> && !Stored<T>) struct Exchange<T> : PlainExchange<T, long> {
 
 template <>
 struct Exchange<std::string_view> : PlainExchange<std::string_view, FND::String> {
-    static Problem read(const FND::String& stored, std::string_view& value, Interpreter* /*interpreter*/) {
+    static Problem read(const FND::String& stored, std::string_view& value,
+                        Interpreter* /*interpreter*/) {
         value = stored;
         return nullptr;
     }
@@ -340,7 +341,8 @@ public:
         const HandleUse use(*this);
         if (!use) [[unlikely]]
             return use.refusal();
-        const Host::Problem problem = Host::Exchange<T>::read(storage(use), value, &use.interpreter());
+        const Host::Problem problem =
+            Host::Exchange<T>::read(storage(use), value, &use.interpreter());
         if (problem != nullptr) [[unlikely]]
             return use.refusal(problem);
         return {};

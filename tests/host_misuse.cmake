@@ -18,6 +18,7 @@ misuse([[struct M { long m = 0; }; host.function("f", &M::m);]]
     "a member function is called from a lambda")
 misuse([[host.function("f", [](double) {});]] "a parameter of a host function must be an integer")
 misuse([[host.function("f", [](int&) {});]] "out-parameter a reference to long, bool or")
+misuse([[host.function("f", [](SCR::Object<long>) {});]] "objects are of classes of the host")
 misuse([[host.function("f", [](const char*) {});]] "a parameter of a host function must be")
 misuse([[host.function("f", [](std::optional<long>, long) {});]] "must be the last ones")
 misuse([[host.function("f", [](SCR::Rest<long>, long) {});]] "at most one SCR::Rest")

@@ -81,7 +81,8 @@ TEST(HostObjects, AreWhatScriptsHold) {
     } cases[] = {
         {"Customer c = ann(); print(name(c));", "Ann;"},
         {"Account a = open(3); Account b = a; print(longToStr(balance(b)));", "3;"},
-        {"if (isSame(kept(), kept()) and isSame(open(1), open(1)) == false) print(\"same\");", "same;"},
+        {"if (isSame(kept(), kept()) and isSame(open(1), open(1)) == false) print(\"same\");",
+         "same;"},
         {"Account all[]; all[2] = open(5); all[0] = kept(); print(longToStr(total(all)));",
          "1012;"},
         {"Account all[]; fillUp(all, open(4)); print(longToStr(total(all)));", "1004;"},
@@ -93,7 +94,8 @@ TEST(HostObjects, AreWhatScriptsHold) {
          "print(longToStr(balance(better(open(1), better(open(9), open(2))))));",
          "9;"},
         {"Account a = kept(); print(longToStr(bonus(a)) + longToStr(bonus(a, open(1))));", "78;"},
-        {"Account a = open(6); print(longToStr(close(a))); if (isOpen(a) == false) print(\"gone\");",
+        {"Account a = open(6); print(longToStr(close(a))); if (isOpen(a) == false) "
+         "print(\"gone\");",
          "6;gone;"},
         // Two types do not mix, and neither is a number.
         {"name(kept());",
@@ -107,13 +109,15 @@ TEST(HostObjects, AreWhatScriptsHold) {
         {"function Customer f { return kept(); }",
          "ERROR: line 1: expected Customer not Account\n"},
         {"name(5);",
-         "ERROR: line 1: expected Adt not Long as argument 1 in `String name(Customer)'\n"},
+         "ERROR: line 1: expected Customer not Long as argument 1 in `String name(Customer)'\n"},
         {"Customer Customer;", "ERROR: line 1: parse error\n"},
         // Null and dead handles.
-        {"Customer c; name(c);", "ERROR: line 1: script stopped: name: argument 1 is the null handle\n"},
-        {"name(noCustomer());", "ERROR: line 1: script stopped: name: argument 1 is the null handle\n"},
+        {"Customer c; name(c);",
+         "ERROR: line 1: script stopped: name: argument 1 is the null handle\n"},
+        {"name(noCustomer());",
+         "ERROR: line 1: script stopped: name: argument 1 is the null handle\n"},
         {"Account a = open(6); close(a); balance(a);",
-         "ERROR: line 1: script stopped: balance: the object of argument 1 is gone\n"},
+         "ERROR: line 1: script stopped: balance: argument 1 is an object that is gone\n"},
     };
     for (const auto& row : cases) EXPECT_EQ(resultOf(row.text), row.result) << row.text;
     EXPECT_EQ(Account::aliveCM, 0);

@@ -96,6 +96,7 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
                                       "an array",
                                       "no number",
                                       "the field ",
+                                      "of the type ",
                                       "syntax error",
                                       " (not in ",
                                       ", not of ",

@@ -135,8 +135,7 @@ bool SCR_startFunctionDeclaration(std::string_view returnType, std::string_view 
     if (actInterpreterG->statementDepth() > 1) return SCR_YaccError(Messages::nestedFunction);
     const FND::String functionName(name);
     const bool isHandle = isHostType(returnType);
-    const int type =
-        isHandle ? TypeCode::Adt : Node::typeIdForName(FND::String(returnType));
+    const int type = isHandle ? TypeCode::Adt : Node::typeIdForName(FND::String(returnType));
     auto descriptor = std::make_unique<FctDescr>(functionName, type, 0, 0, SCR_functionCallFactory);
     if (isHandle) descriptor->objectType(-1, FND::String(returnType));
     FctDescr* const declared = descriptor.get();

@@ -92,6 +92,34 @@ void addUnseen(std::string_view text, std::size_t at, std::size_t end,
     }
 }
 
+// Whether a declaration may begin after `token`, of the text `text`.
+bool opensDeclaration(const SourceToken& token, std::string_view text) {
+    if (token.kind == SourceKind::Keyword) return token.word == Word::Function;
+    constexpr std::string_view signs = ";{}(,";
+    return token.kind == SourceKind::Sign && signs.find(text[token.begin]) != signs.npos;
+}
+
+void markTypes(std::string_view text, std::vector<SourceToken>& tokens) {
+    SourceToken* before = nullptr;  // the name where a declaration may begin
+    const SourceToken* last = nullptr;
+    for (SourceToken& token : tokens) {
+        if (!token.isSeen()) continue;
+        if (token.kind != SourceKind::Name) {
+            before = nullptr;
+        } else if (before != nullptr) {
+            const std::size_t end = before->end;
+            if (text.substr(end, token.begin - end).find('\n') == std::string_view::npos) {
+                before->kind = SourceKind::Keyword;
+                before->word = Word::TypeName;
+            }
+            before = nullptr;
+        } else if (last == nullptr || opensDeclaration(*last, text)) {
+            before = &token;
+        }
+        last = &token;
+    }
+}
+
 }  // namespace
 
 SourceTokens sourceTokens(std::string_view text) {
@@ -121,6 +149,7 @@ SourceTokens sourceTokens(std::string_view text) {
         if (token.kind == SourceKind::Keyword) token.word = wordOf(found, hostTypesG);
         result.tokens.push_back(token);
     }
+    markTypes(text, result.tokens);
     const auto offset = [&](const char* at) {
         return at == nullptr ? SourceTokens::none : static_cast<std::size_t>(at - read.data());
     };

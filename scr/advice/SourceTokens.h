@@ -39,7 +39,8 @@ struct SourceToken {
     std::string_view in(std::string_view text) const { return text.substr(begin, end - begin); }
 };
 
-/// The tokens of a text, as the parser's lexer gives them, and what lies between them.
+/// The tokens of a text, as the parser's lexer gives them, and what lies between them. A name that
+/// another one follows where a declaration may begin is taken for a type of a host.
 struct SourceTokens {
     static constexpr std::size_t none = std::string_view::npos;
 

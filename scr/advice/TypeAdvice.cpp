@@ -64,6 +64,11 @@ bool isDigits(std::string_view text) {
 
 }  // namespace
 
+FND::String anObject(const FND::String& name) {
+    constexpr std::string_view vowels = "AEIOUaeiou";
+    return (!name.empty() && vowels.find(name.front()) != vowels.npos ? "an " : "a ") + name;
+}
+
 FND::String aType(int typeWord) {
     const FND::String name = Node::datatypeAsString(typeWord);
     if (Node::baseType(typeWord) == TypeCode::Void) return "no value";
@@ -171,6 +176,12 @@ void Advice::operands() {
                 isConst && isName ? target + " is a constant and can not be changed"
                                   : "only a variable can stand to the left of `=`",
                 isConst && isName ? "" : "to compare, write `==`");
+            return;
+        }
+        if (!fault_.message.expectedObject.empty()) {
+            say(MessageCode::StoredType, right.begin != nullptr ? right : place,
+                "cannot store " + anObject(fault_.message.actualObject) + " in the " +
+                    fault_.message.expectedObject + " " + target);
             return;
         }
         if (leftType == TypeCode::Function) {
@@ -345,6 +356,14 @@ void Advice::argument() {
             what + (isConstant ? " must be a constant, known before the script runs"
                                : " must be a variable, as the function changes it"),
             signature.empty() ? FND::String() : "it is declared " + quoted(signature));
+        return;
+    }
+    if (!message.expectedObject.empty()) {
+        say(MessageCode::ArgumentType, span,
+            what + " is " + anObject(message.actualObject) + ", where " +
+                anObject(message.expectedObject) + " is needed");
+        if (!signature.empty())
+            diagnostic_.notes.push_back({"it is declared " + quoted(signature), {}});
         return;
     }
     say(MessageCode::ArgumentType, span,

@@ -188,7 +188,7 @@ public:
         auto value = asHandle(stack.pop<Node>());
         auto target = stack.pop<AdtDataNode>();
         if (!mayBecome(value->subType(), target->subType())) {
-            SCR_YaccError(Messages::wrongHandle(target->subType(), value->subType()));
+            SCR_YaccError(Messages::wrongObject(target->subType(), value->subType()));
             return nullptr;
         }
         return new AdtAssignment(std::move(target), std::move(value));

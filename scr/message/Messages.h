@@ -24,6 +24,8 @@ struct Message {
     Text name = {};
     Text module = {};
     Text reason = {};
+    Text expectedObject = {};  ///< the name of a type of objects
+    Text actualObject = {};
     bool isAbsent = false;          ///< what is named was not found
     std::vector<Text> places = {};  ///< where it was looked for
 };
@@ -117,17 +119,19 @@ inline Message wrongArgument(int expected, int actual, int position, const Text&
             .actual = actual,
             .position = position};
 }
-inline Message wrongHandle(const Text& expected, const Text& actual) {
-    const Text text = "expected " + expected + " not " + actual;
-    return {.code = MessageCode::ArgumentType, .text = text, .reason = text};
-}
-inline Message wrongHandle(const Text& expected, const Text& actual, int position,
-                           const Text& signature) {
-    const Text text = "expected " + expected + " not " + actual;
+// About objects of hosts, whose types have names.
+inline Message wrongObject(const Text& expected, const Text& actual) {
     return {.code = MessageCode::ArgumentType,
-            .text = text + " as argument " + std::to_string(position) + " in " + quoted(signature),
-            .position = position,
-            .reason = text};
+            .text = "expected " + expected + " not " + actual,
+            .expectedObject = expected,
+            .actualObject = actual};
+}
+inline Message wrongObject(const Text& expected, const Text& actual, int position,
+                           const Text& signature) {
+    Message message = wrongObject(expected, actual);
+    message.text += " as argument " + std::to_string(position) + " in " + quoted(signature);
+    message.position = position;
+    return message;
 }
 inline Message wrongElements(int container, const std::vector<int>& expected, int actual,
                              int position, const Text& signature) {

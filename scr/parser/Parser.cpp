@@ -13,13 +13,13 @@
 #include "scr/check/Analyses.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/CustomLexer.h"
-#include "scr/value/ObjectTable.h"
 #include "scr/parser/Observing.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParseState.h"
 #include "scr/parser/Preprocessor.h"
 #include "scr/run/PendingBuilds.h"
 #include "scr/run/RunControl.h"
+#include "scr/value/ObjectTable.h"
 
 namespace SCR {
 

@@ -26,9 +26,8 @@ void visitElements(const Variable& container, const std::function<void(long)>& v
             handlesIn(element, visit);
     } else {
         HashView<T>(static_cast<const Hash&>(container))
-            .forEach([&](const FND::String& /*key*/, const T& element) {
-                handlesIn(element, visit);
-            });
+            .forEach(
+                [&](const FND::String& /*key*/, const T& element) { handlesIn(element, visit); });
     }
 }
 

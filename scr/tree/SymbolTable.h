@@ -82,7 +82,8 @@ private:
     std::unique_ptr<Function> mainFunction_;
     NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
-    std::vector<const Variable*> growing_;  // the script's variables that may take memory or hold handles
+    std::vector<const Variable*>
+        growing_;  // the script's variables that may take memory or hold handles
 };
 
 }  // namespace SCR
