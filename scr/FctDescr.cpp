@@ -107,12 +107,12 @@ FctDescr::Use FctDescr::use(int index) const {
 }
 
 const FND::String& FctDescr::objectType(int index) const {
-    const auto at = static_cast<std::size_t>(index + 1);
+    const auto at = static_cast<std::size_t>(index) + 1;
     return at < objectTypes_.size() ? objectTypes_[at] : FND_NULL_STRING;
 }
 
 void FctDescr::objectType(int index, const FND::String& name) {
-    const auto at = static_cast<std::size_t>(index + 1);
+    const auto at = static_cast<std::size_t>(index) + 1;
     if (objectTypes_.size() <= at) objectTypes_.resize(at + 1);
     objectTypes_[at] = name;
 }

@@ -649,7 +649,7 @@ HostDescriptor::HostDescriptor(const FND::String& name, Description description,
       fields_(&fields) {
     if (description_.rest != 0) addRest(description_.rest);
     for (int i = -1; i < description_.maximum; ++i) {
-        const void* const kind = description_.kinds[static_cast<std::size_t>(i + 1)];
+        const void* const kind = description_.kinds[static_cast<std::size_t>(i) + 1];
         if (kind != nullptr) objectType(i, types.at(kind));
     }
     // A field runs no script code, unless its functions are given the interpreter.
