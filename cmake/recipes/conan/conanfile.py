@@ -13,7 +13,7 @@ class Kestrel(ConanFile):
     package_type = "shared-library"
     settings = "os", "arch", "compiler", "build_type"
     requires = "asmjit/cci.20230325", "re2/20230301", "simdjson/3.6.3", "zlib/1.3", "zstd/1.5.5", \
-        "openssl/3.2.0", "libutf8proc/2.8.0"
+        "libutf8proc/2.8.0"  # the module codec, which needs nettle, is left out
 
     def layout(self):
         self.folders.root = os.path.join("..", "..", "..")
