@@ -5,6 +5,7 @@
 #include "capi/Convert.h"
 #include "capi/Objects.h"
 #include "scr/FctDescr.h"
+#include "scr/value/ObjectTable.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace CApi {
@@ -19,6 +20,8 @@ struct Frame {
     std::size_t given = 0;
     std::array<kestrel_value, mostArgumentsS + 1> values{};
     std::array<void*, mostArgumentsS + 1> places{};  // of arguments that may be assigned
+    std::array<long, mostArgumentsS> handles{};      // of arguments that are objects
+    std::array<std::shared_ptr<void>, mostArgumentsS> shares{};
     bool hasResult = false;
     void* room = nullptr;  // of the result
     FND::String failure;
@@ -45,6 +48,8 @@ public:
     std::array<int, mostArgumentsS> arguments{};
     std::size_t maximum = 0;
     int result = 0;
+    std::array<std::shared_ptr<const ObjectType>, mostArgumentsS + 1> types;  // as in descriptions
+    std::array<bool, mostArgumentsS> mayBeNull{};
     Frame* frame = nullptr;
 
     kestrel_call* handle() const { return static_cast<kestrel_call*>(entry_.get()); }
@@ -66,6 +71,8 @@ public:
                 const auto& field = *static_cast<const SCR::FieldAlias*>(place);
                 frame.values[i].type = KESTREL_FIELD;
                 frame.values[i].as.field = {{field.name().data(), field.name().size()}, field.id()};
+            } else if (type == SCR::TypeCode::Adt) {
+                frame.handles[i] = *static_cast<const long*>(place);
             } else {
                 show(type, place, frame.values[i]);
             }
@@ -76,6 +83,22 @@ public:
     OpenFrame(const OpenFrame&) = delete;
     OpenFrame& operator=(const OpenFrame&) = delete;
     ~OpenFrame() { function_.frame = frame.outer; }
+
+    // Finds the objects among the arguments; false when the call fails for one of them.
+    bool findObjects() {
+        for (std::size_t i = 0; i < frame.given && i < mostArgumentsS; ++i) {
+            const ObjectType* const type = function_.types[i + 1].get();
+            if (type == nullptr) continue;
+            const SCR::Host::Place* const found =
+                SCR::Host::objectOf(frame.call->interpreter(), type, frame.handles[i]);
+            if (found == nullptr && !function_.mayBeNull[i]) {
+                return frame.call->refuseHandle(i, frame.handles[i]);
+            }
+            frame.values[i] = kestrel_object(found != nullptr ? found->object : nullptr);
+            if (found != nullptr) frame.shares[i] = found->share;
+        }
+        return true;
+    }
 
     // Calls the host; throws when it fails.
     void run(kestrel_function callable) {
@@ -94,10 +117,13 @@ private:
 const void* readBy(void* callable, SCR::Host::Call& call, void* room) {
     Function& function = *static_cast<Function*>(callable);
     OpenFrame open(function, call);
-    if (!call.begin()) return nullptr;
+    if (!call.begin() || !open.findObjects()) return nullptr;
     open.frame.room = room;
     open.run(function.read);
     if (function.result == SCR::TypeCode::Void) return &call;
+    if (!open.frame.hasResult && function.result == SCR::TypeCode::Adt) {
+        return &(*static_cast<long*>(room) = 0);
+    }
     if (!open.frame.hasResult) {
         return SCR::withType(SCR::HostTypes(), function.result,
                              [&]<class Type>(Type) -> const void* {
@@ -112,7 +138,7 @@ bool writeBy(void* callable, SCR::Host::Call& call, const void* value) {
     Function& function = *static_cast<Function*>(callable);
     OpenFrame open(function, call);
     show(function.result, value, open.frame.values[open.frame.given++]);
-    if (!call.begin()) return false;
+    if (!call.begin() || !open.findObjects()) return false;
     open.run(function.write);
     return true;
 }
@@ -120,32 +146,37 @@ bool writeBy(void* callable, SCR::Host::Call& call, const void* value) {
 // Reads "Type name(Type name, Type&, [Type])"; gives what is wrong with it, or "".
 class SignatureReader {
 public:
-    explicit SignatureReader(std::string_view text) : rest_(text) {}
+    using Types = std::vector<std::shared_ptr<const ObjectType>>;
 
-    FND::String read(FND::String& name, SCR::Host::Description& made) {
-        made.result = typeOfWord(word());
+    /// `function` gets what the description does not have.
+    SignatureReader(std::string_view text, const Types& types) : rest_(text), types_(types) {}
+
+    FND::String read(FND::String& name, SCR::Host::Description& made, Function& function) {
+        made.result = typeOfWord(word(), function.types[0]);
         if (made.result < 0) return problem("a type of a result");
         name = word();
         if (name.empty() || !take('(')) return problem("a name and `('");
         if (take(')')) return end();
         do {
             const bool isOptional = take('[');
-            const int type = typeOfWord(word());
+            const auto at = static_cast<std::size_t>(made.maximum);
+            if (at == mostArgumentsS) return "at most nine arguments";
+            const int type = typeOfWord(word(), function.types[at + 1]);
             if (type <= 0 || type == SCR::TypeCode::Void) {
                 return problem("a type of an argument");
             }
-            if (static_cast<std::size_t>(made.maximum) == mostArgumentsS) {
-                return "at most nine arguments";
-            }
             const bool isVariable = take('&');
+            const bool isObject = type == SCR::TypeCode::Adt;
+            if (isVariable && isObject) return "an object cannot be assigned by a function";
+            function.mayBeNull[at] = isObject && take('?');
             word();
             if (isOptional && !take(']')) return problem("`]'");
             if (!isOptional && made.minimum < made.maximum) {
                 return "the arguments that may be left out come last";
             }
             if (isOptional && isVariable) return "a variable cannot be left out";
-            made.arguments[static_cast<std::size_t>(made.maximum++)] =
-                type | (isVariable ? SCR::TypeCode::LeftFlag : 0);
+            made.arguments[at] = type | (isVariable ? SCR::TypeCode::LeftFlag : 0);
+            ++made.maximum;
             if (!isOptional) made.minimum = made.maximum;
         } while (take(','));
         return take(')') ? end() : problem("`,' or `)'");
@@ -182,7 +213,12 @@ private:
         return rest_.empty() ? FND::String() : problem("the end");
     }
     // Negative for none.
-    static int typeOfWord(const FND::String& word) {
+    int typeOfWord(const FND::String& word, std::shared_ptr<const ObjectType>& object) const {
+        for (const auto& type : types_) {
+            if (type->name != word) continue;
+            object = type;
+            return SCR::TypeCode::Adt;
+        }
         if (word == "Void") return SCR::TypeCode::Void;
         if (word == "Field") return SCR::TypeCode::EdrAlias;
         const int code = SCR::Node::typeIdForName(word);
@@ -190,6 +226,7 @@ private:
     }
 
     std::string_view rest_;
+    const Types& types_;
 };
 
 kestrel_status add(kestrel_interpreter* interpreter, const char* signature, kestrel_function read,
@@ -200,16 +237,20 @@ kestrel_status add(kestrel_interpreter* interpreter, const char* signature, kest
     return with(interpreter, [&](InterpreterObject& object) {
         FND::String name;
         SCR::Host::Description made;
-        const FND::String problem = SignatureReader(signature).read(name, made);
+        const auto function = std::make_shared<Function>(read, write, data, nullptr);
+        if (function->handle() == nullptr) return tell(SCR::Outcome(SCR::Outcome::Kind::Failed));
+        const FND::String problem =
+            SignatureReader(signature, object.types()).read(name, made, *function);
         if (!problem.empty()) return refuse(FND::String("`") + signature + "': " + problem);
+        const bool isObject = made.result == SCR::TypeCode::Adt;
         if (made.result == SCR::TypeCode::EdrAlias ||
-            (isField && made.result == SCR::TypeCode::Void)) {
+            (isField && (isObject || made.result == SCR::TypeCode::Void))) {
             return refuse(FND::String("`") + signature + "': not a type of a result");
         }
         SCR::HostExtension* const host = object.host();
         if (host == nullptr) return refuse("there is another extension called host");
-        const auto function = std::make_shared<Function>(read, write, data, nullptr);
-        if (function->handle() == nullptr) return tell(SCR::Outcome(SCR::Outcome::Kind::Failed));
+        for (std::size_t i = 0; i < made.kinds.size(); ++i)
+            made.kinds[i] = function->types[i].get();
         function->arguments = made.arguments;
         function->maximum = static_cast<std::size_t>(made.maximum);
         function->result = made.result;
@@ -241,6 +282,22 @@ kestrel_status withFrame(kestrel_call* call, const Use& use) noexcept {
     }
 }
 
+// Makes an object the result of a call.
+kestrel_status giveObject(const ObjectType& type, void* object, Frame& frame) {
+    SCR::Interpreter& interpreter = frame.call->interpreter();
+    SCR::Host::Place place{object, {}};
+    if (const SCR::Host::Place* const known = interpreter.objects().known(&type, object)) {
+        place = *known;
+    } else if (object != nullptr && type.release != nullptr) {
+        place.share = std::shared_ptr<void>(object, type.release);
+    }
+    if (!SCR::Host::handleOf(interpreter, &type, place, *static_cast<long*>(frame.room))) {
+        return tell(SCR::Outcome(SCR::Outcome::Kind::Failed));
+    }
+    frame.hasResult = true;
+    return KESTREL_FINISHED;
+}
+
 }  // namespace
 
 }  // namespace CApi
@@ -257,6 +314,33 @@ kestrel_status kestrel_add_field(kestrel_interpreter* interpreter, const char* s
                                  kestrel_function read, kestrel_function write, void* data,
                                  kestrel_release release) {
     return add(interpreter, signature, read, write, true, data, release);
+}
+
+kestrel_status kestrel_add_type(kestrel_interpreter* interpreter, const char* name,
+                                kestrel_release release) {
+    return with(interpreter, [&](InterpreterObject& object) {
+        SCR::HostExtension* const host = object.host();
+        if (host == nullptr || name == nullptr) return refuse("the name is null");
+        const auto type = std::make_shared<const ObjectType>(ObjectType{name, release});
+        object.types().push_back(type);
+        if (!host->declareType(type.get(), name)) {
+            object.types().pop_back();
+            return refuse(FND::String("the name `") + name + "' is refused");
+        }
+        return KESTREL_FINISHED;
+    });
+}
+
+kestrel_status kestrel_forget(kestrel_interpreter* interpreter, const char* type, void* object) {
+    return with(interpreter, [&](InterpreterObject& owner) {
+        SCR::HostExtension* const host = owner.host();
+        if (host == nullptr || type == nullptr) return refuse("the name of the type is null");
+        const void* const kind = owner.interpreter().objects().kindOf(type);
+        if (kind == nullptr || !host->forgetObject(kind, object)) {
+            return refuse("scripts have no handle of the object");
+        }
+        return KESTREL_FINISHED;
+    });
 }
 
 kestrel_status kestrel_field_ids(kestrel_interpreter* interpreter, kestrel_field_id ids,
@@ -299,6 +383,9 @@ kestrel_status kestrel_call_set(kestrel_call* call, size_t index, const kestrel_
 kestrel_status kestrel_call_result(kestrel_call* call, const kestrel_value* value) {
     return withFrame(call, [&](Function& function, Frame& frame) {
         if (value == nullptr || frame.room == nullptr) return refuse("there is no result");
+        if (function.types[0] != nullptr && value->type == KESTREL_OBJECT) {
+            return giveObject(*function.types[0], value->as.object, frame);
+        }
         if (!store(function.result, frame.room, *value)) {
             return refuse("the value has another type");
         }

@@ -38,6 +38,12 @@ private:
 
 class ConditionsObject;
 
+/// A type of objects of the host. Its address stands for it.
+struct ObjectType {
+    FND::String name;
+    kestrel_release release;  ///< null when objects are lent
+};
+
 /// An interpreter with the extension "host", which gets the host's functions and variables. Those
 /// that a setup prepares belong to somebody else.
 class InterpreterObject final : public Object {
@@ -62,6 +68,9 @@ public:
     /// The JSON that the host got last.
     FND::String& functions() { return functions_; }
 
+    /// The types declared through it.
+    std::vector<std::shared_ptr<const ObjectType>>& types() { return types_; }
+
     /// The conditions that use it.
     std::vector<ConditionsObject*>& conditions() { return conditions_; }
 
@@ -74,6 +83,7 @@ private:
     std::unique_ptr<FunctionOutput> output_;
     std::vector<std::vector<FND::String>> batchTexts_;
     FND::String functions_;
+    std::vector<std::shared_ptr<const ObjectType>> types_;
     std::vector<ConditionsObject*> conditions_;
     std::unique_ptr<SCR::Interpreter> owned_;
     SCR::Interpreter* const interpreter_;

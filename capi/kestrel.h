@@ -77,7 +77,8 @@ typedef enum kestrel_type {
     KESTREL_NEXID,
     KESTREL_FIELD, /* the name of a record's field, an argument of field functions */
     KESTREL_ARRAY, /* only as the type of a variable */
-    KESTREL_HASH
+    KESTREL_HASH,
+    KESTREL_OBJECT /* of the host, as an argument or a result */
 } kestrel_type;
 
 /* A decimal number of up to 28 digits, exact. The functions below make and read it. */
@@ -117,6 +118,7 @@ typedef struct kestrel_value {
         int64_t date;
         kestrel_nexid nexid;
         kestrel_field field;
+        void* object;
     } as;
 } kestrel_value;
 
@@ -149,6 +151,13 @@ static inline kestrel_value kestrel_number(kestrel_decimal decimal) {
     kestrel_value value;
     value.type = KESTREL_DECIMAL;
     value.as.decimal = decimal;
+    return value;
+}
+
+static inline kestrel_value kestrel_object(void* object) {
+    kestrel_value value;
+    value.type = KESTREL_OBJECT;
+    value.as.object = object;
     return value;
 }
 
@@ -231,10 +240,22 @@ typedef void (*kestrel_release)(void* data);
 /* Gives later scripts a function, such as "Long area(Long width, Long height)". The types are Long,
    Bool, String, Decimal, Date and Nexid; the result may be Void. "Long&" is a variable that the
    function may assign, "[Long]" an argument that may be left out, at the end, and "Field" the name
-   of a field, the first argument of edrLong and its siblings. At most nine arguments. */
+   of a field, the first argument of edrLong and its siblings. At most nine arguments. The name of a
+   type that kestrel_add_type declared is an object of it, never null; "Account?" may be null. */
 KESTREL_C_API kestrel_status kestrel_add_function(kestrel_interpreter* interpreter,
                                                   const char* signature, kestrel_function function,
                                                   void* data, kestrel_release release);
+/* Declares a type of objects of the host, such as "Account": later scripts keep handles of them in
+   variables, arrays and hashes, which do not mix with those of other types. Without `release`
+   objects are lent: call kestrel_forget before one is destroyed. With it a function gives an object
+   away with its result, and `release` gets it, once, when no variable of the script holds it any
+   more, after the run, or when the script or the interpreter is gone. */
+KESTREL_C_API kestrel_status kestrel_add_type(kestrel_interpreter* interpreter, const char* name,
+                                              kestrel_release release);
+/* All handles of the object are dead from now on, and it is released. Refused when scripts have
+   none. */
+KESTREL_C_API kestrel_status kestrel_forget(kestrel_interpreter* interpreter, const char* type,
+                                            void* object);
 /* The same for a function that may stand on the left of "=", such as "Long edrLong(Field)": `write`
    gets the arguments and, as the last one, the value. */
 KESTREL_C_API kestrel_status kestrel_add_field(kestrel_interpreter* interpreter,

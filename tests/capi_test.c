@@ -1,7 +1,9 @@
 /* The interface for C, used as C99, with values, calls and handles that are wrong in every way. */
 
 #include <pthread.h>
+#include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "kestrel.h"
@@ -316,6 +318,141 @@ static void nulls(void) {
     EXPECT(kestrel_interpreter_free(own) == KESTREL_FINISHED);
 }
 
+/* Every function with a handle that is null, dead, of another kind or none, and with null for all
+   else: refused, or nothing. A refusal costs as much as a crash here, so all are tried. */
+static void useWrongly(const void* handle) {
+    kestrel_interpreter* const i = (kestrel_interpreter*)handle;
+    kestrel_variable* const v = (kestrel_variable*)handle;
+    kestrel_call* const c = (kestrel_call*)handle;
+    kestrel_program* const p = (kestrel_program*)handle;
+    kestrel_conditions* const q = (kestrel_conditions*)handle;
+    kestrel_live* const l = (kestrel_live*)handle;
+    kestrel_runner* const r = (kestrel_runner*)handle;
+    const kestrel_status refused[] = {
+        kestrel_interpreter_free(i), kestrel_limit(i, "steps", 1), kestrel_capabilities(i, NULL, 0),
+        kestrel_time_zone(i, NULL), kestrel_include_path(i, NULL, 0), kestrel_module_path(i, NULL, 0),
+        kestrel_output_to(i, NULL, NULL), kestrel_compile(i, "", 0), kestrel_check(i, "", 0),
+        kestrel_execute(i), kestrel_finish(i), kestrel_compile_query(i, "true", 4), kestrel_query(i, NULL),
+        kestrel_diagnostic_get(i, 0, NULL), kestrel_add_function(i, "Long f()", area, NULL, NULL),
+        kestrel_add_type(i, "T", NULL), kestrel_forget(i, "T", NULL),
+        kestrel_add_field(i, "Long f()", area, area, NULL, NULL), kestrel_describe(i, "f", "", "", NULL),
+        kestrel_functions_json(i, NULL), kestrel_field_ids(i, fieldId, NULL), kestrel_declare(i, "a", NULL),
+        kestrel_constant(i, "a", NULL), kestrel_call_script(i, "f", NULL, 0, NULL),
+        kestrel_execute_batch(i, NULL, 0, 0, NULL),
+        kestrel_call_get(c, 0, NULL), kestrel_call_set(c, 0, NULL), kestrel_call_result(c, NULL),
+        kestrel_call_fail(c, NULL), kestrel_variable_free(v), kestrel_get(v, NULL), kestrel_set(v, NULL),
+        kestrel_array_get(v, 0, NULL), kestrel_array_set(v, 0, NULL), kestrel_hash_get(v, NULL, 0, NULL),
+        kestrel_hash_set(v, NULL, 0, NULL), kestrel_hash_visit(v, NULL, NULL), kestrel_clear(v),
+        kestrel_program_free(p), kestrel_program_status(p), kestrel_program_diagnostic_get(p, 0, NULL),
+        kestrel_live_free(l), kestrel_live_replace(l, NULL), kestrel_runner_free(r),
+        kestrel_runner_refresh(r), kestrel_runner_execute(r), kestrel_conditions_free(q),
+        kestrel_conditions_hold(q, 0, NULL), kestrel_conditions_first(q, NULL),
+        kestrel_patterns_free((kestrel_patterns*)handle)};
+    for (size_t n = 0; n < sizeof(refused) / sizeof(refused[0]); ++n) EXPECT(refused[n] == KESTREL_REFUSED);
+    EXPECT(!kestrel_interrupt(i) && kestrel_diagnostic_count(i) == 0 && kestrel_variable_new(i, "a") == NULL);
+    EXPECT(kestrel_call_count(c) == 0 && kestrel_call_interpreter(c) == NULL && kestrel_size(v) == 0);
+    EXPECT(kestrel_variable_type(v) == KESTREL_VOID && kestrel_program_diagnostic_count(p) == 0);
+    EXPECT(kestrel_interpreter_from(p, NULL, NULL) == NULL && kestrel_runner_new(l, NULL, NULL) == NULL);
+    EXPECT(kestrel_runner_interpreter(r) == NULL && kestrel_conditions_new(i, "true;", 5) == NULL);
+    EXPECT(kestrel_conditions_count(q) == 0);
+    EXPECT(kestrel_patterns_match((kestrel_patterns*)handle, NULL, 0) == -1);
+}
+static void* useFromThread(void* handle) {
+    useWrongly(handle);
+    return NULL;
+}
+static void wrongHandles(void) {
+    kestrel_interpreter* dead = kestrel_interpreter_new(NULL, NULL);
+    EXPECT(kestrel_interpreter_free(dead) == KESTREL_FINISHED);
+    long none = 0;
+    const void* const handles[] = {NULL, dead, &none, (const void*)(uintptr_t)-1};
+    for (size_t n = 0; n < sizeof(handles) / sizeof(handles[0]); ++n) useWrongly(handles[n]);
+    pthread_t thread;
+    pthread_create(&thread, NULL, useFromThread, dead);
+    useWrongly(dead);
+    pthread_join(thread, NULL);
+}
+
+/* Objects that scripts hold: given away or lent. */
+static int accounts;
+static void freeAccount(void* account) {
+    --accounts;
+    free(account);
+}
+static int openAccount(kestrel_call* call, void* data) {
+    (void)data;
+    kestrel_value value;
+    EXPECT(kestrel_call_get(call, 0, &value) == KESTREL_FINISHED);
+    int64_t* const balance = malloc(sizeof *balance);
+    *balance = value.as.number;
+    ++accounts;
+    value = kestrel_object(balance);
+    EXPECT(kestrel_call_result(call, &value) == KESTREL_FINISHED);
+    return kestrel_call_result(call, &value) != KESTREL_FINISHED;
+}
+static int balanceOf(kestrel_call* call, void* data) {
+    (void)data;
+    kestrel_value value;
+    EXPECT(kestrel_call_get(call, 0, &value) == KESTREL_FINISHED && value.type == KESTREL_OBJECT);
+    value = kestrel_long(value.as.object != NULL ? *(int64_t*)value.as.object : -1);
+    return kestrel_call_result(call, &value) != KESTREL_FINISHED;
+}
+static int closeAccount(kestrel_call* call, void* data) {
+    (void)data;
+    kestrel_value value;
+    kestrel_interpreter* own = kestrel_call_interpreter(call);
+    EXPECT(kestrel_call_get(call, 0, &value) == KESTREL_FINISHED);
+    EXPECT(kestrel_forget(own, "Owner", value.as.object) == KESTREL_REFUSED);
+    EXPECT(kestrel_forget(own, "Account", value.as.object) == KESTREL_FINISHED);
+    EXPECT(kestrel_forget(own, "Account", value.as.object) == KESTREL_REFUSED);
+    *(int64_t*)value.as.object = 0; /* which the call still holds */
+    return 0;
+}
+static int owner(kestrel_call* call, void* data) {
+    const kestrel_value value = kestrel_object(data);
+    return kestrel_call_result(call, &value) != KESTREL_FINISHED;
+}
+static void objects(void) {
+    const struct {
+        const char* text;
+        kestrel_status compiled;
+        kestrel_status executed;
+    } rows[] = {
+        {"Account a[]; a[1] = open(5); n = balance(a[1]); a[0] = open(2);", KESTREL_FINISHED, KESTREL_FINISHED},
+        {"open(1); open(2); n = balance(open(5));", KESTREL_FINISHED, KESTREL_FINISHED},
+        {"Account a = open(5); close(a); n = balance(a) + 6;", KESTREL_FINISHED, KESTREL_FINISHED},
+        {"Account a = open(5); close(a); close(a);", KESTREL_FINISHED, KESTREL_FAILED},
+        {"Account a; close(a);", KESTREL_FINISHED, KESTREL_FAILED},
+        {"close(owner());", KESTREL_INVALID, KESTREL_REFUSED},
+        {"Owner o = owner(); if (isSame(o, owner()) == 0) n = 5;", KESTREL_INVALID, KESTREL_REFUSED},
+    };
+    for (size_t i = 0; i < sizeof(rows) / sizeof(rows[0]); ++i) {
+        kestrel_interpreter* own = kestrel_interpreter_new(NULL, NULL);
+        kestrel_value n = kestrel_long(5);
+        int lent = 1;
+        EXPECT(kestrel_add_type(own, "Account", freeAccount) == KESTREL_FINISHED);
+        EXPECT(kestrel_add_type(own, "Owner", NULL) == KESTREL_FINISHED);
+        EXPECT(kestrel_add_type(own, "Owner", NULL) == KESTREL_REFUSED);
+        EXPECT(kestrel_add_type(own, "Long", NULL) == KESTREL_REFUSED);
+        EXPECT(kestrel_add_function(own, "Account open(Long balance)", openAccount, NULL, NULL) == KESTREL_FINISHED);
+        EXPECT(kestrel_add_function(own, "Long balance(Account? of)", balanceOf, NULL, NULL) == KESTREL_FINISHED);
+        EXPECT(kestrel_add_function(own, "Void close(Account a)", closeAccount, NULL, NULL) == KESTREL_FINISHED);
+        EXPECT(kestrel_add_function(own, "Owner owner()", owner, &lent, NULL) == KESTREL_FINISHED);
+        EXPECT(kestrel_add_function(own, "Void f(Account&)", owner, NULL, NULL) == KESTREL_REFUSED);
+        EXPECT(kestrel_add_function(own, "Void f(Stranger s)", owner, NULL, NULL) == KESTREL_REFUSED);
+        EXPECT(kestrel_declare(own, "n", &n) == KESTREL_FINISHED);
+        EXPECT(kestrel_compile(own, rows[i].text, KESTREL_NUL) == rows[i].compiled);
+        for (int run = 0; run < 3; ++run) EXPECT(kestrel_execute(own) == rows[i].executed);
+        EXPECT(accounts <= 4);
+        kestrel_variable* result = kestrel_variable_new(own, "n");
+        if (rows[i].compiled == KESTREL_FINISHED) {
+            EXPECT(kestrel_get(result, &n) == KESTREL_FINISHED && n.as.number == 5);
+            EXPECT(kestrel_variable_free(result) == KESTREL_FINISHED);
+        }
+        EXPECT(kestrel_interpreter_free(own) == KESTREL_FINISHED && accounts == 0);
+    }
+}
+
 static void prepare(kestrel_interpreter* interpreter, void* data) {
     kestrel_value one = kestrel_long(1);
     ++*(int*)data;
@@ -468,6 +605,8 @@ int main(void) {
     values();
     talk();
     nulls();
+    wrongHandles();
+    objects();
     programs();
     printf("%d failures\n", failures);
     return failures != 0;

@@ -17,6 +17,18 @@ const FND::String* ObjectTable::nameOf(const void* kind) const {
     return found != types_.end() ? &found->second : nullptr;
 }
 
+const void* ObjectTable::kindOf(const FND::String& name) const {
+    for (const auto& [kind, own] : types_) {
+        if (own == name) return kind;
+    }
+    return nullptr;
+}
+
+const Host::Place* ObjectTable::known(const void* kind, const void* object) const {
+    const auto found = index_.find({kind, object});
+    return found != index_.end() ? &entries_[found->second].place : nullptr;
+}
+
 long ObjectTable::give(const void* kind, const Host::Place& place) {
     if (place.object == nullptr) return 0;
     const auto [known, isNew] = index_.try_emplace({kind, place.object}, entries_.size());

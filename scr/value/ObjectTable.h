@@ -28,6 +28,8 @@ public:
     /// or the name is taken.
     bool addType(const void* kind, const FND::String& name);
     const TypeNames& typeNames() const { return names_; }
+    /// What stands for the class of the type `name`; null for none.
+    const void* kindOf(const FND::String& name) const;
     /// Null for a class without a type.
     const FND::String* nameOf(const void* kind) const;
 
@@ -41,6 +43,8 @@ public:
         const Entry& entry = entries_[index];
         return entry.generation == number >> 32 && entry.kind == kind ? &entry.place : nullptr;
     }
+    /// Where an object is that scripts have a handle of; null for others.
+    const Host::Place* known(const void* kind, const void* object) const;
     /// False when scripts have no handle of it.
     bool forget(const void* kind, const void* object);
 
