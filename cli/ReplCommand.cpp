@@ -1,12 +1,17 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "author/Completion.h"
 #include "author/SourceText.h"
@@ -34,8 +39,9 @@ constexpr const char* commandsHelpS =
     ":type EXPRESSION   the type of what it would come to; nothing is executed\n"
     ":time INPUT        executes it and tells how long that took\n"
     ":explain [CODE]    tells about a message, that of the last fault if no code is given\n"
-    ":records FILE      takes records from there: .csv and .tsv with a line of names, .jsonl, "
-    "lines\n"
+    ":records FILE...   takes records from there: .csv and .tsv with a line of names, .jsonl, "
+    "lines;\n"
+    "                   compressed ones too\n"
     ":next [N]          goes on by one record or by N, and executes the script given, if there is "
     "one\n"
     ":record            the record as it stands;  :fields  its fields\n"
@@ -45,7 +51,7 @@ constexpr const char* commandsHelpS =
 struct ReplOptions {
     ScriptOptions script;
     std::string file;
-    std::string records;
+    std::vector<std::string> records;
 };
 
 // A session of somebody who tries things.
@@ -54,7 +60,6 @@ public:
     explicit Session(const ReplOptions& options)
         : options_(options),
           log_(options.script.messageStyle("input")),
-          records_(SampleRecords::isJson(options.records), log_),
           functions_(Author::Functions::shipped()) {}
 
     ExitStatus run();
@@ -68,19 +73,23 @@ private:
     bool command(const std::string& text);  // whether the session goes on
     void execute(const std::string& text);
     bool show(const std::string& text, bool reports);
+    // Begins with the script anew: an interpreter with the functions for such records.
+    ExitStatus begin();
+    void endScript();
     void nextRecords(const std::string& count);
-    void openRecords(const std::string& path);
+    void openRecords(const std::string& paths);
     void showFields();
     void explain(const std::string& code);
     std::vector<std::string> complete(const std::string& line, std::size_t begin) const;
 
     const ReplOptions& options_;
     StderrLog log_;
-    SampleRecords records_;
+    std::unique_ptr<SampleRecords> records_;
     const Author::Functions functions_;
-    std::unique_ptr<SCR::Interpreter> interpreter_;
-    std::string declared_;  // what was executed so far, for completion
-    std::string script_;    // that is executed for each record
+    std::unique_ptr<SCR::Interpreter> interpreter_;  // uses the records
+    bool knowsFields_ = false;  // a function or the script may have numbers of fields
+    std::string declared_;      // what was executed so far, for completion
+    bool hasScript_ = false;    // one that is executed for each record
     std::string lastCode_;
 };
 
@@ -173,7 +182,12 @@ void Session::execute(const std::string& text) {
     for (const SCR::Diagnostic& message : interpreter_->diagnostics()) {
         if (!message.code.empty()) lastCode_ = message.code;
     }
-    if (isDone) declared_ += text + '\n';
+    if (!isDone) return;
+    declared_ += text + '\n';
+    for (const SCR::SourceToken& token : SCR::sourceTokens(text).tokens) {
+        knowsFields_ = knowsFields_ || token.word == SCR::Word::Function ||
+                       token.kind == SCR::SourceKind::IncludeLine;
+    }
 }
 
 void Session::perform(const std::string& text) {
@@ -193,16 +207,30 @@ void Session::perform(const std::string& text) {
     show(text, true);
 }
 
-void Session::openRecords(const std::string& path) {
-    if (path.empty()) return tell(":records FILE: the file is missing");
-    const bool isJson = records_.current().json != nullptr;
-    if (SampleRecords::isJson(path) != isJson) {
-        return tell("records in JSON and others need a session each: kestrel repl --records " +
-                    path);
-    }
-    const std::string fault = records_.open(path);
+// The files, which may have blanks in their names if there is one.
+std::vector<std::string> pathsIn(const std::string& text) {
+    if (access(text.c_str(), F_OK) == 0) return {text};
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), {}};
+}
+
+void Session::openRecords(const std::string& text) {
+    const std::vector<std::string> paths = pathsIn(text);
+    if (paths.empty()) return tell(":records FILE...: the file is missing");
+    const bool isJson = SampleRecords::isJson(paths[0]);
+    const bool wasJson = records_->current().json != nullptr;
+    const std::vector<std::string> before = records_->names().all();
+    auto other = isJson != wasJson ? std::make_unique<SampleRecords>(isJson, log_) : nullptr;
+    const std::string fault = (other ? other : records_)->open(paths);
     if (!fault.empty()) return tell(readable(fault));
-    const auto& names = records_.names().all();
+    const std::vector<std::string> names = (other ? other : records_)->names().all();
+    if (other || (knowsFields_ && names != before)) {
+        // What is compiled knows fields by their numbers.
+        endScript();
+        if (other) records_ = std::move(other);
+        begin();
+        tell("the fields are others: what was declared is forgotten");
+    }
     if (names.empty()) return;
     std::string line = "fields:";
     for (const std::string& name : names) line += ' ' + name;
@@ -210,28 +238,28 @@ void Session::openRecords(const std::string& path) {
 }
 
 void Session::nextRecords(const std::string& count) {
-    if (!records_.isOpen()) return tell("there are no records: :records FILE opens some");
+    if (!records_->isOpen()) return tell("there are no records: :records FILE opens some");
     long left = count.empty() ? 1 : std::atol(count.c_str());
     std::optional<std::string> fault;
     for (; left > 0; --left) {
-        fault = records_.next();
+        fault = records_->next();
         if (!fault) return tell("there are no more records");
     }
     if (!fault) return tell(":next N: by how many?");
-    Records::CurrentRecord& current = records_.current();
+    Records::CurrentRecord& current = records_->current();
     const std::string number = "record " + std::to_string(current.number);
-    if (!fault->empty()) return tell(number + ": " + *fault);
+    if (!fault->empty()) return tell(records_->isOpen() ? number + ": " + *fault : *fault);
     tell(number + ": " + readable(current.original));
-    if (script_.empty()) return;
+    if (!hasScript_) return;
     interpreter_->execute();
     if (current.isRejected()) tell("rejected: " + current.rejection().text());
     if (current.isDropped) tell("dropped");
 }
 
 void Session::showFields() {
-    Records::CurrentRecord& current = records_.current();
+    Records::CurrentRecord& current = records_->current();
     if (current.json != nullptr) return tell(readable(current.json->text()));
-    const auto& names = records_.names().all();
+    const auto& names = records_->names().all();
     for (std::size_t i = 0; i < names.size() || current.record.has(i); ++i) {
         const std::string name = i < names.size() ? names[i] : 'f' + std::to_string(i + 1);
         tell(readable(name) + " = " + readable(current.record.value(i)));
@@ -273,7 +301,7 @@ bool Session::command(const std::string& text) {
     } else if (word == ":next") {
         nextRecords(rest);
     } else if (word == ":record") {
-        Records::CurrentRecord& current = records_.current();
+        Records::CurrentRecord& current = records_->current();
         std::string record;
         if (current.json != nullptr) {
             record = current.json->text();
@@ -312,7 +340,7 @@ std::vector<std::string> Session::complete(const std::string& line, std::size_t 
     const std::string text = declared_ + line;
     const Author::SymbolIndex index(std::make_shared<Author::SourceText>("", text),
                                     [](std::string_view) { return nullptr; });
-    const auto fields = [&] { return records_.names().all(); };
+    const auto fields = [&] { return records_->names().all(); };
     for (const Author::Suggested& each : suggest(index, text.size(), functions_, fields)) {
         if ((prefix + each.label).starts_with(word)) words.push_back(prefix + each.label);
     }
@@ -321,34 +349,50 @@ std::vector<std::string> Session::complete(const std::string& line, std::size_t 
     return words;
 }
 
-ExitStatus Session::run() {
+ExitStatus Session::begin() {
+    knowsFields_ = !options_.file.empty();
+    hasScript_ = false;
+    declared_.clear();
     interpreter_ = options_.script.makeInterpreter(log_, recordZoneS);
     if (!interpreter_) return ExitStatus::Usage;
-    records_.addTo(*interpreter_);
+    interruptsAt(interpreter_.get());
+    records_->addTo(*interpreter_);
+    if (options_.file.empty()) {
+        interpreter_->compile("");
+        return ExitStatus::Success;
+    }
+    const auto script = readScript(options_.file, options_.script.mostBytes());
+    if (!script) return ExitStatus::Usage;
+    declared_ = *script + '\n';
+    log_.script(options_.file);
+    hasScript_ = interpreter_->compile(*script);
+    if (!hasScript_) interpreter_->compile("");
+    log_.script("input");
+    return hasScript_ ? ExitStatus::Success : ExitStatus::NotCompiled;
+}
+
+void Session::endScript() {
+    interruptsAt(nullptr);
+    interpreter_->finish();
+    interpreter_.reset();
+}
+
+ExitStatus Session::run() {
+    const bool isJson = !options_.records.empty() && SampleRecords::isJson(options_.records[0]);
+    records_ = std::make_unique<SampleRecords>(isJson, log_);
     if (!options_.records.empty()) {
-        const std::string fault = records_.open(options_.records);
+        const std::string fault = records_->open(options_.records);
         if (!fault.empty()) {
             report(fault);
             return ExitStatus::Usage;
         }
     }
-    if (!options_.file.empty()) {
-        const auto script = readScript(options_.file, options_.script.mostBytes());
-        if (!script) return ExitStatus::Usage;
-        script_ = *script;
-        declared_ = script_ + '\n';
-        log_.script(options_.file);
-        if (!interpreter_->compile(script_)) return ExitStatus::NotCompiled;
-        if (options_.records.empty()) interpreter_->execute();
-        log_.script("input");
-    } else {
-        interpreter_->compile("");
-    }
+    if (const ExitStatus status = begin(); status != ExitStatus::Success) return status;
+    if (options_.records.empty() && hasScript_) interpreter_->execute();
     const char* const home = std::getenv("HOME");
     LineInput input(
         [this](const std::string& line, std::size_t begin) { return complete(line, begin); },
         home != nullptr ? std::string(home) + "/.kestrel_history" : "");
-    interruptsAt(interpreter_.get());
     while (const auto text = read(input)) {
         const std::string stripped = withoutBlanks(*text);
         if (!stripped.starts_with(':')) {
@@ -370,8 +414,11 @@ void addReplCommand(CLI::App& app, Action& action) {
     CLI::App* command = app.add_subcommand(
         "repl", "Execute statements and show values as they are typed; :help tells more");
     options->script.declare(*command);
-    command->add_option("--records", options->records, "Take records from FILE, one at each :next")
-        ->type_name("FILE");
+    command
+        ->add_option("--records", options->records,
+                     "Take records from FILE, one at each :next; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
     command
         ->add_option("FILE", options->file,
                      "A script that is executed first, or for each record that is taken")

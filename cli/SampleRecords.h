@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "records/CurrentRecord.h"
 #include "records/FieldNames.h"
@@ -11,9 +12,9 @@
 
 namespace Cli {
 
-/// The records of a file, one after the other, for somebody who looks at them. The end of the
-/// file's name tells the format: ".csv" and ".tsv", whose first line names the fields, ".jsonl" and
-/// ".json"; other files are lines.
+/// The records of files, one after the other, for somebody who looks at them. The end of a file's
+/// name tells the format: ".csv" and ".tsv", whose first line names the fields, ".jsonl" and
+/// ".json"; other files are lines. Compressed files have ".gz" or ".zst" after that.
 class SampleRecords {
 public:
     /// `isJson`: scripts get the functions for JSON. Messages about records go to `log`.
@@ -24,10 +25,11 @@ public:
 
     /// Adds the functions of records to `interpreter`, which this object must outlive.
     void addTo(SCR::Interpreter& interpreter);
-    /// Goes on with the file `path`. "", or why it cannot be read.
-    std::string open(const std::string& path);
+    /// Goes on with these files, which must have the same fields. "", or why the first one cannot
+    /// be read.
+    std::string open(const std::vector<std::string>& paths);
     bool isOpen() const { return reader_ != nullptr; }
-    /// Takes the next record. None at the end of the file; otherwise "", or what is wrong.
+    /// Takes the next record. None at the end of the files; otherwise "", or what is wrong.
     std::optional<std::string> next();
 
     Records::CurrentRecord& current() { return current_; }
@@ -37,11 +39,14 @@ public:
 
 private:
     void close();
+    std::string openFile(const std::string& path, Records::FieldNames& names);
+    std::optional<std::string> nextOfFile();
 
     Records::CurrentRecord current_;
     Records::FieldNames names_;
     std::unique_ptr<Records::RecordReader> reader_;
     int descriptor_ = -1;
+    std::vector<std::string> paths_;  // that follow, the next one last
     std::string text_;
     std::int64_t number_ = 0;
 };

@@ -298,7 +298,6 @@ bool Interpreter::extend(const FND::String& text) {
 }
 
 bool Interpreter::State::extendScript(const FND::String& text) {
-    SymbolTable::Mark mark{};
     {
         const CompileScope scope(*this);
         if (!scope || !link->isReady) return false;
@@ -306,31 +305,38 @@ bool Interpreter::State::extendScript(const FND::String& text) {
         query.reset();
         control.giveBuffer(static_cast<std::size_t>(std::exchange(queryBuffers, 0)));
         places.truncate(scriptPlaces);
-        mark = symbols.mark();
         Observation* const observation = control.observation();
         const std::size_t declared = observation != nullptr ? observation->declared() : 0;
-        const bool isGood = enterRun(interpreter, [&] {
+        const bool isStarted = contain(interpreter, [&] {
+            symbols.startAddition();
+            return true;
+        });
+        const auto parse = [&] {
             const NodeMemory::Scope memory;
             ExpandedText expanded;
             if (!expand(text, expanded)) return false;
             const BufferCharge charge(expanded.storage.size());
             chargeBuffer(expanded.body.size());
             return SCR_parseScript(interpreter, expanded);
-        });
-        if (!isGood) {
-            symbols.rollBack(mark);
+        };
+        if (!isStarted) return false;
+        if (!enterRun(interpreter, parse)) {
+            symbols.dropAddition();
             if (observation != nullptr) observation->keepDeclared(declared);
             places.truncate(scriptPlaces);
             return false;
         }
-        scriptPlaces = places.size();
     }
-    const StatementList::Parts& parts = symbols.mainFunction()->parts();
     bool isDone = false;
     enterRun(interpreter, [&] {
-        isDone = parts.runFrom(mark.statements) == Node::goOn;
+        isDone = symbols.mainFunction()->parts().runFrom(symbols.addedFrom()) == Node::goOn;
         return true;
     });
+    if (symbols.keepAddition()) {
+        scriptPlaces = places.size();
+    } else {
+        places.truncate(scriptPlaces);
+    }
     return isDone;
 }
 

@@ -69,11 +69,22 @@ TEST_F(InterpreterTest, AScriptIsExtendedOrStaysAsItWas) {
     EXPECT_EQ(value("f() + v19"), "Long 39");
     EXPECT_EQ(value("w").substr(0, 12), "unknown name");
     EXPECT_TRUE(interpreter_.extend("String w[]; function Long g { return v7; } w[1] = \"a\";"));
-    EXPECT_FALSE(interpreter_.extend("Long v3;"));
     EXPECT_EQ(value("w"), "String[] 2 elements");
-    EXPECT_EQ(value("g() == 7"), "Bool true");
-    EXPECT_TRUE(interpreter_.execute());  // all of it, n begins with 1 again
-    EXPECT_EQ(value("f()"), "Long 21");
+    // Names are declared once more, but not twice at once; what is older keeps the older ones.
+    EXPECT_FALSE(interpreter_.extend("String v7; function Long g { return 1; } Long v7;"));
+    EXPECT_EQ(value("g() == v7"), "Bool true");
+    EXPECT_TRUE(
+        interpreter_.extend("String v7 = \"x\"; Long f; function Long n(Long k) { if (k "
+                            "== 0) { return 0; } return g() + n(k - 1); }"));
+    EXPECT_TRUE(
+        interpreter_.extend("function Long g { return 100; } if (true) { String s = "
+                            "\"block\"; v7 = v7 + s; }"));
+    EXPECT_EQ(value("v7"), "String \"xblock\"");
+    EXPECT_EQ(value("n(2) + g()"), "Long 114");
+    EXPECT_EQ(value("f()").substr(0, 3), "`f`");
+    EXPECT_TRUE(interpreter_.extend("function Long n { return f; } f = 3;"));
+    EXPECT_TRUE(interpreter_.execute());  // the script, and nothing that was added
+    EXPECT_EQ(value("n()"), "Long 3");
     EXPECT_FALSE(interpreter_.extend("return;"));
 }
 

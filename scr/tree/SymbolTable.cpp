@@ -58,8 +58,7 @@ void handlesIn(const Variable& variable, const std::function<void(long)>& visit)
 }  // namespace
 
 SymbolTable::~SymbolTable() {
-    mainFunction_.reset();
-    functions_.clear();
+    clearScript();
     globalIdentifiers_.clear();
     // In the order of insertion, since a container does not fix the order of destruction.
     for (std::unique_ptr<Extension>& extension : extensions_) extension.reset();
@@ -71,25 +70,53 @@ void SymbolTable::startScript() {
 }
 
 void SymbolTable::clearScript() {
+    addition_.reset();
     growing_.clear();
+    passing_.clear();
     statementStack_.clear();
     functions_.clear();
+    oldFunctions_.clear();
     mainFunction_.reset();
+    oldVariables_.clear();
 }
 
-SymbolTable::Mark SymbolTable::mark() const {
+void SymbolTable::startAddition() {
     const StatementList::Parts& parts = mainFunction_->parts();
-    return {parts.statements.size(), parts.identifiers ? parts.identifiers->size() : 0,
-            functions_.size(), growing_.size()};
+    addition_ = std::make_unique<Addition>();
+    addition_->statements = parts.statements.size();
+    addition_->names = parts.identifiers ? parts.identifiers->size() : 0;
+    addition_->functions = functions_.size();
+    addition_->growing = growing_.size();
+    addition_->oldVariables = oldVariables_.size();
+    addition_->oldFunctions = oldFunctions_.size();
 }
 
-void SymbolTable::rollBack(const Mark& mark) noexcept {
+void SymbolTable::dropAddition() noexcept {
     StatementList::Parts& parts = mainFunction_->parts();
     statementStack_.resize(1);
-    growing_.resize(mark.growing);
-    parts.statements.resize(mark.statements);
-    functions_.truncate(mark.functions);
-    if (parts.identifiers) parts.identifiers->truncate(mark.names);
+    growing_.resize(addition_->growing);
+    passing_.clear();
+    parts.statements.resize(addition_->statements);
+    for (; oldFunctions_.size() > addition_->oldFunctions; oldFunctions_.pop_back()) {
+        Replaced<Function>& old = oldFunctions_.back();
+        functions_.exchange(old.name, old.value.release());
+    }
+    functions_.truncate(addition_->functions);
+    for (; oldVariables_.size() > addition_->oldVariables; oldVariables_.pop_back()) {
+        Replaced<Variable>& old = oldVariables_.back();
+        parts.identifiers->exchange(old.name, old.value.release());
+    }
+    if (parts.identifiers) parts.identifiers->truncate(addition_->names);
+    addition_.reset();
+}
+
+bool SymbolTable::keepAddition() noexcept {
+    mainFunction_->parts().statements.resize(addition_->statements);
+    passing_.clear();
+    const bool hasFunctions =
+        functions_.size() > addition_->functions || oldFunctions_.size() > addition_->oldFunctions;
+    addition_.reset();
+    return hasFunctions;
 }
 
 bool SymbolTable::pushStatement(Node* block, Node* open) {
@@ -116,13 +143,30 @@ bool SymbolTable::addIdentifier(const FND::String& name, Variable* variable) {
     // The function of a descriptor follows.
     if (variable->dataType() == TypeCode::Function) functions_.prefetch(name);
     Node* const block = topStatement();
-    makeRoom(growing_);
-    if (block == nullptr || !block->addIdentifier(name, variable)) return false;
+    // A block outside of functions is executed once and ends.
+    const bool isPassing = addition_ != nullptr && statementStack_.size() > 1 &&
+                           dynamic_cast<const Function*>(statementStack_[1]) == nullptr;
+    std::vector<const Variable*>& growing = isPassing ? passing_ : growing_;
+    makeRoom(growing);
+    if (block == nullptr) return false;
+    if (addition_ == nullptr || statementStack_.size() > 1) {
+        if (!block->addIdentifier(name, variable)) return false;
+    } else if (!declareOnceMore(name, variable)) {
+        return false;
+    }
     const int type = Node::baseType(variable->dataType());
     if (type == TypeCode::String || type == TypeCode::Array || type == TypeCode::Hash ||
         type == TypeCode::Adt) {
-        growing_.push_back(variable);
+        growing.push_back(variable);
     }
+    return true;
+}
+
+bool SymbolTable::declareOnceMore(const FND::String& name, Variable* variable) {
+    if (!addition_->declared.insert(name).second) return false;
+    if (mainFunction_->addIdentifier(name, variable)) return true;
+    oldVariables_.push_back({name, nullptr});
+    oldVariables_.back().value = mainFunction_->parts().identifiers->exchange(name, variable);
     return true;
 }
 
@@ -143,7 +187,11 @@ Variable* SymbolTable::getVariable(const FND::String& module, const FND::String&
 
 bool SymbolTable::pushFunction(const FND::String& name, Function* function) {
     makeRoom(statementStack_);
-    if (!functions_.insert(name, function)) return false;
+    if (!functions_.insert(name, function)) {
+        if (addition_ == nullptr) return false;
+        oldFunctions_.push_back({name, nullptr});
+        oldFunctions_.back().value = functions_.exchange(name, function);
+    }
     statementStack_.push_back(function);
     return true;
 }
@@ -177,11 +225,13 @@ void SymbolTable::insertExtension(Extension* extension) {
 std::size_t SymbolTable::heapBytes() const {
     std::size_t bytes = 0;
     for (const Variable* variable : growing_) bytes += SCR::heapBytes(*variable);
+    for (const Variable* variable : passing_) bytes += SCR::heapBytes(*variable);
     return bytes;
 }
 
 void SymbolTable::visitHandles(const std::function<void(long)>& visit) const {
     for (const Variable* variable : growing_) handlesIn(*variable, visit);
+    for (const Variable* variable : passing_) handlesIn(*variable, visit);
 }
 
 }  // namespace SCR

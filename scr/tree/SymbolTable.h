@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "fnd/String.h"
@@ -28,16 +29,15 @@ public:
 
     /// Begins a script with an empty main function as its only open block.
     void startScript();
-    /// How much of a script there is.
-    struct Mark {
-        std::size_t statements;  ///< of the main function
-        std::size_t names;       ///< declared in it
-        std::size_t functions;
-        std::size_t growing;
-    };
-    Mark mark() const;
-    /// Destroys what was added to the script since then.
-    void rollBack(const Mark& mark) noexcept;
+    /// What follows is added to the script. A name of the script may be declared once more in it,
+    /// outside of functions and blocks: the script goes on with what it meant before.
+    void startAddition();
+    /// Destroys what was added, and the names mean what they meant before.
+    void dropAddition() noexcept;
+    /// Keeps what was declared, and destroys the statements. Gives whether functions are among it.
+    bool keepAddition() noexcept;
+    /// The number of the first statement that was added to the main function.
+    std::size_t addedFrom() const { return addition_->statements; }
     /// Destroys the script.
     void clearScript();
     /// Null when there is no script.
@@ -77,13 +77,35 @@ public:
     void visitHandles(const std::function<void(long)>& visit) const;
 
 private:
+    template <class Value>
+    struct Replaced {
+        FND::String name;
+        std::unique_ptr<Value> value;
+    };
+    // What the script had before the addition, and what was declared in it.
+    struct Addition {
+        std::size_t statements;
+        std::size_t names;
+        std::size_t functions;
+        std::size_t growing;
+        std::size_t oldVariables;
+        std::size_t oldFunctions;
+        std::set<FND::String> declared;
+    };
+    bool declareOnceMore(const FND::String& name, Variable* variable);
+
     std::vector<Node*> statementStack_;
     std::map<FND::String, std::unique_ptr<Variable>> globalIdentifiers_;
     std::unique_ptr<Function> mainFunction_;
     NameTable<Function> functions_;
     std::vector<std::unique_ptr<Extension>> extensions_;
-    std::vector<const Variable*>
-        growing_;  // the script's variables that may take memory or hold handles
+    // The script's variables that may take memory or hold handles.
+    std::vector<const Variable*> growing_;
+    std::unique_ptr<Addition> addition_;
+    std::vector<const Variable*> passing_;  // the same for those that end with the addition
+    // What names meant before they were declared once more. The script uses it.
+    std::vector<Replaced<Variable>> oldVariables_;
+    std::vector<Replaced<Function>> oldFunctions_;
 };
 
 }  // namespace SCR

@@ -55,6 +55,15 @@ public:
         return entry != nullptr ? entry->value.get() : nullptr;
     }
 
+    /// Puts `value`, which the table owns then, in the place of the one of `name`, and gives that.
+    /// Null: there is none, and nothing changed.
+    std::unique_ptr<Value> exchange(std::string_view name, Value* value) {
+        for (Entry* entry = first_; entry != nullptr; entry = entry->next) {
+            if (entry->has(name)) return std::exchange(entry->value, std::unique_ptr<Value>(value));
+        }
+        return nullptr;
+    }
+
     /// Prefetches the memory that `insert` and `find` of `name` read first, so that they wait less.
     void prefetch(std::string_view name) const {
         if (!slots_.empty()) __builtin_prefetch(&slots_[keyHash(name) & (slots_.size() - 1)]);
