@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,13 +37,17 @@ Author::Json sourceOf(const std::string& path) {
     return {{"name", path.substr(path.rfind('/') + 1)}, {"path", error ? path : full}};
 }
 
+}  // namespace
+
 // While it lives, what is written to a descriptor goes to the client.
-class Capture {
+class DebugAdapter::Capture {
 public:
     using Take = std::function<void(const char* category, std::string_view text)>;
 
     Capture(int descriptor, const char* category, Take take)
-        : descriptor_(descriptor), before_(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)) {
+        : descriptor_(descriptor),
+          before_(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)),
+          asked_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
         std::array<int, 2> ends{};
         if (before_ < 0 || pipe2(ends.data(), O_CLOEXEC) != 0) return;
         dup2(ends[1], descriptor);
@@ -59,18 +64,33 @@ public:
         if (before_ >= 0) dup2(before_, descriptor_);
         if (before_ >= 0) close(before_);
         if (reader_.joinable()) reader_.join();
+        if (asked_ >= 0) close(asked_);
+    }
+
+    /// Waits until what was written so far has been taken. Any thread.
+    void drain() {
+        std::unique_lock lock(mutex_);
+        if (!reader_.joinable() || asked_ < 0) return;
+        const std::int64_t wanted = ++drains_;
+        const std::uint64_t one = 1;
+        if (write(asked_, &one, sizeof one) < 0) return;
+        drained_.wait(lock, [&] { return done_ >= wanted; });
     }
 
 private:
-    void read(int from, const char* category, const Take& take) const {
+    void read(int from, const char* category, const Take& take) {
         std::array<char, 4096> block;
         for (;;) {
             // A program that the script started may keep the other end.
             constexpr int wait = 50;
-            pollfd input{from, POLLIN, 0};
-            const int found = poll(&input, 1, wait);
+            std::array<pollfd, 2> inputs{pollfd{from, POLLIN, 0}, pollfd{asked_, POLLIN, 0}};
+            const int found = poll(inputs.data(), inputs.size(), wait);
             if (found == 0 && isOver_) return;
             if (found <= 0) continue;
+            if (inputs[0].revents == 0) {
+                tellDrained();
+                continue;
+            }
             const ssize_t count = ::read(from, block.data(), block.size());
             if (count < 0 && errno == EINTR) continue;
             if (count <= 0) return;
@@ -78,13 +98,23 @@ private:
         }
     }
 
+    void tellDrained() {
+        const std::lock_guard lock(mutex_);
+        std::uint64_t count = 0;
+        if (::read(asked_, &count, sizeof count) > 0) done_ += static_cast<std::int64_t>(count);
+        drained_.notify_all();
+    }
+
     const int descriptor_;
     const int before_;
+    const int asked_;
+    std::mutex mutex_;
+    std::condition_variable drained_;
+    std::int64_t drains_ = 0;
+    std::int64_t done_ = 0;
     std::atomic<bool> isOver_{false};
     std::thread reader_;
 };
-
-}  // namespace
 
 DebugAdapter::DebugAdapter(int input, int output, ScriptRun* run)
     : debugger_(*this),
@@ -131,15 +161,23 @@ ExitStatus DebugAdapter::run() {
     const auto take = [this](const char* category, std::string_view text) {
         event("output", {{"category", category}, {"output", text}});
     };
-    const Capture output(STDOUT_FILENO, "stdout", take);
-    const Capture errors(STDERR_FILENO, "stderr", take);
+    output_ = std::make_unique<Capture>(STDOUT_FILENO, "stdout", take);
+    errors_ = std::make_unique<Capture>(STDERR_FILENO, "stderr", take);
     while (!isOver_) {
         const auto message = connection_.next();
         if (!message) break;
         handle(*message);
     }
     finish();
+    errors_.reset();
+    output_.reset();
     return ExitStatus::Success;
+}
+
+void DebugAdapter::drain() {
+    flushOutput(false);
+    output_->drain();
+    errors_->drain();
 }
 
 void DebugAdapter::finish() {
@@ -321,7 +359,7 @@ void DebugAdapter::startIfReady() {
 void DebugAdapter::runScript() {
     event("thread", {{"reason", "started"}, {"threadId", threadS}});
     const ExitStatus status = debugger_.run(*given_);
-    flushOutput(false);
+    drain();
     event("exited", {{"exitCode", static_cast<int>(status)}});
     event("terminated");
 }
@@ -482,6 +520,7 @@ Debugger::Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
     if (stop.reason == Reason::Reject) body["description"] = "Rejects the record";
     if (stop.reason == Reason::Message) body["description"] = "Message";
     if (!stop.text.empty()) body["text"] = readable(stop.text);
+    drain();
     event("stopped", body);
     while (!resume_) {
         if (tasks_.empty()) {

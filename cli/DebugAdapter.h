@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -35,6 +36,7 @@ public:
     void print(std::string_view text) override;
 
 private:
+    class Capture;
     using Json = Author::Json;
     using Method = Json (DebugAdapter::*)(const Json& arguments);
     struct Request;
@@ -60,6 +62,8 @@ private:
     void runScript();
     void resume(Debugger::Resume how);
     void finish();
+    /// The client is told all that was written so far before what follows.
+    void drain();
 
     Json initialize(const Json& arguments);
     Json launch(const Json& arguments);
@@ -100,6 +104,8 @@ private:
     std::unique_ptr<ScriptRun> own_;
     std::mutex outputMutex_;
     int lastSent_ = 0;
+    std::unique_ptr<Capture> output_;  // while it runs
+    std::unique_ptr<Capture> errors_;
     bool isInitialized_ = false;
     bool isConfigured_ = false;
     bool isLaunched_ = false;

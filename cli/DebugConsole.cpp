@@ -1,13 +1,17 @@
 #include "cli/DebugConsole.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdint>
-#include <iostream>
-#include <sstream>
+#include <utility>
 
 #include "cli/MessageText.h"
+#include "cli/RecordOptions.h"
 #include "scr/Output.h"
 
 namespace Cli {
@@ -32,6 +36,12 @@ constexpr const char* debugHelpS =
 Debugger* debuggedG = nullptr;
 
 extern "C" void pauseAtSignal(int /*signal*/) {
+    if (debuggedG != nullptr) debuggedG->pause();
+}
+
+// The script stops, and the prompt gets no line.
+extern "C" void endAtSignal(int /*signal*/) {
+    stopJobs();
     if (debuggedG != nullptr) debuggedG->pause();
 }
 
@@ -90,6 +100,10 @@ ExitStatus DebugConsole::run(ScriptRun& run) {
     debuggedG = &debugger_;
     catchSignals();
     sigaction(SIGINT, &action, &before);
+    action.sa_handler = endAtSignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
     run.records().keepsSignals();
     const ExitStatus status = debugger_.run(run);
     sigaction(SIGINT, &before, nullptr);
@@ -142,18 +156,40 @@ Debugger::Resume DebugConsole::stopped(const Debugger::Stop& stop) {
     for (;;) {
         SCR::standardOutput().write("(debug) ");
         flushOutput(true);
-        std::string line;
-        if (!std::getline(std::cin, line)) {
+        const std::optional<std::string> typed = readLine();
+        if (!typed) {
             say("");
             return Debugger::Resume::End;
         }
-        line = stripped(line);
+        std::string line = stripped(*typed);
         if (line.empty()) line = last_;
         const auto resume = perform(line);
         if (!resume) continue;
         debugger_.forgetPause();  // Ctrl-C at the prompt
         return *resume;
     }
+}
+
+std::optional<std::string> DebugConsole::readLine() {
+    std::size_t end = input_.find('\n');
+    while (end == std::string::npos) {
+        // A signal that ends the command is heard here, too.
+        stopSignal().waitForInput(STDIN_FILENO);
+        if (stopSignal().isRaised()) return std::nullopt;
+        std::array<char, 4096> block;
+        const ssize_t count = read(STDIN_FILENO, block.data(), block.size());
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (count <= 0) {
+            if (input_.empty()) return std::nullopt;
+            return std::exchange(input_, {});
+        }
+        const std::size_t before = input_.size();
+        input_.append(block.data(), static_cast<std::size_t>(count));
+        end = input_.find('\n', before);
+    }
+    std::string line = input_.substr(0, end);
+    input_.erase(0, end + 1);
+    return line;
 }
 
 std::optional<Debugger::Resume> DebugConsole::perform(const std::string& line) {

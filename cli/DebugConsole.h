@@ -22,6 +22,8 @@ public:
 private:
     using Kind = Debugger::Breakpoint::Kind;
 
+    // The next line of the user; none at the end, and when a signal ends the command.
+    std::optional<std::string> readLine();
     // Whether the script goes on then, and how.
     std::optional<Debugger::Resume> perform(const std::string& line);
     void addBreakpoint(std::string text);
@@ -38,6 +40,7 @@ private:
     std::size_t frame_ = 0;
     int listed_ = 0;  // the line after those shown last
     std::string last_;
+    std::string input_;  // was read, but not yet as a line
 };
 
 }  // namespace Cli

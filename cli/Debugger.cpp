@@ -177,6 +177,7 @@ void Debugger::place() {
     for (Placed& each : placed_) {
         Breakpoint& breakpoint = each.breakpoint;
         const bool isNew = isOther || (!breakpoint.isPlaced && breakpoint.fault.empty());
+        if (isOther) each.last.clear();
         if (isNew) {
             breakpoint.isPlaced = place(each);
             if (breakpoint.isPlaced) breakpoint.fault.clear();
@@ -295,16 +296,48 @@ bool Debugger::applies(Placed& placed) {
     return hasRecords_ || breakpoint.number == 0 || ++placed.reached == breakpoint.number;
 }
 
+namespace {
+
+const FND::String* textOf(const SCR::Variable& variable) {
+    return SCR::Node::baseType(variable.dataType()) == SCR::TypeCode::String
+               ? &static_cast<const SCR::StringVariable&>(variable).value()
+               : nullptr;
+}
+
+// What differs, of long texts the part where they do.
+std::string describeChange(const FND::String& before, const FND::String& after, bool isText) {
+    if (!isText) return readable(before) + " -> " + readable(after);
+    constexpr std::size_t context = 20;
+    constexpr std::size_t most = 200;
+    const auto place = std::mismatch(before.begin(), before.end(), after.begin(), after.end());
+    const auto same = static_cast<std::size_t>(place.first - before.begin());
+    const bool isShort = before.size() <= most && after.size() <= most;
+    const std::size_t from = isShort ? 0 : same - std::min(same, context);
+    const auto part = [&](std::string_view text) {
+        std::string shown(text.substr(std::min(from, text.size()), most));
+        shown = '"' + shown + '"';
+        return from + most < text.size() ? shown + "..." : shown;
+    };
+    const std::string where =
+        from > 0 ? "from byte " + std::to_string(from + 1) + " on " : std::string();
+    return where + readable(part(before)) + " -> " + readable(part(after));
+}
+
+}  // namespace
+
 std::optional<Debugger::Stop> Debugger::changed(Placed& placed) {
     const std::string& name = placed.breakpoint.name;
     for (const SCR::ObservedName& known : namesAt(calls_.back().site)) {
         if (known.name != name) continue;
-        std::string value = SCR::valueText(*known.variable);
-        if (value == placed.last) return std::nullopt;
-        const std::string before = std::exchange(placed.last, value);
-        if (before.empty()) return std::nullopt;  // seen for the first time
-        return Stop{Reason::Change, placed.breakpoint.id,
-                    name + ": " + readable(before) + " -> " + readable(value)};
+        const FND::String* const text = textOf(*known.variable);
+        const FND::String shown = text == nullptr ? SCR::valueText(*known.variable) : FND::String();
+        const FND::String& value = text != nullptr ? *text : shown;
+        const auto [last, isFirst] = placed.last.try_emplace(known.variable, value);
+        if (isFirst || last->second == value) return std::nullopt;
+        std::string change = name + ": ";
+        change += describeChange(last->second, value, text != nullptr);
+        last->second = value;
+        return Stop{Reason::Change, placed.breakpoint.id, std::move(change)};
     }
     return std::nullopt;
 }

@@ -156,7 +156,8 @@ private:
         std::size_t site = SCR::ObservedSite::none;
         std::unique_ptr<SCR::Expression> condition;
         std::int64_t reached = 0;
-        std::string last;  // the value that is watched
+        // What is watched has for each variable of the name.
+        std::map<const SCR::Variable*, FND::String> last;
     };
 
     void look(bool isStatement);

@@ -57,7 +57,7 @@ std::string SampleRecords::open(const std::vector<std::string>& paths) {
 
 std::string SampleRecords::openFile(const std::string& path, Records::FieldNames& names) {
     close();
-    descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor_ < 0) return path + ": " + std::strerror(errno);
     const std::string_view name = plainName(path);
     const bool hasColumns = name.ends_with(".csv") || name.ends_with(".tsv");

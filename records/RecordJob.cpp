@@ -43,7 +43,9 @@ bool isBlank(std::string_view text) {
 class RecordJob::Input {
 public:
     explicit Input(const std::string& path)
-        : descriptor_(path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+        // One that nobody writes to yet is waited for like any other.
+        : descriptor_(path == "-" ? STDIN_FILENO
+                                  : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
     ~Input() {

@@ -1,4 +1,6 @@
 // Speaks with `kestrel debug --dap` as an editor does, by the transcript in debug.txt.
+#include <sys/stat.h>
+
 #include "Program.h"
 
 namespace {
@@ -32,6 +34,17 @@ public:
             .value("body", Json());
     }
 
+    /// The output that was told last before the event `name`, which has not been told yet.
+    Json lastOutputBefore(const std::string& name) {
+        Json output;
+        waitFor([&](const Json& message) {
+            const std::string event = message.value("event", "");
+            if (event == "output") output = message["body"];
+            return event == name;
+        });
+        return output;
+    }
+
 private:
     int last_ = 0;
 };
@@ -49,6 +62,10 @@ protected:
             client_->request("initialize", {{"adapterID", "kestrel"}});
         } else if (action == "event") {
             return client_->event(name, json);
+        } else if (action == "last") {
+            return client_->lastOutputBefore(name);
+        } else if (action == "pipe") {
+            EXPECT_EQ(mkfifo((folder_.path() + "/" + name).c_str(), 0600), 0);
         } else if (action == "send") {
             sent_ = client_->send(name, json);
         } else if (action == "answer") {
