@@ -46,6 +46,9 @@ th.l, td.l { text-align:left; } td.l { white-space:normal; overflow-wrap:anywher
 a { color:inherit; } .meter { display:inline-block; width:130px; height:9px; border-radius:5px;
   background:var(--no); overflow:hidden; vertical-align:middle; }
 .meter i { display:block; height:100%; background:var(--yesink); }
+@media (max-width:640px) { body { font-size:13px; } main { padding:16px 10px 40px; }
+  main > table { display:block; overflow-x:auto; } main > table td:first-child { min-width:8em; }
+  td, th { padding:3px 6px; } .source td { padding:0 5px; } .bar, .meter { display:none; } }
 )";
 
 constexpr std::array<std::string_view, 16> wordsS{

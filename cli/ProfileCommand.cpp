@@ -118,6 +118,10 @@ const char* nameOf(SCR::CodeTier tier) {
 
 std::string about(const ProfileOptions& options, const Observations& observations,
                   const Profile& profile) {
+    if (observations.samples() == 0) {
+        return std::string("Too short for a sample, so no times are known") +
+               (profile.hasCounts ? "; the counts are exact" : "");
+    }
     return milliseconds(profile.time) + " ms in the script, " +
            percent(profile.code, std::max<std::int64_t>(profile.time, 1)) +
            " % of it in code (tier " + nameOf(options.run.script().tier()) + "), " +

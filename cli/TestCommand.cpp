@@ -303,6 +303,7 @@ std::size_t update(std::vector<std::string>& lines, const std::vector<const Job*
             if (section != nullptr) {
                 change.begin = section->header;
                 change.end = section->end;
+                if (name != "log") change.lines[0] = lines[section->header];
             }
             std::istringstream text(printable(actual));
             for (std::string line; std::getline(text, line);) change.lines.push_back(line);
@@ -401,7 +402,12 @@ ExitStatus run(const TestOptions& options) {
         if (files.empty()) return ExitStatus::Usage;
         for (const std::string& file : files) {
             lines[file] = linesOfFile(file);
-            for (TestCase& test : casesOf(lines[file], file)) {
+            std::vector<TestCase> tests = casesOf(lines[file], file);
+            if (tests.empty()) {
+                report(file + ": no cases, which begin with a line === TITLE");
+                return ExitStatus::Usage;
+            }
+            for (TestCase& test : tests) {
                 Job job{file, std::move(test), {}};
                 if (isWanted(options, job)) jobs.push_back(std::move(job));
             }
