@@ -75,6 +75,38 @@ that the record does not have adds a column. `recordDrop();` leaves the record o
 
 )page";
 
+constexpr std::string_view modulesS = R"page(## Modules
+
+`use text;` at the top of a script gives it the functions of a module, which are called with its name, as in
+`text::trim(s)`. `kestrel functions MODULE` lists them: `text` (searching, splitting, Unicode), `list` (sorting,
+joining, counting), `codec` (JSON, hashes, encodings), `check` (numbers with check digits), `time` (named zones,
+durations), `math`, `net` (addresses), `sys` (programs, folders).
+
+)page";
+
+constexpr std::string_view toolsS = R"page(## Try what you wrote
+
+None of these needs a terminal. Each message has the line, a code and often the change to make.
+
+- `kestrel check FILE` compiles and warns; nothing runs. Do this first, until it says nothing.
+- `printf '%s\n' 'STATEMENT;' 'EXPRESSION' | kestrel repl FILE` executes the script, then each line, and shows the
+  value of an expression. `:type EXPRESSION` shows its type, `:records FILE` and `:next` take records.
+- `kestrel run FILE --records DATA --header --dry-run 5` shows what becomes of the first five records, and
+  writes nothing.
+- `kestrel why FILE --records DATA --header --record 3` tells each statement that ran on record 3, the values in
+  each condition, which case was chosen, and what was assigned. `--json` gives it as JSON.
+- `printf '%s\n' 'b LINE' c v 'p EXPRESSION' bt q | kestrel debug FILE` stops at a line, shows variables, a value
+  and the calls.
+- `kestrel test FOLDER` runs the cases in files `*.cases` and shows what differs. A case is a line
+  `=== TITLE`, then `--- script FILE`, `--- options --header`, `--- records`, `--- written`, `--- rejects`,
+  `--- output` and `--- checks`, each followed by its text; a check is a Bool expression such as
+  `perMinute("4915112345") == 0.19`.
+- `kestrel run FILE --coverage OUT.html` shows the lines, branches and cases that were executed,
+  `kestrel profile FILE` where the time goes.
+- `kestrel fmt FILE` at the end.
+
+)page";
+
 constexpr std::string_view examplesS = R"page(## Examples
 
 ```kestrel
@@ -174,6 +206,8 @@ void writePage() {
     lines.clear();
     for (const SCR::ModuleFunction& row : Records::recordManual().functions) add(lines, row);
     write(lines);
+    write(modulesS);
+    write(toolsS);
     write(examplesS);
 }
 
