@@ -69,6 +69,15 @@ std::size_t LineTable::offset(std::string_view text, Position position) const {
     return at;
 }
 
+Position PositionWalk::to(std::size_t offset) {
+    while (position_.line + 1 < lines_.count() && lines_.begin(position_.line + 1) <= offset) {
+        at_ = lines_.begin(++position_.line);
+        position_.column = 0;
+    }
+    for (; at_ < offset; ++at_) position_.column += unitsOf(text_[at_]);
+    return position_;
+}
+
 SourceText::SourceText(std::string path, std::string text)
     : path_(std::move(path)),
       text_(std::move(text)),

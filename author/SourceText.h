@@ -42,6 +42,22 @@ private:
     std::vector<std::size_t> columns_;  // of every 512th byte, and of the end
 };
 
+/// Counts the columns of one place after the other.
+class PositionWalk {
+public:
+    /// Both must live as long.
+    PositionWalk(std::string_view text, const LineTable& lines) : text_(text), lines_(lines) {}
+    /// The same as `LineTable::position`, for an `offset` in the text that is not before the one
+    /// asked for last.
+    Position to(std::size_t offset);
+
+private:
+    const std::string_view text_;
+    const LineTable& lines_;
+    std::size_t at_ = 0;
+    Position position_;
+};
+
 /// A text that does not change, with its tokens and lines.
 class SourceText {
 public:

@@ -78,6 +78,8 @@ public:
     };
     const std::vector<Included>& included() const { return included_; }
 
+    /// The numbers of the uses in file `file`, in the order of the text.
+    const std::vector<std::size_t>& usesIn(std::size_t file) const { return usesOfFile_[file]; }
     /// The name of file `file` at `offset`, also right after it; null for none.
     const Use* useAt(std::size_t file, std::size_t offset) const;
     /// The symbols that can be named in the script at `offset`, the innermost first; each name

@@ -186,8 +186,13 @@ void Connection::notify(const std::string& method, Json params) {
     send({{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(params)}});
 }
 
-void Connection::send(const Json& message) {
-    const std::string body = textOf(message);
+void Connection::replyWritten(const Json& id, const std::string& result) {
+    sendText(R"({"jsonrpc":"2.0","id":)" + textOf(id) + R"(,"result":)" + result + '}');
+}
+
+void Connection::send(const Json& message) { sendText(textOf(message)); }
+
+void Connection::sendText(const std::string& body) {
     const std::string text = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
     const std::lock_guard lock(outputMutex_);
     for (std::string_view rest = text; !rest.empty();) {

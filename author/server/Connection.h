@@ -48,11 +48,14 @@ public:
 
     // Any thread.
     void reply(const Json& id, Json result);
+    /// The same with a result that is written as JSON already.
+    void replyWritten(const Json& id, const std::string& result);
     void fail(const Json& id, Error code, const std::string& message);
     void notify(const std::string& method, Json params);
     void send(const Json& message);
 
 private:
+    void sendText(const std::string& body);
     void read();
     // The text of the next message; none at the end of the input.
     std::optional<std::string> readMessage();

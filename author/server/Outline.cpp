@@ -1,5 +1,9 @@
 // What a whole text looks like.
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "author/server/Server.h"
@@ -117,7 +121,16 @@ Json Server::semanticTokens(const Json& params) {
     if (!place) return nullptr;
     Coloured& known = coloured_[place->document->uri()];
     known = {std::to_string(++lastColoured_), colours(*place)};
-    return {{"resultId", known.id}, {"data", known.data}};
+    // Of a long script these are some hundred thousand numbers.
+    written_ = R"({"resultId":")" + known.id + R"(","data":[)";
+    std::array<char, 16> digits;
+    for (const std::uint32_t number : known.data) {
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+        written_.append(digits.data(), end.ptr) += ',';
+    }
+    if (written_.back() == ',') written_.pop_back();
+    written_ += "]}";
+    return nullptr;
 }
 
 Json Server::semanticChanges(const Json& params) {
@@ -163,9 +176,10 @@ std::vector<std::uint32_t> Server::colours(const Where& where, std::size_t first
     const auto& tokens = text.tokens();
     std::vector<std::uint32_t> data;
     Position before;
+    PositionWalk walk(text.text(), text.lines());
     const auto put = [&](std::size_t begin, std::size_t end, int type, int modifiers) {
-        const Position at = text.position(begin);
-        const Position to = text.position(end);
+        const Position at = walk.to(begin);
+        const Position to = walk.to(end);
         if (to.column <= at.column) return;
         data.push_back(static_cast<std::uint32_t>(at.line - before.line));
         data.push_back(static_cast<std::uint32_t>(at.line == before.line ? at.column - before.column
@@ -178,6 +192,15 @@ std::vector<std::uint32_t> Server::colours(const Where& where, std::size_t first
     const std::size_t first = text.offset({firstLine, 0});
     const std::size_t last =
         lastLine == std::string::npos ? lastLine : text.offset({lastLine + 1, 0});
+    const auto& uses = index.usesIn(0);
+    std::size_t next = 0;  // of them
+    // Names are few, and used often.
+    std::unordered_map<std::string_view, bool> ofLibrary;
+    const auto isOfLibrary = [&](std::string_view name) {
+        const auto [known, isNew] = ofLibrary.try_emplace(name, false);
+        if (isNew) known->second = functions_.find(name, index.modules()) != nullptr;
+        return known->second;
+    };
     std::vector<bool> switches;  // the open braces: whether each begins cases of patterns
     bool isPatternSwitch = false;
     bool isLabel = false;
@@ -202,8 +225,9 @@ std::vector<std::uint32_t> Server::colours(const Where& where, std::size_t first
         const bool isAfterMatch = i > 0 && text.textOf(tokens[i - 1]) == "=~";
         if (type == TokenType::String && (isLabel || isAfterMatch)) type = TokenType::Pattern;
         if (token.kind == SourceKind::Name || token.kind == SourceKind::ModuleName) {
-            const Use* const use = index.useAt(0, token.begin);
-            if (use == nullptr) continue;
+            while (next < uses.size() && index.uses()[uses[next]].at.begin < token.begin) ++next;
+            const Use* const use = next < uses.size() ? &index.uses()[uses[next]] : nullptr;
+            if (use == nullptr || use->at.begin != token.begin) continue;
             type = TokenType::Variable;
             if (use->symbol != SymbolIndex::none) {
                 const Symbol& symbol = index.symbols()[use->symbol];
@@ -216,7 +240,7 @@ std::vector<std::uint32_t> Server::colours(const Where& where, std::size_t first
                 type = TokenType::Property;
             } else if (use->kind == Use::Kind::Module) {
                 type = TokenType::Namespace;
-            } else if (functions_.find(text.textOf(token), index.modules()) != nullptr) {
+            } else if (isOfLibrary(text.textOf(token))) {
                 type = TokenType::Function;
                 modifiers |= Modifier::OfLibrary;
             }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 #include "author/Format.h"
 #include "scr/message/Quote.h"
@@ -96,7 +97,13 @@ void Server::handle(const Json& message) {
         if (!isInitialized_ && method != "initialize") {
             throw RequestError{Connection::NotInitialized, "`initialize` comes first"};
         }
-        connection_.reply(id, (this->*found->second)(params));
+        written_.clear();
+        Json result = (this->*found->second)(params);
+        if (written_.empty()) {
+            connection_.reply(id, std::move(result));
+        } else {
+            connection_.replyWritten(id, std::exchange(written_, {}));
+        }
     } catch (const RequestError& error) {
         connection_.fail(id, error.code, error.message);
     } catch (const Json::exception& error) {

@@ -107,6 +107,7 @@ private:
     std::map<std::vector<std::string>, std::vector<std::optional<std::string>>> examples_;
     std::map<std::string, Coloured> coloured_;  // by URI
     std::size_t lastColoured_ = 0;
+    std::string written_;  // the answer, when it is not given as an object
     std::mutex suggestionsMutex_;
     std::map<std::string, std::vector<Suggestion>> suggestions_;  // by URI
     // The last members: their threads use the others.
