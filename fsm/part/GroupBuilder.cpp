@@ -347,6 +347,12 @@ bool GroupBuilder::determine(std::size_t first, std::size_t count, std::size_t l
     return false;
 }
 
+// An automaton for what explodes, but has so many places that bits for them would pass the limit.
+bool GroupBuilder::determineLarge(std::size_t first, std::size_t count) {
+    return 2 * statesOf(&others_[first], count) > limits_.states &&
+           determine(first, count, limits_.states, false);
+}
+
 // Halves the list until each half grows in proportion. What cannot be halved explodes.
 void GroupBuilder::split() {
     const auto unitEnd = [&](std::size_t first) {
@@ -370,7 +376,7 @@ void GroupBuilder::split() {
             automata_.pop_back();
         } else {
             if (begin < first) open.push_back({begin, first});
-            exploding_.push_back(first);
+            if (!determineLarge(first, end - first)) exploding_.push_back(first);
             begin = end;
         }
         first = end;
@@ -384,6 +390,7 @@ void GroupBuilder::split() {
         while (middle > range.first && !mayStart_[middle]) --middle;
         if (middle == range.first) middle = unitEnd(range.first);
         if (middle >= range.end) {
+            if (determineLarge(range.first, range.end - range.first)) continue;
             exploding_.push_back(range.first);
         } else {
             open.push_back({middle, range.end});

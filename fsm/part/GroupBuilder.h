@@ -47,6 +47,7 @@ private:
     void split();
     bool determine(std::size_t first, std::size_t count, std::size_t leastStates,
                    bool mayKeepTails);
+    bool determineLarge(std::size_t first, std::size_t count);
     bool makeTables(GroupParts& result);
     bool makeStreams(GroupParts& result);
     bool makeBits(GroupParts& result);
