@@ -283,8 +283,9 @@ bool Table::archive(Archive& archive) {
         }
     }
     archive.all(classOf_, start_, lastTrap_, lastLineLoop_, lastSpecial_, leftByNewline_, stride_,
-                takesNul_, leavesByTextbook_, rows_, firstPaths_, loopOf_, loops_, listOf,
-                lists.numbers, lists.ends, settled.numbers, settled.ends, isAfterNewline, negated_);
+                takesNul_, leavesByTextbook_, rows_, firstPaths_, loopOf_, loops_, windowOf_,
+                windows_, listOf, lists.numbers, lists.ends, settled.numbers, settled.ends,
+                isAfterNewline, negated_);
     if (!archive.isReading()) return true;
     if (!archive.isGood() || stride_ == 0 || stride_ > 256 || rows_.size() % stride_ != 0 ||
         rows_.size() < 2 * std::size_t{stride_} || rows_.size() > std::numeric_limits<Row>::max() ||
@@ -313,6 +314,7 @@ bool Table::isSound() const {
     const std::span<const Row> rows = rows_.view();
     const std::span<const ByteScan> loops = loops_.view();
     const std::span<const std::uint16_t> loopOf = loopOf_.view();
+    const std::span<const std::uint16_t> windowOf = windowOf_.view();
     return std::all_of(rows.begin(), rows.end(), isRow) && isRow(start_) && start_ != 0 &&
            firstPaths_.size() == rows.size() / stride_ && loopOf.size() == firstPaths_.size() &&
            std::all_of(loopOf.begin(), loopOf.end(),
@@ -320,6 +322,9 @@ bool Table::isSound() const {
            // Or a walk would go on after the end of a text.
            std::none_of(loops.begin(), loops.end(),
                         [](const ByteScan& loop) { return loop.contains(0); }) &&
+           (windows_.empty() || windowOf.size() == firstPaths_.size()) &&
+           std::all_of(windowOf.begin(), windowOf.end(),
+                       [&](std::uint16_t window) { return window <= windows_.size(); }) &&
            isRow(lastTrap_) && isRow(lastLineLoop_) && isRow(lastSpecial_) &&
            isRow(leftByNewline_) && lastTrap_ <= lastLineLoop_ && lastLineLoop_ <= lastSpecial_ &&
            std::all_of(rows.begin(), rows.begin() + stride_, [](Row row) { return row == 0; }) &&
@@ -332,7 +337,11 @@ bool Table::isSound() const {
 void Table::findLoops() {
     std::size_t stateCount = this->stateCount();
     Vector<std::uint16_t> loopOf(stateCount + 1);
+    Vector<std::uint16_t> windowOf(stateCount + 1);
     Vector<ByteScan> loops;
+    Vector<WindowScan> windows;
+    std::size_t workLeft = 16384 + 4 * rows_.size();
+    constexpr std::size_t mostBytes = 128;
     ByteSetNumbers<std::uint16_t> known;
     for (std::size_t i = lastSpecial_ / stride_ + 1; i <= stateCount; ++i) {
         Row row = static_cast<Row>(i * stride_);
@@ -350,9 +359,102 @@ void Table::findLoops() {
             number = static_cast<std::uint16_t>(loops.size());
         }
         loopOf[i] = number;
+        if (bytes.count() >= mostBytes && findWindow(row, windows, workLeft)) {
+            windowOf[i] = static_cast<std::uint16_t>(windows.size());
+        }
     }
     loopOf_ = Flat<std::uint16_t>(std::move(loopOf));
     loops_ = Flat<ByteScan>(std::move(loops));
+    if (windows.empty()) return;
+    windowOf_ = Flat<std::uint16_t>(std::move(windowOf));
+    windows_ = Flat<WindowScan>(std::move(windows));
+}
+
+namespace {
+
+// Classes of bytes at three places in a row.
+using ClassProduct = std::array<ByteSet, 3>;
+
+// Adds `added`, if it can to one that differs from it in the set at `place` alone.
+void addTo(Vector<ClassProduct>& products, std::size_t first, const ClassProduct& added,
+           std::size_t place) {
+    for (std::size_t i = first; i < products.size(); ++i) {
+        ClassProduct widened = products[i];
+        widened[place] = added[place];
+        countWork(1);
+        if (widened != added) continue;
+        products[i][place] |= added[place];
+        return;
+    }
+    products.push_back(added);
+}
+
+}  // namespace
+
+// Adds the window of a state, if few places of a text of the bytes that matter pass it.
+bool Table::findWindow(Row home, Vector<WindowScan>& windows, std::size_t& workLeft) const {
+    constexpr std::size_t mostProducts = 128;
+    constexpr std::size_t mostWindows = 256;
+    constexpr double mostPart = 0.04;
+    const auto row = [&](Row from, unsigned c) { return rows_[from + c]; };
+    const auto isWatched = [&](Row to) { return to <= lastSpecial_; };
+    ByteSet all;
+    for (unsigned c = 0; c < stride_; ++c) all.set(c);
+    ClassProduct leaving{ByteSet(), all, all};
+    Vector<ClassProduct> products(1);
+    for (unsigned a = 0; a < stride_; ++a) {
+        const Row one = row(home, a);
+        if (one == home) continue;
+        if (isWatched(one)) {
+            leaving[0].set(a);
+            continue;
+        }
+        Vector<ClassProduct> own;
+        ClassProduct watched{ByteSet().set(a), ByteSet(), all};
+        for (unsigned b = 0; b < stride_; ++b) {
+            const Row two = row(one, b);
+            if (two == row(home, b)) continue;
+            if (isWatched(two)) {
+                watched[1].set(b);
+                continue;
+            }
+            ClassProduct product{ByteSet().set(a), ByteSet().set(b), ByteSet()};
+            for (unsigned c = 0; c < stride_; ++c) {
+                if (row(two, c) != row(row(home, b), c)) product[2].set(c);
+            }
+            countWork(stride_);
+            if (workLeft < stride_) return false;
+            workLeft -= stride_;
+            if (product[2].any()) addTo(own, 0, product, 1);
+        }
+        if (watched[1].any()) own.push_back(watched);
+        for (const ClassProduct& product : own) addTo(products, 1, product, 0);
+        if (products.size() > mostProducts || workLeft < stride_) return false;
+        workLeft -= stride_;
+    }
+    if (products.size() == 1 || windows.size() == mostWindows) return false;
+    products[0] = leaving;
+
+    Vector<ByteSet> bytesOf(stride_);
+    Vector<unsigned char> bytes(stride_);  // one of each class
+    for (unsigned byte = 256; byte-- > 0;) {
+        bytesOf[classOf_[byte]].set(byte);
+        bytes[classOf_[byte]] = static_cast<unsigned char>(byte);
+    }
+    Vector<WindowScan::Product> byBytes;
+    for (const ClassProduct& product : products) {
+        WindowScan::Product& sets = byBytes.emplace_back();
+        for (std::size_t place = 0; place < sets.size(); ++place) {
+            for (unsigned c = 0; c < stride_; ++c) {
+                if (product[place][c]) sets[place] |= bytesOf[c];
+            }
+        }
+        countWork(3 * stride_);
+    }
+    const WindowScan window(byBytes);
+    if (window.density(bytes) > mostPart + 1.0 / stride_) return false;
+    windows.push_back(window);
+    return true;
 }
 
 State* Table::successor(const DetState& state, unsigned char c) const {
@@ -362,10 +464,10 @@ State* Table::successor(const DetState& state, unsigned char c) const {
 }
 
 std::size_t Table::memory() const {
-    std::size_t bytes = sizeof *this + rows_.bytes() + (stateCount() + 1) * sizeof(DetState) +
-                        firstPaths_.bytes() + lists_.capacity() * sizeof(Paths) +
-                        negated_.capacity() * sizeof(std::int32_t) + loopOf_.bytes() +
-                        loops_.bytes();
+    std::size_t bytes =
+        sizeof *this + rows_.bytes() + (stateCount() + 1) * sizeof(DetState) + firstPaths_.bytes() +
+        windowOf_.bytes() + windows_.bytes() + lists_.capacity() * sizeof(Paths) +
+        negated_.capacity() * sizeof(std::int32_t) + loopOf_.bytes() + loops_.bytes();
     for (const Paths& list : lists_) bytes += list.capacity() * sizeof(std::int32_t);
     for (const Special& special : specials_) {
         bytes += sizeof special + special.settled.capacity() * sizeof(std::int32_t);

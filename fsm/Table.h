@@ -13,6 +13,7 @@
 #include "fsm/Determiniser.h"
 #include "fsm/Flat.h"
 #include "fsm/PatternOptions.h"
+#include "fsm/WindowScan.h"
 
 namespace FSM {
 
@@ -136,6 +137,7 @@ public:
 
 private:
     void findLoops();
+    bool findWindow(Row home, Vector<WindowScan>& windows, std::size_t& workLeft) const;
     void findStart();
     void listStates(std::span<const std::uint32_t> listOf);
     void findFirstPaths();
@@ -155,22 +157,13 @@ private:
     template <bool isBounded, class Memory>
     Row walkBytes(const unsigned char* text, const unsigned char* end, Memory& memory,
                   Row row) const {
+        if (isBounded && !windows_.empty()) return walkWindows(text, end, memory, row);
         const Row* rows = rows_.data();
         const std::uint8_t* classOf = classOf_.data();
         const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
-        auto isAtEnd = [&] {
-            return (isBounded && text == end) || (*text == 0 && (!isBounded || takesNul_ == 0));
-        };
         for (;;) {
             if (row <= lastQuiet) {
-                if (Memory::isUsed && row > lastLineLoop_) {
-                    remember(row, memory);
-                } else if (row > lastTrap_ || memory.isAnySettled()) {
-                    text = isBounded ? lineEnd(text, end, takesNul_ != 0) : lineEnd(text);
-                    if (row == 0 && !isAtEnd()) memory.forget();
-                }
-                if (row <= lastTrap_ || isAtEnd()) return row;
-                row = step(rows, classOf, *text++, row);
+                if (!leaveQuiet<isBounded>(text, end, memory, row)) return row;
                 continue;
             }
             const Row before = row;
@@ -184,6 +177,71 @@ private:
             if (row == before && loopOf_[index(row)] != 0) {
                 const ByteScan& loop = loops_[loopOf_[index(row)] - 1];
                 text = isBounded ? loop.skip(text, end) : loop.skip(text);
+            }
+        }
+    }
+
+    // Takes the step from a row at which there is something to remember or only the next newline is
+    // of interest. False if there is none.
+    template <bool isBounded, class Memory>
+    [[gnu::always_inline]] bool leaveQuiet(const unsigned char*& text, const unsigned char* end,
+                                           Memory& memory, Row& row) const {
+        const auto isAtEnd = [&] {
+            return (isBounded && text == end) || (*text == 0 && (!isBounded || takesNul_ == 0));
+        };
+        if (Memory::isUsed && row > lastLineLoop_) {
+            remember(row, memory);
+        } else if (row > lastTrap_ || memory.isAnySettled()) {
+            text = isBounded ? lineEnd(text, end, takesNul_ != 0) : lineEnd(text);
+            if (row == 0 && !isAtEnd()) memory.forget();
+        }
+        if (row <= lastTrap_ || isAtEnd()) return false;
+        row = step(rows_.data(), classOf_.data(), *text++, row);
+        return true;
+    }
+
+    // The walk over a table with states that windows keep. From a place that such a window passes
+    // over, the walk goes on as if it were in that state one byte later. So the walk is back there
+    // when it is in the row that the last byte leads to from there.
+    template <class Memory>
+    [[gnu::noinline]] Row walkWindows(const unsigned char* text, const unsigned char* end,
+                                      Memory& memory, Row row) const {
+        const Row* const rows = rows_.data();
+        const std::uint8_t* const classOf = classOf_.data();
+        const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
+        const auto isNul = [&] { return *text == 0 && takesNul_ == 0; };
+        const bool isLong = end - text >= WindowScan::leastCM;
+        Row home = windowOf_[startIndex_] != 0 ? start_ : 0;
+        for (;;) {
+            if (row <= lastQuiet) {
+                if (!leaveQuiet<true>(text, end, memory, row)) return row;
+                continue;
+            }
+            if (isLong && end - text >= WindowScan::widthCM) {
+                if (const unsigned window = windowOf_[index(row)]) {
+                    home = row;
+                    text = windows_[window - 1].skip(text, end, takesNul_ != 0);
+                }
+            }
+            if (!isLong || end - text < WindowScan::widthCM) {
+                for (; text != end && row > lastQuiet; ++text) {
+                    if (isNul()) return row;
+                    row = step(rows, classOf, *text, row);
+                }
+                if (row > lastQuiet) return row;
+                continue;
+            }
+            const std::ptrdiff_t steps = std::min<std::ptrdiff_t>(end - text, 8);
+            for (std::ptrdiff_t i = 0; i < steps && row > lastQuiet; ++i) {
+                if (isNul()) return row;
+                const unsigned char byte = *text++;
+                row = step(rows, classOf, byte, row);
+                if (row == home) break;
+                if (i > 0 && home != 0 && row == step(rows, classOf, byte, home)) {
+                    --text;
+                    row = home;
+                    break;
+                }
             }
         }
     }
@@ -217,6 +275,10 @@ private:
     Flat<std::int32_t> firstPaths_;
     Flat<std::uint16_t> loopOf_;  // for each state, the number of its loop from 1 on, or 0
     Flat<ByteScan> loops_;        // the bytes on which states stay
+    // For each state that most bytes do not leave, the number of its window from 1 on, or 0: the
+    // three bytes that lead elsewhere than the last two of them do. Empty if there is none.
+    Flat<std::uint16_t> windowOf_;
+    Flat<WindowScan> windows_;
     Vector<Special> specials_;
     std::vector<Paths> lists_;
     Charge listsCharge_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <numeric>
 
 namespace FSM {
 
@@ -86,46 +87,48 @@ WindowScan::WindowScan(const Vector<Product>& products) {
     }
 }
 
-double WindowScan::density() const {
-    double all = 0;
-    for (unsigned kind = 0; kind < productsCM; ++kind) {
-        Halves halves;
-        for (std::size_t i = 0; i < 3; ++i) {
-            for (unsigned half = 0; half < 16; ++half) {
-                halves.low[i] =
-                    static_cast<std::uint16_t>(halves.low[i] | (low_[i][half] >> kind & 1) << half);
-                halves.high[i] = static_cast<std::uint16_t>(halves.high[i] |
-                                                            (high_[i][half] >> kind & 1) << half);
-            }
+double WindowScan::density(std::span<const unsigned char> bytes) const {
+    std::array<double, productsCM> density;
+    density.fill(1);
+    for (std::size_t i = 0; i < 3; ++i) {
+        std::array<double, productsCM> passing{};
+        for (const unsigned char byte : bytes) {
+            const unsigned kinds = low_[i][byte & 15] & high_[i][byte >> 4];
+            for (std::size_t kind = 0; kind < productsCM; ++kind)
+                passing[kind] += kinds >> kind & 1;
         }
-        all += halves.density();
+        for (std::size_t kind = 0; kind < productsCM; ++kind) {
+            density[kind] *= passing[kind] / static_cast<double>(bytes.size());
+        }
     }
-    return all;
+    return std::accumulate(density.begin(), density.end(), 0.0);
 }
 
 __attribute__((target("ssse3"))) const unsigned char* WindowScan::skip(const unsigned char* text,
                                                                        const unsigned char* end,
                                                                        bool takesNul) const {
-    if (!hasShuffleS || end - text < leastCM) return text;
-    if (!takesNul && (text[0] == 0 || text[1] == 0)) return text;
+    if (!hasShuffleS || (!takesNul && (text[0] == 0 || text[1] == 0))) return text;
     const __m128i zero = _mm_setzero_si128();
     const __m128i nul = _mm_set1_epi8(takesNul ? 0 : -1);
-    const unsigned char* const last = end - leastCM;  // a block begins here at the latest
+    const unsigned char* const last = end - leastCM;  // at or after `begin`
+    const unsigned char* block = std::min(text, last);
+    unsigned looked = ~0U << (text - block);
     for (;;) {
-        const auto blockAt = [&](int place) __attribute__((target("ssse3"))) {
-            return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + place));
+        const auto bytesAt = [&](int place) __attribute__((target("ssse3"))) {
+            return _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + place));
         };
-        const __m128i third = blockAt(2);
+        const __m128i third = bytesAt(2);
         const __m128i passing =
-            _mm_and_si128(productsOf(blockAt(0), low_[0], high_[0]),
-                          _mm_and_si128(productsOf(blockAt(1), low_[1], high_[1]),
+            _mm_and_si128(productsOf(bytesAt(0), low_[0], high_[0]),
+                          _mm_and_si128(productsOf(bytesAt(1), low_[1], high_[1]),
                                         productsOf(third, low_[2], high_[2])));
         const __m128i isEnd = _mm_and_si128(_mm_cmpeq_epi8(third, zero), nul);
         const __m128i isNone = _mm_andnot_si128(isEnd, _mm_cmpeq_epi8(passing, zero));
-        const unsigned found = ~static_cast<unsigned>(_mm_movemask_epi8(isNone)) & 0xffffU;
-        if (found != 0) return text + __builtin_ctz(found);
-        if (text == last) return end - 2;
-        text = std::min(text + 16, last);
+        const unsigned found = ~static_cast<unsigned>(_mm_movemask_epi8(isNone)) & 0xffffU & looked;
+        if (found != 0) return block + __builtin_ctz(found);
+        if (block == last) return end - 2;
+        block = std::min(block + 16, last);
+        looked = ~0U;
     }
 }
 

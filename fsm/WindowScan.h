@@ -4,6 +4,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "fsm/Account.h"
 
@@ -16,18 +17,21 @@ public:
     /// Bytes that may stand at each of three places in a row.
     using Product = std::array<std::bitset<256>, 3>;
     static constexpr std::size_t productsCM = 8;
-    /// A text with fewer bytes is not looked at.
+    /// A text with fewer bytes is not looked at, nor are places with fewer than a window after
+    /// them.
     static constexpr std::ptrdiff_t leastCM = 18;
+    static constexpr std::ptrdiff_t widthCM = 3;
 
     /// Any number of products; those alike share one of `productsCM`.
     explicit WindowScan(const Vector<Product>& products);
 
-    /// The part of all windows of three bytes that pass, if all bytes were as frequent.
-    double density() const;
+    /// About the part of all windows of three of these bytes that pass.
+    double density(std::span<const unsigned char> bytes) const;
 
     /// The first place from `text` on that passes, or that stands two bytes before a NUL, unless
-    /// `takesNul`, or two bytes before `end`. Without instructions for it, or with too short a text
-    /// or a NUL in its first two bytes: `text`.
+    /// `takesNul`, or two bytes before `end`. Without instructions for it, or with a NUL in the
+    /// first two bytes: `text`. At least the last `leastCM` bytes before `end` may be read, and
+    /// `widthCM` of them begin at `text`.
     const unsigned char* skip(const unsigned char* text, const unsigned char* end,
                               bool takesNul) const;
 

@@ -109,6 +109,51 @@ TEST(FsmGroup, CountedBytes) {
     EXPECT_GT(matches, 1000U);
 }
 
+// A few words in texts of which most bytes begin none of them.
+TEST(FsmGroup, WordsInLongTexts) {
+    reference::RandomPatterns random(3);
+    const auto letters = [&](std::size_t length) {
+        std::string text;
+        while (text.size() < length) text += static_cast<char>('a' + random.below(20));
+        return text;
+    };
+    for (int round = 0; round < 120; ++round) {
+        EngineGroup group;
+        FSM::Engine engine;
+        std::vector<std::string> words;
+        for (std::int32_t i = 0; i < 2 + round % 8; ++i) {
+            words.push_back(letters(1 + random.below(round % 3 == 0 ? 2 : 5)));
+            const char* const kinds[][2] = {{".*", ".*"},  {".*", ""},  {"", ".*"},
+                                            {"!.*", ".*"}, {"!.*", ""}, {"!", ".*"}};
+            const auto& kind = kinds[i % (round % 2 == 0 ? 6 : 1)];
+            ASSERT_TRUE(group.insertPattern(kind[0] + words.back() + kind[1]));
+            ASSERT_TRUE(engine.addPattern(kind[0] + words.back() + kind[1]));
+        }
+        ASSERT_TRUE(group.finalSetup() && engine.finalSetup());
+        for (int i = 0; i < 100; ++i) {
+            std::string text;
+            for (std::size_t n = random.below(10); n > 0; --n) {
+                const std::string& word = words[random.below(words.size())];
+                text.append(letters(random.below(20)), 0).append(word, random.below(2));
+                if (random.below(40) == 0) text += random.below(2) == 0 ? '\n' : '\0';
+            }
+            const std::string line = text.substr(0, text.find('\0'));
+            Paths expected;
+            for (std::int32_t path = 0; path < std::ssize(words); ++path) {
+                const std::string& word = words[static_cast<std::size_t>(path)];
+                const int kind = round % 2 == 0 ? path % 6 : 0;
+                const bool isFound = kind % 3 == 0   ? line.find(word) != std::string::npos
+                                     : kind % 3 == 1 ? line.ends_with(word)
+                                                     : line.starts_with(word);
+                const bool matches = isFound && line.find('\n') == std::string::npos;
+                if (matches != (kind >= 3)) expected.push_back(path);
+            }
+            ASSERT_EQ(processed(group, text), expected) << round << ' ' << text;
+            ASSERT_EQ(engine.process(std::string_view(text))->pathNumbers(), expected) << text;
+        }
+    }
+}
+
 TEST(FsmGroup, Failures) {
     EngineGroup group;
     EXPECT_EQ(processed(group, std::string("a")), Paths{});
