@@ -2,7 +2,7 @@
 MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 
-.PHONY: run test bench docs package manual format lint check clean
+.PHONY: run test bench docs package manual playground format lint check clean
 
 run: build/build.ninja
 	@cmake --build build --parallel $(JOBS) --target kestrel_cli
@@ -35,6 +35,11 @@ docs: build/build.ninja
 package: build/build.ninja
 	@cmake --build build --parallel $(JOBS)
 	@cpack --config build/CPackConfig.cmake -B build/packages
+
+# The page build/playground.html, which needs neither a network nor a server.
+playground:
+	@tools/install-packages build playground
+	@playground/build build/playground.html
 
 # The site of the manual, after all its examples have run.
 manual: build/build.ninja

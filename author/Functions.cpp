@@ -28,6 +28,17 @@ std::vector<std::string> FunctionEntry::parameters() const {
     return parameters;
 }
 
+std::vector<FunctionEntry> entriesOf(const SCR::ModuleTable& table, const std::string& module) {
+    std::vector<FunctionEntry> entries;
+    for (const SCR::ModuleFunction& row : table.functions) {
+        const std::string signature(row.signature);
+        const std::size_t space = signature.find(' ');
+        entries.push_back({module, signature.substr(space + 1, signature.find('(') - space - 1),
+                           signature, std::string(row.manual), std::string(row.example)});
+    }
+    return entries;
+}
+
 Functions Functions::shipped() {
     Functions functions;
     for (const SCR::BuiltIn* row : SCR::builtIns()) {
@@ -40,12 +51,8 @@ Functions Functions::shipped() {
     }
     for (const SCR::ModuleTable* module : SCR::shippedModules()) {
         functions.modules_.emplace(module->name, module->manual);
-        for (const SCR::ModuleFunction& row : module->functions) {
-            const std::string signature(row.signature);
-            const std::size_t space = signature.find(' ');
-            functions.add({std::string(module->name),
-                           signature.substr(space + 1, signature.find('(') - space - 1), signature,
-                           std::string(row.manual), std::string(row.example)});
+        for (FunctionEntry& entry : entriesOf(*module, std::string(module->name))) {
+            functions.add(std::move(entry));
         }
     }
     return functions;

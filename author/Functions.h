@@ -5,6 +5,10 @@
 #include <string_view>
 #include <vector>
 
+namespace SCR {
+struct ModuleTable;
+}
+
 namespace Author {
 
 /// A function that scripts can call, as the manual describes it.
@@ -18,6 +22,9 @@ struct FunctionEntry {
     /// The parameters, each as it is written, without what is between them.
     std::vector<std::string> parameters() const;
 };
+
+/// The functions of a table; `module` is how scripts call the module, empty for none.
+std::vector<FunctionEntry> entriesOf(const SCR::ModuleTable& table, const std::string& module);
 
 /// The functions that scripts can call: those built in, those of modules and those of a host.
 class Functions {

@@ -22,18 +22,6 @@ namespace {
 // Messages are read from the interpreter.
 class QuietLog final : public SCR::Log {};
 
-// The functions that the command adds for records.
-std::vector<Author::FunctionEntry> recordFunctions() {
-    std::vector<Author::FunctionEntry> functions;
-    for (const SCR::ModuleFunction& row : Records::recordManual().functions) {
-        const std::string signature(row.signature);
-        const std::size_t space = signature.find(' ');
-        functions.push_back({"", signature.substr(space + 1, signature.find('(') - space - 1),
-                             signature, std::string(row.manual), std::string(row.example)});
-    }
-    return functions;
-}
-
 // Lets scripts call these functions, and those without a module also by their names alone.
 void declare(SCR::Interpreter& interpreter, const std::vector<Author::FunctionEntry>& functions) {
     SCR::HostExtension& types = *SCR::HostExtension::insert(interpreter, "typesOfTheHost");
@@ -49,7 +37,7 @@ void declare(SCR::Interpreter& interpreter, const std::vector<Author::FunctionEn
 
 ExitStatus serve(ScriptOptions& options) {
     Author::ServerOptions server;
-    server.functions = recordFunctions();
+    server.functions = Author::entriesOf(Records::recordManual(), "");
     server.includePath = options.includePath();
     // Changed by the answering thread, used by the checking one.
     std::mutex mutex;

@@ -21,7 +21,7 @@ endfunction()
 # Makes faults of an optimised build harder to exploit: full RELRO, guarded stacks, checked calls of
 # the C library, and marks for the processor's control-flow enforcement; never passed on to users.
 function(kestrel_hardening target)
-    if(KESTREL_SANITIZE)
+    if(KESTREL_SANITIZE OR EMSCRIPTEN)
         return()
     endif()
     set(is_optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
@@ -42,6 +42,10 @@ endfunction()
 
 # Lets the sources of a target use the standard headers that the first target compiled.
 function(kestrel_precompile target)
+    if(EMSCRIPTEN)
+        target_precompile_headers(${target} PRIVATE ${PROJECT_SOURCE_DIR}/playground/Browser.h)
+        return()
+    endif()
     if(NOT KESTREL_PRECOMPILE)
         return()
     endif()

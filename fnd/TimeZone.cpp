@@ -1,6 +1,7 @@
 #include "fnd/TimeZone.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -229,7 +230,7 @@ String TimeZone::digest() const {
         }
     }
     char text[17];
-    std::snprintf(text, sizeof text, "%016lx", hash);
+    std::snprintf(text, sizeof text, "%016" PRIx64, hash);
     return text;
 }
 

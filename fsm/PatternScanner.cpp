@@ -1,5 +1,6 @@
 #include "fsm/PatternScanner.h"
 
+#include <cstdint>
 #include <istream>
 #include <iterator>
 #include <limits>
@@ -139,8 +140,8 @@ int FSM_FlexLexer::scanEscape(int& value) {
 }
 
 int FSM_FlexLexer::scanNumber(int& value) {
-    constexpr long long maxNumber = std::numeric_limits<int>::max();
-    long long number = 0;
+    constexpr std::int64_t maxNumber = std::numeric_limits<int>::max();
+    std::int64_t number = 0;
     for (; isDigit(look(0)); ++position_) {
         if (number <= maxNumber) number = number * 10 + (look(0) - '0');
     }

@@ -14,9 +14,9 @@ public:
     static constexpr std::size_t markCM = 6;
     /// Whether `start`, shorter than `markCM`, may be the beginning of something other than text.
     static bool mayBeBinary(std::string_view start);
-    /// What `start` is the beginning of, if the program reads no such streams; otherwise null.
+    /// What `start` is the beginning of, when that is no text; otherwise null.
     static const char* foreign(std::string_view start);
-    /// A decoder for the stream that begins with `start`, or null when it is not compressed.
+    /// A decoder for the stream that begins with `start`, or null when there is none for it.
     static std::unique_ptr<Decoder> of(std::string_view start);
 
     virtual ~Decoder() = default;

@@ -84,7 +84,7 @@ void addJsonFunctions(SCR::HostExtension& host, CurrentRecord& current) {
         "edrLong",
         [fields, &current, &json](FieldAlias field, Index i, Index j, Index k) {
             const JsonRecord::Value value = fields.find(field, Indices(i, j, k));
-            if (value.kind == Kind::Bool) return value.raw == "true" ? 1L : 0L;
+            if (value.kind == Kind::Bool) return static_cast<long>(value.raw == "true");
             return current.asLong(field.name(), json.textOf(value));
         },
         [fields](FieldAlias field, Index i, Index j, Index k, long value) {

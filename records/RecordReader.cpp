@@ -116,10 +116,10 @@ RecordReader::State RecordReader::recognise() {
     while (!isAtEnd_ && end_ < Decoder::markCM && Decoder::mayBeBinary(bytes())) {
         if (const State state = fill(); state != State::Record) return state;
     }
-    if (const char* const what = Decoder::foreign(bytes())) {
+    decoder_ = Decoder::of(bytes());
+    if (const char* const what = decoder_ ? nullptr : Decoder::foreign(bytes())) {
         return fail(std::string("it is ") + what + ", not lines of text");
     }
-    decoder_ = Decoder::of(bytes());
     if (decoder_) {
         decoder_->take(bytes());
         end_ = 0;

@@ -191,7 +191,7 @@ void Array::truncate(unsigned long count) {
             freeChunk(chunk);
         } else if (std::byte* const slots = chunks_[chunk].slots) {
             const std::size_t end = std::min<std::size_t>(size_ - first, Slots::slotsOf(chunk));
-            for (std::size_t i = std::max(first, count) - first; i < end; ++i) {
+            for (std::size_t i = std::max<unsigned long>(first, count) - first; i < end; ++i) {
                 elementClass_->copy(slots + i * elementClass_->size, *prototype_);
             }
         }

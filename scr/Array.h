@@ -32,7 +32,7 @@ struct ArrayBlock {
 class KESTREL_API Array final : public Variable {
 public:
     /// The most elements that an array can have.
-    static constexpr unsigned long maxSizeCM = 1UL << 32;
+    static constexpr unsigned long maxSizeCM = static_cast<unsigned long>(1) << 32;
 
     /// Takes ownership of the prototype.
     explicit Array(Variable* prototype);

@@ -4,8 +4,10 @@
 
 namespace Author {
 
-Checker::Checker(Check check, Done done)
-    : check_(std::move(check)), done_(std::move(done)), thread_([this] { work(); }) {}
+Checker::Checker(Check check, Done done, Where where)
+    : check_(std::move(check)), done_(std::move(done)) {
+    if (where == Where::OwnThread) thread_ = std::thread([this] { work(); });
+}
 
 Checker::~Checker() {
     {
@@ -15,7 +17,7 @@ Checker::~Checker() {
         stop(running_);
         changed_.notify_all();
     }
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
 }
 
 void Checker::stop(const std::string& uri) {
@@ -25,7 +27,11 @@ void Checker::stop(const std::string& uri) {
 }
 
 void Checker::check(Task task) {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    if (!thread_.joinable()) {
+        run(task, lock);
+        return;
+    }
     stop(task.uri);
     waiting_[task.uri] = std::move(task);
     changed_.notify_all();
@@ -44,20 +50,24 @@ void Checker::work() {
         if (isEnding_) return;
         const Task task = std::move(waiting_.begin()->second);
         waiting_.erase(waiting_.begin());
-        running_ = task.uri;
-        isStopped_ = false;
-        lock.unlock();
-        const auto messages = check_(task.text, task.path, [&](SCR::Interpreter* interpreter) {
-            const std::lock_guard inner(mutex_);
-            interpreter_ = interpreter;
-        });
-        lock.lock();
-        running_.clear();
-        if (isStopped_) continue;
-        lock.unlock();
-        done_(task, messages);
-        lock.lock();
+        run(task, lock);
     }
+}
+
+void Checker::run(const Task& task, std::unique_lock<std::mutex>& lock) {
+    running_ = task.uri;
+    isStopped_ = false;
+    lock.unlock();
+    const auto messages = check_(task.text, task.path, [&](SCR::Interpreter* interpreter) {
+        const std::lock_guard inner(mutex_);
+        interpreter_ = interpreter;
+    });
+    lock.lock();
+    running_.clear();
+    if (isStopped_) return;
+    lock.unlock();
+    done_(task, messages);
+    lock.lock();
 }
 
 }  // namespace Author

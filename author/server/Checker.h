@@ -16,8 +16,8 @@ class Interpreter;
 
 namespace Author {
 
-/// Checks texts on a thread of its own, the newest version of each. A check whose text has changed
-/// is stopped.
+/// Checks texts, the newest version of each, on a thread of its own; a check whose text has changed
+/// is stopped then. Or checks each at once.
 class Checker {
 public:
     struct Task {
@@ -31,11 +31,12 @@ public:
     using Tell = std::function<void(SCR::Interpreter*)>;
     using Check = std::function<std::vector<SCR::Diagnostic>(const std::string& text,
                                                              const std::string& path, Tell tell)>;
-    /// Gets the messages of a check that was not stopped, on the checking thread.
+    /// Gets the messages of a check that was not stopped, on the thread that checked.
     using Done =
         std::function<void(const Task& task, const std::vector<SCR::Diagnostic>& messages)>;
 
-    Checker(Check check, Done done);
+    enum class Where { OwnThread, Here };
+    Checker(Check check, Done done, Where where = Where::OwnThread);
     Checker(const Checker&) = delete;
     Checker& operator=(const Checker&) = delete;
     /// Stops what is going on.
@@ -46,6 +47,7 @@ public:
     void drop(const std::string& uri);
 
 private:
+    void run(const Task& task, std::unique_lock<std::mutex>& lock);
     void work();
     void stop(const std::string& uri);
 

@@ -53,7 +53,9 @@ std::string methodOf(const std::string& message, const char* key = "method") {
 Connection::Connection(int input, int output, Protocol protocol)
     : input_(input), output_(output), protocol_(protocol), reader_([this] { read(); }) {}
 
-Connection::~Connection() { reader_.join(); }
+Connection::~Connection() {
+    if (reader_.joinable()) reader_.join();
+}
 
 bool Connection::fill() {
     if (used_ > 0) buffer_.erase(0, std::exchange(used_, 0));
@@ -187,10 +189,22 @@ void Connection::notify(const std::string& method, Json params) {
 }
 
 void Connection::replyWritten(const Json& id, const std::string& result) {
-    sendText(R"({"jsonrpc":"2.0","id":)" + textOf(id) + R"(,"result":)" + result + '}');
+    const std::string body =
+        R"({"jsonrpc":"2.0","id":)" + textOf(id) + R"(,"result":)" + result + '}';
+    if (sink_) {
+        sink_(Json::parse(body));
+    } else {
+        sendText(body);
+    }
 }
 
-void Connection::send(const Json& message) { sendText(textOf(message)); }
+void Connection::send(const Json& message) {
+    if (sink_) {
+        sink_(message);
+    } else {
+        sendText(textOf(message));
+    }
+}
 
 void Connection::sendText(const std::string& body) {
     const std::string text = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;

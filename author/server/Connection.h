@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -37,6 +38,10 @@ public:
     Connection(int input, int output, Protocol protocol = Protocol::Language);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
+    /// Takes what is sent, in place of a descriptor.
+    using Sink = std::function<void(const Json& message)>;
+    /// Nothing is read, and no thread is made.
+    explicit Connection(Sink sink) : input_(-1), output_(-1), sink_(std::move(sink)) {}
     /// Waits for the end of the input.
     ~Connection();
 
@@ -64,7 +69,8 @@ private:
 
     const int input_;
     const int output_;
-    const Protocol protocol_;
+    const Protocol protocol_ = Protocol::Language;
+    const Sink sink_;  // of a connection without descriptors
     std::string buffer_;
     std::size_t used_ = 0;
     std::mutex outputMutex_;

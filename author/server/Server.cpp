@@ -19,10 +19,25 @@ Server::Server(ServerOptions options, int input, int output)
     : options_(std::move(options)),
       functions_(Functions::shipped()),
       connection_(input, output),
-      checker_(options_.check,
-               [this](const Checker::Task& task, const std::vector<Diagnostic>& messages) {
-                   publish(task, messages);
-               }) {
+      checker_(options_.check, publisher()) {
+    complete();
+}
+
+Server::Server(ServerOptions options, Connection::Sink sink)
+    : options_(std::move(options)),
+      functions_(Functions::shipped()),
+      connection_(std::move(sink)),
+      checker_(options_.check, publisher(), Checker::Where::Here) {
+    complete();
+}
+
+Checker::Done Server::publisher() {
+    return [this](const Checker::Task& task, const std::vector<Diagnostic>& messages) {
+        publish(task, messages);
+    };
+}
+
+void Server::complete() {
     for (const FunctionEntry& function : options_.functions) functions_.add(function);
     documents_.includePath(options_.includePath);
 }

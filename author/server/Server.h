@@ -31,6 +31,10 @@ struct ServerOptions {
 class Server {
 public:
     Server(ServerOptions options, int input, int output);
+    /// A server within a program, without threads: `answer` takes a message, and `sink` gets what
+    /// is sent before that returns.
+    Server(ServerOptions options, Connection::Sink sink);
+    void answer(const Json& message) { handle(message); }
     /// Until the client says so or closes the input. The exit status: 0 after a shutdown, else 1.
     int run();
 
@@ -54,6 +58,8 @@ private:
     };
     using Method = Json (Server::*)(const Json& params);
 
+    void complete();
+    Checker::Done publisher();
     static const std::map<std::string, Method>& requests();
     void handle(const Json& message);
     void notification(const std::string& method, const Json& params);

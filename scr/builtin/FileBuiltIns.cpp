@@ -80,7 +80,7 @@ public:
         const std::string_view digits(
             bytes, static_cast<std::size_t>(std::to_chars(bytes, bytes + sizeof bytes, number).ptr -
                                             bytes));
-        const long rest = std::max(width.value_or(0), 0L) - static_cast<long>(digits.size());
+        const long rest = std::max<long>(width.value_or(0), 0) - static_cast<long>(digits.size());
         const bool isFilled = left && fill != nullptr && !fill->empty();
         const char filling = isFilled ? fill->front() : ' ';
         const bool isLeft = left.value_or(false);

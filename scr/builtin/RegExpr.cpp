@@ -3,6 +3,7 @@
 #include <re2/re2.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 #include "scr/builtin/RegExprSize.h"
@@ -20,11 +21,11 @@ constexpr std::size_t mostItemsS = std::size_t{1} << 20;
 // Compiling cannot be interrupted. Optional parts make it take time in proportion to their number
 // and to the size of the whole. An expression that may take more than these nanoseconds is not
 // tried.
-constexpr std::size_t mostNanosecondsS = 5'000'000'000;
+constexpr std::uint64_t mostNanosecondsS = 5'000'000'000;
 
 // Usually it is compiled once or twice.
-std::size_t nanosecondsToCompile(const RegExprSize& size) {
-    return 2 * size.instructions * (300 + size.loops);
+std::uint64_t nanosecondsToCompile(const RegExprSize& size) {
+    return std::uint64_t{2} * size.instructions * (300 + size.loops);
 }
 
 re2::RE2::Options options(std::int64_t memory) {

@@ -113,7 +113,7 @@ struct Sleep final : BuiltInNode<Sleep, VoidType(LongType)> {
         using Clock = std::chrono::steady_clock;
         // Three years; the clock cannot count to the largest Long.
         constexpr long longest = 100'000'000;
-        const auto end = Clock::now() + std::chrono::seconds(std::clamp(seconds, 0L, longest));
+        const auto end = Clock::now() + std::chrono::seconds(std::clamp<long>(seconds, 0, longest));
         while (Clock::now() < end) {
             interpreter.runControl().ask(this);
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());

@@ -38,7 +38,7 @@ struct Instruction {
         const ElementPlace* element;  // of a load
     };
 };
-static_assert(sizeof(Instruction) == 32);
+static_assert(sizeof(Instruction) == 4 * sizeof(void*));
 
 // What follows a call: more of its operands.
 struct CallInstruction {

@@ -14,6 +14,10 @@ namespace SCR {
 
 namespace {
 
+std::string_view between(const char* begin, const char* end) {
+    return {begin, static_cast<std::size_t>(end - begin)};
+}
+
 // What may stand where a byte is met: first what may be no token.
 enum class Kind : unsigned char {
     Blank,
@@ -250,7 +254,7 @@ bool CustomLexer::findTokenAfterMore() {
                 }
                 break;
             case Kind::Hash:
-                if (!std::string_view(position_, end_).starts_with(lineDirectiveS)) return true;
+                if (!between(position_, end_).starts_with(lineDirectiveS)) return true;
                 badDirective_ = position_;
                 if (readLineDirective()) {
                     badDirective_ = nullptr;
@@ -288,16 +292,16 @@ void CustomLexer::skipComment() {
 }
 
 void CustomLexer::skipLineDirective() {
-    if (!std::string_view(position_, end_).starts_with(lineDirectiveS)) return;
+    if (!between(position_, end_).starts_with(lineDirectiveS)) return;
     const char* const begin = position_ + lineDirectiveS.size();
     const char* const end = endOfRun(begin, isNoLineEnd);
-    if (end != end_ && goTo({begin, end})) position_ = end + 1;
+    if (end != end_ && goTo(between(begin, end))) position_ = end + 1;
 }
 
 bool CustomLexer::readLineDirective() {
     const char* const begin = position_ + lineDirectiveS.size();
     position_ = endOfRun(begin, isNoLineEnd);
-    std::string_view text(begin, position_);
+    std::string_view text = between(begin, position_);
     if (isLineEndNext() && (position_ != end_ || enterNextPart())) ++position_;
 
     return goTo(text);
@@ -353,7 +357,7 @@ int CustomLexer::scanToken() {
 int CustomLexer::scanWord() {
     const char* const begin = position_;
     position_ = endOfRun(begin + 1, isOfName);
-    const std::string_view word(begin, position_);
+    const std::string_view word = between(begin, position_);
     if (position_ != end_ && *position_ == ':') [[unlikely]] {
         if (end_ - position_ > 2 && position_[1] == ':' && beginsName(position_[2])) {
             position_ = endOfRun(position_ + 3, isOfName);

@@ -117,7 +117,7 @@ void expect([[maybe_unused]] V& element) {
 // The elements of the class `V`, stored in the slots.
 template <class V>
 struct InPlace {
-    static_assert(alignof(V) <= 8 && sizeof(V) % 8 == 0);
+    static_assert(alignof(V) <= 8 && sizeof(V) % sizeof(void*) == 0);
 
     static V* at(std::byte* slots, std::size_t index) {
         return std::launder(reinterpret_cast<V*>(slots + index * sizeof(V)));

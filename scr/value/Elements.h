@@ -62,7 +62,7 @@ struct ArrayElements {
     static Host::Run<const Value> run(const Array& array, unsigned long index,
                                       const Value* unused) {
         const std::size_t chunk = Slots::chunkOf(index);
-        const unsigned long end = std::min(array.size_, Slots::firstOf(chunk + 1));
+        const unsigned long end = std::min<unsigned long>(array.size_, Slots::firstOf(chunk + 1));
         if (!Slots::exists(array.chunks_, chunk)) return {unused, 0, end - index};
         if constexpr (mayKeepValuesCM<V>) {
             if (array.keepsValues_) {

@@ -57,7 +57,8 @@ bool isZero(const std::byte* fill, std::size_t width) {
 void reserve(Block& block, std::size_t count, std::size_t width, const std::byte* fill) {
     if (count <= block.capacity) return;
     constexpr std::size_t least = 8;
-    std::size_t taken = std::max<std::size_t>({count, 2 * block.capacity, least}) * width;
+    std::size_t taken =
+        std::max<std::size_t>({count, static_cast<std::size_t>(2 * block.capacity), least}) * width;
     if (taken >= mappedS) taken = (taken + largePageS - 1) / largePageS * largePageS;
     chargeMemory(blockBytes(taken) - heapBytes(block));
     std::byte* const made =

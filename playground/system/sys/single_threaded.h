@@ -1,0 +1,3 @@
+#pragma once
+
+inline constexpr char __libc_single_threaded = 1;
