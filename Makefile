@@ -39,7 +39,7 @@ package: build/build.ninja
 # The page build/playground.html, which needs neither a network nor a server.
 playground:
 	@tools/install-packages build playground
-	@playground/build build/playground.html
+	@JOBS=$(JOBS) playground/build build/playground.html
 
 # The site of the manual, after all its examples have run.
 manual: build/build.ninja

@@ -95,14 +95,14 @@ public:
     }
     void diagnose(const Diagnostic& diagnostic) override {
         if (diagnostic.isDetail) return;
-        if (all_.size() == mostMessagesS) {
-            ++more_;
+        if (all.size() == mostMessagesS) {
+            ++more;
         } else {
-            all_.push_back(Json::parse(Cli::jsonOf(diagnostic, ""), nullptr, false));
+            all.push_back(Json::parse(Cli::jsonOf(diagnostic, ""), nullptr, false));
         }
     }
-    Json all_ = Json::array();
-    std::int64_t more_ = 0;
+    Json all = Json::array();
+    std::int64_t more = 0;
 };
 
 // Nobody reads it: messages are taken from the interpreter.
@@ -232,8 +232,8 @@ Json Session::run(const Json& question) {
     } else {
         answer = runAlone(script, limits, messages);
     }
-    answer["messages"] = std::move(messages.all_);
-    answer["moreMessages"] = messages.more_;
+    answer["messages"] = std::move(messages.all);
+    answer["moreMessages"] = messages.more;
     return answer;
 }
 
