@@ -412,7 +412,7 @@ void StringSwitchCase::Labels::setUp() {
     slots_.resize(slots);
     slotLabels_.resize(slots_.size());
     lastSlot_ = slots_.size() - 1;
-    hashShift_ = std::countl_zero(slots_.size()) + 1;
+    hashShift_ = std::countl_zero(std::uint64_t{slots_.size()}) + 1;
     for (const auto& label : labels_) longest_ = std::max(longest_, label.first.size());
     if (areFew && longest_ <= 16) chooseFactor();
     for (const auto& [label, body] : labels_) {

@@ -163,6 +163,8 @@ async function main() {
     same("Stop", await run("return $('state').textContent.startsWith('Stopped')"), true);
     await run("$('limit-time').value = 2");
     same("after all of that", (await ran('logStdout("still " + longToStr(9223372036854775807) + "\\n");')).prints, "still 9223372036854775807\n");
+    // Addresses have 32 bits, numbers and hashes 64.
+    same("a switch over texts", (await ran('switch ("key") { case "a": case "b": logStdout("1"); break; case "key": logStdout("2"); default: }')).prints, "2");
     // Nesting, and a text that is too long.
     const deep = await ran("Long a = " + "(".repeat(20000) + "1" + ")".repeat(20000) + ";");
     same("deep nesting", [deep.state, /nest/i.test(deep.messages)], ["bad", true]);
