@@ -1,5 +1,8 @@
 \echo Use "CREATE EXTENSION kestrel" to load this file. \quit
 
+-- Databases keep what this file made when a new library comes. So once it was released it is not
+-- changed: kestrel--1.0--1.1.sql says what changes, and kestrel.control names the new version.
+
 GRANT USAGE ON SCHEMA @extschema@ TO PUBLIC;
 
 -- Programs by name; each change of one is a version of its own.

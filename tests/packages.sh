@@ -36,6 +36,13 @@ END
     "$work/host"
     test ! -d "$root/usr/lib/python3" || PYTHONPATH=$root/usr/lib/python3/dist-packages python3 -B -c \
         'import kestrel; rule = kestrel.Interpreter(); rule.compile("Long n; n = 5;"); rule.execute(); assert rule["n"] == 5'
+    if ls "$root"/usr/lib/postgresql/*/lib/kestrel.so > /dev/null 2>&1; then
+        status=0
+        rows=$("$(dirname "$0")/postgresql.sh" "$root" pg_config -A -t -c 'CREATE EXTENSION kestrel' \
+            -c "SELECT kestrel.eval_numeric('result = edrDecimal(n) * 2.0;', '{\"n\": 21}')::int" \
+            -c "SELECT count(*) FROM pg_extension_update_paths('kestrel') WHERE path IS NULL") || status=$?
+        test $status = 77 || test "$rows" = $'42\n0' || { echo "from the server: $rows"; exit 1; }
+    fi
     for text in README.md SECURITY.md docs/embedding.md; do
         test -s "$root/usr/share/doc/kestrel/$text"
     done

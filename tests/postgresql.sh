@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# usage: postgresql.sh BUILD PG_CONFIG
-# Starts a server in a folder of its own, with the extension from BUILD, and asks it by psql.
+# usage: postgresql.sh FROM PG_CONFIG [OPTION OF PSQL...]
+# Starts a server in a folder of its own, with the extension from FROM, a build or a folder with
+# installed packages, and asks it by psql: what the options say, or all that is tested.
 set -euo pipefail
 build=$1 pg=$2
 bin=$($pg --bindir)
@@ -23,9 +24,13 @@ mkdir -p "$root$bin" "$root$($pg --pkglibdir)" "$root$($pg --sharedir)"
 cp "$bin"/{postgres,initdb,pg_ctl} "$root$bin"
 cp -rs "$($pg --pkglibdir)/." "$root$($pg --pkglibdir)"
 cp -rs "$($pg --sharedir)/." "$root$($pg --sharedir)"
-for component in postgresql library; do
-    cmake --install "$build" --prefix "$root/usr" --component $component > "$work/install.log" 2>&1
-done
+if [ -f "$build/CMakeCache.txt" ]; then
+    for component in postgresql library; do
+        cmake --install "$build" --prefix "$root/usr" --component $component > "$work/install.log" 2>&1
+    done
+else
+    cp -r "$build/usr/." "$root/usr"
+fi
 chmod 755 "$work"
 mkdir "$work/data" "$work/socket"
 chown "$user" "$work/data" "$work/socket"
