@@ -194,7 +194,9 @@ const editor = CodeMirror($("editor"), {
 narrow.addEventListener("change", () => editor.setOption("lineWrapping", narrow.matches));
 editor.on("beforeChange", (_, change) => {
     const added = change.text.reduce((sum, line) => sum + line.length + 1, 0);
-    if (added > 10000 && added + editor.getValue().length > mostTyped) {
+    if (added < 10000) return;
+    const kept = editor.getValue().length - editor.getRange(change.from, change.to).length;
+    if (added + kept > mostTyped) {
         change.cancel();
         tell("That is too long: a script may have about a million characters here.");
     }
@@ -721,8 +723,9 @@ let inspection = 0;
 const inspect = soon(250, async () => {
     const mine = ++inspection;
     const patterns = split($("patterns").value), texts = split($("texts").value);
-    if (patterns.length > 20000 || texts.length > 20000) {
-        $("never").replaceChildren(make("p", "bar bad-text", "That is too long: 20,000 patterns and texts fit in here."));
+    const isLong = $("patterns").value.length > mostTyped || $("texts").value.length > mostTyped;
+    if (isLong || patterns.length > 20000 || texts.length > 20000) {
+        $("never").replaceChildren(make("p", "bar bad-text", "That is too long: 20,000 lines of a million characters in all fit in here."));
         return;
     }
     let answer;
