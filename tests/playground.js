@@ -129,6 +129,8 @@ async function main() {
     await press("Escape");
     await run("editor.setValue('Long a = 1;')");
     await until("the last text is checked", "return !$('problems').textContent.includes('error')");
+    await run("editor.setValue('\\ud800 \\\\ud800 {')");
+    await until("half of a character is told", "return /\\d error/.test($('problems').textContent)");
     // Fields that the records do not have.
     await run(`showSample({script: "Long s = edrLong(secnds);\\n", records: "a,seconds\\n1,2\\n", format: "csv", header: true})`);
     await until("an unknown field is told", "return document.querySelector('.told')?.textContent.includes('secnds')");

@@ -31,6 +31,10 @@ function limitFiles(FS) {
     stream_ops.write = limited;
 }
 
+// A question as JSON for the engine, which takes no half of a character.
+const whole = (question) => JSON.stringify(question).replace(
+    /\\\\|\\ud[89a-f][0-9a-f]{2}/gi, (found) => found === "\\\\" ? found : "\\ufffd");
+
 function ask(question) {
     const size = engine.lengthBytesUTF8(question) + 1;
     const at = engine._malloc(size);
@@ -69,7 +73,7 @@ onmessage = async ({data}) => {
         for (const [path, bytes] of Object.entries(data.files ?? {})) FS.writeFile(path, bytes);
         FS.truncate("/prints", 0);
         FS.streams[1].position = 0;
-        const answer = JSON.parse(ask(JSON.stringify(data.question)));
+        const answer = JSON.parse(ask(whole(data.question)));
         const files = {};
         for (const path of data.wanted ?? []) {
             files[path] = readFile(path);
