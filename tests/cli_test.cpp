@@ -210,7 +210,7 @@ TEST_F(CliTest, ProjectsAreTested) {
         "=== prints\nlogStdout(\"a\\nb\\n\xe4\\n\");\n---\na\nb\n\\xE4\n\n"
         "=== fails\nLong a = true;\n--- error\n" +
         fails +
-        "---\n\n=== prints\n=== loops\nwhile (true) { }\n--- options --limit steps=9\n"
+        "--- output\n\n=== prints\n=== loops\nwhile (true) { }\n--- options --limit steps=9\n"
         "--- stopped\n" +
         loops;
     EXPECT_EQ(folder_.read("more/a.cases").substr(0, updated.size()), updated);
