@@ -247,8 +247,8 @@ TEST(ScriptFunction, CallsAndChecks) {
 TEST(ScriptFunction, IsCalledByALog) {
     constexpr const char* texts[] = {
         "for (i = 0; i < 2000; i = i + 1) { if (i < 800) { x = i; n[0] = i; } n[i] = 1; }",
-        "for (i = 0; i < 2000; i = i + 1) { for (j = 0; j < 3; j = j + 1) { x = i; } "
-        "h{longToStr(i)} = 1; }",
+        ("for (i = 0; i < 2000; i = i + 1) { for (j = 0; j < 3; j = j + 1) { x = i; } "
+         "h{longToStr(i)} = 1; }"),
         "while (i < 2000) { i = i + 1; x = i; if (n[i] == 7) { j = 1; } }"};
     struct CallingLog final : SCR::Log {
         void log(const FND::String& /*text*/, FND::Status::Severity /*severity*/) override {
