@@ -42,16 +42,27 @@ void Frame::chooseVariables() {
     }
     std::sort(uses.begin(), uses.end(), std::greater<>());
     registers_.assign(uses.size(), nullptr);
+    const auto any = [&](bool (*is)(Op)) {
+        return std::any_of(listing_.operations.begin(), listing_.operations.end(),
+                           [&](const Operation& operation) { return is(operation.op); });
+    };
+    callsOut_ = any(mayCall);
+    std::vector<const x86::Gp*> registers;
+    for (const x86::Gp& own : variableRegistersS) registers.push_back(&own);
+    // Where calls are unusual, those that temporaries leave serve, too.
+    if (!any([](Op op) { return op == Op::Call; })) {
+        for (std::size_t i = listing_.temporaries; i < temporaryRegistersS.size(); ++i) {
+            registers.push_back(&temporaryRegistersS[i]);
+        }
+    }
     // A register has to be kept and loaded, which a few uses are not worth.
     constexpr double fewUses = 2;
-    for (std::size_t i = 0; i < std::min(uses.size(), variableRegistersS.size()); ++i) {
+    for (std::size_t i = 0; i < std::min(uses.size(), registers.size()); ++i) {
         if (uses[i].first <= fewUses) break;
-        registers_[uses[i].second] = &variableRegistersS[i];
+        registers_[uses[i].second] = registers[i];
         cached_.push_back(uses[i].second);
-        kept_.push_back(variableRegistersS[i]);
+        if (i < variableRegistersS.size()) kept_.push_back(*registers[i]);
     }
-    callsOut_ = std::any_of(listing_.operations.begin(), listing_.operations.end(),
-                            [](const Operation& operation) { return mayCall(operation.op); });
     if (callsOut_) kept_.push_back(countRegisterS);
     kept_.push_back(controlRegisterS);
 }
@@ -143,6 +154,9 @@ void Frame::keepTemporaries(std::size_t live) {
 }
 
 void Frame::takeTemporaries(std::size_t live) {
+    for (std::size_t i = variableRegistersS.size(); i < cached_.size(); ++i) {
+        loadVariable(cached_[i]);
+    }
     for (std::size_t i = 0; i < std::min(live, temporaryRegistersS.size()); ++i) {
         asm_.mov(temporaryRegistersS[i], slotOf(i));
     }

@@ -108,7 +108,8 @@ protected:
     void loadVariables() {
         for (const std::size_t variable : cached_) loadVariable(variable);
     }
-    // Keeps the temporaries that are needed after a call, and takes them back.
+    // Keeps the temporaries that are needed after a call, and takes them back, with the variables
+    // in registers that the call did not keep.
     void keepTemporaries(std::size_t live);
     void takeTemporaries(std::size_t live);
 
