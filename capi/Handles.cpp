@@ -34,9 +34,11 @@ struct Position {
 };
 
 Position positionOf(std::uint32_t number) {
-    const std::uint32_t from = number - 1 + firstChunkS;
-    const auto chunk = static_cast<std::size_t>(std::bit_width(from) - std::bit_width(firstChunkS));
-    return {chunk, from - (firstChunkS << chunk)};
+    // Any number may come, so this must not overflow.
+    const std::uint64_t first = firstChunkS;
+    const std::uint64_t from = number - 1 + first;
+    const auto chunk = static_cast<std::size_t>(std::bit_width(from) - std::bit_width(first));
+    return {chunk, static_cast<std::uint32_t>(from - (first << chunk))};
 }
 
 Slot* slotOf(std::uint32_t number) noexcept {
