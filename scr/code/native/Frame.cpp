@@ -48,6 +48,7 @@ void Frame::chooseVariables() {
     };
     callsOut_ = any(mayCall);
     std::vector<const x86::Gp*> registers;
+    registers.reserve(variableRegistersS.size() + temporaryRegistersS.size());
     for (const x86::Gp& own : variableRegistersS) registers.push_back(&own);
     // Where calls are unusual, those that temporaries leave serve, too.
     if (!any([](Op op) { return op == Op::Call; })) {
