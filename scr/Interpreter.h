@@ -85,10 +85,11 @@ public:
     /// automata exist. The interpreter must have the extensions that the program's setup gives, and
     /// keeps a share of the program.
     bool compile(const Program& program);
-    /// Compiles `text` as more of the script that is compiled, and executes only that, now and never
-    /// again: it may use what the script declares, and declare more. It may also declare a name
-    /// once more; what was compiled before goes on with what the name meant then. False when it
-    /// does not compile, which leaves the script as it was, and when it was stopped or gave a code.
+    /// Compiles `text` as more of the script that is compiled, and executes only that, now and
+    /// never again: it may use what the script declares, and declare more. It may also declare a
+    /// name once more; what was compiled before goes on with what the name meant then. False when
+    /// it does not compile, which leaves the script as it was, and when it was stopped or gave a
+    /// code.
     bool extend(const FND::String& text);
     /// Compiles like `compile` and runs nothing: neither "BEGIN" now nor "END" at the end. Logs a
     /// warning for each case of a `regExprSwitch` that is never reached and, when the script

@@ -110,8 +110,8 @@ public:
     virtual void left(std::size_t site);
     /// The running script logged a message, which the log has.
     virtual void message(const Diagnostic& diagnostic);
-    /// The run is over, at its end or because it was stopped: after each call of the interpreter, or
-    /// of what is bound to it, by which a host compiles, executes or evaluates.
+    /// The run is over, at its end or because it was stopped: after each call of the interpreter,
+    /// or of what is bound to it, by which a host compiles, executes or evaluates.
     virtual void ended();
     void listen(bool listens) { listens_ = listens; }
     bool listens() const { return listens_; }
