@@ -8,6 +8,7 @@
 #include "scr/run/Entry.h"
 #include "scr/run/Link.h"
 #include "scr/run/ScriptMutexes.h"
+#include "scr/tree/StatementParts.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR {
@@ -135,11 +136,12 @@ BatchOutcome Interpreter::executeBatch(std::span<const Column> columns, std::siz
         }
         if (!problem.empty()) return Outcome::Kind::Finished;
         Function& main = mainFunction();
+        Code::Hot& hot = main.parts().hot;
         RunControl& control = runControl();
         const bool isDone = enterRun(*this, [&] {
             while (record < count) {
                 bound.read(record);
-                if (main.execute() != Node::goOn) [[unlikely]]
+                if ((hot ? hot.run() : main.execute()) != Node::goOn) [[unlikely]]
                     mainExtension().mutexes().giveUp();
                 bound.write(record);
                 ++record;

@@ -78,6 +78,11 @@ inline void RunControl::startInterval() {
     stepsLeft_ = Limits::none;
 }
 
+[[gnu::always_inline]] inline void RunControl::nextExecution() {
+    ask(nullptr);
+    if (depth_ == 1) startExecution();
+}
+
 [[gnu::always_inline]] inline void RunControl::finish() {
     ask(nullptr);
     wasStopped_ = false;

@@ -36,11 +36,6 @@ RunControl::~RunControl() = default;
 
 RunControl* RunControl::current() { return currentControlG; }
 
-void RunControl::nextExecution() {
-    ask(nullptr);
-    if (depth_ == 1) startExecution();
-}
-
 void RunControl::setDeadline() {
     constexpr std::int64_t longest = std::int64_t{1} << 40;  // the clock can count that far
     deadline_ = std::chrono::steady_clock::now() +
