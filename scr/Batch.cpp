@@ -135,13 +135,12 @@ BatchOutcome Interpreter::executeBatch(std::span<const Column> columns, std::siz
             return Outcome::Kind::Failed;
         }
         if (!problem.empty()) return Outcome::Kind::Finished;
-        Function& main = mainFunction();
-        Code::Hot& hot = main.parts().hot;
+        StatementList::Parts& main = mainFunction().parts();
         RunControl& control = runControl();
         const bool isDone = enterRun(*this, [&] {
             while (record < count) {
                 bound.read(record);
-                if ((hot ? hot.run() : main.execute()) != Node::goOn) [[unlikely]]
+                if (main.runBody() != Node::goOn) [[unlikely]]
                     mainExtension().mutexes().giveUp();
                 bound.write(record);
                 ++record;

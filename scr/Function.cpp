@@ -23,12 +23,6 @@ bool Function::addIdentifier(const FND::String& name, Variable* variable) {
     return isAdded;
 }
 
-std::int32_t Function::execute() {
-    Parts& body = parts();
-    if (body.hot || body.hot.count([&](Code::Builder& code) { body.lower(code); })) {
-        return body.hot.run();
-    }
-    return body.run();
-}
+std::int32_t Function::execute() { return parts().runBody(); }
 
 }  // namespace SCR

@@ -580,9 +580,7 @@ Outcome::Kind Interpreter::State::executeScript() {
     Function* const main = symbols.mainFunction();
     Outcome::Kind kind = Outcome::Kind::Failed;
     const bool isDone = enterRun(interpreter, [&] {
-        // The usual case without a further call.
-        Code::Hot& hot = main->parts().hot;
-        const std::int32_t code = hot ? hot.run() : main->execute();
+        const std::int32_t code = main->parts().runBody();
         kind = code == Node::goOn ? Outcome::Kind::Finished : Outcome::Kind::Returned;
         return true;
     });

@@ -22,6 +22,12 @@ struct StatementList::Parts : InNodeMemory {
     std::int32_t runFrom(std::size_t next) const;
     void lower(Code::Builder& code) const;
 
+    /// Executes the body of a function: its code, which is made when it has run often enough.
+    std::int32_t runBody() {
+        if (hot || hot.count([&](Code::Builder& code) { lower(code); })) return hot.run();
+        return run();
+    }
+
 private:
     static long runRest(RunControl& control, long list, long next, long unused);
 };
