@@ -210,7 +210,7 @@ SCR::Node* TotalFunction::makeNode(SCR::Interpreter& interpreter, std::vector<Ar
     std::unique_ptr<SCR::StringNode> key(
         static_cast<SCR::StringNode*>(arguments[1].node.release()));
     return new KeyTotal<Type, Source>(interpreter, current_, ownName, std::move(entry),
-                                      std::move(key), arguments.back().traits.mayRunScript,
+                                      std::move(key), arguments.back().traits.mayRunScript(),
                                       std::move(source));
 }
 

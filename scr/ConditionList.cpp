@@ -352,10 +352,8 @@ bool ConditionList::comparePattern(Interpreter& interpreter, ParserStack& stack)
     const int patternType = stack.popType();
     const int textType = stack.popType();
     if (!checkString(textType) || !checkString(patternType)) return false;
-    OperandTraits traits = stack.traits(0);
-    const bool patternMayRunScript = traits.mayRunScript;
-    traits.mayRunScript = traits.mayRunScript || stack.traits(1).mayRunScript;
-    traits.depth = std::max(traits.depth, stack.traits(1).depth);
+    const OperandTraits traits = stack.traits(0).with(stack.traits(1));
+    const bool patternMayRunScript = stack.traits(0).mayRunScript();
     auto pattern = stack.pop<StringNode>();
     auto text = stack.pop<StringNode>();
     if (!Node::isConst(patternType)) {

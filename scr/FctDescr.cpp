@@ -199,16 +199,16 @@ bool FctDescr::checkObjects(const ParserStack& stack, int count) const {
 }
 
 inline OperandTraits FctDescr::traitsOfCall(const ParserStack& stack, int count) const {
-    OperandTraits traits{mayRunScript(), 1};
     const bool isChained = facts_ != nullptr && facts_->isChained;
-    if (isChained) traits.operators = stack.traits(1).operators + 1;
+    bool mayRun = mayRunScript();
+    int depth = 1;
     for (int i = 0; i < count; ++i) {
-        const OperandTraits& argument = stack.traits(static_cast<std::size_t>(i));
-        const bool isChain = isChained && i == 1 && argument.operators > 0;
-        traits.mayRunScript |= argument.mayRunScript;
-        traits.depth = std::max(traits.depth, argument.depth + (isChain ? 0 : 1));
+        const OperandTraits argument = stack.traits(static_cast<std::size_t>(i));
+        const bool isChain = isChained && i == 1 && argument.operators() > 0;
+        mayRun |= argument.mayRunScript();
+        depth = std::max(depth, argument.depth() + (isChain ? 0 : 1));
     }
-    return traits;
+    return {mayRun, depth, isChained ? stack.traits(1).operators() + 1 : 0};
 }
 
 bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
@@ -232,7 +232,7 @@ bool FctDescr::create(Interpreter& interpreter, ParserStack& stack) const {
         return false;
     if (!bound->objectTypes_.empty() && !bound->checkObjects(stack, count)) return false;
     const OperandTraits traits = traitsOfCall(stack, count);
-    if (traits.depth > interpreter.limits().levels()) {
+    if (traits.depth() > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
     if (facts_ != nullptr) {

@@ -14,7 +14,7 @@ struct BuiltIn;
 class Interpreter;
 class ParserStack;
 struct CallFacts;
-struct OperandTraits;
+class OperandTraits;
 
 /// Describes one callable function: name, result type, argument counts and types, and the factory
 /// that builds the node of a call. A descriptor is found by name like a variable. It is immutable

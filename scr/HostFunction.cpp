@@ -393,7 +393,7 @@ public:
         const auto given = static_cast<std::size_t>(stack.topNumParams());
         operands_.resize(std::max(declared, given));
         for (std::size_t index = given; index-- > 0;) {
-            const bool mayRunScript = stack.traits().mayRunScript;
+            const bool mayRunScript = stack.traits().mayRunScript();
             const int type = function_.argType(static_cast<int>(index));
             std::unique_ptr<Node> node(stack.popData());
             // The callable sees those beyond the declared ones where they are kept.

@@ -45,9 +45,7 @@ bool accessElement(int containerCode, int indexCode, Access access) {
     if (!checkOperand(containerCode, containerType) || !checkOperand(indexCode, indexType)) {
         return false;
     }
-    OperandTraits traits = stackG->traits(0);
-    traits.mayRunScript = traits.mayRunScript || stackG->traits(1).mayRunScript;
-    traits.depth = std::max(traits.depth, stackG->traits(1).depth);
+    const OperandTraits traits = stackG->traits(0).with(stackG->traits(1));
     auto index = stackG->pop<Index>();
     auto container = stackG->pop<Container>();
     const int elementType = container->containerType();
@@ -213,7 +211,7 @@ bool SCR_arrayAccess() {
 }
 
 bool SCR_hashAccess() {
-    const bool containerMayRunScript = stackG->traits(1).mayRunScript;
+    const bool containerMayRunScript = stackG->traits(1).mayRunScript();
     return accessElement<HashNode, StringNode>(
         TypeCode::Hash, TypeCode::String,
         [&](Interpreter& interpreter, std::unique_ptr<HashNode> container,

@@ -270,7 +270,7 @@ struct StringAdd {
     static Node* factory(Interpreter& interpreter, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
         RunControl& control = interpreter.runControl();
-        const bool isRightActive = stack.traits().mayRunScript;
+        const bool isRightActive = stack.traits().mayRunScript();
         auto right = stack.pop<Node>();
         auto left = stack.pop<Node>();
         const Node& node = *left;

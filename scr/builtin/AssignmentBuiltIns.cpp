@@ -154,7 +154,7 @@ class Assignment {
 public:
     static Node* factory(Interpreter& /*interpreter*/, ParserStack& stack,
                          const FctDescr& /*descriptor*/) {
-        const bool isTargetActive = stack.traits(1).mayRunScript;
+        const bool isTargetActive = stack.traits(1).mayRunScript();
         auto value = stack.pop<Node>();
         auto target = stack.pop<Node>();
         if (auto* const variable = variableOf<Type>(*target)) {

@@ -170,7 +170,7 @@ private:
     void popOperand(ParserStack& stack, std::size_t given) {
         if (index >= given) return;
         auto& slot = std::get<index>(slots_);
-        if (index > 0 && stack.traits().mayRunScript) holdsOperands_ = true;
+        if (index > 0 && stack.traits().mayRunScript()) holdsOperands_ = true;
         slot.take(stack.pop<Node>());
     }
 

@@ -151,7 +151,7 @@ Node* comparisonFactory(Interpreter& /*interpreter*/, ParserStack& stack,
             return OperatorChain<BoolType>::make(stack, std::move(link));
         }
     }
-    const bool isLeftActive = stack.traits(1).mayRunScript;
+    const bool isLeftActive = stack.traits(1).mayRunScript();
     auto right = stack.pop<Node>();
     auto left = stack.pop<Node>();
     if constexpr (isBool || std::is_same_v<Type, LongType>) {

@@ -73,7 +73,7 @@ private:
 
 template <class Question>
 Node* keyNode(Interpreter& /*interpreter*/, ParserStack& stack, const FctDescr& /*descriptor*/) {
-    const bool hashIsActive = stack.traits(1).mayRunScript;
+    const bool hashIsActive = stack.traits(1).mayRunScript();
     auto key = stack.pop<StringNode>();
     auto hash = stack.pop<HashNode>();
     return new KeyNode<Question>(std::move(hash), std::move(key), hashIsActive);
@@ -97,7 +97,7 @@ public:
           copiesKeys_(copiesKeys) {}
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
-        const bool arrayIsActive = stack.traits(0).mayRunScript;
+        const bool arrayIsActive = stack.traits(0).mayRunScript();
         auto array = stack.pop<ArrayNode>();
         auto hash = stack.pop<HashNode>();
         if (!holdsStrings(*array)) {

@@ -18,7 +18,7 @@ namespace SCR {
 /// row of operators on its left is long.
 inline bool isChainDue(const ParserStack& stack) {
     constexpr int longest = 8;  // operators, and levels of their operands
-    return stack.traits(1).operators >= longest || stack.traits(1).depth >= longest;
+    return stack.traits(1).operators() >= longest || stack.traits(1).depth() >= longest;
 }
 
 /// A row of operators of one type, as in `a + b - c`, each of which takes the result of those

@@ -152,7 +152,7 @@ public:
 
     static Node* factory(Interpreter& interpreter, ParserStack& stack, const FctDescr& descriptor) {
         auto node = std::make_unique<StrSplit>(interpreter);
-        node->holdsText_ = stack.traits(0).mayRunScript || stack.traits(2).mayRunScript;
+        node->holdsText_ = stack.traits(0).mayRunScript() || stack.traits(2).mayRunScript();
         node->separator_ = stack.pop<StringNode>();
         node->text_ = stack.pop<StringNode>();
         node->array_ = stack.pop<ArrayNode>();

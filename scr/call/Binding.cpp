@@ -28,11 +28,10 @@ private:
 
 bool pushNested(const Interpreter& interpreter, ParserStack& stack, std::unique_ptr<Node> node,
                 int typeWord, OperandTraits traits) {
-    if (++traits.depth > interpreter.limits().levels()) {
+    if (traits.depth() + 1 > interpreter.limits().levels()) {
         return SCR_YaccError(Messages::nestedTooDeep);
     }
-    traits.operators = 0;
-    stack.pushData(node.release(), typeWord, traits);
+    stack.pushData(node.release(), typeWord, {traits.mayRunScript(), traits.depth() + 1});
     return true;
 }
 

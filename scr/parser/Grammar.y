@@ -82,9 +82,14 @@ namespace {
 
 SCR::Span spanOf(std::string_view text) { return {text.data(), text.data() + text.size()}; }
 
+// Nothing else sees where `text` lies, so the parser keeps it in registers.
 int SCR_lex(std::string_view* text, SCR::CustomLexer& lexer, SCR::ParseContext& context) {
-    if (context.needsCare) [[unlikely]]
-        return SCR_carefulToken(*text, lexer);
+    if (context.needsCare) [[unlikely]] {
+        std::string_view careful;
+        const int code = SCR_carefulToken(careful, lexer);
+        *text = careful;
+        return code;
+    }
     const int code = lexer.next();
     *text = lexer.token();
     return code;

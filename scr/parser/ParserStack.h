@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 #include <memory>
 #include <tuple>
@@ -15,15 +17,34 @@ namespace SCR {
 
 class FctDescr;
 
-/// Facts about an operand besides its type, so that factories can build the node that fits.
-struct OperandTraits {
+/// Facts about an operand besides its type, so that factories can build the node that fits. They
+/// share one word: a copy of what was just written in parts would have to wait for those stores.
+class OperandTraits {
+public:
+    OperandTraits() : OperandTraits(false, 1) {}
+    OperandTraits(bool mayRunScript, int depth, int operators = 0)
+        : word_(static_cast<std::uint64_t>(operators) << operatorsShiftCM |
+                static_cast<std::uint64_t>(depth) << 1 | (mayRunScript ? 1U : 0U)) {}
+
     /// Evaluating it may run script code or change variables or containers. So a reference taken
     /// earlier from another operand may show another value afterwards.
-    bool mayRunScript = false;
+    bool mayRunScript() const { return (word_ & 1) != 0; }
     /// Levels of the operand's expression. A chain of operators, as in `a + b - c`, is one.
-    int depth = 1;
+    int depth() const { return static_cast<int>(word_ >> 1 & depthMaskCM); }
     /// The number of operators if the operand is a chain, otherwise 0.
-    int operators = 0;
+    int operators() const { return static_cast<int>(word_ >> operatorsShiftCM); }
+
+    /// Those of an expression that evaluates this operand and `other` on one level.
+    OperandTraits with(OperandTraits other) const {
+        return {mayRunScript() || other.mayRunScript(), std::max(depth(), other.depth()),
+                operators()};
+    }
+
+private:
+    static constexpr int operatorsShiftCM = 32;
+    static constexpr std::uint64_t depthMaskCM = (std::uint64_t{1} << 31) - 1;
+
+    std::uint64_t word_;
 };
 
 /// The working store of the parser actions: four independent stacks, of operand nodes, of their
@@ -82,7 +103,7 @@ public:
     /// The number of nodes on the data stack.
     std::size_t dataSize() const { return data_.size(); }
     /// Facts about the node that lies `fromTop` places below the top of the data stack.
-    const OperandTraits& traits(std::size_t fromTop = 0) const {
+    OperandTraits traits(std::size_t fromTop = 0) const {
         return data_[data_.size() - 1 - fromTop].traits;
     }
 
