@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "scr/Module.h"
-#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/base/BuiltIn.h"
 #include "scr/value/Words.h"
 
 namespace Author {

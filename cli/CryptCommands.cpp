@@ -4,7 +4,7 @@
 #include <string>
 
 #include "cli/Command.h"
-#include "cli/ScriptFile.h"
+#include "cli/script/ScriptFile.h"
 #include "scr/parser/Crypt.h"
 
 namespace Cli {

@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "cli/Command.h"
-#include "cli/ScriptFile.h"
-#include "cli/ScriptOptions.h"
-#include "cli/StderrLog.h"
+#include "cli/script/ScriptFile.h"
+#include "cli/script/ScriptOptions.h"
+#include "cli/script/StderrLog.h"
 #include "fsm/Analysis.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/PatternCheck.h"

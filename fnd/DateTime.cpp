@@ -1,5 +1,5 @@
 #include "fnd/DateTime.h"
-#include "fnd/Calendar.h"
+#include "fnd/date/Calendar.h"
 
 #include <algorithm>
 #include <chrono>

@@ -4,7 +4,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "fnd/DecimalParts.h"
+#include "fnd/number/DecimalParts.h"
 
 bool FND_MAX28DIGIT_DECIMAL_SUPPORT = true;
 

@@ -11,9 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "fnd/Calendar.h"
-#include "fnd/ZoneFile.h"
-#include "fnd/ZoneRule.h"
+#include "fnd/date/Calendar.h"
+#include "fnd/date/ZoneFile.h"
+#include "fnd/date/ZoneRule.h"
 
 namespace FND {
 namespace {

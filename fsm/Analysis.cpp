@@ -8,10 +8,10 @@
 #include <string>
 #include <utility>
 
-#include "fsm/Account.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/Table.h"
+#include "fsm/store/Account.h"
+#include "fsm/table/Table.h"
 
 namespace FSM {
 

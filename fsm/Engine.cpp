@@ -6,12 +6,12 @@
 #include <new>
 #include <utility>
 
-#include "fsm/PatternList.h"
-#include "fsm/Table.h"
 #include "fsm/Walk.h"
-#include "fsm/part/Archive.h"
-#include "fsm/part/SavedFile.h"
 #include "fsm/part/Searcher.h"
+#include "fsm/pattern/PatternList.h"
+#include "fsm/store/Archive.h"
+#include "fsm/store/SavedFile.h"
+#include "fsm/table/Table.h"
 
 namespace FSM {
 

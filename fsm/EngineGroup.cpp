@@ -6,12 +6,12 @@
 #include <utility>
 
 #include "fsm/Engine.h"
-#include "fsm/PatternList.h"
-#include "fsm/Table.h"
-#include "fsm/part/Archive.h"
 #include "fsm/part/GroupBuilder.h"
 #include "fsm/part/LiteralPart.h"
-#include "fsm/part/SavedFile.h"
+#include "fsm/pattern/PatternList.h"
+#include "fsm/store/Archive.h"
+#include "fsm/store/SavedFile.h"
+#include "fsm/table/Table.h"
 
 namespace FSM {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "fsm/Pool.h"
+#include "fsm/store/Pool.h"
 
 namespace FSM {
 

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "fsm/Account.h"
-#include "fsm/NonDetState.h"
 #include "fsm/StateSet.h"
+#include "fsm/pattern/NonDetState.h"
+#include "fsm/store/Account.h"
 
 namespace FSM {
 

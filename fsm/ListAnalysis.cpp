@@ -4,11 +4,11 @@
 #include <set>
 #include <utility>
 
-#include "fsm/Account.h"
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/Shape.h"
+#include "fsm/pattern/Shape.h"
+#include "fsm/store/Account.h"
 
 namespace FSM {
 

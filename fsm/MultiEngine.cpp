@@ -9,11 +9,11 @@
 #include <utility>
 
 #include "fnd/SeededHash.h"
-#include "fsm/Account.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/PatternList.h"
-#include "fsm/RowTable.h"
+#include "fsm/pattern/PatternList.h"
+#include "fsm/store/Account.h"
+#include "fsm/table/RowTable.h"
 
 namespace FSM {
 

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "fsm/PatternParser.h"
+#include "fsm/pattern/PatternParser.h"
 
 namespace FSM {
 

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-#include "fsm/Table.h"
+#include "fsm/table/Table.h"
 
 namespace FSM {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <unordered_set>
 
-#include "fsm/Account.h"
+#include "fsm/store/Account.h"
 
 namespace FSM {
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "records/Record.h"
-#include "records/RecordReader.h"
+#include "records/read/Record.h"
+#include "records/read/RecordReader.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/part/SavedFile.h"
+#include "fsm/store/SavedFile.h"
 
 namespace {
 

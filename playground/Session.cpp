@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "author/Functions.h"
-#include "cli/MessageText.h"
-#include "records/RecordExtension.h"
+#include "cli/script/MessageText.h"
 #include "records/RecordJob.h"
-#include "records/RecordManual.h"
 #include "records/RecordOutput.h"
-#include "records/StopSignal.h"
+#include "records/read/StopSignal.h"
+#include "records/script/RecordExtension.h"
+#include "records/script/RecordManual.h"
 #include "scr/Capabilities.h"
 #include "scr/Interpreter.h"
 #include "scr/Limits.h"

@@ -12,8 +12,8 @@
 #include <variant>
 #include <vector>
 
-#include "records/CurrentRecord.h"
-#include "records/RecordExtension.h"
+#include "records/script/CurrentRecord.h"
+#include "records/script/RecordExtension.h"
 #include "scr/Finding.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"

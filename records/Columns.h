@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "records/CurrentRecord.h"
-#include "records/FieldNames.h"
+#include "records/read/FieldNames.h"
+#include "records/script/CurrentRecord.h"
 
 namespace Records {
 

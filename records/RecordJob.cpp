@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "records/FieldScan.h"
+#include "records/read/FieldScan.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 

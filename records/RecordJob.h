@@ -10,14 +10,14 @@
 
 #include "records/Columns.h"
 #include "records/NamedOutputs.h"
-#include "records/RecordExtension.h"
 #include "records/RecordOutput.h"
-#include "records/RecordReader.h"
 #include "records/RecordWorker.h"
-#include "records/StopSignal.h"
 #include "records/StopWatcher.h"
-#include "records/Tables.h"
 #include "records/WorkerPool.h"
+#include "records/read/RecordReader.h"
+#include "records/read/StopSignal.h"
+#include "records/script/RecordExtension.h"
+#include "records/script/Tables.h"
 #include "records/store/KeyIndex.h"
 #include "scr/Output.h"
 

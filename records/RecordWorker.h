@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "records/Columns.h"
-#include "records/RecordExtension.h"
-#include "records/StopSignal.h"
+#include "records/read/StopSignal.h"
+#include "records/script/RecordExtension.h"
 #include "records/store/KeyIndex.h"
 #include "scr/Output.h"
 #include "scr/run/RunControl.h"

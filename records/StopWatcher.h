@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "records/StopSignal.h"
+#include "records/read/StopSignal.h"
 
 namespace SCR {
 class Interpreter;

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "fsm/PatternCheck.h"
-#include "fsm/SharedGroup.h"
+#include "fsm/store/SharedGroup.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"
 #include "scr/call/Binding.h"

@@ -7,7 +7,7 @@
 #include "fnd/ForkGuard.h"
 #include "scr/Variable.h"
 #include "scr/Version.h"
-#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/base/BuiltIn.h"
 #include "scr/call/Operator.h"
 #include "scr/run/NodeMemory.h"
 #include "scr/run/ScriptMutexes.h"

@@ -6,7 +6,7 @@
 #include "scr/FctDescr.h"
 #include "scr/HostExtension.h"
 #include "scr/MainExtension.h"
-#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/base/BuiltIn.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "fnd/WideInteger.h"
+#include "fnd/number/WideInteger.h"
 #include "fuzz/decimal_check.h"
 
 namespace {

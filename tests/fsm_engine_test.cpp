@@ -4,7 +4,7 @@
 #include "Test.h"
 #include "fsm/Engine.h"
 #include "fsm/Walk.h"
-#include "fsm/part/SavedFile.h"
+#include "fsm/store/SavedFile.h"
 #include "fsm_reference.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
 #include "fsm/MultiEngine.h"
-#include "fsm/SharedGroup.h"
-#include "fsm/part/SavedFile.h"
+#include "fsm/store/SavedFile.h"
+#include "fsm/store/SharedGroup.h"
 #include "fsm_reference.h"
 
 namespace {

@@ -2,8 +2,8 @@
 
 #include "Test.h"
 #include "fsm/EnginePart.h"
-#include "fsm/PatternParser.h"
-#include "fsm/PatternScanner.h"
+#include "fsm/pattern/PatternParser.h"
+#include "fsm/pattern/PatternScanner.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "scr/Function.h"
 #include "scr/MainExtension.h"
 #include "scr/Variable.h"
-#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/base/BuiltIn.h"
 #include "scr/parser/Parser.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <regex>
 
 #include "Script.h"
-#include "records/RecordReader.h"
+#include "records/read/RecordReader.h"
 #include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
 #include "scr/message/Codes.h"

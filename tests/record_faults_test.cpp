@@ -6,7 +6,7 @@
 #include "Folder.h"
 #include "Script.h"
 #include "records/RecordJob.h"
-#include "records/StopSignal.h"
+#include "records/read/StopSignal.h"
 
 namespace {
 

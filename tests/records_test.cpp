@@ -3,12 +3,12 @@
 #include "Examples.h"
 #include "Folder.h"
 #include "Script.h"
-#include "records/Record.h"
-#include "records/RecordExtension.h"
 #include "records/RecordJob.h"
-#include "records/RecordManual.h"
-#include "records/RecordReader.h"
 #include "records/json/JsonRecord.h"
+#include "records/read/Record.h"
+#include "records/read/RecordReader.h"
+#include "records/script/RecordExtension.h"
+#include "records/script/RecordManual.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "scr/builtin/SearchAutomaton.h"
+#include "scr/builtin/search/SearchAutomaton.h"
 
 #include "Test.h"
 
@@ -6,7 +6,7 @@
 
 #include "Pieces.h"
 #include "RandomText.h"
-#include "scr/builtin/RegExpr.h"
+#include "scr/builtin/search/RegExpr.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
 #include "scr/Node.h"
-#include "scr/builtin/BuiltIn.h"
+#include "scr/builtin/base/BuiltIn.h"
 #include "scr/code/Hot.h"
 #include "scr/run/RunControl.h"
 

@@ -3,9 +3,9 @@
 
 #include "Allocations.h"
 #include "Script.h"
-#include "scr/builtin/NumberText.h"
-#include "scr/builtin/RegExpr.h"
-#include "scr/builtin/StringResult.h"
+#include "scr/builtin/base/NumberText.h"
+#include "scr/builtin/base/StringResult.h"
+#include "scr/builtin/search/RegExpr.h"
 #include "scr/value/LargeText.h"
 
 namespace {

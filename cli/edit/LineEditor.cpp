@@ -1,4 +1,4 @@
-#include "cli/LineEditor.h"
+#include "cli/repl/LineEditor.h"
 
 #include <editline/readline.h>
 

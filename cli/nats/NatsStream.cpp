@@ -3,7 +3,7 @@
 #include <deque>
 #include <utility>
 
-#include "cli/MessageStream.h"
+#include "cli/run/MessageStream.h"
 
 // The library that `kestrel work` loads.
 

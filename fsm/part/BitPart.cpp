@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <map>
 
-#include "fsm/ByteClasses.h"
-#include "fsm/FlatNfa.h"
-#include "fsm/Lists.h"
-#include "fsm/PatternList.h"
-#include "fsm/part/Archive.h"
+#include "fsm/pattern/PatternList.h"
+#include "fsm/store/Archive.h"
+#include "fsm/store/Lists.h"
+#include "fsm/table/ByteClasses.h"
+#include "fsm/table/FlatNfa.h"
 
 namespace FSM {
 

@@ -7,15 +7,15 @@
 #include <string_view>
 #include <utility>
 
-#include "fsm/Determiniser.h"
-#include "fsm/Shape.h"
-#include "fsm/Table.h"
-#include "fsm/WordAutomaton.h"
 #include "fsm/part/BitPart.h"
 #include "fsm/part/LiteralPart.h"
 #include "fsm/part/StreamPart.h"
 #include "fsm/part/TablePart.h"
 #include "fsm/part/WordPart.h"
+#include "fsm/pattern/Shape.h"
+#include "fsm/table/Determiniser.h"
+#include "fsm/table/Table.h"
+#include "fsm/table/WordAutomaton.h"
 
 namespace FSM {
 

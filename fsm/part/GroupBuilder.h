@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "fsm/PatternList.h"
 #include "fsm/part/GroupParts.h"
+#include "fsm/pattern/PatternList.h"
 
 namespace FSM {
 

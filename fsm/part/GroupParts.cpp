@@ -3,13 +3,13 @@
 #include <numeric>
 #include <string>
 
-#include "fsm/Characters.h"
-#include "fsm/part/Archive.h"
 #include "fsm/part/BitPart.h"
 #include "fsm/part/LiteralPart.h"
 #include "fsm/part/StreamPart.h"
 #include "fsm/part/TablePart.h"
 #include "fsm/part/WordPart.h"
+#include "fsm/pattern/Characters.h"
+#include "fsm/store/Archive.h"
 
 namespace FSM {
 

@@ -5,8 +5,8 @@
 #include <bit>
 #include <cstring>
 
-#include "fsm/ByteScan.h"
-#include "fsm/part/Archive.h"
+#include "fsm/store/Archive.h"
+#include "fsm/table/ByteScan.h"
 
 namespace FSM {
 

@@ -4,11 +4,11 @@
 #include <string_view>
 #include <utility>
 
-#include "fsm/ByteScan.h"
 #include "fsm/PatternOptions.h"
 #include "fsm/part/NumberLists.h"
 #include "fsm/part/Part.h"
 #include "fsm/part/Trie.h"
+#include "fsm/table/ByteScan.h"
 
 namespace FSM {
 

@@ -5,9 +5,9 @@
 #include <span>
 #include <utility>
 
-#include "fsm/Account.h"
-#include "fsm/Flat.h"
 #include "fsm/part/Part.h"
+#include "fsm/store/Account.h"
+#include "fsm/store/Flat.h"
 
 namespace FSM {
 

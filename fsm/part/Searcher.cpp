@@ -4,8 +4,8 @@
 #include <tuple>
 #include <utility>
 
-#include "fsm/Characters.h"
-#include "fsm/Determiniser.h"
+#include "fsm/pattern/Characters.h"
+#include "fsm/table/Determiniser.h"
 
 namespace FSM {
 

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "fsm/Match.h"
-#include "fsm/PatternList.h"
-#include "fsm/Table.h"
 #include "fsm/part/NumberLists.h"
 #include "fsm/part/WordScan.h"
+#include "fsm/pattern/PatternList.h"
+#include "fsm/table/Table.h"
 
 namespace FSM {
 

@@ -5,11 +5,11 @@
 #include <utility>
 #include <vector>
 
-#include "fsm/ByteClasses.h"
-#include "fsm/ByteScan.h"
-#include "fsm/FlatNfa.h"
-#include "fsm/PatternList.h"
-#include "fsm/part/Archive.h"
+#include "fsm/pattern/PatternList.h"
+#include "fsm/store/Archive.h"
+#include "fsm/table/ByteClasses.h"
+#include "fsm/table/ByteScan.h"
+#include "fsm/table/FlatNfa.h"
 
 namespace FSM {
 

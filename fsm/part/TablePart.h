@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "fsm/Table.h"
 #include "fsm/part/Part.h"
+#include "fsm/table/Table.h"
 
 namespace FSM {
 

@@ -3,7 +3,7 @@
 #include <bitset>
 #include <new>
 
-#include "fsm/part/Archive.h"
+#include "fsm/store/Archive.h"
 
 namespace FSM {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "fsm/Flat.h"
+#include "fsm/store/Flat.h"
 
 namespace FSM {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <new>
 
-#include "fsm/ByteScan.h"
-#include "fsm/part/Archive.h"
+#include "fsm/store/Archive.h"
+#include "fsm/table/ByteScan.h"
 
 namespace FSM {
 

@@ -3,10 +3,10 @@
 #include <array>
 #include <string_view>
 
-#include "fsm/Shape.h"
 #include "fsm/part/NumberLists.h"
 #include "fsm/part/Part.h"
 #include "fsm/part/WordScan.h"
+#include "fsm/pattern/Shape.h"
 
 namespace FSM {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "fsm/part/Archive.h"
+#include "fsm/store/Archive.h"
 
 namespace FSM {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "fsm/Flat.h"
 #include "fsm/part/Trie.h"
+#include "fsm/store/Flat.h"
 
 namespace FSM {
 

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "scr/Interpreter.h"
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/OperatorChain.h"
-#include "scr/builtin/StringSum.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/OperatorChain.h"
+#include "scr/builtin/base/StringSum.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"

@@ -1,7 +1,7 @@
 #include <typeinfo>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/StringSum.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/StringSum.h"
 #include "scr/call/Binding.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"

@@ -3,9 +3,9 @@
 #include <memory>
 #include <utility>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
-#include "scr/builtin/OperatorChain.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
+#include "scr/builtin/base/OperatorChain.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/RunControl.h"
 #include "scr/tree/Operand.h"

@@ -4,8 +4,8 @@
 
 #include "scr/Array.h"
 #include "scr/Hash.h"
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/tree/ElementAccess.h"

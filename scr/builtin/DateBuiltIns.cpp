@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "fnd/Portable.h"
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
 #include "scr/value/LargeText.h"
 
 namespace SCR {

@@ -5,8 +5,8 @@
 
 #include "scr/FctDescr.h"
 #include "scr/Types.h"
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/StringResult.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/StringResult.h"
 #include "scr/message/Messages.h"
 #include "scr/message/Quote.h"
 #include "scr/parser/ParseErrors.h"

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string_view>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
 #include "scr/os/FileAccess.h"
 #include "scr/os/FileCopy.h"
 #include "scr/run/MemoryCharge.h"

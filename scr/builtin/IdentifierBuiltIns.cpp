@@ -1,7 +1,7 @@
 #include <cstdint>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
 
 namespace SCR {
 

@@ -2,9 +2,9 @@
 #include <charconv>
 #include <iterator>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
-#include "scr/builtin/NumberText.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
+#include "scr/builtin/base/NumberText.h"
 
 namespace SCR {
 

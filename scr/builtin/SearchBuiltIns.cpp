@@ -5,10 +5,10 @@
 #include <optional>
 #include <string_view>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
-#include "scr/builtin/ConstantExpression.h"
-#include "scr/builtin/StringResult.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
+#include "scr/builtin/base/StringResult.h"
+#include "scr/builtin/search/ConstantExpression.h"
 #include "scr/message/Messages.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/tree/ElementAccess.h"

@@ -3,9 +3,9 @@
 #include <cstring>
 #include <string>
 
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
-#include "scr/builtin/NumberText.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
+#include "scr/builtin/base/NumberText.h"
 #include "scr/message/Messages.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/value/LargeText.h"

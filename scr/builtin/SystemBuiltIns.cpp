@@ -9,8 +9,8 @@
 
 #include "fnd/Portable.h"
 #include "scr/MainExtension.h"
-#include "scr/builtin/BuiltIn.h"
-#include "scr/builtin/BuiltInNode.h"
+#include "scr/builtin/base/BuiltIn.h"
+#include "scr/builtin/base/BuiltInNode.h"
 #include "scr/os/ShellCommand.h"
 #include "scr/run/RunControl.h"
 #include "scr/run/ScriptMutexes.h"

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "fsm/Account.h"
 #include "fsm/Budget.h"
+#include "fsm/store/Account.h"
 
 namespace SCR {
 

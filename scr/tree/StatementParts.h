@@ -6,7 +6,7 @@
 #include "scr/Statement.h"
 #include "scr/code/Hot.h"
 #include "scr/run/NodeMemory.h"
-#include "scr/value/NameTable.h"
+#include "scr/tree/NameTable.h"
 
 namespace SCR {
 

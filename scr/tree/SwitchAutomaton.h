@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "fsm/SharedGroup.h"
+#include "fsm/store/SharedGroup.h"
 #include "scr/Node.h"
 #include "scr/run/PendingBuilds.h"
 

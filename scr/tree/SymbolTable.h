@@ -12,7 +12,7 @@
 #include "scr/Extension.h"
 #include "scr/Function.h"
 #include "scr/Variable.h"
-#include "scr/value/NameTable.h"
+#include "scr/tree/NameTable.h"
 
 namespace SCR {
 

@@ -1,7 +1,0 @@
-#include "records/Decoder.h"
-
-namespace Records {
-
-std::unique_ptr<Decoder> Decoder::of(std::string_view /*start*/) { return nullptr; }
-
-}  // namespace Records
