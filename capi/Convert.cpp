@@ -7,7 +7,7 @@
 
 #include "fnd/DateTime.h"
 #include "fnd/Identifier.h"
-#include "scr/Types.h"
+#include "scr/Variable.h"
 #include "scr/Version.h"
 
 namespace CApi {

@@ -19,7 +19,7 @@
 #include "cli/script/StderrLog.h"
 #include "fsm/Analysis.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 #include "records/RecordOutput.h"
 #include "scr/message/Codes.h"
 #include "scr/message/Quote.h"

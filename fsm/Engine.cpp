@@ -6,7 +6,6 @@
 #include <new>
 #include <utility>
 
-#include "fsm/Walk.h"
 #include "fsm/part/Searcher.h"
 #include "fsm/pattern/PatternList.h"
 #include "fsm/store/Archive.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -10,11 +11,32 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "fsm/Match.h"
 #include "fsm/PatternOptions.h"
 #include "fsm/State.h"
 
 namespace FSM {
+
+/// A match of a pattern within a text: the bytes from `begin` to before `end`.
+struct Match {
+    /// `begin` of a match of which only the end is known.
+    static constexpr std::size_t unknownCM = ~std::size_t{0};
+
+    std::size_t begin;
+    std::size_t end;
+    std::int32_t path;
+
+    friend auto operator<=>(const Match&, const Match&) = default;
+};
+
+/// Which matches a search gives. Matches are never empty.
+enum class Find {
+    /// Of all matches those that begin first, of these the longest, and so on after its end. If
+    /// several patterns match these bytes, the one with the lowest number.
+    LeftmostLongest,
+    /// For each place at which a match ends, each pattern with such a match, once, in the order of
+    /// the ends. `begin` is known if all patterns are words without operators.
+    AllEnds
+};
 
 struct Analysis;
 class SavedFile;
@@ -147,6 +169,35 @@ private:
     std::unique_ptr<SavedFile> file_;  // that holds the table, if it was loaded
     std::unique_ptr<Table> table_;     // all that matching needs
     std::unique_ptr<Searcher> searcher_;
+};
+
+/// Matches a text that comes in pieces, with the same results as if it came at once, wherever it is
+/// cut. Used by one thread; any number of walks may use an engine, which must outlive them.
+class KESTREL_API Walk {
+public:
+    /// Begins a text. `engine` is set up.
+    explicit Walk(const Engine& engine);
+    ~Walk();
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+
+    /// Begins another text.
+    void begin();
+    /// Continues the text. For the match of the whole text it ends at its first NUL.
+    void feed(std::string_view piece);
+    /// The same. Appends the matches that end in this piece, as `Find::AllEnds` gives them; places
+    /// count from the beginning of the text. Only for an engine that searches.
+    void feed(std::string_view piece, std::vector<Match>& matches);
+    /// What `Engine::process` gives for the text so far. More of it may follow.
+    const State* end() const;
+
+private:
+    struct Search;
+
+    const Engine& engine_;
+    std::uint32_t row_ = 0;
+    bool isEnded_ = false;
+    std::unique_ptr<Search> progress_;
 };
 
 }  // namespace FSM

@@ -10,7 +10,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "fsm/MultiEngineIf.h"
+#include "fsm/MultiEngine.h"
 #include "fsm/PatternOptions.h"
 
 namespace FSM {

@@ -9,10 +9,54 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "fsm/MultiEngineIf.h"
 #include "fsm/PatternOptions.h"
 
 namespace FSM {
+
+/// The interface of an engine that consists of several automata. Rows of patterns are inserted,
+/// each under a path number; for a sequence of words the engine gives the numbers of the rows that
+/// match it, pattern by pattern.
+///
+/// Insert the rows, call `finalSetup` once, then match as often as you like. Until `finalSetup`
+/// returns, one thread uses the object; after that any number of threads may match at once. Only
+/// exceptions of a `Budget` are thrown; any other failure gives false and a text in `error`.
+class KESTREL_API MultiEngineIf {
+public:
+    /// The path number that means the number of rows inserted before.
+    static constexpr unsigned long nextPathCM = ~0UL;
+
+    virtual ~MultiEngineIf();
+
+    /// Adds a row: one pattern for each word. `pathNumber` is 0 to 2147483647. False, with only the
+    /// error text changed, if a pattern does not parse, if the number of patterns or the path
+    /// number is out of range, or after `finalSetup`.
+    virtual bool insertPatterns(const std::vector<FND::String>& patterns,
+                                unsigned long pathNumber = nextPathCM) = 0;
+
+    /// Builds the automata and frees the patterns. True when they were built, now or before, or
+    /// when there is nothing to build. False when that would pass a limit or memory ran out;
+    /// nothing matches then, and `guiltyPath` tells which row caused it.
+    virtual bool finalSetup() = 0;
+
+    /// Fills `paths` with the numbers of the rows that match the words, ascending and each once. A
+    /// word ends at its first NUL. `paths` keeps its memory between calls; no other memory is
+    /// taken.
+    virtual void process(std::span<const std::string_view> words,
+                         std::vector<std::int32_t>& paths) const = 0;
+    /// The lowest number that `process` gives, or -1.
+    virtual std::int32_t firstPath(std::span<const std::string_view> words) const = 0;
+
+    /// The text of the last failure; empty if there was none.
+    virtual const FND::String& error() const = 0;
+    /// After `finalSetup` has failed at a limit: the number of the row at which the limit was
+    /// passed. Otherwise -1.
+    virtual std::int32_t guiltyPath() const = 0;
+
+    /// Number of deterministic states of all automata; 0 before `finalSetup`.
+    virtual std::size_t stateCount() const = 0;
+    /// Bytes of memory that the finished automata take; 0 before `finalSetup`.
+    virtual std::size_t memory() const = 0;
+};
 
 /// Matches sequences of words against rows of patterns, as in a rating table: a row matches if it
 /// has as many patterns as there are words and each pattern matches its word.

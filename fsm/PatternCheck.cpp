@@ -1,4 +1,4 @@
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 
 #include <new>
 

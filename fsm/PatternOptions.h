@@ -1,5 +1,10 @@
 #pragma once
 
+#include <cstddef>
+
+#include "fnd/Export.h"
+#include "fnd/String.h"
+
 namespace FSM {
 
 /// How an engine reads patterns and texts. All are off by default.
@@ -19,5 +24,12 @@ struct PatternOptions {
 
     friend bool operator==(const PatternOptions&, const PatternOptions&) = default;
 };
+
+/// Whether `pattern` parses. If not, `error` tells why; nothing is printed. Any thread.
+KESTREL_API bool checkPattern(const FND::String& pattern, FND::String& error);
+/// The same; `place` is then the byte of the pattern, from 0 on, at which it stopped. `options` are
+/// those of the engine that is to take the pattern.
+KESTREL_API bool checkPattern(const FND::String& pattern, FND::String& error, std::size_t& place,
+                              const PatternOptions& options = {});
 
 }  // namespace FSM

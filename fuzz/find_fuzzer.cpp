@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "fsm/Engine.h"
-#include "fsm/Walk.h"
 #include "fuzz/patterns.h"
 
 /// Searches for up to four patterns in a text, whole and in pieces, and compares the matches with

@@ -10,7 +10,7 @@
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 #include "fuzz/patterns.h"
 
 namespace {

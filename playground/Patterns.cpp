@@ -7,7 +7,7 @@
 #include "author/PatternExamples.h"
 #include "fsm/Analysis.h"
 #include "fsm/EngineGroup.h"
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 #include "playground/Session.h"
 #include "scr/message/Quote.h"
 

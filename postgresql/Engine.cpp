@@ -14,7 +14,7 @@
 
 #include "records/script/CurrentRecord.h"
 #include "records/script/RecordExtension.h"
-#include "scr/Finding.h"
+#include "scr/Diagnostic.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
 #include "scr/Output.h"

@@ -6,7 +6,7 @@
 #include "scr/Array.h"
 #include "scr/Hash.h"
 #include "scr/HostContainers.h"
-#include "scr/Types.h"
+#include "scr/Variable.h"
 
 namespace PyApi {
 

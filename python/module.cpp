@@ -13,7 +13,6 @@
 #include "python/Convert.h"
 #include "scr/Function.h"
 #include "scr/HostExtension.h"
-#include "scr/Live.h"
 #include "scr/Program.h"
 #include "scr/ScriptHandle.h"
 #include "scr/Version.h"

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 #include "fsm/store/SharedGroup.h"
 #include "scr/Interpreter.h"
 #include "scr/Node.h"

@@ -5,7 +5,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/Effect.h"
+#include "scr/Capabilities.h"
 #include "scr/Variable.h"
 
 namespace SCR {

@@ -8,7 +8,7 @@
 #include "fnd/Export.h"
 #include "scr/Array.h"
 #include "scr/Hash.h"
-#include "scr/Types.h"
+#include "scr/Variable.h"
 
 namespace SCR {
 

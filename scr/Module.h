@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fnd/Export.h"
-#include "scr/Effect.h"
+#include "scr/Capabilities.h"
 #include "scr/HostExtension.h"
 #include "scr/Version.h"
 

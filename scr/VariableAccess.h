@@ -1,7 +1,7 @@
 #pragma once
 
 #include "fnd/Export.h"
-#include "scr/Types.h"
+#include "scr/Variable.h"
 
 namespace SCR {
 

@@ -3,7 +3,6 @@
 #include "Folder.h"
 #include "Test.h"
 #include "fsm/Engine.h"
-#include "fsm/Walk.h"
 #include "fsm/store/SavedFile.h"
 #include "fsm_reference.h"
 

@@ -6,7 +6,6 @@
 #include "scr/Batch.h"
 #include "scr/ConditionList.h"
 #include "scr/HostExtension.h"
-#include "scr/Live.h"
 #include "scr/Program.h"
 #include "scr/ScriptHandle.h"
 

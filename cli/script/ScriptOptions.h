@@ -9,7 +9,6 @@
 
 #include "cli/script/StderrLog.h"
 #include "scr/Capabilities.h"
-#include "scr/CodeTier.h"
 #include "scr/Limits.h"
 
 namespace SCR {

@@ -5,7 +5,6 @@
 #include <fsm/Engine.h>
 #include <fsm/EngineGroup.h>
 #include <fsm/MultiEngine.h>
-#include <fsm/Walk.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "scr/HostExtension.h"
-#include "scr/Live.h"
+#include "scr/Program.h"
 #include "scr/ScriptHandle.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fsm/Match.h"
+#include "fsm/Engine.h"
 #include "fsm/part/NumberLists.h"
 #include "fsm/part/WordScan.h"
 #include "fsm/pattern/PatternList.h"

@@ -11,7 +11,7 @@
 #include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
-#include "scr/Types.h"
+#include "scr/Variable.h"
 #include "scr/message/Quote.h"
 #include "scr/parser/ParseErrors.h"
 #include "scr/parser/ParserStack.h"

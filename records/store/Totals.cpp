@@ -9,7 +9,6 @@
 
 #include "scr/Hash.h"
 #include "scr/HostContainers.h"
-#include "scr/Types.h"
 #include "scr/Variable.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"

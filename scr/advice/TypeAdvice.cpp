@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "Grammar.h"
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
 #include "scr/MainExtension.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "scr/FctDescr.h"
-#include "scr/Types.h"
+#include "scr/Variable.h"
 #include "scr/builtin/base/BuiltIn.h"
 #include "scr/builtin/base/StringResult.h"
 #include "scr/message/Messages.h"

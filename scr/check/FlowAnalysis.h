@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/Effect.h"
-#include "scr/Finding.h"
+#include "scr/Capabilities.h"
+#include "scr/Diagnostic.h"
 #include "scr/value/KeyHash.h"
 
 namespace SCR {

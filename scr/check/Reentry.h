@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "scr/Finding.h"
+#include "scr/Diagnostic.h"
 #include "scr/check/ScriptRecord.h"
 
 namespace SCR {

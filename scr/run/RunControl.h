@@ -12,7 +12,6 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/CodeTier.h"
 #include "scr/Limits.h"
 #include "scr/Outcome.h"
 

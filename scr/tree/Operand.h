@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "scr/Types.h"
+#include "scr/Variable.h"
 #include "scr/code/Builder.h"
 #include "scr/value/Leaves.h"
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "fsm/Analysis.h"
-#include "fsm/PatternCheck.h"
+#include "fsm/PatternOptions.h"
 #include "scr/Interpreter.h"
 #include "scr/message/Messages.h"
 #include "scr/run/AutomataAccount.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/HostObject.h"
+#include "scr/HostTypes.h"
 #include "scr/value/Words.h"
 
 namespace SCR {

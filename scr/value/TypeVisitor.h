@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scr/Types.h"
+#include "scr/Variable.h"
 
 namespace SCR {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "fnd/Export.h"
-#include "scr/Effect.h"
+#include "scr/Capabilities.h"
 #include "scr/FctDescr.h"
 #include "scr/call/CallFacts.h"
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "scr/Types.h"
+#include "scr/Variable.h"
 #include "scr/parser/ParserStack.h"
 #include "scr/run/CountedWork.h"
 #include "scr/run/MemoryCharge.h"

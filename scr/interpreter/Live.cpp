@@ -1,4 +1,4 @@
-#include "scr/Live.h"
+#include "scr/Program.h"
 
 #include <atomic>
 #include <mutex>
