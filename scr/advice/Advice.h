@@ -89,6 +89,8 @@ FND::String nearestName(std::string_view name, const std::vector<FND::String>& c
 
 /// "Long" with its article: "a Long".
 FND::String aType(int typeWord);
+/// Whether values of the base type `type` are numbers.
+bool isNumber(int type);
 /// The function that converts between two types; empty when there is none.
 std::string_view conversionOf(int from, int to);
 

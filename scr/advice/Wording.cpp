@@ -1,5 +1,7 @@
 #include "scr/advice/Wording.h"
 
+#include <algorithm>
+
 #include "Grammar.h"
 
 namespace SCR {
@@ -12,6 +14,11 @@ FND::String lowered(std::string_view text) {
         if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
     }
     return lower;
+}
+
+bool isDigits(std::string_view text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(),
+                                        [](char byte) { return byte >= '0' && byte <= '9'; });
 }
 
 bool isOpening(int code) {

@@ -19,6 +19,9 @@
 
 namespace SCR {
 
+class FlowAnalysis;
+struct ScriptRecord;
+
 // What becomes known of a call whose outcome is wanted.
 struct Interpreter::Watching {
     Outcome::Kind kind = Outcome::Kind::Failed;
