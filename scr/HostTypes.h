@@ -202,8 +202,6 @@ public:
     void clear() const { this->handles_.clear(); }
 };
 
-class Interpreter;
-
 /// The name of a record's field, as a script gives it to one of the field functions ("edrString"
 /// and others): `edrString(customer.name)` passes "customer.name". A view into the call's node.
 class FieldAlias {
