@@ -5,6 +5,7 @@
 #include <CLI/Formatter.hpp>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace SCR {
 class OutputFailures;
@@ -53,6 +54,8 @@ void addTestCommand(CLI::App& app, Action& action);
 void addWhyCommand(CLI::App& app, Action& action);
 void addWorkCommand(CLI::App& app, Action& action);
 
+/// Writes `text` to standard output.
+void writeOut(std::string_view text);
 /// Writes "kestrel: `message`" and a line end to standard error.
 void report(const std::string& message);
 

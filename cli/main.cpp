@@ -24,6 +24,8 @@ bool wasStoppedG = false;  // a script was stopped
 
 }  // namespace
 
+void writeOut(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
 void report(const std::string& message) {
     flushOutput(false);
     std::fprintf(stderr, "kestrel: %s\n", message.c_str());

@@ -129,8 +129,6 @@ std::vector<Entry> entries() {
     return all;
 }
 
-void write(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
-
 /// Writes `text` in lines of at most 80 columns, each after `indent`.
 void writeWrapped(std::string_view text, std::string_view indent) {
     constexpr std::size_t columns = 80;
@@ -139,19 +137,19 @@ void writeWrapped(std::string_view text, std::string_view indent) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(word.size() + 1, text.size()));
         if (column > 0 && column + 1 + word.size() > columns) {
-            write("\n");
+            writeOut("\n");
             column = 0;
         }
         const std::string_view gap = column > 0 ? " " : indent;
-        write(gap);
-        write(word);
+        writeOut(gap);
+        writeOut(word);
         column += gap.size() + word.size();
     }
-    write("\n");
+    writeOut("\n");
 }
 
 void writePlain(const Entry& entry) {
-    write(entry.signature() + "\n");
+    writeOut(entry.signature() + "\n");
     writeWrapped(entry.row().manual, "    ");
     if (!entry.effects().empty()) writeWrapped("Effects: " + entry.effects() + ".", "    ");
     std::string example = "    Example:\n        ";
@@ -159,15 +157,15 @@ void writePlain(const Entry& entry) {
         example += byte;
         if (byte == '\n') example += "        ";
     }
-    write(example + "\n");
+    writeOut(example + "\n");
 }
 
 void writeMarkdown(const Entry& entry) {
-    if (!entry.isOperator()) write("### " + std::string(entry.name()) + "\n\n");
-    write("```\n" + entry.signature() + "\n```\n\n");
+    if (!entry.isOperator()) writeOut("### " + std::string(entry.name()) + "\n\n");
+    writeOut("```\n" + entry.signature() + "\n```\n\n");
     writeWrapped(entry.row().manual, "");
-    if (!entry.effects().empty()) write("\nEffects: " + entry.effects() + ".\n");
-    write("\nExample:\n\n```kestrel\n" + std::string(entry.row().example) + "\n```\n\n");
+    if (!entry.effects().empty()) writeOut("\nEffects: " + entry.effects() + ".\n");
+    writeOut("\nExample:\n\n```kestrel\n" + std::string(entry.row().example) + "\n```\n\n");
 }
 
 std::vector<Entry> recordEntries() {
@@ -185,7 +183,7 @@ std::vector<Entry> moduleEntries() {
 }
 
 void writeModules() {
-    write(
+    writeOut(
         "<!-- Made by `kestrel functions --modules` from the tables of the modules; do not edit. "
         "-->\n\n"
         "# Modules\n\n"
@@ -199,20 +197,20 @@ void writeModules() {
         "and\ngives 0, false, the empty text, the null decimal or the invalid date, unless its "
         "text says\nsomething else; what it would have changed stays as it is.\n\n");
     for (const SCR::ModuleTable* table : SCR::shippedModules()) {
-        write("- [" + std::string(table->name) + "](#" + std::string(table->name) + ")\n");
+        writeOut("- [" + std::string(table->name) + "](#" + std::string(table->name) + ")\n");
     }
     for (const SCR::ModuleTable* table : SCR::shippedModules()) {
-        write("\n## " + std::string(table->name) + "\n\n");
+        writeOut("\n## " + std::string(table->name) + "\n\n");
         writeWrapped(table->manual, "");
         for (const SCR::ModuleFunction& row : table->functions) {
-            write("\n");
+            writeOut("\n");
             writeMarkdown(Entry(*table, row));
         }
     }
 }
 
 void writeManual(const std::vector<Entry>& all) {
-    write(
+    writeOut(
         "<!-- Made by `kestrel functions --markdown` from the table of built-ins; do not edit. "
         "-->\n\n"
         "# Built-in functions and operators\n\n"
@@ -227,31 +225,31 @@ void writeManual(const std::vector<Entry>& all) {
     bool isInOperators = false;
     for (const Entry& entry : all) {
         if (entry.isOperator() && !isInOperators) {
-            write(
+            writeOut(
                 "## Operators\n\n"
                 "The operators, the types of their operands, and the type of their value.\n\n");
             isInOperators = true;
         }
         writeMarkdown(entry);
     }
-    write("## Functions for records\n\n");
+    writeOut("## Functions for records\n\n");
     writeWrapped(Records::recordManual().manual, "");
-    write("[Records](records.md) tells about records.\n\n");
+    writeOut("[Records](records.md) tells about records.\n\n");
     for (const Entry& entry : recordEntries()) writeMarkdown(entry);
 }
 
 // What `kestrel lsp` reads of a host's functions.
 void writeJson(const std::vector<Entry>& entries) {
-    write("[");
+    writeOut("[");
     for (const Entry& entry : entries) {
-        write(&entry == &entries.front() ? "\n" : ",\n");
-        write("{\"module\":" + jsonText(entry.module()) + ",\"name\":" + jsonText(entry.name()) +
+        writeOut(&entry == &entries.front() ? "\n" : ",\n");
+        writeOut("{\"module\":" + jsonText(entry.module()) + ",\"name\":" + jsonText(entry.name()) +
               ",\"sign\":" + jsonText(entry.sign()) + ",\"signature\":" +
               jsonText(entry.row().signature) + ",\"effects\":" + jsonText(entry.effects()) +
               ",\"manual\":" + jsonText(entry.row().manual) +
               ",\"example\":" + jsonText(entry.row().example) + "}");
     }
-    write("\n]\n");
+    writeOut("\n]\n");
 }
 
 ExitStatus showFunctions(const std::string& name, bool isMarkdown, bool isJson) {
@@ -286,7 +284,7 @@ ExitStatus showFunctions(const std::string& name, bool isMarkdown, bool isJson) 
         return ExitStatus::Success;
     }
     for (std::size_t i = 0; i < shown.size(); ++i) {
-        if (i > 0) write("\n");
+        if (i > 0) writeOut("\n");
         writePlain(shown[i]);
     }
     return ExitStatus::Success;

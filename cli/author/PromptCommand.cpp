@@ -164,8 +164,6 @@ b 2
 ```
 )page";
 
-void write(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
-
 // The first sentence of a text.
 std::string_view firstSentence(std::string_view text) {
     for (std::size_t at = 0; (at = text.find('.', at)) != std::string_view::npos; ++at) {
@@ -191,24 +189,24 @@ void add(std::map<std::string, std::string>& lines, const Row& row) {
     lines[name] = "- `" + std::string(signature) + "` " + text + "\n";
 }
 
-void write(const std::map<std::string, std::string>& lines) {
-    for (const auto& [name, line] : lines) write(line);
-    write("\n");
+void printLines(const std::map<std::string, std::string>& lines) {
+    for (const auto& [name, line] : lines) writeOut(line);
+    writeOut("\n");
 }
 
 void writePage() {
-    write(headS);
-    write("## Built-in functions\n\n`out` is a variable that is set, `[...]` may be left out.\n\n");
+    writeOut(headS);
+    writeOut("## Built-in functions\n\n`out` is a variable that is set, `[...]` may be left out.\n\n");
     std::map<std::string, std::string> lines;
     for (const SCR::BuiltIn* const row : SCR::builtIns()) add(lines, *row);
-    write(lines);
-    write(recordsS);
+    printLines(lines);
+    writeOut(recordsS);
     lines.clear();
     for (const SCR::ModuleFunction& row : Records::recordManual().functions) add(lines, row);
-    write(lines);
-    write(modulesS);
-    write(toolsS);
-    write(examplesS);
+    printLines(lines);
+    writeOut(modulesS);
+    writeOut(toolsS);
+    writeOut(examplesS);
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ public:
         if (!reader_.joinable() || asked_ < 0) return;
         const std::int64_t wanted = ++drains_;
         const std::uint64_t one = 1;
-        if (write(asked_, &one, sizeof one) < 0) return;
+        if (::write(asked_, &one, sizeof one) < 0) return;
         drained_.wait(lock, [&] { return done_ >= wanted; });
     }
 

@@ -29,7 +29,7 @@ bool isAsDescribed(const std::string& directory, const Manifest::File& file,
     return file.name == name && Digest::ofFile(directory + "/" + name) == file.digest;
 }
 
-bool isSame(const timespec& a, const timespec& b) {
+bool isSameTime(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
@@ -138,7 +138,7 @@ bool OutputDirectory::complete(Manifest& manifest) {
     }
     struct stat status {};
     if (stat(input_.c_str(), &status) != 0) return fail(input_);
-    if (status.st_size != status_.st_size || !isSame(status.st_mtim, status_.st_mtim)) {
+    if (status.st_size != status_.st_size || !isSameTime(status.st_mtim, status_.st_mtim)) {
         error_ = input_ + " was changed while it was read";
         hasInputChanged_ = true;
         return false;
