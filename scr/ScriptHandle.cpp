@@ -41,7 +41,7 @@ bool hasShape(const Variable& variable, std::span<const int> shape) {
 }
 
 // A type as it is declared: the base type, and brackets from the outermost container inwards.
-FND::String typeText(std::span<const int> shape, const FND::String& object = {}) {
+FND::String shapeText(std::span<const int> shape, const FND::String& object = {}) {
     FND::String text = object.empty() ? Node::datatypeAsString(shape.back()) : object;
     for (const int code : shape.first(shape.size() - 1)) {
         text += code == TypeCode::Array ? "[]" : "{}";
@@ -49,21 +49,21 @@ FND::String typeText(std::span<const int> shape, const FND::String& object = {})
     return text;
 }
 
-FND::String typeText(const Variable& variable) {
+FND::String shapeText(const Variable& variable) {
     std::vector<int> shape;
     const Variable* last = &variable;
     for (const Variable* part = last; part != nullptr; part = prototypeOf(*part)) {
         shape.push_back(Node::baseType(part->dataType()));
         last = part;
     }
-    if (shape.back() != TypeCode::Adt) return typeText(shape);
-    return typeText(shape, static_cast<const AdtVariable*>(last)->subType());
+    if (shape.back() != TypeCode::Adt) return shapeText(shape);
+    return shapeText(shape, static_cast<const AdtVariable*>(last)->subType());
 }
 
 FND::String signatureText(const FND::String& name, std::span<const std::span<const int>> shapes) {
-    FND::String text = typeText(shapes.front()) + " " + name + "(";
+    FND::String text = shapeText(shapes.front()) + " " + name + "(";
     for (std::size_t i = 1; i < shapes.size(); ++i)
-        text += (i > 1 ? ", " : "") + typeText(shapes[i]);
+        text += (i > 1 ? ", " : "") + shapeText(shapes[i]);
     return text + ")";
 }
 
@@ -71,9 +71,9 @@ FND::String signatureText(const Function& function, const FND::String& name,
                           const std::vector<Variable*>& parameters) {
     const Variable* const result = function.returnVariable();
     FND::String text =
-        (result != nullptr ? typeText(*result) : FND::String("Void")) + " " + name + "(";
+        (result != nullptr ? shapeText(*result) : FND::String("Void")) + " " + name + "(";
     for (std::size_t i = 0; i < parameters.size(); ++i) {
-        text += (i > 0 ? ", " : "") + typeText(*parameters[i]);
+        text += (i > 0 ? ", " : "") + shapeText(*parameters[i]);
     }
     return text + ")";
 }
@@ -152,7 +152,7 @@ void Interpreter::bindVariable(ScriptHandle& handle, const FND::String& name,
         if (found == nullptr) return "there is no variable `" + name + "'";
         if (found->dataType() == TypeCode::Function) return "`" + name + "' is a function";
         if (!hasShape(*found, shape)) {
-            return "`" + name + "' is " + typeText(*found) + ", not " + typeText(shape);
+            return "`" + name + "' is " + shapeText(*found) + ", not " + shapeText(shape);
         }
         handle.target_ = found;
         return {};

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "fnd/DateTime.h"
+#include "fnd/date/Bytes.h"
 #include "fnd/date/Calendar.h"
 #include "fnd/date/DateDirectives.h"
 
@@ -12,11 +13,7 @@ namespace {
 
 // The functions that skip and read take matching bytes from the front of the text.
 
-constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 constexpr bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 constexpr char toUpper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;

@@ -1,15 +1,9 @@
 #include "fnd/date/ZoneRule.h"
 
+#include "fnd/date/Bytes.h"
 #include "fnd/date/Calendar.h"
 
 namespace FND {
-namespace {
-
-constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-
-}  // namespace
 
 /// Reads the parts of a rule from the front of its text; each function gives false when the part is
 /// missing.

@@ -10,7 +10,7 @@ namespace FSM {
 
 namespace {
 
-const bool hasShuffleS = __builtin_cpu_supports("ssse3");
+const bool shufflesS = __builtin_cpu_supports("ssse3");
 
 // The halves of the bytes of a product, as bits.
 struct Halves {
@@ -107,7 +107,7 @@ double WindowScan::density(std::span<const unsigned char> bytes) const {
 __attribute__((target("ssse3"))) const unsigned char* WindowScan::skip(const unsigned char* text,
                                                                        const unsigned char* end,
                                                                        bool takesNul) const {
-    if (!hasShuffleS || (!takesNul && (text[0] == 0 || text[1] == 0))) return text;
+    if (!shufflesS || (!takesNul && (text[0] == 0 || text[1] == 0))) return text;
     const __m128i zero = _mm_setzero_si128();
     const __m128i nul = _mm_set1_epi8(takesNul ? 0 : -1);
     const unsigned char* const last = end - leastCM;  // at or after `begin`
