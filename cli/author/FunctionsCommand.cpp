@@ -244,10 +244,10 @@ void writeJson(const std::vector<Entry>& entries) {
     for (const Entry& entry : entries) {
         writeOut(&entry == &entries.front() ? "\n" : ",\n");
         writeOut("{\"module\":" + jsonText(entry.module()) + ",\"name\":" + jsonText(entry.name()) +
-              ",\"sign\":" + jsonText(entry.sign()) + ",\"signature\":" +
-              jsonText(entry.row().signature) + ",\"effects\":" + jsonText(entry.effects()) +
-              ",\"manual\":" + jsonText(entry.row().manual) +
-              ",\"example\":" + jsonText(entry.row().example) + "}");
+                 ",\"sign\":" + jsonText(entry.sign()) + ",\"signature\":" +
+                 jsonText(entry.row().signature) + ",\"effects\":" + jsonText(entry.effects()) +
+                 ",\"manual\":" + jsonText(entry.row().manual) +
+                 ",\"example\":" + jsonText(entry.row().example) + "}");
     }
     writeOut("\n]\n");
 }

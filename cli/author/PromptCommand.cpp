@@ -196,7 +196,8 @@ void printLines(const std::map<std::string, std::string>& lines) {
 
 void writePage() {
     writeOut(headS);
-    writeOut("## Built-in functions\n\n`out` is a variable that is set, `[...]` may be left out.\n\n");
+    writeOut(
+        "## Built-in functions\n\n`out` is a variable that is set, `[...]` may be left out.\n\n");
     std::map<std::string, std::string> lines;
     for (const SCR::BuiltIn* const row : SCR::builtIns()) add(lines, *row);
     printLines(lines);
