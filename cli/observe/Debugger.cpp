@@ -37,17 +37,17 @@ std::string firstOf(const std::vector<SCR::Diagnostic>& messages) {
 }
 
 std::string describe(const Records::Shown& shown) {
-    using Result = Records::Shown::Result;
+    using ShownAs = Records::Shown::Result;
     std::string after = shown.after;
     while (after.ends_with('\n')) after.pop_back();
     const std::string number = "record " + std::to_string(shown.number) + ' ';
     switch (shown.result) {
-        case Result::Dropped:
+        case ShownAs::Dropped:
             return number + "dropped";
-        case Result::Rejected:
+        case ShownAs::Rejected:
             return number + "rejected: " + readable(after);
         default:
-            return number + (shown.result == Result::Changed ? "changed: " : "unchanged: ") + after;
+            return number + (shown.result == ShownAs::Changed ? "changed: " : "unchanged: ") + after;
     }
 }
 
