@@ -28,8 +28,11 @@ const std::vector<std::vector<const char*>> groupsS = {
      "if ((i % 7 != 3) == false) { s = s + 1; }"},
     {"if (i > 3) { s = s + 1; }", "if (3 < i) { s = s + 1; }", "if (i >= 4) { s = s + 1; }",
      "if (i > 3 and i > 2) { s = s + 1; }"},
-    {"if (i < b or i > c) { s = s + 2; }", "if (i > c or i < b) { s = s + 2; }",
+    // The order of the two is the author's: it says which one need not be looked at.
+    {"if (i < b or i > c) { s = s + 2; }", "if (b > i or c < i) { s = s + 2; }",
      "if ((i >= b and i <= c) == false) { s = s + 2; }"},
+    {"if (i > 3) { if (i != 2) { s = s + 1; } }", "if (i > 2 and i > 3) { s = s + 1; }",
+     "if (i <= 3 or i < 0) { t = t; } else { s = s + 1; }"},
     {"t = i * 2;", "t = 2 * i;", "t = i + i;"},
     {"t = i - 1;", "t = i + -1;", "t = -1 + i;"},
     {"if (i % 2 == 0) { t = 1; } else { t = 2; }", "if (i % 2 != 0) { t = 2; } else { t = 1; }",

@@ -49,7 +49,7 @@ public:
         const auto [left, right] = lowerOperands(code);
         frame.end();
         if (!target) target = code.temporary();
-        code.emit(Code::setOf(relation), target, left, right);
+        code.compare(relation, target, left, right);
         return target;
     }
 

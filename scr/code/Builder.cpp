@@ -171,7 +171,20 @@ void Builder::emit(Op op, Ref target, Ref a, Ref b, const void* pointer) {
 
 void Builder::jumpTo(Label label) { append(Op::Jump).label = label; }
 
+// A comparison has a constant on its right, wherever the script has it.
+static void turnRound(Relation& relation, Ref& a, Ref& b) {
+    if (!a.is(Ref::Kind::Constant)) return;
+    std::swap(a, b);
+    relation = mirrored(relation);
+}
+
+void Builder::compare(Relation relation, Ref target, Ref a, Ref b) {
+    turnRound(relation, a, b);
+    emit(setOf(relation), target, a, b);
+}
+
 void Builder::jumpIf(Relation relation, Ref a, Ref b, Label label) {
+    turnRound(relation, a, b);
     Operation& operation = append(jumpOf(relation));
     operation.a = a;
     operation.b = b;

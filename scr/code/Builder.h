@@ -91,6 +91,8 @@ public:
     // Operations.
 
     void emit(Op op, Ref target, Ref a = {}, Ref b = {}, const void* pointer = nullptr);
+    /// Sets `target` to whether the relation holds.
+    void compare(Relation relation, Ref target, Ref a, Ref b);
     void jumpTo(Label label);
     void jumpIf(Relation relation, Ref a, Ref b, Label label);
     /// Calls a helper and gives its value, in `target` when that is given.

@@ -106,6 +106,14 @@ constexpr Relation opposite(Relation relation) {
     return opposites[static_cast<std::size_t>(relation)];
 }
 
+/// The relation of b to a when a has the given one to b.
+constexpr Relation mirrored(Relation relation) {
+    constexpr Relation mirrors[] = {Relation::Greater,      Relation::Less,
+                                    Relation::Equal,        Relation::NotEqual,
+                                    Relation::GreaterEqual, Relation::LessEqual};
+    return mirrors[static_cast<std::size_t>(relation)];
+}
+
 constexpr Op setOf(Relation relation) {
     return static_cast<Op>(static_cast<int>(Op::Less) + static_cast<int>(relation));
 }

@@ -14,6 +14,7 @@
 #include "scr/Array.h"
 #include "scr/code/Helpers.h"
 #include "scr/code/native/CodePages.h"
+#include "scr/code/native/Comparisons.h"
 #include "scr/code/native/Divisor.h"
 #include "scr/code/native/Frame.h"
 #include "scr/code/native/Remainders.h"
@@ -217,6 +218,9 @@ private:
         if (uses(work, b) || (a.is(Ref::Kind::Constant) && !b.is(Ref::Kind::Constant))) {
             std::swap(a, b);
         }
+        if (instruction == x86::Inst::kIdImul && multiplyBySum(work, a, b)) {
+            return store(operation.target, work);
+        }
         if (instruction == x86::Inst::kIdImul && isShort(b)) {
             asm_.imul(work, inRegister(a, work), imm(constantOf(b)));
         } else {
@@ -228,6 +232,24 @@ private:
                        [&](const auto& source) { asm_.emit(instruction, work, source); });
         }
         store(operation.target, work);
+    }
+
+    // Multiplies by a power of two or one more than a small one, without a multiplication.
+    bool multiplyBySum(x86::Gp work, Ref a, Ref b) {
+        if (!isShort(b) || constantOf(b) < 2) return false;
+        const auto factor = static_cast<unsigned long>(constantOf(b));
+        if (factor == 3 || factor == 5 || factor == 9) {
+            const x86::Gp number = inRegister(a, work);
+            asm_.lea(work, x86::ptr(number, number, factor == 3 ? 1 : factor == 5 ? 2 : 3));
+        } else if (const x86::Gp* const own = registerOf(a); factor == 2 && own != nullptr) {
+            asm_.lea(work, x86::ptr(*own, *own));
+        } else if (std::has_single_bit(factor)) {
+            load(work, a);
+            asm_.shl(work, imm(std::countr_zero(factor)));
+        } else {
+            return false;
+        }
+        return true;
     }
 
     // Adds into a third register with one instruction, when both operands suit it.
@@ -600,6 +622,7 @@ private:
 
 std::unique_ptr<Fragment> makeNative(const Listing& plain, RunControl& control) {
     Listing listing = plain;  // the portable code takes it as it is
+    dropKnownComparisons(listing);
     testRemainders(listing);
     useSelects(listing);
     FirstError error;
