@@ -57,8 +57,7 @@ struct ObservedName {
 ///
 /// Counts and positions are kept by the code of a script as well as by its tree. Scripts that send
 /// events run where their nodes call this class; take `CodeTier::Tree` for them. What a stopped
-/// script did not reach is not counted, provided that positions are observed too and no function
-/// had called itself.
+/// script did not reach is not counted, provided that no function had called itself.
 ///
 /// The interpreter's thread uses this class; `where` may be called by any thread while no script is
 /// being compiled. An observation serves one interpreter at a time, and must outlive what that
@@ -97,7 +96,7 @@ public:
 
     /// Fills `stack` with the statement that runs now, then the one with the call that it is in,
     /// and so on; empties it when none runs. A function that calls itself is there once. Gives
-    /// whether the statement runs in code. Any thread.
+    /// whether the statement runs in code. Any thread, if positions are observed.
     bool where(std::vector<std::size_t>& stack) const;
 
     // Events, while `listen(true)`. The arguments are sites.
@@ -123,6 +122,8 @@ public:
     // Used by the parts of the library.
 
     KESTREL_HIDDEN void clear();
+    /// Whether the position is kept, for `where` or for what a stopped script did not reach.
+    KESTREL_HIDDEN bool keepsPosition() const { return has(countsCM | positionsCM); }
     KESTREL_HIDDEN bool tellsSteps() const { return has(eventsCM | stepsCM); }
     /// A name was declared in `block`.
     KESTREL_HIDDEN void declare(const FND::String& name, Variable* variable, const Node* block);

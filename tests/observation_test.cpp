@@ -15,8 +15,15 @@ namespace {
 using SCR::Observation;
 using SCR::ObservedSite;
 
-constexpr SCR::CodeTier tiersS[] = {SCR::CodeTier::Tree, SCR::CodeTier::Portable,
-                                    SCR::CodeTier::Native};
+// Where only counts are asked for, code puts off to tell its position.
+constexpr struct {
+    SCR::CodeTier tier;
+    unsigned aspects;
+} waysS[] = {{SCR::CodeTier::Tree, Observation::positionsCM},
+             {SCR::CodeTier::Portable, Observation::positionsCM},
+             {SCR::CodeTier::Portable, Observation::countsCM},
+             {SCR::CodeTier::Native, Observation::positionsCM},
+             {SCR::CodeTier::Native, Observation::countsCM}};
 
 // "LINE:COUNT" for each site; conditions with both counts.
 std::string countsOf(const Observation& observation) {
@@ -58,12 +65,16 @@ TEST(Observation, CountsWhatIsReachedInEveryTier) {
         {"function f(Long a) {\nwhile (true) {\na = a + 1;\n}\na = 7;\n}\nfunction g {\n"
          "if (true) {\nf(1);\nf(2);\n}\nf(3);\n}\ng();\ng();",
          "f1:1 s2:1 i2:99/0 s3:99 s5:0 f7:1 s8:1 i8:1/0 s9:1 s10:0 s12:0 s14:1 s15:0", true},
+        // The first turn has not come from the condition.
+        {"Long a;\nfunction f {\na = a + 1;\ndo {\nif (a < 50) a = a + 1;\n} while (a > 0);\n"
+         "a = 7;\n}\nf();\na = 8;",
+         "f2:1 s3:1 s4:1 s5:99 i5:49/50 s5:49 i6:99/0 s7:0 s9:1 s10:0", true},
     };
     for (const auto& row : rows) {
-        for (const SCR::CodeTier tier : tiersS) {
+        for (const auto& [tier, aspects] : waysS) {
             SCOPED_TRACE(row.script + "\ntier " + std::to_string(static_cast<int>(tier)));
             SCR::Code::Hot::makeAfter(1);
-            Observation observation(Observation::countsCM | Observation::positionsCM);
+            Observation observation(aspects | Observation::countsCM);
             const Harness::ScriptRun run =
                 Harness::run(row.script, {.prepare = [&](SCR::Interpreter& interpreter) {
                                  SCR::Limits limits;
@@ -83,9 +94,9 @@ TEST(Observation, TellsWhereTheScriptIs) {
         "Long n;\nfunction inner(Long a) {\nlook();\n}\nfunction Long outer(Long a) {\n"
         "inner(a);\nlook();\nreturn a;\n}\n"
         "for (n = 0; n < 3; n = n + outer(1)) {\nlook();\n}\nlook();";
-    for (const SCR::CodeTier tier : tiersS) {
+    for (const auto& [tier, aspects] : waysS) {
         SCR::Code::Hot::makeAfter(1);
-        Observation observation(Observation::positionsCM);
+        Observation observation(aspects);
         std::string seen;
         const auto look = [&] {
             std::vector<std::size_t> stack;

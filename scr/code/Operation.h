@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "scr/value/Slots.h"
@@ -77,6 +78,8 @@ enum class Op : std::uint8_t {
     SelectGreaterEqual,
     // For who observes the script: stores a, a constant, at `pointer`.
     Note,
+    // The same, for a word that others look at only while the code calls something.
+    LateNote,
     // Counts a turn of the loop `pointer`.
     Turn,
     // Counts the call made by the node `pointer` and opens it; closes it.
@@ -190,6 +193,9 @@ struct Operation {
         Label label;
     };
     const void* pointer = nullptr;
+    /// Of what calls or leaves: which of `Listing::notes` are stored first, from 1 on; 0: none. Only
+    /// `delayNotes` sets it.
+    std::uint32_t notes = 0;
 };
 
 /// Intermediate code: operations on temporaries, on variables in their homes and on constants. The
@@ -203,6 +209,8 @@ struct Listing {
     std::vector<const Node*> statements;
     std::vector<SwitchTable> switches;
     std::size_t temporaries = 0;
+    /// Sets of words and what is stored in them.
+    std::vector<std::vector<std::pair<void*, long>>> notes;
 };
 
 }  // namespace Code

@@ -87,6 +87,7 @@ std::int32_t interpret(const Instruction*& start, RunControl& control, Handlers*
         set(Op::LoadBool, &&loadBool);
         set(Op::StoreBool, &&storeBool);
         set(Op::Note, &&move);
+        set(Op::LateNote, &&move);
         set(Op::Turn, &&turn);
         set(Op::EnterCall, &&enterCall);
         set(Op::LeaveCall, &&leaveCall);
@@ -338,6 +339,7 @@ PortableFragment::PortableFragment(Listing listing, RunControl& control)
                 made.home = static_cast<bool*>(const_cast<void*>(operation.pointer));
                 break;
             case Op::Note:
+            case Op::LateNote:
                 made.target = static_cast<long*>(const_cast<void*>(operation.pointer));
                 break;
             case Op::Turn:

@@ -199,7 +199,7 @@ std::unique_ptr<Node> Observing::wrap(std::unique_ptr<Node> statement) {
 }
 
 std::unique_ptr<Node> Observing::wrapUpdate(std::unique_ptr<Node> update) {
-    if (!observation_.has(Observation::positionsCM) || hasEvents()) return update;
+    if (!observation_.keepsPosition() || hasEvents()) return update;
     return std::make_unique<ObservedStatement>(std::move(update),
                                                ObservedMark(observation_, site_, false));
 }
@@ -235,7 +235,7 @@ std::size_t Observing::functionNamed(const FND::String& name) {
 
 std::unique_ptr<Node> Observing::wrapCall(std::unique_ptr<Node> call, int type,
                                           const FND::String& name) {
-    if (!hasEvents() && !observation_.has(Observation::positionsCM)) return call;
+    if (!hasEvents() && !observation_.keepsPosition()) return call;
     const std::size_t function = functionNamed(name);
     if (function == ObservedSite::none) return call;
     calls_.push_back(std::make_shared<std::size_t>(0));

@@ -16,8 +16,10 @@ void store(long& word, long value) {
 
 long positionOf(std::size_t site) { return 2 * static_cast<long>(site) + 2; }
 
-void lowerStore(Code::Builder& code, const long* word, long value) {
-    code.emit(Code::Op::Note, {}, code.constant(value), {}, word);
+void lowerStore(Code::Builder& code, const Observation& observation, const long* word, long value) {
+    // Without the aspect only a stop looks at it.
+    const bool isLate = !observation.has(Observation::positionsCM);
+    code.emit(isLate ? Code::Op::LateNote : Code::Op::Note, {}, code.constant(value), {}, word);
 }
 
 void lowerCount(Code::Builder& code, const Observation::Count& count) {
@@ -38,7 +40,7 @@ ObservedMark::ObservedMark(Observation& observation, std::size_t site, bool coun
     : observation_(&observation),
       site_(site),
       count_(counts ? countOf(observation, site) : nullptr),
-      position_(observation.has(Observation::positionsCM) ? observation.position() : nullptr) {}
+      position_(observation.keepsPosition() ? observation.position() : nullptr) {}
 
 void ObservedMark::pass() const {
     if (count_ != nullptr) ++count_->tree;
@@ -63,7 +65,7 @@ void ObservedMark::lower(Code::Builder& code) const {
 }
 
 void ObservedMark::lowerPosition(Code::Builder& code) const {
-    if (position_ != nullptr) lowerStore(code, position_, positionOf(site_) + 1);
+    if (position_ != nullptr) lowerStore(code, *observation_, position_, positionOf(site_) + 1);
 }
 
 Code::Ref ObservedStatement::lowerValue(Code::Builder& /*code*/, Code::Ref /*target*/) {
@@ -96,9 +98,7 @@ ObservedCondition::ObservedCondition(std::unique_ptr<BoolNode> condition, Observ
                                      std::size_t site, bool isRepeated)
     : condition_(std::move(condition)), observation_(&observation), site_(site) {
     const ObservedSite& of = observation.siteAt(site);
-    if (isRepeated && observation.has(Observation::positionsCM)) {
-        position_ = positionOf(of.owner);
-    }
+    if (isRepeated && observation.keepsPosition()) position_ = positionOf(of.owner);
     if (!observation.has(Observation::countsCM) || of.count == ObservedSite::none) return;
     held_ = &observation.countAt(of.count);
     if (of.otherwise != ObservedSite::none) otherwise_ = &observation.countAt(of.otherwise);
@@ -118,7 +118,9 @@ Code::Ref ObservedCondition::lowerValue(Code::Builder& code, Code::Ref target) {
 
 void ObservedCondition::lowerJump(Code::Builder& code, Code::Label label, bool when) {
     if (observation_->tellsSteps()) return Lowerable::lowerJump(code, label, when);
-    if (position_ != 0) lowerStore(code, observation_->position(), position_ + 1);
+    if (position_ != 0) {
+        lowerStore(code, *observation_, observation_->position(), position_ + 1);
+    }
     Observation::Count* const stays = when ? otherwise_ : held_;
     Observation::Count* const leaves = when ? held_ : otherwise_;
     if (leaves == nullptr) {
@@ -126,15 +128,16 @@ void ObservedCondition::lowerJump(Code::Builder& code, Code::Label label, bool w
         if (stays != nullptr) lowerCount(code, *stays);
         return;
     }
-    const Code::Label taken = code.newLabel();
     const Code::Label end = code.newLabel();
-    code.jump(*condition_, taken, when);
-    if (stays != nullptr) lowerCount(code, *stays);
-    code.jumpTo(end);
-    code.bind(taken);
+    code.jump(*condition_, end, !when);
     lowerCount(code, *leaves);
     code.jumpTo(label);
     code.bind(end);
+    if (stays == nullptr) return;
+    // The loop is left here.
+    code.closeLoop();
+    lowerCount(code, *stays);
+    code.openLoop();
 }
 
 FND::String observedText(long value) { return std::to_string(value); }
@@ -200,17 +203,16 @@ public:
         if (observation_->tellsSteps()) {
             return code.callNode<CallBase<Type>>(*this, target);
         }
-        if (!observation_->has(Observation::positionsCM)) return code.value(*call_, target);
         const long position = positionOf(*statement_) + 1;
-        lowerStore(code, observation_->callerOf(function_), position);
+        lowerStore(code, *observation_, observation_->callerOf(function_), position);
         const Code::Ref value = code.value(*call_, target);
-        lowerStore(code, observation_->position(), position);
+        lowerStore(code, *observation_, observation_->position(), position);
         return value;
     }
 
 private:
     void leave(long caller) {
-        if (observation_->has(Observation::positionsCM)) {
+        if (observation_->keepsPosition()) {
             store(*observation_->position(), positionOf(*statement_));
         }
         store(*observation_->callerOf(function_), caller);

@@ -117,6 +117,11 @@ void Frame::storePending() {
         const std::size_t variable = cached_[i];
         asm_.mov(at(listing_.variables[variable], x86::rax, 8), *registers_[variable]);
     }
+    const std::uint32_t notes = listing_.operations[current_].notes;
+    if (notes == 0) return;
+    for (const auto& [word, value] : listing_.notes[notes - 1]) {
+        asm_.mov(at(word, x86::rax, 8), imm(value));
+    }
 }
 
 void Frame::prologue() {

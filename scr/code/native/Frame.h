@@ -98,7 +98,7 @@ protected:
     }
     // Stores a value in the target.
     void store(Ref target, x86::Gp value);
-    // Stores the variables whose homes are out of date.
+    // Stores the variables whose homes are out of date, and the notes that were put off.
     void storePending();
 
     // Entry and exit.

@@ -17,6 +17,7 @@
 #include "scr/code/native/Comparisons.h"
 #include "scr/code/native/Divisor.h"
 #include "scr/code/native/Frame.h"
+#include "scr/code/native/LateNotes.h"
 #include "scr/code/native/Remainders.h"
 #include "scr/code/native/Selects.h"
 #include "scr/value/Slots.h"
@@ -90,6 +91,7 @@ private:
     void emit(const Operation& operation) {
         switch (operation.op) {
             case Op::Nothing:
+            case Op::LateNote:
                 break;
             case Op::Move:
                 emitMove(operation);
@@ -224,6 +226,7 @@ private:
         if (instruction == x86::Inst::kIdImul && isShort(b)) {
             asm_.imul(work, inRegister(a, work), imm(constantOf(b)));
         } else {
+            if (instruction == x86::Inst::kIdAdd && addInPlace(operation.target, a, b)) return;
             if (instruction == x86::Inst::kIdAdd && addInOne(work, a, b)) {
                 return store(operation.target, work);
             }
@@ -249,6 +252,14 @@ private:
         } else {
             return false;
         }
+        return true;
+    }
+
+    // Adds a constant to a variable in memory, as counters of an observed script are.
+    bool addInPlace(Ref target, Ref a, Ref b) {
+        if (target != a || !isShort(b) || !target.is(Ref::Kind::Variable)) return false;
+        if (registerOf(target) != nullptr) return false;
+        asm_.add(at(listing_.variables[target.index()], x86::rcx, 8), imm(constantOf(b)));
         return true;
     }
 
@@ -623,6 +634,7 @@ private:
 std::unique_ptr<Fragment> makeNative(const Listing& plain, RunControl& control) {
     Listing listing = plain;  // the portable code takes it as it is
     dropKnownComparisons(listing);
+    delayNotes(listing);
     testRemainders(listing);
     useSelects(listing);
     FirstError error;
