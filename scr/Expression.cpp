@@ -9,12 +9,14 @@
 #include "scr/Interpreter.h"
 #include "scr/Observation.h"
 #include "scr/Variable.h"
+#include "scr/message/Quote.h"
 #include "scr/parser/Parser.h"
 #include "scr/run/Entry.h"
 #include "scr/run/Link.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/PlaceTable.h"
 #include "scr/tree/Observed.h"
+#include "scr/value/Elements.h"
 #include "scr/value/TypeVisitor.h"
 
 namespace SCR {
@@ -51,6 +53,16 @@ private:
     const bool wasStopped_;
     std::vector<Diagnostic>* const outer_;
 };
+
+// The element as a variable; null while the array keeps plain values, or did not use it yet.
+const Variable* elementOf(const Array& array, unsigned long index) {
+    const Variable* element = nullptr;
+    withType(StorageTypes(), array.containerType(), [&]<class Type>(Type) {
+        element = ArrayElements::find<typename Type::Variable>(array, index);
+        return true;
+    });
+    return element;
+}
 
 FND::String elementsText(unsigned long count) {
     return std::to_string(count) + (count == 1 ? " element" : " elements");
@@ -223,24 +235,63 @@ FND::String valueText(const Variable& variable) {
     }
 }
 
-FND::String elementText(Interpreter& interpreter, Array& array, unsigned long index) {
+FND::String elementText(const Array& array, unsigned long index) {
+    if (const Variable* const element = elementOf(array, index)) return valueText(*element);
     FND::String text;
-    std::vector<Diagnostic> messages;
-    const Aside aside(interpreter, messages);
-    enterRun(interpreter, [&] {
-        const NodeMemory::Scope memory;
-        const std::unique_ptr<Node> node =
-            arrayAccess(interpreter, std::make_unique<ArrayVariableAccess>(&array),
-                        std::make_unique<LongConstant>(static_cast<long>(index)));
-        if (node == nullptr) return false;
-        const bool isValue = withType(Values(), array.containerType(), [&]<class Type>(Type) {
-            text = observedText(static_cast<typename Type::Node&>(*node).result());
-            return true;
-        });
-        if (!isValue) text = valueText(*array.at(index));
-        return true;
+    const bool isValue = withType(Values(), array.containerType(), [&]<class Type>(Type) {
+        const auto* const value = ArrayElements::findValue<typename Type::Variable>(array, index);
+        if (value != nullptr) text = observedText(*value);
+        return value != nullptr;
     });
-    return text;
+    return isValue ? text : valueText(*array.defaultValue());
+}
+
+namespace {
+
+// Fills `contents`; false when there are more than `most` elements.
+bool fillContents(std::vector<Content>& contents, FND::String name, const Variable& variable,
+                  std::size_t most) {
+    const int base = Node::baseType(variable.dataType());
+    const auto add = [&](FND::String inner, const Variable& element) {
+        return fillContents(contents, std::move(inner), element, most);
+    };
+    if (base == TypeCode::String) {
+        contents.push_back(
+            {std::move(name), static_cast<const StringVariable&>(variable).value(), true});
+        return true;
+    }
+    contents.push_back({name, valueText(variable), false});
+    if (base == TypeCode::Array) {
+        const auto& array = static_cast<const Array&>(variable);
+        if (contents.size() + array.size() > most + 1) return false;
+        for (unsigned long i = 0; i < array.size(); ++i) {
+            FND::String inner = name + '[' + std::to_string(i) + ']';
+            if (const Variable* const element = elementOf(array, i)) {
+                if (!add(std::move(inner), *element)) return false;
+            } else {
+                contents.push_back({std::move(inner), elementText(array, i), false});
+            }
+        }
+    } else if (base == TypeCode::Hash) {
+        // To look an element up changes nothing but what is found fastest.
+        auto& hash = const_cast<Hash&>(static_cast<const Hash&>(variable));
+        if (contents.size() + hash.size() > most + 1) return false;
+        for (const FND::String* const key : hash.keys()) {
+            FND::String inner = name + "{\"";
+            appendPrintable(inner, *key);
+            if (!add(inner + "\"}", *hash.find(*key))) return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::vector<Content> contentOf(const FND::String& name, const Variable& variable,
+                               std::size_t most) {
+    std::vector<Content> contents;
+    if (!fillContents(contents, name, variable, most)) contents.resize(1);
+    return contents;
 }
 
 }  // namespace SCR

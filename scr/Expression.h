@@ -68,6 +68,19 @@ KESTREL_API FND::String typeText(const Variable& variable);
 KESTREL_API FND::String valueText(const Variable& variable);
 /// The element `index` of `array`, which has it, as `valueText` gives it. An array that keeps plain
 /// values goes on doing so.
-KESTREL_API FND::String elementText(Interpreter& interpreter, Array& array, unsigned long index);
+KESTREL_API FND::String elementText(const Array& array, unsigned long index);
+
+/// What a variable or an element holds.
+struct Content {
+    FND::String name;   ///< as a script writes it
+    FND::String value;  ///< as `valueText` gives it; of a String all of it, without quotes
+    bool isString = false;
+
+    bool operator==(const Content&) const = default;
+};
+/// What `variable`, called `name`, holds. For a container: how many elements it has, and those, if
+/// they are not more than `most` with all that lie in them. Nothing is changed by it.
+KESTREL_API std::vector<Content> contentOf(const FND::String& name, const Variable& variable,
+                                           std::size_t most);
 
 }  // namespace SCR

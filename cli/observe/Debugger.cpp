@@ -298,12 +298,6 @@ bool Debugger::applies(Placed& placed) {
 
 namespace {
 
-const FND::String* textOf(const SCR::Variable& variable) {
-    return SCR::Node::baseType(variable.dataType()) == SCR::TypeCode::String
-               ? &static_cast<const SCR::StringVariable&>(variable).value()
-               : nullptr;
-}
-
 // What differs, of long texts the part where they do.
 std::string describeChange(const FND::String& before, const FND::String& after, bool isText) {
     if (!isText) return readable(before) + " -> " + readable(after);
@@ -323,20 +317,37 @@ std::string describeChange(const FND::String& before, const FND::String& after, 
     return where + readable(part(before)) + " -> " + readable(part(after));
 }
 
+// The first difference, and how many others there are. Of containers whose number of elements
+// differs that is told, as their elements may have moved.
+std::string describeChanges(const std::vector<SCR::Content>& before,
+                            const std::vector<SCR::Content>& after) {
+    std::string change;
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < std::min(before.size(), after.size()); ++i) {
+        if (before[i] == after[i]) continue;
+        if (before[i].name != after[i].name) break;
+        if (count++ > 0) continue;
+        change = after[i].name + ": " +
+                 describeChange(before[i].value, after[i].value, after[i].isString);
+    }
+    if (count == 0) return after.front().name + ": other elements";
+    if (count > 1 && before.size() == after.size()) {
+        change += ", and " + std::to_string(count - 1) + (count > 2 ? " others" : " other");
+    }
+    return change;
+}
+
 }  // namespace
 
 std::optional<Debugger::Stop> Debugger::changed(Placed& placed) {
     const std::string& name = placed.breakpoint.name;
     for (const SCR::ObservedName& known : namesAt(calls_.back().site)) {
         if (known.name != name) continue;
-        const FND::String* const text = textOf(*known.variable);
-        const FND::String shown = text == nullptr ? SCR::valueText(*known.variable) : FND::String();
-        const FND::String& value = text != nullptr ? *text : shown;
-        const auto [last, isFirst] = placed.last.try_emplace(known.variable, value);
-        if (isFirst || last->second == value) return std::nullopt;
-        std::string change = name + ": ";
-        change += describeChange(last->second, value, text != nullptr);
-        last->second = value;
+        std::vector<SCR::Content> now = SCR::contentOf(known.name, *known.variable, mostWatchedCM);
+        const auto [last, isFirst] = placed.last.try_emplace(known.variable, now);
+        if (isFirst || last->second == now) return std::nullopt;
+        std::string change = describeChanges(last->second, now);
+        last->second = std::move(now);
         return Stop{Reason::Change, placed.breakpoint.id, std::move(change)};
     }
     return std::nullopt;
@@ -423,11 +434,17 @@ void Debugger::entered(std::size_t site) {
 }
 
 void Debugger::left(std::size_t site) {
+    const bool isIn = calls_.size() > 1 && calls_.back().function == site;
+    if (isIn && stopsAnywhere_) look(false);
     while (calls_.size() > 1 && calls_.back().function != site) calls_.pop_back();
     if (calls_.size() > 1) calls_.pop_back();
 }
 
 void Debugger::ended() {
+    // What the last statement changed.
+    if (!calls_.empty() && stopsAnywhere_ && !isEnding_) {
+        if (const std::optional<Stop> found = findStop(false)) stop(*found);
+    }
     calls_.clear();
     // The interpreter may be gone before the next run.
     for (Placed& placed : placed_) placed.condition.reset();
@@ -551,7 +568,7 @@ std::vector<Debugger::Item> Debugger::elements(const Path& path, std::size_t fir
             auto& array = static_cast<SCR::Array&>(*variable);
             const bool isContainer = elementsOf(*array.defaultValue()) >= 0;
             item = itemOf("", isContainer ? *array.at(i) : *array.defaultValue());
-            if (!isContainer) item.value = SCR::elementText(*interpreter_, array, i);
+            if (!isContainer) item.value = SCR::elementText(array, i);
             item.name = '[' + std::to_string(i) + ']';
         } else {
             inner.steps.emplace_back(*keys[i]);
@@ -594,7 +611,7 @@ std::vector<Debugger::Item> Debugger::fields() {
 Debugger::Answer Debugger::evaluate(const std::string& text, std::size_t frame) {
     Answer answer;
     if (interpreter_ == nullptr || !interpreter_->runControl().isRunning()) {
-        answer.text = "the script was stopped: its variables can be read, but nothing evaluated";
+        answer.text = "the script has ended: its variables can be read, but nothing evaluated";
         return answer;
     }
     std::string expression = text;

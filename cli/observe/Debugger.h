@@ -157,8 +157,11 @@ private:
         std::unique_ptr<SCR::Expression> condition;
         std::int64_t reached = 0;
         // What is watched has for each variable of the name.
-        std::map<const SCR::Variable*, FND::String> last;
+        std::map<const SCR::Variable*, std::vector<SCR::Content>> last;
     };
+
+    // The elements of a container are watched when they are not more than that.
+    static constexpr std::size_t mostWatchedCM = 1000;
 
     void look(bool isStatement);
     void place();
