@@ -100,6 +100,16 @@ private:
     bool isBroken(std::size_t begin, std::size_t end) const {
         return between(begin, end).find('\n') != std::string_view::npos;
     }
+    // The same, where a comment may have several lines.
+    bool isBrokenOutside(std::size_t begin, std::size_t end, std::size_t firstToken,
+                         std::size_t endToken) const {
+        for (std::size_t k = firstToken; k < endToken; ++k) {
+            const SourceToken& token = lines_.tokens()[k];
+            if (token.kind != SourceKind::BlockComment || isBroken(begin, token.begin)) return true;
+            begin = token.end;
+        }
+        return isBroken(begin, end);
+    }
     // The unseen tokens before the word; those at the end for the number of words.
     std::pair<std::size_t, std::size_t> unseen(std::size_t word) const {
         const auto& words = lines_.words();
@@ -252,7 +262,8 @@ private:
         const auto [first, end] = unseen(word);
         const std::size_t commentColumn =
             line != nullptr && line->closesBlock ? column + stepS : column;
-        if (word > 0 && line != nullptr && isFixed(word) && !isBroken(begin, next)) {
+        if (word > 0 && line != nullptr && isFixed(word) &&
+            !isBrokenOutside(begin, next, first, end)) {
             for (std::size_t k = first; k < end; ++k) addWithBlank(k, commentColumn);
             out_ += ' ';
             return;
@@ -303,8 +314,10 @@ private:
                !isBroken(last, lines_.tokens()[k].begin)) {
             last = lines_.tokens()[k++].end;
         }
-        const bool endsHere = k == first || endsLine(lines_.tokens()[k - 1]) || k < end ||
-                              next == text_.size() || isBroken(last, next);
+        // One that is about the line before cannot leave it.
+        const bool isAboutIt = between(begin, last).find(ignoreS) != std::string_view::npos;
+        const bool endsHere = k == first || isAboutIt || endsLine(lines_.tokens()[k - 1]) ||
+                              k < end || next == text_.size() || isBroken(last, next);
         if (!endsHere) return first;
         for (std::size_t i = first; i < k; ++i) {
             if (i == first) out_ += ' ';
