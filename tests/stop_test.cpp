@@ -454,6 +454,15 @@ TEST(StopTest, FibersRun) {
             EXPECT_EQ(hasRunS, depth > 50) << log.text;
         }
     }
+    // The end that was given holds without a limit of the depth; what lies before it stays.
+    constexpr std::size_t kept = 64 << 10;
+    std::fill_n(stack.begin(), kept, 'k');
+    interpreter.limits({.depth = 1'000'000'000});
+    interpreter.stackEnd(stack.data() + kept);
+    ASSERT_TRUE(interpreter.compile("function Long g(Long n) { return 1 + g(n + 1); } g(1);"));
+    onFiber(stack, [] { hasRunS = interpreterS->execute(); });
+    EXPECT_FALSE(hasRunS);
+    EXPECT_TRUE(std::all_of(stack.begin(), stack.begin() + kept, [](char c) { return c == 'k'; }));
 }
 
 }  // namespace
