@@ -36,10 +36,40 @@ RunControl::~RunControl() = default;
 
 RunControl* RunControl::current() { return currentControlG; }
 
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds longestTickS(10);
+
+// The steady clock, late by up to a tick of the kernel: it is read several times as fast. Where
+// there is no such clock, the exact one.
+Clock::time_point roughNow() {
+#ifdef CLOCK_MONOTONIC_COARSE
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC_COARSE, &now) == 0) {
+        return Clock::time_point(std::chrono::seconds(now.tv_sec) +
+                                 std::chrono::nanoseconds(now.tv_nsec));
+    }
+#endif
+    return Clock::now();
+}
+
+// Whether the steady clock is past `deadline`. Every call of a host's function asks for it, so the
+// exact time is only looked at near the deadline.
+bool isPast(Clock::time_point deadline) {
+    return roughNow() >= deadline - 2 * longestTickS && Clock::now() > deadline;
+}
+
+}  // namespace
+
+// A limit of seconds may come a tick late, never early: a host with such a limit begins a run for
+// each record.
 void RunControl::setDeadline() {
     constexpr std::int64_t longest = std::int64_t{1} << 40;  // the clock can count that far
-    deadline_ = std::chrono::steady_clock::now() +
-                std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
+    constexpr std::int64_t second = 1000;
+    const auto now = limits_.time < second ? Clock::now() : roughNow() + longestTickS;
+    deadline_ = now + std::chrono::milliseconds(std::clamp<std::int64_t>(limits_.time, 0, longest));
 }
 
 void RunControl::limits(const Limits& limits) {
@@ -113,26 +143,6 @@ void RunControl::lookAtWork() {
 inline void RunControl::count(const Node* place) {
     if (questions_++ == stopsAt_) stop(place, "stopped by a test");
 }
-
-namespace {
-
-// Whether the steady clock is past `deadline`. Every call of a host's function asks for it, so the
-// exact time is only looked at near the deadline.
-bool isPast(std::chrono::steady_clock::time_point deadline) {
-#ifdef CLOCK_MONOTONIC_COARSE
-    // It is late by a tick of the kernel, at most ten milliseconds.
-    constexpr std::chrono::milliseconds near(20);
-    timespec now{};
-    if (clock_gettime(CLOCK_MONOTONIC_COARSE, &now) == 0) {
-        const std::chrono::steady_clock::time_point rough(std::chrono::seconds(now.tv_sec) +
-                                                          std::chrono::nanoseconds(now.tv_nsec));
-        if (rough < deadline - near) return false;
-    }
-#endif
-    return std::chrono::steady_clock::now() > deadline;
-}
-
-}  // namespace
 
 void RunControl::askWhy(const Node* place) {
     if (isStopPending_) [[unlikely]] {
