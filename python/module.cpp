@@ -4,6 +4,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -11,6 +12,7 @@
 
 #include "fsm/EngineGroup.h"
 #include "python/Convert.h"
+#include "python/RecordBatch.h"
 #include "scr/Function.h"
 #include "scr/HostExtension.h"
 #include "scr/Program.h"
@@ -331,6 +333,21 @@ public:
         };
         bind(inputs, in);
         bind(outputs, out);
+        const auto canHold = [](const Bound& bound) {
+            return PyApi::RecordBatch::canHold(bound.variable->dataType());
+        };
+        if (std::all_of(in.begin(), in.end(), canHold) &&
+            std::all_of(out.begin(), out.end(), canHold)) {
+            PyApi::RecordBatch batch;
+            using Use = SCR::Column::Use;
+            for (std::size_t i = 0; i < in.size(); ++i) {
+                batch.add(inputs[i], in[i].variable->dataType(), Use::Input);
+            }
+            for (std::size_t i = 0; i < out.size(); ++i) {
+                batch.add(outputs[i], out[i].variable->dataType(), Use::Output);
+            }
+            return executeBatches(records, batch);
+        }
         const std::uint64_t generation = own().generation();
         for (const py::handle record : records) {
             if (own().generation() != generation) throw py::value_error("the script was replaced");
@@ -373,6 +390,27 @@ private:
         const SCR::HandleUse use(handle);
         if (!use) PyApi::check(use.refusal());
         return action(*static_cast<SCR::Variable*>(use.target()));
+    }
+
+    void executeBatches(const py::list& records, PyApi::RecordBatch& batch) {
+        for (std::size_t first = 0; first < records.size();) {
+            const std::size_t count = batch.take(records, first);
+            std::size_t done = 0;
+            const auto give = [&] { batch.give(records, first, done); };
+            try {
+                run([&] {
+                    SCR::BatchOutcome outcome = own().executeBatch(batch.columns(), count);
+                    done = outcome.record();
+                    return outcome;
+                });
+            } catch (...) {
+                give();
+                throw;
+            }
+            give();
+            batch.raise();
+            first += count;
+        }
     }
 
     // Calls action() without the lock of Python, and raises what it comes to.

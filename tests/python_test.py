@@ -115,6 +115,12 @@ class Records(unittest.TestCase):
         self.assertEqual(done[2499], {"seconds": 2499, "id": 2499, "price": Decimal("1249.5")})
         with self.assertRaises(KeyError):
             list(rule.process([{}], ["seconds"]))
+        # What went well before a fault stays.
+        records = [{"seconds": i} for i in range(400)]
+        del records[300]["seconds"]
+        with self.assertRaises(KeyError):
+            rule.execute_records(records, ["seconds"], ["price"])
+        self.assertEqual([i for i, record in enumerate(records) if "price" in record], list(range(300)))
 
     def test_programs_and_threads(self):
         def prepare(interpreter):
