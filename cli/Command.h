@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -56,6 +57,9 @@ void addWorkCommand(CLI::App& app, Action& action);
 
 /// Writes `text` to standard output.
 void writeOut(std::string_view text);
+/// For options that take a number from `least` on: why `text` is none; empty when it is one.
+std::string checkNumber(const std::string& text, std::int64_t least);
+
 /// Writes "kestrel: `message`" and a line end to standard error.
 void report(const std::string& message);
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +26,14 @@ bool wasStoppedG = false;  // a script was stopped
 }  // namespace
 
 void writeOut(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+std::string checkNumber(const std::string& text, std::int64_t least) {
+    std::int64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, number);
+    if (error == std::errc() && last == end && number >= least) return {};
+    return text + " is no number from " + std::to_string(least) + " on";
+}
 
 void report(const std::string& message) {
     flushOutput(false);

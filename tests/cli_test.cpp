@@ -19,6 +19,7 @@ TEST_F(CliTest, ScriptsAreWatched) {
           "Long seen; seen = seen + 1; logStdout(longToStr(seen));\n"
           "if (edrLong(n) == 3) recordReject(\"three\");\nedrLong(n) = seen;");
     write("n.csv", "n,m\n3,a\n\"4\nx\",b\n5,c\n");
+    write("wrong.ks", "Long a = b;");
     const std::string counted =
         "kestrel: coverage: lines 5 of 7 (71.4 %), branches 1 of 2 (50.0 %), "
         "cases 1 of 2 (50.0 %)\n";
@@ -41,6 +42,21 @@ TEST_F(CliTest, ScriptsAreWatched) {
          "drop.ks:3       edrLong(n) = seen;\n                -> edrLong(n) = 3\n"
          "read: 5,c\nwritten: 3,c\n",
          "...n.csv:2: three"},
+        {"why drop.ks --records n.csv --header --record 2",
+         "record 2 of n.csv\ndrop.ks:1       seen = seen + 1;\n                -> seen = 2\n"
+         "drop.ks:1       logStdout(longToStr(seen));\n2"
+         "drop.ks:2       if (edrLong(n) == 3)\n"
+         "                -> rejected: field n: no Long: '4\\nx'\n"
+         "                -> false: edrLong(n) is 0\n"
+         "drop.ks:3       edrLong(n) = seen;\n                -> edrLong(n) = 2\n"
+         "read: \"4\\nx\",b\nrejected: field n: no Long: '4\\nx'\n",
+         "..."},
+        {"why drop.ks --records n.csv --header --record 0", "",
+         "kestrel: --record: 0 is no number from 1 on\nRun with --help for more.\n", 2},
+        {"run wrong.ks --coverage wrong.info", "",
+         "wrong.ks:1:10: error[K0101]: unknown name `b`\n 1 | Long a = b;\n   |          ^\n"
+         "  help: declare it above, as in `Long b;`\n",
+         3},
         {"why drop.ks --records n.csv --header --record 9", "", "...there is no record 9", 2},
         {"why drop.ks --records n.csv --header", "", "...--record", 2},
     });

@@ -116,6 +116,9 @@ private:
             at.fault = "line " + std::to_string(number + 1) + ": unknown '" + line + "'";
         }
         const std::string shown = line == "---" ? "output" : text_ == &at.log ? "log" : name;
+        const bool isTaken = std::any_of(at.sections.begin(), at.sections.end(),
+                                         [&](const auto& other) { return other.name == shown; });
+        if (isTaken) at.fault = "line " + std::to_string(number + 1) + ": a second " + shown;
         at.sections.push_back({shown, number, number + 1, number + 1});
     }
 

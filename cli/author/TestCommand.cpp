@@ -146,7 +146,10 @@ private:
     Coverage coverage_;
 };
 
-// The exit status, or 128 and the number of the signal that ended the command.
+// No exit status and no signal: the command took too long.
+constexpr int lateS = 256;
+
+// The exit status, or 128 and the number of the signal that ended the command, or `lateS`.
 int Runner::execute(const std::vector<std::string>& words, const std::string& folder,
                     const TestFolder& temporary) const {
     std::vector<char*> arguments;
@@ -177,7 +180,7 @@ int Runner::execute(const std::vector<std::string>& words, const std::string& fo
         if (std::chrono::steady_clock::now() > end) {
             kill(-child, SIGKILL);
             waitpid(child, &status, 0);
-            break;
+            return lateS;
         }
         poll(nullptr, 0, wait);
     }
@@ -255,9 +258,11 @@ void Runner::compare(Job& job, int status, const TestFolder& folder) const {
     const int expected = !test.compiles ? 3 : test.isStopped ? 4 : 0;
     const bool isRefused = status == 1 && expected == 0 && test.checks.empty();
     if (status != expected && !isRefused) {
-        report += status > 128 ? "  it was ended by signal " + std::to_string(status - 128) + '\n'
-                               : "  it ended with status " + std::to_string(status) + ", not " +
-                                     std::to_string(expected) + '\n';
+        report += status == lateS ? "  it took longer than " + std::to_string(options_.timeout) +
+                                        " s, which --timeout allows\n"
+                  : status > 128 ? "  it was ended by signal " + std::to_string(status - 128) + '\n'
+                                 : "  it ended with status " + std::to_string(status) + ", not " +
+                                       std::to_string(expected) + '\n';
     }
     const auto check = [&](const char* name, const std::string& wanted) {
         const std::string shown = printable(wanted);

@@ -188,6 +188,7 @@ void Debugger::place() {
             stopsAnywhere_ = true;
         }
         if (!isNew) continue;
+        if (breakpoint.kind == Kind::Change && !calls_.empty()) changed(each);  // what it is now
         {
             const std::lock_guard lock(mutex_);
             for (Breakpoint& own : breakpoints_) {

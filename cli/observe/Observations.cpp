@@ -61,6 +61,10 @@ const std::deque<SCR::ObservedSite>& Observations::sites() const {
     return all_.empty() ? none : all_.front()->sites();
 }
 
+bool Observations::haveRun(ExitStatus status) const {
+    return !sites().empty() && status != ExitStatus::NotCompiled && status != ExitStatus::Usage;
+}
+
 SCR::Observation::Count Observations::reached(std::size_t site) const {
     SCR::Observation::Count sum;
     for (const auto& observation : all_) {

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "cli/Command.h"
 #include "scr/Observation.h"
 
 namespace SCR {
@@ -38,6 +39,8 @@ public:
     };
 
     const std::deque<SCR::ObservedSite>& sites() const;
+    /// Whether there is something to tell after a command that ended with `status`.
+    bool haveRun(ExitStatus status) const;
     SCR::Observation::Count reached(std::size_t site) const;
     SCR::Observation::Count otherwise(std::size_t site) const;
     /// The time in a statement, without that in functions that it calls.

@@ -269,7 +269,7 @@ ExitStatus run(ProfileOptions& options) {
     ExitStatus status =
         options.run.run([&](SCR::Interpreter& interpreter) { observations.observe(interpreter); });
     observations.stop();
-    if (observations.sites().empty()) return status;
+    if (!observations.haveRun(status)) return status;
     const Profile profile = profileOf(observations, !options.samplesOnly);
     const SourceText source = options.run.source();
     const std::string shown = table(options, observations, profile, source);
@@ -307,7 +307,7 @@ void addProfileCommand(CLI::App& app, Action& action) {
         ->type_name("FILE");
     command->add_option("--lines", options->lines, "Show N lines in the table (default 15)")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check([](const std::string& text) { return checkNumber(text, 0); });
     command
         ->add_option("--interval", options->interval,
                      "Look every N microseconds where the script is (default 1000)")

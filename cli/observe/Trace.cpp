@@ -89,6 +89,14 @@ void Trace::add(const char* event, const SCR::ObservedSite& site, const std::str
          ",\"line\":" + std::to_string(site.line) + ",\"text\":" + jsonOf(site.text) + more + '}');
 }
 
+void Trace::failed(const std::string& reason) {
+    if (!isJson_) flushValues();
+    if (isFull()) return;
+    if (!isJson_) return detail("rejected: " + readable(reason));
+    line("{\"event\":\"failure\",\"depth\":" + std::to_string(depth_) +
+         ",\"text\":" + jsonOf(reason) + '}');
+}
+
 void Trace::statement(std::size_t site) {
     const SCR::ObservedSite& at = sites()[site];
     if (isJson_) return add("statement", at);

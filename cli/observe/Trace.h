@@ -19,6 +19,8 @@ public:
 
     /// Writes what is left.
     void finish();
+    /// The record that the script works on is rejected from here on, for this reason.
+    void failed(const std::string& reason);
 
     void statement(std::size_t site) override;
     void condition(std::size_t site, bool holds) override;

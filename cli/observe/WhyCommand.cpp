@@ -77,21 +77,25 @@ ExitStatus run(WhyOptions& options) {
         trace.listen(true);
     } else {
         options.run.records().only(
-            options.record,
-            [&](const Records::Shown& shown) {
-                wasShown = true;
-                trace.listen(false);
-                trace.finish();
-                print(resultOf(shown, isJson));
-            },
-            [&](std::int64_t number) {
-                if (number != options.record) return;
-                if (!isJson) {
-                    print("record " + std::to_string(number) + " of " +
-                          options.run.records().input() + '\n');
-                }
-                trace.listen(true);
-            });
+            options.record, {[&](Records::CurrentRecord& record, const Records::FieldNames&) {
+                                 record.rejecting = [&](const Records::Rejection& rejection) {
+                                     if (trace.listens()) trace.failed(rejection.text());
+                                 };
+                             },
+                             [&](std::int64_t number) {
+                                 if (number != options.record) return;
+                                 if (!isJson) {
+                                     print("record " + std::to_string(number) + " of " +
+                                           options.run.records().input() + '\n');
+                                 }
+                                 trace.listen(true);
+                             },
+                             [&](const Records::Shown& shown) {
+                                 wasShown = true;
+                                 trace.listen(false);
+                                 trace.finish();
+                                 print(resultOf(shown, isJson));
+                             }});
     }
     ExitStatus status = options.run.run([&](SCR::Interpreter& interpreter) {
         interpreter.observe(&trace);
@@ -120,7 +124,7 @@ void addWhyCommand(CLI::App& app, Action& action) {
         ->add_option("--record", options->record,
                      "Tell it for record N, after the script worked on those before")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
+        ->check([](const std::string& text) { return checkNumber(text, 1); })
         ->needs("--records");
     command->footer(
         "Without --records, tells it for the script's one execution. Nothing is written to files "

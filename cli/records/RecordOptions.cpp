@@ -146,7 +146,7 @@ void RecordOptions::declare(CLI::App& command, Use use) {
     if (use == Use::Checked) return;
     add(command.add_option("--skip", job_.skip, "Pass over the first N records")
             ->type_name("N")
-            ->check(CLI::NonNegativeNumber));
+            ->check([](const std::string& text) { return checkNumber(text, 0); }));
     add(command
             .add_option("--blank-lines", blankLines_,
                         "keep (default): a blank line is a record with one field; or skip it")
@@ -223,7 +223,7 @@ void RecordOptions::declare(CLI::App& command, Use use) {
             .add_option("--dry-run", dryRun_,
                         "Show what the first N records would become, and write no file")
             ->type_name("N")
-            ->check(CLI::PositiveNumber)
+            ->check([](const std::string& text) { return checkNumber(text, 1); })
             ->excludes(output)
             ->excludes(rejects));
     add(command.add_flag("--progress", showsProgress_,

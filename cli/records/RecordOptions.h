@@ -61,25 +61,24 @@ public:
     /// Instead of each record, writes the numbers of the conditions that hold for it.
     void conditions(const std::string& conditions) { job_.conditions = conditions; }
 
-    /// Works on the records up to number `record`, writes no file, and shows only that one, to
-    /// `show`. `watch` is called with the number of each before it is worked on.
-    void only(std::int64_t record, std::function<void(const Records::Shown&)> show,
-              std::function<void(std::int64_t number)> watch) {
-        dryRun_ = job_.only = record;
-        job_.show = std::move(show);
-        job_.watch = std::move(watch);
-    }
-    /// Works on all records with one worker, writes no file, and tells `watcher` of each.
+    /// Told, with one worker, of the records: `begins` is called with the number of each before it
+    /// is worked on.
     struct Watcher {
         std::function<void(Records::CurrentRecord&, const Records::FieldNames&)> attach;
         std::function<void(std::int64_t number)> begins;
         std::function<void(const Records::Shown&)> show;
     };
+    /// Works on all records, writes no file, and tells `watcher` of each.
     void watch(Watcher watcher) {
         if (dryRun_ == 0) dryRun_ = INT64_MAX;
         job_.attach = std::move(watcher.attach);
         job_.watch = std::move(watcher.begins);
         job_.show = std::move(watcher.show);
+    }
+    /// The same for the records up to number `record`, of which only that one is shown.
+    void only(std::int64_t record, Watcher watcher) {
+        dryRun_ = job_.only = record;
+        watch(std::move(watcher));
     }
     /// The caller cares for signals.
     void keepsSignals() { keepsSignals_ = true; }

@@ -18,10 +18,10 @@ struct RunOptions {
 ExitStatus run(RunOptions& options) {
     if (options.coverage.empty()) return options.run.run();
     if (!options.run.read()) return ExitStatus::Usage;
-    Observations observations(SCR::Observation::countsCM | SCR::Observation::positionsCM);
+    Observations observations(SCR::Observation::countsCM);
     ExitStatus status =
         options.run.run([&](SCR::Interpreter& interpreter) { observations.observe(interpreter); });
-    if (observations.sites().empty()) return status;
+    if (!observations.haveRun(status)) return status;
     const SourceText source = options.run.source();
     const Coverage coverage(observations, source);
     for (const std::string& path : options.coverage) {
