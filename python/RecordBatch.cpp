@@ -22,7 +22,7 @@ bool RecordBatch::canHold(int typeWord) {
 
 template <class T>
 void RecordBatch::addOf(const std::string& name, int type, SCR::Column::Use use) {
-    const std::shared_ptr<T[]> values(new T[mostCM]());
+    const auto values = std::make_shared<T[]>(mostCM);
     columns_.emplace_back(name, use, values.get(), mostCM);
     (use == SCR::Column::Use::Input ? inputs_ : outputs_)
         .push_back({text(name), type, std::shared_ptr<void>(values, values.get()), sizeof(T)});

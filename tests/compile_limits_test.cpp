@@ -223,7 +223,7 @@ TEST(CompileLimits, OthersCompileMeanwhile) {
     Interpreter slow(&log);
     std::atomic<bool> isDone = false;
     std::thread compiling([&] {
-        EXPECT_FALSE(slow.compile("function Long f { }\n" + switches(60, "........")));
+        EXPECT_FALSE(slow.compile("function Long f { }\n" + switches(400, "(.x|y.){4}")));
         isDone = true;
     });
     while (!log.isParsed) std::this_thread::yield();
