@@ -16,6 +16,19 @@
 
 namespace Cli {
 
+/// Why a request of an editor cannot be answered.
+struct Refusal {
+    std::string reason;
+};
+
+/// The value of a member; `otherwise` when it is missing or null. Throws what the JSON library
+/// throws when it is of another type.
+template <class Type>
+Type valueOf(const Author::Json& json, const char* key, Type otherwise) {
+    const auto found = json.find(key);
+    return found != json.end() && !found->is_null() ? found->get<Type>() : otherwise;
+}
+
 /// A debugger for editors, by the Debug Adapter Protocol. One thread reads requests; the script
 /// runs on another one, which answers what is asked about a stopped script.
 class DebugAdapter final : public Debugger::Front {

@@ -47,7 +47,8 @@ std::string describe(const Records::Shown& shown) {
         case ShownAs::Rejected:
             return number + "rejected: " + readable(after);
         default:
-            return number + (shown.result == ShownAs::Changed ? "changed: " : "unchanged: ") + after;
+            return number + (shown.result == ShownAs::Changed ? "changed: " : "unchanged: ") +
+                   after;
     }
 }
 
