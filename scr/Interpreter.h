@@ -54,10 +54,9 @@ using NameVisitor = std::function<void(const FND::String& name, const FND::Strin
 /// compiles, executes or evaluates, and the handles of variables and functions, refuse to work
 /// while another thread does one of these. Functions that give a Bool notice it once the other call
 /// has begun; those that give an `Outcome` or a `Result`, and handles, exclude each other for
-/// certain. Different interpreters may run in parallel, but only one
-/// parses at a time. Nothing is thrown. A host's functions, logs and extensions may call the
-/// interpreter while it works: it executes, nested as deep as the limit of depth and the stack
-/// allow, but compiles nothing.
+/// certain. Different interpreters may run in parallel, but only one parses at a time. Nothing is
+/// thrown. A host's functions, logs and extensions may call the interpreter while it works: it
+/// executes, nested as deep as the limit of depth and the stack allow, but compiles nothing.
 class KESTREL_API Interpreter {
 public:
     /// `log` receives all messages; not owned, must outlive the interpreter. When there is no

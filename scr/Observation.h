@@ -21,11 +21,11 @@ struct ObservedSite {
         Statement,  ///< A statement, or the head of one that holds others.
         Condition,  ///< The condition of an `if` or a loop.
         Case,       ///< A label of a switch, or its `default`.
-        Operand,    ///< An operand of a comparison, of "and" or "or",
-        Selector,   ///< what a switch chooses by,
-        Argument,   ///< the value passed to a parameter,
-        Assigned,   ///< a value that is assigned, and the name of what it is assigned to,
-        Returned    ///< the value that a function returns: these only for events.
+        Operand,    ///< An operand of a comparison or of `and` and `or`; only for events.
+        Selector,   ///< What a switch chooses by; only for events.
+        Argument,   ///< The value passed to a parameter; only for events.
+        Assigned,   ///< A value that is assigned, with the name of its target; only for events.
+        Returned    ///< The value that a function returns; only for events.
     };
     static constexpr std::size_t none = ~std::size_t{0};
 
@@ -39,8 +39,8 @@ struct ObservedSite {
     std::size_t owner = none;  ///< the statement that it belongs to or lies in, or none
     std::size_t count = none;  ///< for `Observation`
     std::size_t otherwise = none;
-    std::size_t scope = none;  ///< the innermost block that a statement stands in,
-    std::size_t names = 0;     ///< and how many names were declared before it; for steps and events
+    std::size_t scope = none;  ///< the innermost block of a statement; for steps and events
+    std::size_t names = 0;     ///< how many names that block declares before it; likewise
 };
 
 /// A variable of a script, or a constant, by the name that a statement uses.
