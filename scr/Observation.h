@@ -40,7 +40,7 @@ struct ObservedSite {
     std::size_t count = none;  ///< for `Observation`
     std::size_t otherwise = none;
     std::size_t scope = none;  ///< the innermost block of a statement; for steps and events
-    std::size_t names = 0;     ///< how many names that block declares before it; likewise
+    std::size_t names = 0;     ///< how many names were declared before it; likewise
 };
 
 /// A variable of a script, or a constant, by the name that a statement uses.
