@@ -282,8 +282,10 @@ void GroupBuilder::takeCounting() {
     joinNegated();
 }
 
-// Looks at little, as it is asked of all patterns.
+// Looks at little, as it is asked of all patterns. What counts has something after a loop.
 bool GroupBuilder::maySuitStreams(const Pattern& pattern) const {
+    const std::size_t loop = pattern.text.find_first_of("*+");
+    if (loop == std::string::npos || loop + 1 == pattern.text.size()) return false;
     if (std::binary_search(negated_.begin(), negated_.end(), pattern.path)) return false;
     std::size_t wide = 0;
     for (const State* state : pattern.part->interior().members()) {

@@ -1,6 +1,8 @@
 #include "fsm/table/Determiniser.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 
 #include "fsm/store/Lists.h"
 #include "fsm/table/ByteClasses.h"
@@ -21,6 +23,7 @@ public:
           byteLimit_(limits.bytes),
           nfa_(reducedNfa(first, count)),
           classes_(nfa_.sets()),
+          setsOf_(classes_.count()),
           raw_(raw),
           memberLimit_(std::max<std::size_t>(limits.states, 4096) * membersPerStateS),
           stepLimit_(std::min(std::max<std::size_t>(limits.states, 4096) * stepsPerStateS,
@@ -30,8 +33,9 @@ public:
           visitStamps_(nfa_.stateCount()),
           closureOf_(nfa_.isReduced() ? 0 : nfa_.stateCount(), unknownS),
           stateOfTarget_(nfa_.targetCount(), unknownS),
-          targets_(classes_.count()) {
+          ownTargets_(classes_.count()) {
         for (const ByteSet& set : nfa_.sets()) classesOfSet_.push_back(classes_.classesOf(set));
+        giveBits();
         if (tails == Tails::Apart) findTails(count);
     }
 
@@ -70,6 +74,10 @@ private:
     static constexpr std::size_t bytesPerStateS = 96;
     // Epsilon closures of up to this many states are kept.
     static constexpr std::size_t smallClosureS = 24;
+    static constexpr std::uint8_t bitsS = 64;
+    static constexpr std::uint8_t noBitS = 255;
+    static constexpr std::size_t partitionsS = 32;
+    static constexpr unsigned noClassS = 256;
 
     bool isPastLimit() const {
         return raw_.stateCount() > stateLimit_ || sets_.lists().totalSize() > memberLimit_ ||
@@ -82,6 +90,17 @@ private:
         FlatNfa nfa(first, count);
         nfa.reduce();
         return nfa;
+    }
+
+    void giveBits() {
+        std::uint8_t bits = 0;
+        for (const Vector<std::uint8_t>& classes : classesOfSet_) {
+            const bool hasBit = classes.size() > 1 && bits < bitsS;
+            bitOfSet_.push_back(hasBit ? bits : noBitS);
+            if (!hasBit) continue;
+            for (const std::uint8_t c : classes) setsOf_[c] |= std::uint64_t{1} << bits;
+            ++bits;
+        }
     }
 
     // Finds the tails: states that all bytes except newline lead back to, and perhaps on to ends of
@@ -129,13 +148,43 @@ private:
                            [&](StateIndex other) { return std::binary_search(begin, end, other); });
     }
 
-    // Finds the successors of a state for all classes. Most classes occur only in transitions on
-    // one wide set of bytes, for example of a wild card, and are looked up together.
+    // Finds the successors of a state for all classes. The classes that the same sets of several
+    // classes hold, and no set of one class, are looked up together.
     void expand(std::uint32_t state) {
-        for (std::uint8_t c : touched_) targets_[c].clear();
+        const std::uint64_t sets = gatherMoves(state);
+        const Partition& partition = partitionBy(sets);
+        const unsigned newline = hasTailsApart() ? classes_.classOf('\n') : noClassS;
+        std::uint32_t* const row = raw_.next.add(RawAutomaton::noStateCM);
+        otherSteps_ += classes_.count() / 4;
+        stateOfGroup_.clear();
+        for (const Group& group : partition.groups) {
+            // Classes with moves of their own, or newline, may be all that it has.
+            std::uint32_t to = RawAutomaton::noStateCM;
+            const bool isNeeded =
+                group.sets != 0 &&
+                std::any_of(group.classes.begin(), group.classes.end(),
+                            [&](std::uint8_t c) { return ownTargets_[c].empty() && c != newline; });
+            if (isNeeded) to = stateOf(targetsOf(group.sets, noTargets_));
+            if (isPastLimit()) return;
+            stateOfGroup_.push_back(to);
+        }
+        for (unsigned c = 0; c < classes_.count(); ++c)
+            row[c] = stateOfGroup_[partition.groupOf[c]];
+        for (const std::uint8_t c : touched_) {
+            if (c == newline) continue;
+            if (isPastLimit()) return;
+            row[c] = stateOf(targetsOf(setsOf_[c] & sets, ownTargets_[c]));
+        }
+        if (newline == noClassS) return;
+        row[newline] = stateAfterNewline(targetsOf(setsOf_[newline] & sets, ownTargets_[newline]));
+    }
+
+    // Finds the targets of the moves from a state: by the set if that has a bit, otherwise for each
+    // of its classes. Gives the bits of the sets.
+    std::uint64_t gatherMoves(std::uint32_t state) {
+        for (const std::uint8_t c : touched_) ownTargets_[c].clear();
         touched_.clear();
-        wideTargets_.clear();
-        std::uint32_t wideSet = unknownS;
+        std::uint64_t sets = 0;
         const StateIndex* begin = sets_.lists().begin(state);
         const StateIndex* end = sets_.lists().end(state);
         for (const StateIndex* member = begin; member != end; ++member) {
@@ -143,55 +192,68 @@ private:
             if (*member >= firstMarkS || isSettled(*member, begin, end)) continue;
             const FlatNfa::Edge* edgesEnd = nfa_.edgesEnd(*member);
             for (const FlatNfa::Edge* edge = nfa_.edgesBegin(*member); edge != edgesEnd; ++edge) {
-                const Vector<std::uint8_t>& classes = classesOfSet_[edge->set];
-                if (wideSet == unknownS && classes.size() * 2 > classes_.count()) {
-                    wideSet = edge->set;
-                }
-                if (edge->set == wideSet) {
-                    ++steps_;
-                    wideTargets_.push_back(edge->target);
+                const std::uint8_t bit = bitOfSet_[edge->set];
+                ++steps_;
+                if (bit != noBitS) {
+                    if ((sets >> bit & 1) == 0) targetsOfBit_[bit].clear();
+                    sets |= std::uint64_t{1} << bit;
+                    targetsOfBit_[bit].push_back(edge->target);
                     continue;
                 }
-                steps_ += classes.size();
-                for (std::uint8_t c : classes) {
-                    if (targets_[c].empty()) touched_.push_back(c);
-                    targets_[c].push_back(edge->target);
+                for (const std::uint8_t c : classesOfSet_[edge->set]) {
+                    ++steps_;
+                    if (ownTargets_[c].empty()) touched_.push_back(c);
+                    ownTargets_[c].push_back(edge->target);
                 }
             }
         }
-        std::sort(touched_.begin(), touched_.end());
-
-        std::uint32_t* const row = raw_.next.add(RawAutomaton::noStateCM);
-        otherSteps_ += classes_.count() / 4;
-        if (wideSet != unknownS) {
-            std::uint32_t wide = RawAutomaton::noStateCM;
-            for (std::uint8_t c : classesOfSet_[wideSet]) {
-                if (!targets_[c].empty()) {
-                    targets_[c].insert(targets_[c].end(), wideTargets_.begin(), wideTargets_.end());
-                } else if (isNewline(c)) {
-                    touched_.push_back(c);
-                    targets_[c] = wideTargets_;
-                } else {
-                    if (wide == RawAutomaton::noStateCM) wide = stateOf(wideTargets_);
-                    row[c] = wide;
-                }
-            }
-        }
-        for (std::size_t i = 0; i < touched_.size() && !isPastLimit(); ++i) {
-            std::uint8_t c = touched_[i];
-            if (isNewline(c)) continue;
-            // The classes of a set are sorted together.
-            bool isSame =
-                i > 0 && !isNewline(touched_[i - 1]) && targets_[c] == targets_[touched_[i - 1]];
-            row[c] = isSame ? row[touched_[i - 1]] : stateOf(targets_[c]);
-        }
-        if (!hasTailsApart()) return;
-        unsigned newline = classes_.classOf('\n');
-        row[newline] = stateAfterNewline(targets_[newline]);
+        return sets;
     }
 
-    // Whether the class is that of newline and the states that it leads to must be kept apart.
-    bool isNewline(unsigned c) const { return hasTailsApart() && c == classes_.classOf('\n'); }
+    // The classes that the same ones of some sets hold.
+    struct Group {
+        std::uint64_t sets;
+        Vector<std::uint8_t> classes;
+    };
+    struct Partition {
+        std::uint64_t sets;
+        Vector<std::uint8_t> groupOf;  // of each class
+        Vector<Group> groups;
+    };
+
+    const Partition& partitionBy(std::uint64_t sets) {
+        const auto known =
+            std::find_if(partitions_.begin(), partitions_.end(),
+                         [&](const Partition& partition) { return partition.sets == sets; });
+        if (known != partitions_.end()) return *known;
+        if (partitions_.size() == partitionsS) partitions_.clear();
+        Partition& added = partitions_.emplace_back();
+        added.sets = sets;
+        otherSteps_ += 4 * classes_.count();
+        for (unsigned c = 0; c < classes_.count(); ++c) {
+            const std::uint64_t own = setsOf_[c] & sets;
+            auto group = std::find_if(added.groups.begin(), added.groups.end(),
+                                      [&](const Group& each) { return each.sets == own; });
+            if (group == added.groups.end()) group = added.groups.insert(group, {own, {}});
+            added.groupOf.push_back(static_cast<std::uint8_t>(group - added.groups.begin()));
+            group->classes.push_back(static_cast<std::uint8_t>(c));
+        }
+        return added;
+    }
+
+    // All targets of the sets and of one class alone.
+    const Vector<StateIndex>& targetsOf(std::uint64_t sets, const Vector<StateIndex>& own) {
+        if (sets == 0) return own;
+        if (own.empty() && (sets & (sets - 1)) == 0) {
+            return targetsOfBit_[static_cast<unsigned>(std::countr_zero(sets))];
+        }
+        targets_.assign(own.begin(), own.end());
+        for (; sets != 0; sets &= sets - 1) {
+            const auto& more = targetsOfBit_[static_cast<unsigned>(std::countr_zero(sets))];
+            targets_.insert(targets_.end(), more.begin(), more.end());
+        }
+        return targets_;
+    }
 
     // The deterministic state reached by going to all of `targets`.
     std::uint32_t stateOf(const Vector<StateIndex>& targets) {
@@ -359,6 +421,10 @@ private:
     FlatNfa nfa_;
     ByteClasses classes_;
     Vector<Vector<std::uint8_t>> classesOfSet_;
+    // The first sets of several classes have a bit each: by set, and in each of their classes.
+    Vector<std::uint8_t> bitOfSet_;
+    Vector<std::uint64_t> setsOf_;
+    Vector<Partition> partitions_;  // those used last
     RawAutomaton& raw_;
     ListIndex sets_;  // the deterministic states: sets of states that matter, sorted
     std::size_t memberLimit_;
@@ -378,10 +444,13 @@ private:
     Vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
     ListIndex pathLists_;
 
-    // Reused, to save allocations.
-    Vector<Vector<StateIndex>> targets_;
-    Vector<std::uint8_t> touched_;
-    Vector<StateIndex> wideTargets_;
+    // Reused, to save allocations. The moves from the current state:
+    Vector<Vector<StateIndex>> ownTargets_;  // of each class, by sets without a bit
+    Vector<std::uint8_t> touched_;           // the classes that have any
+    std::array<Vector<StateIndex>, bitsS> targetsOfBit_;
+    Vector<std::uint32_t> stateOfGroup_;
+    Vector<StateIndex> targets_;
+    const Vector<StateIndex> noTargets_;
     Vector<StateIndex> set_;
     Vector<StateIndex> open_;
     Vector<std::uint32_t> paths_;
