@@ -26,6 +26,7 @@ using namespace FSM;
 %token FSM_OR 265 FSM_CHAR 266 HYPHEN 267 FSM_POINT 268
 %token COUNT_START 269 COUNT_END 270 COMMA 271 NUMBER 272
 %token NEGATION 273 FSM_ERROR 274
+%token FSM_TEXT 275 /* several characters, none of which an operator follows */
 
 %left FSM_OR
 
@@ -49,6 +50,7 @@ closure: term ZERO_OR_ONE                         { topPart().makeZeroOrOne(); }
        | term ZERO_OR_MORE                        { topPart().makeZeroOrMore(); }
        | term count
        | term
+       | FSM_TEXT                                 { pushPart(scanner.text().c_str()); }
        ;
 
 term: OPEN_PARENTHESIS alternative CLOSE_PARENTHESIS

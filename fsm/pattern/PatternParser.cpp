@@ -80,7 +80,10 @@ bool repeatPart(int minimum, int maximum) {
 
 int FSM_debug = 0;
 
-int fsm_lex(int* value, FSM_FlexLexer& scanner) { return scanner.yylex(*value); }
+int fsm_lex(int* value, FSM_FlexLexer& scanner) {
+    const int token = scanner.yylex(*value);
+    return token == FSM_CHAR && scanner.takeText() ? FSM_TEXT : token;
+}
 
 void fsm_error(FSM_FlexLexer& scanner, const char* message) {
     if (scanner.isMisencoded()) {

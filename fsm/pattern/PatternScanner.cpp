@@ -4,6 +4,7 @@
 #include <istream>
 #include <iterator>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include "PatternGrammar.h"
@@ -36,6 +37,35 @@ int FSM_FlexLexer::yylex(int& value) {
     lastValue_ = value;
     atLineStart_ = position_ > 0 && pattern_[position_ - 1] == '\n';
     return token;
+}
+
+bool FSM_FlexLexer::takeText() {
+    const auto fits = [&](unsigned char byte) {
+        return byte != 0 && (byte < 128 || !options_.isUtf8);
+    };
+    const auto first = static_cast<unsigned char>(lastValue_);
+    const bool isOneByte = !options_.isUtf8 || lastValue_ < 128;
+    if (condition_ != Condition::Initial || options_.ignoresCase || !isOneByte || !fits(first)) {
+        return false;
+    }
+    // An operator, or what is one at the beginning of a line, ends the text.
+    constexpr std::string_view operators("\\[({?+*|.)!\n");
+    std::size_t end = position_;
+    while (end < pattern_.size() && fits(static_cast<unsigned char>(pattern_[end])) &&
+           operators.find(pattern_[end]) == std::string_view::npos) {
+        ++end;
+    }
+    constexpr std::string_view repetitions("?+*{");
+    if (end > position_ && end < pattern_.size() &&
+        repetitions.find(pattern_[end]) != std::string_view::npos) {
+        --end;
+    }
+    if (end == position_) return false;
+    text_.assign(1, static_cast<char>(first));
+    text_.append(pattern_, position_, end - position_);
+    position_ = end;
+    atLineStart_ = false;
+    return true;
 }
 
 void* FSM_FlexLexer::takeMemory(std::size_t bytes) {

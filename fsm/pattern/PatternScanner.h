@@ -27,6 +27,11 @@ public:
     /// 2147483647. 0, with value 0, at the end.
     int yylex(int& value);
 
+    /// After a token of one byte outside of sets: takes the bytes that follow, too, as long as each
+    /// stands for itself and no operator follows it. False if there are none. `text` has all.
+    bool takeText();
+    const std::string& text() const { return text_; }
+
     /// The value of the token read last; 0 before the first.
     int lastValue() const { return lastValue_; }
 
@@ -52,6 +57,7 @@ private:
     Condition condition_ = Condition::Initial;
     bool atLineStart_ = true;
     bool isMisencoded_ = false;
+    std::string text_;
     int lastValue_ = 0;
     std::vector<std::unique_ptr<std::byte[]>> memory_;
 };

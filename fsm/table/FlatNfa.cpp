@@ -1,8 +1,8 @@
 #include "fsm/table/FlatNfa.h"
 
 #include <algorithm>
-#include <functional>
-#include <unordered_map>
+#include <numeric>
+#include <span>
 #include <utility>
 
 namespace FSM {
@@ -184,19 +184,17 @@ private:
     void merge() {
         mergedInto_.resize(nfa_.stateCount());
         for (std::uint32_t state : order_) mergedInto_[state] = state;
-        // By a hash that is seeded.
-        std::unordered_map<std::uint64_t, std::uint32_t, std::hash<std::uint64_t>, std::equal_to<>,
-                           CountedAllocator<std::pair<const std::uint64_t, std::uint32_t>>>
-            known;
+        ListIndex known;
+        Vector<std::uint32_t> firstWith;  // the first state with each list of ways
         Vector<std::uint32_t> ways;
-        Vector<std::uint32_t> knownWays;
         for (std::uint32_t state : order_) {
             findWays(state, ways);
-            auto [found, isNew] =
-                known.try_emplace(hashOf(ways.data(), ways.data() + ways.size()), state);
-            if (isNew) continue;
-            findWays(found->second, knownWays);
-            if (ways == knownWays) mergedInto_[state] = found->second;
+            const std::uint32_t number = known.find(ways);
+            if (number == firstWith.size()) {
+                firstWith.push_back(state);
+            } else {
+                mergedInto_[state] = firstWith[number];
+            }
         }
     }
 
@@ -219,15 +217,17 @@ private:
 
     void replace() {
         Vector<std::uint32_t> newIndex(nfa_.stateCount());
-        Vector<Vector<std::uint32_t>> members;
+        std::uint32_t count = 0;
         for (std::uint32_t state : order_) {
-            if (mergedInto_[state] == state) {
-                newIndex[state] = static_cast<std::uint32_t>(members.size());
-                members.emplace_back();
-            }
-            newIndex[state] = newIndex[mergedInto_[state]];
-            members[newIndex[state]].push_back(state);
+            newIndex[state] = mergedInto_[state] == state ? count++ : newIndex[mergedInto_[state]];
         }
+        // The states that become the same one, together.
+        Vector<std::size_t> memberEnds(count + 1);
+        for (std::uint32_t state : order_) ++memberEnds[newIndex[state] + 1];
+        std::partial_sum(memberEnds.begin(), memberEnds.end(), memberEnds.begin());
+        Vector<std::uint32_t> members(order_.size());
+        Vector<std::size_t> filled(memberEnds.begin(), memberEnds.end() - 1);
+        for (std::uint32_t state : order_) members[filled[newIndex[state]]++] = state;
 
         ListIndex targets;
         Vector<std::uint32_t> newList(lists_.lists().count());
@@ -246,7 +246,9 @@ private:
         Vector<FlatNfa::Edge> edges;
         Vector<std::size_t> edgeEnds;
         Lists patterns;
-        for (const Vector<std::uint32_t>& group : members) {
+        for (std::uint32_t index = 0; index < count; ++index) {
+            const std::span group(members.data() + memberEnds[index],
+                                  members.data() + memberEnds[index + 1]);
             std::size_t begin = edges.size();
             values.clear();
             for (std::uint32_t state : group) {
