@@ -4,21 +4,6 @@
 
 namespace FSM {
 
-namespace {
-
-// Calls visit(byte) for the bytes of a set, ascending.
-template <class Visitor>
-void forBytes(const ByteSet& set, Visitor visit) {
-    const auto words = std::bit_cast<std::array<std::uint64_t, 4>>(set);
-    for (unsigned i = 0; i < words.size(); ++i) {
-        for (std::uint64_t bits = words[i]; bits != 0; bits &= bits - 1) {
-            visit(i * 64 + static_cast<unsigned>(std::countr_zero(bits)));
-        }
-    }
-}
-
-}  // namespace
-
 ByteClasses::ByteClasses(const Vector<ByteSet>& sets) {
     std::array<std::uint16_t, 256> classOf{};
     // Numbers the classes by their first bytes.
@@ -38,7 +23,7 @@ ByteClasses::ByteClasses(const Vector<ByteSet>& sets) {
     countWork(8 * sets.size());
     for (const ByteSet& set : sets) {
         if (set.count() != 1) continue;
-        forBytes(set, [&](unsigned byte) {
+        forMembers(set, [&](unsigned byte) {
             if (classOf[byte] == 0) classOf[byte] = next++;
         });
     }
@@ -57,14 +42,14 @@ ByteClasses::ByteClasses(const Vector<ByteSet>& sets) {
 Vector<std::uint8_t> ByteClasses::classesOf(const ByteSet& set) const {
     ByteSet in;
     std::size_t count = 0;
-    forBytes(set, [&](unsigned byte) {
+    forMembers(set, [&](unsigned byte) {
         in.set(classOf_[byte]);
         ++count;
     });
     countWork(count);
     Vector<std::uint8_t> classes;
     classes.reserve(in.count());
-    forBytes(in, [&](unsigned c) { classes.push_back(static_cast<std::uint8_t>(c)); });
+    forMembers(in, [&](unsigned c) { classes.push_back(static_cast<std::uint8_t>(c)); });
     return classes;
 }
 

@@ -15,6 +15,17 @@ namespace FSM {
 
 using ByteSet = std::bitset<256>;
 
+/// Calls visit(member) for the members of a set, ascending.
+template <class Visitor>
+void forMembers(const ByteSet& set, Visitor visit) {
+    const auto words = std::bit_cast<std::array<std::uint64_t, 4>>(set);
+    for (unsigned i = 0; i < words.size(); ++i) {
+        for (std::uint64_t bits = words[i]; bits != 0; bits &= bits - 1) {
+            visit(i * 64 + static_cast<unsigned>(std::countr_zero(bits)));
+        }
+    }
+}
+
 struct ByteSetHash {
     std::size_t operator()(const ByteSet& bytes) const {
         const auto words = std::bit_cast<std::array<std::uint32_t, 8>>(bytes);

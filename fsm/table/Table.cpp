@@ -59,32 +59,45 @@ Vector<bool> liveStates(const RawAutomaton& raw) {
 
 // Merges classes that lead to the same target from every state.
 void mergeClasses(RawAutomaton& raw) {
-    unsigned oldCount = raw.classCount;
+    const unsigned oldCount = raw.classCount;
     const std::size_t stateCount = raw.stateCount();
-    Vector<std::uint64_t> hashes(oldCount, FND::hashSeed().second);
-    for (std::size_t state = 0; state < stateCount; ++state) {
+    // Each class stands with the first one that no state has told from it so far. The others are
+    // compared with that one for state after state; soon few or none are left.
+    Vector<std::uint8_t> firstOf(oldCount);
+    Vector<std::uint8_t> others;
+    for (unsigned c = 1; c < oldCount; ++c) others.push_back(static_cast<std::uint8_t>(c));
+    struct Split {
+        std::uint8_t from;
+        std::uint8_t first;
+    };
+    Vector<Split> splits;  // that the current state makes
+    for (std::size_t state = 0; state < stateCount && !others.empty(); ++state) {
         const std::uint32_t* const row = raw.next.row(state);
-        countWork(oldCount);
-        for (unsigned c = 0; c < oldCount; ++c) {
-            hashes[c] = (hashes[c] ^ row[c]) * 0xff51afd7ed558ccdu;
-            hashes[c] ^= hashes[c] >> 32;
-        }
+        countWork(1 + others.size() / 4);
+        splits.clear();
+        std::erase_if(others, [&](std::uint8_t c) {
+            std::uint8_t& first = firstOf[c];
+            if (row[c] == row[first]) return false;
+            const auto same = std::find_if(splits.begin(), splits.end(), [&](const Split& split) {
+                return split.from == first && row[split.first] == row[c];
+            });
+            const bool isNew = same == splits.end();
+            if (isNew) splits.push_back({first, c});
+            first = isNew ? c : same->first;
+            return isNew;
+        });
     }
+    if (others.empty()) return;
     Vector<unsigned> kept;
     Vector<std::uint8_t> renamed(oldCount);
     for (unsigned c = 0; c < oldCount; ++c) {
-        auto same = std::find_if(kept.begin(), kept.end(), [&](unsigned k) {
-            if (hashes[k] != hashes[c]) return false;
-            for (std::size_t state = 0; state < stateCount; ++state) {
-                countWork(1);
-                if (raw.next.row(state)[k] != raw.next.row(state)[c]) return false;
-            }
-            return true;
-        });
-        renamed[c] = static_cast<std::uint8_t>(same - kept.begin());
-        if (same == kept.end()) kept.push_back(c);
+        renamed[c] = static_cast<std::uint8_t>(kept.size());
+        if (firstOf[c] == c) {
+            kept.push_back(c);
+        } else {
+            renamed[c] = renamed[firstOf[c]];
+        }
     }
-    if (kept.size() == oldCount) return;
     for (std::size_t state = 0; state < stateCount; ++state) {
         std::uint32_t* const row = raw.next.row(state);
         countWork(kept.size());
@@ -113,7 +126,7 @@ Vector<Kind> kindsOf(const RawAutomaton& raw, bool takesNul) {
         const std::uint32_t* row = raw.next.row(state);
         countWork(raw.classCount);
         int widest = 0;
-        for (unsigned c = 0; c < raw.classCount; ++c) {
+        for (unsigned c = 0; c < raw.classCount && widest < 2; ++c) {
             if (row[c] != state) widest = std::max(widest, kindOfClass[c]);
         }
         kinds[state] = kindOfWidest[widest];
@@ -342,24 +355,34 @@ void Table::findLoops() {
     Vector<WindowScan> windows;
     std::size_t workLeft = 16384 + 4 * rows_.size();
     constexpr std::size_t mostBytes = 128;
-    ByteSetNumbers<std::uint16_t> known;
+    Vector<ByteSet> bytesOf(stride_);
+    Vector<std::size_t> byteCounts(stride_);
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        bytesOf[classOf_[byte]].set(byte);
+        if (byte != 0) ++byteCounts[classOf_[byte]];
+    }
+    ByteSetNumbers<std::uint16_t> known;  // by the classes
     for (std::size_t i = lastSpecial_ / stride_ + 1; i <= stateCount; ++i) {
         Row row = static_cast<Row>(i * stride_);
         countWork(stride_);
         const auto own = rows_.view().subspan(row, stride_);
         if (std::find(own.begin(), own.end(), row) == own.end()) continue;
         ByteSet classes;
-        for (unsigned c = 0; c < stride_; ++c) classes[c] = rows_[row + c] == row;
-        countWork(classes.size());
-        ByteSet bytes;
-        for (unsigned byte = 1; byte < 256; ++byte) bytes[byte] = classes[classOf_[byte]];
-        std::uint16_t& number = known[bytes];
+        std::size_t byteCount = 0;
+        for (unsigned c = 0; c < stride_; ++c) {
+            if (own[c] != row) continue;
+            classes.set(c);
+            byteCount += byteCounts[c];
+        }
+        std::uint16_t& number = known[classes];
         if (number == 0 && loops.size() < std::numeric_limits<std::uint16_t>::max()) {
-            loops.emplace_back(bytes);
+            ByteSet bytes;
+            forMembers(classes, [&](unsigned c) { bytes |= bytesOf[c]; });
+            loops.emplace_back(bytes.reset(0));
             number = static_cast<std::uint16_t>(loops.size());
         }
         loopOf[i] = number;
-        if (bytes.count() >= mostBytes && findWindow(row, windows, workLeft)) {
+        if (byteCount >= mostBytes && findWindow(row, bytesOf, windows, workLeft)) {
             windowOf[i] = static_cast<std::uint16_t>(windows.size());
         }
     }
@@ -392,7 +415,8 @@ void addTo(Vector<ClassProduct>& products, std::size_t first, const ClassProduct
 }  // namespace
 
 // Adds the window of a state, if few places of a text of the bytes that matter pass it.
-bool Table::findWindow(Row home, Vector<WindowScan>& windows, std::size_t& workLeft) const {
+bool Table::findWindow(Row home, const Vector<ByteSet>& bytesOf, Vector<WindowScan>& windows,
+                       std::size_t& workLeft) const {
     constexpr std::size_t mostProducts = 128;
     constexpr std::size_t mostWindows = 256;
     constexpr double mostPart = 0.04;
@@ -435,21 +459,21 @@ bool Table::findWindow(Row home, Vector<WindowScan>& windows, std::size_t& workL
     if (products.size() == 1 || windows.size() == mostWindows) return false;
     products[0] = leaving;
 
-    Vector<ByteSet> bytesOf(stride_);
     Vector<unsigned char> bytes(stride_);  // one of each class
     for (unsigned byte = 256; byte-- > 0;) {
-        bytesOf[classOf_[byte]].set(byte);
         bytes[classOf_[byte]] = static_cast<unsigned char>(byte);
     }
     Vector<WindowScan::Product> byBytes;
     for (const ClassProduct& product : products) {
         WindowScan::Product& sets = byBytes.emplace_back();
         for (std::size_t place = 0; place < sets.size(); ++place) {
-            for (unsigned c = 0; c < stride_; ++c) {
-                if (product[place][c]) sets[place] |= bytesOf[c];
+            if (product[place] == all) {
+                sets[place].set();
+            } else {
+                forMembers(product[place], [&](unsigned c) { sets[place] |= bytesOf[c]; });
             }
         }
-        countWork(3 * stride_);
+        countWork(3 * 8);
     }
     const WindowScan window(byBytes);
     if (window.density(bytes) > mostPart + 1.0 / stride_) return false;

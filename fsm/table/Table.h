@@ -10,6 +10,7 @@
 
 #include "fsm/PatternOptions.h"
 #include "fsm/store/Flat.h"
+#include "fsm/table/ByteClasses.h"
 #include "fsm/table/ByteScan.h"
 #include "fsm/table/DetState.h"
 #include "fsm/table/Determiniser.h"
@@ -137,7 +138,8 @@ public:
 
 private:
     void findLoops();
-    bool findWindow(Row home, Vector<WindowScan>& windows, std::size_t& workLeft) const;
+    bool findWindow(Row home, const Vector<ByteSet>& bytesOf, Vector<WindowScan>& windows,
+                    std::size_t& workLeft) const;
     void findStart();
     void listStates(std::span<const std::uint32_t> listOf);
     void findFirstPaths();

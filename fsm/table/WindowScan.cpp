@@ -35,10 +35,12 @@ struct Halves {
 Halves halvesOf(const WindowScan::Product& product) {
     Halves halves;
     for (std::size_t i = 0; i < product.size(); ++i) {
-        for (unsigned byte = 0; byte < 256; ++byte) {
-            if (!product[i][byte]) continue;
-            halves.low[i] = static_cast<std::uint16_t>(halves.low[i] | 1U << (byte & 15));
-            halves.high[i] = static_cast<std::uint16_t>(halves.high[i] | 1U << (byte >> 4));
+        const auto rows = std::bit_cast<std::array<std::uint16_t, 16>>(product[i]);
+        for (unsigned half = 0; half < rows.size(); ++half) {
+            halves.low[i] = static_cast<std::uint16_t>(halves.low[i] | rows[half]);
+            if (rows[half] != 0) {
+                halves.high[i] = static_cast<std::uint16_t>(halves.high[i] | 1U << half);
+            }
         }
     }
     return halves;
@@ -59,21 +61,21 @@ __attribute__((target("ssse3"))) inline __m128i productsOf(__m128i bytes, const 
 WindowScan::WindowScan(const Vector<Product>& products) {
     Vector<Halves> kinds;
     for (const Product& product : products) {
-        countWork(256);
+        countWork(16);
         const Halves halves = halvesOf(product);
         if (kinds.size() < productsCM) {
             kinds.push_back(halves);
             continue;
         }
         // To the one that grows least by it.
-        const auto growth = [&](const Halves& kind) {
-            Halves both = kind;
+        std::array<double, productsCM> growth;
+        std::transform(kinds.begin(), kinds.end(), growth.begin(), [&](Halves both) {
+            const double before = both.density();
             both.add(halves);
-            return both.density() - kind.density();
-        };
-        std::min_element(kinds.begin(), kinds.end(), [&](const Halves& a, const Halves& b) {
-            return growth(a) < growth(b);
-        })->add(halves);
+            return both.density() - before;
+        });
+        const auto least = std::min_element(growth.begin(), growth.end()) - growth.begin();
+        kinds[static_cast<std::size_t>(least)].add(halves);
     }
     for (std::size_t kind = 0; kind < kinds.size(); ++kind) {
         for (std::size_t i = 0; i < 3; ++i) {
