@@ -8,6 +8,7 @@
 #include "fsm/Engine.h"
 #include "fsm/part/GroupBuilder.h"
 #include "fsm/part/LiteralPart.h"
+#include "fsm/part/TablePart.h"
 #include "fsm/pattern/PatternList.h"
 #include "fsm/store/Archive.h"
 #include "fsm/store/SavedFile.h"
@@ -49,9 +50,15 @@ struct EngineGroup::Parts {
     std::vector<std::int32_t> pathsOutside;
     std::unique_ptr<SavedFile> file;        // that holds the parts, if they were loaded
     const LiteralPart* literals = nullptr;  // the only part, if it takes texts as they are
+    const Table* tailed = nullptr;          // the only one of the only part, with tails apart
 
     bool hasChanges() const { return !added.parts.empty() || !removed.empty(); }
     const Table* whole() const { return hasChanges() ? nullptr : main.onlyTable(); }
+    // To be called after a change of the parts.
+    void findOnly() {
+        literals = hasChanges() ? nullptr : main.onlyLiterals();
+        tailed = hasChanges() ? nullptr : main.onlyTailed();
+    }
     bool archive(Archive& archive) {
         archive.all(pathsOutside, removed);
         return main.archive(archive) && added.archive(archive);
@@ -161,7 +168,7 @@ bool EngineGroup::makeParts(std::size_t byteLimit, GroupParts& parts) {
 void EngineGroup::use(std::unique_ptr<Parts> parts) {
     parts_ = std::move(parts);
     whole_ = parts_->whole();
-    parts_->literals = parts_->hasChanges() ? nullptr : parts_->main.onlyLiterals();
+    parts_->findOnly();
 }
 
 bool EngineGroup::build() {
@@ -210,7 +217,7 @@ bool EngineGroup::changeParts() {
     parts_->added = std::move(added);
     parts_->removed = std::move(removed);
     whole_ = parts_->whole();
-    parts_->literals = parts_->hasChanges() ? nullptr : parts_->main.onlyLiterals();
+    parts_->findOnly();
     return true;
 }
 
@@ -255,12 +262,14 @@ bool EngineGroup::load(const FND::String& file) {
 // may have left all of them; false if it has.
 bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& paths) const {
     Found found(paths);
-    if (const LiteralPart* const literals = parts_->literals) {
-        const bool isInside = literals->match(text, found);
-        found.sortOnce();
-        return isInside;
+    bool isInside = false;
+    if (parts_->literals != nullptr) {
+        isInside = parts_->literals->match(text, found);
+    } else if (parts_->tailed != nullptr) {
+        isInside = TablePart::matchTailed(*parts_->tailed, text, found);
+    } else {
+        isInside = parts_->main.match(text, found);
     }
-    bool isInside = parts_->main.match(text, found);
     if (parts_->hasChanges()) {
         found.remove(parts_->removed);
         isInside = parts_->added.match(text, found) || isInside;
@@ -269,19 +278,22 @@ bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& 
     return isInside;
 }
 
+namespace {
+
+// On its own, so that a text that needs no walk does not pay for the registers of one.
+[[gnu::noinline]] void reportWhole(const Table& table, std::string_view text,
+                                   std::vector<std::int32_t>& paths) {
+    table.report(table.walk(text.data(), text.size()), paths);
+}
+
+}  // namespace
+
 void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
+    if (whole_ != nullptr) return reportWhole(*whole_, text, paths);
     paths.clear();
-    if (whole_ != nullptr) {
-        const auto& list = whole_->state(whole_->walk(text.data(), text.size()))->pathNumbers();
-        constexpr std::size_t few = 8;  // are copied faster one by one
-        if (list.size() > few) {
-            paths.assign(list.begin(), list.end());
-        } else {
-            for (const std::int32_t path : list) paths.push_back(path);
-        }
-        return;
-    }
-    if (!appendPaths(text, paths) && parts_->main.acceptsEmpty)
+    const LiteralPart* const literals = parts_->literals;
+    const bool isTooLong = literals != nullptr && literals->isTooLong(text);
+    if ((isTooLong || !appendPaths(text, paths)) && parts_->main.acceptsEmpty)
         paths.assign(parts_->pathsOutside.begin(), parts_->pathsOutside.end());
 }
 

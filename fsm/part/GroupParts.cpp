@@ -80,6 +80,11 @@ const Table* GroupParts::onlyTable() const {
     return static_cast<const TablePart*>(parts[0].get())->only();
 }
 
+const Table* GroupParts::onlyTailed() const {
+    if (parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return nullptr;
+    return static_cast<const TablePart*>(parts[0].get())->onlyTailed();
+}
+
 const LiteralPart* GroupParts::onlyLiterals() const {
     const bool isPlain = !options.ignoresCase && !options.isUtf8;
     if (!isPlain || parts.size() != 1 || parts[0]->kind() != Part::Kind::Literals) return nullptr;

@@ -26,6 +26,8 @@ struct GroupParts {
     bool match(std::string_view text, Found& found) const;
     /// The table that tells all by itself, or null.
     const Table* onlyTable() const;
+    /// The only table, if it has tails apart; otherwise null.
+    const Table* onlyTailed() const;
     /// The part of words, null unless it is the only one and takes texts as they are.
     const LiteralPart* onlyLiterals() const;
     /// Writes the parts, or reads them. False if they are not sound.

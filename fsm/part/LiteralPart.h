@@ -33,6 +33,8 @@ public:
     bool archive(Archive& archive) override;
     bool match(std::string_view text, Found& found) const override;
 
+    /// Whether the text has left the automaton, as it is too long for all words.
+    bool isTooLong(std::string_view text) const;
     /// A text on its way through the tree.
     struct Walk;
     /// Texts that may be walked at once.
@@ -71,7 +73,6 @@ private:
 
     Walk begin(std::string_view text) const;
     bool isAtEnd(const Walk& walk) const;
-    bool isTooLong(std::string_view text) const;
     template <bool halves>
     bool step(Walk& walk) const;
     template <bool halves>
@@ -108,7 +109,7 @@ inline LiteralPart::Walk LiteralPart::begin(std::string_view text) const {
     return {trie_.records(), at, at + text.size(), 0, isTooLong(text) ? Stop::TooLong : Stop::No};
 }
 
-// A text that is too long for all words has left the automaton, unless a NUL ends it before.
+// Unless a NUL ends it before.
 inline bool LiteralPart::isTooLong(std::string_view text) const {
     return hasOpen_ == 0 && text.size() > longest_ &&
            (takesNul_ != 0 || !holdsNul(reinterpret_cast<const unsigned char*>(text.data()),

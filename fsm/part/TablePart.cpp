@@ -48,6 +48,10 @@ void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::s
     std::copy(row, row + count, rows);
 }
 
+void addRow(const Table& table, Table::Row row, Found& found) {
+    found.add(row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers());
+}
+
 // The numbers of the patterns that have settled, appended to a vector in ascending order.
 class SettledPaths {
 public:
@@ -108,13 +112,28 @@ bool TablePart::archive(Archive& archive) {
     return archive.isGood();
 }
 
+bool TablePart::matchTailed(const Table& table, std::string_view text, Found& found) {
+    Table::Row row = 0;
+    bool isAnySettled = false;
+    if (found.wantsAll()) {
+        SettledPaths settled(found.paths());
+        row = table.walk(text.data(), text.size(), settled);
+        isAnySettled = settled.isAnySettled();
+        if (isAnySettled) found.countList();
+    } else {
+        SettledFirst settled;
+        row = table.walk(text.data(), text.size(), settled);
+        isAnySettled = settled.isAnySettled();
+        if (isAnySettled) found.add(settled.first());
+    }
+    addRow(table, row, found);
+    return table.isInside(row) || isAnySettled;
+}
+
 bool TablePart::match(std::string_view text, Found& found) const {
     constexpr std::size_t atOnce = 4;
     Table::Row rows[atOnce];
     bool isInside = false;
-    const auto add = [&](const Table& table, Table::Row row) {
-        found.add(row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers());
-    };
     for (std::size_t first = 0; first < plain_.size(); first += atOnce) {
         const std::unique_ptr<Table>* together = &plain_[first];
         const std::size_t count = std::min(atOnce, plain_.size() - first);
@@ -134,24 +153,10 @@ bool TablePart::match(std::string_view text, Found& found) const {
         }
         for (std::size_t i = 0; i < count; ++i) {
             isInside = isInside || rows[i] != 0;
-            add(*together[i], rows[i]);
+            addRow(*together[i], rows[i], found);
         }
     }
-    for (const auto& table : tailed_) {
-        Table::Row row = 0;
-        if (found.wantsAll()) {
-            SettledPaths settled(found.paths());
-            row = table->walk(text.data(), text.size(), settled);
-            isInside = isInside || table->isInside(row) || settled.isAnySettled();
-            if (settled.isAnySettled()) found.countList();
-        } else {
-            SettledFirst settled;
-            row = table->walk(text.data(), text.size(), settled);
-            isInside = isInside || table->isInside(row) || settled.isAnySettled();
-            if (settled.isAnySettled()) found.add(settled.first());
-        }
-        add(*table, row);
-    }
+    for (const auto& table : tailed_) isInside = matchTailed(*table, text, found) || isInside;
     return isInside;
 }
 

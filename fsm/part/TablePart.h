@@ -26,6 +26,12 @@ public:
     const Table* only() const {
         return plain_.size() == 1 && tailed_.empty() ? plain_[0].get() : nullptr;
     }
+    /// The only table, if it has tails apart; otherwise null.
+    const Table* onlyTailed() const {
+        return tailed_.size() == 1 && plain_.empty() ? tailed_[0].get() : nullptr;
+    }
+    /// What `match` does with such a table.
+    static bool matchTailed(const Table& table, std::string_view text, Found& found);
 
 private:
     std::vector<std::unique_ptr<Table>> plain_;

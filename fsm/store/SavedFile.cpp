@@ -18,7 +18,7 @@ namespace {
 
 struct Header {
     std::array<char, 8> name{'P', 'A', 'T', 'T', 'E', 'R', 'N', 'S'};
-    std::uint32_t version = 3;
+    std::uint32_t version = 4;
     std::uint32_t byteOrder = 0x01020304;
     std::uint64_t kind = 0;
     std::uint64_t size = 0;

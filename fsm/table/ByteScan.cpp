@@ -52,7 +52,7 @@ ByteScan::skip(const unsigned char* text) const {
 }
 
 __attribute__((target("ssse3"))) const unsigned char* ByteScan::skip(
-    const unsigned char* text, const unsigned char* end) const {
+    const unsigned char* begin, const unsigned char* text, const unsigned char* end) const {
     if (!hasShuffleS) return text;
     const __m128i below128 = _mm_load_si128(reinterpret_cast<const __m128i*>(below128_));
     const __m128i from128 = _mm_load_si128(reinterpret_cast<const __m128i*>(from128_));
@@ -61,7 +61,12 @@ __attribute__((target("ssse3"))) const unsigned char* ByteScan::skip(
         unsigned found = misses(bytes, below128, from128);
         if (found != 0) return text + __builtin_ctz(found);
     }
-    return text;
+    if (text == end || end - begin < 16) return text;
+    // The last block begins before the bytes that are left.
+    const unsigned char* const block = end - 16;
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
+    const unsigned found = misses(bytes, below128, from128) & ~0U << (text - block);
+    return found != 0 ? block + __builtin_ctz(found) : end;
 }
 
 }  // namespace FSM

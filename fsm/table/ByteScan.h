@@ -69,8 +69,9 @@ public:
     /// The first byte at or after `text` that is not in the set, or any byte before that. Reads
     /// like `lineEnd`.
     const unsigned char* skip(const unsigned char* text) const;
-    /// The same up to `end`.
-    const unsigned char* skip(const unsigned char* text, const unsigned char* end) const;
+    /// The same up to `end`, where all from `begin` on may be read.
+    const unsigned char* skip(const unsigned char* begin, const unsigned char* text,
+                              const unsigned char* end) const;
 
 private:
     alignas(16) unsigned char below128_[16] = {};

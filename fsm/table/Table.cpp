@@ -224,7 +224,7 @@ bool Table::build(RawAutomaton raw, const Paths& negated, const PatternOptions& 
     Vector<std::uint32_t> listOf(1, options.leavesByTextbook ? 0 : raw.acceptedLists[0]);
     for (const std::uint32_t state : order) listOf.push_back(raw.acceptedLists[state]);
     listStates(listOf);
-    findFirstPaths();
+    makeReports();
     return true;
 }
 
@@ -244,14 +244,17 @@ void Table::listStates(std::span<const std::uint32_t> listOf) {
     }
 }
 
-void Table::findFirstPaths() {
-    Vector<std::int32_t> firstPaths;
-    firstPaths.reserve(stateCount() + 1);
+void Table::makeReports() {
+    Vector<Report> reports;
+    reports.reserve(stateCount() + 1);
     for (std::size_t i = 0; i <= stateCount(); ++i) {
         const Paths& list = states_[i].pathNumbers();
-        firstPaths.push_back(list.empty() ? -1 : list.front());
+        Report& report = reports.emplace_back();
+        report.first.fill(-1);
+        report.count = static_cast<std::uint32_t>(list.size());
+        std::copy_n(list.begin(), std::min(list.size(), report.first.size()), report.first.begin());
     }
-    firstPaths_ = Flat<std::int32_t>(std::move(firstPaths));
+    reports_ = Flat<Report>(std::move(reports));
 }
 
 namespace {
@@ -296,9 +299,9 @@ bool Table::archive(Archive& archive) {
         }
     }
     archive.all(classOf_, start_, lastTrap_, lastLineLoop_, lastSpecial_, leftByNewline_, stride_,
-                takesNul_, leavesByTextbook_, rows_, firstPaths_, loopOf_, loops_, windowOf_,
-                windows_, listOf, lists.numbers, lists.ends, settled.numbers, settled.ends,
-                isAfterNewline, negated_);
+                takesNul_, leavesByTextbook_, rows_, reports_, loopOf_, loops_, windowOf_, windows_,
+                listOf, lists.numbers, lists.ends, settled.numbers, settled.ends, isAfterNewline,
+                negated_);
     if (!archive.isReading()) return true;
     if (!archive.isGood() || stride_ == 0 || stride_ > 256 || rows_.size() % stride_ != 0 ||
         rows_.size() < 2 * std::size_t{stride_} || rows_.size() > std::numeric_limits<Row>::max() ||
@@ -329,13 +332,13 @@ bool Table::isSound() const {
     const std::span<const std::uint16_t> loopOf = loopOf_.view();
     const std::span<const std::uint16_t> windowOf = windowOf_.view();
     return std::all_of(rows.begin(), rows.end(), isRow) && isRow(start_) && start_ != 0 &&
-           firstPaths_.size() == rows.size() / stride_ && loopOf.size() == firstPaths_.size() &&
+           reports_.size() == rows.size() / stride_ && loopOf.size() == reports_.size() &&
            std::all_of(loopOf.begin(), loopOf.end(),
                        [&](std::uint16_t loop) { return loop <= loops.size(); }) &&
            // Or a walk would go on after the end of a text.
            std::none_of(loops.begin(), loops.end(),
                         [](const ByteScan& loop) { return loop.contains(0); }) &&
-           (windows_.empty() || windowOf.size() == firstPaths_.size()) &&
+           (windows_.empty() || windowOf.size() == reports_.size()) &&
            std::all_of(windowOf.begin(), windowOf.end(),
                        [&](std::uint16_t window) { return window <= windows_.size(); }) &&
            isRow(lastTrap_) && isRow(lastLineLoop_) && isRow(lastSpecial_) &&
@@ -489,7 +492,7 @@ State* Table::successor(const DetState& state, unsigned char c) const {
 
 std::size_t Table::memory() const {
     std::size_t bytes =
-        sizeof *this + rows_.bytes() + (stateCount() + 1) * sizeof(DetState) + firstPaths_.bytes() +
+        sizeof *this + rows_.bytes() + (stateCount() + 1) * sizeof(DetState) + reports_.bytes() +
         windowOf_.bytes() + windows_.bytes() + lists_.capacity() * sizeof(Paths) +
         negated_.capacity() * sizeof(std::int32_t) + loopOf_.bytes() + loops_.bytes();
     for (const Paths& list : lists_) bytes += list.capacity() * sizeof(std::int32_t);

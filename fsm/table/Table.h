@@ -109,7 +109,20 @@ public:
     /// The state of a row; for row 0 the start state or, with textbook leaving, one of its own.
     const DetState* state(Row row) const { return &states_[row == 0 ? leftIndex_ : index(row)]; }
     /// The lowest path number reported in a row, -1 for none.
-    std::int32_t firstPath(Row row) const { return firstPaths_[index(row)]; }
+    std::int32_t firstPath(Row row) const { return reports_[index(row)].first[0]; }
+    /// Sets `paths` to the numbers reported in a row. Always writes as many as are mostly enough
+    /// and then cuts: how many there are would be guessed wrong too often.
+    void report(Row row, Paths& paths) const {
+        const Report& report = reports_[index(row)];
+        paths.clear();
+        if (report.count > report.first.size()) {
+            const Paths& all = state(row)->pathNumbers();
+            paths.assign(all.begin(), all.end());
+            return;
+        }
+        for (const std::int32_t path : report.first) paths.push_back(path);
+        paths.resize(report.count);
+    }
     /// The numbers of the negated patterns.
     const Paths& negatedPaths() const { return negated_; }
 
@@ -142,12 +155,12 @@ private:
                     std::size_t& workLeft) const;
     void findStart();
     void listStates(std::span<const std::uint32_t> listOf);
-    void findFirstPaths();
+    void makeReports();
     bool isSound() const;
     std::size_t index(Row row) const { return (std::uint64_t{row} * reciprocal_) >> 32; }
 
     // After this many bytes the walk checks whether it is still in the same state.
-    static constexpr int stepsCM = 16;
+    static constexpr int stepsCM = 8;
 
     static Row step(const Row* rows, const std::uint8_t* classOf, unsigned char byte, Row row) {
         const Row* column = rows + classOf[byte];
@@ -160,6 +173,7 @@ private:
     Row walkBytes(const unsigned char* text, const unsigned char* end, Memory& memory,
                   Row row) const {
         if (isBounded && !windows_.empty()) return walkWindows(text, end, memory, row);
+        const unsigned char* const begin = text;
         const Row* rows = rows_.data();
         const std::uint8_t* classOf = classOf_.data();
         const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
@@ -178,7 +192,7 @@ private:
             if (isBounded && steps < stepsCM && row > lastQuiet) return row;
             if (row == before && loopOf_[index(row)] != 0) {
                 const ByteScan& loop = loops_[loopOf_[index(row)] - 1];
-                text = isBounded ? loop.skip(text, end) : loop.skip(text);
+                text = isBounded ? loop.skip(begin, text, end) : loop.skip(text);
             }
         }
     }
@@ -255,6 +269,12 @@ private:
         if (!special.settled.empty()) memory.settle(special.settled);
     }
 
+    // The lowest path numbers of a state, then -1, and how many it has.
+    struct Report {
+        std::array<std::int32_t, 3> first;
+        std::uint32_t count;
+    };
+
     struct Special {
         bool isAfterNewline;
         Paths settled;
@@ -274,7 +294,7 @@ private:
     std::uint32_t takesNul_ = 0;
     std::uint32_t leavesByTextbook_ = 0;
     std::unique_ptr<DetState[]> states_;
-    Flat<std::int32_t> firstPaths_;
+    Flat<Report> reports_;
     Flat<std::uint16_t> loopOf_;  // for each state, the number of its loop from 1 on, or 0
     Flat<ByteScan> loops_;        // the bytes on which states stay
     // For each state that most bytes do not leave, the number of its window from 1 on, or 0: the
