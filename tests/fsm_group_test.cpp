@@ -176,6 +176,13 @@ TEST(FsmGroup, Failures) {
     EXPECT_TRUE(group.finalSetup());
     EXPECT_EQ(processed(group, Words{"a"}), Paths{0});
     EXPECT_EQ(processed(group, Words{"a", "a"}), Paths{});
+    // Too many places for bits, but few states of an automaton that passes the limit of a part.
+    EngineGroup tight;
+    tight.partLimit(1);
+    tight.stateLimit(8);
+    EXPECT_TRUE(tight.insertPattern("(a|b|c|d|e|f)*x"));
+    EXPECT_TRUE(tight.finalSetup()) << tight.error();
+    EXPECT_EQ(processed(tight, std::string("abx")), Paths{0});
 }
 
 TEST(FsmGroup, ChangesMasksAndBatches) {
