@@ -94,8 +94,12 @@ TEST(FsmGroup, CountedBytes) {
         for (int i = 0; i < 25; ++i) {
             std::string text;
             const std::size_t length = i < 4 ? 62 + i : random.below(220);
-            while (text.size() < length) text += "abcccddd"[random.below(8)];
-            if (random.below(8) == 0) text[random.below(length)] = '\n';
+            while (text.size() < length) {
+                // Runs go on from one word of places to the next.
+                text.append(random.below(20) == 0 ? random.below(40) : 1,
+                            "abcccddd"[random.below(8)]);
+            }
+            if (length > 0 && random.below(8) == 0) text[random.below(length)] = '\n';
             Paths expected;
             for (std::int32_t path = 0; path < std::ssize(patterns); ++path) {
                 if (std::regex_match(text, patterns[static_cast<std::size_t>(path)]))
