@@ -202,20 +202,40 @@ private:
 };
 
 /// Fills an array with texts, from its first element on, and keeps the memory of its elements.
+/// Refers to the array's `ArrayRef`.
 class Parts {
 public:
-    explicit Parts(ArrayRef<FND::String> parts) : parts_(parts) {}
+    explicit Parts(const ArrayRef<FND::String>& parts) : parts_(parts), run_(parts.change(0)) {}
 
     void add(std::string_view part) {
         weight_ += part.size() + 32;
-        if (weight_ > manyCM) work(std::exchange(weight_, 0));
+        if (weight_ > manyCM) [[unlikely]]
+            work(std::exchange(weight_, 0));
+        if (part.size() <= longCM && at_ < run_.count && part.size() <= run_[at_].capacity())
+            [[likely]] {
+            run_[at_++].assign(part);
+            ++count_;
+        } else {
+            addNew(part);
+        }
+    }
+    /// Cuts off the elements after those, and gives their number.
+    long finish() {
+        if (parts_.size() != count_) parts_.resize(count_);
+        return static_cast<long>(count_);
+    }
+
+private:
+    static constexpr std::size_t manyCM = 4096;
+    static constexpr std::size_t longCM = 64 * 1024;
+
+    // Adds an element, or enlarges one.
+    [[gnu::noinline]] void addNew(std::string_view part) {
         if (at_ == run_.count) {
             run_ = parts_.change(count_);
             at_ = 0;
         }
-        if (part.size() <= longCM && at_ < run_.count && part.size() <= run_[at_].capacity()) {
-            run_[at_].assign(part);
-        } else if (part.size() <= longCM) {
+        if (part.size() <= longCM) {
             value_.assign(part);
             if (!parts_.set(count_, value_)) return;
         } else {
@@ -226,18 +246,8 @@ public:
         if (at_ < run_.count) ++at_;
         ++count_;
     }
-    /// Cuts off the elements after those, and gives their number.
-    long finish() {
-        work(weight_);
-        if (parts_.size() != count_) parts_.resize(count_);
-        return static_cast<long>(count_);
-    }
 
-private:
-    static constexpr std::size_t manyCM = 4096;
-    static constexpr std::size_t longCM = 64 * 1024;
-
-    ArrayRef<FND::String> parts_;
+    const ArrayRef<FND::String>& parts_;
     SCR::Host::Run<FND::String> run_;  // of elements that exist
     unsigned long at_ = 0;
     FND::String value_;

@@ -54,10 +54,15 @@ T copyOf(const T& value) {
 /// Calls `use(value)` for each element, counted as work.
 template <class T, class Use>
 void forEach(ArrayView<T> all, const Use& use) {
+    constexpr std::size_t many = 16 * 1024;
+    std::size_t done = 0;
     for (const T& value : all) {
-        work(weight(value));
+        done += weight(value);
+        if (done > many) [[unlikely]]
+            work(std::exchange(done, 0));
         use(value);
     }
+    work(done);
 }
 
 /// Assigns `value`; a text is copied in pieces, into memory that its owner has charged.

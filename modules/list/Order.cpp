@@ -263,7 +263,8 @@ public:
                 holes_[i].source = order_[holes_[i].place].index;
                 __builtin_prefetch(&elements_[holes_[i].source], 1);
             }
-            for (std::size_t i = open_; i-- > 0;) fill(i);
+            // In the same order, so that each of them had the longest time to arrive.
+            for (std::size_t i = 0; i < open_;) i += fill(i) ? 1 : 0;
             work(32 * handsCM);
         } while (open_ > 0);
     }
@@ -292,7 +293,9 @@ private:
         }
         return false;
     }
-    void fill(std::size_t i) {
+    // Fills a place. False when that closed a circle: the last one that is open has number `i`
+    // then.
+    bool fill(std::size_t i) {
         Hole& hole = holes_[i];
         T& empty = elements_[hole.place];
         if (!isTaken_[hole.source]) {
@@ -300,7 +303,7 @@ private:
             isTaken_[hole.source] = true;
             hole.place = hole.source;
             __builtin_prefetch(&order_[hole.place]);
-            return;
+            return true;
         }
         std::size_t hand = 0;
         while (hands_[hand].from != hole.source) ++hand;
@@ -308,6 +311,7 @@ private:
         --open_;
         if (hand != open_) hands_[hand] = std::move(hands_[open_]);
         hole = holes_[open_];
+        return false;
     }
 
     const Elements<T> elements_;

@@ -107,7 +107,7 @@ public:
     bool find(std::size_t from) {
         if (from > text_.size()) return false;
         if (pattern_.straight) {
-            const auto outcome = pattern_.straight->find(text_, from, found_.straight);
+            const auto outcome = pattern_.straight->find(text_, from, found_.straight, weight_);
             groups_ = found_.straight.data();
             if (outcome == StraightPattern::Outcome::Found) return true;
             if (outcome == StraightPattern::Outcome::None) return false;
@@ -175,6 +175,7 @@ private:
     const std::string_view text_;
     const std::size_t count_;
     const std::string_view* groups_ = nullptr;
+    std::size_t weight_ = 0;  // work that is not counted yet, little at the end
 };
 
 /// A function with a pattern; it keeps what its calls have in common.
@@ -199,7 +200,8 @@ public:
 
 class Captures : Searching {
 public:
-    bool operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
+    bool operator()(std::string_view text, std::string_view pattern,
+                    const ArrayRef<FND::String>& out) {
         const Pattern& compiled = patternOf(pattern);
         Search search = searchFor(compiled, text, compiled.groupCount());
         Parts parts(out);
@@ -226,7 +228,8 @@ public:
 
 class FindAll : Searching {
 public:
-    long operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
+    long operator()(std::string_view text, std::string_view pattern,
+                    const ArrayRef<FND::String>& out) {
         const Pattern& compiled = patternOf(pattern);
         const std::size_t group = compiled.groupCount() > 0 ? 1 : 0;
         Search search = searchFor(compiled, text, group);
@@ -238,7 +241,8 @@ public:
 
 class SplitPattern : Searching {
 public:
-    long operator()(std::string_view text, std::string_view pattern, ArrayRef<FND::String> out) {
+    long operator()(std::string_view text, std::string_view pattern,
+                    const ArrayRef<FND::String>& out) {
         Search search = searchFor(patternOf(pattern), text, 0);
         Parts parts(out);
         std::size_t end = 0;

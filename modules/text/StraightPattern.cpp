@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "modules/Support.h"
 
@@ -279,7 +280,8 @@ StraightPattern::Outcome StraightPattern::matchAt(std::string_view text, std::si
 }
 
 StraightPattern::Outcome StraightPattern::find(std::string_view text, std::size_t from,
-                                               Groups& groups) const {
+                                               Groups& groups, std::size_t& weight) const {
+    constexpr std::size_t many = 4096;
     if (isAtStart_ && (from > 0 || !text.starts_with(prefix_))) return Outcome::None;
     const bool isFirstEndless =
         prefix_.empty() && items_.front().most == endlessS && items_.front().least <= 1;
@@ -294,7 +296,8 @@ StraightPattern::Outcome StraightPattern::find(std::string_view text, std::size_
         std::size_t run = start;
         const std::size_t before = end;
         const Outcome outcome = matchAt(text, start, groups, end, run);
-        work(end - before + 16);
+        weight += end - before + 16;
+        if (weight > many) work(std::exchange(weight, 0));
         if (outcome != Outcome::None) return outcome;
         if (isAtStart_ || start == text.size()) return Outcome::None;
         looked += end - start;

@@ -24,8 +24,10 @@ public:
 
     enum class Outcome { None, Found, Unknown };
     /// The first match at or after `from`. `Unknown` when that is for the library to say: where the
-    /// text is not ASCII, or would be read too often.
-    Outcome find(std::string_view text, std::size_t from, Groups& groups) const;
+    /// text is not ASCII, or would be read too often. Adds to `weight` the work that is not counted
+    /// yet.
+    Outcome find(std::string_view text, std::size_t from, Groups& groups,
+                 std::size_t& weight) const;
 
 private:
     enum class Fits : std::uint8_t { No, Yes, Unknown };
