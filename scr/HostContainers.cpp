@@ -82,6 +82,34 @@ auto guarded(Interpreter* interpreter, const Change& change) noexcept -> decltyp
     return {};
 }
 
+// A text so long that giving its memory back takes a while.
+bool isLong(const FND::String& text) { return text.capacity() > std::size_t{1} << 20; }
+
+// Gives back the long texts of an array from element `from` on.
+void releaseTexts(Array& array, unsigned long from) {
+    while (from < array.size()) {
+        const auto run = ArrayElements::change<StringVariable, FND::String>(array, from);
+        for (unsigned long i = 0; run.first != nullptr && i < run.count; ++i) {
+            if (isLong(run[i])) SCR::releaseLarge(run[i]);
+        }
+        from += run.count;
+    }
+}
+
+// Gives back the long texts of a hash, and all texts where there are many.
+void releaseTexts(Hash& hash) {
+    constexpr unsigned long many = 4096;
+    constexpr std::size_t weight = 64;
+    const bool areMany = hash.size() > many;
+    std::size_t position = 0;
+    Variable* element = nullptr;
+    while (HashElements::next(hash, position, element) != nullptr) {
+        FND::String& text = static_cast<StringVariable&>(*element).value();
+        if (areMany || isLong(text)) SCR::releaseLarge(text);
+        if (areMany) countWork(weight);
+    }
+}
+
 // Tells, once in a run, that there is no room.
 template <class Result>
 Result noRoom(Interpreter* interpreter, const char* container) {
@@ -145,6 +173,9 @@ bool ArrayRef<T>::resize(unsigned long size) const {
         constexpr unsigned long piece = 4096;
         while (this->size() > size) {
             const unsigned long count = std::min(piece, this->size() - size);
+            if constexpr (std::is_same_v<T, FND::String>) {
+                releaseTexts(*this->array_, this->size() - count);
+            }
             this->array_->truncate(this->size() - count);
             countWork(count * sizeof(VariableOf<T>));
         }
@@ -210,7 +241,12 @@ bool HashRef<T>::remove(const FND::String& key) const {
 
 template <class T>
 void HashRef<T>::clear() const {
-    if (this->hash_ != nullptr) this->hash_->clear();
+    guarded(interpreter_, [&] {
+        if (this->hash_ == nullptr) return false;
+        if constexpr (std::is_same_v<T, FND::String>) releaseTexts(*this->hash_);
+        this->hash_->clear();
+        return true;
+    });
 }
 
 #define KESTREL_CONTAINERS_OF(T) \

@@ -1,5 +1,8 @@
 #include "scr/run/MemoryCharge.h"
 
+#include <sys/mman.h>
+
+#include <cstdint>
 #include <typeinfo>
 
 #include "scr/Array.h"
@@ -33,6 +36,23 @@ void storeLarge(FND::String& target, const FND::String& value) {
             throw;
         }
     }
+}
+
+void releaseLarge(FND::String& text) {
+    constexpr std::size_t piece = std::size_t{1} << 20;
+    constexpr std::size_t weight = 64 * 1024;
+    constexpr std::uintptr_t page = 4096;  // where pages are larger, the system refuses, no harm
+    if (text.capacity() >= 2 * piece) {
+        text.clear();
+        char* begin = text.data();
+        std::size_t rest = text.capacity();
+        const std::size_t before = page - reinterpret_cast<std::uintptr_t>(begin) % page;
+        for (begin += before, rest -= before; rest >= piece; begin += piece, rest -= piece) {
+            madvise(begin, piece, MADV_DONTNEED);
+            countWork(weight);
+        }
+    }
+    FND::String().swap(text);
 }
 
 std::size_t heapBytes(const Variable& variable) {
