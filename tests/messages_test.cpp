@@ -246,6 +246,27 @@ TEST(MessagesTest, PlacesAndCausesAreRight) {
     for (const auto& row : rows) EXPECT_EQ(checked(row.text), row.messages) << row.text;
 }
 
+TEST(MessagesTest, WhatOnlyElementsCanDoIsTold) {
+    const struct {
+        const char* text;
+        const char* message;
+    } rows[] = {
+        {"function Long f(Long a[]) { return 1; } Long n[]; Long x = f(n);",
+         "`f` can not be given an array: functions of a script take values"},
+        {"function Long f(Long a{}) { return 1; } Long h{}; Long x = f(h);",
+         "`f` can not be given a hash: functions of a script take values"},
+        {"function Long f(Long a) { return a; } Long n[]; Long x = f(n);",
+         "argument 1 of `f` is an array, where a Long is needed"},
+        {"Long a[]; Long b[]; a = b;", "`a` is an array: only its elements can be set, one by one"},
+        {"Long a{}; Long b{}; a = b;", "`a` is a hash: only its elements can be set, one by one"},
+    };
+    for (const auto& row : rows) {
+        const std::vector<SCR::Diagnostic> found = diagnosticsOf(row.text);
+        ASSERT_EQ(found.size(), 1) << row.text;
+        EXPECT_EQ(found[0].explanation, row.message) << row.text;
+    }
+}
+
 TEST(MessagesTest, ConditionsAreCheckedAsScriptsAre) {
     const struct {
         const char* text;
