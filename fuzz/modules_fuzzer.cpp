@@ -81,7 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Fuzz::CountingLog log;
     SCR::Interpreter interpreter(&log);
     Fuzz::restrain(interpreter);
-    const int most = called.maximum() - called.minimum();
+    const bool hasRest = called.maximum() == SCR::FctDescr::anyNumber;
+    const int most = hasRest ? 3 : called.maximum() - called.minimum();
     const int count = called.minimum() + (most > 0 ? data[1] % (most + 1) : 0);
     FND::String script = "use " + function.module + "; Long i; String p[];";
     FND::String call = function.module + "::" + called.name() + "(";

@@ -259,7 +259,8 @@ void appendField(Text& made, const Field& field, std::string_view value) {
     appendPadded(made, value, width, field.fill, side);
 }
 
-FND::String format(std::string_view pattern, ArrayView<FND::String> values) {
+template <class Values>
+FND::String formatted(std::string_view pattern, const Values& values) {
     Text made;
     unsigned long next = 0;
     while (!pattern.empty()) {
@@ -282,6 +283,13 @@ FND::String format(std::string_view pattern, ArrayView<FND::String> values) {
         pattern.remove_prefix(end + 1);
     }
     return made.take();
+}
+
+FND::String format(std::string_view pattern, SCR::Rest<FND::String> values) {
+    return formatted(pattern, values);
+}
+FND::String formatAll(std::string_view pattern, ArrayView<FND::String> values) {
+    return formatted(pattern, values);
 }
 
 FND::String ofDecimal(const FND::Decimal& number) {
@@ -392,15 +400,21 @@ constexpr ModuleFunction plainFunctionsS[] = {
     {"String center(String text, Long width, [String fill])", SCR::addFunction<pad<Side::Both>>,
      Effect::None, "As `padStart`, with half of the filling on either side.",
      R"(text::center("ab", 6, "*") == "**ab**")"},
-    {"String format(String pattern, String[] values)", SCR::addFunction<format>, Effect::None,
-     "`pattern` with `values` in the places of its fields. `{}` is the next value, `{1}` that of "
-     "this index. After a colon, each part may be missing: a character that fills, `<`, `>` or `^` "
-     "for left, right or in the middle, the width in columns, and `.` with a number of places: a "
-     "value that is a number is rounded to so many decimal places, any other cut after so many "
-     "characters. Numbers stand right, other texts left; a width that begins with 0 fills with "
-     "zeros. `{{` and `}}` are braces. A bad field is an error, and the result empty.",
-     R"(String v[]; v[0] = "abc"; v[1] = "2.345";
-text::format("{:>5}|{:.2}|{0:*<4}", v) == "  abc|2.35|abc*")"},
+    {"String format(String pattern, [String...])", SCR::addFunction<format>, Effect::None,
+     "`pattern` with the values after it in the places of its fields. `{}` is the next value, "
+     "`{1}` "
+     "that of this index, from 0. After a colon, each part may be missing: a character that fills, "
+     "`<`, `>` or `^` for left, right or in the middle, the width in columns, and `.` with a "
+     "number "
+     "of places: a value that is a number is rounded to so many decimal places, any other cut "
+     "after "
+     "so many characters. Numbers stand right, other texts left; a width that begins with 0 fills "
+     "with zeros. `{{` and `}}` are braces. A bad field, or one without a value, is an error, and "
+     "the result empty.",
+     R"(text::format("{:>5}|{:.2}|{0:*<4}", "abc", "2.345") == "  abc|2.35|abc*")"},
+    {"String formatAll(String pattern, String[] values)", SCR::addFunction<formatAll>, Effect::None,
+     "As `format`, with the elements of `values`.",
+     R"(String v[]; v[0] = "abc"; v[1] = "7"; text::formatAll("{}: {:03}", v) == "abc: 007")"},
     {"String ofDecimal(Decimal number)", SCR::addFunction<ofDecimal>, Effect::None,
      "The number with as many decimal places as it needs; \"invalid\" for the invalid one.",
      R"(text::ofDecimal(1.500) == "1.5" and text::ofDecimal(3) == "3")"},
