@@ -99,7 +99,6 @@ TEST(MessagesTest, TheManualHasAllTextsOfTheLog) {
                                       "of the type ",
                                       "syntax error",
                                       " (not in ",
-                                      ", not of ",
                                       "looked for in `",
                                       "cannot open shared object",
                                       "else if",

@@ -96,6 +96,30 @@ TEST(Modules, ASandboxRefusesEffectsAndNothingElse) {
     });
 }
 
+TEST(Modules, ContainersOfOtherElementsAreNamed) {
+    const struct {
+        const char* text;
+        const char* message;
+    } rows[] = {
+        {"use list; Bool a[]; list::sort(a);",
+         "argument 1 of `sort` is an array of Bool, where one of Long, Decimal, String or Date is "
+         "needed"},
+        {"use list; Long a[]; String b[]; list::unite(a, b);",
+         "argument 2 of `unite` is an array of String, where one of Long is needed"},
+        {"use net; Long h{}; net::keyValues(\"\", h);",
+         "argument 2 of `keyValues` is a hash of Long, where one of String is needed"},
+        {"use text; String h{}; text::join(h, \"\");",
+         "argument 1 of `join` is a hash, where an array is needed"},
+    };
+    for (const auto& row : rows) {
+        SCR::Log log;
+        SCR::Interpreter interpreter(&log);
+        interpreter.check(row.text);
+        ASSERT_EQ(interpreter.diagnostics().size(), 1U) << row.text;
+        EXPECT_EQ(interpreter.diagnostics()[0].explanation, row.message) << row.text;
+    }
+}
+
 TEST(Modules, AFolderThatIsGrantedIsSeen) {
     const Harness::ExampleFolder folder;
     ASSERT_EQ(Harness::run("use sys; sys::makeFolder(\"f\");").log, "");
@@ -167,8 +191,11 @@ std::vector<std::string> callsOf(const ModuleTable& table, const ModuleFunction&
         std::vector<std::string> lists{""};
         std::vector<std::string> complete;
         if (function.minimum() == 0) complete.push_back("");
-        for (int i = 0; i < function.maximum(); ++i) {
-            const std::string_view parameter = parameters[static_cast<std::size_t>(i)];
+        const bool hasRest = function.maximum() == SCR::FctDescr::anyNumber;
+        const int most = hasRest ? function.minimum() + 2 : function.maximum();
+        for (int i = 0; i < most; ++i) {
+            const std::string_view parameter =
+                parameters[std::min(static_cast<std::size_t>(i), parameters.size() - 1)];
             const int type = function.argType(i);
             const bool isArray = Node::baseType(type) == TypeCode::Array;
             const bool isT = parameter.find("T[") != std::string_view::npos ||

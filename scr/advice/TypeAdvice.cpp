@@ -361,6 +361,15 @@ void Advice::argument() {
             diagnostic_.notes.push_back({"it is declared " + quoted(signature), {}});
         return;
     }
+    if (!message.reason.empty()) {
+        // A container whose elements are of another type.
+        say(MessageCode::ArgumentType, span,
+            what + " is " + aType(message.actual) + " of " + message.name + ", where one of " +
+                message.reason + " is needed");
+        if (!signature.empty())
+            diagnostic_.notes.push_back({"it is declared " + quoted(signature), {}});
+        return;
+    }
     say(MessageCode::ArgumentType, span,
         what + " is " + aType(message.actual) + ", where " + aType(message.expected) +
             " is needed");

@@ -135,18 +135,20 @@ inline Message wrongObject(const Text& expected, const Text& actual, int positio
 }
 inline Message wrongElements(int container, const std::vector<int>& expected, int actual,
                              int position, const Text& signature) {
-    Text text = "expected " + typeName(container) + " of ";
+    Text types;
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        if (i > 0) text += i + 1 < expected.size() ? ", " : " or ";
-        text += typeName(expected[i]);
+        if (i > 0) types += i + 1 < expected.size() ? ", " : " or ";
+        types += typeName(expected[i]);
     }
     return {.code = MessageCode::ArgumentType,
-            .text = text + " not of " + typeName(actual) + " as argument " +
-                    std::to_string(position) + " in " + quoted(signature),
+            .text = "expected " + typeName(container) + " of " + types + " not of " +
+                    typeName(actual) + " as argument " + std::to_string(position) + " in " +
+                    quoted(signature),
             .expected = container,
             .actual = container,
             .position = position,
-            .reason = text + ", not of " + typeName(actual)};
+            .name = typeName(actual),
+            .reason = types};
 }
 inline Message conversionFailed(int actual, int expected, const Text& signature) {
     return {.code = MessageCode::ArgumentType,
