@@ -318,6 +318,26 @@ TEST(Modules, EachCanBeStopped) {
 }
 
 // The second of two equal patterns is always left to the library.
+TEST(Modules, LongTextsAreGivenBackInPieces) {
+    const struct {
+        const char* before;
+        const char* call;
+    } rows[] = {{"sa[9] = plain;", "text::captures(\"a\", \"b\", sa);"},
+                {"sh{\"x\"} = plain;", "text::capturesNamed(\"a\", \"a\", sh);"}};
+    const auto isText = [](const ModuleTable* table) { return table->name == "text"; };
+    const std::vector<const ModuleTable*> tables = SCR::shippedModules();
+    const auto text = std::find_if(tables.begin(), tables.end(), isText);
+    ASSERT_NE(text, tables.end());
+    constexpr std::int64_t never = 1'000'000'000;
+    Bench bench(**text, 40'000'000);
+    for (const auto& row : rows) {
+        const std::string before = row.before;
+        const std::int64_t ofCopy = bench.run(before, SCR::Limits(), never);
+        EXPECT_GE(bench.run(before + row.call, SCR::Limits(), never), ofCopy + 30) << row.call;
+        EXPECT_TRUE(bench.ok) << bench.log();
+    }
+}
+
 TEST(Modules, PatternsMatchedStraightOnFindTheSame) {
     const std::vector<std::string> parts{"a",        "b",    "ab",     "\\d",     "\\w",
                                          "\\S",      "[^a]", ".",      "[a-c,-]", "\\.",
