@@ -193,8 +193,8 @@ struct Operation {
         Label label;
     };
     const void* pointer = nullptr;
-    /// Of what calls or leaves: which of `Listing::notes` are stored first, from 1 on; 0: none. Only
-    /// `delayNotes` sets it.
+    /// Of what calls or leaves: which of `Listing::notes` are stored first, from 1 on; 0: none.
+    /// Only `delayNotes` sets it.
     std::uint32_t notes = 0;
 };
 
