@@ -16,7 +16,7 @@ using SCR::Observation;
 using SCR::ObservedSite;
 
 // Where only counts are asked for, code puts off to tell its position.
-constexpr struct {
+constexpr struct Way {
     SCR::CodeTier tier;
     unsigned aspects;
 } waysS[] = {{SCR::CodeTier::Tree, Observation::positionsCM},
@@ -71,16 +71,16 @@ TEST(Observation, CountsWhatIsReachedInEveryTier) {
          "f2:1 s3:1 s4:1 s5:99 i5:49/50 s5:49 i6:99/0 s7:0 s9:1 s10:0", true},
     };
     for (const auto& row : rows) {
-        for (const auto& [tier, aspects] : waysS) {
-            SCOPED_TRACE(row.script + "\ntier " + std::to_string(static_cast<int>(tier)));
+        for (const Way& way : waysS) {
+            SCOPED_TRACE(row.script + "\ntier " + std::to_string(static_cast<int>(way.tier)));
             SCR::Code::Hot::makeAfter(1);
-            Observation observation(aspects | Observation::countsCM);
+            Observation observation(way.aspects | Observation::countsCM);
             const Harness::ScriptRun run =
                 Harness::run(row.script, {.prepare = [&](SCR::Interpreter& interpreter) {
                                  SCR::Limits limits;
                                  limits.steps = 100;
                                  interpreter.limits(limits);
-                                 interpreter.codeTier(tier);
+                                 interpreter.codeTier(way.tier);
                                  interpreter.observe(&observation);
                              }});
             EXPECT_EQ(run.ok, !row.isStopped) << run.log;
@@ -94,9 +94,9 @@ TEST(Observation, TellsWhereTheScriptIs) {
         "Long n;\nfunction inner(Long a) {\nlook();\n}\nfunction Long outer(Long a) {\n"
         "inner(a);\nlook();\nreturn a;\n}\n"
         "for (n = 0; n < 3; n = n + outer(1)) {\nlook();\n}\nlook();";
-    for (const auto& [tier, aspects] : waysS) {
+    for (const Way& way : waysS) {
         SCR::Code::Hot::makeAfter(1);
-        Observation observation(aspects);
+        Observation observation(way.aspects);
         std::string seen;
         const auto look = [&] {
             std::vector<std::size_t> stack;
@@ -111,7 +111,7 @@ TEST(Observation, TellsWhereTheScriptIs) {
                              auto extension = std::make_unique<SCR::HostExtension>("look");
                              extension->function("look", look);
                              ASSERT_TRUE(interpreter.insertExtension(extension.release()));
-                             interpreter.codeTier(tier);
+                             interpreter.codeTier(way.tier);
                              interpreter.observe(&observation);
                          }});
         EXPECT_TRUE(run.ok) << run.log;
