@@ -266,7 +266,7 @@ public:
             // In the same order, so that each of them had the longest time to arrive.
             for (std::size_t i = 0; i < open_;) i += fill(i) ? 1 : 0;
             work(32 * handsCM);
-        } while (open_ > 0);
+        } while (open_ > 0 || next_ < order_.size());
     }
 
 private:
