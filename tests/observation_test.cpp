@@ -65,6 +65,10 @@ TEST(Observation, CountsWhatIsReachedInEveryTier) {
         {"function f(Long a) {\nwhile (true) {\na = a + 1;\n}\na = 7;\n}\nfunction g {\n"
          "if (true) {\nf(1);\nf(2);\n}\nf(3);\n}\ng();\ng();",
          "f1:1 s2:1 i2:99/0 s3:99 s5:0 f7:1 s8:1 i8:1/0 s9:1 s10:0 s12:0 s14:1 s15:0", true},
+        // An argument calls the function as well.
+        {"Long n;\nfunction Long in(Long a) {\nreturn a + 1;\n}\nfunction Long out(Long a) {\n"
+         "return in(a);\n}\nin(0);\nwhile (true) {\nn = in(out(n));\nn = n + 1;\n}",
+         "f2:50 s3:50 f5:25 s6:25 s8:1 s9:1 i9:25/0 s10:25 s11:24", true},
         // The first turn has not come from the condition.
         {"Long a;\nfunction f {\na = a + 1;\ndo {\nif (a < 50) a = a + 1;\n} while (a > 0);\n"
          "a = 7;\n}\nf();\na = 8;",

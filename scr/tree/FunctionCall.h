@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <type_traits>
+#include <utility>
 
 #include "scr/Function.h"
 #include "scr/code/Builder.h"
@@ -27,6 +28,8 @@ public:
 
     /// Sets the function to be called; not owned.
     void function(Function* function) { function_ = function; }
+    /// Adds what is executed when all arguments are bound, before the function.
+    void onEntry(std::unique_ptr<Node> node) { bindings_.push_back(std::move(node)); }
 
 protected:
     ~FunctionCall() = default;
@@ -49,7 +52,7 @@ protected:
 private:
     bool lowerBody(Code::Builder& code, Code::Label& returned, Code::Label& other) const;
 
-    const Bindings bindings_;
+    Bindings bindings_;
     Function* function_ = nullptr;
     RunControl* const control_;
 };

@@ -174,6 +174,29 @@ namespace {
 
 using ValueTypes = TypeList<LongType, StringType, DecimalType, BoolType, DateType, NexidType>;
 
+// Tells where a function is called, once its arguments are there: they may call it as well.
+class CallerMark final : public Node, public Code::Lowerable {
+public:
+    CallerMark(Observation& observation, std::size_t function,
+               std::shared_ptr<const std::size_t> statement)
+        : observation_(&observation), function_(function), statement_(std::move(statement)) {}
+
+    std::int32_t execute() override {
+        store(*observation_->callerOf(function_), positionOf(*statement_));
+        return goOn;
+    }
+    Code::Ref lowerValue(Code::Builder& code, Code::Ref /*target*/) override {
+        lowerStore(code, *observation_, observation_->callerOf(function_),
+                   positionOf(*statement_) + 1);
+        return {};
+    }
+
+private:
+    Observation* const observation_;
+    const std::size_t function_;
+    const std::shared_ptr<const std::size_t> statement_;
+};
+
 // A call of a function. While it runs, the position is in the function.
 template <class Type>
 class ObservedCall final : public CallBase<Type>, public Code::Lowerable {
@@ -183,12 +206,14 @@ public:
         : call_(static_cast<CallBase<Type>*>(call.release())),
           observation_(&observation),
           function_(function),
-          statement_(std::move(statement)) {}
+          statement_(std::move(statement)) {
+        if (auto* const entered = dynamic_cast<FunctionCall*>(call_.get())) {
+            entered->onEntry(std::make_unique<CallerMark>(observation, function, statement_));
+        }
+    }
 
     decltype(std::declval<CallBase<Type>&>().result()) result() override {
-        long& caller = *observation_->callerOf(function_);
-        const long before = caller;
-        store(caller, positionOf(*statement_));
+        const long before = *observation_->callerOf(function_);
         if constexpr (std::is_same_v<Type, VoidType>) {
             call_->result();
             leave(before);
@@ -204,7 +229,6 @@ public:
             return code.callNode<CallBase<Type>>(*this, target);
         }
         const long position = positionOf(*statement_) + 1;
-        lowerStore(code, *observation_, observation_->callerOf(function_), position);
         const Code::Ref value = code.value(*call_, target);
         lowerStore(code, *observation_, observation_->position(), position);
         return value;
