@@ -53,26 +53,31 @@ void RecordBatch::takeOne(py::handle record, std::size_t index) {
             if (PyErr_Occurred() != nullptr) throw py::error_already_set();
             throw py::key_error(bytes(field.key));
         }
-        store(field.type, field.at(index), value);
+        // What converts it may take it out of the dict.
+        const auto kept = py::reinterpret_borrow<py::object>(value);
+        store(field.type, field.at(index), kept);
     }
 }
 
 std::size_t RecordBatch::take(const py::list& records, std::size_t first) {
-    const std::size_t count = std::min(mostCM, records.size() - first);
-    for (std::size_t i = 0; i < count; ++i) {
+    taken_.clear();
+    for (std::size_t i = 0; i < mostCM && first + i < records.size(); ++i) {
+        taken_.push_back(py::reinterpret_borrow<py::object>(
+            PyList_GET_ITEM(records.ptr(), static_cast<Py_ssize_t>(first + i))));
         try {
-            takeOne(PyList_GET_ITEM(records.ptr(), static_cast<Py_ssize_t>(first + i)), i);
+            takeOne(taken_.back(), i);
         } catch (...) {
+            taken_.pop_back();
             fault_ = std::current_exception();
-            return i;
+            break;
         }
     }
-    return count;
+    return taken_.size();
 }
 
-void RecordBatch::give(const py::list& records, std::size_t first, std::size_t count) const {
-    for (std::size_t i = 0; i < count && first + i < records.size(); ++i) {
-        PyObject* const record = PyList_GET_ITEM(records.ptr(), static_cast<Py_ssize_t>(first + i));
+void RecordBatch::give(std::size_t count) const {
+    for (std::size_t i = 0; i < std::min(count, taken_.size()); ++i) {
+        PyObject* const record = taken_[i].ptr();
         for (const Field& field : outputs_) {
             const py::object value = load(field.type, field.at(i));
             if (PyDict_SetItem(record, field.key.ptr(), value.ptr()) != 0) {

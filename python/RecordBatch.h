@@ -22,11 +22,12 @@ public:
 
     /// Adds a variable, whose values are in the dicts under its name.
     void add(const std::string& name, int typeWord, SCR::Column::Use use);
-    /// Takes the inputs of the records from number `first` on. Gives how many it took: fewer than
-    /// there are when a value is missing or does not fit, which `raise` tells.
+    /// Takes the inputs of the records from number `first` on, and keeps these records. Gives how
+    /// many it took: 0 after the last one, and fewer than there are when a value is missing or does
+    /// not fit, which `raise` tells. What converts a value may change the list.
     std::size_t take(const py::list& records, std::size_t first);
-    /// Stores the outputs of the first `count` of these in the dicts.
-    void give(const py::list& records, std::size_t first, std::size_t count) const;
+    /// Stores the outputs of the first `count` of these in their dicts.
+    void give(std::size_t count) const;
     /// Raises what ended `take`, if anything did.
     void raise() const {
         if (fault_) std::rethrow_exception(fault_);
@@ -52,6 +53,7 @@ private:
     std::vector<Field> inputs_;
     std::vector<Field> outputs_;
     std::vector<SCR::Column> columns_;
+    std::vector<py::object> taken_;
     std::exception_ptr fault_;
 };
 

@@ -99,6 +99,21 @@ struct PythonFunction {
     }
 };
 
+// The first line of what an exception says. Formatting its traceback as well would need more of
+// the stack than is left when the calls are nested too deeply.
+std::string wordsOf(const py::error_already_set& error) {
+    std::string words = reinterpret_cast<PyTypeObject*>(error.type().ptr())->tp_name;
+    const auto text = py::reinterpret_steal<py::object>(
+        error.value() ? PyObject_Str(error.value().ptr()) : nullptr);
+    const char* const told = text ? PyUnicode_AsUTF8(text.ptr()) : nullptr;
+    if (told == nullptr) {
+        PyErr_Clear();
+    } else if (*told != '\0') {
+        words += std::string(": ") + told;
+    }
+    return words.substr(0, words.find('\n'));
+}
+
 const void* readBy(void* callable, SCR::Host::Call& call, void* room) {
     PythonFunction& function = *static_cast<PythonFunction*>(callable);
     std::vector<void*> places;
@@ -119,9 +134,9 @@ const void* readBy(void* callable, SCR::Host::Call& call, void* room) {
         }
         return &call;
     } catch (py::error_already_set& error) {
-        const std::string what = error.what();
+        const std::string what = wordsOf(error);
         function.raised->error = std::move(error);
-        throw std::runtime_error(what.substr(0, what.find('\n')));
+        throw std::runtime_error(what);
     } catch (const py::builtin_exception& error) {
         error.set_error();
         function.raised->error.emplace();
@@ -313,8 +328,8 @@ public:
     }
 
     // Executes the script for each of the dicts, whose fields are assigned to the variables
-    // `inputs` and get the values of `outputs`. Records that fail are left as they are; with
-    // `failed` null the first one is raised.
+    // `inputs` and get the values of `outputs`. The first one that fails is raised, and is left as
+    // it is.
     void executeRecords(const py::list& records, const std::vector<std::string>& inputs,
                         const std::vector<std::string>& outputs) {
         struct Bound {
@@ -349,7 +364,9 @@ public:
             return executeBatches(records, batch);
         }
         const std::uint64_t generation = own().generation();
-        for (const py::handle record : records) {
+        for (const py::handle each : records) {
+            // What runs may take it out of the list.
+            const auto record = py::reinterpret_borrow<py::object>(each);
             if (own().generation() != generation) throw py::value_error("the script was replaced");
             for (const Bound& field : in) {
                 PyObject* const value = PyDict_GetItemWithError(record.ptr(), field.key.ptr());
@@ -396,7 +413,7 @@ private:
         for (std::size_t first = 0; first < records.size();) {
             const std::size_t count = batch.take(records, first);
             std::size_t done = 0;
-            const auto give = [&] { batch.give(records, first, done); };
+            const auto give = [&] { batch.give(done); };
             try {
                 run([&] {
                     SCR::BatchOutcome outcome = own().executeBatch(batch.columns(), count);

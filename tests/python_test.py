@@ -122,6 +122,43 @@ class Records(unittest.TestCase):
             rule.execute_records(records, ["seconds"], ["price"])
         self.assertEqual([i for i, record in enumerate(records) if "price" in record], list(range(300)))
 
+    def test_records_change_meanwhile(self):
+        rule = kestrel.Interpreter()
+        rule.declare("n", 0)
+        rule.declare("p", Decimal(0))
+        records = [{"n": i} for i in range(10)]
+
+        @rule.function
+        def cut(n: int) -> int:
+            if n == 3:
+                del records[0:2]
+            return n
+
+        rule.compile("Long out; out = cut(n);")
+        rule.execute_records(records, ["n"], ["out"])
+        self.assertEqual(records, [{"n": i, "out": i} for i in range(2, 10)])
+
+        class Clearing(Decimal):
+            def __format__(self, form):
+                records.clear()
+                return super().__format__(form)
+
+        records[:] = [{"p": Clearing("1.5"), "n": i} for i in range(200)]
+        first = records[0]
+        rule.compile("Decimal half; half = p * 0.5;")
+        rule.execute_records(records, ["p", "n"], ["half"])
+        self.assertEqual(first["half"], Decimal("0.75"))
+        self.assertEqual(records, [])
+
+        @rule.function
+        def again(n: int) -> int:
+            rule.execute_records([{"n": 1}], ["n"], [])
+            return n
+
+        rule.compile("again(n);")
+        with self.assertRaises(kestrel.Failed):
+            rule.execute_records([{"n": 1}], ["n"], [])
+
     def test_programs_and_threads(self):
         def prepare(interpreter):
             interpreter.constant("STEP", 2)
