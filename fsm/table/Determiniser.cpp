@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <utility>
 
 #include "fsm/store/Lists.h"
 #include "fsm/table/ByteClasses.h"
@@ -68,7 +69,7 @@ private:
     static constexpr StateIndex firstMarkS = leftMarkS;
     static constexpr std::size_t membersPerStateS = 128;
     static constexpr std::size_t stepsPerStateS = 2048;
-    // However large the limits are, what takes longer than about a second is refused.
+    // However large the limits are, what takes longer than a few seconds is refused.
     static constexpr std::size_t mostStepsS = std::size_t{1} << 28;
     // Of a state, besides its row while it is built and its row in the table.
     static constexpr std::size_t bytesPerStateS = 96;
@@ -162,7 +163,8 @@ private:
             std::uint32_t to = RawAutomaton::noStateCM;
             const bool isNeeded =
                 group.sets != 0 &&
-                std::any_of(group.classes.begin(), group.classes.end(),
+                std::any_of(partition.classes.begin() + group.begin,
+                            partition.classes.begin() + group.end,
                             [&](std::uint8_t c) { return ownTargets_[c].empty() && c != newline; });
             if (isNeeded) to = stateOf(targetsOf(group.sets, noTargets_));
             if (isPastLimit()) return;
@@ -210,14 +212,16 @@ private:
         return sets;
     }
 
-    // The classes that the same ones of some sets hold.
+    // The classes that the same ones of some sets hold: from `begin` to before `end`.
     struct Group {
         std::uint64_t sets;
-        Vector<std::uint8_t> classes;
+        std::uint16_t begin;
+        std::uint16_t end;
     };
     struct Partition {
         std::uint64_t sets;
         Vector<std::uint8_t> groupOf;  // of each class
+        Vector<std::uint8_t> classes;  // those of each group together
         Vector<Group> groups;
     };
 
@@ -229,14 +233,20 @@ private:
         if (partitions_.size() == partitionsS) partitions_.clear();
         Partition& added = partitions_.emplace_back();
         added.sets = sets;
-        otherSteps_ += 4 * classes_.count();
-        for (unsigned c = 0; c < classes_.count(); ++c) {
-            const std::uint64_t own = setsOf_[c] & sets;
-            auto group = std::find_if(added.groups.begin(), added.groups.end(),
-                                      [&](const Group& each) { return each.sets == own; });
-            if (group == added.groups.end()) group = added.groups.insert(group, {own, {}});
-            added.groupOf.push_back(static_cast<std::uint8_t>(group - added.groups.begin()));
-            group->classes.push_back(static_cast<std::uint8_t>(c));
+        otherSteps_ += 16 * classes_.count();
+        bySets_.clear();
+        for (unsigned c = 0; c < classes_.count(); ++c) bySets_.push_back({setsOf_[c] & sets, c});
+        std::sort(bySets_.begin(), bySets_.end());
+        added.groupOf.resize(classes_.count());
+        added.classes.reserve(classes_.count());
+        for (const auto& [own, c] : bySets_) {
+            const auto place = static_cast<std::uint16_t>(added.classes.size());
+            if (added.groups.empty() || added.groups.back().sets != own) {
+                added.groups.push_back({own, place, place});
+            }
+            ++added.groups.back().end;
+            added.groupOf[c] = static_cast<std::uint8_t>(added.groups.size() - 1);
+            added.classes.push_back(static_cast<std::uint8_t>(c));
         }
         return added;
     }
@@ -449,6 +459,7 @@ private:
     Vector<std::uint8_t> touched_;           // the classes that have any
     std::array<Vector<StateIndex>, bitsS> targetsOfBit_;
     Vector<std::uint32_t> stateOfGroup_;
+    Vector<std::pair<std::uint64_t, unsigned>> bySets_;
     Vector<StateIndex> targets_;
     const Vector<StateIndex> noTargets_;
     Vector<StateIndex> set_;

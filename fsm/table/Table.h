@@ -115,7 +115,7 @@ public:
     void report(Row row, Paths& paths) const {
         const Report& report = reports_[index(row)];
         paths.clear();
-        if (report.count > report.first.size()) {
+        if (report.count > report.first.size() || paths.capacity() < report.first.size()) {
             const Paths& all = state(row)->pathNumbers();
             paths.assign(all.begin(), all.end());
             return;
