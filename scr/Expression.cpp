@@ -248,16 +248,21 @@ FND::String elementText(const Array& array, unsigned long index) {
 
 namespace {
 
-// Fills `contents`; false when there are more than `most` elements.
+// Fills `contents`; false when there are more than `most` elements, or texts of more than `bytes`
+// in them.
 bool fillContents(std::vector<Content>& contents, FND::String name, const Variable& variable,
-                  std::size_t most) {
+                  std::size_t most, std::size_t& bytes) {
     const int base = Node::baseType(variable.dataType());
     const auto add = [&](FND::String inner, const Variable& element) {
-        return fillContents(contents, std::move(inner), element, most);
+        return fillContents(contents, std::move(inner), element, most, bytes);
     };
     if (base == TypeCode::String) {
-        contents.push_back(
-            {std::move(name), static_cast<const StringVariable&>(variable).value(), true});
+        const FND::String& text = static_cast<const StringVariable&>(variable).value();
+        if (!contents.empty()) {
+            if (text.size() > bytes) return false;
+            bytes -= text.size();
+        }
+        contents.push_back({std::move(name), text, true});
         return true;
     }
     contents.push_back({name, valueText(variable), false});
@@ -290,7 +295,8 @@ bool fillContents(std::vector<Content>& contents, FND::String name, const Variab
 std::vector<Content> contentOf(const FND::String& name, const Variable& variable,
                                std::size_t most) {
     std::vector<Content> contents;
-    if (!fillContents(contents, name, variable, most)) contents.resize(1);
+    std::size_t bytes = std::size_t{1} << 20;
+    if (!fillContents(contents, name, variable, most, bytes)) contents.resize(1);
     return contents;
 }
 

@@ -79,7 +79,8 @@ struct Content {
     bool operator==(const Content&) const = default;
 };
 /// What `variable`, called `name`, holds. For a container: how many elements it has, and those, if
-/// they are not more than `most` with all that lie in them. Nothing is changed by it.
+/// they are not more than `most` with all that lie in them, and their texts not more than 1 MiB.
+/// Nothing is changed by it.
 KESTREL_API std::vector<Content> contentOf(const FND::String& name, const Variable& variable,
                                            std::size_t most);
 

@@ -446,6 +446,7 @@ void Debugger::ended() {
     // What the last statement changed.
     if (!calls_.empty() && stopsAnywhere_ && !isEnding_) {
         if (const std::optional<Stop> found = findStop(false)) stop(*found);
+        if (isEnding_) interpreter_->skipEnd();
     }
     calls_.clear();
     // The interpreter may be gone before the next run.
