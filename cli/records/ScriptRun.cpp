@@ -103,7 +103,7 @@ ExitStatus ScriptRun::run(const Prepare& prepare) {
     status = statusAfter(status, interpreter->outputFailures());
     // The process ends, and the system takes all of its memory back at once; of a long script, the
     // nodes one by one would take as long as a good part of the compile.
-    [[maybe_unused]] static const SCR::Interpreter* leftS = nullptr;
+    [[maybe_unused]] static const SCR::Interpreter* volatile leftS = nullptr;
     leftS = interpreter.release();
     return status;
 }
