@@ -2,6 +2,9 @@
 // is thrown at the host, and the interpreter works afterwards.
 
 #include <ucontext.h>
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/common_interface_defs.h>
+#endif
 
 #include "Allocations.h"
 #include "Examples.h"
@@ -438,6 +441,25 @@ TEST(StopTest, ForkedChildrenCompile) {
     EXPECT_EQ(done, children);
 }
 
+// AddressSanitizer has to know of each change of the stack.
+#ifdef __SANITIZE_ADDRESS__
+constexpr auto beginSwitchS = __sanitizer_start_switch_fiber;
+constexpr auto endSwitchS = __sanitizer_finish_switch_fiber;
+#else
+constexpr auto beginSwitchS = [](void** /*kept*/, const void* /*stack*/, std::size_t /*size*/) {};
+constexpr auto endSwitchS = [](void* /*kept*/, const void** /*stack*/, std::size_t* /*size*/) {};
+#endif
+
+void (*fiberActS)() = nullptr;
+
+void runFiber() {
+    const void* outer = nullptr;
+    std::size_t size = 0;
+    endSwitchS(nullptr, &outer, &size);
+    fiberActS();
+    beginSwitchS(nullptr, outer, size);
+}
+
 // Calls `act` on `stack`.
 [[gnu::noinline]] void onFiber(std::vector<char>& stack, void (*act)()) {
     ucontext_t fiber;
@@ -446,8 +468,12 @@ TEST(StopTest, ForkedChildrenCompile) {
     fiber.uc_stack.ss_sp = stack.data();
     fiber.uc_stack.ss_size = stack.size();
     fiber.uc_link = &main;
-    makecontext(&fiber, act, 0);
+    fiberActS = act;
+    makecontext(&fiber, runFiber, 0);
+    void* kept = nullptr;
+    beginSwitchS(&kept, stack.data(), stack.size());
     ASSERT_EQ(swapcontext(&main, &fiber), 0);
+    endSwitchS(kept, nullptr, nullptr);
 }
 
 // Scripts run on stacks that are not the thread's; the limit of depth, or the bounds given, protect
