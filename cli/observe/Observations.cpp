@@ -65,24 +65,23 @@ bool Observations::haveRun(ExitStatus status) const {
     return !sites().empty() && status != ExitStatus::NotCompiled && status != ExitStatus::Usage;
 }
 
-SCR::Observation::Count Observations::reached(std::size_t site) const {
+template <class CountOf>
+SCR::Observation::Count Observations::sum(const CountOf& countOf) const {
     SCR::Observation::Count sum;
     for (const auto& observation : all_) {
-        const SCR::Observation::Count count = observation->reached(site);
+        const SCR::Observation::Count count = countOf(*observation);
         sum.tree += count.tree;
         sum.code += count.code;
     }
     return sum;
 }
 
+SCR::Observation::Count Observations::reached(std::size_t site) const {
+    return sum([site](const auto& observation) { return observation.reached(site); });
+}
+
 SCR::Observation::Count Observations::otherwise(std::size_t site) const {
-    SCR::Observation::Count sum;
-    for (const auto& observation : all_) {
-        const SCR::Observation::Count count = observation->otherwise(site);
-        sum.tree += count.tree;
-        sum.code += count.code;
-    }
-    return sum;
+    return sum([site](const auto& observation) { return observation.otherwise(site); });
 }
 
 Observations::Time Observations::self(std::size_t site) const {

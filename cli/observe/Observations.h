@@ -52,6 +52,9 @@ public:
     std::int64_t samples() const { return samples_; }
 
 private:
+    // The sum of what `countOf` gives for each of them.
+    template <class CountOf>
+    SCR::Observation::Count sum(const CountOf& countOf) const;
     void look(std::int64_t nanoseconds);
 
     const unsigned aspects_;

@@ -39,10 +39,6 @@ ExitStatus execute(SCR::Interpreter& interpreter, const std::string& text, std::
     return ExitStatus::Success;
 }
 
-}  // namespace
-
-namespace {
-
 // Keeps the values of the parts of an expression.
 class Parts final : public SCR::Observation {
 public:

@@ -129,6 +129,7 @@ constexpr Op selectOf(Relation relation) {
 
 /// Whether it goes to the label that it holds, always or under a condition.
 constexpr bool isJump(Op op) { return op >= Op::JumpLess && op <= Op::Jump; }
+constexpr bool isCompareJump(Op op) { return op >= Op::JumpLess && op <= Op::JumpGreaterEqual; }
 constexpr bool isSelect(Op op) { return op >= Op::SelectLess && op <= Op::SelectGreaterEqual; }
 /// The relation of an operation of the group that begins with `first`.
 constexpr Relation relationOf(Op op, Op first) {

@@ -4,17 +4,11 @@
 #include <array>
 #include <vector>
 
+#include "scr/call/Signature.h"
+
 namespace SCR {
 
 namespace {
-
-// Removes the text before the first of `separators`, and the separator, and returns that text.
-std::string_view cut(std::string_view& text, std::string_view separators) {
-    const std::size_t end = std::min(text.find_first_of(separators), text.size());
-    const std::string_view head = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    return head;
-}
 
 int typeCode(std::string_view name) {
     if (name == "Array") return TypeCode::Array;
@@ -26,8 +20,8 @@ int typeCode(std::string_view name) {
 
 std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     std::string_view text = builtIn.signature;
-    const int returnType = typeCode(cut(text, " "));
-    const FND::String name(cut(text, "("));
+    const int returnType = typeCode(cutSignature(text, " "));
+    const FND::String name(cutSignature(text, "("));
     std::array<int, 9> types{};
     int count = 0;
     int required = -1;
@@ -37,7 +31,7 @@ std::unique_ptr<FctDescr> describe(const BuiltIn& builtIn) {
     // Only words are left: markers, types each followed by the argument's name, and punctuation.
     bool isName = false;
     while (!text.empty()) {
-        std::string_view word = cut(text, " ,)");
+        std::string_view word = cutSignature(text, " ,)");
         if (word.starts_with('[')) {
             required = count;
             word.remove_prefix(1);

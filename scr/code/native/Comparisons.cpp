@@ -132,7 +132,6 @@ private:
     std::vector<KnownOrder> orders_;
 };
 
-bool isCompareJump(Op op) { return op >= Op::JumpLess && op <= Op::JumpGreaterEqual; }
 bool isComparison(Op op) { return op >= Op::Less && op <= Op::GreaterEqual; }
 // Whether it only computes or goes somewhere, so that no other value changes.
 bool isPlain(Op op) { return op <= Op::StoreBool; }

@@ -15,8 +15,6 @@ constexpr int mostWorkS = 10;
 constexpr std::size_t mostValuesS = 2;
 constexpr int mostRoundsS = 4;
 
-bool isCompareJump(Op op) { return op >= Op::JumpLess && op <= Op::JumpGreaterEqual; }
-
 // Replaces the branches of one listing that are innermost now.
 class Round {
 public:
