@@ -50,14 +50,15 @@ struct EngineGroup::Parts {
     std::vector<std::int32_t> pathsOutside;
     std::unique_ptr<SavedFile> file;        // that holds the parts, if they were loaded
     const LiteralPart* literals = nullptr;  // the only part, if it takes texts as they are
-    const Table* tailed = nullptr;          // the only one of the only part, with tails apart
+    // The only table of the only part, with tails apart, if it does not matter what texts leave it.
+    const Table* tailed = nullptr;
 
     bool hasChanges() const { return !added.parts.empty() || !removed.empty(); }
     const Table* whole() const { return hasChanges() ? nullptr : main.onlyTable(); }
     // To be called after a change of the parts.
     void findOnly() {
         literals = hasChanges() ? nullptr : main.onlyLiterals();
-        tailed = hasChanges() ? nullptr : main.onlyTailed();
+        tailed = hasChanges() || main.acceptsEmpty ? nullptr : main.onlyTailed();
     }
     bool archive(Archive& archive) {
         archive.all(pathsOutside, removed);
@@ -265,8 +266,6 @@ bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& 
     bool isInside = false;
     if (parts_->literals != nullptr) {
         isInside = parts_->literals->match(text, found);
-    } else if (parts_->tailed != nullptr) {
-        isInside = TablePart::matchTailed(*parts_->tailed, text, found);
     } else {
         isInside = parts_->main.match(text, found);
     }
@@ -281,15 +280,25 @@ bool EngineGroup::appendPaths(std::string_view text, std::vector<std::int32_t>& 
 namespace {
 
 // On its own, so that a text that needs no walk does not pay for the registers of one.
-[[gnu::noinline]] void reportWhole(const Table& table, std::string_view text,
-                                   std::vector<std::int32_t>& paths) {
+[[gnu::noinline, gnu::flatten]] void reportWhole(const Table& table, std::string_view text,
+                                                 std::vector<std::int32_t>& paths) {
     table.report(table.walk(text.data(), text.size()), paths);
+}
+
+// The same for a table with tails apart.
+[[gnu::noinline, gnu::flatten]] void reportTailed(const Table& table, std::string_view text,
+                                                  std::vector<std::int32_t>& paths) {
+    paths.clear();
+    Found found(paths);
+    TablePart::matchTailed(table, text, found);
+    found.sortOnce();
 }
 
 }  // namespace
 
 void EngineGroup::process(std::string_view text, std::vector<std::int32_t>& paths) const {
     if (whole_ != nullptr) return reportWhole(*whole_, text, paths);
+    if (parts_->tailed != nullptr) return reportTailed(*parts_->tailed, text, paths);
     paths.clear();
     const LiteralPart* const literals = parts_->literals;
     const bool isTooLong = literals != nullptr && literals->isTooLong(text);

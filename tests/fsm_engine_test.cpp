@@ -4,6 +4,7 @@
 #include "Test.h"
 #include "fsm/Engine.h"
 #include "fsm/store/SavedFile.h"
+#include "fsm/table/WindowScan.h"
 #include "fsm_reference.h"
 
 namespace {
@@ -35,6 +36,49 @@ TEST(FsmEngine, LineLoopsAtAllAlignments) {
                 if (tail == "\nc") expected.push_back(2);
                 ASSERT_EQ(engine->process(view)->pathNumbers(), expected) << view;
                 ASSERT_EQ(engine->process(std::string_view(view))->pathNumbers(), expected) << view;
+            }
+        }
+    }
+}
+
+// Each width gives the place that a look at one after the other gives, and reads no byte more.
+TEST(FsmEngine, WindowsOfEachWidth) {
+    using FSM::WindowScan;
+    using namespace std::string_view_literals;
+    FSM::Vector<WindowScan::Product> products(2);
+    const char* const words[] = {"cat", "dOg"};
+    for (std::size_t i = 0; i < 6; ++i) {
+        products[i / 3][i % 3].set(static_cast<unsigned char>(words[i / 3][i % 3]));
+    }
+    const WindowScan scan(products);
+    const auto passes = [&](std::string_view at) {
+        return at.starts_with(words[0]) || at.starts_with(words[1]);
+    };
+    for (const auto width : {WindowScan::Width::Narrow, WindowScan::Width::Wide}) {
+        if (width > WindowScan::mostWidth()) continue;
+        const auto least = static_cast<std::size_t>(WindowScan::leastSize(width));
+        for (std::size_t size = least; size < 150; ++size) {
+            for (std::size_t place = 0; place + 3 <= size; ++place) {
+                for (const std::string_view what : {"cat"sv, "dOg"sv, "cOt"sv, "\0xx"sv}) {
+                    const std::unique_ptr<char[]> bytes(new char[size]);
+                    std::string text(size, place % 2 == 0 ? 'c' : 'a');
+                    text.replace(place, what.size(), what);
+                    text.copy(bytes.get(), size);
+                    const auto* const begin = reinterpret_cast<unsigned char*>(bytes.get());
+                    for (const bool takesNul : {false, true}) {
+                        std::size_t expected = 0;
+                        while (expected + 2 < size && !passes(text.substr(expected)) &&
+                               (takesNul || text[expected + 2] != '\0')) {
+                            ++expected;
+                        }
+                        if (!takesNul && text.substr(0, 2).find('\0') != std::string::npos) {
+                            expected = 0;
+                        }
+                        const auto found = scan.skip(begin, begin + size, takesNul, width) - begin;
+                        ASSERT_EQ(found, static_cast<std::ptrdiff_t>(expected))
+                            << size << ' ' << place << ' ' << what << ' ' << takesNul;
+                    }
+                }
             }
         }
     }

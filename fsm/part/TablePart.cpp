@@ -49,7 +49,11 @@ void walkTogether(const std::unique_ptr<Table>* tables, const char* text, std::s
 }
 
 void addRow(const Table& table, Table::Row row, Found& found) {
-    found.add(row == 0 ? table.negatedPaths() : table.state(row)->pathNumbers());
+    if (row == 0) {
+        found.add(table.negatedPaths());
+    } else if (table.firstPath(row) >= 0) {
+        found.add(table.state(row)->pathNumbers());
+    }
 }
 
 // The numbers of the patterns that have settled, appended to a vector in ascending order.
@@ -63,8 +67,12 @@ public:
     bool isAnySettled() const { return std::ssize(paths_) > begin_; }
     void settle(const std::vector<std::int32_t>& settled) {
         for (std::int32_t path : settled) {
+            if (!isAnySettled() || paths_.back() < path) {
+                paths_.push_back(path);
+                continue;
+            }
             auto place = std::lower_bound(paths_.begin() + begin_, paths_.end(), path);
-            if (place == paths_.end() || *place != path) paths_.insert(place, path);
+            if (*place != path) paths_.insert(place, path);
         }
     }
     void forget() { paths_.erase(paths_.begin() + begin_, paths_.end()); }

@@ -226,7 +226,7 @@ private:
         const std::uint8_t* const classOf = classOf_.data();
         const Row lastQuiet = Memory::isUsed ? lastSpecial_ : lastLineLoop_;
         const auto isNul = [&] { return *text == 0 && takesNul_ == 0; };
-        const bool isLong = end - text >= WindowScan::leastCM;
+        const bool isLong = end - text >= WindowScan::leastSize();
         Row home = windowOf_[startIndex_] != 0 ? start_ : 0;
         for (;;) {
             if (row <= lastQuiet) {
@@ -264,7 +264,7 @@ private:
 
     template <class Memory>
     void remember(Row row, Memory& memory) const {
-        const Special& special = specials_[index(row) - lastLineLoop_ / stride_ - 1];
+        const Special& special = specials_[index(row - lastLineLoop_) - 1];
         if (special.isAfterNewline) memory.forget();
         if (!special.settled.empty()) memory.settle(special.settled);
     }
