@@ -115,11 +115,12 @@ public:
     void report(Row row, Paths& paths) const {
         const Report& report = reports_[index(row)];
         paths.clear();
-        if (report.count > report.first.size() || paths.capacity() < report.first.size()) {
+        if (report.count > report.first.size()) {
             const Paths& all = state(row)->pathNumbers();
             paths.assign(all.begin(), all.end());
             return;
         }
+        if (paths.capacity() < report.first.size()) paths.reserve(report.first.size());
         for (const std::int32_t path : report.first) paths.push_back(path);
         paths.resize(report.count);
     }
