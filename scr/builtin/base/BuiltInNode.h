@@ -41,13 +41,8 @@ public:
             return resultOfHeld();
         return std::apply(
             [this](auto&... slots) -> decltype(auto) {
-                const std::tuple<typename OperandSlot<Operands>::Argument...> arguments{
-                    slots.evaluate()...};  // braces: left to right
-                return std::apply(
-                    [this](auto&&... argument) -> decltype(auto) {
-                        return this->finish(std::forward<decltype(argument)>(argument)...);
-                    },
-                    arguments);
+                using Call = std::conditional_t<std::is_void_v<Returned>, VoidCall, ValueCall>;
+                return Call{*this, slots.evaluate()...}.result();  // braces: left to right
             },
             slots_);
     }
@@ -92,9 +87,9 @@ protected:
     }
 
 private:
-    using Value = std::remove_cvref_t<decltype(std::declval<typename Result::Node>().result())>;
-    static constexpr bool isReference =
-        std::is_reference_v<decltype(std::declval<typename Result::Node>().result())>;
+    using Returned = decltype(std::declval<typename Result::Node>().result());
+    using Value = std::remove_cvref_t<Returned>;
+    static constexpr bool isReference = std::is_reference_v<Returned>;
     struct NoValue {};
     using Stored = std::conditional_t<isReference, Value, NoValue>;
 
@@ -129,6 +124,24 @@ private:
             return static_cast<const Value&>(result_);
         }
     }
+
+    // Calls whose arguments are not copied: a copy of an optional that has just been made waits for
+    // its parts to reach the cache.
+    struct VoidCall {
+        template <class... Arguments>
+        explicit VoidCall(BuiltInNode& node, Arguments&&... arguments) {
+            node.finish(arguments...);
+        }
+        void result() const {}
+    };
+    struct ValueCall {
+        template <class... Arguments>
+        explicit ValueCall(BuiltInNode& node, Arguments&&... arguments)
+            : value(node.finish(arguments...)) {}
+        Returned result() const { return value; }
+
+        Returned value;
+    };
 
     template <class... Arguments>
     [[gnu::cold]] void refuse(const Arguments&... arguments) {
