@@ -316,7 +316,8 @@ bool RecordWorker::write(Batch& batch) {
     } else {
         current_.record.write(out);
     }
-    out += lineEndSize_ == 2 && options_.format == options_.outputFormat ? "\r\n" : "\n";
+    const bool isWide = lineEndSize_ == 2 && options_.format == options_.outputFormat;
+    out += isWide ? std::string_view("\r\n") : std::string_view("\n");
     if (!current_.output.empty()) batch.outputSize += out.size() - before;
     return true;
 }

@@ -59,11 +59,25 @@ struct OperandSlot : ValueSlot<Type> {
     static Argument argument(Held& held) { return held.value(); }
 };
 
+/// A value that may be missing, which the compiler keeps in registers: a copy of a std::optional
+/// that has just been made waits for its parts to reach the cache.
+template <class Value>
+struct Given {
+    Value value{};
+    bool isGiven = false;
+
+    explicit operator bool() const { return isGiven; }
+    const Value& operator*() const { return value; }
+    operator std::optional<Value>() const {
+        return isGiven ? std::optional<Value>(value) : std::nullopt;
+    }
+};
+
 /// An argument left out is an empty optional, or a null pointer for types passed by reference.
 template <class Type>
 struct OperandSlot<Optional<Type>> : ValueSlot<Type> {
     using Value = typename Type::Value;
-    using Argument = std::conditional_t<Type::byReference, const Value*, std::optional<Value>>;
+    using Argument = std::conditional_t<Type::byReference, const Value*, Given<Value>>;
     using Held = std::optional<HeldCopy<Value>>;
 
     Argument evaluate() {
@@ -71,8 +85,9 @@ struct OperandSlot<Optional<Type>> : ValueSlot<Type> {
             if (this->storage != nullptr) return this->storage;
             return this->node ? &this->node->result() : nullptr;
         } else {
-            if (this->storage != nullptr) return *this->storage;
-            return this->node ? Argument(this->node->result()) : std::nullopt;
+            if (this->storage != nullptr) return {*this->storage, true};
+            if (this->node == nullptr) return {};
+            return {this->node->result(), true};
         }
     }
     Held hold() { return this->node ? Held(this->node->result()) : std::nullopt; }
@@ -80,7 +95,7 @@ struct OperandSlot<Optional<Type>> : ValueSlot<Type> {
         if constexpr (Type::byReference) {
             return held ? &held->value() : nullptr;
         } else {
-            return held ? Argument(held->value()) : std::nullopt;
+            return held ? Argument{held->value(), true} : Argument();
         }
     }
 };
