@@ -113,7 +113,7 @@ bool Hash::remove(const FND::String& key) {
 }
 
 void Hash::clear() noexcept {
-    forEachSlot([this](std::byte* slot) { destroyEntry(slot); });
+    if (size_ > 0) forEachSlot([this](std::byte* slot) { destroyEntry(slot); });
     for (std::size_t chunk = 0; chunk < chunks_.size(); ++chunk) {
         if (Slots::firstOf(chunk) >= keptSlotsS) Slots::release(chunks_, chunk);
     }
@@ -128,6 +128,48 @@ void Hash::clear() noexcept {
     usedSlots_ = 0;
     freeSlot_ = noSlotS;
     recent_ = nullptr;
+}
+
+void Hash::clearInPieces() {
+    constexpr std::uint32_t few = 4096;
+    if (size_ <= few) {
+        countWork(size_ * slotSize());
+        return clear();
+    }
+    recent_ = nullptr;
+    const auto slotOf = [&](const Bucket& bucket) {
+        return Slots::find(chunks_, bucket.entry - 1, slotSize());
+    };
+    // A stop between two runs of entries leaves a table in which the others are found.
+    std::uint32_t start = 0;
+    while (buckets_[start].entry != 0) ++start;
+    std::size_t weight = 0;
+    for (std::uint32_t at = start; size_ > 0; ++at) {
+        constexpr std::uint32_t ahead = 16;
+        constexpr std::size_t most = 16 * 1024;
+        const Bucket& later = buckets_[(at + ahead) & mask_];
+        if (later.entry != 0) __builtin_prefetch(slotOf(later), 1);
+        Bucket& bucket = buckets_[at & mask_];
+        weight += sizeof(Bucket);
+        if (bucket.entry == 0) {
+            if (weight > most) countWork(std::exchange(weight, 0));
+            continue;
+        }
+        std::byte* const slot = slotOf(bucket);
+        destroyEntry(slot);
+        new (slot) HashElements::Mark{freeSlot_, false};
+        freeSlot_ = std::exchange(bucket, {}).entry - 1;
+        --size_;
+        weight += 2 * slotSize();
+    }
+    usedSlots_ = 0;
+    freeSlot_ = noSlotS;
+    for (std::size_t chunk = chunks_.size(); chunk-- > 0;) {
+        if (Slots::firstOf(chunk) < keptSlotsS) break;
+        Slots::release(chunks_, chunk);
+        countWork(Slots::slotsOf(chunk) * slotSize() / 8);
+    }
+    clear();
 }
 
 std::vector<const FND::String*> Hash::keys() const {
@@ -156,7 +198,10 @@ std::vector<const FND::String*> Hash::keys() const {
 
     std::vector<const FND::String*> keys;
     keys.reserve(order.size());
-    for (const SortedKey& entry : order) keys.push_back(entry.key);
+    for (const SortedKey& entry : order) {
+        countWork(sizeof(SortedKey));
+        keys.push_back(entry.key);
+    }
     return keys;
 }
 

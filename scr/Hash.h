@@ -54,6 +54,9 @@ public:
     bool remove(const FND::String& key);
     /// Removes all entries. Keeps memory for about 64 entries to come.
     void clear() noexcept;
+    /// The same, counted as work: throws `ScriptStopped` when the script has to stop, which leaves
+    /// some of the entries.
+    void clearInPieces();
 
     /// All keys, in ascending byte order. They belong to the hash; each stays valid until its entry
     /// is removed. Throws std::bad_alloc.

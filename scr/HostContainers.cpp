@@ -96,17 +96,14 @@ void releaseTexts(Array& array, unsigned long from) {
     }
 }
 
-// Gives back the long texts of a hash, and all texts where there are many.
+// Gives back the long texts of a hash.
 void releaseTexts(Hash& hash) {
-    constexpr unsigned long many = 4096;
-    constexpr std::size_t weight = 64;
-    const bool areMany = hash.size() > many;
     std::size_t position = 0;
     Variable* element = nullptr;
     while (HashElements::next(hash, position, element) != nullptr) {
         FND::String& text = static_cast<StringVariable&>(*element).value();
-        if (areMany || isLong(text)) SCR::releaseLarge(text);
-        if (areMany) countWork(weight);
+        if (isLong(text)) SCR::releaseLarge(text);
+        countWork(sizeof(StringVariable) / 4);
     }
 }
 
@@ -244,7 +241,7 @@ void HashRef<T>::clear() const {
     guarded(interpreter_, [&] {
         if (this->hash_ == nullptr) return false;
         if constexpr (std::is_same_v<T, FND::String>) releaseTexts(*this->hash_);
-        this->hash_->clear();
+        this->hash_->clearInPieces();
         return true;
     });
 }

@@ -123,6 +123,44 @@ TEST(StopTest, EachQuestionMayStopTheLanguage) {
     RecordProperty("questions", static_cast<int>(questions));
 }
 
+// What a stop leaves of a long hash is whole: all of the rest is found, and it can be added to.
+TEST(StopTest, LongContainersAreEmptiedInPieces) {
+    MemoryLog log;
+    Interpreter interpreter(&log);
+    std::int64_t stopsAt = 0;
+    bool fills = true;
+    unsigned long left = 0;
+    auto* const host = HostExtension::insert(interpreter, "host");
+    host->function("fills", [&] { return fills; });
+    host->function("stopAt", [&] { interpreter.runControl().stopAtQuestion(stopsAt); });
+    host->function("look", [&](SCR::HashView<long> hash) {
+        left = hash.size();
+        unsigned long found = 0;
+        hash.forEach([&](const FND::String& key, long value) {
+            const long* const element = hash.find(key);
+            found +=
+                element != nullptr && *element == value && key == std::to_string(value) ? 1 : 0;
+        });
+        EXPECT_EQ(found, left);
+    });
+    ASSERT_TRUE(interpreter.compile(
+        "Long h{}; String a[]; Long i; if (fills()) { for (i = 0; i < 20000; i = i + 1) { "
+        "h{longToStr(i)} = i; a[i] = longToStr(i); } stopAt(); arrayClear(a); hashClear(h); } "
+        "else { look(h); for (i = 0; i < 9; i = i + 1) h{longToStr(i)} = i; look(h); }"))
+        << log.text;
+    int parts = 0;
+    for (bool isDone = false; !isDone; ++stopsAt) {
+        fills = true;
+        isDone = interpreter.execute();
+        interpreter.runControl().stopAtQuestion(-1);
+        fills = false;
+        ASSERT_TRUE(interpreter.execute());
+        parts += left > 9 && left < 20'000 ? 1 : 0;
+    }
+    EXPECT_EQ(left, 9U);
+    EXPECT_GT(parts, 10);
+}
+
 // A host that lowers the limits while memory is held gets it back without a stop.
 TEST(StopTest, GivingBackNeverStops) {
     MemoryLog log;

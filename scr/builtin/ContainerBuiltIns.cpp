@@ -27,16 +27,19 @@ struct ArraySize final : BuiltInNode<ArraySize, LongType(Array)> {
 struct ArrayClear final : BuiltInNode<ArrayClear, VoidType(Array)> {
     static void value(Interpreter& /*interpreter*/, Array* array) {
         if (array == nullptr) return;
-        countWork(array->size() * sizeof(StringVariable));
-        array->clear();
+        constexpr unsigned long piece = 4096;
+        while (array->size() > 0) {
+            const unsigned long count = std::min(piece, array->size());
+            countWork(count * sizeof(StringVariable));
+            array->truncate(array->size() - count);
+        }
     }
 };
 
 struct HashClear final : BuiltInNode<HashClear, VoidType(Hash)> {
     static void value(Interpreter& /*interpreter*/, Hash* hash) {
         if (hash == nullptr) return;
-        countWork(hash->size() * sizeof(StringVariable));
-        hash->clear();
+        hash->clearInPieces();
     }
 };
 

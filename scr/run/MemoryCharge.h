@@ -60,7 +60,7 @@ void storeLarge(FND::String& target, const FND::String& value);
 /// Makes a text empty. What it holds of long memory is given back to the system in pieces first, as
 /// work: at once, a hundred megabytes take five milliseconds, in which the script cannot be
 /// stopped.
-void releaseLarge(FND::String& text);
+KESTREL_API void releaseLarge(FND::String& text);
 
 /// Assigns a new value to a variable's value.
 template <class Value>
