@@ -45,7 +45,7 @@ FND::String toBase64(std::string_view bytes) {
                 made.append('=');
             }
         }
-        if (at % 1024 == 0) work(1024);
+        if (at % 3072 == 0) work(3072);
     }
     return made.take();
 }
@@ -209,6 +209,7 @@ long csvSplit(std::string_view line, ArrayRef<FND::String> out,
                 if (!line.starts_with('"')) break;
                 fields.append('"');
                 line.remove_prefix(1);
+                work(32);
             }
             if (!line.empty() && line[0] != mark[0]) refuse("text after a closing quote", line);
         } else {

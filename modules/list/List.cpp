@@ -46,11 +46,12 @@ public:
 
 private:
     std::size_t find(const T& value) const {
+        work(64);  // a slot is seldom in the processor's caches
         const std::size_t mask = slots_.size() - 1;
         std::size_t at = hashOf(value) & mask;
         while (slots_[at] != nullptr && !areSame(*slots_[at], value)) {
             at = (at + 1) & mask;
-            work(16);
+            work(32);
         }
         return at;
     }
@@ -58,31 +59,20 @@ private:
     List<const T*> slots_;
 };
 
-/// Copies of values, which are charged.
-template <class T>
-class Copies : public List<T> {
-public:
-    void keep(const T& value) {
-        if constexpr (std::is_same_v<T, FND::String>) {
-            if (value.size() >= sizeof(FND::String) / 2) texts_.add(value.size() + 24);
-        }
-        this->add(copyOf(value));
-    }
-
-private:
-    Charge texts_;
-};
-
 // Keeps the elements for which `keeps` holds, in place.
 template <class T, class Keeps>
 long filter(ArrayRef<T> all, const Keeps& keeps) {
-    List<bool> isKept;
-    isKept.room(all.size());
-    forEach<T>(all, [&](const T& value) { isKept.push_back(keeps(value)); });
+    const unsigned long size = all.size();
+    Marks kept(size);
+    unsigned long index = 0;
+    forEach<T>(all, [&](const T& value) {
+        if (keeps(value)) kept.set(index);
+        ++index;
+    });
     unsigned long count = 0;
-    for (unsigned long i = 0; i < isKept.size(); ++i) {
+    for (unsigned long i = 0; i < size; ++i) {
         work(16);
-        if (!isKept[i]) continue;
+        if (!kept.has(i)) continue;
         T* const from = all.at(i);
         T* const to = all.at(count++);
         if (from != nullptr && to != nullptr && from != to) std::swap(*from, *to);
@@ -221,16 +211,17 @@ struct Values {
 struct Unite {
     template <class T>
     long operator()(ArrayRef<T> a, ArrayView<T> b) const {
+        if (a.isSame(b)) return Unique()(a);
         Set<T> seen(a.size() + b.size());
         filter(a, [&](const T& value) { return seen.add(value); });
         Set<T> known(a.size());
         forEach<T>(a, [&](const T& value) { known.add(value); });
-        Copies<T> added;
+        List<const T*> added;
         Set<T> others(b.size());
         forEach(b, [&](const T& value) {
-            if (!known.contains(value) && others.add(value)) added.keep(value);
+            if (!known.contains(value) && others.add(value)) added.add(&value);
         });
-        for (const T& value : added) give(a, a.size(), value);
+        for (const T* const value : added) give(a, a.size(), *value);
         return static_cast<long>(a.size());
     }
 };
@@ -239,11 +230,13 @@ template <bool keepsCommon>
 struct Restrict {
     template <class T>
     long operator()(ArrayRef<T> a, ArrayView<T> b) const {
-        // `b` may be `a`, whose elements move.
-        Copies<T> copies;
-        forEach(b, [&](const T& value) { copies.keep(value); });
-        Set<T> others(copies.size());
-        for (const T& value : copies) others.add(value);
+        // Its elements move.
+        if (a.isSame(b)) {
+            if (!keepsCommon) a.resize(0);
+            return Unique()(a);
+        }
+        Set<T> others(b.size());
+        forEach(b, [&](const T& value) { others.add(value); });
         Set<T> seen(a.size());
         return filter(a, [&](const T& value) {
             return others.contains(value) == keepsCommon && seen.add(value);
@@ -272,7 +265,9 @@ constexpr ModuleFunction listFunctionsS[] = {
      "Adds the elements of `more` at the end, and gives the number of elements; also of Bools.",
      R"(Long a[]; a[0] = 1; list::append(a, a) == 2 and a[1] == 1)"},
     {"Long find(T[] items, T value, [Long from])", SCR::addFunctionOver<Find, KESTREL_COMPARED>,
-     Effect::None, "The place of the first element that equals `value`, at or after `from`; or -1.",
+     Effect::None,
+     "The place of the first element that equals `value`, at or after `from`; -1 "
+     "when there is none, or `from` is negative.",
      R"(String a[]; a[1] = "x"; list::find(a, "x") == 1)"},
     {"Bool contains(T[] items, T value)", SCR::addFunctionOver<Contains, KESTREL_COMPARED>,
      Effect::None, "Whether an element equals `value`.",

@@ -147,9 +147,9 @@ private:
                 std::size_t end = begin + 1;
                 while (end < count && entries[end].key == entries[begin].key) ++end;
                 if (end - begin > 1) refine(entries + begin, end - begin, skip, depth);
+                work(8 * (end - begin));
                 begin = end;
             }
-            work(count);
         }
     }
 
@@ -244,9 +244,8 @@ private:
 template <class T, class Order>
 class Arrangement {
 public:
-    Arrangement(ArrayRef<T> all, const Order& order) : elements_(all), order_(order) {
-        isTaken_.extend(order.size());
-    }
+    Arrangement(ArrayRef<T> all, const Order& order)
+        : elements_(all), order_(order), taken_(order.size()) {}
     Arrangement(const Arrangement&) = delete;
     Arrangement& operator=(const Arrangement&) = delete;
     ~Arrangement() {
@@ -284,8 +283,8 @@ private:
     bool take() {
         for (; next_ < order_.size(); ++next_) {
             if (next_ % 1024 == 1023) work(1024);
-            if (isTaken_[next_] || order_[next_].index == next_) continue;
-            isTaken_[next_] = true;
+            if (taken_.has(next_) || order_[next_].index == next_) continue;
+            taken_.set(next_);
             hands_[open_].value = std::move(elements_[next_]);
             hands_[open_].from = holes_[open_].place = next_;
             ++open_;
@@ -298,9 +297,9 @@ private:
     bool fill(std::size_t i) {
         Hole& hole = holes_[i];
         T& empty = elements_[hole.place];
-        if (!isTaken_[hole.source]) {
+        if (!taken_.has(hole.source)) {
             empty = std::move(elements_[hole.source]);
-            isTaken_[hole.source] = true;
+            taken_.set(hole.source);
             hole.place = hole.source;
             __builtin_prefetch(&order_[hole.place]);
             return true;
@@ -316,7 +315,7 @@ private:
 
     const Elements<T> elements_;
     const Order& order_;
-    List<bool> isTaken_;  // whether it has left its place
+    Marks taken_;  // of elements that have left their places
     std::size_t next_ = 0;
     std::size_t open_ = 0;  // hands and holes in use
     std::array<Hand, handsCM> hands_;
@@ -371,7 +370,10 @@ struct OrderOf {
         List<long> places;
         const Order<T> order(keys, descends.value_or(false));
         places.room(order.size());
-        for (const Ranked& ranked : order) places.push_back(ranked.index);
+        for (const Ranked& ranked : order) {
+            work(8);
+            places.push_back(ranked.index);
+        }
         replace(out, places);
         return static_cast<long>(places.size());
     }
@@ -388,13 +390,13 @@ struct Arrange {
             unsigned long index;
         };
         List<Place> order;
-        List<bool> isTaken;
-        isTaken.extend(all.size());
+        Marks taken(all.size());
+        order.room(all.size());
         for (const long place : places) {
-            if (place < 0 || place >= size || isTaken[static_cast<std::size_t>(place)]) {
+            if (place < 0 || place >= size || taken.has(static_cast<std::size_t>(place))) {
                 refuse("places are no order, because of", place);
             }
-            isTaken[static_cast<std::size_t>(place)] = true;
+            taken.set(static_cast<std::size_t>(place));
             order.add({static_cast<unsigned long>(place)});
             work(16);
         }

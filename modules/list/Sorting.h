@@ -117,7 +117,7 @@ inline void sortByKeys(Ranked* values, Ranked* buffer, std::size_t count, int bi
         const std::uint64_t highest = values[begin].key >> from;
         for (end = begin + 1; end < count && values[end].key >> from == highest;) ++end;
         if (end - begin > 1) sortByKeys(values + begin, buffer, end - begin, from);
-        work(end - begin);
+        work(16 * (end - begin));
     }
 }
 

@@ -176,7 +176,7 @@ FND::String normalize(std::string_view text, std::string_view form) {
     std::size_t marks = 0;
     while (at < text.size()) {
         const Character character = characterAt(text, at);
-        work(character.size * 4);
+        work(character.size * 8);
         if (character.code < 0) {
             finish(text.substr(begin, at - begin));
             made.append(text[at]);
