@@ -308,8 +308,8 @@ constexpr ModuleFunction jsonFunctionsS[] = {
     {"String jsonGet(String json, String path)", SCR::addFunction<jsonGet>, Effect::None,
      "What lies at a path of names and numbers, such as \"/a/0\", in a JSON document of up to 1 "
      "MiB: the text of a string, any other value as it stands there. `~1` in a name is a slash, "
-     "`~0` a tilde; "
-     "the empty path is the whole. Empty when nothing lies there, or after an error for what is no "
+     "`~0` a tilde; the empty path is the whole. Of equal names the first one counts. Empty when "
+     "nothing lies there, or after an error for what is no "
      "JSON or no path.",
      R"(codec::jsonGet("{\"a\": [1, \"x\"]}", "/a/1") == "x")"},
     {"String jsonType(String json, String path)", SCR::addFunction<jsonType>, Effect::None,

@@ -176,7 +176,8 @@ void appendPadded(Text& made, std::string_view text, std::size_t width, std::str
                   Side side) {
     const std::size_t columns = columnsOf(text);
     const std::size_t unit = columnsOf(fill);
-    const std::size_t missing = columns < width && unit > 0 ? (width - columns) / unit : 0;
+    if (unit == 0) refuse("a filling that takes no column:", fill);
+    const std::size_t missing = columns < width ? (width - columns) / unit : 0;
     const std::size_t before = side == Side::Start ? missing : side == Side::Both ? missing / 2 : 0;
     appendRepeated(made, fill, before);
     made.append(text);
@@ -200,12 +201,14 @@ struct Field {
     std::optional<std::size_t> places;
 };
 
-std::optional<std::size_t> number(std::string_view& text) {
-    constexpr std::size_t most = 1'000'000;
+// Removes digits at the start of `text`, which is a part of the field `whole`.
+std::optional<std::size_t> cutNumber(std::string_view& text, std::string_view whole) {
+    constexpr std::size_t most = 1'000'000'000;
     if (text.empty() || text[0] < '0' || text[0] > '9') return std::nullopt;
     std::size_t value = 0;
     while (!text.empty() && text[0] >= '0' && text[0] <= '9') {
-        value = std::min(most, value * 10 + static_cast<std::size_t>(text[0] - '0'));
+        value = value * 10 + static_cast<std::size_t>(text[0] - '0');
+        if (value > most) refuse("a number above 1000000000 in the field", whole);
         text.remove_prefix(1);
     }
     return value;
@@ -215,11 +218,12 @@ Field fieldOf(std::string_view text) {
     const std::string_view whole = text;
     const auto isAlign = [](char byte) { return byte == '<' || byte == '>' || byte == '^'; };
     Field field;
-    field.index = number(text);
+    field.index = cutNumber(text, whole);
     if (text.starts_with(':')) {
         text.remove_prefix(1);
         const std::size_t size = text.empty() ? 0 : characterAt(text, 0).size;
-        if (text.size() > size && size > 0 && isAlign(text[size])) {
+        const bool isFilled = text.size() > size && size > 0 && isAlign(text[size]);
+        if (isFilled) {
             field.fill = text.substr(0, size);
             text.remove_prefix(size);
         }
@@ -227,11 +231,11 @@ Field fieldOf(std::string_view text) {
             field.align = text[0];
             text.remove_prefix(1);
         }
-        if (field.align == 0 && text.starts_with('0')) field.fill = "0";
-        field.width = number(text).value_or(0);
+        if (!isFilled && text.starts_with('0')) field.fill = "0";
+        field.width = cutNumber(text, whole).value_or(0);
         if (text.starts_with('.')) {
             text.remove_prefix(1);
-            field.places = number(text);
+            field.places = cutNumber(text, whole);
             if (!field.places) refuse("no number of places in", whole);
         }
     }
@@ -243,7 +247,11 @@ void appendField(Text& made, const Field& field, std::string_view value) {
     const FND::Decimal decimal = FND::Decimal::fromString(value);
     FND::String shown;
     if (field.places && decimal.isValid()) {
-        decimal.format(shown, static_cast<int>(std::min<std::size_t>(*field.places, 28)));
+        constexpr std::size_t most = 28;
+        if (*field.places > most) {
+            refuse("a number has at most 28 places, not", static_cast<long>(*field.places));
+        }
+        decimal.format(shown, static_cast<int>(*field.places));
         value = shown;
     } else if (field.places) {
         value = firstCharacters(value, *field.places);
@@ -272,10 +280,11 @@ FND::String formatted(std::string_view pattern, const Values& values) {
             work(1);
             continue;
         }
-        // No field is longer.
         constexpr std::size_t longest = 64;
         const std::size_t end = pattern.substr(0, longest).find('}');
-        if (byte == '}' || end == noneS) refuse("a brace without its other one at", pattern);
+        if (byte == '}' || end == noneS) {
+            refuse("a brace without its other one in 64 bytes at", pattern);
+        }
         const Field field = fieldOf(pattern.substr(1, end - 1));
         const unsigned long index = field.index ? *field.index : next++;
         if (index >= values.size()) refuse("there is no value", static_cast<long>(index));
@@ -353,7 +362,7 @@ constexpr ModuleFunction plainFunctionsS[] = {
      R"(text::contains("a long text", "long"))"},
     {"Long find(String text, String part, [Long from])", SCR::addFunction<find>, Effect::None,
      "The first place of `part` in `text`, in bytes from 0, at or after `from`; -1 when there is "
-     "none.",
+     "none, or `from` is negative or beyond the end.",
      R"(text::find("abcabc", "c") == 2 and text::find("abcabc", "c", 3) == 5)"},
     {"Long findLast(String text, String part)", SCR::addFunction<findLast>, Effect::None,
      "The last place of `part` in `text`, in bytes from 0; -1 when there is none.",
@@ -392,7 +401,9 @@ constexpr ModuleFunction plainFunctionsS[] = {
     {"String padStart(String text, Long width, [String fill])", SCR::addFunction<pad<Side::Start>>,
      Effect::None,
      "`text` after as many of `fill`, or else blanks, as it takes to be `width` columns wide on a "
-     "screen. A text that is wide enough stays as it is.",
+     "screen. A text that is wide enough stays as it is. A filling of several columns is not cut: "
+     "the result may be narrower then. A negative width, or a filling without a column, is an "
+     "error, and the result empty.",
      R"(text::padStart("7", 3, "0") == "007")"},
     {"String padEnd(String text, Long width, [String fill])", SCR::addFunction<pad<Side::End>>,
      Effect::None, "As `padStart`, with the filling after the text.",
@@ -409,8 +420,9 @@ constexpr ModuleFunction plainFunctionsS[] = {
      "of places: a value that is a number is rounded to so many decimal places, any other cut "
      "after "
      "so many characters. Numbers stand right, other texts left; a width that begins with 0 fills "
-     "with zeros. `{{` and `}}` are braces. A bad field, or one without a value, is an error, and "
-     "the result empty.",
+     "with zeros. `{{` and `}}` are braces. A bad field, one of more than 64 bytes, with a number "
+     "above 1000000000 or without a value is an error, as are more than 28 places of a number, and "
+     "the result is empty.",
      R"(text::format("{:>5}|{:.2}|{0:*<4}", "abc", "2.345") == "  abc|2.35|abc*")"},
     {"String formatAll(String pattern, String[] values)", SCR::addFunction<formatAll>, Effect::None,
      "As `format`, with the elements of `values`.",

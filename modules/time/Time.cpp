@@ -156,8 +156,12 @@ struct MillisText : Zoned {
     }
 };
 
+void checkDate(const DateTime& date) {
+    if (!date.isValid()) throw Refused("the date is invalid");
+}
+
 long epoch(const DateTime& date) {
-    if (!date.isValid()) refuse("the date is invalid", 0L);
+    checkDate(date);
     return date.secs();
 }
 
@@ -193,7 +197,12 @@ struct Add : Zoned {
 
 struct StartOf : Zoned {
     DateTime operator()(const DateTime& date, std::string_view unit, std::string_view zone) {
+        constexpr std::string_view units[] = {"minute", "hour",    "day", "week",
+                                              "month",  "quarter", "year"};
         const FND::TimeZone& local = zones.find(zone);
+        if (std::find(std::begin(units), std::end(units), unit) == std::end(units)) {
+            refuse("unknown unit", unit);
+        }
         if (!date.isValid()) return {};
         Local clock = localOf(date, local);
         const year_month_day calendar = calendarOf(clock.day);
@@ -212,8 +221,6 @@ struct StartOf : Zoned {
             clock.day = dayOf(calendar.year() / std::chrono::month(month) / 1);
         } else if (unit == "year") {
             clock.day = dayOf(calendar.year() / 1 / 1);
-        } else if (unit != "day") {
-            refuse("unknown unit", unit);
         }
         return dateOf(clock, local);
     }
@@ -221,7 +228,8 @@ struct StartOf : Zoned {
 
 struct Weekday : Zoned {
     long operator()(const DateTime& date, std::string_view zone) {
-        return date.isValid() ? weekdayOf(localOf(date, zones.find(zone)).day) : 0;
+        const FND::TimeZone& local = zones.find(zone);
+        return date.isValid() ? weekdayOf(localOf(date, local).day) : 0;
     }
 };
 
@@ -237,7 +245,8 @@ struct IsoWeek : Zoned {
 struct DaysBetween : Zoned {
     long operator()(const DateTime& from, const DateTime& to, std::string_view zone) {
         const FND::TimeZone& local = zones.find(zone);
-        if (!from.isValid() || !to.isValid()) refuse("the date is invalid", 0L);
+        checkDate(from);
+        checkDate(to);
         return localOf(to, local).day - localOf(from, local).day;
     }
 };
@@ -355,7 +364,8 @@ struct Workdays : Zoned {
     long operator()(const DateTime& from, const DateTime& to, std::string_view zone,
                     ArrayView<FND::String> holidays) {
         const FND::TimeZone& local = zones.find(zone);
-        if (!from.isValid() || !to.isValid()) refuse("the date is invalid", 0L);
+        checkDate(from);
+        checkDate(to);
         const List<std::int64_t> free = holidaysOf(holidays);
         const std::int64_t end = localOf(to, local).day;
         long count = 0;
@@ -391,7 +401,7 @@ constexpr ModuleFunction functionsS[] = {
     {"String write(Date date, String zone, [String format])", addFunctor<Write>, Effect::None,
      "The date by the clock of a zone, such as \"Europe/Berlin\", \"UTC\" or a rule: in the form "
      "2024-07-01T12:00:00+0200, or by the directives of `dateToStr`, up to 1 KiB. An unknown zone "
-     "is an error here and below.",
+     "is an error here and below. An invalid date is INVALID.",
      R"(time::write(time::fromEpoch(0), "Asia/Tokyo") == "1970-01-01T09:00:00+0900")"},
     {"Date read(String text, String zone, [String format])", addFunctor<Read>, Effect::None,
      "The date that a text names, as `strToDate` reads it. A text that says nothing of a zone is "
@@ -407,18 +417,20 @@ constexpr ModuleFunction functionsS[] = {
      "Milliseconds since 1970 as 1970-01-01T00:00:01.250+0000, by the clock of the zone, or UTC.",
      R"(time::millisText(1250) == "1970-01-01T00:00:01.250+0000")"},
     {"Date fromMillis(Long millis)", SCR::addFunction<fromMillis>, Effect::None,
-     "The date of so many milliseconds since 1970; their fraction of a second is dropped.",
+     "The date of so many milliseconds since 1970; their fraction of a second is dropped. "
+     "Invalid outside of the years 1 to 9999, as below.",
      R"(time::fromMillis(1999) == time::fromEpoch(1))"},
     {"Long epoch(Date date)", SCR::addFunction<epoch>, Effect::None,
      "The seconds since 1970-01-01 00:00:00 UTC. An invalid date is an error, and the result 0.",
      R"(time::epoch(strToDate("1970-01-02")) == 86400)"},
     {"Date fromEpoch(Long seconds)", SCR::addFunction<fromEpoch>, Effect::None,
-     "The date of so many seconds since 1970; invalid outside of the years 1 to 9999.",
+     "The date of so many seconds since 1970.",
      R"(time::fromEpoch(86400) == strToDate("1970-01-02"))"},
     {"Long nowMillis()", SCR::addFunction<nowMillis>, Effect::Clock,
      "The milliseconds since 1970, now.", R"(time::nowMillis() > 1600000000000)"},
     {"Long elapsed(Date from, Date to)", SCR::addFunction<elapsed>, Effect::None,
-     "The seconds from one date to another; negative when `to` is earlier.",
+     "The seconds from one date to another; negative when `to` is earlier. An invalid date is an "
+     "error, and the result 0.",
      R"(time::elapsed(time::fromEpoch(5), time::fromEpoch(8)) == 3)"},
     {"Date add(Date date, Long months, Long days, String zone)", addFunctor<Add>, Effect::None,
      "Moves the date in the calendar of a zone and keeps the time on its clock, on days of 23 "
@@ -429,7 +441,7 @@ constexpr ModuleFunction functionsS[] = {
 time::elapsed(d, time::add(d, 0, 1, "Europe/Berlin")) == 82800)"},
     {"Date startOf(Date date, String unit, String zone)", addFunctor<StartOf>, Effect::None,
      "The start of the `minute`, `hour`, `day`, `week` (Monday), `month`, `quarter` or `year` on "
-     "the clock of a zone.",
+     "the clock of a zone. Another unit is an error; invalid for an invalid date.",
      R"(time::startOf(time::fromEpoch(90000), "day", "UTC") == time::fromEpoch(86400))"},
     {"Long weekday(Date date, String zone)", addFunctor<Weekday>, Effect::None,
      "1 for Monday to 7 for Sunday; 0 for an invalid date.",
@@ -438,10 +450,11 @@ time::elapsed(d, time::add(d, 0, 1, "Europe/Berlin")) == 82800)"},
      "The week, as 2024-W27; empty for an invalid date.",
      R"(time::isoWeek(strToDate("2024-12-30"), "UTC") == "2025-W01")"},
     {"Long daysBetween(Date from, Date to, String zone)", addFunctor<DaysBetween>, Effect::None,
-     "How many midnights of the zone lie between two dates; negative when `to` is earlier.",
+     "How many midnights of the zone lie between two dates; negative when `to` is earlier. An "
+     "invalid date is an error, and the result 0.",
      R"(time::daysBetween(time::fromEpoch(86399), time::fromEpoch(86400), "UTC") == 1)"},
     {"Long offset(Date date, String zone)", addFunctor<Offset>, Effect::None,
-     "How many seconds the zone's clock is ahead of UTC then.",
+     "How many seconds the zone's clock is ahead of UTC then; 0 for an invalid date.",
      R"(time::offset(strToDate("2024-07-01"), "Europe/Berlin") == 7200)"},
     {"Bool isZone(String name)", SCR::addFunction<isZone>, Effect::None,
      "Whether the system knows this zone.",
@@ -458,12 +471,17 @@ time::elapsed(d, time::add(d, 0, 1, "Europe/Berlin")) == 82800)"},
     {"Long workdays(Date from, Date to, String zone, String[] holidays)", addFunctor<Workdays>,
      Effect::None,
      "The days from Monday to Friday that are not among `holidays`, such as \"2024-12-25\": from "
-     "the day of `from` up to the one before that of `to`.",
+     "the day of `from` up to the one before that of `to`; 0 when that is earlier. An invalid date "
+     "or a holiday of another form is an error, and the result 0.",
      R"(String h[]; h[0] = "2024-12-25";
 time::workdays(strToDate("2024-12-23"), strToDate("2024-12-30"), "UTC", h) == 4)"},
     {"Date addWorkdays(Date date, Long days, String zone, String[] holidays)",
      addFunctor<AddWorkdays>, Effect::None,
-     "Moves the date by so many of these days, at most a million, and keeps the time on the clock.",
+     "Moves the date by so many of these days, back by a negative number, and keeps the time on "
+     "the "
+     "clock. More than a million are an error. Invalid for an invalid date and outside of the "
+     "years "
+     "1 to 9999.",
      R"(String h[]; time::addWorkdays(strToDate("2024-12-27"), 1, "UTC", h) == strToDate("2024-12-30"))"},
 };
 
