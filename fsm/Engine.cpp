@@ -17,6 +17,7 @@ namespace FSM {
 struct Engine::Setup {
     std::size_t stateLimit = mostStatesCM;
     std::size_t byteLimit = BuildLimits::defaultBytesCM;
+    std::size_t workLimit = defaultWorkCM;
     std::int32_t patternCount = 0;
     std::int32_t guiltyPath = -1;
     bool isDone = false;
@@ -91,36 +92,35 @@ bool Engine::finalSetup() {
 bool Engine::build() {
     const Vector<Pattern>& patterns = setup_->patterns.patterns();
     RawAutomaton raw;
-    const BuildLimits limits{setup_->stateLimit, setup_->byteLimit};
-    if (!determinise(patterns.data(), patterns.size(), limits, raw)) {
-        const Pattern& guilty =
-            patterns[patternsThatFit(patterns.data(), patterns.size() - 1, limits)];
+    const BuildLimits limits{setup_->stateLimit, setup_->byteLimit, setup_->workLimit};
+    const auto fail = [&](const Pattern& guilty, Limit passed) {
         setup_->guiltyPath = guilty.path;
-        setup_->error = setup_->stateLimit < mostStatesCM
-                            ? PatternList::limitError(guilty, setup_->stateLimit, "states")
-                            : PatternList::limitError(guilty, setup_->byteLimit, "bytes");
+        setup_->error = PatternList::limitError(guilty, limits, passed);
         return false;
+    };
+    Limit passed = determinise(patterns.data(), patterns.size(), limits, raw);
+    if (passed != Limit::None) {
+        const Guilty guilty = findGuilty(patterns.data(), patterns.size(), limits, passed);
+        return fail(patterns[guilty.place], guilty.passed);
     }
     if (setup_->isSearching) {
         // Takes the parsed patterns, which are not needed any more.
         searcher_ = std::make_unique<Searcher>();
-        if (!searcher_->build(setup_->patterns.patterns(), options(), limits)) {
-            setup_->error = "limit of " + std::to_string(limits.bytes) +
-                            " bytes passed by the automata for searching";
+        passed = searcher_->build(setup_->patterns.patterns(), options(), limits);
+        if (passed != Limit::None) {
+            fail(patterns.back(), passed);
+            setup_->error = "automata for searching: " + setup_->error;
             return false;
         }
     }
     table_ = std::make_unique<Table>();
     bool keepsDeadEnds = raw.acceptsEmpty();
-    if (!table_->build(std::move(raw), PatternList::negatedPaths(patterns.data(), patterns.size()),
-                       options(), keepsDeadEnds,
-                       std::min(setup_->stateLimit * Table::listedPerStateCM,
-                                setup_->byteLimit / sizeof(std::int32_t)))) {
-        setup_->error = "limit of " + std::to_string(setup_->stateLimit) +
-                        " states passed: too many path numbers to list";
-        return false;
-    }
-    return true;
+    const Table::MostListed mostListed(limits);
+    return table_->build(std::move(raw),
+                         PatternList::negatedPaths(patterns.data(), patterns.size()), options(),
+                         keepsDeadEnds, mostListed.numbers) ||
+           // Negated patterns are listed for nearly all states.
+           fail(patterns.back(), mostListed.limit());
 }
 
 const State* Engine::process(const char* text) const {
@@ -243,6 +243,10 @@ void Engine::stateLimit(std::size_t states) {
 std::size_t Engine::byteLimit() const { return setup_->byteLimit; }
 
 void Engine::byteLimit(std::size_t bytes) { setup_->byteLimit = bytes; }
+
+std::size_t Engine::workLimit() const { return setup_->workLimit; }
+
+void Engine::workLimit(std::size_t steps) { setup_->workLimit = steps; }
 
 std::int32_t Engine::patternCount() const { return setup_->patternCount; }
 

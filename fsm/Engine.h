@@ -55,6 +55,8 @@ public:
     static constexpr unsigned long nextPathCM = ~0UL;
     /// The most states that any automaton may have, and the default of `stateLimit`.
     static constexpr std::size_t mostStatesCM = std::size_t{1} << 24;
+    /// The default of `workLimit`.
+    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 27;
 
     /// `expectedCount` is the number of patterns to come, all ones for unknown; nothing depends on
     /// it.
@@ -133,6 +135,11 @@ public:
     /// Sets the bytes that the patterns, and the automaton while it is built, may take; by default
     /// 256 MiB.
     void byteLimit(std::size_t bytes);
+    std::size_t workLimit() const;
+    /// Sets the steps of work, of a nanosecond or two each, that `finalSetup` may take besides an
+    /// amount in proportion to the patterns; by default so many that it fails in less than a
+    /// second.
+    void workLimit(std::size_t steps);
 
     /// Number of patterns inserted.
     std::int32_t patternCount() const;

@@ -21,6 +21,7 @@ MultiEngineIf::~MultiEngineIf() = default;
 struct EngineGroup::Setup {
     std::size_t stateLimit = Engine::mostStatesCM;
     std::size_t byteLimit = BuildLimits::defaultBytesCM;
+    std::size_t workLimit = BuildLimits::defaultWorkCM;
     std::size_t partLimit = 0;
     std::int32_t patternCount = 0;
     std::int32_t guiltyPath = -1;
@@ -158,7 +159,8 @@ bool EngineGroup::fillList(std::size_t first) {
 
 // Makes `parts` of the patterns in the list.
 bool EngineGroup::makeParts(std::size_t byteLimit, GroupParts& parts) {
-    GroupBuilder builder(setup_->patterns->take(), options(), {setup_->stateLimit, byteLimit},
+    GroupBuilder builder(setup_->patterns->take(), options(),
+                         {setup_->stateLimit, byteLimit, setup_->workLimit},
                          std::min(setup_->partLimit, setup_->stateLimit));
     if (builder.build(parts)) return true;
     setup_->error = builder.error();
@@ -413,7 +415,8 @@ std::string EngineGroup::content() const {
     Archive archive(content);
     PatternOptions reading = options();
     archive.options(reading);
-    for (std::size_t limit : {setup_->stateLimit, setup_->byteLimit, setup_->partLimit}) {
+    for (std::size_t limit :
+         {setup_->stateLimit, setup_->byteLimit, setup_->workLimit, setup_->partLimit}) {
         archive.value(limit);
     }
     for (const Pattern& pattern : setup_->patterns->patterns()) {
@@ -432,6 +435,10 @@ std::size_t EngineGroup::stateLimit() const { return setup_->stateLimit; }
 std::size_t EngineGroup::byteLimit() const { return setup_->byteLimit; }
 
 void EngineGroup::byteLimit(std::size_t bytes) { setup_->byteLimit = bytes; }
+
+std::size_t EngineGroup::workLimit() const { return setup_->workLimit; }
+
+void EngineGroup::workLimit(std::size_t steps) { setup_->workLimit = steps; }
 
 std::size_t EngineGroup::partLimit() const { return setup_->partLimit; }
 

@@ -29,7 +29,7 @@ class Table;
 class KESTREL_API EngineGroup : public MultiEngineIf {
 public:
     /// States that a part may have when the group decides by itself to split the list.
-    static constexpr std::size_t defaultPartLimitCM = 4096;
+    static constexpr std::size_t defaultPartLimitCM = 2048;
 
     EngineGroup();
     ~EngineGroup() override;
@@ -47,9 +47,9 @@ public:
     bool insertPatterns(const std::vector<FND::String>& patterns,
                         unsigned long pathNumber = nextPathCM) override;
 
-    /// Fails only when a single pattern needs more states than the state limit allows, or all parts
-    /// together more than 16 times that number, or the bytes pass their limit. A changeable group
-    /// that was set up before then matches as before.
+    /// Fails only when a single pattern passes the limit of states or of work in all forms, when all
+    /// parts together have more than 16 times as many states as the limit, or when the bytes pass
+    /// theirs. A changeable group that was set up before then matches as before.
     bool finalSetup() override;
 
     /// Fills `paths` with the numbers of the patterns that match the whole text, ascending and each
@@ -90,10 +90,15 @@ public:
     std::size_t byteLimit() const;
     /// Sets the bytes that the patterns, and all parts together, may take; by default 256 MiB.
     void byteLimit(std::size_t bytes);
+    std::size_t workLimit() const;
+    /// Sets the steps of work that any automaton may take, as `Engine::workLimit`. What would take
+    /// more is split or made in another form; a pattern that passes it in all forms is refused.
+    void workLimit(std::size_t steps);
     std::size_t partLimit() const;
     /// Sets the number of states that a part may have; only a pattern that needs more by itself
     /// gets a larger one. With 0, the default, the group tries one automaton for all patterns; if
-    /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM`.
+    /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM` states, or
+    /// more where these are in proportion to the patterns of a part.
     void partLimit(std::size_t states);
 
     bool isChangeable() const;

@@ -151,4 +151,58 @@ TEST(FsmBudget, MayBeRefusedAtEveryQuestion) {
     RecordProperty("refusals", static_cast<int>(all));
 }
 
+// A pattern that passes the limit is refused before its states are there.
+TEST(FsmBudget, RefusedEarly) {
+    const std::string set = "[acegikmoqsuwyACEGIKMOQSUWY02468]";
+    const std::string patterns[] = {std::string(100'000, 'a') + "x?", "(a?b){50000}(cd){50000}",
+                                    "(" + set + "{5000})" + set + "{5000}"};
+    constexpr std::size_t limit = 2'000'000;
+    for (const std::string& pattern : patterns) {
+        const long before = Allocations::startPeak();
+        FSM::Engine engine;
+        engine.byteLimit(limit);
+        EXPECT_FALSE(engine.addPattern(pattern));
+        EXPECT_EQ(engine.error(),
+                  "limit of 2000000 bytes passed at pattern 0: " + pattern.substr(0, 200));
+        EXPECT_LT(Allocations::peak() - before, 2 * limit) << pattern.substr(0, 30);
+    }
+}
+
+// After the first text, whose scratch space a thread keeps.
+TEST(FsmBudget, MatchingTakesNoMemory) {
+    Patterns mixed = numbered(80, ".*w", ".*ab.*");
+    for (const Patterns& more : {numbered(600, "w", ""), Patterns{".*a.{30}b.*", ".*x.{40}y"},
+                                 Patterns{"(a|b)*a(a|b){300}", "[0-9]+w"}}) {
+        mixed.insert(mixed.end(), more.begin(), more.end());
+    }
+    const std::string_view texts[] = {"w1", "xw70 ab w7 ab", "abbaabw12ab", "", "1w", "nothing"};
+    for (const bool isChanged : {false, true}) {
+        for (const bool ignoresCase : {false, true}) {
+            FSM::EngineGroup group;
+            group.isChangeable(isChanged);
+            group.options({.ignoresCase = ignoresCase});
+            for (const std::string& pattern : mixed) ASSERT_TRUE(group.insertPattern(pattern));
+            ASSERT_TRUE(group.finalSetup());
+            if (isChanged) {
+                ASSERT_TRUE(group.insertPattern("x.*") && group.removePatterns(7) == 1);
+                ASSERT_TRUE(group.finalSetup());
+            }
+            std::vector<std::int32_t> paths;
+            std::vector<std::size_t> ends;
+            long before = 0;
+            std::size_t found = 0;
+            for (int round = 0; round < 2; ++round) {
+                before = Allocations::madeCM;
+                for (const std::string_view text : texts) {
+                    group.process(text, paths);
+                    found += paths.size() + (group.firstPath(text) >= 0 ? 1 : 0);
+                }
+                group.matchAll(texts, ends, paths);
+            }
+            EXPECT_EQ(Allocations::madeCM, before) << isChanged << ignoresCase;
+            EXPECT_GT(found, 10U);
+        }
+    }
+}
+
 }  // namespace

@@ -161,6 +161,40 @@ TEST(FsmEngine, StateLimit) {
     }
 }
 
+TEST(FsmEngine, LimitsNameTheGuilty) {
+    std::vector<std::string> infixes, negated;
+    for (char c = 'a'; c <= 'o'; ++c) {
+        infixes.push_back(std::string(".*").append(1, c) + "x.*");
+        for (char d = 'a'; d <= 'v'; ++d) negated.push_back({'!', c, d});
+    }
+    struct Case {
+        std::vector<std::string> patterns;
+        std::size_t states, bytes, work;
+        std::int32_t leastGuilty, mostGuilty;
+        const char* error;
+    };
+    constexpr std::size_t many = std::size_t{1} << 24;
+    const Case cases[] = {
+        {infixes, many, many, 100'000, 4, 12, "limit of 100000 steps of work"},
+        {infixes, many, 400'000, many, 6, 12, "limit of 400000 bytes"},
+        {{"a", ".*a.{40}", "b"}, many, 400'000, many, 1, 1, "limit of 400000 bytes"},
+        {negated, 400, many, many, 329, 329, "limit of 400 states"},
+        {negated, many, 400'000, many, 329, 329, "limit of 400000 bytes"},
+    };
+    for (const Case& c : cases) {
+        Engine engine;
+        engine.stateLimit(c.states);
+        engine.byteLimit(c.bytes);
+        engine.workLimit(c.work);
+        for (const std::string& pattern : c.patterns) ASSERT_TRUE(engine.addPattern(pattern));
+        EXPECT_FALSE(engine.finalSetup()) << c.error;
+        const std::int32_t guilty = engine.guiltyPath();
+        ASSERT_TRUE(guilty >= c.leastGuilty && guilty <= c.mostGuilty) << guilty << c.error;
+        EXPECT_EQ(engine.error(), c.error + (" passed at pattern " + std::to_string(guilty)) +
+                                      ": " + c.patterns[static_cast<std::size_t>(guilty)]);
+    }
+}
+
 // Patterns whose automata would grow out of proportion are refused before they cost much.
 TEST(FsmEngine, Hostile) {
     std::string options;

@@ -15,22 +15,22 @@ namespace FSM {
 /// leads.
 class BitMaker {
 public:
-    BitMaker(const Pattern* first, std::size_t count, std::size_t placeLimit, std::size_t byteLimit)
-        : first_(first),
-          count_(count),
-          placeLimit_(placeLimit),
-          mostFollows_(byteLimit / sizeof(BitPart::Bits)),
-          nfa_(first, count) {
+    BitMaker(const Pattern* first, std::size_t count, const BuildLimits& limits)
+        : first_(first), count_(count), limits_(limits), nfa_(first, count) {
         nfa_.reduce();
     }
 
-    bool make(BitPart& part) {
+    Limit make(BitPart& part) {
         findPlaces();
-        if (places_.size() > placeLimit_ || !findFollows()) return false;
+        if (places_.size() > limits_.states) return Limit::States;
+        const ByteClasses classes(nfa_.sets());
         part.words_ = std::max<std::size_t>((places_.size() + 63) / 64, 1);
+        if (classes.count() * part.words_ > limits_.bytes / sizeof(Word)) return Limit::Bytes;
+        findFollows();
+        if (passed_ != Limit::None) return passed_;
         order();
-        fill(part);
-        return true;
+        fill(part, classes);
+        return Limit::None;
     }
 
 private:
@@ -59,23 +59,22 @@ private:
     }
 
     // For each target, the places that may be entered from there, and the patterns that end there.
-    bool findFollows() {
+    void findFollows() {
         follows_.resize(nfa_.targetCount());
         accepts_.resize(nfa_.targetCount());
         isSeen_.resize(nfa_.stateCount());
         for (const FlatNfa::Edge& place : places_) {
-            if (!findFollow(place.target, follows_[place.target], accepts_[place.target])) {
-                return false;
-            }
+            findFollow(place.target, follows_[place.target], accepts_[place.target]);
+            if (passed_ != Limit::None) return;
         }
         for (const std::uint32_t start : nfa_.starts()) {
-            if (!findFollow(start, startFollows_, startAccepts_)) return false;
+            findFollow(start, startFollows_, startAccepts_);
+            if (passed_ != Limit::None) return;
         }
-        return true;
     }
 
-    bool findFollow(std::uint32_t target, Numbers& follow, Vector<std::int32_t>& accepts) {
-        if (&follow != &startFollows_ && (!follow.empty() || !accepts.empty())) return true;
+    void findFollow(std::uint32_t target, Numbers& follow, Vector<std::int32_t>& accepts) {
+        if (&follow != &startFollows_ && (!follow.empty() || !accepts.empty())) return;
         Numbers states;
         if (nfa_.isReduced()) {
             states.assign(nfa_.targets().begin(target), nfa_.targets().end(target));
@@ -101,9 +100,12 @@ private:
         }
         sortOnce(follow);
         sortOnce(accepts);
-        countWork(4 * (states.size() + follow.size() + accepts.size()));
-        followCount_ += follow.size() + accepts.size() + states.size() / 8;
-        return followCount_ <= mostFollows_;
+        const std::size_t steps = 4 * states.size() + 16 * (follow.size() + accepts.size());
+        countWork(steps);
+        work_ += steps;
+        followCount_ += follow.size() + accepts.size();
+        if (followCount_ > limits_.bytes / sizeof(BitPart::Bits)) passed_ = Limit::Bytes;
+        if (work_ > limits_.work) passed_ = Limit::Work;
     }
 
     // Numbers the places so that many lead to the next one.
@@ -133,9 +135,8 @@ private:
         follow(all);
     }
 
-    void fill(BitPart& part) {
+    void fill(BitPart& part, const ByteClasses& classes) {
         const std::size_t words = part.words_;
-        const ByteClasses classes(nfa_.sets());
         part.classOf_ = classes.map();
         Vector<Word> entered(classes.count() * words);
         Vector<Word> start(words);
@@ -244,9 +245,10 @@ private:
 
     const Pattern* first_;
     std::size_t count_;
-    std::size_t placeLimit_;
-    std::size_t mostFollows_;
+    const BuildLimits limits_;
+    Limit passed_ = Limit::None;
     std::size_t followCount_ = 0;
+    std::size_t work_ = 0;
     FlatNfa nfa_;
     Vector<FlatNfa::Edge> places_;  // sorted
     Vector<Numbers> placesOf_;      // of each state
@@ -259,11 +261,12 @@ private:
 };
 
 std::unique_ptr<BitPart> BitPart::make(const Pattern* first, std::size_t count,
-                                       const PatternOptions& options, std::size_t placeLimit,
-                                       std::size_t byteLimit) {
+                                       const PatternOptions& options, const BuildLimits& limits,
+                                       Limit& passed) {
     auto part = std::make_unique<BitPart>();
     part->takesNul_ = options.takesNul ? 1 : 0;
-    if (!BitMaker(first, count, placeLimit, byteLimit).make(*part)) return nullptr;
+    passed = BitMaker(first, count, limits).make(*part);
+    if (passed != Limit::None) part.reset();
     return part;
 }
 

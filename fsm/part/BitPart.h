@@ -12,6 +12,8 @@
 
 namespace FSM {
 
+enum class Limit;
+struct BuildLimits;
 struct Pattern;
 struct PatternOptions;
 
@@ -21,11 +23,11 @@ struct PatternOptions;
 /// 64 places, whatever the patterns.
 class BitPart final : public Part {
 public:
-    /// Makes a part of `count` patterns from `first` on; null if they have more than `placeLimit`
-    /// places or their moves take more than `byteLimit` bytes.
+    /// Makes a part of `count` patterns from `first` on; null, with the limit in `passed`, if they
+    /// would pass one of `limits`, where a state is a place of the patterns.
     static std::unique_ptr<BitPart> make(const Pattern* first, std::size_t count,
-                                         const PatternOptions& options, std::size_t placeLimit,
-                                         std::size_t byteLimit);
+                                         const PatternOptions& options, const BuildLimits& limits,
+                                         Limit& passed);
 
     Kind kind() const override { return Kind::Bits; }
     bool archive(Archive& archive) override;

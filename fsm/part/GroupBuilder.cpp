@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "fsm/EngineGroup.h"
 #include "fsm/part/BitPart.h"
 #include "fsm/part/LiteralPart.h"
 #include "fsm/part/StreamPart.h"
@@ -28,7 +29,7 @@ constexpr std::size_t smallS = 512;
 // What an automaton with tails apart may have in any case.
 constexpr std::size_t wholeS = 4096;
 // What one of several automata may have in any case.
-constexpr std::size_t splitS = 2048;
+constexpr std::size_t splitS = EngineGroup::defaultPartLimitCM;
 // Fewer words are matched faster by a deterministic automaton.
 constexpr std::size_t fewLiteralBytesS = 4096;
 constexpr std::size_t fewWordBytesS = 2048;
@@ -231,7 +232,7 @@ bool GroupBuilder::takeWords(Pattern& pattern, bool takesLiterals, bool takesWor
 void GroupBuilder::countBytes(const Pattern& pattern) {
     constexpr std::size_t bytesPerWord = 48;
     bytes_ += bytesPerWord + words_->shape.bytes.size();
-    if (bytes_ > limits_.bytes && guiltyPath_ < 0) fail(pattern, limits_.bytes, "bytes");
+    if (bytes_ > limits_.bytes && guiltyPath_ < 0) fail(pattern, Limit::Bytes);
 }
 
 // Joins patterns that a split must not separate: those that share a number, if one of them is
@@ -240,7 +241,7 @@ void GroupBuilder::joinNegated() { mayStart_ = FSM::joinNegated(others_); }
 
 void GroupBuilder::makeAutomata() {
     if (others_.empty() || (partLimit_ == 0 && determineWords())) return;
-    for (Pattern& pattern : others_) pattern.parse(options_);
+    if (!parseOthers()) return;
     if (partLimit_ == 0) {
         takeCounting();
         if (others_.empty() || determineWhole()) return;
@@ -259,6 +260,19 @@ void GroupBuilder::makeAutomata() {
     split();
 }
 
+// Words that are no part of their own have not been parsed before.
+bool GroupBuilder::parseOthers() {
+    const StateRoom room(limits_.bytes - std::min(limits_.bytes, bytes_));
+    for (Pattern& pattern : others_) {
+        try {
+            pattern.parse(options_);
+        } catch (const NoStateRoom&) {
+            return fail(pattern, Limit::Bytes);
+        }
+    }
+    return true;
+}
+
 // Takes out the patterns that count bytes after any place: if there are few, those of them that
 // explode by themselves, otherwise all, as their states would be multiplied.
 void GroupBuilder::takeCounting() {
@@ -274,8 +288,8 @@ void GroupBuilder::takeCounting() {
     for (std::size_t i = 0; i < others_.size(); ++i) {
         RawAutomaton raw;
         const bool isTaken =
-            counts[i] &&
-            (count > fewCountingS || !determinise(&others_[i], 1, {smallS, limits_.bytes}, raw));
+            counts[i] && (count > fewCountingS ||
+                          determinise(&others_[i], 1, {smallS, limits_.bytes}, raw) != Limit::None);
         (isTaken ? streams_ : rest).push_back(std::move(others_[i]));
     }
     others_ = std::move(rest);
@@ -333,16 +347,19 @@ bool GroupBuilder::determine(std::size_t first, std::size_t count, std::size_t l
         std::size_t states;
         Tails tails;
     };
-    const Trial trials[] = {
-        {std::max(mayKeepTails ? smallS : leastStates, proportionate), Tails::Inside},
-        {std::max(leastStates, proportionate), Tails::Apart}};
+    const std::size_t inside = std::max(mayKeepTails ? smallS : leastStates, proportionate);
+    const std::size_t apart = std::max(leastStates, proportionate);
     // Each state would tell which words have been met: with few of them, too many states already.
     const bool mustKeepTails = mayKeepTails && count == others_.size() && inner_ > fewInnerS;
+    // Without tails the second trial is like the first, unless it may have more states.
+    const bool isOnlyForTails = !mustKeepTails && inside == apart;
+    const Trial trials[] = {{inside, Tails::Inside},
+                            {apart, isOnlyForTails ? Tails::MustBeApart : Tails::Apart}};
     for (const Trial& trial : std::span(trials).subspan(mustKeepTails ? 1 : 0)) {
-        if (trial.tails == Tails::Apart && !mayKeepTails) break;
+        if (trial.tails != Tails::Inside && !mayKeepTails) break;
         RawAutomaton raw;
         const BuildLimits limits{std::min(limits_.states, trial.states), limits_.bytes};
-        if (!determinise(patterns, count, limits, raw, trial.tails)) continue;
+        if (determinise(patterns, count, limits, raw, trial.tails) != Limit::None) continue;
         automata_.push_back({first, count, std::move(raw)});
         return true;
     }
@@ -374,7 +391,8 @@ void GroupBuilder::split() {
     for (std::size_t first = 0;
          isFree && others_.size() <= fewPatternsS && first < others_.size();) {
         const std::size_t end = unitEnd(first);
-        if (determine(first, end - first, smallS, true)) {
+        // All together have been tried before.
+        if (end - first < others_.size() && determine(first, end - first, smallS, true)) {
             automata_.pop_back();
         } else {
             if (begin < first) open.push_back({begin, first});
@@ -410,20 +428,20 @@ bool GroupBuilder::makeTables(GroupParts& result) {
         const Pattern* const first = &others_[automaton.first];
         states += automaton.raw.stateCount();
         if (states > limits_.states * groupFactorS) {
-            return fail(*first, limits_.states * groupFactorS, "states");
-        }
-        auto table = std::make_unique<Table>();
-        const std::size_t mostListed = std::min(limits_.states * Table::listedPerStateCM,
-                                                limits_.bytes / sizeof(std::int32_t));
-        if (!table->build(std::move(automaton.raw),
-                          PatternList::negatedPaths(first, automaton.count), options_,
-                          acceptsEmpty_, mostListed)) {
-            error_ = "limit of " + std::to_string(limits_.states) +
-                     " states passed: too many path numbers to list";
+            guiltyPath_ = first->path;
+            error_ = PatternList::limitError(*first, limits_.states * groupFactorS, "states");
             return false;
         }
+        auto table = std::make_unique<Table>();
+        const Table::MostListed mostListed(limits_);
+        if (!table->build(std::move(automaton.raw),
+                          PatternList::negatedPaths(first, automaton.count), options_,
+                          acceptsEmpty_, mostListed.numbers)) {
+            // Negated patterns are listed for nearly all states.
+            return fail(first[automaton.count - 1], mostListed.limit());
+        }
         bytes_ += table->memory();
-        if (bytes_ > limits_.bytes) return fail(*first, limits_.bytes, "bytes");
+        if (bytes_ > limits_.bytes) return fail(*first, Limit::Bytes);
         part->add(std::move(table));
     }
     result.parts.push_back(std::move(part));
@@ -455,7 +473,7 @@ bool GroupBuilder::makeStreams(GroupParts& result) {
         return true;
     }
     bytes_ += part->memory();
-    if (bytes_ > limits_.bytes) return fail(streams_[0], limits_.bytes, "bytes");
+    if (bytes_ > limits_.bytes) return fail(streams_[0], Limit::Bytes);
     result.parts.push_back(std::move(part));
     return true;
 }
@@ -479,23 +497,20 @@ bool GroupBuilder::makeBits(GroupParts& result) {
             for (; at < end; ++at) together.push_back(std::move(others_[at]));
             ++units;
         } while (++i < exploding_.size());
-        auto part =
-            BitPart::make(together.data(), together.size(), options_, limits_.states, byteLimit);
-        if (part == nullptr) {
-            const bool isTooLong = states > limits_.states;
-            return fail(together[0], isTooLong ? limits_.states : limits_.bytes,
-                        isTooLong ? "states" : "bytes");
-        }
+        Limit passed = Limit::None;
+        auto part = BitPart::make(together.data(), together.size(), options_,
+                                  {limits_.states, byteLimit, limits_.work}, passed);
+        if (part == nullptr) return fail(together[0], passed);
         bytes_ += part->memory();
-        if (bytes_ > limits_.bytes) return fail(together[0], limits_.bytes, "bytes");
+        if (bytes_ > limits_.bytes) return fail(together[0], Limit::Bytes);
         result.parts.push_back(std::move(part));
     }
     return true;
 }
 
-bool GroupBuilder::fail(const Pattern& guilty, std::size_t limit, const char* units) {
+bool GroupBuilder::fail(const Pattern& guilty, Limit passed) {
     guiltyPath_ = guilty.path;
-    error_ = PatternList::limitError(guilty, limit, units);
+    error_ = PatternList::limitError(guilty, limits_, passed);
     return false;
 }
 

@@ -40,6 +40,7 @@ private:
     void countBytes(const Pattern& pattern);
     void joinNegated();
     void makeAutomata();
+    bool parseOthers();
     void takeCounting();
     bool maySuitStreams(const Pattern& pattern) const;
     bool determineWords();
@@ -51,7 +52,7 @@ private:
     bool makeTables(GroupParts& result);
     bool makeStreams(GroupParts& result);
     bool makeBits(GroupParts& result);
-    bool fail(const Pattern& guilty, std::size_t limit, const char* units);
+    bool fail(const Pattern& guilty, Limit passed);
 
     Vector<Pattern> patterns_;
     const PatternOptions options_;

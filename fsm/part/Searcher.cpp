@@ -26,27 +26,43 @@ std::unique_ptr<EnginePart> afterAnything(const EnginePart& part) {
 
 }  // namespace
 
-bool Searcher::build(Vector<Pattern>& patterns, const PatternOptions& options,
-                     const BuildLimits& limits) {
-    if (takeWords(patterns, options)) return true;
-    for (Pattern& pattern : patterns) pattern.parse(options);
-    if (!makeTable(patterns, limits, whole_)) return false;
+Limit Searcher::build(Vector<Pattern>& patterns, const PatternOptions& options,
+                      const BuildLimits& limits) {
+    if (takeWords(patterns, options)) return Limit::None;
+    const StateRoom room(limits.bytes);
+    try {
+        for (Pattern& pattern : patterns) pattern.parse(options);
+        return makeTables(patterns, limits);
+    } catch (const NoStateRoom&) {
+        return Limit::Bytes;
+    }
+}
+
+// The automata of whole texts and those that tell where matches end and where they begin.
+Limit Searcher::makeTables(Vector<Pattern>& patterns, const BuildLimits& limits) {
+    Limit passed = makeTable(patterns, limits, whole_);
+    if (passed != Limit::None) return passed;
     Vector<std::unique_ptr<EnginePart>> parts;
     for (Pattern& pattern : patterns) {
         parts.push_back(pattern.part->nonEmpty());
         pattern.part = afterAnything(*parts.back());
     }
-    if (!makeTable(patterns, limits, ends_)) return false;
+    passed = makeTable(patterns, limits, ends_);
+    if (passed != Limit::None) return passed;
     for (std::size_t i = 0; i < patterns.size(); ++i) {
         patterns[i].part = afterAnything(*parts[i]->reversed());
     }
     return makeTable(patterns, limits, begins_);
 }
 
-bool Searcher::makeTable(Vector<Pattern>& patterns, const BuildLimits& limits, Table& table) {
+Limit Searcher::makeTable(const Vector<Pattern>& patterns, const BuildLimits& limits,
+                          Table& table) {
     RawAutomaton raw;
-    return determinise(patterns.data(), patterns.size(), limits, raw) &&
-           table.build(std::move(raw), {}, {}, false, limits.bytes / sizeof(std::int32_t));
+    const Limit passed = determinise(patterns.data(), patterns.size(), limits, raw);
+    if (passed != Limit::None) return passed;
+    const bool isBuilt =
+        table.build(std::move(raw), {}, {}, false, limits.bytes / sizeof(std::int32_t));
+    return isBuilt ? Limit::None : Limit::Bytes;
 }
 
 bool Searcher::takeWords(const Vector<Pattern>& patterns, const PatternOptions& options) {

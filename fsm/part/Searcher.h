@@ -20,8 +20,9 @@ namespace FSM {
 /// and one that tells how long they are. Does not change once it is built.
 class Searcher {
 public:
-    /// False if the automata would pass the limits. No pattern is negated.
-    bool build(Vector<Pattern>& patterns, const PatternOptions& options, const BuildLimits& limits);
+    /// Gives the limit that the automata would pass, if any. No pattern is negated.
+    Limit build(Vector<Pattern>& patterns, const PatternOptions& options,
+                const BuildLimits& limits);
 
     /// Appends the matches in a text, in ascending order. Bytes of any value belong to it.
     void find(std::string_view text, Find what, std::vector<Match>& matches) const;
@@ -40,7 +41,8 @@ public:
 private:
     bool takeWords(const Vector<Pattern>& patterns, const PatternOptions& options);
     std::string_view inOneCase(std::string_view text) const;
-    bool makeTable(Vector<Pattern>& patterns, const BuildLimits& limits, Table& table);
+    Limit makeTables(Vector<Pattern>& patterns, const BuildLimits& limits);
+    Limit makeTable(const Vector<Pattern>& patterns, const BuildLimits& limits, Table& table);
     void addEnds(Table::Row row, std::size_t end, std::vector<Match>& matches) const;
     template <class Visitor>
     void visitWords(std::string_view text, std::size_t from, Visitor visit) const;

@@ -1,6 +1,7 @@
 #include "fsm/pattern/CharacterSet.h"
 
 #include <algorithm>
+#include <bitset>
 #include <map>
 
 namespace FSM {
@@ -77,16 +78,30 @@ private:
 std::unique_ptr<EnginePart> CharacterSet::part() {
     if (options_.ignoresCase) addOtherCases(ranges_, options_.isUtf8);
     if (!options_.isUtf8) {
-        auto part = std::make_unique<EnginePart>(isNegated_);
-        for (const auto& [first, last] : ranges_) {
-            part->addCharacters(static_cast<unsigned char>(first),
-                                static_cast<unsigned char>(last));
-        }
-        return part;
+        return bytesPart();
     }
     normalise();
     auto part = std::make_unique<EnginePart>(false);
     SequenceMaker(*part).run(ranges_);
+    return part;
+}
+
+// Each run of members once, however often the set names them.
+std::unique_ptr<EnginePart> CharacterSet::bytesPart() const {
+    std::bitset<256> bytes;
+    for (const auto& [first, last] : ranges_) {
+        for (char32_t byte = first; byte <= last; ++byte) bytes.set(byte);
+    }
+    if (isNegated_) bytes.flip();
+    auto part = std::make_unique<EnginePart>(false);
+    part->checkEndState();
+    for (unsigned first = 0; first < bytes.size(); ++first) {
+        if (!bytes[first]) continue;
+        unsigned last = first;
+        while (last + 1 < bytes.size() && bytes[last + 1]) ++last;
+        part->addCharacters(static_cast<unsigned char>(first), static_cast<unsigned char>(last));
+        first = last;
+    }
     return part;
 }
 

@@ -22,6 +22,7 @@ public:
     std::unique_ptr<EnginePart> part();
 
 private:
+    std::unique_ptr<EnginePart> bytesPart() const;
     void normalise();
 
     PatternOptions options_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <limits>
 #include <ostream>
 #include <string>
 
@@ -23,14 +24,48 @@ Pool<NonDetState>& nonDetStatePool() {
 // Made while the library is loaded, so that a fork never finds it half made.
 [[maybe_unused]] const auto& statePoolS = nonDetStatePool();
 
+// Of a state with what most of them hold besides.
+constexpr std::size_t bytesPerStateS = 128;
+
+// Bytes of the states that a thread has made, less those of the states that it has destroyed.
+struct StateBytes {
+    std::int64_t held = 0;
+    std::int64_t limit = std::numeric_limits<std::int64_t>::max();
+};
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local StateBytes stateBytesS;
+
+void takeRoom(std::size_t bytes) {
+    const std::int64_t held = stateBytesS.held + static_cast<std::int64_t>(bytes);
+    if (held > stateBytesS.limit) throw NoStateRoom();
+    stateBytesS.held = held;
+}
+
+void giveRoom(std::size_t bytes) { stateBytesS.held -= static_cast<std::int64_t>(bytes); }
+
 }  // namespace
+
+StateRoom::StateRoom(std::size_t bytes)
+    : before_(stateBytesS.held), outerLimit_(stateBytesS.limit) {
+    constexpr std::size_t most = std::numeric_limits<std::int64_t>::max() / 2;
+    stateBytesS.limit = before_ + static_cast<std::int64_t>(std::min(bytes, most));
+}
+
+StateRoom::~StateRoom() { stateBytesS.limit = outerLimit_; }
+
+std::size_t StateRoom::taken() const {
+    return static_cast<std::size_t>(std::max<std::int64_t>(stateBytesS.held - before_, 0));
+}
 
 NonDetState::NonDetState(std::int64_t id)
     : State(id != -1 ? id : nonDetStateobjIdS.fetch_add(1, std::memory_order_relaxed)),
       charge_(blockBytes(sizeof(NonDetState))) {
     constexpr std::size_t stepsToMake = 8;
     countWork(stepsToMake);
+    takeRoom(bytesPerStateS);
 }
+
+NonDetState::~NonDetState() { giveRoom(bytesPerStateS + transitions_.size() * sizeof(Transition)); }
 
 void* NonDetState::operator new(std::size_t) { return nonDetStatePool().take(); }
 
@@ -51,6 +86,13 @@ void NonDetState::succStates(unsigned char first, unsigned char last, State* tar
     if (last < first) return;
     if (target != nullptr && transitions().empty()) {
         only_ = {first, last, target};
+        return;
+    }
+    // Most sets are given in ascending order.
+    if (target != nullptr && !transitions_.empty() && transitions_.back().last + 1 < first) {
+        makeRoom(transitions_, charge_);
+        takeRoom(sizeof(Transition));
+        transitions_.push_back({first, last, target});
         return;
     }
     std::vector<Transition> changed;
@@ -87,6 +129,8 @@ void NonDetState::succStates(unsigned char first, unsigned char last, State* tar
     }
     const std::size_t before = transitions_.capacity() * sizeof(Transition);
     if (!changed.empty()) charge_.take(blockBytes(changed.capacity() * sizeof(Transition)));
+    takeRoom(changed.size() * sizeof(Transition));
+    giveRoom(transitions_.size() * sizeof(Transition));
     transitions_ = std::move(changed);
     if (before > 0) charge_.give(blockBytes(before));
 }

@@ -12,6 +12,26 @@
 
 namespace FSM {
 
+/// What a state throws that would pass the room of its thread.
+struct NoStateRoom {};
+
+/// While it lives, the states that the calling thread makes may take only so many bytes besides
+/// those that it gives back. May be nested; the innermost one counts.
+class StateRoom {
+public:
+    explicit StateRoom(std::size_t bytes);
+    StateRoom(const StateRoom&) = delete;
+    StateRoom& operator=(const StateRoom&) = delete;
+    ~StateRoom();
+
+    /// Bytes of the states made since then and still there.
+    std::size_t taken() const;
+
+private:
+    const std::int64_t before_;
+    const std::int64_t outerLimit_;
+};
+
 /// A state of the automaton fragments that patterns are read into. Used by one thread at a time.
 class NonDetState final : public State {
 public:
@@ -24,6 +44,7 @@ public:
 
     /// -1 takes the next identifier of the process.
     explicit NonDetState(std::int64_t id = -1);
+    ~NonDetState() override;
 
     static void* operator new(std::size_t size);
     static void operator delete(void* memory);

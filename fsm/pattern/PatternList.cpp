@@ -31,22 +31,23 @@ bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
         return false;
     }
     try {
+        const std::size_t left = byteLimit - std::min(byteLimit, bytes_);
         std::size_t bytes = sizeof(Pattern) + blockBytes(pattern.size());
+        if (bytes > left) throw NoStateRoom();
         std::unique_ptr<EnginePart> part;
         countWork(pattern.size() / 4 + 8);
         if (!keepsWords || !shape_.read(pattern, options_)) {
+            const StateRoom room(left - bytes);
             part = parsePattern(pattern, options_, error_);
             isUnparsed_ = part == nullptr;
             if (isUnparsed_) return false;
-            bytes += part->stateCount() * bytesPerStateCM;
+            bytes += room.taken();
         }
-        Pattern added{std::move(part), static_cast<std::int32_t>(path), pattern};
-        if (bytes > byteLimit - std::min(byteLimit, bytes_)) {
-            error_ = limitError(added, byteLimit, "bytes");
-            return false;
-        }
-        patterns_.push_back(std::move(added));
+        patterns_.push_back({std::move(part), static_cast<std::int32_t>(path), pattern});
         bytes_ += bytes;
+    } catch (const NoStateRoom&) {
+        error_ = limitError(static_cast<std::int32_t>(path), pattern, byteLimit, "bytes");
+        return false;
     } catch (const std::bad_alloc&) {
         error_ = "FSM::EnginePart::operator new():no memory available";
         return false;
@@ -69,10 +70,18 @@ std::vector<std::int32_t> PatternList::negatedPaths(const Pattern* first, std::s
     return sortedOnce(std::move(paths));
 }
 
-FND::String PatternList::limitError(const Pattern& guilty, std::size_t limit, const char* units) {
+FND::String PatternList::limitError(std::int32_t path, const FND::String& pattern,
+                                    std::size_t limit, const char* units) {
     constexpr std::size_t bytesShown = 200;
     return "limit of " + std::to_string(limit) + " " + units + " passed at pattern " +
-           std::to_string(guilty.path) + ": " + guilty.text.substr(0, bytesShown);
+           std::to_string(path) + ": " + pattern.substr(0, bytesShown);
+}
+
+FND::String PatternList::limitError(const Pattern& guilty, const BuildLimits& limits,
+                                    Limit passed) {
+    if (passed == Limit::States) return limitError(guilty, limits.states, "states");
+    if (passed == Limit::Bytes) return limitError(guilty, limits.bytes, "bytes");
+    return limitError(guilty, limits.work, "steps of work");
 }
 
 Vector<Pattern> PatternList::take() {

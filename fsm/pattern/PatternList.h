@@ -25,12 +25,18 @@ struct Pattern {
 };
 
 /// What an automaton, or all parts of a group, may take. The bytes are those of the finished
-/// automaton and of what is needed to build it.
+/// automaton and of what is needed to build it. The work is told in steps, most of which take a
+/// nanosecond or two, and is what may be spent besides an amount in proportion to the patterns.
 struct BuildLimits {
     static constexpr std::size_t defaultBytesCM = std::size_t{256} << 20;
+    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 27;
     std::size_t states;
     std::size_t bytes = defaultBytesCM;
+    std::size_t work = defaultWorkCM;
 };
+
+/// The limit that a build would have passed.
+enum class Limit { None, States, Bytes, Work };
 
 /// `paths` in ascending order, each once.
 std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths);
@@ -67,7 +73,13 @@ public:
     static std::vector<std::int32_t> negatedPaths(const Pattern* first, std::size_t count);
 
     /// The error text for a limit of so many `units`, such as "states", passed at `guilty`.
-    static FND::String limitError(const Pattern& guilty, std::size_t limit, const char* units);
+    static FND::String limitError(const Pattern& guilty, std::size_t limit, const char* units) {
+        return limitError(guilty.path, guilty.text, limit, units);
+    }
+    static FND::String limitError(std::int32_t path, const FND::String& pattern, std::size_t limit,
+                                  const char* units);
+    /// The one for that of `limits` that was passed.
+    static FND::String limitError(const Pattern& guilty, const BuildLimits& limits, Limit passed);
 
     /// Moves all patterns out.
     Vector<Pattern> take();
@@ -75,9 +87,6 @@ public:
     void clear();
 
 private:
-    // Memory of a state while patterns are kept.
-    static constexpr std::size_t bytesPerStateCM = 128;
-
     PatternOptions options_;
     Vector<Pattern> patterns_;
     Shape shape_;  // reused

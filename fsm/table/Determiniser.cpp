@@ -27,8 +27,8 @@ public:
           setsOf_(classes_.count()),
           raw_(raw),
           memberLimit_(std::max<std::size_t>(limits.states, 4096) * membersPerStateS),
-          stepLimit_(std::min(std::max<std::size_t>(limits.states, 4096) * stepsPerStateS,
-                              mostStepsS + nfa_.stateCount() * stepsPerStateS)),
+          stepLimit_(std::max<std::size_t>(limits.states, 4096) * stepsPerStateS),
+          workLimit_(limits.work + nfa_.stateCount() * workPerPlaceS),
           stateBytes_(classes_.count() * sizeof(std::uint32_t) + bytesPerStateS),
           memberStamps_(nfa_.stateCount()),
           visitStamps_(nfa_.stateCount()),
@@ -37,10 +37,23 @@ public:
           ownTargets_(classes_.count()) {
         for (const ByteSet& set : nfa_.sets()) classesOfSet_.push_back(classes_.classesOf(set));
         giveBits();
-        if (tails == Tails::Apart) findTails(count);
+        if (tails == Tails::Inside) return;
+        findTails(count);
+        isHopeless_ = tails == Tails::MustBeApart && !hasTailsApart();
     }
 
-    bool run() {
+    Limit run() {
+        if (isHopeless_) return Limit::States;
+        build();
+        const Limit passed = passedLimit();
+        if (passed != Limit::None) raw_ = RawAutomaton();
+        return passed;
+    }
+
+    std::size_t work() const { return steps_ + otherSteps_; }
+
+private:
+    void build() {
         raw_ = RawAutomaton();
         raw_.classOf = classes_.map();
         raw_.classCount = classes_.count();
@@ -49,18 +62,12 @@ public:
         listIndex(paths_);  // The first list is the empty one.
         stateOf(nfa_.starts());
         for (std::uint32_t state = 0; state < raw_.stateCount(); ++state) {
-            if (isPastLimit()) {
-                raw_ = RawAutomaton();
-                return false;
-            }
+            if (isPastLimit()) return;
             expand(state);
         }
-        if (isPastLimit()) return false;
-        giveLists();
-        return true;
+        if (!isPastLimit()) giveLists();
     }
 
-private:
     static constexpr std::uint32_t unknownS = ~std::uint32_t{0};
     static constexpr std::uint32_t largeS = unknownS - 1;
     // Last members of the sets that a newline leads to; higher than any state.
@@ -69,8 +76,7 @@ private:
     static constexpr StateIndex firstMarkS = leftMarkS;
     static constexpr std::size_t membersPerStateS = 128;
     static constexpr std::size_t stepsPerStateS = 2048;
-    // However large the limits are, what takes longer than a few seconds is refused.
-    static constexpr std::size_t mostStepsS = std::size_t{1} << 28;
+    static constexpr std::size_t workPerPlaceS = 512;
     // Of a state, besides its row while it is built and its row in the table.
     static constexpr std::size_t bytesPerStateS = 96;
     // Epsilon closures of up to this many states are kept.
@@ -80,12 +86,17 @@ private:
     static constexpr std::size_t partitionsS = 32;
     static constexpr unsigned noClassS = 256;
 
-    bool isPastLimit() const {
-        return raw_.stateCount() > stateLimit_ || sets_.lists().totalSize() > memberLimit_ ||
-               steps_ > stepLimit_ ||
-               raw_.stateCount() * stateBytes_ + sets_.lists().totalSize() * sizeof(StateIndex) >
-                   byteLimit_;
+    Limit passedLimit() const {
+        const std::size_t members = sets_.lists().totalSize();
+        if (raw_.stateCount() > stateLimit_ || members > memberLimit_ || steps_ > stepLimit_) {
+            return Limit::States;
+        }
+        if (raw_.stateCount() * stateBytes_ + members * sizeof(StateIndex) > byteLimit_) {
+            return Limit::Bytes;
+        }
+        return work() > workLimit_ ? Limit::Work : Limit::None;
     }
+    bool isPastLimit() const { return passedLimit() != Limit::None; }
 
     static FlatNfa reducedNfa(const Pattern* first, std::size_t count) {
         FlatNfa nfa(first, count);
@@ -439,6 +450,7 @@ private:
     ListIndex sets_;  // the deterministic states: sets of states that matter, sorted
     std::size_t memberLimit_;
     std::size_t stepLimit_;
+    std::size_t workLimit_;
     std::size_t stateBytes_;
     std::size_t steps_ = 0;
     std::size_t otherSteps_ = 0;  // of work that does not count for the limit
@@ -449,6 +461,7 @@ private:
     Vector<std::uint32_t> visitStamps_;   // the last union that passed through a state
     Vector<std::uint32_t> closureOf_;
     Lists closures_;
+    bool isHopeless_ = false;
     Vector<Tail> tails_;                   // empty if they should not be apart
     Vector<std::uint32_t> tailOf_;         // the tail of each state, if there are any
     Vector<std::uint32_t> stateOfTarget_;  // of a set that one target leads to
@@ -486,35 +499,38 @@ std::uint32_t* RowBlocks::add(std::uint32_t value) {
     return block.data() + block.size() - rowSize_;
 }
 
-bool determinise(const Pattern* first, std::size_t count, const BuildLimits& limits,
-                 RawAutomaton& raw, Tails tails) {
+Limit determinise(const Pattern* first, std::size_t count, const BuildLimits& limits,
+                  RawAutomaton& raw, Tails tails) {
     return Determiniser(first, count, limits, raw, tails).run();
 }
 
-std::size_t patternsThatFit(const Pattern* first, std::size_t count, const BuildLimits& limits,
-                            std::size_t guess) {
-    RawAutomaton raw;
+Guilty findGuilty(const Pattern* first, std::size_t count, const BuildLimits& limits,
+                  Limit passed) {
+    // Where work is what is limited, a part of it must do, or finding out would take too long.
+    const std::size_t mostWork = passed == Limit::Work ? limits.work / 4 : limits.work;
+    std::size_t workLeft = limits.work;
     std::size_t fit = 0;
-    std::size_t tooMany = count + 1;
-    auto tryOut = [&](std::size_t tried) {
-        bool fits = determinise(first, tried, limits, raw);
-        (fits ? fit : tooMany) = tried;
-        return fits;
-    };
-    // Up or down from the guess in steps that double, then by halves.
-    std::size_t tried = std::min(std::max<std::size_t>(guess, 1), count);
-    if (count == 0) return 0;
-    if (tryOut(tried)) {
-        for (std::size_t step = 1; fit < count; step *= 2) {
-            if (!tryOut(std::min(count, fit + step))) break;
-        }
-    } else {
-        for (std::size_t step = 1; tooMany > step + fit; step *= 2) {
-            if (tryOut(tooMany - step)) break;
+    Guilty guilty{count - 1, passed};
+    // Up in steps that double, as most lists grow faster the longer they are; then by halves.
+    for (std::size_t step = 1; guilty.place > fit;) {
+        std::size_t tried = fit + (guilty.place - fit + 1) / 2;
+        if (step > 0) tried = std::min(tried, fit + step);
+        const BuildLimits trial{limits.states, limits.bytes, std::min(mostWork, workLeft)};
+        RawAutomaton raw;
+        Determiniser determiniser(first, tried, trial, raw, Tails::Inside);
+        const Limit limit = determiniser.run();
+        // What is stopped before its own limit may be innocent.
+        if (limit == Limit::Work && trial.work < mostWork) break;
+        workLeft -= std::min(workLeft, determiniser.work());
+        if (limit == Limit::None) {
+            fit = tried;
+            step *= 2;
+        } else {
+            guilty = {tried - 1, limit};
+            step = 0;
         }
     }
-    while (tooMany - fit > 1) tryOut(fit + (tooMany - fit) / 2);
-    return fit;
+    return guilty;
 }
 
 }  // namespace FSM

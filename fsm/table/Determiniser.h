@@ -62,19 +62,27 @@ struct RawAutomaton {
 /// end of the line. Each such pattern may double the number of states, because a state tells which
 /// of them have matched. With tails apart a state only tells which of them matched just now
 /// ("settled"), and the walk over the automaton has to remember that until the next newline. Not
-/// done for negated patterns, or if no pattern ends this way.
-enum class Tails { Inside, Apart };
+/// done for negated patterns, or if no pattern ends this way; `MustBeApart` passes the limit of
+/// states then.
+enum class Tails { Inside, Apart, MustBeApart };
 
 /// Builds the deterministic automaton of `count` patterns from `first` on; the caller handles
-/// negation. Subset construction over byte classes, with hashed sets of states; no recursion. False
-/// if the automaton would pass `limits`, or if its sets of states grow out of proportion to them;
-/// `raw` is empty then. Throws std::bad_alloc and the exceptions of the budget.
-bool determinise(const Pattern* first, std::size_t count, const BuildLimits& limits,
-                 RawAutomaton& raw, Tails tails = Tails::Inside);
+/// negation. Subset construction over byte classes, with hashed sets of states; no recursion. Gives
+/// the limit that the automaton would pass, if any; `raw` is empty then. Sets of states that grow
+/// out of proportion pass the limit of states. Throws std::bad_alloc and the exceptions of the
+/// budget.
+Limit determinise(const Pattern* first, std::size_t count, const BuildLimits& limits,
+                  RawAutomaton& raw, Tails tails = Tails::Inside);
 
-/// How many of the `count` patterns from `first` on, taken in order, fit into one automaton of that
-/// keeps to `limits`. Takes the fewest trials if it is near `guess`.
-std::size_t patternsThatFit(const Pattern* first, std::size_t count, const BuildLimits& limits,
-                            std::size_t guess = 1);
+/// Where a list of patterns that does not fit into one automaton passes a limit.
+struct Guilty {
+    std::size_t place;  // of a pattern with which those before it do not fit
+    Limit passed;
+};
+
+/// Of `count` patterns from `first` on that passed the limit `passed`: the first that is guilty. A
+/// later one if finding it would take more work than the limit allows, and an earlier one, where
+/// the patterns take a good part of the work, if work is what is limited.
+Guilty findGuilty(const Pattern* first, std::size_t count, const BuildLimits& limits, Limit passed);
 
 }  // namespace FSM

@@ -40,8 +40,17 @@ public:
     using Row = std::uint32_t;
     using Paths = std::vector<std::int32_t>;
 
-    /// Path numbers that all lists together may have, for each state allowed.
-    static constexpr std::size_t listedPerStateCM = 128;
+    /// How many path numbers all lists together may have, and which limit that is.
+    struct MostListed {
+        explicit MostListed(const BuildLimits& limits)
+            : isByStates(limits.states < limits.bytes / sizeof(std::int32_t) / perStateCM),
+              numbers(isByStates ? limits.states * perStateCM
+                                 : limits.bytes / sizeof(std::int32_t)) {}
+        static constexpr std::size_t perStateCM = 128;
+        bool isByStates;
+        std::size_t numbers;
+        Limit limit() const { return isByStates ? Limit::States : Limit::Bytes; }
+    };
 
     Table() = default;
     Table(const Table&) = delete;

@@ -190,7 +190,8 @@ private:
 std::unique_ptr<SearchAutomaton> SearchAutomaton::make(std::string_view pattern) {
     const FSM::Pattern read{PieceReader(pattern).read(), 0, {}};
     FSM::RawAutomaton raw;
-    if (!read.part || !FSM::determinise(&read, 1, {maxStatesCM - firstCM}, raw) ||
+    if (!read.part ||
+        FSM::determinise(&read, 1, {maxStatesCM - firstCM}, raw) != FSM::Limit::None ||
         raw.acceptsEmpty())
         return nullptr;
 
