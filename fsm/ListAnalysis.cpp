@@ -2,8 +2,11 @@
 #include <map>
 #include <new>
 #include <set>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
+#include "fnd/SeededHash.h"
 #include "fsm/Analysis.h"
 #include "fsm/Engine.h"
 #include "fsm/EngineGroup.h"
@@ -32,7 +35,10 @@ public:
         for (std::size_t i = 0; i < patterns_.size(); ++i) {
             if (!group_.insertPattern(patterns_[i])) return false;
             kinds_[i] = kindOf(patterns_[i]);
+            if (kinds_[i] == Kind::Inside) inside_.push_back(static_cast<std::int32_t>(i));
+            if (kinds_[i] == Kind::General || kinds_[i] == Kind::Open) ++wideCount_;
         }
+        wideCount_ += inside_.size();
         if (!group_.finalSetup()) return false;
         for (std::size_t i = 0; i < patterns_.size(); ++i) {
             const auto path = static_cast<std::int32_t>(i);
@@ -53,6 +59,7 @@ private:
     // Automata made of pairs; most take a tenth of a millisecond.
     static constexpr std::size_t mostPairsCM = 20000;
     static constexpr std::size_t mostStatesCM = 4096;
+    static constexpr std::size_t mostWorkCM = std::size_t{1} << 18;
 
     Kind kindOf(const FND::String& pattern) {
         if (!shape_.read(pattern, options_)) return Kind::General;
@@ -81,6 +88,14 @@ private:
     // Whatever follows the shortest text of such a pattern, those that go on matching do so.
     void examineWord(std::int32_t path) {
         const FND::String text = textOf(path);
+        const auto known =
+            firstOf_.try_emplace(patterns_[static_cast<std::size_t>(path)], path).first;
+        if (known->second != path && !hasRoom()) {
+            // What was found for an equal one holds here, too.
+            const auto first = shadowed_.find(known->second);
+            shadow(path, first == shadowed_.end() ? known->second : first->second.first, text);
+            return;
+        }
         group_.process(text, matching_);
         const Paths matching = matching_;
         for (const std::int32_t other : matching) {
@@ -98,10 +113,10 @@ private:
         }
         if (kind(path) == Kind::Word || text.find('\n') != FND::String::npos) return;
         // Some texts begin with this word and hold the other one after it.
-        for (std::int32_t other = 0;
-             hasRoom() && other < static_cast<std::int32_t>(patterns_.size()); ++other) {
+        for (const std::int32_t other : inside_) {
+            if (!hasRoom()) break;
             countWork(1);
-            if (kind(other) != Kind::Inside || other == path) continue;
+            if (other == path) continue;
             if (!std::binary_search(matching.begin(), matching.end(), other)) {
                 overlap(path, other, text + textOf(other));
             }
@@ -109,9 +124,15 @@ private:
     }
 
     void examineGeneral(std::int32_t path) {
+        ++generalsSeen_;
+        if (!hasTime()) {
+            notExamined_ += wideCount_ - generalsSeen_;
+            return;
+        }
         Engine engine;
         engine.options(options_);
         engine.stateLimit(mostStatesCM);
+        engine.workLimit(mostWorkCM);
         engine.addPattern(patterns_[static_cast<std::size_t>(path)]);
         const bool isAlone = !isNegated(path) && engine.finalSetup();
         if (isAlone && !analyse(engine, 0).value_or(Analysis()).empty.empty()) {
@@ -128,11 +149,18 @@ private:
 
     void examinePair(std::int32_t one, std::int32_t other) {
         const std::pair pair = std::minmax(one, other);
+        if (!hasTime()) {
+            // Those of a pattern that is no word are counted with it.
+            if (kind(one) == Kind::Word || kind(one) == Kind::General) ++notExamined_;
+            return;
+        }
         if (!examined_.insert(pair).second) return;
         Engine engine;
         engine.options(options_);
         engine.stateLimit(mostStatesCM);
-        if (isNegated(one) || isNegated(other) || pairs_++ >= mostPairsCM ||
+        engine.workLimit(mostWorkCM);
+        ++pairs_;
+        if (isNegated(one) || isNegated(other) ||
             !engine.addPattern(patterns_[static_cast<std::size_t>(pair.first)]) ||
             !engine.addPattern(patterns_[static_cast<std::size_t>(pair.second)]) ||
             !engine.finalSetup()) {
@@ -152,6 +180,7 @@ private:
         }
     }
 
+    bool hasTime() const { return pairs_ < mostPairsCM; }
     bool hasRoom() const { return overlaps_.size() <= maxOverlaps_; }
 
     void overlap(std::int32_t one, std::int32_t other, const FND::String& text) {
@@ -182,6 +211,10 @@ private:
     const std::size_t maxOverlaps_;
     const PatternOptions options_;
     std::vector<Kind> kinds_;
+    Paths inside_;               // those of this kind
+    std::size_t wideCount_ = 0;  // of those that are more than a word
+    std::size_t generalsSeen_ = 0;
+    std::unordered_map<std::string_view, std::int32_t, FND::SeededHash, std::equal_to<>> firstOf_;
     Shape shape_;
     EngineGroup group_;
     Paths matching_;

@@ -13,8 +13,8 @@ namespace FSM {
 
 /// A hash of the numbers from `begin` to `end`, which depends on their order and on the seed of
 /// the process.
-inline std::uint64_t hashOf(const std::uint32_t* begin, const std::uint32_t* end) {
-    std::uint64_t hash = FND::hashSeed().second;
+inline std::uint64_t hashOf(const std::uint32_t* begin, const std::uint32_t* end,
+                            std::uint64_t hash = FND::hashSeed().second) {
     for (; begin != end; ++begin) {
         hash = (hash ^ *begin) * 0xff51afd7ed558ccdu;
         hash ^= hash >> 32;
@@ -57,7 +57,7 @@ public:
     std::uint32_t find(const Vector<std::uint32_t>& values) {
         const std::uint32_t* begin = values.data();
         const std::uint32_t* end = begin + values.size();
-        std::uint64_t hash = hashOf(begin, end);
+        const std::uint64_t hash = hashOf(begin, end, seed_);
         std::size_t slot = hash & (slots_.size() - 1);
         for (; slots_[slot] != noneCM; slot = (slot + 1) & (slots_.size() - 1)) {
             std::uint32_t list = slots_[slot];
@@ -87,6 +87,7 @@ private:
         }
     }
 
+    const std::uint64_t seed_ = FND::hashSeed().second;
     Lists lists_;
     Vector<std::uint64_t> hashes_;
     Vector<std::uint32_t> slots_;  // a power of two
