@@ -53,8 +53,9 @@ public:
     bool finalSetup() override;
 
     /// Fills `paths` with the numbers of the patterns that match the whole text, ascending and each
-    /// once. The text ends at its first NUL if it holds one. `paths` keeps its memory between
-    /// calls; no other memory is taken.
+    /// once. The text ends at its first NUL if it holds one. No memory is taken but that of `paths`,
+    /// which keeps it between calls, and a scratch space that each thread keeps for all groups;
+    /// both grow to what the largest group and, with `ignoresCase`, the longest text need.
     void process(std::string_view text, std::vector<std::int32_t>& paths) const;
     /// The same for a row of words; nothing matches unless there is exactly one.
     void process(std::span<const std::string_view> words,
@@ -68,8 +69,8 @@ public:
     void matchAll(std::span<const std::string_view> texts, std::vector<std::size_t>& ends,
                   std::vector<std::int32_t>& paths) const;
 
-    /// The lowest path number that `process` reports for the text, or -1. Takes no memory and no
-    /// lock.
+    /// The lowest path number that `process` reports for the text, or -1. Takes no lock, and no
+    /// memory but the scratch space of the thread.
     std::int32_t firstPath(const char* text, std::size_t length) const;
     std::int32_t firstPath(std::string_view text) const {
         return firstPath(text.data(), text.size());

@@ -39,8 +39,8 @@ public:
     virtual bool finalSetup() = 0;
 
     /// Fills `paths` with the numbers of the rows that match the words, ascending and each once. A
-    /// word ends at its first NUL. `paths` keeps its memory between calls; no other memory is
-    /// taken.
+    /// word ends at its first NUL. No memory is taken but that of `paths`, which keeps it between
+    /// calls, and a scratch space that each thread keeps.
     virtual void process(std::span<const std::string_view> words,
                          std::vector<std::int32_t>& paths) const = 0;
     /// The lowest number that `process` gives, or -1.

@@ -183,9 +183,9 @@ TEST(FsmGroup, Failures) {
     // More moves than the work allows.
     EngineGroup busy;
     busy.workLimit(10000);
-    EXPECT_TRUE(busy.insertPattern("x.*") && busy.insertPattern("(a|b)*a(a?b?){200}"));
+    EXPECT_TRUE(busy.insertPattern("x.*") && busy.insertPattern("(a|b)*a(a|b){300}"));
     EXPECT_FALSE(busy.finalSetup());
-    EXPECT_EQ(busy.error(), "limit of 10000 steps of work passed at pattern 1: (a|b)*a(a?b?){200}");
+    EXPECT_EQ(busy.error(), "limit of 10000 steps of work passed at pattern 1: (a|b)*a(a|b){300}");
     // Too many places for bits, but few states of an automaton that passes the limit of a part.
     EngineGroup tight;
     tight.partLimit(1);
