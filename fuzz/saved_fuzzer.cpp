@@ -22,12 +22,24 @@ struct TemporaryFile {
     std::string path;
 };
 
-// Lists that make each kind of parts; the last one is that of an engine.
+struct List {
+    std::vector<std::string> patterns;
+    std::size_t partLimit;
+    bool isChanged;
+};
+
+// Lists that make each kind of parts, together and alone; the last file is that of an engine.
 std::vector<std::string> contents(const std::string& file) {
-    const std::vector<std::vector<std::string>> lists = {
-        {"ab", "abc.*", "longer than eight", ".*bca.*", ".*ab.*c.*", "a.*b"},
-        {"[ab]+c", "!b*", "a.*|c.*", "(ab|c)\n.*"},
-        {".*a.{30}b.*", "x{2,30}.*y.{20}"}};
+    const std::vector<List> lists = {
+        {{"ab", "abc.*", "longer than eight", ".*bca.*", ".*ab.*c.*", "a.*b"}, 50, false},
+        {{"[ab]+c", "!b*", "a.*|c.*", "(ab|c)\n.*"}, 50, false},
+        {{".*a.{30}b.*", "x{2,30}.*y.{20}"}, 50, false},
+        // One table; one with tails apart; trees of words and searches for words alone.
+        {{"[ab]+c", "ab.*", "c{3}"}, 0, false},
+        {{".*ab.*", ".*bc.*", ".*ca.*", ".*bb.*", ".*cab.*", ".*y.*", ".*xx.*"}, 0, false},
+        {{"ab", "abc.*", "longer.*", "c\nab.*"}, 50, false},
+        {{".*bca.*", ".*ab.*c.*", "a.*b"}, 50, false},
+        {{"[ab]+c", "abcabc", ".*ab.*", "a.*", "x[xy]*"}, 0, true}};
     std::vector<std::string> saved;
     FND::String error;
     const auto keep = [&](char kind) {
@@ -35,19 +47,34 @@ std::vector<std::string> contents(const std::string& file) {
         if (!error.empty() || !mapped.map(file, kind).empty()) std::abort();
         saved.emplace_back(mapped.content());
     };
-    for (const std::vector<std::string>& list : lists) {
+    for (const List& list : lists) {
         FSM::EngineGroup group;
-        group.partLimit(50);
-        for (const std::string& pattern : list) group.insertPattern(pattern);
-        if (!group.finalSetup() || !group.save(file, error)) std::abort();
+        group.partLimit(list.partLimit);
+        group.isChangeable(list.isChanged);
+        for (const std::string& pattern : list.patterns) group.insertPattern(pattern);
+        if (!group.finalSetup()) std::abort();
+        if (list.isChanged) {
+            group.insertPattern("ab[a-c]*");
+            group.insertPattern("longer.*");
+            if (group.removePatterns(1) != 1 || !group.finalSetup()) std::abort();
+        }
+        if (!group.save(file, error)) std::abort();
         keep('g');
     }
     FSM::Engine engine;
-    for (const std::string& pattern : lists[1]) engine.insertPattern(pattern);
+    for (const std::string& pattern : lists[1].patterns) engine.insertPattern(pattern);
     if (!engine.finalSetup() || !engine.save(file, error)) std::abort();
     keep('e');
     return saved;
 }
+
+constexpr std::string_view textsS[] = {"",
+                                       "ab",
+                                       "abcabc",
+                                       "longer than eight",
+                                       "c\nab\n",
+                                       "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab",
+                                       "xxyxxxyxyxyxyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy"};
 
 template <class Engine, class Match>
 void tryOut(const std::string& file, Match match) {
@@ -56,11 +83,7 @@ void tryOut(const std::string& file, Match match) {
         if (engine->error().empty()) std::abort();
         return;
     }
-    for (const std::string_view text :
-         {"", "ab", "abcabc", "longer than eight", "c\nab\n", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab",
-          "xxyxxxyxyxyxyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy"}) {
-        match(*engine, text);
-    }
+    for (const std::string_view text : textsS) match(*engine, text);
 }
 
 }  // namespace
@@ -91,9 +114,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (!FSM::SavedFile::write(fileS.path, content, kind).empty()) std::abort();
     }
     std::vector<std::int32_t> paths;
+    std::vector<std::size_t> ends;
     tryOut<FSM::EngineGroup>(fileS.path, [&](const FSM::EngineGroup& group, std::string_view text) {
         group.process(text, paths);
         group.firstPath(text);
+        if (text.empty()) group.matchAll(textsS, ends, paths);
     });
     tryOut<FSM::Engine>(fileS.path, [&](const FSM::Engine& engine, std::string_view text) {
         paths = engine.process(text)->pathNumbers();

@@ -195,6 +195,18 @@ TEST(FsmGroup, Failures) {
     EXPECT_EQ(processed(tight, std::string("abx")), Paths{0});
 }
 
+// Letters in both cases neither count bytes nor make an automaton explode.
+TEST(FsmGroup, CasesStayTogether) {
+    EngineGroup group;
+    group.options({.ignoresCase = true});
+    for (char c = 'a'; c <= 'z'; ++c) {
+        ASSERT_TRUE(group.insertPattern(std::string(".*some").append(2, c) + "words[0-9].*"));
+    }
+    ASSERT_TRUE(group.finalSetup());
+    EXPECT_EQ(group.partCount(), 1U);
+    EXPECT_EQ(processed(group, std::string("1SoMeBbWORDS2 sOmeZZwords3")), (Paths{1, 25}));
+}
+
 TEST(FsmGroup, ChangesMasksAndBatches) {
     EngineGroup group;
     group.isChangeable(true);

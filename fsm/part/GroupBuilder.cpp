@@ -304,11 +304,15 @@ bool GroupBuilder::maySuitStreams(const Pattern& pattern) const {
     std::size_t wide = 0;
     for (const State* state : pattern.part->interior().members()) {
         const auto& each = *static_cast<const NonDetState*>(state);
-        if (each.wildCardState() != nullptr || each.transitions().size() > 1 ||
-            (!each.transitions().empty() &&
-             each.transitions()[0].first != each.transitions()[0].last)) {
-            ++wide;
+        std::size_t bytes = 0;
+        std::size_t difference = 0;
+        for (const NonDetState::Transition& transition : each.transitions()) {
+            bytes += transition.last - transition.first + std::size_t{1};
+            difference ^= transition.first;
         }
+        // A letter in both cases is no choice.
+        const bool isLetter = bytes == 2 && difference == ('a' ^ 'A');
+        if (each.wildCardState() != nullptr || (bytes > 1 && !isLetter)) ++wide;
     }
     countWork(pattern.part->stateCount() / 4 + 1);
     return wide >= fewWideS;

@@ -148,13 +148,21 @@ private:
             isAnywhere[state] = loops_[state].any();
             for (const Entry& entry : entries_[state]) {
                 if (isAnywhere[entry.from]) isAnywhere[state] = true;
-                if (nfa_.sets()[entry.set].count() > 1 && loops_[state].none()) {
+                if (isWide(nfa_.sets()[entry.set]) && loops_[state].none()) {
                     counted[state] = std::max(counted[state], counted[entry.from] + 1);
                 }
             }
             if (isAnywhere[state] && counted[state] >= longGapS) return true;
         }
         return false;
+    }
+
+    // Whether a set leaves a choice, besides that between the cases of a letter.
+    static bool isWide(const ByteSet& set) {
+        if (set.count() != 2) return set.count() > 1;
+        unsigned difference = 0;
+        forMembers(set, [&](unsigned byte) { difference ^= byte; });
+        return difference != ('a' ^ 'A');
     }
 
     Place findPlace(std::uint32_t state) {
