@@ -134,11 +134,11 @@ private:
 
 bool isComparison(Op op) { return op >= Op::Less && op <= Op::GreaterEqual; }
 // Whether it only computes or goes somewhere, so that no other value changes.
-bool isPlain(Op op) { return op <= Op::StoreBool; }
+bool runsNothingElse(Op op) { return op <= Op::StoreBool; }
 
-class Pass {
+class ComparisonPass {
 public:
-    explicit Pass(Listing& listing)
+    explicit ComparisonPass(Listing& listing)
         : listing_(listing), facts_(listing), isEntered_(listing.operations.size() + 1) {
         for (const std::uint32_t place : listing.labels) isEntered_[place] = true;
     }
@@ -151,7 +151,7 @@ public:
                 meetJump(operation, i);
             } else if (isComparison(operation.op)) {
                 compute(operation);
-            } else if (!isPlain(operation.op)) {
+            } else if (!runsNothingElse(operation.op)) {
                 facts_.clear();
             }
             if (!operation.target) continue;
@@ -214,6 +214,6 @@ private:
 
 }  // namespace
 
-void dropKnownComparisons(Listing& listing) { Pass(listing).run(); }
+void dropKnownComparisons(Listing& listing) { ComparisonPass(listing).run(); }
 
 }  // namespace SCR::Code

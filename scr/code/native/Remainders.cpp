@@ -10,7 +10,7 @@ namespace SCR::Code {
 namespace {
 
 // Whether it only computes: it goes nowhere and calls nothing.
-bool isPlain(Op op) { return op <= Op::GreaterEqual || isSelect(op); }
+bool isArithmetic(Op op) { return op <= Op::GreaterEqual || isSelect(op); }
 
 bool comparesWithZero(const Listing& listing, const Operation& operation) {
     switch (operation.op) {
@@ -27,9 +27,10 @@ bool comparesWithZero(const Listing& listing, const Operation& operation) {
     }
 }
 
-class Pass {
+class RemainderPass {
 public:
-    explicit Pass(Listing& listing) : listing_(listing), isEntered_(listing.operations.size() + 1) {
+    explicit RemainderPass(Listing& listing)
+        : listing_(listing), isEntered_(listing.operations.size() + 1) {
         for (const std::uint32_t place : listing.labels) isEntered_[place] = true;
     }
 
@@ -59,7 +60,7 @@ private:
         std::size_t i = at;
         while (i > 0 && !isEntered_[i]) {
             const Operation& operation = listing_.operations[--i];
-            if (!isPlain(operation.op)) return at;
+            if (!isArithmetic(operation.op)) return at;
             if (operation.target != remainder) continue;
             const bool isOfConstant =
                 operation.op == Op::Remainder && operation.b.is(Ref::Kind::Constant);
@@ -80,6 +81,6 @@ private:
 
 }  // namespace
 
-void testRemainders(Listing& listing) { Pass(listing).run(); }
+void testRemainders(Listing& listing) { RemainderPass(listing).run(); }
 
 }  // namespace SCR::Code
