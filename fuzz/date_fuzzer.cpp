@@ -2,20 +2,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "Check.h"
 #include "fnd/DateTime.h"
 
 namespace {
 
 constexpr std::int64_t dayS = 86'400;
 
-void check(bool holds) {
-    if (!holds) std::abort();
-}
+using Fuzz::check;
 
 bool isLeapYear(std::int64_t year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
 

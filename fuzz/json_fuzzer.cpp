@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Check.h"
 #include "records/json/JsonRecord.h"
 
 namespace {
@@ -19,9 +20,7 @@ namespace {
 using Records::JsonRecord;
 using Kind = JsonRecord::Kind;
 
-void check(bool holds) {
-    if (!holds) std::abort();
-}
+using Fuzz::check;
 
 // A JSON value, read byte by byte: the second opinion on the record's.
 struct Node {

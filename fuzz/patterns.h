@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "fuzz/Check.h"
 #include "tests/fsm_reference.h"
 
 /// What the doors for patterns share.
@@ -53,10 +53,6 @@ inline bool hasLargeCount(std::string_view pattern) {
         digits = 0;
     }
     return false;
-}
-
-inline void check(bool holds) {
-    if (!holds) std::abort();
 }
 
 }  // namespace Fuzz

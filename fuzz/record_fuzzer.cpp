@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Check.h"
 #include "records/read/Record.h"
 #include "records/read/RecordReader.h"
 
@@ -23,9 +23,7 @@ const Records::StopSignal stopS;
 // Skipped at the start of a file.
 constexpr std::string_view byteOrderMarkS = "\xEF\xBB\xBF";
 
-void check(bool holds) {
-    if (!holds) std::abort();
-}
+using Fuzz::check;
 
 // A file in memory with `content`, to be read from its start.
 int fileOf(std::string_view content) {

@@ -1,18 +1,14 @@
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "Check.h"
 #include "scr/Interpreter.h"
 #include "scr/Log.h"
 
 /// Shared by the doors that run scripts.
 namespace Fuzz {
-
-inline void check(bool holds) {
-    if (!holds) std::abort();
-}
 
 /// Keeps the messages and counts the errors among them.
 class CountingLog final : public SCR::Log {
