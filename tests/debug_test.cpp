@@ -7,9 +7,9 @@ namespace {
 
 using Harness::Json;
 
-class Client final : public Harness::Program {
+class DebugClient final : public Harness::Program {
 public:
-    Client() : Program({"debug", "--dap"}) {}
+    DebugClient() : Program({"debug", "--dap"}) {}
 
     int send(const std::string& command, const Json& arguments) {
         write(framed(Json{
@@ -58,7 +58,7 @@ protected:
         if (action == "file") {
             folder_.write(name, block);
         } else if (action == "start") {
-            client_ = std::make_unique<Client>();
+            client_ = std::make_unique<DebugClient>();
             client_->request("initialize", {{"adapterID", "kestrel"}});
         } else if (action == "event") {
             return client_->event(name, json);
@@ -71,7 +71,7 @@ protected:
         } else if (action == "answer") {
             return client_->answer(sent_);
         } else if (action == "raw") {
-            client_->write(Client::framed(block));
+            client_->write(DebugClient::framed(block));
         } else if (action == "close") {
             client_->hangUp();
         } else if (action == "exit") {
@@ -83,7 +83,7 @@ protected:
     }
 
     const Harness::Folder folder_;
-    std::unique_ptr<Client> client_;
+    std::unique_ptr<DebugClient> client_;
     int sent_ = 0;
 };
 

@@ -1,13 +1,12 @@
 // The layout of scripts: what it looks like, and that it changes nothing else.
 #include "Script.h"
+#include "Scripts.h"
 
 #include "author/Format.h"
 #include "scr/advice/SourceTokens.h"
 #include "scr/parser/Crypt.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 using Author::format;
 
@@ -66,32 +65,7 @@ TEST(Format, KeepsLineEndsMarksAndScrambling) {
 
 // All scripts of the cases and examples.
 std::vector<std::string> scripts() {
-    std::vector<std::string> scripts;
-    for (const char* folder : {"/cases", "/hostile", "/../examples"}) {
-        for (const auto& entry :
-             fs::recursive_directory_iterator(KESTREL_TEST_DATA + std::string(folder))) {
-            if (!entry.is_regular_file()) continue;
-            std::ifstream stream(entry.path(), std::ios::binary);
-            if (entry.path().extension() == ".ks") {
-                scripts.emplace_back(std::istreambuf_iterator<char>(stream),
-                                     std::istreambuf_iterator<char>());
-            }
-            if (entry.path().extension() != ".cases") continue;
-            std::string line;
-            bool isScript = false;
-            while (std::getline(stream, line)) {
-                if (line.starts_with("===")) {
-                    scripts.emplace_back();
-                    isScript = true;
-                } else if (line.starts_with("---")) {
-                    isScript = false;
-                } else if (isScript) {
-                    scripts.back() += line + '\n';
-                }
-            }
-        }
-    }
-    return scripts;
+    return Harness::scriptsBelow({"/cases", "/hostile", "/../examples"});
 }
 
 // What `check` says of the text, without its lines.

@@ -105,7 +105,7 @@ TEST_P(HostileTest, IsStopped) {
 
 std::vector<fs::path> scripts() {
     std::vector<fs::path> found;
-    for (const fs::directory_entry& entry : fs::directory_iterator(KESTREL_HOSTILE_FOLDER)) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(KESTREL_TEST_DATA "/hostile")) {
         if (entry.path().extension() == ".ks") found.push_back(entry.path());
     }
     std::sort(found.begin(), found.end());

@@ -5,9 +5,9 @@ namespace {
 
 using Harness::Json;
 
-class Client final : public Harness::Program {
+class LspClient final : public Harness::Program {
 public:
-    Client() : Program({"lsp"}) {}
+    LspClient() : Program({"lsp"}) {}
 
     void notify(const std::string& method, const Json& params) const {
         write(framed(Json{{"jsonrpc", "2.0"}, {"method", method}, {"params", params}}.dump()));
@@ -54,7 +54,7 @@ class LspTest : public testing::Test {
 protected:
     std::string uri(const std::string& file) const { return "file://" + folder_.path(file); }
     void start() {
-        client_ = std::make_unique<Client>();
+        client_ = std::make_unique<LspClient>();
         client_->request("initialize", {{"rootUri", "file://" + folder_.path()}});
         client_->notify("initialized", Json::object());
     }
@@ -90,7 +90,7 @@ protected:
         } else if (action == "workspace/didChangeConfiguration") {
             client_->notify(action, Json::parse(block));
         } else if (action == "raw") {
-            client_->write(Client::framed(block));
+            client_->write(LspClient::framed(block));
             return client_->answer(Json::parse(block, nullptr, false).is_object() ? Json(77)
                                                                                   : Json());
         } else {
@@ -104,7 +104,7 @@ protected:
     }
 
     const Harness::Folder folder_;
-    std::unique_ptr<Client> client_;
+    std::unique_ptr<LspClient> client_;
     std::map<std::string, int> versions_;
 };
 
@@ -121,14 +121,14 @@ TEST_F(LspTest, AnswersAsInTheTranscript) {
 }
 
 TEST_F(LspTest, ServesOnAfterWhatIsWrong) {
-    client_ = std::make_unique<Client>();
+    client_ = std::make_unique<LspClient>();
     const auto code = [&](const std::string& method, const Json& params) {
         return client_->request(method, params).value("code", 0);
     };
     EXPECT_EQ(code("textDocument/hover", Json::object()), -32002);
     client_->write("Content-Length: x\r\nNonsense\r\n\r\nContent-Length: 3\r\n\r\n{]}");
     EXPECT_EQ(client_->answer(nullptr)["code"], -32700);
-    client_->write(Client::framed("7"));
+    client_->write(LspClient::framed("7"));
     EXPECT_EQ(client_->answer(nullptr)["code"], -32600);
     EXPECT_TRUE(client_->request("initialize", {{"rootUri", nullptr}}).contains("capabilities"));
     EXPECT_EQ(code("initialize", Json::object()), -32600);
@@ -136,8 +136,8 @@ TEST_F(LspTest, ServesOnAfterWhatIsWrong) {
     EXPECT_EQ(code("textDocument/hover", Json::array()), -32602);
     EXPECT_EQ(code("textDocument/hover", {{"textDocument", {{"uri", 3}}}}), -32602);
     client_->notify("textDocument/didChange", {{"textDocument", 7}});
-    client_->write(Client::framed(R"({"id": 1, "method": "x", "params": )" +
-                                  std::string(1000000, '[') + std::string(1000000, ']') + "}"));
+    client_->write(LspClient::framed(R"({"id": 1, "method": "x", "params": )" +
+                                     std::string(1000000, '[') + std::string(1000000, ']') + "}"));
     EXPECT_EQ(client_->answer(nullptr)["code"], -32700);
     EXPECT_TRUE(client_
                     ->request("textDocument/hover", {{"textDocument", {{"uri", "file:///none"}}},

@@ -25,7 +25,7 @@ using SCR::Interpreter;
 using SCR::Limits;
 
 // Counts messages and keeps none, so that the memory of an interpreter can be measured.
-struct CountingLog final : SCR::Log {
+struct StopLog final : SCR::Log {
     void log(const FND::String& message, FND::Status::Severity /*severity*/) override {
         if (message.find("stopped by a test") != FND::String::npos) ++stops;
     }
@@ -35,7 +35,7 @@ struct CountingLog final : SCR::Log {
 // Compiles and executes `script`, and makes question number `question` stop it. False when there
 // were fewer questions.
 bool runStopped(const std::string& script, std::int64_t question, SCR::CodeTier tier) {
-    CountingLog log;
+    StopLog log;
     Interpreter interpreter(&log);
     interpreter.codeTier(tier);
     interpreter.runControl().stopAtQuestion(question);
@@ -70,7 +70,7 @@ std::int64_t sweep(const std::string& script, SCR::CodeTier tier = SCR::CodeTier
 // compiles before.
 std::int64_t questionsOfRun(const std::string& script, SCR::CodeTier tier) {
     const Harness::StdoutCapture capture;
-    CountingLog log;
+    StopLog log;
     Interpreter interpreter(&log);
     interpreter.codeTier(tier);
     interpreter.runControl().stopAtQuestion(std::int64_t{1} << 40);

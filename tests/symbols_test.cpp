@@ -1,13 +1,12 @@
 // The index of a script's names, and the texts that editors change.
 #include "Script.h"
+#include "Scripts.h"
 
 #include "author/PatternExamples.h"
 #include "author/SymbolIndex.h"
 #include "author/server/Documents.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 using Author::Position;
 using Author::SourceText;
@@ -21,7 +20,7 @@ SymbolIndex indexOf(const std::string& text) {
 }
 
 // The codes of what `check` says of a text.
-std::string verdict(const std::string& text) {
+std::string codesOf(const std::string& text) {
     Harness::MemoryLog log;
     SCR::Interpreter interpreter(&log);
     std::string codes = interpreter.check(text) ? "compiles" : "does not compile";
@@ -33,29 +32,13 @@ std::string verdict(const std::string& text) {
     return codes;
 }
 
-std::vector<std::string> scripts() {
-    std::vector<std::string> scripts;
-    for (const auto& entry : fs::directory_iterator(KESTREL_TEST_DATA "/cases")) {
-        std::ifstream stream(entry.path(), std::ios::binary);
-        std::string line;
-        bool isScript = false;
-        while (std::getline(stream, line)) {
-            const bool isTitle = line.starts_with("===");
-            if (isTitle) scripts.emplace_back();
-            isScript = isTitle || (isScript && !line.starts_with("---"));
-            if (isScript && !isTitle) scripts.back() += line + '\n';
-        }
-    }
-    return scripts;
-}
-
 // Each name means what the parser takes it for: when all that the index takes for one thing gets
 // another name, the script says the same.
 TEST(SymbolIndex, FindsWhatTheParserFinds) {
     std::size_t renamed = 0;
-    for (const std::string& text : scripts()) {
+    for (const std::string& text : Harness::scriptsBelow({"/cases"})) {
         SCOPED_TRACE(text);
-        const std::string before = verdict(text);
+        const std::string before = codesOf(text);
         if (!before.starts_with("compiles")) continue;
         const SymbolIndex index = indexOf(text);
         std::string changed;
@@ -72,7 +55,7 @@ TEST(SymbolIndex, FindsWhatTheParserFinds) {
             ++renamed;
         }
         changed += text.substr(last);
-        EXPECT_EQ(verdict(changed), before) << changed;
+        EXPECT_EQ(codesOf(changed), before) << changed;
     }
     EXPECT_GT(renamed, 1000u);
 }
