@@ -174,8 +174,9 @@ private:
     void obey(Resume resume);
     SCR::Variable* find(const Path& path) const;
     std::size_t siteOf(std::size_t frame) const;
-    template <class Action>
-    void aside(std::vector<std::string>& failures, Action action);
+    // Evaluates while the script is stopped; notes what functions of records say.
+    void aside(std::vector<std::string>& failures, const std::function<void()>& action);
+    static std::string firstOf(const std::vector<SCR::Diagnostic>& messages);
 
     Front& front_;
     SourceText source_;
