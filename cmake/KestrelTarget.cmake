@@ -38,11 +38,11 @@ function(kestrel_rarely_runs target)
     endif()
 endfunction()
 
-# Compiles several sources of a target as one, where that is asked for: `count`, or eight. GCC takes
+# Compiles several sources of a target as one, where that is asked for: `count`, or 16. GCC takes
 # what such a source includes for headers, in which nothing may depend on an anonymous namespace.
 function(kestrel_join_sources target)
     if(KESTREL_PRECOMPILE)
-        set(count ${ARGN} 8)
+        set(count ${ARGN} 16)
         list(GET count 0 count)
         set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${count})
         target_compile_options(${target} PRIVATE
@@ -80,5 +80,5 @@ function(kestrel_layer target)
     kestrel_product_warnings(${target})
     kestrel_hardening(${target})
     kestrel_precompile(${target})
-    kestrel_join_sources(${target} 16)
+    kestrel_join_sources(${target})
 endfunction()
