@@ -1,4 +1,4 @@
-#include "fnd/TimeZone.h"
+#include "fnd/DateTime.h"
 
 #include <algorithm>
 #include <cinttypes>

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "postgresql/Engine.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 
 namespace PgApi {
 

@@ -10,9 +10,9 @@
 
 #include "postgresql/Engine.h"
 #include "records/script/CurrentRecord.h"
-#include "scr/Diagnostic.h"
 #include "scr/HostExtension.h"
 #include "scr/Interpreter.h"
+#include "scr/Log.h"
 #include "scr/Output.h"
 #include "scr/ScriptHandle.h"
 

@@ -2,9 +2,9 @@
 
 #include <vector>
 
+#include "scr/Extension.h"
 #include "scr/Function.h"
 #include "scr/Interpreter.h"
-#include "scr/MainExtension.h"
 #include "scr/run/Entry.h"
 #include "scr/run/Link.h"
 #include "scr/run/ScriptMutexes.h"

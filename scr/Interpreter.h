@@ -7,11 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "fnd/DateTime.h"
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "fnd/TimeZone.h"
 #include "scr/Capabilities.h"
-#include "scr/Diagnostic.h"
 #include "scr/Limits.h"
 #include "scr/Log.h"
 #include "scr/Outcome.h"

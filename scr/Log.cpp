@@ -1,7 +1,5 @@
 #include "scr/Log.h"
 
-#include "scr/Diagnostic.h"
-
 namespace SCR {
 
 Log::~Log() = default;

@@ -5,7 +5,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 
 namespace SCR {
 

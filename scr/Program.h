@@ -7,7 +7,7 @@
 
 #include "fnd/Export.h"
 #include "fnd/String.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/Outcome.h"
 
 namespace SCR {

@@ -3,9 +3,9 @@
 #include "Allocations.h"
 #include "Examples.h"
 #include "Script.h"
+#include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/HostExtension.h"
-#include "scr/MainExtension.h"
 #include "scr/builtin/base/BuiltIn.h"
 
 namespace {

@@ -2,10 +2,10 @@
 
 #include "Script.h"
 #include "SmallStack.h"
-#include "scr/Expression.h"
+#include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Function.h"
-#include "scr/MainExtension.h"
+#include "scr/Observation.h"
 #include "scr/Variable.h"
 #include "scr/builtin/base/BuiltIn.h"
 #include "scr/parser/Parser.h"

@@ -4,8 +4,8 @@
 #include "Script.h"
 #include "fsm/Engine.h"
 #include "scr/ConditionList.h"
+#include "scr/Extension.h"
 #include "scr/HostExtension.h"
-#include "scr/MainExtension.h"
 #include "scr/run/ScriptMutexes.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 
 namespace SCR {
 class Interpreter;

@@ -8,8 +8,8 @@
 #include "cli/script/MessageText.h"
 #include "records/read/FieldNames.h"
 #include "records/script/CurrentRecord.h"
-#include "scr/Diagnostic.h"
 #include "scr/Interpreter.h"
+#include "scr/Log.h"
 #include "scr/Output.h"
 #include "scr/run/RunControl.h"
 
@@ -109,7 +109,7 @@ std::vector<Debugger::Breakpoint> Debugger::breakpoints() const {
     return breakpoints_;
 }
 
-// Also in a signal handler.
+// Signal handlers call this too.
 void Debugger::pause() {
     isPausing_ = true;
     isAsked_ = true;
@@ -128,7 +128,7 @@ void Debugger::end() {
     isEnding_ = true;
     isAsked_ = true;
     stopJobs();
-    // It may wait in a function.
+    // The script may be waiting in a function.
     if (running_ != nullptr) running_->interrupt();
 }
 
@@ -201,7 +201,7 @@ bool Debugger::place(Placed& placed) {
         std::map<std::string, bool> isFile;
         for (const auto& [name, file] : source_.files())
             isFile[name] = canonical(file.path) == wanted;
-        // One that begins in the line, one that goes on there, the next one.
+        // Best is one that begins in the line, then one that goes on there, then the next one.
         auto best = std::make_tuple(3, 0, 0);
         for (std::size_t i = 0; i < all.size(); ++i) {
             const ObservedSite& site = all[i];
@@ -278,7 +278,7 @@ bool Debugger::applies(Placed& placed) {
 
 namespace {
 
-// What differs, of long texts the part where they do.
+// What differs; for long texts only the part that does.
 std::string describeChange(const FND::String& before, const FND::String& after, bool isText) {
     if (!isText) return readable(before) + " -> " + readable(after);
     constexpr std::size_t context = 20;
@@ -297,8 +297,8 @@ std::string describeChange(const FND::String& before, const FND::String& after, 
     return where + readable(part(before)) + " -> " + readable(part(after));
 }
 
-// The first difference, and how many others there are. Of containers whose number of elements
-// differs that is told, as their elements may have moved.
+// The first difference, and how many others there are. When the number of elements of a container
+// differs, it tells only that, because the elements may have moved.
 std::string describeChanges(const std::vector<SCR::Content>& before,
                             const std::vector<SCR::Content>& after) {
     std::string change;
@@ -393,7 +393,7 @@ void Debugger::statement(std::size_t site) {
     }
 }
 
-// Of a loop without a statement too.
+// A loop without a statement has conditions as well.
 void Debugger::condition(std::size_t site, bool /*holds*/) {
     if (calls_.empty() || sites()[site].owner == ObservedSite::none) return;
     calls_.back().site = sites()[site].owner;

@@ -13,7 +13,6 @@
 
 #include "cli/records/ScriptRun.h"
 #include "cli/script/SourceText.h"
-#include "scr/Expression.h"
 #include "scr/Observation.h"
 
 namespace Cli {

@@ -6,9 +6,9 @@
 #include "records/read/FieldNames.h"
 #include "records/script/CurrentRecord.h"
 #include "scr/Array.h"
-#include "scr/Diagnostic.h"
 #include "scr/Hash.h"
 #include "scr/Interpreter.h"
+#include "scr/Log.h"
 #include "scr/run/RunControl.h"
 
 // What a script that has stopped holds: its calls, variables, elements and fields, and the values

@@ -20,7 +20,7 @@
 #include "cli/records/Progress.h"
 #include "cli/script/ScriptFile.h"
 #include "cli/script/StderrLog.h"
-#include "fnd/TimeZone.h"
+#include "fnd/DateTime.h"
 #include "records/json/JsonRecord.h"
 #include "scr/Interpreter.h"
 #include "scr/message/Quote.h"
@@ -381,7 +381,7 @@ bool RecordOptions::mayShare(SCR::Interpreter& interpreter, const std::string& t
 }
 
 std::vector<std::string> RecordOptions::given() const {
-    // Of a message the stream: its number is the part.
+    // For a message that is the stream, because the number of the message is the part.
     const std::string input =
         message_ != 0 ? job_.input.substr(0, job_.input.rfind('/')) : job_.input;
     std::vector<std::string> given{"--records=" + input, "--format=" + format_};
@@ -556,7 +556,7 @@ ExitStatus RecordOptions::runJob(Records::JobOptions jobOptions, Manifest& manif
         jobOptions.most = std::min(jobOptions.most, dryRun_);
         jobOptions.isDryRun = true;
         jobOptions.jobs = 1;
-        // Whoever asked for it: no file is opened.
+        // A dry run opens no file, whatever the options say.
         jobOptions.output = "-";
         jobOptions.rejects.clear();
     }

@@ -24,8 +24,8 @@
 #include "cli/script/ScriptFile.h"
 #include "cli/script/ScriptOptions.h"
 #include "cli/script/StderrLog.h"
-#include "scr/Expression.h"
 #include "scr/Interpreter.h"
+#include "scr/Observation.h"
 #include "scr/Output.h"
 
 namespace Cli {
@@ -131,7 +131,7 @@ Session::State Session::stateOf(const std::string& text) {
         last = &token;
     }
     if (depth != 0 || last == nullptr) return depth > 0 ? State::Open : State::Complete;
-    // What a statement or a value must follow.
+    // After one of these, a statement or a value must follow.
     using SCR::SourceKind;
     const std::string_view end = last->in(text);
     const bool isOperator = last->kind == SourceKind::Comparison ||
@@ -334,7 +334,7 @@ std::vector<std::string> Session::complete(const std::string& line, std::size_t 
         }
         return words;
     }
-    // Of a module only the name of the function is completed.
+    // After the name of a module, only the name of the function is completed.
     const std::size_t colons = word.rfind("::");
     const std::string prefix = colons == std::string::npos ? "" : word.substr(0, colons + 2);
     const std::string text = declared_ + line;

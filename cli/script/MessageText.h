@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 
 namespace Cli {
 

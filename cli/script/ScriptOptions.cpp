@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "cli/Command.h"
-#include "fnd/TimeZone.h"
+#include "fnd/DateTime.h"
 #include "scr/Interpreter.h"
 #include "scr/message/Codes.h"
 #include "scr/parser/Preprocessor.h"

@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "scr/Diagnostic.h"
 #include "scr/Log.h"
 
 namespace Cli {

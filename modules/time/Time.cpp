@@ -7,7 +7,6 @@
 #include <optional>
 
 #include "fnd/DateTime.h"
-#include "fnd/TimeZone.h"
 #include "modules/Support.h"
 
 namespace Modules::TimeModule {

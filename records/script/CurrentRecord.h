@@ -14,7 +14,6 @@
 #include "records/read/Record.h"
 #include "records/script/TableExtension.h"
 #include "records/store/Totals.h"
-#include "scr/Diagnostic.h"
 #include "scr/Log.h"
 #include "scr/run/ScriptCharge.h"
 

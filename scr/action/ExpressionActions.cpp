@@ -3,9 +3,9 @@
 
 #include "scr/Constant.h"
 #include "scr/ContainerAccess.h"
+#include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
-#include "scr/MainExtension.h"
 #include "scr/action/ActionSupport.h"
 #include "scr/action/Actions.h"
 #include "scr/check/Analyses.h"

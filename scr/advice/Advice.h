@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/advice/Scout.h"
 #include "scr/call/Operator.h"
 #include "scr/message/Messages.h"

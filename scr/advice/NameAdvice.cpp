@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "Grammar.h"
+#include "scr/Extension.h"
 #include "scr/Interpreter.h"
-#include "scr/MainExtension.h"
 #include "scr/Variable.h"
 #include "scr/advice/Advice.h"
 #include "scr/advice/Wording.h"

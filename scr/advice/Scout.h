@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/parser/CustomLexer.h"
 #include "scr/parser/Span.h"
 

@@ -2,9 +2,9 @@
 
 #include "Grammar.h"
 #include "fsm/PatternOptions.h"
+#include "scr/Extension.h"
 #include "scr/FctDescr.h"
 #include "scr/Interpreter.h"
-#include "scr/MainExtension.h"
 #include "scr/advice/Advice.h"
 #include "scr/advice/Wording.h"
 #include "scr/os/ModuleFiles.h"

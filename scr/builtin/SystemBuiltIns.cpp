@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "fnd/Portable.h"
-#include "scr/MainExtension.h"
+#include "scr/Extension.h"
 #include "scr/builtin/base/BuiltIn.h"
 #include "scr/builtin/base/BuiltInNode.h"
 #include "scr/os/ShellCommand.h"

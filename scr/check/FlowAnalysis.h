@@ -9,7 +9,7 @@
 
 #include "fnd/String.h"
 #include "scr/Capabilities.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/value/KeyHash.h"
 
 namespace SCR {

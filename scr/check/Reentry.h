@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/check/ScriptRecord.h"
 
 namespace SCR {

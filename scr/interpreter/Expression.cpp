@@ -1,4 +1,4 @@
-#include "scr/Expression.h"
+#include "scr/Observation.h"
 
 #include <utility>
 
@@ -7,7 +7,6 @@
 #include "scr/ContainerAccess.h"
 #include "scr/Hash.h"
 #include "scr/Interpreter.h"
-#include "scr/Observation.h"
 #include "scr/Variable.h"
 #include "scr/message/Quote.h"
 #include "scr/parser/Parser.h"

@@ -1,4 +1,4 @@
-#include "scr/MainExtension.h"
+#include "scr/Extension.h"
 
 #include <array>
 #include <mutex>

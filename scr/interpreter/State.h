@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "scr/Extension.h"
 #include "scr/Interpreter.h"
-#include "scr/MainExtension.h"
 #include "scr/os/FileAccess.h"
 #include "scr/os/OpenFiles.h"
 #include "scr/parser/Preprocessor.h"

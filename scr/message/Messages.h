@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/Node.h"
 #include "scr/message/Codes.h"
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/message/Codes.h"
 
 namespace SCR {

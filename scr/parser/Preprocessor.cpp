@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "scr/Capabilities.h"
-#include "scr/Diagnostic.h"
 #include "scr/Log.h"
 #include "scr/message/Codes.h"
 #include "scr/os/FileAccess.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "fnd/String.h"
-#include "scr/Diagnostic.h"
+#include "scr/Log.h"
 #include "scr/message/Messages.h"
 
 namespace SCR {

@@ -6,8 +6,8 @@
 #include <ctime>
 #include <utility>
 
-#include "scr/Diagnostic.h"
 #include "scr/Interpreter.h"
+#include "scr/Log.h"
 #include "scr/message/Codes.h"
 #include "scr/run/Entry.h"
 #include "scr/run/PlaceTable.h"
