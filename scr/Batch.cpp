@@ -20,7 +20,7 @@ class BoundColumn {
 public:
     // `variable` has the column's type.
     BoundColumn(const Column& column, Variable& variable)
-        : type_(column.isView() ? viewCM : column.type()), values_(column.values()) {
+        : type_(column.type()), isView_(column.isView()), values_(column.values()) {
         withType(HostTypes(), column.type(), [&]<class Type>(Type) {
             stored_ = &static_cast<typename Type::Variable&>(variable).value();
             return true;
@@ -31,7 +31,7 @@ public:
     void read(std::size_t index) const {
         visit([&]<class T>(T* stored) {
             if constexpr (std::is_same_v<T, FND::String>) {
-                if (type_ == viewCM) {
+                if (isView_) {
                     stored->assign(static_cast<const std::string_view*>(values_)[index]);
                     return;
                 }
@@ -44,27 +44,16 @@ public:
     }
 
 private:
-    static constexpr int viewCM = -1;
-
     template <class Action>
     void visit(const Action& action) const {
-        switch (type_) {
-            case TypeCode::Long:
-                return action(static_cast<long*>(stored_));
-            case TypeCode::Bool:
-                return action(static_cast<bool*>(stored_));
-            case TypeCode::Decimal:
-                return action(static_cast<FND::Decimal*>(stored_));
-            case TypeCode::Date:
-                return action(static_cast<FND::DateTime*>(stored_));
-            case TypeCode::Nexid:
-                return action(static_cast<FND::Identifier*>(stored_));
-            default:
-                return action(static_cast<FND::String*>(stored_));
-        }
+        withType(HostTypes(), type_, [&]<class Type>(Type) {
+            action(static_cast<typename Type::Value*>(stored_));
+            return true;
+        });
     }
 
     int type_;
+    bool isView_;
     void* values_;
     void* stored_ = nullptr;
 };

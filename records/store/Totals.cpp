@@ -12,6 +12,7 @@
 #include "scr/Variable.h"
 #include "scr/run/MemoryCharge.h"
 #include "scr/run/RunControl.h"
+#include "scr/value/TypeVisitor.h"
 
 namespace Records {
 namespace {
@@ -26,21 +27,16 @@ void keepBetter(bool isMin, Value& total, const Value& value, bool isSet) {
     if (!isSet || (isMin ? value < total : total < value)) total = value;
 }
 
-// Calls `visit` with the value type for a type of totals.
+// The types that totals have.
+using Types =
+    SCR::TypeList<SCR::LongType, SCR::DecimalType, SCR::DateType, SCR::StringType, SCR::BoolType>;
+
 template <class Visit>
-auto withType(int code, const Visit& visit) {
-    switch (code) {
-        case SCR::TypeCode::Decimal:
-            return visit(SCR::DecimalType());
-        case SCR::TypeCode::Date:
-            return visit(SCR::DateType());
-        case SCR::TypeCode::String:
-            return visit(SCR::StringType());
-        case SCR::TypeCode::Bool:
-            return visit(SCR::BoolType());
-        default:
-            return visit(SCR::LongType());
-    }
+void withType(int code, const Visit& visit) {
+    SCR::withType(Types(), code, [&]<class Type>(Type type) {
+        visit(type);
+        return true;
+    });
 }
 
 std::string spelled(long value) { return std::to_string(value); }
