@@ -34,7 +34,7 @@ bool isJsonNumber(std::string_view text) {
     return at == text.size();
 }
 
-// Of a field without a name.
+// The name of a field without one.
 std::string nameOf(std::size_t field) {
     std::string name = "f";
     return name += std::to_string(field + 1);

@@ -326,7 +326,7 @@ inline bool RecordWorker::copy(Batch& batch) {
     const bool isCopied = copies_ && lineEndSize_ != 0 && !current_.record.isChanged() &&
                           !current_.hasKey && current_.output.empty();
     if (!isCopied) return false;
-    // In the batch its line end follows it.
+    // The batch has its line end after it.
     batch.output.append(current_.original.data(), current_.original.size() + lineEndSize_);
     return true;
 }

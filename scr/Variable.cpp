@@ -34,8 +34,8 @@ bool isConverted(const char* first, const char* second) {
     return converter != reinterpret_cast<iconv_t>(-1) && iconv_close(converter) == 0;
 }
 
-// Whether the C library knows the coding that a mode names after ",ccs=". A stream opened with it
-// would tell as well, but leaves memory behind.
+// Whether the C library knows the coding that a mode names after ",ccs=". To open a stream with it
+// would tell as well, but leaks memory.
 bool isKnownCoding(std::string_view coding) {
     coding = coding.substr(0, coding.find(','));
     while (coding.ends_with('/')) coding.remove_suffix(1);

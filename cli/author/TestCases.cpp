@@ -187,7 +187,8 @@ std::vector<std::string> differenceOf(const std::string& expected, const std::st
     for (std::size_t i = same > around ? same - around : 0; i < same; ++i) {
         shown.push_back("  " + a[i]);
     }
-    // The longest common subsequence from each pair of places on; none for large texts.
+    // The length of the longest common subsequence from each pair of places to the ends; large
+    // texts get none.
     const bool isSmall = rows == 0 || columns < mostCells / rows;
     std::vector<unsigned> common(isSmall ? (rows + 1) * (columns + 1) : 0);
     const auto at = [&](std::size_t i, std::size_t j) -> unsigned& {

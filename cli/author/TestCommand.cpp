@@ -288,7 +288,7 @@ void Runner::compare(Job& job, int status, const TestFolder& folder) const {
 // Takes what happened for what is expected. `lines` are those of the file, `jobs` its cases.
 std::size_t update(std::vector<std::string>& lines, const std::vector<const Job*>& jobs) {
     std::size_t updated = 0;
-    // From the end, so that the numbers of lines before stay.
+    // From the end, so that the numbers of earlier lines stay right.
     for (auto each = jobs.rbegin(); each != jobs.rend(); ++each) {
         const Job& job = **each;
         const TestCase& test = job.test;

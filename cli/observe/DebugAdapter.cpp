@@ -242,7 +242,7 @@ void DebugAdapter::handle(const Author::Json& message) {
     }
     if (command == "initialize") event("initialized");
     if (command.find("Breakpoints") != std::string::npos) {
-        // Of a script that runs, at its next statement.
+        // A script that runs looks for them at its next statement.
         const std::lock_guard lock(mutex_);
         if (isStopped_) tasks_.push_back({[this] { debugger_.placeNew(); }});
         changed_.notify_all();
@@ -304,7 +304,7 @@ Author::Json DebugAdapter::launch(const Author::Json& arguments) {
     if (arguments.contains("program")) {
         std::vector<std::string> words = valueOf(arguments, "args", std::vector<std::string>());
         words.push_back(arguments["program"]);
-        // Of a launch that was refused.
+        // It may belong to a launch that was refused.
         if (given_ == own_.get()) given_ = nullptr;
         app_ = std::make_unique<CLI::App>("", "debug");
         own_ = std::make_unique<ScriptRun>();
@@ -357,7 +357,7 @@ Author::Json DebugAdapter::threads(const Author::Json& /*arguments*/) {
     return {{"threads", Author::Json::array({{{"id", threadS}, {"name", "script"}}})}};
 }
 
-// Of a script that is stopped, ends the evaluations that are asked for.
+// When the script is stopped, this ends the evaluations that were asked for.
 Author::Json DebugAdapter::pause(const Author::Json& /*arguments*/) {
     const std::lock_guard lock(mutex_);
     if (!isStopped_ || resume_) {
@@ -523,7 +523,7 @@ Debugger::Resume DebugAdapter::stopped(const Debugger::Stop& stop) {
     if (how != Debugger::Resume::End) resume_.reset();
     // What was asked before the script goes on is answered.
     while (!tasks_.empty()) performTask(lock);
-    // What cancelled a task is not for the conditions to come.
+    // A task was cancelled, and not the conditions to come.
     if (how != Debugger::Resume::End) debugger_.cancel(false);
     return how;
 }

@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// `number` with leading zeros, so that names sort by number: of up to a million parts, or of
-// messages.
+// `number` with leading zeros, so that the names of up to a million parts, or of messages, sort by
+// number.
 std::string padded(std::int64_t number, bool isMessage = false) {
     const std::size_t width = isMessage ? 12 : 7;
     const std::string digits = std::to_string(number);
@@ -84,7 +84,7 @@ bool OutputDirectory::fitsTheOthers() {
                      std::to_string(job_.parts) + " parts";
             return false;
         }
-        // One other manifest stands for all: each was compared with an earlier one.
+        // One other manifest is enough, because each was compared with an earlier one.
         if (!isManifest || name == manifest_ || isZoneKnown) continue;
         const std::optional<Manifest> other = Manifest::ofFile(entry->path());
         isZoneKnown = other.has_value();
@@ -149,7 +149,7 @@ bool OutputDirectory::complete(Manifest& manifest) {
         error_ = file.error();
         return false;
     }
-    // Also for the other files. A manifest that is there without them does not describe the result.
+    // This holds for the other files too: a manifest without them does not describe the result.
     return Records::RecordOutput::syncDirectory(this->manifest()) || fail(path_);
 }
 

@@ -67,7 +67,7 @@ bool ScriptRun::holdChecks(SCR::Interpreter& interpreter) const {
         report("check " + std::to_string(i + 1) + " does not hold: " + readable(lines[i]) +
                (parts.parts.empty() ? "" : "; " + readable(parts.parts)));
     }
-    // The nodes of the last one tell the observer, which is gone.
+    // Nodes of the last query would tell its observer, which is gone.
     interpreter.compileQuery("true");
     return doAllHold;
 }
@@ -97,8 +97,8 @@ ExitStatus ScriptRun::run(const Prepare& prepare) {
     if (!interpreter->finish() && status == ExitStatus::Success) status = ExitStatus::Stopped;
     if (status == ExitStatus::Success && !interpreter->isValid()) status = ExitStatus::Rejected;
     status = statusAfter(status, interpreter->outputFailures());
-    // The process ends, and the system takes all of its memory back at once; of a long script, the
-    // nodes one by one would take as long as a good part of the compile.
+    // The process ends, and the system takes all of its memory back at once. To free the nodes of a
+    // long script one by one would take as long as a good part of the compile.
     [[maybe_unused]] static const SCR::Interpreter* volatile leftS = nullptr;
     leftS = interpreter.release();
     return status;

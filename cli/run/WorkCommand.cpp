@@ -86,8 +86,8 @@ ExitStatus workOn(const MessageStream::Message& message, const WorkOptions& opti
     return isRefused ? ExitStatus::Usage : status;
 }
 
-// Works on the messages of a stream, several at once: storing a result waits for the disk, and what
-// one of them waits for the others need not.
+// Works on several messages of a stream at once, so that one goes on while another waits for the
+// disk that stores its result.
 class StreamWork {
 public:
     StreamWork(const WorkOptions& options, MessageStream& stream, std::string text)
@@ -140,7 +140,7 @@ private:
         }
     }
 
-    // Of several ends the first one counts: it may have caused the others.
+    // The first of several ends counts: it may have caused the others.
     void end(ExitStatus status) {
         const std::lock_guard lock(mutex_);
         if (!isOver_) status_ = status;

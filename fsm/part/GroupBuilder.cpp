@@ -389,7 +389,7 @@ void GroupBuilder::split() {
         std::size_t first;
         std::size_t end;
     };
-    // Those that explode by themselves would make all halves explode that they are in.
+    // One that explodes by itself would make each half explode that it is in.
     Vector<Range> open;
     std::size_t begin = 0;
     for (std::size_t first = 0;
@@ -453,7 +453,7 @@ bool GroupBuilder::makeTables(GroupParts& result) {
 }
 
 bool GroupBuilder::makeStreams(GroupParts& result) {
-    // Of those that explode in other ways, what suits streams moves faster there.
+    // Patterns that explode in other ways move faster as streams, if they suit those.
     Vector<std::size_t> rest;
     for (const std::size_t first : exploding_) {
         Pattern& pattern = others_[first];

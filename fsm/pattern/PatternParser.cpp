@@ -15,7 +15,7 @@ namespace {
 // The set that the calling thread's parse is reading.
 thread_local CharacterSet openSetS;
 
-// Of the value of a token, which is a character or the low 8 bits of it a byte.
+// The code that the value of a token stands for: a character, or a byte in its low 8 bits.
 char32_t codeOf(const FSM_FlexLexer& scanner, int value) {
     return scanner.options().isUtf8 ? static_cast<char32_t>(value)
                                     : static_cast<unsigned char>(value);

@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    // What is beyond is not shared.
+    // Groups beyond these limits are not shared.
     static constexpr std::size_t mostGroupsCM = 4096;
     static constexpr std::size_t mostBytesCM = std::size_t{64} << 20;
 

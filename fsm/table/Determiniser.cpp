@@ -77,7 +77,7 @@ private:
     static constexpr std::size_t membersPerStateS = 128;
     static constexpr std::size_t stepsPerStateS = 2048;
     static constexpr std::size_t workPerPlaceS = 512;
-    // Of a state, besides its row while it is built and its row in the table.
+    // What a state takes besides its rows, the one being built and the one in the table.
     static constexpr std::size_t bytesPerStateS = 96;
     // Epsilon closures of up to this many states are kept.
     static constexpr std::size_t smallClosureS = 24;

@@ -137,7 +137,7 @@ WindowScan::WindowScan(const Vector<Product>& products) {
             kinds.push_back(halves);
             continue;
         }
-        // To the one that grows least by it.
+        // It joins the one that grows least by it.
         std::array<double, productsCM> growth;
         std::transform(kinds.begin(), kinds.end(), growth.begin(), [&](Halves both) {
             const double before = both.density();

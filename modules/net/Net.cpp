@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::size_t noneS = std::string_view::npos;
 
-// Addresses, lines and their parts are short; longer ones are no such thing.
+// Addresses, lines and their parts are short; what is longer is none.
 constexpr std::size_t longestS = 64 * 1024;
 
 void checkLength(std::string_view text) {

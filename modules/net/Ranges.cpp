@@ -203,7 +203,7 @@ private:
         return entry->second;
     }
 
-    // Of the same range given twice, the later one counts.
+    // When a range is given twice, the later one counts.
     template <class Key>
     static void sort(List<TableRange<Key>>& ranges) {
         const auto isBefore = [](const TableRange<Key>& a, const TableRange<Key>& b) {
@@ -231,7 +231,7 @@ struct Tables {
     // A new script has no numbers of tables from before.
     void enter(const Interpreter& interpreter) {
         if (std::exchange(generation, interpreter.generation()) == interpreter.generation()) return;
-        // With the former script its charges were forgotten, and cannot be given back once more.
+        // The charges of the former script were forgotten with it. They cannot be given back again.
         SCR::RunControl* const control = SCR::RunControl::current();
         const std::int64_t before = control != nullptr ? control->buffers() : 0;
         all.clear();

@@ -50,7 +50,7 @@ public:
     std::size_t decode(char* to, std::size_t size) override {
         ZSTD_outBuffer out{to, size, 0};
         ZSTD_inBuffer in{input_.data(), input_.size(), at_};
-        // What the stream still holds is given out without more of the input.
+        // The stream gives out what it still holds before it needs more of the input.
         bool goesOn = !isDamaged_;
         while (goesOn && out.pos < out.size) {
             const std::size_t before = out.pos;

@@ -51,7 +51,7 @@ inline bool readUnit(const char*& position, const char* end, unsigned char& byte
     return true;
 }
 
-/// Fills `bytes` with random bytes, from the system if it has them at once, otherwise from the
+/// Fills `bytes` with random bytes: from the system if it has them at once, otherwise made from the
 /// clock.
 template <std::size_t Size>
 void drawRandom(std::array<unsigned char, Size>& bytes) {
