@@ -75,16 +75,24 @@ void handleException(Interpreter& interpreter, const FctDescr& function) {
     handleFailure(interpreter, function, reason);
 }
 
-// Call this after `function` has returned. False when it reported a failure and gives the null
-// value then. Stops the script when the script has to stop.
-bool hasReturned(Interpreter& interpreter, RunControl& control, const FctDescr& function) {
-    if (control.isStopPending()) [[unlikely]]
-        control.ask(nullptr);
+[[gnu::cold, gnu::noinline]] bool hasReturnedInTrouble(Interpreter& interpreter,
+                                                       RunControl& control,
+                                                       const FctDescr& function) {
+    if (control.isStopPending()) control.ask(nullptr);
     const bool hasFailed = control.hasFailed();
-    if (hasFailed) [[unlikely]]
-        handleFailure(interpreter, function, control.takeFailure());
+    if (hasFailed) handleFailure(interpreter, function, control.takeFailure());
     control.ask(nullptr);
     return !hasFailed;
+}
+
+// Call this after `function` has returned. False when it reported a failure and gives the null
+// value then. Stops the script when the script has to stop.
+inline bool hasReturned(Interpreter& interpreter, RunControl& control, const FctDescr& function) {
+    const bool isSound = !control.isStopPending() && !control.hasFailed();
+    if (!isSound) [[unlikely]]
+        return hasReturnedInTrouble(interpreter, control, function);
+    control.ask(nullptr);
+    return true;
 }
 
 [[noreturn]] void throwOutOfRange(const FND::String& number) {
@@ -225,7 +233,7 @@ private:
 inline OpenCall::OpenCall(CallBody& body)
     : Call(body.interpreter_), HostSite(body.control_), body_(body) {}
 
-inline OpenCall::~OpenCall() {
+[[gnu::always_inline]] inline OpenCall::~OpenCall() {
     if (kept_) [[unlikely]]
         body_.giveBack(std::move(kept_));
 }
@@ -250,7 +258,7 @@ inline void* const* OpenCall::evaluateRest(std::size_t first, std::size_t& count
         rest_.reserve(body_.operands_.size());
         for (std::size_t i = first; isGiven(i); ++i) rest_.push_back(evaluate(i));
     } catch (...) {
-        fail([] { throw; });
+        keepException();
         return nullptr;
     }
     count = rest_.size();
@@ -264,7 +272,7 @@ inline void* OpenCall::evaluate(std::size_t index) noexcept {
     try {
         return operand.evaluate(*this, index);
     } catch (...) {
-        fail([] { throw; });
+        keepException();
     }
     return operand.null();
 }
@@ -279,7 +287,7 @@ inline void OpenCall::locate() noexcept {
         try {
             if (body_.operands_[i]) body_.operands_[i]->locate(kept(i));
         } catch (...) {
-            fail([] { throw; });
+            keepException();
         }
     }
 }

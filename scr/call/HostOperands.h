@@ -101,13 +101,17 @@ public:
     /// Lets the call fail for what `throwIt` throws; always false.
     template <class Throw>
     bool fail(const Throw& throwIt) noexcept {
-        hasFailed_ = true;
         try {
             throwIt();
         } catch (...) {
-            failure_ = std::current_exception();
+            keepException();
         }
         return false;
+    }
+    /// Lets the call fail for the exception that is being handled.
+    [[gnu::cold, gnu::noinline]] void keepException() noexcept {
+        hasFailed_ = true;
+        failure_ = std::current_exception();
     }
     bool hasFailed() const { return hasFailed_; }
     bool isCalling() const { return isCalling_; }
