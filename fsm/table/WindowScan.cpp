@@ -66,10 +66,11 @@ __attribute__((target("avx512bw"))) inline __m512i productsOf(__m512i bytes,
                                                               const unsigned char* low,
                                                               const unsigned char* high) {
     const __m512i half = _mm512_set1_epi8(15);
+    // With a mask of all, as GCC 12 warns of the form without one.
     const __m512i lowTable =
-        _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i*>(low)));
-    const __m512i highTable =
-        _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i*>(high)));
+        _mm512_maskz_broadcast_i32x4(0xffff, _mm_load_si128(reinterpret_cast<const __m128i*>(low)));
+    const __m512i highTable = _mm512_maskz_broadcast_i32x4(
+        0xffff, _mm_load_si128(reinterpret_cast<const __m128i*>(high)));
     return _mm512_and_si512(
         _mm512_shuffle_epi8(lowTable, _mm512_and_si512(bytes, half)),
         _mm512_shuffle_epi8(highTable, _mm512_and_si512(_mm512_srli_epi16(bytes, 4), half)));
