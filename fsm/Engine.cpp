@@ -28,6 +28,8 @@ struct Engine::Setup {
     PatternList patterns;
 };
 
+static_assert(Engine::defaultWorkCM == BuildLimits::defaultWorkCM);
+
 Engine::Engine(unsigned int) : setup_(std::make_unique<Setup>()) {}
 
 Engine::~Engine() = default;

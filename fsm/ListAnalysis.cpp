@@ -27,7 +27,8 @@ public:
         : patterns_(patterns),
           maxOverlaps_(maxOverlaps),
           options_(options),
-          kinds_(patterns.size()) {
+          kinds_(patterns.size()),
+          wordPairs_(patterns.size()) {
         group_.options(options);
     }
 
@@ -126,7 +127,7 @@ private:
     void examineGeneral(std::int32_t path) {
         ++generalsSeen_;
         if (!hasTime()) {
-            notExamined_ += wideCount_ - generalsSeen_;
+            notExamined_ += wideCount_ - generalsSeen_ - wordPairs_[static_cast<std::size_t>(path)];
             return;
         }
         Engine engine;
@@ -150,11 +151,15 @@ private:
     void examinePair(std::int32_t one, std::int32_t other) {
         const std::pair pair = std::minmax(one, other);
         if (!hasTime()) {
-            // Those of a pattern that is no word are counted with it.
-            if (kind(one) == Kind::Word || kind(one) == Kind::General) ++notExamined_;
+            // Those of other words are counted with the pattern that is none.
+            const bool counts = kind(one) == Kind::Word || kind(one) == Kind::General;
+            if (counts && !examined_.contains(pair)) ++notExamined_;
             return;
         }
         if (!examined_.insert(pair).second) return;
+        if (kind(one) == Kind::Open || kind(one) == Kind::Inside) {
+            ++wordPairs_[static_cast<std::size_t>(other)];
+        }
         Engine engine;
         engine.options(options_);
         engine.stateLimit(mostStatesCM);
@@ -214,6 +219,7 @@ private:
     Paths inside_;               // those of this kind
     std::size_t wideCount_ = 0;  // of those that are more than a word
     std::size_t generalsSeen_ = 0;
+    std::vector<std::uint32_t> wordPairs_;  // of each that is no word, how many are examined
     std::unordered_map<std::string_view, std::int32_t, FND::SeededHash, std::equal_to<>> firstOf_;
     Shape shape_;
     EngineGroup group_;

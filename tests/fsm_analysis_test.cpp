@@ -103,7 +103,18 @@ TEST(FsmAnalysis, PairByPair) {
             single.erase(each.path);
         }
         ASSERT_TRUE(single.empty()) << all;
+        // Equal patterns are not compared again where no more overlaps are asked for.
+        const Analysis few = FSM::analyse(patterns, 0).value();
+        ASSERT_EQ(few.shadowed.size(), pairs.shadowed.size()) << all;
+        for (std::size_t i = 0; i < few.shadowed.size(); ++i) {
+            ASSERT_EQ(few.shadowed[i].path, pairs.shadowed[i].path) << all;
+            ASSERT_EQ(few.shadowed[i].by, pairs.shadowed[i].by) << all;
+        }
     }
+    // Each pair with a negated pattern is counted once, also after there is no time left.
+    std::vector<FND::String> negated{"ab", "a.*", ".*b.*"};
+    for (int i = 0; i < 250; ++i) negated.push_back("!" + std::to_string(i));
+    EXPECT_EQ(FSM::analyse(negated).value().notExamined, 250U * 249 / 2 + 3 * 250);
 }
 
 // The line numbers are those of the cases, which may share lines or have none.

@@ -29,7 +29,7 @@ struct Pattern {
 /// nanosecond or two, and is what may be spent besides an amount in proportion to the patterns.
 struct BuildLimits {
     static constexpr std::size_t defaultBytesCM = std::size_t{256} << 20;
-    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 27;
+    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 26;
     std::size_t states;
     std::size_t bytes = defaultBytesCM;
     std::size_t work = defaultWorkCM;
