@@ -48,7 +48,7 @@ bool declare(const FND::String& name, std::unique_ptr<Variable> variable,
 
 // A constant variable with the value that `node` gives.
 template <class Type>
-std::unique_ptr<Variable> constantOf(Node& node) {
+std::unique_ptr<Variable> constantFrom(Node& node) {
     return std::make_unique<typename Type::Variable>(
         static_cast<typename Type::Node&>(node).result(), true);
 }
@@ -59,7 +59,7 @@ using MakeConstant = std::unique_ptr<Variable> (*)(Node&);
 MakeConstant constantMaker(int code) {
     using Declarable = TypeList<StringType, DecimalType, BoolType, LongType>;
     return withType(Declarable(), code,
-                    []<class Type>(Type) -> MakeConstant { return constantOf<Type>; });
+                    []<class Type>(Type) -> MakeConstant { return constantFrom<Type>; });
 }
 
 }  // namespace

@@ -195,7 +195,7 @@ struct StrToHexStr final : HexFunction<StrToHexStr> {
 };
 
 /// The value of each byte as a hexadecimal digit; -1 for other bytes.
-constexpr std::array<short, 256> digitValuesS = [] {
+constexpr std::array<short, 256> codedDigitsS = [] {
     std::array<short, 256> values{};
     values.fill(-1);
     for (unsigned i = 0; i < 10; ++i) values['0' + i] = static_cast<short>(i);
@@ -240,8 +240,8 @@ private:
 
     /// Reads the two characters at `pair`, usually two digits. False when they are not.
     static bool decode(const char* pair, char& byte) {
-        const int high = digitValuesS[static_cast<unsigned char>(pair[0])];
-        const int low = digitValuesS[static_cast<unsigned char>(pair[1])];
+        const int high = codedDigitsS[static_cast<unsigned char>(pair[0])];
+        const int low = codedDigitsS[static_cast<unsigned char>(pair[1])];
         if ((high | low) >= 0) [[likely]] {
             byte = static_cast<char>(high * 16 + low);
             return true;
