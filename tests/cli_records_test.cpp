@@ -169,6 +169,10 @@ TEST_F(CliTest, InputsAreSeveralAndCompressed) {
     write("e", "");
     write("cut", gzip.substr(0, 12));
     write("zip", "PK\3\4...");
+    write("one.csv", "k,v\na,1\n");
+    write("e.csv", "");
+    write("two.tsv", "k\tv\nb\t2\n");
+    write("other.csv", "v,k\n3,c\n");
     const std::string head = "run -e 'edrLong(v);' --header ";
     const std::string skip = "run -e '' --records - ";
     expect({
@@ -196,6 +200,13 @@ TEST_F(CliTest, InputsAreSeveralAndCompressed) {
          "kestrel: a: it is compressed; only other files have parts\n", 2},
         {skip + "--skip 1 --limit 2 --blank-lines skip --stats", "b\nc\n",
          "kestrel: records: 2 read, 2 written, 0 dropped, 0 rejected\n", 0, "a\n\nb\n \nc\nd\n"},
+        {"repl",
+         "fields: k v\nrecord 2: b\\t2\n\"b\"\nother.csv: its fields are others\n"
+         "there are no records: :records FILE opens some\nfields: k v\n"
+         "there are no more records\ne.csv: there is no line with names\n",
+         "", 0,
+         ":records one.csv two.tsv other.csv\n:next 2\nedrString(k)\n:next\n:next\n"
+         ":records one.csv two.tsv\n:next 3\n:records e.csv\n"},
     });
 }
 
