@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "modules/Support.h"
 #include "modules/net/Net.h"
@@ -31,26 +32,76 @@ std::size_t placeAfter(const List<Step<Key>>& steps, std::size_t begin, std::siz
         first);
 }
 
-/// Sorted steps of long keys, and a guide to them: every 64th key once more, close together.
+/// Sorted steps of long keys. The upper halves of the keys are looked up in a tree of nodes that
+/// fit a line of the cache, most of which stay in the processor's caches. The lower halves matter
+/// only where several steps have the same upper one.
 class LongSteps {
 public:
-    explicit LongSteps(List<Step<Number>> steps) : steps_(std::move(steps)) {
-        for (std::size_t i = 0; i < steps_.size(); i += everyCM) guide_.add(steps_[i].first);
+    explicit LongSteps(const List<Step<Number>>& steps) {
+        List<std::uint64_t> uppers;
+        uppers.room(steps.size());
+        firsts_.room(steps.size());
+        values_.room(steps.size());
+        for (const Step<Number>& step : steps) {
+            work(64);
+            uppers.push_back(upperOf(step.first));
+            firsts_.push_back(static_cast<std::uint64_t>(step.first));
+            values_.push_back(step.value);
+        }
+        if (uppers.empty()) return;
+        levels_.push_back(std::move(uppers));
+        while (levels_.back().size() > nodeCM) {
+            const List<std::uint64_t>& below = levels_.back();
+            List<std::uint64_t> above;
+            for (std::size_t end = nodeCM; end < below.size(); end += nodeCM) {
+                work(64);
+                above.add(below[end - 1]);
+            }
+            levels_.push_back(std::move(above));
+        }
     }
 
     std::uint32_t find(Number key) const {
-        const auto guide = std::upper_bound(guide_.begin(), guide_.end(), key);
-        if (guide == guide_.begin()) return noValueS;
-        const auto block = static_cast<std::size_t>(guide - guide_.begin() - 1) * everyCM;
-        const std::size_t end = std::min(block + everyCM, steps_.size());
-        return steps_[placeAfter(steps_, block, end, key) - 1].value;
+        const std::uint64_t upper = upperOf(key);
+        const auto lower = static_cast<std::uint64_t>(key);
+        // How many keys have a lesser upper half.
+        std::size_t place = 0;
+        for (std::size_t level = levels_.size(); level-- > 0;) {
+            const List<std::uint64_t>& keys = levels_[level];
+            const std::size_t begin = place * nodeCM;
+            const std::size_t end = std::min(begin + nodeCM, keys.size());
+            place = begin;
+            for (std::size_t i = begin; i < end; ++i) place += keys[i] < upper ? 1 : 0;
+        }
+        if (levels_.empty()) return noValueS;
+        const List<std::uint64_t>& uppers = levels_[0];
+        const auto isBefore = [&](std::size_t at) {
+            return at < uppers.size() && uppers[at] == upper && firsts_[at] <= lower;
+        };
+        if (isBefore(place)) {
+            // The steps with the same upper half may be many.
+            std::size_t width = 1;
+            while (isBefore(place + width)) width *= 2;
+            std::size_t end = place + width;
+            place += width / 2;
+            while (end - place > 1) {
+                const std::size_t middle = place + (end - place) / 2;
+                (isBefore(middle) ? place : end) = middle;
+            }
+            ++place;
+        }
+        return place > 0 ? values_[place - 1] : noValueS;
     }
 
 private:
-    static constexpr std::size_t everyCM = 64;
+    static constexpr std::size_t nodeCM = 8;
 
-    List<Step<Number>> steps_;
-    List<Number> guide_;
+    static std::uint64_t upperOf(Number key) { return static_cast<std::uint64_t>(key >> 64); }
+
+    // The upper halves; each level after the first has the last key of each node of the one before.
+    std::vector<List<std::uint64_t>> levels_;
+    List<std::uint64_t> firsts_;  // the lower halves
+    List<std::uint32_t> values_;
 };
 
 /// Sorted steps of short keys, few enough that most of them fit the processor's caches: the first
