@@ -136,31 +136,24 @@ void Hash::clearInPieces() {
         countWork(size_ * slotSize());
         return clear();
     }
-    recent_ = nullptr;
-    const auto slotOf = [&](const Bucket& bucket) {
-        return Slots::find(chunks_, bucket.entry - 1, slotSize());
+    // The last ones first, as the system takes memory back from the end. What is left after a stop
+    // is whole.
+    const auto liveSlot = [&](std::uint32_t number) {
+        std::byte* const slot = Slots::find(chunks_, number, slotSize());
+        return HashElements::markOf(slot).isLive ? slot : nullptr;
     };
-    // A stop between two runs of entries leaves a table in which the others are found.
-    std::uint32_t start = 0;
-    while (buckets_[start].entry != 0) ++start;
-    std::size_t weight = 0;
-    for (std::uint32_t at = start; size_ > 0; ++at) {
+    for (std::uint32_t number = usedSlots_; size_ > 0 && number-- > 0;) {
         constexpr std::uint32_t ahead = 16;
-        constexpr std::size_t most = 16 * 1024;
-        const Bucket& later = buckets_[(at + ahead) & mask_];
-        if (later.entry != 0) __builtin_prefetch(slotOf(later), 1);
-        Bucket& bucket = buckets_[at & mask_];
-        weight += sizeof(Bucket);
-        if (bucket.entry == 0) {
-            if (weight > most) countWork(std::exchange(weight, 0));
-            continue;
+        countWork(2 * slotSize());
+        std::byte* const later = number >= ahead ? liveSlot(number - ahead) : nullptr;
+        if (later != nullptr && !isLarge(HashElements::keyIn(later).size())) {
+            __builtin_prefetch(&buckets_[keyHash(HashElements::keyIn(later)) & mask_], 1);
         }
-        std::byte* const slot = slotOf(bucket);
-        destroyEntry(slot);
-        new (slot) HashElements::Mark{freeSlot_, false};
-        freeSlot_ = std::exchange(bucket, {}).entry - 1;
-        --size_;
-        weight += 2 * slotSize();
+        std::byte* const slot = liveSlot(number);
+        if (slot == nullptr) continue;
+        std::uint32_t at = keyHash(HashElements::keyIn(slot));
+        while (buckets_[at & mask_].entry != number + 1) ++at;
+        erase(buckets_[at & mask_], slot);
     }
     usedSlots_ = 0;
     freeSlot_ = noSlotS;

@@ -144,7 +144,7 @@ TEST(StopTest, LongContainersAreEmptiedInPieces) {
         EXPECT_EQ(found, left);
     });
     ASSERT_TRUE(interpreter.compile(
-        "Long h{}; String a[]; Long i; if (fills()) { for (i = 0; i < 20000; i = i + 1) { "
+        "Long h{}; String a[]; Long i; if (fills()) { for (i = 0; i < 6000; i = i + 1) { "
         "h{longToStr(i)} = i; a[i] = longToStr(i); } stopAt(); arrayClear(a); hashClear(h); } "
         "else { look(h); for (i = 0; i < 9; i = i + 1) h{longToStr(i)} = i; look(h); }"))
         << log.text;
@@ -155,7 +155,7 @@ TEST(StopTest, LongContainersAreEmptiedInPieces) {
         interpreter.runControl().stopAtQuestion(-1);
         fills = false;
         ASSERT_TRUE(interpreter.execute());
-        parts += left > 9 && left < 20'000 ? 1 : 0;
+        parts += left > 9 && left < 6'000 ? 1 : 0;
     }
     EXPECT_EQ(left, 9U);
     EXPECT_GT(parts, 10);
