@@ -296,6 +296,7 @@ function END {
     edrDecimal(price) = sum; edrLong(secs) = low; edrString(day) = last;
     edrLong(id) = hashKeys(ids, ks); edrLong(country) = n; recordWrite();
 })");
+    write("again", "aaaa\naaaa\nbb\nc\nd\nbb\nbb\nee\nff\nc\n");
     const std::string base = "run total.ks --records in.csv --header ";
     const auto counted = [&](const std::string& line) {
         const Result result = kestrel(line + " --output out --rejects rejects --stats");
@@ -324,6 +325,10 @@ function END {
     const std::string keys = "a\nb\na\nc\nb\n";
     expect({
         {"merge dir", "", "...state-0000002-of-0000005.txt is not as its manifest says\n", 2},
+        // What a part repeats itself moves the records that the other part has too.
+        {"run -e 'recordUnique(edrString(f1));' --records again --part 2/2 --out twice", ""},
+        {"run -e 'recordUnique(edrString(f1));' --records again --part 1/2 --out twice", ""},
+        {"merge twice", "aaaa\nbb\nc\nd\nee\nff\n"},
         {base + "--part 1/2", "", "...need --out, and `kestrel merge'\n", 2},
         {head + "'recordUnique(edrString(f1));' --jobs 2", "a\nb\nc\n", "", 0, keys},
         {head + "'recordUnique(edrString(f1));' --dry-run 3", "1 = a\n2 = b\n3 - a\n3 dropped\n",
