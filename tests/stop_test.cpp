@@ -149,7 +149,7 @@ TEST(StopTest, LongContainersAreEmptiedInPieces) {
         "else { look(h); for (i = 0; i < 9; i = i + 1) h{longToStr(i)} = i; look(h); }"))
         << log.text;
     int parts = 0;
-    for (bool isDone = false; !isDone; ++stopsAt) {
+    for (bool isDone = false; !isDone; stopsAt += 1 + stopsAt / 8) {
         fills = true;
         isDone = interpreter.execute();
         interpreter.runControl().stopAtQuestion(-1);
