@@ -186,6 +186,21 @@ TEST(FsmGroup, Failures) {
     EXPECT_TRUE(busy.insertPattern("x.*") && busy.insertPattern("(a|b)*a(a|b){300}"));
     EXPECT_FALSE(busy.finalSetup());
     EXPECT_EQ(busy.error(), "limit of 10000 steps of work passed at pattern 1: (a|b)*a(a|b){300}");
+    // Words that need an automaton, as one of the patterns matches "".
+    EngineGroup words;
+    words.byteLimit(200'000);
+    EXPECT_TRUE(words.insertPattern("x*"));
+    for (int i = 0; i < 400; ++i) {
+        EXPECT_TRUE(words.insertPattern("w" + std::to_string(i) + ".*b"));
+    }
+    EXPECT_FALSE(words.finalSetup());
+    EXPECT_EQ(words.error().substr(0, 39), "limit of 200000 bytes passed at pattern");
+    MultiEngine rows;
+    rows.stateLimit(30);
+    EXPECT_TRUE(rows.insertPatterns({"a", "a"}, 4) && rows.insertPatterns({"a", "a"}, 5));
+    EXPECT_TRUE(rows.insertPatterns({"b", "(a|b)*a(a|b){20}"}, 7));
+    EXPECT_FALSE(rows.finalSetup());
+    EXPECT_EQ(rows.guiltyPath(), 7);
     // Too many places for bits, but few states of an automaton that passes the limit of a part.
     EngineGroup tight;
     tight.partLimit(1);
@@ -193,6 +208,21 @@ TEST(FsmGroup, Failures) {
     EXPECT_TRUE(tight.insertPattern("(a|b|c|d|e|f)*x"));
     EXPECT_TRUE(tight.finalSetup()) << tight.error();
     EXPECT_EQ(processed(tight, std::string("abx")), Paths{0});
+}
+
+// Words one right after the other, and such as share bytes.
+TEST(FsmGroup, WordsInOrder) {
+    EngineGroup group;
+    group.partLimit(1);
+    std::vector<reference::Pattern> patterns;
+    for (const char* pattern : {".*ab.*c.*", "a.*bc", ".*ab.*ba.*", ".*b.*b.*b", ".*a.*abcb.*"}) {
+        ASSERT_TRUE(group.insertPattern(pattern));
+        patterns.push_back(std::move(*reference::Parser::parse(pattern)));
+    }
+    ASSERT_TRUE(group.finalSetup());
+    for (const std::string& text : reference::textsOf("abc", 7)) {
+        ASSERT_EQ(processed(group, text), reference::report(patterns, text)) << text;
+    }
 }
 
 // Letters in both cases neither count bytes nor make an automaton explode.
