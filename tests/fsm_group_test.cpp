@@ -14,6 +14,7 @@
 
 namespace {
 
+using FSM::Engine;
 using FSM::EngineGroup;
 using FSM::MultiEngine;
 using Paths = std::vector<std::int32_t>;
@@ -235,6 +236,53 @@ TEST(FsmGroup, CasesStayTogether) {
     ASSERT_TRUE(group.finalSetup());
     EXPECT_EQ(group.partCount(), 1U);
     EXPECT_EQ(processed(group, std::string("1SoMeBbWORDS2 sOmeZZwords3")), (Paths{1, 25}));
+}
+
+// Long lists whose loops over characters go byte by byte, against an engine for each pattern.
+TEST(FsmGroup, LoopsOverCharacters) {
+    const FSM::PatternOptions characters{.isUtf8 = true};
+    reference::RandomPatterns random(9);
+    const std::string kinds[] = {
+        ".*W[0-9].*", ".*W.*",       "[^x]*W.+",        "!.*W[^5]*W", ".*W.[\u00e9-\u0436]+",
+        "W.*\u0436",  "(.|\n)*W.*W", ".+W.?[^\u00e9]*", ".*W.{2}W.*"};
+    const std::string pieces[] = {"5",    "x",    "\u00e9", "\u0436",       "\U0001d11e", "\n",
+                                  "\xc3", "\xa9", "\xff",   "\xf0\x9d\x84", "ab",         "ba"};
+    for (int round = 0; round < 12; ++round) {
+        EngineGroup group;
+        group.options(characters);
+        std::vector<std::unique_ptr<Engine>> engines;
+        std::vector<std::string> words;
+        for (int i = 0; i < 60; ++i) {
+            words.emplace_back(random.below(6) == 0 ? "\u00e9" : "");
+            for (int n = 0; n < 3; ++n) words.back() += "abc"[random.below(3)];
+            std::string pattern = kinds[round < 9 ? round : random.below(std::size(kinds))];
+            for (std::size_t at; (at = pattern.find('W')) != std::string::npos;) {
+                pattern.replace(at, 1, words[random.below(words.size())]);
+            }
+            ASSERT_TRUE(group.insertPattern(pattern)) << pattern << ": " << group.error();
+            engines.push_back(std::make_unique<Engine>(1));
+            engines.back()->options(characters);
+            ASSERT_TRUE(engines.back()->insertPattern(pattern));
+            ASSERT_TRUE(engines.back()->finalSetup());
+        }
+        ASSERT_TRUE(group.finalSetup()) << group.error();
+        for (int i = 0; i < 150; ++i) {
+            std::string text;
+            const std::size_t known = random.below(2) == 0 ? 6 : std::size(pieces);
+            for (std::size_t n = random.below(9); n > 0; --n) {
+                text += random.below(2) == 0 ? words[random.below(words.size())]
+                                             : pieces[random.below(known)];
+            }
+            Paths expected;
+            for (std::size_t path = 0; path < engines.size(); ++path) {
+                if (engines[path]->process(std::string_view(text))->pathNumbers().size() == 1) {
+                    expected.push_back(static_cast<std::int32_t>(path));
+                }
+            }
+            ASSERT_EQ(processed(group, std::string_view(text)), expected)
+                << round << ' ' << testing::PrintToString(text);
+        }
+    }
 }
 
 TEST(FsmGroup, ChangesMasksAndBatches) {

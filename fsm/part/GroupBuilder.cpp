@@ -157,6 +157,7 @@ bool GroupBuilder::build(GroupParts& result) {
     makeAutomata();
     result.options = options_;
     result.acceptsEmpty = acceptsEmpty_;
+    result.needsUtf8 = isLoose_;
     if (!words_->literals.empty()) {
         result.parts.push_back(std::make_unique<LiteralPart>(words_->literals, options_));
     }
@@ -245,6 +246,10 @@ void GroupBuilder::makeAutomata() {
     if (partLimit_ == 0) {
         takeCounting();
         if (others_.empty() || determineWhole()) return;
+        if (options_.isUtf8 && !acceptsEmpty_) {
+            if (!loosen()) return;
+            if (others_.empty() || determineWhole()) return;
+        }
         // Words may be what makes it explode.
         Vector<Pattern> rest;
         for (Pattern& pattern : others_) {
@@ -265,11 +270,27 @@ bool GroupBuilder::parseOthers() {
     const StateRoom room(limits_.bytes - std::min(limits_.bytes, bytes_));
     for (Pattern& pattern : others_) {
         try {
-            pattern.parse(options_);
+            if (isLoose_) {
+                pattern.parseForUtf8(options_);
+            } else {
+                pattern.parse(options_);
+            }
         } catch (const NoStateRoom&) {
             return fail(pattern, Limit::Bytes);
         }
     }
+    return true;
+}
+
+// Makes the patterns anew for texts in UTF-8 alone, whose loops over all characters are then loops
+// over bytes: as states, parts of characters would multiply those of other patterns.
+bool GroupBuilder::loosen() {
+    isLoose_ = true;
+    for (Pattern& pattern : streams_) others_.push_back(std::move(pattern));
+    streams_.clear();
+    if (!parseOthers()) return false;
+    joinNegated();
+    takeCounting();
     return true;
 }
 
@@ -307,6 +328,8 @@ bool GroupBuilder::maySuitStreams(const Pattern& pattern) const {
         std::size_t bytes = 0;
         std::size_t difference = 0;
         for (const NonDetState::Transition& transition : each.transitions()) {
+            // A character of several bytes is one place.
+            if (options_.isUtf8 && transition.first >= 0x80) continue;
             bytes += transition.last - transition.first + std::size_t{1};
             difference ^= transition.first;
         }
@@ -321,7 +344,9 @@ bool GroupBuilder::maySuitStreams(const Pattern& pattern) const {
 // One automaton for all, if they are words between wild cards.
 bool GroupBuilder::determineWords() {
     Shape& shape = words_->shape;
-    if (inner_ < others_.size() || options_.ignoresCase || options_.isUtf8) return false;
+    if (inner_ < others_.size() || options_.ignoresCase || (options_.isUtf8 && acceptsEmpty_)) {
+        return false;
+    }
     std::vector<InnerWord> words;
     Charge charge;
     std::size_t states = 2;
@@ -333,6 +358,7 @@ bool GroupBuilder::determineWords() {
     }
     if (states > limits_.states) return false;
     automata_.push_back({0, others_.size(), {}});
+    isLoose_ = options_.isUtf8;
     FSM::determine(words, automata_.back().raw);
     return true;
 }

@@ -41,6 +41,7 @@ private:
     void joinNegated();
     void makeAutomata();
     bool parseOthers();
+    bool loosen();
     void takeCounting();
     bool maySuitStreams(const Pattern& pattern) const;
     bool determineWords();
@@ -59,6 +60,7 @@ private:
     const BuildLimits limits_;
     const std::size_t partLimit_;
     bool acceptsEmpty_ = false;
+    bool isLoose_ = false;               // the automata are for texts in UTF-8 alone
     std::vector<std::int32_t> negated_;  // numbers of negated patterns, ascending
 
     std::unique_ptr<Words> words_;

@@ -47,13 +47,20 @@ bool GroupParts::match(std::string_view text, Found& found) const {
     return isInside;
 }
 
-// Automata know characters and their cases. Words are kept in one case and take any bytes between
-// them, so they need a text of one case, and one that is UTF-8.
+// Automata know characters and their cases, if they are not made for UTF-8 alone. Words are kept in
+// one case and take any bytes between them, so they need a text of one case, and one in UTF-8.
 bool GroupParts::matchOtherwise(std::string_view text, Found& found) const {
     thread_local std::string foldedS;
+    std::string_view wordText = text;
     bool isPrepared = false;
     bool fitsWords = true;
-    std::string_view wordText = text;
+    if (needsUtf8) {
+        if (!options.takesNul) text = text.substr(0, text.find('\0'));
+        if (!isUtf8(text)) {
+            for (const auto& part : parts) part->addNegated(found);
+            return false;
+        }
+    }
     bool isInside = false;
     for (const auto& part : parts) {
         if (!part->holdsWords()) {
@@ -64,7 +71,7 @@ bool GroupParts::matchOtherwise(std::string_view text, Found& found) const {
             isPrepared = true;
             if (!options.takesNul) wordText = text.substr(0, text.find('\0'));
             // Where it matters which texts leave, these parts hold words alone.
-            fitsWords = !options.isUtf8 || acceptsEmpty || isUtf8(wordText);
+            fitsWords = needsUtf8 || !options.isUtf8 || acceptsEmpty || isUtf8(wordText);
             if (fitsWords && options.ignoresCase) {
                 foldCase(wordText, options, foldedS);
                 wordText = foldedS;
@@ -76,12 +83,12 @@ bool GroupParts::matchOtherwise(std::string_view text, Found& found) const {
 }
 
 const Table* GroupParts::onlyTable() const {
-    if (parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return nullptr;
+    if (needsUtf8 || parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return nullptr;
     return static_cast<const TablePart*>(parts[0].get())->only();
 }
 
 const Table* GroupParts::onlyTailed() const {
-    if (parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return nullptr;
+    if (needsUtf8 || parts.size() != 1 || parts[0]->kind() != Part::Kind::Tables) return nullptr;
     return static_cast<const TablePart*>(parts[0].get())->onlyTailed();
 }
 
@@ -96,6 +103,7 @@ bool GroupParts::archive(Archive& archive) {
     archive.value(count);
     archive.options(options);
     archive.flag(acceptsEmpty);
+    archive.flag(needsUtf8);
     for (std::size_t i = 0; archive.isGood() && i < count; ++i) {
         Part::Kind kind = archive.isReading() ? Part::Kind{} : parts[i]->kind();
         archive.value(kind);

@@ -21,6 +21,9 @@ struct GroupParts {
     /// Whether a pattern, ignoring its negation, matches "" and is reported for texts that have
     /// left all parts: then it matters which do.
     bool acceptsEmpty = false;
+    /// Whether all parts are made for texts in UTF-8 alone, as those of words always are if
+    /// `options` say so. No other text matches then.
+    bool needsUtf8 = false;
 
     /// Adds the numbers of the patterns that match the text. False if it has left all parts.
     bool match(std::string_view text, Found& found) const;

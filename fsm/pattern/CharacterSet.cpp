@@ -1,7 +1,6 @@
 #include "fsm/pattern/CharacterSet.h"
 
 #include <algorithm>
-#include <bitset>
 #include <map>
 
 namespace FSM {
@@ -86,13 +85,35 @@ std::unique_ptr<EnginePart> CharacterSet::part() {
     return part;
 }
 
-// Each run of members once, however often the set names them.
+bool CharacterSet::holdsAllOfSeveralBytes() const {
+    const auto holds = [&](char32_t first, char32_t last) {
+        return std::any_of(ranges_.begin(), ranges_.end(), [&](const CharacterRange& range) {
+            return range.first <= first && range.second >= last;
+        });
+    };
+    return options_.isUtf8 && holds(0x80, 0xd7ff) && holds(0xe000, 0x10ffff);
+}
+
+std::unique_ptr<EnginePart> CharacterSet::loosePart() const {
+    std::bitset<256> bytes;
+    for (unsigned byte = 0x80; byte < bytes.size(); ++byte) bytes.set(byte);
+    for (const auto& [first, last] : within(ranges_, 0, 0x7f, 0)) {
+        for (char32_t byte = first; byte <= last; ++byte) bytes.set(byte);
+    }
+    return partOf(bytes);
+}
+
 std::unique_ptr<EnginePart> CharacterSet::bytesPart() const {
     std::bitset<256> bytes;
     for (const auto& [first, last] : ranges_) {
         for (char32_t byte = first; byte <= last; ++byte) bytes.set(byte);
     }
     if (isNegated_) bytes.flip();
+    return partOf(bytes);
+}
+
+// Each run of members once, however often the set names them.
+std::unique_ptr<EnginePart> CharacterSet::partOf(const std::bitset<256>& bytes) {
     auto part = std::make_unique<EnginePart>(false);
     part->checkEndState();
     for (unsigned first = 0; first < bytes.size(); ++first) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bitset>
 #include <memory>
 #include <vector>
 
@@ -21,8 +22,14 @@ public:
     /// The part that matches one member. Of a negated set one that is no member.
     std::unique_ptr<EnginePart> part();
 
+    /// After `part`, with UTF-8: whether all characters of several bytes are members.
+    bool holdsAllOfSeveralBytes() const;
+    /// The part that matches one byte of members, if all characters of several bytes are members.
+    std::unique_ptr<EnginePart> loosePart() const;
+
 private:
     std::unique_ptr<EnginePart> bytesPart() const;
+    static std::unique_ptr<EnginePart> partOf(const std::bitset<256>& bytes);
     void normalise();
 
     PatternOptions options_;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <tuple>
 
 namespace FSM {
@@ -121,6 +123,15 @@ void appendUtf8(char32_t code, std::string& text) {
 
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
+        // Eight bytes of ASCII at a time.
+        std::uint64_t bytes = 0;
+        if (text.size() >= sizeof bytes) {
+            std::memcpy(&bytes, text.data(), sizeof bytes);
+            if ((bytes & 0x8080808080808080u) == 0) {
+                text.remove_prefix(sizeof bytes);
+                continue;
+            }
+        }
         const Character next = characterOf(text);
         if (next.length == 0) return false;
         text.remove_prefix(next.length);

@@ -9,11 +9,15 @@
 /// parts.
 namespace FSM {
 
+/// Tells that what is on top of the stack is no set any more.
+void forgetSet();
+
 inline EnginePart& topPart() { return *EnginePart::stackCM.back(); }
 
 /// Pushes a new part; the arguments are those of a constructor of EnginePart.
 template <class... Arguments>
 void pushPart(Arguments... arguments) {
+    forgetSet();
     EnginePart::stackCM.push_back(std::make_unique<EnginePart>(arguments...));
 }
 
@@ -26,6 +30,9 @@ void pushWildCard(const FSM_FlexLexer& scanner);
 void openSet(const FSM_FlexLexer& scanner, bool isNegated);
 void addCharacters(const FSM_FlexLexer& scanner, int first, int last);
 void closeSet();
+/// To be called before the part on top is repeated without a bound: if it is a set with all
+/// characters of several bytes, and texts are UTF-8, it takes these byte by byte from now on.
+void loosenSet(const FSM_FlexLexer& scanner);
 /// Replaces the two parts on top by the first followed by the second.
 void concatenateParts();
 /// Replaces the two parts on top by a part that matches either.

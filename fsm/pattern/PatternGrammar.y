@@ -46,8 +46,8 @@ word: word closure                                { concatenateParts(); }
     ;
 
 closure: term ZERO_OR_ONE                         { topPart().makeZeroOrOne(); }
-       | term ONE_OR_MORE                         { topPart().makeOneOrMore(); }
-       | term ZERO_OR_MORE                        { topPart().makeZeroOrMore(); }
+       | term ONE_OR_MORE                         { loosenSet(scanner); topPart().makeOneOrMore(); }
+       | term ZERO_OR_MORE                        { loosenSet(scanner); topPart().makeZeroOrMore(); }
        | term count
        | term
        | FSM_TEXT                                 { pushPart(scanner.text().c_str()); }

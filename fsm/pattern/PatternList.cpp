@@ -22,6 +22,13 @@ void Pattern::parse(const PatternOptions& options) {
     if (part == nullptr) throw std::bad_alloc();
 }
 
+void Pattern::parseForUtf8(const PatternOptions& options) {
+    FND::String error;
+    part.reset();
+    part = parsePattern(text, options, error, nullptr, true);
+    if (part == nullptr) throw std::bad_alloc();
+}
+
 bool PatternList::insert(const FND::String& pattern, unsigned long pathNumber,
                          std::size_t byteLimit, bool keepsWords) {
     isUnparsed_ = false;

@@ -22,6 +22,8 @@ struct Pattern {
     bool isNegated() const { return part != nullptr && part->isNegated(); }
     /// Parses it if that is still to be done. Throws std::bad_alloc.
     void parse(const PatternOptions& options);
+    /// Parses it for texts in UTF-8 alone.
+    void parseForUtf8(const PatternOptions& options);
 };
 
 /// What an automaton, or all parts of a group, may take. The bytes are those of the finished

@@ -14,6 +14,8 @@ namespace {
 
 // The set that the calling thread's parse is reading.
 thread_local CharacterSet openSetS;
+// The part on top, if it is that of this set alone.
+thread_local const EnginePart* lastSetS = nullptr;
 
 // The code that the value of a token stands for: a character, or a byte in its low 8 bits.
 char32_t codeOf(const FSM_FlexLexer& scanner, int value) {
@@ -60,19 +62,34 @@ void addCharacters(const FSM_FlexLexer& scanner, int first, int last) {
     openSetS.add(codeOf(scanner, first), codeOf(scanner, last));
 }
 
-void closeSet() { EnginePart::stackCM.push_back(openSetS.part()); }
+void closeSet() {
+    EnginePart::stackCM.push_back(openSetS.part());
+    lastSetS = EnginePart::stackCM.back().get();
+}
+
+void forgetSet() { lastSetS = nullptr; }
+
+void loosenSet(const FSM_FlexLexer& scanner) {
+    if (scanner.meetsUtf8Only() && lastSetS == &topPart() && openSetS.holdsAllOfSeveralBytes()) {
+        EnginePart::stackCM.back() = openSetS.loosePart();
+    }
+    forgetSet();
+}
 
 void concatenateParts() {
+    forgetSet();
     std::unique_ptr<EnginePart> right = popPart();
     topPart().concatenate(*right);
 }
 
 void alternateParts() {
+    forgetSet();
     std::unique_ptr<EnginePart> right = popPart();
     topPart().alternative(*right);
 }
 
 bool repeatPart(int minimum, int maximum) {
+    forgetSet();
     return topPart().multiply(static_cast<unsigned>(minimum), static_cast<unsigned>(maximum));
 }
 
@@ -110,8 +127,10 @@ int FSM_parse(FSM_FlexLexer& scanner) {
 
 std::unique_ptr<FSM::EnginePart> FSM::parsePattern(const FND::String& pattern,
                                                    const PatternOptions& options,
-                                                   FND::String& error, std::size_t* place) {
+                                                   FND::String& error, std::size_t* place,
+                                                   bool meetsUtf8Only) {
     FSM_FlexLexer scanner(pattern, options);
+    scanner.meetsUtf8Only(meetsUtf8Only);
     if (FSM_parse(scanner) != 0) {
         if (place != nullptr) *place = scanner.tokenBegin();
         error = EnginePart::errorTextCM;

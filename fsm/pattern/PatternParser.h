@@ -21,9 +21,12 @@ void FSM_printerror(const char* message, int value);
 namespace FSM {
 
 /// Parses `pattern`. Null, with the reason in `error`, if that fails. Any number of threads may
-/// parse at once. `place`, unless null, is then the byte of the pattern at which it failed. Throws
-/// std::bad_alloc and the exceptions of the budget.
+/// parse at once. `place`, unless null, is then the byte of the pattern at which it failed. With
+/// `meetsUtf8Only` the automaton will only meet texts in UTF-8, so repeated sets that hold all
+/// characters of several bytes may go byte by byte. Throws std::bad_alloc and the exceptions of the
+/// budget.
 std::unique_ptr<EnginePart> parsePattern(const FND::String& pattern, const PatternOptions& options,
-                                         FND::String& error, std::size_t* place = nullptr);
+                                         FND::String& error, std::size_t* place = nullptr,
+                                         bool meetsUtf8Only = false);
 
 }  // namespace FSM

@@ -19,6 +19,9 @@ public:
     explicit FSM_FlexLexer(std::string pattern, const FSM::PatternOptions& options = {});
 
     const FSM::PatternOptions& options() const { return options_; }
+    /// Whether the automaton will only meet texts in UTF-8; false at first.
+    bool meetsUtf8Only() const { return meetsUtf8Only_; }
+    void meetsUtf8Only(bool is) { meetsUtf8Only_ = is; }
     /// Whether the pattern should be UTF-8 and is not, at the token read last.
     bool isMisencoded() const { return isMisencoded_; }
 
@@ -57,6 +60,7 @@ private:
     Condition condition_ = Condition::Initial;
     bool atLineStart_ = true;
     bool isMisencoded_ = false;
+    bool meetsUtf8Only_ = false;
     std::string text_;
     int lastValue_ = 0;
     std::vector<std::unique_ptr<std::byte[]>> memory_;
