@@ -122,7 +122,7 @@ bool Engine::build() {
                          PatternList::negatedPaths(patterns.data(), patterns.size()), options(),
                          keepsDeadEnds, mostListed.numbers) ||
            // Negated patterns are listed for nearly all states.
-           fail(patterns.back(), mostListed.limit());
+           fail(patterns[lastNegated(patterns.data(), patterns.size())], mostListed.limit());
 }
 
 const State* Engine::process(const char* text) const {

@@ -56,7 +56,7 @@ public:
     /// The most states that any automaton may have, and the default of `stateLimit`.
     static constexpr std::size_t mostStatesCM = std::size_t{1} << 24;
     /// The default of `workLimit`.
-    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 26;
+    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 28;
 
     /// `expectedCount` is the number of patterns to come, all ones for unknown; nothing depends on
     /// it.

@@ -129,7 +129,8 @@ class List : public std::vector<T, ListMemory<T>> {
     using Values = std::vector<T, ListMemory<T>>;
 
 public:
-    void add(T value) {
+    void add(const T& value) { add(T(value)); }
+    void add(T&& value) {
         if (this->size() == this->capacity()) room(2 * this->size() + 8);
         this->push_back(std::move(value));
     }

@@ -184,11 +184,14 @@ void Array::truncate(unsigned long count) {
     if (count == 0) formerValues_.reset();
     constexpr unsigned long kept = 64;
     const unsigned long firstToFree = std::max(kept, 2 * count);
-    std::size_t chunk = Slots::chunkOf(size_ - 1) + 1;
+    // From the last one that exists, as an earlier call may have left some without elements.
+    std::size_t chunk = chunks_.size();
     while (chunk-- > Slots::chunkOf(count)) {
         const std::size_t first = Slots::firstOf(chunk);
         if (first >= firstToFree) {
             freeChunk(chunk);
+        } else if (first >= size_) {
+            chunk = Slots::chunkOf(size_ - 1) + 1;
         } else if (std::byte* const slots = chunks_[chunk].slots) {
             const std::size_t end = std::min<std::size_t>(size_ - first, Slots::slotsOf(chunk));
             for (std::size_t i = std::max<unsigned long>(first, count) - first; i < end; ++i) {

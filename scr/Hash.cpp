@@ -132,8 +132,8 @@ void Hash::clear() noexcept {
 
 void Hash::clearInPieces() {
     constexpr std::uint32_t few = 4096;
-    if (size_ <= few) {
-        countWork(size_ * slotSize());
+    if (usedSlots_ <= few) {
+        countWork(usedSlots_ * slotSize());
         return clear();
     }
     // The last ones first, as the system takes memory back from the end. What is left after a stop

@@ -169,12 +169,14 @@ bool ArrayRef<T>::resize(unsigned long size) const {
         // Freeing a million texts takes long, too.
         constexpr unsigned long piece = 4096;
         while (this->size() > size) {
-            const unsigned long count = std::min(piece, this->size() - size);
+            const bool isPlain = ArrayElements::isPlain(*this->array_);
+            const unsigned long count =
+                isPlain ? this->size() - size : std::min(piece, this->size() - size);
             if constexpr (std::is_same_v<T, FND::String>) {
                 releaseTexts(*this->array_, this->size() - count);
             }
             this->array_->truncate(this->size() - count);
-            countWork(count * sizeof(VariableOf<T>));
+            if (!isPlain) countWork(count * sizeof(VariableOf<T>));
         }
         return true;
     });

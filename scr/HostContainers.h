@@ -140,7 +140,8 @@ private:
 
 /// An array of a script that a function of a host reads and changes. Memory is charged to the
 /// script: where a limit does not allow a change, nothing changes, the result is false, and the
-/// script stops when the function returns.
+/// script stops when the function returns. When it has to stop while many elements are removed,
+/// some of them are left.
 template <class T>
 class KESTREL_API ArrayRef : public ArrayView<T> {
 public:

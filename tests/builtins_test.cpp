@@ -123,6 +123,10 @@ public:
             });
     }
 
+    CallBench(const CallBench&) = delete;
+    CallBench& operator=(const CallBench&) = delete;
+    ~CallBench() { unsetenv("KESTREL_TEST"); }
+
     /// Executes `statement` after declarations of the variables that the calls name.
     void run(const std::string& statement, const SCR::Limits& limits) {
         interpreter_.limits(limits);

@@ -309,8 +309,9 @@ void GroupBuilder::takeCounting() {
     for (std::size_t i = 0; i < others_.size(); ++i) {
         RawAutomaton raw;
         const bool isTaken =
-            counts[i] && (count > fewCountingS ||
-                          determinise(&others_[i], 1, {smallS, limits_.bytes}, raw) != Limit::None);
+            counts[i] &&
+            (count > fewCountingS ||
+             determinise(&others_[i], 1, {smallS, limits_.bytes, trialWork()}, raw) != Limit::None);
         (isTaken ? streams_ : rest).push_back(std::move(others_[i]));
     }
     others_ = std::move(rest);
@@ -388,7 +389,8 @@ bool GroupBuilder::determine(std::size_t first, std::size_t count, std::size_t l
     for (const Trial& trial : std::span(trials).subspan(mustKeepTails ? 1 : 0)) {
         if (trial.tails != Tails::Inside && !mayKeepTails) break;
         RawAutomaton raw;
-        const BuildLimits limits{std::min(limits_.states, trial.states), limits_.bytes};
+        const BuildLimits limits{std::min(limits_.states, trial.states), limits_.bytes,
+                                 trialWork()};
         if (determinise(patterns, count, limits, raw, trial.tails) != Limit::None) continue;
         automata_.push_back({first, count, std::move(raw)});
         return true;
@@ -468,7 +470,7 @@ bool GroupBuilder::makeTables(GroupParts& result) {
                           PatternList::negatedPaths(first, automaton.count), options_,
                           acceptsEmpty_, mostListed.numbers)) {
             // Negated patterns are listed for nearly all states.
-            return fail(first[automaton.count - 1], mostListed.limit());
+            return fail(first[lastNegated(first, automaton.count)], mostListed.limit());
         }
         bytes_ += table->memory();
         if (bytes_ > limits_.bytes) return fail(*first, Limit::Bytes);

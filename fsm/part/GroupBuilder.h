@@ -54,6 +54,7 @@ private:
     bool makeStreams(GroupParts& result);
     bool makeBits(GroupParts& result);
     bool fail(const Pattern& guilty, Limit passed);
+    std::size_t trialWork() const { return std::min(limits_.work, BuildLimits::trialWorkCM); }
 
     Vector<Pattern> patterns_;
     const PatternOptions options_;

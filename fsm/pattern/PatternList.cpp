@@ -22,6 +22,13 @@ void Pattern::parse(const PatternOptions& options) {
     if (part == nullptr) throw std::bad_alloc();
 }
 
+std::size_t lastNegated(const Pattern* first, std::size_t count) {
+    for (std::size_t place = count; place-- > 0;) {
+        if (first[place].isNegated()) return place;
+    }
+    return count - 1;
+}
+
 void Pattern::parseForUtf8(const PatternOptions& options) {
     FND::String error;
     part.reset();

@@ -31,7 +31,9 @@ struct Pattern {
 /// nanosecond or two, and is what may be spent besides an amount in proportion to the patterns.
 struct BuildLimits {
     static constexpr std::size_t defaultBytesCM = std::size_t{256} << 20;
-    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 26;
+    static constexpr std::size_t defaultWorkCM = std::size_t{1} << 28;
+    // What a group spends on an automaton at most before it tries something else.
+    static constexpr std::size_t trialWorkCM = std::size_t{1} << 26;
     std::size_t states;
     std::size_t bytes = defaultBytesCM;
     std::size_t work = defaultWorkCM;
@@ -39,6 +41,9 @@ struct BuildLimits {
 
 /// The limit that a build would have passed.
 enum class Limit { None, States, Bytes, Work };
+
+/// The place of the last of `count` patterns that is negated; of the last one if none is.
+std::size_t lastNegated(const Pattern* first, std::size_t count);
 
 /// `paths` in ascending order, each once.
 std::vector<std::int32_t> sortedOnce(std::vector<std::int32_t> paths);

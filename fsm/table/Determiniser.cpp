@@ -453,7 +453,7 @@ private:
     std::size_t workLimit_;
     std::size_t stateBytes_;
     std::size_t steps_ = 0;
-    std::size_t otherSteps_ = 0;  // of work that does not count for the limit
+    std::size_t otherSteps_ = 0;  // of work that does not count for the limit of states
     std::size_t stepsTold_ = 0;
 
     std::uint32_t stamp_ = 0;             // of the current union
@@ -506,8 +506,8 @@ Limit determinise(const Pattern* first, std::size_t count, const BuildLimits& li
 
 Guilty findGuilty(const Pattern* first, std::size_t count, const BuildLimits& limits,
                   Limit passed) {
-    // Where work is what is limited, a part of it must do, or finding out would take too long.
-    const std::size_t mostWork = passed == Limit::Work ? limits.work / 4 : limits.work;
+    // A part of the work must do, or finding out would take too long.
+    const std::size_t mostWork = limits.work / 4;
     std::size_t workLeft = limits.work;
     std::size_t fit = 0;
     Guilty guilty{count - 1, passed};

@@ -201,7 +201,10 @@ struct Values {
     long operator()(HashView<T> hash, ArrayRef<T> out) const {
         const Charge sorting(hash.size() * 3 * sizeof(void*));
         unsigned long index = 0;
-        for (const FND::String* key : hash.keys()) give(out, index++, *hash.find(*key));
+        for (const FND::String* key : hash.keys()) {
+            work(64);
+            give(out, index++, *hash.find(*key));
+        }
         out.resize(index);
         return static_cast<long>(index);
     }

@@ -451,7 +451,10 @@ struct KeysByValue {
         List<Entry> entries;
         List<Entry> buffer;
         entries.room(hash.size());
-        for (const FND::String* key : hash.keys()) entries.add({key, hash.find(*key)});
+        for (const FND::String* key : hash.keys()) {
+            work(64);
+            entries.add({key, hash.find(*key)});
+        }
         buffer.extend(entries.size());
         const bool isDown = descends.value_or(false);
         mergeSort(

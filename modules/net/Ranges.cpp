@@ -6,7 +6,6 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <unordered_map>
 
 #include "modules/net/Net.h"
 #include "modules/net/Steps.h"
@@ -160,7 +159,6 @@ public:
     Table(ArrayView<FND::String> ranges, ArrayView<FND::String> values) {
         List<TableRange<std::uint32_t>> four;
         List<TableRange<Number>> six;
-        const Charge known(ranges.size() * knownSizeCM);
         std::uint32_t index = 0;
         for (const FND::String& text : ranges) {
             work(128);
@@ -175,7 +173,7 @@ public:
                 six.add({first, last, value});
             }
         }
-        known_ = {};
+        known_.reset();
         sort(four);
         sort(six);
         four_.emplace(stepsOf<std::uint32_t>(four));
@@ -190,17 +188,34 @@ public:
     }
 
 private:
-    using Known = std::unordered_map<std::string_view, std::uint32_t, SCR::KeyHash>;
-    static constexpr std::size_t knownSizeCM = sizeof(Known::value_type) + 4 * sizeof(void*);
-
     std::uint32_t valueFor(const FND::String& text) {
-        const auto next = static_cast<std::uint32_t>(values_.size());
-        const auto [entry, isNew] = known_.try_emplace(text, next);
-        if (isNew) {
+        if (!known_ || 2 * values_.size() >= known_->size()) growKnown();
+        std::uint32_t& known = knownSlot(text);
+        if (known == 0) {
             if (text.size() >= sizeof(FND::String) / 2) charge_.add(text.size() + 16);
             values_.add(text);
+            known = static_cast<std::uint32_t>(values_.size());
         }
-        return entry->second;
+        return known - 1;
+    }
+
+    // Where a value is noted, or is to be.
+    std::uint32_t& knownSlot(std::string_view text) {
+        List<std::uint32_t>& known = *known_;
+        const std::size_t mask = known.size() - 1;
+        for (std::size_t at = SCR::KeyHash()(text) & mask;; at = (at + 1) & mask) {
+            work(64);  // a slot is seldom in the processor's caches
+            if (known[at] == 0 || values_[known[at] - 1] == text) return known[at];
+        }
+    }
+
+    void growKnown() {
+        List<std::uint32_t> larger;
+        larger.extend(known_ ? 4 * known_->size() : 64);
+        known_.emplace(std::move(larger));
+        for (std::uint32_t place = 0; place < values_.size(); ++place) {
+            knownSlot(values_[place]) = place + 1;
+        }
     }
 
     // When a range is given twice, the later one counts.
@@ -217,7 +232,8 @@ private:
 
     std::optional<ShortSteps> four_;
     std::optional<LongSteps> six_;
-    Known known_;  // while the table is made: places of values by their texts
+    // While the table is made: a hash table of the places of values, each plus one; 0 is none.
+    std::optional<List<std::uint32_t>> known_;
     List<FND::String> values_;
     Charge charge_;
 };

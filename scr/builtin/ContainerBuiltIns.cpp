@@ -28,11 +28,11 @@ struct ArrayClear final : BuiltInNode<ArrayClear, VoidType(Array)> {
     static void value(Interpreter& /*interpreter*/, Array* array) {
         if (array == nullptr) return;
         constexpr unsigned long piece = 4096;
-        while (array->size() > 0) {
-            const unsigned long count = std::min(piece, array->size());
-            countWork(count * sizeof(StringVariable));
-            array->truncate(array->size() - count);
+        while (array->size() > piece && !ArrayElements::isPlain(*array)) {
+            countWork(piece * sizeof(StringVariable));
+            array->truncate(array->size() - piece);
         }
+        array->clear();
     }
 };
 

@@ -22,6 +22,8 @@ namespace SCR {
 
 /// Those of arrays.
 struct ArrayElements {
+    /// Whether the elements are bare values in one block, which is given back at once.
+    static bool isPlain(const Array& array) { return array.isPlain_; }
     /// The element `index` if it exists and was used before; otherwise null, and `at` gives it.
     template <class V>
     static V* find(const Array& array, unsigned long index) {
