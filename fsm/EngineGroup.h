@@ -47,15 +47,15 @@ public:
     bool insertPatterns(const std::vector<FND::String>& patterns,
                         unsigned long pathNumber = nextPathCM) override;
 
-    /// Fails only when a single pattern passes the limit of states or of work in all forms, when all
-    /// parts together have more than 16 times as many states as the limit, or when the bytes pass
-    /// theirs. A changeable group that was set up before then matches as before.
+    /// Fails only when a single pattern passes the limit of states or of work in all forms, when
+    /// all parts together have more than 16 times as many states as the limit, or when the bytes
+    /// pass theirs. A changeable group that was set up before then matches as before.
     bool finalSetup() override;
 
     /// Fills `paths` with the numbers of the patterns that match the whole text, ascending and each
-    /// once. The text ends at its first NUL if it holds one. No memory is taken but that of `paths`,
-    /// which keeps it between calls, and a scratch space that each thread keeps for all groups;
-    /// both grow to what the largest group and, with `ignoresCase`, the longest text need.
+    /// once. The text ends at its first NUL if it holds one. No memory is taken but that of
+    /// `paths`, which keeps it between calls, and a scratch space that each thread keeps for all
+    /// groups; both grow to what the largest group and, with `ignoresCase`, the longest text need.
     void process(std::string_view text, std::vector<std::int32_t>& paths) const;
     /// The same for a row of words; nothing matches unless there is exactly one.
     void process(std::span<const std::string_view> words,
@@ -98,8 +98,8 @@ public:
     std::size_t partLimit() const;
     /// Sets the number of states that a part may have; only a pattern that needs more by itself
     /// gets a larger one. With 0, the default, the group tries one automaton for all patterns; if
-    /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM` states, or
-    /// more where these are in proportion to the patterns of a part.
+    /// that grows out of proportion to them, it makes parts of up to `defaultPartLimitCM` states,
+    /// or more where these are in proportion to the patterns of a part.
     void partLimit(std::size_t states);
 
     bool isChangeable() const;
